@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace spdlog {
+class logger;
+}
+
+namespace meridal {
+
+class Runtime;
+
+/// When a log file is closed and the next one begun, and how many are kept.
+struct LogPolicy {
+    double maximumAge = 2'592'000;             ///< s; 30 days
+    std::uint64_t maximumFileSize = 5'242'880; ///< bytes
+    int maximumFiles = 7;                      ///< newest kept, the current one included
+};
+
+enum class LogLevel { Info, Warning, Error };
+
+/// The daemon's log. Writing never blocks on the disk: lines go through a bounded queue to one writer thread, and the
+/// oldest waiting line gives way when it is full. Text is made printable. Thread-safe.
+class Log {
+public:
+    /// Lines go nowhere; for tests and tools.
+    Log();
+    ~Log();
+    Log(const Log&) = delete;
+    Log& operator=(const Log&) = delete;
+
+    /// Adds rolling files in a folder, which is made when missing. Failure leaves the log as it was.
+    /// Ages are measured on the runtime's wall clock.
+    void addFiles(const Runtime& runtime, const std::filesystem::path& folder, LogPolicy policy = {});
+    /// Adds standard error.
+    void addStandardError();
+    /// Adds a function that gets every line at once, on the writing thread; for tests.
+    void addListener(std::function<void(LogLevel, std::string_view)> listener);
+
+    void info(std::string_view line);
+    void warning(std::string_view line);
+    void error(std::string_view line);
+
+    /// Waits until everything written so far is in the files.
+    void flush();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace meridal

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace meridal {
+
+/// A cumulative counter as it stood at one moment.
+struct CounterReading {
+    std::uint64_t identity = 0; ///< changes when the thing counted is another one (a reused pid, a replugged device)
+    std::uint64_t count = 0;    ///< cumulative, in the counter's own unit
+    double time = 0;            ///< s of the clock that cannot step
+};
+
+/// How far a counter moved between two readings; empty when it restarted or belongs to something else.
+std::optional<std::uint64_t> countBetween(const CounterReading& previous, const CounterReading& current);
+
+/// Per second between two readings; empty where no honest figure exists (another identity, a counter that went back,
+/// no time passed).
+std::optional<double> ratePerSecond(const CounterReading& previous, const CounterReading& current);
+
+} // namespace meridal

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace meridal {
+
+using Task = std::function<void()>;
+
+/// Runs tasks one after another, in the order posted. A task that throws ends the program: catch what you expect.
+class Queue {
+public:
+    virtual ~Queue() = default;
+    /// Runs the task later, never inside this call. Any thread may post.
+    virtual void post(Task task) = 0;
+    /// Runs the task after everything posted before and returns when it has run. Not from this queue itself, and not
+    /// from a queue that this one waits for.
+    virtual void runAndWait(const Task& task) = 0;
+    /// Whether the caller runs on this queue.
+    virtual bool isCurrent() const = 0;
+    virtual const std::string& label() const = 0;
+};
+
+/// When a timer fires, in seconds of the clock that cannot step.
+struct TimerSchedule {
+    double first = 0;    ///< from now to the first fire
+    double interval = 0; ///< between fires after that; 0 = fires once
+    double leeway = 0;   ///< how much later a fire may come, so that several timers share one wake-up
+};
+
+/// A running timer. Destroying it stops it; done on its own queue, the task does not run again. A task may destroy the
+/// timer that runs it.
+class Timer {
+public:
+    virtual ~Timer() = default;
+};
+
+/// A watch on a signal or a descriptor. Destroying it, on the queue it reports to, ends it.
+class Watch {
+public:
+    virtual ~Watch() = default;
+};
+
+/// Clocks, queues, timers and the main loop. Nothing else in the program asks the system for the time or starts a
+/// thread.
+class Runtime {
+public:
+    virtual ~Runtime() = default;
+
+    /// Seconds since 1970-01-01 00:00 UTC. May step either way at any moment: for labels, never for durations.
+    virtual double wallTime() const = 0;
+    /// Seconds from an arbitrary origin that never step. Linux: CLOCK_MONOTONIC, which stops while the machine
+    /// sleeps. macOS: mach_continuous_time, which goes on.
+    virtual double monotonicTime() const = 0;
+
+    virtual Queue& mainQueue() = 0;
+    virtual std::shared_ptr<Queue> makeSerialQueue(std::string label) = 0;
+    /// Runs the task on some thread of the pool, concurrently with everything.
+    virtual void postGlobal(Task task) = 0;
+
+    /// Starts a timer whose task runs on the queue. Fires that were missed (overload, sleep) are not made up for: one
+    /// late fire, then the old rhythm. The queue must outlive the timer.
+    [[nodiscard]] virtual std::unique_ptr<Timer> startTimer(Queue& queue, TimerSchedule schedule, Task task) = 0;
+    /// Runs the task on the main queue once the seconds have passed. Wrap it in a Lifetime when its object may die.
+    virtual void after(double seconds, Task task) = 0;
+
+    /// Runs the task on the main queue for each arrival of the signal, whose default action is switched off.
+    [[nodiscard]] virtual std::unique_ptr<Watch> watchSignal(int signal, Task task) = 0;
+    /// Runs the task on the main queue while the descriptor can be read. The descriptor stays the caller's and
+    /// must outlive the watch.
+    [[nodiscard]] virtual std::unique_ptr<Watch> watchReadable(int descriptor, Task task) = 0;
+
+    /// Serves the main queue on the calling thread until stop().
+    virtual void run() = 0;
+    /// Ends run() after the task in progress. Any thread may call it.
+    virtual void stop() = 0;
+};
+
+} // namespace meridal

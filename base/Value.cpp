@@ -1,0 +1,71 @@
+#include "base/Value.h"
+
+#include <cmath>
+#include <limits>
+
+namespace meridal {
+
+const Value* find(const Value& dictionary, std::string_view key)
+{
+    if (!dictionary.is_object()) {
+        return nullptr;
+    }
+    const auto entry = dictionary.find(key);
+    return entry == dictionary.end() ? nullptr : &*entry;
+}
+
+std::optional<double> number(const Value& dictionary, std::string_view key)
+{
+    const Value* entry = find(dictionary, key);
+    if (!entry || !entry->is_number()) {
+        return std::nullopt;
+    }
+    const double figure = entry->get<double>();
+    return std::isfinite(figure) ? std::optional(figure) : std::nullopt;
+}
+
+std::optional<std::int64_t> integer(const Value& dictionary, std::string_view key)
+{
+    const Value* entry = find(dictionary, key);
+    if (!entry || !entry->is_number_integer()) {
+        return std::nullopt;
+    }
+    constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    if (entry->is_number_unsigned() && entry->get<std::uint64_t>() > largest) {
+        return std::nullopt;
+    }
+    return entry->get<std::int64_t>();
+}
+
+std::optional<std::string> text(const Value& dictionary, std::string_view key)
+{
+    const Value* entry = find(dictionary, key);
+    if (!entry || !entry->is_string()) {
+        return std::nullopt;
+    }
+    return entry->get<std::string>();
+}
+
+std::string serialise(const Value& value) { return value.dump(-1, ' ', false, Value::error_handler_t::replace); }
+
+std::string serialisePretty(const Value& value) { return value.dump(2, ' ', false, Value::error_handler_t::replace); }
+
+std::optional<Value> parseUntrusted(std::string_view text)
+{
+    bool tooDeep = false;
+    // Cut off while parsing: a value that nests deeper must never exist, because destroying or copying it recurses.
+    const auto limitDepth = [&tooDeep](int depth, Value::parse_event_t event, Value&) {
+        const bool opens = event == Value::parse_event_t::object_start || event == Value::parse_event_t::array_start;
+        if (opens && depth >= maximumNesting) {
+            tooDeep = true;
+        }
+        return !tooDeep;
+    };
+    Value value = Value::parse(text, limitDepth, false);
+    if (tooDeep || value.is_discarded()) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+} // namespace meridal

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "base/ValueFwd.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace meridal {
+
+/// How deep arrays and objects from outside may nest. Deeper input would overflow the stack when it is copied.
+constexpr int maximumNesting = 32;
+
+/// The entry under a key, or null where the dictionary (or the thing that should be one) has none.
+const Value* find(const Value& dictionary, std::string_view key);
+
+/// The entry as a number; absent when missing, not a number, or not finite.
+std::optional<double> number(const Value& dictionary, std::string_view key);
+std::optional<std::int64_t> integer(const Value& dictionary, std::string_view key);
+/// The entry as text; absent when missing or not a string.
+std::optional<std::string> text(const Value& dictionary, std::string_view key);
+
+/// The one place where values become JSON text. Bytes that are not UTF-8 are replaced; never throws for content.
+std::string serialise(const Value& value);
+/// As serialise, indented for people.
+std::string serialisePretty(const Value& value);
+
+/// Parses one JSON text from outside. Absent on malformed text and on nesting beyond maximumNesting.
+std::optional<Value> parseUntrusted(std::string_view text);
+
+} // namespace meridal

@@ -1,0 +1,54 @@
+# What every target of the house shares, and the two kinds of target: a room (a static library of all sources in one
+# folder) and a program.
+
+add_library(meridal_options INTERFACE)
+target_include_directories(meridal_options INTERFACE ${CMAKE_SOURCE_DIR})
+target_compile_options(meridal_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+  -Wnon-virtual-dtor -Woverloaded-virtual -Werror -fno-strict-aliasing)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # GCC 12 sees null dereferences and dangling storage in inlined standard-library code that is sound.
+  target_compile_options(meridal_options INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized -Wno-restrict)
+endif()
+if(MERIDAL_SANITIZE)
+  target_compile_options(meridal_options INTERFACE -fsanitize=${MERIDAL_SANITIZE} -fno-omit-frame-pointer
+    -fno-sanitize-recover=all)
+  target_link_options(meridal_options INTERFACE -fsanitize=${MERIDAL_SANITIZE})
+  if(MERIDAL_SANITIZE MATCHES thread AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(meridal_options INTERFACE -Wno-tsan)
+  endif()
+endif()
+
+# meridal_room(FOLDER DEPENDS ... PRIVATE_DEPENDS ...): the library meridal_FOLDER, slashes as underscores. main.cpp
+# belongs to a program, not to the room.
+function(meridal_room folder)
+  cmake_parse_arguments(room "" "" "DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  string(REPLACE "/" "_" name meridal_${folder})
+  if(folder STREQUAL "collectors")
+    set(patterns ${folder}/*.cpp ${folder}/*/*.cpp)
+  else()
+    set(patterns ${folder}/*.cpp ${folder}/*.mm)
+  endif()
+  file(GLOB sources CONFIGURE_DEPENDS ${patterns})
+  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
+  if(folder STREQUAL "daemon/transport" AND APPLE)
+    list(FILTER sources EXCLUDE REGEX "/transport/(Unix|JsonRpc)")
+  elseif(folder STREQUAL "daemon/transport")
+    list(FILTER sources EXCLUDE REGEX "/transport/XPC|\\.mm$")
+  endif()
+  if(sources)
+    add_library(${name} STATIC ${sources})
+    target_link_libraries(${name} PUBLIC meridal_options ${room_DEPENDS} PRIVATE ${room_PRIVATE_DEPENDS})
+  else()
+    add_library(${name} INTERFACE)
+    target_link_libraries(${name} INTERFACE meridal_options ${room_DEPENDS})
+  endif()
+endfunction()
+
+# meridal_program(NAME MAIN DEPENDS ...)
+function(meridal_program name main)
+  cmake_parse_arguments(program "" "" "DEPENDS" ${ARGN})
+  if(EXISTS ${CMAKE_SOURCE_DIR}/${main})
+    add_executable(${name} ${main})
+    target_link_libraries(${name} PRIVATE meridal_options ${program_DEPENDS})
+  endif()
+endfunction()

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/host/DisplayInfo.h"
+#include "platform/host/DistributedNotifications.h"
+#include "platform/host/Limitations.h"
+#include "platform/host/MachineInfo.h"
+#include "platform/host/ProcessSource.h"
+#include "platform/host/SelfUsage.h"
+
+#include <memory>
+
+namespace meridal {
+
+/// The operating system behind its seams. Every seam is there on every host; what a machine lacks shows as absent
+/// figures and in `limitations`.
+struct Host {
+    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>(); ///< outlives the seams that write it
+    std::unique_ptr<MachineInfo> machine;
+    std::unique_ptr<ProcessSource> processes;
+    std::unique_ptr<DisplayInfo> display;
+    std::unique_ptr<DistributedNotifications> distributedNotifications;
+    std::unique_ptr<SelfUsage> selfUsage;
+};
+
+} // namespace meridal

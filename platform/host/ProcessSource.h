@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace meridal {
+
+/// Groups of figures in a ProcessRecord. Identity and names are always filled.
+enum class ProcessFields : std::uint32_t {
+    None = 0,
+    Cpu = 1,
+    Memory = 2,
+    Disk = 4,
+    Wakeups = 8,
+    All = 15,
+};
+
+constexpr ProcessFields operator|(ProcessFields a, ProcessFields b)
+{
+    return static_cast<ProcessFields>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
+}
+constexpr ProcessFields operator&(ProcessFields a, ProcessFields b)
+{
+    return static_cast<ProcessFields>(static_cast<std::uint32_t>(a) & static_cast<std::uint32_t>(b));
+}
+constexpr ProcessFields& operator|=(ProcessFields& a, ProcessFields b) { return a = a | b; }
+constexpr bool has(ProcessFields set, ProcessFields wanted) { return (set & wanted) == wanted; }
+
+enum class ProcessStatus : std::uint8_t { Alive, Zombie };
+
+/// One process as the kernel reports it. Counters are cumulative since it started. Bytes unless said otherwise.
+struct ProcessRecord {
+    std::int32_t pid = 0;
+    std::int32_t parentPid = 0;
+    ProcessStatus status = ProcessStatus::Alive;
+    ProcessFields present = ProcessFields::None; ///< which groups below were read; the others are to be ignored
+    std::uint64_t startIdentity = 0; ///< the kernel's start time in its own unit; with pid, the identity of the process
+    std::string_view name;           ///< raw bytes, possibly cut or empty; valid until the next pass
+
+    // Cpu
+    std::uint64_t userTime = 0;   ///< units of ProcessSource::timeBase(), ended threads included
+    std::uint64_t systemTime = 0; ///< likewise
+    // Memory
+    std::uint64_t physFootprint = 0;     ///< what the process costs in memory, as the system itself counts it
+    std::uint64_t anonymous = 0;         ///< resident private memory without a file behind it
+    std::uint64_t purgeableVolatile = 0; ///< of that, what the system may drop; 0 where there is no such thing
+    std::uint64_t compressed = 0;        ///< moved out of memory: the compressor (macOS), swap (Linux)
+    std::uint64_t residentSize = 0;
+    // Disk
+    std::uint64_t diskBytesRead = 0;
+    std::uint64_t diskBytesWritten = 0;
+    // Wakeups
+    std::uint64_t idleWakeups = 0; ///< package idle wake-ups (macOS), voluntary context switches (Linux)
+};
+
+/// The process table of this host. Used on one queue at a time.
+/// macOS: proc_listallpids, proc_pidinfo, proc_pid_rusage, task_info. Linux: /proc.
+class ProcessSource {
+public:
+    virtual ~ProcessSource() = default;
+
+    /// One pass over all processes; only the groups wanted cost anything. Rows and the names in them stay valid until
+    /// the next call. A process that vanishes meanwhile is left out; one whose group could not be read lacks that group
+    /// in `present`. Empty when the table itself could not be read: a host always has at least one process.
+    virtual std::span<const ProcessRecord> readProcesses(ProcessFields wanted) = 0;
+
+    /// Units of CPU time in one second; 0 when the host does not tell.
+    virtual double timeBase() const = 0;
+    /// Seconds of CPU time by which the counters move at least (a clock tick); 0 when they are exact. Two readings
+    /// closer together than a few of these say nothing about the rate between them.
+    virtual double cpuResolution() const = 0;
+    /// Length in bytes at which the kernel may have cut a name: 16 on macOS, 15 on Linux.
+    virtual std::size_t nameLimit() const = 0;
+
+    /// A path whose last component is the full name of the program that a process runs. `name` is what the table says.
+    /// Raw bytes. Absent when the process is gone, has no such thing (kernel threads) or may not be asked.
+    virtual std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) = 0;
+
+    /// The process that the system holds responsible for this one: the app of a helper. Absent when the host has no
+    /// such notion or does not know. macOS: responsibility_get_pid_responsible_for_pid. Linux: the oldest process of
+    /// the systemd scope or service in /proc/PID/cgroup.
+    virtual std::optional<std::int32_t> responsiblePid(std::int32_t pid) = 0;
+};
+
+} // namespace meridal

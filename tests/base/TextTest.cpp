@@ -1,0 +1,65 @@
+#include "base/Text.h"
+#include "base/Value.h"
+
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+
+#include <limits>
+
+namespace meridal {
+namespace {
+
+TEST(Text, MalformedBytesAreReplacedOneByOne)
+{
+    EXPECT_EQ(
+        validUtf8("plain \xC3\xA9 \xE6\x97\xA5 \xF0\x9F\x98\x80"), "plain \xC3\xA9 \xE6\x97\xA5 \xF0\x9F\x98\x80");
+    EXPECT_EQ(validUtf8("a\xFFz"), "a\xEF\xBF\xBDz");
+    EXPECT_EQ(validUtf8("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD") << "overlong slash";
+    EXPECT_EQ(validUtf8("\xED\xA0\x80"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD") << "surrogate";
+    EXPECT_EQ(validUtf8("cut \xE6\x97"), "cut \xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(Text, AnyBytesBecomeValidAndStayWhenValid)
+{
+    const bool holds =
+        rc::check("validUtf8 is idempotent and printable removes controls", [](const std::string& bytes) {
+            const std::string once = validUtf8(bytes);
+            RC_ASSERT(validUtf8(once) == once);
+            for (const char byte : printable(bytes)) {
+                RC_ASSERT(static_cast<unsigned char>(byte) >= 0x20 && byte != 0x7F);
+            }
+        });
+    EXPECT_TRUE(holds);
+}
+
+TEST(Text, TerminalEscapesOfAProcessNameAreHarmless) { EXPECT_EQ(printable("evil\x1B[2J\n\xC2\x9B"), "evil?[2J??"); }
+
+TEST(Text, FiguresAreFiniteAndLocaleFree)
+{
+    EXPECT_EQ(fixed2(3.14159), "3.14");
+    EXPECT_EQ(fixed0(2.6e9), "2600000000");
+    EXPECT_EQ(fixed2(std::numeric_limits<double>::infinity()), "0.00");
+}
+
+TEST(Value, DeepInputIsRefusedWhileParsing)
+{
+    EXPECT_FALSE(parseUntrusted(std::string(200'000, '[')));
+    EXPECT_FALSE(parseUntrusted(std::string(33, '[') + std::string(33, ']')));
+    EXPECT_TRUE(parseUntrusted(std::string(32, '[') + std::string(32, ']')));
+    EXPECT_FALSE(parseUntrusted("{\"a\":"));
+}
+
+TEST(Value, NumbersKeepTheirKindAndBadOnesAreAbsent)
+{
+    const Dictionary dictionary{{"i", 7}, {"d", 1.5}, {"b", true}, {"big", std::numeric_limits<std::uint64_t>::max()}};
+    EXPECT_EQ(integer(dictionary, "i"), 7);
+    EXPECT_EQ(integer(dictionary, "d"), std::nullopt);
+    EXPECT_EQ(integer(dictionary, "big"), std::nullopt);
+    EXPECT_EQ(number(dictionary, "i"), 7.0);
+    EXPECT_EQ(number(dictionary, "b"), std::nullopt);
+    EXPECT_EQ(number(dictionary, "none"), std::nullopt);
+    EXPECT_EQ(serialise(Value("\xFF")), "\"\xEF\xBF\xBD\"");
+}
+
+} // namespace
+} // namespace meridal

@@ -1,0 +1,148 @@
+#pragma once
+
+#include "base/Log.h"
+#include "base/NotificationCenter.h"
+#include "base/VirtualRuntime.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace meridal::test {
+
+/// A process table that a test writes by hand.
+class FakeProcessSource final : public ProcessSource {
+public:
+    /// Adds a process or changes the one of that pid. The name is copied.
+    void set(ProcessRecord record)
+    {
+        const auto entry = names_.insert_or_assign(record.pid, std::string(record.name)).first;
+        record.name = entry->second;
+        const auto same =
+            std::find_if(rows.begin(), rows.end(), [&](const auto& row) { return row.pid == record.pid; });
+        if (same == rows.end()) {
+            rows.push_back(record);
+        } else {
+            *same = record;
+        }
+    }
+    void remove(std::int32_t pid)
+    {
+        std::erase_if(rows, [&](const auto& row) { return row.pid == pid; });
+    }
+
+    std::span<const ProcessRecord> readProcesses(ProcessFields wanted) override
+    {
+        asked.push_back(wanted);
+        return rows;
+    }
+    double timeBase() const override { return base; }
+    double cpuResolution() const override { return resolution; }
+    std::size_t nameLimit() const override { return 16; }
+    std::optional<std::string> executablePath(std::int32_t pid, std::string_view) override
+    {
+        ++pathLookups;
+        const auto entry = paths.find(pid);
+        return entry == paths.end() ? std::nullopt : std::optional(entry->second);
+    }
+    std::optional<std::int32_t> responsiblePid(std::int32_t pid) override
+    {
+        const auto entry = responsible.find(pid);
+        return entry == responsible.end() ? std::nullopt : std::optional(entry->second);
+    }
+
+    std::vector<ProcessRecord> rows;
+    std::vector<ProcessFields> asked; ///< of each pass, oldest first
+    std::map<std::int32_t, std::string> paths;
+    std::map<std::int32_t, std::int32_t> responsible;
+    double base = 1e9;
+    double resolution = 0;
+    int pathLookups = 0;
+
+private:
+    std::map<std::int32_t, std::string> names_;
+};
+
+class FakeMachineInfo final : public MachineInfo {
+public:
+    std::optional<std::string> modelIdentifier() const override { return model; }
+    std::optional<std::string> serialNumber() const override { return serial; }
+    std::optional<std::string> boardIdentifier() const override { return board; }
+    std::optional<std::string> processorName() const override { return "Fake CPU"; }
+    std::optional<double> processorHertz() const override { return 2e9; }
+    int logicalProcessors() const override { return 8; }
+    int physicalProcessors() const override { return 4; }
+    std::optional<double> memoryBytes() const override { return 16e9; }
+    std::optional<std::string> networkHardwareAddress() const override { return "02:00:00:00:00:01"; }
+    SystemRelease systemRelease() const override { return release; }
+    std::string systemName() const override { return "Fake OS"; }
+    std::optional<double> bootTime() const override { return boot; }
+    bool hasService(std::string_view serviceClass) const override { return service == serviceClass; }
+    std::optional<bool> chassisIsPortable() const override { return portable; }
+    std::string serviceManagerName() const override { return "launchd"; }
+
+    std::optional<std::string> model = "MacBookPro18,3";
+    std::optional<std::string> serial = "C02ABCDEFGHJ";
+    std::optional<std::string> board;
+    SystemRelease release = {14, 0, 0};
+    std::optional<double> boot = 1'699'990'000.0;
+    std::string service;
+    std::optional<bool> portable;
+};
+
+class FakeDisplayInfo final : public DisplayInfo {
+public:
+    std::optional<double> frameRate() override { return rate; }
+    std::optional<double> rate;
+};
+
+class FakeDistributedNotifications final : public DistributedNotifications {
+public:
+    void post(const std::string& name) override { posted.push_back(name); }
+    std::unique_ptr<Observation> observe(const std::string& name, std::function<void()> handler) override
+    {
+        handlers.emplace(name, std::move(handler));
+        return std::make_unique<Observation>();
+    }
+    std::vector<std::string> posted;
+    std::multimap<std::string, std::function<void()>> handlers;
+};
+
+class FakeSelfUsage final : public SelfUsage {
+public:
+    SelfUsageReading read() override { return reading; }
+    SelfUsageReading reading;
+};
+
+/// A whole machine under a test's thumb: virtual time, fake seams, no files.
+struct FakeMachine {
+    FakeMachine()
+    {
+        host.processes = std::make_unique<FakeProcessSource>();
+        host.machine = std::make_unique<FakeMachineInfo>();
+        host.display = std::make_unique<FakeDisplayInfo>();
+        host.distributedNotifications = std::make_unique<FakeDistributedNotifications>();
+        host.selfUsage = std::make_unique<FakeSelfUsage>();
+    }
+
+    FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
+    FakeMachineInfo& machine() { return static_cast<FakeMachineInfo&>(*host.machine); }
+    FakeDisplayInfo& display() { return static_cast<FakeDisplayInfo&>(*host.display); }
+    FakeDistributedNotifications& distributed()
+    {
+        return static_cast<FakeDistributedNotifications&>(*host.distributedNotifications);
+    }
+    FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
+
+    VirtualRuntime runtime;
+    Host host;
+    NotificationCenter notifications;
+    Log log;
+    Context context{runtime, host, notifications, log, Paths::underRoot("unused")};
+};
+
+} // namespace meridal::test
