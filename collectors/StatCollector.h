@@ -132,7 +132,9 @@ public:
     virtual void addLongTermSample(const Dictionary& sample);
     /// Measures, and stores the result with addSample or per item.
     virtual void updateStats();
-    virtual void updateStats(std::int64_t sequence);
+    /// What the clock calls; measures whatever the turn's number. Named apart from updateStats() so that overriding one
+    /// does not hide the other.
+    virtual void updateStatsForSequence(std::int64_t sequence);
     virtual void fillGaps();
     /// Whether the clock measures on a global queue instead of the main queue. Must not change.
     virtual bool threadedUpdating() const;
