@@ -1,0 +1,7 @@
+#include "platform/PlatformMacPro.h"
+
+namespace meridal {
+
+PlatformMacPro::PlatformMacPro(Context& context) : PlatformMac(context) { ignoreGraphicsControl_ = true; }
+
+} // namespace meridal
