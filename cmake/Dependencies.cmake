@@ -37,7 +37,7 @@ target_link_libraries(meridal_dep_asio INTERFACE Threads::Threads)
 
 if(APPLE)
   target_link_libraries(meridal_dep_curses INTERFACE ncurses)
-  foreach(framework Foundation CoreFoundation IOKit SystemConfiguration CoreWLAN CoreGraphics)
+  foreach(framework Foundation CoreFoundation IOKit SystemConfiguration CoreWLAN)
     target_link_libraries(meridal_dep_host INTERFACE "-framework ${framework}")
   endforeach()
   target_link_libraries(meridal_dep_host INTERFACE objc)
