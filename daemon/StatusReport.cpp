@@ -1,5 +1,6 @@
 #include "daemon/StatusReport.h"
 
+#include "base/Log.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
 #include "daemon/MeridalDaemon.h"

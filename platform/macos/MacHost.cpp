@@ -4,6 +4,7 @@
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
 #include "platform/macos/MacSelfUsage.h"
+#include "platform/macos/MacUserRights.h"
 #include "platform/macos/WindowServerDisplayInfo.h"
 
 namespace meridal {
@@ -16,6 +17,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->display = std::make_unique<WindowServerDisplayInfo>(*host->limitations);
     host->distributedNotifications = std::make_unique<DistributedCenter>(runtime);
     host->selfUsage = std::make_unique<MacSelfUsage>(host->processes->timeBase());
+    host->userRights = std::make_unique<MacUserRights>();
     return host;
 }
 
