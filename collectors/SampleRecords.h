@@ -64,7 +64,7 @@ struct statsample {
 
 /// The clock of one storage. Times are wall-clock seconds since 1970.
 struct sampleindexconfig {
-    double sampleID = 1; ///< identifier of the current or next sample
+    double sampleID = 0; ///< identifier of the current or next sample
     double time = 0;     ///< start of the current period
     double nextTime = 0; ///< when the next sample is due; 0 = not started
     double interval = 1; ///< s between samples

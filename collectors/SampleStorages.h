@@ -54,6 +54,9 @@ struct SampleIdentifier {
 /// The identifier in a sample: the last of the configuration's "addSampleIDKeys" that is present.
 SampleIdentifier sampleIdentifier(const Dictionary& sample, const Dictionary& config);
 
+/// The identifier that a clock's counter stands for; 0 for nonsense.
+std::uint64_t wholeIdentifier(double sampleID);
+
 /// Writes a sample into a slot, which must exist, by the configuration's "addSampleMap". Entries that are not finite
 /// numbers are left out. Allocates nothing.
 void writeSample(SampleRing& ring, SlotIndex slot, const Dictionary& sample, const Dictionary& config, EmptyRule rule);

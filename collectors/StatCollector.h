@@ -233,7 +233,7 @@ public:
     void startLogging();
     /// One turn of the clock.
     void updateSamplesAndLogging();
-    /// Stops for good and lets go of queue and delegates.
+    /// Stops for good and lets go of queue and delegates; the queue stays until a measurement in progress has ended.
     virtual void cleanup();
 
 protected:
@@ -247,9 +247,11 @@ private:
     template <typename Call>
     void forEachDelegate(Call call);
     void notifyUpdated();
+    void measureOnGlobalQueue(std::shared_ptr<StatCollector> self, Task finish);
     void finishTurn();
+    void advanceClock();
     void scheduleTurn(double seconds);
-    void insertItemSamples(const Dictionary& sample, const sampleindexconfig& record, StorageIndex index);
+    void addSampleToItems(const Dictionary& sample, StorageIndex index);
     void pushClockToItems(const sampleindexconfig& record, StorageIndex index);
 
     Context& context_;
@@ -285,6 +287,7 @@ private:
     bool needsUpdate_ = false;
     bool childrenChanged_ = false;
     bool measuring_ = false; ///< a threaded measurement is in progress
+    bool cleanedUp_ = false;
     Lifetime lifetime_;
     Lifetime clock_; ///< ends when the clock is started over
 };

@@ -126,6 +126,7 @@ protected:
     Context& context() const { return context_; }
 
 private:
+    void add(SampleStorage& storage, const Dictionary& sample);
     void write(SampleStorage& storage, const Dictionary& sample, SlotIndex slot, std::uint64_t sampleID);
 
     Context& context_;
