@@ -279,14 +279,20 @@ void ProcProcessSource::keepName(std::string_view name, State& state)
     names_ += name;
 }
 
-bool ProcProcessSource::hasLostParent(const ProcessRecord& row) const
+const ProcessRecord* ProcProcessSource::rowOf(std::int32_t pid) const
 {
-    if (row.parentPid == 0) {
+    const auto row = std::lower_bound(rows_.begin(), rows_.end(), pid,
+        [](const ProcessRecord& each, std::int32_t wanted) { return each.pid < wanted; });
+    return row == rows_.end() || row->pid != pid ? nullptr : &*row;
+}
+
+bool ProcProcessSource::hasLostParent(const ProcessRecord& row, const State& state) const
+{
+    if (row.parentPid == 0 || state.parentUnseen) {
         return false;
     }
-    const auto parent = std::lower_bound(rows_.begin(), rows_.end(), row.parentPid,
-        [](const ProcessRecord& each, std::int32_t pid) { return each.pid < pid; });
-    return parent == rows_.end() || parent->pid != row.parentPid || parent->status == ProcessStatus::Zombie
+    const ProcessRecord* parent = rowOf(row.parentPid);
+    return !parent || parent->status == ProcessStatus::Zombie
         || parent->startIdentity > row.startIdentity; // another process under the parent's pid
 }
 
@@ -294,7 +300,7 @@ void ProcProcessSource::readAgainWhereParentEnded()
 {
     bool anyGone = false;
     for (std::size_t i = 0; i < rows_.size(); ++i) {
-        if (!states_[i].takenOver || !hasLostParent(rows_[i])) {
+        if (!states_[i].takenOver || !hasLostParent(rows_[i], states_[i])) {
             continue;
         }
         Process again;
@@ -303,6 +309,7 @@ void ProcProcessSource::readAgainWhereParentEnded()
         case Reading::Done:
             rows_[i] = again.record;
             states_[i] = again.state;
+            states_[i].parentUnseen = !rowOf(again.record.parentPid);
             break;
         case Reading::Gone:
             states_[i].gone = true;

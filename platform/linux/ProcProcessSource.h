@@ -59,10 +59,11 @@ private:
         std::uint8_t changes = 0;  ///< at how many passes in a row it was found to have run
         bool hasStamp = false;
         bool oneThread = false;
-        bool running = false;                          ///< on a run queue while it was read
-        bool takenOver = false;                        ///< in the last pass
-        bool gone = false;                             ///< found so after it was taken over
-        ProcessFields tried = ProcessFields::None;     ///< groups read since the stamp, had or not
+        bool running = false;                      ///< on a run queue while it was read
+        bool takenOver = false;                    ///< in the last pass
+        bool parentUnseen = false;                 ///< its parent is hidden from us: that it is missing says nothing
+        bool gone = false;                         ///< found so after it was taken over
+        ProcessFields tried = ProcessFields::None; ///< groups read since the stamp, had or not
         ProcessFields available = ProcessFields::None; ///< of those, the ones that were had
         std::uint64_t writtenMark = 0;                 ///< highest figure given for diskBytesWritten
     };
@@ -83,7 +84,8 @@ private:
     Reading readIo(Process& process);
     std::string_view previousName(const State& state) const;
     void keepName(std::string_view name, State& state);
-    bool hasLostParent(const ProcessRecord& row) const;
+    const ProcessRecord* rowOf(std::int32_t pid) const;
+    bool hasLostParent(const ProcessRecord& row, const State& state) const;
     void readAgainWhereParentEnded();
 
     ProcFolder folder_;
