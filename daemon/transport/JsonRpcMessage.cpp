@@ -40,17 +40,6 @@ bool nestsTooDeep(std::string_view text)
     return false;
 }
 
-std::string whyUnparsable(std::string_view line)
-{
-    if (validUtf8(line) != line) {
-        return "the line is not valid UTF-8";
-    }
-    if (nestsTooDeep(line)) {
-        return fmt::format("arrays and objects nest deeper than {} levels", maximumNesting);
-    }
-    return "the line is not valid JSON";
-}
-
 /// What is wrong with an id, or an empty string.
 std::string_view idFault(const Value& id)
 {
@@ -102,9 +91,14 @@ JsonRpcFailure failureOf(const Error& error)
 
 std::variant<JsonRpcRequest, JsonRpcAnswer> parseRequest(std::string_view line)
 {
+    if (nestsTooDeep(line)) { // before parsing, which takes fifty times as long to find out
+        return refusal(nullptr, JsonRpcCode::ParseError,
+            fmt::format("arrays and objects nest deeper than {} levels", maximumNesting));
+    }
     std::optional<Value> message = parseUntrusted(line);
     if (!message) {
-        return refusal(nullptr, JsonRpcCode::ParseError, whyUnparsable(line));
+        return refusal(nullptr, JsonRpcCode::ParseError,
+            validUtf8(line) == line ? "the line is not valid JSON" : "the line is not valid UTF-8");
     }
     if (!message->is_object()) {
         return refusal(nullptr, JsonRpcCode::InvalidRequest,
