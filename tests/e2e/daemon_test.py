@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The whole daemon as its users meet it: a real process, a real socket, real signals, this machine's processes.
 
-    daemon_test.py BUILD_FOLDER
+    daemon_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
 
 Nothing here sleeps: every wait is for an event (a notification, an envelope, an exit) with a generous deadline.
 """
@@ -279,6 +279,6 @@ class DaemonTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    BUILD = os.path.abspath(sys.argv.pop(1))
+    BUILD = os.path.abspath(sys.argv.pop(1) if len(sys.argv) > 1 and os.path.isdir(sys.argv[1]) else os.environ["MERIDAL_BUILD_DIR"])
     ctypes.CDLL(None).prctl(1, signal.SIGKILL, 0, 0, 0)  # our children's parent must not outlive ctest's timeout
     unittest.main(verbosity=2)
