@@ -18,7 +18,8 @@ namespace {
 std::size_t allocations = 0; // benchmarks run on one thread
 }
 
-void* operator new(std::size_t size)
+// Not inlined: GCC takes a malloc seen next to a delete for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     ++allocations;
     if (void* memory = std::malloc(size)) {
@@ -26,8 +27,8 @@ void* operator new(std::size_t size)
     }
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace meridal {
 namespace {

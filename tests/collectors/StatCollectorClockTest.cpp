@@ -166,6 +166,24 @@ TEST_F(StatCollectorClockTest, CleanupKeepsTheQueueForTheMeasurementInProgress)
     EXPECT_EQ(collector->turns.size(), 1U);
 }
 
+TEST_F(StatCollectorClockTest, StartedOverDuringAMeasurementItNeverMeasuresTwiceAtATime)
+{
+    collector->threaded = true;
+    int under = 0;
+    collector->during = [&] {
+        EXPECT_EQ(++under, 1);
+        if (collector->turns.size() == 1) {
+            machine.runtime.mainQueue().runAndWait([&] { collector->startLogging(); });
+            machine.runtime.advance(1.5); // a turn of the new clock falls due meanwhile
+        }
+        --under;
+    };
+    collector->startLogging();
+    machine.runtime.advance(10);
+    EXPECT_GE(collector->turns.size(), 8U);
+    EXPECT_LE(collector->turns.size(), 10U);
+}
+
 TEST_F(StatCollectorClockTest, ThreadedNoticesComeBackToTheMainQueue)
 {
     struct Watcher final : StatCollectorDelegate {
