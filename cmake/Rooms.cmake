@@ -18,6 +18,21 @@ if(MERIDAL_SANITIZE)
   endif()
 endif()
 
+# The headers that nearly every source ends up including, parsed once a build and not once a source. Sources include what
+# they use all the same: tools/lint compiles every header alone. Not for two languages at once, so not on a Mac.
+if(NOT APPLE)
+  file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/pch/common.cpp CONTENT "")
+  add_library(meridal_pch STATIC ${CMAKE_BINARY_DIR}/pch/common.cpp)
+  target_link_libraries(meridal_pch PRIVATE meridal_options meridal::json meridal::fmt meridal::threads)
+  target_precompile_headers(meridal_pch PRIVATE <nlohmann/json.hpp> <fmt/format.h> <algorithm> <filesystem> <functional>
+    <map> <memory> <optional> <string> <string_view> <variant> <vector>)
+endif()
+function(meridal_precompiled target)
+  if(TARGET meridal_pch)
+    target_precompile_headers(${target} REUSE_FROM meridal_pch)
+  endif()
+endfunction()
+
 # meridal_room(FOLDER DEPENDS ... PRIVATE_DEPENDS ...): the library meridal_FOLDER, slashes as underscores. main.*
 # belongs to a program, not to the room.
 function(meridal_room folder)
@@ -36,6 +51,7 @@ function(meridal_room folder)
   if(sources)
     add_library(${name} STATIC ${sources})
     target_link_libraries(${name} PUBLIC meridal_options ${room_DEPENDS} PRIVATE ${room_PRIVATE_DEPENDS})
+    meridal_precompiled(${name})
   else()
     add_library(${name} INTERFACE)
     target_link_libraries(${name} INTERFACE meridal_options ${room_DEPENDS})
@@ -47,4 +63,5 @@ function(meridal_program name)
   cmake_parse_arguments(program "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${program_SOURCES})
   target_link_libraries(${name} PRIVATE meridal_options ${program_DEPENDS})
+  meridal_precompiled(${name})
 endfunction()
