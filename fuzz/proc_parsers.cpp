@@ -1,0 +1,62 @@
+// The first byte chooses the parser, the rest is the file.
+
+#include "platform/linux/ProcParsers.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+namespace {
+
+void require(bool holds)
+{
+    if (!holds) {
+        std::abort();
+    }
+}
+
+bool lies(std::string_view part, std::string_view whole)
+{
+    return part.empty() || (part.data() >= whole.data() && part.data() + part.size() <= whole.data() + whole.size());
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    using namespace meridal;
+    if (size == 0) {
+        return 0;
+    }
+    const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
+    switch (data[0] % 6) {
+    case 0:
+        if (const auto stat = proc::parseStat(text)) {
+            require(lies(stat->name, text) && stat->parentPid >= 0);
+        }
+        break;
+    case 1:
+        if (const auto status = proc::parseStatus(text)) {
+            require(status->residentBytes % 1024 == 0);
+        }
+        break;
+    case 2:
+        proc::parseIo(text);
+        break;
+    case 3:
+        proc::parseSchedstat(text);
+        break;
+    case 4: {
+        const std::string_view unit = proc::parseCgroup(text);
+        require(lies(unit, text) && (unit.empty() || unit.ends_with(".service") || unit.ends_with(".scope")));
+        break;
+    }
+    default: {
+        const std::string_view name = text.substr(0, text.find('\n'));
+        const std::string_view argument = proc::parseCmdline(text.substr(name.size()), name, 15);
+        require(lies(argument, text) && (argument.empty() || proc::isNamed(argument, name, 15)));
+        break;
+    }
+    }
+    return 0;
+}

@@ -1,0 +1,57 @@
+#include "platform/linux/LinuxHost.h"
+
+#include "platform/linux/BusNotifications.h"
+#include "platform/linux/DrmDisplayInfo.h"
+#include "platform/linux/LinuxMachineInfo.h"
+#include "platform/linux/LinuxSelfUsage.h"
+#include "platform/linux/RootFolder.h"
+#include "platform/linux/SystemBus.h"
+
+#include <unistd.h>
+
+namespace meridal {
+
+namespace {
+
+/// The bus of a recorded tree is the one that the tree has, which is none as a rule.
+std::string busAddress(const std::filesystem::path& root)
+{
+    return root == "/" ? std::string() : "unix:path=" + (root / "run/dbus/system_bus_socket").string();
+}
+
+} // namespace
+
+std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& options)
+{
+    auto host = std::make_unique<Host>();
+    noteLimitations(options.root, *host->limitations);
+    host->machine = std::make_unique<LinuxMachineInfo>(options.root);
+    host->processes = std::make_unique<ProcProcessSource>(options.root, host->limitations, options.processes);
+    host->display = std::make_unique<DrmDisplayInfo>(options.root);
+    auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
+    host->distributedNotifications = std::make_unique<BusNotifications>(std::move(bus));
+    host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
+    return host;
+}
+
+void noteLimitations(const std::filesystem::path& root, Limitations& limitations)
+{
+    const RootFolder folder(root);
+    limitations.set("wakeups", "voluntary context switches are those of each process's main thread");
+    if (folder.isDenied("proc/1/io")) {
+        limitations.set("disk", "reading /proc/PID/io of other users needs root");
+    }
+    if (folder.isDenied("sys/class/dmi/id/product_serial")) {
+        limitations.set("serial-number", "reading the serial number needs root");
+    }
+    if (!folder.exists("run/systemd/system")) {
+        limitations.set("responsible-pid", "this system is not run by systemd, whose units tell what belongs together");
+    }
+    if (!folder.exists("dev/dri")) {
+        limitations.set("frame-rate", "no display device under /dev/dri");
+    } else if (::access(folder.path("dev/dri/card0").c_str(), R_OK | W_OK) != 0) { // opening it would take it over
+        limitations.set("frame-rate", "reading /dev/dri needs root or the group \"video\"");
+    }
+}
+
+} // namespace meridal

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "platform/host/Host.h"
+#include "platform/linux/ProcProcessSource.h"
+
+#include <filesystem>
+#include <memory>
+
+namespace meridal {
+
+class Runtime;
+
+struct LinuxHostOptions {
+    std::filesystem::path root = "/"; ///< what holds proc, sys, etc, run and dev
+    ProcProcessOptions processes = {};
+};
+
+/// The seams on this machine. Made on the main thread; the runtime must outlive it.
+std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& options = {});
+
+/// Notes what this process may not read here or what the machine lacks, as it stands now.
+void noteLimitations(const std::filesystem::path& root, Limitations& limitations);
+
+} // namespace meridal

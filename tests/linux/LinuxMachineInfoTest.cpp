@@ -1,0 +1,118 @@
+#include "platform/linux/LinuxMachineInfo.h"
+#include "platform/linux/Descriptor.h"
+#include "platform/linux/DrmDisplayInfo.h"
+#include "platform/linux/LinuxSelfUsage.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace meridal {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(LinuxMachineInfo, ReadsALaptop)
+{
+    const test::TemporaryTree tree{{"sys/class/dmi/id/sys_vendor", "LENOVO\n"},
+        {"sys/class/dmi/id/product_name", "20XW005PGE\n"},
+        {"sys/class/dmi/id/product_version", "ThinkPad X1 Carbon Gen 9\n"},
+        {"sys/class/dmi/id/product_serial", "PF2ABCDE\n"}, {"sys/class/dmi/id/board_name", "20XW005PGE\n"},
+        {"sys/class/dmi/id/chassis_type", "10\n"},
+        {"proc/cpuinfo", "processor\t: 0\nmodel name\t: Some CPU @ 2.80GHz\ncpu MHz\t\t: 2803.198\n\nprocessor\t: 1\n"},
+        {"sys/devices/system/cpu/cpu0/topology/thread_siblings_list", "0-1\n"},
+        {"sys/devices/system/cpu/cpu1/topology/thread_siblings_list", "0-1\n"},
+        {"sys/devices/system/cpu/cpufreq/x", ""}, {"sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq", "4700000\n"},
+        {"proc/meminfo", "MemTotal:       16000000 kB\nMemFree: 1 kB\n"},
+        {"etc/os-release", "NAME=\"Debian GNU/Linux\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n"},
+        {"proc/stat", "cpu  1 2 3\nbtime 1700000000\nprocesses 5\n"}, {"proc/1/comm", "systemd\n"},
+        {"sys/class/net/docker0/address", "02:42:00:00:00:01\n"}, {"sys/class/net/docker0/ifindex", "1\n"},
+        {"sys/class/net/wlan0/address", "aa:bb:cc:dd:ee:01\n"}, {"sys/class/net/wlan0/ifindex", "3\n"},
+        {"sys/class/net/wlan0/device/vendor", "x"}, {"sys/class/net/zeth/address", "aa:bb:cc:dd:ee:02\n"},
+        {"sys/class/net/zeth/ifindex", "2\n"}, {"sys/class/net/zeth/device/vendor", "x"}};
+    const LinuxMachineInfo machine(tree.root());
+    EXPECT_EQ(machine.modelIdentifier(), "ThinkPad X1 Carbon Gen 9");
+    EXPECT_EQ(machine.serialNumber(), "PF2ABCDE");
+    EXPECT_EQ(machine.chassisIsPortable(), true);
+    EXPECT_EQ(machine.processorName(), "Some CPU @ 2.80GHz");
+    EXPECT_EQ(machine.processorHertz(), 4.7e9);
+    EXPECT_EQ(machine.logicalProcessors(), 2);
+    EXPECT_EQ(machine.physicalProcessors(), 1);
+    EXPECT_EQ(machine.memoryBytes(), 16384000000.0);
+    EXPECT_EQ(machine.systemName(), "Debian GNU/Linux 12 (bookworm)");
+    EXPECT_EQ(machine.bootTime(), 1700000000.0);
+    EXPECT_EQ(machine.networkHardwareAddress(), "aa:bb:cc:dd:ee:02");
+    EXPECT_EQ(machine.serviceManagerName(), "systemd");
+    tree.write("proc/stat", "btime 1700000001\n");
+    EXPECT_EQ(machine.bootTime(), 1700000001.0) << "the clock was set";
+}
+
+TEST(LinuxMachineInfo, ReadsABoardWithADeviceTree)
+{
+    const test::TemporaryTree tree{{"proc/device-tree/model", "Some Board 4 Rev 1.2\0"s},
+        {"proc/device-tree/serial-number", "10000000abcdef\0"s}, {"proc/device-tree/chassis-type", "embedded\0"s},
+        {"proc/cpuinfo", "processor\t: 0\nBogoMIPS\t: 108.00\n\nprocessor\t: 1\n"}, {"proc/1/comm", "init\n"}};
+    const LinuxMachineInfo machine(tree.root());
+    EXPECT_EQ(machine.modelIdentifier(), "Some Board 4 Rev 1.2");
+    EXPECT_EQ(machine.serialNumber(), "10000000abcdef");
+    EXPECT_EQ(machine.chassisIsPortable(), false);
+    EXPECT_EQ(machine.logicalProcessors(), 2);
+    EXPECT_EQ(machine.serviceManagerName(), "init");
+    EXPECT_FALSE(machine.processorHertz());
+}
+
+TEST(LinuxMachineInfo, AnEmptyMachineHasAbsentFigures)
+{
+    const test::TemporaryTree tree{{"sys/class/dmi/id/product_name", "To Be Filled By O.E.M.\n"},
+        {"sys/class/dmi/id/chassis_type", "2\n"}, {"proc/stat", "btime nonsense\n"}};
+    const LinuxMachineInfo machine(tree.root());
+    EXPECT_FALSE(machine.modelIdentifier() || machine.serialNumber() || machine.bootTime() || machine.memoryBytes());
+    EXPECT_FALSE(machine.chassisIsPortable() || machine.networkHardwareAddress());
+    EXPECT_EQ(machine.logicalProcessors(), 1);
+    EXPECT_FALSE(LinuxMachineInfo(tree.root() / "nowhere").modelIdentifier());
+}
+
+TEST(LinuxMachineInfo, ThisMachineTellsTheBasics)
+{
+    const LinuxMachineInfo machine("/");
+    EXPECT_GE(machine.logicalProcessors(), machine.physicalProcessors());
+    EXPECT_GT(machine.memoryBytes().value_or(0), 1e8);
+    EXPECT_GT(machine.bootTime().value_or(0), 1e9);
+}
+
+TEST(LinuxSelfUsage, TellsTheCostOfThisProcess)
+{
+    LinuxSelfUsage usage("/");
+    const SelfUsageReading before = usage.read();
+    EXPECT_GT(before.residentBytes.value_or(0), 1U << 20);
+    EXPECT_LE(before.proportionalBytes.value_or(0), before.residentBytes.value_or(0));
+    const Descriptor extra(::dup(0));
+    EXPECT_EQ(usage.read().openDescriptors, before.openDescriptors.value_or(0) + 1);
+
+    const SelfUsageReading none = LinuxSelfUsage("/nowhere").read();
+    EXPECT_TRUE(none.cpuSeconds);
+    EXPECT_FALSE(none.residentBytes || none.bytesWritten || none.openDescriptors);
+}
+
+TEST(DrmDisplayInfo, CountsFramesBetweenTwoBlanksOfOneDisplay)
+{
+    std::optional<VerticalBlank> now;
+    DrmDisplayInfo display([&] { return now; });
+    EXPECT_FALSE(display.frameRate());
+    now = VerticalBlank{.display = 1, .count = 0xFFFFFFF0, .time = 10};
+    EXPECT_FALSE(display.frameRate()) << "nothing to compare with";
+    now = VerticalBlank{.display = 1, .count = 104, .time = 12}; // across the wrap
+    EXPECT_EQ(display.frameRate(), 60);
+    EXPECT_FALSE(display.frameRate()) << "no frame since";
+    now = VerticalBlank{.display = 2, .count = 300, .time = 14};
+    EXPECT_FALSE(display.frameRate()) << "another display";
+    now = VerticalBlank{.display = 2, .count = 5, .time = 15};
+    EXPECT_FALSE(display.frameRate()) << "the counter began again";
+
+    const test::TemporaryTree tree{{"dev/dri/card0", "not a device"}};
+    EXPECT_FALSE(DrmDisplayInfo(tree.root()).frameRate());
+}
+
+} // namespace
+} // namespace meridal

@@ -1,0 +1,333 @@
+// The process table against the kernel that runs the tests.
+
+#include "platform/linux/ProcProcessSource.h"
+#include "platform/linux/RootFolder.h"
+#include "tests/linux/Child.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ctime>
+#include <fmt/format.h>
+#include <random>
+#include <set>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/vfs.h>
+
+namespace meridal {
+namespace {
+
+using test::Child;
+
+struct LiveProcesses : testing::Test {
+    const ProcessRecord* row(pid_t pid)
+    {
+        const auto rows = source.readProcesses(ProcessFields::All);
+        const auto found = std::find_if(rows.begin(), rows.end(), [&](const auto& each) { return each.pid == pid; });
+        return found == rows.end() ? nullptr : &*found;
+    }
+
+    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
+    ProcProcessSource source{"/", limitations};
+};
+
+double ownCpuTime()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+void spinFor(double seconds)
+{
+    for (const double end = ownCpuTime() + seconds; ownCpuTime() < end;) { }
+}
+
+void awaitBlocked(pid_t pid)
+{
+    const RootFolder root("/");
+    for (char state = 'R'; state == 'R'; ::sched_yield()) {
+        const std::string text = root.read(fmt::format("proc/{}/stat", pid)).value_or("");
+        const auto stat = proc::parseStat(text);
+        state = stat ? stat->state : 'X';
+    }
+}
+
+TEST_F(LiveProcesses, ThisProcessIsAmongThem)
+{
+    const ProcessRecord* self = row(::getpid());
+    ASSERT_TRUE(self);
+    EXPECT_EQ(self->parentPid, ::getppid());
+    EXPECT_EQ(self->status, ProcessStatus::Alive);
+    EXPECT_EQ(self->present, ProcessFields::All);
+    EXPECT_EQ(self->name, "test_linux");
+    EXPECT_GE(self->physFootprint, self->anonymous);
+    EXPECT_GT(self->residentSize, 1U << 20);
+    const auto path = source.executablePath(self->pid, self->name);
+    ASSERT_TRUE(path);
+    EXPECT_TRUE(path->ends_with("/test_linux")) << *path;
+    source.responsiblePid(self->pid); // whatever it is here
+}
+
+TEST_F(LiveProcesses, AZombieIsThereUntilReaped)
+{
+    Child child([](const Child::Pipes&) {});
+    child.awaitEnd();
+    const ProcessRecord* zombie = row(child.pid());
+    ASSERT_TRUE(zombie);
+    EXPECT_EQ(zombie->status, ProcessStatus::Zombie);
+    EXPECT_TRUE(has(zombie->present, ProcessFields::Cpu | ProcessFields::Memory));
+    EXPECT_EQ(zombie->residentSize, 0U);
+    EXPECT_EQ(source.executablePath(child.pid(), "anything"), std::nullopt);
+    child.reap();
+    EXPECT_FALSE(row(child.pid()));
+}
+
+TEST_F(LiveProcesses, KernelThreadsHaveNoMemoryOfTheirOwn)
+{
+    const ProcessRecord* thread = row(2);
+    if (!thread || thread->name != "kthreadd") {
+        GTEST_SKIP() << "this table shows no kernel threads";
+    }
+    EXPECT_TRUE(has(thread->present, ProcessFields::Memory));
+    EXPECT_EQ(thread->residentSize, 0U);
+    EXPECT_EQ(thread->physFootprint, 0U);
+    EXPECT_EQ(source.executablePath(2, ""), std::nullopt);
+}
+
+TEST_F(LiveProcesses, ANameOfAnyBytesIsGivenAsItIs)
+{
+    constexpr const char* name = ") R 1 (\n\xFF x y"; // within 15 bytes
+    const Child child([&](const Child::Pipes& pipes) {
+        ::prctl(PR_SET_NAME, name);
+        pipes.answer('!');
+        pipes.command();
+    });
+    char ready = 0;
+    ASSERT_TRUE(child.answer(ready));
+    const ProcessRecord* odd = row(child.pid());
+    ASSERT_TRUE(odd);
+    EXPECT_EQ(odd->name, name);
+    EXPECT_EQ(odd->parentPid, ::getpid());
+}
+
+TEST_F(LiveProcesses, CutNamesAreCompleted)
+{
+    const test::TemporaryTree tree{{"a-script-with-a-long-name", "#!/bin/sh\nread answer\n"}};
+    const auto script = tree.root() / "a-script-with-a-long-name";
+    const auto program = tree.root() / "a-program-with-a-long-name";
+    std::filesystem::copy_file("/bin/cat", program);
+    for (const auto& path : {script, program}) {
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        const Child child([&](const Child::Pipes& pipes) {
+            ::dup2(pipes.commands, 0); // so that it waits
+            ::execl(path.c_str(), path.c_str(), nullptr);
+            pipes.answer('!'); // it did not start
+        });
+        char failed = 0;
+        ASSERT_FALSE(child.answer(failed)) << "cannot start " << path;
+        const ProcessRecord* cut = row(child.pid());
+        ASSERT_TRUE(cut);
+        EXPECT_EQ(cut->name, path.filename().string().substr(0, source.nameLimit()));
+        EXPECT_EQ(source.executablePath(child.pid(), cut->name), path.string());
+    }
+}
+
+TEST_F(LiveProcesses, ShortLivedProcessesLeaveNothingBehind)
+{
+    constexpr int forks = 2000;
+    Child forker([](const Child::Pipes& pipes) {
+        for (int i = 0; i < forks; ++i) {
+            const pid_t pid = ::fork();
+            if (pid == 0) {
+                ::_exit(0);
+            }
+            if (i % 4 == 3) { // a few at a time
+                while (::waitpid(-1, nullptr, WNOHANG) > 0) { }
+            }
+        }
+        while (::waitpid(-1, nullptr, 0) > 0) { }
+        pipes.answer('!');
+    });
+    int passes = 0;
+    siginfo_t ended{};
+    while (::waitid(P_PID, static_cast<id_t>(forker.pid()), &ended, WEXITED | WNOWAIT | WNOHANG) == 0
+        && ended.si_pid == 0) {
+        const auto rows = source.readProcesses(ProcessFields::All);
+        ++passes;
+        ASSERT_TRUE(
+            std::is_sorted(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.pid < b.pid; }));
+        ASSERT_TRUE(std::adjacent_find(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
+            return a.pid == b.pid;
+        }) == rows.end());
+    }
+    EXPECT_GT(passes, 1);
+    const auto rows = source.readProcesses(ProcessFields::All);
+    EXPECT_TRUE(
+        std::none_of(rows.begin(), rows.end(), [&](const auto& each) { return each.parentPid == forker.pid(); }));
+}
+
+/// What a child did by its own account.
+struct Account {
+    double cpuTime = 0;
+    long voluntarySwitches = 0;
+};
+
+Account ownAccount()
+{
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return {.cpuTime = ownCpuTime(), .voluntarySwitches = usage.ru_nvcsw};
+}
+
+TEST_F(LiveProcesses, CpuMemoryAndSwitchesAgreeWithTheProcessItself)
+{
+    constexpr std::size_t size = 64 << 20;
+    const Child child([](const Child::Pipes& pipes) {
+        pipes.answer(ownAccount());
+        while (pipes.command() == 'w') {
+            spinFor(0.5);
+            void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            std::memset(memory, 1, size);
+            for (int i = 0; i < 50; ++i) {
+                const timespec moment{.tv_sec = 0, .tv_nsec = 1000};
+                ::nanosleep(&moment, nullptr);
+            }
+            pipes.answer(ownAccount());
+        }
+    });
+    Account before;
+    ASSERT_TRUE(child.answer(before));
+    awaitBlocked(child.pid());
+    const ProcessRecord first = *row(child.pid());
+    child.command('w');
+    Account after;
+    ASSERT_TRUE(child.answer(after));
+    awaitBlocked(child.pid());
+    const ProcessRecord second = *row(child.pid());
+
+    const double recorded = static_cast<double>(second.userTime + second.systemTime) / source.timeBase();
+    EXPECT_NEAR(recorded, after.cpuTime, 2 * source.cpuResolution() + 0.02 * after.cpuTime);
+    EXPECT_NEAR(static_cast<double>(second.anonymous - first.anonymous), size, 0.03 * size);
+    EXPECT_NEAR(static_cast<double>(second.physFootprint - first.physFootprint), size, 0.03 * size);
+    EXPECT_NEAR(static_cast<double>(second.idleWakeups - first.idleWakeups),
+        static_cast<double>(after.voluntarySwitches - before.voluntarySwitches), 3);
+    EXPECT_GE(second.idleWakeups - first.idleWakeups, 50U);
+}
+
+/// A folder on a disk that the kernel accounts to processes; memory file systems and overlays have none.
+std::optional<std::filesystem::path> accountedFolder()
+{
+    constexpr std::array notAccounted = {0x01021994L, 0x858458f6L, 0x794c7630L}; // tmpfs, ramfs, overlayfs
+    for (const char* folder : {MERIDAL_BUILD_DIR, "/var/tmp", "/tmp"}) {
+        struct statfs system { };
+        if (::statfs(folder, &system) == 0 && ::access(folder, W_OK) == 0
+            && std::find(notAccounted.begin(), notAccounted.end(), static_cast<long>(system.f_type))
+                == notAccounted.end()) {
+            return folder;
+        }
+    }
+    return std::nullopt;
+}
+
+TEST_F(LiveProcesses, BytesWrittenAgreeWithWhatWasWritten)
+{
+    constexpr std::size_t size = 8 << 20;
+    const auto folder = accountedFolder();
+    if (!folder) {
+        GTEST_SKIP() << "no file system on a disk at hand";
+    }
+    const std::string path = (*folder / fmt::format("written-by-test-{}", ::getpid())).string();
+    const Child child([&](const Child::Pipes& pipes) {
+        const std::string block(size, 'x');
+        pipes.answer('!');
+        while (pipes.command() == 'w') {
+            const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+            const bool done = ::write(file, block.data(), size) == static_cast<ssize_t>(size) && ::fsync(file) == 0;
+            ::unlink(path.c_str());
+            pipes.answer(done ? '+' : '-');
+        }
+    });
+    char answer = 0;
+    ASSERT_TRUE(child.answer(answer));
+    const std::uint64_t before = row(child.pid())->diskBytesWritten;
+    child.command('w');
+    ASSERT_TRUE(child.answer(answer));
+    ASSERT_EQ(answer, '+');
+    const std::uint64_t after = row(child.pid())->diskBytesWritten;
+    EXPECT_NEAR(static_cast<double>(after - before), size, 0.03 * size);
+}
+
+/// Does something, so that counters of every group move.
+void work(std::vector<std::string>& kept)
+{
+    spinFor(0.002);
+    kept.emplace_back(1 << 18, 'x');
+    if (kept.size() % 3 == 0) {
+        ::prctl(PR_SET_NAME, fmt::format("worked {}", kept.size()).c_str());
+    }
+}
+
+TEST_F(LiveProcesses, RowsTakenOverEqualRowsRead)
+{
+    constexpr int children = 24;
+    constexpr int rounds = 40;
+    ProcProcessSource plain("/", limitations, {.skipUnchanged = false});
+    std::vector<std::unique_ptr<Child>> crowd;
+    for (int i = 0; i < children; ++i) {
+        crowd.push_back(std::make_unique<Child>([](const Child::Pipes& pipes) {
+            std::vector<std::string> kept;
+            while (pipes.command() == 'w') {
+                work(kept);
+                pipes.answer('!');
+            }
+        }));
+    }
+    const auto mine = [&](ProcProcessSource& from) {
+        std::vector<ProcessRecord> rows;
+        for (const ProcessRecord& each : from.readProcesses(ProcessFields::All)) {
+            if (each.parentPid == ::getpid()) {
+                rows.push_back(each);
+            }
+        }
+        return rows;
+    };
+    const auto same = [](const ProcessRecord& a, const ProcessRecord& b) {
+        return a.pid == b.pid && a.parentPid == b.parentPid && a.status == b.status && a.present == b.present
+            && a.startIdentity == b.startIdentity && a.name == b.name && a.userTime == b.userTime
+            && a.systemTime == b.systemTime && a.physFootprint == b.physFootprint && a.anonymous == b.anonymous
+            && a.compressed == b.compressed && a.residentSize == b.residentSize && a.diskBytesRead == b.diskBytesRead
+            && a.diskBytesWritten == b.diskBytesWritten && a.idleWakeups == b.idleWakeups;
+    };
+    std::mt19937 random(7);
+    std::size_t takenOver = 0;
+    for (int round = 0; round < rounds; ++round) {
+        for (const auto& child : crowd) {
+            if (random() % 4 == 0) {
+                child->command('w');
+                char answer = 0;
+                ASSERT_TRUE(child->answer(answer));
+            }
+            awaitBlocked(child->pid());
+        }
+        // A thread counts as blocked a moment before its switch is counted: it may need a second look. A row taken over
+        // wrongly would stay wrong.
+        bool agree = false;
+        for (int look = 0; look < 3 && !agree; ++look) {
+            const auto skipping = mine(source);
+            const auto reading = mine(plain);
+            agree = std::equal(skipping.begin(), skipping.end(), reading.begin(), reading.end(), same);
+        }
+        EXPECT_TRUE(agree) << "round " << round;
+        takenOver += source.takenOver();
+    }
+    EXPECT_GT(takenOver, static_cast<std::size_t>(children)) << "or nothing was compared";
+}
+
+} // namespace
+} // namespace meridal

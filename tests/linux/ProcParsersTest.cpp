@@ -1,0 +1,146 @@
+#include "platform/linux/ProcParsers.h"
+
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+
+#include <string>
+
+namespace meridal::proc {
+namespace {
+
+using namespace std::string_literals;
+
+std::string statLine(const std::string& name)
+{
+    return "812 (" + name
+        + ") S 7 812 812 0 -1 4194560 1200 0 3 0 250 130 -5 0 20 0 3 0 5500 170000000 2600 18446744073709551615 1\n";
+}
+
+TEST(ParseStat, ReadsItsFields)
+{
+    const std::string line = statLine("cat");
+    const auto stat = parseStat(line);
+    ASSERT_TRUE(stat);
+    const Stat expected{.name = "cat",
+        .state = 'S',
+        .parentPid = 7,
+        .userTicks = 250,
+        .systemTicks = 130,
+        .threads = 3,
+        .startTicks = 5500};
+    EXPECT_EQ(*stat, expected);
+}
+
+TEST(ParseStat, AnyNameLeavesTheFiguresAlone)
+{
+    for (const std::string& name : {"a b"s, ") R 1 1 1"s, "((("s, "x)\n(y"s, ""s, "\xFF\x80\x01"s}) {
+        const std::string line = statLine(name);
+        const auto stat = parseStat(line);
+        ASSERT_TRUE(stat) << name;
+        EXPECT_EQ(stat->name, name);
+        EXPECT_EQ(stat->startTicks, 5500U);
+    }
+    const bool holds = rc::check("any bytes as a name", [](const std::string& name) {
+        const std::string line = statLine(name);
+        const auto stat = parseStat(line);
+        RC_ASSERT(stat && stat->name == name && stat->parentPid == 7 && stat->systemTicks == 130U);
+    });
+    EXPECT_TRUE(holds);
+}
+
+TEST(ParseStat, ACutFileIsNoFile)
+{
+    const std::string line = statLine("cat");
+    const std::size_t enough = line.find("5500 ") + 5;
+    for (std::size_t size = 0; size < enough; ++size) {
+        EXPECT_FALSE(parseStat(std::string_view(line).substr(0, size))) << size;
+    }
+    EXPECT_TRUE(parseStat(std::string_view(line).substr(0, enough)));
+    EXPECT_FALSE(parseStat(") 1 ("));
+    EXPECT_FALSE(parseStat("1 (x) S 99999999999 1 1 0 -1 0 0 0 0 0 1 1 0 0 20 0 1 0 5 ")) << "parent of 2^36";
+    EXPECT_FALSE(parseStat("1 (x) S 1 1 1 0 -1 0 0 0 0 0 99999999999999999999 1 0 0 20 0 1 0 5 ")) << "above 64 bits";
+}
+
+TEST(ParseStatus, TellsMemoryFromItsAbsence)
+{
+    const auto process = parseStatus("Name:\tVmRSS:\\n9\nState:\tS\nVmHWM:\t 9 kB\nVmRSS:\t 100 kB\nRssAnon:\t 60 kB\n"
+                                     "RssFile:\t 30 kB\nRssShmem:\t 10 kB\nVmSwap:\t 5 kB\n"
+                                     "voluntary_ctxt_switches:\t77\nnonvoluntary_ctxt_switches:\t5\n");
+    ASSERT_TRUE(process);
+    EXPECT_TRUE(process->hasMemory && process->hasParts);
+    EXPECT_EQ(process->residentBytes, 102400U);
+    EXPECT_EQ(process->anonymousBytes, 61440U);
+    EXPECT_EQ(process->sharedMemoryBytes, 10240U);
+    EXPECT_EQ(process->swapBytes, 5120U);
+    EXPECT_EQ(process->voluntarySwitches, 77U);
+
+    const auto thread = parseStatus("Name:\tkthreadd\nThreads:\t1\nvoluntary_ctxt_switches:\t3\n");
+    ASSERT_TRUE(thread);
+    EXPECT_FALSE(thread->hasMemory);
+    EXPECT_FALSE(parseStatus("Name:\tx\nVmRSS:\t 100 kB\nvoluntary_ctxt_switches:\t7")) << "the number may be cut";
+    EXPECT_FALSE(parseStatus(""));
+}
+
+TEST(ParseIo, NeedsAllThree)
+{
+    const auto io = parseIo("rchar: 1\nwchar: 2\nsyscr: 3\nsyscw: 4\nread_bytes: 5\nwrite_bytes: 6\n"
+                            "cancelled_write_bytes: 7\n");
+    EXPECT_EQ(io, (Io{.readBytes = 5, .writeBytes = 6, .cancelledWriteBytes = 7}));
+    EXPECT_FALSE(parseIo("read_bytes: 5\ncancelled_write_bytes: 7\n"));
+    EXPECT_FALSE(parseIo("read_bytes: 5\nwrite_bytes: 6\ncancelled_write_bytes: 7"));
+    EXPECT_FALSE(parseIo("read_bytes: -5\nwrite_bytes: 6\ncancelled_write_bytes: 7\n"));
+}
+
+TEST(ParseSchedstat, NeedsAWholeLine)
+{
+    EXPECT_EQ(parseSchedstat("10 20 30\n"), (Schedstat{.runTime = 10, .waitTime = 20, .slices = 30}));
+    EXPECT_FALSE(parseSchedstat("10 20 30"));
+    EXPECT_FALSE(parseSchedstat("10 20\n"));
+    EXPECT_FALSE(parseSchedstat(""));
+}
+
+TEST(ParseCgroup, FindsTheApplicationsUnit)
+{
+    EXPECT_EQ(parseCgroup("0::/system.slice/nginx.service\n"), "/system.slice/nginx.service");
+    EXPECT_EQ(parseCgroup("0::/user.slice/user-1.slice/user@1.service/app.slice/app-x-7.scope/a/b\n"),
+        "/user.slice/user-1.slice/user@1.service/app.slice/app-x-7.scope")
+        << "what an application makes below its unit belongs to it";
+    EXPECT_EQ(parseCgroup("3:cpu:/system.slice/a.service\n1:name=systemd:/system.slice/b.service\n0::/\n"),
+        "/system.slice/b.service");
+    EXPECT_EQ(parseCgroup("0::/system.slice/docker-1.scope/init.scope\n"), "/system.slice/docker-1.scope");
+    for (const char* shared : {"0::/init.scope\n", "0::/user.slice/user-1.slice/session-3.scope\n",
+             "0::/user.slice/user-1.slice/user@1.service/init.scope\n", "0::/\n", "nonsense\n", "0::/x.service"}) {
+        EXPECT_EQ(parseCgroup(shared), "") << shared;
+    }
+}
+
+TEST(ParseCmdline, FindsTheArgumentThatTheNameBegan)
+{
+    constexpr std::size_t limit = 15;
+    EXPECT_EQ(parseCmdline("/usr/bin/python3\0/usr/bin/a-very-long-script\0"s, "a-very-long-scr", limit),
+        "/usr/bin/a-very-long-script");
+    EXPECT_EQ(parseCmdline("/bin/cat\0file\0"s, "cat", limit), "/bin/cat");
+    EXPECT_EQ(parseCmdline("/bin/catalogue\0"s, "cat", limit), "") << "a short name is not cut";
+    EXPECT_EQ(parseCmdline("a-very-long-server: worker\0"s, "a-very-long-ser", limit), "") << "a title";
+    EXPECT_EQ(parseCmdline("/opt/my apps/a very long program\0"s, "a very long pro", limit),
+        "/opt/my apps/a very long program");
+    EXPECT_EQ(parseCmdline("/bin/sh\0-c\0"s, "", limit), "/bin/sh");
+    EXPECT_EQ(parseCmdline("", "", limit), "");
+    EXPECT_EQ(parseCmdline("\0\0\0"s, "x", limit), "");
+}
+
+TEST(Parsers, AnyBytesAreSafe)
+{
+    const bool holds = rc::check("no parser reads outside its text", [](const std::string& bytes) {
+        parseStat(bytes);
+        parseStatus(bytes);
+        parseIo(bytes);
+        parseSchedstat(bytes);
+        parseCgroup(bytes);
+        parseCmdline(bytes, "name", 15);
+    });
+    EXPECT_TRUE(holds);
+}
+
+} // namespace
+} // namespace meridal::proc

@@ -1,0 +1,131 @@
+#include "platform/linux/SystemBus.h"
+#include "base/VirtualRuntime.h"
+#include "platform/linux/BusNotifications.h"
+#include "platform/linux/LinuxHost.h"
+#include "tests/linux/Child.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <systemd/sd-bus.h>
+
+namespace meridal {
+namespace {
+
+/// A bus of the test's own, and virtual time whose descriptors are real.
+struct Bus : testing::Test {
+    void startDaemon()
+    {
+        daemon = std::make_unique<test::Child>([&](const test::Child::Pipes& pipes) {
+            ::dup2(pipes.answers, 3);
+            ::execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog",
+                "--print-address=3", ("--address=" + address).c_str(), nullptr);
+        });
+        char first = 0;
+        hasDaemon = daemon->answer(first); // printed once it listens
+    }
+    void SetUp() override
+    {
+        startDaemon();
+        if (!hasDaemon) {
+            GTEST_SKIP() << "no dbus-daemon installed";
+        }
+    }
+    /// Serves the connection until the condition holds; false after about 5 s without.
+    template <typename Condition>
+    bool serveUntil(SystemBus& bus, const Condition& condition)
+    {
+        for (int i = 0; i < 500 && !condition(); ++i) {
+            runtime.runDue();
+            if (bus.handle()) {
+                const int descriptor = sd_bus_get_fd(bus.handle());
+                pollfd wait{.fd = descriptor, .events = POLLIN, .revents = 0};
+                if (::poll(&wait, 1, 10) > 0) {
+                    runtime.makeReadable(descriptor);
+                }
+            }
+        }
+        return condition();
+    }
+
+    test::TemporaryTree tree;
+    std::string address = "unix:path=" + (tree.root() / "bus").string();
+    std::unique_ptr<test::Child> daemon;
+    bool hasDaemon = false;
+    VirtualRuntime runtime;
+    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
+};
+
+TEST_F(Bus, SignalsReachObserversUntilTheyEnd)
+{
+    const auto bus = std::make_shared<SystemBus>(runtime, limitations, address);
+    BusNotifications notifications(bus);
+    int heard = 0;
+    int others = 0;
+    auto observation = notifications.observe("com.meridal.Ready-now", [&] { ++heard; });
+    const auto other = notifications.observe("com.meridal.Other", [&] { ++others; });
+    ASSERT_TRUE(serveUntil(*bus, [&] { return sd_bus_is_ready(bus->handle()) > 0; }));
+    notifications.post("com.meridal.Ready-now");
+    EXPECT_TRUE(serveUntil(*bus, [&] { return heard == 1; }));
+
+    observation.reset();
+    notifications.post("com.meridal.Ready-now");
+    notifications.post("com.meridal.Other");
+    EXPECT_TRUE(serveUntil(*bus, [&] { return others == 1; }));
+    EXPECT_EQ(heard, 1);
+    EXPECT_TRUE(limitations->all().empty());
+}
+
+TEST_F(Bus, ABusThatGoesAndComesIsFoundAgain)
+{
+    const auto bus = std::make_shared<SystemBus>(runtime, limitations, address);
+    BusNotifications notifications(bus);
+    int connections = 0;
+    const auto subscription = bus->onConnected([&](sd_bus&) { ++connections; });
+    int heard = 0;
+    const auto observation = notifications.observe("News", [&] { ++heard; });
+    ASSERT_TRUE(serveUntil(*bus, [&] { return sd_bus_is_ready(bus->handle()) > 0; }));
+    EXPECT_EQ(connections, 1);
+
+    daemon.reset();
+    ASSERT_TRUE(serveUntil(*bus, [&] { return bus->handle() == nullptr; }));
+    EXPECT_EQ(limitations->all().count("system-bus"), 1U);
+    notifications.post("News"); // nobody to carry it
+    std::filesystem::remove(tree.root() / "bus");
+    runtime.advance(75); // an attempt without success
+    EXPECT_EQ(bus->handle(), nullptr);
+
+    startDaemon();
+    runtime.advance(75);
+    ASSERT_TRUE(serveUntil(*bus, [&] { return bus->handle() && sd_bus_is_ready(bus->handle()) > 0; }));
+    EXPECT_EQ(connections, 2);
+    notifications.post("News");
+    EXPECT_TRUE(serveUntil(*bus, [&] { return heard == 1; }));
+    EXPECT_TRUE(limitations->all().empty());
+}
+
+TEST(BusNotifications, NamesBecomeMembersThatTheBusAllows)
+{
+    EXPECT_EQ(BusNotifications::memberOf("com.meridal.Menu-changed"), "commeridalMenuchanged");
+    EXPECT_EQ(BusNotifications::memberOf("5.minutes"), "_5minutes");
+    EXPECT_EQ(BusNotifications::memberOf(".-\xC3\xA9"), "");
+    EXPECT_EQ(BusNotifications::memberOf(std::string(1000, 'x')).size(), 255U);
+}
+
+TEST(LinuxHost, HasEverySeamEvenOnAnEmptyMachine)
+{
+    VirtualRuntime runtime;
+    const test::TemporaryTree tree{{"proc/5/stat", "5 (only) S 0 1 1 0 -1 0 0 0 0 0 1 1 0 0 20 0 1 0 9 0\n"}};
+    const auto host = makeLinuxHost(runtime, {.root = tree.root()});
+    ASSERT_TRUE(host->machine && host->processes && host->display && host->distributedNotifications && host->selfUsage);
+    EXPECT_EQ(host->processes->readProcesses(ProcessFields::Cpu).size(), 1U);
+    EXPECT_FALSE(host->display->frameRate());
+    host->distributedNotifications->post("nobody hears this");
+    EXPECT_EQ(host->limitations->all().count("system-bus"), 1U);
+    EXPECT_EQ(host->limitations->all().count("responsible-pid"), 1U);
+    EXPECT_EQ(makeLinuxHost(runtime)->machine->systemRelease().major, 99);
+}
+
+} // namespace
+} // namespace meridal

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace meridal::test {
+
+/// A folder of files that goes away with the object: a recorded piece of /proc or /sys.
+class TemporaryTree {
+public:
+    using File = std::pair<std::string_view, std::string_view>; ///< path below the root, content
+
+    TemporaryTree(std::initializer_list<File> files = {})
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "meridal-XXXXXX").string();
+        if (!::mkdtemp(pattern.data())) {
+            throw std::runtime_error("no temporary folder");
+        }
+        root_ = pattern;
+        for (const auto& [path, content] : files) {
+            write(path, content);
+        }
+    }
+    ~TemporaryTree()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
+    }
+    TemporaryTree(const TemporaryTree&) = delete;
+    TemporaryTree& operator=(const TemporaryTree&) = delete;
+
+    const std::filesystem::path& root() const { return root_; }
+
+    /// Writes a file, with the folders that lead to it.
+    void write(std::string_view path, std::string_view content) const
+    {
+        std::filesystem::create_directories((root_ / path).parent_path());
+        std::ofstream(root_ / path, std::ios::binary) << content;
+    }
+    void link(std::string_view path, const std::filesystem::path& target) const
+    {
+        std::filesystem::create_directories((root_ / path).parent_path());
+        std::filesystem::create_symlink(target, root_ / path);
+    }
+    void remove(std::string_view path) const { std::filesystem::remove_all(root_ / path); }
+
+private:
+    std::filesystem::path root_;
+};
+
+} // namespace meridal::test
