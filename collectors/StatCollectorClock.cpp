@@ -25,9 +25,9 @@ constexpr double historyIntervals = 602;
 /// A long-term period is not started with less of it than this left, in seconds.
 constexpr double shortestLongTermPeriod = 60;
 
-/// The long-term store writes every missed period, but no more than ten years of them: a clock that starts in 1970 and
-/// is then set right must not keep the daemon busy with half a century.
-constexpr double longestLongTermGap = 10.0 * 366 * 86'400;
+/// The long-term store writes every missed period, but no more than a year of them: a clock that starts in 1970 and is
+/// then set right must not keep the daemon busy with half a century.
+constexpr double longestLongTermGap = 366.0 * 86'400;
 
 /// Moves a clock over whole periods that begin before `until`, without writing them.
 void skipPeriods(sampleindexconfig& record, double until)
