@@ -63,8 +63,12 @@ void ProcessStatCollector::rank(ProcessFigure figure, std::size_t limit)
         }
         return a.lastActive != b.lastActive ? a.lastActive > b.lastActive : a.place < b.place;
     };
-    const auto end = ranking_.begin() + static_cast<std::ptrdiff_t>(std::min(limit, ranking_.size()));
-    std::partial_sort(ranking_.begin(), end, ranking_.end(), isBefore);
+    if (limit < ranking_.size()) {
+        const auto end = ranking_.begin() + static_cast<std::ptrdiff_t>(limit);
+        std::partial_sort(ranking_.begin(), end, ranking_.end(), isBefore);
+    } else {
+        std::sort(ranking_.begin(), ranking_.end(), isBefore);
+    }
 }
 
 std::vector<ProcessListRow> ProcessStatCollector::rows(ProcessFigure figure, std::int32_t limit)
