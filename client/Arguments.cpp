@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -33,8 +34,8 @@ Examples:
 )";
 
 constexpr const char* callExamples =
-    R"(Every word after the method is one parameter: JSON, or text where it is not JSON.
-Prints the result as JSON.
+    R"(A parameter that is not JSON is taken as text; "--" goes before parameters that
+begin with a dash and are no number. Prints the result as JSON.
 
 Examples:
   meridalctl call version:
@@ -59,6 +60,39 @@ struct Words {
     std::string colour;
     std::vector<std::string> keys;
 };
+
+/// CLI11 takes "[1,2]" apart and "-5" for an option. A space in front hides a parameter's nature from it; this tells
+/// one that got the space.
+bool isShielded(std::string_view word)
+{
+    return word.size() > 1 && word[0] == ' ' && (word[1] == '[' || word[1] == '-');
+}
+
+bool needsShield(std::string_view word, bool isAfterDashes)
+{
+    const bool isNegative = word.size() > 1 && word[0] == '-' && word[1] >= '0' && word[1] <= '9';
+    return isNegative || (!word.empty() && (word[0] == '[' || (isAfterDashes && word[0] == '-')));
+}
+
+/// The words after the program's name, those after "call" shielded, in reverse order as CLI11 wants them.
+std::vector<std::string> reversedWords(int count, const char* const* argv)
+{
+    std::vector<std::string> words;
+    bool isAfterCall = false;
+    bool isAfterDashes = false;
+    for (int i = 1; i < count; ++i) {
+        const std::string_view word = argv[i];
+        if (isAfterCall && !isAfterDashes && word == "--") {
+            isAfterDashes = true;
+            continue;
+        }
+        const bool isHidden = isAfterCall && needsShield(word, isAfterDashes);
+        words.push_back((isHidden ? " " : "") + std::string(word));
+        isAfterCall = isAfterCall || word == "call";
+    }
+    std::reverse(words.begin(), words.end());
+    return words;
+}
 
 const std::map<std::string, std::int64_t>& keyNames()
 {
@@ -123,11 +157,18 @@ void addWire(CLI::App& app, Arguments& arguments, Words& words)
     CLI::App* call = app.add_subcommand("call", "Call any method of the daemon");
     call->footer(callExamples);
     call->add_option("method", arguments.method, "The method's full name, such as version:")->required();
-    call->prefix_command(); // what follows the method is data, whatever it looks like
-    call->callback([&arguments, call] {
-        arguments.command = Command::Call;
-        arguments.parameters = call->remaining();
-    });
+    // Taken raw: what CLI11 makes of braces and brackets is not what JSON makes of them.
+    const auto take = [&arguments](const std::vector<std::string>& typed) {
+        for (const std::string& word : typed) {
+            arguments.parameters.push_back(isShielded(word) ? word.substr(1) : word);
+        }
+        return true;
+    };
+    call->add_option("parameter", take, "Its parameters, in order")
+        ->expected(0, CLI::detail::expected_max_vector_size)
+        ->allow_extra_args()
+        ->type_name("JSON");
+    call->callback([&arguments] { arguments.command = Command::Call; });
 
     CLI::App* watch = app.add_subcommand("watch", "Print the daemon's results as JSON lines");
     watch->footer(watchExamples);
@@ -192,7 +233,7 @@ std::variant<Arguments, int> parseArguments(int count, const char* const* argv)
     addQuestions(app, arguments);
     addWire(app, arguments, words);
     try {
-        app.parse(count, argv);
+        app.parse(reversedWords(count, argv));
     } catch (const CLI::ParseError& error) {
         std::ostringstream out;
         std::ostringstream complaint;

@@ -3,6 +3,7 @@
 #include <asio/buffer.hpp>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
+#include <asio/post.hpp>
 #include <asio/write.hpp>
 #include <fmt/format.h>
 
@@ -40,9 +41,9 @@ void DaemonClient::connect(std::function<void(Result<void>)> done)
         opened(connection, done);
     });
     try {
-        connection->socket.async_connect(asio::local::stream_protocol::endpoint(socketPath_), std::move(finish));
+        connection->socket.async_connect(asio::local::stream_protocol::endpoint(socketPath_), finish);
     } catch (const std::system_error& error) { // the path does not fit a socket address
-        finish(error.code());
+        asio::post(loop_.context(), [finish, code = error.code()]() mutable { finish(code); });
     }
 }
 

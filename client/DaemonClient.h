@@ -39,7 +39,7 @@ public:
     /// Connects again after a connection ended, trying every so many seconds. A first attempt that fails is final.
     void setReconnectInterval(double seconds) { reconnectInterval_ = seconds; }
 
-    /// Tries once. Not while connected.
+    /// Tries once and tells the outcome, never inside this call. Not while connected.
     void connect(std::function<void(Result<void>)> done);
     bool isConnected() const { return connected_; }
     /// Sends a call; an array of parameters in order. Fails at once, by its reply, when not connected.

@@ -23,9 +23,7 @@ int Session::run(const Task& task)
             fmt::format("no daemon at {} ({}); start it with \"meridald --root DIR\" or \"systemctl start meridald\"",
                 client_.socketPath(), outcome.error().message));
     });
-    if (!finished_) {
-        loop_.run();
-    }
+    loop_.run();
     return status_;
 }
 

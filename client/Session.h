@@ -28,9 +28,10 @@ public:
 
     /// Calls the daemon; a refusal ends the run with the daemon's words.
     void call(const std::string& method, const Value& parameters, std::function<void(const Value&)> use);
-    /// Writes to standard output; when that fails, ends the run and answers false.
-    bool print(std::string_view text) { return printed(output_.write(text)); }
-    bool print(const Lines& lines) { return printed(output_.write(lines)); }
+    /// Writes to standard output; when that fails, ends the run and answers false. Writes nothing after the end, which
+    /// may come in the midst of many messages.
+    bool print(std::string_view text) { return !finished_ && printed(output_.write(text)); }
+    bool print(const Lines& lines) { return !finished_ && printed(output_.write(lines)); }
 
 private:
     bool printed(bool written);

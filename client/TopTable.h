@@ -14,7 +14,8 @@ namespace meridal {
 
 /// The ranked process lists that the daemon offers.
 enum class TopList { Cpu, Memory, Disk, Network, Energy };
-inline constexpr std::array allTopLists = {TopList::Cpu, TopList::Memory, TopList::Disk, TopList::Network, TopList::Energy};
+inline constexpr std::array allTopLists = {
+    TopList::Cpu, TopList::Memory, TopList::Disk, TopList::Network, TopList::Energy};
 
 /// The list's name on the command line, "cpu".
 std::string_view listName(TopList list);
