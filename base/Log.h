@@ -7,10 +7,6 @@
 #include <string>
 #include <string_view>
 
-namespace spdlog {
-class logger;
-}
-
 namespace meridal {
 
 class Runtime;
@@ -35,7 +31,7 @@ public:
     Log& operator=(const Log&) = delete;
 
     /// Adds rolling files in a folder, which is made when missing. Failure leaves the log as it was.
-    /// Ages are measured on the runtime's wall clock.
+    /// Ages are measured on the wall clock of the runtime, which must outlive the log.
     void addFiles(const Runtime& runtime, const std::filesystem::path& folder, LogPolicy policy = {});
     /// Adds standard error.
     void addStandardError();
@@ -48,6 +44,8 @@ public:
 
     /// Waits until everything written so far is in the files.
     void flush();
+    /// Lines lost so far: those that gave way in the queue and those that the disk would not take.
+    std::uint64_t droppedLines() const;
 
 private:
     struct State;

@@ -1,5 +1,7 @@
 #include "base/Rate.h"
 
+#include <cmath>
+
 namespace meridal {
 
 std::optional<std::uint64_t> countBetween(const CounterReading& previous, const CounterReading& current)
@@ -16,7 +18,8 @@ std::optional<double> ratePerSecond(const CounterReading& previous, const Counte
     if (!count || !(current.time > previous.time)) {
         return std::nullopt;
     }
-    return static_cast<double>(*count) / (current.time - previous.time);
+    const double rate = static_cast<double>(*count) / (current.time - previous.time);
+    return std::isfinite(rate) ? std::optional(rate) : std::nullopt; // no clock moves by so little or so much
 }
 
 } // namespace meridal

@@ -73,7 +73,8 @@ public:
 
     /// Serves the main queue on the calling thread until stop().
     virtual void run() = 0;
-    /// Ends run() after the task in progress. Any thread may call it.
+    /// Ends run() after the task in progress, or the next run() at once when none is in progress. Any thread may call
+    /// it.
     virtual void stop() = 0;
 };
 

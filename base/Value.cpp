@@ -3,6 +3,8 @@
 #include <cmath>
 #include <limits>
 
+template class nlohmann::basic_json<>;
+
 namespace meridal {
 
 const Value* find(const Value& dictionary, std::string_view key)

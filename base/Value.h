@@ -9,6 +9,9 @@
 #include <string>
 #include <string_view>
 
+// Instantiated once, in Value.cpp: most of what a source spends on this library is making these members again.
+extern template class nlohmann::basic_json<>;
+
 namespace meridal {
 
 /// How deep arrays and objects from outside may nest. Deeper input would overflow the stack when it is copied.

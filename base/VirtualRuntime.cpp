@@ -1,8 +1,11 @@
 #include "base/VirtualRuntime.h"
 
+#include "base/DeadlineTable.h"
+
 #include <algorithm>
 #include <cassert>
-#include <cmath>
+#include <limits>
+#include <utility>
 
 namespace meridal {
 
@@ -14,8 +17,8 @@ public:
 
     void runAndWait(const Task& task) override
     {
-        assert(!isCurrent());
-        drain();
+        assert(!runtime_.isRunning(*this)); // it would wait for ever
+        runWhatWaits();
         run(task);
     }
 
@@ -31,10 +34,11 @@ public:
 
 private:
     /// Runs what was posted here before, as a waiting caller of a real queue would see it.
-    void drain()
+    void runWhatWaits()
     {
-        const auto isReady = [this](const auto& entry) {
-            return entry.second.queue.get() == this && entry.first.first <= runtime_.monotonic_;
+        const auto isReady = [this, end = runtime_.nextNumber_](const auto& entry) {
+            const auto& [when, number] = entry.first;
+            return entry.second.queue.get() == this && when <= runtime_.monotonic_ && number < end;
         };
         for (auto next = std::find_if(runtime_.due_.begin(), runtime_.due_.end(), isReady); next != runtime_.due_.end();
              next = std::find_if(runtime_.due_.begin(), runtime_.due_.end(), isReady)) {
@@ -78,7 +82,7 @@ struct VirtualRuntime::WatchList {
 };
 
 VirtualRuntime::VirtualRuntime(double wallTime)
-    : wall_(wallTime)
+    : wallAhead_(wallTime - monotonic_)
     , main_(std::make_shared<SerialQueue>(*this, "main"))
     , global_(std::make_shared<SerialQueue>(*this, "global"))
     , signals_(std::make_shared<WatchList>())
@@ -86,24 +90,34 @@ VirtualRuntime::VirtualRuntime(double wallTime)
 {
 }
 
-VirtualRuntime::~VirtualRuntime() = default;
+VirtualRuntime::~VirtualRuntime()
+{
+    // What the tasks hold may post when it goes; after a few rounds only an endless chain would be left.
+    for (int round = 0; round < 100 && !due_.empty(); ++round) {
+        std::exchange(due_, {}).clear();
+    }
+}
+
+bool VirtualRuntime::isRunning(const Queue& queue) const
+{
+    return &queue != global_.get() && std::find(running_.begin(), running_.end(), &queue) != running_.end();
+}
 
 void VirtualRuntime::schedule(double when, std::shared_ptr<SerialQueue> queue, Task task)
 {
     due_.emplace(std::pair(when, nextNumber_++), Due{std::move(queue), std::move(task)});
 }
 
+/// Runs the first task that is due by then and whose queue is free. Time moves to its moment, never back.
 bool VirtualRuntime::runNext(double until)
 {
-    const auto next = due_.begin();
-    if (next == due_.end() || next->first.first > until) {
+    const auto next =
+        std::find_if(due_.begin(), due_.end(), [this](const auto& entry) { return !isRunning(*entry.second.queue); });
+    // Sums of tenths come out a hair above the round moment they stand for; the hair does not count.
+    if (next == due_.end() || next->first.first > until + 1e-9) {
         return false;
     }
-    const double passed = next->first.first - monotonic_;
-    if (passed > 0) {
-        monotonic_ += passed;
-        wall_ += passed;
-    }
+    monotonic_ = std::max(monotonic_, std::min(next->first.first, until));
     const Due due = std::move(next->second);
     due_.erase(next);
     due.queue->run(due.task);
@@ -118,39 +132,31 @@ void VirtualRuntime::runDue()
 void VirtualRuntime::advance(double seconds)
 {
     const double until = monotonic_ + seconds;
-    const double wallUntil = wall_ + seconds;
-    const double before = wall_ - monotonic_;
     while (runNext(until)) { }
-    // A task may have stepped the wall clock; keep its step and drop the rounding of many small additions.
-    const double stepped = (wall_ - monotonic_) - before;
-    monotonic_ = until;
-    wall_ = wallUntil + (std::abs(stepped) > 1e-3 ? stepped : 0);
+    monotonic_ = std::max(monotonic_, until); // a task may have let more time pass
 }
 
 void VirtualRuntime::jump(double seconds)
 {
     monotonic_ += seconds;
-    wall_ += seconds;
     runDue();
 }
 
-void VirtualRuntime::stepWallClock(double seconds) { wall_ += seconds; }
+void VirtualRuntime::stepWallClock(double seconds) { wallAhead_ += seconds; }
 
 void VirtualRuntime::sleepMachine(double seconds, bool monotonicCountsSleep)
 {
-    wall_ += seconds;
-    if (monotonicCountsSleep) {
-        monotonic_ += seconds;
-    }
+    (monotonicCountsSleep ? monotonic_ : wallAhead_) += seconds;
 }
 
-void VirtualRuntime::raise(int signal)
+/// Posts the tasks of one key's watches; a watch that ends before its task ran takes it along.
+void VirtualRuntime::report(const WatchList& watches, int key)
 {
-    for (const auto& [number, entry] : signals_->entries) {
-        if (entry.key == signal) {
-            main_->post([task = std::weak_ptr(entry.task)] {
-                if (const auto alive = task.lock()) {
-                    (*alive)();
+    for (const auto& [number, entry] : watches.entries) {
+        if (entry.key == key) {
+            main_->post([weak = std::weak_ptr(entry.task)] {
+                if (const auto task = weak.lock()) {
+                    (*task)();
                 }
             });
         }
@@ -158,19 +164,9 @@ void VirtualRuntime::raise(int signal)
     runDue();
 }
 
-void VirtualRuntime::makeReadable(int descriptor)
-{
-    for (const auto& [number, entry] : descriptors_->entries) {
-        if (entry.key == descriptor) {
-            main_->post([task = std::weak_ptr(entry.task)] {
-                if (const auto alive = task.lock()) {
-                    (*alive)();
-                }
-            });
-        }
-    }
-    runDue();
-}
+void VirtualRuntime::raise(int signal) { report(*signals_, signal); }
+
+void VirtualRuntime::makeReadable(int descriptor) { report(*descriptors_, descriptor); }
 
 Queue& VirtualRuntime::mainQueue() { return *main_; }
 
@@ -194,9 +190,7 @@ void VirtualRuntime::fire(const std::shared_ptr<TimerState>& timer)
 {
     const auto task = timer->task; // the task may destroy its timer
     if (timer->schedule.interval > 0) {
-        do {
-            timer->next += timer->schedule.interval;
-        } while (timer->next <= monotonic_);
+        timer->next = nextInRhythm(timer->next, timer->schedule.interval, monotonic_);
         arm(timer);
     }
     (*task)();
@@ -207,13 +201,16 @@ std::unique_ptr<Timer> VirtualRuntime::startTimer(Queue& queue, TimerSchedule sc
     auto state = std::make_shared<TimerState>();
     state->queue = static_cast<SerialQueue*>(&queue);
     state->schedule = schedule;
-    state->next = monotonic_ + schedule.first;
+    state->next = monotonic_ + std::max(schedule.first, 0.0);
     state->task = std::make_shared<Task>(std::move(task));
     arm(state);
     return std::make_unique<RunningTimer>(std::move(state));
 }
 
-void VirtualRuntime::after(double seconds, Task task) { schedule(monotonic_ + seconds, main_, std::move(task)); }
+void VirtualRuntime::after(double seconds, Task task)
+{
+    schedule(monotonic_ + std::max(seconds, 0.0), main_, std::move(task));
+}
 
 namespace {
 
@@ -247,8 +244,8 @@ std::unique_ptr<Watch> VirtualRuntime::watchReadable(int descriptor, Task task)
 
 void VirtualRuntime::run()
 {
+    while (!stopped_ && runNext(std::numeric_limits<double>::infinity())) { }
     stopped_ = false;
-    while (!stopped_ && runNext(INFINITY)) { }
 }
 
 } // namespace meridal

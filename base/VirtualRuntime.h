@@ -11,6 +11,7 @@ namespace meridal {
 /// A Runtime without threads whose time moves only when told: ten minutes pass in a millisecond, and two runs are alike.
 /// Every queue runs on the calling thread; tasks that are due at the same moment run in the order they were posted.
 /// A timer's leeway is not used: it fires at its exact moment.
+/// A task may let time pass itself, to stand for slow work: meanwhile the other queues are served and its own is not.
 class VirtualRuntime final : public Runtime {
 public:
     explicit VirtualRuntime(double wallTime = 1'700'000'000.0);
@@ -32,7 +33,7 @@ public:
     /// Reports a descriptor as readable to its watches.
     void makeReadable(int descriptor);
 
-    double wallTime() const override { return wall_; }
+    double wallTime() const override { return monotonic_ + wallAhead_; }
     double monotonicTime() const override { return monotonic_; }
     Queue& mainQueue() override;
     std::shared_ptr<Queue> makeSerialQueue(std::string label) override;
@@ -55,12 +56,14 @@ private:
     };
 
     void schedule(double when, std::shared_ptr<SerialQueue> queue, Task task);
+    bool isRunning(const Queue& queue) const;
     void arm(const std::shared_ptr<TimerState>& timer);
     void fire(const std::shared_ptr<TimerState>& timer);
+    void report(const WatchList& watches, int key);
     bool runNext(double until);
 
-    double wall_;
     double monotonic_ = 1000; // a machine that booted a while ago
+    double wallAhead_;        // wall clock minus the other, s
     std::uint64_t nextNumber_ = 0;
     std::map<std::pair<double, std::uint64_t>, Due> due_; // by moment, then by order of posting
     std::shared_ptr<SerialQueue> main_;

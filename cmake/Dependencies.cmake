@@ -37,10 +37,12 @@ target_link_libraries(meridal_dep_asio INTERFACE Threads::Threads)
 
 if(APPLE)
   target_link_libraries(meridal_dep_curses INTERFACE ncurses)
-  foreach(framework Foundation CoreFoundation IOKit SystemConfiguration CoreWLAN CoreGraphics)
+  foreach(framework Foundation CoreFoundation IOKit SystemConfiguration CoreWLAN)
     target_link_libraries(meridal_dep_host INTERFACE "-framework ${framework}")
   endforeach()
   target_link_libraries(meridal_dep_host INTERFACE objc)
+  # A library that a program links but does not use would still be loaded, and cost memory, at every start.
+  target_link_options(meridal_dep_host INTERFACE -Wl,-dead_strip_dylibs)
 else()
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(ncursesw REQUIRED IMPORTED_TARGET ncursesw)

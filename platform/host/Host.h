@@ -6,6 +6,7 @@
 #include "platform/host/MachineInfo.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/host/SelfUsage.h"
+#include "platform/host/UserRights.h"
 
 #include <memory>
 
@@ -20,6 +21,7 @@ struct Host {
     std::unique_ptr<DisplayInfo> display;
     std::unique_ptr<DistributedNotifications> distributedNotifications;
     std::unique_ptr<SelfUsage> selfUsage;
+    std::unique_ptr<UserRights> userRights;
 };
 
 } // namespace meridal

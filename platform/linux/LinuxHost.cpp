@@ -4,6 +4,7 @@
 #include "platform/linux/DrmDisplayInfo.h"
 #include "platform/linux/LinuxMachineInfo.h"
 #include "platform/linux/LinuxSelfUsage.h"
+#include "platform/linux/LinuxUserRights.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/SystemBus.h"
 
@@ -31,6 +32,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
     host->distributedNotifications = std::make_unique<BusNotifications>(std::move(bus));
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
+    host->userRights = std::make_unique<LinuxUserRights>();
     return host;
 }
 

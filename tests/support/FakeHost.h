@@ -118,6 +118,14 @@ public:
     SelfUsageReading reading;
 };
 
+class FakeUserRights final : public UserRights {
+public:
+    bool administers(std::uint32_t uid) override { return uid == administrator; }
+    bool ownsActiveSeat(std::uint32_t uid) override { return uid == seated; }
+    std::uint32_t administrator = 0;
+    std::uint32_t seated = 1000;
+};
+
 /// A whole machine under a test's thumb: virtual time, fake seams, no files.
 struct FakeMachine {
     FakeMachine()
@@ -127,6 +135,7 @@ struct FakeMachine {
         host.display = std::make_unique<FakeDisplayInfo>();
         host.distributedNotifications = std::make_unique<FakeDistributedNotifications>();
         host.selfUsage = std::make_unique<FakeSelfUsage>();
+        host.userRights = std::make_unique<FakeUserRights>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }

@@ -1,0 +1,69 @@
+#include "base/AsioMainLoop.h"
+
+#include "base/CurrentQueue.h"
+
+#include <asio/post.hpp>
+
+#include <cassert>
+#include <future>
+#include <memory>
+#include <utility>
+
+namespace meridal {
+
+bool AsioMainLoop::isCurrent() const { return CurrentQueue::get() == this; }
+
+void AsioMainLoop::post(Task task)
+{
+    const std::lock_guard lock(mutex_);
+    if (closed_) {
+        return;
+    }
+    tasks_.push_back(std::move(task));
+    asio::post(context_, [this]() noexcept { runFirst(); });
+}
+
+void AsioMainLoop::runFirst()
+{
+    Task task;
+    {
+        const std::lock_guard lock(mutex_);
+        if (tasks_.empty()) {
+            return;
+        }
+        task = std::move(tasks_.front());
+        tasks_.pop_front();
+    }
+    const CurrentQueue current(this);
+    task();
+    task = nullptr; // what it held goes on this queue too
+}
+
+void AsioMainLoop::runAndWait(const Task& task)
+{
+    assert(!isCurrent());
+    // A task that is dropped breaks the promise, which ends the wait as well.
+    auto promise = std::make_shared<std::promise<void>>();
+    const auto done = promise->get_future();
+    post([promise = std::move(promise), &task] {
+        task();
+        promise->set_value();
+    });
+    done.wait();
+}
+
+void AsioMainLoop::run()
+{
+    context_.run();
+    context_.restart();
+}
+
+void AsioMainLoop::close()
+{
+    std::deque<Task> last; // goes outside the lock: what the tasks hold may post
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    last.swap(tasks_);
+}
+
+} // namespace meridal

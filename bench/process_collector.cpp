@@ -1,0 +1,183 @@
+// What one update of the process collector costs, per process and with every list wanted: reading the table, the whole
+// pass, building the five lists. `allocations` counts calls of operator new per iteration: a steady pass makes none.
+
+#include "collectors/process/ProcessStatCollector.h"
+
+#include "base/Log.h"
+#include "base/NotificationCenter.h"
+#include "base/Value.h"
+#include "tests/support/FakeHost.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::uint64_t allocations = 0;
+
+void* allocate(std::size_t size)
+{
+    ++allocations;
+    if (void* memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+} // namespace
+
+void* operator new(std::size_t size) { return allocate(size); }
+void* operator new[](std::size_t size) { return allocate(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace meridal {
+namespace {
+
+/// A table of which a part works in every pass, as on a machine in use.
+class SyntheticSource final : public ProcessSource {
+public:
+    explicit SyntheticSource(std::size_t count, std::size_t everyBusy) : everyBusy_(everyBusy)
+    {
+        for (std::size_t index = 0; index < count; ++index) {
+            names_.push_back("process-" + std::to_string(index));
+        }
+        for (std::size_t index = 0; index < count; ++index) {
+            ProcessRecord& row = rows_.emplace_back();
+            row.pid = static_cast<std::int32_t>(index + 1);
+            row.parentPid = static_cast<std::int32_t>(index < 20 ? index : 1 + index % 20);
+            row.present = ProcessFields::All;
+            row.startIdentity = index;
+            row.name = names_[index];
+            row.physFootprint = index * 4096;
+            row.diskBytesRead = row.diskBytesWritten = 1;
+        }
+    }
+
+    std::span<const ProcessRecord> readProcesses(ProcessFields) override
+    {
+        ++pass_;
+        for (std::size_t index = 0; index < rows_.size(); index += everyBusy_) {
+            rows_[index].userTime += 1'000'000 * (1 + (index * 31 + pass_ * 17) % 101);
+            rows_[index].idleWakeups += pass_ % 7;
+            rows_[index].diskBytesRead += 4096 * (pass_ % 3);
+        }
+        return rows_;
+    }
+    double timeBase() const override { return 1e9; }
+    double cpuResolution() const override { return 0; }
+    std::size_t nameLimit() const override { return 16; }
+    std::optional<std::string> executablePath(std::int32_t, std::string_view) override { return std::nullopt; }
+    std::optional<std::int32_t> responsiblePid(std::int32_t) override { return std::nullopt; }
+
+private:
+    std::size_t everyBusy_;
+    std::size_t pass_ = 0;
+    std::vector<std::string> names_;
+    std::vector<ProcessRecord> rows_;
+};
+
+/// A collector on a synthetic table, long enough in use that every ring is full.
+struct Rig {
+    explicit Rig(const benchmark::State& state)
+    {
+        machine.host.processes = std::make_unique<SyntheticSource>(
+            static_cast<std::size_t>(state.range(0)), static_cast<std::size_t>(state.range(1)));
+        collector = std::make_unique<ProcessStatCollector>(machine.context);
+        collector->setUpdateMask(31);
+        for (int pass = 0; pass < 2 * processHistoryRows; ++pass) {
+            update();
+        }
+    }
+    void update()
+    {
+        machine.runtime.advance(2);
+        collector->update();
+    }
+
+    test::FakeMachine machine;
+    std::unique_ptr<ProcessStatCollector> collector;
+};
+
+/// Runs the task per iteration and reports its cost per process and its allocations.
+template <typename Task>
+void measure(benchmark::State& state, Task task)
+{
+    const std::uint64_t before = allocations;
+    for (auto _ : state) {
+        task();
+    }
+    const auto iterations = static_cast<double>(state.iterations());
+    state.counters["allocations"] = static_cast<double>(allocations - before) / iterations;
+    state.counters["per_process"] = benchmark::Counter(
+        iterations * static_cast<double>(state.range(0)), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void read(benchmark::State& state)
+{
+    Rig rig(state);
+    measure(state, [&] { benchmark::DoNotOptimize(rig.machine.host.processes->readProcesses(ProcessFields::All)); });
+}
+
+void pass(benchmark::State& state)
+{
+    Rig rig(state);
+    measure(state, [&] { rig.update(); });
+    double heap = 0;
+    for (const auto* item : rig.collector->processes()) {
+        heap += static_cast<double>(sizeof(*item) + item->historyHeapBytes());
+    }
+    state.counters["bytes_per_process"] = heap / static_cast<double>(state.range(0));
+}
+
+void fiveLists(benchmark::State& state)
+{
+    Rig rig(state);
+    const bool grouped = state.range(2) != 0;
+    measure(state, [&] {
+        benchmark::DoNotOptimize(rig.collector->cpuProcesses(grouped));
+        benchmark::DoNotOptimize(rig.collector->memoryProcesses(grouped));
+        benchmark::DoNotOptimize(rig.collector->diskActivityProcesses(grouped));
+        benchmark::DoNotOptimize(rig.collector->networkProcesses(grouped));
+        benchmark::DoNotOptimize(rig.collector->powerProcesses(grouped));
+    });
+}
+
+/// The one list without a limit.
+void energyList(benchmark::State& state)
+{
+    Rig rig(state);
+    measure(state, [&] { benchmark::DoNotOptimize(rig.collector->powerProcesses(false)); });
+}
+
+void energyRanking(benchmark::State& state)
+{
+    Rig rig(state);
+    measure(state,
+        [&] { benchmark::DoNotOptimize(rig.collector->ranked(ProcessFigure::Power, false, unlimitedProcesses)); });
+}
+
+void rebuildGroups(benchmark::State& state)
+{
+    Rig rig(state);
+    measure(state, [&] { rig.collector->createHierarchy2(); });
+}
+
+// Processes, and of how many one works in every pass.
+BENCHMARK(read)->ArgsProduct({{100, 1000, 5000}, {10}});
+BENCHMARK(pass)->ArgsProduct({{100, 1000, 5000}, {10}})->Args({1000, 1});
+BENCHMARK(rebuildGroups)->ArgsProduct({{100, 1000, 5000}, {10}});
+BENCHMARK(energyRanking)->ArgsProduct({{5000}, {10}});
+BENCHMARK(energyList)->ArgsProduct({{5000}, {10}});
+BENCHMARK(fiveLists)->ArgsProduct({{100, 1000, 5000}, {10}, {0, 1}});
+
+} // namespace
+} // namespace meridal
+
+BENCHMARK_MAIN();

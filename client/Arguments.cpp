@@ -1,0 +1,251 @@
+#include "client/Arguments.h"
+
+#include "base/Text.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <sstream>
+
+namespace meridal {
+
+namespace {
+
+constexpr const char* defaultSocket = "/run/meridal/daemon.sock";
+constexpr const char* clientVersion = "meridalctl 6.6";
+
+constexpr const char* topExamples = R"(On a terminal the list is live; the keys are
+  q       quit
+  1 to 5  (or c m d n e) cpu, memory, disk, network, energy
+  h       group processes under the application that is responsible for them
+Elsewhere, and with --once, --refreshes or --json, it is text, one block a refresh.
+
+Figures: CPU in percent of one core; memory in bytes; disk in bytes a second;
+network in bytes since the last refresh; energy as a score that counts a wake-up
+as 500 microseconds of CPU. Totals are those of the processes listed.
+
+Examples:
+  meridalctl top                      what uses the processors, live
+  meridalctl top memory -n 5 --once   the five largest, as text
+  meridalctl top disk --json | jq .   for programs
+)";
+
+constexpr const char* callExamples =
+    R"(A parameter that is not JSON is taken as text; "--" goes before parameters that
+begin with a dash and are no number. Prints the result as JSON.
+
+Examples:
+  meridalctl call version:
+  meridalctl call infoForPids:reply: '[1, 2]'
+  meridalctl call refreshDHCP: eth0
+)";
+
+constexpr const char* watchExamples = R"(Prints what the daemon sends, one JSON object a line, until interrupted.
+Keys, by name or number: cpu 1, memory 2, disk 4, network 8, energy 16,
+smart-temperatures 32, smart-status 64, battery 128.
+
+Examples:
+  meridalctl watch cpu battery
+  meridalctl watch memory --count 2 | tail -n 1
+)";
+
+constexpr int mostRepetitions = 1'000'000'000;
+
+/// What is checked as text first and then becomes something else.
+struct Words {
+    std::string list;
+    std::string colour;
+    std::vector<std::string> keys;
+};
+
+/// CLI11 takes "[1,2]" apart and "-5" for an option. A space in front hides a parameter's nature from it; this tells
+/// one that got the space.
+bool isShielded(std::string_view word)
+{
+    return word.size() > 1 && word[0] == ' ' && (word[1] == '[' || word[1] == '-');
+}
+
+bool needsShield(std::string_view word, bool isAfterDashes)
+{
+    const bool isNegative = word.size() > 1 && word[0] == '-' && word[1] >= '0' && word[1] <= '9';
+    return isNegative || (!word.empty() && (word[0] == '[' || (isAfterDashes && word[0] == '-')));
+}
+
+/// The words after the program's name, those after "call" shielded, in reverse order as CLI11 wants them.
+std::vector<std::string> reversedWords(int count, const char* const* argv)
+{
+    std::vector<std::string> words;
+    bool isAfterCall = false;
+    bool isAfterDashes = false;
+    for (int i = 1; i < count; ++i) {
+        const std::string_view word = argv[i];
+        if (isAfterCall && !isAfterDashes && word == "--") {
+            isAfterDashes = true;
+            continue;
+        }
+        const bool isHidden = isAfterCall && needsShield(word, isAfterDashes);
+        words.push_back((isHidden ? " " : "") + std::string(word));
+        isAfterCall = isAfterCall || word == "call";
+    }
+    std::reverse(words.begin(), words.end());
+    return words;
+}
+
+const std::map<std::string, std::int64_t>& keyNames()
+{
+    static const std::map<std::string, std::int64_t> names = {{"cpu", 1}, {"memory", 2}, {"disk", 4}, {"network", 8},
+        {"energy", 16}, {"smart-temperatures", 32}, {"smart-status", 64}, {"battery", 128}};
+    return names;
+}
+
+void addTop(CLI::App& app, Arguments& arguments, Words& words)
+{
+    CLI::App* top = app.add_subcommand("top", "The processes that use the most, live or as text");
+    top->footer(topExamples);
+    top->add_option("list", words.list, "What to rank by")
+        ->check(CLI::IsMember(std::vector<std::string>{"cpu", "memory", "disk", "network", "energy"}))
+        ->type_name("")
+        ->default_str("cpu");
+    top->add_flag("--hierarchy", arguments.hierarchy, "Group processes under the one responsible for them");
+    top->add_option("-n,--rows", arguments.rows, "Show at most so many rows")
+        ->check(CLI::Range(1, mostRepetitions))
+        ->type_name("N");
+    top->add_flag("--json", arguments.json, "One JSON object a refresh");
+    auto* refreshes = top->add_option("--refreshes", arguments.refreshes, "Stop after so many, as text");
+    refreshes->check(CLI::Range(1, mostRepetitions))->type_name("N");
+    top->add_flag_callback(
+           "--once", [&arguments] { arguments.refreshes = 1; }, "The same as --refreshes 1")
+        ->excludes(refreshes);
+    top->add_option("--settle", arguments.settle, "Seconds that rates need before the first refresh as text")
+        ->check(CLI::Range(0.0, 60.0))
+        ->type_name("S")
+        ->default_str("0.5");
+    top->callback([&arguments, &words] {
+        arguments.command = Command::Top;
+        for (const TopList list : allTopLists) {
+            arguments.list = listName(list) == words.list ? list : arguments.list;
+        }
+    });
+}
+
+void addQuestions(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* processes = app.add_subcommand("processes", "The names of processes, by their ids");
+    processes->add_option("pid", arguments.pids, "Process ids")->required();
+    processes->add_flag("--json", arguments.json, "As JSON");
+    processes->callback([&arguments] { arguments.command = Command::Processes; });
+
+    CLI::App* version = app.add_subcommand("version", "The daemon's version and build");
+    version->callback([&arguments] { arguments.command = Command::Version; });
+
+    CLI::App* ping = app.add_subcommand("ping", "How long the daemon takes to answer");
+    ping->add_option("-c,--count", arguments.pings, "Ask so many times in a row")
+        ->check(CLI::Range(1, mostRepetitions))
+        ->type_name("N");
+    ping->callback([&arguments] { arguments.command = Command::Ping; });
+
+    CLI::App* status = app.add_subcommand("status", "What the daemon costs, and what it cannot measure here and why");
+    status->add_flag("--json", arguments.json, "As JSON");
+    status->callback([&arguments] { arguments.command = Command::Status; });
+}
+
+void addWire(CLI::App& app, Arguments& arguments, Words& words)
+{
+    CLI::App* call = app.add_subcommand("call", "Call any method of the daemon");
+    call->footer(callExamples);
+    call->add_option("method", arguments.method, "The method's full name, such as version:")->required();
+    // Taken raw: what CLI11 makes of braces and brackets is not what JSON makes of them.
+    const auto take = [&arguments](const std::vector<std::string>& typed) {
+        for (const std::string& word : typed) {
+            arguments.parameters.push_back(isShielded(word) ? word.substr(1) : word);
+        }
+        return true;
+    };
+    call->add_option("parameter", take, "Its parameters, in order")
+        ->expected(0, CLI::detail::expected_max_vector_size)
+        ->allow_extra_args()
+        ->type_name("JSON");
+    call->callback([&arguments] { arguments.command = Command::Call; });
+
+    CLI::App* watch = app.add_subcommand("watch", "Print the daemon's results as JSON lines");
+    watch->footer(watchExamples);
+    watch->add_option("key", words.keys, "What to watch, by name or number")->required();
+    watch->add_flag("--hierarchy", arguments.hierarchy, "Group processes under the one responsible for them");
+    watch->add_option("-n,--count", arguments.refreshes, "Stop after so many lines")
+        ->check(CLI::Range(1, mostRepetitions))
+        ->type_name("N");
+    watch->callback([&arguments, &words] {
+        arguments.command = Command::Watch;
+        for (const std::string& key : words.keys) {
+            const auto named = keyNames().find(key);
+            std::int64_t value = named == keyNames().end() ? 0 : named->second;
+            if (value == 0 && (!CLI::detail::lexical_cast(key, value) || value <= 0)) {
+                throw CLI::ValidationError("key", "\"" + key + "\" is neither a key's name nor its number");
+            }
+            arguments.keys.push_back(value);
+        }
+    });
+}
+
+void addGlobals(CLI::App& app, Arguments& arguments, Words& words)
+{
+    app.add_option("--socket", arguments.socketPath, "The daemon's socket")
+        ->envname("MERIDAL_SOCKET")
+        ->type_name("PATH")
+        ->default_str(defaultSocket);
+    app.add_option("--color", words.colour, "Whether to colour text; auto respects NO_COLOR")
+        ->check(CLI::IsMember(std::vector<std::string>{"auto", "always", "never"}))
+        ->type_name("")
+        ->default_str("auto");
+    app.add_option("--timeout", arguments.timeout, "Seconds to wait for an answer")
+        ->check(CLI::Range(0.001, 3600.0))
+        ->type_name("S")
+        ->default_str("5");
+    app.set_version_flag("--version", clientVersion);
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer("Exit status: 0 done, 1 the daemon refused, 2 no daemon, 64 wrong usage.\n"
+               "meridalctl COMMAND --help tells more.");
+}
+
+/// CLI11's message repeats what was typed, so it goes through the same filter as all other data.
+void printLines(std::ostream& stream, const std::string& text)
+{
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        stream << printable(line) << '\n';
+    }
+}
+
+} // namespace
+
+std::variant<Arguments, int> parseArguments(int count, const char* const* argv)
+{
+    Arguments arguments;
+    arguments.socketPath = defaultSocket;
+    Words words;
+    CLI::App app("The command line of meridald, the system monitor's daemon.", "meridalctl");
+    addGlobals(app, arguments, words);
+    addTop(app, arguments, words);
+    addQuestions(app, arguments);
+    addWire(app, arguments, words);
+    try {
+        app.parse(reversedWords(count, argv));
+    } catch (const CLI::ParseError& error) {
+        std::ostringstream out;
+        std::ostringstream complaint;
+        const int status = app.exit(error, out, complaint);
+        printLines(std::cout, out.str());
+        printLines(std::cerr, complaint.str());
+        return status == 0 ? exitStatus::success : exitStatus::usage;
+    }
+    arguments.colour = words.colour == "always" ? ColourChoice::Always
+        : words.colour == "never"               ? ColourChoice::Never
+                                                : ColourChoice::Auto;
+    return arguments;
+}
+
+} // namespace meridal

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "base/Value.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace meridal {
+
+/// The ranked process lists that the daemon offers.
+enum class TopList { Cpu, Memory, Disk, Network, Energy };
+inline constexpr std::array allTopLists = {
+    TopList::Cpu, TopList::Memory, TopList::Disk, TopList::Network, TopList::Energy};
+
+/// The list's name on the command line, "cpu".
+std::string_view listName(TopList list);
+/// The request key whose envelopes carry the list.
+std::int64_t requestKey(TopList list);
+
+/// One process, or one group of them.
+struct TopRow {
+    std::string pid;
+    std::string name;
+    std::array<std::optional<double>, 2> figures; ///< by column of the list; absent where the daemon did not say
+};
+
+/// One envelope as a table; the rows keep the daemon's ranking, or are ranked by the sum where it sends two rankings.
+struct TopTable {
+    TopList list = TopList::Cpu;
+    std::vector<TopRow> rows;
+
+    /// The sum of a column over all rows; absent when no row has a figure.
+    std::optional<double> sum(std::size_t column) const;
+};
+
+/// Reads an envelope; whatever is missing or of the wrong kind is left out. Names and pids are made printable.
+TopTable readTopTable(TopList list, const Dictionary& envelope);
+
+/// The table for programs: {"list","processes":[{"pid","name",<figure>...}]}, figures as numbers, their unit in the key.
+Dictionary tableAsJson(const TopTable& table, std::size_t maximumRows);
+
+} // namespace meridal

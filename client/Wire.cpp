@@ -1,0 +1,85 @@
+#include "client/Wire.h"
+
+namespace meridal {
+
+namespace {
+
+/// What a person can act on, from the error codes of JSON-RPC 2.0. Never Unavailable: that means no daemon.
+ErrorCode errorCode(std::optional<std::int64_t> code)
+{
+    switch (code.value_or(0)) {
+    case -32601:
+        return ErrorCode::NotFound;
+    case -32600:
+    case -32602:
+        return ErrorCode::InvalidArgument;
+    default:
+        return ErrorCode::Internal;
+    }
+}
+
+Unexpected failure(const Value& error)
+{
+    std::string message = text(error, "message").value_or("");
+    if (message.empty()) {
+        message = "the daemon refused without saying why";
+    }
+    return unexpected(errorCode(integer(error, "code")), std::move(message));
+}
+
+} // namespace
+
+void LineBuffer::append(std::string_view bytes)
+{
+    if (begin_ > 0) {
+        bytes_.erase(0, begin_);
+        scanned_ -= begin_;
+        begin_ = 0;
+    }
+    bytes_.append(bytes);
+}
+
+std::optional<std::string> LineBuffer::nextLine()
+{
+    const std::size_t end = bytes_.find('\n', scanned_);
+    if (end == std::string::npos) {
+        scanned_ = bytes_.size();
+        return std::nullopt;
+    }
+    std::string line = bytes_.substr(begin_, end - begin_);
+    begin_ = scanned_ = end + 1;
+    return line;
+}
+
+Incoming parseMessage(std::string_view line)
+{
+    std::optional<Value> message = parseUntrusted(line);
+    if (!message || !message->is_object()) {
+        return {};
+    }
+    if (text(*message, "method") == "daemonResponse:") {
+        const auto parameters = message->find("params");
+        if (parameters == message->end() || !parameters->is_array() || parameters->empty()
+            || !parameters->front().is_object()) {
+            return {};
+        }
+        return std::move(parameters->front());
+    }
+    const std::optional<std::int64_t> id = integer(*message, "id");
+    if (const Value* error = find(*message, "error"); error && !error->is_null()) {
+        return Answer{id, failure(*error)};
+    }
+    const auto result = message->find("result");
+    if (!id || result == message->end()) {
+        return {};
+    }
+    return Answer{id, std::move(*result)};
+}
+
+std::string encodeCall(std::int64_t id, std::string_view method, const Value& parameters)
+{
+    const Value message = {{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", parameters}};
+    return serialise(message) + '\n';
+}
+
+} // namespace meridal

@@ -1,0 +1,24 @@
+# What `cmake --install build/release` puts where, under CMAKE_INSTALL_PREFIX (/usr/local unless told otherwise).
+include(GNUInstallDirs)
+
+foreach(program meridald meridalctl)
+  if(TARGET ${program})
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  endif()
+endforeach()
+
+if(APPLE)
+  file(GLOB plists CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/packaging/macos/*.plist)
+  install(FILES ${plists} DESTINATION /Library/LaunchDaemons)
+else()
+  # Not CMAKE_INSTALL_LIBDIR: systemd looks for units in lib below /usr and /usr/local whatever the architecture.
+  install(FILES ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.service DESTINATION lib/systemd/system)
+endif()
+
+foreach(section 1 8)
+  file(GLOB pages CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/*.${section})
+  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
+
+file(GLOB documents CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/*.md ${CMAKE_SOURCE_DIR}/README.md)
+install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -1,0 +1,134 @@
+// Groups: which process answers for which other one.
+
+#include "collectors/process/ProcessStatCollector.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <fmt/format.h>
+
+#include <iterator>
+
+namespace meridal {
+
+void ProcessStatCollector::createHierarchy2()
+{
+    dissolveHierarchy();
+    for (Item* item : processes_) {
+        if (item->controllingPid() < 0) {
+            findControllingPid(*item);
+        }
+    }
+    for (Item* item : processes_) {
+        item->setController(controllerOf(*item));
+    }
+    breakCycles();
+    // Backwards, so that children stand in table order although each joins at the front.
+    for (auto item = processes_.rbegin(); item != processes_.rend(); ++item) {
+        if (Item* controller = (*item)->controller()) {
+            (*item)->joinFront(*controller);
+        }
+    }
+    for (Item* item : processes_) {
+        if (item->root()) {
+            hierachy_.push_back(item);
+            for (Item* member = item; member; member = member->nextInGroup(*item)) {
+                parentsFirst_.push_back(member);
+            }
+        }
+    }
+}
+
+/// Every process on its own, in no group.
+void ProcessStatCollector::dissolveHierarchy()
+{
+    for (Item* item : processes_) {
+        item->leaveGroup();
+    }
+    hierachy_.clear();
+    parentsFirst_.clear();
+}
+
+void ProcessStatCollector::removeMissingProcessesHierachy()
+{
+    std::erase_if(hierachy_, [](const Item* item) { return !item->exists(); });
+}
+
+/// The parent, unless that is who starts services, for whom the system may know better.
+void ProcessStatCollector::findControllingPid(Item& item) const
+{
+    const std::int32_t pid = isParentLaunchd(item) ? controllingPidForPid(item.pid()) : item.parentPid();
+    item.setControllingPid(pid > 0 ? pid : item.pid());
+}
+
+std::int32_t ProcessStatCollector::controllingPidForPid(std::int32_t pid) const
+{
+    return rules_.hasResponsibleProcess ? context().host.processes->responsiblePid(pid).value_or(pid) : pid;
+}
+
+/// The process of that pid if it has been there at least as long as the item. A younger one only got the pid of a
+/// parent that ended, and has nothing to do with it. Told by passes, since start times may come from a clock that steps.
+const ProcessStatCollectorItem* ProcessStatCollector::elder(const Item& item, std::int32_t pid) const
+{
+    const Item* other = processForPid(pid);
+    return other && other->firstPass() <= item.firstPass() ? other : nullptr;
+}
+
+bool ProcessStatCollector::isParentLaunchd(const Item& item) const
+{
+    const Item* parent = elder(item, item.parentPid());
+    return parent && parent->isLaunchd();
+}
+
+bool ProcessStatCollector::isProcessExcludedFromHierarchy(const Item& item) const
+{
+    if (!rules_.hasResponsibleProcess) {
+        return false;
+    }
+    const Item* parent = item.standsAlone() ? nullptr : elder(item, item.parentPid());
+    return item.standsAlone() || (parent && parent->startsCommands());
+}
+
+ProcessStatCollectorItem* ProcessStatCollector::controllerOf(const Item& item)
+{
+    if (item.controllingPid() == item.pid() || isProcessExcludedFromHierarchy(item)) {
+        return nullptr;
+    }
+    return elder(item, item.controllingPid()) ? processForPid(item.controllingPid()) : nullptr;
+}
+
+/// Two processes that answer for each other (a parent's pid taken by its own descendant) would both vanish from the
+/// view: the one where the circle closes becomes a head.
+void ProcessStatCollector::breakCycles()
+{
+    for (Item* item : processes_) {
+        item->setMark(0);
+    }
+    std::uint32_t walk = 0;
+    for (Item* start : processes_) {
+        ++walk;
+        Item* item = start;
+        while (item && item->mark() == 0) {
+            item->setMark(walk);
+            item = item->controller();
+        }
+        if (item && item->mark() == walk) {
+            item->setController(nullptr);
+        }
+    }
+}
+
+std::string ProcessStatCollector::showHierarchy() const
+{
+    constexpr std::size_t deepest = 32;
+    std::string text;
+    for (const Item* item : parentsFirst_) {
+        std::size_t level = 0;
+        for (const Item* above = item->controller(); above && level < deepest; above = above->controller()) {
+            ++level;
+        }
+        fmt::format_to(std::back_inserter(text), "{:{}}{} {}\n", "", 4 * level, item->pid(), item->name());
+    }
+    return text;
+}
+
+} // namespace meridal

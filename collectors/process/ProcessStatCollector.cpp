@@ -1,0 +1,328 @@
+#include "collectors/process/ProcessStatCollector.h"
+
+#include "base/Text.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// Intervals of fewer ticks than this tell nothing of the rate between them.
+constexpr double ticksThatTell = 10;
+/// s over which energy scores are averaged, and how many passes of them at most.
+constexpr double averagedSeconds = 31;
+constexpr std::uint32_t averagedPasses = 30;
+
+/// The groups of figures behind the lists that are wanted, and no more: each may cost a file per process.
+ProcessFields fieldsFor(std::uint32_t updateMask)
+{
+    constexpr std::uint32_t measured =
+        mask(ProcessList::Cpu) | mask(ProcessList::Memory) | mask(ProcessList::Disk) | mask(ProcessList::Energy);
+    if ((updateMask & measured) == 0) {
+        return ProcessFields::None;
+    }
+    ProcessFields fields = ProcessFields::Cpu;
+    if (holds(updateMask, ProcessList::Memory)) {
+        fields |= ProcessFields::Memory;
+    }
+    if (holds(updateMask, ProcessList::Disk)) {
+        fields |= ProcessFields::Disk;
+    }
+    if (holds(updateMask, ProcessList::Energy)) {
+        fields |= ProcessFields::Wakeups;
+    }
+    return fields;
+}
+
+} // namespace
+
+ProcessStatCollector::ProcessStatCollector(Context& context)
+    : StatCollector(context,
+        {.description = "ProcessStatCollector", .sampleCount = 0, .storageType = StorageType::Items, .layout = {}})
+    , rules_(ReleaseRules::of(*context.host.machine))
+    , serviceManagerName_(context.host.machine->serviceManagerName())
+{
+    config()["xmlNoSamples"] = true;
+    config()["xmlUseSelectionKey"] = true;
+    shared_.tbfrequency = timebaseFrequency();
+}
+
+ProcessStatCollector::~ProcessStatCollector() = default;
+
+ProcessStatCollector& ProcessStatCollector::sharedProcesses()
+{
+    // Never destroyed: at exit the context may go first.
+    static auto& instance = *new ProcessStatCollector(Context::shared());
+    return instance;
+}
+
+double ProcessStatCollector::timebaseFrequency() const { return std::max(0.0, context().host.processes->timeBase()); }
+
+void ProcessStatCollector::updateStats()
+{
+    if (!enabled() || (requireUpdateMask_ && updateMask_ == 0)) {
+        return;
+    }
+    beginPass();
+    setChildrenChanged(false);
+    if (fetchProcesses()) {
+        removeMissingProcesses();
+        if (childrenChanged()) {
+            createHierarchy2();
+        } else {
+            removeMissingProcessesHierachy();
+        }
+    }
+    if (updaterFinishBlock()) {
+        updaterFinishBlock()(*this);
+    }
+}
+
+void ProcessStatCollector::beginPass()
+{
+    const Runtime& runtime = context().runtime;
+    timePrevious_ = sequence_ > 0 ? timeNow_ : 0;
+    timeNow_ = runtime.wallTime();
+    ++sequence_;
+    newProcesses_ = 0;
+    pass_.number = sequence_;
+    pass_.wallTime = timeNow_;
+    pass_.monotonicTime = runtime.monotonicTime();
+    pass_.wanted = fieldsFor(updateMask_);
+    pass_.timeBase = shared_.tbfrequency;
+    pass_.shortestCPUInterval = ticksThatTell * context().host.processes->cpuResolution();
+    pass_.footprintFromKernel = rules_.footprintFromKernel;
+    pass_.historyPass = 0;
+    pass_.averagedFrom = 0;
+    if (pass_.wanted != ProcessFields::None) {
+        noteTimes();
+    }
+}
+
+/// Gives the pass its place in the history of all processes, unless it comes too soon after the latest one there: its
+/// figures would repeat, and a client that asks in quick succession would push everybody's past out of the rings.
+void ProcessStatCollector::noteTimes()
+{
+    PassTimes& times = shared_.times;
+    const double sinceLatest = times.newest() == 0 ? 0 : pass_.monotonicTime - times.monotonicTime(times.newest());
+    if (!(sinceLatest > 0 && sinceLatest < pass_.shortestCPUInterval)) {
+        times.push(pass_.wallTime, pass_.monotonicTime);
+        pass_.historyPass = times.newest();
+    }
+    const std::uint32_t newest = times.newest();
+    std::uint32_t oldest = newest;
+    while (oldest > 1 && newest - oldest + 1 < averagedPasses
+        && times.monotonicTime(oldest - 1) >= pass_.monotonicTime - averagedSeconds) {
+        --oldest;
+    }
+    pass_.averagedFrom = oldest;
+}
+
+/// Brings the table up to date with the host's. False when that could not be read: the table then stays as it was.
+bool ProcessStatCollector::fetchProcesses()
+{
+    const auto records = context().host.processes->readProcesses(pass_.wanted);
+    if (records.empty()) {
+        return false;
+    }
+    invalidateProcesses();
+    std::size_t cursor = 0;
+    for (const ProcessRecord& record : records) {
+        if (record.status == ProcessStatus::Zombie) {
+            continue;
+        }
+        Item& item = itemForRecord(record, cursor);
+        if (item.exists()) {
+            continue; // listed twice, as a process that was moved in the kernel's list meanwhile may be
+        }
+        measure(item, record);
+    }
+    return true;
+}
+
+/// The record's item, made or started afresh as needed. `cursor` walks the table along with the records, which come in
+/// much the same order, so that a look-up is the exception.
+ProcessStatCollectorItem& ProcessStatCollector::itemForRecord(const ProcessRecord& record, std::size_t& cursor)
+{
+    Item* item = nullptr;
+    if (cursor < processes_.size() && processes_[cursor]->pid() == record.pid) {
+        item = processes_[cursor++];
+    } else {
+        item = processForPid(record.pid);
+    }
+    if (!item) {
+        item = &createProcessWithPid(record.pid);
+        introduce(*item, record);
+    } else if (item->startIdentity() != record.startIdentity && !item->exists()) {
+        introduce(*item, record);
+    }
+    return *item;
+}
+
+/// A process seen for the first time; its item is new, or was that of an earlier process of the same pid.
+void ProcessStatCollector::introduce(Item& item, const ProcessRecord& record)
+{
+    item.startAfresh(record.startIdentity, pass_.number);
+    item.setParentPid(record.parentPid);
+    nameNewProcess(item, record);
+    item.setIsLaunchd(
+        record.pid == 1 || (!serviceManagerName_.empty() && item.name().starts_with(serviceManagerName_)));
+    item.setForeground(true);
+    setChildrenChanged(true);
+    ++newProcesses_;
+}
+
+void ProcessStatCollector::nameNewProcess(Item& item, const ProcessRecord& record)
+{
+    std::string name = validUtf8(record.name);
+    if (name.empty()) {
+        item.setName(nameForPid(record.pid, name));
+        item.setLoadedName(true);
+        return;
+    }
+    const bool mayBeCut = record.name.size() == context().host.processes->nameLimit();
+    if (mayBeCut) {
+        // Programs share cut names ("desktop-portal-" is several), so a cached one only stands in until the process
+        // itself is asked, before it is first shown. One that does not begin like the cut name belongs to a program
+        // that had renamed itself.
+        const std::string* full = nameCache_.find(name);
+        if (full && full->starts_with(name)) {
+            name = *full;
+        }
+    }
+    item.setLoadedName(!mayBeCut);
+    item.setName(std::move(name));
+}
+
+void ProcessStatCollector::measure(Item& item, const ProcessRecord& record)
+{
+    item.beginPass(pass_);
+    if (has(pass_.wanted, ProcessFields::Memory)) {
+        item.updateMemoryWithTaskInfo(record, pass_);
+    }
+    const auto elapsed =
+        has(record.present & pass_.wanted, ProcessFields::Cpu) ? item.updateCPUWithRusage(record, pass_) : std::nullopt;
+    item.updateIOWithRusage(record, pass_);
+    if (elapsed) {
+        if (rules_.usesUsageV3) {
+            item.updatePowerWithRusage(record, pass_, *elapsed);
+        } else {
+            item.updatePowerWithRusage2(record, pass_, *elapsed);
+        }
+        item.updateHistory(pass_);
+    }
+    item.endPass();
+}
+
+ProcessStatCollectorItem* ProcessStatCollector::processForPid(std::int32_t pid)
+{
+    const auto entry = byPid_.find(pid);
+    return entry == byPid_.end() ? nullptr : &entry->second;
+}
+
+const ProcessStatCollectorItem* ProcessStatCollector::processForPid(std::int32_t pid) const
+{
+    const auto entry = byPid_.find(pid);
+    return entry == byPid_.end() ? nullptr : &entry->second;
+}
+
+ProcessStatCollectorItem& ProcessStatCollector::createProcessWithPid(std::int32_t pid)
+{
+    const auto [entry, isNew] = byPid_.try_emplace(pid, pid, shared_);
+    if (isNew) {
+        processes_.push_back(&entry->second);
+    }
+    return entry->second;
+}
+
+void ProcessStatCollector::invalidateProcesses()
+{
+    for (Item* item : processes_) {
+        item->setExists(false);
+    }
+}
+
+void ProcessStatCollector::removeMissingProcesses()
+{
+    const auto isMissing = [](const Item* item) { return !item->exists(); };
+    if (std::none_of(processes_.begin(), processes_.end(), isMissing)) {
+        return;
+    }
+    dissolveHierarchy();
+    std::erase_if(processes_, isMissing);
+    std::erase_if(byPid_, [](const auto& entry) { return !entry.second.exists(); });
+    setChildrenChanged(true);
+}
+
+std::optional<std::string> ProcessStatCollector::askFullName(std::int32_t pid, const std::string& shortName)
+{
+    const auto path = context().host.processes->executablePath(pid, shortName);
+    auto full = path ? lastComponent(*path) : std::nullopt;
+    if (full && !shortName.empty()) {
+        nameCache_.store(shortName, *full);
+    }
+    return full;
+}
+
+std::string ProcessStatCollector::nameForPid(std::int32_t pid, const std::string& defaultName)
+{
+    return askFullName(pid, defaultName).value_or(defaultName);
+}
+
+std::string ProcessStatCollector::sharingNameForProcess(Item& item)
+{
+    if (!item.loadedName()) {
+        item.setLoadedName(true);
+        // The short name again: a cached name that stands in for it begins with it.
+        if (auto full = askFullName(item.pid(), item.name().substr(0, context().host.processes->nameLimit()))) {
+            item.setName(*std::move(full));
+        }
+    }
+    if (item.isSafariWebContent() && !item.safariURLS().empty()) {
+        return displayNameOf(item.safariURLS());
+    }
+    return item.name();
+}
+
+void ProcessStatCollector::clearBandwidth()
+{
+    for (Item* item : processes_) {
+        item->setNetworkDownload(0);
+        item->setNetworkUpload(0);
+    }
+}
+
+void ProcessStatCollector::updatePCapBandwidth()
+{
+    const double now = context().runtime.wallTime();
+    for (Item* item : processes_) {
+        item->updatePCapBandwidth(now);
+    }
+}
+
+void ProcessStatCollector::clearDiskActivity()
+{
+    for (Item* item : processes_) {
+        item->clearDiskActivity();
+    }
+}
+
+std::int32_t ProcessStatCollector::processPacket(const PacketAttribution& packet)
+{
+    const auto taker =
+        std::find_if(processes_.begin(), processes_.end(), [&](Item* item) { return item->processPacket(packet); });
+    return taker == processes_.end() ? 0 : (*taker)->pid();
+}
+
+void ProcessStatCollector::processCachePacket(const PacketAttribution& packet)
+{
+    if (Item* item = processForPid(packet.pid)) {
+        item->processCachePacket(packet, context().runtime.wallTime());
+    }
+}
+
+} // namespace meridal

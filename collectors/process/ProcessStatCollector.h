@@ -1,0 +1,179 @@
+#pragma once
+
+#include "base/ValueFwd.h"
+#include "collectors/StatCollector.h"
+#include "collectors/process/ProcessList.h"
+#include "collectors/process/ProcessNames.h"
+#include "collectors/process/ProcessStatCollectorItem.h"
+#include "collectors/process/ReleaseRules.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace meridal {
+
+/// Which applications use the CPU, memory, energy, disk and network. Each update reads the process table once, keeps one
+/// item per live process and turns cumulative counters into rates; on request it ranks the items, one by one or grouped
+/// under the application that is responsible for them. Everything here belongs to the main queue.
+class ProcessStatCollector final : public StatCollector {
+public:
+    using Item = ProcessStatCollectorItem;
+
+    explicit ProcessStatCollector(Context& context);
+    ~ProcessStatCollector() override;
+
+    /// The process-wide instance, on Context::shared().
+    static ProcessStatCollector& sharedProcesses();
+
+    // What is wanted
+    std::uint32_t updateMask() const { return updateMask_; } ///< bits of ProcessList
+    void setUpdateMask(std::uint32_t updateMask) { updateMask_ = updateMask; }
+    bool requireUpdateMask() const { return requireUpdateMask_; } ///< an empty mask then means no pass at all
+    void setRequireUpdateMask(bool require) { requireUpdateMask_ = require; }
+    /// Most entries in a list; 0 or less gives none.
+    std::int32_t sharingProcessCPUCount() const { return sharingProcessCPUCount_; }
+    void setSharingProcessCPUCount(std::int32_t count) { sharingProcessCPUCount_ = count; }
+    std::int32_t sharingProcessMemoryCount() const { return sharingProcessMemoryCount_; }
+    void setSharingProcessMemoryCount(std::int32_t count) { sharingProcessMemoryCount_ = count; }
+    std::int32_t sharingProcessNetworkCount() const { return sharingProcessNetworkCount_; }
+    void setSharingProcessNetworkCount(std::int32_t count) { sharingProcessNetworkCount_ = count; }
+    std::int32_t sharingProcessDiskActivityCount() const { return sharingProcessDiskActivityCount_; }
+    void setSharingProcessDiskActivityCount(std::int32_t count) { sharingProcessDiskActivityCount_ = count; }
+    std::int32_t sharingProcessPowerCount() const { return sharingProcessPowerCount_; }
+    void setSharingProcessPowerCount(std::int32_t count) { sharingProcessPowerCount_ = count; }
+
+    // The pass
+    void update() { updateStats(); }
+    void updateStats() override;
+    /// No further passes.
+    void disable() { setEnabled(false); }
+    std::uint32_t sequence() const { return sequence_; }         ///< passes so far
+    std::uint32_t newProcesses() const { return newProcesses_; } ///< that the latest pass saw first
+    double timeNow() const { return timeNow_; }                  ///< s since 1970, of the latest pass
+    double timePrevious() const { return timePrevious_; }        ///< of the one before; 0 until there was one
+    double tbfrequency() const { return shared_.tbfrequency; }   ///< units of CPU time per second
+    /// As the host tells it; 0 when it does not.
+    double timebaseFrequency() const;
+
+    // The table, in order of first sight
+    const std::vector<Item*>& processes() const { return processes_; }
+    std::size_t processCount() const { return processes_.size(); }
+    Item* processForPid(std::int32_t pid); ///< null when there is none
+    const Item* processForPid(std::int32_t pid) const;
+    /// Adds an item, which must not be there yet.
+    Item& createProcessWithPid(std::int32_t pid);
+    void invalidateProcesses();
+    /// Drops the items that do not exist; the groups, which may point to them, are dissolved if there were any.
+    void removeMissingProcesses();
+    /// Drops groups whose head does not exist from the grouped view.
+    void removeMissingProcessesHierachy();
+
+    // Names
+    /// Full name of the program that a process runs, or the default.
+    std::string nameForPid(std::int32_t pid, const std::string& defaultName);
+    /// As shown to people; asks for the full name if that is still open.
+    std::string sharingNameForProcess(Item& item);
+    const ProcessNameCache& nameCache() const { return nameCache_; }
+    /// Takes an array of pids, answers an array of {"name", "pid"} for those that are known.
+    Value infoForPids(const Value& pids) const;
+
+    // Groups
+    /// What lists rank: groups, or single processes.
+    const std::vector<Item*>& sharingStorage(bool grouped) const { return grouped ? hierachy_ : processes_; }
+    /// Heads of groups, in table order.
+    const std::vector<Item*>& hierachy() const { return hierachy_; }
+    void createHierarchy2();
+    std::int32_t controllingPidForPid(std::int32_t pid) const;
+    bool isParentLaunchd(const Item& item) const;
+    bool isProcessExcludedFromHierarchy(const Item& item) const;
+    /// The groups as indented text, for diagnosis.
+    std::string showHierarchy() const;
+    bool sharingUseHeirachy() const { return shared_.sharingUseHeirachy; }
+    void setSharingUseHeirachy(bool use) { shared_.sharingUseHeirachy = use; }
+
+    // Lists; `grouped` becomes sharingUseHeirachy
+    Dictionary cpuProcesses(bool grouped);
+    Dictionary memoryProcesses(bool grouped);
+    Dictionary diskActivityProcesses(bool grouped);
+    Dictionary diskActivityProcesses2(bool grouped); ///< one figure and the time of the last activity
+    Dictionary networkProcesses(bool grouped);
+    Dictionary networkProcesses2(bool grouped); ///< with the time of the last activity
+    Dictionary powerProcesses(bool grouped);
+    /// The table ranked by a figure, largest first; equal ones in table order, idle ones of disk and network by their
+    /// last activity. Stores every total on the way: sharingTotal() of an item in the result is its figure.
+    std::vector<ProcessListRow> ranked(ProcessFigure figure, bool grouped, std::int32_t limit);
+    /// Stores total() of every item as its sharingTotal(), each computed once.
+    void updateTotals(ProcessFigure figure);
+
+    // Traffic and disk
+    void clearBandwidth();
+    void updatePCapBandwidth();
+    void clearDiskActivity();
+    /// Offers a packet to every process; answers the pid of the one that took it, or 0.
+    std::int32_t processPacket(const PacketAttribution& packet);
+    /// Counts a packet for the process that it names.
+    void processCachePacket(const PacketAttribution& packet);
+
+private:
+    /// What ranking compares, copied out of the items, which lie all over the memory.
+    struct Ranked {
+        double total = 0;
+        double lastActive = 0;   ///< only where it breaks a tie
+        std::uint32_t place = 0; ///< in the table, so that equal ones keep their order
+        Item* item = nullptr;
+    };
+    /// Adds the figures of a list's entry to its pid and name.
+    using FillEntry = void (*)(Dictionary& entry, const Item& item);
+
+    // ProcessStatCollector.cpp
+    void beginPass();
+    void noteTimes();
+    bool fetchProcesses();
+    Item& itemForRecord(const ProcessRecord& record, std::size_t& cursor);
+    void introduce(Item& item, const ProcessRecord& record);
+    std::optional<std::string> askFullName(std::int32_t pid, const std::string& shortName);
+    void nameNewProcess(Item& item, const ProcessRecord& record);
+    void measure(Item& item, const ProcessRecord& record);
+
+    // ProcessHierarchy.cpp
+    void dissolveHierarchy();
+    void findControllingPid(Item& item) const;
+    Item* controllerOf(const Item& item);
+    const Item* elder(const Item& item, std::int32_t pid) const;
+    void breakCycles();
+    void collectHierarchy();
+
+    // ProcessLists.cpp
+    void rank(ProcessFigure figure, std::size_t limit);
+    std::vector<ProcessListRow> rows(ProcessFigure figure, std::int32_t limit);
+    Value list(ProcessFigure figure, std::int32_t limit, FillEntry fill);
+
+    ReleaseRules rules_;
+    std::string serviceManagerName_;
+    ProcessShared shared_;
+    ProcessPass pass_;
+    std::unordered_map<std::int32_t, Item> byPid_;
+    std::vector<Item*> processes_; ///< the same in table order
+    std::vector<Item*> hierachy_;
+    std::vector<Item*> parentsFirst_; ///< the whole table, group by group, every parent before its children
+    std::vector<Ranked> ranking_;     ///< kept for its memory
+    ProcessNameCache nameCache_;
+    std::uint32_t updateMask_ = mask(ProcessList::Cpu);
+    std::uint32_t sequence_ = 0;
+    std::uint32_t newProcesses_ = 0;
+    double timeNow_ = 0;
+    double timePrevious_ = 0;
+    std::int32_t sharingProcessCPUCount_ = 20;
+    std::int32_t sharingProcessMemoryCount_ = 20;
+    std::int32_t sharingProcessNetworkCount_ = 20;
+    std::int32_t sharingProcessDiskActivityCount_ = 20;
+    std::int32_t sharingProcessPowerCount_ = unlimitedProcesses;
+    bool requireUpdateMask_ = false;
+};
+
+} // namespace meridal

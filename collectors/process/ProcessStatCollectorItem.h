@@ -1,0 +1,269 @@
+#pragma once
+
+#include "collectors/process/PacketAttribution.h"
+#include "collectors/process/ProcessList.h"
+#include "collectors/process/ProcessPass.h"
+#include "collectors/process/RunLengthRing.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace meridal {
+
+/// What is remembered of one pass of one process.
+struct ProcessHistoryRow {
+    double cpu = 0;        ///< percent of one core
+    double memory = 0;     ///< bytes
+    double powerScore = 0; ///< averaged energy score
+    double updateTime = 0; ///< s since 1970; 0 marks an empty row
+};
+
+/// What is remembered of the energy of one pass of one process.
+struct ProcessPowerRow {
+    double power = 0;      ///< energy score of that pass
+    double updateTime = 0; ///< s since 1970
+    double empty = 1;      ///< 0 for a row that was written
+};
+
+/// One process of the machine: who it is, what it used up to the latest pass, and where it stands in its group. There
+/// may be thousands, so it is kept small. Lives in a ProcessStatCollector and on its queue.
+class ProcessStatCollectorItem {
+public:
+    /// `shared` must outlive it.
+    ProcessStatCollectorItem(std::int32_t pid, const ProcessShared& shared) : pid_(pid), shared_(&shared) { }
+    ProcessStatCollectorItem(const ProcessStatCollectorItem&) = delete;
+    ProcessStatCollectorItem& operator=(const ProcessStatCollectorItem&) = delete;
+
+    // Identity
+    std::int32_t pid() const { return pid_; }
+    std::string key() const; ///< the pid in decimal
+    /// Forgets everything but the pid: the process behind it is another one from here on.
+    void startAfresh(std::uint64_t startIdentity, std::uint32_t pass);
+    std::uint64_t startIdentity() const { return state_.startIdentity; }
+    /// Number of the collector's pass that saw it first.
+    std::uint32_t firstPass() const { return state_.firstPass; }
+    std::int32_t parentPid() const { return state_.parentPid; } ///< as it was at first; -1 until then
+    void setParentPid(std::int32_t pid) { state_.parentPid = pid; }
+    std::int32_t controllingPid() const { return state_.controllingPid; } ///< -1 until computed
+    void setControllingPid(std::int32_t pid) { state_.controllingPid = pid; }
+    const std::string& name() const { return state_.name; } ///< valid UTF-8, possibly cut or empty
+    void setName(std::string name);
+    bool loadedName() const { return state_.loadedName; } ///< the name is final
+    void setLoadedName(bool loaded) { state_.loadedName = loaded; }
+    std::string_view bundleLocation() const;
+    void setBundleLocation(std::string location);
+    const std::vector<std::string>& safariURLS() const;
+    void setSafariURLS(std::vector<std::string> urls);
+
+    // Flags
+    bool exists() const { return state_.exists; } ///< seen by the latest pass
+    void setExists(bool exists) { state_.exists = exists; }
+    bool isLaunchd() const { return state_.isLaunchd; } ///< starts the services of the machine or of a session
+    void setIsLaunchd(bool is) { state_.isLaunchd = is; }
+    bool isSafariWebContent() const { return state_.isSafariWebContent; }
+    bool standsAlone() const { return state_.standsAlone; }       ///< by its name, never grouped under another
+    bool startsCommands() const { return state_.startsCommands; } ///< by its name, what it starts is not part of it
+    bool foreground() const { return state_.foreground; }
+    void setForeground(bool foreground) { state_.foreground = foreground; }
+
+    // Time
+    double updateTime() const { return state_.updateTime; }                 ///< s since 1970
+    double updateTimePrevious() const { return state_.updateTimePrevious; } ///< likewise
+    std::uint32_t sequence() const { return state_.sequence; }              ///< passes in which it was seen
+    double tbfrequency() const { return shared_->tbfrequency; }             ///< units of CPU time per second
+
+    // Measuring: one pass calls these in this order
+    void beginPass(const ProcessPass& pass);
+    /// Memory that was asked for and could not be read counts 0.
+    void updateMemoryWithTaskInfo(const ProcessRecord& record, const ProcessPass& pass);
+    /// Answers the seconds since the figure before: 0 where there is none. Absent when they are too few to tell anything;
+    /// CPU and energy then stay as they are and the interval goes on.
+    std::optional<double> updateCPUWithRusage(const ProcessRecord& record, const ProcessPass& pass);
+    void updateIOWithRusage(const ProcessRecord& record, const ProcessPass& pass);
+    /// `elapsed` is what updateCPUWithRusage() answered.
+    void updatePowerWithRusage(const ProcessRecord& record, const ProcessPass& pass, double elapsed);
+    /// For releases with the older usage record, whose CPU time is taken as seconds.
+    void updatePowerWithRusage2(const ProcessRecord& record, const ProcessPass& pass, double elapsed);
+    void updateHistory(const ProcessPass& pass);
+    void endPass();
+
+    // CPU
+    std::uint64_t cpuTime() const { return state_.cpuTime; } ///< cumulative, in units of the time base
+    std::uint64_t cpuPreviousTime() const { return state_.cpuPreviousTime; }
+    double lastUpdateCPU() const { return state_.lastUpdateCPU; } ///< s of the clock that cannot step
+    double cpu() const { return state_.cpu; }                     ///< percent of one core, so possibly above 100
+
+    // Memory, bytes
+    double memory() const { return state_.memory; }
+    double memoryFootprint() const { return state_.memoryFootprint; }
+    double memoryAnonymous() const { return state_.memoryAnonymous; }
+    double memoryCompressed() const { return state_.memoryCompressed; }
+
+    // Disk
+    double diskReadTotal() const { return static_cast<double>(state_.diskReadTotal); } ///< bytes
+    double diskWriteTotal() const { return static_cast<double>(state_.diskWriteTotal); }
+    double diskRead() const { return state_.diskRead; } ///< bytes per second
+    double diskWrite() const { return state_.diskWrite; }
+    double diskReadTime() const { return state_.diskReadTime; } ///< s since 1970 of the last figure above 0
+    double diskWriteTime() const { return state_.diskWriteTime; }
+    double diskUpdateTime() const { return state_.diskUpdateTime; } ///< s of the clock that cannot step
+    void clearDiskActivity();
+
+    // Network
+    double networkDownload() const { return state_.networkDownload; } ///< bytes in the current interval
+    double networkUpload() const { return state_.networkUpload; }
+    void setNetworkDownload(double bytes) { state_.networkDownload = bytes; }
+    void setNetworkUpload(double bytes) { state_.networkUpload = bytes; }
+    double networkDownloadTime() const { return state_.networkDownloadTime; } ///< s since 1970 of the last above 0
+    double networkUploadTime() const { return state_.networkUploadTime; }
+    void setNetworkDownloadTime(double time) { state_.networkDownloadTime = time; }
+    void setNetworkUploadTime(double time) { state_.networkUploadTime = time; }
+    const std::vector<ProcessConnection>& connections() const;
+    void setConnections(std::vector<ProcessConnection> connections);
+    /// Takes traffic that belongs to one of its connections; answers whether it does.
+    bool processPacket(const PacketAttribution& packet);
+    /// Takes traffic that is known to be its own. `wallTime`: s since 1970.
+    void processCachePacket(const PacketAttribution& packet, double wallTime);
+    /// Stamps the figures of the interval that are above 0.
+    void updatePCapBandwidth(double wallTime);
+
+    // Energy
+    double idleWakeups() const { return static_cast<double>(state_.idleWakeups); } ///< cumulative
+    double idleWakeupsPrevious() const { return static_cast<double>(state_.idleWakeupsPrevious); }
+    double power() const { return state_.power; }           ///< score of the latest interval
+    double powerScore() const { return state_.powerScore; } ///< averaged over half a minute
+
+    // Recent passes, newest first; rows that were never written are empty
+    ProcessHistoryRow history(std::size_t row) const;
+    ProcessPowerRow powerHistory(std::size_t row) const;
+    std::size_t historyHeapBytes() const { return rows_.heapBytes(); }
+
+    // Group. Built by the collector's createHierarchy2().
+    /// Heads a group: is not placed under another.
+    bool root() const { return controller_ == nullptr; }
+    ProcessStatCollectorItem* controller() const { return controller_; }
+    std::vector<ProcessStatCollectorItem*> children() const;
+    bool sharingUseHierachy() const { return sharingUseHierachy_; } ///< its totals may take in its children
+    void setSharingUseHierachy(bool use) { sharingUseHierachy_ = use; }
+    void leaveGroup();
+    /// Puts it first among the children of another.
+    void joinFront(ProcessStatCollectorItem& controller);
+    void setController(ProcessStatCollectorItem* controller) { controller_ = controller; }
+    /// The next one of the group that `top` heads, parents before children; null after the last.
+    ProcessStatCollectorItem* nextInGroup(const ProcessStatCollectorItem& top) const { return next(top, true); }
+    std::uint32_t mark() const { return mark_; } ///< scratch of whoever walks the table
+    void setMark(std::uint32_t mark) { mark_ = mark; }
+
+    // Totals: its own figure, and its group's where grouping is on
+    double own(ProcessFigure figure) const;
+    double total(ProcessFigure figure) const;
+    double sharingTotal(ProcessFigure figure) const { return sharingTotals_[static_cast<std::size_t>(figure)]; }
+    void setSharingTotal(ProcessFigure figure, double total)
+    {
+        sharingTotals_[static_cast<std::size_t>(figure)] = total;
+    }
+    double sharingTotalCPU() const { return sharingTotal(ProcessFigure::Cpu); }
+    double sharingTotalMemory() const { return sharingTotal(ProcessFigure::Memory); }
+    double sharingTotalMemoryFootprint() const { return sharingTotal(ProcessFigure::MemoryFootprint); }
+    double sharingTotalPower() const { return sharingTotal(ProcessFigure::Power); }
+    double sharingTotalRead() const { return sharingTotal(ProcessFigure::DiskRead); }
+    double sharingTotalWrite() const { return sharingTotal(ProcessFigure::DiskWrite); }
+    double sharingTotalDownload() const { return sharingTotal(ProcessFigure::Download); }
+    double sharingTotalUpload() const { return sharingTotal(ProcessFigure::Upload); }
+    /// s since 1970 when the figure was last above 0; 0 for figures without such a time.
+    double lastActive(ProcessFigure figure) const;
+
+    double totalCPUUsage() const { return total(ProcessFigure::Cpu); }
+    double totalMemoryUsage() const { return total(ProcessFigure::Memory); }
+    double totalMemoryFootprintUsage() const { return total(ProcessFigure::MemoryFootprint); }
+    double totalPowerUsage() const { return total(ProcessFigure::Power); }
+    double totalDiskRead() const { return total(ProcessFigure::DiskRead); }
+    double totalDiskWrite() const { return total(ProcessFigure::DiskWrite); }
+    double totalNetworkDownload() const { return total(ProcessFigure::Download); }
+    double totalNetworkUpload() const { return total(ProcessFigure::Upload); }
+
+private:
+    /// Seldom needed, so out of the way.
+    struct Extras {
+        std::string bundleLocation;
+        std::vector<std::string> safariURLS;
+        std::vector<ProcessConnection> connections;
+    };
+    /// Everything that ends with the process.
+    struct State {
+        std::uint64_t startIdentity = 0;
+        std::uint32_t firstPass = 0;
+        std::uint32_t sequence = 0;
+        std::int32_t parentPid = -1;
+        std::int32_t controllingPid = -1;
+        bool exists : 1 = false;
+        bool loadedName : 1 = false;
+        bool isLaunchd : 1 = false;
+        bool isSafariWebContent : 1 = false;
+        bool standsAlone : 1 = false;
+        bool startsCommands : 1 = false;
+        bool foreground : 1 = false;
+        bool cpuKnown : 1 = false;     ///< cpuTime is a reading to subtract from
+        bool wakeupsKnown : 1 = false; ///< likewise idleWakeups
+        double updateTime = 0;
+        double updateTimePrevious = 0;
+        std::uint64_t cpuTime = 0;
+        std::uint64_t cpuPreviousTime = 0;
+        double lastUpdateCPU = 0;
+        double cpu = 0;
+        std::uint64_t idleWakeups = 0;
+        std::uint64_t idleWakeupsPrevious = 0;
+        double power = 0;
+        double powerScore = 0;
+        double memory = 0;
+        double memoryFootprint = 0;
+        double memoryAnonymous = 0;
+        double memoryCompressed = 0;
+        std::uint64_t diskReadTotal = 0;
+        std::uint64_t diskWriteTotal = 0;
+        double diskRead = 0;
+        double diskWrite = 0;
+        double diskReadTime = 0;
+        double diskWriteTime = 0;
+        double diskUpdateTime = 0;
+        double networkDownload = 0;
+        double networkUpload = 0;
+        double networkDownloadTime = 0;
+        double networkUploadTime = 0;
+        std::string name;
+        std::unique_ptr<Extras> extras;
+    };
+    /// One pass in the ring. Single precision is exact for sizes in whole pages up to 64 GiB and keeps seven digits of
+    /// what is shown with two decimals, at half the size.
+    struct Row {
+        float cpu = 0;
+        float memory = 0;
+        float powerScore = 0;
+        float power = 0;
+        bool operator==(const Row&) const = default;
+    };
+
+    Extras& extras();
+    void updatePower(const ProcessRecord& record, const ProcessPass& pass, double elapsed, double cpuMicroseconds);
+    std::uint64_t newWakeups(const ProcessRecord& record, const ProcessPass& pass);
+    void updatePowerUsageAverage(const ProcessPass& pass);
+    ProcessStatCollectorItem* next(const ProcessStatCollectorItem& top, bool descend) const;
+
+    std::int32_t pid_;
+    std::uint32_t mark_ = 0;
+    const ProcessShared* shared_;
+    State state_;
+    RunLengthRing<Row, processHistoryRows> rows_;
+    ProcessStatCollectorItem* controller_ = nullptr;
+    ProcessStatCollectorItem* firstChild_ = nullptr;
+    ProcessStatCollectorItem* nextSibling_ = nullptr;
+    bool sharingUseHierachy_ = true;
+    std::array<double, processFigureCount> sharingTotals_ = {};
+};
+
+} // namespace meridal

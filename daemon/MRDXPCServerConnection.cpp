@@ -1,0 +1,314 @@
+#include "daemon/MRDXPCServerConnection.h"
+
+#include "collectors/process/ProcessStatCollector.h"
+#include "daemon/MRDXPCServer.h"
+#include "daemon/MeridalDaemon.h"
+#include "daemon/NetworkActions.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr float daemonVersion = 6.6F;
+constexpr std::int64_t daemonBuild = 1177;
+/// Keys below this are lists of the process collector.
+constexpr std::int64_t firstKeyBeyondProcesses = 32;
+
+// Masks add and subtract as numbers: a client that passes one bit a request sees a set, and one that passes several
+// gets the sum it asked for. Unsigned, because a client may pass anything and the sum must not overflow.
+std::int64_t sum(std::int64_t mask, std::int64_t key)
+{
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(mask) + static_cast<std::uint64_t>(key));
+}
+
+std::int64_t difference(std::int64_t mask, std::int64_t key)
+{
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(mask) - static_cast<std::uint64_t>(key));
+}
+
+Dictionary acknowledgement() { return {{"result", 1}}; }
+
+/// The collector's lists are the low bits of the request keys; its mask takes what fits of a key.
+std::uint32_t listBits(std::int64_t key) { return static_cast<std::uint32_t>(key); }
+
+} // namespace
+
+MRDXPCServerConnection::MRDXPCServerConnection(MeridalDaemon& daemon, std::shared_ptr<ClientLink> client)
+    : daemon_(daemon), client_(std::move(client)), peer_(client_->peer())
+{
+}
+
+void MRDXPCServerConnection::onMain(Task task)
+{
+    daemon_.context().runtime.mainQueue().post([self = shared_from_this(), task = std::move(task)] { task(); });
+}
+
+void MRDXPCServerConnection::ended()
+{
+    onMain([this] {
+        client_.reset();
+        updateMask_ = 0;
+        daemon_.server().removeConnection(shared_from_this());
+        removeMasks();
+    });
+}
+
+// Requests
+
+void MRDXPCServerConnection::addMask(std::int64_t key)
+{
+    if ((updateMask_ & key) == 0) {
+        updateMask_ = sum(updateMask_, key);
+    }
+    ProcessStatCollector& processes = daemon_.processes();
+    if (key < firstKeyBeyondProcesses && (processes.updateMask() & listBits(key)) == 0) {
+        processes.setUpdateMask(processes.updateMask() + listBits(key));
+    }
+}
+
+void MRDXPCServerConnection::removeMask(std::int64_t key)
+{
+    if ((updateMask_ & key) != 0) {
+        updateMask_ = difference(updateMask_, key);
+    }
+    bool stillWanted = false;
+    for (const auto& other : daemon_.server().connections()) {
+        stillWanted = stillWanted || (other.get() != this && (other->updateMask() & key) != 0);
+    }
+    if (meridal::holds(key, RequestKey::Network)) {
+        // At once, even when another client still wants it: capture is dear, and that client's next start brings it back.
+        daemon_.stopMonitoringNetworkActivity();
+    }
+    ProcessStatCollector& processes = daemon_.processes();
+    if (!stillWanted && (processes.updateMask() & listBits(key)) != 0) {
+        processes.setUpdateMask(processes.updateMask() - listBits(key));
+    }
+}
+
+void MRDXPCServerConnection::removeMasks()
+{
+    using enum RequestKey;
+    for (const RequestKey key : {Network, Cpu, Memory, Energy, Disk, SmartStatus, SmartTemperatures, InternalBattery}) {
+        removeMask(mask(key));
+    }
+}
+
+void MRDXPCServerConnection::sendData(const EnvelopePtr& envelope)
+{
+    if (client_) {
+        client_->daemonResponse(envelope);
+    }
+}
+
+void MRDXPCServerConnection::startRequestWithKey(std::int64_t key, std::int64_t interval)
+{
+    onMain([this, key, interval] { startRequest(key, interval); });
+}
+
+void MRDXPCServerConnection::startRequest(std::int64_t key, std::int64_t interval)
+{
+    if (!client_) {
+        return; // ended meanwhile: nothing would ever take these bits off again
+    }
+    addMask(key);
+    processInterval_ = interval;
+    if (meridal::holds(key, RequestKey::Network)) {
+        daemon_.startMonitoringNetworkActivity();
+    }
+    sendCurrentLists(key);
+    daemon_.restartProcessTimer();
+}
+
+void MRDXPCServerConnection::sendCurrentLists(std::int64_t key)
+{
+    using enum RequestKey;
+    for (const RequestKey list : {Network, Cpu, Memory, Energy, Disk}) {
+        if (meridal::holds(key, list)) {
+            sendData(daemon_.processList(list, useHierachy_));
+        }
+    }
+    if (meridal::holds(key, InternalBattery)) {
+        sendData(daemon_.internalBatterySourceInfo());
+    }
+}
+
+void MRDXPCServerConnection::stopRequestWithKey(std::int64_t key)
+{
+    onMain([this, key] {
+        processInterval_ = 0;
+        removeMask(key);
+    });
+}
+
+void MRDXPCServerConnection::enableHierachy()
+{
+    onMain([this] { useHierachy_ = true; });
+}
+
+void MRDXPCServerConnection::disableHierachy()
+{
+    onMain([this] { useHierachy_ = false; });
+}
+
+void MRDXPCServerConnection::smartTemps()
+{
+    onMain([this] {
+        daemon_.initializeSmart();
+        sendData(daemon_.smartSensors());
+    });
+}
+
+void MRDXPCServerConnection::startSMART(RequestKey key)
+{
+    if (!client_) {
+        return;
+    }
+    addMask(mask(key));
+    daemon_.initializeSmart();
+    sendData(key == RequestKey::SmartStatus ? daemon_.smartStatus() : daemon_.smartSensors());
+}
+
+void MRDXPCServerConnection::startSMARTStatus()
+{
+    onMain([this] { startSMART(RequestKey::SmartStatus); });
+}
+
+void MRDXPCServerConnection::stopSMARTStatus()
+{
+    onMain([this] { removeMask(mask(RequestKey::SmartStatus)); });
+}
+
+void MRDXPCServerConnection::startSMARTTemps()
+{
+    onMain([this] { startSMART(RequestKey::SmartTemperatures); });
+}
+
+void MRDXPCServerConnection::stopSMARTTemps()
+{
+    onMain([this] { removeMask(mask(RequestKey::SmartTemperatures)); });
+}
+
+// Questions
+
+void MRDXPCServerConnection::infoForPids(Value pids, ValueReply reply)
+{
+    onMain([this, pids = std::move(pids), reply = std::move(reply)] { reply(daemon_.processes().infoForPids(pids)); });
+}
+
+void MRDXPCServerConnection::version(VersionReply reply) { reply(daemonVersion, daemonBuild); }
+
+void MRDXPCServerConnection::fps(NumberReply reply)
+{
+    onMain([this, reply = std::move(reply)] { reply(daemon_.context().host.display->frameRate().value_or(0)); });
+}
+
+void MRDXPCServerConnection::exists(BoolReply reply) { reply(true); }
+
+void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)
+{
+    onMain([this, configurations = std::move(configurations), reply = std::move(reply)] {
+        Value readings = Value::array();
+        for (const Value& configuration : configurations) {
+            if (configuration.is_object()) {
+                const Value* key = find(configuration, "key");
+                readings.push_back({{"value", daemon_.sensorValue(configuration)}, {"key", key ? *key : Value()}});
+            }
+        }
+        reply(std::move(readings));
+    });
+}
+
+void MRDXPCServerConnection::armSensors(Value selection, ValueReply reply)
+{
+    onMain([this, selection = std::move(selection), reply = std::move(reply)] {
+        Value both = daemon_.supportedArmSensors(selection);
+        for (Value& fan : daemon_.supportedFans(selection)) {
+            both.push_back(std::move(fan));
+        }
+        reply(std::move(both));
+    });
+}
+
+void MRDXPCServerConnection::supportedSensors(Value selection, ValueReply reply)
+{
+    onMain([this, selection = std::move(selection), reply = std::move(reply)] {
+        reply({{"sensors", daemon_.supportedElectricSensors(selection)}, {"fans", daemon_.supportedFans(selection)}});
+    });
+}
+
+void MRDXPCServerConnection::supportedFans(Value selection, ValueReply reply)
+{
+    onMain([this, selection = std::move(selection), reply = std::move(reply)] {
+        reply(daemon_.supportedFans(selection));
+    });
+}
+
+// Actions
+
+void MRDXPCServerConnection::refreshDHCP(std::string interfaceName, ActionReply done)
+{
+    daemon_.networkActions().refreshDHCP(peer_, std::move(interfaceName), std::move(done));
+}
+
+void MRDXPCServerConnection::toggleAirPortPower(ActionReply done)
+{
+    daemon_.networkActions().toggleAirPortPower(peer_, std::move(done));
+}
+
+void MRDXPCServerConnection::setNetworkSet(std::string identifier, ActionReply done)
+{
+    daemon_.networkActions().setNetworkSet(peer_, std::move(identifier), std::move(done));
+}
+
+void MRDXPCServerConnection::setFanSet(Value set)
+{
+    onMain([this, set = std::move(set)] { daemon_.setFanSet(set); });
+}
+
+void MRDXPCServerConnection::setT2FanSet(Value set)
+{
+    onMain([this, set = std::move(set)] { daemon_.setT2FanSet(set); });
+}
+
+void MRDXPCServerConnection::setT2FanConfig(Value config, ValueReply reply)
+{
+    onMain([this, config = std::move(config), reply = std::move(reply)] {
+        daemon_.setT2FanConfig(config);
+        reply(acknowledgement());
+    });
+}
+
+void MRDXPCServerConnection::stopT2Fans(ValueReply reply)
+{
+    onMain([this, reply = std::move(reply)] {
+        daemon_.stopT2Fans();
+        reply(acknowledgement());
+    });
+}
+
+void MRDXPCServerConnection::startT2Fans(ValueReply reply)
+{
+    onMain([this, reply = std::move(reply)] {
+        daemon_.startT2Fans();
+        reply(acknowledgement());
+    });
+}
+
+void MRDXPCServerConnection::finalizeT2Fans(ValueReply reply)
+{
+    onMain([this, reply = std::move(reply)] {
+        daemon_.finalizeT2Fans();
+        reply(acknowledgement());
+    });
+}
+
+void MRDXPCServerConnection::setT2SafetyTemperature(double degrees)
+{
+    onMain([this, degrees] { daemon_.setT2SafetyTemperature(degrees); });
+}
+
+} // namespace meridal

@@ -1,0 +1,361 @@
+#include "daemon/MeridalDaemon.h"
+
+#include "base/Log.h"
+#include "base/Runtime.h"
+#include "daemon/MRDXPCServerConnection.h"
+#include "platform/host/Host.h"
+
+#include <bit>
+#include <cassert>
+#include <limits>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr double processInterval = 2.0;
+constexpr double secondPassDelay = 0.6;
+constexpr double networkInterval = 2.0;
+constexpr double smartInterval = 30.0;
+constexpr double readyDelay = 1.0;
+constexpr int listLength = 20;
+
+/// Passes that new requests may cause before the timer's next fire. A client starts its requests in one burst, one key
+/// each, and every list is right at once with a pass for each; a client that starts for ever costs no more than this.
+constexpr int mostPassesAtOnce = 8;
+
+MeridalDaemon* sharedInstance = nullptr;
+
+std::size_t bitNumber(RequestKey key)
+{
+    return static_cast<std::size_t>(std::countr_zero(static_cast<std::uint64_t>(mask(key))));
+}
+
+void call(const std::function<void()>& port)
+{
+    if (port) {
+        port();
+    }
+}
+
+Value listFrom(const std::function<Value(const Value&)>& port, const Value& argument)
+{
+    Value list = port ? port(argument) : Value();
+    return list.is_array() ? list : Value::array();
+}
+
+} // namespace
+
+MeridalDaemon::MeridalDaemon(Context& context, ProcessStatCollector& processes, CollectorPorts ports)
+    : context_(context)
+    , processes_(processes)
+    , ports_(std::move(ports))
+    , server_(*this)
+    , networkActions_(context, ports_)
+    , processTimer_(context.runtime)
+{
+    sharedInstance = this;
+    start();
+}
+
+MeridalDaemon::~MeridalDaemon()
+{
+    processes_.removeDelegate(*this);
+    if (sharedInstance == this) {
+        sharedInstance = nullptr;
+    }
+}
+
+MeridalDaemon& MeridalDaemon::sharedDaemon()
+{
+    assert(sharedInstance);
+    return *sharedInstance;
+}
+
+// Start and stop
+
+void MeridalDaemon::start()
+{
+    Log& log = context_.log;
+    log.info("Daemon smc");
+    log.addFiles(context_.runtime, context_.paths.logs);
+    DistributedNotifications& distributed = *context_.host.distributedNotifications;
+    resetFansObservation_ = distributed.observe("Meridal-Daemon-ResetFans", [this] { resetFans(); });
+    prepareCollectors();
+    context_.runtime.after(
+        readyDelay, lifetime_.guard([this] { context_.host.distributedNotifications->post("MeridalDaemonXPCReady"); }));
+    prepareUptime();
+    saveBootTime();
+    log.info("Starting network");
+    updateNetwork();
+    log.info("Starting processes");
+    processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
+    log.info("Daemon started");
+}
+
+void MeridalDaemon::prepareCollectors()
+{
+    Log& log = context_.log;
+    log.info("Prepating smc");
+    call(ports_.openSensors);
+    log.info("Prepating network");
+    call(ports_.prepareNetwork);
+    log.info("Preparing smart");
+    log.info("Preparing processes");
+    processes_.setSharingProcessCPUCount(listLength);
+    processes_.setSharingProcessMemoryCount(listLength);
+    processes_.setSharingProcessNetworkCount(listLength);
+    processes_.setSharingProcessDiskActivityCount(listLength);
+    processes_.setSharingProcessPowerCount(std::numeric_limits<std::int32_t>::max());
+    processes_.addDelegate(*this);
+    sourceObservation_ = context_.notifications.observe(
+        "PowerNotifierSourceChanged", nullptr, [this](const void*, const Dictionary&) { powerSourceChanged(); });
+    log.info("Preparing battery");
+    call(ports_.prepareBattery);
+    log.info("Preparing power notifier");
+    log.info("Preparing bandwidth");
+    call(ports_.prepareCapture);
+}
+
+void MeridalDaemon::finalize()
+{
+    saveShutdownTime();
+    call(ports_.saveBandwidth);
+}
+
+// Processes
+
+void MeridalDaemon::restartProcessTimer()
+{
+    if (passesAtOnce_ >= mostPassesAtOnce) {
+        return; // the second pass of the last restart is due within its 0.6 s and answers this one too
+    }
+    ++passesAtOnce_;
+    processTimer_.startTimerWithInterval(secondPassDelay, [this] {
+        updateProcesses();
+        passesAtOnce_ = 0;
+        processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
+    });
+    updateProcesses();
+}
+
+void MeridalDaemon::updateProcesses()
+{
+    const double began = context_.runtime.monotonicTime();
+    const std::uint32_t wanted = processes_.updateMask();
+    const bool widened = !holds(wanted, RequestKey::Cpu);
+    if (widened) {
+        // CPU time is read in every pass, wanted or not, so that the first list a client gets already has figures.
+        processes_.setUpdateMask(wanted | static_cast<std::uint32_t>(mask(RequestKey::Cpu)));
+    }
+    forgetProcessLists();
+    processes_.update();
+    if (holds(processes_.updateMask(), RequestKey::Network)) {
+        call(ports_.processCapture);
+        sendNetworkList();
+    }
+    if (widened) {
+        processes_.setUpdateMask(wanted);
+    }
+    ++passes_.count;
+    passes_.lastSeconds = context_.runtime.monotonicTime() - began;
+    passes_.processes = processes_.processCount();
+}
+
+void MeridalDaemon::collectorUpdatedForMode(StatCollector& collector, int)
+{
+    if (&collector != &processes_) {
+        return;
+    }
+    using enum RequestKey;
+    for (const auto& connection : server_.connections()) {
+        for (const RequestKey list : {Cpu, Memory, Energy, Disk}) {
+            if (connection->holds(list)) {
+                connection->sendData(processList(list, connection->useHierachy()));
+            }
+        }
+    }
+}
+
+void MeridalDaemon::sendNetworkList()
+{
+    lists_[bitNumber(RequestKey::Network)] = {}; // what capture has just added is not in an earlier one
+    for (const auto& connection : server_.connections()) {
+        connection->sendData(processList(RequestKey::Network, connection->useHierachy()));
+    }
+}
+
+EnvelopePtr MeridalDaemon::processList(RequestKey list, bool grouped)
+{
+    EnvelopePtr& envelope = lists_.at(bitNumber(list))[grouped ? 1 : 0];
+    if (!envelope) {
+        envelope = std::make_shared<const Envelope>(buildProcessList(list, grouped));
+    }
+    return envelope;
+}
+
+Dictionary MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
+{
+    switch (list) {
+    case RequestKey::Cpu:
+        return processes_.cpuProcesses(grouped);
+    case RequestKey::Memory:
+        return processes_.memoryProcesses(grouped);
+    case RequestKey::Disk:
+        return processes_.diskActivityProcesses(grouped);
+    case RequestKey::Network:
+        return processes_.networkProcesses(grouped);
+    case RequestKey::Energy:
+        return processes_.powerProcesses(grouped);
+    default:
+        assert(false);
+        return {};
+    }
+}
+
+void MeridalDaemon::forgetProcessLists() { lists_ = {}; }
+
+// Network
+
+void MeridalDaemon::updateNetwork()
+{
+    if (!ports_.updateNetwork) {
+        return; // no interface collector: no tick either, for every tick is a wake-up
+    }
+    context_.runtime.after(networkInterval, lifetime_.guard([this] { updateNetwork(); }));
+    ports_.updateNetwork();
+}
+
+void MeridalDaemon::startMonitoringNetworkActivity() { call(ports_.startCapture); }
+
+void MeridalDaemon::stopMonitoringNetworkActivity() { call(ports_.stopCapture); }
+
+// Disks
+
+void MeridalDaemon::initializeSmart()
+{
+    if (!initializedSMART_) {
+        initializedSMART_ = true;
+        call(ports_.loadDisks);
+        updateSMART();
+    }
+}
+
+void MeridalDaemon::updateSMART()
+{
+    if (!ports_.updateDisks) {
+        return;
+    }
+    context_.runtime.after(smartInterval, lifetime_.guard([this] { updateSMART(); }));
+    bool wanted = false;
+    for (const auto& connection : server_.connections()) {
+        wanted =
+            wanted || connection->holds(RequestKey::SmartStatus) || connection->holds(RequestKey::SmartTemperatures);
+    }
+    smartNeedsUpdate_ = !wanted;
+    if (wanted) {
+        ports_.updateDisks(lifetime_.guard([this] { sendSmartResults(); }));
+    }
+}
+
+void MeridalDaemon::sendSmartResults()
+{
+    const EnvelopePtr temperatures = smartSensors();
+    const EnvelopePtr status = smartStatus();
+    for (const auto& connection : server_.connections()) {
+        if (connection->holds(RequestKey::SmartTemperatures)) {
+            connection->sendData(temperatures);
+        }
+        if (connection->holds(RequestKey::SmartStatus)) {
+            connection->sendData(status);
+        }
+    }
+}
+
+EnvelopePtr MeridalDaemon::smartSensors()
+{
+    Value sensors = ports_.diskTemperatures ? ports_.diskTemperatures() : Value::array();
+    return std::make_shared<const Envelope>(Dictionary{{"type", "32"}, {"sensors", std::move(sensors)}});
+}
+
+EnvelopePtr MeridalDaemon::smartStatus()
+{
+    Value disks = ports_.diskStatus ? ports_.diskStatus() : Value::array();
+    return std::make_shared<const Envelope>(Dictionary{{"type", "64"}, {"disks", std::move(disks)}});
+}
+
+// Battery
+
+EnvelopePtr MeridalDaemon::internalBatterySourceInfo()
+{
+    Dictionary response{{"type", "128"}};
+    if (auto battery = ports_.internalBattery ? ports_.internalBattery() : std::nullopt) {
+        response["battery"] = std::move(*battery);
+    }
+    return std::make_shared<const Envelope>(std::move(response));
+}
+
+void MeridalDaemon::powerSourceChanged()
+{
+    call(ports_.updateBattery);
+    const EnvelopePtr source = internalBatterySourceInfo();
+    for (const auto& connection : server_.connections()) {
+        if (connection->holds(RequestKey::InternalBattery)) {
+            connection->sendData(source);
+        }
+    }
+}
+
+// Sensors
+
+double MeridalDaemon::sensorValue(const Value& configuration)
+{
+    return ports_.valueForConfig ? ports_.valueForConfig(configuration) : 0;
+}
+
+Value MeridalDaemon::supportedElectricSensors(const Value& selection)
+{
+    return listFrom(ports_.supportedElectricSensors, selection);
+}
+
+Value MeridalDaemon::supportedArmSensors(const Value& selection)
+{
+    return listFrom(ports_.supportedArmSensors, selection);
+}
+
+Value MeridalDaemon::supportedFans(const Value& selection) { return listFrom(ports_.supportedFans, selection); }
+
+void MeridalDaemon::setT2SafetyTemperature(double degrees)
+{
+    t2SafetyTemperature_ = degrees;
+    t2SafetyTemperatureTime_ = context_.runtime.wallTime();
+}
+
+// Uptime and sleep
+
+void MeridalDaemon::prepareUptime() { call(ports_.prepareUptime); }
+
+void MeridalDaemon::saveBootTime() { call(ports_.saveBootTime); }
+
+void MeridalDaemon::saveShutdownTime() { call(ports_.saveShutdownTime); }
+
+void MeridalDaemon::powerManagerWillSleep()
+{
+    sleepTime_ = context_.runtime.wallTime();
+    saveShutdownTime();
+    call(ports_.saveBandwidth);
+}
+
+void MeridalDaemon::powerManagerDidWake()
+{
+    if (sleepTime_ <= 0) {
+        return;
+    }
+    if (ports_.saveSleep) {
+        ports_.saveSleep(sleepTime_, context_.runtime.wallTime());
+    }
+    sleepTime_ = 0;
+}
+
+} // namespace meridal

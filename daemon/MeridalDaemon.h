@@ -1,0 +1,128 @@
+#pragma once
+
+#include "base/Lifetime.h"
+#include "base/NotificationCenter.h"
+#include "collectors/StatCollector.h"
+#include "collectors/process/ProcessStatCollector.h"
+#include "daemon/CollectorPorts.h"
+#include "daemon/Envelope.h"
+#include "daemon/MRDXPCServer.h"
+#include "daemon/NetworkActions.h"
+#include "daemon/RequestKey.h"
+#include "daemon/ZAVDispatchTimer.h"
+#include "platform/Context.h"
+#include "platform/host/DistributedNotifications.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+
+namespace meridal {
+
+/// How the process passes went; for `status`.
+struct PassStatistics {
+    std::uint64_t count = 0;
+    double lastSeconds = 0; ///< from the first kernel read to the last envelope handed to the transport
+    std::uint64_t processes = 0;
+};
+
+/// The daemon itself: brings the collectors up, runs their schedules and hands their results to the clients that asked.
+/// Main queue only.
+class MeridalDaemon final : public StatCollectorDelegate {
+public:
+    /// Runs the start-up sequence.
+    MeridalDaemon(Context& context, ProcessStatCollector& processes, CollectorPorts ports = {});
+    ~MeridalDaemon() override;
+
+    /// The process-wide instance: the one that main made last and that still lives.
+    static MeridalDaemon& sharedDaemon();
+
+    Context& context() { return context_; }
+    MRDXPCServer& server() { return server_; }
+    ProcessStatCollector& processes() { return processes_; }
+    NetworkActions& networkActions() { return networkActions_; }
+    const PassStatistics& passStatistics() const { return passes_; }
+
+    /// Writes what must survive the end of the program.
+    void finalize();
+
+    // Schedules
+    void update() { updateProcesses(); }
+    /// After a new request: a pass at once, another 0.6 s later, then every 2.0 s.
+    void restartProcessTimer();
+    void updateProcesses();
+    void updateNetwork();
+    /// Loads the disks and starts their schedule, once.
+    void initializeSmart();
+    void updateSMART();
+    void startMonitoringNetworkActivity();
+    void stopMonitoringNetworkActivity();
+
+    // Envelopes
+    /// The current list of the process collector, built once a pass for everybody who wants it so.
+    EnvelopePtr processList(RequestKey list, bool grouped);
+    EnvelopePtr smartSensors();
+    EnvelopePtr smartStatus();
+    EnvelopePtr internalBatterySourceInfo();
+
+    // Sensors: what the collector says, or what "no sensors" is
+    double sensorValue(const Value& configuration);
+    Value supportedElectricSensors(const Value& selection);
+    Value supportedArmSensors(const Value& selection);
+    Value supportedFans(const Value& selection);
+
+    // Power and sleep
+    void powerSourceChanged();
+    void powerManagerWillSleep();
+    void powerManagerDidWake();
+    void prepareUptime();
+    void saveBootTime();
+    void saveShutdownTime();
+
+    // Fans: this daemon controls none; the entry points are there for the clients that call them
+    void resetFans() { }
+    void setFanSet(const Value&) { }
+    void setT2FanConfig(const Value&) { }
+    void setT2FanSet(const Value&) { }
+    void stopT2Fans() { }
+    void startT2Fans() { }
+    void finalizeT2Fans() { }
+    void setT2SafetyTemperature(double degrees);
+    double T2CurrentSafetyTemperature() const { return t2SafetyTemperature_; }
+    double T2LastSafetyTemperatureTime() const { return t2SafetyTemperatureTime_; }
+
+    bool smartNeedsUpdate() const { return smartNeedsUpdate_; }
+
+    // StatCollectorDelegate
+    void collectorUpdatedForMode(StatCollector& collector, int mode) override;
+
+private:
+    void start();
+    void prepareCollectors();
+    void sendSmartResults();
+    void sendNetworkList();
+    Dictionary buildProcessList(RequestKey list, bool grouped);
+    void forgetProcessLists();
+
+    Context& context_;
+    ProcessStatCollector& processes_;
+    const CollectorPorts ports_;
+    MRDXPCServer server_;
+    NetworkActions networkActions_;
+    ZAVDispatchTimer processTimer_;
+    std::unique_ptr<DistributedNotifications::Observation> resetFansObservation_;
+    std::unique_ptr<NotificationCenter::Observation> sourceObservation_;
+
+    /// Envelopes of the current pass, by bit number of the list and by grouping.
+    std::array<std::array<EnvelopePtr, 2>, 5> lists_;
+    PassStatistics passes_;
+    int passesAtOnce_ = 0; ///< by restarts since the timer last fired by itself
+    bool initializedSMART_ = false;
+    bool smartNeedsUpdate_ = false;
+    double sleepTime_ = 0; ///< s since 1970; 0 while awake
+    double t2SafetyTemperature_ = 0;
+    double t2SafetyTemperatureTime_ = 0; ///< s since 1970
+    Lifetime lifetime_;                  ///< last, so that nothing posted outlives the rest
+};
+
+} // namespace meridal

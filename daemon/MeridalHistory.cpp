@@ -1,0 +1,29 @@
+#include "daemon/MeridalHistory.h"
+
+#include "base/Runtime.h"
+#include "base/Value.h"
+
+#include <utility>
+
+namespace meridal {
+
+MeridalHistory::MeridalHistory(Queue& mainQueue) : mainQueue_(mainQueue) { }
+
+void MeridalHistory::addMethod(std::string name, Method method)
+{
+    methods_.insert_or_assign(std::move(name), std::move(method));
+}
+
+bool MeridalHistory::hasMethod(std::string_view name) const { return methods_.find(name) != methods_.end(); }
+
+void MeridalHistory::call(std::string_view name, const Value& parameters, const Peer&, Reply reply)
+{
+    const auto method = methods_.find(name);
+    if (method == methods_.end()) {
+        return reply(unexpected(ErrorCode::NotFound, "no such method"));
+    }
+    mainQueue_.post(
+        [&function = method->second, parameters, reply = std::move(reply)] { reply(function(parameters)); });
+}
+
+} // namespace meridal

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "daemon/transport/Link.h"
+
+#include <functional>
+#include <map>
+#include <string>
+
+namespace meridal {
+
+class Queue;
+
+/// The second interface: named methods that give what clients would otherwise read out of the daemon's files, and the
+/// daemon's own state. Methods are added before the first listener starts; calls may come on any thread and are
+/// answered on the main queue.
+class MeridalHistory final : public NamedMethods {
+public:
+    using Method = std::function<Result<Value>(const Value& parameters)>;
+
+    explicit MeridalHistory(Queue& mainQueue);
+
+    void addMethod(std::string name, Method method);
+
+    bool hasMethod(std::string_view name) const override;
+    void call(std::string_view name, const Value& parameters, const Peer& peer, Reply reply) override;
+
+private:
+    Queue& mainQueue_;
+    std::map<std::string, Method, std::less<>> methods_;
+};
+
+} // namespace meridal

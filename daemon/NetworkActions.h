@@ -1,0 +1,37 @@
+#pragma once
+
+#include "daemon/CollectorPorts.h"
+#include "daemon/transport/Link.h"
+#include "platform/Context.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace meridal {
+
+class Queue;
+
+/// The three things a client may change on this machine. Only root, its administrators and the user who sits at it may;
+/// every attempt is logged with its uid. They run one at a time on a queue of their own, because directory services
+/// and network managers take their time. Any thread may call.
+class NetworkActions {
+public:
+    using Done = std::function<void(Result<void>)>;
+
+    NetworkActions(Context& context, const CollectorPorts& ports);
+
+    void refreshDHCP(const Peer& peer, std::string interfaceName, Done done);
+    void toggleAirPortPower(const Peer& peer, Done done);
+    void setNetworkSet(const Peer& peer, std::string identifier, Done done);
+
+private:
+    void perform(const Peer& peer, std::string name, std::function<Result<void>()> action, Done done);
+    bool mayChangeNetwork(const Peer& peer);
+
+    Context& context_;
+    const CollectorPorts& ports_;
+    std::shared_ptr<Queue> queue_;
+};
+
+} // namespace meridal

@@ -1,0 +1,90 @@
+#include "daemon/StatusReport.h"
+
+#include "base/Log.h"
+#include "base/Runtime.h"
+#include "base/Value.h"
+#include "daemon/MeridalDaemon.h"
+#include "platform/host/Host.h"
+
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+template <typename Figure>
+void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
+{
+    if (figure) {
+        into[key] = *figure;
+    }
+}
+
+} // namespace
+
+StatusReport::StatusReport(MeridalDaemon& daemon, std::function<ListenerStatistics()> transport)
+    : daemon_(daemon)
+    , transport_(std::move(transport))
+    , startedAt_(daemon.context().runtime.monotonicTime())
+    , lastAskedAt_(startedAt_)
+{
+}
+
+Dictionary StatusReport::usage()
+{
+    const SelfUsageReading reading = daemon_.context().host.selfUsage->read();
+    Dictionary usage = Dictionary::object();
+    put(usage, "cpuSeconds", reading.cpuSeconds);
+    put(usage, "residentBytes", reading.residentBytes);
+    put(usage, "proportionalBytes", reading.proportionalBytes);
+    put(usage, "wakeups", reading.wakeups);
+    put(usage, "bytesWritten", reading.bytesWritten);
+    put(usage, "openDescriptors", reading.openDescriptors);
+
+    // Means since somebody last asked; since the start for the first to ask.
+    const double now = daemon_.context().runtime.monotonicTime();
+    const double elapsed = now - lastAskedAt_;
+    const double wakeups = static_cast<double>(reading.wakeups.value_or(0));
+    if (elapsed > 0 && reading.cpuSeconds && *reading.cpuSeconds >= lastCpuSeconds_) {
+        usage["cpuPercent"] = (*reading.cpuSeconds - lastCpuSeconds_) / elapsed * 100;
+    }
+    if (elapsed > 0 && reading.wakeups && wakeups >= lastWakeups_) {
+        usage["wakeupsPerSecond"] = (wakeups - lastWakeups_) / elapsed;
+    }
+    lastAskedAt_ = now;
+    lastCpuSeconds_ = reading.cpuSeconds.value_or(0);
+    lastWakeups_ = wakeups;
+    return usage;
+}
+
+Dictionary StatusReport::transportFigures() const
+{
+    const ListenerStatistics figures = transport_();
+    return {{"openConnections", figures.openConnections}, {"acceptedConnections", figures.acceptedConnections},
+        {"requests", figures.requests}, {"badRequests", figures.badRequests}, {"envelopesSent", figures.envelopesSent},
+        {"envelopesDropped", figures.envelopesDropped}};
+}
+
+Dictionary StatusReport::build()
+{
+    Context& context = daemon_.context();
+    const PassStatistics& passes = daemon_.passStatistics();
+    return {
+        {"version", 6.6},
+        {"build", 1177},
+        {"system", context.host.machine->systemName()},
+        {"uptime", context.runtime.monotonicTime() - startedAt_},
+        {"wallTime", context.runtime.wallTime()},
+        {"clients", daemon_.server().connections().size()},
+        {"usage", usage()},
+        {"transport", transportFigures()},
+        {"passes", {{"count", passes.count}, {"lastSeconds", passes.lastSeconds}, {"processes", passes.processes}}},
+        {"log", {{"droppedLines", context.log.droppedLines()}}},
+        {"limitations", context.host.limitations->all()},
+        {"paths",
+            {{"support", context.paths.support.string()}, {"logs", context.paths.logs.string()},
+                {"socket", context.paths.socket().string()}}},
+    };
+}
+
+} // namespace meridal

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "base/ValueFwd.h"
+#include "daemon/transport/Link.h"
+
+#include <functional>
+
+namespace meridal {
+
+class MeridalDaemon;
+
+/// What the daemon says of itself: its cost, its clients, and what it could not get on this machine and why. Figures
+/// that the host does not tell are left out. Main queue only.
+class StatusReport {
+public:
+    /// `transport` sums up all listeners.
+    StatusReport(MeridalDaemon& daemon, std::function<ListenerStatistics()> transport);
+
+    Dictionary build();
+
+private:
+    Dictionary usage();
+    Dictionary transportFigures() const;
+
+    MeridalDaemon& daemon_;
+    std::function<ListenerStatistics()> transport_;
+    double startedAt_;   ///< s of the clock that cannot step
+    double lastAskedAt_; ///< likewise
+    double lastCpuSeconds_ = 0;
+    double lastWakeups_ = 0;
+};
+
+} // namespace meridal

@@ -1,0 +1,14 @@
+#include "daemon/ZAVDispatchTimer.h"
+
+#include <utility>
+
+namespace meridal {
+
+void ZAVDispatchTimer::startTimerWithInterval(double interval, Task block)
+{
+    constexpr double leeway = 0.2;
+    timer_ = runtime_.startTimer(
+        runtime_.mainQueue(), {.first = interval, .interval = interval, .leeway = leeway}, std::move(block));
+}
+
+} // namespace meridal

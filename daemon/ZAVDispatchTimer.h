@@ -1,0 +1,24 @@
+#pragma once
+
+#include "base/Runtime.h"
+
+#include <memory>
+
+namespace meridal {
+
+/// A repeating main-queue timer that can be started over. Its fires may come up to 0.2 s late, so that they share
+/// wake-ups with others.
+class ZAVDispatchTimer {
+public:
+    explicit ZAVDispatchTimer(Runtime& runtime) : runtime_(runtime) { }
+
+    /// Fires after one interval (s) and then every interval, until cancelled or started anew.
+    void startTimerWithInterval(double interval, Task block);
+    void cancelTimer() { timer_.reset(); }
+
+private:
+    Runtime& runtime_;
+    std::unique_ptr<Timer> timer_;
+};
+
+} // namespace meridal

@@ -1,0 +1,184 @@
+// The process entry: reads the command line, makes sure that it is the only daemon on its root, builds the house from
+// the ground up, serves until a signal ends it.
+
+#include "daemon/main.h"
+
+#include "base/Log.h"
+#include "base/NotificationCenter.h"
+#include "base/Runtime.h"
+#include "collectors/process/ProcessStatCollector.h"
+#include "daemon/MeridalDaemon.h"
+#include "daemon/MeridalHistory.h"
+#include "daemon/StatusReport.h"
+#include "daemon/transport/InstanceLock.h"
+#include "daemon/transport/UnixSocketListener.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace meridal {
+namespace {
+
+struct Options {
+    std::string root;
+    bool keepStandardError = false; ///< a development tool started us: it shows our standard error
+};
+
+bool mentionsDevelopmentTool(std::string_view argument)
+{
+    std::string lower(argument);
+    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+    return lower.find("xcode") != std::string::npos;
+}
+
+/// The options, or the status to exit with.
+std::variant<Options, int> parseArguments(int argc, char** argv)
+{
+    Options options;
+    CLI::App app("The system-monitoring daemon. Serves local clients until SIGTERM.", "meridald");
+    app.add_option("--root", options.root, "Keep databases, logs and the socket under this folder")->type_name("DIR");
+    app.set_version_flag("--version", "meridald 6.6 (1177)");
+    app.allow_extras();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    }
+    for (int i = 0; i < argc; ++i) {
+        options.keepStandardError = options.keepStandardError || mentionsDevelopmentTool(argv[i]);
+    }
+    for (const std::string& extra : app.remaining()) {
+        if (!mentionsDevelopmentTool(extra)) {
+            fmt::print(stderr, "meridald: I do not know what to do with \"{}\"; see --help\n", extra);
+            return EXIT_FAILURE;
+        }
+    }
+    return options;
+}
+
+/// Standard error goes on in a file, which starts over once it has grown past 3 MiB. Left alone when that fails.
+void redirectStandardError(const std::filesystem::path& file)
+{
+    constexpr std::uintmax_t largest = 3 * 1024 * 1024;
+    std::error_code failure;
+    std::filesystem::create_directories(file.parent_path(), failure);
+    const auto size = std::filesystem::file_size(file, failure);
+    if (!failure && size > largest) {
+        std::filesystem::remove(file, failure);
+    }
+    // Tried on a stream of its own first: freopen closes standard error even when it cannot open the file.
+    if (std::FILE* attempt = std::fopen(file.c_str(), "a+")) {
+        std::fclose(attempt);
+        static_cast<void>(std::freopen(file.c_str(), "a+", stderr));
+        std::setvbuf(stderr, nullptr, _IOLBF, 0);
+    }
+}
+
+void logLimitations(Context& context)
+{
+    std::string missing;
+    for (const auto& [what, why] : context.host.limitations->all()) {
+        missing += fmt::format("{}{}: {}", missing.empty() ? "" : "; ", what, why);
+    }
+    if (!missing.empty()) {
+        context.log.warning("Not to be had here: " + missing);
+    }
+}
+
+ListenerStatistics sumOf(const std::vector<std::unique_ptr<Listener>>& listeners)
+{
+    ListenerStatistics sum;
+    for (const auto& listener : listeners) {
+        const ListenerStatistics one = listener->statistics();
+        sum.openConnections += one.openConnections;
+        sum.acceptedConnections += one.acceptedConnections;
+        sum.requests += one.requests;
+        sum.badRequests += one.badRequests;
+        sum.envelopesSent += one.envelopesSent;
+        sum.envelopesDropped += one.envelopesDropped;
+    }
+    return sum;
+}
+
+/// Serves until a signal has ended the main loop.
+int serve(Context& context)
+{
+    Runtime& runtime = context.runtime;
+    MeridalDaemon daemon(context, ProcessStatCollector::sharedProcesses());
+    std::vector<std::unique_ptr<Listener>> listeners;
+    StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
+    MeridalHistory history(runtime.mainQueue());
+    history.addMethod("status", [&status](const Value&) { return status.build(); });
+
+    auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
+    if (!socket) {
+        context.log.error(socket.error().message);
+        fmt::print(stderr, "meridald: {}\n", socket.error().message);
+        return EXIT_FAILURE;
+    }
+    listeners.push_back(std::move(*socket));
+    for (auto& listener : makeNativeListeners(context, daemon.server())) {
+        listeners.push_back(std::move(listener));
+    }
+    logLimitations(context);
+
+    const Task end = [&] {
+        notifyStopping();
+        daemon.finalize();
+        runtime.stop();
+    };
+    const auto onTerminate = runtime.watchSignal(SIGTERM, end);
+    const auto onInterrupt = runtime.watchSignal(SIGINT, end);
+    notifyReady();
+    runtime.run();
+    listeners.clear(); // no client may ask a daemon that is being taken apart
+    context.log.flush();
+    return EXIT_SUCCESS;
+}
+
+int runDaemon(const Options& options)
+{
+    const Paths paths =
+        options.root.empty() ? defaultPaths() : Paths::underRoot(std::filesystem::absolute(options.root));
+    const auto lock = InstanceLock::acquire(paths.instanceLock());
+    if (!lock) {
+        fmt::print(stderr, "meridald: {}\n", lock.error().message);
+        return EXIT_FAILURE;
+    }
+    if (!options.keepStandardError) {
+        redirectStandardError(paths.errorLog());
+    }
+    raiseDescriptorLimit();
+    const auto runtime = makeRuntime();
+    const auto host = makeHost(*runtime);
+    NotificationCenter notifications;
+    Log log;
+    Context context{*runtime, *host, notifications, log, paths};
+    Context::setShared(context);
+    return serve(context);
+}
+
+} // namespace
+} // namespace meridal
+
+int main(int argc, char** argv)
+{
+    const auto options = meridal::parseArguments(argc, argv);
+    if (const int* status = std::get_if<int>(&options)) {
+        return *status;
+    }
+    return meridal::runDaemon(std::get<meridal::Options>(options));
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "base/Paths.h"
+#include "daemon/transport/Link.h"
+
+#include <memory>
+#include <vector>
+
+namespace meridal {
+
+class Runtime;
+struct Context;
+struct Host;
+
+/// The few things that main needs and that differ between the hosts. One source for each host gives them.
+
+std::unique_ptr<Runtime> makeRuntime();
+std::unique_ptr<Host> makeHost(Runtime& runtime);
+/// Where this host keeps the daemon's things when no root is given.
+Paths defaultPaths();
+/// What this host serves clients by, beside the socket.
+std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, ListenerDelegate& delegate);
+/// Lets the process hold as many descriptors as the system gives it: each client costs one.
+void raiseDescriptorLimit();
+/// Tells the service manager that clients are served from here on.
+void notifyReady();
+/// Tells the service manager that the end has begun.
+void notifyStopping();
+
+} // namespace meridal

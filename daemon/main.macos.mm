@@ -1,0 +1,54 @@
+#include "daemon/main.h"
+
+#include "daemon/transport/XPCListener.h"
+#include "platform/Context.h"
+#include "platform/macos/DispatchRuntime.h"
+#include "platform/macos/MacHost.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+
+namespace meridal {
+
+namespace {
+
+constexpr const char* machServiceName = "org.meridal.daemon";
+/// The kernel refuses a soft limit above its own, whatever the hard limit says; this is below every kernel's.
+constexpr rlim_t mostDescriptors = 10'240;
+
+} // namespace
+
+std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<DispatchRuntime>(); }
+
+std::unique_ptr<Host> makeHost(Runtime& runtime) { return makeMacHost(runtime); }
+
+Paths defaultPaths()
+{
+    return {.support = "/Library/Application Support/Meridal 6",
+        .logs = "/Library/Logs/Meridal/Daemon",
+        .run = "/var/run/meridal"};
+}
+
+std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, ListenerDelegate& delegate)
+{
+    std::vector<std::unique_ptr<Listener>> listeners;
+    listeners.push_back(std::make_unique<XPCListener>(machServiceName, delegate, context.log));
+    return listeners;
+}
+
+void raiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = std::min(limit.rlim_max, mostDescriptors);
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+// launchd takes a program that checks in for its services as ready, and asks for nothing at the end.
+void notifyReady() { }
+
+void notifyStopping() { }
+
+} // namespace meridal

@@ -1,0 +1,88 @@
+#include "daemon/transport/ConnectionInbox.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace meridal {
+
+void ConnectionInbox::open(Wake wake)
+{
+    const std::lock_guard lock(mutex_);
+    wake_ = std::move(wake);
+    if (!envelopes_.empty() || outcome_) {
+        wakeOnce();
+    }
+}
+
+void ConnectionInbox::awake()
+{
+    const std::lock_guard lock(mutex_);
+    woken_ = false;
+}
+
+bool ConnectionInbox::put(EnvelopePtr envelope)
+{
+    // The parameter outlives the lock: an envelope that gives way is destroyed outside it.
+    const std::lock_guard lock(mutex_);
+    if (closed_) {
+        return false;
+    }
+    const auto sameType = std::find_if(envelopes_.begin(), envelopes_.end(),
+        [&](const EnvelopePtr& waiting) { return waiting->type() == envelope->type(); });
+    const bool replaces = sameType != envelopes_.end();
+    if (replaces) {
+        std::swap(*sameType, envelope);
+    } else {
+        envelopes_.push_back(std::move(envelope));
+    }
+    wakeOnce();
+    return replaces;
+}
+
+void ConnectionInbox::put(JsonRpcOutcome outcome)
+{
+    const std::lock_guard lock(mutex_);
+    if (!closed_) {
+        outcome_ = std::move(outcome);
+        wakeOnce();
+    }
+}
+
+EnvelopePtr ConnectionInbox::takeEnvelope()
+{
+    const std::lock_guard lock(mutex_);
+    if (envelopes_.empty()) {
+        return nullptr;
+    }
+    EnvelopePtr oldest = std::move(envelopes_.front());
+    envelopes_.erase(envelopes_.begin());
+    return oldest;
+}
+
+std::optional<JsonRpcOutcome> ConnectionInbox::takeOutcome()
+{
+    const std::lock_guard lock(mutex_);
+    return std::exchange(outcome_, std::nullopt);
+}
+
+void ConnectionInbox::close()
+{
+    Wake wake;
+    std::vector<EnvelopePtr> envelopes;
+    std::optional<JsonRpcOutcome> outcome;
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    wake.swap(wake_);
+    envelopes.swap(envelopes_);
+    outcome.swap(outcome_);
+}
+
+void ConnectionInbox::wakeOnce()
+{
+    if (wake_ && !woken_) {
+        woken_ = true;
+        wake_();
+    }
+}
+
+} // namespace meridal

@@ -1,0 +1,96 @@
+#pragma once
+
+#include "daemon/transport/ConnectionInbox.h"
+#include "daemon/transport/JsonRpcDispatcher.h"
+#include "daemon/transport/LineFramer.h"
+#include "daemon/transport/Link.h"
+#include "daemon/transport/OutputQueue.h"
+
+#include <asio/local/stream_protocol.hpp>
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace meridal {
+
+class UnixSocketConnection;
+
+/// Counts of a listener; written on its thread and by those who send envelopes, read by anyone. Outlives both.
+struct TransportCounters {
+    std::atomic<std::uint64_t> openConnections{0};
+    std::atomic<std::uint64_t> acceptedConnections{0};
+    std::atomic<std::uint64_t> requests{0};
+    std::atomic<std::uint64_t> badRequests{0};
+    std::atomic<std::uint64_t> envelopesEncoded{0};
+    std::atomic<std::uint64_t> envelopesSent{0};
+    std::atomic<std::uint64_t> envelopesDropped{0};
+};
+
+/// What the connections of one listener share. Used on its thread, and outlives every open connection.
+struct ConnectionSurroundings {
+    const JsonRpcDispatcher& dispatcher;
+    std::shared_ptr<TransportCounters> counters;
+    /// A connection has ended and gave its descriptor back.
+    std::function<void(const UnixSocketConnection&)> closed;
+    std::array<char, 16 * 1024> readBuffer; ///< one for all: an idle client has none of its own
+    std::size_t heldInput = 0;              ///< bytes that wait for the rest of their lines, over all connections
+    std::size_t unsentAnswers = 0;          ///< bytes, over all connections
+};
+
+/// One client of a UnixSocketListener. Serves one request at a time: until a request is done, the client's next bytes
+/// stay in the kernel, and a client that sends too fast is held up there, by itself. Everything runs on the listener's
+/// thread but for daemonResponse() and the outcomes of calls, which come through the inbox from any thread.
+class UnixSocketConnection final : public ClientLink, public std::enable_shared_from_this<UnixSocketConnection> {
+public:
+    using Socket = asio::local::stream_protocol::socket;
+
+    UnixSocketConnection(Socket socket, ConnectionSurroundings& surroundings);
+
+    /// Takes envelopes from here on.
+    void open();
+    /// Serves the client.
+    void start(std::shared_ptr<ExportedConnection> exported);
+    /// Ends it, with `ended` to the exported object. May be repeated.
+    void close();
+
+    const Peer& peer() const override { return peer_; }
+    void daemonResponse(const EnvelopePtr& envelope) override;
+
+private:
+    void proceed();
+    void dispatch(std::string_view line);
+    void onWake();
+    void finish(const JsonRpcOutcome& outcome);
+    void waitReadable();
+    void read();
+    void waitWritable();
+    void write();
+    SharedLine nextEnvelopeLine();
+    void answer(const JsonRpcAnswer& answer);
+    void refuse(JsonRpcCode code, const char* why);
+    void endOfInput();
+    bool mayTakeRequest() const;
+    void accountInput();
+    void accountOutput();
+
+    // Absent once closed. With it goes every tie to the listener, whom the daemon's reference to this link may outlive.
+    std::optional<Socket> socket_;
+    ConnectionSurroundings& surroundings_;
+    std::shared_ptr<TransportCounters> counters_;
+    Peer peer_;
+    std::shared_ptr<ExportedConnection> exported_; // until `ended`
+    LineFramer framer_;
+    ConnectionInbox inbox_;
+    OutputQueue output_;
+    std::size_t accountedInput_ = 0;
+    std::size_t accountedOutput_ = 0;
+    bool serving_ = false; // a request is being served
+    bool ending_ = false;  // no more input: write what was answered, then close
+    bool waitingReadable_ = false;
+    bool waitingWritable_ = false;
+};
+
+} // namespace meridal

@@ -1,0 +1,25 @@
+# bash completion for meridalctl
+_meridalctl() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command="" word i
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        word=${COMP_WORDS[i]}
+        case $word in
+            top|processes|version|ping|status|call|watch) command=$word; break ;;
+        esac
+    done
+    case $previous in
+        --socket) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
+        --color) mapfile -t COMPREPLY < <(compgen -W "auto always never" -- "$current"); return ;;
+        --timeout|--rows|-n|--refreshes|--settle|--count|-c) return ;;
+    esac
+    local words="--help --socket --color --timeout"
+    case $command in
+        "") words+=" --version top processes version ping status call watch" ;;
+        top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
+        processes|status) words+=" --json" ;;
+        ping) words+=" --count" ;;
+        watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+complete -F _meridalctl meridalctl

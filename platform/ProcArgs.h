@@ -1,0 +1,14 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+namespace meridal {
+
+/// The path of the program in a process's argument area as macOS hands it out (KERN_PROCARGS2): a 4-byte argument count,
+/// the path as it was given to exec, a NUL and padding, then arguments and environment. Looks at nothing beyond the
+/// bytes given. Absent when the path is empty or has no end: a cut path would give a wrong name. Raw bytes; the view
+/// is into the area.
+std::optional<std::string_view> executablePathOfProcArgs(std::string_view area);
+
+} // namespace meridal

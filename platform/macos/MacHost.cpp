@@ -1,0 +1,24 @@
+#include "platform/macos/MacHost.h"
+
+#include "platform/macos/DistributedCenter.h"
+#include "platform/macos/LibprocProcessSource.h"
+#include "platform/macos/MacMachineInfo.h"
+#include "platform/macos/MacSelfUsage.h"
+#include "platform/macos/MacUserRights.h"
+#include "platform/macos/WindowServerDisplayInfo.h"
+
+namespace meridal {
+
+std::unique_ptr<Host> makeMacHost(Runtime& runtime)
+{
+    auto host = std::make_unique<Host>();
+    host->machine = std::make_unique<MacMachineInfo>();
+    host->processes = std::make_unique<LibprocProcessSource>(host->machine->systemRelease(), *host->limitations);
+    host->display = std::make_unique<WindowServerDisplayInfo>(*host->limitations);
+    host->distributedNotifications = std::make_unique<DistributedCenter>(runtime);
+    host->selfUsage = std::make_unique<MacSelfUsage>(host->processes->timeBase());
+    host->userRights = std::make_unique<MacUserRights>();
+    return host;
+}
+
+} // namespace meridal

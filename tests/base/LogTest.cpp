@@ -1,0 +1,161 @@
+#include "base/Log.h"
+#include "base/LogWriter.h"
+#include "base/VirtualRuntime.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace meridal {
+namespace {
+
+namespace fs = std::filesystem;
+
+class LogTest : public testing::Test {
+protected:
+    LogTest() { fs::remove_all(folder); }
+    ~LogTest() override { fs::remove_all(folder); }
+
+    std::vector<std::string> fileLines() const
+    {
+        std::vector<std::string> lines;
+        for (const auto& entry : fs::directory_iterator(folder)) {
+            std::ifstream file(entry.path());
+            for (std::string line; std::getline(file, line);) {
+                lines.push_back(line);
+            }
+        }
+        return lines;
+    }
+
+    const fs::path folder = fs::path(testing::TempDir())
+        / (std::string("meridal-log-") + testing::UnitTest::GetInstance()->current_test_info()->name());
+    VirtualRuntime runtime{1'795'247'100}; // 2026-11-21T07:45:00Z
+};
+
+TEST_F(LogTest, LinesReachTheFileWithTimeAndLevelBeforeFlushReturns)
+{
+    Log log;
+    log.addFiles(runtime, folder / "a" / "b");
+    log.info("Daemon started");
+    log.error("no sensors");
+    log.flush();
+    const fs::path file = folder / "a" / "b" / "meridald-20261121T074500.log";
+    std::ifstream stream(file);
+    std::string first;
+    std::string second;
+    std::getline(stream, first);
+    std::getline(stream, second);
+    EXPECT_TRUE(first.starts_with("[2026-11-2")) << first; // the day is local
+    EXPECT_TRUE(first.ends_with("] [info] Daemon started")) << first;
+    EXPECT_TRUE(second.ends_with("] [error] no sensors")) << second;
+    EXPECT_EQ(log.droppedLines(), 0U);
+}
+
+TEST_F(LogTest, AgesFollowTheRuntimesClock)
+{
+    Log log;
+    log.addFiles(runtime, folder, {.maximumAge = 3600});
+    log.info("one");
+    runtime.advance(3600);
+    log.info("two");
+    log.flush();
+    EXPECT_TRUE(fs::exists(folder / "meridald-20261121T084500.log"));
+}
+
+TEST_F(LogTest, DestroyingTheLogWritesWhatWaits)
+{
+    {
+        Log log;
+        log.addFiles(runtime, folder);
+        for (int i = 0; i < 200; ++i) {
+            log.info("line " + std::to_string(i));
+        }
+    }
+    const auto lines = fileLines();
+    ASSERT_EQ(lines.size(), 200U);
+    EXPECT_TRUE(lines.back().ends_with("line 199"));
+}
+
+TEST_F(LogTest, ListenersGetPrintableTextAtOnce)
+{
+    Log log;
+    std::vector<std::pair<LogLevel, std::string>> got;
+    log.info("before anybody listens");
+    log.addListener([&](LogLevel level, std::string_view line) { got.emplace_back(level, line); });
+    log.warning("name \x1B[2J\xFF\nforged line");
+    EXPECT_EQ(
+        got, (std::vector<std::pair<LogLevel, std::string>>{{LogLevel::Warning, "name ?[2J\xEF\xBF\xBD?forged line"}}));
+    log.info(std::string(1'000'000, 'x'));
+    EXPECT_LE(got.back().second.size(), 4096U);
+    log.flush(); // nobody to wait for
+}
+
+TEST_F(LogTest, FolderThatCannotBeMadeLeavesTheLogAsItWas)
+{
+    std::ofstream(folder) << "in the way";
+    Log log;
+    std::vector<std::string> got;
+    log.addListener([&](LogLevel, std::string_view line) { got.emplace_back(line); });
+    log.addFiles(runtime, folder / "logs");
+    log.info("still here");
+    log.flush();
+    ASSERT_EQ(got.size(), 2U);
+    EXPECT_EQ(got[1], "still here");
+}
+
+TEST_F(LogTest, ThreadsMayWriteAndFlushAtOnce)
+{
+    Log log;
+    log.addFiles(runtime, folder);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] {
+            for (int k = 0; k < 100; ++k) {
+                log.info("line");
+                if (k % 20 == 0) {
+                    log.flush();
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    log.flush();
+    EXPECT_EQ(fileLines().size(), 300U);
+}
+
+TEST(LogWriter, OldestLineGivesWayWhileTheDiskIsSlow)
+{
+    std::promise<void> started;
+    std::promise<void> disk;
+    std::vector<std::string> written;
+    LogWriter writer(3, [&, first = true](const LogWriter::Batch& batch) mutable {
+        if (std::exchange(first, false)) {
+            started.set_value();
+            disk.get_future().wait();
+        }
+        for (const auto& line : batch) {
+            written.push_back(line.text);
+        }
+    });
+    writer.push({.text = "a"});
+    started.get_future().wait();
+    for (const char* text : {"b", "c", "d", "e", "f"}) {
+        writer.push({.text = text}); // returns although the disk does not
+    }
+    EXPECT_EQ(writer.lostLines(), 2U);
+    disk.set_value();
+    writer.flush();
+    EXPECT_EQ(written, (std::vector<std::string>{"a", "d", "e", "f"}));
+}
+
+} // namespace
+} // namespace meridal

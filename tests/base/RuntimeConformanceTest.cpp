@@ -1,0 +1,410 @@
+#include "base/AsioRuntime.h"
+#include "base/Lifetime.h"
+#include "base/VirtualRuntime.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace meridal {
+namespace {
+
+/// What a test needs of a runtime beyond its interface: events that come from outside.
+struct Harness {
+    virtual ~Harness() = default;
+    virtual Runtime& runtime() = 0;
+    virtual void raise(int signal) = 0;
+    /// Something was written to the other end.
+    virtual void announceReadable(int) { }
+};
+
+struct RealHarness final : Harness {
+    Runtime& runtime() override { return asio; }
+    void raise(int signal) override { std::raise(signal); }
+    AsioRuntime asio;
+};
+
+struct VirtualHarness final : Harness {
+    Runtime& runtime() override { return clockwork; }
+    void raise(int signal) override { clockwork.raise(signal); }
+    void announceReadable(int descriptor) override { clockwork.makeReadable(descriptor); }
+    VirtualRuntime clockwork;
+};
+
+struct Kind {
+    std::string name;
+    std::function<std::unique_ptr<Harness>()> make;
+};
+
+/// What every runtime promises. Tests wait for events, never for time: delays only order things.
+class RuntimeConformance : public testing::TestWithParam<Kind> {
+protected:
+    static constexpr double tick = 0.002; // s
+
+    /// Serves the main queue until a task calls stop().
+    void serve() { runtime.run(); }
+    Task stopper()
+    {
+        return [this] { runtime.stop(); };
+    }
+
+    std::unique_ptr<Harness> harness = GetParam().make();
+    Runtime& runtime = harness->runtime();
+    Queue& mainQueue = runtime.mainQueue();
+};
+
+INSTANTIATE_TEST_SUITE_P(All, RuntimeConformance,
+    testing::Values(Kind{"Asio", [] { return std::make_unique<RealHarness>(); }},
+        Kind{"Virtual", [] { return std::make_unique<VirtualHarness>(); }}),
+    [](const auto& kind) { return kind.param.name; });
+
+TEST_P(RuntimeConformance, MainTasksRunInTheOrderPostedAndNeverInsidePost)
+{
+    std::string order;
+    mainQueue.post([&] {
+        mainQueue.post([&] {
+            order += 'c';
+            runtime.stop();
+        });
+        order += 'a';
+    });
+    mainQueue.post([&] { order += 'b'; });
+    EXPECT_EQ(order, "");
+    serve();
+    EXPECT_EQ(order, "abc");
+}
+
+TEST_P(RuntimeConformance, SerialQueuesRunOneTaskAtATimeInOrder)
+{
+    constexpr int tasks = 300;
+    struct Lane {
+        std::shared_ptr<Queue> queue;
+        std::vector<int> order; // unguarded: the queue is the guard
+    };
+    std::array<Lane, 3> lanes;
+    std::atomic<int> left = 3;
+    for (auto& lane : lanes) {
+        lane.queue = runtime.makeSerialQueue("lane");
+        lane.order.reserve(tasks);
+    }
+    for (int i = 0; i < tasks; ++i) {
+        for (auto& lane : lanes) {
+            lane.queue->post([&lane, i] { lane.order.push_back(i); });
+        }
+    }
+    for (auto& lane : lanes) {
+        lane.queue->post([&] {
+            if (--left == 0) {
+                runtime.stop();
+            }
+        });
+    }
+    serve();
+    for (const auto& lane : lanes) {
+        ASSERT_EQ(lane.order.size(), tasks);
+        EXPECT_TRUE(std::is_sorted(lane.order.begin(), lane.order.end()));
+    }
+}
+
+TEST_P(RuntimeConformance, EachTaskKnowsItsQueue)
+{
+    const auto first = runtime.makeSerialQueue("first");
+    const auto second = runtime.makeSerialQueue("second");
+    EXPECT_EQ(first->label(), "first");
+    EXPECT_FALSE(first->isCurrent());
+    EXPECT_FALSE(mainQueue.isCurrent());
+    std::string seen;
+    const auto look = [&] {
+        seen += mainQueue.isCurrent() ? 'm' : first->isCurrent() ? '1' : second->isCurrent() ? '2' : '-';
+    };
+    mainQueue.post([&] {
+        look();
+        first->runAndWait([&] {
+            look();
+            second->runAndWait(look);
+            look();
+        });
+        look();
+        runtime.postGlobal([&] {
+            look();
+            runtime.stop();
+        });
+    });
+    serve();
+    EXPECT_EQ(seen, "m121m-");
+}
+
+TEST_P(RuntimeConformance, WaitingRunsAfterWhatWasPostedBefore)
+{
+    const auto queue = runtime.makeSerialQueue("queue");
+    std::string order;
+    const auto add = [&order](char mark) { return [&order, mark] { order += mark; }; };
+    queue->post(add('a'));
+    queue->post(add('b'));
+    queue->runAndWait(add('c'));
+    queue->post(add('d'));
+    queue->runAndWait(add('e'));
+    EXPECT_EQ(order, "abcde");
+
+    runtime.postGlobal([&] {
+        mainQueue.post(add('f'));
+        mainQueue.runAndWait(add('g'));
+        mainQueue.runAndWait(stopper());
+    });
+    serve();
+    EXPECT_EQ(order, "abcdefg");
+}
+
+TEST_P(RuntimeConformance, ManyMayWaitForOneQueueWithoutLockingUp)
+{
+    constexpr int waiters = 16; // far more than the pool has threads
+    const auto shared = runtime.makeSerialQueue("shared");
+    std::vector<std::shared_ptr<Queue>> queues;
+    int entered = 0; // guarded by the shared queue
+    for (int i = 0; i < waiters; ++i) {
+        queues.push_back(runtime.makeSerialQueue("waiter"));
+        queues.back()->post([&] {
+            shared->post([&] { ++entered; });
+            shared->runAndWait([&] {
+                if (++entered == 2 * waiters) {
+                    runtime.stop();
+                }
+            });
+        });
+    }
+    serve();
+    shared->runAndWait([&] { EXPECT_EQ(entered, 2 * waiters); });
+}
+
+TEST_P(RuntimeConformance, WorkTravelsAcrossQueues)
+{
+    const auto queue = runtime.makeSerialQueue("queue");
+    std::string way; // each hop happens after the one before
+    std::function<void(int)> hop = [&](int left) {
+        way += mainQueue.isCurrent() ? 'm' : queue->isCurrent() ? 'q' : 'g';
+        const auto next = [&hop, left] { hop(left - 1); };
+        if (left == 0) {
+            runtime.stop();
+        } else if (left % 3 == 0) {
+            queue->post(next);
+        } else if (left % 3 == 2) {
+            runtime.postGlobal(next);
+        } else {
+            mainQueue.post(next);
+        }
+    };
+    mainQueue.post([&] { hop(6); });
+    serve();
+    EXPECT_EQ(way, "mqgmqgm");
+}
+
+TEST_P(RuntimeConformance, TimerRepeatsUntilItDestroysItselfInItsTask)
+{
+    for (const auto& queue : {std::shared_ptr<Queue>(std::shared_ptr<Queue>(), &mainQueue), //
+             runtime.makeSerialQueue("queue")}) {
+        int fires = 0;
+        std::unique_ptr<Timer> timer;
+        queue->post([&] { // so that the task finds it in place
+            timer = runtime.startTimer(*queue, {.first = tick, .interval = tick}, [&] {
+                EXPECT_TRUE(queue->isCurrent());
+                if (++fires == 3) {
+                    timer.reset();
+                    runtime.after(5 * tick, stopper());
+                }
+            });
+        });
+        serve();
+        EXPECT_EQ(fires, 3);
+    }
+}
+
+TEST_P(RuntimeConformance, TimerWithoutIntervalFiresOnce)
+{
+    int fires = 0;
+    const auto timer = runtime.startTimer(mainQueue, {.first = tick}, [&] { ++fires; });
+    runtime.after(5 * tick, stopper());
+    serve();
+    EXPECT_EQ(fires, 1);
+}
+
+TEST_P(RuntimeConformance, TimerDestroyedByAnEarlierTaskOfItsQueueDoesNotRun)
+{
+    std::unique_ptr<Timer> victim;
+    bool ran = false;
+    const auto killer = runtime.startTimer(mainQueue, {.first = tick, .leeway = 3 * tick}, [&] { victim.reset(); });
+    victim = runtime.startTimer(mainQueue, {.first = tick, .leeway = 3 * tick}, [&] { ran = true; });
+    runtime.after(8 * tick, stopper());
+    serve();
+    EXPECT_FALSE(ran);
+}
+
+TEST_P(RuntimeConformance, TimersOfASerialQueueMayDieAtAnyMoment)
+{
+    struct Owner {
+        int fires = 0; // guarded by the queue
+        std::unique_ptr<Timer> timer;
+    };
+    const auto queue = runtime.makeSerialQueue("queue");
+    int left = 200;
+    std::function<void()> round = [&] {
+        auto owner = std::make_shared<Owner>();
+        queue->post([&, owner] {
+            owner->timer =
+                runtime.startTimer(*queue, {.first = 0, .interval = 1e-5}, [raw = owner.get()] { ++raw->fires; });
+        });
+        runtime.after(1e-4, [&, owner] {
+            // On its own queue: from here on the task must not touch its owner.
+            queue->runAndWait([&] { owner->timer.reset(); });
+            --left > 0 ? round() : runtime.stop();
+        });
+    };
+    mainQueue.post(round);
+    serve();
+    EXPECT_EQ(left, 0);
+}
+
+TEST_P(RuntimeConformance, TimerLetsGoOfItsTaskWhenDestroyedOnItsQueue)
+{
+    const auto held = std::make_shared<int>();
+    auto timer = runtime.startTimer(mainQueue, {.first = 1000}, [held] {});
+    EXPECT_EQ(held.use_count(), 2);
+    timer.reset();
+    EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST_P(RuntimeConformance, DelayedTasksRunOnTheMainQueueByTheirMoment)
+{
+    std::string order;
+    mainQueue.post([&] { order += 'a'; });
+    runtime.after(6 * tick, [&] {
+        order += 'd';
+        runtime.stop();
+    });
+    runtime.after(3 * tick, [&] { order += 'c'; });
+    runtime.after(0, [&] {
+        EXPECT_TRUE(mainQueue.isCurrent());
+        order += 'b';
+    });
+    EXPECT_EQ(order, "");
+    serve();
+    EXPECT_EQ(order, "abcd");
+}
+
+TEST_P(RuntimeConformance, GuardedTasksDieWithTheirObject)
+{
+    auto lifetime = std::make_unique<Lifetime>();
+    std::string order;
+    mainQueue.post(lifetime->guard([&] { order += 'a'; }));
+    mainQueue.post([&] { lifetime.reset(); });
+    mainQueue.post(lifetime->guard([&] { order += 'b'; }));
+    runtime.after(tick, lifetime->guard([&] { order += 'c'; }));
+    runtime.after(3 * tick, stopper());
+    serve();
+    EXPECT_EQ(order, "a");
+}
+
+TEST_P(RuntimeConformance, SignalsArriveOnTheMainQueue)
+{
+    int first = 0;
+    int second = 0;
+    std::unique_ptr<Watch> watch = runtime.watchSignal(SIGUSR1, [&] {
+        EXPECT_TRUE(mainQueue.isCurrent());
+        if (++first == 2) {
+            watch.reset();
+            harness->raise(SIGUSR1); // for the other watch only
+        } else {
+            harness->raise(SIGUSR1);
+        }
+    });
+    const auto other = runtime.watchSignal(SIGUSR1, [&] {
+        if (++second == 3) {
+            runtime.stop();
+        }
+    });
+    harness->raise(SIGUSR1);
+    serve();
+    EXPECT_EQ(first, 2);
+    EXPECT_EQ(second, 3);
+}
+
+TEST_P(RuntimeConformance, ReadableDescriptorIsReportedUntilItIsEmptyAndStaysOpen)
+{
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    const auto send = [&](const std::string& bytes) {
+        EXPECT_EQ(::write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            harness->announceReadable(ends[0]);
+        }
+    };
+    std::string got;
+    std::unique_ptr<Watch> watch = runtime.watchReadable(ends[0], [&] {
+        EXPECT_TRUE(mainQueue.isCurrent());
+        char byte = 0;
+        EXPECT_EQ(::read(ends[0], &byte, 1), 1); // less than there is: the rest is reported again
+        got += byte;
+        if (got == "abc") {
+            mainQueue.post([&] { send("de"); });
+        } else if (got == "abcd") {
+            watch.reset();
+            runtime.after(2 * tick, stopper());
+        }
+    });
+    mainQueue.post([&] { send("abc"); });
+    serve();
+    EXPECT_EQ(got, "abcd");
+    char rest = 0;
+    EXPECT_EQ(::read(ends[0], &rest, 1), 1) << "the descriptor is still the caller's";
+    EXPECT_EQ(rest, 'e');
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST_P(RuntimeConformance, StopEndsTheRunAfterTheTaskInProgress)
+{
+    std::string order;
+    mainQueue.post([&] {
+        runtime.stop();
+        order += 'a';
+    });
+    mainQueue.post([&] {
+        order += 'b';
+        runtime.stop();
+    });
+    serve();
+    EXPECT_EQ(order, "a");
+    serve();
+    EXPECT_EQ(order, "ab");
+
+    runtime.postGlobal(stopper());
+    serve();
+    runtime.stop(); // comes before the run it is meant for
+    mainQueue.post([&] { order += 'c'; });
+    serve();
+    EXPECT_EQ(order, "ab");
+}
+
+TEST_P(RuntimeConformance, TasksThatNeverRanLetGoWithTheRuntime)
+{
+    const auto held = std::make_shared<int>();
+    const auto queue = runtime.makeSerialQueue("queue");
+    std::unique_ptr<Timer> timer = runtime.startTimer(*queue, {.first = 1000}, [held, queue] {});
+    std::unique_ptr<Watch> watch = runtime.watchSignal(SIGUSR2, [held] {});
+    mainQueue.post([held, queue] {});
+    runtime.after(1000, [held, queue] {});
+    harness.reset();
+    timer.reset(); // both may outlive the runtime
+    watch.reset();
+    EXPECT_EQ(held.use_count(), 1);
+}
+
+} // namespace
+} // namespace meridal

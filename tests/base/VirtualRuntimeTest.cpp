@@ -1,0 +1,133 @@
+#include "base/VirtualRuntime.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace meridal {
+namespace {
+
+class VirtualRuntimeTest : public testing::Test {
+protected:
+    /// A timer that notes the moments at which it fires, in s after the start of the test.
+    void startNotingTimer(double interval)
+    {
+        timer = runtime.startTimer(
+            runtime.mainQueue(), {.first = interval, .interval = interval}, [this] { fires.push_back(elapsed()); });
+    }
+    double elapsed() const { return runtime.monotonicTime() - start; }
+
+    VirtualRuntime runtime;
+    const double start = runtime.monotonicTime();
+    std::unique_ptr<Timer> timer;
+    std::vector<double> fires;
+};
+
+TEST_F(VirtualRuntimeTest, AdvanceRunsEverythingAtItsExactMoment)
+{
+    startNotingTimer(2);
+    const double wall = runtime.wallTime();
+    runtime.after(3, [&] {
+        EXPECT_EQ(elapsed(), 3);
+        EXPECT_EQ(runtime.wallTime(), wall + 3);
+    });
+    runtime.advance(6.5);
+    EXPECT_EQ(fires, (std::vector<double>{2, 4, 6}));
+    EXPECT_EQ(elapsed(), 6.5);
+    EXPECT_EQ(runtime.wallTime(), wall + 6.5);
+}
+
+TEST_F(VirtualRuntimeTest, RoundMomentsMadeOfTenthsAreReached)
+{
+    startNotingTimer(0.1);
+    for (int second = 1; second <= 100; ++second) {
+        runtime.advance(1);
+        EXPECT_EQ(fires.size(), 10U * static_cast<unsigned>(second));
+    }
+}
+
+TEST_F(VirtualRuntimeTest, WhatAJumpMissedRunsLateOnceAndKeepsItsRhythm)
+{
+    startNotingTimer(2);
+    runtime.jump(7);
+    EXPECT_EQ(fires, (std::vector<double>{7}));
+    runtime.advance(3);
+    EXPECT_EQ(fires, (std::vector<double>{7, 8, 10}));
+}
+
+TEST_F(VirtualRuntimeTest, SteppingTheWallClockMovesNoTimer)
+{
+    startNotingTimer(2);
+    const double wall = runtime.wallTime();
+    runtime.stepWallClock(-86'400);
+    EXPECT_EQ(runtime.wallTime(), wall - 86'400);
+    EXPECT_TRUE(fires.empty());
+    runtime.after(1, [&] { runtime.stepWallClock(1e-4); });
+    runtime.advance(2);
+    EXPECT_EQ(fires, (std::vector<double>{2}));
+    EXPECT_NEAR(runtime.wallTime(), wall - 86'400 + 2 + 1e-4, 1e-6);
+}
+
+TEST_F(VirtualRuntimeTest, SleepMovesTheOtherClockOnlyWhereItCountsSleep)
+{
+    startNotingTimer(2);
+    const double wall = runtime.wallTime();
+    runtime.sleepMachine(3600);
+    EXPECT_EQ(elapsed(), 0);
+    EXPECT_EQ(runtime.wallTime(), wall + 3600);
+    runtime.sleepMachine(5, true);
+    EXPECT_EQ(elapsed(), 5);
+    EXPECT_EQ(runtime.wallTime(), wall + 3605);
+    EXPECT_TRUE(fires.empty()) << "a sleeping machine runs nothing";
+    runtime.advance(1);
+    EXPECT_EQ(fires, (std::vector<double>{5, 6}));
+}
+
+TEST_F(VirtualRuntimeTest, SlowTaskHoldsUpItsOwnQueueAlone)
+{
+    const auto slow = runtime.makeSerialQueue("slow");
+    const auto other = runtime.makeSerialQueue("other");
+    std::string order;
+    slow->post([&] {
+        slow->post([&] { order += 'c'; });
+        const auto timerOfOther = runtime.startTimer(*other, {.first = 1, .interval = 1}, [&] { order += 'a'; });
+        runtime.advance(3);
+        order += 'b';
+    });
+    runtime.advance(1);
+    EXPECT_EQ(order, "aaabc");
+    EXPECT_EQ(elapsed(), 3) << "time never goes back";
+}
+
+TEST_F(VirtualRuntimeTest, TwoRunsAreAlike)
+{
+    const auto tell = [] {
+        VirtualRuntime world;
+        std::string story;
+        const auto queue = world.makeSerialQueue("queue");
+        std::vector<std::unique_ptr<Timer>> timers;
+        for (int i = 1; i <= 5; ++i) {
+            auto& target = i % 2 == 0 ? *queue : world.mainQueue();
+            timers.push_back(world.startTimer(target, {.first = 0.5 * i, .interval = 0.7 * i}, [&world, &story, i] {
+                story += std::to_string(i);
+                world.postGlobal([&story] { story += 'g'; });
+            }));
+        }
+        world.advance(60);
+        return story;
+    };
+    EXPECT_EQ(tell(), tell());
+}
+
+TEST_F(VirtualRuntimeTest, RunEndsWhenNothingIsLeft)
+{
+    runtime.after(600, [this] { fires.push_back(elapsed()); });
+    runtime.run();
+    EXPECT_EQ(fires, (std::vector<double>{600}));
+}
+
+} // namespace
+} // namespace meridal

@@ -1,0 +1,328 @@
+#include "tests/client/FakeDaemon.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace meridal {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+std::string contents(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+/// How a run of the built program ended.
+struct Outcome {
+    std::string out;
+    std::string err;
+    std::string status;
+};
+
+/// The built meridalctl against a daemon of the test's making, on a real socket.
+class ProgramTest : public testing::Test {
+protected:
+    ~ProgramTest() override
+    {
+        context.stop();
+        if (server.joinable()) {
+            server.join();
+        }
+    }
+
+    void serve(FakeDaemon::Handler handler)
+    {
+        daemon = std::make_unique<FakeDaemon>(
+            context, socket, [this, handler = std::move(handler)](const std::string& method, const Value& request) {
+                {
+                    const std::lock_guard lock(mutex);
+                    calls.push_back(method + serialise(request.at("params")));
+                }
+                called.notify_all();
+                handler(method, request);
+            });
+        server = std::thread([this] { context.run(); });
+    }
+    /// Waits until the daemon has been called so for the given time.
+    void waitForCall(const std::string& call, long times = 1)
+    {
+        std::unique_lock lock(mutex);
+        ASSERT_TRUE(called.wait_for(lock, std::chrono::seconds(20), [&] {
+            return std::count(calls.begin(), calls.end(), call) >= times;
+        })) << call;
+    }
+
+    std::vector<std::string> callsSoFar()
+    {
+        const std::lock_guard lock(mutex);
+        return calls;
+    }
+
+    std::string command(const std::string& arguments) const
+    {
+        return "NO_COLOR= MERIDAL_SOCKET='" + socket + "' '" MERIDAL_BUILD_DIR "/meridalctl' " + arguments;
+    }
+    /// Runs the program from a shell; arguments may end in a pipe.
+    Outcome run(const std::string& arguments) const
+    {
+        const std::string script = "{ " + command(arguments) + "; echo $? >'" + folder.file("status") + "'; }";
+        return runShell(script);
+    }
+    Outcome runShell(const std::string& script) const
+    {
+        const std::string redirected =
+            "( " + script + " ) >'" + folder.file("out") + "' 2>'" + folder.file("err") + "' </dev/null";
+        EXPECT_EQ(std::system(redirected.c_str()), 0);
+        return {contents(folder.file("out")), contents(folder.file("err")), contents(folder.file("status"))};
+    }
+
+    ScratchFolder folder;
+    std::string socket = folder.file("daemon.sock");
+    asio::io_context context;
+    std::unique_ptr<FakeDaemon> daemon;
+    std::thread server;
+    std::mutex mutex;
+    std::condition_variable called;
+    std::vector<std::string> calls; ///< the daemon's, guarded by the mutex
+};
+
+const Dictionary cpuEnvelope = {
+    {"type", "1"}, {"processes", {{{"key", "7"}, {"name", "spin\x1B[2J\x7F"}, {"c", "150.00"}}}}};
+const Dictionary memoryEnvelope = {{"type", "2"}, {"processes", {{{"key", "8"}, {"name", "heap"}, {"m", "2048"}}}}};
+
+TEST_F(ProgramTest, WithoutADaemonOneLineSaysHowToStartIt)
+{
+    for (const char* arguments : {"top", "ping", "status", "watch 1", "call x", "processes 1", "version"}) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, "2\n");
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_THAT(outcome.err, StartsWith("meridalctl: no daemon at " + socket + " (No such file or directory); "));
+        EXPECT_THAT(outcome.err, HasSubstr("meridald --root DIR"));
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1);
+    }
+}
+
+TEST_F(ProgramTest, WrongUsageIsToldApart)
+{
+    for (const char* arguments : {"", "dance", "top everything", "top -n 0", "top --once --refreshes 2", "watch tea",
+             "watch -3", "processes x", "call"}) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, "64\n") << arguments;
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_NE(outcome.err, "") << arguments;
+    }
+    EXPECT_EQ(run("top $(printf '\\033[2J')").err.find('\x1B'), std::string::npos);
+    EXPECT_EQ(run("--help").status, "0\n");
+}
+
+TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
+{
+    serve([this](const std::string& method, const Value& request) {
+        if (method == "version:") {
+            daemon->answer(request, {6.599999904632568, 1177});
+        } else if (method == "infoForPids:reply:") {
+            daemon->answer(request, Value::array({{{"pid", 1}, {"name", "init\x1B"}}}));
+        } else if (method == "status") {
+            daemon->answer(request, {{"version", 6.6}, {"clients", 1}});
+        } else if (method == "exists:") {
+            daemon->answer(request, true);
+        } else {
+            daemon->refuse(request, -32601, "no method named that\x1B");
+        }
+    });
+    EXPECT_EQ(run("version").out, "meridald 6.6 (build 1177)\n");
+    EXPECT_THAT(run("ping -c 3").out, HasSubstr("on average of 3"));
+    EXPECT_EQ(run("status --json").out, "{\"clients\":1,\"version\":6.6}\n");
+
+    const Outcome known = run("processes 1");
+    EXPECT_EQ(known.out, "     PID  NAME\n       1  init?\n");
+    EXPECT_EQ(known.status, "0\n");
+    const Outcome unknown = run("processes 1 99");
+    EXPECT_EQ(unknown.err, "meridalctl: the daemon knows no process 99\n");
+    EXPECT_EQ(unknown.status, "1\n");
+    waitForCall("infoForPids:reply:[[1,99]]");
+
+    const Outcome refused = run("call nonsense");
+    EXPECT_EQ(refused.err, "meridalctl: no method named that?\n");
+    EXPECT_EQ(refused.status, "1\n");
+}
+
+TEST_F(ProgramTest, CallSendsJsonAsJsonAndWordsAsText)
+{
+    serve([this](const std::string&, const Value& request) { daemon->answer(request, request.at("params")); });
+    EXPECT_EQ(run("call any '[1,[2]]' -5 word '[word]' '{\"a\":null}' '' '\"7\"' true -- --json").out,
+        "[[1,[2]],-5,\"word\",\"[word]\",{\"a\":null},\"\",\"7\",true,\"--json\"]\n");
+    EXPECT_EQ(run("call any '{}'").out, "[{}]\n");
+    EXPECT_EQ(run("call any '[]' --timeout 3").out, "[[]]\n");
+    EXPECT_EQ(run("call any").out, "[]\n");
+}
+
+TEST_F(ProgramTest, ASilentDaemonEndsInATimeout)
+{
+    serve([](const std::string&, const Value&) {});
+    const Outcome outcome = run("--timeout 0.05 ping");
+    EXPECT_EQ(outcome.status, "2\n");
+    EXPECT_THAT(outcome.err, HasSubstr("did not answer within 0.05 s"));
+}
+
+TEST_F(ProgramTest, TopAsTextIsPlainAndCounted)
+{
+    serve([this](const std::string& method, const Value& request) {
+        daemon->answer(request, nullptr);
+        if (method == "startRequestWithKey:interval:") {
+            for (int i = 0; i < 4; ++i) {
+                daemon->push(memoryEnvelope); // another client's key
+                daemon->push(cpuEnvelope);
+            }
+        }
+    });
+    const Outcome text = run("top --refreshes 3 --settle 0 --hierarchy");
+    EXPECT_EQ(text.status, "0\n");
+    EXPECT_EQ(text.err, "");
+    EXPECT_EQ(text.out.find('\x1B'), std::string::npos);
+    std::size_t blocks = 0;
+    for (std::size_t at = 0; (at = text.out.find("150.0  spin?[2J?\n", at)) != std::string::npos; ++at) {
+        ++blocks;
+    }
+    EXPECT_EQ(blocks, 3U);
+    EXPECT_THAT(callsSoFar(), ElementsAre("enableHierachy[]", "startRequestWithKey:interval:[1,2]"));
+
+    EXPECT_THAT(run("--color=always top --once --settle 0").out, HasSubstr("\x1B[1;31m       150.0\x1B[0m"));
+    EXPECT_EQ(run("top --json --refreshes 2 --settle 0 | tail -n 1").out,
+        "{\"hierarchy\":false,\"list\":\"cpu\",\"processes\":[{\"cpuPercent\":150.0,\"name\":\"spin?[2J?\",\"pid\":7}],"
+        "\"refresh\":2}\n");
+}
+
+TEST_F(ProgramTest, TextWaitsUntilRatesAreReal)
+{
+    asio::steady_timer later(context);
+    serve([&](const std::string&, const Value& request) {
+        daemon->answer(request, nullptr);
+        daemon->push(cpuEnvelope); // at once, of no elapsed time
+        Dictionary settled = cpuEnvelope;
+        settled["processes"][0]["c"] = "42.00";
+        later.expires_after(std::chrono::milliseconds(150));
+        later.async_wait([this, settled](std::error_code) { daemon->push(settled); });
+    });
+    const Outcome outcome = run("top --once --settle 0.1");
+    EXPECT_THAT(outcome.out, HasSubstr("42.0"));
+    EXPECT_THAT(outcome.out, Not(HasSubstr("150.0")));
+}
+
+TEST_F(ProgramTest, AReaderThatLeavesEndsTheProgramQuietly)
+{
+    serve([this](const std::string&, const Value& request) {
+        daemon->answer(request, nullptr);
+        for (int i = 0; i < 2'000; ++i) { // far more than a pipe holds
+            daemon->push(cpuEnvelope);
+        }
+    });
+    for (const char* arguments :
+        {"top --settle 0 | head -n 1", "top --json --settle 0 | head -n 1", "watch cpu | head -n 1"}) {
+        const std::string script = arguments;
+        const std::size_t pipe = script.find('|');
+        const Outcome outcome = runShell("{ " + command(script.substr(0, pipe)) + "; echo $? >'" + folder.file("status")
+            + "'; } " + script.substr(pipe));
+        EXPECT_EQ(outcome.status, "0\n") << script;
+        EXPECT_EQ(outcome.err, "") << script;
+        EXPECT_NE(outcome.out, "") << script;
+    }
+}
+
+TEST_F(ProgramTest, AFullDiskIsNoQuietEnd)
+{
+    if (!std::filesystem::exists("/dev/full")) {
+        GTEST_SKIP() << "no /dev/full on this host";
+    }
+    serve([this](const std::string&, const Value& request) { daemon->answer(request, true); });
+    const Outcome outcome = run("call any >/dev/full");
+    EXPECT_EQ(outcome.status, "1\n");
+    EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
+}
+
+TEST_F(ProgramTest, WatchPrintsWhatWasAskedForAcrossARestart)
+{
+    bool hasRestarted = false;
+    serve([&](const std::string& method, const Value& request) {
+        daemon->answer(request, nullptr);
+        if (method != "startSMARTTemps") {
+            return; // the last of the three requests
+        }
+        daemon->push({{"type", "8"}});
+        daemon->push(cpuEnvelope);
+        if (!hasRestarted) {
+            hasRestarted = true;
+            daemon->hangUp();
+        }
+    });
+    const Outcome outcome = run("watch cpu 2 smart-temperatures --count 2");
+    EXPECT_EQ(outcome.status, "0\n");
+    const std::string line =
+        "{\"processes\":[{\"c\":\"150.00\",\"key\":\"7\",\"name\":\"spin\\u001b[2J\\u007f\"}],\"type\":\"1\"}\n";
+    EXPECT_EQ(outcome.out, line + line);
+    EXPECT_THAT(outcome.err, HasSubstr("closed the connection; waiting for it\n"));
+    EXPECT_THAT(callsSoFar(),
+        ElementsAre("startRequestWithKey:interval:[1,2]", "startRequestWithKey:interval:[2,2]", "startSMARTTemps[]",
+            "startRequestWithKey:interval:[1,2]", "startRequestWithKey:interval:[2,2]", "startSMARTTemps[]"));
+}
+
+TEST_F(ProgramTest, TheLiveViewFollowsItsKeysAndGivesTheTerminalBack)
+{
+    if (std::system("script -V >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "no util-linux script(1) to lend a terminal";
+    }
+    serve([this](const std::string& method, const Value& request) {
+        daemon->answer(request, Value::object());
+        if (method == "startRequestWithKey:interval:") {
+            for (int i = 0; i < 5; ++i) { // after five lists the view asks for the status again
+                daemon->push(request.at("params").at(0) == 1 ? cpuEnvelope : memoryEnvelope);
+            }
+        }
+    });
+    const std::string script = "TERM=xterm-256color LC_ALL=C.UTF-8 script -qec \"" + command("top") + "\" '"
+        + folder.file("screen") + "' >/dev/null 2>&1";
+    std::FILE* terminal = ::popen(script.c_str(), "w");
+    ASSERT_NE(terminal, nullptr);
+    const auto press = [terminal](char key) {
+        std::fputc(key, terminal);
+        std::fflush(terminal);
+    };
+    waitForCall("status[]", 2);
+    press('m');
+    waitForCall("stopRequestWithKey:[1]");
+    waitForCall("startRequestWithKey:interval:[2,2]");
+    waitForCall("status[]", 3);
+    press('h');
+    waitForCall("enableHierachy[]");
+    press('q');
+    EXPECT_EQ(::pclose(terminal), 0);
+    const std::string screen = contents(folder.file("screen"));
+    EXPECT_THAT(screen, HasSubstr("spin?[2J?"));
+    EXPECT_THAT(screen, HasSubstr("heap"));
+    const std::size_t enters = screen.find("\x1B[?1049h");
+    const std::size_t leaves = screen.rfind("\x1B[?1049l");
+    ASSERT_NE(enters, std::string::npos);
+    ASSERT_NE(leaves, std::string::npos);
+    EXPECT_LT(enters, leaves);
+}
+
+} // namespace
+} // namespace meridal

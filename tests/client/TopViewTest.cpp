@@ -1,0 +1,158 @@
+#include "client/TopView.h"
+
+#include "base/Text.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace meridal {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::vector<std::string> plain(const Lines& lines)
+{
+    std::vector<std::string> result;
+    for (const Line& line : lines) {
+        result.push_back(plainText(line));
+    }
+    return result;
+}
+
+TopFrame frameOf(TopList list, const Dictionary& envelope)
+{
+    TopFrame frame;
+    frame.list = list;
+    frame.table = readTopTable(list, envelope);
+    return frame;
+}
+
+const Dictionary cpuEnvelope = {{"type", "1"},
+    {"processes",
+        {{{"key", "7"}, {"name", "spinner"}, {"c", "150.00"}}, {{"key", "1"}, {"name", "init"}, {"c", "0.25"}}}}};
+
+TEST(TopView, CpuRowsKeepTheDaemonsRankingBelowTheirSum)
+{
+    TopFrame frame = frameOf(TopList::Cpu, cpuEnvelope);
+    frame.cores = 4;
+    EXPECT_THAT(plain(tableLines(frame, 20, 0)),
+        ElementsAre("CPU  2 processes listed use 150.2 % of one core, 37.6 % of all 4",
+            "     PID       CPU %  NAME",    //
+            "       7       150.0  spinner", //
+            "       1         0.2  init"));
+    EXPECT_EQ(tableLines(frame, 1, 0).size(), 3U) << "the sum is of what the daemon lists, the rows as many as asked";
+}
+
+TEST(TopView, MemoryShowsFootprintsWhereTheHostHasThem)
+{
+    Dictionary envelope = {{"type", "2"}, {"processes", {{{"key", "5"}, {"name", "a"}, {"m", "1048576"}}}},
+        {"processes-footprint",
+            {{{"key", "6"}, {"name", "b"}, {"m", "2048"}}, {{"key", "5"}, {"name", "a"}, {"m", "1024"}}}}};
+    EXPECT_THAT(plain(tableLines(frameOf(TopList::Memory, envelope), 20, 0)),
+        ElementsAre("MEMORY  2 processes listed hold 1.00 MiB", //
+            "     PID      MEMORY   FOOTPRINT  NAME",           //
+            "       5    1.00 MiB    1.00 KiB  a",              //
+            "       6           -    2.00 KiB  b"));
+    envelope.erase("processes-footprint");
+    EXPECT_EQ(plain(tableLines(frameOf(TopList::Memory, envelope), 20, 0))[1], "     PID      MEMORY  NAME");
+}
+
+TEST(TopView, DiskMergesItsTwoRankings)
+{
+    const Dictionary envelope = {{"type", "4"},
+        {"read",
+            {{{"key", "1"}, {"name", "reader"}, {"r", 4096.0}, {"w", 0}},
+                {{"key", "2"}, {"name", "both"}, {"r", 2048}, {"w", 8192}}}},
+        {"write",
+            {{{"key", "2"}, {"name", "both"}, {"r", 2048}, {"w", 8192}},
+                {{"key", "3"}, {"name", "writer"}, {"w", 1}, {"t", 12}}}}};
+    EXPECT_THAT(plain(tableLines(frameOf(TopList::Disk, envelope), 20, 0)),
+        ElementsAre("DISK  3 processes listed read 6.00 KiB/s, write 8.00 KiB/s", //
+            "     PID        READ       WRITE  NAME",                             //
+            "       2  2.00 KiB/s  8.00 KiB/s  both",                             //
+            "       1  4.00 KiB/s       0 B/s  reader",                           //
+            "       3           -       1 B/s  writer"));
+}
+
+TEST(TopView, JsonHasFiguresAsNumbersAndLeavesOutWhatIsAbsent)
+{
+    const Dictionary envelope = {{"download", {{{"key", "9"}, {"name", "curl"}, {"d", 12}}}}, {"upload", "none"}};
+    EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20),
+        (Dictionary{{"list", "network"}, {"processes", {{{"pid", 9}, {"name", "curl"}, {"receivedBytes", 12.0}}}}}));
+    EXPECT_EQ(tableAsJson(readTopTable(TopList::Cpu, cpuEnvelope), 1).at("processes").at(0),
+        (Dictionary{{"pid", 7}, {"name", "spinner"}, {"cpuPercent", 150.0}}));
+}
+
+TEST(TopView, NothingInAnEnvelopeCanBreakTheView)
+{
+    const std::string evil = "evil\x1B]0;owned\x07\n\xC2\x9B"
+                             "2J\xFF";
+    const std::vector<Value> oddities = {nullptr, 1, -1, 1e308, "", "nan", "1e999", "[[[[", evil,
+        std::string(5000, 'x'), Value::array(), Value::object(), true, Value::array({1, evil, nullptr})};
+    for (const TopList list : allTopLists) {
+        for (const Value& oddity : oddities) {
+            Value entries = Value::array({oddity});
+            for (const char* entry : {"key", "name", "c", "m", "r", "w", "d", "u", "score"}) {
+                entries.push_back({{"key", "1"}, {entry, oddity}});
+                entries.push_back({{entry, oddity}});
+            }
+            for (const Value& lists : {entries, oddity}) {
+                Dictionary envelope;
+                for (const char* name : {"processes", "processes-footprint", "read", "write", "download", "upload"}) {
+                    envelope[name] = lists;
+                }
+                TopFrame frame = frameOf(list, envelope);
+                frame.status = oddity;
+                for (const Line& line : screenLines(frame, 100, 30, 60)) {
+                    const std::string shown = plainText(line);
+                    EXPECT_EQ(shown, printable(shown));
+                    EXPECT_LE(displayWidth(shown), 60);
+                }
+                EXPECT_EQ(tableAsJson(*frame.table, 100).at("list"), listName(list));
+            }
+        }
+        EXPECT_TRUE(readTopTable(list, nullptr).rows.empty());
+    }
+}
+
+TEST(TopView, AScreenIsNeverLargerThanTheTerminal)
+{
+    TopFrame frame = frameOf(TopList::Cpu, cpuEnvelope);
+    frame.status = {{"version", 6.6}, {"host", "linux"}, {"passes", {{"processes", 180}}}};
+    for (const int rows : {0, 1, 2, 3, 4, 5, 24}) {
+        for (const int columns : {1, 7, 80}) {
+            const Lines lines = screenLines(frame, 100, rows, columns);
+            EXPECT_LE(lines.size(), static_cast<std::size_t>(rows));
+            for (const Line& line : lines) {
+                EXPECT_LE(displayWidth(plainText(line)), columns);
+            }
+        }
+    }
+    const auto screen = plain(screenLines(frame, 100, 24, 80));
+    ASSERT_EQ(screen.size(), 24U);
+    EXPECT_EQ(screen.front(), "meridald 6.6 on linux   180 processes");
+    EXPECT_THAT(screen.back(), HasSubstr("q quit"));
+    EXPECT_EQ(plain(screenLines(frame, 100, 5, 80))[3], "       7       150.0  spinner") << "rows give way first";
+}
+
+TEST(TopView, ALostDaemonIsSaidAndTheLastRowsStay)
+{
+    TopFrame frame = frameOf(TopList::Cpu, cpuEnvelope);
+    frame.connected = false;
+    const auto screen = plain(screenLines(frame, 100, 24, 100));
+    EXPECT_THAT(screen[0], HasSubstr("waiting for the daemon"));
+    EXPECT_THAT(screen[3], HasSubstr("spinner"));
+}
+
+TEST(StyledText, ColoursEndWhereTheyShould)
+{
+    const Line line = {{Style::High, "99"}, {Style::Plain, " name  "}};
+    EXPECT_EQ(colouredText(line), "\x1B[1;31m99\x1B[0m name  ");
+    EXPECT_EQ(plainText(line), "99 name");
+}
+
+} // namespace
+} // namespace meridal

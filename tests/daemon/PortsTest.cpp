@@ -1,0 +1,173 @@
+#include "base/Value.h"
+#include "daemon/MeridalHistory.h"
+#include "daemon/StatusReport.h"
+#include "tests/daemon/DaemonFixture.h"
+
+namespace meridal::test {
+namespace {
+
+TEST_F(DaemonTest, QuestionsWithoutTheirCollectorGetWhatNothingThereIs)
+{
+    start();
+    Client client = connect();
+    Value answer;
+    const auto keep = [&answer](Value value) { answer = std::move(value); };
+    client.daemon->sensors(parseUntrusted(R"([{"key":"TC0P"},{"name":"keyless"},17])").value(), keep);
+    machine.runtime.runDue();
+    EXPECT_EQ(answer, parseUntrusted(R"([{"key":"TC0P","value":0.0},{"key":null,"value":0.0}])").value());
+    client.daemon->supportedSensors({}, keep);
+    machine.runtime.runDue();
+    EXPECT_EQ(answer, parseUntrusted(R"({"sensors":[],"fans":[]})").value());
+    for (const auto method : {&DaemonProtocol::armSensors, &DaemonProtocol::supportedFans}) {
+        (client.daemon.get()->*method)(Value(), keep);
+        machine.runtime.runDue();
+        EXPECT_EQ(answer, Value::array());
+    }
+    for (const auto method :
+        {&DaemonProtocol::stopT2Fans, &DaemonProtocol::startT2Fans, &DaemonProtocol::finalizeT2Fans}) {
+        answer = nullptr;
+        (client.daemon.get()->*method)(keep);
+        machine.runtime.runDue();
+        EXPECT_EQ(answer, (Value{{"result", 1}}));
+    }
+    request(client, 128);
+    ASSERT_EQ(client.link->count(128), 1);
+    EXPECT_EQ(client.link->received[0]->dictionary(), (Value{{"type", "128"}}));
+    client.daemon->smartTemps();
+    client.daemon->startSMARTStatus();
+    machine.runtime.runDue();
+    EXPECT_EQ(client.link->count(32), 1);
+    EXPECT_EQ(client.link->count(64), 1);
+    EXPECT_EQ(maskOf(client), 128 + 64) << "asking for the temperatures once adds no bit";
+}
+
+TEST_F(DaemonTest, NamesAreGivenForKnownProcessesOnly)
+{
+    start();
+    machine.runtime.advance(2.1);
+    Client client = connect();
+    Value answer;
+    client.daemon->infoForPids(parseUntrusted(R"([42, 4711, "42", 1, -1, 1e300, 42.0])").value(),
+        [&answer](Value value) { answer = std::move(value); });
+    machine.runtime.runDue();
+    EXPECT_EQ(answer,
+        parseUntrusted(R"([{"name":"worker","pid":42},{"name":"launchd","pid":1},{"name":"worker","pid":42.0}])")
+            .value());
+}
+
+TEST_F(DaemonTest, DisksAreReadOnlyWhileAClientWantsThem)
+{
+    int reads = 0;
+    int loads = 0;
+    CollectorPorts ports;
+    ports.loadDisks = [&] { ++loads; };
+    ports.updateDisks = [&](const std::function<void()>& done) {
+        ++reads;
+        done();
+    };
+    ports.diskStatus = [] { return Value::array({{{"key", "disk0"}}}); };
+    start(std::move(ports));
+    machine.runtime.advance(100);
+    EXPECT_EQ(loads, 0);
+
+    Client client = connect();
+    client.daemon->startSMARTStatus();
+    machine.runtime.runDue();
+    EXPECT_EQ(loads, 1);
+    machine.runtime.advance(61);
+    EXPECT_EQ(reads, 3) << "at once, then every 30 s";
+    EXPECT_EQ(client.link->count(64), 4);
+    client.daemon->stopSMARTStatus();
+    machine.runtime.advance(300);
+    EXPECT_EQ(reads, 3);
+    EXPECT_TRUE(daemon->smartNeedsUpdate());
+    client.daemon->startSMARTTemps();
+    machine.runtime.advance(31);
+    EXPECT_EQ(reads, 4) << "the schedule went on, idle";
+    EXPECT_EQ(loads, 1);
+}
+
+TEST_F(DaemonTest, TheBatteryIsPushedOnSourceChangesToWhoAskedForIt)
+{
+    int source = 1;
+    CollectorPorts ports;
+    ports.internalBattery = [&] { return std::optional(Dictionary{{"key", "battery"}, {"source", source}}); };
+    start(std::move(ports));
+    Client asking = connect();
+    Client other = connect();
+    request(asking, 128);
+    source = 2;
+    machine.notifications.post("PowerNotifierSourceChanged", nullptr);
+    machine.runtime.advance(10);
+    ASSERT_EQ(asking.link->count(128), 2);
+    EXPECT_EQ(asking.link->received[1]->dictionary()["battery"]["source"], 2);
+    EXPECT_EQ(other.link->count(128), 0);
+}
+
+TEST_F(DaemonTest, SleepIsRecordedOnlyWhenItsBeginningIsKnown)
+{
+    std::vector<std::pair<double, double>> sleeps;
+    int shutdowns = 0;
+    CollectorPorts ports;
+    ports.saveSleep = [&](double from, double until) { sleeps.emplace_back(from, until); };
+    ports.saveShutdownTime = [&] { ++shutdowns; };
+    start(std::move(ports));
+    daemon->powerManagerDidWake();
+    EXPECT_TRUE(sleeps.empty());
+    const double before = machine.runtime.wallTime();
+    daemon->powerManagerWillSleep();
+    EXPECT_EQ(shutdowns, 1);
+    machine.runtime.sleepMachine(3600);
+    daemon->powerManagerDidWake();
+    daemon->powerManagerDidWake();
+    EXPECT_EQ(sleeps, (std::vector{std::pair(before, before + 3600)}));
+    daemon->finalize();
+    EXPECT_EQ(shutdowns, 2);
+}
+
+TEST_F(DaemonTest, OnlyWhoOwnsTheMachineMayChangeItsNetwork)
+{
+    std::vector<std::string> refreshed;
+    CollectorPorts ports;
+    ports.refreshDHCP = [&](const std::string& name) {
+        refreshed.push_back(name);
+        return Result<void>();
+    };
+    start(std::move(ports));
+    const auto outcome = [&](Peer peer) {
+        std::optional<ErrorCode> error;
+        connect(peer).daemon->refreshDHCP(
+            "eth0", [&](Result<void> result) { error = result ? std::nullopt : std::optional(result.error().code); });
+        machine.runtime.runDue();
+        return error;
+    };
+    EXPECT_EQ(outcome({.uid = 1001, .gid = 1001, .known = true}), ErrorCode::NotPermitted);
+    EXPECT_EQ(outcome({.uid = 0, .gid = 0, .known = false}), ErrorCode::NotPermitted) << "0 is only a default here";
+    EXPECT_TRUE(refreshed.empty());
+    EXPECT_EQ(outcome({.uid = 0, .gid = 0, .known = true}), std::nullopt);
+    EXPECT_EQ(outcome({.uid = 1000, .gid = 1000, .known = true}), std::nullopt) << "sits at the machine";
+    EXPECT_EQ(refreshed.size(), 2U);
+}
+
+TEST_F(DaemonTest, StatusTellsTheCostAndWhatIsMissing)
+{
+    start();
+    machine.host.limitations->set("disk", "needs root");
+    machine.selfUsage().reading = {.cpuSeconds = 1.0, .residentBytes = 10'000'000, .wakeups = 20};
+    StatusReport report(*daemon, [] { return ListenerStatistics{.openConnections = 3}; });
+    machine.runtime.advance(10);
+    Dictionary status = report.build();
+    EXPECT_DOUBLE_EQ(status["usage"]["cpuPercent"], 10.0);
+    EXPECT_DOUBLE_EQ(status["usage"]["wakeupsPerSecond"], 2.0);
+    EXPECT_FALSE(status["usage"].contains("bytesWritten")) << "absent, not zero";
+    EXPECT_EQ(status["limitations"]["disk"], "needs root");
+    EXPECT_EQ(status["transport"]["openConnections"], 3);
+    EXPECT_EQ(status["passes"]["count"], 5);
+    EXPECT_EQ(status["passes"]["processes"], 2);
+    machine.selfUsage().reading.cpuSeconds = 1.5;
+    machine.runtime.advance(5);
+    EXPECT_DOUBLE_EQ(report.build()["usage"]["cpuPercent"], 10.0);
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,101 @@
+#include "tests/daemon/DaemonFixture.h"
+
+#include <limits>
+
+namespace meridal::test {
+namespace {
+
+TEST_F(DaemonTest, ACollectorBitLastsAsLongAsSomebodyHoldsIt)
+{
+    start();
+    Client first = connect();
+    Client second = connect();
+    request(first, 1);
+    request(second, 1);
+    stop(first, 1);
+    EXPECT_EQ(collector.updateMask(), 1U);
+    EXPECT_EQ(maskOf(first), 0);
+    stop(second, 1);
+    EXPECT_EQ(collector.updateMask(), 0U);
+}
+
+TEST_F(DaemonTest, KeysBeyondTheProcessListsStayWithTheirConnection)
+{
+    start();
+    Client client = connect();
+    for (const std::int64_t key : {32, 64, 128}) {
+        request(client, key);
+    }
+    EXPECT_EQ(maskOf(client), 224);
+    EXPECT_EQ(collector.updateMask(), 0U);
+}
+
+TEST_F(DaemonTest, ADisconnectReleasesEveryBitAndStopsCaptureForAll)
+{
+    start();
+    Client leaving = connect();
+    Client staying = connect();
+    for (const std::int64_t key : {1, 2, 4, 8, 16, 32, 64, 128}) {
+        request(leaving, key);
+    }
+    request(staying, 8);
+    ASSERT_EQ(collector.updateMask(), 31U);
+    ASSERT_EQ(called("stopCapture"), 0);
+
+    disconnect(leaving);
+    EXPECT_EQ(daemon->server().connections().size(), 1U);
+    EXPECT_EQ(maskOf(leaving), 0);
+    EXPECT_EQ(collector.updateMask(), 8U) << "the other client still holds it";
+    EXPECT_EQ(called("stopCapture"), 1) << "capture stops all the same";
+
+    const auto before = leaving.link->received.size();
+    machine.runtime.advance(10);
+    EXPECT_EQ(leaving.link->received.size(), before);
+}
+
+TEST_F(DaemonTest, MasksOfSeveralBitsAddAndSubtractAsNumbers)
+{
+    start();
+    Client client = connect();
+    request(client, 3);
+    EXPECT_EQ(maskOf(client), 3);
+    request(client, 5); // bit 1 is held already: nothing is added
+    EXPECT_EQ(maskOf(client), 3);
+    stop(client, 7); // partly held: taken off whole
+    EXPECT_EQ(maskOf(client), -4);
+}
+
+TEST_F(DaemonTest, AbsurdMasksHarmNobodyElse)
+{
+    start();
+    Client good = connect();
+    request(good, 1);
+    Client absurd = connect();
+    constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
+    constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+    for (const std::int64_t key : {smallest, largest, std::int64_t{-1}, std::int64_t{0}, smallest + 1}) {
+        request(absurd, key);
+        stop(absurd, key);
+        stop(absurd, smallest + 1);
+    }
+    disconnect(absurd);
+    EXPECT_EQ(maskOf(good), 1);
+    const auto before = good.link->count(1);
+    machine.runtime.advance(8.7);
+    EXPECT_GE(good.link->count(1), before + 4);
+}
+
+TEST_F(DaemonTest, ARequestThatArrivesAfterTheEndLeavesNoBitBehind)
+{
+    start();
+    Client client = connect();
+    client.daemon->ended();
+    client.daemon->startRequestWithKey(2, 1);
+    client.daemon->startSMARTStatus();
+    machine.runtime.runDue();
+    EXPECT_EQ(collector.updateMask(), 0U);
+    EXPECT_TRUE(client.link->received.empty());
+}
+
+} // namespace
+} // namespace meridal::test

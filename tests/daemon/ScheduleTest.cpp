@@ -1,0 +1,165 @@
+#include "tests/daemon/DaemonFixture.h"
+
+namespace meridal::test {
+namespace {
+
+std::vector<double> arrivals(VirtualRuntime& runtime, const FakeClient& client, int type, double seconds)
+{
+    std::vector<double> at;
+    const double start = runtime.monotonicTime();
+    auto seen = client.count(type);
+    for (int step = 1; step <= static_cast<int>(seconds * 10 + 0.5); ++step) {
+        runtime.advance(0.1);
+        for (; seen < client.count(type); ++seen) {
+            at.push_back(runtime.monotonicTime() - start);
+        }
+    }
+    return at;
+}
+
+TEST_F(DaemonTest, ARequestIsAnsweredAtOnceThenAfterPointSixThenEveryTwoSeconds)
+{
+    start();
+    machine.runtime.advance(1.3);
+    Client client = connect();
+    request(client, 1);
+    EXPECT_EQ(client.link->types(), (std::vector<int>{1, 1})) << "the current list, and that of the pass at once";
+    const auto at = arrivals(machine.runtime, *client.link, 1, 7);
+    ASSERT_EQ(at.size(), 4U);
+    EXPECT_NEAR(at[0], 0.6, 0.11);
+    EXPECT_NEAR(at[1], 2.6, 0.11);
+    EXPECT_NEAR(at[2], 4.6, 0.11);
+    EXPECT_NEAR(at[3], 6.6, 0.11);
+}
+
+TEST_F(DaemonTest, WithoutClientsOnlyTheCpuFiguresAreRead)
+{
+    start();
+    machine.processes().asked.clear();
+    machine.runtime.advance(6.5);
+    ASSERT_EQ(machine.processes().asked.size(), 3U);
+    for (const ProcessFields asked : machine.processes().asked) {
+        EXPECT_EQ(asked, ProcessFields::Cpu);
+    }
+    EXPECT_EQ(collector.updateMask(), 0U) << "widened for the pass only";
+}
+
+TEST_F(DaemonTest, EachClientGetsItsListsInTheFixedOrderAndItsOwnGrouping)
+{
+    start();
+    Client flat = connect();
+    Client grouped = connect();
+    grouped.daemon->enableHierachy();
+    for (const std::int64_t key : {4, 16, 2, 1}) {
+        request(flat, key);
+    }
+    request(grouped, 1);
+    flat.link->received.clear();
+    grouped.link->received.clear();
+    machine.runtime.advance(0.7);
+    EXPECT_EQ(flat.link->types(), (std::vector<int>{1, 2, 16, 4}));
+    EXPECT_EQ(grouped.link->types(), (std::vector<int>{1}));
+    EXPECT_EQ(flat.link->received[0]->dictionary()["processes"].size(), 2U);
+}
+
+TEST_F(DaemonTest, OneEnvelopeServesEveryClientThatWantsTheSameList)
+{
+    start();
+    Client first = connect();
+    Client second = connect();
+    Client grouped = connect();
+    grouped.daemon->enableHierachy();
+    for (Client* client : {&first, &second, &grouped}) {
+        request(*client, 16);
+        client->link->received.clear();
+    }
+    first.link->received.clear();
+    second.link->received.clear();
+    machine.runtime.advance(0.7);
+    ASSERT_EQ(first.link->received.size(), 1U);
+    EXPECT_EQ(first.link->received[0], second.link->received[0]);
+    EXPECT_NE(first.link->received[0], grouped.link->received[0]);
+}
+
+TEST_F(DaemonTest, NetworkListsGoToEveryClientWhileAnybodyWantsThem)
+{
+    start();
+    Client asking = connect();
+    Client other = connect();
+    request(asking, 8);
+    EXPECT_EQ(called("startCapture"), 1);
+    asking.link->received.clear();
+    other.link->received.clear();
+    machine.runtime.advance(0.7);
+    EXPECT_EQ(asking.link->count(8), 1);
+    EXPECT_EQ(other.link->count(8), 1);
+    EXPECT_TRUE(asking.link->received[0]->dictionary().contains("upload"));
+    EXPECT_TRUE(asking.link->received[0]->dictionary().contains("download"));
+}
+
+TEST_F(DaemonTest, AStormOfRequestsCostsAFewPassesAndOthersKeepTheirCadence)
+{
+    start();
+    Client steady = connect();
+    request(steady, 1);
+    machine.runtime.advance(5);
+    machine.processes().asked.clear();
+    steady.link->received.clear();
+    Client storm = connect();
+    for (int tenth = 0; tenth < 60; ++tenth) {
+        for (int i = 0; i < 200; ++i) {
+            storm.daemon->startRequestWithKey(2, 1);
+            storm.daemon->stopRequestWithKey(2);
+        }
+        machine.runtime.advance(0.1);
+    }
+    EXPECT_LT(machine.processes().asked.size(), 6 / 0.6 * 10) << "12,000 requests in 6 seconds";
+    EXPECT_GE(steady.link->count(1), 3);
+    disconnect(storm);
+    machine.runtime.advance(1);
+    steady.link->received.clear();
+    machine.runtime.advance(8);
+    EXPECT_EQ(steady.link->count(1), 4) << "back to every two seconds";
+}
+
+TEST_F(DaemonTest, ClocksThatStepAndMachinesThatSleepNeitherStopNorBurstTheSchedule)
+{
+    start();
+    Client client = connect();
+    request(client, 1);
+    machine.runtime.advance(4.7);
+    for (const double step : {-86'400.0, 86'400.0 * 365}) {
+        client.link->received.clear();
+        machine.runtime.stepWallClock(step);
+        machine.runtime.advance(4);
+        EXPECT_EQ(client.link->count(1), 2);
+    }
+    client.link->received.clear();
+    machine.runtime.sleepMachine(3600);
+    machine.runtime.jump(100); // and an overloaded minute and a half after it
+    machine.runtime.advance(4);
+    EXPECT_LE(client.link->count(1), 4);
+}
+
+TEST_F(DaemonTest, ReadyIsAnnouncedAfterASecondOnce)
+{
+    start();
+    EXPECT_TRUE(machine.distributed().posted.empty());
+    machine.runtime.advance(20);
+    EXPECT_EQ(machine.distributed().posted, std::vector<std::string>{"MeridalDaemonXPCReady"});
+}
+
+TEST_F(DaemonTest, ADaemonThatEndsTakesItsTimersWithIt)
+{
+    start();
+    Client client = connect();
+    request(client, 1);
+    daemon.reset();
+    const auto passes = machine.processes().asked.size();
+    machine.runtime.advance(60);
+    EXPECT_EQ(machine.processes().asked.size(), passes);
+    EXPECT_TRUE(machine.distributed().posted.empty());
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,284 @@
+#!/usr/bin/env python3
+"""The whole daemon as its users meet it: a real process, a real socket, real signals, this machine's processes.
+
+    daemon_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
+
+Nothing here sleeps: every wait is for an event (a notification, an envelope, an exit) with a generous deadline.
+"""
+import ctypes
+import json
+import os
+import pwd
+import shutil
+import signal
+import socket
+import stat
+import subprocess
+import sys
+import tempfile
+import unittest
+
+DEADLINE = 60  # s; met at once on a healthy machine, long enough for a sanitizer on a busy one
+BUILD = None
+
+
+class Client:
+    """One connection; envelopes that come between answers are kept in `envelopes`."""
+
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(DEADLINE)
+        self.socket.connect(path)
+        self.lines = self.socket.makefile("rb")
+        self.envelopes = []
+        self.last_id = 0
+
+    def send(self, method, *params, **more):
+        self.socket.sendall(json.dumps({"jsonrpc": "2.0", "method": method, "params": list(params), **more}).encode() + b"\n")
+
+    def read(self):
+        line = self.lines.readline()
+        if not line:
+            raise EOFError("the daemon closed the connection")
+        return json.loads(line)
+
+    def call(self, method, *params):
+        self.last_id += 1
+        self.send(method, *params, id=self.last_id)
+        while True:
+            message = self.read()
+            if message.get("id") == self.last_id:
+                if "error" in message:
+                    raise RuntimeError(message["error"])
+                return message["result"]
+            self.envelopes.append(message["params"][0])
+
+    def envelope(self, wanted):
+        """The next envelope that satisfies a condition."""
+        while True:
+            while self.envelopes:
+                envelope = self.envelopes.pop(0)
+                if wanted(envelope):
+                    return envelope
+            self.envelopes.append(self.read()["params"][0])
+
+    def close(self):
+        self.lines.close()
+        self.socket.close()
+
+
+class Daemon:
+    def __init__(self, root, *arguments, user=None):
+        self.root = root
+        self.socket_path = os.path.join(root, "run", "daemon.sock")
+        self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.notify.settimeout(DEADLINE)
+        notify_path = os.path.join(root, "notify")
+        if os.path.exists(notify_path):
+            os.unlink(notify_path)
+        self.notify.bind(notify_path)
+        os.chmod(notify_path, 0o777)
+        self.process = subprocess.Popen(
+            [os.path.join(BUILD, "meridald"), "--root", root, *arguments],
+            env=dict(os.environ, NOTIFY_SOCKET=notify_path), stdin=subprocess.DEVNULL, stderr=subprocess.PIPE,
+            user=user, group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
+
+    def wait_ready(self):
+        while b"READY=1" not in self.notify.recv(4096).split(b"\n"):
+            pass
+        return self
+
+    def client(self):
+        return Client(self.socket_path)
+
+    def stop(self, number=signal.SIGTERM):
+        self.process.send_signal(number)
+        return self.wait()
+
+    def wait(self):
+        status = self.process.wait(DEADLINE)
+        self.errors = self.process.stderr.read().decode()
+        self.process.stderr.close()
+        self.notify.close()
+        return status
+
+    def read_log(self):
+        folder = os.path.join(self.root, "log")
+        return "".join(open(os.path.join(folder, f)).read() for f in sorted(os.listdir(folder)) if f != "mas-daemon.log")
+
+
+class DaemonTest(unittest.TestCase):
+    def setUp(self):
+        self.root = tempfile.mkdtemp(prefix="meridal-test-")
+        os.chmod(self.root, 0o777)
+        self.daemons = []
+        self.children = []
+
+    def tearDown(self):
+        for daemon in self.daemons:
+            if daemon.process.poll() is None:
+                daemon.process.kill()
+                daemon.wait()
+        for child in self.children:
+            child.kill()
+            child.wait()
+        shutil.rmtree(self.root, ignore_errors=True)
+
+    def start(self, *arguments, **options):
+        daemon = Daemon(self.root, *arguments, **options)
+        self.daemons.append(daemon)
+        return daemon
+
+    def spawn(self, code):
+        """A child of ours that has printed a line when this returns."""
+        child = subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE)
+        self.children.append(child)
+        child.stdout.readline()
+        child.stdout.close()
+        return child
+
+    def test_serves_and_ends_in_order(self):
+        for number in (signal.SIGTERM, signal.SIGINT):
+            daemon = self.start().wait_ready()
+            client = daemon.client()
+            self.assertIs(client.call("exists:"), True)
+            version, build = client.call("version:")
+            self.assertAlmostEqual(version, 6.6, places=5)
+            self.assertEqual(build, 1177)
+            mode = os.stat(daemon.socket_path).st_mode
+            self.assertEqual(stat.S_IMODE(mode) & 0o666, 0o666, "every local user may connect")
+            self.assertEqual(daemon.stop(number), 0)
+            self.assertFalse(os.path.exists(daemon.socket_path))
+            client.close()
+        words = ["Prepating smc", "Prepating network", "Preparing smart", "Preparing processes", "Preparing battery",
+                 "Preparing power notifier", "Preparing bandwidth", "Starting network", "Starting processes", "Daemon started"]
+        log = daemon.read_log()
+        places = [log.find(word) for word in words]
+        self.assertNotIn(-1, places, log)
+        self.assertEqual(places, sorted(places))
+        self.assertEqual(log.count("Daemon started"), 2, "a second run adds to the same log")
+
+    def test_one_daemon_a_root_and_a_dead_one_is_replaced(self):
+        first = self.start().wait_ready()
+        second = self.start()
+        self.assertEqual(second.wait(), 1)
+        self.assertIn("already runs", second.errors)
+        self.assertIn(str(first.process.pid), second.errors)
+        self.assertEqual(len(second.errors.strip().splitlines()), 1, second.errors)
+        client = first.client()
+        self.assertIs(client.call("exists:"), True)
+        client.close()
+
+        first.process.kill()
+        first.wait()
+        self.assertTrue(os.path.exists(first.socket_path), "a killed daemon leaves its socket behind")
+        third = self.start().wait_ready()
+        client = third.client()
+        self.assertIs(client.call("exists:"), True)
+        client.close()
+        self.assertEqual(third.stop(), 0)
+
+    def test_standard_error_goes_to_its_log_unless_a_development_tool_started_us(self):
+        error_log = os.path.join(self.root, "log", "mas-daemon.log")
+        os.makedirs(os.path.dirname(error_log))
+        for size, kept in ((3_145_728, True), (3_145_729, False)):
+            with open(error_log, "wb") as file:
+                file.truncate(size)
+            self.assertEqual(self.start().wait_ready().stop(), 0)
+            self.assertEqual(os.path.getsize(error_log) >= size, kept, f"{size} bytes")
+        os.unlink(error_log)
+        self.assertEqual(self.start("/Applications/xCoDe.app/Contents").wait_ready().stop(), 0)
+        self.assertFalse(os.path.exists(error_log))
+
+    def test_wrong_arguments_are_named(self):
+        daemon = self.start("--nonsense")
+        self.assertNotEqual(daemon.wait(), 0)
+        self.assertIn("--nonsense", daemon.errors)
+
+    def test_a_busy_process_and_its_name_of_any_bytes(self):
+        child = self.spawn("import ctypes\n"
+                           "ctypes.CDLL(None).prctl(15, b'ev)il \\xff\\n\\x1b[2J', 0, 0, 0)\n"
+                           "print('up', flush=True)\nwhile True: pass")
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        client.call("startRequestWithKey:interval:", 1, 1)
+        key = str(child.pid)
+
+        def busy(envelope):
+            return any(row["key"] == key and float(row["c"]) > 20 for row in envelope["processes"])
+
+        rows = client.envelope(busy)["processes"]
+        self.assertLessEqual(len(rows), 20)
+        shares = [float(row["c"]) for row in rows]
+        self.assertEqual(shares, sorted(shares, reverse=True))
+        name = client.call("infoForPids:reply:", [child.pid, 2 ** 31 - 1])
+        self.assertEqual(name, [{"name": "ev)il \ufffd\n\x1b[2J", "pid": child.pid}])
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+    def test_memory_and_energy_of_a_known_child(self):
+        child = self.spawn("import time\nblock = bytearray(b'x') * (300 << 20)\nprint('up', flush=True)\ntime.sleep(600)")
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        for key in (2, 16, 4):
+            client.call("startRequestWithKey:interval:", key, 1)
+        memory = client.envelope(lambda e: e["type"] == "2" and any(r["key"] == str(child.pid) for r in e["processes"]))
+        row = next(r for r in memory["processes"] if r["key"] == str(child.pid))
+        self.assertGreater(float(row["m"]), 300 << 20)
+        self.assertLess(float(row["m"]), 330 << 20)
+        energy = client.envelope(lambda e: e["type"] == "16")
+        self.assertTrue(all({"key", "name", "score", "bundle"} <= set(r) for r in energy["processes"]))
+        self.assertGreater(len(energy["processes"]), 3, "every process is on the energy list")
+        disk = client.envelope(lambda e: e["type"] == "4")
+        self.assertTrue({"read", "write"} <= set(disk))
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs root to become another user")
+    def test_an_ordinary_user_gets_what_the_kernel_shows_and_is_told_what_is_missing(self):
+        nobody = pwd.getpwnam("nobody").pw_uid
+        daemon = self.start(user=nobody).wait_ready()
+        client = daemon.client()
+        client.call("startRequestWithKey:interval:", 4, 1)
+        status = client.call("status")
+        self.assertIn("disk", status["limitations"])
+        self.assertEqual(client.call("startRequestWithKey:interval:", 1, 1), None)
+        rows = client.envelope(lambda e: e["type"] == "1")["processes"]
+        self.assertGreater(len(rows), 2, "CPU figures of every user's processes")
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+        self.assertEqual(daemon.read_log().count("Not to be had here"), 1)
+
+    def test_status_is_about_this_process(self):
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        status = client.call("status")
+        self.assertEqual(status["clients"], 1)
+        self.assertGreater(status["usage"]["residentBytes"], 1 << 20)
+        self.assertGreater(status["usage"]["cpuSeconds"], 0)
+        self.assertEqual(status["transport"]["openConnections"], 1)
+        self.assertEqual(status["paths"]["socket"], daemon.socket_path)
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+    def test_clients_that_die_in_every_way_cost_nothing(self):
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        for _ in range(200):
+            other = daemon.client()
+            for key in (1, 2, 4, 8, 16, 128):
+                other.send("startRequestWithKey:interval:", key, 1)
+            other.socket.sendall(b'{"jsonrpc":"2.0","meth')
+            other.close()
+        # The closes are seen in their own time: ask until they have been.
+        while client.call("status")["clients"] > 1:
+            pass
+        self.assertIs(client.call("exists:"), True)
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+
+if __name__ == "__main__":
+    BUILD = os.path.abspath(sys.argv.pop(1) if len(sys.argv) > 1 and os.path.isdir(sys.argv[1]) else os.environ["MERIDAL_BUILD_DIR"])
+    ctypes.CDLL(None).prctl(1, signal.SIGKILL, 0, 0, 0)  # our children's parent must not outlive ctest's timeout
+    unittest.main(verbosity=2)

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "collectors/process/ProcessStatCollector.h"
+#include "tests/support/FakeHost.h"
+
+#include <gtest/gtest.h>
+
+namespace meridal::test {
+
+constexpr std::uint32_t everyList = mask(ProcessList::Cpu) | mask(ProcessList::Memory) | mask(ProcessList::Disk)
+    | mask(ProcessList::Network) | mask(ProcessList::Energy);
+
+/// A machine whose CPU times are in nanoseconds, and a collector on it that wants every list.
+class ProcessFixture : public ::testing::Test {
+protected:
+    static constexpr std::uint64_t second = 1'000'000'000;
+
+    FakeProcessSource& source() { return machine.processes(); }
+
+    /// A live process of which every group of figures can be read.
+    static ProcessRecord process(std::int32_t pid, std::int32_t parent = 1, std::string_view name = "worker")
+    {
+        ProcessRecord record;
+        record.pid = pid;
+        record.parentPid = parent;
+        record.present = ProcessFields::All;
+        record.startIdentity = static_cast<std::uint64_t>(pid);
+        record.name = name;
+        return record;
+    }
+    void set(std::int32_t pid, std::int32_t parent = 1, std::string_view name = "worker")
+    {
+        source().set(process(pid, parent, name));
+    }
+    /// The row of a process, to change its counters.
+    ProcessRecord& row(std::int32_t pid)
+    {
+        return *std::find_if(
+            source().rows.begin(), source().rows.end(), [&](const auto& each) { return each.pid == pid; });
+    }
+    const ProcessStatCollectorItem& item(std::int32_t pid) { return *collector().processForPid(pid); }
+
+    void update() { collector().update(); }
+    void updateAfter(double seconds)
+    {
+        machine.runtime.advance(seconds);
+        update();
+    }
+
+    /// Made at first use, so that a test can choose the release and the time base before.
+    ProcessStatCollector& collector()
+    {
+        if (!collector_) {
+            collector_ = std::make_unique<ProcessStatCollector>(machine.context);
+            collector_->setUpdateMask(everyList);
+        }
+        return *collector_;
+    }
+
+    FakeMachine machine;
+
+private:
+    std::unique_ptr<ProcessStatCollector> collector_;
+};
+
+} // namespace meridal::test

@@ -1,0 +1,136 @@
+#include "collectors/process/ProcessNames.h"
+
+#include "base/Value.h"
+#include "tests/process/ProcessFixture.h"
+
+#include <rapidcheck.h>
+
+namespace meridal {
+namespace {
+
+class ProcessNamesTest : public test::ProcessFixture {
+protected:
+    const std::string cut_ = "a-desktop-portal"; // as long as a name can be
+    std::string shownName(std::int32_t pid)
+    {
+        return collector().sharingNameForProcess(*collector().processForPid(pid));
+    }
+};
+
+TEST_F(ProcessNamesTest, NameThatMayBeCutIsAskedForWhenShownAndOnce)
+{
+    ASSERT_EQ(cut_.size(), source().nameLimit());
+    set(7, 1, cut_);
+    set(8, 1, "short");
+    source().paths[7] = "/usr/libexec/a-desktop-portal-gtk";
+    update();
+    EXPECT_FALSE(item(7).loadedName());
+    EXPECT_TRUE(item(8).loadedName());
+    EXPECT_EQ(source().pathLookups, 0);
+    EXPECT_EQ(shownName(7), "a-desktop-portal-gtk");
+    EXPECT_EQ(shownName(7), "a-desktop-portal-gtk");
+    EXPECT_EQ(shownName(8), "short");
+    EXPECT_TRUE(item(7).loadedName());
+    EXPECT_EQ(source().pathLookups, 1);
+}
+
+TEST_F(ProcessNamesTest, ProgramsThatShareACutNameKeepTheirOwn)
+{
+    set(7, 1, cut_);
+    source().paths[7] = "/usr/libexec/a-desktop-portal-gtk";
+    update();
+    shownName(7);
+    set(8, 1, cut_);
+    set(9, 1, cut_);
+    set(10, 1, cut_);
+    source().paths[8] = "/usr/libexec/a-desktop-portal-gnome";
+    source().paths[9] = "/usr/libexec/a-desktop-portal";
+    updateAfter(2);
+    EXPECT_EQ(item(8).name(), "a-desktop-portal-gtk") << "the best guess until it is asked";
+    EXPECT_EQ(shownName(8), "a-desktop-portal-gnome");
+    EXPECT_EQ(shownName(9), cut_);
+    EXPECT_EQ(shownName(10), "a-desktop-portal-gtk") << "may not be asked, so the guess stays";
+}
+
+TEST_F(ProcessNamesTest, EmptyNameIsAskedForAtOnce)
+{
+    set(7, 1, "");
+    set(8, 1, "");
+    source().paths[7] = "/opt/tool";
+    update();
+    EXPECT_EQ(item(7).name(), "tool");
+    EXPECT_EQ(item(8).name(), "");
+    EXPECT_TRUE(item(8).loadedName());
+}
+
+TEST_F(ProcessNamesTest, TraitsOfNames)
+{
+    EXPECT_TRUE(traitsOfName("Safari Web Content").safariWebContent);
+    EXPECT_TRUE(traitsOfName("COM.apple.WebKit").safariWebContent);
+    EXPECT_FALSE(traitsOfName("a com.apple.web").safariWebContent);
+    for (const auto* name : {"bash", "sudo", "iTerm2", "Terminal", "ruby2.7", "perl5", "my XPCProxy", "fish"}) {
+        EXPECT_TRUE(traitsOfName(name).startsCommands) << name;
+    }
+    for (const auto* name : {"Bash", "bashful", "terminals", "a ruby", "login2", ""}) {
+        EXPECT_FALSE(traitsOfName(name).startsCommands) << name;
+    }
+    EXPECT_TRUE(traitsOfName("nginx: worker").standsAlone && traitsOfName("sh").standsAlone);
+    EXPECT_FALSE(traitsOfName("shell").standsAlone);
+
+    set(2, 0, "launchd_sim");
+    set(3, 0, "Launchd");
+    set(1, 0, "init");
+    update();
+    EXPECT_TRUE(item(2).isLaunchd());
+    EXPECT_FALSE(item(3).isLaunchd()) << "case matters";
+    EXPECT_TRUE(item(1).isLaunchd()) << "whatever it calls itself";
+}
+
+TEST_F(ProcessNamesTest, HostileNamesBecomeText)
+{
+    set(7, 1, "\xFF\xFE\x01\"\\\n");
+    set(8, 1, "0123456789abcde\xC3"); // cut in the middle of a letter
+    source().paths[8] = "/x/0123456789abcde\xC3\xA9";
+    set(9, 1, "in/the/way");
+    update();
+    collector().setSharingProcessCPUCount(10);
+    const Dictionary list = collector().cpuProcesses(false);
+    EXPECT_NO_THROW(list.dump()); // strict: throws on bytes that are not text
+    EXPECT_EQ(shownName(8), "0123456789abcde\xC3\xA9");
+
+    const bool holds = rc::check("any bytes, any path", [this](const std::string& name, const std::string& path) {
+        ProcessRecord record = process(50, 1, name);
+        record.startIdentity = *rc::gen::arbitrary<std::uint64_t>();
+        source().set(record);
+        source().paths[50] = path;
+        update();
+        RC_ASSERT(!collector().powerProcesses(false).dump().empty());
+    });
+    EXPECT_TRUE(holds);
+}
+
+TEST_F(ProcessNamesTest, CacheForgetsWhenItIsFull)
+{
+    ProcessNameCache cache;
+    for (std::size_t number = 0; number < 3 * ProcessNameCache::capacity; ++number) {
+        cache.store(std::to_string(number), "x");
+        ASSERT_LE(cache.size(), ProcessNameCache::capacity);
+    }
+    EXPECT_NE(cache.find(std::to_string(3 * ProcessNameCache::capacity - 1)), nullptr);
+}
+
+TEST_F(ProcessNamesTest, WebContentShowsItsPages)
+{
+    set(7, 1, "Safari Web Cont");
+    set(8, 1, "other");
+    update();
+    EXPECT_EQ(shownName(7), "Safari Web Cont");
+    const std::vector<std::string> urls = {"https://www.example.org/a", "http://b.example"};
+    collector().processForPid(7)->setSafariURLS(urls);
+    collector().processForPid(8)->setSafariURLS(urls);
+    EXPECT_EQ(shownName(7), "example.org/a, b.example");
+    EXPECT_EQ(shownName(8), "other");
+}
+
+} // namespace
+} // namespace meridal

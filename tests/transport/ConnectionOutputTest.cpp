@@ -1,0 +1,87 @@
+#include "daemon/transport/ConnectionInbox.h"
+#include "daemon/transport/OutputQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+
+namespace meridal {
+namespace {
+
+EnvelopePtr envelope(const char* type, int number)
+{
+    return std::make_shared<const Envelope>(Dictionary{{"type", type}, {"number", number}});
+}
+
+TEST(ConnectionInbox, NewestOfATypeWinsAndKeepsItsPlace)
+{
+    ConnectionInbox inbox;
+    EXPECT_FALSE(inbox.put(envelope("1", 1)));
+    EXPECT_FALSE(inbox.put(envelope("2", 1)));
+    EXPECT_TRUE(inbox.put(envelope("1", 2)));
+    EXPECT_FALSE(inbox.put(envelope("16", 1)));
+    EXPECT_TRUE(inbox.put(envelope("2", 2)));
+    EXPECT_EQ(inbox.takeEnvelope()->dictionary(), (Dictionary{{"type", "1"}, {"number", 2}}));
+    EXPECT_EQ(inbox.takeEnvelope()->dictionary(), (Dictionary{{"type", "2"}, {"number", 2}}));
+    EXPECT_FALSE(inbox.put(envelope("1", 3))) << "one that was taken is not replaced";
+    EXPECT_EQ(inbox.takeEnvelope()->type(), 16);
+    EXPECT_EQ(inbox.takeEnvelope()->type(), 1);
+    EXPECT_EQ(inbox.takeEnvelope(), nullptr);
+}
+
+TEST(ConnectionInbox, WakesOnceUntilHeardAndNeverAfterClosing)
+{
+    ConnectionInbox inbox;
+    int wakes = 0;
+    inbox.put(envelope("1", 1));
+    inbox.open([&] { ++wakes; });
+    EXPECT_EQ(wakes, 1) << "for what came before";
+    inbox.put(envelope("1", 2));
+    inbox.put(JsonRpcOutcome{});
+    EXPECT_EQ(wakes, 1);
+    inbox.awake();
+    EXPECT_TRUE(inbox.takeOutcome());
+    EXPECT_FALSE(inbox.takeOutcome());
+    inbox.put(envelope("1", 3));
+    EXPECT_EQ(wakes, 2);
+    inbox.awake();
+    inbox.close();
+    inbox.put(envelope("1", 4));
+    inbox.put(JsonRpcOutcome{});
+    EXPECT_EQ(wakes, 2);
+    EXPECT_EQ(inbox.takeEnvelope(), nullptr);
+    EXPECT_FALSE(inbox.takeOutcome());
+}
+
+TEST(OutputQueue, AnswersAndEnvelopesTakeTurnsInWholeLines)
+{
+    std::deque<SharedLine> waiting;
+    OutputQueue output([&] {
+        SharedLine next;
+        if (!waiting.empty()) {
+            next = waiting.front();
+            waiting.pop_front();
+        }
+        return next;
+    });
+    EXPECT_TRUE(output.front().empty());
+    for (const char* text : {"envelope 1\n", "envelope 2\n", "envelope 3\n"}) {
+        waiting.push_back(std::make_shared<const std::string>(text));
+    }
+    output.addAnswer("answer 1\n");
+    std::string written;
+    for (auto bytes = output.front(); !bytes.empty(); bytes = output.front()) {
+        if (written.size() == 3) {
+            output.addAnswer("answer 2\n"); // while a line is half written
+            EXPECT_EQ(output.unsentAnswers(), 18U);
+        }
+        const auto count = std::min<std::size_t>(3, bytes.size());
+        written += bytes.substr(0, count);
+        output.consume(count);
+    }
+    EXPECT_EQ(written, "envelope 1\nanswer 1\nanswer 2\nenvelope 2\nenvelope 3\n");
+    EXPECT_EQ(output.unsentAnswers(), 0U);
+}
+
+} // namespace
+} // namespace meridal

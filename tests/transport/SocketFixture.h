@@ -1,0 +1,268 @@
+#pragma once
+
+#include "base/Runtime.h"
+#include "daemon/transport/UnixSocketListener.h"
+#include "tests/transport/FakeDaemon.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace meridal::test {
+
+/// A queue with a real thread, as the daemon's main queue has.
+class QueueThread final : public Queue {
+public:
+    QueueThread() : thread_([this] { work(); }) { }
+    ~QueueThread() override
+    {
+        post([this] { stopped_ = true; });
+        thread_.join();
+    }
+    void post(Task task) override
+    {
+        const std::lock_guard lock(mutex_);
+        tasks_.push_back(std::move(task));
+        deepest_ = std::max(deepest_, tasks_.size());
+        changed_.notify_one();
+    }
+    void runAndWait(const Task& task) override
+    {
+        std::promise<void> done;
+        post([&] {
+            task();
+            done.set_value();
+        });
+        done.get_future().wait();
+    }
+    bool isCurrent() const override { return std::this_thread::get_id() == thread_.get_id(); }
+    const std::string& label() const override { return label_; }
+    /// The most tasks that ever waited at once.
+    std::size_t deepest() const
+    {
+        const std::lock_guard lock(mutex_);
+        return deepest_;
+    }
+
+private:
+    void work()
+    {
+        while (!stopped_) {
+            std::unique_lock lock(mutex_);
+            changed_.wait(lock, [this] { return !tasks_.empty(); });
+            const Task task = std::move(tasks_.front());
+            tasks_.pop_front();
+            lock.unlock();
+            task();
+        }
+    }
+
+    std::string label_ = "main";
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Task> tasks_;
+    std::size_t deepest_ = 0;
+    bool stopped_ = false; // on the thread
+    std::thread thread_;
+};
+
+/// A client on a real socket. Reads and writes block; half a minute of silence counts as a failure, so that a hang
+/// shows as one.
+class Client {
+public:
+    Client() : descriptor_(::socket(AF_UNIX, SOCK_STREAM, 0))
+    {
+        const timeval limit{30, 0};
+        setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+        setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+    }
+    explicit Client(const std::filesystem::path& path) : Client() { EXPECT_TRUE(connect(path)); }
+    Client(Client&& other) noexcept
+        : descriptor_(std::exchange(other.descriptor_, -1)), received_(std::move(other.received_))
+    {
+    }
+    Client& operator=(Client&&) = delete;
+    ~Client() { close(); }
+
+    bool connect(const std::filesystem::path& path) const
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+        return ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    }
+    void close()
+    {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+        }
+        descriptor_ = -1;
+    }
+    void endOutput() const { ::shutdown(descriptor_, SHUT_WR); }
+
+    /// Sends everything; false when the other end is gone.
+    bool send(std::string_view bytes) const
+    {
+        while (!bytes.empty()) {
+            const ssize_t count = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            if (count <= 0) {
+                return false;
+            }
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        }
+        return true;
+    }
+    /// Sends what the socket takes at once.
+    std::size_t trySend(std::string_view bytes) const
+    {
+        const ssize_t count = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        return count < 0 ? 0 : static_cast<std::size_t>(count);
+    }
+    /// The next line without its end; nothing when the connection was ended.
+    std::optional<std::string> line()
+    {
+        for (;;) {
+            if (const auto end = received_.find('\n', begin_); end != std::string::npos) {
+                std::string line = received_.substr(begin_, end - begin_);
+                begin_ = end + 1;
+                if (begin_ == received_.size()) {
+                    received_ = {};
+                    begin_ = 0;
+                }
+                return line;
+            }
+            received_.erase(0, begin_);
+            begin_ = 0;
+            char bytes[16384];
+            const ssize_t count = ::recv(descriptor_, bytes, sizeof(bytes), 0);
+            if (count <= 0) {
+                EXPECT_FALSE(count < 0 && errno == EAGAIN) << "silence for half a minute";
+                return std::nullopt;
+            }
+            received_.append(bytes, static_cast<std::size_t>(count));
+        }
+    }
+    std::string ask(std::string_view request)
+    {
+        EXPECT_TRUE(send(std::string(request) + "\n"));
+        return line().value_or("(ended)");
+    }
+
+private:
+    int descriptor_;
+    std::string received_;
+    std::size_t begin_ = 0;
+};
+
+inline const std::string existsRequest = R"({"jsonrpc":"2.0","id":1,"method":"exists:"})";
+inline const std::string existsAnswer = R"({"jsonrpc":"2.0","id":1,"result":true})";
+
+/// A listener with fake daemon objects behind it, in a folder of its own.
+class SocketFixture : public testing::Test, protected ListenerDelegate {
+protected:
+    /// What the daemon holds for one client.
+    struct Served {
+        std::shared_ptr<ClientLink> link;
+        std::shared_ptr<FakeExportedConnection> exported;
+    };
+
+    SocketFixture()
+    {
+        std::string pattern = std::filesystem::temp_directory_path() / "meridal-test-XXXXXX";
+        folder = mkdtemp(pattern.data());
+        path = folder / "run" / "daemon.sock";
+    }
+    ~SocketFixture() override
+    {
+        listener.reset();
+        std::filesystem::remove_all(folder);
+    }
+
+    void listen()
+    {
+        auto result = UnixSocketListener::listen(path, *this, &named, mainQueue);
+        ASSERT_TRUE(result) << result.error().message;
+        listener = std::move(*result);
+    }
+
+    std::shared_ptr<ExportedConnection> shouldAcceptNewConnection(std::shared_ptr<ClientLink> client) override
+    {
+        if (turnAway) {
+            return nullptr;
+        }
+        auto exported = std::make_shared<FakeExportedConnection>();
+        const std::lock_guard lock(mutex);
+        served.push_back({std::move(client), exported});
+        if (prepare) {
+            prepare(*exported, served.size() - 1);
+        }
+        changed.notify_all();
+        return exported;
+    }
+
+    /// The daemon's side of the n-th client, counted from 0; waits for it to be accepted.
+    Served client(std::size_t index)
+    {
+        std::unique_lock lock(mutex);
+        EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(30), [&] { return served.size() > index; }));
+        return served.at(index);
+    }
+    /// Waits until a condition that some connection brings about holds; every "exists:" of a client of ours is a point
+    /// at which the listener's thread has gone on.
+    template <typename Condition>
+    bool eventually(const Condition& holds)
+    {
+        Client prober(path);
+        for (int i = 0; i < 200'000; ++i) {
+            if (holds()) {
+                return true;
+            }
+            if (prober.ask(existsRequest) != existsAnswer) {
+                return false;
+            }
+        }
+        return false;
+    }
+
+    std::filesystem::path folder;
+    std::filesystem::path path;
+    QueueThread mainQueue;
+    FakeNamedMethods named;
+    std::mutex mutex; // of served
+    std::condition_variable changed;
+    std::vector<Served> served;
+    std::function<void(FakeExportedConnection&, std::size_t index)> prepare; ///< set up before the client is served
+    std::atomic<bool> turnAway{false};
+    std::unique_ptr<UnixSocketListener> listener;
+};
+
+inline EnvelopePtr envelope(const char* type, int number, std::size_t padding = 0)
+{
+    return std::make_shared<const Envelope>(
+        Dictionary{{"type", type}, {"number", number}, {"padding", std::string(padding, 'p')}});
+}
+
+/// The dictionary inside a pushed line; null when the line is something else.
+inline Value envelopeIn(const std::string& line)
+{
+    const auto message = parseUntrusted(line);
+    const Value* parameters = message ? find(*message, "params") : nullptr;
+    return parameters && parameters->size() == 1 ? (*parameters)[0] : Value();
+}
+
+} // namespace meridal::test

@@ -1,0 +1,293 @@
+#include "tests/transport/SocketFixture.h"
+
+#include <fstream>
+#include <sys/stat.h>
+
+namespace meridal {
+namespace {
+
+using test::Client;
+using test::envelope;
+using test::existsAnswer;
+using test::existsRequest;
+
+class UnixSocketListenerTest : public test::SocketFixture { };
+
+mode_t modeOf(const std::filesystem::path& path)
+{
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+TEST_F(UnixSocketListenerTest, SocketIsForEveryoneAndLeavesNothingBehind)
+{
+    const mode_t before = umask(077);
+    listen();
+    umask(before);
+    EXPECT_EQ(modeOf(path), 0666);
+    EXPECT_EQ(modeOf(path.parent_path()), 0755);
+    EXPECT_EQ(Client(path).ask(existsRequest), existsAnswer);
+    listener.reset();
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(UnixSocketListenerTest, StaleSocketIsTakenOverAndOtherFilesAreNot)
+{
+    std::filesystem::create_directories(path.parent_path());
+    const int dead = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ASSERT_EQ(bind(dead, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    close(dead);
+    listen();
+    EXPECT_EQ(Client(path).ask(existsRequest), existsAnswer);
+    listener.reset();
+
+    std::ofstream(path) << "someone's file";
+    const auto refused = UnixSocketListener::listen(path, *this, nullptr, mainQueue);
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code, ErrorCode::InvalidArgument);
+    EXPECT_TRUE(std::filesystem::exists(path));
+    EXPECT_FALSE(UnixSocketListener::listen(folder / std::string(200, 'x'), *this, nullptr, mainQueue));
+}
+
+TEST_F(UnixSocketListenerTest, PeerIsWhoTheKernelSays)
+{
+    listen();
+    Client someone(path);
+    const Peer peer = client(0).link->peer();
+    EXPECT_TRUE(peer.known);
+    EXPECT_EQ(peer.uid, getuid());
+    EXPECT_EQ(peer.gid, getgid());
+    EXPECT_EQ(someone.ask(R"({"jsonrpc":"2.0","id":"s","method":"status"})"),
+        R"({"jsonrpc":"2.0","id":"s","result":{"uid":)" + std::to_string(getuid()) + "}}");
+}
+
+TEST_F(UnixSocketListenerTest, EnvelopesOfACallComeBeforeItsAnswer)
+{
+    prepare = [this](test::FakeExportedConnection& exported, std::size_t index) {
+        exported.onCall = [this, index](const std::string& selector, const Value& arguments) {
+            if (selector == "startRequestWithKey:interval:") {
+                const auto type = std::to_string(arguments[0].get<int>());
+                mainQueue.post([link = client(index).link, type] { link->daemonResponse(envelope(type.c_str(), 1)); });
+            }
+        };
+    };
+    listen();
+    Client someone(path);
+    for (const char* key : {"1", "2", "128"}) {
+        EXPECT_EQ(someone.ask(R"({"jsonrpc":"2.0","id":1,"method":"startRequestWithKey:interval:","params":[)"
+                      + std::string(key) + ",2]}"),
+            R"({"jsonrpc":"2.0","method":"daemonResponse:","params":[{"number":1,"padding":"","type":")"
+                + std::string(key) + "\"}]}");
+        EXPECT_EQ(someone.line(), R"({"jsonrpc":"2.0","id":1,"result":null})");
+    }
+}
+
+TEST_F(UnixSocketListenerTest, PipelinedRequestsAreServedInOrderOneAtATime)
+{
+    std::atomic<int> serving{0};
+    std::atomic<bool> overlapped{false};
+    prepare = [&](test::FakeExportedConnection& exported, std::size_t) {
+        exported.onCall = [&](const std::string& selector, const Value&) {
+            overlapped = overlapped || serving > 0;
+            if (selector == "enableHierachy") {
+                ++serving;
+                mainQueue.post([&] { --serving; });
+            }
+        };
+    };
+    listen();
+    Client someone(path);
+    std::string requests;
+    for (int i = 0; i < 1000; ++i) {
+        const char* method = i % 2 == 0 ? "enableHierachy" : "exists:";
+        requests += R"({"jsonrpc":"2.0","id":)" + std::to_string(i) + R"(,"method":")" + method + "\"}\n";
+    }
+    ASSERT_TRUE(someone.send(requests));
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_EQ(someone.line(),
+            R"({"jsonrpc":"2.0","id":)" + std::to_string(i) + (i % 2 == 0 ? ",\"result\":null}" : ",\"result\":true}"));
+    }
+    EXPECT_FALSE(overlapped);
+}
+
+TEST_F(UnixSocketListenerTest, BadInputIsAnsweredAndTheConnectionLivesOn)
+{
+    listen();
+    Client half(path);
+    ASSERT_TRUE(half.send(R"({"jsonrpc":"2.0","id":1,"meth)")); // and then silence
+    Client someone(path);
+    for (const std::string& bad : {std::string("nonsense"), std::string(200'000, '['), std::string("\"\xFF\xFE\""),
+             std::string("[]"), std::string("{}"), std::string("\0\0", 2)}) {
+        EXPECT_NE(someone.ask(bad).find("\"error\""), std::string::npos);
+        EXPECT_EQ(someone.ask(existsRequest), existsAnswer);
+    }
+    EXPECT_EQ(listener->statistics().requests, 12U);
+    EXPECT_EQ(listener->statistics().badRequests, 6U);
+    EXPECT_EQ(half.ask(R"(od":"exists:"})"), existsAnswer);
+}
+
+TEST_F(UnixSocketListenerTest, AnEndlessLineClosesItsConnectionWithAReason)
+{
+    listen();
+    Client longest(path);
+    EXPECT_EQ(longest.ask(existsRequest + std::string((1 << 20) - existsRequest.size(), ' ')), existsAnswer);
+
+    Client endless(path);
+    endless.send(std::string(3 << 20, ' ')); // part of it may be refused already
+    const auto reason = endless.line();
+    ASSERT_TRUE(reason);
+    EXPECT_NE(reason->find("-32600"), std::string::npos) << *reason;
+    EXPECT_FALSE(endless.line());
+    EXPECT_EQ(client(1).exported->calls(), (std::vector<std::string>{"ended []"}));
+    EXPECT_EQ(longest.ask(existsRequest), existsAnswer);
+}
+
+TEST_F(UnixSocketListenerTest, AClientThatEndsItsOutputStillGetsItsAnswers)
+{
+    listen();
+    Client someone(path);
+    someone.send(existsRequest + "\n" + existsRequest + "\n{\"half");
+    someone.endOutput();
+    EXPECT_EQ(someone.line(), existsAnswer);
+    EXPECT_EQ(someone.line(), existsAnswer);
+    EXPECT_EQ(someone.line(), std::nullopt);
+}
+
+TEST_F(UnixSocketListenerTest, AReplyAfterTheClientLeftIsDropped)
+{
+    std::promise<void> called;
+    std::promise<void> left;
+    prepare = [&](test::FakeExportedConnection& exported, std::size_t index) {
+        exported.onEnded = [&, index] {
+            if (index == 0) {
+                left.set_value();
+            }
+        };
+        exported.onCall = [&, index](const std::string& selector, const Value&) {
+            if (index == 0 && selector == "smartTemps") {
+                mainQueue.post([&, ended = left.get_future().share()] { ended.wait(); }); // holds up the answer
+                called.set_value();
+            }
+        };
+    };
+    listen();
+    {
+        Client leaver(path);
+        leaver.send("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"smartTemps\"}\n");
+        called.get_future().wait();
+        // Its input is not read while it is being served; an envelope finds out that nobody is there.
+    }
+    const auto gone = client(0);
+    gone.link->daemonResponse(envelope("1", 1));
+    EXPECT_TRUE(eventually([&] { return gone.exported->calls().size() == 2; }));
+    EXPECT_EQ(gone.exported->calls(), (std::vector<std::string>{"smartTemps []", "ended []"}));
+    mainQueue.runAndWait([] {});
+    gone.link->daemonResponse(envelope("1", 2));
+    EXPECT_TRUE(eventually([&] { return listener->statistics().openConnections == 1; })) << "only the prober";
+}
+
+TEST_F(UnixSocketListenerTest, TheDelegateMayTurnAClientAway)
+{
+    turnAway = true;
+    listen();
+    Client someone(path);
+    EXPECT_EQ(someone.line(), std::nullopt);
+    EXPECT_EQ(listener->statistics().openConnections, 0U);
+    turnAway = false;
+    EXPECT_EQ(Client(path).ask(existsRequest), existsAnswer);
+}
+
+TEST_F(UnixSocketListenerTest, AnEnvelopeIsEncodedOnceForAll)
+{
+    listen();
+    std::vector<Client> clients;
+    for (std::size_t i = 0; i < 20; ++i) {
+        clients.emplace_back(path);
+        client(i);
+    }
+    const auto shared = envelope("1", 7);
+    for (std::size_t i = 0; i < clients.size(); ++i) {
+        client(i).link->daemonResponse(shared);
+    }
+    for (Client& each : clients) {
+        EXPECT_EQ(test::envelopeIn(*each.line())["number"], 7);
+    }
+    EXPECT_EQ(listener->envelopesEncoded(), 1U);
+}
+
+TEST_F(UnixSocketListenerTest, AClientThatDoesNotReadGetsTheNewestOfEachTypeWhenItDoes)
+{
+    listen();
+    Client lazy(path);
+    const auto link = client(0).link;
+    constexpr int last = 300;
+    for (int number = 1; number <= last; ++number) {
+        for (const char* type : {"1", "2"}) {
+            link->daemonResponse(envelope(type, number, 20'000));
+        }
+        Client other(path); // meanwhile the others are served, and the listener gets to write
+        EXPECT_EQ(other.ask(existsRequest), existsAnswer);
+    }
+    const auto statistics = listener->statistics();
+    EXPECT_GT(statistics.envelopesDropped, 400U);
+    std::map<std::string, int> newest;
+    while (newest["1"] < last || newest["2"] < last) {
+        const auto line = lazy.line();
+        ASSERT_TRUE(line);
+        const Value received = test::envelopeIn(*line);
+        const int number = received["number"];
+        EXPECT_GT(number, newest[received["type"]]) << "out of order";
+        newest[received["type"]] = number;
+    }
+    EXPECT_TRUE(eventually([&] {
+        const auto now = listener->statistics();
+        return now.envelopesSent + now.envelopesDropped == 2 * last;
+    }));
+}
+
+TEST_F(UnixSocketListenerTest, AClientThatAsksWithoutReadingIsHeldUp)
+{
+    listen();
+    Client greedy(path);
+    const std::string request = R"({"jsonrpc":"2.0","method":"exists:","id":")" + std::string(1000, 'i') + "\"}\n";
+    std::string rest;
+    std::size_t sent = 0;
+    const auto sendMore = [&] {
+        bool any = false;
+        for (;;) {
+            rest = rest.empty() ? request : rest;
+            const std::size_t count = greedy.trySend(rest);
+            if (count == 0) {
+                return any;
+            }
+            any = true;
+            sent += count;
+            rest.erase(0, count);
+            if (sent > (16U << 20)) {
+                return false;
+            }
+        }
+    };
+    int pauses = 0;
+    EXPECT_TRUE(eventually([&] { return sendMore() ? (pauses = 0, false) : ++pauses > 100; }));
+    EXPECT_LT(sent, 4U << 20) << "the daemon went on reading";
+
+    // Once it reads, everything is answered that was asked.
+    std::size_t answers = 0;
+    std::thread reader([&] {
+        while (const auto line = greedy.line()) {
+            EXPECT_EQ(*line, R"({"jsonrpc":"2.0","id":")" + std::string(1000, 'i') + "\",\"result\":true}");
+            ++answers;
+        }
+    });
+    greedy.send(rest);
+    greedy.endOutput();
+    reader.join();
+    EXPECT_EQ(answers, (sent + rest.size()) / request.size());
+}
+
+} // namespace
+} // namespace meridal
