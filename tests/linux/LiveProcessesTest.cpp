@@ -187,6 +187,9 @@ Account ownAccount()
 
 TEST_F(LiveProcesses, CpuMemoryAndSwitchesAgreeWithTheProcessItself)
 {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer's shadow memory and thread are in the child's figures";
+#endif
     constexpr std::size_t size = 64 << 20;
     const Child child([](const Child::Pipes& pipes) {
         pipes.answer(ownAccount());
