@@ -83,9 +83,9 @@ void TopSession::received(const Dictionary& envelope)
     display_.tableArrived(frame_);
 }
 
-void TopSession::ask(const std::string& method, Value parameters)
+void TopSession::ask(const std::string& method, const Value& parameters)
 {
-    session_.client().call(method, std::move(parameters), [this](const Result<Value>& result) {
+    session_.client().call(method, parameters, [this](const Result<Value>& result) {
         // Without a daemon the view waits for it; a daemon that refuses will not think better of it.
         if (!result && result.error().code != ErrorCode::Unavailable) {
             session_.fail(exitStatus::refused, result.error().message);

@@ -36,7 +36,7 @@ private:
     void connected();
     void disconnected();
     void received(const Dictionary& envelope);
-    void ask(const std::string& method, Value parameters);
+    void ask(const std::string& method, const Value& parameters);
     void askForList();
     void askForStatus();
 

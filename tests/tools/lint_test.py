@@ -89,7 +89,7 @@ class LintTest(unittest.TestCase):
             "platform/linux/Proc.cpp": code,
             "daemon/transport/Socket.cpp": code,
             "tests/daemon/SocketTest.cpp": code,
-            "daemon/main.cpp": "#include <systemd/sd-daemon.h>\n#include <csignal>\n",
+            "daemon/main.linux.cpp": "#include <systemd/sd-daemon.h>\n#include <csignal>\n",
             "base/Comment.cpp": "/*\n#ifdef __APPLE__\n*/\n",
         })
         self.assert_finds(
