@@ -32,8 +32,8 @@ void NetworkActions::perform(const Peer& peer, std::string name, std::function<R
         }
         if (!action) {
             context_.log.warning(fmt::format("{} asked by {}: nothing here can do it", name, who));
-            return done(
-                unexpected(ErrorCode::Unavailable, name + ": this daemon has no network configuration service"));
+            return done(unexpected(ErrorCode::Unavailable,
+                name + " needs a network configuration service, which this daemon does not have"));
         }
         const auto result = action();
         context_.log.info(fmt::format("{} by {}: {}", name, who, result ? "done" : result.error().message));

@@ -27,7 +27,13 @@ std::string holderOf(int descriptor)
 Result<InstanceLock> InstanceLock::acquire(const std::filesystem::path& file)
 {
     std::error_code failure;
-    std::filesystem::create_directories(file.parent_path(), failure);
+    if (std::filesystem::create_directories(file.parent_path(), failure)) {
+        // The socket will stand here too, for everybody; the caller's umask may say otherwise.
+        using std::filesystem::perms;
+        std::filesystem::permissions(file.parent_path(),
+            perms::owner_all | perms::group_read | perms::group_exec | perms::others_read | perms::others_exec,
+            failure);
+    }
     const int descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
     if (descriptor < 0) {
         return unexpected(
