@@ -78,8 +78,11 @@ class Daemon:
             os.unlink(notify_path)
         self.notify.bind(notify_path)
         os.chmod(notify_path, 0o777)
+        program = os.path.join(BUILD, "meridald")
+        if user:  # who may not be able to reach the build folder
+            program = shutil.copy(program, root)
         self.process = subprocess.Popen(
-            [os.path.join(BUILD, "meridald"), "--root", root, *arguments],
+            [program, "--root", root, *arguments],
             env=dict(os.environ, NOTIFY_SOCKET=notify_path), stdin=subprocess.DEVNULL, stderr=subprocess.PIPE,
             user=user, group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
 
