@@ -1,0 +1,78 @@
+#pragma once
+
+#include "base/Result.h"
+#include "base/Value.h"
+#include "database/SqlValue.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace meridal {
+
+/// What went wrong with the latest statement, as far as it matters to what happens next.
+enum class SqlFailure {
+    None,
+    Statement,   ///< this statement is at fault: syntax, a missing table, a constraint. Others may well succeed
+    Busy,        ///< another program holds the file
+    Full,        ///< no room on the disk
+    InputOutput, ///< the disk failed; the connection is not to be trusted any further
+    ReadOnly,
+    CannotOpen,
+    Damaged, ///< the file is not a database, or no longer one
+};
+
+/// A connection to one SQLite file: the only place that sees the SQLite libraries. Statements are compiled once and kept.
+/// A connection that is not open answers every call with a failure. Confined to one queue.
+class SQLiteConnection {
+public:
+    struct Options {
+        int busyTimeout = 250; ///< ms to wait for another program's lock
+        std::string vfs;       ///< name of a registered SQLite file system; empty for the system's own
+    };
+    using RowBlock = std::function<void(std::span<const SqlValue>)>;
+
+    SQLiteConnection();
+    ~SQLiteConnection();
+    SQLiteConnection(const SQLiteConnection&) = delete;
+    SQLiteConnection& operator=(const SQLiteConnection&) = delete;
+
+    /// Opens the file, which is made when missing. Its content is not looked at yet.
+    Result<void> open(const std::filesystem::path& path, const Options& options);
+    /// Nothing but memory.
+    Result<void> openInMemory();
+    void close();
+    bool isOpen() const;
+    /// Whether the open file is no longer the one at its path.
+    bool hasMoved() const;
+
+    /// Runs one statement, with "?" for each argument; arguments that are missing are NULL.
+    Result<void> execute(std::string_view sql, std::span<const SqlValue> args = {});
+    /// The rows of one statement as dictionaries: column → value.
+    Result<std::vector<Dictionary>> rows(std::string_view sql, std::span<const SqlValue> args = {});
+    /// The rows of one statement, one after another, columns in the statement's order.
+    Result<void> forEachRow(std::string_view sql, std::span<const SqlValue> args, const RowBlock& block);
+    Result<bool> tableExists(std::string_view table);
+    /// Rows that the latest INSERT, UPDATE or DELETE touched.
+    std::int64_t changes() const;
+    /// Whether a BEGIN waits for its COMMIT; some failures roll back by themselves.
+    bool inTransaction() const;
+
+    /// Of the latest call.
+    SqlFailure failure() const { return failure_; }
+
+private:
+    struct State;
+    class Use;
+    Result<void> failed(const std::string& what, int code);
+
+    std::unique_ptr<State> state_;
+    SqlFailure failure_ = SqlFailure::None;
+};
+
+} // namespace meridal
