@@ -7,7 +7,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 namespace meridal {
 
@@ -41,9 +40,11 @@ public:
     std::map<std::string, DatabaseStatistics> statistics() const;
 
 private:
+    std::shared_ptr<HistoryDatabaseItem> forget(const std::filesystem::path& path);
+    std::map<std::string, std::shared_ptr<HistoryDatabaseItem>> registered() const;
+
     Context& context_;
-    HistoryDatabaseItem::Limits limits_;
-    std::shared_ptr<Queue> queue_;
+    const HistoryDatabaseItem::Limits limits_;
     mutable std::mutex mutex_; ///< guards the registry
     std::map<std::string, std::shared_ptr<HistoryDatabaseItem>> databases_;
 };

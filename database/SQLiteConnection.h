@@ -4,6 +4,7 @@
 #include "base/Value.h"
 #include "database/SqlValue.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -15,7 +16,7 @@
 
 namespace meridal {
 
-/// What went wrong with the latest statement, as far as it matters to what happens next.
+/// What went wrong with a statement, as far as it matters to what happens next.
 enum class SqlFailure {
     None,
     Statement,   ///< this statement is at fault: syntax, a missing table, a constraint. Others may well succeed
@@ -27,8 +28,8 @@ enum class SqlFailure {
     Damaged, ///< the file is not a database, or no longer one
 };
 
-/// A connection to one SQLite file: the only place that sees the SQLite libraries. Statements are compiled once and kept.
-/// A connection that is not open answers every call with a failure. Confined to one queue.
+/// A connection to one SQLite file: the only place that sees the SQLite libraries. Statements are compiled once and
+/// kept. A connection that is not open answers every call with a failure. Confined to one queue.
 class SQLiteConnection {
 public:
     struct Options {
@@ -36,6 +37,13 @@ public:
         std::string vfs;       ///< name of a registered SQLite file system; empty for the system's own
     };
     using RowBlock = std::function<void(std::span<const SqlValue>)>;
+
+    /// What became of many runs of one statement.
+    struct ManyOutcome {
+        std::uint64_t rows = 0;              ///< inserted, updated or deleted
+        std::uint64_t failed = 0;            ///< runs that failed by themselves; the others went on
+        SqlFailure ended = SqlFailure::None; ///< what ended it before all had run
+    };
 
     SQLiteConnection();
     ~SQLiteConnection();
@@ -53,26 +61,32 @@ public:
 
     /// Runs one statement, with "?" for each argument; arguments that are missing are NULL.
     Result<void> execute(std::string_view sql, std::span<const SqlValue> args = {});
+    /// Runs one statement many times. A failure of the statement's own does not stop the rest.
+    ManyOutcome executeMany(
+        std::string_view sql, std::span<const SqlValue> args, std::size_t argsPerStatement, std::size_t statements);
     /// The rows of one statement as dictionaries: column → value.
     Result<std::vector<Dictionary>> rows(std::string_view sql, std::span<const SqlValue> args = {});
     /// The rows of one statement, one after another, columns in the statement's order.
     Result<void> forEachRow(std::string_view sql, std::span<const SqlValue> args, const RowBlock& block);
     Result<bool> tableExists(std::string_view table);
-    /// Rows that the latest INSERT, UPDATE or DELETE touched.
-    std::int64_t changes() const;
     /// Whether a BEGIN waits for its COMMIT; some failures roll back by themselves.
     bool inTransaction() const;
 
-    /// Of the latest call.
+    /// The worst thing that has happened since the latest resetFailure().
     SqlFailure failure() const { return failure_; }
+    /// What that was, for the log.
+    const std::string& failureText() const { return failureText_; }
+    void resetFailure();
 
 private:
     struct State;
-    class Use;
-    Result<void> failed(const std::string& what, int code);
+    template <typename Function>
+    Result<void> attempt(Function function);
+    Result<void> failed(int code, std::string message);
 
     std::unique_ptr<State> state_;
     SqlFailure failure_ = SqlFailure::None;
+    std::string failureText_;
 };
 
 } // namespace meridal
