@@ -111,6 +111,13 @@ void HistoryDatabaseController::commitAllSync()
     }
 }
 
+void HistoryDatabaseController::closeAll()
+{
+    for (const auto& [name, item] : registered()) {
+        closeDatabase(item->path());
+    }
+}
+
 std::map<std::string, DatabaseStatistics> HistoryDatabaseController::statistics() const
 {
     std::map<std::string, DatabaseStatistics> figures;

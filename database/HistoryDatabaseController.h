@@ -36,6 +36,8 @@ public:
 
     /// Writes what waits in every file, and waits for that: before shutdown and sleep.
     void commitAllSync();
+    /// Closes and forgets every file, with everything written: at the end of the process.
+    void closeAll();
     /// Every open file and what it has been through.
     std::map<std::string, DatabaseStatistics> statistics() const;
 

@@ -101,7 +101,7 @@ bool HistoryDatabaseFile::openFresh()
     std::error_code failure;
     std::filesystem::create_directories(path_.parent_path(), failure);
     connection_.resetFailure();
-    if (connection_.open(path_, {.vfs = options_.vfs})) {
+    if (connection_.open(path_, options_.connection)) {
         // Before the first table: the write-ahead log and its index take the file's mode and group over.
         using std::filesystem::perms;
         std::filesystem::permissions(path_, perms::owner_read | perms::owner_write | perms::group_read, failure);
@@ -297,7 +297,8 @@ void HistoryDatabaseFile::afterUse()
     connection_.resetFailure();
 }
 
-/// Gets ready for the next attempt. True when a fresh file has taken a damaged one's place.
+/// Gets ready for the next attempt. True when that may succeed at once: a fresh file has taken a damaged one's place, or
+/// copying the log back has made room.
 bool HistoryDatabaseFile::recover()
 {
     const SqlFailure kind = connection_.failure();
@@ -307,6 +308,11 @@ bool HistoryDatabaseFile::recover()
     switch (kind) {
     case SqlFailure::Damaged:
         return setAside() && openFresh();
+    case SqlFailure::Full: {
+        const std::uint64_t before = sizeOf(besides("-wal"));
+        static_cast<void>(connection_.execute("PRAGMA wal_checkpoint(TRUNCATE)"));
+        return sizeOf(besides("-wal")) < before;
+    }
     case SqlFailure::InputOutput:
     case SqlFailure::ReadOnly:
     case SqlFailure::CannotOpen:

@@ -22,7 +22,7 @@ class HistoryDatabaseFile {
 public:
     struct Options {
         std::uintmax_t walBytes = 0; ///< beyond this, nothing is written until readers let go
-        std::string vfs;
+        SQLiteConnection::Options connection;
     };
 
     HistoryDatabaseFile(Context& context, std::filesystem::path path, Options options);

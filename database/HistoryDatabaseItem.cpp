@@ -16,7 +16,7 @@ HistoryDatabaseItem::HistoryDatabaseItem(Context& context, std::filesystem::path
     , limits_(limits)
     , queue_(context.runtime.makeSerialQueue("dbqueue-" + path_.filename().string()))
     , file_(std::make_unique<HistoryDatabaseFile>(
-          context, path_, HistoryDatabaseFile::Options{.walBytes = limits.walBytes, .vfs = limits.vfs}))
+          context, path_, HistoryDatabaseFile::Options{limits.walBytes, {limits.busyTimeout, limits.vfs}}))
 {
 }
 

@@ -38,6 +38,7 @@ public:
         std::size_t batchStatements = 16'384;       ///< when so many wait, they are written without being told to
         std::size_t keptStatements = 65'536;        ///< kept while they cannot be written; about 15 MB
         std::uintmax_t walBytes = 64 * 1024 * 1024; ///< beyond this, nothing is written until readers let go
+        int busyTimeout = 250;                      ///< ms to wait for another program's lock
         std::string vfs = {};                       ///< SQLite file system; empty for the system's own
     };
 

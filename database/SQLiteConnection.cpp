@@ -69,7 +69,11 @@ public:
     {
         const auto count = static_cast<std::size_t>(statement_.getBindParameterCount());
         for (std::size_t index = 0; index < count; ++index) {
-            bindOne(static_cast<int>(index) + 1, index < args.size() ? args[index] : SqlValue());
+            if (index < args.size()) {
+                bindOne(static_cast<int>(index) + 1, args[index]);
+            } else {
+                statement_.bind(static_cast<int>(index) + 1);
+            }
         }
     }
 
@@ -282,6 +286,21 @@ Result<void> SQLiteConnection::forEachRow(std::string_view sql, std::span<const 
             block(row);
         }
     });
+}
+
+Result<std::vector<std::string>> SQLiteConnection::columns(std::string_view sql)
+{
+    std::vector<std::string> names;
+    const auto done = attempt([&] {
+        SQLite::Statement& statement = state_->statement(sql);
+        for (int index = 0; index < statement.getColumnCount(); ++index) {
+            names.emplace_back(statement.getColumnName(index));
+        }
+    });
+    if (!done) {
+        return Unexpected{done.error()};
+    }
+    return names;
 }
 
 Result<bool> SQLiteConnection::tableExists(std::string_view table)

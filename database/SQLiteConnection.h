@@ -68,6 +68,8 @@ public:
     Result<std::vector<Dictionary>> rows(std::string_view sql, std::span<const SqlValue> args = {});
     /// The rows of one statement, one after another, columns in the statement's order.
     Result<void> forEachRow(std::string_view sql, std::span<const SqlValue> args, const RowBlock& block);
+    /// What the columns of a statement's rows are called.
+    Result<std::vector<std::string>> columns(std::string_view sql);
     Result<bool> tableExists(std::string_view table);
     /// Whether a BEGIN waits for its COMMIT; some failures roll back by themselves.
     bool inTransaction() const;
