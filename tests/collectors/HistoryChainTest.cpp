@@ -293,7 +293,7 @@ protected:
 /// Some minutes awake, then whatever comes: sleep, a clock that steps, a restart, a kill, a day switched off.
 void HistoryChainTest::liveAndSleep()
 {
-    machine_.runtime.advance(between(10, 40 * 60));
+    machine_.runtime.advance(between(10, 20 * 60));
     switch (random_() % 8) {
     case 0:
         machine_.runtime.stepWallClock(between(-2, 2) * hour);

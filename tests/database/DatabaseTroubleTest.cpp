@@ -159,7 +159,7 @@ public:
     explicit SmallDisk(const std::filesystem::path& folder) : folder_(folder)
     {
         std::filesystem::create_directories(folder);
-        mounted_ = ::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=1m") == 0;
+        mounted_ = ::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=8m") == 0;
     }
     ~SmallDisk()
     {
@@ -171,7 +171,7 @@ public:
     bool setReadOnly(bool readOnly) const
     {
         const unsigned long flags = MS_REMOUNT | static_cast<unsigned long>(readOnly ? MS_RDONLY : 0);
-        return ::mount("tmpfs", folder_.c_str(), "tmpfs", flags, "size=1m") == 0;
+        return ::mount("tmpfs", folder_.c_str(), "tmpfs", flags, "size=8m") == 0;
     }
 
 private:
@@ -193,7 +193,7 @@ TEST_F(DatabaseTroubleTest, AFullDiskLosesNothingOnceThereIsRoomAgain)
         writeBatch(*item, batch);
     }
     {
-        std::ofstream(folder_.root() / "disk" / "filler", std::ios::binary) << std::string(1024 * 1024, 'x');
+        std::ofstream(folder_.root() / "disk" / "filler", std::ios::binary) << std::string(8 * 1024 * 1024, 'x');
     }
     for (; batch < 60; ++batch) {
         writeBatch(*item, batch, 100);
