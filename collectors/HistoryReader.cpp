@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <unordered_map>
 #include <utility>
 
 namespace meridal {
@@ -77,7 +76,9 @@ private:
             stored.empty = figure != 0;
             break;
         case Kind::Key:
-            stored.key = keyIndex(value);
+            if (const auto* key = std::get_if<std::string>(&value)) {
+                rows_.byKey[*key].push_back(rows_.rows.size() - 1);
+            }
             break;
         case Kind::Slot:
             values[role.slot] = std::isfinite(figure) ? figure : 0;
@@ -87,19 +88,8 @@ private:
         }
     }
 
-    std::size_t keyIndex(const SqlValue& value)
-    {
-        const auto* key = std::get_if<std::string>(&value);
-        const auto [entry, isNew] = keys_.try_emplace(key ? *key : std::string(), rows_.keys.size());
-        if (isNew) {
-            rows_.keys.push_back(entry->first);
-        }
-        return entry->second;
-    }
-
     StoredRows& rows_;
     std::vector<Role> roles_;
-    std::unordered_map<std::string, std::size_t> keys_;
 };
 
 bool readRows(SQLiteConnection& database, const std::string& sql, const SqlValues& args, const HistoryReadPlan& plan,

@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace meridal {
@@ -19,14 +20,13 @@ class SQLiteConnection;
 struct StoredRows {
     struct Row {
         std::uint64_t sampleID = 0;
-        double time = 0;     ///< s since 1970
-        bool empty = false;  ///< holds no measurement
-        std::size_t key = 0; ///< index into keys; of item tables only
+        double time = 0;    ///< s since 1970
+        bool empty = false; ///< holds no measurement
     };
 
     std::vector<Row> rows;
-    std::vector<double> values;    ///< valueCount a row
-    std::vector<std::string> keys; ///< of the items that have rows
+    std::vector<double> values;                                      ///< valueCount a row
+    std::unordered_map<std::string, std::vector<std::size_t>> byKey; ///< each item's rows; of item tables only
     std::size_t valueCount = 0;
 
     std::span<const double> valuesOf(std::size_t row) const

@@ -236,9 +236,9 @@ void StatCollectorItem::addEmptySample(StorageIndex type, std::uint64_t sampleID
 
 void StatCollectorItem::addStoredRows(const StoredRows& rows, StorageIndex type)
 {
-    const auto key = std::find(rows.keys.begin(), rows.keys.end(), key_.value_or(""));
+    const auto own = rows.byKey.find(key_.value_or(""));
     SampleStorage* storage = sampleIndex_.find(type);
-    if (!key_ || !storage || key == rows.keys.end()) {
+    if (!key_ || !storage || own == rows.byKey.end()) {
         return;
     }
     SampleRing& ring = storage->samples;
@@ -250,12 +250,9 @@ void StatCollectorItem::addStoredRows(const StoredRows& rows, StorageIndex type)
         }
     };
     const SampleRing since = std::exchange(ring, SampleRing(ring.size(), sampleValueCount_));
-    const auto wanted = static_cast<std::size_t>(key - rows.keys.begin());
-    for (std::size_t row = 0; row < rows.rows.size(); ++row) {
+    for (const std::size_t row : own->second) {
         const StoredRows::Row& stored = rows.rows[row];
-        if (stored.key == wanted) {
-            write(stored.sampleID, stored.time, stored.empty, rows.valuesOf(row));
-        }
+        write(stored.sampleID, stored.time, stored.empty, rows.valuesOf(row));
     }
     for (std::size_t slot = since.size(); slot-- > 0;) { // what is no newer than the rows is among them
         const statsample& sample = since[SlotIndex{slot}];

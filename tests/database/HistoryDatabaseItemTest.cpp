@@ -1,11 +1,11 @@
+#include "base/AsioRuntime.h"
 #include "tests/database/DatabaseFixture.h"
 
-#include <gmock/gmock.h>
+#include <algorithm>
+#include <thread>
 
 namespace meridal::test {
 namespace {
-
-using testing::ElementsAre;
 
 class HistoryDatabaseItemTest : public DatabaseTest { };
 
@@ -102,6 +102,41 @@ TEST_F(HistoryDatabaseItemTest, AReaderSeesWhatWasThereWhenItBegan)
     EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "10");
     reader.run("COMMIT");
     EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "500");
+}
+
+TEST(HistoryDatabaseItem, ManyThreadsShareAFile)
+{
+    const TemporaryTree folder(TemporaryTree::Place::Memory);
+    AsioRuntime runtime;
+    FakeMachine machine;
+    Context context{runtime, machine.host, machine.notifications, machine.log, {}};
+    const auto item =
+        std::make_shared<HistoryDatabaseItem>(context, folder.root() / "history.db", HistoryDatabaseItem::Limits{});
+    item->declareTable({.table = "rows", .create = "CREATE TABLE %@ (writer INTEGER, row INTEGER)"});
+    const auto text = std::make_shared<const StatementText>("rows", "INSERT INTO %@ VALUES (?, ?)");
+    const auto write = [&](std::int64_t writer) {
+        for (std::int64_t row = 0; row < 2000; ++row) {
+            SqlValues args{writer, row};
+            item->addItem(text, args);
+            if (row % 100 == 0) {
+                item->commit();
+                static_cast<void>(item->statistics());
+            }
+        }
+    };
+    std::vector<std::thread> writers;
+    for (std::int64_t writer = 0; writer < 4; ++writer) {
+        writers.emplace_back(write, writer);
+    }
+    std::for_each(writers.begin(), writers.end(), [](std::thread& writer) { writer.join(); });
+    item->commitSync();
+    OtherProgram reader(folder.root() / "history.db");
+    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "8000");
+    // Each writer's rows in the order in which it added them.
+    EXPECT_EQ(reader.value("SELECT count(*) FROM (SELECT row - lag(row) OVER (PARTITION BY writer ORDER BY rowid) AS "
+                           "step FROM rows) WHERE step <> 1"),
+        "0");
+    item->close();
 }
 
 TEST_F(HistoryDatabaseItemTest, ATableOfAnotherLayoutIsKeptUnderADatedName)
