@@ -50,6 +50,8 @@ public:
     const statsample& operator[](SlotIndex slot) const { return records_[recordOf(slot)]; }
     /// The newest sample's identifier; 0 when there is none.
     std::uint64_t newestID() const { return records_.empty() ? 0 : records_[head_].sampleID; }
+    /// When it was taken, seconds since 1970; 0 when there is none.
+    double newestTime() const { return records_.empty() ? 0 : records_[head_].time; }
     /// The newest slot of this identifier, or null.
     const statsample* find(std::uint64_t sampleID) const;
 

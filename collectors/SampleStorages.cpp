@@ -94,6 +94,8 @@ SampleIdentifier sampleIdentifier(const Dictionary& sample, const Dictionary& co
     return identifier;
 }
 
+bool isEmptySample(const Dictionary& sample) { return emptyEntry(sample) != 0; }
+
 std::uint64_t wholeIdentifier(double sampleID)
 {
     return sampleID >= 0 && sampleID <= largestIdentifier ? static_cast<std::uint64_t>(sampleID) : 0;

@@ -54,6 +54,9 @@ struct SampleIdentifier {
 /// The identifier in a sample: the last of the configuration's "addSampleIDKeys" that is present.
 SampleIdentifier sampleIdentifier(const Dictionary& sample, const Dictionary& config);
 
+/// Whether a sample says that it holds no measurement.
+bool isEmptySample(const Dictionary& sample);
+
 /// The identifier that a clock's counter stands for; 0 for nonsense.
 std::uint64_t wholeIdentifier(double sampleID);
 

@@ -46,26 +46,11 @@ void StatCollector::cleanup()
 
 // Hooks: what the base does where a subclass, or the database, has nothing to add.
 
-bool StatCollector::prepareDatabase()
-{
-    if (std::exchange(preparedDatabase_, true)) {
-        return false;
-    }
-    return migrateDatabase();
-}
-
-bool StatCollector::migrateDatabase() { return false; }
-void StatCollector::insertSampleIntoTableAtIndex(const Dictionary&, StorageIndex) { }
-void StatCollector::runDatabaseQueue() { }
-std::optional<Dictionary> StatCollector::lastLongTermSample() { return std::nullopt; }
-void StatCollector::removeOldSamplesAtIndex(StorageIndex) { }
-void StatCollector::loadPreviousSamples() { }
 void StatCollector::addLongTermSample(const Dictionary&) { }
 void StatCollector::updateStats() { }
 void StatCollector::updateStatsForSequence(std::int64_t) { updateStats(); }
 void StatCollector::fillGaps() { }
 bool StatCollector::threadedUpdating() const { return false; }
-void StatCollector::updateHistory() { }
 double StatCollector::updateFrequencyForVersion(std::int64_t) const { return 2.0; }
 std::optional<Dictionary> StatCollector::overview() { return std::nullopt; }
 std::optional<Value> StatCollector::sampleItemsSinceID(std::uint64_t, StorageIndex) { return std::nullopt; }

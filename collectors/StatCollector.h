@@ -3,9 +3,12 @@
 #include "base/Lifetime.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
+#include "collectors/HistoryStatements.h"
 #include "collectors/SampleStorages.h"
 #include "collectors/StatCollectorBase.h"
 #include "collectors/StatCollectorDelegate.h"
+#include "database/SqlValue.h"
+#include "database/TableSchema.h"
 
 #include <array>
 #include <cstddef>
@@ -13,15 +16,22 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace meridal {
 
-struct Context;
+class HistoryDatabaseItem;
+class SQLiteConnection;
 class StatCollectorItem;
+struct Context;
+struct HistoryReadPlan;
+struct StoredHistory;
+struct StoredStorage;
 
 /// Who holds the values of a collector's samples.
 enum class StorageType : int {
@@ -112,20 +122,39 @@ public:
     void setDbpath(std::string path) { dbpath_ = std::move(path); }
     const std::string& dbpathLong() const { return dbpathLong_; }
     void setDbpathLong(std::string path) { dbpathLong_ = std::move(path); }
-    /// Gets the tables ready, once; answers whether anything had to be migrated.
+    /// Opens the file, once; answers whether anything had to be migrated.
     virtual bool prepareDatabase();
     /// Brings older tables up to date; nothing to do in the base.
     virtual bool migrateDatabase();
-    /// Queues a sample for its table. Without a database it goes nowhere.
+    /// The history table of a storage: its prefix, dbTablePrefix() and "history", or "idhistory" when the values are the
+    /// items'. None for the live storage. Names are built once.
+    std::optional<std::string> tableAtIndex(StorageIndex index);
+    /// The table that holds the items' values; none when the samples are the collector's.
+    std::optional<std::string> itemTableAtIndex(StorageIndex index);
+    /// Makes the tables of a storage where they are missing. Answers `result`, or true when one had to be made.
+    bool checkIfTablesExist(StorageIndex index, SQLiteConnection& database, bool result);
+    bool checkIfLongTermTablesExist(StorageIndex index, SQLiteConnection& database, bool result);
+    /// Queues a sample for its table, and its items' for theirs. Without a database it goes nowhere.
     virtual void insertSampleIntoTableAtIndex(const Dictionary& sample, StorageIndex index);
-    /// Writes what is queued.
+    /// Writes what is queued for both files.
     virtual void runDatabaseQueue();
+    /// Queues the removal of rows older than the newest 603 samples; the long-term store keeps everything.
+    virtual void removeOldSamplesAtIndex(StorageIndex index);
+    /// The newest 603 rows of a table in dbpath(), oldest first. This and the next five wait for the file: for start-up.
+    std::vector<Dictionary> samplesFromTable(const std::string& table);
+    /// The rows of the 603 identifiers up to this one, oldest first.
+    std::vector<Dictionary> samplesFromTable(const std::string& table, double identifier);
     /// The newest row of the long-term table.
     virtual std::optional<Dictionary> lastLongTermSample();
-    /// Drops the rows that have become too old.
-    virtual void removeOldSamplesAtIndex(StorageIndex index);
     /// Reads stored rows back into memory.
     virtual void loadPreviousSamples();
+    void loadPreviousSampleItems();
+    void loadPreviousSamplesAtIndex(StorageIndex index);
+    void loadPreviousSampleItemsAtIndex(StorageIndex index);
+    /// Reads one item's rows back into its storages, or the newest "hour" row into its full store. Waits for nothing: the
+    /// reply comes on the main queue.
+    void loadPreviousSamplesForItem(const std::shared_ptr<StatCollectorItem>& item, Task reply);
+    void loadPreviousSamplesForItemFull(const std::shared_ptr<StatCollectorItem>& item, Task reply);
 
     // What a subclass measures and tells
     /// A finished five-minute sample, which goes here and not into a ring.
@@ -138,7 +167,8 @@ public:
     virtual void fillGaps();
     /// Whether the clock measures on a global queue instead of the main queue. Must not change.
     virtual bool threadedUpdating() const;
-    /// Hands finished periods over to history, once per turn of the clock.
+    /// Once per turn of the clock: takes stored history up, hands finished periods over to their tables, has the tables
+    /// pruned, and commits twice a minute. Does nothing in a collector whose layout has the live storage only.
     virtual void updateHistory();
     /// Seconds between updates for a client of this protocol version.
     virtual double updateFrequencyForVersion(std::int64_t protocolVersion) const;
@@ -254,6 +284,37 @@ private:
     void addSampleToItems(const Dictionary& sample, StorageIndex index);
     void pushClockToItems(const sampleindexconfig& record, StorageIndex index);
 
+    // Clocks of the coarser storages
+    bool recordsHistory() const { return sampleIndex_.size() > 1; }
+    void startHistory();
+    void adoptHistory(const StoredHistory& stored);
+    void adoptRows(const StoredStorage& previous, StorageIndex index);
+    void loadHistoryOfNewItems();
+    void runHistoryClocks(double now);
+    std::pair<StorageIndex, double> nextToFinish() const;
+    void startPeriod(sampleindexconfig& record, StorageIndex index, double now);
+    void skipOldPeriods(sampleindexconfig& record, StorageIndex index, double now);
+    void finishPeriod(StorageIndex index);
+    void insertEmptyPeriod(StorageIndex index);
+    void noteMeasured(StorageIndex index, double time);
+    bool itemsMeasured(const sampleindexconfig& record) const;
+
+    // Files
+    std::shared_ptr<HistoryDatabaseItem> databaseForIndex(StorageIndex index) const;
+    void nameTables();
+    std::vector<TableSchema> historyTables(StorageIndex index);
+    void declareTables();
+    HistoryReadPlan readPlan();
+    const HistoryStatements& statementsForIndex(StorageIndex index);
+    void insertRow(
+        HistoryDatabaseItem& file, const InsertPlan& plan, const Dictionary& sample, std::string_view complaint);
+    std::vector<Dictionary> query(StorageIndex index, const std::string& sql, const SqlValues& args);
+    void addItemRows(const std::vector<Dictionary>& rows, StorageIndex index);
+
+    /// Whether the clocks of the coarser storages run. They wait until stored history has been read: started without it,
+    /// they would give identifiers out twice.
+    enum class HistoryPhase { NotStarted, Loading, Running };
+
     Context& context_;
     std::string description_;
     StorageType storageType_;
@@ -288,6 +349,19 @@ private:
     bool childrenChanged_ = false;
     bool measuring_ = false; ///< a threaded measurement is in progress
     bool cleanedUp_ = false;
+
+    HistoryPhase historyPhase_ = HistoryPhase::NotStarted;
+    bool toldUnreadable_ = false;
+    double nextHistoryTime_ = 0;                          ///< when the next period ends, s since 1970
+    double nextHistoryRead_ = 0;                          ///< monotonic s
+    double nextFlush_ = 0;                                ///< monotonic s
+    std::array<double, storageCount> measuredUntil_ = {}; ///< latest item sample that is not empty, s since 1970
+    std::array<std::string, storageCount> dbTables_;
+    std::array<std::string, storageCount> dbTablesItems_;
+    std::array<std::unique_ptr<HistoryStatements>, storageCount> statements_;
+    std::set<std::string> missingKeys_; ///< sample keys that have been missed, and said so
+    SqlValues rowArgs_;                 ///< of the row being queued; kept for its memory
+
     Lifetime lifetime_;
     Lifetime clock_; ///< ends when the clock is started over
 };

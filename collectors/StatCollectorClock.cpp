@@ -19,9 +19,6 @@ constexpr double shortestFirstWait = 0.1;
 /// A turn that would wait longer than this means that the wall clock has stepped back.
 constexpr double longestWait = 2.0;
 
-/// A table holds the newest 603 samples: this many intervals lie between its first and its last.
-constexpr double historyIntervals = 602;
-
 /// A long-term period is not started with less of it than this left, in seconds.
 constexpr double shortestLongTermPeriod = 60;
 
@@ -69,6 +66,10 @@ void StatCollector::insertSampleWithIndex(StorageIndex index)
     if (!found) {
         return;
     }
+    if (storageType_ == StorageType::Items && !itemsMeasured(found->record)) {
+        insertEmptyPeriod(index); // gaps are long and items many: an empty period must cost next to nothing
+        return;
+    }
     const double time = found->record.time;
     const std::uint64_t sampleID = wholeIdentifier(found->record.sampleID);
     std::optional<Dictionary> sample = historySampleForIndex(index);
@@ -101,10 +102,22 @@ void StatCollector::addSampleToItems(const Dictionary& sample, StorageIndex inde
     if (storageType_ != StorageType::Items || !samples || !samples->is_array()) {
         return;
     }
+    // The samples come in the order of the items, with some left out: looking on from the last one found is enough.
+    auto expected = items_.begin();
     for (const Value& itemSample : *samples) {
-        const auto uuid = text(itemSample, "uuid");
-        if (const auto item = uuid ? itemWithKey(*uuid) : nullptr) {
+        const Value* uuid = find(itemSample, "uuid");
+        if (!uuid || !uuid->is_string()) {
+            continue;
+        }
+        const auto& key = uuid->get_ref<const std::string&>();
+        expected = std::find_if(
+            expected, items_.end(), [&](const auto& item) { return item->key() == key && !item->temporary(); });
+        const auto item = expected != items_.end() ? *expected++ : itemWithKey(key);
+        if (item) {
             item->addSample(itemSample, index);
+            if (!isEmptySample(itemSample)) {
+                noteMeasured(index, number(itemSample, "time").value_or(0));
+            }
         }
     }
 }
@@ -118,6 +131,22 @@ void StatCollector::pushClockToItems(const sampleindexconfig& record, StorageInd
     }
 }
 
+void StatCollector::finishPeriod(StorageIndex index)
+{
+    sampleindexconfig& record = storage(index)->record;
+    record.sampleID += 1;
+    record.time = record.nextTime;
+    record.nextTime = record.time + record.interval;
+    pushClockToItems(record, index);
+    insertSampleWithIndex(index);
+}
+
+void StatCollector::skipOldPeriods(sampleindexconfig& record, StorageIndex index, double now)
+{
+    const bool longTerm = index == StorageIndex::LongTerm;
+    skipPeriods(record, now - (longTerm ? longestLongTermGap : historyIntervals * record.interval));
+}
+
 void StatCollector::fillGapsAtIndex(StorageIndex index)
 {
     SampleStorage* found = storage(index);
@@ -127,27 +156,16 @@ void StatCollector::fillGapsAtIndex(StorageIndex index)
     sampleindexconfig& record = found->record;
     const double now = context_.runtime.wallTime();
     if (now > record.nextTime) {
-        const bool longTerm = index == StorageIndex::LongTerm;
-        skipPeriods(record, now - (longTerm ? longestLongTermGap : historyIntervals * record.interval));
+        skipOldPeriods(record, index, now);
         do {
-            record.sampleID += 1;
-            record.time = record.nextTime;
-            record.nextTime = record.time + record.interval;
-            pushClockToItems(record, index);
-            insertSampleWithIndex(index);
+            finishPeriod(index);
         } while (record.nextTime < now);
     }
     record.fillingGap = true;
 }
 
-void StatCollector::checkNextTimeAtIndex(StorageIndex index)
+void StatCollector::startPeriod(sampleindexconfig& record, StorageIndex index, double now)
 {
-    SampleStorage* found = storage(index);
-    if (!found || found->record.nextTime != 0) {
-        return;
-    }
-    sampleindexconfig& record = found->record;
-    const double now = context_.runtime.wallTime();
     if (index == StorageIndex::LongTerm) {
         record.nextTime = std::ceil(now / record.interval) * record.interval;
         if (now + shortestLongTermPeriod > record.nextTime) {
@@ -157,6 +175,16 @@ void StatCollector::checkNextTimeAtIndex(StorageIndex index)
         record.nextTime = std::ceil(now) + record.interval;
     }
     record.time = record.nextTime - record.interval;
+}
+
+void StatCollector::checkNextTimeAtIndex(StorageIndex index)
+{
+    SampleStorage* found = storage(index);
+    if (!found || found->record.nextTime != 0) {
+        return;
+    }
+    sampleindexconfig& record = found->record;
+    startPeriod(record, index, context_.runtime.wallTime());
     record.sampleID = 0;
     insertSampleIntoTableAtIndex(emptySampleWithIdentifier(0, record.time), index);
     runDatabaseQueue();

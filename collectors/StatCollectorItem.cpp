@@ -1,9 +1,11 @@
 #include "collectors/StatCollectorItem.h"
 
 #include "base/Runtime.h"
+#include "collectors/HistoryReader.h"
 #include "platform/Context.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace meridal {
 
@@ -204,6 +206,57 @@ void StatCollectorItem::addSample(const Dictionary& sample, StorageIndex type, S
 {
     if (SampleStorage* storage = sampleIndex_.find(type)) {
         write(*storage, sample, slot, sampleID);
+    }
+}
+
+/// Makes room for a sample that comes without a dictionary, and labels it; false when it is not newer.
+bool StatCollectorItem::beginSample(SampleStorage& storage, std::uint64_t sampleID, double time, bool empty)
+{
+    SampleRing& ring = storage.samples;
+    if (ring.size() == 0 || sampleID <= ring.newestID()) {
+        return false;
+    }
+    ring.shift();
+    ring.setLabel(SlotIndex{0}, sampleID, time);
+    ring.setEmpty(SlotIndex{0}, empty ? 1 : 0);
+    storage.record.sampleID = static_cast<double>(sampleID);
+    storage.record.time = time;
+    return true;
+}
+
+void StatCollectorItem::addEmptySample(StorageIndex type, std::uint64_t sampleID, double time)
+{
+    SampleStorage* storage = sampleIndex_.find(type);
+    if (storage && beginSample(*storage, sampleID, time, true)) {
+        for (std::size_t value = 0; value < sampleValueCount_; ++value) {
+            storage->samples.setValue(SlotIndex{0}, value, 0);
+        }
+    }
+}
+
+void StatCollectorItem::addStoredRows(const StoredRows& rows, StorageIndex type)
+{
+    const auto own = rows.byKey.find(key_.value_or(""));
+    SampleStorage* storage = sampleIndex_.find(type);
+    if (!key_ || !storage || own == rows.byKey.end()) {
+        return;
+    }
+    SampleRing& ring = storage->samples;
+    const auto write = [&](std::uint64_t sampleID, double time, bool empty, std::span<const double> values) {
+        if (beginSample(*storage, sampleID, time, empty)) {
+            for (std::size_t value = 0; value < values.size(); ++value) {
+                ring.setValue(SlotIndex{0}, value, values[value]);
+            }
+        }
+    };
+    const SampleRing since = std::exchange(ring, SampleRing(ring.size(), sampleValueCount_));
+    for (const std::size_t row : own->second) {
+        const StoredRows::Row& stored = rows.rows[row];
+        write(stored.sampleID, stored.time, stored.empty, rows.valuesOf(row));
+    }
+    for (std::size_t slot = since.size(); slot-- > 0;) { // what is no newer than the rows is among them
+        const statsample& sample = since[SlotIndex{slot}];
+        write(sample.sampleID, sample.time, sample.empty != 0, sample.values);
     }
 }
 

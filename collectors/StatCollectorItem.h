@@ -14,6 +14,7 @@
 namespace meridal {
 
 struct Context;
+struct StoredRows;
 class StatCollector;
 
 /// One thing that a collector tracks: a process, a sensor, an interface, a battery, a disk. It keeps a reduced store
@@ -62,6 +63,9 @@ public:
     bool loadedHistory() const { return loadedHistory_; }
     void setLoadedHistory(bool loaded) { loadedHistory_ = loaded; }
     bool cleanedUp() const { return cleanedUp_; }
+    /// Its collector has asked the database for what it stored of this item in earlier runs.
+    bool storedHistoryAsked() const { return storedHistoryAsked_; }
+    void setStoredHistoryAsked() { storedHistoryAsked_ = true; }
 
     // Storages
     /// Sets a storage of the layout up afresh, with all slots empty.
@@ -96,6 +100,10 @@ public:
     /// Writes one slot without shifting; identifier 0 where the sample has none.
     void addSample(const Dictionary& sample, StorageIndex type, SlotIndex slot);
     void addSample(const Dictionary& sample, StorageIndex type, SlotIndex slot, std::uint64_t sampleID);
+    /// Records that a period held no measurement. Dropped when it is not newer than the newest sample.
+    void addEmptySample(StorageIndex type, std::uint64_t sampleID, double time);
+    /// Puts those rows of a history table that are this item's behind the samples that it has got since.
+    void addStoredRows(const StoredRows& rows, StorageIndex type);
     /// The same on the full store; ignored while that is not allocated.
     void addSampleToFullStorage(const Dictionary& sample, StorageIndex type);
     void addSampleToFullStorage(const Dictionary& sample, StorageIndex type, SlotIndex slot);
@@ -126,6 +134,7 @@ protected:
     Context& context() const { return context_; }
 
 private:
+    bool beginSample(SampleStorage& storage, std::uint64_t sampleID, double time, bool empty);
     void add(SampleStorage& storage, const Dictionary& sample);
     void write(SampleStorage& storage, const Dictionary& sample, SlotIndex slot, std::uint64_t sampleID);
 
@@ -146,6 +155,7 @@ private:
     bool loadedHistory_ = false;
     bool loadingHistory_ = false;
     bool cleanedUp_ = false;
+    bool storedHistoryAsked_ = false;
 };
 
 } // namespace meridal

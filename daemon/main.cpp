@@ -12,6 +12,7 @@
 #include "daemon/StatusReport.h"
 #include "daemon/transport/InstanceLock.h"
 #include "daemon/transport/UnixSocketListener.h"
+#include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
@@ -168,7 +169,11 @@ int runDaemon(const Options& options)
     Log log;
     Context context{*runtime, *host, notifications, log, paths};
     Context::setShared(context);
-    return serve(context);
+    auto& databases = HistoryDatabaseController::sharedHistoryDatabaseController();
+    context.databases = &databases;
+    const int status = serve(context);
+    databases.closeAll(); // while there are still queues to close them on
+    return status;
 }
 
 } // namespace

@@ -16,16 +16,24 @@ class TemporaryTree {
 public:
     using File = std::pair<std::string_view, std::string_view>; ///< path below the root, content
 
-    TemporaryTree(std::initializer_list<File> files = {})
+    /// Memory, where the system has a file system in it: for tests that would wait for the disk thousands of times.
+    enum class Place { Disk, Memory };
+
+    TemporaryTree(std::initializer_list<File> files = {}) : TemporaryTree(Place::Disk)
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "meridal-XXXXXX").string();
+        for (const auto& [path, content] : files) {
+            write(path, content);
+        }
+    }
+    explicit TemporaryTree(Place place)
+    {
+        const bool inMemory = place == Place::Memory && std::filesystem::is_directory("/dev/shm");
+        const auto parent = inMemory ? std::filesystem::path("/dev/shm") : std::filesystem::temp_directory_path();
+        std::string pattern = (parent / "meridal-XXXXXX").string();
         if (!::mkdtemp(pattern.data())) {
             throw std::runtime_error("no temporary folder");
         }
         root_ = pattern;
-        for (const auto& [path, content] : files) {
-            write(path, content);
-        }
     }
     ~TemporaryTree()
     {

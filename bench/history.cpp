@@ -1,0 +1,180 @@
+// What history costs: rows a second from a collector's samples to a committed file against the same rows written by bare
+// SQLite in one transaction, and the share of a core that 200 items cost at one sample a second.
+
+#include "base/AsioRuntime.h"
+#include "base/Log.h"
+#include "base/NotificationCenter.h"
+#include "base/VirtualRuntime.h"
+#include "collectors/StatCollector.h"
+#include "collectors/StatCollectorItem.h"
+#include "database/HistoryDatabaseController.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <benchmark/benchmark.h>
+#include <sqlite3.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace meridal {
+namespace {
+
+constexpr int items = 200;
+constexpr int samples = 500; // of each item: 100,000 rows
+constexpr const char* createItem =
+    "CREATE TABLE %@ (sample INTEGER, uuid TEXT, time REAL, value REAL, PRIMARY KEY (sample, uuid)) WITHOUT ROWID";
+constexpr const char* insertItem = "INSERT INTO %@ VALUES (?, ?, ?, ?)";
+
+std::string keyOf(int item) { return "sensor" + std::to_string(1000 + item); }
+
+class BenchCollector final : public StatCollector {
+public:
+    explicit BenchCollector(Context& context)
+        : StatCollector(context,
+            {.description = "Bench",
+                .sampleCount = 1,
+                .storageType = StorageType::Items,
+                .layout = StorageLayout::forHistory()})
+    {
+        config() = {{"addSampleMap", {{"value", 0}}}, {"addSampleIDKeys", {"sample"}}, {"sampleKeys", {{"value", 0}}},
+            {"sqlCreateID", "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL)"},
+            {"sqlInsert", "INSERT INTO %@ VALUES (?, ?)"}, {"sqlInsertKeys", {"sample", "time"}},
+            {"sqlCreate", createItem}, {"sqlInsertItem", insertItem},
+            {"sqlInsertItemKeys", {"sample", "uuid", "time", "value"}}};
+        setDbTablePrefix("bench");
+        setDbpath(context.paths.support / "bench.db");
+        setDbpathLong(context.paths.support / "benchlong.db");
+        for (int item = 0; item < items; ++item) {
+            newItemWithKey(keyOf(item));
+        }
+    }
+    std::shared_ptr<StatCollectorItem> makeItem() override
+    {
+        return std::make_shared<StatCollectorItem>(context(), 1, StorageLayout::forHistory());
+    }
+    void updateStats() override
+    {
+        const double now = context().runtime.wallTime();
+        for (const auto& item : this->items()) {
+            item->addSample(Dictionary{{"time", now}, {"value", now * 0.5}}, StorageIndex::Live);
+        }
+    }
+};
+
+void rowsByBareSQLite(benchmark::State& state)
+{
+    std::vector<std::string> keys;
+    for (int item = 0; item < items; ++item) {
+        keys.push_back(keyOf(item));
+    }
+    for (auto _ : state) {
+        state.PauseTiming();
+        const test::TemporaryTree folder;
+        sqlite3* database = nullptr;
+        sqlite3_open((folder.root() / "bare.db").c_str(), &database);
+        sqlite3_exec(database, "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr);
+        sqlite3_exec(database, sqlText(createItem, "rows").c_str(), nullptr, nullptr, nullptr);
+        sqlite3_stmt* statement = nullptr;
+        sqlite3_prepare_v2(database, sqlText(insertItem, "rows").c_str(), -1, &statement, nullptr);
+        state.ResumeTiming();
+        sqlite3_exec(database, "BEGIN", nullptr, nullptr, nullptr);
+        for (int sample = 1; sample <= samples; ++sample) {
+            for (const std::string& key : keys) {
+                sqlite3_bind_int64(statement, 1, sample);
+                sqlite3_bind_text(statement, 2, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
+                sqlite3_bind_double(statement, 3, sample * 6.0);
+                sqlite3_bind_double(statement, 4, sample * 0.5);
+                sqlite3_step(statement);
+                sqlite3_reset(statement);
+            }
+        }
+        sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
+        state.PauseTiming();
+        sqlite3_finalize(statement);
+        sqlite3_close(database);
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * samples * items);
+}
+
+/// The samples come as the dictionaries that the base hands over, the commit runs on the file's own queue meanwhile.
+void rowsThroughTheCollector(benchmark::State& state)
+{
+    Dictionary sample{{"items", Value::array()}};
+    for (int item = 0; item < items; ++item) {
+        sample["items"].push_back({{"uuid", keyOf(item)}, {"empty", false}, {"value", 0.5}});
+    }
+    for (auto _ : state) {
+        state.PauseTiming();
+        const test::TemporaryTree folder;
+        {
+            AsioRuntime runtime;
+            Host host;
+            NotificationCenter notifications;
+            Log log;
+            Context context{runtime, host, notifications, log, Paths{folder.root(), {}, {}}};
+            HistoryDatabaseController controller(context);
+            context.databases = &controller;
+            BenchCollector collector(context);
+            const auto file = controller.databaseWithPath(collector.dbpath());
+            file->queryDatabase(
+                [&](SQLiteConnection& database) { collector.checkIfTablesExist(StorageIndex::Hour, database, false); });
+            state.ResumeTiming();
+            for (int number = 1; number <= samples; ++number) {
+                sample["sample"] = number;
+                sample["time"] = number * 6.0;
+                for (Value& item : sample["items"]) {
+                    item["sample"] = number;
+                    item["time"] = number * 6.0;
+                    item["value"] = number * 0.5;
+                }
+                collector.insertSampleIntoTableAtIndex(sample, StorageIndex::Hour);
+            }
+            file->commitSync();
+            state.PauseTiming();
+            if (file->statistics().rowsWritten != static_cast<std::uint64_t>(samples) * (items + 1)) {
+                state.SkipWithError("rows are missing");
+            }
+            controller.closeAll();
+        }
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * samples * items);
+}
+
+/// Ten minutes of virtual time an iteration, after the start has settled; everything, SQLite included, on one thread.
+/// "core" is the share of one core, "measuring" what of it the items' live samples alone cost.
+void secondsOfHistory(benchmark::State& state)
+{
+    const test::TemporaryTree folder;
+    VirtualRuntime runtime;
+    Host host;
+    NotificationCenter notifications;
+    Log log;
+    Context context{runtime, host, notifications, log, Paths{folder.root(), {}, {}}};
+    HistoryDatabaseController controller(context);
+    context.databases = &controller;
+    BenchCollector collector(context);
+    collector.setAutomaticSampleUpdates(state.range(0) != 0);
+    collector.startLogging();
+    runtime.advance(3600); // tables full: every row in is a row out
+    constexpr double span = 600;
+    for (auto _ : state) {
+        runtime.advance(span);
+    }
+    // The rate is in virtual seconds a CPU second; its inverse is the share of a core.
+    state.counters["core"] = benchmark::Counter(
+        static_cast<double>(state.iterations()) * span, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    controller.closeAll();
+}
+
+BENCHMARK(rowsByBareSQLite)->UseRealTime()->Unit(benchmark::kMillisecond)->Repetitions(5);
+BENCHMARK(rowsThroughTheCollector)->UseRealTime()->Unit(benchmark::kMillisecond)->Repetitions(5);
+BENCHMARK(secondsOfHistory)->ArgName("history")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+} // namespace
+} // namespace meridal
+
+BENCHMARK_MAIN();

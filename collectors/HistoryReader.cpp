@@ -1,0 +1,139 @@
+#include "collectors/HistoryReader.h"
+
+#include "database/SQLiteConnection.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// Beyond this, identifiers held as doubles would no longer count in ones.
+constexpr double largestIdentifier = 9'007'199'254'740'992.0;
+
+/// What the columns of a table mean, found once a query.
+class RowReader {
+public:
+    RowReader(const std::vector<std::string>& columns, const HistoryReadPlan& plan, StoredRows& rows) : rows_(rows)
+    {
+        rows.valueCount = plan.valueCount;
+        for (const std::string& column : columns) {
+            roles_.push_back(roleOf(column, plan));
+        }
+    }
+
+    void add(std::span<const SqlValue> row)
+    {
+        StoredRows::Row& stored = rows_.rows.emplace_back();
+        rows_.values.resize(rows_.values.size() + rows_.valueCount);
+        double* const values = rows_.values.data() + rows_.values.size() - rows_.valueCount;
+        for (std::size_t index = 0; index < row.size(); ++index) {
+            take(roles_[index], row[index], stored, values);
+        }
+    }
+
+private:
+    enum class Kind { Nothing, Identifier, Time, Empty, Key, Slot };
+    struct Role {
+        Kind kind = Kind::Nothing;
+        std::size_t slot = 0;
+    };
+
+    static Role roleOf(const std::string& column, const HistoryReadPlan& plan)
+    {
+        if (column == "sample") {
+            return {.kind = Kind::Identifier};
+        }
+        if (column == "time") {
+            return {.kind = Kind::Time};
+        }
+        if (column == "empty") {
+            return {.kind = Kind::Empty};
+        }
+        if (column == "uuid") {
+            return {.kind = Kind::Key};
+        }
+        const auto slot = integer(plan.addSampleMap, column);
+        const bool fits = slot && *slot >= 0 && static_cast<std::size_t>(*slot) < plan.valueCount;
+        return fits ? Role{Kind::Slot, static_cast<std::size_t>(*slot)} : Role{};
+    }
+
+    void take(Role role, const SqlValue& value, StoredRows::Row& stored, double* values)
+    {
+        const double figure = sqlNumber(value);
+        switch (role.kind) {
+        case Kind::Identifier:
+            stored.sampleID = figure >= 0 && figure < largestIdentifier ? static_cast<std::uint64_t>(figure) : 0;
+            break;
+        case Kind::Time:
+            stored.time = std::isfinite(figure) ? figure : 0;
+            break;
+        case Kind::Empty:
+            stored.empty = figure != 0;
+            break;
+        case Kind::Key:
+            if (const auto* key = std::get_if<std::string>(&value)) {
+                rows_.byKey[*key].push_back(rows_.rows.size() - 1);
+            }
+            break;
+        case Kind::Slot:
+            values[role.slot] = std::isfinite(figure) ? figure : 0;
+            break;
+        case Kind::Nothing:
+            break;
+        }
+    }
+
+    StoredRows& rows_;
+    std::vector<Role> roles_;
+};
+
+bool readRows(SQLiteConnection& database, const std::string& sql, const SqlValues& args, const HistoryReadPlan& plan,
+    StoredRows& rows)
+{
+    const auto columns = database.columns(sql);
+    if (!columns) {
+        return false;
+    }
+    RowReader reader(*columns, plan, rows);
+    return database.forEachRow(sql, args, [&](std::span<const SqlValue> row) { reader.add(row); }).has_value();
+}
+
+} // namespace
+
+bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIndex index, StoredStorage& stored)
+{
+    const HistoryReadPlan::Tables& tables = plan.tables[position(index)];
+    if (tables.table.empty()) {
+        return true;
+    }
+    // Read in ascending order of a bounded inner query, so that the rows come as the rings take them.
+    const auto newestFirst = fmt::format("SELECT * FROM {} ORDER BY sample DESC LIMIT ?", tables.table);
+    const SqlValues limit{static_cast<std::int64_t>(std::max<std::size_t>(tables.slots, 1))};
+    if (!readRows(database, fmt::format("SELECT * FROM ({}) ORDER BY sample ASC", newestFirst), limit, plan,
+            stored.samples)) {
+        return false;
+    }
+    if (stored.samples.rows.empty()) {
+        return true;
+    }
+    stored.hasNewest = true;
+    stored.newestID = stored.samples.rows.back().sampleID;
+    stored.newestTime = stored.samples.rows.back().time;
+    if (tables.itemTable.empty() || tables.slots == 0) {
+        return true;
+    }
+    std::string sql = fmt::format("SELECT * FROM {} WHERE sample > ?", tables.itemTable);
+    SqlValues args{static_cast<std::int64_t>(stored.newestID) - static_cast<std::int64_t>(tables.slots)};
+    if (plan.onlyKey) {
+        sql += " AND uuid = ?";
+        args.emplace_back(*plan.onlyKey);
+    }
+    return readRows(database, sql + " ORDER BY sample ASC", args, plan, stored.items);
+}
+
+} // namespace meridal

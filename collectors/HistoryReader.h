@@ -1,0 +1,68 @@
+#pragma once
+
+#include "base/Value.h"
+#include "collectors/SampleRecords.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace meridal {
+
+class SQLiteConnection;
+
+/// Rows of a history table, oldest first, as flat records: what goes back into the rings at start.
+struct StoredRows {
+    struct Row {
+        std::uint64_t sampleID = 0;
+        double time = 0;    ///< s since 1970
+        bool empty = false; ///< holds no measurement
+    };
+
+    std::vector<Row> rows;
+    std::vector<double> values;                                      ///< valueCount a row
+    std::unordered_map<std::string, std::vector<std::size_t>> byKey; ///< each item's rows; of item tables only
+    std::size_t valueCount = 0;
+
+    std::span<const double> valuesOf(std::size_t row) const
+    {
+        return std::span(values).subspan(row * valueCount, valueCount);
+    }
+};
+
+/// What the tables of one storage hold.
+struct StoredStorage {
+    bool hasNewest = false;
+    std::uint64_t newestID = 0;
+    double newestTime = 0; ///< s since 1970
+    StoredRows samples;    ///< of the collector
+    StoredRows items;
+};
+
+struct StoredHistory {
+    bool readable = true; ///< false: some table could not be read, and nothing here may be relied on
+    std::array<StoredStorage, storageCount> storages;
+};
+
+/// What to read, decided on the main queue.
+struct HistoryReadPlan {
+    struct Tables {
+        std::string table;     ///< empty: nothing to read
+        std::string itemTable; ///< empty: the samples are the collector's
+        std::size_t slots = 0; ///< newest samples wanted; the newest identifier is read in any case
+    };
+    std::array<Tables, storageCount> tables;
+    Value addSampleMap; ///< column → value slot
+    std::size_t valueCount = 0;
+    std::optional<std::string> onlyKey; ///< rows of this item only
+};
+
+/// Reads the tables of one storage. False when they cannot be read. Runs on the database's queue.
+bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIndex index, StoredStorage& stored);
+
+} // namespace meridal

@@ -1,0 +1,362 @@
+// The part of StatCollector that deals in database files: names of tables, rows in, rows out.
+
+#include "base/Log.h"
+#include "collectors/HistoryReader.h"
+#include "collectors/StatCollector.h"
+#include "collectors/StatCollectorItem.h"
+#include "database/HistoryDatabaseController.h"
+#include "platform/Context.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// The configuration's entry for the long-term store where there is one, else the general one.
+std::string longOr(const Dictionary& config, std::string_view key, StorageIndex index)
+{
+    std::string longKey = std::string(key) + "Long";
+    return index == StorageIndex::LongTerm && find(config, longKey) ? longKey : std::string(key);
+}
+
+} // namespace
+
+// Files and tables
+
+std::shared_ptr<HistoryDatabaseItem> StatCollector::databaseForIndex(StorageIndex index) const
+{
+    if (!context_.databases || !databaseEnabled_) {
+        return nullptr;
+    }
+    return context_.databases->databaseWithPath(index == StorageIndex::LongTerm ? dbpathLong_ : dbpath_);
+}
+
+void StatCollector::nameTables()
+{
+    const bool perItem = storageType_ == StorageType::Items;
+    for (std::size_t index = 0; index < storageCount; ++index) {
+        const std::string_view prefix = storageConstants[index].tablePrefix;
+        dbTables_[index] = fmt::format("{}{}{}", prefix, dbTablePrefix_, perItem ? "idhistory" : "history");
+        dbTablesItems_[index] = perItem ? fmt::format("{}{}history", prefix, dbTablePrefix_) : std::string();
+    }
+}
+
+std::optional<std::string> StatCollector::tableAtIndex(StorageIndex index)
+{
+    if (index == StorageIndex::Live || position(index) >= storageCount) {
+        return std::nullopt;
+    }
+    if (dbTables_[0].empty()) {
+        nameTables();
+    }
+    return dbTables_[position(index)];
+}
+
+std::optional<std::string> StatCollector::itemTableAtIndex(StorageIndex index)
+{
+    const auto table = tableAtIndex(index);
+    return table && storageType_ == StorageType::Items ? std::optional(dbTablesItems_[position(index)]) : std::nullopt;
+}
+
+std::vector<TableSchema> StatCollector::historyTables(StorageIndex index)
+{
+    std::vector<TableSchema> schemas;
+    const auto add = [&](const std::optional<std::string>& table, std::string_view key, std::string_view longKey) {
+        const bool isLong = index == StorageIndex::LongTerm && find(config_, longKey);
+        if (const auto create = text(config_, isLong ? longKey : key); table && create) {
+            schemas.push_back({.table = *table, .create = *create});
+        }
+    };
+    if (storageType_ == StorageType::Items) {
+        add(tableAtIndex(index), "sqlCreateID", "sqlCreateIDLong");
+        add(itemTableAtIndex(index), "sqlCreate", "sqlCreateLong");
+    } else {
+        add(tableAtIndex(index), "sqlCreate", "sqlCreateLong");
+    }
+    return schemas;
+}
+
+bool StatCollector::checkIfTablesExist(StorageIndex index, SQLiteConnection& database, bool result)
+{
+    for (const TableSchema& schema : historyTables(index)) {
+        const auto exists = database.tableExists(schema.table);
+        if (exists && !*exists) {
+            result = database.execute(sqlText(schema.create, schema.table)).has_value() || result;
+        }
+    }
+    return result;
+}
+
+bool StatCollector::checkIfLongTermTablesExist(StorageIndex index, SQLiteConnection& database, bool result)
+{
+    return index == StorageIndex::LongTerm && checkIfTablesExist(index, database, result);
+}
+
+bool StatCollector::prepareDatabase()
+{
+    if (std::exchange(preparedDatabase_, true)) {
+        return false;
+    }
+    databaseForIndex(StorageIndex::Hour);
+    return migrateDatabase();
+}
+
+bool StatCollector::migrateDatabase() { return false; }
+
+void StatCollector::declareTables()
+{
+    for (std::size_t place = 1; place < sampleIndex_.size(); ++place) {
+        const auto index = static_cast<StorageIndex>(place);
+        if (const auto file = databaseForIndex(index)) {
+            for (TableSchema& schema : historyTables(index)) {
+                file->declareTable(std::move(schema));
+            }
+        }
+    }
+}
+
+// Rows in
+
+const HistoryStatements& StatCollector::statementsForIndex(StorageIndex index)
+{
+    auto& statements = statements_[position(index)];
+    if (!statements) {
+        const std::string table = tableAtIndex(index).value_or("");
+        const std::string itemTable = itemTableAtIndex(index).value_or("");
+        const auto name = [&](std::string_view key) { return longOr(config_, key, index); };
+        statements = std::make_unique<HistoryStatements>();
+        statements->insert = makeInsertPlan(config_, name("sqlInsert"), name("sqlInsertKeys"), table);
+        statements->insertItem = makeInsertPlan(config_, name("sqlInsertItem"), name("sqlInsertItemKeys"), itemTable);
+        constexpr std::string_view prune = "DELETE FROM %@ WHERE sample < ?";
+        if (index != StorageIndex::LongTerm && !table.empty()) {
+            statements->prune = std::make_shared<const StatementText>(table, prune);
+        }
+        if (statements->prune && !itemTable.empty()) {
+            statements->pruneItem = std::make_shared<const StatementText>(itemTable, prune);
+        }
+    }
+    return *statements;
+}
+
+void StatCollector::insertRow(
+    HistoryDatabaseItem& file, const InsertPlan& plan, const Dictionary& sample, std::string_view complaint)
+{
+    if (!plan.text) {
+        return;
+    }
+    rowArgs_.clear();
+    for (const std::string& key : plan.keys) {
+        const Value* entry = find(sample, key);
+        // A value that is missing leaves its own column NULL; the others stay in theirs.
+        rowArgs_.push_back(entry ? sqlValue(*entry) : SqlValue());
+        if (!entry && missingKeys_.insert(key).second) { // once a key, not once a second
+            context_.log.warning(fmt::format("{} - {} - '{}'", description_, complaint, key));
+        }
+    }
+    file.addItem(plan.text, rowArgs_);
+}
+
+void StatCollector::insertSampleIntoTableAtIndex(const Dictionary& sample, StorageIndex index)
+{
+    if (index == StorageIndex::Live || position(index) >= storageCount) {
+        return;
+    }
+    const auto file = databaseForIndex(index);
+    if (!file) {
+        return;
+    }
+    const HistoryStatements& statements = statementsForIndex(index);
+    insertRow(*file, statements.insert, sample, "missing key");
+    const Value* items = find(sample, "items");
+    if (storageType_ != StorageType::Items || !items || !items->is_array()) {
+        return;
+    }
+    for (const Value& itemSample : *items) {
+        if (!isEmptySample(itemSample)) {
+            insertRow(*file, statements.insertItem, itemSample, "missing item key");
+        }
+    }
+}
+
+void StatCollector::removeOldSamplesAtIndex(StorageIndex index)
+{
+    const SampleStorage* found = sampleIndex_.find(index);
+    const auto file = found ? databaseForIndex(index) : nullptr;
+    const double cut = found ? found->record.sampleID - historyIntervals : -1;
+    if (!file || cut < 0) {
+        return;
+    }
+    const HistoryStatements& statements = statementsForIndex(index);
+    for (const auto& text : {statements.prune, statements.pruneItem}) {
+        if (text) {
+            SqlValue argument = static_cast<std::int64_t>(cut);
+            file->addItem(text, {&argument, 1});
+        }
+    }
+}
+
+void StatCollector::runDatabaseQueue()
+{
+    if (!databaseEnabled_) {
+        return;
+    }
+    const auto file = databaseForIndex(StorageIndex::Hour);
+    const auto longTerm = databaseForIndex(StorageIndex::LongTerm);
+    if (file) {
+        file->commit();
+    }
+    if (longTerm && longTerm != file) { // nothing else would ever commit it
+        longTerm->commit();
+    }
+}
+
+// Rows out
+
+std::vector<Dictionary> StatCollector::query(StorageIndex index, const std::string& sql, const SqlValues& args)
+{
+    std::vector<Dictionary> rows;
+    if (const auto file = databaseForIndex(index)) {
+        file->queryDatabase([&](SQLiteConnection& database) {
+            if (auto found = database.rows(sql, args)) {
+                rows = std::move(*found);
+            }
+        });
+    }
+    return rows;
+}
+
+std::vector<Dictionary> StatCollector::samplesFromTable(const std::string& table)
+{
+    auto rows = query(StorageIndex::Hour, fmt::format("SELECT * FROM {} ORDER BY sample DESC LIMIT 603", table), {});
+    std::reverse(rows.begin(), rows.end());
+    return rows;
+}
+
+std::vector<Dictionary> StatCollector::samplesFromTable(const std::string& table, double identifier)
+{
+    const auto newest = static_cast<std::int64_t>(identifier);
+    const auto oldest = static_cast<std::int64_t>(std::max(0.0, identifier - historyIntervals));
+    return query(StorageIndex::Hour,
+        fmt::format("SELECT * FROM {} WHERE sample <= ? AND sample >= ? ORDER BY sample ASC", table), {newest, oldest});
+}
+
+std::optional<Dictionary> StatCollector::lastLongTermSample()
+{
+    auto rows = query(StorageIndex::LongTerm,
+        fmt::format("SELECT * FROM {} ORDER BY sample DESC LIMIT 1", *tableAtIndex(StorageIndex::LongTerm)), {});
+    return rows.empty() ? std::nullopt : std::optional(std::move(rows.front()));
+}
+
+void StatCollector::loadPreviousSamples()
+{
+    for (std::size_t index = position(StorageIndex::Hour); index <= position(StorageIndex::Year); ++index) {
+        loadPreviousSamplesAtIndex(static_cast<StorageIndex>(index));
+    }
+}
+
+void StatCollector::loadPreviousSampleItems()
+{
+    for (std::size_t index = position(StorageIndex::Hour); index <= position(StorageIndex::Year); ++index) {
+        loadPreviousSampleItemsAtIndex(static_cast<StorageIndex>(index));
+    }
+}
+
+void StatCollector::addItemRows(const std::vector<Dictionary>& rows, StorageIndex index)
+{
+    for (const Dictionary& row : rows) {
+        const auto uuid = text(row, "uuid");
+        if (const auto item = uuid ? itemWithKey(*uuid) : nullptr) {
+            item->addSample(row, index);
+        }
+    }
+}
+
+void StatCollector::loadPreviousSamplesAtIndex(StorageIndex index)
+{
+    if (const auto table = tableAtIndex(index)) {
+        for (const Dictionary& row : samplesFromTable(*table)) {
+            addSample(row, index);
+        }
+    }
+    if (const auto table = itemTableAtIndex(index)) {
+        addItemRows(samplesFromTable(*table), index);
+    }
+}
+
+void StatCollector::loadPreviousSampleItemsAtIndex(StorageIndex index)
+{
+    const auto table = itemTableAtIndex(index);
+    if (!table) {
+        return;
+    }
+    for (const auto& item : items_) {
+        item->clearStorageForType(index); // this storage only: the others were loaded by calls of their own
+    }
+    addItemRows(samplesFromTable(*table, idForInterval(index)), index);
+    for (const auto& item : items_) {
+        item->setLoadedHistory(true);
+    }
+}
+
+void StatCollector::loadPreviousSamplesForItem(const std::shared_ptr<StatCollectorItem>& item, Task reply)
+{
+    HistoryReadPlan plan = readPlan();
+    plan.onlyKey = item->key();
+    plan.tables[position(StorageIndex::LongTerm)] = {};
+    const auto file = databaseForIndex(StorageIndex::Hour);
+    if (!file || !plan.onlyKey) {
+        context_.runtime.mainQueue().post(std::move(reply));
+        return;
+    }
+    auto stored = std::make_shared<StoredHistory>();
+    Task adopt = lifetime_.guard([item, stored, reply = std::move(reply)] {
+        for (std::size_t index = 1; index < storageCount; ++index) {
+            item->addStoredRows(stored->storages[index].items, static_cast<StorageIndex>(index));
+        }
+        reply();
+    });
+    Queue& mainQueue = context_.runtime.mainQueue();
+    file->queryDatabaseAsync([plan = std::move(plan), stored, adopt = std::move(adopt), &mainQueue](auto& database) {
+        for (std::size_t index = 1; index < storageCount; ++index) {
+            readStorage(database, plan, static_cast<StorageIndex>(index), stored->storages[index]);
+        }
+        mainQueue.post(adopt);
+    });
+}
+
+void StatCollector::loadPreviousSamplesForItemFull(const std::shared_ptr<StatCollectorItem>& item, Task reply)
+{
+    const auto file = databaseForIndex(StorageIndex::Hour);
+    const auto table = itemTableAtIndex(StorageIndex::Hour);
+    if (!file || !table || !item->key()) {
+        context_.runtime.mainQueue().post(std::move(reply));
+        return;
+    }
+    item->setLoadingHistory(true);
+    item->loadFullStorageAtIndex(StorageIndex::Hour);
+    auto rows = std::make_shared<std::vector<Dictionary>>();
+    Task adopt = lifetime_.guard([this, item, rows, reply = std::move(reply)] {
+        std::for_each(rows->rbegin(), rows->rend(),
+            [&](const Dictionary& row) { item->addSampleToFullStorage(row, StorageIndex::Hour); });
+        item->setLoadingHistory(false);
+        item->setLoadedHistory(true);
+        itemLoadedValues(*item);
+        reply();
+    });
+    Queue& mainQueue = context_.runtime.mainQueue();
+    const std::string sql = fmt::format("SELECT * FROM {} WHERE uuid = ? ORDER BY sample DESC LIMIT 603", *table);
+    file->queryDatabaseAsync([sql, key = *item->key(), rows, adopt = std::move(adopt), &mainQueue](auto& database) {
+        const SqlValue argument = key;
+        if (auto found = database.rows(sql, {&argument, 1})) {
+            *rows = std::move(*found);
+        }
+        mainQueue.post(adopt);
+    });
+}
+
+} // namespace meridal

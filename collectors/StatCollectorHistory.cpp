@@ -1,0 +1,268 @@
+// The part of StatCollector that keeps a collector's history going: takes stored history up at start, runs the clocks of
+// the coarser storages, and sees that rows reach the files.
+
+#include "base/Log.h"
+#include "collectors/HistoryReader.h"
+#include "collectors/StatCollector.h"
+#include "collectors/StatCollectorItem.h"
+#include "database/HistoryDatabaseController.h"
+#include "platform/Context.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// Rows wait this long at most, in seconds, before they are committed. Longer would lose more in a power cut; shorter
+/// would write the same pages of the log more often.
+constexpr double flushInterval = 30;
+
+/// A clock whose next turn is further away than this many of its intervals shows that the wall clock was set back.
+constexpr double longestWaitIntervals = 2;
+
+/// Seconds between attempts to read stored history. Without it clocks must not start: they would count from 0 again.
+constexpr double readAgain = 30;
+
+constexpr double hourInterval = static_cast<double>(storageConstants[position(StorageIndex::Hour)].interval);
+
+template <typename Function>
+void forEachHistoryIndex(std::size_t storages, Function function)
+{
+    for (std::size_t index = position(StorageIndex::Hour); index < storages; ++index) {
+        function(static_cast<StorageIndex>(index));
+    }
+}
+
+} // namespace
+
+void StatCollector::updateHistory()
+{
+    if (!automaticSampleUpdates_ || !recordsHistory()) {
+        return;
+    }
+    const double steady = context_.runtime.monotonicTime();
+    if (historyPhase_ == HistoryPhase::NotStarted && steady >= nextHistoryRead_) {
+        nextHistoryRead_ = steady + readAgain;
+        startHistory();
+    }
+    if (historyPhase_ != HistoryPhase::Running) {
+        return;
+    }
+    const double now = context_.runtime.wallTime();
+    const double wait = nextHistoryTime_ - now;
+    if (wait <= 0 || wait > longestWaitIntervals * hourInterval) {
+        runHistoryClocks(now);
+    }
+    if (steady >= nextFlush_) {
+        nextFlush_ = steady + flushInterval;
+        runDatabaseQueue();
+    }
+}
+
+// Start
+
+HistoryReadPlan StatCollector::readPlan()
+{
+    HistoryReadPlan plan;
+    plan.valueCount = sampleValueCount_;
+    if (const Value* map = find(config_, "addSampleMap")) {
+        plan.addSampleMap = *map;
+    }
+    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+        HistoryReadPlan::Tables& tables = plan.tables[position(index)];
+        if (statementsForIndex(index).insert.text) {
+            tables.table = tableAtIndex(index).value_or("");
+            tables.itemTable = itemTableAtIndex(index).value_or("");
+            tables.slots = sampleIndex_.find(index)->samples.size();
+        }
+    });
+    return plan;
+}
+
+/// Reads on the files' own queues, one after the other, and goes on when both have answered.
+void StatCollector::startHistory()
+{
+    const auto file = databaseForIndex(StorageIndex::Hour);
+    const auto longTerm = databaseForIndex(StorageIndex::LongTerm);
+    auto stored = std::make_shared<StoredHistory>();
+    if (!file && !longTerm) {
+        adoptHistory(*stored);
+        return;
+    }
+    historyPhase_ = HistoryPhase::Loading;
+    declareTables();
+    Task adopt = lifetime_.guard([this, stored] { adoptHistory(*stored); });
+    Queue& mainQueue = context_.runtime.mainQueue();
+    const auto plan = std::make_shared<const HistoryReadPlan>(readPlan());
+    const auto readLong = [stored, plan, adopt = std::move(adopt), &mainQueue](SQLiteConnection& database) {
+        constexpr auto index = StorageIndex::LongTerm;
+        stored->readable = stored->readable && readStorage(database, *plan, index, stored->storages[position(index)]);
+        mainQueue.post(adopt);
+    };
+    const auto readShort = [stored, plan, longTerm, readLong, &mainQueue](SQLiteConnection& database) {
+        forEachHistoryIndex(position(StorageIndex::LongTerm), [&](StorageIndex index) {
+            stored->readable =
+                stored->readable && readStorage(database, *plan, index, stored->storages[position(index)]);
+        });
+        if (longTerm) {
+            longTerm->queryDatabaseAsync(readLong);
+        }
+    };
+    if (!file) {
+        longTerm->queryDatabaseAsync(readLong);
+    } else if (longTerm) {
+        file->queryDatabaseAsync(readShort);
+    } else {
+        file->queryDatabaseAsync([readShort, adopt = lifetime_.guard([this, stored] { adoptHistory(*stored); }),
+                                     &mainQueue](SQLiteConnection& database) {
+            readShort(database);
+            mainQueue.post(adopt);
+        });
+    }
+}
+
+void StatCollector::adoptHistory(const StoredHistory& stored)
+{
+    if (!stored.readable) {
+        historyPhase_ = HistoryPhase::NotStarted;
+        if (!std::exchange(toldUnreadable_, true)) {
+            context_.log.warning(description_ + ": stored history cannot be read; recording waits until it can");
+        }
+        return;
+    }
+    historyPhase_ = HistoryPhase::Running;
+    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+        const StoredStorage& previous = stored.storages[position(index)];
+        sampleindexconfig& record = storage(index)->record;
+        if (previous.hasNewest && previous.newestTime > 0) {
+            record.sampleID = static_cast<double>(previous.newestID);
+            record.time = previous.newestTime;
+            record.nextTime = record.time + record.interval;
+        } else {
+            checkNextTimeAtIndex(index);
+        }
+        adoptRows(previous, index);
+    });
+    for (const auto& item : items_) {
+        item->setStoredHistoryAsked();
+    }
+    nextHistoryTime_ = 0;
+}
+
+void StatCollector::adoptRows(const StoredStorage& previous, StorageIndex index)
+{
+    SampleRing& ring = storage(index)->samples;
+    const StoredRows& rows = previous.samples;
+    for (std::size_t row = 0; row < rows.rows.size() && ring.size() > 0; ++row) {
+        const StoredRows::Row& stored = rows.rows[row];
+        ring.shift();
+        ring.setLabel(SlotIndex{0}, stored.sampleID, stored.time);
+        ring.setEmpty(SlotIndex{0}, stored.empty ? 1 : 0);
+        for (std::size_t value = 0; value < rows.valueCount; ++value) {
+            ring.setValue(SlotIndex{0}, value, rows.valuesOf(row)[value]);
+        }
+    }
+    for (const auto& item : items_) {
+        item->addStoredRows(previous.items, index);
+    }
+    if (!previous.items.rows.empty()) {
+        noteMeasured(index, previous.items.rows.back().time);
+    }
+}
+
+/// Items that appeared after the start get their own stored samples, so that the averages of a sensor or disk that comes
+/// and goes reach back as far as everybody's.
+void StatCollector::loadHistoryOfNewItems()
+{
+    if (storageType_ != StorageType::Items) {
+        return;
+    }
+    for (const auto& item : items_) {
+        if (!item->storedHistoryAsked() && !item->temporary() && !item->nohistory()) {
+            item->setStoredHistoryAsked();
+            loadPreviousSamplesForItem(item, [] {});
+        }
+    }
+}
+
+// The clocks
+
+void StatCollector::runHistoryClocks(double now)
+{
+    loadHistoryOfNewItems();
+    std::array<double, storageCount> before = {};
+    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+        sampleindexconfig& record = storage(index)->record;
+        before[position(index)] = record.sampleID;
+        if (record.nextTime - now > longestWaitIntervals * record.interval) {
+            startPeriod(record, index, now); // the wall clock was set back: the identifiers go on, the times start over
+        }
+        skipOldPeriods(record, index, now);
+    });
+    // In the order in which the periods ended, the finer storage first: an average finds its source complete, and a long
+    // gap in the source has not yet pushed out what was measured before it.
+    for (auto next = nextToFinish(); next.second <= now; next = nextToFinish()) {
+        finishPeriod(next.first);
+    }
+    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+        storage(index)->record.fillingGap = true;
+        if (storage(index)->record.sampleID != before[position(index)]) {
+            removeOldSamplesAtIndex(index);
+        }
+    });
+    nextHistoryTime_ = nextToFinish().second;
+}
+
+std::pair<StorageIndex, double> StatCollector::nextToFinish() const
+{
+    std::pair<StorageIndex, double> next{StorageIndex::Hour, sampleIndex_.find(StorageIndex::Hour)->record.nextTime};
+    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+        const double time = sampleIndex_.find(index)->record.nextTime;
+        if (time < next.second) {
+            next = {index, time};
+        }
+    });
+    return next;
+}
+
+void StatCollector::noteMeasured(StorageIndex index, double time)
+{
+    double& latest = measuredUntil_[position(index)];
+    latest = std::max(latest, time);
+}
+
+/// Whether any item can have a sample of the period that has just ended.
+bool StatCollector::itemsMeasured(const sampleindexconfig& record) const
+{
+    const double start = record.time - record.interval;
+    if (start <= 0) {
+        return true; // averages take everything then
+    }
+    if (record.historyIndex != StorageIndex::Live) {
+        return measuredUntil_[position(record.historyIndex)] > start;
+    }
+    return std::any_of(items_.begin(), items_.end(), [start](const auto& item) {
+        const SampleRing* live = item->storageForType(StorageIndex::Live);
+        return live && live->newestTime() > start;
+    });
+}
+
+void StatCollector::insertEmptyPeriod(StorageIndex index)
+{
+    const sampleindexconfig& record = storage(index)->record;
+    const std::uint64_t sampleID = wholeIdentifier(record.sampleID);
+    const Dictionary sample{{"sample", sampleID}, {"time", record.time}, {"empty", 0}, {"items", Value::array()}};
+    if (index == StorageIndex::LongTerm) {
+        addLongTermSample(sample);
+    } else {
+        addSample(sample, index);
+        for (const auto& item : items_) {
+            item->addEmptySample(index, sampleID, record.time);
+        }
+    }
+    insertSampleIntoTableAtIndex(sample, index);
+}
+
+} // namespace meridal

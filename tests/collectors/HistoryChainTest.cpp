@@ -1,0 +1,436 @@
+// The whole chain on virtual time and real files: live samples, averages of averages, gaps, rows, pruning, restarts.
+//
+// A year passes for a collector whose samples are its own and for one whose samples are its items'. The machine is awake
+// for some minutes at a time and for thirty hours once, second by second, and asleep or switched off for the rest; the
+// daemon is stopped or killed at random instants, and the wall clock steps both ways. Beside it runs a plain reference
+// that keeps every sample in lists and works each average out from its definition.
+
+#include "collectors/StatCollector.h"
+#include "collectors/StatCollectorItem.h"
+#include "database/HistoryDatabaseController.h"
+#include "tests/support/FakeHost.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <map>
+#include <random>
+#include <sstream>
+
+namespace meridal::test {
+namespace {
+
+constexpr double hour = 3600;
+constexpr double day = 24 * hour;
+constexpr std::array<const char*, 3> itemKeys{"fan", "battery", "disk"};
+
+struct Sample {
+    std::uint64_t sampleID = 0;
+    double time = 0;
+    bool empty = true;
+    double value = 0;
+};
+
+/// Every sample of one thing, by storage, oldest first.
+class Series {
+public:
+    void addLive(double time, bool empty, double value)
+    {
+        auto& live = lists_[0];
+        live.push_back({0, time, empty, value});
+        if (live.size() > 2000) { // far more than the live ring holds
+            live.erase(live.begin(), live.begin() + 1000);
+        }
+    }
+    /// The average that a period's sample must have: of its source's samples, from the newest back to the period's start.
+    Sample expected(StorageIndex index, std::uint64_t sampleID, double end) const
+    {
+        const StorageConstants& constants = storageConstants[position(index)];
+        const auto& source = lists_[position(constants.historyIndex)];
+        const std::size_t slots = StorageLayout::forHistory().slots[position(constants.historyIndex)];
+        const double allowance = constants.historyIndex == StorageIndex::Live ? 0.99 : 0;
+        double sum = 0;
+        int count = 0;
+        std::size_t seen = 0;
+        for (auto sample = source.rbegin(); sample != source.rend() && seen < slots; ++sample, ++seen) {
+            if (sample->empty || sample->time > end + allowance) {
+                continue;
+            }
+            if (sample->time <= end - static_cast<double>(constants.interval)) {
+                break;
+            }
+            sum += sample->value;
+            ++count;
+        }
+        return {sampleID, end, count == 0, count == 0 ? 0 : sum / count};
+    }
+    void add(StorageIndex index, const Sample& sample) { lists_[position(index)].push_back(sample); }
+    const std::vector<Sample>& list(StorageIndex index) const { return lists_[position(index)]; }
+    /// The daemon starts again: what was in memory only is gone, and so is what had not been written.
+    void restart(const std::array<std::int64_t, storageCount>& newest)
+    {
+        lists_[0].clear();
+        for (std::size_t index = 1; index < storageCount; ++index) {
+            std::erase_if(lists_[index],
+                [&](const Sample& sample) { return static_cast<std::int64_t>(sample.sampleID) > newest[index]; });
+        }
+    }
+
+private:
+    std::array<std::vector<Sample>, storageCount> lists_;
+};
+
+/// What the collector must do, kept across its restarts.
+struct Reference {
+    std::map<std::string, Series> series;
+    std::size_t wrong = 0;
+    std::string firstWrong;
+    std::size_t compared = 0;
+    std::size_t measured = 0; ///< compared, and not empty
+
+    void fail(const std::string& what)
+    {
+        if (wrong++ == 0) {
+            firstWrong = what;
+        }
+    }
+    void take(const std::string& key, StorageIndex index, const Sample& got)
+    {
+        Series& own = series[key];
+        const auto& list = own.list(index);
+        const std::uint64_t last = list.empty() ? 0 : list.back().sampleID;
+        const bool inOrder = index == StorageIndex::LongTerm ? got.sampleID == last + 1 : got.sampleID > last;
+        if (!list.empty() && !inOrder) {
+            fail("identifiers do not rise in storage " + std::to_string(position(index)));
+        }
+        if (got.sampleID > 0) {
+            const Sample want = own.expected(index, got.sampleID, got.time);
+            ++compared;
+            measured += want.empty ? 0U : 1U;
+            if (want.empty != got.empty || std::abs(want.value - got.value) > 1e-6) {
+                std::ostringstream what;
+                what << key << " storage " << position(index) << " sample " << got.sampleID << " at " << std::fixed
+                     << got.time << ": " << got.empty << " " << got.value << ", not " << want.empty << " "
+                     << want.value;
+                fail(what.str());
+            }
+        }
+        own.add(index, got);
+    }
+};
+
+Dictionary configuration(StorageType type)
+{
+    Dictionary config{{"addSampleMap", {{"value", 0}}}, {"addSampleIDKeys", {"sample"}}, {"sampleKeys", {{"value", 0}}},
+        {"emptySampleKeys", {"value"}}};
+    if (type == StorageType::Collector) {
+        config["sqlCreate"] = "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL, empty INTEGER, value REAL)";
+        config["sqlInsert"] = "INSERT INTO %@ VALUES (?, ?, ?, ?)";
+        config["sqlInsertKeys"] = {"sample", "time", "empty", "value"};
+    } else {
+        config["sqlCreateID"] = "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL)";
+        config["sqlInsert"] = "INSERT INTO %@ VALUES (?, ?)";
+        config["sqlInsertKeys"] = {"sample", "time"};
+        config["sqlCreate"] = "CREATE TABLE %@ (sample INTEGER, uuid TEXT, time REAL, value REAL, "
+                              "PRIMARY KEY (sample, uuid)) WITHOUT ROWID";
+        config["sqlInsertItem"] = "INSERT INTO %@ VALUES (?, ?, ?, ?)";
+        config["sqlInsertItemKeys"] = {"sample", "uuid", "time", "value"};
+    }
+    return config;
+}
+
+class ChainCollector final : public StatCollector {
+public:
+    ChainCollector(Context& context, StorageType type, Reference& reference, std::mt19937& random)
+        : StatCollector(context,
+            {.description = "Chain", .sampleCount = 1, .storageType = type, .layout = StorageLayout::forHistory()})
+        , reference_(reference)
+        , random_(random)
+    {
+        config() = configuration(type);
+        setDbTablePrefix(type == StorageType::Collector ? "own" : "item");
+        setDbpath(context.paths.support / "chain.db");
+        setDbpathLong(context.paths.support / "chainlong.db");
+        if (type == StorageType::Items) {
+            for (const char* key : itemKeys) {
+                newItemWithKey(key);
+            }
+        }
+    }
+
+    std::shared_ptr<StatCollectorItem> makeItem() override
+    {
+        return std::make_shared<StatCollectorItem>(context(), 1, StorageLayout::forHistory());
+    }
+
+    void updateStats() override
+    {
+        if (storageType() == StorageType::Collector) {
+            addSample(measure("own"), StorageIndex::Live);
+            return;
+        }
+        for (const auto& item : items()) {
+            if (random_() % 10 != 0) { // a sensor that does not answer now and then
+                item->addSample(measure(*item->key()), StorageIndex::Live);
+            }
+        }
+    }
+
+    void insertSampleIntoTableAtIndex(const Dictionary& sample, StorageIndex index) override
+    {
+        const auto taken = [&](const Dictionary& from) {
+            return Sample{sample.at("sample").get<std::uint64_t>(), sample.at("time").get<double>(),
+                isEmptySample(from), number(from, "value").value_or(0)};
+        };
+        if (storageType() == StorageType::Collector) {
+            reference_.take("own", index, taken(sample));
+        } else {
+            const Dictionary missing{{"empty", 1}};
+            const Value* items = find(sample, "items");
+            for (const char* key : itemKeys) {
+                const Dictionary* own = &missing;
+                for (std::size_t place = 0; items && place < items->size(); ++place) {
+                    own = (*items)[place].at("uuid") == key ? &(*items)[place] : own;
+                }
+                reference_.take(key, index, taken(*own));
+            }
+        }
+        StatCollector::insertSampleIntoTableAtIndex(sample, index);
+    }
+
+private:
+    Dictionary measure(const std::string& key)
+    {
+        const double now = context().runtime.wallTime();
+        const double value = static_cast<double>(random_() % 8000) / 8;
+        const bool empty = random_() % 50 == 0;
+        reference_.series[key].addLive(now, empty, value);
+        return {{"time", now}, {"value", value}, {"empty", empty ? 1 : 0}};
+    }
+
+    Reference& reference_;
+    std::mt19937& random_;
+};
+
+class HistoryChainTest : public testing::Test {
+protected:
+    HistoryChainTest() { machine_.context.paths.support = folder_.root(); }
+
+    void start()
+    {
+        controller_ = std::make_unique<HistoryDatabaseController>(machine_.context);
+        machine_.context.databases = controller_.get();
+        own_ = std::make_unique<ChainCollector>(machine_.context, StorageType::Collector, ownReference_, random_);
+        items_ = std::make_unique<ChainCollector>(machine_.context, StorageType::Items, itemReference_, random_);
+        own_->startLogging();
+        items_->startLogging();
+    }
+    /// Ends the daemon, in good order or by a kill.
+    void stop(bool killed)
+    {
+        if (!killed) {
+            controller_->commitAllSync();
+        }
+        own_.reset();
+        items_.reset();
+        for (const auto& [name, figures] : controller_->statistics()) {
+            EXPECT_EQ(figures.statementsFailed, 0U) << name;
+        }
+        machine_.context.databases = nullptr;
+        controller_.reset();
+        forget(ownReference_, "ownhistory");
+        forget(itemReference_, "itemidhistory");
+    }
+    std::filesystem::path fileOf(StorageIndex index) const
+    {
+        return folder_.root() / (index == StorageIndex::LongTerm ? "chainlong.db" : "chain.db");
+    }
+    static std::string tableOf(StorageIndex index, const std::string& stem)
+    {
+        return std::string(storageConstants[position(index)].tablePrefix) + stem;
+    }
+    /// Takes what was not written out of the reference; in the files' place there is then the newest written row.
+    void forget(Reference& reference, const std::string& stem)
+    {
+        std::array<std::int64_t, storageCount> newest = {};
+        for (std::size_t index = 1; index < storageCount; ++index) {
+            const auto storage = static_cast<StorageIndex>(index);
+            const auto rows = read(storage, "SELECT coalesce(max(sample), -1) FROM " + tableOf(storage, stem));
+            newest[index] = rows.empty() ? -1 : static_cast<std::int64_t>(sqlNumber(rows[0][0]));
+        }
+        for (auto& [key, series] : reference.series) {
+            series.restart(newest);
+        }
+    }
+    std::vector<SqlValues> read(StorageIndex index, const std::string& sql) const
+    {
+        std::vector<SqlValues> rows;
+        SQLiteConnection database;
+        if (std::filesystem::exists(fileOf(index)) && database.open(fileOf(index), {})) {
+            static_cast<void>(database.forEachRow(
+                sql, {}, [&](std::span<const SqlValue> row) { rows.emplace_back(row.begin(), row.end()); }));
+        }
+        return rows;
+    }
+    double between(double from, double to) { return std::uniform_real_distribution<double>(from, to)(random_); }
+
+    void liveAndSleep();
+    void checkTables(const Reference& reference, const std::string& stem, bool perItem);
+    void checkTable(StorageIndex index, const std::vector<SqlValues>& rows, const std::vector<Sample>& list, bool all);
+
+    TemporaryTree folder_{TemporaryTree::Place::Memory};
+    FakeMachine machine_;
+    std::mt19937 random_{20231114};
+    Reference ownReference_;
+    Reference itemReference_;
+    std::unique_ptr<HistoryDatabaseController> controller_;
+    std::unique_ptr<ChainCollector> own_;
+    std::unique_ptr<ChainCollector> items_;
+};
+
+/// Some minutes awake, then whatever comes: sleep, a clock that steps, a restart, a kill, a day switched off.
+void HistoryChainTest::liveAndSleep()
+{
+    machine_.runtime.advance(between(10, 20 * 60));
+    switch (random_() % 8) {
+    case 0:
+        machine_.runtime.stepWallClock(between(-2, 2) * hour);
+        break;
+    case 1:
+        machine_.runtime.stepWallClock(between(-20, 20));
+        break;
+    case 2:
+        stop(random_() % 2 == 0);
+        machine_.runtime.sleepMachine(between(0, 300));
+        start();
+        break;
+    case 3:
+        stop(random_() % 2 == 0);
+        machine_.runtime.sleepMachine(between(0, 3 * day));
+        start();
+        break;
+    case 4:
+        machine_.runtime.sleepMachine(between(0, 3 * day));
+        break;
+    default:
+        machine_.runtime.sleepMachine(between(0, 2 * day));
+        break;
+    }
+}
+
+void HistoryChainTest::checkTable(
+    StorageIndex index, const std::vector<SqlValues>& rows, const std::vector<Sample>& list, bool all)
+{
+    ASSERT_FALSE(list.empty());
+    const auto newest = static_cast<std::int64_t>(list.back().sampleID);
+    std::vector<Sample> wanted;
+    for (const Sample& sample : list) {
+        const bool kept = index == StorageIndex::LongTerm || static_cast<std::int64_t>(sample.sampleID) >= newest - 602;
+        if (kept && (all || !sample.empty)) {
+            wanted.push_back(sample);
+        }
+    }
+    if (all) {
+        const auto expected = index == StorageIndex::LongTerm ? newest + 1 : std::min<std::int64_t>(603, newest + 1);
+        ASSERT_EQ(static_cast<std::int64_t>(rows.size()), expected);
+    }
+    ASSERT_EQ(rows.size(), wanted.size());
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        ASSERT_EQ(sqlNumber(rows[row][0]), static_cast<double>(wanted[row].sampleID));
+        ASSERT_EQ(sqlNumber(rows[row][1]), wanted[row].time);
+        if (rows[row].size() > 2 && !wanted[row].empty) {
+            ASSERT_NEAR(sqlNumber(rows[row][2]), wanted[row].value, 1e-6);
+        }
+    }
+}
+
+void HistoryChainTest::checkTables(const Reference& reference, const std::string& stem, bool perItem)
+{
+    for (std::size_t place = 1; place < storageCount; ++place) {
+        const auto index = static_cast<StorageIndex>(place);
+        SCOPED_TRACE(stem + " storage " + std::to_string(place));
+        if (!perItem) {
+            checkTable(index,
+                read(index, "SELECT sample, time, value FROM " + tableOf(index, stem + "history") + " ORDER BY sample"),
+                reference.series.at("own").list(index), true);
+            continue;
+        }
+        for (const char* key : itemKeys) {
+            const auto& list = reference.series.at(key).list(index);
+            checkTable(index,
+                read(index, "SELECT sample, time FROM " + tableOf(index, stem + "idhistory") + " ORDER BY sample"),
+                list, true);
+            checkTable(index,
+                read(index,
+                    "SELECT sample, time, value FROM " + tableOf(index, stem + "history") + " WHERE uuid = '" + key
+                        + "' ORDER BY sample"),
+                list, false);
+        }
+    }
+}
+
+TEST_F(HistoryChainTest, AYearOfSamplesEndsUpInTheTables)
+{
+    start();
+    const double begin = machine_.runtime.wallTime();
+    bool longDay = false;
+    while (machine_.runtime.wallTime() < begin + 365 * day) {
+        liveAndSleep();
+        if (!longDay && machine_.runtime.wallTime() > begin + 100 * day) {
+            longDay = true;
+            machine_.runtime.advance(30 * hour);
+        }
+    }
+    machine_.runtime.advance(600);
+    stop(false);
+    EXPECT_EQ(ownReference_.wrong, 0U) << ownReference_.firstWrong;
+    EXPECT_EQ(itemReference_.wrong, 0U) << itemReference_.firstWrong;
+    EXPECT_GT(ownReference_.measured, 10'000U);
+    EXPECT_GT(itemReference_.measured, 30'000U);
+    checkTables(ownReference_, "own", false);
+    checkTables(itemReference_, "item", true);
+}
+
+TEST_F(HistoryChainTest, AnItemThatComesBackFindsItsHistory)
+{
+    start();
+    machine_.runtime.advance(20 * 60);
+    stop(false);
+    start();
+    machine_.runtime.advance(10);
+    const auto before = items_->items().at(0)->lowestSampleForStorageType(StorageIndex::Hour);
+    EXPECT_GT(before, 150U);
+    EXPECT_GT(items_->items().at(0)->sampleAtIndex(SlotIndex{100}, StorageIndex::Hour).sampleID, 0U);
+    items_->items().at(0)->setExists(false);
+    items_->items().at(1)->setExists(true);
+    items_->items().at(2)->setExists(true);
+    ASSERT_TRUE(items_->removeOldItems());
+    const auto back = items_->newItemWithKey(itemKeys[0]);
+    machine_.runtime.advance(10);
+    EXPECT_GT(back->sampleAtIndex(SlotIndex{100}, StorageIndex::Hour).sampleID, 0U);
+    EXPECT_EQ(back->sampleAtIndex(SlotIndex{1}, StorageIndex::Hour).sampleID + 1,
+        back->lowestSampleForStorageType(StorageIndex::Hour));
+}
+
+TEST_F(HistoryChainTest, WithoutAReadableFileClocksWaitAndMeasuringGoesOn)
+{
+    folder_.write("state", "in the way");
+    machine_.context.paths.support = folder_.root() / "state";
+    std::vector<std::string> lines;
+    machine_.log.addListener([&](LogLevel, std::string_view line) { lines.emplace_back(line); });
+    start();
+    machine_.runtime.advance(300);
+    EXPECT_EQ(own_->idForInterval(StorageIndex::Live), 301.0);
+    EXPECT_EQ(own_->sampleIndex(StorageIndex::Hour)->nextTime, 0.0);
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                  [](const std::string& line) { return line.find("cannot be read") != std::string::npos; }),
+        2); // once a collector
+    folder_.remove("state");
+    machine_.runtime.advance(60);
+    EXPECT_GT(own_->idForInterval(StorageIndex::Hour), 1.0);
+}
+
+} // namespace
+} // namespace meridal::test

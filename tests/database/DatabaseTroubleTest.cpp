@@ -1,0 +1,155 @@
+// What a disk and other programs do to a database file, one trouble after another: the daemon goes on, nothing that was
+// stored is deleted, what waited is written when the trouble is over, and the log says so without chattering.
+
+#include "tests/database/DatabaseFixture.h"
+
+#include <fstream>
+
+namespace meridal::test {
+namespace {
+
+class DatabaseTroubleTest : public DatabaseTest {
+protected:
+    /// A file that held 200 batches and was closed.
+    void makeSoundFile()
+    {
+        const auto item = openItem();
+        writeBatch(*item, 1, 2000);
+        item->close();
+        lines_.clear();
+    }
+    void expectFreshFile(const std::shared_ptr<HistoryDatabaseItem>& item, std::uintmax_t sizeAside)
+    {
+        writeBatch(*item, 1);
+        EXPECT_EQ(rowCount(), "10");
+        const auto aside = filesWith(".damaged-20231114-");
+        ASSERT_EQ(aside.size(), 1U);
+        EXPECT_EQ(std::filesystem::file_size(aside.front()), sizeAside);
+        EXPECT_EQ(linesWith("fresh one is started"), 1U);
+        EXPECT_EQ(item->statistics().filesSetAside, 1U);
+    }
+};
+
+TEST_F(DatabaseTroubleTest, AFileThatIsNoDatabaseIsKeptAside)
+{
+    folder_.write("history.db", std::string(5000, 'x'));
+    expectFreshFile(openItem(), 5000);
+}
+
+TEST_F(DatabaseTroubleTest, ATruncatedFileIsKeptAside)
+{
+    makeSoundFile();
+    const auto size = std::filesystem::file_size(path());
+    std::filesystem::resize_file(path(), size / 2);
+    expectFreshFile(openItem(), size / 2);
+}
+
+TEST_F(DatabaseTroubleTest, AFileWithRuinedPagesIsKeptAsideWhenTheyAreMet)
+{
+    makeSoundFile();
+    const auto size = std::filesystem::file_size(path());
+    {
+        std::fstream file(path(), std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(4096);
+        file << std::string(size - 4096, 'x');
+    }
+    expectFreshFile(openItem(), size);
+}
+
+TEST_F(DatabaseTroubleTest, ADiskThatRuinsEveryFileIsNotFilledWithThem)
+{
+    const auto item = openItem();
+    for (int minute = 0; minute < 60; ++minute) {
+        item->close();
+        folder_.write("history.db", std::string(5000, 'x'));
+        addBatch(*item, minute);
+        item->commitSync();
+        machine_.runtime.advance(60);
+    }
+    EXPECT_LE(filesWith(".damaged-").size(), 7U);
+    item->close();
+    std::filesystem::remove(path());
+    item->commitSync();
+    EXPECT_EQ(item->statistics().statementsWaiting, 0U);
+    EXPECT_EQ(item->statistics().statementsDropped, 0U);
+}
+
+TEST_F(DatabaseTroubleTest, AFileThatVanishesIsStartedAfresh)
+{
+    const auto item = openItem();
+    writeBatch(*item, 1);
+    std::filesystem::remove(path());
+    writeBatch(*item, 2);
+    EXPECT_EQ(OtherProgram(path()).value("SELECT group_concat(DISTINCT batch) FROM rows"), "2");
+
+    for (const char* part : {"", "-wal", "-shm"}) {
+        std::filesystem::remove(path().string() + part);
+    }
+    writeBatch(*item, 3);
+    EXPECT_EQ(OtherProgram(path()).value("SELECT group_concat(DISTINCT batch) FROM rows"), "3");
+
+    std::filesystem::remove(path().string() + "-wal");
+    writeBatch(*item, 4);
+    EXPECT_EQ(OtherProgram(path()).value("SELECT group_concat(DISTINCT batch) FROM rows"), "3,4");
+    EXPECT_EQ(linesWith("vanished"), 1U); // once a minute
+}
+
+TEST_F(DatabaseTroubleTest, AFolderThatCannotBeHadIsTriedAgain)
+{
+    folder_.write("state", "in the way");
+    const auto file = folder_.root() / "state" / "history.db";
+    const auto item = std::make_shared<HistoryDatabaseItem>(machine_.context, file, HistoryDatabaseItem::Limits{});
+    EXPECT_FALSE(item->openIfNeeded());
+    item->declareTable({.table = "rows", .create = create_});
+    for (std::int64_t batch = 1; batch <= 20; ++batch) {
+        writeBatch(*item, batch);
+        machine_.runtime.advance(2);
+    }
+    EXPECT_EQ(linesWith("Could not open db."), 1U);
+    EXPECT_EQ(item->statistics().statementsWaiting, 200U);
+    folder_.remove("state");
+    item->commitSync();
+    EXPECT_EQ(OtherProgram(file).value("SELECT count(*) FROM rows"), "200");
+    EXPECT_EQ(linesWith("can be written again"), 1U);
+}
+
+TEST_F(DatabaseTroubleTest, WhatCannotBeWrittenForLongLosesItsOldest)
+{
+    const auto item = openItem({.keptStatements = 100, .busyTimeout = 1});
+    OtherProgram locker(path());
+    ASSERT_EQ(locker.run("BEGIN IMMEDIATE"), SQLITE_OK);
+    for (std::int64_t batch = 1; batch <= 15; ++batch) {
+        writeBatch(*item, batch);
+    }
+    EXPECT_EQ(item->statistics().statementsDropped, 50U);
+    EXPECT_EQ(item->statistics().batchesFailed, 15U);
+    EXPECT_EQ(linesWith("kept for later"), 1U);
+    locker.run("COMMIT");
+    item->commitSync();
+    EXPECT_EQ(
+        OtherProgram(path()).value("SELECT min(batch) || ' ' || max(batch) || ' ' || count(*) FROM rows"), "6 15 100");
+}
+
+TEST_F(DatabaseTroubleTest, AReaderThatNeverEndsCannotGrowTheLogWithoutBound)
+{
+    constexpr std::uintmax_t limit = 256 * 1024;
+    const auto item = openItem({.walBytes = limit, .busyTimeout = 1});
+    writeBatch(*item, 0);
+    OtherProgram reader(path());
+    reader.run("BEGIN");
+    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "10");
+    const std::filesystem::path log = path().string() + "-wal";
+    for (std::int64_t batch = 1; batch <= 200; ++batch) {
+        writeBatch(*item, batch, 100);
+        ASSERT_LT(std::filesystem::file_size(log), limit + 128 * 1024);
+    }
+    EXPECT_GT(item->statistics().statementsWaiting, 1000U);
+    EXPECT_EQ(linesWith("a reader has held its transaction"), 1U);
+    reader.run("COMMIT");
+    item->commitSync();
+    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "20010");
+    EXPECT_EQ(item->statistics().statementsWaiting, 0U);
+}
+
+} // namespace
+} // namespace meridal::test

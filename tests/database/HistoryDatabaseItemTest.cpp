@@ -1,0 +1,213 @@
+#include "base/AsioRuntime.h"
+#include "tests/database/DatabaseFixture.h"
+
+#include <algorithm>
+#include <thread>
+
+namespace meridal::test {
+namespace {
+
+class HistoryDatabaseItemTest : public DatabaseTest { };
+
+TEST_F(HistoryDatabaseItemTest, ACommitWritesWhatWasAddedBeforeItAndNothingElse)
+{
+    const auto item = openItem();
+    addBatch(*item, 1);
+    item->commit();
+    addBatch(*item, 2);
+    EXPECT_EQ(rowCount(), "0"); // nothing is written on the caller's time
+    machine_.runtime.runDue();
+    EXPECT_EQ(rowCount(), "10");
+    EXPECT_EQ(item->statistics().statementsWaiting, 10U);
+    item->commitSync();
+    EXPECT_EQ(rowCount(), "20");
+    EXPECT_EQ(item->statistics().rowsWritten, 20U);
+    EXPECT_EQ(item->statistics().batchesWritten, 2U);
+    EXPECT_FALSE(item->busy());
+    EXPECT_EQ(item->lastUse(), machine_.runtime.wallTime());
+}
+
+TEST_F(HistoryDatabaseItemTest, AFailingStatementDoesNotStopTheOthers)
+{
+    const auto item = openItem();
+    writeBatch(*item, 1);
+    item->addItem({.table = "rows", .format = insert_, .args = {std::int64_t{1}, std::int64_t{3}}}); // there already
+    item->addItem({.table = "nowhere", .format = "INSERT INTO %@ VALUES (1)", .args = {}});
+    item->addItem({.table = "rows", .format = "INSERT INTO %@ VALUES (", .args = {}});
+    addBatch(*item, 2);
+    item->commitSync();
+    EXPECT_EQ(rowCount(), "20");
+    EXPECT_EQ(item->statistics().statementsFailed, 3U);
+    EXPECT_EQ(linesWith("statements failed"), 1U);
+}
+
+TEST_F(HistoryDatabaseItemTest, ValuesKeepTheirKindAndMissingOnesAreNull)
+{
+    const auto item = openItem();
+    item->addItem({.table = "things", .format = "CREATE TABLE %@ (a, b, c, d, e)", .args = {}});
+    item->addItem({.table = "things",
+        .format = "INSERT INTO %@ VALUES (?, ?, ?, ?, ?)",
+        .args = {sqlValue(true), sqlValue(0.5), sqlValue("caf\xe9 \xf0\x9f\x94\x8b"), sqlValue(~std::uint64_t{0})}});
+    item->commitSync();
+    std::vector<Dictionary> rows;
+    item->queryDatabase([&](SQLiteConnection& database) { rows = *database.rows("SELECT * FROM things"); });
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_EQ(rows[0].at("a"), 1);
+    EXPECT_EQ(rows[0].at("b"), 0.5);
+    EXPECT_EQ(rows[0].at("c"), "caf\xef\xbf\xbd \xf0\x9f\x94\x8b"); // repaired on its way out
+    EXPECT_EQ(rows[0].at("d"), 18446744073709551615.0);
+    EXPECT_TRUE(rows[0].at("e").is_null());
+}
+
+TEST_F(HistoryDatabaseItemTest, ManyStatementsDoNotWaitToBeTold)
+{
+    const auto item = openItem({.batchStatements = 100});
+    addBatch(*item, 1, 250);
+    machine_.runtime.runDue();
+    EXPECT_EQ(rowCount(), "200");
+}
+
+TEST_F(HistoryDatabaseItemTest, AQueryThatLeavesATransactionOpenHoldsNobodyUp)
+{
+    const auto item = openItem();
+    item->queryDatabase([](SQLiteConnection& database) { static_cast<void>(database.execute("BEGIN IMMEDIATE")); });
+    writeBatch(*item, 1);
+    EXPECT_EQ(rowCount(), "10");
+}
+
+TEST_F(HistoryDatabaseItemTest, FilesAreForTheirOwnerAndHisGroupOnly)
+{
+    const auto item = openItem();
+    writeBatch(*item, 1);
+    using std::filesystem::perms;
+    for (const auto& file : filesWith("history.db")) {
+        EXPECT_EQ(
+            std::filesystem::status(file).permissions(), perms::owner_read | perms::owner_write | perms::group_read)
+            << file;
+    }
+    EXPECT_EQ(filesWith("history.db").size(), 3U);
+}
+
+TEST_F(HistoryDatabaseItemTest, AReaderSeesWhatWasThereWhenItBegan)
+{
+    const auto item = openItem();
+    writeBatch(*item, 1);
+    OtherProgram reader(path());
+    reader.run("BEGIN");
+    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "10");
+    for (std::int64_t batch = 2; batch <= 50; ++batch) {
+        writeBatch(*item, batch);
+    }
+    EXPECT_EQ(item->statistics().batchesFailed, 0U);
+    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "10");
+    reader.run("COMMIT");
+    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "500");
+}
+
+TEST(HistoryDatabaseItem, ManyThreadsShareAFile)
+{
+    const TemporaryTree folder(TemporaryTree::Place::Memory);
+    AsioRuntime runtime;
+    FakeMachine machine;
+    Context context{runtime, machine.host, machine.notifications, machine.log, {}};
+    const auto item =
+        std::make_shared<HistoryDatabaseItem>(context, folder.root() / "history.db", HistoryDatabaseItem::Limits{});
+    item->declareTable({.table = "rows", .create = "CREATE TABLE %@ (writer INTEGER, row INTEGER)"});
+    const auto text = std::make_shared<const StatementText>("rows", "INSERT INTO %@ VALUES (?, ?)");
+    const auto write = [&](std::int64_t writer) {
+        for (std::int64_t row = 0; row < 2000; ++row) {
+            SqlValues args{writer, row};
+            item->addItem(text, args);
+            if (row % 100 == 0) {
+                item->commit();
+                static_cast<void>(item->statistics());
+            }
+        }
+    };
+    std::vector<std::thread> writers;
+    for (std::int64_t writer = 0; writer < 4; ++writer) {
+        writers.emplace_back(write, writer);
+    }
+    std::for_each(writers.begin(), writers.end(), [](std::thread& writer) { writer.join(); });
+    item->commitSync();
+    OtherProgram reader(folder.root() / "history.db");
+    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "8000");
+    // Each writer's rows in the order in which it added them.
+    EXPECT_EQ(reader.value("SELECT count(*) FROM (SELECT row - lag(row) OVER (PARTITION BY writer ORDER BY rowid) AS "
+                           "step FROM rows) WHERE step <> 1"),
+        "0");
+    item->close();
+}
+
+TEST_F(HistoryDatabaseItemTest, ATableOfAnotherLayoutIsKeptUnderADatedName)
+{
+    {
+        sqlite3* old = nullptr;
+        ASSERT_EQ(sqlite3_open(path().c_str(), &old), SQLITE_OK);
+        sqlite3_exec(old, "CREATE TABLE rows (batch INTEGER); INSERT INTO rows VALUES (7)", nullptr, nullptr, nullptr);
+        sqlite3_close(old);
+    }
+    const auto item = openItem();
+    writeBatch(*item, 1);
+    OtherProgram reader(path());
+    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "10");
+    EXPECT_EQ(reader.value("SELECT batch FROM \"rows-20231114-221320\""), "7");
+    EXPECT_EQ(linesWith("another layout"), 1U);
+    item->close();
+    openItem(); // the layout is right now: nothing more to set aside
+    EXPECT_EQ(linesWith("another layout"), 1U);
+}
+
+class HistoryDatabaseControllerTest : public DatabaseTest {
+protected:
+    HistoryDatabaseController controller_{machine_.context};
+};
+
+TEST_F(HistoryDatabaseControllerTest, OneItemAFileName)
+{
+    const auto item = controller_.databaseWithPath(path());
+    EXPECT_EQ(item, controller_.databaseWithPath(folder_.root() / "elsewhere" / "history.db"));
+    EXPECT_NE(item, controller_.databaseWithPath(folder_.root() / "other.db"));
+    EXPECT_EQ(controller_.databaseWithPath({}), nullptr);
+    EXPECT_EQ(item->queue()->label(), "dbqueue-history.db");
+    controller_.closeDatabase(path());
+    EXPECT_NE(item, controller_.databaseWithPath(path()));
+    controller_.deleteDatabase(path());
+    EXPECT_TRUE(filesWith("history.db").empty());
+}
+
+TEST_F(HistoryDatabaseControllerTest, ClosingWritesWhatWaits)
+{
+    const auto item = controller_.databaseWithPath(path());
+    item->declareTable({.table = "rows", .create = create_});
+    addBatch(*item, 1);
+    controller_.commitAllSync();
+    EXPECT_EQ(rowCount(), "10");
+    addBatch(*item, 2);
+    controller_.closeAll();
+    EXPECT_EQ(rowCount(), "20");
+    EXPECT_TRUE(controller_.statistics().empty());
+}
+
+TEST_F(HistoryDatabaseControllerTest, ABackupTakesTheFilesPlaceOnlyWhenItIsADatabase)
+{
+    const auto item = controller_.databaseWithPath(path());
+    item->declareTable({.table = "rows", .create = create_});
+    writeBatch(*item, 1);
+    item->close();
+    const auto backup = folder_.root() / "backup.db";
+    std::filesystem::copy_file(path(), backup);
+    item->openIfNeeded();
+    writeBatch(*item, 2);
+
+    EXPECT_FALSE(controller_.restoreBackup(folder_.root() / "missing.db", path()));
+    EXPECT_EQ(rowCount(), "20");
+    EXPECT_TRUE(controller_.restoreBackup(backup, path()));
+    EXPECT_EQ(rowCount(), "10");
+    folder_.write("bad.db", std::string(8192, 'x'));
+    EXPECT_FALSE(controller_.restoreBackup(folder_.root() / "bad.db", path()));
+    EXPECT_TRUE(filesWith("history.db").empty());
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,91 @@
+// Database files on real disks that are full or read-only: a small file system in memory is mounted for each test.
+
+#include "tests/database/DatabaseFixture.h"
+
+#include <fstream>
+#include <sys/mount.h>
+
+namespace meridal::test {
+namespace {
+
+class SmallDiskTest : public DatabaseTest { };
+
+/// A small file system of its own, which only root can have.
+class SmallDisk {
+public:
+    explicit SmallDisk(const std::filesystem::path& folder) : folder_(folder)
+    {
+        std::filesystem::create_directories(folder);
+        mounted_ = ::mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=8m") == 0;
+    }
+    ~SmallDisk()
+    {
+        if (mounted_) {
+            ::umount2(folder_.c_str(), MNT_DETACH);
+        }
+    }
+    bool mounted() const { return mounted_; }
+    bool setReadOnly(bool readOnly) const
+    {
+        const unsigned long flags = MS_REMOUNT | static_cast<unsigned long>(readOnly ? MS_RDONLY : 0);
+        return ::mount("tmpfs", folder_.c_str(), "tmpfs", flags, "size=8m") == 0;
+    }
+
+private:
+    std::filesystem::path folder_;
+    bool mounted_ = false;
+};
+
+TEST_F(SmallDiskTest, AFullDiskLosesNothingOnceThereIsRoomAgain)
+{
+    const SmallDisk disk(folder_.root() / "disk");
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "a file system of limited size takes the right to mount";
+    }
+    const auto file = folder_.root() / "disk" / "history.db";
+    const auto item = std::make_shared<HistoryDatabaseItem>(machine_.context, file, HistoryDatabaseItem::Limits{});
+    item->declareTable({.table = "rows", .create = create_});
+    std::int64_t batch = 0;
+    for (; batch < 3; ++batch) {
+        writeBatch(*item, batch);
+    }
+    {
+        std::ofstream(folder_.root() / "disk" / "filler", std::ios::binary) << std::string(8 * 1024 * 1024, 'x');
+    }
+    for (; batch < 60; ++batch) {
+        writeBatch(*item, batch, 100);
+    }
+    EXPECT_GT(item->statistics().batchesFailed, 0U);
+    EXPECT_GT(item->statistics().statementsWaiting, 0U);
+    EXPECT_LE(linesWith("history.db"), 2U);
+    std::filesystem::remove(folder_.root() / "disk" / "filler");
+    item->commitSync();
+    EXPECT_EQ(item->statistics().statementsWaiting, 0U);
+    EXPECT_EQ(OtherProgram(file).value("SELECT count(*) FROM rows"), std::to_string(3 * 10 + 57 * 100));
+    EXPECT_EQ(OtherProgram(file).value("PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(item->statistics().filesSetAside, 0U);
+}
+
+TEST_F(SmallDiskTest, AReadOnlyDiskIsWaitedFor)
+{
+    const SmallDisk disk(folder_.root() / "disk");
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "a read-only file system takes the right to mount";
+    }
+    const auto file = folder_.root() / "disk" / "history.db";
+    auto item = std::make_shared<HistoryDatabaseItem>(machine_.context, file, HistoryDatabaseItem::Limits{});
+    item->declareTable({.table = "rows", .create = create_});
+    writeBatch(*item, 1);
+    item->close();
+    ASSERT_TRUE(disk.setReadOnly(true));
+    writeBatch(*item, 2);
+    writeBatch(*item, 3);
+    EXPECT_EQ(item->statistics().statementsWaiting, 20U);
+    ASSERT_TRUE(disk.setReadOnly(false));
+    item->commitSync();
+    EXPECT_EQ(OtherProgram(file).value("SELECT count(*) FROM rows"), "30");
+    EXPECT_EQ(item->statistics().filesSetAside, 0U);
+}
+
+} // namespace
+} // namespace meridal::test
