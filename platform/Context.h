@@ -4,6 +4,7 @@
 
 namespace meridal {
 
+class HistoryDatabaseController;
 class Log;
 class NotificationCenter;
 class Runtime;
@@ -17,6 +18,7 @@ struct Context {
     NotificationCenter& notifications;
     Log& log;
     Paths paths;
+    HistoryDatabaseController* databases = nullptr; ///< null: nothing is kept beyond this run
 
     /// The context behind the process-wide instances (`sharedProcesses` and its like). Set once by main before the first
     /// of them is asked for; a test that builds its own objects does not need it.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace meridal {
 
@@ -13,6 +14,8 @@ public:
     virtual bool administers(std::uint32_t uid) = 0;
     /// Whether the user sits at this machine: the active session of a local seat is theirs.
     virtual bool ownsActiveSeat(std::uint32_t uid) = 0;
+    /// Gives a file to the group that administers this machine. Left as it is where there is none, or without the right.
+    virtual void shareWithAdministrators(const std::string& path) = 0;
 };
 
 } // namespace meridal

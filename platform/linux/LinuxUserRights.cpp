@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,12 +38,13 @@ std::vector<gid_t> groupsOf(uid_t uid)
     return groups;
 }
 
-bool isGroup(const char* name, gid_t gid)
+std::optional<gid_t> groupNamed(const char* name)
 {
     std::vector<char> buffer(64 * 1024);
     group entry{};
     group* found = nullptr;
-    return ::getgrnam_r(name, &entry, buffer.data(), buffer.size(), &found) == 0 && found && found->gr_gid == gid;
+    const bool exists = ::getgrnam_r(name, &entry, buffer.data(), buffer.size(), &found) == 0 && found;
+    return exists ? std::optional(found->gr_gid) : std::nullopt;
 }
 
 } // namespace
@@ -55,7 +57,7 @@ bool LinuxUserRights::administers(std::uint32_t uid)
     const std::vector<gid_t> groups = groupsOf(uid);
     return std::any_of(groups.begin(), groups.end(), [](gid_t gid) {
         return std::any_of(administratorGroups.begin(), administratorGroups.end(),
-            [gid](const char* name) { return isGroup(name, gid); });
+            [gid](const char* name) { return groupNamed(name) == gid; });
     });
 }
 
@@ -73,6 +75,16 @@ bool LinuxUserRights::ownsActiveSeat(std::uint32_t uid)
     }
     std::free(static_cast<void*>(seats));
     return owns;
+}
+
+void LinuxUserRights::shareWithAdministrators(const std::string& path)
+{
+    for (const char* name : administratorGroups) {
+        if (const auto gid = groupNamed(name)) {
+            static_cast<void>(::chown(path.c_str(), static_cast<uid_t>(-1), *gid) == 0);
+            return;
+        }
+    }
 }
 
 } // namespace meridal

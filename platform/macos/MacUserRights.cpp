@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 namespace meridal {
@@ -30,6 +31,15 @@ std::vector<int> groupsOf(uid_t uid)
     return groups;
 }
 
+std::optional<gid_t> administratorGroup()
+{
+    std::vector<char> buffer(64 * 1024);
+    group entry{};
+    group* found = nullptr;
+    const bool exists = ::getgrnam_r("admin", &entry, buffer.data(), buffer.size(), &found) == 0 && found;
+    return exists ? std::optional(found->gr_gid) : std::nullopt;
+}
+
 } // namespace
 
 bool MacUserRights::administers(std::uint32_t uid)
@@ -37,14 +47,9 @@ bool MacUserRights::administers(std::uint32_t uid)
     if (uid == 0) {
         return true;
     }
-    std::vector<char> buffer(64 * 1024);
-    group entry{};
-    group* found = nullptr;
-    if (::getgrnam_r("admin", &entry, buffer.data(), buffer.size(), &found) != 0 || !found) {
-        return false;
-    }
+    const auto admin = administratorGroup();
     const std::vector<int> groups = groupsOf(uid);
-    return std::find(groups.begin(), groups.end(), static_cast<int>(found->gr_gid)) != groups.end();
+    return admin && std::find(groups.begin(), groups.end(), static_cast<int>(*admin)) != groups.end();
 }
 
 bool MacUserRights::ownsActiveSeat(std::uint32_t uid)
@@ -58,6 +63,13 @@ bool MacUserRights::ownsActiveSeat(std::uint32_t uid)
     const bool somebody = CFStringCompare(name, CFSTR("loginwindow"), 0) != kCFCompareEqualTo;
     CFRelease(name);
     return somebody && console == uid;
+}
+
+void MacUserRights::shareWithAdministrators(const std::string& path)
+{
+    if (const auto group = administratorGroup()) {
+        static_cast<void>(::chown(path.c_str(), static_cast<uid_t>(-1), *group) == 0);
+    }
 }
 
 } // namespace meridal

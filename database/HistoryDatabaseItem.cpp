@@ -1,0 +1,204 @@
+#include "database/HistoryDatabaseItem.h"
+
+#include "base/Log.h"
+#include "database/HistoryDatabaseFile.h"
+#include "platform/Context.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace meridal {
+
+HistoryDatabaseItem::HistoryDatabaseItem(Context& context, std::filesystem::path path, const Limits& limits)
+    : context_(context)
+    , path_(std::move(path))
+    , limits_(limits)
+    , queue_(context.runtime.makeSerialQueue("dbqueue-" + path_.filename().string()))
+    , file_(std::make_unique<HistoryDatabaseFile>(
+          context, path_, HistoryDatabaseFile::Options{.walBytes = limits.walBytes, .vfs = limits.vfs}))
+{
+}
+
+HistoryDatabaseItem::~HistoryDatabaseItem() = default;
+
+bool HistoryDatabaseItem::busy() const
+{
+    const std::lock_guard lock(mutex_);
+    return busy_;
+}
+
+double HistoryDatabaseItem::lastUse() const
+{
+    const std::lock_guard lock(mutex_);
+    return lastUse_;
+}
+
+// The queue
+
+void HistoryDatabaseItem::onQueue(const Task& task)
+{
+    if (queue_->isCurrent()) {
+        task();
+    } else {
+        queue_->runAndWait(task);
+    }
+}
+
+void HistoryDatabaseItem::post(Task task)
+{
+    queue_->post([self = shared_from_this(), task = std::move(task)] { task(); });
+}
+
+void HistoryDatabaseItem::publish()
+{
+    const DatabaseStatistics& figures = file_->statistics();
+    const std::lock_guard lock(mutex_);
+    statistics_ = figures;
+    lastUse_ = context_.runtime.wallTime();
+}
+
+bool HistoryDatabaseItem::openIfNeeded()
+{
+    bool open = false;
+    onQueue([&] {
+        open = file_->open();
+        publish();
+    });
+    return open;
+}
+
+void HistoryDatabaseItem::close()
+{
+    commitSync();
+    onQueue([this] {
+        file_->close();
+        publish();
+    });
+}
+
+void HistoryDatabaseItem::declareTable(TableSchema schema)
+{
+    post([this, schema = std::move(schema)] {
+        file_->declareTable(schema);
+        publish();
+    });
+}
+
+// Statements
+
+void HistoryDatabaseItem::addItem(PendingStatement statement)
+{
+    addItem(std::make_shared<const StatementText>(statement.table, statement.format), statement.args);
+}
+
+void HistoryDatabaseItem::addItem(const std::shared_ptr<const StatementText>& text, std::span<SqlValue> args)
+{
+    bool full = false;
+    {
+        const std::lock_guard lock(mutex_);
+        queries_.add(text, args);
+        full = queries_.size() >= limits_.batchStatements;
+    }
+    if (full) {
+        commit();
+    }
+}
+
+/// What waits becomes a batch of its own, so that statements added after a commit was asked for are not part of it.
+void HistoryDatabaseItem::seal()
+{
+    const std::lock_guard lock(mutex_);
+    if (!queries_.empty()) {
+        sealedStatements_ += queries_.size();
+        sealed_.push_back(std::exchange(queries_, {}));
+    }
+    if (failing_) {
+        dropOldest();
+    }
+}
+
+void HistoryDatabaseItem::dropOldest()
+{
+    while (sealedStatements_ > limits_.keptStatements && !sealed_.empty()) {
+        statementsDropped_ += sealed_.front().size();
+        sealedStatements_ -= sealed_.front().size();
+        sealed_.pop_front();
+    }
+}
+
+void HistoryDatabaseItem::commit()
+{
+    seal();
+    {
+        const std::lock_guard lock(mutex_);
+        if (sealed_.empty()) {
+            return;
+        }
+    }
+    post([this] { writeSealed(); });
+}
+
+void HistoryDatabaseItem::commitSync()
+{
+    seal();
+    onQueue([this] { writeSealed(); });
+}
+
+void HistoryDatabaseItem::writeSealed()
+{
+    for (bool goOn = true; goOn;) {
+        StatementBatch batch;
+        {
+            const std::lock_guard lock(mutex_);
+            if (sealed_.empty()) {
+                break;
+            }
+            batch = std::move(sealed_.front());
+            sealed_.pop_front();
+            sealedStatements_ -= batch.size();
+            busy_ = true;
+        }
+        goOn = file_->write(batch);
+        const std::lock_guard lock(mutex_);
+        busy_ = false;
+        failing_ = !goOn;
+        if (!goOn) {
+            sealedStatements_ += batch.size();
+            sealed_.push_front(std::move(batch));
+            dropOldest();
+        }
+    }
+    publish();
+}
+
+// Queries
+
+void HistoryDatabaseItem::query(const QueryBlock& block)
+{
+    file_->open();
+    block(file_->connection());
+    file_->afterUse();
+    publish();
+}
+
+void HistoryDatabaseItem::queryDatabase(const QueryBlock& block)
+{
+    onQueue([&] { query(block); });
+}
+
+void HistoryDatabaseItem::queryDatabaseAsync(QueryBlock block)
+{
+    post([this, block = std::move(block)] { query(block); });
+}
+
+DatabaseStatistics HistoryDatabaseItem::statistics() const
+{
+    const std::lock_guard lock(mutex_);
+    DatabaseStatistics figures = statistics_;
+    figures.statementsWaiting = queries_.size() + sealedStatements_;
+    figures.statementsDropped = statementsDropped_;
+    return figures;
+}
+
+} // namespace meridal
