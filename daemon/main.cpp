@@ -7,11 +7,15 @@
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
 #include "collectors/process/ProcessStatCollector.h"
+#include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
+#include "daemon/UptimeKeeper.h"
+#include "daemon/ZAVPowerManager.h"
 #include "daemon/transport/InstanceLock.h"
 #include "daemon/transport/UnixSocketListener.h"
+#include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
@@ -117,11 +121,18 @@ ListenerStatistics sumOf(const std::vector<std::unique_ptr<Listener>>& listeners
 int serve(Context& context)
 {
     Runtime& runtime = context.runtime;
-    MeridalDaemon daemon(context, ProcessStatCollector::sharedProcesses());
+    UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
+    CollectorPorts ports;
+    uptime.plugInto(ports);
+    MeridalDaemon daemon(
+        context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
+    history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
+        uptime.boots(parameters, std::move(reply));
+    });
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
@@ -168,6 +179,8 @@ int runDaemon(const Options& options)
     Log log;
     Context context{*runtime, *host, notifications, log, paths};
     Context::setShared(context);
+    HistoryDatabaseController databases(context);
+    context.databases = &databases;
     return serve(context);
 }
 
