@@ -6,10 +6,15 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Value.h"
+#include "platform/linux/ProcProcessSource.h"
 #include "tests/support/FakeHost.h"
 
 #include <benchmark/benchmark.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -83,17 +88,56 @@ private:
     std::vector<ProcessRecord> rows_;
 };
 
-/// A collector on a synthetic table, long enough in use that every ring is full.
-struct Rig {
-    explicit Rig(const benchmark::State& state)
+/// Idle processes that make the real table as long as wanted.
+class Crowd {
+public:
+    explicit Crowd(std::int64_t count)
     {
-        machine.host.processes = std::make_unique<SyntheticSource>(
-            static_cast<std::size_t>(state.range(0)), static_cast<std::size_t>(state.range(1)));
+        for (std::int64_t index = 0; index < count; ++index) {
+            const pid_t pid = fork();
+            if (pid == 0) {
+                for (;;) {
+                    pause();
+                }
+            }
+            if (pid > 0) {
+                pids_.push_back(pid);
+            }
+        }
+    }
+    ~Crowd()
+    {
+        for (const pid_t pid : pids_) {
+            kill(pid, SIGKILL);
+        }
+        for (const pid_t pid : pids_) {
+            waitpid(pid, nullptr, 0);
+        }
+    }
+    Crowd(const Crowd&) = delete;
+    Crowd& operator=(const Crowd&) = delete;
+
+private:
+    std::vector<pid_t> pids_;
+};
+
+/// A collector that has been in use for some passes.
+struct Rig {
+    Rig(std::unique_ptr<ProcessSource> source, int passes)
+    {
+        machine.host.processes = std::move(source);
         collector = std::make_unique<ProcessStatCollector>(machine.context);
         collector->setUpdateMask(31);
-        for (int pass = 0; pass < 2 * processHistoryRows; ++pass) {
+        for (int pass = 0; pass < passes; ++pass) {
             update();
         }
+    }
+    /// On a synthetic table, so long that every ring is full.
+    explicit Rig(const benchmark::State& state)
+        : Rig(std::make_unique<SyntheticSource>(
+                  static_cast<std::size_t>(state.range(0)), static_cast<std::size_t>(state.range(1))),
+            2 * processHistoryRows)
+    {
     }
     void update()
     {
@@ -136,6 +180,21 @@ void pass(benchmark::State& state)
     state.counters["bytes_per_process"] = heap / static_cast<double>(state.range(0));
 }
 
+void readOfThisMachine(benchmark::State& state)
+{
+    const Crowd crowd(state.range(0));
+    Rig rig(std::make_unique<ProcProcessSource>("/", std::make_shared<Limitations>()), 20);
+    measure(state, [&] { benchmark::DoNotOptimize(rig.machine.host.processes->readProcesses(ProcessFields::All)); });
+}
+
+void passOfThisMachine(benchmark::State& state)
+{
+    const Crowd crowd(state.range(0));
+    Rig rig(std::make_unique<ProcProcessSource>("/", std::make_shared<Limitations>()), 20);
+    measure(state, [&] { rig.update(); });
+    state.counters["processes"] = static_cast<double>(rig.collector->processCount());
+}
+
 void fiveLists(benchmark::State& state)
 {
     Rig rig(state);
@@ -172,6 +231,8 @@ void rebuildGroups(benchmark::State& state)
 // Processes, and of how many one works in every pass.
 BENCHMARK(read)->ArgsProduct({{100, 1000, 5000}, {10}});
 BENCHMARK(pass)->ArgsProduct({{100, 1000, 5000}, {10}})->Args({1000, 1});
+BENCHMARK(readOfThisMachine)->Arg(100)->Arg(1000)->Arg(5000);
+BENCHMARK(passOfThisMachine)->Arg(100)->Arg(1000)->Arg(5000);
 BENCHMARK(rebuildGroups)->ArgsProduct({{100, 1000, 5000}, {10}});
 BENCHMARK(energyRanking)->ArgsProduct({{5000}, {10}});
 BENCHMARK(energyList)->ArgsProduct({{5000}, {10}});

@@ -20,8 +20,8 @@ void pass(benchmark::State& state, ProcessFields wanted, bool skipUnchanged)
         processes += source.readProcesses(wanted).size();
         takenOver += source.takenOver();
     }
-    state.counters["perProcess"] = benchmark::Counter(
-        static_cast<double>(processes), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["perProcess"] =
+        benchmark::Counter(static_cast<double>(processes), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
     state.counters["processes"] = static_cast<double>(processes) / static_cast<double>(state.iterations());
     state.counters["takenOver"] = static_cast<double>(takenOver) / static_cast<double>(processes);
 }

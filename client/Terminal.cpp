@@ -1,13 +1,16 @@
 #include "client/Terminal.h"
 
-#include <spdlog/sinks/ansicolor_sink.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
 
 namespace meridal {
 
-// spdlog's console sink already answers the question for every host; nothing is logged through it.
 bool outputIsTerminal()
 {
-    return spdlog::sinks::ansicolor_stdout_sink_st(spdlog::color_mode::automatic).should_color();
+    const char* kind = std::getenv("TERM");
+    return ::isatty(STDOUT_FILENO) != 0 && kind && *kind != '\0' && std::string_view(kind) != "dumb";
 }
 
 } // namespace meridal

@@ -6,8 +6,9 @@ target_include_directories(meridal_options INTERFACE ${CMAKE_SOURCE_DIR})
 target_compile_options(meridal_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
   -Wnon-virtual-dtor -Woverloaded-virtual -Werror -fno-strict-aliasing)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # GCC 12 sees null dereferences and dangling storage in inlined standard-library code that is sound.
-  target_compile_options(meridal_options INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized -Wno-restrict)
+  # GCC 12 sees null dereferences, overruns and dangling storage in inlined standard-library code that is sound.
+  target_compile_options(meridal_options INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized -Wno-restrict
+    -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
 endif()
 if(MERIDAL_SANITIZE)
   target_compile_options(meridal_options INTERFACE -fsanitize=${MERIDAL_SANITIZE} -fno-omit-frame-pointer

@@ -111,6 +111,7 @@ void MeridalDaemon::prepareCollectors()
     processes_.setSharingProcessNetworkCount(listLength);
     processes_.setSharingProcessDiskActivityCount(listLength);
     processes_.setSharingProcessPowerCount(std::numeric_limits<std::int32_t>::max());
+    processes_.setUpdateMask(0); // the union over the clients, of which there are none yet
     processes_.addDelegate(*this);
     sourceObservation_ = context_.notifications.observe(
         "PowerNotifierSourceChanged", &power_, [this](const void*, const Dictionary&) { powerSourceChanged(); });

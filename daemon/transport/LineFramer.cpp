@@ -23,11 +23,11 @@ std::optional<std::string_view> LineFramer::next()
         if (end == std::string::npos) {
             scanned_ = buffer_.size();
             if (scanned_ - begin_ > limit_ + 1) { // 1: a "\r" that may still belong to the end
-                overflow();
+                overflowed_ = true;
             } else {
                 compact();
             }
-            return std::nullopt;
+            break;
         }
         std::string_view line(buffer_.data() + begin_, end - begin_);
         begin_ = scanned_ = end + 1;
@@ -35,18 +35,21 @@ std::optional<std::string_view> LineFramer::next()
             line.remove_suffix(1);
         }
         if (line.size() > limit_) {
-            overflow();
+            overflowed_ = true;
         } else if (!line.empty()) {
             return line;
         }
     }
+    if (overflowed_) {
+        discard();
+    }
     return std::nullopt;
 }
 
-void LineFramer::overflow()
+void LineFramer::discard()
 {
-    overflowed_ = true;
-    buffer_ = {};
+    std::string().swap(buffer_); // assigning an empty string would keep the memory
+    begin_ = scanned_ = 0;
 }
 
 void LineFramer::compact()

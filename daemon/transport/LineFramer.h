@@ -21,13 +21,14 @@ public:
     /// The next complete line without its end, valid until this object is changed. Nothing when more bytes are needed,
     /// and nothing ever again once a line went over the limit.
     std::optional<std::string_view> next();
+    /// Forgets what it holds and gives the memory back.
+    void discard();
     /// Whether a line went over the limit.
     bool overflowed() const { return overflowed_; }
     /// Memory held for bytes that have not become lines yet.
     std::size_t heldBytes() const { return buffer_.capacity(); }
 
 private:
-    void overflow();
     void compact();
 
     std::string buffer_;

@@ -71,7 +71,6 @@ void UnixSocketConnection::close()
     inbox_.close();
     endOfInput();
     socket_.reset();
-    framer_ = LineFramer();
     output_ = OutputQueue([] { return nullptr; });
     accountInput();
     accountOutput();
@@ -238,7 +237,7 @@ void UnixSocketConnection::refuse(JsonRpcCode code, const char* why)
 void UnixSocketConnection::endOfInput()
 {
     ending_ = true;
-    framer_ = LineFramer();
+    framer_.discard();
     accountInput();
     if (const auto exported = std::exchange(exported_, nullptr)) {
         --counters_->openConnections;

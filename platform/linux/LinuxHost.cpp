@@ -45,7 +45,8 @@ void noteLimitations(const std::filesystem::path& root, Limitations& limitations
     const RootFolder folder(root);
     limitations.set("wakeups", "voluntary context switches are those of each process's main thread");
     if (folder.isDenied("proc/1/io")) {
-        limitations.set("disk", "reading /proc/PID/io of other users needs root");
+        limitations.set(
+            "disk", "some processes refuse to have /proc/PID/io read: it takes root with the right to trace them");
     }
     if (folder.isDenied("sys/class/dmi/id/product_serial")) {
         limitations.set("serial-number", "reading the serial number needs root");

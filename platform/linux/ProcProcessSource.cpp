@@ -250,7 +250,8 @@ ProcProcessSource::Reading ProcProcessSource::readIo(Process& process)
     process.state.tried |= ProcessFields::Disk;
     if (outcome == ProcOutcome::Denied && !ioMissing_ && !ioDenied_) {
         ioDenied_ = true;
-        limitations_->set("disk", "reading /proc/PID/io of other users needs root");
+        limitations_->set(
+            "disk", "some processes refuse to have /proc/PID/io read: it takes root with the right to trace them");
     }
     const auto io = outcome == ProcOutcome::Read ? proc::parseIo(text) : std::nullopt;
     if (!io) {

@@ -176,8 +176,13 @@ TEST_F(DaemonTest, StatusTellsTheCostAndWhatIsMissing)
 {
     start();
     machine.host.limitations->set("disk", "needs root");
-    machine.selfUsage().reading = {.cpuSeconds = 1.0, .residentBytes = 10'000'000, .wakeups = 20};
-    StatusReport report(*daemon, [] { return ListenerStatistics{.openConnections = 3}; });
+    machine.selfUsage().reading.cpuSeconds = 1.0;
+    machine.selfUsage().reading.wakeups = 20;
+    StatusReport report(*daemon, [] {
+        ListenerStatistics figures;
+        figures.openConnections = 3;
+        return figures;
+    });
     machine.runtime.advance(10);
     Dictionary status = report.build();
     EXPECT_DOUBLE_EQ(status["usage"]["cpuPercent"], 10.0);

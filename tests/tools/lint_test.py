@@ -110,6 +110,7 @@ class LintTest(unittest.TestCase):
             "tests/base/LockTest.cpp": clock + thread,
             # names that only look alike, and text
             "daemon/Power.cpp": "void willSleep(); item.time(0); runtime.sleep(3); // usleep(3)\n"
+                                "void Timers::wake() { sleep(); }\n"
                                 'auto text = "time(0)"; auto n = 1\'000; std::thread::id id;\nvoid sleep(double s);\n',
         })
         self.assert_finds(

@@ -60,6 +60,7 @@ TEST(LineFramer, TheLimitIsExactAndFinal)
         framer.append(std::string(LineFramer::defaultLimit + 1, 'x') + end);
         EXPECT_FALSE(framer.next());
         EXPECT_TRUE(framer.overflowed());
+        EXPECT_LT(framer.heldBytes(), 1024U);
         framer.append("later\n");
         EXPECT_FALSE(framer.next());
     }

@@ -141,7 +141,7 @@ public:
                 std::string line = received_.substr(begin_, end - begin_);
                 begin_ = end + 1;
                 if (begin_ == received_.size()) {
-                    received_ = {};
+                    std::string().swap(received_);
                     begin_ = 0;
                 }
                 return line;
