@@ -69,7 +69,11 @@ public:
     {
         const auto count = static_cast<std::size_t>(statement_.getBindParameterCount());
         for (std::size_t index = 0; index < count; ++index) {
-            bindOne(static_cast<int>(index) + 1, index < args.size() ? args[index] : SqlValue());
+            if (index < args.size()) {
+                bindOne(static_cast<int>(index) + 1, args[index]);
+            } else {
+                statement_.bind(static_cast<int>(index) + 1);
+            }
         }
     }
 
