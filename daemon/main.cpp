@@ -94,7 +94,10 @@ void redirectStandardError(const std::filesystem::path& file)
 void logLimitations(Context& context)
 {
     std::string missing;
-    for (const auto& [what, why] : context.host.limitations->all()) {
+    const auto later = [&log = context.log](const std::string& what, const std::string& why) {
+        log.warning(fmt::format("Not to be had now: {}: {}", what, why));
+    };
+    for (const auto& [what, why] : context.host.limitations->listen(later)) {
         missing += fmt::format("{}{}: {}", missing.empty() ? "" : "; ", what, why);
     }
     if (!missing.empty()) {
@@ -155,6 +158,7 @@ int serve(Context& context)
     const auto onInterrupt = runtime.watchSignal(SIGINT, end);
     notifyReady();
     runtime.run();
+    context.host.limitations->listen({});
     listeners.clear(); // no client may ask a daemon that is being taken apart
     context.log.flush();
     return EXIT_SUCCESS;

@@ -36,7 +36,10 @@ private:
 LogindPowerMessages::LogindPowerMessages(std::shared_ptr<SystemBus> bus, std::shared_ptr<Limitations> limitations)
     : bus_(std::move(bus)), limitations_(std::move(limitations))
 {
-    limitations_->set(limitation, "no sleep or wake is seen: systemd-logind has not answered on the system bus");
+    if (!bus_->handle()) {
+        limitations_->set(
+            limitation, "no sleep or wake is seen: systemd-logind is on the system bus, which is not there");
+    }
     subscription_ = bus_->onConnected([this](sd_bus& connection) { connected(connection); });
 }
 
