@@ -79,6 +79,7 @@ public:
     {
         signals_->alive = false;
         std::error_code ignored;
+        signals_->source.cancel(ignored); // lets go of the operation that keeps the set alive; clear() alone does not
         signals_->source.clear(ignored);
     }
 

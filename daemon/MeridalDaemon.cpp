@@ -94,6 +94,7 @@ void MeridalDaemon::start()
     updateNetwork();
     log.info("Starting processes");
     processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
+    update(); // so that the first client finds a table, and figures in the pass that its request causes
     log.info("Daemon started");
 }
 

@@ -40,7 +40,9 @@ struct Outcome {
 /// The built meridalctl against a daemon of the test's making, on a real socket.
 class ProgramTest : public testing::Test {
 protected:
-    ~ProgramTest() override
+    ~ProgramTest() override { stopServing(); }
+
+    void stopServing()
     {
         context.stop();
         if (server.joinable()) {
@@ -213,16 +215,23 @@ TEST_F(ProgramTest, TopAsTextIsPlainAndCounted)
 
 TEST_F(ProgramTest, TextWaitsUntilRatesAreReal)
 {
+    Dictionary settled = cpuEnvelope;
+    settled["processes"][0]["c"] = "42.00";
     asio::steady_timer later(context);
+    const std::function<void()> pushAgain = [&] {
+        later.expires_after(std::chrono::milliseconds(40));
+        later.async_wait([&](std::error_code) {
+            daemon->push(settled);
+            pushAgain();
+        });
+    };
     serve([&](const std::string&, const Value& request) {
         daemon->answer(request, nullptr);
         daemon->push(cpuEnvelope); // at once, of no elapsed time
-        Dictionary settled = cpuEnvelope;
-        settled["processes"][0]["c"] = "42.00";
-        later.expires_after(std::chrono::milliseconds(150));
-        later.async_wait([this, settled](std::error_code) { daemon->push(settled); });
+        pushAgain();
     });
     const Outcome outcome = run("top --once --settle 0.1");
+    stopServing(); // before what it uses goes
     EXPECT_THAT(outcome.out, HasSubstr("42.0"));
     EXPECT_THAT(outcome.out, Not(HasSubstr("150.0")));
 }

@@ -190,7 +190,7 @@ TEST_F(DaemonTest, StatusTellsTheCostAndWhatIsMissing)
     EXPECT_FALSE(status["usage"].contains("bytesWritten")) << "absent, not zero";
     EXPECT_EQ(status["limitations"]["disk"], "needs root");
     EXPECT_EQ(status["transport"]["openConnections"], 3);
-    EXPECT_EQ(status["passes"]["count"], 5);
+    EXPECT_EQ(status["passes"]["count"], 6);
     EXPECT_EQ(status["passes"]["processes"], 2);
     machine.selfUsage().reading.cpuSeconds = 1.5;
     machine.runtime.advance(5);

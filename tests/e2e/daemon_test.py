@@ -104,7 +104,12 @@ class Daemon:
 
     def read_log(self):
         folder = os.path.join(self.root, "log")
-        return "".join(open(os.path.join(folder, f)).read() for f in sorted(os.listdir(folder)) if f != "mas-daemon.log")
+        text = ""
+        for name in sorted(os.listdir(folder)):
+            if name != "mas-daemon.log":
+                with open(os.path.join(folder, name)) as file:
+                    text += file.read()
+        return text
 
 
 class DaemonTest(unittest.TestCase):
@@ -248,6 +253,14 @@ class DaemonTest(unittest.TestCase):
         client.close()
         self.assertEqual(daemon.stop(), 0)
         self.assertEqual(daemon.read_log().count("Not to be had here"), 1)
+
+    def test_the_documented_client_agrees_on_every_method_and_on_the_cadence(self):
+        daemon = self.start().wait_ready()
+        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "transport", "python", "client_test.py")
+        checked = subprocess.run([sys.executable, script, "--socket", daemon.socket_path], capture_output=True, text=True,
+                                 timeout=DEADLINE)
+        self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
+        self.assertEqual(daemon.stop(), 0)
 
     def test_status_is_about_this_process(self):
         daemon = self.start().wait_ready()

@@ -5,6 +5,7 @@
 #include "base/VirtualRuntime.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "tests/support/TemporaryTree.h"
 
 #include <algorithm>
 #include <list>
@@ -203,7 +204,7 @@ private:
     };
 };
 
-/// A whole machine under a test's thumb: virtual time, fake seams, no files.
+/// A whole machine under a test's thumb: virtual time, fake seams, files in a folder that goes with it.
 struct FakeMachine {
     FakeMachine()
     {
@@ -228,11 +229,12 @@ struct FakeMachine {
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 
+    TemporaryTree files;
     VirtualRuntime runtime;
     Host host;
     NotificationCenter notifications;
     Log log;
-    Context context{runtime, host, notifications, log, Paths::underRoot("unused")};
+    Context context{runtime, host, notifications, log, Paths::underRoot(files.root())};
 };
 
 } // namespace meridal::test

@@ -187,11 +187,10 @@ protected:
         folder = mkdtemp(pattern.data());
         path = folder / "run" / "daemon.sock";
     }
-    ~SocketFixture() override
-    {
-        listener.reset();
-        std::filesystem::remove_all(folder);
-    }
+    ~SocketFixture() override { std::filesystem::remove_all(folder); }
+
+    /// Before any destructor: until then the listener's thread calls this object as its delegate.
+    void TearDown() override { listener.reset(); }
 
     void listen()
     {

@@ -6,10 +6,10 @@
 #include "daemon/UptimeKeeper.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
-#include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,11 +36,7 @@ protected:
         UptimeKeeper keeper;
     };
 
-    UptimeTest()
-    {
-        machine.context.paths = Paths::underRoot(folder.root());
-        boot("boot 1");
-    }
+    UptimeTest() { boot("boot 1"); }
 
     VirtualRuntime& runtime() { return machine.runtime; }
     double now() { return runtime().wallTime(); }
@@ -117,7 +113,6 @@ protected:
         return all;
     }
 
-    TemporaryTree folder;
     FakeMachine machine;
     double sleepStart = 0;
     std::unique_ptr<Daemon> daemon;
