@@ -62,14 +62,22 @@ std::optional<double> keyOfBoot(SQLiteConnection& connection, const std::string&
     return key;
 }
 
-/// What every note about a boot brings up to date.
-bool note(SQLiteConnection& connection, double boot, double started, double elapsed, BootState state, double slept = 0)
+/// What every note about a boot brings up to date; started and elapsed are NULL while the kernel's boot time is nonsense.
+bool note(SQLiteConnection& connection, double boot, const SqlValue& started, const SqlValue& elapsed, BootState state,
+    double slept = 0)
 {
     return connection
-        .execute("UPDATE boot_records SET started = ?, length = max(length, ?), state = ?, asleep = asleep + ? "
-                 "WHERE boot = ?",
+        .execute("UPDATE boot_records SET started = coalesce(?, started), length = max(length, coalesce(?, 0)), "
+                 "state = ?, asleep = asleep + ? WHERE boot = ?",
             SqlValues{started, elapsed, static_cast<std::int64_t>(state), slept, boot})
         .has_value();
+}
+
+/// One figure of a reading, NULL where there is none.
+template <typename Record>
+SqlValue orNull(const std::optional<Record>& reading, double Record::*figure)
+{
+    return reading ? SqlValue(*reading.*figure) : SqlValue();
 }
 
 } // namespace
@@ -165,7 +173,7 @@ void UptimeDatabase::saveShutdownTime(Farewell why, double time, Task written)
     const auto write = [time, boot, reading, state](SQLiteConnection& connection) {
         inTransaction(connection, [&] {
             return connection.execute("UPDATE uptime SET shutdown = ? WHERE boot = ?", SqlValues{time, boot})
-                && (!reading || note(connection, boot, reading->boot, reading->elapsed, state));
+                && note(connection, boot, orNull(reading, &Reading::boot), orNull(reading, &Reading::elapsed), state);
         });
     };
     if (!written) {
@@ -186,8 +194,8 @@ void UptimeDatabase::saveSleep(double start, double end)
     database_->queryDatabaseAsync([start, length, reading, boot = collector_.boottime()](SQLiteConnection& connection) {
         inTransaction(connection, [&] {
             return connection.execute("insert into sleep (start, end) values (?, ?)", SqlValues{start, start + length})
-                && (!reading || boot <= 0
-                    || note(connection, boot, reading->boot, reading->elapsed, BootState::Running, length));
+                && note(connection, boot, orNull(reading, &Reading::boot), orNull(reading, &Reading::elapsed),
+                    BootState::Running, length);
         });
     });
 }
