@@ -52,6 +52,15 @@ Examples:
   meridalctl watch memory --count 2 | tail -n 1
 )";
 
+constexpr const char* uptimeExamples =
+    R"("available" is the share of the time in which the machine was up, time asleep left
+out. A boot that ended in a crash lasted at least as long as shown.
+
+Examples:
+  meridalctl uptime
+  meridalctl uptime --history --days 30
+)";
+
 constexpr int mostRepetitions = 1'000'000'000;
 
 /// What is checked as text first and then becomes something else.
@@ -152,6 +161,22 @@ void addQuestions(CLI::App& app, Arguments& arguments)
     status->callback([&arguments] { arguments.command = Command::Status; });
 }
 
+void addUptime(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* uptime = app.add_subcommand("uptime", "How long the machine has been up, and its boots before");
+    uptime->footer(uptimeExamples);
+    uptime->add_flag("--history", arguments.history, "Also list the boots, newest first");
+    uptime->add_option("-n,--rows", arguments.rows, "List at most so many")
+        ->check(CLI::Range(1, mostRepetitions))
+        ->type_name("N")
+        ->default_str("20");
+    uptime->add_option("--days", arguments.days, "Look back so many days only")
+        ->check(CLI::Range(0.001, 1e6))
+        ->type_name("DAYS");
+    uptime->add_flag("--json", arguments.json, "As JSON");
+    uptime->callback([&arguments] { arguments.command = Command::Uptime; });
+}
+
 void addWire(CLI::App& app, Arguments& arguments, Words& words)
 {
     CLI::App* call = app.add_subcommand("call", "Call any method of the daemon");
@@ -231,6 +256,7 @@ std::variant<Arguments, int> parseArguments(int count, const char* const* argv)
     addGlobals(app, arguments, words);
     addTop(app, arguments, words);
     addQuestions(app, arguments);
+    addUptime(app, arguments);
     addWire(app, arguments, words);
     try {
         app.parse(reversedWords(count, argv));

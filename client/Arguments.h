@@ -17,7 +17,7 @@ constexpr int noDaemon = 2; ///< the daemon could not be reached, or did not ans
 constexpr int usage = 64;   ///< the command line makes no sense; as in sysexits
 } // namespace exitStatus
 
-enum class Command { Top, Processes, Version, Ping, Status, Call, Watch };
+enum class Command { Top, Processes, Version, Ping, Status, Uptime, Call, Watch };
 enum class ColourChoice { Auto, Always, Never };
 
 /// The command line, understood and checked.
@@ -33,6 +33,9 @@ struct Arguments {
     std::size_t rows = 0;      ///< 0: as many as fit, 20 where there is no screen
     std::size_t refreshes = 0; ///< stop after so many; 0: never
     double settle = 0.5;       ///< s after the first list before rates are real
+
+    bool history = false; ///< the boots before this one
+    double days = 0;      ///< how far back; 0: all that is known
 
     std::vector<std::int64_t> pids;
     std::size_t pings = 1;

@@ -4,6 +4,7 @@
 #include "client/Session.h"
 #include "client/Terminal.h"
 #include "client/TopCommand.h"
+#include "client/UptimeCommand.h"
 #include "client/WatchCommand.h"
 
 #include <csignal>
@@ -41,6 +42,8 @@ int run(const Arguments& arguments)
             return runPing(session);
         case Command::Status:
             return runStatus(session);
+        case Command::Uptime:
+            return runUptime(session);
         case Command::Call:
             return runCall(session);
         case Command::Watch:

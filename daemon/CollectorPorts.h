@@ -1,7 +1,9 @@
 #pragma once
 
 #include "base/Result.h"
+#include "base/Runtime.h"
 #include "base/Value.h"
+#include "collectors/uptime/UptimeDatabase.h"
 
 #include <functional>
 #include <optional>
@@ -23,7 +25,8 @@ struct CollectorPorts {
     // Network interfaces and bandwidth
     std::function<void()> prepareNetwork;
     std::function<void()> updateNetwork;
-    std::function<void()> saveBandwidth;
+    /// With `written`, returns at once and runs that on the main queue when it is in the file; without, waits for that.
+    std::function<void(Task written)> saveBandwidth;
 
     // Packet capture
     std::function<void()> prepareCapture;
@@ -45,7 +48,8 @@ struct CollectorPorts {
     // Uptime
     std::function<void()> prepareUptime;
     std::function<void()> saveBootTime;
-    std::function<void()> saveShutdownTime;
+    /// With `written`, returns at once and runs that on the main queue when it is in the file; without, waits for that.
+    std::function<void(Farewell why, double time, Task written)> saveShutdownTime;
     std::function<void(double from, double until)> saveSleep; ///< s since 1970
 
     // Network actions; called on the queue for actions, where they may take their time

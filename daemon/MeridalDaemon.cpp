@@ -47,9 +47,11 @@ Value listFrom(const std::function<Value(const Value&)>& port, const Value& argu
 
 } // namespace
 
-MeridalDaemon::MeridalDaemon(Context& context, ProcessStatCollector& processes, CollectorPorts ports)
+MeridalDaemon::MeridalDaemon(
+    Context& context, ProcessStatCollector& processes, ZAVPowerManager& power, CollectorPorts ports)
     : context_(context)
     , processes_(processes)
+    , power_(power)
     , ports_(std::move(ports))
     , server_(*this)
     , networkActions_(context, ports_)
@@ -61,6 +63,7 @@ MeridalDaemon::MeridalDaemon(Context& context, ProcessStatCollector& processes, 
 
 MeridalDaemon::~MeridalDaemon()
 {
+    power_.removeDelegate(*this);
     processes_.removeDelegate(*this);
     if (sharedInstance == this) {
         sharedInstance = nullptr;
@@ -112,10 +115,11 @@ void MeridalDaemon::prepareCollectors()
     processes_.setUpdateMask(0); // the union over the clients, of which there are none yet
     processes_.addDelegate(*this);
     sourceObservation_ = context_.notifications.observe(
-        "PowerNotifierSourceChanged", nullptr, [this](const void*, const Dictionary&) { powerSourceChanged(); });
+        "PowerNotifierSourceChanged", &power_, [this](const void*, const Dictionary&) { powerSourceChanged(); });
     log.info("Preparing battery");
     call(ports_.prepareBattery);
     log.info("Preparing power notifier");
+    power_.addDelegate(*this);
     log.info("Preparing bandwidth");
     call(ports_.prepareCapture);
 }
@@ -123,7 +127,9 @@ void MeridalDaemon::prepareCollectors()
 void MeridalDaemon::finalize()
 {
     saveShutdownTime();
-    call(ports_.saveBandwidth);
+    if (ports_.saveBandwidth) {
+        ports_.saveBandwidth({});
+    }
 }
 
 // Processes
@@ -340,13 +346,23 @@ void MeridalDaemon::prepareUptime() { call(ports_.prepareUptime); }
 
 void MeridalDaemon::saveBootTime() { call(ports_.saveBootTime); }
 
-void MeridalDaemon::saveShutdownTime() { call(ports_.saveShutdownTime); }
+void MeridalDaemon::saveShutdownTime()
+{
+    if (ports_.saveShutdownTime) {
+        ports_.saveShutdownTime(Farewell::Shutdown, context_.runtime.wallTime(), {});
+    }
+}
 
 void MeridalDaemon::powerManagerWillSleep()
 {
     sleepTime_ = context_.runtime.wallTime();
-    saveShutdownTime();
-    call(ports_.saveBandwidth);
+    // Both without waiting, and side by side: the main queue must be free to give the allowance in time.
+    if (ports_.saveShutdownTime) {
+        ports_.saveShutdownTime(Farewell::Sleep, sleepTime_, power_.delayAllowance());
+    }
+    if (ports_.saveBandwidth) {
+        ports_.saveBandwidth(power_.delayAllowance());
+    }
 }
 
 void MeridalDaemon::powerManagerDidWake()

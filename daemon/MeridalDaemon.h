@@ -10,6 +10,7 @@
 #include "daemon/NetworkActions.h"
 #include "daemon/RequestKey.h"
 #include "daemon/ZAVDispatchTimer.h"
+#include "daemon/ZAVPowerManager.h"
 #include "platform/Context.h"
 #include "platform/host/DistributedNotifications.h"
 
@@ -28,10 +29,10 @@ struct PassStatistics {
 
 /// The daemon itself: brings the collectors up, runs their schedules and hands their results to the clients that asked.
 /// Main queue only.
-class MeridalDaemon final : public StatCollectorDelegate {
+class MeridalDaemon final : public StatCollectorDelegate, public ZAVPowerManagerDelegate {
 public:
     /// Runs the start-up sequence.
-    MeridalDaemon(Context& context, ProcessStatCollector& processes, CollectorPorts ports = {});
+    MeridalDaemon(Context& context, ProcessStatCollector& processes, ZAVPowerManager& power, CollectorPorts ports = {});
     ~MeridalDaemon() override;
 
     /// The process-wide instance: the one that main made last and that still lives.
@@ -40,6 +41,7 @@ public:
     Context& context() { return context_; }
     MRDXPCServer& server() { return server_; }
     ProcessStatCollector& processes() { return processes_; }
+    ZAVPowerManager& power() { return power_; }
     NetworkActions& networkActions() { return networkActions_; }
     const PassStatistics& passStatistics() const { return passes_; }
 
@@ -73,8 +75,8 @@ public:
 
     // Power and sleep
     void powerSourceChanged();
-    void powerManagerWillSleep();
-    void powerManagerDidWake();
+    void powerManagerWillSleep() override;
+    void powerManagerDidWake() override;
     void prepareUptime();
     void saveBootTime();
     void saveShutdownTime();
@@ -106,6 +108,7 @@ private:
 
     Context& context_;
     ProcessStatCollector& processes_;
+    ZAVPowerManager& power_;
     const CollectorPorts ports_;
     MRDXPCServer server_;
     NetworkActions networkActions_;

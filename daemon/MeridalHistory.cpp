@@ -11,6 +11,12 @@ MeridalHistory::MeridalHistory(Queue& mainQueue) : mainQueue_(mainQueue) { }
 
 void MeridalHistory::addMethod(std::string name, Method method)
 {
+    addAsyncMethod(std::move(name),
+        [method = std::move(method)](const Value& parameters, const Reply& reply) { reply(method(parameters)); });
+}
+
+void MeridalHistory::addAsyncMethod(std::string name, AsyncMethod method)
+{
     methods_.insert_or_assign(std::move(name), std::move(method));
 }
 
@@ -23,7 +29,7 @@ void MeridalHistory::call(std::string_view name, const Value& parameters, const 
         return reply(unexpected(ErrorCode::NotFound, "no such method"));
     }
     mainQueue_.post(
-        [&function = method->second, parameters, reply = std::move(reply)] { reply(function(parameters)); });
+        [&function = method->second, parameters, reply = std::move(reply)] { function(parameters, reply); });
 }
 
 } // namespace meridal

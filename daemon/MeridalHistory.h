@@ -16,17 +16,20 @@ class Queue;
 class MeridalHistory final : public NamedMethods {
 public:
     using Method = std::function<Result<Value>(const Value& parameters)>;
+    /// A method that answers later, once.
+    using AsyncMethod = std::function<void(const Value& parameters, Reply reply)>;
 
     explicit MeridalHistory(Queue& mainQueue);
 
     void addMethod(std::string name, Method method);
+    void addAsyncMethod(std::string name, AsyncMethod method);
 
     bool hasMethod(std::string_view name) const override;
     void call(std::string_view name, const Value& parameters, const Peer& peer, Reply reply) override;
 
 private:
     Queue& mainQueue_;
-    std::map<std::string, Method, std::less<>> methods_;
+    std::map<std::string, AsyncMethod, std::less<>> methods_;
 };
 
 } // namespace meridal

@@ -7,9 +7,12 @@
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
 #include "collectors/process/ProcessStatCollector.h"
+#include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
+#include "daemon/UptimeKeeper.h"
+#include "daemon/ZAVPowerManager.h"
 #include "daemon/transport/InstanceLock.h"
 #include "daemon/transport/UnixSocketListener.h"
 #include "database/HistoryDatabaseController.h"
@@ -91,7 +94,10 @@ void redirectStandardError(const std::filesystem::path& file)
 void logLimitations(Context& context)
 {
     std::string missing;
-    for (const auto& [what, why] : context.host.limitations->all()) {
+    const auto later = [&log = context.log](const std::string& what, const std::string& why) {
+        log.warning(fmt::format("Not to be had now: {}: {}", what, why));
+    };
+    for (const auto& [what, why] : context.host.limitations->listen(later)) {
         missing += fmt::format("{}{}: {}", missing.empty() ? "" : "; ", what, why);
     }
     if (!missing.empty()) {
@@ -118,11 +124,18 @@ ListenerStatistics sumOf(const std::vector<std::unique_ptr<Listener>>& listeners
 int serve(Context& context)
 {
     Runtime& runtime = context.runtime;
-    MeridalDaemon daemon(context, ProcessStatCollector::sharedProcesses());
+    UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
+    CollectorPorts ports;
+    uptime.plugInto(ports);
+    MeridalDaemon daemon(
+        context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
+    history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
+        uptime.boots(parameters, std::move(reply));
+    });
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
@@ -145,6 +158,7 @@ int serve(Context& context)
     const auto onInterrupt = runtime.watchSignal(SIGINT, end);
     notifyReady();
     runtime.run();
+    context.host.limitations->listen({});
     listeners.clear(); // no client may ask a daemon that is being taken apart
     context.log.flush();
     return EXIT_SUCCESS;

@@ -4,6 +4,8 @@
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineInfo.h"
+#include "platform/host/PowerMessages.h"
+#include "platform/host/PowerSources.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/host/SelfUsage.h"
 #include "platform/host/UserRights.h"
@@ -22,6 +24,8 @@ struct Host {
     std::unique_ptr<DistributedNotifications> distributedNotifications;
     std::unique_ptr<SelfUsage> selfUsage;
     std::unique_ptr<UserRights> userRights;
+    std::unique_ptr<PowerMessages> powerMessages;
+    std::unique_ptr<PowerSources> powerSources;
 };
 
 } // namespace meridal

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -11,10 +13,21 @@ namespace meridal {
 /// it, `status` and one log line at start show it. Thread-safe.
 class Limitations {
 public:
+    using Listener = std::function<void(const std::string& key, const std::string& reason)>;
+
     void set(std::string key, std::string reason)
     {
-        const std::lock_guard lock(mutex_);
-        reasons_.insert_or_assign(std::move(key), std::move(reason));
+        Listener listener;
+        {
+            const std::lock_guard lock(mutex_);
+            reasons_.insert_or_assign(key, reason);
+            if (listener_ && told_.insert(key).second) {
+                listener = listener_;
+            }
+        }
+        if (listener) {
+            listener(key, reason);
+        }
     }
     void clear(const std::string& key)
     {
@@ -27,9 +40,23 @@ public:
         return reasons_;
     }
 
+    /// Answers all there are, and tells the listener of every other one when it is first set: some show only once a
+    /// service has answered or has gone. Called on the thread that sets it. An empty listener ends it.
+    std::map<std::string, std::string> listen(Listener listener)
+    {
+        const std::lock_guard lock(mutex_);
+        listener_ = std::move(listener);
+        for (const auto& [key, reason] : reasons_) {
+            told_.insert(key);
+        }
+        return reasons_;
+    }
+
 private:
     mutable std::mutex mutex_;
     std::map<std::string, std::string> reasons_;
+    std::set<std::string> told_; ///< keys that the listener knows
+    Listener listener_;
 };
 
 } // namespace meridal

@@ -35,7 +35,10 @@ public:
     virtual std::string systemName() const = 0; ///< for people: "Debian GNU/Linux 12 (bookworm)"
 
     /// s since 1970 at which the system booted, as the kernel now tells it. Absent when it cannot be read.
+    /// It moves when the clock is corrected: the wall clock minus this is the true time since the boot at any moment.
     virtual std::optional<double> bootTime() const = 0;
+    /// A text that the kernel makes up at each boot and keeps until the next. Absent when it cannot be read.
+    virtual std::optional<std::string> bootIdentifier() const = 0;
     /// Whether a driver service of that class is present ("FakeSMC", an emulated SMC).
     virtual bool hasService(std::string_view serviceClass) const = 0;
     /// What the firmware says of the chassis, where the model name does not tell: true for laptops. Absent if unsaid.

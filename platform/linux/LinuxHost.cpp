@@ -5,7 +5,9 @@
 #include "platform/linux/LinuxMachineInfo.h"
 #include "platform/linux/LinuxSelfUsage.h"
 #include "platform/linux/LinuxUserRights.h"
+#include "platform/linux/LogindPowerMessages.h"
 #include "platform/linux/RootFolder.h"
+#include "platform/linux/SysfsPowerSources.h"
 #include "platform/linux/SystemBus.h"
 
 #include <unistd.h>
@@ -30,7 +32,9 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->processes = std::make_unique<ProcProcessSource>(options.root, host->limitations, options.processes);
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
-    host->distributedNotifications = std::make_unique<BusNotifications>(std::move(bus));
+    host->distributedNotifications = std::make_unique<BusNotifications>(bus);
+    host->powerMessages = std::make_unique<LogindPowerMessages>(std::move(bus), host->limitations);
+    host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
     return host;

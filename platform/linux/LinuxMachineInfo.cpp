@@ -147,13 +147,16 @@ void LinuxMachineInfo::readSystem()
     }
     systemName_ = valueOfKey(release, "PRETTY_NAME", '=').value_or("Linux");
     serviceManager_ = root_.exists("run/systemd/system") ? "systemd" : root_.readLine("proc/1/comm").value_or("init");
+    bootIdentifier_ = root_.readLine("proc/sys/kernel/random/boot_id");
 }
 
 std::optional<double> LinuxMachineInfo::bootTime() const
 {
     const auto text = valueOfKey(root_.read("proc/stat").value_or(""), "btime", ' ');
     const auto seconds = text ? leadingNumber(*text) : std::nullopt;
-    return seconds && *seconds > 0 ? std::optional(static_cast<double>(*seconds)) : std::nullopt;
+    // A clock that still stands at 1970 puts the boot before it, which the kernel prints as a huge number.
+    constexpr std::uint64_t latest = 1ULL << 40;
+    return seconds && *seconds > 0 && *seconds < latest ? std::optional(static_cast<double>(*seconds)) : std::nullopt;
 }
 
 } // namespace meridal

@@ -27,6 +27,7 @@ public:
     SystemRelease systemRelease() const override { return {.major = 99}; }
     std::string systemName() const override { return systemName_; }
     std::optional<double> bootTime() const override;
+    std::optional<std::string> bootIdentifier() const override { return bootIdentifier_; }
     bool hasService(std::string_view) const override { return false; }
     std::optional<bool> chassisIsPortable() const override { return portable_; }
     std::string serviceManagerName() const override { return serviceManager_; }
@@ -52,6 +53,7 @@ private:
     std::string systemName_;
     std::optional<bool> portable_;
     std::string serviceManager_;
+    std::optional<std::string> bootIdentifier_;
 };
 
 } // namespace meridal

@@ -3,6 +3,8 @@
 #include "platform/macos/DistributedCenter.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
+#include "platform/macos/MacPowerMessages.h"
+#include "platform/macos/MacPowerSources.h"
 #include "platform/macos/MacSelfUsage.h"
 #include "platform/macos/MacUserRights.h"
 #include "platform/macos/WindowServerDisplayInfo.h"
@@ -18,6 +20,8 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->distributedNotifications = std::make_unique<DistributedCenter>(runtime);
     host->selfUsage = std::make_unique<MacSelfUsage>(host->processes->timeBase());
     host->userRights = std::make_unique<MacUserRights>();
+    host->powerMessages = std::make_unique<MacPowerMessages>(host->limitations);
+    host->powerSources = std::make_unique<MacPowerSources>();
     return host;
 }
 

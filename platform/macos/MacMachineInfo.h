@@ -22,6 +22,7 @@ public:
     SystemRelease systemRelease() const override { return release_; }
     std::string systemName() const override;
     std::optional<double> bootTime() const override;
+    std::optional<std::string> bootIdentifier() const override;
     bool hasService(std::string_view serviceClass) const override;
     /// True where a smart battery is built in: the models of Apple silicon no longer say "MacBook". Absent otherwise.
     std::optional<bool> chassisIsPortable() const override;

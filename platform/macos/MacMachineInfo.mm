@@ -113,6 +113,8 @@ std::optional<double> MacMachineInfo::bootTime() const
     return static_cast<double>(booted.tv_sec) + static_cast<double>(booted.tv_usec) * 1e-6;
 }
 
+std::optional<std::string> MacMachineInfo::bootIdentifier() const { return systemSettingText("kern.bootsessionuuid"); }
+
 bool MacMachineInfo::hasService(std::string_view serviceClass) const
 {
     return static_cast<bool>(ServiceEntry(std::string(serviceClass).c_str()));

@@ -29,4 +29,14 @@ CFRef<CFTypeRef> ServiceEntry::property(const char* key) const
     return CFRef<CFTypeRef>(IORegistryEntryCreateCFProperty(entry_, name.get(), kCFAllocatorDefault, 0));
 }
 
+CFRef<CFMutableDictionaryRef> ServiceEntry::properties() const
+{
+    CFMutableDictionaryRef properties = nullptr;
+    if (entry_ == IO_OBJECT_NULL
+        || IORegistryEntryCreateCFProperties(entry_, &properties, kCFAllocatorDefault, 0) != KERN_SUCCESS) {
+        return {};
+    }
+    return CFRef<CFMutableDictionaryRef>(properties);
+}
+
 } // namespace meridal

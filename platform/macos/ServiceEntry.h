@@ -17,6 +17,8 @@ public:
     explicit operator bool() const { return entry_ != IO_OBJECT_NULL; }
     /// A property by its key (ASCII); null where there is none.
     CFRef<CFTypeRef> property(const char* key) const;
+    /// All properties as they are now; null when there is no such service.
+    CFRef<CFMutableDictionaryRef> properties() const;
 
 private:
     io_service_t entry_ = IO_OBJECT_NULL;

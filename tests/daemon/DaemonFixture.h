@@ -32,7 +32,7 @@ protected:
     {
         ports.startCapture = [this] { calls.emplace_back("startCapture"); };
         ports.stopCapture = [this] { calls.emplace_back("stopCapture"); };
-        daemon = std::make_unique<MeridalDaemon>(machine.context, collector, std::move(ports));
+        daemon = std::make_unique<MeridalDaemon>(machine.context, collector, power, std::move(ports));
         machine.runtime.runDue();
         return *daemon;
     }
@@ -68,6 +68,7 @@ protected:
 
     FakeMachine machine;
     ProcessStatCollector collector{machine.context};
+    ZAVPowerManager power{machine.context};
     std::vector<std::string> calls;
     std::unique_ptr<MeridalDaemon> daemon;
 };

@@ -97,7 +97,7 @@ TEST_F(DaemonTest, TheBatteryIsPushedOnSourceChangesToWhoAskedForIt)
     Client other = connect();
     request(asking, 128);
     source = 2;
-    machine.notifications.post("PowerNotifierSourceChanged", nullptr);
+    machine.powerSources().change({FakePowerSources::internal("Battery Power", false)});
     machine.runtime.advance(10);
     ASSERT_EQ(asking.link->count(128), 2);
     EXPECT_EQ(asking.link->received[1]->dictionary()["battery"]["source"], 2);
@@ -107,22 +107,45 @@ TEST_F(DaemonTest, TheBatteryIsPushedOnSourceChangesToWhoAskedForIt)
 TEST_F(DaemonTest, SleepIsRecordedOnlyWhenItsBeginningIsKnown)
 {
     std::vector<std::pair<double, double>> sleeps;
-    int shutdowns = 0;
+    std::vector<std::pair<Farewell, double>> farewells;
     CollectorPorts ports;
     ports.saveSleep = [&](double from, double until) { sleeps.emplace_back(from, until); };
-    ports.saveShutdownTime = [&] { ++shutdowns; };
+    ports.saveShutdownTime = [&](Farewell why, double time, const Task& written) {
+        farewells.emplace_back(why, time);
+        EXPECT_EQ(written != nullptr, why == Farewell::Sleep) << "only the end waits";
+        if (written) {
+            written();
+        }
+    };
     start(std::move(ports));
-    daemon->powerManagerDidWake();
+    machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
     EXPECT_TRUE(sleeps.empty());
     const double before = machine.runtime.wallTime();
-    daemon->powerManagerWillSleep();
-    EXPECT_EQ(shutdowns, 1);
+    machine.powerMessages().send(PowerMessage::SystemWillSleep);
+    EXPECT_EQ(farewells, (std::vector{std::pair(Farewell::Sleep, before)}));
     machine.runtime.sleepMachine(3600);
-    daemon->powerManagerDidWake();
-    daemon->powerManagerDidWake();
+    machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
+    machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
     EXPECT_EQ(sleeps, (std::vector{std::pair(before, before + 3600)}));
     daemon->finalize();
-    EXPECT_EQ(shutdowns, 2);
+    EXPECT_EQ(farewells.back(), std::pair(Farewell::Shutdown, before + 3600));
+}
+
+TEST_F(DaemonTest, TheMachineSleepsWhenBothFilesAreWritten)
+{
+    Task bandwidthWritten;
+    Task shutdownWritten;
+    CollectorPorts ports;
+    ports.saveShutdownTime = [&](Farewell, double, Task written) { shutdownWritten = std::move(written); };
+    ports.saveBandwidth = [&](Task written) { bandwidthWritten = std::move(written); };
+    start(std::move(ports));
+    const auto sleep = machine.powerMessages().send(PowerMessage::SystemWillSleep);
+    machine.runtime.advance(1);
+    shutdownWritten();
+    shutdownWritten(); // an answer too many is not the other's
+    EXPECT_TRUE(machine.powerMessages().allowed.empty());
+    bandwidthWritten();
+    EXPECT_EQ(machine.powerMessages().allowed, std::vector{sleep});
 }
 
 TEST_F(DaemonTest, OnlyWhoOwnsTheMachineMayChangeItsNetwork)

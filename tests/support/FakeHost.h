@@ -8,6 +8,7 @@
 #include "tests/support/TemporaryTree.h"
 
 #include <algorithm>
+#include <list>
 #include <map>
 #include <string>
 #include <utility>
@@ -82,6 +83,7 @@ public:
     SystemRelease systemRelease() const override { return release; }
     std::string systemName() const override { return "Fake OS"; }
     std::optional<double> bootTime() const override { return boot; }
+    std::optional<std::string> bootIdentifier() const override { return bootId; }
     bool hasService(std::string_view serviceClass) const override { return service == serviceClass; }
     std::optional<bool> chassisIsPortable() const override { return portable; }
     std::string serviceManagerName() const override { return "launchd"; }
@@ -91,6 +93,7 @@ public:
     std::optional<std::string> board;
     SystemRelease release = {14, 0, 0};
     std::optional<double> boot = 1'699'990'000.0;
+    std::optional<std::string> bootId = "first boot";
     std::string service;
     std::optional<bool> portable;
 };
@@ -128,6 +131,79 @@ public:
     std::uint32_t seated = 1000;
 };
 
+/// A system that sleeps and wakes as a test tells it, and writes down what it was allowed.
+class FakePowerMessages final : public PowerMessages {
+public:
+    std::unique_ptr<Registration> receive(Handler receiver) override
+    {
+        handler = std::move(receiver);
+        return std::make_unique<Ending>(*this);
+    }
+    void allow(Token token) override { allowed.push_back(token); }
+    /// Sends a message with a token of its own, which is answered.
+    Token send(PowerMessage message)
+    {
+        const Token token = ++lastToken;
+        if (handler) {
+            handler(message, token);
+        }
+        return token;
+    }
+
+    Handler handler; ///< none while nobody is registered
+    std::vector<Token> allowed;
+    Token lastToken = 0;
+
+private:
+    struct Ending final : Registration {
+        explicit Ending(FakePowerMessages& owner) : messages(owner) { }
+        ~Ending() override { messages.handler = nullptr; }
+        FakePowerMessages& messages;
+    };
+};
+
+/// Power sources that a test describes.
+class FakePowerSources final : public PowerSources {
+public:
+    std::vector<Dictionary> descriptions() override { return sources; }
+    std::optional<Dictionary> smartBattery() override { return battery; }
+    std::optional<bool> adapterConnected() override { return adapter; }
+    std::unique_ptr<Observation> observe(std::function<void()> changed) override
+    {
+        const auto entry = observers.insert(observers.end(), std::move(changed));
+        return std::make_unique<Ending>(*this, entry);
+    }
+    /// Replaces the descriptions and tells the observers.
+    void change(std::vector<Dictionary> now)
+    {
+        sources = std::move(now);
+        for (const auto& observer : observers) {
+            observer();
+        }
+    }
+    /// What an internal battery says of itself.
+    static Dictionary internal(const std::string& state, bool charging)
+    {
+        return {{"Type", "InternalBattery"}, {"Transport Type", "Internal"}, {"Power Source State", state},
+            {"Is Charging", charging}};
+    }
+
+    std::vector<Dictionary> sources;
+    std::optional<Dictionary> battery;
+    std::optional<bool> adapter;
+    std::list<std::function<void()>> observers;
+
+private:
+    struct Ending final : Observation {
+        Ending(FakePowerSources& owner, std::list<std::function<void()>>::iterator place) : sources(owner), entry(place)
+        {
+        }
+        ~Ending() override { sources.observers.erase(entry); }
+        FakePowerSources& sources;
+        std::list<std::function<void()>>::iterator entry;
+    };
+};
+
 /// A whole machine under a test's thumb: virtual time, fake seams, files in a folder that goes with it.
 struct FakeMachine {
     FakeMachine()
@@ -138,6 +214,8 @@ struct FakeMachine {
         host.distributedNotifications = std::make_unique<FakeDistributedNotifications>();
         host.selfUsage = std::make_unique<FakeSelfUsage>();
         host.userRights = std::make_unique<FakeUserRights>();
+        host.powerMessages = std::make_unique<FakePowerMessages>();
+        host.powerSources = std::make_unique<FakePowerSources>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
@@ -147,6 +225,8 @@ struct FakeMachine {
     {
         return static_cast<FakeDistributedNotifications&>(*host.distributedNotifications);
     }
+    FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
+    FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 
     TemporaryTree files;

@@ -1,0 +1,141 @@
+#include "collectors/uptime/UptimeHistory.h"
+
+#include "database/SQLiteConnection.h"
+#include "database/SqlValue.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <string>
+
+namespace meridal {
+
+namespace {
+
+/// Every boot with its length and sleep: from its record, as far as the running boot from the caller (?1 key, ?2 boot
+/// time, ?3 length), or else from the bare times, where a shutdown before the boot means that the clock was set.
+const std::string bootsView = R"(
+    SELECT number, boot, shutdown, state, asleep, started, length FROM (
+        SELECT uptime.rowid AS number, uptime.boot AS boot, shutdown, state,
+            coalesce(asleep, (SELECT total(max(0, "end" - start)) FROM sleep
+                WHERE start >= uptime.boot AND start <= uptime.shutdown)) AS asleep,
+            CASE uptime.boot WHEN ?1 THEN ?2 ELSE coalesce(started, uptime.boot) END AS started,
+            CASE uptime.boot WHEN ?1 THEN max(?3, coalesce(length, 0))
+                ELSE coalesce(length, max(0, shutdown - uptime.boot)) END AS length
+        FROM uptime LEFT JOIN boot_records ON boot_records.boot = uptime.boot))";
+
+/// Of those, the ones that a question is about: ?4 from, ?5 until.
+const std::string selection = bootsView + " WHERE started < ?5 AND started + length >= ?4";
+
+std::optional<double> single(SQLiteConnection& connection, const std::string& sql, const SqlValues& args)
+{
+    std::optional<double> figure;
+    const auto done = connection.forEachRow(sql, args, [&figure](std::span<const SqlValue> row) {
+        if (!row.empty() && !std::holds_alternative<std::monostate>(row[0])) {
+            figure = sqlNumber(row[0]);
+        }
+    });
+    return done ? figure : std::nullopt;
+}
+
+/// From what was recorded, or, for a boot without a record, from its times: a shutdown time that is the start of a sleep
+/// was left by that sleep, after which the machine ran on.
+BootEnd endOf(SQLiteConnection& connection, const SqlValue& state, double shutdown)
+{
+    if (!std::holds_alternative<std::monostate>(state)) {
+        switch (static_cast<BootState>(static_cast<int>(sqlNumber(state)))) {
+        case BootState::Ended:
+            return BootEnd::Orderly;
+        case BootState::Asleep:
+            return BootEnd::Asleep;
+        default:
+            return BootEnd::Crash;
+        }
+    }
+    const bool leftBySleep =
+        single(connection, "SELECT 1 FROM sleep WHERE start = ? LIMIT 1", SqlValues{shutdown}).has_value();
+    return shutdown > 0 && !leftBySleep ? BootEnd::Orderly : BootEnd::Crash;
+}
+
+bool readPage(SQLiteConnection& connection, const UptimeQuestion& question, const UptimeNow& now, SqlValues args,
+    UptimeAnswer& answer)
+{
+    double above = std::numeric_limits<std::int32_t>::max();
+    if (question.before) {
+        const auto number =
+            single(connection, "SELECT max(rowid) FROM uptime WHERE boot = ?", SqlValues{*question.before});
+        answer.knowsBefore = number.has_value();
+        above = number.value_or(0);
+    }
+    args.emplace_back(above);
+    args.emplace_back(static_cast<std::int64_t>(question.limit) + 1);
+    std::vector<SqlValue> states;
+    std::vector<double> shutdowns;
+    const auto done = connection.forEachRow(
+        selection + " AND number < ?6 ORDER BY number DESC LIMIT ?7", args, [&](std::span<const SqlValue> row) {
+            BootRow& boot = answer.boots.emplace_back();
+            boot.boot = sqlNumber(row[1]);
+            boot.started = sqlNumber(row[5]);
+            boot.asleep = sqlNumber(row[4]);
+            boot.length = sqlNumber(row[6]);
+            states.push_back(row[3]);
+            shutdowns.push_back(sqlNumber(row[2]));
+        });
+    answer.more = answer.boots.size() > question.limit;
+    answer.boots.resize(std::min(answer.boots.size(), question.limit));
+    for (std::size_t i = 0; i < answer.boots.size(); ++i) {
+        BootRow& boot = answer.boots[i];
+        boot.end = boot.boot == now.boot ? BootEnd::Running : endOf(connection, states[i], shutdowns[i]);
+        if (boot.end == BootEnd::Orderly || boot.end == BootEnd::Asleep) {
+            boot.shutdown = shutdowns[i];
+        }
+    }
+    return done.has_value();
+}
+
+/// Up but not asleep, in relation to the period without the sleep in it.
+std::optional<double> availability(SQLiteConnection& connection, const SqlValues& known, double from, double until)
+{
+    const auto first = single(connection, "SELECT min(started) FROM (" + bootsView + ")", known);
+    if (!first) {
+        return std::nullopt;
+    }
+    SqlValues args = known;
+    args.emplace_back(std::max(from, *first));
+    args.emplace_back(until);
+    const auto up = single(connection,
+        "SELECT total(max(0, min(started + length, ?5) - max(started, ?4))) FROM (" + selection + ")", args);
+    const SqlValues period = {args[3], args[4]};
+    const auto asleep = single(connection,
+        R"(SELECT total(max(0, min("end", ?2) - max(start, ?1))) FROM sleep WHERE "end" > ?1 AND start < ?2)", period);
+    const double total = until - std::max(from, *first) - asleep.value_or(0);
+    if (!up || !asleep || total <= 0) {
+        return std::nullopt;
+    }
+    return std::clamp((*up - *asleep) / total, 0.0, 1.0);
+}
+
+} // namespace
+
+std::optional<UptimeAnswer> readUptimeHistory(
+    SQLiteConnection& connection, const UptimeQuestion& question, const UptimeNow& now)
+{
+    UptimeAnswer answer;
+    answer.now = now;
+    const double until = question.until.value_or(now.wallTime);
+    const SqlValues known = {now.boot, now.started, now.elapsed};
+    SqlValues args = known;
+    args.emplace_back(question.from);
+    // A boot that began while the clock stood ahead is there all the same when no end was asked for.
+    args.emplace_back(question.until.value_or(std::numeric_limits<double>::max()));
+    if (!readPage(connection, question, now, args, answer)) {
+        return std::nullopt;
+    }
+    answer.longest = single(connection, "SELECT max(length) FROM (" + selection + ")", args).value_or(0);
+    answer.asleep =
+        single(connection, "SELECT asleep FROM boot_records WHERE boot = ?", SqlValues{now.boot}).value_or(0);
+    answer.availability = availability(connection, known, question.from, std::min(until, now.wallTime));
+    return answer;
+}
+
+} // namespace meridal

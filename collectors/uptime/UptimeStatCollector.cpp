@@ -1,0 +1,13 @@
+#include "collectors/uptime/UptimeStatCollector.h"
+
+#include "base/Value.h"
+
+namespace meridal {
+
+UptimeStatCollector::UptimeStatCollector(Context& context)
+    : StatCollector(context, {.description = "UptimeStatCollector"})
+{
+    config()["xmlNoSamples"] = true;
+}
+
+} // namespace meridal

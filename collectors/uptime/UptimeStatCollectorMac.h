@@ -1,0 +1,32 @@
+#pragma once
+
+#include "collectors/uptime/UptimeStatCollector.h"
+
+namespace meridal {
+
+class HistoryDatabaseController;
+
+/// The uptime collector of both hosts: asks MachineInfo for the boot time and records it in its history files, in a
+/// table `boottimes`.
+class UptimeStatCollectorMac final : public UptimeStatCollector {
+public:
+    UptimeStatCollectorMac(Context& context, HistoryDatabaseController& databases);
+
+    /// The process-wide instance, on Context::shared(). Made anew after cleanupShared().
+    static UptimeStatCollectorMac& sharedUptimeCollector();
+    static void cleanupShared();
+
+    /// Whole seconds of the kernel's boot time, 0 when it cannot be had; and the time since then, which stays true
+    /// when the clock is set, as the kernel moves its boot time along.
+    void loadUptime();
+
+    /// Makes the table in both files where it is missing; answers whether it had to.
+    bool prepareDatabase() override;
+    /// Records the boot in both files, once.
+    void addToDatabase();
+
+private:
+    HistoryDatabaseController& databases_;
+};
+
+} // namespace meridal

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "platform/linux/RootFolder.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace meridal {
+
+/// One entry of /sys/class/power_supply. Files are read when asked for; what the driver does not have is absent. The
+/// kernel's Documentation/ABI/testing/sysfs-class-power tells their meaning.
+class PowerSupply {
+public:
+    PowerSupply(const RootFolder& root, std::string name);
+
+    const std::string& name() const { return name_; }
+    bool isInternalBattery() const { return type_ == "Battery" && !ofDevice_ && present_; }
+    bool isUPS() const { return type_ == "UPS" && !ofDevice_; }
+    /// An adapter: mains, USB or wireless.
+    bool isExternal() const
+    {
+        return !ofDevice_ && (type_ == "Mains" || type_.starts_with("USB") || type_ == "Wireless");
+    }
+    /// Whether an adapter gives power. Batteries have no such file.
+    bool isOnline() const { return figure("online").value_or(0) != 0; }
+
+    std::optional<std::string> text(std::string_view file) const;
+    std::optional<double> figure(std::string_view file) const;
+    /// "Charging", "Discharging", "Not charging", "Full" or "Unknown".
+    const std::string& status() const { return status_; }
+
+    std::optional<double> percent() const;
+    std::optional<double> millivolts() const;
+    /// Positive while charging, negative while discharging, whatever sign the driver uses.
+    std::optional<double> milliamperes() const;
+    /// A charge in mAh: charge_NAME, or energy_NAME divided by the voltage that the pack was designed for.
+    std::optional<double> milliampereHours(std::string_view name) const;
+    /// Minutes until empty or full at the present rate. Absent when there is no rate.
+    std::optional<double> minutesToEmpty() const;
+    std::optional<double> minutesToFull() const;
+
+private:
+    std::optional<double> hoursOf(std::optional<double> charge, std::optional<double> energy) const;
+
+    const RootFolder& root_;
+    std::string name_;
+    std::string type_;
+    std::string status_;
+    bool ofDevice_ = false; ///< powers something connected to the machine, such as a mouse
+    bool present_ = true;   ///< false for an empty bay
+};
+
+/// All supplies of this machine, by name.
+std::vector<PowerSupply> powerSupplies(const RootFolder& root);
+
+} // namespace meridal

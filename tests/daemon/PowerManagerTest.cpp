@@ -1,0 +1,204 @@
+#include "daemon/ZAVPowerManager.h"
+#include "tests/support/FakeHost.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace meridal::test {
+namespace {
+
+/// A manager on a fake machine; what it posts and whom it tells is written down in order.
+class PowerManagerTest : public ::testing::Test, protected ZAVPowerManagerDelegate {
+protected:
+    PowerManagerTest()
+    {
+        for (const char* name :
+            {"PowerNotifierSourceChanged", "PowerNotifierStateChanged", "PowerNotifierSleep", "PowerNotifierWake"}) {
+            observations.push_back(
+                machine.notifications.observe(name, nullptr, [this, name](const void* object, const Dictionary& info) {
+                    EXPECT_TRUE(!manager || object == manager.get()) << "or it is being made";
+                    EXPECT_TRUE(info.empty());
+                    events.emplace_back(name + 13); // without "PowerNotifier"
+                }));
+        }
+        machine.log.addListener([this](LogLevel, std::string_view line) { lines.emplace_back(line); });
+    }
+    void start(std::vector<Dictionary> sources = {})
+    {
+        machine.powerSources().sources = std::move(sources);
+        manager = std::make_unique<ZAVPowerManager>(machine.context);
+        manager->addDelegate(*this);
+        events.clear();
+    }
+    std::vector<std::string> take() { return std::exchange(events, {}); }
+    PowerMessages::Token send(PowerMessage message) { return machine.powerMessages().send(message); }
+    void sleepFor(double seconds)
+    {
+        send(PowerMessage::SystemWillSleep);
+        machine.runtime.sleepMachine(seconds);
+        send(PowerMessage::SystemHasPoweredOn);
+    }
+    const std::vector<PowerMessages::Token>& allowed() { return machine.powerMessages().allowed; }
+
+    void powerManagerWillSleep() override
+    {
+        events.emplace_back("willSleep");
+        if (fails) {
+            throw std::runtime_error("the disk is gone");
+        }
+        for (int i = 0; i < delays; ++i) {
+            ends.push_back(manager->delayAllowance());
+        }
+    }
+    void powerManagerDidWake() override { events.emplace_back("didWake"); }
+
+    FakeMachine machine;
+    std::vector<std::string> events;
+    std::vector<std::string> lines;
+    std::vector<std::unique_ptr<NotificationCenter::Observation>> observations;
+    std::unique_ptr<ZAVPowerManager> manager;
+    bool fails = false;
+    int delays = 0;
+    std::vector<Task> ends;
+};
+
+using Events = std::vector<std::string>;
+
+TEST_F(PowerManagerTest, TheSourceIsWhatTheLastInternalBatterySays)
+{
+    manager = std::make_unique<ZAVPowerManager>(machine.context);
+    EXPECT_EQ(manager->source(), -1) << "a desktop";
+    EXPECT_EQ(manager->state(), -1);
+    EXPECT_EQ(take(), (Events{"StateChanged"})) << "which begins at 0";
+
+    const auto battery = FakePowerSources::internal("Battery Power", false);
+    const auto charging = FakePowerSources::internal("AC Power", true);
+    const auto full = FakePowerSources::internal("AC Power", false);
+    Dictionary ups = battery;
+    ups["Transport Type"] = "USB";
+    machine.powerSources().change({battery, charging, ups});
+    EXPECT_EQ(manager->source(), 1);
+    EXPECT_EQ(manager->state(), 1);
+    EXPECT_EQ(take(), (Events{"SourceChanged", "StateChanged"}));
+    machine.powerSources().change({full});
+    EXPECT_EQ(take(), (Events{"StateChanged"})) << "charged, still on external power";
+    EXPECT_EQ(manager->state(), 2);
+    machine.powerSources().change({battery});
+    EXPECT_EQ(take(), (Events{"SourceChanged", "StateChanged"}));
+    machine.powerSources().change({battery});
+    EXPECT_EQ(take(), Events());
+    Dictionary numeric = charging;
+    numeric["Is Charging"] = 1;
+    machine.powerSources().change({numeric});
+    EXPECT_EQ(manager->state(), 1);
+    machine.powerSources().change({{{"Transport Type", "Internal"}, {"Is Charging", "yes"}}});
+    EXPECT_EQ(manager->source(), 1) << "whatever is not the battery";
+    EXPECT_EQ(manager->state(), 2);
+}
+
+TEST_F(PowerManagerTest, SleepAddsUpUntilTheSourceChanges)
+{
+    start({FakePowerSources::internal("Battery Power", false)});
+    sleepFor(60);
+    machine.runtime.advance(600);
+    sleepFor(30);
+    EXPECT_DOUBLE_EQ(manager->sleepTotal(), 90);
+    EXPECT_EQ(take(), (Events{"willSleep", "Sleep", "didWake", "Wake", "willSleep", "Sleep", "didWake", "Wake"}));
+    EXPECT_EQ(lines, (Events{"sleep", "wake", "60.00", "sleep", "wake", "30.00"}));
+    machine.powerSources().change({FakePowerSources::internal("AC Power", true)});
+    EXPECT_EQ(manager->sleepTotal(), 0);
+}
+
+TEST_F(PowerManagerTest, AWakeWithoutASleepOrWithASteppedClockAddsNothingButIsTold)
+{
+    start();
+    send(PowerMessage::SystemHasPoweredOn);
+    EXPECT_EQ(take(), (Events{"didWake", "Wake"}));
+    EXPECT_EQ(manager->sleepTotal(), 0) << "not the time since 1970";
+    send(PowerMessage::SystemWillSleep);
+    machine.runtime.stepWallClock(-7200);
+    machine.runtime.sleepMachine(60);
+    send(PowerMessage::SystemHasPoweredOn);
+    send(PowerMessage::SystemHasPoweredOn);
+    EXPECT_EQ(manager->sleepTotal(), 0);
+    EXPECT_EQ(take().size(), 6U);
+    manager->sleep();
+    machine.runtime.sleepMachine(10);
+    manager->wake();
+    EXPECT_DOUBLE_EQ(manager->sleepTotal(), 10);
+    EXPECT_EQ(take(), (Events{"Sleep", "Wake"})) << "no delegates";
+}
+
+TEST_F(PowerManagerTest, OnlyTheTwoQuestionsAreAnswered)
+{
+    start();
+    const auto can = send(PowerMessage::CanSystemSleep);
+    EXPECT_EQ(allowed(), std::vector{can});
+    for (const std::uint32_t other : {0xE0000290U, 0xE0000320U, 0xE0000250U, 0xE0000300U, 0U}) {
+        send(PowerMessage(other));
+    }
+    EXPECT_EQ(allowed(), std::vector{can});
+    const auto will = send(PowerMessage::SystemWillSleep);
+    EXPECT_EQ(allowed(), (std::vector{can, will})) << "at once, as nobody delays it";
+}
+
+TEST_F(PowerManagerTest, TheAllowanceComesEvenWhenADelegateFails)
+{
+    start();
+    fails = true;
+    const auto sleep = send(PowerMessage::SystemWillSleep);
+    EXPECT_EQ(allowed(), std::vector{sleep});
+    EXPECT_EQ(take(), (Events{"willSleep"}));
+    machine.runtime.sleepMachine(5);
+    send(PowerMessage::SystemHasPoweredOn);
+    EXPECT_DOUBLE_EQ(manager->sleepTotal(), 5);
+}
+
+TEST_F(PowerManagerTest, ASlowDiskDelaysTheSleepButNotBeyondTheBound)
+{
+    start();
+    delays = 2;
+    const auto first = send(PowerMessage::SystemWillSleep);
+    ends[0]();
+    machine.runtime.advance(2.9);
+    EXPECT_TRUE(allowed().empty());
+    machine.runtime.advance(0.2);
+    EXPECT_EQ(allowed(), std::vector{first});
+    EXPECT_NE(lines.back().find("too slow"), std::string::npos);
+    send(PowerMessage::SystemHasPoweredOn);
+
+    const auto second = send(PowerMessage::SystemWillSleep);
+    ends[1](); // of the sleep before: says nothing about this one
+    ends[2]();
+    EXPECT_EQ(allowed(), std::vector{first});
+    ends[3]();
+    EXPECT_EQ(allowed(), (std::vector{first, second}));
+    machine.runtime.advance(10);
+    EXPECT_EQ(allowed().size(), 2U) << "once each";
+
+    const auto third = send(PowerMessage::SystemWillSleep);
+    manager.reset(); // the daemon ends: nobody would allow it any more
+    EXPECT_EQ(allowed().back(), third);
+    EXPECT_FALSE(machine.powerMessages().handler);
+    EXPECT_TRUE(machine.powerSources().observers.empty());
+    ends.back()();
+}
+
+TEST_F(PowerManagerTest, TheAdapterIsCheckedWhereChangesAreNotAnnounced)
+{
+    start({FakePowerSources::internal("Battery Power", false)});
+    manager->checkAdapter();
+    machine.powerSources().sources = {FakePowerSources::internal("AC Power", true)};
+    machine.runtime.advance(10);
+    EXPECT_EQ(manager->source(), 0) << "no adapter: as it should be";
+    machine.powerSources().adapter = true;
+    machine.runtime.advance(3);
+    EXPECT_EQ(manager->source(), 1);
+}
+
+} // namespace
+} // namespace meridal::test

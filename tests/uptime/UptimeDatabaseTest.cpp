@@ -1,0 +1,127 @@
+#include "tests/uptime/UptimeFixture.h"
+
+#include <cmath>
+
+namespace meridal::test {
+namespace {
+
+TEST_F(UptimeTest, ABootIsOneRowHoweverOftenTheDaemonStarts)
+{
+    startDaemon();
+    runtime().advance(100);
+    startDaemon();
+    const double started = *machine.machine().boot;
+    EXPECT_EQ(daemon->collector.boottime(), started);
+    EXPECT_EQ(
+        rows("select boot, shutdown from uptime"), (std::vector<Dictionary>{{{"boot", started}, {"shutdown", 0.0}}}));
+    for (const char* file : {"uptime-history.db", "uptime-history-long.db"}) {
+        EXPECT_EQ(rows("select * from boottimes", file), (std::vector<Dictionary>{{{"time", started}}}));
+    }
+    EXPECT_TRUE(daemon->collector.config()["xmlNoSamples"]);
+    EXPECT_FALSE(daemon->collector.prepareDatabase()) << "the tables are there";
+
+    const double end = now();
+    shutDown();
+    runtime().advance(30);
+    boot("boot 2");
+    startDaemon();
+    const auto all = rows("select * from uptime order by boot");
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0]["shutdown"], end);
+    EXPECT_EQ(all[1]["boot"], *machine.machine().boot);
+}
+
+TEST_F(UptimeTest, TheTablesAreAsReadersExpectThem)
+{
+    startDaemon();
+    const auto tables = rows("select name, sql from sqlite_master where name in ('uptime', 'sleep') order by name");
+    ASSERT_EQ(tables.size(), 2U);
+    EXPECT_EQ(tables[0]["sql"], "CREATE TABLE sleep (start double NOT NULL DEFAULT 0, end double NOT NULL DEFAULT 0)");
+    EXPECT_EQ(
+        tables[1]["sql"], "CREATE TABLE uptime (boot double NOT NULL DEFAULT 0, shutdown double NOT NULL DEFAULT 0)");
+}
+
+TEST_F(UptimeTest, AClockThatIsCorrectedMakesNoSecondRowAndNoNegativeSpan)
+{
+    runtime().stepWallClock(5 - now()); // the machine has no clock of its own: it starts in 1970
+    boot("boot 1", 10);
+    startDaemon();
+    const double key = daemon->collector.boottime();
+    EXPECT_EQ(key, 5);
+    stepClock(1.7e9);
+    runtime().advance(1000); // across a note
+    startDaemon();
+    stepClock(-3600); // daylight saving done wrong
+    stepClock(1);     // a leap second
+    runtime().advance(700);
+    startDaemon();
+    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", 5.0}}}));
+    EXPECT_EQ(daemon->collector.boottime(), 5);
+    EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U);
+
+    const Value answer = ask().value();
+    EXPECT_NEAR(answer["current"]["uptime"], 1710, 2);
+    EXPECT_NEAR(answer["boots"][0]["length"], 1710, 2) << "not the years since 1970";
+    EXPECT_EQ(answer["boots"][0]["started"], *machine.machine().boot);
+
+    stepClock(-2e9); // far before the boot
+    shutDown();
+    EXPECT_GE(rows("select length from boot_records")[0]["length"], 0);
+    boot("boot 2");
+    machine.machine().boot = 5; // the same wrong clock again: another boot all the same
+    runtime().stepWallClock(20 - now());
+    startDaemon();
+    EXPECT_EQ(
+        rows("select boot from uptime order by rowid"), (std::vector<Dictionary>{{{"boot", 5.0}}, {{"boot", 6.0}}}));
+    EXPECT_EQ(ends(ask().value()), (std::vector<std::string>{"running", "orderly"}));
+}
+
+TEST_F(UptimeTest, AnUnknownBootTimeIsWrittenOnceItIsKnown)
+{
+    const double booted = *machine.machine().boot;
+    machine.machine().boot = std::nullopt;
+    startDaemon();
+    EXPECT_EQ(daemon->collector.boottime(), 0);
+    fallAsleep();
+    EXPECT_TRUE(rows("select * from uptime").empty());
+    EXPECT_EQ(ask().value()["current"]["uptime"], nullptr);
+    machine.machine().boot = booted;
+    runtime().advance(UptimeKeeper::noteInterval + 1);
+    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", booted}}}));
+    EXPECT_EQ(daemon->collector.boottime(), booted);
+}
+
+TEST_F(UptimeTest, SleepRowsHaveNoNegativeLength)
+{
+    startDaemon();
+    sleepFor(60);
+    fallAsleep();
+    const double start = now();
+    stepClock(-7200);
+    wake();
+    EXPECT_EQ(rows("select * from sleep order by rowid desc limit 1"),
+        (std::vector<Dictionary>{{{"start", start}, {"end", start}}}));
+    EXPECT_EQ(ask().value()["current"]["asleep"], 60.0);
+}
+
+TEST_F(UptimeTest, ASlowDiskDoesNotHoldTheMainQueue)
+{
+    startDaemon();
+    bool slow = false;
+    bool written = false;
+    daemon->databases.databaseWithPath(machine.context.paths.uptimeDatabase())
+        ->queryDatabaseAsync([&](SQLiteConnection&) {
+            slow = true;
+            runtime().advance(20);
+            slow = false;
+        });
+    bool allowed = false;
+    runtime().after(3, [&] { allowed = slow && !written; }); // what the power manager's patience does
+    daemon->ports.saveShutdownTime(Farewell::Sleep, now(), [&] { written = true; });
+    runtime().advance(30);
+    EXPECT_TRUE(allowed);
+    EXPECT_TRUE(written);
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,121 @@
+#pragma once
+
+#include "base/VirtualRuntime.h"
+#include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/CollectorPorts.h"
+#include "daemon/UptimeKeeper.h"
+#include "database/HistoryDatabaseController.h"
+#include "tests/support/FakeHost.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace meridal::test {
+
+/// A machine that boots, sleeps, crashes and is shut down, with a daemon's uptime record in real files.
+class UptimeTest : public ::testing::Test {
+protected:
+    /// What the daemon has of it, from its start to its end.
+    struct Daemon {
+        explicit Daemon(Context& context)
+            : databases(context), collector(context, databases), keeper(context, collector, databases)
+        {
+            keeper.plugInto(ports);
+            ports.prepareUptime();
+            ports.saveBootTime();
+        }
+        CollectorPorts ports;
+        HistoryDatabaseController databases;
+        UptimeStatCollectorMac collector;
+        UptimeKeeper keeper;
+    };
+
+    UptimeTest() { boot("boot 1"); }
+
+    VirtualRuntime& runtime() { return machine.runtime; }
+    double now() { return runtime().wallTime(); }
+
+    /// The machine starts, with the kernel's boot time in whole seconds as always; the daemon comes up later.
+    void boot(const std::string& identifier, double daemonAfter = 0)
+    {
+        machine.machine().bootId = identifier;
+        machine.machine().boot = std::floor(now());
+        runtime().advance(daemonAfter);
+    }
+    void startDaemon()
+    {
+        daemon.reset();
+        daemon = std::make_unique<Daemon>(machine.context);
+        runtime().runDue();
+    }
+    void crash() { daemon.reset(); }
+    void shutDown()
+    {
+        daemon->ports.saveShutdownTime(Farewell::Shutdown, now(), {});
+        daemon.reset();
+    }
+    void fallAsleep()
+    {
+        sleepStart = now();
+        daemon->ports.saveShutdownTime(Farewell::Sleep, sleepStart, [] {});
+        runtime().runDue();
+    }
+    void wake()
+    {
+        daemon->ports.saveSleep(sleepStart, now());
+        runtime().runDue();
+    }
+    void sleepFor(double seconds)
+    {
+        fallAsleep();
+        runtime().sleepMachine(seconds);
+        wake();
+    }
+    /// Somebody sets the clock: the kernel moves its boot time along.
+    void stepClock(double seconds)
+    {
+        runtime().stepWallClock(seconds);
+        machine.machine().boot = *machine.machine().boot + seconds;
+    }
+
+    std::vector<Dictionary> rows(const std::string& sql, const std::string& file = "uptime.db")
+    {
+        std::vector<Dictionary> found;
+        HistoryDatabaseController databases(machine.context);
+        databases.databaseWithPath(machine.context.paths.support / file)
+            ->queryDatabase([&](SQLiteConnection& connection) {
+                const auto result = connection.rows(sql);
+                ASSERT_TRUE(result) << result.error().message;
+                found = *result;
+            });
+        return found;
+    }
+    Result<Value> ask(const Value& parameters = nullptr)
+    {
+        std::optional<Result<Value>> answer;
+        daemon->keeper.boots(parameters, [&answer](Result<Value> result) { answer = std::move(result); });
+        runtime().runDue();
+        return answer ? *answer : Result<Value>(unexpected(ErrorCode::Internal, "no reply"));
+    }
+    /// How the boots on the page ended, newest first.
+    static std::vector<std::string> ends(const Value& answer)
+    {
+        std::vector<std::string> all;
+        for (const Value& boot : answer["boots"]) {
+            all.push_back(boot["end"]);
+        }
+        return all;
+    }
+
+    FakeMachine machine;
+    double sleepStart = 0;
+    std::unique_ptr<Daemon> daemon;
+};
+
+} // namespace meridal::test
