@@ -29,6 +29,8 @@ class HistoryDatabaseItem;
 class SQLiteConnection;
 class StatCollectorItem;
 struct Context;
+struct HistoryPage;
+struct HistoryPageQuestion;
 struct HistoryReadPlan;
 struct StoredHistory;
 struct StoredStorage;
@@ -155,6 +157,10 @@ public:
     /// reply comes on the main queue.
     void loadPreviousSamplesForItem(const std::shared_ptr<StatCollectorItem>& item, Task reply);
     void loadPreviousSamplesForItemFull(const std::shared_ptr<StatCollectorItem>& item, Task reply);
+
+    /// Reads a page of stored samples, with what still waits to be written. Waits for nothing: the reply comes on the main
+    /// queue, absent when the file cannot be read.
+    void readHistory(const HistoryPageQuestion& question, std::function<void(const std::optional<HistoryPage>&)> reply);
 
     // What a subclass measures and tells
     /// A finished five-minute sample, which goes here and not into a ring.

@@ -359,4 +359,22 @@ void StatCollector::loadPreviousSamplesForItemFull(const std::shared_ptr<StatCol
     });
 }
 
+void StatCollector::readHistory(
+    const HistoryPageQuestion& question, std::function<void(const std::optional<HistoryPage>&)> reply)
+{
+    const auto file = databaseForIndex(question.index);
+    const auto table =
+        storageType_ == StorageType::Items ? itemTableAtIndex(question.index) : tableAtIndex(question.index);
+    Queue& mainQueue = context_.runtime.mainQueue();
+    if (!file || !table) {
+        mainQueue.post([reply = std::move(reply)] { reply(HistoryPage()); });
+        return;
+    }
+    file->commit();
+    file->queryDatabaseAsync([plan = readPlan(), question, table = *table, reply = std::move(reply), &mainQueue](
+                                 SQLiteConnection& database) {
+        mainQueue.post([page = readPage(database, table, plan, question), reply] { reply(page); });
+    });
+}
+
 } // namespace meridal
