@@ -101,7 +101,7 @@ void StatCollector::startHistory()
         stored->readable = stored->readable && readStorage(database, *plan, index, stored->storages[position(index)]);
         mainQueue.post(adopt);
     };
-    const auto readShort = [stored, plan, longTerm, readLong, &mainQueue](SQLiteConnection& database) {
+    const auto readShort = [stored, plan, longTerm, readLong](SQLiteConnection& database) {
         forEachHistoryIndex(position(StorageIndex::LongTerm), [&](StorageIndex index) {
             stored->readable =
                 stored->readable && readStorage(database, *plan, index, stored->storages[position(index)]);
