@@ -103,6 +103,19 @@ bool readRows(SQLiteConnection& database, const std::string& sql, const SqlValue
     return database.forEachRow(sql, args, [&](std::span<const SqlValue> row) { reader.add(row); }).has_value();
 }
 
+/// The latest time among the rows that a table of bounded length keeps, and as many of the long-term one.
+double latestTime(SQLiteConnection& database, const std::string& table, double newest)
+{
+    double latest = newest;
+    const auto sql = fmt::format("SELECT max(time) FROM (SELECT time FROM {} ORDER BY sample DESC LIMIT 603)", table);
+    // A table without times leaves the newest one.
+    static_cast<void>(database.forEachRow(sql, {}, [&](std::span<const SqlValue> row) {
+        const double time = row.empty() ? newest : sqlNumber(row[0]);
+        latest = std::isfinite(time) ? std::max(newest, time) : newest;
+    }));
+    return latest;
+}
+
 } // namespace
 
 bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIndex index, StoredStorage& stored)
@@ -124,6 +137,7 @@ bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, Storag
     stored.hasNewest = true;
     stored.newestID = stored.samples.rows.back().sampleID;
     stored.newestTime = stored.samples.rows.back().time;
+    stored.latestTime = latestTime(database, tables.table, stored.newestTime);
     if (tables.itemTable.empty() || tables.slots == 0) {
         return true;
     }

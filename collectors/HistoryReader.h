@@ -39,7 +39,8 @@ struct StoredRows {
 struct StoredStorage {
     bool hasNewest = false;
     std::uint64_t newestID = 0;
-    double newestTime = 0; ///< s since 1970
+    double newestTime = 0; ///< of the newest identifier, s since 1970
+    double latestTime = 0; ///< not earlier than that; later when the wall clock was set back since
     StoredRows samples;    ///< of the collector
     StoredRows items;
 };

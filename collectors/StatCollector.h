@@ -297,6 +297,7 @@ private:
     void adoptRows(const StoredStorage& previous, StorageIndex index);
     void loadHistoryOfNewItems();
     void runHistoryClocks(double now);
+    void followWallClock(sampleindexconfig& record, StorageIndex index, double now);
     std::pair<StorageIndex, double> nextToFinish() const;
     void startPeriod(sampleindexconfig& record, StorageIndex index, double now);
     void skipOldPeriods(sampleindexconfig& record, StorageIndex index, double now);
@@ -362,6 +363,8 @@ private:
     double nextHistoryRead_ = 0;                          ///< monotonic s
     double nextFlush_ = 0;                                ///< monotonic s
     std::array<double, storageCount> measuredUntil_ = {}; ///< latest item sample that is not empty, s since 1970
+    /// Where the next period after the recorded ones ends, while the wall clock stands behind them, s since 1970; else 0.
+    std::array<double, storageCount> recordedUntil_ = {};
     std::array<std::string, storageCount> dbTables_;
     std::array<std::string, storageCount> dbTablesItems_;
     std::array<std::unique_ptr<HistoryStatements>, storageCount> statements_;

@@ -316,7 +316,7 @@ void StatCollector::loadPreviousSamplesForItem(const std::shared_ptr<StatCollect
     auto stored = std::make_shared<StoredHistory>();
     Task adopt = lifetime_.guard([item, stored, reply = std::move(reply)] {
         for (std::size_t index = 1; index < storageCount; ++index) {
-            item->addStoredRows(stored->storages[index].items, static_cast<StorageIndex>(index));
+            item->addStoredRows(stored->storages[index], static_cast<StorageIndex>(index));
         }
         reply();
     });

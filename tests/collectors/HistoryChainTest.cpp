@@ -416,6 +416,51 @@ TEST_F(HistoryChainTest, AnItemThatComesBackFindsItsHistory)
         back->lowestSampleForStorageType(StorageIndex::Hour));
 }
 
+/// A machine without a battery for its clock starts in 1970, and is put right when the network is there.
+TEST_F(HistoryChainTest, AStartInThePastCostsNoHistory)
+{
+    start();
+    machine_.runtime.advance(16 * hour);
+    double right = machine_.runtime.wallTime();
+    for (const bool restarts : {false, true, false}) { // while the clock is wrong
+        stop(false);
+        machine_.runtime.stepWallClock(5 - machine_.runtime.wallTime());
+        start();
+        machine_.runtime.advance(60);
+        if (restarts) {
+            stop(false);
+            start();
+            machine_.runtime.advance(60);
+        }
+        // First to a moment that is recorded already, by a clock that is nearly right.
+        for (const double correction : {-hour, 0.5 * hour}) {
+            right += correction;
+            machine_.runtime.stepWallClock(right - machine_.runtime.wallTime());
+            machine_.runtime.advance(600);
+            right += 600;
+        }
+    }
+    stop(false);
+    const auto single = [this](StorageIndex index, const std::string& sql) {
+        const auto rows = read(index, sql);
+        return rows.size() == 1 ? sqlNumber(rows[0][0]) : -1;
+    };
+    const std::string recent = " AND time > 1000000000";
+    for (const char* stem : {"ownhistory WHERE empty = 0", "itemhistory WHERE uuid = 'fan'"}) {
+        EXPECT_GT(single(StorageIndex::Day, "SELECT count(*) FROM day_" + std::string(stem) + recent), 380) << stem;
+        EXPECT_GE(single(StorageIndex::Year, "SELECT count(*) FROM year_" + std::string(stem) + recent), 1) << stem;
+    }
+    for (const char* table : {"ownhistory", "itemidhistory"}) {
+        const std::string from = " FROM " + std::string(table);
+        const double rows = single(StorageIndex::LongTerm, "SELECT count(*)" + from);
+        EXPECT_EQ(rows, single(StorageIndex::LongTerm, "SELECT max(sample) + 1" + from)) << "none is missing";
+        EXPECT_LT(rows, 16 * 12 + 40) << "none was made up for half a century";
+        const std::string holes = "SELECT max(step) FROM (SELECT time - lag(time) OVER (ORDER BY time) AS step" + from
+            + " WHERE time > 1000000000)";
+        EXPECT_LE(single(StorageIndex::LongTerm, holes), 300) << table;
+    }
+}
+
 TEST_F(HistoryChainTest, WithoutAReadableFileClocksWaitAndMeasuringGoesOn)
 {
     folder_.write("state", "in the way");
