@@ -166,9 +166,9 @@ void UptimeDatabase::saveSleep(double start, double end)
 
 // Between a farewell and the wake
 
-/// Until the machine wakes nothing may say that it runs, or a sleep without end would look like a crash. But a sleep can be
-/// called off without a word: then time passes awake. On macOS the clock counts sleep, and the machine may half wake for
-/// moments, so only an unbroken row of ticks is time awake.
+/// Until the machine wakes nothing may say that it runs, or a sleep without end would look like a crash. But a sleep
+/// can be called off without a word: then time passes awake. On macOS the clock counts sleep, and the machine may half
+/// wake for moments, so only an unbroken row of ticks is time awake.
 void UptimeDatabase::keepVigil()
 {
     const double begin = context_.runtime.monotonicTime();

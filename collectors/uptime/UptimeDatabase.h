@@ -23,7 +23,8 @@ enum class Farewell { Sleep, Shutdown };
 /// The record of boots, shutdowns and sleeps in uptime.db. One boot is one row of `uptime`, whatever the clock does: the
 /// first boot time that the kernel told for a boot identifier stays the row's key. `uptime` and `sleep` hold times and
 /// nothing else; a third table, `boot_records`, holds what times alone do not tell: which boot a key stands for, how
-/// long it lasted by a clock that nobody sets, and how it ended. What cannot be written is tried again later. Main queue only.
+/// long it lasted by a clock that nobody sets, and how it ended. What cannot be written is tried again later.
+/// Main queue only.
 class UptimeDatabase {
 public:
     UptimeDatabase(Context& context, HistoryDatabaseController& databases, UptimeStatCollector& collector);
@@ -31,9 +32,9 @@ public:
     /// Declares the tables, which are made where they are missing before anything else is done with the file. Does not
     /// wait.
     void prepareUptime();
-    /// Makes sure of this boot's row, and gives the collector the boot time that is its key: the earlier one where a fresh
-    /// file knows of none. Waits, and answers whether the row is there; until it is, the collector's boot time is only what
-    /// the kernel tells. Does nothing while the kernel's boot time is unknown.
+    /// Makes sure of this boot's row, and gives the collector the boot time that is its key: the earlier one where a
+    /// fresh file knows of none. Waits, and answers whether the row is there; until it is, the collector's boot time is
+    /// only what the kernel tells. Does nothing while the kernel's boot time is unknown.
     bool saveBootTime(std::optional<double> earlierKey = std::nullopt);
     /// Runs whenever something has been written without waiting and the collector's boot time is the key.
     void whenConfirmed(Task confirmed) { confirmed_ = std::move(confirmed); }
@@ -42,8 +43,8 @@ public:
     void saveShutdownTime(Farewell why, double time, Task written = {});
     /// Records a sleep that has ended. A clock that was set back makes it one of no length.
     void saveSleep(double start, double end);
-    /// Notes how long this boot has lasted: all that will be known of it should it end without a farewell. Not between a
-    /// farewell before sleep and the wake.
+    /// Notes how long this boot has lasted: all that will be known of it should it end without a farewell. Not between
+    /// a farewell before sleep and the wake.
     void noteRunning();
 
     /// Reads the history; the answer comes on the main queue, null when the file cannot be read.

@@ -42,7 +42,7 @@ bool findKey(SQLiteConnection& connection, const std::string& identifier, std::o
     return known.has_value();
 }
 
-/// A boot time that no other boot has for its key: they may share it where the clock starts at the same moment every time.
+/// A boot time that no other boot has for its key: two may share it where the clock starts at the same moment always.
 std::optional<double> freeKey(SQLiteConnection& connection, double boot)
 {
     for (;; boot += 1) {

@@ -39,8 +39,8 @@ public:
     /// The key that this boot was once given elsewhere; used unless the file knows the boot.
     void suggestKey(double key) { suggested_ = key; }
     void add(BootEvent event);
-    /// Writes what waits, all or nothing; false when something still waits. Another program's lock is waited for so many
-    /// times as long as the connection does by itself.
+    /// Writes what waits, all or nothing; false when something still waits. Another program's lock is waited for as
+    /// often as told, each time as long as the connection does by itself.
     bool write(SQLiteConnection& connection, int attempts = 1);
     /// What names this boot in the file. Absent until that is in the file.
     std::optional<double> key() const { return key_; }

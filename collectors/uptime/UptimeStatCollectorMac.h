@@ -10,8 +10,8 @@ namespace meridal {
 class HistoryDatabaseController;
 
 /// The uptime collector of both hosts: asks MachineInfo for the boot time and records it in its history files, in a
-/// table `boottimes`; which boot a time stands for is in `boottime_ids` beside it, so that a boot whose time was moved by a
-/// correction of the clock is known again.
+/// table `boottimes`; which boot a time stands for is in `boottime_ids` beside it, so that a boot whose time was moved by
+/// a correction of the clock is known again.
 class UptimeStatCollectorMac final : public UptimeStatCollector {
 public:
     UptimeStatCollectorMac(Context& context, HistoryDatabaseController& databases);

@@ -110,8 +110,8 @@ void LogindPowerMessages::ownerChanged(sd_bus_message& message)
         return;
     }
     if (*after != '\0') {
-        // A new logind may not know of the inhibitor that an earlier one gave, nor tell of the wake from a sleep that the
-        // earlier one began; an allowance for that sleep must not let go of the new inhibitor.
+        // A new logind may not know of the inhibitor that an earlier one gave, nor tell of the wake from a sleep that
+        // the earlier one began; an allowance for that sleep must not let go of the new inhibitor.
         ++token_;
         wanted_ = true;
         inhibit();
