@@ -79,9 +79,9 @@ struct HistoryPage {
     std::uint64_t next = 0; ///< with `more`: all has been looked at down to here, which is `before` of the next page
 };
 
-/// Identifiers that one page looks at, at most: two weeks of the long-term store, all that any other table keeps. Reads
+/// Identifiers that one page looks at, at most: a week of the long-term store, all that any other table keeps. Reads
 /// and writes of a file take turns, so a page must be short whatever is asked.
-constexpr std::size_t identifiersOnPage = 4096;
+constexpr std::size_t identifiersOnPage = 2048;
 
 /// Reads a page from a table, which need not be there yet and has its identifiers in an index. A series with few samples,
 /// or a far span of time, may give a page with little or nothing on it and more to come. The end is reached when a whole

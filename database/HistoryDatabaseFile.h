@@ -65,7 +65,7 @@ private:
     SQLiteConnection connection_;
     std::vector<TableSchema> tables_;
     DatabaseStatistics statistics_;
-    bool tablesMade_ = true;    ///< every declared table is there, as far as it can be
+    bool tablesMade_ = true;    ///< every declared table is there, as far as it can be: batches are lost without
     bool hasLog_ = false;       ///< the write-ahead log has been seen beside the open file
     bool failing_ = false;      ///< the latest attempt to write failed
     bool logIsForeign_ = false; ///< the log at the path belongs to a file that is no longer there

