@@ -7,7 +7,10 @@
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
 #include "platform/host/ProcessSource.h"
+#include "platform/host/SMCService.h"
 #include "platform/host/SelfUsage.h"
+#include "platform/host/SensorChannels.h"
+#include "platform/host/SensorServices.h"
 #include "platform/host/UserRights.h"
 
 #include <memory>
@@ -26,6 +29,9 @@ struct Host {
     std::unique_ptr<UserRights> userRights;
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
+    std::unique_ptr<SMCService> smc;
+    std::unique_ptr<SensorServices> sensorServices;
+    std::unique_ptr<SensorChannels> sensorChannels;
 };
 
 } // namespace meridal

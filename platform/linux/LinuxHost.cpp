@@ -2,6 +2,10 @@
 
 #include "platform/linux/BusNotifications.h"
 #include "platform/linux/DrmDisplayInfo.h"
+#include "platform/linux/HwmonSMCService.h"
+#include "platform/linux/HwmonSensorChannels.h"
+#include "platform/linux/HwmonSensorServices.h"
+#include "platform/linux/HwmonSensors.h"
 #include "platform/linux/LinuxMachineInfo.h"
 #include "platform/linux/LinuxSelfUsage.h"
 #include "platform/linux/LinuxUserRights.h"
@@ -35,6 +39,13 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->distributedNotifications = std::make_unique<BusNotifications>(bus);
     host->powerMessages = std::make_unique<LogindPowerMessages>(std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
+    auto sensors = std::make_shared<HwmonSensors>(runtime,
+        HwmonOptions{.root = options.root,
+            .keyFile = options.state.empty() ? std::filesystem::path() : options.state / "sensor-keys"},
+        host->limitations);
+    host->smc = std::make_unique<HwmonSMCService>(sensors);
+    host->sensorServices = std::make_unique<HwmonSensorServices>(sensors);
+    host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
     return host;

@@ -1,12 +1,15 @@
 #include "platform/macos/MacHost.h"
 
+#include "platform/macos/AppleSMCService.h"
 #include "platform/macos/DistributedCenter.h"
+#include "platform/macos/HIDSensorServices.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
 #include "platform/macos/MacPowerMessages.h"
 #include "platform/macos/MacPowerSources.h"
 #include "platform/macos/MacSelfUsage.h"
 #include "platform/macos/MacUserRights.h"
+#include "platform/macos/NoSensorChannels.h"
 #include "platform/macos/WindowServerDisplayInfo.h"
 
 namespace meridal {
@@ -22,6 +25,9 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->userRights = std::make_unique<MacUserRights>();
     host->powerMessages = std::make_unique<MacPowerMessages>(host->limitations);
     host->powerSources = std::make_unique<MacPowerSources>();
+    host->smc = std::make_unique<AppleSMCService>();
+    host->sensorServices = std::make_unique<HIDSensorServices>();
+    host->sensorChannels = std::make_unique<NoSensorChannels>();
     return host;
 }
 

@@ -5,6 +5,7 @@
 #include "base/VirtualRuntime.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "tests/support/FakeSensors.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <algorithm>
@@ -216,6 +217,9 @@ struct FakeMachine {
         host.userRights = std::make_unique<FakeUserRights>();
         host.powerMessages = std::make_unique<FakePowerMessages>();
         host.powerSources = std::make_unique<FakePowerSources>();
+        host.smc = std::make_unique<FakeSMCService>();
+        host.sensorServices = std::make_unique<FakeSensorServices>();
+        host.sensorChannels = std::make_unique<FakeSensorChannels>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
@@ -227,6 +231,9 @@ struct FakeMachine {
     }
     FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
+    FakeSMCService& smc() { return static_cast<FakeSMCService&>(*host.smc); }
+    FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
+    FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 
     TemporaryTree files;
