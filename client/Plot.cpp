@@ -164,8 +164,8 @@ Line summaryLine(const Plot& plot, std::size_t index, const ValueAxis& axis)
         line.push_back({Style::Faint, "no measurements"});
         return line;
     }
-    ValueAxis finer = axis; // one digit more than the marks have
-    finer.step = axis.step / 10;
+    ValueAxis finer = axis; // a digit more than the marks have
+    finer.step = axis.step / 20;
     const std::string unit = plot.unit.empty() ? "" : " " + printable(plot.unit);
     line.push_back({Style::Plain,
         fmt::format("min {}{unit}   avg {}{unit}   max {}{unit}", finer.label(summary->minimum),

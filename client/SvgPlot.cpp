@@ -123,7 +123,7 @@ public:
         std::string words = escaped(series.name.empty() ? plot_.title : series.name) + ": ";
         if (const auto summary = summarise(series)) {
             ValueAxis finer = axis_;
-            finer.step = axis_.step / 10;
+            finer.step = axis_.step / 20;
             words += fmt::format("min {}, avg {}, max {}", finer.label(summary->minimum), finer.label(summary->average),
                 finer.label(summary->maximum));
             words += escaped(plot_.unit.empty() ? "" : " " + plot_.unit);
