@@ -61,6 +61,28 @@ Examples:
   meridalctl uptime --history --days 30
 )";
 
+constexpr const char* sensorsExamples =
+    R"(The bar shows where a value stands between the sensor's limits; without limits,
+between the lowest and the highest value ever seen. Power is an average over at
+least 2 s, for users other than root to a tenth of a watt.
+
+Examples:
+  meridalctl sensors
+  meridalctl sensors --watch
+  meridalctl sensors --json | jq '.sensors[] | select(.kind == "fan")'
+)";
+
+constexpr const char* historyExamples =
+    R"(SENSOR is a key, a name, or words that only one of them has. Stretches in which
+nothing was measured are left blank.
+
+Examples:
+  meridalctl history "Package id 0"
+  meridalctl history nvme --range week
+  meridalctl history TC0P --range day --svg day.svg
+  meridalctl history TC0P --csv > hour.csv
+)";
+
 constexpr int mostRepetitions = 1'000'000'000;
 
 /// What is checked as text first and then becomes something else.
@@ -177,6 +199,39 @@ void addUptime(CLI::App& app, Arguments& arguments)
     uptime->callback([&arguments] { arguments.command = Command::Uptime; });
 }
 
+void addSensors(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* sensors = app.add_subcommand("sensors", "Temperatures, voltages, currents, powers and fans");
+    sensors->footer(sensorsExamples);
+    auto* watch = sensors->add_flag("--watch", arguments.watch, "Show them again every 2 seconds, until interrupted");
+    sensors->add_option("--refreshes", arguments.refreshes, "With --watch, stop after so many, as text")
+        ->check(CLI::Range(1, mostRepetitions))
+        ->needs(watch)
+        ->type_name("N");
+    sensors->add_flag("--json", arguments.json, "As JSON");
+    sensors->callback([&arguments] { arguments.command = Command::Sensors; });
+
+    CLI::App* fans = app.add_subcommand("fans", "The fans and how fast they turn");
+    fans->add_flag("--json", arguments.json, "As JSON");
+    fans->callback([&arguments] { arguments.command = Command::Fans; });
+
+    CLI::App* history = app.add_subcommand("history", "What was recorded of a sensor, as a plot or as figures");
+    history->footer(historyExamples);
+    history->add_option("sensor", arguments.sensor, "A key, a name, or a part of one")->required();
+    history->add_option("--range", arguments.range, "How far back")
+        ->check(
+            CLI::IsMember(std::vector<std::string>{"hour", "day", "week", "month", "threemonth", "sixmonth", "year"}))
+        ->type_name("")
+        ->default_str("hour");
+    auto* csv = history->add_flag("--csv", arguments.csv, "The samples as comma-separated values");
+    auto* json = history->add_flag("--json", arguments.json, "The samples as JSON")->excludes(csv);
+    history->add_option("--svg", arguments.svgPath, "Write the plot as a picture for browsers; - is standard output")
+        ->type_name("FILE")
+        ->excludes(csv)
+        ->excludes(json);
+    history->callback([&arguments] { arguments.command = Command::History; });
+}
+
 void addWire(CLI::App& app, Arguments& arguments, Words& words)
 {
     CLI::App* call = app.add_subcommand("call", "Call any method of the daemon");
@@ -257,6 +312,7 @@ std::variant<Arguments, int> parseArguments(int count, const char* const* argv)
     addTop(app, arguments, words);
     addQuestions(app, arguments);
     addUptime(app, arguments);
+    addSensors(app, arguments);
     addWire(app, arguments, words);
     try {
         app.parse(reversedWords(count, argv));

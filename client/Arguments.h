@@ -17,7 +17,7 @@ constexpr int noDaemon = 2; ///< the daemon could not be reached, or did not ans
 constexpr int usage = 64;   ///< the command line makes no sense; as in sysexits
 } // namespace exitStatus
 
-enum class Command { Top, Processes, Version, Ping, Status, Uptime, Call, Watch };
+enum class Command { Top, Processes, Version, Ping, Status, Uptime, Sensors, Fans, History, Call, Watch };
 enum class ColourChoice { Auto, Always, Never };
 
 /// The command line, understood and checked.
@@ -36,6 +36,12 @@ struct Arguments {
 
     bool history = false; ///< the boots before this one
     double days = 0;      ///< how far back; 0: all that is known
+
+    bool watch = false;         ///< sensors again and again
+    std::string sensor;         ///< whose history
+    std::string range = "hour"; ///< of it, by the daemon's names of resolutions
+    bool csv = false;
+    std::string svgPath; ///< empty: no picture; "-": standard output
 
     std::vector<std::int64_t> pids;
     std::size_t pings = 1;

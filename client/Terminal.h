@@ -1,8 +1,13 @@
 #pragma once
 
+#include <optional>
+
 namespace meridal {
 
 /// Whether standard output is a terminal that can place text and colour it.
 bool outputIsTerminal();
+
+/// How wide standard output is; nothing when it is no terminal.
+std::optional<int> terminalColumns();
 
 } // namespace meridal

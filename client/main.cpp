@@ -1,6 +1,8 @@
 #include "client/Arguments.h"
 #include "client/Commands.h"
+#include "client/HistoryCommand.h"
 #include "client/Output.h"
+#include "client/SensorsCommand.h"
 #include "client/Session.h"
 #include "client/Terminal.h"
 #include "client/TopCommand.h"
@@ -44,6 +46,12 @@ int run(const Arguments& arguments)
             return runStatus(session);
         case Command::Uptime:
             return runUptime(session);
+        case Command::Sensors:
+            return runSensors(session, onTerminal, coloured);
+        case Command::Fans:
+            return runFans(session);
+        case Command::History:
+            return runHistory(session);
         case Command::Call:
             return runCall(session);
         case Command::Watch:

@@ -3,6 +3,7 @@
 #include "base/Result.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
+#include "collectors/sensors/PowerAverages.h"
 #include "collectors/uptime/UptimeDatabase.h"
 
 #include <functional>
@@ -17,10 +18,10 @@ namespace meridal {
 struct CollectorPorts {
     // Sensors and fans. Selections and configurations are the client's own words and may be nonsense.
     std::function<void()> openSensors;
-    std::function<double(const Value& configuration)> valueForConfig;
-    std::function<Value(const Value& selection)> supportedElectricSensors; ///< array
-    std::function<Value(const Value& selection)> supportedArmSensors;      ///< array
-    std::function<Value(const Value& selection)> supportedFans;            ///< array
+    std::function<double(const Value& configuration, PowerDetail detail)> valueForConfig;
+    std::function<Value(const Value& selection, PowerDetail detail)> supportedElectricSensors; ///< array
+    std::function<Value(const Value& selection)> supportedArmSensors;                          ///< array
+    std::function<Value(const Value& selection)> supportedFans;                                ///< array
 
     // Network interfaces and bandwidth
     std::function<void()> prepareNetwork;

@@ -65,6 +65,13 @@ std::optional<Found> findSeries(const HistoryCatalogue& catalogue, std::string_v
     return std::nullopt;
 }
 
+/// The nearest multiple of a step. Fractions are divided by their whole number a one: 0.3 is to come out as 0.3.
+double inSteps(double value, double step)
+{
+    const double steps = std::round(value / step);
+    return step < 1 ? steps / std::round(1 / step) : steps * step;
+}
+
 /// How a sample's values become those of an answer.
 class ValueReader {
 public:
@@ -83,7 +90,7 @@ public:
                 answer.push_back(nullptr);
             } else {
                 const double value = values[static_cast<std::size_t>(slot)];
-                answer.push_back(step_ > 0 ? std::round(value / step_) * step_ : value);
+                answer.push_back(step_ > 0 ? inSteps(value, step_) : value);
             }
         }
         return answer;

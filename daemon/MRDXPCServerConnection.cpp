@@ -208,6 +208,8 @@ void MRDXPCServerConnection::fps(NumberReply reply)
 
 void MRDXPCServerConnection::exists(BoolReply reply) { reply(true); }
 
+PowerDetail MRDXPCServerConnection::powerDetail() const { return powerDetailFor(peer_.known && peer_.uid == 0); }
+
 void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)
 {
     onMain([this, configurations = std::move(configurations), reply = std::move(reply)] {
@@ -215,7 +217,8 @@ void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)
         for (const Value& configuration : configurations) {
             if (configuration.is_object()) {
                 const Value* key = find(configuration, "key");
-                readings.push_back({{"value", daemon_.sensorValue(configuration)}, {"key", key ? *key : Value()}});
+                readings.push_back(
+                    {{"value", daemon_.sensorValue(configuration, powerDetail())}, {"key", key ? *key : Value()}});
             }
         }
         reply(std::move(readings));
@@ -236,7 +239,8 @@ void MRDXPCServerConnection::armSensors(Value selection, ValueReply reply)
 void MRDXPCServerConnection::supportedSensors(Value selection, ValueReply reply)
 {
     onMain([this, selection = std::move(selection), reply = std::move(reply)] {
-        reply({{"sensors", daemon_.supportedElectricSensors(selection)}, {"fans", daemon_.supportedFans(selection)}});
+        reply({{"sensors", daemon_.supportedElectricSensors(selection, powerDetail())},
+            {"fans", daemon_.supportedFans(selection)}});
     });
 }
 

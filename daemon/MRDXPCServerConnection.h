@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Runtime.h"
+#include "collectors/sensors/PowerAverages.h"
 #include "daemon/RequestKey.h"
 #include "daemon/transport/Link.h"
 
@@ -71,6 +72,7 @@ private:
     void startRequest(std::int64_t key, std::int64_t interval);
     void sendCurrentLists(std::int64_t key);
     void startSMART(RequestKey key);
+    PowerDetail powerDetail() const;
 
     MeridalDaemon& daemon_;
     std::shared_ptr<ClientLink> client_; ///< none once the client is gone

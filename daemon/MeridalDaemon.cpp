@@ -39,9 +39,10 @@ void call(const std::function<void()>& port)
     }
 }
 
-Value listFrom(const std::function<Value(const Value&)>& port, const Value& argument)
+template <typename Port, typename... Arguments>
+Value listFrom(const Port& port, const Arguments&... arguments)
 {
-    Value list = port ? port(argument) : Value();
+    Value list = port ? port(arguments...) : Value();
     return list.is_array() ? list : Value::array();
 }
 
@@ -317,14 +318,14 @@ void MeridalDaemon::powerSourceChanged()
 
 // Sensors
 
-double MeridalDaemon::sensorValue(const Value& configuration)
+double MeridalDaemon::sensorValue(const Value& configuration, PowerDetail detail)
 {
-    return ports_.valueForConfig ? ports_.valueForConfig(configuration) : 0;
+    return ports_.valueForConfig ? ports_.valueForConfig(configuration, detail) : 0;
 }
 
-Value MeridalDaemon::supportedElectricSensors(const Value& selection)
+Value MeridalDaemon::supportedElectricSensors(const Value& selection, PowerDetail detail)
 {
-    return listFrom(ports_.supportedElectricSensors, selection);
+    return listFrom(ports_.supportedElectricSensors, selection, detail);
 }
 
 Value MeridalDaemon::supportedArmSensors(const Value& selection)

@@ -68,8 +68,8 @@ public:
     EnvelopePtr internalBatterySourceInfo();
 
     // Sensors: what the collector says, or what "no sensors" is
-    double sensorValue(const Value& configuration);
-    Value supportedElectricSensors(const Value& selection);
+    double sensorValue(const Value& configuration, PowerDetail detail);
+    Value supportedElectricSensors(const Value& selection, PowerDetail detail);
     Value supportedArmSensors(const Value& selection);
     Value supportedFans(const Value& selection);
 

@@ -7,10 +7,13 @@
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
 #include "collectors/process/ProcessStatCollector.h"
+#include "collectors/sensors/SensorSMCController.h"
+#include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/SensorsKeeper.h"
 #include "daemon/StatusReport.h"
 #include "daemon/UptimeKeeper.h"
 #include "daemon/ZAVPowerManager.h"
@@ -126,8 +129,13 @@ int serve(Context& context)
 {
     Runtime& runtime = context.runtime;
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
+    HistoryCatalogue catalogue;
+    SensorsKeeper sensors(
+        context, catalogue, [] { SensorSMCController::sharedSMC().openIfNeeded(); },
+        SensorsStatCollectorMac::sharedSensorCollector);
     CollectorPorts ports;
     uptime.plugInto(ports);
+    sensors.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     std::vector<std::unique_ptr<Listener>> listeners;
@@ -138,9 +146,9 @@ int serve(Context& context)
         "uptime.boots", [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             uptime.boots(parameters, std::move(reply));
         });
-    HistoryCatalogue catalogue;
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
+    sensors.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
@@ -165,6 +173,7 @@ int serve(Context& context)
     runtime.run();
     context.host.limitations->listen({});
     listeners.clear(); // no client may ask a daemon that is being taken apart
+    SensorsStatCollectorMac::cleanupShared();
     context.log.flush();
     return EXIT_SUCCESS;
 }

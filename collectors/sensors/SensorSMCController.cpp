@@ -214,7 +214,8 @@ int SensorSMCController::readKey(const std::string& key, SMCKeyValue& value)
     SMCParamRecord input = request(SMCCommand::ReadKey, key);
     input.dataSize = value.dataSize;
     SMCParamRecord output;
-    processInput(input, output);
+    const IOStatus status = processInput(input, output);
+    lastReadFailed_ = status != IOStatus::Success || output.result != static_cast<std::uint8_t>(SMCResult::Success);
     value.bytes = output.bytes;
     return 0;
 }

@@ -63,6 +63,9 @@ public:
     /// hexadecimal digits spell; zeros for any other text.
     IOStatus writeRawValue(const std::string& value, const std::string& key);
 
+    /// Whether the driver or the SMC failed at the latest read: its zeros are then no measurement.
+    bool lastReadFailed() const { return lastReadFailed_; }
+
     SMCService::Handle connection() const { return connection_; } ///< 0 while closed
     bool debug() const { return debug_; }                         ///< whether keys that are none are logged
     void setDebug(bool debug) { debug_ = debug; }
@@ -79,6 +82,7 @@ private:
     Log& log_;
     SMCService::Handle connection_ = 0;
     bool debug_ = false;
+    bool lastReadFailed_ = false;
     KeyCache keyCache_;
     std::uint64_t keyGeneration_ = 0; ///< of the keys in the cache
 };

@@ -1,0 +1,161 @@
+// What sensors cost: reading and converting 200 keys through the SMC controller, and the collector's whole second with 200
+// items, history and its files included. The SMC is one in memory: the drivers' own time is not in here.
+
+#include "base/Log.h"
+#include "collectors/sensors/SMCDataTypes.h"
+#include "collectors/sensors/SensorSMCController.h"
+#include "collectors/sensors/SensorsARMController.h"
+#include "collectors/sensors/SensorsStatCollectorMac.h"
+#include "database/HistoryDatabaseController.h"
+#include "platform/PlatformController.h"
+#include "tests/support/FakeHost.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace meridal {
+namespace {
+
+constexpr int sensors = 200;
+
+/// Keys of the types that machines have most, found as fast as a driver finds them.
+class TableSMC final : public SMCService {
+public:
+    TableSMC()
+    {
+        for (int number = 0; number < sensors; ++number) {
+            names.push_back("T" + std::to_string(100 + number));
+            keys[test::FakeSMCService::packed(names.back())] = number % 2 == 0;
+        }
+    }
+    Handle findService(std::string_view) override { return 1; }
+    void releaseService(Handle) override { }
+    IOStatus openService(Handle, std::uint32_t, Handle& connection) override
+    {
+        connection = 1;
+        return IOStatus::Success;
+    }
+    IOStatus closeService(Handle) override { return IOStatus::Success; }
+    IOStatus callScalarMethod(Handle, std::uint32_t) override { return IOStatus::Success; }
+    IOStatus callStructMethod(Handle, std::uint32_t, const SMCParamRecord& input, SMCParamRecord& output) override
+    {
+        ++calls;
+        const auto found = keys.find(input.key);
+        if (found == keys.end()) {
+            output.result = static_cast<std::uint8_t>(SMCResult::KeyNotFound);
+            return IOStatus::Success;
+        }
+        output.dataSize = found->second ? 4 : 2;
+        output.dataType = test::FakeSMCService::packed(found->second ? "flt " : "sp78");
+        if (found->second) {
+            float2Bytes(output.bytes.data(), 40 + static_cast<float>(calls % 32));
+        } else {
+            output.bytes[0] = static_cast<std::uint8_t>(40 + calls % 32);
+        }
+        return IOStatus::Success;
+    }
+
+    std::vector<std::string> names;
+    std::unordered_map<std::uint32_t, bool> keys; ///< whether it is a float
+    std::uint64_t calls = 0;
+};
+
+/// A machine with 200 sensors that a client has asked for.
+struct Bench {
+    Bench() : smc(prepared()), arm(machine.context), platform(machine.context) { }
+
+    Context& prepared()
+    {
+        auto service = std::make_unique<TableSMC>();
+        table = service.get();
+        machine.host.smc = std::move(service);
+        return machine.context;
+    }
+    Value configurations() const
+    {
+        Value all = Value::array();
+        for (const std::string& name : table->names) {
+            all.push_back({{"key", name}, {"name", "Sensor " + name}});
+        }
+        return all;
+    }
+
+    test::FakeMachine machine;
+    TableSMC* table = nullptr;
+    SensorSMCController smc;
+    SensorsARMController arm;
+    PlatformController platform;
+};
+
+void readAndConvert(benchmark::State& state)
+{
+    Bench bench;
+    bench.smc.openIfNeeded();
+    const auto readAll = [&] {
+        double sum = 0;
+        for (const std::string& name : bench.table->names) {
+            SMCKeyValue value;
+            bench.smc.dataForKey(name, value);
+            sum += convertSMCData(value, SMCOrigin::Own);
+        }
+        benchmark::DoNotOptimize(sum);
+    };
+    readAll(); // types and sizes are known from here on
+    const std::uint64_t before = bench.table->calls;
+    for (auto _ : state) {
+        readAll();
+    }
+    state.SetItemsProcessed(state.iterations() * sensors);
+    state.counters["callsPerReading"] =
+        static_cast<double>(bench.table->calls - before) / static_cast<double>(state.iterations() * sensors);
+}
+
+/// Ten minutes of virtual time an iteration, on one thread with everything, SQLite included, once the tables are full.
+/// "core" is the share of one core.
+void secondsOfSensors(benchmark::State& state)
+{
+    Bench bench;
+    HistoryDatabaseController databases(bench.machine.context);
+    bench.machine.context.databases = &databases;
+    SensorsStatCollectorMac collector(
+        bench.machine.context, {.smc = bench.smc, .arm = bench.arm, .platform = bench.platform});
+    collector.setAutomaticSampleUpdates(state.range(0) != 0);
+    collector.processSensors(collector.supportedElectricSensors(bench.configurations()));
+    collector.begin();
+    bench.machine.runtime.advance(4000);
+    constexpr double span = 600;
+    for (auto _ : state) {
+        bench.machine.runtime.advance(span);
+    }
+    state.counters["items"] = static_cast<double>(collector.items().size());
+    state.counters["core"] = benchmark::Counter(
+        static_cast<double>(state.iterations()) * span, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    collector.cleanup();
+    databases.closeAll();
+}
+
+/// One measurement of all items alone.
+void oneMeasurement(benchmark::State& state)
+{
+    Bench bench;
+    SensorsStatCollectorMac collector(
+        bench.machine.context, {.smc = bench.smc, .arm = bench.arm, .platform = bench.platform});
+    collector.processSensors(collector.supportedElectricSensors(bench.configurations()));
+    for (auto _ : state) {
+        collector.updateStats();
+    }
+    state.SetItemsProcessed(state.iterations() * sensors);
+}
+
+BENCHMARK(readAndConvert)->Unit(benchmark::kMicrosecond);
+BENCHMARK(oneMeasurement)->Unit(benchmark::kMicrosecond);
+BENCHMARK(secondsOfSensors)->ArgName("history")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+} // namespace
+} // namespace meridal
+
+BENCHMARK_MAIN();

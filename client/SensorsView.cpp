@@ -1,0 +1,145 @@
+#include "client/SensorsView.h"
+
+#include "base/Text.h"
+#include "client/Format.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <optional>
+#include <string_view>
+
+namespace meridal {
+
+namespace {
+
+constexpr int nameColumns = 28;
+constexpr int figureColumns = 12;
+constexpr int barColumns = 14;
+constexpr double nearlyHigh = 0.9; // of the way to a limit
+
+std::string word(const Value& sensor, std::string_view key) { return printable(text(sensor, key).value_or("")); }
+
+std::string reading(const Value& sensor, std::string_view key)
+{
+    const Value* figure = find(sensor, key);
+    return formatReading(figure ? *figure : Value(), word(sensor, "unit"));
+}
+
+/// Where the value stands between the limits, 0 to 1; nothing without a value or without limits.
+std::optional<double> placeInRange(const Value& sensor)
+{
+    const auto value = number(sensor, "value");
+    const auto low = number(sensor, "low");
+    const auto high = number(sensor, "high");
+    if (!value || !low || !high || !(*high > *low)) {
+        return std::nullopt;
+    }
+    return std::clamp((*value - *low) / (*high - *low), 0.0, 1.0);
+}
+
+/// Limits that somebody has set alarm; those that only tell what has been seen do not.
+Style styleOf(const Value& sensor)
+{
+    const auto value = number(sensor, "value");
+    if (!value) {
+        return Style::Faint;
+    }
+    if (const auto critical = number(sensor, "critical"); critical && *value >= *critical) {
+        return Style::High;
+    }
+    const Value* fixed = find(sensor, "fixed");
+    const bool isFan = text(sensor, "kind") == "fan"; // at its limit it only does its best
+    const auto place = fixed && *fixed == true && !isFan ? placeInRange(sensor) : std::nullopt;
+    return !place ? Style::Plain : *place >= 1 ? Style::High : *place >= nearlyHigh ? Style::Medium : Style::Plain;
+}
+
+/// A bar in eighths of a column.
+std::string bar(double place)
+{
+    constexpr std::array<const char*, 8> eighths = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
+    const auto filled = static_cast<std::size_t>(std::lround(place * (barColumns - 2) * 8));
+    std::string text;
+    for (std::size_t full = 0; full < filled / 8; ++full) {
+        text += "█";
+    }
+    text += eighths.at(filled % 8);
+    return "▕" + fitLeft(text, barColumns - 2) + "▏";
+}
+
+Line heading(std::string_view first)
+{
+    return {{Style::Heading,
+        fitLeft(first, nameColumns) + fitRight("VALUE", figureColumns) + "  " + fitLeft("RANGE", barColumns)
+            + fitRight("LOWEST", figureColumns) + fitRight("HIGHEST", figureColumns)}};
+}
+
+Line row(const Value& sensor, std::string_view indent)
+{
+    const auto place = placeInRange(sensor);
+    const std::string name = std::string(indent) + word(sensor, "name");
+    return {{Style::Plain, fitLeft(name, nameColumns)},
+        {styleOf(sensor), fitRight(reading(sensor, "value"), figureColumns)},
+        {Style::Faint, "  " + (place ? bar(*place) : fitLeft("", barColumns))},
+        {Style::Plain,
+            fitRight(reading(sensor, "lowest"), figureColumns) + fitRight(reading(sensor, "highest"), figureColumns)}};
+}
+
+} // namespace
+
+std::string formatReading(const Value& figure, const std::string& unit)
+{
+    if (!figure.is_number() || !std::isfinite(figure.get<double>())) {
+        return "-";
+    }
+    const double value = figure.get<double>();
+    const int decimals = unit == "V" || unit == "A" ? 3 : unit == "rpm" ? 0 : unit.empty() ? 2 : 1;
+    const std::string digits =
+        std::abs(value) < 1e6 ? fmt::format("{:.{}f}", value, decimals) : fmt::format("{:.3g}", value);
+    return unit.empty() ? digits : digits + " " + unit;
+}
+
+Lines sensorLines(const Value& sensors)
+{
+    if (!sensors.is_array() || sensors.empty()) {
+        return {{{Style::Plain, "no sensors on this machine"}}};
+    }
+    Lines lines{heading("SENSOR")};
+    std::optional<std::string> chip;
+    for (const Value& sensor : sensors) {
+        if (const std::string its = word(sensor, "chip"); its != chip) {
+            lines.push_back({{Style::Title, its}});
+            chip = its;
+        }
+        lines.push_back(row(sensor, "  "));
+    }
+    return lines;
+}
+
+Lines fanLines(const Value& sensors)
+{
+    const Value fans = fansOf(sensors);
+    if (fans.empty()) {
+        return {{{Style::Plain, "no fans on this machine"}}};
+    }
+    Lines lines{heading("FAN")};
+    for (const Value& fan : fans) {
+        lines.push_back(row(fan, ""));
+    }
+    return lines;
+}
+
+Value fansOf(const Value& sensors)
+{
+    Value fans = Value::array();
+    for (const Value& sensor : sensors.is_array() ? sensors : Value::array()) {
+        if (text(sensor, "kind") == "fan") {
+            fans.push_back(sensor);
+        }
+    }
+    return fans;
+}
+
+} // namespace meridal

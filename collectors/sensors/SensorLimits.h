@@ -1,0 +1,26 @@
+#pragma once
+
+#include "collectors/sensors/SensorStatCollectorItem.h"
+
+#include <string>
+#include <vector>
+
+namespace meridal {
+
+class SQLiteConnection;
+struct TableSchema;
+
+/// The table of the extremes that sensors ever had.
+const TableSchema& sensorLimitsTable();
+
+/// The statement that brings a sensor's row up to date; arguments low, high, key.
+constexpr const char* updateSensorLimits = "UPDATE %@ SET low = ?, high = ? WHERE uuid = ?";
+
+/// What earlier runs saw of a sensor. A sensor without a row gets one, with the highest value of the history tables.
+/// Runs on the database's queue.
+SeenLimits readSensorLimits(SQLiteConnection& database, const std::string& key);
+
+/// The same for many, in one transaction, in their order.
+std::vector<SeenLimits> readSensorLimits(SQLiteConnection& database, const std::vector<std::string>& keys);
+
+} // namespace meridal

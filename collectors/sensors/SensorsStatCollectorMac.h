@@ -1,0 +1,170 @@
+#pragma once
+
+#include "base/Lifetime.h"
+#include "collectors/sensors/PowerAverages.h"
+#include "collectors/sensors/SensorConfiguration.h"
+#include "collectors/sensors/SensorStatCollectorItemMac.h"
+#include "collectors/sensors/SensorsStatCollector.h"
+#include "platform/host/SensorChannels.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace meridal {
+
+class PlatformController;
+class SensorSMCController;
+class SensorsARMController;
+
+/// The sensors collector of both hosts. It checks which of the sensors that clients know this machine really has, makes
+/// an item of each, samples them every second turn of its clock and keeps the extremes ever seen. Main queue only.
+class SensorsStatCollectorMac final : public SensorsStatCollector {
+public:
+    using Item = SensorStatCollectorItemMac;
+    using SensorItems = std::vector<std::shared_ptr<Item>>;
+
+    /// Where readings come from, and what machine this is. All must outlive the collector.
+    struct Sources {
+        SensorSMCController& smc;
+        SensorsARMController& arm;
+        const PlatformController& platform;
+    };
+
+    /// Opens the SMC.
+    SensorsStatCollectorMac(Context& context, Sources sources);
+
+    /// The process-wide instance, on Context::shared(). Made anew after cleanupShared().
+    static SensorsStatCollectorMac& sharedSensorCollector();
+    /// Ends the process-wide instance, when there is one, and closes the SMC.
+    static void cleanupShared();
+
+    // Values
+    /// Whether a key names a sensor that is there. A key that the machine lacks is none.
+    bool isKeyValid(const std::string& key);
+    /// -1 for a key that the machine lacks; may be any float.
+    float valueForSensorKey(const std::string& key);
+    /// What a client's configuration gives now; always finite. Averaged power is 0 until it has been watched long enough.
+    double valueForConfig(const Value& configuration, PowerDetail detail = PowerDetail::Fine);
+    double valueForSensor(const Item& item);
+    float minimumForFan(const std::string& prefix); ///< "F0"; rpm
+    float maximumForFan(const std::string& prefix);
+
+    // Discovery: of what a client knows, what is there, as an array of {"type", "config", "key", "name", "value"} and,
+    // where there are limits, "low" and "high". What is no array of configurations names no sensor.
+    Value supportedElectricSensors(const Value& configurations);
+    Value supportedFans(const Value& configurations);
+    Value supportedArmSensors(const Value& configurations);
+    /// Makes such entries items, or brings their items up to date.
+    void processSensors(const Value& entries);
+    void processFans(const Value& entries);
+    void processArmSensors(const Value& entries);
+    /// Replaces the values of power sensors among entries by what everybody may see.
+    void averagePower(Value& entries);
+    /// Makes an item of everything that the host tells by itself, and follows it from now on as chips come and go.
+    void discover();
+    /// Starts to sample, once there is something to be sampled.
+    void begin();
+
+    // Items
+    SensorItems sensors() const;
+    SensorItems allFans() const;
+    /// The fans that fan control offers, named for it.
+    SensorItems fanControlFans() const;
+    /// What the host tells of a key; null when it tells nothing.
+    const SensorChannel* channelForKey(const std::string& key) const;
+    /// The kind of a sensor: the host's word, else the client's.
+    std::int64_t kindOf(const Item& item) const;
+    /// Whether what it reads is power, whatever a client calls it.
+    bool isPower(const Item& item) const;
+
+    // Extremes
+    /// Reads what earlier runs saw; takes effect later.
+    void loadSeenLimitsForSensor(const Item& item) { loadSeenLimits({item.key().value_or("")}); }
+    /// Hands changed extremes over to the database.
+    void updateRecordedValues();
+
+    // StatCollector
+    std::shared_ptr<StatCollectorItem> makeItem() override;
+    void updateStats() override;
+    /// Every second turn.
+    bool shouldUpdateStateForSequence(std::int64_t sequence) override { return sequence % 2 == 0; }
+    bool threadedUpdating() const override { return false; }
+    bool prepareDatabase() override;
+    void runDatabaseQueue() override;
+    void cleanup() override;
+
+    // Noted for whoever asks; nothing here depends on it
+    bool fanControlSupported() const { return fanControlSupported_; }
+    void setFanControlSupported(bool supported) { fanControlSupported_ = supported; }
+    bool loadedIntelSensors() const { return loadedIntelSensors_; }
+    void setLoadedIntelSensors(bool loaded) { loadedIntelSensors_ = loaded; }
+    bool startedIntelSensors() const { return startedIntelSensors_; }
+    void setStartedIntelSensors(bool started) { startedIntelSensors_ = started; }
+    bool intelEnergyEnabled() const { return intelEnergyEnabled_; }
+    void setIntelEnergyEnabled(bool enabled) { intelEnergyEnabled_ = enabled; }
+    bool intelSensorsPrepared() const { return intelSensorsPrepared_; }
+    void setIntelSensorsPrepared(bool prepared) { intelSensorsPrepared_ = prepared; }
+    Dictionary& intelFrequencySensors() { return intelFrequencySensors_; }
+
+    static constexpr std::size_t mostItems = 1024;
+    static constexpr std::size_t mostWatched = 256;
+    static constexpr double watchedFor = 120;     ///< s after the last question
+    static constexpr double channelInterval = 10; ///< s between looks for chips that came or went
+
+private:
+    /// A power figure that is no item's and that somebody asks for.
+    struct Watched {
+        SensorConfiguration configuration;
+        double lastAsked = 0; ///< monotonic s
+    };
+    using ServiceValues = std::map<std::string, double>;
+
+    // Readings
+    std::optional<float> readKey(const std::string& key);
+    std::optional<double> read(const SensorConfiguration& configuration);
+    double valueNow(const SensorConfiguration& configuration);
+    double averagedPower(const SensorConfiguration& configuration);
+    bool isPower(const SensorConfiguration& configuration) const;
+    bool isPowerKey(const std::string& key) const;
+    ServiceValues readServices();
+    void sample(Item& item, const ServiceValues& services);
+    void sampleWatched();
+    void watch(const SensorConfiguration& configuration);
+
+    // Discovery
+    Value electricEntry(const SensorConfiguration& understood, const Value& given);
+    std::optional<Value> fanEntry(std::size_t number, const Value& configurations);
+    std::string fanNameFromID(const std::string& prefix);
+    void process(const Value& entries, Item::Source source);
+    void adoptChannels(std::vector<SensorChannel> channels);
+    void discoverWithoutChannels();
+    void followChannels();
+    void loadSeenLimits(std::vector<std::string> keys);
+    void takeSeenLimits(const std::vector<std::string>& keys, const std::vector<SeenLimits>& limits);
+
+    SensorSMCController& smc_;
+    SensorsARMController& arm_;
+    const PlatformController& platform_;
+    const SMCOrigin origin_;
+    PowerAverages powers_;
+    std::map<std::string, Watched> watched_;        ///< by identity
+    std::map<std::string, SensorChannel> channels_; ///< by key
+    std::uint64_t channelGeneration_ = 0;
+    double nextLook_ = 0; ///< monotonic s
+    bool followsChannels_ = false;
+    bool isLogging_ = false;
+    bool fanControlSupported_ = false;
+    bool loadedIntelSensors_ = false;
+    bool startedIntelSensors_ = false;
+    bool intelEnergyEnabled_ = false;
+    bool intelSensorsPrepared_ = false;
+    Dictionary intelFrequencySensors_ = Dictionary::object();
+    Lifetime sensorLifetime_;
+};
+
+} // namespace meridal

@@ -1,0 +1,371 @@
+// The part of SensorsStatCollectorMac that finds out which sensors there are.
+
+#include "base/Runtime.h"
+#include "base/Text.h"
+#include "base/Value.h"
+#include "collectors/sensors/SensorKind.h"
+#include "collectors/sensors/SensorsARMController.h"
+#include "collectors/sensors/SensorsStatCollectorMac.h"
+#include "platform/Context.h"
+#include "platform/PlatformController.h"
+#include "platform/host/Host.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <set>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// A fan's keys hold its number as one hexadecimal digit.
+constexpr std::size_t mostFans = 16;
+
+/// Names and keys are kept for as long as the item lives: what is longer than this is cut, or is no key.
+constexpr std::size_t longestName = 256; // bytes
+
+/// What averages of sensor services are called where no client names them.
+constexpr std::array<const char*, armAverages.size()> averageNames = {
+    "SoC die", "Efficiency cores", "Performance cores", "Power manager die", "Power manager SoC die"};
+
+/// The client's configurations; what is no array holds none.
+const Value& listOf(const Value& configurations)
+{
+    static const Value none = Value::array();
+    return configurations.is_array() ? configurations : none;
+}
+
+const Value* configurationOf(const Value& configurations, std::string_view key)
+{
+    for (const Value& configuration : listOf(configurations)) {
+        const Value* entry = find(configuration, "key");
+        if (entry && entry->is_string() && entry->get_ref<const std::string&>() == key) {
+            return &configuration;
+        }
+    }
+    return nullptr;
+}
+
+double finite(double value) { return std::isfinite(value) ? value : 0; }
+
+std::string shortened(const std::string& name)
+{
+    if (name.size() <= longestName) {
+        return name;
+    }
+    std::size_t end = longestName;
+    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
+        --end; // not in the midst of a character
+    }
+    return name.substr(0, end);
+}
+
+Value entryOf(std::int64_t type, Value configuration, const std::string& key, const std::string& name, double value)
+{
+    return {{"type", type}, {"config", std::move(configuration)}, {"key", key}, {"name", name}, {"value", value}};
+}
+
+void addLimits(Value& entry, double low, double high)
+{
+    entry["low"] = finite(low);
+    entry["high"] = finite(high);
+}
+
+/// What is left of a service's name for people.
+std::string serviceName(const std::string& product)
+{
+    constexpr std::string_view noise = "Temp Sensor";
+    std::string name = product;
+    for (auto at = name.find(noise); at != std::string::npos; at = name.find(noise)) {
+        name.erase(at, noise.size());
+    }
+    const auto first = name.find_first_not_of(' ');
+    const auto last = name.find_last_not_of(' ');
+    return first == std::string::npos ? product : name.substr(first, last - first + 1);
+}
+
+Value configurationOf(const SensorChannel& channel)
+{
+    Value configuration{{"key", channel.key}, {"name", channel.label}};
+    if (channel.low) {
+        configuration["low"] = *channel.low;
+    }
+    if (const auto high = channel.high ? channel.high : channel.critical) {
+        configuration["high"] = *high;
+    }
+    return configuration;
+}
+
+/// Brings an item up to date with its entry.
+void take(SensorStatCollectorItemMac& item, const Value& entry, std::int64_t index)
+{
+    const Value* given = find(entry, "config");
+    SensorConfiguration configuration = parseSensorConfiguration(given ? *given : Value());
+    configuration.key = item.key().value_or("");
+    configuration.name = shortened(text(entry, "name").value_or(configuration.name));
+    item.setName(configuration.name);
+    item.setType(integer(entry, "type").value_or(configuration.kind()));
+    item.setIndex(index);
+    const auto high = number(entry, "high");
+    item.setHasFixedLimits(high && *high > 0);
+    if (item.hasFixedLimits()) {
+        item.setHigh(*high);
+        item.setLow(number(entry, "low").value_or(0));
+    }
+    item.setSensorConfig(std::move(configuration));
+    item.updateLimits();
+    item.updatePercentage();
+}
+
+} // namespace
+
+// Electric sensors
+
+Value SensorsStatCollectorMac::electricEntry(const SensorConfiguration& understood, const Value& given)
+{
+    Value entry =
+        entryOf(understood.kind(), given, understood.key, understood.name, finite(valueForSensorKey(understood.key)));
+    if (understood.hasFixedLimits()) {
+        // Through a float, as clients have always got them.
+        addLimits(entry, static_cast<float>(understood.low), static_cast<float>(understood.high));
+    }
+    return entry;
+}
+
+Value SensorsStatCollectorMac::supportedElectricSensors(const Value& configurations)
+{
+    Value entries = Value::array();
+    for (const Value& given : listOf(configurations)) {
+        const SensorConfiguration understood = parseSensorConfiguration(given);
+        if (!isSMCKey(understood.key) || understood.key.front() == 'F') { // fans are found by themselves
+            continue;
+        }
+        bool isThere = true;
+        if (understood.multiply) {
+            isThere = std::all_of(understood.multiply->begin(), understood.multiply->end(),
+                [this](const std::string& key) { return isKeyValid(key); });
+        } else if (!understood.average) {
+            isThere = isKeyValid(understood.key);
+        }
+        if (isThere) {
+            entries.push_back(electricEntry(understood, given));
+        }
+    }
+    return entries;
+}
+
+// Fans
+
+float SensorsStatCollectorMac::minimumForFan(const std::string& prefix) { return valueForSensorKey(prefix + "Mn"); }
+
+float SensorsStatCollectorMac::maximumForFan(const std::string& prefix) { return valueForSensorKey(prefix + "Mx"); }
+
+/// An emulated SMC keeps a fan's name among its bytes.
+std::string SensorsStatCollectorMac::fanNameFromID(const std::string& prefix)
+{
+    SMCKeyValue data;
+    smc_.dataForKey(prefix + "ID", data);
+    std::string name;
+    for (std::size_t index = 0; index < data.bytes.size() && index < data.dataSize; ++index) {
+        if (data.bytes[index] >= 33) {
+            name += static_cast<char>(data.bytes[index]);
+        }
+    }
+    return validUtf8(name);
+}
+
+std::optional<Value> SensorsStatCollectorMac::fanEntry(std::size_t fan, const Value& configurations)
+{
+    const std::string prefix = fmt::format("F{:X}", fan);
+    const std::string key = prefix + "Ac";
+    const double speed = finite(valueForSensorKey(key));
+    const Value* configuration = configurationOf(configurations, key);
+    std::string name;
+    double low = 0;
+    if (origin_ == SMCOrigin::Emulated) {
+        name = fanNameFromID(prefix);
+        if (name.empty()) {
+            return std::nullopt;
+        }
+        low = minimumForFan(prefix);
+    } else if (configuration) {
+        name = text(*configuration, "name").value_or("");
+        low = number(*configuration, "low").value_or(0);
+    } else {
+        return std::nullopt;
+    }
+    Value entry = entryOf(
+        sensorKind::fan, configuration ? *configuration : Value{{"key", key}, {"name", name}}, key, name, speed);
+    addLimits(entry, low, maximumForFan(prefix));
+    return entry;
+}
+
+Value SensorsStatCollectorMac::supportedFans(const Value& configurations)
+{
+    Value entries = Value::array();
+    const float count = valueForSensorKey("FNum");
+    for (std::size_t fan = 0; fan < mostFans && static_cast<float>(fan) < count; ++fan) {
+        if (auto entry = fanEntry(fan, configurations)) {
+            entries.push_back(std::move(*entry));
+        }
+    }
+    return entries;
+}
+
+// Sensor services
+
+Value SensorsStatCollectorMac::supportedArmSensors(const Value& configurations)
+{
+    Value entries = Value::array();
+    std::set<std::string> seen;
+    for (const Value& reading : arm_.sensors()) {
+        const std::string key = text(reading, "key").value_or("");
+        const double value = number(reading, "value").value_or(0);
+        const Value* configuration = configurationOf(configurations, key);
+        const bool isAverage = std::any_of(
+            armAverages.begin(), armAverages.end(), [&](const ARMAverage& average) { return average.key == key; });
+        // An average of nothing is 0. Of two services of one name a client could not tell which it means.
+        if ((isAverage && (!configuration || value == 0)) || !seen.insert(key).second) {
+            continue;
+        }
+        std::string name = serviceName(key);
+        if (configuration) {
+            name = text(*configuration, "name").value_or(name);
+        }
+        Value entry = entryOf(sensorKind::temperature,
+            configuration ? *configuration : Value{{"key", key}, {"name", name}}, key, name, value);
+        const SensorConfiguration understood = parseSensorConfiguration(configuration ? *configuration : Value());
+        if (understood.hasFixedLimits()) {
+            addLimits(entry, understood.low, understood.high);
+        }
+        entries.push_back(std::move(entry));
+    }
+    return entries;
+}
+
+void SensorsStatCollectorMac::averagePower(Value& entries)
+{
+    for (Value& entry : entries) {
+        const Value* configuration = find(entry, "config");
+        SensorConfiguration understood = parseSensorConfiguration(configuration ? *configuration : Value());
+        // The value of an entry is that of its key, whatever else the configuration computes.
+        understood.multiply.reset();
+        understood.average.reset();
+        understood.key = text(entry, "key").value_or("");
+        if (isPower(understood)) {
+            entry["value"] = averagedPower(understood);
+        }
+    }
+}
+
+// Entries into items
+
+void SensorsStatCollectorMac::process(const Value& entries, Item::Source source)
+{
+    std::vector<std::string> fresh;
+    ServiceValues values;
+    std::int64_t index = 0;
+    for (const Value& entry : listOf(entries)) {
+        const std::string key = text(entry, "key").value_or("");
+        auto item = std::static_pointer_cast<Item>(itemWithKey(key));
+        if (key.empty() || key.size() > longestName || (!item && items().size() >= mostItems)) {
+            continue;
+        }
+        if (!item) {
+            item = std::static_pointer_cast<Item>(newItemWithKey(key));
+            item->loadAlternateKey();
+            fresh.push_back(key);
+        }
+        item->setExists(true);
+        item->setSource(source);
+        values[key] = number(entry, "value").value_or(0);
+        take(*item, entry, index++);
+    }
+    if (fresh.empty()) {
+        return;
+    }
+    setChildrenChanged(true);
+    for (const std::string& key : fresh) {
+        sample(static_cast<Item&>(*itemWithKey(key)), values); // whoever asked sees a value at once
+    }
+    loadSeenLimits(std::move(fresh));
+}
+
+void SensorsStatCollectorMac::processSensors(const Value& entries) { process(entries, Item::Source::SMC); }
+
+void SensorsStatCollectorMac::processFans(const Value& entries) { process(entries, Item::Source::SMC); }
+
+void SensorsStatCollectorMac::processArmSensors(const Value& entries) { process(entries, Item::Source::Service); }
+
+// What the host tells by itself
+
+void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
+{
+    std::map<std::string, SensorChannel> before = std::exchange(channels_, {});
+    Value sensors = Value::array();
+    Value fans = Value::array();
+    for (SensorChannel& channel : channels) {
+        const std::string key = channel.key;
+        const bool isClients = !before.contains(key) && itemWithKey(key);
+        if (!isClients) {
+            (channel.kind == SensorChannelKind::Fan ? fans : sensors).push_back(configurationOf(channel));
+        }
+        channels_.insert_or_assign(key, std::move(channel));
+    }
+    updateRecordedValues(); // of those that go now
+    for (const auto& known : before) {
+        if (const auto item = channels_.contains(known.first) ? nullptr : itemWithKey(known.first)) {
+            item->setExists(false);
+        }
+    }
+    removeOldItems();
+    processSensors(supportedElectricSensors(sensors));
+    processFans(supportedFans(fans));
+}
+
+void SensorsStatCollectorMac::discoverWithoutChannels()
+{
+    Value averages = Value::array();
+    for (std::size_t index = 0; index < armAverages.size(); ++index) {
+        averages.push_back({{"key", armAverages[index].key}, {"name", averageNames[index]}});
+    }
+    processArmSensors(supportedArmSensors(averages));
+    Value fans = Value::array();
+    for (std::size_t fan = 0; fan < mostFans; ++fan) {
+        fans.push_back({{"key", fmt::format("F{:X}Ac", fan)}, {"name", fmt::format("Fan {}", fan + 1)}});
+    }
+    processFans(supportedFans(fans));
+}
+
+void SensorsStatCollectorMac::followChannels()
+{
+    const double now = context().runtime.monotonicTime();
+    if (!followsChannels_ || now < nextLook_) {
+        return;
+    }
+    nextLook_ = now + channelInterval;
+    std::vector<SensorChannel> channels = context().host.sensorChannels->channels();
+    if (const std::uint64_t generation = context().host.sensorChannels->generation();
+        generation != channelGeneration_) {
+        channelGeneration_ = generation;
+        adoptChannels(std::move(channels));
+    }
+}
+
+void SensorsStatCollectorMac::discover()
+{
+    if (!std::exchange(followsChannels_, true)) {
+        channelGeneration_ = context().host.sensorChannels->generation() - 1; // whatever it is, it is new
+    }
+    followChannels();
+    if (channels_.empty() && items().empty()) {
+        discoverWithoutChannels();
+    }
+    begin();
+}
+
+} // namespace meridal

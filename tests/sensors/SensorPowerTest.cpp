@@ -1,0 +1,134 @@
+// What clients other than root may learn of power: averages over two seconds or more, to a tenth of a watt, on every way.
+
+#include "daemon/HistoryQuestions.h"
+#include "daemon/transport/Link.h"
+#include "tests/sensors/SensorsFixture.h"
+
+#include <gmock/gmock.h>
+#include <rapidcheck/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace meridal::test {
+namespace {
+
+bool isCoarse(double watts) { return std::abs(watts * 10 - std::round(watts * 10)) < 1e-9; }
+
+const Value power = {{"key", "PC0C"}};
+
+RC_GTEST_PROP(PowerAverages, AreMeansOverTwoSecondsOrMore, (const std::vector<std::uint8_t>& tenths))
+{
+    PowerAverages averages;
+    double now = 1000;
+    std::vector<std::pair<double, double>> all;
+    for (const std::uint8_t step : tenths) {
+        now += 0.1 * step / 4;
+        all.emplace_back(now, step);
+        averages.note("x", step, now);
+        const auto average = averages.average("x", now);
+        std::size_t count = 0;
+        double sum = 0;
+        double start = now;
+        for (auto each = all.rbegin(); each != all.rend() && start - each->first <= PowerAverages::longestGap; ++each) {
+            start = each->first;
+            sum += each->second;
+            ++count;
+            if (now - start >= PowerAverages::span) {
+                break;
+            }
+        }
+        RC_ASSERT(average.has_value() == (now - start >= PowerAverages::span));
+        RC_ASSERT(!average || std::abs(*average - sum / static_cast<double>(count)) < 1e-9);
+    }
+}
+
+TEST_F(SensorsTest, RootSeesPowerAsItIs)
+{
+    smc().setFloat("PC0C", 12.3456F);
+    start();
+    EXPECT_EQ(ask(power, PowerDetail::Fine), 12.3456F);
+    const Value entries = daemon->ports.supportedElectricSensors(Value::array({power}), PowerDetail::Fine);
+    EXPECT_EQ(entries[0]["value"], 12.3456F);
+}
+
+TEST_F(SensorsTest, OthersGetAveragesHoweverOftenTheyAsk)
+{
+    smc().setFloat("PC0C", 10.04F);
+    start();
+    EXPECT_EQ(ask(power), 0) << "nothing has been averaged yet";
+    machine.runtime.advance(10);
+    EXPECT_EQ(ask(power), 10);
+    smc().setFloat("PC0C", 30.04F);
+    EXPECT_EQ(ask(power), 10) << "asking again shows no new reading";
+    for (int tick = 0; tick < 100; ++tick) {
+        machine.runtime.advance(0.1);
+        const double seen = ask(power);
+        EXPECT_TRUE(isCoarse(seen)) << seen;
+        EXPECT_TRUE(seen == 10 || seen == 20 || seen == 30) << seen;
+    }
+    EXPECT_EQ(ask(power), 30);
+}
+
+TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
+{
+    smc().setFloat("PC0C", 10.04F);
+    smc().setFloat("pC1C", 20.04F);
+    smc().setFloat("VC0C", 12'000);
+    smc().setFloat("IC0C", 1234);
+    start();
+    const Value disguises = json(R"([{"key":"PC0C","type":0},{"key":"PC0CX"},{"key":"TX01","average":["PC0C"],"type":0},
+        {"key":"TX02","average":["TXXX","pC1C"]},{"key":"VX01","multiply":["VC0C","IC0C"],"type":"watts"}])");
+    for (const Value& disguise : disguises) {
+        EXPECT_EQ(ask(disguise), 0) << disguise;
+    }
+    machine.runtime.advance(6);
+    for (const Value& disguise : disguises) {
+        const double seen = ask(disguise);
+        EXPECT_GT(seen, 5) << disguise;
+        EXPECT_TRUE(isCoarse(seen)) << disguise << seen;
+    }
+    machine.runtime.advance(SensorsStatCollectorMac::watchedFor + 10);
+    const auto before = smc().count(SMCCommand::ReadKey);
+    machine.runtime.advance(20);
+    EXPECT_EQ(smc().count(SMCCommand::ReadKey), before) << "what nobody asks for any more is no longer read";
+}
+
+TEST_F(SensorsTest, ListsAndHistoryAreAsCoarse)
+{
+    emulate();
+    machine.sensorChannels().change({{"TXPW", "chip-1", "Package", SensorChannelKind::Power, {}, {}, {}}});
+    smc().setFloat("TXPW", 10.06F);
+    start();
+    EXPECT_EQ(list()[0]["value"], nullptr);
+    Value entries = daemon->ports.supportedElectricSensors(json(R"([{"key":"TXPW"}])"), PowerDetail::Averaged);
+    EXPECT_EQ(entries[0]["value"], 0) << "told by the host, whatever the key's letter";
+    machine.runtime.advance(10);
+    smc().setFloat("TXPW", 90.06F);
+    machine.runtime.advance(2);
+    smc().setFloat("TXPW", 10.06F);
+    machine.runtime.advance(60);
+    const Value listed = list()[0];
+    EXPECT_NEAR(listed["value"].get<double>(), 10.1, 1e-9);
+    EXPECT_NEAR(listed["highest"].get<double>(), 50.1, 1e-9) << "the highest average, not the highest reading";
+    EXPECT_NEAR(list(PowerDetail::Fine)[0]["value"].get<double>(), 10.06F, 1e-6);
+    entries = daemon->ports.supportedElectricSensors(json(R"([{"key":"TXPW"}])"), PowerDetail::Averaged);
+    EXPECT_NEAR(entries[0]["value"].get<double>(), 10.1, 1e-9);
+
+    const HistoryQuestions questions(daemon->catalogue);
+    std::vector<Value> pages;
+    for (const Peer& peer : {Peer{.uid = 1000, .gid = 1000, .known = true}, Peer{.uid = 0, .gid = 0, .known = true}}) {
+        questions.samples({{"series", "sensors/TXPW"}}, peer,
+            [&](const Result<Value>& page) { pages.push_back(page ? page->at("samples") : Value()); });
+        machine.runtime.runDue();
+    }
+    ASSERT_EQ(pages.size(), 2U);
+    ASSERT_GT(pages[0].size(), 5U);
+    for (const Value& sample : pages[0]) {
+        EXPECT_TRUE(isCoarse(sample["values"][0].get<double>())) << sample;
+    }
+    EXPECT_FALSE(isCoarse(pages[1].back()["values"][0].get<double>()));
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,214 @@
+#include "daemon/HistoryQuestions.h"
+#include "daemon/transport/Link.h"
+#include "tests/sensors/SensorsFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <optional>
+
+namespace meridal::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+const char* const cpu = R"([{"key":"TC0P","name":"CPU","high":100}])";
+
+TEST_F(SensorsTest, NothingIsSampledBeforeAClientAsks)
+{
+    smc().setFloat("TC0P", 40);
+    start();
+    machine.runtime.advance(20);
+    EXPECT_EQ(daemon->made, 0);
+    EXPECT_THAT(smc().sent, IsEmpty());
+
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    machine.runtime.advance(2);
+    const auto before = smc().count(SMCCommand::ReadKey, "TC0P");
+    machine.runtime.advance(20);
+    EXPECT_EQ(smc().count(SMCCommand::ReadKey, "TC0P") - before, 10) << "every second turn, with one call";
+    EXPECT_EQ(smc().count(SMCCommand::ReadKeyInfo, "TC0P"), 1);
+}
+
+TEST_F(SensorsTest, AReadingThatFailsIsAbsentAndTheOthersAreNot)
+{
+    smc().setFloat("TC0P", 40);
+    smc().setFloat("TC1P", 50);
+    start();
+    daemon->ports.supportedElectricSensors(json(R"([{"key":"TC0P"},{"key":"TC1P"}])"), PowerDetail::Averaged);
+    machine.runtime.advance(10);
+    smc().keys["TC0P"].readFails = true;
+    smc().setFloat("TC1P", 51);
+    machine.runtime.advance(4);
+    const auto failing = collector().sensorWithKey("TC0P");
+    EXPECT_FALSE(failing->hasValue());
+    EXPECT_EQ(failing->value(), 40) << "unchanged, not 0";
+    EXPECT_EQ(failing->lowestRecordedValue(), 40);
+    EXPECT_EQ(collector().sensorWithKey("TC1P")->value(), 51);
+    EXPECT_EQ(list()[0]["value"], nullptr);
+    smc().keys["TC0P"].readFails = false;
+    machine.runtime.advance(4);
+    EXPECT_TRUE(failing->hasValue());
+}
+
+TEST_F(SensorsTest, LimitsFixOrFollowTheRange)
+{
+    smc().setFloat("TC0P", 40);
+    smc().setFloat("TC1P", 40);
+    smc().setFloat("TC2P", 40);
+    start();
+    daemon->ports.supportedElectricSensors(
+        json(R"([{"key":"TC0P","low":20,"high":100},{"key":"TC1P"},{"key":"TC2P","low":90,"high":10}])"),
+        PowerDetail::Averaged);
+    machine.runtime.advance(3);
+    for (const float value : {30.0F, 60.0F, 40.0F}) {
+        for (const char* key : {"TC0P", "TC1P", "TC2P"}) {
+            smc().setFloat(key, value);
+        }
+        machine.runtime.advance(2);
+    }
+    EXPECT_EQ(collector().sensorWithKey("TC0P")->percentage(), 25);
+    EXPECT_NEAR(collector().sensorWithKey("TC1P")->percentage(), 100.0 / 3, 1e-9) << "between 30 and 60";
+    EXPECT_EQ(collector().sensorWithKey("TC2P")->percentage(), 0) << "a range upside down is none";
+    EXPECT_EQ(list()[2]["low"], nullptr);
+    EXPECT_EQ(list()[1]["lowest"], 30);
+    EXPECT_EQ(list()[1]["highest"], 60);
+}
+
+TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
+{
+    smc().setFloat("TC0P", 40);
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    machine.runtime.advance(5);
+    smc().setFloat("TC0P", 90);
+    machine.runtime.advance(2);
+    smc().setFloat("TC0P", 30);
+    machine.runtime.advance(2);
+    daemon.reset();
+    ASSERT_THAT(rows("select uuid, low, high from sensor_limits"), SizeIs(1));
+    EXPECT_EQ(rows("select sql from sqlite_master where name = 'sensor_limits'")[0]["sql"],
+        "CREATE TABLE sensor_limits (uuid varchar(100) NOT NULL, low double NOT NULL DEFAULT 0, high double NOT NULL "
+        "DEFAULT 0)");
+
+    smc().setFloat("TC0P", 50);
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    machine.runtime.advance(4);
+    const auto item = collector().sensorWithKey("TC0P");
+    EXPECT_EQ(item->lowestRecordedValue(), 30);
+    EXPECT_EQ(item->highestRecordedValue(), 90);
+    daemon.reset();
+
+    rows("update sensor_limits set low = 0, high = 20");
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    machine.runtime.advance(4);
+    EXPECT_EQ(collector().sensorWithKey("TC0P")->lowestRecordedValue(), 50) << "0 says that nothing was seen";
+    EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 50);
+}
+
+TEST_F(SensorsTest, WithoutARowTheHighestIsThatOfHistory)
+{
+    smc().setFloat("TC0P", 70);
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    machine.runtime.advance(60);
+    daemon.reset();
+    rows("delete from sensor_limits");
+    smc().setFloat("TC0P", 30);
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    machine.runtime.advance(1);
+    EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 70);
+    EXPECT_EQ(rows("select high from sensor_limits")[0]["high"], 70);
+}
+
+TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
+{
+    emulate();
+    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, 95.0, {}}});
+    smc().setFloat("TC0P", 42);
+    start();
+    list();
+    machine.runtime.advance(62'000); // longer than a period of the coarsest
+    daemon.reset();
+    for (const char* prefix : {"hour_", "day_", "week_", "month_", "threemonth_", "sixmonth_", "year_"}) {
+        const std::string table = std::string(prefix) + "sensorhistory";
+        const auto found = rows("select count(*) as n, min(value) as low, max(value) as high from " + table);
+        EXPECT_GT(found[0]["n"], 0) << table;
+        EXPECT_EQ(found[0]["low"], 42.0) << table;
+        EXPECT_EQ(found[0]["high"], 42.0) << table;
+    }
+    EXPECT_GT(rows("select count(*) as n from sensorhistory", "sensors-long.db")[0]["n"], 200);
+    EXPECT_LE(rows("select count(*) as n from hour_sensorhistory")[0]["n"], 603);
+
+    smc().setFloat("TC0P", 44);
+    start();
+    machine.runtime.advance(14);
+    EXPECT_EQ(daemon->made, 1) << "the record goes on by itself on a machine where somebody asked once";
+    const auto item = collector().sensorWithKey("TC0P");
+    ASSERT_TRUE(item);
+    const SampleRing* hour = item->storageForType(StorageIndex::Hour);
+    EXPECT_EQ((*hour)[SlotIndex{0}].values[0], 44);
+    EXPECT_EQ((*hour)[SlotIndex{20}].values[0], 42) << "reloaded";
+
+    const HistoryQuestions questions(daemon->catalogue);
+    std::optional<Result<Value>> answer;
+    questions.samples({{"series", "sensors/TC0P"}, {"resolution", "day"}}, Peer{},
+        [&answer](Result<Value> result) { answer = std::move(result); });
+    machine.runtime.runDue();
+    ASSERT_TRUE(answer && *answer);
+    EXPECT_GT((*answer)->at("samples").size(), 400U);
+    EXPECT_EQ((*answer)->at("unit"), "°C");
+}
+
+TEST_F(SensorsTest, ChipsComeAndGo)
+{
+    emulate();
+    const SensorChannel first{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, 100.0};
+    const SensorChannel second{"Vabc", "chip-2", "5V", SensorChannelKind::Voltage, 4.5, 5.5, {}};
+    machine.sensorChannels().change({first, second});
+    smc().setFloat("TC0P", 42);
+    smc().setFloat("Vabc", 5);
+    start();
+    const Value all = list();
+    ASSERT_THAT(keysOf(all), ElementsAre("TC0P", "Vabc"));
+    EXPECT_EQ(all[1],
+        (Value{{"key", "Vabc"}, {"chip", "chip-2"}, {"name", "5V"}, {"kind", "voltage"}, {"unit", "V"}, {"value", 5.0},
+            {"low", 4.5}, {"high", 5.5}, {"fixed", true}, {"critical", nullptr}, {"lowest", 5.0}, {"highest", 5.0}}));
+    EXPECT_EQ(all[0]["critical"], 100.0);
+
+    machine.sensorChannels().change({second});
+    smc().keys.erase("TC0P");
+    machine.runtime.advance(13);
+    EXPECT_THAT(keysOf(list()), ElementsAre("Vabc"));
+    machine.sensorChannels().change({second, first});
+    smc().setFloat("TC0P", 43);
+    smc().generation++;
+    machine.runtime.advance(13);
+    EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "Vabc"));
+    EXPECT_EQ(list()[0]["lowest"], 42) << "what was seen of it before it went";
+
+    const auto page = daemon->keeper.list({{"limit", 1}}, PowerDetail::Fine);
+    EXPECT_THAT(keysOf(page->at("sensors")), ElementsAre("TC0P"));
+    EXPECT_EQ(page->at("more"), true);
+    const auto rest = daemon->keeper.list({{"after", "TC0P"}}, PowerDetail::Fine);
+    EXPECT_THAT(keysOf(rest->at("sensors")), ElementsAre("Vabc"));
+    EXPECT_EQ(daemon->keeper.list({{"after", "gone"}}, PowerDetail::Fine).error().code, ErrorCode::NotFound);
+}
+
+TEST_F(SensorsTest, AMachineWithoutSensorsAnswersEmpty)
+{
+    smc().present = false;
+    start();
+    EXPECT_EQ(list(), Value::array());
+    EXPECT_EQ(daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged), Value::array());
+    EXPECT_EQ(ask(json(R"({"key":"PC0C"})")), -1);
+    machine.runtime.advance(60);
+    EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "sensors.db")) << "nor does it wake up for it";
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,109 @@
+#pragma once
+
+#include "base/Value.h"
+#include "collectors/HistoryCatalogue.h"
+#include "collectors/sensors/SensorSMCController.h"
+#include "collectors/sensors/SensorsARMController.h"
+#include "collectors/sensors/SensorsStatCollectorMac.h"
+#include "daemon/CollectorPorts.h"
+#include "daemon/SensorsKeeper.h"
+#include "database/HistoryDatabaseController.h"
+#include "platform/PlatformController.h"
+#include "tests/support/FakeHost.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace meridal::test {
+
+/// A machine with an SMC of the test's making, and what the daemon has of it, on real files.
+class SensorsTest : public ::testing::Test {
+protected:
+    /// From a start of the daemon to its end.
+    struct Daemon {
+        explicit Daemon(FakeMachine& machine)
+            : databases(machine.context)
+            , smc(machine.context)
+            , arm(machine.context)
+            , platform(machine.context)
+            , collector((machine.context.databases = &databases, machine.context),
+                  {.smc = smc, .arm = arm, .platform = platform})
+            , keeper(
+                  machine.context, catalogue, [this] { smc.openIfNeeded(); },
+                  [this]() -> SensorsStatCollectorMac& {
+                      ++made;
+                      return collector;
+                  })
+        {
+            keeper.plugInto(ports);
+            ports.openSensors();
+        }
+        ~Daemon()
+        {
+            collector.cleanup();
+            databases.closeAll();
+        }
+
+        HistoryDatabaseController databases;
+        HistoryCatalogue catalogue;
+        SensorSMCController smc;
+        SensorsARMController arm;
+        PlatformController platform;
+        SensorsStatCollectorMac collector;
+        CollectorPorts ports;
+        SensorsKeeper keeper;
+        int made = 0;
+    };
+
+    void start()
+    {
+        daemon.reset();
+        daemon = std::make_unique<Daemon>(machine);
+        machine.runtime.runDue();
+    }
+    /// An SMC that is emulated, as on every machine of another vendor.
+    void emulate() { machine.machine().service = "FakeSMC"; }
+
+    SensorsStatCollectorMac& collector() { return daemon->collector; }
+    FakeSMCService& smc() { return machine.smc(); }
+    static Value json(const char* text) { return parseUntrusted(text).value(); }
+
+    /// What a client other than root, or root, gets for sensors:reply:.
+    double ask(const Value& configuration, PowerDetail detail = PowerDetail::Averaged)
+    {
+        return daemon->ports.valueForConfig(configuration, detail);
+    }
+    Value list(PowerDetail detail = PowerDetail::Averaged)
+    {
+        const auto answer = daemon->keeper.list({}, detail);
+        return answer ? answer->at("sensors") : Value(answer.error().message);
+    }
+    std::vector<Dictionary> rows(const std::string& sql, const std::string& file = "sensors.db")
+    {
+        std::vector<Dictionary> found;
+        HistoryDatabaseController databases(machine.context);
+        databases.databaseWithPath(machine.context.paths.support / file)
+            ->queryDatabase([&](SQLiteConnection& database) {
+                const auto result = database.rows(sql);
+                ASSERT_TRUE(result) << result.error().message;
+                found = *result;
+            });
+        return found;
+    }
+    static std::vector<std::string> keysOf(const Value& entries)
+    {
+        std::vector<std::string> keys;
+        for (const Value& entry : entries) {
+            keys.push_back(entry.at("key"));
+        }
+        return keys;
+    }
+
+    FakeMachine machine;
+    std::unique_ptr<Daemon> daemon;
+};
+
+} // namespace meridal::test

@@ -1,0 +1,173 @@
+#!/usr/bin/env python3
+"""Sensors as a user meets them: a running daemon on a machine with chips of the test's making, and meridalctl.
+
+    sensors_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
+
+Nothing here sleeps: every wait is for an answer with a generous deadline.
+"""
+import csv
+import json
+import os
+import shutil
+import subprocess
+import sys
+import time
+import unittest
+import xml.etree.ElementTree as xml
+
+PRELOAD = "libumockdev-preload.so.0"  # lets a test have devices of its own
+if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
+    os.environ.update(LD_PRELOAD=PRELOAD, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0")
+    os.execv(sys.executable, [sys.executable, *sys.argv])
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
+import daemon_test  # noqa: E402  the daemon and its clients
+
+NOBODY = 65534
+CHIP = {"name": "nct6775", "temp1_input": "41500", "temp1_label": "CPU", "temp1_crit": "100000", "fan1_input": "1200",
+        "fan1_label": "Left", "fan1_min": "300", "in0_input": "1048", "power1_input": "12345678", "power1_label": "Package"}
+
+
+class SensorsTest(unittest.TestCase):
+    start = daemon_test.DaemonTest.start
+    tearDown = daemon_test.DaemonTest.tearDown
+
+    def setUp(self):
+        daemon_test.DaemonTest.setUp(self)
+        self.devices = os.path.join(self.root, "devices")
+        os.makedirs(os.path.join(self.devices, "sys/class/hwmon"))
+        os.makedirs(os.path.join(self.devices, "sys/bus"))
+        os.environ["UMOCKDEV_DIR"] = self.devices
+        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
+
+    def add_chip(self, number=0, **files):
+        device = "sys/devices/platform/nct6775.656"
+        folder = os.path.join(self.devices, device, f"hwmon/hwmon{number}")
+        os.makedirs(folder)
+        os.symlink(os.path.relpath(folder, os.path.join(self.devices, "sys/class/hwmon")),
+                   os.path.join(self.devices, f"sys/class/hwmon/hwmon{number}"))
+        os.symlink("../..", os.path.join(folder, "device"))
+        for name, content in {**CHIP, **files}.items():
+            self.write(folder, name, content)
+        for at, _, _ in os.walk(self.root):
+            os.chmod(at, 0o777)
+        return folder
+
+    @staticmethod
+    def write(folder, name, content):
+        with open(os.path.join(folder, name), "w") as file:
+            file.write(content + "\n")
+
+    def ctl(self, *arguments, status=0):
+        command = [os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", self.daemons[-1].socket_path, *arguments]
+        done = subprocess.run(command, capture_output=True, text=True, timeout=daemon_test.DEADLINE)
+        self.assertEqual(done.returncode, status, done.stderr)
+        return done.stdout if status == 0 else done.stderr
+
+    def sensors(self):
+        return {sensor["name"]: sensor for sensor in json.loads(self.ctl("sensors", "--json"))["sensors"]}
+
+    def until(self, condition, what):
+        deadline = time.monotonic() + daemon_test.DEADLINE
+        while not (found := condition()):
+            self.assertLess(time.monotonic(), deadline, "never came: " + what)
+        return found
+
+    def test_a_machine_without_sensors_says_so(self):
+        daemon = self.start().wait_ready()
+        self.assertEqual(self.ctl("sensors"), "no sensors on this machine\n")
+        self.assertEqual(json.loads(self.ctl("sensors", "--json")), {"sensors": []})
+        self.assertEqual(self.ctl("fans"), "no fans on this machine\n")
+        self.assertEqual(self.ctl("sensors", "--watch"), "no sensors on this machine\n")
+        self.assertEqual(self.ctl("history", "anything"), "nothing is recorded yet\n")
+        client = daemon.client()
+        self.assertEqual(client.call("supportedSensors:reply:", [{"key": "TC0P"}]), {"sensors": [], "fans": []})
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+    def test_sensors_from_the_file_to_the_plot(self):
+        if os.environ.get("LD_PRELOAD") != PRELOAD:
+            self.skipTest("no umockdev")
+        folder = self.add_chip()
+        daemon = self.start().wait_ready()
+        sensors = self.sensors()
+        cpu = sensors["CPU"]
+        self.assertEqual((cpu["value"], cpu["unit"], cpu["kind"]), (41.5, "°C", "temperature"))
+        self.assertTrue(cpu["chip"].startswith("nct6775"))
+        self.assertEqual(cpu["critical"], 100)
+        self.assertAlmostEqual(sensors["Package"]["value"], 12.345678, places=4, msg="we are root")
+        fan, = json.loads(self.ctl("fans", "--json"))["fans"]
+        self.assertEqual((fan["name"], fan["value"], fan["key"], fan["unit"]), ("Left", 1200, "F0Ac", "rpm"))
+        shown = self.ctl("sensors")
+        self.assertIn("41.5 °C", shown)
+        self.assertIn("1.048 V", shown)
+        self.assertEqual(self.ctl("sensors", "--watch", "--refreshes", "2").count("VALUE"), 2)
+
+        client = daemon.client()
+        configuration = {"key": cpu["key"], "name": "mine", "low": 10, "high": 90}
+        self.assertEqual(client.call("supportedSensors:reply:", [configuration])["sensors"],
+                         [{"type": 0, "config": configuration, "key": cpu["key"], "name": "mine", "value": 41.5,
+                           "low": 10, "high": 90}])
+        self.assertEqual(client.call("sensors:reply:", [{"key": cpu["key"]}, {"key": "Txyz"}]),
+                         [{"key": cpu["key"], "value": 41.5}, {"key": "Txyz", "value": -1}])
+        client.close()
+
+        self.write(folder, "temp1_input", "55000")
+        self.until(lambda: self.sensors()["CPU"]["highest"] == 55, "a new highest value")
+        self.write(folder, "temp1_input", "")
+        self.until(lambda: self.sensors()["CPU"]["value"] is None, "the absent value")
+        self.assertEqual(self.sensors()["Left"]["value"], 1200, "the others are on time")
+        self.write(folder, "temp1_input", "50000")
+
+        def samples():
+            return list(csv.reader(self.ctl("history", "cpu", "--csv").splitlines()))[1:]
+
+        rows = self.until(samples, "a sample of the hour")
+        self.assertRegex(rows[0][0], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
+        self.assertTrue(40 < float(rows[0][1]) < 56, rows)
+        self.assertIn("CPU, last hour", self.ctl("history", cpu["key"]))
+        self.assertIn("avg", self.ctl("history", "CPU"))
+        picture = os.path.join(self.root, "cpu.svg")
+        self.assertEqual(self.ctl("history", "CPU", "--svg", picture), "")
+        self.assertTrue(xml.parse(picture).getroot().tag.endswith("svg"))
+        self.assertEqual(json.loads(self.ctl("history", "CPU", "--json"))["unit"], "°C")
+        self.assertIn("no measurements", self.ctl("history", "CPU", "--range", "year"))
+        self.assertIn("CPU", self.ctl("history", "CPV", status=1), "a near name")
+        self.assertEqual(daemon.stop(), 0)
+
+        daemon = self.start().wait_ready()
+        self.assertGreaterEqual(len(samples()), len(rows), "the record outlives the daemon")
+        self.assertEqual(self.sensors()["CPU"]["highest"], 55)
+        self.assertEqual(self.sensors()["CPU"]["key"], cpu["key"])
+        self.assertEqual(daemon.stop(), 0)
+
+    @unittest.skipIf(os.geteuid() != 0, "needs root to become somebody else")
+    def test_others_than_root_see_power_coarsely(self):
+        if os.environ.get("LD_PRELOAD") != PRELOAD:
+            self.skipTest("no umockdev")
+        self.add_chip()
+        daemon = self.start().wait_ready()
+        key = self.sensors()["Package"]["key"]
+        program = shutil.copy(os.path.join(daemon_test.BUILD, "meridalctl"), self.root)
+        os.chmod(program, 0o755)
+        call = [program, "--socket", daemon.socket_path]
+
+        def asked(*arguments):
+            return json.loads(subprocess.run([*call, *arguments], capture_output=True, text=True, check=True, user=NOBODY,
+                                             group=NOBODY, extra_groups=[], cwd="/").stdout)
+
+        def power():
+            return asked("call", "sensors:reply:", json.dumps([{"key": key, "type": 0}]))[0]["value"]
+
+        self.assertEqual(self.until(power, "an average"), 12.3)
+        listed, = [sensor for sensor in asked("sensors", "--json")["sensors"] if sensor["name"] == "Package"]
+        self.assertEqual((listed["value"], listed["highest"]), (12.3, 12.3))
+        entry, = asked("call", "supportedSensors:reply:", json.dumps([{"key": key}]))["sensors"]
+        self.assertEqual(entry["value"], 12.3)
+        self.assertEqual(daemon.stop(), 0)
+
+
+if __name__ == "__main__":
+    is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
+    daemon_test.BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
+    unittest.main(verbosity=2)
