@@ -6,8 +6,10 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
+#include "collectors/battery/BatteryStatCollectorMac.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/BatteryKeeper.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
@@ -125,8 +127,11 @@ int serve(Context& context)
 {
     Runtime& runtime = context.runtime;
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
+    BatteryKeeper battery(
+        context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     CollectorPorts ports;
     uptime.plugInto(ports);
+    battery.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     std::vector<std::unique_ptr<Listener>> listeners;
@@ -135,6 +140,12 @@ int serve(Context& context)
     history.addMethod("status", [&status](const Value&) { return status.build(); });
     history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
         uptime.boots(parameters, std::move(reply));
+    });
+    history.addAsyncMethod("battery.state", [&battery](const Value& parameters, MeridalHistory::Reply reply) {
+        battery.state(parameters, std::move(reply));
+    });
+    history.addAsyncMethod("battery.history", [&battery](const Value& parameters, MeridalHistory::Reply reply) {
+        battery.history(parameters, std::move(reply));
     });
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());

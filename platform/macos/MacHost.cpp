@@ -3,6 +3,7 @@
 #include "platform/macos/DistributedCenter.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
+#include "platform/macos/MacPeripheralBatteries.h"
 #include "platform/macos/MacPowerMessages.h"
 #include "platform/macos/MacPowerSources.h"
 #include "platform/macos/MacSelfUsage.h"
@@ -22,6 +23,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->userRights = std::make_unique<MacUserRights>();
     host->powerMessages = std::make_unique<MacPowerMessages>(host->limitations);
     host->powerSources = std::make_unique<MacPowerSources>();
+    host->peripherals = std::make_unique<MacPeripheralBatteries>();
     return host;
 }
 

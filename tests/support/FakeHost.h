@@ -166,7 +166,7 @@ private:
 class FakePowerSources final : public PowerSources {
 public:
     std::vector<Dictionary> descriptions() override { return sources; }
-    std::optional<Dictionary> smartBattery() override { return battery; }
+    std::vector<Dictionary> smartBatteries() override { return batteries; }
     std::optional<bool> adapterConnected() override { return adapter; }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override
     {
@@ -189,7 +189,7 @@ public:
     }
 
     std::vector<Dictionary> sources;
-    std::optional<Dictionary> battery;
+    std::vector<Dictionary> batteries;
     std::optional<bool> adapter;
     std::list<std::function<void()>> observers;
 
@@ -204,6 +204,34 @@ private:
     };
 };
 
+/// Mice, keyboards and headsets that a test describes. Bluetooth answers when the test says so, or at once.
+class FakePeripheralBatteries final : public PeripheralBatteries {
+public:
+    void bluetooth(Reply reply) override
+    {
+        ++asked;
+        if (slow) {
+            waiting.push_back(std::move(reply));
+        } else {
+            reply(wireless);
+        }
+    }
+    std::vector<PeripheralBattery> logitech() override { return receiver; }
+    /// Answers everybody who waits.
+    void answer()
+    {
+        for (const Reply& reply : std::exchange(waiting, {})) {
+            reply(wireless);
+        }
+    }
+
+    std::vector<PeripheralBattery> wireless;
+    std::vector<PeripheralBattery> receiver;
+    std::vector<Reply> waiting;
+    bool slow = false;
+    int asked = 0;
+};
+
 /// A whole machine under a test's thumb: virtual time, fake seams, files in a folder that goes with it.
 struct FakeMachine {
     FakeMachine()
@@ -216,6 +244,7 @@ struct FakeMachine {
         host.userRights = std::make_unique<FakeUserRights>();
         host.powerMessages = std::make_unique<FakePowerMessages>();
         host.powerSources = std::make_unique<FakePowerSources>();
+        host.peripherals = std::make_unique<FakePeripheralBatteries>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
@@ -227,6 +256,7 @@ struct FakeMachine {
     }
     FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
+    FakePeripheralBatteries& peripherals() { return static_cast<FakePeripheralBatteries&>(*host.peripherals); }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 
     TemporaryTree files;
