@@ -3,6 +3,7 @@
 #include "base/Runtime.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
+#include "daemon/MeridalHistory.h"
 #include "daemon/ZAVPowerManager.h"
 #include "platform/Context.h"
 
@@ -134,6 +135,17 @@ void BatteryKeeper::plugInto(CollectorPorts& ports)
     };
     ports.updateBattery = [this] { collector_.updateStats(); };
     ports.internalBattery = [this] { return internalBattery(); };
+}
+
+void BatteryKeeper::addTo(MeridalHistory& methods)
+{
+    methods.addAsyncMethod("battery.state", [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+        state(parameters, std::move(reply));
+    });
+    methods.addAsyncMethod(
+        "battery.history", [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            history(parameters, std::move(reply));
+        });
 }
 
 std::optional<Dictionary> BatteryKeeper::internalBattery() const

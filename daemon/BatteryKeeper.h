@@ -13,6 +13,7 @@ namespace meridal {
 struct CollectorPorts;
 struct Context;
 class BatteryStatCollectorMac;
+class MeridalHistory;
 class ZAVPowerManager;
 
 /// Brings the battery collector into the daemon: its steps at the start and at each change of the power source, and the
@@ -24,6 +25,8 @@ public:
 
     /// Fills the daemon's ports for the battery. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);
+    /// Adds the two methods below. It must outlive them.
+    void addTo(MeridalHistory& methods);
 
     /// "battery.state": all batteries, those of peripherals included, read anew. No parameters. Replies once, later.
     void state(const Value& parameters, std::function<void(Result<Value>)> reply);

@@ -10,6 +10,7 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryKeeper.h"
+#include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
@@ -138,15 +139,14 @@ int serve(Context& context)
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
-    history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
-        uptime.boots(parameters, std::move(reply));
-    });
-    history.addAsyncMethod("battery.state", [&battery](const Value& parameters, MeridalHistory::Reply reply) {
-        battery.state(parameters, std::move(reply));
-    });
-    history.addAsyncMethod("battery.history", [&battery](const Value& parameters, MeridalHistory::Reply reply) {
-        battery.history(parameters, std::move(reply));
-    });
+    history.addAsyncMethod(
+        "uptime.boots", [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            uptime.boots(parameters, std::move(reply));
+        });
+    HistoryCatalogue catalogue;
+    HistoryQuestions historyQuestions(catalogue);
+    historyQuestions.addTo(history);
+    battery.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
