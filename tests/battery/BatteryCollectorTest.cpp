@@ -47,6 +47,7 @@ struct BatteryCollectorTest : testing::Test {
     void start()
     {
         daemon.reset();
+        machine.runtime.advance(60);
         daemon = std::make_unique<Daemon>(machine);
     }
     void update()
@@ -93,6 +94,7 @@ TEST_F(BatteryCollectorTest, OnlyWhatChangedIsRecordedAcrossRestarts)
         update();
     }
     EXPECT_EQ(recorded("health"), Figures({90}));
+    machine.runtime.advance(60);
     describe("AC Power", 4400, 101);
     update();
     start();

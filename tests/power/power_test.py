@@ -245,7 +245,7 @@ class PowerTest(unittest.TestCase):
 
     def start_bluez(self):
         """A BlueZ with an ear phone that is connected and one that is not."""
-        bluez = subprocess.Popen([sys.executable, "-m", "dbusmock", "--is-object-manager", "org.bluez", "/", "org.bluez.Mock"],
+        bluez = subprocess.Popen([sys.executable, "-m", "dbusmock", "--system", "--is-object-manager", "org.bluez", "/", "org.bluez.Mock"],
                                  stdout=subprocess.DEVNULL)
         self.children.append(bluez)
         until(lambda: self.bus.name_has_owner("org.bluez"), "bluez")
