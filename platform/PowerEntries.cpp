@@ -14,7 +14,7 @@ namespace meridal {
 namespace {
 
 constexpr double largestPercentage = 100;
-constexpr std::size_t addressDigits = 12;
+constexpr std::size_t addressLength = 17; // aa:bb:cc:dd:ee:ff
 
 std::optional<double> positive(const Value& dictionary, std::string_view key)
 {
@@ -180,19 +180,19 @@ PeripheralKind kindOfName(std::string_view name)
 
 std::optional<std::string> hardwareAddress(std::string_view text)
 {
-    std::string address;
-    std::size_t digits = 0;
-    for (const char each : text) {
-        if (std::isxdigit(static_cast<unsigned char>(each)) != 0) {
-            address += digits > 0 && digits % 2 == 0 ? ":" : "";
-            address += static_cast<char>(std::tolower(static_cast<unsigned char>(each)));
-            ++digits;
-        } else if ((each != ':' && each != '-') || digits == 0 || digits % 2 != 0) {
+    if (text.size() != addressLength) {
+        return std::nullopt; // among them twelve digits in a row, which may be any serial number
+    }
+    std::string address = lower(text);
+    for (std::size_t at = 0; at < address.size(); ++at) {
+        const bool fits =
+            at % 3 == 2 ? text[at] == ':' || text[at] == '-' : std::isxdigit(static_cast<unsigned char>(text[at])) != 0;
+        if (!fits) {
             return std::nullopt;
         }
+        address[at] = at % 3 == 2 ? ':' : address[at];
     }
-    // Twelve digits in a row may be any serial number.
-    return digits == addressDigits && text.size() > addressDigits ? std::optional(address) : std::nullopt;
+    return address;
 }
 
 } // namespace meridal

@@ -56,7 +56,8 @@ TEST(PowerEntries, PeripheralsHaveOneNameAndOneKeyEach)
     pod["Is Present"] = false;
     EXPECT_FALSE(accessoryBattery(pod));
     EXPECT_FALSE(accessoryBattery({{"Type", "InternalBattery"}, {"Name", "InternalBattery-0"}}));
-    for (const char* other : {"", "aabbccddeeff", "aa:bb:cc:dd:ee", "aa:bb:cc:dd:ee:fg", "a:abb:cc:dd:ee:ff"}) {
+    for (const char* other :
+        {"", "aabbccddeeff", "aa:bb:cc:dd:ee", "aa:bb:cc:dd:ee:fg", "101b-44-d9-3e-9c", "a:abb:cc:dd:ee:ff"}) {
         EXPECT_FALSE(hardwareAddress(other)) << other;
     }
 }
