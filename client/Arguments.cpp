@@ -83,6 +83,11 @@ Examples:
   meridalctl history TC0P --csv > hour.csv
 )";
 
+constexpr const char* batteryExamples = R"(Examples:
+  meridalctl battery
+  meridalctl battery --history --days 365
+)";
+
 constexpr int mostRepetitions = 1'000'000'000;
 
 /// What is checked as text first and then becomes something else.
@@ -232,6 +237,22 @@ void addSensors(CLI::App& app, Arguments& arguments)
     history->callback([&arguments] { arguments.command = Command::History; });
 }
 
+void addBattery(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* battery = app.add_subcommand("battery", "Charge, health and time left of the batteries");
+    battery->footer(batteryExamples);
+    battery->add_flag("--history", arguments.history, "Also show how health and cycles changed, newest first");
+    battery->add_option("-n,--rows", arguments.rows, "Show at most so many changes of each")
+        ->check(CLI::Range(1, mostRepetitions))
+        ->type_name("N")
+        ->default_str("20");
+    battery->add_option("--days", arguments.days, "Look back so many days only")
+        ->check(CLI::Range(0.001, 1e6))
+        ->type_name("DAYS");
+    battery->add_flag("--json", arguments.json, "As JSON");
+    battery->callback([&arguments] { arguments.command = Command::Battery; });
+}
+
 void addWire(CLI::App& app, Arguments& arguments, Words& words)
 {
     CLI::App* call = app.add_subcommand("call", "Call any method of the daemon");
@@ -313,6 +334,7 @@ std::variant<Arguments, int> parseArguments(int count, const char* const* argv)
     addQuestions(app, arguments);
     addUptime(app, arguments);
     addSensors(app, arguments);
+    addBattery(app, arguments);
     addWire(app, arguments, words);
     try {
         app.parse(reversedWords(count, argv));

@@ -17,7 +17,7 @@ constexpr int noDaemon = 2; ///< the daemon could not be reached, or did not ans
 constexpr int usage = 64;   ///< the command line makes no sense; as in sysexits
 } // namespace exitStatus
 
-enum class Command { Top, Processes, Version, Ping, Status, Uptime, Sensors, Fans, History, Call, Watch };
+enum class Command { Top, Processes, Version, Ping, Status, Uptime, Sensors, Fans, History, Battery, Call, Watch };
 enum class ColourChoice { Auto, Always, Never };
 
 /// The command line, understood and checked.
@@ -34,7 +34,7 @@ struct Arguments {
     std::size_t refreshes = 0; ///< stop after so many; 0: never
     double settle = 0.5;       ///< s after the first list before rates are real
 
-    bool history = false; ///< the boots before this one
+    bool history = false; ///< also what was before: boots, or the figures of a battery
     double days = 0;      ///< how far back; 0: all that is known
 
     bool watch = false;         ///< sensors again and again

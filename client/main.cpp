@@ -1,4 +1,5 @@
 #include "client/Arguments.h"
+#include "client/BatteryCommand.h"
 #include "client/Commands.h"
 #include "client/HistoryCommand.h"
 #include "client/Output.h"
@@ -52,6 +53,8 @@ int run(const Arguments& arguments)
             return runFans(session);
         case Command::History:
             return runHistory(session);
+        case Command::Battery:
+            return runBattery(session);
         case Command::Call:
             return runCall(session);
         case Command::Watch:

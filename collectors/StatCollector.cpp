@@ -115,6 +115,11 @@ void StatCollector::itemLoadedValues(StatCollectorItem& item)
     forEachDelegate([&](StatCollectorDelegate& delegate) { delegate.collectorLoadedValueForItem(*this, item); });
 }
 
+void StatCollector::tellChildrenChanged()
+{
+    forEachDelegate([this](StatCollectorDelegate& delegate) { delegate.collectorChildrenChanged(*this); });
+}
+
 void StatCollector::notifyUpdated()
 {
     const auto notify = [this] {

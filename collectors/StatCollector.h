@@ -276,6 +276,8 @@ protected:
     Context& context() const { return context_; }
     /// The items themselves, for subclasses that order or replace them.
     Items& mutableItems() { return items_; }
+    /// Tells the delegates that items came or went.
+    void tellChildrenChanged();
     /// A storage to write to, or null.
     SampleStorage* storage(StorageIndex index) { return sampleIndex_.find(index); }
 

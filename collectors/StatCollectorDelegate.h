@@ -27,6 +27,8 @@ public:
         static_cast<void>(collector);
         static_cast<void>(mode);
     }
+    /// Items came or went.
+    virtual void collectorChildrenChanged(StatCollector& collector) { static_cast<void>(collector); }
     virtual void collectorLoadedValueForItem(StatCollector& collector, StatCollectorItem& item)
     {
         static_cast<void>(collector);

@@ -6,10 +6,12 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
+#include "collectors/battery/BatteryStatCollectorMac.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/BatteryKeeper.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
@@ -133,9 +135,12 @@ int serve(Context& context)
     SensorsKeeper sensors(
         context, catalogue, [] { SensorSMCController::sharedSMC().openIfNeeded(); },
         SensorsStatCollectorMac::sharedSensorCollector);
+    BatteryKeeper battery(
+        context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     CollectorPorts ports;
     uptime.plugInto(ports);
     sensors.plugInto(ports);
+    battery.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     std::vector<std::unique_ptr<Listener>> listeners;
@@ -149,6 +154,7 @@ int serve(Context& context)
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     sensors.addTo(history);
+    battery.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {

@@ -4,6 +4,7 @@
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineInfo.h"
+#include "platform/host/PeripheralBatteries.h"
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
 #include "platform/host/ProcessSource.h"
@@ -32,6 +33,7 @@ struct Host {
     std::unique_ptr<SMCService> smc;
     std::unique_ptr<SensorServices> sensorServices;
     std::unique_ptr<SensorChannels> sensorChannels;
+    std::unique_ptr<PeripheralBatteries> peripherals;
 };
 
 } // namespace meridal

@@ -30,11 +30,12 @@ public:
     /// "BatteryHealthCondition", "Hardware Serial Number". What the system does not tell is left out.
     virtual std::vector<Dictionary> descriptions() = 0;
 
-    /// The internal battery as its own controller sees it: "ExternalConnected", "BatteryInstalled", "IsCharging",
-    /// "FullyCharged", "CurrentCapacity", "MaxCapacity", "DesignCapacity" (mAh), "CycleCount", "Voltage" (mV),
-    /// "Amperage" (mA, negative while discharging), "TimeRemaining" (min), "Temperature" (hundredths of a degree
-    /// Celsius), "ManufactureDate" (packed), "Serial", "BatteryData". Absent without one.
-    virtual std::optional<Dictionary> smartBattery() = 0;
+    /// The internal batteries as their own controllers see them, in the order in which descriptions() has them:
+    /// "ExternalConnected", "BatteryInstalled", "IsCharging", "FullyCharged", "CurrentCapacity", "MaxCapacity",
+    /// "DesignCapacity" (mAh), "CycleCount", "Voltage" (mV), "Amperage" (mA, negative while discharging),
+    /// "TimeRemaining" (min), "Temperature" (hundredths of a degree Celsius), "ManufactureDate" (packed), "Serial",
+    /// "BatteryData".
+    virtual std::vector<Dictionary> smartBatteries() = 0;
 
     /// Whether an external power adapter is connected. Absent when the system does not tell.
     virtual std::optional<bool> adapterConnected() = 0;

@@ -7,6 +7,7 @@
 #include "platform/linux/HwmonSensorServices.h"
 #include "platform/linux/HwmonSensors.h"
 #include "platform/linux/LinuxMachineInfo.h"
+#include "platform/linux/LinuxPeripheralBatteries.h"
 #include "platform/linux/LinuxSelfUsage.h"
 #include "platform/linux/LinuxUserRights.h"
 #include "platform/linux/LogindPowerMessages.h"
@@ -37,6 +38,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
     host->distributedNotifications = std::make_unique<BusNotifications>(bus);
+    host->peripherals = std::make_unique<LinuxPeripheralBatteries>(runtime, options.root, bus);
     host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
     auto sensors = std::make_shared<HwmonSensors>(runtime,

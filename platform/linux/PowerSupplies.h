@@ -3,6 +3,7 @@
 #include "platform/linux/RootFolder.h"
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,13 +11,19 @@
 
 namespace meridal {
 
-/// One entry of /sys/class/power_supply. Files are read when asked for; what the driver does not have is absent. The
-/// kernel's Documentation/ABI/testing/sysfs-class-power tells their meaning.
+/// One entry of /sys/class/power_supply, as it was at one moment: its "uevent" file holds all that the driver tells, read
+/// in one go; the attributes' own files are read for what that lacks. What the driver does not have is absent. The
+/// kernel's Documentation/ABI/testing/sysfs-class-power tells the meaning and the units, which are micro-units; drivers
+/// that are known to use others are put right.
 class PowerSupply {
 public:
     PowerSupply(const RootFolder& root, std::string name);
+    /// One that consists of its "uevent" alone.
+    PowerSupply(std::string name, std::string_view uevent);
 
     const std::string& name() const { return name_; }
+    /// The battery of something connected to the machine, such as a mouse, that is there and answers.
+    bool isPeripheralBattery() const { return type_ == "Battery" && ofDevice_ && present_ && figure("online") != 0; }
     bool isInternalBattery() const { return type_ == "Battery" && !ofDevice_ && present_; }
     bool isUPS() const { return type_ == "UPS" && !ofDevice_; }
     /// An adapter: mains, USB or wireless.
@@ -43,15 +50,27 @@ public:
     std::optional<double> minutesToFull() const;
 
 private:
+    void prepare();
+    std::optional<double> volts() const;
+    std::optional<double> charge(std::string_view name) const;
+    std::optional<double> energy(std::string_view name) const;
+    std::optional<double> current() const;
+    std::optional<double> power() const;
     std::optional<double> hoursOf(std::optional<double> charge, std::optional<double> energy) const;
 
-    const RootFolder& root_;
+    const RootFolder* root_ = nullptr;
     std::string name_;
+    std::map<std::string, std::string, std::less<>> attributes_; ///< of "uevent", by the names of their files
+    double chargeUnit_ = 1;                                      ///< µAh and µA in the driver's unit
+    double energyUnit_ = 1;                                      ///< µWh and µW in the driver's unit
     std::string type_;
     std::string status_;
     bool ofDevice_ = false; ///< powers something connected to the machine, such as a mouse
     bool present_ = true;   ///< false for an empty bay
 };
+
+/// The attributes of a supply's "uevent", by the names of their files: POWER_SUPPLY_CYCLE_COUNT is "cycle_count".
+std::map<std::string, std::string, std::less<>> supplyAttributes(std::string_view uevent);
 
 /// All supplies of this machine, by name.
 std::vector<PowerSupply> powerSupplies(const RootFolder& root);

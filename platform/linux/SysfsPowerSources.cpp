@@ -1,6 +1,6 @@
 #include "platform/linux/SysfsPowerSources.h"
 
-#include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace meridal {
@@ -15,12 +15,17 @@ void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
     }
 }
 
+/// Drivers may tell anything: what is beyond every real figure is left out.
 void putWhole(Dictionary& into, const char* key, const std::optional<double>& figure)
 {
-    if (figure) {
+    constexpr double largest = 1e12;
+    if (figure && std::abs(*figure) < largest) {
         into[key] = static_cast<std::int64_t>(*figure);
     }
 }
+
+/// Firmware that does not know says 0.
+std::optional<double> aboveZero(std::optional<double> figure) { return figure && *figure > 0 ? figure : std::nullopt; }
 
 std::optional<bool> externalPower(const std::vector<PowerSupply>& supplies)
 {
@@ -106,6 +111,30 @@ std::optional<std::int64_t> packedDate(const PowerSupply& supply)
         | (static_cast<std::int64_t>(*year) - 1980) << 9;
 }
 
+/// The entry of the battery's own controller.
+Dictionary describeController(const PowerSupply& supply, bool external)
+{
+    Dictionary battery{{"BatteryInstalled", true}, {"ExternalConnected", external},
+        {"IsCharging", supply.status() == "Charging"}, {"FullyCharged", supply.status() == "Full"}};
+    putWhole(battery, "CurrentCapacity", supply.milliampereHours("now"));
+    putWhole(battery, "MaxCapacity", aboveZero(supply.milliampereHours("full")));
+    putWhole(battery, "DesignCapacity", aboveZero(supply.milliampereHours("full_design")));
+    // Controllers that do not count report 0.
+    putWhole(battery, "CycleCount", aboveZero(supply.figure("cycle_count")));
+    putWhole(battery, "Voltage", supply.millivolts());
+    putWhole(battery, "Amperage", supply.milliamperes());
+    putWhole(battery, "TimeRemaining",
+        supply.status() == "Charging"          ? supply.minutesToFull()
+            : supply.status() == "Discharging" ? supply.minutesToEmpty()
+                                               : std::nullopt);
+    if (const auto tenths = supply.figure("temp")) { // tenths of a degree Celsius
+        putWhole(battery, "Temperature", *tenths * 10);
+    }
+    put(battery, "ManufactureDate", packedDate(supply));
+    put(battery, "Serial", supply.text("serial_number"));
+    return battery;
+}
+
 } // namespace
 
 class SysfsPowerSources::Entry final : public PowerSources::Observation {
@@ -145,36 +174,17 @@ std::vector<Dictionary> SysfsPowerSources::descriptions()
     return sources;
 }
 
-std::optional<Dictionary> SysfsPowerSources::smartBattery()
+std::vector<Dictionary> SysfsPowerSources::smartBatteries()
 {
     const std::vector<PowerSupply> supplies = powerSupplies(root_);
-    const auto found = std::find_if(
-        supplies.begin(), supplies.end(), [](const PowerSupply& supply) { return supply.isInternalBattery(); });
-    if (found == supplies.end()) {
-        return std::nullopt;
+    const bool battery = onBattery(supplies);
+    std::vector<Dictionary> batteries;
+    for (const PowerSupply& supply : supplies) {
+        if (supply.isInternalBattery()) {
+            batteries.push_back(describeController(supply, !battery));
+        }
     }
-    const PowerSupply& supply = *found;
-    Dictionary battery{{"BatteryInstalled", true}, {"ExternalConnected", !onBattery(supplies)},
-        {"IsCharging", supply.status() == "Charging"}, {"FullyCharged", supply.status() == "Full"}};
-    putWhole(battery, "CurrentCapacity", supply.milliampereHours("now"));
-    putWhole(battery, "MaxCapacity", supply.milliampereHours("full"));
-    putWhole(battery, "DesignCapacity", supply.milliampereHours("full_design"));
-    // Controllers that do not count report 0.
-    if (const auto cycles = supply.figure("cycle_count"); cycles && *cycles > 0) {
-        putWhole(battery, "CycleCount", cycles);
-    }
-    putWhole(battery, "Voltage", supply.millivolts());
-    putWhole(battery, "Amperage", supply.milliamperes());
-    putWhole(battery, "TimeRemaining",
-        supply.status() == "Charging"          ? supply.minutesToFull()
-            : supply.status() == "Discharging" ? supply.minutesToEmpty()
-                                               : std::nullopt);
-    if (const auto tenths = supply.figure("temp")) { // tenths of a degree Celsius
-        battery["Temperature"] = static_cast<std::int64_t>(*tenths * 10);
-    }
-    put(battery, "ManufactureDate", packedDate(supply));
-    put(battery, "Serial", supply.text("serial_number"));
-    return battery;
+    return batteries;
 }
 
 std::optional<bool> SysfsPowerSources::adapterConnected() { return externalPower(powerSupplies(root_)); }

@@ -21,7 +21,7 @@ public:
     SysfsPowerSources(Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations);
 
     std::vector<Dictionary> descriptions() override;
-    std::optional<Dictionary> smartBattery() override;
+    std::vector<Dictionary> smartBatteries() override;
     std::optional<bool> adapterConnected() override;
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 

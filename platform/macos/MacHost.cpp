@@ -5,6 +5,7 @@
 #include "platform/macos/HIDSensorServices.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
+#include "platform/macos/MacPeripheralBatteries.h"
 #include "platform/macos/MacPowerMessages.h"
 #include "platform/macos/MacPowerSources.h"
 #include "platform/macos/MacSelfUsage.h"
@@ -28,6 +29,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->smc = std::make_unique<AppleSMCService>();
     host->sensorServices = std::make_unique<HIDSensorServices>();
     host->sensorChannels = std::make_unique<NoSensorChannels>();
+    host->peripherals = std::make_unique<MacPeripheralBatteries>();
     return host;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/macos/MacPowerSources.h"
 
+#include "platform/PowerEntries.h"
 #include "platform/macos/CFRef.h"
 #include "platform/macos/CFValue.h"
 #include "platform/macos/ServiceEntry.h"
@@ -73,22 +74,19 @@ std::vector<Dictionary> MacPowerSources::descriptions()
         // Owned by the snapshot.
         Value source = valueOf(IOPSGetPowerSourceDescription(snapshot.get(), CFArrayGetValueAtIndex(list.get(), i)));
         if (source.is_object()) {
-            sources.push_back(std::move(source));
+            sources.push_back(percentDescription(std::move(source)));
         }
     }
     return sources;
 }
 
-std::optional<Dictionary> MacPowerSources::smartBattery()
+std::vector<Dictionary> MacPowerSources::smartBatteries()
 {
     Value battery = valueOf(ServiceEntry("AppleSmartBattery").properties().get());
     if (!battery.is_object()) {
-        return std::nullopt;
+        return {};
     }
-    if (const auto real = integer(battery, "AppleRawMaxCapacity"); real && *real > 0) {
-        battery["MaxCapacity"] = *real;
-    }
-    return battery;
+    return {milliampereSmartBattery(std::move(battery))};
 }
 
 std::optional<bool> MacPowerSources::adapterConnected()

@@ -8,8 +8,8 @@ namespace meridal {
 class MacPowerSources final : public PowerSources {
 public:
     std::vector<Dictionary> descriptions() override;
-    /// As the driver has it, but "MaxCapacity" is always in mAh: on Apple silicon the driver's own is a percentage.
-    std::optional<Dictionary> smartBattery() override;
+    /// As the driver has it, but with capacities always in mAh. There is one at most.
+    std::vector<Dictionary> smartBatteries() override;
     std::optional<bool> adapterConnected() override;
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 };

@@ -31,7 +31,15 @@ struct Supplies {
         EXPECT_EQ(all.size(), 1U);
         return all.empty() ? Dictionary() : all[0];
     }
-    std::optional<Dictionary> battery() const { return SysfsPowerSources(runtime, tree.root(), limits).smartBattery(); }
+    std::vector<Dictionary> batteries() const
+    {
+        return SysfsPowerSources(runtime, tree.root(), limits).smartBatteries();
+    }
+    std::optional<Dictionary> battery() const
+    {
+        const auto all = batteries();
+        return all.empty() ? std::nullopt : std::optional(all[0]);
+    }
     std::optional<bool> adapter() const { return SysfsPowerSources(runtime, tree.root(), limits).adapterConnected(); }
 
     test::TemporaryTree tree;

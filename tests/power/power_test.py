@@ -6,6 +6,7 @@ told, supplies that come and go.
 
 Nothing here sleeps: every wait is for an event with a generous deadline.
 """
+import json
 import os
 import shutil
 import sqlite3
@@ -217,6 +218,72 @@ class PowerTest(unittest.TestCase):
         client.envelope(lambda e: e["type"] == "128")
         client.close()
         self.assertEqual(daemon.stop(), 0)
+
+    def test_a_laptop_is_unplugged(self):
+        try:
+            import gi
+            gi.require_version("UMockdev", "1.0")
+            from gi.repository import UMockdev
+        except (ImportError, ValueError):
+            self.skipTest("no umockdev")
+        if os.environ.get("LD_PRELOAD") != PRELOAD:
+            self.skipTest("no umockdev in this process")
+        self.start_bluez()
+        bed = UMockdev.Testbed.new()
+        adapter = bed.add_device("power_supply", "AC", None, ["type", "Mains", "online", "1"], [])
+        battery = bed.add_device("power_supply", "BAT0", None, [
+            "type", "Battery", "status", "Charging", "capacity", "50", "cycle_count", "123", "voltage_min_design", "11400000",
+            "voltage_now", "12000000", "power_now", "24000000", "energy_full_design", "57000000", "energy_full", "50160000",
+            "energy_now", "25080000", "model_name", "5B10W", "serial_number", "77"], [])
+        mouse = ["type", "Battery", "scope", "Device", "online", "1", "status", "Discharging", "capacity", "40", "model_name", "Mouse"]
+        bed.add_device("power_supply", "hidpp_battery_0", None, mouse, [])
+        os.environ["UMOCKDEV_DIR"] = bed.get_root_dir()  # which the bed sets behind Python's back
+        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        client.call("startRequestWithKey:interval:", 128, 1)
+        plugged = client.envelope(lambda e: e["type"] == "128")["battery"]
+        self.assertEqual((plugged["key"], plugged["source"]), ("5B10W 77", 1))
+        state = client.call("battery.state")
+        before = state["batteries"][0]
+        self.assertEqual((before["state"], before["cycles"], before["health"], before["power"]), (1, 123, 88, 24))
+        self.assertEqual([(p["name"], p["percentage"]) for p in state["peripherals"]], [("Ear phones", 65), ("Mouse", 40)])
+
+        bed.set_attribute(battery, "status", "Discharging")
+        bed.set_attribute(adapter, "online", "0")
+        for _ in range(2):  # the bed numbers them from 0, which libudev takes for no number
+            bed.uevent(adapter, "change")
+        unplugged = client.envelope(lambda e: e["type"] == "128" and e["battery"]["source"] == 0)["battery"]
+        self.assertGreaterEqual(unplugged["time"], plugged["time"])
+        until(lambda: client.call("battery.state")["batteries"][0]["state"] == 2, "the state")
+        sources = client.call("battery.history", {"figure": "source"})["rows"]
+        self.assertEqual([row["value"] for row in sources], [0, 1])
+
+        def shown(*words):
+            command = [os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "battery", *words]
+            return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+
+        self.assertIn("on battery", shown())
+        self.assertIn("88 %, 4400 of 5000 mAh", shown("--history"))
+        self.assertEqual(json.loads(shown("--json", "--history"))["history"]["cycles"][0]["value"], 123)
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+        self.assertEqual(self.rows("select uuid, health from battery_health", "battery-history.db"), [("5B10W 77", 88)])
+
+    def start_bluez(self):
+        """A BlueZ with an ear phone that is connected and one that is not."""
+        bluez = subprocess.Popen([sys.executable, "-m", "dbusmock", "--system", "--is-object-manager", "org.bluez", "/", "org.bluez.Mock"],
+                                 stdout=subprocess.DEVNULL)
+        self.children.append(bluez)
+        until(lambda: self.bus.name_has_owner("org.bluez"), "bluez")
+        mock = dbus.Interface(self.bus.get_object("org.bluez", "/"), "org.freedesktop.DBus.Mock")
+        for number, connected in ((1, True), (2, False)):
+            path = "/org/bluez/hci0/dev_%d" % number
+            mock.AddObject(path, "org.bluez.Device1", {
+                "Address": "AA:BB:CC:DD:EE:0%d" % number, "Alias": "Ear phones", "Icon": "audio-headset", "Paired": True,
+                "Connected": connected, "UUIDs": dbus.Array(["x"], signature="s")}, dbus.Array([], signature="(ssss)"))
+            device = dbus.Interface(self.bus.get_object("org.bluez", path), "org.freedesktop.DBus.Mock")
+            device.AddProperties("org.bluez.Battery1", {"Percentage": dbus.Byte(65)})
 
 
 if __name__ == "__main__":

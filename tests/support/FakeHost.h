@@ -167,7 +167,7 @@ private:
 class FakePowerSources final : public PowerSources {
 public:
     std::vector<Dictionary> descriptions() override { return sources; }
-    std::optional<Dictionary> smartBattery() override { return battery; }
+    std::vector<Dictionary> smartBatteries() override { return batteries; }
     std::optional<bool> adapterConnected() override { return adapter; }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override
     {
@@ -190,7 +190,7 @@ public:
     }
 
     std::vector<Dictionary> sources;
-    std::optional<Dictionary> battery;
+    std::vector<Dictionary> batteries;
     std::optional<bool> adapter;
     std::list<std::function<void()>> observers;
 
@@ -203,6 +203,34 @@ private:
         FakePowerSources& sources;
         std::list<std::function<void()>>::iterator entry;
     };
+};
+
+/// Mice, keyboards and headsets that a test describes. Bluetooth answers when the test says so, or at once.
+class FakePeripheralBatteries final : public PeripheralBatteries {
+public:
+    void bluetooth(Reply reply) override
+    {
+        ++asked;
+        if (slow) {
+            waiting.push_back(std::move(reply));
+        } else {
+            reply(wireless);
+        }
+    }
+    std::vector<PeripheralBattery> logitech() override { return receiver; }
+    /// Answers everybody who waits.
+    void answer()
+    {
+        for (const Reply& reply : std::exchange(waiting, {})) {
+            reply(wireless);
+        }
+    }
+
+    std::vector<PeripheralBattery> wireless;
+    std::vector<PeripheralBattery> receiver;
+    std::vector<Reply> waiting;
+    bool slow = false;
+    int asked = 0;
 };
 
 /// A whole machine under a test's thumb: virtual time, fake seams, files in a folder that goes with it.
@@ -220,6 +248,7 @@ struct FakeMachine {
         host.smc = std::make_unique<FakeSMCService>();
         host.sensorServices = std::make_unique<FakeSensorServices>();
         host.sensorChannels = std::make_unique<FakeSensorChannels>();
+        host.peripherals = std::make_unique<FakePeripheralBatteries>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
@@ -234,6 +263,7 @@ struct FakeMachine {
     FakeSMCService& smc() { return static_cast<FakeSMCService&>(*host.smc); }
     FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
     FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }
+    FakePeripheralBatteries& peripherals() { return static_cast<FakePeripheralBatteries&>(*host.peripherals); }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 
     TemporaryTree files;

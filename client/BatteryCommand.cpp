@@ -1,0 +1,109 @@
+#include "client/BatteryCommand.h"
+
+#include "client/BatteryView.h"
+#include "client/Format.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <string>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr std::size_t usualRows = 20;
+constexpr std::size_t longestPage = 500; // the daemon's own limit
+constexpr double day = 86'400;           // s
+constexpr std::array<const char*, 2> figures = {"health", "cycles"};
+
+double wallTime() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
+
+/// Asks for the state, then page after page of each figure's history until there are as many rows as wanted.
+class BatteryQuery {
+public:
+    explicit BatteryQuery(Session& session) : session_(session)
+    {
+        const Arguments& arguments = session.arguments();
+        wanted_ = arguments.rows > 0 ? arguments.rows : usualRows;
+    }
+
+    void ask()
+    {
+        session_.call("battery.state", Value::array(), [this](const Value& state) {
+            const Value* batteries = find(state, "batteries");
+            if (!batteries || !batteries->is_array()) {
+                return session_.fail(
+                    exitStatus::refused, "the daemon's answer tells no batteries: " + terminalJson(state));
+            }
+            state_ = state;
+            session_.arguments().history ? askHistory() : report();
+        });
+    }
+
+private:
+    void askHistory()
+    {
+        if (figure_ == figures.size()) {
+            state_["history"] = std::move(history_);
+            return report();
+        }
+        rows_ = Value::array();
+        parameters_ = {{"figure", figures[figure_]}};
+        if (session_.arguments().days > 0) {
+            parameters_["from"] = wallTime() - session_.arguments().days * day;
+        }
+        askPage();
+    }
+
+    void askPage()
+    {
+        parameters_["limit"] = std::min(wanted_ - rows_.size(), longestPage);
+        session_.call("battery.history", Value::array({parameters_}), [this](const Value& page) { take(page); });
+    }
+
+    void take(const Value& page)
+    {
+        const Value* rows = find(page, "rows");
+        if (!rows || !rows->is_array()) {
+            return session_.fail(exitStatus::refused, "the daemon's answer tells no history: " + terminalJson(page));
+        }
+        rows_.insert(rows_.end(), rows->begin(), rows->end());
+        const Value* more = find(page, "more");
+        const auto last = rows->empty() ? std::nullopt : integer(rows->back(), "row");
+        if (more && *more == true && rows_.size() < wanted_ && last) {
+            parameters_["before"] = *last;
+            return askPage();
+        }
+        history_[figures[figure_++]] = std::move(rows_);
+        askHistory();
+    }
+
+    void report()
+    {
+        const bool printed = session_.arguments().json ? session_.print(terminalJson(state_) + '\n')
+                                                       : session_.print(batteryLines(state_));
+        if (printed) {
+            session_.finish(exitStatus::success);
+        }
+    }
+
+    Session& session_;
+    std::size_t wanted_ = 0;
+    std::size_t figure_ = 0;
+    Value state_;
+    Value parameters_;
+    Value rows_;
+    Value history_ = Value::object();
+};
+
+} // namespace
+
+int runBattery(Session& session)
+{
+    BatteryQuery query(session);
+    return session.run([&query] { query.ask(); });
+}
+
+} // namespace meridal

@@ -1,0 +1,276 @@
+#include "client/BatteryView.h"
+
+#include "base/Text.h"
+#include "client/Format.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <ctime>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr int labelColumns = 13;
+constexpr int dayColumns = 12;
+constexpr int valueColumns = 8;
+constexpr int nameColumns = 30;
+constexpr int barColumns = 40;
+constexpr double lowCharge = 20;      // %
+constexpr double criticalCharge = 10; // %
+constexpr double wornHealth = 80;     // %, below which makers speak of service
+constexpr int internalBattery = 0;
+constexpr int draining = 2;
+
+void addSubject(Lines& lines, std::string_view label, Line words)
+{
+    words.insert(words.begin(), {Style::Title, fitLeft(label, labelColumns)});
+    lines.push_back(std::move(words));
+}
+
+std::string formatDay(double time)
+{
+    const auto seconds = static_cast<std::time_t>(std::floor(std::clamp(time, -1e11, 1e11)));
+    std::tm parts{};
+    std::array<char, 32> text{};
+    if (!::localtime_r(&seconds, &parts) || std::strftime(text.data(), text.size(), "%Y-%m-%d", &parts) == 0) {
+        return "-";
+    }
+    return text.data();
+}
+
+/// A day that has no time zone.
+std::string formatMadeOn(double time)
+{
+    const auto seconds = static_cast<std::time_t>(std::floor(std::clamp(time, -1e11, 1e11)));
+    std::tm parts{};
+    std::array<char, 32> text{};
+    if (!::gmtime_r(&seconds, &parts) || std::strftime(text.data(), text.size(), "%Y-%m-%d", &parts) == 0) {
+        return "-";
+    }
+    return text.data();
+}
+
+std::string percentText(double percent) { return fmt::format("{:.4g} %", std::round(percent * 10) / 10); }
+
+Style styleOfCharge(double percent, std::int64_t state)
+{
+    return state != draining || percent > lowCharge ? Style::Plain
+        : percent > criticalCharge                  ? Style::Medium
+                                                    : Style::Warning;
+}
+
+std::string_view stateWords(std::int64_t state)
+{
+    switch (state) {
+    case 0:
+        return "charged";
+    case 1:
+        return "charging";
+    case draining:
+        return "on battery";
+    case 3:
+        return "on AC power, not charging";
+    case 5:
+        return "on AC power, charging held back to spare the battery";
+    default:
+        return "state not known";
+    }
+}
+
+Span conditionSpan(std::int64_t condition)
+{
+    switch (condition) {
+    case 1:
+        return {Style::Warning, "poor"};
+    case 2:
+        return {Style::Medium, "fair"};
+    case 3:
+        return {Style::Plain, "good"};
+    case 4:
+        return {Style::Warning, "needs a check"};
+    case 5:
+        return {Style::Warning, "failed for good"};
+    default:
+        return {Style::Plain, "not known"};
+    }
+}
+
+void addCharge(Lines& lines, const Value& battery, std::int64_t state)
+{
+    const auto percent = number(battery, "percentage");
+    Line words;
+    if (percent) {
+        words.push_back({styleOfCharge(*percent, state), percentText(*percent) + ", "});
+    }
+    words.push_back({Style::Plain, std::string(stateWords(state))});
+    addSubject(lines, "charge", std::move(words));
+    const auto minutes = number(battery, "time");
+    if (minutes && *minutes >= 0 && (state == draining || state == 1)) {
+        const std::string left = formatDuration(*minutes * 60);
+        addSubject(lines, state == draining ? "time left" : "full in", {{Style::Plain, left}});
+    } else if (minutes == -1 && (state == draining || state == 1)) {
+        addSubject(lines, state == draining ? "time left" : "full in", {{Style::Faint, "not known yet"}});
+    }
+}
+
+void addPower(Lines& lines, const Value& battery)
+{
+    std::string words;
+    const auto add = [&words](const std::string& part) { words += (words.empty() ? "" : ", ") + part; };
+    if (const auto power = number(battery, "power")) {
+        add(fmt::format("{:.2f} W{}", std::abs(*power), *power < 0 ? " drawn" : *power > 0 ? " put in" : ""));
+    }
+    if (const auto millivolts = number(battery, "voltage")) {
+        add(fmt::format("{:.2f} V", *millivolts / 1000));
+    }
+    if (const auto milliamperes = number(battery, "amperage")) {
+        add(fmt::format("{:.0f} mA", std::abs(*milliamperes)));
+    }
+    if (!words.empty()) {
+        addSubject(lines, "power", {{Style::Plain, words}});
+    }
+}
+
+void addHealth(Lines& lines, const Value& battery)
+{
+    const auto health = number(battery, "health");
+    const auto maximum = number(battery, "maximumCapacity");
+    const auto design = number(battery, "designCapacity");
+    if (health) {
+        Line words = {{*health < wornHealth ? Style::Medium : Style::Plain, percentText(*health)}};
+        if (maximum && design) {
+            words.push_back({Style::Plain, fmt::format(", {:.0f} of {:.0f} mAh", *maximum, *design)});
+        }
+        addSubject(lines, "health", std::move(words));
+    }
+    if (const auto cycles = integer(battery, "cycles")) {
+        addSubject(lines, "cycles", {{Style::Plain, std::to_string(*cycles)}});
+    }
+    if (const auto condition = integer(battery, "condition")) {
+        addSubject(lines, "condition", {conditionSpan(*condition)});
+    }
+    if (const auto made = number(battery, "manufactureTime")) {
+        addSubject(lines, "made on", {{Style::Plain, formatMadeOn(*made)}});
+    }
+}
+
+void addSource(Lines& lines, const Value& battery)
+{
+    const auto source = integer(battery, "source").value_or(-1);
+    if (source < 0) {
+        return;
+    }
+    std::string words = source == 0 ? "battery" : "AC power";
+    if (const auto awake = number(battery, "awakeOnSource")) {
+        words += " for " + formatDuration(*awake) + ", not counting sleep";
+    }
+    addSubject(lines, "source", {{Style::Plain, words}});
+}
+
+void addBattery(Lines& lines, const Value& battery, bool several)
+{
+    const bool own = integer(battery, "type") == internalBattery;
+    const std::string key = printable(text(battery, "key").value_or(""));
+    const std::string name = printable(text(battery, "name").value_or("?"));
+    if (!lines.empty()) {
+        lines.push_back({});
+    }
+    if (several || !own) {
+        lines.push_back({{Style::Heading, own && !key.empty() ? name + " " + key : name}});
+    }
+    const auto state = integer(battery, "state").value_or(-1);
+    addCharge(lines, battery, state);
+    addPower(lines, battery);
+    addHealth(lines, battery);
+    addSource(lines, battery);
+}
+
+void addPeripherals(Lines& lines, const Value& peripherals)
+{
+    if (!lines.empty()) {
+        lines.push_back({});
+    }
+    lines.push_back({{Style::Heading, "Connected devices"}});
+    for (const Value& device : peripherals) {
+        const auto percent = number(device, "percentage");
+        const std::string level = printable(text(device, "level").value_or("-"));
+        const auto state = integer(device, "state").value_or(-1);
+        lines.push_back({{Style::Plain, fitLeft(printable(text(device, "name").value_or("?")), nameColumns)},
+            {percent ? styleOfCharge(*percent, state) : Style::Plain, percent ? percentText(*percent) : level},
+            {Style::Plain, state == 1 ? ", charging" : ""}});
+    }
+}
+
+/// One row a change, with a bar of its share of `largest`. Several batteries are named.
+void addRecorded(Lines& lines, std::string_view title, std::string_view unit, const Value& rows, double largest)
+{
+    std::set<std::string> keys;
+    for (const Value& row : rows) {
+        keys.insert(text(row, "key").value_or(""));
+        largest = std::max(largest, number(row, "value").value_or(0));
+    }
+    lines.push_back({});
+    lines.push_back({{Style::Heading, std::string(title)}});
+    for (const Value& row : rows) {
+        const double value = number(row, "value").value_or(0);
+        const auto time = number(row, "time");
+        std::string bar;
+        const int length = largest > 0 ? static_cast<int>(std::round(std::max(0.0, value) / largest * barColumns)) : 0;
+        for (int i = 0; i < length; ++i) {
+            bar += "█";
+        }
+        const std::string name = keys.size() > 1 ? printable(text(row, "key").value_or("")) : std::string();
+        lines.push_back({{Style::Plain,
+                             fitLeft(time ? formatDay(*time) : "-", dayColumns)
+                                 + fitRight(fmt::format("{:.0f}{}", value, unit), valueColumns) + "  "},
+            {Style::Medium, fitLeft(bar, barColumns)}, {Style::Faint, name.empty() ? "" : "  " + name}});
+    }
+    if (rows.empty()) {
+        lines.push_back({{Style::Faint, "nothing recorded yet"}});
+    }
+}
+
+bool hasRows(const Value* list) { return list && list->is_array() && !list->empty(); }
+
+} // namespace
+
+Lines batteryLines(const Value& answer)
+{
+    Lines lines;
+    const Value* batteries = find(answer, "batteries");
+    const Value* peripherals = find(answer, "peripherals");
+    const Value* history = find(answer, "history");
+    if (hasRows(batteries)) {
+        for (const Value& battery : *batteries) {
+            addBattery(lines, battery, batteries->size() > 1);
+        }
+    } else {
+        lines.push_back({{Style::Plain, "This machine has no battery."}});
+    }
+    if (hasRows(peripherals)) {
+        addPeripherals(lines, *peripherals);
+    }
+    const Value* health = history ? find(*history, "health") : nullptr;
+    const Value* cycles = history ? find(*history, "cycles") : nullptr;
+    // A machine that has no battery and never had one stays with its one line.
+    if (hasRows(batteries) || hasRows(health) || hasRows(cycles)) {
+        if (health && health->is_array()) {
+            addRecorded(lines, "Health", " %", *health, 100);
+        }
+        if (cycles && cycles->is_array()) {
+            addRecorded(lines, "Cycles", "", *cycles, 0);
+        }
+    }
+    return lines;
+}
+
+} // namespace meridal

@@ -1,0 +1,188 @@
+#include "collectors/battery/BatteryStatCollector.h"
+
+#include "base/Runtime.h"
+#include "database/HistoryDatabaseController.h"
+#include "platform/Context.h"
+
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace meridal {
+
+namespace {
+
+using Recorded = BatteryStatCollectorItem::Recorded;
+
+const std::array<TableSchema, 3> tables = {{
+    {.table = "battery_cycles",
+        .create = "create table %@ (time double NOT NULL, uuid varchar(100) NOT NULL, cycles int NOT NULL)"},
+    {.table = "battery_health",
+        .create = "create table %@ (time double NOT NULL, uuid varchar(100) NOT NULL, health int NOT NULL)"},
+    {.table = "battery_sources",
+        .create = "create table %@ (time double NOT NULL, uuid varchar(100) NOT NULL, source int NOT NULL)"},
+}};
+
+/// Health is kept in whole percent. A figure at the edge of two would be written again and again without a gap between
+/// the way up and the way down.
+constexpr double healthStep = 0.55;
+
+/// The newest row of a battery, or nothing; a failure where the file cannot be read.
+Result<std::optional<Dictionary>> newestRow(SQLiteConnection& connection, std::string_view query, const SqlValue& key)
+{
+    auto rows = connection.rows(query, {&key, 1});
+    if (!rows) {
+        return unexpected(rows.error().code, rows.error().message);
+    }
+    return rows->empty() ? std::optional<Dictionary>() : std::optional(std::move(rows->front()));
+}
+
+/// What the tables hold of a battery. Absent when they cannot be read.
+std::optional<Recorded> readRecorded(SQLiteConnection& connection, const std::string& uuid)
+{
+    const SqlValue key = uuid;
+    const auto cycles =
+        newestRow(connection, "SELECT * FROM battery_cycles WHERE uuid = ? ORDER BY time DESC LIMIT 1", key);
+    const auto health =
+        newestRow(connection, "SELECT * FROM battery_health WHERE uuid = ? ORDER BY time DESC LIMIT 1", key);
+    const auto source =
+        newestRow(connection, "SELECT * FROM battery_sources WHERE uuid = ? ORDER BY time DESC LIMIT 1", key);
+    if (!cycles || !health || !source) {
+        return std::nullopt;
+    }
+    Recorded found{.phase = Recorded::Phase::Known};
+    found.cycles = *cycles ? integer(**cycles, "cycles") : std::nullopt;
+    found.health = *health ? number(**health, "health") : std::nullopt;
+    found.source = *source ? integer(**source, "source") : std::nullopt;
+    return found;
+}
+
+} // namespace
+
+BatteryStatCollector::BatteryStatCollector(Context& context)
+    : StatCollector(context, {.description = "BatteryStatCollector"})
+{
+    setDbTablePrefix("battery");
+    setDbpath((context.paths.support / "battery-history.db").string());
+}
+
+std::shared_ptr<HistoryDatabaseItem> BatteryStatCollector::database() const
+{
+    return context().databases && databaseEnabled() ? context().databases->databaseWithPath(dbpath()) : nullptr;
+}
+
+bool BatteryStatCollector::prepareDatabase()
+{
+    if (preparedDatabase()) {
+        return false;
+    }
+    const bool migrated = StatCollector::prepareDatabase();
+    if (const auto file = database()) {
+        for (const TableSchema& table : tables) {
+            file->declareTable(table);
+        }
+    }
+    return migrated;
+}
+
+void BatteryStatCollector::readHistory(
+    const BatteryQuestion& question, std::function<void(std::optional<BatteryAnswer>)> reply)
+{
+    Queue& mainQueue = context().runtime.mainQueue();
+    const auto file = database();
+    if (!file) {
+        mainQueue.post([reply = std::move(reply)] { reply(std::nullopt); });
+        return;
+    }
+    file->queryDatabaseAsync([question, reply = std::move(reply), &mainQueue](SQLiteConnection& connection) {
+        mainQueue.post([reply, answer = readBatteryHistory(connection, question)] { reply(answer); });
+    });
+}
+
+void BatteryStatCollector::recordChanges()
+{
+    for (const auto& each : items()) {
+        const auto item = std::static_pointer_cast<BatteryStatCollectorItem>(each);
+        if (item->isPeripheral() || !item->key()) {
+            continue;
+        }
+        switch (item->recorded().phase) {
+        case Recorded::Phase::NotAsked:
+            loadRecorded(item);
+            break;
+        case Recorded::Phase::Asked:
+            break;
+        case Recorded::Phase::Known:
+            recordChanges(*item);
+            break;
+        }
+    }
+}
+
+void BatteryStatCollector::loadRecorded(const ItemPointer& item)
+{
+    const auto file = database();
+    if (!file) {
+        return;
+    }
+    item->recorded().phase = Recorded::Phase::Asked;
+    auto take = lifetime_.guard([this, weak = std::weak_ptr(item)](const std::optional<Recorded>& found) {
+        if (const auto living = weak.lock()) {
+            takeRecorded(*living, found);
+        }
+    });
+    file->queryDatabaseAsync(
+        [key = *item->key(), take, &main = context().runtime.mainQueue()](SQLiteConnection& connection) {
+            main.post([take, found = readRecorded(connection, key)]() mutable { take(found); });
+        });
+}
+
+void BatteryStatCollector::takeRecorded(BatteryStatCollectorItem& item, const std::optional<Recorded>& found)
+{
+    if (!found) {
+        item.recorded().phase = Recorded::Phase::NotAsked; // the next update asks again
+        return;
+    }
+    item.recorded() = *found;
+    recordChanges(item);
+}
+
+void BatteryStatCollector::recordChanges(BatteryStatCollectorItem& item)
+{
+    const auto file = database();
+    if (!file) {
+        return;
+    }
+    Recorded& recorded = item.recorded();
+    const double now = context().runtime.wallTime();
+    bool any = false;
+    const auto insert = [&](const char* table, const char* format, std::int64_t value) {
+        file->addItem({.table = table, .format = format, .args = {now, *item.key(), value}});
+        any = true;
+    };
+    if (item.cycles() && item.cycles() != recorded.cycles) {
+        insert("battery_cycles", "insert into %@ (time, uuid, cycles) values (?, ?, ?)", *item.cycles());
+        recorded.cycles = item.cycles();
+    }
+    if (item.health() && (!recorded.health || std::abs(*item.health() - *recorded.health) > healthStep)) {
+        const double whole = std::round(*item.health());
+        if (whole != recorded.health) {
+            insert("battery_health", "insert into %@ (time, uuid, health) values (?, ?, ?)",
+                static_cast<std::int64_t>(whole));
+            recorded.health = whole;
+        }
+    }
+    const auto source = static_cast<std::int64_t>(item.source());
+    if (source != recorded.source.value_or(static_cast<std::int64_t>(BatterySource::Unknown))) {
+        insert("battery_sources", "insert into %@ (time, uuid, source) values (?, ?, ?)", source);
+        recorded.source = source;
+    }
+    if (any) {
+        file->commit();
+    }
+}
+
+} // namespace meridal

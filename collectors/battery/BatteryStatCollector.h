@@ -1,0 +1,41 @@
+#pragma once
+
+#include "base/Lifetime.h"
+#include "collectors/StatCollector.h"
+#include "collectors/battery/BatteryHistory.h"
+#include "collectors/battery/BatteryStatCollectorItem.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace meridal {
+
+/// The batteries of this machine and of what is connected to it. It has no sample series: what it keeps is when the
+/// cycle count, the health and the source of a battery changed, in three tables of its own.
+class BatteryStatCollector : public StatCollector {
+public:
+    explicit BatteryStatCollector(Context& context);
+
+    /// Makes sure of the tables. Waits for nothing.
+    bool prepareDatabase() override;
+
+    /// Reads a page of the history; the answer comes on the main queue, nothing when the file cannot be read.
+    void readHistory(const BatteryQuestion& question, std::function<void(std::optional<BatteryAnswer>)> reply);
+
+protected:
+    /// Records what differs from what the files hold, of all power sources. What they hold is asked for first, and
+    /// what changes until that is known is recorded then.
+    void recordChanges();
+
+private:
+    using ItemPointer = std::shared_ptr<BatteryStatCollectorItem>;
+    std::shared_ptr<HistoryDatabaseItem> database() const;
+    void loadRecorded(const ItemPointer& item);
+    void takeRecorded(BatteryStatCollectorItem& item, const std::optional<BatteryStatCollectorItem::Recorded>& found);
+    void recordChanges(BatteryStatCollectorItem& item);
+
+    Lifetime lifetime_;
+};
+
+} // namespace meridal

@@ -1,0 +1,225 @@
+#include "collectors/battery/BatteryStatCollectorMac.h"
+
+#include "base/Runtime.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+std::unique_ptr<BatteryStatCollectorMac>& sharedInstance()
+{
+    // Never destroyed: at exit the context may go first.
+    static auto& instance = *new std::unique_ptr<BatteryStatCollectorMac>;
+    return instance;
+}
+
+bool isFalse(const Dictionary& entry, std::string_view key)
+{
+    const Value* found = find(entry, key);
+    return found && *found == false;
+}
+
+bool isUPS(const Dictionary& description)
+{
+    const auto type = text(description, "Type");
+    return type ? type == "UPS" : text(description, "Transport Type").value_or("Internal") != "Internal";
+}
+
+} // namespace
+
+BatteryStatCollectorMac::BatteryStatCollectorMac(Context& context) : BatteryStatCollector(context) { }
+
+BatteryStatCollectorMac& BatteryStatCollectorMac::sharedBatteryCollector()
+{
+    auto& instance = sharedInstance();
+    if (!instance) {
+        instance = std::make_unique<BatteryStatCollectorMac>(Context::shared());
+    }
+    return *instance;
+}
+
+void BatteryStatCollectorMac::cleanupShared()
+{
+    auto& instance = sharedInstance();
+    if (instance) {
+        instance->cleanup();
+        instance.reset();
+    }
+}
+
+std::shared_ptr<StatCollectorItem> BatteryStatCollectorMac::makeItem()
+{
+    return std::make_shared<BatteryStatCollectorItemMac>(context());
+}
+
+BatteryStatCollectorMac::ItemPointer BatteryStatCollectorMac::item(const std::string& key)
+{
+    return std::static_pointer_cast<BatteryStatCollectorItemMac>(newItemWithKey(key));
+}
+
+void BatteryStatCollectorMac::updateStats()
+{
+    itemsBefore_ = items().size();
+    for (const auto& each : items()) {
+        const auto battery = std::static_pointer_cast<BatteryStatCollectorItemMac>(each);
+        battery->setExists(battery->isPeripheral()); // those are settled when their answer comes
+    }
+    batteriesIOPS();
+    batteriesSmart();
+    finishUpdate();
+    if (!disableAllBluetooth_) {
+        updatePeripherals();
+    }
+}
+
+void BatteryStatCollectorMac::finishUpdate()
+{
+    const std::size_t found = items().size();
+    const bool removed = removeOldItems();
+    sort();
+    recordChanges();
+    if (removed || found != itemsBefore_) {
+        setChildrenChanged(true);
+        tellChildrenChanged();
+    }
+    if (updaterFinishBlock()) {
+        updaterFinishBlock()(*this);
+    }
+}
+
+// Power sources
+
+void BatteryStatCollectorMac::batteriesIOPS()
+{
+    internal_.clear();
+    serials_.clear();
+    keys_.clear();
+    for (const Dictionary& description : context().host.powerSources->descriptions()) {
+        if (isFalse(description, "Is Present")) {
+            continue;
+        }
+        const bool ups = isUPS(description);
+        const std::string serial = text(description, "Hardware Serial Number").value_or("");
+        const std::string name = text(description, "Name").value_or(ups ? "UPS" : "InternalBattery");
+        const auto battery = item(freeKey(name, serial));
+        battery->setType(ups ? BatteryType::UPS : BatteryType::Internal);
+        battery->setExists(true);
+        battery->processIOPS(description);
+        if (!ups) {
+            internal_.push_back(battery);
+            serials_.push_back(serial);
+        }
+    }
+}
+
+void BatteryStatCollectorMac::batteriesSmart()
+{
+    std::size_t place = 0;
+    for (const Dictionary& entry : context().host.powerSources->smartBatteries()) {
+        if (isFalse(entry, "BatteryInstalled")) {
+            continue;
+        }
+        const std::string serial = text(entry, "Serial").value_or("");
+        if (place >= internal_.size()) {
+            // A controller without a description, as some systems have while they start.
+            const auto battery = item(freeKey("InternalBattery", serial));
+            battery->setExists(true);
+            battery->processSmart(entry);
+        } else if (serial.empty() || serials_[place].empty() || serial == serials_[place]) {
+            internal_[place]->processSmart(entry);
+        } // else one was exchanged between the two readings: the next update sees both
+        ++place;
+    }
+}
+
+/// A key that is the same whenever the same battery is there: name and serial number. Makers that give every pack one
+/// serial number get a number of their own in this update.
+std::string BatteryStatCollectorMac::freeKey(const std::string& name, const std::string& serial)
+{
+    const std::string key = serial.empty() ? name : name + ' ' + serial;
+    std::string free = key;
+    for (int number = 2; keys_.count(free) != 0; ++number) {
+        free = key + " #" + std::to_string(number);
+    }
+    keys_.insert(free);
+    return free;
+}
+
+BatteryStatCollectorMac::ItemPointer BatteryStatCollectorMac::lastOfType(BatteryType type) const
+{
+    ItemPointer last;
+    for (const auto& each : items()) {
+        const auto battery = std::static_pointer_cast<BatteryStatCollectorItemMac>(each);
+        last = battery->type() == type ? battery : last;
+    }
+    return last;
+}
+
+BatteryStatCollectorMac::ItemPointer BatteryStatCollectorMac::internalBattery() const
+{
+    return lastOfType(BatteryType::Internal);
+}
+
+BatteryStatCollectorMac::ItemPointer BatteryStatCollectorMac::primaryBattery() const
+{
+    const auto own = internalBattery();
+    return own ? own : lastOfType(BatteryType::UPS);
+}
+
+// Peripherals
+
+void BatteryStatCollectorMac::updatePeripherals()
+{
+    const double now = context().runtime.monotonicTime();
+    if (peripheralsAsked_ || (lastBluetoothTime_ && now - *lastBluetoothTime_ < peripheralInterval)) {
+        return;
+    }
+    lastBluetoothTime_ = now;
+    updateBluetooth();
+}
+
+void BatteryStatCollectorMac::updateBluetooth()
+{
+    peripheralsAsked_ = true;
+    context().host.peripherals->bluetooth(lifetime_.guard([this](const std::vector<PeripheralBattery>& found) {
+        itemsBefore_ = items().size();
+        for (const auto& each : items()) {
+            const auto battery = std::static_pointer_cast<BatteryStatCollectorItemMac>(each);
+            battery->setExists(!battery->isPeripheral());
+        }
+        fetchBluetoothItems(found);
+        updateLogitech();
+        finishUpdate();
+        peripheralsAsked_ = false;
+        for (const Task& task : std::exchange(waiting_, {})) {
+            task();
+        }
+    }));
+}
+
+void BatteryStatCollectorMac::updateLogitech() { fetchBluetoothItems(context().host.peripherals->logitech()); }
+
+void BatteryStatCollectorMac::fetchBluetoothItems(const std::vector<PeripheralBattery>& found)
+{
+    for (const PeripheralBattery& peripheral : found) {
+        const auto battery = item("peripheral " + peripheral.key);
+        battery->setExists(true);
+        battery->processPeripheral(peripheral);
+    }
+}
+
+void BatteryStatCollectorMac::whenPeripheralsKnown(Task task)
+{
+    if (peripheralsAsked_) {
+        waiting_.push_back(std::move(task));
+    } else {
+        task();
+    }
+}
+
+} // namespace meridal

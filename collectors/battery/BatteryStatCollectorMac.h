@@ -1,0 +1,70 @@
+#pragma once
+
+#include "base/Lifetime.h"
+#include "collectors/battery/BatteryStatCollector.h"
+#include "collectors/battery/BatteryStatCollectorItemMac.h"
+#include "platform/host/PeripheralBatteries.h"
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace meridal {
+
+/// The battery collector of both hosts: reads PowerSources, and PeripheralBatteries where that is allowed.
+class BatteryStatCollectorMac final : public BatteryStatCollector {
+public:
+    using ItemPointer = std::shared_ptr<BatteryStatCollectorItemMac>;
+
+    explicit BatteryStatCollectorMac(Context& context);
+
+    /// The process-wide instance, on Context::shared(). Made anew after cleanupShared().
+    static BatteryStatCollectorMac& sharedBatteryCollector();
+    static void cleanupShared();
+
+    /// Reads all power sources, and starts to read the peripherals when it is time for them. Sources that are gone are
+    /// dropped; delegates are told when any came or went.
+    void updateStats() override;
+    /// The machine's own battery; null without one. Of several, the last.
+    ItemPointer internalBattery() const;
+    /// What speaks for the machine: its own battery, else its UPS; null without either.
+    ItemPointer primaryBattery() const;
+
+    /// Set, no peripheral is asked anything.
+    bool disableAllBluetooth() const { return disableAllBluetooth_; }
+    void setDisableAllBluetooth(bool disable) { disableAllBluetooth_ = disable; }
+    /// When peripherals were last asked, s of the clock that cannot step; absent before the first time.
+    std::optional<double> lastBluetoothTime() const { return lastBluetoothTime_; }
+    /// Runs the task once no answer about peripherals is outstanding; at once when none is.
+    void whenPeripheralsKnown(Task task);
+
+    static constexpr double peripheralInterval = 10; ///< s, between two readings of the peripherals
+
+    std::shared_ptr<StatCollectorItem> makeItem() override;
+
+private:
+    void batteriesIOPS();
+    void batteriesSmart();
+    void updatePeripherals();
+    void updateBluetooth();
+    void updateLogitech();
+    void fetchBluetoothItems(const std::vector<PeripheralBattery>& found);
+    void finishUpdate();
+    ItemPointer item(const std::string& key);
+    std::string freeKey(const std::string& name, const std::string& serial);
+    ItemPointer lastOfType(BatteryType type) const;
+
+    std::vector<ItemPointer> internal_; ///< of this update, in the order of their descriptions
+    std::vector<std::string> serials_;  ///< of those
+    std::set<std::string> keys_;        ///< given out in this update
+    bool disableAllBluetooth_ = false;
+    std::optional<double> lastBluetoothTime_;
+    bool peripheralsAsked_ = false; ///< an answer is outstanding
+    std::vector<Task> waiting_;     ///< for that
+    std::size_t itemsBefore_ = 0;
+    Lifetime lifetime_;
+};
+
+} // namespace meridal

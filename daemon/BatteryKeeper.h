@@ -1,0 +1,53 @@
+#pragma once
+
+#include "base/NotificationCenter.h"
+#include "base/Result.h"
+#include "base/Value.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace meridal {
+
+struct CollectorPorts;
+struct Context;
+class BatteryStatCollectorMac;
+class MeridalHistory;
+class ZAVPowerManager;
+
+/// Brings the battery collector into the daemon: its steps at the start and at each change of the power source, and the
+/// clients' questions about batteries. Nothing is read on a schedule: between two changes only a client that asks causes
+/// a reading. Main queue only.
+class BatteryKeeper {
+public:
+    BatteryKeeper(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power);
+
+    /// Fills the daemon's ports for the battery. It must outlive the daemon.
+    void plugInto(CollectorPorts& ports);
+    /// Adds the two methods below. It must outlive them.
+    void addTo(MeridalHistory& methods);
+
+    /// "battery.state": all batteries, those of peripherals included, read anew. No parameters. Replies once, later.
+    void state(const Value& parameters, std::function<void(Result<Value>)> reply);
+    /// "battery.history": an object with "figure", "key", "from", "until" (s since 1970), "before" and "limit", each of
+    /// them optional; also as the only element of an array. Replies once, later.
+    void history(const Value& parameters, std::function<void(Result<Value>)> reply);
+
+    static constexpr std::size_t longestPage = 500;
+    /// A client that asks more often than this (s) gets what the last one got.
+    static constexpr double shortestInterval = 1;
+
+private:
+    void update();
+    std::optional<Dictionary> internalBattery() const;
+    Value describeAll() const;
+
+    Context& context_;
+    BatteryStatCollectorMac& collector_;
+    ZAVPowerManager& power_;
+    std::optional<double> lastAsked_; ///< s of the clock that cannot step
+    std::unique_ptr<NotificationCenter::Observation> stateObservation_;
+};
+
+} // namespace meridal

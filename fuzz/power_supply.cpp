@@ -1,0 +1,45 @@
+// The "uevent" of a power supply: the figures derived from whatever a driver says must stay within their meaning.
+
+#include "platform/linux/LinuxPeripheralBatteries.h"
+#include "platform/linux/PowerSupplies.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+namespace {
+
+void require(bool holds)
+{
+    if (!holds) {
+        std::abort();
+    }
+}
+
+void requireFinite(const std::optional<double>& figure) { require(!figure || std::isfinite(*figure)); }
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    using namespace meridal;
+    const PowerSupply supply("BAT0", std::string_view(reinterpret_cast<const char*>(data), size));
+    const auto percent = supply.percent();
+    require(!percent || (*percent >= 0 && *percent <= 100));
+    requireFinite(supply.millivolts());
+    require(supply.millivolts().value_or(1) > 0);
+    const auto current = supply.milliamperes();
+    requireFinite(current);
+    require(!current || supply.status() != "Charging" || *current >= 0);
+    require(!current || supply.status() != "Discharging" || *current <= 0);
+    for (const char* amount : {"now", "full", "full_design"}) {
+        requireFinite(supply.milliampereHours(amount));
+    }
+    require(supply.minutesToEmpty().value_or(0) >= 0);
+    require(supply.minutesToFull().value_or(0) >= 0);
+    require(!(supply.isInternalBattery() && supply.isPeripheralBattery()));
+    const PeripheralBattery peripheral = LinuxPeripheralBatteries::batteryOf(supply);
+    require(!peripheral.key.empty() && !peripheral.name.empty());
+    return 0;
+}

@@ -1,0 +1,269 @@
+#include "collectors/battery/BatteryStatCollectorMac.h"
+#include "daemon/BatteryKeeper.h"
+#include "daemon/CollectorPorts.h"
+#include "daemon/ZAVPowerManager.h"
+#include "database/HistoryDatabaseController.h"
+#include "tests/support/FakeHost.h"
+
+#include <gtest/gtest.h>
+
+namespace meridal::test {
+namespace {
+
+/// A laptop, with what the daemon has of its battery, in real files.
+struct BatteryCollectorTest : testing::Test {
+    struct Daemon {
+        explicit Daemon(FakeMachine& machine) : databases(machine.context), power(machine.context)
+        {
+            machine.context.databases = &databases;
+            collector = std::make_unique<BatteryStatCollectorMac>(machine.context);
+            keeper = std::make_unique<BatteryKeeper>(machine.context, *collector, power);
+            keeper->plugInto(ports);
+            ports.prepareBattery();
+            machine.runtime.runDue();
+        }
+        HistoryDatabaseController databases;
+        ZAVPowerManager power;
+        CollectorPorts ports;
+        std::unique_ptr<BatteryStatCollectorMac> collector;
+        std::unique_ptr<BatteryKeeper> keeper;
+    };
+
+    BatteryCollectorTest() { describe("Battery Power"); }
+    ~BatteryCollectorTest() override
+    {
+        daemon.reset();
+        machine.context.databases = nullptr;
+    }
+
+    void describe(const std::string& state, int maximum = 4500, int cycles = 100)
+    {
+        Dictionary description = FakePowerSources::internal(state, false);
+        description.update({{"Name", "InternalBattery-0"}, {"Hardware Serial Number", "D1"}, {"Current Capacity", 60}});
+        sources().batteries = {{{"Serial", "D1"}, {"DesignCapacity", 5000}, {"MaxCapacity", maximum},
+            {"CycleCount", cycles}, {"Voltage", 12000}, {"Amperage", -500}}};
+        sources().change({description});
+    }
+    void start()
+    {
+        daemon.reset();
+        machine.runtime.advance(60);
+        daemon = std::make_unique<Daemon>(machine);
+    }
+    void update()
+    {
+        daemon->ports.updateBattery();
+        machine.runtime.runDue();
+    }
+    FakePowerSources& sources() { return machine.powerSources(); }
+
+    Result<Value> ask(void (BatteryKeeper::*question)(const Value&, std::function<void(Result<Value>)>),
+        const Value& parameters = nullptr)
+    {
+        std::optional<Result<Value>> answer;
+        (daemon->keeper.get()->*question)(parameters, [&answer](Result<Value> result) { answer = std::move(result); });
+        machine.runtime.runDue();
+        return answer ? *answer : Result<Value>(unexpected(ErrorCode::Internal, "no reply"));
+    }
+    /// What was recorded of a figure, oldest first.
+    std::vector<double> recorded(const std::string& figure)
+    {
+        std::vector<double> values;
+        const auto answer = ask(&BatteryKeeper::history, {{"figure", figure}});
+        for (const Value& row : answer ? (*answer)["rows"] : Value::array()) {
+            EXPECT_EQ(row["key"], "InternalBattery-0 D1");
+            values.insert(values.begin(), row["value"].get<double>());
+        }
+        return values;
+    }
+
+    FakeMachine machine;
+    std::unique_ptr<Daemon> daemon;
+};
+
+using Figures = std::vector<double>;
+
+TEST_F(BatteryCollectorTest, OnlyWhatChangedIsRecordedAcrossRestarts)
+{
+    start();
+    EXPECT_EQ(recorded("health"), Figures({90}));
+    EXPECT_EQ(recorded("cycles"), Figures({100}));
+    EXPECT_EQ(recorded("source"), Figures({0}));
+    for (const int maximum : {4500, 4526, 4524, 4526}) { // 90.52 and 90.48 %: the edge of two whole figures
+        describe("Battery Power", maximum);
+        update();
+    }
+    EXPECT_EQ(recorded("health"), Figures({90}));
+    machine.runtime.advance(60);
+    describe("AC Power", 4400, 101);
+    update();
+    start();
+    start();
+    EXPECT_EQ(recorded("health"), Figures({90, 88}));
+    EXPECT_EQ(recorded("cycles"), Figures({100, 101}));
+    EXPECT_EQ(recorded("source"), Figures({0, 1}));
+    describe("AC Power", 4400, 102);
+    update();
+    const auto rows = daemon->databases.databaseWithPath(daemon->collector->dbpath());
+    rows->queryDatabase([&](SQLiteConnection& connection) {
+        const auto found = connection.rows("SELECT typeof(time) AS t, uuid, typeof(cycles) AS c FROM battery_cycles");
+        ASSERT_TRUE(found && found->size() == 3U);
+        EXPECT_EQ(found->at(2), (Dictionary{{"t", "real"}, {"uuid", "InternalBattery-0 D1"}, {"c", "integer"}}));
+    });
+}
+
+TEST_F(BatteryCollectorTest, HistoryComesInBoundedPages)
+{
+    start();
+    for (int cycles = 101; cycles <= 107; ++cycles) {
+        machine.runtime.advance(60);
+        describe("Battery Power", 4500, cycles);
+        update();
+    }
+    Value parameters = {{"figure", "cycles"}, {"limit", 3}, {"key", "InternalBattery-0 D1"}};
+    Figures values;
+    for (bool more = true; more;) {
+        const auto page = ask(&BatteryKeeper::history, Value::array({parameters}));
+        ASSERT_TRUE(page) << page.error().message;
+        for (const Value& row : (*page)["rows"]) {
+            values.push_back(row["value"].get<double>());
+            parameters["before"] = row["row"];
+        }
+        more = (*page)["more"].get<bool>();
+    }
+    EXPECT_EQ(values, Figures({107, 106, 105, 104, 103, 102, 101, 100}));
+    const double now = machine.runtime.wallTime();
+    const auto late = ask(&BatteryKeeper::history, {{"figure", "cycles"}, {"from", now - 61}, {"until", now}});
+    EXPECT_EQ((*late)["rows"].size(), 1U);
+    for (const char* wrong : {R"({"limit":0})", R"({"limit":501})", R"({"limit":"x"})", R"({"figure":"charge"})",
+             R"({"key":1})", R"({"before":"x"})", R"({"from":"x"})", R"({"until":[]})", R"([1,2])", "7"}) {
+        const auto refused = ask(&BatteryKeeper::history, parseUntrusted(wrong).value());
+        ASSERT_FALSE(refused) << wrong;
+        EXPECT_EQ(refused.error().code, ErrorCode::InvalidArgument);
+    }
+}
+
+TEST_F(BatteryCollectorTest, AFileThatCannotBeReadIsAskedAgainAndLosesNothing)
+{
+    const auto path = machine.context.paths.support / "battery-history.db";
+    std::filesystem::create_directories(path);
+    start();
+    EXPECT_FALSE(ask(&BatteryKeeper::history));
+    EXPECT_TRUE(ask(&BatteryKeeper::state)) << "which needs no file";
+    std::filesystem::remove(path);
+    update();
+    EXPECT_EQ(recorded("cycles"), Figures({100}));
+}
+
+TEST_F(BatteryCollectorTest, TheDaemonsPortsTellTheSourceOfTheMachinesOwnBattery)
+{
+    sources().sources.clear();
+    sources().batteries.clear();
+    start();
+    EXPECT_FALSE(daemon->ports.internalBattery());
+    EXPECT_FALSE(daemon->collector->primaryBattery());
+    describe("Battery Power");
+    update();
+    const double changed = machine.runtime.wallTime();
+    machine.powerMessages().send(PowerMessage::SystemWillSleep);
+    machine.runtime.sleepMachine(500);
+    machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
+    EXPECT_EQ(daemon->ports.internalBattery(),
+        (Dictionary{{"key", "InternalBattery-0 D1"}, {"source", 0}, {"time", changed}, {"sleep", 500.0}}));
+    machine.runtime.advance(70);
+    const Value state = ask(&BatteryKeeper::state).value();
+    EXPECT_NEAR(state["batteries"][0]["awakeOnSource"].get<double>(), 70, 0.01);
+
+    // Full on the same source: the collector learns it without anybody asking.
+    Dictionary charged = FakePowerSources::internal("AC Power", true);
+    charged.update({{"Name", "InternalBattery-0"}, {"Hardware Serial Number", "D1"}});
+    sources().change({charged});
+    update();
+    charged["Is Charging"] = false;
+    charged["Is Charged"] = true;
+    sources().change({charged});
+    EXPECT_EQ(daemon->collector->internalBattery()->state(), BatteryState::Charged);
+}
+
+TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
+{
+    Dictionary first = FakePowerSources::internal("Battery Power", false);
+    first.update({{"Name", "01AV4"}, {"Hardware Serial Number", "0000"}, {"Current Capacity", 10}});
+    Dictionary second = first;
+    second["Current Capacity"] = 90;
+    const Dictionary ups{{"Name", " Smart-UPS"}, {"Type", "UPS"}, {"Transport Type", "USB"},
+        {"Power Source State", "AC Power"}, {"Current Capacity", 100}};
+    const Dictionary empty{{"Name", "bay"}, {"Type", "InternalBattery"}, {"Is Present", false}};
+    sources().batteries = {{{"Serial", "0000"}, {"CycleCount", 1}}, {{"Serial", "exchanged"}, {"CycleCount", 2}}};
+    sources().sources = {ups, first, empty, second};
+    struct Witness final : StatCollectorDelegate {
+        void collectorChildrenChanged(StatCollector&) override { ++changes; }
+        int changes = 0;
+    } witness;
+    start();
+    daemon->collector->addDelegate(witness);
+    update();
+    EXPECT_EQ(witness.changes, 0);
+    const auto& items = daemon->collector->items();
+    ASSERT_EQ(items.size(), 3U);
+    EXPECT_EQ(items[0]->key(), "01AV4 0000");
+    EXPECT_EQ(items[1]->key(), "01AV4 0000 #2") << "makers number carelessly";
+    EXPECT_EQ(std::static_pointer_cast<BatteryStatCollectorItemMac>(items[0])->cycles(), 1);
+    EXPECT_FALSE(std::static_pointer_cast<BatteryStatCollectorItemMac>(items[1])->cycles())
+        << "the controller is another battery's";
+    EXPECT_EQ(std::static_pointer_cast<BatteryStatCollectorItemMac>(items[2])->name(), "Smart-UPS");
+    EXPECT_EQ(daemon->collector->internalBattery(), items[1]) << "the last one speaks";
+    EXPECT_EQ(daemon->collector->primaryBattery(), items[1]);
+
+    sources().sources = {ups};
+    sources().batteries.clear();
+    update();
+    EXPECT_EQ(items.size(), 1U);
+    EXPECT_EQ(witness.changes, 1);
+    EXPECT_FALSE(daemon->collector->internalBattery());
+    EXPECT_EQ(daemon->collector->primaryBattery(), items[0]);
+    daemon->collector->removeDelegate(witness);
+}
+
+TEST_F(BatteryCollectorTest, PeripheralsAreReadOnlyForWhoAsksAndNotTooOften)
+{
+    FakePeripheralBatteries& devices = machine.peripherals();
+    devices.wireless = {
+        {.key = "aa:bb:cc:dd:ee:ff", .name = "Headset", .kind = PeripheralKind::Headset, .percent = 140}};
+    devices.receiver = {{.key = "7", .name = "Mouse", .kind = PeripheralKind::Mouse, .level = "Low", .charging = true}};
+    start();
+    machine.runtime.advance(3600);
+    update();
+    EXPECT_EQ(devices.asked, 0);
+
+    devices.slow = true;
+    std::vector<Value> answers;
+    for (int i = 0; i < 3; ++i) {
+        daemon->keeper->state({}, [&](Result<Value> result) { answers.push_back(result.value()); });
+    }
+    machine.runtime.advance(2);
+    EXPECT_TRUE(answers.empty()) << "they wait for the devices";
+    devices.answer();
+    ASSERT_EQ(answers.size(), 3U);
+    EXPECT_EQ(devices.asked, 1);
+    EXPECT_EQ(answers[0]["peripherals"],
+        parseUntrusted(
+            R"([{"key":"peripheral aa:bb:cc:dd:ee:ff","name":"Headset","type":5,"percentage":100.0,"state":2},
+            {"key":"peripheral 7","name":"Mouse","type":3,"level":"Low","state":1}])")
+            .value());
+    EXPECT_EQ(answers[0]["batteries"].size(), 1U);
+    EXPECT_EQ(answers[0]["primary"], "InternalBattery-0 D1");
+
+    devices.slow = false;
+    devices.receiver.clear();
+    EXPECT_EQ(ask(&BatteryKeeper::state).value()["peripherals"].size(), 2U) << "as they were";
+    machine.runtime.advance(10);
+    update();
+    EXPECT_EQ(ask(&BatteryKeeper::state).value()["peripherals"].size(), 1U);
+    EXPECT_EQ(devices.asked, 2);
+    EXPECT_EQ(daemon->collector->itemWithKey("peripheral 7"), nullptr);
+    EXPECT_FALSE(ask(&BatteryKeeper::state, {1}));
+}
+
+} // namespace
+} // namespace meridal::test
