@@ -11,7 +11,7 @@ namespace meridal::hwmon {
 namespace {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isLower(char c) { return (c >= 'a' && c <= 'z') || c == '-' || c == '_'; }
+bool isPlain(char c) { return (c >= 'a' && c <= 'z') || isDigit(c) || c == '-' || c == '_'; }
 
 /// The numbers in a text, read in a base and parted by any other characters.
 std::vector<unsigned> numbers(std::string_view text, int base)
@@ -35,7 +35,8 @@ std::size_t lengthWithoutCounter(std::string_view part)
 {
     const auto last = std::find_if_not(part.rbegin(), part.rend(), isDigit);
     const auto length = static_cast<std::size_t>(part.rend() - last);
-    const bool counted = length < part.size() && std::all_of(part.begin(), last.base(), isLower);
+    const bool counted =
+        length < part.size() && length > 0 && !isDigit(part[0]) && std::all_of(part.begin(), last.base(), isPlain);
     return counted ? length : part.size();
 }
 

@@ -42,8 +42,7 @@ TEST(ThreadedSlowWork, TasksThatHangHoldUpNoOther)
         EXPECT_TRUE(work.wait([done] { return *done == 2; }, longEnough));
     } // does not wait for those that hang
     release.set_value();
-    while (*back < 3) {
-    }
+    while (*back < 3) { }
 }
 
 } // namespace

@@ -124,8 +124,8 @@ TEST_F(SensorSMCControllerTest, OpensOnceAndClosesByTheBook)
     controller.close();
     EXPECT_EQ(controller.connection(), 0U);
     EXPECT_EQ(smc.closed, std::vector{connection});
-    EXPECT_EQ(smc.scalarCalls, (std::vector<std::pair<SMCService::Handle, std::uint32_t>>{
-                                   {connection, 0}, {connection, 1}}));
+    EXPECT_EQ(
+        smc.scalarCalls, (std::vector<std::pair<SMCService::Handle, std::uint32_t>>{{connection, 0}, {connection, 1}}));
 }
 
 TEST_F(SensorSMCControllerTest, TellsWhyItDidNotOpen)
