@@ -6,7 +6,7 @@
 
 namespace meridal {
 
-/// The Runtime on standalone Asio: the main queue on the thread that calls run(), everything else on a pool of two
+/// The Runtime on standalone Asio: the main queue on the thread that calls run(), everything else on a pool of three
 /// threads that starts with the first task given to it. One system timer serves all timers: it sleeps as long as every
 /// leeway allows, so that timers with the same interval share their wake-ups.
 /// Destroy it on the main thread when run() has returned; tasks that still wait are dropped.

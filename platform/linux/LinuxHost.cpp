@@ -37,7 +37,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
     host->distributedNotifications = std::make_unique<BusNotifications>(bus);
-    host->powerMessages = std::make_unique<LogindPowerMessages>(std::move(bus), host->limitations);
+    host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
     auto sensors = std::make_shared<HwmonSensors>(runtime,
         HwmonOptions{.root = options.root,
