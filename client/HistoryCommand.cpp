@@ -152,12 +152,13 @@ private:
         }
         samples_.insert(samples_.begin(), samples->begin(), samples->end());
         const Value* more = find(page, "more");
-        const Value* oldest = samples->empty() ? nullptr : find(samples->front(), "sample");
-        if (more && *more == true && oldest && samples_.size() < mostSamples) {
-            return askSamples(*oldest);
+        const Value* next = find(page, "next"); // a page may be empty and still not the last
+        if (more && *more == true && next && samples_.size() < mostSamples) {
+            return askSamples(*next);
         }
         answer_ = page;
         answer_.erase("more");
+        answer_.erase("next");
         answer_["name"] = chosen_.name;
         answer_["samples"] = std::move(samples_);
         if (report()) {

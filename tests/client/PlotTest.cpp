@@ -83,7 +83,7 @@ TEST_F(PlotTest, GapsStayBlank)
     }
     const Plot plot = hourOf(points);
     EXPECT_EQ(runsOf(plot.series[0]).size(), 2U);
-    EXPECT_THAT(drawn(plot), HasSubstr(std::string(15, ' ') + "⠠")) << "a third of the width";
+    EXPECT_THAT(drawn(plot), HasSubstr("⠒" + std::string(18, ' ') + "⠒")) << "a third of the width";
     EXPECT_EQ(countOf(plotSvg(plot), "<polyline"), 2U);
     EXPECT_EQ(runsOf({.name = "", .points = {{10, 1}, {4, 1}, {10, 1}}, .interval = 6}).size(), 2U)
         << "a clock that was set back";

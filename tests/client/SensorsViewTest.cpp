@@ -27,13 +27,13 @@ TEST(SensorsView, GroupsByChip)
         {"chip":"nct\u001b[2J","name":"fan1\u009b","kind":"fan","unit":"rpm","value":null}])"));
     ASSERT_THAT(lines, SizeIs(6));
     EXPECT_EQ(plainText(lines[1]), "coretemp-isa-0000");
-    EXPECT_EQ(plainText(lines[2]), "  Package id 0                   61.3 °C  ▕██████▏     ▏     38.0 °C     97.0 °C");
+    EXPECT_EQ(plainText(lines[2]), "  Package id 0                   61.2 °C  ▕██████▎     ▏     38.0 °C     97.0 °C");
     EXPECT_EQ(lines[2][1].style, Style::Plain);
     EXPECT_EQ(lines[3][1].style, Style::High) << "above its critical limit";
     EXPECT_EQ(plainText(lines[4]), "nct?[2J");
     EXPECT_THAT(plainText(lines[5]), HasSubstr("  fan1?"));
     EXPECT_EQ(plainText(fanLines(json(R"([{"kind":"fan","name":"Left","unit":"rpm","value":1200.4}])"))[1]),
-        "Left                            1200 rpm                             -           -");
+        "Left                            1200 rpm                           -           -");
 }
 
 TEST(SensorsView, NothingThereIsOneLine)
