@@ -1,5 +1,6 @@
 #include "client/Arguments.h"
 #include "client/Commands.h"
+#include "client/DisksCommand.h"
 #include "client/Output.h"
 #include "client/Session.h"
 #include "client/Terminal.h"
@@ -44,6 +45,8 @@ int run(const Arguments& arguments)
             return runStatus(session);
         case Command::Uptime:
             return runUptime(session);
+        case Command::Disks:
+            return runDisks(session);
         case Command::Call:
             return runCall(session);
         case Command::Watch:

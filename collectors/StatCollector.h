@@ -190,7 +190,7 @@ public:
     void removeDelegate(StatCollectorDelegate& delegate);
     /// One delegate that says yes is enough. Without any delegate it is yes, with delegates that all decline or have no
     /// opinion it is no.
-    bool shouldUpdateStateForSequence(std::int64_t sequence);
+    virtual bool shouldUpdateStateForSequence(std::int64_t sequence);
     void itemLoadedValues(StatCollectorItem& item);
 
     // Items

@@ -6,8 +6,10 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
+#include "collectors/disks/SMARTStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/DiskKeeper.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
@@ -125,10 +127,13 @@ int serve(Context& context)
 {
     Runtime& runtime = context.runtime;
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
+    DiskKeeper disks(SMARTStatCollector::sharedSMARTCollector());
     CollectorPorts ports;
     uptime.plugInto(ports);
+    disks.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
+    disks.setWanted([&daemon] { return daemon.wantsSMART(); });
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     MeridalHistory history(runtime.mainQueue());
@@ -136,6 +141,8 @@ int serve(Context& context)
     history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
         uptime.boots(parameters, std::move(reply));
     });
+    history.addAsyncMethod("disks.list",
+        [&disks](const Value& parameters, MeridalHistory::Reply reply) { disks.list(parameters, std::move(reply)); });
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {

@@ -4,7 +4,7 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            top|processes|version|ping|status|uptime|call|watch) command=$word; break ;;
+            top|processes|version|ping|status|uptime|disks|call|watch) command=$word; break ;;
         esac
     done
     case $previous in
@@ -14,10 +14,11 @@ _meridalctl() {
     esac
     local words="--help --socket --color --timeout"
     case $command in
-        "") words+=" --version top processes version ping status uptime call watch" ;;
+        "") words+=" --version top processes version ping status uptime disks call watch" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes|status) words+=" --json" ;;
         uptime) words+=" --history --rows --days --json" ;;
+        disks) words+=" --attributes --json" ;;
         ping) words+=" --count" ;;
         watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;
     esac

@@ -7,6 +7,8 @@
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
 #include "platform/host/ProcessSource.h"
+#include "platform/host/Registry.h"
+#include "platform/host/SMARTDevice.h"
 #include "platform/host/SelfUsage.h"
 #include "platform/host/UserRights.h"
 
@@ -26,6 +28,8 @@ struct Host {
     std::unique_ptr<UserRights> userRights;
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
+    std::unique_ptr<Registry> registry;
+    std::unique_ptr<SMARTDevices> smartDevices;
 };
 
 } // namespace meridal

@@ -5,6 +5,7 @@
 #include "base/VirtualRuntime.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "tests/support/FakeDisks.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <algorithm>
@@ -216,6 +217,8 @@ struct FakeMachine {
         host.userRights = std::make_unique<FakeUserRights>();
         host.powerMessages = std::make_unique<FakePowerMessages>();
         host.powerSources = std::make_unique<FakePowerSources>();
+        host.registry = std::make_unique<FakeRegistry>();
+        host.smartDevices = std::make_unique<FakeSMARTDevices>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
@@ -227,6 +230,8 @@ struct FakeMachine {
     }
     FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
+    FakeRegistry& registry() { return static_cast<FakeRegistry&>(*host.registry); }
+    FakeSMARTDevices& smartDevices() { return static_cast<FakeSMARTDevices&>(*host.smartDevices); }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 
     TemporaryTree files;
