@@ -1,7 +1,9 @@
 #include "daemon/DiskKeeper.h"
 
+#include "collectors/HistoryCatalogue.h"
 #include "collectors/disks/DiskReport.h"
 #include "daemon/CollectorPorts.h"
+#include "daemon/Parameters.h"
 
 #include <algorithm>
 #include <optional>
@@ -20,30 +22,13 @@ struct Question {
 
 Result<Question> questionFrom(const Value& given)
 {
-    const Value& parameters = given.is_array() && given.size() == 1 ? given[0] : given;
-    const bool none = parameters.is_null() || (parameters.is_array() && parameters.empty());
-    if (!none && !parameters.is_object()) {
-        return unexpected(ErrorCode::InvalidArgument, R"(expected an object with "attributes", "after" and "limit")");
-    }
+    Parameters parameters(given);
     Question question;
-    if (const Value* all = find(parameters, "attributes"); all && !all->is_null()) {
-        if (!all->is_boolean()) {
-            return unexpected(ErrorCode::InvalidArgument, "\"attributes\" must be true or false");
-        }
-        question.attributes = *all == true ? ReportedAttributes::All : ReportedAttributes::Failing;
-    }
-    if (const Value* after = find(parameters, "after"); after && !after->is_null()) {
-        question.after = text(parameters, "after");
-        if (!question.after) {
-            return unexpected(ErrorCode::InvalidArgument, "\"after\" must be the key of a disk");
-        }
-    }
-    if (const Value* limit = find(parameters, "limit"); limit && !limit->is_null()) {
-        const auto count = integer(parameters, "limit");
-        if (!count || *count < 1 || *count > static_cast<std::int64_t>(DiskKeeper::longestPage)) {
-            return unexpected(ErrorCode::InvalidArgument, "\"limit\" must be a whole number from 1 to 64");
-        }
-        question.limit = static_cast<std::size_t>(*count);
+    question.attributes = parameters.flag("attributes") ? ReportedAttributes::All : ReportedAttributes::Failing;
+    question.after = parameters.text("after");
+    question.limit = parameters.limit(question.limit, DiskKeeper::longestPage);
+    if (!parameters.valid()) {
+        return parameters.failure();
     }
     return question;
 }
@@ -83,6 +68,37 @@ void DiskKeeper::plugInto(CollectorPorts& ports)
     ports.updateDisks = [this](std::function<void()> done) { collector_.updateStats(std::move(done)); };
     ports.diskTemperatures = [this] { return collector_.diskTemperatures(); };
     ports.diskStatus = [this] { return collector_.diskStatus(); };
+}
+
+void DiskKeeper::addTo(HistoryCatalogue& catalogue)
+{
+    catalogue.add("disks", collector_, [this] {
+        return series("°C", "temperature", [](const SMARTStatCollectorItem& disk) {
+            return disk.state() == DiskState::Unread || disk.hasTemperature();
+        });
+    });
+    catalogue.add("wear", collector_, [this] {
+        return series("%", "wear", [](const SMARTStatCollectorItem& disk) {
+            return disk.wear().has_value() || (disk.nvme() && disk.state() == DiskState::Unread);
+        });
+    });
+}
+
+/// A disk that is not asked has a history all the same: which disks there are is known without talking to them.
+std::vector<HistorySeries> DiskKeeper::series(
+    const char* unit, const char* value, bool (*has)(const SMARTStatCollectorItem&)) const
+{
+    if (collector_.needToReload()) {
+        collector_.discoverDisks();
+    }
+    std::vector<HistorySeries> all;
+    for (const auto& disk : collector_.disks()) {
+        if (has(*disk)) {
+            const std::string name = disk->model().value_or(disk->bsd().value_or("disk"));
+            all.push_back({.key = *disk->key(), .name = name, .unit = unit, .values = {value}});
+        }
+    }
+    return all;
 }
 
 void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)> reply)

@@ -2,9 +2,11 @@
 
 #include "base/Result.h"
 #include "base/Value.h"
+#include "collectors/HistoryCatalogue.h"
 #include "collectors/disks/SMARTStatCollector.h"
 
 #include <functional>
+#include <vector>
 
 namespace meridal {
 
@@ -18,6 +20,8 @@ public:
 
     /// Fills the daemon's ports for disks. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);
+    /// Offers the history of temperatures ("disks") and wear ("wear").
+    void addTo(HistoryCatalogue& catalogue);
     /// Whether a client holds a key of disks, which is what lets disks be read.
     void setWanted(std::function<bool()> wanted);
 
@@ -29,6 +33,9 @@ public:
     static constexpr std::size_t longestPage = 64;
 
 private:
+    std::vector<HistorySeries> series(
+        const char* unit, const char* value, bool (*has)(const SMARTStatCollectorItem&)) const;
+
     SMARTStatCollector& collector_;
     std::function<bool()> wanted_;
 };

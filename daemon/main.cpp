@@ -10,6 +10,7 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/DiskKeeper.h"
+#include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
@@ -138,11 +139,17 @@ int serve(Context& context)
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
-    history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
-        uptime.boots(parameters, std::move(reply));
+    history.addAsyncMethod(
+        "uptime.boots", [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            uptime.boots(parameters, std::move(reply));
+        });
+    history.addAsyncMethod("disks.list", [&disks](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+        disks.list(parameters, std::move(reply));
     });
-    history.addAsyncMethod("disks.list",
-        [&disks](const Value& parameters, MeridalHistory::Reply reply) { disks.list(parameters, std::move(reply)); });
+    HistoryCatalogue catalogue;
+    disks.addTo(catalogue);
+    HistoryQuestions historyQuestions(catalogue);
+    historyQuestions.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {

@@ -111,6 +111,12 @@ std::optional<std::int32_t> SMARTStatCollectorItem::temperature() const
     return own ? own : temperatureOfAttribute(airflowTemperature);
 }
 
+bool SMARTStatCollectorItem::hasTemperature() const
+{
+    return nvme_ ? nvmeTemperature().has_value()
+                 : temperatureOfAttribute(diskTemperature) || temperatureOfAttribute(airflowTemperature);
+}
+
 std::optional<double> SMARTStatCollectorItem::wear() const
 {
     if (nvme_) {
@@ -267,10 +273,7 @@ std::optional<Dictionary> SMARTStatCollectorItem::historyItemForIndex(StorageInd
     if (sample && !wear()) {
         (*sample)["wear"] = nullptr;
     }
-    const bool hasTemperature = nvme_
-        ? nvmeTemperature().has_value()
-        : temperatureOfAttribute(diskTemperature) || temperatureOfAttribute(airflowTemperature);
-    if (sample && !hasTemperature) {
+    if (sample && !hasTemperature()) {
         (*sample)["temperature"] = nullptr;
     }
     return sample;

@@ -62,6 +62,8 @@ public:
     const std::optional<NVMeHealth>& nvmeHealth() const { return health_; }
     /// °C. Absent while it sleeps: what it was then says nothing of now.
     std::optional<std::int32_t> temperature() const;
+    /// It has told a temperature, whether or not it does now.
+    bool hasTemperature() const;
     /// Percentage of the rated life that is used up; of disks that wear.
     std::optional<double> wear() const;
     std::optional<double> powerOnSeconds() const;
