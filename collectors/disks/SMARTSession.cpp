@@ -49,9 +49,8 @@ bool SMARTSession::createPlugin()
 
 void SMARTSession::destroyPlugin()
 {
-    if (std::exchange(open_, false)) {
-        device_.close();
-    }
+    open_ = false;
+    device_.close(); // asking whether it sleeps may have opened it, too
 }
 
 void SMARTSession::loadDeviceInfo()

@@ -49,7 +49,7 @@ void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
 
 } // namespace
 
-/// One call of updateStats(): who wants to know when it is over, and how many disks it waits for.
+/// One round of readings: who wants to know when it is over, and how many disks it waits for.
 struct SMARTStatCollector::Round {
     std::vector<Task> done;
     std::size_t waiting = 0;
@@ -171,10 +171,6 @@ bool SMARTStatCollector::isUpdateDue() const
 void SMARTStatCollector::updateStats(Task done)
 {
     startRecording();
-    if (const auto running = round_.lock(); running && !running->finished && done) {
-        running->done.push_back(std::move(done)); // what it waits for is being read already
-        return;
-    }
     if (needToReload_) {
         discoverDisks();
     }
@@ -183,8 +179,12 @@ void SMARTStatCollector::updateStats(Task done)
 
 void SMARTStatCollector::beginRound(Task done, const std::function<bool(const SMARTStatCollectorItem&)>& concerns)
 {
-    auto round = std::make_shared<Round>();
-    round_ = round;
+    auto round = round_.lock();
+    if (!round || round->finished) { // else this joins the one under way
+        round = std::make_shared<Round>();
+        round_ = round;
+        context().runtime.after(patience, lifetime_.guard([this, round] { finish(*round); }));
+    }
     if (done) {
         round->done.push_back(std::move(done));
     }
@@ -196,7 +196,6 @@ void SMARTStatCollector::beginRound(Task done, const std::function<bool(const SM
             startReading(item, round);
         }
     }
-    context().runtime.after(patience, lifetime_.guard([this, round] { finish(*round); }));
     context().runtime.mainQueue().post(lifetime_.guard([this, round] { answered(*round); }));
 }
 

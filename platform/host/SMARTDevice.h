@@ -33,6 +33,7 @@ public:
     virtual DiskPower powerMode() = 0;
     /// Begins to talk to the disk; false when it does not talk about its health, or not to us.
     virtual bool open() = 0;
+    /// Lets go of the disk, whatever opened it.
     virtual void close() = 0;
 
     // ATA

@@ -162,6 +162,7 @@ DeviceAnswer DeviceProcess::run(const DeviceCommand& command)
     const auto sent = again([&] { return ::send(channel_.get(), &command, sizeof command, MSG_NOSIGNAL); });
     const auto got = sent < 0 ? sent : again([&] { return ::recv(channel_.get(), &answer, sizeof answer, 0); });
     if (got != static_cast<ssize_t>(sizeof answer)) {
+        stop(); // it has gone; the next command gets a new one
         answer = {};
         answer.error = -1;
     }

@@ -118,13 +118,14 @@ std::optional<SMARTPage> LinuxSMARTDevice::readSector(const AtaCommand& command)
 std::optional<AtaRegisters> LinuxSMARTDevice::readRegisters(AtaCommand command)
 {
     constexpr std::uint8_t failed = 0x01;
+    constexpr std::uint8_t ready = 0x40; // a bridge that has made the registers up leaves it out
     command.wantsRegisters = true;
     const DeviceAnswer answer = send(command);
     if (answer.error != 0) {
         return std::nullopt;
     }
     const auto registers = registersInSense(senseOf(answer));
-    return registers && (registers->status & failed) == 0 ? registers : std::nullopt;
+    return registers && (registers->status & (failed | ready)) == ready ? registers : std::nullopt;
 }
 
 bool LinuxSMARTDevice::enableOperations(bool enabled)

@@ -42,10 +42,10 @@ TEST_F(DiskTest, ATAIsReadEveryFiveMinutesAndNVMeEveryTime)
     EXPECT_EQ(ata.disk->asked["readData"], 2 * 2) << "at once and after 300 s, each time twice";
     EXPECT_EQ(ata.disk->asked["readThresholds"], 1) << "they never change";
     EXPECT_EQ(ata.disk->asked["identify"], 1);
-    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 20 * 2);
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 21 * 2);
     EXPECT_EQ(ata.disk->asked["enableOperations"], 0);
     machine.runtime.advance(3600);
-    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 20 * 2) << "without a tick nothing is read";
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 21 * 2) << "without a tick nothing is read";
 }
 
 TEST_F(DiskTest, ASleepingDiskIsLeftAloneForADay)
@@ -59,6 +59,7 @@ TEST_F(DiskTest, ASleepingDiskIsLeftAloneForADay)
     for (const auto& each : {sleeping, hidden}) {
         EXPECT_EQ(each.disk->wakingQuestions(), 0);
         EXPECT_EQ(each.disk->asked["powerMode"], 86'400 / 300);
+        EXPECT_EQ(each.disk->closed, 86'400 / 300) << "and not held open meanwhile";
     }
     EXPECT_EQ(item("WX1")->state(), DiskState::Asleep);
     EXPECT_EQ(item("USB1")->state(), DiskState::PowerHidden);

@@ -125,7 +125,7 @@ public:
         ++disk_->asked["open"];
         return disk_->supported;
     }
-    void close() override { }
+    void close() override { ++disk_->closed; }
     bool enableOperations(bool) override { return note("enableOperations"); }
     bool enableAutosave(bool) override { return note("enableAutosave"); }
     std::optional<bool> isFailing() override { return answer("isFailing", disk_->failing); }
@@ -145,8 +145,8 @@ private:
     Answer answer(const char* question, const Answer& given)
     {
         note(question);
-        if (disk_->beforeAnswer) {
-            disk_->beforeAnswer();
+        if (const auto hook = disk_->beforeAnswer) { // a copy: it may take itself away
+            hook();
         }
         return given;
     }
