@@ -275,9 +275,10 @@ class DisksTest(unittest.TestCase):
         while not (disks := self.list_disks(client)) or "temperature" not in disks["sda"]:
             self.assertLess(time.monotonic(), deadline)
         self.assertGreater(len(ata.commands), 0)
-        self.bed.remove_device(path)
+        bystander = self.bed.add_device("block", "loop9", None, [], [])
+        self.bed.remove_device(path)  # for which the bed then sends nothing any more
         for _ in range(2):
-            self.bed.uevent(path, "remove")
+            self.bed.uevent(bystander, "change")
         while self.list_disks(client):
             self.assertLess(time.monotonic(), deadline)
         client.close()

@@ -94,6 +94,7 @@ struct FakeDisk {
     std::function<void()>
         beforeAnswer;                 ///< runs in each question about figures: time that passes, a plug that is pulled
     std::map<std::string, int> asked; ///< questions, by name
+    int closed = 0;
 
     int questions() const
     {
