@@ -20,8 +20,8 @@
 namespace meridal {
 
 namespace {
-/// Enough for one slow pass of a collector beside everything else.
-constexpr std::size_t poolThreads = 2;
+/// Two files may be waiting for their disks at once, and one slow pass of a collector still gets on.
+constexpr std::size_t poolThreads = 3;
 /// Of a delayed task: what it may be late, as a part of its delay and at most.
 constexpr double delayLeewayPart = 0.1;
 constexpr double delayLeewayMost = 0.2; // s

@@ -6,9 +6,9 @@
 
 namespace meridal {
 
-/// The Runtime on standalone Asio: the main queue on the thread that calls run(), everything else on a pool of two
-/// threads that starts with the first task given to it, but for slow queues, which have a thread each while they work. One system timer serves all timers: it sleeps as long as every
-/// leeway allows, so that timers with the same interval share their wake-ups.
+/// The Runtime on standalone Asio: the main queue on the thread that calls run(), everything else on a pool of three
+/// threads that starts with the first task given to it, but for slow queues, which have a thread each while they work.
+/// One system timer serves all timers: it sleeps as long as every leeway allows, so that timers with the same interval share their wake-ups.
 /// Destroy it on the main thread when run() has returned; tasks that still wait are dropped.
 class AsioRuntime final : public Runtime {
 public:

@@ -74,7 +74,7 @@ void rowsByBareSQLite(benchmark::State& state)
         const test::TemporaryTree folder;
         sqlite3* database = nullptr;
         sqlite3_open((folder.root() / "bare.db").c_str(), &database);
-        sqlite3_exec(database, "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr);
+        sqlite3_exec(database, "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
         sqlite3_exec(database, sqlText(createItem, "rows").c_str(), nullptr, nullptr, nullptr);
         sqlite3_stmt* statement = nullptr;
         sqlite3_prepare_v2(database, sqlText(insertItem, "rows").c_str(), -1, &statement, nullptr);

@@ -152,15 +152,49 @@ bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, Storag
 
 namespace {
 
-/// The WHERE of a page, and its arguments.
+/// The newest identifiers below one, newest first, each found by one step into the index: rows of other items under the
+/// same identifier cost nothing. Arguments: the identifier, and how many.
+constexpr std::string_view newestIdentifiers =
+    "WITH RECURSIVE ids(id) AS (SELECT max(sample) FROM %@ WHERE sample < ? UNION ALL "
+    "SELECT (SELECT max(sample) FROM %@ WHERE sample < ids.id) FROM ids WHERE id IS NOT NULL LIMIT ?) ";
+
+/// What a page looks at.
+struct Window {
+    std::size_t identifiers = 0;
+    std::uint64_t oldest = 0; ///< identifier
+    double newestTime = 0;    ///< s since 1970
+};
+
+SqlValues windowArguments(const HistoryPageQuestion& question)
+{
+    const double before = static_cast<double>(question.before.value_or(static_cast<std::uint64_t>(largestIdentifier)));
+    return {
+        static_cast<std::int64_t>(std::min(before, largestIdentifier)), static_cast<std::int64_t>(identifiersOnPage)};
+}
+
+std::optional<Window> findWindow(
+    SQLiteConnection& database, const std::string& table, const HistoryPageQuestion& question)
+{
+    constexpr std::string_view extent =
+        "SELECT count(id), min(id), max((SELECT time FROM %@ WHERE sample = ids.id LIMIT 1)) FROM ids";
+    Window window;
+    const auto found = database.forEachRow(sqlText(std::string(newestIdentifiers).append(extent), table),
+        windowArguments(question), [&](std::span<const SqlValue> row) {
+            window.identifiers = static_cast<std::size_t>(sqlNumber(row[0]));
+            window.oldest = static_cast<std::uint64_t>(std::max(0.0, sqlNumber(row[1])));
+            window.newestTime = sqlNumber(row[2]);
+        });
+    return found ? std::optional(window) : std::nullopt;
+}
+
+/// The WHERE of a page, its arguments added to those there are.
 std::string pageCondition(const std::vector<std::string>& columns, const HistoryPageQuestion& question, SqlValues& args)
 {
     const auto has = [&](std::string_view name) {
         return std::find(columns.begin(), columns.end(), name) != columns.end();
     };
-    std::string condition = "sample < ? AND time >= ?";
-    const double before = static_cast<double>(question.before.value_or(static_cast<std::uint64_t>(largestIdentifier)));
-    args = {static_cast<std::int64_t>(std::min(before, largestIdentifier)), question.from};
+    std::string condition = "sample = ids.id AND time >= ?";
+    args.emplace_back(question.from);
     if (question.until) {
         condition += " AND time < ?";
         args.emplace_back(*question.until);
@@ -182,6 +216,24 @@ void dropOldest(StoredRows& rows)
     rows.byKey.clear(); // its places are those of before
 }
 
+bool readWindow(SQLiteConnection& database, const std::string& table, const HistoryReadPlan& plan,
+    const HistoryPageQuestion& question, StoredRows& rows)
+{
+    const auto columns = database.columns(fmt::format("SELECT * FROM {}", table));
+    if (!columns) {
+        return false;
+    }
+    SqlValues args = windowArguments(question);
+    const std::string condition = pageCondition(*columns, question, args);
+    args.emplace_back(static_cast<std::int64_t>(question.limit) + 1); // one more tells whether there are more
+    // CROSS JOIN: the identifiers lead, whatever the planner thinks of it.
+    const std::string found =
+        fmt::format("SELECT {0}.* FROM ids CROSS JOIN {0} WHERE {1} ORDER BY ids.id DESC LIMIT ?", table, condition);
+    return readRows(database,
+        sqlText(newestIdentifiers, table) + fmt::format("SELECT * FROM ({}) ORDER BY sample ASC", found), args, plan,
+        rows);
+}
+
 } // namespace
 
 std::optional<HistoryPage> readPage(SQLiteConnection& database, const std::string& table, const HistoryReadPlan& plan,
@@ -195,21 +247,23 @@ std::optional<HistoryPage> readPage(SQLiteConnection& database, const std::strin
     if (!*exists) {
         return page;
     }
-    const auto columns = database.columns(fmt::format("SELECT * FROM {}", table));
-    if (!columns) {
+    const auto window = findWindow(database, table, question);
+    if (!window) {
         return std::nullopt;
     }
-    SqlValues args;
-    const std::string condition = pageCondition(*columns, question, args);
-    args.emplace_back(static_cast<std::int64_t>(question.limit) + 1); // one more tells whether there are more
-    const std::string sql = fmt::format(
-        "SELECT * FROM (SELECT * FROM {} WHERE {} ORDER BY sample DESC LIMIT ?) ORDER BY sample ASC", table, condition);
-    if (!readRows(database, sql, args, plan, page.samples)) {
+    if (window->newestTime < question.from) {
+        return page;
+    }
+    if (!readWindow(database, table, plan, question, page.samples)) {
         return std::nullopt;
     }
-    page.more = page.samples.rows.size() > question.limit;
-    if (page.more) {
+    if (page.samples.rows.size() > question.limit) {
         dropOldest(page.samples);
+        page.more = true;
+        page.next = page.samples.rows.front().sampleID;
+    } else {
+        page.more = window->identifiers == identifiersOnPage;
+        page.next = window->oldest;
     }
     return page;
 }

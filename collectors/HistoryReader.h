@@ -76,10 +76,18 @@ struct HistoryPageQuestion {
 /// The newest of the samples asked for, oldest first; periods without a measurement are left out.
 struct HistoryPage {
     StoredRows samples;
-    bool more = false; ///< there are older ones
+    bool more = false;      ///< there may be older ones
+    std::uint64_t next = 0; ///< with `more`: all has been looked at down to here, which is `before` of the next page
 };
 
-/// Reads a page from a table, which need not be there yet. Absent when it cannot be read. Runs on the database's queue.
+/// Identifiers that one page looks at, at most: a week of the long-term store, all that any other table keeps. Reads
+/// and writes of a file take turns, so a page must be short whatever is asked.
+constexpr std::size_t identifiersOnPage = 2048;
+
+/// Reads a page from a table, which need not be there yet and has its identifiers in an index. A series with few samples,
+/// or a far span of time, may give a page with little or nothing on it and more to come. The end is reached when a whole
+/// page's identifiers are of times before `from`; a few rows out of order, of a clock that stepped, do not end it. Absent
+/// when the table cannot be read. Runs on the database's queue.
 std::optional<HistoryPage> readPage(SQLiteConnection& database, const std::string& table, const HistoryReadPlan& plan,
     const HistoryPageQuestion& question);
 

@@ -94,7 +94,7 @@ bool StatCollector::checkIfTablesExist(StorageIndex index, SQLiteConnection& dat
 
 bool StatCollector::checkIfLongTermTablesExist(StorageIndex index, SQLiteConnection& database, bool result)
 {
-    return index == StorageIndex::LongTerm && checkIfTablesExist(index, database, result);
+    return index == StorageIndex::LongTerm ? checkIfTablesExist(index, database, result) : result;
 }
 
 bool StatCollector::prepareDatabase()

@@ -104,8 +104,12 @@ Value describePage(const HistoryPage& page, const Found& found, const std::strin
             {"values", reader.read(rows.valuesOf(row))}});
     }
     const auto interval = storageConstants[position(*resolutionNamed(resolution))].interval;
-    return {{"series", name}, {"resolution", resolution}, {"interval", interval}, {"unit", found.series.unit},
+    Value answer{{"series", name}, {"resolution", resolution}, {"interval", interval}, {"unit", found.series.unit},
         {"values", found.series.values}, {"samples", std::move(samples)}, {"more", page.more}};
+    if (page.more) {
+        answer["next"] = page.next;
+    }
+    return answer;
 }
 
 } // namespace

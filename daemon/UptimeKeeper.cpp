@@ -70,10 +70,10 @@ Result<Value> answerFrom(const std::optional<UptimeAnswer>& answer)
         boots.push_back(describe(row));
     }
     const UptimeNow& now = answer->now;
-    const bool known = now.boot > 0;
     return Value{{"current",
-                     {{"boot", known ? Value(now.boot) : Value()}, {"started", known ? Value(now.started) : Value()},
-                         {"uptime", known ? Value(now.elapsed) : Value()}, {"asleep", answer->asleep}}},
+                     {{"boot", now.boot > 0 ? Value(now.boot) : Value()},
+                         {"started", now.started > 0 ? Value(now.started) : Value()},
+                         {"uptime", now.started > 0 ? Value(now.elapsed) : Value()}, {"asleep", answer->asleep}}},
         {"boots", std::move(boots)}, {"longest", answer->longest}, {"availability", orNull(answer->availability)},
         {"more", answer->more}};
 }
@@ -83,6 +83,7 @@ Result<Value> answerFrom(const std::optional<UptimeAnswer>& answer)
 UptimeKeeper::UptimeKeeper(Context& context, UptimeStatCollectorMac& collector, HistoryDatabaseController& databases)
     : context_(context), collector_(collector), database_(context, databases, collector)
 {
+    database_.whenConfirmed([this] { collector_.addToDatabaseLater(); });
 }
 
 void UptimeKeeper::plugInto(CollectorPorts& ports)
@@ -100,8 +101,10 @@ void UptimeKeeper::plugInto(CollectorPorts& ports)
 
 void UptimeKeeper::start()
 {
-    database_.saveBootTime();
-    collector_.addToDatabase();
+    // A boot time that is not the key may be a moved one, which would make the boot two.
+    if (database_.saveBootTime(collector_.recordedBoottime())) {
+        collector_.addToDatabase();
+    }
     notes_ = context_.runtime.startTimer(context_.runtime.mainQueue(),
         {.first = noteInterval, .interval = noteInterval, .leeway = noteLeeway}, [this] { database_.noteRunning(); });
 }

@@ -192,7 +192,7 @@ int runDaemon(const Options& options)
     }
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
-    const auto host = makeHost(*runtime);
+    const auto host = makeHost(*runtime, paths);
     NotificationCenter notifications;
     Log log;
     Context context{*runtime, *host, notifications, log, paths};

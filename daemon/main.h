@@ -15,7 +15,7 @@ struct Host;
 /// The few things that main needs and that differ between the hosts. One source for each host gives them.
 
 std::unique_ptr<Runtime> makeRuntime();
-std::unique_ptr<Host> makeHost(Runtime& runtime);
+std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths);
 /// Where this host keeps the daemon's things when no root is given.
 Paths defaultPaths();
 /// What this host serves clients by, beside the socket.

@@ -29,7 +29,10 @@ std::filesystem::path folder(const char* variable, const char* usual)
 
 std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<AsioRuntime>(); }
 
-std::unique_ptr<Host> makeHost(Runtime& runtime) { return makeLinuxHost(runtime, {}); }
+std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths)
+{
+    return makeLinuxHost(runtime, {.state = paths.support});
+}
 
 Paths defaultPaths()
 {

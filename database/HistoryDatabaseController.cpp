@@ -52,34 +52,50 @@ std::shared_ptr<HistoryDatabaseItem> HistoryDatabaseController::databaseWithPath
     std::shared_ptr<HistoryDatabaseItem> item;
     {
         const std::lock_guard lock(mutex_);
-        auto& registered = databases_[path.filename().string()];
+        const std::string name = path.filename().string();
+        auto& registered = databases_[name];
         if (registered) {
             return registered;
         }
-        item = registered = std::make_shared<HistoryDatabaseItem>(context_, path, limits_);
+        const auto closed = closed_.extract(name);
+        const bool known = !closed.empty() && closed.mapped()->path() == path;
+        registered = known ? closed.mapped() : std::make_shared<HistoryDatabaseItem>(context_, path, limits_);
+        item = registered;
     }
     item->openIfNeeded();
     return item;
 }
 
-std::shared_ptr<HistoryDatabaseItem> HistoryDatabaseController::forget(const std::filesystem::path& path)
+/// The item of the file, moved to those that are closed; null when there has never been one.
+std::shared_ptr<HistoryDatabaseItem> HistoryDatabaseController::unregister(const std::filesystem::path& path)
 {
     const std::lock_guard lock(mutex_);
-    auto entry = databases_.extract(path.filename().string());
-    return entry.empty() ? nullptr : entry.mapped();
+    const std::string name = path.filename().string();
+    if (const auto entry = databases_.extract(name); !entry.empty()) {
+        closed_.insert_or_assign(name, entry.mapped());
+    }
+    const auto closed = closed_.find(name);
+    return closed == closed_.end() ? nullptr : closed->second;
+}
+
+/// Changes the file itself while nobody can have it open.
+void HistoryDatabaseController::replace(const std::filesystem::path& path, const Task& change)
+{
+    if (const auto item = unregister(path)) {
+        item->whileClosed(change);
+    } else {
+        change();
+    }
 }
 
 void HistoryDatabaseController::closeDatabase(const std::filesystem::path& path)
 {
-    if (const auto item = forget(path)) {
-        item->close();
-    }
+    replace(path, [] {});
 }
 
 void HistoryDatabaseController::deleteDatabase(const std::filesystem::path& path)
 {
-    closeDatabase(path);
-    removeFiles(path);
+    replace(path, [&] { removeFiles(path); });
 }
 
 bool HistoryDatabaseController::restoreBackup(const std::filesystem::path& backup, const std::filesystem::path& path)
@@ -87,15 +103,19 @@ bool HistoryDatabaseController::restoreBackup(const std::filesystem::path& backu
     if (!std::filesystem::exists(backup)) {
         return false;
     }
-    deleteDatabase(path);
-    std::error_code failure;
-    std::filesystem::copy_file(backup, path, failure);
-    if (failure || !isDatabase(path)) {
+    bool restored = false;
+    replace(path, [&] {
         removeFiles(path);
-        return false;
+        std::error_code failure;
+        restored = std::filesystem::copy_file(backup, path, failure) && isDatabase(path);
+        if (!restored) {
+            removeFiles(path);
+        }
+    });
+    if (restored) {
+        databaseWithPath(path);
     }
-    databaseWithPath(path);
-    return true;
+    return restored;
 }
 
 std::map<std::string, std::shared_ptr<HistoryDatabaseItem>> HistoryDatabaseController::registered() const
@@ -116,6 +136,9 @@ void HistoryDatabaseController::closeAll()
     for (const auto& [name, item] : registered()) {
         closeDatabase(item->path());
     }
+    decltype(closed_) last; // goes outside the lock
+    const std::lock_guard lock(mutex_);
+    last.swap(closed_);
 }
 
 std::map<std::string, DatabaseStatistics> HistoryDatabaseController::statistics() const

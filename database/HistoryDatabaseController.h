@@ -26,7 +26,8 @@ public:
 
     /// The item of the file, which is opened when it is new. Null for an empty path.
     std::shared_ptr<HistoryDatabaseItem> databaseWithPath(const std::filesystem::path& path);
-    /// Writes what waits, closes the file and forgets it.
+    /// Writes what waits, closes the file and no longer lists it. Whoever uses or asks for its item opens it again: there
+    /// is never a second connection, and the tables stay declared.
     void closeDatabase(const std::filesystem::path& path);
     /// Closes the file and removes it, with its write-ahead log.
     void deleteDatabase(const std::filesystem::path& path);
@@ -42,13 +43,15 @@ public:
     std::map<std::string, DatabaseStatistics> statistics() const;
 
 private:
-    std::shared_ptr<HistoryDatabaseItem> forget(const std::filesystem::path& path);
+    std::shared_ptr<HistoryDatabaseItem> unregister(const std::filesystem::path& path);
+    void replace(const std::filesystem::path& path, const Task& change);
     std::map<std::string, std::shared_ptr<HistoryDatabaseItem>> registered() const;
 
     Context& context_;
     const HistoryDatabaseItem::Limits limits_;
     mutable std::mutex mutex_; ///< guards the registry
     std::map<std::string, std::shared_ptr<HistoryDatabaseItem>> databases_;
+    std::map<std::string, std::shared_ptr<HistoryDatabaseItem>> closed_; ///< in case they are wanted again
 };
 
 } // namespace meridal

@@ -21,10 +21,12 @@ namespace {
 constexpr double complaintInterval = 60;     // s between two lines about the same trouble
 constexpr double longestAsidePause = 86'400; // s
 
-/// NORMAL: a commit is a few writes into the log without waiting for the disk; only a checkpoint waits. A power loss may
-/// take the latest commits, never half of one. The log starts over at 1000 pages (4 MiB) unless a reader pins it, and a
-/// log that has grown is cut back to 4 MiB when it starts over.
-constexpr std::array settings{"PRAGMA journal_mode = WAL", "PRAGMA synchronous = NORMAL",
+/// FULL: a commit waits until the disk has the log, so that a power loss takes nothing of it. Without that wait the log
+/// would reach the disk with the next checkpoint only, hours of samples later. Commits are two a minute and run on the
+/// file's own queue. On a Mac a plain sync ends at the drive's cache; "fullfsync" goes through it, and means nothing
+/// elsewhere. The log starts over at 1000 pages (4 MiB) unless a reader pins it, and a log that has grown is cut back to
+/// 4 MiB when it starts over.
+constexpr std::array settings{"PRAGMA synchronous = FULL", "PRAGMA fullfsync = ON", "PRAGMA journal_mode = WAL",
     "PRAGMA wal_autocheckpoint = 1000", "PRAGMA journal_size_limit = 4194304", "PRAGMA cache_size = -1024",
     "PRAGMA temp_store = MEMORY"};
 
@@ -71,6 +73,17 @@ std::string HistoryDatabaseFile::dated(std::string_view name) const
     return fmt::format("{}-{:%Y%m%d-%H%M%S}", name, fmt::gmtime(now));
 }
 
+/// A dated name beside the file that neither a database nor a log has yet.
+std::filesystem::path HistoryDatabaseFile::freeName(std::string_view why) const
+{
+    const std::string base = dated(fmt::format("{}{}", path_.string(), why));
+    std::string name = base;
+    for (int number = 2; std::filesystem::exists(name) || std::filesystem::exists(name + "-wal"); ++number) {
+        name = fmt::format("{}-{}", base, number);
+    }
+    return name;
+}
+
 void HistoryDatabaseFile::complain(SqlFailure kind, std::string_view what)
 {
     double& next = nextComplaint_[static_cast<std::size_t>(kind)];
@@ -90,8 +103,11 @@ bool HistoryDatabaseFile::open()
         if (!connection_.hasMoved() && !logIsGone) {
             return true;
         }
-        complain(SqlFailure::None, "vanished while open; going on with a new file");
+        complain(SqlFailure::None, "vanished while open; going on with what is there now");
         close();
+    }
+    if (!isRidOfForeignLog()) {
+        return false;
     }
     return openFresh() || (connection_.failure() == SqlFailure::Damaged && setAside() && openFresh());
 }
@@ -147,8 +163,35 @@ void HistoryDatabaseFile::makeTables()
 
 void HistoryDatabaseFile::close()
 {
+    logIsForeign_ = logIsForeign_ || connection_.hasMoved();
     connection_.close();
     hasLog_ = false;
+    static_cast<void>(isRidOfForeignLog()); // now: the next to open the file may be another process
+}
+
+/// When another file has taken the place of the open one, the write-ahead log beside it still belongs to the one that is
+/// gone: SQLite leaves it there, and would copy its pages into whatever is opened next.
+bool HistoryDatabaseFile::isRidOfForeignLog()
+{
+    if (!logIsForeign_) {
+        return true;
+    }
+    const std::filesystem::path target = freeName(".replaced");
+    for (const std::string_view part : {"-wal", "-shm"}) {
+        std::filesystem::path kept = target;
+        std::error_code failure;
+        std::filesystem::rename(besides(part), kept += part, failure);
+        if (failure && failure != std::errc::no_such_file_or_directory) {
+            complain(SqlFailure::CannotOpen, "the log of the file that was here cannot be moved: " + failure.message());
+            return false;
+        }
+        if (!failure) {
+            context_.log.warning(
+                fmt::format("{}: {} is of a file that is gone; kept as {}", path_.string(), part, kept.string()));
+        }
+    }
+    logIsForeign_ = false;
+    return true;
 }
 
 void HistoryDatabaseFile::declareTable(TableSchema schema)
@@ -212,7 +255,7 @@ bool HistoryDatabaseFile::write(const StatementBatch& batch)
     connection_.resetFailure();
     bool written = false;
     if (open() && tablesAreMade() && walIsInBounds()) {
-        written = writeOnce(batch) || (recover() && writeOnce(batch));
+        written = writeOnce(batch) || (recover() && tablesMade_ && writeOnce(batch));
     }
     if (written && failing_) {
         context_.log.info(fmt::format("{}: can be written again", path_.string()));
@@ -276,7 +319,13 @@ bool HistoryDatabaseFile::walIsInBounds()
     if (sizeOf(besides("-wal")) <= options_.walBytes) {
         return true;
     }
+    connection_.resetFailure();
     static_cast<void>(connection_.execute("PRAGMA wal_checkpoint(TRUNCATE)"));
+    const SqlFailure failure = connection_.failure();
+    if (failure != SqlFailure::None && failure != SqlFailure::Busy) {
+        complain(failure, "the log cannot be copied back: " + connection_.failureText());
+        return recover() && tablesMade_ && sizeOf(besides("-wal")) <= options_.walBytes;
+    }
     if (sizeOf(besides("-wal")) <= options_.walBytes) {
         return true;
     }
@@ -325,17 +374,16 @@ bool HistoryDatabaseFile::recover()
 
 bool HistoryDatabaseFile::setAside()
 {
+    if (connection_.hasMoved()) { // what is damaged is not what lies there now
+        close();
+        return isRidOfForeignLog();
+    }
     close();
     const double now = context_.runtime.monotonicTime();
     if (now < nextAside_) {
         return false;
     }
-    const std::filesystem::path base = path_.parent_path() / dated(path_.filename().string() + ".damaged");
-    std::filesystem::path target = base;
-    for (int number = 2; std::filesystem::exists(target); ++number) {
-        target = base;
-        target += fmt::format("-{}", number);
-    }
+    const std::filesystem::path target = freeName(".damaged");
     for (const std::string_view part : partsOfDatabase) {
         std::filesystem::path kept = target;
         std::error_code failure;

@@ -53,9 +53,11 @@ private:
     bool writeOnce(const StatementBatch& batch);
     bool recover();
     bool setAside();
+    bool isRidOfForeignLog();
     void complain(SqlFailure kind, std::string_view what);
     std::string dated(std::string_view name) const;
     std::filesystem::path besides(std::string_view suffix) const;
+    std::filesystem::path freeName(std::string_view why) const;
 
     Context& context_;
     std::filesystem::path path_;
@@ -63,11 +65,12 @@ private:
     SQLiteConnection connection_;
     std::vector<TableSchema> tables_;
     DatabaseStatistics statistics_;
-    bool tablesMade_ = true; ///< every declared table is there, as far as it can be
-    bool hasLog_ = false;    ///< the write-ahead log has been seen beside the open file
-    bool failing_ = false;   ///< the latest attempt to write failed
-    double nextAside_ = 0;   ///< monotonic s; before that no further file is set aside
-    double asidePause_ = 60; ///< s; doubles each time, so that a failing disk is not filled with broken files
+    bool tablesMade_ = true;    ///< every declared table is there, as far as it can be: batches are lost without
+    bool hasLog_ = false;       ///< the write-ahead log has been seen beside the open file
+    bool failing_ = false;      ///< the latest attempt to write failed
+    bool logIsForeign_ = false; ///< the log at the path belongs to a file that is no longer there
+    double nextAside_ = 0;      ///< monotonic s; before that no further file is set aside
+    double asidePause_ = 60;    ///< s; doubles each time, so that a failing disk is not filled with broken files
     std::array<double, 9> nextComplaint_ = {}; ///< monotonic s, by kind of failure
 };
 

@@ -70,9 +70,16 @@ bool HistoryDatabaseItem::openIfNeeded()
 
 void HistoryDatabaseItem::close()
 {
-    commitSync();
-    onQueue([this] {
+    whileClosed([] {});
+}
+
+void HistoryDatabaseItem::whileClosed(const Task& task)
+{
+    seal();
+    onQueue([&] {
+        writeSealed();
         file_->close();
+        task();
         publish();
     });
 }
@@ -113,14 +120,13 @@ void HistoryDatabaseItem::seal()
         sealedStatements_ += queries_.size();
         sealed_.push_back(std::exchange(queries_, {}));
     }
-    if (failing_) {
-        dropOldest();
-    }
+    // A write that hangs has not failed yet, and may hang for ever.
+    dropBeyond(failing_ ? limits_.keptStatements : 2 * limits_.keptStatements);
 }
 
-void HistoryDatabaseItem::dropOldest()
+void HistoryDatabaseItem::dropBeyond(std::size_t statements)
 {
-    while (sealedStatements_ > limits_.keptStatements && !sealed_.empty()) {
+    while (sealedStatements_ > statements && !sealed_.empty()) {
         statementsDropped_ += sealed_.front().size();
         sealedStatements_ -= sealed_.front().size();
         sealed_.pop_front();
@@ -132,11 +138,17 @@ void HistoryDatabaseItem::commit()
     seal();
     {
         const std::lock_guard lock(mutex_);
-        if (sealed_.empty()) {
+        if (sealed_.empty() || std::exchange(writePosted_, true)) {
             return;
         }
     }
-    post([this] { writeSealed(); });
+    post([this] {
+        {
+            const std::lock_guard lock(mutex_);
+            writePosted_ = false; // before it looks: what is sealed from now on asks again
+        }
+        writeSealed();
+    });
 }
 
 void HistoryDatabaseItem::commitSync()
@@ -166,7 +178,7 @@ void HistoryDatabaseItem::writeSealed()
         if (!goOn) {
             sealedStatements_ += batch.size();
             sealed_.push_front(std::move(batch));
-            dropOldest();
+            dropBeyond(limits_.keptStatements);
         }
     }
     publish();

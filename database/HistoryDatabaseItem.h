@@ -35,8 +35,9 @@ public:
 
     /// What tests change; the defaults are what the daemon runs with.
     struct Limits {
-        std::size_t batchStatements = 16'384;       ///< when so many wait, they are written without being told to
-        std::size_t keptStatements = 65'536;        ///< kept while they cannot be written; about 15 MB
+        std::size_t batchStatements = 16'384; ///< when so many wait, they are written without being told to
+        /// Kept while they cannot be written, about 15 MB; twice as many while a write takes its time.
+        std::size_t keptStatements = 65'536;
         std::uintmax_t walBytes = 64 * 1024 * 1024; ///< beyond this, nothing is written until readers let go
         int busyTimeout = 250;                      ///< ms to wait for another program's lock
         std::string vfs = {};                       ///< SQLite file system; empty for the system's own
@@ -60,6 +61,8 @@ public:
     bool openIfNeeded();
     /// Writes what waits, then closes the file. A later use opens it again.
     void close();
+    /// The same, and runs the task before anything can open the file again: for what replaces or removes it.
+    void whileClosed(const Task& task);
     /// Makes sure of a table, on the queue: now, and whenever a fresh file is started. Later statements and queries find
     /// it.
     void declareTable(TableSchema schema);
@@ -84,7 +87,7 @@ private:
     void onQueue(const Task& task);
     void post(Task task);
     void seal();
-    void dropOldest();
+    void dropBeyond(std::size_t statements);
     void writeSealed();
     void query(const QueryBlock& block);
     void publish();
@@ -99,7 +102,8 @@ private:
     StatementBatch queries_;            ///< waits for the next commit
     std::deque<StatementBatch> sealed_; ///< batches on their way to the file, oldest first
     std::size_t sealedStatements_ = 0;
-    bool failing_ = false; ///< the latest attempt to write failed
+    bool failing_ = false;     ///< the latest attempt to write failed
+    bool writePosted_ = false; ///< a task that will write what is sealed waits on the queue
     bool busy_ = false;
     double lastUse_ = 0;
     std::uint64_t statementsDropped_ = 0;

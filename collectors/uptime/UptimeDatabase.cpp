@@ -24,61 +24,10 @@ const TableSchema recordTable = {.table = "boot_records",
     .create = "create table %@ (boot double NOT NULL, id varchar(100) NOT NULL, started double NOT NULL, "
               "length double NOT NULL DEFAULT 0, asleep double NOT NULL DEFAULT 0, state int NOT NULL DEFAULT 0)"};
 
-bool hasRow(SQLiteConnection& connection, std::string_view query, const SqlValue& argument)
-{
-    const auto rows = connection.rows(query, std::span(&argument, 1));
-    return rows && !rows->empty();
-}
-
-/// Runs statements as one transaction, which is undone when one of them fails; answers whether it is in the file.
-template <typename Statements>
-bool inTransaction(SQLiteConnection& connection, const Statements& statements)
-{
-    if (connection.execute("BEGIN IMMEDIATE") && statements() && connection.execute("COMMIT")) {
-        return true;
-    }
-    if (connection.inTransaction()) {
-        static_cast<void>(connection.execute("ROLLBACK"));
-    }
-    return false;
-}
-
-/// The key of a boot: the one it has, or its boot time, which another boot may have too where the clock starts at the
-/// same moment every time. Absent when the file cannot be used.
-std::optional<double> keyOfBoot(SQLiteConnection& connection, const std::string& identifier, double boot)
-{
-    const SqlValue id = identifier;
-    const auto known = connection.rows("SELECT boot FROM boot_records WHERE id = ?", std::span(&id, 1));
-    if (!known) {
-        return std::nullopt;
-    }
-    if (!known->empty()) {
-        return number(known->front(), "boot");
-    }
-    double key = boot;
-    while (hasRow(connection, "SELECT boot FROM boot_records WHERE boot = ?", key)) {
-        key += 1;
-    }
-    return key;
-}
-
-/// What every note about a boot brings up to date; started and elapsed are NULL while the kernel's boot time is nonsense.
-bool note(SQLiteConnection& connection, double boot, const SqlValue& started, const SqlValue& elapsed, BootState state,
-    double slept = 0)
-{
-    return connection
-        .execute("UPDATE boot_records SET started = coalesce(?, started), length = max(length, coalesce(?, 0)), "
-                 "state = ?, asleep = asleep + ? WHERE boot = ?",
-            SqlValues{started, elapsed, static_cast<std::int64_t>(state), slept, boot})
-        .has_value();
-}
-
-/// One figure of a reading, NULL where there is none.
-template <typename Record>
-SqlValue orNull(const std::optional<Record>& reading, double Record::*figure)
-{
-    return reading ? SqlValue(*reading.*figure) : SqlValue();
-}
+constexpr int farewellAttempts = 8;       // of 250 ms each: within the 3 s for which the power manager delays a sleep
+constexpr double retryInterval = 15;      // s
+constexpr double vigilInterval = 10;      // s
+constexpr double sleepIsAborted = 2 * 60; // s awake since a farewell: logind and macOS both fall asleep within 30 s
 
 } // namespace
 
@@ -94,7 +43,7 @@ void UptimeDatabase::prepareUptime()
     }
 }
 
-std::optional<UptimeDatabase::Reading> UptimeDatabase::read() const
+std::optional<BootReading> UptimeDatabase::read() const
 {
     const MachineInfo& machine = *context_.host.machine;
     const auto told = machine.bootTime();
@@ -103,44 +52,75 @@ std::optional<UptimeDatabase::Reading> UptimeDatabase::read() const
     }
     // The kernel moves its boot time when the clock is set, so their distance is the true time since the boot.
     const double boot = std::floor(*told);
-    return Reading{.boot = boot,
+    return BootReading{.boot = boot,
         .elapsed = std::max(0.0, context_.runtime.wallTime() - boot),
         .identifier = machine.bootIdentifier().value_or("boot at " + fixed0(boot))};
 }
 
-/// Makes sure of the rows of this boot; answers its key, or nothing when the file cannot be used.
-std::optional<double> UptimeDatabase::recordBoot(SQLiteConnection& connection, const Reading& reading)
+// Writing
+
+void UptimeDatabase::write(std::optional<BootEvent> event, int attempts, Task written)
 {
-    std::optional<double> key;
-    const bool done = inTransaction(connection, [&] {
-        key = keyOfBoot(connection, reading.identifier, reading.boot);
-        if (!key) {
-            return false;
+    auto take = lifetime_.guard([this](bool done, std::optional<double> key) {
+        conclude(done, key);
+        if (key && confirmed_) {
+            confirmed_();
         }
-        if (!hasRow(connection, "SELECT * FROM uptime WHERE boot = ?", *key)
-            && !connection.execute("insert into uptime (boot) values (?)", SqlValues{*key})) {
-            return false;
-        }
-        if (!hasRow(connection, "SELECT * FROM boot_records WHERE boot = ?", *key)
-            && !connection.execute("insert into boot_records (boot, id, started) values (?, ?, ?)",
-                SqlValues{*key, reading.identifier, reading.boot})) {
-            return false;
-        }
-        return note(connection, *key, reading.boot, reading.elapsed, BootState::Running);
     });
-    return done ? key : std::nullopt;
+    database_->queryDatabaseAsync(
+        [journal = journal_, event = std::move(event), attempts, take, written = std::move(written),
+            &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
+            if (event) {
+                journal->add(*event);
+            }
+            const bool done = journal->write(connection, attempts);
+            main.post([take, written, done, key = journal->key()]() mutable {
+                take(done, key);
+                if (written) {
+                    written();
+                }
+            });
+        });
 }
 
-void UptimeDatabase::saveBootTime()
+bool UptimeDatabase::writeSync(const BootEvent& event, int attempts)
+{
+    bool done = false;
+    std::optional<double> key;
+    database_->queryDatabase([&](SQLiteConnection& connection) {
+        journal_->add(event);
+        done = journal_->write(connection, attempts);
+        key = journal_->key();
+    });
+    conclude(done, key);
+    return done;
+}
+
+void UptimeDatabase::conclude(bool done, std::optional<double> key)
+{
+    if (key) {
+        collector_.setBoottime(*key);
+    }
+    if (done) {
+        retry_.reset();
+    } else {
+        retry_ = context_.runtime.startTimer(
+            context_.runtime.mainQueue(), {.first = retryInterval, .leeway = 1}, [this] { write(std::nullopt, 1); });
+    }
+}
+
+bool UptimeDatabase::saveBootTime(std::optional<double> earlierKey)
 {
     const auto reading = read();
     if (!reading) {
-        return;
+        return false;
     }
-    std::optional<double> key;
-    database_->queryDatabase([&](SQLiteConnection& connection) { key = recordBoot(connection, *reading); });
-    collector_.setBoottime(key.value_or(reading->boot));
+    if (earlierKey) {
+        database_->queryDatabase([&](SQLiteConnection&) { journal_->suggestKey(*earlierKey); });
+    }
+    known_ = true;
     collector_.setUptime(reading->elapsed);
+    return writeSync({.reading = reading}, 1);
 }
 
 void UptimeDatabase::noteRunning()
@@ -150,67 +130,79 @@ void UptimeDatabase::noteRunning()
         return;
     }
     collector_.setUptime(reading->elapsed);
-    auto take = lifetime_.guard([this](double key) { collector_.setBoottime(key); });
-    database_->queryDatabaseAsync(
-        [reading = *reading, take, &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
-            if (const auto key = recordBoot(connection, reading)) {
-                main.post([take, key = *key]() mutable { take(key); });
-            }
-        });
+    if (!vigil_) {
+        known_ = true;
+        write(BootEvent{.reading = reading}, 1);
+    }
 }
 
 void UptimeDatabase::saveShutdownTime(Farewell why, double time, Task written)
 {
-    const double boot = collector_.boottime();
-    if (boot <= 0) {
+    if (!known_) {
         if (written) {
             context_.runtime.mainQueue().post(std::move(written));
         }
         return;
     }
-    const auto reading = read();
-    const BootState state = why == Farewell::Sleep ? BootState::Asleep : BootState::Ended;
-    const auto write = [time, boot, reading, state](SQLiteConnection& connection) {
-        inTransaction(connection, [&] {
-            return connection.execute("UPDATE uptime SET shutdown = ? WHERE boot = ?", SqlValues{time, boot})
-                && note(connection, boot, orNull(reading, &Reading::boot), orNull(reading, &Reading::elapsed), state);
-        });
-    };
-    if (!written) {
-        database_->queryDatabase(write);
-        return;
+    if (why == Farewell::Sleep) {
+        keepVigil();
     }
-    database_->queryDatabaseAsync(
-        [write, written = std::move(written), &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
-            write(connection);
-            main.post(written);
-        });
+    const BootEvent event{
+        .state = why == Farewell::Sleep ? BootState::Asleep : BootState::Ended, .reading = read(), .shutdown = time};
+    if (written) {
+        write(event, farewellAttempts, std::move(written));
+    } else {
+        writeSync(event, farewellAttempts);
+    }
 }
 
 void UptimeDatabase::saveSleep(double start, double end)
 {
-    const auto reading = read();
-    const double length = std::max(0.0, end - start);
-    database_->queryDatabaseAsync([start, length, reading, boot = collector_.boottime()](SQLiteConnection& connection) {
-        inTransaction(connection, [&] {
-            return connection.execute("insert into sleep (start, end) values (?, ?)", SqlValues{start, start + length})
-                && note(connection, boot, orNull(reading, &Reading::boot), orNull(reading, &Reading::elapsed),
-                    BootState::Running, length);
-        });
-    });
+    vigil_.reset();
+    write(BootEvent{.reading = known_ ? read() : std::nullopt,
+              .sleep = BootEvent::Sleep{.start = start, .length = std::max(0.0, end - start)}},
+        1);
 }
+
+// Between a farewell and the wake
+
+/// Until the machine wakes nothing may say that it runs, or a sleep without end would look like a crash. But a sleep
+/// can be called off without a word: then time passes awake. On macOS the clock counts sleep, and the machine may half
+/// wake for moments, so only an unbroken row of ticks is time awake.
+void UptimeDatabase::keepVigil()
+{
+    const double begin = context_.runtime.monotonicTime();
+    auto tick = [this, awakeSince = begin, last = begin]() mutable {
+        const double now = context_.runtime.monotonicTime();
+        if (now - std::exchange(last, now) > 2 * vigilInterval) {
+            awakeSince = now;
+        }
+        if (now - awakeSince >= sleepIsAborted) {
+            vigil_.reset();
+            noteRunning();
+        }
+    };
+    vigil_ = context_.runtime.startTimer(
+        context_.runtime.mainQueue(), {.first = vigilInterval, .interval = vigilInterval}, tick);
+}
+
+// Reading
 
 void UptimeDatabase::readHistory(const UptimeQuestion& question, std::function<void(std::optional<UptimeAnswer>)> reply)
 {
-    UptimeNow now{.boot = std::max(0.0, collector_.boottime()), .wallTime = context_.runtime.wallTime()};
+    UptimeNow now{.wallTime = context_.runtime.wallTime()};
+    std::string identifier;
     if (const auto reading = read()) {
         now.started = reading->boot;
         now.elapsed = reading->elapsed;
+        identifier = reading->identifier;
     }
-    database_->queryDatabaseAsync(
-        [question, now, reply = std::move(reply), &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
-            main.post([reply, answer = readUptimeHistory(connection, question, now)] { reply(answer); });
-        });
+    database_->queryDatabaseAsync([journal = journal_, question, now, identifier, reply = std::move(reply),
+                                      &main = context_.runtime.mainQueue()](SQLiteConnection& connection) mutable {
+        const auto key = journal->key();
+        now.boot = (key ? key : UptimeJournal::keyOf(connection, identifier)).value_or(0);
+        main.post([reply, answer = readUptimeHistory(connection, question, now)] { reply(answer); });
+    });
 }
 
 } // namespace meridal

@@ -3,18 +3,18 @@
 #include "base/Lifetime.h"
 #include "base/Runtime.h"
 #include "collectors/uptime/UptimeHistory.h"
+#include "collectors/uptime/UptimeJournal.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string>
+#include <utility>
 
 namespace meridal {
 
 struct Context;
 class HistoryDatabaseController;
 class HistoryDatabaseItem;
-class SQLiteConnection;
 class UptimeStatCollector;
 
 /// Why the daemon writes its last word: before what it may not come back from.
@@ -23,41 +23,49 @@ enum class Farewell { Sleep, Shutdown };
 /// The record of boots, shutdowns and sleeps in uptime.db. One boot is one row of `uptime`, whatever the clock does: the
 /// first boot time that the kernel told for a boot identifier stays the row's key. `uptime` and `sleep` hold times and
 /// nothing else; a third table, `boot_records`, holds what times alone do not tell: which boot a key stands for, how
-/// long it lasted by a clock that nobody sets, and how it ended. Main queue only.
+/// long it lasted by a clock that nobody sets, and how it ended. What cannot be written is tried again later.
+/// Main queue only.
 class UptimeDatabase {
 public:
     UptimeDatabase(Context& context, HistoryDatabaseController& databases, UptimeStatCollector& collector);
 
-    /// Makes the tables that are missing. Waits.
+    /// Declares the tables, which are made where they are missing before anything else is done with the file. Does not
+    /// wait.
     void prepareUptime();
-    /// Makes sure of this boot's row, and gives the collector the boot time that is its key. Waits. Does nothing while
-    /// the boot time is unknown.
-    void saveBootTime();
+    /// Makes sure of this boot's row, and gives the collector the boot time that is its key: the earlier one where a
+    /// fresh file knows of none. Waits, and answers whether the row is there; until it is, the collector's boot time is
+    /// only what the kernel tells. Does nothing while the kernel's boot time is unknown.
+    bool saveBootTime(std::optional<double> earlierKey = std::nullopt);
+    /// Runs whenever something has been written without waiting and the collector's boot time is the key.
+    void whenConfirmed(Task confirmed) { confirmed_ = std::move(confirmed); }
     /// Writes when this boot ended or fell asleep. With `written`, returns at once and runs that on the main queue
-    /// afterwards; without, returns when it is written.
+    /// afterwards; without, returns when it is written, or after 2 s when another program keeps the file locked.
     void saveShutdownTime(Farewell why, double time, Task written = {});
     /// Records a sleep that has ended. A clock that was set back makes it one of no length.
     void saveSleep(double start, double end);
-    /// Notes how long this boot has lasted: all that will be known of it should it end without a farewell. Also makes up
-    /// for a boot row that could not be written until now.
+    /// Notes how long this boot has lasted: all that will be known of it should it end without a farewell. Not between
+    /// a farewell before sleep and the wake.
     void noteRunning();
 
     /// Reads the history; the answer comes on the main queue, null when the file cannot be read.
     void readHistory(const UptimeQuestion& question, std::function<void(std::optional<UptimeAnswer>)> reply);
 
 private:
-    /// The kernel's view of this boot, now.
-    struct Reading {
-        double boot = 0;        ///< s since 1970, whole; moves with the clock
-        double elapsed = 0;     ///< s since the boot, whatever the clock was set to
-        std::string identifier; ///< of the boot
-    };
-    std::optional<Reading> read() const;
-    static std::optional<double> recordBoot(SQLiteConnection& connection, const Reading& reading);
+    std::optional<BootReading> read() const;
+    void write(std::optional<BootEvent> event, int attempts, Task written = {});
+    bool writeSync(const BootEvent& event, int attempts);
+    void conclude(bool done, std::optional<double> key);
+    void keepVigil();
 
     Context& context_;
     UptimeStatCollector& collector_;
     std::shared_ptr<HistoryDatabaseItem> database_;
+    /// Used on the file's queue only, whose tasks keep it alive.
+    std::shared_ptr<UptimeJournal> journal_ = std::make_shared<UptimeJournal>();
+    Task confirmed_;
+    bool known_ = false;           ///< the kernel has told a boot time that was to be recorded
+    std::unique_ptr<Timer> retry_; ///< of what could not be written
+    std::unique_ptr<Timer> vigil_; ///< runs between a farewell before sleep and the wake
     Lifetime lifetime_;
 };
 

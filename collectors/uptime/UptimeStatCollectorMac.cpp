@@ -16,6 +16,8 @@ namespace meridal {
 namespace {
 
 const TableSchema boottimes = {.table = "boottimes", .create = "create table %@ (time double NOT NULL)"};
+const TableSchema identifiers = {
+    .table = "boottime_ids", .create = "create table %@ (time double NOT NULL, id varchar(100) NOT NULL)"};
 
 std::unique_ptr<UptimeStatCollectorMac>& sharedInstance()
 {
@@ -73,24 +75,64 @@ bool UptimeStatCollectorMac::prepareDatabase()
             created = created || (exists && !*exists);
         });
         database->declareTable(boottimes);
+        database->declareTable(identifiers);
     }
     return created;
 }
 
+/// What records the boot in one file.
+HistoryDatabaseItem::QueryBlock UptimeStatCollectorMac::recording() const
+{
+    const auto identifier = context().host.machine->bootIdentifier();
+    return [boot = boottime(), identifier](SQLiteConnection& connection) {
+        const auto known = connection.rows("SELECT * FROM boottimes WHERE time = ?", SqlValues{boot});
+        if (!known
+            || (known->empty() && !connection.execute("insert into boottimes (time) values (?)", SqlValues{boot}))
+            || !identifier) {
+            return;
+        }
+        const auto named = connection.rows("SELECT * FROM boottime_ids WHERE id = ?", SqlValues{*identifier});
+        if (named && named->empty()) {
+            static_cast<void>(
+                connection.execute("insert into boottime_ids (time, id) values (?, ?)", SqlValues{boot, *identifier}));
+        }
+    };
+}
+
 void UptimeStatCollectorMac::addToDatabase()
 {
-    if (boottime() <= 0) {
-        return;
+    if (boottime() > 0) {
+        for (const std::string& path : {dbpath(), dbpathLong()}) {
+            databases_.databaseWithPath(path)->queryDatabase(recording());
+        }
     }
-    const SqlValues boot = {boottime()};
+}
+
+void UptimeStatCollectorMac::addToDatabaseLater()
+{
+    if (boottime() > 0) {
+        for (const std::string& path : {dbpath(), dbpathLong()}) {
+            databases_.databaseWithPath(path)->queryDatabaseAsync(recording());
+        }
+    }
+}
+
+std::optional<double> UptimeStatCollectorMac::recordedBoottime()
+{
+    std::optional<double> recorded;
+    const auto identifier = context().host.machine->bootIdentifier();
     for (const std::string& path : {dbpath(), dbpathLong()}) {
+        if (!identifier || recorded) {
+            break;
+        }
         databases_.databaseWithPath(path)->queryDatabase([&](SQLiteConnection& connection) {
-            const auto known = connection.rows("SELECT * FROM boottimes WHERE time = ?", boot);
-            if (known && known->empty()) {
-                static_cast<void>(connection.execute("insert into boottimes (time) values (?)", boot));
+            const auto rows = connection.rows("SELECT time FROM boottime_ids WHERE id = ?", SqlValues{*identifier});
+            if (rows && !rows->empty()) {
+                recorded = number(rows->front(), "time");
             }
         });
     }
+    return recorded;
 }
 
 } // namespace meridal

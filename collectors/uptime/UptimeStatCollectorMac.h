@@ -1,13 +1,17 @@
 #pragma once
 
 #include "collectors/uptime/UptimeStatCollector.h"
+#include "database/HistoryDatabaseItem.h"
+
+#include <optional>
 
 namespace meridal {
 
 class HistoryDatabaseController;
 
 /// The uptime collector of both hosts: asks MachineInfo for the boot time and records it in its history files, in a
-/// table `boottimes`.
+/// table `boottimes`; which boot a time stands for is in `boottime_ids` beside it, so that a boot whose time was moved by
+/// a correction of the clock is known again.
 class UptimeStatCollectorMac final : public UptimeStatCollector {
 public:
     UptimeStatCollectorMac(Context& context, HistoryDatabaseController& databases);
@@ -22,10 +26,16 @@ public:
 
     /// Makes the table in both files where it is missing; answers whether it had to.
     bool prepareDatabase() override;
-    /// Records the boot in both files, once.
+    /// Records the boot in both files, once. Waits. To be called when the boot time is certain to be the boot's key.
     void addToDatabase();
+    /// The same without waiting, for a running daemon.
+    void addToDatabaseLater();
+    /// The boot time that this boot was recorded with in either file. Waits.
+    std::optional<double> recordedBoottime();
 
 private:
+    HistoryDatabaseItem::QueryBlock recording() const;
+
     HistoryDatabaseController& databases_;
 };
 

@@ -9,7 +9,10 @@
 #include "platform/host/ProcessSource.h"
 #include "platform/host/Registry.h"
 #include "platform/host/SMARTDevice.h"
+#include "platform/host/SMCService.h"
 #include "platform/host/SelfUsage.h"
+#include "platform/host/SensorChannels.h"
+#include "platform/host/SensorServices.h"
 #include "platform/host/UserRights.h"
 
 #include <memory>
@@ -30,6 +33,9 @@ struct Host {
     std::unique_ptr<PowerSources> powerSources;
     std::unique_ptr<Registry> registry;
     std::unique_ptr<SMARTDevices> smartDevices;
+    std::unique_ptr<SMCService> smc;
+    std::unique_ptr<SensorServices> sensorServices;
+    std::unique_ptr<SensorChannels> sensorChannels;
 };
 
 } // namespace meridal

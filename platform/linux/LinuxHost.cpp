@@ -2,6 +2,10 @@
 
 #include "platform/linux/BusNotifications.h"
 #include "platform/linux/DrmDisplayInfo.h"
+#include "platform/linux/HwmonSMCService.h"
+#include "platform/linux/HwmonSensorChannels.h"
+#include "platform/linux/HwmonSensorServices.h"
+#include "platform/linux/HwmonSensors.h"
 #include "platform/linux/LinuxMachineInfo.h"
 #include "platform/linux/LinuxRegistry.h"
 #include "platform/linux/LinuxSMARTDevice.h"
@@ -35,10 +39,17 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
     host->distributedNotifications = std::make_unique<BusNotifications>(bus);
-    host->powerMessages = std::make_unique<LogindPowerMessages>(std::move(bus), host->limitations);
+    host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
     host->registry = std::make_unique<LinuxRegistry>(runtime, options.root, host->limitations);
     host->smartDevices = std::make_unique<LinuxSMARTDevices>(options.root);
+    auto sensors = std::make_shared<HwmonSensors>(runtime,
+        HwmonOptions{.root = options.root,
+            .keyFile = options.state.empty() ? std::filesystem::path() : options.state / "sensor-keys"},
+        host->limitations);
+    host->smc = std::make_unique<HwmonSMCService>(sensors);
+    host->sensorServices = std::make_unique<HwmonSensorServices>(sensors);
+    host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
     return host;

@@ -12,6 +12,7 @@ class Runtime;
 
 struct LinuxHostOptions {
     std::filesystem::path root = "/"; ///< what holds proc, sys, etc, run and dev
+    std::filesystem::path state = {}; ///< where adapters keep what must survive a restart; empty keeps nothing
     ProcProcessOptions processes = {};
 };
 

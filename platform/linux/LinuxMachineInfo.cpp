@@ -1,5 +1,7 @@
 #include "platform/linux/LinuxMachineInfo.h"
 
+#include "platform/linux/HwmonChip.h"
+
 #include <algorithm>
 #include <array>
 #include <set>
@@ -147,6 +149,7 @@ void LinuxMachineInfo::readSystem()
     }
     systemName_ = valueOfKey(release, "PRETTY_NAME", '=').value_or("Linux");
     serviceManager_ = root_.exists("run/systemd/system") ? "systemd" : root_.readLine("proc/1/comm").value_or("init");
+    realSMC_ = hasRealSMC(root_);
     bootIdentifier_ = root_.readLine("proc/sys/kernel/random/boot_id");
 }
 

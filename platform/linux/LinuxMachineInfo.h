@@ -28,7 +28,8 @@ public:
     std::string systemName() const override { return systemName_; }
     std::optional<double> bootTime() const override;
     std::optional<std::string> bootIdentifier() const override { return bootIdentifier_; }
-    bool hasService(std::string_view) const override { return false; }
+    /// "FakeSMC", unless the kernel drives a real one.
+    bool hasService(std::string_view serviceClass) const override { return serviceClass == "FakeSMC" && !realSMC_; }
     std::optional<bool> chassisIsPortable() const override { return portable_; }
     std::string serviceManagerName() const override { return serviceManager_; }
 
@@ -52,6 +53,7 @@ private:
     std::optional<std::string> hardwareAddress_;
     std::string systemName_;
     std::optional<bool> portable_;
+    bool realSMC_ = false;
     std::string serviceManager_;
     std::optional<std::string> bootIdentifier_;
 };

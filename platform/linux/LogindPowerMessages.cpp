@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <systemd/sd-bus.h>
 
+#include <cerrno>
+#include <cstring>
 #include <string>
 #include <utility>
 
@@ -14,6 +16,7 @@ constexpr const char* service = "org.freedesktop.login1";
 constexpr const char* objectPath = "/org/freedesktop/login1";
 constexpr const char* managerInterface = "org.freedesktop.login1.Manager";
 constexpr const char* limitation = "sleep-messages";
+constexpr double retryInterval = 30; // s
 
 LogindPowerMessages& self(void* pointer) { return *static_cast<LogindPowerMessages*>(pointer); }
 
@@ -33,8 +36,9 @@ private:
     std::weak_ptr<Handler> handler_;
 };
 
-LogindPowerMessages::LogindPowerMessages(std::shared_ptr<SystemBus> bus, std::shared_ptr<Limitations> limitations)
-    : bus_(std::move(bus)), limitations_(std::move(limitations))
+LogindPowerMessages::LogindPowerMessages(
+    Runtime& runtime, std::shared_ptr<SystemBus> bus, std::shared_ptr<Limitations> limitations)
+    : runtime_(runtime), bus_(std::move(bus)), limitations_(std::move(limitations))
 {
     if (!bus_->handle()) {
         limitations_->set(
@@ -106,43 +110,69 @@ void LogindPowerMessages::ownerChanged(sd_bus_message& message)
         return;
     }
     if (*after != '\0') {
-        inhibit(); // a new logind may not know of the inhibitor that an earlier one gave
+        // A new logind may not know of the inhibitor that an earlier one gave, nor tell of the wake from a sleep that
+        // the earlier one began; an allowance for that sleep must not let go of the new inhibitor.
+        ++token_;
+        wanted_ = true;
+        inhibit();
     } else {
+        retry_.reset();
         limitations_->set(limitation, "no sleep or wake is seen: systemd-logind is not running");
     }
 }
 
 void LogindPowerMessages::inhibit()
 {
+    retry_.reset();
     call_ = sd_bus_slot_unref(call_);
     if (!bus_->handle() || !wanted_) {
         return;
     }
-    sd_bus_call_method_async(
+    const int result = sd_bus_call_method_async(
         bus_->handle(), &call_, service, objectPath, managerInterface, "Inhibit",
         [](sd_bus_message* reply, void* pointer, sd_bus_error*) {
             self(pointer).takeInhibitor(*reply);
             return 0;
         },
         this, "ssss", "sleep", "meridald", "Notes the time and saves its figures", "delay");
+    if (result < 0) {
+        return retryLater(std::strerror(-result));
+    }
     bus_->kick();
 }
 
 void LogindPowerMessages::takeInhibitor(sd_bus_message& reply)
 {
     call_ = sd_bus_slot_unref(call_);
+    if (!wanted_) {
+        return; // the sleep was allowed meanwhile
+    }
     if (sd_bus_message_is_method_error(&reply, nullptr) > 0) {
         const sd_bus_error* error = sd_bus_message_get_error(&reply);
-        const char* words = error && error->message ? error->message : "refused";
-        limitations_->set(limitation, std::string("no delay before sleep from systemd-logind: ") + words);
+        retryLater(error && error->message ? error->message : "refused");
+        if (sd_bus_error_has_name(error, SD_BUS_ERROR_SERVICE_UNKNOWN) > 0) {
+            retry_.reset(); // there is no logind; the bus tells when one comes
+        }
         return;
     }
     int descriptor = -1; // the message's own
-    if (!wanted_ || sd_bus_message_read(&reply, "h", &descriptor) < 0) {
-        return;
+    if (const int result = sd_bus_message_read(&reply, "h", &descriptor); result < 0) {
+        return retryLater(std::strerror(-result));
     }
-    inhibitor_ = Descriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, 3)); // an older one is let go only now
+    Descriptor inhibitor(::fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
+    if (!inhibitor) {
+        return retryLater(std::strerror(errno));
+    }
+    inhibitor_ = std::move(inhibitor); // an older one is let go only now
     limitations_->clear(limitation);
+}
+
+/// An inhibitor that is already held stays.
+void LogindPowerMessages::retryLater(const std::string& reason)
+{
+    limitations_->set(limitation, "no delay before sleep from systemd-logind: " + reason);
+    retry_ = runtime_.startTimer(
+        runtime_.mainQueue(), {.first = retryInterval, .leeway = retryInterval / 6}, [this] { inhibit(); });
 }
 
 void LogindPowerMessages::prepareForSleep(bool sleeping)

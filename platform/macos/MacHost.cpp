@@ -1,6 +1,8 @@
 #include "platform/macos/MacHost.h"
 
+#include "platform/macos/AppleSMCService.h"
 #include "platform/macos/DistributedCenter.h"
+#include "platform/macos/HIDSensorServices.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
 #include "platform/macos/MacPowerMessages.h"
@@ -9,6 +11,7 @@
 #include "platform/macos/MacSMARTDevice.h"
 #include "platform/macos/MacSelfUsage.h"
 #include "platform/macos/MacUserRights.h"
+#include "platform/macos/NoSensorChannels.h"
 #include "platform/macos/WindowServerDisplayInfo.h"
 
 namespace meridal {
@@ -26,6 +29,9 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->powerSources = std::make_unique<MacPowerSources>();
     host->registry = std::make_unique<MacRegistry>();
     host->smartDevices = std::make_unique<MacSMARTDevices>();
+    host->smc = std::make_unique<AppleSMCService>();
+    host->sensorServices = std::make_unique<HIDSensorServices>();
+    host->sensorChannels = std::make_unique<NoSensorChannels>();
     return host;
 }
 

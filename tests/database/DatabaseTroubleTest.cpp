@@ -2,6 +2,7 @@
 // stored is deleted, what waited is written when the trouble is over, and the log says so without chattering.
 
 #include "tests/database/DatabaseFixture.h"
+#include "tests/database/FaultyVfs.h"
 
 #include <fstream>
 
@@ -94,6 +95,77 @@ TEST_F(DatabaseTroubleTest, AFileThatVanishesIsStartedAfresh)
     EXPECT_EQ(linesWith("vanished"), 1U); // once a minute
 }
 
+TEST_F(DatabaseTroubleTest, AFileThatIsReplacedIsNotMixedWithTheLogOfTheOldOne)
+{
+    const auto backup = folder_.root() / "backup.db";
+    for (const bool closedFirst : {false, true}) {
+        {
+            const auto item = openItem();
+            writeBatch(*item, 1, 2000);
+            item->close();
+            std::filesystem::copy_file(path(), backup);
+            item->queryDatabase([](SQLiteConnection& database) { // whose pages lie elsewhere
+                static_cast<void>(database.execute("DELETE FROM rows"));
+                static_cast<void>(database.execute("CREATE TABLE IF NOT EXISTS other (a, b)"));
+                static_cast<void>(database.execute("VACUUM"));
+            });
+            item->close();
+        }
+        auto item = openItem();
+        for (std::int64_t batch = 100; batch < 130; ++batch) {
+            writeBatch(*item, batch, 50);
+        }
+        std::filesystem::rename(backup, path());
+        if (closedFirst) { // the daemon ends before it has noticed
+            item->close();
+            item = openItem();
+        }
+        writeBatch(*item, 1000);
+        OtherProgram reader(path());
+        EXPECT_EQ(reader.value("PRAGMA integrity_check"), "ok");
+        EXPECT_EQ(reader.value("SELECT group_concat(DISTINCT batch) FROM rows"), "1,1000");
+        EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "2010");
+        EXPECT_EQ(item->statistics().filesSetAside, 0U);
+        EXPECT_FALSE(filesWith(".replaced-20231114-").empty()) << "the log is kept";
+        item->close();
+        for (const auto& file : filesWith("history.db")) {
+            std::filesystem::remove(file);
+        }
+    }
+}
+
+TEST_F(DatabaseTroubleTest, ALogThatCannotBeCopiedBackIsTroubleLikeAnyOther)
+{
+    FaultyVfs vfs("meridal-checkpoint");
+    for (const int code : {SQLITE_IOERR_WRITE, SQLITE_CORRUPT}) {
+        const auto item = openItem({.walBytes = 32 * 1024, .busyTimeout = 1, .vfs = "meridal-checkpoint"});
+        {
+            OtherProgram reader(path());
+            reader.run("BEGIN");
+            EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "0");
+            for (std::int64_t batch = 0; batch < 20; ++batch) {
+                writeBatch(*item, batch, 100);
+            }
+        }
+        EXPECT_GT(item->statistics().statementsWaiting, 0U);
+        vfs.failEvery(2, code); // the log's sync before the copying gets through, the copying does not
+        item->commitSync();
+        vfs.failEvery(0);
+        if (code == SQLITE_CORRUPT) {
+            EXPECT_EQ(item->statistics().filesSetAside, 1U);
+        } else {
+            EXPECT_FALSE(item->statistics().open) << "what the connection remembers is not to be trusted";
+        }
+        item->commitSync();
+        EXPECT_EQ(item->statistics().statementsWaiting, 0U);
+        EXPECT_EQ(item->statistics().statementsDropped, 0U);
+        item->close();
+        for (const auto& file : filesWith("history.db")) {
+            std::filesystem::remove(file);
+        }
+    }
+}
+
 TEST_F(DatabaseTroubleTest, AFolderThatCannotBeHadIsTriedAgain)
 {
     folder_.write("state", "in the way");
@@ -128,6 +200,21 @@ TEST_F(DatabaseTroubleTest, WhatCannotBeWrittenForLongLosesItsOldest)
     item->commitSync();
     EXPECT_EQ(
         OtherProgram(path()).value("SELECT min(batch) || ' ' || max(batch) || ' ' || count(*) FROM rows"), "6 15 100");
+}
+
+TEST_F(DatabaseTroubleTest, ADiskThatHangsCannotFillTheMemory)
+{
+    const auto item = openItem({.batchStatements = 20, .keptStatements = 100});
+    machine_.runtime.runDue();
+    for (std::int64_t batch = 1; batch <= 100; ++batch) { // nothing of it runs: the queue hangs
+        addBatch(*item, batch);
+        item->commit();
+        EXPECT_LE(item->statistics().statementsWaiting, 200U);
+    }
+    EXPECT_EQ(item->statistics().statementsDropped, 800U);
+    machine_.runtime.runDue();
+    EXPECT_EQ(OtherProgram(path()).value("SELECT min(batch) || ' ' || max(batch) FROM rows"), "81 100");
+    EXPECT_EQ(item->statistics().statementsWaiting, 0U);
 }
 
 TEST_F(DatabaseTroubleTest, AReaderThatNeverEndsCannotGrowTheLogWithoutBound)

@@ -170,8 +170,7 @@ TEST_F(HistoryDatabaseControllerTest, OneItemAFileName)
     EXPECT_NE(item, controller_.databaseWithPath(folder_.root() / "other.db"));
     EXPECT_EQ(controller_.databaseWithPath({}), nullptr);
     EXPECT_EQ(item->queue()->label(), "dbqueue-history.db");
-    controller_.closeDatabase(path());
-    EXPECT_NE(item, controller_.databaseWithPath(path()));
+    EXPECT_EQ(controller_.statistics().size(), 2U);
     controller_.deleteDatabase(path());
     EXPECT_TRUE(filesWith("history.db").empty());
 }
@@ -187,6 +186,34 @@ TEST_F(HistoryDatabaseControllerTest, ClosingWritesWhatWaits)
     controller_.closeAll();
     EXPECT_EQ(rowCount(), "20");
     EXPECT_TRUE(controller_.statistics().empty());
+}
+
+TEST_F(HistoryDatabaseControllerTest, AFileThatWasClosedHasOneConnectionAndItsTablesAgain)
+{
+    const auto kept = controller_.databaseWithPath(path()); // by somebody who does not ask again
+    kept->declareTable({.table = "rows", .create = create_});
+    writeBatch(*kept, 1);
+    controller_.closeDatabase(path());
+    EXPECT_TRUE(controller_.statistics().empty());
+    writeBatch(*kept, 2);
+    writeBatch(*controller_.databaseWithPath(path()), 3);
+    EXPECT_EQ(rowCount(), "30");
+
+    controller_.deleteDatabase(path());
+    writeBatch(*controller_.databaseWithPath(path()), 4);
+    EXPECT_EQ(rowCount(), "10");
+
+    const auto backup = folder_.root() / "backup.db"; // from before there was such a table
+    {
+        SQLiteConnection other;
+        ASSERT_TRUE(other.open(backup, {}));
+        EXPECT_TRUE(other.execute("CREATE TABLE other (a)"));
+    }
+    EXPECT_TRUE(controller_.restoreBackup(backup, path()));
+    writeBatch(*kept, 5);
+    writeBatch(*controller_.databaseWithPath(path()), 6);
+    EXPECT_EQ(rowCount(), "20");
+    EXPECT_TRUE(filesWith(".replaced").empty());
 }
 
 TEST_F(HistoryDatabaseControllerTest, ABackupTakesTheFilesPlaceOnlyWhenItIsADatabase)

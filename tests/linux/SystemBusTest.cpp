@@ -1,61 +1,12 @@
 #include "platform/linux/SystemBus.h"
-#include "base/VirtualRuntime.h"
 #include "platform/linux/BusNotifications.h"
 #include "platform/linux/LinuxHost.h"
-#include "tests/linux/Child.h"
-#include "tests/support/TemporaryTree.h"
-
-#include <gtest/gtest.h>
-
-#include <poll.h>
-#include <systemd/sd-bus.h>
+#include "tests/linux/BusFixture.h"
 
 namespace meridal {
 namespace {
 
-/// A bus of the test's own, and virtual time whose descriptors are real.
-struct Bus : testing::Test {
-    void startDaemon()
-    {
-        daemon = std::make_unique<test::Child>([&](const test::Child::Pipes& pipes) {
-            ::dup2(pipes.answers, 3);
-            ::execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog",
-                "--print-address=3", ("--address=" + address).c_str(), nullptr);
-        });
-        char first = 0;
-        hasDaemon = daemon->answer(first); // printed once it listens
-    }
-    void SetUp() override
-    {
-        startDaemon();
-        if (!hasDaemon) {
-            GTEST_SKIP() << "no dbus-daemon installed";
-        }
-    }
-    /// Serves the connection until the condition holds; false after about 5 s without.
-    template <typename Condition>
-    bool serveUntil(SystemBus& bus, const Condition& condition)
-    {
-        for (int i = 0; i < 500 && !condition(); ++i) {
-            runtime.runDue();
-            if (bus.handle()) {
-                const int descriptor = sd_bus_get_fd(bus.handle());
-                pollfd wait{.fd = descriptor, .events = POLLIN, .revents = 0};
-                if (::poll(&wait, 1, 10) > 0) {
-                    runtime.makeReadable(descriptor);
-                }
-            }
-        }
-        return condition();
-    }
-
-    test::TemporaryTree tree;
-    std::string address = "unix:path=" + (tree.root() / "bus").string();
-    std::unique_ptr<test::Child> daemon;
-    bool hasDaemon = false;
-    VirtualRuntime runtime;
-    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
-};
+using Bus = test::BusTest;
 
 TEST_F(Bus, SignalsReachObserversUntilTheyEnd)
 {
@@ -119,6 +70,7 @@ TEST(LinuxHost, HasEverySeamEvenOnAnEmptyMachine)
     const test::TemporaryTree tree{{"proc/5/stat", "5 (only) S 0 1 1 0 -1 0 0 0 0 0 1 1 0 0 20 0 1 0 9 0\n"}};
     const auto host = makeLinuxHost(runtime, {.root = tree.root()});
     ASSERT_TRUE(host->machine && host->processes && host->display && host->distributedNotifications && host->selfUsage);
+    EXPECT_TRUE(host->smc && host->sensorServices && host->sensorChannels);
     EXPECT_EQ(host->processes->readProcesses(ProcessFields::Cpu).size(), 1U);
     EXPECT_FALSE(host->display->frameRate());
     host->distributedNotifications->post("nobody hears this");

@@ -11,6 +11,7 @@ import shutil
 import sqlite3
 import subprocess
 import sys
+import threading
 import time
 import unittest
 
@@ -137,6 +138,32 @@ class PowerTest(unittest.TestCase):
         client.close()
         self.assertEqual(daemon.stop(), 0)
         self.assertEqual(daemon.read_log().count("sleep-messages"), 1, "said once")
+
+    def test_a_logind_that_restarts_during_a_sleep_is_inhibited_anew(self):
+        logind = self.start_logind()
+        daemon = self.start().wait_ready()
+        until(lambda: self.inhibitors() == HELD, "the inhibitor")
+        self.prepare_for_sleep(True)
+        until(lambda: self.inhibitors() == [], "the allowance")
+        logind.kill()
+        until(lambda: not self.bus.name_has_owner(LOGIN), "the end of logind")
+        self.start_logind()  # and tells of no wake
+        until(lambda: self.inhibitors() == HELD, "the inhibitor of the new logind")
+        self.assertEqual(daemon.stop(), 0)
+
+    def test_an_end_is_recorded_though_the_file_is_locked_for_a_moment(self):
+        daemon = self.start().wait_ready()
+        other = sqlite3.connect(os.path.join(self.root, "state", "uptime.db"), isolation_level=None, check_same_thread=False)
+        self.addCleanup(other.close)
+        other.execute("begin immediate")
+        release = threading.Timer(0.7, other.execute, ["commit"])  # several times the daemon's patience with one statement
+        release.start()
+        before = time.time()
+        self.assertEqual(daemon.stop(), 0)
+        release.join()
+        self.assertLess(time.time() - before, 5)
+        (shutdown,), = self.rows("select shutdown from uptime")
+        self.assertGreaterEqual(shutdown, before - 0.01)
 
     def test_one_boot_is_one_row(self):
         for _ in range(3):

@@ -6,6 +6,7 @@
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 #include "tests/support/FakeDisks.h"
+#include "tests/support/FakeSensors.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <algorithm>
@@ -219,6 +220,9 @@ struct FakeMachine {
         host.powerSources = std::make_unique<FakePowerSources>();
         host.registry = std::make_unique<FakeRegistry>();
         host.smartDevices = std::make_unique<FakeSMARTDevices>();
+        host.smc = std::make_unique<FakeSMCService>();
+        host.sensorServices = std::make_unique<FakeSensorServices>();
+        host.sensorChannels = std::make_unique<FakeSensorChannels>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
@@ -232,6 +236,9 @@ struct FakeMachine {
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
     FakeRegistry& registry() { return static_cast<FakeRegistry&>(*host.registry); }
     FakeSMARTDevices& smartDevices() { return static_cast<FakeSMARTDevices&>(*host.smartDevices); }
+    FakeSMCService& smc() { return static_cast<FakeSMCService&>(*host.smc); }
+    FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
+    FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 
     TemporaryTree files;

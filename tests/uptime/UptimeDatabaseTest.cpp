@@ -1,3 +1,4 @@
+#include "tests/database/DatabaseFixture.h"
 #include "tests/uptime/UptimeFixture.h"
 
 #include <cmath>
@@ -89,6 +90,110 @@ TEST_F(UptimeTest, AnUnknownBootTimeIsWrittenOnceItIsKnown)
     runtime().advance(UptimeKeeper::noteInterval + 1);
     EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", booted}}}));
     EXPECT_EQ(daemon->collector.boottime(), booted);
+}
+
+/// Another program keeps uptime.db locked for as long as this lives.
+class Lock {
+public:
+    explicit Lock(const std::filesystem::path& file) : program_(file)
+    {
+        EXPECT_EQ(program_.run("BEGIN IMMEDIATE"), SQLITE_OK);
+    }
+
+private:
+    OtherProgram program_;
+};
+
+TEST_F(UptimeTest, ABootIsOneRowThoughTheFileWasLockedAtARestart)
+{
+    startDaemon();
+    const double key = daemon->collector.boottime();
+    stepClock(86'400);
+    daemon.reset();
+    {
+        const Lock lock(machine.context.paths.uptimeDatabase());
+        startDaemon();
+        EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U) << "the moved boot time is no key";
+        EXPECT_EQ(ask().value()["current"]["boot"], key) << "reading is possible";
+    }
+    runtime().advance(60);
+    EXPECT_EQ(daemon->collector.boottime(), key);
+    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", key}}}));
+    EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U);
+}
+
+TEST_F(UptimeTest, ABootKeepsItsKeyInAFreshFile)
+{
+    startDaemon();
+    const double key = daemon->collector.boottime();
+    stepClock(86'400);
+    const auto lose = [this] {
+        for (const char* part : {"", "-wal", "-shm"}) {
+            std::filesystem::remove(machine.context.paths.uptimeDatabase().string() + part);
+        }
+    };
+    lose();
+    runtime().advance(700); // a note finds it gone
+    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", key}}}));
+    daemon.reset();
+    lose();
+    startDaemon();
+    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", key}}}));
+    EXPECT_EQ(rows("select time from boottimes", "uptime-history-long.db"), (std::vector<Dictionary>{{{"time", key}}}));
+}
+
+TEST_F(UptimeTest, ABootFirstWrittenLateIsInTheHistoryFilesToo)
+{
+    startDaemon();
+    daemon.reset();
+    runtime().advance(100);
+    boot("boot 2");
+    {
+        const Lock lock(machine.context.paths.uptimeDatabase());
+        startDaemon();
+    }
+    EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U);
+    runtime().advance(60);
+    EXPECT_EQ(rows("select * from uptime").size(), 2U);
+    EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 2U);
+}
+
+TEST_F(UptimeTest, ASleepThatCouldNotBeWrittenIsWrittenLater)
+{
+    startDaemon();
+    fallAsleep();
+    const double start = sleepStart;
+    runtime().sleepMachine(3600);
+    {
+        const Lock lock(machine.context.paths.uptimeDatabase());
+        wake();
+        sleepStart += 3600; // the end was now
+        EXPECT_TRUE(rows("select * from sleep").empty());
+    }
+    runtime().advance(60);
+    EXPECT_EQ(rows("select * from sleep"), (std::vector<Dictionary>{{{"start", start}, {"end", sleepStart}}}))
+        << "once, with its own times";
+    EXPECT_EQ(ask().value()["current"]["asleep"], 3600.0);
+    runtime().advance(60);
+    EXPECT_EQ(rows("select * from sleep").size(), 1U);
+}
+
+TEST_F(UptimeTest, WhatCouldNotBeWrittenComesBeforeALaterEnd)
+{
+    startDaemon();
+    fallAsleep();
+    runtime().sleepMachine(50);
+    {
+        const Lock lock(machine.context.paths.uptimeDatabase());
+        wake();
+    }
+    runtime().advance(5);
+    shutDown();
+    runtime().advance(100);
+    boot("boot 2");
+    startDaemon();
+    EXPECT_EQ(rows("select * from sleep").size(), 1U);
+    EXPECT_EQ(ends(ask().value()), (std::vector<std::string>{"running", "orderly"}));
 }
 
 TEST_F(UptimeTest, SleepRowsHaveNoNegativeLength)

@@ -57,6 +57,31 @@ TEST_F(UptimeTest, EveryKindOfEndIsToldApart)
     EXPECT_FALSE(answer["more"]);
 }
 
+TEST_F(UptimeTest, ANoteOnTheWayToSleepDoesNotMakeItACrash)
+{
+    startDaemon();
+    runtime().advance(UptimeKeeper::noteInterval - 2);
+    fallAsleep();
+    runtime().advance(3); // across a note
+    runtime().sleepMachine(90'000, true);
+    runtime().advance(40); // it half woke for a moment, as some machines do
+    runtime().sleepMachine(90'000, true);
+    crash();
+
+    boot("boot 2");
+    startDaemon();
+    EXPECT_EQ(ends(ask().value()), (Ends{"running", "asleep"}));
+    fallAsleep();
+    runtime().advance(2000); // called off, and nobody said so
+    crash();
+
+    boot("boot 3");
+    startDaemon();
+    const Value boots = ask().value()["boots"];
+    EXPECT_EQ(boots[1]["end"], "crash");
+    EXPECT_NEAR(boots[1]["length"], 1800, 1) << "the notes went on";
+}
+
 TEST_F(UptimeTest, RowsWithoutARecordAreToldApartByTheirTimes)
 {
     startDaemon();

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "base/ValueFwd.h"
+#include "platform/host/SMCService.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace meridal {
+
+struct Context;
+class Log;
+
+/// What reading a key gives.
+struct SMCKeyValue {
+    std::uint32_t dataSize = 0;           ///< bytes of `bytes` that mean something
+    std::array<char, 5> dataType{};       ///< four characters and a NUL; four NULs when there is no such key
+    std::array<std::uint8_t, 32> bytes{}; ///< in the SMC's own order
+    bool operator==(const SMCKeyValue&) const = default;
+};
+
+/// The one path to the SMC: reads the bytes of a key, writes a value to one. What the bytes mean is its callers' matter.
+/// Reads report no failure: an empty type means that there is no such key, a failed read gives zeros. Main queue only.
+class SensorSMCController {
+public:
+    /// What is known of a key once it has been asked for.
+    struct KeyInfo {
+        std::string type; ///< four characters, NULs when there is no such key
+        int size = 0;     ///< bytes
+        bool operator==(const KeyInfo&) const = default;
+    };
+    using KeyCache = std::unordered_map<std::string, KeyInfo>;
+
+    /// Closed. The context must outlive it; the connection is left to the system when nobody closes it.
+    explicit SensorSMCController(Context& context);
+    SensorSMCController(const SensorSMCController&) = delete;
+    SensorSMCController& operator=(const SensorSMCController&) = delete;
+
+    /// The process-wide instance, on Context::shared(). Made anew, closed and with an empty cache, after cleanupShared().
+    static SensorSMCController& sharedSMC();
+    /// Closes the process-wide instance and drops it, when there is one.
+    static void cleanupShared();
+
+    /// Error when open already, NotFound without an SMC, otherwise what the driver says.
+    IOStatus open();
+    void openIfNeeded();
+    void close();
+    void cleanup(); ///< close(), open or not
+
+    /// One command to the driver.
+    IOStatus processInput(const SMCParamRecord& input, SMCParamRecord& output);
+
+    /// Fills in the value. Always 0. Asks the driver for type and size once a key, then only for the bytes. Open first.
+    int readKey(const std::string& key, SMCKeyValue& value);
+    int dataForKey(const std::string& key, SMCKeyValue& value) { return readKey(key, value); }
+
+    /// A number or its text: a float for a key of 4 bytes, otherwise a whole number in quarters (fpe2).
+    IOStatus writeValue(const Value& value, const std::string& key);
+    /// Exact bytes: a float for a key of 4 bytes, a whole number for one of 1, otherwise the two bytes that four
+    /// hexadecimal digits spell; zeros for any other text.
+    IOStatus writeRawValue(const std::string& value, const std::string& key);
+
+    SMCService::Handle connection() const { return connection_; } ///< 0 while closed
+    bool debug() const { return debug_; }                         ///< whether keys that are none are logged
+    void setDebug(bool debug) { debug_ = debug; }
+    const KeyCache& keyCache() const { return keyCache_; }
+    void setKeyCache(KeyCache cache) { keyCache_ = std::move(cache); }
+
+private:
+    SMCParamRecord request(SMCCommand command, const std::string& key) const;
+    KeyInfo infoForKey(const std::string& key);
+    IOStatus prepareWrite(const std::string& key, SMCParamRecord& request);
+    IOStatus write(const SMCParamRecord& request);
+
+    SMCService& service_;
+    Log& log_;
+    SMCService::Handle connection_ = 0;
+    bool debug_ = false;
+    KeyCache keyCache_;
+    std::uint64_t keyGeneration_ = 0; ///< of the keys in the cache
+};
+
+/// Four characters as the SMC's number, first in the high byte; 0 for null and for fewer than four.
+std::uint32_t makeUInt32Key(const char* key);
+/// The bytes of a float in the machine's own order.
+void float2Bytes(std::uint8_t* bytes, float value);
+
+} // namespace meridal

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace meridal {
+
+enum class SensorChannelKind { Temperature, Fan, Voltage, Current, Power };
+
+/// What the host knows of one SMC key beyond its value. Limits are in the unit of the kind: degrees Celsius, rpm, V, A,
+/// W.
+struct SensorChannel {
+    std::string key;   ///< the SMC key; for a fan the one of its speed ("F0Ac")
+    std::string chip;  ///< what it belongs to, unique on this machine: "nct6775-isa-0290"; valid UTF-8
+    std::string label; ///< for people: "Core 0"; valid UTF-8, never empty
+    SensorChannelKind kind = SensorChannelKind::Temperature;
+    std::optional<double> low;      ///< below it the hardware raises an alarm
+    std::optional<double> high;     ///< above it the hardware raises an alarm
+    std::optional<double> critical; ///< above it the hardware protects itself
+    bool operator==(const SensorChannel&) const = default;
+};
+
+/// The keys of the SMC for people: which chip they belong to and what they are called. One queue at a time.
+/// Linux: hwmon with the labels of lm-sensors' configuration. macOS: nothing, the SMC does not tell.
+class SensorChannels {
+public:
+    virtual ~SensorChannels() = default;
+    /// All channels there are now, by chip and in the chip's order. Also the moment at which chips that came or went are
+    /// looked for.
+    virtual std::vector<SensorChannel> channels() = 0;
+    /// Changes whenever channels() would answer something else.
+    virtual std::uint64_t generation() = 0;
+};
+
+} // namespace meridal

@@ -1,0 +1,156 @@
+#pragma once
+
+#include "base/SlowWork.h"
+#include "base/VirtualRuntime.h"
+#include "collectors/sensors/SensorSMCController.h"
+#include "platform/linux/HwmonSMCService.h"
+#include "platform/linux/HwmonSensorChannels.h"
+#include "platform/linux/HwmonSensorServices.h"
+#include "platform/linux/HwmonSensors.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace meridal::test {
+
+/// Runs what is posted while it is waited for, but for the tasks that a test lets hang.
+class HandWork final : public SlowWork {
+public:
+    struct Script {
+        int hang = -1; ///< how many of the next tasks run before one hangs; -1: none does
+        int waits = 0;
+        int posts = 0;
+        std::vector<Task> hanging;
+    };
+    explicit HandWork(std::shared_ptr<Script> script) : script_(std::move(script)) { }
+    void post(Task task) override
+    {
+        ++script_->posts;
+        if (script_->hang >= 0 && script_->hang-- == 0) {
+            script_->hanging.push_back(std::move(task));
+        } else {
+            waiting_.push_back(std::move(task));
+        }
+    }
+    bool wait(const std::function<bool()>& condition, double) override
+    {
+        ++script_->waits;
+        while (!condition()) {
+            if (waiting_.empty()) {
+                return false;
+            }
+            const Task task = std::move(waiting_.front());
+            waiting_.pop_front();
+            task();
+        }
+        return true;
+    }
+
+private:
+    std::shared_ptr<Script> script_;
+    std::deque<Task> waiting_;
+};
+
+/// A machine's hwmon chips as the kernel lays them out: folders of devices, with links to them from the class.
+class HwmonMachine {
+public:
+    using Files = std::vector<std::pair<std::string, std::string>>;
+
+    /// A chip behind a device. `place` is the device's path below sys/devices; its bus may be empty.
+    void chip(const std::string& entry, const std::string& place, const std::string& bus, const std::string& name,
+        const Files& files)
+    {
+        const std::string device = "sys/devices/" + place;
+        const std::string folder = device + "/hwmon/" + entry;
+        tree.write(folder + "/name", name + "\n");
+        for (const auto& [file, text] : files) {
+            tree.write(folder + "/" + file, text + "\n");
+        }
+        tree.link(folder + "/device", "../..");
+        if (!bus.empty() && !std::filesystem::exists(tree.root() / device / "subsystem")) {
+            std::filesystem::create_directories(tree.root() / "sys/bus" / bus);
+            tree.link(device + "/subsystem", tree.root() / "sys/bus" / bus);
+        }
+        tree.link("sys/class/hwmon/" + entry, "../../devices/" + place + "/hwmon/" + entry);
+        folders_[entry] = folder;
+    }
+    void set(const std::string& entry, const std::string& file, const std::string& text)
+    {
+        tree.write(folders_.at(entry) + "/" + file, text);
+    }
+    void remove(const std::string& entry)
+    {
+        tree.remove("sys/class/hwmon/" + entry);
+        tree.remove(folders_.at(entry));
+    }
+    /// The adapter, as a daemon that starts makes it. The state folder is the machine's.
+    void start()
+    {
+        sensors = std::make_shared<HwmonSensors>(runtime,
+            HwmonOptions{.root = tree.root(),
+                .keyFile = tree.root() / "state/sensor-keys",
+                .work = std::make_unique<HandWork>(script)},
+            limitations);
+        smc = std::make_unique<HwmonSMCService>(sensors);
+        SMCService::Handle handle = 0;
+        smc->openService(smc->findService("AppleSMC"), 1, handle);
+        connection = handle;
+    }
+    /// Key by "chip channel-label", as published now.
+    std::map<std::string, std::string> keys() const
+    {
+        std::map<std::string, std::string> keys;
+        for (const HwmonSensor& sensor : sensors->sensors()) {
+            keys[sensor.chip + " " + sensor.label] = sensor.key;
+        }
+        return keys;
+    }
+    SMCParamRecord call(SMCCommand command, const std::string& key, std::uint32_t index = 0) const
+    {
+        SMCParamRecord input;
+        input.command = static_cast<std::uint8_t>(command);
+        input.key = makeUInt32Key(key.c_str());
+        input.data32 = index;
+        SMCParamRecord output;
+        EXPECT_EQ(smc->callStructMethod(connection, 2, input, output), IOStatus::Success);
+        return output;
+    }
+    /// A key of type "flt "; not a number when it is absent.
+    double value(const std::string& key) const
+    {
+        const SMCParamRecord output = call(SMCCommand::ReadKey, key);
+        float value = 0;
+        std::memcpy(&value, output.bytes.data(), sizeof value);
+        EXPECT_EQ(output.result != 0, std::isnan(value)) << key;
+        return static_cast<double>(value);
+    }
+    /// By chip and label.
+    double valueOf(const std::string& name) const
+    {
+        runtime.advance(1);
+        return value(keys().at(name));
+    }
+
+    TemporaryTree tree;
+    mutable VirtualRuntime runtime;
+    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
+    std::shared_ptr<HandWork::Script> script = std::make_shared<HandWork::Script>();
+    std::shared_ptr<HwmonSensors> sensors;
+    std::unique_ptr<HwmonSMCService> smc;
+    SMCService::Handle connection = 0;
+
+private:
+    std::map<std::string, std::string> folders_;
+};
+
+} // namespace meridal::test

@@ -1,0 +1,356 @@
+#include "platform/linux/HwmonSMCService.h"
+
+#include "platform/linux/LinuxMachineInfo.h"
+#include "tests/linux/HwmonMachine.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <set>
+#include <sys/stat.h>
+
+namespace meridal {
+namespace {
+
+using test::HwmonMachine;
+using Keys = std::map<std::string, std::string>;
+
+void addProcessor(HwmonMachine& machine, const std::string& entry)
+{
+    machine.chip(entry, "platform/coretemp.0", "platform", "coretemp",
+        {{"temp1_input", "52000"}, {"temp1_label", "Package id 0"}, {"temp1_max", "100000"}, {"temp1_crit", "105000"},
+            {"temp2_input", "49500"}, {"temp2_label", "Core 0"}});
+}
+void addDisk(HwmonMachine& machine, const std::string& entry, const std::string& disk)
+{
+    machine.chip(entry, "pci0000:00/0000:00:06.0/0000:01:00.0/nvme/" + disk, "", "nvme",
+        {{"temp1_input", "38850"}, {"temp1_label", "Composite"}, {"temp1_min", "-273150"}});
+    if (!std::filesystem::exists(machine.tree.root() / "sys/bus/pci")) {
+        std::filesystem::create_directories(machine.tree.root() / "sys/bus/pci");
+        machine.tree.link(
+            "sys/devices/pci0000:00/0000:00:06.0/0000:01:00.0/subsystem", machine.tree.root() / "sys/bus/pci");
+    }
+}
+void addFans(HwmonMachine& machine, const std::string& entry)
+{
+    machine.chip(entry, "platform/thinkpad_hwmon", "platform", "thinkpad",
+        {{"fan1_input", "2650"}, {"fan1_label", "CPU Fan Left Side"}, {"fan2_input", "0"}, {"fan2_max", "6000"},
+            {"fan2_min", "500"}, {"in0_input", "12345"}, {"curr1_input", "-1500"}, {"power1_average", "7250000"}});
+}
+void addLaptop(HwmonMachine& machine)
+{
+    addProcessor(machine, "hwmon0");
+    addDisk(machine, "hwmon1", "nvme0");
+    addFans(machine, "hwmon2");
+}
+
+TEST(HwmonSMCService, ALaptopsChipsAreKeys)
+{
+    HwmonMachine laptop;
+    addLaptop(laptop);
+    laptop.start();
+    EXPECT_DOUBLE_EQ(laptop.valueOf("coretemp-isa-0000 Package id 0"), 52);
+    EXPECT_NEAR(laptop.valueOf("nvme-pci-0100 Composite"), 38.85, 1e-5);
+    EXPECT_NEAR(laptop.valueOf("thinkpad-isa-0000 in0"), 12.345, 1e-5);
+    EXPECT_DOUBLE_EQ(laptop.valueOf("thinkpad-isa-0000 curr1"), -1.5);
+    EXPECT_DOUBLE_EQ(laptop.valueOf("thinkpad-isa-0000 power1"), 7.25);
+    const std::string temperature = laptop.keys().at("coretemp-isa-0000 Core 0");
+    EXPECT_EQ(temperature[0], 'T');
+    const SMCParamRecord info = laptop.call(SMCCommand::ReadKeyInfo, temperature);
+    EXPECT_EQ(info.dataSize, 4U);
+    EXPECT_EQ(info.dataType, makeUInt32Key("flt "));
+    EXPECT_EQ(info.result, 0);
+
+    laptop.set("hwmon0", "temp2_input", "61000\n");
+    EXPECT_DOUBLE_EQ(laptop.valueOf("coretemp-isa-0000 Core 0"), 61);
+}
+
+TEST(HwmonSMCService, FansHaveACountSpeedsLimitsAndDescriptions)
+{
+    HwmonMachine laptop;
+    addLaptop(laptop);
+    laptop.start();
+    EXPECT_EQ(laptop.call(SMCCommand::ReadKey, "FNum").bytes[0], 2);
+    EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "FNum").dataType, makeUInt32Key("ui8 "));
+    EXPECT_EQ(laptop.value("F0Ac"), 2650);
+    EXPECT_EQ(laptop.value("F0Mn"), 0);
+    EXPECT_EQ(laptop.value("F1Ac"), 0);
+    EXPECT_EQ(laptop.value("F1Mn"), 500);
+    EXPECT_EQ(laptop.value("F1Mx"), 6000);
+    EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "F0ID").dataType, makeUInt32Key("{fds"));
+    const auto description = laptop.call(SMCCommand::ReadKey, "F0ID").bytes;
+    EXPECT_EQ(std::string(description.begin() + 4, description.begin() + 16), "CPUFanLeftSi");
+}
+
+TEST(HwmonSMCService, SpeaksTheProtocol)
+{
+    HwmonMachine laptop;
+    addLaptop(laptop);
+    laptop.start();
+    const auto result = [](SMCResult code) { return static_cast<std::uint8_t>(code); };
+    EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "TC0P").result, 132);
+    EXPECT_EQ(laptop.call(SMCCommand::ReadKey, "F2Ac").result, 132);
+    EXPECT_EQ(laptop.call(SMCCommand::WriteKey, "F0Ac").result, result(SMCResult::NotWritable));
+    EXPECT_EQ(laptop.call(static_cast<SMCCommand>(77), "F0Ac").result, result(SMCResult::BadCommand));
+
+    const auto count = laptop.call(SMCCommand::ReadKey, "#KEY").bytes[3];
+    std::set<std::uint32_t> all;
+    for (std::uint32_t index = 0; index < count; ++index) {
+        all.insert(laptop.call(SMCCommand::ReadKeyAtIndex, "", index).key);
+    }
+    EXPECT_EQ(all.size(), count);
+    EXPECT_TRUE(all.contains(makeUInt32Key("F1Mx")));
+    EXPECT_EQ(laptop.call(SMCCommand::ReadKeyAtIndex, "", count).result, result(SMCResult::BadIndex));
+
+    SMCParamRecord record;
+    EXPECT_EQ(laptop.smc->callStructMethod(laptop.connection + 1, 2, record, record), IOStatus::NotOpen);
+    EXPECT_EQ(laptop.smc->callStructMethod(laptop.connection, 3, record, record), IOStatus::Error);
+    EXPECT_EQ(laptop.smc->findService("AppleSMCKeysEndpoint"), 0U);
+    EXPECT_EQ(laptop.smc->closeService(laptop.connection), IOStatus::Success);
+    EXPECT_EQ(laptop.smc->callScalarMethod(laptop.connection, 0), IOStatus::NotOpen);
+}
+
+TEST(HwmonSMCService, WhatCannotBeReadIsAbsentAndTheOthersAreThere)
+{
+    HwmonMachine machine;
+    machine.chip("hwmon0", "platform/it87.656", "platform", "it87",
+        {{"temp1_input", ""}, {"temp2_input", "nonsense"}, {"temp3_input", "12 34"}, {"temp4_input", "127000"},
+            {"temp4_fault", "1"}, {"temp5_input", "99999999999999999999999"}, {"temp6_input", "41000"}});
+    // An error from the driver: reading a folder fails.
+    std::filesystem::create_directory(machine.tree.root() / "sys/devices/platform/it87.656/hwmon/hwmon0/temp7_input");
+    ASSERT_EQ(::mkfifo((machine.tree.root() / "sys/class/hwmon/hwmon0/temp8_input").c_str(), 0600), 0);
+    machine.start();
+    for (const char* name : {"temp1", "temp2", "temp3", "temp4", "temp5", "temp7", "temp8"}) {
+        EXPECT_TRUE(std::isnan(machine.valueOf("it87-isa-0290 " + std::string(name)))) << name;
+    }
+    EXPECT_EQ(machine.valueOf("it87-isa-0290 temp6"), 41);
+    machine.set("hwmon0", "temp4_fault", "0");
+    machine.set("hwmon0", "temp1_input", "35000");
+    EXPECT_EQ(machine.valueOf("it87-isa-0290 temp4"), 127);
+    EXPECT_EQ(machine.valueOf("it87-isa-0290 temp1"), 35);
+}
+
+TEST(HwmonSMCService, KeysSurviveAnotherOrderOfProbingAndALostTable)
+{
+    Keys before;
+    HwmonMachine first;
+    addLaptop(first);
+    first.start();
+    before = first.keys();
+    ASSERT_EQ(before.size(), 8U);
+
+    HwmonMachine second; // the same machine, probed the other way round, and with another disk found before
+    addFans(second, "hwmon0");
+    addDisk(second, "hwmon3", "nvme4");
+    addProcessor(second, "hwmon7");
+    std::filesystem::create_directory(second.tree.root() / "state");
+    std::filesystem::copy_file(first.tree.root() / "state/sensor-keys", second.tree.root() / "state/sensor-keys");
+    second.start();
+    EXPECT_EQ(second.keys(), before);
+
+    second.tree.remove("state/sensor-keys");
+    second.start();
+    EXPECT_EQ(second.keys(), before);
+    EXPECT_TRUE(std::filesystem::exists(second.tree.root() / "state/sensor-keys"));
+}
+
+TEST(HwmonSMCService, ADamagedTableKeepsWhatIsLegible)
+{
+    HwmonMachine machine;
+    addLaptop(machine);
+    machine.tree.write("state/sensor-keys",
+        std::string("T042 platform/coretemp.0/coretemp/temp2\nT042 platform/other/temp9\nZ\n\0\xff\n"
+                    "F5Ac platform/thinkpad_hwmon/thinkpad/fan1\nF5",
+            113));
+    machine.start();
+    EXPECT_EQ(machine.keys().at("coretemp-isa-0000 Core 0"), "T042");
+    EXPECT_EQ(machine.keys().at("thinkpad-isa-0000 CPU Fan Left Side"), "F5Ac");
+    EXPECT_EQ(machine.call(SMCCommand::ReadKey, "FNum").bytes[0], 6);
+    EXPECT_EQ(machine.call(SMCCommand::ReadKeyInfo, "F4ID").result, 132);
+
+    machine.tree.remove("state");
+    machine.tree.write("state", "a file where the folder should be");
+    machine.start();
+    EXPECT_EQ(machine.keys().size(), 8U);
+    EXPECT_TRUE(machine.limitations->all().contains("sensor-keys"));
+}
+
+TEST(HwmonSMCService, FollowsChipsThatComeAndGo)
+{
+    HwmonMachine machine;
+    addProcessor(machine, "hwmon0");
+    addDisk(machine, "hwmon1", "nvme0");
+    machine.start();
+    const std::string disk = machine.keys().at("nvme-pci-0100 Composite");
+    const std::uint64_t generation = machine.smc->keyGeneration();
+    EXPECT_FALSE(std::isnan(machine.value(disk)));
+
+    machine.remove("hwmon1");
+    machine.runtime.advance(6);
+    EXPECT_EQ(machine.call(SMCCommand::ReadKeyInfo, disk).result, 132);
+    EXPECT_NE(machine.smc->keyGeneration(), generation);
+    EXPECT_EQ(machine.valueOf("coretemp-isa-0000 Core 0"), 49.5);
+
+    addDisk(machine, "hwmon2", "nvme1");
+    machine.set("hwmon2", "temp1_input", "31000\n");
+    machine.runtime.advance(6);
+    EXPECT_EQ(machine.keys().at("nvme-pci-0100 Composite"), disk);
+    EXPECT_EQ(machine.value(disk), 31);
+}
+
+TEST(HwmonSMCService, AChipThatHangsIsAbsentAndHoldsUpNoOther)
+{
+    HwmonMachine machine;
+    addProcessor(machine, "hwmon0");
+    addDisk(machine, "hwmon1", "nvme0");
+    machine.start();
+    const std::string processor = machine.keys().at("coretemp-isa-0000 Core 0");
+    const std::string disk = machine.keys().at("nvme-pci-0100 Composite");
+    ASSERT_EQ(machine.value(processor), 49.5);
+    ASSERT_FALSE(std::isnan(machine.value(disk)));
+
+    machine.runtime.advance(1);
+    machine.script->hang = 0; // the processor's chip is the first to be read
+    machine.script->waits = 0;
+    machine.set("hwmon1", "temp1_input", "70000");
+    EXPECT_EQ(machine.value(processor), 49.5); // waited for in vain: what it said a second ago
+    EXPECT_EQ(machine.value(disk), 70);
+    machine.runtime.advance(4);
+    EXPECT_TRUE(std::isnan(machine.value(processor)));
+    EXPECT_EQ(machine.value(disk), 70);
+    EXPECT_EQ(machine.script->waits, 2); // once for the chip that hangs, once for the other, which was read meanwhile
+
+    ASSERT_EQ(machine.script->hanging.size(), 1U);
+    machine.script->hanging[0](); // the driver comes back
+    machine.runtime.advance(60);
+    EXPECT_EQ(machine.value(processor), 49.5);
+}
+
+TEST(HwmonSMCService, AServerWithManyChipsIsReadOnceARound)
+{
+    HwmonMachine server;
+    for (int bus = 0; bus < 20; ++bus) {
+        HwmonMachine::Files files;
+        for (int i = 1; i <= 9; ++i) {
+            files.emplace_back("temp" + std::to_string(i) + "_input", std::to_string(30000 + 1000 * i));
+        }
+        files.emplace_back("fan1_input", "4000");
+        server.chip("hwmon" + std::to_string(bus),
+            "pci0000:00/0000:00:1f.4/i2c-" + std::to_string(bus) + "/" + std::to_string(bus) + "-00"
+                + std::to_string(20 + bus),
+            "i2c", "lm75", files);
+    }
+    server.start();
+    const auto keys = server.keys();
+    EXPECT_EQ(keys.size(), 20U * 9 + 16); // there are 16 numbers for fans
+    EXPECT_TRUE(keys.contains("lm75-i2c-3-23 temp9"));
+    std::set<std::string> distinct;
+    for (const auto& [name, key] : keys) {
+        server.value(key);
+        distinct.insert(key);
+    }
+    EXPECT_EQ(distinct.size(), keys.size());
+    server.runtime.advance(1);
+    server.script->posts = 0;
+    for (const auto& [name, key] : keys) {
+        EXPECT_FALSE(std::isnan(server.value(key)));
+    }
+    EXPECT_EQ(server.script->posts, 20);
+}
+
+TEST(HwmonSMCService, OnAMacTheKeysAreTheChipsOwn)
+{
+    HwmonMachine mac;
+    addProcessor(mac, "hwmon0");
+    // An old driver: everything is with the device.
+    mac.tree.write("sys/devices/platform/applesmc.768/name", "applesmc\n");
+    mac.tree.write("sys/devices/platform/applesmc.768/temp1_input", "44250\n");
+    mac.tree.write("sys/devices/platform/applesmc.768/temp1_label", "TC0P\n");
+    mac.tree.write("sys/devices/platform/applesmc.768/fan1_input", "1999\n");
+    mac.tree.write("sys/devices/platform/applesmc.768/fan1_label", "Exhaust  \n");
+    mac.tree.link("sys/devices/platform/applesmc.768/hwmon/hwmon1/device", "../..");
+    mac.tree.link("sys/class/hwmon/hwmon1", "../../devices/platform/applesmc.768/hwmon/hwmon1");
+    mac.start();
+    EXPECT_EQ(mac.value("TC0P"), 44.25);
+    EXPECT_EQ(mac.value("F0Ac"), 1999);
+    EXPECT_FALSE(LinuxMachineInfo(mac.tree.root()).hasService("FakeSMC"));
+
+    HwmonMachine silicon;
+    silicon.chip("hwmon0", "platform/soc/2.smc/macsmc-hwmon", "platform", "macsmc_hwmon",
+        {{"temp1_input", "30000"}, {"temp1_label", "Battery Hotspot"}, {"fan1_input", "1350"}, {"fan1_label", "Fan"},
+            {"power1_input", "9000000"}, {"power1_label", "Total"}});
+    const auto node = [&](const std::string& name, const std::string& key, const std::string& label) {
+        const std::string folder = "sys/devices/platform/soc/2.smc/macsmc-hwmon/of_node/" + name;
+        silicon.tree.write(folder + "/apple,key-id", key + '\0');
+        silicon.tree.write(folder + "/label", label + '\0');
+    };
+    node("temperature-TB0T", "TB0T", "Battery Hotspot");
+    node("fan-F0Ac", "F0Ac", "Fan");
+    node("power-PSTR", "PSTR", "Total");
+    silicon.start();
+    EXPECT_EQ(silicon.value("TB0T"), 30);
+    EXPECT_EQ(silicon.value("F0Ac"), 1350);
+    EXPECT_EQ(silicon.value("PSTR"), 9);
+    EXPECT_FALSE(LinuxMachineInfo(silicon.tree.root()).hasService("FakeSMC"));
+}
+
+TEST(HwmonSMCService, AMachineWithoutChipsHasAnEmptySMC)
+{
+    HwmonMachine empty;
+    empty.start();
+    EXPECT_TRUE(empty.keys().empty());
+    EXPECT_EQ(empty.call(SMCCommand::ReadKey, "FNum").bytes[0], 0);
+    EXPECT_TRUE(HwmonSensorChannels(empty.sensors).channels().empty());
+    EXPECT_TRUE(LinuxMachineInfo(empty.tree.root()).hasService("FakeSMC"));
+    EXPECT_FALSE(std::filesystem::exists(empty.tree.root() / "state"));
+}
+
+TEST(HwmonSensorChannels, TellChipsLabelsAndLimits)
+{
+    HwmonMachine laptop;
+    addLaptop(laptop);
+    laptop.tree.write("etc/sensors.d/mine",
+        "chip \"thinkpad-*\"\n  label in0 \"Battery\"\n  compute in0 @*2, @/2\n"
+        "  ignore fan2\nchip \"core*-isa-*\"\n  label temp2 \"Kern\033[31m\"\n");
+    laptop.start();
+    const auto channels = HwmonSensorChannels(laptop.sensors).channels();
+    ASSERT_EQ(channels.size(), 7U);
+    EXPECT_EQ(channels[0],
+        (SensorChannel{.key = laptop.keys().at("coretemp-isa-0000 Package id 0"),
+            .chip = "coretemp-isa-0000",
+            .label = "Package id 0",
+            .kind = SensorChannelKind::Temperature,
+            .low = {},
+            .high = 100,
+            .critical = 105}));
+    EXPECT_EQ(channels[1].label, "Kern?[31m");
+    EXPECT_EQ(channels[2].low, -273.15);
+    EXPECT_FALSE(laptop.keys().contains("thinkpad-isa-0000 fan2"));
+    EXPECT_NEAR(laptop.valueOf("thinkpad-isa-0000 Battery"), 24.69, 1e-5);
+}
+
+TEST(HwmonSensorServices, GiveChannelsByLabel)
+{
+    HwmonMachine machine;
+    addLaptop(machine);
+    machine.chip("hwmon3", "platform/coretemp.1", "platform", "coretemp",
+        {{"temp1_input", "51000"}, {"temp1_label", "Package id 1"}, {"temp2_input", ""}, {"temp2_label", "Core 0"}});
+    machine.start();
+    HwmonSensorServices services(machine.sensors);
+    const auto temperatures = services.read({.usagePage = 0xFF00, .usage = 5, .eventType = 15, .field = 15U << 16});
+    ASSERT_EQ(temperatures.size(), 5U);
+    EXPECT_EQ(temperatures[0].product, "Package id 0");
+    EXPECT_EQ(temperatures[0].value, 52);
+    EXPECT_EQ(temperatures[1].product, "Core 0 (coretemp-isa-0000)");
+    EXPECT_EQ(temperatures[3].product, "Core 0 (coretemp-isa-0001)");
+    EXPECT_EQ(temperatures[3].value, std::nullopt);
+    const auto power = services.read({.usagePage = 0xFF08, .usage = 1, .eventType = 25, .field = 25U << 16});
+    ASSERT_EQ(power.size(), 1U);
+    EXPECT_EQ(power[0].value, 7250);
+    EXPECT_EQ(services.read({.usagePage = 0xFF08, .usage = 2, .eventType = 25, .field = 25U << 16})[0].value, -1500);
+    EXPECT_TRUE(services.read({.usagePage = 1, .usage = 2, .eventType = 15, .field = 15U << 16}).empty());
+}
+
+} // namespace
+} // namespace meridal
