@@ -1,6 +1,7 @@
 #include "base/AsioRuntime.h"
 
 #include "base/AsioMainLoop.h"
+#include "base/AsioSlowQueue.h"
 #include "base/AsioTimers.h"
 #include "base/CurrentQueue.h"
 #include "base/SerialQueue.h"
@@ -33,6 +34,11 @@ struct AsioRuntime::Core {
     void close()
     {
         loop->close(); // first: a task of the pool may be waiting for the main queue
+        for (const auto& weak : slowQueues) {
+            if (const auto queue = weak.lock()) {
+                queue->close();
+            }
+        }
         pool->close();
         for (const auto& weak : queues) {
             if (const auto queue = weak.lock()) {
@@ -47,6 +53,7 @@ struct AsioRuntime::Core {
     AsioTimers timers{*loop};
     std::mutex mutex; ///< guards all below
     std::vector<std::weak_ptr<SerialQueue>> queues;
+    std::vector<std::weak_ptr<AsioSlowQueue>> slowQueues;
 };
 
 namespace {
@@ -163,6 +170,15 @@ std::shared_ptr<Queue> AsioRuntime::makeSerialQueue(std::string label)
     const std::lock_guard lock(core_->mutex);
     std::erase_if(core_->queues, [](const auto& weak) { return weak.expired(); });
     core_->queues.push_back(queue);
+    return queue;
+}
+
+std::shared_ptr<Queue> AsioRuntime::makeSlowQueue(std::string label)
+{
+    auto queue = std::make_shared<AsioSlowQueue>(core_->loop, std::move(label));
+    const std::lock_guard lock(core_->mutex);
+    std::erase_if(core_->slowQueues, [](const auto& weak) { return weak.expired(); });
+    core_->slowQueues.push_back(queue);
     return queue;
 }
 

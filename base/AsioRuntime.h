@@ -7,8 +7,8 @@
 namespace meridal {
 
 /// The Runtime on standalone Asio: the main queue on the thread that calls run(), everything else on a pool of three
-/// threads that starts with the first task given to it. One system timer serves all timers: it sleeps as long as every
-/// leeway allows, so that timers with the same interval share their wake-ups.
+/// threads that starts with the first task given to it, but for slow queues, which have a thread each while they work.
+/// One system timer serves all timers: it sleeps as long as every leeway allows, so that timers with the same interval share their wake-ups.
 /// Destroy it on the main thread when run() has returned; tasks that still wait are dropped.
 class AsioRuntime final : public Runtime {
 public:
@@ -21,6 +21,7 @@ public:
     double monotonicTime() const override;
     Queue& mainQueue() override;
     std::shared_ptr<Queue> makeSerialQueue(std::string label) override;
+    std::shared_ptr<Queue> makeSlowQueue(std::string label) override;
     void postGlobal(Task task) override;
     std::unique_ptr<Timer> startTimer(Queue& queue, TimerSchedule schedule, Task task) override;
     /// With a leeway of a tenth of the delay, at most 0.2 s.

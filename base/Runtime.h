@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace meridal {
 
@@ -56,6 +57,9 @@ public:
 
     virtual Queue& mainQueue() = 0;
     virtual std::shared_ptr<Queue> makeSerialQueue(std::string label) = 0;
+    /// A serial queue for calls that may hang in the system for minutes: it holds up no other queue, and the end of the
+    /// program does not wait for it. Its tasks touch nothing but what is theirs, and post their results.
+    virtual std::shared_ptr<Queue> makeSlowQueue(std::string label) { return makeSerialQueue(std::move(label)); }
     /// Runs the task on some thread of the pool, concurrently with everything.
     virtual void postGlobal(Task task) = 0;
 

@@ -88,6 +88,15 @@ constexpr const char* batteryExamples = R"(Examples:
   meridalctl battery --history --days 365
 )";
 
+constexpr const char* disksExamples =
+    R"("wear" is the share of a disk's rated life that is used up. A disk that sleeps is not
+woken for this; its figures are of when it was last awake.
+
+Examples:
+  meridalctl disks
+  meridalctl disks --attributes
+)";
+
 constexpr int mostRepetitions = 1'000'000'000;
 
 /// What is checked as text first and then becomes something else.
@@ -253,6 +262,15 @@ void addBattery(CLI::App& app, Arguments& arguments)
     battery->callback([&arguments] { arguments.command = Command::Battery; });
 }
 
+void addDisks(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* disks = app.add_subcommand("disks", "The disks, their temperature and health");
+    disks->footer(disksExamples);
+    disks->add_flag("--attributes", arguments.attributes, "Also list what each disk keeps of itself");
+    disks->add_flag("--json", arguments.json, "As JSON");
+    disks->callback([&arguments] { arguments.command = Command::Disks; });
+}
+
 void addWire(CLI::App& app, Arguments& arguments, Words& words)
 {
     CLI::App* call = app.add_subcommand("call", "Call any method of the daemon");
@@ -335,6 +353,7 @@ std::variant<Arguments, int> parseArguments(int count, const char* const* argv)
     addUptime(app, arguments);
     addSensors(app, arguments);
     addBattery(app, arguments);
+    addDisks(app, arguments);
     addWire(app, arguments, words);
     try {
         app.parse(reversedWords(count, argv));

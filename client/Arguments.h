@@ -17,7 +17,21 @@ constexpr int noDaemon = 2; ///< the daemon could not be reached, or did not ans
 constexpr int usage = 64;   ///< the command line makes no sense; as in sysexits
 } // namespace exitStatus
 
-enum class Command { Top, Processes, Version, Ping, Status, Uptime, Sensors, Fans, History, Battery, Call, Watch };
+enum class Command {
+    Top,
+    Processes,
+    Version,
+    Ping,
+    Status,
+    Uptime,
+    Sensors,
+    Fans,
+    History,
+    Battery,
+    Disks,
+    Call,
+    Watch
+};
 enum class ColourChoice { Auto, Always, Never };
 
 /// The command line, understood and checked.
@@ -41,7 +55,8 @@ struct Arguments {
     std::string sensor;         ///< whose history
     std::string range = "hour"; ///< of it, by the daemon's names of resolutions
     bool csv = false;
-    std::string svgPath; ///< empty: no picture; "-": standard output
+    std::string svgPath;     ///< empty: no picture; "-": standard output
+    bool attributes = false; ///< of disks, all that they keep
 
     std::vector<std::int64_t> pids;
     std::size_t pings = 1;

@@ -1,6 +1,7 @@
 #include "client/Arguments.h"
 #include "client/BatteryCommand.h"
 #include "client/Commands.h"
+#include "client/DisksCommand.h"
 #include "client/HistoryCommand.h"
 #include "client/Output.h"
 #include "client/SensorsCommand.h"
@@ -55,6 +56,8 @@ int run(const Arguments& arguments)
             return runHistory(session);
         case Command::Battery:
             return runBattery(session);
+        case Command::Disks:
+            return runDisks(session);
         case Command::Call:
             return runCall(session);
         case Command::Watch:

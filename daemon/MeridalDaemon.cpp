@@ -5,6 +5,7 @@
 #include "daemon/MRDXPCServerConnection.h"
 #include "platform/host/Host.h"
 
+#include <algorithm>
 #include <bit>
 #include <cassert>
 #include <limits>
@@ -257,15 +258,19 @@ void MeridalDaemon::updateSMART()
         return;
     }
     context_.runtime.after(smartInterval, lifetime_.guard([this] { updateSMART(); }));
-    bool wanted = false;
-    for (const auto& connection : server_.connections()) {
-        wanted =
-            wanted || connection->holds(RequestKey::SmartStatus) || connection->holds(RequestKey::SmartTemperatures);
-    }
+    const bool wanted = wantsSMART();
     smartNeedsUpdate_ = !wanted;
     if (wanted) {
         ports_.updateDisks(lifetime_.guard([this] { sendSmartResults(); }));
     }
+}
+
+bool MeridalDaemon::wantsSMART() const
+{
+    const auto& connections = server_.connections();
+    return std::any_of(connections.begin(), connections.end(), [](const auto& connection) {
+        return connection->holds(RequestKey::SmartStatus) || connection->holds(RequestKey::SmartTemperatures);
+    });
 }
 
 void MeridalDaemon::sendSmartResults()

@@ -57,6 +57,8 @@ public:
     /// Loads the disks and starts their schedule, once.
     void initializeSmart();
     void updateSMART();
+    /// Whether a client holds a key of disks.
+    bool wantsSMART() const;
     void startMonitoringNetworkActivity();
     void stopMonitoringNetworkActivity();
 

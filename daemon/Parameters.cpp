@@ -58,6 +58,15 @@ std::optional<std::uint64_t> Parameters::count(const std::string& name)
     return figure ? std::optional(static_cast<std::uint64_t>(*figure)) : std::nullopt;
 }
 
+bool Parameters::flag(const std::string& name)
+{
+    const Value* found = entry(name);
+    if (found && !found->is_boolean()) {
+        refuse(fmt::format("\"{}\" must be true or false", name));
+    }
+    return found && *found == true;
+}
+
 std::size_t Parameters::limit(std::size_t standard, std::size_t longest)
 {
     if (!entry("limit")) {

@@ -7,11 +7,13 @@
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
+#include "collectors/disks/SMARTStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryKeeper.h"
+#include "daemon/DiskKeeper.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
@@ -137,12 +139,15 @@ int serve(Context& context)
         SensorsStatCollectorMac::sharedSensorCollector);
     BatteryKeeper battery(
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
+    DiskKeeper disks(SMARTStatCollector::sharedSMARTCollector());
     CollectorPorts ports;
     uptime.plugInto(ports);
     sensors.plugInto(ports);
     battery.plugInto(ports);
+    disks.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
+    disks.setWanted([&daemon] { return daemon.wantsSMART(); });
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     MeridalHistory history(runtime.mainQueue());
@@ -151,6 +156,10 @@ int serve(Context& context)
         "uptime.boots", [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             uptime.boots(parameters, std::move(reply));
         });
+    history.addAsyncMethod("disks.list", [&disks](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+        disks.list(parameters, std::move(reply));
+    });
+    disks.addTo(catalogue);
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     sensors.addTo(history);

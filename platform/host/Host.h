@@ -8,6 +8,8 @@
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
 #include "platform/host/ProcessSource.h"
+#include "platform/host/Registry.h"
+#include "platform/host/SMARTDevice.h"
 #include "platform/host/SMCService.h"
 #include "platform/host/SelfUsage.h"
 #include "platform/host/SensorChannels.h"
@@ -30,6 +32,8 @@ struct Host {
     std::unique_ptr<UserRights> userRights;
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
+    std::unique_ptr<Registry> registry;
+    std::unique_ptr<SMARTDevices> smartDevices;
     std::unique_ptr<SMCService> smc;
     std::unique_ptr<SensorServices> sensorServices;
     std::unique_ptr<SensorChannels> sensorChannels;

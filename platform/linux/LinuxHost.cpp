@@ -8,6 +8,8 @@
 #include "platform/linux/HwmonSensors.h"
 #include "platform/linux/LinuxMachineInfo.h"
 #include "platform/linux/LinuxPeripheralBatteries.h"
+#include "platform/linux/LinuxRegistry.h"
+#include "platform/linux/LinuxSMARTDevice.h"
 #include "platform/linux/LinuxSelfUsage.h"
 #include "platform/linux/LinuxUserRights.h"
 #include "platform/linux/LogindPowerMessages.h"
@@ -41,6 +43,8 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->peripherals = std::make_unique<LinuxPeripheralBatteries>(runtime, options.root, bus);
     host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
+    host->registry = std::make_unique<LinuxRegistry>(runtime, options.root, host->limitations);
+    host->smartDevices = std::make_unique<LinuxSMARTDevices>(options.root);
     auto sensors = std::make_shared<HwmonSensors>(runtime,
         HwmonOptions{.root = options.root,
             .keyFile = options.state.empty() ? std::filesystem::path() : options.state / "sensor-keys"},
@@ -63,6 +67,9 @@ void noteLimitations(const std::filesystem::path& root, Limitations& limitations
     }
     if (folder.isDenied("sys/class/dmi/id/product_serial")) {
         limitations.set("serial-number", "reading the serial number needs root");
+    }
+    if (::geteuid() != 0) {
+        limitations.set("smart", "asking disks for their health needs root");
     }
     if (!folder.exists("run/systemd/system")) {
         limitations.set("responsible-pid", "this system is not run by systemd, whose units tell what belongs together");

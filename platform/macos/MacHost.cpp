@@ -8,6 +8,8 @@
 #include "platform/macos/MacPeripheralBatteries.h"
 #include "platform/macos/MacPowerMessages.h"
 #include "platform/macos/MacPowerSources.h"
+#include "platform/macos/MacRegistry.h"
+#include "platform/macos/MacSMARTDevice.h"
 #include "platform/macos/MacSelfUsage.h"
 #include "platform/macos/MacUserRights.h"
 #include "platform/macos/NoSensorChannels.h"
@@ -26,6 +28,8 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->userRights = std::make_unique<MacUserRights>();
     host->powerMessages = std::make_unique<MacPowerMessages>(host->limitations);
     host->powerSources = std::make_unique<MacPowerSources>();
+    host->registry = std::make_unique<MacRegistry>();
+    host->smartDevices = std::make_unique<MacSMARTDevices>();
     host->smc = std::make_unique<AppleSMCService>();
     host->sensorServices = std::make_unique<HIDSensorServices>();
     host->sensorChannels = std::make_unique<NoSensorChannels>();

@@ -66,6 +66,26 @@ INSTANTIATE_TEST_SUITE_P(All, RuntimeConformance,
         Kind{"Virtual", [] { return std::make_unique<VirtualHarness>(); }}),
     [](const auto& kind) { return kind.param.name; });
 
+TEST_P(RuntimeConformance, SlowQueuesRunInOrderAndReportToMain)
+{
+    const auto slow = runtime.makeSlowQueue("slow");
+    std::string order;
+    EXPECT_EQ(slow->label(), "slow");
+    slow->runAndWait([&] {
+        EXPECT_TRUE(slow->isCurrent());
+        order += 'a';
+    });
+    slow->post([&] {
+        order += 'b';
+        slow->post([&] {
+            order += 'c';
+            mainQueue.post(stopper());
+        });
+    });
+    serve();
+    EXPECT_EQ(order, "abc");
+}
+
 TEST_P(RuntimeConformance, MainTasksRunInTheOrderPostedAndNeverInsidePost)
 {
     std::string order;

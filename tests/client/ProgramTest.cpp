@@ -112,7 +112,7 @@ const Dictionary memoryEnvelope = {{"type", "2"}, {"processes", {{{"key", "8"}, 
 
 TEST_F(ProgramTest, WithoutADaemonOneLineSaysHowToStartIt)
 {
-    for (const char* arguments : {"top", "ping", "status", "watch 1", "call x", "processes 1", "version"}) {
+    for (const char* arguments : {"top", "ping", "status", "watch 1", "call x", "processes 1", "version", "disks"}) {
         const Outcome outcome = run(arguments);
         EXPECT_EQ(outcome.status, "2\n");
         EXPECT_EQ(outcome.out, "");

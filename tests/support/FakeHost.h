@@ -5,6 +5,7 @@
 #include "base/VirtualRuntime.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "tests/support/FakeDisks.h"
 #include "tests/support/FakeSensors.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -245,6 +246,8 @@ struct FakeMachine {
         host.userRights = std::make_unique<FakeUserRights>();
         host.powerMessages = std::make_unique<FakePowerMessages>();
         host.powerSources = std::make_unique<FakePowerSources>();
+        host.registry = std::make_unique<FakeRegistry>();
+        host.smartDevices = std::make_unique<FakeSMARTDevices>();
         host.smc = std::make_unique<FakeSMCService>();
         host.sensorServices = std::make_unique<FakeSensorServices>();
         host.sensorChannels = std::make_unique<FakeSensorChannels>();
@@ -260,6 +263,8 @@ struct FakeMachine {
     }
     FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
+    FakeRegistry& registry() { return static_cast<FakeRegistry&>(*host.registry); }
+    FakeSMARTDevices& smartDevices() { return static_cast<FakeSMARTDevices&>(*host.smartDevices); }
     FakeSMCService& smc() { return static_cast<FakeSMCService&>(*host.smc); }
     FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
     FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }

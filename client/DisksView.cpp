@@ -1,0 +1,175 @@
+#include "client/DisksView.h"
+
+#include "base/Text.h"
+#include "client/Format.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace meridal {
+
+namespace {
+
+constexpr int diskColumns = 10;
+constexpr int modelColumns = 30;
+constexpr int serialColumns = 21;
+constexpr int kindColumns = 6;
+constexpr int figureColumns = 7;
+constexpr int timeColumns = 13;
+constexpr int nameColumns = 32;
+constexpr int valueColumns = 20;
+
+std::string shown(const Value& disk, std::string_view key) { return printable(text(disk, key).value_or("-")); }
+
+std::string figure(const Value& disk, std::string_view key, std::string_view unit)
+{
+    const auto value = number(disk, key);
+    return value ? fixed0(*value) + std::string(unit) : "-";
+}
+
+std::string kindOf(const Value& disk)
+{
+    const std::string kind = shown(disk, "kind");
+    if (kind == "nvme") {
+        return "NVMe";
+    }
+    const Value* spins = find(disk, "spins");
+    return spins && spins->is_boolean() ? (*spins == true ? "HDD" : "SSD") : kind == "ata" ? "ATA" : kind;
+}
+
+const Value& listOf(const Value& disk, std::string_view key)
+{
+    static const Value none = Value::array();
+    const Value* list = find(disk, key);
+    return list && list->is_array() ? *list : none;
+}
+
+/// In one phrase, the worst first.
+Span verdict(const Value& disk)
+{
+    const Value* healthy = find(disk, "healthy");
+    if (healthy && *healthy == false) {
+        return {Style::High, "FAILING"};
+    }
+    const std::string state = shown(disk, "state");
+    if (state == "hanging") {
+        return {Style::Warning, "does not answer; figures are old"};
+    }
+    if (!listOf(disk, "problems").empty()) {
+        return {Style::Warning, "has problems"};
+    }
+    if (state == "asleep") {
+        return {Style::Faint, "asleep"};
+    }
+    if (state == "hidden") {
+        return {Style::Faint, "not asked: it may be asleep"};
+    }
+    if (state == "silent" || state == "unread") {
+        return {Style::Faint, state == "silent" ? "no answer that makes sense" : "not read yet"};
+    }
+    return healthy && *healthy == true ? Span{Style::Plain, "fine"} : Span{Style::Faint, "does not say"};
+}
+
+void addDisk(Lines& lines, const Value& disk)
+{
+    const auto seconds = number(disk, "powerOn");
+    lines.push_back({{Style::Title, fitLeft(shown(disk, "bsd"), diskColumns)},
+        {Style::Plain,
+            fitLeft(shown(disk, "model"), modelColumns - 1) + ' ' + fitLeft(shown(disk, "serial"), serialColumns - 1)
+                + ' ' + fitLeft(kindOf(disk), kindColumns) + fitRight(figure(disk, "temperature", " °C"), figureColumns)
+                + fitRight(figure(disk, "wear", " %"), figureColumns)
+                + fitRight(seconds ? formatDuration(*seconds) : "-", timeColumns) + "  "},
+        verdict(disk)});
+    const Value* healthy = find(disk, "healthy");
+    const Style style = healthy && *healthy == false ? Style::High : Style::Warning;
+    for (const Value& problem : listOf(disk, "problems")) {
+        if (problem.is_string()) {
+            lines.push_back({{Style::Plain, "  "}, {style, printable(problem.get_ref<const std::string&>())}});
+        }
+    }
+}
+
+std::string valueOf(const Value& attribute)
+{
+    const Value* value = find(attribute, "value");
+    if (!value || value->is_null()) {
+        return "-";
+    }
+    return printable(value->is_string() ? value->get_ref<const std::string&>() : serialise(*value));
+}
+
+void addAttributes(Lines& lines, const Value& disk)
+{
+    const Value& attributes = listOf(disk, "attributes");
+    if (attributes.empty()) {
+        return;
+    }
+    lines.push_back({{Style::Faint,
+        "  " + fitRight("ID", 3) + ' ' + fitLeft("ATTRIBUTE", nameColumns) + fitRight("NOW", figureColumns)
+            + fitRight("WORST", figureColumns) + fitRight("LIMIT", figureColumns) + "  "
+            + fitLeft("VALUE", valueColumns) + "STATE"}});
+    for (const Value& attribute : attributes) {
+        const std::string status = shown(attribute, "status");
+        const std::string row = "  " + fitRight(figure(attribute, "id", ""), 3) + ' '
+            + fitLeft(shown(attribute, "name"), nameColumns) + fitRight(figure(attribute, "current", ""), figureColumns)
+            + fitRight(figure(attribute, "worst", ""), figureColumns)
+            + fitRight(figure(attribute, "threshold", ""), figureColumns) + "  "
+            + fitLeft(valueOf(attribute), valueColumns - 1) + ' ';
+        const Style style = status == "failing" ? Style::High : status == "fine" ? Style::Plain : Style::Warning;
+        std::string words = status;
+        if (status != "fine" && find(attribute, "meaning")) {
+            words += ": " + shown(attribute, "meaning");
+        }
+        lines.push_back({{style, row + words}});
+    }
+}
+
+/// Counters of an NVMe disk, which has no attributes.
+void addLog(Lines& lines, const Value& disk)
+{
+    const Value* log = find(disk, "log");
+    if (!log) {
+        return;
+    }
+    const auto add = [&](std::string_view label, const std::string& words) {
+        lines.push_back({{Style::Plain, "  " + fitLeft(label, nameColumns) + words}});
+    };
+    const auto bytes = [&](std::string_view key) {
+        const auto value = number(*log, key);
+        return value ? formatBytes(*value) : "-";
+    };
+    add("Spare memory", figure(*log, "availableSpare", " %") + ", at least " + figure(*log, "spareThreshold", " %"));
+    add("Data written", bytes("bytesWritten"));
+    add("Data read", bytes("bytesRead"));
+    add("Power cycles", figure(disk, "powerCycles", ""));
+    add("Unsafe shutdowns", figure(*log, "unsafeShutdowns", ""));
+    add("Errors of its memory", figure(*log, "mediaErrors", ""));
+    add("Entries in its error log", figure(*log, "errorLogEntries", ""));
+}
+
+} // namespace
+
+Lines diskLines(const Value& disks, bool attributes)
+{
+    Lines lines;
+    if (!disks.is_array() || disks.empty()) {
+        return {{{Style::Plain, "no disk with health data (SMART or NVMe) on this machine"}}};
+    }
+    lines.push_back({{Style::Heading,
+        fitLeft("DISK", diskColumns) + fitLeft("MODEL", modelColumns) + fitLeft("SERIAL", serialColumns)
+            + fitLeft("KIND", kindColumns) + fitRight("TEMP", figureColumns) + fitRight("WEAR", figureColumns)
+            + fitRight("POWERED ON", timeColumns) + "  HEALTH"}});
+    for (const Value& disk : disks) {
+        addDisk(lines, disk);
+        if (attributes) {
+            addAttributes(lines, disk);
+            addLog(lines, disk);
+        }
+    }
+    return lines;
+}
+
+} // namespace meridal

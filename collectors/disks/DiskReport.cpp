@@ -1,0 +1,184 @@
+#include "collectors/disks/DiskReport.h"
+
+#include "collectors/disks/SMARTStatCollector.h"
+#include "collectors/disks/SMARTStatCollectorItem.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+struct WarningText {
+    NVMeWarning warning;
+    const char* text;
+};
+
+constexpr std::array<WarningText, 6> warningTexts = {{
+    {NVMeWarning::SpareLow, "its spare memory is used up; copy the data while it can be read"},
+    {NVMeWarning::Temperature, "it is too hot or too cold"},
+    {NVMeWarning::Unreliable, "it has become unreliable: too many errors"},
+    {NVMeWarning::ReadOnly, "it can only be read any more"},
+    {NVMeWarning::BackupFailed, "what keeps data in flight safe from power cuts has failed"},
+    {NVMeWarning::PersistentMemory, "its persistent memory has become unreliable"},
+}};
+
+template <typename Figure>
+void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
+{
+    if (figure) {
+        into[key] = *figure;
+    }
+}
+
+const char* nameOf(const SMARTStatCollectorItem& disk)
+{
+    if (disk.readingFor() > SMARTStatCollector::patience) {
+        return "hanging";
+    }
+    switch (disk.state()) {
+    case DiskState::Unread:
+        return "unread";
+    case DiskState::Read:
+        return "awake";
+    case DiskState::Asleep:
+        return "asleep";
+    case DiskState::PowerHidden:
+        return "hidden";
+    case DiskState::Silent:
+        return "silent";
+    }
+    return "";
+}
+
+const char* nameOf(AttributeStatus status)
+{
+    switch (status) {
+    case AttributeStatus::FailingNow:
+        return "failing";
+    case AttributeStatus::FailedInThePast:
+        return "failed before";
+    case AttributeStatus::Fine:
+        break;
+    }
+    return "fine";
+}
+
+std::string titleOf(const SMARTStatCollectorAttribute& attribute)
+{
+    return attribute.name().value_or(fmt::format("Attribute {}", attribute.attributeID()));
+}
+
+/// Lost sectors matter before the vendor's threshold is reached.
+bool hasDefects(const SMARTStatCollectorAttribute& attribute)
+{
+    return attribute.role() == AttributeRole::Defects && attribute.currentValue().formatted > 0;
+}
+
+std::string complaintOf(const SMARTStatCollectorAttribute& attribute)
+{
+    const std::string meaning = attribute.meaning().empty() ? "" : ": " + attribute.meaning();
+    switch (attribute.status()) {
+    case AttributeStatus::FailingNow:
+        return titleOf(attribute) + " is below its threshold" + meaning;
+    case AttributeStatus::FailedInThePast:
+        return titleOf(attribute) + " has been below its threshold" + meaning;
+    case AttributeStatus::Fine:
+        break;
+    }
+    return hasDefects(attribute) ? fmt::format("{}: {:.0f}{}", titleOf(attribute), attribute.currentValue().formatted,
+               attribute.meaning().empty() ? "" : " - " + attribute.meaning())
+                                 : std::string();
+}
+
+Dictionary describeAttribute(const SMARTStatCollectorAttribute& attribute)
+{
+    const smartattribute& now = attribute.currentValue();
+    Dictionary entry{{"id", attribute.attributeID()}, {"name", titleOf(attribute)}, {"current", now.current},
+        {"worst", now.worst}, {"threshold", now.threshold}, {"raw", attribute.lastRawValue()},
+        {"value", attribute.value()}, {"status", nameOf(attribute.status())},
+        {"predictsFailure", attribute.predictsFailure()}};
+    if (!attribute.meaning().empty()) {
+        entry["meaning"] = attribute.meaning();
+    }
+    return entry;
+}
+
+/// The counters of an NVMe health log, in the base units of their names.
+Dictionary describeHealth(const NVMeHealth& health)
+{
+    Value sensors = Value::array();
+    for (const auto& sensor : health.sensors) {
+        if (sensor) {
+            sensors.push_back(*sensor);
+        }
+    }
+    return {{"criticalWarning", health.criticalWarning}, {"availableSpare", health.availableSpare},
+        {"spareThreshold", health.spareThreshold}, {"bytesRead", health.dataRead}, {"bytesWritten", health.dataWritten},
+        {"unsafeShutdowns", health.unsafeShutdowns}, {"mediaErrors", health.mediaErrors},
+        {"errorLogEntries", health.errorLogEntries}, {"sensors", std::move(sensors)}};
+}
+
+Value problemsOf(const SMARTStatCollectorItem& disk)
+{
+    Value problems = Value::array();
+    if (const auto& health = disk.nvmeHealth()) {
+        for (const WarningText& entry : warningTexts) {
+            if ((health->criticalWarning & static_cast<unsigned>(entry.warning)) != 0) {
+                problems.push_back(entry.text);
+            }
+        }
+        if (health->mediaErrors > 0) {
+            problems.push_back(fmt::format("{:.0f} errors of its memory", health->mediaErrors));
+        }
+    }
+    for (const auto& [attributeID, attribute] : disk.attributes()) {
+        if (std::string complaint = complaintOf(attribute); !complaint.empty()) {
+            problems.push_back(std::move(complaint));
+        }
+    }
+    if (disk.overallStatus() == false && problems.empty()) {
+        problems.push_back("the disk itself predicts that it will fail; copy the data while it can be read");
+    }
+    return problems;
+}
+
+} // namespace
+
+Dictionary describeDisk(const SMARTStatCollectorItem& disk, ReportedAttributes attributes)
+{
+    Dictionary report{{"key", disk.key().value_or("")}, {"kind", disk.nvme() ? "nvme" : "ata"}, {"state", nameOf(disk)},
+        {"problems", problemsOf(disk)}};
+    put(report, "serial", disk.serial());
+    put(report, "model", disk.model());
+    put(report, "firmware", disk.firmware());
+    put(report, "bsd", disk.bsd());
+    put(report, "spins", disk.nvme() ? std::optional(false) : disk.spins());
+    put(report, "healthy", disk.overallStatus());
+    put(report, "temperature", disk.temperature());
+    put(report, "wear", disk.wear());
+    put(report, "powerOn", disk.powerOnSeconds());
+    put(report, "powerCycles", disk.powerCycles());
+    if (disk.lastStatusUpdate() > 0) {
+        report["time"] = disk.lastStatusUpdate();
+    }
+    if (disk.nvmeHealth()) {
+        report["log"] = describeHealth(*disk.nvmeHealth());
+    }
+    Value list = Value::array();
+    for (const auto& [attributeID, attribute] : disk.attributes()) {
+        if (attributes == ReportedAttributes::All || attribute.status() != AttributeStatus::Fine
+            || hasDefects(attribute)) {
+            list.push_back(describeAttribute(attribute));
+        }
+    }
+    report["attributes"] = std::move(list);
+    return report;
+}
+
+} // namespace meridal

@@ -1,0 +1,88 @@
+#include "collectors/disks/SMARTSession.h"
+
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// Parses a page where there is one, and keeps what was there before where that fails.
+template <typename Parsed>
+void take(
+    std::optional<Parsed>& into, const std::optional<SMARTPage>& page, std::optional<Parsed> (*parse)(const SMARTPage&))
+{
+    if (auto parsed = page ? parse(*page) : std::nullopt) {
+        into = std::move(parsed);
+    }
+}
+
+} // namespace
+
+SMARTSession::SMARTSession(SMARTDevice& device, SMARTRequest request) : device_(device), request_(request) { }
+
+SMARTReading SMARTSession::read(SMARTDevice& device, SMARTRequest request)
+{
+    SMARTSession session(device, request);
+    session.reading_.power = device.powerMode();
+    if (session.reading_.power != DiskPower::Awake || !session.createPlugin()) {
+        return session.reading_;
+    }
+    if (request.identity) {
+        session.loadDeviceInfo();
+        const auto& identity = session.reading_.identity;
+        if (identity && identity->smartSupported && !identity->smartEnabled) {
+            session.enableSMARTCommands();
+        }
+    }
+    // Twice on purpose: some disks answer the first question with what they found at the last one.
+    session.update();
+    session.update();
+    return session.reading_;
+}
+
+bool SMARTSession::createPlugin()
+{
+    open_ = open_ || device_.open();
+    reading_.supported = open_;
+    return open_;
+}
+
+void SMARTSession::destroyPlugin()
+{
+    open_ = false;
+    device_.close(); // asking whether it sleeps may have opened it, too
+}
+
+void SMARTSession::loadDeviceInfo()
+{
+    if (request_.kind == SMARTKind::NVMe) {
+        take(reading_.controller, device_.identifyController(), &parseNVMeIdentity);
+    } else {
+        take(reading_.identity, device_.identify(), &parseATAIdentity);
+    }
+}
+
+bool SMARTSession::enableSMARTCommands() { return device_.enableOperations(true) && device_.enableAutosave(true); }
+
+void SMARTSession::disableSMART()
+{
+    device_.enableAutosave(false);
+    device_.enableOperations(false);
+}
+
+void SMARTSession::update()
+{
+    if (request_.kind == SMARTKind::NVMe) {
+        take(reading_.health, device_.readHealthLog(), &parseNVMeHealth);
+        return;
+    }
+    take(reading_.data, device_.readData(), &parseSMARTData);
+    if (request_.thresholds && !reading_.thresholds) {
+        take(reading_.thresholds, device_.readThresholds(), &parseSMARTThresholds);
+    }
+    if (const auto failing = device_.isFailing()) {
+        reading_.failing = failing;
+    }
+}
+
+} // namespace meridal

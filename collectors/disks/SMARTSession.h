@@ -1,0 +1,58 @@
+#pragma once
+
+#include "collectors/disks/SMARTPages.h"
+
+#include <optional>
+
+namespace meridal {
+
+/// What is to be read of a disk in one go.
+struct SMARTRequest {
+    SMARTKind kind = SMARTKind::ATA;
+    bool identity = false;   ///< who it is; once a disk
+    bool thresholds = false; ///< once a disk: they never change
+};
+
+/// What came of it. What could not be read, or made no sense, is absent.
+struct SMARTReading {
+    DiskPower power = DiskPower::Unknown;
+    bool supported = false; ///< it talks about its health at all; false also while asleep
+    std::optional<ATAIdentity> identity;
+    std::optional<NVMeIdentity> controller;
+    std::optional<SMARTDataPage> data;
+    std::optional<SMARTThresholdPage> thresholds;
+    std::optional<bool> failing;
+    std::optional<NVMeHealth> health;
+};
+
+/// One conversation with a disk, from waking nobody to closing it again. Knows nothing of items, so that it can run, and
+/// hang, where nothing else does.
+class SMARTSession {
+public:
+    SMARTSession(SMARTDevice& device, SMARTRequest request);
+    ~SMARTSession() { destroyPlugin(); }
+    SMARTSession(const SMARTSession&) = delete;
+    SMARTSession& operator=(const SMARTSession&) = delete;
+
+    /// The whole of it.
+    static SMARTReading read(SMARTDevice& device, SMARTRequest request);
+
+    bool createPlugin();
+    void destroyPlugin();
+    bool isSupported() const { return open_; }
+    void loadDeviceInfo();
+    /// Both, and true only when both succeed.
+    bool enableSMARTCommands();
+    void disableSMART();
+    /// Reads the figures; what fails leaves those of an earlier call.
+    void update();
+    const SMARTReading& reading() const { return reading_; }
+
+private:
+    SMARTDevice& device_;
+    SMARTRequest request_;
+    SMARTReading reading_;
+    bool open_ = false;
+};
+
+} // namespace meridal

@@ -1,0 +1,409 @@
+#include "collectors/disks/SMARTStatCollector.h"
+
+#include "base/Text.h"
+#include "collectors/disks/DiskDiscovery.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr double frequency = 30;              ///< s between updates for clients
+constexpr std::int64_t sequenceInterval = 30; ///< turns of the one-second clock
+
+std::unique_ptr<SMARTStatCollector>& sharedInstance()
+{
+    // Never destroyed: at exit the context may go first.
+    static auto& instance = *new std::unique_ptr<SMARTStatCollector>;
+    return instance;
+}
+
+/// Temperature (°C) and wear (% of the rated life) by disk; one of the two is NULL where a disk does not tell it.
+Dictionary configuration()
+{
+    const Value slots{{"temperature", 0}, {"wear", 1}};
+    return {{"itemAttributeKeys", {"uuid"}}, {"xmlUseMasterID", true}, {"xmlNoSamples", true}, {"addSampleMap", slots},
+        {"addSampleIDKeys", {"sample"}}, {"sampleKeys", slots},
+        {"sqlCreateID", "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL)"},
+        {"sqlInsert", "INSERT INTO %@ VALUES (?, ?)"}, {"sqlInsertKeys", {"sample", "time"}},
+        {"sqlCreate",
+            "CREATE TABLE %@ (sample INTEGER, uuid TEXT, time REAL, temperature REAL, wear REAL, "
+            "PRIMARY KEY (sample, uuid)) WITHOUT ROWID"},
+        {"sqlInsertItem", "INSERT INTO %@ VALUES (?, ?, ?, ?, ?)"},
+        {"sqlInsertItemKeys", {"sample", "uuid", "time", "temperature", "wear"}}};
+}
+
+template <typename Figure>
+void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
+{
+    if (figure) {
+        into[key] = *figure;
+    }
+}
+
+} // namespace
+
+/// One round of readings: who wants to know when it is over, and how many disks it waits for.
+struct SMARTStatCollector::Round {
+    std::vector<Task> done;
+    std::size_t waiting = 0;
+    bool finished = false;
+};
+
+SMARTStatCollector::SMARTStatCollector(Context& context)
+    : StatCollector(context,
+        {.description = "SMARTStatCollector",
+            .sampleCount = 2,
+            .storageType = StorageType::Items,
+            .layout = StorageLayout::forHistory()})
+{
+    config() = configuration();
+    setDbTablePrefix("disk");
+    setDbpath((context.paths.support / "disk-history.db").string());
+    setDbpathLong((context.paths.support / "disk-history-long.db").string());
+    observation_ = context.host.registry->observeDisks([this] { disksChanged(); });
+}
+
+SMARTStatCollector::~SMARTStatCollector() = default;
+
+SMARTStatCollector& SMARTStatCollector::sharedSMARTCollector()
+{
+    auto& instance = sharedInstance();
+    if (!instance) {
+        instance = std::make_unique<SMARTStatCollector>(Context::shared());
+    }
+    return *instance;
+}
+
+void SMARTStatCollector::cleanupShared()
+{
+    auto& instance = sharedInstance();
+    if (instance) {
+        instance->cleanup();
+        instance.reset();
+    }
+}
+
+// Discovery
+
+void SMARTStatCollector::disksChanged()
+{
+    needToReload_ = true;
+    if (isWanted()) {
+        loadDisks();
+    }
+}
+
+void SMARTStatCollector::loadDisks()
+{
+    discoverDisks();
+    beginRound({}, [](const SMARTStatCollectorItem& item) { return item.state() == DiskState::Unread; });
+}
+
+void SMARTStatCollector::discoverDisks()
+{
+    needToReload_ = false;
+    for (const auto& item : items()) {
+        item->setExists(false);
+    }
+    findDisks("SMART Capable", SMARTKind::ATA);
+    findDisks("NVMe SMART Capable", SMARTKind::NVMe);
+    removeOldItems();
+    notifyDelegates();
+}
+
+void SMARTStatCollector::findDisks(std::string_view property, SMARTKind kind)
+{
+    for (const RegistryEntryPtr& entry : context().host.registry->entriesWithTrue(property)) {
+        if (auto serial = serialOfDisk(*entry)) {
+            adoptDisk(entry, std::move(*serial), kind);
+        }
+    }
+}
+
+void SMARTStatCollector::adoptDisk(const RegistryEntryPtr& entry, std::string serial, SMARTKind kind)
+{
+    // Boxes for two disks are known to give both the same serial; the second one goes by a key of its own.
+    std::string key = serial;
+    for (int copy = 2; const auto taken = itemWithKey(key); ++copy) {
+        if (!taken->exists()) {
+            break;
+        }
+        key = serial + '#' + std::to_string(copy);
+    }
+    const auto item = std::static_pointer_cast<SMARTStatCollectorItem>(newItemWithKey(key));
+    item->setExists(true);
+    if (!item->serial()) {
+        item->setLoadAllAttributes(loadAllAttributes_);
+        item->setSerial(std::move(serial));
+        item->setModel(modelOfDisk(*entry));
+        item->setNvme(kind == SMARTKind::NVMe);
+    }
+    if (!item->object() || item->object()->path() != entry->path()) {
+        attachDevice(*item, entry, kind);
+    }
+    item->setBsd(bsdOfDisk(*entry));
+}
+
+void SMARTStatCollector::attachDevice(SMARTStatCollectorItem& item, const RegistryEntryPtr& entry, SMARTKind kind)
+{
+    item.setObject(entry);
+    item.setDevice(context().host.smartDevices->deviceForEntry(*entry, kind),
+        context().runtime.makeSlowQueue("disk " + item.key().value_or("")));
+}
+
+// Readings
+
+bool SMARTStatCollector::isUpdateDue() const
+{
+    const auto round = round_.lock();
+    const auto all = disks();
+    return needToReload_ || (round && !round->finished)
+        || std::any_of(all.begin(), all.end(), [](const auto& item) { return item->isDue(); });
+}
+
+void SMARTStatCollector::updateStats(Task done)
+{
+    startRecording();
+    if (needToReload_) {
+        discoverDisks();
+    }
+    beginRound(std::move(done), [](const SMARTStatCollectorItem&) { return true; });
+}
+
+void SMARTStatCollector::beginRound(Task done, const std::function<bool(const SMARTStatCollectorItem&)>& concerns)
+{
+    auto round = round_.lock();
+    if (!round || round->finished) { // else this joins the one under way
+        round = std::make_shared<Round>();
+        round_ = round;
+        context().runtime.after(patience, lifetime_.guard([this, round] { finish(*round); }));
+    }
+    if (done) {
+        round->done.push_back(std::move(done));
+    }
+    const double sampleID = idForInterval(StorageIndex::Live);
+    ++round->waiting; // for this loop: a round without disks ends too
+    for (const auto& item : disks()) {
+        item->updateSampleID(sampleID);
+        if (concerns(*item) && item->isDue()) {
+            startReading(item, round);
+        }
+    }
+    context().runtime.mainQueue().post(lifetime_.guard([this, round] { answered(*round); }));
+}
+
+void SMARTStatCollector::answered(Round& round)
+{
+    if (--round.waiting == 0) {
+        finish(round);
+    }
+}
+
+void SMARTStatCollector::startReading(
+    const std::shared_ptr<SMARTStatCollectorItem>& item, const std::shared_ptr<Round>& round)
+{
+    const SMARTRequest request = item->beginReading();
+    if (!item->device()) {
+        SMARTReading nothing;
+        nothing.power = DiskPower::Awake;
+        return item->update(nothing, 0);
+    }
+    ++round->waiting;
+    auto answer = std::make_shared<SMARTReading>();
+    const SMARTDevice* device = item->device().get();
+    Task finished = lifetime_.guard([this, item, device, answer, round] {
+        finishReading(item, device, *answer);
+        answered(*round);
+    });
+    // Holds what it needs, so that it may still hang when the collector has gone.
+    item->queue()->post([device = item->device(), request, answer = std::move(answer), finished = std::move(finished),
+                            &main = context().runtime.mainQueue()]() mutable {
+        *answer = SMARTSession::read(*device, request);
+        answer.reset();
+        main.post(std::move(finished));
+    });
+}
+
+void SMARTStatCollector::finishReading(
+    const std::shared_ptr<SMARTStatCollectorItem>& item, const SMARTDevice* device, const SMARTReading& reading)
+{
+    // A disk may have been unplugged, or plugged in elsewhere, while it was read.
+    if (item->parent() == this && item->device().get() == device) {
+        item->update(reading, idForInterval(StorageIndex::Live));
+    }
+}
+
+void SMARTStatCollector::finish(Round& round)
+{
+    if (std::exchange(round.finished, true)) {
+        return;
+    }
+    notifyDelegates();
+    for (const Task& done : std::exchange(round.done, {})) {
+        done();
+    }
+}
+
+void SMARTStatCollector::notifyDelegates()
+{
+    if (updaterFinishBlock()) {
+        updaterFinishBlock()(*this);
+    }
+}
+
+// Items
+
+std::shared_ptr<StatCollectorItem> SMARTStatCollector::makeItem()
+{
+    return std::make_shared<SMARTStatCollectorItem>(context());
+}
+
+std::vector<std::shared_ptr<SMARTStatCollectorItem>> SMARTStatCollector::disks() const
+{
+    std::vector<std::shared_ptr<SMARTStatCollectorItem>> all;
+    all.reserve(items().size());
+    for (const auto& item : items()) {
+        all.push_back(std::static_pointer_cast<SMARTStatCollectorItem>(item)); // makeItem() makes no others
+    }
+    return all;
+}
+
+std::shared_ptr<SMARTStatCollectorItem> SMARTStatCollector::itemWithBSD(std::string_view bsd) const
+{
+    const auto all = disks();
+    const auto found = std::find_if(all.begin(), all.end(), [&](const auto& item) { return item->bsd() == bsd; });
+    return found == all.end() ? nullptr : *found;
+}
+
+// What clients get
+
+Value SMARTStatCollector::diskTemperatures() const
+{
+    Value sensors = Value::array();
+    for (const auto& item : disks()) {
+        if (const auto temperature = item->temperature(); temperature && item->model()) {
+            sensors.push_back({{"name", *item->model()}, {"key", *item->key()}, {"temperature", *temperature}});
+        }
+    }
+    return sensors;
+}
+
+namespace {
+
+Dictionary statusOfAttribute(const SMARTStatCollectorAttribute& attribute)
+{
+    const smartattribute& now = attribute.currentValue();
+    Dictionary entry{{"f", std::to_string(now.flag)}, {"c", fixed0(now.current)}, {"w", fixed0(now.worst)},
+        {"th", fixed0(now.threshold)}, {"t", fmt::format("{:.16g}", now.time)}};
+    if (!attribute.value().is_null()) {
+        entry["value"] = attribute.value();
+    }
+    return entry;
+}
+
+Dictionary statusOfDisk(const SMARTStatCollectorItem& item)
+{
+    Dictionary disk{{"key", item.bsd().value_or("")}};
+    if (item.nvme()) {
+        disk["nvme"] = true;
+        put(disk, "nvme-percentage-used", item.nvmeLifetimePercentage());
+        return disk;
+    }
+    disk["smart"] = true;
+    put(disk, "status", item.overallStatus());
+    Value attributes = Value::array();
+    for (const auto& [attributeID, attribute] : item.attributes()) {
+        attributes.push_back(statusOfAttribute(attribute));
+    }
+    disk["attributes"] = std::move(attributes);
+    if (item.state() == DiskState::Asleep) {
+        disk["asleep"] = true;
+    }
+    return disk;
+}
+
+} // namespace
+
+Value SMARTStatCollector::diskStatus() const
+{
+    Value list = Value::array();
+    for (const auto& item : disks()) {
+        list.push_back(statusOfDisk(*item));
+    }
+    return list;
+}
+
+std::optional<Dictionary> SMARTStatCollector::overview()
+{
+    Value list = Value::array();
+    for (const auto& item : disks()) {
+        Dictionary disk{{"status", item->overallStatus().value_or(false) ? "1" : "0"}};
+        put(disk, "model", item->model());
+        put(disk, "firmware", item->firmware());
+        put(disk, "serial", item->serial());
+        Value attributes = Value::array();
+        for (const auto& [attributeID, attribute] : item->attributes()) {
+            const smartattribute& now = attribute.currentValue();
+            Dictionary entry{{"id", std::to_string(attributeID)}, {"current", fixed0(now.current)},
+                {"worst", fixed0(now.worst)}, {"threshold", fixed0(now.threshold)}};
+            put(entry, "name", attribute.name());
+            if (!attribute.value().is_null()) {
+                entry["value"] = attribute.value();
+            }
+            attributes.push_back(std::move(entry));
+        }
+        disk["attributes"] = std::move(attributes);
+        list.push_back(std::move(disk));
+    }
+    return Dictionary{{"items", std::move(list)}};
+}
+
+// The clock and history
+
+bool SMARTStatCollector::shouldUpdateStateForSequence(std::int64_t sequence)
+{
+    return sequence % sequenceInterval == 0;
+}
+
+double SMARTStatCollector::updateFrequencyForVersion(std::int64_t) const { return frequency; }
+
+void SMARTStatCollector::updateStatsForSequence(std::int64_t) { }
+
+void SMARTStatCollector::startRecording()
+{
+    if (!recording_ && isWanted()) {
+        recording_ = true;
+        setStopped(false);
+        startLogging();
+    }
+}
+
+void SMARTStatCollector::updateHistory()
+{
+    if (!isWanted()) {
+        runDatabaseQueue(); // what has been noted reaches the file; then there is rest, without a wake-up
+        recording_ = false;
+        setStopped(true);
+        return;
+    }
+    const double now = context().runtime.wallTime();
+    for (const auto& item : disks()) {
+        if (!item->isFresh()) {
+            continue;
+        }
+        Dictionary sample{{"time", now}};
+        put(sample, "temperature", item->temperature());
+        put(sample, "wear", item->wear());
+        item->addSample(sample, StorageIndex::Live);
+    }
+    StatCollector::updateHistory();
+}
+
+} // namespace meridal

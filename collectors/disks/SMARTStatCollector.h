@@ -1,0 +1,94 @@
+#pragma once
+
+#include "base/Lifetime.h"
+#include "base/Runtime.h"
+#include "base/Value.h"
+#include "collectors/StatCollector.h"
+#include "collectors/disks/SMARTStatCollectorItem.h"
+#include "platform/host/Registry.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace meridal {
+
+/// Every disk that has health data, ATA and NVMe, with its figures. Main queue only: a disk is read on a queue of its
+/// own, where one that hangs holds up nobody, and only while somebody wants to know.
+class SMARTStatCollector final : public StatCollector {
+public:
+    explicit SMARTStatCollector(Context& context);
+    ~SMARTStatCollector() override;
+
+    /// The process-wide instance, on Context::shared(). Made anew after cleanupShared().
+    static SMARTStatCollector& sharedSMARTCollector();
+    static void cleanupShared();
+
+    bool needToReload() const { return needToReload_; }
+    void setNeedToReload(bool needed) { needToReload_ = needed; }
+    bool loadAllAttributes() const { return loadAllAttributes_; }
+    void setLoadAllAttributes(bool all) { loadAllAttributes_ = all; }
+    /// Whether somebody asks for disks now. Without it disks are read when updateStats() is called and not otherwise.
+    void setWanted(std::function<bool()> wanted) { wanted_ = std::move(wanted); }
+
+    /// Looks for disks, and has those read that are new.
+    void loadDisks();
+    /// Looks for disks without talking to any.
+    void discoverDisks();
+    /// A disk came or went: looks again, at once if somebody asks for disks, else when somebody does.
+    void disksChanged();
+    void updateStats() override { updateStats({}); }
+    /// Reads the disks whose turn it is. `done` runs on the main queue when all have answered, or after a while without
+    /// those that have not: their figures come when they come.
+    void updateStats(Task done);
+    /// Whether updateStats() has something to do, or to wait for.
+    bool isUpdateDue() const;
+
+    std::shared_ptr<SMARTStatCollectorItem> itemWithBSD(std::string_view bsd) const;
+    std::vector<std::shared_ptr<SMARTStatCollectorItem>> disks() const;
+    /// What clients get of key 32: an object for each disk that has a model and a temperature.
+    Value diskTemperatures() const;
+    /// What clients get of key 64.
+    Value diskStatus() const;
+    std::optional<Dictionary> overview() override;
+
+    bool shouldUpdateStateForSequence(std::int64_t sequence) override;
+    double updateFrequencyForVersion(std::int64_t protocolVersion) const override;
+    std::shared_ptr<StatCollectorItem> makeItem() override;
+    /// The clock's turn, which runs while disks are wanted: notes the figures of the latest readings for history.
+    void updateHistory() override;
+    /// Measuring has its own rhythm, the daemon's.
+    void updateStatsForSequence(std::int64_t sequence) override;
+
+    /// How long updateStats() waits for disks, in seconds.
+    static constexpr double patience = 3;
+
+private:
+    struct Round;
+
+    void findDisks(std::string_view property, SMARTKind kind);
+    void adoptDisk(const RegistryEntryPtr& entry, std::string serial, SMARTKind kind);
+    void attachDevice(SMARTStatCollectorItem& item, const RegistryEntryPtr& entry, SMARTKind kind);
+    void beginRound(Task done, const std::function<bool(const SMARTStatCollectorItem&)>& concerns);
+    void answered(Round& round);
+    void startReading(const std::shared_ptr<SMARTStatCollectorItem>& item, const std::shared_ptr<Round>& round);
+    void finishReading(
+        const std::shared_ptr<SMARTStatCollectorItem>& item, const SMARTDevice* device, const SMARTReading& reading);
+    void finish(Round& round);
+    void notifyDelegates();
+    void startRecording();
+    bool isWanted() const { return wanted_ && wanted_(); }
+
+    std::function<bool()> wanted_;
+    std::unique_ptr<Registry::Observation> observation_;
+    std::weak_ptr<Round> round_; ///< the latest
+    bool needToReload_ = true;
+    bool loadAllAttributes_ = false;
+    bool recording_ = false;
+    Lifetime lifetime_;
+};
+
+} // namespace meridal

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "base/Value.h"
+#include "collectors/SampleRecords.h"
+#include "collectors/disks/SMARTAttributeTable.h"
+#include "collectors/disks/SMARTPages.h"
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace meridal {
+
+/// One reading of an attribute.
+struct smartattribute {
+    std::uint16_t flag = 0;
+    double current = 0; ///< the vendor's own scale; higher is better
+    double worst = 0;
+    double threshold = 0; ///< 0: never fails
+    std::array<std::uint8_t, 6> rawvalue = {};
+    double formatted = 0; ///< the raw value as its format reads it, in that format's unit
+    double time = 0;      ///< s since 1970
+    double sampleID = 0;
+    std::int32_t empty = 1;
+};
+
+/// An attribute against its threshold. The numbers are given.
+enum class AttributeStatus { Fine = 0, FailingNow = 1, FailedInThePast = 2 };
+
+/// One SMART attribute of one ATA disk. Main queue only.
+class SMARTStatCollectorAttribute {
+public:
+    explicit SMARTStatCollectorAttribute(std::uint8_t attributeID) : attributeID_(attributeID) { }
+
+    std::uint8_t attributeID() const { return attributeID_; }
+    const smartattribute& currentValue() const { return currentValue_; }
+    /// A RawFormat, or -1 for the default.
+    int format() const { return format_; }
+    void setFormat(int format) { format_ = format; }
+    static constexpr int defaultFormat() { return defaultRawFormat; }
+    double threshold() const { return threshold_; }
+    void setThreshold(double threshold) { threshold_ = threshold; }
+    /// Absent for what only the vendor knows.
+    const std::optional<std::string>& name() const { return name_; }
+    /// The raw value for people, or as a number where it is one; null before the first reading.
+    const Value& value() const { return value_; }
+    std::uint64_t lastRawValue() const { return lastRawValue_; }
+    AttributeRole role() const { return info_ ? info_->role : AttributeRole::None; }
+    /// What its failing means, for people; empty where nothing is known.
+    std::string meaning() const { return info_ ? std::string(info_->meaning) : std::string(); }
+    /// A failure of the disk is predicted from it; others tell of age and use.
+    bool predictsFailure() const { return (currentValue_.flag & 1U) != 0; }
+
+    /// Takes name and format over from what is known of such disks.
+    void describe(const SMARTAttributeInfo* info);
+
+    AttributeStatus status() const;
+    /// The raw bytes as one number, together with worst and current in the formats of 64 bits.
+    std::uint64_t rawvalue(const SMARTDataEntry& entry) const;
+    void updateWithAttribute(const SMARTDataEntry& entry, double sampleID, double time);
+    void setSampleID(double sampleID) { currentValue_.sampleID = sampleID; }
+    /// Takes figures from a stored sample: "f", "c", "w", "t".
+    void addSample(const Dictionary& sample, StorageIndex storage);
+
+private:
+    int effectiveFormat() const { return format_ == -1 ? defaultFormat() : format_; }
+
+    std::uint8_t attributeID_;
+    smartattribute currentValue_;
+    double threshold_ = 0;
+    int format_ = -1;
+    std::optional<std::string> name_;
+    Value value_;
+    std::uint64_t lastRawValue_ = 0;
+    const SMARTAttributeInfo* info_ = nullptr; ///< in the table, which stays
+};
+
+} // namespace meridal

@@ -1,0 +1,132 @@
+#pragma once
+
+#include "collectors/StatCollectorItem.h"
+#include "collectors/disks/SMARTSession.h"
+#include "collectors/disks/SMARTStatCollectorAttribute.h"
+#include "platform/host/Registry.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace meridal {
+
+class Queue;
+
+/// How a disk answered last.
+enum class DiskState {
+    Unread,      ///< not asked yet
+    Read,        ///< its figures are of the last reading
+    Asleep,      ///< asked for nothing, so as not to wake it
+    PowerHidden, ///< asked for nothing: it spins, and nobody can tell whether it sleeps
+    Silent,      ///< it was asked and gave nothing that made sense
+};
+
+/// One disk with health data, by its serial number. Its figures stay until a later reading has newer ones. Main queue
+/// only; the disk itself is read elsewhere, by a SMARTSession.
+class SMARTStatCollectorItem final : public StatCollectorItem {
+public:
+    using Attributes = std::map<std::uint8_t, SMARTStatCollectorAttribute>;
+
+    explicit SMARTStatCollectorItem(Context& context);
+
+    // Identity
+    const std::optional<std::string>& serial() const { return serial_; }
+    void setSerial(std::string serial) { serial_ = std::move(serial); }
+    const std::optional<std::string>& model() const { return model_; }
+    void setModel(std::optional<std::string> model) { model_ = std::move(model); }
+    const std::optional<std::string>& firmware() const { return firmware_; }
+    /// Name of the block device.
+    const std::optional<std::string>& bsd() const { return bsd_; }
+    void setBsd(std::optional<std::string> bsd) { bsd_ = std::move(bsd); }
+    bool nvme() const { return nvme_; }
+    void setNvme(bool nvme) { nvme_ = nvme; }
+    /// Absent while not known.
+    std::optional<bool> spins() const { return spins_; }
+    /// Its place in the machine. A new place means a new device behind it.
+    const RegistryEntryPtr& object() const { return object_; }
+    void setObject(RegistryEntryPtr entry);
+
+    // Figures
+    Attributes& attributes() { return attributes_; }
+    const Attributes& attributes() const { return attributes_; }
+    /// The attribute of that id, made where it is missing; null for id 0.
+    SMARTStatCollectorAttribute* attributeWithID(std::uint8_t attributeID);
+    const SMARTStatCollectorAttribute* existingAttributeWithID(std::uint8_t attributeID) const;
+    /// Whether the disk thinks itself fine. Absent until it has said, or shown by its attributes.
+    std::optional<bool> overallStatus() const { return overallStatus_; }
+    std::optional<std::int32_t> nvmeLifetimePercentage() const;
+    std::optional<std::int32_t> nvmeTemperature() const;
+    const std::optional<NVMeHealth>& nvmeHealth() const { return health_; }
+    /// °C. Absent while it sleeps: what it was then says nothing of now.
+    std::optional<std::int32_t> temperature() const;
+    /// It has told a temperature, whether or not it does now.
+    bool hasTemperature() const;
+    /// Percentage of the rated life that is used up; of disks that wear.
+    std::optional<double> wear() const;
+    std::optional<double> powerOnSeconds() const;
+    std::optional<double> powerCycles() const;
+
+    // Readings
+    bool loadAllAttributes() const { return loadAllAttributes_; }
+    /// Keep what only the vendor knows too, and not just what is known or predicts failures.
+    void setLoadAllAttributes(bool all) { loadAllAttributes_ = all; }
+    bool loadedThresholds() const { return loadedThresholds_; }
+    DiskState state() const { return state_; }
+    double lastStatusUpdate() const { return lastStatusUpdate_; }           ///< s since 1970; 0 = never
+    double lastTemperatureUpdate() const { return lastTemperatureUpdate_; } ///< likewise; when it was last asked
+    /// Whether its turn has come: an ATA disk's every 300 s, an NVMe disk's always, nobody's while it is being read.
+    bool isDue() const;
+    bool isBeingRead() const { return readingSince_.has_value(); }
+    /// s since the reading in progress began; 0 without one.
+    double readingFor() const;
+    /// What to ask of it now; its turn begins with that.
+    SMARTRequest beginReading();
+    void update(const SMARTReading& reading, double sampleID);
+    void updateSampleID(double sampleID);
+    /// Its figures are of now, and belong into its history.
+    bool isFresh() const;
+
+    /// A period's averages; a figure that this disk does not have is null.
+    std::optional<Dictionary> historyItemForIndex(StorageIndex index) override;
+    /// The figures of the attributes of a list of samples, by id. Attributes are not recorded: empty.
+    static Value xmlSamplesFromAttributes(const Value& attributes);
+
+    // What reads it: made by the collector, and renewed with its place
+    const std::shared_ptr<SMARTDevice>& device() const { return device_; }
+    const std::shared_ptr<Queue>& queue() const { return queue_; }
+    void setDevice(std::shared_ptr<SMARTDevice> device, std::shared_ptr<Queue> queue);
+
+private:
+    void takeIdentity(const SMARTReading& reading);
+    void takeAttributes(const SMARTReading& reading, double sampleID);
+    void takeStatus(const SMARTReading& reading);
+    const SMARTStatCollectorAttribute* attributeOfRole(AttributeRole role) const;
+    std::optional<std::int32_t> temperatureOfAttribute(std::uint8_t attributeID) const;
+
+    std::optional<std::string> serial_;
+    std::optional<std::string> model_;
+    std::optional<std::string> firmware_;
+    std::optional<std::string> bsd_;
+    RegistryEntryPtr object_;
+    std::shared_ptr<SMARTDevice> device_;
+    std::shared_ptr<Queue> queue_;
+    Attributes attributes_;
+    std::optional<NVMeHealth> health_;
+    std::optional<bool> overallStatus_;
+    std::optional<bool> spins_;
+    bool nvme_ = false;
+    bool loadAllAttributes_ = false;
+    bool loadedThresholds_ = false;
+    bool loadedIdentity_ = false;
+    DiskState state_ = DiskState::Unread;
+    double lastStatusUpdate_ = 0;
+    double lastTemperatureUpdate_ = 0;
+    std::optional<double> lastAsked_;    ///< monotonic s
+    std::optional<double> lastRead_;     ///< monotonic s
+    std::optional<double> readingSince_; ///< monotonic s
+};
+
+} // namespace meridal

@@ -1,0 +1,118 @@
+#include "daemon/DiskKeeper.h"
+
+#include "collectors/HistoryCatalogue.h"
+#include "collectors/disks/DiskReport.h"
+#include "daemon/CollectorPorts.h"
+#include "daemon/Parameters.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+struct Question {
+    ReportedAttributes attributes = ReportedAttributes::Failing;
+    std::optional<std::string> after;
+    std::size_t limit = DiskKeeper::longestPage;
+};
+
+Result<Question> questionFrom(const Value& given)
+{
+    Parameters parameters(given);
+    Question question;
+    question.attributes = parameters.flag("attributes") ? ReportedAttributes::All : ReportedAttributes::Failing;
+    question.after = parameters.text("after");
+    question.limit = parameters.limit(question.limit, DiskKeeper::longestPage);
+    if (!parameters.valid()) {
+        return parameters.failure();
+    }
+    return question;
+}
+
+Result<Value> answer(const SMARTStatCollector& collector, const Question& question)
+{
+    const auto disks = collector.disks();
+    auto disk = disks.begin();
+    if (question.after) {
+        disk =
+            std::find_if(disks.begin(), disks.end(), [&](const auto& each) { return each->key() == *question.after; });
+        if (disk == disks.end()) {
+            return unexpected(ErrorCode::NotFound, "there is no disk of the key in \"after\"");
+        }
+        ++disk;
+    }
+    Value page = Value::array();
+    for (; disk != disks.end() && page.size() < question.limit; ++disk) {
+        page.push_back(describeDisk(**disk, question.attributes));
+    }
+    return Value{{"disks", std::move(page)}, {"more", disk != disks.end()}};
+}
+
+} // namespace
+
+DiskKeeper::DiskKeeper(SMARTStatCollector& collector) : collector_(collector) { collector_.setLoadAllAttributes(true); }
+
+void DiskKeeper::setWanted(std::function<bool()> wanted)
+{
+    wanted_ = wanted;
+    collector_.setWanted(std::move(wanted));
+}
+
+void DiskKeeper::plugInto(CollectorPorts& ports)
+{
+    ports.loadDisks = [this] { collector_.loadDisks(); };
+    ports.updateDisks = [this](std::function<void()> done) { collector_.updateStats(std::move(done)); };
+    ports.diskTemperatures = [this] { return collector_.diskTemperatures(); };
+    ports.diskStatus = [this] { return collector_.diskStatus(); };
+}
+
+void DiskKeeper::addTo(HistoryCatalogue& catalogue)
+{
+    catalogue.add("disks", collector_, [this] {
+        return series("°C", "temperature", [](const SMARTStatCollectorItem& disk) {
+            return disk.state() == DiskState::Unread || disk.hasTemperature();
+        });
+    });
+    catalogue.add("wear", collector_, [this] {
+        return series("%", "wear", [](const SMARTStatCollectorItem& disk) {
+            return disk.wear().has_value() || (disk.nvme() && disk.state() == DiskState::Unread);
+        });
+    });
+}
+
+/// A disk that is not asked has a history all the same: which disks there are is known without talking to them.
+std::vector<HistorySeries> DiskKeeper::series(
+    const char* unit, const char* value, bool (*has)(const SMARTStatCollectorItem&)) const
+{
+    if (collector_.needToReload()) {
+        collector_.discoverDisks();
+    }
+    std::vector<HistorySeries> all;
+    for (const auto& disk : collector_.disks()) {
+        if (has(*disk)) {
+            const std::string name = disk->model().value_or(disk->bsd().value_or("disk"));
+            all.push_back({.key = *disk->key(), .name = name, .unit = unit, .values = {value}});
+        }
+    }
+    return all;
+}
+
+void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)> reply)
+{
+    const auto question = questionFrom(parameters);
+    if (!question) {
+        return reply(unexpected(question.error().code, question.error().message));
+    }
+    Task finish = [this, question = *question, reply = std::move(reply)] { reply(answer(collector_, question)); };
+    if (wanted_ && wanted_() && collector_.isUpdateDue()) {
+        collector_.updateStats(std::move(finish));
+    } else {
+        finish();
+    }
+}
+
+} // namespace meridal

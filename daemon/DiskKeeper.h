@@ -1,0 +1,43 @@
+#pragma once
+
+#include "base/Result.h"
+#include "base/Value.h"
+#include "collectors/HistoryCatalogue.h"
+#include "collectors/disks/SMARTStatCollector.h"
+
+#include <functional>
+#include <vector>
+
+namespace meridal {
+
+struct CollectorPorts;
+
+/// Brings the SMART collector into the daemon: the ports for keys 32 and 64, and the clients' question about disks. Main
+/// queue only.
+class DiskKeeper {
+public:
+    explicit DiskKeeper(SMARTStatCollector& collector);
+
+    /// Fills the daemon's ports for disks. It must outlive the daemon.
+    void plugInto(CollectorPorts& ports);
+    /// Offers the history of temperatures ("disks") and wear ("wear").
+    void addTo(HistoryCatalogue& catalogue);
+    /// Whether a client holds a key of disks, which is what lets disks be read.
+    void setWanted(std::function<bool()> wanted);
+
+    /// "disks.list": an object with "attributes" (all of them, and not just the failing ones), "after" (key of the last
+    /// disk of the page before) and "limit"; also as the only element of an array. While a client holds a key of disks,
+    /// those whose turn it is are read first. Replies once, later.
+    void list(const Value& parameters, std::function<void(Result<Value>)> reply);
+
+    static constexpr std::size_t longestPage = 64;
+
+private:
+    std::vector<HistorySeries> series(
+        const char* unit, const char* value, bool (*has)(const SMARTStatCollectorItem&)) const;
+
+    SMARTStatCollector& collector_;
+    std::function<bool()> wanted_;
+};
+
+} // namespace meridal

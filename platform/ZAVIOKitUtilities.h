@@ -1,0 +1,16 @@
+#pragma once
+
+#include "platform/host/Registry.h"
+
+#include <string_view>
+
+namespace meridal {
+
+/// Walks over the machine's tree of devices.
+class ZAVIOKitUtilities {
+public:
+    /// A property of the nearest parent that has it, at most `limit` levels up. Null when none has.
+    static Value searchForKeyInParents(std::string_view key, int limit, const RegistryEntry& object);
+};
+
+} // namespace meridal

@@ -1,0 +1,57 @@
+#include "client/DisksView.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+
+namespace meridal {
+namespace {
+
+using testing::HasSubstr;
+
+std::string shown(const Value& disks, bool attributes)
+{
+    std::string text;
+    for (const Line& line : diskLines(disks, attributes)) {
+        text += plainText(line) + '\n';
+    }
+    return text;
+}
+
+TEST(DisksView, OneLineADiskAndWhatIsWrongBelow)
+{
+    const Value disks = parseUntrusted(R"([
+        {"bsd":"sda","model":"WDC WD40EFRX-68N32N0","serial":"WD-WX1","kind":"ata","spins":true,"state":"awake","healthy":false,
+         "temperature":34,"powerOn":26280000,"problems":["Reallocated sectors is below its threshold: spare sectors run out"],
+         "attributes":[{"id":5,"name":"Reallocated sectors","current":3,"worst":3,"threshold":140,"value":1999,
+                        "status":"failing","meaning":"spare sectors run out"}]},
+        {"bsd":"nvme0n1","model":"FAST 1000","serial":"S5GX","kind":"nvme","state":"awake","healthy":true,"temperature":41,
+         "wear":3,"powerOn":4442400,"problems":[],"attributes":[],"log":{"bytesWritten":512e9}},
+        {"bsd":"sdb","model":"Slow\u001b[31m","serial":"Z","kind":"ata","state":"asleep","problems":[],"attributes":[]}
+    ])")
+                            .value();
+    EXPECT_EQ(shown(disks, false),
+        "DISK      MODEL                         SERIAL               KIND     TEMP   WEAR   POWERED ON  HEALTH\n"
+        "sda       WDC WD40EFRX-68N32N0          WD-WX1               HDD     34 °C      -    304 d 4 h  FAILING\n"
+        "  Reallocated sectors is below its threshold: spare sectors run out\n"
+        "nvme0n1   FAST 1000                     S5GX                 NVMe    41 °C    3 %    51 d 10 h  fine\n"
+        "sdb       Slow?[31m                     Z                    ATA         -      -            -  asleep\n");
+    const Lines lines = diskLines(disks, true);
+    EXPECT_EQ(lines[2][1].style, Style::High);
+    EXPECT_EQ(lines[4][0].style, Style::High);
+    EXPECT_THAT(plainText(lines[4]), HasSubstr("1999"));
+    EXPECT_THAT(plainText(lines[4]), HasSubstr("failing: spare sectors run out"));
+    EXPECT_THAT(shown(disks, true), HasSubstr("477 GiB"));
+}
+
+TEST(DisksView, AMachineWithoutDisksGetsOneLine)
+{
+    const std::string none = "no disk with health data (SMART or NVMe) on this machine\n";
+    EXPECT_EQ(shown(Value::array(), true), none);
+    EXPECT_EQ(shown(Value(), false), none);
+    EXPECT_NE(shown(Value::array({1, nullptr, {{"problems", 1}, {"attributes", {1}}, {"log", 2}}}), true), "")
+        << "of any shape";
+}
+
+} // namespace
+} // namespace meridal

@@ -1,0 +1,95 @@
+#include "daemon/DiskKeeper.h"
+
+#include "daemon/CollectorPorts.h"
+#include "tests/disks/DiskFixture.h"
+
+namespace meridal::test {
+namespace {
+
+class DiskKeeperTest : public DiskTest {
+protected:
+    DiskKeeperTest()
+    {
+        keeper.plugInto(ports);
+        keeper.setWanted([this] { return wanted; });
+        keeper.addTo(catalogue);
+    }
+    std::optional<Result<Value>> ask(const char* parameters)
+    {
+        std::optional<Result<Value>> answer;
+        keeper.list(
+            parseUntrusted(parameters).value(), [&](Result<Value> result) { answer.emplace(std::move(result)); });
+        machine.runtime.runDue();
+        return answer;
+    }
+    std::vector<std::string> seriesOf(const char* name)
+    {
+        std::vector<std::string> keys;
+        for (const HistorySeries& series : catalogue.entries().find(name)->second.describe()) {
+            keys.push_back(series.key + ' ' + series.name + ' ' + series.unit);
+        }
+        return keys;
+    }
+
+    DiskKeeper keeper{*collector};
+    CollectorPorts ports;
+    HistoryCatalogue catalogue;
+};
+
+TEST_F(DiskKeeperTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
+{
+    const auto ata = plugATA("root/ata/sda", "WX1");
+    ata.disk->data = dataPage({{.attributeID = 5, .flags = 0x33, .current = 3, .worst = 3, .raw = 1999},
+        {.attributeID = 194, .raw = 40}, {.attributeID = 253, .raw = 7}});
+    const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
+    nvme.disk->health = healthPage({.warning = 5, .used = 101});
+    wanted = false;
+    EXPECT_EQ((**ask("null"))["disks"].size(), 0U);
+    EXPECT_EQ(ata.disk->questions(), 0);
+    wanted = true;
+    ports.loadDisks();
+    Value disks = (**ask(R"([{"attributes":true}])"))["disks"];
+    ASSERT_EQ(disks.size(), 2U);
+    EXPECT_EQ(disks[0]["temperature"], 40);
+    EXPECT_EQ(disks[0]["attributes"].size(), 3U);
+    EXPECT_EQ(disks[0]["attributes"][0]["status"], "failing");
+    EXPECT_EQ(disks[0]["attributes"][2]["name"], "Attribute 253");
+    ASSERT_EQ(disks[0]["problems"].size(), 1U);
+    EXPECT_TRUE(disks[0]["problems"][0].get<std::string>().starts_with("Reallocated sectors is below its threshold: "));
+    EXPECT_EQ(disks[1]["healthy"], false);
+    EXPECT_EQ(disks[1]["problems"].size(), 2U) << "a bit each";
+    EXPECT_EQ(disks[1]["wear"], 101);
+    disks = (**ask("{}"))["disks"];
+    EXPECT_EQ(disks[0]["attributes"].size(), 1U) << "what is wrong, and no more";
+}
+
+TEST_F(DiskKeeperTest, TheListComesInPagesAndRefusesNonsense)
+{
+    for (const char* serial : {"A", "B", "C"}) {
+        plugATA(std::string("root/ata/") + serial, serial);
+    }
+    ports.loadDisks();
+    const Value first = **ask(R"({"limit":2})");
+    EXPECT_EQ(first["disks"][1]["key"], "B");
+    EXPECT_EQ(first["more"], true);
+    const Value rest = **ask(R"({"limit":2,"after":"B"})");
+    EXPECT_EQ(rest["disks"].size(), 1U);
+    EXPECT_EQ(rest["more"], false);
+    EXPECT_EQ(ask(R"({"after":"Z"})")->error().code, ErrorCode::NotFound);
+    for (const char* wrong : {"7", R"({"limit":65})", R"({"limit":0})", R"({"after":1})", R"({"attributes":1})"}) {
+        EXPECT_EQ(ask(wrong)->error().code, ErrorCode::InvalidArgument) << wrong;
+    }
+}
+
+TEST_F(DiskKeeperTest, HistoryIsOfferedWithoutAskingADisk)
+{
+    wanted = false;
+    const auto ata = plugATA("root/ata/sda", "WX1");
+    const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
+    EXPECT_EQ(seriesOf("disks"), (std::vector<std::string>{"WX1 WDC WD40EFRX °C", "S5GX FAST 1000 °C"}));
+    EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"S5GX FAST 1000 %"}));
+    EXPECT_EQ(ata.disk->questions() + nvme.disk->questions(), 0);
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,299 @@
+#include "database/HistoryDatabaseController.h"
+#include "database/SQLiteConnection.h"
+#include "tests/disks/DiskFixture.h"
+
+#include <map>
+
+namespace meridal::test {
+namespace {
+
+TEST_F(DiskTest, KeysTellWhatTheDisksTell)
+{
+    plugATA("root/ata/sda", " WX1 ");
+    plugNVMe("root/pci/nvme0", "S5GX");
+    start();
+    EXPECT_EQ(collector->diskTemperatures(),
+        parseUntrusted(R"([{"key":"WX1","name":"WDC WD40EFRX","temperature":34},
+            {"key":"S5GX","name":"FAST 1000","temperature":41}])")
+            .value());
+    const Value status = collector->diskStatus();
+    ASSERT_EQ(status.size(), 2U);
+    EXPECT_EQ(status[0]["key"], "sda");
+    EXPECT_EQ(status[0]["smart"], true);
+    EXPECT_EQ(status[0]["status"], true);
+    ASSERT_EQ(status[0]["attributes"].size(), 6U);
+    EXPECT_EQ(status[0]["attributes"][1],
+        (Value{{"f", "51"}, {"c", "200"}, {"w", "200"}, {"th", "140"}, {"value", 0}, {"t", "1700000000"}}));
+    EXPECT_EQ(status[1], parseUntrusted(R"({"key":"nvme0","nvme":true,"nvme-percentage-used":3})").value());
+    EXPECT_EQ(collector->itemWithBSD("sda"), item("WX1"));
+    EXPECT_EQ(collector->itemWithBSD("sdb"), nullptr);
+    const Value overview = *collector->overview();
+    EXPECT_EQ(overview["items"][0]["status"], "1");
+    EXPECT_EQ(overview["items"][0]["attributes"][0]["name"], "Raw read error rate");
+}
+
+TEST_F(DiskTest, ATAIsReadEveryFiveMinutesAndNVMeEveryTime)
+{
+    const auto ata = plugATA("root/ata/sda", "WX1");
+    const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
+    start();
+    watchFor(600);
+    EXPECT_EQ(updates, 20);
+    EXPECT_EQ(ata.disk->asked["readData"], 2 * 2) << "at once and after 300 s, each time twice";
+    EXPECT_EQ(ata.disk->asked["readThresholds"], 1) << "they never change";
+    EXPECT_EQ(ata.disk->asked["identify"], 1);
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 21 * 2);
+    EXPECT_EQ(ata.disk->asked["enableOperations"], 0);
+    machine.runtime.advance(3600);
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 21 * 2) << "without a tick nothing is read";
+}
+
+TEST_F(DiskTest, ASleepingDiskIsLeftAloneForADay)
+{
+    const auto sleeping = plugATA("root/ata/sda", "WX1");
+    const auto hidden = plugATA("root/usb/sdb", "USB1");
+    sleeping.disk->power = DiskPower::Asleep;
+    hidden.disk->power = DiskPower::Unknown;
+    start();
+    watchFor(86'400);
+    for (const auto& each : {sleeping, hidden}) {
+        EXPECT_EQ(each.disk->wakingQuestions(), 0);
+        EXPECT_EQ(each.disk->asked["powerMode"], 86'400 / 300);
+        EXPECT_EQ(each.disk->closed, 86'400 / 300) << "and not held open meanwhile";
+    }
+    EXPECT_EQ(item("WX1")->state(), DiskState::Asleep);
+    EXPECT_EQ(item("USB1")->state(), DiskState::PowerHidden);
+    EXPECT_EQ(collector->diskStatus()[0]["asleep"], true);
+    EXPECT_FALSE(collector->diskStatus()[0].contains("status")) << "nobody knows";
+    sleeping.disk->power = DiskPower::Awake;
+    watchFor(300);
+    EXPECT_EQ(collector->diskTemperatures().size(), 1U);
+    sleeping.disk->power = DiskPower::Asleep;
+    watchFor(330);
+    EXPECT_EQ(collector->diskTemperatures().size(), 0U) << "what it was then is not what it is now";
+}
+
+TEST_F(DiskTest, NothingIsReadWhileNobodyAsks)
+{
+    wanted = false;
+    const auto early = plugATA("root/ata/sda", "WX1");
+    machine.registry().announce();
+    machine.runtime.advance(1000);
+    EXPECT_EQ(machine.registry().searches, 0);
+    EXPECT_TRUE(collector->needToReload());
+    wanted = true;
+    machine.registry().announce();
+    machine.runtime.runDue();
+    EXPECT_EQ(early.disk->asked["readData"], 2) << "arrived while somebody asks";
+    wanted = false;
+    const auto late = plugATA("root/ata/sdb", "WX2");
+    machine.registry().announce();
+    machine.runtime.advance(1000);
+    EXPECT_EQ(late.disk->questions(), 0);
+    wanted = true;
+    tick();
+    EXPECT_EQ(late.disk->asked["readData"], 2);
+}
+
+TEST_F(DiskTest, AHangingDiskHoldsUpNobody)
+{
+    const auto hanging = plugATA("root/ata/sda", "HANG");
+    const auto other = plugNVMe("root/pci/nvme0", "S5GX");
+    start();
+    hanging.disk->data = dataPage({{.attributeID = 194, .raw = 50}});
+    hanging.disk->beforeAnswer = [&] {
+        hanging.disk->beforeAnswer = nullptr;
+        machine.runtime.advance(180); // others have their turns meanwhile
+    };
+    machine.runtime.advance(301);
+    updates = 0;
+    collector->updateStats([&] {
+        ++updates;
+        EXPECT_EQ(item("S5GX")->temperature(), 41);
+        EXPECT_EQ(item("HANG")->temperature(), 34) << "as it was";
+        EXPECT_GE(item("HANG")->readingFor(), 3.0);
+    });
+    std::vector<std::unique_ptr<Timer>> ticks;
+    ticks.push_back(machine.runtime.startTimer(machine.runtime.mainQueue(), {.first = 30, .interval = 30},
+        [this] { collector->updateStats([this] { ++updates; }); }));
+    const int readBefore = other.disk->asked["readHealthLog"];
+    machine.runtime.advance(1);
+    EXPECT_EQ(updates, 1 + 6) << "all in time";
+    EXPECT_EQ(other.disk->asked["readHealthLog"], readBefore + 2 * 7);
+    machine.runtime.advance(1);
+    EXPECT_EQ(item("HANG")->temperature(), 50) << "late, but here";
+    EXPECT_FALSE(item("HANG")->isBeingRead());
+}
+
+TEST_F(DiskTest, ADiskUnpluggedInMidReadIsGone)
+{
+    const auto plugged = plugATA("root/ata/sda", "WX1");
+    plugged.disk->beforeAnswer = [&] {
+        plugged.disk->beforeAnswer = nullptr;
+        plugged.disk->data.reset();
+        unplug(plugged);
+    };
+    start();
+    EXPECT_EQ(collector->diskStatus(), Value::array());
+    const auto again = plugATA("root/usb/sdc", "WX1");
+    tick();
+    ASSERT_EQ(collector->diskStatus().size(), 0U) << "not announced yet";
+    machine.registry().announce();
+    machine.runtime.runDue();
+    EXPECT_EQ(collector->diskStatus()[0]["key"], "sdc");
+    EXPECT_EQ(item("WX1")->temperature(), 34);
+}
+
+TEST_F(DiskTest, WhatAPageDoesNotTellStaysAsItWas)
+{
+    const auto ata = plugATA("root/ata/sda", "WX1");
+    start();
+    SMARTPage damaged = dataPage({{.attributeID = 194, .raw = 99}});
+    damaged[40] ^= 1;
+    for (const auto& page :
+        {std::optional<SMARTPage>(damaged), std::optional<SMARTPage>(), std::optional(SMARTPage{})}) {
+        ata.disk->data = page;
+        machine.runtime.advance(300);
+        tick();
+        EXPECT_EQ(item("WX1")->state(), DiskState::Silent);
+        EXPECT_EQ(item("WX1")->temperature(), 34);
+        EXPECT_EQ(item("WX1")->attributes().size(), 6U);
+    }
+    ata.disk->supported = false;
+    machine.runtime.advance(300);
+    tick();
+    EXPECT_EQ(item("WX1")->temperature(), 34);
+}
+
+TEST_F(DiskTest, TemperatureFallsBackToTheAirflowSensor)
+{
+    const auto ata = plugATA("root/ata/sda", "WX1");
+    ata.disk->data = dataPage({{.attributeID = 190, .raw = 31}, {.attributeID = 194, .raw = 128}});
+    const auto neither = plugATA("root/ata/sdb", "WX2");
+    neither.disk->data = dataPage({{.attributeID = 190, .raw = 128}, {.attributeID = 194, .raw = 128}});
+    start();
+    EXPECT_EQ(item("WX1")->temperature(), 31);
+    EXPECT_EQ(item("WX2")->temperature(), std::nullopt);
+    EXPECT_EQ(collector->diskTemperatures().size(), 1U);
+}
+
+TEST_F(DiskTest, StatusComesFromTheDiskOrElseFromItsAttributes)
+{
+    auto attributes = usualAttributes();
+    attributes[1].current = 130; // below 140, and it predicts failure
+    const auto silent = plugATA("root/usb/sda", "WX1");
+    silent.disk->failing.reset();
+    silent.disk->data = dataPage(attributes);
+    const auto told = plugATA("root/ata/sdb", "WX2");
+    told.disk->failing = true;
+    const auto unknown = plugATA("root/usb/sdc", "WX3");
+    unknown.disk->failing.reset();
+    unknown.disk->thresholds.reset();
+    start();
+    EXPECT_EQ(item("WX1")->overallStatus(), false);
+    EXPECT_EQ(item("WX2")->overallStatus(), false);
+    EXPECT_EQ(item("WX3")->overallStatus(), std::nullopt);
+}
+
+TEST_F(DiskTest, IdentityComesFromTheRegistryOrElseFromTheDisk)
+{
+    const auto bridge = std::make_shared<FakeRegistryEntry>("root/usb");
+    bridge->properties = {{"USB Serial Number", 123456}, {"GUID", "guid"}};
+    const auto hub = std::make_shared<FakeRegistryEntry>("root/usb/host", bridge);
+    const auto target = std::make_shared<FakeRegistryEntry>("root/usb/host/target", hub);
+    const auto far = plug("root/usb/host/target/sda", "SMART Capable", {{"Serial Number", "   "}}, target);
+    far.disk->data = dataPage({});
+    far.disk->identity = identifyPage({.model = "HGST HUS7", .smartEnabled = false});
+    plugATA("root/ata/sdb", "A1", "APPLE SSD SM0512F");
+    plug("root/ata/sdc", "SMART Capable",
+        {{"Vendor Name", "ACME"}, {"Product Name", "Disk 1"}, {"Serial Number", "V1"}});
+    plug("root/ata/sdd", "SMART Capable", {{"Serial Number", "\t  "}});
+    start();
+    ASSERT_EQ(collector->items().size(), 3U) << "a disk without a serial is left out";
+    EXPECT_EQ(item("123456")->model(), "HGST HUS7");
+    EXPECT_EQ(item("123456")->firmware(), "01.01A01");
+    EXPECT_EQ(far.disk->asked["enableOperations"], 1) << "it was switched off";
+    EXPECT_EQ(far.disk->asked["enableAutosave"], 1);
+    EXPECT_EQ(item("A1")->model(), "Apple SSD");
+    EXPECT_EQ(item("V1")->model(), "ACME Disk 1");
+}
+
+TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
+{
+    plugATA("root/usb/sda", "SAME");
+    const auto second = plugATA("root/usb/sdb", "SAME");
+    second.disk->data = dataPage({{.attributeID = 194, .raw = 44}});
+    start();
+    EXPECT_EQ(item("SAME")->temperature(), 34);
+    EXPECT_EQ(item("SAME#2")->temperature(), 44);
+    machine.registry().announce();
+    machine.runtime.runDue();
+    EXPECT_EQ(collector->items().size(), 2U) << "and stay the same two";
+    EXPECT_EQ(item("SAME#2")->bsd(), "sdb");
+}
+
+TEST_F(DiskTest, WearIsWhatTheVendorMeansByIt)
+{
+    const auto crucial = plugATA("root/ata/sda", "C1", "Crucial_CT500MX200SSD1");
+    crucial.disk->identity = identifyPage({.rotation = 1});
+    crucial.disk->data =
+        dataPage({{.attributeID = 173, .current = 50}, {.attributeID = 202, .current = 88, .raw = 12}});
+    const auto samsung = plugATA("root/ata/sdb", "S1", "Samsung SSD 860 EVO 500GB");
+    samsung.disk->identity = identifyPage({.rotation = 1});
+    samsung.disk->data = dataPage({{.attributeID = 177, .current = 95, .raw = 120}});
+    plugATA("root/ata/sdc", "W1");
+    start();
+    EXPECT_EQ(item("C1")->wear(), 12);
+    EXPECT_EQ(item("S1")->wear(), 5);
+    EXPECT_EQ(item("W1")->wear(), std::nullopt) << "it spins";
+    EXPECT_EQ(item("W1")->powerOnSeconds(), 7300 * 3600.0);
+}
+
+class DiskHistoryTest : public DiskTest {
+protected:
+    DiskHistoryTest() { machine.context.databases = &databases; }
+    ~DiskHistoryTest() override
+    {
+        collector.reset();
+        machine.context.databases = nullptr;
+    }
+    std::vector<SqlValues> rows(const std::string& sql) const
+    {
+        std::vector<SqlValues> found;
+        SQLiteConnection file;
+        EXPECT_TRUE(file.open(machine.context.paths.support / "disk-history.db", {}));
+        EXPECT_TRUE(file.forEachRow(
+            sql, {}, [&](std::span<const SqlValue> row) { found.emplace_back(row.begin(), row.end()); }));
+        return found;
+    }
+    HistoryDatabaseController databases{machine.context};
+};
+
+TEST_F(DiskHistoryTest, FiguresAreRecordedWhileSomebodyAsks)
+{
+    plugATA("root/ata/sda", "WX1");
+    plugNVMe("root/pci/nvme0", "S5GX");
+    start();
+    watchFor(600);
+    wanted = false;
+    machine.runtime.advance(5);
+    const auto nvme =
+        rows("SELECT count(*), min(temperature), max(temperature), max(wear) FROM hour_diskhistory WHERE uuid='S5GX'");
+    EXPECT_NEAR(sqlNumber(nvme[0][0]), 100, 3) << "a row every 6 s, between two readings the latest";
+    EXPECT_EQ(sqlNumber(nvme[0][1]), 41);
+    EXPECT_EQ(sqlNumber(nvme[0][2]), 41);
+    EXPECT_EQ(sqlNumber(nvme[0][3]), 3);
+    const auto ata = rows("SELECT count(*), count(wear), max(temperature) FROM hour_diskhistory WHERE uuid='WX1'");
+    EXPECT_NEAR(sqlNumber(ata[0][0]), 100, 3);
+    EXPECT_EQ(sqlNumber(ata[0][1]), 0) << "it has no wear, which is not 0";
+    EXPECT_EQ(sqlNumber(ata[0][2]), 34);
+    const double before = sqlNumber(rows("SELECT max(sample) FROM hour_diskidhistory")[0][0]);
+    machine.runtime.advance(1000);
+    EXPECT_EQ(sqlNumber(rows("SELECT max(sample) FROM hour_diskidhistory")[0][0]), before) << "and not without";
+    wanted = true;
+    watchFor(60);
+    EXPECT_GT(sqlNumber(rows("SELECT max(sample) FROM hour_diskidhistory")[0][0]), before + 160) << "the gap counts";
+}
+
+} // namespace
+} // namespace meridal::test

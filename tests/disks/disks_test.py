@@ -1,0 +1,291 @@
+#!/usr/bin/env python3
+"""Disks as a running daemon sees them: a test bed of devices that answer SG_IO and NVMe admin commands.
+
+    disks_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
+
+Nothing here sleeps: every wait is for an event with a generous deadline.
+"""
+import os
+import shutil
+import struct
+import subprocess
+import sys
+import time
+import unittest
+
+SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages for umockdev
+PRELOAD = "libumockdev-preload.so.0"
+try:
+    import gi
+    gi.require_version("UMockdev", "1.0")
+except (ImportError, ValueError):
+    if os.path.realpath(sys.executable) != os.path.realpath(SYSTEM_PYTHON) and os.path.exists(SYSTEM_PYTHON):
+        os.execv(SYSTEM_PYTHON, [SYSTEM_PYTHON, *sys.argv])
+    print("no umockdev for Python: nothing tested")
+    sys.exit(0)
+if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
+    os.environ.update(LD_PRELOAD=PRELOAD, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0")
+    os.execv(sys.executable, [sys.executable, *sys.argv])
+from gi.repository import UMockdev  # noqa: E402
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
+import daemon_test  # noqa: E402  the daemon and its clients
+
+SG_IO = 0x2285
+NVME_ADMIN = 0xC0484E41
+IDENTIFY, CHECK_POWER, SMART = 0xEC, 0xE5, 0xB0
+DATA, THRESHOLDS, STATUS = 0xD0, 0xD1, 0xDA
+ILLEGAL_COMMAND = bytes([0x70, 0, 5, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x20, 0])
+
+
+def summed(page):
+    return bytes(page[:511]) + bytes([-sum(page[:511]) & 255])
+
+
+def attribute_page(rows):
+    page = bytearray(512)
+    page[0:2] = struct.pack("<H", 16)
+    for place, row in enumerate(rows):
+        page[2 + 12 * place:2 + 12 * place + len(row)] = row
+    return summed(page)
+
+
+def attribute(number, flags, current, worst, raw):
+    return struct.pack("<BHBB", number, flags, current, worst) + raw.to_bytes(6, "little")
+
+
+def identify_page(model, serial):
+    page = bytearray(512)
+
+    def put(offset, size, text):
+        padded = text.ljust(size).encode()
+        page[offset:offset + size] = bytes(padded[place ^ 1] for place in range(size))
+    put(20, 20, serial)
+    put(46, 8, "FW01")
+    put(54, 40, model)
+    page[164] = page[170] = 1
+    page[434:436] = struct.pack("<H", 5400)
+    page[510] = 0xA5
+    return summed(page)
+
+
+def health_page(kelvin, used):
+    page = bytearray(512)
+    page[1:3] = struct.pack("<H", kelvin)
+    page[3:6] = bytes([100, 10, used])
+    page[128:136] = struct.pack("<Q", 1000)
+    return bytes(page)
+
+
+class AtaDisk:
+    """Answers ATA commands in SCSI ones. `only` is the one size of command that its bridge knows."""
+
+    def __init__(self, serial="WX1", temperature=34, only=None):
+        self.commands = []  # (command, feature)
+        self.power = 0xFF
+        self.only = only
+        self.hangs = False
+        self.held = []
+        self.failing = False
+        self.data = attribute_page([attribute(5, 0x33, 200, 200, 0), attribute(9, 0x32, 90, 90, 7300),
+                                    attribute(194, 0x22, 116, 98, temperature)])
+        self.thresholds = attribute_page([bytes([5, 140])])
+        self.identity = identify_page("WDC WD40EFRX-68N32N0", serial)
+
+    def attach(self, bed, node):
+        self.handler = UMockdev.IoctlBase()
+        self.handler.connect("handle-ioctl", self.handle)
+        bed.attach_ioctl(node, self.handler)
+
+    def handle(self, _handler, client):
+        if client.get_request() != SG_IO:
+            return False
+        header = client.get_arg().resolve(0, 88)
+        fields = bytes(header.retrieve())
+        length, data_length = fields[8], struct.unpack_from("<I", fields, 12)[0]
+        cdb = bytes(header.resolve(24, length).retrieve())
+        if self.only and length != self.only:
+            return self.answer(client, header, sense=ILLEGAL_COMMAND)
+        command, feature = (cdb[14], cdb[4]) if length == 16 else (cdb[9], cdb[3])
+        self.commands.append((command, feature))
+        if self.hangs and command == SMART:
+            self.held.append((client, header))  # answers some other day
+            return True
+        if command == CHECK_POWER:
+            return self.answer(client, header, sense=self.registers(count=self.power))
+        if (command, feature) == (SMART, STATUS):
+            middle, high = (0xF4, 0x2C) if self.failing else (0x4F, 0xC2)
+            return self.answer(client, header, sense=self.registers(middle=middle, high=high))
+        page = {(IDENTIFY, 0): self.identity, (SMART, DATA): self.data, (SMART, THRESHOLDS): self.thresholds}.get((command, feature))
+        if page and data_length:
+            header.resolve(16, data_length).update(0, page)
+        return self.answer(client, header)
+
+    @staticmethod
+    def registers(count=0, middle=0, high=0):
+        return bytes([0x72, 1, 0, 0x1D, 0, 0, 0, 14, 9, 12, 0, 0, 0, count, 0, 0, 0, middle, 0, high, 0, 0x50])
+
+    @staticmethod
+    def answer(client, header, sense=b""):
+        if sense:
+            header.resolve(32, 64).update(0, sense)
+            header.update(64, bytes([2, 0, 0, len(sense)]))
+        client.complete(0, 0)
+        return True
+
+
+class NvmeDisk:
+    def __init__(self, kelvin=314, used=3):
+        self.commands = []  # (opcode, cdw10)
+        self.health = health_page(kelvin, used)
+
+    attach = AtaDisk.attach
+
+    def handle(self, _handler, client):
+        if client.get_request() != NVME_ADMIN:
+            return False
+        command = client.get_arg().resolve(0, 72)
+        fields = bytes(command.retrieve())
+        length, cdw10 = struct.unpack_from("<II", fields, 36)
+        self.commands.append((fields[0], cdw10))
+        if fields[0] == 2 and cdw10 & 0xFF == 2 and length == 512:
+            command.resolve(24, length).update(0, self.health)
+        elif fields[0] == 6 and cdw10 == 1:
+            page = bytearray(4096)
+            page[24:33] = b"FAST 1000"
+            page[64:66] = b"2B"
+            command.resolve(24, length).update(0, bytes(page))
+        else:
+            client.complete(2, 0)  # a status of the disk: invalid field
+            return True
+        client.complete(0, 0)
+        return True
+
+
+def scsi_disk(place, name, minor, **properties):
+    device = f"/devices/{place}/target0:0:0/{minor}:0:0:0"
+    noted = "".join(f"E: {key}={value}\n" for key, value in properties.items())
+    vendor = "External" if "usb" in place else "ATA     "
+    return (f"P: {device}\nE: SUBSYSTEM=scsi\nA: vendor={vendor}\\n\nA: model=Disk\\n\nA: type=0\\n\n\n"
+            f"P: {device}/block/{name}\nN: {name}\nE: DEVNAME=/dev/{name}\nE: SUBSYSTEM=block\nE: DEVTYPE=disk\n"
+            f"E: MAJOR=8\nE: MINOR={minor}\n{noted}A: dev=8:{minor}\\n\nA: removable=0\\n\nA: queue/rotational=1\\n\n")
+
+
+NVME = ("P: /devices/pci0000:00/0000:01:00.0/nvme/nvme0\nN: nvme0\nE: DEVNAME=/dev/nvme0\nE: SUBSYSTEM=nvme\n"
+        "E: MAJOR=240\nE: MINOR=0\nA: model=FAST 1000   \\n\nA: serial=S5GX  \\n\nA: transport=pcie\\n\nA: dev=240:0\\n\n\n"
+        "P: /devices/pci0000:00/0000:01:00.0/nvme/nvme0/nvme0n1\nE: SUBSYSTEM=block\nE: DEVTYPE=disk\nA: size=100\\n\n")
+
+
+@unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev in this process")
+class DisksTest(unittest.TestCase):
+    start = daemon_test.DaemonTest.start
+
+    def setUp(self):
+        daemon_test.DaemonTest.setUp(self)
+        self.bed = UMockdev.Testbed.new()
+        os.environ["UMOCKDEV_DIR"] = self.bed.get_root_dir()  # which the bed sets behind Python's back
+
+    def tearDown(self):
+        daemon_test.DaemonTest.tearDown(self)
+        os.environ.pop("UMOCKDEV_DIR", None)
+
+    def plug(self, description, node, disk):
+        self.bed.add_from_string(description)
+        disk.attach(self.bed, node)
+        return disk
+
+    def plug_ata(self, name="sda", minor=0, serial="WX1", **how):
+        noted = dict(ID_ATA=1, ID_ATA_FEATURE_SET_SMART=1, ID_MODEL="WDC_WD40EFRX-68N32N0", ID_SERIAL_SHORT=serial)
+        return self.plug(scsi_disk(f"pci0000:00/ata{minor}/host{minor}", name, minor, **noted), "/dev/" + name, AtaDisk(serial, **how))
+
+    def list_disks(self, client):
+        return {disk["bsd"]: disk for disk in client.call("disks.list", {"attributes": True})["disks"]}
+
+    def test_disks_of_every_kind_are_found_and_read(self):
+        ata = self.plug_ata()
+        nvme = self.plug(NVME, "/dev/nvme0", NvmeDisk())
+        usb = self.plug(scsi_disk("pci0000:00/usb1/1-1/1-1:1.0/host6", "sdb", 16, ID_BUS="usb", ID_ATA=1, ID_ATA_FEATURE_SET_SMART=1,
+                                  ID_SERIAL_SHORT="USB1"), "/dev/sdb", AtaDisk("USB1", 29, only=12))
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        client.call("status")
+        self.assertEqual((ata.commands, nvme.commands, usb.commands), ([], [], []), "nobody has asked for disks")
+        client.call("startSMARTStatus")
+        disks = self.list_disks(client)
+        self.assertEqual(sorted(disks), ["nvme0n1", "sda", "sdb"])
+        self.assertEqual({name: disk["temperature"] for name, disk in disks.items()}, {"nvme0n1": 41, "sda": 34, "sdb": 29})
+        self.assertEqual((disks["nvme0n1"]["wear"], disks["nvme0n1"]["serial"], disks["nvme0n1"]["firmware"]), (3, "S5GX", "2B"))
+        self.assertEqual((disks["sda"]["model"], disks["sda"]["serial"], disks["sda"]["healthy"]), ("WDC WD40EFRX-68N32N0", "WX1", True))
+        self.assertEqual([row["id"] for row in disks["sdb"]["attributes"]], [5, 9, 194])
+        self.assertEqual(ata.commands.count((SMART, DATA)), 2)
+        envelope = client.envelope(lambda e: e["type"] == "64" and all("status" in d for d in e["disks"] if "smart" in d))
+        self.assertIn({"key": "nvme0n1", "nvme": True, "nvme-percentage-used": 3}, envelope["disks"])
+        shown = subprocess.run([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "disks", "--attributes"],
+                               capture_output=True, text=True, check=True).stdout
+        self.assertIn("WDC WD40EFRX", shown)
+        self.assertIn("41 °C", shown)
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+    def test_a_sleeping_disk_sleeps_on(self):
+        ata = self.plug_ata()
+        ata.power = 0x00
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        client.call("startSMARTStatus")
+        disks = self.list_disks(client)
+        self.assertEqual(disks["sda"]["state"], "asleep")
+        self.assertNotIn("temperature", disks["sda"])
+        self.assertEqual({command for command, _ in ata.commands}, {CHECK_POWER})
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+    def test_a_hanging_disk_holds_up_neither_others_nor_the_end(self):
+        hanging = self.plug_ata()
+        hanging.hangs = True
+        self.plug_ata("sdc", 32, "WX3")
+        for number in range(3):  # more than the daemon has threads for slow work
+            self.plug_ata("sd" + "efg"[number], 64 + 16 * number, f"H{number}").hangs = True
+        self.plug(NVME, "/dev/nvme0", NvmeDisk())
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        client.call("startSMARTStatus")
+        disks = self.list_disks(client)
+        self.assertEqual((disks["sdc"]["temperature"], disks["nvme0n1"]["temperature"]), (34, 41))
+        self.assertEqual(disks["sda"]["state"], "hanging")
+        self.assertIs(client.call("exists:"), True)
+        before = time.monotonic()
+        self.assertEqual(daemon.stop(), 0)
+        self.assertLess(time.monotonic() - before, 1)
+        client.close()
+
+    def test_disks_come_and_go(self):
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        client.call("startSMARTStatus")
+        self.assertEqual(self.list_disks(client), {})
+        shown = subprocess.run([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "disks"],
+                               capture_output=True, text=True, check=True).stdout
+        self.assertEqual(shown.count("\n"), 1)
+        ata = self.plug_ata()
+        path = "/sys/devices/pci0000:00/ata0/host0/target0:0:0/0:0:0:0/block/sda"
+        for _ in range(2):  # the bed numbers them from 0, which libudev takes for no number
+            self.bed.uevent(path, "add")
+        deadline = time.monotonic() + daemon_test.DEADLINE
+        while not (disks := self.list_disks(client)) or "temperature" not in disks["sda"]:
+            self.assertLess(time.monotonic(), deadline)
+        self.assertGreater(len(ata.commands), 0)
+        bystander = self.bed.add_device("block", "loop9", None, [], [])
+        self.bed.remove_device(path)  # for which the bed then sends nothing any more
+        for _ in range(2):
+            self.bed.uevent(bystander, "change")
+        while self.list_disks(client):
+            self.assertLess(time.monotonic(), deadline)
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+
+if __name__ == "__main__":
+    is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
+    daemon_test.BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
+    unittest.main(verbosity=2)

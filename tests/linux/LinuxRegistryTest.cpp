@@ -1,0 +1,184 @@
+#include "platform/linux/LinuxRegistry.h"
+#include "base/VirtualRuntime.h"
+#include "collectors/disks/DiskDiscovery.h"
+#include "platform/linux/LinuxSMARTDevice.h"
+#include "tests/support/SMARTPageBuilder.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <tuple>
+#include <unistd.h>
+
+namespace meridal::test {
+namespace {
+
+/// sysfs with the folders and links of disks.
+class LinuxRegistryTest : public testing::Test {
+protected:
+    void addDevice(const std::string& path, const std::map<std::string, std::string>& files)
+    {
+        tree.write(path + "/uevent", "");
+        for (const auto& [name, content] : files) {
+            tree.write(path + "/" + name, content);
+        }
+    }
+    void addLink(const std::string& link, const std::string& target)
+    {
+        const auto place = tree.root() / link;
+        std::filesystem::create_directories(place.parent_path());
+        std::filesystem::create_symlink(std::filesystem::relative(tree.root() / target, place.parent_path()), place);
+    }
+    /// A SCSI disk below some host.
+    std::string addScsi(const std::string& host, const std::string& name,
+        const std::map<std::string, std::string>& scsi, const std::map<std::string, std::string>& block)
+    {
+        const std::string device = host + "/target0:0:0/0:0:0:0";
+        const std::string disk = device + "/block/" + name;
+        addDevice(host, {});
+        addDevice(device, scsi);
+        addDevice(disk, block);
+        addLink(disk + "/device", device);
+        addLink("sys/class/block/" + name, disk);
+        return disk;
+    }
+    std::vector<RegistryEntryPtr> find(const char* property)
+    {
+        return LinuxRegistry(runtime, tree.root(), std::make_shared<Limitations>()).entriesWithTrue(property);
+    }
+    /// Page 89h as a SAT layer gives it.
+    static std::string ataInformation(const TestIdentity& identity)
+    {
+        const SMARTPage page = identifyPage(identity);
+        return std::string(60, '\x01') + std::string(page.begin(), page.end());
+    }
+
+    TemporaryTree tree;
+    VirtualRuntime runtime;
+};
+
+TEST_F(LinuxRegistryTest, ADiskOnAnAtaPortTellsAllWithoutBeingAsked)
+{
+    const std::string disk = addScsi("sys/devices/pci0/ata1/host0", "sda",
+        {{"vendor", "ATA     \n"}, {"model", "WDC WD40EFRX-68N\n"}, {"type", "0\n"}, {"vpd_pg89", ataInformation({})}},
+        {{"dev", "8:0\n"}, {"removable", "0\n"}, {"queue/rotational", "1\n"}});
+    addDevice(disk + "/sda1", {{"partition", "1\n"}});
+    addLink("sys/class/block/sda1", disk + "/sda1");
+    const auto found = find("SMART Capable");
+    ASSERT_EQ(found.size(), 1U) << "a partition is no disk";
+    EXPECT_EQ(found[0]->path(), disk);
+    EXPECT_EQ(modelOfDisk(*found[0]), "WDC WD40EFRX-68N32N0");
+    EXPECT_EQ(serialOfDisk(*found[0]), "WD-WX11A2345678");
+    EXPECT_EQ(bsdOfDisk(*found[0]), "sda");
+    EXPECT_EQ(found[0]->property("Device Characteristics")["Medium Type"], "Rotational");
+    EXPECT_TRUE(find("NVMe SMART Capable").empty());
+}
+
+TEST_F(LinuxRegistryTest, WithoutThatPageUdevAndTheUnitSerialTell)
+{
+    const std::string known = "sys/devices/pci0/ata1/host0";
+    addScsi(known, "sda",
+        {{"vendor", "ATA\n"}, {"model", "Samsung SSD 860 \n"},
+            {"vpd_pg80", std::string("\0\x80\0\x14     S3Z8NB0K", 17)}},
+        {{"dev", "8:0\n"}});
+    const auto kernelOnly = find("SMART Capable");
+    ASSERT_EQ(kernelOnly.size(), 1U);
+    EXPECT_EQ(modelOfDisk(*kernelOnly[0]), "Samsung SSD 860");
+    EXPECT_EQ(serialOfDisk(*kernelOnly[0]), "S3Z8NB0K");
+    tree.write("run/udev/data/b8:0",
+        "E:ID_ATA=1\nE:ID_ATA_FEATURE_SET_SMART=1\nE:ID_MODEL=Samsung_SSD_860_EVO_500GB\nE:ID_SERIAL_SHORT="
+        "S3Z8NB0K123\n");
+    const auto withUdev = find("SMART Capable");
+    EXPECT_EQ(modelOfDisk(*withUdev[0]), "Samsung SSD 860 EVO 500GB");
+    tree.write("run/udev/data/b8:0", "E:ID_ATA=1\n");
+    EXPECT_TRUE(find("SMART Capable").empty()) << "it has no such feature";
+}
+
+TEST_F(LinuxRegistryTest, UsbDisksAreDisksAndSticksAreNot)
+{
+    const std::string bridge = "sys/devices/pci0/usb1/1-1";
+    addDevice(bridge, {{"idVendor", "152d\n"}, {"serial", "DD56419884\n"}});
+    const std::map<std::string, std::string> scsi{{"vendor", "External\n"}, {"model", "USB3.0\n"}, {"type", "0\n"}};
+    addScsi(bridge + "/1-1:1.0/host6", "sdb", scsi, {{"dev", "8:16\n"}, {"removable", "0\n"}});
+    addScsi("sys/devices/pci0/usb1/1-2/1-2:1.0/host7", "sdc", scsi, {{"dev", "8:32\n"}, {"removable", "1\n"}});
+    const auto found = find("SMART Capable");
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(serialOfDisk(*found[0]), "DD56419884");
+    EXPECT_EQ(modelOfDisk(*found[0]), "External USB3.0");
+    tree.write("run/udev/data/b8:16", "E:ID_BUS=usb\n");
+    EXPECT_TRUE(find("SMART Capable").empty()) << "udev tried, and no disk answered behind the bridge";
+}
+
+TEST_F(LinuxRegistryTest, NvmeControllersWithTheirFirstNamespace)
+{
+    for (const auto& [name, child, transport] :
+        {std::tuple{"nvme0", "nvme0n1", "pcie"}, {"nvme1", "nvme1c1n1", "pcie"}, {"nvme2", "nvme2n1", "tcp"}}) {
+        const std::string path = std::string("sys/devices/pci0/0000:01:00.0/nvme/") + name;
+        addDevice(path, {{"model", "FAST 1000   \n"}, {"serial", "S5GX   \n"}, {"transport", transport}});
+        addDevice(path + "/" + child, {});
+        addDevice(path + "/hwmon1", {});
+        addLink(std::string("sys/class/nvme/") + name, path);
+    }
+    const auto found = find("NVMe SMART Capable");
+    ASSERT_EQ(found.size(), 2U) << "a disk elsewhere is not this machine's";
+    EXPECT_EQ(bsdOfDisk(*found[0]), "nvme0n1");
+    EXPECT_EQ(bsdOfDisk(*found[1]), "nvme1n1");
+    EXPECT_EQ(serialOfDisk(*found[0]), "S5GX");
+    EXPECT_EQ(modelOfDisk(*found[0]), "FAST 1000");
+}
+
+TEST_F(LinuxRegistryTest, ASuspendedDiskIsAsleepAndItsNodeIsNotOpened)
+{
+    const std::string disk = addScsi("sys/devices/pci0/ata1/host0", "sda",
+        {{"vendor", "ATA\n"}, {"power/runtime_status", "suspended\n"}}, {{"queue/rotational", "1\n"}});
+    const auto entry = find("SMART Capable").at(0);
+    const auto device = LinuxSMARTDevices(tree.root()).deviceForEntry(*entry, SMARTKind::ATA);
+    EXPECT_EQ(device->powerMode(), DiskPower::Asleep);
+    tree.write("sys/devices/pci0/ata1/host0/target0:0:0/0:0:0:0/power/runtime_status", "active\n");
+    EXPECT_EQ(device->powerMode(), DiskPower::Unknown) << "its node is missing, so it cannot be asked";
+    tree.write(disk + "/queue/rotational", "0\n");
+    EXPECT_EQ(LinuxSMARTDevices(tree.root()).deviceForEntry(*entry, SMARTKind::ATA)->powerMode(), DiskPower::Awake);
+}
+
+TEST(DeviceProcess, WhatIsNoDiskAnswersWithAnError)
+{
+    DeviceProcess process("/dev/null");
+    for (int round = 0; round < 3; ++round) {
+        const DeviceAnswer answer = process.run(passThrough({.command = 0xE5}, PassThroughSize::Sixteen));
+        EXPECT_GT(answer.error, 0);
+        EXPECT_FALSE(answer.isGood());
+        process.stop(); // and a child of its own for each
+    }
+    EXPECT_GT(DeviceProcess("/nowhere/at/all").run({}).error, 0);
+}
+
+/// Whatever disks this machine has, as root.
+TEST(LiveDisks, EveryDiskAnswersOrSaysWhy)
+{
+    VirtualRuntime runtime;
+    LinuxRegistry registry(runtime, "/", std::make_shared<Limitations>());
+    LinuxSMARTDevices devices("/");
+    int asked = 0;
+    for (const auto& [property, kind] :
+        {std::pair{"SMART Capable", SMARTKind::ATA}, {"NVMe SMART Capable", SMARTKind::NVMe}}) {
+        for (const auto& entry : registry.entriesWithTrue(property)) {
+            const auto device = devices.deviceForEntry(*entry, kind);
+            if (device->powerMode() != DiskPower::Awake) {
+                continue;
+            }
+            ++asked;
+            const auto page = kind == SMARTKind::NVMe ? device->readHealthLog() : device->identify();
+            EXPECT_TRUE(serialOfDisk(*entry)) << entry->path();
+            EXPECT_TRUE(page || ::geteuid() != 0) << entry->path();
+        }
+    }
+    if (asked == 0) {
+        GTEST_SKIP() << "no disk with health data here";
+    }
+}
+
+} // namespace
+} // namespace meridal::test
