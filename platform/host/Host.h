@@ -4,6 +4,7 @@
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineInfo.h"
+#include "platform/host/NetworkInterfaces.h"
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
 #include "platform/host/ProcessSource.h"
@@ -26,6 +27,7 @@ struct Host {
     std::unique_ptr<UserRights> userRights;
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
+    std::unique_ptr<NetworkInterfaces> networkInterfaces;
 };
 
 } // namespace meridal
