@@ -4,12 +4,14 @@
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineInfo.h"
+#include "platform/host/NetworkConfiguration.h"
 #include "platform/host/NetworkInterfaces.h"
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/host/SelfUsage.h"
 #include "platform/host/UserRights.h"
+#include "platform/host/WirelessInterface.h"
 
 #include <memory>
 
@@ -28,6 +30,8 @@ struct Host {
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
     std::unique_ptr<NetworkInterfaces> networkInterfaces;
+    std::unique_ptr<WirelessInterface> wireless;
+    std::unique_ptr<NetworkConfiguration> networkConfiguration;
 };
 
 } // namespace meridal

@@ -79,6 +79,9 @@ struct PrimaryService {
 /// All of it at one moment.
 struct NetworkReading {
     std::vector<InterfaceRecord> interfaces; ///< by index
+    /// Those that went since the reading before, with the counters that they ended with. Empty where the system does
+    /// not tell (macOS).
+    std::vector<InterfaceRecord> gone;
     std::optional<PrimaryService> primary;
 };
 
