@@ -6,10 +6,12 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
+#include "collectors/network/NetworkStatCollectorMac.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/NetworkKeeper.h"
 #include "daemon/StatusReport.h"
 #include "daemon/UptimeKeeper.h"
 #include "daemon/ZAVPowerManager.h"
@@ -127,6 +129,8 @@ int serve(Context& context)
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
     CollectorPorts ports;
     uptime.plugInto(ports);
+    NetworkKeeper network(context, NetworkStatCollectorMac::sharedNetworkCollector());
+    network.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     std::vector<std::unique_ptr<Listener>> listeners;
@@ -136,6 +140,11 @@ int serve(Context& context)
     history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
         uptime.boots(parameters, std::move(reply));
     });
+    history.addAsyncMethod("bandwidth.totals", [&network](const Value& parameters, MeridalHistory::Reply reply) {
+        network.totals(parameters, std::move(reply));
+    });
+    history.addMethod(
+        "network.interfaces", [&network](const Value& parameters) { return network.interfaces(parameters); });
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
