@@ -1,8 +1,11 @@
 #include "platform/macos/MacHost.h"
 
+#include "platform/macos/CoreWLanInterface.h"
 #include "platform/macos/DistributedCenter.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
+#include "platform/macos/MacNetworkConfiguration.h"
+#include "platform/macos/MacNetworkInterfaces.h"
 #include "platform/macos/MacPowerMessages.h"
 #include "platform/macos/MacPowerSources.h"
 #include "platform/macos/MacSelfUsage.h"
@@ -22,6 +25,9 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->userRights = std::make_unique<MacUserRights>();
     host->powerMessages = std::make_unique<MacPowerMessages>(host->limitations);
     host->powerSources = std::make_unique<MacPowerSources>();
+    host->networkInterfaces = std::make_unique<MacNetworkInterfaces>();
+    host->wireless = std::make_unique<CoreWLanInterface>(host->limitations);
+    host->networkConfiguration = std::make_unique<MacNetworkConfiguration>();
     return host;
 }
 
