@@ -53,7 +53,7 @@ public:
             parameters_["interface"] = validUtf8(arguments.interfaceName);
         }
         if (arguments.all) {
-            parameters_["all"] = true;
+            parameters_["interfaces"] = "all";
         }
     }
 

@@ -120,6 +120,11 @@ Lines statusLines(const Dictionary& status)
         {{"count", count},
             {"lastSeconds", [](double seconds) { return "the last took " + formatMilliseconds(seconds); }},
             {"processes", [](double value) { return count(value) + " processes"; }}});
+    addFigures(lines, "history", find(status, "databases"),
+        {{"rowsWritten", [](double value) { return count(value) + " rows written"; }},
+            {"bytes", [](double bytes) { return formatBytes(bytes) + " in files"; }},
+            {"statementsWaiting", [](double value) { return count(value) + " waiting"; }},
+            {"statementsDropped", [](double value) { return count(value) + " given up"; }}});
     addFigures(lines, "log", find(status, "log"),
         {{"droppedLines", [](double value) { return count(value) + " lines dropped"; }}});
     addTexts(lines, "Files", Style::Title, find(status, "paths"));

@@ -4,6 +4,8 @@
 #include "collectors/network/NetworkStatCollectorItem.h"
 #include "collectors/network/NetworkStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
+#include "daemon/MeridalHistory.h"
+#include "daemon/Parameters.h"
 #include "platform/Context.h"
 #include "platform/NetworkNames.h"
 #include "platform/host/Host.h"
@@ -28,116 +30,44 @@ constexpr std::array<std::pair<std::string_view, BandwidthGroup>, 5> groups = {
 
 Unexpected wrong(std::string message) { return unexpected(ErrorCode::InvalidArgument, std::move(message)); }
 
-/// Named parameters, also as the only element of an array; null where there are others.
-const Value* namedParameters(const Value& given)
+BandwidthGroup groupFrom(Parameters& parameters)
 {
-    const Value& parameters = given.is_array() && given.size() == 1 ? given[0] : given;
-    static const Value none = Value::object();
-    if ((given.is_array() && given.empty()) || given.is_null()) {
-        return &none;
-    }
-    return parameters.is_object() ? &parameters : nullptr;
-}
-
-const Value* givenOrNull(const Value& parameters, std::string_view name)
-{
-    const Value* entry = find(parameters, name);
-    return entry && !entry->is_null() ? entry : nullptr;
-}
-
-Result<std::size_t> limitFrom(const Value& parameters)
-{
-    if (!givenOrNull(parameters, "limit")) {
-        return usualPage;
-    }
-    const auto limit = integer(parameters, "limit");
-    if (!limit || *limit < 1 || *limit > static_cast<std::int64_t>(NetworkKeeper::longestPage)) {
-        return wrong("\"limit\" must be a whole number from 1 to 500");
-    }
-    return static_cast<std::size_t>(*limit);
-}
-
-Result<BandwidthGroup> groupFrom(const Value& parameters)
-{
-    if (!givenOrNull(parameters, "by")) {
-        return BandwidthGroup::Day;
-    }
-    const auto word = text(parameters, "by");
+    const std::string word = parameters.text("by").value_or("day");
     for (const auto& [name, group] : groups) {
-        if (word && name == *word) {
+        if (name == word) {
             return group;
         }
     }
-    return wrong("\"by\" must be \"hour\", \"day\", \"month\", \"interface\" or \"network\"");
-}
-
-/// A moment among the parameters; a failure when there is something else in its place.
-Result<std::optional<double>> momentFrom(const Value& parameters, const std::string& name)
-{
-    if (!givenOrNull(parameters, name)) {
-        return std::optional<double>();
-    }
-    const auto moment = number(parameters, name);
-    if (!moment) {
-        return wrong("\"" + name + "\" must be a number, in seconds since 1970");
-    }
-    return moment;
+    parameters.refuse("\"by\" must be \"hour\", \"day\", \"month\", \"interface\" or \"network\"");
+    return BandwidthGroup::Day;
 }
 
 /// The key of the page before: text for times, a whole number for interfaces and networks.
-Result<SqlValue> keyFrom(const Value& parameters, BandwidthGroup by)
+SqlValue keyFrom(Parameters& parameters, BandwidthGroup by)
 {
-    if (!givenOrNull(parameters, "after")) {
-        return SqlValue();
-    }
     if (by == BandwidthGroup::Interface || by == BandwidthGroup::Network) {
-        const auto key = integer(parameters, "after");
-        return key ? Result<SqlValue>(SqlValue(*key)) : wrong("\"after\" must be the key of a total, a whole number");
+        const auto key = parameters.wholeNumber("after");
+        return key ? SqlValue(*key) : SqlValue();
     }
-    const auto key = text(parameters, "after");
-    return key ? Result<SqlValue>(SqlValue(*key)) : wrong("\"after\" must be the key of a total, a text");
+    const auto key = parameters.text("after");
+    return key ? SqlValue(*key) : SqlValue();
 }
 
-Result<BandwidthQuestion> questionFrom(const Value& given)
+BandwidthQuestion questionFrom(Parameters& parameters)
 {
-    const Value* parameters = namedParameters(given);
-    if (!parameters) {
-        return wrong("bandwidth.totals takes an object");
-    }
-    const auto by = groupFrom(*parameters);
-    const auto limit = limitFrom(*parameters);
-    const auto from = momentFrom(*parameters, "from");
-    const auto until = momentFrom(*parameters, "until");
-    for (const Error* error : {by ? nullptr : &by.error(), limit ? nullptr : &limit.error(),
-             from ? nullptr : &from.error(), until ? nullptr : &until.error()}) {
-        if (error) {
-            return unexpected(error->code, error->message);
-        }
-    }
     BandwidthQuestion question;
-    question.by = *by;
-    question.limit = *limit;
-    question.from = from->value_or(-std::numeric_limits<double>::max());
-    question.until = *until;
-    if (givenOrNull(*parameters, "interface")) {
-        question.interface = text(*parameters, "interface");
-        if (!question.interface) {
-            return wrong("\"interface\" must be the name of an interface");
-        }
+    question.by = groupFrom(parameters);
+    question.limit = parameters.limit(usualPage, NetworkKeeper::longestPage);
+    question.from = parameters.moment("from").value_or(-std::numeric_limits<double>::max());
+    question.until = parameters.moment("until");
+    question.interface = parameters.text("interface");
+    question.after = keyFrom(parameters, question.by);
+    const std::string which = parameters.text("interfaces").value_or("hardware");
+    if (which != "hardware" && which != "all") {
+        parameters.refuse("\"interfaces\" must be \"hardware\" or \"all\"");
     }
-    if (const Value* all = givenOrNull(*parameters, "all")) {
-        if (!all->is_boolean()) {
-            return wrong("\"all\" must be true or false");
-        }
-        question.all = all->get<bool>();
-    }
-    // Each interface is told apart there, so none is counted twice.
-    question.all = question.all || question.by == BandwidthGroup::Interface;
-    auto after = keyFrom(*parameters, question.by);
-    if (!after) {
-        return unexpected(after.error().code, after.error().message);
-    }
-    question.after = std::move(*after);
+    // By interface each is told apart, so none is counted twice.
+    question.all = which == "all" || question.by == BandwidthGroup::Interface;
     return question;
 }
 
@@ -197,6 +127,15 @@ void NetworkKeeper::plugInto(CollectorPorts& ports)
     };
 }
 
+void NetworkKeeper::addTo(MeridalHistory& history)
+{
+    history.addAsyncMethod(
+        "bandwidth.totals", [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            totals(parameters, std::move(reply));
+        });
+    history.addMethod("network.interfaces", [this](const Value& parameters) { return interfaces(parameters); });
+}
+
 void NetworkKeeper::prepare()
 {
     collector_.setBandwidthDataasePath(context_.paths.bandwidthDatabase().string());
@@ -205,29 +144,27 @@ void NetworkKeeper::prepare()
     collector_.prepareBandwidthMonitoring();
 }
 
-void NetworkKeeper::totals(const Value& parameters, std::function<void(Result<Value>)> reply)
+void NetworkKeeper::totals(const Value& given, std::function<void(Result<Value>)> reply)
 {
-    const auto question = questionFrom(parameters);
-    if (!question) {
-        return reply(unexpected(question.error().code, question.error().message));
+    Parameters parameters(given);
+    const BandwidthQuestion question = questionFrom(parameters);
+    if (!parameters.valid()) {
+        return reply(parameters.failure());
     }
     collector_.readBandwidthTotals(
-        *question, [reply = std::move(reply), by = question->by](const std::optional<BandwidthAnswer>& answer) {
+        question, [reply = std::move(reply), by = question.by](const std::optional<BandwidthAnswer>& answer) {
             reply(answerFrom(answer, by));
         });
 }
 
 Result<Value> NetworkKeeper::interfaces(const Value& given) const
 {
-    const Value* parameters = namedParameters(given);
-    if (!parameters) {
-        return wrong("network.interfaces takes an object");
+    Parameters parameters(given);
+    const std::size_t limit = parameters.limit(usualPage, longestPage);
+    const std::int64_t after = parameters.wholeNumber("after").value_or(0);
+    if (!parameters.valid()) {
+        return parameters.failure();
     }
-    const auto limit = limitFrom(*parameters);
-    if (!limit) {
-        return unexpected(limit.error().code, limit.error().message);
-    }
-    const std::int64_t after = integer(*parameters, "after").value_or(0);
     std::vector<const NetworkStatCollectorItem*> found;
     for (const auto& item : collector_.items()) {
         const auto& interface = static_cast<const NetworkStatCollectorItem&>(*item);
@@ -237,8 +174,8 @@ Result<Value> NetworkKeeper::interfaces(const Value& given) const
     }
     std::sort(
         found.begin(), found.end(), [](const auto* a, const auto* b) { return a->record().index < b->record().index; });
-    const bool more = found.size() > *limit;
-    found.resize(std::min(found.size(), *limit));
+    const bool more = found.size() > limit;
+    found.resize(std::min(found.size(), limit));
     Value list = Value::array();
     for (const auto* interface : found) {
         list.push_back(interface->describe());

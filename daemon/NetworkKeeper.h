@@ -10,6 +10,7 @@ namespace meridal {
 
 struct CollectorPorts;
 struct Context;
+class MeridalHistory;
 class NetworkStatCollectorMac;
 
 /// Brings the network collector, bandwidth.db and the network actions into the daemon, and answers the clients'
@@ -20,9 +21,11 @@ public:
 
     /// Fills the daemon's ports. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);
+    /// Adds the two methods below to the second interface.
+    void addTo(MeridalHistory& history);
 
-    /// "bandwidth.totals": an object with "by", "from", "until", "interface", "all", "after" and "limit", each of them
-    /// optional; also as the only element of an array. Replies once, later.
+    /// "bandwidth.totals": an object with "by", "from", "until", "interface", "interfaces", "after" and "limit", each
+    /// of them optional. Replies once, later.
     void totals(const Value& parameters, std::function<void(Result<Value>)> reply);
     /// "network.interfaces": the interfaces as the latest tick found them, with "after" and "limit".
     Result<Value> interfaces(const Value& parameters) const;

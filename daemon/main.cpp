@@ -9,6 +9,7 @@
 #include "collectors/network/NetworkStatCollectorMac.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/NetworkKeeper.h"
@@ -137,14 +138,14 @@ int serve(Context& context)
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
-    history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
-        uptime.boots(parameters, std::move(reply));
-    });
-    history.addAsyncMethod("bandwidth.totals", [&network](const Value& parameters, MeridalHistory::Reply reply) {
-        network.totals(parameters, std::move(reply));
-    });
-    history.addMethod(
-        "network.interfaces", [&network](const Value& parameters) { return network.interfaces(parameters); });
+    history.addAsyncMethod(
+        "uptime.boots", [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            uptime.boots(parameters, std::move(reply));
+        });
+    HistoryCatalogue catalogue;
+    HistoryQuestions historyQuestions(catalogue);
+    historyQuestions.addTo(history);
+    network.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
