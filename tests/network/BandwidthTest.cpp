@@ -278,6 +278,7 @@ TEST_F(BandwidthTest, AFullDiskAtTheBoundaryLosesNothing)
         machine.network().transfer("en1", megabyte, 0);
         passBoundary();
     }
+    EXPECT_GT(daemon->databases.statistics().begin()->second.batchesFailed, 0U);
     disk.failEvery(0);
     tick(40);
     EXPECT_EQ(samples().size(), 6U);
