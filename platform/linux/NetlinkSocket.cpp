@@ -1,9 +1,11 @@
 #include "platform/linux/NetlinkSocket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <libmnl/libmnl.h>
 #include <linux/netlink.h>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -28,11 +30,15 @@ int errorIn(const nlmsghdr& message)
 
 void forEachNetlinkMessage(const void* buffer, std::size_t size, const NetlinkSocket::Handler& handler)
 {
-    int left = static_cast<int>(size);
-    const auto* message = static_cast<const nlmsghdr*>(buffer);
-    while (mnl_nlmsg_ok(message, left)) {
-        handler(*message);
-        message = mnl_nlmsg_next(message, &left);
+    // Not libmnl's own walk: it takes a length for an int, and one beyond that for a short one.
+    std::string_view left(static_cast<const char*>(buffer), size);
+    while (left.size() >= sizeof(nlmsghdr)) {
+        const auto& message = *reinterpret_cast<const nlmsghdr*>(left.data()); // aligned to 4, as the buffer is
+        if (message.nlmsg_len < sizeof(nlmsghdr) || message.nlmsg_len > left.size()) {
+            return;
+        }
+        handler(message);
+        left.remove_prefix(std::min(left.size(), (std::size_t{message.nlmsg_len} + 3) & ~std::size_t{3}));
     }
 }
 
