@@ -29,6 +29,7 @@ enum class Command {
     History,
     Battery,
     Disks,
+    Bandwidth,
     Call,
     Watch
 };
@@ -55,8 +56,11 @@ struct Arguments {
     std::string sensor;         ///< whose history
     std::string range = "hour"; ///< of it, by the daemon's names of resolutions
     bool csv = false;
-    std::string svgPath;     ///< empty: no picture; "-": standard output
-    bool attributes = false; ///< of disks, all that they keep
+    std::string svgPath;             ///< empty: no picture; "-": standard output
+    bool attributes = false;         ///< of disks, all that they keep
+    std::string bandwidthBy = "day"; ///< hour, day, month, interface or network
+    std::string interfaceName;       ///< empty: of all
+    bool all = false;                ///< interfaces that are no hardware as well
 
     std::vector<std::int64_t> pids;
     std::size_t pings = 1;

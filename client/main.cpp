@@ -1,4 +1,5 @@
 #include "client/Arguments.h"
+#include "client/BandwidthCommand.h"
 #include "client/BatteryCommand.h"
 #include "client/Commands.h"
 #include "client/DisksCommand.h"
@@ -58,6 +59,8 @@ int run(const Arguments& arguments)
             return runBattery(session);
         case Command::Disks:
             return runDisks(session);
+        case Command::Bandwidth:
+            return runBandwidth(session);
         case Command::Call:
             return runCall(session);
         case Command::Watch:

@@ -8,6 +8,7 @@
 #include "base/Runtime.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "collectors/disks/SMARTStatCollector.h"
+#include "collectors/network/NetworkStatCollectorMac.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
@@ -17,6 +18,7 @@
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/NetworkKeeper.h"
 #include "daemon/SensorsKeeper.h"
 #include "daemon/StatusReport.h"
 #include "daemon/UptimeKeeper.h"
@@ -140,11 +142,13 @@ int serve(Context& context)
     BatteryKeeper battery(
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     DiskKeeper disks(SMARTStatCollector::sharedSMARTCollector());
+    NetworkKeeper network(context, NetworkStatCollectorMac::sharedNetworkCollector());
     CollectorPorts ports;
     uptime.plugInto(ports);
     sensors.plugInto(ports);
     battery.plugInto(ports);
     disks.plugInto(ports);
+    network.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     disks.setWanted([&daemon] { return daemon.wantsSMART(); });
@@ -164,6 +168,7 @@ int serve(Context& context)
     historyQuestions.addTo(history);
     sensors.addTo(history);
     battery.addTo(history);
+    network.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {

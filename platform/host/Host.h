@@ -4,6 +4,8 @@
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineInfo.h"
+#include "platform/host/NetworkConfiguration.h"
+#include "platform/host/NetworkInterfaces.h"
 #include "platform/host/PeripheralBatteries.h"
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
@@ -15,6 +17,7 @@
 #include "platform/host/SensorChannels.h"
 #include "platform/host/SensorServices.h"
 #include "platform/host/UserRights.h"
+#include "platform/host/WirelessInterface.h"
 
 #include <memory>
 
@@ -38,6 +41,9 @@ struct Host {
     std::unique_ptr<SensorServices> sensorServices;
     std::unique_ptr<SensorChannels> sensorChannels;
     std::unique_ptr<PeripheralBatteries> peripherals;
+    std::unique_ptr<NetworkInterfaces> networkInterfaces;
+    std::unique_ptr<WirelessInterface> wireless;
+    std::unique_ptr<NetworkConfiguration> networkConfiguration;
 };
 
 } // namespace meridal

@@ -7,12 +7,15 @@
 #include "platform/linux/HwmonSensorServices.h"
 #include "platform/linux/HwmonSensors.h"
 #include "platform/linux/LinuxMachineInfo.h"
+#include "platform/linux/LinuxNetworkConfiguration.h"
 #include "platform/linux/LinuxPeripheralBatteries.h"
 #include "platform/linux/LinuxRegistry.h"
 #include "platform/linux/LinuxSMARTDevice.h"
 #include "platform/linux/LinuxSelfUsage.h"
 #include "platform/linux/LinuxUserRights.h"
+#include "platform/linux/LinuxWireless.h"
 #include "platform/linux/LogindPowerMessages.h"
+#include "platform/linux/NetlinkInterfaces.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/SysfsPowerSources.h"
 #include "platform/linux/SystemBus.h"
@@ -54,6 +57,9 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
+    host->networkInterfaces = std::make_unique<NetlinkInterfaces>(options.root, host->limitations);
+    host->wireless = std::make_unique<LinuxWireless>(runtime, options.root);
+    host->networkConfiguration = std::make_unique<LinuxNetworkConfiguration>(options.root, busAddress(options.root));
     return host;
 }
 

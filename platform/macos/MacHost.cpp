@@ -1,10 +1,13 @@
 #include "platform/macos/MacHost.h"
 
 #include "platform/macos/AppleSMCService.h"
+#include "platform/macos/CoreWLanInterface.h"
 #include "platform/macos/DistributedCenter.h"
 #include "platform/macos/HIDSensorServices.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
+#include "platform/macos/MacNetworkConfiguration.h"
+#include "platform/macos/MacNetworkInterfaces.h"
 #include "platform/macos/MacPeripheralBatteries.h"
 #include "platform/macos/MacPowerMessages.h"
 #include "platform/macos/MacPowerSources.h"
@@ -34,6 +37,9 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->sensorServices = std::make_unique<HIDSensorServices>();
     host->sensorChannels = std::make_unique<NoSensorChannels>();
     host->peripherals = std::make_unique<MacPeripheralBatteries>();
+    host->networkInterfaces = std::make_unique<MacNetworkInterfaces>();
+    host->wireless = std::make_unique<CoreWLanInterface>(host->limitations);
+    host->networkConfiguration = std::make_unique<MacNetworkConfiguration>();
     return host;
 }
 
