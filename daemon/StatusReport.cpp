@@ -65,11 +65,16 @@ Dictionary StatusReport::transportFigures() const
         {"envelopesDropped", figures.envelopesDropped}};
 }
 
+void StatusReport::addSection(std::string key, std::function<Dictionary()> describe)
+{
+    sections_.emplace_back(std::move(key), std::move(describe));
+}
+
 Dictionary StatusReport::build()
 {
     Context& context = daemon_.context();
     const PassStatistics& passes = daemon_.passStatistics();
-    return {
+    Dictionary report = {
         {"version", 6.6},
         {"build", 1177},
         {"system", context.host.machine->systemName()},
@@ -85,6 +90,10 @@ Dictionary StatusReport::build()
             {{"support", context.paths.support.string()}, {"logs", context.paths.logs.string()},
                 {"socket", context.paths.socket().string()}}},
     };
+    for (const auto& [key, describe] : sections_) {
+        report[key] = describe();
+    }
+    return report;
 }
 
 } // namespace meridal

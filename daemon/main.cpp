@@ -6,8 +6,11 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
+#include "collectors/process/NetworkStatisticsStatCollector.h"
+#include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/CaptureKeeper.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
@@ -125,12 +128,16 @@ int serve(Context& context)
 {
     Runtime& runtime = context.runtime;
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
+    CaptureKeeper capture(context, PacketStatCollector::sharedPacketCollector(),
+        NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector());
     CollectorPorts ports;
     uptime.plugInto(ports);
+    capture.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
+    status.addSection("capture", [&capture] { return capture.describe(); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
     history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {

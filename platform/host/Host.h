@@ -4,8 +4,11 @@
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineInfo.h"
+#include "platform/host/NetworkStatistics.h"
+#include "platform/host/PacketTap.h"
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
+#include "platform/host/ProcessConnections.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/host/SelfUsage.h"
 #include "platform/host/UserRights.h"
@@ -26,6 +29,9 @@ struct Host {
     std::unique_ptr<UserRights> userRights;
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
+    std::unique_ptr<PacketTap> packetTap;
+    std::unique_ptr<NetworkStatistics> networkStatistics;
+    std::unique_ptr<ProcessConnections> processConnections;
 };
 
 } // namespace meridal

@@ -1,11 +1,14 @@
 #include "platform/linux/LinuxHost.h"
 
 #include "platform/linux/BusNotifications.h"
+#include "platform/linux/DiagNetworkStatistics.h"
+#include "platform/linux/DiagProcessConnections.h"
 #include "platform/linux/DrmDisplayInfo.h"
 #include "platform/linux/LinuxMachineInfo.h"
 #include "platform/linux/LinuxSelfUsage.h"
 #include "platform/linux/LinuxUserRights.h"
 #include "platform/linux/LogindPowerMessages.h"
+#include "platform/linux/PcapPacketTap.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/SysfsPowerSources.h"
 #include "platform/linux/SystemBus.h"
@@ -35,6 +38,9 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->distributedNotifications = std::make_unique<BusNotifications>(bus);
     host->powerMessages = std::make_unique<LogindPowerMessages>(std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
+    host->packetTap = std::make_unique<PcapPacketTap>(runtime, options.root);
+    host->networkStatistics = std::make_unique<DiagNetworkStatistics>(runtime, options.root);
+    host->processConnections = std::make_unique<DiagProcessConnections>(options.root);
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
     return host;

@@ -1,12 +1,15 @@
 #include "platform/macos/MacHost.h"
 
+#include "platform/macos/ControlNetworkStatistics.h"
 #include "platform/macos/DistributedCenter.h"
+#include "platform/macos/LibprocConnections.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
 #include "platform/macos/MacPowerMessages.h"
 #include "platform/macos/MacPowerSources.h"
 #include "platform/macos/MacSelfUsage.h"
 #include "platform/macos/MacUserRights.h"
+#include "platform/macos/PktapPacketTap.h"
 #include "platform/macos/WindowServerDisplayInfo.h"
 
 namespace meridal {
@@ -22,6 +25,9 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->userRights = std::make_unique<MacUserRights>();
     host->powerMessages = std::make_unique<MacPowerMessages>(host->limitations);
     host->powerSources = std::make_unique<MacPowerSources>();
+    host->packetTap = std::make_unique<PktapPacketTap>(runtime);
+    host->networkStatistics = std::make_unique<ControlNetworkStatistics>(runtime);
+    host->processConnections = std::make_unique<LibprocConnections>();
     return host;
 }
 

@@ -5,6 +5,7 @@
 #include "base/VirtualRuntime.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "tests/support/FakeCapture.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <algorithm>
@@ -216,6 +217,9 @@ struct FakeMachine {
         host.userRights = std::make_unique<FakeUserRights>();
         host.powerMessages = std::make_unique<FakePowerMessages>();
         host.powerSources = std::make_unique<FakePowerSources>();
+        host.packetTap = std::make_unique<FakePacketTap>();
+        host.networkStatistics = std::make_unique<FakeNetworkStatistics>();
+        host.processConnections = std::make_unique<FakeProcessConnections>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
@@ -227,6 +231,12 @@ struct FakeMachine {
     }
     FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
+    FakePacketTap& packetTap() { return static_cast<FakePacketTap&>(*host.packetTap); }
+    FakeNetworkStatistics& networkStatistics() { return static_cast<FakeNetworkStatistics&>(*host.networkStatistics); }
+    FakeProcessConnections& processConnections()
+    {
+        return static_cast<FakeProcessConnections&>(*host.processConnections);
+    }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 
     TemporaryTree files;
