@@ -41,7 +41,7 @@ public:
             subscribe(parsed->provider);
             return true;
         }
-        refresh();
+        refresh(readingLifetime);
         const auto source = sources_.find(parsed->source);
         if (source == sources_.end()) {
             return true; // it has just gone, which was told
@@ -73,7 +73,7 @@ private:
         }
         // Not at once: who opens the channel is still busy with that.
         idle_ = runtime_.startTimer(runtime_.mainQueue(),
-            {.first = 0, .interval = idleInterval, .leeway = idleInterval / 4}, [this] { refresh(); });
+            {.first = 0, .interval = idleInterval, .leeway = idleInterval / 4}, [this] { refresh(idleInterval / 2); });
     }
 
     SourceDescription describe(const Source& source)
@@ -95,11 +95,11 @@ private:
         return description;
     }
 
-    /// Reads all sockets, unless that was just done, and tells what came and went.
-    void refresh()
+    /// Reads all sockets, unless that was done within so many seconds, and tells what came and went.
+    void refresh(double lifetime)
     {
         const double time = runtime_.monotonicTime();
-        if (reading_ > 0 && time - readAt_ < readingLifetime) {
+        if (reading_ > 0 && time - readAt_ < lifetime) {
             return;
         }
         readAt_ = time;
