@@ -57,8 +57,21 @@ FlowTable::FlowTable(std::unique_ptr<SocketOwners> owners) : owners_(std::move(o
 
 void FlowTable::count(const DecodedFrame& frame)
 {
-    const TrafficShare share = shareOf(frame);
     ++counted_.frames;
+    if (!frame.isLoopback) {
+        countOneEnd(frame);
+    } else if (frame.direction == FrameDirection::Received) {
+        // Both ends are here, and only some taps show the frame leaving as well: what arrives stands for both.
+        countOneEnd(frame);
+        DecodedFrame leaving = frame;
+        leaving.direction = FrameDirection::Sent;
+        countOneEnd(leaving);
+    }
+}
+
+void FlowTable::countOneEnd(const DecodedFrame& frame)
+{
+    const TrafficShare share = shareOf(frame);
     if (frame.isTagged) {
         counted_.add(recordOf(frame.pid, share));
     } else if (!frame.isIP || frame.ports == FramePorts::None) {

@@ -62,6 +62,7 @@ private:
         std::uint8_t protocol = 0; ///< 0 = free
     };
 
+    void countOneEnd(const DecodedFrame& frame);
     void countFlow(const DecodedFrame& frame, const TrafficShare& share);
     bool findPorts(const DecodedFrame& frame, std::uint16_t& source, std::uint16_t& destination);
     bool settleFlow(const SocketFlow& key, Flow& flow, double now, TrafficBatch& into);

@@ -16,10 +16,10 @@ struct Context;
 
 /// An interface to listen on alone.
 struct CaptureInterface {
-    std::string bsd;                                  ///< its name
-    std::string mac;                                  ///< hardware address, "aa:bb:cc:dd:ee:ff" in any case
-    std::optional<std::array<std::uint8_t, 16>> ipv4; ///< its own addresses; 4 bytes of it
-    std::optional<std::array<std::uint8_t, 16>> ipv6;
+    std::string bsd; ///< its name
+    std::string mac; ///< hardware address, "aa:bb:cc:dd:ee:ff" in any case
+    std::optional<std::array<std::uint8_t, 16>> ipv4 = std::nullopt; ///< its own addresses; 4 bytes of it
+    std::optional<std::array<std::uint8_t, 16>> ipv6 = std::nullopt;
 };
 
 /// One running capture. Frames are counted on the capture's own thread and fetched in one go; between two fetches what

@@ -10,9 +10,9 @@ namespace meridal {
 struct ConnectionRecord {
     std::int32_t pid = 0;
     std::uint16_t localPort = 0;
-    std::uint16_t foreignPort = 0;              ///< 0 while not connected
-    std::optional<std::uint64_t> bytesReceived; ///< since it was made, where the kernel counts
-    std::optional<std::uint64_t> bytesSent;     ///< likewise
+    std::uint16_t foreignPort = 0;                             ///< 0 while not connected
+    std::optional<std::uint64_t> bytesReceived = std::nullopt; ///< since it was made, where the kernel counts
+    std::optional<std::uint64_t> bytesSent = std::nullopt;     ///< likewise
 };
 
 /// The connections of all processes, for what is told by ports alone. Main queue only.

@@ -3,7 +3,9 @@
 #include "base/Runtime.h"
 #include "platform/linux/DiagSocketOwners.h"
 
+#include <linux/filter.h>
 #include <pcap/pcap.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -15,10 +17,11 @@ namespace meridal {
 
 namespace {
 
-/// Cooked header, VLAN tag, IP header, room for extension headers, ports.
-constexpr int headersOnly = 160;
+/// From the IP header on: the longest one of IPv4, or that of IPv6 with some extension headers, and the ports.
+constexpr std::uint32_t headersOnly = 112;
+constexpr int snapLength = 160; ///< with the cooked header in front
 constexpr int ringBytes = 4 << 20;
-constexpr int blockTimeout = 50;      ///< ms after which the kernel shows a block that is not full
+constexpr int blockTimeout = 100;     ///< ms after which the kernel shows a block that is not full
 constexpr double emptyInterval = 0.1; ///< s
 constexpr double emptyLeeway = 0.05;  ///< s
 constexpr int mostFramesAtOnce = 50'000;
@@ -61,6 +64,15 @@ Unexpected failureOf(int status, pcap_t* handle)
     const std::string detail = ::pcap_geterr(handle);
     return unexpected(isDenied ? ErrorCode::NotPermitted : ErrorCode::Unavailable,
         detail.empty() ? ::pcap_statustostr(status) : detail);
+}
+
+/// Has the kernel copy no more than the headers. The library's own snap length cuts what is in the ring already, which a few
+/// large frames would have filled.
+bool copyHeadersOnly(pcap_t* handle)
+{
+    sock_filter takeAll = BPF_STMT(BPF_RET | BPF_K, headersOnly);
+    const sock_fprog program{.len = 1, .filter = &takeAll};
+    return ::setsockopt(::pcap_fileno(handle), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof(program)) == 0;
 }
 
 /// What pcap_dispatch hands each frame to.
@@ -159,7 +171,7 @@ Result<std::unique_ptr<PacketTap::Capture>> PcapPacketTap::captureAll(std::share
     if (!handle) {
         return unexpected(ErrorCode::Unavailable, error.data());
     }
-    ::pcap_set_snaplen(handle.get(), headersOnly);
+    ::pcap_set_snaplen(handle.get(), snapLength);
     ::pcap_set_timeout(handle.get(), blockTimeout);
     ::pcap_set_buffer_size(handle.get(), ringBytes);
     if (const int status = ::pcap_activate(handle.get()); status < 0) {
@@ -167,7 +179,7 @@ Result<std::unique_ptr<PacketTap::Capture>> PcapPacketTap::captureAll(std::share
     }
     ::pcap_set_datalink(handle.get(), DLT_LINUX_SLL2); // names the interface; without it the older header serves
     const auto link = linkTypeOf(handle.get());
-    if (!link || ::pcap_setnonblock(handle.get(), 1, error.data()) != 0) {
+    if (!link || ::pcap_setnonblock(handle.get(), 1, error.data()) != 0 || !copyHeadersOnly(handle.get())) {
         return unexpected(ErrorCode::Unavailable, link ? error.data() : "unknown link type");
     }
     auto loop = std::make_shared<Loop>(std::move(handle), *link, std::move(sink));

@@ -154,6 +154,21 @@ TEST_F(FlowTableTest, FramesOfAnInterfaceThatCarriesAnotherCountNowhere)
     EXPECT_EQ(bytes(batch.processes) + bytes(batch.kernel) + bytes(batch.unattributed), 0);
 }
 
+TEST_F(FlowTableTest, OnTheLoopbackWhatArrivesCountsForBothEnds)
+{
+    owners.byPort[5000] = {Kind::Process, 42};
+    owners.byPort[53] = {Kind::Process, 43};
+    for (DecodedFrame each : {sent(5000), received(5000)}) { // 5000 to 53 as it leaves, 53 to 5000 as it arrives
+        each.isLoopback = true;
+        table.count(each);
+    }
+    settle();
+    EXPECT_EQ(batch.processes.download, 100);
+    EXPECT_EQ(batch.processes.upload, 100);
+    EXPECT_EQ(pidBytes(42), 100);
+    EXPECT_EQ(pidBytes(43), 100);
+}
+
 TEST_F(FlowTableTest, FragmentsFollowTheFirstOne)
 {
     owners.byPort[5000] = {Kind::Process, 42};

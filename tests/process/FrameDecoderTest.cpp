@@ -119,7 +119,7 @@ TEST(FrameDecoder, OnlyTheFirstFragmentHasPorts)
 TEST(FrameDecoder, TunnelsStayClosed)
 {
     const Frame inner = joined({ipv4(tcp, 60), ports()});
-    for (const std::uint8_t protocol : {4, 41, 47, 50}) { // IP in IP, IPv6 in IP, GRE, ESP
+    for (const std::uint8_t protocol : std::vector<std::uint8_t>{4, 41, 47, 50}) { // IP in IP, IPv6 in IP, GRE, ESP
         EXPECT_EQ(decoded(LinkType::RawIP, joined({ipv4(protocol, 80), inner})).ports, FramePorts::None);
     }
 }
