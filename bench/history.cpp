@@ -21,7 +21,7 @@
 namespace meridal {
 namespace {
 
-constexpr int items = 200;
+constexpr int itemCount = 200;
 constexpr int samples = 500; // of each item: 100,000 rows
 constexpr const char* createItem =
     "CREATE TABLE %@ (sample INTEGER, uuid TEXT, time REAL, value REAL, PRIMARY KEY (sample, uuid)) WITHOUT ROWID";
@@ -46,7 +46,7 @@ public:
         setDbTablePrefix("bench");
         setDbpath(context.paths.support / "bench.db");
         setDbpathLong(context.paths.support / "benchlong.db");
-        for (int item = 0; item < items; ++item) {
+        for (int item = 0; item < itemCount; ++item) {
             newItemWithKey(keyOf(item));
         }
     }
@@ -66,7 +66,7 @@ public:
 void rowsByBareSQLite(benchmark::State& state)
 {
     std::vector<std::string> keys;
-    for (int item = 0; item < items; ++item) {
+    for (int item = 0; item < itemCount; ++item) {
         keys.push_back(keyOf(item));
     }
     for (auto _ : state) {
@@ -96,14 +96,14 @@ void rowsByBareSQLite(benchmark::State& state)
         sqlite3_close(database);
         state.ResumeTiming();
     }
-    state.SetItemsProcessed(state.iterations() * samples * items);
+    state.SetItemsProcessed(state.iterations() * samples * itemCount);
 }
 
 /// The samples come as the dictionaries that the base hands over, the commit runs on the file's own queue meanwhile.
 void rowsThroughTheCollector(benchmark::State& state)
 {
     Dictionary sample{{"items", Value::array()}};
-    for (int item = 0; item < items; ++item) {
+    for (int item = 0; item < itemCount; ++item) {
         sample["items"].push_back({{"uuid", keyOf(item)}, {"empty", false}, {"value", 0.5}});
     }
     for (auto _ : state) {
@@ -134,14 +134,14 @@ void rowsThroughTheCollector(benchmark::State& state)
             }
             file->commitSync();
             state.PauseTiming();
-            if (file->statistics().rowsWritten != static_cast<std::uint64_t>(samples) * (items + 1)) {
+            if (file->statistics().rowsWritten != static_cast<std::uint64_t>(samples) * (itemCount + 1)) {
                 state.SkipWithError("rows are missing");
             }
             controller.closeAll();
         }
         state.ResumeTiming();
     }
-    state.SetItemsProcessed(state.iterations() * samples * items);
+    state.SetItemsProcessed(state.iterations() * samples * itemCount);
 }
 
 /// Ten minutes of virtual time an iteration, after the start has settled; everything, SQLite included, on one thread.

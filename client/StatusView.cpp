@@ -127,6 +127,11 @@ Lines statusLines(const Dictionary& status)
             {"kernelBytes", [](double bytes) { return "kernel " + formatBytes(bytes); }},
             {"unattributedBytes", [](double bytes) { return "unattributed " + formatBytes(bytes); }},
             {"unattributedPercent", [](double percent) { return fixed2(percent) + " % unattributed"; }}});
+    addFigures(lines, "history", find(status, "databases"),
+        {{"rowsWritten", [](double value) { return count(value) + " rows written"; }},
+            {"bytes", [](double bytes) { return formatBytes(bytes) + " in files"; }},
+            {"statementsWaiting", [](double value) { return count(value) + " waiting"; }},
+            {"statementsDropped", [](double value) { return count(value) + " given up"; }}});
     addFigures(lines, "log", find(status, "log"),
         {{"droppedLines", [](double value) { return count(value) + " lines dropped"; }}});
     addTexts(lines, "Files", Style::Title, find(status, "paths"));

@@ -103,6 +103,19 @@ bool readRows(SQLiteConnection& database, const std::string& sql, const SqlValue
     return database.forEachRow(sql, args, [&](std::span<const SqlValue> row) { reader.add(row); }).has_value();
 }
 
+/// The latest time among the rows that a table of bounded length keeps, and as many of the long-term one.
+double latestTime(SQLiteConnection& database, const std::string& table, double newest)
+{
+    double latest = newest;
+    const auto sql = fmt::format("SELECT max(time) FROM (SELECT time FROM {} ORDER BY sample DESC LIMIT 603)", table);
+    // A table without times leaves the newest one.
+    static_cast<void>(database.forEachRow(sql, {}, [&](std::span<const SqlValue> row) {
+        const double time = row.empty() ? newest : sqlNumber(row[0]);
+        latest = std::isfinite(time) ? std::max(newest, time) : newest;
+    }));
+    return latest;
+}
+
 } // namespace
 
 bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIndex index, StoredStorage& stored)
@@ -124,6 +137,7 @@ bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, Storag
     stored.hasNewest = true;
     stored.newestID = stored.samples.rows.back().sampleID;
     stored.newestTime = stored.samples.rows.back().time;
+    stored.latestTime = latestTime(database, tables.table, stored.newestTime);
     if (tables.itemTable.empty() || tables.slots == 0) {
         return true;
     }
@@ -134,6 +148,70 @@ bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, Storag
         args.emplace_back(*plan.onlyKey);
     }
     return readRows(database, sql + " ORDER BY sample ASC", args, plan, stored.items);
+}
+
+namespace {
+
+/// The WHERE of a page, and its arguments.
+std::string pageCondition(const std::vector<std::string>& columns, const HistoryPageQuestion& question, SqlValues& args)
+{
+    const auto has = [&](std::string_view name) {
+        return std::find(columns.begin(), columns.end(), name) != columns.end();
+    };
+    std::string condition = "sample < ? AND time >= ?";
+    const double before = static_cast<double>(question.before.value_or(static_cast<std::uint64_t>(largestIdentifier)));
+    args = {static_cast<std::int64_t>(std::min(before, largestIdentifier)), question.from};
+    if (question.until) {
+        condition += " AND time < ?";
+        args.emplace_back(*question.until);
+    }
+    if (has("uuid")) {
+        condition += " AND uuid = ?";
+        args.emplace_back(question.key);
+    }
+    if (has("empty")) {
+        condition += " AND empty = 0";
+    }
+    return condition;
+}
+
+void dropOldest(StoredRows& rows)
+{
+    rows.rows.erase(rows.rows.begin());
+    rows.values.erase(rows.values.begin(), rows.values.begin() + static_cast<std::ptrdiff_t>(rows.valueCount));
+    rows.byKey.clear(); // its places are those of before
+}
+
+} // namespace
+
+std::optional<HistoryPage> readPage(SQLiteConnection& database, const std::string& table, const HistoryReadPlan& plan,
+    const HistoryPageQuestion& question)
+{
+    HistoryPage page;
+    const auto exists = database.tableExists(table);
+    if (!exists) {
+        return std::nullopt;
+    }
+    if (!*exists) {
+        return page;
+    }
+    const auto columns = database.columns(fmt::format("SELECT * FROM {}", table));
+    if (!columns) {
+        return std::nullopt;
+    }
+    SqlValues args;
+    const std::string condition = pageCondition(*columns, question, args);
+    args.emplace_back(static_cast<std::int64_t>(question.limit) + 1); // one more tells whether there are more
+    const std::string sql = fmt::format(
+        "SELECT * FROM (SELECT * FROM {} WHERE {} ORDER BY sample DESC LIMIT ?) ORDER BY sample ASC", table, condition);
+    if (!readRows(database, sql, args, plan, page.samples)) {
+        return std::nullopt;
+    }
+    page.more = page.samples.rows.size() > question.limit;
+    if (page.more) {
+        dropOldest(page.samples);
+    }
+    return page;
 }
 
 } // namespace meridal

@@ -39,7 +39,8 @@ struct StoredRows {
 struct StoredStorage {
     bool hasNewest = false;
     std::uint64_t newestID = 0;
-    double newestTime = 0; ///< s since 1970
+    double newestTime = 0; ///< of the newest identifier, s since 1970
+    double latestTime = 0; ///< not earlier than that; later when the wall clock was set back since
     StoredRows samples;    ///< of the collector
     StoredRows items;
 };
@@ -61,6 +62,26 @@ struct HistoryReadPlan {
     std::size_t valueCount = 0;
     std::optional<std::string> onlyKey; ///< rows of this item only
 };
+
+/// A page of the samples of a collector, or of one of its items, as a client asks for them.
+struct HistoryPageQuestion {
+    StorageIndex index = StorageIndex::Hour;
+    std::string key;                     ///< of the item; of no meaning when the samples are the collector's
+    double from = 0;                     ///< s since 1970
+    std::optional<double> until;         ///< samples before this moment
+    std::optional<std::uint64_t> before; ///< samples of smaller identifiers: the pages before this one
+    std::size_t limit = 603;
+};
+
+/// The newest of the samples asked for, oldest first; periods without a measurement are left out.
+struct HistoryPage {
+    StoredRows samples;
+    bool more = false; ///< there are older ones
+};
+
+/// Reads a page from a table, which need not be there yet. Absent when it cannot be read. Runs on the database's queue.
+std::optional<HistoryPage> readPage(SQLiteConnection& database, const std::string& table, const HistoryReadPlan& plan,
+    const HistoryPageQuestion& question);
 
 /// Reads the tables of one storage. False when they cannot be read. Runs on the database's queue.
 bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIndex index, StoredStorage& stored);

@@ -29,6 +29,8 @@ class HistoryDatabaseItem;
 class SQLiteConnection;
 class StatCollectorItem;
 struct Context;
+struct HistoryPage;
+struct HistoryPageQuestion;
 struct HistoryReadPlan;
 struct StoredHistory;
 struct StoredStorage;
@@ -155,6 +157,10 @@ public:
     /// reply comes on the main queue.
     void loadPreviousSamplesForItem(const std::shared_ptr<StatCollectorItem>& item, Task reply);
     void loadPreviousSamplesForItemFull(const std::shared_ptr<StatCollectorItem>& item, Task reply);
+
+    /// Reads a page of stored samples, with what still waits to be written. Waits for nothing: the reply comes on the main
+    /// queue, absent when the file cannot be read.
+    void readHistory(const HistoryPageQuestion& question, std::function<void(const std::optional<HistoryPage>&)> reply);
 
     // What a subclass measures and tells
     /// A finished five-minute sample, which goes here and not into a ring.
@@ -291,6 +297,7 @@ private:
     void adoptRows(const StoredStorage& previous, StorageIndex index);
     void loadHistoryOfNewItems();
     void runHistoryClocks(double now);
+    void followWallClock(sampleindexconfig& record, StorageIndex index, double now);
     std::pair<StorageIndex, double> nextToFinish() const;
     void startPeriod(sampleindexconfig& record, StorageIndex index, double now);
     void skipOldPeriods(sampleindexconfig& record, StorageIndex index, double now);
@@ -356,6 +363,8 @@ private:
     double nextHistoryRead_ = 0;                          ///< monotonic s
     double nextFlush_ = 0;                                ///< monotonic s
     std::array<double, storageCount> measuredUntil_ = {}; ///< latest item sample that is not empty, s since 1970
+    /// Where the next period after the recorded ones ends, while the wall clock stands behind them, s since 1970; else 0.
+    std::array<double, storageCount> recordedUntil_ = {};
     std::array<std::string, storageCount> dbTables_;
     std::array<std::string, storageCount> dbTablesItems_;
     std::array<std::unique_ptr<HistoryStatements>, storageCount> statements_;

@@ -316,7 +316,7 @@ void StatCollector::loadPreviousSamplesForItem(const std::shared_ptr<StatCollect
     auto stored = std::make_shared<StoredHistory>();
     Task adopt = lifetime_.guard([item, stored, reply = std::move(reply)] {
         for (std::size_t index = 1; index < storageCount; ++index) {
-            item->addStoredRows(stored->storages[index].items, static_cast<StorageIndex>(index));
+            item->addStoredRows(stored->storages[index], static_cast<StorageIndex>(index));
         }
         reply();
     });
@@ -356,6 +356,24 @@ void StatCollector::loadPreviousSamplesForItemFull(const std::shared_ptr<StatCol
             *rows = std::move(*found);
         }
         mainQueue.post(adopt);
+    });
+}
+
+void StatCollector::readHistory(
+    const HistoryPageQuestion& question, std::function<void(const std::optional<HistoryPage>&)> reply)
+{
+    const auto file = databaseForIndex(question.index);
+    const auto table =
+        storageType_ == StorageType::Items ? itemTableAtIndex(question.index) : tableAtIndex(question.index);
+    Queue& mainQueue = context_.runtime.mainQueue();
+    if (!file || !table) {
+        mainQueue.post([reply = std::move(reply)] { reply(HistoryPage()); });
+        return;
+    }
+    file->commit();
+    file->queryDatabaseAsync([plan = readPlan(), question, table = *table, reply = std::move(reply), &mainQueue](
+                                 SQLiteConnection& database) {
+        mainQueue.post([page = readPage(database, table, plan, question), reply] { reply(page); });
     });
 }
 

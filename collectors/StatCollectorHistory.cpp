@@ -101,7 +101,7 @@ void StatCollector::startHistory()
         stored->readable = stored->readable && readStorage(database, *plan, index, stored->storages[position(index)]);
         mainQueue.post(adopt);
     };
-    const auto readShort = [stored, plan, longTerm, readLong, &mainQueue](SQLiteConnection& database) {
+    const auto readShort = [stored, plan, longTerm, readLong](SQLiteConnection& database) {
         forEachHistoryIndex(position(StorageIndex::LongTerm), [&](StorageIndex index) {
             stored->readable =
                 stored->readable && readStorage(database, *plan, index, stored->storages[position(index)]);
@@ -140,6 +140,8 @@ void StatCollector::adoptHistory(const StoredHistory& stored)
             record.sampleID = static_cast<double>(previous.newestID);
             record.time = previous.newestTime;
             record.nextTime = record.time + record.interval;
+            recordedUntil_[position(index)] =
+                previous.latestTime > previous.newestTime ? previous.latestTime + record.interval : 0;
         } else {
             checkNextTimeAtIndex(index);
         }
@@ -165,7 +167,7 @@ void StatCollector::adoptRows(const StoredStorage& previous, StorageIndex index)
         }
     }
     for (const auto& item : items_) {
-        item->addStoredRows(previous.items, index);
+        item->addStoredRows(previous, index);
     }
     if (!previous.items.rows.empty()) {
         noteMeasured(index, previous.items.rows.back().time);
@@ -196,9 +198,7 @@ void StatCollector::runHistoryClocks(double now)
     forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
         sampleindexconfig& record = storage(index)->record;
         before[position(index)] = record.sampleID;
-        if (record.nextTime - now > longestWaitIntervals * record.interval) {
-            startPeriod(record, index, now); // the wall clock was set back: the identifiers go on, the times start over
-        }
+        followWallClock(record, index, now);
         skipOldPeriods(record, index, now);
     });
     // In the order in which the periods ended, the finer storage first: an average finds its source complete, and a long
@@ -213,6 +213,34 @@ void StatCollector::runHistoryClocks(double now)
         }
     });
     nextHistoryTime_ = nextToFinish().second;
+}
+
+/// What a wall clock that steps does to a storage. Identifiers always go on. Set back, times start over where the clock
+/// now stands; what was recorded before stays, and is not recorded again as a gap while the clock is behind it. Once the
+/// clock is past it, the times go on from there: a machine that starts in 1970 and is put right a minute later misses
+/// what it missed since its last sample, not half a century.
+void StatCollector::followWallClock(sampleindexconfig& record, StorageIndex index, double now)
+{
+    const double reach = longestWaitIntervals * record.interval;
+    double& recorded = recordedUntil_[position(index)];
+    if (record.nextTime - now > reach) {
+        recorded = std::max(recorded, record.nextTime);
+        startPeriod(record, index, now);
+        return;
+    }
+    const bool jumped = now - record.nextTime > reach;
+    if (recorded == 0 || (now < recorded && !jumped)) {
+        return;
+    }
+    if (now < recorded) {
+        startPeriod(record, index, now);
+        return;
+    }
+    if (jumped) {
+        record.nextTime = recorded;
+        record.time = record.nextTime - record.interval;
+    }
+    recorded = 0;
 }
 
 std::pair<StorageIndex, double> StatCollector::nextToFinish() const

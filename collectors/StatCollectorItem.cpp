@@ -234,8 +234,9 @@ void StatCollectorItem::addEmptySample(StorageIndex type, std::uint64_t sampleID
     }
 }
 
-void StatCollectorItem::addStoredRows(const StoredRows& rows, StorageIndex type)
+void StatCollectorItem::addStoredRows(const StoredStorage& stored, StorageIndex type)
 {
+    const StoredRows& rows = stored.items;
     const auto own = rows.byKey.find(key_.value_or(""));
     SampleStorage* storage = sampleIndex_.find(type);
     if (!key_ || !storage || own == rows.byKey.end()) {
@@ -250,10 +251,18 @@ void StatCollectorItem::addStoredRows(const StoredRows& rows, StorageIndex type)
         }
     };
     const SampleRing since = std::exchange(ring, SampleRing(ring.size(), sampleValueCount_));
+    auto period = stored.samples.rows.begin();
+    const auto writePeriodsBefore = [&](std::uint64_t sampleID) {
+        for (; period != stored.samples.rows.end() && period->sampleID < sampleID; ++period) {
+            addEmptySample(type, period->sampleID, period->time);
+        }
+    };
     for (const std::size_t row : own->second) {
-        const StoredRows::Row& stored = rows.rows[row];
-        write(stored.sampleID, stored.time, stored.empty, rows.valuesOf(row));
+        const StoredRows::Row& sample = rows.rows[row];
+        writePeriodsBefore(sample.sampleID);
+        write(sample.sampleID, sample.time, sample.empty, rows.valuesOf(row));
     }
+    writePeriodsBefore(std::numeric_limits<std::uint64_t>::max());
     for (std::size_t slot = since.size(); slot-- > 0;) { // what is no newer than the rows is among them
         const statsample& sample = since[SlotIndex{slot}];
         write(sample.sampleID, sample.time, sample.empty != 0, sample.values);

@@ -14,7 +14,7 @@
 namespace meridal {
 
 struct Context;
-struct StoredRows;
+struct StoredStorage;
 class StatCollector;
 
 /// One thing that a collector tracks: a process, a sensor, an interface, a battery, a disk. It keeps a reduced store
@@ -102,8 +102,9 @@ public:
     void addSample(const Dictionary& sample, StorageIndex type, SlotIndex slot, std::uint64_t sampleID);
     /// Records that a period held no measurement. Dropped when it is not newer than the newest sample.
     void addEmptySample(StorageIndex type, std::uint64_t sampleID, double time);
-    /// Puts those rows of a history table that are this item's behind the samples that it has got since.
-    void addStoredRows(const StoredRows& rows, StorageIndex type);
+    /// Puts this item's rows of a history table behind the samples that it has got since, and an empty sample for every
+    /// period in which it has none, so that the storage reaches back as far as before.
+    void addStoredRows(const StoredStorage& stored, StorageIndex type);
     /// The same on the full store; ignored while that is not allocated.
     void addSampleToFullStorage(const Dictionary& sample, StorageIndex type);
     void addSampleToFullStorage(const Dictionary& sample, StorageIndex type, SlotIndex slot);

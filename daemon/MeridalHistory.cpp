@@ -11,8 +11,10 @@ MeridalHistory::MeridalHistory(Queue& mainQueue) : mainQueue_(mainQueue) { }
 
 void MeridalHistory::addMethod(std::string name, Method method)
 {
-    addAsyncMethod(std::move(name),
-        [method = std::move(method)](const Value& parameters, const Reply& reply) { reply(method(parameters)); });
+    addAsyncMethod(
+        std::move(name), [method = std::move(method)](const Value& parameters, const Peer&, const Reply& reply) {
+            reply(method(parameters));
+        });
 }
 
 void MeridalHistory::addAsyncMethod(std::string name, AsyncMethod method)
@@ -22,14 +24,15 @@ void MeridalHistory::addAsyncMethod(std::string name, AsyncMethod method)
 
 bool MeridalHistory::hasMethod(std::string_view name) const { return methods_.find(name) != methods_.end(); }
 
-void MeridalHistory::call(std::string_view name, const Value& parameters, const Peer&, Reply reply)
+void MeridalHistory::call(std::string_view name, const Value& parameters, const Peer& peer, Reply reply)
 {
     const auto method = methods_.find(name);
     if (method == methods_.end()) {
         return reply(unexpected(ErrorCode::NotFound, "no such method"));
     }
-    mainQueue_.post(
-        [&function = method->second, parameters, reply = std::move(reply)] { function(parameters, reply); });
+    mainQueue_.post([&function = method->second, parameters, peer, reply = std::move(reply)] {
+        function(parameters, peer, reply);
+    });
 }
 
 } // namespace meridal

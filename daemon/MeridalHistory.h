@@ -16,8 +16,8 @@ class Queue;
 class MeridalHistory final : public NamedMethods {
 public:
     using Method = std::function<Result<Value>(const Value& parameters)>;
-    /// A method that answers later, once.
-    using AsyncMethod = std::function<void(const Value& parameters, Reply reply)>;
+    /// A method that answers later, once, and may answer according to who asks.
+    using AsyncMethod = std::function<void(const Value& parameters, const Peer& peer, Reply reply)>;
 
     explicit MeridalHistory(Queue& mainQueue);
 

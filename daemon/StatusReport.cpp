@@ -4,8 +4,11 @@
 #include "base/Runtime.h"
 #include "base/Value.h"
 #include "daemon/MeridalDaemon.h"
+#include "database/HistoryDatabaseController.h"
 #include "platform/host/Host.h"
 
+#include <map>
+#include <string>
 #include <utility>
 
 namespace meridal {
@@ -70,6 +73,25 @@ void StatusReport::addSection(std::string key, std::function<Dictionary()> descr
     sections_.emplace_back(std::move(key), std::move(describe));
 }
 
+Dictionary StatusReport::databaseFigures() const
+{
+    const auto* databases = daemon_.context().databases;
+    DatabaseStatistics sum;
+    std::uint64_t files = 0;
+    for (const auto& [name, one] : databases ? databases->statistics() : std::map<std::string, DatabaseStatistics>()) {
+        ++files;
+        sum.rowsWritten += one.rowsWritten;
+        sum.batchesFailed += one.batchesFailed;
+        sum.statementsWaiting += one.statementsWaiting;
+        sum.statementsDropped += one.statementsDropped;
+        sum.filesSetAside += one.filesSetAside;
+        sum.bytes += one.bytes;
+    }
+    return {{"files", files}, {"bytes", sum.bytes}, {"rowsWritten", sum.rowsWritten},
+        {"batchesFailed", sum.batchesFailed}, {"statementsWaiting", sum.statementsWaiting},
+        {"statementsDropped", sum.statementsDropped}, {"filesSetAside", sum.filesSetAside}};
+}
+
 Dictionary StatusReport::build()
 {
     Context& context = daemon_.context();
@@ -84,6 +106,7 @@ Dictionary StatusReport::build()
         {"usage", usage()},
         {"transport", transportFigures()},
         {"passes", {{"count", passes.count}, {"lastSeconds", passes.lastSeconds}, {"processes", passes.processes}}},
+        {"databases", databaseFigures()},
         {"log", {{"droppedLines", context.log.droppedLines()}}},
         {"limitations", context.host.limitations->all()},
         {"paths",

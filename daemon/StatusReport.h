@@ -27,6 +27,7 @@ public:
 private:
     Dictionary usage();
     Dictionary transportFigures() const;
+    Dictionary databaseFigures() const;
 
     MeridalDaemon& daemon_;
     std::function<ListenerStatistics()> transport_;

@@ -2,10 +2,9 @@
 
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
+#include "daemon/Parameters.h"
 #include "platform/Context.h"
 
-#include <cmath>
-#include <string>
 #include <utility>
 
 namespace meridal {
@@ -41,46 +40,19 @@ Value describe(const BootRow& row)
         {"asleep", row.asleep}, {"length", row.length}};
 }
 
-/// A moment among the parameters; a failure when there is something else in its place.
-Result<std::optional<double>> moment(const Value& parameters, const std::string& name)
-{
-    const Value* entry = find(parameters, name);
-    if (!entry || entry->is_null()) {
-        return std::optional<double>();
-    }
-    const auto figure = number(parameters, name);
-    if (!figure) {
-        return unexpected(ErrorCode::InvalidArgument, "\"" + name + "\" must be a number, in seconds since 1970");
-    }
-    return figure;
-}
-
 Result<UptimeQuestion> questionFrom(const Value& given)
 {
-    const Value& parameters = given.is_array() && given.size() == 1 ? given[0] : given;
-    const bool none = parameters.is_null() || (parameters.is_array() && parameters.empty());
-    if (!none && !parameters.is_object()) {
-        return unexpected(
-            ErrorCode::InvalidArgument, R"(expected an object with "from", "until", "limit" and "before")");
-    }
-    const auto from = moment(parameters, "from");
-    const auto until = moment(parameters, "until");
-    const auto before = moment(parameters, "before");
-    for (const auto* each : {&from, &until, &before}) {
-        if (!*each) {
-            return unexpected(each->error().code, each->error().message);
-        }
-    }
-    UptimeQuestion question{.from = from->value_or(0), .until = *until, .before = *before};
+    Parameters parameters(given);
+    UptimeQuestion question;
+    question.from = parameters.moment("from").value_or(0);
+    question.until = parameters.moment("until");
+    question.before = parameters.moment("before");
+    question.limit = parameters.limit(question.limit, UptimeKeeper::longestPage);
     if (question.until && *question.until < question.from) {
-        return unexpected(ErrorCode::InvalidArgument, R"("until" lies before "from")");
+        parameters.refuse(R"("until" lies before "from")");
     }
-    if (const Value* limit = find(parameters, "limit"); limit && !limit->is_null()) {
-        const auto count = integer(parameters, "limit");
-        if (!count || *count < 1 || *count > static_cast<std::int64_t>(UptimeKeeper::longestPage)) {
-            return unexpected(ErrorCode::InvalidArgument, "\"limit\" must be a whole number from 1 to 500");
-        }
-        question.limit = static_cast<std::size_t>(*count);
+    if (!parameters.valid()) {
+        return parameters.failure();
     }
     return question;
 }

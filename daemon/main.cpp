@@ -11,6 +11,7 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/CaptureKeeper.h"
+#include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
@@ -140,9 +141,13 @@ int serve(Context& context)
     status.addSection("capture", [&capture] { return capture.describe(); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
-    history.addAsyncMethod("uptime.boots", [&uptime](const Value& parameters, MeridalHistory::Reply reply) {
-        uptime.boots(parameters, std::move(reply));
-    });
+    history.addAsyncMethod(
+        "uptime.boots", [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            uptime.boots(parameters, std::move(reply));
+        });
+    HistoryCatalogue catalogue;
+    HistoryQuestions historyQuestions(catalogue);
+    historyQuestions.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {

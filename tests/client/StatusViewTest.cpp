@@ -22,6 +22,7 @@ TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
         {"clients", 2}, {"usage", {{"cpuPercent", 0.4}, {"residentBytes", 9'542'000}, {"wakeups", 512}}},
         {"transport", {{"requests", 10}, {"badRequests", 1}}},
         {"passes", {{"count", 40}, {"lastSeconds", 0.0021}, {"processes", 180}}},
+        {"databases", {{"rowsWritten", 1200}, {"bytes", 81'920}, {"statementsDropped", 0}}},
         {"limitations", {{"memory\x1B", "needs\nroot"}}}, {"paths", {{"socket", "/run/meridal/daemon.sock"}}}};
     EXPECT_EQ(shown(status),
         "meridald 6.6 (build 1177) on linux, process 812, up 1 h 2 min\n"
@@ -31,6 +32,7 @@ TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
         "clients      2\n"
         "requests     10, 1 bad\n"
         "passes       40, the last took 2.10 ms, 180 processes\n"
+        "history      1200 rows written, 80.0 KiB in files, 0 given up\n"
         "\n"
         "Files\n"
         "  socket                       /run/meridal/daemon.sock\n"

@@ -3,6 +3,7 @@
 
 #include "tests/database/DatabaseFixture.h"
 #include "tests/database/FaultyVfs.h"
+#include "tests/support/SlowBuild.h"
 
 #include <poll.h>
 #include <sys/wait.h>
@@ -11,12 +12,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <random>
-
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#define MERIDAL_SLOW_BUILD 1
-#else
-#define MERIDAL_SLOW_BUILD 0
-#endif
 
 namespace meridal::test {
 namespace {
@@ -47,7 +42,7 @@ TEST_F(DatabaseCrashTest, FailureAtEveryNthWriteLosesNothing)
 {
     FaultyVfs vfs("meridal-nth-write");
     for (const int code : {SQLITE_IOERR_WRITE, SQLITE_FULL, SQLITE_CORRUPT}) {
-        for (int nth = 2; nth <= (MERIDAL_SLOW_BUILD ? 8 : 25); ++nth) {
+        for (int nth = 2; nth <= (slowBuild ? 8 : 25); ++nth) {
             const auto item = openItem({.vfs = "meridal-nth-write"});
             vfs.failEvery(nth, code);
             for (std::int64_t batch = 0; batch < 30; ++batch) {
@@ -79,7 +74,7 @@ TEST_F(DatabaseCrashTest, PowerLossLeavesWholeBatches)
     item->queryDatabase(
         [](SQLiteConnection& database) { static_cast<void>(database.execute("PRAGMA wal_autocheckpoint = 20")); });
     std::int64_t survived = -1;
-    for (std::int64_t batch = 0; batch < (MERIDAL_SLOW_BUILD ? 60 : 300); ++batch) {
+    for (std::int64_t batch = 0; batch < (slowBuild ? 60 : 300); ++batch) {
         writeBatch(*item, batch, rowsInBatch);
         const auto after = folder_.root() / "after.db";
         vfs.powerLoss(path(), after, random);
@@ -121,7 +116,7 @@ TEST_F(DatabaseCrashTest, KilledAtAnyInstantTheFileOpensClean)
 {
     std::mt19937 random(11);
     std::int64_t committed = -1;
-    for (int round = 0; round < (MERIDAL_SLOW_BUILD ? 30 : 300); ++round) {
+    for (int round = 0; round < (slowBuild ? 30 : 300); ++round) {
         int ends[2];
         ASSERT_EQ(::pipe(ends), 0);
         const pid_t child = ::fork();

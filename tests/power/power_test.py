@@ -178,8 +178,8 @@ class PowerTest(unittest.TestCase):
         adapter = bed.add_device("power_supply", "AC", None, ["type", "Mains", "online", "1"], [])
         battery = bed.add_device("power_supply", "BAT0", None, ["type", "Battery", "status", "Charging", "capacity", "50"], [])
         os.environ["UMOCKDEV_DIR"] = bed.get_root_dir()  # which the bed sets behind Python's back
+        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)  # not earlier: sending an event looks the device up
         daemon = self.start().wait_ready()
-        del os.environ["UMOCKDEV_DIR"]
         client = daemon.client()
         client.call("startRequestWithKey:interval:", 128, 1)
         client.envelope(lambda e: e["type"] == "128")  # as it is now

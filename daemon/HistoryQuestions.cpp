@@ -1,0 +1,188 @@
+#include "daemon/HistoryQuestions.h"
+
+#include "collectors/HistoryReader.h"
+#include "collectors/StatCollector.h"
+#include "daemon/MeridalHistory.h"
+#include "daemon/Parameters.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr std::size_t seriesOnPage = 100;
+constexpr std::size_t longestSeriesPage = 500;
+constexpr std::size_t samplesOnPage = 603; // all that a table keeps
+constexpr std::size_t longestSamplesPage = 1000;
+
+constexpr std::array<std::pair<std::string_view, StorageIndex>, 8> resolutions = {{
+    {"hour", StorageIndex::Hour},
+    {"day", StorageIndex::Day},
+    {"week", StorageIndex::Week},
+    {"month", StorageIndex::Month},
+    {"threemonth", StorageIndex::ThreeMonths},
+    {"sixmonth", StorageIndex::SixMonths},
+    {"year", StorageIndex::Year},
+    {"longterm", StorageIndex::LongTerm},
+}};
+
+std::optional<StorageIndex> resolutionNamed(std::string_view name)
+{
+    const auto found = std::find_if(
+        resolutions.begin(), resolutions.end(), [name](const auto& resolution) { return resolution.first == name; });
+    return found != resolutions.end() ? std::optional(found->second) : std::nullopt;
+}
+
+std::string fullName(const std::string& collector, const std::string& key)
+{
+    return key.empty() ? collector : collector + "/" + key;
+}
+
+/// One series of the catalogue, with what reading it takes.
+struct Found {
+    StatCollector* collector = nullptr;
+    HistorySeries series;
+};
+
+std::optional<Found> findSeries(const HistoryCatalogue& catalogue, std::string_view name)
+{
+    const std::size_t slash = std::min(name.find('/'), name.size());
+    const auto entry = catalogue.entries().find(name.substr(0, slash));
+    if (entry == catalogue.entries().end()) {
+        return std::nullopt;
+    }
+    for (HistorySeries& series : entry->second.describe()) {
+        if (fullName(entry->first, series.key) == name) {
+            return Found{entry->second.collector, std::move(series)};
+        }
+    }
+    return std::nullopt;
+}
+
+/// How a sample's values become those of an answer.
+class ValueReader {
+public:
+    ValueReader(const Found& found, const Peer& peer) : step_(peer.known && peer.uid == 0 ? 0 : found.series.step)
+    {
+        const Value* map = find(found.collector->config(), "addSampleMap");
+        for (const std::string& column : found.series.values) {
+            slots_.push_back(map ? integer(*map, column).value_or(-1) : -1);
+        }
+    }
+    Value read(std::span<const double> values) const
+    {
+        Value answer = Value::array();
+        for (const std::int64_t slot : slots_) {
+            if (slot < 0 || static_cast<std::size_t>(slot) >= values.size()) {
+                answer.push_back(nullptr);
+            } else {
+                const double value = values[static_cast<std::size_t>(slot)];
+                answer.push_back(step_ > 0 ? std::round(value / step_) * step_ : value);
+            }
+        }
+        return answer;
+    }
+
+private:
+    std::vector<std::int64_t> slots_;
+    double step_ = 0;
+};
+
+Value describePage(const HistoryPage& page, const Found& found, const std::string& name, std::string_view resolution,
+    const ValueReader& reader)
+{
+    Value samples = Value::array();
+    const StoredRows& rows = page.samples;
+    for (std::size_t row = 0; row < rows.rows.size(); ++row) {
+        samples.push_back({{"sample", rows.rows[row].sampleID}, {"time", rows.rows[row].time},
+            {"values", reader.read(rows.valuesOf(row))}});
+    }
+    const auto interval = storageConstants[position(*resolutionNamed(resolution))].interval;
+    return {{"series", name}, {"resolution", resolution}, {"interval", interval}, {"unit", found.series.unit},
+        {"values", found.series.values}, {"samples", std::move(samples)}, {"more", page.more}};
+}
+
+} // namespace
+
+void HistoryQuestions::addTo(MeridalHistory& history)
+{
+    history.addMethod("history.series", [this](const Value& parameters) { return series(parameters); });
+    history.addAsyncMethod("history.samples", [this](const Value& parameters, const Peer& peer, Reply reply) {
+        samples(parameters, peer, std::move(reply));
+    });
+}
+
+Result<Value> HistoryQuestions::series(const Value& given) const
+{
+    Parameters parameters(given);
+    const auto only = parameters.text("collector");
+    const auto after = parameters.text("after");
+    const std::size_t limit = parameters.limit(seriesOnPage, longestSeriesPage);
+    if (!parameters.valid()) {
+        return parameters.failure();
+    }
+    std::map<std::string, Value> all;
+    for (const auto& [name, entry] : catalogue_.entries()) {
+        if (only && *only != name) {
+            continue;
+        }
+        for (const HistorySeries& series : entry.describe()) {
+            std::string full = fullName(name, series.key);
+            Value description{{"series", full}, {"collector", name}, {"key", series.key}, {"name", series.name},
+                {"unit", series.unit}, {"values", series.values}};
+            all.insert_or_assign(std::move(full), std::move(description));
+        }
+    }
+    Value page = Value::array();
+    auto next = after ? all.upper_bound(*after) : all.begin();
+    for (; next != all.end() && page.size() < limit; ++next) {
+        page.push_back(std::move(next->second));
+    }
+    return Value{{"series", std::move(page)}, {"more", next != all.end()}};
+}
+
+void HistoryQuestions::samples(const Value& given, const Peer& peer, Reply reply) const
+{
+    Parameters parameters(given);
+    const auto name = parameters.text("series");
+    const std::string resolution = parameters.text("resolution").value_or("hour");
+    HistoryPageQuestion question;
+    question.from = parameters.moment("from").value_or(0);
+    question.until = parameters.moment("until");
+    question.before = parameters.count("before");
+    question.limit = parameters.limit(samplesOnPage, longestSamplesPage);
+    const auto index = resolutionNamed(resolution);
+    if (!name) {
+        parameters.refuse(R"("series" must name one of history.series)");
+    }
+    if (!index) {
+        parameters.refuse("\"resolution\" must be hour, day, week, month, threemonth, sixmonth, year or longterm");
+    }
+    if (!parameters.valid()) {
+        return reply(parameters.failure());
+    }
+    auto found = findSeries(catalogue_, *name);
+    if (!found) {
+        return reply(unexpected(ErrorCode::NotFound, "there is no such series; see history.series"));
+    }
+    question.index = *index;
+    question.key = found->series.key;
+    const ValueReader reader(*found, peer);
+    StatCollector& collector = *found->collector;
+    collector.readHistory(question,
+        [found = std::move(*found), name = *name, resolution, reader, reply = std::move(reply)](
+            const std::optional<HistoryPage>& page) {
+            if (!page) {
+                return reply(unexpected(ErrorCode::Unavailable, "the record cannot be read now"));
+            }
+            reply(describePage(*page, found, name, resolution, reader));
+        });
+}
+
+} // namespace meridal
