@@ -61,6 +61,17 @@ Examples:
   meridalctl uptime --history --days 30
 )";
 
+constexpr const char* bandwidthExamples =
+    R"(Bytes with link headers, of interfaces that are hardware; bridges, tunnels and the
+loopback carry them a second time, and count with --all or by interface only. Looks
+back a day by hour, 30 days by day, a year by month, else as far as there is a record.
+
+Examples:
+  meridalctl bandwidth
+  meridalctl bandwidth --by network --days 7
+  meridalctl bandwidth --by hour --interface wlan0 --svg today.svg
+)";
+
 constexpr int mostRepetitions = 1'000'000'000;
 
 /// What is checked as text first and then becomes something else.
@@ -177,6 +188,24 @@ void addUptime(CLI::App& app, Arguments& arguments)
     uptime->callback([&arguments] { arguments.command = Command::Uptime; });
 }
 
+void addBandwidth(CLI::App& app, Arguments& arguments)
+{
+    CLI::App* bandwidth = app.add_subcommand("bandwidth", "What went through the network interfaces");
+    bandwidth->footer(bandwidthExamples);
+    bandwidth->add_option("--by", arguments.bandwidthBy, "How to add up")
+        ->check(CLI::IsMember(std::vector<std::string>{"hour", "day", "month", "interface", "network"}))
+        ->type_name("")
+        ->default_str("day");
+    bandwidth->add_option("--days", arguments.days, "Look back so many days")
+        ->check(CLI::Range(0.001, 1e6))
+        ->type_name("DAYS");
+    bandwidth->add_option("--interface", arguments.interfaceName, "Of this interface only")->type_name("NAME");
+    bandwidth->add_flag("--all", arguments.all, "Also of interfaces that are no hardware");
+    bandwidth->add_option("--svg", arguments.svgFile, "Draw it into a file")->type_name("FILE");
+    bandwidth->add_flag("--json", arguments.json, "As JSON");
+    bandwidth->callback([&arguments] { arguments.command = Command::Bandwidth; });
+}
+
 void addWire(CLI::App& app, Arguments& arguments, Words& words)
 {
     CLI::App* call = app.add_subcommand("call", "Call any method of the daemon");
@@ -257,6 +286,7 @@ std::variant<Arguments, int> parseArguments(int count, const char* const* argv)
     addTop(app, arguments, words);
     addQuestions(app, arguments);
     addUptime(app, arguments);
+    addBandwidth(app, arguments);
     addWire(app, arguments, words);
     try {
         app.parse(reversedWords(count, argv));

@@ -17,7 +17,7 @@ constexpr int noDaemon = 2; ///< the daemon could not be reached, or did not ans
 constexpr int usage = 64;   ///< the command line makes no sense; as in sysexits
 } // namespace exitStatus
 
-enum class Command { Top, Processes, Version, Ping, Status, Uptime, Call, Watch };
+enum class Command { Top, Processes, Version, Ping, Status, Uptime, Bandwidth, Call, Watch };
 enum class ColourChoice { Auto, Always, Never };
 
 /// The command line, understood and checked.
@@ -36,6 +36,11 @@ struct Arguments {
 
     bool history = false; ///< the boots before this one
     double days = 0;      ///< how far back; 0: all that is known
+
+    std::string bandwidthBy = "day"; ///< hour, day, month, interface or network
+    std::string interfaceName;       ///< empty: of all
+    bool all = false;                ///< interfaces that are no hardware as well
+    std::string svgFile;             ///< empty: no picture
 
     std::vector<std::int64_t> pids;
     std::size_t pings = 1;

@@ -1,4 +1,5 @@
 #include "client/Arguments.h"
+#include "client/BandwidthCommand.h"
 #include "client/Commands.h"
 #include "client/Output.h"
 #include "client/Session.h"
@@ -44,6 +45,8 @@ int run(const Arguments& arguments)
             return runStatus(session);
         case Command::Uptime:
             return runUptime(session);
+        case Command::Bandwidth:
+            return runBandwidth(session);
         case Command::Call:
             return runCall(session);
         case Command::Watch:

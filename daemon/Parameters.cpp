@@ -58,6 +58,15 @@ std::optional<std::uint64_t> Parameters::count(const std::string& name)
     return figure ? std::optional(static_cast<std::uint64_t>(*figure)) : std::nullopt;
 }
 
+std::optional<std::int64_t> Parameters::wholeNumber(const std::string& name)
+{
+    const auto figure = entry(name) ? integer(*object_, name) : std::nullopt;
+    if (entry(name) && !figure) {
+        refuse(fmt::format("\"{}\" must be a whole number", name));
+    }
+    return figure;
+}
+
 std::size_t Parameters::limit(std::size_t standard, std::size_t longest)
 {
     if (!entry("limit")) {

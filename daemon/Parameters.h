@@ -21,6 +21,7 @@ public:
     std::optional<double> moment(const std::string& name);
     /// A whole number from 0.
     std::optional<std::uint64_t> count(const std::string& name);
+    std::optional<std::int64_t> wholeNumber(const std::string& name);
     /// "limit", the entries on a page: from 1 to the longest.
     std::size_t limit(std::size_t standard, std::size_t longest);
     /// Notes what the caller found wrong by itself.

@@ -6,6 +6,7 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
+#include "collectors/network/NetworkStatCollectorMac.h"
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
@@ -14,6 +15,7 @@
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/NetworkKeeper.h"
 #include "daemon/StatusReport.h"
 #include "daemon/UptimeKeeper.h"
 #include "daemon/ZAVPowerManager.h"
@@ -134,6 +136,8 @@ int serve(Context& context)
     CollectorPorts ports;
     uptime.plugInto(ports);
     capture.plugInto(ports);
+    NetworkKeeper network(context, NetworkStatCollectorMac::sharedNetworkCollector());
+    network.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     std::vector<std::unique_ptr<Listener>> listeners;
@@ -148,6 +152,7 @@ int serve(Context& context)
     HistoryCatalogue catalogue;
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
+    network.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {

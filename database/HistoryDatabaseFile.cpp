@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <ctime>
 #include <system_error>
 #include <tuple>
@@ -37,7 +38,7 @@ std::uint64_t sizeOf(const std::filesystem::path& file)
     return failure ? 0 : size;
 }
 
-/// Name, type and place in the primary key of each column.
+/// Name, type in small letters and place in the primary key of each column.
 std::vector<std::tuple<std::string, std::string, double>> columnsOf(
     SQLiteConnection& database, const std::string& table)
 {
@@ -46,8 +47,12 @@ std::vector<std::tuple<std::string, std::string, double>> columnsOf(
         const auto* words = std::get_if<std::string>(&value);
         return words ? *words : std::string();
     };
-    static_cast<void>(database.forEachRow(fmt::format("PRAGMA table_info(\"{}\")", table), {},
-        [&](std::span<const SqlValue> row) { columns.emplace_back(text(row[1]), text(row[2]), sqlNumber(row[5])); }));
+    static_cast<void>(
+        database.forEachRow(fmt::format("PRAGMA table_info(\"{}\")", table), {}, [&](std::span<const SqlValue> row) {
+            std::string type = text(row[2]); // SQLite keeps it as written
+            std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
+            columns.emplace_back(text(row[1]), std::move(type), sqlNumber(row[5]));
+        }));
     return columns;
 }
 
@@ -177,8 +182,11 @@ void HistoryDatabaseFile::makeTable(const TableSchema& schema)
         complain(connection_.failure(), exists.error().message);
         return;
     }
-    if (*exists && !hasOtherColumns(schema)) {
-        return;
+    if (*exists) {
+        addColumns(schema);
+        if (!hasOtherColumns(schema)) {
+            return;
+        }
     }
     if (*exists) {
         const std::string kept = dated(schema.table);
@@ -196,13 +204,32 @@ void HistoryDatabaseFile::makeTable(const TableSchema& schema)
     }
 }
 
+void HistoryDatabaseFile::addColumns(const TableSchema& schema)
+{
+    const auto present = columnsOf(connection_, schema.table);
+    for (const AddedColumn& added : schema.added) {
+        const bool missing = std::none_of(
+            present.begin(), present.end(), [&](const auto& column) { return std::get<0>(column) == added.column; });
+        if (missing && !connection_.execute(sqlText(added.alter, schema.table))) {
+            complain(connection_.failure(), connection_.failureText());
+        }
+    }
+}
+
 bool HistoryDatabaseFile::hasOtherColumns(const TableSchema& schema)
 {
     SQLiteConnection reference;
     if (!reference.openInMemory() || !reference.execute(sqlText(schema.create, schema.table))) {
         return false; // the statement itself is at fault; running it on the file says so
     }
-    return columnsOf(connection_, schema.table) != columnsOf(reference, schema.table);
+    auto present = columnsOf(connection_, schema.table);
+    auto wanted = columnsOf(reference, schema.table);
+    if (!schema.added.empty()) {
+        std::sort(present.begin(), present.end());
+        std::sort(wanted.begin(), wanted.end());
+    }
+    // A file that could not be read has no columns, and tells nothing about its tables.
+    return !present.empty() && present != wanted;
 }
 
 // Writing

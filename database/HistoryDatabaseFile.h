@@ -48,6 +48,7 @@ private:
     void makeTables();
     void makeTable(const TableSchema& schema);
     bool tablesAreMade();
+    void addColumns(const TableSchema& schema);
     bool hasOtherColumns(const TableSchema& schema);
     bool walIsInBounds();
     bool writeOnce(const StatementBatch& batch);

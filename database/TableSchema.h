@@ -1,14 +1,22 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace meridal {
 
+/// A column that older versions of a table lack.
+struct AddedColumn {
+    std::string column;
+    std::string alter; ///< ALTER TABLE statement with "%@" for the table
+};
+
 /// A table that a file must have. Made when missing. A table of that name with other columns, left by an older version,
-/// is kept under a dated name.
+/// gets the columns that were added since; one that differs in more than that is kept under a dated name.
 struct TableSchema {
-    std::string table;  ///< a constant of ours
-    std::string create; ///< CREATE statement with "%@" for the table
+    std::string table;                   ///< a constant of ours
+    std::string create;                  ///< CREATE statement with "%@" for the table
+    std::vector<AddedColumn> added = {}; ///< with any, the order of the columns does not matter: new ones come last
 };
 
 } // namespace meridal

@@ -4,20 +4,23 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            top|processes|version|ping|status|uptime|call|watch) command=$word; break ;;
+            top|processes|version|ping|status|uptime|bandwidth|call|watch) command=$word; break ;;
         esac
     done
     case $previous in
         --socket) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --color) mapfile -t COMPREPLY < <(compgen -W "auto always never" -- "$current"); return ;;
-        --timeout|--rows|-n|--days|--refreshes|--settle|--count|-c) return ;;
+        --svg) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
+        --by) mapfile -t COMPREPLY < <(compgen -W "hour day month interface network" -- "$current"); return ;;
+        --interface|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c) return ;;
     esac
     local words="--help --socket --color --timeout"
     case $command in
-        "") words+=" --version top processes version ping status uptime call watch" ;;
+        "") words+=" --version top processes version ping status uptime bandwidth call watch" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes|status) words+=" --json" ;;
         uptime) words+=" --history --rows --days --json" ;;
+        bandwidth) words+=" --by --days --interface --all --svg --json" ;;
         ping) words+=" --count" ;;
         watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;
     esac

@@ -4,6 +4,8 @@
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineInfo.h"
+#include "platform/host/NetworkConfiguration.h"
+#include "platform/host/NetworkInterfaces.h"
 #include "platform/host/NetworkStatistics.h"
 #include "platform/host/PacketTap.h"
 #include "platform/host/PowerMessages.h"
@@ -12,6 +14,7 @@
 #include "platform/host/ProcessSource.h"
 #include "platform/host/SelfUsage.h"
 #include "platform/host/UserRights.h"
+#include "platform/host/WirelessInterface.h"
 
 #include <memory>
 
@@ -32,6 +35,9 @@ struct Host {
     std::unique_ptr<PacketTap> packetTap;
     std::unique_ptr<NetworkStatistics> networkStatistics;
     std::unique_ptr<ProcessConnections> processConnections;
+    std::unique_ptr<NetworkInterfaces> networkInterfaces;
+    std::unique_ptr<WirelessInterface> wireless;
+    std::unique_ptr<NetworkConfiguration> networkConfiguration;
 };
 
 } // namespace meridal

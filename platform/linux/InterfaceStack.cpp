@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 namespace meridal {
@@ -32,13 +33,12 @@ bool passesThrough(std::string_view kind)
     return kind == "vlan" || kind == "macvlan" || kind == "macvtap" || kind == "ipvlan" || kind == "ipvtap";
 }
 
-std::string_view kindOf(const nlattr& information)
+std::string kindOf(const nlattr& information)
 {
-    std::string_view kind;
-    forEachAttribute(information, [&kind](const nlattr& attribute) {
+    std::string kind;
+    forEachNested(information, [&kind](const nlattr& attribute) {
         if (mnl_attr_get_type(&attribute) == IFLA_INFO_KIND) {
-            const char* text = mnl_attr_get_str(&attribute);
-            kind = {text, ::strnlen(text, mnl_attr_get_payload_len(&attribute))};
+            kind = netlinkText(attribute);
         }
     });
     return kind;
@@ -130,8 +130,8 @@ void InterfaceStack::readLink(const nlmsghdr& header)
     const auto& message = *static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&header));
     std::uint32_t below = 0;
     bool isElsewhere = false; // the number below is one of another network namespace
-    std::string_view kind;
-    forEachAttribute(header, sizeof(ifinfomsg), [&](const nlattr& attribute) {
+    std::string kind;
+    forEachAttribute<ifinfomsg>(header, [&](const nlattr& attribute) {
         const auto type = mnl_attr_get_type(&attribute);
         if (type == IFLA_MASTER && mnl_attr_validate(&attribute, MNL_TYPE_U32) >= 0) {
             links_[static_cast<std::uint32_t>(message.ifi_index)].carries = true;
@@ -158,7 +158,7 @@ void InterfaceStack::readAddress(const nlmsghdr& header)
     if (link == links_.end()) {
         return; // nothing stands on it, so nobody will ask
     }
-    forEachAttribute(header, sizeof(ifaddrmsg), [&](const nlattr& attribute) {
+    forEachAttribute<ifaddrmsg>(header, [&](const nlattr& attribute) {
         const auto type = mnl_attr_get_type(&attribute);
         const std::size_t size = mnl_attr_get_payload_len(&attribute);
         // IPv4 has its own address in the one and the other end's in the other where they differ.

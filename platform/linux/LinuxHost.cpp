@@ -5,9 +5,12 @@
 #include "platform/linux/DiagProcessConnections.h"
 #include "platform/linux/DrmDisplayInfo.h"
 #include "platform/linux/LinuxMachineInfo.h"
+#include "platform/linux/LinuxNetworkConfiguration.h"
 #include "platform/linux/LinuxSelfUsage.h"
 #include "platform/linux/LinuxUserRights.h"
+#include "platform/linux/LinuxWireless.h"
 #include "platform/linux/LogindPowerMessages.h"
+#include "platform/linux/NetlinkInterfaces.h"
 #include "platform/linux/PcapPacketTap.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/SysfsPowerSources.h"
@@ -43,6 +46,9 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->processConnections = std::make_unique<DiagProcessConnections>(options.root);
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
+    host->networkInterfaces = std::make_unique<NetlinkInterfaces>(options.root, host->limitations);
+    host->wireless = std::make_unique<LinuxWireless>(runtime, options.root);
+    host->networkConfiguration = std::make_unique<LinuxNetworkConfiguration>(options.root, busAddress(options.root));
     return host;
 }
 

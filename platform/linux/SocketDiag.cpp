@@ -37,7 +37,7 @@ inet_diag_req_v2& putRequest(nlmsghdr& header, std::uint16_t flags, std::uint32_
 std::optional<SourceCounts> countsOf(const nlmsghdr& header)
 {
     std::optional<SourceCounts> counts;
-    forEachAttribute(header, sizeof(inet_diag_msg), [&counts](const nlattr& attribute) {
+    forEachAttribute<inet_diag_msg>(header, [&counts](const nlattr& attribute) {
         const std::size_t size = mnl_attr_get_payload_len(&attribute);
         if (mnl_attr_get_type(&attribute) != INET_DIAG_INFO
             || size < offsetof(tcp_info, tcpi_bytes_received) + sizeof(std::uint64_t)) {

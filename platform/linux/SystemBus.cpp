@@ -1,5 +1,7 @@
 #include "platform/linux/SystemBus.h"
 
+#include "platform/linux/BusConnection.h"
+
 #include <algorithm>
 #include <cstring>
 #include <poll.h>
@@ -15,21 +17,6 @@ constexpr double writeRetry = 0.1;   // s; a full socket is rare enough not to b
 constexpr int messagesAtOnce = 64;   // before others on the main queue have their turn
 
 std::string messageOf(int negativeError) { return std::strerror(-negativeError); }
-
-int openBus(const std::string& address, sd_bus** bus)
-{
-    if (address.empty()) {
-        return sd_bus_open_system(bus);
-    }
-    int result = sd_bus_new(bus);
-    if (result >= 0) {
-        result = sd_bus_set_address(*bus, address.c_str());
-    }
-    if (result >= 0) {
-        result = sd_bus_set_bus_client(*bus, 1);
-    }
-    return result >= 0 ? sd_bus_start(*bus) : result;
-}
 
 } // namespace
 

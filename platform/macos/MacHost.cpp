@@ -1,10 +1,13 @@
 #include "platform/macos/MacHost.h"
 
 #include "platform/macos/ControlNetworkStatistics.h"
+#include "platform/macos/CoreWLanInterface.h"
 #include "platform/macos/DistributedCenter.h"
 #include "platform/macos/LibprocConnections.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
+#include "platform/macos/MacNetworkConfiguration.h"
+#include "platform/macos/MacNetworkInterfaces.h"
 #include "platform/macos/MacPowerMessages.h"
 #include "platform/macos/MacPowerSources.h"
 #include "platform/macos/MacSelfUsage.h"
@@ -28,6 +31,9 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->packetTap = std::make_unique<PktapPacketTap>(runtime);
     host->networkStatistics = std::make_unique<ControlNetworkStatistics>(runtime);
     host->processConnections = std::make_unique<LibprocConnections>();
+    host->networkInterfaces = std::make_unique<MacNetworkInterfaces>();
+    host->wireless = std::make_unique<CoreWLanInterface>(host->limitations);
+    host->networkConfiguration = std::make_unique<MacNetworkConfiguration>();
     return host;
 }
 

@@ -205,6 +205,82 @@ private:
     };
 };
 
+/// Interfaces that a test plugs in, renames and lets carry traffic.
+class FakeNetworkInterfaces final : public NetworkInterfaces {
+public:
+    const NetworkReading* read() override
+    {
+        ++reads;
+        last = unreadable ? std::nullopt : std::optional(now);
+        return latest();
+    }
+    const NetworkReading* latest() const override { return last ? &*last : nullptr; }
+    /// The interface of that name, made with the next index when it is not there.
+    InterfaceRecord& interface(const std::string& name)
+    {
+        for (InterfaceRecord& record : now.interfaces) {
+            if (record.name == name) {
+                return record;
+            }
+        }
+        InterfaceRecord& record = now.interfaces.emplace_back();
+        record.index = ++lastIndex;
+        record.name = name;
+        record.kind = InterfaceKind::Ethernet;
+        record.link = LinkState::Up;
+        record.enabled = true;
+        record.hasCounters = true;
+        return record;
+    }
+    void remove(const std::string& name)
+    {
+        std::erase_if(now.interfaces, [&](const auto& record) { return record.name == name; });
+    }
+    void transfer(const std::string& name, std::uint64_t sent, std::uint64_t received)
+    {
+        interface(name).bytesSent += sent;
+        interface(name).bytesReceived += received;
+    }
+
+    NetworkReading now;
+    std::optional<NetworkReading> last;
+    std::int32_t lastIndex = 0;
+    bool unreadable = false;
+    int reads = 0;
+};
+
+class FakeWirelessInterface final : public WirelessInterface {
+public:
+    std::optional<WirelessIdentity> identity(const std::string& interfaceName) override
+    {
+        const auto entry = joined.find(interfaceName);
+        return entry == joined.end() ? std::nullopt : std::optional(entry->second);
+    }
+    Result<void> togglePower() override
+    {
+        powered = !powered;
+        return {};
+    }
+    std::map<std::string, WirelessIdentity> joined; ///< by interface
+    bool powered = true;
+};
+
+class FakeNetworkConfiguration final : public NetworkConfiguration {
+public:
+    Result<void> refreshLease(const std::string& interfaceName) override
+    {
+        refreshed.push_back(interfaceName);
+        return {};
+    }
+    Result<void> setNetworkSet(const std::string& identifier) override
+    {
+        sets.push_back(identifier);
+        return {};
+    }
+    std::vector<std::string> refreshed;
+    std::vector<std::string> sets;
+};
+
 /// A whole machine under a test's thumb: virtual time, fake seams, files in a folder that goes with it.
 struct FakeMachine {
     FakeMachine()
@@ -220,6 +296,9 @@ struct FakeMachine {
         host.packetTap = std::make_unique<FakePacketTap>();
         host.networkStatistics = std::make_unique<FakeNetworkStatistics>();
         host.processConnections = std::make_unique<FakeProcessConnections>();
+        host.networkInterfaces = std::make_unique<FakeNetworkInterfaces>();
+        host.wireless = std::make_unique<FakeWirelessInterface>();
+        host.networkConfiguration = std::make_unique<FakeNetworkConfiguration>();
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
@@ -236,6 +315,12 @@ struct FakeMachine {
     FakeProcessConnections& processConnections()
     {
         return static_cast<FakeProcessConnections&>(*host.processConnections);
+    }
+    FakeNetworkInterfaces& network() { return static_cast<FakeNetworkInterfaces&>(*host.networkInterfaces); }
+    FakeWirelessInterface& wireless() { return static_cast<FakeWirelessInterface&>(*host.wireless); }
+    FakeNetworkConfiguration& networkConfiguration()
+    {
+        return static_cast<FakeNetworkConfiguration&>(*host.networkConfiguration);
     }
     FakeSelfUsage& selfUsage() { return static_cast<FakeSelfUsage&>(*host.selfUsage); }
 

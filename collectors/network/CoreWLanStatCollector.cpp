@@ -1,0 +1,54 @@
+#include "collectors/network/CoreWLanStatCollector.h"
+
+#include "collectors/network/CoreWLanStatCollectorItem.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+namespace meridal {
+
+namespace {
+
+std::unique_ptr<CoreWLanStatCollector>& sharedInstance()
+{
+    // Never destroyed: at exit the context may go first.
+    static auto& instance = *new std::unique_ptr<CoreWLanStatCollector>;
+    return instance;
+}
+
+} // namespace
+
+CoreWLanStatCollector::CoreWLanStatCollector(Context& context)
+    : StatCollector(context, {.description = "CoreWLanStatCollector"})
+{
+}
+
+CoreWLanStatCollector& CoreWLanStatCollector::sharedCoreWlanCollector()
+{
+    auto& instance = sharedInstance();
+    if (!instance) {
+        instance = std::make_unique<CoreWLanStatCollector>(Context::shared());
+    }
+    return *instance;
+}
+
+void CoreWLanStatCollector::cleanupShared()
+{
+    auto& instance = sharedInstance();
+    if (instance) {
+        instance->cleanup();
+        instance.reset();
+    }
+}
+
+std::optional<WirelessIdentity> CoreWLanStatCollector::interfaceWithBSD(const std::string& name) const
+{
+    WirelessInterface* wireless = context().host.wireless.get();
+    return wireless ? wireless->identity(name) : std::nullopt;
+}
+
+std::shared_ptr<StatCollectorItem> CoreWLanStatCollector::makeItem()
+{
+    return std::make_shared<CoreWLanStatCollectorItem>(context());
+}
+
+} // namespace meridal

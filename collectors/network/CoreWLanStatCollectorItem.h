@@ -1,0 +1,25 @@
+#pragma once
+
+#include "collectors/StatCollectorItem.h"
+#include "platform/host/WirelessInterface.h"
+
+#include <utility>
+
+namespace meridal {
+
+/// A Wi-Fi network and when it was last seen.
+class CoreWLanStatCollectorItem final : public StatCollectorItem {
+public:
+    using StatCollectorItem::StatCollectorItem;
+
+    double lastSeen() const { return lastSeen_; } ///< s since 1970
+    void setLastSeen(double time) { lastSeen_ = time; }
+    const WirelessIdentity& network() const { return network_; }
+    void setNetwork(WirelessIdentity network) { network_ = std::move(network); }
+
+private:
+    double lastSeen_ = 0;
+    WirelessIdentity network_;
+};
+
+} // namespace meridal

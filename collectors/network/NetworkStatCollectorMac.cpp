@@ -1,0 +1,61 @@
+#include "collectors/network/NetworkStatCollectorMac.h"
+
+#include "collectors/network/CoreWLanStatCollector.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <cassert>
+#include <memory>
+
+namespace meridal {
+
+namespace {
+
+std::unique_ptr<NetworkStatCollectorMac>& sharedInstance()
+{
+    // Never destroyed: at exit the context may go first.
+    static auto& instance = *new std::unique_ptr<NetworkStatCollectorMac>;
+    return instance;
+}
+
+} // namespace
+
+NetworkStatCollectorMac::NetworkStatCollectorMac(
+    Context& context, HistoryDatabaseController& databases, CoreWLanStatCollector& wireless)
+    : NetworkStatCollector(context, databases), wireless_(wireless)
+{
+}
+
+NetworkStatCollectorMac& NetworkStatCollectorMac::sharedNetworkCollector()
+{
+    auto& instance = sharedInstance();
+    if (!instance) {
+        assert(Context::shared().databases);
+        instance = std::make_unique<NetworkStatCollectorMac>(
+            Context::shared(), *Context::shared().databases, CoreWLanStatCollector::sharedCoreWlanCollector());
+    }
+    return *instance;
+}
+
+void NetworkStatCollectorMac::cleanupShared()
+{
+    auto& instance = sharedInstance();
+    if (instance) {
+        instance->cleanup();
+        instance.reset();
+    }
+}
+
+void NetworkStatCollectorMac::updateStats()
+{
+    if (const NetworkReading* reading = context().host.networkInterfaces->read()) {
+        takeReading(*reading);
+    }
+}
+
+std::optional<WirelessIdentity> NetworkStatCollectorMac::wirelessIdentity(const std::string& name)
+{
+    return wireless_.interfaceWithBSD(name);
+}
+
+} // namespace meridal

@@ -1,0 +1,186 @@
+#include "daemon/NetworkKeeper.h"
+
+#include "base/Text.h"
+#include "collectors/network/NetworkStatCollectorItem.h"
+#include "collectors/network/NetworkStatCollectorMac.h"
+#include "daemon/CollectorPorts.h"
+#include "daemon/MeridalHistory.h"
+#include "daemon/Parameters.h"
+#include "platform/Context.h"
+#include "platform/NetworkNames.h"
+#include "platform/host/Host.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr std::size_t usualPage = 100;
+
+constexpr std::array<std::pair<std::string_view, BandwidthGroup>, 5> groups = {
+    {{"hour", BandwidthGroup::Hour}, {"day", BandwidthGroup::Day}, {"month", BandwidthGroup::Month},
+        {"interface", BandwidthGroup::Interface}, {"network", BandwidthGroup::Network}}};
+
+Unexpected wrong(std::string message) { return unexpected(ErrorCode::InvalidArgument, std::move(message)); }
+
+BandwidthGroup groupFrom(Parameters& parameters)
+{
+    const std::string word = parameters.text("by").value_or("day");
+    for (const auto& [name, group] : groups) {
+        if (name == word) {
+            return group;
+        }
+    }
+    parameters.refuse("\"by\" must be \"hour\", \"day\", \"month\", \"interface\" or \"network\"");
+    return BandwidthGroup::Day;
+}
+
+/// The key of the page before: text for times, a whole number for interfaces and networks.
+SqlValue keyFrom(Parameters& parameters, BandwidthGroup by)
+{
+    if (by == BandwidthGroup::Interface || by == BandwidthGroup::Network) {
+        const auto key = parameters.wholeNumber("after");
+        return key ? SqlValue(*key) : SqlValue();
+    }
+    const auto key = parameters.text("after");
+    return key ? SqlValue(*key) : SqlValue();
+}
+
+BandwidthQuestion questionFrom(Parameters& parameters)
+{
+    BandwidthQuestion question;
+    question.by = groupFrom(parameters);
+    question.limit = parameters.limit(usualPage, NetworkKeeper::longestPage);
+    question.from = parameters.moment("from").value_or(-std::numeric_limits<double>::max());
+    question.until = parameters.moment("until");
+    question.interface = parameters.text("interface");
+    question.after = keyFrom(parameters, question.by);
+    const std::string which = parameters.text("interfaces").value_or("hardware");
+    if (which != "hardware" && which != "all") {
+        parameters.refuse("\"interfaces\" must be \"hardware\" or \"all\"");
+    }
+    // By interface each is told apart, so none is counted twice.
+    question.all = which == "all" || question.by == BandwidthGroup::Interface;
+    return question;
+}
+
+Value describe(const BandwidthTotal& total)
+{
+    Value description = {{"key", valueOf(total.key)}, {"start", total.start}, {"end", total.end},
+        {"upload", total.amount.upload}, {"download", total.amount.download}};
+    if (total.name) {
+        description["name"] = validUtf8(*total.name);
+    }
+    if (total.bssid) {
+        description["bssid"] = validUtf8(*total.bssid);
+    }
+    return description;
+}
+
+Result<Value> answerFrom(const std::optional<BandwidthAnswer>& answer, BandwidthGroup by)
+{
+    if (!answer) {
+        return unexpected(ErrorCode::Unavailable, "the record of bandwidth cannot be read now");
+    }
+    Value totals = Value::array();
+    for (const BandwidthTotal& total : answer->totals) {
+        totals.push_back(describe(total));
+    }
+    const auto* name =
+        std::find_if(groups.begin(), groups.end(), [by](const auto& group) { return group.second == by; });
+    return Value{{"by", std::string(name->first)}, {"totals", std::move(totals)}, {"more", answer->more},
+        {"upload", answer->sum.upload}, {"download", answer->sum.download}};
+}
+
+} // namespace
+
+NetworkKeeper::NetworkKeeper(Context& context, NetworkStatCollectorMac& collector)
+    : context_(context), collector_(collector)
+{
+}
+
+void NetworkKeeper::plugInto(CollectorPorts& ports)
+{
+    ports.prepareNetwork = [this] { prepare(); };
+    ports.updateNetwork = [this] { collector_.updateStats(); };
+    ports.saveBandwidth = [this](Task written) { collector_.saveBandwidth(std::move(written)); };
+    Host& host = context_.host;
+    ports.refreshDHCP = [&host](const std::string& name) -> Result<void> {
+        if (!isInterfaceName(name)) {
+            return wrong("that cannot be the name of an interface");
+        }
+        return host.networkConfiguration->refreshLease(name);
+    };
+    ports.toggleAirPortPower = [&host] { return host.wireless->togglePower(); };
+    ports.setNetworkSet = [&host](const std::string& identifier) -> Result<void> {
+        if (!isNetworkSetIdentifier(identifier)) {
+            return wrong("that cannot be the name of a network set");
+        }
+        return host.networkConfiguration->setNetworkSet(identifier);
+    };
+}
+
+void NetworkKeeper::addTo(MeridalHistory& history)
+{
+    history.addAsyncMethod(
+        "bandwidth.totals", [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            totals(parameters, std::move(reply));
+        });
+    history.addMethod("network.interfaces", [this](const Value& parameters) { return interfaces(parameters); });
+}
+
+void NetworkKeeper::prepare()
+{
+    collector_.setBandwidthDataasePath(context_.paths.bandwidthDatabase().string());
+    collector_.prepareBandwidthDatabase();
+    collector_.setBandwidthMonitoringEnabled(true);
+    collector_.prepareBandwidthMonitoring();
+}
+
+void NetworkKeeper::totals(const Value& given, std::function<void(Result<Value>)> reply)
+{
+    Parameters parameters(given);
+    const BandwidthQuestion question = questionFrom(parameters);
+    if (!parameters.valid()) {
+        return reply(parameters.failure());
+    }
+    collector_.readBandwidthTotals(
+        question, [reply = std::move(reply), by = question.by](const std::optional<BandwidthAnswer>& answer) {
+            reply(answerFrom(answer, by));
+        });
+}
+
+Result<Value> NetworkKeeper::interfaces(const Value& given) const
+{
+    Parameters parameters(given);
+    const std::size_t limit = parameters.limit(usualPage, longestPage);
+    const std::int64_t after = parameters.wholeNumber("after").value_or(0);
+    if (!parameters.valid()) {
+        return parameters.failure();
+    }
+    std::vector<const NetworkStatCollectorItem*> found;
+    for (const auto& item : collector_.items()) {
+        const auto& interface = static_cast<const NetworkStatCollectorItem&>(*item);
+        if (interface.record().index > after) {
+            found.push_back(&interface);
+        }
+    }
+    std::sort(
+        found.begin(), found.end(), [](const auto* a, const auto* b) { return a->record().index < b->record().index; });
+    const bool more = found.size() > limit;
+    found.resize(std::min(found.size(), limit));
+    Value list = Value::array();
+    for (const auto* interface : found) {
+        list.push_back(interface->describe());
+    }
+    return Value{{"interfaces", std::move(list)}, {"primary", collector_.primarySettings()}, {"more", more}};
+}
+
+} // namespace meridal

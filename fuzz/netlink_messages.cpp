@@ -1,0 +1,54 @@
+// Messages as a netlink socket may hand them over: what the parsers find lies within them and makes sense.
+
+#include "platform/linux/LinkMessages.h"
+#include "platform/linux/NetlinkSocket.h"
+#include "platform/linux/WirelessMessages.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+void require(bool holds)
+{
+    if (!holds) {
+        std::abort();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    using namespace meridal;
+    std::vector<std::uint32_t> aligned((size + 3) / 4); // as the socket's own buffer is
+    if (size > 0) {
+        std::memcpy(aligned.data(), data, size);
+    }
+    forEachNetlinkMessage(aligned.data(), size, [size](const nlmsghdr& message) {
+        if (const auto link = rtnl::parseLink(message)) {
+            require(link->record.index > 0 && !link->record.name.empty() && link->record.name.size() < size);
+            require(link->record.name.find('\0') == std::string::npos);
+            rtnl::kindOf(*link, "", false);
+        }
+        if (const auto address = rtnl::parseAddress(message)) {
+            require(address->address.prefixLength <= address->address.size() * 8);
+        }
+        if (const auto route = rtnl::parseRoute(message)) {
+            require(route->index > 0);
+        }
+        if (const auto family = nl80211::parseFamily(message)) {
+            require(family->identifier >= 16);
+        }
+        if (const auto network = nl80211::parseInterface(message)) {
+            require(network->size() < size);
+        }
+        if (const auto station = nl80211::parseStation(message)) {
+            require(station->size() == 17);
+        }
+    });
+    return 0;
+}

@@ -1,0 +1,179 @@
+// Interfaces of a network namespace of the test's own, with a pair of virtual Ethernet devices and real frames.
+
+#include "platform/linux/NetlinkInterfaces.h"
+#include "tests/linux/NetworkNamespace.h"
+#include "tests/network/NetworkFixture.h"
+
+#include <array>
+#include <cstdio>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+namespace meridal::test {
+namespace {
+
+class NetlinkInterfacesTest : public NetworkTest {
+protected:
+    void SetUp() override
+    {
+        if (!network.entered()) {
+            GTEST_SKIP() << "a network of its own takes root";
+        }
+        if (!network.ip("link add near type veth peer name far")) {
+            GTEST_SKIP() << "no ip command, or no veth";
+        }
+        // Quiet: no frames but the test's own.
+        for (const char* name : {"near", "far"}) {
+            ASSERT_TRUE(network.ip(std::string("link set ") + name + " addrgenmode none arp off up"));
+        }
+        auto interfaces = std::make_unique<NetlinkInterfaces>("/", machine.host.limitations);
+        netlink = interfaces.get();
+        machine.host.networkInterfaces = std::move(interfaces);
+    }
+
+    /// Sends frames of so many bytes each.
+    void send(const std::string& name, int frames, std::size_t bytes)
+    {
+        const Descriptor socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)));
+        sockaddr_ll to{};
+        to.sll_family = AF_PACKET;
+        to.sll_ifindex = static_cast<int>(::if_nametoindex(name.c_str()));
+        const std::string frame =
+            std::string(12, '\xFF') + "\x88\xB5" + std::string(bytes - 14, 'x'); // for experiments
+        for (int i = 0; i < frames; ++i) {
+            ASSERT_EQ(
+                ::sendto(socket.get(), frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+                static_cast<ssize_t>(frame.size()));
+        }
+    }
+    const InterfaceRecord* find(const std::string& name)
+    {
+        const NetworkReading* reading = netlink->latest();
+        for (const InterfaceRecord& record : reading->interfaces) {
+            if (record.name == name) {
+                return &record;
+            }
+        }
+        return nullptr;
+    }
+    /// What "ip" says that an interface has sent and received.
+    std::pair<double, double> countersBySomebodyElse(const std::string& name)
+    {
+        std::string text;
+        std::FILE* pipe = ::popen(("ip -j -s link show dev " + name).c_str(), "r");
+        std::array<char, 4096> part{};
+        for (std::size_t size = 0; (size = std::fread(part.data(), 1, part.size(), pipe)) > 0;) {
+            text.append(part.data(), size);
+        }
+        ::pclose(pipe);
+        const auto links = parseUntrusted(text);
+        const Value& counters = links.value()[0]["stats64"];
+        return {counters["tx"]["bytes"].get<double>(), counters["rx"]["bytes"].get<double>()};
+    }
+    double stored(const std::string& column)
+    {
+        double total = 0;
+        for (const Dictionary& row : samples()) {
+            total += row[column].get<double>();
+        }
+        return total;
+    }
+
+    NetworkNamespace network;
+    NetlinkInterfaces* netlink = nullptr;
+};
+
+TEST_F(NetlinkInterfacesTest, ReadsWhatTheyAreAndFollowsTheirAddresses)
+{
+    ASSERT_TRUE(netlink->read());
+    ASSERT_EQ(netlink->latest()->interfaces.size(), 3U) << "loopback and the pair";
+    EXPECT_EQ(find("lo")->kind, InterfaceKind::Loopback);
+    EXPECT_EQ(find("lo")->enabled, false);
+    EXPECT_EQ(find("near")->kind, InterfaceKind::Virtual);
+    EXPECT_EQ(find("near")->link, LinkState::Up);
+    EXPECT_FALSE(find("near")->permanentAddress) << "made up by the kernel";
+    EXPECT_TRUE(find("near")->hardwareAddress);
+    EXPECT_FALSE(netlink->latest()->primary);
+
+    ASSERT_TRUE(network.ip("addr add 192.0.2.7/24 dev near") && network.ip("-6 addr add 2001:db8::7/64 dev near nodad")
+        && network.ip("route add default via 192.0.2.1"));
+    netlink->read();
+    ASSERT_EQ(find("near")->addresses.size(), 2U);
+    EXPECT_EQ(textOf(find("near")->addresses[0]), "192.0.2.7");
+    EXPECT_EQ(find("near")->addresses[1].prefixLength, 64);
+    ASSERT_TRUE(netlink->latest()->primary);
+    EXPECT_EQ(netlink->latest()->primary->interfaceName, "near");
+    EXPECT_EQ(textOf(*netlink->latest()->primary->router), "192.0.2.1");
+
+    ASSERT_TRUE(network.ip("addr flush dev near") && network.ip("link set far down"));
+    netlink->read();
+    EXPECT_TRUE(find("near")->addresses.empty());
+    EXPECT_EQ(find("near")->link, LinkState::Down);
+    EXPECT_FALSE(netlink->latest()->primary);
+    EXPECT_TRUE(machine.host.limitations->all().empty());
+}
+
+TEST_F(NetlinkInterfacesTest, WhatIsStoredAgreesWithTheCounters)
+{
+    startDaemon();
+    tick();
+    for (int period = 0; period < 3; ++period) {
+        send("near", 400, 1400);
+        tick();
+        send("far", 200, 1000);
+        passBoundary();
+    }
+    const auto [sent, received] = countersBySomebodyElse("near");
+    EXPECT_EQ(sent, 3 * 400 * 1400);
+    EXPECT_EQ(totals({{"interface", "near"}})["upload"], sent);
+    EXPECT_EQ(totals({{"interface", "near"}})["download"], received);
+    EXPECT_EQ(totals({{"interface", "far"}})["upload"], received);
+    EXPECT_EQ(samples().size(), 6U);
+}
+
+TEST_F(NetlinkInterfacesTest, ARenamedOrRemovedInterfaceLosesNothing)
+{
+    startDaemon();
+    tick();
+    const auto item = collector().interfaceWithBSD("near");
+    send("near", 300, 1000);
+    ASSERT_TRUE(network.ip("link set near down") && network.ip("link set near name renamed")
+        && network.ip("link set renamed up"));
+    send("renamed", 300, 1000); // before the tick that sees the new name
+    tick();
+    EXPECT_EQ(collector().interfaceWithBSD("renamed"), item);
+    send("renamed", 500, 1000);
+    ASSERT_TRUE(network.ip("link del renamed")); // before a tick sees it
+    tick();
+    EXPECT_FALSE(collector().interfaceWithBSD("renamed"));
+    passBoundary();
+    EXPECT_EQ(stored("upload"), 1'100'000);
+    EXPECT_EQ(stored("download"), 1'100'000) << "the other end's";
+}
+
+TEST_F(NetlinkInterfacesTest, AFloodOfAnnouncementsIsGotOver)
+{
+    netlink->read();
+    ASSERT_TRUE(network.ip("addr add 192.0.2.7/24 dev near"));
+    std::string batch;
+    for (int i = 0; i < 400; ++i) { // far more than the socket holds
+        for (const char* what : {"add", "del"}) {
+            batch += std::string("addr ") + what + " 10.9." + std::to_string(i / 250) + "." + std::to_string(i % 250)
+                + "/32 dev far\\n";
+        }
+    }
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(std::system(("printf '" + batch + "' | ip -batch -").c_str()), 0);
+    }
+    ASSERT_TRUE(network.ip("addr del 192.0.2.7/24 dev near"));
+    netlink->read();
+    netlink->read();
+    EXPECT_TRUE(find("near")->addresses.empty());
+    EXPECT_TRUE(find("far")->addresses.empty());
+}
+
+} // namespace
+} // namespace meridal::test

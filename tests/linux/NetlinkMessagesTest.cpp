@@ -1,0 +1,197 @@
+#include "platform/linux/LinkMessages.h"
+#include "platform/linux/NetlinkSocket.h"
+#include "platform/linux/WirelessMessages.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <libmnl/libmnl.h>
+#include <linux/genetlink.h>
+#include <linux/if_arp.h>
+#include <linux/nl80211.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+
+namespace meridal {
+namespace {
+
+/// A message built as the kernel builds it.
+class Message {
+public:
+    template <typename Header>
+    Message(std::uint16_t type, const Header& header) : message_(mnl_nlmsg_put_header(memory_.data()))
+    {
+        message_->nlmsg_type = type;
+        *static_cast<Header*>(mnl_nlmsg_put_extra_header(message_, sizeof header)) = header;
+    }
+    template <typename Data>
+    Message& put(std::uint16_t type, const Data& data)
+    {
+        mnl_attr_put(message_, type, sizeof data, &data);
+        return *this;
+    }
+    Message& text(std::uint16_t type, const std::string& text)
+    {
+        mnl_attr_put(message_, type, text.size(), text.data());
+        return *this;
+    }
+    nlattr* begin(std::uint16_t type) { return mnl_attr_nest_start(message_, type); }
+    void end(nlattr* nest) { mnl_attr_nest_end(message_, nest); }
+    nlmsghdr& operator*() { return *message_; }
+
+private:
+    alignas(8) std::array<char, 4096> memory_{};
+    nlmsghdr* message_;
+};
+
+Message link(int index, std::uint16_t type = ARPHRD_ETHER, unsigned flags = IFF_UP)
+{
+    ifinfomsg header{};
+    header.ifi_index = index;
+    header.ifi_type = type;
+    header.ifi_flags = flags;
+    return {RTM_NEWLINK, header};
+}
+
+Message generic(std::uint8_t command)
+{
+    genlmsghdr header{};
+    header.cmd = command;
+    return {0x1c, header};
+}
+
+TEST(NetlinkMessages, CountersOfEveryKernelAreRead)
+{
+    rtnl_link_stats64 counters{};
+    counters.rx_bytes = 0x1'0000'0001;
+    counters.tx_bytes = 7;
+    Message whole = link(3);
+    whole.text(IFLA_IFNAME, "eth0").put(IFLA_STATS64, counters);
+    const auto parsed = rtnl::parseLink(*whole);
+    ASSERT_TRUE(parsed && parsed->record.hasCounters);
+    EXPECT_EQ(parsed->record.bytesReceived, 0x1'0000'0001U);
+    EXPECT_EQ(parsed->record.name, "eth0") << "without its NUL";
+    Message older = link(3);
+    older.text(IFLA_IFNAME, "eth0").text(IFLA_STATS64, std::string(reinterpret_cast<const char*>(&counters), 64));
+    EXPECT_EQ(rtnl::parseLink(*older)->record.bytesSent, 7U);
+    Message cut = link(3);
+    cut.text(IFLA_IFNAME, "eth0").text(IFLA_STATS64, std::string(16, '\1'));
+    EXPECT_FALSE(rtnl::parseLink(*cut)->record.hasCounters) << "absent, not zero";
+}
+
+TEST(NetlinkMessages, WhatIsNoInterfaceOfOursIsPassedOver)
+{
+    Message nameless = link(3);
+    EXPECT_FALSE(rtnl::parseLink(*nameless));
+    Message nowhere = link(0);
+    nowhere.text(IFLA_IFNAME, "eth0");
+    EXPECT_FALSE(rtnl::parseLink(*nowhere));
+    ifinfomsg port{};
+    port.ifi_family = AF_BRIDGE;
+    port.ifi_index = 3;
+    Message leavesBridge(RTM_DELLINK, port);
+    leavesBridge.text(IFLA_IFNAME, "eth0");
+    EXPECT_FALSE(rtnl::parseLink(*leavesBridge)) << "the interface itself stays";
+    (*nameless).nlmsg_len = NLMSG_HDRLEN + 4;
+    EXPECT_FALSE(rtnl::parseLink(*nameless)) << "cut in its fixed part";
+}
+
+TEST(NetlinkMessages, TheKindTellsHardwareFromWhatRunsOverIt)
+{
+    const auto kind = [](std::uint16_t type, const std::string& driver, const char* deviceType, bool hasDevice) {
+        Message message = link(3, type);
+        message.text(IFLA_IFNAME, "x");
+        if (!driver.empty()) {
+            nlattr* nest = message.begin(IFLA_LINKINFO);
+            message.text(IFLA_INFO_KIND, driver);
+            message.end(nest);
+        }
+        return rtnl::kindOf(*rtnl::parseLink(*message), deviceType, hasDevice);
+    };
+    EXPECT_EQ(kind(ARPHRD_LOOPBACK, "", "", false), InterfaceKind::Loopback);
+    EXPECT_EQ(kind(ARPHRD_ETHER, "", "", true), InterfaceKind::Ethernet);
+    EXPECT_EQ(kind(ARPHRD_ETHER, "", "", false), InterfaceKind::Virtual);
+    EXPECT_EQ(kind(ARPHRD_ETHER, "", "wlan", true), InterfaceKind::WiFi);
+    EXPECT_EQ(kind(ARPHRD_ETHER, "veth", "", false), InterfaceKind::Virtual);
+    EXPECT_EQ(kind(ARPHRD_ETHER, "tun", "", false), InterfaceKind::Virtual);
+    EXPECT_EQ(kind(ARPHRD_NONE, "tun", "", false), InterfaceKind::Tunnel);
+    EXPECT_EQ(kind(ARPHRD_NONE, "wireguard", "", false), InterfaceKind::Tunnel);
+    EXPECT_EQ(kind(ARPHRD_ETHER, "bridge", "bridge", false), InterfaceKind::Bridge);
+    EXPECT_EQ(kind(ARPHRD_PPP, "", "", false), InterfaceKind::Tunnel);
+}
+
+TEST(NetlinkMessages, AddressesOfALinkBetweenTwoAreTheOwnEnd)
+{
+    ifaddrmsg header{};
+    header.ifa_family = AF_INET;
+    header.ifa_prefixlen = 32;
+    header.ifa_index = 5;
+    Message message(RTM_NEWADDR, header);
+    message.put(IFA_ADDRESS, std::array<std::uint8_t, 4>{10, 0, 0, 2});
+    EXPECT_EQ(rtnl::parseAddress(*message)->address.bytes[3], 2);
+    message.put(IFA_LOCAL, std::array<std::uint8_t, 4>{10, 0, 0, 1});
+    EXPECT_EQ(rtnl::parseAddress(*message)->address.bytes[3], 1);
+    header.ifa_prefixlen = 33;
+    Message impossible(RTM_NEWADDR, header);
+    impossible.put(IFA_LOCAL, std::array<std::uint8_t, 4>{10, 0, 0, 1});
+    EXPECT_FALSE(rtnl::parseAddress(*impossible));
+}
+
+TEST(NetlinkMessages, ARouteThatLeadsNowhereIsNone)
+{
+    rtmsg header{};
+    header.rtm_family = AF_INET;
+    header.rtm_type = RTN_UNICAST;
+    Message message(RTM_NEWROUTE, header);
+    EXPECT_FALSE(rtnl::parseRoute(*message));
+    message.put(RTA_OIF, std::int32_t{4}).put(RTA_GATEWAY, std::array<std::uint8_t, 4>{192, 0, 2, 1});
+    const auto route = rtnl::parseRoute(*message);
+    ASSERT_TRUE(route && route->router);
+    EXPECT_EQ(route->index, 4);
+    header.rtm_type = RTN_BLACKHOLE;
+    Message hole(RTM_NEWROUTE, header);
+    hole.put(RTA_OIF, std::int32_t{4});
+    EXPECT_FALSE(rtnl::parseRoute(*hole));
+}
+
+TEST(NetlinkMessages, TheWirelessFamilyComesWithItsGroups)
+{
+    Message message = generic(CTRL_CMD_NEWFAMILY);
+    message.put(CTRL_ATTR_FAMILY_ID, std::uint16_t{0x1c});
+    nlattr* groups = message.begin(CTRL_ATTR_MCAST_GROUPS);
+    for (std::uint16_t number = 1; number <= 2; ++number) {
+        nlattr* group = message.begin(number);
+        message.text(CTRL_ATTR_MCAST_GRP_NAME, number == 1 ? std::string("scan\0", 5) : std::string("mlme\0", 5));
+        message.put(CTRL_ATTR_MCAST_GRP_ID, std::uint32_t{number} + 4);
+        message.end(group);
+    }
+    message.end(groups);
+    const auto family = nl80211::parseFamily(*message);
+    ASSERT_TRUE(family);
+    EXPECT_EQ(family->identifier, 0x1c);
+    EXPECT_EQ(family->groups.at("mlme"), 6U);
+    Message other = generic(CTRL_CMD_DELFAMILY);
+    other.put(CTRL_ATTR_FAMILY_ID, std::uint16_t{0x1c});
+    EXPECT_FALSE(nl80211::parseFamily(*other));
+}
+
+TEST(NetlinkMessages, OnlyAClientIsOnANetwork)
+{
+    Message client = generic(NL80211_CMD_NEW_INTERFACE);
+    client.put(NL80211_ATTR_IFTYPE, std::uint32_t{NL80211_IFTYPE_STATION}).text(NL80211_ATTR_SSID, "Caf\xE9");
+    EXPECT_EQ(nl80211::parseInterface(*client), "Caf\xE9");
+    Message accessPoint = generic(NL80211_CMD_NEW_INTERFACE);
+    accessPoint.put(NL80211_ATTR_IFTYPE, std::uint32_t{NL80211_IFTYPE_AP}).text(NL80211_ATTR_SSID, "ours");
+    EXPECT_EQ(nl80211::parseInterface(*accessPoint), "");
+    Message station = generic(NL80211_CMD_NEW_STATION);
+    station.put(NL80211_ATTR_MAC, std::array<std::uint8_t, 6>{0xaa, 0xbb, 0, 1, 2, 3});
+    EXPECT_EQ(nl80211::parseStation(*station), "aa:bb:00:01:02:03");
+    Message cut = generic(NL80211_CMD_NEW_STATION);
+    cut.put(NL80211_ATTR_MAC, std::array<std::uint8_t, 5>{});
+    EXPECT_FALSE(nl80211::parseStation(*cut));
+    EXPECT_FALSE(nl80211::parseInterface(*station));
+}
+
+} // namespace
+} // namespace meridal

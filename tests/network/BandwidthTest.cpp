@@ -1,0 +1,407 @@
+// The account of bandwidth, one fault after another: nothing carried is counted twice, negative or under another name, and
+// nothing recorded is lost.
+
+#include "tests/database/FaultyVfs.h"
+#include "tests/network/NetworkFixture.h"
+
+#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
+
+#include <cmath>
+
+namespace meridal::test {
+namespace {
+
+constexpr std::uint64_t megabyte = 1'000'000;
+
+class BandwidthTest : public NetworkTest {
+protected:
+    void plugIn(const std::string& name, std::uint8_t lastOctet = 0)
+    {
+        machine.network().interface(name);
+        if (lastOctet != 0) {
+            machine.network().interface(name).permanentAddress = HardwareAddress{2, 0, 0, 0, 0, lastOctet};
+        }
+    }
+    /// Away, and back as new hardware is: with another number and counters from zero.
+    void replug(const std::string& name, const std::string& newName, std::uint8_t lastOctet)
+    {
+        machine.network().remove(name);
+        tick();
+        plugIn(newName, lastOctet);
+        tick();
+    }
+    double sum(const std::string& column)
+    {
+        double total = 0;
+        for (const Dictionary& row : samples()) {
+            EXPECT_GE(row[column].get<double>(), 0);
+            EXPECT_GE(row["end"].get<double>(), row["start"].get<double>());
+            total += row[column].get<double>();
+        }
+        return total;
+    }
+};
+
+TEST_F(BandwidthTest, PeriodsOfTenMinutesLieOnTheGrid)
+{
+    plugIn("en0");
+    machine.network().transfer("en0", 5 * megabyte, 7 * megabyte); // before anybody looked
+    startDaemon();
+    tick();
+    const double first = now();
+    EXPECT_EQ(std::fmod(collector().nextBandwidthUpdateTime(), 600), 0);
+    machine.network().transfer("en0", megabyte, 2 * megabyte);
+    passBoundary();
+    machine.network().transfer("en0", 3 * megabyte, 0);
+    passBoundary();
+    const auto stored = samples();
+    ASSERT_EQ(stored.size(), 2U);
+    EXPECT_EQ(stored[0],
+        (Dictionary{{"start", first}, {"end", 1'700'000'400.0}, {"upload", 1e6}, {"download", 2e6}, {"network", -1},
+            {"interface", "en0"}}));
+    EXPECT_EQ(stored[1]["start"], 1'700'000'400.0);
+    EXPECT_EQ(stored[1]["end"], 1'700'001'000.0);
+    EXPECT_EQ(stored[1]["upload"], 3e6);
+}
+
+TEST_F(BandwidthTest, APeriodWithNextToNoTrafficIsDropped)
+{
+    plugIn("en0");
+    startDaemon();
+    tick();
+    machine.network().transfer("en0", 50 * 1024, 80 * 1024);
+    passBoundary();
+    machine.network().transfer("en0", 102'400, 102'400); // no more than the limit
+    passBoundary();
+    EXPECT_TRUE(samples().empty());
+    machine.network().transfer("en0", 0, 102'401);
+    passBoundary();
+    ASSERT_EQ(samples().size(), 1U);
+    EXPECT_EQ(samples()[0]["download"], 102'401) << "what was dropped is not carried over";
+}
+
+TEST_F(BandwidthTest, ACounterThatStartsOverKeepsWhatItHadCounted)
+{
+    plugIn("en0");
+    startDaemon();
+    tick();
+    machine.network().transfer("en0", 5'000 * megabyte, megabyte);
+    tick();
+    machine.network().interface("en0").bytesSent = megabyte;
+    tick();
+    machine.network().transfer("en0", megabyte, megabyte);
+    tick();
+    EXPECT_EQ(collector().bandwidthItems().at("en0").uploadRunningTotal, 5e9);
+    passBoundary();
+    EXPECT_EQ(sum("upload"), 5e9 + 1e6);
+    EXPECT_EQ(sum("download"), 2e6);
+}
+
+TEST_F(BandwidthTest, AnotherWiFiNetworkGetsRowsOfItsOwn)
+{
+    plugIn("wlan0");
+    machine.network().interface("wlan0").kind = InterfaceKind::WiFi;
+    machine.wireless().joined["wlan0"] = {.bssid = "aa:aa:aa:aa:aa:aa", .ssid = "Home"};
+    startDaemon();
+    tick();
+    machine.network().transfer("wlan0", megabyte, 0);
+    tick();
+    machine.wireless().joined["wlan0"] = {}; // between two networks: still the old one's
+    machine.network().transfer("wlan0", megabyte, 0);
+    tick();
+    machine.wireless().joined["wlan0"] = {.bssid = "bb:bb:bb:bb:bb:bb", .ssid = "Caf\xE9"};
+    tick();
+    const double change = now();
+    machine.network().transfer("wlan0", 4 * megabyte, 0);
+    passBoundary();
+    machine.wireless().joined["wlan0"] = {.bssid = "aa:aa:aa:aa:aa:aa", .ssid = "Home, renamed"};
+    tick();
+    machine.network().transfer("wlan0", 8 * megabyte, 0);
+    passBoundary();
+    const auto stored = samples();
+    ASSERT_EQ(stored.size(), 3U);
+    EXPECT_EQ(stored[0]["upload"], 2e6);
+    EXPECT_EQ(stored[0]["end"], change);
+    EXPECT_EQ(stored[1]["upload"], 4e6);
+    EXPECT_EQ(stored[1]["start"], change);
+    EXPECT_EQ(stored[2]["network"], stored[0]["network"]);
+    EXPECT_NE(stored[1]["network"], stored[0]["network"]);
+    EXPECT_EQ(rows("SELECT name FROM bandwidth_wifi_map ORDER BY identifier"),
+        (std::vector<Dictionary>{{{"name", "Home"}}, {{"name", "Caf\xEF\xBF\xBD"}}}));
+}
+
+TEST_F(BandwidthTest, AnInterfaceIsKnownByItsHardwareWhateverItsName)
+{
+    plugIn("eth0", 1);
+    plugIn("eth1", 2);
+    startDaemon();
+    tick();
+    machine.network().transfer("eth0", megabyte, 0);
+    machine.network().transfer("eth1", 2 * megabyte, 0);
+    tick();
+    machine.network().interface("eth0").name = "swap";
+    machine.network().interface("eth1").name = "eth0";
+    machine.network().interface("swap").name = "eth1";
+    machine.network().transfer("eth1", megabyte, 0); // in the midst of it
+    tick();
+    passBoundary();
+    replug("eth0", "eth7", 2);
+    machine.network().transfer("eth7", 8 * megabyte, 0);
+    tick();
+    startDaemon(); // what was counted since the boundary goes with a crash
+    tick();
+    machine.network().transfer("eth7", 16 * megabyte, 0);
+    passBoundary();
+    const auto byHardware =
+        rows("SELECT address, total(upload) AS upload FROM bandwidth_samples JOIN "
+             "bandwidth_interface_addresses ON identifier = interface GROUP BY address ORDER BY address");
+    ASSERT_EQ(byHardware.size(), 2U);
+    EXPECT_EQ(byHardware[0]["upload"], 2e6);
+    EXPECT_EQ(byHardware[1]["upload"], 2e6 + 16e6);
+    EXPECT_EQ(rows("SELECT interface FROM bandwidth_interface_map ORDER BY identifier"),
+        (std::vector<Dictionary>{{{"interface", "eth1"}}, {{"interface", "eth7"}}}));
+}
+
+TEST_F(BandwidthTest, OtherHardwareUnderTheSameNameIsAnother)
+{
+    plugIn("usb0", 1);
+    startDaemon();
+    tick();
+    machine.network().transfer("usb0", megabyte, 0);
+    tick();
+    replug("usb0", "usb0", 2);
+    machine.network().transfer("usb0", 2 * megabyte, 0);
+    passBoundary();
+    const auto stored = rows("SELECT interface, upload FROM bandwidth_samples ORDER BY sample");
+    ASSERT_EQ(stored.size(), 2U);
+    EXPECT_EQ(stored[0]["upload"], 1e6);
+    EXPECT_EQ(stored[1]["upload"], 2e6);
+    EXPECT_NE(stored[0]["interface"], stored[1]["interface"]);
+}
+
+TEST_F(BandwidthTest, AnAddressThatTwoInterfacesShareTellsNoneApart)
+{
+    plugIn("eth0", 1);
+    plugIn("eth1", 1);
+    startDaemon();
+    tick();
+    machine.network().transfer("eth0", megabyte, 0);
+    machine.network().transfer("eth1", 2 * megabyte, 0);
+    passBoundary();
+    EXPECT_EQ(rows("SELECT identifier FROM bandwidth_interface_map").size(), 2U);
+    EXPECT_EQ(rows("SELECT DISTINCT interface FROM bandwidth_samples").size(), 2U);
+}
+
+TEST_F(BandwidthTest, AnInterfaceThatGoesLeavesWhatItCarriedToTheEnd)
+{
+    plugIn("en5");
+    plugIn("en0");
+    startDaemon();
+    tick();
+    machine.network().transfer("en5", megabyte, 0);
+    tick();
+    machine.network().transfer("en5", 2 * megabyte, 0);
+    machine.network().now.gone = {machine.network().interface("en5")};
+    machine.network().remove("en5");
+    tick();
+    machine.network().now.gone.clear();
+    passBoundary();
+    EXPECT_EQ(sum("upload"), 3e6);
+    EXPECT_EQ(collector().bandwidthItems().count("en5"), 0U) << "nothing is kept of what went and is stored";
+}
+
+TEST_F(BandwidthTest, SleepAndTheEndStoreWhatThereIs)
+{
+    plugIn("en0");
+    startDaemon();
+    tick();
+    machine.network().transfer("en0", megabyte, 0);
+    tick();
+    const double asleep = now();
+    bool written = false;
+    daemon->ports.saveBandwidth([&written] { written = true; });
+    EXPECT_FALSE(written) << "the main queue does not wait";
+    runtime().runDue();
+    EXPECT_TRUE(written);
+    runtime().sleepMachine(8 * 3600 + 17);
+    machine.network().transfer("en0", 0, 200'000); // woken by the network
+    tick();
+    machine.network().transfer("en0", 2 * megabyte, 0);
+    passBoundary();
+    machine.network().transfer("en0", 4 * megabyte, 0);
+    tick();
+    daemon->ports.saveBandwidth({});
+    const auto stored = samples();
+    ASSERT_EQ(stored.size(), 4U);
+    EXPECT_EQ(stored[0]["end"], asleep);
+    EXPECT_LE(stored[1]["end"].get<double>(), asleep + 600)
+        << "closed with the period in which the machine fell asleep";
+    EXPECT_GE(stored[2]["start"].get<double>(), asleep + 8 * 3600 - 600) << "no row spans the sleep";
+    EXPECT_EQ(stored[3]["upload"], 4e6);
+    EXPECT_EQ(stored[3]["end"], now());
+    EXPECT_EQ(sum("upload"), 7e6);
+}
+
+TEST_F(BandwidthTest, AClockThatIsSetNeitherLosesNorInvents)
+{
+    plugIn("en0");
+    startDaemon();
+    tick();
+    for (const double step : {-90'000.0, 400'000.0, -3.0, 1e8, -2e8}) {
+        machine.network().transfer("en0", megabyte, megabyte);
+        tick();
+        runtime().stepWallClock(step);
+        machine.network().transfer("en0", megabyte, megabyte);
+        tick();
+        EXPECT_LE(collector().nextBandwidthUpdateTime() - now(), 600) << step;
+        EXPECT_EQ(std::fmod(collector().nextBandwidthUpdateTime(), 600), 0);
+    }
+    passBoundary();
+    EXPECT_EQ(sum("upload"), 10e6);
+    for (const Dictionary& row : samples()) {
+        EXPECT_LE(row["end"].get<double>() - row["start"].get<double>(), 601) << row;
+    }
+}
+
+TEST_F(BandwidthTest, AFullDiskAtTheBoundaryLosesNothing)
+{
+    FaultyVfs disk("full at the boundary");
+    plugIn("en0", 1);
+    startDaemon({.vfs = "full at the boundary"});
+    tick();
+    disk.failEvery(1, SQLITE_FULL);
+    plugIn("en1", 2); // its number is given out meanwhile
+    for (int period = 0; period < 3; ++period) {
+        machine.network().transfer("en0", megabyte, 0);
+        tick();
+        machine.network().transfer("en1", megabyte, 0);
+        passBoundary();
+    }
+    disk.failEvery(0);
+    tick(40);
+    EXPECT_EQ(samples().size(), 6U);
+    EXPECT_EQ(sum("upload"), 6e6);
+    EXPECT_EQ(rows("SELECT interface FROM bandwidth_interface_map").size(), 2U);
+}
+
+TEST_F(BandwidthTest, AFileThatCannotBeReadAtTheStartIsWaitedFor)
+{
+    prepareFile(
+        {"create table bandwidth_interface_map (identifier INTEGER PRIMARY KEY AUTOINCREMENT, interface text NOT "
+         "NULL)",
+            "insert into bandwidth_interface_map (identifier, interface) values (7, 'other')"});
+    const auto path = machine.context.paths.bandwidthDatabase();
+    const auto aside = path.string() + ".aside";
+    std::filesystem::rename(path, aside);
+    std::filesystem::create_directory(path); // nothing can be opened there
+    plugIn("en0");
+    startDaemon();
+    tick();
+    machine.network().transfer("en0", megabyte, 0);
+    passBoundary();
+    std::filesystem::remove(path);
+    std::filesystem::rename(aside, path);
+    tick(31);
+    tick(31);
+    tick(31);
+    EXPECT_EQ(sum("upload"), 1e6);
+    EXPECT_EQ(rows("SELECT interface FROM bandwidth_samples"), (std::vector<Dictionary>{{{"interface", 8}}}));
+}
+
+TEST_F(BandwidthTest, RowsFindTheirInterfaceInAFreshFile)
+{
+    plugIn("en0", 1);
+    startDaemon();
+    tick();
+    daemon->databases.deleteDatabase(machine.context.paths.bandwidthDatabase());
+    machine.network().transfer("en0", megabyte, 0);
+    passBoundary();
+    ASSERT_EQ(samples().size(), 1U);
+    EXPECT_EQ(samples()[0]["interface"], "en0");
+}
+
+/// Every layout that a file may have been left with: each of the two columns missing or not, or no file at all.
+TEST_F(BandwidthTest, EveryOlderLayoutIsBroughtUpToDateWithItsRows)
+{
+    const std::string wifi =
+        "create table bandwidth_wifi_map (identifier INTEGER PRIMARY KEY AUTOINCREMENT, bssid text "
+        "NOT NULL";
+    const std::string samplesTable = "create table bandwidth_samples (sample INTEGER PRIMARY KEY AUTOINCREMENT, start "
+                                     "double NOT NULL, end double NOT NULL, interface INTEGER NOT NULL, ";
+    for (const bool hasName : {false, true}) {
+        for (const bool hasNetwork : {false, true}) {
+            daemon.reset();
+            std::filesystem::remove_all(machine.context.paths.support);
+            prepareFile({wifi + (hasName ? ", name text)" : ")"),
+                "create table bandwidth_interface_map (identifier INTEGER PRIMARY KEY AUTOINCREMENT, interface text "
+                "NOT "
+                "NULL)",
+                samplesTable + (hasNetwork ? "network INTEGER NOT NULL DEFAULT -1, " : "")
+                    + "upload double NOT NULL DEFAULT 0, download double NOT NULL DEFAULT 0)",
+                "insert into bandwidth_wifi_map (bssid) values ('aa:aa:aa:aa:aa:aa')",
+                "insert into bandwidth_interface_map (interface) values ('en0')",
+                "insert into bandwidth_samples (start, end, interface, upload) values (1e9, 1000000600.0, 1, 5e6)"});
+            machine.network().now = {};
+            plugIn("en0", 1);
+            startDaemon();
+            EXPECT_FALSE(collector().prepareBandwidthDatabase()) << "nothing was missing";
+            tick();
+            machine.network().transfer("en0", megabyte, 0);
+            passBoundary();
+            EXPECT_EQ(sum("upload"), 6e6) << hasName << hasNetwork;
+            EXPECT_EQ(rows("SELECT * FROM bandwidth_samples WHERE interface = 1 AND network = -1").size(), 2U);
+            EXPECT_EQ(
+                rows("SELECT name FROM sqlite_master WHERE type = 'table' AND name LIKE 'bandwidth%-%'").size(), 0U)
+                << "no table was put aside";
+            EXPECT_EQ(collector().identifierForBSSID("aa:aa:aa:aa:aa:aa", "Home"), 1);
+        }
+    }
+}
+
+/// Whatever interfaces do, what is stored is what they carried while they were looked at.
+RC_GTEST_FIXTURE_PROP(BandwidthTest, TheSumsAgreeWithTheCounters, ())
+{
+    startDaemon();
+    plugIn("en0", 1);
+    tick();
+    double carried = 0;
+    const auto steps = *rc::gen::container<std::vector<int>>(rc::gen::inRange(0, 6));
+    std::string name = "en0";
+    for (const int step : steps) {
+        const auto amount = static_cast<std::uint64_t>(*rc::gen::inRange(200'000, 900'000));
+        machine.network().transfer(name, amount, amount);
+        carried += static_cast<double>(amount);
+        tick(*rc::gen::inRange(1, 400));
+        switch (step) {
+        case 0:
+            machine.network().interface(name).bytesSent = 0;
+            machine.network().interface(name).bytesReceived = 0;
+            tick();
+            break;
+        case 1: {
+            const std::string renamed = name == "en0" ? "en1" : "en0";
+            machine.network().interface(name).name = renamed;
+            name = renamed;
+            break;
+        }
+        case 2:
+            runtime().stepWallClock(*rc::gen::inRange(-5000, 5000));
+            break;
+        case 3:
+            replug(name, name, 1);
+            break;
+        case 4:
+            daemon->ports.saveBandwidth([] {});
+            break;
+        default:
+            break;
+        }
+    }
+    daemon->ports.saveBandwidth({});
+    RC_ASSERT(sum("upload") == carried);
+    RC_ASSERT(sum("download") == carried);
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,213 @@
+#include "platform/NetworkNames.h"
+#include "tests/network/NetworkFixture.h"
+
+#include <cstdlib>
+#include <ctime>
+
+namespace meridal::test {
+namespace {
+
+class NetworkStatCollectorTest : public NetworkTest {
+protected:
+    NetworkStatCollectorTest()
+    {
+        observation = machine.notifications.observe(
+            NetworkStatCollector::setupChanged, nullptr, [this](const void*, const Dictionary&) { ++changes; });
+    }
+    int changesSince() { return std::exchange(changes, 0); }
+
+    int changes = 0;
+    std::unique_ptr<NotificationCenter::Observation> observation;
+};
+
+TEST_F(NetworkStatCollectorTest, FollowsInterfacesThatComeGoAndChangeTheirName)
+{
+    machine.network().interface("eth0");
+    startDaemon();
+    tick();
+    EXPECT_EQ(changesSince(), 1);
+    const auto item = collector().interfaceWithBSD("eth0");
+    EXPECT_FALSE(item->uploadRate()) << "one reading makes no rate";
+    machine.network().transfer("eth0", 2000, 6000);
+    tick();
+    EXPECT_EQ(item->uploadRate(), 1000);
+    EXPECT_EQ(item->downloadRate(), 3000);
+    EXPECT_EQ(changesSince(), 0);
+
+    machine.network().interface("eth0").name = "uplink";
+    machine.network().interface("usb0");
+    machine.network().transfer("uplink", 2000, 0);
+    tick();
+    EXPECT_EQ(collector().interfaceWithBSD("uplink"), item);
+    EXPECT_EQ(item->uploadRate(), 1000) << "the name is not what is counted";
+    EXPECT_EQ(changesSince(), 1);
+
+    machine.network().interface("uplink").bytesSent = 5; // the driver was loaded anew
+    machine.network().remove("usb0");
+    tick();
+    EXPECT_FALSE(item->uploadRate());
+    EXPECT_EQ(collector().items().size(), 1U);
+    machine.network().unreadable = true;
+    tick();
+    EXPECT_EQ(collector().items().size(), 1U) << "a table that cannot be read changes nothing";
+}
+
+TEST_F(NetworkStatCollectorTest, ThePrimaryInterfaceAndItsNetworkAreKnown)
+{
+    InterfaceRecord& wlan = machine.network().interface("wlan0");
+    wlan.kind = InterfaceKind::WiFi;
+    InterfaceAddress router;
+    router.bytes = {192, 0, 2, 1};
+    machine.network().now.primary = {.interfaceIndex = wlan.index, .interfaceName = "wlan0", .router = router};
+    startDaemon();
+    tick();
+    EXPECT_EQ(collector().wifiMap().at("wlan0"), WirelessIdentity{}) << "the hardware answers nothing";
+    machine.wireless().joined["wlan0"] = {.bssid = "aa:aa:aa:aa:aa:aa", .ssid = "Home"};
+    tick();
+    EXPECT_EQ(collector().primarySettings(),
+        (Dictionary{{"interface", "wlan0"}, {"router", "192.0.2.1"}, {"wifi-bssid", "aa:aa:aa:aa:aa:aa"}}));
+    machine.wireless().joined["wlan0"] = {.ssid = "Home"};
+    tick();
+    EXPECT_EQ(collector().wifiMap().at("wlan0").bssid, "aa:aa:aa:aa:aa:aa");
+    EXPECT_EQ(collector().primaryNetworkChanges(), 0U);
+    machine.wireless().joined["wlan0"] = {.bssid = "bb:bb:bb:bb:bb:bb", .ssid = "Work"};
+    tick();
+    EXPECT_EQ(collector().primaryNetworkChanges(), 1U);
+    changes = 0;
+    machine.network().now.primary.reset();
+    tick();
+    EXPECT_EQ(changesSince(), 1);
+    EXPECT_TRUE(collector().primarySettings().empty());
+}
+
+TEST_F(NetworkStatCollectorTest, TheWiFiCollectorNeverScans)
+{
+    machine.wireless().joined["en1"] = {.bssid = "aa:aa:aa:aa:aa:aa", .ssid = "Home"};
+    CoreWLanStatCollector wireless(machine.context);
+    EXPECT_EQ(wireless.interfaceWithBSD("en1"), machine.wireless().joined["en1"]);
+    EXPECT_FALSE(wireless.interfaceWithBSD("en0"));
+    wireless.startScanning();
+    wireless.scan();
+    EXPECT_TRUE(wireless.enabled() && wireless.items().empty() && !wireless.scanningActive());
+    wireless.stopScanning();
+    EXPECT_FALSE(wireless.enabled());
+}
+
+TEST_F(NetworkStatCollectorTest, AddressesAreWrittenAsPeopleWriteThem)
+{
+    const auto v6 = [](std::array<std::uint8_t, 16> bytes) {
+        return textOf(InterfaceAddress{.family = InterfaceAddress::Family::IPv6, .bytes = bytes});
+    };
+    EXPECT_EQ(v6({}), "::");
+    EXPECT_EQ(v6({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}), "::1");
+    EXPECT_EQ(v6({0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x1f}), "2001:db8:0:1::1f");
+    EXPECT_EQ(v6({0xfe, 0x80, 0, 1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6, 0, 0}), "fe80:1:2:3:4:5:6:0");
+    EXPECT_EQ(v6({0x20, 0x01, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0}), "2001:0:0:1::");
+}
+
+TEST_F(NetworkStatCollectorTest, InterfacesComeInBoundedPages)
+{
+    startDaemon();
+    for (int i = 0; i < 7; ++i) {
+        machine.network().interface("veth" + std::to_string(i)).kind = InterfaceKind::Virtual;
+    }
+    machine.network().interface("\xFFname").displayName = "\xC0";
+    tick();
+    std::vector<std::string> names;
+    Value parameters = {{"limit", 3}};
+    for (bool more = true; more;) {
+        const auto page = daemon->keeper.interfaces(parameters);
+        ASSERT_TRUE(page);
+        for (const Value& interface : (*page)["interfaces"]) {
+            names.push_back(interface["interface"]);
+            parameters["after"] = interface["index"];
+        }
+        more = (*page)["more"];
+    }
+    EXPECT_EQ(names.size(), 8U);
+    EXPECT_EQ(names.back(), "\xEF\xBF\xBDname");
+    EXPECT_FALSE(daemon->keeper.interfaces({{"limit", 501}}));
+    EXPECT_FALSE(daemon->keeper.interfaces(Value::array({1, 2})));
+}
+
+TEST_F(NetworkStatCollectorTest, ActionsReachTheHostOnlyWithNamesThatAreNames)
+{
+    startDaemon();
+    for (const char* name :
+        {"", "-r", "../etc", "eth0;reboot", "eth 0", "..", "eth0\n", "a2345678901234567", "\xC3\xA9th"}) {
+        EXPECT_FALSE(daemon->ports.refreshDHCP(name)) << name;
+    }
+    for (const char* name : {"", "-x", "../../x", "a/b", "a\\b", "tab\t", "\xFF", ".hidden"}) {
+        EXPECT_FALSE(daemon->ports.setNetworkSet(name)) << name;
+    }
+    EXPECT_FALSE(isNetworkSetIdentifier(std::string(129, 'x')));
+    EXPECT_FALSE(isInterfaceName(std::string_view("eth0\0x", 6)));
+    EXPECT_TRUE(daemon->ports.refreshDHCP("enp0s31f6.100"));
+    EXPECT_TRUE(daemon->ports.setNetworkSet("Caf\xC3\xA9 (upstairs)"));
+    EXPECT_TRUE(daemon->ports.toggleAirPortPower());
+    EXPECT_EQ(machine.networkConfiguration().refreshed, std::vector<std::string>{"enp0s31f6.100"});
+    EXPECT_EQ(machine.networkConfiguration().sets, std::vector<std::string>{"Caf\xC3\xA9 (upstairs)"});
+    EXPECT_FALSE(machine.wireless().powered);
+}
+
+/// Eight days of a laptop on two networks beside a container's interfaces, as clients see them.
+TEST_F(NetworkStatCollectorTest, TotalsAddUpByTimeAndThingInPages)
+{
+    ::setenv("TZ", "UTC-2", 1); // two hours east
+    ::tzset();
+    machine.network().interface("wlan0").kind = InterfaceKind::WiFi;
+    machine.network().interface("wlan0").permanentAddress = HardwareAddress{2, 0, 0, 0, 0, 1};
+    machine.network().interface("lo");
+    startDaemon();
+    tick();
+    for (int day = 0; day < 8; ++day) {
+        machine.wireless().joined["wlan0"] = day % 2 == 0
+            ? WirelessIdentity{.bssid = "aa:aa:aa:aa:aa:aa", .ssid = "Home"}
+            : WirelessIdentity{.bssid = "bb:bb:bb:bb:bb:bb", .ssid = "Work"};
+        tick();
+        machine.network().transfer("wlan0", 1'000'000, 3'000'000);
+        machine.network().transfer("lo", 9'000'000, 9'000'000);
+        tick(86'398);
+    }
+    machine.network().transfer("wlan0", 500'000, 0); // not stored yet
+    tick();
+
+    const Value byNetwork = totals({{"by", "network"}});
+    ASSERT_EQ(byNetwork["totals"].size(), 2U);
+    EXPECT_EQ(byNetwork["totals"][0]["name"], "Home");
+    EXPECT_EQ(byNetwork["totals"][0]["download"], 12e6);
+    EXPECT_EQ(byNetwork["totals"][1]["upload"], 4.5e6);
+    EXPECT_EQ(byNetwork["upload"], 8.5e6);
+    const Value byInterface = totals({{"by", "interface"}});
+    ASSERT_EQ(byInterface["totals"].size(), 2U) << "each is told apart, so loopback too";
+    EXPECT_EQ(totals({{"interface", "lo"}})["upload"], 72e6);
+    EXPECT_EQ(totals({{"interfaces", "all"}})["upload"], 80.5e6);
+
+    Value parameters = {{"by", "day"}, {"limit", 3}};
+    std::vector<std::string> days;
+    for (bool more = true; more;) {
+        const Value page = totals(parameters);
+        EXPECT_EQ(page["upload"], 8.5e6) << "of all pages";
+        for (const Value& total : page["totals"]) {
+            days.push_back(total["key"]);
+            parameters["after"] = total["key"];
+        }
+        more = page["more"];
+    }
+    EXPECT_EQ(days.front(), "2023-11-15") << "it was 22:13 in Greenwich";
+    EXPECT_TRUE(std::is_sorted(days.begin(), days.end()));
+    EXPECT_GE(days.size(), 8U);
+    EXPECT_EQ(totals({{"by", "hour"}})["totals"][0]["key"], "2023-11-15 00:00");
+    EXPECT_EQ(totals({{"by", "month"}})["totals"][0]["key"], "2023-11");
+    EXPECT_EQ(totals({{"from", now()}})["totals"].size(), 0U);
+    for (const Value& wrong : {Value{{"by", "week"}}, Value{{"limit", 0}}, Value{{"from", "now"}}, Value{{"after", 1}},
+             Value{{"by", "network"}, {"after", "x"}}, Value{{"interface", 1}}, Value{{"interfaces", "none"}},
+             Value(7)}) {
+        EXPECT_TRUE(totals(wrong).is_null()) << wrong;
+    }
+    ::unsetenv("TZ");
+    ::tzset();
+}
+
+} // namespace
+} // namespace meridal::test

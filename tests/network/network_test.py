@@ -1,0 +1,250 @@
+#!/usr/bin/env python3
+"""The network actions of a running daemon, with services on a bus of its own that write down what they are told; and its
+account of bandwidth over real traffic in a network of its own.
+
+    network_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
+
+Nothing here sleeps: every wait is for an event with a generous deadline.
+"""
+import json
+import os
+import socket
+import sqlite3
+import subprocess
+import sys
+import time
+import unittest
+
+SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages for D-Bus
+try:
+    import dbus
+    import dbusmock  # noqa: F401
+except ImportError:
+    if os.path.realpath(sys.executable) != os.path.realpath(SYSTEM_PYTHON) and os.path.exists(SYSTEM_PYTHON):
+        os.execv(SYSTEM_PYTHON, [SYSTEM_PYTHON, *sys.argv])
+    print("no python3-dbusmock: nothing tested")
+    sys.exit(0)
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
+import daemon_test  # noqa: E402  the daemon and its clients
+
+MOCK = "org.freedesktop.DBus.Mock"
+MANAGER = "org.freedesktop.NetworkManager"
+MANAGER_PATH = "/org/freedesktop/NetworkManager"
+SYSTEMD = "org.freedesktop.systemd1"
+SYSTEMD_PATH = "/org/freedesktop/systemd1"
+
+
+def until(condition, what):
+    """Asks until the condition holds, and answers what it gave."""
+    deadline = time.monotonic() + daemon_test.DEADLINE
+    while not (found := condition()):
+        if time.monotonic() > deadline:
+            raise AssertionError("never came: " + what)
+    return found
+
+
+class NetworkTest(unittest.TestCase):
+    start = daemon_test.DaemonTest.start
+
+    def setUp(self):
+        daemon_test.DaemonTest.setUp(self)
+        self.address = "unix:path=" + os.path.join(self.root, "bus")
+        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = self.address
+        bus = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", "--print-address",
+                                "--address=" + self.address], stdout=subprocess.PIPE)
+        self.children.append(bus)
+        bus.stdout.readline()  # printed once it listens
+        bus.stdout.close()
+        self.bus = dbus.bus.BusConnection(self.address)
+
+    def tearDown(self):
+        self.bus.close()
+        daemon_test.DaemonTest.tearDown(self)
+        del os.environ["DBUS_SYSTEM_BUS_ADDRESS"]
+
+    def mock(self, name, path, *arguments):
+        """A service that does nothing by itself; its mock interface."""
+        service = subprocess.Popen([sys.executable, "-m", "dbusmock", *arguments], stdout=subprocess.DEVNULL)
+        self.children.append(service)
+        until(lambda: self.bus.name_has_owner(name), name)
+        return self.interface(name, path, MOCK)
+
+    def interface(self, name, path, interface):
+        return dbus.Interface(self.bus.get_object(name, path), interface)
+
+    def calls(self, mock, method):
+        return [[str(word) for word in arguments] for _, arguments in mock.GetMethodCalls(method)]
+
+    def test_network_manager_renews_leases_and_switches_profiles(self):
+        mock = self.mock(MANAGER, MANAGER_PATH, "--template", "networkmanager")
+        device = mock.AddEthernetDevice("mock0", "lo", 100)
+        settings = self.interface(MANAGER, MANAGER_PATH + "/Settings", MANAGER + ".Settings")
+        first, second = [settings.AddConnection({"connection": {"id": name, "type": "802-3-ethernet", "autoconnect": False},
+                                                 "802-3-ethernet": {"name": name}}) for name in ("Café (upstairs)", "work")]
+        client = self.start().wait_ready().client()
+        with self.assertRaises(RuntimeError):  # not active, so it holds no lease
+            client.call("refreshDHCP:", "lo")
+        mock.AddActiveConnection([device], first, "/", "0", dbus.UInt32(2))
+        client.call("refreshDHCP:", "lo")
+        client.call("setNetworkSet:", "work")
+        uuid = self.interface(MANAGER, first, MANAGER + ".Settings.Connection").GetSettings()["connection"]["uuid"]
+        client.call("setNetworkSet:", str(uuid))
+        client.call("setNetworkSet:", "Café (upstairs)")
+        self.assertEqual(self.calls(mock, "ActivateConnection"),
+                         [[first, device, "/"], [second, "/", "/"], [first, "/", "/"], [first, "/", "/"]])
+        for method, argument in (("setNetworkSet:", "home"), ("setNetworkSet:", "../x"), ("refreshDHCP:", "nosuch0"),
+                                 ("refreshDHCP:", ""), ("refreshDHCP:", "lo;id")):
+            with self.assertRaises(RuntimeError):
+                client.call(method, argument)
+        self.assertEqual(len(self.calls(mock, "ActivateConnection")), 4)
+        client.close()
+
+    def test_networkd_renews_the_lease_of_its_own_links(self):
+        path = "/org/freedesktop/network1"
+        mock = self.mock("org.freedesktop.network1", path, "--system", "org.freedesktop.network1", path,
+                         "org.freedesktop.network1.Manager")
+        mock.AddMethod("org.freedesktop.network1.Manager", "RenewLink", "i", "", "")
+        client = self.start().wait_ready().client()
+        client.call("refreshDHCP:", "lo")
+        self.assertEqual(self.calls(mock, "RenewLink"), [[str(socket.if_nametoindex("lo"))]])
+        mock.AddMethod("org.freedesktop.network1.Manager", "RenewLink", "i", "",
+                       "raise dbus.exceptions.DBusException('unmanaged', name='org.freedesktop.network1.UnmanagedInterface')")
+        with self.assertRaisesRegex(RuntimeError, "nothing on this machine asks for leases"):
+            client.call("refreshDHCP:", "lo")
+        client.close()
+
+    def test_without_a_manager_a_network_set_is_a_unit(self):
+        mock = self.mock(SYSTEMD, SYSTEMD_PATH, "--system", SYSTEMD, SYSTEMD_PATH, SYSTEMD + ".Manager")
+        mock.AddMethod(SYSTEMD + ".Manager", "LoadUnit", "s", "o",
+                       "ret = '/unit/home' if args[0] == 'meridal-network-set@home.service' else '/unit/other'")
+        mock.AddMethod(SYSTEMD + ".Manager", "RestartUnit", "ss", "o", "ret = '/job/1'")
+        mock.AddObject("/unit/home", SYSTEMD + ".Unit", {"LoadState": "loaded"}, [])
+        mock.AddObject("/unit/other", SYSTEMD + ".Unit", {"LoadState": "not-found"}, [])
+        client = self.start().wait_ready().client()
+        client.call("setNetworkSet:", "home")
+        for identifier in ("work", "home@x", "home.service x", "%h"):
+            with self.assertRaises(RuntimeError):
+                client.call("setNetworkSet:", identifier)
+        self.assertEqual(self.calls(mock, "RestartUnit"), [["meridal-network-set@home.service", "replace"]])
+        client.close()
+
+    def test_a_dhcp_client_of_its_own_runs_again_outside_of_the_daemons_unit(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root's DHCP clients count")
+        mock = self.mock(SYSTEMD, SYSTEMD_PATH, "--system", SYSTEMD, SYSTEMD_PATH, SYSTEMD + ".Manager")
+        mock.AddMethod(SYSTEMD + ".Manager", "StartTransientUnit", "ssa(sv)a(sa(sv))", "o", "ret = '/job/1'")
+        program = os.path.join(self.root, "dhclient")  # its own name is what the kernel knows it by
+        os.link("/usr/bin/tail", program) if os.stat("/usr/bin/tail").st_dev == os.stat(self.root).st_dev else \
+            subprocess.run(["cp", "/usr/bin/tail", program], check=True)
+        open(os.path.join(self.root, "lo"), "w").close()
+        self.children.append(subprocess.Popen([program, "-f", "lo"], cwd=self.root))
+        client = self.start().wait_ready().client()
+        if not os.path.isdir("/run/systemd/system"):  # nobody's sandbox to leave: it is run at once, and knows no -r
+            with self.assertRaisesRegex(RuntimeError, "dhclient failed: exit status 1"):
+                client.call("refreshDHCP:", "lo")
+        else:
+            client.call("refreshDHCP:", "lo")
+            (unit, _, properties, _), = [arguments for _, arguments in mock.GetMethodCalls("StartTransientUnit")]
+            self.assertEqual(unit, "meridal-lease-lo.service")
+            commands = {str(name): value for name, value in properties}["ExecStart"]
+            self.assertEqual([[str(word) for word in words] for _, words, _ in commands],
+                             [[program, "-r", "lo"], [program, "-f", "lo"]])
+        client.close()
+
+
+class BandwidthTest(unittest.TestCase):
+    """The daemon in a network namespace, with two ends of a virtual cable; the far end in another."""
+    start = daemon_test.DaemonTest.start
+    setUp = daemon_test.DaemonTest.setUp
+
+    def tearDown(self):
+        daemon_test.DaemonTest.tearDown(self)
+        if hasattr(self, "before"):
+            self.libc.setns(self.before, 0)
+            os.close(self.before)
+
+    def enter_network(self):
+        import ctypes
+        self.libc = ctypes.CDLL(None, use_errno=True)
+        self.before = os.open("/proc/self/ns/net", os.O_RDONLY)
+        if self.libc.unshare(0x40000000) != 0:
+            os.close(self.before)
+            del self.before
+            self.skipTest("a network of its own takes root")
+        # The far end is held by a child with a network of its own, and echoes nothing.
+        self.far = subprocess.Popen(["unshare", "--net", "sh", "-c", "echo; read line; exec tail -f /dev/null"],
+                                    stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.children.append(self.far)
+        self.far.stdout.readline()
+        self.ip("link add near type veth peer name far")
+        self.ip(f"link set far netns {self.far.pid}")
+        self.ip("addr add 192.0.2.1/24 dev near")
+        self.ip("link set near up")
+        self.ip("link set lo up")
+        subprocess.run(["nsenter", "-t", str(self.far.pid), "-n", "sh", "-c",
+                        "ip addr add 192.0.2.2/24 dev far; ip link set far up"], check=True)
+        self.far.stdin.close()
+        self.far.stdout.close()
+
+    @staticmethod
+    def ip(words):
+        return subprocess.run(["ip", *words.split()], check=True, capture_output=True, text=True).stdout
+
+    def counters(self):
+        link, = json.loads(self.ip("-j -s link show dev near"))
+        return link["stats64"]["tx"]["bytes"], link["stats64"]["rx"]["bytes"]
+
+    def test_what_the_file_says_was_really_sent(self):
+        self.enter_network()
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        first = until(lambda: [i for i in client.call("network.interfaces")["interfaces"] if i["interface"] == "near"],
+                      "the interface")[0]
+        self.assertEqual(first["hardware"], "Virtual")
+        self.assertIn("192.0.2.1/24", first["addresses"])
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+            for _ in range(2000):
+                sender.sendto(b"x" * 1200, ("192.0.2.2", 9))
+        sent, _ = self.counters()
+        self.assertGreater(sent, 2000 * 1200)
+
+        def seen():
+            shown = client.call("network.interfaces")["interfaces"]
+            return [i for i in shown if i["interface"] == "near" and i["bytes"]["sent"] >= sent]
+
+        until(seen, "the tick after the last byte")
+        running = client.call("bandwidth.totals", {"by": "interface", "interface": "near"})
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+        connection = sqlite3.connect(os.path.join(self.root, "state", "bandwidth.db"))
+        (upload,), = connection.execute("select sum(upload) from bandwidth_samples join bandwidth_interface_map on "
+                                        "identifier = bandwidth_samples.interface where bandwidth_interface_map.interface = "
+                                        "'near'").fetchall()
+        connection.close()
+        self.assertAlmostEqual(running["upload"], upload, delta=2000)  # neighbour discovery goes on meanwhile
+        self.assertGreaterEqual(upload, 2000 * (1200 + 42) - 5000, "but for what went before the first tick")
+        self.assertLessEqual(upload, self.counters()[0])
+
+        daemon = self.start().wait_ready()
+        picture = os.path.join(self.root, "bandwidth.svg")
+        for options in ([], ["--svg", picture], ["--json"], ["--by", "interface"]):
+            shown = subprocess.run([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "bandwidth",
+                                    "--all", *options], capture_output=True, text=True, check=True).stdout
+            if not options:
+                self.assertRegex(shown, r"DAY +DOWNLOAD +UPLOAD +TOTAL\n\d{4}-\d\d-\d\d  .*2\.\d\d MiB")
+            elif options == ["--json"]:
+                self.assertEqual(json.loads(shown)["by"], "day")
+            elif options[0] == "--by":
+                self.assertRegex(shown, r"(?m)^near  +█")
+        with open(picture) as file:
+            svg = file.read()
+        self.assertTrue(svg.startswith("<svg ") and svg.endswith("</svg>\n"))
+        self.assertIn("2.3", svg)
+        self.assertEqual(daemon.stop(), 0)
+
+
+if __name__ == "__main__":
+    is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
+    daemon_test.BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
+    unittest.main(verbosity=2)
