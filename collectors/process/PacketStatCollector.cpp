@@ -68,10 +68,11 @@ int PacketStatCollector::captureInterface(const CaptureInterface& interface)
     return status;
 }
 
-/// A tap on all interfaces may know only those that were there when it began.
+/// A tap on all interfaces may know only those that were there when it began. One that follows them goes on: a new one would
+/// have to find every owner anew, and containers change the setup all the time.
 void PacketStatCollector::networkSetupChanged()
 {
-    if (enabled_) {
+    if (enabled_ && !(isCapturing() && context_.host.packetTap->followsInterfaces())) {
         updateCollectors();
     }
 }

@@ -93,10 +93,12 @@ public:
     };
 
     virtual ~PacketTap() = default;
-    /// Every interface, also those that come later.
+    /// Every interface that is there.
     virtual Result<std::unique_ptr<Capture>> captureAll(std::shared_ptr<Sink> sink) = 0;
     /// One interface by its name. Ethernet only.
     virtual Result<std::unique_ptr<Capture>> captureInterface(const std::string& name, std::shared_ptr<Sink> sink) = 0;
+    /// Whether a running capture also sees interfaces that come later. Otherwise a new one is needed.
+    virtual bool followsInterfaces() const = 0;
     /// Null where the frames name their process themselves.
     virtual std::unique_ptr<SocketOwners> makeOwners() = 0;
 };

@@ -18,6 +18,7 @@ public:
 
     Result<std::unique_ptr<Capture>> captureAll(std::shared_ptr<Sink> sink) override;
     Result<std::unique_ptr<Capture>> captureInterface(const std::string& name, std::shared_ptr<Sink> sink) override;
+    bool followsInterfaces() const override { return true; }
     std::unique_ptr<SocketOwners> makeOwners() override;
 
 private:

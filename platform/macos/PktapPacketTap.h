@@ -17,6 +17,8 @@ public:
 
     Result<std::unique_ptr<Capture>> captureAll(std::shared_ptr<Sink> sink) override;
     Result<std::unique_ptr<Capture>> captureInterface(const std::string& name, std::shared_ptr<Sink> sink) override;
+    /// The kernel adds later interfaces to the tap, but not known to be so on every release.
+    bool followsInterfaces() const override { return false; }
     std::unique_ptr<SocketOwners> makeOwners() override { return nullptr; }
 
 private:

@@ -59,6 +59,9 @@ TEST_F(PacketStatCollectorTest, ChangesOfTheNetworkReplaceTheCaptureAndLoseNothi
     packets.process();
     EXPECT_EQ(item(42).networkDownload(), 1010);
     EXPECT_EQ(packets.statistics().frames, 2U);
+    machine.packetTap().follows = true;
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    EXPECT_EQ(machine.packetTap().begun, 2);
     packets.stopCapture();
     machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
     EXPECT_TRUE(machine.packetTap().running.empty());

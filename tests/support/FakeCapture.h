@@ -30,6 +30,7 @@ public:
     {
         return begin(name, std::move(sink));
     }
+    bool followsInterfaces() const override { return follows; }
     std::unique_ptr<SocketOwners> makeOwners() override { return owners ? owners() : nullptr; }
 
     /// Hands a batch to every capture of this interface; of none: to those of all.
@@ -49,6 +50,7 @@ public:
     std::vector<std::shared_ptr<Running>> running;
     std::function<std::unique_ptr<SocketOwners>()> owners;
     std::string refusal; ///< why a capture cannot begin; empty: it can
+    bool follows = false;
     int begun = 0;
 
 private:
