@@ -9,7 +9,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -77,7 +77,7 @@ Result<void> runProgram(const std::vector<std::string>& words, double seconds)
     if (error != 0) {
         return unexpected(ErrorCode::Unavailable, words.front() + ": " + std::strerror(error));
     }
-    const Descriptor watch(::pidfd_open(child, 0));
+    const Descriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, child, 0))); // no C++ linkage in glibc 2.36
     pollfd ended{.fd = watch.get(), .events = POLLIN, .revents = 0};
     int ready = -1;
     do {

@@ -8,10 +8,10 @@
 #include <cstring>
 #include <libmnl/libmnl.h>
 #include <linux/genetlink.h>
+#include <linux/if.h>
 #include <linux/if_arp.h>
 #include <linux/nl80211.h>
 #include <linux/rtnetlink.h>
-#include <net/if.h>
 
 namespace meridal {
 namespace {

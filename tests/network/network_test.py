@@ -160,6 +160,8 @@ class BandwidthTest(unittest.TestCase):
 
     def tearDown(self):
         daemon_test.DaemonTest.tearDown(self)
+        if hasattr(self, "far"):
+            self.far.stdin.close()
         if hasattr(self, "before"):
             self.libc.setns(self.before, 0)
             os.close(self.before)
@@ -173,7 +175,7 @@ class BandwidthTest(unittest.TestCase):
             del self.before
             self.skipTest("a network of its own takes root")
         # The far end is held by a child with a network of its own, and echoes nothing.
-        self.far = subprocess.Popen(["unshare", "--net", "sh", "-c", "echo; read line; exec tail -f /dev/null"],
+        self.far = subprocess.Popen(["unshare", "--net", "sh", "-c", "echo; read line"],
                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         self.children.append(self.far)
         self.far.stdout.readline()
@@ -184,7 +186,6 @@ class BandwidthTest(unittest.TestCase):
         self.ip("link set lo up")
         subprocess.run(["nsenter", "-t", str(self.far.pid), "-n", "sh", "-c",
                         "ip addr add 192.0.2.2/24 dev far; ip link set far up"], check=True)
-        self.far.stdin.close()
         self.far.stdout.close()
 
     @staticmethod
