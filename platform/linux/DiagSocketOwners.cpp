@@ -29,7 +29,8 @@ SocketOwner DiagSocketOwners::ownerOf(const SocketFlow& flow)
         return {.kind = None};
     }
     if (socket->inode == 0) {
-        return {.kind = Kernel};
+        // An open one may still be accepted by somebody; a closed one was somebody's, who is not known any more.
+        return {.kind = socket->isClosing ? None : Kernel};
     }
     const SocketInodes::Answer answer = inodes_.find(socket->inode);
     switch (answer.state) {

@@ -21,9 +21,10 @@ namespace {
 constexpr std::uint32_t headersOnly = 112;
 constexpr int snapLength = 160; ///< with the cooked header in front
 constexpr int ringBytes = 4 << 20;
-constexpr int blockTimeout = 100;     ///< ms after which the kernel shows a block that is not full
-constexpr double emptyInterval = 0.1; ///< s
-constexpr double emptyLeeway = 0.05;  ///< s
+constexpr int blockTimeout = 20; ///< ms after which the kernel shows a block that is not full
+/// s. A socket must still be there when its first frame is looked at: this is how short-lived it may be.
+constexpr double emptyInterval = 0.04;
+constexpr double emptyLeeway = 0.01; ///< s
 constexpr int mostFramesAtOnce = 50'000;
 
 /// As the per-interface capture has always been opened.

@@ -10,7 +10,7 @@ namespace meridal {
 class Runtime;
 
 /// Frames through libpcap on "any". The kernel writes them, cut to their headers, into a ring in shared memory; we empty it
-/// ten times a second. A flood therefore costs what the ring holds and no more: the kernel counts what it drops.
+/// 25 times a second. A flood therefore costs what the ring holds and no more: the kernel counts what it drops.
 class PcapPacketTap final : public PacketTap {
 public:
     /// `root` is what holds proc. The runtime must outlive it.

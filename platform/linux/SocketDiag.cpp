@@ -20,9 +20,12 @@ namespace meridal {
 namespace {
 
 // linux/tcp.h has the record and netinet/tcp.h the states, and the two cannot be had together.
+constexpr std::uint32_t stateFinWait1 =
+    4; ///< this and the next ones, but for listening, are those of a connection that ends
 constexpr std::uint32_t stateTimeWait = 6;
 constexpr std::uint32_t stateClose = 7;
 constexpr std::uint32_t stateListen = 10;
+constexpr std::uint32_t stateNewConnection = 12;
 constexpr std::uint32_t statesWithTraffic = 0x1FFE & ~(1U << stateTimeWait | 1U << stateListen | 1U << stateClose);
 constexpr std::uint32_t everyState = ~0U; // an unconnected UDP socket counts as closed
 
@@ -71,6 +74,8 @@ std::optional<DiagSocket> socketFrom(const nlmsghdr& header, std::uint8_t protoc
     socket.inode = message.idiag_inode;
     socket.cookie = std::uint64_t{message.id.idiag_cookie[1]} << 32 | message.id.idiag_cookie[0];
     socket.isListening = protocol == IPPROTO_TCP && message.idiag_state == stateListen;
+    socket.isClosing = protocol == IPPROTO_TCP && message.idiag_state >= stateFinWait1 && !socket.isListening
+        && message.idiag_state != stateNewConnection;
     socket.counts = countsOf(header);
     return socket;
 }

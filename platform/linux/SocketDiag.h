@@ -20,6 +20,7 @@ struct DiagSocket {
     std::uint64_t inode = 0;  ///< what /proc/PID/fd calls it; 0 = no process has it
     std::uint64_t cookie = 0; ///< its number for ever
     bool isListening = false;
+    bool isClosing = false;             ///< one end at least has closed it
     std::optional<SourceCounts> counts; ///< TCP, when asked for
 };
 

@@ -92,23 +92,23 @@ inline std::uint64_t receiveBytes(int socket, std::uint64_t count)
     return got;
 }
 
+/// These four keep their sockets, as programs do that go on.
 inline void tcpSend(const std::string& address, std::uint64_t count)
 {
-    const Descriptor socket = socketTo(SOCK_STREAM, address, tcpSink);
+    static Descriptor socket;
+    socket = socketTo(SOCK_STREAM, address, tcpSink);
     sendBytes(socket.get(), count);
-    ::shutdown(socket.get(), SHUT_WR);
-    receiveBytes(socket.get(), 1); // until everything was read
 }
 
 inline void tcpReceive(const std::string& address, std::uint64_t count)
 {
-    const Descriptor socket = socketTo(SOCK_STREAM, address, tcpSource);
+    static Descriptor socket;
+    socket = socketTo(SOCK_STREAM, address, tcpSource);
     const Question question{count, 0};
     ::send(socket.get(), &question, sizeof(question), 0);
     receiveBytes(socket.get(), count);
 }
 
-/// Keeps its socket, as a program does that goes on.
 inline void udpSend(const std::string& address, std::uint64_t datagrams, std::size_t size)
 {
     static Descriptor socket;
@@ -119,7 +119,7 @@ inline void udpSend(const std::string& address, std::uint64_t datagrams, std::si
     }
 }
 
-/// Likewise. Ends when nothing came for a second: its queue may have run over.
+/// Ends when nothing came for a second: its queue may have run over.
 inline void udpReceive(const std::string& address, std::uint64_t datagrams, std::size_t size)
 {
     static Descriptor socket;
