@@ -120,6 +120,13 @@ Lines statusLines(const Dictionary& status)
         {{"count", count},
             {"lastSeconds", [](double seconds) { return "the last took " + formatMilliseconds(seconds); }},
             {"processes", [](double value) { return count(value) + " processes"; }}});
+    addFigures(lines, "capture", find(status, "capture"),
+        {{"frames", [](double value) { return count(value) + " frames"; }},
+            {"droppedFrames", [](double value) { return count(value) + " dropped"; }},
+            {"processBytes", [](double bytes) { return "processes " + formatBytes(bytes); }},
+            {"kernelBytes", [](double bytes) { return "kernel " + formatBytes(bytes); }},
+            {"unattributedBytes", [](double bytes) { return "unattributed " + formatBytes(bytes); }},
+            {"unattributedPercent", [](double percent) { return fixed2(percent) + " % unattributed"; }}});
     addFigures(lines, "history", find(status, "databases"),
         {{"rowsWritten", [](double value) { return count(value) + " rows written"; }},
             {"bytes", [](double bytes) { return formatBytes(bytes) + " in files"; }},

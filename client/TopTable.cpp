@@ -60,6 +60,21 @@ std::string pidText(const Value& entry)
     return value ? std::to_string(*value) : "?";
 }
 
+std::optional<TrafficShares> trafficShares(const Dictionary& envelope)
+{
+    const auto bytes = [&envelope](std::string_view share) {
+        const Value* directions = find(envelope, share);
+        return directions && directions->is_object()
+            ? std::optional(number(*directions, "d").value_or(0) + number(*directions, "u").value_or(0))
+            : std::nullopt;
+    };
+    const auto unattributed = bytes("unattributed");
+    if (!unattributed) {
+        return std::nullopt;
+    }
+    return TrafficShares{bytes("attributed").value_or(0), bytes("kernel").value_or(0), *unattributed};
+}
+
 double rank(const TopRow& row) { return row.figures[0].value_or(0) + row.figures[1].value_or(0); }
 
 } // namespace
@@ -67,6 +82,12 @@ double rank(const TopRow& row) { return row.figures[0].value_or(0) + row.figures
 std::string_view listName(TopList list) { return schema(list).name; }
 
 std::int64_t requestKey(TopList list) { return schema(list).key; }
+
+double TrafficShares::unattributedPercent() const
+{
+    const double all = attributed + kernel + unattributed;
+    return all > 0 ? unattributed / all * 100 : 0;
+}
 
 std::optional<double> TopTable::sum(std::size_t column) const
 {
@@ -81,7 +102,7 @@ std::optional<double> TopTable::sum(std::size_t column) const
 
 TopTable readTopTable(TopList list, const Dictionary& envelope)
 {
-    TopTable table{list, {}};
+    TopTable table{list, {}, list == TopList::Network ? trafficShares(envelope) : std::nullopt};
     std::map<std::string, std::size_t> rowOfPid;
     for (const Source& source : schema(list).sources) {
         const Value* entries = find(envelope, source.list);
@@ -123,7 +144,13 @@ Dictionary tableAsJson(const TopTable& table, std::size_t maximumRows)
         }
         processes.push_back(std::move(process));
     }
-    return {{"list", listName(table.list)}, {"processes", std::move(processes)}};
+    Dictionary object = {{"list", listName(table.list)}, {"processes", std::move(processes)}};
+    if (table.traffic) {
+        object["attributedBytes"] = table.traffic->attributed;
+        object["kernelBytes"] = table.traffic->kernel;
+        object["unattributedBytes"] = table.traffic->unattributed;
+    }
+    return object;
 }
 
 } // namespace meridal

@@ -29,10 +29,20 @@ struct TopRow {
     std::array<std::optional<double>, 2> figures; ///< by column of the list; absent where the daemon did not say
 };
 
+/// Where captured traffic went since the last refresh, in bytes of both directions.
+struct TrafficShares {
+    double attributed = 0; ///< processes', on the list or not
+    double kernel = 0;
+    double unattributed = 0; ///< nobody was found for it
+
+    double unattributedPercent() const;
+};
+
 /// One envelope as a table; the rows keep the daemon's ranking, or are ranked by the sum where it sends two rankings.
 struct TopTable {
     TopList list = TopList::Cpu;
     std::vector<TopRow> rows;
+    std::optional<TrafficShares> traffic; ///< of the network list, while the daemon captures
 
     /// The sum of a column over all rows; absent when no row has a figure.
     std::optional<double> sum(std::size_t column) const;

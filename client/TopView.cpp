@@ -78,6 +78,14 @@ std::string totals(const TopTable& table, unsigned cores)
     return fmt::format("score {} together", sum(0, formatFigure));
 }
 
+/// What the list cannot show: traffic of nobody that is known, and of the kernel.
+Line trafficLine(const TrafficShares& traffic)
+{
+    return {{Style::Faint,
+        fmt::format("kernel {}, unattributed {} ({} %)", formatBytes(traffic.kernel), formatBytes(traffic.unattributed),
+            formatFigure(traffic.unattributedPercent()))}};
+}
+
 std::string upperName(TopList list)
 {
     std::string name(listName(list));
@@ -166,6 +174,10 @@ Lines tableLines(const TopFrame& frame, std::size_t maximumRows, int columns)
     const std::string summary = fmt::format("{} {} listed {}", table.rows.size(), noun, totals(table, frame.cores));
     Lines lines = {fitted({{Style::Title, title}, {Style::Plain, summary}}, columns)};
 
+    if (table.traffic) {
+        lines.push_back(fitted(trafficLine(*table.traffic), columns));
+    }
+
     const std::vector<Column> shown = columnsOf(table);
     std::string headings = fitRight("PID", pidColumns);
     for (const Column& column : shown) {
@@ -189,7 +201,8 @@ Lines tableLines(const TopFrame& frame, std::size_t maximumRows, int columns)
 Lines screenLines(const TopFrame& frame, std::size_t maximumRows, int rows, int columns)
 {
     const auto height = static_cast<std::size_t>(std::max(rows, 0));
-    constexpr std::size_t aroundRows = 4; // the daemon, the totals, the titles and the keys
+    // The daemon, the totals, where traffic went, the titles and the keys.
+    const std::size_t aroundRows = frame.table && frame.table->traffic ? 5 : 4;
     const std::size_t room = height > aroundRows ? height - aroundRows : 0;
 
     Lines lines = {fitted(stateLine(frame), columns)};

@@ -34,6 +34,7 @@ struct CollectorPorts {
     std::function<void()> startCapture;
     std::function<void()> stopCapture;
     std::function<void()> processCapture;
+    std::function<Value()> trafficShares; ///< {"attributed", "kernel", "unattributed"} of the latest interval, or null
 
     // Disks
     std::function<void()> loadDisks;

@@ -215,13 +215,23 @@ Dictionary MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
     case RequestKey::Disk:
         return processes_.diskActivityProcesses(grouped);
     case RequestKey::Network:
-        return processes_.networkProcesses(grouped);
+        return networkList(grouped);
     case RequestKey::Energy:
         return processes_.powerProcesses(grouped);
     default:
         assert(false);
         return {};
     }
+}
+
+/// The list, with what of the traffic is no process's where that is known.
+Dictionary MeridalDaemon::networkList(bool grouped)
+{
+    Dictionary list = processes_.networkProcesses(grouped);
+    if (const Value shares = ports_.trafficShares ? ports_.trafficShares() : Value(); shares.is_object()) {
+        list.update(shares);
+    }
+    return list;
 }
 
 void MeridalDaemon::forgetProcessLists() { lists_ = {}; }

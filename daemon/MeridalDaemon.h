@@ -106,6 +106,7 @@ private:
     void sendSmartResults();
     void sendNetworkList();
     Dictionary buildProcessList(RequestKey list, bool grouped);
+    Dictionary networkList(bool grouped);
     void forgetProcessLists();
 
     Context& context_;

@@ -68,6 +68,11 @@ Dictionary StatusReport::transportFigures() const
         {"envelopesDropped", figures.envelopesDropped}};
 }
 
+void StatusReport::addSection(std::string key, std::function<Dictionary()> describe)
+{
+    sections_.emplace_back(std::move(key), std::move(describe));
+}
+
 Dictionary StatusReport::databaseFigures() const
 {
     const auto* databases = daemon_.context().databases;
@@ -91,7 +96,7 @@ Dictionary StatusReport::build()
 {
     Context& context = daemon_.context();
     const PassStatistics& passes = daemon_.passStatistics();
-    return {
+    Dictionary report = {
         {"version", 6.6},
         {"build", 1177},
         {"system", context.host.machine->systemName()},
@@ -108,6 +113,10 @@ Dictionary StatusReport::build()
             {{"support", context.paths.support.string()}, {"logs", context.paths.logs.string()},
                 {"socket", context.paths.socket().string()}}},
     };
+    for (const auto& [key, describe] : sections_) {
+        report[key] = describe();
+    }
+    return report;
 }
 
 } // namespace meridal

@@ -4,6 +4,9 @@
 #include "daemon/transport/Link.h"
 
 #include <functional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace meridal {
 
@@ -16,6 +19,9 @@ public:
     /// `transport` sums up all listeners.
     StatusReport(MeridalDaemon& daemon, std::function<ListenerStatistics()> transport);
 
+    /// What a collector says of its own work, under a key of its own.
+    void addSection(std::string key, std::function<Dictionary()> describe);
+
     Dictionary build();
 
 private:
@@ -25,6 +31,7 @@ private:
 
     MeridalDaemon& daemon_;
     std::function<ListenerStatistics()> transport_;
+    std::vector<std::pair<std::string, std::function<Dictionary()>>> sections_;
     double startedAt_;   ///< s of the clock that cannot step
     double lastAskedAt_; ///< likewise
     double lastCpuSeconds_ = 0;

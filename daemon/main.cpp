@@ -9,11 +9,14 @@
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "collectors/disks/SMARTStatCollector.h"
 #include "collectors/network/NetworkStatCollectorMac.h"
+#include "collectors/process/NetworkStatisticsStatCollector.h"
+#include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryKeeper.h"
+#include "daemon/CaptureKeeper.h"
 #include "daemon/DiskKeeper.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
@@ -143,17 +146,21 @@ int serve(Context& context)
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     DiskKeeper disks(SMARTStatCollector::sharedSMARTCollector());
     NetworkKeeper network(context, NetworkStatCollectorMac::sharedNetworkCollector());
+    CaptureKeeper capture(context, PacketStatCollector::sharedPacketCollector(),
+        NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector());
     CollectorPorts ports;
     uptime.plugInto(ports);
     sensors.plugInto(ports);
     battery.plugInto(ports);
     disks.plugInto(ports);
+    capture.plugInto(ports);
     network.plugInto(ports);
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     disks.setWanted([&daemon] { return daemon.wantsSMART(); });
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
+    status.addSection("capture", [&capture] { return capture.describe(); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
     history.addAsyncMethod(

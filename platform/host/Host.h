@@ -6,9 +6,12 @@
 #include "platform/host/MachineInfo.h"
 #include "platform/host/NetworkConfiguration.h"
 #include "platform/host/NetworkInterfaces.h"
+#include "platform/host/NetworkStatistics.h"
+#include "platform/host/PacketTap.h"
 #include "platform/host/PeripheralBatteries.h"
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
+#include "platform/host/ProcessConnections.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/host/Registry.h"
 #include "platform/host/SMARTDevice.h"
@@ -41,6 +44,9 @@ struct Host {
     std::unique_ptr<SensorServices> sensorServices;
     std::unique_ptr<SensorChannels> sensorChannels;
     std::unique_ptr<PeripheralBatteries> peripherals;
+    std::unique_ptr<PacketTap> packetTap;
+    std::unique_ptr<NetworkStatistics> networkStatistics;
+    std::unique_ptr<ProcessConnections> processConnections;
     std::unique_ptr<NetworkInterfaces> networkInterfaces;
     std::unique_ptr<WirelessInterface> wireless;
     std::unique_ptr<NetworkConfiguration> networkConfiguration;

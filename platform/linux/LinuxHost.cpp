@@ -1,6 +1,8 @@
 #include "platform/linux/LinuxHost.h"
 
 #include "platform/linux/BusNotifications.h"
+#include "platform/linux/DiagNetworkStatistics.h"
+#include "platform/linux/DiagProcessConnections.h"
 #include "platform/linux/DrmDisplayInfo.h"
 #include "platform/linux/HwmonSMCService.h"
 #include "platform/linux/HwmonSensorChannels.h"
@@ -16,6 +18,7 @@
 #include "platform/linux/LinuxWireless.h"
 #include "platform/linux/LogindPowerMessages.h"
 #include "platform/linux/NetlinkInterfaces.h"
+#include "platform/linux/PcapPacketTap.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/SysfsPowerSources.h"
 #include "platform/linux/SystemBus.h"
@@ -55,6 +58,9 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->smc = std::make_unique<HwmonSMCService>(sensors);
     host->sensorServices = std::make_unique<HwmonSensorServices>(sensors);
     host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
+    host->packetTap = std::make_unique<PcapPacketTap>(runtime, options.root);
+    host->networkStatistics = std::make_unique<DiagNetworkStatistics>(runtime, options.root);
+    host->processConnections = std::make_unique<DiagProcessConnections>(options.root);
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
     host->networkInterfaces = std::make_unique<NetlinkInterfaces>(options.root, host->limitations);

@@ -1,9 +1,11 @@
 #include "platform/macos/MacHost.h"
 
 #include "platform/macos/AppleSMCService.h"
+#include "platform/macos/ControlNetworkStatistics.h"
 #include "platform/macos/CoreWLanInterface.h"
 #include "platform/macos/DistributedCenter.h"
 #include "platform/macos/HIDSensorServices.h"
+#include "platform/macos/LibprocConnections.h"
 #include "platform/macos/LibprocProcessSource.h"
 #include "platform/macos/MacMachineInfo.h"
 #include "platform/macos/MacNetworkConfiguration.h"
@@ -16,6 +18,7 @@
 #include "platform/macos/MacSelfUsage.h"
 #include "platform/macos/MacUserRights.h"
 #include "platform/macos/NoSensorChannels.h"
+#include "platform/macos/PktapPacketTap.h"
 #include "platform/macos/WindowServerDisplayInfo.h"
 
 namespace meridal {
@@ -37,6 +40,9 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->sensorServices = std::make_unique<HIDSensorServices>();
     host->sensorChannels = std::make_unique<NoSensorChannels>();
     host->peripherals = std::make_unique<MacPeripheralBatteries>();
+    host->packetTap = std::make_unique<PktapPacketTap>(runtime);
+    host->networkStatistics = std::make_unique<ControlNetworkStatistics>(runtime);
+    host->processConnections = std::make_unique<LibprocConnections>();
     host->networkInterfaces = std::make_unique<MacNetworkInterfaces>();
     host->wireless = std::make_unique<CoreWLanInterface>(host->limitations);
     host->networkConfiguration = std::make_unique<MacNetworkConfiguration>();

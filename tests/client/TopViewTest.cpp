@@ -46,6 +46,19 @@ TEST(TopView, CpuRowsKeepTheDaemonsRankingBelowTheirSum)
     EXPECT_EQ(tableLines(frame, 1, 0).size(), 3U) << "the sum is of what the daemon lists, the rows as many as asked";
 }
 
+TEST(TopView, NetworkShowsWhatIsNobodys)
+{
+    Dictionary envelope = {{"type", "8"}, {"download", {{{"key", "5"}, {"name", "a"}, {"d", 3072.0}, {"u", 0.0}}}},
+        {"upload", Value::array()}, {"attributed", {{"d", 3072.0}, {"u", 0.0}}}, {"kernel", {{"d", 0.0}, {"u", 512.0}}},
+        {"unattributed", {{"d", 512.0}, {"u", 0.0}}}};
+    const auto lines = plain(tableLines(frameOf(TopList::Network, envelope), 20, 0));
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_EQ(lines[1], "kernel 512 B, unattributed 512 B (12.5 %)");
+    EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20)["unattributedBytes"], 512);
+    envelope["unattributed"] = "none of your business";
+    EXPECT_FALSE(readTopTable(TopList::Network, envelope).traffic);
+}
+
 TEST(TopView, MemoryShowsFootprintsWhereTheHostHasThem)
 {
     Dictionary envelope = {{"type", "2"}, {"processes", {{{"key", "5"}, {"name", "a"}, {"m", "1048576"}}}},

@@ -5,6 +5,7 @@
 #include "base/VirtualRuntime.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "tests/support/FakeCapture.h"
 #include "tests/support/FakeDisks.h"
 #include "tests/support/FakeSensors.h"
 #include "tests/support/TemporaryTree.h"
@@ -328,6 +329,9 @@ struct FakeMachine {
         host.sensorServices = std::make_unique<FakeSensorServices>();
         host.sensorChannels = std::make_unique<FakeSensorChannels>();
         host.peripherals = std::make_unique<FakePeripheralBatteries>();
+        host.packetTap = std::make_unique<FakePacketTap>();
+        host.networkStatistics = std::make_unique<FakeNetworkStatistics>();
+        host.processConnections = std::make_unique<FakeProcessConnections>();
         host.networkInterfaces = std::make_unique<FakeNetworkInterfaces>();
         host.wireless = std::make_unique<FakeWirelessInterface>();
         host.networkConfiguration = std::make_unique<FakeNetworkConfiguration>();
@@ -348,6 +352,12 @@ struct FakeMachine {
     FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
     FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }
     FakePeripheralBatteries& peripherals() { return static_cast<FakePeripheralBatteries&>(*host.peripherals); }
+    FakePacketTap& packetTap() { return static_cast<FakePacketTap&>(*host.packetTap); }
+    FakeNetworkStatistics& networkStatistics() { return static_cast<FakeNetworkStatistics&>(*host.networkStatistics); }
+    FakeProcessConnections& processConnections()
+    {
+        return static_cast<FakeProcessConnections&>(*host.processConnections);
+    }
     FakeNetworkInterfaces& network() { return static_cast<FakeNetworkInterfaces&>(*host.networkInterfaces); }
     FakeWirelessInterface& wireless() { return static_cast<FakeWirelessInterface&>(*host.wireless); }
     FakeNetworkConfiguration& networkConfiguration()

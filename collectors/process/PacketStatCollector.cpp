@@ -1,0 +1,190 @@
+#include "collectors/process/PacketStatCollector.h"
+
+#include "collectors/process/ProcessStatCollector.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <utility>
+
+namespace meridal {
+
+PacketStatCollector::PacketStatCollector(Context& context, ProcessStatCollector& processes)
+    : context_(context), processes_(processes)
+{
+    setupObservation_ = context.notifications.observe("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr,
+        [this](const void*, const Dictionary&) { networkSetupChanged(); });
+}
+
+PacketStatCollector::~PacketStatCollector() = default;
+
+PacketStatCollector& PacketStatCollector::sharedPacketCollector()
+{
+    // Never destroyed: at exit the context may go first.
+    static auto& instance = *new PacketStatCollector(Context::shared(), ProcessStatCollector::sharedProcesses());
+    return instance;
+}
+
+void PacketStatCollector::startCaputure()
+{
+    enabled_ = true;
+    updateCollectors();
+}
+
+void PacketStatCollector::updateCollectors()
+{
+    if (packetItem_) {
+        retire(*packetItem_);
+    }
+    packetItem_ = std::make_unique<PacketStatCollectorItem>(context_);
+    const auto started = packetItem_->startCaputure();
+    failure_ = started ? std::string() : started.error().message;
+}
+
+void PacketStatCollector::stopCapture()
+{
+    enabled_ = false;
+    if (packetItem_) {
+        retire(*packetItem_);
+        packetItem_.reset();
+    }
+    for (const auto& entry : collectors_) {
+        retire(*entry.second);
+    }
+    collectors_.clear();
+    clear();
+}
+
+int PacketStatCollector::captureInterface(const CaptureInterface& interface)
+{
+    auto item = std::make_unique<PacketStatCollectorItem>(context_);
+    const int status = item->startCaputureWithInterface(interface);
+    if (status >= 0) {
+        auto& place = collectors_[interface.bsd];
+        if (place) {
+            retire(*place);
+        }
+        place = std::move(item);
+    }
+    return status;
+}
+
+/// A tap on all interfaces may know only those that were there when it began. One that follows them goes on: a new one would
+/// have to find every owner anew, and containers change the setup all the time.
+void PacketStatCollector::networkSetupChanged()
+{
+    if (enabled_ && !(isCapturing() && context_.host.packetTap->followsInterfaces())) {
+        updateCollectors();
+    }
+}
+
+void PacketStatCollector::retire(PacketStatCollectorItem& item)
+{
+    item.stop();
+    item.take(&item == packetItem_.get() ? pstorage_ : pidcache_); // it still counts, at the next fold
+    const CaptureStatistics figures = item.statistics();
+    retired_.frames += figures.frames;
+    retired_.dropped += figures.dropped;
+}
+
+bool PacketStatCollector::isCapturing() const { return packetItem_ && !packetItem_->finished(); }
+
+CaptureStatistics PacketStatCollector::statistics() const
+{
+    CaptureStatistics sum = retired_;
+    if (packetItem_) {
+        sum.frames += packetItem_->statistics().frames;
+        sum.dropped += packetItem_->statistics().dropped;
+    }
+    return sum;
+}
+
+void PacketStatCollector::process()
+{
+    processes_.clearBandwidth();
+    latest_ = {};
+    foldProcesses();
+    foldPorts();
+    processes_.updatePCapBandwidth();
+    if (packetItem_ && !packetItem_->failure().empty()) {
+        failure_ = packetItem_->failure();
+    }
+    total_.processes += latest_.processes;
+    total_.kernel += latest_.kernel;
+    total_.unattributed += latest_.unattributed;
+    total_.frames += latest_.frames;
+}
+
+void PacketStatCollector::foldProcesses()
+{
+    if (packetItem_) {
+        packetItem_->take(pstorage_);
+    }
+    for (const PacketRecord& record : pstorage_.packets.records()) {
+        const TrafficShare share{record.downloadBytes, record.uploadBytes, record.linkBytes};
+        if (auto* item = processes_.processForPid(record.pid)) {
+            item->setNetworkDownload(item->networkDownload() + record.downloadBytes);
+            item->setNetworkUpload(item->networkUpload() + record.uploadBytes);
+            latest_.processes += share;
+        } else {
+            latest_.unattributed += share; // it came and went between two passes
+        }
+    }
+    latest_.kernel += pstorage_.kernel;
+    latest_.unattributed += pstorage_.unattributed;
+    latest_.frames += pstorage_.frames;
+    pstorage_.clear();
+}
+
+/// Captures of single interfaces see what the one of all interfaces sees: they add nothing to the account while that runs.
+void PacketStatCollector::foldPorts()
+{
+    for (const auto& entry : collectors_) {
+        entry.second->take(pidcache_);
+    }
+    if (pidcache_.packets.records().empty()) {
+        return;
+    }
+    readConnections();
+    for (const PacketRecord& record : pidcache_.packets.records()) {
+        const TrafficShare share{record.downloadBytes, record.uploadBytes, record.linkBytes};
+        const bool isTaken = record.localPort != 0 && processes_.processPacket(record) != 0;
+        if (!packetItem_) {
+            (isTaken ? latest_.processes : latest_.unattributed) += share;
+        }
+    }
+    latest_.frames += packetItem_ ? 0 : pidcache_.frames;
+    pidcache_.clear();
+}
+
+void PacketStatCollector::readConnections()
+{
+    pids_.clear();
+    for (const auto* item : processes_.processes()) {
+        pids_.push_back(item->pid());
+    }
+    const auto rows = context_.host.processConnections->readConnections(pids_);
+    for (auto* item : processes_.processes()) {
+        if (!item->connections().empty()) {
+            item->setConnections({});
+        }
+    }
+    for (std::size_t begin = 0; begin < rows.size();) {
+        std::vector<ProcessConnection> connections;
+        std::size_t end = begin;
+        for (; end < rows.size() && rows[end].pid == rows[begin].pid; ++end) {
+            connections.push_back({rows[end].localPort, rows[end].foreignPort});
+        }
+        if (auto* item = processes_.processForPid(rows[begin].pid)) {
+            item->setConnections(std::move(connections));
+        }
+        begin = end;
+    }
+}
+
+void PacketStatCollector::clear()
+{
+    pstorage_.clear();
+    pidcache_.clear();
+}
+
+} // namespace meridal

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace meridal {
+
+/// One TCP or UDP socket that a process has.
+struct ConnectionRecord {
+    std::int32_t pid = 0;
+    std::uint16_t localPort = 0;
+    std::uint16_t foreignPort = 0;                             ///< 0 while not connected
+    std::optional<std::uint64_t> bytesReceived = std::nullopt; ///< since it was made, where the kernel counts
+    std::optional<std::uint64_t> bytesSent = std::nullopt;     ///< likewise
+};
+
+/// The connections of all processes, for what is told by ports alone. Main queue only.
+/// macOS: proc_pidinfo and proc_pidfdinfo. Linux: sock_diag and /proc/PID/fd.
+class ProcessConnections {
+public:
+    virtual ~ProcessConnections() = default;
+    /// One pass over these processes, rows of one process in a row. Valid until the next call. Processes that may not be
+    /// asked are left out.
+    virtual std::span<const ConnectionRecord> readConnections(std::span<const std::int32_t> pids) = 0;
+};
+
+} // namespace meridal

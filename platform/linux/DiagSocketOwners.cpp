@@ -1,0 +1,49 @@
+#include "platform/linux/DiagSocketOwners.h"
+
+namespace meridal {
+
+namespace {
+
+constexpr double stackLifetime = 10; ///< s; interfaces are seldom put on top of each other
+
+} // namespace
+
+void DiagSocketOwners::beginBatch()
+{
+    questions_ = 0;
+    stack_.expire(stackLifetime);
+}
+
+SocketOwner DiagSocketOwners::ownerOf(const SocketFlow& flow)
+{
+    using enum SocketOwner::Kind;
+    if (questions_ >= mostQuestions) {
+        return {.kind = Pending};
+    }
+    if (stack_.isCarried(flow)) {
+        return {.kind = Elsewhere};
+    }
+    ++questions_;
+    const auto socket = diag_.find(flow);
+    if (!socket) {
+        return {.kind = None};
+    }
+    if (socket->inode == 0) {
+        // An open one may still be accepted by somebody; a closed one was somebody's, who is not known any more.
+        return {.kind = socket->isClosing ? None : Kernel};
+    }
+    const SocketInodes::Answer answer = inodes_.find(socket->inode);
+    switch (answer.state) {
+    case SocketInodes::State::Found:
+        return {.kind = Process, .pid = answer.pid, .isCertain = !socket->isListening};
+    case SocketInodes::State::Wanted:
+        return {.kind = Pending};
+    case SocketInodes::State::Absent:
+        break;
+    }
+    return {.kind = None};
+}
+
+bool DiagSocketOwners::search() { return inodes_.search(); }
+
+} // namespace meridal

@@ -1,0 +1,282 @@
+#include "platform/linux/SocketInodes.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <memory>
+#include <string_view>
+
+namespace meridal {
+
+namespace {
+
+constexpr double checkInterval = 1;           ///< s for which an owner is believed without looking
+constexpr double youngFor = 10;               ///< s in which a new process is likely to open its first socket
+constexpr double forgetInterval = 10;         ///< s
+constexpr double firstAbsence = 5;            ///< s
+constexpr double longestAbsence = 80;         ///< s
+constexpr double secondsPerDescriptor = 1e-4; ///< between two readings of a large table: 1 % of a core at the most
+constexpr std::size_t largeTable = 500;
+/// Links read in one search, at about 5 µs each: of the likely processes, and of all the others.
+constexpr int likelyBudget = 1500;
+constexpr int walkBudget = 1000;
+
+double now()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/// "PID/fd" or "PID/fd/N", ended by a zero, on the stack.
+std::array<char, 48> pathOf(std::int32_t pid, int fd)
+{
+    std::array<char, 48> path = {};
+    char* at = std::to_chars(path.data(), path.data() + 12, pid).ptr;
+    for (const char letter : std::string_view("/fd")) {
+        *at++ = letter;
+    }
+    if (fd >= 0) {
+        *at++ = '/';
+        std::to_chars(at, path.data() + path.size() - 1, fd);
+    }
+    return path;
+}
+
+struct FolderCloser {
+    void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+} // namespace
+
+ProcSockets::ProcSockets(const std::filesystem::path& folder)
+    : folder_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+{
+}
+
+bool ProcSockets::forEachDescriptor(std::int32_t pid, const std::function<bool(int fd)>& visit) const
+{
+    const int opened = ::openat(folder_.get(), pathOf(pid, -1).data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, FolderCloser> folder(opened < 0 ? nullptr : ::fdopendir(opened));
+    if (!folder) {
+        if (opened >= 0) {
+            ::close(opened);
+        }
+        return false;
+    }
+    while (const dirent* entry = ::readdir(folder.get())) {
+        const std::string_view name = entry->d_name;
+        int fd = -1;
+        const auto result = std::from_chars(name.data(), name.data() + name.size(), fd);
+        if (result.ec == std::errc() && fd >= 0 && !visit(fd)) {
+            break;
+        }
+    }
+    return true;
+}
+
+std::uint64_t ProcSockets::inodeOf(std::int32_t pid, int fd) const
+{
+    std::array<char, 64> target = {};
+    const ssize_t size = ::readlinkat(folder_.get(), pathOf(pid, fd).data(), target.data(), target.size());
+    constexpr std::string_view prefix = "socket:[";
+    const std::string_view text(target.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    if (!text.starts_with(prefix)) {
+        return 0;
+    }
+    std::uint64_t inode = 0;
+    std::from_chars(text.data() + prefix.size(), text.data() + text.size(), inode);
+    return inode;
+}
+
+SocketInodes::SocketInodes(const std::filesystem::path& root) : folder_(root / "proc"), sockets_(root / "proc") { }
+
+SocketInodes::Answer SocketInodes::find(std::uint64_t inode)
+{
+    const double time = now();
+    if (const auto owner = owners_.find(inode); owner != owners_.end()) {
+        if (time - owner->second.checked < checkInterval) {
+            return {State::Found, owner->second.pid};
+        }
+        ++linksRead_;
+        if (sockets_.inodeOf(owner->second.pid, owner->second.fd) == inode) {
+            owner->second.checked = time;
+            return {State::Found, owner->second.pid};
+        }
+        // Closed, or handed on to a child, which is found if it is looked for.
+        if (const auto process = processes_.find(owner->second.pid); process != processes_.end()) {
+            process->second.descriptors.erase(owner->second.fd);
+        }
+        owners_.erase(owner);
+    }
+    const auto [entry, isNew] = wanted_.try_emplace(inode);
+    Wanted& wanted = entry->second;
+    if (!isNew && wanted.absentUntil > time) {
+        return {State::Absent, 0};
+    }
+    if (isNew || wanted.absentUntil > 0) {
+        wanted.absentUntil = 0;
+        wanted.sinceRound = round_;
+        ++searching_;
+    }
+    return {State::Wanted, 0};
+}
+
+bool SocketInodes::search()
+{
+    const double time = now();
+    found_ = 0;
+    if (searching_ == 0 || !listProcesses(time)) {
+        return false;
+    }
+    scanLikely(time);
+    walkOn(time);
+    if (time >= forgetAt_) {
+        forgetAt_ = time + forgetInterval;
+        forget(time);
+    }
+    return found_ > 0;
+}
+
+bool SocketInodes::listProcesses(double time)
+{
+    if (!folder_.listPids(pids_)) {
+        return false;
+    }
+    const bool isFirst = processes_.empty();
+    for (const std::int32_t pid : pids_) {
+        const auto [process, isNew] = processes_.try_emplace(pid);
+        if (isNew && !isFirst) {
+            process->second.since = time;
+        }
+    }
+    return true;
+}
+
+void SocketInodes::scanLikely(double time)
+{
+    int budget = likelyBudget;
+    for (const bool wantsYoung : {true, false}) {
+        for (auto pid = pids_.rbegin(); pid != pids_.rend() && searching_ > 0 && budget > 0; ++pid) {
+            const Process& process = processes_[*pid];
+            const bool isYoung = process.since > 0 && time - process.since < youngFor;
+            if (wantsYoung ? isYoung : process.hasSockets && !isYoung) {
+                scan(*pid, time, budget);
+            }
+        }
+    }
+}
+
+/// Goes on with the walk over all processes, from where the last search stopped.
+void SocketInodes::walkOn(double time)
+{
+    int budget = walkBudget;
+    while (searching_ > 0 && budget > 0) {
+        if (walked_ >= pids_.size()) {
+            endRound(time);
+            return;
+        }
+        const std::int32_t pid = pids_[pids_.size() - 1 - walked_];
+        ++walked_;
+        scan(pid, time, budget);
+    }
+}
+
+/// Looks through one process: first at descriptors that are new to us, then at some of the others, which may have been
+/// closed and opened again in between.
+void SocketInodes::scan(std::int32_t pid, double time, int& budget)
+{
+    Process& process = processes_[pid];
+    if (time < process.notBefore) {
+        return;
+    }
+    descriptors_.clear();
+    budget -= 2; // opening and closing the folder
+    sockets_.forEachDescriptor(pid, [this](int fd) {
+        descriptors_.push_back(fd);
+        return true;
+    });
+    budget -= static_cast<int>(descriptors_.size() / 8);
+    if (descriptors_.size() > largeTable) {
+        process.notBefore = time + secondsPerDescriptor * static_cast<double>(descriptors_.size());
+    }
+    const std::size_t before = process.descriptors.size();
+    std::size_t known = 0;
+    for (const int fd : descriptors_) {
+        if (process.descriptors.contains(fd)) {
+            ++known;
+        } else if (searching_ > 0 && budget > 0) {
+            --budget;
+            readLink(pid, process, fd, time);
+        }
+    }
+    if (known < before) { // some were closed
+        std::sort(descriptors_.begin(), descriptors_.end());
+        std::erase_if(process.descriptors, [this](const auto& entry) {
+            return !std::binary_search(descriptors_.begin(), descriptors_.end(), entry.first);
+        });
+    }
+    reread(pid, process, time, budget);
+}
+
+void SocketInodes::reread(std::int32_t pid, Process& process, double time, int& budget)
+{
+    for (std::size_t count = 0; count < descriptors_.size() && searching_ > 0 && budget > 0; ++count) {
+        process.cursor = (process.cursor + 1) % descriptors_.size();
+        --budget;
+        readLink(pid, process, descriptors_[process.cursor], time);
+    }
+}
+
+void SocketInodes::readLink(std::int32_t pid, Process& process, int fd, double time)
+{
+    ++linksRead_;
+    const std::uint64_t inode = sockets_.inodeOf(pid, fd);
+    process.descriptors[fd] = inode;
+    if (inode == 0) {
+        return;
+    }
+    process.hasSockets = true;
+    const auto wanted = wanted_.find(inode);
+    if (wanted != wanted_.end()) {
+        if (wanted->second.absentUntil == 0) {
+            --searching_;
+        }
+        wanted_.erase(wanted);
+        owners_[inode] = {pid, fd, time};
+        ++found_;
+    } else if (owners_.size() < mostKnown) {
+        owners_.try_emplace(inode, Owner{pid, fd, time});
+    }
+}
+
+/// Whoever was wanted for a whole round of the walk is nobody's.
+void SocketInodes::endRound(double time)
+{
+    walked_ = 0;
+    ++round_;
+    for (auto& [inode, wanted] : wanted_) {
+        if (wanted.absentUntil == 0 && round_ - wanted.sinceRound > 1) {
+            wanted.absentFor = std::clamp(wanted.absentFor * 4, firstAbsence, longestAbsence);
+            wanted.absentUntil = time + wanted.absentFor;
+            --searching_;
+        }
+    }
+}
+
+void SocketInodes::forget(double time)
+{
+    std::erase_if(
+        processes_, [this](const auto& entry) { return !std::binary_search(pids_.begin(), pids_.end(), entry.first); });
+    std::erase_if(owners_, [this](const auto& entry) { return !processes_.contains(entry.second.pid); });
+    std::erase_if(wanted_, [time](const auto& entry) {
+        return entry.second.absentUntil > 0 && time - entry.second.absentUntil > longestAbsence;
+    });
+}
+
+} // namespace meridal

@@ -1,0 +1,251 @@
+#include "base/AsioRuntime.h"
+#include "base/Log.h"
+#include "base/NotificationCenter.h"
+#include "collectors/process/NetworkStatisticsStatCollector.h"
+#include "collectors/process/PacketStatCollector.h"
+#include "collectors/process/ProcessStatCollector.h"
+#include "platform/Context.h"
+#include "platform/linux/LinuxHost.h"
+#include "tests/linux/NetworkBed.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+#include <net/if.h>
+
+#include <deque>
+
+namespace meridal::test {
+namespace {
+
+/// The daemon's collectors on this machine, in a network of their own.
+class TrafficTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!bed.unavailable().empty()) {
+            GTEST_SKIP() << bed.unavailable();
+        }
+        host = makeLinuxHost(runtime);
+        context.emplace(Context{runtime, *host, notifications, log, Paths::underRoot(files.root())});
+        processes = std::make_unique<ProcessStatCollector>(*context);
+        packets = std::make_unique<PacketStatCollector>(*context, *processes);
+    }
+    void TearDown() override
+    {
+        packets.reset();
+        processes.reset();
+        workers.clear();
+    }
+
+    Worker& worker(std::vector<std::function<void()>> steps) { return workers.emplace_back(std::move(steps)); }
+    Worker& worker(std::function<void()> step) { return worker(std::vector<std::function<void()>>{std::move(step)}); }
+
+    void serveFor(double seconds)
+    {
+        runtime.after(seconds, [this] { runtime.stop(); });
+        runtime.run();
+    }
+    void startCapture()
+    {
+        packets->startCaputure();
+        ASSERT_TRUE(packets->isCapturing()) << packets->failure();
+        serveFor(0.1);
+        before = {NetworkBed::counters("m0"), NetworkBed::counters("lo")};
+    }
+    /// Until every one of them has done a step, and what they sent is counted.
+    void finish(const std::vector<const Worker*>& all)
+    {
+        for (const Worker* one : all) {
+            for (int i = 0; i < 600 && !one->isDone(); ++i) {
+                serveFor(0.05);
+            }
+        }
+        fold();
+    }
+    void fold()
+    {
+        serveFor(0.6);
+        processes->update();
+        packets->process();
+    }
+    /// On a machine too busy to empty the ring in time nothing can be said of single processes.
+    bool isWhole() const { return packets->statistics().dropped == 0; }
+    const ProcessStatCollectorItem& item(const Worker& worker) { return *processes->processForPid(worker.pid()); }
+    /// What all interfaces counted since the capture began.
+    double counted() const
+    {
+        const auto now = std::pair(NetworkBed::counters("m0"), NetworkBed::counters("lo"));
+        const auto sum = [](const auto& pair) {
+            return static_cast<double>(pair.first.first + pair.first.second + pair.second.first + pair.second.second);
+        };
+        return sum(now) - sum(before);
+    }
+    double accounted() const
+    {
+        const TrafficAccount& total = packets->total();
+        return total.processes.linkBytes + total.kernel.linkBytes + total.unattributed.linkBytes;
+    }
+
+    NetworkBed bed; ///< first: threads belong to the network in which they were started
+    AsioRuntime runtime;
+    NotificationCenter notifications;
+    Log log;
+    TemporaryTree files;
+    std::unique_ptr<Host> host;
+    std::optional<Context> context;
+    std::unique_ptr<ProcessStatCollector> processes;
+    std::unique_ptr<PacketStatCollector> packets;
+    std::deque<Worker> workers;
+    std::pair<std::pair<std::uint64_t, std::uint64_t>, std::pair<std::uint64_t, std::uint64_t>> before;
+};
+
+/// At least what was sent, and no more than headers and a few retransmissions on top.
+void expectTraffic(double figure, double sent, const char* what)
+{
+    EXPECT_GE(figure, sent) << what;
+    EXPECT_LE(figure, sent * 1.06 + 2000) << what;
+}
+
+TEST_F(TrafficTest, EveryProcessGetsWhatItSentAndReceivedAndTheSumsClose)
+{
+    constexpr double megabyte = 1e6;
+    startCapture();
+    for (const std::string address : {NetworkBed::peer4, NetworkBed::peer6}) {
+        Worker& uploader = worker([=] { tcpSend(address, 8'000'000); });
+        Worker& downloader = worker([=] { tcpReceive(address, 12'000'000); });
+        Worker& caller = worker([=] { udpSend(address, 2000, 1200); });
+        Worker& listener = worker([=] { udpReceive(address, 2000, 1200); });
+        Worker& large = worker([=] { udpSend(address, 300, 8000); }); // goes in fragments
+        for (Worker* each : {&uploader, &downloader, &caller, &listener, &large}) {
+            each->go();
+        }
+        finish({&uploader, &downloader, &caller, &listener, &large});
+        if (!isWhole()) {
+            GTEST_SKIP() << packets->statistics().dropped << " frames dropped: too busy a machine";
+        }
+        expectTraffic(item(uploader).networkUpload(), 8 * megabyte, "TCP sent");
+        EXPECT_LT(item(uploader).networkDownload(), 0.5 * megabyte) << "nothing but acknowledgements";
+        expectTraffic(item(downloader).networkDownload(), 12 * megabyte, "TCP received");
+        expectTraffic(item(caller).networkUpload(), 2.4 * megabyte, "UDP sent");
+        expectTraffic(item(listener).networkDownload(), 2.4 * megabyte, "UDP received");
+        expectTraffic(item(large).networkUpload(), 2.4 * megabyte, "UDP in fragments");
+    }
+    EXPECT_NEAR(accounted(), counted(), counted() * 0.02);
+    EXPECT_LT(packets->total().unattributed.linkBytes, counted() * 0.02);
+}
+
+TEST_F(TrafficTest, TrafficWithinTheMachineCountsOnceForEachEnd)
+{
+    startCapture();
+    Worker& server = worker([] {
+        const Descriptor listening(::socket(AF_INET6, SOCK_STREAM, 0));
+        const sockaddr_in6 any = end("::", tcpSink);
+        ::bind(listening.get(), reinterpret_cast<const sockaddr*>(&any), sizeof(any));
+        ::listen(listening.get(), 1);
+        const Descriptor connection(::accept(listening.get(), nullptr, nullptr));
+        receiveBytes(connection.get(), ~std::uint64_t{0});
+        ::pause();
+    });
+    Worker& client = worker([] {
+        static Descriptor socket;
+        while (!socket) { // until the other one listens
+            socket = socketTo(SOCK_STREAM, "127.0.0.1", tcpSink);
+        }
+        sendBytes(socket.get(), 10'000'000);
+    });
+    server.go();
+    client.go();
+    finish({&client});
+    expectTraffic(item(client).networkUpload(), 10e6, "sent");
+    expectTraffic(item(server).networkDownload(), 10e6, "received");
+    EXPECT_LT(item(client).networkDownload(), 1e6);
+    EXPECT_LT(item(server).networkUpload(), 1e6);
+    EXPECT_NEAR(accounted(), counted(), counted() * 0.02);
+}
+
+TEST_F(TrafficTest, WhatStandsOnAnotherInterfaceIsCountedOnce)
+{
+    NetworkBed::run("ip link add br0 type bridge && ip addr flush dev m0 && ip link set m0 master br0"
+                    " && ip addr add 10.99.0.1/24 dev br0 && ip link set br0 up");
+    if (::if_nametoindex("br0") == 0) {
+        GTEST_SKIP() << "this kernel has no bridges";
+    }
+    startCapture();
+    Worker& uploader = worker([] { tcpSend(NetworkBed::peer4, 4'000'000); });
+    Worker& caller = worker([] { udpSend(NetworkBed::peer4, 1000, 1000); });
+    uploader.go();
+    caller.go();
+    finish({&uploader, &caller});
+    expectTraffic(item(uploader).networkUpload(), 4e6, "TCP over the bridge");
+    expectTraffic(item(caller).networkUpload(), 1e6, "UDP over the bridge");
+}
+
+TEST_F(TrafficTest, AFloodIsCountedOrShownAsDropped)
+{
+    startCapture();
+    const double cpuBefore = host->selfUsage->read().cpuSeconds.value_or(0);
+    Worker& flooder = worker([] {
+        const Descriptor socket = socketTo(SOCK_DGRAM, NetworkBed::peer4, udpSink);
+        std::vector<mmsghdr> messages(512);
+        char byte = 'f';
+        iovec content{&byte, 1};
+        for (mmsghdr& message : messages) {
+            message.msg_hdr = {};
+            message.msg_hdr.msg_iov = &content;
+            message.msg_hdr.msg_iovlen = 1;
+        }
+        for (int i = 0; i < 2000; ++i) {
+            ::sendmmsg(socket.get(), messages.data(), static_cast<unsigned int>(messages.size()), 0);
+        }
+    });
+    flooder.go();
+    finish({&flooder});
+    const CaptureStatistics statistics = packets->statistics();
+    const auto sum = static_cast<double>(statistics.frames + statistics.dropped);
+    EXPECT_NEAR(sum, 1'024'000, 1'024'000 * 0.02) << statistics.frames << " and " << statistics.dropped;
+    EXPECT_LE(packets->pstorage().capacity(), PacketBuffer::step);
+    RecordProperty("cpuSeconds", std::to_string(host->selfUsage->read().cpuSeconds.value_or(0) - cpuBefore));
+    RecordProperty("dropped", std::to_string(statistics.dropped));
+}
+
+TEST_F(TrafficTest, TheKernelsCountersAgreeWithTheCapture)
+{
+    startCapture();
+    NetworkStatisticsStatCollector statistics(*context, *processes);
+    statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
+    ASSERT_TRUE(statistics.start());
+    Descriptor connection;
+    Worker& uploader = worker({[&connection] {
+                                   connection = socketTo(SOCK_STREAM, NetworkBed::peer6, tcpSink);
+                                   sendBytes(connection.get(), 1000);
+                               },
+        [&connection] { sendBytes(connection.get(), 10'000'000); }});
+    uploader.go();
+    double byCounters = 0;
+    const auto update = [&] {
+        serveFor(0.4);
+        processes->update();
+        statistics.updateStats();
+        const auto* item = processes->processForPid(uploader.pid());
+        byCounters += item ? item->networkUpload() : 0;
+    };
+    for (int i = 0; i < 8; ++i) { // it becomes known, its owner is found, its first counts are read
+        update();
+    }
+    uploader.go();
+    for (int i = 0; i < 8; ++i) {
+        update();
+    }
+    fold();
+    expectTraffic(byCounters, 10e6, "by the counters");
+    EXPECT_NEAR(item(uploader).networkUpload(), byCounters, byCounters * 0.06);
+
+    const std::vector<std::int32_t> pids = {uploader.pid()};
+    const auto rows = host->processConnections->readConnections(pids);
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_EQ(rows[0].foreignPort, tcpSink);
+    EXPECT_GE(rows[0].bytesSent.value_or(0), 10'001'000U);
+}
+
+} // namespace
+} // namespace meridal::test

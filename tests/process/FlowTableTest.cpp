@@ -1,0 +1,217 @@
+#include "collectors/process/FlowTable.h"
+#include "tests/process/FrameBytes.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace meridal::test {
+namespace {
+
+using Kind = SocketOwner::Kind;
+
+/// Owners by local port, as a test has them.
+class FakeOwners final : public SocketOwners {
+public:
+    struct Book {
+        std::map<std::uint16_t, SocketOwner> byPort;
+        std::map<std::uint16_t, SocketOwner> foundBySearch;
+        int questions = 0;
+    };
+    explicit FakeOwners(Book& book) : book_(book) { }
+    void beginBatch() override { }
+    SocketOwner ownerOf(const SocketFlow& flow) override
+    {
+        ++book_.questions;
+        return book_.byPort[flow.localPort];
+    }
+    bool search() override
+    {
+        const bool found = !book_.foundBySearch.empty();
+        for (const auto& [port, owner] : book_.foundBySearch) {
+            book_.byPort[port] = owner;
+        }
+        book_.foundBySearch.clear();
+        return found;
+    }
+
+private:
+    Book& book_;
+};
+
+class FlowTableTest : public ::testing::Test {
+protected:
+    static DecodedFrame frame(FrameDirection direction, std::uint16_t source, std::uint16_t destination)
+    {
+        DecodedFrame result;
+        result.direction = direction;
+        result.ports = FramePorts::There;
+        result.isIP = true;
+        result.protocol = 17;
+        result.bytes = 100;
+        result.linkBytes = 114;
+        result.sourcePort = source;
+        result.destinationPort = destination;
+        return result;
+    }
+    static DecodedFrame sent(std::uint16_t port) { return frame(FrameDirection::Sent, port, 53); }
+    static DecodedFrame received(std::uint16_t port) { return frame(FrameDirection::Received, 53, port); }
+    void settle(double seconds = 0.1)
+    {
+        now += seconds;
+        table.settle(now, batch);
+    }
+    double pidBytes(std::int32_t pid) const
+    {
+        double sum = 0;
+        for (const PacketRecord& record : batch.packets.records()) {
+            sum += record.pid == pid ? record.downloadBytes + record.uploadBytes : 0;
+        }
+        return sum;
+    }
+    static double bytes(const TrafficShare& share) { return share.download + share.upload; }
+
+    FakeOwners::Book owners;
+    FlowTable table{std::make_unique<FakeOwners>(owners)};
+    TrafficBatch batch;
+    double now = 1000;
+};
+
+TEST_F(FlowTableTest, TheOwnerIsAskedForOnceAFlowAndNotOnceAFrame)
+{
+    owners.byPort[5000] = {Kind::Process, 42};
+    for (int i = 0; i < 1000; ++i) {
+        table.count(sent(5000));
+        table.count(received(5000));
+    }
+    settle();
+    ASSERT_EQ(batch.packets.records().size(), 1U);
+    EXPECT_EQ(batch.packets.records()[0].pid, 42);
+    EXPECT_EQ(batch.packets.records()[0].uploadBytes, 100'000);
+    EXPECT_EQ(batch.packets.records()[0].downloadBytes, 100'000);
+    EXPECT_EQ(owners.questions, 1);
+    EXPECT_EQ(batch.frames, 2000U);
+    EXPECT_EQ(batch.processes.linkBytes, 228'000);
+}
+
+TEST_F(FlowTableTest, BytesWaitForAnOwnerThatIsStillBeingLookedFor)
+{
+    owners.byPort[5000] = {Kind::Pending};
+    table.count(sent(5000));
+    settle();
+    EXPECT_EQ(pidBytes(42) + bytes(batch.unattributed), 0);
+    owners.foundBySearch[5000] = {Kind::Process, 42};
+    table.count(sent(5000));
+    settle();
+    EXPECT_EQ(pidBytes(42), 200) << "at once, and nothing was lost";
+
+    owners.byPort[5001] = {Kind::Pending};
+    table.count(sent(5001));
+    settle();
+    settle(FlowTable::patience);
+    EXPECT_EQ(bytes(batch.unattributed), 100) << "not for ever";
+    EXPECT_EQ(table.waiting(), 0U);
+}
+
+TEST_F(FlowTableTest, AConnectionThatWaitsToBeAcceptedIsNotYetTheKernels)
+{
+    owners.byPort[80] = {Kind::Process, 1, false}; // who listens
+    table.count(received(80));
+    settle();
+    owners.byPort[80] = {Kind::Kernel};
+    table.count(received(80));
+    settle();
+    owners.byPort[80] = {Kind::Process, 42};
+    settle();
+    EXPECT_EQ(pidBytes(42), 200);
+    owners.byPort[2049] = {Kind::Kernel};
+    table.count(received(2049));
+    settle();
+    settle(FlowTable::acceptance);
+    EXPECT_EQ(bytes(batch.kernel), 100);
+}
+
+TEST_F(FlowTableTest, TheLastFramesOfAClosedConnectionAreItsProcesss)
+{
+    owners.byPort[5000] = {Kind::Process, 42};
+    table.count(sent(5000));
+    settle();
+    owners.byPort[5000] = {Kind::None};
+    table.count(sent(5000));
+    settle(5);
+    EXPECT_EQ(pidBytes(42), 200);
+    owners.byPort[5000] = {Kind::Process, 43}; // another one took the port
+    table.count(sent(5000));
+    settle(5);
+    EXPECT_EQ(pidBytes(43), 100);
+}
+
+TEST_F(FlowTableTest, FramesOfAnInterfaceThatCarriesAnotherCountNowhere)
+{
+    owners.byPort[5000] = {Kind::Elsewhere};
+    table.count(sent(5000));
+    settle();
+    EXPECT_EQ(bytes(batch.processes) + bytes(batch.kernel) + bytes(batch.unattributed), 0);
+}
+
+TEST_F(FlowTableTest, OnTheLoopbackWhatArrivesCountsForBothEnds)
+{
+    owners.byPort[5000] = {Kind::Process, 42};
+    owners.byPort[53] = {Kind::Process, 43};
+    for (DecodedFrame each : {sent(5000), received(5000)}) { // 5000 to 53 as it leaves, 53 to 5000 as it arrives
+        each.isLoopback = true;
+        table.count(each);
+    }
+    settle();
+    EXPECT_EQ(batch.processes.download, 100);
+    EXPECT_EQ(batch.processes.upload, 100);
+    EXPECT_EQ(pidBytes(42), 100);
+    EXPECT_EQ(pidBytes(43), 100);
+}
+
+TEST_F(FlowTableTest, FragmentsFollowTheFirstOne)
+{
+    owners.byPort[5000] = {Kind::Process, 42};
+    DecodedFrame first = sent(5000);
+    first.ports = FramePorts::FirstFragment;
+    first.fragment = 7;
+    DecodedFrame later = first;
+    later.ports = FramePorts::LaterFragment;
+    later.sourcePort = later.destinationPort = 0;
+    DecodedFrame stranger = later;
+    stranger.fragment = 8;
+    for (const auto& each : {first, later, later, stranger}) {
+        table.count(each);
+    }
+    settle();
+    EXPECT_EQ(pidBytes(42), 300);
+    EXPECT_EQ(bytes(batch.unattributed), 100);
+}
+
+TEST_F(FlowTableTest, MemoryIsBoundedAndTheSumsStayWhole)
+{
+    for (std::uint32_t i = 0; i < 3 * FlowTable::mostFlows; ++i) {
+        DecodedFrame each = received(static_cast<std::uint16_t>(i));
+        each.source[0] = static_cast<std::uint8_t>(i >> 16);
+        table.count(each);
+    }
+    EXPECT_EQ(table.flows(), FlowTable::mostFlows);
+    settle();
+    EXPECT_EQ(bytes(batch.unattributed), 100.0 * 3 * FlowTable::mostFlows);
+    settle(FlowTable::idleTime + 5);
+    EXPECT_EQ(table.flows(), 0U);
+
+    TrafficBatch late; // of a fold that does not come
+    for (std::int32_t i = 0; i < 100'000; ++i) {
+        PacketRecord record;
+        record.pid = i;
+        record.downloadBytes = 1;
+        late.add(record);
+        late.add(record);
+    }
+    EXPECT_EQ(late.packets.records().size(), PacketBuffer::mostRecords);
+    EXPECT_EQ(late.processes.download + late.unattributed.download, 200'000);
+}
+
+} // namespace
+} // namespace meridal::test

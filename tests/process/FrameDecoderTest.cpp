@@ -1,0 +1,160 @@
+#include "collectors/process/FrameDecoder.h"
+#include "tests/process/FrameBytes.h"
+
+#include <gtest/gtest.h>
+
+namespace meridal::test {
+namespace {
+
+constexpr std::uint8_t tcp = 6;
+constexpr std::uint8_t udp = 17;
+constexpr unsigned ip4 = 0x0800;
+constexpr unsigned ip6 = 0x86DD;
+
+DecodedFrame decoded(LinkType link, const Frame& bytes, std::size_t wireLength = 0)
+{
+    const auto frame = decodeFrame(captured(link, bytes, wireLength));
+    EXPECT_TRUE(frame.has_value());
+    return frame.value_or(DecodedFrame{});
+}
+
+TEST(FrameDecoder, EveryLinkTypeLeadsToTheSamePacket)
+{
+    const Frame packet = joined({ipv4(tcp, 1500), ports()});
+    const Frame packet6 = joined({ipv6(udp, 1460), ports()});
+    struct Case {
+        LinkType link;
+        Frame bytes;
+        std::size_t header;
+        bool isIPv6;
+    };
+    const std::vector<Case> cases = {
+        {LinkType::Ethernet, ethernet(ip4, packet), 14, false},
+        {LinkType::Ethernet, ethernet(ip6, packet6), 14, true},
+        {LinkType::LinuxCooked, joined({hex("0000 0001 0006 020000000001 0000"), big16(ip4), packet}), 16, false},
+        {LinkType::LinuxCooked2, cooked2(ip6, 0, packet6), 20, true},
+        {LinkType::RawIP, packet, 0, false},
+        {LinkType::RawIP, packet6, 0, true},
+        {LinkType::Null, joined({hex("02000000"), packet}), 4, false},
+        {LinkType::Null, joined({hex("0000001e"), packet6}), 4, true},
+    };
+    for (const Case& each : cases) {
+        const DecodedFrame frame = decoded(each.link, each.bytes, each.header + 1500);
+        EXPECT_EQ(frame.bytes, each.isIPv6 ? 1460U : 1500U) << "the length that the IP header tells";
+        EXPECT_EQ(frame.protocol, each.isIPv6 ? udp : tcp);
+        EXPECT_EQ(frame.ports, FramePorts::There);
+        EXPECT_EQ(frame.sourcePort, 5000);
+        EXPECT_EQ(frame.destinationPort, 80);
+        EXPECT_EQ(frame.source[each.isIPv6 ? 15 : 3], 1);
+        EXPECT_EQ(frame.destination[each.isIPv6 ? 15 : 3], 2);
+    }
+}
+
+TEST(FrameDecoder, CookedFramesTellDirectionInterfaceAndWhatTheInterfaceCounts)
+{
+    const Frame packet = joined({ipv4(udp, 100), ports()});
+    DecodedFrame frame = decoded(LinkType::LinuxCooked2, cooked2(ip4, 4, packet), 120);
+    EXPECT_EQ(frame.direction, FrameDirection::Sent);
+    EXPECT_EQ(frame.interface, 7U);
+    EXPECT_EQ(frame.linkBytes, 114U) << "the Ethernet header that the cooked one stands for";
+    frame = decoded(LinkType::LinuxCooked2, cooked2(ip4, 0, packet), 120);
+    EXPECT_EQ(frame.direction, FrameDirection::Received);
+    EXPECT_FALSE(decodeFrame(captured(LinkType::LinuxCooked2, cooked2(ip4, 3, packet)))) << "somebody else's";
+}
+
+TEST(FrameDecoder, TheTapsHeaderNamesProcessAndDirection)
+{
+    const Frame packet = ethernet(ip4, joined({ipv4(tcp, 1000), ports()}));
+    constexpr std::uint32_t ethernetLink = 1;
+    const auto tapped = [&](std::int32_t pid, std::uint32_t flags, std::uint32_t size = 156) {
+        return decoded(LinkType::Pktap, pktap(pid, flags, ethernetLink, packet, 1, size), size + 1014);
+    };
+    EXPECT_EQ(tapped(42, 2).direction, FrameDirection::Sent);
+    EXPECT_EQ(tapped(42, 1).direction, FrameDirection::Received);
+    EXPECT_EQ(tapped(42, 3).direction, FrameDirection::Received);
+    EXPECT_EQ(tapped(42, 2).pid, 42);
+    EXPECT_EQ(tapped(-1, 2).pid, 0);
+    EXPECT_EQ(tapped(42, 2).bytes, 1000U);
+    EXPECT_EQ(tapped(42, 2, 160).bytes, 1000U) << "skipped by the length in it";
+    constexpr std::uint32_t rawLink = 12;
+    const Frame raw = pktap(42, 1, rawLink, joined({ipv4(tcp, 1000), ports()}));
+    EXPECT_EQ(decoded(LinkType::Pktap, raw, 156 + 900).bytes, 900U) << "only Ethernet is looked into";
+    EXPECT_FALSE(decodeFrame(captured(LinkType::Pktap, pktap(42, 1, ethernetLink, packet, 0)))) << "no frame follows";
+    EXPECT_FALSE(decodeFrame(captured(LinkType::Pktap, joined({little32(70'000), little32(1), Frame(100)}))))
+        << "a header that is longer than the frame";
+}
+
+TEST(FrameDecoder, TagsAndExtensionHeadersAreStepsOnTheWay)
+{
+    const Frame packet = joined({ipv4(tcp, 60), ports()});
+    DecodedFrame frame = decoded(LinkType::Ethernet, ethernet(0x88A8, joined({hex("0065 8100 0066 0800"), packet})));
+    EXPECT_EQ(frame.vlan, 0x65);
+    EXPECT_EQ(frame.destinationPort, 80);
+    // hop-by-hop, routing of 16 bytes, authentication of 24 bytes, then TCP
+    const Frame chain = joined({ipv6(0, 200), hex("2b00 000000000000"), hex("3301 0000000000000000000000000000"),
+        hex("0604"), Frame(22), ports()});
+    frame = decoded(LinkType::RawIP, chain);
+    EXPECT_EQ(frame.protocol, tcp);
+    EXPECT_EQ(frame.destinationPort, 80);
+    Frame endless = ipv6(60, 1000);
+    for (int i = 0; i < 100; ++i) {
+        endless = joined({endless, hex("3c00 000000000000")});
+    }
+    EXPECT_EQ(decoded(LinkType::RawIP, endless).ports, FramePorts::None);
+}
+
+TEST(FrameDecoder, OnlyTheFirstFragmentHasPorts)
+{
+    EXPECT_EQ(decoded(LinkType::RawIP, joined({ipv4(udp, 1500, 0x2000), ports()})).ports, FramePorts::FirstFragment);
+    const DecodedFrame later = decoded(LinkType::RawIP, joined({ipv4(udp, 1500, 0x00B9), ports()}));
+    EXPECT_EQ(later.ports, FramePorts::LaterFragment);
+    EXPECT_EQ(later.fragment, 0x1234U);
+    const Frame first6 = joined({ipv6(44, 1448), hex("1100 0001 0000abcd"), ports()});
+    EXPECT_EQ(decoded(LinkType::RawIP, first6).ports, FramePorts::FirstFragment);
+    EXPECT_EQ(decoded(LinkType::RawIP, first6).fragment, 0xABCDU);
+    const Frame whole6 = joined({ipv6(44, 1448), hex("1100 0000 0000abcd"), ports()});
+    EXPECT_EQ(decoded(LinkType::RawIP, whole6).ports, FramePorts::There);
+}
+
+TEST(FrameDecoder, TunnelsStayClosed)
+{
+    const Frame inner = joined({ipv4(tcp, 60), ports()});
+    for (const std::uint8_t protocol : std::vector<std::uint8_t>{4, 41, 47, 50}) { // IP in IP, IPv6 in IP, GRE, ESP
+        EXPECT_EQ(decoded(LinkType::RawIP, joined({ipv4(protocol, 80), inner})).ports, FramePorts::None);
+    }
+}
+
+TEST(FrameDecoder, LengthsThatCannotBeTrueAreNotBelieved)
+{
+    const Frame lying = joined({ipv4(tcp, 65'535), ports()});
+    EXPECT_EQ(decoded(LinkType::Ethernet, ethernet(ip4, lying), 60).bytes, 46U);
+    const Frame huge = joined({ipv4(tcp, 0), ports()}); // above 64 KiB, or to be cut up by the hardware
+    EXPECT_EQ(decoded(LinkType::Ethernet, ethernet(ip4, huge), 100'014).bytes, 100'000U);
+    EXPECT_EQ(decoded(LinkType::Ethernet, ethernet(ip4, joined({ipv4(tcp, 40), Frame(20)}))).bytes, 40U) << "padding";
+    EXPECT_EQ(decoded(LinkType::Ethernet, ethernet(0x0806, Frame(46))).bytes, 60U) << "what is no IP counts whole";
+}
+
+TEST(FrameDecoder, AFrameMayEndAnywhere)
+{
+    const Frame deep =
+        joined({ipv6(0, 200), hex("2c00 000000000000"), hex("3300 0001 00000001"), hex("0604"), Frame(22), ports()});
+    const std::vector<std::pair<LinkType, Frame>> wholes = {
+        {LinkType::Ethernet, ethernet(0x8100, joined({hex("0065 86dd"), deep}))},
+        {LinkType::LinuxCooked, joined({Frame(14), big16(ip6), deep})},
+        {LinkType::LinuxCooked2, cooked2(ip6, 0, deep)},
+        {LinkType::RawIP, deep},
+        {LinkType::Null, joined({hex("1e000000"), deep})},
+        {LinkType::Pktap, pktap(1, 1, 1, ethernet(ip6, deep))},
+    };
+    for (const auto& [link, whole] : wholes) {
+        for (std::size_t size = 0; size <= whole.size(); ++size) {
+            const Frame cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+            if (const auto frame = decodeFrame(captured(link, cut, whole.size()))) {
+                EXPECT_LE(frame->bytes, whole.size());
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace meridal::test

@@ -1,0 +1,124 @@
+#include "collectors/process/PacketStatCollector.h"
+#include "collectors/process/NetworkStatisticsStatCollector.h"
+#include "daemon/CaptureKeeper.h"
+#include "daemon/CollectorPorts.h"
+#include "tests/process/FrameBytes.h"
+#include "tests/process/ProcessFixture.h"
+
+#include <gtest/gtest.h>
+
+namespace meridal::test {
+namespace {
+
+class PacketStatCollectorTest : public ProcessFixture {
+protected:
+    PacketStatCollectorTest()
+    {
+        set(42);
+        set(43);
+        update();
+    }
+    /// A frame of so many bytes at the IP layer, as the tap of a Mac gives it.
+    static Frame tapped(std::int32_t pid, std::uint32_t flags, unsigned bytes)
+    {
+        return pktap(pid, flags, 1, ethernet(0x0800, joined({ipv4(6, bytes), ports()})));
+    }
+    void deliver(const Frame& frame) { machine.packetTap().deliver({captured(LinkType::Pktap, frame, 2000)}); }
+
+    PacketStatCollector packets{machine.context, collector()};
+};
+
+TEST_F(PacketStatCollectorTest, FiguresAreTheBytesOfOneInterval)
+{
+    packets.startCaputure();
+    deliver(tapped(42, 1, 1000));
+    deliver(tapped(42, 2, 300));
+    deliver(tapped(42, 1, 500));
+    deliver(tapped(-1, 1, 70));
+    deliver(tapped(4711, 1, 80));
+    packets.process();
+    EXPECT_EQ(item(42).networkDownload(), 1500);
+    EXPECT_EQ(item(42).networkUpload(), 300);
+    EXPECT_EQ(item(42).networkDownloadTime(), machine.runtime.wallTime());
+    EXPECT_EQ(item(43).networkDownloadTime(), 0);
+    EXPECT_EQ(packets.latest().unattributed.download, 150) << "no process, or one that came and went";
+    packets.process();
+    EXPECT_EQ(item(42).networkDownload(), 0);
+    EXPECT_EQ(packets.total().processes.download, 1500);
+    EXPECT_EQ(packets.total().frames, 5U);
+}
+
+TEST_F(PacketStatCollectorTest, ChangesOfTheNetworkReplaceTheCaptureAndLoseNothing)
+{
+    packets.startCaputure();
+    deliver(tapped(42, 1, 1000));
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    EXPECT_EQ(machine.packetTap().begun, 2);
+    EXPECT_EQ(machine.packetTap().running.size(), 1U);
+    deliver(tapped(42, 1, 10));
+    packets.process();
+    EXPECT_EQ(item(42).networkDownload(), 1010);
+    EXPECT_EQ(packets.statistics().frames, 2U);
+    machine.packetTap().follows = true;
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    EXPECT_EQ(machine.packetTap().begun, 2);
+    packets.stopCapture();
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    EXPECT_TRUE(machine.packetTap().running.empty());
+}
+
+TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
+{
+    machine.processConnections().rows = {{42, 5000, 80}, {43, 80, 5000}};
+    const CaptureInterface interface {
+        .bsd = "en0", .mac = "2:0:0:0:0:2"
+    };
+    ASSERT_EQ(packets.captureInterface(interface), 0);
+    // Received by its hardware address: from port 5000 to port 80 here.
+    const Frame received = ethernet(0x0800, joined({ipv4(6, 600), ports()}));
+    machine.packetTap().deliver({captured(LinkType::Ethernet, received, 614)}, "en0");
+    packets.process();
+    EXPECT_EQ(item(42).networkUpload(), 600) << "the first that matches takes it, and it is the sending end";
+    EXPECT_EQ(item(43).networkDownload(), 0);
+    machine.processConnections().rows = {{43, 80, 5000}};
+    machine.packetTap().deliver({captured(LinkType::Ethernet, received, 614)}, "en0");
+    packets.process();
+    EXPECT_EQ(item(43).networkDownload(), 600);
+    EXPECT_EQ(item(42).networkUpload(), 0) << "its connection is gone";
+    machine.packetTap().refusal = "no such interface";
+    EXPECT_LT(packets.captureInterface({.bsd = "en9", .mac = {}}), 0);
+}
+
+TEST_F(PacketStatCollectorTest, WithoutTheRightTheKernelsCountersServe)
+{
+    NetworkStatisticsStatCollector statistics(machine.context, collector());
+    CaptureKeeper keeper(machine.context, packets, statistics);
+    CollectorPorts ports;
+    keeper.plugInto(ports);
+    std::vector<std::string> told;
+    machine.host.limitations->listen([&](const std::string& key, const std::string&) { told.push_back(key); });
+    machine.packetTap().refusal = "Operation not permitted";
+    ports.startCapture();
+    ports.startCapture();
+    ports.processCapture();
+    EXPECT_EQ(told, std::vector<std::string>{"packet-capture"}) << "said once";
+    EXPECT_TRUE(statistics.isStarted());
+    EXPECT_EQ(keeper.describe()["source"], "counters");
+    EXPECT_TRUE(keeper.latestShares().is_null());
+
+    machine.packetTap().refusal.clear();
+    ports.startCapture();
+    EXPECT_FALSE(statistics.isStarted());
+    EXPECT_EQ(keeper.describe()["source"], "capture");
+    deliver(tapped(42, 1, 1000));
+    ports.processCapture();
+    EXPECT_EQ(keeper.latestShares()["attributed"]["d"], 1000);
+    machine.packetTap().running[0]->sink->failed("the tap is gone");
+    ports.processCapture();
+    EXPECT_TRUE(statistics.isStarted()) << "also when it ends by itself";
+    ports.stopCapture();
+    EXPECT_EQ(keeper.describe()["source"], "none");
+}
+
+} // namespace
+} // namespace meridal::test

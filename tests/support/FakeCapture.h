@@ -1,0 +1,122 @@
+#pragma once
+
+#include "platform/host/NetworkStatistics.h"
+#include "platform/host/PacketTap.h"
+#include "platform/host/ProcessConnections.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace meridal::test {
+
+/// A tap whose frames a test hands over.
+class FakePacketTap final : public PacketTap {
+public:
+    struct Running {
+        std::shared_ptr<Sink> sink;
+        std::string interface; ///< empty: all of them
+        CaptureStatistics statistics;
+    };
+
+    Result<std::unique_ptr<Capture>> captureAll(std::shared_ptr<Sink> sink) override
+    {
+        return begin({}, std::move(sink));
+    }
+    Result<std::unique_ptr<Capture>> captureInterface(const std::string& name, std::shared_ptr<Sink> sink) override
+    {
+        return begin(name, std::move(sink));
+    }
+    bool followsInterfaces() const override { return follows; }
+    std::unique_ptr<SocketOwners> makeOwners() override { return owners ? owners() : nullptr; }
+
+    /// Hands a batch to every capture of this interface; of none: to those of all.
+    void deliver(const std::vector<CapturedFrame>& frames, const std::string& interface = {})
+    {
+        for (const auto& capture : running) {
+            if (capture->interface == interface) {
+                for (const CapturedFrame& frame : frames) {
+                    capture->sink->frame(frame);
+                }
+                capture->statistics.frames += frames.size();
+                capture->sink->endBatch();
+            }
+        }
+    }
+
+    std::vector<std::shared_ptr<Running>> running;
+    std::function<std::unique_ptr<SocketOwners>()> owners;
+    std::string refusal; ///< why a capture cannot begin; empty: it can
+    bool follows = false;
+    int begun = 0;
+
+private:
+    struct Ending final : Capture {
+        Ending(FakePacketTap& tap, std::shared_ptr<Running> running) : tap_(tap), running_(std::move(running)) { }
+        ~Ending() override { std::erase(tap_.running, running_); }
+        CaptureStatistics statistics() const override { return running_->statistics; }
+        FakePacketTap& tap_;
+        std::shared_ptr<Running> running_;
+    };
+
+    Result<std::unique_ptr<Capture>> begin(const std::string& name, std::shared_ptr<Sink> sink)
+    {
+        if (!refusal.empty()) {
+            return unexpected(ErrorCode::NotPermitted, refusal);
+        }
+        ++begun;
+        running.push_back(std::make_shared<Running>(Running{std::move(sink), name, {}}));
+        return std::unique_ptr<Capture>(std::make_unique<Ending>(*this, running.back()));
+    }
+};
+
+/// A kernel that keeps what it is asked, and says what a test has it say.
+class FakeNetworkStatistics final : public NetworkStatistics {
+public:
+    using Bytes = std::vector<std::uint8_t>;
+
+    Result<std::unique_ptr<Channel>> open(Received received) override
+    {
+        if (!refusal.empty()) {
+            return unexpected(ErrorCode::NotPermitted, refusal);
+        }
+        say = std::move(received);
+        return std::unique_ptr<Channel>(std::make_unique<FakeChannel>(*this));
+    }
+
+    Received say; ///< empty while nobody listens
+    std::vector<Bytes> requests;
+    std::function<void(const Bytes&)> answer; ///< called within each write
+    std::string refusal;
+
+private:
+    struct FakeChannel final : Channel {
+        explicit FakeChannel(FakeNetworkStatistics& kernel) : kernel_(kernel) { }
+        ~FakeChannel() override { kernel_.say = nullptr; }
+        bool write(std::span<const std::uint8_t> request) override
+        {
+            kernel_.requests.emplace_back(request.begin(), request.end());
+            if (kernel_.answer) {
+                kernel_.answer(Bytes(request.begin(), request.end()));
+            }
+            return true;
+        }
+        FakeNetworkStatistics& kernel_;
+    };
+};
+
+class FakeProcessConnections final : public ProcessConnections {
+public:
+    std::span<const ConnectionRecord> readConnections(std::span<const std::int32_t>) override
+    {
+        ++reads;
+        return rows;
+    }
+    std::vector<ConnectionRecord> rows;
+    int reads = 0;
+};
+
+} // namespace meridal::test
