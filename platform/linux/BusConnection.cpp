@@ -23,7 +23,7 @@ struct BusError {
         return error.message ? error.message : std::strerror(-negativeError);
     }
 
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error = {};
 };
 
 ErrorCode codeOf(const sd_bus_error& error)

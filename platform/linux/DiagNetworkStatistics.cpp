@@ -107,9 +107,9 @@ private:
         hasSearched_ = false;
         news_.clear();
         const auto take = [this](const DiagSocket& socket) { takeSocket(socket); };
-        const bool isWhole = diag_.dump(IPPROTO_TCP, false, SocketDiag::Counts::Yes, take)
-            & diag_.dump(IPPROTO_TCP, true, SocketDiag::Counts::Yes, take);
-        if (isWhole) {
+        const bool hasAllOf4 = diag_.dump(IPPROTO_TCP, false, SocketDiag::Counts::Yes, take);
+        const bool hasAllOf6 = diag_.dump(IPPROTO_TCP, true, SocketDiag::Counts::Yes, take);
+        if (hasAllOf4 && hasAllOf6) {
             std::erase_if(sources_, [this](const auto& entry) {
                 if (entry.second.reading == reading_) {
                     return false;
