@@ -40,7 +40,7 @@ struct HwmonSensor {
 
 struct HwmonOptions {
     std::filesystem::path root = "/";
-    std::filesystem::path keyFile = {};            ///< where keys are kept; empty keeps none
+    std::filesystem::path keyFile = {};       ///< where keys are kept; empty keeps none
     double patience = 0.1;                    ///< s that a figure is waited for
     std::unique_ptr<SlowWork> work = nullptr; ///< where chips are read; threads of their own when null
 };
