@@ -14,16 +14,16 @@ namespace meridal {
 
 namespace {
 
-struct Question {
+struct DiskQuestion {
     ReportedAttributes attributes = ReportedAttributes::Failing;
     std::optional<std::string> after;
     std::size_t limit = DiskKeeper::longestPage;
 };
 
-Result<Question> questionFrom(const Value& given)
+Result<DiskQuestion> diskQuestionFrom(const Value& given)
 {
     Parameters parameters(given);
-    Question question;
+    DiskQuestion question;
     question.attributes = parameters.flag("attributes") ? ReportedAttributes::All : ReportedAttributes::Failing;
     question.after = parameters.text("after");
     question.limit = parameters.limit(question.limit, DiskKeeper::longestPage);
@@ -33,7 +33,7 @@ Result<Question> questionFrom(const Value& given)
     return question;
 }
 
-Result<Value> answer(const SMARTStatCollector& collector, const Question& question)
+Result<Value> answer(const SMARTStatCollector& collector, const DiskQuestion& question)
 {
     const auto disks = collector.disks();
     auto disk = disks.begin();
@@ -103,7 +103,7 @@ std::vector<HistorySeries> DiskKeeper::series(
 
 void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)> reply)
 {
-    const auto question = questionFrom(parameters);
+    const auto question = diskQuestionFrom(parameters);
     if (!question) {
         return reply(unexpected(question.error().code, question.error().message));
     }

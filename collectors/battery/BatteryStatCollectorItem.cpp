@@ -8,18 +8,6 @@
 
 namespace meridal {
 
-namespace {
-
-template <typename Figure>
-void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
-{
-    if (figure) {
-        into[key] = *figure;
-    }
-}
-
-} // namespace
-
 void BatteryStatCollectorItem::setSource(BatterySource source)
 {
     if (source == source_) {

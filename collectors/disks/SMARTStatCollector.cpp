@@ -1,5 +1,6 @@
 #include "collectors/disks/SMARTStatCollector.h"
 
+#include "base/SharedInstance.h"
 #include "base/Text.h"
 #include "collectors/disks/DiskDiscovery.h"
 #include "platform/Context.h"
@@ -17,13 +18,6 @@ namespace {
 constexpr double frequency = 30;              ///< s between updates for clients
 constexpr std::int64_t sequenceInterval = 30; ///< turns of the one-second clock
 
-std::unique_ptr<SMARTStatCollector>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<SMARTStatCollector>;
-    return instance;
-}
-
 /// Temperature (°C) and wear (% of the rated life) by disk; one of the two is NULL where a disk does not tell it.
 Dictionary configuration()
 {
@@ -37,14 +31,6 @@ Dictionary configuration()
             "PRIMARY KEY (sample, uuid)) WITHOUT ROWID"},
         {"sqlInsertItem", "INSERT INTO %@ VALUES (?, ?, ?, ?, ?)"},
         {"sqlInsertItemKeys", {"sample", "uuid", "time", "temperature", "wear"}}};
-}
-
-template <typename Figure>
-void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
-{
-    if (figure) {
-        into[key] = *figure;
-    }
 }
 
 } // namespace
@@ -74,7 +60,7 @@ SMARTStatCollector::~SMARTStatCollector() = default;
 
 SMARTStatCollector& SMARTStatCollector::sharedSMARTCollector()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SMARTStatCollector>();
     if (!instance) {
         instance = std::make_unique<SMARTStatCollector>(Context::shared());
     }
@@ -83,7 +69,7 @@ SMARTStatCollector& SMARTStatCollector::sharedSMARTCollector()
 
 void SMARTStatCollector::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SMARTStatCollector>();
     if (instance) {
         instance->cleanup();
         instance.reset();

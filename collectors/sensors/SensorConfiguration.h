@@ -41,6 +41,9 @@ constexpr std::size_t mostConfiguredKeys = 256;
 /// What can be understood of a client's configuration.
 SensorConfiguration parseSensorConfiguration(const Value& configuration);
 
+/// A figure fit for a client: 0 for what is no finite number.
+double finite(double value);
+
 /// Whether a key has the four characters that every key of an SMC has.
 bool isSMCKey(const std::string& key);
 

@@ -3,6 +3,7 @@
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 
 #include "base/Runtime.h"
+#include "base/SharedInstance.h"
 #include "collectors/sensors/SensorKind.h"
 #include "collectors/sensors/SensorLimits.h"
 #include "collectors/sensors/SensorSMCController.h"
@@ -19,16 +20,6 @@
 namespace meridal {
 
 namespace {
-
-std::unique_ptr<SensorsStatCollectorMac>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<SensorsStatCollectorMac>;
-    return instance;
-}
-
-/// A figure fit for a client.
-double finite(double value) { return std::isfinite(value) ? value : 0; }
 
 /// The value of a configuration from the values of its keys.
 template <typename ValueOf>
@@ -67,7 +58,7 @@ SensorsStatCollectorMac::SensorsStatCollectorMac(Context& context, Sources sourc
 
 SensorsStatCollectorMac& SensorsStatCollectorMac::sharedSensorCollector()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SensorsStatCollectorMac>();
     if (!instance) {
         instance = std::make_unique<SensorsStatCollectorMac>(Context::shared(),
             Sources{.smc = SensorSMCController::sharedSMC(),
@@ -79,7 +70,7 @@ SensorsStatCollectorMac& SensorsStatCollectorMac::sharedSensorCollector()
 
 void SensorsStatCollectorMac::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SensorsStatCollectorMac>();
     if (instance) {
         instance->cleanup();
         instance.reset();

@@ -50,8 +50,6 @@ const Value* configurationOf(const Value& configurations, std::string_view key)
     return nullptr;
 }
 
-double finite(double value) { return std::isfinite(value) ? value : 0; }
-
 std::string shortened(const std::string& name)
 {
     if (name.size() <= longestName) {

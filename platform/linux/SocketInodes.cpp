@@ -26,7 +26,7 @@ constexpr std::size_t largeTable = 500;
 constexpr int likelyBudget = 1500;
 constexpr int walkBudget = 1000;
 
-double now()
+double searchTime()
 {
     timespec time{};
     ::clock_gettime(CLOCK_MONOTONIC, &time);
@@ -98,7 +98,7 @@ SocketInodes::SocketInodes(const std::filesystem::path& root) : folder_(root / "
 
 SocketInodes::Answer SocketInodes::find(std::uint64_t inode)
 {
-    const double time = now();
+    const double time = searchTime();
     if (const auto owner = owners_.find(inode); owner != owners_.end()) {
         if (time - owner->second.checked < checkInterval) {
             return {State::Found, owner->second.pid};
@@ -129,7 +129,7 @@ SocketInodes::Answer SocketInodes::find(std::uint64_t inode)
 
 bool SocketInodes::search()
 {
-    const double time = now();
+    const double time = searchTime();
     found_ = 0;
     if (searching_ == 0 || !listProcesses(time)) {
         return false;
