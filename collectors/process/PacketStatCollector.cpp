@@ -37,6 +37,7 @@ void PacketStatCollector::updateCollectors()
     }
     packetItem_ = std::make_unique<PacketStatCollectorItem>(context_);
     const auto started = packetItem_->startCaputure();
+    refused_ = !started;
     failure_ = started ? std::string() : started.error().message;
 }
 
@@ -69,10 +70,11 @@ int PacketStatCollector::captureInterface(const CaptureInterface& interface)
 }
 
 /// A tap on all interfaces may know only those that were there when it began. One that follows them goes on: a new one would
-/// have to find every owner anew, and containers change the setup all the time.
+/// have to find every owner anew, and containers change the setup all the time. One that was refused is tried again when
+/// somebody asks: a right is not gained by a change of the network.
 void PacketStatCollector::networkSetupChanged()
 {
-    if (enabled_ && !(isCapturing() && context_.host.packetTap->followsInterfaces())) {
+    if (enabled_ && !refused_ && !(isCapturing() && context_.host.packetTap->followsInterfaces())) {
         updateCollectors();
     }
 }

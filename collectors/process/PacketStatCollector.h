@@ -83,6 +83,7 @@ private:
     std::string failure_;
     std::vector<std::int32_t> pids_; ///< kept for its memory
     bool enabled_ = false;
+    bool refused_ = false; ///< the latest capture could not begin
     std::unique_ptr<NotificationCenter::Observation> setupObservation_;
 };
 

@@ -100,6 +100,8 @@ TEST_F(PacketStatCollectorTest, WithoutTheRightTheKernelsCountersServe)
     machine.packetTap().refusal = "Operation not permitted";
     ports.startCapture();
     ports.startCapture();
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    EXPECT_EQ(machine.packetTap().refused, 2) << "as often as it was asked for, whatever the network does";
     ports.processCapture();
     EXPECT_EQ(told, std::vector<std::string>{"packet-capture"}) << "said once";
     EXPECT_TRUE(statistics.isStarted());
@@ -116,6 +118,12 @@ TEST_F(PacketStatCollectorTest, WithoutTheRightTheKernelsCountersServe)
     machine.packetTap().running[0]->sink->failed("the tap is gone");
     ports.processCapture();
     EXPECT_TRUE(statistics.isStarted()) << "also when it ends by itself";
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    deliver(tapped(42, 1, 500));
+    ports.processCapture();
+    EXPECT_FALSE(statistics.isStarted()) << "one source at a time";
+    EXPECT_EQ(item(42).networkDownload(), 500);
+    EXPECT_TRUE(machine.host.limitations->all().empty());
     ports.stopCapture();
     EXPECT_EQ(keeper.describe()["source"], "none");
 }
