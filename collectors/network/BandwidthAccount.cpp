@@ -158,6 +158,7 @@ bool BandwidthAccount::addReading(const InterfaceRecord& record, const WifiMap& 
         item.endRun(sent, received);
     }
     item.index = record.index;
+    item.kind = record.kind;
     item.address = identityOf(record);
     if (item.interfaceIdentifier == 0) {
         item.interfaceIdentifier = database_.identifierForInterface(item.key, item.address);
