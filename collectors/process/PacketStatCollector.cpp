@@ -32,8 +32,8 @@ void PacketStatCollector::startCaputure()
 
 void PacketStatCollector::updateCollectors()
 {
-    if (packetItem_) {
-        retire(*packetItem_);
+    if (packetItem_ && !refused_) {
+        retire(std::move(packetItem_), ending_);
     }
     packetItem_ = std::make_unique<PacketStatCollectorItem>(context_);
     const auto started = packetItem_->startCaputure();
@@ -45,11 +45,10 @@ void PacketStatCollector::stopCapture()
 {
     enabled_ = false;
     if (packetItem_) {
-        retire(*packetItem_);
-        packetItem_.reset();
+        retire(std::move(packetItem_), ending_);
     }
-    for (const auto& entry : collectors_) {
-        retire(*entry.second);
+    for (auto& entry : collectors_) {
+        retire(std::move(entry.second), endingPorts_);
     }
     collectors_.clear();
     clear();
@@ -62,7 +61,7 @@ int PacketStatCollector::captureInterface(const CaptureInterface& interface)
     if (status >= 0) {
         auto& place = collectors_[interface.bsd];
         if (place) {
-            retire(*place);
+            retire(std::move(place), endingPorts_);
         }
         place = std::move(item);
     }
@@ -79,13 +78,14 @@ void PacketStatCollector::networkSetupChanged()
     }
 }
 
-void PacketStatCollector::retire(PacketStatCollectorItem& item)
+/// What it counted still counts, at the next fold: its last batch may be on its way until then.
+void PacketStatCollector::retire(std::unique_ptr<PacketStatCollectorItem> item, Items& ending)
 {
-    item.stop();
-    item.take(&item == packetItem_.get() ? pstorage_ : pidcache_); // it still counts, at the next fold
-    const CaptureStatistics figures = item.statistics();
+    item->stop();
+    const CaptureStatistics figures = item->statistics();
     retired_.frames += figures.frames;
     retired_.dropped += figures.dropped;
+    ending.push_back(std::move(item));
 }
 
 bool PacketStatCollector::isCapturing() const { return packetItem_ && !packetItem_->finished(); }
@@ -121,6 +121,10 @@ void PacketStatCollector::foldProcesses()
     if (packetItem_) {
         packetItem_->take(pstorage_);
     }
+    for (const auto& item : ending_) {
+        item->take(pstorage_);
+    }
+    ending_.clear();
     for (const PacketRecord& record : pstorage_.packets.records()) {
         const TrafficShare share{record.downloadBytes, record.uploadBytes, record.linkBytes};
         if (auto* item = processes_.processForPid(record.pid)) {
@@ -143,6 +147,10 @@ void PacketStatCollector::foldPorts()
     for (const auto& entry : collectors_) {
         entry.second->take(pidcache_);
     }
+    for (const auto& item : endingPorts_) {
+        item->take(pidcache_);
+    }
+    endingPorts_.clear();
     if (pidcache_.packets.records().empty()) {
         return;
     }
@@ -187,6 +195,8 @@ void PacketStatCollector::clear()
 {
     pstorage_.clear();
     pidcache_.clear();
+    ending_.clear();
+    endingPorts_.clear();
 }
 
 } // namespace meridal

@@ -67,6 +67,22 @@ TEST_F(PacketStatCollectorTest, ChangesOfTheNetworkReplaceTheCaptureAndLoseNothi
     EXPECT_TRUE(machine.packetTap().running.empty());
 }
 
+TEST_F(PacketStatCollectorTest, TheLastBatchOfACaptureCountsAndNothingAfterIt)
+{
+    packets.startCaputure();
+    const auto sink = machine.packetTap().running[0]->sink;
+    const Frame frame = tapped(42, 1, 1000);
+    sink->frame(captured(LinkType::Pktap, frame, 2000)); // a batch is under way
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    sink->frame(captured(LinkType::Pktap, frame, 2000)); // and the new capture sees this one too
+    deliver(frame);
+    sink->endBatch();
+    packets.process();
+    EXPECT_EQ(item(42).networkDownload(), 2000);
+    packets.process();
+    EXPECT_EQ(item(42).networkDownload(), 0);
+}
+
 TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
 {
     machine.processConnections().rows = {{42, 5000, 80}, {43, 80, 5000}};
