@@ -93,9 +93,16 @@ bool PacketStatCollector::isCapturing() const { return packetItem_ && !packetIte
 CaptureStatistics PacketStatCollector::statistics() const
 {
     CaptureStatistics sum = retired_;
+    const auto add = [&sum](const PacketStatCollectorItem& item) {
+        const CaptureStatistics figures = item.statistics();
+        sum.frames += figures.frames;
+        sum.dropped += figures.dropped;
+    };
     if (packetItem_) {
-        sum.frames += packetItem_->statistics().frames;
-        sum.dropped += packetItem_->statistics().dropped;
+        add(*packetItem_);
+    }
+    for (const auto& entry : collectors_) {
+        add(*entry.second);
     }
     return sum;
 }
@@ -152,6 +159,7 @@ void PacketStatCollector::foldPorts()
     }
     endingPorts_.clear();
     if (pidcache_.packets.records().empty()) {
+        pidcache_.clear();
         return;
     }
     readConnections();

@@ -101,6 +101,9 @@ TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
     packets.process();
     EXPECT_EQ(item(43).networkDownload(), 600);
     EXPECT_EQ(item(42).networkUpload(), 0) << "its connection is gone";
+    EXPECT_EQ(packets.statistics().frames, 2U);
+    packets.stopCapture();
+    EXPECT_EQ(packets.statistics().frames, 2U) << "the same after the end";
     machine.packetTap().refusal = "no such interface";
     EXPECT_LT(packets.captureInterface({.bsd = "en9", .mac = {}}), 0);
 }
