@@ -40,8 +40,7 @@ void CaptureKeeper::start()
     }
     packets_.startCaputure();
     if (packets_.isCapturing()) {
-        statistics_.stop();
-        context_.host.limitations->clear(limitation);
+        leaveFallBack();
     } else {
         fallBack();
     }
@@ -60,6 +59,13 @@ void CaptureKeeper::fallBack()
                        : "nor are the kernel's counters of connections there: " + started.error().message));
 }
 
+/// One source at a time: what both count would be counted twice.
+void CaptureKeeper::leaveFallBack()
+{
+    statistics_.stop();
+    context_.host.limitations->clear(limitation);
+}
+
 void CaptureKeeper::stop()
 {
     packets_.stopCapture();
@@ -68,6 +74,9 @@ void CaptureKeeper::stop()
 
 void CaptureKeeper::process()
 {
+    if (statistics_.isStarted() && packets_.isCapturing()) {
+        leaveFallBack(); // the network changed, and with it the capture began anew
+    }
     if (statistics_.isStarted()) {
         statistics_.updateStats();
         return;

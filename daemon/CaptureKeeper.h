@@ -35,6 +35,7 @@ private:
     void stop();
     void process();
     void fallBack();
+    void leaveFallBack();
 
     Context& context_;
     PacketStatCollector& packets_;
