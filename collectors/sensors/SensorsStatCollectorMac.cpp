@@ -109,6 +109,13 @@ bool SensorsStatCollectorMac::isKeyValid(const std::string& key)
     return key.starts_with("TG") || (value != noSensor && value != unknownType);
 }
 
+bool SensorsStatCollectorMac::hasKey(const std::string& key)
+{
+    SMCKeyValue data;
+    smc_.dataForKey(key, data);
+    return data.dataType[0] != '\0';
+}
+
 /// Absent where there is no such key, and where it could not be read this time.
 std::optional<float> SensorsStatCollectorMac::readKey(const std::string& key)
 {
@@ -160,7 +167,7 @@ double SensorsStatCollectorMac::valueForSensor(const Item& item)
 
 bool SensorsStatCollectorMac::isPowerKey(const std::string& key) const
 {
-    const SensorChannel* channel = channelForKey(key);
+    const SensorChannel* channel = channelForKey(key.substr(0, 4)); // the SMC goes by the first four
     return sensorKindOfKey(key) == sensorKind::power || (channel && channel->kind == SensorChannelKind::Power);
 }
 
@@ -185,7 +192,9 @@ bool SensorsStatCollectorMac::isPower(const Item& item) const
 double SensorsStatCollectorMac::averagedPower(const SensorConfiguration& configuration)
 {
     if (!read(configuration)) {
-        return valueNow(configuration); // there is nothing to be learnt from it
+        // Not what valueNow makes of it: a product with a missing factor is the other one, as fine as it is.
+        const bool isOneKey = !configuration.isProduct() && !configuration.average;
+        return isOneKey && !hasKey(configuration.key) ? -1 : 0;
     }
     watch(configuration);
     const auto average = powers_.average(configuration.identity(), context().runtime.monotonicTime());

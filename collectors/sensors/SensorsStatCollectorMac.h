@@ -125,6 +125,7 @@ private:
     using ServiceValues = std::map<std::string, double>;
 
     // Readings
+    bool hasKey(const std::string& key);
     std::optional<float> readKey(const std::string& key);
     std::optional<double> read(const SensorConfiguration& configuration);
     double valueNow(const SensorConfiguration& configuration);

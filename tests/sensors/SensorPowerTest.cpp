@@ -82,6 +82,14 @@ TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
     for (const Value& disguise : disguises) {
         EXPECT_EQ(ask(disguise), 0) << disguise;
     }
+    smc().setFloat("P4AB", 30'000'000);
+    smc().setFloat("P5AB", 31);
+    smc().keys["P5AB"].readFails = true;
+    for (const char* unreadable : {R"({"multiply":["P4AB","ZZZZ"],"type":"watts"})", R"({"key":"P5AB"})",
+             R"({"average":["ZZZZ"],"key":"P4AB","type":5})"}) {
+        EXPECT_EQ(ask(json(unreadable)), 0) << unreadable;
+    }
+    EXPECT_EQ(ask(json(R"({"multiply":["P4AB","ZZZZ"]})")), -1) << "no product, and no key";
     machine.runtime.advance(6);
     for (const Value& disguise : disguises) {
         const double seen = ask(disguise);
@@ -103,6 +111,7 @@ TEST_F(SensorsTest, ListsAndHistoryAreAsCoarse)
     EXPECT_EQ(list()[0]["value"], nullptr);
     Value entries = daemon->ports.supportedElectricSensors(json(R"([{"key":"TXPW"}])"), PowerDetail::Averaged);
     EXPECT_EQ(entries[0]["value"], 0) << "told by the host, whatever the key's letter";
+    EXPECT_EQ(ask(json(R"({"key":"TXPWX"})")), 0) << "the same key to the SMC";
     machine.runtime.advance(10);
     smc().setFloat("TXPW", 90.06F);
     machine.runtime.advance(2);
