@@ -155,6 +155,27 @@ TEST(HwmonSMCService, KeysSurviveAnotherOrderOfProbingAndALostTable)
     EXPECT_TRUE(std::filesystem::exists(second.tree.root() / "state/sensor-keys"));
 }
 
+TEST(HwmonSMCService, ACounterInADriversNameIsNoPartOfAKey)
+{
+    const auto keysWith = [](const char* counter) {
+        HwmonMachine machine;
+        int number = 0;
+        for (const char* name : {"iwlwifi_", "mt7921_phy", "hidpp_battery_"}) {
+            const std::string entry = "hwmon" + std::to_string(number++);
+            machine.chip(
+                entry, "platform/" + std::string(name), "", name + std::string(counter), {{"temp1_input", "1"}});
+        }
+        machine.start();
+        std::set<std::string> keys;
+        for (const HwmonSensor& sensor : machine.sensors->sensors()) {
+            keys.insert(sensor.key);
+        }
+        return keys;
+    };
+    EXPECT_EQ(keysWith("1"), keysWith("12"));
+    EXPECT_EQ(keysWith("0").size(), 3U);
+}
+
 TEST(HwmonSMCService, ADamagedTableKeepsWhatIsLegible)
 {
     HwmonMachine machine;
