@@ -254,7 +254,7 @@ SensorsStatCollectorMac::ServiceValues SensorsStatCollectorMac::readServices()
     for (const Value& reading : arm_.sensors()) {
         const auto key = text(reading, "key");
         const auto value = number(reading, "value");
-        if (key && value) {
+        if (key && value && !isEmptyAverage(*key, *value)) {
             values.emplace(*key, *value);
         }
     }

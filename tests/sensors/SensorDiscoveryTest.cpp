@@ -152,6 +152,11 @@ TEST_F(SensorsTest, ServicesAndTheirAverages)
     EXPECT_TRUE(collector().sensorWithKey("pACC MTR Temp Sensor1")->hasValue())
         << "its first letter is no kind: services are temperatures";
 
+    temperatures.clear();
+    machine.runtime.advance(4);
+    EXPECT_FALSE(collector().sensorWithKey("AS_PERF_AVG")->hasValue()) << "not 0 degrees";
+    EXPECT_EQ(collector().sensorWithKey("AS_PERF_AVG")->lowestRecordedValue(), 45);
+
     machine.sensorServices().services[{0xFF08, 3}] = {{"VDD", 12'000.0}};
     EXPECT_EQ(daemon->arm.sensors(armSensorsMatching(0xFF08, 3), 25)[0]["value"], 12.0);
 }
