@@ -186,7 +186,8 @@ bool SensorsStatCollectorMac::isPower(const SensorConfiguration& configuration) 
 
 bool SensorsStatCollectorMac::isPower(const Item& item) const
 {
-    return item.source() == Item::Source::SMC && isPower(item.sensorConfig()); // services are temperatures
+    return item.source() == Item::Source::SMC // services are temperatures
+        && (isPowerKey(item.key().value_or("")) || isPower(item.sensorConfig()));
 }
 
 double SensorsStatCollectorMac::averagedPower(const SensorConfiguration& configuration)
@@ -274,6 +275,9 @@ void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services)
         const std::string identity = item.sensorConfig().identity();
         powers_.note(identity, *reading, now);
         reading = powers_.average(identity, now); // so that nothing kept is finer than what everybody may see
+        if (reading && !isPowerKey(item.key().value_or(""))) {
+            reading = roundedPower(*reading); // the record keeps the key only, which will not tell that it is power
+        }
     }
     if (!reading || !std::isfinite(*reading)) {
         item.setValueMissing();

@@ -59,7 +59,8 @@ public:
     Value supportedElectricSensors(const Value& configurations);
     Value supportedFans(const Value& configurations);
     Value supportedArmSensors(const Value& configurations);
-    /// Makes such entries items, or brings their items up to date.
+    /// Makes such entries items, or brings their items up to date. What the host tells by itself stays as the host tells
+    /// it: the record and who may see it finely must not hang on what some client calls it.
     void processSensors(const Value& entries);
     void processFans(const Value& entries);
     void processArmSensors(const Value& entries);
@@ -123,6 +124,7 @@ private:
         double lastAsked = 0; ///< monotonic s
     };
     using ServiceValues = std::map<std::string, double>;
+    enum class Finder { Host, Client };
 
     // Readings
     bool hasKey(const std::string& key);
@@ -141,9 +143,10 @@ private:
     Value electricEntry(const SensorConfiguration& understood, const Value& given);
     std::optional<Value> fanEntry(std::size_t number, const Value& configurations);
     std::string fanNameFromID(const std::string& prefix);
-    void process(const Value& entries, Item::Source source);
+    void process(const Value& entries, Item::Source source, Finder finder);
     void adoptChannels(std::vector<SensorChannel> channels);
     void discoverWithoutChannels();
+    void startToFollowChannels();
     void followChannels();
     void loadSeenLimits(std::vector<std::string> keys);
     void takeSeenLimits(const std::vector<std::string>& keys, const std::vector<SeenLimits>& limits);

@@ -264,13 +264,19 @@ void SensorsStatCollectorMac::averagePower(Value& entries)
 
 // Entries into items
 
-void SensorsStatCollectorMac::process(const Value& entries, Item::Source source)
+void SensorsStatCollectorMac::process(const Value& entries, Item::Source source, Finder finder)
 {
+    if (finder == Finder::Client && !listOf(entries).empty()) {
+        startToFollowChannels(); // a key of the host's is to be known before a client speaks of it
+    }
     std::vector<std::string> fresh;
     ServiceValues values;
     std::int64_t index = 0;
     for (const Value& entry : listOf(entries)) {
         const std::string key = text(entry, "key").value_or("");
+        if (finder == Finder::Client && channels_.contains(key)) {
+            continue;
+        }
         auto item = std::static_pointer_cast<Item>(itemWithKey(key));
         if (key.empty() || key.size() > longestName || (!item && items().size() >= mostItems)) {
             continue;
@@ -295,11 +301,17 @@ void SensorsStatCollectorMac::process(const Value& entries, Item::Source source)
     loadSeenLimits(std::move(fresh));
 }
 
-void SensorsStatCollectorMac::processSensors(const Value& entries) { process(entries, Item::Source::SMC); }
+void SensorsStatCollectorMac::processSensors(const Value& entries)
+{
+    process(entries, Item::Source::SMC, Finder::Client);
+}
 
-void SensorsStatCollectorMac::processFans(const Value& entries) { process(entries, Item::Source::SMC); }
+void SensorsStatCollectorMac::processFans(const Value& entries) { process(entries, Item::Source::SMC, Finder::Client); }
 
-void SensorsStatCollectorMac::processArmSensors(const Value& entries) { process(entries, Item::Source::Service); }
+void SensorsStatCollectorMac::processArmSensors(const Value& entries)
+{
+    process(entries, Item::Source::Service, Finder::Client);
+}
 
 // What the host tells by itself
 
@@ -310,10 +322,7 @@ void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
     Value fans = Value::array();
     for (SensorChannel& channel : channels) {
         const std::string key = channel.key;
-        const bool isClients = !before.contains(key) && itemWithKey(key);
-        if (!isClients) {
-            (channel.kind == SensorChannelKind::Fan ? fans : sensors).push_back(configurationOf(channel));
-        }
+        (channel.kind == SensorChannelKind::Fan ? fans : sensors).push_back(configurationOf(channel));
         channels_.insert_or_assign(key, std::move(channel));
     }
     updateRecordedValues(); // of those that go now
@@ -323,8 +332,8 @@ void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
         }
     }
     removeOldItems();
-    processSensors(supportedElectricSensors(sensors));
-    processFans(supportedFans(fans));
+    process(supportedElectricSensors(sensors), Item::Source::SMC, Finder::Host);
+    process(supportedFans(fans), Item::Source::SMC, Finder::Host);
 }
 
 void SensorsStatCollectorMac::discoverWithoutChannels()
@@ -333,12 +342,12 @@ void SensorsStatCollectorMac::discoverWithoutChannels()
     for (std::size_t index = 0; index < armAverages.size(); ++index) {
         averages.push_back({{"key", armAverages[index].key}, {"name", averageNames[index]}});
     }
-    processArmSensors(supportedArmSensors(averages));
+    process(supportedArmSensors(averages), Item::Source::Service, Finder::Host);
     Value fans = Value::array();
     for (std::size_t fan = 0; fan < mostFans; ++fan) {
         fans.push_back({{"key", fmt::format("F{:X}Ac", fan)}, {"name", fmt::format("Fan {}", fan + 1)}});
     }
-    processFans(supportedFans(fans));
+    process(supportedFans(fans), Item::Source::SMC, Finder::Host);
 }
 
 void SensorsStatCollectorMac::followChannels()
@@ -356,12 +365,17 @@ void SensorsStatCollectorMac::followChannels()
     }
 }
 
-void SensorsStatCollectorMac::discover()
+void SensorsStatCollectorMac::startToFollowChannels()
 {
     if (!std::exchange(followsChannels_, true)) {
         channelGeneration_ = context().host.sensorChannels->generation() - 1; // whatever it is, it is new
     }
     followChannels();
+}
+
+void SensorsStatCollectorMac::discover()
+{
+    startToFollowChannels();
     if (channels_.empty() && items().empty()) {
         discoverWithoutChannels();
     }
