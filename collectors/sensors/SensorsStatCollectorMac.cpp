@@ -379,25 +379,32 @@ bool SensorsStatCollectorMac::prepareDatabase()
         return false;
     }
     const bool migrated = StatCollector::prepareDatabase();
-    if (context().databases && databaseEnabled()) {
-        context().databases->databaseWithPath(dbpath())->declareTable(sensorLimitsTable());
+    if (const auto file = database()) {
+        file->declareTable(sensorLimitsTable());
+        file->declareTable(keptSensorsTable());
     }
     return migrated;
+}
+
+/// The file of the record, which is made when it is not there; null without one.
+std::shared_ptr<HistoryDatabaseItem> SensorsStatCollectorMac::database()
+{
+    return context().databases && databaseEnabled() ? context().databases->databaseWithPath(dbpath()) : nullptr;
 }
 
 void SensorsStatCollectorMac::loadSeenLimits(std::vector<std::string> keys)
 {
     prepareDatabase();
-    if (!context().databases || !databaseEnabled() || keys.empty()) {
+    const auto file = database();
+    if (!file || keys.empty()) {
         return;
     }
     auto adopt =
         sensorLifetime_.guard([this](const auto& names, const auto& limits) { takeSeenLimits(names, limits); });
     Queue& mainQueue = context().runtime.mainQueue();
-    context().databases->databaseWithPath(dbpath())->queryDatabaseAsync(
-        [keys = std::move(keys), adopt, &mainQueue](SQLiteConnection& database) {
-            mainQueue.post([adopt, keys, limits = readSensorLimits(database, keys)]() mutable { adopt(keys, limits); });
-        });
+    file->queryDatabaseAsync([keys = std::move(keys), adopt, &mainQueue](SQLiteConnection& connection) {
+        mainQueue.post([adopt, keys, limits = readSensorLimits(connection, keys)]() mutable { adopt(keys, limits); });
+    });
 }
 
 void SensorsStatCollectorMac::takeSeenLimits(
@@ -412,13 +419,11 @@ void SensorsStatCollectorMac::takeSeenLimits(
 
 void SensorsStatCollectorMac::updateRecordedValues()
 {
-    if (!context().databases || !databaseEnabled()) {
-        return;
-    }
     for (const auto& item : sensors()) {
-        if (item->recordedValueChanged()) {
+        const auto file = item->recordedValueChanged() ? database() : nullptr;
+        if (file) {
             item->setRecordedValueChanged(false);
-            context().databases->databaseWithPath(dbpath())->addItem({.table = sensorLimitsTable().table,
+            file->addItem({.table = sensorLimitsTable().table,
                 .format = updateSensorLimits,
                 .args = {item->lowestRecordedValue(), item->highestRecordedValue(), item->key().value_or("")}});
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Lifetime.h"
+#include "collectors/sensors/KeptSensors.h"
 #include "collectors/sensors/PowerAverages.h"
 #include "collectors/sensors/SensorConfiguration.h"
 #include "collectors/sensors/SensorStatCollectorItemMac.h"
@@ -68,6 +69,8 @@ public:
     void averagePower(Value& entries);
     /// Makes an item of everything that the host tells by itself, and follows it from now on as chips come and go.
     void discover();
+    /// Goes on with what clients asked for in earlier runs; takes effect later.
+    void resumeClientSensors();
     /// Starts to sample, once there is something to be sampled.
     void begin();
 
@@ -124,7 +127,7 @@ private:
         double lastAsked = 0; ///< monotonic s
     };
     using ServiceValues = std::map<std::string, double>;
-    enum class Finder { Host, Client };
+    enum class Finder { Host, Client, Record };
 
     // Readings
     bool hasKey(const std::string& key);
@@ -143,7 +146,9 @@ private:
     Value electricEntry(const SensorConfiguration& understood, const Value& given);
     std::optional<Value> fanEntry(std::size_t number, const Value& configurations);
     std::string fanNameFromID(const std::string& prefix);
-    void process(const Value& entries, Item::Source source, Finder finder);
+    void process(const Value& entries, SensorRequest request, Finder finder);
+    void keep(const Item& item, SensorRequest request);
+    std::shared_ptr<HistoryDatabaseItem> database();
     void adoptChannels(std::vector<SensorChannel> channels);
     void discoverWithoutChannels();
     void startToFollowChannels();

@@ -6,6 +6,7 @@
 #include "collectors/sensors/SensorKind.h"
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
+#include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
 #include "platform/PlatformController.h"
 #include "platform/host/Host.h"
@@ -264,9 +265,9 @@ void SensorsStatCollectorMac::averagePower(Value& entries)
 
 // Entries into items
 
-void SensorsStatCollectorMac::process(const Value& entries, Item::Source source, Finder finder)
+void SensorsStatCollectorMac::process(const Value& entries, SensorRequest request, Finder finder)
 {
-    if (finder == Finder::Client && !listOf(entries).empty()) {
+    if (finder != Finder::Host && !listOf(entries).empty()) {
         startToFollowChannels(); // a key of the host's is to be known before a client speaks of it
     }
     std::vector<std::string> fresh;
@@ -274,10 +275,12 @@ void SensorsStatCollectorMac::process(const Value& entries, Item::Source source,
     std::int64_t index = 0;
     for (const Value& entry : listOf(entries)) {
         const std::string key = text(entry, "key").value_or("");
-        if (finder == Finder::Client && channels_.contains(key)) {
+        auto item = std::static_pointer_cast<Item>(itemWithKey(key));
+        const bool isKnownBetter = (finder != Finder::Host && channels_.contains(key))
+            || (finder == Finder::Record && item && item->isClients());
+        if (isKnownBetter) {
             continue;
         }
-        auto item = std::static_pointer_cast<Item>(itemWithKey(key));
         if (key.empty() || key.size() > longestName || (!item && items().size() >= mostItems)) {
             continue;
         }
@@ -287,9 +290,15 @@ void SensorsStatCollectorMac::process(const Value& entries, Item::Source source,
             fresh.push_back(key);
         }
         item->setExists(true);
-        item->setSource(source);
+        item->setSource(request == SensorRequest::Services ? Item::Source::Service : Item::Source::SMC);
         values[key] = number(entry, "value").value_or(0);
+        const SensorConfiguration before = item->sensorConfig();
         take(*item, entry, index++);
+        const bool wasClients = item->isClients();
+        item->setIsClients(finder == Finder::Client);
+        if (finder == Finder::Client && (!wasClients || before != item->sensorConfig())) {
+            keep(*item, request);
+        }
     }
     if (fresh.empty()) {
         return;
@@ -303,14 +312,50 @@ void SensorsStatCollectorMac::process(const Value& entries, Item::Source source,
 
 void SensorsStatCollectorMac::processSensors(const Value& entries)
 {
-    process(entries, Item::Source::SMC, Finder::Client);
+    process(entries, SensorRequest::Sensors, Finder::Client);
 }
 
-void SensorsStatCollectorMac::processFans(const Value& entries) { process(entries, Item::Source::SMC, Finder::Client); }
+void SensorsStatCollectorMac::processFans(const Value& entries)
+{
+    process(entries, SensorRequest::Fans, Finder::Client);
+}
 
 void SensorsStatCollectorMac::processArmSensors(const Value& entries)
 {
-    process(entries, Item::Source::Service, Finder::Client);
+    process(entries, SensorRequest::Services, Finder::Client);
+}
+
+void SensorsStatCollectorMac::keep(const Item& item, SensorRequest request)
+{
+    prepareDatabase();
+    if (const auto file = database()) {
+        file->addItem({.table = keptSensorsTable().table,
+            .format = keepSensor,
+            .args = {item.key().value_or(""), static_cast<std::int64_t>(request), keptForm(item.sensorConfig())}});
+    }
+}
+
+void SensorsStatCollectorMac::resumeClientSensors()
+{
+    prepareDatabase();
+    const auto file = database();
+    if (!file) {
+        return;
+    }
+    auto adopt = sensorLifetime_.guard([this](const KeptSensors& kept) {
+        process(supportedElectricSensors(kept.sensors), SensorRequest::Sensors, Finder::Record);
+        if (!kept.fans.empty()) {
+            process(supportedFans(kept.fans), SensorRequest::Fans, Finder::Record);
+        }
+        if (!kept.services.empty()) {
+            process(supportedArmSensors(kept.services), SensorRequest::Services, Finder::Record);
+        }
+        begin();
+    });
+    Queue& mainQueue = context().runtime.mainQueue();
+    file->queryDatabaseAsync([adopt, &mainQueue](SQLiteConnection& connection) {
+        mainQueue.post([adopt, kept = readKeptSensors(connection, mostItems)]() mutable { adopt(kept); });
+    });
 }
 
 // What the host tells by itself
@@ -332,8 +377,8 @@ void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
         }
     }
     removeOldItems();
-    process(supportedElectricSensors(sensors), Item::Source::SMC, Finder::Host);
-    process(supportedFans(fans), Item::Source::SMC, Finder::Host);
+    process(supportedElectricSensors(sensors), SensorRequest::Sensors, Finder::Host);
+    process(supportedFans(fans), SensorRequest::Fans, Finder::Host);
 }
 
 void SensorsStatCollectorMac::discoverWithoutChannels()
@@ -342,12 +387,12 @@ void SensorsStatCollectorMac::discoverWithoutChannels()
     for (std::size_t index = 0; index < armAverages.size(); ++index) {
         averages.push_back({{"key", armAverages[index].key}, {"name", averageNames[index]}});
     }
-    process(supportedArmSensors(averages), Item::Source::Service, Finder::Host);
+    process(supportedArmSensors(averages), SensorRequest::Services, Finder::Host);
     Value fans = Value::array();
     for (std::size_t fan = 0; fan < mostFans; ++fan) {
         fans.push_back({{"key", fmt::format("F{:X}Ac", fan)}, {"name", fmt::format("Fan {}", fan + 1)}});
     }
-    process(supportedFans(fans), Item::Source::SMC, Finder::Host);
+    process(supportedFans(fans), SensorRequest::Fans, Finder::Host);
 }
 
 void SensorsStatCollectorMac::followChannels()

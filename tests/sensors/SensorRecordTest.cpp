@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
 #include <optional>
 
 namespace meridal::test {
@@ -162,6 +163,45 @@ TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
     ASSERT_TRUE(answer && *answer);
     EXPECT_GT((*answer)->at("samples").size(), 400U);
     EXPECT_EQ((*answer)->at("unit"), "°C");
+}
+
+TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
+{
+    smc().setFloat("FNum", 2);
+    for (const char* key : {"TC0P", "TC1P", "F0Ac", "F1Ac", "VC0C", "IC0C"}) {
+        smc().setFloat(key, 4000);
+    }
+    machine.sensorServices().services[{0xFF00, 5}] = {{"eACC1", 50.0}};
+    start();
+    daemon->ports.supportedElectricSensors(json(R"([{"key":"TC0P","name":"CPU","low":10,"high":90,"type":0},
+        {"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},{"key":"XA01","average":["TC0P","","TC1P"]}])"),
+        PowerDetail::Averaged);
+    daemon->ports.supportedFans(json(R"([{"key":"F1Ac","name":"Left"}])"));
+    daemon->ports.supportedArmSensors(json(R"([{"key":"AS_EFF_AVG","name":"Slow cores","high":110}])"));
+    machine.runtime.advance(10);
+    std::map<std::string, SensorConfiguration> before;
+    for (const auto& item : collector().sensors()) {
+        before.emplace(*item->key(), item->sensorConfig());
+    }
+    ASSERT_THAT(before, SizeIs(6));
+    daemon.reset();
+    const auto kept = rows("select * from client_sensors order by uuid");
+    EXPECT_THAT(kept, SizeIs(6));
+
+    rows("update client_sensors set config = '{' where uuid = 'eACC1'");
+    start();
+    machine.runtime.advance(10);
+    EXPECT_EQ(daemon->made, 1);
+    for (const auto& [key, configuration] : before) {
+        const auto item = collector().sensorWithKey(key);
+        ASSERT_TRUE(item) << key;
+        EXPECT_TRUE(item->hasValue()) << key;
+        if (key != "eACC1") {
+            EXPECT_EQ(item->sensorConfig(), configuration) << key;
+        }
+    }
+    EXPECT_EQ(collector().sensorWithKey("F1Ac")->name(), "Left");
+    EXPECT_EQ(collector().sensorWithKey("TC0P")->low(), 10);
 }
 
 TEST_F(SensorsTest, ChipsComeAndGo)
