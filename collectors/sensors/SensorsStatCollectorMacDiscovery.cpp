@@ -3,6 +3,7 @@
 #include "base/Runtime.h"
 #include "base/Text.h"
 #include "base/Value.h"
+#include "collectors/sensors/SMCSensorKeys.h"
 #include "collectors/sensors/SensorKind.h"
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
@@ -387,7 +388,15 @@ void SensorsStatCollectorMac::discoverWithoutChannels()
     for (std::size_t index = 0; index < armAverages.size(); ++index) {
         averages.push_back({{"key", armAverages[index].key}, {"name", averageNames[index]}});
     }
-    process(supportedArmSensors(averages), SensorRequest::Services, Finder::Host);
+    const Value services = supportedArmSensors(averages);
+    process(services, SensorRequest::Services, Finder::Host);
+    if (services.empty() && origin_ == SMCOrigin::Own && !std::exchange(hasListedKeys_, true)) {
+        Value named = Value::array(); // by their keys, until a client knows better
+        for (const std::string& key : sensorKeysByLooks(smc_, origin_)) {
+            named.push_back({{"key", key}, {"name", key}});
+        }
+        process(supportedElectricSensors(named), SensorRequest::Sensors, Finder::Host);
+    }
     Value fans = Value::array();
     for (std::size_t fan = 0; fan < mostFans; ++fan) {
         fans.push_back({{"key", fmt::format("F{:X}Ac", fan)}, {"name", fmt::format("Fan {}", fan + 1)}});

@@ -161,6 +161,23 @@ TEST_F(SensorsTest, ServicesAndTheirAverages)
     EXPECT_EQ(daemon->arm.sensors(armSensorsMatching(0xFF08, 3), 25)[0]["value"], 12.0);
 }
 
+TEST_F(SensorsTest, AnSMCThatNobodyNamesIsListedByItsKeys)
+{
+    smc().set("TC0P", "sp78", {0x29, 0x80});
+    smc().setFloat("VC0C", 1.25F);
+    smc().setFloat("PC0C", 0); // not fitted
+    smc().setFloat("TZ0C", -120);
+    smc().set("TCNT", "ui8 ", {5});
+    smc().setFloat("BTMP", 30);
+    smc().setFloat("IC0C", 3);
+    smc().keys["IC0C"].readFails = true;
+    start();
+    EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "VC0C"));
+    daemon->ports.supportedElectricSensors(json(R"([{"key":"TC0P","name":"CPU Proximity"}])"), PowerDetail::Averaged);
+    EXPECT_EQ(list()[0]["name"], "CPU Proximity");
+    EXPECT_EQ(list()[1]["name"], "VC0C");
+}
+
 TEST_F(SensorsTest, ItemsAreBounded)
 {
     start();
