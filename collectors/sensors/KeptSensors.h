@@ -28,6 +28,9 @@ const TableSchema& keptSensorsTable();
 /// The statement that keeps a configuration; arguments key, SensorRequest, keptForm().
 constexpr const char* keepSensor = "insert or replace into %@ (uuid, request, config) values (?, ?, ?)";
 
+/// The statement that forgets one; argument key.
+constexpr const char* forgetSensor = "delete from %@ where uuid = ?";
+
 /// What of a configuration is kept: what was understood of it, as a client would give it, as JSON text.
 std::string keptForm(const SensorConfiguration& configuration);
 

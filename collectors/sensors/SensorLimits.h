@@ -16,6 +16,9 @@ const TableSchema& sensorLimitsTable();
 /// The statement that brings a sensor's row up to date; arguments low, high, key.
 constexpr const char* updateSensorLimits = "UPDATE %@ SET low = ?, high = ? WHERE uuid = ?";
 
+/// The statement that removes the row of a sensor that never had a value; argument key.
+constexpr const char* removeEmptySensorLimits = "delete from %@ where uuid = ? and low = 0 and high = 0";
+
 /// What earlier runs saw of a sensor. A sensor without a row gets one, with the highest value of the history tables.
 /// Runs on the database's queue.
 SeenLimits readSensorLimits(SQLiteConnection& database, const std::string& key);

@@ -65,6 +65,8 @@ public:
     /// Whether the extremes changed since they were last handed to the database.
     bool recordedValueChanged() const { return recordedValueChanged_; }
     void setRecordedValueChanged(bool changed) { recordedValueChanged_ = changed; }
+    /// Whether it has had a value in this run.
+    bool hasRecorded() const { return hasRecorded_; }
     /// Widens the extremes to hold a value.
     void noteRecordedValue(double value);
     /// Joins what earlier runs saw with what this one has seen meanwhile.

@@ -119,11 +119,20 @@ bool SensorsStatCollectorMac::hasKey(const std::string& key)
 /// Absent where there is no such key, and where it could not be read this time.
 std::optional<float> SensorsStatCollectorMac::readKey(const std::string& key)
 {
+    if (turnReadings_) {
+        if (const auto known = turnReadings_->find(key); known != turnReadings_->end()) {
+            return known->second;
+        }
+    }
     SMCKeyValue data;
     smc_.dataForKey(key, data);
     const float value = Item::convertData(data, origin_);
     const bool isMeasured = data.dataType[0] != '\0' && !smc_.lastReadFailed() && std::isfinite(value);
-    return isMeasured ? std::optional(value) : std::nullopt;
+    const auto reading = isMeasured ? std::optional(value) : std::nullopt;
+    if (turnReadings_) {
+        turnReadings_->emplace(key, reading);
+    }
+    return reading;
 }
 
 /// As valueNow, but absent where a key that it needs was not measured.
@@ -224,6 +233,9 @@ void SensorsStatCollectorMac::watch(const SensorConfiguration& configuration)
     }
     SensorConfiguration kept = configuration;
     kept.name.clear();
+    if (kept.average) { // a mean makes do without them, and they need not be read for two minutes
+        std::erase_if(*kept.average, [this](const std::string& key) { return !hasKey(key); });
+    }
     watched_.emplace(identity, Watched{.configuration = std::move(kept), .lastAsked = now});
     begin();
 }
@@ -290,6 +302,7 @@ void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services)
 void SensorsStatCollectorMac::updateStats()
 {
     followChannels();
+    turnReadings_.emplace(); // however many figures are made of a key, it is read once
     const SensorItems all = sensors();
     const bool needsServices =
         std::any_of(all.begin(), all.end(), [](const auto& item) { return item->source() == Item::Source::Service; });
@@ -298,6 +311,8 @@ void SensorsStatCollectorMac::updateStats()
         sample(*item, services);
     }
     sampleWatched();
+    turnReadings_.reset();
+    dropUnproven();
     updaterFinishBlock()(*this);
 }
 

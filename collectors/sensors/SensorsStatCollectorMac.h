@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace meridal {
@@ -115,7 +116,8 @@ public:
     void setIntelSensorsPrepared(bool prepared) { intelSensorsPrepared_ = prepared; }
     Dictionary& intelFrequencySensors() { return intelFrequencySensors_; }
 
-    static constexpr std::size_t mostItems = 1024;
+    static constexpr std::size_t mostItems = 1024; ///< that clients can bring about; the host adds as many at most
+    static constexpr double unprovenFor = 3600;    ///< s that a client's sensor may be without its first value
     static constexpr std::size_t mostWatched = 256;
     static constexpr double watchedFor = 120;     ///< s after the last question
     static constexpr double channelInterval = 10; ///< s between looks for chips that came or went
@@ -138,6 +140,7 @@ private:
     bool isPower(const SensorConfiguration& configuration) const;
     bool isPowerKey(const std::string& key) const;
     ServiceValues readServices();
+    void dropUnproven();
     void sample(Item& item, const ServiceValues& services);
     void sampleWatched();
     void watch(const SensorConfiguration& configuration);
@@ -163,6 +166,9 @@ private:
     PowerAverages powers_;
     std::map<std::string, Watched> watched_;        ///< by identity
     std::map<std::string, SensorChannel> channels_; ///< by key
+    /// While the collector samples: what keys have read in this turn.
+    std::optional<std::unordered_map<std::string, std::optional<float>>> turnReadings_;
+    std::map<std::string, double> unproven_; ///< clients' sensors without a value so far: since when, monotonic s
     std::uint64_t channelGeneration_ = 0;
     double nextLook_ = 0; ///< monotonic s
     bool followsChannels_ = false;

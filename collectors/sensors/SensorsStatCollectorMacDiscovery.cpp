@@ -5,6 +5,7 @@
 #include "base/Value.h"
 #include "collectors/sensors/SMCSensorKeys.h"
 #include "collectors/sensors/SensorKind.h"
+#include "collectors/sensors/SensorLimits.h"
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "database/HistoryDatabaseController.h"
@@ -100,6 +101,15 @@ Value configurationOf(const SensorChannel& channel)
         configuration["high"] = *high;
     }
     return configuration;
+}
+
+/// Whether a sensor is made of more keys than are sampled for one.
+bool hasTooManyKeys(const Value& entry)
+{
+    const Value* given = find(entry, "config");
+    const SensorConfiguration configuration = parseSensorConfiguration(given ? *given : Value());
+    return (configuration.multiply && configuration.multiply->size() > mostSampledKeys)
+        || (configuration.average && configuration.average->size() > mostSampledKeys);
 }
 
 /// Brings an item up to date with its entry.
@@ -277,18 +287,22 @@ void SensorsStatCollectorMac::process(const Value& entries, SensorRequest reques
     for (const Value& entry : listOf(entries)) {
         const std::string key = text(entry, "key").value_or("");
         auto item = std::static_pointer_cast<Item>(itemWithKey(key));
+        const std::size_t most = finder == Finder::Host ? 2 * mostItems : mostItems;
         const bool isKnownBetter = (finder != Finder::Host && channels_.contains(key))
             || (finder == Finder::Record && item && item->isClients());
-        if (isKnownBetter) {
+        if (isKnownBetter || (finder != Finder::Host && hasTooManyKeys(entry))) {
             continue;
         }
-        if (key.empty() || key.size() > longestName || (!item && items().size() >= mostItems)) {
+        if (key.empty() || key.size() > longestName || (!item && items().size() >= most)) {
             continue;
         }
         if (!item) {
             item = std::static_pointer_cast<Item>(newItemWithKey(key));
             item->loadAlternateKey();
             fresh.push_back(key);
+            if (finder != Finder::Host) {
+                unproven_.insert_or_assign(key, context().runtime.monotonicTime());
+            }
         }
         item->setExists(true);
         item->setSource(request == SensorRequest::Services ? Item::Source::Service : Item::Source::SMC);
@@ -333,6 +347,35 @@ void SensorsStatCollectorMac::keep(const Item& item, SensorRequest request)
         file->addItem({.table = keptSensorsTable().table,
             .format = keepSensor,
             .args = {item.key().value_or(""), static_cast<std::int64_t>(request), keptForm(item.sensorConfig())}});
+    }
+}
+
+/// Lets go of what clients made up: sensors that have had no value for an hour since they were asked for.
+void SensorsStatCollectorMac::dropUnproven()
+{
+    const double now = context().runtime.monotonicTime();
+    bool isAnyDropped = false;
+    for (auto each = unproven_.begin(); each != unproven_.end();) {
+        const auto item = sensorWithKey(each->first);
+        const bool isProven = !item || item->hasRecorded() || channels_.contains(each->first);
+        if (!isProven && now - each->second <= unprovenFor) {
+            ++each;
+            continue;
+        }
+        if (!isProven) {
+            item->setExists(false);
+            isAnyDropped = true;
+            if (const auto file = database()) {
+                file->addItem({.table = keptSensorsTable().table, .format = forgetSensor, .args = {each->first}});
+                file->addItem(
+                    {.table = sensorLimitsTable().table, .format = removeEmptySensorLimits, .args = {each->first}});
+            }
+        }
+        each = unproven_.erase(each);
+    }
+    if (isAnyDropped) {
+        removeOldItems();
+        setChildrenChanged(true);
     }
 }
 
