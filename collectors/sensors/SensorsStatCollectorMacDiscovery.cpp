@@ -91,6 +91,21 @@ std::string serviceName(const std::string& product)
     return first == std::string::npos ? product : name.substr(first, last - first + 1);
 }
 
+/// Takes limits away that say "none": a disk without a limit says 0 K, or 65535 K, and would have it as its range.
+void dropAbsurdLimits(SensorChannel& channel)
+{
+    constexpr double coldest = -60; // °C
+    constexpr double hottest = 200;
+    if (channel.kind != SensorChannelKind::Temperature) {
+        return;
+    }
+    for (std::optional<double>* limit : {&channel.low, &channel.high, &channel.critical}) {
+        if (*limit && (**limit < coldest || **limit > hottest)) {
+            limit->reset();
+        }
+    }
+}
+
 Value configurationOf(const SensorChannel& channel)
 {
     Value configuration{{"key", channel.key}, {"name", channel.label}};
@@ -410,6 +425,7 @@ void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
     Value sensors = Value::array();
     Value fans = Value::array();
     for (SensorChannel& channel : channels) {
+        dropAbsurdLimits(channel);
         const std::string key = channel.key;
         (channel.kind == SensorChannelKind::Fan ? fans : sensors).push_back(configurationOf(channel));
         channels_.insert_or_assign(key, std::move(channel));

@@ -209,12 +209,16 @@ TEST_F(SensorsTest, ChipsComeAndGo)
     emulate();
     const SensorChannel first{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, 100.0};
     const SensorChannel second{"Vabc", "chip-2", "5V", SensorChannelKind::Voltage, 4.5, 5.5, {}};
-    machine.sensorChannels().change({first, second});
+    const SensorChannel disk{"Tabc", "chip-3", "Disk", SensorChannelKind::Temperature, -273.15, 65261.85, 84.75};
+    machine.sensorChannels().change({first, second, disk});
+    smc().setFloat("Tabc", 40);
     smc().setFloat("TC0P", 42);
     smc().setFloat("Vabc", 5);
     start();
     const Value all = list();
-    ASSERT_THAT(keysOf(all), ElementsAre("TC0P", "Vabc"));
+    ASSERT_THAT(keysOf(all), ElementsAre("TC0P", "Vabc", "Tabc"));
+    EXPECT_EQ(all[2]["low"], 0.0);
+    EXPECT_EQ(all[2]["high"], 84.75) << "limits of none";
     EXPECT_EQ(all[1],
         (Value{{"key", "Vabc"}, {"chip", "chip-2"}, {"name", "5V"}, {"kind", "voltage"}, {"unit", "V"}, {"value", 5.0},
             {"low", 4.5}, {"high", 5.5}, {"fixed", true}, {"critical", nullptr}, {"lowest", 5.0}, {"highest", 5.0}}));
