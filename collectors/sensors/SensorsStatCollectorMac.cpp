@@ -409,9 +409,12 @@ std::shared_ptr<HistoryDatabaseItem> SensorsStatCollectorMac::database()
 
 void SensorsStatCollectorMac::loadSeenLimits(std::vector<std::string> keys)
 {
+    if (keys.empty()) {
+        return;
+    }
     prepareDatabase();
     const auto file = database();
-    if (!file || keys.empty()) {
+    if (!file) {
         return;
     }
     auto adopt =
@@ -423,11 +426,11 @@ void SensorsStatCollectorMac::loadSeenLimits(std::vector<std::string> keys)
 }
 
 void SensorsStatCollectorMac::takeSeenLimits(
-    const std::vector<std::string>& keys, const std::vector<SeenLimits>& limits)
+    const std::vector<std::string>& keys, const std::vector<std::optional<SeenLimits>>& limits)
 {
     for (std::size_t index = 0; index < keys.size() && index < limits.size(); ++index) {
-        if (const auto sensor = sensorWithKey(keys[index])) {
-            sensor->takeStoredLimits(limits[index]);
+        if (const auto sensor = sensorWithKey(keys[index]); sensor && limits[index]) {
+            sensor->takeStoredLimits(*limits[index]);
         }
     }
 }
@@ -435,7 +438,7 @@ void SensorsStatCollectorMac::takeSeenLimits(
 void SensorsStatCollectorMac::updateRecordedValues()
 {
     for (const auto& item : sensors()) {
-        const auto file = item->recordedValueChanged() ? database() : nullptr;
+        const auto file = item->recordedValueChanged() && item->knowsStoredLimits() ? database() : nullptr;
         if (file) {
             item->setRecordedValueChanged(false);
             file->addItem({.table = sensorLimitsTable().table,
@@ -449,6 +452,13 @@ void SensorsStatCollectorMac::runDatabaseQueue()
 {
     updateRecordedValues(); // so that they share the transaction of the rows
     StatCollector::runDatabaseQueue();
+    std::vector<std::string> unknown; // the file could not be read, or not be written, when they were new
+    for (const auto& item : sensors()) {
+        if (!item->knowsStoredLimits()) {
+            unknown.push_back(item->key().value_or(""));
+        }
+    }
+    loadSeenLimits(std::move(unknown));
 }
 
 void SensorsStatCollectorMac::cleanup()

@@ -157,7 +157,7 @@ private:
     void startToFollowChannels();
     void followChannels();
     void loadSeenLimits(std::vector<std::string> keys);
-    void takeSeenLimits(const std::vector<std::string>& keys, const std::vector<SeenLimits>& limits);
+    void takeSeenLimits(const std::vector<std::string>& keys, const std::vector<std::optional<SeenLimits>>& limits);
 
     SensorSMCController& smc_;
     SensorsARMController& arm_;

@@ -1,5 +1,7 @@
+#include "collectors/sensors/SensorLimits.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/transport/Link.h"
+#include "database/SQLiteConnection.h"
 #include "tests/sensors/SensorsFixture.h"
 
 #include <gmock/gmock.h>
@@ -102,12 +104,44 @@ TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
     EXPECT_EQ(item->highestRecordedValue(), 90);
     daemon.reset();
 
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    daemon.reset(); // before it knows what there is
+    EXPECT_EQ(rows("select low, high from sensor_limits"), (std::vector<Dictionary>{{{"low", 30.0}, {"high", 90.0}}}));
+
     rows("update sensor_limits set low = 0, high = 20");
     start();
     daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
     machine.runtime.advance(4);
     EXPECT_EQ(collector().sensorWithKey("TC0P")->lowestRecordedValue(), 50) << "0 says that nothing was seen";
     EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 50);
+}
+
+TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
+{
+    SQLiteConnection database;
+    EXPECT_FALSE(readSensorLimits(database, "TC0P")) << "not open";
+    ASSERT_TRUE(database.openInMemory());
+    ASSERT_TRUE(database.execute("create table sensor_limits (uuid, low, high)"));
+    EXPECT_FALSE(readSensorLimits(database, "TC0P")) << "no row, and nothing to make it from";
+    ASSERT_TRUE(database.execute("insert into sensor_limits values ('TC0P', 30, 90)"));
+    const auto limits = readSensorLimits(database, std::vector<std::string>{"TC1P", "TC0P"});
+    EXPECT_FALSE(limits.at(0));
+    EXPECT_EQ(limits.at(1)->high, 90);
+
+    // A file that answers late: the reading lost meanwhile is asked for again with the rows of the record.
+    smc().setFloat("TC0P", 40);
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    machine.runtime.advance(4);
+    rows("alter table hour_sensorhistory rename to elsewhere");
+    daemon->ports.supportedElectricSensors(json(R"([{"key":"XA01","average":["TC0P"]}])"), PowerDetail::Averaged);
+    machine.runtime.advance(4);
+    EXPECT_TRUE(collector().sensorWithKey("TC0P")->knowsStoredLimits());
+    EXPECT_FALSE(collector().sensorWithKey("XA01")->knowsStoredLimits());
+    rows("alter table elsewhere rename to hour_sensorhistory");
+    machine.runtime.advance(60);
+    EXPECT_TRUE(collector().sensorWithKey("XA01")->knowsStoredLimits());
 }
 
 TEST_F(SensorsTest, WithoutARowTheHighestIsThatOfHistory)
