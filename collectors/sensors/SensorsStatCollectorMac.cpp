@@ -463,6 +463,7 @@ void SensorsStatCollectorMac::runDatabaseQueue()
 
 void SensorsStatCollectorMac::cleanup()
 {
+    sensorLifetime_.end();
     updateRecordedValues();
     StatCollector::cleanup();
 }

@@ -172,6 +172,7 @@ private:
     std::uint64_t channelGeneration_ = 0;
     double nextLook_ = 0; ///< monotonic s
     bool followsChannels_ = false;
+    bool looksLater_ = false;
     bool hasListedKeys_ = false; ///< of an SMC of its own, which never change
     bool isLogging_ = false;
     bool fanControlSupported_ = false;

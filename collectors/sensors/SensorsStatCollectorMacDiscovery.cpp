@@ -493,6 +493,12 @@ void SensorsStatCollectorMac::discover()
         discoverWithoutChannels();
     }
     begin();
+    if (!isLogging_ && !stopped() && !std::exchange(looksLater_, true)) { // the clock, once it runs, looks by itself
+        context().runtime.after(channelInterval, sensorLifetime_.guard([this] {
+            looksLater_ = false;
+            discover();
+        }));
+    }
 }
 
 } // namespace meridal

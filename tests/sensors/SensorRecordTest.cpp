@@ -285,7 +285,16 @@ TEST_F(SensorsTest, AMachineWithoutSensorsAnswersEmpty)
     EXPECT_EQ(daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged), Value::array());
     EXPECT_EQ(ask(json(R"({"key":"PC0C"})")), -1);
     machine.runtime.advance(60);
-    EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "sensors.db")) << "nor does it wake up for it";
+    EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "sensors.db"));
+
+    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, {}}});
+    smc().present = true;
+    daemon->smc.openIfNeeded();
+    smc().setFloat("TC0P", 42);
+    smc().generation++;
+    machine.runtime.advance(SensorsStatCollectorMac::channelInterval + 3);
+    const auto first = collector().sensorWithKey("TC0P");
+    EXPECT_TRUE(first && first->hasValue()) << "the first chip is found without being asked for again";
 }
 
 } // namespace
