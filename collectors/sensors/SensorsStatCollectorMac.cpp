@@ -240,9 +240,8 @@ void SensorsStatCollectorMac::watch(const SensorConfiguration& configuration)
     begin();
 }
 
-void SensorsStatCollectorMac::sampleWatched()
+void SensorsStatCollectorMac::sampleWatched(double now)
 {
-    const double now = context().runtime.monotonicTime();
     for (auto each = watched_.begin(); each != watched_.end();) {
         const bool isItems = powers_.notedAt(each->first) == now; // an item has come to feed it
         if (isItems || now - each->second.lastAsked > watchedFor) {
@@ -274,7 +273,7 @@ SensorsStatCollectorMac::ServiceValues SensorsStatCollectorMac::readServices()
     return values;
 }
 
-void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services)
+void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services, double now)
 {
     std::optional<double> reading;
     if (item.source() == Item::Source::SMC) {
@@ -283,7 +282,6 @@ void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services)
         reading = service->second;
     }
     if (reading && isPower(item)) {
-        const double now = context().runtime.monotonicTime();
         const std::string identity = item.sensorConfig().identity();
         powers_.note(identity, *reading, now);
         reading = powers_.average(identity, now); // so that nothing kept is finer than what everybody may see
@@ -302,15 +300,16 @@ void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services)
 void SensorsStatCollectorMac::updateStats()
 {
     followChannels();
-    turnReadings_.emplace(); // however many figures are made of a key, it is read once
+    turnReadings_.emplace();                              // however many figures are made of a key, it is read once
+    const double now = context().runtime.monotonicTime(); // one for all: it tells what this turn has noted
     const SensorItems all = sensors();
     const bool needsServices =
         std::any_of(all.begin(), all.end(), [](const auto& item) { return item->source() == Item::Source::Service; });
     const ServiceValues services = needsServices ? readServices() : ServiceValues();
     for (const auto& item : all) {
-        sample(*item, services);
+        sample(*item, services, now);
     }
-    sampleWatched();
+    sampleWatched(now);
     turnReadings_.reset();
     dropUnproven();
     updaterFinishBlock()(*this);

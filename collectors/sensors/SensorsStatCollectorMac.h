@@ -141,8 +141,8 @@ private:
     bool isPowerKey(const std::string& key) const;
     ServiceValues readServices();
     void dropUnproven();
-    void sample(Item& item, const ServiceValues& services);
-    void sampleWatched();
+    void sample(Item& item, const ServiceValues& services, double now);
+    void sampleWatched(double now);
     void watch(const SensorConfiguration& configuration);
 
     // Discovery

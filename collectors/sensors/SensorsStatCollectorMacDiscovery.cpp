@@ -334,8 +334,9 @@ void SensorsStatCollectorMac::process(const Value& entries, SensorRequest reques
         return;
     }
     setChildrenChanged(true);
+    const double now = context().runtime.monotonicTime();
     for (const std::string& key : fresh) {
-        sample(static_cast<Item&>(*itemWithKey(key)), values); // whoever asked sees a value at once
+        sample(static_cast<Item&>(*itemWithKey(key)), values, now); // whoever asked sees a value at once
     }
     loadSeenLimits(std::move(fresh));
 }
@@ -470,11 +471,11 @@ void SensorsStatCollectorMac::followChannels()
         return;
     }
     nextLook_ = now + channelInterval;
-    std::vector<SensorChannel> channels = context().host.sensorChannels->channels();
-    if (const std::uint64_t generation = context().host.sensorChannels->generation();
-        generation != channelGeneration_) {
+    // Before the channels: what changes between the two is seen at the next look.
+    const std::uint64_t generation = context().host.sensorChannels->generation();
+    if (generation != channelGeneration_) {
         channelGeneration_ = generation;
-        adoptChannels(std::move(channels));
+        adoptChannels(context().host.sensorChannels->channels());
     }
 }
 

@@ -351,6 +351,23 @@ TEST(HwmonSensorChannels, TellChipsLabelsAndLimits)
     EXPECT_NEAR(laptop.valueOf("thinkpad-isa-0000 Battery"), 24.69, 1e-5);
 }
 
+TEST(HwmonSensorChannels, ALimitThatCouldNotBeReadComesLater)
+{
+    HwmonMachine machine;
+    addProcessor(machine, "hwmon0");
+    machine.set("hwmon0", "temp1_max", "");
+    machine.start();
+    HwmonSensorChannels channels(machine.sensors);
+    const std::uint64_t generation = channels.generation();
+    EXPECT_FALSE(channels.channels()[0].high);
+    machine.runtime.advance(61);
+    EXPECT_EQ(channels.generation(), generation) << "still none";
+    machine.set("hwmon0", "temp1_max", "100000");
+    machine.runtime.advance(61);
+    EXPECT_NE(channels.generation(), generation);
+    EXPECT_EQ(channels.channels()[0].high, 100);
+}
+
 TEST(HwmonSensorServices, GiveChannelsByLabel)
 {
     HwmonMachine machine;
