@@ -38,6 +38,9 @@ struct SensorConfiguration {
 /// Most keys that a value is computed from. A longer list is no list.
 constexpr std::size_t mostConfiguredKeys = 256;
 
+/// Most keys of a value that is sampled over and over: items are made of no more.
+constexpr std::size_t mostSampledKeys = 16;
+
 /// What can be understood of a client's configuration.
 SensorConfiguration parseSensorConfiguration(const Value& configuration);
 

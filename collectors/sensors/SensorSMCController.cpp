@@ -214,6 +214,23 @@ int SensorSMCController::readKey(const std::string& key, SMCKeyValue& value)
     return 0;
 }
 
+std::vector<std::string> SensorSMCController::keys(std::size_t most)
+{
+    std::vector<std::string> all;
+    for (std::uint32_t index = 0; index < most; ++index) {
+        SMCParamRecord input;
+        input.command = static_cast<std::uint8_t>(SMCCommand::ReadKeyAtIndex);
+        input.data32 = index;
+        SMCParamRecord output;
+        if (processInput(input, output) != IOStatus::Success
+            || output.result != static_cast<std::uint8_t>(SMCResult::Success)) {
+            break; // there are no more
+        }
+        all.push_back(typeText(output.key));
+    }
+    return all;
+}
+
 /// Asks for the key's size and makes the write request without its bytes.
 IOStatus SensorSMCController::prepareWrite(const std::string& key, SMCParamRecord& record)
 {

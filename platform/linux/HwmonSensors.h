@@ -60,6 +60,9 @@ public:
     /// Changes with them.
     std::uint64_t generation();
 
+    /// By the clock that cannot step, s.
+    double now() const;
+
     /// In the unit of the kind: degrees Celsius, rpm, V, A, W. Absent when it cannot be had now.
     std::optional<double> value(const HwmonSensor& sensor);
     /// One of a sensor's limits, in the same unit.
