@@ -1,6 +1,9 @@
 #include "platform/linux/SysfsPowerSources.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 namespace meridal {
@@ -24,6 +27,9 @@ void putWhole(Dictionary& into, const char* key, const std::optional<double>& fi
     }
 }
 
+/// s after an announcement: a battery learns later than its adapter that it is unplugged, and may not announce it.
+constexpr std::array secondLooks = {1.0, 3.0};
+
 /// Firmware that does not know says 0.
 std::optional<double> aboveZero(std::optional<double> figure) { return figure && *figure > 0 ? figure : std::nullopt; }
 
@@ -39,6 +45,12 @@ std::optional<bool> externalPower(const std::vector<PowerSupply>& supplies)
     return adapters ? std::optional(false) : std::nullopt;
 }
 
+bool anyInternal(const std::vector<PowerSupply>& supplies, std::string_view status)
+{
+    return std::any_of(supplies.begin(), supplies.end(),
+        [status](const PowerSupply& supply) { return supply.isInternalBattery() && supply.status() == status; });
+}
+
 /// Whether the machine runs on its batteries: no adapter gives power and, as some adapters have no driver, none of the
 /// batteries is being charged either. Without any adapter known it takes a battery that is being drained.
 bool onBattery(const std::vector<PowerSupply>& supplies)
@@ -47,13 +59,7 @@ bool onBattery(const std::vector<PowerSupply>& supplies)
     if (external.value_or(false)) {
         return false;
     }
-    bool charging = false;
-    bool discharging = false;
-    for (const PowerSupply& supply : supplies) {
-        charging = charging || (supply.isInternalBattery() && supply.status() == "Charging");
-        discharging = discharging || (supply.isInternalBattery() && supply.status() == "Discharging");
-    }
-    return !charging && (discharging || external.has_value());
+    return !anyInternal(supplies, "Charging") && (anyInternal(supplies, "Discharging") || external.has_value());
 }
 
 std::optional<std::string> healthOf(const PowerSupply& supply)
@@ -154,7 +160,9 @@ private:
 
 SysfsPowerSources::SysfsPowerSources(
     Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations)
-    : root_(root), uevents_(std::make_unique<Uevents>(runtime, root, "power_supply", [this] { changed(); }))
+    : runtime_(runtime)
+    , root_(root)
+    , uevents_(std::make_unique<Uevents>(runtime, root, "power_supply", [this] { changed(); }))
 {
     if (!uevents_->isOpen()) {
         limitations->set("power-source-changes", "changes of the power source are not announced: no uevents here");
@@ -196,6 +204,24 @@ std::unique_ptr<PowerSources::Observation> SysfsPowerSources::observe(std::funct
 }
 
 void SysfsPowerSources::changed()
+{
+    again_.clear();
+    if (isDoubtful()) {
+        for (const double seconds : secondLooks) {
+            again_.push_back(runtime_.startTimer(runtime_.mainQueue(), {.first = seconds}, [this] { tell(); }));
+        }
+    }
+    tell();
+}
+
+/// A battery that is being charged while all adapters are off: a dock without a driver, or a battery that lags behind.
+bool SysfsPowerSources::isDoubtful() const
+{
+    const std::vector<PowerSupply> supplies = powerSupplies(root_);
+    return externalPower(supplies) == false && anyInternal(supplies, "Charging");
+}
+
+void SysfsPowerSources::tell()
 {
     const Observers observers = *observers_; // a handler may end any of them
     for (const auto& observer : observers) {
