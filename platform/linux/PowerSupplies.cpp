@@ -244,11 +244,15 @@ std::map<std::string, std::string, std::less<>> supplyAttributes(std::string_vie
     return attributes;
 }
 
-std::vector<PowerSupply> powerSupplies(const RootFolder& root)
+std::vector<PowerSupply> powerSupplies(const RootFolder& root, SuppliesOf owner)
 {
     std::vector<PowerSupply> supplies;
     for (std::string& name : root.list(folder)) {
-        supplies.emplace_back(root, std::move(name));
+        // The one file that every driver answers by itself.
+        const bool ofDevice = root.readLine(fmt::format("{}/{}/scope", folder, name)) == "Device";
+        if (ofDevice == (owner == SuppliesOf::Devices)) {
+            supplies.emplace_back(root, std::move(name));
+        }
     }
     return supplies;
 }

@@ -72,7 +72,10 @@ private:
 /// The attributes of a supply's "uevent", by the names of their files: POWER_SUPPLY_CYCLE_COUNT is "cycle_count".
 std::map<std::string, std::string, std::less<>> supplyAttributes(std::string_view uevent);
 
-/// All supplies of this machine, by name.
-std::vector<PowerSupply> powerSupplies(const RootFolder& root);
+enum class SuppliesOf { Machine, Devices };
+
+/// The supplies of this machine, or those of the devices connected to it, by name. The former are read without waking
+/// the latter: what such a device's driver does not know it asks the device for, which may take seconds.
+std::vector<PowerSupply> powerSupplies(const RootFolder& root, SuppliesOf owner);
 
 } // namespace meridal

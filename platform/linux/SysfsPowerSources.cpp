@@ -29,6 +29,8 @@ void putWhole(Dictionary& into, const char* key, const std::optional<double>& fi
 
 /// s after an announcement: a battery learns later than its adapter that it is unplugged, and may not announce it.
 constexpr std::array secondLooks = {1.0, 3.0};
+/// s that a reading counts as one moment with what is asked next, so that both speak of the same.
+constexpr double sameMoment = 0.1;
 
 /// Firmware that does not know says 0.
 std::optional<double> aboveZero(std::optional<double> figure) { return figure && *figure > 0 ? figure : std::nullopt; }
@@ -169,9 +171,15 @@ SysfsPowerSources::SysfsPowerSources(
     }
 }
 
+const std::vector<PowerSupply>& SysfsPowerSources::read()
+{
+    latest_ = Snapshot{.supplies = powerSupplies(root_, SuppliesOf::Machine), .moment = runtime_.monotonicTime()};
+    return latest_->supplies;
+}
+
 std::vector<Dictionary> SysfsPowerSources::descriptions()
 {
-    const std::vector<PowerSupply> supplies = powerSupplies(root_);
+    const std::vector<PowerSupply>& supplies = read();
     const bool battery = onBattery(supplies);
     std::vector<Dictionary> sources;
     for (const PowerSupply& supply : supplies) {
@@ -184,7 +192,8 @@ std::vector<Dictionary> SysfsPowerSources::descriptions()
 
 std::vector<Dictionary> SysfsPowerSources::smartBatteries()
 {
-    const std::vector<PowerSupply> supplies = powerSupplies(root_);
+    const bool isFresh = latest_ && runtime_.monotonicTime() - latest_->moment <= sameMoment;
+    const std::vector<PowerSupply>& supplies = isFresh ? latest_->supplies : read();
     const bool battery = onBattery(supplies);
     std::vector<Dictionary> batteries;
     for (const PowerSupply& supply : supplies) {
@@ -195,7 +204,7 @@ std::vector<Dictionary> SysfsPowerSources::smartBatteries()
     return batteries;
 }
 
-std::optional<bool> SysfsPowerSources::adapterConnected() { return externalPower(powerSupplies(root_)); }
+std::optional<bool> SysfsPowerSources::adapterConnected() { return externalPower(read()); }
 
 std::unique_ptr<PowerSources::Observation> SysfsPowerSources::observe(std::function<void()> changed)
 {
@@ -215,9 +224,9 @@ void SysfsPowerSources::changed()
 }
 
 /// A battery that is being charged while all adapters are off: a dock without a driver, or a battery that lags behind.
-bool SysfsPowerSources::isDoubtful() const
+bool SysfsPowerSources::isDoubtful()
 {
-    const std::vector<PowerSupply> supplies = powerSupplies(root_);
+    const std::vector<PowerSupply>& supplies = read();
     return externalPower(supplies) == false && anyInternal(supplies, "Charging");
 }
 

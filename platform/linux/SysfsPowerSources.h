@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <list>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace meridal {
@@ -31,11 +32,18 @@ public:
 private:
     using Observers = std::list<std::shared_ptr<const std::function<void()>>>;
     class Entry;
+    /// The supplies at one moment.
+    struct Snapshot {
+        std::vector<PowerSupply> supplies;
+        double moment = 0; ///< s of the clock that cannot step
+    };
+    const std::vector<PowerSupply>& read();
     void tell();
-    bool isDoubtful() const;
+    bool isDoubtful();
 
     Runtime& runtime_;
     RootFolder root_;
+    std::optional<Snapshot> latest_;
     std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
     std::vector<std::unique_ptr<Timer>> again_; ///< further looks that are due after a change
     std::unique_ptr<Uevents> uevents_;
