@@ -217,8 +217,8 @@ void SMARTStatCollectorItem::takeIdentity(const SMARTReading& reading)
     if (reading.controller) {
         adopt(*reading.controller);
     } else if (reading.identity) {
-        if (!spins_) {
-            spins_ = reading.identity->spins;
+        if (reading.identity->spins) {
+            spins_ = reading.identity->spins; // bridges let every disk look as if it spun
         }
         if (reading.identity->smartSupported) {
             adopt(*reading.identity);
