@@ -69,8 +69,11 @@ public:
 private:
     struct Round;
 
+    using ItemPointer = std::shared_ptr<SMARTStatCollectorItem>;
     void findDisks(std::string_view property, SMARTKind kind);
-    void adoptDisk(const RegistryEntryPtr& entry, std::string serial, SMARTKind kind);
+    ItemPointer diskAt(const RegistryEntry& entry, const std::string& serial) const;
+    ItemPointer freeItem(const std::string& serial);
+    void adoptDisk(const RegistryEntryPtr& entry, const std::string& serial, SMARTKind kind);
     void attachDevice(SMARTStatCollectorItem& item, const RegistryEntryPtr& entry, SMARTKind kind);
     void beginRound(Task done, const std::function<bool(const SMARTStatCollectorItem&)>& concerns);
     void answered(Round& round);

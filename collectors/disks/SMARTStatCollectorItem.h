@@ -45,8 +45,9 @@ public:
     void setNvme(bool nvme) { nvme_ = nvme; }
     /// Absent while not known.
     std::optional<bool> spins() const { return spins_; }
-    /// Its place in the machine. A new place means a new device behind it.
+    /// Its place in the machine.
     const RegistryEntryPtr& object() const { return object_; }
+    /// A new place may have another disk behind it, even one with the same serial number: forgets all that was read.
     void setObject(RegistryEntryPtr entry);
 
     // Figures
@@ -102,6 +103,7 @@ public:
 private:
     void takeIdentity(const SMARTReading& reading);
     void takeAttributes(const SMARTReading& reading, double sampleID);
+    void forget();
     void takeStatus(const SMARTReading& reading);
     const SMARTStatCollectorAttribute* attributeOfRole(AttributeRole role) const;
     std::optional<std::int32_t> temperatureOfAttribute(std::uint8_t attributeID) const;

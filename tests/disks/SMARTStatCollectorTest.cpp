@@ -2,6 +2,7 @@
 #include "database/SQLiteConnection.h"
 #include "tests/disks/DiskFixture.h"
 
+#include <algorithm>
 #include <map>
 
 namespace meridal::test {
@@ -220,7 +221,7 @@ TEST_F(DiskTest, IdentityComesFromTheRegistryOrElseFromTheDisk)
 
 TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
 {
-    plugATA("root/usb/sda", "SAME");
+    const auto first = plugATA("root/usb/sda", "SAME");
     const auto second = plugATA("root/usb/sdb", "SAME");
     second.disk->data = dataPage({{.attributeID = 194, .raw = 44}});
     start();
@@ -230,6 +231,29 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
     machine.runtime.runDue();
     EXPECT_EQ(collector->items().size(), 2U) << "and stay the same two";
     EXPECT_EQ(item("SAME#2")->bsd(), "sdb");
+
+    unplug(first);
+    EXPECT_EQ(item("SAME"), nullptr);
+    EXPECT_EQ(item("SAME#2")->bsd(), "sdb") << "what stays keeps its record";
+    const auto third = plugATA("root/ata/sda", "SAME"); // found before the second one
+    std::rotate(
+        machine.registry().entries.begin(), machine.registry().entries.end() - 1, machine.registry().entries.end());
+    machine.registry().announce();
+    machine.runtime.runDue();
+    EXPECT_EQ(item("SAME#2")->bsd(), "sdb");
+    EXPECT_EQ(item("SAME")->temperature(), 34);
+
+    unplug(second);
+    third.disk->power = DiskPower::Asleep;
+    machine.smartDevices().disks["root/usb/sdc"] = third.disk;
+    const auto moved = std::make_shared<FakeRegistryEntry>("root/usb/sdc");
+    moved->properties = third.entry->properties;
+    machine.registry().entries = {moved};
+    machine.registry().announce();
+    machine.runtime.runDue();
+    EXPECT_EQ(item("SAME")->state(), DiskState::Asleep);
+    EXPECT_TRUE(item("SAME")->attributes().empty()) << "another place may mean another disk";
+    EXPECT_EQ(item("SAME")->overallStatus(), std::nullopt);
 }
 
 TEST_F(DiskTest, WearIsWhatTheVendorMeansByIt)
