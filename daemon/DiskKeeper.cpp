@@ -108,8 +108,9 @@ void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)
         return reply(unexpected(question.error().code, question.error().message));
     }
     Task finish = [this, question = *question, reply = std::move(reply)] { reply(answer(collector_, question)); };
-    if (wanted_ && wanted_() && collector_.isUpdateDue()) {
-        collector_.updateStats(std::move(finish));
+    // The pages after the first belong to what the first one showed.
+    if (!question->after && wanted_ && wanted_()) {
+        collector_.updateStatsIfDue(std::move(finish));
     } else {
         finish();
     }

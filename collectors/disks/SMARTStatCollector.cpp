@@ -181,10 +181,21 @@ void SMARTStatCollector::attachDevice(SMARTStatCollectorItem& item, const Regist
 
 bool SMARTStatCollector::isUpdateDue() const
 {
-    const auto round = round_.lock();
     const auto all = disks();
-    return needToReload_ || (round && !round->finished)
-        || std::any_of(all.begin(), all.end(), [](const auto& item) { return item->isDue(); });
+    return needToReload_ || !lastRound_ || context().runtime.monotonicTime() >= *lastRound_ + frequency
+        || std::any_of(all.begin(), all.end(),
+            [](const auto& item) { return item->state() == DiskState::Unread && item->isDue(); });
+}
+
+void SMARTStatCollector::updateStatsIfDue(Task done)
+{
+    if (isUpdateDue()) {
+        updateStats(std::move(done));
+    } else if (const auto round = round_.lock(); round && !round->finished) {
+        round->done.push_back(std::move(done));
+    } else {
+        done();
+    }
 }
 
 void SMARTStatCollector::updateStats(Task done)
@@ -202,6 +213,7 @@ void SMARTStatCollector::beginRound(Task done, const std::function<bool(const SM
     if (!round || round->finished) { // else this joins the one under way
         round = std::make_shared<Round>();
         round_ = round;
+        lastRound_ = context().runtime.monotonicTime();
         context().runtime.after(patience, lifetime_.guard([this, round] { finish(*round); }));
     }
     if (done) {

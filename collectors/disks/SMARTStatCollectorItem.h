@@ -76,6 +76,8 @@ public:
     void setLoadAllAttributes(bool all) { loadAllAttributes_ = all; }
     bool loadedThresholds() const { return loadedThresholds_; }
     DiskState state() const { return state_; }
+    /// Its figures have been read once at least.
+    bool hasAnswered() const { return lastRead_.has_value(); }
     double lastStatusUpdate() const { return lastStatusUpdate_; }           ///< s since 1970; 0 = never
     double lastTemperatureUpdate() const { return lastTemperatureUpdate_; } ///< likewise; when it was last asked
     /// Whether its turn has come: an ATA disk's every 300 s, an NVMe disk's always, nobody's while it is being read.
@@ -101,9 +103,9 @@ public:
     void setDevice(std::shared_ptr<SMARTDevice> device, std::shared_ptr<Queue> queue);
 
 private:
+    void forget();
     void takeIdentity(const SMARTReading& reading);
     void takeAttributes(const SMARTReading& reading, double sampleID);
-    void forget();
     void takeStatus(const SMARTReading& reading);
     const SMARTStatCollectorAttribute* attributeOfRole(AttributeRole role) const;
     std::optional<std::int32_t> temperatureOfAttribute(std::uint8_t attributeID) const;

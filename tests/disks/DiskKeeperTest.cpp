@@ -63,6 +63,24 @@ TEST_F(DiskKeeperTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
     EXPECT_EQ(disks[0]["attributes"].size(), 1U) << "what is wrong, and no more";
 }
 
+TEST_F(DiskKeeperTest, WhoAsksOftenCausesNoMoreReadings)
+{
+    const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
+    ports.loadDisks();
+    for (int second = 0; second < 60; ++second) {
+        ask("null");
+        ask(R"({"after":"S5GX"})");
+        machine.runtime.advance(1);
+    }
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 2 * 2) << "at once and after 30 s, each time twice";
+    ask(R"({"after":"S5GX"})");
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 2 * 2) << "a further page shows what the first one did";
+    const auto late = plugNVMe("root/pci/nvme1", "S5GY");
+    ask("null");
+    machine.registry().announce();
+    EXPECT_EQ((**ask("null"))["disks"][1]["wear"], 3) << "a new one does not wait";
+}
+
 TEST_F(DiskKeeperTest, TheListComesInPagesAndRefusesNonsense)
 {
     for (const char* serial : {"A", "B", "C"}) {
