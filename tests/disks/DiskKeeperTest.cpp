@@ -105,8 +105,17 @@ TEST_F(DiskKeeperTest, HistoryIsOfferedWithoutAskingADisk)
     const auto ata = plugATA("root/ata/sda", "WX1");
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
     EXPECT_EQ(seriesOf("disks"), (std::vector<std::string>{"WX1 WDC WD40EFRX °C", "S5GX FAST 1000 °C"}));
-    EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"S5GX FAST 1000 %"}));
+    EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"WX1 WDC WD40EFRX %", "S5GX FAST 1000 %"}));
     EXPECT_EQ(ata.disk->questions() + nvme.disk->questions(), 0);
+    wanted = true;
+    start();
+    EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"S5GX FAST 1000 %"})) << "it was read and has none";
+    wanted = false;
+    const auto spinning = plugATA("root/ata/sdb", "WX2");
+    spinning.entry->properties["Device Characteristics"]["Medium Type"] = "Rotational";
+    machine.registry().announce();
+    EXPECT_EQ(seriesOf("wear").size(), 1U);
+    EXPECT_EQ(seriesOf("disks").size(), 3U);
 }
 
 } // namespace

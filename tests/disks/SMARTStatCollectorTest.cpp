@@ -264,6 +264,7 @@ TEST_F(DiskTest, WearIsWhatTheVendorMeansByIt)
         dataPage({{.attributeID = 173, .current = 50}, {.attributeID = 202, .current = 88, .raw = 12}});
     const auto samsung = plugATA("root/ata/sdb", "S1", "Samsung SSD 860 EVO 500GB");
     samsung.disk->identity = identifyPage({.rotation = 1});
+    samsung.entry->properties["Device Characteristics"]["Medium Type"] = "Rotational";
     samsung.disk->data = dataPage({{.attributeID = 177, .current = 95, .raw = 120}});
     plugATA("root/ata/sdc", "W1");
     start();
@@ -288,7 +289,6 @@ protected:
         EXPECT_TRUE(file.open(machine.context.paths.support / "disk-history.db", {}));
         EXPECT_TRUE(file.forEachRow(
             sql, {}, [&](std::span<const SqlValue> row) { found.emplace_back(row.begin(), row.end()); }));
-    samsung.entry->properties["Device Characteristics"]["Medium Type"] = "Rotational";
         return found;
     }
     HistoryDatabaseController databases{machine.context};
