@@ -2,6 +2,7 @@
 
 #include "client/BatteryView.h"
 #include "client/Format.h"
+#include "client/Terminal.h"
 
 #include <algorithm>
 #include <array>
@@ -14,6 +15,7 @@ namespace meridal {
 namespace {
 
 constexpr std::size_t usualRows = 20;
+constexpr int usualColumns = 80;
 constexpr std::size_t longestPage = 500; // the daemon's own limit
 constexpr double day = 86'400;           // s
 constexpr std::array<const char*, 2> figures = {"health", "cycles"};
@@ -82,8 +84,9 @@ private:
 
     void report()
     {
-        const bool printed = session_.arguments().json ? session_.print(terminalJson(state_) + '\n')
-                                                       : session_.print(batteryLines(state_));
+        const bool printed = session_.arguments().json
+            ? session_.print(terminalJson(state_) + '\n')
+            : session_.print(batteryLines(state_, terminalColumns().value_or(usualColumns)));
         if (printed) {
             session_.finish(exitStatus::success);
         }
