@@ -25,7 +25,7 @@ public:
     /// The battery of something connected to the machine, such as a mouse, that is there and answers.
     bool isPeripheralBattery() const { return type_ == "Battery" && ofDevice_ && present_ && figure("online") != 0; }
     bool isInternalBattery() const { return type_ == "Battery" && !ofDevice_ && present_; }
-    bool isUPS() const { return type_ == "UPS" && !ofDevice_; }
+    bool isUPS() const { return type_ == "UPS" && !ofDevice_ && present_; }
     /// An adapter: mains, USB or wireless.
     bool isExternal() const
     {

@@ -117,6 +117,36 @@ TEST(PowerSupplyShapes, OneReadingServesBothQuestionsAndAsksNoDevice)
     EXPECT_EQ(sources.smartBatteries().at(0)["CycleCount"], 2);
 }
 
+TEST(PowerSupplyShapes, ABatteryThatTheKernelTakesForADevicesMayBeThatOfAUPS)
+{
+    using namespace std::string_literals;
+    const Machine desktop;
+    const auto plug = [&](const std::string& name, const std::string& descriptor) {
+        desktop.set(name,
+            "POWER_SUPPLY_TYPE=Battery\nPOWER_SUPPLY_SCOPE=Device\nPOWER_SUPPLY_STATUS=Discharging\n"
+            "POWER_SUPPLY_CAPACITY=70\n");
+        desktop.tree.write("sys/class/power_supply/" + name + "/device/report_descriptor", descriptor);
+    };
+    // Its own application beside others; as one item of four bytes; and broken off before it says what it is.
+    plug("hid-1-battery",
+        "\x05\x01\x09\x06\xA1\x01\xC0\xFE\x01\x00\x55\x05\x84\x09\x04\xA1\x01\x09\x24\xA1\x00\xC0\xC0"s);
+    plug("hid-2-battery", "\x0B\x04\x00\x84\x00\xA1\x01\xC0"s);
+    plug("hid-3-battery", "\x05\x84\x09\x04\xA1"s);
+    // A mouse that tells of its own battery with controls of that page.
+    plug("hid-4-battery", "\x06\x00\xFF\x09\x14\xA1\x01\x05\x84\x09\x04\x81\x02\x05\x85\x09\x65\x81\x02\xC0"s);
+    auto sources = desktop.sources();
+    const auto found = sources.descriptions();
+    ASSERT_EQ(found.size(), 2U);
+    for (const Dictionary& ups : found) {
+        EXPECT_EQ(ups["Type"], "UPS");
+        EXPECT_EQ(ups["Power Source State"], "Battery Power");
+        EXPECT_EQ(ups["Current Capacity"], 70);
+    }
+    EXPECT_TRUE(sources.smartBatteries().empty());
+    desktop.set("ups", "POWER_SUPPLY_TYPE=UPS\nPOWER_SUPPLY_PRESENT=0\n");
+    EXPECT_EQ(sources.descriptions().size(), 2U) << "not one that is switched off";
+}
+
 TEST(PeripheralBatteries, SuppliesOfDevicesThatAnswer)
 {
     const Machine desk;
