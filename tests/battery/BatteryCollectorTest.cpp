@@ -235,7 +235,7 @@ TEST_F(BatteryCollectorTest, AUPSThatChangesByItselfIsRecordedAndTimedByItself)
         sources().change({battery, ups});
         machine.runtime.runDue();
     };
-    const auto sleep = [this](double seconds) {
+    const auto suspend = [this](double seconds) {
         machine.powerMessages().send(PowerMessage::SystemWillSleep);
         machine.runtime.sleepMachine(seconds);
         machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
@@ -244,14 +244,14 @@ TEST_F(BatteryCollectorTest, AUPSThatChangesByItselfIsRecordedAndTimedByItself)
     start();
     describeBoth("AC Power", "AC Power");
     machine.runtime.advance(100);
-    sleep(1000);
+    suspend(1000);
     describeBoth("AC Power", "Battery Power");
     const auto rows = ask(&BatteryKeeper::history, {{"figure", "source"}, {"key", "UPS"}}).value()["rows"];
     ASSERT_EQ(rows.size(), 2U) << "without anybody asking";
     EXPECT_EQ(rows[0]["value"], 0);
     machine.runtime.advance(50);
     describeBoth("Battery Power", "Battery Power");
-    sleep(1000);
+    suspend(1000);
     machine.runtime.advance(30);
     const Value state = ask(&BatteryKeeper::state).value()["batteries"];
     EXPECT_NEAR(state[0]["awakeOnSource"].get<double>(), 30, 0.01);
