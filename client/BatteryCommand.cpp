@@ -2,6 +2,7 @@
 
 #include "client/BatteryView.h"
 #include "client/Format.h"
+#include "client/Terminal.h"
 #include "client/WallClock.h"
 
 #include <algorithm>
@@ -15,6 +16,7 @@ namespace {
 
 constexpr std::size_t usualChanges = 20;
 constexpr std::size_t changesPage = 500; // the daemon's own limit
+constexpr int chartColumns = 80;
 constexpr std::array<const char*, 2> figures = {"health", "cycles"};
 
 /// Asks for the state, then page after page of each figure's history until there are as many rows as wanted.
@@ -79,8 +81,9 @@ private:
 
     void report()
     {
-        const bool printed = session_.arguments().json ? session_.print(terminalJson(state_) + '\n')
-                                                       : session_.print(batteryLines(state_));
+        const bool printed = session_.arguments().json
+            ? session_.print(terminalJson(state_) + '\n')
+            : session_.print(batteryLines(state_, terminalColumns().value_or(chartColumns)));
         if (printed) {
             session_.finish(exitStatus::success);
         }

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -73,6 +74,17 @@ Span verdict(const Value& disk)
     return healthy && *healthy == true ? Span{Style::Plain, "fine"} : Span{Style::Faint, "does not say"};
 }
 
+/// A failing attribute is as bad as a failing disk, whatever the disk thinks of itself. The words begin with its name.
+Style styleOfProblem(const Value& disk, std::string_view words)
+{
+    const Value* healthy = find(disk, "healthy");
+    const Value& attributes = listOf(disk, "attributes");
+    const bool fails = std::any_of(attributes.begin(), attributes.end(), [words](const Value& attribute) {
+        return text(attribute, "status") == "failing" && words.starts_with(text(attribute, "name").value_or("") + ' ');
+    });
+    return fails || (healthy && *healthy == false) ? Style::High : Style::Warning;
+}
+
 void addDisk(Lines& lines, const Value& disk)
 {
     const auto seconds = number(disk, "powerOn");
@@ -84,11 +96,10 @@ void addDisk(Lines& lines, const Value& disk)
                 + fitRight(figure(disk, "wear", " %"), diskFigureColumns)
                 + fitRight(seconds ? formatDuration(*seconds) : "-", powerOnColumns) + "  "},
         verdict(disk)});
-    const Value* healthy = find(disk, "healthy");
-    const Style style = healthy && *healthy == false ? Style::High : Style::Warning;
     for (const Value& problem : listOf(disk, "problems")) {
         if (problem.is_string()) {
-            lines.push_back({{Style::Plain, "  "}, {style, printable(problem.get_ref<const std::string&>())}});
+            const auto& words = problem.get_ref<const std::string&>();
+            lines.push_back({{Style::Plain, "  "}, {styleOfProblem(disk, words), printable(words)}});
         }
     }
 }

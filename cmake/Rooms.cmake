@@ -14,6 +14,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(meridal_options INTERFACE -Wno-subobject-linkage)
   endif()
 endif()
+# Sources that are compiled together shadow each other's names.
+if(MERIDAL_UNITY)
+  target_compile_options(meridal_options INTERFACE -Wno-shadow)
+endif()
 if(MERIDAL_SANITIZE)
   target_compile_options(meridal_options INTERFACE -fsanitize=${MERIDAL_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)

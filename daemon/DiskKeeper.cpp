@@ -72,14 +72,15 @@ void DiskKeeper::plugInto(CollectorPorts& ports)
 
 void DiskKeeper::addTo(HistoryCatalogue& catalogue)
 {
+    // What was recorded before a restart is there before the disk is read again; only a disk that was read without the
+    // figure has none. What spins does not wear.
     catalogue.add("disks", collector_, [this] {
-        return series("°C", "temperature", [](const SMARTStatCollectorItem& disk) {
-            return disk.state() == DiskState::Unread || disk.hasTemperature();
-        });
+        return series("°C", "temperature",
+            [](const SMARTStatCollectorItem& disk) { return !disk.hasAnswered() || disk.hasTemperature(); });
     });
     catalogue.add("wear", collector_, [this] {
         return series("%", "wear", [](const SMARTStatCollectorItem& disk) {
-            return disk.wear().has_value() || (disk.nvme() && disk.state() == DiskState::Unread);
+            return disk.hasAnswered() ? disk.wear().has_value() : disk.nvme() || disk.spins() != true;
         });
     });
 }
@@ -108,8 +109,9 @@ void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)
         return reply(unexpected(question.error().code, question.error().message));
     }
     Task finish = [this, question = *question, reply = std::move(reply)] { reply(answer(collector_, question)); };
-    if (wanted_ && wanted_() && collector_.isUpdateDue()) {
-        collector_.updateStats(std::move(finish));
+    // The pages after the first belong to what the first one showed.
+    if (!question->after && wanted_ && wanted_()) {
+        collector_.updateStatsIfDue(std::move(finish));
     } else {
         finish();
     }

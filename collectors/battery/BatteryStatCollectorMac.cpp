@@ -103,6 +103,7 @@ void BatteryStatCollectorMac::batteriesIOPS()
         const auto battery = item(freeKey(name, serial));
         battery->setType(ups ? BatteryType::UPS : BatteryType::Internal);
         battery->setExists(true);
+        battery->setSlept(sleptInAll_ ? sleptInAll_() : 0);
         battery->processIOPS(description);
         if (!ups) {
             internal_.push_back(battery);
