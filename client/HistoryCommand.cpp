@@ -26,7 +26,7 @@ constexpr int largestSeriesPage = 500; // the daemon's own limits
 constexpr int largestSamplesPage = 1000;
 constexpr std::size_t mostSamples = 20'000;
 constexpr int usualColumns = 100; // where there is no terminal
-constexpr int plotRows = 15;
+constexpr int historyPlotRows = 15;
 
 /// How far back each range reaches, and what it is called.
 struct Range {
@@ -176,7 +176,7 @@ private:
         const std::string title = fmt::format("{}, {}", chosen_.name, range_.title);
         const Plot plot = historyPlot(answer_, title, until_ - range_.span, until_);
         if (arguments.svgPath.empty()) {
-            return session_.print(plotLines(plot, terminalColumns().value_or(usualColumns), plotRows));
+            return session_.print(plotLines(plot, terminalColumns().value_or(usualColumns), historyPlotRows));
         }
         if (arguments.svgPath == "-") {
             return session_.print(plotSvg(plot));
