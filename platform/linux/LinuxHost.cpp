@@ -1,5 +1,6 @@
 #include "platform/linux/LinuxHost.h"
 
+#include "platform/linux/BpfTrafficCounters.h"
 #include "platform/linux/BusNotifications.h"
 #include "platform/linux/DiagNetworkStatistics.h"
 #include "platform/linux/DiagProcessConnections.h"
@@ -60,6 +61,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
     host->packetTap = std::make_unique<PcapPacketTap>(runtime, options.root);
     host->networkStatistics = std::make_unique<DiagNetworkStatistics>(runtime, options.root);
+    host->trafficCounters = std::make_unique<BpfTrafficCounters>(runtime, BpfTrafficOptions{.root = options.root});
     host->processConnections = std::make_unique<DiagProcessConnections>(options.root);
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();

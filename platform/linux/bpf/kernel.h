@@ -86,6 +86,7 @@ struct task_struct {
     int pid, tgid;
     struct sched_entity se;
     struct mm_struct* mm;
+    struct task_struct* group_leader;
     struct task_struct* real_parent;
     struct list_head thread_node;
     __u64 utime, stime;
