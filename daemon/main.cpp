@@ -12,6 +12,7 @@
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
+#include "collectors/process/TrafficCounterCollector.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
@@ -41,6 +42,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -51,6 +53,7 @@ namespace {
 
 struct Options {
     std::string root;
+    TrafficSource traffic = TrafficSource::Auto;
     bool keepStandardError = false; ///< a development tool started us: it shows our standard error
 };
 
@@ -67,6 +70,12 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
     Options options;
     CLI::App app("The system-monitoring daemon. Serves local clients until SIGTERM.", "meridald");
     app.add_option("--root", options.root, "Keep databases, logs and the socket under this folder")->type_name("DIR");
+    const std::map<std::string, TrafficSource> trafficSources = {{"auto", TrafficSource::Auto},
+        {"bpf", TrafficSource::Bpf}, {"pcap", TrafficSource::Pcap}, {"sockets", TrafficSource::Sockets}};
+    app.add_option("--traffic-source", options.traffic,
+           "How network traffic is counted by process: bpf, pcap, sockets or auto, the first of these that works")
+        ->transform(CLI::CheckedTransformer(trafficSources))
+        ->type_name("SOURCE");
     app.set_version_flag("--version", "meridald 6.6 (1177)");
     app.allow_extras();
     try {
@@ -134,7 +143,7 @@ ListenerStatistics sumOf(const std::vector<std::unique_ptr<Listener>>& listeners
 }
 
 /// Serves until a signal has ended the main loop.
-int serve(Context& context)
+int serve(Context& context, TrafficSource traffic)
 {
     Runtime& runtime = context.runtime;
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
@@ -146,8 +155,10 @@ int serve(Context& context)
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     DiskKeeper disks(SMARTStatCollector::sharedSMARTCollector());
     NetworkKeeper network(context, NetworkStatCollectorMac::sharedNetworkCollector());
-    CaptureKeeper capture(context, PacketStatCollector::sharedPacketCollector(),
-        NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector());
+    CaptureKeeper capture(context,
+        {TrafficCounterCollector::sharedTrafficCounterCollector(), PacketStatCollector::sharedPacketCollector(),
+            NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
+        traffic);
     CollectorPorts ports;
     uptime.plugInto(ports);
     sensors.plugInto(ports);
@@ -226,7 +237,7 @@ int runDaemon(const Options& options)
     Context::setShared(context);
     auto& databases = HistoryDatabaseController::sharedHistoryDatabaseController();
     context.databases = &databases;
-    const int status = serve(context);
+    const int status = serve(context, options.traffic);
     databases.closeAll(); // while there are still queues to close them on
     return status;
 }
