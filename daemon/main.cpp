@@ -51,6 +51,7 @@ namespace {
 
 struct Options {
     std::string root;
+    HostChoices host;
     bool keepStandardError = false; ///< a development tool started us: it shows our standard error
 };
 
@@ -67,6 +68,10 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
     Options options;
     CLI::App app("The system-monitoring daemon. Serves local clients until SIGTERM.", "meridald");
     app.add_option("--root", options.root, "Keep databases, logs and the socket under this folder")->type_name("DIR");
+    app.add_option("--process-source", options.host.processSource,
+           "How to read the process table where there are several ways (Linux): auto, bpf or proc. What does not work "
+           "here gives way to proc")
+        ->check(CLI::IsMember({"auto", "bpf", "proc"}));
     app.set_version_flag("--version", "meridald 6.6 (1177)");
     app.allow_extras();
     try {
@@ -160,6 +165,9 @@ int serve(Context& context)
     disks.setWanted([&daemon] { return daemon.wantsSMART(); });
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
+    if (const std::string_view method = context.host.processes->method(); !method.empty()) {
+        status.addSection("processes", [method] { return Dictionary{{"source", method}}; });
+    }
     status.addSection("capture", [&capture] { return capture.describe(); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
@@ -219,7 +227,7 @@ int runDaemon(const Options& options)
     }
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
-    const auto host = makeHost(*runtime, paths);
+    const auto host = makeHost(*runtime, paths, options.host);
     NotificationCenter notifications;
     Log log;
     Context context{*runtime, *host, notifications, log, paths};
