@@ -18,6 +18,12 @@ Value directions(const TrafficShare& share) { return {{"d", share.download}, {"u
 
 } // namespace
 
+TrafficSource trafficSourceFrom(std::string_view name)
+{
+    using enum TrafficSource;
+    return name == "bpf" ? Bpf : name == "pcap" ? Pcap : name == "sockets" ? Sockets : Auto;
+}
+
 CaptureKeeper::CaptureKeeper(Context& context, const Collectors& collectors, TrafficSource source)
     : context_(context)
     , counters_(collectors.counters)

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace meridal {
 
@@ -20,6 +21,9 @@ enum class TrafficSource : std::uint8_t {
     Pcap,    ///< by capture
     Sockets, ///< by the kernel, per connection: payload, and on Linux of TCP only
 };
+
+/// By its name on the command line, "bpf"; Auto for any other.
+TrafficSource trafficSourceFrom(std::string_view name);
 
 /// Brings per-process network traffic into the daemon, while a client wants it, from the best source that there is. Main
 /// queue only.

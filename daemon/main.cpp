@@ -42,7 +42,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -53,7 +52,8 @@ namespace {
 
 struct Options {
     std::string root;
-    TrafficSource traffic = TrafficSource::Auto;
+    HostChoices host;
+    std::string traffic = "auto";
     bool keepStandardError = false; ///< a development tool started us: it shows our standard error
 };
 
@@ -70,12 +70,13 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
     Options options;
     CLI::App app("The system-monitoring daemon. Serves local clients until SIGTERM.", "meridald");
     app.add_option("--root", options.root, "Keep databases, logs and the socket under this folder")->type_name("DIR");
-    const std::map<std::string, TrafficSource> trafficSources = {{"auto", TrafficSource::Auto},
-        {"bpf", TrafficSource::Bpf}, {"pcap", TrafficSource::Pcap}, {"sockets", TrafficSource::Sockets}};
+    app.add_option("--process-source", options.host.processSource,
+           "How to read the process table where there are several ways (Linux): auto, bpf or proc. What does not work "
+           "here gives way to proc")
+        ->check(CLI::IsMember({"auto", "bpf", "proc"}));
     app.add_option("--traffic-source", options.traffic,
-           "How network traffic is counted by process: bpf, pcap, sockets or auto, the first of these that works")
-        ->transform(CLI::CheckedTransformer(trafficSources))
-        ->type_name("SOURCE");
+           "How to count network traffic by process: bpf, pcap, sockets, or auto, the first of these that works here")
+        ->check(CLI::IsMember({"auto", "bpf", "pcap", "sockets"}));
     app.set_version_flag("--version", "meridald 6.6 (1177)");
     app.allow_extras();
     try {
@@ -143,7 +144,7 @@ ListenerStatistics sumOf(const std::vector<std::unique_ptr<Listener>>& listeners
 }
 
 /// Serves until a signal has ended the main loop.
-int serve(Context& context, TrafficSource traffic)
+int serve(Context& context, const Options& options)
 {
     Runtime& runtime = context.runtime;
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
@@ -158,7 +159,7 @@ int serve(Context& context, TrafficSource traffic)
     CaptureKeeper capture(context,
         {TrafficCounterCollector::sharedTrafficCounterCollector(), PacketStatCollector::sharedPacketCollector(),
             NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
-        traffic);
+        trafficSourceFrom(options.traffic));
     CollectorPorts ports;
     uptime.plugInto(ports);
     sensors.plugInto(ports);
@@ -171,6 +172,9 @@ int serve(Context& context, TrafficSource traffic)
     disks.setWanted([&daemon] { return daemon.wantsSMART(); });
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
+    if (const std::string_view method = context.host.processes->method(); !method.empty()) {
+        status.addSection("processes", [method] { return Dictionary{{"source", method}}; });
+    }
     status.addSection("capture", [&capture] { return capture.describe(); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
@@ -230,14 +234,14 @@ int runDaemon(const Options& options)
     }
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
-    const auto host = makeHost(*runtime, paths);
+    const auto host = makeHost(*runtime, paths, options.host);
     NotificationCenter notifications;
     Log log;
     Context context{*runtime, *host, notifications, log, paths};
     Context::setShared(context);
     auto& databases = HistoryDatabaseController::sharedHistoryDatabaseController();
     context.databases = &databases;
-    const int status = serve(context, options.traffic);
+    const int status = serve(context, options);
     databases.closeAll(); // while there are still queues to close them on
     return status;
 }

@@ -11,6 +11,7 @@ namespace meridal {
 
 namespace {
 
+constexpr int mostGenerations = 8;
 constexpr double linkHeader = 14; ///< bytes; Ethernet's, and as good as everybody's
 
 TrafficShare shareOf(const TrafficCount& count)
@@ -68,8 +69,12 @@ void TrafficCounterCollector::process()
     if (counting_) {
         const TrafficReading& reading = counting_->read();
         for (const TrafficCount& count : reading.counts) {
+            parents_[count.pid] = count.parentPid;
+        }
+        for (const TrafficCount& count : reading.counts) {
             fold(count);
         }
+        parents_.clear();
         latest_.kernel = takeRest(reading);
     }
     processes_.updatePCapBandwidth();
@@ -79,20 +84,30 @@ void TrafficCounterCollector::process()
 void TrafficCounterCollector::fold(const TrafficCount& count)
 {
     const TrafficShare share = shareOf(count);
-    auto* item = count.pid == 0 ? nullptr : processes_.processForPid(count.pid);
-    if (!item && count.parentPid > 1) {
-        item = processes_.processForPid(count.parentPid);
-    }
-    if (item) {
+    if (auto* item = nearestOf(count)) {
         item->setNetworkDownload(item->networkDownload() + share.download);
         item->setNetworkUpload(item->networkUpload() + share.upload);
+        (count.isElsewhere ? elsewhere_ : latest_.processes) += share;
+    } else {
+        (count.isElsewhere ? elsewhere_ : latest_.unattributed) += share;
     }
-    if (count.isElsewhere) {
-        elsewhere_ += share;
-        return;
+    latest_.frames += count.isElsewhere ? 0 : count.packetsReceived + count.packetsSent;
+}
+
+/// The process, or the first of its ancestors that is still there; a parent that ended as well is known if it had traffic.
+ProcessStatCollectorItem* TrafficCounterCollector::nearestOf(const TrafficCount& count)
+{
+    std::int32_t pid = count.pid;
+    std::int32_t parent = count.parentPid;
+    for (int generation = 0; generation < mostGenerations && pid > 0; ++generation) {
+        if (auto* item = processes_.processForPid(pid)) {
+            return item;
+        }
+        pid = parent > 1 ? parent : 0;
+        const auto known = parents_.find(pid);
+        parent = known == parents_.end() ? 0 : known->second;
     }
-    (item ? latest_.processes : latest_.unattributed) += share;
-    latest_.frames += count.packetsReceived + count.packetsSent;
+    return nullptr;
 }
 
 /// What crossed the interfaces and was no socket's of a process.

@@ -4,12 +4,15 @@
 #include "collectors/process/TrafficBatch.h"
 #include "platform/host/TrafficCounters.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
 
 namespace meridal {
 
 class ProcessStatCollector;
+class ProcessStatCollectorItem;
 struct Context;
 
 /// Per-process network traffic as the kernel itself counts it, folded into the process items as PacketStatCollector does it
@@ -31,7 +34,7 @@ public:
     std::string method() const { return counting_ ? counting_->method() : std::string(); }
 
     /// The fold: every process's traffic becomes what was counted for it since the last one. That of a process which has ended
-    /// meanwhile counts for its parent, unless that is the first of all processes.
+    /// meanwhile counts for its nearest ancestor that is there, unless that is the first of all processes.
     void process();
 
     const TrafficAccount& latest() const { return latest_; } ///< of the latest fold
@@ -42,11 +45,13 @@ public:
 
 private:
     void fold(const TrafficCount& count);
+    ProcessStatCollectorItem* nearestOf(const TrafficCount& count);
     TrafficShare takeRest(const TrafficReading& reading);
 
     Context& context_;
     ProcessStatCollector& processes_;
     std::unique_ptr<TrafficCounters::Counting> counting_;
+    std::unordered_map<std::int32_t, std::int32_t> parents_; ///< by pid, of one reading
     TrafficAccount latest_;
     TrafficAccount total_;
     TrafficShare elsewhere_;

@@ -20,6 +20,7 @@
 #include "platform/linux/LogindPowerMessages.h"
 #include "platform/linux/NetlinkInterfaces.h"
 #include "platform/linux/PcapPacketTap.h"
+#include "platform/linux/ProcessSourceChoice.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/SysfsPowerSources.h"
 #include "platform/linux/SystemBus.h"
@@ -36,6 +37,21 @@ std::string busAddress(const std::filesystem::path& root)
     return root == "/" ? std::string() : "unix:path=" + (root / "run/dbus/system_bus_socket").string();
 }
 
+std::unique_ptr<ProcessSource> makeProcessSource(
+    const LinuxHostOptions& options, const std::shared_ptr<Limitations>& limitations)
+{
+    std::unique_ptr<ProcessSource> source;
+    if (options.bpfProcesses && options.root == "/") {
+        source = chooseProcessSource(options.root, limitations, options.processes);
+    } else {
+        source = std::make_unique<ProcProcessSource>(options.root, limitations, options.processes);
+    }
+    if (source->method() != "proc") { // it knows of all threads
+        limitations->clear("wakeups");
+    }
+    return source;
+}
+
 } // namespace
 
 std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& options)
@@ -43,7 +59,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     auto host = std::make_unique<Host>();
     noteLimitations(options.root, *host->limitations);
     host->machine = std::make_unique<LinuxMachineInfo>(options.root);
-    host->processes = std::make_unique<ProcProcessSource>(options.root, host->limitations, options.processes);
+    host->processes = makeProcessSource(options, host->limitations);
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
     host->distributedNotifications = std::make_unique<BusNotifications>(bus);

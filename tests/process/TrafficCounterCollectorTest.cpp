@@ -66,9 +66,10 @@ TEST_F(TrafficCounterCollectorTest, LastBytesOfAnEndedProcessCountForItsParent)
 {
     ASSERT_TRUE(counters.start());
     counted(4711, 0, 500, 43);
-    counted(4712, 0, 60, 1); // orphans are nobody's: pid 1 did not send that
+    counted(4713, 0, 7, 4711); // a child of that one
+    counted(4712, 0, 60, 1);   // orphans are nobody's: pid 1 did not send that
     counters.process();
-    EXPECT_EQ(item(43).networkUpload(), 500);
+    EXPECT_EQ(item(43).networkUpload(), 507);
     EXPECT_EQ(item(1).networkUpload(), 0);
     EXPECT_EQ(counters.latest().unattributed.upload, 60);
 }

@@ -1,5 +1,7 @@
 /* All processes through a file that the daemon reads. Linux 5.19 and later. */
 
+#define TASK(address) ((const void*)(address))
+#define READ(pointer, member) BPF_CORE_READ(pointer, member)
 #include "platform/linux/bpf/process_fill.h"
 
 /* What the passes ask for: a file has no room for parameters. */

@@ -1,4 +1,5 @@
-/* Makes a record out of a process. Included by the two programs that walk over all of them. */
+/* Makes a record out of a process. Included by the two programs that walk over all of them, once they have said how to look at
+ * a task of which only the address is known: TASK(address) is a pointer, READ(pointer, member) a member behind it. */
 #pragma once
 
 #include "platform/linux/bpf/kernel.h"
@@ -128,18 +129,18 @@ static long add_thread(__u32 index __attribute__((unused)), struct thread_walk* 
         return 1;
     }
     const struct task_struct* thread =
-        (const void*)((const char*)walk->next - bpf_core_field_offset(struct task_struct, thread_node));
+        TASK((const char*)walk->next - bpf_core_field_offset(struct task_struct, thread_node));
     struct BpfProcess* record = walk->record;
-    record->runTime += BPF_CORE_READ(thread, se.sum_exec_runtime);
-    record->userTicks += BPF_CORE_READ(thread, utime);
-    record->systemTicks += BPF_CORE_READ(thread, stime);
-    record->voluntarySwitches += BPF_CORE_READ(thread, nvcsw);
+    record->runTime += READ(thread, se.sum_exec_runtime);
+    record->userTicks += READ(thread, utime);
+    record->systemTicks += READ(thread, stime);
+    record->voluntarySwitches += READ(thread, nvcsw);
     if (bpf_core_field_exists(thread->ioac.read_bytes)) {
-        record->readBytes += BPF_CORE_READ(thread, ioac.read_bytes);
-        record->writtenBytes += BPF_CORE_READ(thread, ioac.write_bytes);
-        record->cancelledBytes += BPF_CORE_READ(thread, ioac.cancelled_write_bytes);
+        record->readBytes += READ(thread, ioac.read_bytes);
+        record->writtenBytes += READ(thread, ioac.write_bytes);
+        record->cancelledBytes += READ(thread, ioac.cancelled_write_bytes);
     }
-    walk->next = BPF_CORE_READ(thread, thread_node.next);
+    walk->next = READ(thread, thread_node.next);
     return 0;
 }
 
@@ -176,12 +177,12 @@ static __always_inline void fill_counters(
     }
     /* A thread that ends meanwhile hands its counters over to the group: it would be counted twice, or not at all. */
     for (int i = 0; i < ATTEMPTS; ++i) {
-        const unsigned sequence = BPF_CORE_READ(group, stats_lock.seqcount.seqcount.sequence);
+        const unsigned sequence = READ(group, stats_lock.seqcount.seqcount.sequence);
         take_ended_threads(record, group);
-        struct thread_walk walk = {.record = record, .next = BPF_CORE_READ(group, thread_head.next)};
+        struct thread_walk walk = {.record = record, .next = READ(group, thread_head.next)};
         walk.head = (const void*)((const char*)group + bpf_core_field_offset(struct signal_struct, thread_head));
         bpf_loop(MAXIMUM_THREADS, add_thread, &walk, 0);
-        if (!(sequence & 1) && sequence == BPF_CORE_READ(group, stats_lock.seqcount.seqcount.sequence)) {
+        if (!(sequence & 1) && sequence == READ(group, stats_lock.seqcount.seqcount.sequence)) {
             return;
         }
     }

@@ -39,9 +39,8 @@ enum {
 /** What a pass is asked for, and what it answers. */
 struct BpfPass {
     __u32 wantsMemory;
-    __u32 processors; /* to sum up counters of; those in the map of offsets */
-    __u32 capacity;   /* in: elements of the map of records */
-    __u32 processes;  /* out: how many there were; those beyond the capacity are missing */
+    __u32 processors; /* to sum up counters of; as many as the map of offsets holds */
+    __u32 processes;  /* out: how many there were; those beyond the end of the map of records are missing */
 };
 
 #ifdef __cplusplus
