@@ -16,6 +16,7 @@
 #include <netinet/ip_icmp.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <atomic>
 #include <deque>
 #include <filesystem>
@@ -35,6 +36,7 @@ constexpr std::uint64_t synExtra = 8;
 struct Shared {
     std::atomic<std::int32_t> pid;
     std::atomic<std::uint64_t> resent;
+    std::atomic<std::uint64_t> sent;
 };
 
 /// Real traffic in a network of its own, counted by the object that a test names.
@@ -209,6 +211,31 @@ TEST_P(PacketsOf, NothingIsLostOfThousandsThatComeAndGo)
     }
     EXPECT_EQ(bytes, children * 3 * (100 + udp4));
     EXPECT_EQ(processes, children) << "each under its own pid";
+}
+
+TEST_P(PacketsOf, AFloodCountsToTheByte)
+{
+    if (const std::string why = start(GetParam()); !why.empty()) {
+        GTEST_SKIP() << why;
+    }
+    const Worker& flooder = run([this] {
+        const Descriptor socket = socketTo(SOCK_DGRAM, NetworkBed::peer4, udpSink);
+        std::vector<mmsghdr> messages(512);
+        char byte = 'f';
+        iovec content{&byte, 1};
+        for (mmsghdr& message : messages) {
+            message.msg_hdr = {};
+            message.msg_hdr.msg_iov = &content;
+            message.msg_hdr.msg_iovlen = 1;
+        }
+        for (int i = 0; i < 400; ++i) {
+            const int sent = ::sendmmsg(socket.get(), messages.data(), static_cast<unsigned int>(messages.size()), 0);
+            shared->sent += static_cast<std::uint64_t>(std::max(sent, 0));
+        }
+    });
+    read();
+    EXPECT_EQ(of(flooder.pid()).packetsSent, shared->sent.load());
+    EXPECT_EQ(of(flooder.pid()).bytesSent, shared->sent.load() * (1 + udp4));
 }
 
 TEST_P(PacketsOf, ASocketIsHisWhoUsesIt)
