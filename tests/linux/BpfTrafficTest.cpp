@@ -186,7 +186,7 @@ TEST_P(PacketsOf, NothingIsLostOfThousandsThatComeAndGo)
     if (const std::string why = start(GetParam()); !why.empty()) {
         GTEST_SKIP() << why;
     }
-    constexpr int children = 3000;
+    constexpr int children = 1000;
     const Worker& parent = run([] {
         for (int i = 0; i < children; ++i) {
             const pid_t child = ::fork();
