@@ -16,7 +16,7 @@ using SteadySeconds = std::chrono::duration<double>;
 double sensible(double seconds) { return seconds > 0 ? std::min(seconds, 3e9) : 0; }
 
 /// Rounded up, so that a deadline has passed when the system timer ends.
-std::chrono::steady_clock::time_point timePoint(double seconds)
+std::chrono::steady_clock::time_point steadyTimePoint(double seconds)
 {
     return std::chrono::steady_clock::time_point(
         std::chrono::ceil<std::chrono::steady_clock::duration>(SteadySeconds(seconds)));
@@ -86,7 +86,7 @@ void AsioTimers::sleep()
     if (!wakeAt_) {
         return;
     }
-    wake_.expires_at(timePoint(*wakeAt_)); // ends the wait before
+    wake_.expires_at(steadyTimePoint(*wakeAt_)); // ends the wait before
     wake_.async_wait([this](const asio::error_code& error) noexcept {
         if (!error) {
             wake();

@@ -27,7 +27,7 @@ constexpr std::size_t lineBytes = 4096;
 
 using Seconds = std::chrono::duration<double>;
 
-spdlog::log_clock::time_point timePoint(double wallTime)
+spdlog::log_clock::time_point logTimePoint(double wallTime)
 {
     return spdlog::log_clock::time_point(std::chrono::duration_cast<spdlog::log_clock::duration>(Seconds(wallTime)));
 }
@@ -105,7 +105,7 @@ struct Log::State {
     void writeBatch(const LogWriter::Batch& batch)
     {
         for (const auto& line : batch) {
-            logger.log(timePoint(line.time), spdlog::source_loc{}, spdlogLevel(line.level), line.text);
+            logger.log(logTimePoint(line.time), spdlog::source_loc{}, spdlogLevel(line.level), line.text);
         }
         logger.flush();
     }

@@ -26,6 +26,15 @@ std::optional<std::int64_t> integer(const Value& dictionary, std::string_view ke
 /// The entry as text; absent when missing or not a string.
 std::optional<std::string> text(const Value& dictionary, std::string_view key);
 
+/// Adds an entry, unless there is nothing to add.
+template <typename Figure>
+void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
+{
+    if (figure) {
+        into[key] = *figure;
+    }
+}
+
 /// The one place where values become JSON text. Bytes that are not UTF-8 are replaced; never throws for content.
 std::string serialise(const Value& value);
 /// As serialise, indented for people.

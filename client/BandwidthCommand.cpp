@@ -3,10 +3,10 @@
 #include "base/Text.h"
 #include "client/BarChart.h"
 #include "client/Format.h"
+#include "client/WallClock.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <utility>
@@ -15,12 +15,9 @@ namespace meridal {
 
 namespace {
 
-constexpr std::size_t longestPage = 500; // the daemon's own limit
+constexpr std::size_t totalsPage = 500; // the daemon's own limit
 constexpr std::size_t mostTotals = 100'000;
-constexpr int barColumns = 30;
-constexpr double day = 86'400; // s
-
-double wallTime() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
+constexpr int shareColumns = 30;
 
 /// How far back to look when nothing is said: as much as fits a screen. 0: all there is.
 double usualDays(const std::string& by) { return by == "hour" ? 1 : by == "day" ? 30 : by == "month" ? 366 : 0; }
@@ -45,7 +42,7 @@ public:
     {
         const Arguments& arguments = session.arguments();
         parameters_["by"] = arguments.bandwidthBy;
-        parameters_["limit"] = longestPage;
+        parameters_["limit"] = totalsPage;
         if (const double days = arguments.days > 0 ? arguments.days : usualDays(arguments.bandwidthBy); days > 0) {
             parameters_["from"] = wallTime() - days * day;
         }
@@ -122,7 +119,7 @@ private:
         std::string heading = session_.arguments().bandwidthBy;
         std::transform(heading.begin(), heading.end(), heading.begin(),
             [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
-        Lines lines = barChartLines(heading, bars, barColumns);
+        Lines lines = barChartLines(heading, bars, shareColumns);
         const double download = number(answer, "download").value_or(0);
         const double upload = number(answer, "upload").value_or(0);
         lines.push_back({});

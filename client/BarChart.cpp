@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "client/Format.h"
+#include "client/SvgText.h"
 
 #include <fmt/format.h>
 
@@ -13,7 +14,7 @@ namespace meridal {
 
 namespace {
 
-constexpr int figureColumns = 12;
+constexpr int totalColumns = 12;
 constexpr int shortestLabel = 10;
 constexpr int longestLabel = 32;
 
@@ -21,7 +22,7 @@ constexpr int rowHeight = 22; // SVG units
 constexpr int labelWidth = 190;
 constexpr int chartWidth = 420;
 constexpr int figureWidth = 270;
-constexpr int top = 66;
+constexpr int chartTop = 66;
 
 double largestOf(const std::vector<AmountBar>& bars)
 {
@@ -58,36 +59,12 @@ Line barLine(const AmountBar& bar, double largest, int columns)
         {Style::Plain, rest}};
 }
 
-std::string escaped(std::string_view text)
-{
-    std::string safe;
-    for (const char c : printable(text)) {
-        switch (c) {
-        case '&':
-            safe += "&amp;";
-            break;
-        case '<':
-            safe += "&lt;";
-            break;
-        case '>':
-            safe += "&gt;";
-            break;
-        case '"':
-            safe += "&quot;";
-            break;
-        default:
-            safe += c;
-        }
-    }
-    return safe;
-}
-
 std::string svgRow(const AmountBar& bar, double largest, int y)
 {
     const double scale = largest > 0 ? chartWidth / largest : 0;
     const double download = bar.download * scale;
     const double upload = bar.upload * scale;
-    const std::string label = escaped(fitLeft(bar.label, 26));
+    const std::string label = svgText(fitLeft(bar.label, 26));
     return fmt::format("<text x=\"{}\" y=\"{}\" text-anchor=\"end\">{}</text>\n"
                        "<rect class=\"down\" x=\"{}\" y=\"{}\" width=\"{:.2f}\" height=\"14\"/>\n"
                        "<rect class=\"up\" x=\"{:.2f}\" y=\"{}\" width=\"{:.2f}\" height=\"14\"/>\n"
@@ -108,15 +85,15 @@ Lines barChartLines(std::string_view heading, const std::vector<AmountBar>& bars
     const double largest = largestOf(bars);
     Lines lines = {{{Style::Heading,
         fitLeft(heading, labelColumns) + "  " + std::string(static_cast<std::size_t>(barColumns), ' ')
-            + fitRight("DOWNLOAD", figureColumns) + fitRight("UPLOAD", figureColumns)
-            + fitRight("TOTAL", figureColumns)}}};
+            + fitRight("DOWNLOAD", totalColumns) + fitRight("UPLOAD", totalColumns)
+            + fitRight("TOTAL", totalColumns)}}};
     for (const AmountBar& bar : bars) {
         Line line = {{Style::Plain, fitLeft(bar.label, labelColumns) + "  "}};
         const Line drawn = barLine(bar, largest, barColumns);
         line.insert(line.end(), drawn.begin(), drawn.end());
         line.push_back({Style::Plain,
-            fitRight(formatBytes(bar.download), figureColumns) + fitRight(formatBytes(bar.upload), figureColumns)
-                + fitRight(formatBytes(bar.download + bar.upload), figureColumns)});
+            fitRight(formatBytes(bar.download), totalColumns) + fitRight(formatBytes(bar.upload), totalColumns)
+                + fitRight(formatBytes(bar.download + bar.upload), totalColumns)});
         lines.push_back(std::move(line));
     }
     return lines;
@@ -125,7 +102,7 @@ Lines barChartLines(std::string_view heading, const std::vector<AmountBar>& bars
 std::string barChartSvg(std::string_view title, const std::vector<AmountBar>& bars)
 {
     const int width = labelWidth + chartWidth + figureWidth;
-    const int height = top + rowHeight * static_cast<int>(bars.size()) + 16;
+    const int height = chartTop + rowHeight * static_cast<int>(bars.size()) + 16;
     std::string svg = fmt::format(
         "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" viewBox=\"0 0 {0} {1}\" "
         "font-family=\"sans-serif\" font-size=\"12\">\n"
@@ -135,9 +112,9 @@ std::string barChartSvg(std::string_view title, const std::vector<AmountBar>& ba
         "<text x=\"16\" y=\"28\" font-size=\"16\">{2}</text>\n"
         "<rect class=\"down\" x=\"16\" y=\"42\" width=\"12\" height=\"12\"/><text x=\"34\" y=\"52\">download</text>\n"
         "<rect class=\"up\" x=\"116\" y=\"42\" width=\"12\" height=\"12\"/><text x=\"134\" y=\"52\">upload</text>\n",
-        width, height, escaped(title));
+        width, height, svgText(title));
     const double largest = largestOf(bars);
-    int y = top;
+    int y = chartTop;
     for (const AmountBar& bar : bars) {
         svg += svgRow(bar, largest, y);
         y += rowHeight;

@@ -2,10 +2,11 @@
 
 #include "client/BatteryView.h"
 #include "client/Format.h"
+#include "client/Terminal.h"
+#include "client/WallClock.h"
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <string>
 #include <utility>
 
@@ -13,12 +14,10 @@ namespace meridal {
 
 namespace {
 
-constexpr std::size_t usualRows = 20;
-constexpr std::size_t longestPage = 500; // the daemon's own limit
-constexpr double day = 86'400;           // s
+constexpr std::size_t usualChanges = 20;
+constexpr std::size_t changesPage = 500; // the daemon's own limit
+constexpr int chartColumns = 80;
 constexpr std::array<const char*, 2> figures = {"health", "cycles"};
-
-double wallTime() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
 
 /// Asks for the state, then page after page of each figure's history until there are as many rows as wanted.
 class BatteryQuery {
@@ -26,7 +25,7 @@ public:
     explicit BatteryQuery(Session& session) : session_(session)
     {
         const Arguments& arguments = session.arguments();
-        wanted_ = arguments.rows > 0 ? arguments.rows : usualRows;
+        wanted_ = arguments.rows > 0 ? arguments.rows : usualChanges;
     }
 
     void ask()
@@ -59,7 +58,7 @@ private:
 
     void askPage()
     {
-        parameters_["limit"] = std::min(wanted_ - rows_.size(), longestPage);
+        parameters_["limit"] = std::min(wanted_ - rows_.size(), changesPage);
         session_.call("battery.history", Value::array({parameters_}), [this](const Value& page) { take(page); });
     }
 
@@ -82,8 +81,9 @@ private:
 
     void report()
     {
-        const bool printed = session_.arguments().json ? session_.print(terminalJson(state_) + '\n')
-                                                       : session_.print(batteryLines(state_));
+        const bool printed = session_.arguments().json
+            ? session_.print(terminalJson(state_) + '\n')
+            : session_.print(batteryLines(state_, terminalColumns().value_or(chartColumns)));
         if (printed) {
             session_.finish(exitStatus::success);
         }

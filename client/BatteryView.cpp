@@ -1,6 +1,7 @@
 #include "client/BatteryView.h"
 
 #include "base/Text.h"
+#include "client/BatteryPlot.h"
 #include "client/Format.h"
 
 #include <fmt/format.h>
@@ -23,7 +24,7 @@ constexpr int labelColumns = 13;
 constexpr int dayColumns = 12;
 constexpr int valueColumns = 8;
 constexpr int nameColumns = 30;
-constexpr int barColumns = 40;
+constexpr int plotRows = 8;
 constexpr double lowCharge = 20;      // %
 constexpr double criticalCharge = 10; // %
 constexpr double wornHealth = 80;     // %, below which makers speak of service
@@ -210,40 +211,45 @@ void addPeripherals(Lines& lines, const Value& peripherals)
     }
 }
 
-/// One row a change, with a bar of its share of `largest`. Several batteries are named.
-void addRecorded(Lines& lines, std::string_view title, std::string_view unit, const Value& rows, double largest)
+/// One row a change. Several batteries are named.
+void addRows(Lines& lines, std::string_view unit, const Value& rows)
 {
     std::set<std::string> keys;
     for (const Value& row : rows) {
         keys.insert(text(row, "key").value_or(""));
-        largest = std::max(largest, number(row, "value").value_or(0));
     }
-    lines.push_back({});
-    lines.push_back({{Style::Heading, std::string(title)}});
     for (const Value& row : rows) {
         const double value = number(row, "value").value_or(0);
         const auto time = number(row, "time");
-        std::string bar;
-        const int length = largest > 0 ? static_cast<int>(std::round(std::max(0.0, value) / largest * barColumns)) : 0;
-        for (int i = 0; i < length; ++i) {
-            bar += "█";
-        }
         const std::string name = keys.size() > 1 ? printable(text(row, "key").value_or("")) : std::string();
         lines.push_back({{Style::Plain,
                              fitLeft(time ? formatDay(*time) : "-", dayColumns)
-                                 + fitRight(fmt::format("{:.0f}{}", value, unit), valueColumns) + "  "},
-            {Style::Medium, fitLeft(bar, barColumns)}, {Style::Faint, name.empty() ? "" : "  " + name}});
+                                 + fitRight(fmt::format("{:.0f}{}", value, unit), valueColumns)},
+            {Style::Faint, name.empty() ? "" : "  " + name}});
     }
-    if (rows.empty()) {
-        lines.push_back({{Style::Faint, "nothing recorded yet"}});
+}
+
+void addRecorded(Lines& lines, const Plot& plot, const Value& rows, int columns)
+{
+    lines.push_back({});
+    if (plot.series.empty()) {
+        lines.push_back({{Style::Heading, plot.title}});
+        if (rows.empty()) {
+            lines.push_back({{Style::Faint, "nothing recorded yet"}});
+        }
+    } else {
+        const Lines drawn = plotLines(plot, columns, plotRows);
+        lines.insert(lines.end(), drawn.begin(), drawn.end());
+        lines.push_back({});
     }
+    addRows(lines, plot.unit.empty() ? "" : " " + plot.unit, rows);
 }
 
 bool hasRows(const Value* list) { return list && list->is_array() && !list->empty(); }
 
 } // namespace
 
-Lines batteryLines(const Value& answer)
+Lines batteryLines(const Value& answer, int columns)
 {
     Lines lines;
     const Value* batteries = find(answer, "batteries");
@@ -263,11 +269,14 @@ Lines batteryLines(const Value& answer)
     const Value* cycles = history ? find(*history, "cycles") : nullptr;
     // A machine that has no battery and never had one stays with its one line.
     if (hasRows(batteries) || hasRows(health) || hasRows(cycles)) {
+        const double now = number(answer, "wallTime").value_or(0);
         if (health && health->is_array()) {
-            addRecorded(lines, "Health", " %", *health, 100);
+            Plot plot = batteryPlot(*health, "Health", "%", now);
+            plot.most = 100;
+            addRecorded(lines, plot, *health, columns);
         }
         if (cycles && cycles->is_array()) {
-            addRecorded(lines, "Cycles", "", *cycles, 0);
+            addRecorded(lines, batteryPlot(*cycles, "Cycles", "", now), *cycles, columns);
         }
     }
     return lines;

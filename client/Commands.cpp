@@ -16,19 +16,19 @@ namespace meridal {
 
 namespace {
 
-constexpr int pidColumns = 8;
+constexpr int connectionPidColumns = 8;
 
 /// The names that the daemon found, and a complaint about the pids that it does not know.
 void printProcesses(Session& session, const Value& found)
 {
-    std::string text = fitRight("PID", pidColumns) + "  NAME\n";
+    std::string text = fitRight("PID", connectionPidColumns) + "  NAME\n";
     std::set<std::int64_t> known;
     for (const Value& process : found.is_array() ? found : Value::array()) {
         const auto pid = integer(process, "pid");
         if (pid) {
             known.insert(*pid);
             const std::string name = printable(meridal::text(process, "name").value_or("?"));
-            text += fmt::format("{}  {}\n", fitRight(std::to_string(*pid), pidColumns), name);
+            text += fmt::format("{}  {}\n", fitRight(std::to_string(*pid), connectionPidColumns), name);
         }
     }
     if (!session.print(session.arguments().json ? terminalJson(found) + '\n' : text)) {

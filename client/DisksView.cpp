@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,10 +18,10 @@ constexpr int diskColumns = 10;
 constexpr int modelColumns = 30;
 constexpr int serialColumns = 21;
 constexpr int kindColumns = 6;
-constexpr int figureColumns = 7;
-constexpr int timeColumns = 13;
-constexpr int nameColumns = 32;
-constexpr int valueColumns = 20;
+constexpr int diskFigureColumns = 7;
+constexpr int powerOnColumns = 13;
+constexpr int attributeColumns = 32;
+constexpr int rawColumns = 20;
 
 std::string shown(const Value& disk, std::string_view key) { return printable(text(disk, key).value_or("-")); }
 
@@ -73,21 +74,32 @@ Span verdict(const Value& disk)
     return healthy && *healthy == true ? Span{Style::Plain, "fine"} : Span{Style::Faint, "does not say"};
 }
 
+/// A failing attribute is as bad as a failing disk, whatever the disk thinks of itself. The words begin with its name.
+Style styleOfProblem(const Value& disk, std::string_view words)
+{
+    const Value* healthy = find(disk, "healthy");
+    const Value& attributes = listOf(disk, "attributes");
+    const bool fails = std::any_of(attributes.begin(), attributes.end(), [words](const Value& attribute) {
+        return text(attribute, "status") == "failing" && words.starts_with(text(attribute, "name").value_or("") + ' ');
+    });
+    return fails || (healthy && *healthy == false) ? Style::High : Style::Warning;
+}
+
 void addDisk(Lines& lines, const Value& disk)
 {
     const auto seconds = number(disk, "powerOn");
     lines.push_back({{Style::Title, fitLeft(shown(disk, "bsd"), diskColumns)},
         {Style::Plain,
             fitLeft(shown(disk, "model"), modelColumns - 1) + ' ' + fitLeft(shown(disk, "serial"), serialColumns - 1)
-                + ' ' + fitLeft(kindOf(disk), kindColumns) + fitRight(figure(disk, "temperature", " °C"), figureColumns)
-                + fitRight(figure(disk, "wear", " %"), figureColumns)
-                + fitRight(seconds ? formatDuration(*seconds) : "-", timeColumns) + "  "},
+                + ' ' + fitLeft(kindOf(disk), kindColumns)
+                + fitRight(figure(disk, "temperature", " °C"), diskFigureColumns)
+                + fitRight(figure(disk, "wear", " %"), diskFigureColumns)
+                + fitRight(seconds ? formatDuration(*seconds) : "-", powerOnColumns) + "  "},
         verdict(disk)});
-    const Value* healthy = find(disk, "healthy");
-    const Style style = healthy && *healthy == false ? Style::High : Style::Warning;
     for (const Value& problem : listOf(disk, "problems")) {
         if (problem.is_string()) {
-            lines.push_back({{Style::Plain, "  "}, {style, printable(problem.get_ref<const std::string&>())}});
+            const auto& words = problem.get_ref<const std::string&>();
+            lines.push_back({{Style::Plain, "  "}, {styleOfProblem(disk, words), printable(words)}});
         }
     }
 }
@@ -108,16 +120,17 @@ void addAttributes(Lines& lines, const Value& disk)
         return;
     }
     lines.push_back({{Style::Faint,
-        "  " + fitRight("ID", 3) + ' ' + fitLeft("ATTRIBUTE", nameColumns) + fitRight("NOW", figureColumns)
-            + fitRight("WORST", figureColumns) + fitRight("LIMIT", figureColumns) + "  "
-            + fitLeft("VALUE", valueColumns) + "STATE"}});
+        "  " + fitRight("ID", 3) + ' ' + fitLeft("ATTRIBUTE", attributeColumns) + fitRight("NOW", diskFigureColumns)
+            + fitRight("WORST", diskFigureColumns) + fitRight("LIMIT", diskFigureColumns) + "  "
+            + fitLeft("VALUE", rawColumns) + "STATE"}});
     for (const Value& attribute : attributes) {
         const std::string status = shown(attribute, "status");
         const std::string row = "  " + fitRight(figure(attribute, "id", ""), 3) + ' '
-            + fitLeft(shown(attribute, "name"), nameColumns) + fitRight(figure(attribute, "current", ""), figureColumns)
-            + fitRight(figure(attribute, "worst", ""), figureColumns)
-            + fitRight(figure(attribute, "threshold", ""), figureColumns) + "  "
-            + fitLeft(valueOf(attribute), valueColumns - 1) + ' ';
+            + fitLeft(shown(attribute, "name"), attributeColumns)
+            + fitRight(figure(attribute, "current", ""), diskFigureColumns)
+            + fitRight(figure(attribute, "worst", ""), diskFigureColumns)
+            + fitRight(figure(attribute, "threshold", ""), diskFigureColumns) + "  "
+            + fitLeft(valueOf(attribute), rawColumns - 1) + ' ';
         const Style style = status == "failing" ? Style::High : status == "fine" ? Style::Plain : Style::Warning;
         std::string words = status;
         if (status != "fine" && find(attribute, "meaning")) {
@@ -135,7 +148,7 @@ void addLog(Lines& lines, const Value& disk)
         return;
     }
     const auto add = [&](std::string_view label, const std::string& words) {
-        lines.push_back({{Style::Plain, "  " + fitLeft(label, nameColumns) + words}});
+        lines.push_back({{Style::Plain, "  " + fitLeft(label, attributeColumns) + words}});
     };
     const auto bytes = [&](std::string_view key) {
         const auto value = number(*log, key);
@@ -160,8 +173,8 @@ Lines diskLines(const Value& disks, bool attributes)
     }
     lines.push_back({{Style::Heading,
         fitLeft("DISK", diskColumns) + fitLeft("MODEL", modelColumns) + fitLeft("SERIAL", serialColumns)
-            + fitLeft("KIND", kindColumns) + fitRight("TEMP", figureColumns) + fitRight("WEAR", figureColumns)
-            + fitRight("POWERED ON", timeColumns) + "  HEALTH"}});
+            + fitLeft("KIND", kindColumns) + fitRight("TEMP", diskFigureColumns) + fitRight("WEAR", diskFigureColumns)
+            + fitRight("POWERED ON", powerOnColumns) + "  HEALTH"}});
     for (const Value& disk : disks) {
         addDisk(lines, disk);
         if (attributes) {

@@ -6,12 +6,12 @@
 #include "client/SeriesMatch.h"
 #include "client/SvgPlot.h"
 #include "client/Terminal.h"
+#include "client/WallClock.h"
 
 #include <fmt/format.h>
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <string_view>
 #include <system_error>
@@ -27,7 +27,6 @@ constexpr int largestSamplesPage = 1000;
 constexpr std::size_t mostSamples = 20'000;
 constexpr int usualColumns = 100; // where there is no terminal
 constexpr int plotRows = 15;
-constexpr double day = 86'400; // s
 
 /// How far back each range reaches, and what it is called.
 struct Range {
@@ -54,8 +53,6 @@ Range rangeNamed(std::string_view name)
     }
     return ranges.front();
 }
-
-double wallTime() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
 
 /// Writes a file whole; answers why not, or nothing.
 std::string writeFile(const std::string& path, const std::string& content)

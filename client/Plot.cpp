@@ -198,6 +198,15 @@ std::optional<PlotSummary> summarise(const PlotSeries& series)
         summary.maximum = std::max(summary.maximum, point.value);
         summary.average += point.value / static_cast<double>(summary.count);
     }
+    const double span = series.points.back().time - series.points.front().time;
+    if (series.averageOverTime && span > 0) {
+        summary.average = 0;
+        for (std::size_t index = 1; index < series.points.size(); ++index) {
+            const PlotPoint& from = series.points[index - 1];
+            const PlotPoint& until = series.points[index];
+            summary.average += (from.value + until.value) / 2 * (until.time - from.time) / span;
+        }
+    }
     return summary;
 }
 

@@ -22,6 +22,7 @@ struct PlotSeries {
     std::string name;              ///< for the legend, where there are several
     std::vector<PlotPoint> points; ///< oldest first, finite
     double interval = 0;           ///< s between neighbours; a distance of more than 1.5 of it is a gap. 0: no gaps
+    bool averageOverTime = false;  ///< the average is that of the line between the points, not of the points
 };
 
 /// Figures over a stretch of time, for a terminal (plotLines) or a browser (plotSvg). Texts may be anything.

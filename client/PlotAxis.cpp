@@ -1,5 +1,7 @@
 #include "client/PlotAxis.h"
 
+#include "client/WallClock.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -14,7 +16,6 @@ namespace {
 
 constexpr double minute = 60; // s
 constexpr double hour = 60 * minute;
-constexpr double day = 24 * hour;
 constexpr std::array timeSteps = {minute, 2 * minute, 5 * minute, 10 * minute, 15 * minute, 30 * minute, hour, 2 * hour,
     3 * hour, 6 * hour, 12 * hour, day, 2 * day, 7 * day, 14 * day, 28 * day, 56 * day, 91 * day, 182 * day, 364 * day};
 

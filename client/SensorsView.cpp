@@ -15,9 +15,9 @@ namespace meridal {
 
 namespace {
 
-constexpr int nameColumns = 28;
-constexpr int figureColumns = 12;
-constexpr int barColumns = 14;
+constexpr int sensorColumns = 28;
+constexpr int readingColumns = 12;
+constexpr int rangeColumns = 14;
 constexpr double nearlyHigh = 0.9; // of the way to a limit
 
 std::string word(const Value& sensor, std::string_view key) { return printable(text(sensor, key).value_or("")); }
@@ -60,31 +60,32 @@ Style styleOf(const Value& sensor)
 std::string bar(double place)
 {
     constexpr std::array<const char*, 8> eighths = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
-    const auto filled = static_cast<std::size_t>(std::lround(place * (barColumns - 2) * 8));
+    const auto filled = static_cast<std::size_t>(std::lround(place * (rangeColumns - 2) * 8));
     std::string text;
     for (std::size_t full = 0; full < filled / 8; ++full) {
         text += "█";
     }
     text += eighths.at(filled % 8);
-    return "▕" + fitLeft(text, barColumns - 2) + "▏";
+    return "▕" + fitLeft(text, rangeColumns - 2) + "▏";
 }
 
 Line heading(std::string_view first)
 {
     return {{Style::Heading,
-        fitLeft(first, nameColumns) + fitRight("VALUE", figureColumns) + "  " + fitLeft("RANGE", barColumns)
-            + fitRight("LOWEST", figureColumns) + fitRight("HIGHEST", figureColumns)}};
+        fitLeft(first, sensorColumns) + fitRight("VALUE", readingColumns) + "  " + fitLeft("RANGE", rangeColumns)
+            + fitRight("LOWEST", readingColumns) + fitRight("HIGHEST", readingColumns)}};
 }
 
 Line row(const Value& sensor, std::string_view indent)
 {
     const auto place = placeInRange(sensor);
     const std::string name = std::string(indent) + word(sensor, "name");
-    return {{Style::Plain, fitLeft(name, nameColumns)},
-        {styleOf(sensor), fitRight(reading(sensor, "value"), figureColumns)},
-        {Style::Faint, "  " + (place ? bar(*place) : fitLeft("", barColumns))},
+    return {{Style::Plain, fitLeft(name, sensorColumns)},
+        {styleOf(sensor), fitRight(reading(sensor, "value"), readingColumns)},
+        {Style::Faint, "  " + (place ? bar(*place) : fitLeft("", rangeColumns))},
         {Style::Plain,
-            fitRight(reading(sensor, "lowest"), figureColumns) + fitRight(reading(sensor, "highest"), figureColumns)}};
+            fitRight(reading(sensor, "lowest"), readingColumns)
+                + fitRight(reading(sensor, "highest"), readingColumns)}};
 }
 
 } // namespace

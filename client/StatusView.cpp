@@ -15,7 +15,7 @@ namespace meridal {
 
 namespace {
 
-constexpr int labelColumns = 13;
+constexpr int statusLabelColumns = 13;
 constexpr int limitationColumns = 28;
 
 /// One figure of a line: where it stands, and how it reads.
@@ -28,7 +28,7 @@ std::string count(double value) { return fixed0(value); }
 
 Line subject(std::string_view label, std::string words)
 {
-    return {{Style::Title, fitLeft(label, labelColumns)}, {Style::Plain, std::move(words)}};
+    return {{Style::Title, fitLeft(label, statusLabelColumns)}, {Style::Plain, std::move(words)}};
 }
 
 /// Adds a line of the figures that are there; none when none is.

@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "client/PlotAxis.h"
+#include "client/SvgText.h"
 
 #include <fmt/format.h>
 
@@ -36,31 +37,6 @@ text{fill:currentColor}.title{font-size:15px;font-weight:600}.faint{opacity:.65}
 </style>
 )";
 
-/// Text between tags or inside a quoted attribute.
-std::string escaped(std::string_view text)
-{
-    std::string result;
-    for (const char character : printable(text)) {
-        switch (character) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        case '"':
-            result += "&quot;";
-            break;
-        default:
-            result += character;
-        }
-    }
-    return result;
-}
-
 class Drawing {
 public:
     Drawing(const Plot& plot, const ValueAxis& axis) : plot_(plot), axis_(axis) { }
@@ -70,13 +46,13 @@ public:
         const double tall = height + lineHeight * static_cast<double>(plot_.series.size());
         return fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {} {}\" width=\"{}\" height=\"{}\" "
                            "role=\"img\">\n<title>{}</title>\n{}{}</svg>\n",
-            width, tall, width, tall, escaped(plot_.title), style, body);
+            width, tall, width, tall, svgText(plot_.title), style, body);
     }
 
     std::string heading() const
     {
-        const std::string unit = plot_.unit.empty() ? "" : escaped(" (" + plot_.unit + ")");
-        return fmt::format("<text class=\"title\" x=\"{}\" y=\"24\">{}{}</text>\n", left, escaped(plot_.title), unit);
+        const std::string unit = plot_.unit.empty() ? "" : svgText(" (" + plot_.unit + ")");
+        return fmt::format("<text class=\"title\" x=\"{}\" y=\"24\">{}{}</text>\n", left, svgText(plot_.title), unit);
     }
 
     std::string axes() const
@@ -86,12 +62,12 @@ public:
             const double value = axis_.mark(mark);
             out += fmt::format("<line class=\"grid\" x1=\"{}\" y1=\"{y:.1f}\" x2=\"{}\" y2=\"{y:.1f}\"/>"
                                "<text class=\"faint\" x=\"{}\" y=\"{:.1f}\" text-anchor=\"end\">{}</text>\n",
-                left, right, left - 8, y(value) + 4, escaped(axis_.label(value)), fmt::arg("y", y(value)));
+                left, right, left - 8, y(value) + 4, svgText(axis_.label(value)), fmt::arg("y", y(value)));
         }
         for (const TimeMark& mark : timeMarks(plot_.from, plot_.until, mostTimeMarks)) {
             out += fmt::format("<line class=\"grid\" x1=\"{x:.1f}\" y1=\"{}\" x2=\"{x:.1f}\" y2=\"{}\"/>"
                                "<text class=\"faint\" x=\"{x:.1f}\" y=\"{}\" text-anchor=\"middle\">{}</text>\n",
-                top, bottom, bottom + 18, escaped(mark.label), fmt::arg("x", x(mark.time)));
+                top, bottom, bottom + 18, svgText(mark.label), fmt::arg("x", x(mark.time)));
         }
         return out;
     }
@@ -120,13 +96,13 @@ public:
     {
         const PlotSeries& series = plot_.series[index];
         const double base = bottom + 42 + lineHeight * static_cast<double>(index);
-        std::string words = escaped(series.name.empty() ? plot_.title : series.name) + ": ";
+        std::string words = svgText(series.name.empty() ? plot_.title : series.name) + ": ";
         if (const auto summary = summarise(series)) {
             ValueAxis finer = axis_;
             finer.step = axis_.step / 20;
             words += fmt::format("min {}, avg {}, max {}", finer.label(summary->minimum), finer.label(summary->average),
                 finer.label(summary->maximum));
-            words += escaped(plot_.unit.empty() ? "" : " " + plot_.unit);
+            words += svgText(plot_.unit.empty() ? "" : " " + plot_.unit);
         } else {
             words += "no measurements";
         }

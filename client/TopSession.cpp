@@ -7,9 +7,9 @@ namespace meridal {
 
 namespace {
 
-constexpr double reconnectInterval = 1;   // s
-constexpr int requestInterval = 2;        // s; the daemon notes it and keeps its own rhythm
-constexpr std::size_t listsPerStatus = 5; // the daemon's own cost changes slowly
+constexpr double topReconnectInterval = 1; // s
+constexpr int requestInterval = 2;         // s; the daemon notes it and keeps its own rhythm
+constexpr std::size_t listsPerStatus = 5;  // the daemon's own cost changes slowly
 
 } // namespace
 
@@ -22,7 +22,7 @@ TopSession::TopSession(Session& session, TopDisplay& display, TopFeed feed)
 
 void TopSession::start()
 {
-    session_.client().setReconnectInterval(reconnectInterval);
+    session_.client().setReconnectInterval(topReconnectInterval);
     session_.client().setEvents({[this] { connected(); }, [this](const Error&) { disconnected(); },
         [this](const Dictionary& envelope) { received(envelope); }});
 }

@@ -2,20 +2,17 @@
 
 #include "client/Format.h"
 #include "client/UptimeView.h"
+#include "client/WallClock.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
 namespace meridal {
 
 namespace {
 
-constexpr std::size_t usualRows = 20;
-constexpr std::size_t longestPage = 500; // the daemon's own limit
-constexpr double day = 86'400;           // s
-
-double wallTime() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
+constexpr std::size_t usualBoots = 20;
+constexpr std::size_t bootsPage = 500; // the daemon's own limit
 
 /// Asks page after page until there are as many boots as wanted, or no more.
 class UptimeQuery {
@@ -23,7 +20,7 @@ public:
     explicit UptimeQuery(Session& session) : session_(session)
     {
         const Arguments& arguments = session.arguments();
-        wanted_ = !arguments.history ? 1 : arguments.rows > 0 ? arguments.rows : usualRows;
+        wanted_ = !arguments.history ? 1 : arguments.rows > 0 ? arguments.rows : usualBoots;
         if (arguments.days > 0) {
             parameters_["from"] = wallTime() - arguments.days * day;
         }
@@ -31,7 +28,7 @@ public:
 
     void ask()
     {
-        parameters_["limit"] = std::min(wanted_ - boots_.size(), longestPage);
+        parameters_["limit"] = std::min(wanted_ - boots_.size(), bootsPage);
         session_.call("uptime.boots", Value::array({parameters_}), [this](const Value& page) { take(page); });
     }
 

@@ -16,7 +16,7 @@ namespace meridal {
 
 namespace {
 
-constexpr int labelColumns = 13;
+constexpr int uptimeLabelColumns = 13;
 constexpr int timeColumns = 21;
 constexpr int durationColumns = 13;
 
@@ -58,7 +58,7 @@ Style styleOf(const std::string& end)
 
 void addSubject(Lines& lines, std::string_view label, const std::string& words)
 {
-    lines.push_back({{Style::Title, fitLeft(label, labelColumns)}, {Style::Plain, words}});
+    lines.push_back({{Style::Title, fitLeft(label, uptimeLabelColumns)}, {Style::Plain, words}});
 }
 
 void addBoots(Lines& lines, const Value& boots)

@@ -11,7 +11,7 @@ namespace meridal {
 namespace {
 
 constexpr double reconnectInterval = 1; // s
-constexpr int requestInterval = 2;      // s; the daemon notes it and keeps its own rhythm
+constexpr int watchRequestInterval = 2; // s; the daemon notes it and keeps its own rhythm
 constexpr std::int64_t smartTemperatures = 32;
 constexpr std::int64_t smartStatus = 64;
 
@@ -41,7 +41,7 @@ private:
             } else if (key == smartStatus) {
                 ask("startSMARTStatus", Value::array());
             } else {
-                ask("startRequestWithKey:interval:", Value::array({key, requestInterval}));
+                ask("startRequestWithKey:interval:", Value::array({key, watchRequestInterval}));
             }
         }
     }

@@ -1,5 +1,6 @@
 #include "collectors/HistoryReader.h"
 
+#include "collectors/SampleRecords.h"
 #include "database/SQLiteConnection.h"
 
 #include <fmt/format.h>
@@ -11,9 +12,6 @@
 namespace meridal {
 
 namespace {
-
-/// Beyond this, identifiers held as doubles would no longer count in ones.
-constexpr double largestIdentifier = 9'007'199'254'740'992.0;
 
 /// What the columns of a table mean, found once a query.
 class RowReader {

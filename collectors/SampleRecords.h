@@ -8,6 +8,9 @@
 
 namespace meridal {
 
+/// Identifiers of samples are also held as doubles, which beyond this no longer count in ones.
+constexpr double largestIdentifier = 9'007'199'254'740'992.0;
+
 /// Most values that one sample can hold.
 constexpr std::size_t maximumValues = 19;
 

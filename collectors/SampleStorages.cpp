@@ -1,6 +1,7 @@
 #include "collectors/SampleStorages.h"
 
 #include "base/Value.h"
+#include "collectors/SampleRecords.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,9 +14,6 @@ namespace {
 /// How much later than its period a live sample may be and still count: the clock ticks on whole seconds, and the tick
 /// that ends a period is seldom on time to the microsecond.
 constexpr double liveAllowance = 0.99;
-
-/// Identifiers are also held as doubles; beyond this they would no longer count in ones.
-constexpr double largestIdentifier = 9'007'199'254'740'992.0;
 
 std::int32_t emptyEntry(const Dictionary& sample)
 {

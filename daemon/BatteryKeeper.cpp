@@ -6,6 +6,7 @@
 #include "daemon/MeridalHistory.h"
 #include "daemon/ZAVPowerManager.h"
 #include "platform/Context.h"
+#include "platform/host/Host.h"
 
 #include <array>
 #include <string>
@@ -121,6 +122,7 @@ Result<Value> answerFrom(BatteryFigure figure, const std::optional<BatteryAnswer
 BatteryKeeper::BatteryKeeper(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power)
     : context_(context), collector_(collector), power_(power)
 {
+    collector_.setSleptInAll([&power] { return power.sleptInAll(); });
 }
 
 void BatteryKeeper::plugInto(CollectorPorts& ports)
@@ -129,9 +131,8 @@ void BatteryKeeper::plugInto(CollectorPorts& ports)
         collector_.prepareDatabase();
         collector_.setDisableAllBluetooth(true); // only those who ask for peripherals have them read
         collector_.updateStats();
-        // A pack that is full, or no longer charging, changes its state on the same source.
-        stateObservation_ = context_.notifications.observe(
-            "PowerNotifierStateChanged", &power_, [this](const void*, const Dictionary&) { collector_.updateStats(); });
+        // A pack that is full, a second battery and a UPS change without the machine's source.
+        sourcesObservation_ = context_.host.powerSources->observe([this] { collector_.updateStats(); });
     };
     ports.updateBattery = [this] { collector_.updateStats(); };
     ports.internalBattery = [this] { return internalBattery(); };
@@ -185,7 +186,7 @@ Value BatteryKeeper::describeAll() const
     Value peripherals = Value::array();
     for (const auto& each : collector_.items()) {
         const auto& battery = static_cast<const BatteryStatCollectorItem&>(*each);
-        (battery.isPeripheral() ? peripherals : batteries).push_back(battery.describe(power_.sleepTotal()));
+        (battery.isPeripheral() ? peripherals : batteries).push_back(battery.describe(power_.sleptInAll()));
     }
     const auto primary = collector_.primaryBattery();
     return {{"batteries", std::move(batteries)}, {"peripherals", std::move(peripherals)},

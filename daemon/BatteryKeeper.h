@@ -1,8 +1,8 @@
 #pragma once
 
-#include "base/NotificationCenter.h"
 #include "base/Result.h"
 #include "base/Value.h"
+#include "platform/host/PowerSources.h"
 
 #include <functional>
 #include <memory>
@@ -47,7 +47,7 @@ private:
     BatteryStatCollectorMac& collector_;
     ZAVPowerManager& power_;
     std::optional<double> lastAsked_; ///< s of the clock that cannot step
-    std::unique_ptr<NotificationCenter::Observation> stateObservation_;
+    std::unique_ptr<PowerSources::Observation> sourcesObservation_;
 };
 
 } // namespace meridal

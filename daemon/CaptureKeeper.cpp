@@ -50,8 +50,11 @@ void CaptureKeeper::start()
     if (counters_.isCounting() || packets_.isCapturing()) {
         return; // a client more: the others' figures go on
     }
-    if (startCounters() || startCapture()) {
-        statistics_.stop();
+    if (startCounters()) {
+        packets_.stopCapture(); // which may have failed before, and would begin anew when the network changes
+        leaveFallBack();
+    } else if (startCapture()) {
+        leaveFallBack();
     } else {
         startStatistics();
     }
@@ -78,9 +81,6 @@ bool CaptureKeeper::startCapture()
         return false;
     }
     packets_.startCaputure();
-    if (packets_.isCapturing()) {
-        context_.host.limitations->clear(captureLimitation);
-    }
     return packets_.isCapturing();
 }
 
@@ -105,6 +105,13 @@ void CaptureKeeper::sayWhy(const std::string& instead)
         captureLimitation, "packets cannot be captured (" + packets_.failure() + "); " + instead);
 }
 
+/// One source at a time: what both count would be counted twice.
+void CaptureKeeper::leaveFallBack()
+{
+    statistics_.stop();
+    context_.host.limitations->clear(captureLimitation);
+}
+
 void CaptureKeeper::stop()
 {
     counters_.stop();
@@ -117,6 +124,9 @@ void CaptureKeeper::process()
     if (counters_.isCounting()) {
         counters_.process();
         return;
+    }
+    if (statistics_.isStarted() && packets_.isCapturing()) {
+        leaveFallBack(); // the network changed, and with it the capture began anew
     }
     if (statistics_.isStarted()) {
         statistics_.updateStats();

@@ -58,6 +58,7 @@ private:
     void startStatistics();
     const char* sourceInUse() const;
     void sayWhy(const std::string& instead);
+    void leaveFallBack();
 
     Context& context_;
     TrafficCounterCollector& counters_;

@@ -14,16 +14,16 @@ namespace meridal {
 
 namespace {
 
-struct Question {
+struct DiskQuestion {
     ReportedAttributes attributes = ReportedAttributes::Failing;
     std::optional<std::string> after;
     std::size_t limit = DiskKeeper::longestPage;
 };
 
-Result<Question> questionFrom(const Value& given)
+Result<DiskQuestion> diskQuestionFrom(const Value& given)
 {
     Parameters parameters(given);
-    Question question;
+    DiskQuestion question;
     question.attributes = parameters.flag("attributes") ? ReportedAttributes::All : ReportedAttributes::Failing;
     question.after = parameters.text("after");
     question.limit = parameters.limit(question.limit, DiskKeeper::longestPage);
@@ -33,7 +33,7 @@ Result<Question> questionFrom(const Value& given)
     return question;
 }
 
-Result<Value> answer(const SMARTStatCollector& collector, const Question& question)
+Result<Value> answer(const SMARTStatCollector& collector, const DiskQuestion& question)
 {
     const auto disks = collector.disks();
     auto disk = disks.begin();
@@ -72,14 +72,15 @@ void DiskKeeper::plugInto(CollectorPorts& ports)
 
 void DiskKeeper::addTo(HistoryCatalogue& catalogue)
 {
+    // What was recorded before a restart is there before the disk is read again; only a disk that was read without the
+    // figure has none. What spins does not wear.
     catalogue.add("disks", collector_, [this] {
-        return series("°C", "temperature", [](const SMARTStatCollectorItem& disk) {
-            return disk.state() == DiskState::Unread || disk.hasTemperature();
-        });
+        return series("°C", "temperature",
+            [](const SMARTStatCollectorItem& disk) { return !disk.hasAnswered() || disk.hasTemperature(); });
     });
     catalogue.add("wear", collector_, [this] {
         return series("%", "wear", [](const SMARTStatCollectorItem& disk) {
-            return disk.wear().has_value() || (disk.nvme() && disk.state() == DiskState::Unread);
+            return disk.hasAnswered() ? disk.wear().has_value() : disk.nvme() || disk.spins() != true;
         });
     });
 }
@@ -103,13 +104,14 @@ std::vector<HistorySeries> DiskKeeper::series(
 
 void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)> reply)
 {
-    const auto question = questionFrom(parameters);
+    const auto question = diskQuestionFrom(parameters);
     if (!question) {
         return reply(unexpected(question.error().code, question.error().message));
     }
     Task finish = [this, question = *question, reply = std::move(reply)] { reply(answer(collector_, question)); };
-    if (wanted_ && wanted_() && collector_.isUpdateDue()) {
-        collector_.updateStats(std::move(finish));
+    // The pages after the first belong to what the first one showed.
+    if (!question->after && wanted_ && wanted_()) {
+        collector_.updateStatsIfDue(std::move(finish));
     } else {
         finish();
     }

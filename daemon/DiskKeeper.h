@@ -27,7 +27,7 @@ public:
 
     /// "disks.list": an object with "attributes" (all of them, and not just the failing ones), "after" (key of the last
     /// disk of the page before) and "limit"; also as the only element of an array. While a client holds a key of disks,
-    /// those whose turn it is are read first. Replies once, later.
+    /// the first page has those read whose turn it is, every 30 s at most. Replies once, later.
     void list(const Value& parameters, std::function<void(Result<Value>)> reply);
 
     static constexpr std::size_t longestPage = 64;

@@ -128,7 +128,7 @@ void MRDXPCServerConnection::sendCurrentLists(std::int64_t key)
     using enum RequestKey;
     for (const RequestKey list : {Network, Cpu, Memory, Energy, Disk}) {
         if (meridal::holds(key, list)) {
-            sendData(daemon_.processList(list, useHierachy_));
+            sendData(daemon_.processList(list, useHierachy_, peer_));
         }
     }
     if (meridal::holds(key, InternalBattery)) {
@@ -196,7 +196,7 @@ void MRDXPCServerConnection::stopSMARTTemps()
 
 void MRDXPCServerConnection::infoForPids(Value pids, ValueReply reply)
 {
-    onMain([this, pids = std::move(pids), reply = std::move(reply)] { reply(daemon_.processes().infoForPids(pids)); });
+    onMain([this, pids = std::move(pids), reply = std::move(reply)] { reply(daemon_.infoForPids(pids, peer_)); });
 }
 
 void MRDXPCServerConnection::version(VersionReply reply) { reply(daemonVersion, daemonBuild); }

@@ -53,6 +53,7 @@ public:
     void ended() override;
 
     // Main queue only
+    const Peer& peer() const { return peer_; }
     std::int64_t updateMask() const { return updateMask_; }
     bool useHierachy() const { return useHierachy_; }
     std::int64_t processInterval() const { return processInterval_; }

@@ -6,7 +6,6 @@
 #include "platform/host/Host.h"
 
 #include <algorithm>
-#include <bit>
 #include <cassert>
 #include <limits>
 #include <utility>
@@ -27,11 +26,6 @@ constexpr int listLength = 20;
 constexpr int mostPassesAtOnce = 8;
 
 MeridalDaemon* sharedInstance = nullptr;
-
-std::size_t bitNumber(RequestKey key)
-{
-    return static_cast<std::size_t>(std::countr_zero(static_cast<std::uint64_t>(mask(key))));
-}
 
 void call(const std::function<void()>& port)
 {
@@ -58,6 +52,7 @@ MeridalDaemon::MeridalDaemon(
     , server_(*this)
     , networkActions_(context, ports_)
     , processTimer_(context.runtime)
+    , views_(context, processes)
 {
     sharedInstance = this;
     start();
@@ -159,7 +154,7 @@ void MeridalDaemon::updateProcesses()
         // CPU time is read in every pass, wanted or not, so that the first list a client gets already has figures.
         processes_.setUpdateMask(wanted | static_cast<std::uint32_t>(mask(RequestKey::Cpu)));
     }
-    forgetProcessLists();
+    views_.beginPass();
     processes_.update();
     if (holds(processes_.updateMask(), RequestKey::Network)) {
         call(ports_.processCapture);
@@ -182,7 +177,7 @@ void MeridalDaemon::collectorUpdatedForMode(StatCollector& collector, int)
     for (const auto& connection : server_.connections()) {
         for (const RequestKey list : {Cpu, Memory, Energy, Disk}) {
             if (connection->holds(list)) {
-                connection->sendData(processList(list, connection->useHierachy()));
+                connection->sendData(processList(list, connection->useHierachy(), connection->peer()));
             }
         }
     }
@@ -190,19 +185,30 @@ void MeridalDaemon::collectorUpdatedForMode(StatCollector& collector, int)
 
 void MeridalDaemon::sendNetworkList()
 {
-    lists_[bitNumber(RequestKey::Network)] = {}; // what capture has just added is not in an earlier one
+    views_.forgetList(RequestKey::Network); // what capture has just added is not in an earlier one
     for (const auto& connection : server_.connections()) {
-        connection->sendData(processList(RequestKey::Network, connection->useHierachy()));
+        connection->sendData(processList(RequestKey::Network, connection->useHierachy(), connection->peer()));
     }
 }
 
-EnvelopePtr MeridalDaemon::processList(RequestKey list, bool grouped)
+EnvelopePtr MeridalDaemon::processList(RequestKey list, bool grouped, const Peer& peer)
 {
-    EnvelopePtr& envelope = lists_.at(bitNumber(list))[grouped ? 1 : 0];
+    const auto viewer = views_.viewerOf(peer);
+    EnvelopePtr& envelope = views_.list(viewer, list, grouped);
     if (!envelope) {
+        processes_.showOnly(views_.shownTo(viewer));
         envelope = std::make_shared<const Envelope>(buildProcessList(list, grouped));
+        processes_.showOnly(nullptr);
     }
     return envelope;
+}
+
+Value MeridalDaemon::infoForPids(const Value& pids, const Peer& peer)
+{
+    processes_.showOnly(views_.shownTo(views_.viewerOf(peer)));
+    Value known = processes_.infoForPids(pids);
+    processes_.showOnly(nullptr);
+    return known;
 }
 
 Dictionary MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
@@ -233,8 +239,6 @@ Dictionary MeridalDaemon::networkList(bool grouped)
     }
     return list;
 }
-
-void MeridalDaemon::forgetProcessLists() { lists_ = {}; }
 
 // Network
 

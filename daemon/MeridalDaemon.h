@@ -8,6 +8,7 @@
 #include "daemon/Envelope.h"
 #include "daemon/MRDXPCServer.h"
 #include "daemon/NetworkActions.h"
+#include "daemon/ProcessViews.h"
 #include "daemon/RequestKey.h"
 #include "daemon/ZAVDispatchTimer.h"
 #include "daemon/ZAVPowerManager.h"
@@ -63,8 +64,10 @@ public:
     void stopMonitoringNetworkActivity();
 
     // Envelopes
-    /// The current list of the process collector, built once a pass for everybody who wants it so.
-    EnvelopePtr processList(RequestKey list, bool grouped);
+    /// The current list of the process collector, built once a pass for everybody who wants it so and may see the same.
+    EnvelopePtr processList(RequestKey list, bool grouped, const Peer& peer);
+    /// {"name", "pid"} of those among these processes that this client may see.
+    Value infoForPids(const Value& pids, const Peer& peer);
     EnvelopePtr smartSensors();
     EnvelopePtr smartStatus();
     EnvelopePtr internalBatterySourceInfo();
@@ -107,7 +110,6 @@ private:
     void sendNetworkList();
     Dictionary buildProcessList(RequestKey list, bool grouped);
     Dictionary networkList(bool grouped);
-    void forgetProcessLists();
 
     Context& context_;
     ProcessStatCollector& processes_;
@@ -119,8 +121,7 @@ private:
     std::unique_ptr<DistributedNotifications::Observation> resetFansObservation_;
     std::unique_ptr<NotificationCenter::Observation> sourceObservation_;
 
-    /// Envelopes of the current pass, by bit number of the list and by grouping.
-    std::array<std::array<EnvelopePtr, 2>, 5> lists_;
+    ProcessViews views_;
     PassStatistics passes_;
     int passesAtOnce_ = 0; ///< by restarts since the timer last fired by itself
     bool initializedSMART_ = false;

@@ -145,6 +145,7 @@ void SensorsKeeper::resume()
     std::error_code failure;
     if (std::filesystem::exists(context_.paths.support / SensorsStatCollector::databaseName, failure)) {
         collector().discover();
+        collector().resumeClientSensors();
     }
 }
 

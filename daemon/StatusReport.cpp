@@ -13,18 +13,6 @@
 
 namespace meridal {
 
-namespace {
-
-template <typename Figure>
-void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
-{
-    if (figure) {
-        into[key] = *figure;
-    }
-}
-
-} // namespace
-
 StatusReport::StatusReport(MeridalDaemon& daemon, std::function<ListenerStatistics()> transport)
     : daemon_(daemon)
     , transport_(std::move(transport))

@@ -40,7 +40,7 @@ Value describe(const BootRow& row)
         {"asleep", row.asleep}, {"length", row.length}};
 }
 
-Result<UptimeQuestion> questionFrom(const Value& given)
+Result<UptimeQuestion> uptimeQuestionFrom(const Value& given)
 {
     Parameters parameters(given);
     UptimeQuestion question;
@@ -111,7 +111,7 @@ void UptimeKeeper::start()
 
 void UptimeKeeper::boots(const Value& parameters, std::function<void(Result<Value>)> reply)
 {
-    const auto question = questionFrom(parameters);
+    const auto question = uptimeQuestionFrom(parameters);
     if (!question) {
         return reply(unexpected(question.error().code, question.error().message));
     }

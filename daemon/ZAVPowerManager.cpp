@@ -179,6 +179,7 @@ double ZAVPowerManager::endSleep()
     const double length = std::exchange(slept_, false) ? context_.runtime.wallTime() - sleepStart_ : 0;
     if (length > 0) {
         sleepTotal_ += length;
+        sleptInAll_ += length;
     }
     return length;
 }

@@ -33,6 +33,7 @@ public:
     int state() const { return state_; }              ///< -1 unknown, 0 on battery, 1 charging, 2 not charging
     double sleepStart() const { return sleepStart_; } ///< s since 1970, of the last sleep; 0 before the first
     double sleepTotal() const { return sleepTotal_; } ///< s slept since the source last changed
+    double sleptInAll() const { return sleptInAll_; } ///< s slept since the daemon started
 
     void addDelegate(ZAVPowerManagerDelegate& delegate);
     void removeDelegate(ZAVPowerManagerDelegate& delegate);
@@ -74,6 +75,7 @@ private:
     int state_ = 0;
     double sleepStart_ = 0;
     double sleepTotal_ = 0;
+    double sleptInAll_ = 0;
     bool slept_ = false; ///< a sleep has begun and no wake has ended it
     std::vector<ZAVPowerManagerDelegate*> delegates_;
     std::unique_ptr<PowerMessages::Registration> messages_;

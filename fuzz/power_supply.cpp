@@ -1,5 +1,7 @@
-// The "uevent" of a power supply: the figures derived from whatever a driver says must stay within their meaning.
+// The "uevent" of a power supply: the figures derived from whatever a driver says must stay within their meaning. And the
+// report descriptor of its device, which is the device's own.
 
+#include "platform/linux/HidReportDescriptor.h"
 #include "platform/linux/LinuxPeripheralBatteries.h"
 #include "platform/linux/PowerSupplies.h"
 
@@ -24,7 +26,9 @@ void requireFinite(const std::optional<double>& figure) { require(!figure || std
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     using namespace meridal;
-    const PowerSupply supply("BAT0", std::string_view(reinterpret_cast<const char*>(data), size));
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    hasApplication(bytes, hidUPS);
+    const PowerSupply supply("BAT0", bytes);
     const auto percent = supply.percent();
     require(!percent || (*percent >= 0 && *percent <= 100));
     requireFinite(supply.millivolts());

@@ -11,7 +11,7 @@ namespace meridal {
 namespace {
 
 /// The columns in the order in which rows are taken apart.
-std::string_view selection(BatteryFigure figure)
+std::string_view changesSelection(BatteryFigure figure)
 {
     switch (figure) {
     case BatteryFigure::Cycles:
@@ -28,7 +28,7 @@ std::string_view selection(BatteryFigure figure)
 
 std::optional<BatteryAnswer> readBatteryHistory(SQLiteConnection& connection, const BatteryQuestion& question)
 {
-    std::string sql(selection(question.figure));
+    std::string sql(changesSelection(question.figure));
     SqlValues args;
     const auto require = [&](std::string_view condition, auto value) {
         sql.append(" AND ").append(condition);

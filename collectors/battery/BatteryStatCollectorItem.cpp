@@ -8,24 +8,13 @@
 
 namespace meridal {
 
-namespace {
-
-template <typename Figure>
-void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
-{
-    if (figure) {
-        into[key] = *figure;
-    }
-}
-
-} // namespace
-
 void BatteryStatCollectorItem::setSource(BatterySource source)
 {
     if (source == source_) {
         return;
     }
     source_ = source;
+    sourceSlept_ = slept_;
     if (!externalSourceTime_) {
         sourceTime_ = context().runtime.wallTime();
         sourceMoment_ = context().runtime.monotonicTime();
@@ -43,7 +32,7 @@ std::optional<double> BatteryStatCollectorItem::awakeOnSource(double slept) cons
     if (sourceTime_ <= 0) {
         return std::nullopt;
     }
-    const double byWall = context().runtime.wallTime() - sourceTime_ - slept;
+    const double byWall = context().runtime.wallTime() - sourceTime_ - (slept - sourceSlept_);
     if (externalSourceTime_) {
         return std::max(0.0, byWall);
     }

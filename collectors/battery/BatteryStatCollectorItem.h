@@ -112,11 +112,13 @@ public:
 
     Recorded& recorded() { return recorded_; }
 
-    /// How long the machine has been awake on the present source, s; absent before a source is known. `slept` is the
-    /// time asleep meanwhile.
+    /// How long the machine has been asleep so far, s; to be kept up to date, as it dates a change of the source.
+    void setSlept(double slept) { slept_ = slept; }
+    /// How long the machine has been awake on the present source, s; absent before a source is known. `slept` is as
+    /// above, now.
     std::optional<double> awakeOnSource(double slept) const;
 
-    /// All that is known of it, for clients.
+    /// All that is known of it, for clients. `slept` is as above, now.
     Dictionary describe(double slept) const;
 
     /// Internal batteries first, then UPSs, then peripherals, each by name and key.
@@ -131,6 +133,8 @@ private:
     BatterySource source_ = BatterySource::Unknown;
     double sourceTime_ = 0;
     double sourceMoment_ = 0; ///< as sourceTime_, on the clock that cannot step
+    double slept_ = 0;
+    double sourceSlept_ = 0; ///< as slept_, when the source last changed
     bool externalSourceTime_ = false;
     std::optional<double> voltage_;
     std::optional<double> amperage_;

@@ -1,6 +1,7 @@
 #include "collectors/battery/BatteryStatCollectorMac.h"
 
 #include "base/Runtime.h"
+#include "base/SharedInstance.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
@@ -10,13 +11,6 @@
 namespace meridal {
 
 namespace {
-
-std::unique_ptr<BatteryStatCollectorMac>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<BatteryStatCollectorMac>;
-    return instance;
-}
 
 bool isFalse(const Dictionary& entry, std::string_view key)
 {
@@ -36,7 +30,7 @@ BatteryStatCollectorMac::BatteryStatCollectorMac(Context& context) : BatteryStat
 
 BatteryStatCollectorMac& BatteryStatCollectorMac::sharedBatteryCollector()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<BatteryStatCollectorMac>();
     if (!instance) {
         instance = std::make_unique<BatteryStatCollectorMac>(Context::shared());
     }
@@ -45,7 +39,7 @@ BatteryStatCollectorMac& BatteryStatCollectorMac::sharedBatteryCollector()
 
 void BatteryStatCollectorMac::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<BatteryStatCollectorMac>();
     if (instance) {
         instance->cleanup();
         instance.reset();
@@ -109,6 +103,7 @@ void BatteryStatCollectorMac::batteriesIOPS()
         const auto battery = item(freeKey(name, serial));
         battery->setType(ups ? BatteryType::UPS : BatteryType::Internal);
         battery->setExists(true);
+        battery->setSlept(sleptInAll_ ? sleptInAll_() : 0);
         battery->processIOPS(description);
         if (!ups) {
             internal_.push_back(battery);

@@ -5,10 +5,12 @@
 #include "collectors/battery/BatteryStatCollectorItemMac.h"
 #include "platform/host/PeripheralBatteries.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace meridal {
@@ -31,6 +33,9 @@ public:
     ItemPointer internalBattery() const;
     /// What speaks for the machine: its own battery, else its UPS; null without either.
     ItemPointer primaryBattery() const;
+
+    /// Tells how long the machine has been asleep so far, s. Without it sources are dated as if it never slept.
+    void setSleptInAll(std::function<double()> slept) { sleptInAll_ = std::move(slept); }
 
     /// Set, no peripheral is asked anything.
     bool disableAllBluetooth() const { return disableAllBluetooth_; }
@@ -59,6 +64,7 @@ private:
     std::vector<ItemPointer> internal_; ///< of this update, in the order of their descriptions
     std::vector<std::string> serials_;  ///< of those
     std::set<std::string> keys_;        ///< given out in this update
+    std::function<double()> sleptInAll_;
     bool disableAllBluetooth_ = false;
     std::optional<double> lastBluetoothTime_;
     bool peripheralsAsked_ = false; ///< an answer is outstanding

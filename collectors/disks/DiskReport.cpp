@@ -28,14 +28,6 @@ constexpr std::array<WarningText, 6> warningTexts = {{
     {NVMeWarning::PersistentMemory, "its persistent memory has become unreliable"},
 }};
 
-template <typename Figure>
-void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
-{
-    if (figure) {
-        into[key] = *figure;
-    }
-}
-
 const char* nameOf(const SMARTStatCollectorItem& disk)
 {
     if (disk.readingFor() > SMARTStatCollector::patience) {

@@ -7,7 +7,7 @@ namespace meridal {
 namespace {
 
 /// A byte that stands for "no reading" in a temperature.
-constexpr std::uint8_t noTemperature = 128;
+constexpr std::uint8_t absentTemperature = 128;
 
 SMARTRawValue count(std::uint64_t number) { return {static_cast<double>(number), number}; }
 
@@ -22,7 +22,7 @@ SMARTRawValue hours(double seconds)
 
 SMARTRawValue temperature(std::uint8_t lowest)
 {
-    const int degrees = lowest == noTemperature ? noTemperature : static_cast<std::int8_t>(lowest);
+    const int degrees = lowest == absentTemperature ? absentTemperature : static_cast<std::int8_t>(lowest);
     return {static_cast<double>(degrees), degrees};
 }
 

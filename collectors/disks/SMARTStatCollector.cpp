@@ -1,5 +1,6 @@
 #include "collectors/disks/SMARTStatCollector.h"
 
+#include "base/SharedInstance.h"
 #include "base/Text.h"
 #include "collectors/disks/DiskDiscovery.h"
 #include "platform/Context.h"
@@ -17,13 +18,6 @@ namespace {
 constexpr double frequency = 30;              ///< s between updates for clients
 constexpr std::int64_t sequenceInterval = 30; ///< turns of the one-second clock
 
-std::unique_ptr<SMARTStatCollector>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<SMARTStatCollector>;
-    return instance;
-}
-
 /// Temperature (°C) and wear (% of the rated life) by disk; one of the two is NULL where a disk does not tell it.
 Dictionary configuration()
 {
@@ -37,14 +31,6 @@ Dictionary configuration()
             "PRIMARY KEY (sample, uuid)) WITHOUT ROWID"},
         {"sqlInsertItem", "INSERT INTO %@ VALUES (?, ?, ?, ?, ?)"},
         {"sqlInsertItemKeys", {"sample", "uuid", "time", "temperature", "wear"}}};
-}
-
-template <typename Figure>
-void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
-{
-    if (figure) {
-        into[key] = *figure;
-    }
 }
 
 } // namespace
@@ -74,7 +60,7 @@ SMARTStatCollector::~SMARTStatCollector() = default;
 
 SMARTStatCollector& SMARTStatCollector::sharedSMARTCollector()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SMARTStatCollector>();
     if (!instance) {
         instance = std::make_unique<SMARTStatCollector>(Context::shared());
     }
@@ -83,7 +69,7 @@ SMARTStatCollector& SMARTStatCollector::sharedSMARTCollector()
 
 void SMARTStatCollector::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SMARTStatCollector>();
     if (instance) {
         instance->cleanup();
         instance.reset();
@@ -120,16 +106,31 @@ void SMARTStatCollector::discoverDisks()
 
 void SMARTStatCollector::findDisks(std::string_view property, SMARTKind kind)
 {
-    for (const RegistryEntryPtr& entry : context().host.registry->entriesWithTrue(property)) {
-        if (auto serial = serialOfDisk(*entry)) {
-            adoptDisk(entry, std::move(*serial), kind);
+    const auto entries = context().host.registry->entriesWithTrue(property);
+    // Those that stay in their places come first: no other one of the same serial number may take over what they are.
+    for (const bool staying : {true, false}) {
+        for (const RegistryEntryPtr& entry : entries) {
+            const auto serial = serialOfDisk(*entry);
+            if (serial && (diskAt(*entry, *serial) != nullptr) == staying) {
+                adoptDisk(entry, *serial, kind);
+            }
         }
     }
 }
 
-void SMARTStatCollector::adoptDisk(const RegistryEntryPtr& entry, std::string serial, SMARTKind kind)
+SMARTStatCollector::ItemPointer SMARTStatCollector::diskAt(const RegistryEntry& entry, const std::string& serial) const
 {
-    // Boxes for two disks are known to give both the same serial; the second one goes by a key of its own.
+    const auto all = disks();
+    const auto found = std::find_if(all.begin(), all.end(), [&](const auto& item) {
+        return item->serial() == serial && item->object() && item->object()->path() == entry.path();
+    });
+    return found == all.end() ? nullptr : *found;
+}
+
+/// The item of a disk that is in a new place. Boxes for two disks are known to give both the same serial; the second one
+/// goes by a key of its own, and keeps it when the first one goes.
+SMARTStatCollector::ItemPointer SMARTStatCollector::freeItem(const std::string& serial)
+{
     std::string key = serial;
     for (int copy = 2; const auto taken = itemWithKey(key); ++copy) {
         if (!taken->exists()) {
@@ -137,17 +138,21 @@ void SMARTStatCollector::adoptDisk(const RegistryEntryPtr& entry, std::string se
         }
         key = serial + '#' + std::to_string(copy);
     }
-    const auto item = std::static_pointer_cast<SMARTStatCollectorItem>(newItemWithKey(key));
-    item->setExists(true);
-    if (!item->serial()) {
+    return std::static_pointer_cast<SMARTStatCollectorItem>(newItemWithKey(key));
+}
+
+void SMARTStatCollector::adoptDisk(const RegistryEntryPtr& entry, const std::string& serial, SMARTKind kind)
+{
+    ItemPointer item = diskAt(*entry, serial);
+    if (!item) {
+        item = freeItem(serial);
         item->setLoadAllAttributes(loadAllAttributes_);
-        item->setSerial(std::move(serial));
+        item->setSerial(serial);
         item->setModel(modelOfDisk(*entry));
         item->setNvme(kind == SMARTKind::NVMe);
-    }
-    if (!item->object() || item->object()->path() != entry->path()) {
         attachDevice(*item, entry, kind);
     }
+    item->setExists(true);
     item->setBsd(bsdOfDisk(*entry));
 }
 
@@ -162,10 +167,21 @@ void SMARTStatCollector::attachDevice(SMARTStatCollectorItem& item, const Regist
 
 bool SMARTStatCollector::isUpdateDue() const
 {
-    const auto round = round_.lock();
     const auto all = disks();
-    return needToReload_ || (round && !round->finished)
-        || std::any_of(all.begin(), all.end(), [](const auto& item) { return item->isDue(); });
+    return needToReload_ || !lastRound_ || context().runtime.monotonicTime() >= *lastRound_ + frequency
+        || std::any_of(all.begin(), all.end(),
+            [](const auto& item) { return item->state() == DiskState::Unread && item->isDue(); });
+}
+
+void SMARTStatCollector::updateStatsIfDue(Task done)
+{
+    if (isUpdateDue()) {
+        updateStats(std::move(done));
+    } else if (const auto round = round_.lock(); round && !round->finished) {
+        round->done.push_back(std::move(done));
+    } else {
+        done();
+    }
 }
 
 void SMARTStatCollector::updateStats(Task done)
@@ -183,6 +199,7 @@ void SMARTStatCollector::beginRound(Task done, const std::function<bool(const SM
     if (!round || round->finished) { // else this joins the one under way
         round = std::make_shared<Round>();
         round_ = round;
+        lastRound_ = context().runtime.monotonicTime();
         context().runtime.after(patience, lifetime_.guard([this, round] { finish(*round); }));
     }
     if (done) {

@@ -44,8 +44,9 @@ public:
     /// Reads the disks whose turn it is. `done` runs on the main queue when all have answered, or after a while without
     /// those that have not: their figures come when they come.
     void updateStats(Task done);
-    /// Whether updateStats() has something to do, or to wait for.
-    bool isUpdateDue() const;
+    /// For who asks in between, however often: the same where disks are new or the last readings are as old as clients
+    /// are used to; else `done` runs when the readings under way have ended, or at once.
+    void updateStatsIfDue(Task done);
 
     std::shared_ptr<SMARTStatCollectorItem> itemWithBSD(std::string_view bsd) const;
     std::vector<std::shared_ptr<SMARTStatCollectorItem>> disks() const;
@@ -68,9 +69,13 @@ public:
 
 private:
     struct Round;
+    using ItemPointer = std::shared_ptr<SMARTStatCollectorItem>;
 
+    bool isUpdateDue() const;
     void findDisks(std::string_view property, SMARTKind kind);
-    void adoptDisk(const RegistryEntryPtr& entry, std::string serial, SMARTKind kind);
+    ItemPointer diskAt(const RegistryEntry& entry, const std::string& serial) const;
+    ItemPointer freeItem(const std::string& serial);
+    void adoptDisk(const RegistryEntryPtr& entry, const std::string& serial, SMARTKind kind);
     void attachDevice(SMARTStatCollectorItem& item, const RegistryEntryPtr& entry, SMARTKind kind);
     void beginRound(Task done, const std::function<bool(const SMARTStatCollectorItem&)>& concerns);
     void answered(Round& round);
@@ -84,7 +89,8 @@ private:
 
     std::function<bool()> wanted_;
     std::unique_ptr<Registry::Observation> observation_;
-    std::weak_ptr<Round> round_; ///< the latest
+    std::weak_ptr<Round> round_;      ///< the latest
+    std::optional<double> lastRound_; ///< when it began, s of the clock that cannot step
     bool needToReload_ = true;
     bool loadAllAttributes_ = false;
     bool recording_ = false;

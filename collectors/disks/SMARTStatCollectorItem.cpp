@@ -36,10 +36,25 @@ SMARTStatCollectorItem::SMARTStatCollectorItem(Context& context)
 void SMARTStatCollectorItem::setObject(RegistryEntryPtr entry)
 {
     object_ = std::move(entry);
+    forget();
     if (const Value medium = object_ ? object_->property("Device Characteristics") : Value(); medium.is_object()) {
         const auto type = text(medium, "Medium Type");
         spins_ = type == "Solid State" ? std::optional(false) : type == "Rotational" ? std::optional(true) : spins_;
     }
+}
+
+void SMARTStatCollectorItem::forget()
+{
+    firmware_.reset();
+    spins_.reset();
+    attributes_.clear();
+    health_.reset();
+    overallStatus_.reset();
+    loadedThresholds_ = false;
+    loadedIdentity_ = false;
+    lastStatusUpdate_ = 0;
+    lastRead_.reset();
+    state_ = DiskState::Unread;
 }
 
 void SMARTStatCollectorItem::setDevice(std::shared_ptr<SMARTDevice> device, std::shared_ptr<Queue> queue)
@@ -217,8 +232,8 @@ void SMARTStatCollectorItem::takeIdentity(const SMARTReading& reading)
     if (reading.controller) {
         adopt(*reading.controller);
     } else if (reading.identity) {
-        if (!spins_) {
-            spins_ = reading.identity->spins;
+        if (reading.identity->spins) {
+            spins_ = reading.identity->spins; // bridges let every disk look as if it spun
         }
         if (reading.identity->smartSupported) {
             adopt(*reading.identity);

@@ -45,8 +45,9 @@ public:
     void setNvme(bool nvme) { nvme_ = nvme; }
     /// Absent while not known.
     std::optional<bool> spins() const { return spins_; }
-    /// Its place in the machine. A new place means a new device behind it.
+    /// Its place in the machine.
     const RegistryEntryPtr& object() const { return object_; }
+    /// A new place may have another disk behind it, even one with the same serial number: forgets all that was read.
     void setObject(RegistryEntryPtr entry);
 
     // Figures
@@ -75,6 +76,8 @@ public:
     void setLoadAllAttributes(bool all) { loadAllAttributes_ = all; }
     bool loadedThresholds() const { return loadedThresholds_; }
     DiskState state() const { return state_; }
+    /// Its figures have been read once at least.
+    bool hasAnswered() const { return lastRead_.has_value(); }
     double lastStatusUpdate() const { return lastStatusUpdate_; }           ///< s since 1970; 0 = never
     double lastTemperatureUpdate() const { return lastTemperatureUpdate_; } ///< likewise; when it was last asked
     /// Whether its turn has come: an ATA disk's every 300 s, an NVMe disk's always, nobody's while it is being read.
@@ -100,6 +103,7 @@ public:
     void setDevice(std::shared_ptr<SMARTDevice> device, std::shared_ptr<Queue> queue);
 
 private:
+    void forget();
     void takeIdentity(const SMARTReading& reading);
     void takeAttributes(const SMARTReading& reading, double sampleID);
     void takeStatus(const SMARTReading& reading);

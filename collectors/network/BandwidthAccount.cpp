@@ -158,13 +158,19 @@ bool BandwidthAccount::addReading(const InterfaceRecord& record, const WifiMap& 
         item.endRun(sent, received);
     }
     item.index = record.index;
+    item.kind = record.kind;
     item.address = identityOf(record);
-    if (item.interfaceIdentifier == 0) {
-        item.interfaceIdentifier = database_.identifierForInterface(item.key, item.address);
-    }
     const auto joined = wifi.find(record.name);
     const bool networkChanged = joined != wifi.end() && !joinNetwork(item, joined->second, false);
     item.addReading(sent, received, now);
+    // Every container brings a virtual interface of a new name, whose number would stay in the file for ever.
+    const bool needsNumber = record.kind != InterfaceKind::Virtual || isWorthARow(item.amount());
+    if (item.interfaceIdentifier == 0 && needsNumber) {
+        item.interfaceIdentifier = database_.identifierForInterface(item.key, item.address);
+        if (record.kind == InterfaceKind::Virtual) {
+            database_.commitLater(); // whoever asks for totals finds its name in the file
+        }
+    }
     return networkChanged;
 }
 

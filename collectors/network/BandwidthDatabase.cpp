@@ -21,7 +21,7 @@ constexpr std::size_t longestWaiting = 4096; // samples; a month of one interfac
 
 // The first three in the layout that every version of the file and every reader of it has had. A number is never given
 // out twice, so that samples of an interface that was forgotten do not become another's.
-const std::array<TableSchema, 3> tables = {
+const std::array<TableSchema, 3> bandwidthTables = {
     TableSchema{.table = "bandwidth_wifi_map",
         .create = "create table %@ (identifier INTEGER PRIMARY KEY AUTOINCREMENT, bssid text NOT NULL, name text)",
         .added = {{.column = "name", .alter = "ALTER TABLE %@ ADD COLUMN name TEXT"}}},
@@ -76,12 +76,12 @@ bool BandwidthDatabase::prepare()
 {
     bool created = false;
     file_->queryDatabase([&](SQLiteConnection& connection) {
-        for (const TableSchema& schema : tables) {
+        for (const TableSchema& schema : bandwidthTables) {
             const auto exists = connection.tableExists(schema.table);
             created = created || (exists && !*exists);
         }
     });
-    for (const TableSchema& schema : tables) {
+    for (const TableSchema& schema : bandwidthTables) {
         file_->declareTable(schema);
     }
     file_->declareTable(addressTable);

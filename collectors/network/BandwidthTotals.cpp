@@ -13,9 +13,9 @@ namespace {
 constexpr std::size_t mostRunning = 1000;
 
 /// All rows, stored and running, that a question is about: ?1 from, ?2 until, ?3 interface, ?4 all, ?5 the running
-/// periods as JSON. Where no interface is known to be hardware (a container), all but the loopback count.
+/// periods and ?6 further hardware, as JSON. Where no interface is known to be hardware (a container), all but the loopback count.
 const std::string rowsAskedFor = R"(
-    WITH hardware AS (SELECT identifier FROM bandwidth_interface_addresses),
+    WITH hardware AS (SELECT identifier FROM bandwidth_interface_addresses UNION SELECT value FROM json_each(?6)),
     counted AS (SELECT identifier FROM bandwidth_interface_map WHERE (?3 IS NULL OR interface = ?3) AND
         (?4 OR ?3 IS NOT NULL OR identifier IN hardware OR
             (NOT EXISTS (SELECT * FROM hardware) AND interface NOT IN ('lo', 'lo0')))),
@@ -72,8 +72,8 @@ bool readPage(SQLiteConnection& connection, const BandwidthQuestion& question, S
     const Grouping grouping = groupingBy(question.by);
     const std::string sql = rowsAskedFor + ", keyed AS (SELECT " + grouping.key + " AS key, * FROM asked) SELECT key, "
         + grouping.name + ", " + grouping.bssid
-        + ", min(start), max(\"end\"), total(upload), total(download) FROM keyed WHERE (?6 IS NULL OR key > ?6) "
-          "GROUP BY key ORDER BY key LIMIT ?7";
+        + ", min(start), max(\"end\"), total(upload), total(download) FROM keyed WHERE (?7 IS NULL OR key > ?7) "
+          "GROUP BY key ORDER BY key LIMIT ?8";
     args.push_back(question.after);
     args.emplace_back(static_cast<std::int64_t>(question.limit) + 1);
     const auto done = connection.forEachRow(sql, args, [&answer](std::span<const SqlValue> row) {
@@ -97,7 +97,7 @@ std::optional<BandwidthAnswer> readBandwidthTotals(
     BandwidthAnswer answer;
     const SqlValues args = {question.from, question.until.value_or(std::numeric_limits<double>::max()),
         question.interface ? SqlValue(*question.interface) : SqlValue(), static_cast<std::int64_t>(question.all),
-        runningAsJson(running)};
+        runningAsJson(running), serialise(Value(question.hardware))};
     const auto summed = connection.forEachRow(rowsAskedFor + " SELECT total(upload), total(download) FROM asked", args,
         [&answer](std::span<const SqlValue> row) {
             answer.sum = {.upload = sqlNumber(row[0]), .download = sqlNumber(row[1])};

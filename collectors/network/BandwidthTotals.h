@@ -22,6 +22,8 @@ struct BandwidthQuestion {
     double from = 0;
     std::optional<double> until;
     std::optional<std::string> interface; ///< only the one that has this name now
+    /// Numbers of interfaces that are hardware, though no permanent address tells: modems have none.
+    std::vector<std::int64_t> hardware;
     /// Also interfaces without hardware of their own: loopback, bridges, tunnels. Their bytes are those of others again.
     bool all = false;
     SqlValue after; ///< key of the last total of the page before; NULL for the first page

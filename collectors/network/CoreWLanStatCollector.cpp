@@ -1,21 +1,11 @@
 #include "collectors/network/CoreWLanStatCollector.h"
 
+#include "base/SharedInstance.h"
 #include "collectors/network/CoreWLanStatCollectorItem.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
 namespace meridal {
-
-namespace {
-
-std::unique_ptr<CoreWLanStatCollector>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<CoreWLanStatCollector>;
-    return instance;
-}
-
-} // namespace
 
 CoreWLanStatCollector::CoreWLanStatCollector(Context& context)
     : StatCollector(context, {.description = "CoreWLanStatCollector"})
@@ -24,7 +14,7 @@ CoreWLanStatCollector::CoreWLanStatCollector(Context& context)
 
 CoreWLanStatCollector& CoreWLanStatCollector::sharedCoreWlanCollector()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<CoreWLanStatCollector>();
     if (!instance) {
         instance = std::make_unique<CoreWLanStatCollector>(Context::shared());
     }
@@ -33,7 +23,7 @@ CoreWLanStatCollector& CoreWLanStatCollector::sharedCoreWlanCollector()
 
 void CoreWLanStatCollector::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<CoreWLanStatCollector>();
     if (instance) {
         instance->cleanup();
         instance.reset();

@@ -27,6 +27,12 @@ bool isAirport(const NetworkStatCollectorItem& item)
     return hardware == "airport";
 }
 
+bool isHardware(InterfaceKind kind)
+{
+    using enum InterfaceKind;
+    return kind == Ethernet || kind == WiFi || kind == Cellular || kind == Bluetooth;
+}
+
 } // namespace
 
 NetworkStatCollector::NetworkStatCollector(Context& context, HistoryDatabaseController& databases)
@@ -184,13 +190,16 @@ void NetworkStatCollector::saveBandwidth(Task written)
 }
 
 void NetworkStatCollector::readBandwidthTotals(
-    const BandwidthQuestion& question, std::function<void(std::optional<BandwidthAnswer>)> reply)
+    BandwidthQuestion question, std::function<void(std::optional<BandwidthAnswer>)> reply)
 {
     if (!bandwidthDatabase_) {
         return reply(std::nullopt);
     }
     std::vector<BandwidthRow> running;
     for (const auto& [name, item] : bandwidth_->items()) {
+        if (isHardware(item.kind)) {
+            question.hardware.push_back(item.interfaceIdentifier);
+        }
         const BandwidthAmount amount = item.amount();
         if (item.interfaceIdentifier != 0 && BandwidthAccount::isWorthARow(amount)) {
             running.push_back({.start = item.start,
@@ -200,10 +209,11 @@ void NetworkStatCollector::readBandwidthTotals(
                 .amount = amount});
         }
     }
-    bandwidthDatabase_->file()->queryDatabaseAsync([question, running = std::move(running), reply = std::move(reply),
-                                                       &main = context().runtime.mainQueue()](SQLiteConnection& file) {
-        main.post([reply, answer = meridal::readBandwidthTotals(file, question, running)] { reply(answer); });
-    });
+    bandwidthDatabase_->file()->queryDatabaseAsync(
+        [question = std::move(question), running = std::move(running), reply = std::move(reply),
+            &main = context().runtime.mainQueue()](SQLiteConnection& file) {
+            main.post([reply, answer = meridal::readBandwidthTotals(file, question, running)] { reply(answer); });
+        });
 }
 
 const BandwidthAccount::Items& NetworkStatCollector::bandwidthItems() const

@@ -53,8 +53,7 @@ public:
     /// and runs that on the main queue afterwards; without, waits.
     void saveBandwidth(Task written = {});
     /// Adds up what is stored and what is not yet; the answer comes on the main queue, null when it cannot be read.
-    void readBandwidthTotals(
-        const BandwidthQuestion& question, std::function<void(std::optional<BandwidthAnswer>)> reply);
+    void readBandwidthTotals(BandwidthQuestion question, std::function<void(std::optional<BandwidthAnswer>)> reply);
     const BandwidthAccount::Items& bandwidthItems() const;
     const std::vector<BandwidthDatabase::InterfaceRow>& bandwidthInterfaceMap() const;
     const std::vector<BandwidthDatabase::WifiRow>& bandwidthWifiMap() const;

@@ -28,11 +28,12 @@ public:
     /// The same, and starts to count from zero.
     BandwidthAmount takeAmount();
 
-    std::string key;                        ///< the interface's name
-    std::int32_t index = 0;                 ///< the kernel's number for it
+    std::string key;        ///< the interface's name
+    std::int32_t index = 0; ///< the kernel's number for it
+    InterfaceKind kind = InterfaceKind::Other;
     std::optional<HardwareAddress> address; ///< permanent, and no other interface's
-    std::int64_t interfaceIdentifier = 0;   ///< row of "bandwidth_interface_map"; 0 until the map is known
-    std::int64_t networkIdentifier = -1;    ///< row of "bandwidth_wifi_map"; -1 on no Wi-Fi network
+    std::int64_t interfaceIdentifier = 0; ///< row of "bandwidth_interface_map"; 0 until the map is known, or it has one
+    std::int64_t networkIdentifier = -1;  ///< row of "bandwidth_wifi_map"; -1 on no Wi-Fi network
     std::optional<std::string> wifiBSSID;
     std::optional<std::string> wifiName;
     double start = 0;      ///< s since 1970, of the period

@@ -1,5 +1,6 @@
 #include "collectors/network/NetworkStatCollectorMac.h"
 
+#include "base/SharedInstance.h"
 #include "collectors/network/CoreWLanStatCollector.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
@@ -9,17 +10,6 @@
 
 namespace meridal {
 
-namespace {
-
-std::unique_ptr<NetworkStatCollectorMac>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<NetworkStatCollectorMac>;
-    return instance;
-}
-
-} // namespace
-
 NetworkStatCollectorMac::NetworkStatCollectorMac(
     Context& context, HistoryDatabaseController& databases, CoreWLanStatCollector& wireless)
     : NetworkStatCollector(context, databases), wireless_(wireless)
@@ -28,7 +18,7 @@ NetworkStatCollectorMac::NetworkStatCollectorMac(
 
 NetworkStatCollectorMac& NetworkStatCollectorMac::sharedNetworkCollector()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<NetworkStatCollectorMac>();
     if (!instance) {
         assert(Context::shared().databases);
         instance = std::make_unique<NetworkStatCollectorMac>(
@@ -39,7 +29,7 @@ NetworkStatCollectorMac& NetworkStatCollectorMac::sharedNetworkCollector()
 
 void NetworkStatCollectorMac::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<NetworkStatCollectorMac>();
     if (instance) {
         instance->cleanup();
         instance.reset();

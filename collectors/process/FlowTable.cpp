@@ -12,6 +12,7 @@ constexpr double sweepInterval = 5; ///< s
 /// s for which an owner is believed: less at first, when a socket is handed to a child, more with every time it held.
 constexpr double firstTrust = 1;
 constexpr double longestTrust = 60;
+constexpr double absenceTrust = 2; ///< "no socket" may be a listing that came too early, or a port that is taken later
 
 std::uint64_t word(const std::array<std::uint8_t, 16>& bytes, std::size_t at)
 {
@@ -210,7 +211,8 @@ void FlowTable::ask(const SocketFlow& key, Flow& flow, double now)
         }
         return; // again with the next batch
     }
-    flow.trust = flow.owner == found ? std::min(std::max(flow.trust * 4, firstTrust), longestTrust) : firstTrust;
+    const double longest = found.kind == None ? absenceTrust : longestTrust;
+    flow.trust = flow.owner == found ? std::min(std::max(flow.trust * 4, firstTrust), longest) : firstTrust;
     flow.askAt = now + flow.trust;
     if (wasKnown && (found.kind == None || found.kind == Kernel || !found.isCertain)) {
         return; // closed: the last frames of a connection are still its process's

@@ -9,7 +9,7 @@ namespace meridal {
 
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
+using FrameBytes = std::span<const std::uint8_t>;
 
 constexpr std::size_t ethernetHeader = 14;
 constexpr std::uint16_t etherTypeIPv4 = 0x0800;
@@ -20,7 +20,7 @@ constexpr std::uint8_t protocolAuthentication = 51;
 /// One header after another. Whoever reads past the captured bytes gets nothing.
 class Reader {
 public:
-    Reader(Bytes bytes, std::uint32_t length) : bytes_(bytes), length_(length) { }
+    Reader(FrameBytes bytes, std::uint32_t length) : bytes_(bytes), length_(length) { }
 
     bool has(std::size_t count) const { return bytes_.size() >= count; }
     std::uint8_t u8(std::size_t at) const { return bytes_[at]; }
@@ -30,7 +30,7 @@ public:
     {
         return u32(at) >> 24 | (u32(at) >> 8 & 0xFF00) | (u32(at) << 8 & 0xFF0000) | u32(at) << 24;
     }
-    Bytes at(std::size_t place, std::size_t count) const { return bytes_.subspan(place, count); }
+    FrameBytes at(std::size_t place, std::size_t count) const { return bytes_.subspan(place, count); }
     /// What the rest of the frame has on the wire.
     std::uint32_t length() const { return length_; }
     void skip(std::size_t count)
@@ -40,11 +40,11 @@ public:
     }
 
 private:
-    Bytes bytes_;
+    FrameBytes bytes_;
     std::uint32_t length_;
 };
 
-void copy(Bytes from, std::uint8_t* to) { std::copy(from.begin(), from.end(), to); }
+void copy(FrameBytes from, std::uint8_t* to) { std::copy(from.begin(), from.end(), to); }
 
 bool hasPorts(std::uint8_t protocol)
 {

@@ -32,11 +32,12 @@ void PacketStatCollector::startCaputure()
 
 void PacketStatCollector::updateCollectors()
 {
-    if (packetItem_) {
-        retire(*packetItem_);
+    if (packetItem_ && !refused_) {
+        retire(std::move(packetItem_), ending_);
     }
     packetItem_ = std::make_unique<PacketStatCollectorItem>(context_);
     const auto started = packetItem_->startCaputure();
+    refused_ = !started;
     failure_ = started ? std::string() : started.error().message;
 }
 
@@ -44,11 +45,10 @@ void PacketStatCollector::stopCapture()
 {
     enabled_ = false;
     if (packetItem_) {
-        retire(*packetItem_);
-        packetItem_.reset();
+        retire(std::move(packetItem_), ending_);
     }
-    for (const auto& entry : collectors_) {
-        retire(*entry.second);
+    for (auto& entry : collectors_) {
+        retire(std::move(entry.second), endingPorts_);
     }
     collectors_.clear();
     clear();
@@ -61,7 +61,7 @@ int PacketStatCollector::captureInterface(const CaptureInterface& interface)
     if (status >= 0) {
         auto& place = collectors_[interface.bsd];
         if (place) {
-            retire(*place);
+            retire(std::move(place), endingPorts_);
         }
         place = std::move(item);
     }
@@ -69,21 +69,23 @@ int PacketStatCollector::captureInterface(const CaptureInterface& interface)
 }
 
 /// A tap on all interfaces may know only those that were there when it began. One that follows them goes on: a new one would
-/// have to find every owner anew, and containers change the setup all the time.
+/// have to find every owner anew, and containers change the setup all the time. One that was refused is tried again when
+/// somebody asks: a right is not gained by a change of the network.
 void PacketStatCollector::networkSetupChanged()
 {
-    if (enabled_ && !(isCapturing() && context_.host.packetTap->followsInterfaces())) {
+    if (enabled_ && !refused_ && !(isCapturing() && context_.host.packetTap->followsInterfaces())) {
         updateCollectors();
     }
 }
 
-void PacketStatCollector::retire(PacketStatCollectorItem& item)
+/// What it counted still counts, at the next fold: its last batch may be on its way until then.
+void PacketStatCollector::retire(std::unique_ptr<PacketStatCollectorItem> item, Items& ending)
 {
-    item.stop();
-    item.take(&item == packetItem_.get() ? pstorage_ : pidcache_); // it still counts, at the next fold
-    const CaptureStatistics figures = item.statistics();
+    item->stop();
+    const CaptureStatistics figures = item->statistics();
     retired_.frames += figures.frames;
     retired_.dropped += figures.dropped;
+    ending.push_back(std::move(item));
 }
 
 bool PacketStatCollector::isCapturing() const { return packetItem_ && !packetItem_->finished(); }
@@ -91,9 +93,16 @@ bool PacketStatCollector::isCapturing() const { return packetItem_ && !packetIte
 CaptureStatistics PacketStatCollector::statistics() const
 {
     CaptureStatistics sum = retired_;
+    const auto add = [&sum](const PacketStatCollectorItem& item) {
+        const CaptureStatistics figures = item.statistics();
+        sum.frames += figures.frames;
+        sum.dropped += figures.dropped;
+    };
     if (packetItem_) {
-        sum.frames += packetItem_->statistics().frames;
-        sum.dropped += packetItem_->statistics().dropped;
+        add(*packetItem_);
+    }
+    for (const auto& entry : collectors_) {
+        add(*entry.second);
     }
     return sum;
 }
@@ -116,6 +125,10 @@ void PacketStatCollector::foldProcesses()
     if (packetItem_) {
         packetItem_->take(pstorage_);
     }
+    for (const auto& item : ending_) {
+        item->take(pstorage_);
+    }
+    ending_.clear();
     for (const PacketRecord& record : pstorage_.packets.records()) {
         const TrafficShare share{record.downloadBytes, record.uploadBytes, record.linkBytes};
         if (auto* item = processes_.processForPid(record.pid)) {
@@ -138,7 +151,12 @@ void PacketStatCollector::foldPorts()
     for (const auto& entry : collectors_) {
         entry.second->take(pidcache_);
     }
+    for (const auto& item : endingPorts_) {
+        item->take(pidcache_);
+    }
+    endingPorts_.clear();
     if (pidcache_.packets.records().empty()) {
+        pidcache_.clear();
         return;
     }
     readConnections();
@@ -182,6 +200,8 @@ void PacketStatCollector::clear()
 {
     pstorage_.clear();
     pidcache_.clear();
+    ending_.clear();
+    endingPorts_.clear();
 }
 
 } // namespace meridal

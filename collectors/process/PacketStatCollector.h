@@ -61,7 +61,8 @@ private:
     void foldProcesses();
     void foldPorts();
     void readConnections();
-    void retire(PacketStatCollectorItem& item);
+    using Items = std::vector<std::unique_ptr<PacketStatCollectorItem>>;
+    void retire(std::unique_ptr<PacketStatCollectorItem> item, Items& ending);
 
     Context& context_;
     ProcessStatCollector& processes_;
@@ -69,12 +70,15 @@ private:
     TrafficBatch pidcache_;
     std::map<std::string, std::unique_ptr<PacketStatCollectorItem>> collectors_;
     std::unique_ptr<PacketStatCollectorItem> packetItem_;
+    Items ending_;      ///< stopped captures of all interfaces, until the next fold
+    Items endingPorts_; ///< likewise, of single ones
     TrafficAccount latest_;
     TrafficAccount total_;
     CaptureStatistics retired_; ///< of captures that were stopped
     std::string failure_;
     std::vector<std::int32_t> pids_; ///< kept for its memory
     bool enabled_ = false;
+    bool refused_ = false; ///< the latest capture could not begin
     std::unique_ptr<NotificationCenter::Observation> setupObservation_;
 };
 

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <charconv>
 #include <mutex>
 #include <string_view>
@@ -30,6 +31,9 @@ public:
         into.add(batch_);
         batch_.clear();
     }
+    /// The capture was told to end: what it still sees is the next one's to count.
+    void close() { isClosed_ = true; }
+    bool isClosed() const { return isClosed_; }
     void fail(const std::string& why)
     {
         const std::lock_guard lock(mutex_);
@@ -45,6 +49,7 @@ private:
     mutable std::mutex mutex_;
     TrafficBatch batch_;
     std::string failure_;
+    std::atomic<bool> isClosed_ = false;
 };
 
 /// Counts frames by process.
@@ -57,6 +62,9 @@ public:
 
     void frame(const CapturedFrame& captured) override
     {
+        if (inbox_->isClosed()) {
+            return;
+        }
         if (const auto frame = decodeFrame(captured)) {
             flows_.count(*frame);
         }
@@ -89,7 +97,7 @@ public:
 
     void frame(const CapturedFrame& captured) override
     {
-        const auto frame = decodeFrame(captured);
+        const auto frame = inbox_->isClosed() ? std::nullopt : decodeFrame(captured);
         if (!frame) {
             return;
         }
@@ -158,6 +166,7 @@ int PacketStatCollectorItem::startCaputureWithInterface(const CaptureInterface& 
 
 void PacketStatCollectorItem::stop()
 {
+    inbox_->close();
     last_ = statistics();
     capture_.reset();
     finished_ = true;

@@ -35,6 +35,7 @@ public:
     Result<void> startCaputure();
     /// One interface, each frame counted for its pair of ports, the local one first. Negative when it failed.
     int startCaputureWithInterface(const CaptureInterface& interface);
+    /// Frames from now on are not counted. The batch that is being counted can be fetched a moment later.
     void stop();
     void processPackets() { }
 

@@ -34,7 +34,7 @@ std::optional<std::int32_t> pidFrom(const Value& number)
 void ProcessStatCollector::updateTotals(ProcessFigure figure)
 {
     for (Item* item : processes_) {
-        item->setSharingTotal(figure, item->own(figure));
+        item->setSharingTotal(figure, shows(*item) ? item->own(figure) : 0);
     }
     if (!shared_.sharingUseHeirachy) {
         return;
@@ -42,17 +42,27 @@ void ProcessStatCollector::updateTotals(ProcessFigure figure)
     // Children before parents: each total is complete when it is handed up, so none is added up twice.
     for (auto item = parentsFirst_.rbegin(); item != parentsFirst_.rend(); ++item) {
         Item* controller = (*item)->controller();
-        if (controller && controller->sharingUseHierachy()) {
+        if (controller && controller->sharingUseHierachy() && shows(*controller)) {
             controller->setSharingTotal(figure, controller->sharingTotal(figure) + (*item)->sharingTotal(figure));
         }
     }
+}
+
+/// Whether it has an entry of its own where not all are shown.
+bool ProcessStatCollector::isListed(const Item& item) const
+{
+    const bool isMember = shared_.sharingUseHeirachy && item.controller() && shows(*item.controller());
+    return shows(item) && !isMember;
 }
 
 /// Fills ranking_, of which the first `limit` entries are then in order.
 void ProcessStatCollector::rank(ProcessFigure figure, std::size_t limit)
 {
     ranking_.clear();
-    for (Item* item : sharingStorage(shared_.sharingUseHeirachy)) {
+    for (Item* item : sharingStorage(shared_.sharingUseHeirachy && !shown_)) {
+        if (shown_ && !isListed(*item)) {
+            continue;
+        }
         const double total = item->sharingTotal(figure);
         const auto place = static_cast<std::uint32_t>(ranking_.size());
         ranking_.push_back({total, total == 0 ? item->lastActive(figure) : 0, place, item});
@@ -224,7 +234,7 @@ Value ProcessStatCollector::infoForPids(const Value& pids) const
     for (const Value& number : pids) {
         const auto pid = pidFrom(number);
         const Item* item = pid ? processForPid(*pid) : nullptr;
-        if (item) {
+        if (item && shows(*item)) {
             result.push_back({{"name", item->name()}, {"pid", number}});
         }
     }

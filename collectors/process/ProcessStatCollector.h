@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace meridal {
@@ -107,6 +108,9 @@ public:
     /// The table ranked by a figure, largest first; equal ones in table order, idle ones of disk and network by their
     /// last activity. Stores every total on the way: sharingTotal() of an item in the result is its figure.
     std::vector<ProcessListRow> ranked(ProcessFigure figure, bool grouped, std::int32_t limit);
+    /// Keeps lists and names to these processes, until the next call: no figure of another goes into them, and who
+    /// is grouped under another stands alone. Null: all. The caller keeps the set.
+    void showOnly(const std::unordered_set<std::int32_t>* pids) { shown_ = pids; }
     /// Stores total() of every item as its sharingTotal(), each computed once.
     void updateTotals(ProcessFigure figure);
 
@@ -149,6 +153,8 @@ private:
     void collectHierarchy();
 
     // ProcessLists.cpp
+    bool shows(const Item& item) const { return !shown_ || shown_->contains(item.pid()); }
+    bool isListed(const Item& item) const;
     void rank(ProcessFigure figure, std::size_t limit);
     std::vector<ProcessListRow> rows(ProcessFigure figure, std::int32_t limit);
     Value list(ProcessFigure figure, std::int32_t limit, FillEntry fill);
@@ -162,6 +168,7 @@ private:
     std::vector<Item*> hierachy_;
     std::vector<Item*> parentsFirst_; ///< the whole table, group by group, every parent before its children
     std::vector<Ranked> ranking_;     ///< kept for its memory
+    const std::unordered_set<std::int32_t>* shown_ = nullptr;
     ProcessNameCache nameCache_;
     std::uint32_t updateMask_ = mask(ProcessList::Cpu);
     std::uint32_t sequence_ = 0;

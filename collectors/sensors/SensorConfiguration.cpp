@@ -4,6 +4,7 @@
 #include "collectors/sensors/SensorKind.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace meridal {
@@ -66,6 +67,8 @@ SensorConfiguration parseSensorConfiguration(const Value& configuration)
         .multiply = keyList(configuration, "multiply"),
         .average = keyList(configuration, "average")};
 }
+
+double finite(double value) { return std::isfinite(value) ? value : 0; }
 
 bool isSMCKey(const std::string& key)
 {

@@ -38,8 +38,14 @@ struct SensorConfiguration {
 /// Most keys that a value is computed from. A longer list is no list.
 constexpr std::size_t mostConfiguredKeys = 256;
 
+/// Most keys of a value that is sampled over and over: items are made of no more.
+constexpr std::size_t mostSampledKeys = 16;
+
 /// What can be understood of a client's configuration.
 SensorConfiguration parseSensorConfiguration(const Value& configuration);
+
+/// A figure fit for a client: 0 for what is no finite number.
+double finite(double value);
 
 /// Whether a key has the four characters that every key of an SMC has.
 bool isSMCKey(const std::string& key);

@@ -2,6 +2,7 @@
 
 #include "collectors/sensors/SensorStatCollectorItem.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,11 +17,15 @@ const TableSchema& sensorLimitsTable();
 /// The statement that brings a sensor's row up to date; arguments low, high, key.
 constexpr const char* updateSensorLimits = "UPDATE %@ SET low = ?, high = ? WHERE uuid = ?";
 
-/// What earlier runs saw of a sensor. A sensor without a row gets one, with the highest value of the history tables.
-/// Runs on the database's queue.
-SeenLimits readSensorLimits(SQLiteConnection& database, const std::string& key);
+/// The statement that removes the row of a sensor that never had a value; argument key.
+constexpr const char* removeEmptySensorLimits = "delete from %@ where uuid = ? and low = 0 and high = 0";
+
+/// What earlier runs saw of a sensor; absent when the file cannot be read, or a row not be added, now. A sensor without a
+/// row gets one, with the highest value of the history tables. Runs on the database's queue.
+std::optional<SeenLimits> readSensorLimits(SQLiteConnection& database, const std::string& key);
 
 /// The same for many, in one transaction, in their order.
-std::vector<SeenLimits> readSensorLimits(SQLiteConnection& database, const std::vector<std::string>& keys);
+std::vector<std::optional<SeenLimits>> readSensorLimits(
+    SQLiteConnection& database, const std::vector<std::string>& keys);
 
 } // namespace meridal

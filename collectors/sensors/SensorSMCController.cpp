@@ -1,6 +1,7 @@
 #include "collectors/sensors/SensorSMCController.h"
 
 #include "base/Log.h"
+#include "base/SharedInstance.h"
 #include "base/Value.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
@@ -31,13 +32,6 @@ constexpr std::uint32_t sizeInKeyInfo = 2;
 /// Keys that clients make up must not fill the memory; beyond these a key costs its second call every time.
 constexpr std::size_t mostCachedKeys = 4096;
 constexpr std::size_t longestCachedKey = 64;
-
-std::unique_ptr<SensorSMCController>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<SensorSMCController>;
-    return instance;
-}
 
 std::string typeText(std::uint32_t type)
 {
@@ -114,7 +108,7 @@ SensorSMCController::SensorSMCController(Context& context)
 
 SensorSMCController& SensorSMCController::sharedSMC()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SensorSMCController>();
     if (!instance) {
         instance = std::make_unique<SensorSMCController>(Context::shared());
     }
@@ -123,7 +117,7 @@ SensorSMCController& SensorSMCController::sharedSMC()
 
 void SensorSMCController::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SensorSMCController>();
     if (instance) {
         instance->cleanup();
         instance.reset();
@@ -218,6 +212,23 @@ int SensorSMCController::readKey(const std::string& key, SMCKeyValue& value)
     lastReadFailed_ = status != IOStatus::Success || output.result != static_cast<std::uint8_t>(SMCResult::Success);
     value.bytes = output.bytes;
     return 0;
+}
+
+std::vector<std::string> SensorSMCController::keys(std::size_t most)
+{
+    std::vector<std::string> all;
+    for (std::uint32_t index = 0; index < most; ++index) {
+        SMCParamRecord input;
+        input.command = static_cast<std::uint8_t>(SMCCommand::ReadKeyAtIndex);
+        input.data32 = index;
+        SMCParamRecord output;
+        if (processInput(input, output) != IOStatus::Success
+            || output.result != static_cast<std::uint8_t>(SMCResult::Success)) {
+            break; // there are no more
+        }
+        all.push_back(typeText(output.key));
+    }
+    return all;
 }
 
 /// Asks for the key's size and makes the write request without its bytes.

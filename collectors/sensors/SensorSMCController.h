@@ -4,10 +4,12 @@
 #include "platform/host/SMCService.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace meridal {
 
@@ -56,6 +58,9 @@ public:
     /// Fills in the value. Always 0. Asks the driver for type and size once a key, then only for the bytes. Open first.
     int readKey(const std::string& key, SMCKeyValue& value);
     int dataForKey(const std::string& key, SMCKeyValue& value) { return readKey(key, value); }
+
+    /// The names of its keys, of the first so many, in the SMC's order. One call each.
+    std::vector<std::string> keys(std::size_t most);
 
     /// A number or its text: a float for a key of 4 bytes, otherwise a whole number in quarters (fpe2).
     IOStatus writeValue(const Value& value, const std::string& key);

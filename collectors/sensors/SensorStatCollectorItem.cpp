@@ -44,6 +44,9 @@ void SensorStatCollectorItem::takeStoredLimits(const SeenLimits& stored)
         lowestRecordedValue_ = std::min(lowestRecordedValue_, low);
     }
     highestRecordedValue_ = std::max(highestRecordedValue_, stored.high);
+    knowsStoredLimits_ = true;
+    recordedValueChanged_ =
+        recordedValueChanged_ || lowestRecordedValue_ != low || highestRecordedValue_ != stored.high;
     updateLimits();
     updatePercentage();
 }

@@ -65,8 +65,12 @@ public:
     /// Whether the extremes changed since they were last handed to the database.
     bool recordedValueChanged() const { return recordedValueChanged_; }
     void setRecordedValueChanged(bool changed) { recordedValueChanged_ = changed; }
+    /// Whether it has had a value in this run.
+    bool hasRecorded() const { return hasRecorded_; }
     /// Widens the extremes to hold a value.
     void noteRecordedValue(double value);
+    /// Whether it knows what earlier runs saw. Until then nothing may be written over that.
+    bool knowsStoredLimits() const { return knowsStoredLimits_; }
     /// Joins what earlier runs saw with what this one has seen meanwhile.
     void takeStoredLimits(const SeenLimits& stored);
 
@@ -93,6 +97,7 @@ private:
     double percentage_ = 0;
     bool hasValue_ = false;
     bool hasRecorded_ = false; ///< an extreme has been seen in this run
+    bool knowsStoredLimits_ = false;
     bool recordedValueChanged_ = false;
     bool defaultSensor_ = false;
     bool hasFixedLimits_ = false;

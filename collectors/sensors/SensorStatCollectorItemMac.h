@@ -23,6 +23,9 @@ public:
 
     Source source() const { return source_; }
     void setSource(Source source) { source_ = source; }
+    /// Whether it is as a client of this run gave it, and not as the host or the record tells it.
+    bool isClients() const { return isClients_; }
+    void setIsClients(bool isClients) { isClients_ = isClients; }
     bool intelFrequencySensor() const { return intelFrequencySensor_; }
     void setIntelFrequencySensor(bool isFrequency) { intelFrequencySensor_ = isFrequency; }
 
@@ -39,6 +42,7 @@ private:
     SensorSMCController& smc_;
     SMCOrigin origin_;
     Source source_ = Source::SMC;
+    bool isClients_ = false;
     bool intelFrequencySensor_ = false;
 };
 

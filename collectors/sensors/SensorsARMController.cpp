@@ -6,6 +6,7 @@
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <utility>
@@ -41,6 +42,13 @@ double meanOf(const Value& readings, std::string_view prefix)
 Dictionary armSensorsMatching(std::uint32_t usagePage, std::uint32_t usage)
 {
     return {{"PrimaryUsagePage", usagePage}, {"PrimaryUsage", usage}};
+}
+
+bool isEmptyAverage(std::string_view key, double value)
+{
+    return value == 0 && std::any_of(armAverages.begin(), armAverages.end(), [key](const ARMAverage& average) {
+        return average.key == key;
+    });
 }
 
 SensorsARMController::SensorsARMController(Context& context) : services_(*context.host.sensorServices) { }

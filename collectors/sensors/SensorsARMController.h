@@ -28,6 +28,9 @@ constexpr std::array<ARMAverage, 5> armAverages = {{
     {"AS_PMSOC_AVG", "PMGR SOC Die"},
 }};
 
+/// Whether a reading is an average that there was nothing for: those read 0.
+bool isEmptyAverage(std::string_view key, double value);
+
 /// The sensors that the system publishes as named services, and averages over them. Keeps nothing between calls.
 class SensorsARMController {
 public:

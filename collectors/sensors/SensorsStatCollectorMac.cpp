@@ -3,6 +3,7 @@
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 
 #include "base/Runtime.h"
+#include "base/SharedInstance.h"
 #include "collectors/sensors/SensorKind.h"
 #include "collectors/sensors/SensorLimits.h"
 #include "collectors/sensors/SensorSMCController.h"
@@ -19,16 +20,6 @@
 namespace meridal {
 
 namespace {
-
-std::unique_ptr<SensorsStatCollectorMac>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<SensorsStatCollectorMac>;
-    return instance;
-}
-
-/// A figure fit for a client.
-double finite(double value) { return std::isfinite(value) ? value : 0; }
 
 /// The value of a configuration from the values of its keys.
 template <typename ValueOf>
@@ -67,7 +58,7 @@ SensorsStatCollectorMac::SensorsStatCollectorMac(Context& context, Sources sourc
 
 SensorsStatCollectorMac& SensorsStatCollectorMac::sharedSensorCollector()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SensorsStatCollectorMac>();
     if (!instance) {
         instance = std::make_unique<SensorsStatCollectorMac>(Context::shared(),
             Sources{.smc = SensorSMCController::sharedSMC(),
@@ -79,7 +70,7 @@ SensorsStatCollectorMac& SensorsStatCollectorMac::sharedSensorCollector()
 
 void SensorsStatCollectorMac::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<SensorsStatCollectorMac>();
     if (instance) {
         instance->cleanup();
         instance.reset();
@@ -109,14 +100,30 @@ bool SensorsStatCollectorMac::isKeyValid(const std::string& key)
     return key.starts_with("TG") || (value != noSensor && value != unknownType);
 }
 
+bool SensorsStatCollectorMac::hasKey(const std::string& key)
+{
+    SMCKeyValue data;
+    smc_.dataForKey(key, data);
+    return data.dataType[0] != '\0';
+}
+
 /// Absent where there is no such key, and where it could not be read this time.
 std::optional<float> SensorsStatCollectorMac::readKey(const std::string& key)
 {
+    if (turnReadings_) {
+        if (const auto known = turnReadings_->find(key); known != turnReadings_->end()) {
+            return known->second;
+        }
+    }
     SMCKeyValue data;
     smc_.dataForKey(key, data);
     const float value = Item::convertData(data, origin_);
     const bool isMeasured = data.dataType[0] != '\0' && !smc_.lastReadFailed() && std::isfinite(value);
-    return isMeasured ? std::optional(value) : std::nullopt;
+    const auto reading = isMeasured ? std::optional(value) : std::nullopt;
+    if (turnReadings_) {
+        turnReadings_->emplace(key, reading);
+    }
+    return reading;
 }
 
 /// As valueNow, but absent where a key that it needs was not measured.
@@ -160,7 +167,7 @@ double SensorsStatCollectorMac::valueForSensor(const Item& item)
 
 bool SensorsStatCollectorMac::isPowerKey(const std::string& key) const
 {
-    const SensorChannel* channel = channelForKey(key);
+    const SensorChannel* channel = channelForKey(key.substr(0, 4)); // the SMC goes by the first four
     return sensorKindOfKey(key) == sensorKind::power || (channel && channel->kind == SensorChannelKind::Power);
 }
 
@@ -179,13 +186,16 @@ bool SensorsStatCollectorMac::isPower(const SensorConfiguration& configuration) 
 
 bool SensorsStatCollectorMac::isPower(const Item& item) const
 {
-    return item.source() == Item::Source::SMC && isPower(item.sensorConfig()); // services are temperatures
+    return item.source() == Item::Source::SMC // services are temperatures
+        && (isPowerKey(item.key().value_or("")) || isPower(item.sensorConfig()));
 }
 
 double SensorsStatCollectorMac::averagedPower(const SensorConfiguration& configuration)
 {
     if (!read(configuration)) {
-        return valueNow(configuration); // there is nothing to be learnt from it
+        // Not what valueNow makes of it: a product with a missing factor is the other one, as fine as it is.
+        const bool isOneKey = !configuration.isProduct() && !configuration.average;
+        return isOneKey && !hasKey(configuration.key) ? -1 : 0;
     }
     watch(configuration);
     const auto average = powers_.average(configuration.identity(), context().runtime.monotonicTime());
@@ -214,13 +224,15 @@ void SensorsStatCollectorMac::watch(const SensorConfiguration& configuration)
     }
     SensorConfiguration kept = configuration;
     kept.name.clear();
+    if (kept.average) { // a mean makes do without them, and they need not be read for two minutes
+        std::erase_if(*kept.average, [this](const std::string& key) { return !hasKey(key); });
+    }
     watched_.emplace(identity, Watched{.configuration = std::move(kept), .lastAsked = now});
     begin();
 }
 
-void SensorsStatCollectorMac::sampleWatched()
+void SensorsStatCollectorMac::sampleWatched(double now)
 {
-    const double now = context().runtime.monotonicTime();
     for (auto each = watched_.begin(); each != watched_.end();) {
         const bool isItems = powers_.notedAt(each->first) == now; // an item has come to feed it
         if (isItems || now - each->second.lastAsked > watchedFor) {
@@ -245,14 +257,14 @@ SensorsStatCollectorMac::ServiceValues SensorsStatCollectorMac::readServices()
     for (const Value& reading : arm_.sensors()) {
         const auto key = text(reading, "key");
         const auto value = number(reading, "value");
-        if (key && value) {
+        if (key && value && !isEmptyAverage(*key, *value)) {
             values.emplace(*key, *value);
         }
     }
     return values;
 }
 
-void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services)
+void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services, double now)
 {
     std::optional<double> reading;
     if (item.source() == Item::Source::SMC) {
@@ -261,10 +273,12 @@ void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services)
         reading = service->second;
     }
     if (reading && isPower(item)) {
-        const double now = context().runtime.monotonicTime();
         const std::string identity = item.sensorConfig().identity();
         powers_.note(identity, *reading, now);
         reading = powers_.average(identity, now); // so that nothing kept is finer than what everybody may see
+        if (reading && !isPowerKey(item.key().value_or(""))) {
+            reading = roundedPower(*reading); // the record keeps the key only, which will not tell that it is power
+        }
     }
     if (!reading || !std::isfinite(*reading)) {
         item.setValueMissing();
@@ -277,14 +291,18 @@ void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services)
 void SensorsStatCollectorMac::updateStats()
 {
     followChannels();
+    turnReadings_.emplace();                              // however many figures are made of a key, it is read once
+    const double now = context().runtime.monotonicTime(); // one for all: it tells what this turn has noted
     const SensorItems all = sensors();
     const bool needsServices =
         std::any_of(all.begin(), all.end(), [](const auto& item) { return item->source() == Item::Source::Service; });
     const ServiceValues services = needsServices ? readServices() : ServiceValues();
     for (const auto& item : all) {
-        sample(*item, services);
+        sample(*item, services, now);
     }
-    sampleWatched();
+    sampleWatched(now);
+    turnReadings_.reset();
+    dropUnproven();
     updaterFinishBlock()(*this);
 }
 
@@ -366,46 +384,54 @@ bool SensorsStatCollectorMac::prepareDatabase()
         return false;
     }
     const bool migrated = StatCollector::prepareDatabase();
-    if (context().databases && databaseEnabled()) {
-        context().databases->databaseWithPath(dbpath())->declareTable(sensorLimitsTable());
+    if (const auto file = database()) {
+        file->declareTable(sensorLimitsTable());
+        file->declareTable(keptSensorsTable());
     }
     return migrated;
 }
 
+/// The file of the record, which is made when it is not there; null without one.
+std::shared_ptr<HistoryDatabaseItem> SensorsStatCollectorMac::database()
+{
+    return context().databases && databaseEnabled() ? context().databases->databaseWithPath(dbpath()) : nullptr;
+}
+
 void SensorsStatCollectorMac::loadSeenLimits(std::vector<std::string> keys)
 {
+    if (keys.empty()) {
+        return;
+    }
     prepareDatabase();
-    if (!context().databases || !databaseEnabled() || keys.empty()) {
+    const auto file = database();
+    if (!file) {
         return;
     }
     auto adopt =
         sensorLifetime_.guard([this](const auto& names, const auto& limits) { takeSeenLimits(names, limits); });
     Queue& mainQueue = context().runtime.mainQueue();
-    context().databases->databaseWithPath(dbpath())->queryDatabaseAsync(
-        [keys = std::move(keys), adopt, &mainQueue](SQLiteConnection& database) {
-            mainQueue.post([adopt, keys, limits = readSensorLimits(database, keys)]() mutable { adopt(keys, limits); });
-        });
+    file->queryDatabaseAsync([keys = std::move(keys), adopt, &mainQueue](SQLiteConnection& connection) {
+        mainQueue.post([adopt, keys, limits = readSensorLimits(connection, keys)]() mutable { adopt(keys, limits); });
+    });
 }
 
 void SensorsStatCollectorMac::takeSeenLimits(
-    const std::vector<std::string>& keys, const std::vector<SeenLimits>& limits)
+    const std::vector<std::string>& keys, const std::vector<std::optional<SeenLimits>>& limits)
 {
     for (std::size_t index = 0; index < keys.size() && index < limits.size(); ++index) {
-        if (const auto sensor = sensorWithKey(keys[index])) {
-            sensor->takeStoredLimits(limits[index]);
+        if (const auto sensor = sensorWithKey(keys[index]); sensor && limits[index]) {
+            sensor->takeStoredLimits(*limits[index]);
         }
     }
 }
 
 void SensorsStatCollectorMac::updateRecordedValues()
 {
-    if (!context().databases || !databaseEnabled()) {
-        return;
-    }
     for (const auto& item : sensors()) {
-        if (item->recordedValueChanged()) {
+        const auto file = item->recordedValueChanged() && item->knowsStoredLimits() ? database() : nullptr;
+        if (file) {
             item->setRecordedValueChanged(false);
-            context().databases->databaseWithPath(dbpath())->addItem({.table = sensorLimitsTable().table,
+            file->addItem({.table = sensorLimitsTable().table,
                 .format = updateSensorLimits,
                 .args = {item->lowestRecordedValue(), item->highestRecordedValue(), item->key().value_or("")}});
         }
@@ -416,10 +442,18 @@ void SensorsStatCollectorMac::runDatabaseQueue()
 {
     updateRecordedValues(); // so that they share the transaction of the rows
     StatCollector::runDatabaseQueue();
+    std::vector<std::string> unknown; // the file could not be read, or not be written, when they were new
+    for (const auto& item : sensors()) {
+        if (!item->knowsStoredLimits()) {
+            unknown.push_back(item->key().value_or(""));
+        }
+    }
+    loadSeenLimits(std::move(unknown));
 }
 
 void SensorsStatCollectorMac::cleanup()
 {
+    sensorLifetime_.end();
     updateRecordedValues();
     StatCollector::cleanup();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Lifetime.h"
+#include "collectors/sensors/KeptSensors.h"
 #include "collectors/sensors/PowerAverages.h"
 #include "collectors/sensors/SensorConfiguration.h"
 #include "collectors/sensors/SensorStatCollectorItemMac.h"
@@ -13,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace meridal {
@@ -59,7 +61,8 @@ public:
     Value supportedElectricSensors(const Value& configurations);
     Value supportedFans(const Value& configurations);
     Value supportedArmSensors(const Value& configurations);
-    /// Makes such entries items, or brings their items up to date.
+    /// Makes such entries items, or brings their items up to date. What the host tells by itself stays as the host tells
+    /// it: the record and who may see it finely must not hang on what some client calls it.
     void processSensors(const Value& entries);
     void processFans(const Value& entries);
     void processArmSensors(const Value& entries);
@@ -67,6 +70,8 @@ public:
     void averagePower(Value& entries);
     /// Makes an item of everything that the host tells by itself, and follows it from now on as chips come and go.
     void discover();
+    /// Goes on with what clients asked for in earlier runs; takes effect later.
+    void resumeClientSensors();
     /// Starts to sample, once there is something to be sampled.
     void begin();
 
@@ -111,7 +116,8 @@ public:
     void setIntelSensorsPrepared(bool prepared) { intelSensorsPrepared_ = prepared; }
     Dictionary& intelFrequencySensors() { return intelFrequencySensors_; }
 
-    static constexpr std::size_t mostItems = 1024;
+    static constexpr std::size_t mostItems = 1024; ///< that clients can bring about; the host adds as many at most
+    static constexpr double unprovenFor = 3600;    ///< s that a client's sensor may be without its first value
     static constexpr std::size_t mostWatched = 256;
     static constexpr double watchedFor = 120;     ///< s after the last question
     static constexpr double channelInterval = 10; ///< s between looks for chips that came or went
@@ -123,8 +129,10 @@ private:
         double lastAsked = 0; ///< monotonic s
     };
     using ServiceValues = std::map<std::string, double>;
+    enum class Finder { Host, Client, Record };
 
     // Readings
+    bool hasKey(const std::string& key);
     std::optional<float> readKey(const std::string& key);
     std::optional<double> read(const SensorConfiguration& configuration);
     double valueNow(const SensorConfiguration& configuration);
@@ -132,20 +140,24 @@ private:
     bool isPower(const SensorConfiguration& configuration) const;
     bool isPowerKey(const std::string& key) const;
     ServiceValues readServices();
-    void sample(Item& item, const ServiceValues& services);
-    void sampleWatched();
+    void dropUnproven();
+    void sample(Item& item, const ServiceValues& services, double now);
+    void sampleWatched(double now);
     void watch(const SensorConfiguration& configuration);
 
     // Discovery
     Value electricEntry(const SensorConfiguration& understood, const Value& given);
     std::optional<Value> fanEntry(std::size_t number, const Value& configurations);
     std::string fanNameFromID(const std::string& prefix);
-    void process(const Value& entries, Item::Source source);
+    void process(const Value& entries, SensorRequest request, Finder finder);
+    void keep(const Item& item, SensorRequest request);
+    std::shared_ptr<HistoryDatabaseItem> database();
     void adoptChannels(std::vector<SensorChannel> channels);
     void discoverWithoutChannels();
+    void startToFollowChannels();
     void followChannels();
     void loadSeenLimits(std::vector<std::string> keys);
-    void takeSeenLimits(const std::vector<std::string>& keys, const std::vector<SeenLimits>& limits);
+    void takeSeenLimits(const std::vector<std::string>& keys, const std::vector<std::optional<SeenLimits>>& limits);
 
     SensorSMCController& smc_;
     SensorsARMController& arm_;
@@ -154,9 +166,14 @@ private:
     PowerAverages powers_;
     std::map<std::string, Watched> watched_;        ///< by identity
     std::map<std::string, SensorChannel> channels_; ///< by key
+    /// While the collector samples: what keys have read in this turn.
+    std::optional<std::unordered_map<std::string, std::optional<float>>> turnReadings_;
+    std::map<std::string, double> unproven_; ///< clients' sensors without a value so far: since when, monotonic s
     std::uint64_t channelGeneration_ = 0;
     double nextLook_ = 0; ///< monotonic s
     bool followsChannels_ = false;
+    bool looksLater_ = false;
+    bool hasListedKeys_ = false; ///< of an SMC of its own, which never change
     bool isLogging_ = false;
     bool fanControlSupported_ = false;
     bool loadedIntelSensors_ = false;

@@ -3,9 +3,12 @@
 #include "base/Runtime.h"
 #include "base/Text.h"
 #include "base/Value.h"
+#include "collectors/sensors/SMCSensorKeys.h"
 #include "collectors/sensors/SensorKind.h"
+#include "collectors/sensors/SensorLimits.h"
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
+#include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
 #include "platform/PlatformController.h"
 #include "platform/host/Host.h"
@@ -50,8 +53,6 @@ const Value* configurationOf(const Value& configurations, std::string_view key)
     return nullptr;
 }
 
-double finite(double value) { return std::isfinite(value) ? value : 0; }
-
 std::string shortened(const std::string& name)
 {
     if (name.size() <= longestName) {
@@ -88,6 +89,21 @@ std::string serviceName(const std::string& product)
     return first == std::string::npos ? product : name.substr(first, last - first + 1);
 }
 
+/// Takes limits away that say "none": a disk without a limit says 0 K, or 65535 K, and would have it as its range.
+void dropAbsurdLimits(SensorChannel& channel)
+{
+    constexpr double coldest = -60; // °C
+    constexpr double hottest = 200;
+    if (channel.kind != SensorChannelKind::Temperature) {
+        return;
+    }
+    for (std::optional<double>* limit : {&channel.low, &channel.high, &channel.critical}) {
+        if (*limit && (**limit < coldest || **limit > hottest)) {
+            limit->reset();
+        }
+    }
+}
+
 Value configurationOf(const SensorChannel& channel)
 {
     Value configuration{{"key", channel.key}, {"name", channel.label}};
@@ -98,6 +114,15 @@ Value configurationOf(const SensorChannel& channel)
         configuration["high"] = *high;
     }
     return configuration;
+}
+
+/// Whether a sensor is made of more keys than are sampled for one.
+bool hasTooManyKeys(const Value& entry)
+{
+    const Value* given = find(entry, "config");
+    const SensorConfiguration configuration = parseSensorConfiguration(given ? *given : Value());
+    return (configuration.multiply && configuration.multiply->size() > mostSampledKeys)
+        || (configuration.average && configuration.average->size() > mostSampledKeys);
 }
 
 /// Brings an item up to date with its entry.
@@ -264,42 +289,132 @@ void SensorsStatCollectorMac::averagePower(Value& entries)
 
 // Entries into items
 
-void SensorsStatCollectorMac::process(const Value& entries, Item::Source source)
+void SensorsStatCollectorMac::process(const Value& entries, SensorRequest request, Finder finder)
 {
+    if (finder != Finder::Host && !listOf(entries).empty()) {
+        startToFollowChannels(); // a key of the host's is to be known before a client speaks of it
+    }
     std::vector<std::string> fresh;
     ServiceValues values;
     std::int64_t index = 0;
     for (const Value& entry : listOf(entries)) {
         const std::string key = text(entry, "key").value_or("");
         auto item = std::static_pointer_cast<Item>(itemWithKey(key));
-        if (key.empty() || key.size() > longestName || (!item && items().size() >= mostItems)) {
+        const std::size_t most = finder == Finder::Host ? 2 * mostItems : mostItems;
+        const bool isKnownBetter = (finder != Finder::Host && channels_.contains(key))
+            || (finder == Finder::Record && item && item->isClients());
+        if (isKnownBetter || (finder != Finder::Host && hasTooManyKeys(entry))) {
+            continue;
+        }
+        if (key.empty() || key.size() > longestName || (!item && items().size() >= most)) {
             continue;
         }
         if (!item) {
             item = std::static_pointer_cast<Item>(newItemWithKey(key));
             item->loadAlternateKey();
             fresh.push_back(key);
+            if (finder != Finder::Host) {
+                unproven_.insert_or_assign(key, context().runtime.monotonicTime());
+            }
         }
         item->setExists(true);
-        item->setSource(source);
+        item->setSource(request == SensorRequest::Services ? Item::Source::Service : Item::Source::SMC);
         values[key] = number(entry, "value").value_or(0);
+        const SensorConfiguration before = item->sensorConfig();
         take(*item, entry, index++);
+        const bool wasClients = item->isClients();
+        item->setIsClients(finder == Finder::Client);
+        if (finder == Finder::Client && (!wasClients || before != item->sensorConfig())) {
+            keep(*item, request);
+        }
     }
     if (fresh.empty()) {
         return;
     }
     setChildrenChanged(true);
+    const double now = context().runtime.monotonicTime();
     for (const std::string& key : fresh) {
-        sample(static_cast<Item&>(*itemWithKey(key)), values); // whoever asked sees a value at once
+        sample(static_cast<Item&>(*itemWithKey(key)), values, now); // whoever asked sees a value at once
     }
     loadSeenLimits(std::move(fresh));
 }
 
-void SensorsStatCollectorMac::processSensors(const Value& entries) { process(entries, Item::Source::SMC); }
+void SensorsStatCollectorMac::processSensors(const Value& entries)
+{
+    process(entries, SensorRequest::Sensors, Finder::Client);
+}
 
-void SensorsStatCollectorMac::processFans(const Value& entries) { process(entries, Item::Source::SMC); }
+void SensorsStatCollectorMac::processFans(const Value& entries)
+{
+    process(entries, SensorRequest::Fans, Finder::Client);
+}
 
-void SensorsStatCollectorMac::processArmSensors(const Value& entries) { process(entries, Item::Source::Service); }
+void SensorsStatCollectorMac::processArmSensors(const Value& entries)
+{
+    process(entries, SensorRequest::Services, Finder::Client);
+}
+
+void SensorsStatCollectorMac::keep(const Item& item, SensorRequest request)
+{
+    prepareDatabase();
+    if (const auto file = database()) {
+        file->addItem({.table = keptSensorsTable().table,
+            .format = keepSensor,
+            .args = {item.key().value_or(""), static_cast<std::int64_t>(request), keptForm(item.sensorConfig())}});
+    }
+}
+
+/// Lets go of what clients made up: sensors that have had no value for an hour since they were asked for.
+void SensorsStatCollectorMac::dropUnproven()
+{
+    const double now = context().runtime.monotonicTime();
+    bool isAnyDropped = false;
+    for (auto each = unproven_.begin(); each != unproven_.end();) {
+        const auto item = sensorWithKey(each->first);
+        const bool isProven = !item || item->hasRecorded() || channels_.contains(each->first);
+        if (!isProven && now - each->second <= unprovenFor) {
+            ++each;
+            continue;
+        }
+        if (!isProven) {
+            item->setExists(false);
+            isAnyDropped = true;
+            if (const auto file = database()) {
+                file->addItem({.table = keptSensorsTable().table, .format = forgetSensor, .args = {each->first}});
+                file->addItem(
+                    {.table = sensorLimitsTable().table, .format = removeEmptySensorLimits, .args = {each->first}});
+            }
+        }
+        each = unproven_.erase(each);
+    }
+    if (isAnyDropped) {
+        removeOldItems();
+        setChildrenChanged(true);
+    }
+}
+
+void SensorsStatCollectorMac::resumeClientSensors()
+{
+    prepareDatabase();
+    const auto file = database();
+    if (!file) {
+        return;
+    }
+    auto adopt = sensorLifetime_.guard([this](const KeptSensors& kept) {
+        process(supportedElectricSensors(kept.sensors), SensorRequest::Sensors, Finder::Record);
+        if (!kept.fans.empty()) {
+            process(supportedFans(kept.fans), SensorRequest::Fans, Finder::Record);
+        }
+        if (!kept.services.empty()) {
+            process(supportedArmSensors(kept.services), SensorRequest::Services, Finder::Record);
+        }
+        begin();
+    });
+    Queue& mainQueue = context().runtime.mainQueue();
+    file->queryDatabaseAsync([adopt, &mainQueue](SQLiteConnection& connection) {
+        mainQueue.post([adopt, kept = readKeptSensors(connection, mostItems)]() mutable { adopt(kept); });
+    });
+}
 
 // What the host tells by itself
 
@@ -309,11 +424,9 @@ void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
     Value sensors = Value::array();
     Value fans = Value::array();
     for (SensorChannel& channel : channels) {
+        dropAbsurdLimits(channel);
         const std::string key = channel.key;
-        const bool isClients = !before.contains(key) && itemWithKey(key);
-        if (!isClients) {
-            (channel.kind == SensorChannelKind::Fan ? fans : sensors).push_back(configurationOf(channel));
-        }
+        (channel.kind == SensorChannelKind::Fan ? fans : sensors).push_back(configurationOf(channel));
         channels_.insert_or_assign(key, std::move(channel));
     }
     updateRecordedValues(); // of those that go now
@@ -323,8 +436,8 @@ void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
         }
     }
     removeOldItems();
-    processSensors(supportedElectricSensors(sensors));
-    processFans(supportedFans(fans));
+    process(supportedElectricSensors(sensors), SensorRequest::Sensors, Finder::Host);
+    process(supportedFans(fans), SensorRequest::Fans, Finder::Host);
 }
 
 void SensorsStatCollectorMac::discoverWithoutChannels()
@@ -333,12 +446,20 @@ void SensorsStatCollectorMac::discoverWithoutChannels()
     for (std::size_t index = 0; index < armAverages.size(); ++index) {
         averages.push_back({{"key", armAverages[index].key}, {"name", averageNames[index]}});
     }
-    processArmSensors(supportedArmSensors(averages));
+    const Value services = supportedArmSensors(averages);
+    process(services, SensorRequest::Services, Finder::Host);
+    if (services.empty() && origin_ == SMCOrigin::Own && !std::exchange(hasListedKeys_, true)) {
+        Value named = Value::array(); // by their keys, until a client knows better
+        for (const std::string& key : sensorKeysByLooks(smc_, origin_)) {
+            named.push_back({{"key", key}, {"name", key}});
+        }
+        process(supportedElectricSensors(named), SensorRequest::Sensors, Finder::Host);
+    }
     Value fans = Value::array();
     for (std::size_t fan = 0; fan < mostFans; ++fan) {
         fans.push_back({{"key", fmt::format("F{:X}Ac", fan)}, {"name", fmt::format("Fan {}", fan + 1)}});
     }
-    processFans(supportedFans(fans));
+    process(supportedFans(fans), SensorRequest::Fans, Finder::Host);
 }
 
 void SensorsStatCollectorMac::followChannels()
@@ -348,24 +469,35 @@ void SensorsStatCollectorMac::followChannels()
         return;
     }
     nextLook_ = now + channelInterval;
-    std::vector<SensorChannel> channels = context().host.sensorChannels->channels();
-    if (const std::uint64_t generation = context().host.sensorChannels->generation();
-        generation != channelGeneration_) {
+    // Before the channels: what changes between the two is seen at the next look.
+    const std::uint64_t generation = context().host.sensorChannels->generation();
+    if (generation != channelGeneration_) {
         channelGeneration_ = generation;
-        adoptChannels(std::move(channels));
+        adoptChannels(context().host.sensorChannels->channels());
     }
 }
 
-void SensorsStatCollectorMac::discover()
+void SensorsStatCollectorMac::startToFollowChannels()
 {
     if (!std::exchange(followsChannels_, true)) {
         channelGeneration_ = context().host.sensorChannels->generation() - 1; // whatever it is, it is new
     }
     followChannels();
+}
+
+void SensorsStatCollectorMac::discover()
+{
+    startToFollowChannels();
     if (channels_.empty() && items().empty()) {
         discoverWithoutChannels();
     }
     begin();
+    if (!isLogging_ && !stopped() && !std::exchange(looksLater_, true)) { // the clock, once it runs, looks by itself
+        context().runtime.after(channelInterval, sensorLifetime_.guard([this] {
+            looksLater_ = false;
+            discover();
+        }));
+    }
 }
 
 } // namespace meridal

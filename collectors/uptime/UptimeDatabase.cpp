@@ -25,7 +25,7 @@ const TableSchema recordTable = {.table = "boot_records",
               "length double NOT NULL DEFAULT 0, asleep double NOT NULL DEFAULT 0, state int NOT NULL DEFAULT 0)"};
 
 constexpr int farewellAttempts = 8;       // of 250 ms each: within the 3 s for which the power manager delays a sleep
-constexpr double retryInterval = 15;      // s
+constexpr double writeRetryInterval = 15; // s
 constexpr double vigilInterval = 10;      // s
 constexpr double sleepIsAborted = 2 * 60; // s awake since a farewell: logind and macOS both fall asleep within 30 s
 
@@ -104,8 +104,8 @@ void UptimeDatabase::conclude(bool done, std::optional<double> key)
     if (done) {
         retry_.reset();
     } else {
-        retry_ = context_.runtime.startTimer(
-            context_.runtime.mainQueue(), {.first = retryInterval, .leeway = 1}, [this] { write(std::nullopt, 1); });
+        retry_ = context_.runtime.startTimer(context_.runtime.mainQueue(), {.first = writeRetryInterval, .leeway = 1},
+            [this] { write(std::nullopt, 1); });
     }
 }
 

@@ -1,6 +1,7 @@
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 
 #include "base/Runtime.h"
+#include "base/SharedInstance.h"
 #include "base/Value.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
@@ -19,13 +20,6 @@ const TableSchema boottimes = {.table = "boottimes", .create = "create table %@ 
 const TableSchema identifiers = {
     .table = "boottime_ids", .create = "create table %@ (time double NOT NULL, id varchar(100) NOT NULL)"};
 
-std::unique_ptr<UptimeStatCollectorMac>& sharedInstance()
-{
-    // Never destroyed: at exit the context may go first.
-    static auto& instance = *new std::unique_ptr<UptimeStatCollectorMac>;
-    return instance;
-}
-
 } // namespace
 
 UptimeStatCollectorMac::UptimeStatCollectorMac(Context& context, HistoryDatabaseController& databases)
@@ -39,7 +33,7 @@ UptimeStatCollectorMac::UptimeStatCollectorMac(Context& context, HistoryDatabase
 
 UptimeStatCollectorMac& UptimeStatCollectorMac::sharedUptimeCollector()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<UptimeStatCollectorMac>();
     if (!instance) {
         assert(Context::shared().databases);
         instance = std::make_unique<UptimeStatCollectorMac>(Context::shared(), *Context::shared().databases);
@@ -49,7 +43,7 @@ UptimeStatCollectorMac& UptimeStatCollectorMac::sharedUptimeCollector()
 
 void UptimeStatCollectorMac::cleanupShared()
 {
-    auto& instance = sharedInstance();
+    auto& instance = sharedInstance<UptimeStatCollectorMac>();
     if (instance) {
         instance->cleanup();
         instance.reset();

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 namespace meridal {
 
@@ -14,6 +15,7 @@ struct Peer {
     std::uint32_t uid = 0;
     std::uint32_t gid = 0;
     bool known = false; ///< false: the system did not say; then the peer may measure and nothing more
+    std::vector<std::uint32_t> groups = {}; ///< those besides gid; empty where the system does not tell (macOS)
 };
 
 /// One client as its transport sees it.

@@ -15,7 +15,14 @@ Peer readPeerCredentials(int descriptor)
     if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0 || size != sizeof(credentials)) {
         return {};
     }
-    return {.uid = credentials.uid, .gid = credentials.gid, .known = true};
+    Peer peer{.uid = credentials.uid, .gid = credentials.gid, .known = true};
+    socklen_t bytes = 0; // the first call tells how many there are
+    static_cast<void>(getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, nullptr, &bytes));
+    peer.groups.resize(bytes / sizeof(gid_t));
+    if (bytes != 0 && getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, peer.groups.data(), &bytes) != 0) {
+        peer.groups.clear();
+    }
+    return peer;
 }
 
 #else

@@ -13,6 +13,7 @@
 #include "platform/host/PowerSources.h"
 #include "platform/host/ProcessConnections.h"
 #include "platform/host/ProcessSource.h"
+#include "platform/host/ProcessVisibility.h"
 #include "platform/host/Registry.h"
 #include "platform/host/SMARTDevice.h"
 #include "platform/host/SMCService.h"
@@ -33,6 +34,7 @@ struct Host {
     std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>(); ///< outlives the seams that write it
     std::unique_ptr<MachineInfo> machine;
     std::unique_ptr<ProcessSource> processes;
+    std::unique_ptr<ProcessVisibility> processVisibility;
     std::unique_ptr<DisplayInfo> display;
     std::unique_ptr<DistributedNotifications> distributedNotifications;
     std::unique_ptr<SelfUsage> selfUsage;

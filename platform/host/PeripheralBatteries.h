@@ -21,8 +21,8 @@ struct PeripheralBattery {
     bool bluetooth = false; ///< told by the system's Bluetooth service
 };
 
-/// Batteries of mice, keyboards, headsets and the like. Main queue only. Asking may talk to the devices' drivers, so
-/// ask only for somebody who wants to know.
+/// Batteries of mice, keyboards, headsets and the like. Main queue only. Asking may talk to the devices, so ask only for
+/// somebody who wants to know.
 /// macOS: the I/O registry and the accessories among the power sources. Linux: supplies of scope "Device", and BlueZ.
 class PeripheralBatteries {
 public:
@@ -31,7 +31,7 @@ public:
     virtual ~PeripheralBatteries() = default;
     /// Everything but Logitech's own receivers. Replies once, on the main queue, at once or within seconds.
     virtual void bluetooth(Reply reply) = 0;
-    /// Devices on Logitech's receivers.
+    /// Devices on Logitech's receivers, as they are or as they were when bluetooth() last replied.
     virtual std::vector<PeripheralBattery> logitech() = 0;
 };
 

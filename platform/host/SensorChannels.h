@@ -27,10 +27,10 @@ struct SensorChannel {
 class SensorChannels {
 public:
     virtual ~SensorChannels() = default;
-    /// All channels there are now, by chip and in the chip's order. Also the moment at which chips that came or went are
-    /// looked for.
+    /// All channels there are now, by chip and in the chip's order.
     virtual std::vector<SensorChannel> channels() = 0;
-    /// Changes whenever channels() would answer something else.
+    /// Changes whenever channels() would answer something else. Also the moment at which chips that came or went are
+    /// looked for.
     virtual std::uint64_t generation() = 0;
 };
 

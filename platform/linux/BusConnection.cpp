@@ -10,7 +10,7 @@ namespace meridal {
 
 namespace {
 
-constexpr std::uint64_t patience = 20'000'000; // µs
+constexpr std::uint64_t answerPatience = 20'000'000; // µs
 
 struct BusError {
     BusError() = default;
@@ -91,7 +91,7 @@ Result<BusMessage> BusConnection::call(const Method& method, const Arguments& ar
     }
     BusError error;
     sd_bus_message* answer = nullptr;
-    result = sd_bus_call(bus_.get(), question.get(), patience, &error.error, &answer);
+    result = sd_bus_call(bus_.get(), question.get(), answerPatience, &error.error, &answer);
     if (result < 0) {
         if (errorName) {
             *errorName = error.error.name ? error.error.name : "";

@@ -6,7 +6,7 @@ namespace meridal {
 
 namespace {
 
-constexpr const char* objectPath = "/org/meridal/Daemon";
+constexpr const char* notificationsPath = "/org/meridal/Daemon";
 constexpr const char* interfaceName = "org.meridal.Daemon";
 constexpr std::size_t longestMember = 255; // D-Bus
 
@@ -45,7 +45,7 @@ void BusNotifications::post(const std::string& name)
 {
     const std::string member = memberOf(name);
     if (bus_->handle() && !member.empty()) {
-        sd_bus_emit_signal(bus_->handle(), objectPath, interfaceName, member.c_str(), "");
+        sd_bus_emit_signal(bus_->handle(), notificationsPath, interfaceName, member.c_str(), "");
         bus_->kick();
     }
 }
@@ -75,7 +75,7 @@ void BusNotifications::connected(sd_bus& bus)
 {
     match_ = sd_bus_slot_unref(match_);
     sd_bus_match_signal_async(
-        &bus, &match_, nullptr, objectPath, interfaceName, nullptr,
+        &bus, &match_, nullptr, notificationsPath, interfaceName, nullptr,
         [](sd_bus_message* message, void* self, sd_bus_error*) { return received(message, self); }, nullptr, this);
 }
 

@@ -173,6 +173,23 @@ std::optional<std::string> ataPortNumber(const std::filesystem::path& device, st
     return RootFolder(folder).readLine("ata_port/" + std::string(ata) + "/port_no");
 }
 
+/// Drivers that may have several devices put their own counter into the name: "iwlwifi_1", "mt7921_phy0",
+/// "hidpp_battery_0". It goes by the order of probing.
+std::string_view withoutCounter(std::string_view prefix)
+{
+    const std::size_t last = prefix.find_last_not_of("0123456789");
+    if (last == std::string_view::npos || last == 0 || last + 1 == prefix.size()) {
+        return prefix;
+    }
+    const std::string_view name = prefix.substr(0, last + 1);
+    for (const std::string_view counter : {"_phy", "_"}) {
+        if (name.size() > counter.size() && name.ends_with(counter)) {
+            return name.substr(0, name.size() - counter.size());
+        }
+    }
+    return prefix;
+}
+
 std::optional<HwmonChip> readChip(const RootFolder& root, const std::string& entry)
 {
     HwmonChip chip;
@@ -197,7 +214,7 @@ std::optional<HwmonChip> readChip(const RootFolder& root, const std::string& ent
     const auto place = realPath(root.path(std::string(classFolder) + "/" + entry));
     chip.identity =
         hwmon::stablePath(belowDevices(root, place), [&](std::string_view ata) { return ataPortNumber(place, ata); })
-        + "/" + chip.prefix;
+        + "/" + std::string(withoutCounter(chip.prefix));
     chip.identity = printable(chip.identity);
     chip.name = printable(chip.name);
     return chip;

@@ -3,7 +3,10 @@
 #include "platform/host/SensorChannels.h"
 #include "platform/linux/HwmonSensors.h"
 
+#include <cstdint>
+#include <limits>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace meridal {
@@ -13,10 +16,16 @@ class HwmonSensorChannels final : public SensorChannels {
 public:
     explicit HwmonSensorChannels(std::shared_ptr<HwmonSensors> sensors) : sensors_(std::move(sensors)) { }
     std::vector<SensorChannel> channels() override;
-    std::uint64_t generation() override { return sensors_->generation(); }
+    std::uint64_t generation() override;
 
 private:
+    static constexpr double lookAgainAfter = 60; ///< s
+
     std::shared_ptr<HwmonSensors> sensors_;
+    std::vector<SensorChannel> latest_;
+    /// When to look whether limits that a chip did not tell have come, monotonic s; never when it told all that it has.
+    double lookAgainAt_ = std::numeric_limits<double>::infinity();
+    std::uint64_t limitChanges_ = 0;
 };
 
 } // namespace meridal

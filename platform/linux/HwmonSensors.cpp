@@ -146,6 +146,8 @@ void HwmonSensors::addSensors(const HwmonChip& chip, const SensorsConfig& config
     }
 }
 
+double HwmonSensors::now() const { return runtime_.monotonicTime(); }
+
 std::optional<double> HwmonSensors::value(const HwmonSensor& sensor)
 {
     return figure(sensor, sensor.input, figureGoodFor);

@@ -40,7 +40,7 @@ struct HwmonSensor {
 
 struct HwmonOptions {
     std::filesystem::path root = "/";
-    std::filesystem::path keyFile = {};            ///< where keys are kept; empty keeps none
+    std::filesystem::path keyFile = {};       ///< where keys are kept; empty keeps none
     double patience = 0.1;                    ///< s that a figure is waited for
     std::unique_ptr<SlowWork> work = nullptr; ///< where chips are read; threads of their own when null
 };
@@ -59,6 +59,9 @@ public:
     const std::vector<HwmonSensor>& sensors();
     /// Changes with them.
     std::uint64_t generation();
+
+    /// By the clock that cannot step, s.
+    double now() const;
 
     /// In the unit of the kind: degrees Celsius, rpm, V, A, W. Absent when it cannot be had now.
     std::optional<double> value(const HwmonSensor& sensor);

@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t bufferSize = 32 << 10; // what the kernel fills at the most in one go
 
-double now()
+double stackTime()
 {
     timespec time{};
     ::clock_gettime(CLOCK_MONOTONIC, &time);
@@ -59,7 +59,7 @@ InterfaceStack::InterfaceStack() = default;
 
 InterfaceStack::~InterfaceStack() = default;
 
-void InterfaceStack::expire(double age) { isFresh_ = isFresh_ && now() - readAt_ < age; }
+void InterfaceStack::expire(double age) { isFresh_ = isFresh_ && stackTime() - readAt_ < age; }
 
 bool InterfaceStack::isCarried(const SocketFlow& flow)
 {
@@ -77,7 +77,7 @@ bool InterfaceStack::isCarried(const SocketFlow& flow)
 void InterfaceStack::read()
 {
     isFresh_ = true;
-    readAt_ = now();
+    readAt_ = stackTime();
     links_.clear();
     buffer_.resize(bufferSize);
     if (!dump(RTM_GETLINK, AF_UNSPEC, &InterfaceStack::readLink)

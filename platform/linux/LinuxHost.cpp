@@ -20,6 +20,7 @@
 #include "platform/linux/LogindPowerMessages.h"
 #include "platform/linux/NetlinkInterfaces.h"
 #include "platform/linux/PcapPacketTap.h"
+#include "platform/linux/ProcVisibility.h"
 #include "platform/linux/ProcessSourceChoice.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/SysfsPowerSources.h"
@@ -60,6 +61,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     noteLimitations(options.root, *host->limitations);
     host->machine = std::make_unique<LinuxMachineInfo>(options.root);
     host->processes = makeProcessSource(options, host->limitations);
+    host->processVisibility = std::make_unique<ProcVisibility>(options.root);
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
     host->distributedNotifications = std::make_unique<BusNotifications>(bus);

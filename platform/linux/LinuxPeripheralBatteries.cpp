@@ -1,6 +1,5 @@
 #include "platform/linux/LinuxPeripheralBatteries.h"
 
-#include "base/Runtime.h"
 #include "base/Text.h"
 #include "platform/PowerEntries.h"
 #include "platform/linux/BluezObjects.h"
@@ -35,7 +34,7 @@ bool isOfLogitech(const PowerSupply& supply) { return supply.name().starts_with(
 
 LinuxPeripheralBatteries::LinuxPeripheralBatteries(
     Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<SystemBus> bus)
-    : runtime_(runtime), root_(root), bus_(std::move(bus))
+    : runtime_(runtime), root_(root), bus_(std::move(bus)), queue_(runtime.makeSlowQueue("peripheral batteries"))
 {
 }
 
@@ -66,17 +65,6 @@ PeripheralBattery LinuxPeripheralBatteries::batteryOf(const PowerSupply& supply)
     return battery;
 }
 
-std::vector<PeripheralBattery> LinuxPeripheralBatteries::ofSupplies(bool logitech) const
-{
-    std::vector<PeripheralBattery> batteries;
-    for (const PowerSupply& supply : powerSupplies(root_)) {
-        if (supply.isPeripheralBattery() && isOfLogitech(supply) == logitech) {
-            batteries.push_back(batteryOf(supply));
-        }
-    }
-    return batteries;
-}
-
 std::vector<PeripheralBattery> LinuxPeripheralBatteries::merged(
     std::vector<PeripheralBattery> bluez, const std::vector<PeripheralBattery>& supplies)
 {
@@ -92,28 +80,81 @@ std::vector<PeripheralBattery> LinuxPeripheralBatteries::merged(
     return bluez;
 }
 
-std::vector<PeripheralBattery> LinuxPeripheralBatteries::logitech() { return ofSupplies(true); }
-
-// BlueZ
+std::vector<PeripheralBattery> LinuxPeripheralBatteries::logitech() { return supplies_.logitech; }
 
 void LinuxPeripheralBatteries::bluetooth(Reply reply)
 {
     waiting_.push_back(std::move(reply));
-    if (call_) {
-        return; // the answer on its way is for this one too
+    if (timer_) {
+        return; // the answers on their way are for this one too
     }
-    if (!ask()) {
-        return finish({});
-    }
-    // A bus that goes away leaves the call without an answer.
-    timer_ = runtime_.startTimer(runtime_.mainQueue(), {.first = patience}, [this] { finish({}); });
+    bluez_.clear();
+    // A device may hang, and a bus that goes away leaves the call without an answer.
+    timer_ = runtime_.startTimer(runtime_.mainQueue(), {.first = patience}, [this] { finish(); });
+    askSupplies();
+    askBluez();
 }
 
-/// Asks BlueZ for its objects; false where there is nobody to ask.
-bool LinuxPeripheralBatteries::ask()
+void LinuxPeripheralBatteries::finishWhenComplete()
+{
+    if (!reading_ && !call_) {
+        finish();
+    }
+}
+
+/// With what is known by now: of supplies that do not answer, what they said the last time.
+void LinuxPeripheralBatteries::finish()
+{
+    timer_.reset();
+    call_ = sd_bus_slot_unref(call_);
+    const auto batteries = merged(std::exchange(bluez_, {}), supplies_.others);
+    for (const Reply& reply : std::exchange(waiting_, {})) {
+        reply(batteries);
+    }
+}
+
+// Supplies
+
+LinuxPeripheralBatteries::Supplies LinuxPeripheralBatteries::readSupplies(const RootFolder& root)
+{
+    Supplies found;
+    for (const PowerSupply& supply : powerSupplies(root, SuppliesOf::Devices)) {
+        if (supply.isPeripheralBattery()) {
+            (isOfLogitech(supply) ? found.logitech : found.others).push_back(batteryOf(supply));
+        }
+    }
+    return found;
+}
+
+void LinuxPeripheralBatteries::askSupplies()
+{
+    if (std::exchange(reading_, true)) {
+        return; // one of them still hangs
+    }
+    auto found = std::make_shared<Supplies>();
+    Task finished = lifetime_.guard([this, found] {
+        reading_ = false;
+        supplies_ = std::move(*found);
+        if (timer_) {
+            finishWhenComplete();
+        }
+    });
+    // Holds what it needs, so that it may still hang when this object has gone.
+    queue_->post([root = root_, found = std::move(found), finished = std::move(finished),
+                     &main = runtime_.mainQueue()]() mutable {
+        *found = readSupplies(root);
+        found.reset();
+        main.post(std::move(finished));
+    });
+}
+
+// BlueZ
+
+/// Asks BlueZ for its objects, where there is one.
+void LinuxPeripheralBatteries::askBluez()
 {
     if (!bus_->handle()) {
-        return false;
+        return;
     }
     sd_bus_message* message = nullptr;
     int result = sd_bus_message_new_method_call(
@@ -122,7 +163,7 @@ bool LinuxPeripheralBatteries::ask()
         result = sd_bus_message_set_auto_start(message, 0); // who has no Bluetooth service running wants none
     }
     if (result >= 0) {
-        result = sd_bus_call_async(
+        sd_bus_call_async(
             bus_->handle(), &call_, message,
             [](sd_bus_message* reply, void* self, sd_bus_error*) {
                 static_cast<LinuxPeripheralBatteries*>(self)->answered(reply);
@@ -132,23 +173,14 @@ bool LinuxPeripheralBatteries::ask()
     }
     sd_bus_message_unref(message);
     bus_->kick();
-    return result >= 0;
 }
 
 void LinuxPeripheralBatteries::answered(sd_bus_message* reply)
 {
     const bool refused = sd_bus_message_is_method_error(reply, nullptr) > 0;
-    finish(refused ? std::vector<PeripheralBattery>() : batteriesOfBluez(*reply));
-}
-
-void LinuxPeripheralBatteries::finish(std::vector<PeripheralBattery> bluez)
-{
-    timer_.reset();
+    bluez_ = refused ? Batteries() : batteriesOfBluez(*reply);
     call_ = sd_bus_slot_unref(call_);
-    const auto batteries = merged(std::move(bluez), ofSupplies(false));
-    for (const Reply& reply : std::exchange(waiting_, {})) {
-        reply(batteries);
-    }
+    finishWhenComplete();
 }
 
 } // namespace meridal

@@ -13,10 +13,10 @@ namespace meridal {
 namespace {
 
 constexpr const char* service = "org.freedesktop.login1";
-constexpr const char* objectPath = "/org/freedesktop/login1";
-constexpr const char* managerInterface = "org.freedesktop.login1.Manager";
-constexpr const char* limitation = "sleep-messages";
-constexpr double retryInterval = 30; // s
+constexpr const char* logindPath = "/org/freedesktop/login1";
+constexpr const char* logindInterface = "org.freedesktop.login1.Manager";
+constexpr const char* sleepLimitation = "sleep-messages";
+constexpr double inhibitInterval = 30; // s
 
 LogindPowerMessages& self(void* pointer) { return *static_cast<LogindPowerMessages*>(pointer); }
 
@@ -42,7 +42,7 @@ LogindPowerMessages::LogindPowerMessages(
 {
     if (!bus_->handle()) {
         limitations_->set(
-            limitation, "no sleep or wake is seen: systemd-logind is on the system bus, which is not there");
+            sleepLimitation, "no sleep or wake is seen: systemd-logind is on the system bus, which is not there");
     }
     subscription_ = bus_->onConnected([this](sd_bus& connection) { connected(connection); });
 }
@@ -78,7 +78,7 @@ void LogindPowerMessages::connected(sd_bus& bus)
 {
     dropSlots();
     sd_bus_match_signal_async(
-        &bus, &sleepMatch_, service, objectPath, managerInterface, "PrepareForSleep",
+        &bus, &sleepMatch_, service, logindPath, logindInterface, "PrepareForSleep",
         [](sd_bus_message* message, void* pointer, sd_bus_error*) {
             int sleeping = 0;
             if (sd_bus_message_read(message, "b", &sleeping) >= 0) {
@@ -117,7 +117,7 @@ void LogindPowerMessages::ownerChanged(sd_bus_message& message)
         inhibit();
     } else {
         retry_.reset();
-        limitations_->set(limitation, "no sleep or wake is seen: systemd-logind is not running");
+        limitations_->set(sleepLimitation, "no sleep or wake is seen: systemd-logind is not running");
     }
 }
 
@@ -129,7 +129,7 @@ void LogindPowerMessages::inhibit()
         return;
     }
     const int result = sd_bus_call_method_async(
-        bus_->handle(), &call_, service, objectPath, managerInterface, "Inhibit",
+        bus_->handle(), &call_, service, logindPath, logindInterface, "Inhibit",
         [](sd_bus_message* reply, void* pointer, sd_bus_error*) {
             self(pointer).takeInhibitor(*reply);
             return 0;
@@ -164,15 +164,15 @@ void LogindPowerMessages::takeInhibitor(sd_bus_message& reply)
         return retryLater(std::strerror(errno));
     }
     inhibitor_ = std::move(inhibitor); // an older one is let go only now
-    limitations_->clear(limitation);
+    limitations_->clear(sleepLimitation);
 }
 
 /// An inhibitor that is already held stays.
 void LogindPowerMessages::retryLater(const std::string& reason)
 {
-    limitations_->set(limitation, "no delay before sleep from systemd-logind: " + reason);
+    limitations_->set(sleepLimitation, "no delay before sleep from systemd-logind: " + reason);
     retry_ = runtime_.startTimer(
-        runtime_.mainQueue(), {.first = retryInterval, .leeway = retryInterval / 6}, [this] { inhibit(); });
+        runtime_.mainQueue(), {.first = inhibitInterval, .leeway = inhibitInterval / 6}, [this] { inhibit(); });
 }
 
 void LogindPowerMessages::prepareForSleep(bool sleeping)

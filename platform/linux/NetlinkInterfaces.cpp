@@ -12,7 +12,7 @@ namespace meridal {
 
 namespace {
 
-constexpr const char* limitation = "network-interfaces";
+constexpr const char* interfacesLimitation = "network-interfaces";
 constexpr int mostAttempts = 4;
 constexpr std::size_t mostGone = 4096; // between two readings
 
@@ -45,7 +45,7 @@ NetlinkInterfaces::NetlinkInterfaces(const std::filesystem::path& root, std::sha
 {
     hearsNews_ = news_.join(RTNLGRP_LINK) && news_.join(RTNLGRP_IPV4_IFADDR) && news_.join(RTNLGRP_IPV6_IFADDR);
     if (!questions_.isOpen()) {
-        limitations_->set(limitation, std::string("no netlink socket: ") + std::strerror(questions_.error()));
+        limitations_->set(interfacesLimitation, std::string("no netlink socket: ") + std::strerror(questions_.error()));
     }
 }
 
@@ -55,10 +55,10 @@ const NetworkReading* NetlinkInterfaces::read()
     std::vector<InterfaceRecord> links;
     if (!readLinks(links)) {
         limitations_->set(
-            limitation, std::string("the kernel does not list them: ") + std::strerror(questions_.error()));
+            interfacesLimitation, std::string("the kernel does not list them: ") + std::strerror(questions_.error()));
         return nullptr;
     }
-    limitations_->clear(limitation);
+    limitations_->clear(interfacesLimitation);
     if (addressesStale_ || !hearsNews_) {
         readAddresses();
     }

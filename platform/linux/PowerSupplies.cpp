@@ -1,5 +1,7 @@
 #include "platform/linux/PowerSupplies.h"
 
+#include "platform/linux/HidReportDescriptor.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -54,10 +56,25 @@ std::optional<double> plausibleRate(std::optional<double> rate, double unit, dou
 
 } // namespace
 
+namespace {
+
+/// Whether what the kernel takes for the battery of a device is that of a UPS. It talks to no device.
+bool isOfHidUPS(const RootFolder& root, std::string_view name)
+{
+    const auto descriptor = root.read(fmt::format("{}/{}/device/report_descriptor", folder, name));
+    return descriptor && hasApplication(*descriptor, hidUPS);
+}
+
+} // namespace
+
 PowerSupply::PowerSupply(const RootFolder& root, std::string name) : root_(&root), name_(std::move(name))
 {
     attributes_ = supplyAttributes(root.read(fmt::format("{}/{}/uevent", folder, name_)).value_or(""));
     prepare();
+    if (type_ == "Battery" && ofDevice_ && isOfHidUPS(root, name_)) {
+        type_ = "UPS";
+        ofDevice_ = false;
+    }
 }
 
 PowerSupply::PowerSupply(std::string name, std::string_view uevent)
@@ -244,11 +261,16 @@ std::map<std::string, std::string, std::less<>> supplyAttributes(std::string_vie
     return attributes;
 }
 
-std::vector<PowerSupply> powerSupplies(const RootFolder& root)
+std::vector<PowerSupply> powerSupplies(const RootFolder& root, SuppliesOf owner)
 {
     std::vector<PowerSupply> supplies;
     for (std::string& name : root.list(folder)) {
-        supplies.emplace_back(root, std::move(name));
+        // The one file that every driver answers by itself.
+        const bool ofDevice =
+            root.readLine(fmt::format("{}/{}/scope", folder, name)) == "Device" && !isOfHidUPS(root, name);
+        if (ofDevice == (owner == SuppliesOf::Devices)) {
+            supplies.emplace_back(root, std::move(name));
+        }
     }
     return supplies;
 }

@@ -25,7 +25,7 @@ public:
     /// The battery of something connected to the machine, such as a mouse, that is there and answers.
     bool isPeripheralBattery() const { return type_ == "Battery" && ofDevice_ && present_ && figure("online") != 0; }
     bool isInternalBattery() const { return type_ == "Battery" && !ofDevice_ && present_; }
-    bool isUPS() const { return type_ == "UPS" && !ofDevice_; }
+    bool isUPS() const { return type_ == "UPS" && !ofDevice_ && present_; }
     /// An adapter: mains, USB or wireless.
     bool isExternal() const
     {
@@ -72,7 +72,10 @@ private:
 /// The attributes of a supply's "uevent", by the names of their files: POWER_SUPPLY_CYCLE_COUNT is "cycle_count".
 std::map<std::string, std::string, std::less<>> supplyAttributes(std::string_view uevent);
 
-/// All supplies of this machine, by name.
-std::vector<PowerSupply> powerSupplies(const RootFolder& root);
+enum class SuppliesOf { Machine, Devices };
+
+/// The supplies of this machine, or those of the devices connected to it, by name. The former are read without waking
+/// the latter: what such a device's driver does not know it asks the device for, which may take seconds.
+std::vector<PowerSupply> powerSupplies(const RootFolder& root, SuppliesOf owner);
 
 } // namespace meridal

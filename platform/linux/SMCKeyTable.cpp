@@ -56,7 +56,7 @@ std::uint64_t hashOf(std::string_view text)
     return hash;
 }
 
-bool isKey(std::string_view key)
+bool isStoredKey(std::string_view key)
 {
     const auto isOneOf = [&](std::size_t at, std::string_view set) { return set.find(key[at]) != set.npos; };
     if (key.size() != 4) {
@@ -94,7 +94,7 @@ void SMCKeyTable::read()
     std::ifstream stream(file_, std::ios::binary);
     for (std::string line; std::getline(stream, line);) {
         const std::string key = line.substr(0, 4);
-        if (isKey(key) && line.size() > 5 && line[4] == ' ' && line.size() <= longestIdentity
+        if (isStoredKey(key) && line.size() > 5 && line[4] == ' ' && line.size() <= longestIdentity
             && std::none_of(line.begin(), line.end(), [](char c) { return c >= '\0' && c < ' '; })) {
             give(key, line.substr(5));
         }

@@ -11,7 +11,7 @@ namespace {
 constexpr int deepest = 32;
 constexpr std::size_t mostInstructions = 256;
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDecimal(char c) { return c >= '0' && c <= '9'; }
 
 } // namespace
 
@@ -117,12 +117,12 @@ private:
         double number = 0;
         std::size_t digits = 0;
         std::size_t at = 0;
-        for (; at < rest_.size() && isDigit(rest_[at]); ++at, ++digits) {
+        for (; at < rest_.size() && isDecimal(rest_[at]); ++at, ++digits) {
             number = number * 10 + (rest_[at] - '0');
         }
         if (at < rest_.size() && rest_[at] == '.') {
             double place = 1;
-            for (++at; at < rest_.size() && isDigit(rest_[at]); ++at, ++digits) {
+            for (++at; at < rest_.size() && isDecimal(rest_[at]); ++at, ++digits) {
                 place /= 10;
                 number += place * (rest_[at] - '0');
             }

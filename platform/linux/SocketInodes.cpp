@@ -26,7 +26,7 @@ constexpr std::size_t largeTable = 500;
 constexpr int likelyBudget = 1500;
 constexpr int walkBudget = 1000;
 
-double now()
+double searchTime()
 {
     timespec time{};
     ::clock_gettime(CLOCK_MONOTONIC, &time);
@@ -98,7 +98,7 @@ SocketInodes::SocketInodes(const std::filesystem::path& root) : folder_(root / "
 
 SocketInodes::Answer SocketInodes::find(std::uint64_t inode)
 {
-    const double time = now();
+    const double time = searchTime();
     if (const auto owner = owners_.find(inode); owner != owners_.end()) {
         if (time - owner->second.checked < checkInterval) {
             return {State::Found, owner->second.pid};
@@ -129,14 +129,14 @@ SocketInodes::Answer SocketInodes::find(std::uint64_t inode)
 
 bool SocketInodes::search()
 {
-    const double time = now();
+    const double time = searchTime();
     found_ = 0;
     if (searching_ == 0 || !listProcesses(time)) {
         return false;
     }
     scanLikely(time);
     walkOn(time);
-    if (time >= forgetAt_) {
+    if (time >= forgetAt_ || owners_.size() >= forgetAtSize_) {
         forgetAt_ = time + forgetInterval;
         forget(time);
     }
@@ -273,7 +273,16 @@ void SocketInodes::forget(double time)
 {
     std::erase_if(
         processes_, [this](const auto& entry) { return !std::binary_search(pids_.begin(), pids_.end(), entry.first); });
-    std::erase_if(owners_, [this](const auto& entry) { return !processes_.contains(entry.second.pid); });
+    // A descriptor that was closed, or has another socket now: nobody asks for the old one again.
+    std::erase_if(owners_, [this](const auto& entry) {
+        const auto process = processes_.find(entry.second.pid);
+        if (process == processes_.end()) {
+            return true;
+        }
+        const auto descriptor = process->second.descriptors.find(entry.second.fd);
+        return descriptor == process->second.descriptors.end() || descriptor->second != entry.first;
+    });
+    forgetAtSize_ = std::max(firstForgotten, owners_.size() * 2);
     std::erase_if(wanted_, [time](const auto& entry) {
         return entry.second.absentUntil > 0 && time - entry.second.absentUntil > longestAbsence;
     });

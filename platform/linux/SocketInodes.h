@@ -54,6 +54,8 @@ public:
     std::uint64_t linksRead() const { return linksRead_; }
 
     static constexpr std::size_t mostKnown = 131'072;
+    /// Owners that are kept, closed or not, before it is looked which of them are still there.
+    static constexpr std::size_t firstForgotten = 4096;
 
 private:
     struct Owner {
@@ -96,6 +98,7 @@ private:
     std::size_t walked_ = 0;         ///< processes that the current round of the walk has behind it
     std::uint32_t round_ = 0;
     double forgetAt_ = 0;
+    std::size_t forgetAtSize_ = firstForgotten; ///< of owners_
     std::uint64_t linksRead_ = 0;
 };
 

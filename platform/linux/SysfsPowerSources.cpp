@@ -1,6 +1,9 @@
 #include "platform/linux/SysfsPowerSources.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 namespace meridal {
@@ -24,6 +27,11 @@ void putWhole(Dictionary& into, const char* key, const std::optional<double>& fi
     }
 }
 
+/// s after an announcement: a battery learns later than its adapter that it is unplugged, and may not announce it.
+constexpr std::array secondLooks = {1.0, 3.0};
+/// s that a reading counts as one moment with what is asked next, so that both speak of the same.
+constexpr double sameMoment = 0.1;
+
 /// Firmware that does not know says 0.
 std::optional<double> aboveZero(std::optional<double> figure) { return figure && *figure > 0 ? figure : std::nullopt; }
 
@@ -39,6 +47,12 @@ std::optional<bool> externalPower(const std::vector<PowerSupply>& supplies)
     return adapters ? std::optional(false) : std::nullopt;
 }
 
+bool anyInternal(const std::vector<PowerSupply>& supplies, std::string_view status)
+{
+    return std::any_of(supplies.begin(), supplies.end(),
+        [status](const PowerSupply& supply) { return supply.isInternalBattery() && supply.status() == status; });
+}
+
 /// Whether the machine runs on its batteries: no adapter gives power and, as some adapters have no driver, none of the
 /// batteries is being charged either. Without any adapter known it takes a battery that is being drained.
 bool onBattery(const std::vector<PowerSupply>& supplies)
@@ -47,13 +61,7 @@ bool onBattery(const std::vector<PowerSupply>& supplies)
     if (external.value_or(false)) {
         return false;
     }
-    bool charging = false;
-    bool discharging = false;
-    for (const PowerSupply& supply : supplies) {
-        charging = charging || (supply.isInternalBattery() && supply.status() == "Charging");
-        discharging = discharging || (supply.isInternalBattery() && supply.status() == "Discharging");
-    }
-    return !charging && (discharging || external.has_value());
+    return !anyInternal(supplies, "Charging") && (anyInternal(supplies, "Discharging") || external.has_value());
 }
 
 std::optional<std::string> healthOf(const PowerSupply& supply)
@@ -154,16 +162,24 @@ private:
 
 SysfsPowerSources::SysfsPowerSources(
     Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations)
-    : root_(root), uevents_(std::make_unique<Uevents>(runtime, root, "power_supply", [this] { changed(); }))
+    : runtime_(runtime)
+    , root_(root)
+    , uevents_(std::make_unique<Uevents>(runtime, root, "power_supply", [this] { changed(); }))
 {
     if (!uevents_->isOpen()) {
         limitations->set("power-source-changes", "changes of the power source are not announced: no uevents here");
     }
 }
 
+const std::vector<PowerSupply>& SysfsPowerSources::read()
+{
+    latest_ = Snapshot{.supplies = powerSupplies(root_, SuppliesOf::Machine), .moment = runtime_.monotonicTime()};
+    return latest_->supplies;
+}
+
 std::vector<Dictionary> SysfsPowerSources::descriptions()
 {
-    const std::vector<PowerSupply> supplies = powerSupplies(root_);
+    const std::vector<PowerSupply>& supplies = read();
     const bool battery = onBattery(supplies);
     std::vector<Dictionary> sources;
     for (const PowerSupply& supply : supplies) {
@@ -176,7 +192,8 @@ std::vector<Dictionary> SysfsPowerSources::descriptions()
 
 std::vector<Dictionary> SysfsPowerSources::smartBatteries()
 {
-    const std::vector<PowerSupply> supplies = powerSupplies(root_);
+    const bool isFresh = latest_ && runtime_.monotonicTime() - latest_->moment <= sameMoment;
+    const std::vector<PowerSupply>& supplies = isFresh ? latest_->supplies : read();
     const bool battery = onBattery(supplies);
     std::vector<Dictionary> batteries;
     for (const PowerSupply& supply : supplies) {
@@ -187,7 +204,7 @@ std::vector<Dictionary> SysfsPowerSources::smartBatteries()
     return batteries;
 }
 
-std::optional<bool> SysfsPowerSources::adapterConnected() { return externalPower(powerSupplies(root_)); }
+std::optional<bool> SysfsPowerSources::adapterConnected() { return externalPower(read()); }
 
 std::unique_ptr<PowerSources::Observation> SysfsPowerSources::observe(std::function<void()> changed)
 {
@@ -196,6 +213,24 @@ std::unique_ptr<PowerSources::Observation> SysfsPowerSources::observe(std::funct
 }
 
 void SysfsPowerSources::changed()
+{
+    again_.clear();
+    if (isDoubtful()) {
+        for (const double seconds : secondLooks) {
+            again_.push_back(runtime_.startTimer(runtime_.mainQueue(), {.first = seconds}, [this] { tell(); }));
+        }
+    }
+    tell();
+}
+
+/// A battery that is being charged while all adapters are off: a dock without a driver, or a battery that lags behind.
+bool SysfsPowerSources::isDoubtful()
+{
+    const std::vector<PowerSupply>& supplies = read();
+    return externalPower(supplies) == false && anyInternal(supplies, "Charging");
+}
+
+void SysfsPowerSources::tell()
 {
     const Observers observers = *observers_; // a handler may end any of them
     for (const auto& observer : observers) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Runtime.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/PowerSources.h"
 #include "platform/linux/PowerSupplies.h"
@@ -9,10 +10,10 @@
 #include <filesystem>
 #include <list>
 #include <memory>
+#include <optional>
+#include <vector>
 
 namespace meridal {
-
-class Runtime;
 
 /// Batteries, UPSs and adapters from /sys/class/power_supply, with its uevents as the sign that something changed.
 /// Batteries of devices that are connected to the machine are not its power sources and left out.
@@ -25,13 +26,26 @@ public:
     std::optional<bool> adapterConnected() override;
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 
+    /// A supply was announced as changed: tells the observers. Nobody announces anything for a recorded tree.
+    void changed();
+
 private:
     using Observers = std::list<std::shared_ptr<const std::function<void()>>>;
     class Entry;
-    void changed();
+    /// The supplies at one moment.
+    struct Snapshot {
+        std::vector<PowerSupply> supplies;
+        double moment = 0; ///< s of the clock that cannot step
+    };
+    const std::vector<PowerSupply>& read();
+    void tell();
+    bool isDoubtful();
 
+    Runtime& runtime_;
     RootFolder root_;
+    std::optional<Snapshot> latest_;
     std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
+    std::vector<std::unique_ptr<Timer>> again_; ///< further looks that are due after a change
     std::unique_ptr<Uevents> uevents_;
 };
 

@@ -27,6 +27,7 @@ static_assert(sizeof(ctl_info) == 100 && sizeof(ctl_info::ctl_name) == 96 && siz
 static_assert(PF_SYSTEM == 32 && SYSPROTO_CONTROL == 2 && AF_SYS_CONTROL == 2 && CTLIOCGINFO == 0xC0644E03);
 
 constexpr const char* controlName = "com.apple.network.statistics";
+constexpr int receiveBytes = 1 << 20; ///< what the control gives by itself holds few answers
 
 /// Owns the socket until it is handed on.
 class ControlSocket {
@@ -76,6 +77,8 @@ Result<ControlSocket> createSocket()
         std::fprintf(stderr, "%s\n", failed.error.message.c_str());
         return failed;
     }
+    // Adding all sources brings an answer for each of them within one write. Where this is refused, some are lost.
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &receiveBytes, sizeof(receiveBytes));
     ::fcntl(socket.get(), F_SETFL, O_NONBLOCK);
     ::fcntl(socket.get(), F_SETFD, FD_CLOEXEC);
     return socket;
@@ -94,10 +97,11 @@ public:
     bool write(std::span<const std::uint8_t> request) override
     {
         // The kernel writes its answer while it takes the request, and drops it when there is no room: never let
-        // answers pile up. They are small; the receive buffer holds about 50.
+        // answers pile up.
+        const bool isSent =
+            ::send(socket_.get(), request.data(), request.size(), 0) == static_cast<ssize_t>(request.size());
         drain();
-        const auto size = static_cast<ssize_t>(request.size());
-        return ::send(socket_.get(), request.data(), request.size(), 0) == size;
+        return isSent;
     }
 
 private:

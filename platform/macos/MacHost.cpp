@@ -19,6 +19,7 @@
 #include "platform/macos/MacUserRights.h"
 #include "platform/macos/NoSensorChannels.h"
 #include "platform/macos/NoTrafficCounters.h"
+#include "platform/macos/OpenProcessTable.h"
 #include "platform/macos/PktapPacketTap.h"
 #include "platform/macos/WindowServerDisplayInfo.h"
 
@@ -29,6 +30,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     auto host = std::make_unique<Host>();
     host->machine = std::make_unique<MacMachineInfo>();
     host->processes = std::make_unique<LibprocProcessSource>(host->machine->systemRelease(), *host->limitations);
+    host->processVisibility = std::make_unique<OpenProcessTable>();
     host->display = std::make_unique<WindowServerDisplayInfo>(*host->limitations);
     host->distributedNotifications = std::make_unique<DistributedCenter>(runtime);
     host->selfUsage = std::make_unique<MacSelfUsage>(host->processes->timeBase());

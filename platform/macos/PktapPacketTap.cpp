@@ -59,6 +59,9 @@ private:
     static void take(u_char* user, const pcap_pkthdr* header, const u_char* bytes)
     {
         const auto& loop = *reinterpret_cast<const Loop*>(user);
+        if (loop.finished_) {
+            return; // the rest of a full buffer, which the next capture sees as well
+        }
         loop.sink_->frame({loop.link_, {bytes, header->caplen}, std::max(header->len, header->caplen)});
     }
 

@@ -225,6 +225,39 @@ TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
     daemon->collector->removeDelegate(witness);
 }
 
+TEST_F(BatteryCollectorTest, AUPSThatChangesByItselfIsRecordedAndTimedByItself)
+{
+    const auto describeBoth = [this](const std::string& own, const std::string& other) {
+        Dictionary battery = FakePowerSources::internal(own, false);
+        battery["Name"] = "Pack";
+        const Dictionary ups{
+            {"Name", "UPS"}, {"Type", "UPS"}, {"Transport Type", "USB"}, {"Power Source State", other}};
+        sources().change({battery, ups});
+        machine.runtime.runDue();
+    };
+    const auto suspend = [this](double seconds) {
+        machine.powerMessages().send(PowerMessage::SystemWillSleep);
+        machine.runtime.sleepMachine(seconds);
+        machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
+    };
+    sources().batteries.clear();
+    start();
+    describeBoth("AC Power", "AC Power");
+    machine.runtime.advance(100);
+    suspend(1000);
+    describeBoth("AC Power", "Battery Power");
+    const auto rows = ask(&BatteryKeeper::history, {{"figure", "source"}, {"key", "UPS"}}).value()["rows"];
+    ASSERT_EQ(rows.size(), 2U) << "without anybody asking";
+    EXPECT_EQ(rows[0]["value"], 0);
+    machine.runtime.advance(50);
+    describeBoth("Battery Power", "Battery Power");
+    suspend(1000);
+    machine.runtime.advance(30);
+    const Value state = ask(&BatteryKeeper::state).value()["batteries"];
+    EXPECT_NEAR(state[0]["awakeOnSource"].get<double>(), 30, 0.01);
+    EXPECT_NEAR(state[1]["awakeOnSource"].get<double>(), 80, 0.01) << "its own sleep, and no other's";
+}
+
 TEST_F(BatteryCollectorTest, PeripheralsAreReadOnlyForWhoAsksAndNotTooOften)
 {
     FakePeripheralBatteries& devices = machine.peripherals();

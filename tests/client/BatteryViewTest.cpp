@@ -1,5 +1,7 @@
 #include "client/BatteryView.h"
 
+#include "client/BatteryPlot.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -52,6 +54,35 @@ TEST(BatteryView, WithoutABatteryThereIsOneLine)
                           {{"name", "Pad"}, {"level", "Low"}, {"state", 1}}}}}),
         none
             + "\nConnected devices\nMouse?[2J                     40 %\nPad                           Low, charging\n");
+}
+
+TEST(BatteryView, HistoryIsAStepLineABatteryWithItsChangesBelow)
+{
+    constexpr double day = 86'400;
+    constexpr double now = 1.7e9;
+    const auto row = [](const char* key, double days, double value) {
+        return Value{{"key", key}, {"time", now - days * day}, {"value", value}};
+    };
+    const Value health = {row("A", 10, 80), row("B", 20, 99), row("A", 40, 100), row("B", -5, 1)};
+    const Plot plot = batteryPlot(health, "Health", "%", now);
+    EXPECT_EQ(plot.from, now - 40 * day);
+    ASSERT_EQ(plot.series.size(), 2U);
+    const auto& points = plot.series[0].points;
+    ASSERT_EQ(points.size(), 4U);
+    EXPECT_EQ(points[1].time, now - 10 * day) << "as it was until";
+    EXPECT_EQ(points[1].value, 100);
+    EXPECT_EQ(points[2].value, 80);
+    EXPECT_EQ(points[3].time, now);
+    EXPECT_NEAR(summarise(plot.series[0])->average, 95, 1e-9) << "30 days at 100, 10 at 80";
+    EXPECT_EQ(plot.series[1].points.size(), 2U) << "the future is left out";
+
+    const std::string text = shown({{"batteries", Value::array()}, {"wallTime", now},
+        {"history", {{"health", health}, {"cycles", {row("A", 1, 7)}}}}});
+    EXPECT_NE(text.find("Health  %\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("── A  min 80"), std::string::npos) << text;
+    EXPECT_NE(text.find("┴"), std::string::npos) << text;
+    EXPECT_NE(text.find(" 80 %  A\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("Cycles\n"), std::string::npos) << text;
 }
 
 TEST(BatteryView, AnAnswerOfAnyShapeIsShownWithoutComplaint)

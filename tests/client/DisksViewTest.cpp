@@ -42,6 +42,13 @@ TEST(DisksView, OneLineADiskAndWhatIsWrongBelow)
     EXPECT_THAT(plainText(lines[4]), HasSubstr("1999"));
     EXPECT_THAT(plainText(lines[4]), HasSubstr("failing: spare sectors run out"));
     EXPECT_THAT(shown(disks, true), HasSubstr("477 GiB"));
+
+    Value hopeful = disks[0]; // the disk itself sees nothing wrong
+    hopeful["healthy"] = true;
+    hopeful["problems"].push_back("Pending sectors: 4");
+    const Lines brief = diskLines(Value::array({hopeful}), false);
+    EXPECT_EQ(brief[2][1].style, Style::High);
+    EXPECT_EQ(brief[3][1].style, Style::Warning);
 }
 
 TEST(DisksView, AMachineWithoutDisksGetsOneLine)

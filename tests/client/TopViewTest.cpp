@@ -30,13 +30,13 @@ TopFrame frameOf(TopList list, const Dictionary& envelope)
     return frame;
 }
 
-const Dictionary cpuEnvelope = {{"type", "1"},
+const Dictionary cpuList = {{"type", "1"},
     {"processes",
         {{{"key", "7"}, {"name", "spinner"}, {"c", "150.00"}}, {{"key", "1"}, {"name", "init"}, {"c", "0.25"}}}}};
 
 TEST(TopView, CpuRowsKeepTheDaemonsRankingBelowTheirSum)
 {
-    TopFrame frame = frameOf(TopList::Cpu, cpuEnvelope);
+    TopFrame frame = frameOf(TopList::Cpu, cpuList);
     frame.cores = 4;
     EXPECT_THAT(plain(tableLines(frame, 20, 0)),
         ElementsAre("CPU  2 processes listed use 150.2 % of one core, 37.6 % of all 4",
@@ -95,7 +95,7 @@ TEST(TopView, JsonHasFiguresAsNumbersAndLeavesOutWhatIsAbsent)
     const Dictionary envelope = {{"download", {{{"key", "9"}, {"name", "curl"}, {"d", 12}}}}, {"upload", "none"}};
     EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20),
         (Dictionary{{"list", "network"}, {"processes", {{{"pid", 9}, {"name", "curl"}, {"receivedBytes", 12.0}}}}}));
-    EXPECT_EQ(tableAsJson(readTopTable(TopList::Cpu, cpuEnvelope), 1).at("processes").at(0),
+    EXPECT_EQ(tableAsJson(readTopTable(TopList::Cpu, cpuList), 1).at("processes").at(0),
         (Dictionary{{"pid", 7}, {"name", "spinner"}, {"cpuPercent", 150.0}}));
 }
 
@@ -133,7 +133,7 @@ TEST(TopView, NothingInAnEnvelopeCanBreakTheView)
 
 TEST(TopView, AScreenIsNeverLargerThanTheTerminal)
 {
-    TopFrame frame = frameOf(TopList::Cpu, cpuEnvelope);
+    TopFrame frame = frameOf(TopList::Cpu, cpuList);
     frame.status = {{"version", 6.6}, {"host", "linux"}, {"passes", {{"processes", 180}}}};
     for (const int rows : {0, 1, 2, 3, 4, 5, 24}) {
         for (const int columns : {1, 7, 80}) {
@@ -153,7 +153,7 @@ TEST(TopView, AScreenIsNeverLargerThanTheTerminal)
 
 TEST(TopView, ALostDaemonIsSaidAndTheLastRowsStay)
 {
-    TopFrame frame = frameOf(TopList::Cpu, cpuEnvelope);
+    TopFrame frame = frameOf(TopList::Cpu, cpuList);
     frame.connected = false;
     const auto screen = plain(screenLines(frame, 100, 24, 100));
     EXPECT_THAT(screen[0], HasSubstr("waiting for the daemon"));

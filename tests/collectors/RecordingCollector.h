@@ -11,6 +11,9 @@
 
 namespace meridal::test {
 
+constexpr auto live = StorageIndex::Live;
+constexpr SlotIndex newest{0};
+
 /// A configuration whose values a, b, c sit in slots 0 to 2, and whose identifiers come as "id" or "sample".
 inline Dictionary simpleConfiguration()
 {

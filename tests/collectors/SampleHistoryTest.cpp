@@ -15,10 +15,10 @@ namespace {
 
 using test::FakeMachine;
 using test::historyOf;
+using test::live;
+using test::newest;
 using test::RecordingCollector;
 using test::ringOf;
-
-constexpr auto live = StorageIndex::Live;
 
 struct RawSample {
     std::uint64_t sampleID = 0;

@@ -6,9 +6,10 @@
 namespace meridal {
 namespace {
 
-constexpr auto live = StorageIndex::Live;
+using test::live;
+using test::newest;
+
 constexpr auto full = StorageIndex::Hour; // in a layout of one storage the full store is number 1
-constexpr SlotIndex newest{0};
 
 class StatCollectorItemTest : public testing::Test {
 protected:

@@ -11,11 +11,10 @@ namespace {
 
 using test::FakeMachine;
 using test::historyOf;
+using test::live;
+using test::newest;
 using test::RecordingCollector;
 using test::ringOf;
-
-constexpr auto live = StorageIndex::Live;
-constexpr SlotIndex newest{0};
 
 class StatCollectorTest : public testing::Test {
 protected:

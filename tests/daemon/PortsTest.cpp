@@ -55,6 +55,46 @@ TEST_F(DaemonTest, NamesAreGivenForKnownProcessesOnly)
             .value());
 }
 
+TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
+{
+    machine.processes().set({.pid = 50, .parentPid = 42, .present = ProcessFields::All, .name = "theirs"});
+    machine.processes().set({.pid = 51, .parentPid = 50, .present = ProcessFields::All, .name = "root's again"});
+    machine.processes().set({.pid = 52, .parentPid = 50, .present = ProcessFields::All, .name = "grouped"});
+    machine.visibility().owners = {{50, 1000}, {52, 1000}, {42, 1001}};
+    start();
+    const auto pids = [this](const Peer& peer, bool grouped) {
+        std::vector<int> found;
+        const EnvelopePtr list = daemon->processList(RequestKey::Memory, grouped, peer);
+        for (const Value& entry : list->dictionary()["processes"]) {
+            found.push_back(std::stoi(entry["key"].get<std::string>()));
+        }
+        std::sort(found.begin(), found.end());
+        return found;
+    };
+    const std::vector<int> all = {1, 42, 50, 51, 52};
+    const Peer user{.uid = 1000, .gid = 1000, .known = true};
+    EXPECT_EQ(pids(user, false), all);
+    EXPECT_EQ(daemon->processList(RequestKey::Cpu, false, user),
+        daemon->processList(RequestKey::Cpu, false, {.uid = 1001, .gid = 1001, .known = true}))
+        << "one for everybody";
+    EXPECT_EQ(machine.visibility().asked, 0) << "and it costs nothing";
+
+    machine.visibility().rule = ProcessRestriction{.exemptGroup = 4};
+    machine.runtime.advance(ProcessViews::checkInterval + 3);
+    EXPECT_EQ(pids(user, false), (std::vector<int>{50, 52}));
+    EXPECT_EQ(pids(user, true), std::vector<int>{50}) << "what headed their group is not theirs";
+    EXPECT_EQ(pids({.uid = 1001, .gid = 1001, .known = true}, true), std::vector<int>{42});
+    EXPECT_EQ(pids({.uid = 0, .gid = 0, .known = false}, false), std::vector<int>());
+    EXPECT_EQ(pids({.uid = 0, .gid = 0, .known = true}, false), all);
+    EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), all);
+    EXPECT_EQ(machine.visibility().asked, 5) << "once a process and pass";
+    EXPECT_EQ(
+        daemon->infoForPids(Value::array({42, 50}), user), parseUntrusted(R"([{"name":"theirs","pid":50}])").value());
+    machine.visibility().rule = ProcessRestriction{.exemptGroup = std::nullopt};
+    machine.runtime.advance(ProcessViews::checkInterval + 3);
+    EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), std::vector<int>());
+}
+
 TEST_F(DaemonTest, DisksAreReadOnlyWhileAClientWantsThem)
 {
     int reads = 0;

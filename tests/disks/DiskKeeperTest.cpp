@@ -63,6 +63,24 @@ TEST_F(DiskKeeperTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
     EXPECT_EQ(disks[0]["attributes"].size(), 1U) << "what is wrong, and no more";
 }
 
+TEST_F(DiskKeeperTest, WhoAsksOftenCausesNoMoreReadings)
+{
+    const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
+    ports.loadDisks();
+    for (int second = 0; second < 60; ++second) {
+        ask("null");
+        ask(R"({"after":"S5GX"})");
+        machine.runtime.advance(1);
+    }
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 2 * 2) << "at once and after 30 s, each time twice";
+    ask(R"({"after":"S5GX"})");
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 2 * 2) << "a further page shows what the first one did";
+    const auto late = plugNVMe("root/pci/nvme1", "S5GY");
+    ask("null");
+    machine.registry().announce();
+    EXPECT_EQ((**ask("null"))["disks"][1]["wear"], 3) << "a new one does not wait";
+}
+
 TEST_F(DiskKeeperTest, TheListComesInPagesAndRefusesNonsense)
 {
     for (const char* serial : {"A", "B", "C"}) {
@@ -87,8 +105,17 @@ TEST_F(DiskKeeperTest, HistoryIsOfferedWithoutAskingADisk)
     const auto ata = plugATA("root/ata/sda", "WX1");
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
     EXPECT_EQ(seriesOf("disks"), (std::vector<std::string>{"WX1 WDC WD40EFRX °C", "S5GX FAST 1000 °C"}));
-    EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"S5GX FAST 1000 %"}));
+    EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"WX1 WDC WD40EFRX %", "S5GX FAST 1000 %"}));
     EXPECT_EQ(ata.disk->questions() + nvme.disk->questions(), 0);
+    wanted = true;
+    start();
+    EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"S5GX FAST 1000 %"})) << "it was read and has none";
+    wanted = false;
+    const auto spinning = plugATA("root/ata/sdb", "WX2");
+    spinning.entry->properties["Device Characteristics"]["Medium Type"] = "Rotational";
+    machine.registry().announce();
+    EXPECT_EQ(seriesOf("wear").size(), 1U);
+    EXPECT_EQ(seriesOf("disks").size(), 3U);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "database/SQLiteConnection.h"
 #include "tests/disks/DiskFixture.h"
 
+#include <algorithm>
 #include <map>
 
 namespace meridal::test {
@@ -220,7 +221,7 @@ TEST_F(DiskTest, IdentityComesFromTheRegistryOrElseFromTheDisk)
 
 TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
 {
-    plugATA("root/usb/sda", "SAME");
+    const auto first = plugATA("root/usb/sda", "SAME");
     const auto second = plugATA("root/usb/sdb", "SAME");
     second.disk->data = dataPage({{.attributeID = 194, .raw = 44}});
     start();
@@ -230,6 +231,29 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
     machine.runtime.runDue();
     EXPECT_EQ(collector->items().size(), 2U) << "and stay the same two";
     EXPECT_EQ(item("SAME#2")->bsd(), "sdb");
+
+    unplug(first);
+    EXPECT_EQ(item("SAME"), nullptr);
+    EXPECT_EQ(item("SAME#2")->bsd(), "sdb") << "what stays keeps its record";
+    const auto third = plugATA("root/ata/sda", "SAME"); // found before the second one
+    std::rotate(
+        machine.registry().entries.begin(), machine.registry().entries.end() - 1, machine.registry().entries.end());
+    machine.registry().announce();
+    machine.runtime.runDue();
+    EXPECT_EQ(item("SAME#2")->bsd(), "sdb");
+    EXPECT_EQ(item("SAME")->temperature(), 34);
+
+    unplug(second);
+    third.disk->power = DiskPower::Asleep;
+    machine.smartDevices().disks["root/usb/sdc"] = third.disk;
+    const auto moved = std::make_shared<FakeRegistryEntry>("root/usb/sdc");
+    moved->properties = third.entry->properties;
+    machine.registry().entries = {moved};
+    machine.registry().announce();
+    machine.runtime.runDue();
+    EXPECT_EQ(item("SAME")->state(), DiskState::Asleep);
+    EXPECT_TRUE(item("SAME")->attributes().empty()) << "another place may mean another disk";
+    EXPECT_EQ(item("SAME")->overallStatus(), std::nullopt);
 }
 
 TEST_F(DiskTest, WearIsWhatTheVendorMeansByIt)
@@ -240,11 +264,12 @@ TEST_F(DiskTest, WearIsWhatTheVendorMeansByIt)
         dataPage({{.attributeID = 173, .current = 50}, {.attributeID = 202, .current = 88, .raw = 12}});
     const auto samsung = plugATA("root/ata/sdb", "S1", "Samsung SSD 860 EVO 500GB");
     samsung.disk->identity = identifyPage({.rotation = 1});
+    samsung.entry->properties["Device Characteristics"]["Medium Type"] = "Rotational";
     samsung.disk->data = dataPage({{.attributeID = 177, .current = 95, .raw = 120}});
     plugATA("root/ata/sdc", "W1");
     start();
     EXPECT_EQ(item("C1")->wear(), 12);
-    EXPECT_EQ(item("S1")->wear(), 5);
+    EXPECT_EQ(item("S1")->wear(), 5) << "also behind a bridge that takes it for a disk that spins";
     EXPECT_EQ(item("W1")->wear(), std::nullopt) << "it spins";
     EXPECT_EQ(item("W1")->powerOnSeconds(), 7300 * 3600.0);
 }

@@ -256,7 +256,7 @@ class DisksTest(unittest.TestCase):
         self.assertIs(client.call("exists:"), True)
         before = time.monotonic()
         self.assertEqual(daemon.stop(), 0)
-        self.assertLess(time.monotonic() - before, 1)
+        self.assertLess(time.monotonic() - before, 10)  # the disk would hang for minutes
         client.close()
 
     def test_disks_come_and_go(self):

@@ -155,6 +155,27 @@ TEST(HwmonSMCService, KeysSurviveAnotherOrderOfProbingAndALostTable)
     EXPECT_TRUE(std::filesystem::exists(second.tree.root() / "state/sensor-keys"));
 }
 
+TEST(HwmonSMCService, ACounterInADriversNameIsNoPartOfAKey)
+{
+    const auto keysWith = [](const char* counter) {
+        HwmonMachine machine;
+        int number = 0;
+        for (const char* name : {"iwlwifi_", "mt7921_phy", "hidpp_battery_"}) {
+            const std::string entry = "hwmon" + std::to_string(number++);
+            machine.chip(
+                entry, "platform/" + std::string(name), "", name + std::string(counter), {{"temp1_input", "1"}});
+        }
+        machine.start();
+        std::set<std::string> keys;
+        for (const HwmonSensor& sensor : machine.sensors->sensors()) {
+            keys.insert(sensor.key);
+        }
+        return keys;
+    };
+    EXPECT_EQ(keysWith("1"), keysWith("12"));
+    EXPECT_EQ(keysWith("0").size(), 3U);
+}
+
 TEST(HwmonSMCService, ADamagedTableKeepsWhatIsLegible)
 {
     HwmonMachine machine;
@@ -328,6 +349,23 @@ TEST(HwmonSensorChannels, TellChipsLabelsAndLimits)
     EXPECT_EQ(channels[2].low, -273.15);
     EXPECT_FALSE(laptop.keys().contains("thinkpad-isa-0000 fan2"));
     EXPECT_NEAR(laptop.valueOf("thinkpad-isa-0000 Battery"), 24.69, 1e-5);
+}
+
+TEST(HwmonSensorChannels, ALimitThatCouldNotBeReadComesLater)
+{
+    HwmonMachine machine;
+    addProcessor(machine, "hwmon0");
+    machine.set("hwmon0", "temp1_max", "");
+    machine.start();
+    HwmonSensorChannels channels(machine.sensors);
+    const std::uint64_t generation = channels.generation();
+    EXPECT_FALSE(channels.channels()[0].high);
+    machine.runtime.advance(61);
+    EXPECT_EQ(channels.generation(), generation) << "still none";
+    machine.set("hwmon0", "temp1_max", "100000");
+    machine.runtime.advance(61);
+    EXPECT_NE(channels.generation(), generation);
+    EXPECT_EQ(channels.channels()[0].high, 100);
 }
 
 TEST(HwmonSensorServices, GiveChannelsByLabel)

@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* login = "org.freedesktop.login1";
 constexpr const char* manager = "org.freedesktop.login1.Manager";
-constexpr const char* path = "/org/freedesktop/login1";
+constexpr const char* managerPath = "/org/freedesktop/login1";
 
 /// A logind that gives inhibitors, or refuses them. Serve it on the test's thread.
 class Logind {
@@ -24,7 +24,7 @@ public:
         EXPECT_GE(sd_bus_set_address(bus_, address.c_str()), 0);
         EXPECT_GE(sd_bus_set_bus_client(bus_, 1), 0);
         EXPECT_GE(sd_bus_start(bus_), 0);
-        EXPECT_GE(sd_bus_add_object_vtable(bus_, nullptr, path, manager, methods, this), 0);
+        EXPECT_GE(sd_bus_add_object_vtable(bus_, nullptr, managerPath, manager, methods, this), 0);
         EXPECT_GE(sd_bus_request_name(bus_, login, 0), 0);
     }
     ~Logind() { sd_bus_flush_close_unref(bus_); }
@@ -37,7 +37,7 @@ public:
     }
     void prepareForSleep(int sleeping)
     {
-        EXPECT_GE(sd_bus_emit_signal(bus_, path, manager, "PrepareForSleep", "b", sleeping), 0);
+        EXPECT_GE(sd_bus_emit_signal(bus_, managerPath, manager, "PrepareForSleep", "b", sleeping), 0);
         EXPECT_GE(sd_bus_flush(bus_), 0);
     }
 

@@ -20,7 +20,7 @@ namespace {
 class Message {
 public:
     template <typename Header>
-    Message(std::uint16_t type, const Header& header) : message_(mnl_nlmsg_put_header(memory_.data()))
+    Message(std::uint16_t type, const Header& header)
     {
         message_->nlmsg_type = type;
         *static_cast<Header*>(mnl_nlmsg_put_extra_header(message_, sizeof header)) = header;
@@ -42,7 +42,7 @@ public:
 
 private:
     alignas(8) std::array<char, 4096> memory_{};
-    nlmsghdr* message_;
+    nlmsghdr* message_ = mnl_nlmsg_put_header(memory_.data());
 };
 
 Message link(int index, std::uint16_t type = ARPHRD_ETHER, unsigned flags = IFF_UP)

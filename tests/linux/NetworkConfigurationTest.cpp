@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <linux/rfkill.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace meridal {
@@ -15,22 +16,48 @@ namespace {
 
 using namespace std::string_literals;
 
+/// A recorded process that nothing but its details tells from root's client.
+struct RecordedClient {
+    const char* pid;
+    std::string name;
+    std::string commandLine;
+    const char* program;
+    const char* users = "0\t0\t0\t0";
+    const char* alienSpace = "";
+};
+
+void record(const test::TemporaryTree& tree, const RecordedClient& client)
+{
+    const std::string folder = std::string("proc/") + client.pid;
+    tree.write(folder + "/comm", client.name + "\n");
+    tree.write(folder + "/cmdline", client.commandLine);
+    tree.write(folder + "/status", "Name:\t" + client.name + "\nUid:\t" + client.users + "\n");
+    tree.link(folder + "/exe", client.program);
+    for (const std::string space : {"mnt", "net", "pid"}) {
+        tree.link(folder + "/ns/" + space, space + (space == client.alienSpace ? ":[2]" : ":[1]"));
+    }
+}
+
+void addProgram(const test::TemporaryTree& tree, const char* path, mode_t mode)
+{
+    tree.write(path, "");
+    ASSERT_EQ(::chmod((tree.root() / path).c_str(), mode), 0);
+}
+
 TEST(DhcpClients, RenewTheirLeaseInTheirOwnWay)
 {
     if (::geteuid() != 0) {
-        GTEST_SKIP() << "only root's processes count, and only root can record one";
+        GTEST_SKIP() << "only root's programs count, and only root can record one";
     }
-    const auto dhclient = "dhclient\0-4\0-pf\0/run/dhclient.eth0.pid\0-lf\0/var/lib/eth0.leases\0-I\0eth0\0"s;
-    const auto udhcpc = "udhcpc\0-b\0-i\0usb0\0"s;
-    const auto decoy = "dhclient\0evil0\0"s;
-    const test::TemporaryTree tree{{"proc/41/comm", "dhclient\n"}, {"proc/41/cmdline", dhclient},
-        {"proc/42/comm", "udhcpc\n"}, {"proc/42/cmdline", udhcpc}, {"proc/43/comm", "dhclient\n"},
-        {"proc/43/cmdline", decoy}, {"proc/self/comm", "dhclient\n"}};
-    for (const char* process : {"proc/41", "proc/43"}) {
-        tree.link(std::string(process) + "/exe", "/usr/sbin/dhclient");
-    }
-    tree.link("proc/42/exe", "/bin/busybox");
-    ASSERT_EQ(::chown((tree.root() / "proc/43").c_str(), 65534, 65534), 0);
+    const test::TemporaryTree tree;
+    record(tree, {"self", "meridald", "", "/usr/bin/meridald", "0", "mnt"}); // as the service manager starts it
+    record(tree, {"1", "systemd", "", "/usr/bin/systemd"});
+    record(tree,
+        {"41", "dhclient", "dhclient\0-4\0-pf\0/run/dhclient.eth0.pid\0-lf\0/var/lib/eth0.leases\0-I\0eth0\0"s,
+            "/usr/sbin/dhclient"});
+    record(tree, {"42", "udhcpc", "udhcpc\0-b\0-i\0usb0\0"s, "/bin/busybox"});
+    addProgram(tree, "usr/sbin/dhclient", 0755);
+    addProgram(tree, "bin/busybox", 0755);
     const DhcpClients clients(tree.root());
     const auto eth0 = clients.find("eth0");
     ASSERT_TRUE(eth0);
@@ -39,9 +66,46 @@ TEST(DhcpClients, RenewTheirLeaseInTheirOwnWay)
             {"/usr/sbin/dhclient", "-r", "-pf", "/run/dhclient.eth0.pid", "-lf", "/var/lib/eth0.leases", "eth0"},
             {"/usr/sbin/dhclient", "-4", "-pf", "/run/dhclient.eth0.pid", "-lf", "/var/lib/eth0.leases", "-I",
                 "eth0"}}));
-    EXPECT_EQ(clients.find("usb0")->signalPid, 42);
-    EXPECT_FALSE(clients.find("evil0")) << "an ordinary user's process of that name";
+    const auto usb0 = clients.find("usb0");
+    ASSERT_TRUE(usb0);
+    EXPECT_EQ(usb0->signalPid, 42);
     EXPECT_FALSE(clients.find("eth1"));
+}
+
+TEST(DhcpClients, NoUserCanPassForOne)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root's programs count, and only root can record one";
+    }
+    const test::TemporaryTree tree;
+    record(tree, {"self", "meridald", "", "/usr/bin/meridald"});
+    addProgram(tree, "usr/sbin/dhclient", 0755);
+    addProgram(tree, "usr/bin/passwd", 0755);
+    addProgram(tree, "usr/bin/dhclient", 04755);
+    addProgram(tree, "opt/dhclient", 0775);
+    addProgram(tree, "srv/dhclient", 0755);
+    ASSERT_EQ(::chown((tree.root() / "srv").c_str(), 65534, 65534), 0);
+    addProgram(tree, "home/dhclient", 0755);
+    ASSERT_EQ(::chown((tree.root() / "home/dhclient").c_str(), 65534, 65534), 0);
+    const auto words = "dhclient\0eth0\0"s;
+    const auto isTaken = [&](const RecordedClient& client) {
+        record(tree, client);
+        const bool found = DhcpClients(tree.root()).find("eth0").has_value();
+        tree.remove(std::string("proc/") + client.pid);
+        return found;
+    };
+    EXPECT_TRUE(isTaken({"40", "dhclient", words, "/usr/sbin/dhclient"})) << "what the others are to be told from";
+    EXPECT_FALSE(isTaken({"41", "dhclient", words, "/usr/sbin/dhclient", "1000\t0\t0\t0"})) << "set-uid";
+    EXPECT_FALSE(isTaken({"42", "dhclient", words, "/usr/sbin/dhclient", "1000\t1000\t1000\t1000"}));
+    for (const char* space : {"mnt", "net", "pid"}) {
+        EXPECT_FALSE(isTaken({"43", "dhclient", words, "/usr/sbin/dhclient", "0\t0\t0\t0", space})) << space;
+    }
+    EXPECT_FALSE(isTaken({"44", "dhclient", words, "/usr/bin/passwd"})) << "called by a link of that name";
+    EXPECT_FALSE(isTaken({"45", "dhclient", words, "/usr/bin/dhclient"})) << "a set-uid program";
+    EXPECT_FALSE(isTaken({"46", "dhclient", words, "/opt/dhclient"})) << "a group may write it";
+    EXPECT_FALSE(isTaken({"47", "dhclient", words, "/srv/dhclient"})) << "a user may replace it";
+    EXPECT_FALSE(isTaken({"48", "dhclient", words, "/home/dhclient"})) << "a user's own";
+    EXPECT_FALSE(isTaken({"49", "dhclient", words, "/usr/sbin/dhclient (deleted)"}));
 }
 
 TEST(Rfkill, BlocksWhatIsOnAndFreesWhatIsOff)

@@ -17,6 +17,9 @@ struct Machine {
     void set(const std::string& supply, const std::string& uevent) const
     {
         tree.write("sys/class/power_supply/" + supply + "/uevent", "POWER_SUPPLY_NAME=" + supply + "\n" + uevent);
+        if (uevent.find("SCOPE=Device") != std::string::npos) {
+            setFile(supply + "/scope", "Device");
+        }
     }
     void setFile(const std::string& path, const std::string& text) const
     {
@@ -100,6 +103,50 @@ TEST(PowerSupplyShapes, FirmwareThatDoesNotKnowOrLiesIsNotBelieved)
     EXPECT_EQ(laptop.sources().descriptions().at(0)["Time to Empty"], -1) << "no battery lasts for centuries";
 }
 
+TEST(PowerSupplyShapes, OneReadingServesBothQuestionsAndAsksNoDevice)
+{
+    const Machine laptop;
+    laptop.set("BAT0", "POWER_SUPPLY_TYPE=Battery\nPOWER_SUPPLY_CYCLE_COUNT=1\n");
+    laptop.setFile("mouse/scope", "Device");
+    laptop.set("mouse", "POWER_SUPPLY_TYPE=Battery\n"); // as an internal one, for who reads it
+    auto sources = laptop.sources();
+    EXPECT_EQ(sources.descriptions().size(), 1U);
+    laptop.set("BAT0", "POWER_SUPPLY_TYPE=Battery\nPOWER_SUPPLY_CYCLE_COUNT=2\n");
+    EXPECT_EQ(sources.smartBatteries().at(0)["CycleCount"], 1);
+    laptop.runtime.advance(1);
+    EXPECT_EQ(sources.smartBatteries().at(0)["CycleCount"], 2);
+}
+
+TEST(PowerSupplyShapes, ABatteryThatTheKernelTakesForADevicesMayBeThatOfAUPS)
+{
+    using namespace std::string_literals;
+    const Machine desktop;
+    const auto plug = [&](const std::string& name, const std::string& descriptor) {
+        desktop.set(name,
+            "POWER_SUPPLY_TYPE=Battery\nPOWER_SUPPLY_SCOPE=Device\nPOWER_SUPPLY_STATUS=Discharging\n"
+            "POWER_SUPPLY_CAPACITY=70\n");
+        desktop.tree.write("sys/class/power_supply/" + name + "/device/report_descriptor", descriptor);
+    };
+    // Its own application beside others; as one item of four bytes; and broken off before it says what it is.
+    plug("hid-1-battery",
+        "\x05\x01\x09\x06\xA1\x01\xC0\xFE\x01\x00\x55\x05\x84\x09\x04\xA1\x01\x09\x24\xA1\x00\xC0\xC0"s);
+    plug("hid-2-battery", "\x0B\x04\x00\x84\x00\xA1\x01\xC0"s);
+    plug("hid-3-battery", "\x05\x84\x09\x04\xA1"s);
+    // A mouse that tells of its own battery with controls of that page.
+    plug("hid-4-battery", "\x06\x00\xFF\x09\x14\xA1\x01\x05\x84\x09\x04\x81\x02\x05\x85\x09\x65\x81\x02\xC0"s);
+    auto sources = desktop.sources();
+    const auto found = sources.descriptions();
+    ASSERT_EQ(found.size(), 2U);
+    for (const Dictionary& ups : found) {
+        EXPECT_EQ(ups["Type"], "UPS");
+        EXPECT_EQ(ups["Power Source State"], "Battery Power");
+        EXPECT_EQ(ups["Current Capacity"], 70);
+    }
+    EXPECT_TRUE(sources.smartBatteries().empty());
+    desktop.set("ups", "POWER_SUPPLY_TYPE=UPS\nPOWER_SUPPLY_PRESENT=0\n");
+    EXPECT_EQ(sources.descriptions().size(), 2U) << "not one that is switched off";
+}
+
 TEST(PeripheralBatteries, SuppliesOfDevicesThatAnswer)
 {
     const Machine desk;
@@ -115,14 +162,16 @@ TEST(PeripheralBatteries, SuppliesOfDevicesThatAnswer)
         "POWER_SUPPLY_MODEL_NAME=Bluetooth Keyboard\xFF\n");
     const auto bus = std::make_shared<SystemBus>(desk.runtime, desk.limits, "unix:path=/nonexistent");
     LinuxPeripheralBatteries batteries(desk.runtime, desk.tree.root(), bus);
+    std::vector<PeripheralBattery> others;
+    batteries.bluetooth([&](std::vector<PeripheralBattery> found) { others = std::move(found); });
+    EXPECT_TRUE(others.empty()) << "the devices are asked elsewhere";
+    desk.runtime.runDue();
     const auto logitech = batteries.logitech();
     ASSERT_EQ(logitech.size(), 1U) << "not the one that is switched off";
     EXPECT_EQ(logitech[0].key, "101b-44-d9-3e-9c");
     EXPECT_EQ(logitech[0].level, "Normal");
     EXPECT_FALSE(logitech[0].percent);
-    std::vector<PeripheralBattery> others;
-    batteries.bluetooth([&](std::vector<PeripheralBattery> found) { others = std::move(found); });
-    ASSERT_EQ(others.size(), 1U) << "without a bus, at once";
+    ASSERT_EQ(others.size(), 1U) << "without a bus";
     EXPECT_EQ(others[0].key, "ac:1d:06:00:00:01");
     EXPECT_EQ(others[0].kind, PeripheralKind::Keyboard);
     EXPECT_EQ(others[0].percent, 73);

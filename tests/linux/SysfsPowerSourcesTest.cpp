@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace meridal {
 namespace {
@@ -133,6 +134,34 @@ TEST(SysfsPowerSources, WithoutAnAdapterTheBatteryTells)
     board.set("AC", {{"type", "Mains"}, {"online", "0"}});
     board.set("battery", {{"status", "Charging"}});
     EXPECT_EQ(board.only()["Power Source State"], "AC Power");
+}
+
+TEST(SysfsPowerSources, ABatteryThatLagsBehindItsAdapterIsLookedAtAgain)
+{
+    const Supplies laptop;
+    laptop.set("AC", {{"type", "Mains"}, {"online", "1"}});
+    laptop.set("BAT0", {{"type", "Battery"}, {"status", "Charging"}});
+    SysfsPowerSources sources(laptop.runtime, laptop.tree.root(), laptop.limits);
+    std::vector<std::string> told;
+    const auto observation =
+        sources.observe([&] { told.push_back(text(sources.descriptions().at(0), "Power Source State").value()); });
+    sources.changed();
+    laptop.runtime.advance(10);
+    EXPECT_EQ(told, std::vector<std::string>({"AC Power"})) << "nothing in doubt";
+
+    laptop.set("AC", {{"online", "0"}});
+    sources.changed();
+    laptop.runtime.advance(2);
+    laptop.set("BAT0", {{"status", "Discharging"}}); // which is not announced
+    laptop.runtime.advance(10);
+    EXPECT_EQ(told, std::vector<std::string>({"AC Power", "AC Power", "AC Power", "Battery Power"}));
+
+    laptop.set("BAT0", {{"status", "Charging"}});
+    sources.changed();
+    laptop.set("AC", {{"online", "1"}});
+    sources.changed();
+    laptop.runtime.advance(10);
+    EXPECT_EQ(told.size(), 6U) << "plugged in again, there is no more doubt";
 }
 
 TEST(SysfsPowerSources, WhatIsNoSourceOfTheMachineIsLeftOut)

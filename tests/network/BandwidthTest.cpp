@@ -211,6 +211,23 @@ TEST_F(BandwidthTest, AnInterfaceThatGoesLeavesWhatItCarriedToTheEnd)
     EXPECT_EQ(collector().bandwidthItems().count("en5"), 0U) << "nothing is kept of what went and is stored";
 }
 
+TEST_F(BandwidthTest, ContainersThatCarryNothingLeaveNoName)
+{
+    startDaemon();
+    for (int i = 0; i < 50; ++i) {
+        const std::string name = "veth" + std::to_string(i);
+        machine.network().interface(name).kind = InterfaceKind::Virtual;
+        tick();
+        machine.network().transfer(name, i == 7 ? megabyte : 1000, 0);
+        tick();
+        machine.network().remove(name);
+    }
+    passBoundary();
+    EXPECT_EQ(
+        rows("SELECT interface FROM bandwidth_interface_map"), (std::vector<Dictionary>{{{"interface", "veth7"}}}));
+    EXPECT_EQ(sum("upload"), 1e6);
+}
+
 TEST_F(BandwidthTest, SleepAndTheEndStoreWhatThereIs)
 {
     plugIn("en0");

@@ -105,6 +105,23 @@ TEST_F(NetworkStatCollectorTest, AddressesAreWrittenAsPeopleWriteThem)
     EXPECT_EQ(v6({0x20, 0x01, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0}), "2001:0:0:1::");
 }
 
+TEST_F(NetworkStatCollectorTest, HardwareWithoutAnAddressCountsAsWell)
+{
+    machine.network().interface("eth0").permanentAddress = HardwareAddress{2, 0, 0, 0, 0, 1};
+    machine.network().interface("wwan0").kind = InterfaceKind::Cellular;
+    machine.network().interface("tun0").kind = InterfaceKind::Tunnel;
+    startDaemon();
+    tick();
+    for (const char* name : {"eth0", "wwan0", "tun0"}) {
+        machine.network().transfer(name, 1'000'000, 0);
+    }
+    passBoundary();
+    machine.network().transfer("wwan0", 500'000, 0); // not stored yet
+    tick();
+    EXPECT_EQ(totals(Value::object())["upload"], 2.5e6);
+    EXPECT_EQ(totals({{"interfaces", "all"}})["upload"], 3.5e6);
+}
+
 TEST_F(NetworkStatCollectorTest, InterfacesComeInBoundedPages)
 {
     startDaemon();
@@ -157,7 +174,7 @@ TEST_F(NetworkStatCollectorTest, TotalsAddUpByTimeAndThingInPages)
     ::tzset();
     machine.network().interface("wlan0").kind = InterfaceKind::WiFi;
     machine.network().interface("wlan0").permanentAddress = HardwareAddress{2, 0, 0, 0, 0, 1};
-    machine.network().interface("lo");
+    machine.network().interface("lo").kind = InterfaceKind::Loopback;
     startDaemon();
     tick();
     for (int day = 0; day < 8; ++day) {

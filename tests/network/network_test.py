@@ -12,6 +12,7 @@ import socket
 import sqlite3
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
@@ -134,8 +135,10 @@ class NetworkTest(unittest.TestCase):
             self.skipTest("only root's DHCP clients count")
         mock = self.mock(SYSTEMD, SYSTEMD_PATH, "--system", SYSTEMD, SYSTEMD_PATH, SYSTEMD + ".Manager")
         mock.AddMethod(SYSTEMD + ".Manager", "StartTransientUnit", "ssa(sv)a(sa(sv))", "o", "ret = '/job/1'")
-        program = os.path.join(self.root, "dhclient")  # its own name is what the kernel knows it by
-        os.link("/usr/bin/tail", program) if os.stat("/usr/bin/tail").st_dev == os.stat(self.root).st_dev else \
+        trusted = tempfile.TemporaryDirectory()  # root's alone, as self.root is not
+        self.addCleanup(trusted.cleanup)
+        program = os.path.join(trusted.name, "dhclient")  # its own name is what the kernel knows it by
+        os.link("/usr/bin/tail", program) if os.stat("/usr/bin/tail").st_dev == os.stat(trusted.name).st_dev else \
             subprocess.run(["cp", "/usr/bin/tail", program], check=True)
         open(os.path.join(self.root, "lo"), "w").close()
         self.children.append(subprocess.Popen([program, "-f", "lo"], cwd=self.root))

@@ -131,6 +131,23 @@ TEST_F(FlowTableTest, AConnectionThatWaitsToBeAcceptedIsNotYetTheKernels)
     EXPECT_EQ(bytes(batch.kernel), 100);
 }
 
+TEST_F(FlowTableTest, AFlowWithoutASocketMayGetOneSoon)
+{
+    const auto flowsFor = [this](double seconds) {
+        for (double passed = 0; passed < seconds; ++passed) {
+            table.count(received(5000));
+            settle(1);
+        }
+    };
+    owners.byPort[5000] = {Kind::None};
+    flowsFor(100);
+    EXPECT_EQ(bytes(batch.unattributed), 10'000);
+    EXPECT_LT(owners.questions, 100) << "not with every batch";
+    owners.byPort[5000] = {Kind::Process, 42};
+    flowsFor(3);
+    EXPECT_GE(pidBytes(42), 100);
+}
+
 TEST_F(FlowTableTest, TheLastFramesOfAClosedConnectionAreItsProcesss)
 {
     owners.byPort[5000] = {Kind::Process, 42};

@@ -68,6 +68,22 @@ TEST_F(PacketStatCollectorTest, ChangesOfTheNetworkReplaceTheCaptureAndLoseNothi
     EXPECT_TRUE(machine.packetTap().running.empty());
 }
 
+TEST_F(PacketStatCollectorTest, TheLastBatchOfACaptureCountsAndNothingAfterIt)
+{
+    packets.startCaputure();
+    const auto sink = machine.packetTap().running[0]->sink;
+    const Frame frame = tapped(42, 1, 1000);
+    sink->frame(captured(LinkType::Pktap, frame, 2000)); // a batch is under way
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    sink->frame(captured(LinkType::Pktap, frame, 2000)); // and the new capture sees this one too
+    deliver(frame);
+    sink->endBatch();
+    packets.process();
+    EXPECT_EQ(item(42).networkDownload(), 2000);
+    packets.process();
+    EXPECT_EQ(item(42).networkDownload(), 0);
+}
+
 TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
 {
     machine.processConnections().rows = {{42, 5000, 80}, {43, 80, 5000}};
@@ -86,6 +102,9 @@ TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
     packets.process();
     EXPECT_EQ(item(43).networkDownload(), 600);
     EXPECT_EQ(item(42).networkUpload(), 0) << "its connection is gone";
+    EXPECT_EQ(packets.statistics().frames, 2U);
+    packets.stopCapture();
+    EXPECT_EQ(packets.statistics().frames, 2U) << "the same after the end";
     machine.packetTap().refusal = "no such interface";
     EXPECT_LT(packets.captureInterface({.bsd = "en9", .mac = {}}), 0);
 }
@@ -102,6 +121,8 @@ TEST_F(PacketStatCollectorTest, WithoutTheRightTheKernelsCountersServe)
     machine.packetTap().refusal = "Operation not permitted";
     ports.startCapture();
     ports.startCapture();
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    EXPECT_EQ(machine.packetTap().refused, 2) << "as often as it was asked for, whatever the network does";
     ports.processCapture();
     EXPECT_EQ(told, std::vector<std::string>{"packet-capture"}) << "said once";
     EXPECT_TRUE(statistics.isStarted());
@@ -118,6 +139,12 @@ TEST_F(PacketStatCollectorTest, WithoutTheRightTheKernelsCountersServe)
     machine.packetTap().running[0]->sink->failed("the tap is gone");
     ports.processCapture();
     EXPECT_TRUE(statistics.isStarted()) << "also when it ends by itself";
+    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    deliver(tapped(42, 1, 500));
+    ports.processCapture();
+    EXPECT_FALSE(statistics.isStarted()) << "one source at a time";
+    EXPECT_EQ(item(42).networkDownload(), 500);
+    EXPECT_TRUE(machine.host.limitations->all().empty());
     ports.stopCapture();
     EXPECT_EQ(keeper.describe()["source"], "none");
 }

@@ -152,8 +152,30 @@ TEST_F(SensorsTest, ServicesAndTheirAverages)
     EXPECT_TRUE(collector().sensorWithKey("pACC MTR Temp Sensor1")->hasValue())
         << "its first letter is no kind: services are temperatures";
 
+    temperatures.clear();
+    machine.runtime.advance(4);
+    EXPECT_FALSE(collector().sensorWithKey("AS_PERF_AVG")->hasValue()) << "not 0 degrees";
+    EXPECT_EQ(collector().sensorWithKey("AS_PERF_AVG")->lowestRecordedValue(), 45);
+
     machine.sensorServices().services[{0xFF08, 3}] = {{"VDD", 12'000.0}};
     EXPECT_EQ(daemon->arm.sensors(armSensorsMatching(0xFF08, 3), 25)[0]["value"], 12.0);
+}
+
+TEST_F(SensorsTest, AnSMCThatNobodyNamesIsListedByItsKeys)
+{
+    smc().set("TC0P", "sp78", {0x29, 0x80});
+    smc().setFloat("VC0C", 1.25F);
+    smc().setFloat("PC0C", 0); // not fitted
+    smc().setFloat("TZ0C", -120);
+    smc().set("TCNT", "ui8 ", {5});
+    smc().setFloat("BTMP", 30);
+    smc().setFloat("IC0C", 3);
+    smc().keys["IC0C"].readFails = true;
+    start();
+    EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "VC0C"));
+    daemon->ports.supportedElectricSensors(json(R"([{"key":"TC0P","name":"CPU Proximity"}])"), PowerDetail::Averaged);
+    EXPECT_EQ(list()[0]["name"], "CPU Proximity");
+    EXPECT_EQ(list()[1]["name"], "VC0C");
 }
 
 TEST_F(SensorsTest, ItemsAreBounded)
@@ -167,6 +189,43 @@ TEST_F(SensorsTest, ItemsAreBounded)
     EXPECT_THAT(daemon->ports.supportedElectricSensors(given, PowerDetail::Averaged), SizeIs(3000));
     EXPECT_THAT(collector().items(), SizeIs(SensorsStatCollectorMac::mostItems));
     EXPECT_LE(collector().sensors().front()->name().size(), 256U);
+
+    machine.sensorChannels().change({{"TC1P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, {}}});
+    smc().setFloat("TC1P", 41);
+    smc().generation++;
+    machine.runtime.advance(12);
+    EXPECT_TRUE(collector().sensorWithKey("TC1P")) << "clients leave room for what the host has";
+    const auto before = smc().count(SMCCommand::ReadKey);
+    machine.runtime.advance(2);
+    EXPECT_EQ(smc().count(SMCCommand::ReadKey) - before, 2) << "each key once, however many figures are made of it";
+}
+
+TEST_F(SensorsTest, WhatClientsMakeUpIsForgottenAfterAnHour)
+{
+    smc().setFloat("TC0P", 40);
+    start();
+    const Value given = json(R"([{"key":"TC0P"},{"key":"XA01","average":["TXXX"]}])");
+    daemon->ports.supportedElectricSensors(given, PowerDetail::Averaged);
+    machine.runtime.advance(SensorsStatCollectorMac::unprovenFor - 10);
+    EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "XA01"));
+    machine.runtime.advance(20);
+    EXPECT_THAT(keysOf(list()), ElementsAre("TC0P"));
+    daemon.reset();
+    EXPECT_THAT(rows("select * from client_sensors"), SizeIs(1));
+    EXPECT_THAT(rows("select * from sensor_limits"), SizeIs(1));
+}
+
+TEST_F(SensorsTest, AFigureOfManyKeysIsAnsweredButNotSampled)
+{
+    smc().setFloat("TC0P", 40);
+    start();
+    const auto meanOf = [](std::size_t keys) {
+        return Value{{"key", "XA" + std::to_string(keys)}, {"average", std::vector<std::string>(keys, "TC0P")}};
+    };
+    const Value given = Value::array({meanOf(mostSampledKeys), meanOf(mostSampledKeys + 1)});
+    EXPECT_THAT(daemon->ports.supportedElectricSensors(given, PowerDetail::Averaged), SizeIs(2));
+    EXPECT_EQ(ask(given[1]), 40);
+    EXPECT_THAT(collector().items(), SizeIs(1));
 }
 
 } // namespace

@@ -82,6 +82,14 @@ TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
     for (const Value& disguise : disguises) {
         EXPECT_EQ(ask(disguise), 0) << disguise;
     }
+    smc().setFloat("P4AB", 30'000'000);
+    smc().setFloat("P5AB", 31);
+    smc().keys["P5AB"].readFails = true;
+    for (const char* unreadable : {R"({"multiply":["P4AB","ZZZZ"],"type":"watts"})", R"({"key":"P5AB"})",
+             R"({"average":["ZZZZ"],"key":"P4AB","type":5})"}) {
+        EXPECT_EQ(ask(json(unreadable)), 0) << unreadable;
+    }
+    EXPECT_EQ(ask(json(R"({"multiply":["P4AB","ZZZZ"]})")), -1) << "no product, and no key";
     machine.runtime.advance(6);
     for (const Value& disguise : disguises) {
         const double seen = ask(disguise);
@@ -94,6 +102,38 @@ TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
     EXPECT_EQ(smc().count(SMCCommand::ReadKey), before) << "what nobody asks for any more is no longer read";
 }
 
+TEST_F(SensorsTest, AClientsWordsChangeNothingThatTheHostFound)
+{
+    emulate();
+    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, 90.0, {}},
+        {"TXPW", "chip-1", "Package", SensorChannelKind::Power, {}, {}, {}}});
+    smc().setFloat("TC0P", 42);
+    smc().setFloat("TXPW", 10.06F);
+    const Value given = json(R"([{"key":"TC0P","name":"mine","average":["TXPW"],"type":5,"low":1,"high":2},
+        {"key":"TXPW","average":["TC0P"],"type":0},{"key":"TX01","average":["TXPW"],"type":0}])");
+    for (const bool isAskedFirst : {true, false}) {
+        start();
+        if (!isAskedFirst) {
+            list();
+        }
+        const Value entries = daemon->ports.supportedElectricSensors(given, PowerDetail::Averaged);
+        daemon->ports.supportedArmSensors(given);
+        ASSERT_THAT(keysOf(entries), testing::ElementsAre("TC0P", "TXPW", "TX01"));
+        EXPECT_EQ(entries[0]["config"], given[0]);
+        EXPECT_EQ(entries[0]["high"], 2.0);
+        machine.runtime.advance(10);
+        const auto cpu = collector().sensorWithKey("TC0P");
+        EXPECT_EQ(cpu->value(), 42);
+        EXPECT_EQ(cpu->high(), 90);
+        EXPECT_EQ(cpu->name(), "CPU");
+        EXPECT_NEAR(collector().sensorWithKey("TXPW")->value(), 10.06, 1e-6);
+        EXPECT_TRUE(
+            collector().isPower(static_cast<const SensorStatCollectorItemMac&>(*collector().sensorWithKey("TXPW"))));
+        const double made = collector().sensorWithKey("TX01")->value();
+        EXPECT_NEAR(made, 10.1, 1e-9) << "its record does not tell that it is power";
+    }
+}
+
 TEST_F(SensorsTest, ListsAndHistoryAreAsCoarse)
 {
     emulate();
@@ -103,6 +143,7 @@ TEST_F(SensorsTest, ListsAndHistoryAreAsCoarse)
     EXPECT_EQ(list()[0]["value"], nullptr);
     Value entries = daemon->ports.supportedElectricSensors(json(R"([{"key":"TXPW"}])"), PowerDetail::Averaged);
     EXPECT_EQ(entries[0]["value"], 0) << "told by the host, whatever the key's letter";
+    EXPECT_EQ(ask(json(R"({"key":"TXPWX"})")), 0) << "the same key to the SMC";
     machine.runtime.advance(10);
     smc().setFloat("TXPW", 90.06F);
     machine.runtime.advance(2);

@@ -1,9 +1,12 @@
+#include "collectors/sensors/SensorLimits.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/transport/Link.h"
+#include "database/SQLiteConnection.h"
 #include "tests/sensors/SensorsFixture.h"
 
 #include <gmock/gmock.h>
 
+#include <map>
 #include <optional>
 
 namespace meridal::test {
@@ -101,12 +104,44 @@ TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
     EXPECT_EQ(item->highestRecordedValue(), 90);
     daemon.reset();
 
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    daemon.reset(); // before it knows what there is
+    EXPECT_EQ(rows("select low, high from sensor_limits"), (std::vector<Dictionary>{{{"low", 30.0}, {"high", 90.0}}}));
+
     rows("update sensor_limits set low = 0, high = 20");
     start();
     daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
     machine.runtime.advance(4);
     EXPECT_EQ(collector().sensorWithKey("TC0P")->lowestRecordedValue(), 50) << "0 says that nothing was seen";
     EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 50);
+}
+
+TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
+{
+    SQLiteConnection database;
+    EXPECT_FALSE(readSensorLimits(database, "TC0P")) << "not open";
+    ASSERT_TRUE(database.openInMemory());
+    ASSERT_TRUE(database.execute("create table sensor_limits (uuid, low, high)"));
+    EXPECT_FALSE(readSensorLimits(database, "TC0P")) << "no row, and nothing to make it from";
+    ASSERT_TRUE(database.execute("insert into sensor_limits values ('TC0P', 30, 90)"));
+    const auto limits = readSensorLimits(database, std::vector<std::string>{"TC1P", "TC0P"});
+    EXPECT_FALSE(limits.at(0));
+    EXPECT_EQ(limits.at(1)->high, 90);
+
+    // A file that answers late: the reading lost meanwhile is asked for again with the rows of the record.
+    smc().setFloat("TC0P", 40);
+    start();
+    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    machine.runtime.advance(4);
+    rows("alter table hour_sensorhistory rename to elsewhere");
+    daemon->ports.supportedElectricSensors(json(R"([{"key":"XA01","average":["TC0P"]}])"), PowerDetail::Averaged);
+    machine.runtime.advance(4);
+    EXPECT_TRUE(collector().sensorWithKey("TC0P")->knowsStoredLimits());
+    EXPECT_FALSE(collector().sensorWithKey("XA01")->knowsStoredLimits());
+    rows("alter table elsewhere rename to hour_sensorhistory");
+    machine.runtime.advance(60);
+    EXPECT_TRUE(collector().sensorWithKey("XA01")->knowsStoredLimits());
 }
 
 TEST_F(SensorsTest, WithoutARowTheHighestIsThatOfHistory)
@@ -164,17 +199,60 @@ TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
     EXPECT_EQ((*answer)->at("unit"), "°C");
 }
 
+TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
+{
+    smc().setFloat("FNum", 2);
+    for (const char* key : {"TC0P", "TC1P", "F0Ac", "F1Ac", "VC0C", "IC0C"}) {
+        smc().setFloat(key, 4000);
+    }
+    machine.sensorServices().services[{0xFF00, 5}] = {{"eACC1", 50.0}};
+    start();
+    daemon->ports.supportedElectricSensors(json(R"([{"key":"TC0P","name":"CPU","low":10,"high":90,"type":0},
+        {"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},{"key":"XA01","average":["TC0P","","TC1P"]}])"),
+        PowerDetail::Averaged);
+    daemon->ports.supportedFans(json(R"([{"key":"F1Ac","name":"Left"}])"));
+    daemon->ports.supportedArmSensors(json(R"([{"key":"AS_EFF_AVG","name":"Slow cores","high":110}])"));
+    machine.runtime.advance(10);
+    std::map<std::string, SensorConfiguration> before;
+    for (const auto& item : collector().sensors()) {
+        before.emplace(*item->key(), item->sensorConfig());
+    }
+    ASSERT_THAT(before, SizeIs(6));
+    daemon.reset();
+    const auto kept = rows("select * from client_sensors order by uuid");
+    EXPECT_THAT(kept, SizeIs(6));
+
+    rows("update client_sensors set config = '{' where uuid = 'eACC1'");
+    start();
+    machine.runtime.advance(10);
+    EXPECT_EQ(daemon->made, 1);
+    for (const auto& [key, configuration] : before) {
+        const auto item = collector().sensorWithKey(key);
+        ASSERT_TRUE(item) << key;
+        EXPECT_TRUE(item->hasValue()) << key;
+        if (key != "eACC1") {
+            EXPECT_EQ(item->sensorConfig(), configuration) << key;
+        }
+    }
+    EXPECT_EQ(collector().sensorWithKey("F1Ac")->name(), "Left");
+    EXPECT_EQ(collector().sensorWithKey("TC0P")->low(), 10);
+}
+
 TEST_F(SensorsTest, ChipsComeAndGo)
 {
     emulate();
     const SensorChannel first{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, 100.0};
     const SensorChannel second{"Vabc", "chip-2", "5V", SensorChannelKind::Voltage, 4.5, 5.5, {}};
-    machine.sensorChannels().change({first, second});
+    const SensorChannel disk{"Tabc", "chip-3", "Disk", SensorChannelKind::Temperature, -273.15, 65261.85, 84.75};
+    machine.sensorChannels().change({first, second, disk});
+    smc().setFloat("Tabc", 40);
     smc().setFloat("TC0P", 42);
     smc().setFloat("Vabc", 5);
     start();
     const Value all = list();
-    ASSERT_THAT(keysOf(all), ElementsAre("TC0P", "Vabc"));
+    ASSERT_THAT(keysOf(all), ElementsAre("TC0P", "Vabc", "Tabc"));
+    EXPECT_EQ(all[2]["low"], 0.0);
+    EXPECT_EQ(all[2]["high"], 84.75) << "limits of none";
     EXPECT_EQ(all[1],
         (Value{{"key", "Vabc"}, {"chip", "chip-2"}, {"name", "5V"}, {"kind", "voltage"}, {"unit", "V"}, {"value", 5.0},
             {"low", 4.5}, {"high", 5.5}, {"fixed", true}, {"critical", nullptr}, {"lowest", 5.0}, {"highest", 5.0}}));
@@ -207,7 +285,16 @@ TEST_F(SensorsTest, AMachineWithoutSensorsAnswersEmpty)
     EXPECT_EQ(daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged), Value::array());
     EXPECT_EQ(ask(json(R"({"key":"PC0C"})")), -1);
     machine.runtime.advance(60);
-    EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "sensors.db")) << "nor does it wake up for it";
+    EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "sensors.db"));
+
+    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, {}}});
+    smc().present = true;
+    daemon->smc.openIfNeeded();
+    smc().setFloat("TC0P", 42);
+    smc().generation++;
+    machine.runtime.advance(SensorsStatCollectorMac::channelInterval + 3);
+    const auto first = collector().sensorWithKey("TC0P");
+    EXPECT_TRUE(first && first->hasValue()) << "the first chip is found without being asked for again";
 }
 
 } // namespace

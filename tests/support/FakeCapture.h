@@ -54,6 +54,7 @@ public:
     std::string refusal; ///< why a capture cannot begin; empty: it can
     bool follows = false;
     int begun = 0;
+    int refused = 0;
 
 private:
     struct Ending final : Capture {
@@ -67,6 +68,7 @@ private:
     Result<std::unique_ptr<Capture>> begin(const std::string& name, std::shared_ptr<Sink> sink)
     {
         if (!refusal.empty()) {
+            ++refused;
             return unexpected(ErrorCode::NotPermitted, refusal);
         }
         ++begun;

@@ -72,6 +72,21 @@ private:
     std::map<std::int32_t, std::string> names_;
 };
 
+/// Shows the processes to everybody, or to each user their own.
+class FakeProcessVisibility final : public ProcessVisibility {
+public:
+    std::optional<ProcessRestriction> restriction() override { return rule; }
+    std::optional<std::uint32_t> ownerOf(std::int32_t pid) override
+    {
+        ++asked;
+        const auto entry = owners.find(pid);
+        return entry == owners.end() ? std::nullopt : std::optional(entry->second);
+    }
+    std::optional<ProcessRestriction> rule;
+    std::map<std::int32_t, std::uint32_t> owners;
+    int asked = 0;
+};
+
 class FakeMachineInfo final : public MachineInfo {
 public:
     std::optional<std::string> modelIdentifier() const override { return model; }
@@ -316,6 +331,7 @@ struct FakeMachine {
     FakeMachine()
     {
         host.processes = std::make_unique<FakeProcessSource>();
+        host.processVisibility = std::make_unique<FakeProcessVisibility>();
         host.machine = std::make_unique<FakeMachineInfo>();
         host.display = std::make_unique<FakeDisplayInfo>();
         host.distributedNotifications = std::make_unique<FakeDistributedNotifications>();
@@ -339,6 +355,7 @@ struct FakeMachine {
     }
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
+    FakeProcessVisibility& visibility() { return static_cast<FakeProcessVisibility&>(*host.processVisibility); }
     FakeMachineInfo& machine() { return static_cast<FakeMachineInfo&>(*host.machine); }
     FakeDisplayInfo& display() { return static_cast<FakeDisplayInfo&>(*host.display); }
     FakeDistributedNotifications& distributed()

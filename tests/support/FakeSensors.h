@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -86,6 +87,12 @@ public:
         sent.push_back(input);
         if (connection == 0 || selector != 2) {
             return IOStatus::Error;
+        }
+        if (input.command == static_cast<std::uint8_t>(SMCCommand::ReadKeyAtIndex)) {
+            const bool isThere = input.data32 < keys.size();
+            output.key = isThere ? packed(std::next(keys.begin(), input.data32)->first) : 0;
+            output.result = static_cast<std::uint8_t>(isThere ? SMCResult::Success : SMCResult::BadIndex);
+            return IOStatus::Success;
         }
         const auto entry = std::find_if(
             keys.begin(), keys.end(), [&](const auto& candidate) { return packed(candidate.first) == input.key; });

@@ -8,7 +8,7 @@
 namespace meridal {
 namespace {
 
-EnvelopePtr envelope(const char* type, int number)
+EnvelopePtr numbered(const char* type, int number)
 {
     return std::make_shared<const Envelope>(Dictionary{{"type", type}, {"number", number}});
 }
@@ -16,14 +16,14 @@ EnvelopePtr envelope(const char* type, int number)
 TEST(ConnectionInbox, NewestOfATypeWinsAndKeepsItsPlace)
 {
     ConnectionInbox inbox;
-    EXPECT_FALSE(inbox.put(envelope("1", 1)));
-    EXPECT_FALSE(inbox.put(envelope("2", 1)));
-    EXPECT_TRUE(inbox.put(envelope("1", 2)));
-    EXPECT_FALSE(inbox.put(envelope("16", 1)));
-    EXPECT_TRUE(inbox.put(envelope("2", 2)));
+    EXPECT_FALSE(inbox.put(numbered("1", 1)));
+    EXPECT_FALSE(inbox.put(numbered("2", 1)));
+    EXPECT_TRUE(inbox.put(numbered("1", 2)));
+    EXPECT_FALSE(inbox.put(numbered("16", 1)));
+    EXPECT_TRUE(inbox.put(numbered("2", 2)));
     EXPECT_EQ(inbox.takeEnvelope()->dictionary(), (Dictionary{{"type", "1"}, {"number", 2}}));
     EXPECT_EQ(inbox.takeEnvelope()->dictionary(), (Dictionary{{"type", "2"}, {"number", 2}}));
-    EXPECT_FALSE(inbox.put(envelope("1", 3))) << "one that was taken is not replaced";
+    EXPECT_FALSE(inbox.put(numbered("1", 3))) << "one that was taken is not replaced";
     EXPECT_EQ(inbox.takeEnvelope()->type(), 16);
     EXPECT_EQ(inbox.takeEnvelope()->type(), 1);
     EXPECT_EQ(inbox.takeEnvelope(), nullptr);
@@ -33,20 +33,20 @@ TEST(ConnectionInbox, WakesOnceUntilHeardAndNeverAfterClosing)
 {
     ConnectionInbox inbox;
     int wakes = 0;
-    inbox.put(envelope("1", 1));
+    inbox.put(numbered("1", 1));
     inbox.open([&] { ++wakes; });
     EXPECT_EQ(wakes, 1) << "for what came before";
-    inbox.put(envelope("1", 2));
+    inbox.put(numbered("1", 2));
     inbox.put(JsonRpcOutcome{});
     EXPECT_EQ(wakes, 1);
     inbox.awake();
     EXPECT_TRUE(inbox.takeOutcome());
     EXPECT_FALSE(inbox.takeOutcome());
-    inbox.put(envelope("1", 3));
+    inbox.put(numbered("1", 3));
     EXPECT_EQ(wakes, 2);
     inbox.awake();
     inbox.close();
-    inbox.put(envelope("1", 4));
+    inbox.put(numbered("1", 4));
     inbox.put(JsonRpcOutcome{});
     EXPECT_EQ(wakes, 2);
     EXPECT_EQ(inbox.takeEnvelope(), nullptr);

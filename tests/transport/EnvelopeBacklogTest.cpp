@@ -8,7 +8,7 @@
 namespace meridal {
 namespace {
 
-EnvelopePtr envelope(const std::string& type, int figure)
+EnvelopePtr figureOf(const std::string& type, int figure)
 {
     return std::make_shared<const Envelope>(Dictionary{{"type", type}, {"figure", figure}});
 }
@@ -16,10 +16,10 @@ EnvelopePtr envelope(const std::string& type, int figure)
 TEST(EnvelopeBacklog, StalledClientKeepsOnlyTheNewestOfEachType)
 {
     EnvelopeBacklog backlog;
-    EXPECT_FALSE(backlog.put(envelope("1", 0)));
-    EXPECT_FALSE(backlog.put(envelope("16", 0)));
+    EXPECT_FALSE(backlog.put(figureOf("1", 0)));
+    EXPECT_FALSE(backlog.put(figureOf("16", 0)));
     for (int tick = 1; tick <= 10'000; ++tick) {
-        EXPECT_TRUE(backlog.put(envelope("1", tick)));
+        EXPECT_TRUE(backlog.put(figureOf("1", tick)));
     }
 
     const auto waiting = backlog.takeAll();
@@ -27,7 +27,7 @@ TEST(EnvelopeBacklog, StalledClientKeepsOnlyTheNewestOfEachType)
     EXPECT_EQ(waiting[0]->type(), 16);
     EXPECT_EQ(waiting[1]->dictionary().at("figure"), 10'000);
     EXPECT_TRUE(backlog.empty());
-    EXPECT_FALSE(backlog.put(envelope("1", 1))) << "what was taken is no longer replaced";
+    EXPECT_FALSE(backlog.put(figureOf("1", 1))) << "what was taken is no longer replaced";
 }
 
 } // namespace

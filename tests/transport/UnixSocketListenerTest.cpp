@@ -1,7 +1,10 @@
 #include "tests/transport/SocketFixture.h"
 
+#include <algorithm>
+#include <climits>
 #include <fstream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace meridal {
 namespace {
@@ -58,6 +61,11 @@ TEST_F(UnixSocketListenerTest, PeerIsWhoTheKernelSays)
     Client someone(path);
     const Peer peer = client(0).link->peer();
     EXPECT_TRUE(peer.known);
+    if (std::filesystem::exists("/proc/self")) { // elsewhere the system does not tell
+        std::vector<gid_t> groups(NGROUPS_MAX);
+        groups.resize(static_cast<std::size_t>(std::max(getgroups(NGROUPS_MAX, groups.data()), 0)));
+        EXPECT_EQ(peer.groups, groups);
+    }
     EXPECT_EQ(peer.uid, getuid());
     EXPECT_EQ(peer.gid, getgid());
     EXPECT_EQ(someone.ask(R"({"jsonrpc":"2.0","id":"s","method":"status"})"),

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace meridal {
+
+/// Text for a picture in SVG, between tags or inside a quoted attribute.
+std::string svgText(std::string_view text);
+
+} // namespace meridal

@@ -1,0 +1,79 @@
+#include "daemon/ProcessViews.h"
+
+#include "base/Runtime.h"
+#include "collectors/process/ProcessStatCollector.h"
+#include "daemon/transport/Link.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <algorithm>
+#include <bit>
+#include <limits>
+
+namespace meridal {
+
+namespace {
+
+/// No user has this number: it is the kernel's "none".
+constexpr std::uint32_t nobody = std::numeric_limits<std::uint32_t>::max();
+
+std::size_t bitNumber(RequestKey key)
+{
+    return static_cast<std::size_t>(std::countr_zero(static_cast<std::uint64_t>(mask(key))));
+}
+
+} // namespace
+
+void ProcessViews::beginPass()
+{
+    lists_.clear();
+    visible_.clear();
+    const double now = context_.runtime.monotonicTime();
+    if (now >= checkAt_) {
+        checkAt_ = now + checkInterval;
+        restriction_ = context_.host.processVisibility->restriction();
+    }
+}
+
+ProcessViews::Viewer ProcessViews::viewerOf(const Peer& peer) const
+{
+    if (!restriction_) {
+        return std::nullopt;
+    }
+    if (!peer.known) {
+        return nobody;
+    }
+    const auto& exempt = restriction_->exemptGroup;
+    const bool isExempt = exempt
+        && (peer.gid == *exempt || std::find(peer.groups.begin(), peer.groups.end(), *exempt) != peer.groups.end());
+    return peer.uid == 0 || isExempt ? Viewer() : Viewer(peer.uid);
+}
+
+const std::unordered_set<std::int32_t>* ProcessViews::shownTo(const Viewer& viewer)
+{
+    if (!viewer) {
+        return nullptr;
+    }
+    if (visible_.empty()) {
+        for (const auto* item : processes_.processes()) {
+            if (const auto owner = context_.host.processVisibility->ownerOf(item->pid())) {
+                visible_[*owner].insert(item->pid());
+            }
+        }
+    }
+    return &visible_[*viewer];
+}
+
+EnvelopePtr& ProcessViews::list(const Viewer& viewer, RequestKey list, bool grouped)
+{
+    return lists_[viewer].at(bitNumber(list))[grouped ? 1 : 0];
+}
+
+void ProcessViews::forgetList(RequestKey list)
+{
+    for (auto& entry : lists_) {
+        entry.second.at(bitNumber(list)) = {};
+    }
+}
+
+} // namespace meridal

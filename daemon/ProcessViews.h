@@ -1,0 +1,55 @@
+#pragma once
+
+#include "daemon/Envelope.h"
+#include "daemon/RequestKey.h"
+#include "platform/host/ProcessVisibility.h"
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <unordered_set>
+
+namespace meridal {
+
+class ProcessStatCollector;
+struct Context;
+struct Peer;
+
+/// Keeps clients to what the host itself would show them of its processes, and the lists of the current pass: one of each
+/// kind for all clients together, and where the host restricts them, one more for each user who has a client. Main
+/// queue only.
+class ProcessViews {
+public:
+    /// A user whose view is restricted; none: who sees everything.
+    using Viewer = std::optional<std::uint32_t>;
+
+    ProcessViews(Context& context, const ProcessStatCollector& processes) : context_(context), processes_(processes) { }
+
+    /// Forgets the lists, and now and then asks anew how the host restricts its users.
+    void beginPass();
+    Viewer viewerOf(const Peer& peer) const;
+    /// The processes that a viewer may see; null: all. Valid until the next pass.
+    const std::unordered_set<std::int32_t>* shownTo(const Viewer& viewer);
+    /// Where the list of the current pass is kept; null until somebody has put it there.
+    EnvelopePtr& list(const Viewer& viewer, RequestKey list, bool grouped);
+    /// Of all viewers.
+    void forgetList(RequestKey list);
+
+    /// s for which an answer of the host is believed.
+    static constexpr double checkInterval = 10;
+
+private:
+    /// By bit number of the list and by grouping.
+    using Lists = std::array<std::array<EnvelopePtr, 2>, 5>;
+    using Pids = std::unordered_set<std::int32_t>;
+
+    Context& context_;
+    const ProcessStatCollector& processes_;
+    std::optional<ProcessRestriction> restriction_;
+    double checkAt_ = 0;                    ///< monotonic s
+    std::map<Viewer, Lists> lists_;         ///< of the current pass
+    std::map<std::uint32_t, Pids> visible_; ///< by user; filled for all at once when one of them asks
+};
+
+} // namespace meridal
