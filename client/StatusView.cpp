@@ -72,6 +72,17 @@ void addTraffic(Lines& lines, const Value* transport)
             {"envelopesDropped", [](double value) { return count(value) + " replaced before they were taken"; }}});
 }
 
+/// How traffic is counted by process at this moment.
+void addTrafficSource(Lines& lines, const Value* capture)
+{
+    const auto source = capture ? text(*capture, "source") : std::nullopt;
+    if (!source || *source == "none") {
+        return;
+    }
+    const auto method = text(*capture, "method");
+    lines.push_back(subject("traffic", "counted by " + printable(*source + (method ? ", " + *method : ""))));
+}
+
 void addTexts(Lines& lines, std::string_view title, Style style, const Value* entries)
 {
     if (!entries || !entries->is_object() || entries->empty()) {
@@ -120,11 +131,13 @@ Lines statusLines(const Dictionary& status)
         {{"count", count},
             {"lastSeconds", [](double seconds) { return "the last took " + formatMilliseconds(seconds); }},
             {"processes", [](double value) { return count(value) + " processes"; }}});
+    addTrafficSource(lines, find(status, "capture"));
     addFigures(lines, "capture", find(status, "capture"),
         {{"frames", [](double value) { return count(value) + " frames"; }},
             {"droppedFrames", [](double value) { return count(value) + " dropped"; }},
             {"processBytes", [](double bytes) { return "processes " + formatBytes(bytes); }},
             {"kernelBytes", [](double bytes) { return "kernel " + formatBytes(bytes); }},
+            {"elsewhereBytes", [](double bytes) { return "in other networks " + formatBytes(bytes); }},
             {"unattributedBytes", [](double bytes) { return "unattributed " + formatBytes(bytes); }},
             {"unattributedPercent", [](double percent) { return fixed2(percent) + " % unattributed"; }}});
     addFigures(lines, "history", find(status, "databases"),

@@ -2,6 +2,7 @@
 
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
+#include "collectors/process/TrafficCounterCollector.h"
 #include "daemon/CollectorPorts.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
@@ -10,23 +11,34 @@ namespace meridal {
 
 namespace {
 
-constexpr const char* limitation = "packet-capture";
+constexpr const char* captureLimitation = "packet-capture";
+constexpr const char* countersLimitation = "traffic-counters";
 
 Value directions(const TrafficShare& share) { return {{"d", share.download}, {"u", share.upload}}; }
 
 } // namespace
 
-CaptureKeeper::CaptureKeeper(Context& context, PacketStatCollector& packets, NetworkStatisticsStatCollector& statistics)
-    : context_(context), packets_(packets), statistics_(statistics)
+TrafficSource trafficSourceFrom(std::string_view name)
 {
-    statistics_.setFigure(NetworkStatisticsStatCollector::Figure::Bytes); // as capture gives them
+    using enum TrafficSource;
+    return name == "bpf" ? Bpf : name == "pcap" ? Pcap : name == "sockets" ? Sockets : Auto;
+}
+
+CaptureKeeper::CaptureKeeper(Context& context, const Collectors& collectors, TrafficSource source)
+    : context_(context)
+    , counters_(collectors.counters)
+    , packets_(collectors.packets)
+    , statistics_(collectors.statistics)
+    , source_(source)
+{
+    statistics_.setFigure(NetworkStatisticsStatCollector::Figure::Bytes); // as the others give them
 }
 
 CaptureKeeper::~CaptureKeeper() { stop(); }
 
 void CaptureKeeper::plugInto(CollectorPorts& ports)
 {
-    ports.prepareCapture = [] {}; // both collectors are there already, and idle
+    ports.prepareCapture = [] {}; // the collectors are there already, and idle
     ports.startCapture = [this] { start(); };
     ports.stopCapture = [this] { stop(); };
     ports.processCapture = [this] { process(); };
@@ -35,45 +47,84 @@ void CaptureKeeper::plugInto(CollectorPorts& ports)
 
 void CaptureKeeper::start()
 {
-    if (packets_.isCapturing()) {
+    if (counters_.isCounting() || packets_.isCapturing()) {
         return; // a client more: the others' figures go on
     }
-    packets_.startCaputure();
-    if (packets_.isCapturing()) {
+    if (startCounters()) {
+        packets_.stopCapture(); // which may have failed before, and would begin anew when the network changes
+        leaveFallBack();
+    } else if (startCapture()) {
         leaveFallBack();
     } else {
-        fallBack();
+        startStatistics();
     }
 }
 
-void CaptureKeeper::fallBack()
+bool CaptureKeeper::startCounters()
 {
-    const std::string reason = "packets cannot be captured (" + packets_.failure() + "); ";
-    if (statistics_.isStarted()) {
+    if (source_ != TrafficSource::Auto && source_ != TrafficSource::Bpf) {
+        return false;
+    }
+    const auto started = counters_.start();
+    if (started) {
+        context_.host.limitations->clear(countersLimitation);
+    } else if (source_ == TrafficSource::Bpf || started.error().code != ErrorCode::NotFound) {
+        context_.host.limitations->set(
+            countersLimitation, "the kernel does not count traffic by process (" + started.error().message + ")");
+    }
+    return started.has_value();
+}
+
+bool CaptureKeeper::startCapture()
+{
+    if (source_ != TrafficSource::Auto && source_ != TrafficSource::Pcap) {
+        return false;
+    }
+    packets_.startCaputure();
+    return packets_.isCapturing();
+}
+
+void CaptureKeeper::startStatistics()
+{
+    if (source_ == TrafficSource::Bpf || statistics_.isStarted()) {
         return;
     }
     const auto started = statistics_.start();
-    context_.host.limitations->set(limitation,
-        reason
-            + (started ? "traffic per process is that of the kernel's counters of connections"
-                       : "nor are the kernel's counters of connections there: " + started.error().message));
+    if (source_ != TrafficSource::Sockets) {
+        sayWhy(started ? "traffic per process is that of the kernel's counters of connections"
+                       : "nor are the kernel's counters of connections there: " + started.error().message);
+    } else if (!started) {
+        context_.host.limitations->set(captureLimitation, started.error().message);
+    }
+}
+
+/// Why packets are not captured, and what is done instead.
+void CaptureKeeper::sayWhy(const std::string& instead)
+{
+    context_.host.limitations->set(
+        captureLimitation, "packets cannot be captured (" + packets_.failure() + "); " + instead);
 }
 
 /// One source at a time: what both count would be counted twice.
 void CaptureKeeper::leaveFallBack()
 {
     statistics_.stop();
-    context_.host.limitations->clear(limitation);
+    context_.host.limitations->clear(captureLimitation);
 }
 
 void CaptureKeeper::stop()
 {
+    counters_.stop();
     packets_.stopCapture();
     statistics_.stop();
 }
 
 void CaptureKeeper::process()
 {
+    if (counters_.isCounting()) {
+        counters_.process();
+        return;
+    }
     if (statistics_.isStarted() && packets_.isCapturing()) {
         leaveFallBack(); // the network changed, and with it the capture began anew
     }
@@ -83,36 +134,45 @@ void CaptureKeeper::process()
     }
     packets_.process();
     if (packets_.enabled() && !packets_.isCapturing()) {
-        fallBack(); // it ended by itself
+        startStatistics(); // it ended by itself
     }
 }
 
 Value CaptureKeeper::latestShares() const
 {
-    if (!packets_.isCapturing()) {
+    if (!counters_.isCounting() && !packets_.isCapturing()) {
         return nullptr;
     }
-    const TrafficAccount& latest = packets_.latest();
+    const TrafficAccount& latest = counters_.isCounting() ? counters_.latest() : packets_.latest();
     return {{"attributed", directions(latest.processes)}, {"kernel", directions(latest.kernel)},
         {"unattributed", directions(latest.unattributed)}};
 }
 
+const char* CaptureKeeper::sourceInUse() const
+{
+    if (counters_.isCounting()) {
+        return "bpf";
+    }
+    return packets_.isCapturing() ? "capture" : statistics_.isStarted() ? "counters" : "none";
+}
+
 Dictionary CaptureKeeper::describe() const
 {
-    const TrafficAccount& total = packets_.total();
-    const CaptureStatistics statistics = packets_.statistics();
+    TrafficAccount total = counters_.total(); // one of the two, unless the source changed between two clients
+    total += packets_.total();
     const double all = total.processes.linkBytes + total.kernel.linkBytes + total.unattributed.linkBytes;
     Dictionary result = {
-        {"source",
-            packets_.isCapturing()        ? "capture"
-                : statistics_.isStarted() ? "counters"
-                                          : "none"},
+        {"source", sourceInUse()},
         {"frames", total.frames},
-        {"droppedFrames", statistics.dropped},
+        {"droppedFrames", packets_.statistics().dropped},
         {"processBytes", total.processes.linkBytes},
         {"kernelBytes", total.kernel.linkBytes},
         {"unattributedBytes", total.unattributed.linkBytes},
     };
+    if (counters_.isCounting()) {
+        result["method"] = counters_.method();
+        result["elsewhereBytes"] = counters_.elsewhere().linkBytes;
+    }
     if (all > 0) {
         result["unattributedPercent"] = total.unattributed.linkBytes / all * 100;
     }

@@ -2,21 +2,40 @@
 
 #include "base/Value.h"
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace meridal {
 
 struct CollectorPorts;
 struct Context;
-struct TrafficShare;
 class NetworkStatisticsStatCollector;
 class PacketStatCollector;
+class TrafficCounterCollector;
 
-/// Brings per-process network traffic into the daemon: capture while a client wants it, and the kernel's own counters
-/// of connections where this process may not capture. Main queue only.
+/// How network traffic is counted by process.
+enum class TrafficSource : std::uint8_t {
+    Auto,    ///< the first of the following that can be had
+    Bpf,     ///< by the kernel, per process
+    Pcap,    ///< by capture
+    Sockets, ///< by the kernel, per connection: payload, and on Linux of TCP only
+};
+
+/// By its name on the command line, "bpf"; Auto for any other.
+TrafficSource trafficSourceFrom(std::string_view name);
+
+/// Brings per-process network traffic into the daemon, while a client wants it, from the best source that there is. Main
+/// queue only.
 class CaptureKeeper {
 public:
-    CaptureKeeper(Context& context, PacketStatCollector& packets, NetworkStatisticsStatCollector& statistics);
+    struct Collectors {
+        TrafficCounterCollector& counters;
+        PacketStatCollector& packets;
+        NetworkStatisticsStatCollector& statistics;
+    };
+
+    CaptureKeeper(Context& context, const Collectors& collectors, TrafficSource source = TrafficSource::Auto);
     ~CaptureKeeper();
     CaptureKeeper(const CaptureKeeper&) = delete;
     CaptureKeeper& operator=(const CaptureKeeper&) = delete;
@@ -27,19 +46,25 @@ public:
     /// For `status`: how traffic is counted, and what became of it since the start.
     Dictionary describe() const;
     /// Where the bytes of the latest interval went: {"attributed": {"d","u"}, "kernel": {...}, "unattributed": {...}}. Null
-    /// while nothing is captured.
+    /// where only connections are counted.
     Value latestShares() const;
 
 private:
     void start();
     void stop();
     void process();
-    void fallBack();
+    bool startCounters();
+    bool startCapture();
+    void startStatistics();
+    const char* sourceInUse() const;
+    void sayWhy(const std::string& instead);
     void leaveFallBack();
 
     Context& context_;
+    TrafficCounterCollector& counters_;
     PacketStatCollector& packets_;
     NetworkStatisticsStatCollector& statistics_;
+    const TrafficSource source_;
 };
 
 } // namespace meridal

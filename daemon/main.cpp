@@ -12,6 +12,7 @@
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
+#include "collectors/process/TrafficCounterCollector.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
@@ -51,6 +52,8 @@ namespace {
 
 struct Options {
     std::string root;
+    HostChoices host;
+    std::string traffic = "auto";
     bool keepStandardError = false; ///< a development tool started us: it shows our standard error
 };
 
@@ -67,6 +70,13 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
     Options options;
     CLI::App app("The system-monitoring daemon. Serves local clients until SIGTERM.", "meridald");
     app.add_option("--root", options.root, "Keep databases, logs and the socket under this folder")->type_name("DIR");
+    app.add_option("--process-source", options.host.processSource,
+           "How to read the process table where there are several ways (Linux): auto, bpf or proc. What does not work "
+           "here gives way to proc")
+        ->check(CLI::IsMember({"auto", "bpf", "proc"}));
+    app.add_option("--traffic-source", options.traffic,
+           "How to count network traffic by process: bpf, pcap, sockets, or auto, the first of these that works here")
+        ->check(CLI::IsMember({"auto", "bpf", "pcap", "sockets"}));
     app.set_version_flag("--version", "meridald 6.6 (1177)");
     app.allow_extras();
     try {
@@ -134,7 +144,7 @@ ListenerStatistics sumOf(const std::vector<std::unique_ptr<Listener>>& listeners
 }
 
 /// Serves until a signal has ended the main loop.
-int serve(Context& context)
+int serve(Context& context, const Options& options)
 {
     Runtime& runtime = context.runtime;
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
@@ -146,8 +156,10 @@ int serve(Context& context)
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     DiskKeeper disks(SMARTStatCollector::sharedSMARTCollector());
     NetworkKeeper network(context, NetworkStatCollectorMac::sharedNetworkCollector());
-    CaptureKeeper capture(context, PacketStatCollector::sharedPacketCollector(),
-        NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector());
+    CaptureKeeper capture(context,
+        {TrafficCounterCollector::sharedTrafficCounterCollector(), PacketStatCollector::sharedPacketCollector(),
+            NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
+        trafficSourceFrom(options.traffic));
     CollectorPorts ports;
     uptime.plugInto(ports);
     sensors.plugInto(ports);
@@ -160,6 +172,9 @@ int serve(Context& context)
     disks.setWanted([&daemon] { return daemon.wantsSMART(); });
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
+    if (const std::string_view method = context.host.processes->method(); !method.empty()) {
+        status.addSection("processes", [method] { return Dictionary{{"source", method}}; });
+    }
     status.addSection("capture", [&capture] { return capture.describe(); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod("status", [&status](const Value&) { return status.build(); });
@@ -219,14 +234,14 @@ int runDaemon(const Options& options)
     }
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
-    const auto host = makeHost(*runtime, paths);
+    const auto host = makeHost(*runtime, paths, options.host);
     NotificationCenter notifications;
     Log log;
     Context context{*runtime, *host, notifications, log, paths};
     Context::setShared(context);
     auto& databases = HistoryDatabaseController::sharedHistoryDatabaseController();
     context.databases = &databases;
-    const int status = serve(context);
+    const int status = serve(context, options);
     databases.closeAll(); // while there are still queues to close them on
     return status;
 }

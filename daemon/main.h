@@ -4,6 +4,7 @@
 #include "daemon/transport/Link.h"
 
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace meridal {
@@ -15,7 +16,11 @@ struct Host;
 /// The few things that main needs and that differ between the hosts. One source for each host gives them.
 
 std::unique_ptr<Runtime> makeRuntime();
-std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths);
+/// What the command line says about ways to measure, where a host has several.
+struct HostChoices {
+    std::string processSource = "auto"; ///< "auto", "bpf" or "proc"
+};
+std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths, const HostChoices& choices);
 /// Where this host keeps the daemon's things when no root is given.
 Paths defaultPaths();
 /// What this host serves clients by, beside the socket.

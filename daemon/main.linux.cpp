@@ -29,9 +29,9 @@ std::filesystem::path folder(const char* variable, const char* usual)
 
 std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<AsioRuntime>(); }
 
-std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths)
+std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths, const HostChoices& choices)
 {
-    return makeLinuxHost(runtime, {.state = paths.support});
+    return makeLinuxHost(runtime, {.state = paths.support, .bpfProcesses = choices.processSource != "proc"});
 }
 
 Paths defaultPaths()

@@ -117,10 +117,7 @@ void PacketStatCollector::process()
     if (packetItem_ && !packetItem_->failure().empty()) {
         failure_ = packetItem_->failure();
     }
-    total_.processes += latest_.processes;
-    total_.kernel += latest_.kernel;
-    total_.unattributed += latest_.unattributed;
-    total_.frames += latest_.frames;
+    total_ += latest_;
 }
 
 void PacketStatCollector::foldProcesses()

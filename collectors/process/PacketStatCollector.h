@@ -16,14 +16,6 @@ namespace meridal {
 class ProcessStatCollector;
 struct Context;
 
-/// Where the captured bytes went, over some time. The three add up to what was captured.
-struct TrafficAccount {
-    TrafficShare processes;
-    TrafficShare kernel;       ///< protocols without ports (ICMP, ARP, tunnels) and sockets of the kernel
-    TrafficShare unattributed; ///< no process was found, or it had ended
-    std::uint64_t frames = 0;
-};
-
 /// Per-process network traffic by packet capture: counts the frames of all interfaces by process between two folds, and
 /// folds them into the process items. Main queue only.
 class PacketStatCollector {

@@ -26,6 +26,24 @@ struct TrafficShare {
     }
 };
 
+/// Where the bytes went, over some time. The three add up to what was captured, or crossed the interfaces.
+struct TrafficAccount {
+    TrafficShare processes;
+    TrafficShare
+        kernel; ///< protocols without ports (ICMP, ARP, tunnels), sockets of the kernel, what is forwarded uncaptured
+    TrafficShare unattributed; ///< no process was found, or it had ended
+    std::uint64_t frames = 0;  ///< or packets of sockets
+
+    TrafficAccount& operator+=(const TrafficAccount& other)
+    {
+        processes += other.processes;
+        kernel += other.kernel;
+        unattributed += other.unattributed;
+        frames += other.frames;
+        return *this;
+    }
+};
+
 /// Traffic of one process, or of one pair of ports, since the last fold.
 struct PacketRecord : PacketAttribution {
     double linkBytes = 0;

@@ -20,6 +20,7 @@
 #include "platform/host/SelfUsage.h"
 #include "platform/host/SensorChannels.h"
 #include "platform/host/SensorServices.h"
+#include "platform/host/TrafficCounters.h"
 #include "platform/host/UserRights.h"
 #include "platform/host/WirelessInterface.h"
 
@@ -48,6 +49,7 @@ struct Host {
     std::unique_ptr<PeripheralBatteries> peripherals;
     std::unique_ptr<PacketTap> packetTap;
     std::unique_ptr<NetworkStatistics> networkStatistics;
+    std::unique_ptr<TrafficCounters> trafficCounters;
     std::unique_ptr<ProcessConnections> processConnections;
     std::unique_ptr<NetworkInterfaces> networkInterfaces;
     std::unique_ptr<WirelessInterface> wireless;

@@ -84,6 +84,9 @@ public:
     /// such notion or does not know. macOS: responsibility_get_pid_responsible_for_pid. Linux: the oldest process of
     /// the systemd scope or service in /proc/PID/cgroup.
     virtual std::optional<std::int32_t> responsiblePid(std::int32_t pid) = 0;
+
+    /// Which way of several that the host has this is, in a word for `status`: "proc", "bpf". Empty where there is one.
+    virtual std::string_view method() const { return {}; }
 };
 
 } // namespace meridal

@@ -1,5 +1,6 @@
 #include "platform/linux/LinuxHost.h"
 
+#include "platform/linux/BpfTrafficCounters.h"
 #include "platform/linux/BusNotifications.h"
 #include "platform/linux/DiagNetworkStatistics.h"
 #include "platform/linux/DiagProcessConnections.h"
@@ -20,6 +21,7 @@
 #include "platform/linux/NetlinkInterfaces.h"
 #include "platform/linux/PcapPacketTap.h"
 #include "platform/linux/ProcVisibility.h"
+#include "platform/linux/ProcessSourceChoice.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/SysfsPowerSources.h"
 #include "platform/linux/SystemBus.h"
@@ -36,6 +38,21 @@ std::string busAddress(const std::filesystem::path& root)
     return root == "/" ? std::string() : "unix:path=" + (root / "run/dbus/system_bus_socket").string();
 }
 
+std::unique_ptr<ProcessSource> makeProcessSource(
+    const LinuxHostOptions& options, const std::shared_ptr<Limitations>& limitations)
+{
+    std::unique_ptr<ProcessSource> source;
+    if (options.bpfProcesses && options.root == "/") {
+        source = chooseProcessSource(options.root, limitations, options.processes);
+    } else {
+        source = std::make_unique<ProcProcessSource>(options.root, limitations, options.processes);
+    }
+    if (source->method() != "proc") { // it knows of all threads
+        limitations->clear("wakeups");
+    }
+    return source;
+}
+
 } // namespace
 
 std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& options)
@@ -43,7 +60,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     auto host = std::make_unique<Host>();
     noteLimitations(options.root, *host->limitations);
     host->machine = std::make_unique<LinuxMachineInfo>(options.root);
-    host->processes = std::make_unique<ProcProcessSource>(options.root, host->limitations, options.processes);
+    host->processes = makeProcessSource(options, host->limitations);
     host->processVisibility = std::make_unique<ProcVisibility>(options.root);
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
@@ -62,6 +79,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
     host->packetTap = std::make_unique<PcapPacketTap>(runtime, options.root);
     host->networkStatistics = std::make_unique<DiagNetworkStatistics>(runtime, options.root);
+    host->trafficCounters = std::make_unique<BpfTrafficCounters>(runtime, BpfTrafficOptions{.root = options.root});
     host->processConnections = std::make_unique<DiagProcessConnections>(options.root);
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();

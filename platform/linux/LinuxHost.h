@@ -14,6 +14,7 @@ struct LinuxHostOptions {
     std::filesystem::path root = "/"; ///< what holds proc, sys, etc, run and dev
     std::filesystem::path state = {}; ///< where adapters keep what must survive a restart; empty keeps nothing
     ProcProcessOptions processes = {};
+    bool bpfProcesses = true; ///< BPF programs may be tried for the process table; never with another root than "/"
 };
 
 /// The seams on this machine. Made on the main thread; the runtime must outlive it.

@@ -1,8 +1,9 @@
 #include "platform/linux/ProcProcessSource.h"
 
+#include "platform/linux/ProcFigures.h"
+
 #include <algorithm>
 #include <limits>
-#include <unistd.h>
 
 namespace meridal {
 
@@ -20,20 +21,14 @@ ProcessFields without(ProcessFields set, ProcessFields removed)
     return static_cast<ProcessFields>(static_cast<std::uint32_t>(set) & ~static_cast<std::uint32_t>(removed));
 }
 
-std::uint64_t clockTicksPerSecond()
-{
-    const long ticks = ::sysconf(_SC_CLK_TCK);
-    return ticks > 0 ? static_cast<std::uint64_t>(ticks) : 100;
-}
-
 } // namespace
 
 ProcProcessSource::ProcProcessSource(
     const std::filesystem::path& root, std::shared_ptr<Limitations> limitations, ProcProcessOptions options)
     : folder_(root / "proc")
     , limitations_(std::move(limitations))
-    , options_(options)
-    , ticksPerSecond_(clockTicksPerSecond())
+    , options_(std::move(options))
+    , ticksPerSecond_(proc::clockTicksPerSecond())
     , units_([this](std::int32_t pid) {
         std::string_view text;
         return folder_.read(pid, "cgroup", text) == ProcOutcome::Read ? proc::parseCgroup(text) : std::string_view();
@@ -43,7 +38,9 @@ ProcProcessSource::ProcProcessSource(
 
 std::span<const ProcessRecord> ProcProcessSource::readProcesses(ProcessFields wanted)
 {
-    if (!folder_.listPids(pids_)) {
+    if (!options_.only.empty()) {
+        pids_ = options_.only;
+    } else if (!folder_.listPids(pids_)) {
         return {};
     }
     ++pass_;
@@ -257,10 +254,7 @@ ProcProcessSource::Reading ProcProcessSource::readIo(Process& process)
     if (!io) {
         return Reading::Done;
     }
-    // A page is counted when it is made dirty, and taken back by whoever drops it unwritten. The difference may
-    // fall, a counter may not: it stands still until the difference has caught up.
-    const std::uint64_t kept = io->writeBytes > io->cancelledWriteBytes ? io->writeBytes - io->cancelledWriteBytes : 0;
-    process.state.writtenMark = std::max(process.state.writtenMark, kept);
+    process.state.writtenMark = proc::bytesWritten(io->writeBytes, io->cancelledWriteBytes, process.state.writtenMark);
     process.state.available |= ProcessFields::Disk;
     process.record.diskBytesRead = io->readBytes;
     process.record.diskBytesWritten = process.state.writtenMark;
@@ -335,26 +329,11 @@ void ProcProcessSource::readAgainWhereParentEnded()
     }
 }
 
+std::size_t ProcProcessSource::nameLimit() const { return proc::nameLimit; }
+
 std::optional<std::string> ProcProcessSource::executablePath(std::int32_t pid, std::string_view name)
 {
-    std::string_view text;
-    std::string_view argument;
-    if (folder_.read(pid, "cmdline", text) == ProcOutcome::Read) {
-        argument = proc::parseCmdline(text, name, nameLimit());
-    }
-    if (!name.empty() && !argument.empty()) {
-        return std::string(argument);
-    }
-    if (auto path = folder_.readLink(pid, "exe")) {
-        constexpr std::string_view deleted = " (deleted)"; // the kernel's mark of a program replaced since
-        if (path->ends_with(deleted)) {
-            path->resize(path->size() - deleted.size());
-        }
-        if (proc::isNamed(*path, name, nameLimit())) {
-            return path;
-        }
-    }
-    return argument.empty() ? std::nullopt : std::optional(std::string(argument));
+    return proc::executablePath(folder_, pid, name);
 }
 
 std::optional<std::int32_t> ProcProcessSource::responsiblePid(std::int32_t pid)

@@ -15,7 +15,8 @@
 namespace meridal {
 
 struct ProcProcessOptions {
-    bool skipUnchanged = true; ///< take over the rows of processes that did not run since the last pass
+    bool skipUnchanged = true;           ///< take over the rows of processes that did not run since the last pass
+    std::vector<std::int32_t> only = {}; ///< ascending pids; empty reads all there are
 };
 
 /// The process table out of /proc: one listing, then per process the files that the wanted groups need: stat always
@@ -43,7 +44,8 @@ public:
     std::span<const ProcessRecord> readProcesses(ProcessFields wanted) override;
     double timeBase() const override { return 1e9; }
     double cpuResolution() const override { return 1.0 / static_cast<double>(ticksPerSecond_); }
-    std::size_t nameLimit() const override { return 15; }
+    std::size_t nameLimit() const override;
+    std::string_view method() const override { return "proc"; }
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::optional<std::int32_t> responsiblePid(std::int32_t pid) override;
 

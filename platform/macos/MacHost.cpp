@@ -18,6 +18,7 @@
 #include "platform/macos/MacSelfUsage.h"
 #include "platform/macos/MacUserRights.h"
 #include "platform/macos/NoSensorChannels.h"
+#include "platform/macos/NoTrafficCounters.h"
 #include "platform/macos/OpenProcessTable.h"
 #include "platform/macos/PktapPacketTap.h"
 #include "platform/macos/WindowServerDisplayInfo.h"
@@ -44,6 +45,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->peripherals = std::make_unique<MacPeripheralBatteries>();
     host->packetTap = std::make_unique<PktapPacketTap>(runtime);
     host->networkStatistics = std::make_unique<ControlNetworkStatistics>(runtime);
+    host->trafficCounters = std::make_unique<NoTrafficCounters>();
     host->processConnections = std::make_unique<LibprocConnections>();
     host->networkInterfaces = std::make_unique<MacNetworkInterfaces>();
     host->wireless = std::make_unique<CoreWLanInterface>(host->limitations);

@@ -1,5 +1,6 @@
 // The process table against the kernel that runs the tests.
 
+#include "platform/linux/BpfProcessSource.h"
 #include "platform/linux/ProcProcessSource.h"
 #include "platform/linux/RootFolder.h"
 #include "tests/linux/Child.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <ctime>
 #include <fmt/format.h>
@@ -18,23 +20,46 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/vfs.h>
+#include <thread>
+#include <vector>
 
 namespace meridal {
 namespace {
 
 using test::Child;
 
-struct LiveProcesses : testing::Test {
+/// The ways to read the table. All of them must say the same.
+enum class Way { Proc, BpfWalk, BpfDump };
+
+const char* nameOf(Way way) { return way == Way::Proc ? "Proc" : way == Way::BpfWalk ? "BpfWalk" : "BpfDump"; }
+
+struct LiveProcesses : testing::TestWithParam<Way> {
+    void SetUp() override
+    {
+        if (GetParam() == Way::Proc) {
+            source = std::make_unique<ProcProcessSource>("/", limitations);
+            return;
+        }
+        auto reader = GetParam() == Way::BpfWalk ? BpfProcessWalk::load(1024) : BpfProcessDump::load();
+        if (!reader) {
+            GTEST_SKIP() << reader.error().message;
+        }
+        source = std::make_unique<BpfProcessSource>(std::move(*reader), "/", limitations);
+    }
+
     const ProcessRecord* row(pid_t pid)
     {
-        const auto rows = source.readProcesses(ProcessFields::All);
+        const auto rows = source->readProcesses(ProcessFields::All);
         const auto found = std::find_if(rows.begin(), rows.end(), [&](const auto& each) { return each.pid == pid; });
         return found == rows.end() ? nullptr : &*found;
     }
 
     std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
-    ProcProcessSource source{"/", limitations};
+    std::unique_ptr<ProcessSource> source;
 };
+
+INSTANTIATE_TEST_SUITE_P(Ways, LiveProcesses, testing::Values(Way::Proc, Way::BpfWalk, Way::BpfDump),
+    [](const auto& each) { return nameOf(each.param); });
 
 double ownCpuTime()
 {
@@ -58,7 +83,7 @@ void awaitBlocked(pid_t pid)
     }
 }
 
-TEST_F(LiveProcesses, ThisProcessIsAmongThem)
+TEST_P(LiveProcesses, ThisProcessIsAmongThem)
 {
     const ProcessRecord* self = row(::getpid());
     ASSERT_TRUE(self);
@@ -68,13 +93,13 @@ TEST_F(LiveProcesses, ThisProcessIsAmongThem)
     EXPECT_EQ(self->name, "test_linux");
     EXPECT_GE(self->physFootprint, self->anonymous);
     EXPECT_GT(self->residentSize, 1U << 20);
-    const auto path = source.executablePath(self->pid, self->name);
+    const auto path = source->executablePath(self->pid, self->name);
     ASSERT_TRUE(path);
     EXPECT_TRUE(path->ends_with("/test_linux")) << *path;
-    source.responsiblePid(self->pid); // whatever it is here
+    source->responsiblePid(self->pid); // whatever it is here
 }
 
-TEST_F(LiveProcesses, AZombieIsThereUntilReaped)
+TEST_P(LiveProcesses, AZombieIsThereUntilReaped)
 {
     Child child([](const Child::Pipes&) {});
     child.awaitEnd();
@@ -83,12 +108,12 @@ TEST_F(LiveProcesses, AZombieIsThereUntilReaped)
     EXPECT_EQ(zombie->status, ProcessStatus::Zombie);
     EXPECT_TRUE(has(zombie->present, ProcessFields::Cpu | ProcessFields::Memory));
     EXPECT_EQ(zombie->residentSize, 0U);
-    EXPECT_EQ(source.executablePath(child.pid(), "anything"), std::nullopt);
+    EXPECT_EQ(source->executablePath(child.pid(), "anything"), std::nullopt);
     child.reap();
     EXPECT_FALSE(row(child.pid()));
 }
 
-TEST_F(LiveProcesses, KernelThreadsHaveNoMemoryOfTheirOwn)
+TEST_P(LiveProcesses, KernelThreadsHaveNoMemoryOfTheirOwn)
 {
     const ProcessRecord* thread = row(2);
     if (!thread || thread->name != "kthreadd") {
@@ -97,10 +122,10 @@ TEST_F(LiveProcesses, KernelThreadsHaveNoMemoryOfTheirOwn)
     EXPECT_TRUE(has(thread->present, ProcessFields::Memory));
     EXPECT_EQ(thread->residentSize, 0U);
     EXPECT_EQ(thread->physFootprint, 0U);
-    EXPECT_EQ(source.executablePath(2, ""), std::nullopt);
+    EXPECT_EQ(source->executablePath(2, ""), std::nullopt);
 }
 
-TEST_F(LiveProcesses, ANameOfAnyBytesIsGivenAsItIs)
+TEST_P(LiveProcesses, ANameOfAnyBytesIsGivenAsItIs)
 {
     constexpr const char* name = ") R 1 (\n\xFF x y"; // within 15 bytes
     const Child child([&](const Child::Pipes& pipes) {
@@ -116,7 +141,7 @@ TEST_F(LiveProcesses, ANameOfAnyBytesIsGivenAsItIs)
     EXPECT_EQ(odd->parentPid, ::getpid());
 }
 
-TEST_F(LiveProcesses, CutNamesAreCompleted)
+TEST_P(LiveProcesses, CutNamesAreCompleted)
 {
     const test::TemporaryTree tree{{"a-script-with-a-long-name", "#!/bin/sh\nread answer\n"}};
     const auto script = tree.root() / "a-script-with-a-long-name";
@@ -133,12 +158,12 @@ TEST_F(LiveProcesses, CutNamesAreCompleted)
         ASSERT_FALSE(child.answer(failed)) << "cannot start " << path;
         const ProcessRecord* cut = row(child.pid());
         ASSERT_TRUE(cut);
-        EXPECT_EQ(cut->name, path.filename().string().substr(0, source.nameLimit()));
-        EXPECT_EQ(source.executablePath(child.pid(), cut->name), path.string());
+        EXPECT_EQ(cut->name, path.filename().string().substr(0, source->nameLimit()));
+        EXPECT_EQ(source->executablePath(child.pid(), cut->name), path.string());
     }
 }
 
-TEST_F(LiveProcesses, ShortLivedProcessesLeaveNothingBehind)
+TEST_P(LiveProcesses, ShortLivedProcessesLeaveNothingBehind)
 {
     constexpr int forks = 2000;
     Child forker([](const Child::Pipes& pipes) {
@@ -158,7 +183,7 @@ TEST_F(LiveProcesses, ShortLivedProcessesLeaveNothingBehind)
     siginfo_t ended{};
     while (::waitid(P_PID, static_cast<id_t>(forker.pid()), &ended, WEXITED | WNOWAIT | WNOHANG) == 0
         && ended.si_pid == 0) {
-        const auto rows = source.readProcesses(ProcessFields::All);
+        const auto rows = source->readProcesses(ProcessFields::All);
         ++passes;
         ASSERT_TRUE(
             std::is_sorted(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.pid < b.pid; }));
@@ -167,7 +192,7 @@ TEST_F(LiveProcesses, ShortLivedProcessesLeaveNothingBehind)
         }) == rows.end());
     }
     EXPECT_GT(passes, 1);
-    const auto rows = source.readProcesses(ProcessFields::All);
+    const auto rows = source->readProcesses(ProcessFields::All);
     EXPECT_TRUE(
         std::none_of(rows.begin(), rows.end(), [&](const auto& each) { return each.parentPid == forker.pid(); }));
 }
@@ -185,7 +210,7 @@ Account ownAccount()
     return {.cpuTime = ownCpuTime(), .voluntarySwitches = usage.ru_nvcsw};
 }
 
-TEST_F(LiveProcesses, CpuMemoryAndSwitchesAgreeWithTheProcessItself)
+TEST_P(LiveProcesses, CpuMemoryAndSwitchesAgreeWithTheProcessItself)
 {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "ThreadSanitizer's shadow memory and thread are in the child's figures";
@@ -219,13 +244,52 @@ TEST_F(LiveProcesses, CpuMemoryAndSwitchesAgreeWithTheProcessItself)
     awaitBlocked(child.pid());
     const ProcessRecord second = *row(child.pid());
 
-    const double recorded = static_cast<double>(second.userTime + second.systemTime) / source.timeBase();
-    EXPECT_NEAR(recorded, after.cpuTime, 2 * source.cpuResolution() + 0.02 * after.cpuTime);
+    const double recorded = static_cast<double>(second.userTime + second.systemTime) / source->timeBase();
+    EXPECT_NEAR(recorded, after.cpuTime, 2 * source->cpuResolution() + 0.02 * after.cpuTime);
     EXPECT_NEAR(static_cast<double>(second.anonymous - first.anonymous), size, 0.03 * size);
     EXPECT_NEAR(static_cast<double>(second.physFootprint - first.physFootprint), size, 0.03 * size);
     EXPECT_NEAR(static_cast<double>(second.idleWakeups - first.idleWakeups),
         static_cast<double>(after.voluntarySwitches - before.voluntarySwitches), 3);
     EXPECT_GE(second.idleWakeups - first.idleWakeups, 3U) << "or nothing was compared"; // few on a busy machine
+}
+
+TEST_P(LiveProcesses, ThreadsCountWhetherTheyLiveOrEnded)
+{
+    const Child child([](const Child::Pipes& pipes) {
+        std::vector<std::thread> ended;
+        std::atomic<bool> through = false;
+        for (int i = 0; i < 20; ++i) {
+            ended.emplace_back([] { spinFor(0.005); });
+        }
+        for (std::thread& each : ended) {
+            each.join();
+        }
+        std::vector<std::thread> living;
+        for (int i = 0; i < 20; ++i) {
+            living.emplace_back([&through] {
+                spinFor(0.005);
+                through.wait(false);
+            });
+        }
+        spinFor(0.2);
+        pipes.answer(ownAccount());
+        pipes.command();
+        through = true;
+        through.notify_all();
+        for (std::thread& each : living) {
+            each.join();
+        }
+    });
+    Account account;
+    ASSERT_TRUE(child.answer(account));
+    awaitBlocked(child.pid());
+    const ProcessRecord* many = row(child.pid());
+    ASSERT_TRUE(many);
+    const double recorded = static_cast<double>(many->userTime + many->systemTime) / source->timeBase();
+    EXPECT_NEAR(recorded, account.cpuTime, 2 * source->cpuResolution() + 0.02 * account.cpuTime);
+    if (source->method() == "bpf") { // /proc has those of the main thread only
+        EXPECT_NEAR(static_cast<double>(many->idleWakeups), static_cast<double>(account.voluntarySwitches), 25);
+    }
 }
 
 /// A folder on a disk that the kernel accounts to processes; memory file systems and overlays have none.
@@ -243,7 +307,7 @@ std::optional<std::filesystem::path> accountedFolder()
     return std::nullopt;
 }
 
-TEST_F(LiveProcesses, BytesWrittenAgreeWithWhatWasWritten)
+TEST_P(LiveProcesses, BytesWrittenAgreeWithWhatWasWritten)
 {
     constexpr std::size_t size = 8 << 20;
     const auto folder = accountedFolder();
@@ -268,6 +332,11 @@ TEST_F(LiveProcesses, BytesWrittenAgreeWithWhatWasWritten)
     ASSERT_TRUE(child.answer(answer));
     ASSERT_EQ(answer, '+');
     const std::uint64_t after = row(child.pid())->diskBytesWritten;
+    const std::string text = RootFolder("/").read(fmt::format("proc/{}/io", child.pid())).value_or("");
+    if (const auto io = proc::parseIo(text)) { // the child rests: nothing may be missing
+        EXPECT_EQ(after, io->writeBytes - io->cancelledWriteBytes);
+        EXPECT_EQ(row(child.pid())->diskBytesRead, io->readBytes);
+    }
     EXPECT_NEAR(static_cast<double>(after - before), size, 0.03 * size);
 }
 
@@ -281,11 +350,13 @@ void work(std::vector<std::string>& kept)
     }
 }
 
-TEST_F(LiveProcesses, RowsTakenOverEqualRowsRead)
+TEST(LiveProcTable, RowsTakenOverEqualRowsRead)
 {
+    const auto limitations = std::make_shared<Limitations>();
+    ProcProcessSource source("/", limitations);
     constexpr int children = 24;
     constexpr int rounds = 40;
-    ProcProcessSource plain("/", limitations, {.skipUnchanged = false});
+    ProcProcessSource plain("/", limitations, {.skipUnchanged = false, .only = {}});
     std::vector<std::unique_ptr<Child>> crowd;
     for (int i = 0; i < children; ++i) {
         crowd.push_back(std::make_unique<Child>([](const Child::Pipes& pipes) {

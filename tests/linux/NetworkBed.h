@@ -172,6 +172,13 @@ public:
 
     std::int32_t pid() const { return pid_; }
     void go() { static_cast<void>(!::write(go_.get(), "g", 1)); }
+    /// Until a step has ended; false when none does within a minute.
+    bool wait() const
+    {
+        pollfd state{done_.get(), POLLIN, 0};
+        char letter = 0;
+        return ::poll(&state, 1, 60'000) == 1 && ::read(done_.get(), &letter, 1) == 1;
+    }
     /// Whether a step has ended since this was last true. Does not wait.
     bool isDone() const
     {

@@ -1,5 +1,6 @@
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/NetworkStatisticsStatCollector.h"
+#include "collectors/process/TrafficCounterCollector.h"
 #include "daemon/CaptureKeeper.h"
 #include "daemon/CollectorPorts.h"
 #include "tests/process/FrameBytes.h"
@@ -111,7 +112,8 @@ TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
 TEST_F(PacketStatCollectorTest, WithoutTheRightTheKernelsCountersServe)
 {
     NetworkStatisticsStatCollector statistics(machine.context, collector());
-    CaptureKeeper keeper(machine.context, packets, statistics);
+    TrafficCounterCollector counters(machine.context, collector());
+    CaptureKeeper keeper(machine.context, {counters, packets, statistics});
     CollectorPorts ports;
     keeper.plugInto(ports);
     std::vector<std::string> told;

@@ -3,10 +3,12 @@
 #include "platform/host/NetworkStatistics.h"
 #include "platform/host/PacketTap.h"
 #include "platform/host/ProcessConnections.h"
+#include "platform/host/TrafficCounters.h"
 
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -73,6 +75,34 @@ private:
         running.push_back(std::make_shared<Running>(Running{std::move(sink), name, {}}));
         return std::unique_ptr<Capture>(std::make_unique<Ending>(*this, running.back()));
     }
+};
+
+/// Counters that tell what a test has written. By itself a system without any.
+class FakeTrafficCounters final : public TrafficCounters {
+public:
+    Result<std::unique_ptr<Counting>> start() override
+    {
+        if (refusal) {
+            return unexpected(refusal->code, refusal->message);
+        }
+        ++begun;
+        return std::unique_ptr<Counting>(std::make_unique<Fake>(*this));
+    }
+
+    std::optional<Error> refusal = Error{ErrorCode::NotFound, "no such thing"};
+    TrafficReading next; ///< gone once it has been read
+    int begun = 0;
+    int running = 0;
+
+private:
+    struct Fake final : Counting {
+        explicit Fake(FakeTrafficCounters& counters) : counters_(counters) { ++counters_.running; }
+        ~Fake() override { --counters_.running; }
+        const TrafficReading& read() override { return last_ = std::exchange(counters_.next, {}); }
+        std::string method() const override { return "fake"; }
+        FakeTrafficCounters& counters_;
+        TrafficReading last_;
+    };
 };
 
 /// A kernel that keeps what it is asked, and says what a test has it say.

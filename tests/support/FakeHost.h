@@ -347,6 +347,7 @@ struct FakeMachine {
         host.peripherals = std::make_unique<FakePeripheralBatteries>();
         host.packetTap = std::make_unique<FakePacketTap>();
         host.networkStatistics = std::make_unique<FakeNetworkStatistics>();
+        host.trafficCounters = std::make_unique<FakeTrafficCounters>();
         host.processConnections = std::make_unique<FakeProcessConnections>();
         host.networkInterfaces = std::make_unique<FakeNetworkInterfaces>();
         host.wireless = std::make_unique<FakeWirelessInterface>();
@@ -370,6 +371,7 @@ struct FakeMachine {
     FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }
     FakePeripheralBatteries& peripherals() { return static_cast<FakePeripheralBatteries&>(*host.peripherals); }
     FakePacketTap& packetTap() { return static_cast<FakePacketTap&>(*host.packetTap); }
+    FakeTrafficCounters& trafficCounters() { return static_cast<FakeTrafficCounters&>(*host.trafficCounters); }
     FakeNetworkStatistics& networkStatistics() { return static_cast<FakeNetworkStatistics&>(*host.networkStatistics); }
     FakeProcessConnections& processConnections()
     {

@@ -1,0 +1,185 @@
+#include "platform/linux/BpfProcessSource.h"
+
+#include "platform/linux/ProcFigures.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unistd.h>
+
+namespace meridal {
+
+namespace {
+
+bool isBefore(const BpfProcess* a, const BpfProcess* b) { return a->pid < b->pid; }
+
+std::uint64_t pagesOf(std::int64_t sum) { return sum > 0 ? static_cast<std::uint64_t>(sum) : 0; }
+
+std::string_view nameOf(const BpfProcess& process)
+{
+    return {process.name, ::strnlen(process.name, sizeof process.name)};
+}
+
+} // namespace
+
+CpuTimes splitCpuTime(std::uint64_t runTime, std::uint64_t userTicks, std::uint64_t systemTicks, CpuTimes last)
+{
+    if (runTime <= last.user + last.system) { // a thread that ended under our eyes may have been missed
+        return last;
+    }
+    const double sampled = static_cast<double>(userTicks) + static_cast<double>(systemTicks);
+    const double part = sampled > 0 ? static_cast<double>(systemTicks) / sampled : 0; // never seen at a tick: user's
+    const auto system = static_cast<std::uint64_t>(static_cast<double>(runTime) * part);
+    return {.user = runTime - std::clamp(system, last.system, runTime - last.user),
+        .system = std::clamp(system, last.system, runTime - last.user)};
+}
+
+BpfProcessSource::BpfProcessSource(std::unique_ptr<BpfProcessReader> reader, const std::filesystem::path& root,
+    std::shared_ptr<Limitations> limitations)
+    : reader_(std::move(reader))
+    , root_(root)
+    , folder_(root / "proc")
+    , limitations_(std::move(limitations))
+    , cgroups_(root)
+    , tick_(1'000'000'000 / proc::clockTicksPerSecond())
+    , pageSize_(static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)))
+    , units_([this](std::int32_t pid) { return unitOf(pid); })
+{
+}
+
+double BpfProcessSource::cpuResolution() const { return static_cast<double>(tick_) / 1e9; }
+
+std::size_t BpfProcessSource::nameLimit() const { return proc::nameLimit; }
+
+void BpfProcessSource::setHidden(std::vector<std::int32_t> pids)
+{
+    hidden_.reset();
+    if (!pids.empty()) {
+        hidden_ = std::make_unique<ProcProcessSource>(
+            root_, limitations_, ProcProcessOptions{.skipUnchanged = true, .only = std::move(pids)});
+    }
+}
+
+std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wanted)
+{
+    const auto processes = reader_->read(has(wanted, ProcessFields::Memory));
+    noteOutcome(processes ? std::string() : processes.error().message);
+    if (!processes) {
+        order_.clear();
+        rows_.clear();
+        return {};
+    }
+    ++pass_;
+    sortByPid(*processes);
+    std::swap(kept_, previous_);
+    kept_.clear();
+    rows_.clear();
+    auto known = previous_.cbegin();
+    for (const BpfProcess* process : order_) {
+        while (known != previous_.cend() && known->pid < process->pid) {
+            ++known;
+        }
+        const bool seen = known != previous_.cend() && known->pid == process->pid;
+        addRow(*process, seen ? &*known : nullptr, wanted);
+    }
+    if (hidden_) {
+        addHidden(wanted);
+    }
+    return rows_;
+}
+
+void BpfProcessSource::sortByPid(std::span<const BpfProcess> processes)
+{
+    order_.clear();
+    for (const BpfProcess& process : processes) {
+        order_.push_back(&process);
+    }
+    if (!std::is_sorted(order_.begin(), order_.end(), isBefore)) { // they come in order of birth: pids start over
+        std::sort(order_.begin(), order_.end(), isBefore);
+    }
+    // While a thread other than the first one starts a program it takes the pid over, and both may be met.
+    const auto same = [](const BpfProcess* a, const BpfProcess* b) { return a->pid == b->pid; };
+    order_.erase(std::unique(order_.begin(), order_.end(), same), order_.end());
+}
+
+void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, ProcessFields wanted)
+{
+    Kept kept{.pid = process.pid, .start = process.start / tick_, .cpu = {}};
+    if (last && last->start == kept.start) {
+        kept = *last;
+    }
+    kept.cpu = splitCpuTime(process.runTime, process.userTicks, process.systemTicks, kept.cpu);
+    kept.written = proc::bytesWritten(process.writtenBytes, process.cancelledBytes, kept.written);
+    ProcessFields present = ProcessFields::Cpu | ProcessFields::Memory | ProcessFields::Wakeups;
+    if (process.flags & BPF_PROCESS_HAS_IO) {
+        present |= ProcessFields::Disk;
+    }
+    const std::uint64_t anonymous = pagesOf(process.anonymousPages);
+    const std::uint64_t shared = pagesOf(process.sharedPages);
+    const std::uint64_t swapped = pagesOf(process.swappedPages);
+    rows_.push_back({
+        .pid = process.pid,
+        .parentPid = process.parent,
+        .status = process.flags & BPF_PROCESS_ENDED ? ProcessStatus::Zombie : ProcessStatus::Alive,
+        .present = present & wanted,
+        .startIdentity = kept.start,
+        .name = nameOf(process),
+        .userTime = kept.cpu.user,
+        .systemTime = kept.cpu.system,
+        .physFootprint = (anonymous + shared + swapped) * pageSize_,
+        .anonymous = anonymous * pageSize_,
+        .compressed = swapped * pageSize_,
+        .residentSize = (anonymous + shared + pagesOf(process.filePages)) * pageSize_,
+        .diskBytesRead = process.readBytes,
+        .diskBytesWritten = kept.written,
+        .idleWakeups = process.voluntarySwitches,
+    });
+    kept_.push_back(kept);
+}
+
+void BpfProcessSource::addHidden(ProcessFields wanted)
+{
+    for (const ProcessRecord& row : hidden_->readProcesses(wanted)) {
+        const auto place = std::lower_bound(rows_.begin(), rows_.end(), row.pid,
+            [](const ProcessRecord& each, std::int32_t pid) { return each.pid < pid; });
+        if (place == rows_.end() || place->pid != row.pid) {
+            rows_.insert(place, row);
+        }
+    }
+}
+
+void BpfProcessSource::noteOutcome(const std::string& problem)
+{
+    if (!problem.empty()) {
+        limitations_->set("process-table", "the last look at the processes failed: " + problem);
+    } else if (failed_) {
+        limitations_->clear("process-table");
+    }
+    failed_ = !problem.empty();
+}
+
+std::optional<std::string> BpfProcessSource::executablePath(std::int32_t pid, std::string_view name)
+{
+    auto path = proc::executablePath(folder_, pid, name);
+    std::string_view text;
+    if (path || name.size() != nameLimit() || folder_.read(pid, "comm", text) != ProcOutcome::Read) {
+        return path;
+    }
+    // The names of kernel threads are cut in records but not in /proc.
+    text = text.substr(0, text.find('\n'));
+    return text.starts_with(name) ? std::optional(std::string(text)) : std::nullopt;
+}
+
+std::optional<std::int32_t> BpfProcessSource::responsiblePid(std::int32_t pid)
+{
+    return units_.responsiblePid(pid, rows_, pass_);
+}
+
+std::string_view BpfProcessSource::unitOf(std::int32_t pid)
+{
+    const auto found = std::lower_bound(order_.begin(), order_.end(), pid,
+        [](const BpfProcess* each, std::int32_t wanted) { return each->pid < wanted; });
+    const bool seen = found != order_.end() && (*found)->pid == pid;
+    return cgroups_.unitOf(folder_, pid, seen ? (*found)->cgroup : 0);
+}
+
+} // namespace meridal

@@ -1,0 +1,202 @@
+#include "platform/linux/BpfTrafficSockets.h"
+
+#include "base/Runtime.h"
+#include "platform/linux/BpfCalls.h"
+#include "platform/linux/RootFolder.h"
+#include "platform/linux/bpf/traffic_record.h"
+
+#include <fcntl.h>
+#include <linux/bpf.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <sstream>
+#include <string_view>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// Of the time, that searches may take.
+constexpr double searchShare = 0.01;
+constexpr ino_t rootGroup = 1; // inode number of the root of the unified hierarchy, whatever is mounted
+
+std::uint64_t ownNetwork()
+{
+    const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    std::uint64_t cookie = 0;
+    socklen_t size = sizeof cookie;
+    return ::getsockopt(socket.get(), SOL_SOCKET, SO_NETNS_COOKIE, &cookie, &size) == 0 ? cookie : 0;
+}
+
+/// The root of the unified hierarchy of control groups. In a container only a part of it is to be seen, which would be a part
+/// of the traffic.
+Result<Descriptor> openRootGroup(const std::filesystem::path& root)
+{
+    std::istringstream mounts(RootFolder(root).read("proc/self/mounts").value_or(""));
+    for (std::string line; std::getline(mounts, line);) {
+        std::istringstream words(line);
+        std::string device;
+        std::string path;
+        std::string type;
+        if (!(words >> device >> path >> type) || type != "cgroup2") {
+            continue;
+        }
+        Descriptor group(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        struct stat state { };
+        if (group && ::fstat(group.get(), &state) == 0 && state.st_ino == rootGroup) {
+            return group;
+        }
+    }
+    return unexpected(ErrorCode::Unavailable, "the root of the control groups (cgroup2) is not mounted here");
+}
+
+} // namespace
+
+Result<BpfTrafficSockets> BpfTrafficSockets::attach(
+    const std::string& object, const std::filesystem::path& root, Runtime& runtime)
+{
+    auto loaded = BpfObject::load(object);
+    if (!loaded) {
+        return unexpected(loaded.error().code, loaded.error().message);
+    }
+    BpfTrafficSockets sockets(std::move(*loaded), runtime);
+    sockets.seesPackets_ = sockets.object_.program("count_sent") >= 0;
+    auto done = sockets.prepare();
+    if (done && sockets.seesPackets_) {
+        done = sockets.attachToGroups(root);
+    }
+    if (done) {
+        done = sockets.attachToCalls();
+    }
+    if (done && sockets.seesPackets_) {
+        done = sockets.findOpenSockets();
+    }
+    if (done && sockets.seesPackets_) {
+        done = sockets.check();
+    }
+    if (!done) {
+        return unexpected(done.error().code, done.error().message);
+    }
+    return sockets;
+}
+
+/// What the programs find when they start.
+Result<void> BpfTrafficSockets::prepare()
+{
+    const std::uint32_t first = 0;
+    const BpfTrafficSettings settings{.network = ownNetwork(), .guesses = 0};
+    bool isDone = writeBpfMap(object_.map("settings"), &first, &settings);
+    const std::vector<BpfTraffic> nothing(possibleProcessors());
+    for (const std::uint64_t nobody : {std::uint64_t{0}, std::uint64_t{BPF_TRAFFIC_ELSEWHERE}}) {
+        isDone = isDone && writeBpfMap(sums(), &nobody, nothing.data());
+    }
+    if (!isDone) {
+        return bpfError("filling a BPF map", errno);
+    }
+    return {};
+}
+
+Result<void> BpfTrafficSockets::attachToGroups(const std::filesystem::path& root)
+{
+    const auto group = openRootGroup(root);
+    if (!group) {
+        return unexpected(group.error().code, group.error().message);
+    }
+    constexpr std::array<std::pair<const char*, std::uint32_t>, 4> programs = {{
+        {"note_created", BPF_CGROUP_INET_SOCK_CREATE},
+        {"note_released", BPF_CGROUP_INET_SOCK_RELEASE},
+        {"count_sent", BPF_CGROUP_INET_EGRESS},
+        {"count_received", BPF_CGROUP_INET_INGRESS},
+    }};
+    for (const auto& [program, type] : programs) {
+        auto link = attachBpfProgram(object_.program(program), group->get(), type);
+        if (!link) {
+            return unexpected(link.error().code, link.error().message);
+        }
+        links_.push_back(std::move(*link));
+    }
+    return {};
+}
+
+Result<void> BpfTrafficSockets::attachToCalls()
+{
+    for (const char* name : {"note_sending", "note_receiving"}) {
+        const int program = object_.program(name);
+        if (program < 0) {
+            continue;
+        }
+        auto link = attachBpfTracepoint(program);
+        if (!link) {
+            return unexpected(link.error().code, link.error().message);
+        }
+        links_.push_back(std::move(*link));
+    }
+    return {};
+}
+
+Result<void> BpfTrafficSockets::findOpenSockets()
+{
+    if (!search_) {
+        auto link = attachBpfProgram(object_.program("note_held"), 0, BPF_TRACE_ITER);
+        if (!link) {
+            return unexpected(link.error().code, link.error().message);
+        }
+        search_ = std::move(*link);
+    }
+    const auto files = startBpfIterator(search_.get());
+    if (!files) {
+        return unexpected(files.error().code, files.error().message);
+    }
+    // The program writes nothing. The kernel breaks off a walk without any result after a million files: it goes on then.
+    std::array<char, 64> nothing = {};
+    ssize_t size = 0;
+    do {
+        size = ::read(files->get(), nothing.data(), nothing.size());
+    } while (size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR)));
+    if (size < 0) {
+        return bpfError("walking over open files", errno);
+    }
+    return {};
+}
+
+/// Whether the programs know our own sockets for ours.
+Result<void> BpfTrafficSockets::check() const
+{
+    struct Owner { // the beginning of it
+        std::uint64_t who = 0;
+        std::array<std::uint64_t, 15> rest = {};
+    };
+    const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int number = socket.get();
+    Owner owner;
+    if (!readBpfMap(object_.map("owners"), &number, &owner)) {
+        return bpfError("finding the owner of a socket", errno);
+    }
+    if ((owner.who & BPF_TRAFFIC_PID_MASK) != static_cast<std::uint64_t>(::getpid())
+        || (owner.who & BPF_TRAFFIC_ELSEWHERE) != 0) {
+        return unexpected(ErrorCode::Unavailable, "the programs take a socket of ours for somebody else's");
+    }
+    return {};
+}
+
+void BpfTrafficSockets::lookAgain()
+{
+    const double now = runtime_->monotonicTime();
+    const std::uint32_t first = 0;
+    BpfTrafficSettings settings{};
+    if (!seesPackets_ || object_.program("note_sending") >= 0 || now < searchAt_
+        || !readBpfMap(object_.map("settings"), &first, &settings) || settings.guesses == guesses_) {
+        return;
+    }
+    guesses_ = settings.guesses;
+    static_cast<void>(findOpenSockets()); // who is not found now stays with whoever made the listening socket
+    searchAt_ = now + (runtime_->monotonicTime() - now) / searchShare;
+}
+
+} // namespace meridal

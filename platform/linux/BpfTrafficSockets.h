@@ -1,0 +1,51 @@
+#pragma once
+
+#include "base/Result.h"
+#include "platform/linux/BpfObject.h"
+#include "platform/linux/Descriptor.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace meridal {
+
+class Runtime;
+
+/// The programs that count traffic, attached. They go with this object.
+class BpfTrafficSockets {
+public:
+    /// `object` is "traffic", "traffic_old" or "traffic_calls" (platform/linux/bpf). Sockets that are open already are looked
+    /// for in all processes. `root` holds proc.
+    static Result<BpfTrafficSockets> attach(
+        const std::string& object, const std::filesystem::path& root, Runtime& runtime);
+
+    /// Looks once more who has which socket, if connections came in that nobody claimed. Seldom, and only where the kernel
+    /// does not tell who sends and receives; takes 1 % of the time at the most.
+    void lookAgain();
+    /// Whether packets are counted; else only what calls move.
+    bool seesPackets() const { return seesPackets_; }
+    /// Descriptor of the map of sums, valid as long as this object.
+    int sums() const { return object_.map("traffic"); }
+
+private:
+    BpfTrafficSockets(BpfObject object, Runtime& runtime) : object_(std::move(object)), runtime_(&runtime) { }
+
+    Result<void> prepare();
+    Result<void> attachToGroups(const std::filesystem::path& root);
+    Result<void> attachToCalls();
+    Result<void> attachTracepoint(const char* program);
+    Result<void> findOpenSockets();
+    Result<void> check() const;
+
+    BpfObject object_;
+    Runtime* runtime_;
+    std::vector<Descriptor> links_;
+    Descriptor search_; ///< link of the iterator over open files
+    std::uint64_t guesses_ = 0;
+    double searchAt_ = 0; ///< s of the clock that cannot step: not before then
+    bool seesPackets_ = false;
+};
+
+} // namespace meridal

@@ -1,0 +1,47 @@
+#include "platform/linux/TrafficLedger.h"
+
+namespace meridal {
+
+namespace {
+
+/// Entries only grow; one that is smaller is new, and the old one was taken out behind our back.
+std::uint64_t growth(std::uint64_t now, std::uint64_t before) { return now >= before ? now - before : now; }
+
+} // namespace
+
+void TrafficLedger::beginReading() { ++reading_; }
+
+void TrafficLedger::note(std::uint64_t key, const BpfTraffic& sums, std::vector<TrafficCount>& into)
+{
+    const auto [place, isNew] = entries_.try_emplace(key);
+    Entry& entry = place->second;
+    TrafficCount count;
+    count.bytesReceived = growth(sums.bytes[BPF_TRAFFIC_RECEIVED], entry.sums.bytes[BPF_TRAFFIC_RECEIVED]);
+    count.bytesSent = growth(sums.bytes[BPF_TRAFFIC_SENT], entry.sums.bytes[BPF_TRAFFIC_SENT]);
+    count.packetsReceived = growth(sums.packets[BPF_TRAFFIC_RECEIVED], entry.sums.packets[BPF_TRAFFIC_RECEIVED]);
+    count.packetsSent = growth(sums.packets[BPF_TRAFFIC_SENT], entry.sums.packets[BPF_TRAFFIC_SENT]);
+    entry.sums = sums;
+    if (count.packetsReceived == 0 && count.packetsSent == 0) {
+        entry.moved = isNew ? reading_ : entry.moved;
+        return;
+    }
+    entry.moved = reading_;
+    count.pid = static_cast<std::int32_t>(key & BPF_TRAFFIC_PID_MASK);
+    count.parentPid = static_cast<std::int32_t>(sums.parent);
+    count.isElsewhere = (key & BPF_TRAFFIC_ELSEWHERE) != 0;
+    into.push_back(count);
+}
+
+const std::vector<std::uint64_t>& TrafficLedger::idle()
+{
+    idle_.clear();
+    const std::uint32_t limit = entries_.size() * 2 > room_ ? 1 : patience;
+    for (const auto& [key, entry] : entries_) {
+        if ((key & BPF_TRAFFIC_PID_MASK) != 0 && reading_ - entry.moved >= limit) {
+            idle_.push_back(key);
+        }
+    }
+    return idle_;
+}
+
+} // namespace meridal

@@ -1,0 +1,211 @@
+/* Makes a record out of a process. Included by the two programs that walk over all of them, once they have said how to look at
+ * a task of which only the address is known: TASK(address) is a pointer, READ(pointer, member) a member behind it. */
+#pragma once
+
+#include "platform/linux/bpf/kernel.h"
+#include "platform/linux/bpf/process_record.h"
+
+enum {
+    MAXIMUM_PROCESSORS = 8192, /* the most that a kernel can be built for */
+    MAXIMUM_THREADS = 1 << 22, /* the most pids there are */
+    ATTEMPTS = 4,
+};
+
+/* By processor: how far its own variables lie from where per-CPU pointers point. Filled by find_offsets. */
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, MAXIMUM_PROCESSORS);
+    __type(key, __u32);
+    __type(value, __u64);
+} offsets SEC(".maps");
+
+/* A per-CPU variable of our own, of which both addresses can be had. */
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, __u64);
+} landmark SEC(".maps");
+
+struct offset_search {
+    __u64 base;
+};
+
+static long find_offset(__u32 processor, struct offset_search* search)
+{
+    __u32 first = 0;
+    __u64* offset = bpf_map_lookup_elem(&offsets, &processor);
+    void* there = bpf_map_lookup_percpu_elem(&landmark, &first, processor);
+    if (!offset || !there) {
+        return 1;
+    }
+    /* Through memory, which makes a number of the pointer: the verifier lets nobody count with pointers to maps. */
+    *(volatile __u64*)offset = (__u64)there;
+    *offset = *(volatile __u64*)offset - search->base;
+    return 0;
+}
+
+/* Once, before the first pass. The kernel's own table of these offsets is a symbol that not every kernel shows. */
+SEC("syscall") int find_offsets(struct BpfPass* pass)
+{
+    __u32 first = 0;
+    __u64* note = bpf_map_lookup_elem(&offsets, &first);
+    if (!note) {
+        return 1;
+    }
+    *(volatile __u64*)note = (__u64)&landmark;
+    const __u64 pointers = *(volatile __u64*)note + bpf_core_field_offset(struct bpf_array, pptrs);
+    struct offset_search search = {};
+    if (bpf_probe_read_kernel(&search.base, sizeof search.base, (const void*)pointers) != 0 || !search.base) {
+        return 2;
+    }
+    bpf_loop(pass->processors, find_offset, &search, 0);
+    return 0;
+}
+
+/* Resident pages by kind. A shared number and what each processor holds back from it, up to a batch each way. */
+struct page_sum {
+    __u64 counters[4]; /* per-CPU pointers */
+    __s64 pages[4];
+    int side_by_side;
+};
+
+static long add_processor(__u32 processor, struct page_sum* sum)
+{
+    const __u64* offset = bpf_map_lookup_elem(&offsets, &processor);
+    if (!offset) {
+        return 1;
+    }
+    int parts[4] = {};
+    if (sum->side_by_side) {
+        bpf_probe_read_kernel(parts, sizeof parts, (const void*)(sum->counters[0] + *offset));
+    } else {
+        for (int i = 0; i < 4; ++i) {
+            bpf_probe_read_kernel(&parts[i], sizeof parts[i], (const void*)(sum->counters[i] + *offset));
+        }
+    }
+    for (int i = 0; i < 4; ++i) {
+        sum->pages[i] += parts[i];
+    }
+    return 0;
+}
+
+/* Each by its constant number: only so is the size of the kernel's elements put in, which are longer than ours. */
+#define FOR_EACH_KIND(DO) DO(MM_FILEPAGES) DO(MM_ANONPAGES) DO(MM_SWAPENTS) DO(MM_SHMEMPAGES)
+
+static __always_inline void fill_memory(struct BpfProcess* record, struct mm_struct* mm, __u32 processors)
+{
+    struct page_sum sum = {};
+    if (bpf_core_type_exists(struct mm_rss_stat)) {
+        /* Threads hold back some dozens of pages each. The kernel's own files do not know better. */
+        const struct mm_struct___before_6_2* older = (const void*)mm;
+#define TAKE(kind) sum.pages[kind] = BPF_CORE_READ(older, rss_stat.count[kind].counter);
+        FOR_EACH_KIND(TAKE)
+#undef TAKE
+    } else {
+#define TAKE(kind)                                                                                                     \
+    sum.pages[kind] = mm->rss_stat[kind].count;                                                                        \
+    sum.counters[kind] = (__u64)mm->rss_stat[kind].counters;
+        FOR_EACH_KIND(TAKE)
+#undef TAKE
+        sum.side_by_side = sum.counters[3] == sum.counters[0] + 3 * sizeof(int); /* since 6.6 */
+        bpf_loop(processors, add_processor, &sum, 0);
+    }
+    record->filePages = sum.pages[MM_FILEPAGES];
+    record->anonymousPages = sum.pages[MM_ANONPAGES];
+    record->swappedPages = sum.pages[MM_SWAPENTS];
+    record->sharedPages = sum.pages[MM_SHMEMPAGES];
+}
+
+struct thread_walk {
+    struct BpfProcess* record;
+    const struct list_head* next;
+    const struct list_head* head;
+};
+
+static long add_thread(__u32 index __attribute__((unused)), struct thread_walk* walk)
+{
+    if (!walk->next || walk->next == walk->head) {
+        return 1;
+    }
+    const struct task_struct* thread =
+        TASK((const char*)walk->next - bpf_core_field_offset(struct task_struct, thread_node));
+    struct BpfProcess* record = walk->record;
+    record->runTime += READ(thread, se.sum_exec_runtime);
+    record->userTicks += READ(thread, utime);
+    record->systemTicks += READ(thread, stime);
+    record->voluntarySwitches += READ(thread, nvcsw);
+    if (bpf_core_field_exists(thread->ioac.read_bytes)) {
+        record->readBytes += READ(thread, ioac.read_bytes);
+        record->writtenBytes += READ(thread, ioac.write_bytes);
+        record->cancelledBytes += READ(thread, ioac.cancelled_write_bytes);
+    }
+    walk->next = READ(thread, thread_node.next);
+    return 0;
+}
+
+/* What the group keeps of its ended threads. */
+static __always_inline void take_ended_threads(struct BpfProcess* record, struct signal_struct* group)
+{
+    record->runTime = group->sum_sched_runtime;
+    record->userTicks = group->utime;
+    record->systemTicks = group->stime;
+    record->voluntarySwitches = group->nvcsw;
+    record->readBytes = record->writtenBytes = record->cancelledBytes = 0;
+    if (bpf_core_field_exists(group->ioac.read_bytes)) {
+        record->readBytes = group->ioac.read_bytes;
+        record->writtenBytes = group->ioac.write_bytes;
+        record->cancelledBytes = group->ioac.cancelled_write_bytes;
+    }
+}
+
+static __always_inline void fill_counters(
+    struct BpfProcess* record, struct task_struct* task, struct signal_struct* group)
+{
+    if (group->nr_threads == 1) {
+        take_ended_threads(record, group);
+        record->runTime += task->se.sum_exec_runtime;
+        record->userTicks += task->utime;
+        record->systemTicks += task->stime;
+        record->voluntarySwitches += task->nvcsw;
+        if (bpf_core_field_exists(task->ioac.read_bytes)) {
+            record->readBytes += task->ioac.read_bytes;
+            record->writtenBytes += task->ioac.write_bytes;
+            record->cancelledBytes += task->ioac.cancelled_write_bytes;
+        }
+        return;
+    }
+    /* A thread that ends meanwhile hands its counters over to the group: it would be counted twice, or not at all. */
+    for (int i = 0; i < ATTEMPTS; ++i) {
+        const unsigned sequence = READ(group, stats_lock.seqcount.seqcount.sequence);
+        take_ended_threads(record, group);
+        struct thread_walk walk = {.record = record, .next = READ(group, thread_head.next)};
+        walk.head = (const void*)((const char*)group + bpf_core_field_offset(struct signal_struct, thread_head));
+        bpf_loop(MAXIMUM_THREADS, add_thread, &walk, 0);
+        if (!(sequence & 1) && sequence == READ(group, stats_lock.seqcount.seqcount.sequence)) {
+            return;
+        }
+    }
+}
+
+static __always_inline void fill_record(struct BpfProcess* record, struct task_struct* task, const struct BpfPass* pass)
+{
+    struct signal_struct* group = task->signal;
+    struct mm_struct* mm = task->mm;
+    record->pid = task->tgid;
+    record->parent = task->real_parent->tgid;
+    record->flags = (task->exit_state & (EXIT_DEAD | EXIT_ZOMBIE) ? BPF_PROCESS_ENDED : 0)
+        | (task->flags & PF_KTHREAD ? BPF_PROCESS_KERNEL_THREAD : 0)
+        | (bpf_core_field_exists(task->ioac.read_bytes) ? BPF_PROCESS_HAS_IO : 0);
+    record->unused = 0;
+    record->start = task->start_boottime;
+    bpf_core_read(record->name, sizeof record->name, &task->comm);
+    record->cgroup = bpf_core_field_exists(task->cgroups) ? task->cgroups->dfl_cgrp->kn->id : 0;
+    fill_counters(record, task, group);
+    record->filePages = record->anonymousPages = record->swappedPages = record->sharedPages = 0;
+    if (pass->wantsMemory && mm && !(task->flags & PF_KTHREAD)) { /* which may borrow a process's memory for a while */
+        fill_memory(record, mm, pass->processors);
+    }
+}
+
+char programLicense[] SEC("license") = "GPL"; /* the kernel offers half of the helpers used here to nothing else */

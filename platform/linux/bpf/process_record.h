@@ -1,0 +1,48 @@
+#pragma once
+
+#include <linux/types.h>
+
+/* What the BPF programs and the daemon say to each other about processes. */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** One process: a thread group. Counters are cumulative since it started, of all its threads, those that ended included. */
+struct BpfProcess {
+    __s32 pid;
+    __s32 parent;
+    __u32 flags; /* BPF_PROCESS_* */
+    __u32 unused;
+    __u64 start;     /* ns since boot, time asleep included */
+    __u64 runTime;   /* ns on a processor; a thread that runs right now lags by up to a tick */
+    __u64 userTicks; /* ns, sampled at ticks: good for its proportion to systemTicks only */
+    __u64 systemTicks;
+    __u64 readBytes;      /* from storage */
+    __u64 writtenBytes;   /* counted when a page is made dirty */
+    __u64 cancelledBytes; /* of those, dropped before they were written */
+    __u64 voluntarySwitches;
+    __s64 filePages; /* resident, as are the next but one; each sum may be below 0 while it moves */
+    __s64 anonymousPages;
+    __s64 swappedPages;
+    __s64 sharedPages;
+    __u64 cgroup;  /* inode number of its folder in the unified hierarchy */
+    char name[16]; /* ended by a zero */
+};
+
+enum {
+    BPF_PROCESS_ENDED = 1, /* a zombie */
+    BPF_PROCESS_KERNEL_THREAD = 2,
+    BPF_PROCESS_HAS_IO = 4, /* the kernel accounts storage traffic to processes */
+};
+
+/** What a pass is asked for, and what it answers. */
+struct BpfPass {
+    __u32 wantsMemory;
+    __u32 processors; /* to sum up counters of; as many as the map of offsets holds */
+    __u32 processes;  /* out: how many there were; those beyond the end of the map of records are missing */
+};
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,66 @@
+/* Sums of network bytes by process. Included by the programs that find out whose they are. */
+#pragma once
+
+#include "platform/linux/bpf/sockets.h"
+#include "platform/linux/bpf/traffic_record.h"
+
+/* By identity, see traffic_record.h. The daemon makes the entries for pid 0 before it attaches anything, and takes away those
+ * that stand still. */
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_HASH);
+    __uint(max_entries, 16384);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __type(key, __u64);
+    __type(value, struct BpfTraffic);
+} traffic SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, struct BpfTrafficSettings);
+} settings SEC(".maps");
+
+static __always_inline __u64 place_of(__u64 network)
+{
+    const __u32 first = 0;
+    const struct BpfTrafficSettings* own = bpf_map_lookup_elem(&settings, &first);
+    return own && own->network != network ? BPF_TRAFFIC_ELSEWHERE : 0;
+}
+
+static __always_inline __u64 identity_of(const struct task_struct* task, __u64 place)
+{
+    const __u64 start = task->group_leader->start_boottime >> 20;
+    return start << BPF_TRAFFIC_START_SHIFT | place | ((__u64)task->tgid & BPF_TRAFFIC_PID_MASK);
+}
+
+static __always_inline __u64 parent_of(const struct task_struct* task)
+{
+    return (__u64)task->group_leader->real_parent->tgid;
+}
+
+static __always_inline int is_internet(const struct sock* socket)
+{
+    const __u16 family = socket->__sk_common.skc_family;
+    return family == FAMILY_IPV4 || family == FAMILY_IPV6;
+}
+
+static __always_inline void add_traffic(__u64 who, __u64 parent, int direction, __u64 bytes, __u64 packets)
+{
+    struct BpfTraffic* sums = bpf_map_lookup_elem(&traffic, &who);
+    if (!sums) {
+        const struct BpfTraffic fresh = {.parent = parent};
+        bpf_map_update_elem(&traffic, &who, &fresh, BPF_NOEXIST);
+        sums = bpf_map_lookup_elem(&traffic, &who);
+    }
+    if (!sums) {
+        const __u64 nobody = who & BPF_TRAFFIC_ELSEWHERE;
+        sums = bpf_map_lookup_elem(&traffic, &nobody);
+        if (!sums) {
+            return;
+        }
+    }
+    /* One processor's own, yet an interrupt may come in between, and with it a packet. */
+    __sync_fetch_and_add(&sums->bytes[direction], bytes);
+    __sync_fetch_and_add(&sums->packets[direction], packets);
+}

@@ -1,0 +1,211 @@
+/* Traffic by process, counted where packets leave and enter sockets: programs on the root of the control groups see every
+ * socket of the machine, in whatever network namespace, and packets as IP has them. Whose a socket is stands in the socket's own
+ * storage, which the kernel frees with the socket and copies from a listening one to the connections that come in by it.
+ *
+ * With CLAIMED_BY_CALLS, for Linux 6.3 and later, a socket is his who sends and receives by it; until somebody does, its bytes
+ * wait. Otherwise it is his who made it, found it open, or closed it. */
+#pragma once
+
+#include "platform/linux/bpf/traffic_count.h"
+
+struct socket_owner {
+    __u64 who; /* identity, see traffic_record.h */
+    __u64 parent;
+    __u64 waiting_bytes[BPF_TRAFFIC_DIRECTIONS];
+    __u64 waiting_packets[BPF_TRAFFIC_DIRECTIONS];
+    __u64 waiting_since; /* ns; 0 = nothing waited yet */
+    __u32 is_settled;    /* bytes need not wait */
+    __u32 has_listened;  /* it, or, until it has begun for itself, the one by which it came in */
+};
+
+struct {
+    __uint(type, BPF_MAP_TYPE_SK_STORAGE);
+    __uint(map_flags, BPF_F_NO_PREALLOC | BPF_F_CLONE);
+    __type(key, int);
+    __type(value, struct socket_owner);
+} owners SEC(".maps");
+
+/* ns for which bytes wait. As long as the capture waits for a connection to be accepted. */
+#define PATIENCE 1000000000ull
+
+static __always_inline void release_waiting(struct socket_owner* owner)
+{
+    for (int direction = 0; direction < BPF_TRAFFIC_DIRECTIONS; ++direction) {
+        const __u64 packets = __sync_lock_test_and_set(&owner->waiting_packets[direction], 0);
+        const __u64 bytes = __sync_lock_test_and_set(&owner->waiting_bytes[direction], 0);
+        if (packets || bytes) {
+            add_traffic(owner->who, owner->parent, direction, bytes, packets);
+        }
+    }
+}
+
+static __always_inline void settle(struct socket_owner* owner)
+{
+    owner->is_settled = 1;
+    release_waiting(owner);
+}
+
+static __always_inline void give(struct socket_owner* owner, const struct task_struct* task, __u64 place)
+{
+    owner->parent = parent_of(task);
+    owner->who = identity_of(task, place);
+}
+
+/* A connection that came in starts with a copy of all that is known of the listening socket. */
+static __always_inline void begin_connection(struct socket_owner* owner)
+{
+    if (__sync_val_compare_and_swap(&owner->has_listened, 1, 0) != 1) {
+        return;
+    }
+    for (int direction = 0; direction < BPF_TRAFFIC_DIRECTIONS; ++direction) {
+        owner->waiting_bytes[direction] = 0;
+        owner->waiting_packets[direction] = 0;
+    }
+    owner->waiting_since = 0;
+    owner->is_settled = 0;
+}
+
+static __always_inline void wait_for_owner(struct socket_owner* owner, int direction, __u64 bytes)
+{
+    const __u64 now = bpf_ktime_get_ns();
+    if (!owner->waiting_since) {
+        owner->waiting_since = now;
+    }
+    __sync_fetch_and_add(&owner->waiting_bytes[direction], bytes);
+    __sync_fetch_and_add(&owner->waiting_packets[direction], 1);
+    if (owner->is_settled) { /* meanwhile, on another processor */
+        release_waiting(owner);
+    } else if (now - owner->waiting_since > PATIENCE) {
+        const __u32 first = 0;
+        struct BpfTrafficSettings* told = bpf_map_lookup_elem(&settings, &first);
+        if (told) {
+            __sync_fetch_and_add(&told->guesses, 1);
+        }
+        settle(owner);
+    }
+}
+
+static __always_inline void count_packet(struct __sk_buff* packet, int direction)
+{
+    struct bpf_sock* socket = packet->sk;
+    if (!socket) {
+        return;
+    }
+    socket = bpf_sk_fullsock(socket);
+    if (!socket) {
+        return;
+    }
+    struct socket_owner* owner = bpf_sk_storage_get(&owners, socket, NULL, 0);
+    if (!owner) {
+        return; /* the kernel's own */
+    }
+    if (socket->state == BPF_TCP_LISTEN) {
+        owner->has_listened = 1;
+    } else if (owner->has_listened) {
+        begin_connection(owner);
+    }
+    if (owner->is_settled) {
+        add_traffic(owner->who, owner->parent, direction, packet->len, 1);
+    } else {
+        wait_for_owner(owner, direction, packet->len);
+    }
+}
+
+SEC("cgroup_skb/egress") int count_sent(struct __sk_buff* packet)
+{
+    count_packet(packet, BPF_TRAFFIC_SENT);
+    return 1; /* lets it pass */
+}
+
+SEC("cgroup_skb/ingress") int count_received(struct __sk_buff* packet)
+{
+    count_packet(packet, BPF_TRAFFIC_RECEIVED);
+    return 1;
+}
+
+SEC("cgroup/sock_create") int note_created(struct bpf_sock* socket)
+{
+    struct socket_owner* owner = bpf_sk_storage_get(&owners, socket, NULL, BPF_SK_STORAGE_GET_F_CREATE);
+    if (owner) {
+        give(owner, bpf_get_current_task_btf(), place_of(bpf_get_netns_cookie(socket)));
+#ifndef CLAIMED_BY_CALLS
+        owner->is_settled = 1;
+#endif
+    }
+    return 1;
+}
+
+/* The last descriptor is closed: by the process that used it, be it in its end. */
+SEC("cgroup/sock_release") int note_released(struct bpf_sock* socket)
+{
+    struct socket_owner* owner = bpf_sk_storage_get(&owners, socket, NULL, 0);
+    if (!owner) {
+        return 1;
+    }
+    if (owner->has_listened && socket->state != BPF_TCP_LISTEN) {
+        begin_connection(owner);
+    }
+    const struct task_struct* task = bpf_get_current_task_btf();
+    if (!owner->is_settled && !(task->flags & PF_KTHREAD)) {
+        give(owner, task, owner->who & BPF_TRAFFIC_ELSEWHERE);
+    }
+    settle(owner);
+    return 1;
+}
+
+/* For sockets that are older than the programs. Of those that share one the youngest has it, as it comes last: a child is
+ * likelier to use a socket than the parent that it was inherited from. */
+SEC("iter/task_file") int note_held(struct bpf_iter__task_file* context)
+{
+    const struct task_struct* task = context->task;
+    struct file* file = context->file;
+    struct socket* socket = task && file ? bpf_sock_from_file(file) : NULL;
+    struct sock* inner = socket ? socket->sk : NULL;
+    if (!inner || !is_internet(inner)) {
+        return 0;
+    }
+    struct socket_owner* owner = bpf_sk_storage_get(&owners, inner, NULL, BPF_SK_STORAGE_GET_F_CREATE);
+    if (owner) {
+        if (owner->has_listened && inner->__sk_common.skc_state != BPF_TCP_LISTEN) {
+            begin_connection(owner);
+        }
+        give(owner, task, place_of(inner->__sk_common.skc_net.net->net_cookie));
+        settle(owner);
+    }
+    return 0;
+}
+
+#ifdef CLAIMED_BY_CALLS
+static __always_inline void claim(struct sock* socket, int result)
+{
+    if (result <= 0 || !is_internet(socket)) {
+        return;
+    }
+    struct socket_owner* owner = bpf_sk_storage_get(&owners, socket, NULL, BPF_SK_STORAGE_GET_F_CREATE);
+    if (!owner) {
+        return;
+    }
+    const struct task_struct* task = bpf_get_current_task_btf();
+    if (owner->has_listened) {
+        begin_connection(owner);
+    }
+    if (!owner->is_settled || (owner->who & BPF_TRAFFIC_PID_MASK) != (__u64)task->tgid) {
+        give(owner, task, place_of(socket->__sk_common.skc_net.net->net_cookie));
+        settle(owner);
+    }
+}
+
+SEC("tp_btf/sock_send_length") int note_sending(__u64* arguments)
+{
+    claim((struct sock*)arguments[0], (int)arguments[1]);
+    return 0;
+}
+
+SEC("tp_btf/sock_recv_length") int note_receiving(__u64* arguments)
+{
+    claim((struct sock*)arguments[0], (int)arguments[1]);
+    return 0;
+}
+#endif
+
+char license_terms[] SEC("license") = "GPL";

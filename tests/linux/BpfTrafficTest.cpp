@@ -1,0 +1,357 @@
+#include "base/AsioRuntime.h"
+#include "base/Log.h"
+#include "base/NotificationCenter.h"
+#include "collectors/process/PacketStatCollector.h"
+#include "collectors/process/ProcessStatCollector.h"
+#include "collectors/process/TrafficCounterCollector.h"
+#include "platform/Context.h"
+#include "platform/linux/BpfTrafficCounters.h"
+#include "platform/linux/LinuxHost.h"
+#include "tests/linux/NetworkBed.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+#include <linux/tcp.h>
+#include <netinet/icmp6.h>
+#include <netinet/ip_icmp.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <atomic>
+#include <deque>
+#include <filesystem>
+#include <map>
+
+namespace meridal::test {
+namespace {
+
+/// IP and UDP headers; IP and TCP headers with the time stamps that Linux sends, and how much longer they are in a SYN.
+constexpr std::uint64_t udp4 = 28;
+constexpr std::uint64_t udp6 = 48;
+constexpr std::uint64_t tcp4 = 52;
+constexpr std::uint64_t tcp6 = 72;
+constexpr std::uint64_t synExtra = 8;
+
+/// What workers tell the test.
+struct Shared {
+    std::atomic<std::int32_t> pid;
+    std::atomic<std::uint64_t> resent;
+    std::atomic<std::uint64_t> sent;
+};
+
+/// Real traffic in a network of its own, counted by the object that a test names.
+class BpfTrafficTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!bed.unavailable().empty()) {
+            GTEST_SKIP() << bed.unavailable();
+        }
+        void* memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        shared = new (memory) Shared();
+    }
+    void TearDown() override { workers.clear(); }
+
+    /// Why it cannot be; empty when it runs.
+    std::string start(const std::string& object)
+    {
+        BpfTrafficCounters counters(runtime, {.objects = {object}});
+        auto started = counters.start();
+        if (!started) {
+            return started.error().message;
+        }
+        counting = std::move(*started);
+        return {};
+    }
+    Worker& worker(std::function<void()> step)
+    {
+        return workers.emplace_back(std::vector<std::function<void()>>{std::move(step)});
+    }
+    Worker& run(std::function<void()> step)
+    {
+        Worker& one = worker(std::move(step));
+        finish(one);
+        return one;
+    }
+    static void finish(Worker& one)
+    {
+        one.go();
+        ASSERT_TRUE(one.wait());
+    }
+    void read()
+    {
+        for (const TrafficCount& count : counting->read().counts) {
+            TrafficCount& sum = seen[count.pid];
+            sum.parentPid = count.parentPid;
+            sum.isElsewhere = count.isElsewhere;
+            sum.bytesReceived += count.bytesReceived;
+            sum.bytesSent += count.bytesSent;
+            sum.packetsReceived += count.packetsReceived;
+            sum.packetsSent += count.packetsSent;
+        }
+    }
+    const TrafficCount& of(std::int32_t pid) { return seen[pid]; }
+    void serveFor(double seconds)
+    {
+        runtime.after(seconds, [this] { runtime.stop(); });
+        runtime.run();
+    }
+
+    NetworkBed bed; ///< first: threads belong to the network in which they were started
+    AsioRuntime runtime;
+    std::unique_ptr<TrafficCounters::Counting> counting;
+    std::map<std::int32_t, TrafficCount> seen;
+    std::deque<Worker> workers;
+    Shared* shared = nullptr;
+};
+
+/// Sends to the sink and waits until it has all.
+void tcpSendAll(Shared& shared, const std::string& address, std::uint64_t count)
+{
+    const Descriptor socket = socketTo(SOCK_STREAM, address, tcpSink);
+    sendBytes(socket.get(), count);
+    ::shutdown(socket.get(), SHUT_WR);
+    receiveBytes(socket.get(), 1);
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    ::getsockopt(socket.get(), IPPROTO_TCP, TCP_INFO, &info, &size);
+    shared.resent = info.tcpi_bytes_retrans;
+}
+
+/// One echo of `size` bytes, there and back.
+void ping(const std::string& address, std::size_t size)
+{
+    const bool isIPv6 = address.find(':') != std::string::npos;
+    const Descriptor socket(
+        isIPv6 ? ::socket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6) : ::socket(AF_INET, SOCK_RAW, IPPROTO_ICMP));
+    if (isIPv6) {
+        icmp6_filter filter;
+        ICMP6_FILTER_SETBLOCKALL(&filter);
+        ICMP6_FILTER_SETPASS(ICMP6_ECHO_REPLY, &filter);
+        ::setsockopt(socket.get(), IPPROTO_ICMPV6, ICMP6_FILTER, &filter, sizeof filter);
+    }
+    sockaddr_in6 to6 = end(address, 0);
+    sockaddr_in to4{};
+    to4.sin_family = AF_INET;
+    ::inet_pton(AF_INET, address.c_str(), &to4.sin_addr);
+    ::connect(socket.get(), isIPv6 ? reinterpret_cast<const sockaddr*>(&to6) : reinterpret_cast<const sockaddr*>(&to4),
+        isIPv6 ? sizeof to6 : sizeof to4);
+    std::vector<std::uint8_t> echo(size);
+    echo[0] = isIPv6 ? ICMP6_ECHO_REQUEST : ICMP_ECHO;
+    std::uint32_t sum = echo[0]; // all others are 0; IPv6 sums by itself
+    const auto check = static_cast<std::uint16_t>(~sum);
+    std::memcpy(echo.data() + 2, &check, sizeof check);
+    ::send(socket.get(), echo.data(), echo.size(), 0);
+    std::vector<char> answer(size + 60);
+    ::recv(socket.get(), answer.data(), answer.size(), 0);
+}
+
+class PacketsOf : public BpfTrafficTest, public ::testing::WithParamInterface<const char*> { };
+
+TEST_P(PacketsOf, KnownTransfersCountToTheByte)
+{
+    if (const std::string why = start(GetParam()); !why.empty()) {
+        GTEST_SKIP() << why;
+    }
+    struct Transfer {
+        const char* address;
+        std::uint64_t udp, tcp, icmp;
+    };
+    for (const Transfer& by :
+        {Transfer{NetworkBed::peer4, udp4, tcp4, 20}, Transfer{NetworkBed::peer6, udp6, tcp6, 40}}) {
+        const Worker& caller = run([=] { udpSend(by.address, 2000, 1200); });
+        const Worker& listener = run([=] { udpReceive(by.address, 50, 1000); });
+        const Worker& uploader = run([=, this] { tcpSendAll(*shared, by.address, 8'000'000); });
+        const std::uint64_t resent = shared->resent;
+        const Worker& downloader = run([=] { tcpReceive(by.address, 12'000'000); });
+        const Worker& pinger = run([=] { ping(by.address, 408); });
+        read();
+        EXPECT_EQ(of(caller.pid()).bytesSent, 2000 * (1200 + by.udp));
+        EXPECT_EQ(of(caller.pid()).packetsSent, 2000U);
+        EXPECT_EQ(of(listener.pid()).bytesSent, sizeof(Question) + by.udp);
+        EXPECT_EQ(of(listener.pid()).bytesReceived, 50 * (1000 + by.udp));
+        const TrafficCount& up = of(uploader.pid());
+        EXPECT_EQ(up.bytesSent, 8'000'000 + resent + up.packetsSent * by.tcp + synExtra);
+        EXPECT_LT(up.bytesReceived, 500'000U) << "nothing but acknowledgements";
+        const TrafficCount& down = of(downloader.pid());
+        EXPECT_EQ(down.bytesReceived, 12'000'000 + down.packetsReceived * by.tcp + synExtra);
+        EXPECT_EQ(of(pinger.pid()).bytesSent, 408 + by.icmp);
+        EXPECT_EQ(of(pinger.pid()).bytesReceived, 408 + by.icmp);
+        EXPECT_FALSE(up.isElsewhere);
+    }
+}
+
+TEST_P(PacketsOf, NothingIsLostOfThousandsThatComeAndGo)
+{
+    if (const std::string why = start(GetParam()); !why.empty()) {
+        GTEST_SKIP() << why;
+    }
+    constexpr int children = 1000;
+    const Worker& parent = run([] {
+        for (int i = 0; i < children; ++i) {
+            const pid_t child = ::fork();
+            if (child == 0) {
+                udpSend(NetworkBed::peer4, 3, 100);
+                ::_exit(0);
+            }
+            ::waitpid(child, nullptr, 0);
+        }
+    });
+    std::uint64_t bytes = 0;
+    std::uint64_t processes = 0;
+    for (int i = 0; i < 3; ++i) { // also while entries go
+        seen.clear();
+        read();
+        for (const auto& [pid, count] : seen) {
+            if (count.parentPid == parent.pid()) {
+                bytes += count.bytesSent;
+                ++processes;
+            }
+        }
+    }
+    EXPECT_EQ(bytes, children * 3 * (100 + udp4));
+    EXPECT_EQ(processes, children) << "each under its own pid";
+}
+
+TEST_P(PacketsOf, AFloodCountsToTheByte)
+{
+    if (const std::string why = start(GetParam()); !why.empty()) {
+        GTEST_SKIP() << why;
+    }
+    const Worker& flooder = run([this] {
+        const Descriptor socket = socketTo(SOCK_DGRAM, NetworkBed::peer4, udpSink);
+        std::vector<mmsghdr> messages(512);
+        char byte = 'f';
+        iovec content{&byte, 1};
+        for (mmsghdr& message : messages) {
+            message.msg_hdr = {};
+            message.msg_hdr.msg_iov = &content;
+            message.msg_hdr.msg_iovlen = 1;
+        }
+        for (int i = 0; i < 400; ++i) {
+            const int sent = ::sendmmsg(socket.get(), messages.data(), static_cast<unsigned int>(messages.size()), 0);
+            shared->sent += static_cast<std::uint64_t>(std::max(sent, 0));
+        }
+    });
+    read();
+    EXPECT_EQ(of(flooder.pid()).packetsSent, shared->sent.load());
+    EXPECT_EQ(of(flooder.pid()).bytesSent, shared->sent.load() * (1 + udp4));
+}
+
+TEST_P(PacketsOf, ASocketIsHisWhoUsesIt)
+{
+    Descriptor listening(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in6 any = end("::", tcpSink);
+    ASSERT_EQ(::bind(listening.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
+    ASSERT_EQ(::listen(listening.get(), 10), 0);
+    run([] { tcpSend("127.0.0.1", 1000); });
+    const Descriptor accepted(::accept(listening.get(), nullptr, nullptr));
+    if (const std::string why = start(GetParam()); !why.empty()) {
+        GTEST_SKIP() << why;
+    }
+    sendBytes(accepted.get(), 500); // open before anybody counted
+    // The one listens, a child of his accepts and reads.
+    Worker& server = worker([&] {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            shared->pid = ::getpid();
+            const Descriptor connection(::accept(listening.get(), nullptr, nullptr));
+            receiveBytes(connection.get(), ~std::uint64_t{0});
+            ::_exit(0);
+        }
+        ::waitpid(child, nullptr, 0);
+    });
+    server.go();
+    const Worker& client = run([] {
+        const Descriptor socket = socketTo(SOCK_STREAM, "127.0.0.1", tcpSink);
+        sendBytes(socket.get(), 1'000'000);
+    });
+    ASSERT_TRUE(server.wait());
+    read();
+    EXPECT_GE(of(shared->pid).bytesReceived, 1'000'000U);
+    EXPECT_LT(of(server.pid()).bytesReceived, 1000U);
+    EXPECT_GE(of(client.pid()).bytesSent, 1'000'000U);
+    EXPECT_LE(of(client.pid()).bytesSent, 1'010'000U) << "within the machine once for each end";
+    EXPECT_LT(of(client.pid()).bytesReceived, 100'000U);
+    EXPECT_GE(of(::getpid()).bytesSent, 500 + tcp4);
+}
+
+INSTANTIATE_TEST_SUITE_P(BpfTraffic, PacketsOf, ::testing::Values("traffic", "traffic_old"));
+
+TEST_F(BpfTrafficTest, WithoutControlGroupsTheCallsAreCounted)
+{
+    TemporaryTree machine; // a /proc in which no control groups are mounted
+    std::filesystem::create_directories(machine.root() / "proc/self/ns");
+    std::filesystem::create_symlink("/proc/self/ns/pid", machine.root() / "proc/self/ns/pid");
+    BpfTrafficCounters counters(runtime, {.root = machine.root()});
+    auto started = counters.start();
+    if (!started) {
+        GTEST_SKIP() << started.error().message;
+    }
+    counting = std::move(*started);
+    EXPECT_EQ(counting->method(), "calls");
+    const Worker& caller = run([] { udpSend(NetworkBed::peer4, 2000, 1200); });
+    const Worker& downloader = run([] { tcpReceive(NetworkBed::peer6, 1'000'000); });
+    read();
+    EXPECT_EQ(of(caller.pid()).bytesSent, 2000U * 1200);
+    EXPECT_EQ(of(downloader.pid()).bytesReceived, 1'000'000U) << "payload only";
+}
+
+TEST_F(BpfTrafficTest, ARefusalSaysWhy)
+{
+    EXPECT_NE(start("no such object"), "");
+    EXPECT_FALSE(BpfTrafficCounters(runtime, {.objects = {}}).start());
+    const TemporaryTree container; // whose process numbers are its own
+    EXPECT_NE(BpfTrafficCounters(runtime, {.root = container.root()}).start().error().message.find("container"),
+        std::string::npos);
+}
+
+/// Both ways at once, on the same transfers, as the daemon runs them.
+TEST_F(BpfTrafficTest, TheSumsCloseAndAgreeWithTheCapture)
+{
+    TemporaryTree files;
+    NotificationCenter notifications;
+    Log log;
+    const auto host = makeLinuxHost(runtime);
+    Context context{runtime, *host, notifications, log, Paths::underRoot(files.root())};
+    ProcessStatCollector processes(context);
+    ProcessStatCollector captured(context);
+    TrafficCounterCollector counters(context, processes);
+    PacketStatCollector packets(context, captured);
+    packets.startCaputure();
+    if (const auto started = counters.start(); !started || !packets.isCapturing()) {
+        GTEST_SKIP() << (started ? packets.failure() : started.error().message);
+    }
+    serveFor(0.1);
+    const auto before = std::pair(NetworkBed::counters("m0"), NetworkBed::counters("lo"));
+    Worker& uploader = run([] { tcpSend(NetworkBed::peer4, 8'000'000); });
+    Worker& caller = run([] { udpSend(NetworkBed::peer4, 2000, 1200); }); // of IPv6 the capture counts no fixed header
+    serveFor(0.6);
+    for (ProcessStatCollector* each : {&processes, &captured}) {
+        each->update();
+    }
+    counters.process();
+    packets.process();
+    const auto now = std::pair(NetworkBed::counters("m0"), NetworkBed::counters("lo"));
+    const auto received =
+        static_cast<double>(now.first.first + now.second.first - before.first.first - before.second.first);
+    const auto sent =
+        static_cast<double>(now.first.second + now.second.second - before.first.second - before.second.second);
+    const TrafficAccount& total = counters.total();
+    EXPECT_NEAR(total.processes.download + total.kernel.download + total.unattributed.download, received, 2000);
+    EXPECT_NEAR(total.processes.upload + total.kernel.upload + total.unattributed.upload, sent, 2000);
+    EXPECT_NEAR(
+        total.processes.linkBytes + total.kernel.linkBytes + total.unattributed.linkBytes, received + sent, 4000);
+    EXPECT_LT(total.kernel.linkBytes, (received + sent) * 0.01) << "headers of the link are the processes'";
+    EXPECT_GT(counters.elsewhere().download, 8e6) << "the other end is on this machine, too";
+    if (packets.statistics().dropped > 0) {
+        GTEST_SKIP() << "too busy a machine to capture";
+    }
+    for (const Worker* worker : {&uploader, &caller}) {
+        const double figure = processes.processForPid(worker->pid())->networkUpload();
+        EXPECT_NEAR(figure, captured.processForPid(worker->pid())->networkUpload(), figure * 0.01);
+    }
+}
+
+} // namespace
+} // namespace meridal::test

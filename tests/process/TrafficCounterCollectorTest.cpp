@@ -1,0 +1,155 @@
+#include "collectors/process/TrafficCounterCollector.h"
+#include "collectors/process/NetworkStatisticsStatCollector.h"
+#include "collectors/process/PacketStatCollector.h"
+#include "daemon/CaptureKeeper.h"
+#include "daemon/CollectorPorts.h"
+#include "tests/process/ProcessFixture.h"
+
+#include <gtest/gtest.h>
+
+namespace meridal::test {
+namespace {
+
+class TrafficCounterCollectorTest : public ProcessFixture {
+protected:
+    TrafficCounterCollectorTest()
+    {
+        set(1, 0);
+        set(42);
+        set(43);
+        update();
+        machine.trafficCounters().refusal.reset();
+    }
+    /// What the next reading tells of a process.
+    void counted(std::int32_t pid, std::uint64_t received, std::uint64_t sent, std::int32_t parent = 1)
+    {
+        machine.trafficCounters().next.counts.push_back({.pid = pid,
+            .parentPid = parent,
+            .bytesReceived = received,
+            .bytesSent = sent,
+            .packetsReceived = received > 0 ? 1U : 0U,
+            .packetsSent = sent > 0 ? 1U : 0U});
+    }
+    void crossed(std::uint64_t received, std::uint64_t sent)
+    {
+        machine.trafficCounters().next.interfaceBytesReceived = received;
+        machine.trafficCounters().next.interfaceBytesSent = sent;
+    }
+
+    TrafficCounterCollector counters{machine.context, collector()};
+    PacketStatCollector packets{machine.context, collector()};
+    NetworkStatisticsStatCollector statistics{machine.context, collector()};
+};
+
+TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClose)
+{
+    ASSERT_TRUE(counters.start());
+    counted(42, 1000, 300);
+    counted(42, 500, 0);
+    counted(0, 80, 0);
+    crossed(2000, 400);
+    counters.process();
+    EXPECT_EQ(item(42).networkDownload(), 1500);
+    EXPECT_EQ(item(42).networkUpload(), 300);
+    EXPECT_EQ(item(42).networkDownloadTime(), machine.runtime.wallTime());
+    EXPECT_EQ(counters.latest().unattributed.download, 80) << "of processes that found no room";
+    EXPECT_EQ(counters.latest().kernel.download, 2000 - 1580);
+    EXPECT_EQ(counters.latest().kernel.upload, 100);
+    EXPECT_EQ(counters.latest().kernel.linkBytes, 2400 - 1880 - 4 * 14) << "less an Ethernet header for each packet";
+    counters.process();
+    EXPECT_EQ(item(42).networkDownload(), 0);
+    EXPECT_EQ(counters.total().processes.download, 1500);
+    EXPECT_EQ(counters.total().frames, 4U);
+}
+
+TEST_F(TrafficCounterCollectorTest, LastBytesOfAnEndedProcessCountForItsParent)
+{
+    ASSERT_TRUE(counters.start());
+    counted(4711, 0, 500, 43);
+    counted(4713, 0, 7, 4711); // a child of that one
+    counted(4712, 0, 60, 1);   // orphans are nobody's: pid 1 did not send that
+    counters.process();
+    EXPECT_EQ(item(43).networkUpload(), 507);
+    EXPECT_EQ(item(1).networkUpload(), 0);
+    EXPECT_EQ(counters.latest().unattributed.upload, 60);
+}
+
+TEST_F(TrafficCounterCollectorTest, NetworksOfTheirOwnAreNoPartOfTheSum)
+{
+    ASSERT_TRUE(counters.start());
+    counted(42, 1000, 0);
+    machine.trafficCounters().next.counts.back().isElsewhere = true;
+    crossed(1000, 1000); // forwarded, in and out
+    counters.process();
+    EXPECT_EQ(item(42).networkDownload(), 1000);
+    EXPECT_EQ(counters.elsewhere().download, 1000);
+    EXPECT_EQ(counters.latest().processes.download, 0);
+    EXPECT_EQ(counters.latest().kernel.download, 1000);
+}
+
+TEST_F(TrafficCounterCollectorTest, WhatIsCountedOnDifferentSidesOfAReadingCountsOnce)
+{
+    ASSERT_TRUE(counters.start());
+    counted(42, 1000, 0);
+    crossed(600, 0); // the rest was still on its way up
+    counters.process();
+    EXPECT_EQ(counters.latest().kernel.download, 0) << "never negative";
+    crossed(400, 0);
+    counters.process();
+    EXPECT_EQ(counters.latest().kernel.download, 0);
+    crossed(10, 0);
+    counters.process();
+    EXPECT_EQ(counters.latest().kernel.download, 10);
+}
+
+TEST_F(TrafficCounterCollectorTest, TheKeeperTakesTheFirstSourceThatWorks)
+{
+    CaptureKeeper keeper(machine.context, {counters, packets, statistics});
+    CollectorPorts ports;
+    keeper.plugInto(ports);
+    ports.startCapture();
+    ports.startCapture();
+    EXPECT_EQ(machine.trafficCounters().begun, 1) << "a second client does not start it over";
+    EXPECT_EQ(keeper.describe()["source"], "bpf");
+    EXPECT_EQ(keeper.describe()["method"], "fake");
+    EXPECT_EQ(machine.packetTap().begun, 0);
+    counted(42, 1000, 0);
+    crossed(1014, 0);
+    ports.processCapture();
+    EXPECT_EQ(keeper.latestShares()["attributed"]["d"], 1000);
+    EXPECT_EQ(keeper.latestShares()["kernel"]["d"], 14);
+    EXPECT_EQ(keeper.describe()["processBytes"], 1014);
+    ports.stopCapture();
+    EXPECT_EQ(machine.trafficCounters().running, 0);
+    EXPECT_EQ(keeper.describe()["source"], "none");
+
+    machine.trafficCounters().refusal = {ErrorCode::NotPermitted, "locked down"};
+    ports.startCapture();
+    EXPECT_EQ(keeper.describe()["source"], "capture");
+    EXPECT_NE(machine.host.limitations->all().at("traffic-counters").find("locked down"), std::string::npos);
+    machine.trafficCounters().refusal.reset();
+    ports.stopCapture();
+    ports.startCapture();
+    EXPECT_FALSE(machine.host.limitations->all().contains("traffic-counters"));
+}
+
+TEST_F(TrafficCounterCollectorTest, ASourceThatWasChosenStandsForItself)
+{
+    const auto sourceFor = [this](TrafficSource source) {
+        CaptureKeeper keeper(machine.context, {counters, packets, statistics}, source);
+        CollectorPorts ports;
+        keeper.plugInto(ports);
+        ports.startCapture();
+        ports.processCapture();
+        return keeper.describe()["source"].get<std::string>();
+    };
+    EXPECT_EQ(sourceFor(TrafficSource::Pcap), "capture");
+    EXPECT_EQ(sourceFor(TrafficSource::Sockets), "counters");
+    EXPECT_TRUE(machine.host.limitations->all().empty()) << "as was wished";
+    machine.trafficCounters().refusal = {ErrorCode::NotFound, "no such thing"};
+    EXPECT_EQ(sourceFor(TrafficSource::Bpf), "none");
+    EXPECT_TRUE(machine.host.limitations->all().contains("traffic-counters"));
+}
+
+} // namespace
+} // namespace meridal::test
