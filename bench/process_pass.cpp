@@ -1,6 +1,7 @@
 // What one pass over the process table costs: CPU per process, on the machine as it is. Run it beside a crowd of idle
 // processes, for some seconds a case.
 
+#include "platform/linux/BpfProcessSource.h"
 #include "platform/linux/ProcProcessSource.h"
 
 #include <benchmark/benchmark.h>
@@ -8,22 +9,38 @@
 namespace meridal {
 namespace {
 
+/// CPU time and time on the clock, both: on a virtual machine the one may leave out what the other tells.
+void measure(benchmark::State& state, ProcessSource& source, ProcessFields wanted)
+{
+    std::size_t processes = 0;
+    for (auto _ : state) {
+        processes += source.readProcesses(wanted).size();
+    }
+    state.counters["perProcess"] =
+        benchmark::Counter(static_cast<double>(processes), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["processes"] = static_cast<double>(processes) / static_cast<double>(state.iterations());
+}
+
 void pass(benchmark::State& state, ProcessFields wanted, bool skipUnchanged)
 {
     ProcProcessSource source("/", std::make_shared<Limitations>(), {.skipUnchanged = skipUnchanged, .only = {}});
     for (int i = 0; i < 3; ++i) { // until the table and the stamps are there
         source.readProcesses(wanted);
     }
-    std::size_t processes = 0;
-    std::size_t takenOver = 0;
-    for (auto _ : state) {
-        processes += source.readProcesses(wanted).size();
-        takenOver += source.takenOver();
+    measure(state, source, wanted);
+    state.counters["takenOver"] = static_cast<double>(source.takenOver()) / state.counters["processes"];
+}
+
+void bpfPass(benchmark::State& state, ProcessFields wanted, Result<std::unique_ptr<BpfProcessReader>> (*load)())
+{
+    auto reader = load();
+    if (!reader) {
+        state.SkipWithError(reader.error().message.c_str());
+        return;
     }
-    state.counters["perProcess"] =
-        benchmark::Counter(static_cast<double>(processes), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-    state.counters["processes"] = static_cast<double>(processes) / static_cast<double>(state.iterations());
-    state.counters["takenOver"] = static_cast<double>(takenOver) / static_cast<double>(processes);
+    BpfProcessSource source(std::move(*reader), "/", std::make_shared<Limitations>());
+    source.readProcesses(wanted);
+    measure(state, source, wanted);
 }
 
 BENCHMARK_CAPTURE(pass, AllFields, ProcessFields::All, true);
@@ -32,6 +49,11 @@ BENCHMARK_CAPTURE(pass, CpuAndMemory, ProcessFields::Cpu | ProcessFields::Memory
 BENCHMARK_CAPTURE(pass, CpuAndMemoryReadPlainly, ProcessFields::Cpu | ProcessFields::Memory, false);
 BENCHMARK_CAPTURE(pass, Cpu, ProcessFields::Cpu, true);
 BENCHMARK_CAPTURE(pass, CpuReadPlainly, ProcessFields::Cpu, false);
+
+Result<std::unique_ptr<BpfProcessReader>> walk() { return BpfProcessWalk::load(1024); }
+BENCHMARK_CAPTURE(bpfPass, WalkAllFields, ProcessFields::All, walk);
+BENCHMARK_CAPTURE(bpfPass, WalkCpu, ProcessFields::Cpu, walk);
+BENCHMARK_CAPTURE(bpfPass, DumpAllFields, ProcessFields::All, BpfProcessDump::load);
 
 } // namespace
 } // namespace meridal

@@ -131,6 +131,11 @@ Lines statusLines(const Dictionary& status)
         {{"count", count},
             {"lastSeconds", [](double seconds) { return "the last took " + formatMilliseconds(seconds); }},
             {"processes", [](double value) { return count(value) + " processes"; }}});
+    if (const Value* processes = find(status, "processes")) {
+        if (const auto source = text(*processes, "source")) {
+            lines.push_back(subject("processes", "read by " + printable(*source)));
+        }
+    }
     addTrafficSource(lines, find(status, "capture"));
     addFigures(lines, "capture", find(status, "capture"),
         {{"frames", [](double value) { return count(value) + " frames"; }},

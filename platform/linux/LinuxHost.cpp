@@ -47,8 +47,9 @@ std::unique_ptr<ProcessSource> makeProcessSource(
     } else {
         source = std::make_unique<ProcProcessSource>(options.root, limitations, options.processes);
     }
-    if (source->method() != "proc") { // it knows of all threads
+    if (source->method() != "proc") { // it knows of all threads, and asks no process for leave
         limitations->clear("wakeups");
+        limitations->clear("disk");
     }
     return source;
 }

@@ -21,7 +21,7 @@ TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
     const Dictionary status = {{"version", 6.6}, {"build", 1177}, {"pid", 812}, {"uptime", 3725.5}, {"host", "linux"},
         {"clients", 2}, {"usage", {{"cpuPercent", 0.4}, {"residentBytes", 9'542'000}, {"wakeups", 512}}},
         {"transport", {{"requests", 10}, {"badRequests", 1}}},
-        {"passes", {{"count", 40}, {"lastSeconds", 0.0021}, {"processes", 180}}},
+        {"passes", {{"count", 40}, {"lastSeconds", 0.0021}, {"processes", 180}}}, {"processes", {{"source", "bpf"}}},
         {"databases", {{"rowsWritten", 1200}, {"bytes", 81'920}, {"statementsDropped", 0}}},
         {"limitations", {{"memory\x1B", "needs\nroot"}}}, {"paths", {{"socket", "/run/meridal/daemon.sock"}}}};
     EXPECT_EQ(shownStatus(status),
@@ -32,6 +32,7 @@ TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
         "clients      2\n"
         "requests     10, 1 bad\n"
         "passes       40, the last took 2.10 ms, 180 processes\n"
+        "processes    read by bpf\n"
         "history      1200 rows written, 80.0 KiB in files, 0 given up\n"
         "\n"
         "Files\n"

@@ -5,6 +5,7 @@
 #include "platform/linux/ProcFolder.h"
 #include "platform/linux/ProcessSourceChoice.h"
 #include "tests/linux/Child.h"
+#include "tests/support/TemporaryTree.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <sys/stat.h>
 
 namespace meridal {
 namespace {
@@ -118,6 +120,23 @@ TEST_F(ToldProcesses, AFailedLookIsALimitationUntilTheNextSucceeds)
     *told = {process(42)};
     EXPECT_EQ(source.readProcesses(ProcessFields::All).size(), 1U);
     EXPECT_FALSE(limitations->all().contains("process-table"));
+}
+
+TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
+{
+    const test::TemporaryTree tree{{"proc/42/cgroup", "0::/system.slice/a.service\n"},
+        {"proc/50/cgroup", "0::/system.slice/a.service\n"}, {"sys/fs/cgroup/system.slice/a.service/cgroup.procs", ""}};
+    struct stat folder { };
+    ASSERT_EQ(::stat((tree.root() / "sys/fs/cgroup/system.slice/a.service").c_str(), &folder), 0);
+    const auto told = std::make_shared<std::vector<BpfProcess>>();
+    *told = {process(42), process(43, 6'000'000'000), process(50, 7'000'000'000), process(51, 8'000'000'000)};
+    (*told)[0].cgroup = (*told)[1].cgroup = folder.st_ino;
+    (*told)[2].cgroup = (*told)[3].cgroup = folder.st_ino + 1; // 50 moved after its record was made
+    BpfProcessSource source(std::make_unique<ToldReader>(told), tree.root(), std::make_shared<Limitations>());
+    source.readProcesses(ProcessFields::All);
+    EXPECT_EQ(source.responsiblePid(43), 42) << "without a file of its own";
+    EXPECT_EQ(source.responsiblePid(50), 42);
+    EXPECT_EQ(source.responsiblePid(51), std::nullopt);
 }
 
 struct Choice : testing::Test {
