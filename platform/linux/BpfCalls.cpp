@@ -22,14 +22,12 @@ bpf_attr emptyAttributes()
     return attributes;
 }
 
-std::uint64_t addressOf(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
-
 bool elementCall(int command, int map, const void* key, void* value)
 {
     bpf_attr attributes = emptyAttributes();
     attributes.map_fd = static_cast<std::uint32_t>(map);
-    attributes.key = addressOf(key);
-    attributes.value = addressOf(value);
+    attributes.key = bpfAddress(key);
+    attributes.value = bpfAddress(value);
     return bpfCall(command, attributes) >= 0;
 }
 
@@ -68,7 +66,7 @@ Result<std::int32_t> runBpfProgram(int program, std::span<std::byte> context)
 {
     bpf_attr attributes = emptyAttributes();
     attributes.test.prog_fd = static_cast<std::uint32_t>(program);
-    attributes.test.ctx_in = addressOf(context.data());
+    attributes.test.ctx_in = bpfAddress(context.data());
     attributes.test.ctx_size_in = static_cast<std::uint32_t>(context.size());
     if (const long failure = bpfCall(BPF_PROG_RUN, attributes); failure < 0) {
         return bpfError("running a BPF program", static_cast<int>(-failure));

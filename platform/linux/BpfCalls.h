@@ -19,6 +19,9 @@ Unexpected bpfError(const std::string& what, int error);
 /// bpf(2) itself: what is not negative, or minus the error number. Repeats what a signal interrupted.
 long bpfCall(int command, bpf_attr& attributes);
 
+/// A pointer as bpf(2) takes it.
+inline std::uint64_t bpfAddress(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
+
 /// Runs a program of the type syscall with this memory as its context, which the program reads and writes. What the
 /// program returned.
 Result<std::int32_t> runBpfProgram(int program, std::span<std::byte> context);

@@ -17,8 +17,6 @@ constexpr std::size_t bufferSize = 256 << 10; // bytes; a call gives what fits
 constexpr std::size_t leastKeys = 32;
 constexpr std::size_t mostKeys = 512;
 
-std::uint64_t addressOf(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
-
 } // namespace
 
 BpfTrafficMap::BpfTrafficMap(int map) : map_(map), processors_(possibleProcessors())
@@ -52,10 +50,10 @@ void BpfTrafficMap::read(std::vector<TrafficCount>& into)
         bpf_attr attributes;
         std::memset(&attributes, 0, sizeof attributes);
         attributes.batch.map_fd = static_cast<std::uint32_t>(map_);
-        attributes.batch.in_batch = isFirst ? 0 : addressOf(&position);
-        attributes.batch.out_batch = addressOf(&position);
-        attributes.batch.keys = addressOf(keys_.data());
-        attributes.batch.values = addressOf(values_.data());
+        attributes.batch.in_batch = isFirst ? 0 : bpfAddress(&position);
+        attributes.batch.out_batch = bpfAddress(&position);
+        attributes.batch.keys = bpfAddress(keys_.data());
+        attributes.batch.values = bpfAddress(values_.data());
         attributes.batch.count = static_cast<std::uint32_t>(keys_.size());
         result = bpfCall(BPF_MAP_LOOKUP_BATCH, attributes);
         isFirst = false;
@@ -77,8 +75,8 @@ void BpfTrafficMap::drop(std::uint64_t key, std::vector<TrafficCount>& into)
     bpf_attr attributes;
     std::memset(&attributes, 0, sizeof attributes);
     attributes.map_fd = static_cast<std::uint32_t>(map_);
-    attributes.key = addressOf(&key);
-    attributes.value = addressOf(values_.data());
+    attributes.key = bpfAddress(&key);
+    attributes.value = bpfAddress(values_.data());
     const long result = bpfCall(BPF_MAP_LOOKUP_AND_DELETE_ELEM, attributes); // Linux 5.14
     if (result >= 0) {
         ledger_.note(key, sumOf(0), into);
