@@ -159,6 +159,9 @@ ProcessStatCollectorItem& ProcessStatCollector::itemForRecord(const ProcessRecor
         introduce(*item, record);
     } else if (item->startIdentity() != record.startIdentity && !item->exists()) {
         introduce(*item, record);
+    } else if (item->commandName() != record.name) {
+        nameProcess(*item, record); // it runs another program now
+        setChildrenChanged(true);
     }
     return *item;
 }
@@ -168,7 +171,7 @@ void ProcessStatCollector::introduce(Item& item, const ProcessRecord& record)
 {
     item.startAfresh(record.startIdentity, pass_.number);
     item.setParentPid(record.parentPid);
-    nameNewProcess(item, record);
+    nameProcess(item, record);
     item.setIsLaunchd(
         record.pid == 1 || (!serviceManagerName_.empty() && item.name().starts_with(serviceManagerName_)));
     item.setForeground(true);
@@ -176,8 +179,9 @@ void ProcessStatCollector::introduce(Item& item, const ProcessRecord& record)
     ++newProcesses_;
 }
 
-void ProcessStatCollector::nameNewProcess(Item& item, const ProcessRecord& record)
+void ProcessStatCollector::nameProcess(Item& item, const ProcessRecord& record)
 {
+    item.setCommandName(record.name);
     std::string name = validUtf8(record.name);
     if (name.empty()) {
         item.setName(nameForPid(record.pid, name));

@@ -141,7 +141,7 @@ private:
     Item& itemForRecord(const ProcessRecord& record, std::size_t& cursor);
     void introduce(Item& item, const ProcessRecord& record);
     std::optional<std::string> askFullName(std::int32_t pid, const std::string& shortName);
-    void nameNewProcess(Item& item, const ProcessRecord& record);
+    void nameProcess(Item& item, const ProcessRecord& record);
     void measure(Item& item, const ProcessRecord& record);
 
     // ProcessHierarchy.cpp

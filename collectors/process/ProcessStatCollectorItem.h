@@ -53,6 +53,9 @@ public:
     void setControllingPid(std::int32_t pid) { state_.controllingPid = pid; }
     const std::string& name() const { return state_.name; } ///< valid UTF-8, possibly cut or empty
     void setName(std::string name);
+    /// The name as the process table has it, by which a process that starts another program is told.
+    const std::string& commandName() const { return state_.commandName; }
+    void setCommandName(std::string_view name) { state_.commandName = name; }
     bool loadedName() const { return state_.loadedName; } ///< the name is final
     void setLoadedName(bool loaded) { state_.loadedName = loaded; }
     std::string_view bundleLocation() const;
@@ -235,6 +238,7 @@ private:
         double networkUpload = 0;
         double networkDownloadTime = 0;
         double networkUploadTime = 0;
+        std::string commandName;
         std::string name;
         std::unique_ptr<Extras> extras;
     };

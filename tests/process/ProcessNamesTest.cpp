@@ -52,6 +52,21 @@ TEST_F(ProcessNamesTest, ProgramsThatShareACutNameKeepTheirOwn)
     EXPECT_EQ(shownName(10), "a-desktop-portal-gtk") << "may not be asked, so the guess stays";
 }
 
+TEST_F(ProcessNamesTest, AProcessThatStartsAnotherProgramHasItsName)
+{
+    set(7, 1, "bash");
+    set(8, 1, cut_);
+    source().paths[8] = "/usr/libexec/a-desktop-portal-gtk";
+    update();
+    EXPECT_EQ(shownName(8), "a-desktop-portal-gtk");
+    set(7, 1, cut_);
+    source().paths[7] = "/usr/libexec/a-desktop-portal-gnome";
+    set(8, 1, "short");
+    updateAfter(2);
+    EXPECT_EQ(shownName(7), "a-desktop-portal-gnome");
+    EXPECT_EQ(shownName(8), "short");
+}
+
 TEST_F(ProcessNamesTest, EmptyNameIsAskedForAtOnce)
 {
     set(7, 1, "");
