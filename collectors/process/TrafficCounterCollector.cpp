@@ -59,7 +59,7 @@ Result<void> TrafficCounterCollector::start()
 void TrafficCounterCollector::stop()
 {
     counting_.reset();
-    rest_ = told_ = {};
+    rest_ = told_ = known_ = {};
 }
 
 void TrafficCounterCollector::process()
@@ -120,9 +120,18 @@ TrafficShare TrafficCounterCollector::takeRest(const TrafficReading& reading)
     rest_.download += received - known.download;
     rest_.upload += sent - known.upload;
     rest_.linkBytes += received + sent - known.linkBytes;
-    return {.download = growth(rest_.download, told_.download),
+    const TrafficShare rest{.download = growth(rest_.download, told_.download),
         .upload = growth(rest_.upload, told_.upload),
         .linkBytes = growth(rest_.linkBytes, told_.linkBytes)};
+    // What sockets counted and no interface ever will (dropped in a queue, a multicast for each of several receivers)
+    // must not hide the kernel's traffic for ever: only two readings' worth may still be on its way.
+    TrafficShare under = known;
+    under += known_;
+    known_ = known;
+    told_.download = std::min(told_.download, rest_.download + under.download);
+    told_.upload = std::min(told_.upload, rest_.upload + under.upload);
+    told_.linkBytes = std::min(told_.linkBytes, rest_.linkBytes + under.linkBytes);
+    return rest;
 }
 
 } // namespace meridal

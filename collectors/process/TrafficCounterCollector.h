@@ -55,8 +55,9 @@ private:
     TrafficAccount latest_;
     TrafficAccount total_;
     TrafficShare elsewhere_;
-    TrafficShare rest_; ///< interfaces less sockets since the start: the moments differ, so it may swing
-    TrafficShare told_; ///< the most that `rest_` has been, which was told as the kernel's
+    TrafficShare rest_;  ///< interfaces less sockets since the start: the moments differ, so it may swing
+    TrafficShare told_;  ///< the most that `rest_` has been, which was told as the kernel's
+    TrafficShare known_; ///< what sockets had in the reading before
 };
 
 } // namespace meridal

@@ -13,8 +13,8 @@ namespace meridal {
 
 namespace {
 
-constexpr std::array<std::string_view, 13> carriedKinds = {"vlan", "macvlan", "macvtap", "ipvlan", "ipvtap", "bond",
-    "team", "bridge", "openvswitch", "vrf", "ifb", "nlmon", "vsockmon"};
+constexpr std::array<std::string_view, 17> carriedKinds = {"vlan", "macvlan", "macvtap", "ipvlan", "ipvtap", "bond",
+    "team", "bridge", "openvswitch", "vrf", "ifb", "nlmon", "vsockmon", "dsa", "macsec", "hsr", "ipoib"};
 
 bool isCarried(const rtnl::Link& link)
 {
@@ -48,10 +48,13 @@ InterfaceTotals::Bytes InterfaceTotals::read()
     }
     for (const auto& [index, bytes] : now) {
         const auto before = before_.find(index);
-        const Bytes start = before == before_.end() ? Bytes() : before->second; // a new one began at 0
+        // A new one has a new number, and began at 0. One that comes back from another network has a life behind it.
+        const Bytes start = before != before_.end() ? before->second : isPrimed_ && index > newest_ ? Bytes() : bytes;
         moved.received += growth(bytes.received, start.received);
         moved.sent += growth(bytes.sent, start.sent);
     }
+    isPrimed_ = true;
+    newest_ = now.empty() ? newest_ : std::max(newest_, now.rbegin()->first);
     if (outcome == NetlinkOutcome::Interrupted) { // some may be missing: they are not gone
         now.merge(before_);
     }

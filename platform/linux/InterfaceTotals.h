@@ -25,6 +25,8 @@ public:
 private:
     NetlinkSocket socket_;
     std::map<std::int32_t, Bytes> before_; ///< by the kernel's number of the interface
+    std::int32_t newest_ = 0;              ///< the highest number so far
+    bool isPrimed_ = false;                ///< there was a reading to count from
 };
 
 } // namespace meridal

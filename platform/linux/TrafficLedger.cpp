@@ -21,7 +21,8 @@ void TrafficLedger::note(std::uint64_t key, const BpfTraffic& sums, std::vector<
     count.packetsReceived = growth(sums.packets[BPF_TRAFFIC_RECEIVED], entry.sums.packets[BPF_TRAFFIC_RECEIVED]);
     count.packetsSent = growth(sums.packets[BPF_TRAFFIC_SENT], entry.sums.packets[BPF_TRAFFIC_SENT]);
     entry.sums = sums;
-    if (count.packetsReceived == 0 && count.packetsSent == 0) {
+    // Bytes may come a reading before their packet, or after it.
+    if (count.packetsReceived == 0 && count.packetsSent == 0 && count.bytesReceived == 0 && count.bytesSent == 0) {
         entry.moved = isNew ? reading_ : entry.moved;
         return;
     }

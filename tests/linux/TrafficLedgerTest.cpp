@@ -35,6 +35,17 @@ TEST(TrafficLedger, TellsWhatMovedAndOfWhom)
     EXPECT_EQ(counts[1].bytesReceived, 100U) << "a new entry begins at 0";
 }
 
+TEST(TrafficLedger, BytesThatComeBeforeTheirPacketAreNotLost)
+{
+    TrafficLedger ledger(8);
+    std::vector<TrafficCount> counts;
+    ledger.beginReading();
+    ledger.note(42, {.bytes = {0, 100}, .packets = {0, 1}, .parent = 7}, counts);
+    ledger.note(42, {.bytes = {0, 160}, .packets = {0, 1}, .parent = 7}, counts);
+    ASSERT_EQ(counts.size(), 2U);
+    EXPECT_EQ(counts[1].bytesSent, 60U);
+}
+
 TEST(TrafficLedger, LetsGoWhatStandsStillAndSoonerWhenRoomIsShort)
 {
     TrafficLedger ledger(8);

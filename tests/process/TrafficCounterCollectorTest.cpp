@@ -102,6 +102,23 @@ TEST_F(TrafficCounterCollectorTest, WhatIsCountedOnDifferentSidesOfAReadingCount
     EXPECT_EQ(counters.latest().kernel.download, 10);
 }
 
+TEST_F(TrafficCounterCollectorTest, WhatNoInterfaceEverCarriedDoesNotHideTheKernelsTrafficForEver)
+{
+    ASSERT_TRUE(counters.start());
+    for (int flood = 0; flood < 10; ++flood) { // a queue drops all that the process sends
+        counted(42, 0, 1000);
+        crossed(0, 0);
+        counters.process();
+    }
+    double kernel = 0;
+    for (int reading = 0; reading < 10; ++reading) {
+        crossed(0, 500);
+        counters.process();
+        kernel += counters.latest().kernel.upload;
+    }
+    EXPECT_EQ(kernel, 5000 - 1000) << "what one reading held may still be on its way";
+}
+
 TEST_F(TrafficCounterCollectorTest, TheKeeperTakesTheFirstSourceThatWorks)
 {
     CaptureKeeper keeper(machine.context, {counters, packets, statistics});

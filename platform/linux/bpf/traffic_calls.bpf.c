@@ -5,10 +5,10 @@
 
 static __always_inline void count_call(const struct sock* socket, int result, int direction)
 {
-    if (result <= 0 || !is_internet(socket)) {
+    const struct task_struct* task = bpf_get_current_task_btf();
+    if (result <= 0 || !is_internet(socket) || (task->flags & PF_KTHREAD)) {
         return;
     }
-    const struct task_struct* task = bpf_get_current_task_btf();
     const __u64 place = place_of(socket->__sk_common.skc_net.net->net_cookie);
     add_traffic(identity_of(task, place), parent_of(task), direction, (__u64)result, 1);
 }

@@ -178,14 +178,15 @@ SEC("iter/task_file") int note_held(struct bpf_iter__task_file* context)
 #ifdef CLAIMED_BY_CALLS
 static __always_inline void claim(struct sock* socket, int result)
 {
-    if (result <= 0 || !is_internet(socket)) {
+    const struct task_struct* task = bpf_get_current_task_btf();
+    /* What file systems and block devices send is the kernel's, whichever thread of it happens to do that. */
+    if (result <= 0 || !is_internet(socket) || (task->flags & PF_KTHREAD)) {
         return;
     }
     struct socket_owner* owner = bpf_sk_storage_get(&owners, socket, NULL, BPF_SK_STORAGE_GET_F_CREATE);
     if (!owner) {
         return;
     }
-    const struct task_struct* task = bpf_get_current_task_btf();
     if (owner->has_listened) {
         begin_connection(owner);
     }
