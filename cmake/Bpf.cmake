@@ -14,7 +14,13 @@ set(bpf_folder ${CMAKE_SOURCE_DIR}/platform/linux/bpf)
 set(bpf_build ${CMAKE_BINARY_DIR}/bpf)
 file(MAKE_DIRECTORY ${bpf_build})
 set(bpf_sources)
+# Some distributions have a bpftool that only works beside the kernel that it came with, or a clang without that target.
 if(BPF_CLANG AND BPFTOOL AND BPF_INCLUDE_DIR)
+  execute_process(COMMAND ${BPFTOOL} version RESULT_VARIABLE bpf_no_tool OUTPUT_QUIET ERROR_QUIET)
+  execute_process(COMMAND ${BPF_CLANG} -target bpf -x c -c /dev/null -o /dev/null RESULT_VARIABLE bpf_no_target
+    OUTPUT_QUIET ERROR_QUIET)
+endif()
+if(BPF_CLANG AND BPFTOOL AND BPF_INCLUDE_DIR AND NOT bpf_no_tool AND NOT bpf_no_target)
   enable_language(C)
   file(GLOB bpf_sources CONFIGURE_DEPENDS ${bpf_folder}/*.bpf.c)
 else()

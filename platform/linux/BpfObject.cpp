@@ -3,6 +3,7 @@
 #include "platform/linux/BpfCalls.h"
 #include "platform/linux/bpf/skeleton.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <fmt/format.h>
 
@@ -41,21 +42,37 @@ Result<BpfObject> BpfObject::load(std::string_view name, std::initializer_list<B
     if (!layout) {
         return unexpected(ErrorCode::NotFound, fmt::format("this build has no BPF program {}", name));
     }
-    Skeleton skeleton(layout->open(), layout->destroy);
+    // The verifier stops at a signal, which says nothing against the program.
+    constexpr int attempts = 5;
+    int failure = 0;
+    for (int i = 0; i < attempts; ++i) {
+        auto object = loadOnce(*layout, name, sizes, failure);
+        if (object || (failure != -EAGAIN && failure != -EINTR)) {
+            return object;
+        }
+    }
+    return bpfError(fmt::format("loading the BPF program {}", name), -failure);
+}
+
+Result<BpfObject> BpfObject::loadOnce(
+    const BpfSkeleton& layout, std::string_view name, std::initializer_list<BpfMapSize> sizes, int& failure)
+{
+    Skeleton skeleton(layout.open(), layout.destroy);
     if (!skeleton) {
         return unexpected(ErrorCode::Unavailable, "no memory to load a BPF program");
     }
     for (const BpfMapSize& size : sizes) {
-        int* entries = fieldOf(skeleton.get(), layout->maps, size.map, layout->entriesOfMap);
+        int* entries = fieldOf(skeleton.get(), layout.maps, size.map, layout.entriesOfMap);
         if (!entries) {
             return unexpected(ErrorCode::Internal, fmt::format("BPF program {} has no map {}", name, size.map));
         }
         *entries = static_cast<int>(size.entries);
     }
-    if (const int failure = layout->load(skeleton.get()); failure != 0) {
+    failure = layout.load(skeleton.get());
+    if (failure != 0) {
         return bpfError(fmt::format("loading the BPF program {}", name), -failure);
     }
-    return BpfObject(*layout, std::move(skeleton));
+    return BpfObject(layout, std::move(skeleton));
 }
 
 int BpfObject::map(std::string_view name) const

@@ -30,6 +30,8 @@ public:
     int program(std::string_view name) const;
 
 private:
+    static Result<BpfObject> loadOnce(
+        const BpfSkeleton& layout, std::string_view name, std::initializer_list<BpfMapSize> sizes, int& failure);
     using Skeleton = std::unique_ptr<void, void (*)(void*)>;
     BpfObject(const BpfSkeleton& layout, Skeleton skeleton) : layout_(&layout), skeleton_(std::move(skeleton)) { }
 

@@ -10,6 +10,9 @@ namespace meridal {
 
 namespace {
 
+/// Passes in a row after which a reader is given up.
+constexpr int mostFailures = 5;
+
 bool isBefore(const BpfProcess* a, const BpfProcess* b) { return a->pid < b->pid; }
 
 std::uint64_t pagesOf(std::int64_t sum) { return sum > 0 ? static_cast<std::uint64_t>(sum) : 0; }
@@ -61,12 +64,19 @@ void BpfProcessSource::setHidden(std::vector<std::int32_t> pids)
 
 std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wanted)
 {
+    if (!reader_) {
+        return readFiles(wanted);
+    }
     const auto processes = reader_->read(has(wanted, ProcessFields::Memory));
-    noteOutcome(processes ? std::string() : processes.error().message);
     if (!processes) {
-        order_.clear();
-        rows_.clear();
-        return {};
+        noteFailure(processes.error().message);
+        return readFiles(wanted);
+    }
+    if (failures_ > 0) {
+        failures_ = 0;
+        problem_.clear();
+        files_.reset();
+        limitations_->clear("process-source");
     }
     ++pass_;
     sortByPid(*processes);
@@ -85,6 +95,17 @@ std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wan
         addHidden(wanted);
     }
     return rows_;
+}
+
+/// Without the programs, for one pass or for good.
+std::span<const ProcessRecord> BpfProcessSource::readFiles(ProcessFields wanted)
+{
+    order_.clear();
+    rows_.clear();
+    if (!files_) {
+        files_ = std::make_unique<ProcProcessSource>(root_, limitations_, ProcProcessOptions{.skipUnchanged = true});
+    }
+    return files_->readProcesses(wanted);
 }
 
 void BpfProcessSource::sortByPid(std::span<const BpfProcess> processes)
@@ -147,14 +168,14 @@ void BpfProcessSource::addHidden(ProcessFields wanted)
     }
 }
 
-void BpfProcessSource::noteOutcome(const std::string& problem)
+void BpfProcessSource::noteFailure(const std::string& problem)
 {
-    if (!problem.empty()) {
-        limitations_->set("process-table", "the last look at the processes failed: " + problem);
-    } else if (failed_) {
-        limitations_->clear("process-table");
+    problem_ = problem;
+    limitations_->set("process-source", "/proc is read instead of BPF's records: " + problem);
+    if (++failures_
+        == mostFailures) { // and be it that the next would succeed: each failure costs a load of the programs
+        reader_.reset();
     }
-    failed_ = !problem.empty();
 }
 
 std::optional<std::string> BpfProcessSource::executablePath(std::int32_t pid, std::string_view name)

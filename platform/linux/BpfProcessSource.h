@@ -45,7 +45,11 @@ public:
     std::size_t nameLimit() const override;
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::optional<std::int32_t> responsiblePid(std::int32_t pid) override;
-    std::string_view method() const override { return "bpf"; }
+    /// What the next pass uses; "proc" once the programs have failed several times in a row.
+    std::string_view method() const override { return reader_ ? "bpf" : "proc"; }
+
+    /// Why the latest pass had to do without the programs; empty when it did not.
+    const std::string& problem() const { return problem_; }
 
     /// Processes that the kernel shows in /proc and keeps from BPF programs, ascending: they are read there. Hardened
     /// kernels have some.
@@ -63,10 +67,11 @@ private:
     void sortByPid(std::span<const BpfProcess> processes);
     void addRow(const BpfProcess& process, const Kept* last, ProcessFields wanted);
     void addHidden(ProcessFields wanted);
-    void noteOutcome(const std::string& problem);
+    std::span<const ProcessRecord> readFiles(ProcessFields wanted);
+    void noteFailure(const std::string& problem);
     std::string_view unitOf(std::int32_t pid);
 
-    std::unique_ptr<BpfProcessReader> reader_;
+    std::unique_ptr<BpfProcessReader> reader_; ///< null when it was given up
     std::filesystem::path root_;
     ProcFolder folder_;
     std::shared_ptr<Limitations> limitations_;
@@ -75,7 +80,9 @@ private:
     std::uint64_t tick_;                        ///< ns
     std::uint64_t pageSize_;                    ///< bytes
     std::uint64_t pass_ = 0;
-    bool failed_ = false; ///< at the last pass
+    int failures_ = 0; ///< passes in a row without the programs
+    std::string problem_;
+    std::unique_ptr<ProcProcessSource> files_; ///< for those; null as a rule
 
     std::vector<const BpfProcess*> order_; ///< ascending by pid, as rows_ and kept_
     std::vector<ProcessRecord> rows_;

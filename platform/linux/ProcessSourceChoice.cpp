@@ -95,12 +95,18 @@ std::string difference(
 std::string lookForFault(BpfProcessSource& source, const std::filesystem::path& root, std::vector<std::int32_t>& hidden)
 {
     const Rows before = copyOf(source.readProcesses(ProcessFields::All));
+    if (!source.problem().empty()) {
+        return source.problem();
+    }
     ProcFolder folder(root / "proc");
     std::vector<std::int32_t> listed;
     folder.listPids(listed);
     ProcProcessSource plain(root, std::make_shared<Limitations>(), {.skipUnchanged = false, .only = witnesses(before)});
     const Rows proc = copyOf(plain.readProcesses(ProcessFields::All));
     const Rows after = copyOf(source.readProcesses(ProcessFields::All));
+    if (!source.problem().empty()) {
+        return source.problem();
+    }
 
     for (const std::int32_t pid : witnesses(before)) {
         const ProcessRecord* first = rowOf(before, pid);

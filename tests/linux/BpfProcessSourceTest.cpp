@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace meridal {
 namespace {
@@ -113,13 +114,26 @@ TEST_F(ToldProcesses, SumsBelowNothingAreNothing)
     EXPECT_EQ(row.diskBytesWritten, 0U);
 }
 
-TEST_F(ToldProcesses, AFailedLookIsALimitationUntilTheNextSucceeds)
+TEST_F(ToldProcesses, AFailedLookIsMadeUpForByProcAndSeveralAreFinal)
 {
-    EXPECT_TRUE(source.readProcesses(ProcessFields::All).empty());
-    EXPECT_THAT(limitations->all()["process-table"], HasSubstr("told nothing"));
+    BpfProcessSource live(std::make_unique<ToldReader>(told), "/", limitations);
+    const auto seesItself = [&] {
+        const auto rows = live.readProcesses(ProcessFields::Cpu);
+        return std::any_of(rows.begin(), rows.end(), [](const ProcessRecord& row) { return row.pid == ::getpid(); });
+    };
+    EXPECT_TRUE(seesItself());
+    EXPECT_THAT(limitations->all()["process-source"], HasSubstr("told nothing"));
     *told = {process(42)};
-    EXPECT_EQ(source.readProcesses(ProcessFields::All).size(), 1U);
-    EXPECT_FALSE(limitations->all().contains("process-table"));
+    EXPECT_EQ(live.readProcesses(ProcessFields::All).size(), 1U);
+    EXPECT_FALSE(limitations->all().contains("process-source"));
+    told->clear();
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(live.method(), "bpf");
+        EXPECT_TRUE(seesItself());
+    }
+    *told = {process(42)};
+    EXPECT_EQ(live.method(), "proc");
+    EXPECT_TRUE(seesItself());
 }
 
 TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
