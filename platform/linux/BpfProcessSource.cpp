@@ -128,11 +128,12 @@ void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, Proce
     if (last && last->start == kept.start) {
         kept = *last;
     }
-    kept.cpu = splitCpuTime(process.runTime, process.userTicks, process.systemTicks, kept.cpu);
-    kept.written = proc::bytesWritten(process.writtenBytes, process.cancelledBytes, kept.written);
-    ProcessFields present = ProcessFields::Cpu | ProcessFields::Memory | ProcessFields::Wakeups;
-    if (process.flags & BPF_PROCESS_HAS_IO) {
-        present |= ProcessFields::Disk;
+    ProcessFields present = ProcessFields::Memory;
+    if (!(process.flags & BPF_PROCESS_TORN)) {
+        kept.cpu = splitCpuTime(process.runTime, process.userTicks, process.systemTicks, kept.cpu);
+        kept.written = proc::bytesWritten(process.writtenBytes, process.cancelledBytes, kept.written);
+        present |= ProcessFields::Cpu | ProcessFields::Wakeups;
+        present |= process.flags & BPF_PROCESS_HAS_IO ? ProcessFields::Disk : ProcessFields::None;
     }
     const std::uint64_t anonymous = pagesOf(process.anonymousPages);
     const std::uint64_t shared = pagesOf(process.sharedPages);

@@ -51,6 +51,9 @@ public:
     /// Why the latest pass had to do without the programs; empty when it did not.
     const std::string& problem() const { return problem_; }
 
+    /// Forgets what figures were held at, as if the next pass were the first.
+    void startAfresh() { kept_.clear(); }
+
     /// Processes that the kernel shows in /proc and keeps from BPF programs, ascending: they are read there. Hardened
     /// kernels have some.
     void setHidden(std::vector<std::int32_t> pids);

@@ -132,10 +132,11 @@ Result<std::unique_ptr<ProcessSource>> tryOut(std::unique_ptr<BpfProcessReader> 
     const std::filesystem::path& root, std::shared_ptr<Limitations> limitations)
 {
     auto source = std::make_unique<BpfProcessSource>(std::move(reader), root, std::move(limitations));
-    constexpr int attempts = 3; // a process may have started another program right then
+    constexpr int attempts = 3; // a process may have started another program right then, or dropped what it had written
     std::string fault;
     for (int i = 0; i < attempts; ++i) {
         std::vector<std::int32_t> hidden;
+        source->startAfresh(); // as the reader of /proc that it is compared with
         fault = lookForFault(*source, root, hidden);
         if (fault.empty()) {
             source->setHidden(std::move(hidden));

@@ -186,6 +186,7 @@ static __always_inline void fill_counters(
             return;
         }
     }
+    record->flags |= BPF_PROCESS_TORN;
 }
 
 static __always_inline void fill_record(struct BpfProcess* record, struct task_struct* task, const struct BpfPass* pass)

@@ -34,6 +34,7 @@ enum {
     BPF_PROCESS_ENDED = 1, /* a zombie */
     BPF_PROCESS_KERNEL_THREAD = 2,
     BPF_PROCESS_HAS_IO = 4, /* the kernel accounts storage traffic to processes */
+    BPF_PROCESS_TORN = 8,   /* threads ended all the while: what is summed up over threads is not to be used */
 };
 
 /** What a pass is asked for, and what it answers. */
