@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <libmnl/libmnl.h>
 #include <linux/rtnetlink.h>
 #include <string_view>
@@ -21,10 +22,26 @@ bool isCarried(const rtnl::Link& link)
     return std::find(carriedKinds.begin(), carriedKinds.end(), link.driverKind) != carriedKinds.end();
 }
 
+bool isOfNoKind(const std::vector<rtnl::Link>& links, std::int32_t index)
+{
+    return std::any_of(links.begin(), links.end(),
+        [index](const rtnl::Link& link) { return link.record.index == index && link.driverKind.empty(); });
+}
+
 /// A counter that went back has started over.
 std::uint64_t growth(std::uint64_t now, std::uint64_t before) { return now >= before ? now - before : now; }
 
 } // namespace
+
+std::vector<rtnl::Link> InterfaceTotals::counted(const std::vector<rtnl::Link>& links)
+{
+    std::vector<rtnl::Link> counted;
+    std::copy_if(links.begin(), links.end(), std::back_inserter(counted), [&links](const rtnl::Link& link) {
+        // A network card of a virtual machine that has a faster one as its member adds that one's counters to its own.
+        return link.record.hasCounters && !isCarried(link) && !(link.master != 0 && isOfNoKind(links, link.master));
+    });
+    return counted;
+}
 
 InterfaceTotals::InterfaceTotals() : socket_(NETLINK_ROUTE) { read(); }
 
@@ -35,16 +52,19 @@ InterfaceTotals::Bytes InterfaceTotals::read()
     request->nlmsg_type = RTM_GETLINK;
     request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg));
-    std::map<std::int32_t, Bytes> now;
-    const NetlinkOutcome outcome = socket_.ask(*request, [&now](const nlmsghdr& message) {
-        const auto link = rtnl::parseLink(message);
-        if (link && link->record.hasCounters && !isCarried(*link)) {
-            now[link->record.index] = {link->record.bytesReceived, link->record.bytesSent};
+    std::vector<rtnl::Link> links;
+    const NetlinkOutcome outcome = socket_.ask(*request, [&links](const nlmsghdr& message) {
+        if (auto link = rtnl::parseLink(message)) {
+            links.push_back(std::move(*link));
         }
     });
     Bytes moved;
     if (outcome == NetlinkOutcome::Failed) {
         return moved; // the next reading makes up for it
+    }
+    std::map<std::int32_t, Bytes> now;
+    for (const rtnl::Link& link : counted(links)) {
+        now[link.record.index] = {link.record.bytesReceived, link.record.bytesSent};
     }
     for (const auto& [index, bytes] : now) {
         const auto before = before_.find(index);

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "platform/linux/LinkMessages.h"
 #include "platform/linux/NetlinkSocket.h"
 
 #include <cstdint>
 #include <map>
+#include <vector>
 
 namespace meridal {
 
@@ -21,6 +23,9 @@ public:
     InterfaceTotals();
     /// Since the last call.
     Bytes read();
+
+    /// Those of them whose counters make up the sum.
+    static std::vector<rtnl::Link> counted(const std::vector<rtnl::Link>& links);
 
 private:
     NetlinkSocket socket_;

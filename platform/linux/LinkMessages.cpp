@@ -109,6 +109,9 @@ void takeAttribute(Link& link, std::uint8_t& operationalState, const nlattr& att
     case IFLA_PERM_ADDRESS:
         record.permanentAddress = hardwareAddressOf(attribute);
         break;
+    case IFLA_MASTER:
+        link.master = netlinkInteger<std::int32_t>(attribute).value_or(0);
+        break;
     case IFLA_STATS64:
         takeCounters(record, attribute);
         break;

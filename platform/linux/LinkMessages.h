@@ -16,6 +16,7 @@ struct Link {
     InterfaceRecord record;         ///< without kind and addresses
     std::string driverKind;         ///< IFLA_INFO_KIND: "bridge", "veth"; empty for hardware
     std::uint16_t hardwareType = 0; ///< ARPHRD_*
+    std::int32_t master = 0;        ///< index of the interface that has it as a member (IFLA_MASTER); 0 = none
     bool hasParentDevice = false;   ///< a device of some bus stands behind it; told by kernels from 5.14 on
 };
 

@@ -1,3 +1,4 @@
+#include "platform/linux/InterfaceTotals.h"
 #include "platform/linux/LinkMessages.h"
 #include "platform/linux/NetlinkSocket.h"
 #include "platform/linux/WirelessMessages.h"
@@ -78,6 +79,27 @@ TEST(NetlinkMessages, CountersOfEveryKernelAreRead)
     Message cut = link(3);
     cut.text(IFLA_IFNAME, "eth0").text(IFLA_STATS64, std::string(16, '\1'));
     EXPECT_FALSE(rtnl::parseLink(*cut)->record.hasCounters) << "absent, not zero";
+}
+
+TEST(NetlinkMessages, FramesThatSeveralInterfacesCarryCountOnce)
+{
+    const auto made = [](std::int32_t index, const std::string& kind, std::uint32_t master) {
+        Message message = link(index);
+        message.text(IFLA_IFNAME, "x").put(IFLA_STATS64, rtnl_link_stats64{}).put(IFLA_MASTER, master);
+        if (!kind.empty()) {
+            nlattr* nest = message.begin(IFLA_LINKINFO);
+            message.text(IFLA_INFO_KIND, kind);
+            message.end(nest);
+        }
+        return *rtnl::parseLink(*message);
+    };
+    std::vector<std::int32_t> counted;
+    // A card, its VLAN, a bridge with two members, a synthetic card and the faster one under it.
+    for (const rtnl::Link& link : InterfaceTotals::counted({made(1, "", 3), made(2, "vlan", 0), made(3, "bridge", 0),
+             made(4, "veth", 3), made(5, "", 0), made(6, "", 5)})) {
+        counted.push_back(link.record.index);
+    }
+    EXPECT_EQ(counted, (std::vector<std::int32_t>{1, 4, 5}));
 }
 
 TEST(NetlinkMessages, WhatIsNoInterfaceOfOursIsPassedOver)
