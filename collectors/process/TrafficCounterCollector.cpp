@@ -95,12 +95,14 @@ void TrafficCounterCollector::fold(const TrafficCount& count)
 }
 
 /// The process, or the first of its ancestors that is still there; a parent that ended as well is known if it had traffic.
+/// Who has one of their pids by now and was born later is a stranger.
 ProcessStatCollectorItem* TrafficCounterCollector::nearestOf(const TrafficCount& count)
 {
     std::int32_t pid = count.pid;
     std::int32_t parent = count.parentPid;
     for (int generation = 0; generation < mostGenerations && pid > 0; ++generation) {
-        if (auto* item = processes_.processForPid(pid)) {
+        auto* item = processes_.processForPid(pid);
+        if (item && (count.startIdentity == 0 || item->startIdentity() <= count.startIdentity)) {
             return item;
         }
         pid = parent > 1 ? parent : 0;

@@ -11,8 +11,9 @@ namespace meridal {
 
 /// Network bytes of one process since the last reading, with their IP headers unless the method says otherwise.
 struct TrafficCount {
-    std::int32_t pid = 0;       ///< 0 = of processes that could not be told apart
-    std::int32_t parentPid = 0; ///< 0 = not known. The process may have ended: its parent may be there
+    std::int32_t pid = 0;            ///< 0 = of processes that could not be told apart
+    std::int32_t parentPid = 0;      ///< 0 = not known. The process may have ended: its parent may be there
+    std::uint64_t startIdentity = 0; ///< as in ProcessRecord: the pid may be another process's by now; 0 = not known
     /// Through a network namespace of its own (a container), which the interfaces of this one do not carry, or carry as
     /// somebody else's.
     bool isElsewhere = false;

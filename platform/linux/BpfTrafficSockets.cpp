@@ -2,6 +2,7 @@
 
 #include "base/Runtime.h"
 #include "platform/linux/BpfCalls.h"
+#include "platform/linux/ProcParsers.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/bpf/traffic_record.h"
 
@@ -32,6 +33,13 @@ std::uint64_t ownNetwork()
     std::uint64_t cookie = 0;
     socklen_t size = sizeof cookie;
     return ::getsockopt(socket.get(), SOL_SOCKET, SO_NETNS_COOKIE, &cookie, &size) == 0 ? cookie : 0;
+}
+
+/// Clock ticks from boot to the start of this process; another figure in a time namespace than for the kernel.
+std::uint64_t ownStart(const std::filesystem::path& root)
+{
+    const auto stat = proc::parseStat(RootFolder(root).read("proc/self/stat").value_or(""));
+    return stat ? stat->startTicks : 0;
 }
 
 /// The root of the unified hierarchy of control groups. In a container only a part of it is to be seen, which would be a part
@@ -78,7 +86,7 @@ Result<BpfTrafficSockets> BpfTrafficSockets::attach(
         done = sockets.findOpenSockets();
     }
     if (done && sockets.seesPackets_) {
-        done = sockets.check();
+        done = sockets.check(root);
     }
     if (!done) {
         return unexpected(done.error().code, done.error().message);
@@ -166,7 +174,7 @@ Result<void> BpfTrafficSockets::findOpenSockets()
 }
 
 /// Whether the programs know our own sockets for ours.
-Result<void> BpfTrafficSockets::check() const
+Result<void> BpfTrafficSockets::check(const std::filesystem::path& root) const
 {
     struct Owner { // the beginning of it
         std::uint64_t who = 0;
@@ -179,7 +187,7 @@ Result<void> BpfTrafficSockets::check() const
         return bpfError("finding the owner of a socket", errno);
     }
     if ((owner.who & BPF_TRAFFIC_PID_MASK) != static_cast<std::uint64_t>(::getpid())
-        || (owner.who & BPF_TRAFFIC_ELSEWHERE) != 0) {
+        || (owner.who & BPF_TRAFFIC_ELSEWHERE) != 0 || owner.who >> BPF_TRAFFIC_START_SHIFT != ownStart(root)) {
         return unexpected(ErrorCode::Unavailable, "the programs take a socket of ours for somebody else's");
     }
     return {};

@@ -37,7 +37,7 @@ private:
     Result<void> attachToCalls();
     Result<void> attachTracepoint(const char* program);
     Result<void> findOpenSockets();
-    Result<void> check() const;
+    Result<void> check(const std::filesystem::path& root) const;
 
     BpfObject object_;
     Runtime* runtime_;

@@ -29,6 +29,7 @@ void TrafficLedger::note(std::uint64_t key, const BpfTraffic& sums, std::vector<
     entry.moved = reading_;
     count.pid = static_cast<std::int32_t>(key & BPF_TRAFFIC_PID_MASK);
     count.parentPid = static_cast<std::int32_t>(sums.parent);
+    count.startIdentity = key >> BPF_TRAFFIC_START_SHIFT;
     count.isElsewhere = (key & BPF_TRAFFIC_ELSEWHERE) != 0;
     into.push_back(count);
 }

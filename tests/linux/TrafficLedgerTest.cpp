@@ -21,6 +21,7 @@ TEST(TrafficLedger, TellsWhatMovedAndOfWhom)
     ASSERT_EQ(counts.size(), 2U);
     EXPECT_EQ(counts[0].pid, 42);
     EXPECT_EQ(counts[0].parentPid, 7);
+    EXPECT_EQ(counts[0].startIdentity, 5U);
     EXPECT_EQ(counts[0].bytesSent, 500U);
     EXPECT_TRUE(counts[1].isElsewhere);
     counts.clear();

@@ -74,6 +74,19 @@ TEST_F(TrafficCounterCollectorTest, LastBytesOfAnEndedProcessCountForItsParent)
     EXPECT_EQ(counters.latest().unattributed.upload, 60);
 }
 
+TEST_F(TrafficCounterCollectorTest, WhoTookOverThePidOfAnEndedProcessDoesNotGetItsBytes)
+{
+    ASSERT_TRUE(counters.start());
+    counted(43, 0, 500, 42); // of a process before the one that has the pid now
+    machine.trafficCounters().next.counts.back().startIdentity = 42;
+    counted(42, 0, 60, 43);
+    machine.trafficCounters().next.counts.back().startIdentity = 41;
+    counters.process();
+    EXPECT_EQ(item(43).networkUpload(), 0);
+    EXPECT_EQ(item(42).networkUpload(), 500) << "the parent is older than its child";
+    EXPECT_EQ(counters.latest().unattributed.upload, 60) << "both pids are others' by now";
+}
+
 TEST_F(TrafficCounterCollectorTest, NetworksOfTheirOwnAreNoPartOfTheSum)
 {
     ASSERT_TRUE(counters.start());

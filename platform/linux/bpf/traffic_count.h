@@ -30,7 +30,7 @@ static __always_inline __u64 place_of(__u64 network)
 
 static __always_inline __u64 identity_of(const struct task_struct* task, __u64 place)
 {
-    const __u64 start = task->group_leader->start_boottime >> 20;
+    const __u64 start = task->group_leader->start_boottime / BPF_TRAFFIC_TICK;
     return start << BPF_TRAFFIC_START_SHIFT | place | ((__u64)task->tgid & BPF_TRAFFIC_PID_MASK);
 }
 

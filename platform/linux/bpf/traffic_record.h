@@ -22,11 +22,12 @@ struct BpfTraffic {
 };
 
 /* Whose traffic it is, in one word, so that a socket changes hands at once: 22 bits of pid (no kernel has larger ones), one
- * bit for sockets of another network namespace than the daemon's, and the start time in units of 2^20 ns. A pid of 0 stands
- * for all processes that found no room. */
+ * bit for sockets of another network namespace than the daemon's, and the start time in clock ticks, as /proc has it. A pid
+ * of 0 stands for all processes that found no room. */
 #define BPF_TRAFFIC_PID_MASK 0x3FFFFFull
 #define BPF_TRAFFIC_ELSEWHERE 0x400000ull
 #define BPF_TRAFFIC_START_SHIFT 23
+#define BPF_TRAFFIC_TICK 10000000ull /* ns; USER_HZ is 100 wherever these programs can be loaded */
 
 struct BpfTrafficSettings {
     __u64 network; /* cookie of the daemon's network namespace; written before anything is attached */
