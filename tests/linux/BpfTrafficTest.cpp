@@ -8,6 +8,7 @@
 #include "platform/linux/BpfTrafficCounters.h"
 #include "platform/linux/LinuxHost.h"
 #include "tests/linux/NetworkBed.h"
+#include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
@@ -186,7 +187,7 @@ TEST_P(PacketsOf, NothingIsLostOfThousandsThatComeAndGo)
     if (const std::string why = start(GetParam()); !why.empty()) {
         GTEST_SKIP() << why;
     }
-    constexpr int children = 1000;
+    constexpr int children = slowBuild ? 100 : 1000;
     const Worker& parent = run([] {
         for (int i = 0; i < children; ++i) {
             const pid_t child = ::fork();

@@ -4,6 +4,7 @@
 #include "platform/linux/ProcProcessSource.h"
 #include "platform/linux/RootFolder.h"
 #include "tests/linux/Child.h"
+#include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gmock/gmock.h>
@@ -165,7 +166,7 @@ TEST_P(LiveProcesses, CutNamesAreCompleted)
 
 TEST_P(LiveProcesses, ShortLivedProcessesLeaveNothingBehind)
 {
-    constexpr int forks = 2000;
+    constexpr int forks = test::slowBuild ? 200 : 2000;
     Child forker([](const Child::Pipes& pipes) {
         for (int i = 0; i < forks; ++i) {
             const pid_t pid = ::fork();

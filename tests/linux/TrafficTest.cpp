@@ -235,7 +235,7 @@ TEST_F(TrafficTest, TheKernelsCountersAgreeWithTheCapture)
     uploader.go();
     double byCounters = 0;
     const auto update = [&] {
-        serveFor(0.4);
+        serveFor(0.1);
         processes->update();
         statistics.updateStats();
         const auto* item = processes->processForPid(uploader.pid());
