@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/CountingWatch.h"
 #include "client/Session.h"
 #include "client/TopView.h"
 
@@ -46,6 +47,7 @@ private:
     TopFrame frame_;
     std::optional<double> firstList_; ///< s of the loop's clock; of this connection and list
     std::size_t lists_ = 0;           ///< received in all
+    CountingWatch counting_;
 };
 
 } // namespace meridal

@@ -1,6 +1,7 @@
 #include "client/WatchCommand.h"
 
 #include "base/Value.h"
+#include "client/CountingWatch.h"
 #include "client/Format.h"
 
 #include <csignal>
@@ -12,6 +13,7 @@ namespace {
 
 constexpr double reconnectInterval = 1; // s
 constexpr int watchRequestInterval = 2; // s; the daemon notes it and keeps its own rhythm
+constexpr std::int64_t networkList = 8;
 constexpr std::int64_t smartTemperatures = 32;
 constexpr std::int64_t smartStatus = 64;
 
@@ -41,9 +43,14 @@ private:
             } else if (key == smartStatus) {
                 ask("startSMARTStatus", Value::array());
             } else {
-                ask("startRequestWithKey:interval:", Value::array({key, watchRequestInterval}));
+                askForKey(key);
             }
         }
+    }
+
+    void askForKey(std::int64_t key)
+    {
+        ask("startRequestWithKey:interval:", Value::array({key, watchRequestInterval}));
     }
 
     void ask(const std::string& method, const Value& parameters)
@@ -73,13 +80,17 @@ private:
 
     void received(const Dictionary& envelope)
     {
-        if (isWanted(envelope) && session_.print(terminalJson(envelope) + '\n')
-            && ++printed_ == session_.arguments().refreshes) {
+        const bool wanted = isWanted(envelope);
+        if (wanted && counting_.hasEnded(envelope)) {
+            askForKey(networkList);
+        }
+        if (wanted && session_.print(terminalJson(envelope) + '\n') && ++printed_ == session_.arguments().refreshes) {
             session_.finish(exitStatus::success);
         }
     }
 
     Session& session_;
+    CountingWatch counting_;
     std::size_t printed_ = 0;
 };
 

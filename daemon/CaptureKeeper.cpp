@@ -138,14 +138,16 @@ void CaptureKeeper::process()
     }
 }
 
-Value CaptureKeeper::latestShares() const
+Dictionary CaptureKeeper::latestShares() const
 {
-    if (!counters_.isCounting() && !packets_.isCapturing()) {
-        return nullptr;
+    Dictionary shares = {{"source", sourceInUse()}};
+    if (counters_.isCounting() || packets_.isCapturing()) {
+        const TrafficAccount& latest = counters_.isCounting() ? counters_.latest() : packets_.latest();
+        shares["attributed"] = directions(latest.processes);
+        shares["kernel"] = directions(latest.kernel);
+        shares["unattributed"] = directions(latest.unattributed);
     }
-    const TrafficAccount& latest = counters_.isCounting() ? counters_.latest() : packets_.latest();
-    return {{"attributed", directions(latest.processes)}, {"kernel", directions(latest.kernel)},
-        {"unattributed", directions(latest.unattributed)}};
+    return shares;
 }
 
 const char* CaptureKeeper::sourceInUse() const

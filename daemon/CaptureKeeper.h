@@ -45,9 +45,9 @@ public:
 
     /// For `status`: how traffic is counted, and what became of it since the start.
     Dictionary describe() const;
-    /// Where the bytes of the latest interval went: {"attributed": {"d","u"}, "kernel": {...}, "unattributed": {...}}. Null
-    /// where only connections are counted.
-    Value latestShares() const;
+    /// Where the figures of the network list come from, and where the bytes of the latest interval went: {"source",
+    /// "attributed": {"d","u"}, "kernel": {...}, "unattributed": {...}}, with "source" alone unless all traffic is counted.
+    Dictionary latestShares() const;
 
 private:
     void start();

@@ -34,7 +34,8 @@ struct CollectorPorts {
     std::function<void()> startCapture;
     std::function<void()> stopCapture;
     std::function<void()> processCapture;
-    std::function<Value()> trafficShares; ///< {"attributed", "kernel", "unattributed"} of the latest interval, or null
+    std::function<Dictionary()>
+        trafficShares; ///< "source", "attributed", "kernel", "unattributed" of the latest interval
 
     // Disks
     std::function<void()> loadDisks;

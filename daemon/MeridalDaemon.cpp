@@ -234,8 +234,8 @@ Dictionary MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
 Dictionary MeridalDaemon::networkList(bool grouped)
 {
     Dictionary list = processes_.networkProcesses(grouped);
-    if (const Value shares = ports_.trafficShares ? ports_.trafficShares() : Value(); shares.is_object()) {
-        list.update(shares);
+    if (ports_.trafficShares) {
+        list.update(ports_.trafficShares());
     }
     return list;
 }

@@ -8,6 +8,7 @@ Nothing here sleeps: every wait is for an event with a generous deadline.
 """
 import json
 import os
+import signal
 import socket
 import sqlite3
 import subprocess
@@ -198,6 +199,23 @@ class BandwidthTest(unittest.TestCase):
     def counters(self):
         link, = json.loads(self.ip("-j -s link show dev near"))
         return link["stats64"]["tx"]["bytes"], link["stats64"]["rx"]["bytes"]
+
+    def test_counting_that_one_client_ended_goes_on_for_the_others(self):
+        self.enter_network()
+        daemon = self.start().wait_ready()
+        top = subprocess.Popen([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "watch", "8"],
+                               stdout=subprocess.PIPE, text=True)
+        self.children.append(top)
+        sources = [json.loads(top.stdout.readline())["source"]]
+        self.assertIn(sources[0], ("bpf", "capture"))
+        daemon.client().close()
+        while "none" not in sources or sources[-1] == "none":
+            sources.append(json.loads(top.stdout.readline())["source"])
+            self.assertLess(len(sources), 6)
+        top.send_signal(signal.SIGTERM)
+        self.assertEqual(top.wait(), 0)
+        top.stdout.close()
+        self.assertEqual(daemon.stop(), 0)
 
     def test_what_the_file_says_was_really_sent(self):
         self.enter_network()
