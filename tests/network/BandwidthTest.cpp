@@ -336,12 +336,13 @@ RC_GTEST_FIXTURE_PROP(BandwidthTest, TheSumsAgreeWithTheCounters, ())
         carried += static_cast<double>(amount);
         tick(*rc::gen::inRange(1, 400));
         switch (step) {
-        case 0:
-            machine.network().interface(name).bytesSent =
-                *rc::gen::inRange<std::uint64_t>(0, 1'000'000); // and counted on since
-            machine.network().interface(name).bytesReceived = 0;
+        case 0: { // it starts over, and has counted on since
+            InterfaceRecord& record = machine.network().interface(name);
+            (*rc::gen::arbitrary<bool>() ? record.bytesSent : record.bytesReceived) =
+                *rc::gen::inRange<std::uint64_t>(0, 1'000'000);
             tick();
             break;
+        }
         case 1: {
             const std::string renamed = name == "en0" ? "en1" : "en0";
             machine.network().interface(name).name = renamed;
