@@ -2,6 +2,7 @@
 
 #include "collectors/disks/SMARTStatCollector.h"
 #include "tests/support/FakeHost.h"
+#include "tests/support/HasMembers.h"
 #include "tests/support/SMARTPageBuilder.h"
 
 #include <gtest/gtest.h>
@@ -53,6 +54,10 @@ protected:
     void unplug(const Plugged& plugged)
     {
         std::erase(machine.registry().entries, plugged.entry);
+        announce();
+    }
+    void announce()
+    {
         machine.registry().announce();
         machine.runtime.runDue();
     }

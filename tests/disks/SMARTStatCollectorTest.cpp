@@ -3,10 +3,13 @@
 #include "tests/disks/DiskFixture.h"
 
 #include <algorithm>
-#include <map>
+#include <iterator>
 
 namespace meridal::test {
 namespace {
+
+using testing::DoubleNear;
+using testing::ElementsAre;
 
 TEST_F(DiskTest, KeysTellWhatTheDisksTell)
 {
@@ -18,14 +21,12 @@ TEST_F(DiskTest, KeysTellWhatTheDisksTell)
             {"key":"S5GX","name":"FAST 1000","temperature":41}])")
             .value());
     const Value status = collector->diskStatus();
-    ASSERT_EQ(status.size(), 2U);
-    EXPECT_EQ(status[0]["key"], "sda");
-    EXPECT_EQ(status[0]["smart"], true);
-    EXPECT_EQ(status[0]["status"], true);
+    EXPECT_THAT(status,
+        ElementsAre(hasMembers({{"key", "sda"}, {"smart", true}, {"status", true}}),
+            Value{{"key", "nvme0"}, {"nvme", true}, {"nvme-percentage-used", 3}}));
     ASSERT_EQ(status[0]["attributes"].size(), 6U);
     EXPECT_EQ(status[0]["attributes"][1],
         (Value{{"f", "51"}, {"c", "200"}, {"w", "200"}, {"th", "140"}, {"value", 0}, {"t", "1700000000"}}));
-    EXPECT_EQ(status[1], parseUntrusted(R"({"key":"nvme0","nvme":true,"nvme-percentage-used":3})").value());
     EXPECT_EQ(collector->itemWithBSD("sda"), item("WX1"));
     EXPECT_EQ(collector->itemWithBSD("sdb"), nullptr);
     const Value overview = *collector->overview();
@@ -83,8 +84,7 @@ TEST_F(DiskTest, NothingIsReadWhileNobodyAsks)
     EXPECT_EQ(machine.registry().searches, 0);
     EXPECT_TRUE(collector->needToReload());
     wanted = true;
-    machine.registry().announce();
-    machine.runtime.runDue();
+    announce();
     EXPECT_EQ(early.disk->asked["readData"], 2) << "arrived while somebody asks";
     wanted = false;
     const auto late = plugATA("root/ata/sdb", "WX2");
@@ -114,9 +114,8 @@ TEST_F(DiskTest, AHangingDiskHoldsUpNobody)
         EXPECT_EQ(item("HANG")->temperature(), 34) << "as it was";
         EXPECT_GE(item("HANG")->readingFor(), 3.0);
     });
-    std::vector<std::unique_ptr<Timer>> ticks;
-    ticks.push_back(machine.runtime.startTimer(machine.runtime.mainQueue(), {.first = 30, .interval = 30},
-        [this] { collector->updateStats([this] { ++updates; }); }));
+    const auto ticks = machine.runtime.startTimer(machine.runtime.mainQueue(), {.first = 30, .interval = 30},
+        [this] { collector->updateStats([this] { ++updates; }); });
     const int readBefore = other.disk->asked["readHealthLog"];
     machine.runtime.advance(1);
     EXPECT_EQ(updates, 1 + 6) << "all in time";
@@ -139,8 +138,7 @@ TEST_F(DiskTest, ADiskUnpluggedInMidReadIsGone)
     const auto again = plugATA("root/usb/sdc", "WX1");
     tick();
     ASSERT_EQ(collector->diskStatus().size(), 0U) << "not announced yet";
-    machine.registry().announce();
-    machine.runtime.runDue();
+    announce();
     EXPECT_EQ(collector->diskStatus()[0]["key"], "sdc");
     EXPECT_EQ(item("WX1")->temperature(), 34);
 }
@@ -151,8 +149,7 @@ TEST_F(DiskTest, WhatAPageDoesNotTellStaysAsItWas)
     start();
     SMARTPage damaged = dataPage({{.attributeID = 194, .raw = 99}});
     damaged[40] ^= 1;
-    for (const auto& page :
-        {std::optional<SMARTPage>(damaged), std::optional<SMARTPage>(), std::optional(SMARTPage{})}) {
+    for (const auto& page : {std::optional(damaged), std::optional<SMARTPage>(), std::optional(SMARTPage{})}) {
         ata.disk->data = page;
         machine.runtime.advance(300);
         tick();
@@ -227,8 +224,7 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
     start();
     EXPECT_EQ(item("SAME")->temperature(), 34);
     EXPECT_EQ(item("SAME#2")->temperature(), 44);
-    machine.registry().announce();
-    machine.runtime.runDue();
+    announce();
     EXPECT_EQ(collector->items().size(), 2U) << "and stay the same two";
     EXPECT_EQ(item("SAME#2")->bsd(), "sdb");
 
@@ -238,8 +234,7 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
     const auto third = plugATA("root/ata/sda", "SAME"); // found before the second one
     std::rotate(
         machine.registry().entries.begin(), machine.registry().entries.end() - 1, machine.registry().entries.end());
-    machine.registry().announce();
-    machine.runtime.runDue();
+    announce();
     EXPECT_EQ(item("SAME#2")->bsd(), "sdb");
     EXPECT_EQ(item("SAME")->temperature(), 34);
 
@@ -249,8 +244,7 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
     const auto moved = std::make_shared<FakeRegistryEntry>("root/usb/sdc");
     moved->properties = third.entry->properties;
     machine.registry().entries = {moved};
-    machine.registry().announce();
-    machine.runtime.runDue();
+    announce();
     EXPECT_EQ(item("SAME")->state(), DiskState::Asleep);
     EXPECT_TRUE(item("SAME")->attributes().empty()) << "another place may mean another disk";
     EXPECT_EQ(item("SAME")->overallStatus(), std::nullopt);
@@ -282,13 +276,15 @@ protected:
         collector.reset();
         machine.context.databases = nullptr;
     }
-    std::vector<SqlValues> rows(const std::string& sql) const
+    /// The columns of one row.
+    std::vector<double> figures(const std::string& sql) const
     {
-        std::vector<SqlValues> found;
+        std::vector<double> found;
         SQLiteConnection file;
         EXPECT_TRUE(file.open(machine.context.paths.support / "disk-history.db", {}));
-        EXPECT_TRUE(file.forEachRow(
-            sql, {}, [&](std::span<const SqlValue> row) { found.emplace_back(row.begin(), row.end()); }));
+        EXPECT_TRUE(file.forEachRow(sql, {}, [&](std::span<const SqlValue> row) {
+            std::transform(row.begin(), row.end(), std::back_inserter(found), sqlNumber);
+        }));
         return found;
     }
     HistoryDatabaseController databases{machine.context};
@@ -302,22 +298,18 @@ TEST_F(DiskHistoryTest, FiguresAreRecordedWhileSomebodyAsks)
     watchFor(600);
     wanted = false;
     machine.runtime.advance(5);
-    const auto nvme =
-        rows("SELECT count(*), min(temperature), max(temperature), max(wear) FROM hour_diskhistory WHERE uuid='S5GX'");
-    EXPECT_NEAR(sqlNumber(nvme[0][0]), 100, 3) << "a row every 6 s, between two readings the latest";
-    EXPECT_EQ(sqlNumber(nvme[0][1]), 41);
-    EXPECT_EQ(sqlNumber(nvme[0][2]), 41);
-    EXPECT_EQ(sqlNumber(nvme[0][3]), 3);
-    const auto ata = rows("SELECT count(*), count(wear), max(temperature) FROM hour_diskhistory WHERE uuid='WX1'");
-    EXPECT_NEAR(sqlNumber(ata[0][0]), 100, 3);
-    EXPECT_EQ(sqlNumber(ata[0][1]), 0) << "it has no wear, which is not 0";
-    EXPECT_EQ(sqlNumber(ata[0][2]), 34);
-    const double before = sqlNumber(rows("SELECT max(sample) FROM hour_diskidhistory")[0][0]);
+    const auto nvme = figures(
+        "SELECT min(temperature), max(temperature), max(wear), count(*) FROM hour_diskhistory WHERE uuid='S5GX'");
+    EXPECT_THAT(nvme, ElementsAre(41, 41, 3, DoubleNear(100, 3))) << "every 6 s, between two readings the latest";
+    const auto ata = figures("SELECT max(temperature), count(wear), count(*) FROM hour_diskhistory WHERE uuid='WX1'");
+    EXPECT_THAT(ata, ElementsAre(34, 0, DoubleNear(100, 3))) << "it has no wear, which is not 0";
+    const std::string newest = "SELECT max(sample) FROM hour_diskidhistory";
+    const double before = figures(newest)[0];
     machine.runtime.advance(1000);
-    EXPECT_EQ(sqlNumber(rows("SELECT max(sample) FROM hour_diskidhistory")[0][0]), before) << "and not without";
+    EXPECT_THAT(figures(newest), ElementsAre(before)) << "and not without";
     wanted = true;
     watchFor(60);
-    EXPECT_GT(sqlNumber(rows("SELECT max(sample) FROM hour_diskidhistory")[0][0]), before + 160) << "the gap counts";
+    EXPECT_GT(figures(newest)[0], before + 160) << "the gap counts";
 }
 
 } // namespace

@@ -186,8 +186,19 @@ class DisksTest(unittest.TestCase):
         os.environ["UMOCKDEV_DIR"] = self.bed.get_root_dir()  # which the bed sets behind Python's back
 
     def tearDown(self):
+        ends = [daemon.stop() for daemon in self.daemons if daemon.process.poll() is None]
         daemon_test.DaemonTest.tearDown(self)
         os.environ.pop("UMOCKDEV_DIR", None)
+        self.assertEqual(ends, [0] * len(ends))
+
+    def client(self):
+        client = self.start().wait_ready().client()
+        self.addCleanup(client.close)
+        return client
+
+    def shown(self, *options):
+        command = [os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", self.daemons[0].socket_path, "disks", *options]
+        return subprocess.run(command, capture_output=True, text=True, check=True).stdout
 
     def plug(self, description, node, disk):
         self.bed.add_from_string(description)
@@ -206,39 +217,28 @@ class DisksTest(unittest.TestCase):
         nvme = self.plug(NVME, "/dev/nvme0", NvmeDisk())
         usb = self.plug(scsi_disk("pci0000:00/usb1/1-1/1-1:1.0/host6", "sdb", 16, ID_BUS="usb", ID_ATA=1, ID_ATA_FEATURE_SET_SMART=1,
                                   ID_SERIAL_SHORT="USB1"), "/dev/sdb", AtaDisk("USB1", 29, only=12))
-        daemon = self.start().wait_ready()
-        client = daemon.client()
+        sleeping = self.plug_ata("sdc", 32, "WX3")
+        sleeping.power = 0x00
+        client = self.client()
         client.call("status")
-        self.assertEqual((ata.commands, nvme.commands, usb.commands), ([], [], []), "nobody has asked for disks")
+        for disk in (ata, nvme, usb, sleeping):
+            self.assertEqual(disk.commands, [], "nobody has asked for disks")
         client.call("startSMARTStatus")
         disks = self.list_disks(client)
-        self.assertEqual(sorted(disks), ["nvme0n1", "sda", "sdb"])
-        self.assertEqual({name: disk["temperature"] for name, disk in disks.items()}, {"nvme0n1": 41, "sda": 34, "sdb": 29})
+        self.assertEqual({name: disk.get("temperature") for name, disk in disks.items()},
+                         {"nvme0n1": 41, "sda": 34, "sdb": 29, "sdc": None})
+        self.assertEqual(disks["sdc"]["state"], "asleep")
+        self.assertEqual({command for command, _ in sleeping.commands}, {CHECK_POWER}, "it sleeps on")
         self.assertEqual((disks["nvme0n1"]["wear"], disks["nvme0n1"]["serial"], disks["nvme0n1"]["firmware"]), (3, "S5GX", "2B"))
         self.assertEqual((disks["sda"]["model"], disks["sda"]["serial"], disks["sda"]["healthy"]), ("WDC WD40EFRX-68N32N0", "WX1", True))
         self.assertEqual([row["id"] for row in disks["sdb"]["attributes"]], [5, 9, 194])
         self.assertEqual(ata.commands.count((SMART, DATA)), 2)
-        envelope = client.envelope(lambda e: e["type"] == "64" and all("status" in d for d in e["disks"] if "smart" in d))
+        envelope = client.envelope(lambda e: e["type"] == "64" and all("status" in d for d in e["disks"]
+                                   if "smart" in d and "asleep" not in d))
         self.assertIn({"key": "nvme0n1", "nvme": True, "nvme-percentage-used": 3}, envelope["disks"])
-        shown = subprocess.run([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "disks", "--attributes"],
-                               capture_output=True, text=True, check=True).stdout
+        shown = self.shown("--attributes")
         self.assertIn("WDC WD40EFRX", shown)
         self.assertIn("41 °C", shown)
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
-
-    def test_a_sleeping_disk_sleeps_on(self):
-        ata = self.plug_ata()
-        ata.power = 0x00
-        daemon = self.start().wait_ready()
-        client = daemon.client()
-        client.call("startSMARTStatus")
-        disks = self.list_disks(client)
-        self.assertEqual(disks["sda"]["state"], "asleep")
-        self.assertNotIn("temperature", disks["sda"])
-        self.assertEqual({command for command, _ in ata.commands}, {CHECK_POWER})
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
 
     def test_a_hanging_disk_holds_up_neither_others_nor_the_end(self):
         hanging = self.plug_ata()
@@ -247,26 +247,21 @@ class DisksTest(unittest.TestCase):
         for number in range(3):  # more than the daemon has threads for slow work
             self.plug_ata("sd" + "efg"[number], 64 + 16 * number, f"H{number}").hangs = True
         self.plug(NVME, "/dev/nvme0", NvmeDisk())
-        daemon = self.start().wait_ready()
-        client = daemon.client()
+        client = self.client()
         client.call("startSMARTStatus")
         disks = self.list_disks(client)
         self.assertEqual((disks["sdc"]["temperature"], disks["nvme0n1"]["temperature"]), (34, 41))
         self.assertEqual(disks["sda"]["state"], "hanging")
         self.assertIs(client.call("exists:"), True)
         before = time.monotonic()
-        self.assertEqual(daemon.stop(), 0)
+        self.assertEqual(self.daemons[0].stop(), 0)
         self.assertLess(time.monotonic() - before, 10)  # the disk would hang for minutes
-        client.close()
 
     def test_disks_come_and_go(self):
-        daemon = self.start().wait_ready()
-        client = daemon.client()
+        client = self.client()
         client.call("startSMARTStatus")
         self.assertEqual(self.list_disks(client), {})
-        shown = subprocess.run([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "disks"],
-                               capture_output=True, text=True, check=True).stdout
-        self.assertEqual(shown.count("\n"), 1)
+        self.assertEqual(self.shown().count("\n"), 1)
         ata = self.plug_ata()
         path = "/sys/devices/pci0000:00/ata0/host0/target0:0:0/0:0:0:0/block/sda"
         for _ in range(2):  # the bed numbers them from 0, which libudev takes for no number
@@ -281,8 +276,6 @@ class DisksTest(unittest.TestCase):
             self.bed.uevent(bystander, "change")
         while self.list_disks(client):
             self.assertLess(time.monotonic(), deadline)
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
 
 
 if __name__ == "__main__":

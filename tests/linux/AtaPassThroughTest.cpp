@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 namespace meridal::test {
@@ -24,23 +25,12 @@ TEST(AtaPassThrough, CommandsAreLaidOutAsSatHasThem)
 
 TEST(AtaPassThrough, RegistersAreFoundInBothKindsOfSense)
 {
-    std::vector<std::uint8_t> descriptor(22);
-    descriptor[0] = 0x72;
-    descriptor[1] = 0x01;
-    descriptor[3] = 0x1D;
-    descriptor[7] = 14;
-    descriptor[8] = 0x09;
-    descriptor[9] = 0x0C;
-    descriptor[13] = 0xFF;
-    descriptor[17] = 0xF4;
-    descriptor[19] = 0x2C;
-    descriptor[21] = 0x50;
+    const std::vector<std::uint8_t> descriptor{
+        0x72, 0x01, 0, 0x1D, 0, 0, 0, 14, 0x09, 0x0C, 0, 0, 0, 0xFF, 0, 0, 0, 0xF4, 0, 0x2C, 0, 0x50};
     const auto found = registersInSense(descriptor);
     ASSERT_TRUE(found);
-    EXPECT_EQ(found->count, 0xFF);
-    EXPECT_EQ(found->lbaMid, 0xF4);
-    EXPECT_EQ(found->lbaHigh, 0x2C);
-    EXPECT_EQ(found->status, 0x50);
+    EXPECT_EQ(
+        std::tuple(found->count, found->lbaMid, found->lbaHigh, found->status), std::tuple(0xFF, 0xF4, 0x2C, 0x50));
     for (std::size_t size = 0; size < descriptor.size(); ++size) {
         EXPECT_FALSE(registersInSense(std::span(descriptor).first(size))) << "cut after " << size;
     }

@@ -5,7 +5,6 @@
 #include "platform/linux/ProcFolder.h"
 #include "platform/linux/ProcessSourceChoice.h"
 #include "tests/linux/Child.h"
-#include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gmock/gmock.h>
@@ -14,7 +13,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,6 +50,12 @@ struct ToldProcesses : testing::Test {
     std::shared_ptr<std::vector<BpfProcess>> told = std::make_shared<std::vector<BpfProcess>>();
     std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
     BpfProcessSource source{std::make_unique<ToldReader>(told), "/nowhere", limitations};
+
+    const ProcessRecord& read(const BpfProcess& only)
+    {
+        *told = {only};
+        return source.readProcesses(ProcessFields::All).front();
+    }
 };
 
 RC_GTEST_PROP(SplitCpuTime, NeitherPartNorTheSumEverFalls, ())
@@ -89,14 +93,14 @@ TEST_F(ToldProcesses, RowsAreSortedAndEveryPidIsThereOnce)
 
 TEST_F(ToldProcesses, AReusedPidStartsAfresh)
 {
-    *told = {process(42)};
-    told->front().runTime = 9'000;
-    told->front().writtenBytes = 4096;
-    const std::uint64_t identity = source.readProcesses(ProcessFields::All).front().startIdentity;
+    BpfProcess one = process(42);
+    one.runTime = 9'000;
+    one.writtenBytes = 4096;
+    const std::uint64_t identity = read(one).startIdentity;
     EXPECT_EQ(identity, 500U) << "clock ticks, as in /proc";
-    *told = {process(42, 7'000'000'000)};
-    told->front().runTime = 3;
-    const ProcessRecord& other = source.readProcesses(ProcessFields::All).front();
+    one = process(42, 7'000'000'000);
+    one.runTime = 3;
+    const ProcessRecord& other = read(one);
     EXPECT_NE(other.startIdentity, identity);
     EXPECT_EQ(other.userTime + other.systemTime, 3U);
     EXPECT_EQ(other.diskBytesWritten, 0U);
@@ -104,12 +108,12 @@ TEST_F(ToldProcesses, AReusedPidStartsAfresh)
 
 TEST_F(ToldProcesses, SumsBelowNothingAreNothing)
 {
-    *told = {process(42)};
-    told->front().anonymousPages = -3;
-    told->front().filePages = 2;
-    told->front().writtenBytes = 10;
-    told->front().cancelledBytes = 20;
-    const ProcessRecord& row = source.readProcesses(ProcessFields::All).front();
+    BpfProcess one = process(42);
+    one.anonymousPages = -3;
+    one.filePages = 2;
+    one.writtenBytes = 10;
+    one.cancelledBytes = 20;
+    const ProcessRecord& row = read(one);
     EXPECT_EQ(row.anonymous, 0U);
     EXPECT_EQ(row.residentSize, 2 * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)));
     EXPECT_EQ(row.diskBytesWritten, 0U);
@@ -117,15 +121,15 @@ TEST_F(ToldProcesses, SumsBelowNothingAreNothing)
 
 TEST_F(ToldProcesses, SumsThatThreadsEndedUnderAreLeftOut)
 {
-    *told = {process(42)};
-    told->front().runTime = 900;
-    source.readProcesses(ProcessFields::All);
-    told->front().runTime = 5'000; // one counted twice
-    told->front().flags |= BPF_PROCESS_TORN;
-    EXPECT_EQ(source.readProcesses(ProcessFields::All).front().present, ProcessFields::Memory);
-    told->front().runTime = 1'000;
-    told->front().flags &= ~static_cast<unsigned>(BPF_PROCESS_TORN);
-    const ProcessRecord& row = source.readProcesses(ProcessFields::All).front();
+    BpfProcess one = process(42);
+    one.runTime = 900;
+    read(one);
+    BpfProcess torn = one;
+    torn.runTime = 5'000; // one counted twice
+    torn.flags |= BPF_PROCESS_TORN;
+    EXPECT_EQ(read(torn).present, ProcessFields::Memory);
+    one.runTime = 1'000;
+    const ProcessRecord& row = read(one);
     EXPECT_EQ(row.userTime + row.systemTime, 1'000U) << "not held at what was wrong";
 }
 
@@ -213,74 +217,6 @@ TEST_F(Choice, AnOrdinaryUserIsRefusedAndGetsProc)
     char answer = 0;
     ASSERT_TRUE(child.answer(answer));
     EXPECT_EQ(answer, '+');
-}
-
-/// The walk in this kernel, or why not.
-struct LiveWalk : testing::Test {
-    void load(std::uint32_t capacity)
-    {
-        auto loaded = BpfProcessWalk::load(capacity);
-        if (!loaded) {
-            GTEST_SKIP() << loaded.error().message;
-        }
-        source.emplace(std::move(*loaded), "/", std::make_shared<Limitations>());
-    }
-    bool hasAll(const std::vector<std::int32_t>& pids)
-    {
-        const auto rows = source->readProcesses(ProcessFields::All);
-        return std::all_of(pids.begin(), pids.end(), [&](std::int32_t pid) {
-            return std::any_of(rows.begin(), rows.end(), [&](const auto& row) { return row.pid == pid; });
-        });
-    }
-    std::optional<BpfProcessSource> source;
-};
-
-std::ptrdiff_t openDescriptors()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
-
-TEST_F(LiveWalk, RoomGrowsWithinThePassAndNothingStaysOpen)
-{
-    const auto before = openDescriptors();
-    load(1);
-    if (!source) {
-        return;
-    }
-    EXPECT_GT(source->readProcesses(ProcessFields::All).size(), 5U);
-    EXPECT_TRUE(hasAll({::getpid(), ::getppid()}));
-    source.reset();
-    EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST_F(LiveWalk, LongLivedProcessesStayWhileOthersComeAndGo)
-{
-    load(16);
-    if (!source) {
-        return;
-    }
-    std::vector<std::unique_ptr<Child>> living;
-    std::vector<std::int32_t> pids{::getpid()};
-    for (int i = 0; i < 20; ++i) {
-        living.push_back(std::make_unique<Child>([](const Child::Pipes& pipes) { pipes.command(); }));
-        pids.push_back(living.back()->pid());
-    }
-    Child forker([](const Child::Pipes&) {
-        for (int i = 0; i < (test::slowBuild ? 500 : 5000); ++i) {
-            if (::fork() == 0) {
-                ::_exit(0);
-            }
-            while (::waitpid(-1, nullptr, i % 8 == 7 ? 0 : WNOHANG) > 0) { }
-        }
-    });
-    int passes = 0;
-    siginfo_t ended{};
-    while (::waitid(P_PID, static_cast<id_t>(forker.pid()), &ended, WEXITED | WNOWAIT | WNOHANG) == 0
-        && ended.si_pid == 0) {
-        ASSERT_TRUE(hasAll(pids)) << "pass " << passes;
-        ++passes;
-    }
-    EXPECT_GT(passes, 10);
 }
 
 TEST_F(Choice, RealProgramsAgreeWithProcAndHaveEveryProcess)

@@ -1,4 +1,3 @@
-#include "base/AsioRuntime.h"
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "collectors/process/PacketStatCollector.h"
@@ -19,7 +18,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <deque>
 #include <filesystem>
 #include <map>
 
@@ -40,19 +38,14 @@ struct Shared {
     std::atomic<std::uint64_t> sent;
 };
 
-/// Real traffic in a network of its own, counted by the object that a test names.
-class BpfTrafficTest : public ::testing::Test {
+/// Counted by the object that a test names.
+class BpfTrafficTest : public TrafficBedTest {
 protected:
-    void SetUp() override
+    BpfTrafficTest()
     {
-        if (!bed.unavailable().empty()) {
-            GTEST_SKIP() << bed.unavailable();
-        }
         void* memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         shared = new (memory) Shared();
     }
-    void TearDown() override { workers.clear(); }
-
     /// Why it cannot be; empty when it runs.
     std::string start(const std::string& object)
     {
@@ -63,21 +56,6 @@ protected:
         }
         counting = std::move(*started);
         return {};
-    }
-    Worker& worker(std::function<void()> step)
-    {
-        return workers.emplace_back(std::vector<std::function<void()>>{std::move(step)});
-    }
-    Worker& run(std::function<void()> step)
-    {
-        Worker& one = worker(std::move(step));
-        finish(one);
-        return one;
-    }
-    static void finish(Worker& one)
-    {
-        one.go();
-        ASSERT_TRUE(one.wait());
     }
     void read()
     {
@@ -92,17 +70,9 @@ protected:
         }
     }
     const TrafficCount& of(std::int32_t pid) { return seen[pid]; }
-    void serveFor(double seconds)
-    {
-        runtime.after(seconds, [this] { runtime.stop(); });
-        runtime.run();
-    }
 
-    NetworkBed bed; ///< first: threads belong to the network in which they were started
-    AsioRuntime runtime;
     std::unique_ptr<TrafficCounters::Counting> counting;
     std::map<std::int32_t, TrafficCount> seen;
-    std::deque<Worker> workers;
     Shared* shared = nullptr;
 };
 
@@ -123,20 +93,14 @@ void tcpSendAll(Shared& shared, const std::string& address, std::uint64_t count)
 void ping(const std::string& address, std::size_t size)
 {
     const bool isIPv6 = address.find(':') != std::string::npos;
-    const Descriptor socket(
-        isIPv6 ? ::socket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6) : ::socket(AF_INET, SOCK_RAW, IPPROTO_ICMP));
+    const int protocol = isIPv6 ? int{IPPROTO_ICMPV6} : int{IPPROTO_ICMP};
+    const Descriptor socket = socketTo(SOCK_RAW, address, 0, protocol);
     if (isIPv6) {
         icmp6_filter filter;
         ICMP6_FILTER_SETBLOCKALL(&filter);
         ICMP6_FILTER_SETPASS(ICMP6_ECHO_REPLY, &filter);
         ::setsockopt(socket.get(), IPPROTO_ICMPV6, ICMP6_FILTER, &filter, sizeof filter);
     }
-    sockaddr_in6 to6 = end(address, 0);
-    sockaddr_in to4{};
-    to4.sin_family = AF_INET;
-    ::inet_pton(AF_INET, address.c_str(), &to4.sin_addr);
-    ::connect(socket.get(), isIPv6 ? reinterpret_cast<const sockaddr*>(&to6) : reinterpret_cast<const sockaddr*>(&to4),
-        isIPv6 ? sizeof to6 : sizeof to4);
     std::vector<std::uint8_t> echo(size);
     echo[0] = isIPv6 ? ICMP6_ECHO_REQUEST : ICMP_ECHO;
     std::uint32_t sum = echo[0]; // all others are 0; IPv6 sums by itself
@@ -147,13 +111,19 @@ void ping(const std::string& address, std::size_t size)
     ::recv(socket.get(), answer.data(), answer.size(), 0);
 }
 
-class PacketsOf : public BpfTrafficTest, public ::testing::WithParamInterface<const char*> { };
+class PacketsOf : public BpfTrafficTest, public ::testing::WithParamInterface<const char*> {
+protected:
+    void SetUp() override
+    {
+        BpfTrafficTest::SetUp();
+        if (const std::string why = IsSkipped() ? "" : start(GetParam()); !why.empty()) {
+            GTEST_SKIP() << why;
+        }
+    }
+};
 
 TEST_P(PacketsOf, KnownTransfersCountToTheByte)
 {
-    if (const std::string why = start(GetParam()); !why.empty()) {
-        GTEST_SKIP() << why;
-    }
     struct Transfer {
         const char* address;
         std::uint64_t udp, tcp, icmp;
@@ -184,9 +154,6 @@ TEST_P(PacketsOf, KnownTransfersCountToTheByte)
 
 TEST_P(PacketsOf, NothingIsLostOfThousandsThatComeAndGo)
 {
-    if (const std::string why = start(GetParam()); !why.empty()) {
-        GTEST_SKIP() << why;
-    }
     constexpr int children = slowBuild ? 100 : 1000;
     const Worker& parent = run([] {
         for (int i = 0; i < children; ++i) {
@@ -216,24 +183,7 @@ TEST_P(PacketsOf, NothingIsLostOfThousandsThatComeAndGo)
 
 TEST_P(PacketsOf, AFloodCountsToTheByte)
 {
-    if (const std::string why = start(GetParam()); !why.empty()) {
-        GTEST_SKIP() << why;
-    }
-    const Worker& flooder = run([this] {
-        const Descriptor socket = socketTo(SOCK_DGRAM, NetworkBed::peer4, udpSink);
-        std::vector<mmsghdr> messages(512);
-        char byte = 'f';
-        iovec content{&byte, 1};
-        for (mmsghdr& message : messages) {
-            message.msg_hdr = {};
-            message.msg_hdr.msg_iov = &content;
-            message.msg_hdr.msg_iovlen = 1;
-        }
-        for (int i = 0; i < 400; ++i) {
-            const int sent = ::sendmmsg(socket.get(), messages.data(), static_cast<unsigned int>(messages.size()), 0);
-            shared->sent += static_cast<std::uint64_t>(std::max(sent, 0));
-        }
-    });
+    const Worker& flooder = run([this] { shared->sent = flood(NetworkBed::peer4, 400); });
     read();
     EXPECT_EQ(of(flooder.pid()).packetsSent, shared->sent.load());
     EXPECT_EQ(of(flooder.pid()).bytesSent, shared->sent.load() * (1 + udp4));
@@ -241,15 +191,12 @@ TEST_P(PacketsOf, AFloodCountsToTheByte)
 
 TEST_P(PacketsOf, ASocketIsHisWhoUsesIt)
 {
-    Descriptor listening(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_in6 any = end("::", tcpSink);
-    ASSERT_EQ(::bind(listening.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
-    ASSERT_EQ(::listen(listening.get(), 10), 0);
+    counting.reset();
+    const Descriptor listening = bound(SOCK_STREAM, tcpSink);
+    ASSERT_TRUE(listening);
     run([] { tcpSend("127.0.0.1", 1000); });
     const Descriptor accepted(::accept(listening.get(), nullptr, nullptr));
-    if (const std::string why = start(GetParam()); !why.empty()) {
-        GTEST_SKIP() << why;
-    }
+    ASSERT_EQ(start(GetParam()), "");
     sendBytes(accepted.get(), 500); // open before anybody counted
     // The one listens, a child of his accepts and reads.
     Worker& server = worker([&] {
@@ -263,10 +210,7 @@ TEST_P(PacketsOf, ASocketIsHisWhoUsesIt)
         ::waitpid(child, nullptr, 0);
     });
     server.go();
-    const Worker& client = run([] {
-        const Descriptor socket = socketTo(SOCK_STREAM, "127.0.0.1", tcpSink);
-        sendBytes(socket.get(), 1'000'000);
-    });
+    const Worker& client = run([] { sendBytes(socketTo(SOCK_STREAM, "127.0.0.1", tcpSink).get(), 1'000'000); });
     ASSERT_TRUE(server.wait());
     read();
     EXPECT_GE(of(shared->pid).bytesReceived, 1'000'000U);
@@ -324,20 +268,19 @@ TEST_F(BpfTrafficTest, TheSumsCloseAndAgreeWithTheCapture)
         GTEST_SKIP() << (started ? packets.failure() : started.error().message);
     }
     serveFor(0.1);
-    const auto before = std::pair(NetworkBed::counters("m0"), NetworkBed::counters("lo"));
-    Worker& uploader = run([] { tcpSend(NetworkBed::peer4, 8'000'000); });
-    Worker& caller = run([] { udpSend(NetworkBed::peer4, 2000, 1200); }); // of IPv6 the capture counts no fixed header
+    const auto before = NetworkBed::carried();
+    const Worker& uploader = run([] { tcpSend(NetworkBed::peer4, 8'000'000); });
+    const Worker& caller =
+        run([] { udpSend(NetworkBed::peer4, 2000, 1200); }); // of IPv6 the capture counts no fixed header
     serveFor(0.6);
     for (ProcessStatCollector* each : {&processes, &captured}) {
         each->update();
     }
     counters.process();
     packets.process();
-    const auto now = std::pair(NetworkBed::counters("m0"), NetworkBed::counters("lo"));
-    const auto received =
-        static_cast<double>(now.first.first + now.second.first - before.first.first - before.second.first);
-    const auto sent =
-        static_cast<double>(now.first.second + now.second.second - before.first.second - before.second.second);
+    const auto now = NetworkBed::carried();
+    const double received = now.first - before.first;
+    const double sent = now.second - before.second;
     const TrafficAccount& total = counters.total();
     EXPECT_NEAR(total.processes.download + total.kernel.download + total.unattributed.download, received, 2000);
     EXPECT_NEAR(total.processes.upload + total.kernel.upload + total.unattributed.upload, sent, 2000);

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -71,6 +72,11 @@ public:
     bool answer(T& value) const
     {
         return ::read(answers_.get(), &value, sizeof value) == static_cast<ssize_t>(sizeof value);
+    }
+    bool hasAnswer(int milliseconds) const
+    {
+        pollfd state{answers_.get(), POLLIN, 0};
+        return ::poll(&state, 1, milliseconds) == 1;
     }
     /// Waits until it has ended, and leaves the zombie.
     void awaitEnd() const

@@ -14,7 +14,6 @@ namespace meridal {
 namespace {
 
 using test::HwmonMachine;
-using Keys = std::map<std::string, std::string>;
 
 void addProcessor(HwmonMachine& machine, const std::string& entry)
 {
@@ -44,12 +43,17 @@ void addLaptop(HwmonMachine& machine)
     addDisk(machine, "hwmon1", "nvme0");
     addFans(machine, "hwmon2");
 }
+struct Laptop : HwmonMachine {
+    Laptop()
+    {
+        addLaptop(*this);
+        start();
+    }
+};
 
 TEST(HwmonSMCService, ALaptopsChipsAreKeys)
 {
-    HwmonMachine laptop;
-    addLaptop(laptop);
-    laptop.start();
+    Laptop laptop;
     EXPECT_DOUBLE_EQ(laptop.valueOf("coretemp-isa-0000 Package id 0"), 52);
     EXPECT_NEAR(laptop.valueOf("nvme-pci-0100 Composite"), 38.85, 1e-5);
     EXPECT_NEAR(laptop.valueOf("thinkpad-isa-0000 in0"), 12.345, 1e-5);
@@ -68,16 +72,13 @@ TEST(HwmonSMCService, ALaptopsChipsAreKeys)
 
 TEST(HwmonSMCService, FansHaveACountSpeedsLimitsAndDescriptions)
 {
-    HwmonMachine laptop;
-    addLaptop(laptop);
-    laptop.start();
+    Laptop laptop;
     EXPECT_EQ(laptop.call(SMCCommand::ReadKey, "FNum").bytes[0], 2);
     EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "FNum").dataType, makeUInt32Key("ui8 "));
-    EXPECT_EQ(laptop.value("F0Ac"), 2650);
-    EXPECT_EQ(laptop.value("F0Mn"), 0);
-    EXPECT_EQ(laptop.value("F1Ac"), 0);
-    EXPECT_EQ(laptop.value("F1Mn"), 500);
-    EXPECT_EQ(laptop.value("F1Mx"), 6000);
+    for (const auto& [key, speed] :
+        std::map<std::string, double>{{"F0Ac", 2650}, {"F0Mn", 0}, {"F1Ac", 0}, {"F1Mn", 500}, {"F1Mx", 6000}}) {
+        EXPECT_EQ(laptop.value(key), speed) << key;
+    }
     EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "F0ID").dataType, makeUInt32Key("{fds"));
     const auto description = laptop.call(SMCCommand::ReadKey, "F0ID").bytes;
     EXPECT_EQ(std::string(description.begin() + 4, description.begin() + 16), "CPUFanLeftSi");
@@ -85,9 +86,7 @@ TEST(HwmonSMCService, FansHaveACountSpeedsLimitsAndDescriptions)
 
 TEST(HwmonSMCService, SpeaksTheProtocol)
 {
-    HwmonMachine laptop;
-    addLaptop(laptop);
-    laptop.start();
+    Laptop laptop;
     const auto result = [](SMCResult code) { return static_cast<std::uint8_t>(code); };
     EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "TC0P").result, 132);
     EXPECT_EQ(laptop.call(SMCCommand::ReadKey, "F2Ac").result, 132);
@@ -133,11 +132,8 @@ TEST(HwmonSMCService, WhatCannotBeReadIsAbsentAndTheOthersAreThere)
 
 TEST(HwmonSMCService, KeysSurviveAnotherOrderOfProbingAndALostTable)
 {
-    Keys before;
-    HwmonMachine first;
-    addLaptop(first);
-    first.start();
-    before = first.keys();
+    const Laptop first;
+    const auto before = first.keys();
     ASSERT_EQ(before.size(), 8U);
 
     HwmonMachine second; // the same machine, probed the other way round, and with another disk found before
@@ -159,11 +155,8 @@ TEST(HwmonSMCService, ACounterInADriversNameIsNoPartOfAKey)
 {
     const auto keysWith = [](const char* counter) {
         HwmonMachine machine;
-        int number = 0;
-        for (const char* name : {"iwlwifi_", "mt7921_phy", "hidpp_battery_"}) {
-            const std::string entry = "hwmon" + std::to_string(number++);
-            machine.chip(
-                entry, "platform/" + std::string(name), "", name + std::string(counter), {{"temp1_input", "1"}});
+        for (const std::string name : {"iwlwifi_", "mt7921_phy", "hidpp_battery_"}) {
+            machine.chip(name, "platform/" + name, "", name + counter, {{"temp1_input", "1"}});
         }
         machine.start();
         std::set<std::string> keys;
@@ -284,13 +277,12 @@ TEST(HwmonSMCService, OnAMacTheKeysAreTheChipsOwn)
 {
     HwmonMachine mac;
     addProcessor(mac, "hwmon0");
-    // An old driver: everything is with the device.
-    mac.tree.write("sys/devices/platform/applesmc.768/name", "applesmc\n");
-    mac.tree.write("sys/devices/platform/applesmc.768/temp1_input", "44250\n");
-    mac.tree.write("sys/devices/platform/applesmc.768/temp1_label", "TC0P\n");
-    mac.tree.write("sys/devices/platform/applesmc.768/fan1_input", "1999\n");
-    mac.tree.write("sys/devices/platform/applesmc.768/fan1_label", "Exhaust  \n");
-    mac.tree.link("sys/devices/platform/applesmc.768/hwmon/hwmon1/device", "../..");
+    const std::string device = "sys/devices/platform/applesmc.768/"; // an old driver: everything is with the device
+    for (const auto& [file, text] : HwmonMachine::Files{{"name", "applesmc"}, {"temp1_input", "44250"},
+             {"temp1_label", "TC0P"}, {"fan1_input", "1999"}, {"fan1_label", "Exhaust  "}}) {
+        mac.tree.write(device + file, text + "\n");
+    }
+    mac.tree.link(device + "hwmon/hwmon1/device", "../..");
     mac.tree.link("sys/class/hwmon/hwmon1", "../../devices/platform/applesmc.768/hwmon/hwmon1");
     mac.start();
     EXPECT_EQ(mac.value("TC0P"), 44.25);
@@ -384,8 +376,7 @@ TEST(HwmonSensorServices, GiveChannelsByLabel)
     EXPECT_EQ(temperatures[3].product, "Core 0 (coretemp-isa-0001)");
     EXPECT_EQ(temperatures[3].value, std::nullopt);
     const auto power = services.read({.usagePage = 0xFF08, .usage = 1, .eventType = 25, .field = 25U << 16});
-    ASSERT_EQ(power.size(), 1U);
-    EXPECT_EQ(power[0].value, 7250);
+    EXPECT_EQ(power.at(0).value, 7250);
     EXPECT_EQ(services.read({.usagePage = 0xFF08, .usage = 2, .eventType = 25, .field = 25U << 16})[0].value, -1500);
     EXPECT_TRUE(services.read({.usagePage = 1, .usage = 2, .eventType = 15, .field = 15U << 16}).empty());
 }

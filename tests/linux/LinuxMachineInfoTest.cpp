@@ -100,16 +100,15 @@ TEST(DrmDisplayInfo, CountsFramesBetweenTwoBlanksOfOneDisplay)
     std::optional<VerticalBlank> now;
     DrmDisplayInfo display([&] { return now; });
     EXPECT_FALSE(display.frameRate());
-    now = VerticalBlank{.display = 1, .count = 0xFFFFFFF0, .time = 10};
-    EXPECT_FALSE(display.frameRate()) << "nothing to compare with";
-    now = VerticalBlank{.display = 1, .count = 104, .time = 12}; // across the wrap
-    EXPECT_EQ(display.frameRate(), 60);
+    const auto rateAt = [&](const VerticalBlank& blank) {
+        now = blank;
+        return display.frameRate();
+    };
+    EXPECT_FALSE(rateAt({.display = 1, .count = 0xFFFFFFF0, .time = 10})) << "nothing to compare with";
+    EXPECT_EQ(rateAt({.display = 1, .count = 104, .time = 12}), 60) << "across the wrap";
     EXPECT_FALSE(display.frameRate()) << "no frame since";
-    now = VerticalBlank{.display = 2, .count = 300, .time = 14};
-    EXPECT_FALSE(display.frameRate()) << "another display";
-    now = VerticalBlank{.display = 2, .count = 5, .time = 15};
-    EXPECT_FALSE(display.frameRate()) << "the counter began again";
-
+    EXPECT_FALSE(rateAt({.display = 2, .count = 300, .time = 14})) << "another display";
+    EXPECT_FALSE(rateAt({.display = 2, .count = 5, .time = 15})) << "the counter began again";
     const test::TemporaryTree tree{{"dev/dri/card0", "not a device"}};
     EXPECT_FALSE(DrmDisplayInfo(tree.root()).frameRate());
 }

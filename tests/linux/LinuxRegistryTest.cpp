@@ -5,6 +5,7 @@
 #include "tests/support/SMARTPageBuilder.h"
 #include "tests/support/TemporaryTree.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -15,6 +16,8 @@
 
 namespace meridal::test {
 namespace {
+
+using testing::ElementsAre;
 
 /// sysfs with the folders and links of disks.
 class LinuxRegistryTest : public testing::Test {
@@ -49,6 +52,10 @@ protected:
     {
         return LinuxRegistry(runtime, tree.root(), std::make_shared<Limitations>()).entriesWithTrue(property);
     }
+    static std::vector<std::optional<std::string>> identity(const RegistryEntry& entry)
+    {
+        return {bsdOfDisk(entry), modelOfDisk(entry), serialOfDisk(entry)};
+    }
     /// Page 89h as a SAT layer gives it.
     static std::string ataInformation(const TestIdentity& identity)
     {
@@ -70,9 +77,7 @@ TEST_F(LinuxRegistryTest, ADiskOnAnAtaPortTellsAllWithoutBeingAsked)
     const auto found = find("SMART Capable");
     ASSERT_EQ(found.size(), 1U) << "a partition is no disk";
     EXPECT_EQ(found[0]->path(), disk);
-    EXPECT_EQ(modelOfDisk(*found[0]), "WDC WD40EFRX-68N32N0");
-    EXPECT_EQ(serialOfDisk(*found[0]), "WD-WX11A2345678");
-    EXPECT_EQ(bsdOfDisk(*found[0]), "sda");
+    EXPECT_THAT(identity(*found[0]), ElementsAre("sda", "WDC WD40EFRX-68N32N0", "WD-WX11A2345678"));
     EXPECT_EQ(found[0]->property("Device Characteristics")["Medium Type"], "Rotational");
     EXPECT_TRUE(find("NVMe SMART Capable").empty());
 }
@@ -84,15 +89,11 @@ TEST_F(LinuxRegistryTest, WithoutThatPageUdevAndTheUnitSerialTell)
         {{"vendor", "ATA\n"}, {"model", "Samsung SSD 860 \n"},
             {"vpd_pg80", std::string("\0\x80\0\x14     S3Z8NB0K", 17)}},
         {{"dev", "8:0\n"}});
-    const auto kernelOnly = find("SMART Capable");
-    ASSERT_EQ(kernelOnly.size(), 1U);
-    EXPECT_EQ(modelOfDisk(*kernelOnly[0]), "Samsung SSD 860");
-    EXPECT_EQ(serialOfDisk(*kernelOnly[0]), "S3Z8NB0K");
+    EXPECT_THAT(identity(*find("SMART Capable").at(0)), ElementsAre("sda", "Samsung SSD 860", "S3Z8NB0K"));
     tree.write("run/udev/data/b8:0",
         "E:ID_ATA=1\nE:ID_ATA_FEATURE_SET_SMART=1\nE:ID_MODEL=Samsung_SSD_860_EVO_500GB\nE:ID_SERIAL_SHORT="
         "S3Z8NB0K123\n");
-    const auto withUdev = find("SMART Capable");
-    EXPECT_EQ(modelOfDisk(*withUdev[0]), "Samsung SSD 860 EVO 500GB");
+    EXPECT_EQ(modelOfDisk(*find("SMART Capable").at(0)), "Samsung SSD 860 EVO 500GB");
     tree.write("run/udev/data/b8:0", "E:ID_ATA=1\n");
     EXPECT_TRUE(find("SMART Capable").empty()) << "it has no such feature";
 }
@@ -106,8 +107,7 @@ TEST_F(LinuxRegistryTest, UsbDisksAreDisksAndSticksAreNot)
     addScsi("sys/devices/pci0/usb1/1-2/1-2:1.0/host7", "sdc", scsi, {{"dev", "8:32\n"}, {"removable", "1\n"}});
     const auto found = find("SMART Capable");
     ASSERT_EQ(found.size(), 1U);
-    EXPECT_EQ(serialOfDisk(*found[0]), "DD56419884");
-    EXPECT_EQ(modelOfDisk(*found[0]), "External USB3.0");
+    EXPECT_THAT(identity(*found[0]), ElementsAre("sdb", "External USB3.0", "DD56419884"));
     tree.write("run/udev/data/b8:16", "E:ID_BUS=usb\n");
     EXPECT_TRUE(find("SMART Capable").empty()) << "udev tried, and no disk answered behind the bridge";
 }
@@ -124,10 +124,8 @@ TEST_F(LinuxRegistryTest, NvmeControllersWithTheirFirstNamespace)
     }
     const auto found = find("NVMe SMART Capable");
     ASSERT_EQ(found.size(), 2U) << "a disk elsewhere is not this machine's";
-    EXPECT_EQ(bsdOfDisk(*found[0]), "nvme0n1");
-    EXPECT_EQ(bsdOfDisk(*found[1]), "nvme1n1");
-    EXPECT_EQ(serialOfDisk(*found[0]), "S5GX");
-    EXPECT_EQ(modelOfDisk(*found[0]), "FAST 1000");
+    EXPECT_THAT(identity(*found[0]), ElementsAre("nvme0n1", "FAST 1000", "S5GX"));
+    EXPECT_THAT(identity(*found[1]), ElementsAre("nvme1n1", "FAST 1000", "S5GX"));
 }
 
 TEST_F(LinuxRegistryTest, ASuspendedDiskIsAsleepAndItsNodeIsNotOpened)

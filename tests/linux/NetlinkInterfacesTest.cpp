@@ -4,9 +4,8 @@
 #include "tests/linux/NetworkNamespace.h"
 #include "tests/network/NetworkFixture.h"
 
-#include <array>
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
@@ -53,26 +52,9 @@ protected:
     const InterfaceRecord* find(const std::string& name)
     {
         const NetworkReading* reading = netlink->latest();
-        for (const InterfaceRecord& record : reading->interfaces) {
-            if (record.name == name) {
-                return &record;
-            }
-        }
-        return nullptr;
-    }
-    /// What "ip" says that an interface has sent and received.
-    std::pair<double, double> countersBySomebodyElse(const std::string& name)
-    {
-        std::string text;
-        std::FILE* pipe = ::popen(("ip -j -s link show dev " + name).c_str(), "r");
-        std::array<char, 4096> part{};
-        for (std::size_t size = 0; (size = std::fread(part.data(), 1, part.size(), pipe)) > 0;) {
-            text.append(part.data(), size);
-        }
-        ::pclose(pipe);
-        const auto links = parseUntrusted(text);
-        const Value& counters = links.value()[0]["stats64"];
-        return {counters["tx"]["bytes"].get<double>(), counters["rx"]["bytes"].get<double>()};
+        const auto& all = reading->interfaces;
+        const auto found = std::find_if(all.begin(), all.end(), [&](const auto& each) { return each.name == name; });
+        return found == all.end() ? nullptr : &*found;
     }
     /// The kernel tells of carriers from a queue of its own, up to a second later.
     LinkState linkOnceIs(const std::string& name, LinkState expected)
@@ -83,15 +65,6 @@ protected:
         }
         return find(name)->link;
     }
-    double stored(const std::string& column)
-    {
-        double total = 0;
-        for (const Dictionary& row : samples()) {
-            total += row[column].get<double>();
-        }
-        return total;
-    }
-
     NetworkNamespace network;
     NetlinkInterfaces* netlink = nullptr;
 };
@@ -126,28 +99,24 @@ TEST_F(NetlinkInterfacesTest, ReadsWhatTheyAreAndFollowsTheirAddresses)
     EXPECT_TRUE(machine.host.limitations->all().empty());
 }
 
-TEST_F(NetlinkInterfacesTest, WhatIsStoredAgreesWithTheCounters)
+TEST_F(NetlinkInterfacesTest, WhatIsStoredIsWhatWasSent)
 {
-    startDaemon();
-    tick();
+    begin();
     for (int period = 0; period < 3; ++period) {
         send("near", 400, 1400);
         tick();
         send("far", 200, 1000);
         passBoundary();
     }
-    const auto [sent, received] = countersBySomebodyElse("near");
-    EXPECT_EQ(sent, 3 * 400 * 1400);
-    EXPECT_EQ(totals({{"interface", "near"}})["upload"], sent);
-    EXPECT_EQ(totals({{"interface", "near"}})["download"], received);
-    EXPECT_EQ(totals({{"interface", "far"}})["upload"], received);
+    EXPECT_EQ(totals({{"interface", "near"}})["upload"], 3 * 400 * 1400);
+    EXPECT_EQ(totals({{"interface", "near"}})["download"], 3 * 200 * 1000);
+    EXPECT_EQ(totals({{"interface", "far"}})["upload"], 3 * 200 * 1000);
     EXPECT_EQ(samples().size(), 6U);
 }
 
 TEST_F(NetlinkInterfacesTest, ARenamedOrRemovedInterfaceLosesNothing)
 {
-    startDaemon();
-    tick();
+    begin();
     const auto item = collector().interfaceWithBSD("near");
     send("near", 300, 1000);
     ASSERT_TRUE(network.ip("link set near down") && network.ip("link set near name renamed")
@@ -160,9 +129,10 @@ TEST_F(NetlinkInterfacesTest, ARenamedOrRemovedInterfaceLosesNothing)
     tick();
     EXPECT_FALSE(collector().interfaceWithBSD("renamed"));
     passBoundary();
-    EXPECT_EQ(stored("upload"), 1'100'000);
+    const Value all = totals({{"interfaces", "all"}});
+    EXPECT_EQ(all["upload"], 1'100'000);
     // The other end counts what it got where the first one counts what it sent: both go at once, and that half is unseen.
-    EXPECT_EQ(stored("download"), 600'000);
+    EXPECT_EQ(all["download"], 600'000);
 }
 
 TEST_F(NetlinkInterfacesTest, AFloodOfAnnouncementsIsGotOver)

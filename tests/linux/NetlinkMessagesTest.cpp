@@ -37,6 +37,16 @@ public:
         mnl_attr_put(message_, type, text.size(), text.data());
         return *this;
     }
+    /// What made the interface; hardware has no such thing.
+    Message& driver(const std::string& kind)
+    {
+        if (!kind.empty()) {
+            nlattr* nest = begin(IFLA_LINKINFO);
+            text(IFLA_INFO_KIND, kind);
+            end(nest);
+        }
+        return *this;
+    }
     nlattr* begin(std::uint16_t type) { return mnl_attr_nest_start(message_, type); }
     void end(nlattr* nest) { mnl_attr_nest_end(message_, nest); }
     nlmsghdr& operator*() { return *message_; }
@@ -46,12 +56,12 @@ private:
     nlmsghdr* message_ = mnl_nlmsg_put_header(memory_.data());
 };
 
-Message link(int index, std::uint16_t type = ARPHRD_ETHER, unsigned flags = IFF_UP)
+Message link(int index, std::uint16_t type = ARPHRD_ETHER)
 {
     ifinfomsg header{};
     header.ifi_index = index;
     header.ifi_type = type;
-    header.ifi_flags = flags;
+    header.ifi_flags = IFF_UP;
     return {RTM_NEWLINK, header};
 }
 
@@ -67,31 +77,25 @@ TEST(NetlinkMessages, CountersOfEveryKernelAreRead)
     rtnl_link_stats64 counters{};
     counters.rx_bytes = 0x1'0000'0001;
     counters.tx_bytes = 7;
-    Message whole = link(3);
-    whole.text(IFLA_IFNAME, "eth0").put(IFLA_STATS64, counters);
-    const auto parsed = rtnl::parseLink(*whole);
-    ASSERT_TRUE(parsed && parsed->record.hasCounters);
-    EXPECT_EQ(parsed->record.bytesReceived, 0x1'0000'0001U);
-    EXPECT_EQ(parsed->record.name, "eth0") << "without its NUL";
-    Message older = link(3);
-    older.text(IFLA_IFNAME, "eth0").text(IFLA_STATS64, std::string(reinterpret_cast<const char*>(&counters), 64));
-    EXPECT_EQ(rtnl::parseLink(*older)->record.bytesSent, 7U);
-    Message cut = link(3);
-    cut.text(IFLA_IFNAME, "eth0").text(IFLA_STATS64, std::string(16, '\1'));
-    EXPECT_FALSE(rtnl::parseLink(*cut)->record.hasCounters) << "absent, not zero";
+    const std::string bytes(reinterpret_cast<const char*>(&counters), sizeof counters);
+    const auto parsed = [&](std::size_t size) {
+        return rtnl::parseLink(*link(3).text(IFLA_IFNAME, "eth0").text(IFLA_STATS64, bytes.substr(0, size)))->record;
+    };
+    EXPECT_TRUE(parsed(bytes.size()).hasCounters);
+    EXPECT_EQ(parsed(bytes.size()).bytesReceived, 0x1'0000'0001U);
+    EXPECT_EQ(parsed(bytes.size()).name, "eth0") << "without its NUL";
+    EXPECT_EQ(parsed(64).bytesSent, 7U) << "an older kernel's";
+    EXPECT_FALSE(parsed(16).hasCounters) << "absent, not zero";
 }
 
 TEST(NetlinkMessages, FramesThatSeveralInterfacesCarryCountOnce)
 {
     const auto made = [](std::int32_t index, const std::string& kind, std::uint32_t master) {
-        Message message = link(index);
-        message.text(IFLA_IFNAME, "x").put(IFLA_STATS64, rtnl_link_stats64{}).put(IFLA_MASTER, master);
-        if (!kind.empty()) {
-            nlattr* nest = message.begin(IFLA_LINKINFO);
-            message.text(IFLA_INFO_KIND, kind);
-            message.end(nest);
-        }
-        return *rtnl::parseLink(*message);
+        return *rtnl::parseLink(*link(index)
+                                     .text(IFLA_IFNAME, "x")
+                                     .driver(kind)
+                                     .put(IFLA_STATS64, rtnl_link_stats64{})
+                                     .put(IFLA_MASTER, master));
     };
     std::vector<std::int32_t> counted;
     // A card, its VLAN, a bridge with two members, a synthetic card and the faster one under it.
@@ -106,9 +110,7 @@ TEST(NetlinkMessages, WhatIsNoInterfaceOfOursIsPassedOver)
 {
     Message nameless = link(3);
     EXPECT_FALSE(rtnl::parseLink(*nameless));
-    Message nowhere = link(0);
-    nowhere.text(IFLA_IFNAME, "eth0");
-    EXPECT_FALSE(rtnl::parseLink(*nowhere));
+    EXPECT_FALSE(rtnl::parseLink(*link(0).text(IFLA_IFNAME, "eth0")));
     ifinfomsg port{};
     port.ifi_family = AF_BRIDGE;
     port.ifi_index = 3;
@@ -122,14 +124,8 @@ TEST(NetlinkMessages, WhatIsNoInterfaceOfOursIsPassedOver)
 TEST(NetlinkMessages, TheKindTellsHardwareFromWhatRunsOverIt)
 {
     const auto kind = [](std::uint16_t type, const std::string& driver, const char* deviceType, bool hasDevice) {
-        Message message = link(3, type);
-        message.text(IFLA_IFNAME, "x");
-        if (!driver.empty()) {
-            nlattr* nest = message.begin(IFLA_LINKINFO);
-            message.text(IFLA_INFO_KIND, driver);
-            message.end(nest);
-        }
-        return rtnl::kindOf(*rtnl::parseLink(*message), deviceType, hasDevice);
+        return rtnl::kindOf(
+            *rtnl::parseLink(*link(3, type).text(IFLA_IFNAME, "x").driver(driver)), deviceType, hasDevice);
     };
     EXPECT_EQ(kind(ARPHRD_LOOPBACK, "", "", false), InterfaceKind::Loopback);
     EXPECT_EQ(kind(ARPHRD_ETHER, "", "", true), InterfaceKind::Ethernet);
@@ -200,12 +196,12 @@ TEST(NetlinkMessages, TheWirelessFamilyComesWithItsGroups)
 
 TEST(NetlinkMessages, OnlyAClientIsOnANetwork)
 {
-    Message client = generic(NL80211_CMD_NEW_INTERFACE);
-    client.put(NL80211_ATTR_IFTYPE, std::uint32_t{NL80211_IFTYPE_STATION}).text(NL80211_ATTR_SSID, "Caf\xE9");
-    EXPECT_EQ(nl80211::parseInterface(*client), "Caf\xE9");
-    Message accessPoint = generic(NL80211_CMD_NEW_INTERFACE);
-    accessPoint.put(NL80211_ATTR_IFTYPE, std::uint32_t{NL80211_IFTYPE_AP}).text(NL80211_ATTR_SSID, "ours");
-    EXPECT_EQ(nl80211::parseInterface(*accessPoint), "");
+    const auto network = [](std::uint32_t type) {
+        Message message = generic(NL80211_CMD_NEW_INTERFACE);
+        return nl80211::parseInterface(*message.put(NL80211_ATTR_IFTYPE, type).text(NL80211_ATTR_SSID, "Caf\xE9"));
+    };
+    EXPECT_EQ(network(NL80211_IFTYPE_STATION), "Caf\xE9");
+    EXPECT_EQ(network(NL80211_IFTYPE_AP), "");
     Message station = generic(NL80211_CMD_NEW_STATION);
     station.put(NL80211_ATTR_MAC, std::array<std::uint8_t, 6>{0xaa, 0xbb, 0, 1, 2, 3});
     EXPECT_EQ(nl80211::parseStation(*station), "aa:bb:00:01:02:03");

@@ -1,23 +1,20 @@
 #pragma once
 
-#include "platform/linux/Descriptor.h"
+#include "base/AsioRuntime.h"
+#include "tests/linux/Child.h"
+#include "tests/linux/NetworkNamespace.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
+#include <deque>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -41,29 +38,36 @@ struct Question {
     std::uint64_t size = 0;  ///< of a datagram
 };
 
+/// Of either family: programs use both.
 inline sockaddr_in6 end(const std::string& address, std::uint16_t port)
 {
-    sockaddr_in6 result{};
-    result.sin6_family = AF_INET6;
+    sockaddr_in6 result{}; // has room for IPv4's, which has its port in the same place and its address behind that
+    const bool isIPv6 = address.find(':') != std::string::npos;
+    result.sin6_family = isIPv6 ? AF_INET6 : AF_INET;
     result.sin6_port = htons(port);
-    const std::string written = address.find(':') == std::string::npos ? "::ffff:" + address : address;
-    ::inet_pton(AF_INET6, written.c_str(), &result.sin6_addr);
+    ::inet_pton(result.sin6_family, address.c_str(),
+        isIPv6 ? static_cast<void*>(&result.sin6_addr) : static_cast<void*>(&result.sin6_flowinfo));
     return result;
 }
 
-inline Descriptor socketTo(int type, const std::string& address, std::uint16_t port)
+inline Descriptor socketTo(int type, const std::string& address, std::uint16_t port, int protocol = 0)
 {
-    // A socket of the address's own family: programs use both.
-    const bool isIPv6 = address.find(':') != std::string::npos;
-    Descriptor result(::socket(isIPv6 ? AF_INET6 : AF_INET, type | SOCK_CLOEXEC, 0));
-    const sockaddr_in6 to6 = end(address, port);
-    sockaddr_in to4{};
-    to4.sin_family = AF_INET;
-    to4.sin_port = htons(port);
-    ::inet_pton(AF_INET, address.c_str(), &to4.sin_addr);
-    const bool connected = isIPv6 ? ::connect(result.get(), reinterpret_cast<const sockaddr*>(&to6), sizeof(to6)) == 0
-                                  : ::connect(result.get(), reinterpret_cast<const sockaddr*>(&to4), sizeof(to4)) == 0;
+    const sockaddr_in6 to = end(address, port);
+    Descriptor result(::socket(to.sin6_family, type | SOCK_CLOEXEC, protocol));
+    const bool connected = ::connect(result.get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
     return connected ? std::move(result) : Descriptor();
+}
+
+/// A socket that takes what comes to a port.
+inline Descriptor bound(int type, std::uint16_t port)
+{
+    Descriptor socket(::socket(AF_INET6, type | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const sockaddr_in6 any = end("::", port);
+    const bool taken = ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) == 0
+        && (type != SOCK_STREAM || ::listen(socket.get(), 100) == 0);
+    return taken ? std::move(socket) : Descriptor();
 }
 
 inline void sendBytes(int socket, std::uint64_t count)
@@ -131,66 +135,52 @@ inline void udpReceive(const std::string& address, std::uint64_t datagrams, std:
     receiveBytes(socket.get(), datagrams * size);
 }
 
+/// Datagrams of one byte as fast as the machine can send them, 512 a call; how many were sent.
+inline std::uint64_t flood(const std::string& address, int calls)
+{
+    const Descriptor socket = socketTo(SOCK_DGRAM, address, udpSink);
+    char byte = 'f';
+    iovec content{&byte, 1};
+    mmsghdr one{};
+    one.msg_hdr.msg_iov = &content;
+    one.msg_hdr.msg_iovlen = 1;
+    std::vector<mmsghdr> messages(512, one);
+    std::uint64_t sent = 0;
+    for (int i = 0; i < calls; ++i) {
+        const int now = ::sendmmsg(socket.get(), messages.data(), static_cast<unsigned int>(messages.size()), 0);
+        sent += static_cast<std::uint64_t>(std::max(now, 0));
+    }
+    return sent;
+}
+
 /// A process that takes a step each time it is told to, and lives until it is killed.
 class Worker {
 public:
-    explicit Worker(std::vector<std::function<void()>> steps)
-    {
-        int go[2];
-        int done[2];
-        if (::pipe2(go, O_CLOEXEC) != 0 || ::pipe2(done, O_CLOEXEC) != 0) {
-            std::abort();
-        }
-        go_ = Descriptor(go[1]);
-        done_ = Descriptor(done[0]);
-        const Descriptor goHere(go[0]);
-        const Descriptor doneHere(done[1]);
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-            ::signal(SIGPIPE, SIG_DFL);
-            go_ = {};
-            char letter = 0;
+    explicit Worker(const std::vector<std::function<void()>>& steps)
+        : child_([&steps](const Child::Pipes& pipes) {
             for (const auto& step : steps) {
-                if (::read(goHere.get(), &letter, 1) == 1) {
+                if (pipes.command() != 0) {
                     step();
-                    static_cast<void>(!::write(doneHere.get(), &letter, 1));
+                    pipes.answer('!');
                 }
             }
             while (true) {
                 ::pause();
             }
-        }
-    }
-    ~Worker()
+        })
     {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
     }
-    Worker(const Worker&) = delete;
-    Worker& operator=(const Worker&) = delete;
-
-    std::int32_t pid() const { return pid_; }
-    void go() { static_cast<void>(!::write(go_.get(), "g", 1)); }
-    /// Until a step has ended; false when none does within a minute.
-    bool wait() const
+    std::int32_t pid() const { return child_.pid(); }
+    void go() const { child_.command('g'); }
+    /// Whether a step ends within so many milliseconds.
+    bool wait(int milliseconds = 60'000) const
     {
-        pollfd state{done_.get(), POLLIN, 0};
         char letter = 0;
-        return ::poll(&state, 1, 60'000) == 1 && ::read(done_.get(), &letter, 1) == 1;
-    }
-    /// Whether a step has ended since this was last true. Does not wait.
-    bool isDone() const
-    {
-        pollfd state{done_.get(), POLLIN, 0};
-        char letter = 0;
-        return ::poll(&state, 1, 0) == 1 && ::read(done_.get(), &letter, 1) == 1;
+        return child_.hasAnswer(milliseconds) && child_.answer(letter);
     }
 
 private:
-    pid_t pid_ = -1;
-    Descriptor go_;
-    Descriptor done_;
+    Child child_;
 };
 
 /// Two network namespaces with a veth pair between them: the test's own thread is in the one, with the interface m0; a
@@ -199,14 +189,7 @@ class NetworkBed {
 public:
     NetworkBed()
     {
-        if (::geteuid() != 0) {
-            why_ = "network namespaces need root";
-            return;
-        }
-        before_ = Descriptor(::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
-        if (::unshare(CLONE_NEWNET) != 0) {
-            why_ = std::string("no network namespace: ") + std::strerror(errno);
-            before_ = {};
+        if (!here_.entered()) {
             return;
         }
         peer_ = std::make_unique<Worker>(
@@ -223,42 +206,32 @@ public:
         }});
         take(probe);
     }
-    ~NetworkBed()
-    {
-        if (before_) {
-            ::setns(before_.get(), CLONE_NEWNET);
-        }
-    }
-    NetworkBed(const NetworkBed&) = delete;
-    NetworkBed& operator=(const NetworkBed&) = delete;
-
-    /// Why there is none; empty when it is ready.
-    const std::string& unavailable() const { return why_; }
+    bool isReady() const { return peer_ != nullptr; }
     static void run(const std::string& command)
     {
         static_cast<void>(!std::system(("exec 2>/dev/null; " + command).c_str()));
     }
 
-    /// Received and sent bytes of an interface, as it counts them itself.
-    static std::pair<std::uint64_t, std::uint64_t> counters(const std::string& interface)
+    /// Received and sent bytes of both interfaces, as they count them themselves.
+    static std::pair<double, double> carried()
     {
+        std::pair<double, double> sum;
         std::ifstream file("/proc/thread-self/net/dev");
         for (std::string line; std::getline(file, line);) {
             std::replace(line.begin(), line.end(), ':', ' ');
             std::istringstream words(line);
             std::string name;
-            std::uint64_t received = 0;
-            std::uint64_t skipped = 0;
-            std::uint64_t sent = 0;
-            if (words >> name && name == interface && words >> received) {
-                for (int i = 0; i < 7; ++i) {
-                    words >> skipped;
+            double received = 0;
+            double sent = 0;
+            if (words >> name >> received && (name == "m0" || name == "lo")) {
+                for (int i = 0; i < 8; ++i) { // seven others are in between
+                    words >> sent;
                 }
-                words >> sent;
-                return {received, sent};
+                sum.first += received;
+                sum.second += sent;
             }
         }
-        return {};
+        return sum;
     }
 
     static constexpr const char* peer4 = "10.99.0.2";
@@ -274,22 +247,7 @@ private:
     static void take(Worker& worker)
     {
         worker.go();
-        while (!worker.isDone()) {
-            ::poll(nullptr, 0, 5);
-        }
-    }
-
-    static Descriptor bound(int type, std::uint16_t port)
-    {
-        Descriptor socket(::socket(AF_INET6, type, 0));
-        const int on = 1;
-        ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-        const sockaddr_in6 any = end("::", port);
-        ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&any), sizeof(any));
-        if (type == SOCK_STREAM) {
-            ::listen(socket.get(), 100);
-        }
-        return socket;
+        worker.wait();
     }
 
     static void serve()
@@ -337,9 +295,38 @@ private:
         }
     }
 
-    std::string why_;
-    Descriptor before_;
+    NetworkNamespace here_;
     std::unique_ptr<Worker> peer_;
+};
+
+/// Real traffic in a network of its own.
+class TrafficBedTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!bed.isReady()) {
+            GTEST_SKIP() << "a network of its own takes root";
+        }
+    }
+    void TearDown() override { workers.clear(); }
+
+    Worker& worker(const std::function<void()>& step) { return workers.emplace_back(std::vector{step}); }
+    Worker& run(const std::function<void()>& step)
+    {
+        Worker& one = worker(step);
+        one.go();
+        EXPECT_TRUE(one.wait());
+        return one;
+    }
+    void serveFor(double seconds)
+    {
+        runtime.after(seconds, [this] { runtime.stop(); });
+        runtime.run();
+    }
+
+    NetworkBed bed; ///< first: threads belong to the network in which they were started
+    AsioRuntime runtime;
+    std::deque<Worker> workers;
 };
 
 } // namespace meridal::test

@@ -44,19 +44,25 @@ void addProgram(const test::TemporaryTree& tree, const char* path, mode_t mode)
     ASSERT_EQ(::chmod((tree.root() / path).c_str(), mode), 0);
 }
 
-TEST(DhcpClients, RenewTheirLeaseInTheirOwnWay)
-{
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "only root's programs count, and only root can record one";
+struct DhcpClientsTest : testing::Test {
+    void SetUp() override
+    {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "only root's programs count, and only root can record one";
+        }
+        addProgram(tree, "usr/sbin/dhclient", 0755);
     }
     const test::TemporaryTree tree;
+};
+
+TEST_F(DhcpClientsTest, RenewTheirLeaseInTheirOwnWay)
+{
     record(tree, {"self", "meridald", "", "/usr/bin/meridald", "0", "mnt"}); // as the service manager starts it
     record(tree, {"1", "systemd", "", "/usr/bin/systemd"});
     record(tree,
         {"41", "dhclient", "dhclient\0-4\0-pf\0/run/dhclient.eth0.pid\0-lf\0/var/lib/eth0.leases\0-I\0eth0\0"s,
             "/usr/sbin/dhclient"});
     record(tree, {"42", "udhcpc", "udhcpc\0-b\0-i\0usb0\0"s, "/bin/busybox"});
-    addProgram(tree, "usr/sbin/dhclient", 0755);
     addProgram(tree, "bin/busybox", 0755);
     const DhcpClients clients(tree.root());
     const auto eth0 = clients.find("eth0");
@@ -72,14 +78,9 @@ TEST(DhcpClients, RenewTheirLeaseInTheirOwnWay)
     EXPECT_FALSE(clients.find("eth1"));
 }
 
-TEST(DhcpClients, NoUserCanPassForOne)
+TEST_F(DhcpClientsTest, NoUserCanPassForOne)
 {
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "only root's programs count, and only root can record one";
-    }
-    const test::TemporaryTree tree;
     record(tree, {"self", "meridald", "", "/usr/bin/meridald"});
-    addProgram(tree, "usr/sbin/dhclient", 0755);
     addProgram(tree, "usr/bin/passwd", 0755);
     addProgram(tree, "usr/bin/dhclient", 04755);
     addProgram(tree, "opt/dhclient", 0775);

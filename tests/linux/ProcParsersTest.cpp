@@ -18,17 +18,14 @@ std::string statLine(const std::string& name)
 
 TEST(ParseStat, ReadsItsFields)
 {
-    const std::string line = statLine("cat");
-    const auto stat = parseStat(line);
-    ASSERT_TRUE(stat);
-    const Stat expected{.name = "cat",
-        .state = 'S',
-        .parentPid = 7,
-        .userTicks = 250,
-        .systemTicks = 130,
-        .threads = 3,
-        .startTicks = 5500};
-    EXPECT_EQ(*stat, expected);
+    EXPECT_EQ(parseStat(statLine("cat")),
+        (Stat{.name = "cat",
+            .state = 'S',
+            .parentPid = 7,
+            .userTicks = 250,
+            .systemTicks = 130,
+            .threads = 3,
+            .startTicks = 5500}));
 }
 
 TEST(ParseStat, AnyNameLeavesTheFiguresAlone)
@@ -66,14 +63,14 @@ TEST(ParseStatus, TellsMemoryFromItsAbsence)
     const auto process = parseStatus("Name:\tVmRSS:\\n9\nState:\tS\nVmHWM:\t 9 kB\nVmRSS:\t 100 kB\nRssAnon:\t 60 kB\n"
                                      "RssFile:\t 30 kB\nRssShmem:\t 10 kB\nVmSwap:\t 5 kB\n"
                                      "voluntary_ctxt_switches:\t77\nnonvoluntary_ctxt_switches:\t5\n");
-    ASSERT_TRUE(process);
-    EXPECT_TRUE(process->hasMemory && process->hasParts);
-    EXPECT_EQ(process->residentBytes, 102400U);
-    EXPECT_EQ(process->anonymousBytes, 61440U);
-    EXPECT_EQ(process->sharedMemoryBytes, 10240U);
-    EXPECT_EQ(process->swapBytes, 5120U);
-    EXPECT_EQ(process->voluntarySwitches, 77U);
-
+    EXPECT_EQ(process,
+        (Status{.hasMemory = true,
+            .hasParts = true,
+            .residentBytes = 102400,
+            .anonymousBytes = 61440,
+            .sharedMemoryBytes = 10240,
+            .swapBytes = 5120,
+            .voluntarySwitches = 77}));
     const auto thread = parseStatus("Name:\tkthreadd\nThreads:\t1\nvoluntary_ctxt_switches:\t3\n");
     ASSERT_TRUE(thread);
     EXPECT_FALSE(thread->hasMemory);
@@ -127,19 +124,6 @@ TEST(ParseCmdline, FindsTheArgumentThatTheNameBegan)
     EXPECT_EQ(parseCmdline("/bin/sh\0-c\0"s, "", limit), "/bin/sh");
     EXPECT_EQ(parseCmdline("", "", limit), "");
     EXPECT_EQ(parseCmdline("\0\0\0"s, "x", limit), "");
-}
-
-TEST(Parsers, AnyBytesAreSafe)
-{
-    const bool holds = rc::check("no parser reads outside its text", [](const std::string& bytes) {
-        parseStat(bytes);
-        parseStatus(bytes);
-        parseIo(bytes);
-        parseSchedstat(bytes);
-        parseCgroup(bytes);
-        parseCmdline(bytes, "name", 15);
-    });
-    EXPECT_TRUE(holds);
 }
 
 } // namespace

@@ -77,16 +77,21 @@ TEST_F(ProcTable, RowsComeInOrderAndWithoutTheVanished)
     EXPECT_TRUE(limitations->all().empty());
 }
 
-TEST_F(ProcTable, OnlyGroupsWantedArePresent)
+TEST_F(ProcTable, OnlyGroupsWantedArePresentAlsoWhenAskedForLater)
 {
-    record({.pid = 20});
+    const ProcessFields both = ProcessFields::Cpu | ProcessFields::Disk;
+    record({.pid = 20, .written = 4096});
     EXPECT_EQ(row(20, ProcessFields::Cpu)->present, ProcessFields::Cpu);
+    row(20, ProcessFields::Cpu);
     tree.remove("proc/20/status");
-    EXPECT_EQ(row(20, ProcessFields::Cpu | ProcessFields::Disk)->present, ProcessFields::Cpu | ProcessFields::Disk);
+    const ProcessRecord* later = row(20, both);
+    EXPECT_EQ(source.takenOver(), 1U);
+    EXPECT_EQ(later->present, both);
+    EXPECT_EQ(later->diskBytesWritten, 4096U);
     EXPECT_FALSE(row(20, ProcessFields::Memory)) << "a missing file means that the process is gone";
 }
 
-TEST_F(ProcTable, WhatDidNotRunIsTakenOver)
+TEST_F(ProcTable, WhatDidNotRunIsTakenOverForLessThanSixteenPasses)
 {
     record({.pid = 20});
     settle();
@@ -94,33 +99,15 @@ TEST_F(ProcTable, WhatDidNotRunIsTakenOver)
     EXPECT_EQ(row(20)->residentSize, 102400U);
     EXPECT_EQ(source.takenOver(), 1U);
     EXPECT_EQ(row(20)->name, "program");
-
-    record({.pid = 20, .userTicks = 1, .residentKilobytes = 200, .schedstat = "1001 10 6"});
-    EXPECT_EQ(row(20)->residentSize, 204800U);
-    EXPECT_EQ(source.takenOver(), 0U);
-}
-
-TEST_F(ProcTable, ChangesFromOutsideShowAtLeastEverySixteenthPass)
-{
-    record({.pid = 20});
-    settle();
-    record({.pid = 20, .residentKilobytes = 200});
-    int passes = 1;
+    int passes = 3;
     while (row(20)->residentSize != 204800U && passes < 100) {
         ++passes;
     }
     EXPECT_LE(passes, 16);
-}
-
-TEST_F(ProcTable, AGroupAskedForLaterIsReadForARowTakenOver)
-{
-    record({.pid = 20, .written = 4096});
-    row(20, ProcessFields::Cpu);
-    row(20, ProcessFields::Cpu);
-    const ProcessRecord* later = row(20, ProcessFields::Cpu | ProcessFields::Disk);
-    EXPECT_EQ(source.takenOver(), 1U);
-    EXPECT_EQ(later->present, ProcessFields::Cpu | ProcessFields::Disk);
-    EXPECT_EQ(later->diskBytesWritten, 4096U);
+    settle();
+    record({.pid = 20, .userTicks = 1, .residentKilobytes = 300, .schedstat = "1001 10 6"});
+    EXPECT_EQ(row(20)->residentSize, 307200U);
+    EXPECT_EQ(source.takenOver(), 0U);
 }
 
 TEST_F(ProcTable, ThreadsRunnersAndNewcomersAreAlwaysRead)

@@ -8,8 +8,6 @@
 namespace meridal::test {
 namespace {
 
-class SmallDiskTest : public DatabaseTest { };
-
 /// A small file system of its own, which only root can have.
 class SmallDisk {
 public:
@@ -36,15 +34,24 @@ private:
     bool mounted_ = false;
 };
 
+class SmallDiskTest : public DatabaseTest {
+protected:
+    void SetUp() override
+    {
+        if (!disk.mounted()) {
+            GTEST_SKIP() << "a file system of limited size, or a read-only one, takes the right to mount";
+        }
+        item->declareTable({.table = "rows", .create = create_});
+    }
+
+    const SmallDisk disk{folder_.root() / "disk"};
+    const std::filesystem::path file = folder_.root() / "disk" / "history.db";
+    const std::shared_ptr<HistoryDatabaseItem> item =
+        std::make_shared<HistoryDatabaseItem>(machine_.context, file, HistoryDatabaseItem::Limits{});
+};
+
 TEST_F(SmallDiskTest, AFullDiskLosesNothingOnceThereIsRoomAgain)
 {
-    const SmallDisk disk(folder_.root() / "disk");
-    if (!disk.mounted()) {
-        GTEST_SKIP() << "a file system of limited size takes the right to mount";
-    }
-    const auto file = folder_.root() / "disk" / "history.db";
-    const auto item = std::make_shared<HistoryDatabaseItem>(machine_.context, file, HistoryDatabaseItem::Limits{});
-    item->declareTable({.table = "rows", .create = create_});
     std::int64_t batch = 0;
     for (; batch < 3; ++batch) {
         writeBatch(*item, batch);
@@ -68,13 +75,6 @@ TEST_F(SmallDiskTest, AFullDiskLosesNothingOnceThereIsRoomAgain)
 
 TEST_F(SmallDiskTest, AReadOnlyDiskIsWaitedFor)
 {
-    const SmallDisk disk(folder_.root() / "disk");
-    if (!disk.mounted()) {
-        GTEST_SKIP() << "a read-only file system takes the right to mount";
-    }
-    const auto file = folder_.root() / "disk" / "history.db";
-    auto item = std::make_shared<HistoryDatabaseItem>(machine_.context, file, HistoryDatabaseItem::Limits{});
-    item->declareTable({.table = "rows", .create = create_});
     writeBatch(*item, 1);
     item->close();
     ASSERT_TRUE(disk.setReadOnly(true));

@@ -1,56 +1,16 @@
 #include "platform/linux/SysfsPowerSources.h"
-#include "base/VirtualRuntime.h"
-#include "tests/support/TemporaryTree.h"
-
-#include <gtest/gtest.h>
-
-#include <initializer_list>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/linux/PowerSupplyTree.h"
 
 namespace meridal {
 namespace {
 
-using Files = std::initializer_list<std::pair<std::string_view, std::string_view>>;
-
-/// A tree of supplies, and what is read out of it.
-struct Supplies {
-    void set(const std::string& supply, Files files) const
-    {
-        for (const auto& [file, text] : files) {
-            tree.write("sys/class/power_supply/" + supply + "/" + std::string(file), std::string(text) + "\n");
-        }
-    }
-    std::vector<Dictionary> descriptions() const
-    {
-        return SysfsPowerSources(runtime, tree.root(), limits).descriptions();
-    }
-    Dictionary only() const
-    {
-        const auto all = descriptions();
-        EXPECT_EQ(all.size(), 1U);
-        return all.empty() ? Dictionary() : all[0];
-    }
-    std::vector<Dictionary> batteries() const
-    {
-        return SysfsPowerSources(runtime, tree.root(), limits).smartBatteries();
-    }
-    std::optional<Dictionary> battery() const
-    {
-        const auto all = batteries();
-        return all.empty() ? std::nullopt : std::optional(all[0]);
-    }
-    std::optional<bool> adapter() const { return SysfsPowerSources(runtime, tree.root(), limits).adapterConnected(); }
-
-    test::TemporaryTree tree;
-    mutable VirtualRuntime runtime;
-    std::shared_ptr<Limitations> limits = std::make_shared<Limitations>();
-};
+using test::hasMembers;
+using test::PowerSupplyTree;
+using testing::ElementsAre;
 
 TEST(SysfsPowerSources, ALaptopThatReportsEnergy)
 {
-    const Supplies laptop;
+    const PowerSupplyTree laptop;
     laptop.set("AC", {{"type", "Mains"}, {"online", "0"}});
     laptop.set("BAT0",
         {{"type", "Battery"}, {"status", "Discharging"}, {"present", "1"}, {"capacity", "80"}, {"cycle_count", "123"},
@@ -62,70 +22,124 @@ TEST(SysfsPowerSources, ALaptopThatReportsEnergy)
             {"Power Source State", "Battery Power"}, {"Is Present", true}, {"Is Charging", false},
             {"Is Charged", false}, {"Current Capacity", 80}, {"Max Capacity", 100}, {"Time to Empty", 300},
             {"Voltage", 12000}, {"Current", -666}, {"Hardware Serial Number", "1234"}}));
-    const Dictionary battery = laptop.battery().value();
-    EXPECT_EQ(battery["DesignCapacity"], 5000);
-    EXPECT_EQ(battery["MaxCapacity"], 4385);
-    EXPECT_EQ(battery["CycleCount"], 123);
-    EXPECT_EQ(battery["ExternalConnected"], false);
-    EXPECT_EQ(battery["Amperage"], -666);
+    EXPECT_THAT(laptop.batteries(),
+        ElementsAre(hasMembers({{"DesignCapacity", 5000}, {"MaxCapacity", 4385}, {"CycleCount", 123},
+            {"ExternalConnected", false}, {"Amperage", -666}})));
 
     laptop.set("AC", {{"online", "1"}});
     laptop.set("BAT0", {{"status", "Charging"}, {"power_now", "20000000"}});
-    const Dictionary charging = laptop.only();
-    EXPECT_EQ(charging["Power Source State"], "AC Power");
-    EXPECT_EQ(charging["Is Charging"], true);
-    EXPECT_EQ(charging["Time to Full Charge"], 30);
-    EXPECT_FALSE(charging.contains("Time to Empty"));
-    EXPECT_EQ(charging["Current"], 1666);
+    EXPECT_THAT(laptop.only(),
+        hasMembers({{"Power Source State", "AC Power"}, {"Is Charging", true}, {"Time to Full Charge", 30},
+            {"Time to Empty", nullptr}, {"Current", 1666}}));
     laptop.set("BAT0", {{"status", "Full"}, {"power_now", "0"}});
     EXPECT_EQ(laptop.only()["Is Charged"], true);
-    EXPECT_EQ(laptop.adapter(), true);
+    EXPECT_EQ(laptop.sources().adapterConnected(), true);
 }
 
 TEST(SysfsPowerSources, ALaptopThatReportsChargeAndItsOwnSignOfTheCurrent)
 {
-    const Supplies laptop;
+    const PowerSupplyTree laptop;
     laptop.set("ADP1", {{"type", "Mains"}, {"online", "0"}});
-    laptop.set("ucsi-source-psy-USBC000:001", {{"type", "USB"}, {"online", "1"}});
+    laptop.set("ucsi-source-psy-USBC000:001", {{"type", "USB"}, {"online", "1"}}); // one of the ports gives power
     laptop.set("BATT",
         {{"type", "Battery"}, {"status", "Charging"}, {"charge_now", "2000000"}, {"charge_full", "4000000"},
             {"charge_full_design", "4500000"}, {"current_now", "-1000000"}, {"voltage_now", "7600000"},
             {"cycle_count", "0"}, {"temp", "305"}, {"health", "Good"}, {"manufacture_year", "2021"},
             {"manufacture_month", "6"}, {"manufacture_day", "15"}});
-    const Dictionary source = laptop.only();
-    EXPECT_EQ(source["Power Source State"], "AC Power") << "one of the ports gives power";
-    EXPECT_EQ(source["Current Capacity"], 50);
-    EXPECT_EQ(source["Current"], 1000);
-    EXPECT_EQ(source["Time to Full Charge"], 120);
-    EXPECT_EQ(source["BatteryHealth"], "Good");
-    const Dictionary battery = laptop.battery().value();
-    EXPECT_EQ(battery["MaxCapacity"], 4000);
-    EXPECT_EQ(battery["Temperature"], 3050);
-    EXPECT_EQ(battery["ManufactureDate"], 15 | 6 << 5 | 41 << 9);
-    EXPECT_FALSE(battery.contains("CycleCount")) << "a controller that does not count";
+    EXPECT_THAT(laptop.only(),
+        hasMembers({{"Power Source State", "AC Power"}, {"Current Capacity", 50}, {"Current", 1000},
+            {"Time to Full Charge", 120}, {"BatteryHealth", "Good"}}));
+    EXPECT_THAT(laptop.batteries(),
+        ElementsAre(hasMembers({{"MaxCapacity", 4000}, {"Temperature", 3050},
+            {"ManufactureDate", 15 | 6 << 5 | 41 << 9}, {"CycleCount", nullptr}}))) // it does not count
+        << "of the controller";
 }
 
 TEST(SysfsPowerSources, TwoBatteriesShareTheMachinesSource)
 {
-    const Supplies laptop;
+    const PowerSupplyTree laptop;
     laptop.set("AC", {{"type", "Mains"}, {"online", "0"}});
     laptop.set("BAT0", {{"type", "Battery"}, {"status", "Unknown"}, {"capacity", "99"}});
     laptop.set("BAT1", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "103"}});
-    laptop.set("BAT2", {{"type", "Battery"}, {"present", "0"}});
-    const auto sources = laptop.descriptions();
-    ASSERT_EQ(sources.size(), 2U) << "not the empty bay";
-    EXPECT_EQ(sources[0]["Power Source State"], "Battery Power");
-    EXPECT_EQ(sources[0]["Time to Empty"], -1) << "being calculated";
-    EXPECT_EQ(sources[1]["Power Source State"], "Battery Power");
-    EXPECT_EQ(sources[1]["Current Capacity"], 100);
+    laptop.set("BAT2", {{"type", "Battery"}, {"present", "0"}}); // an empty bay
+    EXPECT_THAT(laptop.descriptions(),
+        ElementsAre(hasMembers({{"Power Source State", "Battery Power"}, {"Time to Empty", -1}}), // being calculated
+            hasMembers({{"Power Source State", "Battery Power"}, {"Current Capacity", 100}})));
+}
+
+TEST(SysfsPowerSources, ABusinessLaptopWithTwoBatteries)
+{
+    const PowerSupplyTree laptop;
+    laptop.setEvent("AC", {{"TYPE", "Mains"}, {"ONLINE", "1"}});
+    for (const char* battery : {"BAT0", "BAT1"}) { // older kernels leave the type out of the uevent
+        laptop.set(battery, {{"type", "Battery"}});
+    }
+    laptop.setEvent("BAT0",
+        {{"STATUS", "Full"}, {"PRESENT", "1"}, {"TECHNOLOGY", "Li-poly"}, {"CYCLE_COUNT", "0"},
+            {"VOLTAGE_MIN_DESIGN", "11400000"}, {"VOLTAGE_NOW", "12900000"}, {"POWER_NOW", "0"},
+            {"ENERGY_FULL_DESIGN", "23480000"}, {"ENERGY_FULL", "21080000"}, {"ENERGY_NOW", "20980000"},
+            {"CAPACITY", "99"}, {"MODEL_NAME", "01AV489"}, {"SERIAL_NUMBER", "  1041"}});
+    laptop.setEvent("BAT1",
+        {{"STATUS", "Charging"}, {"PRESENT", "1"}, {"CYCLE_COUNT", "312"}, {"VOLTAGE_MIN_DESIGN", "11100000"},
+            {"VOLTAGE_NOW", "12100000"}, {"POWER_NOW", "24200000"}, {"ENERGY_FULL_DESIGN", "66600000"},
+            {"ENERGY_FULL", "49950000"}, {"ENERGY_NOW", "25750000"}, {"CAPACITY", "51"}, {"MODEL_NAME", "01AV424"},
+            {"SERIAL_NUMBER", " 221"}});
+    EXPECT_THAT(laptop.batteries(),
+        ElementsAre(hasMembers({{"CycleCount", nullptr}}),
+            hasMembers({{"CycleCount", 312}, {"MaxCapacity", 4500}, {"DesignCapacity", 6000}})));
+    EXPECT_THAT(laptop.descriptions(),
+        ElementsAre(hasMembers({{"Hardware Serial Number", "1041"}, {"Is Charged", true}}),
+            hasMembers({{"Time to Full Charge", 60}, {"Current", 2000}})));
+}
+
+TEST(SysfsPowerSources, ATabletWhoseDriverCountsInMilliUnits)
+{
+    const PowerSupplyTree tablet;
+    tablet.setEvent("battery",
+        {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"CAPACITY", "50"}, {"VOLTAGE_NOW", "3800"},
+            {"CURRENT_NOW", "-500"}, {"CHARGE_FULL", "8000"}, {"CHARGE_FULL_DESIGN", "10000"}, {"CHARGE_NOW", "4000"}});
+    EXPECT_THAT(tablet.only(), hasMembers({{"Voltage", 3800}, {"Current", -500}, {"Time to Empty", 480}}));
+    EXPECT_EQ(tablet.batteries().at(0)["DesignCapacity"], 10000);
+}
+
+TEST(SysfsPowerSources, FirmwareThatDoesNotKnowOrLiesIsNotBelieved)
+{
+    const PowerSupplyTree laptop;
+    laptop.setEvent("BAT0",
+        {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"ENERGY_FULL", "0"}, {"ENERGY_FULL_DESIGN", "0"},
+            {"ENERGY_NOW", "40000000"}, {"POWER_NOW", "65535000"}, {"VOLTAGE_NOW", "12000000"}, {"CYCLE_COUNT", "-1"},
+            {"MANUFACTURE_YEAR", "65535"}, {"MANUFACTURE_MONTH", "99"}, {"MANUFACTURE_DAY", "0"},
+            {"TEMP", "9223372036854775807"}});
+    EXPECT_THAT(
+        laptop.only(), hasMembers({{"Current Capacity", nullptr}, {"Current", nullptr}, {"Time to Empty", -1}}));
+    EXPECT_THAT(laptop.batteries(),
+        ElementsAre(hasMembers({{"MaxCapacity", nullptr}, {"DesignCapacity", nullptr}, {"CycleCount", nullptr},
+            {"ManufactureDate", nullptr}, {"Amperage", nullptr}, {"Temperature", nullptr}})));
+    laptop.setEvent(
+        "BAT0", {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"ENERGY_NOW", "40000000"}, {"POWER_NOW", "10"}});
+    EXPECT_EQ(laptop.only()["Time to Empty"], -1) << "no battery lasts for centuries";
+}
+
+TEST(SysfsPowerSources, OneReadingServesBothQuestionsAndAsksNoDevice)
+{
+    const PowerSupplyTree laptop;
+    laptop.setEvent("BAT0", {{"TYPE", "Battery"}, {"CYCLE_COUNT", "1"}});
+    laptop.set("mouse", {{"scope", "Device"}});
+    laptop.setEvent("mouse", {{"TYPE", "Battery"}}); // as an internal one, for who reads it
+    auto sources = laptop.sources();
+    EXPECT_EQ(sources.descriptions().size(), 1U);
+    laptop.setEvent("BAT0", {{"TYPE", "Battery"}, {"CYCLE_COUNT", "2"}});
+    EXPECT_EQ(sources.smartBatteries().at(0)["CycleCount"], 1);
+    laptop.runtime.advance(1);
+    EXPECT_EQ(sources.smartBatteries().at(0)["CycleCount"], 2);
 }
 
 TEST(SysfsPowerSources, WithoutAnAdapterTheBatteryTells)
 {
-    const Supplies board;
+    const PowerSupplyTree board;
     board.set("battery", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "5"}});
     EXPECT_EQ(board.only()["Power Source State"], "Battery Power");
-    EXPECT_EQ(board.adapter(), std::nullopt);
+    EXPECT_EQ(board.sources().adapterConnected(), std::nullopt);
     for (const char* status : {"Charging", "Full", "Not charging", "Unknown", ""}) {
         board.set("battery", {{"status", status}});
         EXPECT_EQ(board.only()["Power Source State"], "AC Power") << status;
@@ -138,23 +152,23 @@ TEST(SysfsPowerSources, WithoutAnAdapterTheBatteryTells)
 
 TEST(SysfsPowerSources, ABatteryThatLagsBehindItsAdapterIsLookedAtAgain)
 {
-    const Supplies laptop;
+    const PowerSupplyTree laptop;
     laptop.set("AC", {{"type", "Mains"}, {"online", "1"}});
     laptop.set("BAT0", {{"type", "Battery"}, {"status", "Charging"}});
-    SysfsPowerSources sources(laptop.runtime, laptop.tree.root(), laptop.limits);
+    auto sources = laptop.sources();
     std::vector<std::string> told;
     const auto observation =
         sources.observe([&] { told.push_back(text(sources.descriptions().at(0), "Power Source State").value()); });
     sources.changed();
     laptop.runtime.advance(10);
-    EXPECT_EQ(told, std::vector<std::string>({"AC Power"})) << "nothing in doubt";
+    EXPECT_THAT(told, ElementsAre("AC Power")) << "nothing in doubt";
 
     laptop.set("AC", {{"online", "0"}});
     sources.changed();
     laptop.runtime.advance(2);
     laptop.set("BAT0", {{"status", "Discharging"}}); // which is not announced
     laptop.runtime.advance(10);
-    EXPECT_EQ(told, std::vector<std::string>({"AC Power", "AC Power", "AC Power", "Battery Power"}));
+    EXPECT_THAT(told, ElementsAre("AC Power", "AC Power", "AC Power", "Battery Power"));
 
     laptop.set("BAT0", {{"status", "Charging"}});
     sources.changed();
@@ -166,19 +180,38 @@ TEST(SysfsPowerSources, ABatteryThatLagsBehindItsAdapterIsLookedAtAgain)
 
 TEST(SysfsPowerSources, WhatIsNoSourceOfTheMachineIsLeftOut)
 {
-    const Supplies desktop;
-    EXPECT_TRUE(desktop.descriptions().empty());
-    EXPECT_FALSE(desktop.battery());
+    const PowerSupplyTree desktop;
+    EXPECT_TRUE(desktop.descriptions().empty() && desktop.batteries().empty());
     EXPECT_EQ(desktop.limits->all().count("power-source-changes"), 1U) << "a recorded tree announces nothing";
     desktop.set("hidpp_battery_0", {{"type", "Battery"}, {"scope", "Device"}, {"status", "Discharging"}});
     desktop.set("broken", {{"type", ""}});
     desktop.set("ups", {{"type", "UPS"}, {"status", "Discharging"}, {"capacity", "nonsense"}});
-    const Dictionary ups = desktop.only();
-    EXPECT_EQ(ups["Type"], "UPS");
-    EXPECT_EQ(ups["Transport Type"], "USB");
-    EXPECT_EQ(ups["Power Source State"], "Battery Power");
-    EXPECT_FALSE(ups.contains("Current Capacity"));
-    EXPECT_FALSE(desktop.battery());
+    EXPECT_THAT(desktop.only(),
+        hasMembers({{"Type", "UPS"}, {"Transport Type", "USB"}, {"Power Source State", "Battery Power"},
+            {"Current Capacity", nullptr}}));
+    EXPECT_TRUE(desktop.batteries().empty());
+}
+
+TEST(SysfsPowerSources, ABatteryThatTheKernelTakesForADevicesMayBeThatOfAUPS)
+{
+    using namespace std::string_literals;
+    const PowerSupplyTree desktop;
+    const auto plug = [&](const std::string& name, const std::string& descriptor) {
+        desktop.setEvent(
+            name, {{"TYPE", "Battery"}, {"SCOPE", "Device"}, {"STATUS", "Discharging"}, {"CAPACITY", "70"}});
+        desktop.tree.write("sys/class/power_supply/" + name + "/device/report_descriptor", descriptor);
+    };
+    // Its own application beside others; as one item of four bytes; and broken off before it says what it is.
+    plug("hid-1-battery",
+        "\x05\x01\x09\x06\xA1\x01\xC0\xFE\x01\x00\x55\x05\x84\x09\x04\xA1\x01\x09\x24\xA1\x00\xC0\xC0"s);
+    plug("hid-2-battery", "\x0B\x04\x00\x84\x00\xA1\x01\xC0"s);
+    plug("hid-3-battery", "\x05\x84\x09\x04\xA1"s);
+    // A mouse that tells of its own battery with controls of that page.
+    plug("hid-4-battery", "\x06\x00\xFF\x09\x14\xA1\x01\x05\x84\x09\x04\x81\x02\x05\x85\x09\x65\x81\x02\xC0"s);
+    desktop.setEvent("ups", {{"TYPE", "UPS"}, {"PRESENT", "0"}}); // switched off
+    const auto isUPS = hasMembers({{"Type", "UPS"}, {"Power Source State", "Battery Power"}, {"Current Capacity", 70}});
+    EXPECT_THAT(desktop.descriptions(), ElementsAre(isUPS, isUPS));
+    EXPECT_TRUE(desktop.batteries().empty());
 }
 
 } // namespace

@@ -1,4 +1,3 @@
-#include "base/AsioRuntime.h"
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "collectors/process/NetworkStatisticsStatCollector.h"
@@ -10,54 +9,32 @@
 #include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 
-#include <gtest/gtest.h>
 #include <net/if.h>
-
-#include <deque>
 
 namespace meridal::test {
 namespace {
 
 /// The daemon's collectors on this machine, in a network of their own.
-class TrafficTest : public ::testing::Test {
+class TrafficTest : public TrafficBedTest {
 protected:
-    void SetUp() override
-    {
-        if (!bed.unavailable().empty()) {
-            GTEST_SKIP() << bed.unavailable();
-        }
-        host = makeLinuxHost(runtime);
-        context.emplace(Context{runtime, *host, notifications, log, Paths::underRoot(files.root())});
-        processes = std::make_unique<ProcessStatCollector>(*context);
-        packets = std::make_unique<PacketStatCollector>(*context, *processes);
-    }
-    void TearDown() override
-    {
-        packets.reset();
-        processes.reset();
-        workers.clear();
-    }
-
-    Worker& worker(std::vector<std::function<void()>> steps) { return workers.emplace_back(std::move(steps)); }
-    Worker& worker(std::function<void()> step) { return worker(std::vector<std::function<void()>>{std::move(step)}); }
-
-    void serveFor(double seconds)
-    {
-        runtime.after(seconds, [this] { runtime.stop(); });
-        runtime.run();
-    }
     void startCapture()
     {
-        packets->startCaputure();
-        ASSERT_TRUE(packets->isCapturing()) << packets->failure();
+        packets.startCaputure();
+        ASSERT_TRUE(packets.isCapturing()) << packets.failure();
         serveFor(0.1);
-        before = {NetworkBed::counters("m0"), NetworkBed::counters("lo")};
+        before = NetworkBed::carried();
+    }
+    Worker& begun(const std::function<void()>& step)
+    {
+        Worker& one = worker(step);
+        one.go();
+        return one;
     }
     /// Until every one of them has done a step.
     void await(const std::vector<const Worker*>& all)
     {
         for (const Worker* one : all) {
-            for (int i = 0; i < 600 && !one->isDone(); ++i) {
+            for (int i = 0; i < 600 && !one->wait(0); ++i) {
                 serveFor(0.05);
             }
         }
@@ -71,38 +48,32 @@ protected:
     void fold()
     {
         serveFor(0.6);
-        processes->update();
-        packets->process();
+        processes.update();
+        packets.process();
     }
     /// On a machine too busy to empty the ring in time nothing can be said of single processes.
-    bool isWhole() const { return packets->statistics().dropped == 0; }
-    const ProcessStatCollectorItem& item(const Worker& worker) { return *processes->processForPid(worker.pid()); }
+    bool isWhole() const { return packets.statistics().dropped == 0; }
+    const ProcessStatCollectorItem& item(const Worker& worker) { return *processes.processForPid(worker.pid()); }
     /// What all interfaces counted since the capture began.
     double counted() const
     {
-        const auto now = std::pair(NetworkBed::counters("m0"), NetworkBed::counters("lo"));
-        const auto sum = [](const auto& pair) {
-            return static_cast<double>(pair.first.first + pair.first.second + pair.second.first + pair.second.second);
-        };
-        return sum(now) - sum(before);
+        const auto now = NetworkBed::carried();
+        return now.first + now.second - before.first - before.second;
     }
     double accounted() const
     {
-        const TrafficAccount& total = packets->total();
+        const TrafficAccount& total = packets.total();
         return total.processes.linkBytes + total.kernel.linkBytes + total.unattributed.linkBytes;
     }
 
-    NetworkBed bed; ///< first: threads belong to the network in which they were started
-    AsioRuntime runtime;
     NotificationCenter notifications;
     Log log;
     TemporaryTree files;
-    std::unique_ptr<Host> host;
-    std::optional<Context> context;
-    std::unique_ptr<ProcessStatCollector> processes;
-    std::unique_ptr<PacketStatCollector> packets;
-    std::deque<Worker> workers;
-    std::pair<std::pair<std::uint64_t, std::uint64_t>, std::pair<std::uint64_t, std::uint64_t>> before;
+    std::unique_ptr<Host> host = makeLinuxHost(runtime);
+    Context context{runtime, *host, notifications, log, Paths::underRoot(files.root())};
+    ProcessStatCollector processes{context};
+    PacketStatCollector packets{context, processes};
+    std::pair<double, double> before;
 };
 
 /// At least what was sent, and no more than headers and a few retransmissions on top.
@@ -117,17 +88,14 @@ TEST_F(TrafficTest, EveryProcessGetsWhatItSentAndReceivedAndTheSumsClose)
     constexpr double megabyte = 1e6;
     startCapture();
     for (const std::string address : {NetworkBed::peer4, NetworkBed::peer6}) {
-        Worker& uploader = worker([=] { tcpSend(address, 8'000'000); });
-        Worker& downloader = worker([=] { tcpReceive(address, 12'000'000); });
-        Worker& caller = worker([=] { udpSend(address, 2000, 1200); });
-        Worker& listener = worker([=] { udpReceive(address, 2000, 1200); });
-        Worker& large = worker([=] { udpSend(address, 300, 8000); }); // goes in fragments
-        for (Worker* each : {&uploader, &downloader, &caller, &listener, &large}) {
-            each->go();
-        }
+        Worker& uploader = begun([=] { tcpSend(address, 8'000'000); });
+        Worker& downloader = begun([=] { tcpReceive(address, 12'000'000); });
+        Worker& caller = begun([=] { udpSend(address, 2000, 1200); });
+        Worker& listener = begun([=] { udpReceive(address, 2000, 1200); });
+        Worker& large = begun([=] { udpSend(address, 300, 8000); }); // goes in fragments
         finish({&uploader, &downloader, &caller, &listener, &large});
         if (!isWhole()) {
-            GTEST_SKIP() << packets->statistics().dropped << " frames dropped: too busy a machine";
+            GTEST_SKIP() << packets.statistics().dropped << " frames dropped: too busy a machine";
         }
         expectTraffic(item(uploader).networkUpload(), 8 * megabyte, "TCP sent");
         EXPECT_LT(item(uploader).networkDownload(), 0.5 * megabyte) << "nothing but acknowledgements";
@@ -137,30 +105,25 @@ TEST_F(TrafficTest, EveryProcessGetsWhatItSentAndReceivedAndTheSumsClose)
         expectTraffic(item(large).networkUpload(), 2.4 * megabyte, "UDP in fragments");
     }
     EXPECT_NEAR(accounted(), counted(), counted() * 0.02);
-    EXPECT_LT(packets->total().unattributed.linkBytes, counted() * 0.02);
+    EXPECT_LT(packets.total().unattributed.linkBytes, counted() * 0.02);
 }
 
 TEST_F(TrafficTest, TrafficWithinTheMachineCountsOnceForEachEnd)
 {
     startCapture();
-    Worker& server = worker([] {
-        const Descriptor listening(::socket(AF_INET6, SOCK_STREAM, 0));
-        const sockaddr_in6 any = end("::", tcpSink);
-        ::bind(listening.get(), reinterpret_cast<const sockaddr*>(&any), sizeof(any));
-        ::listen(listening.get(), 1);
+    Worker& server = begun([] {
+        const Descriptor listening = bound(SOCK_STREAM, tcpSink);
         const Descriptor connection(::accept(listening.get(), nullptr, nullptr));
         receiveBytes(connection.get(), ~std::uint64_t{0});
         ::pause();
     });
-    Worker& client = worker([] {
+    Worker& client = begun([] {
         static Descriptor socket;
         while (!socket) { // until the other one listens
             socket = socketTo(SOCK_STREAM, "127.0.0.1", tcpSink);
         }
         sendBytes(socket.get(), 10'000'000);
     });
-    server.go();
-    client.go();
     finish({&client});
     expectTraffic(item(client).networkUpload(), 10e6, "sent");
     expectTraffic(item(server).networkDownload(), 10e6, "received");
@@ -177,10 +140,8 @@ TEST_F(TrafficTest, WhatStandsOnAnotherInterfaceIsCountedOnce)
         GTEST_SKIP() << "this kernel has no bridges";
     }
     startCapture();
-    Worker& uploader = worker([] { tcpSend(NetworkBed::peer4, 4'000'000); });
-    Worker& caller = worker([] { udpSend(NetworkBed::peer4, 1000, 1000); });
-    uploader.go();
-    caller.go();
+    Worker& uploader = begun([] { tcpSend(NetworkBed::peer4, 4'000'000); });
+    Worker& caller = begun([] { udpSend(NetworkBed::peer4, 1000, 1000); });
     finish({&uploader, &caller});
     expectTraffic(item(uploader).networkUpload(), 4e6, "TCP over the bridge");
     expectTraffic(item(caller).networkUpload(), 1e6, "UDP over the bridge");
@@ -190,31 +151,17 @@ TEST_F(TrafficTest, WhatStandsOnAnotherInterfaceIsCountedOnce)
 TEST_F(TrafficTest, AFloodIsCountedOrShownAsDroppedAndTakesNoMoreThanAThirdOfACore)
 {
     startCapture();
-    const double cpuBefore = host->selfUsage->read().cpuSeconds.value_or(0);
-    Worker& flooder = worker([] {
-        const Descriptor socket = socketTo(SOCK_DGRAM, NetworkBed::peer4, udpSink);
-        std::vector<mmsghdr> messages(512);
-        char byte = 'f';
-        iovec content{&byte, 1};
-        for (mmsghdr& message : messages) {
-            message.msg_hdr = {};
-            message.msg_hdr.msg_iov = &content;
-            message.msg_hdr.msg_iovlen = 1;
-        }
-        for (int i = 0; i < 2000; ++i) {
-            ::sendmmsg(socket.get(), messages.data(), static_cast<unsigned int>(messages.size()), 0);
-        }
-    });
     const double began = runtime.monotonicTime();
-    flooder.go();
+    const double cpuBefore = host->selfUsage->read().cpuSeconds.value_or(0);
+    Worker& flooder = begun([] { flood(NetworkBed::peer4, 2000); });
     await({&flooder});
     const double cpu = host->selfUsage->read().cpuSeconds.value_or(0) - cpuBefore;
     const double share = cpu / (runtime.monotonicTime() - began);
     fold();
-    const CaptureStatistics statistics = packets->statistics();
+    const CaptureStatistics statistics = packets.statistics();
     const auto sum = static_cast<double>(statistics.frames + statistics.dropped);
     EXPECT_NEAR(sum, 1'024'000, 1'024'000 * 0.02) << statistics.frames << " and " << statistics.dropped;
-    EXPECT_LE(packets->pstorage().capacity(), PacketBuffer::step);
+    EXPECT_LE(packets.pstorage().capacity(), PacketBuffer::step);
     EXPECT_LT(share, slowBuild ? 1.0 : 0.33);
     RecordProperty("cpuShare", std::to_string(share));
     RecordProperty("dropped", std::to_string(statistics.dropped));
@@ -223,30 +170,27 @@ TEST_F(TrafficTest, AFloodIsCountedOrShownAsDroppedAndTakesNoMoreThanAThirdOfACo
 TEST_F(TrafficTest, TheKernelsCountersAgreeWithTheCapture)
 {
     startCapture();
-    NetworkStatisticsStatCollector statistics(*context, *processes);
+    NetworkStatisticsStatCollector statistics(context, processes);
     statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
     ASSERT_TRUE(statistics.start());
     Descriptor connection;
-    Worker& uploader = worker({[&connection] {
-                                   connection = socketTo(SOCK_STREAM, NetworkBed::peer6, tcpSink);
-                                   sendBytes(connection.get(), 1000);
-                               },
-        [&connection] { sendBytes(connection.get(), 10'000'000); }});
+    const std::vector<std::function<void()>> steps{[&] {
+                                                       connection = socketTo(SOCK_STREAM, NetworkBed::peer6, tcpSink);
+                                                       sendBytes(connection.get(), 1000);
+                                                   },
+        [&] { sendBytes(connection.get(), 10'000'000); }};
+    Worker& uploader = workers.emplace_back(steps);
     uploader.go();
     double byCounters = 0;
-    const auto update = [&] {
+    for (int i = 0; i < 16; ++i) {
+        if (i == 8) { // it has become known, its owner is found, its first counts are read
+            uploader.go();
+        }
         serveFor(0.1);
-        processes->update();
+        processes.update();
         statistics.updateStats();
-        const auto* item = processes->processForPid(uploader.pid());
+        const auto* item = processes.processForPid(uploader.pid());
         byCounters += item ? item->networkUpload() : 0;
-    };
-    for (int i = 0; i < 8; ++i) { // it becomes known, its owner is found, its first counts are read
-        update();
-    }
-    uploader.go();
-    for (int i = 0; i < 8; ++i) {
-        update();
     }
     fold();
     expectTraffic(byCounters, 10e6, "by the counters");

@@ -4,13 +4,11 @@
 #include "base/Value.h"
 #include "daemon/transport/XPCListener.h"
 #include "daemon/transport/XPCProtocols.h"
+#include "tests/transport/FakeDaemon.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
-#include <string>
 #include <utility>
 
 #include <unistd.h>
@@ -30,42 +28,6 @@
 namespace meridal {
 namespace {
 
-using testing::_;
-using testing::InvokeArgument;
-using testing::NiceMock;
-
-class MockConnection : public ExportedConnection {
-public:
-    MOCK_METHOD(void, infoForPids, (Value, ValueReply), (override));
-    MOCK_METHOD(void, version, (VersionReply), (override));
-    MOCK_METHOD(void, fps, (NumberReply), (override));
-    MOCK_METHOD(void, exists, (BoolReply), (override));
-    MOCK_METHOD(void, enableHierachy, (), (override));
-    MOCK_METHOD(void, disableHierachy, (), (override));
-    MOCK_METHOD(void, startRequestWithKey, (std::int64_t, std::int64_t), (override));
-    MOCK_METHOD(void, stopRequestWithKey, (std::int64_t), (override));
-    MOCK_METHOD(void, smartTemps, (), (override));
-    MOCK_METHOD(void, startSMARTStatus, (), (override));
-    MOCK_METHOD(void, stopSMARTStatus, (), (override));
-    MOCK_METHOD(void, startSMARTTemps, (), (override));
-    MOCK_METHOD(void, stopSMARTTemps, (), (override));
-    MOCK_METHOD(void, refreshDHCP, (std::string, ActionReply), (override));
-    MOCK_METHOD(void, toggleAirPortPower, (ActionReply), (override));
-    MOCK_METHOD(void, setNetworkSet, (std::string, ActionReply), (override));
-    MOCK_METHOD(void, setFanSet, (Value), (override));
-    MOCK_METHOD(void, setT2FanConfig, (Value, ValueReply), (override));
-    MOCK_METHOD(void, setT2FanSet, (Value), (override));
-    MOCK_METHOD(void, stopT2Fans, (ValueReply), (override));
-    MOCK_METHOD(void, startT2Fans, (ValueReply), (override));
-    MOCK_METHOD(void, finalizeT2Fans, (ValueReply), (override));
-    MOCK_METHOD(void, setT2SafetyTemperature, (double), (override));
-    MOCK_METHOD(void, sensors, (Value, ValueReply), (override));
-    MOCK_METHOD(void, armSensors, (Value, ValueReply), (override));
-    MOCK_METHOD(void, supportedSensors, (Value, ValueReply), (override));
-    MOCK_METHOD(void, supportedFans, (Value, ValueReply), (override));
-    MOCK_METHOD(void, ended, (), (override));
-};
-
 /// A real listener and a real connection, both in this process.
 class XPCListenerTest : public testing::Test, public ListenerDelegate {
 protected:
@@ -76,6 +38,7 @@ protected:
         connection.exportedInterface = [NSXPCInterface interfaceWithProtocol:@protocol(ClientProtocol)];
         connection.exportedObject = client;
         [connection resume];
+        exported->onEnded = [gone = gone] { dispatch_semaphore_signal(gone); };
     }
     ~XPCListenerTest() override { [connection invalidate]; }
 
@@ -99,7 +62,8 @@ protected:
     }
 
     Log log;
-    std::shared_ptr<NiceMock<MockConnection>> exported = std::make_shared<NiceMock<MockConnection>>();
+    const dispatch_semaphore_t gone = dispatch_semaphore_create(0); ///< signalled at each end of the connection
+    std::shared_ptr<test::FakeExportedConnection> exported = std::make_shared<test::FakeExportedConnection>();
     std::shared_ptr<ClientLink> link;
     MRDTestClient* client = [[MRDTestClient alloc] init];
     NSXPCListener* anonymous = [NSXPCListener anonymousListener];
@@ -109,10 +73,6 @@ protected:
 
 TEST_F(XPCListenerTest, QuestionsAreAnsweredWithTheTypesOfTheInterface)
 {
-    EXPECT_CALL(*exported, version(_)).WillOnce(InvokeArgument<0>(6.6F, 1177));
-    EXPECT_CALL(*exported, infoForPids(Value({1, 99}), _))
-        .WillOnce(InvokeArgument<1>(Value::array({{{"name", "launchd"}, {"pid", 1}}})));
-
     __block float version = 0;
     __block NSInteger build = 0;
     [daemon() version:^(float gotVersion, NSInteger gotBuild) {
@@ -124,8 +84,9 @@ TEST_F(XPCListenerTest, QuestionsAreAnsweredWithTheTypesOfTheInterface)
 
     __block NSArray* processes = nil;
     [daemon() infoForPids:@[ @1, @99 ] reply:^(NSArray<NSDictionary*>* found) { processes = found; }];
-    NSArray* const expected = @[ @{@"name" : @"launchd", @"pid" : @1} ];
+    NSArray* const expected = @[ @{@"name" : @"someone", @"pid" : @1}, @{@"name" : @"someone", @"pid" : @99} ];
     EXPECT_TRUE([processes isEqual:expected]);
+    EXPECT_EQ(exported->calls(), (std::vector<std::string>{"version: []", "infoForPids:reply: [[1,99]]"}));
     EXPECT_TRUE(link->peer().known);
     EXPECT_EQ(link->peer().uid, getuid());
     EXPECT_EQ(listener->statistics().requests, 2U);
@@ -133,7 +94,6 @@ TEST_F(XPCListenerTest, QuestionsAreAnsweredWithTheTypesOfTheInterface)
 
 TEST_F(XPCListenerTest, EnvelopesReachTheClientNewestOfEachTypeAtLeast)
 {
-    ON_CALL(*exported, exists(_)).WillByDefault(InvokeArgument<0>(true));
     [daemon() exists:^(BOOL){}];
 
     const dispatch_semaphore_t last = dispatch_semaphore_create(0);
@@ -152,24 +112,21 @@ TEST_F(XPCListenerTest, EnvelopesReachTheClientNewestOfEachTypeAtLeast)
 
 TEST_F(XPCListenerTest, ClientThatLeavesEndsItsConnectionOnce)
 {
-    ON_CALL(*exported, exists(_)).WillByDefault(InvokeArgument<0>(true));
     [daemon() exists:^(BOOL){}];
     EXPECT_EQ(listener->statistics().openConnections, 1U);
 
-    const dispatch_semaphore_t gone = dispatch_semaphore_create(0);
-    EXPECT_CALL(*exported, ended()).WillOnce([gone] { dispatch_semaphore_signal(gone); });
     [connection invalidate];
     EXPECT_TRUE(reached(gone));
     listener.reset();                                                                  // waits for the rest of the end
     link->daemonResponse(std::make_shared<const Envelope>(Dictionary{{"type", "1"}})); // dropped, no crash
+    EXPECT_EQ(exported->calls(), (std::vector<std::string>{"exists: []", "ended []"}));
 }
 
 TEST_F(XPCListenerTest, DestroyingTheListenerEndsItsConnections)
 {
-    ON_CALL(*exported, exists(_)).WillByDefault(InvokeArgument<0>(true));
     [daemon() exists:^(BOOL){}];
-    EXPECT_CALL(*exported, ended());
     listener.reset();
+    EXPECT_TRUE(reached(gone));
 }
 
 } // namespace

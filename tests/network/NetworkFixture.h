@@ -54,6 +54,17 @@ protected:
         daemon->ports.updateNetwork();
         runtime().runDue();
     }
+    void begin()
+    {
+        startDaemon();
+        tick();
+    }
+    /// Bytes on an interface, and the tick that sees them.
+    void carry(const std::string& name, std::uint64_t sent, std::uint64_t received)
+    {
+        machine.network().transfer(name, sent, received);
+        tick();
+    }
     /// Ticks until the running period of ten minutes is stored.
     void passBoundary()
     {
@@ -90,6 +101,15 @@ protected:
                     ASSERT_TRUE(connection.execute(sql)) << sql;
                 }
             });
+    }
+    /// A figure of all samples, oldest first.
+    std::vector<double> column(const char* name)
+    {
+        std::vector<double> figures;
+        for (const Dictionary& row : samples()) {
+            figures.push_back(row[name].get<double>());
+        }
+        return figures;
     }
     Value totals(const Value& parameters)
     {

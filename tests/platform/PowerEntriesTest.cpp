@@ -1,10 +1,12 @@
 #include "platform/PowerEntries.h"
-#include "base/Value.h"
+#include "tests/support/HasMembers.h"
 
 #include <gtest/gtest.h>
 
 namespace meridal {
 namespace {
+
+using test::hasMembers;
 
 TEST(PowerEntries, CapacitiesAreInTheirUnitOnEveryMac)
 {
@@ -14,15 +16,12 @@ TEST(PowerEntries, CapacitiesAreInTheirUnitOnEveryMac)
     const Dictionary silicon =
         milliampereSmartBattery({{"MaxCapacity", 100}, {"CurrentCapacity", 71}, {"AppleRawMaxCapacity", 4210},
             {"AppleRawCurrentCapacity", 2991}, {"DesignCapacity", 4563}, {"BatterySerialNumber", "F8Y"}});
-    EXPECT_EQ(silicon["MaxCapacity"], 4210);
-    EXPECT_EQ(silicon["CurrentCapacity"], 2991);
-    EXPECT_EQ(silicon["Serial"], "F8Y");
+    EXPECT_THAT(silicon, hasMembers({{"MaxCapacity", 4210}, {"CurrentCapacity", 2991}, {"Serial", "F8Y"}}));
 
     const Dictionary moved = milliampereSmartBattery({{"MaxCapacity", 100}, {"CurrentCapacity", 71},
         {"BatteryData", {{"DesignCapacity", 6075}, {"NominalChargeCapacity", 5900}}}});
-    EXPECT_EQ(moved["MaxCapacity"], 5900);
-    EXPECT_EQ(moved["DesignCapacity"], 6075);
-    EXPECT_FALSE(moved.contains("CurrentCapacity")) << "a percentage is no charge";
+    EXPECT_THAT(moved, hasMembers({{"MaxCapacity", 5900}, {"DesignCapacity", 6075}, {"CurrentCapacity", nullptr}}))
+        << "a percentage is no charge";
     EXPECT_FALSE(milliampereSmartBattery({{"MaxCapacity", 100}, {"DesignCapacity", 4563}}).contains("MaxCapacity"));
     EXPECT_FALSE(milliampereSmartBattery({{"BatteryData", 5}}).contains("MaxCapacity"));
 
