@@ -54,6 +54,16 @@ struct HidPowerDevices::Device {
         : name(std::move(number)), place(std::move(where)), reports(descriptor)
     {
     }
+    /// The kernel lets nobody close a node while another process waits for a report.
+    ~Device()
+    {
+        watch.reset();
+        if (node) {
+            queue->post([node = std::move(node)] {});
+        }
+    }
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
 
     std::string name;  ///< "hidraw0"
     std::string place; ///< of its folder in /sys/devices, which no other ever has again
@@ -66,16 +76,15 @@ struct HidPowerDevices::Device {
     std::optional<double> lastAsked;  ///< s of the clock that cannot step
     std::optional<double> lastAnswer; ///< likewise
     std::unique_ptr<Timer> timer;     ///< to the next reading, when one is due
-    bool isOpened = false;
-    Descriptor node; ///< for what it sends by itself
+    std::shared_ptr<Descriptor> node; ///< for what it sends by itself
     std::unique_ptr<Watch> watch;
     std::map<char, std::string> last; ///< that it sent, by number
 };
 
 /// What one reading brings back from the slow queue.
 struct HidPowerDevices::Reading {
-    Descriptor node;
-    int error = 0; ///< of the node's opening
+    std::shared_ptr<Descriptor> node; ///< where it was not open before
+    int error = 0;                    ///< of the node's opening
     HidReports reports;
 };
 
@@ -173,16 +182,17 @@ void HidPowerDevices::read(const DevicePointer& device)
     auto reading = std::make_shared<Reading>();
     Task done = lifetime_.guard([this, reading, weak = std::weak_ptr<Device>(device)] {
         if (const auto still = weak.lock()) {
-            finished(*still, *reading);
+            finished(still, *reading);
         }
     });
     // Holds what it needs, so that it may still hang when this object has gone.
     device->queue->post([node = root_.path("dev/" + device->name).string(), requests = device->reports.requests(),
-                            opens = !device->isOpened, open = open_, reading, done = std::move(done),
+                            opens = !device->node, open = open_, reading, done = std::move(done),
                             &main = runtime_.mainQueue()]() mutable {
         if (opens) { // here, as the kernel may wake the device for it
-            reading->node = Descriptor(::open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-            reading->error = reading->node ? 0 : errno;
+            Descriptor opened(::open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+            reading->error = opened ? 0 : errno;
+            reading->node = opened ? std::make_shared<Descriptor>(std::move(opened)) : nullptr;
         }
         const HidAsk ask = open(node);
         for (const HidReportRequest& request : requests) {
@@ -198,25 +208,24 @@ void HidPowerDevices::read(const DevicePointer& device)
     });
 }
 
-void HidPowerDevices::finished(Device& device, Reading& reading)
+void HidPowerDevices::finished(const DevicePointer& device, Reading& reading)
 {
-    device.isReading = false;
-    device.lastAnswer = runtime_.monotonicTime();
+    device->isReading = false;
+    device->lastAnswer = runtime_.monotonicTime();
     if (reading.error == EACCES || reading.error == EPERM) {
         limitations_->set("ups", "asking a UPS over USB HID needs the right to open /dev/hidraw*");
     }
     if (reading.node) {
-        device.isOpened = true;
-        device.node = std::move(reading.node);
+        device->node = std::move(reading.node);
         listen(device);
     }
-    Dictionary description = device.reports.describe(reading.reports);
-    description["Name"] = device.product;
-    if (!device.serial.empty()) {
-        description["Hardware Serial Number"] = device.serial;
+    Dictionary description = device->reports.describe(reading.reports);
+    description["Name"] = device->product;
+    if (!device->serial.empty()) {
+        description["Hardware Serial Number"] = device->serial;
     }
-    const bool isNew = device.description != description;
-    device.description = std::move(description);
+    const bool isNew = device->description != description;
+    device->description = std::move(description);
     if (isNew) {
         changed_();
     }
@@ -263,14 +272,10 @@ void HidPowerDevices::finish()
 
 // Listening
 
-void HidPowerDevices::listen(Device& device)
+void HidPowerDevices::listen(const DevicePointer& device)
 {
-    const auto known = std::find_if(
-        devices_.begin(), devices_.end(), [&device](const DevicePointer& each) { return each.get() == &device; });
-    if (known != devices_.end()) {
-        device.watch = runtime_.watchReadable(
-            device.node.get(), [this, weak = std::weak_ptr<Device>(*known)] { heard(weak.lock()); });
-    }
+    device->watch = runtime_.watchReadable(
+        device->node->get(), [this, weak = std::weak_ptr<Device>(device)] { heard(weak.lock()); });
 }
 
 /// Takes what the device sent by itself. It need not hold all figures: a change is the sign to ask for them.
@@ -280,7 +285,7 @@ void HidPowerDevices::heard(const DevicePointer& device)
     std::array<char, HidPowerDevice::largestReport + 1> report; // NOLINT(cppcoreguidelines-pro-type-member-init)
     bool isNew = false;
     for (int i = 0; device && i < mostAtOnce; ++i) {
-        const ssize_t size = ::read(device->node.get(), report.data(), report.size());
+        const ssize_t size = ::read(device->node->get(), report.data(), report.size());
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
             break;
         }

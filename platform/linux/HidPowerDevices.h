@@ -62,8 +62,8 @@ private:
     bool isPublished(const Device& device) const;
     bool isAwaited(const Device& device) const;
     void read(const DevicePointer& device);
-    void finished(Device& device, Reading& reading);
-    void listen(Device& device);
+    void finished(const DevicePointer& device, Reading& reading);
+    void listen(const DevicePointer& device);
     void heard(const DevicePointer& device);
     void readLater(const DevicePointer& device, double seconds);
     void finishWhenComplete();
