@@ -177,7 +177,10 @@ void BatteryKeeper::state(const Value& parameters, std::function<void(Result<Val
         return reply(invalid("takes no parameters"));
     }
     update();
-    collector_.whenPeripheralsKnown([this, reply = std::move(reply)] { reply(describeAll()); });
+    // A source that answers something new tells its observers, so that the collector has it by then.
+    context_.host.powerSources->refresh(lifetime_.guard([this, reply = std::move(reply)] {
+        collector_.whenPeripheralsKnown([this, reply] { reply(describeAll()); });
+    }));
 }
 
 Value BatteryKeeper::describeAll() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Lifetime.h"
 #include "base/Result.h"
 #include "base/Value.h"
 #include "platform/host/PowerSources.h"
@@ -48,6 +49,7 @@ private:
     ZAVPowerManager& power_;
     std::optional<double> lastAsked_; ///< s of the clock that cannot step
     std::unique_ptr<PowerSources::Observation> sourcesObservation_;
+    Lifetime lifetime_;
 };
 
 } // namespace meridal

@@ -1,10 +1,11 @@
 // The "uevent" of a power supply: the figures derived from whatever a driver says must stay within their meaning. And the
-// report descriptor of its device, which is the device's own.
+// report descriptor of its device, which is the device's own, as are the reports that it describes.
 
-#include "platform/linux/HidReportDescriptor.h"
+#include "platform/linux/HidPowerDevice.h"
 #include "platform/linux/LinuxPeripheralBatteries.h"
 #include "platform/linux/PowerSupplies.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +22,29 @@ void require(bool holds)
 
 void requireFinite(const std::optional<double>& figure) { require(!figure || std::isfinite(*figure)); }
 
+/// A UPS that describes itself by these bytes and answers with the same.
+void describeUPS(std::string_view bytes)
+{
+    using namespace meridal;
+    const HidPowerDevice ups(bytes);
+    HidReports answers;
+    require(ups.requests().size() <= HidPowerDevice::mostRequests);
+    for (const HidReportRequest& request : ups.requests()) {
+        require(request.size > 0 && request.size <= HidPowerDevice::largestReport);
+        answers[{request.kind, request.report}] = bytes.substr(bytes.size() - std::min(bytes.size(), request.size));
+    }
+    const Dictionary source = ups.describe(answers);
+    const auto within = [&source](const char* key, std::int64_t lowest, std::int64_t highest) {
+        const auto figure = integer(source, key);
+        require(!figure || (*figure >= lowest && *figure <= highest));
+    };
+    within("Current Capacity", 0, 100);
+    within("Voltage", 1'000, 1'000'000);
+    within("Current", -1'000'000, 1'000'000);
+    within("Time to Empty", -1, 30 * 24 * 60);
+    within("Time to Full Charge", -1, 30 * 24 * 60);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -28,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     using namespace meridal;
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     hasApplication(bytes, hidUPS);
+    describeUPS(bytes);
     const PowerSupply supply("BAT0", bytes);
     const auto percent = supply.percent();
     require(!percent || (*percent >= 0 && *percent <= 100));

@@ -12,7 +12,7 @@ namespace meridal {
 /// Batteries, UPSs and the adapter of this machine. Dictionaries carry macOS's entry names on every host, so that one
 /// collector reads both. Main queue only.
 /// macOS: IOPSCopyPowerSourcesInfo, the AppleSmartBattery service, the dynamic store. Linux: /sys/class/power_supply
-/// and its uevents.
+/// and its uevents, /dev/hidraw* of UPSs that are not in there.
 class PowerSources {
 public:
     /// Destroying it ends the observation.
@@ -39,6 +39,10 @@ public:
 
     /// Whether an external power adapter is connected. Absent when the system does not tell.
     virtual std::optional<bool> adapterConnected() = 0;
+
+    /// Asks the sources that the system does not keep track of itself, and calls back on the main queue, once, when
+    /// descriptions() has their answers: at once where there is no such source, within seconds where one does not answer.
+    virtual void refresh(std::function<void()> done) { done(); }
 
     /// Calls the handler on the main queue whenever a source or the adapter may have changed.
     [[nodiscard]] virtual std::unique_ptr<Observation> observe(std::function<void()> changed) = 0;

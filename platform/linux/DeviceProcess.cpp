@@ -60,6 +60,17 @@ void sendNvme(int device, const DeviceCommand& command, DeviceAnswer& answer)
     answer.status = result > 0 ? static_cast<std::uint32_t>(result) : 0;
 }
 
+void sendHid(int device, const DeviceCommand& command, DeviceAnswer& answer)
+{
+    // HIDIOCGFEATURE and HIDIOCGINPUT; the headers have the latter since Linux 5.11, older kernels refuse it.
+    const unsigned number = command.kind == DeviceCommand::Kind::HIDFeature ? 0x07 : 0x0A;
+    answer.data[0] = static_cast<std::uint8_t>(command.report);
+    const int length =
+        ::ioctl(device, _IOC(_IOC_WRITE | _IOC_READ, 'H', number, command.dataLength), answer.data.data());
+    answer.error = length < 0 ? errno : 0;
+    answer.missing = command.dataLength - std::min(command.dataLength, static_cast<std::uint32_t>(std::max(length, 0)));
+}
+
 void closeAllBut(int channel)
 {
     ::dup2(channel, channelInChild);
@@ -93,8 +104,10 @@ void closeAllBut(int channel)
             answer.error = failure;
         } else if (command.kind == DeviceCommand::Kind::SCSI) {
             sendScsi(device, command, answer);
-        } else {
+        } else if (command.kind == DeviceCommand::Kind::NVMe) {
             sendNvme(device, command, answer);
+        } else {
+            sendHid(device, command, answer);
         }
         if (::send(channelInChild, &answer, sizeof answer, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof answer)) {
             break;

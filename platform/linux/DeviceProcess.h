@@ -8,10 +8,11 @@
 
 namespace meridal {
 
-/// One command to a disk: a SCSI command that reads or transfers nothing (SG_IO), or an NVMe admin command that reads.
-/// Plain memory, as it goes from one process to another.
+/// One command to a device. To a disk: a SCSI command that reads or transfers nothing (SG_IO), or an NVMe admin command
+/// that reads. To a HID device: a report to be had (HIDIOCGFEATURE, HIDIOCGINPUT). Plain memory, as it goes from one
+/// process to another.
 struct DeviceCommand {
-    enum class Kind : std::uint32_t { SCSI, NVMe };
+    enum class Kind : std::uint32_t { SCSI, NVMe, HIDFeature, HIDInput };
 
     Kind kind = Kind::SCSI;
     std::uint32_t dataLength = 0; ///< bytes to read, at most those of DeviceAnswer::data
@@ -21,6 +22,9 @@ struct DeviceCommand {
     std::uint32_t opcode = 0;
     std::uint32_t namespaceID = 0;
     std::uint32_t cdw10 = 0;
+    // HID
+    std::uint32_t report =
+        0; ///< its number, which is the first byte of the data; 0 when the device does not number them
 };
 
 /// What came back, likewise.

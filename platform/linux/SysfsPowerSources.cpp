@@ -165,6 +165,7 @@ SysfsPowerSources::SysfsPowerSources(
     : runtime_(runtime)
     , root_(root)
     , uevents_(std::make_unique<Uevents>(runtime, root, "power_supply", [this] { changed(); }))
+    , ups_(runtime, root, limitations, [this] { tell(); })
 {
     if (!uevents_->isOpen()) {
         limitations->set("power-source-changes", "changes of the power source are not announced: no uevents here");
@@ -186,6 +187,9 @@ std::vector<Dictionary> SysfsPowerSources::descriptions()
         if (supply.isInternalBattery() || supply.isUPS()) {
             sources.push_back(describe(supply, battery));
         }
+    }
+    for (Dictionary& ups : ups_.descriptions()) {
+        sources.push_back(std::move(ups));
     }
     return sources;
 }

@@ -3,6 +3,7 @@
 #include "base/Runtime.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/PowerSources.h"
+#include "platform/linux/HidPowerDevices.h"
 #include "platform/linux/PowerSupplies.h"
 #include "platform/linux/RootFolder.h"
 #include "platform/linux/Uevents.h"
@@ -11,12 +12,14 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace meridal {
 
 /// Batteries, UPSs and adapters from /sys/class/power_supply, with its uevents as the sign that something changed.
-/// Batteries of devices that are connected to the machine are not its power sources and left out.
+/// Batteries of devices that are connected to the machine are not its power sources and left out. UPSs without a driver
+/// that publishes them are asked over USB HID.
 class SysfsPowerSources final : public PowerSources {
 public:
     SysfsPowerSources(Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations);
@@ -24,6 +27,7 @@ public:
     std::vector<Dictionary> descriptions() override;
     std::vector<Dictionary> smartBatteries() override;
     std::optional<bool> adapterConnected() override;
+    void refresh(std::function<void()> done) override { ups_.refresh(std::move(done)); }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 
     /// A supply was announced as changed: tells the observers. Nobody announces anything for a recorded tree.
@@ -47,6 +51,7 @@ private:
     std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
     std::vector<std::unique_ptr<Timer>> again_; ///< further looks that are due after a change
     std::unique_ptr<Uevents> uevents_;
+    HidPowerDevices ups_;
 };
 
 } // namespace meridal

@@ -39,6 +39,16 @@ MANAGER = "org.freedesktop.login1.Manager"
 HELD = [("sleep", "meridald", "delay")]  # the inhibitors while the machine is awake
 
 
+HID = "/devices/pci0000:00/usb1/1-1/1-1:1.0/0003:FFFF:0001.0001"
+# A UPS, in it a PowerSummary. Report 1: RemainingCapacity in %, RunTimeToEmpty in s. Report 2: PresentStatus with the bits
+# ACPresent, Charging, Discharging, FullyCharged.
+HID_DESCRIPTOR = ("05840904A101" "0924A100" "850175089501150025640585" "0966B102" "751027FFFF0000660110" "0968B102"
+                  "05840902A102" "85027501950425016500" "058509D0094409450946B102" "75049501B103" "C0C0C0")
+HID_UPS = (f"P: {HID}\nE: SUBSYSTEM=hid\nE: HID_NAME=Acme UPS 650\nE: HID_UNIQ=4B17\nH: report_descriptor={HID_DESCRIPTOR}\n\n"
+           f"P: {HID}/hidraw/hidraw0\nN: hidraw0\nE: DEVNAME=/dev/hidraw0\nE: SUBSYSTEM=hidraw\nE: MAJOR=242\nE: MINOR=0\n"
+           "L: device=../../../0003:FFFF:0001.0001\n\n")
+
+
 def until(condition, what):
     """Asks until the condition holds, and answers what it gave."""
     deadline = time.monotonic() + daemon_test.DEADLINE
@@ -269,6 +279,57 @@ class PowerTest(unittest.TestCase):
         client.close()
         self.assertEqual(daemon.stop(), 0)
         self.assertEqual(self.rows("select uuid, health from battery_health", "battery-history.db"), [("5B10W 77", 88)])
+
+    def test_a_ups_without_a_driver_is_asked_over_hid(self):
+        try:
+            import gi
+            gi.require_version("UMockdev", "1.0")
+            from gi.repository import UMockdev
+        except (ImportError, ValueError):
+            self.skipTest("no umockdev")
+        if os.environ.get("LD_PRELOAD") != PRELOAD:
+            self.skipTest("no umockdev in this process")
+        bed = UMockdev.Testbed.new()
+        bed.add_from_string(HID_UPS)
+        reports = {1: bytes([80]) + (1500).to_bytes(2, "little"), 2: bytes([0b0001])}
+        hanging, held = [], []
+
+        def handle(_handler, client):
+            request = client.get_request()
+            if request >> 8 & 0xFF != ord("H") or request & 0xFF != 7:  # HIDIOCGFEATURE
+                return False
+            data = client.get_arg().resolve(0, request >> 16 & 0x3FFF)
+            if hanging:
+                held.append(client)  # answers some other day
+                return True
+            report = reports[bytes(data.retrieve())[0]]
+            data.update(1, report)
+            client.complete(1 + len(report), 0)
+            return True
+
+        handler = UMockdev.IoctlBase()
+        handler.connect("handle-ioctl", handle)
+        bed.attach_ioctl("/dev/hidraw0", handler)
+        os.environ["UMOCKDEV_DIR"] = bed.get_root_dir()  # which the bed sets behind Python's back
+        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
+        daemon = self.start().wait_ready()
+        client = daemon.client()
+        ups, = client.call("battery.state")["batteries"]
+        self.assertEqual([ups[name] for name in ("key", "name", "type", "percentage", "source", "state")],
+                         ["Acme UPS 650 4B17", "Acme UPS 650", 1, 80, 1, 3])
+        reports[1], reports[2] = bytes([79]) + (1200).to_bytes(2, "little"), bytes([0b0100])
+        state = until(lambda: [b for b in client.call("battery.state")["batteries"] if b["state"] == 2], "the state")
+        self.assertEqual((state[0]["percentage"], state[0]["source"]), (79, 0))
+        shown = subprocess.run([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "battery"],
+                               capture_output=True, text=True, check=True).stdout
+        self.assertIn("Acme UPS 650", shown)
+        hanging.append(True)
+        until(lambda: client.call("battery.state") and held, "a reading that hangs")
+        self.assertEqual(client.call("battery.state")["batteries"][0]["percentage"], 79)
+        client.close()
+        before = time.monotonic()
+        self.assertEqual(daemon.stop(), 0)
+        self.assertLess(time.monotonic() - before, 10)
 
     def start_bluez(self):
         """A BlueZ with an ear phone that is connected and one that is not."""
