@@ -23,9 +23,7 @@ TEST_F(DaemonTest, KeysBeyondTheProcessListsStayWithTheirConnection)
 {
     start();
     Client client = connect();
-    for (const std::int64_t key : {32, 64, 128}) {
-        request(client, key);
-    }
+    request(client, {32, 64, 128});
     EXPECT_EQ(maskOf(client), 224);
     EXPECT_EQ(collector.updateMask(), 0U);
 }
@@ -35,9 +33,7 @@ TEST_F(DaemonTest, ADisconnectReleasesEveryBitAndStopsCaptureForAll)
     start();
     Client leaving = connect();
     Client staying = connect();
-    for (const std::int64_t key : {1, 2, 4, 8, 16, 32, 64, 128}) {
-        request(leaving, key);
-    }
+    request(leaving, {1, 2, 4, 8, 16, 32, 64, 128});
     request(staying, 8);
     ASSERT_EQ(collector.updateMask(), 31U);
     ASSERT_EQ(called("stopCapture"), 0);
