@@ -3,7 +3,9 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "tests/support/FakeHost.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <vector>
 
 namespace meridal::test {
 
@@ -38,6 +40,28 @@ protected:
         return *std::find_if(
             source().rows.begin(), source().rows.end(), [&](const auto& each) { return each.pid == pid; });
     }
+    /// What a process does before a pass.
+    struct Work {
+        double cpu = 0; ///< s
+        std::uint64_t read = 0;
+        std::uint64_t written = 0;
+        std::uint64_t wakeups = 0;
+    };
+    void pass(std::int32_t pid, const Work& work, double seconds = 2)
+    {
+        ProcessRecord& record = row(pid);
+        record.userTime += static_cast<std::uint64_t>(work.cpu * 1e9 + 0.5);
+        record.diskBytesRead += work.read;
+        record.diskBytesWritten += work.written;
+        record.idleWakeups += work.wakeups;
+        updateAfter(seconds);
+    }
+    /// CPU, power, bytes read and bytes written.
+    std::vector<double> figures(std::int32_t pid)
+    {
+        return {item(pid).cpu(), item(pid).power(), item(pid).diskRead(), item(pid).diskWrite()};
+    }
+    static auto are(const std::vector<double>& wanted) { return testing::Pointwise(testing::DoubleEq(), wanted); }
     const ProcessStatCollectorItem& item(std::int32_t pid) { return *collector().processForPid(pid); }
 
     void update() { collector().update(); }

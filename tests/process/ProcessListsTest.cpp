@@ -85,14 +85,11 @@ TEST_F(ProcessListsTest, RanksLargestFirstAndEqualOnesInTableOrder)
 
 TEST_F(ProcessListsTest, IdleDiskUsersRankByTheirLastActivity)
 {
-    row(12).diskBytesRead += 10;
-    updateAfter(2);
-    row(11).diskBytesRead += 10;
-    updateAfter(2);
+    pass(12, {.read = 10});
+    pass(11, {.read = 10});
     updateAfter(2);
     EXPECT_EQ(keys(collector().diskActivityProcesses(false)["read"]), Keys({"11", "12", "10", "1"}));
-    row(1).diskBytesRead += 10;
-    updateAfter(2);
+    pass(1, {.read = 10});
     EXPECT_EQ(keys(collector().diskActivityProcesses(false)["read"]), Keys({"1", "11", "12", "10"}));
 }
 
