@@ -45,6 +45,14 @@ protected:
         return {link, exported};
     }
 
+    /// A daemon, and a client that wants this list.
+    Client startWithRequest(std::int64_t key)
+    {
+        start();
+        Client client = connect();
+        request(client, key);
+        return client;
+    }
     void request(Client& client, std::int64_t key)
     {
         client.daemon->startRequestWithKey(key, 2);

@@ -51,9 +51,7 @@ TEST_F(DaemonTest, ADisconnectReleasesEveryBitAndStopsCaptureForAll)
 
 TEST_F(DaemonTest, MasksOfSeveralBitsAddAndSubtractAsNumbers)
 {
-    start();
-    Client client = connect();
-    request(client, 3);
+    Client client = startWithRequest(3);
     EXPECT_EQ(maskOf(client), 3);
     request(client, 5); // bit 1 is held already: nothing is added
     EXPECT_EQ(maskOf(client), 3);
@@ -63,9 +61,7 @@ TEST_F(DaemonTest, MasksOfSeveralBitsAddAndSubtractAsNumbers)
 
 TEST_F(DaemonTest, AbsurdMasksHarmNobodyElse)
 {
-    start();
-    Client good = connect();
-    request(good, 1);
+    Client good = startWithRequest(1);
     Client absurd = connect();
     constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
     constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();

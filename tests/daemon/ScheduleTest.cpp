@@ -73,9 +73,7 @@ TEST_F(DaemonTest, NetworkListsGoToEveryClientWhileAnybodyWantsThem)
 
 TEST_F(DaemonTest, AStormOfRequestsCostsAFewPassesAndOthersKeepTheirCadence)
 {
-    start();
-    Client steady = connect();
-    request(steady, 1);
+    Client steady = startWithRequest(1);
     machine.runtime.advance(5);
     machine.processes().asked.clear();
     steady.link->received.clear();
@@ -98,9 +96,7 @@ TEST_F(DaemonTest, AStormOfRequestsCostsAFewPassesAndOthersKeepTheirCadence)
 
 TEST_F(DaemonTest, ClocksThatStepAndMachinesThatSleepNeitherStopNorBurstTheSchedule)
 {
-    start();
-    Client client = connect();
-    request(client, 1);
+    Client client = startWithRequest(1);
     machine.runtime.advance(4.7);
     for (const double step : {-86'400.0, 86'400.0 * 365}) {
         client.link->received.clear();
@@ -125,9 +121,7 @@ TEST_F(DaemonTest, ReadyIsAnnouncedAfterASecondOnce)
 
 TEST_F(DaemonTest, ADaemonThatEndsTakesItsTimersWithIt)
 {
-    start();
-    Client client = connect();
-    request(client, 1);
+    Client client = startWithRequest(1);
     daemon.reset();
     const auto passes = machine.processes().asked.size();
     machine.runtime.advance(60);

@@ -34,14 +34,12 @@ protected:
 TEST_F(PacketStatCollectorTest, FiguresAreTheBytesOfOneInterval)
 {
     packets.startCaputure();
-    deliver(tapped(42, 1, 1000));
-    deliver(tapped(42, 2, 300));
-    deliver(tapped(42, 1, 500));
-    deliver(tapped(-1, 1, 70));
-    deliver(tapped(4711, 1, 80));
+    for (const auto& frame :
+        {tapped(42, 1, 1000), tapped(42, 2, 300), tapped(42, 1, 500), tapped(-1, 1, 70), tapped(4711, 1, 80)}) {
+        deliver(frame);
+    }
     packets.process();
-    EXPECT_EQ(item(42).networkDownload(), 1500);
-    EXPECT_EQ(item(42).networkUpload(), 300);
+    EXPECT_THAT(traffic(42), are({1500, 300}));
     EXPECT_EQ(item(42).networkDownloadTime(), machine.runtime.wallTime());
     EXPECT_EQ(item(43).networkDownloadTime(), 0);
     EXPECT_EQ(packets.latest().unattributed.download, 150) << "no process, or one that came and went";

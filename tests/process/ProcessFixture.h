@@ -34,6 +34,17 @@ protected:
     {
         source().set(process(pid, parent, name));
     }
+    struct Kin {
+        std::int32_t pid;
+        std::int32_t parent;
+        std::string_view name = "worker";
+    };
+    void set(std::initializer_list<Kin> processes)
+    {
+        for (const auto& [pid, parent, name] : processes) {
+            set(pid, parent, name);
+        }
+    }
     /// The row of a process, to change its counters.
     ProcessRecord& row(std::int32_t pid)
     {
@@ -61,6 +72,8 @@ protected:
     {
         return {item(pid).cpu(), item(pid).power(), item(pid).diskRead(), item(pid).diskWrite()};
     }
+    /// Bytes received and sent.
+    std::vector<double> traffic(std::int32_t pid) { return {item(pid).networkDownload(), item(pid).networkUpload()}; }
     static auto are(const std::vector<double>& wanted) { return testing::Pointwise(testing::DoubleEq(), wanted); }
     const ProcessStatCollectorItem& item(std::int32_t pid) { return *collector().processForPid(pid); }
 

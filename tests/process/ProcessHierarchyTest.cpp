@@ -4,7 +4,6 @@
 #include <rapidcheck.h>
 
 #include <functional>
-#include <map>
 
 namespace meridal {
 namespace {
@@ -24,10 +23,7 @@ protected:
 
 TEST_F(ProcessHierarchyTest, HelpersGoUnderTheirApp)
 {
-    set(10, 1, "app");
-    set(11, 10, "renderer");
-    set(12, 1, "service of app");
-    set(13, 1, "daemon");
+    set({{10, 1, "app"}, {11, 10, "renderer"}, {12, 1, "service of app"}, {13, 1, "daemon"}});
     source().responsible = {{12, 10}, {13, 13}, {11, 13}};
     update();
     EXPECT_EQ(childrenOf(10), std::vector<std::int32_t>({11, 12})) << "a parent other than launchd goes before";
@@ -39,12 +35,8 @@ TEST_F(ProcessHierarchyTest, HelpersGoUnderTheirApp)
 
 TEST_F(ProcessHierarchyTest, CommandsOfShellsAndTerminalsStayAlone)
 {
-    set(10, 1, "Terminal");
-    set(11, 10, "bash");
-    set(12, 11, "make");
-    for (const auto& [pid, name] : std::map<int, const char*>{{13, "cc1plus"}, {14, "sh"}, {15, "nginx"}}) {
-        set(pid, 12, name);
-    }
+    set({{10, 1, "Terminal"}, {11, 10, "bash"}, {12, 11, "make"}, {13, 12, "cc1plus"}, {14, 12, "sh"},
+        {15, 12, "nginx"}});
     update();
     EXPECT_TRUE(item(11).root() && item(12).root() && item(14).root() && item(15).root());
     EXPECT_EQ(childrenOf(12), std::vector<std::int32_t>({13}));
@@ -53,9 +45,7 @@ TEST_F(ProcessHierarchyTest, CommandsOfShellsAndTerminalsStayAlone)
 TEST_F(ProcessHierarchyTest, OldReleasesKnowParentsOnly)
 {
     machine.machine().release = {10, 8, 5};
-    set(11, 1, "bash");
-    set(12, 11, "make");
-    set(13, 1, "service");
+    set({{11, 1, "bash"}, {12, 11, "make"}, {13, 1, "service"}});
     source().responsible = {{13, 12}};
     update();
     EXPECT_FALSE(item(12).root());
@@ -66,8 +56,7 @@ TEST_F(ProcessHierarchyTest, OldReleasesKnowParentsOnly)
 TEST_F(ProcessHierarchyTest, OrphansHeadTheirOwnGroupAndNoStrangerAdoptsThem)
 {
     for (const bool withinOneInterval : {false, true}) { // then the item is the same
-        set(10, 1, "app");
-        set(11, 10, "helper");
+        set({{10, 1, "app"}, {11, 10, "helper"}});
         updateAfter(2);
         ASSERT_FALSE(item(11).root());
         source().remove(10);
@@ -88,10 +77,7 @@ TEST_F(ProcessHierarchyTest, OrphansHeadTheirOwnGroupAndNoStrangerAdoptsThem)
 
 TEST_F(ProcessHierarchyTest, CirclesAreCut)
 {
-    for (const auto& [pid, parent] : std::map<int, int>{{10, 11}, {11, 10}, {12, 12}, {13, 15}, {14, 13}, {15, 14}}) {
-        set(pid, parent);
-    }
-    set(16, 14);
+    set({{10, 11}, {11, 10}, {12, 12}, {13, 15}, {14, 13}, {15, 14}, {16, 14}});
     update();
     EXPECT_TRUE(item(10).root() && item(12).root() && item(13).root());
     EXPECT_EQ(collector().ranked(ProcessFigure::Cpu, true, 100).size(), 4u);

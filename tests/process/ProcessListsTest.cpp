@@ -8,10 +8,7 @@ class ProcessListsTest : public test::ProcessFixture {
 protected:
     ProcessListsTest()
     {
-        set(1, 0, "launchd");
-        set(10, 1, "app");
-        set(11, 10, "helper");
-        set(12, 1, "tool");
+        set({{1, 0, "launchd"}, {10, 1, "app"}, {11, 10, "helper"}, {12, 1, "tool"}});
         for (auto& each : source().rows) {
             each.diskBytesRead = each.diskBytesWritten = 1;
         }

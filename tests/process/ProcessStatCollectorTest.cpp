@@ -69,9 +69,7 @@ TEST_F(ProcessStatCollectorTest, CountersThatGoBackStartOver)
 
 TEST_F(ProcessStatCollectorTest, ReusedPidStartsAfresh)
 {
-    set(1, 0, "launchd");
-    set(40, 1, "app");
-    set(42, 40, "helper");
+    set({{1, 0, "launchd"}, {40, 1, "app"}, {42, 40, "helper"}});
     pass(42, {.cpu = 9});
     updateAfter(2);
     ASSERT_FALSE(item(42).root());
@@ -327,8 +325,7 @@ TEST_F(ProcessStatCollectorTest, CountsPacketsByPorts)
         collector().processPacket({.localPort = 5000, .foreignPort = 443, .downloadBytes = 9, .uploadBytes = 2}), 7);
     EXPECT_EQ(collector().processPacket({.localPort = 443, .foreignPort = 5000, .downloadBytes = 30}), 7);
     EXPECT_EQ(collector().processPacket({.localPort = 1, .foreignPort = 2, .downloadBytes = 1}), 0);
-    EXPECT_EQ(item(7).networkDownload(), 9);
-    EXPECT_EQ(item(7).networkUpload(), 32);
+    EXPECT_THAT(traffic(7), are({9, 32}));
 }
 
 } // namespace

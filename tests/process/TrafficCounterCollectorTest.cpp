@@ -59,8 +59,7 @@ TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClo
     counted(0, 80, 0);
     crossed(2000, 400);
     process();
-    EXPECT_EQ(item(42).networkDownload(), 1500);
-    EXPECT_EQ(item(42).networkUpload(), 300);
+    EXPECT_THAT(traffic(42), are({1500, 300}));
     EXPECT_EQ(item(42).networkDownloadTime(), machine.runtime.wallTime());
     EXPECT_EQ(counters.latest().unattributed.download, 80) << "of processes that found no room";
     EXPECT_EQ(counters.latest().kernel.download, 2000 - 1580);

@@ -5,6 +5,7 @@
 #include "tests/support/TemporaryTree.h"
 #include "tests/transport/FakeDaemon.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -138,8 +139,17 @@ private:
     std::size_t begin_ = 0;
 };
 
-inline const std::string existsRequest = R"({"jsonrpc":"2.0","id":1,"method":"exists:"})";
-inline const std::string existsAnswer = R"({"jsonrpc":"2.0","id":1,"result":true})";
+/// A request and its answer, without the end of the line.
+inline std::string requestOf(std::string_view method, std::string_view parameters = "[]", std::string_view id = "1")
+{
+    return fmt::format(R"({{"jsonrpc":"2.0","id":{},"method":"{}","params":{}}})", id, method, parameters);
+}
+inline std::string resultOf(std::string_view result, std::string_view id = "1")
+{
+    return fmt::format(R"({{"jsonrpc":"2.0","id":{},"result":{}}})", id, result);
+}
+inline const std::string existsRequest = requestOf("exists:");
+inline const std::string existsAnswer = resultOf("true");
 
 /// A listener with fake daemon objects behind it, in a folder of its own.
 class SocketFixture : public testing::Test, protected ListenerDelegate {

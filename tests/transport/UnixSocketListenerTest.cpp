@@ -63,8 +63,7 @@ TEST_F(UnixSocketListenerTest, PeerIsWhoTheKernelSays)
     }
     EXPECT_EQ(peer.uid, getuid());
     EXPECT_EQ(peer.gid, getgid());
-    EXPECT_EQ(someone.ask(R"({"jsonrpc":"2.0","id":"s","method":"status"})"),
-        R"({"jsonrpc":"2.0","id":"s","result":{"uid":)" + std::to_string(getuid()) + "}}");
+    EXPECT_EQ(someone.ask(requestOf("status")), resultOf(fmt::format(R"({{"uid":{}}})", getuid())));
 }
 
 TEST_F(UnixSocketListenerTest, EnvelopesOfACallComeBeforeItsAnswer)
@@ -80,11 +79,11 @@ TEST_F(UnixSocketListenerTest, EnvelopesOfACallComeBeforeItsAnswer)
     listen();
     Client someone(path);
     for (const char* key : {"1", "2", "128"}) {
-        EXPECT_EQ(someone.ask(R"({"jsonrpc":"2.0","id":1,"method":"startRequestWithKey:interval:","params":[)"
-                      + std::string(key) + ",2]}"),
-            R"({"jsonrpc":"2.0","method":"daemonResponse:","params":[{"number":1,"padding":"","type":")"
-                + std::string(key) + "\"}]}");
-        EXPECT_EQ(someone.line(), R"({"jsonrpc":"2.0","id":1,"result":null})");
+        const std::string pushed =
+            R"({"jsonrpc":"2.0","method":"daemonResponse:","params":[{"number":1,"padding":"","type":")";
+        EXPECT_EQ(someone.ask(requestOf("startRequestWithKey:interval:", "[" + std::string(key) + ",2]")),
+            pushed + key + "\"}]}");
+        EXPECT_EQ(someone.line(), resultOf("null"));
     }
 }
 
@@ -105,13 +104,11 @@ TEST_F(UnixSocketListenerTest, PipelinedRequestsAreServedInOrderOneAtATime)
     Client someone(path);
     std::string requests;
     for (int i = 0; i < 1000; ++i) {
-        const char* method = i % 2 == 0 ? "enableHierachy" : "exists:";
-        requests += R"({"jsonrpc":"2.0","id":)" + std::to_string(i) + R"(,"method":")" + method + "\"}\n";
+        requests += requestOf(i % 2 == 0 ? "enableHierachy" : "exists:", "[]", std::to_string(i)) + "\n";
     }
     ASSERT_TRUE(someone.send(requests));
     for (int i = 0; i < 1000; ++i) {
-        EXPECT_EQ(someone.line(),
-            R"({"jsonrpc":"2.0","id":)" + std::to_string(i) + (i % 2 == 0 ? ",\"result\":null}" : ",\"result\":true}"));
+        EXPECT_EQ(someone.line(), resultOf(i % 2 == 0 ? "null" : "true", std::to_string(i)));
     }
     EXPECT_FALSE(overlapped);
 }
@@ -163,7 +160,7 @@ TEST_F(UnixSocketListenerTest, AReplyAfterTheClientLeftIsDropped)
     listen();
     {
         Client leaver(path);
-        leaver.send("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"smartTemps\"}\n");
+        leaver.send(requestOf("smartTemps") + "\n");
         called.get_future().wait();
         // Its input is not read while it is being served; an envelope finds out that nobody is there.
     }
@@ -221,7 +218,8 @@ TEST_F(UnixSocketListenerTest, AClientThatAsksWithoutReadingIsHeldUp)
 {
     listen();
     Client greedy(path);
-    const std::string request = R"({"jsonrpc":"2.0","method":"exists:","id":")" + std::string(1000, 'i') + "\"}\n";
+    const std::string id = '"' + std::string(1000, 'i') + '"';
+    const std::string request = requestOf("exists:", "[]", id) + "\n";
     std::string rest;
     std::size_t sent = 0;
     const auto sendMore = [&] {
@@ -248,7 +246,7 @@ TEST_F(UnixSocketListenerTest, AClientThatAsksWithoutReadingIsHeldUp)
     std::size_t answers = 0;
     std::thread reader([&] {
         while (const auto line = greedy.line()) {
-            EXPECT_EQ(*line, R"({"jsonrpc":"2.0","id":")" + std::string(1000, 'i') + "\",\"result\":true}");
+            EXPECT_EQ(*line, resultOf("true", id));
             ++answers;
         }
     });

@@ -86,9 +86,7 @@ TEST_F(UnixSocketLoadTest, FourFloodingClientsDelayNobodysEnvelopes)
     std::atomic<bool> stop{false};
     std::vector<std::thread> flooders;
     for (const char* method : {"exists:", "version:", "enableHierachy", "setFanSet:"}) {
-        const std::string parameters = std::string_view(method) == "setFanSet:" ? "[1]" : "[]";
-        const std::string request =
-            R"({"jsonrpc":"2.0","id":1,"method":")" + std::string(method) + R"(","params":)" + parameters + "}";
+        const std::string request = requestOf(method, std::string_view(method) == "setFanSet:" ? "[1]" : "[]");
         flooders.emplace_back([this, request, &stop] { flood(path, request, stop); });
     }
     for (int number = 1; number <= envelopes; ++number) {
@@ -257,8 +255,7 @@ TEST_F(UnixSocketLoadTest, AListenerUnderLoadIsDestroyedCleanly)
         std::atomic<bool> stop{false};
         std::vector<std::thread> threads;
         for (const char* method : {"exists:", "enableHierachy", "stopT2Fans:"}) {
-            const std::string request = R"({"jsonrpc":"2.0","id":1,"method":")" + std::string(method) + "\"}";
-            threads.emplace_back([this, request, &stop] { flood(path, request, stop); });
+            threads.emplace_back([this, method, &stop] { flood(path, requestOf(method), stop); });
         }
         client(2);
         threads.emplace_back([&, links = std::vector{client(0).link, client(1).link, client(2).link}] {
