@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -128,15 +129,12 @@ TEST_F(ProgramTest, WrongUsageIsToldApart)
 
 TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
 {
-    serve([this](const std::string& method, const Value& request) {
-        if (method == "version:") {
-            daemon->answer(request, {6.599999904632568, 1177});
-        } else if (method == "infoForPids:reply:") {
-            daemon->answer(request, Value::array({{{"pid", 1}, {"name", "init\x1B"}}}));
-        } else if (method == "status") {
-            daemon->answer(request, {{"version", 6.6}, {"clients", 1}});
-        } else if (method == "exists:") {
-            daemon->answer(request, true);
+    const std::map<std::string, Value> answers = {{"version:", {6.599999904632568, 1177}},
+        {"infoForPids:reply:", Value::array({{{"pid", 1}, {"name", "init\x1B"}}})},
+        {"status", {{"version", 6.6}, {"clients", 1}}}, {"exists:", true}};
+    serve([&](const std::string& method, const Value& request) {
+        if (const auto known = answers.find(method); known != answers.end()) {
+            daemon->answer(request, known->second);
         } else {
             daemon->refuse(request, -32601, "no method named that\x1B");
         }
