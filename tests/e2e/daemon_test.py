@@ -7,7 +7,6 @@ Nothing here sleeps: every wait is for an event (a notification, an envelope, an
 """
 import contextlib
 import ctypes
-import json
 import os
 import pwd
 import shutil
@@ -19,6 +18,9 @@ import sys
 import tempfile
 import time
 import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs"))
+import example_client  # noqa: E402
 
 DEADLINE = 60  # s; met at once on a healthy machine, long enough for a sanitizer on a busy one
 BUILD = None
@@ -33,49 +35,24 @@ def until(condition, what):
     return found
 
 
-class Client:
-    """One connection; envelopes that come between answers are kept in `envelopes`."""
+class Client(example_client.Client):
+    """The client that the documentation shows, as patient as these tests."""
 
     def __init__(self, path):
-        self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.settimeout(DEADLINE)
-        self.socket.connect(path)
-        self.lines = self.socket.makefile("rb")
-        self.envelopes = []
-        self.last_id = 0
-
-    def send(self, method, *params, **more):
-        self.socket.sendall(json.dumps({"jsonrpc": "2.0", "method": method, "params": list(params), **more}).encode() + b"\n")
-
-    def read(self):
-        line = self.lines.readline()
-        if not line:
-            raise EOFError("the daemon closed the connection")
-        return json.loads(line)
+        super().__init__(path, timeout=DEADLINE)
 
     def call(self, method, *params):
-        self.last_id += 1
-        self.send(method, *params, id=self.last_id)
-        while True:
-            message = self.read()
-            if message.get("id") == self.last_id:
-                if "error" in message:
-                    raise RuntimeError(message["error"])
-                return message["result"]
-            self.envelopes.append(message["params"][0])
+        try:
+            return super().call(method, *params)
+        except example_client.CallError as refusal:
+            raise RuntimeError(refusal) from refusal
 
     def envelope(self, wanted):
         """The next envelope that satisfies a condition."""
-        while True:
-            while self.envelopes:
-                envelope = self.envelopes.pop(0)
-                if wanted(envelope):
-                    return envelope
-            self.envelopes.append(self.read()["params"][0])
-
-    def close(self):
-        self.lines.close()
-        self.socket.close()
+        while (envelope := self.next_envelope()) is not None:
+            if wanted(envelope):
+                return envelope
+        raise TimeoutError("no such envelope came")
 
 
 class Daemon:
@@ -275,14 +252,6 @@ class DaemonTest(unittest.TestCase):
             self.assertGreater(len(rows), 2, "CPU figures of every user's processes")
         self.assertEqual(daemon.read_log().count("Not to be had here"), 1)
 
-    def test_the_documented_client_agrees_on_every_method_and_on_the_cadence(self):
-        daemon = self.start().wait_ready()
-        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "transport", "python", "client_test.py")
-        checked = subprocess.run([sys.executable, script, "--socket", daemon.socket_path], capture_output=True, text=True,
-                                 timeout=DEADLINE)
-        self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
-        self.assertEqual(daemon.stop(), 0)
-
     def test_status_is_about_this_process(self):
         with self.serving() as (daemon, client):
             status = client.call("status")
@@ -297,8 +266,8 @@ class DaemonTest(unittest.TestCase):
             for _ in range(200):
                 other = daemon.client()
                 for key in (1, 2, 4, 8, 16, 128):
-                    other.send("startRequestWithKey:interval:", key, 1)
-                other.socket.sendall(b'{"jsonrpc":"2.0","meth')
+                    other.notify("startRequestWithKey:interval:", key, 1)
+                other._socket.sendall(b'{"jsonrpc":"2.0","meth')
                 other.close()
             # The closes are seen in their own time: ask until they have been.
             while client.call("status")["clients"] > 1:
