@@ -2,6 +2,8 @@
 #include "base/LogWriter.h"
 #include "base/VirtualRuntime.h"
 
+#include "tests/support/TemporaryTree.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -19,23 +21,19 @@ namespace fs = std::filesystem;
 
 class LogTest : public testing::Test {
 protected:
-    LogTest() { fs::remove_all(folder); }
-    ~LogTest() override { fs::remove_all(folder); }
-
-    std::vector<std::string> fileLines() const
+    static std::vector<std::string> linesOf(const fs::path& path)
     {
         std::vector<std::string> lines;
-        for (const auto& entry : fs::directory_iterator(folder)) {
-            std::ifstream file(entry.path());
-            for (std::string line; std::getline(file, line);) {
-                lines.push_back(line);
-            }
+        std::ifstream file(path);
+        for (std::string line; std::getline(file, line);) {
+            lines.push_back(line);
         }
         return lines;
     }
+    std::vector<std::string> fileLines() const { return linesOf(folder / "meridald-20261121T074500.log"); }
 
-    const fs::path folder = fs::path(testing::TempDir())
-        / (std::string("meridal-log-") + testing::UnitTest::GetInstance()->current_test_info()->name());
+    test::TemporaryTree tree;
+    const fs::path folder = tree.root() / "log";
     VirtualRuntime runtime{1'795'247'100}; // 2026-11-21T07:45:00Z
 };
 
@@ -46,15 +44,11 @@ TEST_F(LogTest, LinesReachTheFileWithTimeAndLevelBeforeFlushReturns)
     log.info("Daemon started");
     log.error("no sensors");
     log.flush();
-    const fs::path file = folder / "a" / "b" / "meridald-20261121T074500.log";
-    std::ifstream stream(file);
-    std::string first;
-    std::string second;
-    std::getline(stream, first);
-    std::getline(stream, second);
-    EXPECT_TRUE(first.starts_with("[2026-11-2")) << first; // the day is local
-    EXPECT_TRUE(first.ends_with("] [info] Daemon started")) << first;
-    EXPECT_TRUE(second.ends_with("] [error] no sensors")) << second;
+    const auto lines = linesOf(folder / "a" / "b" / "meridald-20261121T074500.log");
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_TRUE(lines[0].starts_with("[2026-11-2")) << lines[0]; // the day is local
+    EXPECT_TRUE(lines[0].ends_with("] [info] Daemon started")) << lines[0];
+    EXPECT_TRUE(lines[1].ends_with("] [error] no sensors")) << lines[1];
     EXPECT_EQ(log.droppedLines(), 0U);
 }
 

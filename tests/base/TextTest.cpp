@@ -1,8 +1,7 @@
 #include "base/Text.h"
 #include "base/Value.h"
 
-#include <gtest/gtest.h>
-#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
 
 #include <limits>
 
@@ -19,17 +18,13 @@ TEST(Text, MalformedBytesAreReplacedOneByOne)
     EXPECT_EQ(validUtf8("cut \xE6\x97"), "cut \xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
-TEST(Text, AnyBytesBecomeValidAndStayWhenValid)
+RC_GTEST_PROP(Text, AnyBytesBecomeValidAndStayWhenValid, (const std::string& bytes))
 {
-    const bool holds =
-        rc::check("validUtf8 is idempotent and printable removes controls", [](const std::string& bytes) {
-            const std::string once = validUtf8(bytes);
-            RC_ASSERT(validUtf8(once) == once);
-            for (const char byte : printable(bytes)) {
-                RC_ASSERT(static_cast<unsigned char>(byte) >= 0x20 && byte != 0x7F);
-            }
-        });
-    EXPECT_TRUE(holds);
+    const std::string once = validUtf8(bytes);
+    RC_ASSERT(validUtf8(once) == once);
+    for (const char byte : printable(bytes)) {
+        RC_ASSERT(static_cast<unsigned char>(byte) >= 0x20 && byte != 0x7F);
+    }
 }
 
 TEST(Text, TerminalEscapesOfAProcessNameAreHarmless) { EXPECT_EQ(printable("evil\x1B[2J\n\xC2\x9B"), "evil?[2J??"); }

@@ -1,6 +1,7 @@
 #include "client/BatteryView.h"
 
 #include "client/BatteryPlot.h"
+#include "tests/client/ViewText.h"
 
 #include <gtest/gtest.h>
 
@@ -9,14 +10,7 @@
 namespace meridal {
 namespace {
 
-std::string shown(const Value& answer)
-{
-    std::string text;
-    for (const Line& line : batteryLines(answer)) {
-        text += plainText(line) + '\n';
-    }
-    return text;
-}
+std::string shown(const Value& answer) { return textOf(batteryLines(answer)); }
 
 TEST(BatteryView, ALaptopOnItsBattery)
 {

@@ -1,6 +1,7 @@
 #include "client/DaemonClient.h"
 
 #include "tests/client/FakeDaemon.h"
+#include "tests/support/TemporaryTree.h"
 
 #include <gmock/gmock.h>
 
@@ -46,12 +47,12 @@ protected:
         };
     }
 
-    ScratchFolder folder;
+    test::TemporaryTree folder;
     EventLoop loop;
     std::function<void(const std::string&, const Value&)> handler;
-    FakeDaemon daemon{loop.context(), folder.file("s"),
+    FakeDaemon daemon{loop.context(), folder.path("s"),
         [this](const std::string& method, const Value& request) { handler(method, request); }};
-    DaemonClient client{loop, folder.file("s")};
+    DaemonClient client{loop, folder.path("s")};
 };
 
 TEST_F(DaemonClientTest, AnswersReachTheirCallsInAnyOrder)
@@ -80,12 +81,6 @@ TEST_F(DaemonClientTest, AnswersReachTheirCallsInAnyOrder)
     EXPECT_EQ(requests[0].at("jsonrpc"), "2.0");
 }
 
-TEST_F(DaemonClientTest, RefusalsCarryTheDaemonsWords)
-{
-    handler = [&](const std::string&, const Value& request) { daemon.refuse(request, -32601, "no such method"); };
-    serve([&] { client.call("nonsense", Value::array(), expectError(ErrorCode::NotFound, "no such method")); });
-}
-
 TEST_F(DaemonClientTest, ARefusalWithoutIdFailsTheOldestCall)
 {
     handler = [&](const std::string&, const Value&) {
@@ -105,29 +100,6 @@ TEST_F(DaemonClientTest, WhatIsNoMessageIsPassedOver)
     };
     client.setEvents({{}, {}, [](const Dictionary&) { ADD_FAILURE() << "no envelope was sent"; }});
     serve([&] { client.call("exists:", Value::array(), expectValue(true)); });
-}
-
-TEST_F(DaemonClientTest, LinesMayComeInPiecesAndTogether)
-{
-    const std::string whole = "{\"method\":\"daemonResponse:\",\"params\":[{\"type\":\"1\"}]}\n";
-    const std::string halves[] = {"{\"method\":\"daemonResponse:\",\"params\":[{\"ty", "pe\":\"2\"}]}\n"};
-    handler = [&](const std::string& method, const Value&) {
-        daemon.send(method == "first" ? whole + halves[0] : halves[1] + whole);
-    };
-    std::vector<std::string> types;
-    const auto ask = [&](const std::string& method) {
-        client.call(method, Value::array(), [](const Result<Value>&) {});
-    };
-    client.setEvents({{}, {}, [&](const Dictionary& envelope) {
-                          types.push_back(envelope.at("type"));
-                          if (types.size() == 1) {
-                              ask("second");
-                          } else if (types.size() == 3) {
-                              done();
-                          }
-                      }});
-    serve([&] { ask("first"); });
-    EXPECT_THAT(types, ElementsAre("1", "2", "1"));
 }
 
 TEST_F(DaemonClientTest, ADaemonThatLeavesFailsItsCallsAndIsFoundAgain)
@@ -158,19 +130,9 @@ TEST_F(DaemonClientTest, ADaemonThatLeavesFailsItsCallsAndIsFoundAgain)
     EXPECT_EQ(losses, 1);
 }
 
-TEST_F(DaemonClientTest, SilenceEndsACall)
-{
-    handler = [](const std::string&, const Value&) {};
-    client.setTimeout(0.01);
-    serve([&] {
-        client.call(
-            "exists:", Value::array(), expectError(ErrorCode::Unavailable, "the daemon did not answer within 0.01 s"));
-    });
-}
-
 TEST_F(DaemonClientTest, WithoutADaemonConnectingFailsOnceAndCallsFailAtOnce)
 {
-    for (const std::string& path : {folder.file("nobody"), folder.file(std::string(200, 'x')), std::string()}) {
+    for (const std::string& path : {folder.path("nobody"), folder.path(std::string(200, 'x')), std::string()}) {
         DaemonClient lonely(loop, path);
         lonely.setReconnectInterval(0.001);
         int failures = 0;

@@ -1,5 +1,7 @@
 #include "client/DisksView.h"
 
+#include "tests/client/ViewText.h"
+
 #include <gmock/gmock.h>
 
 #include <string>
@@ -9,14 +11,7 @@ namespace {
 
 using testing::HasSubstr;
 
-std::string shown(const Value& disks, bool attributes)
-{
-    std::string text;
-    for (const Line& line : diskLines(disks, attributes)) {
-        text += plainText(line) + '\n';
-    }
-    return text;
-}
+std::string shown(const Value& disks, bool attributes) { return textOf(diskLines(disks, attributes)); }
 
 TEST(DisksView, OneLineADiskAndWhatIsWrongBelow)
 {

@@ -9,32 +9,12 @@
 #include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <string>
 #include <utility>
 
 namespace meridal {
-
-/// A folder of its own, gone at the end.
-class ScratchFolder {
-public:
-    ScratchFolder()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "meridal-XXXXXX").string();
-        path_ = ::mkdtemp(name.data());
-    }
-    ~ScratchFolder() { std::filesystem::remove_all(path_); }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    std::string file(const std::string& name) const { return (path_ / name).string(); }
-
-private:
-    std::filesystem::path path_;
-};
 
 /// The daemon's end of a real socket, for one client at a time; what it answers is up to the test.
 class FakeDaemon {

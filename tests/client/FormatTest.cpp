@@ -2,8 +2,7 @@
 
 #include "base/Text.h"
 
-#include <gtest/gtest.h>
-#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
 
 #include <limits>
 
@@ -12,56 +11,49 @@ namespace {
 
 TEST(Format, BytesHaveThreeDigitsAndTheUnitThatKeepsThem)
 {
-    EXPECT_EQ(formatBytes(0), "0 B");
-    EXPECT_EQ(formatBytes(999), "999 B");
-    EXPECT_EQ(formatBytes(1000), "0.98 KiB");
-    EXPECT_EQ(formatBytes(1024), "1.00 KiB");
-    EXPECT_EQ(formatBytes(12'590), "12.3 KiB");
-    EXPECT_EQ(formatBytes(9.996 * 1024), "10.0 KiB");
-    EXPECT_EQ(formatBytes(999.4 * 1024), "999 KiB");
-    EXPECT_EQ(formatBytes(1023 * 1024.0), "1.00 MiB");
-    EXPECT_EQ(formatBytes(1.5 * 1024 * 1024 * 1024), "1.50 GiB");
-    EXPECT_EQ(formatBytes(1e300), "8.67e+281 EiB");
-    EXPECT_EQ(formatBytes(std::numeric_limits<double>::quiet_NaN()), "-");
+    const std::pair<double, const char*> sizes[] = {{0, "0 B"}, {999, "999 B"}, {1000, "0.98 KiB"}, {1024, "1.00 KiB"},
+        {12'590, "12.3 KiB"}, {9.996 * 1024, "10.0 KiB"}, {999.4 * 1024, "999 KiB"}, {1023 * 1024.0, "1.00 MiB"},
+        {1.5 * 1024 * 1024 * 1024, "1.50 GiB"}, {1e300, "8.67e+281 EiB"},
+        {std::numeric_limits<double>::quiet_NaN(), "-"}};
+    for (const auto& [bytes, text] : sizes) {
+        EXPECT_EQ(formatBytes(bytes), text);
+    }
     EXPECT_EQ(formatByteRate(2048), "2.00 KiB/s");
 }
 
 TEST(Format, DurationsUseTheTwoLargestUnits)
 {
-    EXPECT_EQ(formatDuration(59.9), "59 s");
-    EXPECT_EQ(formatDuration(302), "5 min 2 s");
-    EXPECT_EQ(formatDuration(7'260), "2 h 1 min");
-    EXPECT_EQ(formatDuration(90'000), "1 d 1 h");
-    EXPECT_EQ(formatDuration(-1), "-");
+    const std::pair<double, const char*> durations[] = {
+        {59.9, "59 s"}, {302, "5 min 2 s"}, {7'260, "2 h 1 min"}, {90'000, "1 d 1 h"}, {-1, "-"}};
+    for (const auto& [seconds, text] : durations) {
+        EXPECT_EQ(formatDuration(seconds), text);
+    }
     EXPECT_EQ(formatMilliseconds(0.000214), "0.214 ms");
     EXPECT_EQ(formatMilliseconds(0.0123), "12.3 ms");
 }
 
-TEST(Format, FittedTextIsExactlyAsWideAsAsked)
+TEST(Format, FittedTextEndsWhereItIsCut)
 {
     EXPECT_EQ(fitLeft("abc", 5), "abc  ");
     EXPECT_EQ(fitRight("abc", 5), "  abc");
     EXPECT_EQ(fitLeft("abcdef", 4), "abc…");
     EXPECT_EQ(fitLeft("日本語", 4), "日… ") << "half of a wide character does not fit";
-    const bool holds = rc::check("any printable text fits any width", [](const std::string& bytes) {
-        const auto width = *rc::gen::inRange(1, 40);
-        const std::string text = printable(bytes);
-        RC_ASSERT(displayWidth(fitLeft(text, width)) == width);
-        RC_ASSERT(displayWidth(fitRight(text, width)) == width);
-    });
-    EXPECT_TRUE(holds);
 }
 
-TEST(Format, JsonForATerminalHasNoControlByteAndStaysTheSameValue)
+RC_GTEST_PROP(Format, FittedTextIsExactlyAsWideAsAsked, (const std::string& bytes))
 {
-    EXPECT_EQ(terminalJson("a\x1B\x7F\xC2\x9B\xC2\xA0é"), "\"a\\u001b\\u007f\\u009b\xC2\xA0é\"");
-    const bool holds = rc::check("escaping changes the text, not the value", [](const std::string& bytes) {
-        const Value value = {{validUtf8(bytes), Value::array({validUtf8(bytes)})}};
-        const std::string json = terminalJson(value);
-        RC_ASSERT(printable(json) == json);
-        RC_ASSERT(parseUntrusted(json) == value);
-    });
-    EXPECT_TRUE(holds);
+    const auto width = *rc::gen::inRange(1, 40);
+    RC_ASSERT(displayWidth(fitLeft(printable(bytes), width)) == width);
+    RC_ASSERT(displayWidth(fitRight(printable(bytes), width)) == width);
+}
+
+RC_GTEST_PROP(Format, JsonForATerminalHasNoControlByteAndStaysTheSameValue, (const std::string& bytes))
+{
+    RC_ASSERT(terminalJson("a\x1B\x7F\xC2\x9B\xC2\xA0é") == "\"a\\u001b\\u007f\\u009b\xC2\xA0é\"");
+    const Value value = {{validUtf8(bytes), Value::array({validUtf8(bytes)})}};
+    const std::string json = terminalJson(value);
+    RC_ASSERT(printable(json) == json);
+    RC_ASSERT(parseUntrusted(json) == value);
 }
 
 } // namespace

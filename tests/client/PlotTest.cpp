@@ -3,6 +3,7 @@
 #include "base/Text.h"
 #include "client/PlotAxis.h"
 #include "client/SvgPlot.h"
+#include "tests/client/ViewText.h"
 
 #include <gmock/gmock.h>
 #include <rapidcheck/gtest.h>
@@ -30,14 +31,7 @@ std::size_t countOf(const std::string& text, const std::string& part)
     return count;
 }
 
-std::string drawn(const Plot& plot, int columns = 60, int rows = 6)
-{
-    std::string text;
-    for (const Line& line : plotLines(plot, columns, rows)) {
-        text += plainText(line) + '\n';
-    }
-    return text;
-}
+std::string drawn(const Plot& plot, int columns = 60, int rows = 6) { return textOf(plotLines(plot, columns, rows)); }
 
 Plot hourOf(std::vector<PlotPoint> points, double interval = 6)
 {

@@ -1,4 +1,5 @@
 #include "tests/client/FakeDaemon.h"
+#include "tests/support/TemporaryTree.h"
 
 #include <gmock/gmock.h>
 
@@ -6,10 +7,9 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <map>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,20 +22,17 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-std::string contents(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 /// How a run of the built program ended.
 struct Outcome {
     std::string out;
     std::string err;
     std::string status;
+    bool operator==(const Outcome&) const = default;
 };
+std::ostream& operator<<(std::ostream& stream, const Outcome& outcome)
+{
+    return stream << outcome.out << outcome.err << outcome.status;
+}
 
 /// The built meridalctl against a daemon of the test's making, on a real socket.
 class ProgramTest : public testing::Test {
@@ -82,22 +79,17 @@ protected:
     {
         return "NO_COLOR= MERIDAL_SOCKET='" + socket + "' '" MERIDAL_BUILD_DIR "/meridalctl' " + arguments;
     }
-    /// Runs the program from a shell; arguments may end in a pipe.
-    Outcome run(const std::string& arguments) const
+    /// Runs the program from a shell, and what reads its output.
+    Outcome run(const std::string& arguments, const std::string& reader = "cat") const
     {
-        const std::string script = "{ " + command(arguments) + "; echo $? >'" + folder.file("status") + "'; }";
-        return runShell(script);
-    }
-    Outcome runShell(const std::string& script) const
-    {
-        const std::string redirected =
-            "( " + script + " ) >'" + folder.file("out") + "' 2>'" + folder.file("err") + "' </dev/null";
-        EXPECT_EQ(std::system(redirected.c_str()), 0);
-        return {contents(folder.file("out")), contents(folder.file("err")), contents(folder.file("status"))};
+        const std::string script = "( { " + command(arguments) + "; echo $? >'" + folder.path("status") + "'; } | "
+            + reader + " ) >'" + folder.path("out") + "' 2>'" + folder.path("err") + "' </dev/null";
+        EXPECT_EQ(std::system(script.c_str()), 0);
+        return {folder.read("out"), folder.read("err"), folder.read("status")};
     }
 
-    ScratchFolder folder;
-    std::string socket = folder.file("daemon.sock");
+    test::TemporaryTree folder;
+    std::string socket = folder.path("daemon.sock");
     asio::io_context context;
     std::unique_ptr<FakeDaemon> daemon;
     std::thread server;
@@ -137,15 +129,12 @@ TEST_F(ProgramTest, WrongUsageIsToldApart)
 
 TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
 {
-    serve([this](const std::string& method, const Value& request) {
-        if (method == "version:") {
-            daemon->answer(request, {6.599999904632568, 1177});
-        } else if (method == "infoForPids:reply:") {
-            daemon->answer(request, Value::array({{{"pid", 1}, {"name", "init\x1B"}}}));
-        } else if (method == "status") {
-            daemon->answer(request, {{"version", 6.6}, {"clients", 1}});
-        } else if (method == "exists:") {
-            daemon->answer(request, true);
+    const std::map<std::string, Value> answers = {{"version:", {6.599999904632568, 1177}},
+        {"infoForPids:reply:", Value::array({{{"pid", 1}, {"name", "init\x1B"}}})},
+        {"status", {{"version", 6.6}, {"clients", 1}}}, {"exists:", true}};
+    serve([&](const std::string& method, const Value& request) {
+        if (const auto known = answers.find(method); known != answers.end()) {
+            daemon->answer(request, known->second);
         } else {
             daemon->refuse(request, -32601, "no method named that\x1B");
         }
@@ -154,17 +143,12 @@ TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
     EXPECT_THAT(run("ping -c 3").out, HasSubstr("on average of 3"));
     EXPECT_EQ(run("status --json").out, "{\"clients\":1,\"version\":6.6}\n");
 
-    const Outcome known = run("processes 1");
-    EXPECT_EQ(known.out, "     PID  NAME\n       1  init?\n");
-    EXPECT_EQ(known.status, "0\n");
+    EXPECT_EQ(run("processes 1"), (Outcome{"     PID  NAME\n       1  init?\n", "", "0\n"}));
     const Outcome unknown = run("processes 1 99");
     EXPECT_EQ(unknown.err, "meridalctl: the daemon knows no process 99\n");
     EXPECT_EQ(unknown.status, "1\n");
     waitForCall("infoForPids:reply:[[1,99]]");
-
-    const Outcome refused = run("call nonsense");
-    EXPECT_EQ(refused.err, "meridalctl: no method named that?\n");
-    EXPECT_EQ(refused.status, "1\n");
+    EXPECT_EQ(run("call nonsense"), (Outcome{"", "meridalctl: no method named that?\n", "1\n"}));
 }
 
 TEST_F(ProgramTest, CallSendsJsonAsJsonAndWordsAsText)
@@ -208,7 +192,7 @@ TEST_F(ProgramTest, TopAsTextIsPlainAndCounted)
     EXPECT_THAT(callsSoFar(), ElementsAre("enableHierachy[]", "startRequestWithKey:interval:[1,2]"));
 
     EXPECT_THAT(run("--color=always top --once --settle 0").out, HasSubstr("\x1B[1;31m       150.0\x1B[0m"));
-    EXPECT_EQ(run("top --json --refreshes 2 --settle 0 | tail -n 1").out,
+    EXPECT_EQ(run("top --json --refreshes 2 --settle 0", "tail -n 1").out,
         "{\"hierarchy\":false,\"list\":\"cpu\",\"processes\":[{\"cpuPercent\":150.0,\"name\":\"spin?[2J?\",\"pid\":7}],"
         "\"refresh\":2}\n");
 }
@@ -244,15 +228,11 @@ TEST_F(ProgramTest, AReaderThatLeavesEndsTheProgramQuietly)
             daemon->push(cpuEnvelope);
         }
     });
-    for (const char* arguments :
-        {"top --settle 0 | head -n 1", "top --json --settle 0 | head -n 1", "watch cpu | head -n 1"}) {
-        const std::string script = arguments;
-        const std::size_t pipe = script.find('|');
-        const Outcome outcome = runShell("{ " + command(script.substr(0, pipe)) + "; echo $? >'" + folder.file("status")
-            + "'; } " + script.substr(pipe));
-        EXPECT_EQ(outcome.status, "0\n") << script;
-        EXPECT_EQ(outcome.err, "") << script;
-        EXPECT_NE(outcome.out, "") << script;
+    for (const char* arguments : {"top --settle 0", "top --json --settle 0", "watch cpu"}) {
+        const Outcome outcome = run(arguments, "head -n 1");
+        EXPECT_EQ(outcome.status, "0\n") << arguments;
+        EXPECT_EQ(outcome.err, "") << arguments;
+        EXPECT_NE(outcome.out, "") << arguments;
     }
 }
 
@@ -307,7 +287,7 @@ TEST_F(ProgramTest, TheLiveViewFollowsItsKeysAndGivesTheTerminalBack)
         }
     });
     const std::string script = "TERM=xterm-256color LC_ALL=C.UTF-8 script -qec \"" + command("top") + "\" '"
-        + folder.file("screen") + "' >/dev/null 2>&1";
+        + folder.path("screen") + "' >/dev/null 2>&1";
     std::FILE* terminal = ::popen(script.c_str(), "w");
     ASSERT_NE(terminal, nullptr);
     const auto press = [terminal](char key) {
@@ -323,7 +303,7 @@ TEST_F(ProgramTest, TheLiveViewFollowsItsKeysAndGivesTheTerminalBack)
     waitForCall("enableHierachy[]");
     press('q');
     EXPECT_EQ(::pclose(terminal), 0);
-    const std::string screen = contents(folder.file("screen"));
+    const std::string screen = folder.read("screen");
     EXPECT_THAT(screen, HasSubstr("spin?[2J?"));
     EXPECT_THAT(screen, HasSubstr("heap"));
     const std::size_t enters = screen.find("\x1B[?1049h");

@@ -1,20 +1,11 @@
 #include "client/StatusView.h"
 
-#include <gmock/gmock.h>
+#include "tests/client/ViewText.h"
 
-#include <string>
+#include <gtest/gtest.h>
 
 namespace meridal {
 namespace {
-
-std::string shownStatus(const Dictionary& status)
-{
-    std::string text;
-    for (const Line& line : statusLines(status)) {
-        text += plainText(line) + '\n';
-    }
-    return text;
-}
 
 TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
 {
@@ -24,7 +15,7 @@ TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
         {"passes", {{"count", 40}, {"lastSeconds", 0.0021}, {"processes", 180}}}, {"processes", {{"source", "bpf"}}},
         {"databases", {{"rowsWritten", 1200}, {"bytes", 81'920}, {"statementsDropped", 0}}},
         {"limitations", {{"memory\x1B", "needs\nroot"}}}, {"paths", {{"socket", "/run/meridal/daemon.sock"}}}};
-    EXPECT_EQ(shownStatus(status),
+    EXPECT_EQ(textOf(statusLines(status)),
         "meridald 6.6 (build 1177) on linux, process 812, up 1 h 2 min\n"
         "CPU          0.40 % of one core\n"
         "memory       9.10 MiB resident\n"
@@ -46,7 +37,7 @@ TEST(StatusView, AnAnswerOfAnyShapeIsShownWithoutComplaint)
 {
     for (const Value& odd : {Value(), Value(1), Value("x"), Value::array({1}),
              Value{{"usage", 1}, {"limitations", {1, 2}}, {"paths", {{"a", {{"b", 1}}}}}, {"version", "6"}}}) {
-        EXPECT_EQ(shownStatus(odd).substr(0, 9), "meridald\n");
+        EXPECT_EQ(textOf(statusLines(odd)).substr(0, 9), "meridald\n");
     }
 }
 

@@ -1,6 +1,7 @@
 #include "client/TopView.h"
 
 #include "base/Text.h"
+#include "tests/client/ViewText.h"
 
 #include <gmock/gmock.h>
 
@@ -10,17 +11,7 @@
 namespace meridal {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-
-std::vector<std::string> plain(const Lines& lines)
-{
-    std::vector<std::string> result;
-    for (const Line& line : lines) {
-        result.push_back(plainText(line));
-    }
-    return result;
-}
 
 TopFrame frameOf(TopList list, const Dictionary& envelope)
 {
@@ -38,11 +29,11 @@ TEST(TopView, CpuRowsKeepTheDaemonsRankingBelowTheirSum)
 {
     TopFrame frame = frameOf(TopList::Cpu, cpuList);
     frame.cores = 4;
-    EXPECT_THAT(plain(tableLines(frame, 20, 0)),
-        ElementsAre("CPU  2 processes listed use 150.2 % of one core, 37.6 % of all 4",
-            "     PID       CPU %  NAME",    //
-            "       7       150.0  spinner", //
-            "       1         0.2  init"));
+    EXPECT_EQ(textOf(tableLines(frame, 20, 0)),
+        "CPU  2 processes listed use 150.2 % of one core, 37.6 % of all 4\n"
+        "     PID       CPU %  NAME\n"
+        "       7       150.0  spinner\n"
+        "       1         0.2  init\n");
     EXPECT_EQ(tableLines(frame, 1, 0).size(), 3U) << "the sum is of what the daemon lists, the rows as many as asked";
 }
 
@@ -51,9 +42,8 @@ TEST(TopView, NetworkShowsWhatIsNobodys)
     Dictionary envelope = {{"type", "8"}, {"download", {{{"key", "5"}, {"name", "a"}, {"d", 3072.0}, {"u", 0.0}}}},
         {"upload", Value::array()}, {"attributed", {{"d", 3072.0}, {"u", 0.0}}}, {"kernel", {{"d", 0.0}, {"u", 512.0}}},
         {"unattributed", {{"d", 512.0}, {"u", 0.0}}}};
-    const auto lines = plain(tableLines(frameOf(TopList::Network, envelope), 20, 0));
-    ASSERT_GE(lines.size(), 2U);
-    EXPECT_EQ(lines[1], "kernel 512 B, unattributed 512 B (12.5 %)");
+    EXPECT_EQ(plainText(tableLines(frameOf(TopList::Network, envelope), 20, 0).at(1)),
+        "kernel 512 B, unattributed 512 B (12.5 %)");
     EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20)["unattributedBytes"], 512);
     envelope["unattributed"] = "none of your business";
     EXPECT_FALSE(readTopTable(TopList::Network, envelope).traffic);
@@ -64,13 +54,13 @@ TEST(TopView, MemoryShowsFootprintsWhereTheHostHasThem)
     Dictionary envelope = {{"type", "2"}, {"processes", {{{"key", "5"}, {"name", "a"}, {"m", "1048576"}}}},
         {"processes-footprint",
             {{{"key", "6"}, {"name", "b"}, {"m", "2048"}}, {{"key", "5"}, {"name", "a"}, {"m", "1024"}}}}};
-    EXPECT_THAT(plain(tableLines(frameOf(TopList::Memory, envelope), 20, 0)),
-        ElementsAre("MEMORY  2 processes listed hold 1.00 MiB", //
-            "     PID      MEMORY   FOOTPRINT  NAME",           //
-            "       5    1.00 MiB    1.00 KiB  a",              //
-            "       6           -    2.00 KiB  b"));
+    EXPECT_EQ(textOf(tableLines(frameOf(TopList::Memory, envelope), 20, 0)),
+        "MEMORY  2 processes listed hold 1.00 MiB\n"
+        "     PID      MEMORY   FOOTPRINT  NAME\n"
+        "       5    1.00 MiB    1.00 KiB  a\n"
+        "       6           -    2.00 KiB  b\n");
     envelope.erase("processes-footprint");
-    EXPECT_EQ(plain(tableLines(frameOf(TopList::Memory, envelope), 20, 0))[1], "     PID      MEMORY  NAME");
+    EXPECT_EQ(plainText(tableLines(frameOf(TopList::Memory, envelope), 20, 0)[1]), "     PID      MEMORY  NAME");
 }
 
 TEST(TopView, DiskMergesItsTwoRankings)
@@ -82,12 +72,12 @@ TEST(TopView, DiskMergesItsTwoRankings)
         {"write",
             {{{"key", "2"}, {"name", "both"}, {"r", 2048}, {"w", 8192}},
                 {{"key", "3"}, {"name", "writer"}, {"w", 1}, {"t", 12}}}}};
-    EXPECT_THAT(plain(tableLines(frameOf(TopList::Disk, envelope), 20, 0)),
-        ElementsAre("DISK  3 processes listed read 6.00 KiB/s, write 8.00 KiB/s", //
-            "     PID        READ       WRITE  NAME",                             //
-            "       2  2.00 KiB/s  8.00 KiB/s  both",                             //
-            "       1  4.00 KiB/s       0 B/s  reader",                           //
-            "       3           -       1 B/s  writer"));
+    EXPECT_EQ(textOf(tableLines(frameOf(TopList::Disk, envelope), 20, 0)),
+        "DISK  3 processes listed read 6.00 KiB/s, write 8.00 KiB/s\n"
+        "     PID        READ       WRITE  NAME\n"
+        "       2  2.00 KiB/s  8.00 KiB/s  both\n"
+        "       1  4.00 KiB/s       0 B/s  reader\n"
+        "       3           -       1 B/s  writer\n");
 }
 
 TEST(TopView, JsonHasFiguresAsNumbersAndLeavesOutWhatIsAbsent)
@@ -144,20 +134,20 @@ TEST(TopView, AScreenIsNeverLargerThanTheTerminal)
             }
         }
     }
-    const auto screen = plain(screenLines(frame, 100, 24, 80));
+    const Lines screen = screenLines(frame, 100, 24, 80);
     ASSERT_EQ(screen.size(), 24U);
-    EXPECT_EQ(screen.front(), "meridald 6.6 on linux   180 processes");
-    EXPECT_THAT(screen.back(), HasSubstr("q quit"));
-    EXPECT_EQ(plain(screenLines(frame, 100, 5, 80))[3], "       7       150.0  spinner") << "rows give way first";
+    EXPECT_EQ(plainText(screen.front()), "meridald 6.6 on linux   180 processes");
+    EXPECT_THAT(plainText(screen.back()), HasSubstr("q quit"));
+    EXPECT_EQ(plainText(screenLines(frame, 100, 5, 80)[3]), "       7       150.0  spinner") << "rows give way first";
 }
 
 TEST(TopView, ALostDaemonIsSaidAndTheLastRowsStay)
 {
     TopFrame frame = frameOf(TopList::Cpu, cpuList);
     frame.connected = false;
-    const auto screen = plain(screenLines(frame, 100, 24, 100));
-    EXPECT_THAT(screen[0], HasSubstr("waiting for the daemon"));
-    EXPECT_THAT(screen[3], HasSubstr("spinner"));
+    const Lines screen = screenLines(frame, 100, 24, 100);
+    EXPECT_THAT(plainText(screen.at(0)), HasSubstr("waiting for the daemon"));
+    EXPECT_THAT(plainText(screen.at(3)), HasSubstr("spinner"));
 }
 
 TEST(StyledText, ColoursEndWhereTheyShould)

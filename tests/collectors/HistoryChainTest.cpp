@@ -12,13 +12,13 @@
 #include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
 #include <map>
 #include <random>
-#include <sstream>
 
 namespace meridal::test {
 namespace {
@@ -88,8 +88,7 @@ struct Reference {
     std::map<std::string, Series> series;
     std::size_t wrong = 0;
     std::string firstWrong;
-    std::size_t compared = 0;
-    std::size_t measured = 0; ///< compared, and not empty
+    std::size_t measured = 0; ///< averages compared that are not empty
 
     void fail(const std::string& what)
     {
@@ -108,14 +107,10 @@ struct Reference {
         }
         if (got.sampleID > 0) {
             const Sample want = own.expected(index, got.sampleID, got.time);
-            ++compared;
             measured += want.empty ? 0U : 1U;
             if (want.empty != got.empty || std::abs(want.value - got.value) > 1e-6) {
-                std::ostringstream what;
-                what << key << " storage " << position(index) << " sample " << got.sampleID << " at " << std::fixed
-                     << got.time << ": " << got.empty << " " << got.value << ", not " << want.empty << " "
-                     << want.value;
-                fail(what.str());
+                fail(fmt::format("{} storage {} sample {} at {}: {} {}, not {} {}", key, position(index), got.sampleID,
+                    got.time, got.empty, got.value, want.empty, want.value));
             }
         }
         own.add(index, got);
@@ -295,29 +290,15 @@ protected:
 void HistoryChainTest::liveAndSleep()
 {
     machine_.runtime.advance(between(10, 20 * 60));
-    switch (random_() % 8) {
-    case 0:
-        machine_.runtime.stepWallClock(between(-2, 2) * hour);
-        break;
-    case 1:
-        machine_.runtime.stepWallClock(between(-20, 20));
-        break;
-    case 2:
+    const auto event = random_() % 8;
+    if (event < 2) {
+        machine_.runtime.stepWallClock(event == 0 ? between(-2, 2) * hour : between(-20, 20));
+    } else if (event < 4) {
         stop(random_() % 2 == 0);
-        machine_.runtime.sleepMachine(between(0, 300));
+        machine_.runtime.sleepMachine(between(0, event == 2 ? 300 : 3 * day));
         start();
-        break;
-    case 3:
-        stop(random_() % 2 == 0);
-        machine_.runtime.sleepMachine(between(0, 3 * day));
-        start();
-        break;
-    case 4:
-        machine_.runtime.sleepMachine(between(0, 3 * day));
-        break;
-    default:
-        machine_.runtime.sleepMachine(between(0, 2 * day));
-        break;
+    } else {
+        machine_.runtime.sleepMachine(between(0, event == 4 ? 3 * day : 2 * day));
     }
 }
 
@@ -352,22 +333,18 @@ void HistoryChainTest::checkTables(const Reference& reference, const std::string
     for (std::size_t place = 1; place < storageCount; ++place) {
         const auto index = static_cast<StorageIndex>(place);
         SCOPED_TRACE(stem + " storage " + std::to_string(place));
+        const auto rows = [&](const std::string& columns, const std::string& table, const std::string& where = "") {
+            return read(
+                index, "SELECT " + columns + " FROM " + tableOf(index, stem + table) + where + " ORDER BY sample");
+        };
         if (!perItem) {
-            checkTable(index,
-                read(index, "SELECT sample, time, value FROM " + tableOf(index, stem + "history") + " ORDER BY sample"),
-                reference.series.at("own").list(index), true);
+            checkTable(index, rows("sample, time, value", "history"), reference.series.at("own").list(index), true);
             continue;
         }
-        for (const char* key : itemKeys) {
+        for (const std::string key : itemKeys) {
             const auto& list = reference.series.at(key).list(index);
-            checkTable(index,
-                read(index, "SELECT sample, time FROM " + tableOf(index, stem + "idhistory") + " ORDER BY sample"),
-                list, true);
-            checkTable(index,
-                read(index,
-                    "SELECT sample, time, value FROM " + tableOf(index, stem + "history") + " WHERE uuid = '" + key
-                        + "' ORDER BY sample"),
-                list, false);
+            checkTable(index, rows("sample, time", "idhistory"), list, true);
+            checkTable(index, rows("sample, time, value", "history", " WHERE uuid = '" + key + "'"), list, false);
         }
     }
 }

@@ -2,9 +2,8 @@
 
 #include "collectors/HistoryReader.h"
 
-#include "collectors/StatCollector.h"
 #include "database/SQLiteConnection.h"
-#include "tests/support/FakeHost.h"
+#include "tests/collectors/RecordingCollector.h"
 
 #include <gtest/gtest.h>
 
@@ -106,11 +105,7 @@ TEST_F(HistoryReaderTest, ATableThatIsNotThereIsAnEmptyPage)
 TEST(HistoryTables, OnlyTheLongTermStoreAsksForLongTermTables)
 {
     FakeMachine machine;
-    StatCollector collector(machine.context,
-        {.description = "C",
-            .sampleCount = 1,
-            .storageType = StorageType::Collector,
-            .layout = StorageLayout::forHistory()});
+    RecordingCollector collector(machine, historyOf(StorageType::Collector));
     collector.config()["sqlCreate"] = "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL)";
     collector.setDbTablePrefix("own");
     SQLiteConnection database;

@@ -3,22 +3,14 @@
 
 #include "tests/collectors/RecordingCollector.h"
 
-#include <gtest/gtest.h>
-#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 
-namespace meridal {
+namespace meridal::test {
 namespace {
-
-using test::FakeMachine;
-using test::historyOf;
-using test::live;
-using test::newest;
-using test::RecordingCollector;
-using test::ringOf;
 
 struct RawSample {
     std::uint64_t sampleID = 0;
@@ -27,33 +19,15 @@ struct RawSample {
     std::vector<double> values;
 };
 
-/// Every sample ever accepted, oldest first.
-class Reference {
-public:
-    Reference(std::size_t slots, std::size_t values)
-        : slots_(slots), blank_{0, 0, true, std::vector<double>(values)} { }
-
-    void add(const RawSample& sample, bool numbered)
-    {
-        const std::uint64_t last = all_.empty() ? 0 : all_.back().sampleID;
-        if (!numbered || sample.sampleID > last) {
-            all_.push_back(sample);
-            all_.back().sampleID = numbered ? sample.sampleID : last + 1;
-        }
+/// Takes a sample into the list of all that were accepted, newest first.
+void accept(std::vector<RawSample>& all, const RawSample& sample, bool numbered)
+{
+    const std::uint64_t last = all.empty() ? 0 : all.front().sampleID;
+    if (!numbered || sample.sampleID > last) {
+        all.insert(all.begin(), sample);
+        all.front().sampleID = numbered ? sample.sampleID : last + 1;
     }
-    /// What the ring must show, newest first.
-    std::vector<RawSample> visible() const
-    {
-        std::vector<RawSample> newestFirst(all_.rbegin(), all_.rend());
-        newestFirst.resize(slots_, blank_);
-        return newestFirst;
-    }
-
-private:
-    std::size_t slots_;
-    RawSample blank_;
-    std::vector<RawSample> all_;
-};
+}
 
 double mean(const std::vector<RawSample>& visible, double after, double until, std::size_t value)
 {
@@ -134,51 +108,49 @@ void checkThresholds(const Store& store, const std::vector<RawSample>& visible, 
     }
 }
 
-TEST(SampleHistory, RingAveragesAndThresholdsAgreeWithTheRawSamples)
+RC_GTEST_PROP(SampleHistory, RingAveragesAndThresholdsAgreeWithTheRawSamples, ())
 {
-    const bool holds = rc::check("collector and item agree with the reference", [] {
-        FakeMachine machine;
-        const auto slots = *rc::gen::inRange<std::size_t>(0, 9);
-        const auto values = *rc::gen::inRange<std::size_t>(0, 4);
-        StatCollectorTraits traits = ringOf(slots, values);
-        traits.layout.storages = 2;
-        RecordingCollector collector(machine, traits);
-        const auto item = collector.newItemWithKey("x");
-        Reference reference(slots, values);
-        machine.runtime.advance(*rc::gen::inRange(0, 100) / 100.0);
-        for (int count = *rc::gen::inRange(0, 30); count > 0; --count) {
-            machine.runtime.advance(*rc::gen::inRange(0, 30) / 10.0);
-            RawSample raw{
-                *rc::gen::inRange<std::uint64_t>(1, 60), machine.runtime.wallTime(), *rc::gen::inRange(0, 4) == 0, {}};
-            const bool numbered = *rc::gen::arbitrary<bool>();
-            Dictionary sample{{"time", raw.time}, {"empty", raw.empty ? 1 : 0}};
-            if (numbered) {
-                sample["id"] = raw.sampleID;
-            }
-            for (std::size_t value = 0; value < values; ++value) {
-                raw.values.push_back(*rc::gen::inRange(-20, 20));
-                sample[std::string(1, static_cast<char>('a' + value))] = raw.values.back();
-            }
-            reference.add(raw, numbered);
-            collector.addSample(sample, live);
-            item->addSample(sample, live);
+    FakeMachine machine;
+    const auto slots = *rc::gen::inRange<std::size_t>(0, 9);
+    const auto values = *rc::gen::inRange<std::size_t>(0, 4);
+    StatCollectorTraits traits = ringOf(slots, values);
+    traits.layout.storages = 2;
+    RecordingCollector collector(machine, traits);
+    const auto item = collector.newItemWithKey("x");
+    std::vector<RawSample> visible; // in the ring
+    machine.runtime.advance(*rc::gen::inRange(0, 100) / 100.0);
+    for (int count = *rc::gen::inRange(0, 30); count > 0; --count) {
+        machine.runtime.advance(*rc::gen::inRange(0, 30) / 10.0);
+        RawSample raw{
+            *rc::gen::inRange<std::uint64_t>(1, 60), machine.runtime.wallTime(), *rc::gen::inRange(0, 4) == 0, {}};
+        const bool numbered = *rc::gen::arbitrary<bool>();
+        Dictionary sample{{"time", raw.time}, {"empty", raw.empty ? 1 : 0}};
+        if (numbered) {
+            sample["id"] = raw.sampleID;
         }
-        if (slots == 0) {
-            RC_ASSERT(collector.lastIDForType(live) == 0U);
-            return;
+        for (std::size_t value = 0; value < values; ++value) {
+            raw.values.push_back(*rc::gen::inRange(-20, 20));
+            sample[std::string(1, static_cast<char>('a' + value))] = raw.values.back();
         }
-        const std::vector<RawSample> visible = reference.visible();
-        checkSlots(collector, visible);
-        checkSlots(*item, visible);
-        const double hourTime = std::ceil(machine.runtime.wallTime()) - *rc::gen::inRange(0, 12);
-        collector.record(StorageIndex::Hour).time = hourTime;
-        item->setTimeForSampleIndex(StorageIndex::Hour, hourTime);
-        checkFigures(collector, visible, values, hourTime);
-        checkFigures(*item, visible, values, hourTime);
-        checkThresholds(collector, visible, values, machine.runtime.wallTime());
-        checkThresholds(*item, visible, values, machine.runtime.wallTime());
-    });
-    EXPECT_TRUE(holds);
+        accept(visible, raw, numbered);
+        collector.addSample(sample, live);
+        item->addSample(sample, live);
+    }
+    if (slots == 0) {
+        RC_ASSERT(collector.lastIDForType(live) == 0U);
+        return;
+    }
+    visible.resize(slots, {0, 0, true, std::vector<double>(values)});
+    const double hourTime = std::ceil(machine.runtime.wallTime()) - *rc::gen::inRange(0, 12);
+    collector.record(StorageIndex::Hour).time = hourTime;
+    item->setTimeForSampleIndex(StorageIndex::Hour, hourTime);
+    const auto check = [&](const auto& store) {
+        checkSlots(store, visible);
+        checkFigures(store, visible, values, hourTime);
+        checkThresholds(store, visible, values, machine.runtime.wallTime());
+    };
+    check(collector);
+    check(*item);
 }
 
 // Gap filling, one period after another.
@@ -207,40 +179,37 @@ ExpectedFill walkThroughGap(StorageIndex index, Period from, double nextTime, do
     return expected;
 }
 
-TEST(SampleHistory, GapsAreFilledPeriodByPeriod)
+RC_GTEST_PROP(SampleHistory, GapsAreFilledPeriodByPeriod, ())
 {
-    const bool holds = rc::check("fillGaps agrees with walking through the gap", [] {
-        FakeMachine machine;
-        const auto type = *rc::gen::element(StorageType::Collector, StorageType::Items);
-        RecordingCollector collector(machine, historyOf(type));
-        const auto item = collector.newItemWithKey("x");
-        const auto index = static_cast<StorageIndex>(*rc::gen::inRange(1, 9));
-        machine.runtime.advance(*rc::gen::inRange(0, 30'000) / 100.0);
-        collector.checkNextTimeAtIndex(index);
-        const auto before = *collector.sampleIndex(index);
-        collector.inserts.clear();
+    FakeMachine machine;
+    const auto type = *rc::gen::element(StorageType::Collector, StorageType::Items);
+    RecordingCollector collector(machine, historyOf(type));
+    const auto item = collector.newItemWithKey("x");
+    const auto index = static_cast<StorageIndex>(*rc::gen::inRange(1, 9));
+    machine.runtime.advance(*rc::gen::inRange(0, 30'000) / 100.0);
+    collector.checkNextTimeAtIndex(index);
+    const auto before = *collector.sampleIndex(index);
+    collector.inserts.clear();
 
-        machine.runtime.sleepMachine(before.interval * *rc::gen::inRange(0, 90'000) / 100.0); // up to 900 periods
-        const double now = machine.runtime.wallTime();
-        const ExpectedFill expected = walkThroughGap(index, {before.sampleID, before.time}, before.nextTime, now);
-        collector.fillGapsAtIndex(index);
-        const auto after = *collector.sampleIndex(index);
-        RC_ASSERT(after.fillingGap);
-        RC_ASSERT(after.sampleID == expected.last.sampleID);
-        RC_ASSERT(after.time == expected.last.time);
-        RC_ASSERT(after.nextTime >= now);
-        RC_ASSERT(collector.inserts.size() == expected.written.size());
-        for (std::size_t row = 0; row < expected.written.size(); ++row) {
-            const Dictionary& sample = collector.inserts[row].sample;
-            RC_ASSERT(sample.at("sample").get<double>() == expected.written[row].sampleID);
-            RC_ASSERT(sample.at("time").get<double>() == expected.written[row].time);
-        }
-        if (!expected.written.empty()) {
-            RC_ASSERT(item->sampleIndex(index)->time == after.time);
-            RC_ASSERT(item->sampleIndex(index)->nextTime == after.nextTime);
-        }
-    });
-    EXPECT_TRUE(holds);
+    machine.runtime.sleepMachine(before.interval * *rc::gen::inRange(0, 90'000) / 100.0); // up to 900 periods
+    const double now = machine.runtime.wallTime();
+    const ExpectedFill expected = walkThroughGap(index, {before.sampleID, before.time}, before.nextTime, now);
+    collector.fillGapsAtIndex(index);
+    const auto after = *collector.sampleIndex(index);
+    RC_ASSERT(after.fillingGap);
+    RC_ASSERT(after.sampleID == expected.last.sampleID);
+    RC_ASSERT(after.time == expected.last.time);
+    RC_ASSERT(after.nextTime >= now);
+    RC_ASSERT(collector.inserts.size() == expected.written.size());
+    for (std::size_t row = 0; row < expected.written.size(); ++row) {
+        const Dictionary& sample = collector.inserts[row].sample;
+        RC_ASSERT(sample.at("sample").get<double>() == expected.written[row].sampleID);
+        RC_ASSERT(sample.at("time").get<double>() == expected.written[row].time);
+    }
+    if (!expected.written.empty()) {
+        RC_ASSERT(item->sampleIndex(index)->time == after.time);
+        RC_ASSERT(item->sampleIndex(index)->nextTime == after.nextTime);
+    }
 }
 
 class StorageClockTest : public testing::Test {
@@ -306,4 +275,4 @@ TEST_F(StorageClockTest, AClockSetRightAfterDecadesCostsABoundedFill)
 }
 
 } // namespace
-} // namespace meridal
+} // namespace meridal::test

@@ -3,19 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace meridal {
+namespace meridal::test {
 namespace {
-
-using test::live;
-using test::newest;
 
 constexpr auto full = StorageIndex::Hour; // in a layout of one storage the full store is number 1
 
 class StatCollectorItemTest : public testing::Test {
 protected:
-    StatCollectorItemTest() { item.config() = test::simpleConfiguration(); }
+    StatCollectorItemTest() { item.config() = simpleConfiguration(); }
 
-    test::FakeMachine machine;
+    FakeMachine machine;
     StatCollectorItem item{machine.context, 2};
 };
 
@@ -35,14 +32,10 @@ TEST_F(StatCollectorItemTest, NewestSampleNamesTheClock)
 
 TEST_F(StatCollectorItemTest, OnlyOneMarksEmpty)
 {
-    const auto emptyAfter = [&](Value mark) {
-        item.addSample({{"empty", std::move(mark)}}, live);
-        return item.sampleAtIndex(newest, live).empty;
-    };
-    EXPECT_EQ(emptyAfter(1), 1);
-    EXPECT_EQ(emptyAfter(2), 0);
-    EXPECT_EQ(emptyAfter(true), 1);
-    EXPECT_EQ(emptyAfter(nullptr), 0);
+    for (const auto& [mark, empty] : {std::pair(Value(1), 1), {Value(2), 0}, {Value(true), 1}, {Value(), 0}}) {
+        item.addSample({{"empty", mark}}, live);
+        EXPECT_EQ(item.sampleAtIndex(newest, live).empty, empty) << mark;
+    }
 }
 
 TEST_F(StatCollectorItemTest, WritingASlotWithoutIdentifierGivesItNone)
@@ -124,4 +117,4 @@ TEST_F(StatCollectorItemTest, ReloadingAStorageForgetsItsSamplesOnly)
 }
 
 } // namespace
-} // namespace meridal
+} // namespace meridal::test

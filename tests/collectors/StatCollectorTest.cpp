@@ -6,34 +6,13 @@
 #include <cmath>
 #include <limits>
 
-namespace meridal {
+namespace meridal::test {
 namespace {
-
-using test::FakeMachine;
-using test::historyOf;
-using test::live;
-using test::newest;
-using test::RecordingCollector;
-using test::ringOf;
 
 class StatCollectorTest : public testing::Test {
 protected:
     FakeMachine machine;
 };
-
-TEST_F(StatCollectorTest, StartsWithOneEmptyLiveSlot)
-{
-    const RecordingCollector collector(machine, {.description = "Sensors", .sampleCount = 2});
-    EXPECT_EQ(collector.queue()->label(), "Sensors");
-    EXPECT_EQ(collector.session(), 1'700'000'000);
-    EXPECT_TRUE(collector.enabled() && collector.databaseEnabled() && collector.automaticSampleUpdates());
-    const auto record = collector.sampleIndex(live);
-    ASSERT_TRUE(record);
-    EXPECT_EQ(record->sampleID, 1);
-    EXPECT_EQ(record->maximumSamples, 1);
-    EXPECT_EQ(collector.sampleAtIndex(newest, live).empty, 1);
-    EXPECT_EQ(collector.sampleAtIndex(newest, live).values.size(), 2U);
-}
 
 TEST_F(StatCollectorTest, StoragesThatTheLayoutLacksTakeAndGiveNothing)
 {
@@ -92,14 +71,6 @@ TEST_F(StatCollectorTest, ValuesFollowTheMapAndNothingElseGetsIn)
     EXPECT_EQ(collector.sampleWithIdentifier(50, live).sampleID, 50U);
 }
 
-TEST_F(StatCollectorTest, WithoutValuesIdentifiersAndTimesRemain)
-{
-    RecordingCollector collector(machine, ringOf(2, 0));
-    collector.addSample({{"a", 1}, {"time", 5}}, live);
-    EXPECT_EQ(collector.lastTimeForType(live), 5);
-    EXPECT_TRUE(collector.sampleAtIndex(newest, live).values.empty());
-}
-
 TEST_F(StatCollectorTest, ValuesOfItemsLeaveTheCollectorOnlyLabels)
 {
     auto traits = ringOf(2);
@@ -111,6 +82,10 @@ TEST_F(StatCollectorTest, ValuesOfItemsLeaveTheCollectorOnlyLabels)
     EXPECT_EQ(collector.sampleAtIndex(SlotIndex{1}, live).sampleID, 4U);
     EXPECT_EQ(collector.sampleAtIndex(SlotIndex{1}, live).time, 40);
     EXPECT_EQ(collector.sampleAtIndex(newest, live).empty, 1);
+    EXPECT_EQ(collector.lowestSampleForStorageType(live), 0U);
+    collector.newItemWithKey("x")->addSample({{"id", 9}}, live);
+    collector.newItemWithKey("y")->addSample({{"id", 4}}, live);
+    EXPECT_EQ(collector.lowestSampleForStorageType(live), 4U) << "of the item furthest behind";
 }
 
 TEST_F(StatCollectorTest, ClearingReachesTheItems)
@@ -153,43 +128,27 @@ TEST_F(StatCollectorTest, ItemsAreFoundMadeKeptAndDropped)
     EXPECT_EQ(StatCollector(machine.context).newItemWithKey("x"), nullptr) << "the base makes no items";
 }
 
-TEST_F(StatCollectorTest, LowestIdentifierIsThatOfTheItemFurthestBehind)
-{
-    auto traits = ringOf(1);
-    traits.storageType = StorageType::Items;
-    RecordingCollector collector(machine, traits);
-    EXPECT_EQ(collector.lowestSampleForStorageType(live), 0U);
-    collector.newItemWithKey("x")->addSample({{"id", 9}}, live);
-    collector.newItemWithKey("y")->addSample({{"id", 4}}, live);
-    EXPECT_EQ(collector.lowestSampleForStorageType(live), 4U);
-}
-
 TEST_F(StatCollectorTest, BaseOrderKeepsItemsAndAnOverrideSortsThem)
 {
     struct ByKey final : StatCollectorItem {
         using StatCollectorItem::StatCollectorItem;
         std::weak_ordering sort(const StatCollectorItem& other) const override { return *key() <=> *other.key(); }
     };
-    RecordingCollector collector(machine);
-    const auto keys = [&] {
-        std::string all;
-        for (const auto& item : collector.items()) {
-            all += *item->key();
+    const auto sorted = [this](auto make) {
+        RecordingCollector collector(machine);
+        for (const char* key : {"c", "a", "b"}) {
+            collector.mutableItems().push_back(make());
+            collector.mutableItems().back()->setKey(key);
         }
-        return all;
+        collector.sort();
+        std::string keys;
+        for (const auto& item : collector.items()) {
+            keys += *item->key();
+        }
+        return keys;
     };
-    for (const char* key : {"c", "a", "b"}) {
-        collector.newItemWithKey(key);
-    }
-    collector.sort();
-    EXPECT_EQ(keys(), "cab");
-    collector.mutableItems().clear();
-    for (const char* key : {"c", "a", "b"}) {
-        collector.mutableItems().push_back(std::make_shared<ByKey>(machine.context));
-        collector.mutableItems().back()->setKey(key);
-    }
-    collector.sort();
-    EXPECT_EQ(keys(), "abc");
+    EXPECT_EQ(sorted([this] { return std::make_shared<StatCollectorItem>(machine.context); }), "cab");
+    EXPECT_EQ(sorted([this] { return std::make_shared<ByKey>(machine.context); }), "abc");
 }
 
 TEST_F(StatCollectorTest, SelectionKeyIsASetOrAbsent)
@@ -284,17 +243,11 @@ TEST_F(StatCollectorTest, AveragesOfNothingAreEmptyZerosOfNow)
     EXPECT_EQ(collector.averagesForIndex(StorageIndex::Hour), expected);
 }
 
-TEST_F(StatCollectorTest, LiveSamplesOfTheSameSecondStillCount)
+TEST_F(StatCollectorTest, ASampleOfAPeriodNeverCountsForTheOneBefore)
 {
     RecordingCollector collector(machine, historyOf(StorageType::Collector));
-    collector.record(StorageIndex::Hour).time = 106;
-    for (const double time : {100.0, 100.5, 106.9, 107.0}) { // on the start, inside, within the allowance, beyond it
-        collector.addSample({{"a", time}, {"time", time}}, live);
-    }
-    EXPECT_DOUBLE_EQ(collector.averagesForIndex(StorageIndex::Hour).at("A"), (100.5 + 106.9) / 2);
-
     collector.record(StorageIndex::Day).time = 1000;
-    for (const double time : {1000.0, 1000.5}) { // no allowance between coarser storages
+    for (const double time : {1000.0, 1000.5}) { // unlike live ones, which may come a moment late
         collector.addSample({{"a", time}, {"time", time}}, StorageIndex::Hour);
     }
     EXPECT_EQ(collector.averagesForIndex(StorageIndex::Day).at("A"), 1000);
@@ -344,4 +297,4 @@ TEST_F(StatCollectorTest, DatabaseIsPreparedOnce)
 }
 
 } // namespace
-} // namespace meridal
+} // namespace meridal::test

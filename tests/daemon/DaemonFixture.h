@@ -45,11 +45,38 @@ protected:
         return {link, exported};
     }
 
+    /// A daemon, and a client that wants this list.
+    Client startWithRequest(std::int64_t key)
+    {
+        start();
+        Client client = connect();
+        request(client, key);
+        return client;
+    }
     void request(Client& client, std::int64_t key)
     {
         client.daemon->startRequestWithKey(key, 2);
         machine.runtime.runDue();
     }
+    void request(Client& client, std::initializer_list<std::int64_t> keys)
+    {
+        for (const std::int64_t key : keys) {
+            request(client, key);
+        }
+    }
+    /// What the daemon answers one question of a client with.
+    template <typename... Parameters, typename... Arguments>
+    Value answer(void (DaemonProtocol::*method)(Parameters...), const Arguments&... arguments)
+    {
+        Value answer;
+        const Client client = connect();
+        (client.daemon.get()->*method)(arguments..., [&answer](Value value) { answer = std::move(value); });
+        machine.runtime.runDue();
+        client.daemon->ended();
+        machine.runtime.runDue();
+        return answer;
+    }
+    static Value json(const char* text) { return parseUntrusted(text).value(); }
     void stop(Client& client, std::int64_t key)
     {
         client.daemon->stopRequestWithKey(key);

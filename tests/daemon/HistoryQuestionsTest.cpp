@@ -7,7 +7,6 @@
 #include "daemon/transport/Link.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
-#include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
 
@@ -67,12 +66,6 @@ protected:
         catalogue_.add("own", collector_, [] { return std::vector<HistorySeries>{{"", "Own", "", {"value"}}}; });
         collector_.startLogging();
     }
-    Paths paths() const
-    {
-        Paths paths;
-        paths.support = folder_.root();
-        return paths;
-    }
     Result<Value> ask(const Value& parameters, std::uint32_t uid = 0)
     {
         Result<Value> answer = unexpected(ErrorCode::Internal, "no reply");
@@ -81,20 +74,11 @@ protected:
         return answer;
     }
 
-    TemporaryTree folder_{TemporaryTree::Place::Memory};
     FakeMachine machine_;
-    Context& context_ = withPaths(machine_.context);
-    HistoryDatabaseController databases_{context_};
-    SensorCollector collector_{context_};
+    HistoryDatabaseController databases_{machine_.context};
+    SensorCollector collector_{machine_.context};
     HistoryCatalogue catalogue_;
     HistoryQuestions questions_{catalogue_};
-
-private:
-    Context& withPaths(Context& context) const
-    {
-        context.paths = paths();
-        return context;
-    }
 };
 
 TEST_F(HistoryQuestionsTest, PagesOfOneSeriesJoinUpWithoutHoleOrOverlap)
@@ -132,23 +116,20 @@ TEST_F(HistoryQuestionsTest, GapsAreMissingAndSpansAreKept)
 {
     machine_.runtime.advance(600);
     const double now = machine_.runtime.wallTime();
-    const auto all = ask({{"series", "sensors/TC1P"}});
-    ASSERT_TRUE(all);
-    EXPECT_GE(all->at("samples").size(), 20U);
-    EXPECT_LE(all->at("samples").size(), 40U); // of a hundred periods
-    const auto span =
-        ask({{"series", "sensors/TC0P"}, {"from", now - 120}, {"until", now - 60}, {"resolution", "hour"}});
-    ASSERT_TRUE(span);
-    EXPECT_EQ(span->at("samples").size(), 10U);
-    EXPECT_FALSE(span->at("more").get<bool>());
-    for (const Value& sample : span->at("samples")) {
-        EXPECT_GE(sample.at("time").get<double>(), now - 120);
-        EXPECT_LT(sample.at("time").get<double>(), now - 60);
+    const Value all = ask({{"series", "sensors/TC1P"}}).value();
+    EXPECT_GE(all.at("samples").size(), 20U);
+    EXPECT_LE(all.at("samples").size(), 40U); // of a hundred periods
+    const Value span =
+        ask({{"series", "sensors/TC0P"}, {"from", now - 120}, {"until", now - 60}, {"resolution", "hour"}}).value();
+    EXPECT_EQ(span.at("samples").size(), 10U);
+    EXPECT_EQ(span.at("more"), false);
+    for (const Value& sample : span.at("samples")) {
+        EXPECT_GE(sample.at("time"), now - 120);
+        EXPECT_LT(sample.at("time"), now - 60);
     }
-    const auto longTerm = ask({{"series", "sensors/TC0P"}, {"resolution", "longterm"}});
-    ASSERT_TRUE(longTerm);
-    EXPECT_EQ(longTerm->at("interval"), 300);
-    EXPECT_GE(longTerm->at("samples").size(), 1U);
+    const Value longTerm = ask({{"series", "sensors/TC0P"}, {"resolution", "longterm"}}).value();
+    EXPECT_EQ(longTerm.at("interval"), 300);
+    EXPECT_GE(longTerm.at("samples").size(), 1U);
 }
 
 TEST_F(HistoryQuestionsTest, FineFiguresAreForRootOnly)
@@ -161,19 +142,22 @@ TEST_F(HistoryQuestionsTest, FineFiguresAreForRootOnly)
 
 TEST_F(HistoryQuestionsTest, SeriesAreListedInPages)
 {
-    const auto first = questions_.series({{"limit", 2}});
-    ASSERT_TRUE(first);
-    ASSERT_EQ(first->at("series").size(), 2U);
-    EXPECT_EQ(first->at("series")[0].at("series"), "own");
-    EXPECT_EQ(first->at("series")[1].at("series"), "sensors/TC0P");
-    EXPECT_TRUE(first->at("more").get<bool>());
-    const auto rest = questions_.series({{"limit", 2}, {"after", "sensors/TC0P"}});
-    ASSERT_EQ(rest->at("series").size(), 1U);
-    EXPECT_EQ(rest->at("series")[0].at("unit"), "W");
-    EXPECT_FALSE(rest->at("more").get<bool>());
-    EXPECT_EQ(questions_.series({{"collector", "sensors"}})->at("series").size(), 2U);
-    EXPECT_TRUE(questions_.series({{"collector", "nobody"}})->at("series").empty());
-    EXPECT_EQ(questions_.series(Value())->at("series").size(), 3U);
+    const auto listed = [this](const Value& question, bool more = false) {
+        const auto page = questions_.series(question);
+        EXPECT_EQ(page->at("more"), more) << question;
+        std::vector<std::string> names;
+        for (const Value& series : page->at("series")) {
+            names.push_back(series.at("series"));
+        }
+        return names;
+    };
+    using Names = std::vector<std::string>;
+    EXPECT_EQ(listed({{"limit", 2}}, true), (Names{"own", "sensors/TC0P"}));
+    EXPECT_EQ(listed({{"limit", 2}, {"after", "sensors/TC0P"}}), Names{"sensors/TC1P"});
+    EXPECT_EQ(listed({{"collector", "sensors"}}), (Names{"sensors/TC0P", "sensors/TC1P"}));
+    EXPECT_EQ(listed({{"collector", "nobody"}}), Names());
+    EXPECT_EQ(listed(Value()).size(), 3U);
+    EXPECT_EQ(questions_.series(Value())->at("series")[2].at("unit"), "W");
 }
 
 TEST_F(HistoryQuestionsTest, NonsenseIsRefusedInWords)
@@ -183,17 +167,18 @@ TEST_F(HistoryQuestionsTest, NonsenseIsRefusedInWords)
         EXPECT_FALSE(answer);
         return answer ? ErrorCode::Internal : answer.error().code;
     };
-    EXPECT_EQ(code({{"series", "sensors/XXXX"}}), ErrorCode::NotFound);
-    EXPECT_EQ(code({{"series", "'; DROP TABLE x; --"}}), ErrorCode::NotFound);
-    EXPECT_EQ(code({{"series", 7}}), ErrorCode::InvalidArgument);
-    EXPECT_EQ(code(Value()), ErrorCode::InvalidArgument);
-    EXPECT_EQ(code("sensors/TC0P"), ErrorCode::InvalidArgument);
+    for (const char* unknown : {"sensors/XXXX", "'; DROP TABLE x; --"}) {
+        EXPECT_EQ(code({{"series", unknown}}), ErrorCode::NotFound);
+    }
     const Value good{{"series", "sensors/TC0P"}};
-    for (const Value& wrong : {Value{{"resolution", "decade"}}, Value{{"limit", 0}}, Value{{"limit", 1001}},
-             Value{{"limit", 1.5}}, Value{{"before", -1}}, Value{{"from", "yesterday"}}}) {
+    for (const Value& wrong : {Value{{"series", 7}}, Value{{"resolution", "decade"}}, Value{{"limit", 0}},
+             Value{{"limit", 1001}}, Value{{"limit", 1.5}}, Value{{"before", -1}}, Value{{"from", "yesterday"}}}) {
         Value question = good;
         question.update(wrong);
         EXPECT_EQ(code(question), ErrorCode::InvalidArgument) << wrong;
+    }
+    for (const Value& shapeless : {Value(), Value("sensors/TC0P")}) {
+        EXPECT_EQ(code(shapeless), ErrorCode::InvalidArgument);
     }
     EXPECT_TRUE(ask(good)) << "before anything was recorded";
     EXPECT_TRUE(ask({{"series", "sensors/TC0P"}, {"before", std::uint64_t{1} << 62}}));

@@ -9,27 +9,16 @@ namespace {
 TEST_F(DaemonTest, QuestionsWithoutTheirCollectorGetWhatNothingThereIs)
 {
     start();
-    Client client = connect();
-    Value answer;
-    const auto keep = [&answer](Value value) { answer = std::move(value); };
-    client.daemon->sensors(parseUntrusted(R"([{"key":"TC0P"},{"name":"keyless"},17])").value(), keep);
-    machine.runtime.runDue();
-    EXPECT_EQ(answer, parseUntrusted(R"([{"key":"TC0P","value":0.0},{"key":null,"value":0.0}])").value());
-    client.daemon->supportedSensors({}, keep);
-    machine.runtime.runDue();
-    EXPECT_EQ(answer, parseUntrusted(R"({"sensors":[],"fans":[]})").value());
-    for (const auto method : {&DaemonProtocol::armSensors, &DaemonProtocol::supportedFans}) {
-        (client.daemon.get()->*method)(Value(), keep);
-        machine.runtime.runDue();
-        EXPECT_EQ(answer, Value::array());
-    }
+    EXPECT_EQ(answer(&DaemonProtocol::sensors, json(R"([{"key":"TC0P"},{"name":"keyless"},17])")),
+        json(R"([{"key":"TC0P","value":0.0},{"key":null,"value":0.0}])"));
+    EXPECT_EQ(answer(&DaemonProtocol::supportedSensors, Value()), json(R"({"sensors":[],"fans":[]})"));
+    EXPECT_EQ(answer(&DaemonProtocol::armSensors, Value()), Value::array());
+    EXPECT_EQ(answer(&DaemonProtocol::supportedFans, Value()), Value::array());
     for (const auto method :
         {&DaemonProtocol::stopT2Fans, &DaemonProtocol::startT2Fans, &DaemonProtocol::finalizeT2Fans}) {
-        answer = nullptr;
-        (client.daemon.get()->*method)(keep);
-        machine.runtime.runDue();
-        EXPECT_EQ(answer, (Value{{"result", 1}}));
+        EXPECT_EQ(answer(method), (Value{{"result", 1}}));
     }
+    Client client = connect();
     request(client, 128);
     ASSERT_EQ(client.link->count(128), 1);
     EXPECT_EQ(client.link->received[0]->dictionary(), (Value{{"type", "128"}}));
@@ -45,25 +34,21 @@ TEST_F(DaemonTest, NamesAreGivenForKnownProcessesOnly)
 {
     start();
     machine.runtime.advance(2.1);
-    Client client = connect();
-    Value answer;
-    client.daemon->infoForPids(parseUntrusted(R"([42, 4711, "42", 1, -1, 1e300, 42.0])").value(),
-        [&answer](Value value) { answer = std::move(value); });
-    machine.runtime.runDue();
-    EXPECT_EQ(answer,
-        parseUntrusted(R"([{"name":"worker","pid":42},{"name":"launchd","pid":1},{"name":"worker","pid":42.0}])")
-            .value());
+    EXPECT_EQ(answer(&DaemonProtocol::infoForPids, json(R"([42, 4711, "42", 1, -1, 1e300, 42.0])")),
+        json(R"([{"name":"worker","pid":42},{"name":"launchd","pid":1},{"name":"worker","pid":42.0}])"));
 }
 
 TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
 {
-    machine.processes().set({.pid = 50, .parentPid = 42, .present = ProcessFields::All, .name = "theirs"});
-    machine.processes().set({.pid = 51, .parentPid = 50, .present = ProcessFields::All, .name = "root's again"});
-    machine.processes().set({.pid = 52, .parentPid = 50, .present = ProcessFields::All, .name = "grouped"});
+    for (const std::int32_t pid : {50, 51, 52}) { // theirs, root's again, theirs in a group
+        machine.processes().set(
+            {.pid = pid, .parentPid = pid == 50 ? 42 : 50, .present = ProcessFields::All, .name = "theirs"});
+    }
     machine.visibility().owners = {{50, 1000}, {52, 1000}, {42, 1001}};
     start();
+    using Pids = std::vector<int>;
     const auto pids = [this](const Peer& peer, bool grouped) {
-        std::vector<int> found;
+        Pids found;
         const EnvelopePtr list = daemon->processList(RequestKey::Memory, grouped, peer);
         for (const Value& entry : list->dictionary()["processes"]) {
             found.push_back(std::stoi(entry["key"].get<std::string>()));
@@ -71,7 +56,7 @@ TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
         std::sort(found.begin(), found.end());
         return found;
     };
-    const std::vector<int> all = {1, 42, 50, 51, 52};
+    const Pids all = {1, 42, 50, 51, 52};
     const Peer user{.uid = 1000, .gid = 1000, .known = true};
     EXPECT_EQ(pids(user, false), all);
     EXPECT_EQ(daemon->processList(RequestKey::Cpu, false, user),
@@ -81,18 +66,17 @@ TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
 
     machine.visibility().rule = ProcessRestriction{.exemptGroup = 4};
     machine.runtime.advance(ProcessViews::checkInterval + 3);
-    EXPECT_EQ(pids(user, false), (std::vector<int>{50, 52}));
-    EXPECT_EQ(pids(user, true), std::vector<int>{50}) << "what headed their group is not theirs";
-    EXPECT_EQ(pids({.uid = 1001, .gid = 1001, .known = true}, true), std::vector<int>{42});
-    EXPECT_EQ(pids({.uid = 0, .gid = 0, .known = false}, false), std::vector<int>());
+    EXPECT_EQ(pids(user, false), (Pids{50, 52}));
+    EXPECT_EQ(pids(user, true), Pids{50}) << "what headed their group is not theirs";
+    EXPECT_EQ(pids({.uid = 1001, .gid = 1001, .known = true}, true), Pids{42});
+    EXPECT_EQ(pids({.uid = 0, .gid = 0, .known = false}, false), Pids());
     EXPECT_EQ(pids({.uid = 0, .gid = 0, .known = true}, false), all);
     EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), all);
     EXPECT_EQ(machine.visibility().asked, 5) << "once a process and pass";
-    EXPECT_EQ(
-        daemon->infoForPids(Value::array({42, 50}), user), parseUntrusted(R"([{"name":"theirs","pid":50}])").value());
+    EXPECT_EQ(daemon->infoForPids(Value::array({42, 50}), user), json(R"([{"name":"theirs","pid":50}])"));
     machine.visibility().rule = ProcessRestriction{.exemptGroup = std::nullopt};
     machine.runtime.advance(ProcessViews::checkInterval + 3);
-    EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), std::vector<int>());
+    EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), Pids());
 }
 
 TEST_F(DaemonTest, DisksAreReadOnlyWhileAClientWantsThem)

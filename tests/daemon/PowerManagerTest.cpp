@@ -80,24 +80,24 @@ TEST_F(PowerManagerTest, TheSourceIsWhatTheLastInternalBatterySays)
     const auto full = FakePowerSources::internal("AC Power", false);
     Dictionary ups = battery;
     ups["Transport Type"] = "USB";
-    machine.powerSources().change({battery, charging, ups});
-    EXPECT_EQ(manager->source(), 1);
-    EXPECT_EQ(manager->state(), 1);
-    EXPECT_EQ(take(), (Events{"SourceChanged", "StateChanged"}));
-    machine.powerSources().change({full});
-    EXPECT_EQ(take(), (Events{"StateChanged"})) << "charged, still on external power";
-    EXPECT_EQ(manager->state(), 2);
-    machine.powerSources().change({battery});
-    EXPECT_EQ(take(), (Events{"SourceChanged", "StateChanged"}));
-    machine.powerSources().change({battery});
-    EXPECT_EQ(take(), Events());
     Dictionary numeric = charging;
     numeric["Is Charging"] = 1;
-    machine.powerSources().change({numeric});
-    EXPECT_EQ(manager->state(), 1);
-    machine.powerSources().change({{{"Transport Type", "Internal"}, {"Is Charging", "yes"}}});
-    EXPECT_EQ(manager->source(), 1) << "whatever is not the battery";
-    EXPECT_EQ(manager->state(), 2);
+    const Dictionary odd = {{"Transport Type", "Internal"}, {"Is Charging", "yes"}}; // whatever is not the battery
+    struct Step {
+        std::vector<Dictionary> sources;
+        int source;
+        int state;
+        Events events;
+    };
+    const Events both = {"SourceChanged", "StateChanged"};
+    for (const Step& step :
+        {Step{{battery, charging, ups}, 1, 1, both}, Step{{full}, 1, 2, {"StateChanged"}}, Step{{battery}, 0, 0, both},
+            Step{{battery}, 0, 0, {}}, Step{{numeric}, 1, 1, both}, Step{{odd}, 1, 2, {"StateChanged"}}}) {
+        machine.powerSources().change(step.sources);
+        EXPECT_EQ(manager->source(), step.source) << Value(step.sources);
+        EXPECT_EQ(manager->state(), step.state) << Value(step.sources);
+        EXPECT_EQ(take(), step.events) << Value(step.sources);
+    }
 }
 
 TEST_F(PowerManagerTest, SleepAddsUpUntilTheSourceChanges)

@@ -23,9 +23,7 @@ TEST_F(DaemonTest, KeysBeyondTheProcessListsStayWithTheirConnection)
 {
     start();
     Client client = connect();
-    for (const std::int64_t key : {32, 64, 128}) {
-        request(client, key);
-    }
+    request(client, {32, 64, 128});
     EXPECT_EQ(maskOf(client), 224);
     EXPECT_EQ(collector.updateMask(), 0U);
 }
@@ -35,9 +33,7 @@ TEST_F(DaemonTest, ADisconnectReleasesEveryBitAndStopsCaptureForAll)
     start();
     Client leaving = connect();
     Client staying = connect();
-    for (const std::int64_t key : {1, 2, 4, 8, 16, 32, 64, 128}) {
-        request(leaving, key);
-    }
+    request(leaving, {1, 2, 4, 8, 16, 32, 64, 128});
     request(staying, 8);
     ASSERT_EQ(collector.updateMask(), 31U);
     ASSERT_EQ(called("stopCapture"), 0);
@@ -55,9 +51,7 @@ TEST_F(DaemonTest, ADisconnectReleasesEveryBitAndStopsCaptureForAll)
 
 TEST_F(DaemonTest, MasksOfSeveralBitsAddAndSubtractAsNumbers)
 {
-    start();
-    Client client = connect();
-    request(client, 3);
+    Client client = startWithRequest(3);
     EXPECT_EQ(maskOf(client), 3);
     request(client, 5); // bit 1 is held already: nothing is added
     EXPECT_EQ(maskOf(client), 3);
@@ -67,9 +61,7 @@ TEST_F(DaemonTest, MasksOfSeveralBitsAddAndSubtractAsNumbers)
 
 TEST_F(DaemonTest, AbsurdMasksHarmNobodyElse)
 {
-    start();
-    Client good = connect();
-    request(good, 1);
+    Client good = startWithRequest(1);
     Client absurd = connect();
     constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
     constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();

@@ -1,21 +1,9 @@
 #include "tests/daemon/DaemonFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace meridal::test {
 namespace {
-
-std::vector<double> arrivals(VirtualRuntime& runtime, const FakeClient& client, int type, double seconds)
-{
-    std::vector<double> at;
-    const double start = runtime.monotonicTime();
-    auto seen = client.count(type);
-    for (int step = 1; step <= static_cast<int>(seconds * 10 + 0.5); ++step) {
-        runtime.advance(0.1);
-        for (; seen < client.count(type); ++seen) {
-            at.push_back(runtime.monotonicTime() - start);
-        }
-    }
-    return at;
-}
 
 TEST_F(DaemonTest, ARequestIsAnsweredAtOnceThenAfterPointSixThenEveryTwoSeconds)
 {
@@ -24,12 +12,15 @@ TEST_F(DaemonTest, ARequestIsAnsweredAtOnceThenAfterPointSixThenEveryTwoSeconds)
     Client client = connect();
     request(client, 1);
     EXPECT_EQ(client.link->types(), (std::vector<int>{1, 1})) << "the current list, and that of the pass at once";
-    const auto at = arrivals(machine.runtime, *client.link, 1, 7);
-    ASSERT_EQ(at.size(), 4U);
-    EXPECT_NEAR(at[0], 0.6, 0.11);
-    EXPECT_NEAR(at[1], 2.6, 0.11);
-    EXPECT_NEAR(at[2], 4.6, 0.11);
-    EXPECT_NEAR(at[3], 6.6, 0.11);
+    std::vector<double> arrivals;
+    const double begin = machine.runtime.monotonicTime();
+    for (auto seen = client.link->count(1); machine.runtime.monotonicTime() < begin + 7;) {
+        machine.runtime.advance(0.1);
+        for (; seen < client.link->count(1); ++seen) {
+            arrivals.push_back(machine.runtime.monotonicTime() - begin);
+        }
+    }
+    EXPECT_THAT(arrivals, testing::Pointwise(testing::DoubleNear(0.11), {0.6, 2.6, 4.6, 6.6}));
 }
 
 TEST_F(DaemonTest, WithoutClientsOnlyTheCpuFiguresAreRead)
@@ -37,47 +28,30 @@ TEST_F(DaemonTest, WithoutClientsOnlyTheCpuFiguresAreRead)
     start();
     machine.processes().asked.clear();
     machine.runtime.advance(6.5);
-    ASSERT_EQ(machine.processes().asked.size(), 3U);
-    for (const ProcessFields asked : machine.processes().asked) {
-        EXPECT_EQ(asked, ProcessFields::Cpu);
-    }
+    EXPECT_THAT(
+        machine.processes().asked, testing::ElementsAre(ProcessFields::Cpu, ProcessFields::Cpu, ProcessFields::Cpu));
     EXPECT_EQ(collector.updateMask(), 0U) << "widened for the pass only";
 }
 
-TEST_F(DaemonTest, EachClientGetsItsListsInTheFixedOrderAndItsOwnGrouping)
-{
-    start();
-    Client flat = connect();
-    Client grouped = connect();
-    grouped.daemon->enableHierachy();
-    for (const std::int64_t key : {4, 16, 2, 1}) {
-        request(flat, key);
-    }
-    request(grouped, 1);
-    flat.link->received.clear();
-    grouped.link->received.clear();
-    machine.runtime.advance(0.7);
-    EXPECT_EQ(flat.link->types(), (std::vector<int>{1, 2, 16, 4}));
-    EXPECT_EQ(grouped.link->types(), (std::vector<int>{1}));
-    EXPECT_EQ(flat.link->received[0]->dictionary()["processes"].size(), 2U);
-}
-
-TEST_F(DaemonTest, OneEnvelopeServesEveryClientThatWantsTheSameList)
+TEST_F(DaemonTest, EachClientGetsItsListsInTheFixedOrderAndClientsShareEqualOnes)
 {
     start();
     Client first = connect();
     Client second = connect();
     Client grouped = connect();
     grouped.daemon->enableHierachy();
+    request(first, {4, 16, 2, 1});
+    request(second, 1);
+    request(grouped, 1);
     for (Client* client : {&first, &second, &grouped}) {
-        request(*client, 16);
         client->link->received.clear();
     }
-    first.link->received.clear();
-    second.link->received.clear();
     machine.runtime.advance(0.7);
-    ASSERT_EQ(first.link->received.size(), 1U);
-    EXPECT_EQ(first.link->received[0], second.link->received[0]);
+    EXPECT_EQ(first.link->types(), (std::vector<int>{1, 2, 16, 4}));
+    EXPECT_EQ(first.link->received[0]->dictionary()["processes"].size(), 2U);
+    ASSERT_EQ(second.link->types(), std::vector<int>{1});
+    ASSERT_EQ(grouped.link->types(), std::vector<int>{1});
+    EXPECT_EQ(first.link->received[0], second.link->received[0]) << "one envelope";
     EXPECT_NE(first.link->received[0], grouped.link->received[0]);
 }
 
@@ -99,9 +73,7 @@ TEST_F(DaemonTest, NetworkListsGoToEveryClientWhileAnybodyWantsThem)
 
 TEST_F(DaemonTest, AStormOfRequestsCostsAFewPassesAndOthersKeepTheirCadence)
 {
-    start();
-    Client steady = connect();
-    request(steady, 1);
+    Client steady = startWithRequest(1);
     machine.runtime.advance(5);
     machine.processes().asked.clear();
     steady.link->received.clear();
@@ -124,9 +96,7 @@ TEST_F(DaemonTest, AStormOfRequestsCostsAFewPassesAndOthersKeepTheirCadence)
 
 TEST_F(DaemonTest, ClocksThatStepAndMachinesThatSleepNeitherStopNorBurstTheSchedule)
 {
-    start();
-    Client client = connect();
-    request(client, 1);
+    Client client = startWithRequest(1);
     machine.runtime.advance(4.7);
     for (const double step : {-86'400.0, 86'400.0 * 365}) {
         client.link->received.clear();
@@ -151,9 +121,7 @@ TEST_F(DaemonTest, ReadyIsAnnouncedAfterASecondOnce)
 
 TEST_F(DaemonTest, ADaemonThatEndsTakesItsTimersWithIt)
 {
-    start();
-    Client client = connect();
-    request(client, 1);
+    Client client = startWithRequest(1);
     daemon.reset();
     const auto passes = machine.processes().asked.size();
     machine.runtime.advance(60);

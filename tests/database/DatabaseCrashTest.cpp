@@ -49,12 +49,6 @@ protected:
         });
         return files;
     }
-    void removeAll() const
-    {
-        for (const auto& file : filesWith("history.db")) {
-            std::filesystem::remove(file);
-        }
-    }
     /// What a power loss leaves after each of so many commits: all that was there two commits before, at least.
     void losePower(std::int64_t batches, std::int64_t step, const char* setting)
     {

@@ -97,6 +97,14 @@ protected:
         return found;
     }
 
+    /// The file, what belongs to it and what was set aside.
+    void removeAll() const
+    {
+        for (const auto& file : filesWith("history.db")) {
+            std::filesystem::remove(file);
+        }
+    }
+
     TemporaryTree folder_{TemporaryTree::Place::Memory};
     FakeMachine machine_;
     std::vector<std::string> lines_;

@@ -19,8 +19,11 @@ protected:
         item->close();
         lines_.clear();
     }
-    void expectFreshFile(const std::shared_ptr<HistoryDatabaseItem>& item, std::uintmax_t sizeAside)
+    std::string batches() const { return OtherProgram(path()).value("SELECT group_concat(DISTINCT batch) FROM rows"); }
+    void expectFreshFile()
     {
+        const auto sizeAside = std::filesystem::file_size(path());
+        const auto item = openItem();
         writeBatch(*item, 1);
         EXPECT_EQ(rowCount(), "10");
         const auto aside = filesWith(".damaged-20231114-");
@@ -34,27 +37,23 @@ protected:
 TEST_F(DatabaseTroubleTest, AFileThatIsNoDatabaseIsKeptAside)
 {
     folder_.write("history.db", std::string(5000, 'x'));
-    expectFreshFile(openItem(), 5000);
+    expectFreshFile();
 }
 
 TEST_F(DatabaseTroubleTest, ATruncatedFileIsKeptAside)
 {
     makeSoundFile();
-    const auto size = std::filesystem::file_size(path());
-    std::filesystem::resize_file(path(), size / 2);
-    expectFreshFile(openItem(), size / 2);
+    std::filesystem::resize_file(path(), std::filesystem::file_size(path()) / 2);
+    expectFreshFile();
 }
 
 TEST_F(DatabaseTroubleTest, AFileWithRuinedPagesIsKeptAsideWhenTheyAreMet)
 {
     makeSoundFile();
     const auto size = std::filesystem::file_size(path());
-    {
-        std::fstream file(path(), std::ios::in | std::ios::out | std::ios::binary);
-        file.seekp(4096);
-        file << std::string(size - 4096, 'x');
-    }
-    expectFreshFile(openItem(), size);
+    std::filesystem::resize_file(path(), 4096);
+    std::ofstream(path(), std::ios::app | std::ios::binary) << std::string(size - 4096, 'x');
+    expectFreshFile();
 }
 
 TEST_F(DatabaseTroubleTest, ADiskThatRuinsEveryFileIsNotFilledWithThem)
@@ -81,17 +80,15 @@ TEST_F(DatabaseTroubleTest, AFileThatVanishesIsStartedAfresh)
     writeBatch(*item, 1);
     std::filesystem::remove(path());
     writeBatch(*item, 2);
-    EXPECT_EQ(OtherProgram(path()).value("SELECT group_concat(DISTINCT batch) FROM rows"), "2");
+    EXPECT_EQ(batches(), "2");
 
-    for (const char* part : {"", "-wal", "-shm"}) {
-        std::filesystem::remove(path().string() + part);
-    }
+    removeAll();
     writeBatch(*item, 3);
-    EXPECT_EQ(OtherProgram(path()).value("SELECT group_concat(DISTINCT batch) FROM rows"), "3");
+    EXPECT_EQ(batches(), "3");
 
     std::filesystem::remove(path().string() + "-wal");
     writeBatch(*item, 4);
-    EXPECT_EQ(OtherProgram(path()).value("SELECT group_concat(DISTINCT batch) FROM rows"), "3,4");
+    EXPECT_EQ(batches(), "3,4");
     EXPECT_EQ(linesWith("vanished"), 1U); // once a minute
 }
 
@@ -123,14 +120,12 @@ TEST_F(DatabaseTroubleTest, AFileThatIsReplacedIsNotMixedWithTheLogOfTheOldOne)
         writeBatch(*item, 1000);
         OtherProgram reader(path());
         EXPECT_EQ(reader.value("PRAGMA integrity_check"), "ok");
-        EXPECT_EQ(reader.value("SELECT group_concat(DISTINCT batch) FROM rows"), "1,1000");
+        EXPECT_EQ(batches(), "1,1000");
         EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "2010");
         EXPECT_EQ(item->statistics().filesSetAside, 0U);
         EXPECT_FALSE(filesWith(".replaced-20231114-").empty()) << "the log is kept";
         item->close();
-        for (const auto& file : filesWith("history.db")) {
-            std::filesystem::remove(file);
-        }
+        removeAll();
     }
 }
 
@@ -160,9 +155,7 @@ TEST_F(DatabaseTroubleTest, ALogThatCannotBeCopiedBackIsTroubleLikeAnyOther)
         EXPECT_EQ(item->statistics().statementsWaiting, 0U);
         EXPECT_EQ(item->statistics().statementsDropped, 0U);
         item->close();
-        for (const auto& file : filesWith("history.db")) {
-            std::filesystem::remove(file);
-        }
+        removeAll();
     }
 }
 

@@ -88,22 +88,6 @@ TEST_F(HistoryDatabaseItemTest, FilesAreForTheirOwnerAndHisGroupOnly)
     EXPECT_EQ(filesWith("history.db").size(), 3U);
 }
 
-TEST_F(HistoryDatabaseItemTest, AReaderSeesWhatWasThereWhenItBegan)
-{
-    const auto item = openItem();
-    writeBatch(*item, 1);
-    OtherProgram reader(path());
-    reader.run("BEGIN");
-    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "10");
-    for (std::int64_t batch = 2; batch <= 50; ++batch) {
-        writeBatch(*item, batch);
-    }
-    EXPECT_EQ(item->statistics().batchesFailed, 0U);
-    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "10");
-    reader.run("COMMIT");
-    EXPECT_EQ(reader.value("SELECT count(*) FROM rows"), "500");
-}
-
 TEST(HistoryDatabaseItem, ManyThreadsShareAFile)
 {
     const TemporaryTree folder(TemporaryTree::Place::Memory);
@@ -141,12 +125,8 @@ TEST(HistoryDatabaseItem, ManyThreadsShareAFile)
 
 TEST_F(HistoryDatabaseItemTest, ATableOfAnotherLayoutIsKeptUnderADatedName)
 {
-    {
-        sqlite3* old = nullptr;
-        ASSERT_EQ(sqlite3_open(path().c_str(), &old), SQLITE_OK);
-        sqlite3_exec(old, "CREATE TABLE rows (batch INTEGER); INSERT INTO rows VALUES (7)", nullptr, nullptr, nullptr);
-        sqlite3_close(old);
-    }
+    folder_.write("history.db", "");
+    OtherProgram(path()).run("CREATE TABLE rows (batch INTEGER); INSERT INTO rows VALUES (7)");
     const auto item = openItem();
     writeBatch(*item, 1);
     OtherProgram reader(path());
@@ -160,6 +140,12 @@ TEST_F(HistoryDatabaseItemTest, ATableOfAnotherLayoutIsKeptUnderADatedName)
 
 class HistoryDatabaseControllerTest : public DatabaseTest {
 protected:
+    std::shared_ptr<HistoryDatabaseItem> item()
+    {
+        auto item = controller_.databaseWithPath(path());
+        item->declareTable({.table = "rows", .create = create_});
+        return item;
+    }
     HistoryDatabaseController controller_{machine_.context};
 };
 
@@ -177,8 +163,7 @@ TEST_F(HistoryDatabaseControllerTest, OneItemAFileName)
 
 TEST_F(HistoryDatabaseControllerTest, ClosingWritesWhatWaits)
 {
-    const auto item = controller_.databaseWithPath(path());
-    item->declareTable({.table = "rows", .create = create_});
+    const auto item = this->item();
     addBatch(*item, 1);
     controller_.commitAllSync();
     EXPECT_EQ(rowCount(), "10");
@@ -190,8 +175,7 @@ TEST_F(HistoryDatabaseControllerTest, ClosingWritesWhatWaits)
 
 TEST_F(HistoryDatabaseControllerTest, AFileThatWasClosedHasOneConnectionAndItsTablesAgain)
 {
-    const auto kept = controller_.databaseWithPath(path()); // by somebody who does not ask again
-    kept->declareTable({.table = "rows", .create = create_});
+    const auto kept = item(); // by somebody who does not ask again
     writeBatch(*kept, 1);
     controller_.closeDatabase(path());
     EXPECT_TRUE(controller_.statistics().empty());
@@ -204,11 +188,8 @@ TEST_F(HistoryDatabaseControllerTest, AFileThatWasClosedHasOneConnectionAndItsTa
     EXPECT_EQ(rowCount(), "10");
 
     const auto backup = folder_.root() / "backup.db"; // from before there was such a table
-    {
-        SQLiteConnection other;
-        ASSERT_TRUE(other.open(backup, {}));
-        EXPECT_TRUE(other.execute("CREATE TABLE other (a)"));
-    }
+    folder_.write("backup.db", "");
+    OtherProgram(backup).run("CREATE TABLE other (a)");
     EXPECT_TRUE(controller_.restoreBackup(backup, path()));
     writeBatch(*kept, 5);
     writeBatch(*controller_.databaseWithPath(path()), 6);
@@ -218,8 +199,7 @@ TEST_F(HistoryDatabaseControllerTest, AFileThatWasClosedHasOneConnectionAndItsTa
 
 TEST_F(HistoryDatabaseControllerTest, ABackupTakesTheFilesPlaceOnlyWhenItIsADatabase)
 {
-    const auto item = controller_.databaseWithPath(path());
-    item->declareTable({.table = "rows", .create = create_});
+    const auto item = this->item();
     writeBatch(*item, 1);
     item->close();
     const auto backup = folder_.root() / "backup.db";

@@ -5,8 +5,8 @@
 
 Nothing here sleeps: every wait is for an event (a notification, an envelope, an exit) with a generous deadline.
 """
+import contextlib
 import ctypes
-import json
 import os
 import pwd
 import shutil
@@ -16,55 +16,43 @@ import stat
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs"))
+import example_client  # noqa: E402
 
 DEADLINE = 60  # s; met at once on a healthy machine, long enough for a sanitizer on a busy one
 BUILD = None
 
 
-class Client:
-    """One connection; envelopes that come between answers are kept in `envelopes`."""
+def until(condition, what):
+    """Asks until the condition holds, and answers what it gave."""
+    deadline = time.monotonic() + DEADLINE
+    while not (found := condition()):
+        if time.monotonic() > deadline:
+            raise AssertionError("never came: " + what)
+    return found
+
+
+class Client(example_client.Client):
+    """The client that the documentation shows, as patient as these tests."""
 
     def __init__(self, path):
-        self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.settimeout(DEADLINE)
-        self.socket.connect(path)
-        self.lines = self.socket.makefile("rb")
-        self.envelopes = []
-        self.last_id = 0
-
-    def send(self, method, *params, **more):
-        self.socket.sendall(json.dumps({"jsonrpc": "2.0", "method": method, "params": list(params), **more}).encode() + b"\n")
-
-    def read(self):
-        line = self.lines.readline()
-        if not line:
-            raise EOFError("the daemon closed the connection")
-        return json.loads(line)
+        super().__init__(path, timeout=DEADLINE)
 
     def call(self, method, *params):
-        self.last_id += 1
-        self.send(method, *params, id=self.last_id)
-        while True:
-            message = self.read()
-            if message.get("id") == self.last_id:
-                if "error" in message:
-                    raise RuntimeError(message["error"])
-                return message["result"]
-            self.envelopes.append(message["params"][0])
+        try:
+            return super().call(method, *params)
+        except example_client.CallError as refusal:
+            raise RuntimeError(refusal) from refusal
 
     def envelope(self, wanted):
         """The next envelope that satisfies a condition."""
-        while True:
-            while self.envelopes:
-                envelope = self.envelopes.pop(0)
-                if wanted(envelope):
-                    return envelope
-            self.envelopes.append(self.read()["params"][0])
-
-    def close(self):
-        self.lines.close()
-        self.socket.close()
+        while (envelope := self.next_envelope()) is not None:
+            if wanted(envelope):
+                return envelope
+        raise TimeoutError("no such envelope came")
 
 
 class Daemon:
@@ -137,6 +125,22 @@ class DaemonTest(unittest.TestCase):
         self.daemons.append(daemon)
         return daemon
 
+    @contextlib.contextmanager
+    def serving(self, **options):
+        """A daemon that is ready and a client of it, which both end in order."""
+        daemon = self.start(**options).wait_ready()
+        client = daemon.client()
+        yield daemon, client
+        client.close()
+        self.assertEqual(daemon.stop(), 0)
+
+    def ctl(self, *arguments, status=0):
+        """What meridalctl prints; on standard error where it is to fail."""
+        command = [os.path.join(BUILD, "meridalctl"), "--socket", self.daemons[-1].socket_path, *arguments]
+        done = subprocess.run(command, capture_output=True, text=True, timeout=DEADLINE)
+        self.assertEqual(done.returncode, status, done.stderr)
+        return done.stdout if status == 0 else done.stderr
+
     def spawn(self, code):
         """A child of ours that has printed a line when this returns."""
         child = subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE)
@@ -207,91 +211,68 @@ class DaemonTest(unittest.TestCase):
         child = self.spawn("import ctypes\n"
                            "ctypes.CDLL(None).prctl(15, b'ev)il \\xff\\n\\x1b[2J', 0, 0, 0)\n"
                            "print('up', flush=True)\nwhile True: pass")
-        daemon = self.start().wait_ready()
-        client = daemon.client()
-        client.call("startRequestWithKey:interval:", 1, 1)
-        key = str(child.pid)
+        with self.serving() as (_, client):
+            client.call("startRequestWithKey:interval:", 1, 1)
+            key = str(child.pid)
 
-        def busy(envelope):
-            return any(row["key"] == key and float(row["c"]) > 20 for row in envelope["processes"])
+            def busy(envelope):
+                return any(row["key"] == key and float(row["c"]) > 20 for row in envelope["processes"])
 
-        rows = client.envelope(busy)["processes"]
-        self.assertLessEqual(len(rows), 20)
-        shares = [float(row["c"]) for row in rows]
-        self.assertEqual(shares, sorted(shares, reverse=True))
-        name = client.call("infoForPids:reply:", [child.pid, 2 ** 31 - 1])
-        self.assertEqual(name, [{"name": "ev)il \ufffd\n\x1b[2J", "pid": child.pid}])
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+            rows = client.envelope(busy)["processes"]
+            self.assertLessEqual(len(rows), 20)
+            shares = [float(row["c"]) for row in rows]
+            self.assertEqual(shares, sorted(shares, reverse=True))
+            name = client.call("infoForPids:reply:", [child.pid, 2 ** 31 - 1])
+            self.assertEqual(name, [{"name": "ev)il \ufffd\n\x1b[2J", "pid": child.pid}])
 
     def test_memory_and_energy_of_a_known_child(self):
         child = self.spawn("import time\nblock = bytearray(b'x') * (300 << 20)\nprint('up', flush=True)\ntime.sleep(600)")
-        daemon = self.start().wait_ready()
-        client = daemon.client()
-        for key in (2, 16, 4):
-            client.call("startRequestWithKey:interval:", key, 1)
-        memory = client.envelope(lambda e: e["type"] == "2" and any(r["key"] == str(child.pid) for r in e["processes"]))
-        row = next(r for r in memory["processes"] if r["key"] == str(child.pid))
-        self.assertGreater(float(row["m"]), 300 << 20)
-        self.assertLess(float(row["m"]), 330 << 20)
-        energy = client.envelope(lambda e: e["type"] == "16")
-        self.assertTrue(all({"key", "name", "score", "bundle"} <= set(r) for r in energy["processes"]))
-        self.assertGreater(len(energy["processes"]), 3, "every process is on the energy list")
-        disk = client.envelope(lambda e: e["type"] == "4")
-        self.assertTrue({"read", "write"} <= set(disk))
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+        with self.serving() as (_, client):
+            for key in (2, 16, 4):
+                client.call("startRequestWithKey:interval:", key, 1)
+            memory = client.envelope(lambda e: e["type"] == "2" and any(r["key"] == str(child.pid) for r in e["processes"]))
+            row = next(r for r in memory["processes"] if r["key"] == str(child.pid))
+            self.assertGreater(float(row["m"]), 300 << 20)
+            self.assertLess(float(row["m"]), 330 << 20)
+            energy = client.envelope(lambda e: e["type"] == "16")
+            self.assertTrue(all({"key", "name", "score", "bundle"} <= set(r) for r in energy["processes"]))
+            self.assertGreater(len(energy["processes"]), 3, "every process is on the energy list")
+            disk = client.envelope(lambda e: e["type"] == "4")
+            self.assertTrue({"read", "write"} <= set(disk))
 
     @unittest.skipUnless(os.geteuid() == 0, "needs root to become another user")
     def test_an_ordinary_user_gets_what_the_kernel_shows_and_is_told_what_is_missing(self):
         nobody = pwd.getpwnam("nobody").pw_uid
-        daemon = self.start(user=nobody).wait_ready()
-        client = daemon.client()
-        client.call("startRequestWithKey:interval:", 4, 1)
-        status = client.call("status")
-        self.assertIn("disk", status["limitations"])
-        self.assertEqual(client.call("startRequestWithKey:interval:", 1, 1), None)
-        rows = client.envelope(lambda e: e["type"] == "1")["processes"]
-        self.assertGreater(len(rows), 2, "CPU figures of every user's processes")
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+        with self.serving(user=nobody) as (daemon, client):
+            client.call("startRequestWithKey:interval:", 4, 1)
+            status = client.call("status")
+            self.assertIn("disk", status["limitations"])
+            self.assertEqual(client.call("startRequestWithKey:interval:", 1, 1), None)
+            rows = client.envelope(lambda e: e["type"] == "1")["processes"]
+            self.assertGreater(len(rows), 2, "CPU figures of every user's processes")
         self.assertEqual(daemon.read_log().count("Not to be had here"), 1)
 
-    def test_the_documented_client_agrees_on_every_method_and_on_the_cadence(self):
-        daemon = self.start().wait_ready()
-        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "transport", "python", "client_test.py")
-        checked = subprocess.run([sys.executable, script, "--socket", daemon.socket_path], capture_output=True, text=True,
-                                 timeout=DEADLINE)
-        self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
-        self.assertEqual(daemon.stop(), 0)
-
     def test_status_is_about_this_process(self):
-        daemon = self.start().wait_ready()
-        client = daemon.client()
-        status = client.call("status")
-        self.assertEqual(status["clients"], 1)
-        self.assertGreater(status["usage"]["residentBytes"], 1 << 20)
-        self.assertGreater(status["usage"]["cpuSeconds"], 0)
-        self.assertEqual(status["transport"]["openConnections"], 1)
-        self.assertEqual(status["paths"]["socket"], daemon.socket_path)
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+        with self.serving() as (daemon, client):
+            status = client.call("status")
+            self.assertEqual(status["clients"], 1)
+            self.assertGreater(status["usage"]["residentBytes"], 1 << 20)
+            self.assertGreater(status["usage"]["cpuSeconds"], 0)
+            self.assertEqual(status["transport"]["openConnections"], 1)
+            self.assertEqual(status["paths"]["socket"], daemon.socket_path)
 
     def test_clients_that_die_in_every_way_cost_nothing(self):
-        daemon = self.start().wait_ready()
-        client = daemon.client()
-        for _ in range(200):
-            other = daemon.client()
-            for key in (1, 2, 4, 8, 16, 128):
-                other.send("startRequestWithKey:interval:", key, 1)
-            other.socket.sendall(b'{"jsonrpc":"2.0","meth')
-            other.close()
-        # The closes are seen in their own time: ask until they have been.
-        while client.call("status")["clients"] > 1:
-            pass
-        self.assertIs(client.call("exists:"), True)
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+        with self.serving() as (daemon, client):
+            for _ in range(200):
+                other = daemon.client()
+                for key in (1, 2, 4, 8, 16, 128):
+                    other.notify("startRequestWithKey:interval:", key, 1)
+                other._socket.sendall(b'{"jsonrpc":"2.0","meth')
+                other.close()
+            # The closes are seen in their own time: ask until they have been.
+            while client.call("status")["clients"] > 1:
+                pass
+            self.assertIs(client.call("exists:"), True)
 
 
 if __name__ == "__main__":

@@ -33,6 +33,7 @@ if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
 import daemon_test  # noqa: E402  the daemon and its clients
+from daemon_test import until  # noqa: E402
 
 LOGIN = "org.freedesktop.login1"
 MANAGER = "org.freedesktop.login1.Manager"
@@ -49,17 +50,10 @@ HID_UPS = (f"P: {HID}\nE: SUBSYSTEM=hid\nE: HID_NAME=Acme UPS 650\nE: HID_UNIQ=4
            "L: device=../../../0003:FFFF:0001.0001\n\n")
 
 
-def until(condition, what):
-    """Asks until the condition holds, and answers what it gave."""
-    deadline = time.monotonic() + daemon_test.DEADLINE
-    while not (found := condition()):
-        if time.monotonic() > deadline:
-            raise AssertionError("never came: " + what)
-    return found
-
-
 class PowerTest(unittest.TestCase):
     start = daemon_test.DaemonTest.start
+    serving = daemon_test.DaemonTest.serving
+    ctl = daemon_test.DaemonTest.ctl
 
     def setUp(self):
         daemon_test.DaemonTest.setUp(self)
@@ -105,49 +99,43 @@ class PowerTest(unittest.TestCase):
 
     def test_the_machine_sleeps_only_once_the_time_is_written(self):
         self.start_logind()
-        daemon = self.start().wait_ready()
-        client = daemon.client()
-        until(lambda: self.inhibitors() == HELD, "the inhibitor")
-        self.assertNotIn("sleep-messages", client.call("status")["limitations"])
-        for count in (1, 2):
-            before = time.time()
-            self.prepare_for_sleep(True)
-            until(lambda: self.inhibitors() == [], "the allowance")
-            self.assertLess(time.time() - before, 5, "within logind's own patience")
-            (shutdown,), = self.rows("select shutdown from uptime")
-            self.assertGreaterEqual(shutdown, before - 0.01, "written before the allowance")
-            self.prepare_for_sleep(False)
-            until(lambda: self.inhibitors() == HELD, "the inhibitor after the wake")
-            answer = client.call("uptime.boots")  # asked of the file after the row was added
-            sleeps = self.rows('select start, "end" from sleep order by rowid')
-            self.assertEqual(len(sleeps), count)
-            self.assertEqual(sleeps[-1][0], shutdown)
-            self.assertGreaterEqual(sleeps[-1][1], shutdown)
-            self.assertEqual(answer["boots"][0]["end"], "running")
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+        with self.serving() as (daemon, client):
+            until(lambda: self.inhibitors() == HELD, "the inhibitor")
+            self.assertNotIn("sleep-messages", client.call("status")["limitations"])
+            for count in (1, 2):
+                before = time.time()
+                self.prepare_for_sleep(True)
+                until(lambda: self.inhibitors() == [], "the allowance")
+                self.assertLess(time.time() - before, 5, "within logind's own patience")
+                (shutdown,), = self.rows("select shutdown from uptime")
+                self.assertGreaterEqual(shutdown, before - 0.01, "written before the allowance")
+                self.prepare_for_sleep(False)
+                until(lambda: self.inhibitors() == HELD, "the inhibitor after the wake")
+                answer = client.call("uptime.boots")  # asked of the file after the row was added
+                sleeps = self.rows('select start, "end" from sleep order by rowid')
+                self.assertEqual(len(sleeps), count)
+                self.assertEqual(sleeps[-1][0], shutdown)
+                self.assertGreaterEqual(sleeps[-1][1], shutdown)
+                self.assertEqual(answer["boots"][0]["end"], "running")
         log = daemon.read_log()
         self.assertEqual((log.count("sleep\n"), log.count("wake\n")), (2, 2))
 
     def test_logind_may_come_and_go(self):
-        daemon = self.start().wait_ready()
-        client = daemon.client()
+        with self.serving() as (daemon, client):
 
-        def limited():
-            return "sleep-messages" in client.call("status")["limitations"]
+            def limited():
+                return "sleep-messages" in client.call("status")["limitations"]
 
-        until(limited, "the limitation, once the bus has answered")
-        logind = self.start_logind()
-        until(lambda: self.inhibitors() == HELD, "the inhibitor")
-        until(lambda: not limited(), "the end of the limitation")
-        logind.kill()
-        until(limited, "the limitation")
-        self.start_logind()
-        until(lambda: self.inhibitors() == HELD, "the inhibitor of the new logind")
-        self.prepare_for_sleep(True)
-        until(lambda: self.inhibitors() == [], "the allowance")
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+            until(limited, "the limitation, once the bus has answered")
+            logind = self.start_logind()
+            until(lambda: self.inhibitors() == HELD, "the inhibitor")
+            until(lambda: not limited(), "the end of the limitation")
+            logind.kill()
+            until(limited, "the limitation")
+            self.start_logind()
+            until(lambda: self.inhibitors() == HELD, "the inhibitor of the new logind")
+            self.prepare_for_sleep(True)
+            until(lambda: self.inhibitors() == [], "the allowance")
         self.assertEqual(daemon.read_log().count("sleep-messages"), 1, "said once")
 
     def test_a_logind_that_restarts_during_a_sleep_is_inhibited_anew(self):
@@ -197,36 +185,9 @@ class PowerTest(unittest.TestCase):
         with self.assertRaises(RuntimeError):
             client.call("uptime.boots", {"limit": 5000})
         client.close()
-        shown = subprocess.run([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "uptime", "--history"],
-                               capture_output=True, text=True, check=True).stdout
+        shown = self.ctl("uptime", "--history")
         self.assertIn("longest run", shown)
         self.assertIn("running", shown.splitlines()[-1])
-        self.assertEqual(daemon.stop(), 0)
-
-    def test_a_change_of_the_source_reaches_clients(self):
-        try:
-            import gi
-            gi.require_version("UMockdev", "1.0")
-            from gi.repository import UMockdev
-        except (ImportError, ValueError):
-            self.skipTest("no umockdev")
-        if os.environ.get("LD_PRELOAD") != PRELOAD:
-            self.skipTest("no umockdev in this process")
-        bed = UMockdev.Testbed.new()
-        adapter = bed.add_device("power_supply", "AC", None, ["type", "Mains", "online", "1"], [])
-        battery = bed.add_device("power_supply", "BAT0", None, ["type", "Battery", "status", "Charging", "capacity", "50"], [])
-        os.environ["UMOCKDEV_DIR"] = bed.get_root_dir()  # which the bed sets behind Python's back
-        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)  # not earlier: sending an event looks the device up
-        daemon = self.start().wait_ready()
-        client = daemon.client()
-        client.call("startRequestWithKey:interval:", 128, 1)
-        client.envelope(lambda e: e["type"] == "128")  # as it is now
-        bed.set_attribute(adapter, "online", "0")
-        bed.set_attribute(battery, "status", "Discharging")
-        for _ in range(2):  # the bed numbers them from 0, which libudev takes for no number
-            bed.uevent(adapter, "change")
-        client.envelope(lambda e: e["type"] == "128")
-        client.close()
         self.assertEqual(daemon.stop(), 0)
 
     def test_a_laptop_is_unplugged(self):
@@ -249,35 +210,27 @@ class PowerTest(unittest.TestCase):
         bed.add_device("power_supply", "hidpp_battery_0", None, mouse, [])
         os.environ["UMOCKDEV_DIR"] = bed.get_root_dir()  # which the bed sets behind Python's back
         self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
-        daemon = self.start().wait_ready()
-        client = daemon.client()
-        client.call("startRequestWithKey:interval:", 128, 1)
-        plugged = client.envelope(lambda e: e["type"] == "128")["battery"]
-        self.assertEqual((plugged["key"], plugged["source"]), ("5B10W 77", 1))
-        state = client.call("battery.state")
-        before = state["batteries"][0]
-        self.assertEqual((before["state"], before["cycles"], before["health"], before["power"]), (1, 123, 88, 24))
-        self.assertEqual([(p["name"], p["percentage"]) for p in state["peripherals"]], [("Ear phones", 65), ("Mouse", 40)])
+        with self.serving() as (daemon, client):
+            client.call("startRequestWithKey:interval:", 128, 1)
+            plugged = client.envelope(lambda e: e["type"] == "128")["battery"]
+            self.assertEqual((plugged["key"], plugged["source"]), ("5B10W 77", 1))
+            state = client.call("battery.state")
+            before = state["batteries"][0]
+            self.assertEqual((before["state"], before["cycles"], before["health"], before["power"]), (1, 123, 88, 24))
+            self.assertEqual([(p["name"], p["percentage"]) for p in state["peripherals"]], [("Ear phones", 65), ("Mouse", 40)])
 
-        bed.set_attribute(battery, "status", "Discharging")
-        bed.set_attribute(adapter, "online", "0")
-        for _ in range(2):  # the bed numbers them from 0, which libudev takes for no number
-            bed.uevent(adapter, "change")
-        unplugged = client.envelope(lambda e: e["type"] == "128" and e["battery"]["source"] == 0)["battery"]
-        self.assertGreaterEqual(unplugged["time"], plugged["time"])
-        until(lambda: client.call("battery.state")["batteries"][0]["state"] == 2, "the state")
-        sources = client.call("battery.history", {"figure": "source"})["rows"]
-        self.assertEqual([row["value"] for row in sources], [0, 1])
-
-        def shown(*words):
-            command = [os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "battery", *words]
-            return subprocess.run(command, capture_output=True, text=True, check=True).stdout
-
-        self.assertIn("on battery", shown())
-        self.assertIn("88 %, 4400 of 5000 mAh", shown("--history"))
-        self.assertEqual(json.loads(shown("--json", "--history"))["history"]["cycles"][0]["value"], 123)
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+            bed.set_attribute(battery, "status", "Discharging")
+            bed.set_attribute(adapter, "online", "0")
+            for _ in range(2):  # the bed numbers them from 0, which libudev takes for no number
+                bed.uevent(adapter, "change")
+            unplugged = client.envelope(lambda e: e["type"] == "128" and e["battery"]["source"] == 0)["battery"]
+            self.assertGreaterEqual(unplugged["time"], plugged["time"])
+            until(lambda: client.call("battery.state")["batteries"][0]["state"] == 2, "the state")
+            sources = client.call("battery.history", {"figure": "source"})["rows"]
+            self.assertEqual([row["value"] for row in sources], [0, 1])
+            self.assertIn("on battery", self.ctl("battery"))
+            self.assertIn("88 %, 4400 of 5000 mAh", self.ctl("battery", "--history"))
+            self.assertEqual(json.loads(self.ctl("battery", "--json", "--history"))["history"]["cycles"][0]["value"], 123)
         self.assertEqual(self.rows("select uuid, health from battery_health", "battery-history.db"), [("5B10W 77", 88)])
 
     def test_a_ups_without_a_driver_is_asked_over_hid(self):
@@ -312,24 +265,22 @@ class PowerTest(unittest.TestCase):
         bed.attach_ioctl("/dev/hidraw0", handler)
         os.environ["UMOCKDEV_DIR"] = bed.get_root_dir()  # which the bed sets behind Python's back
         self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
-        daemon = self.start().wait_ready()
-        client = daemon.client()
+        with self.serving() as (_, client):
+            self.ups_tells(client, reports, hanging, held)
+            asked = time.monotonic()
+        self.assertLess(time.monotonic() - asked, 10, "a UPS that hangs holds up the end")
+
+    def ups_tells(self, client, reports, hanging, held):
         ups, = client.call("battery.state")["batteries"]
         self.assertEqual([ups[name] for name in ("key", "name", "type", "percentage", "source", "state")],
                          ["Acme UPS 650 4B17", "Acme UPS 650", 1, 80, 1, 3])
         reports[1], reports[2] = bytes([79]) + (1200).to_bytes(2, "little"), bytes([0b0100])
         state = until(lambda: [b for b in client.call("battery.state")["batteries"] if b["state"] == 2], "the state")
         self.assertEqual((state[0]["percentage"], state[0]["source"]), (79, 0))
-        shown = subprocess.run([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "battery"],
-                               capture_output=True, text=True, check=True).stdout
-        self.assertIn("Acme UPS 650", shown)
+        self.assertIn("Acme UPS 650", self.ctl("battery"))
         hanging.append(True)
         until(lambda: client.call("battery.state") and held, "a reading that hangs")
         self.assertEqual(client.call("battery.state")["batteries"][0]["percentage"], 79)
-        client.close()
-        before = time.monotonic()
-        self.assertEqual(daemon.stop(), 0)
-        self.assertLess(time.monotonic() - before, 10)
 
     def start_bluez(self):
         """A BlueZ with an ear phone that is connected and one that is not."""

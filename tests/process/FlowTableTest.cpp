@@ -11,32 +11,23 @@ namespace {
 using Kind = SocketOwner::Kind;
 
 /// Owners by local port, as a test has them.
-class FakeOwners final : public SocketOwners {
-public:
-    struct Book {
-        std::map<std::uint16_t, SocketOwner> byPort;
-        std::map<std::uint16_t, SocketOwner> foundBySearch;
-        int questions = 0;
-    };
-    explicit FakeOwners(Book& book) : book_(book) { }
+struct FakeOwners final : SocketOwners {
     void beginBatch() override { }
     SocketOwner ownerOf(const SocketFlow& flow) override
     {
-        ++book_.questions;
-        return book_.byPort[flow.localPort];
+        ++questions;
+        return byPort[flow.localPort];
     }
     bool search() override
     {
-        const bool found = !book_.foundBySearch.empty();
-        for (const auto& [port, owner] : book_.foundBySearch) {
-            book_.byPort[port] = owner;
+        for (const auto& [port, owner] : foundBySearch) {
+            byPort[port] = owner;
         }
-        book_.foundBySearch.clear();
-        return found;
+        return !std::exchange(foundBySearch, {}).empty();
     }
-
-private:
-    Book& book_;
+    std::map<std::uint16_t, SocketOwner> byPort;
+    std::map<std::uint16_t, SocketOwner> foundBySearch;
+    int questions = 0;
 };
 
 class FlowTableTest : public ::testing::Test {
@@ -61,6 +52,13 @@ protected:
         now += seconds;
         table.settle(now, batch);
     }
+    /// One frame of a flow whose port belongs to so and so.
+    void send(std::uint16_t port, SocketOwner owner, double seconds = 0.1)
+    {
+        owners.byPort[port] = owner;
+        table.count(sent(port));
+        settle(seconds);
+    }
     double pidBytes(std::int32_t pid) const
     {
         double sum = 0;
@@ -71,8 +69,8 @@ protected:
     }
     static double bytes(const TrafficShare& share) { return share.download + share.upload; }
 
-    FakeOwners::Book owners;
-    FlowTable table{std::make_unique<FakeOwners>(owners)};
+    FakeOwners& owners = *new FakeOwners;
+    FlowTable table{std::unique_ptr<SocketOwners>(&owners)};
     TrafficBatch batch;
     double now = 1000;
 };
@@ -96,18 +94,12 @@ TEST_F(FlowTableTest, TheOwnerIsAskedForOnceAFlowAndNotOnceAFrame)
 
 TEST_F(FlowTableTest, BytesWaitForAnOwnerThatIsStillBeingLookedFor)
 {
-    owners.byPort[5000] = {Kind::Pending};
-    table.count(sent(5000));
-    settle();
+    send(5000, {Kind::Pending});
     EXPECT_EQ(pidBytes(42) + bytes(batch.unattributed), 0);
     owners.foundBySearch[5000] = {Kind::Process, 42};
-    table.count(sent(5000));
-    settle();
+    send(5000, {Kind::Pending});
     EXPECT_EQ(pidBytes(42), 200) << "at once, and nothing was lost";
-
-    owners.byPort[5001] = {Kind::Pending};
-    table.count(sent(5001));
-    settle();
+    send(5001, {Kind::Pending});
     settle(FlowTable::patience);
     EXPECT_EQ(bytes(batch.unattributed), 100) << "not for ever";
     EXPECT_EQ(table.waiting(), 0U);
@@ -150,24 +142,16 @@ TEST_F(FlowTableTest, AFlowWithoutASocketMayGetOneSoon)
 
 TEST_F(FlowTableTest, TheLastFramesOfAClosedConnectionAreItsProcesss)
 {
-    owners.byPort[5000] = {Kind::Process, 42};
-    table.count(sent(5000));
-    settle();
-    owners.byPort[5000] = {Kind::None};
-    table.count(sent(5000));
-    settle(5);
+    send(5000, {Kind::Process, 42});
+    send(5000, {Kind::None}, 5);
     EXPECT_EQ(pidBytes(42), 200);
-    owners.byPort[5000] = {Kind::Process, 43}; // another one took the port
-    table.count(sent(5000));
-    settle(5);
+    send(5000, {Kind::Process, 43}, 5); // another one took the port
     EXPECT_EQ(pidBytes(43), 100);
 }
 
 TEST_F(FlowTableTest, FramesOfAnInterfaceThatCarriesAnotherCountNowhere)
 {
-    owners.byPort[5000] = {Kind::Elsewhere};
-    table.count(sent(5000));
-    settle();
+    send(5000, {Kind::Elsewhere});
     EXPECT_EQ(bytes(batch.processes) + bytes(batch.kernel) + bytes(batch.unattributed), 0);
 }
 
@@ -219,11 +203,10 @@ TEST_F(FlowTableTest, MemoryIsBoundedAndTheSumsStayWhole)
     EXPECT_EQ(table.flows(), 0U);
 
     TrafficBatch late; // of a fold that does not come
-    for (std::int32_t i = 0; i < 100'000; ++i) {
+    for (std::int32_t i = 0; i < 200'000; ++i) {
         PacketRecord record;
-        record.pid = i;
+        record.pid = i / 2;
         record.downloadBytes = 1;
-        late.add(record);
         late.add(record);
     }
     EXPECT_EQ(late.packets.records().size(), PacketBuffer::mostRecords);

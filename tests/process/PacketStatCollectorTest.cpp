@@ -24,7 +24,9 @@ protected:
     {
         return pktap(pid, flags, 1, ethernet(0x0800, joined({ipv4(6, bytes), ports()})));
     }
-    void deliver(const Frame& frame) { machine.packetTap().deliver({captured(LinkType::Pktap, frame, 2000)}); }
+    FakePacketTap& tap() { return machine.packetTap(); }
+    void deliver(const Frame& frame) { tap().deliver({captured(LinkType::Pktap, frame, 2000)}); }
+    void changeNetwork() { machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr); }
 
     PacketStatCollector packets{machine.context, collector()};
 };
@@ -32,14 +34,12 @@ protected:
 TEST_F(PacketStatCollectorTest, FiguresAreTheBytesOfOneInterval)
 {
     packets.startCaputure();
-    deliver(tapped(42, 1, 1000));
-    deliver(tapped(42, 2, 300));
-    deliver(tapped(42, 1, 500));
-    deliver(tapped(-1, 1, 70));
-    deliver(tapped(4711, 1, 80));
+    for (const auto& frame :
+        {tapped(42, 1, 1000), tapped(42, 2, 300), tapped(42, 1, 500), tapped(-1, 1, 70), tapped(4711, 1, 80)}) {
+        deliver(frame);
+    }
     packets.process();
-    EXPECT_EQ(item(42).networkDownload(), 1500);
-    EXPECT_EQ(item(42).networkUpload(), 300);
+    EXPECT_THAT(traffic(42), are({1500, 300}));
     EXPECT_EQ(item(42).networkDownloadTime(), machine.runtime.wallTime());
     EXPECT_EQ(item(43).networkDownloadTime(), 0);
     EXPECT_EQ(packets.latest().unattributed.download, 150) << "no process, or one that came and went";
@@ -53,28 +53,28 @@ TEST_F(PacketStatCollectorTest, ChangesOfTheNetworkReplaceTheCaptureAndLoseNothi
 {
     packets.startCaputure();
     deliver(tapped(42, 1, 1000));
-    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
-    EXPECT_EQ(machine.packetTap().begun, 2);
-    EXPECT_EQ(machine.packetTap().running.size(), 1U);
+    changeNetwork();
+    EXPECT_EQ(tap().begun, 2);
+    EXPECT_EQ(tap().running.size(), 1U);
     deliver(tapped(42, 1, 10));
     packets.process();
     EXPECT_EQ(item(42).networkDownload(), 1010);
     EXPECT_EQ(packets.statistics().frames, 2U);
-    machine.packetTap().follows = true;
-    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
-    EXPECT_EQ(machine.packetTap().begun, 2);
+    tap().follows = true;
+    changeNetwork();
+    EXPECT_EQ(tap().begun, 2);
     packets.stopCapture();
-    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
-    EXPECT_TRUE(machine.packetTap().running.empty());
+    changeNetwork();
+    EXPECT_TRUE(tap().running.empty());
 }
 
 TEST_F(PacketStatCollectorTest, TheLastBatchOfACaptureCountsAndNothingAfterIt)
 {
     packets.startCaputure();
-    const auto sink = machine.packetTap().running[0]->sink;
+    const auto sink = tap().running[0]->sink;
     const Frame frame = tapped(42, 1, 1000);
     sink->frame(captured(LinkType::Pktap, frame, 2000)); // a batch is under way
-    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    changeNetwork();
     sink->frame(captured(LinkType::Pktap, frame, 2000)); // and the new capture sees this one too
     deliver(frame);
     sink->endBatch();
@@ -93,19 +93,19 @@ TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
     ASSERT_EQ(packets.captureInterface(interface), 0);
     // Received by its hardware address: from port 5000 to port 80 here.
     const Frame received = ethernet(0x0800, joined({ipv4(6, 600), ports()}));
-    machine.packetTap().deliver({captured(LinkType::Ethernet, received, 614)}, "en0");
+    tap().deliver({captured(LinkType::Ethernet, received, 614)}, "en0");
     packets.process();
     EXPECT_EQ(item(42).networkUpload(), 600) << "the first that matches takes it, and it is the sending end";
     EXPECT_EQ(item(43).networkDownload(), 0);
     machine.processConnections().rows = {{43, 80, 5000}};
-    machine.packetTap().deliver({captured(LinkType::Ethernet, received, 614)}, "en0");
+    tap().deliver({captured(LinkType::Ethernet, received, 614)}, "en0");
     packets.process();
     EXPECT_EQ(item(43).networkDownload(), 600);
     EXPECT_EQ(item(42).networkUpload(), 0) << "its connection is gone";
     EXPECT_EQ(packets.statistics().frames, 2U);
     packets.stopCapture();
     EXPECT_EQ(packets.statistics().frames, 2U) << "the same after the end";
-    machine.packetTap().refusal = "no such interface";
+    tap().refusal = "no such interface";
     EXPECT_LT(packets.captureInterface({.bsd = "en9", .mac = {}}), 0);
 }
 
@@ -118,28 +118,28 @@ TEST_F(PacketStatCollectorTest, WithoutTheRightTheKernelsCountersServe)
     keeper.plugInto(ports);
     std::vector<std::string> told;
     machine.host.limitations->listen([&](const std::string& key, const std::string&) { told.push_back(key); });
-    machine.packetTap().refusal = "Operation not permitted";
+    tap().refusal = "Operation not permitted";
     ports.startCapture();
     ports.startCapture();
-    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
-    EXPECT_EQ(machine.packetTap().refused, 2) << "as often as it was asked for, whatever the network does";
+    changeNetwork();
+    EXPECT_EQ(tap().refused, 2) << "as often as it was asked for, whatever the network does";
     ports.processCapture();
     EXPECT_EQ(told, std::vector<std::string>{"packet-capture"}) << "said once";
     EXPECT_TRUE(statistics.isStarted());
     EXPECT_EQ(keeper.describe()["source"], "counters");
     EXPECT_EQ(keeper.latestShares(), (Dictionary{{"source", "counters"}}));
 
-    machine.packetTap().refusal.clear();
+    tap().refusal.clear();
     ports.startCapture();
     EXPECT_FALSE(statistics.isStarted());
     EXPECT_EQ(keeper.describe()["source"], "capture");
     deliver(tapped(42, 1, 1000));
     ports.processCapture();
     EXPECT_EQ(keeper.latestShares()["attributed"]["d"], 1000);
-    machine.packetTap().running[0]->sink->failed("the tap is gone");
+    tap().running[0]->sink->failed("the tap is gone");
     ports.processCapture();
     EXPECT_TRUE(statistics.isStarted()) << "also when it ends by itself";
-    machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr);
+    changeNetwork();
     deliver(tapped(42, 1, 500));
     ports.processCapture();
     EXPECT_FALSE(statistics.isStarted()) << "one source at a time";

@@ -3,7 +3,9 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "tests/support/FakeHost.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <vector>
 
 namespace meridal::test {
 
@@ -32,12 +34,47 @@ protected:
     {
         source().set(process(pid, parent, name));
     }
+    struct Kin {
+        std::int32_t pid;
+        std::int32_t parent;
+        std::string_view name = "worker";
+    };
+    void set(std::initializer_list<Kin> processes)
+    {
+        for (const auto& [pid, parent, name] : processes) {
+            set(pid, parent, name);
+        }
+    }
     /// The row of a process, to change its counters.
     ProcessRecord& row(std::int32_t pid)
     {
         return *std::find_if(
             source().rows.begin(), source().rows.end(), [&](const auto& each) { return each.pid == pid; });
     }
+    /// What a process does before a pass.
+    struct Work {
+        double cpu = 0; ///< s
+        std::uint64_t read = 0;
+        std::uint64_t written = 0;
+        std::uint64_t wakeups = 0;
+    };
+    void pass(std::int32_t pid, const Work& work, double seconds = 2)
+    {
+        ProcessRecord& record = row(pid);
+        record.userTime += static_cast<std::uint64_t>(work.cpu * 1e9 + 0.5);
+        record.diskBytesRead += work.read;
+        record.diskBytesWritten += work.written;
+        record.idleWakeups += work.wakeups;
+        updateAfter(seconds);
+    }
+    /// CPU, power, bytes read and bytes written.
+    std::vector<double> figures(std::int32_t pid)
+    {
+        return {item(pid).cpu(), item(pid).power(), item(pid).diskRead(), item(pid).diskWrite()};
+    }
+    /// Bytes received and sent.
+    std::vector<double> traffic(std::int32_t pid) { return {item(pid).networkDownload(), item(pid).networkUpload()}; }
+    static auto are(const std::vector<double>& wanted) { return testing::Pointwise(testing::DoubleEq(), wanted); }
     const ProcessStatCollectorItem& item(std::int32_t pid) { return *collector().processForPid(pid); }
 
     void update() { collector().update(); }

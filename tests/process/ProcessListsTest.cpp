@@ -8,10 +8,7 @@ class ProcessListsTest : public test::ProcessFixture {
 protected:
     ProcessListsTest()
     {
-        set(1, 0, "launchd");
-        set(10, 1, "app");
-        set(11, 10, "helper");
-        set(12, 1, "tool");
+        set({{1, 0, "launchd"}, {10, 1, "app"}, {11, 10, "helper"}, {12, 1, "tool"}});
         for (auto& each : source().rows) {
             each.diskBytesRead = each.diskBytesWritten = 1;
         }
@@ -85,14 +82,11 @@ TEST_F(ProcessListsTest, RanksLargestFirstAndEqualOnesInTableOrder)
 
 TEST_F(ProcessListsTest, IdleDiskUsersRankByTheirLastActivity)
 {
-    row(12).diskBytesRead += 10;
-    updateAfter(2);
-    row(11).diskBytesRead += 10;
-    updateAfter(2);
+    pass(12, {.read = 10});
+    pass(11, {.read = 10});
     updateAfter(2);
     EXPECT_EQ(keys(collector().diskActivityProcesses(false)["read"]), Keys({"11", "12", "10", "1"}));
-    row(1).diskBytesRead += 10;
-    updateAfter(2);
+    pass(1, {.read = 10});
     EXPECT_EQ(keys(collector().diskActivityProcesses(false)["read"]), Keys({"1", "11", "12", "10"}));
 }
 

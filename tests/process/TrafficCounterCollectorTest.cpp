@@ -18,13 +18,24 @@ protected:
         set(42);
         set(43);
         update();
-        machine.trafficCounters().refusal.reset();
+        counting().refusal.reset();
+    }
+    FakeTrafficCounters& counting() { return machine.trafficCounters(); }
+    /// Counts one interval; started at the first.
+    void process()
+    {
+        if (counting().begun == 0) {
+            ASSERT_TRUE(counters.start());
+        }
+        counters.process();
     }
     /// What the next reading tells of a process.
-    void counted(std::int32_t pid, std::uint64_t received, std::uint64_t sent, std::int32_t parent = 1)
+    void counted(std::int32_t pid, std::uint64_t received, std::uint64_t sent, std::int32_t parent = 1,
+        std::uint64_t startIdentity = 0)
     {
-        machine.trafficCounters().next.counts.push_back({.pid = pid,
+        counting().next.counts.push_back({.pid = pid,
             .parentPid = parent,
+            .startIdentity = startIdentity,
             .bytesReceived = received,
             .bytesSent = sent,
             .packetsReceived = received > 0 ? 1U : 0U,
@@ -32,8 +43,8 @@ protected:
     }
     void crossed(std::uint64_t received, std::uint64_t sent)
     {
-        machine.trafficCounters().next.interfaceBytesReceived = received;
-        machine.trafficCounters().next.interfaceBytesSent = sent;
+        counting().next.interfaceBytesReceived = received;
+        counting().next.interfaceBytesSent = sent;
     }
 
     TrafficCounterCollector counters{machine.context, collector()};
@@ -43,20 +54,18 @@ protected:
 
 TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClose)
 {
-    ASSERT_TRUE(counters.start());
     counted(42, 1000, 300);
     counted(42, 500, 0);
     counted(0, 80, 0);
     crossed(2000, 400);
-    counters.process();
-    EXPECT_EQ(item(42).networkDownload(), 1500);
-    EXPECT_EQ(item(42).networkUpload(), 300);
+    process();
+    EXPECT_THAT(traffic(42), are({1500, 300}));
     EXPECT_EQ(item(42).networkDownloadTime(), machine.runtime.wallTime());
     EXPECT_EQ(counters.latest().unattributed.download, 80) << "of processes that found no room";
     EXPECT_EQ(counters.latest().kernel.download, 2000 - 1580);
     EXPECT_EQ(counters.latest().kernel.upload, 100);
     EXPECT_EQ(counters.latest().kernel.linkBytes, 2400 - 1880 - 4 * 14) << "less an Ethernet header for each packet";
-    counters.process();
+    process();
     EXPECT_EQ(item(42).networkDownload(), 0);
     EXPECT_EQ(counters.total().processes.download, 1500);
     EXPECT_EQ(counters.total().frames, 4U);
@@ -64,11 +73,10 @@ TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClo
 
 TEST_F(TrafficCounterCollectorTest, LastBytesOfAnEndedProcessCountForItsParent)
 {
-    ASSERT_TRUE(counters.start());
     counted(4711, 0, 500, 43);
     counted(4713, 0, 7, 4711); // a child of that one
     counted(4712, 0, 60, 1);   // orphans are nobody's: pid 1 did not send that
-    counters.process();
+    process();
     EXPECT_EQ(item(43).networkUpload(), 507);
     EXPECT_EQ(item(1).networkUpload(), 0);
     EXPECT_EQ(counters.latest().unattributed.upload, 60);
@@ -76,12 +84,9 @@ TEST_F(TrafficCounterCollectorTest, LastBytesOfAnEndedProcessCountForItsParent)
 
 TEST_F(TrafficCounterCollectorTest, WhoTookOverThePidOfAnEndedProcessDoesNotGetItsBytes)
 {
-    ASSERT_TRUE(counters.start());
-    counted(43, 0, 500, 42); // of a process before the one that has the pid now
-    machine.trafficCounters().next.counts.back().startIdentity = 42;
-    counted(42, 0, 60, 43);
-    machine.trafficCounters().next.counts.back().startIdentity = 41;
-    counters.process();
+    counted(43, 0, 500, 42, 42); // of a process before the one that has the pid now
+    counted(42, 0, 60, 43, 41);
+    process();
     EXPECT_EQ(item(43).networkUpload(), 0);
     EXPECT_EQ(item(42).networkUpload(), 500) << "the parent is older than its child";
     EXPECT_EQ(counters.latest().unattributed.upload, 60) << "both pids are others' by now";
@@ -89,11 +94,10 @@ TEST_F(TrafficCounterCollectorTest, WhoTookOverThePidOfAnEndedProcessDoesNotGetI
 
 TEST_F(TrafficCounterCollectorTest, NetworksOfTheirOwnAreNoPartOfTheSum)
 {
-    ASSERT_TRUE(counters.start());
     counted(42, 1000, 0);
-    machine.trafficCounters().next.counts.back().isElsewhere = true;
+    counting().next.counts.back().isElsewhere = true;
     crossed(1000, 1000); // forwarded, in and out
-    counters.process();
+    process();
     EXPECT_EQ(item(42).networkDownload(), 1000);
     EXPECT_EQ(counters.elsewhere().download, 1000);
     EXPECT_EQ(counters.latest().processes.download, 0);
@@ -102,31 +106,26 @@ TEST_F(TrafficCounterCollectorTest, NetworksOfTheirOwnAreNoPartOfTheSum)
 
 TEST_F(TrafficCounterCollectorTest, WhatIsCountedOnDifferentSidesOfAReadingCountsOnce)
 {
-    ASSERT_TRUE(counters.start());
     counted(42, 1000, 0);
-    crossed(600, 0); // the rest was still on its way up
-    counters.process();
-    EXPECT_EQ(counters.latest().kernel.download, 0) << "never negative";
-    crossed(400, 0);
-    counters.process();
-    EXPECT_EQ(counters.latest().kernel.download, 0);
-    crossed(10, 0);
-    counters.process();
-    EXPECT_EQ(counters.latest().kernel.download, 10);
+    // Of 1000 some were still on their way up; never negative.
+    for (const auto& [crossing, kernel] : {std::pair(600, 0), std::pair(400, 0), std::pair(10, 10)}) {
+        crossed(static_cast<std::uint64_t>(crossing), 0);
+        process();
+        EXPECT_EQ(counters.latest().kernel.download, kernel) << crossing;
+    }
 }
 
 TEST_F(TrafficCounterCollectorTest, WhatNoInterfaceEverCarriedDoesNotHideTheKernelsTrafficForEver)
 {
-    ASSERT_TRUE(counters.start());
     for (int flood = 0; flood < 10; ++flood) { // a queue drops all that the process sends
         counted(42, 0, 1000);
         crossed(0, 0);
-        counters.process();
+        process();
     }
     double kernel = 0;
     for (int reading = 0; reading < 10; ++reading) {
         crossed(0, 500);
-        counters.process();
+        process();
         kernel += counters.latest().kernel.upload;
     }
     EXPECT_EQ(kernel, 5000 - 1000) << "what one reading held may still be on its way";
@@ -139,7 +138,7 @@ TEST_F(TrafficCounterCollectorTest, TheKeeperTakesTheFirstSourceThatWorks)
     keeper.plugInto(ports);
     ports.startCapture();
     ports.startCapture();
-    EXPECT_EQ(machine.trafficCounters().begun, 1) << "a second client does not start it over";
+    EXPECT_EQ(counting().begun, 1) << "a second client does not start it over";
     EXPECT_EQ(keeper.describe()["source"], "bpf");
     EXPECT_EQ(keeper.describe()["method"], "fake");
     EXPECT_EQ(machine.packetTap().begun, 0);
@@ -150,14 +149,14 @@ TEST_F(TrafficCounterCollectorTest, TheKeeperTakesTheFirstSourceThatWorks)
     EXPECT_EQ(keeper.latestShares()["kernel"]["d"], 14);
     EXPECT_EQ(keeper.describe()["processBytes"], 1014);
     ports.stopCapture();
-    EXPECT_EQ(machine.trafficCounters().running, 0);
+    EXPECT_EQ(counting().running, 0);
     EXPECT_EQ(keeper.describe()["source"], "none");
 
-    machine.trafficCounters().refusal = {ErrorCode::NotPermitted, "locked down"};
+    counting().refusal = {ErrorCode::NotPermitted, "locked down"};
     ports.startCapture();
     EXPECT_EQ(keeper.describe()["source"], "capture");
     EXPECT_NE(machine.host.limitations->all().at("traffic-counters").find("locked down"), std::string::npos);
-    machine.trafficCounters().refusal.reset();
+    counting().refusal.reset();
     ports.stopCapture();
     ports.startCapture();
     EXPECT_FALSE(machine.host.limitations->all().contains("traffic-counters"));
@@ -176,7 +175,7 @@ TEST_F(TrafficCounterCollectorTest, ASourceThatWasChosenStandsForItself)
     EXPECT_EQ(sourceFor(TrafficSource::Pcap), "capture");
     EXPECT_EQ(sourceFor(TrafficSource::Sockets), "counters");
     EXPECT_TRUE(machine.host.limitations->all().empty()) << "as was wished";
-    machine.trafficCounters().refusal = {ErrorCode::NotFound, "no such thing"};
+    counting().refusal = {ErrorCode::NotFound, "no such thing"};
     EXPECT_EQ(sourceFor(TrafficSource::Bpf), "none");
     EXPECT_TRUE(machine.host.limitations->all().contains("traffic-counters"));
 }

@@ -25,7 +25,7 @@ TEST_F(SensorsTest, OfWhatAClientKnowsItGetsWhatIsThere)
     const Value given = json(R"([{"key":"TC0P","name":"CPU","low":"10","high":90.5,"extra":[1]},
         {"key":"VC0C","name":"Core","low":0,"high":0},{"key":"TXXX"},{"key":"TH0P"},{"key":"TG0D"},{"key":"TNaN"},
         {"key":"F0Ac"},{"key":"TC0PX"},{"key":"TC0"},{"name":"keyless"},17,null,[]])");
-    const Value entries = daemon->ports.supportedElectricSensors(given, PowerDetail::Fine);
+    const Value entries = electric(given, PowerDetail::Fine);
     ASSERT_THAT(keysOf(entries), ElementsAre("TC0P", "VC0C", "TG0D", "TNaN"));
     EXPECT_EQ(entries[0],
         (Value{{"type", 0}, {"config", given[0]}, {"key", "TC0P"}, {"name", "CPU"}, {"value", 41.5}, {"low", 0.0},
@@ -34,7 +34,7 @@ TEST_F(SensorsTest, OfWhatAClientKnowsItGetsWhatIsThere)
         entries[1], (Value{{"type", 3}, {"config", given[1]}, {"key", "VC0C"}, {"name", "Core"}, {"value", 1.25}}));
     EXPECT_EQ(entries[3]["value"], 0.0) << "nothing that leaves the daemon is no number";
     for (const char* nonsense : {"null", "{}", "17", "\"TC0P\"", "[[[]]]"}) {
-        EXPECT_EQ(daemon->ports.supportedElectricSensors(json(nonsense), PowerDetail::Fine), Value::array());
+        EXPECT_EQ(electric(json(nonsense), PowerDetail::Fine), Value::array());
         EXPECT_EQ(daemon->ports.supportedFans(json(nonsense)), Value::array());
         EXPECT_EQ(daemon->ports.supportedArmSensors(json(nonsense)), Value::array());
     }
@@ -48,7 +48,7 @@ TEST_F(SensorsTest, ComputedSensorsNeedAllTheirFactors)
     start();
     const Value given = json(R"([{"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},
         {"key":"XW02","multiply":["VC0C","IXXX","IC0C"],"type":"watts"},{"key":"XA01","average":["TXXX","TYYY"]}])");
-    const Value entries = daemon->ports.supportedElectricSensors(given, PowerDetail::Fine);
+    const Value entries = electric(given, PowerDetail::Fine);
     EXPECT_THAT(keysOf(entries), ElementsAre("XW01", "XA01")) << "the keys of an average are not checked";
     EXPECT_EQ(entries[0]["type"], sensorKind::power);
 
@@ -173,7 +173,7 @@ TEST_F(SensorsTest, AnSMCThatNobodyNamesIsListedByItsKeys)
     smc().keys["IC0C"].readFails = true;
     start();
     EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "VC0C"));
-    daemon->ports.supportedElectricSensors(json(R"([{"key":"TC0P","name":"CPU Proximity"}])"), PowerDetail::Averaged);
+    electric(json(R"([{"key":"TC0P","name":"CPU Proximity"}])"));
     EXPECT_EQ(list()[0]["name"], "CPU Proximity");
     EXPECT_EQ(list()[1]["name"], "VC0C");
 }
@@ -186,7 +186,7 @@ TEST_F(SensorsTest, ItemsAreBounded)
         const std::string key = std::to_string(1000 + number);
         given.push_back({{"key", key}, {"name", std::string(1000, 'n')}, {"average", {"TC0P"}}});
     }
-    EXPECT_THAT(daemon->ports.supportedElectricSensors(given, PowerDetail::Averaged), SizeIs(3000));
+    EXPECT_THAT(electric(given), SizeIs(3000));
     EXPECT_THAT(collector().items(), SizeIs(SensorsStatCollectorMac::mostItems));
     EXPECT_LE(collector().sensors().front()->name().size(), 256U);
 
@@ -205,7 +205,7 @@ TEST_F(SensorsTest, WhatClientsMakeUpIsForgottenAfterAnHour)
     smc().setFloat("TC0P", 40);
     start();
     const Value given = json(R"([{"key":"TC0P"},{"key":"XA01","average":["TXXX"]}])");
-    daemon->ports.supportedElectricSensors(given, PowerDetail::Averaged);
+    electric(given);
     machine.runtime.advance(SensorsStatCollectorMac::unprovenFor - 10);
     EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "XA01"));
     machine.runtime.advance(20);
@@ -223,7 +223,7 @@ TEST_F(SensorsTest, AFigureOfManyKeysIsAnsweredButNotSampled)
         return Value{{"key", "XA" + std::to_string(keys)}, {"average", std::vector<std::string>(keys, "TC0P")}};
     };
     const Value given = Value::array({meanOf(mostSampledKeys), meanOf(mostSampledKeys + 1)});
-    EXPECT_THAT(daemon->ports.supportedElectricSensors(given, PowerDetail::Averaged), SizeIs(2));
+    EXPECT_THAT(electric(given), SizeIs(2));
     EXPECT_EQ(ask(given[1]), 40);
     EXPECT_THAT(collector().items(), SizeIs(1));
 }

@@ -1,7 +1,5 @@
 // What clients other than root may learn of power: averages over two seconds or more, to a tenth of a watt, on every way.
 
-#include "daemon/HistoryQuestions.h"
-#include "daemon/transport/Link.h"
 #include "tests/sensors/SensorsFixture.h"
 
 #include <gmock/gmock.h>
@@ -48,8 +46,7 @@ TEST_F(SensorsTest, RootSeesPowerAsItIs)
     smc().setFloat("PC0C", 12.3456F);
     start();
     EXPECT_EQ(ask(power, PowerDetail::Fine), 12.3456F);
-    const Value entries = daemon->ports.supportedElectricSensors(Value::array({power}), PowerDetail::Fine);
-    EXPECT_EQ(entries[0]["value"], 12.3456F);
+    EXPECT_EQ(electric(Value::array({power}), PowerDetail::Fine)[0]["value"], 12.3456F);
 }
 
 TEST_F(SensorsTest, OthersGetAveragesHoweverOftenTheyAsk)
@@ -116,7 +113,7 @@ TEST_F(SensorsTest, AClientsWordsChangeNothingThatTheHostFound)
         if (!isAskedFirst) {
             list();
         }
-        const Value entries = daemon->ports.supportedElectricSensors(given, PowerDetail::Averaged);
+        const Value entries = electric(given);
         daemon->ports.supportedArmSensors(given);
         ASSERT_THAT(keysOf(entries), testing::ElementsAre("TC0P", "TXPW", "TX01"));
         EXPECT_EQ(entries[0]["config"], given[0]);
@@ -141,7 +138,7 @@ TEST_F(SensorsTest, ListsAndHistoryAreAsCoarse)
     smc().setFloat("TXPW", 10.06F);
     start();
     EXPECT_EQ(list()[0]["value"], nullptr);
-    Value entries = daemon->ports.supportedElectricSensors(json(R"([{"key":"TXPW"}])"), PowerDetail::Averaged);
+    Value entries = electric(json(R"([{"key":"TXPW"}])"));
     EXPECT_EQ(entries[0]["value"], 0) << "told by the host, whatever the key's letter";
     EXPECT_EQ(ask(json(R"({"key":"TXPWX"})")), 0) << "the same key to the SMC";
     machine.runtime.advance(10);
@@ -153,22 +150,17 @@ TEST_F(SensorsTest, ListsAndHistoryAreAsCoarse)
     EXPECT_NEAR(listed["value"].get<double>(), 10.1, 1e-9);
     EXPECT_NEAR(listed["highest"].get<double>(), 50.1, 1e-9) << "the highest average, not the highest reading";
     EXPECT_NEAR(list(PowerDetail::Fine)[0]["value"].get<double>(), 10.06F, 1e-6);
-    entries = daemon->ports.supportedElectricSensors(json(R"([{"key":"TXPW"}])"), PowerDetail::Averaged);
+    entries = electric(json(R"([{"key":"TXPW"}])"));
     EXPECT_NEAR(entries[0]["value"].get<double>(), 10.1, 1e-9);
 
-    const HistoryQuestions questions(daemon->catalogue);
-    std::vector<Value> pages;
-    for (const Peer& peer : {Peer{.uid = 1000, .gid = 1000, .known = true}, Peer{.uid = 0, .gid = 0, .known = true}}) {
-        questions.samples({{"series", "sensors/TXPW"}}, peer,
-            [&](const Result<Value>& page) { pages.push_back(page ? page->at("samples") : Value()); });
-        machine.runtime.runDue();
-    }
-    ASSERT_EQ(pages.size(), 2U);
-    ASSERT_GT(pages[0].size(), 5U);
-    for (const Value& sample : pages[0]) {
+    const auto samplesFor = [this](std::uint32_t user) {
+        return history({{"series", "sensors/TXPW"}}, {.uid = user, .gid = user, .known = true}).at("samples");
+    };
+    ASSERT_GT(samplesFor(1000).size(), 5U);
+    for (const Value& sample : samplesFor(1000)) {
         EXPECT_TRUE(isCoarse(sample["values"][0].get<double>())) << sample;
     }
-    EXPECT_FALSE(isCoarse(pages[1].back()["values"][0].get<double>()));
+    EXPECT_FALSE(isCoarse(samplesFor(0).back()["values"][0].get<double>()));
 }
 
 } // namespace

@@ -1,13 +1,10 @@
 #include "collectors/sensors/SensorLimits.h"
-#include "daemon/HistoryQuestions.h"
-#include "daemon/transport/Link.h"
 #include "database/SQLiteConnection.h"
 #include "tests/sensors/SensorsFixture.h"
 
 #include <gmock/gmock.h>
 
 #include <map>
-#include <optional>
 
 namespace meridal::test {
 namespace {
@@ -26,7 +23,7 @@ TEST_F(SensorsTest, NothingIsSampledBeforeAClientAsks)
     EXPECT_EQ(daemon->made, 0);
     EXPECT_THAT(smc().sent, IsEmpty());
 
-    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    electric(json(cpu));
     machine.runtime.advance(2);
     const auto before = smc().count(SMCCommand::ReadKey, "TC0P");
     machine.runtime.advance(20);
@@ -38,9 +35,7 @@ TEST_F(SensorsTest, AReadingThatFailsIsAbsentAndTheOthersAreNot)
 {
     smc().setFloat("TC0P", 40);
     smc().setFloat("TC1P", 50);
-    start();
-    daemon->ports.supportedElectricSensors(json(R"([{"key":"TC0P"},{"key":"TC1P"}])"), PowerDetail::Averaged);
-    machine.runtime.advance(10);
+    startWith(R"([{"key":"TC0P"},{"key":"TC1P"}])", 10);
     smc().keys["TC0P"].readFails = true;
     smc().setFloat("TC1P", 51);
     machine.runtime.advance(4);
@@ -57,34 +52,30 @@ TEST_F(SensorsTest, AReadingThatFailsIsAbsentAndTheOthersAreNot)
 
 TEST_F(SensorsTest, LimitsFixOrFollowTheRange)
 {
-    smc().setFloat("TC0P", 40);
-    smc().setFloat("TC1P", 40);
-    smc().setFloat("TC2P", 40);
-    start();
-    daemon->ports.supportedElectricSensors(
-        json(R"([{"key":"TC0P","low":20,"high":100},{"key":"TC1P"},{"key":"TC2P","low":90,"high":10}])"),
-        PowerDetail::Averaged);
-    machine.runtime.advance(3);
-    for (const float value : {30.0F, 60.0F, 40.0F}) {
+    const auto measure = [this](float value, double seconds) {
         for (const char* key : {"TC0P", "TC1P", "TC2P"}) {
             smc().setFloat(key, value);
         }
-        machine.runtime.advance(2);
+        machine.runtime.advance(seconds);
+    };
+    measure(40, 0);
+    startWith(R"([{"key":"TC0P","low":20,"high":100},{"key":"TC1P"},{"key":"TC2P","low":90,"high":10}])", 3);
+    for (const float value : {30.0F, 60.0F, 40.0F}) {
+        measure(value, 2);
     }
     EXPECT_EQ(collector().sensorWithKey("TC0P")->percentage(), 25);
     EXPECT_NEAR(collector().sensorWithKey("TC1P")->percentage(), 100.0 / 3, 1e-9) << "between 30 and 60";
     EXPECT_EQ(collector().sensorWithKey("TC2P")->percentage(), 0) << "a range upside down is none";
-    EXPECT_EQ(list()[2]["low"], nullptr);
-    EXPECT_EQ(list()[1]["lowest"], 30);
-    EXPECT_EQ(list()[1]["highest"], 60);
+    const Value sensors = list();
+    EXPECT_EQ(sensors[2]["low"], nullptr);
+    EXPECT_EQ(sensors[1]["lowest"], 30);
+    EXPECT_EQ(sensors[1]["highest"], 60);
 }
 
 TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
 {
     smc().setFloat("TC0P", 40);
-    start();
-    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
-    machine.runtime.advance(5);
+    startWith(cpu, 5);
     smc().setFloat("TC0P", 90);
     machine.runtime.advance(2);
     smc().setFloat("TC0P", 30);
@@ -96,23 +87,19 @@ TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
         "DEFAULT 0)");
 
     smc().setFloat("TC0P", 50);
-    start();
-    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
-    machine.runtime.advance(4);
+    startWith(cpu, 4);
     const auto item = collector().sensorWithKey("TC0P");
     EXPECT_EQ(item->lowestRecordedValue(), 30);
     EXPECT_EQ(item->highestRecordedValue(), 90);
     daemon.reset();
 
     start();
-    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
+    electric(json(cpu));
     daemon.reset(); // before it knows what there is
     EXPECT_EQ(rows("select low, high from sensor_limits"), (std::vector<Dictionary>{{{"low", 30.0}, {"high", 90.0}}}));
 
     rows("update sensor_limits set low = 0, high = 20");
-    start();
-    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
-    machine.runtime.advance(4);
+    startWith(cpu, 4);
     EXPECT_EQ(collector().sensorWithKey("TC0P")->lowestRecordedValue(), 50) << "0 says that nothing was seen";
     EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 50);
 }
@@ -131,11 +118,9 @@ TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
 
     // A file that answers late: the reading lost meanwhile is asked for again with the rows of the record.
     smc().setFloat("TC0P", 40);
-    start();
-    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
-    machine.runtime.advance(4);
+    startWith(cpu, 4);
     rows("alter table hour_sensorhistory rename to elsewhere");
-    daemon->ports.supportedElectricSensors(json(R"([{"key":"XA01","average":["TC0P"]}])"), PowerDetail::Averaged);
+    electric(json(R"([{"key":"XA01","average":["TC0P"]}])"));
     machine.runtime.advance(4);
     EXPECT_TRUE(collector().sensorWithKey("TC0P")->knowsStoredLimits());
     EXPECT_FALSE(collector().sensorWithKey("XA01")->knowsStoredLimits());
@@ -147,15 +132,11 @@ TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
 TEST_F(SensorsTest, WithoutARowTheHighestIsThatOfHistory)
 {
     smc().setFloat("TC0P", 70);
-    start();
-    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
-    machine.runtime.advance(60);
+    startWith(cpu, 60);
     daemon.reset();
     rows("delete from sensor_limits");
     smc().setFloat("TC0P", 30);
-    start();
-    daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged);
-    machine.runtime.advance(1);
+    startWith(cpu, 1);
     EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 70);
     EXPECT_EQ(rows("select high from sensor_limits")[0]["high"], 70);
 }
@@ -189,14 +170,9 @@ TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
     EXPECT_EQ((*hour)[SlotIndex{0}].values[0], 44);
     EXPECT_EQ((*hour)[SlotIndex{20}].values[0], 42) << "reloaded";
 
-    const HistoryQuestions questions(daemon->catalogue);
-    std::optional<Result<Value>> answer;
-    questions.samples({{"series", "sensors/TC0P"}, {"resolution", "day"}}, Peer{},
-        [&answer](Result<Value> result) { answer = std::move(result); });
-    machine.runtime.runDue();
-    ASSERT_TRUE(answer && *answer);
-    EXPECT_GT((*answer)->at("samples").size(), 400U);
-    EXPECT_EQ((*answer)->at("unit"), "°C");
+    const Value page = history({{"series", "sensors/TC0P"}, {"resolution", "day"}});
+    EXPECT_GT(page.at("samples").size(), 400U);
+    EXPECT_EQ(page.at("unit"), "°C");
 }
 
 TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
@@ -206,10 +182,9 @@ TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
         smc().setFloat(key, 4000);
     }
     machine.sensorServices().services[{0xFF00, 5}] = {{"eACC1", 50.0}};
-    start();
-    daemon->ports.supportedElectricSensors(json(R"([{"key":"TC0P","name":"CPU","low":10,"high":90,"type":0},
-        {"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},{"key":"XA01","average":["TC0P","","TC1P"]}])"),
-        PowerDetail::Averaged);
+    startWith(R"([{"key":"TC0P","name":"CPU","low":10,"high":90,"type":0},
+        {"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},{"key":"XA01","average":["TC0P","","TC1P"]}])",
+        0);
     daemon->ports.supportedFans(json(R"([{"key":"F1Ac","name":"Left"}])"));
     daemon->ports.supportedArmSensors(json(R"([{"key":"AS_EFF_AVG","name":"Slow cores","high":110}])"));
     machine.runtime.advance(10);
@@ -282,7 +257,7 @@ TEST_F(SensorsTest, AMachineWithoutSensorsAnswersEmpty)
     smc().present = false;
     start();
     EXPECT_EQ(list(), Value::array());
-    EXPECT_EQ(daemon->ports.supportedElectricSensors(json(cpu), PowerDetail::Averaged), Value::array());
+    EXPECT_EQ(electric(json(cpu)), Value::array());
     EXPECT_EQ(ask(json(R"({"key":"PC0C"})")), -1);
     machine.runtime.advance(60);
     EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "sensors.db"));

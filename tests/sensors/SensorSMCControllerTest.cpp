@@ -43,6 +43,12 @@ protected:
         return value;
     }
     std::vector<std::uint8_t> written(const std::string& key) const { return smc.keys.at(key).bytes; }
+    float writtenFloat(const std::string& key) const
+    {
+        float value = 0;
+        std::memcpy(&value, written(key).data(), sizeof value);
+        return value;
+    }
 };
 
 TEST_F(SensorSMCControllerTest, TheRecordsThatGoToTheDriverAreTheseBytes)
@@ -58,21 +64,6 @@ TEST_F(SensorSMCControllerTest, TheRecordsThatGoToTheDriverAreTheseBytes)
     EXPECT_EQ(bytesOf(smc.sent[1]), record({{0, {'P', '0', 'C', 'T'}}, {28, {2}}, {42, {5}}}));
     EXPECT_EQ(bytesOf(smc.sent[2]), record({{0, {'n', 'M', '0', 'F'}}, {42, {9}}}));
     EXPECT_EQ(bytesOf(smc.sent[3]), record({{0, {'n', 'M', '0', 'F'}}, {28, {2}}, {42, {6}}, {48, {0x12, 0xC0}}}));
-}
-
-TEST_F(SensorSMCControllerTest, AsksForTypeAndSizeOnceAKey)
-{
-    smc.set("TC0P", "sp78", {0x2A, 0x80});
-    controller.open();
-    for (int i = 0; i < 3; ++i) {
-        const SMCKeyValue value = read("TC0P");
-        EXPECT_EQ(value.dataSize, 2U);
-        EXPECT_STREQ(value.dataType.data(), "sp78");
-        EXPECT_EQ(value.bytes[0], 0x2A);
-        EXPECT_EQ(value.bytes[1], 0x80);
-    }
-    EXPECT_EQ(smc.count(SMCCommand::ReadKeyInfo), 1);
-    EXPECT_EQ(smc.count(SMCCommand::ReadKey), 3);
 }
 
 TEST_F(SensorSMCControllerTest, AnAbsentKeyIsRememberedUntilKeysComeAndGo)
@@ -95,7 +86,12 @@ TEST_F(SensorSMCControllerTest, AFailedReadGivesZeros)
     smc.keys["TC0P"].readFails = true;
     const SMCKeyValue value = read("TC0P");
     EXPECT_EQ(value.dataSize, 2U);
+    EXPECT_STREQ(value.dataType.data(), "sp78");
     EXPECT_EQ(value.bytes, (std::array<std::uint8_t, 32>{}));
+    smc.keys["TC0P"].readFails = false;
+    EXPECT_EQ(read("TC0P").bytes[0], 0x2A);
+    EXPECT_EQ(read("TC0P").bytes[1], 0x80);
+    EXPECT_EQ(smc.count(SMCCommand::ReadKeyInfo), 1) << "once a key";
 }
 
 TEST_F(SensorSMCControllerTest, KeysThatClientsMakeUpDoNotFillTheMemory)
@@ -146,18 +142,14 @@ TEST_F(SensorSMCControllerTest, WritesFloatsToKeysOfFourBytesAndQuartersToOthers
     smc.set("F0Mn", "fpe2", {0, 0});
     controller.open();
     EXPECT_EQ(controller.writeValue(2000.5, "F0Tg"), IOStatus::Success);
-    float speed = 0;
-    std::memcpy(&speed, written("F0Tg").data(), sizeof speed);
-    EXPECT_EQ(speed, 2000.5F);
-    const auto quarters = [&](const Value& value) {
+    EXPECT_EQ(writtenFloat("F0Tg"), 2000.5F);
+    const std::pair<Value, std::vector<std::uint8_t>> quarters[] = {{"1200", {0x12, 0xC0}}, {10, {0x00, 0x28}},
+        {100'000, {0x61, 0xA8}}, // the first four of 61a80
+        {-1, {0xFF, 0xFF}}, {Value::array(), {0, 0}}};
+    for (const auto& [value, bytes] : quarters) {
         controller.writeValue(value, "F0Mn");
-        return written("F0Mn");
-    };
-    EXPECT_EQ(quarters("1200"), (std::vector<std::uint8_t>{0x12, 0xC0}));
-    EXPECT_EQ(quarters(10), (std::vector<std::uint8_t>{0x00, 0x28}));
-    EXPECT_EQ(quarters(100'000), (std::vector<std::uint8_t>{0x61, 0xA8})); // the first four of 61a80
-    EXPECT_EQ(quarters(-1), (std::vector<std::uint8_t>{0xFF, 0xFF}));
-    EXPECT_EQ(quarters(Value::array()), (std::vector<std::uint8_t>{0, 0}));
+        EXPECT_EQ(written("F0Mn"), bytes) << value;
+    }
 }
 
 TEST_F(SensorSMCControllerTest, WritesRawBytes)
@@ -167,15 +159,13 @@ TEST_F(SensorSMCControllerTest, WritesRawBytes)
     smc.set("FS! ", "ui16", {9, 9});
     controller.open();
     controller.writeRawValue("1800.25", "F0Tg");
-    float speed = 0;
-    std::memcpy(&speed, written("F0Tg").data(), sizeof speed);
-    EXPECT_EQ(speed, 1800.25F);
-    controller.writeRawValue("257", "F0Md");
-    EXPECT_EQ(written("F0Md"), (std::vector<std::uint8_t>{1}));
-    controller.writeRawValue("01fE", "FS! ");
-    EXPECT_EQ(written("FS! "), (std::vector<std::uint8_t>{0x01, 0xFE}));
-    controller.writeRawValue("12", "FS! ");
-    EXPECT_EQ(written("FS! "), (std::vector<std::uint8_t>{0, 0}));
+    EXPECT_EQ(writtenFloat("F0Tg"), 1800.25F);
+    const std::tuple<const char*, const char*, std::vector<std::uint8_t>> writes[] = {
+        {"F0Md", "257", {1}}, {"FS! ", "01fE", {0x01, 0xFE}}, {"FS! ", "12", {0, 0}}};
+    for (const auto& [key, text, bytes] : writes) {
+        controller.writeRawValue(text, key);
+        EXPECT_EQ(written(key), bytes) << text;
+    }
 }
 
 TEST_F(SensorSMCControllerTest, ARefusedKeyIsNotWritten)

@@ -6,7 +6,9 @@
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
+#include "daemon/HistoryQuestions.h"
 #include "daemon/SensorsKeeper.h"
+#include "daemon/transport/Link.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/PlatformController.h"
 #include "tests/support/FakeHost.h"
@@ -63,6 +65,29 @@ protected:
         daemon.reset();
         daemon = std::make_unique<Daemon>(machine);
         machine.runtime.runDue();
+    }
+    /// The daemon starts, a client asks for these sensors, and time passes.
+    Value startWith(const char* configurations, double seconds)
+    {
+        start();
+        const Value entries = electric(json(configurations));
+        machine.runtime.advance(seconds);
+        return entries;
+    }
+    Value electric(const Value& configurations, PowerDetail detail = PowerDetail::Averaged)
+    {
+        return daemon->ports.supportedElectricSensors(configurations, detail);
+    }
+    /// A page of recorded history, as this user gets it.
+    Value history(const Value& question, const Peer& peer = {})
+    {
+        Value page;
+        HistoryQuestions(daemon->catalogue).samples(question, peer, [&](const Result<Value>& answer) {
+            ASSERT_TRUE(answer) << answer.error().message;
+            page = *answer;
+        });
+        machine.runtime.runDue();
+        return page;
     }
     /// An SMC that is emulated, as on every machine of another vendor.
     void emulate() { machine.machine().service = "FakeSMC"; }

@@ -11,7 +11,6 @@ import os
 import shutil
 import subprocess
 import sys
-import time
 import unittest
 import xml.etree.ElementTree as xml
 
@@ -24,12 +23,15 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 import daemon_test  # noqa: E402  the daemon and its clients
 
 NOBODY = 65534
+needs_devices = unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev")
 CHIP = {"name": "nct6775", "temp1_input": "41500", "temp1_label": "CPU", "temp1_crit": "100000", "fan1_input": "1200",
         "fan1_label": "Left", "fan1_min": "300", "in0_input": "1048", "power1_input": "12345678", "power1_label": "Package"}
 
 
 class SensorsTest(unittest.TestCase):
     start = daemon_test.DaemonTest.start
+    serving = daemon_test.DaemonTest.serving
+    ctl = daemon_test.DaemonTest.ctl
     tearDown = daemon_test.DaemonTest.tearDown
 
     def setUp(self):
@@ -58,20 +60,8 @@ class SensorsTest(unittest.TestCase):
         with open(os.path.join(folder, name), "w") as file:
             file.write(content + "\n")
 
-    def ctl(self, *arguments, status=0):
-        command = [os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", self.daemons[-1].socket_path, *arguments]
-        done = subprocess.run(command, capture_output=True, text=True, timeout=daemon_test.DEADLINE)
-        self.assertEqual(done.returncode, status, done.stderr)
-        return done.stdout if status == 0 else done.stderr
-
     def sensors(self):
         return {sensor["name"]: sensor for sensor in json.loads(self.ctl("sensors", "--json"))["sensors"]}
-
-    def until(self, condition, what):
-        deadline = time.monotonic() + daemon_test.DEADLINE
-        while not (found := condition()):
-            self.assertLess(time.monotonic(), deadline, "never came: " + what)
-        return found
 
     def test_a_machine_without_sensors_says_so(self):
         daemon = self.start().wait_ready()
@@ -85,9 +75,8 @@ class SensorsTest(unittest.TestCase):
         client.close()
         self.assertEqual(daemon.stop(), 0)
 
+    @needs_devices
     def test_sensors_from_the_file_to_the_plot(self):
-        if os.environ.get("LD_PRELOAD") != PRELOAD:
-            self.skipTest("no umockdev")
         folder = self.add_chip()
         daemon = self.start().wait_ready()
         sensors = self.sensors()
@@ -113,16 +102,16 @@ class SensorsTest(unittest.TestCase):
         client.close()
 
         self.write(folder, "temp1_input", "55000")
-        self.until(lambda: self.sensors()["CPU"]["highest"] == 55, "a new highest value")
+        daemon_test.until(lambda: self.sensors()["CPU"]["highest"] == 55, "a new highest value")
         self.write(folder, "temp1_input", "")
-        self.until(lambda: self.sensors()["CPU"]["value"] is None, "the absent value")
+        daemon_test.until(lambda: self.sensors()["CPU"]["value"] is None, "the absent value")
         self.assertEqual(self.sensors()["Left"]["value"], 1200, "the others are on time")
         self.write(folder, "temp1_input", "50000")
 
         def samples():
             return list(csv.reader(self.ctl("history", "cpu", "--csv").splitlines()))[1:]
 
-        rows = self.until(samples, "a sample of the hour")
+        rows = daemon_test.until(samples, "a sample of the hour")
         self.assertRegex(rows[0][0], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
         self.assertTrue(40 < float(rows[0][1]) < 56, rows)
         self.assertIn("CPU, last hour", self.ctl("history", cpu["key"]))
@@ -141,10 +130,9 @@ class SensorsTest(unittest.TestCase):
         self.assertEqual(self.sensors()["CPU"]["key"], cpu["key"])
         self.assertEqual(daemon.stop(), 0)
 
+    @needs_devices
     @unittest.skipIf(os.geteuid() != 0, "needs root to become somebody else")
     def test_others_than_root_see_power_coarsely(self):
-        if os.environ.get("LD_PRELOAD") != PRELOAD:
-            self.skipTest("no umockdev")
         self.add_chip()
         daemon = self.start().wait_ready()
         key = self.sensors()["Package"]["key"]
@@ -159,7 +147,7 @@ class SensorsTest(unittest.TestCase):
         def power():
             return asked("call", "sensors:reply:", json.dumps([{"key": key, "type": 0}]))[0]["value"]
 
-        self.assertEqual(self.until(power, "an average"), 12.3)
+        self.assertEqual(daemon_test.until(power, "an average"), 12.3)
         listed, = [sensor for sensor in asked("sensors", "--json")["sensors"] if sensor["name"] == "Package"]
         self.assertEqual((listed["value"], listed["highest"]), (12.3, 12.3))
         entry, = asked("call", "supportedSensors:reply:", json.dumps([{"key": key}]))["sensors"]

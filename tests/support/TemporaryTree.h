@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -45,6 +46,13 @@ public:
 
     const std::filesystem::path& root() const { return root_; }
 
+    std::string path(std::string_view name) const { return (root_ / name).string(); }
+    /// What a file holds; nothing when there is none.
+    std::string read(std::string_view path) const
+    {
+        std::ifstream file(root_ / path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
     /// Writes a file, with the folders that lead to it.
     void write(std::string_view path, std::string_view content) const
     {

@@ -1,4 +1,5 @@
 #include "daemon/transport/ConnectionInbox.h"
+#include "daemon/transport/EnvelopeBacklog.h"
 #include "daemon/transport/OutputQueue.h"
 
 #include <gtest/gtest.h>
@@ -27,6 +28,22 @@ TEST(ConnectionInbox, NewestOfATypeWinsAndKeepsItsPlace)
     EXPECT_EQ(inbox.takeEnvelope()->type(), 16);
     EXPECT_EQ(inbox.takeEnvelope()->type(), 1);
     EXPECT_EQ(inbox.takeEnvelope(), nullptr);
+}
+
+TEST(EnvelopeBacklog, StalledClientKeepsOnlyTheNewestOfEachType)
+{
+    EnvelopeBacklog backlog;
+    EXPECT_FALSE(backlog.put(numbered("1", 0)));
+    EXPECT_FALSE(backlog.put(numbered("16", 0)));
+    for (int tick = 1; tick <= 10'000; ++tick) {
+        EXPECT_TRUE(backlog.put(numbered("1", tick)));
+    }
+    const auto waiting = backlog.takeAll();
+    ASSERT_EQ(waiting.size(), 2U);
+    EXPECT_EQ(waiting[0]->type(), 16);
+    EXPECT_EQ(waiting[1]->dictionary().at("number"), 10'000);
+    EXPECT_TRUE(backlog.empty());
+    EXPECT_FALSE(backlog.put(numbered("1", 1))) << "what was taken is no longer replaced";
 }
 
 TEST(ConnectionInbox, WakesOnceUntilHeardAndNeverAfterClosing)

@@ -28,16 +28,8 @@ public:
         record("version:");
         reply(6.6F, 1177);
     }
-    void fps(NumberReply reply) override
-    {
-        record("fps:");
-        reply(60);
-    }
-    void exists(BoolReply reply) override
-    {
-        record("exists:");
-        reply(true);
-    }
+    void fps(NumberReply reply) override { reply(recorded(60.0, "fps:")); }
+    void exists(BoolReply reply) override { reply(recorded(true, "exists:")); }
     void enableHierachy() override { record("enableHierachy"); }
     void disableHierachy() override { record("disableHierachy"); }
     void startRequestWithKey(std::int64_t key, std::int64_t interval) override
@@ -52,61 +44,39 @@ public:
     void stopSMARTTemps() override { record("stopSMARTTemps"); }
     void refreshDHCP(std::string interfaceName, ActionReply done) override
     {
-        record("refreshDHCP:", interfaceName);
-        done(unexpected(ErrorCode::NotFound, "there is no such interface"));
+        done(recorded(refused(ErrorCode::NotFound, "there is no such interface"), "refreshDHCP:", interfaceName));
     }
-    void toggleAirPortPower(ActionReply done) override
-    {
-        record("toggleAirPortPower");
-        done({});
-    }
+    void toggleAirPortPower(ActionReply done) override { done(recorded(Result<void>(), "toggleAirPortPower")); }
     void setNetworkSet(std::string identifier, ActionReply done) override
     {
-        record("setNetworkSet:", identifier);
-        done(unexpected(ErrorCode::NotPermitted, "not for you"));
+        done(recorded(refused(ErrorCode::NotPermitted, "not for you"), "setNetworkSet:", identifier));
     }
     void setFanSet(Value set) override { record("setFanSet:", set); }
     void setT2FanConfig(Value config, ValueReply reply) override
     {
-        record("setT2FanConfig:reply:", config);
-        reply({{"result", 1}});
+        reply(recorded(fanAnswer, "setT2FanConfig:reply:", config));
     }
     void setT2FanSet(Value set) override { record("setT2FanSet:", set); }
-    void stopT2Fans(ValueReply reply) override
-    {
-        record("stopT2Fans:");
-        reply({{"result", 1}});
-    }
-    void startT2Fans(ValueReply reply) override
-    {
-        record("startT2Fans:");
-        reply({{"result", 1}});
-    }
-    void finalizeT2Fans(ValueReply reply) override
-    {
-        record("finalizeT2Fans:");
-        reply({{"result", 1}});
-    }
+    void stopT2Fans(ValueReply reply) override { reply(recorded(fanAnswer, "stopT2Fans:")); }
+    void startT2Fans(ValueReply reply) override { reply(recorded(fanAnswer, "startT2Fans:")); }
+    void finalizeT2Fans(ValueReply reply) override { reply(recorded(fanAnswer, "finalizeT2Fans:")); }
     void setT2SafetyTemperature(double degrees) override { record("setT2SafetyTemperature:", degrees); }
     void sensors(Value configurations, ValueReply reply) override
     {
-        record("sensors:reply:", configurations);
-        reply(Value::array());
+        reply(recorded(Value::array(), "sensors:reply:", configurations));
     }
     void armSensors(Value selection, ValueReply reply) override
     {
-        record("armSensors:reply:", selection);
-        reply(Value::array());
+        reply(recorded(Value::array(), "armSensors:reply:", selection));
     }
     void supportedSensors(Value selection, ValueReply reply) override
     {
-        record("supportedSensors:reply:", selection);
-        reply({{"sensors", Value::array()}, {"fans", Value::array()}});
+        const Value none = {{"sensors", Value::array()}, {"fans", Value::array()}};
+        reply(recorded(none, "supportedSensors:reply:", selection));
     }
     void supportedFans(Value selection, ValueReply reply) override
     {
-        record("supportedFans:reply:", selection);
-        reply(Value::array());
+        reply(recorded(Value::array(), "supportedFans:reply:", selection));
     }
     void ended() override
     {
@@ -131,6 +101,14 @@ public:
     std::function<void()> onEnded;
 
 private:
+    static Result<void> refused(ErrorCode code, const char* why) { return unexpected(code, why); }
+    /// Writes a call down, and is its answer.
+    template <typename Answer, typename... Arguments>
+    Answer recorded(Answer answer, const char* selector, const Arguments&... arguments)
+    {
+        record(selector, arguments...);
+        return answer;
+    }
     template <typename... Arguments>
     void record(const char* selector, const Arguments&... arguments)
     {
@@ -145,6 +123,7 @@ private:
         }
     }
 
+    const Value fanAnswer = {{"result", 1}};
     mutable std::mutex mutex_;
     std::vector<std::string> calls_; // "selector [arguments]"
 };

@@ -1,7 +1,6 @@
 #include "daemon/transport/LineFramer.h"
 
-#include <gtest/gtest.h>
-#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
 
 #include <string>
 #include <vector>
@@ -18,28 +17,25 @@ std::vector<std::string> linesOf(LineFramer& framer)
     return lines;
 }
 
-TEST(LineFramer, LinesComeOutWholeHoweverTheyCameIn)
+RC_GTEST_PROP(LineFramer, LinesComeOutWholeHoweverTheyCameIn, ())
 {
-    const bool holds = rc::check("any cutting of the bytes gives the same lines", [] {
-        const auto bytes = *rc::gen::container<std::string>(rc::gen::element('a', 'b', '\r', '\n'));
-        LineFramer whole(4);
-        whole.append(bytes);
-        const auto expected = linesOf(whole);
+    const auto bytes = *rc::gen::container<std::string>(rc::gen::element('a', 'b', '\r', '\n'));
+    LineFramer whole(4);
+    whole.append(bytes);
+    const auto expected = linesOf(whole);
 
-        LineFramer cut(4);
-        std::vector<std::string> lines;
-        for (std::size_t at = 0; at < bytes.size();) {
-            const auto count = *rc::gen::inRange<std::size_t>(1, 6);
-            cut.append(std::string_view(bytes).substr(at, count));
-            at += count;
-            for (auto& line : linesOf(cut)) {
-                lines.push_back(std::move(line));
-            }
+    LineFramer cut(4);
+    std::vector<std::string> lines;
+    for (std::size_t at = 0; at < bytes.size();) {
+        const auto count = *rc::gen::inRange<std::size_t>(1, 6);
+        cut.append(std::string_view(bytes).substr(at, count));
+        at += count;
+        for (auto& line : linesOf(cut)) {
+            lines.push_back(std::move(line));
         }
-        RC_ASSERT(lines == expected);
-        RC_ASSERT(cut.overflowed() == whole.overflowed());
-    });
-    EXPECT_TRUE(holds);
+    }
+    RC_ASSERT(lines == expected);
+    RC_ASSERT(cut.overflowed() == whole.overflowed());
 }
 
 TEST(LineFramer, EndsAndEmptyLines)

@@ -1,15 +1,16 @@
 #pragma once
 
-#include "base/Runtime.h"
+#include "base/AsioRuntime.h"
 #include "daemon/transport/UnixSocketListener.h"
+#include "tests/support/TemporaryTree.h"
 #include "tests/transport/FakeDaemon.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdlib>
-#include <deque>
 #include <filesystem>
 #include <future>
 #include <map>
@@ -25,60 +26,29 @@
 
 namespace meridal::test {
 
-/// A queue with a real thread, as the daemon's main queue has.
-class QueueThread final : public Queue {
+/// A queue of real threads, as the daemon's main queue has one, that counts what waits in it.
+class CountingQueue final : public Queue {
 public:
-    QueueThread() : thread_([this] { work(); }) { }
-    ~QueueThread() override
-    {
-        post([this] { stopped_ = true; });
-        thread_.join();
-    }
     void post(Task task) override
     {
-        const std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
-        deepest_ = std::max(deepest_, tasks_.size());
-        changed_.notify_one();
-    }
-    void runAndWait(const Task& task) override
-    {
-        std::promise<void> done;
-        post([&] {
+        int most = deepest_;
+        for (const int now = ++waiting_; now > most && !deepest_.compare_exchange_weak(most, now);) { }
+        queue_->post([this, task = std::move(task)] {
+            --waiting_;
             task();
-            done.set_value();
         });
-        done.get_future().wait();
     }
-    bool isCurrent() const override { return std::this_thread::get_id() == thread_.get_id(); }
-    const std::string& label() const override { return label_; }
+    void runAndWait(const Task& task) override { queue_->runAndWait(task); }
+    bool isCurrent() const override { return queue_->isCurrent(); }
+    const std::string& label() const override { return queue_->label(); }
     /// The most tasks that ever waited at once.
-    std::size_t deepest() const
-    {
-        const std::lock_guard lock(mutex_);
-        return deepest_;
-    }
+    int deepest() const { return deepest_; }
 
 private:
-    void work()
-    {
-        while (!stopped_) {
-            std::unique_lock lock(mutex_);
-            changed_.wait(lock, [this] { return !tasks_.empty(); });
-            const Task task = std::move(tasks_.front());
-            tasks_.pop_front();
-            lock.unlock();
-            task();
-        }
-    }
-
-    std::string label_ = "main";
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<Task> tasks_;
-    std::size_t deepest_ = 0;
-    bool stopped_ = false; // on the thread
-    std::thread thread_;
+    std::atomic<int> waiting_ = 0;
+    std::atomic<int> deepest_ = 0;
+    AsioRuntime runtime_;
+    std::shared_ptr<Queue> queue_ = runtime_.makeSerialQueue("main");
 };
 
 /// A client on a real socket. Reads and writes block; half a minute of silence counts as a failure, so that a hang
@@ -169,8 +139,17 @@ private:
     std::size_t begin_ = 0;
 };
 
-inline const std::string existsRequest = R"({"jsonrpc":"2.0","id":1,"method":"exists:"})";
-inline const std::string existsAnswer = R"({"jsonrpc":"2.0","id":1,"result":true})";
+/// A request and its answer, without the end of the line.
+inline std::string requestOf(std::string_view method, std::string_view parameters = "[]", std::string_view id = "1")
+{
+    return fmt::format(R"({{"jsonrpc":"2.0","id":{},"method":"{}","params":{}}})", id, method, parameters);
+}
+inline std::string resultOf(std::string_view result, std::string_view id = "1")
+{
+    return fmt::format(R"({{"jsonrpc":"2.0","id":{},"result":{}}})", id, result);
+}
+inline const std::string existsRequest = requestOf("exists:");
+inline const std::string existsAnswer = resultOf("true");
 
 /// A listener with fake daemon objects behind it, in a folder of its own.
 class SocketFixture : public testing::Test, protected ListenerDelegate {
@@ -180,14 +159,6 @@ protected:
         std::shared_ptr<ClientLink> link;
         std::shared_ptr<FakeExportedConnection> exported;
     };
-
-    SocketFixture()
-    {
-        std::string pattern = std::filesystem::temp_directory_path() / "meridal-test-XXXXXX";
-        folder = mkdtemp(pattern.data());
-        path = folder / "run" / "daemon.sock";
-    }
-    ~SocketFixture() override { std::filesystem::remove_all(folder); }
 
     /// Before any destructor: until then the listener's thread calls this object as its delegate.
     void TearDown() override { listener.reset(); }
@@ -238,9 +209,9 @@ protected:
         return false;
     }
 
-    std::filesystem::path folder;
-    std::filesystem::path path;
-    QueueThread mainQueue;
+    TemporaryTree folder;
+    const std::filesystem::path path = folder.root() / "run" / "daemon.sock";
+    CountingQueue mainQueue;
     FakeNamedMethods named;
     std::mutex mutex; // of served
     std::condition_variable changed;

@@ -1,30 +1,14 @@
+#include "tests/support/SlowBuild.h"
 #include "tests/transport/SocketFixture.h"
 
 #include <fcntl.h>
 #include <fstream>
 #include <sys/resource.h>
 
-namespace meridal {
+namespace meridal::test {
 namespace {
 
-using test::Client;
-using test::envelope;
-using test::existsAnswer;
-using test::existsRequest;
-
-// Under a sanitizer the counts are smaller and memory is not measured.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define MERIDAL_SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(MERIDAL_SANITIZED)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
-
-class UnixSocketLoadTest : public test::SocketFixture {
+class UnixSocketLoadTest : public SocketFixture {
 protected:
     UnixSocketLoadTest() { getrlimit(RLIMIT_NOFILE, &descriptorLimit); }
     ~UnixSocketLoadTest() override { setrlimit(RLIMIT_NOFILE, &descriptorLimit); }
@@ -74,7 +58,7 @@ TEST_F(UnixSocketLoadTest, FourFloodingClientsDelayNobodysEnvelopes)
     int servedSince = 0;
     int longestWait = 0;
     std::promise<void> finished;
-    prepare = [&](test::FakeExportedConnection& exported, std::size_t index) {
+    prepare = [&](FakeExportedConnection& exported, std::size_t index) {
         exported.recording = false;
         if (index == 0) {
             return;
@@ -102,15 +86,13 @@ TEST_F(UnixSocketLoadTest, FourFloodingClientsDelayNobodysEnvelopes)
     std::atomic<bool> stop{false};
     std::vector<std::thread> flooders;
     for (const char* method : {"exists:", "version:", "enableHierachy", "setFanSet:"}) {
-        const std::string parameters = std::string_view(method) == "setFanSet:" ? "[1]" : "[]";
-        const std::string request =
-            R"({"jsonrpc":"2.0","id":1,"method":")" + std::string(method) + R"(","params":)" + parameters + "}";
+        const std::string request = requestOf(method, std::string_view(method) == "setFanSet:" ? "[1]" : "[]");
         flooders.emplace_back([this, request, &stop] { flood(path, request, stop); });
     }
     for (int number = 1; number <= envelopes; ++number) {
         const auto line = fifth.line();
         ASSERT_TRUE(line);
-        EXPECT_EQ(test::envelopeIn(*line)["number"], number);
+        EXPECT_EQ(envelopeIn(*line)["number"], number);
     }
     finished.get_future().wait();
     stop = true;
@@ -119,16 +101,16 @@ TEST_F(UnixSocketLoadTest, FourFloodingClientsDelayNobodysEnvelopes)
     }
     listener.reset();
     EXPECT_LE(longestWait, 16) << "requests that were served before an envelope";
-    EXPECT_LE(mainQueue.deepest(), 5U) << "one fence for each client";
+    EXPECT_LE(mainQueue.deepest(), 5) << "one fence for each client";
 }
 
 TEST_F(UnixSocketLoadTest, TwoThousandClientsAreServedAndCostLittle)
 {
-    constexpr std::size_t count = sanitized ? 400 : 2000;
+    constexpr std::size_t count = slowBuild ? 400 : 2000;
     if (!limitDescriptors(2 * count + 200)) {
         GTEST_SKIP() << "this user may not open " << 2 * count + 200 << " files";
     }
-    prepare = [](test::FakeExportedConnection& exported, std::size_t) { exported.recording = false; };
+    prepare = [](FakeExportedConnection& exported, std::size_t) { exported.recording = false; };
     listen();
     const auto before = residentBytes();
     std::vector<Client> clients;
@@ -154,9 +136,10 @@ TEST_F(UnixSocketLoadTest, TwoThousandClientsAreServedAndCostLittle)
     for (Client& each : clients) {
         ASSERT_EQ(each.line(), existsAnswer);
     }
+    EXPECT_EQ(listener->envelopesEncoded(), 1U) << "once for all";
     const auto perConnection = (residentBytes() - before) / static_cast<std::int64_t>(count);
     RecordProperty("bytes_per_connection", static_cast<int>(perConnection));
-    if (!sanitized) {
+    if (!slowBuild) {
         EXPECT_LT(perConnection, 8'000) << "both ends, and the fake daemon's object";
     }
     clients.clear();
@@ -205,15 +188,19 @@ TEST_F(ExhaustedDescriptorsTest, AcceptingIsTriedAgainByItself)
 TEST_F(UnixSocketLoadTest, AMillionMalformedMessagesEndNothingAndGrowNothing)
 {
     const std::string malformed[] = {"nonsense", "{\"jsonrpc\":\"2.0\",\"id\":1}", "[[[[", "\"\xFF\"", "[]",
-        R"({"jsonrpc":"2.0","id":7,"method":"exists:","params":{"a":1}})", R"({"jsonrpc":"2.0","id":8,"method":"?"})",
+        std::string("\0\0", 2), R"({"jsonrpc":"2.0","id":7,"method":"exists:","params":{"a":1}})",
+        R"({"jsonrpc":"2.0","id":8,"method":"?"})",
         R"({"jsonrpc":"2.0","id":{"deep":[1,[2,[3]]]},"method":"exists:"})"};
     constexpr int perBatch = 1024;
-    constexpr int batches = (sanitized ? 20'000 : 1'000'000) / perBatch;
+    constexpr int batches = (slowBuild ? 20'000 : 1'000'000) / perBatch;
     std::string batch;
     for (int i = 0; i < perBatch; ++i) {
         batch += malformed[static_cast<std::size_t>(i) % std::size(malformed)] + "\n";
     }
     listen();
+    Client half(path);
+    ASSERT_TRUE(half.send(R"({"jsonrpc":"2.0","id":1,"meth)")); // and then silence
+    client(0);
     Client hostile(path);
     std::int64_t afterAFew = 0;
     for (int i = 0; i < batches; ++i) {
@@ -229,12 +216,13 @@ TEST_F(UnixSocketLoadTest, AMillionMalformedMessagesEndNothingAndGrowNothing)
             afterAFew = residentBytes();
         }
     }
-    if (!sanitized) {
+    if (!slowBuild) {
         EXPECT_LT(residentBytes() - afterAFew, 2 << 20);
     }
     EXPECT_EQ(hostile.ask(existsRequest), existsAnswer);
     EXPECT_EQ(listener->statistics().badRequests, static_cast<std::uint64_t>(batches) * perBatch);
-    EXPECT_EQ(client(0).exported->calls().size(), 1U);
+    EXPECT_EQ(client(1).exported->calls().size(), 1U);
+    EXPECT_EQ(half.ask(R"(od":"exists:"})"), existsAnswer);
 }
 
 TEST_F(UnixSocketLoadTest, LongUnfinishedLinesOfAllClientsTogetherAreBounded)
@@ -267,8 +255,7 @@ TEST_F(UnixSocketLoadTest, AListenerUnderLoadIsDestroyedCleanly)
         std::atomic<bool> stop{false};
         std::vector<std::thread> threads;
         for (const char* method : {"exists:", "enableHierachy", "stopT2Fans:"}) {
-            const std::string request = R"({"jsonrpc":"2.0","id":1,"method":")" + std::string(method) + "\"}";
-            threads.emplace_back([this, request, &stop] { flood(path, request, stop); });
+            threads.emplace_back([this, method, &stop] { flood(path, requestOf(method), stop); });
         }
         client(2);
         threads.emplace_back([&, links = std::vector{client(0).link, client(1).link, client(2).link}] {
@@ -293,4 +280,4 @@ TEST_F(UnixSocketLoadTest, AListenerUnderLoadIsDestroyedCleanly)
 }
 
 } // namespace
-} // namespace meridal
+} // namespace meridal::test

@@ -23,9 +23,7 @@ TEST_F(UptimeTest, ABootIsOneRowHoweverOftenTheDaemonStarts)
 
     const double end = now();
     shutDown();
-    runtime().advance(30);
-    boot("boot 2");
-    startDaemon();
+    bootAgain(2);
     const auto all = rows("select * from uptime order by boot");
     ASSERT_EQ(all.size(), 2U);
     EXPECT_EQ(all[0]["shutdown"], end);
@@ -56,7 +54,7 @@ TEST_F(UptimeTest, AClockThatIsCorrectedMakesNoSecondRowAndNoNegativeSpan)
     stepClock(1);     // a leap second
     runtime().advance(700);
     startDaemon();
-    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", 5.0}}}));
+    EXPECT_EQ(boots(), Times{5});
     EXPECT_EQ(daemon->collector.boottime(), 5);
     EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U);
 
@@ -72,9 +70,8 @@ TEST_F(UptimeTest, AClockThatIsCorrectedMakesNoSecondRowAndNoNegativeSpan)
     machine.machine().boot = 5; // the same wrong clock again: another boot all the same
     runtime().stepWallClock(20 - now());
     startDaemon();
-    EXPECT_EQ(
-        rows("select boot from uptime order by rowid"), (std::vector<Dictionary>{{{"boot", 5.0}}, {{"boot", 6.0}}}));
-    EXPECT_EQ(ends(ask().value()), (std::vector<std::string>{"running", "orderly"}));
+    EXPECT_EQ(boots(), (Times{5, 6}));
+    EXPECT_EQ(ends(ask().value()), (Ends{"running", "orderly"}));
 }
 
 TEST_F(UptimeTest, AnUnknownBootTimeIsWrittenOnceItIsKnown)
@@ -88,20 +85,16 @@ TEST_F(UptimeTest, AnUnknownBootTimeIsWrittenOnceItIsKnown)
     EXPECT_EQ(ask().value()["current"]["uptime"], nullptr);
     machine.machine().boot = booted;
     runtime().advance(UptimeKeeper::noteInterval + 1);
-    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", booted}}}));
+    EXPECT_EQ(boots(), Times{booted});
     EXPECT_EQ(daemon->collector.boottime(), booted);
 }
 
 /// Another program keeps uptime.db locked for as long as this lives.
-class Lock {
-public:
-    explicit Lock(const std::filesystem::path& file) : program_(file)
+struct Lock : OtherProgram {
+    explicit Lock(const FakeMachine& machine) : OtherProgram(machine.context.paths.uptimeDatabase())
     {
-        EXPECT_EQ(program_.run("BEGIN IMMEDIATE"), SQLITE_OK);
+        EXPECT_EQ(run("BEGIN IMMEDIATE"), SQLITE_OK);
     }
-
-private:
-    OtherProgram program_;
 };
 
 TEST_F(UptimeTest, ABootIsOneRowThoughTheFileWasLockedAtARestart)
@@ -111,14 +104,14 @@ TEST_F(UptimeTest, ABootIsOneRowThoughTheFileWasLockedAtARestart)
     stepClock(86'400);
     daemon.reset();
     {
-        const Lock lock(machine.context.paths.uptimeDatabase());
+        const Lock lock(machine);
         startDaemon();
         EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U) << "the moved boot time is no key";
         EXPECT_EQ(ask().value()["current"]["boot"], key) << "reading is possible";
     }
     runtime().advance(60);
     EXPECT_EQ(daemon->collector.boottime(), key);
-    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", key}}}));
+    EXPECT_EQ(boots(), Times{key});
     EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U);
 }
 
@@ -134,11 +127,11 @@ TEST_F(UptimeTest, ABootKeepsItsKeyInAFreshFile)
     };
     lose();
     runtime().advance(700); // a note finds it gone
-    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", key}}}));
+    EXPECT_EQ(boots(), Times{key});
     daemon.reset();
     lose();
     startDaemon();
-    EXPECT_EQ(rows("select boot from uptime"), (std::vector<Dictionary>{{{"boot", key}}}));
+    EXPECT_EQ(boots(), Times{key});
     EXPECT_EQ(rows("select time from boottimes", "uptime-history-long.db"), (std::vector<Dictionary>{{{"time", key}}}));
 }
 
@@ -149,7 +142,7 @@ TEST_F(UptimeTest, ABootFirstWrittenLateIsInTheHistoryFilesToo)
     runtime().advance(100);
     boot("boot 2");
     {
-        const Lock lock(machine.context.paths.uptimeDatabase());
+        const Lock lock(machine);
         startDaemon();
     }
     EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U);
@@ -165,7 +158,7 @@ TEST_F(UptimeTest, ASleepThatCouldNotBeWrittenIsWrittenLater)
     const double start = sleepStart;
     runtime().sleepMachine(3600);
     {
-        const Lock lock(machine.context.paths.uptimeDatabase());
+        const Lock lock(machine);
         wake();
         sleepStart += 3600; // the end was now
         EXPECT_TRUE(rows("select * from sleep").empty());
@@ -184,16 +177,14 @@ TEST_F(UptimeTest, WhatCouldNotBeWrittenComesBeforeALaterEnd)
     fallAsleep();
     runtime().sleepMachine(50);
     {
-        const Lock lock(machine.context.paths.uptimeDatabase());
+        const Lock lock(machine);
         wake();
     }
     runtime().advance(5);
     shutDown();
-    runtime().advance(100);
-    boot("boot 2");
-    startDaemon();
+    bootAgain(2);
     EXPECT_EQ(rows("select * from sleep").size(), 1U);
-    EXPECT_EQ(ends(ask().value()), (std::vector<std::string>{"running", "orderly"}));
+    EXPECT_EQ(ends(ask().value()), (Ends{"running", "orderly"}));
 }
 
 TEST_F(UptimeTest, SleepRowsHaveNoNegativeLength)

@@ -54,6 +54,13 @@ protected:
         daemon = std::make_unique<Daemon>(machine.context);
         runtime().runDue();
     }
+    /// The machine was off for a while, and the daemon is up again at once.
+    void bootAgain(int number)
+    {
+        runtime().advance(100);
+        boot("boot " + std::to_string(number));
+        startDaemon();
+    }
     void crash() { daemon.reset(); }
     void shutDown()
     {
@@ -103,10 +110,20 @@ protected:
         runtime().runDue();
         return answer ? *answer : Result<Value>(unexpected(ErrorCode::Internal, "no reply"));
     }
-    /// How the boots on the page ended, newest first.
-    static std::vector<std::string> ends(const Value& answer)
+    using Times = std::vector<double>;
+    Times boots()
     {
-        std::vector<std::string> all;
+        Times all;
+        for (const Dictionary& row : rows("select boot from uptime order by rowid")) {
+            all.push_back(row["boot"]);
+        }
+        return all;
+    }
+    using Ends = std::vector<std::string>;
+    /// How the boots on the page ended, newest first.
+    static Ends ends(const Value& answer)
+    {
+        Ends all;
         for (const Value& boot : answer["boots"]) {
             all.push_back(boot["end"]);
         }

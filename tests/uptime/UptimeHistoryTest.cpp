@@ -3,46 +3,36 @@
 namespace meridal::test {
 namespace {
 
-using Ends = std::vector<std::string>;
-
 TEST_F(UptimeTest, EveryKindOfEndIsToldApart)
 {
     startDaemon();
     runtime().advance(1000);
     shutDown(); // 1: in order
 
-    runtime().advance(100);
-    boot("boot 2");
-    startDaemon();
+    bootAgain(2);
     runtime().advance(1500);
     crash(); // 2: without a farewell
 
-    runtime().advance(100);
-    boot("boot 3");
-    startDaemon();
+    bootAgain(3);
     sleepFor(500);
     runtime().advance(700);
     crash(); // 3: after a sleep, whose time is still in the shutdown column
 
-    runtime().advance(100);
-    boot("boot 4");
-    startDaemon();
+    bootAgain(4);
     runtime().advance(50);
     fallAsleep();
     const double lastSeen = now();
     runtime().sleepMachine(90'000);
     daemon.reset(); // 4: the battery ran empty
 
-    boot("boot 5");
-    startDaemon();
+    bootAgain(5);
     runtime().advance(10);
     shutDown(); // an upgrade of the daemon alone
     startDaemon();
     runtime().advance(2000);
     crash(); // 5: the machine crashed later
 
-    boot("boot 6");
-    startDaemon();
+    bootAgain(6);
     sleepFor(20);
     const Value answer = ask().value();
     EXPECT_EQ(ends(answer), (Ends{"running", "crash", "asleep", "crash", "crash", "orderly"}));
@@ -68,15 +58,13 @@ TEST_F(UptimeTest, ANoteOnTheWayToSleepDoesNotMakeItACrash)
     runtime().sleepMachine(90'000, true);
     crash();
 
-    boot("boot 2");
-    startDaemon();
+    bootAgain(2);
     EXPECT_EQ(ends(ask().value()), (Ends{"running", "asleep"}));
     fallAsleep();
     runtime().advance(2000); // called off, and nobody said so
     crash();
 
-    boot("boot 3");
-    startDaemon();
+    bootAgain(3);
     const Value boots = ask().value()["boots"];
     EXPECT_EQ(boots[1]["end"], "crash");
     EXPECT_NEAR(boots[1]["length"], 1800, 1) << "the notes went on";
@@ -109,9 +97,8 @@ TEST_F(UptimeTest, AvailabilityLeavesSleepOut)
     const double begin = now();
     runtime().advance(10'000);
     shutDown();
-    runtime().advance(10'000);
-    boot("boot 2");
-    startDaemon();
+    runtime().advance(9'900);
+    bootAgain(2);
     sleepFor(5'000);
     runtime().advance(10'000);
     EXPECT_NEAR(ask().value()["availability"], 2.0 / 3, 0.001) << "of 35,000 s asleep 5,000, up 20,000";
