@@ -16,9 +16,12 @@ else()
 endif()
 
 foreach(section 1 8)
-  file(GLOB pages CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/*.${section})
+  file(GLOB pages CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/packaging/*.${section})
   install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
+
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/completions/meridalctl.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME meridalctl)
 
 file(GLOB documents CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/*.md ${CMAKE_SOURCE_DIR}/README.md)
 install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR})

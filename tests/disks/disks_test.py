@@ -30,6 +30,7 @@ from gi.repository import UMockdev  # noqa: E402
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
 import daemon_test  # noqa: E402  the daemon and its clients
+from daemon_test import until  # noqa: E402
 
 SG_IO = 0x2285
 NVME_ADMIN = 0xC0484E41
@@ -249,9 +250,14 @@ class DisksTest(unittest.TestCase):
         self.plug(NVME, "/dev/nvme0", NvmeDisk())
         client = self.client()
         client.call("startSMARTStatus")
-        disks = self.list_disks(client)
+
+        def others():
+            disks = self.list_disks(client)
+            return "temperature" in disks["sdc"] and "temperature" in disks["nvme0n1"] and disks
+
+        disks = until(others, "what the others say")
         self.assertEqual((disks["sdc"]["temperature"], disks["nvme0n1"]["temperature"]), (34, 41))
-        self.assertEqual(disks["sda"]["state"], "hanging")
+        until(lambda: self.list_disks(client)["sda"]["state"] == "hanging", "its state")
         self.assertIs(client.call("exists:"), True)
         before = time.monotonic()
         self.assertEqual(self.daemons[0].stop(), 0)

@@ -198,7 +198,7 @@ TEST_P(LiveProcesses, LongLivedProcessesStayWhileOthersComeAndGo)
 {
     const Crowd living = crowdOf(20, [](const Child::Pipes& pipes) { pipes.command(); });
     const Child forker([](const Child::Pipes&) {
-        for (int i = 0; i < (test::slowBuild ? 500 : 5000); ++i) {
+        for (int i = 0; i < (test::slowBuild ? 150 : 5000); ++i) {
             if (::fork() == 0) {
                 ::_exit(0);
             }
