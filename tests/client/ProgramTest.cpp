@@ -129,10 +129,10 @@ TEST_F(ProgramTest, WrongUsageIsToldApart)
 
 TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
 {
-    const std::map<std::string, Value> answers = {{"version:", {6.599999904632568, 1177}},
+    std::map<std::string, Value> answers = {{"version:", {6.599999904632568, 1177}},
         {"infoForPids:reply:", Value::array({{{"pid", 1}, {"name", "init\x1B"}}})},
         {"status", {{"version", 6.6}, {"clients", 1}}}, {"exists:", true}};
-    serve([&](const std::string& method, const Value& request) {
+    serve([this, answers = std::move(answers)](const std::string& method, const Value& request) {
         if (const auto known = answers.find(method); known != answers.end()) {
             daemon->answer(request, known->second);
         } else {
@@ -263,6 +263,7 @@ TEST_F(ProgramTest, WatchPrintsWhatWasAskedForAcrossARestart)
         }
     });
     const Outcome outcome = run("watch cpu 2 smart-temperatures --count 2");
+    stopServing(); // before what it uses goes
     EXPECT_EQ(outcome.status, "0\n");
     const std::string line =
         "{\"processes\":[{\"c\":\"150.00\",\"key\":\"7\",\"name\":\"spin\\u001b[2J\\u007f\"}],\"type\":\"1\"}\n";
