@@ -1,5 +1,6 @@
 #include "base/Value.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -49,6 +50,19 @@ std::optional<std::string> text(const Value& dictionary, std::string_view key)
 }
 
 std::string serialise(const Value& value) { return value.dump(-1, ' ', false, Value::error_handler_t::replace); }
+
+void appendText(std::string& json, std::string_view text)
+{
+    const bool isPlain =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c < '\x7F' && c != '"' && c != '\\'; });
+    if (!isPlain) {
+        json += serialise(Value(text));
+        return;
+    }
+    json += '"';
+    json += text;
+    json += '"';
+}
 
 std::string serialisePretty(const Value& value) { return value.dump(2, ' ', false, Value::error_handler_t::replace); }
 

@@ -12,10 +12,18 @@ Envelope::Envelope(Dictionary dictionary) : dictionary_(std::move(dictionary))
     }
 }
 
-const std::shared_ptr<const void>& Envelope::encoded(
-    const std::function<std::shared_ptr<const void>(const Dictionary&)>& encode) const
+const Dictionary& Envelope::dictionary() const
 {
-    std::call_once(encodedOnce_, [&] { encoded_ = encode(dictionary_); });
+    if (!json_.empty()) {
+        std::call_once(parsedOnce_, [this] { dictionary_ = parseUntrusted(json_).value_or(Dictionary()); });
+    }
+    return dictionary_;
+}
+
+const std::shared_ptr<const void>& Envelope::encoded(
+    const std::function<std::shared_ptr<const void>(const Envelope&)>& encode) const
+{
+    std::call_once(encodedOnce_, [&] { encoded_ = encode(*this); });
     return encoded_;
 }
 

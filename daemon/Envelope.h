@@ -5,6 +5,8 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <utility>
 
 namespace meridal {
 
@@ -13,18 +15,23 @@ namespace meridal {
 class Envelope {
 public:
     explicit Envelope(Dictionary dictionary);
+    /// A long list, written as JSON from the start: on its way to a socket it never is a dictionary.
+    Envelope(int type, std::string json) : json_(std::move(json)), type_(type) { }
 
-    const Dictionary& dictionary() const { return dictionary_; }
+    const Dictionary& dictionary() const;
+    std::string json() const { return json_.empty() ? serialise(dictionary_) : json_; }
     /// The "type" entry as a number: which older unsent envelope this one replaces. 0 when there is none.
     int type() const { return type_; }
 
     /// The transport's own form of this envelope, made by the first connection that sends it and kept for the rest. All
     /// callers of one program pass the same encoder.
     const std::shared_ptr<const void>& encoded(
-        const std::function<std::shared_ptr<const void>(const Dictionary&)>& encode) const;
+        const std::function<std::shared_ptr<const void>(const Envelope&)>& encode) const;
 
 private:
-    Dictionary dictionary_;
+    mutable Dictionary dictionary_;
+    mutable std::once_flag parsedOnce_; ///< where only the text was given
+    std::string json_;
     int type_ = 0;
     mutable std::once_flag encodedOnce_;
     mutable std::shared_ptr<const void> encoded_;

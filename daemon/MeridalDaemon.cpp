@@ -197,7 +197,9 @@ EnvelopePtr MeridalDaemon::processList(RequestKey list, bool grouped, const Peer
     EnvelopePtr& envelope = views_.list(viewer, list, grouped);
     if (!envelope) {
         processes_.showOnly(views_.shownTo(viewer));
-        envelope = std::make_shared<const Envelope>(buildProcessList(list, grouped));
+        envelope = list == RequestKey::Energy
+            ? std::make_shared<const Envelope>(static_cast<int>(mask(list)), processes_.powerProcesses(grouped))
+            : std::make_shared<const Envelope>(buildProcessList(list, grouped));
         processes_.showOnly(nullptr);
     }
     return envelope;
@@ -222,8 +224,6 @@ Dictionary MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
         return processes_.diskActivityProcesses(grouped);
     case RequestKey::Network:
         return networkList(grouped);
-    case RequestKey::Energy:
-        return processes_.powerProcesses(grouped);
     default:
         assert(false);
         return {};

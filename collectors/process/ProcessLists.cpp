@@ -212,17 +212,28 @@ Dictionary ProcessStatCollector::networkProcesses2(bool grouped)
     return result;
 }
 
-Dictionary ProcessStatCollector::powerProcesses(bool grouped)
+std::string ProcessStatCollector::powerProcesses(bool grouped)
 {
     setSharingUseHeirachy(grouped);
     updateTotals(ProcessFigure::Power);
-    Dictionary result = {{"type", typeOf(ProcessList::Energy)}};
-    result["processes"] =
-        list(ProcessFigure::Power, sharingProcessPowerCount_, [](Dictionary& entry, const Item& item) {
-            entry["score"] = fixed2(item.sharingTotalPower());
-            entry["bundle"] = std::string(item.bundleLocation());
-        });
-    return result;
+    std::string json = R"({"processes":[)";
+    const char* separator = "";
+    for (const ProcessListRow& row : rows(ProcessFigure::Power, sharingProcessPowerCount_)) {
+        json += std::exchange(separator, ",");
+        json += R"({"bundle":)";
+        appendText(json, row.item->bundleLocation());
+        json += R"(,"key":)";
+        appendText(json, row.item->key());
+        json += R"(,"name":)";
+        appendText(json, row.name);
+        json += R"(,"score":)";
+        appendText(json, fixed2(row.item->sharingTotalPower()));
+        json += '}';
+    }
+    json += R"(],"type":)";
+    appendText(json, typeOf(ProcessList::Energy));
+    json += '}';
+    return json;
 }
 
 Value ProcessStatCollector::infoForPids(const Value& pids) const

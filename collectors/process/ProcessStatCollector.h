@@ -104,7 +104,8 @@ public:
     Dictionary diskActivityProcesses2(bool grouped); ///< one figure and the time of the last activity
     Dictionary networkProcesses(bool grouped);
     Dictionary networkProcesses2(bool grouped); ///< with the time of the last activity
-    Dictionary powerProcesses(bool grouped);
+    /// As JSON: every process is in it, however many there are.
+    std::string powerProcesses(bool grouped);
     /// The table ranked by a figure, largest first; equal ones in table order, idle ones of disk and network by their
     /// last activity. Stores every total on the way: sharingTotal() of an item in the result is its figure.
     std::vector<ProcessListRow> ranked(ProcessFigure figure, bool grouped, std::int32_t limit);

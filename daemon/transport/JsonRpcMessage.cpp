@@ -137,12 +137,12 @@ std::string encode(const JsonRpcAnswer& answer)
     return line;
 }
 
-std::string encodeNotification(std::string_view method, const Value& argument)
+std::string encodeNotification(std::string_view method, std::string_view argument)
 {
     std::string line = R"({"jsonrpc":"2.0","method":)";
     line += serialise(Value(method));
     line += R"(,"params":[)";
-    line += serialise(argument);
+    line += argument;
     line += "]}\n";
     return line;
 }

@@ -52,7 +52,7 @@ std::variant<JsonRpcRequest, JsonRpcAnswer> parseRequest(std::string_view line);
 
 /// One line of JSON text, its end included.
 std::string encode(const JsonRpcAnswer& answer);
-/// A notification that calls `method` at the client with one argument, as one line, its end included.
-std::string encodeNotification(std::string_view method, const Value& argument);
+/// A notification that calls `method` at the client with one argument, which is JSON, as one line, its end included.
+std::string encodeNotification(std::string_view method, std::string_view argument);
 
 } // namespace meridal

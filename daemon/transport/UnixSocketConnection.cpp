@@ -24,9 +24,9 @@ constexpr std::size_t heldInputAlwaysGranted = 64 * 1024;
 /// The one encoder of envelopes in this program, called once for each of them.
 SharedLine lineOf(const Envelope& envelope, TransportCounters& counters)
 {
-    const auto encode = [&counters](const Dictionary& dictionary) -> std::shared_ptr<const void> {
+    const auto encode = [&counters](const Envelope& one) -> std::shared_ptr<const void> {
         ++counters.envelopesEncoded;
-        return std::make_shared<const std::string>(encodeNotification("daemonResponse:", dictionary));
+        return std::make_shared<const std::string>(encodeNotification("daemonResponse:", one.json()));
     };
     return std::static_pointer_cast<const std::string>(envelope.encoded(encode));
 }

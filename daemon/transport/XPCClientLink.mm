@@ -16,9 +16,9 @@ Peer peerOf(NSXPCConnection* connection)
     return {.uid = connection.effectiveUserIdentifier, .gid = connection.effectiveGroupIdentifier, .known = true};
 }
 
-std::shared_ptr<const void> encode(const Dictionary& dictionary)
+std::shared_ptr<const void> encode(const Envelope& envelope)
 {
-    id object = objectFromValue(dictionary);
+    id object = objectFromValue(envelope.dictionary());
     NSDictionary* encoded = [object isKindOfClass:NSDictionary.class] ? object : @{};
     return {CFBridgingRetain(encoded), [](const void* reference) { CFRelease(reference); }};
 }

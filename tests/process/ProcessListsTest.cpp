@@ -51,7 +51,8 @@ TEST_F(ProcessListsTest, EachListHasItsShape)
         Value::parse(R"({"type":"2","processes":[{"key":"10","name":"app","m":"400"}],
                          "processes-footprint":[{"key":"10","name":"app","m":"400"}]})"));
     EXPECT_EQ(collector().powerProcesses(false),
-        Value::parse(R"({"type":"16","processes":[{"key":"11","name":"helper","score":"20.00","bundle":""}]})"));
+        serialise(
+            Value::parse(R"({"type":"16","processes":[{"key":"11","name":"helper","score":"20.00","bundle":""}]})")));
     EXPECT_EQ(collector().diskActivityProcesses(true),
         Value::parse(R"({"type":"4","read":[{"key":"10","name":"app","r":200.0,"w":0.0}],
                          "write":[{"key":"1","name":"launchd","r":0.0,"w":0.0}]})"));
@@ -96,7 +97,7 @@ TEST_F(ProcessListsTest, EnergyListsEverybody)
         set(pid);
     }
     updateAfter(2);
-    EXPECT_EQ(collector().powerProcesses(false)["processes"].size(), 1004u);
+    EXPECT_EQ(Value::parse(collector().powerProcesses(false))["processes"].size(), 1004u);
 }
 
 TEST_F(ProcessListsTest, NamesPidsForClients)

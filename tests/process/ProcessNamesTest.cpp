@@ -121,7 +121,9 @@ TEST_F(ProcessNamesTest, HostileNamesBecomeText)
         source().set(record);
         source().paths[50] = path;
         update();
-        RC_ASSERT(!collector().powerProcesses(false).dump().empty());
+        RC_ASSERT(!collector().cpuProcesses(false).dump().empty());
+        const std::string energy = collector().powerProcesses(false); // which is written as JSON
+        RC_ASSERT(serialise(Value::parse(energy)) == energy);
     }));
 }
 
