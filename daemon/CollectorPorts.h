@@ -34,8 +34,8 @@ struct CollectorPorts {
     std::function<void()> startCapture;
     std::function<void()> stopCapture;
     std::function<void()> processCapture;
-    std::function<Dictionary()>
-        trafficShares; ///< "source", "attributed", "kernel", "unattributed" of the latest interval
+    /// "source", and of the latest interval "attributed", "kernel", "unattributed".
+    std::function<Dictionary()> trafficShares;
 
     // Disks
     std::function<void()> loadDisks;

@@ -23,8 +23,7 @@ struct DeviceCommand {
     std::uint32_t namespaceID = 0;
     std::uint32_t cdw10 = 0;
     // HID
-    std::uint32_t report =
-        0; ///< its number, which is the first byte of the data; 0 when the device does not number them
+    std::uint32_t report = 0; ///< its number, the first byte of the data; 0 when the device does not number them
 };
 
 /// What came back, likewise.
