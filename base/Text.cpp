@@ -106,8 +106,21 @@ int displayWidth(std::string_view text)
     return width;
 }
 
-std::string fixed2(double value) { return fmt::format("{:.2f}", std::isfinite(value) ? value : 0.0); }
+std::string fixed2(double value)
+{
+    if (value == 0 || !std::isfinite(value)) { // the figure of most processes
+        return "0.00";
+    }
+    return fmt::format("{:.2f}", value);
+}
 
-std::string fixed0(double value) { return fmt::format("{:.0f}", std::isfinite(value) ? value : 0.0); }
+std::string fixed0(double value)
+{
+    constexpr double exactIntegers = 9007199254740992.0; // 2^53
+    if (value >= 0 && value < exactIntegers) {           // digits of an integer are found much faster
+        return fmt::to_string(std::llrint(value));
+    }
+    return fmt::format("{:.0f}", std::isfinite(value) ? value : 0.0);
+}
 
 } // namespace meridal

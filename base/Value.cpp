@@ -64,6 +64,15 @@ void appendText(std::string& json, std::string_view text)
     json += '"';
 }
 
+void appendNumber(std::string& json, double number)
+{
+    if (number == 0) { // most figures of most processes
+        json += std::signbit(number) ? "-0.0" : "0.0";
+    } else {
+        json += serialise(Value(number));
+    }
+}
+
 std::string serialisePretty(const Value& value) { return value.dump(2, ' ', false, Value::error_handler_t::replace); }
 
 std::optional<Value> parseUntrusted(std::string_view text)

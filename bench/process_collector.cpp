@@ -203,7 +203,7 @@ void fiveLists(benchmark::State& state)
         benchmark::DoNotOptimize(rig.collector->cpuProcesses(grouped));
         benchmark::DoNotOptimize(rig.collector->memoryProcesses(grouped));
         benchmark::DoNotOptimize(rig.collector->diskActivityProcesses(grouped));
-        benchmark::DoNotOptimize(rig.collector->networkProcesses(grouped));
+        benchmark::DoNotOptimize(rig.collector->networkProcesses(grouped, {}));
         benchmark::DoNotOptimize(rig.collector->powerProcesses(grouped));
     });
 }

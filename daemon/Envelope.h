@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace meridal {
@@ -15,11 +16,12 @@ namespace meridal {
 class Envelope {
 public:
     explicit Envelope(Dictionary dictionary);
-    /// A long list, written as JSON from the start: on its way to a socket it never is a dictionary.
+    /// A list that was written as JSON from the start: on its way to a socket it never is a dictionary.
     Envelope(int type, std::string json) : json_(std::move(json)), type_(type) { }
 
     const Dictionary& dictionary() const;
-    std::string json() const { return json_.empty() ? serialise(dictionary_) : json_; }
+    /// As JSON; `made` holds the text where it has to be made.
+    std::string_view json(std::string& made) const { return json_.empty() ? made = serialise(dictionary_) : json_; }
     /// The "type" entry as a number: which older unsent envelope this one replaces. 0 when there is none.
     int type() const { return type_; }
 

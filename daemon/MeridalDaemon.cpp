@@ -197,9 +197,7 @@ EnvelopePtr MeridalDaemon::processList(RequestKey list, bool grouped, const Peer
     EnvelopePtr& envelope = views_.list(viewer, list, grouped);
     if (!envelope) {
         processes_.showOnly(views_.shownTo(viewer));
-        envelope = list == RequestKey::Energy
-            ? std::make_shared<const Envelope>(static_cast<int>(mask(list)), processes_.powerProcesses(grouped))
-            : std::make_shared<const Envelope>(buildProcessList(list, grouped));
+        envelope = std::make_shared<const Envelope>(static_cast<int>(mask(list)), buildProcessList(list, grouped));
         processes_.showOnly(nullptr);
     }
     return envelope;
@@ -213,7 +211,7 @@ Value MeridalDaemon::infoForPids(const Value& pids, const Peer& peer)
     return known;
 }
 
-Dictionary MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
+std::string MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
 {
     switch (list) {
     case RequestKey::Cpu:
@@ -222,22 +220,14 @@ Dictionary MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
         return processes_.memoryProcesses(grouped);
     case RequestKey::Disk:
         return processes_.diskActivityProcesses(grouped);
-    case RequestKey::Network:
-        return networkList(grouped);
+    case RequestKey::Network: // with what of the traffic is no process's, where that is known
+        return processes_.networkProcesses(grouped, ports_.trafficShares ? ports_.trafficShares() : Dictionary());
+    case RequestKey::Energy:
+        return processes_.powerProcesses(grouped);
     default:
         assert(false);
         return {};
     }
-}
-
-/// The list, with what of the traffic is no process's where that is known.
-Dictionary MeridalDaemon::networkList(bool grouped)
-{
-    Dictionary list = processes_.networkProcesses(grouped);
-    if (ports_.trafficShares) {
-        list.update(ports_.trafficShares());
-    }
-    return list;
 }
 
 // Network

@@ -108,8 +108,7 @@ private:
     void prepareCollectors();
     void sendSmartResults();
     void sendNetworkList();
-    Dictionary buildProcessList(RequestKey list, bool grouped);
-    Dictionary networkList(bool grouped);
+    std::string buildProcessList(RequestKey list, bool grouped);
 
     Context& context_;
     ProcessStatCollector& processes_;

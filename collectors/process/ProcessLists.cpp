@@ -1,4 +1,5 @@
-// Rankings, and the dictionaries that clients get of them.
+// Rankings, and the lists that clients get of them. Those are written as JSON at once: as dictionaries that are serialised
+// afterwards they would be the better part of a refresh.
 
 #include "base/Text.h"
 #include "base/Value.h"
@@ -16,7 +17,31 @@ namespace meridal {
 
 namespace {
 
-std::string typeOf(ProcessList list) { return fmt::to_string(mask(list)); }
+/// Bytes that most entries do not exceed.
+constexpr std::size_t usualEntry = 80;
+
+void appendMember(std::string& json, const char* name, std::string_view text)
+{
+    json += ",\"";
+    json += name;
+    json += "\":";
+    appendText(json, text);
+}
+
+void appendMember(std::string& json, const char* name, double number)
+{
+    json += ",\"";
+    json += name;
+    json += "\":";
+    appendNumber(json, number);
+}
+
+/// What comes behind the last list.
+std::string closed(std::string json, ProcessList list)
+{
+    json += fmt::format(R"("type":"{}"}})", mask(list));
+    return json;
+}
 
 /// A client's number as a pid; absent for anything that cannot be one.
 std::optional<std::int32_t> pidFrom(const Value& number)
@@ -55,9 +80,10 @@ bool ProcessStatCollector::isListed(const Item& item) const
     return shows(item) && !isMember;
 }
 
-/// Fills ranking_, of which the first `limit` entries are then in order.
-void ProcessStatCollector::rank(ProcessFigure figure, std::size_t limit)
+/// The first `limit` places, which stand in ranking_ until it is called again.
+std::span<const ProcessStatCollector::Ranked> ProcessStatCollector::rank(ProcessFigure figure, std::int32_t limit)
 {
+    const auto most = static_cast<std::size_t>(std::max(limit, 0));
     ranking_.clear();
     for (Item* item : sharingStorage(shared_.sharingUseHeirachy && !shown_)) {
         if (shown_ && !isListed(*item)) {
@@ -73,167 +99,159 @@ void ProcessStatCollector::rank(ProcessFigure figure, std::size_t limit)
         }
         return a.lastActive != b.lastActive ? a.lastActive > b.lastActive : a.place < b.place;
     };
-    if (limit < ranking_.size()) {
-        const auto end = ranking_.begin() + static_cast<std::ptrdiff_t>(limit);
+    if (most < ranking_.size()) {
+        const auto end = ranking_.begin() + static_cast<std::ptrdiff_t>(most);
         std::partial_sort(ranking_.begin(), end, ranking_.end(), isBefore);
     } else {
         std::sort(ranking_.begin(), ranking_.end(), isBefore);
     }
-}
-
-std::vector<ProcessListRow> ProcessStatCollector::rows(ProcessFigure figure, std::int32_t limit)
-{
-    const auto most = static_cast<std::size_t>(std::max(limit, 0));
-    rank(figure, most);
-    std::vector<ProcessListRow> result;
-    result.reserve(std::min(most, ranking_.size()));
-    for (const Ranked& ranked : ranking_) {
-        if (result.size() == most) {
-            break;
-        }
-        result.push_back({ranked.item, sharingNameForProcess(*ranked.item)});
-    }
-    return result;
+    return std::span(ranking_).first(std::min(most, ranking_.size()));
 }
 
 std::vector<ProcessListRow> ProcessStatCollector::ranked(ProcessFigure figure, bool grouped, std::int32_t limit)
 {
     setSharingUseHeirachy(grouped);
     updateTotals(figure);
-    return rows(figure, limit);
-}
-
-Value ProcessStatCollector::list(ProcessFigure figure, std::int32_t limit, FillEntry fill)
-{
-    std::vector<ProcessListRow> ranking = rows(figure, limit);
-    Value::array_t entries;
-    entries.reserve(ranking.size());
-    for (ProcessListRow& row : ranking) {
-        Dictionary& entry = entries.emplace_back(Value::object());
-        entry["key"] = row.item->key();
-        entry["name"] = std::move(row.name);
-        fill(entry, *row.item);
+    std::vector<ProcessListRow> result;
+    for (const Ranked& each : rank(figure, limit)) {
+        result.push_back({each.item, sharingNameForProcess(*each.item)});
     }
-    return Value(std::move(entries));
+    return result;
 }
 
-Dictionary ProcessStatCollector::cpuProcesses(bool grouped)
+void ProcessStatCollector::appendList(
+    std::string& json, const char* name, ProcessFigure figure, std::int32_t limit, AppendFigures appendFigures)
+{
+    const auto ranking = rank(figure, limit);
+    json.reserve(json.size() + ranking.size() * usualEntry); // a list of everybody is not copied as it grows
+    json += fmt::format(R"("{}":[)", name);
+    const char* separator = "";
+    for (const Ranked& each : ranking) {
+        json += std::exchange(separator, ",");
+        json += R"({"key":)";
+        appendText(json, each.item->key());
+        appendMember(json, "name", sharingNameForProcess(*each.item));
+        appendFigures(json, *each.item);
+        json += '}';
+    }
+    json += "],";
+}
+
+std::string ProcessStatCollector::cpuProcesses(bool grouped)
 {
     setSharingUseHeirachy(grouped);
     updateTotals(ProcessFigure::Cpu);
-    Dictionary result = {{"type", typeOf(ProcessList::Cpu)}};
-    result["processes"] = list(ProcessFigure::Cpu, sharingProcessCPUCount_,
-        [](Dictionary& entry, const Item& item) { entry["c"] = fixed2(item.sharingTotalCPU()); });
-    return result;
+    std::string json = "{";
+    appendList(json, "processes", ProcessFigure::Cpu, sharingProcessCPUCount_,
+        [](std::string& entry, const Item& item) { appendMember(entry, "c", fixed2(item.sharingTotalCPU())); });
+    return closed(std::move(json), ProcessList::Cpu);
 }
 
-Dictionary ProcessStatCollector::memoryProcesses(bool grouped)
+std::string ProcessStatCollector::memoryProcesses(bool grouped)
 {
     setSharingUseHeirachy(grouped);
     updateTotals(ProcessFigure::Memory);
-    Dictionary result = {{"type", typeOf(ProcessList::Memory)}};
-    result["processes"] = list(ProcessFigure::Memory, sharingProcessMemoryCount_,
-        [](Dictionary& entry, const Item& item) { entry["m"] = fixed0(item.sharingTotalMemory()); });
+    std::string json = "{";
+    appendList(json, "processes", ProcessFigure::Memory, sharingProcessMemoryCount_,
+        [](std::string& entry, const Item& item) { appendMember(entry, "m", fixed0(item.sharingTotalMemory())); });
     if (rules_.listsFootprint) {
         updateTotals(ProcessFigure::MemoryFootprint);
-        result["processes-footprint"] = list(ProcessFigure::MemoryFootprint, sharingProcessMemoryCount_,
-            [](Dictionary& entry, const Item& item) { entry["m"] = fixed0(item.sharingTotalMemoryFootprint()); });
+        appendList(json, "processes-footprint", ProcessFigure::MemoryFootprint, sharingProcessMemoryCount_,
+            [](std::string& entry, const Item& item) {
+                appendMember(entry, "m", fixed0(item.sharingTotalMemoryFootprint()));
+            });
     }
-    return result;
+    return closed(std::move(json), ProcessList::Memory);
 }
 
-Dictionary ProcessStatCollector::diskActivityProcesses(bool grouped)
+std::string ProcessStatCollector::diskList(bool grouped, AppendFigures read, AppendFigures written)
 {
     setSharingUseHeirachy(grouped);
     updateTotals(ProcessFigure::DiskRead);
     updateTotals(ProcessFigure::DiskWrite);
-    const FillEntry fill = [](Dictionary& entry, const Item& item) {
-        entry["r"] = item.sharingTotalRead();
-        entry["w"] = item.sharingTotalWrite();
-    };
-    Dictionary result = {{"type", typeOf(ProcessList::Disk)}};
-    result["read"] = list(ProcessFigure::DiskRead, sharingProcessDiskActivityCount_, fill);
-    result["write"] = list(ProcessFigure::DiskWrite, sharingProcessDiskActivityCount_, fill);
-    return result;
+    std::string json = "{";
+    appendList(json, "read", ProcessFigure::DiskRead, sharingProcessDiskActivityCount_, read);
+    appendList(json, "write", ProcessFigure::DiskWrite, sharingProcessDiskActivityCount_, written);
+    return closed(std::move(json), ProcessList::Disk);
 }
 
-Dictionary ProcessStatCollector::diskActivityProcesses2(bool grouped)
+std::string ProcessStatCollector::diskActivityProcesses(bool grouped)
 {
-    setSharingUseHeirachy(grouped);
-    updateTotals(ProcessFigure::DiskRead);
-    updateTotals(ProcessFigure::DiskWrite);
-    Dictionary result = {{"type", typeOf(ProcessList::Disk)}};
-    result["read"] =
-        list(ProcessFigure::DiskRead, sharingProcessDiskActivityCount_, [](Dictionary& entry, const Item& item) {
-            entry["r"] = item.sharingTotalRead();
-            entry["t"] = item.diskReadTime();
-        });
-    result["write"] =
-        list(ProcessFigure::DiskWrite, sharingProcessDiskActivityCount_, [](Dictionary& entry, const Item& item) {
-            entry["w"] = item.sharingTotalWrite();
-            entry["t"] = item.diskWriteTime();
-        });
-    return result;
+    const AppendFigures both = [](std::string& entry, const Item& item) {
+        appendMember(entry, "r", item.sharingTotalRead());
+        appendMember(entry, "w", item.sharingTotalWrite());
+    };
+    return diskList(grouped, both, both);
 }
 
-Dictionary ProcessStatCollector::networkProcesses(bool grouped)
+std::string ProcessStatCollector::diskActivityProcesses2(bool grouped)
+{
+    return diskList(
+        grouped,
+        [](std::string& entry, const Item& item) {
+            appendMember(entry, "r", item.sharingTotalRead());
+            appendMember(entry, "t", item.diskReadTime());
+        },
+        [](std::string& entry, const Item& item) {
+            appendMember(entry, "w", item.sharingTotalWrite());
+            appendMember(entry, "t", item.diskWriteTime());
+        });
+}
+
+std::string ProcessStatCollector::networkList(
+    bool grouped, const Dictionary& shares, AppendFigures received, AppendFigures sent)
 {
     setSharingUseHeirachy(grouped);
     updateTotals(ProcessFigure::Download);
     updateTotals(ProcessFigure::Upload);
-    const FillEntry fill = [](Dictionary& entry, const Item& item) {
-        entry["d"] = item.sharingTotalDownload();
-        entry["u"] = item.sharingTotalUpload();
-    };
-    Dictionary result = {{"type", typeOf(ProcessList::Network)}};
-    result["download"] = list(ProcessFigure::Download, sharingProcessNetworkCount_, fill);
-    result["upload"] = list(ProcessFigure::Upload, sharingProcessNetworkCount_, fill);
-    return result;
+    std::string json = "{";
+    appendList(json, "download", ProcessFigure::Download, sharingProcessNetworkCount_, received);
+    appendList(json, "upload", ProcessFigure::Upload, sharingProcessNetworkCount_, sent);
+    for (const auto& [name, share] : shares.items()) {
+        appendText(json, name);
+        json += ':';
+        json += serialise(share);
+        json += ',';
+    }
+    return closed(std::move(json), ProcessList::Network);
 }
 
-Dictionary ProcessStatCollector::networkProcesses2(bool grouped)
+std::string ProcessStatCollector::networkProcesses(bool grouped, const Dictionary& shares)
 {
-    setSharingUseHeirachy(grouped);
-    updateTotals(ProcessFigure::Download);
-    updateTotals(ProcessFigure::Upload);
-    Dictionary result = {{"type", typeOf(ProcessList::Network)}};
-    result["download"] =
-        list(ProcessFigure::Download, sharingProcessNetworkCount_, [](Dictionary& entry, const Item& item) {
-            entry["d"] = item.sharingTotalDownload();
-            entry["u"] = item.sharingTotalUpload();
-            entry["t"] = item.networkDownloadTime();
+    const AppendFigures both = [](std::string& entry, const Item& item) {
+        appendMember(entry, "d", item.sharingTotalDownload());
+        appendMember(entry, "u", item.sharingTotalUpload());
+    };
+    return networkList(grouped, shares, both, both);
+}
+
+std::string ProcessStatCollector::networkProcesses2(bool grouped, const Dictionary& shares)
+{
+    return networkList(
+        grouped, shares,
+        [](std::string& entry, const Item& item) {
+            appendMember(entry, "d", item.sharingTotalDownload());
+            appendMember(entry, "u", item.sharingTotalUpload());
+            appendMember(entry, "t", item.networkDownloadTime());
+        },
+        [](std::string& entry, const Item& item) {
+            appendMember(entry, "d", item.sharingTotalDownload());
+            appendMember(entry, "u", item.sharingTotalUpload());
+            appendMember(entry, "t", item.networkUploadTime());
         });
-    result["upload"] =
-        list(ProcessFigure::Upload, sharingProcessNetworkCount_, [](Dictionary& entry, const Item& item) {
-            entry["d"] = item.sharingTotalDownload();
-            entry["u"] = item.sharingTotalUpload();
-            entry["t"] = item.networkUploadTime();
-        });
-    return result;
 }
 
 std::string ProcessStatCollector::powerProcesses(bool grouped)
 {
     setSharingUseHeirachy(grouped);
     updateTotals(ProcessFigure::Power);
-    std::string json = R"({"processes":[)";
-    const char* separator = "";
-    for (const ProcessListRow& row : rows(ProcessFigure::Power, sharingProcessPowerCount_)) {
-        json += std::exchange(separator, ",");
-        json += R"({"bundle":)";
-        appendText(json, row.item->bundleLocation());
-        json += R"(,"key":)";
-        appendText(json, row.item->key());
-        json += R"(,"name":)";
-        appendText(json, row.name);
-        json += R"(,"score":)";
-        appendText(json, fixed2(row.item->sharingTotalPower()));
-        json += '}';
-    }
-    json += R"(],"type":)";
-    appendText(json, typeOf(ProcessList::Energy));
-    json += '}';
-    return json;
+    std::string json = "{";
+    appendList(
+        json, "processes", ProcessFigure::Power, sharingProcessPowerCount_, [](std::string& entry, const Item& item) {
+            appendMember(entry, "score", fixed2(item.sharingTotalPower()));
+            appendMember(entry, "bundle", item.bundleLocation());
+        });
+    return closed(std::move(json), ProcessList::Energy);
 }
 
 Value ProcessStatCollector::infoForPids(const Value& pids) const

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -97,15 +98,15 @@ public:
     bool sharingUseHeirachy() const { return shared_.sharingUseHeirachy; }
     void setSharingUseHeirachy(bool use) { shared_.sharingUseHeirachy = use; }
 
-    // Lists; `grouped` becomes sharingUseHeirachy
-    Dictionary cpuProcesses(bool grouped);
-    Dictionary memoryProcesses(bool grouped);
-    Dictionary diskActivityProcesses(bool grouped);
-    Dictionary diskActivityProcesses2(bool grouped); ///< one figure and the time of the last activity
-    Dictionary networkProcesses(bool grouped);
-    Dictionary networkProcesses2(bool grouped); ///< with the time of the last activity
-    /// As JSON: every process is in it, however many there are.
-    std::string powerProcesses(bool grouped);
+    // Lists, as the JSON text of their dictionaries; `grouped` becomes sharingUseHeirachy
+    std::string cpuProcesses(bool grouped);
+    std::string memoryProcesses(bool grouped);
+    std::string diskActivityProcesses(bool grouped);
+    std::string diskActivityProcesses2(bool grouped); ///< one figure and the time of the last activity
+    /// Beside the lists stands what `shares` has, if anything.
+    std::string networkProcesses(bool grouped, const Dictionary& shares);
+    std::string networkProcesses2(bool grouped, const Dictionary& shares); ///< with the time of the last activity
+    std::string powerProcesses(bool grouped); ///< every process is in it, however many there are
     /// The table ranked by a figure, largest first; equal ones in table order, idle ones of disk and network by their
     /// last activity. Stores every total on the way: sharingTotal() of an item in the result is its figure.
     std::vector<ProcessListRow> ranked(ProcessFigure figure, bool grouped, std::int32_t limit);
@@ -132,8 +133,8 @@ private:
         std::uint32_t place = 0; ///< in the table, so that equal ones keep their order
         Item* item = nullptr;
     };
-    /// Adds the figures of a list's entry to its pid and name.
-    using FillEntry = void (*)(Dictionary& entry, const Item& item);
+    /// Writes the figures of a list's entry behind its pid and name.
+    using AppendFigures = void (*)(std::string& entry, const Item& item);
 
     // ProcessStatCollector.cpp
     void beginPass();
@@ -156,9 +157,11 @@ private:
     // ProcessLists.cpp
     bool shows(const Item& item) const { return !shown_ || shown_->contains(item.pid()); }
     bool isListed(const Item& item) const;
-    void rank(ProcessFigure figure, std::size_t limit);
-    std::vector<ProcessListRow> rows(ProcessFigure figure, std::int32_t limit);
-    Value list(ProcessFigure figure, std::int32_t limit, FillEntry fill);
+    std::span<const Ranked> rank(ProcessFigure figure, std::int32_t limit);
+    void appendList(
+        std::string& json, const char* name, ProcessFigure figure, std::int32_t limit, AppendFigures appendFigures);
+    std::string diskList(bool grouped, AppendFigures read, AppendFigures written);
+    std::string networkList(bool grouped, const Dictionary& shares, AppendFigures received, AppendFigures sent);
 
     ReleaseRules rules_;
     std::string serviceManagerName_;

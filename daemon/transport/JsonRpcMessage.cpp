@@ -139,8 +139,10 @@ std::string encode(const JsonRpcAnswer& answer)
 
 std::string encodeNotification(std::string_view method, std::string_view argument)
 {
-    std::string line = R"({"jsonrpc":"2.0","method":)";
-    line += serialise(Value(method));
+    std::string line;
+    line.reserve(method.size() + argument.size() + 64); // of thousands of processes it may have
+    line += R"({"jsonrpc":"2.0","method":)";
+    appendText(line, method);
     line += R"(,"params":[)";
     line += argument;
     line += "]}\n";

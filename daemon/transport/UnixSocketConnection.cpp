@@ -26,7 +26,8 @@ SharedLine lineOf(const Envelope& envelope, TransportCounters& counters)
 {
     const auto encode = [&counters](const Envelope& one) -> std::shared_ptr<const void> {
         ++counters.envelopesEncoded;
-        return std::make_shared<const std::string>(encodeNotification("daemonResponse:", one.json()));
+        std::string made;
+        return std::make_shared<const std::string>(encodeNotification("daemonResponse:", one.json(made)));
     };
     return std::static_pointer_cast<const std::string>(envelope.encoded(encode));
 }

@@ -50,7 +50,7 @@ TEST_F(ProcessHierarchyTest, OldReleasesKnowParentsOnly)
     update();
     EXPECT_FALSE(item(12).root());
     EXPECT_TRUE(item(13).root());
-    EXPECT_FALSE(collector().memoryProcesses(false).contains("processes-footprint"));
+    EXPECT_FALSE(Value::parse(collector().memoryProcesses(false)).contains("processes-footprint"));
 }
 
 TEST_F(ProcessHierarchyTest, OrphansHeadTheirOwnGroupAndNoStrangerAdoptsThem)

@@ -45,39 +45,40 @@ TEST_F(ProcessListsTest, EachListHasItsShape)
     collector().processCachePacket({.pid = 12, .downloadBytes = 70, .uploadBytes = 5});
     const double now = machine.runtime.wallTime();
 
-    EXPECT_EQ(collector().cpuProcesses(false),
+    EXPECT_EQ(Value::parse(collector().cpuProcesses(false)),
         Value::parse(R"({"type":"1","processes":[{"key":"11","name":"helper","c":"20.00"}]})"));
-    EXPECT_EQ(collector().memoryProcesses(true),
+    EXPECT_EQ(Value::parse(collector().memoryProcesses(true)),
         Value::parse(R"({"type":"2","processes":[{"key":"10","name":"app","m":"400"}],
                          "processes-footprint":[{"key":"10","name":"app","m":"400"}]})"));
-    EXPECT_EQ(collector().powerProcesses(false),
-        serialise(
-            Value::parse(R"({"type":"16","processes":[{"key":"11","name":"helper","score":"20.00","bundle":""}]})")));
-    EXPECT_EQ(collector().diskActivityProcesses(true),
+    EXPECT_EQ(Value::parse(collector().powerProcesses(false)),
+        Value::parse(R"({"type":"16","processes":[{"key":"11","name":"helper","score":"20.00","bundle":""}]})"));
+    EXPECT_EQ(Value::parse(collector().diskActivityProcesses(true)),
         Value::parse(R"({"type":"4","read":[{"key":"10","name":"app","r":200.0,"w":0.0}],
                          "write":[{"key":"1","name":"launchd","r":0.0,"w":0.0}]})"));
-    Dictionary disk = collector().diskActivityProcesses2(false);
+    Dictionary disk = Value::parse(collector().diskActivityProcesses2(false));
     EXPECT_EQ(disk["read"][0], Value({{"key", "11"}, {"name", "helper"}, {"r", 150.0}, {"t", now}}));
     EXPECT_EQ(disk["write"][0], Value({{"key", "1"}, {"name", "launchd"}, {"w", 0.0}, {"t", 0.0}}));
-    Dictionary network = collector().networkProcesses(false);
+    const Dictionary shares{{"kernel", {{"d", 1.5}}}};
+    Dictionary network = Value::parse(collector().networkProcesses(false, shares));
     EXPECT_EQ(network["type"], "8");
+    EXPECT_EQ(network["kernel"], shares["kernel"]);
     EXPECT_EQ(network["upload"][0], Value({{"key", "12"}, {"name", "tool"}, {"d", 70.0}, {"u", 5.0}}));
-    network = collector().networkProcesses2(false);
+    network = Value::parse(collector().networkProcesses2(false, {}));
     EXPECT_EQ(network["download"][0], Value({{"key", "12"}, {"name", "tool"}, {"d", 70.0}, {"u", 5.0}, {"t", now}}));
 }
 
 TEST_F(ProcessListsTest, RanksLargestFirstAndEqualOnesInTableOrder)
 {
-    EXPECT_EQ(keys(collector().cpuProcesses(false)["processes"]), Keys({"11", "12", "10", "1"}));
-    EXPECT_EQ(keys(collector().cpuProcesses(true)["processes"]), Keys({"10", "12", "1"}));
+    EXPECT_EQ(keys(Value::parse(collector().cpuProcesses(false))["processes"]), Keys({"11", "12", "10", "1"}));
+    EXPECT_EQ(keys(Value::parse(collector().cpuProcesses(true))["processes"]), Keys({"10", "12", "1"}));
     updateAfter(2); // everybody idle
     for (const std::int32_t limit : {4, 100}) {
         collector().setSharingProcessCPUCount(limit);
-        EXPECT_EQ(keys(collector().cpuProcesses(false)["processes"]), Keys({"1", "10", "11", "12"}));
+        EXPECT_EQ(keys(Value::parse(collector().cpuProcesses(false))["processes"]), Keys({"1", "10", "11", "12"}));
     }
     for (const std::int32_t limit : {0, -3}) {
         collector().setSharingProcessCPUCount(limit);
-        EXPECT_TRUE(collector().cpuProcesses(false)["processes"].empty());
+        EXPECT_TRUE(Value::parse(collector().cpuProcesses(false))["processes"].empty());
     }
 }
 
@@ -86,9 +87,9 @@ TEST_F(ProcessListsTest, IdleDiskUsersRankByTheirLastActivity)
     pass(12, {.read = 10});
     pass(11, {.read = 10});
     updateAfter(2);
-    EXPECT_EQ(keys(collector().diskActivityProcesses(false)["read"]), Keys({"11", "12", "10", "1"}));
+    EXPECT_EQ(keys(Value::parse(collector().diskActivityProcesses(false))["read"]), Keys({"11", "12", "10", "1"}));
     pass(1, {.read = 10});
-    EXPECT_EQ(keys(collector().diskActivityProcesses(false)["read"]), Keys({"1", "11", "12", "10"}));
+    EXPECT_EQ(keys(Value::parse(collector().diskActivityProcesses(false))["read"]), Keys({"1", "11", "12", "10"}));
 }
 
 TEST_F(ProcessListsTest, EnergyListsEverybody)
