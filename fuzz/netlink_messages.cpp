@@ -34,6 +34,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             require(link->record.name.find('\0') == std::string::npos);
             rtnl::kindOf(*link, "", false);
         }
+        if (rtnl::countedInterface(message) != 0) {
+            InterfaceRecord record;
+            rtnl::takeCounters(record, message);
+            require(record.hasCounters || record.bytesReceived == 0);
+        }
         if (const auto address = rtnl::parseAddress(message)) {
             require(address->address.prefixLength <= address->address.size() * 8);
         }

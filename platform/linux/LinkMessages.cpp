@@ -165,6 +165,23 @@ std::optional<Link> parseLink(const nlmsghdr& message)
     return link;
 }
 
+std::int32_t countedInterface(const nlmsghdr& message)
+{
+    if (message.nlmsg_type != RTM_NEWSTATS || mnl_nlmsg_get_payload_len(&message) < sizeof(if_stats_msg)) {
+        return 0;
+    }
+    return static_cast<std::int32_t>(fixedPart<if_stats_msg>(message).ifindex);
+}
+
+void takeCounters(InterfaceRecord& record, const nlmsghdr& message)
+{
+    forEachAttribute<if_stats_msg>(message, [&record](const nlattr& attribute) {
+        if (mnl_attr_get_type(&attribute) == IFLA_STATS_LINK_64) {
+            takeCounters(record, attribute);
+        }
+    });
+}
+
 std::optional<Address> parseAddress(const nlmsghdr& message)
 {
     if (message.nlmsg_type != RTM_NEWADDR || mnl_nlmsg_get_payload_len(&message) < sizeof(ifaddrmsg)) {

@@ -16,8 +16,8 @@
 
 namespace meridal {
 
-/// The interfaces of this network namespace, by rtnetlink: one dump of the links a reading, one of the addresses only
-/// after one of them was announced to have changed, and one question for the route to the outside.
+/// The interfaces of this network namespace, by rtnetlink: one dump of the counters a reading, those of links and of
+/// addresses only after one of them was announced to have changed, and one question for the route to the outside.
 class NetlinkInterfaces final : public NetworkInterfaces {
 public:
     /// `root` holds sys, which tells wireless and cellular devices from others.
@@ -30,8 +30,10 @@ private:
     using AddressesByIndex = std::multimap<std::int32_t, InterfaceAddress>;
 
     void takeNews();
-    bool readLinks(std::vector<InterfaceRecord>& links);
+    bool readCounters();
+    bool readLinks();
     void readAddresses();
+    void giveAddresses();
     std::optional<PrimaryService> readPrimary();
     std::optional<rtnl::Route> routeTo(const InterfaceAddress& destination);
     InterfaceKind kindOf(const rtnl::Link& link);
@@ -43,7 +45,9 @@ private:
     NetworkReading reading_;
     bool hasReading_ = false;
     bool hearsNews_ = false;
+    bool linksStale_ = true;
     bool addressesStale_ = true;
+    bool tellsCounters_ = true; ///< by themselves, as every kernel since 4.7
     AddressesByIndex addresses_;
     std::vector<InterfaceRecord> gone_; ///< since the reading
     std::map<std::pair<std::int32_t, std::string>, InterfaceKind> kinds_;

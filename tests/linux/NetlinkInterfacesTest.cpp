@@ -96,6 +96,12 @@ TEST_F(NetlinkInterfacesTest, ReadsWhatTheyAreAndFollowsTheirAddresses)
     EXPECT_TRUE(find("near")->addresses.empty());
     EXPECT_EQ(linkOnceIs("near", LinkState::Down), LinkState::Down);
     EXPECT_FALSE(netlink->latest()->primary);
+
+    ASSERT_TRUE(network.ip("link set near mtu 1400") && network.ip("link add later type veth peer name latest"));
+    netlink->read();
+    EXPECT_EQ(find("near")->mtu, 1400U);
+    ASSERT_TRUE(find("later"));
+    EXPECT_TRUE(find("later")->hasCounters);
     EXPECT_TRUE(machine.host.limitations->all().empty());
 }
 

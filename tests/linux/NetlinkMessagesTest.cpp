@@ -86,6 +86,16 @@ TEST(NetlinkMessages, CountersOfEveryKernelAreRead)
     EXPECT_EQ(parsed(bytes.size()).name, "eth0") << "without its NUL";
     EXPECT_EQ(parsed(64).bytesSent, 7U) << "an older kernel's";
     EXPECT_FALSE(parsed(16).hasCounters) << "absent, not zero";
+
+    if_stats_msg header{};
+    header.ifindex = 3;
+    Message alone(RTM_NEWSTATS, header);
+    alone.text(IFLA_STATS_LINK_64, bytes);
+    EXPECT_EQ(rtnl::countedInterface(*alone), 3);
+    EXPECT_EQ(rtnl::countedInterface(*link(3)), 0);
+    InterfaceRecord record;
+    rtnl::takeCounters(record, *alone);
+    EXPECT_EQ(record.bytesReceived, 0x1'0000'0001U);
 }
 
 TEST(NetlinkMessages, FramesThatSeveralInterfacesCarryCountOnce)
