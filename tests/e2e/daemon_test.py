@@ -9,6 +9,7 @@ import contextlib
 import ctypes
 import os
 import pwd
+import select
 import shutil
 import signal
 import socket
@@ -32,6 +33,7 @@ def until(condition, what):
     while not (found := condition()):
         if time.monotonic() > deadline:
             raise AssertionError("never came: " + what)
+        select.select([], [], [], 0.01)  # leaves the machine to what is waited for
     return found
 
 

@@ -89,6 +89,14 @@ TEST_F(ToldProcesses, RowsAreSortedAndEveryPidIsThereOnce)
         EXPECT_EQ(row.name, "made");
     }
     EXPECT_THAT(pids, testing::ElementsAre(7, 9, 30));
+
+    told->clear();
+    for (int pid = 20; pid > 0; --pid) { // as often as pids can start over
+        told->push_back(process(pid));
+    }
+    const auto rows = source.readProcesses(ProcessFields::Cpu);
+    EXPECT_EQ(rows.size(), 20U);
+    EXPECT_TRUE(std::is_sorted(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.pid < b.pid; }));
 }
 
 TEST_F(ToldProcesses, AReusedPidStartsAfresh)

@@ -15,7 +15,6 @@ import sqlite3
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages for D-Bus
@@ -30,21 +29,13 @@ except ImportError:
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
 import daemon_test  # noqa: E402  the daemon and its clients
+from daemon_test import until  # noqa: E402
 
 MOCK = "org.freedesktop.DBus.Mock"
 MANAGER = "org.freedesktop.NetworkManager"
 MANAGER_PATH = "/org/freedesktop/NetworkManager"
 SYSTEMD = "org.freedesktop.systemd1"
 SYSTEMD_PATH = "/org/freedesktop/systemd1"
-
-
-def until(condition, what):
-    """Asks until the condition holds, and answers what it gave."""
-    deadline = time.monotonic() + daemon_test.DEADLINE
-    while not (found := condition()):
-        if time.monotonic() > deadline:
-            raise AssertionError("never came: " + what)
-    return found
 
 
 class NetworkTest(unittest.TestCase):
