@@ -22,6 +22,21 @@ std::string_view nameOf(const BpfProcess& process)
     return {process.name, ::strnlen(process.name, sizeof process.name)};
 }
 
+/// They come in order of birth: ascending, until pids start over.
+void mergeRuns(std::vector<const BpfProcess*>& order)
+{
+    constexpr int mostRuns = 8; // more are sorted faster than merged one by one
+    auto sorted = std::is_sorted_until(order.begin(), order.end(), isBefore);
+    for (int run = 1; run < mostRuns && sorted != order.end(); ++run) {
+        const auto end = std::is_sorted_until(sorted, order.end(), isBefore);
+        std::inplace_merge(order.begin(), sorted, end, isBefore);
+        sorted = end;
+    }
+    if (sorted != order.end()) {
+        std::sort(order.begin(), order.end(), isBefore);
+    }
+}
+
 } // namespace
 
 CpuTimes splitCpuTime(std::uint64_t runTime, std::uint64_t userTicks, std::uint64_t systemTicks, CpuTimes last)
@@ -114,9 +129,7 @@ void BpfProcessSource::sortByPid(std::span<const BpfProcess> processes)
     for (const BpfProcess& process : processes) {
         order_.push_back(&process);
     }
-    if (!std::is_sorted(order_.begin(), order_.end(), isBefore)) { // they come in order of birth: pids start over
-        std::sort(order_.begin(), order_.end(), isBefore);
-    }
+    mergeRuns(order_);
     // While a thread other than the first one starts a program it takes the pid over, and both may be met.
     const auto same = [](const BpfProcess* a, const BpfProcess* b) { return a->pid == b->pid; };
     order_.erase(std::unique(order_.begin(), order_.end(), same), order_.end());
