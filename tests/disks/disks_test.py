@@ -202,8 +202,8 @@ class DisksTest(unittest.TestCase):
         return subprocess.run(command, capture_output=True, text=True, check=True).stdout
 
     def plug(self, description, node, disk):
+        disk.attach(self.bed, node)  # first: a disk is there only when it answers
         self.bed.add_from_string(description)
-        disk.attach(self.bed, node)
         return disk
 
     def plug_ata(self, name="sda", minor=0, serial="WX1", **how):
