@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <libmnl/libmnl.h>
 #include <linux/if_link.h>
@@ -118,7 +119,7 @@ bool NetlinkInterfaces::readCounters()
             rtnl::takeCounters(*place, message);
         }
     });
-    tellsCounters_ = outcome != NetlinkOutcome::Failed;
+    tellsCounters_ = outcome != NetlinkOutcome::Failed || questions_.error() != EOPNOTSUPP;
     return outcome == NetlinkOutcome::Complete && matched == known.size();
 }
 
