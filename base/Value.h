@@ -37,8 +37,8 @@ void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
 
 /// The one place where values become JSON text. Bytes that are not UTF-8 are replaced; never throws for content.
 std::string serialise(const Value& value);
-/// Appends a text or a number as JSON, as serialise would, to JSON that is written piece by piece: for long lists, which cost several
-/// times as much as values.
+/// Appends a text or a number as JSON, as serialise would, to JSON that is written piece by piece: for lists, which cost
+/// several times as much as values.
 void appendText(std::string& json, std::string_view text);
 void appendNumber(std::string& json, double number);
 /// As serialise, indented for people.

@@ -20,6 +20,15 @@ const Dictionary& Envelope::dictionary() const
     return dictionary_;
 }
 
+std::string_view Envelope::json(std::string& made) const
+{
+    if (!json_.empty()) {
+        return json_;
+    }
+    made = serialise(dictionary_);
+    return made;
+}
+
 const std::shared_ptr<const void>& Envelope::encoded(
     const std::function<std::shared_ptr<const void>(const Envelope&)>& encode) const
 {

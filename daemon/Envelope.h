@@ -21,7 +21,7 @@ public:
 
     const Dictionary& dictionary() const;
     /// As JSON; `made` holds the text where it has to be made.
-    std::string_view json(std::string& made) const { return json_.empty() ? made = serialise(dictionary_) : json_; }
+    std::string_view json(std::string& made) const;
     /// The "type" entry as a number: which older unsent envelope this one replaces. 0 when there is none.
     int type() const { return type_; }
 

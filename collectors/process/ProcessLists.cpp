@@ -20,19 +20,24 @@ namespace {
 /// Bytes that most entries do not exceed.
 constexpr std::size_t usualEntry = 80;
 
-void appendMember(std::string& json, const char* name, std::string_view text)
+void appendName(std::string& json, const char* name)
 {
-    json += ",\"";
+    json += '"';
     json += name;
     json += "\":";
+}
+
+void appendMember(std::string& json, const char* name, std::string_view text)
+{
+    json += ',';
+    appendName(json, name);
     appendText(json, text);
 }
 
 void appendMember(std::string& json, const char* name, double number)
 {
-    json += ",\"";
-    json += name;
-    json += "\":";
+    json += ',';
+    appendName(json, name);
     appendNumber(json, number);
 }
 
@@ -124,7 +129,8 @@ void ProcessStatCollector::appendList(
 {
     const auto ranking = rank(figure, limit);
     json.reserve(json.size() + ranking.size() * usualEntry); // a list of everybody is not copied as it grows
-    json += fmt::format(R"("{}":[)", name);
+    appendName(json, name);
+    json += '[';
     const char* separator = "";
     for (const Ranked& each : ranking) {
         json += std::exchange(separator, ",");

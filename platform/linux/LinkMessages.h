@@ -32,12 +32,13 @@ struct Route {
 
 // Each is absent when the message is of another type, too short, or not about the machine's own interfaces.
 std::optional<Link> parseLink(const nlmsghdr& message);
-/// The index of the interface whose counters an RTM_NEWSTATS message tells; 0 for any other message.
-std::int32_t countedInterface(const nlmsghdr& message);
-/// Those counters.
-void takeCounters(InterfaceRecord& record, const nlmsghdr& message);
 std::optional<Address> parseAddress(const nlmsghdr& message);
 std::optional<Route> parseRoute(const nlmsghdr& message);
+
+/// The index of the interface whose counters an RTM_NEWSTATS message tells; 0 for any other message.
+std::int32_t countedInterface(const nlmsghdr& message);
+/// Puts those counters into its record.
+void takeCounters(InterfaceRecord& record, const nlmsghdr& message);
 
 /// What an interface is. `deviceType` is DEVTYPE of its uevent file ("wlan", "wwan"); `hasDevice` whether sysfs knows a
 /// device behind it.

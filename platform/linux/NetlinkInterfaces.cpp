@@ -100,8 +100,8 @@ void NetlinkInterfaces::takeNews()
     addressesStale_ = addressesStale_ || news == NetlinkNews::Lost;
 }
 
-/// Into the interfaces of the reading before, at a third of what a dump of the links costs. False when they are not the
-/// same interfaces.
+/// Into the interfaces of the reading before, for about half of what a dump of the links costs. False when one of them
+/// is no longer there.
 bool NetlinkInterfaces::readCounters()
 {
     auto& known = reading_.interfaces;

@@ -47,7 +47,7 @@ private:
     bool hearsNews_ = false;
     bool linksStale_ = true;
     bool addressesStale_ = true;
-    bool tellsCounters_ = true; ///< by themselves, as every kernel since 4.7
+    bool tellsCounters_ = true; ///< the kernel does, without the rest of the link; every one since 4.7
     AddressesByIndex addresses_;
     std::vector<InterfaceRecord> gone_; ///< since the reading
     std::map<std::pair<std::int32_t, std::string>, InterfaceKind> kinds_;

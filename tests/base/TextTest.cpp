@@ -3,6 +3,8 @@
 
 #include <rapidcheck/gtest.h>
 
+#include <cmath>
+#include <fmt/format.h>
 #include <limits>
 
 namespace meridal {
@@ -34,6 +36,24 @@ TEST(Text, FiguresAreFiniteAndLocaleFree)
     EXPECT_EQ(fixed2(3.14159), "3.14");
     EXPECT_EQ(fixed0(2.6e9), "2600000000");
     EXPECT_EQ(fixed2(std::numeric_limits<double>::infinity()), "0.00");
+    for (const double value : {0.0, 0.5, 1.5, 2.5, -1.5, 9007199254740991.0, 9007199254740992.0, 1e20}) {
+        EXPECT_EQ(fixed0(value), fmt::format("{:.0f}", value)) << "also where digits are found a faster way";
+    }
+}
+
+TEST(Value, JsonInPiecesIsAsInOne)
+{
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    for (const double number : {0.0, -0.0, 200.0, 0.1, -1e300, infinity, std::nan("")}) {
+        std::string json;
+        appendNumber(json, number);
+        EXPECT_EQ(json, serialise(Value(number)));
+    }
+    for (const std::string text : {"", "plain", "\"\\/", "line\n\x1F\x7F", "\xC3\xA9", "cut\xC3", "\xFF\xFE"}) {
+        std::string json;
+        appendText(json, text);
+        EXPECT_EQ(json, serialise(Value(text)));
+    }
 }
 
 TEST(Value, DeepInputIsRefusedWhileParsing)

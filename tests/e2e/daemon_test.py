@@ -3,7 +3,8 @@
 
     daemon_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
 
-Nothing here sleeps: every wait is for an event (a notification, an envelope, an exit) with a generous deadline.
+Every wait is for an event (a notification, an envelope, an exit) with a generous deadline; only what comes without one is
+asked for again and again (until).
 """
 import contextlib
 import ctypes

@@ -4,7 +4,7 @@ account of bandwidth over real traffic in a network of its own.
 
     network_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
 
-Nothing here sleeps: every wait is for an event with a generous deadline.
+Every wait is for an event with a generous deadline; only what comes without one is asked for again and again (until).
 """
 import ctypes
 import json
