@@ -381,7 +381,7 @@ void MeridalDaemon::powerManagerDidWake()
         return;
     }
     if (ports_.saveSleep) {
-        ports_.saveSleep(sleepTime_, context_.runtime.wallTime());
+        ports_.saveSleep(sleepTime_, sleepTime_ + power_.lastSleep());
     }
     sleepTime_ = 0;
 }

@@ -102,7 +102,7 @@ class PowerTest(unittest.TestCase):
         with self.serving() as (daemon, client):
             until(lambda: self.inhibitors() == HELD, "the inhibitor")
             self.assertNotIn("sleep-messages", client.call("status")["limitations"])
-            for count in (1, 2):
+            for _ in range(2):
                 before = time.time()
                 self.prepare_for_sleep(True)
                 until(lambda: self.inhibitors() == [], "the allowance")
@@ -112,11 +112,9 @@ class PowerTest(unittest.TestCase):
                 self.prepare_for_sleep(False)
                 until(lambda: self.inhibitors() == HELD, "the inhibitor after the wake")
                 answer = client.call("uptime.boots")  # asked of the file after the row was added
-                sleeps = self.rows('select start, "end" from sleep order by rowid')
-                self.assertEqual(len(sleeps), count)
-                self.assertEqual(sleeps[-1][0], shutdown)
-                self.assertGreaterEqual(sleeps[-1][1], shutdown)
                 self.assertEqual(answer["boots"][0]["end"], "running")
+                self.assertEqual(self.rows("select * from sleep"), [], "announced, but the kernel did not sleep")
+                self.assertEqual(answer["boots"][0]["asleep"], 0)
         log = daemon.read_log()
         self.assertEqual((log.count("sleep\n"), log.count("wake\n")), (2, 2))
 
