@@ -33,6 +33,7 @@ if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
 import daemon_test  # noqa: E402  the daemon and its clients
+import documented  # noqa: E402
 from daemon_test import until  # noqa: E402
 
 LOGIN = "org.freedesktop.login1"
@@ -210,7 +211,9 @@ class PowerTest(unittest.TestCase):
         self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
         with self.serving() as (daemon, client):
             client.call("startRequestWithKey:interval:", 128, 1)
-            plugged = client.envelope(lambda e: e["type"] == "128")["battery"]
+            envelope = client.envelope(lambda e: e["type"] == "128")
+            documented.check(self, envelope)
+            plugged = envelope["battery"]
             self.assertEqual((plugged["key"], plugged["source"]), ("5B10W 77", 1))
             state = client.call("battery.state")
             before = state["batteries"][0]
