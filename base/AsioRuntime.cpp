@@ -162,6 +162,18 @@ double AsioRuntime::wallTime() const { return Seconds(std::chrono::system_clock:
 
 double AsioRuntime::monotonicTime() const { return steadySeconds(); }
 
+double AsioRuntime::sleptTime() const
+{
+#ifdef CLOCK_BOOTTIME
+    const double awake = steadySeconds();
+    timespec all{};
+    if (clock_gettime(CLOCK_BOOTTIME, &all) == 0) {
+        return static_cast<double>(all.tv_sec) + static_cast<double>(all.tv_nsec) * 1e-9 - awake;
+    }
+#endif
+    return 0; // a system whose clocks do not tell
+}
+
 Queue& AsioRuntime::mainQueue() { return *core_->loop; }
 
 std::shared_ptr<Queue> AsioRuntime::makeSerialQueue(std::string label)

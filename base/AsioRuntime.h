@@ -19,6 +19,7 @@ public:
 
     double wallTime() const override;
     double monotonicTime() const override;
+    double sleptTime() const override;
     Queue& mainQueue() override;
     std::shared_ptr<Queue> makeSerialQueue(std::string label) override;
     std::shared_ptr<Queue> makeSlowQueue(std::string label) override;

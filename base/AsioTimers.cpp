@@ -48,13 +48,13 @@ AsioTimers::Handle AsioTimers::start(std::weak_ptr<Queue> queue, TimerSchedule s
 {
     auto timer = std::make_shared<Entry>(std::move(queue), schedule, std::move(task));
     const double deadline = steadySeconds() + sensible(schedule.first);
-    const double latest = deadline + timer->leeway;
     const std::lock_guard lock(mutex_);
     timer->id = ++lastId_;
     waiting_.emplace(timer->id, timer);
     table_.add(timer->id, deadline, timer->leeway);
-    if (!wakeAt_ || latest < *wakeAt_) {
-        wakeAt_ = latest;
+    // Earlier for the new one, or later for its company: either way the system timer is set anew.
+    if (const auto wakeAt = table_.wakeTime(); wakeAt != wakeAt_) {
+        wakeAt_ = wakeAt;
         asio::post(loop_.context(), [this]() noexcept { sleep(); });
     }
     return timer;

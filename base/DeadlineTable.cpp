@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 namespace meridal {
@@ -28,7 +29,12 @@ void DeadlineTable::remove(Id id)
 
 std::optional<double> DeadlineTable::wakeTime() const
 {
-    return byLatest_.empty() ? std::nullopt : std::optional(byLatest_.begin()->first);
+    if (byLatest_.empty()) {
+        return std::nullopt;
+    }
+    // Whoever may wait least names the end; of what falls due until then the last is the moment that serves all of it.
+    const double end = byLatest_.begin()->first;
+    return std::prev(byDeadline_.upper_bound({end, std::numeric_limits<Id>::max()}))->first;
 }
 
 std::vector<std::pair<DeadlineTable::Id, double>> DeadlineTable::takeDue(double now)

@@ -20,7 +20,8 @@ public:
     void remove(Id id);
     bool empty() const { return entries_.empty(); }
 
-    /// The latest moment that keeps every entry within its leeway; empty when there is nothing to wait for.
+    /// The moment at which to wake up: the deadline of the next entry, or that of a later one when waiting for it keeps
+    /// everybody within his leeway. So nobody is late but for company. Empty when there is nothing to wait for.
     std::optional<double> wakeTime() const;
     /// Removes the entries whose deadline has passed and gives them by deadline, then by id.
     std::vector<std::pair<Id, double>> takeDue(double now);

@@ -54,6 +54,10 @@ public:
     /// Seconds from an arbitrary origin that never step. Linux: CLOCK_MONOTONIC, which stops while the machine
     /// sleeps. macOS: mach_continuous_time, which goes on.
     virtual double monotonicTime() const = 0;
+    /// Seconds that this machine has slept since it booted, as the kernel counts them. Linux: CLOCK_BOOTTIME less
+    /// CLOCK_MONOTONIC. macOS: mach_continuous_time less mach_absolute_time. Two readings awake may differ by the
+    /// moment between the two clocks.
+    virtual double sleptTime() const = 0;
 
     virtual Queue& mainQueue() = 0;
     virtual std::shared_ptr<Queue> makeSerialQueue(std::string label) = 0;

@@ -147,6 +147,7 @@ void VirtualRuntime::stepWallClock(double seconds) { wallAhead_ += seconds; }
 void VirtualRuntime::sleepMachine(double seconds, bool monotonicCountsSleep)
 {
     (monotonicCountsSleep ? monotonic_ : wallAhead_) += seconds;
+    slept_ += seconds;
 }
 
 /// Posts the tasks of one key's watches; a watch that ends before its task ran takes it along.

@@ -35,6 +35,7 @@ public:
 
     double wallTime() const override { return monotonic_ + wallAhead_; }
     double monotonicTime() const override { return monotonic_; }
+    double sleptTime() const override { return slept_; }
     Queue& mainQueue() override;
     std::shared_ptr<Queue> makeSerialQueue(std::string label) override;
     void postGlobal(Task task) override;
@@ -64,6 +65,7 @@ private:
 
     double monotonic_ = 1000; // a machine that booted a while ago
     double wallAhead_;        // wall clock minus the other, s
+    double slept_ = 0;
     std::uint64_t nextNumber_ = 0;
     std::map<std::pair<double, std::uint64_t>, Due> due_; // by moment, then by order of posting
     std::shared_ptr<SerialQueue> main_;

@@ -53,6 +53,7 @@ MeridalDaemon::MeridalDaemon(
     , networkActions_(context, ports_)
     , processTimer_(context.runtime)
     , views_(context, processes)
+    , usage_(*context.host.selfUsage, context.runtime.monotonicTime())
 {
     sharedInstance = this;
     start();
@@ -166,6 +167,7 @@ void MeridalDaemon::updateProcesses()
     ++passes_.count;
     passes_.lastSeconds = context_.runtime.monotonicTime() - began;
     passes_.processes = processes_.processCount();
+    usage_.tick(context_.runtime.monotonicTime());
 }
 
 void MeridalDaemon::collectorUpdatedForMode(StatCollector& collector, int)
@@ -381,7 +383,7 @@ void MeridalDaemon::powerManagerDidWake()
         return;
     }
     if (ports_.saveSleep) {
-        ports_.saveSleep(sleepTime_, context_.runtime.wallTime());
+        ports_.saveSleep(sleepTime_, sleepTime_ + power_.lastSleep());
     }
     sleepTime_ = 0;
 }

@@ -10,6 +10,7 @@
 #include "daemon/NetworkActions.h"
 #include "daemon/ProcessViews.h"
 #include "daemon/RequestKey.h"
+#include "daemon/UsageWindow.h"
 #include "daemon/ZAVDispatchTimer.h"
 #include "daemon/ZAVPowerManager.h"
 #include "platform/Context.h"
@@ -45,6 +46,7 @@ public:
     ZAVPowerManager& power() { return power_; }
     NetworkActions& networkActions() { return networkActions_; }
     const PassStatistics& passStatistics() const { return passes_; }
+    UsageWindow& usage() { return usage_; }
 
     /// Writes what must survive the end of the program.
     void finalize();
@@ -122,6 +124,7 @@ private:
 
     ProcessViews views_;
     PassStatistics passes_;
+    UsageWindow usage_;
     int passesAtOnce_ = 0; ///< by restarts since the timer last fired by itself
     bool initializedSMART_ = false;
     bool smartNeedsUpdate_ = false;

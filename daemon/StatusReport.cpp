@@ -14,10 +14,7 @@
 namespace meridal {
 
 StatusReport::StatusReport(MeridalDaemon& daemon, std::function<ListenerStatistics()> transport)
-    : daemon_(daemon)
-    , transport_(std::move(transport))
-    , startedAt_(daemon.context().runtime.monotonicTime())
-    , lastAskedAt_(startedAt_)
+    : daemon_(daemon), transport_(std::move(transport)), startedAt_(daemon.context().runtime.monotonicTime())
 {
 }
 
@@ -32,19 +29,14 @@ Dictionary StatusReport::usage()
     put(usage, "bytesWritten", reading.bytesWritten);
     put(usage, "openDescriptors", reading.openDescriptors);
 
-    // Means since somebody last asked; since the start for the first to ask.
     const double now = daemon_.context().runtime.monotonicTime();
-    const double elapsed = now - lastAskedAt_;
-    const double wakeups = static_cast<double>(reading.wakeups.value_or(0));
-    if (elapsed > 0 && reading.cpuSeconds && *reading.cpuSeconds >= lastCpuSeconds_) {
-        usage["cpuPercent"] = (*reading.cpuSeconds - lastCpuSeconds_) / elapsed * 100;
-    }
-    if (elapsed > 0 && reading.wakeups && wakeups >= lastWakeups_) {
-        usage["wakeupsPerSecond"] = (wakeups - lastWakeups_) / elapsed;
-    }
-    lastAskedAt_ = now;
-    lastCpuSeconds_ = reading.cpuSeconds.value_or(0);
-    lastWakeups_ = wakeups;
+    const UsageWindow::Means minute = daemon_.usage().lastMinute(now);
+    put(usage, "period", std::optional(minute.period));
+    put(usage, "cpuPercent", minute.cpuPercent);
+    put(usage, "wakeupsPerSecond", minute.wakeupsPerSecond);
+    const UsageWindow::Means all = daemon_.usage().sinceStart(now);
+    put(usage, "cpuPercentSinceStart", all.cpuPercent);
+    put(usage, "wakeupsPerSecondSinceStart", all.wakeupsPerSecond);
     return usage;
 }
 

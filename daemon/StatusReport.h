@@ -32,10 +32,7 @@ private:
     MeridalDaemon& daemon_;
     std::function<ListenerStatistics()> transport_;
     std::vector<std::pair<std::string, std::function<Dictionary()>>> sections_;
-    double startedAt_;   ///< s of the clock that cannot step
-    double lastAskedAt_; ///< likewise
-    double lastCpuSeconds_ = 0;
-    double lastWakeups_ = 0;
+    double startedAt_; ///< s of the clock that cannot step
 };
 
 } // namespace meridal

@@ -144,8 +144,7 @@ void ZAVPowerManager::systemWillSleep(PowerMessages::Token token)
     pending_ = Pending{.token = token, .number = number, .delays = 1}; // 1: the delegates themselves
     try {
         context_.log.info("sleep");
-        sleepStart_ = context_.runtime.wallTime();
-        slept_ = true;
+        beginSleep();
         tellDelegates(&ZAVPowerManagerDelegate::powerManagerWillSleep);
         context_.notifications.post("PowerNotifierSleep", this);
     } catch (const std::exception& error) {
@@ -165,7 +164,8 @@ void ZAVPowerManager::systemHasPoweredOn()
     allowPending(); // what was to be written before the sleep may be late, but is no reason to hold the next one
     try {
         context_.log.info("wake");
-        context_.log.info(fixed2(endSleep()));
+        endSleep();
+        context_.log.info(fixed2(lastSleep_));
         tellDelegates(&ZAVPowerManagerDelegate::powerManagerDidWake);
         context_.notifications.post("PowerNotifierWake", this);
     } catch (const std::exception& error) {
@@ -173,21 +173,27 @@ void ZAVPowerManager::systemHasPoweredOn()
     }
 }
 
-/// How long it was, by the wall clock, which may have been set meanwhile: only a positive time counts.
-double ZAVPowerManager::endSleep()
+void ZAVPowerManager::beginSleep()
 {
-    const double length = std::exchange(slept_, false) ? context_.runtime.wallTime() - sleepStart_ : 0;
-    if (length > 0) {
-        sleepTotal_ += length;
-        sleptInAll_ += length;
-    }
-    return length;
+    sleepStart_ = context_.runtime.wallTime();
+    sleptBefore_ = context_.runtime.sleptTime();
+}
+
+/// Asks the kernel how long it was. The announcements lie far apart where programs are slow to freeze and to thaw, and
+/// surround a sleep that was called off as well; the wall clock may have been set meanwhile.
+void ZAVPowerManager::endSleep()
+{
+    constexpr double hair = 0.1; // s; the two clocks behind the count are not read at one moment
+    const double slept = sleptBefore_ ? context_.runtime.sleptTime() - *sleptBefore_ : 0;
+    sleptBefore_.reset();
+    lastSleep_ = slept > hair ? slept : 0;
+    sleepTotal_ += lastSleep_;
+    sleptInAll_ += lastSleep_;
 }
 
 void ZAVPowerManager::sleep(const void*)
 {
-    sleepStart_ = context_.runtime.wallTime();
-    slept_ = true;
+    beginSleep();
     context_.notifications.post("PowerNotifierSleep", this);
 }
 

@@ -34,6 +34,10 @@ public:
     double sleepStart() const { return sleepStart_; } ///< s since 1970, of the last sleep; 0 before the first
     double sleepTotal() const { return sleepTotal_; } ///< s slept since the source last changed
     double sleptInAll() const { return sleptInAll_; } ///< s slept since the daemon started
+    double lastSleep() const
+    {
+        return lastSleep_;
+    } ///< s that the sleep which ended last took; 0 when it was called off
 
     void addDelegate(ZAVPowerManagerDelegate& delegate);
     void removeDelegate(ZAVPowerManagerDelegate& delegate);
@@ -65,7 +69,8 @@ private:
     void unregisterNotifications();
     void systemWillSleep(PowerMessages::Token token);
     void systemHasPoweredOn();
-    double endSleep();
+    void beginSleep();
+    void endSleep();
     void endDelay(std::uint64_t number);
     void allowPending();
     void tellDelegates(void (ZAVPowerManagerDelegate::*what)());
@@ -76,7 +81,8 @@ private:
     double sleepStart_ = 0;
     double sleepTotal_ = 0;
     double sleptInAll_ = 0;
-    bool slept_ = false; ///< a sleep has begun and no wake has ended it
+    double lastSleep_ = 0;
+    std::optional<double> sleptBefore_; ///< the kernel's count when the sleep began that no wake has ended
     std::vector<ZAVPowerManagerDelegate*> delegates_;
     std::unique_ptr<PowerMessages::Registration> messages_;
     std::unique_ptr<PowerSources::Observation> sources_;

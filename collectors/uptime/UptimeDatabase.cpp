@@ -159,9 +159,11 @@ void UptimeDatabase::saveShutdownTime(Farewell why, double time, Task written)
 void UptimeDatabase::saveSleep(double start, double end)
 {
     vigil_.reset();
-    write(BootEvent{.reading = known_ ? read() : std::nullopt,
-              .sleep = BootEvent::Sleep{.start = start, .length = std::max(0.0, end - start)}},
-        1);
+    BootEvent wake{.reading = known_ ? read() : std::nullopt};
+    if (end > start) {
+        wake.sleep = BootEvent::Sleep{.start = start, .length = end - start};
+    }
+    write(std::move(wake), 1);
 }
 
 // Between a farewell and the wake

@@ -41,7 +41,7 @@ public:
     /// Writes when this boot ended or fell asleep. With `written`, returns at once and runs that on the main queue
     /// afterwards; without, returns when it is written, or after 2 s when another program keeps the file locked.
     void saveShutdownTime(Farewell why, double time, Task written = {});
-    /// Records a sleep that has ended. A clock that was set back makes it one of no length.
+    /// Records a sleep that has ended; one of no length, which was called off, leaves no row.
     void saveSleep(double start, double end);
     /// Notes how long this boot has lasted: all that will be known of it should it end without a farewell. Not between
     /// a farewell before sleep and the wake.

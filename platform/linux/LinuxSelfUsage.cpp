@@ -15,14 +15,20 @@ double seconds(const timeval& time)
 
 } // namespace
 
-SelfUsageReading LinuxSelfUsage::read()
+SelfCost LinuxSelfUsage::readCost()
 {
-    SelfUsageReading reading;
+    SelfCost cost;
     rusage usage{};
     if (::getrusage(RUSAGE_SELF, &usage) == 0) {
-        reading.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
-        reading.wakeups = static_cast<std::uint64_t>(usage.ru_nvcsw);
+        cost.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+        cost.wakeups = static_cast<std::uint64_t>(usage.ru_nvcsw);
     }
+    return cost;
+}
+
+SelfUsageReading LinuxSelfUsage::read()
+{
+    SelfUsageReading reading{readCost(), {}, {}, {}, {}};
     if (const auto status = proc::parseStatus(root_.read("proc/self/status").value_or(""));
         status && status->hasMemory) {
         reading.residentBytes = status->residentBytes;

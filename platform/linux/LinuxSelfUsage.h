@@ -11,6 +11,7 @@ public:
     explicit LinuxSelfUsage(const std::filesystem::path& root) : root_(root) { }
 
     SelfUsageReading read() override;
+    SelfCost readCost() override;
 
 private:
     RootFolder root_;

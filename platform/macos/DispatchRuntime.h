@@ -18,6 +18,7 @@ public:
 
     double wallTime() const override;
     double monotonicTime() const override;
+    double sleptTime() const override;
     Queue& mainQueue() override;
     std::shared_ptr<Queue> makeSerialQueue(std::string label) override;
     void postGlobal(Task task) override;

@@ -124,6 +124,12 @@ double DispatchRuntime::monotonicTime() const
     return static_cast<double>(mach_continuous_time()) * tick;
 }
 
+double DispatchRuntime::sleptTime() const
+{
+    const std::uint64_t awake = mach_absolute_time();
+    return static_cast<double>(mach_continuous_time() - awake) * machTick();
+}
+
 Queue& DispatchRuntime::mainQueue() { return *main_; }
 
 std::shared_ptr<Queue> DispatchRuntime::makeSerialQueue(std::string label)

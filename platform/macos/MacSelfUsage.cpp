@@ -26,7 +26,26 @@ std::optional<std::uint64_t> countDescriptors()
     return static_cast<std::size_t>(used) / sizeof(proc_fdinfo);
 }
 
+SelfCost costOf(const rusage_info_v2& usage, double timeBase)
+{
+    SelfCost cost;
+    if (timeBase > 0) {
+        cost.cpuSeconds = static_cast<double>(usage.ri_user_time + usage.ri_system_time) / timeBase;
+    }
+    cost.wakeups = usage.ri_pkg_idle_wkups;
+    return cost;
+}
+
 } // namespace
+
+SelfCost MacSelfUsage::readCost()
+{
+    rusage_info_v2 usage{};
+    if (proc_pid_rusage(getpid(), RUSAGE_INFO_V2, reinterpret_cast<rusage_info_t*>(&usage)) != 0) {
+        return {};
+    }
+    return costOf(usage, timeBase_);
+}
 
 SelfUsageReading MacSelfUsage::read()
 {
@@ -36,11 +55,8 @@ SelfUsageReading MacSelfUsage::read()
     if (proc_pid_rusage(getpid(), RUSAGE_INFO_V2, reinterpret_cast<rusage_info_t*>(&usage)) != 0) {
         return reading;
     }
-    if (timeBase_ > 0) {
-        reading.cpuSeconds = static_cast<double>(usage.ri_user_time + usage.ri_system_time) / timeBase_;
-    }
+    static_cast<SelfCost&>(reading) = costOf(usage, timeBase_);
     reading.residentBytes = usage.ri_resident_size;
-    reading.wakeups = usage.ri_pkg_idle_wkups;
     reading.bytesWritten = usage.ri_diskio_byteswritten;
     return reading;
 }

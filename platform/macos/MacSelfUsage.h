@@ -10,6 +10,7 @@ public:
     /// The time base is in units of CPU time a second, 0 when unknown.
     explicit MacSelfUsage(double timeBase) : timeBase_(timeBase) { }
     SelfUsageReading read() override;
+    SelfCost readCost() override;
 
 private:
     const double timeBase_;

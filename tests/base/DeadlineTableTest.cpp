@@ -28,6 +28,19 @@ TEST(DeadlineTable, TimersOfOneIntervalShareTheirWakeUps)
     EXPECT_EQ(wakeUps, 1800);
 }
 
+TEST(DeadlineTable, NobodyIsLateButForCompany)
+{
+    DeadlineTable table;
+    table.add(1, 0.6, 0.2);
+    EXPECT_EQ(table.wakeTime(), 0.6) << "alone";
+    table.add(2, 0.9, 0.2);
+    EXPECT_EQ(table.wakeTime(), 0.6) << "too late to be waited for";
+    table.add(3, 0.75, 5);
+    EXPECT_EQ(table.wakeTime(), 0.75) << "both at once";
+    table.add(4, 0.5, 0);
+    EXPECT_EQ(table.wakeTime(), 0.5) << "one without patience";
+}
+
 RC_GTEST_PROP(DeadlineTable, NobodyIsServedEarlyOrBeyondHisLeeway, ())
 {
     DeadlineTable table;

@@ -198,16 +198,19 @@ TEST_F(DaemonTest, OnlyWhoOwnsTheMachineMayChangeItsNetwork)
 
 TEST_F(DaemonTest, StatusTellsTheCostAndWhatIsMissing)
 {
-    start();
     machine.host.limitations->set("disk", "needs root");
-    machine.selfUsage().reading.cpuSeconds = 1.0;
-    machine.selfUsage().reading.wakeups = 20;
+    machine.selfUsage().reading.cpuSeconds = 0.0;
+    machine.selfUsage().reading.wakeups = 0;
+    start();
     StatusReport report(*daemon, [] {
         ListenerStatistics figures;
         figures.openConnections = 3;
         return figures;
     });
-    machine.runtime.advance(10);
+    machine.runtime.advance(5);
+    machine.selfUsage().reading.cpuSeconds = 1.0;
+    machine.selfUsage().reading.wakeups = 20;
+    machine.runtime.advance(5);
     Dictionary status = report.build();
     EXPECT_DOUBLE_EQ(status["usage"]["cpuPercent"], 10.0);
     EXPECT_DOUBLE_EQ(status["usage"]["wakeupsPerSecond"], 2.0);
@@ -216,9 +219,16 @@ TEST_F(DaemonTest, StatusTellsTheCostAndWhatIsMissing)
     EXPECT_EQ(status["transport"]["openConnections"], 3);
     EXPECT_EQ(status["passes"]["count"], 6);
     EXPECT_EQ(status["passes"]["processes"], 2);
-    machine.selfUsage().reading.cpuSeconds = 1.5;
-    machine.runtime.advance(5);
-    EXPECT_DOUBLE_EQ(report.build()["usage"]["cpuPercent"], 10.0);
+
+    machine.runtime.advance(100); // idle; it is asked twice in a row, the second question at a price
+    report.build();
+    machine.selfUsage().reading.cpuSeconds = 1.3;
+    status = report.build();
+    EXPECT_NEAR(status["usage"]["cpuPercent"], 0.3 / 60 * 100, 0.1)
+        << "of a minute, not of the time since the question";
+    EXPECT_NEAR(status["usage"]["period"], 60, 10);
+    EXPECT_DOUBLE_EQ(status["usage"]["cpuPercentSinceStart"], 1.3 / 110 * 100);
+    EXPECT_EQ(status["usage"]["wakeupsPerSecond"], 0);
 }
 
 } // namespace

@@ -113,19 +113,28 @@ TEST_F(PowerManagerTest, SleepAddsUpUntilTheSourceChanges)
     EXPECT_EQ(manager->sleepTotal(), 0);
 }
 
-TEST_F(PowerManagerTest, AWakeWithoutASleepOrWithASteppedClockAddsNothingButIsTold)
+TEST_F(PowerManagerTest, AWakeWithoutASleepOrOfOneCalledOffAddsNothingButIsTold)
 {
     start();
     send(PowerMessage::SystemHasPoweredOn);
     EXPECT_EQ(take(), (Events{"didWake", "Wake"}));
     EXPECT_EQ(manager->sleepTotal(), 0) << "not the time since 1970";
     send(PowerMessage::SystemWillSleep);
-    machine.runtime.stepWallClock(-7200);
-    machine.runtime.sleepMachine(60);
+    machine.runtime.advance(2.5); // a driver refused
     send(PowerMessage::SystemHasPoweredOn);
     send(PowerMessage::SystemHasPoweredOn);
     EXPECT_EQ(manager->sleepTotal(), 0);
     EXPECT_EQ(take().size(), 6U);
+    send(PowerMessage::SystemWillSleep);
+    machine.runtime.advance(30); // until everything is frozen
+    machine.runtime.stepWallClock(-7200);
+    machine.runtime.sleepMachine(21);
+    machine.runtime.advance(26);
+    send(PowerMessage::SystemHasPoweredOn);
+    EXPECT_DOUBLE_EQ(manager->sleepTotal(), 21) << "what the kernel slept, whatever was announced or set";
+    EXPECT_DOUBLE_EQ(manager->lastSleep(), 21);
+    machine.powerSources().change({FakePowerSources::internal("AC Power", true)});
+    take();
     manager->sleep();
     machine.runtime.sleepMachine(10);
     manager->wake();

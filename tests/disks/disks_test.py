@@ -30,6 +30,7 @@ from gi.repository import UMockdev  # noqa: E402
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
 import daemon_test  # noqa: E402  the daemon and its clients
+import documented  # noqa: E402
 from daemon_test import until  # noqa: E402
 
 SG_IO = 0x2285
@@ -237,6 +238,9 @@ class DisksTest(unittest.TestCase):
         envelope = client.envelope(lambda e: e["type"] == "64" and all("status" in d for d in e["disks"]
                                    if "smart" in d and "asleep" not in d))
         self.assertIn({"key": "nvme0n1", "nvme": True, "nvme-percentage-used": 3}, envelope["disks"])
+        documented.check(self, envelope)
+        client.call("startSMARTTemps")
+        documented.check(self, client.envelope(lambda e: e["type"] == "32" and e.get("sensors")))
         shown = self.shown("--attributes")
         self.assertIn("WDC WD40EFRX", shown)
         self.assertIn("41 °C", shown)

@@ -12,6 +12,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import daemon_test  # noqa: E402  the daemon and its clients
+import documented  # noqa: E402
 from example_client import CallError  # noqa: E402
 
 FAN_ANSWER = {"result": 1}
@@ -57,10 +58,11 @@ class ProtocolTest(unittest.TestCase):
 
     def test_requests_bring_their_envelopes(self):
         with self.serving() as (_, client):
-            for key in ("1", "2", "16", "4", "128"):
+            for key in ("1", "2", "16", "4", "8", "128"):
                 self.assertIsNone(client.call("startRequestWithKey:interval:", int(key), 2))
                 envelope = client.envelope(lambda e: e["type"] == key)
-                self.assertTrue(key in ("4", "128") or isinstance(envelope.get("processes"), list), key)
+                self.assertTrue(key == "128" or any(isinstance(entry, list) for entry in envelope.values()), key)
+                documented.check(self, envelope)
                 self.assertIsNone(client.call("stopRequestWithKey:", int(key)))
             for method, key in (("smartTemps", "32"), ("startSMARTStatus", "64"), ("startSMARTTemps", "32")):
                 self.assertIsNone(client.call(method), method)

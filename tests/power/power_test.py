@@ -33,6 +33,7 @@ if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
 import daemon_test  # noqa: E402  the daemon and its clients
+import documented  # noqa: E402
 from daemon_test import until  # noqa: E402
 
 LOGIN = "org.freedesktop.login1"
@@ -102,7 +103,7 @@ class PowerTest(unittest.TestCase):
         with self.serving() as (daemon, client):
             until(lambda: self.inhibitors() == HELD, "the inhibitor")
             self.assertNotIn("sleep-messages", client.call("status")["limitations"])
-            for count in (1, 2):
+            for _ in range(2):
                 before = time.time()
                 self.prepare_for_sleep(True)
                 until(lambda: self.inhibitors() == [], "the allowance")
@@ -112,11 +113,9 @@ class PowerTest(unittest.TestCase):
                 self.prepare_for_sleep(False)
                 until(lambda: self.inhibitors() == HELD, "the inhibitor after the wake")
                 answer = client.call("uptime.boots")  # asked of the file after the row was added
-                sleeps = self.rows('select start, "end" from sleep order by rowid')
-                self.assertEqual(len(sleeps), count)
-                self.assertEqual(sleeps[-1][0], shutdown)
-                self.assertGreaterEqual(sleeps[-1][1], shutdown)
                 self.assertEqual(answer["boots"][0]["end"], "running")
+                self.assertEqual(self.rows("select * from sleep"), [], "announced, but the kernel did not sleep")
+                self.assertEqual(answer["boots"][0]["asleep"], 0)
         log = daemon.read_log()
         self.assertEqual((log.count("sleep\n"), log.count("wake\n")), (2, 2))
 
@@ -212,7 +211,9 @@ class PowerTest(unittest.TestCase):
         self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
         with self.serving() as (daemon, client):
             client.call("startRequestWithKey:interval:", 128, 1)
-            plugged = client.envelope(lambda e: e["type"] == "128")["battery"]
+            envelope = client.envelope(lambda e: e["type"] == "128")
+            documented.check(self, envelope)
+            plugged = envelope["battery"]
             self.assertEqual((plugged["key"], plugged["source"]), ("5B10W 77", 1))
             state = client.call("battery.state")
             before = state["batteries"][0]

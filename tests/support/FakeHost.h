@@ -137,6 +137,7 @@ public:
 class FakeSelfUsage final : public SelfUsage {
 public:
     SelfUsageReading read() override { return reading; }
+    SelfCost readCost() override { return reading; }
     SelfUsageReading reading;
 };
 
