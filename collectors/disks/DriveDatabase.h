@@ -67,7 +67,7 @@ bool matchesWhole(const std::string& expression, const std::string& text);
 void applyPresets(std::string_view presets, AttributeDefinitions& definitions);
 
 /// What a database says of a disk: its "DEFAULT" entry and the first one for that model and firmware. An empty text knows
-/// nothing. Some 10 ms; for a queue on which waiting is allowed.
+/// nothing. Some 5 ms; for a queue on which waiting is allowed.
 AttributeDefinitions definitionsFor(std::string_view database, const std::string& model, const std::string& firmware);
 
 } // namespace meridal
