@@ -66,7 +66,13 @@ Span verdict(const Value& disk)
         return {Style::Faint, "asleep"};
     }
     if (state == "hidden") {
-        return {Style::Faint, "not asked: it may be asleep"};
+        return {Style::Faint, "not read: its adapter does not tell whether it sleeps (meridald --read-hidden-disks)"};
+    }
+    if (state == "off") {
+        return {Style::Faint, "SMART is off; smartctl --smart=on /dev/" + shown(disk, "bsd") + " switches it on"};
+    }
+    if (state == "denied") {
+        return {Style::Faint, "not read: the daemon has no right to"};
     }
     if (state == "silent" || state == "unread") {
         return {Style::Faint, state == "silent" ? "no answer that makes sense" : "not read yet"};
@@ -155,8 +161,15 @@ void addLog(Lines& lines, const Value& disk)
         return value ? formatBytes(*value) : "-";
     };
     add("Spare memory", figure(*log, "availableSpare", " %") + ", at least " + figure(*log, "spareThreshold", " %"));
+    const auto time = [&](std::string_view key) {
+        const auto seconds = number(*log, key);
+        return seconds ? formatDuration(*seconds) : "-";
+    };
     add("Data written", bytes("bytesWritten"));
     add("Data read", bytes("bytesRead"));
+    add("Commands", figure(*log, "writeCommands", " writes, ") + figure(*log, "readCommands", " reads"));
+    add("Busy", time("busyTime"));
+    add("Too warm", time("warningTemperatureTime") + ", critically hot " + time("criticalTemperatureTime"));
     add("Power cycles", figure(disk, "powerCycles", ""));
     add("Unsafe shutdowns", figure(*log, "unsafeShutdowns", ""));
     add("Errors of its memory", figure(*log, "mediaErrors", ""));

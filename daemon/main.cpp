@@ -77,6 +77,10 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
     app.add_option("--traffic-source", options.traffic,
            "How to count network traffic by process: bpf, pcap, sockets, or auto, the first of these that works here")
         ->check(CLI::IsMember({"auto", "bpf", "pcap", "sockets"}));
+    app.add_flag("--read-hidden-disks", options.host.readHiddenDisks,
+        "Read the health of disks that spin even where their adapter does not tell whether they sleep, which may wake "
+        "them "
+        "(Linux)");
     app.set_version_flag("--version", "meridald 6.6 (1177)");
     app.allow_extras();
     try {

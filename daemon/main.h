@@ -19,6 +19,7 @@ std::unique_ptr<Runtime> makeRuntime();
 /// What the command line says about ways to measure, where a host has several.
 struct HostChoices {
     std::string processSource = "auto"; ///< "auto", "bpf" or "proc"
+    bool readHiddenDisks = false;       ///< also disks whose adapter cannot tell whether that spins them up
 };
 std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths, const HostChoices& choices);
 /// Where this host keeps the daemon's things when no root is given.

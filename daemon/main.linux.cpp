@@ -31,7 +31,10 @@ std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<AsioRuntime>();
 
 std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths, const HostChoices& choices)
 {
-    return makeLinuxHost(runtime, {.state = paths.support, .bpfProcesses = choices.processSource != "proc"});
+    return makeLinuxHost(runtime,
+        {.state = paths.support,
+            .readHiddenDisks = choices.readHiddenDisks,
+            .bpfProcesses = choices.processSource != "proc"});
 }
 
 Paths defaultPaths()

@@ -33,7 +33,7 @@ void checkData(const SMARTPage& page, int format)
     require(data->entries.size() <= 30);
     for (const SMARTDataEntry& entry : data->entries) {
         SMARTStatCollectorAttribute attribute(entry.attributeID);
-        attribute.describe(attributeInfo(entry.attributeID, "ST4000", std::nullopt));
+        attribute.describe(describeAttribute(entry.attributeID, usualDefinitions(), {}));
         attribute.updateWithAttribute(entry, 1, 1);
         attribute.setFormat(format);
         attribute.updateWithAttribute(entry, 1, 1);
@@ -66,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     switch (data[0] % 5) {
     case 0:
-        checkData(page, static_cast<int>(page[363] % 24) - 1);
+        checkData(page, static_cast<int>(page[363] % 20) - 1);
         break;
     case 1:
         parseSMARTThresholds(page);

@@ -15,6 +15,8 @@ constexpr std::uint16_t nonRotating = 1;
 constexpr std::uint16_t slowestRotation = 0x0401; ///< per minute; what lies between is reserved
 constexpr std::uint16_t fastestRotation = 0xFFFE;
 constexpr std::uint8_t checksumSignature = 0xA5;
+constexpr std::uint16_t allOnes = 0xFFFF;
+constexpr int firstModernVersion = 9; ///< bit of word 80: ACS-2
 
 /// ATA text: two characters a word, the first one in the word's high byte.
 std::optional<std::string> ataText(const SMARTPage& page, std::size_t offset, std::size_t size)
@@ -25,6 +27,25 @@ std::optional<std::string> ataText(const SMARTPage& page, std::size_t offset, st
         std::swap(text[place], text[place + 1]);
     }
     return fieldText(text);
+}
+
+std::uint16_t wordAt(const SMARTPage& page, std::size_t word)
+{
+    return static_cast<std::uint16_t>(page[2 * word] | page[2 * word + 1] << 8);
+}
+
+/// The two highest bits of some words tell whether the disk has filled them, and those that go with them, in.
+bool isValidated(std::uint16_t word) { return (word & 0xC000U) == 0x4000U; }
+
+/// Word 106 tells whether logical sectors are longer than usual, and then words 117 and 118 how long, in words.
+std::uint32_t sectorSizeOf(const SMARTPage& page)
+{
+    constexpr std::uint32_t usual = 512;
+    constexpr std::uint32_t longest = 65'536;
+    const std::uint16_t kind = wordAt(page, 106);
+    const std::uint32_t words = wordAt(page, 117) | static_cast<std::uint32_t>(wordAt(page, 118)) << 16;
+    const bool isLong = isValidated(kind) && (kind & 0x1000U) != 0;
+    return isLong && words > usual / 2 && words <= longest / 2 ? words * 2 : usual;
 }
 
 std::optional<bool> spinsBy(std::uint16_t rotation)
@@ -41,7 +62,9 @@ bool checksumHolds(const SMARTPage& page) { return (std::accumulate(page.begin()
 
 bool isBlank(const SMARTPage& page)
 {
-    return std::all_of(page.begin(), page.end(), [](std::uint8_t byte) { return byte == 0; });
+    const std::uint8_t first = page[0];
+    return (first == 0 || first == 0xFF)
+        && std::all_of(page.begin(), page.end(), [first](std::uint8_t byte) { return byte == first; });
 }
 
 std::optional<std::string> fieldText(std::string_view raw)
@@ -65,9 +88,12 @@ std::optional<ATAIdentity> parseATAIdentity(const SMARTPage& page)
     identity.serial = ataText(page, 20, 20);
     identity.firmware = ataText(page, 46, 8);
     identity.model = ataText(page, 54, 40);
-    identity.smartSupported = (page[164] & 1U) != 0;                                  // word 82
-    identity.smartEnabled = (page[170] & 1U) != 0;                                    // word 85
-    identity.spins = spinsBy(static_cast<std::uint16_t>(page[434] | page[435] << 8)); // word 217
+    identity.smartSupported = (page[164] & 1U) != 0; // word 82
+    identity.smartEnabled = !isValidated(wordAt(page, 87)) || (wordAt(page, 85) & 1U) != 0;
+    identity.spins = spinsBy(wordAt(page, 217));
+    const std::uint16_t versions = wordAt(page, 80);
+    identity.isModern = versions != allOnes && versions >> firstModernVersion != 0;
+    identity.sectorSize = sectorSizeOf(page);
     return identity;
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/host/SMARTDevice.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,15 +15,18 @@ struct ATAIdentity {
     std::optional<std::string> serial;
     std::optional<std::string> firmware;
     bool smartSupported = false;
-    bool smartEnabled = false;
-    std::optional<bool> spins; ///< absent when the disk does not say
+    bool smartEnabled = false;      ///< true also for one that does not say
+    std::optional<bool> spins;      ///< absent when the disk does not say
+    bool isModern = false;          ///< of ATA/ATAPI Command Set 2 or later (some 2011)
+    std::uint32_t sectorSize = 512; ///< bytes, logical
 };
 
-/// Absent for a page that cannot be genuine: a checksum that does not hold, or nothing but zeros.
+/// Absent for a page that cannot be genuine: a checksum that does not hold, or nothing but zeros or ones.
 std::optional<ATAIdentity> parseATAIdentity(const SMARTPage& page);
 
 /// Bytes of a page add up to 0 (mod 256).
 bool checksumHolds(const SMARTPage& page);
+/// Nothing but zeros, or nothing but ones.
 bool isBlank(const SMARTPage& page);
 
 /// Text of a fixed field: ends at a NUL, without blanks around it. Absent where nothing is left.

@@ -42,6 +42,10 @@ const char* nameOf(const SMARTStatCollectorItem& disk)
         return "asleep";
     case DiskState::PowerHidden:
         return "hidden";
+    case DiskState::SwitchedOff:
+        return "off";
+    case DiskState::Denied:
+        return "denied";
     case DiskState::Silent:
         return "silent";
     }
@@ -66,12 +70,6 @@ std::string titleOf(const SMARTStatCollectorAttribute& attribute)
     return attribute.name().value_or(fmt::format("Attribute {}", attribute.attributeID()));
 }
 
-/// Lost sectors matter before the vendor's threshold is reached.
-bool hasDefects(const SMARTStatCollectorAttribute& attribute)
-{
-    return attribute.role() == AttributeRole::Defects && attribute.currentValue().formatted > 0;
-}
-
 std::string complaintOf(const SMARTStatCollectorAttribute& attribute)
 {
     const std::string meaning = attribute.meaning().empty() ? "" : ": " + attribute.meaning();
@@ -83,9 +81,10 @@ std::string complaintOf(const SMARTStatCollectorAttribute& attribute)
     case AttributeStatus::Fine:
         break;
     }
-    return hasDefects(attribute) ? fmt::format("{}: {:.0f}{}", titleOf(attribute), attribute.currentValue().formatted,
+    // Lost sectors matter before the vendor's threshold is reached.
+    return attribute.hasDefects() ? fmt::format("{}: {:.0f}{}", titleOf(attribute), attribute.currentValue().formatted,
                attribute.meaning().empty() ? "" : " - " + attribute.meaning())
-                                 : std::string();
+                                  : std::string();
 }
 
 Dictionary describeAttribute(const SMARTStatCollectorAttribute& attribute)
@@ -113,7 +112,10 @@ Dictionary describeHealth(const NVMeHealth& health)
     return {{"criticalWarning", health.criticalWarning}, {"availableSpare", health.availableSpare},
         {"spareThreshold", health.spareThreshold}, {"bytesRead", health.dataRead}, {"bytesWritten", health.dataWritten},
         {"unsafeShutdowns", health.unsafeShutdowns}, {"mediaErrors", health.mediaErrors},
-        {"errorLogEntries", health.errorLogEntries}, {"sensors", std::move(sensors)}};
+        {"errorLogEntries", health.errorLogEntries}, {"readCommands", health.readCommands},
+        {"writeCommands", health.writeCommands}, {"busyTime", health.busyTime},
+        {"warningTemperatureTime", health.warmTime}, {"criticalTemperatureTime", health.hotTime},
+        {"sensors", std::move(sensors)}};
 }
 
 Value problemsOf(const SMARTStatCollectorItem& disk)
@@ -133,6 +135,9 @@ Value problemsOf(const SMARTStatCollectorItem& disk)
         if (std::string complaint = complaintOf(attribute); !complaint.empty()) {
             problems.push_back(std::move(complaint));
         }
+    }
+    if (const auto wear = disk.wear(); wear && *wear >= 100) {
+        problems.push_back(fmt::format("its rated life is used up ({:.0f} %)", *wear));
     }
     if (disk.overallStatus() == false && problems.empty()) {
         problems.push_back("the disk itself predicts that it will fail; copy the data while it can be read");
@@ -156,6 +161,8 @@ Dictionary describeDisk(const SMARTStatCollectorItem& disk, ReportedAttributes a
     put(report, "wear", disk.wear());
     put(report, "powerOn", disk.powerOnSeconds());
     put(report, "powerCycles", disk.powerCycles());
+    put(report, "bytesWritten", disk.bytesWritten());
+    put(report, "bytesRead", disk.bytesRead());
     if (disk.lastStatusUpdate() > 0) {
         report["time"] = disk.lastStatusUpdate();
     }
@@ -165,7 +172,7 @@ Dictionary describeDisk(const SMARTStatCollectorItem& disk, ReportedAttributes a
     Value list = Value::array();
     for (const auto& [attributeID, attribute] : disk.attributes()) {
         if (attributes == ReportedAttributes::All || attribute.status() != AttributeStatus::Fine
-            || hasDefects(attribute)) {
+            || attribute.hasDefects()) {
             list.push_back(describeAttribute(attribute));
         }
     }

@@ -15,11 +15,17 @@ constexpr std::size_t firstEntry = 2;
 
 /// Bytes of one of its data units: a thousand sectors of 512.
 constexpr double dataUnit = 512'000;
+constexpr double minute = 60;      ///< s
 constexpr int freezingPoint = 273; ///< K, as the disks themselves round it
 
 std::uint16_t little16(const SMARTPage& page, std::size_t offset)
 {
     return static_cast<std::uint16_t>(page[offset] | page[offset + 1] << 8);
+}
+
+std::uint32_t little32(const SMARTPage& page, std::size_t offset)
+{
+    return little16(page, offset) | static_cast<std::uint32_t>(little16(page, offset + 2)) << 16;
 }
 
 /// 16 bytes, least significant first.
@@ -40,7 +46,10 @@ std::string bytesAt(const SMARTPage& page, std::size_t offset, std::size_t size)
 
 std::optional<int> celsius(std::uint16_t kelvin)
 {
-    return kelvin == 0 ? std::nullopt : std::optional(static_cast<int>(kelvin) - freezingPoint);
+    constexpr int coldest = 200;
+    constexpr int hottest = 450;
+    return kelvin < coldest || kelvin > hottest ? std::nullopt
+                                                : std::optional(static_cast<int>(kelvin) - freezingPoint);
 }
 
 } // namespace
@@ -58,6 +67,7 @@ std::optional<SMARTDataPage> parseSMARTData(const SMARTPage& page)
             .flags = little16(page, offset + 1),
             .current = page[offset + 3],
             .worst = page[offset + 4]};
+        entry.reserved = page[offset + 11];
         std::copy_n(page.begin() + static_cast<std::ptrdiff_t>(offset + 5), entry.raw.size(), entry.raw.begin());
         if (entry.attributeID != 0 && !std::exchange(seen[entry.attributeID], true)) {
             data.entries.push_back(entry);
@@ -95,11 +105,16 @@ std::optional<NVMeHealth> parseNVMeHealth(const SMARTPage& page)
     health.percentageUsed = page[5];
     health.dataRead = little128(page, 32) * dataUnit;
     health.dataWritten = little128(page, 48) * dataUnit;
+    health.readCommands = little128(page, 64);
+    health.writeCommands = little128(page, 80);
+    health.busyTime = little128(page, 96) * minute;
     health.powerCycles = little128(page, 112);
     health.powerOnHours = little128(page, 128);
     health.unsafeShutdowns = little128(page, 144);
     health.mediaErrors = little128(page, 160);
     health.errorLogEntries = little128(page, 176);
+    health.warmTime = little32(page, 192) * minute;
+    health.hotTime = little32(page, 196) * minute;
     for (std::size_t sensor = 0; sensor < health.sensors.size(); ++sensor) {
         health.sensors[sensor] = celsius(little16(page, 200 + 2 * sensor));
     }

@@ -19,6 +19,7 @@ struct SMARTDataEntry {
     std::uint8_t current = 0;
     std::uint8_t worst = 0;
     std::array<std::uint8_t, 6> raw = {}; ///< least significant byte first
+    std::uint8_t reserved = 0;            ///< some vendors go on with the raw value in it
 };
 
 /// An ATA SMART data page: 30 places for attributes behind a 2-byte revision. Places with id 0 are empty.
@@ -53,6 +54,11 @@ struct NVMeHealth {
     double unsafeShutdowns = 0;                ///< count
     double mediaErrors = 0;                    ///< count
     double errorLogEntries = 0;                ///< count
+    double readCommands = 0;                   ///< count, of the host's
+    double writeCommands = 0;                  ///< likewise
+    double busyTime = 0;                       ///< s that it was at work on commands
+    double warmTime = 0;                       ///< s above the temperature that it warns of
+    double hotTime = 0;                        ///< s above the critical one
     std::array<std::optional<int>, 8> sensors; ///< °C, of the disk's further sensors
 };
 
@@ -66,8 +72,8 @@ enum class NVMeWarning : std::uint8_t {
     PersistentMemory = 32,
 };
 
-/// The parsers answer absent for a page that cannot be genuine: a wrong checksum, or nothing but zeros, which is what
-/// some bridges give for what they do not know.
+/// The parsers answer absent for a page that cannot be genuine: a wrong checksum, or nothing but zeros or ones, which is
+/// what some bridges give for what they do not know.
 std::optional<SMARTDataPage> parseSMARTData(const SMARTPage& page);
 std::optional<SMARTThresholdPage> parseSMARTThresholds(const SMARTPage& page);
 std::optional<NVMeHealth> parseNVMeHealth(const SMARTPage& page);

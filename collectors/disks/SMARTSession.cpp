@@ -24,19 +24,24 @@ SMARTReading SMARTSession::read(SMARTDevice& device, SMARTRequest request)
 {
     SMARTSession session(device, request);
     session.reading_.power = device.powerMode();
-    if (session.reading_.power != DiskPower::Awake || !session.createPlugin()) {
+    session.reading_.denied = device.isDenied();
+    if (session.reading_.denied || session.reading_.power != DiskPower::Awake || !session.createPlugin()) {
+        session.reading_.denied = device.isDenied();
         return session.reading_;
     }
     if (request.identity) {
         session.loadDeviceInfo();
         const auto& identity = session.reading_.identity;
-        if (identity && identity->smartSupported && !identity->smartEnabled) {
-            session.enableSMARTCommands();
+        session.reading_.switchedOff = identity && identity->smartSupported && !identity->smartEnabled;
+        if (session.reading_.switchedOff) {
+            return session.reading_;
         }
     }
+    session.loadDefinitions();
     // Twice on purpose: some disks answer the first question with what they found at the last one.
     session.update();
     session.update();
+    session.reading_.denied = !session.reading_.data && !session.reading_.health && device.isDenied();
     return session.reading_;
 }
 
@@ -59,6 +64,15 @@ void SMARTSession::loadDeviceInfo()
         take(reading_.controller, device_.identifyController(), &parseNVMeIdentity);
     } else {
         take(reading_.identity, device_.identify(), &parseATAIdentity);
+    }
+}
+
+void SMARTSession::loadDefinitions()
+{
+    if (request_.definitions && reading_.identity) {
+        const auto& identity = *reading_.identity;
+        reading_.definitions =
+            definitionsFor(device_.driveDatabase(), identity.model.value_or(""), identity.firmware.value_or(""));
     }
 }
 

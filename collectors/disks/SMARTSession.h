@@ -1,5 +1,6 @@
 #pragma once
 
+#include "collectors/disks/DriveDatabase.h"
 #include "collectors/disks/SMARTPages.h"
 
 #include <optional>
@@ -9,15 +10,19 @@ namespace meridal {
 /// What is to be read of a disk in one go.
 struct SMARTRequest {
     SMARTKind kind = SMARTKind::ATA;
-    bool identity = false;   ///< who it is; once a disk
-    bool thresholds = false; ///< once a disk: they never change
+    bool identity = false;    ///< who it is; once a disk
+    bool definitions = false; ///< what its attributes are, which takes its identity; once a disk
+    bool thresholds = false;  ///< once a disk: they never change
 };
 
 /// What came of it. What could not be read, or made no sense, is absent.
 struct SMARTReading {
     DiskPower power = DiskPower::Unknown;
-    bool supported = false; ///< it talks about its health at all; false also while asleep
+    bool supported = false;   ///< it talks about its health at all; false also while asleep
+    bool denied = false;      ///< we have no right to ask it
+    bool switchedOff = false; ///< its owner has switched SMART off; nothing but its identity was read
     std::optional<ATAIdentity> identity;
+    std::optional<AttributeDefinitions> definitions;
     std::optional<NVMeIdentity> controller;
     std::optional<SMARTDataPage> data;
     std::optional<SMARTThresholdPage> thresholds;
@@ -41,7 +46,8 @@ public:
     void destroyPlugin();
     bool isSupported() const { return open_; }
     void loadDeviceInfo();
-    /// Both, and true only when both succeed.
+    void loadDefinitions();
+    /// Both, and true only when both succeed. Not part of a reading: whoever has switched them off meant it.
     bool enableSMARTCommands();
     void disableSMART();
     /// Reads the figures; what fails leaves those of an earlier call.

@@ -2,13 +2,14 @@
 
 #include "base/Value.h"
 #include "collectors/SampleRecords.h"
-#include "collectors/disks/SMARTAttributeTable.h"
+#include "collectors/disks/AttributeMeanings.h"
 #include "collectors/disks/SMARTPages.h"
 
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace meridal {
 
@@ -42,18 +43,29 @@ public:
     double threshold() const { return threshold_; }
     void setThreshold(double threshold) { threshold_ = threshold; }
     /// Absent for what only the vendor knows.
-    const std::optional<std::string>& name() const { return name_; }
+    const std::optional<std::string>& name() const { return description_.title; }
     /// The raw value for people, or as a number where it is one; null before the first reading.
     const Value& value() const { return value_; }
     std::uint64_t lastRawValue() const { return lastRawValue_; }
-    AttributeRole role() const { return info_ ? info_->role : AttributeRole::None; }
+    AttributeRole role() const { return description_.role; }
     /// What its failing means, for people; empty where nothing is known.
-    std::string meaning() const { return info_ ? std::string(info_->meaning) : std::string(); }
+    std::string meaning() const { return std::string(description_.meaning ? description_.meaning->meaning : ""); }
     /// A failure of the disk is predicted from it; others tell of age and use.
     bool predictsFailure() const { return (currentValue_.flag & 1U) != 0; }
 
-    /// Takes name and format over from what is known of such disks.
-    void describe(const SMARTAttributeInfo* info);
+    // Figures of its role; absent for another role, before the first reading, and where it makes no sense
+    std::optional<double> temperature() const; ///< °C
+    std::optional<double> powerOnHours() const;
+    std::optional<double> powerCycles() const;
+    std::optional<double> lifeUsed() const; ///< percentage of the rated life
+    std::optional<double> bytes() const;    ///< written or read
+    /// Smaller ones are to be preferred. Of the role Life.
+    std::size_t lifeRank() const { return meridal::lifeRank(*description_.meaning); }
+    /// Data or spare sectors have been lost.
+    bool hasDefects() const;
+
+    /// Takes over what is known of it on such disks.
+    void describe(AttributeDescription description);
 
     AttributeStatus status() const;
     /// The raw bytes as one number, together with worst and current in the formats of 64 bits.
@@ -64,16 +76,16 @@ public:
     void addSample(const Dictionary& sample, StorageIndex storage);
 
 private:
-    int effectiveFormat() const { return format_ == -1 ? defaultFormat() : format_; }
+    RawFormat effectiveFormat() const { return static_cast<RawFormat>(format_ == -1 ? defaultFormat() : format_); }
+    bool means(AttributeRole role) const { return description_.role == role && currentValue_.empty == 0; }
 
     std::uint8_t attributeID_;
     smartattribute currentValue_;
     double threshold_ = 0;
     int format_ = -1;
-    std::optional<std::string> name_;
     Value value_;
     std::uint64_t lastRawValue_ = 0;
-    const SMARTAttributeInfo* info_ = nullptr; ///< in the table, which stays
+    AttributeDescription description_;
 };
 
 } // namespace meridal

@@ -4,7 +4,6 @@
 #include "platform/Context.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <utility>
 
@@ -19,12 +18,9 @@ constexpr double ataInterval = 300; ///< s between readings of an ATA disk: some
 constexpr double freshATA = 2 * ataInterval + 30;
 constexpr double freshNVMe = 75; ///< s; the daemon asks every 30
 
-constexpr std::int32_t noTemperature = 128;
+constexpr double asleepInterval = 25; ///< s; the daemon asks every 30
 constexpr std::uint8_t diskTemperature = 194;
 constexpr std::uint8_t airflowTemperature = 190;
-
-/// Where several attributes tell the life left, the one that vendors mean as such comes first.
-constexpr std::array<std::uint8_t, 5> lifeLeftOrder = {231, 169, 233, 177, 173};
 
 } // namespace
 
@@ -48,6 +44,10 @@ void SMARTStatCollectorItem::forget()
     firmware_.reset();
     spins_.reset();
     attributes_.clear();
+    definitions_ = usualDefinitions();
+    loadedDefinitions_ = false;
+    isModern_ = false;
+    sectorSize_ = 512;
     health_.reset();
     overallStatus_.reset();
     loadedThresholds_ = false;
@@ -74,7 +74,7 @@ SMARTStatCollectorAttribute* SMARTStatCollectorItem::attributeWithID(std::uint8_
     }
     const auto [entry, isNew] = attributes_.try_emplace(attributeID, attributeID);
     if (isNew) {
-        entry->second.describe(attributeInfo(attributeID, model_.value_or(""), spins_));
+        entry->second.describe(describeAttribute(attributeID, definitions_, traits()));
     }
     return &entry->second;
 }
@@ -85,11 +85,16 @@ const SMARTStatCollectorAttribute* SMARTStatCollectorItem::existingAttributeWith
     return found == attributes_.end() ? nullptr : &found->second;
 }
 
-const SMARTStatCollectorAttribute* SMARTStatCollectorItem::attributeOfRole(AttributeRole role) const
+DiskTraits SMARTStatCollectorItem::traits() const
 {
-    const auto found = std::find_if(
-        attributes_.begin(), attributes_.end(), [role](const auto& entry) { return entry.second.role() == role; });
-    return found == attributes_.end() ? nullptr : &found->second;
+    return {.spins = spins_, .isModern = isModern_, .sectorSize = sectorSize_};
+}
+
+void SMARTStatCollectorItem::describeAttributes()
+{
+    for (auto& [attributeID, attribute] : attributes_) {
+        attribute.describe(describeAttribute(attributeID, definitions_, traits()));
+    }
 }
 
 // Figures
@@ -104,14 +109,17 @@ std::optional<std::int32_t> SMARTStatCollectorItem::nvmeTemperature() const
     return health_ ? health_->temperature : std::nullopt;
 }
 
-std::optional<std::int32_t> SMARTStatCollectorItem::temperatureOfAttribute(std::uint8_t attributeID) const
+/// The disk's own sensor is the one with the number that most disks use, then the one in the airflow.
+std::optional<std::int32_t> SMARTStatCollectorItem::attributeTemperature() const
 {
-    const SMARTStatCollectorAttribute* attribute = existingAttributeWithID(attributeID);
-    if (!attribute || !attribute->value().is_number()) {
-        return std::nullopt;
+    for (const std::uint8_t attributeID : {diskTemperature, airflowTemperature}) {
+        const SMARTStatCollectorAttribute* attribute = existingAttributeWithID(attributeID);
+        if (const auto degrees = attribute ? attribute->temperature() : std::nullopt) {
+            return static_cast<std::int32_t>(*degrees);
+        }
     }
-    const auto degrees = attribute->value().get<std::int32_t>();
-    return degrees == noTemperature ? std::nullopt : std::optional(degrees);
+    const auto other = firstOf(&SMARTStatCollectorAttribute::temperature);
+    return other ? std::optional(static_cast<std::int32_t>(*other)) : std::nullopt;
 }
 
 std::optional<std::int32_t> SMARTStatCollectorItem::temperature() const
@@ -119,17 +127,23 @@ std::optional<std::int32_t> SMARTStatCollectorItem::temperature() const
     if (state_ == DiskState::Asleep) {
         return std::nullopt;
     }
-    if (nvme_) {
-        return nvmeTemperature();
-    }
-    const auto own = temperatureOfAttribute(diskTemperature);
-    return own ? own : temperatureOfAttribute(airflowTemperature);
+    return nvme_ ? nvmeTemperature() : attributeTemperature();
 }
 
 bool SMARTStatCollectorItem::hasTemperature() const
 {
-    return nvme_ ? nvmeTemperature().has_value()
-                 : temperatureOfAttribute(diskTemperature) || temperatureOfAttribute(airflowTemperature);
+    return nvme_ ? nvmeTemperature().has_value() : attributeTemperature().has_value();
+}
+
+std::optional<double> SMARTStatCollectorItem::firstOf(
+    std::optional<double> (SMARTStatCollectorAttribute::*figure)() const) const
+{
+    for (const auto& [attributeID, attribute] : attributes_) {
+        if (const auto found = (attribute.*figure)()) {
+            return found;
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<double> SMARTStatCollectorItem::wear() const
@@ -137,28 +151,22 @@ std::optional<double> SMARTStatCollectorItem::wear() const
     if (nvme_) {
         return nvmeLifetimePercentage();
     }
-    if (const auto* used = attributeOfRole(AttributeRole::LifeUsed)) {
-        return used->currentValue().formatted;
-    }
-    for (const std::uint8_t attributeID : lifeLeftOrder) {
-        const SMARTStatCollectorAttribute* left = existingAttributeWithID(attributeID);
-        const double percent = left ? left->currentValue().current : 0;
-        // 0 and what is above 100 come from disks that do not keep it.
-        if (left && left->role() == AttributeRole::LifeLeft && percent >= 1 && percent <= 100) {
-            return 100 - percent;
+    const SMARTStatCollectorAttribute* best = nullptr;
+    for (const auto& [attributeID, attribute] : attributes_) {
+        if (attribute.lifeUsed() && (!best || attribute.lifeRank() < best->lifeRank())) {
+            best = &attribute;
         }
     }
-    return std::nullopt;
+    return best ? best->lifeUsed() : std::nullopt;
 }
 
 std::optional<double> SMARTStatCollectorItem::powerOnSeconds() const
 {
     constexpr double hour = 3600;
-    if (nvme_) {
-        return health_ ? std::optional(health_->powerOnHours * hour) : std::nullopt;
-    }
-    const auto* time = attributeOfRole(AttributeRole::PowerOnTime);
-    return time ? std::optional(time->currentValue().formatted * hour) : std::nullopt;
+    const auto hours = !nvme_ ? firstOf(&SMARTStatCollectorAttribute::powerOnHours)
+        : health_             ? std::optional(health_->powerOnHours)
+                              : std::nullopt;
+    return hours ? std::optional(*hours * hour) : std::nullopt;
 }
 
 std::optional<double> SMARTStatCollectorItem::powerCycles() const
@@ -166,8 +174,25 @@ std::optional<double> SMARTStatCollectorItem::powerCycles() const
     if (nvme_) {
         return health_ ? std::optional(health_->powerCycles) : std::nullopt;
     }
-    const auto* cycles = attributeOfRole(AttributeRole::PowerCycles);
-    return cycles ? std::optional(cycles->currentValue().formatted) : std::nullopt;
+    return firstOf(&SMARTStatCollectorAttribute::powerCycles);
+}
+
+std::optional<double> SMARTStatCollectorItem::bytesOf(AttributeRole role) const
+{
+    // Where a disk tells it twice, the higher number is the one that vendors keep for it today.
+    const auto found = std::find_if(attributes_.rbegin(), attributes_.rend(),
+        [role](const auto& entry) { return entry.second.role() == role && entry.second.bytes(); });
+    return found == attributes_.rend() ? std::nullopt : found->second.bytes();
+}
+
+std::optional<double> SMARTStatCollectorItem::bytesWritten() const
+{
+    return health_ ? std::optional(health_->dataWritten) : bytesOf(AttributeRole::BytesWritten);
+}
+
+std::optional<double> SMARTStatCollectorItem::bytesRead() const
+{
+    return health_ ? std::optional(health_->dataRead) : bytesOf(AttributeRole::BytesRead);
 }
 
 // Readings
@@ -177,7 +202,8 @@ bool SMARTStatCollectorItem::isDue() const
     if (isBeingRead()) {
         return false;
     }
-    return nvme_ || !lastAsked_ || context().runtime.monotonicTime() >= *lastAsked_ + ataInterval;
+    const double interval = state_ == DiskState::Asleep ? asleepInterval : ataInterval;
+    return nvme_ || !lastAsked_ || context().runtime.monotonicTime() >= *lastAsked_ + interval;
 }
 
 double SMARTStatCollectorItem::readingFor() const
@@ -192,20 +218,25 @@ SMARTRequest SMARTStatCollectorItem::beginReading()
     readingSince_ = now;
     lastTemperatureUpdate_ = context().runtime.wallTime();
     return {.kind = nvme_ ? SMARTKind::NVMe : SMARTKind::ATA,
-        .identity = !loadedIdentity_,
+        .identity = !loadedIdentity_ || state_ == DiskState::SwitchedOff,
+        .definitions = !nvme_ && !loadedDefinitions_,
         .thresholds = !nvme_ && !loadedThresholds_};
 }
 
 void SMARTStatCollectorItem::update(const SMARTReading& reading, double sampleID)
 {
     readingSince_.reset();
+    if (reading.denied) {
+        state_ = DiskState::Denied;
+        return;
+    }
     if (reading.power != DiskPower::Awake) {
         state_ = reading.power == DiskPower::Asleep ? DiskState::Asleep : DiskState::PowerHidden;
         return;
     }
     takeIdentity(reading);
     const bool answered = nvme_ ? reading.health.has_value() : reading.data.has_value();
-    state_ = answered ? DiskState::Read : DiskState::Silent;
+    state_ = answered ? DiskState::Read : reading.switchedOff ? DiskState::SwitchedOff : DiskState::Silent;
     if (!answered) {
         return;
     }
@@ -224,7 +255,8 @@ void SMARTStatCollectorItem::takeIdentity(const SMARTReading& reading)
 {
     const auto adopt = [this](const auto& identity) {
         loadedIdentity_ = true;
-        if (!model_) {
+        // Its own words, which what it is plugged into may have shortened; but for those that are known by their maker.
+        if (identity.model && (!model_ || !model_->starts_with("Apple "))) {
             model_ = identity.model;
         }
         firmware_ = identity.firmware;
@@ -235,9 +267,16 @@ void SMARTStatCollectorItem::takeIdentity(const SMARTReading& reading)
         if (reading.identity->spins) {
             spins_ = reading.identity->spins; // bridges let every disk look as if it spun
         }
+        isModern_ = reading.identity->isModern;
+        sectorSize_ = reading.identity->sectorSize;
         if (reading.identity->smartSupported) {
             adopt(*reading.identity);
         }
+        if (reading.definitions) {
+            definitions_ = *reading.definitions;
+            loadedDefinitions_ = true;
+        }
+        describeAttributes();
     }
 }
 
@@ -245,7 +284,7 @@ void SMARTStatCollectorItem::takeAttributes(const SMARTReading& reading, double 
 {
     loadedThresholds_ = loadedThresholds_ || reading.thresholds.has_value();
     for (const SMARTDataEntry& entry : reading.data->entries) {
-        const bool known = attributeInfo(entry.attributeID, model_.value_or(""), spins_) != nullptr;
+        const bool known = describeAttribute(entry.attributeID, definitions_, traits()).title.has_value();
         if (!loadAllAttributes_ && !known && (entry.flags & 1U) == 0) {
             continue;
         }
@@ -255,6 +294,12 @@ void SMARTStatCollectorItem::takeAttributes(const SMARTReading& reading, double 
         }
         attribute->updateWithAttribute(entry, sampleID, lastStatusUpdate_);
     }
+    // A disk has some 20 attributes, and the same ones all its life.
+    std::erase_if(definitions_.attributes, [&](const auto& each) {
+        return loadedDefinitions_
+            && std::none_of(reading.data->entries.begin(), reading.data->entries.end(),
+                [&each](const SMARTDataEntry& entry) { return entry.attributeID == each.first; });
+    });
 }
 
 /// What the disk says of itself; where it, or the bridge before it, does not say, what its attributes amount to.

@@ -21,6 +21,8 @@ enum class DiskState {
     Read,        ///< its figures are of the last reading
     Asleep,      ///< asked for nothing, so as not to wake it
     PowerHidden, ///< asked for nothing: it spins, and nobody can tell whether it sleeps
+    SwitchedOff, ///< its owner has switched SMART off
+    Denied,      ///< we have no right to ask it
     Silent,      ///< it was asked and gave nothing that made sense
 };
 
@@ -69,6 +71,8 @@ public:
     std::optional<double> wear() const;
     std::optional<double> powerOnSeconds() const;
     std::optional<double> powerCycles() const;
+    std::optional<double> bytesWritten() const;
+    std::optional<double> bytesRead() const;
 
     // Readings
     bool loadAllAttributes() const { return loadAllAttributes_; }
@@ -80,7 +84,8 @@ public:
     bool hasAnswered() const { return lastRead_.has_value(); }
     double lastStatusUpdate() const { return lastStatusUpdate_; }           ///< s since 1970; 0 = never
     double lastTemperatureUpdate() const { return lastTemperatureUpdate_; } ///< likewise; when it was last asked
-    /// Whether its turn has come: an ATA disk's every 300 s, an NVMe disk's always, nobody's while it is being read.
+    /// Whether its turn has come: an ATA disk's every 300 s, that of one asleep every 25 s, as looking does not wake it and
+    /// somebody else may have, an NVMe disk's always, nobody's while it is being read.
     bool isDue() const;
     bool isBeingRead() const { return readingSince_.has_value(); }
     /// s since the reading in progress began; 0 without one.
@@ -107,8 +112,12 @@ private:
     void takeIdentity(const SMARTReading& reading);
     void takeAttributes(const SMARTReading& reading, double sampleID);
     void takeStatus(const SMARTReading& reading);
-    const SMARTStatCollectorAttribute* attributeOfRole(AttributeRole role) const;
-    std::optional<std::int32_t> temperatureOfAttribute(std::uint8_t attributeID) const;
+    void describeAttributes();
+    DiskTraits traits() const;
+    /// The first figure that an attribute of the disk has of what is asked.
+    std::optional<double> firstOf(std::optional<double> (SMARTStatCollectorAttribute::*figure)() const) const;
+    std::optional<double> bytesOf(AttributeRole role) const;
+    std::optional<std::int32_t> attributeTemperature() const;
 
     std::optional<std::string> serial_;
     std::optional<std::string> model_;
@@ -118,6 +127,10 @@ private:
     std::shared_ptr<SMARTDevice> device_;
     std::shared_ptr<Queue> queue_;
     Attributes attributes_;
+    AttributeDefinitions definitions_ = usualDefinitions();
+    bool loadedDefinitions_ = false; ///< of this model, and not just the usual ones
+    bool isModern_ = false;
+    std::uint32_t sectorSize_ = 512;
     std::optional<NVMeHealth> health_;
     std::optional<bool> overallStatus_;
     std::optional<bool> spins_;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace meridal {
 
@@ -35,6 +36,11 @@ public:
     virtual bool open() = 0;
     /// Lets go of the disk, whatever opened it.
     virtual void close() = 0;
+    /// Whether what it was asked last failed for want of rights, and not because of the disk.
+    virtual bool isDenied() const = 0;
+    /// The text of this machine's database of drives, in the form of smartmontools', what the administrator has added to
+    /// it first; empty without one. Read anew each time, some hundred KB.
+    virtual std::string driveDatabase() const = 0;
 
     // ATA
     virtual bool enableOperations(bool enabled) = 0;

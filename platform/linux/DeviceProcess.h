@@ -37,7 +37,8 @@ struct DeviceAnswer {
     std::array<std::uint8_t, 64> sense = {};
     std::array<std::uint8_t, 4096> data = {};
 
-    bool isGood() const { return error == 0 && status == 0 && transport == 0 && missing == 0; }
+    bool isCarriedOut() const { return error == 0 && status == 0 && transport == 0; }
+    bool isGood() const { return isCarriedOut() && missing == 0; }
 };
 
 /// A child process that has one device open and sends it commands. A disk that hangs holds the caller of its ioctl in the

@@ -70,7 +70,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
     host->registry = std::make_unique<LinuxRegistry>(runtime, options.root, host->limitations);
-    host->smartDevices = std::make_unique<LinuxSMARTDevices>(options.root);
+    host->smartDevices = std::make_unique<LinuxSMARTDevices>(options.root, options.readHiddenDisks);
     auto sensors = std::make_shared<HwmonSensors>(runtime,
         HwmonOptions{.root = options.root,
             .keyFile = options.state.empty() ? std::filesystem::path() : options.state / "sensor-keys"},

@@ -1,5 +1,6 @@
 #include "platform/linux/LinuxSMARTDevice.h"
 
+#include "platform/DriveDatabaseFile.h"
 #include "platform/host/Registry.h"
 
 #include <algorithm>
@@ -79,7 +80,7 @@ DiskPower LinuxSMARTDevice::powerMode()
     }
     const auto registers = readRegisters({.command = ata::checkPowerMode});
     if (!registers) {
-        return location_.spins ? DiskPower::Unknown : DiskPower::Awake;
+        return location_.spins && !location_.insist ? DiskPower::Unknown : DiskPower::Awake;
     }
     const bool asleep =
         registers->count == ata::standby || registers->count == ata::standbyY || registers->count == ata::cacheSpunDown;
@@ -88,13 +89,20 @@ DiskPower LinuxSMARTDevice::powerMode()
 
 // ATA
 
+DeviceAnswer LinuxSMARTDevice::run(const DeviceCommand& command)
+{
+    const DeviceAnswer answer = process_.run(command);
+    denied_ = answer.error == EACCES || answer.error == EPERM;
+    return answer;
+}
+
 DeviceAnswer LinuxSMARTDevice::send(const AtaCommand& command)
 {
-    DeviceAnswer answer = process_.run(passThrough(command, size_));
+    DeviceAnswer answer = run(passThrough(command, size_));
     if (!sizeIsKnown_ && answer.error == 0 && refusesCommand(senseOf(answer))) {
         const PassThroughSize other =
             size_ == PassThroughSize::Sixteen ? PassThroughSize::Twelve : PassThroughSize::Sixteen;
-        const DeviceAnswer second = process_.run(passThrough(command, other));
+        const DeviceAnswer second = run(passThrough(command, other));
         if (second.error == 0 && !refusesCommand(senseOf(second))) {
             size_ = other;
             answer = second;
@@ -107,11 +115,13 @@ DeviceAnswer LinuxSMARTDevice::send(const AtaCommand& command)
 std::optional<SMARTPage> LinuxSMARTDevice::readSector(const AtaCommand& command)
 {
     const DeviceAnswer answer = send(command);
-    if (!answer.isGood()) {
+    // Some adapters count wrongly what they have transferred: the page's checksum tells whether it is all there.
+    if (!answer.isCarriedOut()) {
         return std::nullopt;
     }
     SMARTPage page;
     std::copy_n(answer.data.begin(), page.size(), page.begin());
+    isWhole_ = answer.missing == 0;
     return page;
 }
 
@@ -168,7 +178,9 @@ std::optional<SMARTPage> LinuxSMARTDevice::readThresholds()
 
 std::optional<SMARTPage> LinuxSMARTDevice::identify()
 {
-    return readSector({.command = ata::identifyDevice, .count = 1, .readsSector = true});
+    constexpr std::uint8_t checksumSignature = 0xA5;
+    const auto page = readSector({.command = ata::identifyDevice, .count = 1, .readsSector = true});
+    return page && (isWhole_ || (*page)[510] == checksumSignature) ? page : std::nullopt;
 }
 
 // NVMe
@@ -182,7 +194,7 @@ std::optional<SMARTPage> LinuxSMARTDevice::readAdmin(
     command.namespaceID = namespaceID;
     command.cdw10 = cdw10;
     command.dataLength = length;
-    const DeviceAnswer answer = process_.run(command);
+    const DeviceAnswer answer = run(command);
     if (!answer.isGood()) {
         return std::nullopt;
     }
@@ -205,6 +217,15 @@ std::optional<SMARTPage> LinuxSMARTDevice::identifyController()
 
 // From the registry
 
+std::string LinuxSMARTDevice::driveDatabase() const
+{
+    // Where smartctl looks, and what smartmontools' own updates fetch before what came with the package.
+    const auto at = [this](const char* path) { return root_.path(path); };
+    return readDriveDatabase({at("etc/smart_drivedb.h")})
+        + readDriveDatabase({at("var/lib/smartmontools/drivedb/drivedb.h"), at("var/lib/smartmontools/drivedb.h"),
+            at("usr/local/share/smartmontools/drivedb.h"), at("usr/share/smartmontools/drivedb.h")});
+}
+
 std::unique_ptr<SMARTDevice> LinuxSMARTDevices::deviceForEntry(const RegistryEntry& entry, SMARTKind kind)
 {
     const std::string place = entry.path();
@@ -219,7 +240,8 @@ std::unique_ptr<SMARTDevice> LinuxSMARTDevices::deviceForEntry(const RegistryEnt
     const std::string owner = isLinked ? place + "/device" : parent->path();
     DiskLocation location{.node = root_.path("dev/" + node).string(),
         .powerState = owner + "/power/runtime_status",
-        .spins = root_.readLine(place + "/queue/rotational") != "0"};
+        .spins = root_.readLine(place + "/queue/rotational") != "0",
+        .insist = insist_};
     return std::make_unique<LinuxSMARTDevice>(root_, kind, std::move(location));
 }
 

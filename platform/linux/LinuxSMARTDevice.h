@@ -16,6 +16,7 @@ struct DiskLocation {
     std::string node;       ///< path of the device node
     std::string powerState; ///< of the device that the system may suspend, below the root; may not exist
     bool spins = true;      ///< also where it is not known
+    bool insist = false;    ///< reads it even where nobody can tell whether that spins it up
 };
 
 /// A disk by its device node: ATA through SG_IO (SAT pass-through, with commands of 16 bytes or, for bridges that do not
@@ -29,6 +30,8 @@ public:
     DiskPower powerMode() override;
     bool open() override { return true; }
     void close() override { process_.stop(); }
+    bool isDenied() const override { return denied_; }
+    std::string driveDatabase() const override;
 
     bool enableOperations(bool enabled) override;
     bool enableAutosave(bool enabled) override;
@@ -40,6 +43,7 @@ public:
     std::optional<SMARTPage> identifyController() override;
 
 private:
+    DeviceAnswer run(const DeviceCommand& command);
     DeviceAnswer send(const AtaCommand& command);
     std::optional<SMARTPage> readSector(const AtaCommand& command);
     std::optional<AtaRegisters> readRegisters(AtaCommand command);
@@ -52,16 +56,21 @@ private:
     DeviceProcess process_;
     PassThroughSize size_ = PassThroughSize::Sixteen;
     bool sizeIsKnown_ = false;
+    bool denied_ = false;
+    bool isWhole_ = true; ///< all of the latest sector came, by the count of what is in between
 };
 
 /// The disks that LinuxRegistry finds.
 class LinuxSMARTDevices final : public SMARTDevices {
 public:
-    explicit LinuxSMARTDevices(const std::filesystem::path& root) : root_(root) { }
+    /// `insist`: disks that spin are read even where their adapter does not tell whether they sleep.
+    explicit LinuxSMARTDevices(const std::filesystem::path& root, bool insist = false)
+        : root_(root), insist_(insist) { }
     std::unique_ptr<SMARTDevice> deviceForEntry(const RegistryEntry& entry, SMARTKind kind) override;
 
 private:
     RootFolder root_;
+    bool insist_;
 };
 
 } // namespace meridal

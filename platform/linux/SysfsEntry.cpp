@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 
 namespace meridal {
 
@@ -25,6 +26,25 @@ std::string parentFolder(const std::string& path)
 bool isDigits(std::string_view text)
 {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+/// Text in which udev has written bytes as \xNN, without blanks around it. Absent where nothing is left.
+std::optional<std::string> unescaped(std::string_view text)
+{
+    std::string plain;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        unsigned byte = 0;
+        const std::string_view code = text.substr(at, 4);
+        const auto* digits = code.data() + 2;
+        if (code.size() == 4 && code.starts_with("\\x")
+            && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+            plain += static_cast<char>(byte);
+            at += 3;
+        } else {
+            plain += text[at];
+        }
+    }
+    return fieldText(plain);
 }
 
 } // namespace
@@ -140,9 +160,11 @@ Value SysfsEntry::characteristics() const
         put("Product Name", announced->model);
         put("Serial Number", announced->serial);
     } else {
-        // udev writes underscores for blanks; the kernel's own text is cut to 16 characters.
-        auto model = isATA ? udev("ID_MODEL") : std::nullopt;
+        // The kernel's own text is cut to 16 characters, and udev's other one has underscores for blanks.
+        auto model = isATA ? udev("ID_MODEL_ENC") : std::nullopt;
         if (model) {
+            model = unescaped(*model);
+        } else if (isATA && (model = udev("ID_MODEL"))) {
             std::replace(model->begin(), model->end(), '_', ' ');
         }
         put("Vendor Name", isATA ? std::nullopt : device("vendor"));

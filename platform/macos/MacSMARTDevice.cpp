@@ -1,5 +1,6 @@
 #include "platform/macos/MacSMARTDevice.h"
 
+#include "platform/DriveDatabaseFile.h"
 #include "platform/macos/CFRef.h"
 #include "platform/macos/CFValue.h"
 
@@ -87,9 +88,10 @@ bool MacSMARTDevice::open()
     SInt32 score = 0;
     const CFUUIDRef client = kind_ == SMARTKind::NVMe ? kIONVMeSMARTUserClientTypeID : kIOATASMARTUserClientTypeID;
     // Another client that holds the disk is a normal outcome: the next turn tries again.
-    if (IOCreatePlugInInterfaceForService(service_.get(), client, kIOCFPlugInInterfaceID, &plugin_, &score)
-            != kIOReturnSuccess
-        || !plugin_) {
+    const IOReturn result =
+        IOCreatePlugInInterfaceForService(service_.get(), client, kIOCFPlugInInterfaceID, &plugin_, &score);
+    denied_ = result == kIOReturnNotPrivileged || result == kIOReturnNotPermitted;
+    if (result != kIOReturnSuccess || !plugin_) {
         plugin_ = nullptr;
         return false;
     }
@@ -118,6 +120,14 @@ void MacSMARTDevice::close()
         IODestroyPlugInInterface(plugin_);
         plugin_ = nullptr;
     }
+}
+
+std::string MacSMARTDevice::driveDatabase() const
+{
+    return readDriveDatabase({"/opt/homebrew/etc/smart_drivedb.h", "/usr/local/etc/smart_drivedb.h",
+               "/opt/local/etc/smart_drivedb.h"})
+        + readDriveDatabase({"/opt/homebrew/share/smartmontools/drivedb.h", "/usr/local/share/smartmontools/drivedb.h",
+            "/opt/local/share/smartmontools/drivedb.h"});
 }
 
 bool MacSMARTDevice::enableOperations(bool enabled)

@@ -22,6 +22,9 @@ public:
     DiskPower powerMode() override;
     bool open() override;
     void close() override;
+    bool isDenied() const override { return denied_; }
+    /// Of smartmontools from Homebrew, its own installer or MacPorts.
+    std::string driveDatabase() const override;
 
     bool enableOperations(bool enabled) override;
     bool enableAutosave(bool enabled) override;
@@ -38,6 +41,7 @@ private:
     IOObjectOwner service_;
     SMARTKind kind_;
     IOCFPlugInInterface** plugin_ = nullptr;
+    bool denied_ = false;
     IOATASMARTInterface** ata_ = nullptr;
     IONVMeSMARTInterface** nvme_ = nullptr;
 };

@@ -57,7 +57,8 @@ TEST_F(DiskKeeperTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
         ElementsAre(hasMembers({{"status", "failing"}}), _, hasMembers({{"name", "Attribute 253"}})));
     ASSERT_EQ(disks[0]["problems"].size(), 1U);
     EXPECT_TRUE(disks[0]["problems"][0].get<std::string>().starts_with("Reallocated sectors is below its threshold: "));
-    EXPECT_EQ(disks[1]["problems"].size(), 2U) << "a bit each";
+    EXPECT_EQ(disks[1]["problems"].size(), 3U) << "a bit each, and its life";
+    EXPECT_THAT(disks[1]["log"], hasMembers({{"busyTime", 3600}, {"writeCommands", 5000}}));
     disks = (**ask("{}"))["disks"];
     EXPECT_EQ(disks[0]["attributes"].size(), 1U) << "what is wrong, and no more";
 }

@@ -1,12 +1,9 @@
 #include "collectors/disks/SMARTPages.h"
 
-#include "collectors/disks/SMARTAttributeTable.h"
 #include "collectors/disks/SMARTStatCollectorAttribute.h"
 #include "tests/support/SMARTPageBuilder.h"
 
 #include <gtest/gtest.h>
-
-#include <set>
 
 namespace meridal::test {
 namespace {
@@ -39,11 +36,15 @@ TEST(SMARTPages, WhatCannotBeGenuineIsNoPage)
     page[100] ^= 0x10;
     EXPECT_FALSE(parseSMARTData(page));
     EXPECT_FALSE(parseSMARTThresholds(page));
-    EXPECT_FALSE(parseSMARTData({}));
-    EXPECT_FALSE(parseSMARTThresholds({}));
-    EXPECT_FALSE(parseATAIdentity({}));
-    EXPECT_FALSE(parseNVMeHealth({}));
-    EXPECT_FALSE(parseNVMeIdentity({}));
+    for (const std::uint8_t bits : std::to_array<std::uint8_t>({0x00, 0xFF})) { // the latter add up to 0, too
+        SMARTPage same;
+        same.fill(bits);
+        EXPECT_FALSE(parseSMARTData(same));
+        EXPECT_FALSE(parseSMARTThresholds(same));
+        EXPECT_FALSE(parseATAIdentity(same));
+        EXPECT_FALSE(parseNVMeHealth(same));
+        EXPECT_FALSE(parseNVMeIdentity(same));
+    }
     SMARTPage identity = identifyPage({});
     identity[60] ^= 1;
     EXPECT_FALSE(parseATAIdentity(identity));
@@ -90,48 +91,67 @@ TEST(SMARTPages, HealthLogIsInPlainUnits)
     EXPECT_EQ(health->powerOnHours, 1234);
     EXPECT_EQ(health->powerCycles, 321);
     EXPECT_EQ(health->unsafeShutdowns, 7);
+    EXPECT_EQ(health->readCommands, 4000);
+    EXPECT_EQ(health->writeCommands, 5000);
+    EXPECT_EQ(health->busyTime, 3600);
+    EXPECT_EQ(health->warmTime, 7 * 60);
+    EXPECT_EQ(health->hotTime, 60);
     EXPECT_EQ(health->sensors[0], 39);
     EXPECT_EQ(health->sensors[1], std::nullopt);
-    EXPECT_EQ(parseNVMeHealth(healthPage({.kelvin = 0}))->temperature, std::nullopt) << "0 K is no reading";
+    for (const std::uint16_t impossible : std::to_array<std::uint16_t>({0, 100, 0xFFFF})) {
+        EXPECT_EQ(parseNVMeHealth(healthPage({.kelvin = impossible}))->temperature, std::nullopt) << impossible;
+    }
 }
 
 struct RawCase {
-    RawFormat format;
-    std::uint64_t raw;
+    const char* format;
+    std::uint64_t raw; ///< the reserved byte on top
     double figure;
     Value shown;
+    const char* order = "";
 };
 
 TEST(SMARTAttribute, FormatsReadTheRawBytes)
 {
     const RawCase cases[] = {
-        {RawFormat::Raw48, 0x0100'0000'0002, 1099511627778.0, 0x0100'0000'0002},
-        {RawFormat::Raw64, 2, 2.0 * 65536 + 90 * 256 + 95, 2 * 65536 + 90 * 256 + 95},
-        {RawFormat::Hex64, 2, 2.0 * 65536 + 90 * 256 + 95, "0x0000000000025a5f"},
-        {RawFormat::Bytes, 0x0102'0304'0506, 0x0102'0304'0506, "1 2 3 4 5 6"},
-        {RawFormat::Words, 0x0001'0002'0003, 3, "1 2 3"},
-        {RawFormat::Low16, 0x0007'0000'0003, 3, 3},
-        {RawFormat::HoursAndFraction, 0x0912'0000'1C84, 7300, "7300 h"},
-        {RawFormat::Minutes, 150, 2.5, "2 h 30 min"},
-        {RawFormat::HalfMinutes, 300, 2.5, "2 h 30 min"},
-        {RawFormat::Seconds, 9000, 2.5, "2 h 30 min"},
-        {RawFormat::Temperature, 0x0030'0014'0022, 34, 34},
-        {RawFormat::Temperature, 0xFB, -5, -5},
-        {RawFormat::TemperatureTenths, 345, 34.5, 34},
-        {RawFormat::ErrorsOfOperations, 0x0003'0012'3456, 3, "3 in 1193046"},
-        {RawFormat::Sectors, 1'000'000'000, 512e9, "512 GB"},
+        {"raw48", 0x0100'0000'0002, 1099511627778.0, 0x0100'0000'0002},
+        {"raw48", 0x0102'0304'0506, 0x0605'0403'0201, 0x0605'0403'0201, "012345"},
+        {"raw56", 0x07'0000'0000'0002, 0x07'0000'0000'0002, 0x07'0000'0000'0002},
+        {"raw64", 2, 2.0 * 65536 + 90 * 256 + 95, 2 * 65536 + 90 * 256 + 95},
+        {"hex64", 2, 2.0 * 65536 + 90 * 256 + 95, "0x0000000000025a5f"},
+        {"hex56", 0x01'0000'0000'000F, 0x01'0000'0000'000F, "0x0100000000000f"},
+        {"raw8", 0x0102'0304'0506, 0x0102'0304'0506, "1 2 3 4 5 6"},
+        {"raw16", 0x0001'0002'0003, 0x0003, "1 2 3"},
+        {"raw16(raw16)", 0x0007'0000'0003, 3, 3},
+        {"raw16(avg16)", 0x0007'0000'0003, 3, 3},
+        {"raw24(raw8)", 0x0912'0000'1C84, 7300, 7300},
+        {"raw24/raw24", 0x0000'0500'0003, 3, "5/3"},
+        {"raw24/raw32", 0x00'0003'0012'3456, 3, "3 in 1193046"},
+        {"raw24/raw32", 0x0300'0012'3456, 0x12'3456, "1193046 in 768", "210zr54"},
+        {"min2hour", 0x0001'0000'0096, 2.5, "2 h 30 min"},
+        {"halfmin2hour", 300, 2.5, "2 h 30 min"},
+        {"sec2hour", 9000, 2.5, "2 h 30 min"},
+        {"msec24hour32", 0x1B'7740'0000'0002, 2.5, "2 h 30 min"},
+        {"tempminmax", 0x0030'0014'0022, 34, 34},
+        {"tempminmax", 0xFB, -5, -5},
+        {"tempminmax", 200, 200, 200}, // not -56 °C
+        {"temp10x", 345, 34.5, 34},
     };
     for (const RawCase& each : cases) {
-        SMARTStatCollectorAttribute attribute(9);
-        attribute.setFormat(static_cast<int>(each.format));
         const auto page = parseSMARTData(dataPage({{.attributeID = 9, .current = 95, .worst = 90, .raw = each.raw}}));
-        attribute.updateWithAttribute(page->entries.at(0), 7, 1.7e9);
-        EXPECT_EQ(attribute.currentValue().formatted, each.figure) << static_cast<int>(each.format);
-        EXPECT_EQ(attribute.value(), each.shown) << static_cast<int>(each.format);
+        const RawFormat format = rawFormatNamed(each.format).value();
+        const SMARTRawValue value = readRawValue(format, rawNumber(format, each.order, page->entries.at(0)));
+        EXPECT_EQ(value.figure, each.figure) << each.format;
+        EXPECT_EQ(value.shown, each.shown) << each.format;
     }
+    EXPECT_EQ(rawFormatNamed("raw47"), std::nullopt);
     SMARTStatCollectorAttribute plain(250);
     EXPECT_EQ(plain.format(), -1);
     EXPECT_EQ(plain.rawvalue({.attributeID = 250, .current = 1, .worst = 2, .raw = {9, 0, 0, 0, 0, 0}}), 9U);
+    for (const int wide : {3, 5}) {
+        plain.setFormat(wide);
+        EXPECT_EQ(plain.rawvalue({.attributeID = 250, .current = 1, .worst = 2, .raw = {9}}), 9U * 65536 + 2 * 256 + 1);
+    }
 }
 
 TEST(SMARTAttribute, StatusComparesWithTheThreshold)
@@ -146,21 +166,6 @@ TEST(SMARTAttribute, StatusComparesWithTheThreshold)
     EXPECT_EQ(statusOf(94, 90, 95), AttributeStatus::FailingNow);
     EXPECT_EQ(statusOf(95, 95, 95), AttributeStatus::Fine);
     EXPECT_EQ(statusOf(0, 0, 0), AttributeStatus::Fine);
-}
-
-TEST(SMARTAttributeTable, EntriesAreSoundAndVendorsComeFirst)
-{
-    std::set<std::pair<int, int>> seen;
-    for (const SMARTAttributeInfo& info : commonAttributes()) {
-        EXPECT_NE(info.attributeID, 0);
-        EXPECT_FALSE(info.name.empty());
-        EXPECT_TRUE(seen.emplace(info.attributeID, static_cast<int>(info.scope)).second) << int{info.attributeID};
-    }
-    EXPECT_EQ(attributeInfo(1, "ST4000DM004-2CV104", true)->format, RawFormat::ErrorsOfOperations);
-    EXPECT_EQ(attributeInfo(1, "WDC WD40EFRX", true)->format, RawFormat::Raw48);
-    EXPECT_EQ(attributeInfo(241, "INTEL SSDSC2BB240G4", false)->format, RawFormat::Mebibytes32);
-    EXPECT_EQ(attributeInfo(177, "WDC WD40EFRX", true), nullptr) << "no such thing on a disk that spins";
-    EXPECT_EQ(attributeInfo(0xFD, "whatever", std::nullopt), nullptr);
 }
 
 } // namespace

@@ -58,17 +58,17 @@ TEST_F(DiskTest, ASleepingDiskIsLeftAloneForADay)
     hidden.disk->power = DiskPower::Unknown;
     start();
     watchFor(86'400);
-    for (const auto& each : {sleeping, hidden}) {
+    for (const Plugged& each : {std::cref(sleeping), std::cref(hidden)}) {
         EXPECT_EQ(each.disk->wakingQuestions(), 0);
-        EXPECT_EQ(each.disk->asked["powerMode"], 86'400 / 300);
-        EXPECT_EQ(each.disk->closed, 86'400 / 300) << "and not held open meanwhile";
+        EXPECT_EQ(each.disk->asked["powerMode"], 86'400 / (&each == &sleeping ? 30 : 300));
+        EXPECT_EQ(each.disk->closed, each.disk->asked["powerMode"]) << "and not held open meanwhile";
     }
     EXPECT_EQ(item("WX1")->state(), DiskState::Asleep);
     EXPECT_EQ(item("USB1")->state(), DiskState::PowerHidden);
     EXPECT_EQ(collector->diskStatus()[0]["asleep"], true);
     EXPECT_FALSE(collector->diskStatus()[0].contains("status")) << "nobody knows";
     sleeping.disk->power = DiskPower::Awake;
-    watchFor(300);
+    watchFor(30);
     EXPECT_EQ(collector->diskTemperatures().size(), 1U);
     sleeping.disk->power = DiskPower::Asleep;
     watchFor(330);
@@ -201,7 +201,7 @@ TEST_F(DiskTest, IdentityComesFromTheRegistryOrElseFromTheDisk)
     const auto target = std::make_shared<FakeRegistryEntry>("root/usb/host/target", hub);
     const auto far = plug("root/usb/host/target/sda", "SMART Capable", {{"Serial Number", "   "}}, target);
     far.disk->data = dataPage({});
-    far.disk->identity = identifyPage({.model = "HGST HUS7", .smartEnabled = false});
+    far.disk->identity = identifyPage({.model = "HGST HUS7"});
     plugATA("root/ata/sdb", "A1", "APPLE SSD SM0512F");
     plug("root/ata/sdc", "SMART Capable",
         {{"Vendor Name", "ACME"}, {"Product Name", "Disk 1"}, {"Serial Number", "V1"}});
@@ -210,8 +210,6 @@ TEST_F(DiskTest, IdentityComesFromTheRegistryOrElseFromTheDisk)
     ASSERT_EQ(collector->items().size(), 3U) << "a disk without a serial is left out";
     EXPECT_EQ(item("123456")->model(), "HGST HUS7");
     EXPECT_EQ(item("123456")->firmware(), "01.01A01");
-    EXPECT_EQ(far.disk->asked["enableOperations"], 1) << "it was switched off";
-    EXPECT_EQ(far.disk->asked["enableAutosave"], 1);
     EXPECT_EQ(item("A1")->model(), "Apple SSD");
     EXPECT_EQ(item("V1")->model(), "ACME Disk 1");
 }
@@ -250,22 +248,24 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
     EXPECT_EQ(item("SAME")->overallStatus(), std::nullopt);
 }
 
-TEST_F(DiskTest, WearIsWhatTheVendorMeansByIt)
+TEST_F(DiskTest, WhatCannotBeReadSaysWhy)
 {
-    const auto crucial = plugATA("root/ata/sda", "C1", "Crucial_CT500MX200SSD1");
-    crucial.disk->identity = identifyPage({.rotation = 1});
-    crucial.disk->data =
-        dataPage({{.attributeID = 173, .current = 50}, {.attributeID = 202, .current = 88, .raw = 12}});
-    const auto samsung = plugATA("root/ata/sdb", "S1", "Samsung SSD 860 EVO 500GB");
-    samsung.disk->identity = identifyPage({.rotation = 1});
-    samsung.entry->properties["Device Characteristics"]["Medium Type"] = "Rotational";
-    samsung.disk->data = dataPage({{.attributeID = 177, .current = 95, .raw = 120}});
-    plugATA("root/ata/sdc", "W1");
+    const auto off = plugATA("root/ata/sda", "OFF");
+    off.disk->identity = identifyPage({.model = "FAST 1000", .smartEnabled = false});
+    const auto denied = plugATA("root/ata/sdb", "DENIED");
+    denied.disk->denied = true;
     start();
-    EXPECT_EQ(item("C1")->wear(), 12);
-    EXPECT_EQ(item("S1")->wear(), 5) << "also behind a bridge that takes it for a disk that spins";
-    EXPECT_EQ(item("W1")->wear(), std::nullopt) << "it spins";
-    EXPECT_EQ(item("W1")->powerOnSeconds(), 7300 * 3600.0);
+    watchFor(300);
+    EXPECT_EQ(item("OFF")->state(), DiskState::SwitchedOff);
+    EXPECT_EQ(item("OFF")->model(), "FAST 1000") << "its own words";
+    EXPECT_EQ(off.disk->asked["enableOperations"] + off.disk->asked["readData"], 0) << "its owner meant it";
+    EXPECT_EQ(item("DENIED")->state(), DiskState::Denied);
+    EXPECT_EQ(denied.disk->asked["readData"], 0);
+    off.disk->identity = identifyPage({});
+    denied.disk->denied = false;
+    watchFor(330);
+    EXPECT_EQ(item("OFF")->temperature(), 34) << "switched on meanwhile";
+    EXPECT_EQ(item("DENIED")->temperature(), 34);
 }
 
 class DiskHistoryTest : public DiskTest {

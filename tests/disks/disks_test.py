@@ -66,6 +66,7 @@ def identify_page(model, serial):
     put(46, 8, "FW01")
     put(54, 40, model)
     page[164] = page[170] = 1
+    page[175] = 0x40
     page[434:436] = struct.pack("<H", 5400)
     page[510] = 0xA5
     return summed(page)
@@ -80,12 +81,14 @@ def health_page(kelvin, used):
 
 
 class AtaDisk:
-    """Answers ATA commands in SCSI ones. `only` is the one size of command that its bridge knows."""
+    """Answers ATA commands in SCSI ones. `only` is the one size of command that its bridge knows, `residual` the bytes that it
+    says it did not transfer; with `power` None it returns no registers."""
 
-    def __init__(self, serial="WX1", temperature=34, only=None):
+    def __init__(self, serial="WX1", temperature=34, only=None, residual=0):
         self.commands = []  # (command, feature)
         self.power = 0xFF
         self.only = only
+        self.residual = residual
         self.hangs = False
         self.held = []
         self.failing = False
@@ -113,7 +116,7 @@ class AtaDisk:
         if self.hangs and command == SMART:
             self.held.append((client, header))  # answers some other day
             return True
-        if command == CHECK_POWER:
+        if command == CHECK_POWER and self.power is not None:
             return self.answer(client, header, sense=self.registers(count=self.power))
         if (command, feature) == (SMART, STATUS):
             middle, high = (0xF4, 0x2C) if self.failing else (0x4F, 0xC2)
@@ -121,6 +124,7 @@ class AtaDisk:
         page = {(IDENTIFY, 0): self.identity, (SMART, DATA): self.data, (SMART, THRESHOLDS): self.thresholds}.get((command, feature))
         if page and data_length:
             header.resolve(16, data_length).update(0, page)
+            header.update(72, struct.pack("<i", self.residual))
         return self.answer(client, header)
 
     @staticmethod
@@ -193,8 +197,8 @@ class DisksTest(unittest.TestCase):
         os.environ.pop("UMOCKDEV_DIR", None)
         self.assertEqual(ends, [0] * len(ends))
 
-    def client(self):
-        client = self.start().wait_ready().client()
+    def client(self, *options):
+        client = self.start(*options).wait_ready().client()
         self.addCleanup(client.close)
         return client
 
@@ -244,6 +248,28 @@ class DisksTest(unittest.TestCase):
         shown = self.shown("--attributes")
         self.assertIn("WDC WD40EFRX", shown)
         self.assertIn("41 °C", shown)
+
+    def test_bridges_that_hide_or_count_wrongly(self):
+        self.plug_ata(residual=512)
+        hidden = self.plug_ata("sdc", 32, "WX3")
+        hidden.power = None
+        off = self.plug_ata("sdd", 48, "WX4")
+        page = bytearray(off.identity)
+        page[170] = 0
+        off.identity = summed(page)
+        client = self.client()
+        client.call("startSMARTStatus")
+        disks = self.list_disks(client)
+        self.assertEqual(disks["sda"]["temperature"], 34)
+        self.assertEqual((disks["sdc"]["state"], disks["sdd"]["state"]), ("hidden", "off"))
+        self.assertEqual({command for command, _ in hidden.commands}, {CHECK_POWER})
+        self.assertNotIn(SMART, {command for command, _ in off.commands}, "nothing is switched on")
+        self.assertIn("smartctl --smart=on /dev/sdd", self.shown())
+        client.close()
+        self.daemons.pop().stop()
+        client = self.client("--read-hidden-disks")
+        client.call("startSMARTStatus")
+        self.assertEqual(self.list_disks(client)["sdc"]["temperature"], 34)
 
     def test_a_hanging_disk_holds_up_neither_others_nor_the_end(self):
         hanging = self.plug_ata()

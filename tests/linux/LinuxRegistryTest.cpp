@@ -91,9 +91,12 @@ TEST_F(LinuxRegistryTest, WithoutThatPageUdevAndTheUnitSerialTell)
         {{"dev", "8:0\n"}});
     EXPECT_THAT(identity(*find("SMART Capable").at(0)), ElementsAre("sda", "Samsung SSD 860", "S3Z8NB0K"));
     tree.write("run/udev/data/b8:0",
-        "E:ID_ATA=1\nE:ID_ATA_FEATURE_SET_SMART=1\nE:ID_MODEL=Samsung_SSD_860_EVO_500GB\nE:ID_SERIAL_SHORT="
-        "S3Z8NB0K123\n");
-    EXPECT_EQ(modelOfDisk(*find("SMART Capable").at(0)), "Samsung SSD 860 EVO 500GB");
+        "E:ID_ATA=1\nE:ID_ATA_FEATURE_SET_SMART=1\nE:ID_MODEL=Micron_M500_MT\nE:ID_SERIAL_SHORT=S3Z8NB0K123\n");
+    EXPECT_EQ(modelOfDisk(*find("SMART Capable").at(0)), "Micron M500 MT");
+    tree.write("run/udev/data/b8:0",
+        "E:ID_ATA=1\nE:ID_ATA_FEATURE_SET_SMART=1\nE:ID_MODEL=Micron_M500_MT\n"
+        "E:ID_MODEL_ENC=Micron_M500\\x20MT\\x20\\x20\nE:ID_SERIAL_SHORT=S3Z8NB0K123\n");
+    EXPECT_EQ(modelOfDisk(*find("SMART Capable").at(0)), "Micron_M500 MT");
     tree.write("run/udev/data/b8:0", "E:ID_ATA=1\n");
     EXPECT_TRUE(find("SMART Capable").empty()) << "it has no such feature";
 }

@@ -85,6 +85,8 @@ private:
 struct FakeDisk {
     DiskPower power = DiskPower::Awake;
     bool supported = true;
+    bool denied = false;
+    std::string database;
     std::optional<bool> failing = false;
     std::optional<SMARTPage> data;
     std::optional<SMARTPage> thresholds;
@@ -127,6 +129,12 @@ public:
         return disk_->supported;
     }
     void close() override { ++disk_->closed; }
+    bool isDenied() const override { return disk_->denied; }
+    std::string driveDatabase() const override
+    {
+        ++disk_->asked["driveDatabase"];
+        return disk_->database;
+    }
     bool enableOperations(bool) override { return note("enableOperations"); }
     bool enableAutosave(bool) override { return note("enableAutosave"); }
     std::optional<bool> isFailing() override { return answer("isFailing", disk_->failing); }

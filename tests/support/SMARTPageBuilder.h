@@ -20,7 +20,7 @@ struct TestAttribute {
     std::uint16_t flags = 0;
     std::uint8_t current = 100;
     std::uint8_t worst = 100;
-    std::uint64_t raw = 0;
+    std::uint64_t raw = 0; ///< with the reserved byte on top
     std::uint8_t threshold = 0;
 };
 
@@ -49,7 +49,7 @@ inline SMARTPage dataPage(const std::vector<TestAttribute>& attributes)
         putLittle(page, offset + 1, attribute.flags, 2);
         page[offset + 3] = attribute.current;
         page[offset + 4] = attribute.worst;
-        putLittle(page, offset + 5, attribute.raw, 6);
+        putLittle(page, offset + 5, attribute.raw, 7);
         offset += 12;
     }
     return summed(page);
@@ -85,6 +85,8 @@ struct TestIdentity {
     bool smartSupported = true;
     bool smartEnabled = true;
     std::uint16_t rotation = 5400;
+    std::uint16_t versions = 0x03FC; ///< up to ACS-2
+    std::uint32_t sectorSize = 512;
 };
 
 inline SMARTPage identifyPage(const TestIdentity& identity)
@@ -96,6 +98,10 @@ inline SMARTPage identifyPage(const TestIdentity& identity)
     putLittle(page, 164, identity.smartSupported ? 1 : 0, 2);
     putLittle(page, 166, 0x4000, 2);
     putLittle(page, 170, identity.smartEnabled ? 1 : 0, 2);
+    putLittle(page, 160, identity.versions, 2);
+    putLittle(page, 174, 0x4000, 2);
+    putLittle(page, 212, identity.sectorSize > 512 ? 0x5000 : 0x4000, 2);
+    putLittle(page, 234, identity.sectorSize / 2, 4);
     putLittle(page, 434, identity.rotation, 2);
     page[510] = 0xA5;
     return summed(page);
@@ -120,10 +126,15 @@ inline SMARTPage healthPage(const TestHealth& health)
     page[5] = health.used;
     putLittle(page, 32, 2'000'000, 8);
     putLittle(page, 48, 1'000'000, 8);
+    putLittle(page, 64, 4'000, 8);
+    putLittle(page, 80, 5'000, 8);
+    putLittle(page, 96, 60, 8);
     putLittle(page, 112, 321, 8);
     putLittle(page, 128, health.hours, 8);
     putLittle(page, 144, 7, 8);
     putLittle(page, 160, health.mediaErrors, 8);
+    putLittle(page, 192, 7, 4);
+    putLittle(page, 196, 1, 4);
     putLittle(page, 200, 273 + 39, 2);
     return page;
 }
