@@ -74,13 +74,7 @@ public:
     {
     }
 
-    void start()
-    {
-        // A daemon that nobody asked yet knows of no sensors: ask. What it says does not matter here.
-        session_.client().call("sensors.list", Value::array({{{"limit", 1}}}), [this](const Result<Value>&) {
-            askSeries({{"limit", largestSeriesPage}});
-        });
-    }
+    void start() { askSeries({{"limit", largestSeriesPage}}); }
 
 private:
     void askSeries(const Value& parameters)

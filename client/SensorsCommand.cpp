@@ -4,7 +4,6 @@
 #include "client/Screen.h"
 #include "client/SensorsView.h"
 
-#include <algorithm>
 #include <csignal>
 #include <functional>
 #include <memory>
@@ -16,9 +15,6 @@ namespace {
 
 constexpr int largestPage = 500;    // the daemon's own limit
 constexpr double watchInterval = 2; // s; the daemon's own rhythm
-/// Power is an average over 2 s or more: the first one comes so much after the first question.
-constexpr double settleInterval = 1; // s
-constexpr int mostSettling = 4;
 
 /// Asks page after page for all sensors.
 class SensorQuery {
@@ -58,40 +54,6 @@ private:
     Session& session_;
     Use use_;
     Value sensors_;
-};
-
-/// Whether a power figure is still to come.
-bool isSettling(const Value& sensors)
-{
-    return std::any_of(sensors.begin(), sensors.end(), [](const Value& sensor) {
-        return text(sensor, "kind") == "power" && !number(sensor, "value") && !number(sensor, "lowest");
-    });
-}
-
-/// Asks once, or again while a first figure is still to come.
-class OnceSensors {
-public:
-    using Print = std::function<bool(const Value& sensors)>;
-
-    OnceSensors(Session& session, Print print) : session_(session), query_(session), print_(std::move(print)) { }
-
-    void ask()
-    {
-        query_.ask([this](const Value& sensors) {
-            if (isSettling(sensors) && ++asked_ <= mostSettling) {
-                again_ = session_.loop().after(settleInterval, [this] { ask(); });
-            } else if (print_(sensors)) {
-                session_.finish(exitStatus::success);
-            }
-        });
-    }
-
-private:
-    Session& session_;
-    SensorQuery query_;
-    Print print_;
-    int asked_ = 0;
-    std::unique_ptr<Timer> again_;
 };
 
 /// Asks every two seconds; on the whole terminal where there is one, else block after block.
@@ -176,11 +138,16 @@ int runSensors(Session& session, bool onTerminal, bool coloured)
         WatchedSensors watched(session, onTerminal, coloured);
         return session.run([&watched] { watched.start(); });
     }
-    OnceSensors once(session, [&session](const Value& sensors) {
-        return session.arguments().json ? session.print(terminalJson({{"sensors", sensors}}) + '\n')
-                                        : session.print(sensorLines(sensors));
+    SensorQuery query(session);
+    return session.run([&session, &query] {
+        query.ask([&session](const Value& sensors) {
+            const bool printed = session.arguments().json ? session.print(terminalJson({{"sensors", sensors}}) + '\n')
+                                                          : session.print(sensorLines(sensors));
+            if (printed) {
+                session.finish(exitStatus::success);
+            }
+        });
     });
-    return session.run([&once] { once.ask(); });
 }
 
 int runFans(Session& session)

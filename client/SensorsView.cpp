@@ -10,6 +10,7 @@
 #include <cmath>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace meridal {
 
@@ -28,32 +29,45 @@ std::string reading(const Value& sensor, std::string_view key)
     return formatReading(figure ? *figure : Value(), word(sensor, "unit"));
 }
 
-/// Where the value stands between the limits, 0 to 1; nothing without a value or without limits.
+/// Where the value stands between the limits, 0 to 1; nothing without a value or without limits. In place of a limit
+/// that is missing what has been seen must do, and 0 below.
 std::optional<double> placeInRange(const Value& sensor)
 {
     const auto value = number(sensor, "value");
-    const auto low = number(sensor, "low");
-    const auto high = number(sensor, "high");
-    if (!value || !low || !high || !(*high > *low)) {
+    auto low = number(sensor, "low");
+    auto high = number(sensor, "high");
+    if (!value || (!low && !high)) {
         return std::nullopt;
     }
-    return std::clamp((*value - *low) / (*high - *low), 0.0, 1.0);
+    low = low ? low : std::min(0.0, number(sensor, "lowest").value_or(0));
+    high = high ? high : number(sensor, "highest");
+    return high && *high > *low ? std::optional(std::clamp((*value - *low) / (*high - *low), 0.0, 1.0)) : std::nullopt;
 }
 
-/// Limits that somebody has set alarm; those that only tell what has been seen do not.
+bool isFixed(const Value& sensor)
+{
+    const Value* fixed = find(sensor, "fixed");
+    return fixed && *fixed == true;
+}
+
 Style styleOf(const Value& sensor)
 {
-    const auto value = number(sensor, "value");
-    if (!value) {
-        return Style::Faint;
-    }
-    if (const auto critical = number(sensor, "critical"); critical && *value >= *critical) {
+    if (text(sensor, "alarm")) {
         return Style::High;
     }
-    const Value* fixed = find(sensor, "fixed");
+    if (!number(sensor, "value")) {
+        return Style::Faint;
+    }
     const bool isFan = text(sensor, "kind") == "fan"; // at its limit it only does its best
-    const auto place = fixed && *fixed == true && !isFan ? placeInRange(sensor) : std::nullopt;
-    return !place ? Style::Plain : *place >= 1 ? Style::High : *place >= nearlyHigh ? Style::Medium : Style::Plain;
+    const auto place = isFixed(sensor) && number(sensor, "high") && !isFan ? placeInRange(sensor) : std::nullopt;
+    return place && *place >= nearlyHigh ? Style::Medium : Style::Plain;
+}
+
+/// "  ALARM (low)", "  FAULT"; nothing while all is well.
+std::string alarmWords(const Value& sensor)
+{
+    const auto alarm = text(sensor, "alarm");
+    return !alarm ? "" : *alarm == "fault" ? "  FAULT" : "  ALARM (" + printable(*alarm) + ")";
 }
 
 /// A bar in eighths of a column.
@@ -80,12 +94,16 @@ Line row(const Value& sensor, std::string_view indent)
 {
     const auto place = placeInRange(sensor);
     const std::string name = std::string(indent) + word(sensor, "name");
-    return {{Style::Plain, fitLeft(name, sensorColumns)},
+    Line line{{Style::Plain, fitLeft(name, sensorColumns)},
         {styleOf(sensor), fitRight(reading(sensor, "value"), readingColumns)},
         {Style::Faint, "  " + (place ? bar(*place) : fitLeft("", rangeColumns))},
         {Style::Plain,
             fitRight(reading(sensor, "lowest"), readingColumns)
                 + fitRight(reading(sensor, "highest"), readingColumns)}};
+    if (std::string words = alarmWords(sensor); !words.empty()) {
+        line.push_back({Style::High, std::move(words)});
+    }
+    return line;
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace meridal {
 
@@ -18,7 +19,8 @@ namespace meridal {
 struct CollectorPorts {
     // Sensors and fans. Selections and configurations are the client's own words and may be nonsense.
     std::function<void()> openSensors;
-    std::function<double(const Value& configuration, PowerDetail detail)> valueForConfig;
+    /// A value for each configuration of the list.
+    std::function<std::vector<double>(const Value& configurations, PowerDetail detail)> sensorValues;
     std::function<Value(const Value& selection, PowerDetail detail)> supportedElectricSensors; ///< array
     std::function<Value(const Value& selection)> supportedArmSensors;                          ///< array
     std::function<Value(const Value& selection)> supportedFans;                                ///< array
@@ -40,8 +42,10 @@ struct CollectorPorts {
     // Disks
     std::function<void()> loadDisks;
     std::function<void(std::function<void()> done)> updateDisks; ///< `done` runs on the main queue
-    std::function<Value()> diskTemperatures;                     ///< array of {"name", "key", "temperature"}
-    std::function<Value()> diskStatus;                           ///< array of {"key", ...}
+    /// The same for who asks in between: may find that there is nothing to read.
+    std::function<void(std::function<void()> done)> refreshDisks;
+    std::function<Value()> diskTemperatures; ///< array of {"name", "key", "temperature"}
+    std::function<Value()> diskStatus;       ///< array of {"key", ...}
 
     // Battery
     std::function<void()> prepareBattery;

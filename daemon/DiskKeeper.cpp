@@ -66,40 +66,15 @@ void DiskKeeper::plugInto(CollectorPorts& ports)
 {
     ports.loadDisks = [this] { collector_.loadDisks(); };
     ports.updateDisks = [this](std::function<void()> done) { collector_.updateStats(std::move(done)); };
+    ports.refreshDisks = [this](std::function<void()> done) { collector_.updateStatsIfDue(std::move(done)); };
     ports.diskTemperatures = [this] { return collector_.diskTemperatures(); };
     ports.diskStatus = [this] { return collector_.diskStatus(); };
 }
 
 void DiskKeeper::addTo(HistoryCatalogue& catalogue)
 {
-    // What was recorded before a restart is there before the disk is read again; only a disk that was read without the
-    // figure has none. What spins does not wear.
-    catalogue.add("disks", collector_, [this] {
-        return series("°C", "temperature",
-            [](const SMARTStatCollectorItem& disk) { return !disk.hasAnswered() || disk.hasTemperature(); });
-    });
-    catalogue.add("wear", collector_, [this] {
-        return series("%", "wear", [](const SMARTStatCollectorItem& disk) {
-            return disk.hasAnswered() ? disk.wear().has_value() : disk.nvme() || disk.spins() != true;
-        });
-    });
-}
-
-/// A disk that is not asked has a history all the same: which disks there are is known without talking to them.
-std::vector<HistorySeries> DiskKeeper::series(
-    const char* unit, const char* value, bool (*has)(const SMARTStatCollectorItem&)) const
-{
-    if (collector_.needToReload()) {
-        collector_.discoverDisks();
-    }
-    std::vector<HistorySeries> all;
-    for (const auto& disk : collector_.disks()) {
-        if (has(*disk)) {
-            const std::string name = disk->model().value_or(disk->bsd().value_or("disk"));
-            all.push_back({.key = *disk->key(), .name = name, .unit = unit, .values = {value}});
-        }
-    }
-    return all;
+    catalogue.add("disks", collector_, [this] { return collector_.temperatureSeries(); });
+    catalogue.add("wear", collector_, [this] { return collector_.wearSeries(); });
 }
 
 void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)> reply)

@@ -22,8 +22,10 @@ public:
     void plugInto(CollectorPorts& ports);
     /// Offers the history of temperatures ("disks") and wear ("wear").
     void addTo(HistoryCatalogue& catalogue);
-    /// Whether a client holds a key of disks, which is what lets disks be read.
+    /// Whether a client holds a key of disks, which has disks read more often than the record does.
     void setWanted(std::function<bool()> wanted);
+    /// Disks are recorded from now on, whether a client asks or not.
+    void keepRecord() { collector_.keepRecord(); }
 
     /// "disks.list": an object with "attributes" (all of them, and not just the failing ones), "after" (key of the last
     /// disk of the page before) and "limit"; also as the only element of an array. While a client holds a key of disks,
@@ -33,9 +35,6 @@ public:
     static constexpr std::size_t longestPage = 64;
 
 private:
-    std::vector<HistorySeries> series(
-        const char* unit, const char* value, bool (*has)(const SMARTStatCollectorItem&)) const;
-
     SMARTStatCollector& collector_;
     std::function<bool()> wanted_;
 };

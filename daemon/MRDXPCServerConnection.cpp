@@ -7,7 +7,10 @@
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
+#include <vector>
 
 namespace meridal {
 
@@ -156,10 +159,7 @@ void MRDXPCServerConnection::disableHierachy()
 
 void MRDXPCServerConnection::smartTemps()
 {
-    onMain([this] {
-        daemon_.initializeSmart();
-        sendData(daemon_.smartSensors());
-    });
+    onMain([this] { daemon_.askDisks([self = shared_from_this()] { self->sendData(self->daemon_.smartSensors()); }); });
 }
 
 void MRDXPCServerConnection::startSMART(RequestKey key)
@@ -168,8 +168,11 @@ void MRDXPCServerConnection::startSMART(RequestKey key)
         return;
     }
     addMask(mask(key));
-    daemon_.initializeSmart();
-    sendData(key == RequestKey::SmartStatus ? daemon_.smartStatus() : daemon_.smartSensors());
+    daemon_.askDisks([self = shared_from_this(), key] {
+        if (self->holds(key)) { // still
+            self->sendData(key == RequestKey::SmartStatus ? self->daemon_.smartStatus() : self->daemon_.smartSensors());
+        }
+    });
 }
 
 void MRDXPCServerConnection::startSMARTStatus()
@@ -213,13 +216,14 @@ PowerDetail MRDXPCServerConnection::powerDetail() const { return powerDetailFor(
 void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)
 {
     onMain([this, configurations = std::move(configurations), reply = std::move(reply)] {
+        Value understood = Value::array();
+        std::copy_if(configurations.begin(), configurations.end(), std::back_inserter(understood),
+            [](const Value& each) { return each.is_object(); });
+        const std::vector<double> values = daemon_.sensorValues(understood, powerDetail());
         Value readings = Value::array();
-        for (const Value& configuration : configurations) {
-            if (configuration.is_object()) {
-                const Value* key = find(configuration, "key");
-                readings.push_back(
-                    {{"value", daemon_.sensorValue(configuration, powerDetail())}, {"key", key ? *key : Value()}});
-            }
+        for (std::size_t index = 0; index < values.size(); ++index) {
+            const Value* key = find(understood[index], "key");
+            readings.push_back({{"value", values[index]}, {"key", key ? *key : Value()}});
         }
         reply(std::move(readings));
     });

@@ -254,19 +254,32 @@ void MeridalDaemon::initializeSmart()
     if (!initializedSMART_) {
         initializedSMART_ = true;
         call(ports_.loadDisks);
-        updateSMART();
+        scheduleSMART();
+    }
+}
+
+void MeridalDaemon::askDisks(Task answered)
+{
+    initializeSmart();
+    if (ports_.refreshDisks) {
+        ports_.refreshDisks(lifetime_.guard(std::move(answered)));
+    } else {
+        answered();
+    }
+}
+
+void MeridalDaemon::scheduleSMART()
+{
+    smartNeedsUpdate_ = !wantsSMART();
+    if (ports_.updateDisks) {
+        context_.runtime.after(smartInterval, lifetime_.guard([this] { updateSMART(); }));
     }
 }
 
 void MeridalDaemon::updateSMART()
 {
-    if (!ports_.updateDisks) {
-        return;
-    }
-    context_.runtime.after(smartInterval, lifetime_.guard([this] { updateSMART(); }));
-    const bool wanted = wantsSMART();
-    smartNeedsUpdate_ = !wanted;
-    if (wanted) {
+    scheduleSMART();
+    if (!smartNeedsUpdate_ && ports_.updateDisks) {
         ports_.updateDisks(lifetime_.guard([this] { sendSmartResults(); }));
     }
 }
@@ -329,9 +342,11 @@ void MeridalDaemon::powerSourceChanged()
 
 // Sensors
 
-double MeridalDaemon::sensorValue(const Value& configuration, PowerDetail detail)
+std::vector<double> MeridalDaemon::sensorValues(const Value& configurations, PowerDetail detail)
 {
-    return ports_.valueForConfig ? ports_.valueForConfig(configuration, detail) : 0;
+    auto values = ports_.sensorValues ? ports_.sensorValues(configurations, detail) : std::vector<double>();
+    values.resize(configurations.size());
+    return values;
 }
 
 Value MeridalDaemon::supportedElectricSensors(const Value& selection, PowerDetail detail)

@@ -59,6 +59,8 @@ public:
     void updateNetwork();
     /// Loads the disks and starts their schedule, once.
     void initializeSmart();
+    /// The same, and runs the task when the disks whose turn it is have answered, or after a while without them.
+    void askDisks(Task answered);
     void updateSMART();
     /// Whether a client holds a key of disks.
     bool wantsSMART() const;
@@ -75,7 +77,8 @@ public:
     EnvelopePtr internalBatterySourceInfo();
 
     // Sensors: what the collector says, or what "no sensors" is
-    double sensorValue(const Value& configuration, PowerDetail detail);
+    /// Of each configuration of the list, in its order.
+    std::vector<double> sensorValues(const Value& configurations, PowerDetail detail);
     Value supportedElectricSensors(const Value& selection, PowerDetail detail);
     Value supportedArmSensors(const Value& selection);
     Value supportedFans(const Value& selection);
@@ -108,6 +111,7 @@ public:
 private:
     void start();
     void prepareCollectors();
+    void scheduleSMART();
     void sendSmartResults();
     void sendNetworkList();
     std::string buildProcessList(RequestKey list, bool grouped);

@@ -9,7 +9,10 @@
 #include "platform/Context.h"
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
+#include <optional>
+#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -28,12 +31,6 @@ std::string chipOf(const SensorsStatCollectorMac& collector, const Item& item)
     return channel ? channel->chip : item.source() == Item::Source::Service ? serviceChip : smcChip;
 }
 
-std::string nameOf(const SensorsStatCollectorMac& collector, const Item& item)
-{
-    const SensorChannel* channel = collector.channelForKey(item.key().value_or(""));
-    return channel ? channel->label : item.name().empty() ? item.key().value_or("") : item.name();
-}
-
 /// By chip, kind and place, and the key where all that is the same: a total order, as pages need it.
 auto placeOf(const SensorsStatCollectorMac& collector, const Item& item)
 {
@@ -49,37 +46,46 @@ SensorsStatCollectorMac::SensorItems ordered(const SensorsStatCollectorMac& coll
     return sensors;
 }
 
+struct Range {
+    std::optional<double> low;
+    std::optional<double> high;
+    bool isFixed = false;
+};
+
+/// The limits that somebody has set, of which one may be missing; else what has been seen.
+Range rangeOf(const SensorsStatCollectorMac& collector, const Item& item)
+{
+    const SensorChannel* channel = collector.channelForKey(item.key().value_or(""));
+    if (channel && (channel->low || channel->high || channel->critical)) {
+        return {.low = channel->low, .high = channel->high ? channel->high : channel->critical, .isFixed = true};
+    }
+    const bool isFixed = item.hasFixedLimits() && !channel;
+    if (!(item.high() > item.low())) {
+        return {.low = {}, .high = {}, .isFixed = isFixed};
+    }
+    return {.low = item.low(), .high = item.high(), .isFixed = isFixed};
+}
+
 Value describe(const SensorsStatCollectorMac& collector, const Item& item, PowerDetail detail)
 {
     const bool isCoarse = detail == PowerDetail::Averaged && collector.isPower(item);
-    const auto figure = [&](double value, bool isKnown) -> Value {
-        return !isKnown ? Value() : Value(isCoarse ? roundedPower(value) : value);
+    const auto figure = [&](std::optional<double> value) -> Value {
+        constexpr double digits = 1e6; // what an average has beyond them is noise
+        return !value ? Value() : Value(isCoarse ? roundedPower(*value) : std::round(*value * digits) / digits);
     };
+    const auto ifKnown = [](double value, bool isKnown) { return isKnown ? std::optional(value) : std::nullopt; };
     const std::int64_t kind = collector.kindOf(item);
-    const bool hasSeen = item.lowestRecordedValue() != -1 || item.highestRecordedValue() > 0;
-    const bool hasRange = item.high() > item.low();
+    const Range range = rangeOf(collector, item);
     const SensorChannel* channel = collector.channelForKey(item.key().value_or(""));
-    const auto critical = channel ? channel->critical : std::nullopt;
-    return {{"key", item.key().value_or("")}, {"chip", chipOf(collector, item)}, {"name", nameOf(collector, item)},
-        {"kind", sensorKindName(kind)}, {"unit", sensorUnit(kind)}, {"value", figure(item.value(), item.hasValue())},
-        {"low", figure(item.low(), hasRange)}, {"high", figure(item.high(), hasRange)},
-        {"fixed", item.hasFixedLimits()}, {"critical", figure(critical.value_or(0), critical.has_value())},
-        {"lowest", figure(item.lowestRecordedValue(), hasSeen)},
-        {"highest", figure(item.highestRecordedValue(), hasSeen)}};
-}
-
-/// What the catalogue of history says of the sensors.
-std::vector<HistorySeries> describeSeries(const SensorsStatCollectorMac& collector)
-{
-    std::vector<HistorySeries> series;
-    for (const auto& item : collector.sensors()) {
-        series.push_back({.key = item->key().value_or(""),
-            .name = nameOf(collector, *item),
-            .unit = std::string(sensorUnit(collector.kindOf(*item))),
-            .values = {"value"},
-            .step = collector.isPower(*item) ? powerStep : 0});
-    }
-    return series;
+    const std::string_view alarm = sensorAlarmName(collector.alarmOf(item));
+    return {{"key", item.key().value_or("")}, {"chip", chipOf(collector, item)}, {"name", collector.nameOf(item)},
+        {"kind", sensorKindName(kind)}, {"unit", sensorUnit(kind)},
+        {"value", figure(ifKnown(item.value(), item.hasValue()))}, {"low", figure(range.low)},
+        {"high", figure(range.high)}, {"fixed", range.isFixed},
+        {"critical", figure(channel ? channel->critical : std::nullopt)},
+        {"lowest", figure(ifKnown(item.lowestRecordedValue(), item.hasSeenLimits()))},
+        {"highest", figure(ifKnown(item.highestRecordedValue(), item.hasSeenLimits()))},
+        {"alarm", alarm.empty() ? Value() : Value(alarm)}};
 }
 
 } // namespace
@@ -94,7 +100,7 @@ SensorsStatCollectorMac& SensorsKeeper::collector()
 {
     if (!collector_) {
         collector_ = &make_();
-        catalogue_.add("sensors", *collector_, [this] { return describeSeries(*collector_); });
+        catalogue_.add("sensors", *collector_, [this] { return collector_->series(); });
     }
     return *collector_;
 }
@@ -105,10 +111,12 @@ void SensorsKeeper::plugInto(CollectorPorts& ports)
         openSMC_();
         context_.runtime.mainQueue().post(lifetime_.guard([this] { resume(); })); // once clients are served
     };
-    ports.valueForConfig = [this](const Value& configuration, PowerDetail detail) {
-        return collector().valueForConfig(configuration, detail);
+    ports.sensorValues = [this](const Value& configurations, PowerDetail detail) {
+        collector().noteQuestion();
+        return collector().valuesForConfigs(configurations, detail);
     };
     ports.supportedElectricSensors = [this](const Value& selection, PowerDetail detail) {
+        collector().noteQuestion();
         Value entries = collector().supportedElectricSensors(selection);
         collector().processSensors(entries);
         collector().begin();
@@ -118,12 +126,14 @@ void SensorsKeeper::plugInto(CollectorPorts& ports)
         return entries;
     };
     ports.supportedFans = [this](const Value& selection) {
+        collector().noteQuestion();
         Value entries = collector().supportedFans(selection);
         collector().processFans(entries);
         collector().begin();
         return entries;
     };
     ports.supportedArmSensors = [this](const Value& selection) {
+        collector().noteQuestion();
         Value entries = collector().supportedArmSensors(selection);
         collector().processArmSensors(entries);
         collector().begin();
@@ -135,17 +145,29 @@ void SensorsKeeper::addTo(MeridalHistory& history)
 {
     history.addAsyncMethod(
         "sensors.list", [this](const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply) {
-            reply(list(parameters, powerDetailFor(peer.known && peer.uid == 0)));
+            answer(parameters, powerDetailFor(peer.known && peer.uid == 0), reply, mostWaits);
         });
 }
 
-/// The file of the record tells that somebody once asked for sensors on this machine.
+/// Soon after the start power has no average yet: the answer is worth a moment.
+void SensorsKeeper::answer(
+    const Value& parameters, PowerDetail detail, const std::function<void(Result<Value>)>& reply, int waits)
+{
+    constexpr double wait = 0.5; // s
+    auto now = list(parameters, detail);
+    if (!now || !collector().isSettling() || waits == 0) {
+        return reply(std::move(now));
+    }
+    context_.runtime.after(wait,
+        lifetime_.guard([this, parameters, detail, reply, waits] { answer(parameters, detail, reply, waits - 1); }));
+}
+
 void SensorsKeeper::resume()
 {
+    collector().discover();
     std::error_code failure;
     if (std::filesystem::exists(context_.paths.support / SensorsStatCollector::databaseName, failure)) {
-        collector().discover();
-        collector().resumeClientSensors();
+        collector().resumeRecord(); // without sensors there is no file, and none is made
     }
 }
 
@@ -157,6 +179,7 @@ Result<Value> SensorsKeeper::list(const Value& given, PowerDetail detail)
     if (!parameters.valid()) {
         return parameters.failure();
     }
+    collector().noteQuestion();
     collector().discover();
     const auto sensors = ordered(collector());
     auto next = sensors.begin();

@@ -15,8 +15,7 @@ struct Context;
 struct Peer;
 
 /// Brings the sensors collector into the daemon: the clients' four requests about sensors, their question "sensors.list",
-/// and its history. The collector is made when somebody first asks for sensors; where somebody did in an earlier run,
-/// it is made at start, so that the record goes on. Main queue only.
+/// and its history. The collector is made at the start: the record needs nobody who asks. Main queue only.
 class SensorsKeeper {
 public:
     using MakeCollector = std::function<SensorsStatCollectorMac&()>;
@@ -35,14 +34,18 @@ public:
     static constexpr std::size_t longestPage = 500;
 
 private:
+    static constexpr int mostWaits = 10; ///< halves of a second that an answer waits for a first average of power
+
     SensorsStatCollectorMac& collector();
     void resume();
+    void answer(
+        const Value& parameters, PowerDetail detail, const std::function<void(Result<Value>)>& reply, int waits);
 
     Context& context_;
     HistoryCatalogue& catalogue_;
     std::function<void()> openSMC_;
     MakeCollector make_;
-    SensorsStatCollectorMac* collector_ = nullptr; ///< null until somebody asked
+    SensorsStatCollectorMac* collector_ = nullptr; ///< null until the daemon serves
     Lifetime lifetime_;
 };
 

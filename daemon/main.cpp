@@ -174,6 +174,7 @@ int serve(Context& context, const Options& options)
     MeridalDaemon daemon(
         context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
     disks.setWanted([&daemon] { return daemon.wantsSMART(); });
+    disks.keepRecord();
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     if (const std::string_view method = context.host.processes->method(); !method.empty()) {

@@ -3,12 +3,14 @@
 #include "base/SharedInstance.h"
 #include "base/Text.h"
 #include "collectors/disks/DiskDiscovery.h"
+#include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <utility>
 
 namespace meridal {
@@ -48,6 +50,8 @@ SMARTStatCollector::SMARTStatCollector(Context& context)
             .sampleCount = 2,
             .storageType = StorageType::Items,
             .layout = StorageLayout::forHistory()})
+    , recordedTemperatures_(context.runtime.mainQueue(), "disks", {"temperature"})
+    , recordedWear_(context.runtime.mainQueue(), "wear", {"wear"})
 {
     config() = configuration();
     setDbTablePrefix("disk");
@@ -393,9 +397,92 @@ double SMARTStatCollector::updateFrequencyForVersion(std::int64_t) const { retur
 
 void SMARTStatCollector::updateStatsForSequence(std::int64_t) { }
 
+namespace {
+
+HistorySeries seriesOf(const SMARTStatCollectorItem& disk, const char* unit, const char* value)
+{
+    return {.key = disk.key().value_or(""),
+        .name = disk.model().value_or(disk.bsd().value_or("disk")),
+        .unit = unit,
+        .values = {value}};
+}
+
+} // namespace
+
+std::vector<HistorySeries> SMARTStatCollector::offered(
+    const RecordedSeries& recorded, const char* unit, bool (*has)(const SMARTStatCollectorItem&))
+{
+    if (needToReload_) {
+        discoverDisks();
+    }
+    std::vector<HistorySeries> all;
+    for (const auto& disk : disks()) {
+        if (has(*disk)) {
+            all.push_back(seriesOf(*disk, unit, recorded.value().c_str()));
+        }
+    }
+    recorded.addAbsent(all);
+    return all;
+}
+
+std::vector<HistorySeries> SMARTStatCollector::temperatureSeries()
+{
+    // What was recorded before a restart is there before the disk is read again; only a disk that was read without the
+    // figure has none.
+    return offered(recordedTemperatures_, "°C",
+        [](const SMARTStatCollectorItem& disk) { return !disk.hasAnswered() || disk.hasTemperature(); });
+}
+
+std::vector<HistorySeries> SMARTStatCollector::wearSeries()
+{
+    return offered(recordedWear_, "%", [](const SMARTStatCollectorItem& disk) { // what spins does not wear
+        return disk.hasAnswered() ? disk.wear().has_value() : disk.nvme() || disk.spins() != true;
+    });
+}
+
+void SMARTStatCollector::noteSeries(const SMARTStatCollectorItem& disk)
+{
+    const auto file =
+        context().databases && databaseEnabled() ? context().databases->databaseWithPath(dbpath()) : nullptr;
+    if (file && disk.hasTemperature()) {
+        recordedTemperatures_.note(*file, seriesOf(disk, "°C", "temperature"));
+    }
+    if (file && disk.wear()) {
+        recordedWear_.note(*file, seriesOf(disk, "%", "wear"));
+    }
+}
+
+void SMARTStatCollector::keepRecord()
+{
+    keepsRecord_ = true;
+    std::error_code failure;
+    if (context().databases && std::filesystem::exists(dbpath(), failure)) { // none is made on a machine without disks
+        if (const auto file = context().databases->databaseWithPath(dbpath())) {
+            recordedTemperatures_.load(*file);
+            recordedWear_.load(*file);
+        }
+    }
+    context().runtime.after(firstRecord, lifetime_.guard([this] { readForRecord(); }));
+}
+
+void SMARTStatCollector::readForRecord()
+{
+    context().runtime.after(recordInterval, lifetime_.guard([this] { readForRecord(); }));
+    if (isWanted()) {
+        return; // who asks has them read more often
+    }
+    if (needToReload_) {
+        discoverDisks();
+    }
+    const auto lastForClients = lastRound_;
+    beginRound({}, [](const SMARTStatCollectorItem& item) { return item.isDueForRecord(); });
+    lastRound_ = lastForClients; // a client that comes now does not go by figures of half an hour ago
+    startRecording();
+}
+
 void SMARTStatCollector::startRecording()
 {
-    if (!recording_ && isWanted()) {
+    if (!recording_ && (isWanted() || keepsRecord_) && !items().empty()) {
         recording_ = true;
         setStopped(false);
         startLogging();
@@ -404,7 +491,7 @@ void SMARTStatCollector::startRecording()
 
 void SMARTStatCollector::updateHistory()
 {
-    if (!isWanted()) {
+    if (!isWanted() && !keepsRecord_) {
         runDatabaseQueue(); // what has been noted reaches the file; then there is rest, without a wake-up
         recording_ = false;
         setStopped(true);
@@ -412,9 +499,10 @@ void SMARTStatCollector::updateHistory()
     }
     const double now = context().runtime.wallTime();
     for (const auto& item : disks()) {
-        if (!item->isFresh()) {
+        if (!item->isFresh(isWanted() ? SMARTRhythm::Watched : SMARTRhythm::Record)) {
             continue;
         }
+        noteSeries(*item);
         Dictionary sample{{"time", now}};
         put(sample, "temperature", item->temperature());
         put(sample, "wear", item->wear());

@@ -3,6 +3,7 @@
 #include "base/Lifetime.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
+#include "collectors/RecordedSeries.h"
 #include "collectors/StatCollector.h"
 #include "collectors/disks/SMARTStatCollectorItem.h"
 #include "platform/host/Registry.h"
@@ -17,7 +18,8 @@
 namespace meridal {
 
 /// Every disk that has health data, ATA and NVMe, with its figures. Main queue only: a disk is read on a queue of its
-/// own, where one that hangs holds up nobody, and only while somebody wants to know.
+/// own, where one that hangs holds up nobody: while somebody wants to know every 30 s (ATA every 300 s), and for the
+/// record alone every 300 s (ATA every 1800 s).
 class SMARTStatCollector final : public StatCollector {
 public:
     explicit SMARTStatCollector(Context& context);
@@ -31,8 +33,10 @@ public:
     void setNeedToReload(bool needed) { needToReload_ = needed; }
     bool loadAllAttributes() const { return loadAllAttributes_; }
     void setLoadAllAttributes(bool all) { loadAllAttributes_ = all; }
-    /// Whether somebody asks for disks now. Without it disks are read when updateStats() is called and not otherwise.
+    /// Whether somebody asks for disks now.
     void setWanted(std::function<bool()> wanted) { wanted_ = std::move(wanted); }
+    /// Goes on with the record of earlier runs, and from a minute after this on keeps it whether somebody asks or not.
+    void keepRecord();
 
     /// Looks for disks, and has those read that are new.
     void loadDisks();
@@ -56,16 +60,24 @@ public:
     Value diskStatus() const;
     std::optional<Dictionary> overview() override;
 
+    /// What history is offered: of the disks that there are as far as they have it, and of those that are away. Looks for
+    /// disks where that is due, without talking to any.
+    std::vector<HistorySeries> temperatureSeries();
+    std::vector<HistorySeries> wearSeries();
+
     bool shouldUpdateStateForSequence(std::int64_t sequence) override;
     double updateFrequencyForVersion(std::int64_t protocolVersion) const override;
     std::shared_ptr<StatCollectorItem> makeItem() override;
-    /// The clock's turn, which runs while disks are wanted: notes the figures of the latest readings for history.
+    /// The clock's turn: notes the figures of the latest readings for history.
     void updateHistory() override;
     /// Measuring has its own rhythm, the daemon's.
     void updateStatsForSequence(std::int64_t sequence) override;
 
     /// How long updateStats() waits for disks, in seconds.
     static constexpr double patience = 3;
+    /// When the record's first reading comes, and how far the others are apart at least, in seconds.
+    static constexpr double firstRecord = 60;
+    static constexpr double recordInterval = 300;
 
 private:
     struct Round;
@@ -84,7 +96,11 @@ private:
         const std::shared_ptr<SMARTStatCollectorItem>& item, const SMARTDevice* device, const SMARTReading& reading);
     void finish(Round& round);
     void notifyDelegates();
+    void readForRecord();
     void startRecording();
+    void noteSeries(const SMARTStatCollectorItem& disk);
+    std::vector<HistorySeries> offered(
+        const RecordedSeries& recorded, const char* unit, bool (*has)(const SMARTStatCollectorItem&));
     bool isWanted() const { return wanted_ && wanted_(); }
 
     std::function<bool()> wanted_;
@@ -94,6 +110,9 @@ private:
     bool needToReload_ = true;
     bool loadAllAttributes_ = false;
     bool recording_ = false;
+    bool keepsRecord_ = false;
+    RecordedSeries recordedTemperatures_;
+    RecordedSeries recordedWear_;
     Lifetime lifetime_;
 };
 

@@ -14,9 +14,17 @@ namespace {
 constexpr std::size_t valueCount = 2; ///< temperature and wear
 
 constexpr double ataInterval = 300; ///< s between readings of an ATA disk: some rest longer when left alone
+/// For the record alone. Some disks start to count the time to their rest anew with every reading, so readings must be
+/// much further apart than that time, which is a quarter of an hour at most on the machines of people who care.
+constexpr double ataRecordInterval = 1800;
+constexpr double nvmeRecordInterval = 300;
+constexpr double slack = 5; ///< s by which a turn may come early
 /// A figure counts as present for two turns and a little, so that one late answer leaves no hole.
 constexpr double freshATA = 2 * ataInterval + 30;
 constexpr double freshNVMe = 75; ///< s; the daemon asks every 30
+/// For the record the next turn must come in time: a temperature of an hour ago is none.
+constexpr double freshATARecord = ataRecordInterval + nvmeRecordInterval + 30;
+constexpr double freshNVMeRecord = 2 * nvmeRecordInterval + 30;
 
 constexpr double asleepInterval = 25; ///< s; the daemon asks every 30
 constexpr std::uint8_t diskTemperature = 194;
@@ -206,6 +214,12 @@ bool SMARTStatCollectorItem::isDue() const
     return nvme_ || !lastAsked_ || context().runtime.monotonicTime() >= *lastAsked_ + interval;
 }
 
+bool SMARTStatCollectorItem::isDueForRecord() const
+{
+    const double interval = nvme_ ? nvmeRecordInterval : ataRecordInterval;
+    return !isBeingRead() && (!lastAsked_ || context().runtime.monotonicTime() >= *lastAsked_ + interval - slack);
+}
+
 double SMARTStatCollectorItem::readingFor() const
 {
     return readingSince_ ? context().runtime.monotonicTime() - *readingSince_ : 0;
@@ -321,10 +335,12 @@ void SMARTStatCollectorItem::updateSampleID(double sampleID)
     }
 }
 
-bool SMARTStatCollectorItem::isFresh() const
+bool SMARTStatCollectorItem::isFresh(SMARTRhythm rhythm) const
 {
     const double age = lastRead_ ? context().runtime.monotonicTime() - *lastRead_ : HUGE_VAL;
-    return state_ == DiskState::Read && age <= (nvme_ ? freshNVMe : freshATA);
+    const double longest =
+        rhythm == SMARTRhythm::Watched ? (nvme_ ? freshNVMe : freshATA) : (nvme_ ? freshNVMeRecord : freshATARecord);
+    return state_ == DiskState::Read && age <= longest;
 }
 
 std::optional<Dictionary> SMARTStatCollectorItem::historyItemForIndex(StorageIndex index)

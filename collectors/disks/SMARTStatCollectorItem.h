@@ -15,6 +15,9 @@ namespace meridal {
 
 class Queue;
 
+/// How often disks are read now.
+enum class SMARTRhythm { Watched, Record };
+
 /// How a disk answered last.
 enum class DiskState {
     Unread,      ///< not asked yet
@@ -87,6 +90,8 @@ public:
     /// Whether its turn has come: an ATA disk's every 300 s, that of one asleep every 25 s, as looking does not wake it and
     /// somebody else may have, an NVMe disk's always, nobody's while it is being read.
     bool isDue() const;
+    /// The same for the record alone: an ATA disk's every 1800 s.
+    bool isDueForRecord() const;
     bool isBeingRead() const { return readingSince_.has_value(); }
     /// s since the reading in progress began; 0 without one.
     double readingFor() const;
@@ -94,8 +99,8 @@ public:
     SMARTRequest beginReading();
     void update(const SMARTReading& reading, double sampleID);
     void updateSampleID(double sampleID);
-    /// Its figures are of now, and belong into its history.
-    bool isFresh() const;
+    /// Its figures are of now, as far as that rhythm goes, and belong into its history.
+    bool isFresh(SMARTRhythm rhythm) const;
 
     /// A period's averages; a figure that this disk does not have is null.
     std::optional<Dictionary> historyItemForIndex(StorageIndex index) override;

@@ -1,5 +1,6 @@
 #include "collectors/sensors/SMCDataTypes.h"
 
+#include <cmath>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -71,6 +72,21 @@ float magnitude(std::uint32_t value, unsigned bits, SMCOrigin origin)
 }
 
 } // namespace
+
+double smcDecimal(const SMCKeyValue& data, float value)
+{
+    constexpr int digits = 7;
+    constexpr int mostDecimals = 12;
+    if (std::string_view(data.dataType.data(), 4) != "flt " || !std::isfinite(value) || value == 0) {
+        return value;
+    }
+    const int whole = static_cast<int>(std::floor(std::log10(std::abs(value)))) + 1;
+    if (whole >= digits || digits - whole > mostDecimals) {
+        return value;
+    }
+    const double scale = std::pow(10.0, digits - whole);
+    return std::round(static_cast<double>(value) * scale) / scale;
+}
 
 float convertSMCData(const SMCKeyValue& data, SMCOrigin origin)
 {

@@ -41,6 +41,8 @@ std::string_view sensorUnit(std::int64_t kind)
         return "A";
     case sensorKind::power:
         return "W";
+    case sensorKind::humidity:
+        return "%";
     default:
         return "";
     }
@@ -59,6 +61,8 @@ std::string_view sensorKindName(std::int64_t kind)
         return "current";
     case sensorKind::power:
         return "power";
+    case sensorKind::humidity:
+        return "humidity";
     default:
         return "other";
     }

@@ -12,15 +12,16 @@ constexpr std::int64_t fan = 2;
 constexpr std::int64_t voltage = 3;
 constexpr std::int64_t current = 4;
 constexpr std::int64_t power = 5;
+constexpr std::int64_t humidity = 20; ///< of the host's channels; no key's letter tells it
 } // namespace sensorKind
 
 /// The kind that the first letter of an SMC key tells, whatever its case; temperature for any other.
 std::int64_t sensorKindOfKey(std::string_view key);
 
-/// "°C", "rpm", "V", "A", "W"; empty for the rest.
+/// "°C", "rpm", "V", "A", "W", "%"; empty for the rest.
 std::string_view sensorUnit(std::int64_t kind);
 
-/// "temperature", "fan", "voltage", "current", "power"; "other" for the rest.
+/// "temperature", "fan", "voltage", "current", "power", "humidity"; "other" for the rest.
 std::string_view sensorKindName(std::int64_t kind);
 
 } // namespace meridal

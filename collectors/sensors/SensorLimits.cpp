@@ -10,22 +10,29 @@ namespace meridal {
 
 namespace {
 
-/// The highest value in the tables that hold the last hour, day and week; 0 when there is none above it. Absent when they
-/// cannot be read.
-std::optional<double> highestInHistory(SQLiteConnection& database, const SqlValues& key)
+/// The highest value in the tables that hold the last hour, day and week; no value without any. False when they cannot
+/// be read.
+bool readHighest(SQLiteConnection& database, const SqlValues& key, std::optional<double>& highest)
 {
-    double highest = 0;
     for (const char* const prefix : {"hour_", "day_", "week_"}) {
         const auto rows =
             database.rows(fmt::format("SELECT max(value) FROM `{}sensorhistory` where uuid = ?", prefix), key);
         if (!rows) {
-            return std::nullopt;
+            return false;
         }
-        if (!rows->empty()) {
-            highest = std::max(highest, number(rows->front(), "max(value)").value_or(0));
+        const auto value = rows->empty() ? std::nullopt : number(rows->front(), "max(value)");
+        if (value && (!highest || *value > *highest)) {
+            highest = value;
         }
     }
-    return highest;
+    return true;
+}
+
+/// Whether the row's figures were measured, whatever they are.
+bool isMeasured(SQLiteConnection& database, const SqlValues& key)
+{
+    const auto rows = database.rows("select 1 from recorded_series where collector = 'sensors' and uuid = ?", key);
+    return rows && !rows->empty();
 }
 
 } // namespace
@@ -46,15 +53,20 @@ std::optional<SeenLimits> readSensorLimits(SQLiteConnection& database, const std
         return std::nullopt;
     }
     if (!rows->empty()) {
-        return SeenLimits{
-            .low = number(rows->front(), "low").value_or(0), .high = number(rows->front(), "high").value_or(0)};
+        SeenLimits seen{.low = number(rows->front(), "low"), .high = number(rows->front(), "high")};
+        if (!isMeasured(database, argument)) {
+            seen.low = seen.low == 0 || seen.low == -1 ? std::nullopt : seen.low;
+            seen.high = seen.high == 0 ? std::nullopt : seen.high;
+        }
+        return seen;
     }
-    const auto highest = highestInHistory(database, argument);
-    if (!highest
-        || !database.execute("insert into sensor_limits (uuid, high) values (?, ?)", SqlValues{key, *highest})) {
+    SeenLimits seen;
+    if (!readHighest(database, argument, seen.high)
+        || !database.execute(
+            "insert into sensor_limits (uuid, high) values (?, ?)", SqlValues{key, seen.high.value_or(0)})) {
         return std::nullopt; // updates need the row
     }
-    return SeenLimits{.low = 0, .high = *highest};
+    return seen;
 }
 
 std::vector<std::optional<SeenLimits>> readSensorLimits(

@@ -8,13 +8,6 @@
 
 namespace meridal {
 
-namespace {
-
-/// Stands for "not seen yet" among the lowest values.
-constexpr double notSeen = -1;
-
-} // namespace
-
 SensorStatCollectorItem::SensorStatCollectorItem(Context& context)
     : StatCollectorItem(context, sampleCount(), StorageLayout::forHistory())
 {
@@ -22,13 +15,12 @@ SensorStatCollectorItem::SensorStatCollectorItem(Context& context)
 
 void SensorStatCollectorItem::noteRecordedValue(double value)
 {
-    const bool isFirst = lowestRecordedValue_ == notSeen && !hasRecorded_;
-    if (isFirst || value < lowestRecordedValue_) {
-        lowestRecordedValue_ = value;
+    if (!lowest_ || value < *lowest_) {
+        lowest_ = value;
         recordedValueChanged_ = true;
     }
-    if (value > highestRecordedValue_) {
-        highestRecordedValue_ = value;
+    if (!highest_ || value > *highest_) {
+        highest_ = value;
         recordedValueChanged_ = true;
     }
     hasRecorded_ = true;
@@ -36,17 +28,14 @@ void SensorStatCollectorItem::noteRecordedValue(double value)
 
 void SensorStatCollectorItem::takeStoredLimits(const SeenLimits& stored)
 {
-    // A table that says 0 was made before any value was seen.
-    const double low = stored.low == 0 ? notSeen : stored.low;
-    if (!hasRecorded_) {
-        lowestRecordedValue_ = low;
-    } else if (low != notSeen) {
-        lowestRecordedValue_ = std::min(lowestRecordedValue_, low);
+    if (stored.low && (!lowest_ || *stored.low < *lowest_)) {
+        lowest_ = stored.low;
     }
-    highestRecordedValue_ = std::max(highestRecordedValue_, stored.high);
+    if (stored.high && (!highest_ || *stored.high > *highest_)) {
+        highest_ = stored.high;
+    }
     knowsStoredLimits_ = true;
-    recordedValueChanged_ =
-        recordedValueChanged_ || lowestRecordedValue_ != low || highestRecordedValue_ != stored.high;
+    recordedValueChanged_ = recordedValueChanged_ || lowest_ != stored.low || highest_ != stored.high;
     updateLimits();
     updatePercentage();
 }
@@ -75,8 +64,8 @@ void SensorStatCollectorItem::addValue(const Value& value, const Value& identifi
 void SensorStatCollectorItem::updateLimits()
 {
     if (!hasFixedLimits_ && hasRecorded_) {
-        low_ = lowestRecordedValue_;
-        high_ = highestRecordedValue_;
+        low_ = lowestRecordedValue();
+        high_ = highestRecordedValue();
     }
 }
 

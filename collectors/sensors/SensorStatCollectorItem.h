@@ -11,10 +11,10 @@
 
 namespace meridal {
 
-/// The lowest and the highest value that a sensor ever had.
+/// The lowest and the highest value that a sensor ever had; absent while nobody knows.
 struct SeenLimits {
-    double low = 0;
-    double high = 0;
+    std::optional<double> low;
+    std::optional<double> high;
 };
 
 /// One sensor: what it is called, its latest value, the range in which its value lies, and the extremes ever seen.
@@ -57,11 +57,10 @@ public:
     /// Where the value lies between low (0) and high (100); 0 while there is no range.
     double percentage() const { return percentage_; }
 
-    /// -1 while nothing has been seen.
-    double lowestRecordedValue() const { return lowestRecordedValue_; }
-    void setLowestRecordedValue(double value) { lowestRecordedValue_ = value; }
-    double highestRecordedValue() const { return highestRecordedValue_; }
-    void setHighestRecordedValue(double value) { highestRecordedValue_ = value; }
+    /// -1 while nothing has been seen, which is a value, too: hasSeenLimits() tells them apart.
+    double lowestRecordedValue() const { return lowest_.value_or(-1); }
+    double highestRecordedValue() const { return highest_.value_or(0); } ///< 0 while nothing has been seen
+    bool hasSeenLimits() const { return lowest_ && highest_; }
     /// Whether the extremes changed since they were last handed to the database.
     bool recordedValueChanged() const { return recordedValueChanged_; }
     void setRecordedValueChanged(bool changed) { recordedValueChanged_ = changed; }
@@ -92,11 +91,11 @@ private:
     double value_ = 0;
     double low_ = 0;
     double high_ = 0;
-    double lowestRecordedValue_ = -1;
-    double highestRecordedValue_ = 0;
+    std::optional<double> lowest_;
+    std::optional<double> highest_;
     double percentage_ = 0;
     bool hasValue_ = false;
-    bool hasRecorded_ = false; ///< an extreme has been seen in this run
+    bool hasRecorded_ = false;
     bool knowsStoredLimits_ = false;
     bool recordedValueChanged_ = false;
     bool defaultSensor_ = false;

@@ -1,14 +1,12 @@
-// The part of SensorsStatCollectorMac that reads sensors and keeps the record of them.
+// The part of SensorsStatCollectorMac that reads sensors.
 
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 
 #include "base/Runtime.h"
 #include "base/SharedInstance.h"
 #include "collectors/sensors/SensorKind.h"
-#include "collectors/sensors/SensorLimits.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsARMController.h"
-#include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
 #include "platform/PlatformController.h"
 #include "platform/host/Host.h"
@@ -52,6 +50,7 @@ SensorsStatCollectorMac::SensorsStatCollectorMac(Context& context, Sources sourc
     , arm_(sources.arm)
     , platform_(sources.platform)
     , origin_(sources.platform.fauxMac() ? SMCOrigin::Emulated : SMCOrigin::Own)
+    , recorded_(context.runtime.mainQueue(), "sensors", {"value"})
 {
     smc_.openIfNeeded();
 }
@@ -85,45 +84,61 @@ std::shared_ptr<StatCollectorItem> SensorsStatCollectorMac::makeItem()
 
 // Values
 
-float SensorsStatCollectorMac::valueForSensorKey(const std::string& key)
+SensorsStatCollectorMac::OneReading::OneReading(SensorsStatCollectorMac& collector)
+    : collector_(collector), isOuter_(!collector.readings_)
 {
-    SMCKeyValue data;
-    smc_.dataForKey(key, data);
-    return Item::convertData(data, origin_);
+    if (isOuter_) {
+        collector_.readings_.emplace();
+    }
 }
 
-bool SensorsStatCollectorMac::isKeyValid(const std::string& key)
+SensorsStatCollectorMac::OneReading::~OneReading()
 {
-    constexpr float noSensor = 254; // what some firmware reads where nothing is connected
-    constexpr float unknownType = -1;
-    const float value = valueForSensorKey(key);
-    return key.starts_with("TG") || (value != noSensor && value != unknownType);
+    if (isOuter_) {
+        collector_.readings_.reset();
+    }
 }
 
-bool SensorsStatCollectorMac::hasKey(const std::string& key)
+SensorsStatCollectorMac::KeyReading SensorsStatCollectorMac::readingOf(const std::string& key)
 {
-    SMCKeyValue data;
-    smc_.dataForKey(key, data);
-    return data.dataType[0] != '\0';
-}
-
-/// Absent where there is no such key, and where it could not be read this time.
-std::optional<float> SensorsStatCollectorMac::readKey(const std::string& key)
-{
-    if (turnReadings_) {
-        if (const auto known = turnReadings_->find(key); known != turnReadings_->end()) {
+    if (readings_) {
+        if (const auto known = readings_->find(key); known != readings_->end()) {
             return known->second;
+        }
+        if (readings_->size() >= mostKeysAsked) {
+            return {};
         }
     }
     SMCKeyValue data;
     smc_.dataForKey(key, data);
     const float value = Item::convertData(data, origin_);
-    const bool isMeasured = data.dataType[0] != '\0' && !smc_.lastReadFailed() && std::isfinite(value);
-    const auto reading = isMeasured ? std::optional(value) : std::nullopt;
-    if (turnReadings_) {
-        turnReadings_->emplace(key, reading);
+    const bool exists = data.dataType[0] != '\0';
+    const KeyReading reading{.value = smcDecimal(data, value),
+        .exists = exists,
+        .isMeasured = exists && !smc_.lastReadFailed() && std::isfinite(value)};
+    if (readings_) {
+        readings_->emplace(key, reading);
     }
     return reading;
+}
+
+float SensorsStatCollectorMac::valueForSensorKey(const std::string& key)
+{
+    return static_cast<float>(readingOf(key).value);
+}
+
+bool SensorsStatCollectorMac::isKeyValid(const std::string& key)
+{
+    constexpr double noSensor = 254; // what some firmware reads where nothing is connected
+    constexpr double unknownType = -1;
+    const double value = readingOf(key).value;
+    return key.starts_with("TG") || (value != noSensor && value != unknownType);
+}
+
+/// Where the host itself names a channel, no figure is a sign that there is none.
+bool SensorsStatCollectorMac::isThere(const std::string& key)
+{
+    return channelForKey(key) ? readingOf(key).exists : isKeyValid(key);
 }
 
 /// As valueNow, but absent where a key that it needs was not measured.
@@ -132,9 +147,9 @@ std::optional<double> SensorsStatCollectorMac::read(const SensorConfiguration& c
     std::size_t measured = 0;
     std::size_t missing = 0;
     const double value = compute(configuration, [&](const std::string& key) {
-        const auto reading = readKey(key);
-        ++(reading ? measured : missing);
-        return reading.value_or(-1);
+        const KeyReading reading = readingOf(key);
+        ++(reading.isMeasured ? measured : missing);
+        return reading.isMeasured ? reading.value : -1;
     });
     // A mean makes do with the keys that are there.
     const bool isMean = configuration.average && !configuration.isProduct();
@@ -144,13 +159,23 @@ std::optional<double> SensorsStatCollectorMac::read(const SensorConfiguration& c
 /// A value whatever happens: keys that are missing count as what they convert to.
 double SensorsStatCollectorMac::valueNow(const SensorConfiguration& configuration)
 {
-    return finite(compute(configuration, [this](const std::string& key) { return valueForSensorKey(key); }));
+    return finite(compute(configuration, [this](const std::string& key) { return readingOf(key).value; }));
 }
 
 double SensorsStatCollectorMac::valueForConfig(const Value& configuration, PowerDetail detail)
 {
     const SensorConfiguration understood = parseSensorConfiguration(configuration);
     return detail == PowerDetail::Averaged && isPower(understood) ? averagedPower(understood) : valueNow(understood);
+}
+
+std::vector<double> SensorsStatCollectorMac::valuesForConfigs(const Value& configurations, PowerDetail detail)
+{
+    const OneReading once(*this);
+    std::vector<double> values;
+    for (const Value& configuration : configurations) {
+        values.push_back(valueForConfig(configuration, detail));
+    }
+    return values;
 }
 
 double SensorsStatCollectorMac::valueForSensor(const Item& item)
@@ -195,7 +220,7 @@ double SensorsStatCollectorMac::averagedPower(const SensorConfiguration& configu
     if (!read(configuration)) {
         // Not what valueNow makes of it: a product with a missing factor is the other one, as fine as it is.
         const bool isOneKey = !configuration.isProduct() && !configuration.average;
-        return isOneKey && !hasKey(configuration.key) ? -1 : 0;
+        return isOneKey && !readingOf(configuration.key).exists ? -1 : 0;
     }
     watch(configuration);
     const auto average = powers_.average(configuration.identity(), context().runtime.monotonicTime());
@@ -225,7 +250,7 @@ void SensorsStatCollectorMac::watch(const SensorConfiguration& configuration)
     SensorConfiguration kept = configuration;
     kept.name.clear();
     if (kept.average) { // a mean makes do without them, and they need not be read for two minutes
-        std::erase_if(*kept.average, [this](const std::string& key) { return !hasKey(key); });
+        std::erase_if(*kept.average, [this](const std::string& key) { return !readingOf(key).exists; });
     }
     watched_.emplace(identity, Watched{.configuration = std::move(kept), .lastAsked = now});
     begin();
@@ -264,14 +289,19 @@ SensorsStatCollectorMac::ServiceValues SensorsStatCollectorMac::readServices()
     return values;
 }
 
+std::optional<double> SensorsStatCollectorMac::readItem(const Item& item, const ServiceValues& services)
+{
+    if (item.source() == Item::Source::SMC) {
+        const SensorChannel* channel = channelForKey(item.key().value_or(""));
+        return channel && channel->disturbs && !isAsked() ? std::nullopt : read(item.sensorConfig());
+    }
+    const auto service = services.find(item.key().value_or(""));
+    return service != services.end() ? std::optional(service->second) : std::nullopt;
+}
+
 void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services, double now)
 {
-    std::optional<double> reading;
-    if (item.source() == Item::Source::SMC) {
-        reading = read(item.sensorConfig());
-    } else if (const auto service = services.find(item.key().value_or("")); service != services.end()) {
-        reading = service->second;
-    }
+    std::optional<double> reading = readItem(item, services);
     if (reading && isPower(item)) {
         const std::string identity = item.sensorConfig().identity();
         powers_.note(identity, *reading, now);
@@ -288,22 +318,62 @@ void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services, 
     item.addValue(*reading, nullptr);
 }
 
+bool SensorsStatCollectorMac::isAsked() const
+{
+    return lastAsked_ && context().runtime.monotonicTime() - *lastAsked_ <= askedFor;
+}
+
+void SensorsStatCollectorMac::noteQuestion()
+{
+    constexpr double oldAfter = 2; // s
+    const double now = context().runtime.monotonicTime();
+    lastAsked_ = now;
+    if (isLogging_ && (!lastMeasured_ || now - *lastMeasured_ > oldAfter)) {
+        measure(Reading::WithoutPower); // which no question may cause to be read
+    }
+}
+
+void SensorsStatCollectorMac::updateStatsForSequence(std::int64_t sequence)
+{
+    if (isAsked() || sequence % recordTurns == 0) {
+        updateStats();
+    }
+}
+
 void SensorsStatCollectorMac::updateStats()
 {
     followChannels();
-    turnReadings_.emplace();                              // however many figures are made of a key, it is read once
+    measure(Reading::All);
+    lookAtFlags(context().runtime.monotonicTime());
+    dropUnproven();
+    updaterFinishBlock()(*this);
+}
+
+void SensorsStatCollectorMac::measure(Reading what)
+{
+    const OneReading once(*this);
     const double now = context().runtime.monotonicTime(); // one for all: it tells what this turn has noted
+    lastMeasured_ = now;
     const SensorItems all = sensors();
     const bool needsServices =
         std::any_of(all.begin(), all.end(), [](const auto& item) { return item->source() == Item::Source::Service; });
     const ServiceValues services = needsServices ? readServices() : ServiceValues();
     for (const auto& item : all) {
-        sample(*item, services, now);
+        if (what == Reading::All || !isPower(*item)) {
+            sample(*item, services, now);
+        }
     }
-    sampleWatched(now);
-    turnReadings_.reset();
-    dropUnproven();
-    updaterFinishBlock()(*this);
+    if (what == Reading::All) {
+        sampleWatched(now);
+    }
+}
+
+void SensorsStatCollectorMac::lookAtFlags(double now)
+{
+    if (!channels_.empty() && now >= nextFlagLook_) {
+        nextFlagLook_ = now + flagInterval;
+        alarms_.note(context().host.sensorChannels->flags(), now);
+    }
 }
 
 void SensorsStatCollectorMac::begin()
@@ -372,90 +442,50 @@ std::int64_t SensorsStatCollectorMac::kindOf(const Item& item) const
         return sensorKind::current;
     case SensorChannelKind::Power:
         return sensorKind::power;
+    case SensorChannelKind::Humidity:
+        return sensorKind::humidity;
     }
     return item.type();
 }
 
-// Extremes
-
-bool SensorsStatCollectorMac::prepareDatabase()
+std::string SensorsStatCollectorMac::nameOf(const Item& item) const
 {
-    if (preparedDatabase()) {
-        return false;
-    }
-    const bool migrated = StatCollector::prepareDatabase();
-    if (const auto file = database()) {
-        file->declareTable(sensorLimitsTable());
-        file->declareTable(keptSensorsTable());
-    }
-    return migrated;
+    const SensorChannel* channel = channelForKey(item.key().value_or(""));
+    return channel ? channel->label : item.name().empty() ? item.key().value_or("") : item.name();
 }
 
-/// The file of the record, which is made when it is not there; null without one.
-std::shared_ptr<HistoryDatabaseItem> SensorsStatCollectorMac::database()
+bool SensorsStatCollectorMac::isSettling() const
 {
-    return context().databases && databaseEnabled() ? context().databases->databaseWithPath(dbpath()) : nullptr;
-}
-
-void SensorsStatCollectorMac::loadSeenLimits(std::vector<std::string> keys)
-{
-    if (keys.empty()) {
-        return;
-    }
-    prepareDatabase();
-    const auto file = database();
-    if (!file) {
-        return;
-    }
-    auto adopt =
-        sensorLifetime_.guard([this](const auto& names, const auto& limits) { takeSeenLimits(names, limits); });
-    Queue& mainQueue = context().runtime.mainQueue();
-    file->queryDatabaseAsync([keys = std::move(keys), adopt, &mainQueue](SQLiteConnection& connection) {
-        mainQueue.post([adopt, keys, limits = readSensorLimits(connection, keys)]() mutable { adopt(keys, limits); });
+    const double now = context().runtime.monotonicTime();
+    const SensorItems all = sensors();
+    return std::any_of(all.begin(), all.end(), [&](const auto& item) {
+        const std::string identity = isPower(*item) ? item->sensorConfig().identity() : std::string();
+        const auto noted = powers_.notedAt(identity);
+        return noted && now - *noted <= PowerAverages::longestGap && !powers_.average(identity, now);
     });
 }
 
-void SensorsStatCollectorMac::takeSeenLimits(
-    const std::vector<std::string>& keys, const std::vector<std::optional<SeenLimits>>& limits)
+SensorAlarm SensorsStatCollectorMac::alarmOf(const Item& item) const
 {
-    for (std::size_t index = 0; index < keys.size() && index < limits.size(); ++index) {
-        if (const auto sensor = sensorWithKey(keys[index]); sensor && limits[index]) {
-            sensor->takeStoredLimits(*limits[index]);
+    const std::string key = item.key().value_or("");
+    const auto value = item.hasValue() ? std::optional(item.value()) : std::nullopt;
+    if (const SensorChannel* channel = channelForKey(key)) {
+        SensorFlags flags = alarms_.flags(key, context().runtime.monotonicTime());
+        if (const auto found = meaninglessFlags_.find(key); found != meaninglessFlags_.end()) {
+            flags.any = flags.any && !found->second.any;
+            flags.low = flags.low && !found->second.low;
+            flags.high = flags.high && !found->second.high;
+            flags.critical = flags.critical && !found->second.critical;
         }
+        return sensorAlarm(*channel, value, flags);
     }
-}
-
-void SensorsStatCollectorMac::updateRecordedValues()
-{
-    for (const auto& item : sensors()) {
-        const auto file = item->recordedValueChanged() && item->knowsStoredLimits() ? database() : nullptr;
-        if (file) {
-            item->setRecordedValueChanged(false);
-            file->addItem({.table = sensorLimitsTable().table,
-                .format = updateSensorLimits,
-                .args = {item->lowestRecordedValue(), item->highestRecordedValue(), item->key().value_or("")}});
-        }
+    if (!item.hasFixedLimits() || kindOf(item) == sensorKind::fan) {
+        return SensorAlarm::None; // a Mac's fans may rest below their slowest turning
     }
-}
-
-void SensorsStatCollectorMac::runDatabaseQueue()
-{
-    updateRecordedValues(); // so that they share the transaction of the rows
-    StatCollector::runDatabaseQueue();
-    std::vector<std::string> unknown; // the file could not be read, or not be written, when they were new
-    for (const auto& item : sensors()) {
-        if (!item->knowsStoredLimits()) {
-            unknown.push_back(item->key().value_or(""));
-        }
-    }
-    loadSeenLimits(std::move(unknown));
-}
-
-void SensorsStatCollectorMac::cleanup()
-{
-    sensorLifetime_.end();
-    updateRecordedValues();
-    StatCollector::cleanup();
+    SensorChannel limits;
+    limits.low = item.low();
+    limits.high = item.high();
+    return sensorAlarm(limits, value, {});
 }
 
 } // namespace meridal

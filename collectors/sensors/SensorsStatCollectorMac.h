@@ -1,8 +1,10 @@
 #pragma once
 
 #include "base/Lifetime.h"
+#include "collectors/RecordedSeries.h"
 #include "collectors/sensors/KeptSensors.h"
 #include "collectors/sensors/PowerAverages.h"
+#include "collectors/sensors/SensorAlarms.h"
 #include "collectors/sensors/SensorConfiguration.h"
 #include "collectors/sensors/SensorStatCollectorItemMac.h"
 #include "collectors/sensors/SensorsStatCollector.h"
@@ -24,7 +26,8 @@ class SensorSMCController;
 class SensorsARMController;
 
 /// The sensors collector of both hosts. It checks which of the sensors that clients know this machine really has, makes
-/// an item of each, samples them every second turn of its clock and keeps the extremes ever seen. Main queue only.
+/// an item of each, samples them and keeps the extremes ever seen. While somebody asks, and for a minute after, that is
+/// every second turn of its clock; for the record alone, every sixth. Main queue only.
 class SensorsStatCollectorMac final : public SensorsStatCollector {
 public:
     using Item = SensorStatCollectorItemMac;
@@ -52,6 +55,9 @@ public:
     float valueForSensorKey(const std::string& key);
     /// What a client's configuration gives now; always finite. Averaged power is 0 until it has been watched long enough.
     double valueForConfig(const Value& configuration, PowerDetail detail = PowerDetail::Fine);
+    /// The same of each configuration of a list, as one request: each key is read once, and of more than mostKeysAsked
+    /// different ones the rest count as keys that the machine lacks. So in the lists below.
+    std::vector<double> valuesForConfigs(const Value& configurations, PowerDetail detail);
     double valueForSensor(const Item& item);
     float minimumForFan(const std::string& prefix); ///< "F0"; rpm
     float maximumForFan(const std::string& prefix);
@@ -70,8 +76,10 @@ public:
     void averagePower(Value& entries);
     /// Makes an item of everything that the host tells by itself, and follows it from now on as chips come and go.
     void discover();
-    /// Goes on with what clients asked for in earlier runs; takes effect later.
-    void resumeClientSensors();
+    /// Goes on with what earlier runs recorded and clients asked for in them; takes effect later.
+    void resumeRecord();
+    /// Somebody looks at sensors: what is known is made new where it is old, and kept so for a while.
+    void noteQuestion();
     /// Starts to sample, once there is something to be sampled.
     void begin();
 
@@ -86,6 +94,13 @@ public:
     std::int64_t kindOf(const Item& item) const;
     /// Whether what it reads is power, whatever a client calls it.
     bool isPower(const Item& item) const;
+    /// Whether the first average of a power sensor is about to come.
+    bool isSettling() const;
+    /// For people: the host's word, else the client's, else its key.
+    std::string nameOf(const Item& item) const;
+    SensorAlarm alarmOf(const Item& item) const;
+    /// What history is offered: of all sensors, and of those that are away.
+    std::vector<HistorySeries> series() const;
 
     // Extremes
     /// Reads what earlier runs saw; takes effect later.
@@ -98,6 +113,7 @@ public:
     void updateStats() override;
     /// Every second turn.
     bool shouldUpdateStateForSequence(std::int64_t sequence) override { return sequence % 2 == 0; }
+    void updateStatsForSequence(std::int64_t sequence) override;
     bool threadedUpdating() const override { return false; }
     bool prepareDatabase() override;
     void runDatabaseQueue() override;
@@ -119,8 +135,13 @@ public:
     static constexpr std::size_t mostItems = 1024; ///< that clients can bring about; the host adds as many at most
     static constexpr double unprovenFor = 3600;    ///< s that a client's sensor may be without its first value
     static constexpr std::size_t mostWatched = 256;
-    static constexpr double watchedFor = 120;     ///< s after the last question
-    static constexpr double channelInterval = 10; ///< s between looks for chips that came or went
+    static constexpr double watchedFor = 120;          ///< s after the last question
+    static constexpr double channelInterval = 10;      ///< s between looks for chips that came or went
+    static constexpr double emptyInterval = 60;        ///< s, the same while there is no sensor at all
+    static constexpr double askedFor = 60;             ///< s for which a question keeps the quicker rhythm
+    static constexpr double flagInterval = 10;         ///< s between looks at what chips themselves say is wrong
+    static constexpr std::int64_t recordTurns = 6;     ///< turns between readings for the record alone
+    static constexpr std::size_t mostKeysAsked = 4096; ///< of one request
 
 private:
     /// A power figure that is no item's and that somebody asks for.
@@ -130,10 +151,33 @@ private:
     };
     using ServiceValues = std::map<std::string, double>;
     enum class Finder { Host, Client, Record };
+    enum class Reading { All, WithoutPower };
+    struct KeyReading {
+        double value = -1; ///< may be any, NaN included; -1 for a key that the machine lacks
+        bool exists = false;
+        bool isMeasured = false; ///< it exists, was read, and is finite
+    };
+    using KeyReadings = std::unordered_map<std::string, KeyReading>;
+
+    /// While it lasts, each key is read once. Inside another one it changes nothing.
+    class OneReading {
+    public:
+        explicit OneReading(SensorsStatCollectorMac& collector);
+        ~OneReading();
+        OneReading(const OneReading&) = delete;
+        OneReading& operator=(const OneReading&) = delete;
+
+    private:
+        SensorsStatCollectorMac& collector_;
+        bool isOuter_;
+    };
 
     // Readings
-    bool hasKey(const std::string& key);
-    std::optional<float> readKey(const std::string& key);
+    KeyReading readingOf(const std::string& key);
+    bool isThere(const std::string& key);
+    bool isAsked() const;
+    void measure(Reading what);
+    void lookAtFlags(double now);
     std::optional<double> read(const SensorConfiguration& configuration);
     double valueNow(const SensorConfiguration& configuration);
     double averagedPower(const SensorConfiguration& configuration);
@@ -141,6 +185,7 @@ private:
     bool isPowerKey(const std::string& key) const;
     ServiceValues readServices();
     void dropUnproven();
+    std::optional<double> readItem(const Item& item, const ServiceValues& services);
     void sample(Item& item, const ServiceValues& services, double now);
     void sampleWatched(double now);
     void watch(const SensorConfiguration& configuration);
@@ -151,6 +196,7 @@ private:
     std::string fanNameFromID(const std::string& prefix);
     void process(const Value& entries, SensorRequest request, Finder finder);
     void keep(const Item& item, SensorRequest request);
+    HistorySeries seriesOf(const Item& item) const;
     std::shared_ptr<HistoryDatabaseItem> database();
     void adoptChannels(std::vector<SensorChannel> channels);
     void discoverWithoutChannels();
@@ -164,13 +210,18 @@ private:
     const PlatformController& platform_;
     const SMCOrigin origin_;
     PowerAverages powers_;
-    std::map<std::string, Watched> watched_;        ///< by identity
-    std::map<std::string, SensorChannel> channels_; ///< by key
-    /// While the collector samples: what keys have read in this turn.
-    std::optional<std::unordered_map<std::string, std::optional<float>>> turnReadings_;
+    std::map<std::string, Watched> watched_;              ///< by identity
+    std::map<std::string, SensorChannel> channels_;       ///< by key
+    std::map<std::string, SensorFlags> meaninglessFlags_; ///< by key, of channels whose limits nobody has set
+    SensorAlarms alarms_;
+    RecordedSeries recorded_;
+    std::optional<KeyReadings> readings_;    ///< while a turn or a request lasts
     std::map<std::string, double> unproven_; ///< clients' sensors without a value so far: since when, monotonic s
     std::uint64_t channelGeneration_ = 0;
-    double nextLook_ = 0; ///< monotonic s
+    double nextLook_ = 0;                ///< monotonic s
+    double nextFlagLook_ = 0;            ///< monotonic s
+    std::optional<double> lastAsked_;    ///< monotonic s
+    std::optional<double> lastMeasured_; ///< monotonic s
     bool followsChannels_ = false;
     bool looksLater_ = false;
     bool hasListedKeys_ = false; ///< of an SMC of its own, which never change

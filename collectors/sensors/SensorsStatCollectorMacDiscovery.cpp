@@ -89,21 +89,6 @@ std::string serviceName(const std::string& product)
     return first == std::string::npos ? product : name.substr(first, last - first + 1);
 }
 
-/// Takes limits away that say "none": a disk without a limit says 0 K, or 65535 K, and would have it as its range.
-void dropAbsurdLimits(SensorChannel& channel)
-{
-    constexpr double coldest = -60; // °C
-    constexpr double hottest = 200;
-    if (channel.kind != SensorChannelKind::Temperature) {
-        return;
-    }
-    for (std::optional<double>* limit : {&channel.low, &channel.high, &channel.critical}) {
-        if (*limit && (**limit < coldest || **limit > hottest)) {
-            limit->reset();
-        }
-    }
-}
-
 Value configurationOf(const SensorChannel& channel)
 {
     Value configuration{{"key", channel.key}, {"name", channel.label}};
@@ -153,7 +138,7 @@ void take(SensorStatCollectorItemMac& item, const Value& entry, std::int64_t ind
 Value SensorsStatCollectorMac::electricEntry(const SensorConfiguration& understood, const Value& given)
 {
     Value entry =
-        entryOf(understood.kind(), given, understood.key, understood.name, finite(valueForSensorKey(understood.key)));
+        entryOf(understood.kind(), given, understood.key, understood.name, finite(readingOf(understood.key).value));
     if (understood.hasFixedLimits()) {
         // Through a float, as clients have always got them.
         addLimits(entry, static_cast<float>(understood.low), static_cast<float>(understood.high));
@@ -163,20 +148,21 @@ Value SensorsStatCollectorMac::electricEntry(const SensorConfiguration& understo
 
 Value SensorsStatCollectorMac::supportedElectricSensors(const Value& configurations)
 {
+    const OneReading once(*this);
     Value entries = Value::array();
     for (const Value& given : listOf(configurations)) {
         const SensorConfiguration understood = parseSensorConfiguration(given);
         if (!isSMCKey(understood.key) || understood.key.front() == 'F') { // fans are found by themselves
             continue;
         }
-        bool isThere = true;
+        bool isSupported = true;
         if (understood.multiply) {
-            isThere = std::all_of(understood.multiply->begin(), understood.multiply->end(),
-                [this](const std::string& key) { return isKeyValid(key); });
+            isSupported = std::all_of(understood.multiply->begin(), understood.multiply->end(),
+                [this](const std::string& key) { return isThere(key); });
         } else if (!understood.average) {
-            isThere = isKeyValid(understood.key);
+            isSupported = isThere(understood.key);
         }
-        if (isThere) {
+        if (isSupported) {
             entries.push_back(electricEntry(understood, given));
         }
     }
@@ -207,7 +193,7 @@ std::optional<Value> SensorsStatCollectorMac::fanEntry(std::size_t fan, const Va
 {
     const std::string prefix = fmt::format("F{:X}", fan);
     const std::string key = prefix + "Ac";
-    const double speed = finite(valueForSensorKey(key));
+    const double speed = finite(readingOf(key).value);
     const Value* configuration = configurationOf(configurations, key);
     std::string name;
     double low = 0;
@@ -274,6 +260,7 @@ Value SensorsStatCollectorMac::supportedArmSensors(const Value& configurations)
 
 void SensorsStatCollectorMac::averagePower(Value& entries)
 {
+    const OneReading once(*this);
     for (Value& entry : entries) {
         const Value* configuration = find(entry, "config");
         SensorConfiguration understood = parseSensorConfiguration(configuration ? *configuration : Value());
@@ -393,13 +380,14 @@ void SensorsStatCollectorMac::dropUnproven()
     }
 }
 
-void SensorsStatCollectorMac::resumeClientSensors()
+void SensorsStatCollectorMac::resumeRecord()
 {
     prepareDatabase();
     const auto file = database();
     if (!file) {
         return;
     }
+    recorded_.load(*file);
     auto adopt = sensorLifetime_.guard([this](const KeptSensors& kept) {
         process(supportedElectricSensors(kept.sensors), SensorRequest::Sensors, Finder::Record);
         if (!kept.fans.empty()) {
@@ -420,23 +408,34 @@ void SensorsStatCollectorMac::resumeClientSensors()
 
 void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
 {
+    updateRecordedValues(); // of those that go now, while it is known what they are
     std::map<std::string, SensorChannel> before = std::exchange(channels_, {});
-    Value sensors = Value::array();
+    meaninglessFlags_.clear();
+    Value sensors = Value::array(); // entries without a value, which nothing has to be read for
     Value fans = Value::array();
     for (SensorChannel& channel : channels) {
-        dropAbsurdLimits(channel);
         const std::string key = channel.key;
-        (channel.kind == SensorChannelKind::Fan ? fans : sensors).push_back(configurationOf(channel));
+        meaninglessFlags_.insert_or_assign(key, dropUnsetLimits(channel));
+        Value configuration = configurationOf(channel);
+        if (channel.kind == SensorChannelKind::Fan) {
+            fans.push_back(std::move(configuration));
+        } else {
+            const SensorConfiguration understood = parseSensorConfiguration(configuration);
+            Value entry = entryOf(understood.kind(), std::move(configuration), key, channel.label, 0);
+            if (understood.hasFixedLimits()) {
+                addLimits(entry, understood.low, understood.high);
+            }
+            sensors.push_back(std::move(entry));
+        }
         channels_.insert_or_assign(key, std::move(channel));
     }
-    updateRecordedValues(); // of those that go now
     for (const auto& known : before) {
         if (const auto item = channels_.contains(known.first) ? nullptr : itemWithKey(known.first)) {
             item->setExists(false);
         }
     }
     removeOldItems();
-    process(supportedElectricSensors(sensors), SensorRequest::Sensors, Finder::Host);
+    process(sensors, SensorRequest::Sensors, Finder::Host);
     process(supportedFans(fans), SensorRequest::Fans, Finder::Host);
 }
 
@@ -493,7 +492,8 @@ void SensorsStatCollectorMac::discover()
     }
     begin();
     if (!isLogging_ && !stopped() && !std::exchange(looksLater_, true)) { // the clock, once it runs, looks by itself
-        context().runtime.after(channelInterval, sensorLifetime_.guard([this] {
+        const bool isWatched = isAsked() || !items().empty();
+        context().runtime.after(isWatched ? channelInterval : emptyInterval, sensorLifetime_.guard([this] {
             looksLater_ = false;
             discover();
         }));

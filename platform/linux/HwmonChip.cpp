@@ -23,17 +23,18 @@ constexpr unsigned highestNumber = 9999;   // of a channel
 struct KindOfFile {
     std::string_view prefix;
     SensorChannelKind kind;
-    std::string_view low; ///< suffixes of the files of limits
-    std::string_view high;
-    std::string_view critical;
 };
-constexpr std::array<KindOfFile, 5> kinds = {{
-    {"temp", SensorChannelKind::Temperature, "_min", "_max", "_crit"},
-    {"fan", SensorChannelKind::Fan, "_min", "_max", ""},
-    {"in", SensorChannelKind::Voltage, "_min", "_max", "_crit"},
-    {"curr", SensorChannelKind::Current, "_min", "_max", "_crit"},
-    {"power", SensorChannelKind::Power, "", "_max", "_crit"},
+constexpr std::array<KindOfFile, 6> kinds = {{
+    {"temp", SensorChannelKind::Temperature},
+    {"fan", SensorChannelKind::Fan},
+    {"in", SensorChannelKind::Voltage},
+    {"curr", SensorChannelKind::Current},
+    {"power", SensorChannelKind::Power},
+    {"humidity", SensorChannelKind::Humidity},
 }};
+/// What comes after a channel's name in the names of its files, by HwmonFile.
+constexpr std::array<std::string_view, hwmonFileCount> suffixes = {"_input", "_min", "_max", "_crit", "_lcrit",
+    "_alarm", "_min_alarm", "_max_alarm", "_crit_alarm", "_lcrit_alarm", "_emergency_alarm", "_cap_alarm"};
 
 std::filesystem::path realPath(const std::filesystem::path& path)
 {
@@ -86,20 +87,18 @@ std::vector<HwmonChannel> readChannels(const RootFolder& root, const std::string
         }
         for (const unsigned number : numbers) {
             const std::string name = std::string(kind.prefix) + std::to_string(number);
-            std::string input = ifThere(name + "_input");
-            const auto limit = [&](std::string_view suffix) {
-                return suffix.empty() ? std::string() : ifThere(name + std::string(suffix));
-            };
-            std::string label = root.readLine(folder + "/" + name + "_label").value_or("").substr(0, longestName);
-            channels.push_back({.kind = kind.kind,
+            HwmonChannel channel{.kind = kind.kind,
                 .name = name,
-                .label = std::move(label),
+                .label = root.readLine(folder + "/" + name + "_label").value_or("").substr(0, longestName),
                 .ownKey = {},
-                .input = input.empty() ? name + "_average" : std::move(input),
-                .fault = ifThere(name + "_fault"),
-                .low = limit(kind.low),
-                .high = limit(kind.high),
-                .critical = limit(kind.critical)});
+                .files = {},
+                .fault = ifThere(name + "_fault")};
+            std::transform(suffixes.begin(), suffixes.end(), channel.files.begin(),
+                [&](std::string_view suffix) { return ifThere(name + std::string(suffix)); });
+            if (std::string& input = channel.files.front(); input.empty()) {
+                input = name + "_average";
+            }
+            channels.push_back(std::move(channel));
         }
     }
     return channels;
@@ -130,7 +129,7 @@ void takeKeysFromDeviceTree(const RootFolder& root, HwmonChip& chip, const std::
     static const std::map<SensorChannelKind, std::string_view> prefixes = {
         {SensorChannelKind::Temperature, "temperature-"}, {SensorChannelKind::Fan, "fan-"},
         {SensorChannelKind::Voltage, "voltage-"}, {SensorChannelKind::Current, "current-"},
-        {SensorChannelKind::Power, "power-"}};
+        {SensorChannelKind::Power, "power-"}, {SensorChannelKind::Humidity, "humidity-"}};
     for (const std::string& name : root.list(node)) {
         const std::string sensor = node + "/" + name;
         const std::string key = root.readLine(sensor + "/apple,key-id").value_or("");

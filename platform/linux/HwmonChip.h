@@ -3,11 +3,33 @@
 #include "platform/host/SensorChannels.h"
 #include "platform/linux/RootFolder.h"
 
+#include <array>
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
 
 namespace meridal {
+
+/// What a file of a channel tells.
+enum class HwmonFile : std::size_t {
+    Input,
+    Low,
+    High,
+    Critical,
+    LowCritical,
+    // Flags, 1 while something is wrong
+    Alarm,
+    LowAlarm,
+    HighAlarm,
+    CriticalAlarm,
+    LowCriticalAlarm,
+    EmergencyAlarm,
+    CapAlarm,
+    Count
+};
+constexpr std::size_t hwmonFileCount = static_cast<std::size_t>(HwmonFile::Count);
+constexpr bool isFlag(HwmonFile file) { return file >= HwmonFile::Alarm && file < HwmonFile::Count; }
 
 /// One thing that a chip measures. File names are in the chip's folder, empty where there is no such file.
 struct HwmonChannel {
@@ -15,11 +37,8 @@ struct HwmonChannel {
     std::string name;   ///< "temp1", as lm-sensors calls it
     std::string label;  ///< what the driver calls it, raw; empty when it does not
     std::string ownKey; ///< the SMC key that it is on a machine with a real SMC; empty elsewhere
-    std::string input;
-    std::string fault; ///< holds 1 while the input means nothing
-    std::string low;
-    std::string high;
-    std::string critical;
+    std::array<std::string, hwmonFileCount> files; ///< by HwmonFile
+    std::string fault;                             ///< holds 1 while the input means nothing
     bool operator==(const HwmonChannel&) const = default;
 };
 
@@ -42,7 +61,7 @@ std::vector<HwmonChip> readHwmonChips(const RootFolder& root);
 /// Whether the kernel has a driver for a real SMC here.
 bool hasRealSMC(const RootFolder& root);
 
-/// How many of a channel's units are one degree Celsius, V, A, W or rpm.
+/// How many of a channel's units are one degree Celsius, V, A, W, rpm or percent.
 double unitsOf(SensorChannelKind kind);
 
 } // namespace meridal

@@ -12,10 +12,11 @@ namespace meridal {
 
 namespace {
 
-/// How long a file goes on being read that nobody asks for any more, in seconds: collectors ask every other second.
-constexpr double wantedFor = 5.0;
-/// How much older than good a figure may be while a slow chip is at the next one, in seconds.
-constexpr double grace = 3.0;
+/// How long a file goes on being read that nobody asks for any more, in seconds: collectors ask every 6 s at least.
+constexpr double wantedFor = 8.0;
+/// How much older than good a figure may be while a slow chip is at the next one, in seconds. A chip that is always late
+/// then shows what it said one round ago.
+constexpr double grace = 7.0;
 
 /// Reads a file that is kept open; opens it when it is not, and once more when its chip has gone and come back.
 std::optional<double> readKept(Descriptor& file, const std::filesystem::path& path)
@@ -83,6 +84,13 @@ std::optional<double> HwmonReader::latest(std::size_t file, double now) const
     return now - figure.readAt < figure.goodFor + grace ? figure.value : std::nullopt;
 }
 
+bool HwmonReader::isFaulty(std::size_t file, double now) const
+{
+    const std::lock_guard lock(mutex_);
+    const Figure& figure = figures_[file];
+    return figure.isFaulty && now - figure.readAt < figure.goodFor + grace;
+}
+
 bool HwmonReader::beginReading(double now)
 {
     const std::lock_guard lock(mutex_);
@@ -99,9 +107,10 @@ void HwmonReader::read(double now)
 {
     for (std::vector<std::size_t> due = takeDue(now); !due.empty(); due = takeDue(now)) {
         for (const std::size_t file : due) {
-            const std::optional<double> value = readFile(file);
+            const Reading reading = readFile(file);
             const std::lock_guard lock(mutex_);
-            figures_[file].value = value;
+            figures_[file].value = reading.value;
+            figures_[file].isFaulty = reading.isFaulty;
             figures_[file].readAt = now;
         }
     }
@@ -122,14 +131,14 @@ std::vector<std::size_t> HwmonReader::takeDue(double now)
     return due;
 }
 
-std::optional<double> HwmonReader::readFile(std::size_t file)
+HwmonReader::Reading HwmonReader::readFile(std::size_t file)
 {
     const File& what = files_[file];
     if (!what.fault.empty() && readKept(open_[file].fault, folder_ / what.fault).value_or(0) != 0) {
-        return std::nullopt;
+        return {.value = {}, .isFaulty = true};
     }
     const auto figure = readKept(open_[file].input, folder_ / what.name);
-    return figure ? std::optional(*figure / what.units) : std::nullopt;
+    return {.value = figure ? std::optional(*figure / what.units) : std::nullopt, .isFaulty = false};
 }
 
 } // namespace meridal

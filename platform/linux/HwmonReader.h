@@ -33,6 +33,8 @@ public:
     bool isFresh(std::size_t file, double now) const;
     /// What was read last; absent when that was too long ago: the chip hangs.
     std::optional<double> latest(std::size_t file, double now) const;
+    /// Whether the file of the fault said so when the file was read last.
+    bool isFaulty(std::size_t file, double now) const;
 
     /// Whether a reading is to be made now: something wanted is not fresh, and no reading is in progress. The caller
     /// then owes one call of read().
@@ -46,14 +48,19 @@ private:
         double readAt = -std::numeric_limits<double>::infinity();
         double wantedUntil = -std::numeric_limits<double>::infinity();
         double goodFor = 0;
+        bool isFaulty = false;
         bool isDue(double now) const { return wantedUntil >= now && now - readAt >= goodFor; }
+    };
+    struct Reading {
+        std::optional<double> value;
+        bool isFaulty = false;
     };
     struct OpenFile {
         Descriptor input;
         Descriptor fault;
     };
     std::vector<std::size_t> takeDue(double now);
-    std::optional<double> readFile(std::size_t file);
+    Reading readFile(std::size_t file);
 
     const std::filesystem::path folder_;
     const std::vector<File> files_;

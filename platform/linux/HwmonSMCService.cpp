@@ -187,8 +187,8 @@ void HwmonSMCService::addFan(const HwmonSensor& fan)
 {
     const std::string prefix = fan.key.substr(0, 2);
     addFloat(fan.key, [this, &fan] { return sensors_->value(fan); });
-    addFloat(prefix + "Mn", [this, &fan] { return sensors_->limit(fan, fan.low).value_or(0); });
-    addFloat(prefix + "Mx", [this, &fan] { return sensors_->limit(fan, fan.high).value_or(0); });
+    addFloat(prefix + "Mn", [this, &fan] { return sensors_->limit(fan, HwmonFile::Low).value_or(0); });
+    addFloat(prefix + "Mx", [this, &fan] { return sensors_->limit(fan, HwmonFile::High).value_or(0); });
     add(prefix + "ID", "{fds", fanDescriptionSize, [name = fanName(fan)](Bytes& bytes) {
         std::copy(name.begin(), name.end(), bytes.begin() + fanNameOffset);
         return SMCResult::Success;

@@ -16,7 +16,7 @@
 
 namespace meridal {
 
-/// An SMC made of the machine's hwmon chips. Temperatures, voltages, currents, powers and fan speeds are keys of type
+/// An SMC made of the machine's hwmon chips. Temperatures, voltages, currents, powers, humidities and fan speeds are keys of type
 /// "flt ", as the newest SMCs have them; a figure that cannot be had is not a number. FNum is one more than the highest
 /// number of a fan, F%XMn and F%XMx its limits (0 where the chip has none), F%XID its description, a "{fds" with the
 /// name in its last 12 bytes. #KEY counts them all. Nothing can be written. Main queue only.

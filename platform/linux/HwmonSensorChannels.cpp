@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <utility>
 
 namespace meridal {
 
@@ -9,19 +10,26 @@ std::vector<SensorChannel> HwmonSensorChannels::channels()
 {
     std::vector<SensorChannel> channels;
     bool isComplete = true;
-    const auto limit = [&](const HwmonSensor& sensor, const std::optional<std::size_t>& file) {
-        const auto figure = sensors_->limit(sensor, file);
-        isComplete = isComplete && (!file || figure);
+    const auto limit = [&](const HwmonSensor& sensor, HwmonFile which) {
+        const auto figure = sensors_->limit(sensor, which);
+        isComplete = isComplete && (!sensor.file(which) || figure);
         return figure;
     };
     for (const HwmonSensor& sensor : sensors_->sensors()) {
-        channels.push_back({.key = sensor.key,
+        SensorChannel channel{.key = sensor.key,
             .chip = sensor.chip,
             .label = sensor.label,
             .kind = sensor.kind,
-            .low = limit(sensor, sensor.low),
-            .high = limit(sensor, sensor.high),
-            .critical = limit(sensor, sensor.critical)});
+            .low = limit(sensor, HwmonFile::Low),
+            .high = limit(sensor, HwmonFile::High),
+            .critical = limit(sensor, HwmonFile::Critical),
+            .lowCritical = limit(sensor, HwmonFile::LowCritical),
+            .mayStandStill = sensor.isSMCs,
+            .disturbs = sensor.disturbs};
+        if (channel.low && channel.high && sensor.formula && *channel.low > *channel.high) {
+            std::swap(channel.low, channel.high); // a divider that inverts
+        }
+        channels.push_back(std::move(channel));
     }
     lookAgainAt_ = isComplete ? std::numeric_limits<double>::infinity() : sensors_->now() + lookAgainAfter;
     latest_ = channels;

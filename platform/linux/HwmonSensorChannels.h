@@ -5,7 +5,9 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -17,6 +19,7 @@ public:
     explicit HwmonSensorChannels(std::shared_ptr<HwmonSensors> sensors) : sensors_(std::move(sensors)) { }
     std::vector<SensorChannel> channels() override;
     std::uint64_t generation() override;
+    std::map<std::string, SensorFlags> flags() override { return sensors_->flags(); }
 
 private:
     static constexpr double lookAgainAfter = 60; ///< s

@@ -13,17 +13,22 @@ namespace {
 constexpr double lookInterval = 5.0;    // s, where chips are not announced: containers, recorded trees
 constexpr double figureGoodFor = 0.2;   // s; one round of questions costs one reading
 constexpr double limitGoodFor = 60.0;   // s
+constexpr double flagGoodFor = 5.0;     // s
+constexpr double restGoodFor = 300.0;   // s, of a disk that may want to rest
 constexpr double waitAgainAfter = 60.0; // s
 
-/// The files behind a chip's sensors, four a channel: the input and three limits.
+/// The files behind a chip's sensors, channel by channel in the order of HwmonFile, without those that are not there.
 std::vector<HwmonReader::File> filesOf(const HwmonChip& chip)
 {
     std::vector<HwmonReader::File> files;
     for (const HwmonChannel& channel : chip.channels) {
-        const double units = unitsOf(channel.kind);
-        files.push_back({.name = channel.input, .fault = channel.fault, .units = units});
-        for (const std::string* limit : {&channel.low, &channel.high, &channel.critical}) {
-            files.push_back({.name = *limit, .fault = {}, .units = units});
+        for (std::size_t what = 0; what < hwmonFileCount; ++what) {
+            const auto file = static_cast<HwmonFile>(what);
+            if (!channel.files[what].empty()) {
+                files.push_back({.name = channel.files[what],
+                    .fault = file == HwmonFile::Input ? channel.fault : std::string(),
+                    .units = isFlag(file) ? 1 : unitsOf(channel.kind)});
+            }
         }
     }
     return files;
@@ -112,13 +117,18 @@ void HwmonSensors::rebuild()
 void HwmonSensors::addSensors(const HwmonChip& chip, const SensorsConfig& config, std::size_t reader,
     const std::set<std::string, std::less<>>& identities)
 {
-    for (std::size_t i = 0; i < chip.channels.size(); ++i) {
-        const HwmonChannel& channel = chip.channels[i];
+    std::size_t nextFile = 0; // in the order of filesOf()
+    for (const HwmonChannel& channel : chip.channels) {
+        HwmonSensor sensor;
+        for (std::size_t what = 0; what < hwmonFileCount; ++what) {
+            sensor.files[what] = channel.files[what].empty() ? std::nullopt : std::optional(nextFile++);
+        }
         if (config.isIgnored(chip.name, channel.name)) {
             continue;
         }
-        HwmonSensor sensor;
         sensor.kind = channel.kind;
+        sensor.isSMCs = !channel.ownKey.empty();
+        sensor.disturbs = chip.prefix == "drivetemp";
         sensor.key = channel.ownKey;
         sensor.chip = chip.name;
         if (sensor.key.empty()) {
@@ -134,14 +144,7 @@ void HwmonSensors::addSensors(const HwmonChip& chip, const SensorsConfig& config
         if (const SensorsExpression* formula = config.formula(chip.name, channel.name)) {
             sensor.formula = *formula;
         }
-        const auto file = [&](std::size_t number, const std::string& name) {
-            return name.empty() ? std::nullopt : std::optional(4 * i + number);
-        };
         sensor.reader = reader;
-        sensor.input = 4 * i;
-        sensor.low = file(1, channel.low);
-        sensor.high = file(2, channel.high);
-        sensor.critical = file(3, channel.critical);
         sensors_.push_back(std::move(sensor));
     }
 }
@@ -150,16 +153,52 @@ double HwmonSensors::now() const { return runtime_.monotonicTime(); }
 
 std::optional<double> HwmonSensors::value(const HwmonSensor& sensor)
 {
-    return figure(sensor, sensor.input, figureGoodFor);
+    return figure(sensor, HwmonFile::Input, sensor.disturbs ? restGoodFor : figureGoodFor);
 }
 
-std::optional<double> HwmonSensors::limit(const HwmonSensor& sensor, std::optional<std::size_t> file)
+std::optional<double> HwmonSensors::limit(const HwmonSensor& sensor, HwmonFile which)
 {
-    return file ? figure(sensor, *file, limitGoodFor) : std::nullopt;
+    return figure(sensor, which, limitGoodFor);
 }
 
-std::optional<double> HwmonSensors::figure(const HwmonSensor& sensor, std::size_t file, double goodFor)
+std::map<std::string, SensorFlags> HwmonSensors::flags()
 {
+    const double now = runtime_.monotonicTime();
+    const std::vector<HwmonSensor>& all = sensors();
+    for (const HwmonSensor& sensor : all) { // first all that is wanted: one reading a chip
+        for (std::size_t what = 0; what < hwmonFileCount; ++what) {
+            if (const auto& file = sensor.files[what]; file && isFlag(static_cast<HwmonFile>(what))) {
+                sources_[sensor.reader].reader->want(*file, now, flagGoodFor);
+            }
+        }
+    }
+    std::map<std::string, SensorFlags> raised;
+    for (const HwmonSensor& sensor : all) {
+        if (const SensorFlags flags = flagsOf(sensor); flags != SensorFlags()) {
+            raised.emplace(sensor.key, flags);
+        }
+    }
+    return raised;
+}
+
+SensorFlags HwmonSensors::flagsOf(const HwmonSensor& sensor)
+{
+    const auto isSet = [&](HwmonFile which) { return figure(sensor, which, flagGoodFor).value_or(0) != 0; };
+    using enum HwmonFile;
+    return {.any = isSet(Alarm),
+        .low = isSet(LowAlarm),
+        .high = isSet(HighAlarm) || isSet(CapAlarm),
+        .critical = isSet(CriticalAlarm) || isSet(LowCriticalAlarm) || isSet(EmergencyAlarm),
+        .fault = sources_[sensor.reader].reader->isFaulty(*sensor.file(Input), now())};
+}
+
+/// Absent where the channel has no such file.
+std::optional<double> HwmonSensors::figure(const HwmonSensor& sensor, HwmonFile which, double goodFor)
+{
+    if (!sensor.file(which)) {
+        return std::nullopt;
+    }
+    const std::size_t file = *sensor.file(which);
     const double now = runtime_.monotonicTime();
     Source& source = sources_[sensor.reader];
     HwmonReader& reader = *source.reader;
@@ -171,7 +210,7 @@ std::optional<double> HwmonSensors::figure(const HwmonSensor& sensor, std::size_
         }
     }
     const auto figure = reader.latest(file, now);
-    return figure && sensor.formula ? sensor.formula->evaluate(*figure) : figure;
+    return figure && sensor.formula && !isFlag(which) ? sensor.formula->evaluate(*figure) : figure;
 }
 
 /// Reads every chip that anything is wanted of: one thread goes through them while the first is waited for.

@@ -10,6 +10,7 @@
 #include "platform/linux/SensorsConfig.h"
 #include "platform/linux/Uevents.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -31,11 +32,12 @@ struct HwmonSensor {
     std::string chip;  ///< lm-sensors' name for it
     std::string label; ///< for people
     std::optional<SensorsExpression> formula;
-    std::size_t reader = 0; ///< which chip's
-    std::size_t input = 0;  ///< files of the reader
-    std::optional<std::size_t> low;
-    std::optional<std::size_t> high;
-    std::optional<std::size_t> critical;
+    bool isSMCs = false;                                          ///< a real SMC has that key
+    bool disturbs = false;                                        ///< see SensorChannel
+    std::size_t reader = 0;                                       ///< which chip's
+    std::array<std::optional<std::size_t>, hwmonFileCount> files; ///< by HwmonFile, the reader's
+
+    const std::optional<std::size_t>& file(HwmonFile what) const { return files[static_cast<std::size_t>(what)]; }
 };
 
 struct HwmonOptions {
@@ -63,10 +65,12 @@ public:
     /// By the clock that cannot step, s.
     double now() const;
 
-    /// In the unit of the kind: degrees Celsius, rpm, V, A, W. Absent when it cannot be had now.
+    /// In the unit of the kind: degrees Celsius, rpm, V, A, W, percent. Absent when it cannot be had now.
     std::optional<double> value(const HwmonSensor& sensor);
     /// One of a sensor's limits, in the same unit.
-    std::optional<double> limit(const HwmonSensor& sensor, std::optional<std::size_t> file);
+    std::optional<double> limit(const HwmonSensor& sensor, HwmonFile which);
+    /// What the chips say is wrong, by key.
+    std::map<std::string, SensorFlags> flags();
 
 private:
     /// A chip, what reads it, and until when it is not waited for.
@@ -80,7 +84,8 @@ private:
     void rebuild();
     void addSensors(const HwmonChip& chip, const SensorsConfig& config, std::size_t reader,
         const std::set<std::string, std::less<>>& identities);
-    std::optional<double> figure(const HwmonSensor& sensor, std::size_t file, double goodFor);
+    SensorFlags flagsOf(const HwmonSensor& sensor);
+    std::optional<double> figure(const HwmonSensor& sensor, HwmonFile which, double goodFor);
     void startReadings(double now);
 
     Runtime& runtime_;

@@ -33,6 +33,8 @@ char letterOf(SensorChannelKind kind)
         return 'I';
     case SensorChannelKind::Power:
         return 'P';
+    case SensorChannelKind::Humidity:
+        return 'H';
     case SensorChannelKind::Temperature:
         break;
     }
@@ -65,7 +67,7 @@ bool isStoredKey(std::string_view key)
     if (key[0] == 'F') {
         return isOneOf(1, digits.substr(0, fanNumbers)) && key.substr(2) == "Ac";
     }
-    return isOneOf(0, "TVIP") && isOneOf(1, digits.substr(0, 10)) && isOneOf(2, digits) && isOneOf(3, digits);
+    return isOneOf(0, "TVIPH") && isOneOf(1, digits.substr(0, 10)) && isOneOf(2, digits) && isOneOf(3, digits);
 }
 
 bool writeAll(int file, std::string_view text)

@@ -9,6 +9,7 @@ class NoSensorChannels final : public SensorChannels {
 public:
     std::vector<SensorChannel> channels() override { return {}; }
     std::uint64_t generation() override { return 0; }
+    std::map<std::string, SensorFlags> flags() override { return {}; }
 };
 
 } // namespace meridal

@@ -23,13 +23,22 @@ TEST(SensorsView, GroupsByChip)
     const Lines lines = sensorLines(json(R"([
         {"chip":"coretemp-isa-0000","name":"Package id 0","kind":"temperature","unit":"°C","value":61.25,"low":20,
          "high":100,"fixed":true,"lowest":38,"highest":97.04},
-        {"chip":"coretemp-isa-0000","name":"Core 0","kind":"temperature","unit":"°C","value":101,"critical":100},
-        {"chip":"nct\u001b[2J","name":"fan1\u009b","kind":"fan","unit":"rpm","value":null}])"));
-    ASSERT_THAT(lines, SizeIs(6));
+        {"chip":"coretemp-isa-0000","name":"Core 0","kind":"temperature","unit":"°C","value":101,"critical":100,
+         "alarm":"critical"},
+        {"chip":"nct\u001b[2J","name":"fan1\u009b","kind":"fan","unit":"rpm","value":null,"alarm":"fault"},
+        {"chip":"nct\u001b[2J","name":"fan2","kind":"fan","unit":"rpm","value":600,"low":300,"high":null,"fixed":true,
+         "lowest":600,"highest":1500,"alarm":null},
+        {"chip":"nct\u001b[2J","name":"in0","kind":"voltage","unit":"V","value":12.8,"low":null,"high":13.2,"fixed":true}])"));
+    ASSERT_THAT(lines, SizeIs(8));
     EXPECT_EQ(plainText(lines[1]), "coretemp-isa-0000");
     EXPECT_EQ(plainText(lines[2]), "  Package id 0                   61.2 °C  ▕██████▎     ▏     38.0 °C     97.0 °C");
     EXPECT_EQ(lines[2][1].style, Style::Plain);
     EXPECT_EQ(lines[3][1].style, Style::High) << "above its critical limit";
+    EXPECT_THAT(plainText(lines[3]), testing::EndsWith("-  ALARM (critical)"));
+    EXPECT_THAT(plainText(lines[5]), testing::EndsWith("-  FAULT"));
+    EXPECT_THAT(plainText(lines[6]), HasSubstr("▕███         ▏")) << "between its limit and the highest seen";
+    EXPECT_THAT(plainText(lines[7]), HasSubstr("▕███████████▋▏")) << "between 0 and its limit";
+    EXPECT_EQ(lines[7][1].style, Style::Medium);
     EXPECT_EQ(plainText(lines[4]), "nct?[2J");
     EXPECT_THAT(plainText(lines[5]), HasSubstr("  fan1?"));
     EXPECT_EQ(plainText(fanLines(json(R"([{"kind":"fan","name":"Left","unit":"rpm","value":1200.4}])"))[1]),

@@ -79,11 +79,13 @@ TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
     EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), Pids());
 }
 
-TEST_F(DaemonTest, DisksAreReadOnlyWhileAClientWantsThem)
+TEST_F(DaemonTest, ClientsReadDisksWhileTheyWantThem)
 {
     int reads = 0;
     int loads = 0;
+    std::vector<Task> asking;
     CollectorPorts ports;
+    ports.refreshDisks = [&](Task done) { asking.push_back(std::move(done)); };
     ports.loadDisks = [&] { ++loads; };
     ports.updateDisks = [&](const std::function<void()>& done) {
         ++reads;
@@ -98,17 +100,38 @@ TEST_F(DaemonTest, DisksAreReadOnlyWhileAClientWantsThem)
     client.daemon->startSMARTStatus();
     machine.runtime.runDue();
     EXPECT_EQ(loads, 1);
+    EXPECT_EQ(client.link->count(64), 0) << "not before the disks have answered";
+    const auto answer = [&] {
+        for (const Task& done : std::exchange(asking, {})) {
+            done();
+        }
+    };
+    answer();
+    EXPECT_EQ(client.link->count(64), 1);
     machine.runtime.advance(61);
-    EXPECT_EQ(reads, 3) << "at once, then every 30 s";
-    EXPECT_EQ(client.link->count(64), 4);
+    EXPECT_EQ(reads, 2) << "every 30 s";
+    EXPECT_EQ(client.link->count(64), 3);
     client.daemon->stopSMARTStatus();
     machine.runtime.advance(300);
-    EXPECT_EQ(reads, 3);
+    EXPECT_EQ(reads, 2);
     EXPECT_TRUE(daemon->smartNeedsUpdate());
     client.daemon->startSMARTTemps();
     machine.runtime.advance(31);
-    EXPECT_EQ(reads, 4) << "the schedule went on, idle";
+    EXPECT_EQ(reads, 3) << "the schedule went on, idle";
     EXPECT_EQ(loads, 1);
+
+    client.daemon->smartTemps();
+    client.daemon->startSMARTStatus();
+    client.daemon->stopSMARTStatus();
+    client.daemon->stopSMARTTemps();
+    machine.runtime.runDue();
+    const auto before = client.link->received.size();
+    answer();
+    EXPECT_EQ(client.link->received.size(), before + 1) << "the one that was asked for once";
+    client.daemon->smartTemps();
+    machine.runtime.runDue();
+    disconnect(client);
+    answer(); // nobody is there any more
 }
 
 TEST_F(DaemonTest, TheBatteryIsPushedOnSourceChangesToWhoAskedForIt)

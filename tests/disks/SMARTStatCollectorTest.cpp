@@ -75,6 +75,28 @@ TEST_F(DiskTest, ASleepingDiskIsLeftAloneForADay)
     EXPECT_EQ(collector->diskTemperatures().size(), 0U) << "what it was then is not what it is now";
 }
 
+TEST_F(DiskTest, TheRecordLetsDisksRest)
+{
+    wanted = false;
+    const auto ata = plugATA("root/ata/sda", "WX1");
+    const auto sleeping = plugATA("root/ata/sdb", "WX2");
+    sleeping.disk->power = DiskPower::Asleep;
+    const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
+    collector->keepRecord();
+    machine.runtime.advance(SMARTStatCollector::firstRecord - 1);
+    EXPECT_EQ(ata.disk->questions(), 0) << "not in the midst of a boot";
+    machine.runtime.advance(2 * 3600);
+    EXPECT_EQ(ata.disk->asked["readData"], 2 * 4) << "every 1800 s";
+    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 2 * 24) << "every 300 s";
+    EXPECT_EQ(sleeping.disk->wakingQuestions(), 0);
+    EXPECT_EQ(sleeping.disk->asked["powerMode"], 4);
+    wanted = true;
+    collector->updateStatsIfDue([this] { ++updates; });
+    machine.runtime.runDue();
+    EXPECT_EQ(updates, 1);
+    EXPECT_EQ(ata.disk->asked["readData"], 2 * 5) << "who asks gets figures of now";
+}
+
 TEST_F(DiskTest, NothingIsReadWhileNobodyAsks)
 {
     wanted = false;
@@ -289,6 +311,32 @@ protected:
     }
     HistoryDatabaseController databases{machine.context};
 };
+
+TEST_F(DiskHistoryTest, TheRecordNeedsNobodyWhoAsksAndOutlivesTheDisk)
+{
+    wanted = false;
+    const auto ata = plugATA("root/ata/sda", "WX1");
+    const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
+    collector->keepRecord();
+    machine.runtime.advance(3 * 3600);
+    const char* const count = "SELECT count(temperature), max(temperature) FROM day_diskhistory WHERE uuid='WX1'";
+    EXPECT_THAT(figures(count), ElementsAre(DoubleNear(3 * 3600 / 144.0, 2), 34)) << "without a hole";
+    unplug(ata);
+    unplug(nvme);
+    for (const bool isRestarted : {false, true}) {
+        if (isRestarted) {
+            collector->cleanup();
+            collector = std::make_unique<SMARTStatCollector>(machine.context);
+            collector->keepRecord();
+            machine.runtime.advance(1);
+        }
+        const auto temperatures = collector->temperatureSeries();
+        ASSERT_EQ(temperatures.size(), 2U);
+        EXPECT_EQ(temperatures[1].key + temperatures[1].name + temperatures[1].unit, "WX1WDC WD40EFRX°C");
+        ASSERT_EQ(collector->wearSeries().size(), 1U);
+        EXPECT_EQ(collector->wearSeries()[0].values, std::vector<std::string>{"wear"});
+    }
+}
 
 TEST_F(DiskHistoryTest, FiguresAreRecordedWhileSomebodyAsks)
 {

@@ -230,7 +230,7 @@ TEST(HwmonSMCService, AChipThatHangsIsAbsentAndHoldsUpNoOther)
     machine.set("hwmon1", "temp1_input", "70000");
     EXPECT_EQ(machine.value(processor), 49.5); // waited for in vain: what it said a second ago
     EXPECT_EQ(machine.value(disk), 70);
-    machine.runtime.advance(4);
+    machine.runtime.advance(8);
     EXPECT_TRUE(std::isnan(machine.value(processor)));
     EXPECT_EQ(machine.value(disk), 70);
     EXPECT_EQ(machine.script->waits, 2); // once for the chip that hangs, once for the other, which was read meanwhile
@@ -341,6 +341,62 @@ TEST(HwmonSensorChannels, TellChipsLabelsAndLimits)
     EXPECT_EQ(channels[2].low, -273.15);
     EXPECT_FALSE(laptop.keys().contains("thinkpad-isa-0000 fan2"));
     EXPECT_NEAR(laptop.valueOf("thinkpad-isa-0000 Battery"), 24.69, 1e-5);
+}
+
+TEST(HwmonSensorChannels, ChipsSayThemselvesWhatIsWrong)
+{
+    HwmonMachine machine;
+    machine.chip("hwmon0", "platform/nct6775.656", "platform", "nct6775",
+        {{"in0_input", "1048"}, {"in0_alarm", "1"}, {"in1_input", "12000"}, {"in1_alarm", "0"}, {"fan1_input", "0"},
+            {"fan1_min", "600"}, {"fan1_alarm", "1"}, {"temp1_input", "127000"}, {"temp1_fault", "1"},
+            {"temp2_input", "91000"}, {"temp2_max_alarm", "1"}, {"humidity1_input", "48500"}});
+    machine.chip("hwmon1", "pci0000:00/0000:00:1f.4/i2c-7/7-004c", "i2c", "lm90",
+        {{"temp1_input", "101000"}, {"temp1_crit", "100000"}, {"temp1_lcrit", "-20000"}, {"temp1_crit_alarm", "1"},
+            {"temp2_input", "-30000"}, {"temp2_min_alarm", "1"}, {"temp2_lcrit_alarm", ""}});
+    machine.start();
+    HwmonSensorChannels channels(machine.sensors);
+    std::map<std::string, SensorChannel> known;
+    for (const SensorChannel& channel : channels.channels()) {
+        known[channel.key] = channel;
+        machine.value(channel.key);
+    }
+    machine.runtime.advance(1);
+    machine.script->posts = 0;
+    const auto raised = channels.flags();
+    EXPECT_EQ(machine.script->posts, 2) << "one reading a chip";
+    std::map<std::string, SensorFlags> byName;
+    for (const auto& [key, flags] : raised) {
+        byName[known.at(key).chip + " " + known.at(key).label] = flags;
+    }
+    EXPECT_EQ(byName,
+        (std::map<std::string, SensorFlags>{{"nct6775-isa-0290 in0", {.any = true}},
+            {"nct6775-isa-0290 fan1", {.any = true}}, {"nct6775-isa-0290 temp1", {.fault = true}},
+            {"nct6775-isa-0290 temp2", {.high = true}}, {"lm90-i2c-7-4c temp1", {.critical = true}},
+            {"lm90-i2c-7-4c temp2", {.low = true}}}));
+    EXPECT_EQ(known.at(machine.keys().at("lm90-i2c-7-4c temp1")).lowCritical, -20);
+    EXPECT_EQ(machine.keys().at("nct6775-isa-0290 humidity1")[0], 'H');
+    EXPECT_EQ(machine.valueOf("nct6775-isa-0290 humidity1"), 48.5);
+    machine.set("hwmon0", "temp1_fault", "0");
+    EXPECT_EQ(machine.valueOf("nct6775-isa-0290 temp1"), 127);
+    EXPECT_FALSE(channels.flags().contains(machine.keys().at("nct6775-isa-0290 temp1")));
+}
+
+TEST(HwmonSensorChannels, ADiskIsReadSeldom)
+{
+    HwmonMachine machine;
+    machine.chip("hwmon0", "pci0000:00/0000:00:17.0/ata5/host4/target4:0:0/4:0:0:0", "scsi", "drivetemp",
+        {{"temp1_input", "31000"}});
+    machine.start();
+    EXPECT_TRUE(HwmonSensorChannels(machine.sensors).channels().at(0).disturbs);
+    const std::string key = machine.sensors->sensors().at(0).key;
+    EXPECT_EQ(machine.value(key), 31);
+    machine.script->posts = 0;
+    machine.runtime.advance(290);
+    EXPECT_EQ(machine.value(key), 31);
+    EXPECT_EQ(machine.script->posts, 0);
+    machine.set("hwmon0", "temp1_input", "40000");
+    machine.runtime.advance(20);
+    EXPECT_EQ(machine.value(key), 40);
 }
 
 TEST(HwmonSensorChannels, ALimitThatCouldNotBeReadComesLater)

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
 #include <limits>
 
 namespace meridal::test {
@@ -215,6 +214,34 @@ TEST_F(SensorsTest, WhatClientsMakeUpIsForgottenAfterAnHour)
     EXPECT_THAT(rows("select * from sensor_limits"), SizeIs(1));
 }
 
+TEST_F(SensorsTest, ARequestReadsAKeyOnceAndNotWithoutEnd)
+{
+    smc().setFloat("TC0P", 40);
+    start();
+    Value given = Value::array();
+    for (int number = 0; number < 600; ++number) {
+        given.push_back({{"key", "TC0P"}, {"average", std::vector<std::string>(mostConfiguredKeys, "TC0P")}});
+    }
+    const auto read = [&](const Value& configurations) {
+        const auto before = smc().count(SMCCommand::ReadKey);
+        const auto values = daemon->ports.sensorValues(configurations, PowerDetail::Averaged);
+        EXPECT_EQ(values.size(), configurations.size());
+        EXPECT_EQ(values.front(), 40);
+        return smc().count(SMCCommand::ReadKey) - before;
+    };
+    list(); // its own reading
+    EXPECT_EQ(read(given), 1);
+    Value all = Value::array({{{"key", "TC0P"}}});
+    for (int number = 0; number < 9000; ++number) {
+        all.push_back({{"key", std::to_string(1000 + number)}});
+    }
+    EXPECT_EQ(read(all), static_cast<std::ptrdiff_t>(SensorsStatCollectorMac::mostKeysAsked));
+    const auto before = smc().count(SMCCommand::ReadKey);
+    electric(all);
+    EXPECT_LE(smc().count(SMCCommand::ReadKey) - before,
+        static_cast<std::ptrdiff_t>(2 * SensorsStatCollectorMac::mostKeysAsked + SensorsStatCollectorMac::mostItems));
+}
+
 TEST_F(SensorsTest, AFigureOfManyKeysIsAnsweredButNotSampled)
 {
     smc().setFloat("TC0P", 40);
@@ -225,7 +252,7 @@ TEST_F(SensorsTest, AFigureOfManyKeysIsAnsweredButNotSampled)
     const Value given = Value::array({meanOf(mostSampledKeys), meanOf(mostSampledKeys + 1)});
     EXPECT_THAT(electric(given), SizeIs(2));
     EXPECT_EQ(ask(given[1]), 40);
-    EXPECT_THAT(collector().items(), SizeIs(1));
+    EXPECT_FALSE(collector().sensorWithKey("XA17"));
 }
 
 } // namespace

@@ -4,31 +4,117 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <map>
 
 namespace meridal::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 const char* const cpu = R"([{"key":"TC0P","name":"CPU","high":100}])";
 
-TEST_F(SensorsTest, NothingIsSampledBeforeAClientAsks)
+TEST_F(SensorsTest, TheRecordNeedsNobodyWhoAsks)
 {
+    emulate();
+    SensorChannel disk{"T0AB", "drivetemp-scsi-0-0", "temp1", SensorChannelKind::Temperature};
+    disk.disturbs = true;
+    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature}, disk});
     smc().setFloat("TC0P", 40);
+    smc().setFloat("T0AB", 30);
+    start();
+    machine.runtime.advance(2);
+    const auto reads = [&](const char* key, double seconds) {
+        const auto before = smc().count(SMCCommand::ReadKey, key);
+        machine.runtime.advance(seconds);
+        return smc().count(SMCCommand::ReadKey, key) - before;
+    };
+    EXPECT_EQ(reads("TC0P", 600), 100) << "every sixth turn, with one call";
+    EXPECT_EQ(smc().count(SMCCommand::ReadKeyInfo, "TC0P"), 1);
+    EXPECT_EQ(smc().count(SMCCommand::ReadKey, "T0AB"), 0) << "it may want to rest";
+    EXPECT_GT(history({{"series", "sensors/TC0P"}}).at("samples").size(), 95U);
+
+    smc().setFloat("TC0P", 50);
+    machine.runtime.advance(3);
+    Value sensors = list();
+    EXPECT_EQ(sensors[0]["value"], 50) << "new at once";
+    EXPECT_EQ(sensors[1]["value"], 30);
+    EXPECT_EQ(reads("TC0P", 20), 10) << "every second turn while somebody asks";
+    machine.runtime.advance(SensorsStatCollectorMac::askedFor);
+    EXPECT_EQ(reads("T0AB", 60), 0);
+}
+
+TEST_F(SensorsTest, WhatAChipToldStaysWhenItIsGone)
+{
+    emulate();
+    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature},
+        {"TXPW", "chip-2", "Package", SensorChannelKind::Power},
+        {"H0AB", "chip-3", "Room", SensorChannelKind::Humidity},
+        {"T9ZZ", "chip-4", "never read", SensorChannelKind::Temperature}});
+    smc().setFloat("TC0P", 40);
+    smc().setFloat("TXPW", 10.06F);
+    smc().setFloat("H0AB", 48.5F);
+    smc().setFloat("T9ZZ", 1);
+    smc().keys["T9ZZ"].readFails = true;
+    start();
+    machine.runtime.advance(120);
+    smc().keys.clear();
+    machine.sensorChannels().change({});
+    const auto names = [this] {
+        std::map<std::string, std::string> found;
+        const auto page = HistoryQuestions(daemon->catalogue).series(Value());
+        for (const Value& series : page->at("series")) {
+            found.emplace(
+                series.at("series"), series.at("name").get<std::string>() + series.at("unit").get<std::string>());
+        }
+        return found;
+    };
+    const std::map<std::string, std::string> recorded = {
+        {"sensors/H0AB", "Room%"}, {"sensors/TC0P", "CPU°C"}, {"sensors/TXPW", "PackageW"}};
+    machine.runtime.advance(20);
+    EXPECT_EQ(names(), recorded);
     start();
     machine.runtime.advance(20);
-    EXPECT_EQ(daemon->made, 0);
-    EXPECT_THAT(smc().sent, IsEmpty());
+    EXPECT_EQ(names(), recorded) << "also after a restart";
+    EXPECT_EQ(history({{"series", "sensors/TC0P"}}).at("samples")[2]["values"][0], 40);
+    const Value page = history({{"series", "sensors/TXPW"}}, {.uid = 1000, .gid = 1000, .known = true});
+    EXPECT_NEAR(page.at("samples")[2]["values"][0].get<double>(), 10.1, 1e-9) << "as coarse as ever";
+}
 
-    electric(json(cpu));
-    machine.runtime.advance(2);
-    const auto before = smc().count(SMCCommand::ReadKey, "TC0P");
-    machine.runtime.advance(20);
-    EXPECT_EQ(smc().count(SMCCommand::ReadKey, "TC0P") - before, 10) << "every second turn, with one call";
-    EXPECT_EQ(smc().count(SMCCommand::ReadKeyInfo, "TC0P"), 1);
+TEST_F(SensorsTest, AnyFigureIsOne)
+{
+    emulate();
+    const std::map<std::string, float> first = {
+        {"T0AA", -1}, {"T0AB", 254}, {"T0AC", -20}, {"T0AD", 0}, {"T0AE", 1.048F}};
+    std::vector<SensorChannel> channels;
+    for (const auto& [key, value] : first) {
+        channels.push_back({key, "chip-1", key, SensorChannelKind::Temperature});
+        smc().setFloat(key, value);
+    }
+    machine.sensorChannels().change(channels);
+    start();
+    machine.runtime.advance(40);
+    for (const auto& [key, value] : first) {
+        smc().setFloat(key, value - 5);
+    }
+    for (const bool isRestarted : {false, true}) {
+        if (isRestarted) {
+            machine.runtime.advance(40);
+            for (const auto& [key, value] : first) {
+                smc().setFloat(key, value - 3);
+            }
+            start();
+        }
+        machine.runtime.advance(10);
+        const Value sensors = list();
+        ASSERT_THAT(sensors, SizeIs(first.size()));
+        for (const Value& sensor : sensors) {
+            const double value = std::round(first.at(sensor["key"]) * 1000.0) / 1000;
+            EXPECT_EQ(sensor["lowest"].get<double>(), value - 5) << sensor;
+            EXPECT_EQ(sensor["highest"].get<double>(), value) << sensor;
+        }
+    }
 }
 
 TEST_F(SensorsTest, AReadingThatFailsIsAbsentAndTheOthersAreNot)
@@ -99,6 +185,7 @@ TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
     EXPECT_EQ(rows("select low, high from sensor_limits"), (std::vector<Dictionary>{{{"low", 30.0}, {"high", 90.0}}}));
 
     rows("update sensor_limits set low = 0, high = 20");
+    rows("delete from recorded_series"); // as a file of others has it
     startWith(cpu, 4);
     EXPECT_EQ(collector().sensorWithKey("TC0P")->lowestRecordedValue(), 50) << "0 says that nothing was seen";
     EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 50);
@@ -192,7 +279,7 @@ TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
     for (const auto& item : collector().sensors()) {
         before.emplace(*item->key(), item->sensorConfig());
     }
-    ASSERT_THAT(before, SizeIs(6));
+    ASSERT_THAT(before, SizeIs(7)) << "and a fan that was found by itself";
     daemon.reset();
     const auto kept = rows("select * from client_sensors order by uuid");
     EXPECT_THAT(kept, SizeIs(6));
@@ -226,11 +313,12 @@ TEST_F(SensorsTest, ChipsComeAndGo)
     start();
     const Value all = list();
     ASSERT_THAT(keysOf(all), ElementsAre("TC0P", "Vabc", "Tabc"));
-    EXPECT_EQ(all[2]["low"], 0.0);
+    EXPECT_EQ(all[2]["low"], nullptr) << "nobody has set one";
     EXPECT_EQ(all[2]["high"], 84.75) << "limits of none";
     EXPECT_EQ(all[1],
         (Value{{"key", "Vabc"}, {"chip", "chip-2"}, {"name", "5V"}, {"kind", "voltage"}, {"unit", "V"}, {"value", 5.0},
-            {"low", 4.5}, {"high", 5.5}, {"fixed", true}, {"critical", nullptr}, {"lowest", 5.0}, {"highest", 5.0}}));
+            {"low", 4.5}, {"high", 5.5}, {"fixed", true}, {"critical", nullptr}, {"lowest", 5.0}, {"highest", 5.0},
+            {"alarm", nullptr}}));
     EXPECT_EQ(all[0]["critical"], 100.0);
 
     machine.sensorChannels().change({second});

@@ -99,7 +99,7 @@ protected:
     /// What a client other than root, or root, gets for sensors:reply:.
     double ask(const Value& configuration, PowerDetail detail = PowerDetail::Averaged)
     {
-        return daemon->ports.valueForConfig(configuration, detail);
+        return daemon->ports.sensorValues(Value::array({configuration}), detail).at(0);
     }
     Value list(PowerDetail detail = PowerDetail::Averaged)
     {

@@ -87,6 +87,9 @@ class SensorsTest(unittest.TestCase):
         self.assertAlmostEqual(sensors["Package"]["value"], 12.345678, places=4, msg="we are root")
         fan, = json.loads(self.ctl("fans", "--json"))["fans"]
         self.assertEqual((fan["name"], fan["value"], fan["key"], fan["unit"]), ("Left", 1200, "F0Ac", "rpm"))
+        rail, = [sensor for sensor in sensors.values() if sensor["kind"] == "voltage"]
+        self.assertEqual(rail["value"], 1.048)
+        self.assertEqual((fan["low"], fan["high"], fan["alarm"]), (300, None, None))
         shown = self.ctl("sensors")
         self.assertIn("41.5 °C", shown)
         self.assertIn("1.048 V", shown)
@@ -107,6 +110,8 @@ class SensorsTest(unittest.TestCase):
         daemon_test.until(lambda: self.sensors()["CPU"]["value"] is None, "the absent value")
         self.assertEqual(self.sensors()["Left"]["value"], 1200, "the others are on time")
         self.write(folder, "temp1_input", "50000")
+        self.write(folder, "fan1_input", "120")
+        daemon_test.until(lambda: "ALARM (low)" in self.ctl("fans"), "an alarm")
 
         def samples():
             return list(csv.reader(self.ctl("history", "cpu", "--csv").splitlines()))[1:]

@@ -160,6 +160,7 @@ class FakeSensorChannels final : public SensorChannels {
 public:
     std::vector<SensorChannel> channels() override { return all; }
     std::uint64_t generation() override { return number; }
+    std::map<std::string, SensorFlags> flags() override { return raised; }
     /// Replaces the channels.
     void change(std::vector<SensorChannel> now)
     {
@@ -168,6 +169,7 @@ public:
     }
 
     std::vector<SensorChannel> all;
+    std::map<std::string, SensorFlags> raised;
     std::uint64_t number = 1;
 };
 

@@ -1,0 +1,123 @@
+#include "tests/sensors/SensorsFixture.h"
+
+#include <gmock/gmock.h>
+
+namespace meridal::test {
+namespace {
+
+using Kind = SensorChannelKind;
+using enum SensorAlarm;
+
+SensorChannel channel(Kind kind, std::optional<double> low, std::optional<double> high,
+    std::optional<double> critical = {}, std::optional<double> lowCritical = {})
+{
+    return {.key = "Txyz",
+        .chip = "chip-1",
+        .label = "one",
+        .kind = kind,
+        .low = low,
+        .high = high,
+        .critical = critical,
+        .lowCritical = lowCritical};
+}
+
+TEST(SensorAlarms, LimitsAndFlagsOfRealChips)
+{
+    SensorChannel macsFan = channel(Kind::Fan, 1350, 6000);
+    macsFan.mayStandStill = true;
+    constexpr SensorFlags none;
+    constexpr SensorFlags channelFlag{.any = true};
+    struct Case {
+        const char* what;
+        SensorChannel channel;
+        std::optional<double> value;
+        SensorFlags flags;
+        SensorAlarm expected;
+    };
+    const std::optional<double> no;
+    const std::vector<Case> cases = {
+        {"a fan that stands still", channel(Kind::Fan, 600, no), 0.0, none, Low},
+        {"a fan that may", macsFan, 0.0, none, None},
+        {"a fan without a minimum", channel(Kind::Fan, 0, no), 0.0, none, None},
+        {"a fan beyond what it is made for", channel(Kind::Fan, no, 3300), 3312.0, none, None},
+        {"a fan whose chip says so", channel(Kind::Fan, 600, no), 650.0, channelFlag, Low},
+        {"a weak 12 V rail", channel(Kind::Voltage, 10.8, 13.2), 9.0, none, Low},
+        {"at its limit", channel(Kind::Voltage, 10.8, 13.2), 13.2, none, None},
+        {"too high", channel(Kind::Voltage, 10.8, 13.2), 13.21, none, High},
+        {"a -12 V rail", channel(Kind::Voltage, -13.2, -10.8), -9.0, none, High},
+        {"between two readings it was low", channel(Kind::Voltage, 10.8, 13.2), 11.0, channelFlag, Low},
+        {"between two readings it was high", channel(Kind::Voltage, 10.8, 13.2), 13.0, channelFlag, High},
+        {"which limit", channel(Kind::Voltage, 10.8, 13.2), 13.0, {.low = true}, Low},
+        {"nct6775, nobody set limits", channel(Kind::Voltage, 0, 0), 1.0, channelFlag, None},
+        {"nct6775, SYSTIN", channel(Kind::Temperature, no, 0), 119.0, {.any = true, .high = true}, None},
+        {"jc42 from the factory", channel(Kind::Temperature, 0, 0, 0), 37.5, {.high = true, .critical = true}, None},
+        {"jc42 with one limit set", channel(Kind::Temperature, 0, 0, 85), 86.0, none, Critical},
+        {"nvme, no limits but one", channel(Kind::Temperature, -273.15, 65261.85, 84.75), 40.0, none, None},
+        {"nvme, which has no limits", channel(Kind::Temperature, -273.15, 65261.85), 40.0, channelFlag, High},
+        {"critical counts when reached", channel(Kind::Temperature, no, 80, 100), 100.0, none, Critical},
+        {"high", channel(Kind::Temperature, no, 80, 100), 99.0, none, High},
+        {"frozen", channel(Kind::Temperature, 0, 80, 100, -10), -10.0, none, Critical},
+        {"cold", channel(Kind::Temperature, 0, 80, 100, -10), -9.0, none, Low},
+        {"an open diode", channel(Kind::Temperature, no, 80), no, {.high = true, .fault = true}, Fault},
+        {"no value", channel(Kind::Temperature, 10, 80), no, none, None},
+        {"no limits", channel(Kind::Power, no, no), 900.0, none, None},
+    };
+    for (Case each : cases) {
+        const SensorFlags meaningless = dropUnsetLimits(each.channel);
+        const SensorFlags flags{.any = each.flags.any && !meaningless.any,
+            .low = each.flags.low && !meaningless.low,
+            .high = each.flags.high && !meaningless.high,
+            .critical = each.flags.critical && !meaningless.critical,
+            .fault = each.flags.fault};
+        EXPECT_EQ(sensorAlarmName(sensorAlarm(each.channel, each.value, flags)), sensorAlarmName(each.expected))
+            << each.what;
+    }
+}
+
+TEST_F(SensorsTest, ListsTellWhatIsWrong)
+{
+    emulate();
+    SensorChannel fan = channel(Kind::Fan, 600, {});
+    fan.key = "F0Ac";
+    SensorChannel board = channel(Kind::Temperature, {}, 80);
+    board.key = "T0AB";
+    SensorChannel memory = channel(Kind::Temperature, 0, 0, 0);
+    memory.key = "T0AC";
+    machine.sensorChannels().change({fan, board, memory});
+    smc().setFloat("FNum", 1);
+    smc().setFloat("F0Ac", 0);
+    smc().set("F0ID", "{fds", {0, 0, 0, 0, 'L'});
+    smc().setFloat("T0AB", 41.3F);
+    smc().setFloat("T0AC", 37);
+    smc().setFloat("TC0P", 101);
+    machine.sensorChannels().raised = {{"T0AB", {.any = true}}, {"T0AC", {.high = true, .critical = true}}};
+    start();
+    electric(json(R"([{"key":"TC0P","high":100}])"));
+    const auto alarms = [this] {
+        std::map<std::string, Value> found;
+        for (const Value& sensor : list()) {
+            found.emplace(sensor["key"], sensor["alarm"]);
+        }
+        return found;
+    };
+    using Alarms = std::map<std::string, Value>;
+    machine.runtime.advance(5);
+    EXPECT_EQ(alarms(), (Alarms{{"F0Ac", "low"}, {"T0AB", nullptr}, {"T0AC", nullptr}, {"TC0P", "high"}}))
+        << "the first flags may be of last week";
+    EXPECT_EQ(list()[1]["value"], 41.3) << "and not 41.299999237060547";
+    machine.runtime.advance(10);
+    EXPECT_EQ(alarms()["T0AB"], "high");
+    machine.sensorChannels().raised = {{"T0AB", {.fault = true}}};
+    smc().setFloat("F0Ac", 900);
+    machine.runtime.advance(10);
+    EXPECT_EQ(alarms()["T0AB"], "fault");
+    EXPECT_EQ(alarms()["F0Ac"], nullptr);
+    machine.sensorChannels().raised = {};
+    machine.runtime.advance(SensorAlarms::heldFor - 6);
+    EXPECT_EQ(alarms()["T0AB"], "fault") << "another program may have read it away";
+    machine.runtime.advance(10);
+    EXPECT_EQ(alarms()["T0AB"], nullptr);
+}
+
+} // namespace
+} // namespace meridal::test
