@@ -6,6 +6,7 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "daemon/CollectorPorts.h"
 #include "daemon/Envelope.h"
+#include "daemon/FrameRate.h"
 #include "daemon/MRDXPCServer.h"
 #include "daemon/NetworkActions.h"
 #include "daemon/ProcessViews.h"
@@ -44,6 +45,7 @@ public:
     ProcessStatCollector& processes() { return processes_; }
     ZAVPowerManager& power() { return power_; }
     NetworkActions& networkActions() { return networkActions_; }
+    FrameRate& frameRate() { return frameRate_; }
     const PassStatistics& passStatistics() const { return passes_; }
 
     /// Writes what must survive the end of the program.
@@ -121,6 +123,7 @@ private:
     std::unique_ptr<NotificationCenter::Observation> sourceObservation_;
 
     ProcessViews views_;
+    FrameRate frameRate_{context_};
     PassStatistics passes_;
     int passesAtOnce_ = 0; ///< by restarts since the timer last fired by itself
     bool initializedSMART_ = false;
