@@ -49,7 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         break;
     case 4: {
         const CgroupPlace place = placeInCgroups(text);
-        require(lies(place.unifiedPath, text) && (place.unit.kind == ProcessUnitKind::Shared || !place.unit.key.empty()));
+        require(
+            lies(place.unifiedPath, text) && (place.unit.kind == ProcessUnitKind::Shared || !place.unit.key.empty()));
         require(place.unit.kind != ProcessUnitKind::Container || !place.unit.name.empty());
         break;
     }

@@ -86,7 +86,8 @@ TEST(SerialNumber, TellsWhenAMachineWasMade)
     EXPECT_EQ(manufactureDate("C02C1ABCDEFG", "MacBookPro6,2"), (Date{2010, 1}));
     EXPECT_EQ(manufactureDate("C02TYABCDEFG", "MacBookPro14,3"), (Date{2017, 27}));
     EXPECT_EQ(manufactureDate("C02ZCABCDEFG", "MacPro7,1"), (Date{2019, 36}));
-    for (const char* model : {"MacBookPro16,1", "MacBookPro15,2", "iMac18,1", "Macmini8,1", "MacPro7,1", "iMacPro1,1"}) {
+    for (const char* model :
+        {"MacBookPro16,1", "MacBookPro15,2", "iMac18,1", "Macmini8,1", "MacPro7,1", "iMacPro1,1"}) {
         EXPECT_EQ(manufactureDate("C02D1ABCDEFG", model), (Date{2020, 27})) << "the letters' second round: " << model;
     }
 }
