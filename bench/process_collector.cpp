@@ -79,7 +79,7 @@ public:
     double cpuResolution() const override { return 0; }
     std::size_t nameLimit() const override { return 16; }
     std::optional<std::string> executablePath(std::int32_t, std::string_view) override { return std::nullopt; }
-    std::optional<std::int32_t> responsiblePid(std::int32_t) override { return std::nullopt; }
+    std::optional<std::string> bundleLocation(std::int32_t, const ProcessUnit&) override { return std::nullopt; }
 
 private:
     std::size_t everyBusy_;

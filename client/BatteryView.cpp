@@ -30,6 +30,7 @@ constexpr double criticalCharge = 10; // %
 constexpr double wornHealth = 80;     // %, below which makers speak of service
 constexpr int internalBattery = 0;
 constexpr int draining = 2;
+constexpr int onAC = 1;
 
 void addSubject(Lines& lines, std::string_view label, Line words)
 {
@@ -111,8 +112,12 @@ void addCharge(Lines& lines, const Value& battery, std::int64_t state)
     Line words;
     if (percent) {
         words.push_back({styleOfCharge(*percent, state), percentText(*percent) + ", "});
+    } else {
+        words.push_back({Style::Faint, std::string("not known") + ", "});
     }
-    words.push_back({Style::Plain, std::string(stateWords(state))});
+    const bool weakAdapter = state == draining && integer(battery, "source") == onAC;
+    words.push_back(
+        {Style::Plain, weakAdapter ? "drained on AC power that does not suffice" : std::string(stateWords(state))});
     addSubject(lines, "charge", std::move(words));
     const auto minutes = number(battery, "time");
     if (minutes && *minutes >= 0 && (state == draining || state == 1)) {
@@ -256,6 +261,11 @@ Lines batteryLines(const Value& answer, int columns)
     const Value* peripherals = find(answer, "peripherals");
     const Value* history = find(answer, "history");
     if (hasRows(batteries)) {
+        if (const Value* total = find(answer, "total"); total && total->is_object()) {
+            lines.push_back({{Style::Heading, "All batteries together"}});
+            addCharge(lines, *total, integer(*total, "state").value_or(-1));
+            addPower(lines, *total);
+        }
         for (const Value& battery : *batteries) {
             addBattery(lines, battery, batteries->size() > 1);
         }

@@ -192,9 +192,13 @@ Value BatteryKeeper::describeAll() const
         (battery.isPeripheral() ? peripherals : batteries).push_back(battery.describe(power_.sleptInAll()));
     }
     const auto primary = collector_.primaryBattery();
-    return {{"batteries", std::move(batteries)}, {"peripherals", std::move(peripherals)},
+    Value answer = {{"batteries", std::move(batteries)}, {"peripherals", std::move(peripherals)},
         {"primary", primary ? Value(primary->key().value_or("")) : Value()}, {"sleep", power_.sleepTotal()},
         {"wallTime", context_.runtime.wallTime()}};
+    if (auto total = collector_.internalTotal()) {
+        answer["total"] = *std::move(total);
+    }
+    return answer;
 }
 
 void BatteryKeeper::history(const Value& parameters, std::function<void(Result<Value>)> reply)

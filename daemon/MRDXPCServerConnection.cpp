@@ -206,7 +206,7 @@ void MRDXPCServerConnection::version(VersionReply reply) { reply(daemonVersion, 
 
 void MRDXPCServerConnection::fps(NumberReply reply)
 {
-    onMain([this, reply = std::move(reply)] { reply(daemon_.context().host.display->frameRate().value_or(0)); });
+    onMain([this, reply = std::move(reply)] { daemon_.frameRate().ask(reply); });
 }
 
 void MRDXPCServerConnection::exists(BoolReply reply) { reply(true); }

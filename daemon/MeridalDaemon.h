@@ -6,6 +6,7 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "daemon/CollectorPorts.h"
 #include "daemon/Envelope.h"
+#include "daemon/FrameRate.h"
 #include "daemon/MRDXPCServer.h"
 #include "daemon/NetworkActions.h"
 #include "daemon/ProcessViews.h"
@@ -45,6 +46,7 @@ public:
     ProcessStatCollector& processes() { return processes_; }
     ZAVPowerManager& power() { return power_; }
     NetworkActions& networkActions() { return networkActions_; }
+    FrameRate& frameRate() { return frameRate_; }
     const PassStatistics& passStatistics() const { return passes_; }
     UsageWindow& usage() { return usage_; }
 
@@ -127,6 +129,7 @@ private:
     std::unique_ptr<NotificationCenter::Observation> sourceObservation_;
 
     ProcessViews views_;
+    FrameRate frameRate_{context_};
     PassStatistics passes_;
     UsageWindow usage_;
     int passesAtOnce_ = 0; ///< by restarts since the timer last fired by itself

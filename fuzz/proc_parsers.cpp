@@ -1,5 +1,6 @@
 // The first byte chooses the parser, the rest is the file.
 
+#include "platform/linux/CgroupPath.h"
 #include "platform/linux/ProcParsers.h"
 
 #include <cstddef>
@@ -47,8 +48,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         proc::parseSchedstat(text);
         break;
     case 4: {
-        const std::string_view unit = proc::parseCgroup(text);
-        require(lies(unit, text) && (unit.empty() || unit.ends_with(".service") || unit.ends_with(".scope")));
+        const CgroupPlace place = placeInCgroups(text);
+        require(
+            lies(place.unifiedPath, text) && (place.unit.kind == ProcessUnitKind::Shared || !place.unit.key.empty()));
+        require(place.unit.kind != ProcessUnitKind::Container || !place.unit.name.empty());
         break;
     }
     default: {

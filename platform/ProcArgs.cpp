@@ -19,4 +19,10 @@ std::optional<std::string_view> executablePathOfProcArgs(std::string_view area)
     return area.substr(0, end);
 }
 
+std::string_view applicationOfProgram(std::string_view path)
+{
+    const std::size_t end = path.find(".app/");
+    return end == std::string_view::npos ? path : path.substr(0, end + 4);
+}
+
 } // namespace meridal

@@ -11,4 +11,8 @@ namespace meridal {
 /// is into the area.
 std::optional<std::string_view> executablePathOfProcArgs(std::string_view area);
 
+/// The outermost folder around a program whose name ends in ".app": the application that a helper within it is part of.
+/// The path itself where there is none.
+std::string_view applicationOfProgram(std::string_view path);
+
 } // namespace meridal

@@ -13,22 +13,27 @@ constexpr std::string_view weeks = "123456789CDFGHJKLMNPQRTVWXY";
 constexpr int firstYearOfLetters = 2010;
 constexpr int weeksOfHalfYear = 26;
 
+/// Which models were made when the letters first stood for 2010 and 2011, and which when they did again: by major number,
+/// as they were on sale.
 struct Family {
     std::string_view name;
-    int firstOf2020; ///< major number of the first model made in 2020 or later
+    int lastOf2011;
+    int firstOf2020;
 };
+
+constexpr int none = 1000;
 
 // Longer names before those they begin with.
 constexpr Family families[] = {
-    {"MacBookPro", 16},
-    {"MacBookAir", 9},
-    {"MacBook", 11},
-    {"Macmini", 9},
-    {"MacPro", 7},
-    {"iMacPro", 2},
-    {"iMac", 20},
-    {"Mac", 13},
-    {"Xserve", 4},
+    {"MacBookPro", 8, 15},
+    {"MacBookAir", 4, 8},
+    {"MacBook", 7, none},
+    {"Macmini", 5, 8},
+    {"MacPro", 5, 7},
+    {"iMacPro", 0, 1},
+    {"iMac", 12, 18},
+    {"Mac", 0, 13},
+    {"Xserve", 3, none},
 };
 
 const Family* familyOf(std::string_view model)
@@ -63,7 +68,7 @@ std::optional<ManufactureDate> dateOfDigits(std::string_view serial)
     return ManufactureDate{.year = (year < 3 ? 2010 : 2000) + year, .week = week};
 }
 
-std::optional<ManufactureDate> dateOfLetters(std::string_view serial, bool secondRound)
+std::optional<ManufactureDate> dateOfLetters(std::string_view serial, const Family& family, int major)
 {
     const std::size_t half = halfYears.find(serial[3]);
     const std::size_t week = weeks.find(serial[4]);
@@ -71,7 +76,11 @@ std::optional<ManufactureDate> dateOfLetters(std::string_view serial, bool secon
         return std::nullopt;
     }
     // Only the first letters have come round again: random serials took over in 2021.
-    const int round = secondRound && half < 4 ? 10 : 0;
+    const bool ambiguous = half < 4;
+    if (ambiguous && major > family.lastOf2011 && major < family.firstOf2020) {
+        return std::nullopt; // the serial is not this model's: a board from elsewhere
+    }
+    const int round = ambiguous && major >= family.firstOf2020 ? 10 : 0;
     return ManufactureDate{
         .year = firstYearOfLetters + round + static_cast<int>(half / 2),
         .week = static_cast<int>(week) + 1 + (half % 2 == 1 ? weeksOfHalfYear : 0),
@@ -90,7 +99,7 @@ std::optional<ManufactureDate> manufactureDate(std::string_view serial, std::str
     case 11:
         return dateOfDigits(serial);
     case 12:
-        return dateOfLetters(serial, majorNumber(modelIdentifier, *family) >= family->firstOf2020);
+        return dateOfLetters(serial, *family, majorNumber(modelIdentifier, *family));
     default:
         return std::nullopt;
     }

@@ -28,7 +28,7 @@ enum class BatteryType : int {
 enum class BatteryState : int {
     Charged = 0, ///< on AC and full
     Charging = 1,
-    Draining = 2,
+    Draining = 2,    ///< also on AC, from an adapter that gives too little
     NotCharging = 3, ///< on AC
     Optimized = 5,   ///< on AC, held back by the system to spare the battery
 };

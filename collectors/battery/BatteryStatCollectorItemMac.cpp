@@ -74,6 +74,10 @@ void BatteryStatCollectorItemMac::processIOPS(const Dictionary& description)
     readNameAndCharge(description);
     readCondition(description);
     Reading reading = readState(description);
+    if (type() == BatteryType::Internal && reading.state == BatteryState::NotCharging && isDrained(description)) {
+        reading.state = BatteryState::Draining;
+        reading.time = timeToEmpty(description);
+    }
     if (reading.state == BatteryState::NotCharging && reading.source == BatterySource::AC
         && wholeFigure(description, "Optimized Battery Charging Engaged") == 1) {
         reading.state = BatteryState::Optimized;
@@ -85,7 +89,7 @@ void BatteryStatCollectorItemMac::processIOPS(const Dictionary& description)
     if (const auto milliamperes = number(description, "Current")) {
         setAmperage(*milliamperes);
     }
-    if (type() == BatteryType::UPS && percentage() == fullPercentage) {
+    if (type() == BatteryType::UPS && percentage() == fullPercentage && reading.source != BatterySource::Battery) {
         reading.state = BatteryState::Charged; // few of them tell it themselves
     }
     if (type() == BatteryType::Internal) {
@@ -158,6 +162,31 @@ BatteryStatCollectorItemMac::Reading BatteryStatCollectorItemMac::readOnAC(const
         reading.time = batteryTime::noFigure;
     }
     return reading;
+}
+
+/// An adapter that gives less than the machine takes leaves the rest to the battery.
+bool BatteryStatCollectorItemMac::isDrained(const Dictionary& description)
+{
+    constexpr double leak = 100; // mA, that a battery may give while it is merely held back from charging
+    if (const auto milliamperes = number(description, "Current")) {
+        return *milliamperes <= -leak;
+    }
+    return integer(description, "Time to Empty").value_or(0) != 0;
+}
+
+int BatteryStatCollectorItemMac::timeToEmpty(const Dictionary& description) const
+{
+    const int told = minutes(description, "Time to Empty");
+    if (told > 0) {
+        return told;
+    }
+    const auto milliamperes = number(description, "Current"); // systems that tell no time on AC power tell the rate
+    if (!currentCapacity() || !milliamperes || *milliamperes >= 0) {
+        return batteryTime::unknown;
+    }
+    constexpr double longest = 30 * 24; // h; no battery lasts longer
+    const double hours = *currentCapacity() / -*milliamperes;
+    return hours <= longest ? static_cast<int>(std::lround(hours * 60)) : batteryTime::unknown;
 }
 
 void BatteryStatCollectorItemMac::changeState(BatteryState next)

@@ -35,6 +35,8 @@ private:
     };
     static Reading readState(const Dictionary& description);
     static Reading readOnAC(const Dictionary& description);
+    static bool isDrained(const Dictionary& description);
+    int timeToEmpty(const Dictionary& description) const;
     void readNameAndCharge(const Dictionary& description);
     void readCondition(const Dictionary& description);
     void changeState(BatteryState state);

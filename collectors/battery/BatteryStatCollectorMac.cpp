@@ -2,6 +2,7 @@
 
 #include "base/Runtime.h"
 #include "base/SharedInstance.h"
+#include "collectors/battery/BatteryTotal.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
@@ -164,6 +165,18 @@ BatteryStatCollectorMac::ItemPointer BatteryStatCollectorMac::primaryBattery() c
 {
     const auto own = internalBattery();
     return own ? own : lastOfType(BatteryType::UPS);
+}
+
+std::optional<Dictionary> BatteryStatCollectorMac::internalTotal() const
+{
+    std::vector<const BatteryStatCollectorItem*> batteries;
+    for (const auto& each : items()) {
+        const auto* battery = static_cast<const BatteryStatCollectorItem*>(each.get());
+        if (battery->type() == BatteryType::Internal) {
+            batteries.push_back(battery);
+        }
+    }
+    return batteryTotal(batteries);
 }
 
 // Peripherals

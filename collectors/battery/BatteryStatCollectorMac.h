@@ -34,6 +34,9 @@ public:
     /// What speaks for the machine: its own battery, else its UPS; null without either.
     ItemPointer primaryBattery() const;
 
+    /// What the machine's own batteries come to together; absent for fewer than two.
+    std::optional<Dictionary> internalTotal() const;
+
     /// Tells how long the machine has been asleep so far, s. Without it sources are dated as if it never slept.
     void setSleptInAll(std::function<double()> slept) { sleptInAll_ = std::move(slept); }
 

@@ -7,14 +7,18 @@
 #include <fmt/format.h>
 
 #include <iterator>
+#include <utility>
 
 namespace meridal {
 
 void ProcessStatCollector::createHierarchy2()
 {
     dissolveHierarchy();
+    findOldestOfUnits();
     for (Item* item : processes_) {
-        if (item->controllingPid() < 0) {
+        if (item->unit().number != 0) {
+            item->setControllingPid(controllingPidInUnits(*item));
+        } else if (item->controllingPid() < 0) {
             findControllingPid(*item);
         }
     }
@@ -53,6 +57,33 @@ void ProcessStatCollector::removeMissingProcessesHierachy()
     std::erase_if(hierachy_, [](const Item* item) { return !item->exists(); });
 }
 
+void ProcessStatCollector::findOldestOfUnits()
+{
+    oldest_.clear();
+    for (const Item* item : processes_) {
+        if (item->unit().kind != ProcessUnitKind::Shared) {
+            const auto [entry, isFirst] = oldest_.try_emplace(item->unit().number, item);
+            const Item* other = entry->second;
+            if (!isFirst
+                && std::pair(item->startIdentity(), item->pid()) < std::pair(other->startIdentity(), other->pid())) {
+                entry->second = item;
+            }
+        }
+    }
+}
+
+/// Within one unit the parent. Who was started from another one is no part of that: a program that a desktop launched, a
+/// container. It belongs to the first process of its own, as do those whose parent there has ended.
+std::int32_t ProcessStatCollector::controllingPidInUnits(const Item& item) const
+{
+    const Item* parent = elder(item, item.parentPid());
+    if (parent && !parent->isLaunchd() && parent->unit() == item.unit()) {
+        return parent->pid();
+    }
+    const auto oldest = oldest_.find(item.unit().number);
+    return oldest == oldest_.end() ? item.pid() : oldest->second->pid();
+}
+
 /// The parent, unless that is who starts services, for whom the system may know better.
 void ProcessStatCollector::findControllingPid(Item& item) const
 {
@@ -81,7 +112,8 @@ bool ProcessStatCollector::isParentLaunchd(const Item& item) const
 
 bool ProcessStatCollector::isProcessExcludedFromHierarchy(const Item& item) const
 {
-    if (!rules_.hasResponsibleProcess) {
+    // What a shell starts in a container is as much part of that as the shell.
+    if (!rules_.hasResponsibleProcess || item.unit().kind == ProcessUnitKind::Container) {
         return false;
     }
     const Item* parent = item.standsAlone() ? nullptr : elder(item, item.parentPid());

@@ -137,6 +137,9 @@ void ProcessStatCollector::appendList(
         json += R"({"key":)";
         appendText(json, each.item->key());
         appendMember(json, "name", sharingNameForProcess(*each.item));
+        if (figure == ProcessFigure::Power) {
+            loadBundleLocation(*each.item);
+        }
         appendFigures(json, *each.item);
         json += '}';
     }

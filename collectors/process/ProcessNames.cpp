@@ -31,9 +31,21 @@ bool contains(std::string_view text, std::string_view part) { return text.find(p
 
 bool startsCommands(std::string_view name, std::string_view lower)
 {
-    static constexpr std::array<std::string_view, 10> launchers = {
-        "debugserver", "sh", "sudo", "login", "bash", "csh", "zsh", "ksh", "tcsh", "fish"};
-    return isOneOf(name, launchers) || contains(lower, "iterm") || lower == "terminal" || name.starts_with("ruby")
+    static constexpr std::array<std::string_view, 43> launchers = {// shells
+        "sh", "bash", "csh", "zsh", "ksh", "tcsh", "fish", "dash", "ash", "mksh", "nu", "pwsh",
+        // what runs a command as somebody else, on another terminal or in another state
+        "sudo", "su", "doas", "pkexec", "runuser", "login", "sshd", "sshd-session", "screen", "SCREEN", "script",
+        "timeout",
+        // scripts that start a machine
+        "rc", "rcS", "rc.local", "openrc-run",
+        // debuggers
+        "debugserver", "lldb-server", "gdb", "gdbserver", "strace",
+        // terminals without the word in their names
+        "xterm", "urxvt", "rxvt", "konsole", "kitty", "alacritty", "foot", "kgx", "ptyxis", "tilix"};
+    // "gnome-terminal-", as the kernel cuts it, and those that are named by the desktop's scheme: "xfce4-terminal".
+    const bool isTerminal = lower == "terminal" || lower.ends_with("-terminal") || lower.starts_with("gnome-terminal-")
+        || lower == "qterminal" || lower == "lxterminal" || contains(lower, "iterm");
+    return isOneOf(name, launchers) || isTerminal || name.starts_with("tmux") || name.starts_with("ruby")
         || name.starts_with("perl") || contains(lower, "xpcproxy");
 }
 

@@ -163,6 +163,11 @@ ProcessStatCollectorItem& ProcessStatCollector::itemForRecord(const ProcessRecor
         nameProcess(*item, record); // it runs another program now
         setChildrenChanged(true);
     }
+    if (item->unit() != record.unit) { // moved, as desktops do with what they have just started
+        item->setUnit(record.unit);
+        item->setLoadedBundle(false);
+        setChildrenChanged(true);
+    }
     return *item;
 }
 
@@ -182,6 +187,7 @@ void ProcessStatCollector::introduce(Item& item, const ProcessRecord& record)
 void ProcessStatCollector::nameProcess(Item& item, const ProcessRecord& record)
 {
     item.setCommandName(record.name);
+    item.setLoadedBundle(false);
     std::string name = validUtf8(record.name);
     if (name.empty()) {
         item.setName(nameForPid(record.pid, name));
@@ -286,10 +292,27 @@ std::string ProcessStatCollector::sharingNameForProcess(Item& item)
             item.setName(*std::move(full));
         }
     }
+    if (shared_.sharingUseHeirachy && item.root() && item.unit().kind != ProcessUnitKind::Shared) {
+        if (std::string name = context().host.processes->unitName(item.unit()); !name.empty()) {
+            return name;
+        }
+    }
     if (item.isSafariWebContent() && !item.safariURLS().empty()) {
         return displayNameOf(item.safariURLS());
     }
     return item.name();
+}
+
+void ProcessStatCollector::loadBundleLocation(Item& item)
+{
+    if (item.loadedBundle()) {
+        return;
+    }
+    item.setLoadedBundle(true);
+    const auto location = context().host.processes->bundleLocation(item.pid(), item.unit());
+    if (location || !item.bundleLocation().empty()) {
+        item.setBundleLocation(validUtf8(location.value_or("")));
+    }
 }
 
 void ProcessStatCollector::clearBandwidth()

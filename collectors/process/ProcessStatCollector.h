@@ -78,9 +78,12 @@ public:
     // Names
     /// Full name of the program that a process runs, or the default.
     std::string nameForPid(std::int32_t pid, const std::string& defaultName);
-    /// As shown to people; asks for the full name if that is still open.
+    /// As shown to people; asks for the full name if that is still open. Where groups are shown, the head of a container or
+    /// sandbox has the name of that.
     std::string sharingNameForProcess(Item& item);
     const ProcessNameCache& nameCache() const { return nameCache_; }
+    /// Asks for where the item's application is to be found, once a program.
+    void loadBundleLocation(Item& item);
     /// Takes an array of pids, answers an array of {"name", "pid"} for those that are known.
     Value infoForPids(const Value& pids) const;
 
@@ -148,7 +151,9 @@ private:
 
     // ProcessHierarchy.cpp
     void dissolveHierarchy();
+    void findOldestOfUnits();
     void findControllingPid(Item& item) const;
+    std::int32_t controllingPidInUnits(const Item& item) const;
     Item* controllerOf(const Item& item);
     const Item* elder(const Item& item, std::int32_t pid) const;
     void breakCycles();
@@ -170,6 +175,7 @@ private:
     std::unordered_map<std::int32_t, Item> byPid_;
     std::vector<Item*> processes_; ///< the same in table order
     std::vector<Item*> hierachy_;
+    std::unordered_map<std::uint32_t, const Item*> oldest_; ///< by number of the unit, without those that are shared
     std::vector<Item*> parentsFirst_; ///< the whole table, group by group, every parent before its children
     std::vector<Ranked> ranking_;     ///< kept for its memory
     const std::unordered_set<std::int32_t>* shown_ = nullptr;

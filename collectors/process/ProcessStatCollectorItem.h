@@ -4,6 +4,7 @@
 #include "collectors/process/ProcessList.h"
 #include "collectors/process/ProcessPass.h"
 #include "collectors/process/RunLengthRing.h"
+#include "platform/host/ProcessUnit.h"
 
 #include <array>
 #include <cstdint>
@@ -49,8 +50,11 @@ public:
     std::uint32_t firstPass() const { return state_.firstPass; }
     std::int32_t parentPid() const { return state_.parentPid; } ///< as it was at first; -1 until then
     void setParentPid(std::int32_t pid) { state_.parentPid = pid; }
-    std::int32_t controllingPid() const { return state_.controllingPid; } ///< -1 until computed
+    /// -1 until computed; the answer stays, but for a process that is in a unit, where it may change.
+    std::int32_t controllingPid() const { return state_.controllingPid; }
     void setControllingPid(std::int32_t pid) { state_.controllingPid = pid; }
+    const ProcessUnit& unit() const { return state_.unit; } ///< that it is in since the latest pass
+    void setUnit(const ProcessUnit& unit) { state_.unit = unit; }
     const std::string& name() const { return state_.name; } ///< valid UTF-8, possibly cut or empty
     void setName(std::string name);
     /// The name as the process table has it, by which a process that starts another program is told.
@@ -58,8 +62,13 @@ public:
     void setCommandName(std::string_view name) { state_.commandName = name; }
     bool loadedName() const { return state_.loadedName; } ///< the name is final
     void setLoadedName(bool loaded) { state_.loadedName = loaded; }
+    /// See ProcessSource::bundleLocation(); valid UTF-8, empty when unknown or not asked for.
     std::string_view bundleLocation() const;
+    bool loadedBundle() const { return state_.loadedBundle; } ///< it was asked for
+    void setLoadedBundle(bool loaded) { state_.loadedBundle = loaded; }
     void setBundleLocation(std::string location);
+    /// The pages that web content shows. No interface of a system tells them of another program's process, so nothing
+    /// sets them as yet; whoever learns of them does, and lists name the process by them.
     const std::vector<std::string>& safariURLS() const;
     void setSafariURLS(std::vector<std::string> urls);
 
@@ -204,8 +213,10 @@ private:
         std::uint32_t sequence = 0;
         std::int32_t parentPid = -1;
         std::int32_t controllingPid = -1;
+        ProcessUnit unit = {};
         bool exists : 1 = false;
         bool loadedName : 1 = false;
+        bool loadedBundle : 1 = false;
         bool isLaunchd : 1 = false;
         bool isSafariWebContent : 1 = false;
         bool standsAlone : 1 = false;

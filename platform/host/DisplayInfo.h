@@ -9,7 +9,7 @@ class DisplayInfo {
 public:
     virtual ~DisplayInfo() = default;
     /// Frames per second drawn (macOS) or scanned out (Linux) on the first active display since the last call. Absent
-    /// without a display, without the right, or on the first call where two readings are needed.
+    /// without a display, without the right, or where two readings are needed and the one before is missing or old.
     virtual std::optional<double> frameRate() = 0;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/host/ProcessUnit.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -40,6 +42,7 @@ struct ProcessRecord {
     ProcessFields present = ProcessFields::None; ///< which groups below were read; the others are to be ignored
     std::uint64_t startIdentity = 0; ///< the kernel's start time in its own unit; with pid, the identity of the process
     std::string_view name;           ///< raw bytes, possibly cut or empty; valid until the next pass
+    ProcessUnit unit = {};           ///< as of this pass: processes are moved
 
     // Cpu
     std::uint64_t userTime = 0;   ///< units of ProcessSource::timeBase(), ended threads included
@@ -81,9 +84,18 @@ public:
     virtual std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) = 0;
 
     /// The process that the system holds responsible for this one: the app of a helper. Absent when the host has no
-    /// such notion or does not know. macOS: responsibility_get_pid_responsible_for_pid. Linux: the oldest process of
-    /// the systemd scope or service in /proc/PID/cgroup.
-    virtual std::optional<std::int32_t> responsiblePid(std::int32_t pid) = 0;
+    /// such notion or does not know. macOS: responsibility_get_pid_responsible_for_pid. Linux: ProcessRecord::unit
+    /// tells more.
+    virtual std::optional<std::int32_t> responsiblePid(std::int32_t) { return std::nullopt; }
+
+    /// What people call a unit: the name or short id of a container, the application of a sandbox. Valid UTF-8. Empty where
+    /// the name of its first process is as good.
+    virtual std::string unitName(const ProcessUnit&) { return {}; }
+
+    /// Where an application that a process belongs to is to be found. macOS: the path of the outermost ".app" around its
+    /// program. Linux: the name of its .desktop file, where its unit tells one. Elsewhere the path of the program. Raw
+    /// bytes; absent when it cannot be told.
+    virtual std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) = 0;
 
     /// Which way of several that the host has this is, in a word for `status`: "proc", "bpf". Empty where there is one.
     virtual std::string_view method() const { return {}; }

@@ -57,10 +57,9 @@ BpfProcessSource::BpfProcessSource(std::unique_ptr<BpfProcessReader> reader, con
     , root_(root)
     , folder_(root / "proc")
     , limitations_(std::move(limitations))
-    , cgroups_(root)
     , tick_(1'000'000'000 / proc::clockTicksPerSecond())
     , pageSize_(static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)))
-    , units_([this](std::int32_t pid) { return unitOf(pid); })
+    , units_(folder_, nullptr, root)
 {
 }
 
@@ -72,8 +71,8 @@ void BpfProcessSource::setHidden(std::vector<std::int32_t> pids)
 {
     hidden_.reset();
     if (!pids.empty()) {
-        hidden_ = std::make_unique<ProcProcessSource>(
-            root_, limitations_, ProcProcessOptions{.skipUnchanged = true, .only = std::move(pids)});
+        hidden_ = std::make_unique<ProcProcessSource>(root_, limitations_,
+            ProcProcessOptions{.skipUnchanged = true, .only = std::move(pids), .units = units_.units()});
     }
 }
 
@@ -93,11 +92,11 @@ std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wan
         files_.reset();
         limitations_->clear("process-source");
     }
-    ++pass_;
     sortByPid(*processes);
     std::swap(kept_, previous_);
     kept_.clear();
     rows_.clear();
+    cgroups_.clear();
     auto known = previous_.cbegin();
     for (const BpfProcess* process : order_) {
         while (known != previous_.cend() && known->pid < process->pid) {
@@ -105,7 +104,9 @@ std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wan
         }
         const bool seen = known != previous_.cend() && known->pid == process->pid;
         addRow(*process, seen ? &*known : nullptr, wanted);
+        cgroups_.push_back(process->cgroup);
     }
+    units_.fill(rows_, cgroups_);
     if (hidden_) {
         addHidden(wanted);
     }
@@ -118,7 +119,8 @@ std::span<const ProcessRecord> BpfProcessSource::readFiles(ProcessFields wanted)
     order_.clear();
     rows_.clear();
     if (!files_) {
-        files_ = std::make_unique<ProcProcessSource>(root_, limitations_, ProcProcessOptions{.skipUnchanged = true});
+        files_ = std::make_unique<ProcProcessSource>(
+            root_, limitations_, ProcProcessOptions{.skipUnchanged = true, .only = {}, .units = units_.units()});
     }
     return files_->readProcesses(wanted);
 }
@@ -202,19 +204,6 @@ std::optional<std::string> BpfProcessSource::executablePath(std::int32_t pid, st
     // The names of kernel threads are cut in records but not in /proc.
     text = text.substr(0, text.find('\n'));
     return text.starts_with(name) ? std::optional(std::string(text)) : std::nullopt;
-}
-
-std::optional<std::int32_t> BpfProcessSource::responsiblePid(std::int32_t pid)
-{
-    return units_.responsiblePid(pid, rows_, pass_);
-}
-
-std::string_view BpfProcessSource::unitOf(std::int32_t pid)
-{
-    const auto found = std::lower_bound(order_.begin(), order_.end(), pid,
-        [](const BpfProcess* each, std::int32_t wanted) { return each->pid < wanted; });
-    const bool seen = found != order_.end() && (*found)->pid == pid;
-    return cgroups_.unitOf(folder_, pid, seen ? (*found)->cgroup : 0);
 }
 
 } // namespace meridal

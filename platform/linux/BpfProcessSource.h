@@ -3,10 +3,9 @@
 #include "platform/host/Limitations.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/linux/BpfProcessReader.h"
-#include "platform/linux/CgroupUnits.h"
 #include "platform/linux/ProcFolder.h"
 #include "platform/linux/ProcProcessSource.h"
-#include "platform/linux/ResponsibleUnits.h"
+#include "platform/linux/ProcessUnits.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -44,7 +43,11 @@ public:
     double cpuResolution() const override; ///< a thread that runs is brought up to date once a tick
     std::size_t nameLimit() const override;
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
-    std::optional<std::int32_t> responsiblePid(std::int32_t pid) override;
+    std::string unitName(const ProcessUnit& unit) override { return units_.name(unit); }
+    std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) override
+    {
+        return units_.bundleLocation(pid, unit);
+    }
     /// What the next pass uses; "proc" once the programs have failed several times in a row.
     std::string_view method() const override { return reader_ ? "bpf" : "proc"; }
 
@@ -72,18 +75,15 @@ private:
     void addHidden(ProcessFields wanted);
     std::span<const ProcessRecord> readFiles(ProcessFields wanted);
     void noteFailure(const std::string& problem);
-    std::string_view unitOf(std::int32_t pid);
 
     std::unique_ptr<BpfProcessReader> reader_; ///< null when it was given up
     std::filesystem::path root_;
     ProcFolder folder_;
     std::shared_ptr<Limitations> limitations_;
-    CgroupUnits cgroups_;
     std::unique_ptr<ProcProcessSource> hidden_; ///< null as a rule
     std::uint64_t tick_;                        ///< ns
     std::uint64_t pageSize_;                    ///< bytes
-    std::uint64_t pass_ = 0;
-    int failures_ = 0; ///< passes in a row without the programs
+    int failures_ = 0;                          ///< passes in a row without the programs
     std::string problem_;
     std::unique_ptr<ProcProcessSource> files_; ///< for those; null as a rule
 
@@ -91,7 +91,8 @@ private:
     std::vector<ProcessRecord> rows_;
     std::vector<Kept> kept_;
     std::vector<Kept> previous_;
-    ResponsibleUnits units_;
+    std::vector<std::uint64_t> cgroups_; ///< by row, before the hidden ones join in
+    ProcessUnits units_;
 };
 
 } // namespace meridal

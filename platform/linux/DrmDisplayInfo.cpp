@@ -115,7 +115,9 @@ std::optional<double> DrmDisplayInfo::frameRate()
 {
     const auto last = last_;
     last_ = readBlank_();
-    if (!last || !last_ || last->display != last_->display || last_->time <= last->time) {
+    constexpr double longest = 3; // s: what was shown before is not shown now
+    if (!last || !last_ || last->display != last_->display || last_->time <= last->time
+        || last_->time > last->time + longest) {
         return std::nullopt;
     }
     constexpr std::uint32_t half = 1U << 31;

@@ -154,10 +154,12 @@ std::optional<double> PowerSupply::power() const
 std::optional<double> PowerSupply::percent() const
 {
     auto percent = figure("capacity");
-    for (const auto amount : {&PowerSupply::energy, &PowerSupply::charge}) {
-        if (!percent) {
-            percent = both((this->*amount)("now"), positive((this->*amount)("full")),
-                [](double now, double full) { return std::round(now / full * 100); });
+    for (const char* whole : {"full", "full_design"}) { // the second where the driver does not know the first
+        for (const auto amount : {&PowerSupply::energy, &PowerSupply::charge}) {
+            if (!percent) {
+                percent = both((this->*amount)("now"), positive((this->*amount)(whole)),
+                    [](double now, double full) { return std::round(now / full * 100); });
+            }
         }
     }
     // Worn packs report a little more than what they call full.

@@ -24,4 +24,9 @@ std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::
 /// A path that ends in the full name of the program that a process runs; see ProcessSource::executablePath.
 std::optional<std::string> executablePath(ProcFolder& folder, std::int32_t pid, std::string_view name);
 
+/// The path of the program that a process runs; absent when it runs none or may not be asked. Where in a home a program
+/// lies the kernel tells its owner only: such a path is given only if the process's arguments, which anybody may read,
+/// begin with it.
+std::optional<std::string> programPath(ProcFolder& folder, std::int32_t pid);
+
 } // namespace meridal::proc

@@ -88,28 +88,6 @@ bool readKilobytes(std::string_view line, std::string_view key, std::uint64_t& b
     return true;
 }
 
-bool isApplicationUnit(std::string_view component)
-{
-    if (component.ends_with(".service")) {
-        return !component.starts_with("user@");
-    }
-    return component.ends_with(".scope") && !component.starts_with("session-") && component != "init.scope";
-}
-
-/// The path up to its deepest component that is an application's unit.
-std::string_view applicationUnit(std::string_view path)
-{
-    while (!path.empty()) {
-        const std::size_t slash = path.rfind('/');
-        const std::size_t begin = slash == std::string_view::npos ? 0 : slash + 1;
-        if (isApplicationUnit(path.substr(begin))) {
-            return path;
-        }
-        path = path.substr(0, slash == std::string_view::npos ? 0 : slash);
-    }
-    return {};
-}
-
 } // namespace
 
 std::optional<Stat> parseStat(std::string_view text)
@@ -207,30 +185,6 @@ std::optional<Schedstat> parseSchedstat(std::string_view text)
         return std::nullopt;
     }
     return schedstat;
-}
-
-std::string_view parseCgroup(std::string_view text)
-{
-    std::string_view legacy;
-    while (const auto line = takeLine(text)) {
-        const std::size_t first = line->find(':');
-        const std::size_t second = first == std::string_view::npos ? first : line->find(':', first + 1);
-        if (second == std::string_view::npos) {
-            continue;
-        }
-        const std::string_view controllers = line->substr(first + 1, second - first - 1);
-        if (!controllers.empty() && controllers != "name=systemd") {
-            continue;
-        }
-        const std::string_view unit = applicationUnit(line->substr(second + 1));
-        if (controllers.empty() && !unit.empty()) {
-            return unit; // the unified hierarchy
-        }
-        if (legacy.empty()) {
-            legacy = unit;
-        }
-    }
-    return legacy;
 }
 
 bool isNamed(std::string_view path, std::string_view name, std::size_t nameLimit)

@@ -55,10 +55,6 @@ struct Schedstat {
 };
 std::optional<Schedstat> parseSchedstat(std::string_view text);
 
-/// From /proc/PID/cgroup, the path up to the deepest systemd service or scope that is one application: sessions, user
-/// managers and init scopes hold many and do not count. Empty when there is none.
-std::string_view parseCgroup(std::string_view text);
-
 /// From /proc/PID/cmdline, the argument whose last path component a cut process name began: for a script the second
 /// one, after its interpreter. With an empty name, the first argument. `name` that is shorter than `nameLimit` was not
 /// cut and must be the whole component. Empty when there is none.

@@ -29,10 +29,7 @@ ProcProcessSource::ProcProcessSource(
     , limitations_(std::move(limitations))
     , options_(std::move(options))
     , ticksPerSecond_(proc::clockTicksPerSecond())
-    , units_([this](std::int32_t pid) {
-        std::string_view text;
-        return folder_.read(pid, "cgroup", text) == ProcOutcome::Read ? proc::parseCgroup(text) : std::string_view();
-    })
+    , units_(folder_, options_.units, root)
 {
 }
 
@@ -83,6 +80,7 @@ std::span<const ProcessRecord> ProcProcessSource::readProcesses(ProcessFields wa
     for (std::size_t i = 0; i < rows_.size(); ++i) {
         rows_[i].name = std::string_view(names_).substr(states_[i].name, states_[i].nameSize);
     }
+    units_.fill(rows_, {});
     return rows_;
 }
 
@@ -334,11 +332,6 @@ std::size_t ProcProcessSource::nameLimit() const { return proc::nameLimit; }
 std::optional<std::string> ProcProcessSource::executablePath(std::int32_t pid, std::string_view name)
 {
     return proc::executablePath(folder_, pid, name);
-}
-
-std::optional<std::int32_t> ProcProcessSource::responsiblePid(std::int32_t pid)
-{
-    return units_.responsiblePid(pid, rows_, pass_);
 }
 
 } // namespace meridal

@@ -4,7 +4,7 @@
 #include "platform/host/ProcessSource.h"
 #include "platform/linux/ProcFolder.h"
 #include "platform/linux/ProcParsers.h"
-#include "platform/linux/ResponsibleUnits.h"
+#include "platform/linux/ProcessUnits.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -15,8 +15,9 @@
 namespace meridal {
 
 struct ProcProcessOptions {
-    bool skipUnchanged = true;           ///< take over the rows of processes that did not run since the last pass
-    std::vector<std::int32_t> only = {}; ///< ascending pids; empty reads all there are
+    bool skipUnchanged = true;               ///< take over the rows of processes that did not run since the last pass
+    std::vector<std::int32_t> only = {};     ///< ascending pids; empty reads all there are
+    std::shared_ptr<CgroupUnits> units = {}; ///< shared with other sources; null for a table of its own
 };
 
 /// The process table out of /proc: one listing, then per process the files that the wanted groups need: stat always
@@ -47,7 +48,11 @@ public:
     std::size_t nameLimit() const override;
     std::string_view method() const override { return "proc"; }
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
-    std::optional<std::int32_t> responsiblePid(std::int32_t pid) override;
+    std::string unitName(const ProcessUnit& unit) override { return units_.name(unit); }
+    std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) override
+    {
+        return units_.bundleLocation(pid, unit);
+    }
 
     /// How many rows of the last pass were taken over; for tests and benchmarks.
     std::size_t takenOver() const { return takenOver_; }
@@ -108,7 +113,7 @@ private:
     std::vector<ProcessRecord> previousRows_;
     std::vector<State> previousStates_;
     std::string previousNames_;
-    ResponsibleUnits units_;
+    ProcessUnits units_;
 };
 
 } // namespace meridal

@@ -91,7 +91,7 @@ Dictionary describe(const PowerSupply& supply, bool battery)
         putWhole(source, "Current Capacity", percent);
         source["Max Capacity"] = 100;
     }
-    if (state == "Battery Power") {
+    if (state == "Battery Power" || supply.status() == "Discharging") { // the latter also from a weak adapter
         putWhole(source, "Time to Empty", supply.minutesToEmpty().value_or(-1));
     } else if (charging) {
         putWhole(source, "Time to Full Charge", supply.minutesToFull().value_or(-1));

@@ -203,4 +203,14 @@ std::optional<std::int32_t> LibprocProcessSource::responsiblePid(std::int32_t pi
     return responsible > 0 ? std::optional(responsible) : std::nullopt;
 }
 
+std::optional<std::string> LibprocProcessSource::bundleLocation(std::int32_t pid, const ProcessUnit&)
+{
+    std::array<char, PROC_PIDPATHINFO_MAXSIZE> path;
+    const int length = proc_pidpath(pid, path.data(), path.size());
+    if (length <= 0) {
+        return std::nullopt; // it ended, or is the kernel
+    }
+    return std::string(applicationOfProgram({path.data(), static_cast<std::size_t>(length)}));
+}
+
 } // namespace meridal

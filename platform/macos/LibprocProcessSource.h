@@ -21,6 +21,7 @@ public:
     std::size_t nameLimit() const override { return 16; }
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::optional<std::int32_t> responsiblePid(std::int32_t pid) override;
+    std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) override;
 
 private:
     using ResponsiblePid = std::int32_t (*)(std::int32_t);

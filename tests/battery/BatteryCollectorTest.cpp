@@ -219,6 +219,7 @@ TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
     EXPECT_EQ(battery(2).name(), "Smart-UPS");
     EXPECT_EQ(daemon->collector->internalBattery(), items[1]) << "the last one speaks";
     EXPECT_EQ(daemon->collector->primaryBattery(), items[1]);
+    EXPECT_EQ(state()["total"]["percentage"], 50) << "without the UPS";
 
     sources().sources = {ups};
     sources().batteries.clear();
@@ -227,6 +228,7 @@ TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
     EXPECT_EQ(witness.changes, 1);
     EXPECT_FALSE(daemon->collector->internalBattery());
     EXPECT_EQ(daemon->collector->primaryBattery(), items[0]);
+    EXPECT_FALSE(state().contains("total"));
     daemon->collector->removeDelegate(witness);
 }
 

@@ -1,4 +1,5 @@
 #include "collectors/battery/BatteryStatCollectorItemMac.h"
+#include "collectors/battery/BatteryTotal.h"
 #include "collectors/battery/ManufactureDate.h"
 #include "tests/support/FakeHost.h"
 
@@ -44,6 +45,11 @@ TEST_F(BatteryItemTest, StatesAndTimesFollowTheDescription)
         {onAC({{"Optimized Battery Charging Engaged", 1}}), BatteryState::Optimized, batteryTime::noFigure},
         {onAC({{"Optimized Battery Charging Engaged", true}, {"Is Charging", true}, {"Time to Full Charge", 5}}),
             BatteryState::Charging, 5},
+        // From an adapter that gives too little: by the rate, or by what only a system that drains tells.
+        {onAC({{"Current", -900}, {"Time to Empty", 95}}), BatteryState::Draining, 95},
+        {onAC({{"Current", -900}, {"Time to Empty", 0}}), BatteryState::Draining, 120},
+        {onAC({{"Time to Empty", -1}}), BatteryState::Draining, batteryTime::unknown},
+        {onAC({{"Current", -20}, {"Time to Empty", 0}}), BatteryState::NotCharging, batteryTime::noFigure},
         {onBattery(77), BatteryState::Draining, 77},
         {onBattery(-1), BatteryState::Draining, batteryTime::unknown},
         {{{"Power Source State", "Off Line"}}, BatteryState::Draining, batteryTime::unknown},
@@ -51,6 +57,7 @@ TEST_F(BatteryItemTest, StatesAndTimesFollowTheDescription)
     };
     for (const auto& each : cases) {
         BatteryStatCollectorItemMac fresh(machine.context);
+        fresh.setCurrentCapacity(1800);
         fresh.processIOPS(each.description);
         EXPECT_EQ(fresh.state(), each.state) << each.description;
         EXPECT_EQ(fresh.time(), each.time) << each.description;
@@ -90,8 +97,12 @@ TEST_F(BatteryItemTest, NamesChargeAndConditionAreReadWithCare)
     item.setType(BatteryType::UPS);
     item.processIOPS(onBattery(5));
     EXPECT_EQ(item.name(), "");
-    item.processIOPS({{"Name", " Back-UPS"}, {"Current Capacity", 100}, {"Power Source State", "Battery Power"}});
+    item.processIOPS({{"Name", " Back-UPS"}, {"Current Capacity", 100}, {"Power Source State", "Battery Power"},
+        {"Time to Empty", 30}});
     EXPECT_EQ(item.name(), "Back-UPS");
+    EXPECT_EQ(item.state(), BatteryState::Draining) << "whatever is left";
+    EXPECT_EQ(item.time(), 30);
+    item.processIOPS(onAC({{"Current Capacity", 100}}));
     EXPECT_EQ(item.state(), BatteryState::Charged) << "a UPS at 100 %";
     item.processIOPS({{"Name", "Other"}, {"Current Capacity", 170}, {"Voltage", 13000}});
     EXPECT_EQ(item.name(), "Back-UPS");
@@ -132,6 +143,35 @@ TEST_F(BatteryItemTest, TheControllerTellsHealthAndAgeOrNothing)
     item.processSmart({{"DesignCapacity", 5000}, {"MaxCapacity", 5200}, {"ManufactureDate", packed(2022, 1, 1)}});
     EXPECT_EQ(item.health(), 100) << "a fresh pack holds more than it must";
     EXPECT_EQ(item.manufactureTime(), 1'623'715'200.0) << "once known it stays";
+}
+
+TEST_F(BatteryItemTest, SeveralBatteriesHaveATotal)
+{
+    BatteryStatCollectorItemMac second(machine.context);
+    const auto total = [&](const Dictionary& one, const Dictionary& other) {
+        item.processIOPS(one);
+        second.processIOPS(other);
+        for (auto* each : {&item, &second}) {
+            each->cancelDelay();
+        }
+        return batteryTotal({&item, &second}).value();
+    };
+    EXPECT_FALSE(batteryTotal({&item}));
+    Dictionary idle = onBattery(-1);
+    EXPECT_EQ(total(onBattery(60), idle), (Dictionary{{"state", 2}, {"time", 120}, {"percentage", 50.0}}));
+    item.processSmart({{"MaxCapacity", 2000}, {"Voltage", 10'000}, {"Amperage", -1000}});
+    second.processSmart({{"MaxCapacity", 4000}, {"Voltage", 10'000}, {"Amperage", 0}});
+    idle["Current Capacity"] = 100;
+    EXPECT_EQ(
+        total(onBattery(60), idle), (Dictionary{{"state", 2}, {"time", 300}, {"percentage", 83.0}, {"power", -10.0}}))
+        << "at the rate of the one, until both are empty";
+    const Dictionary full = onAC({{"Is Charged", true}, {"Current Capacity", 100}});
+    EXPECT_EQ(total(onAC({{"Is Charging", true}, {"Time to Full Charge", 30}}), full)["time"], 30);
+    EXPECT_EQ(total(onAC(), full)["state"], 3) << "not all of them are full";
+    EXPECT_EQ(total(full, full)["time"], batteryTime::charged);
+    second.setPercentage(std::nullopt);
+    const Dictionary unknown = batteryTotal({&item, &second}).value();
+    EXPECT_FALSE(unknown.contains("percentage"));
 }
 
 TEST(ManufactureDate, IsADayOfTheCalendarOrAbsent)

@@ -31,6 +31,17 @@ TEST(BatteryView, ALaptopOnItsBattery)
     const std::string held = shown({{"batteries", {battery}}});
     EXPECT_NE(held.find("held back"), std::string::npos);
     EXPECT_EQ(held.find("full in"), std::string::npos);
+    Value drained = battery;
+    drained.update({{"state", 2}, {"time", 95}});
+    drained.erase("percentage");
+    EXPECT_NE(shown({{"batteries", {drained}}})
+                  .find("charge       not known, drained on AC power that does not suffice\ntime left    1 h 35 min\n"),
+        std::string::npos);
+    EXPECT_EQ(shown({{"batteries", {battery, drained}},
+                        {"total", {{"percentage", 50.0}, {"state", 2}, {"time", 60}, {"power", -9.0}}}})
+                  .find("All batteries together\ncharge       50 %, on battery\ntime left    1 h 0 min\npower        "
+                        "9.00 W drawn\n"),
+        0U);
     battery.update({{"state", 1}, {"time", -1}});
     EXPECT_NE(shown({{"batteries", {battery}}}).find("full in      not known yet\n"), std::string::npos);
 }

@@ -38,6 +38,28 @@ TEST_F(DaemonTest, NamesAreGivenForKnownProcessesOnly)
         json(R"([{"name":"worker","pid":42},{"name":"launchd","pid":1},{"name":"worker","pid":42.0}])"));
 }
 
+TEST_F(DaemonTest, FrameRatesThatTakeTwoLooksAreAnsweredAfterTheSecond)
+{
+    start();
+    const Client client = connect();
+    std::vector<double> told;
+    const auto ask = [&] {
+        client.daemon->fps([&told](double rate) { told.push_back(rate); });
+        machine.runtime.runDue();
+    };
+    ask();
+    ask();
+    EXPECT_TRUE(told.empty());
+    machine.display().rate = 60;
+    machine.runtime.advance(FrameRate::span);
+    ask();
+    EXPECT_EQ(told, std::vector<double>({60, 60, 60}));
+    machine.display().rate.reset();
+    ask();
+    machine.runtime.advance(FrameRate::span);
+    EXPECT_EQ(told.back(), 0) << "no display";
+}
+
 TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
 {
     for (const std::int32_t pid : {50, 51, 52}) { // theirs, root's again, theirs in a group

@@ -166,18 +166,31 @@ TEST_F(ToldProcesses, AFailedLookIsMadeUpForByProcAndSeveralAreFinal)
 TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
 {
     const test::TemporaryTree tree{{"proc/42/cgroup", "0::/system.slice/a.service\n"},
-        {"proc/50/cgroup", "0::/system.slice/a.service\n"}, {"sys/fs/cgroup/system.slice/a.service/cgroup.procs", ""}};
+        {"proc/50/cgroup", "0::/system.slice/a.service\n"}, {"sys/fs/cgroup/system.slice/a.service/cgroup.procs", ""},
+        {"proc/60/cgroup", "1:name=systemd:/system.slice/a.service\n0::/\n"}};
     struct stat folder { };
+    struct stat top { };
     ASSERT_EQ(::stat((tree.root() / "sys/fs/cgroup/system.slice/a.service").c_str(), &folder), 0);
+    ASSERT_EQ(::stat((tree.root() / "sys/fs/cgroup").c_str(), &top), 0);
     const auto told = std::make_shared<std::vector<BpfProcess>>();
-    *told = {process(42), process(43, 6'000'000'000), process(50, 7'000'000'000), process(51, 8'000'000'000)};
-    (*told)[0].cgroup = (*told)[1].cgroup = folder.st_ino;
-    (*told)[2].cgroup = (*told)[3].cgroup = folder.st_ino + 1; // 50 moved after its record was made
+    for (const std::int32_t pid : {42, 43, 50, 51, 60, 61}) {
+        told->push_back(process(pid));
+        told->back().cgroup = pid < 50 ? folder.st_ino : pid < 60 ? folder.st_ino + 1 : top.st_ino;
+    }
     BpfProcessSource source(std::make_unique<ToldReader>(told), tree.root(), std::make_shared<Limitations>());
-    source.readProcesses(ProcessFields::All);
-    EXPECT_EQ(source.responsiblePid(43), 42) << "without a file of its own";
-    EXPECT_EQ(source.responsiblePid(50), 42);
-    EXPECT_EQ(source.responsiblePid(51), std::nullopt);
+    const auto units = [&] {
+        std::vector<std::uint32_t> numbers;
+        for (const ProcessRecord& row : source.readProcesses(ProcessFields::All)) {
+            numbers.push_back(row.unit.number);
+        }
+        return numbers;
+    };
+    // 43 without a file of its own, 50 moved since its record was made, 51 cannot be read; and where another hierarchy tells
+    // the unit, who shares the one control group of this one shares nothing.
+    EXPECT_EQ(units(), std::vector<std::uint32_t>({1, 1, 1, 0, 1, 0}));
+    (*told)[0].cgroup = folder.st_ino + 2; // moved, with a file to tell it
+    tree.write("proc/42/cgroup", "0::/system.slice/b.service\n");
+    EXPECT_EQ(units().front(), 2U);
 }
 
 struct Choice : testing::Test {

@@ -109,6 +109,7 @@ TEST(DrmDisplayInfo, CountsFramesBetweenTwoBlanksOfOneDisplay)
     EXPECT_FALSE(display.frameRate()) << "no frame since";
     EXPECT_FALSE(rateAt({.display = 2, .count = 300, .time = 14})) << "another display";
     EXPECT_FALSE(rateAt({.display = 2, .count = 5, .time = 15})) << "the counter began again";
+    EXPECT_FALSE(rateAt({.display = 2, .count = 605, .time = 25})) << "too long ago";
     const test::TemporaryTree tree{{"dev/dri/card0", "not a device"}};
     EXPECT_FALSE(DrmDisplayInfo(tree.root()).frameRate());
 }

@@ -15,7 +15,9 @@
 #include <atomic>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
 #include <random>
 #include <set>
 #include <sys/mman.h>
@@ -127,7 +129,68 @@ TEST_P(LiveProcesses, ThisProcessIsAmongThem)
     const auto path = source->executablePath(self->pid, self->name);
     ASSERT_TRUE(path);
     EXPECT_TRUE(path->ends_with("/test_linux")) << *path;
-    source->responsiblePid(self->pid); // whatever it is here
+    // Absent where the build lies in a home.
+    EXPECT_TRUE(source->bundleLocation(self->pid, {}).value_or("/test_linux").ends_with("/test_linux"));
+}
+
+/// A control group of the test's own in a hierarchy of the machine; gone with the object.
+struct ControlGroup {
+    ControlGroup(const std::string& hierarchy, const std::string& name)
+        : top(fmt::format("{}/meridal-test-{}", hierarchy, ::getpid())), path(top + name)
+    {
+        std::error_code failure;
+        std::filesystem::create_directories(path, failure);
+        made = !failure && std::filesystem::exists(path + "/cgroup.procs");
+        home = hierarchy + "/cgroup.procs";
+    }
+    ~ControlGroup()
+    {
+        for (std::string folder = path; folder.size() >= top.size(); folder.resize(folder.rfind('/'))) {
+            ::rmdir(folder.c_str());
+        }
+    }
+    static bool put(const std::string& into, pid_t pid)
+    {
+        std::ofstream file(into);
+        file << pid << std::flush;
+        return file.good();
+    }
+    bool take(pid_t pid) const { return put(path + "/cgroup.procs", pid); }
+    void release(pid_t pid) const { put(home, pid); }
+    std::string top;
+    std::string path;
+    std::string home;
+    bool made = false;
+};
+
+TEST_P(LiveProcesses, AProcessIsSeenToMoveBetweenRealControlGroups)
+{
+    const std::string id(64, 'c');
+    int tried = 0;
+    for (const char* hierarchy : {"/sys/fs/cgroup", "/sys/fs/cgroup/unified", "/sys/fs/cgroup/systemd"}) {
+        const ControlGroup container(hierarchy, "/docker-" + id + ".scope");
+        if (!container.made) {
+            continue;
+        }
+        const Child first([](const Child::Pipes& pipes) { pipes.command(); });
+        const Child second([](const Child::Pipes& pipes) { pipes.command(); });
+        const ProcessUnit before = row(first.pid())->unit;
+        if (!container.take(first.pid()) || !container.take(second.pid())) {
+            continue;
+        }
+        ++tried;
+        row(first.pid()); // one pass more, where the records do not tell
+        const ProcessUnit after = row(first.pid())->unit;
+        EXPECT_NE(after, before);
+        EXPECT_EQ(after.kind, ProcessUnitKind::Container);
+        EXPECT_EQ(source->unitName(after), std::string(12, 'c'));
+        EXPECT_EQ(row(second.pid())->unit, after);
+        container.release(first.pid());
+        container.release(second.pid());
+    }
+    if (tried == 0) {
+        GTEST_SKIP() << "no control group can be made here: it takes root and a writable hierarchy";
+    }
 }
 
 TEST_P(LiveProcesses, AZombieIsThereUntilReaped)

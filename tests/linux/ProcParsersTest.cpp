@@ -96,21 +96,6 @@ TEST(ParseSchedstat, NeedsAWholeLine)
     EXPECT_FALSE(parseSchedstat(""));
 }
 
-TEST(ParseCgroup, FindsTheApplicationsUnit)
-{
-    EXPECT_EQ(parseCgroup("0::/system.slice/nginx.service\n"), "/system.slice/nginx.service");
-    EXPECT_EQ(parseCgroup("0::/user.slice/user-1.slice/user@1.service/app.slice/app-x-7.scope/a/b\n"),
-        "/user.slice/user-1.slice/user@1.service/app.slice/app-x-7.scope")
-        << "what an application makes below its unit belongs to it";
-    EXPECT_EQ(parseCgroup("3:cpu:/system.slice/a.service\n1:name=systemd:/system.slice/b.service\n0::/\n"),
-        "/system.slice/b.service");
-    EXPECT_EQ(parseCgroup("0::/system.slice/docker-1.scope/init.scope\n"), "/system.slice/docker-1.scope");
-    for (const char* shared : {"0::/init.scope\n", "0::/user.slice/user-1.slice/session-3.scope\n",
-             "0::/user.slice/user-1.slice/user@1.service/init.scope\n", "0::/\n", "nonsense\n", "0::/x.service"}) {
-        EXPECT_EQ(parseCgroup(shared), "") << shared;
-    }
-}
-
 TEST(ParseCmdline, FindsTheArgumentThatTheNameBegan)
 {
     constexpr std::size_t limit = 15;

@@ -212,27 +212,34 @@ TEST_F(ProcTable, FullNamesComeFromArgumentsOrTheProgram)
     EXPECT_EQ(source.executablePath(4242, "some-very-long-"), std::nullopt);
 }
 
-TEST_F(ProcTable, TheOldestOfAUnitIsResponsible)
+TEST_F(ProcTable, UnitsAreReadSeldomButAMoveAfterTheStartIsSeen)
 {
     const std::string app = "0::/user.slice/user@1.service/app.slice/app-x.scope";
+    const std::string session = "0::/user.slice/session-1.scope";
     record({.pid = 40, .start = 700, .cgroup = app + "/tab"});
     record({.pid = 50, .start = 600, .cgroup = app});
-    record({.pid = 60, .start = 600, .cgroup = app});
-    record({.pid = 70, .start = 100, .cgroup = "0::/user.slice/session-1.scope"});
-    EXPECT_EQ(source.responsiblePid(40), std::nullopt) << "before the first pass";
-    settle();
-    EXPECT_EQ(source.responsiblePid(40), 50);
-    EXPECT_EQ(source.responsiblePid(60), 50);
-    EXPECT_EQ(source.responsiblePid(70), std::nullopt);
-
-    tree.remove("proc/50");
-    record({.pid = 80, .start = 800, .cgroup = "0::/user.slice/session-1.scope"});
-    settle();
-    EXPECT_EQ(source.responsiblePid(40), 60);
-    EXPECT_EQ(source.responsiblePid(80), std::nullopt);
-    record({.pid = 80, .start = 800, .cgroup = app}); // moved right after its start
-    settle();
-    EXPECT_EQ(source.responsiblePid(80), 60);
+    record({.pid = 70, .start = 100'000, .cgroup = session}); // 1,000 s later: started just now
+    const auto unit = [this](int pid) { return row(pid)->unit; };
+    EXPECT_EQ(unit(40), unit(50));
+    EXPECT_EQ(unit(40).kind, ProcessUnitKind::Application);
+    EXPECT_EQ(unit(70).kind, ProcessUnitKind::Shared);
+    const auto passesUntilSeen = [&](int pid, const std::string& cgroup) {
+        const ProcessUnit before = unit(pid);
+        tree.write(fmt::format("proc/{}/cgroup", pid), cgroup + "\n");
+        int passes = 1;
+        while (passes < 1000 && unit(pid) == before) {
+            ++passes;
+        }
+        return passes;
+    };
+    record({.pid = 80, .start = 100'100, .cgroup = session});
+    EXPECT_EQ(unit(80).kind, ProcessUnitKind::Shared);
+    EXPECT_LE(passesUntilSeen(80, app), 2) << "a desktop moves what it has launched";
+    EXPECT_EQ(unit(80), unit(40));
+    EXPECT_LE(passesUntilSeen(70, app), 16);
+    const int old = passesUntilSeen(40, session);
+    EXPECT_TRUE(old > 100 && old < 256) << old;
+    EXPECT_EQ(source.unitName(unit(50)), "");
 }
 
 } // namespace

@@ -26,7 +26,10 @@ TEST(SysfsPowerSources, ALaptopThatReportsEnergy)
         ElementsAre(hasMembers({{"DesignCapacity", 5000}, {"MaxCapacity", 4385}, {"CycleCount", 123},
             {"ExternalConnected", false}, {"Amperage", -666}})));
 
-    laptop.set("AC", {{"online", "1"}});
+    laptop.set("AC", {{"online", "1"}}); // which gives too little
+    EXPECT_THAT(laptop.only(),
+        hasMembers({{"Power Source State", "AC Power"}, {"Is Charging", false}, {"Time to Empty", 300},
+            {"Current", -666}, {"Time to Full Charge", nullptr}}));
     laptop.set("BAT0", {{"status", "Charging"}, {"power_now", "20000000"}});
     EXPECT_THAT(laptop.only(),
         hasMembers({{"Power Source State", "AC Power"}, {"Is Charging", true}, {"Time to Full Charge", 30},
@@ -115,8 +118,11 @@ TEST(SysfsPowerSources, FirmwareThatDoesNotKnowOrLiesIsNotBelieved)
     EXPECT_THAT(laptop.batteries(),
         ElementsAre(hasMembers({{"MaxCapacity", nullptr}, {"DesignCapacity", nullptr}, {"CycleCount", nullptr},
             {"ManufactureDate", nullptr}, {"Amperage", nullptr}, {"Temperature", nullptr}})));
-    laptop.setEvent(
-        "BAT0", {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"ENERGY_NOW", "40000000"}, {"POWER_NOW", "10"}});
+    laptop.setEvent("BAT0",
+        {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"ENERGY_NOW", "40000000"}, {"POWER_NOW", "10"},
+            {"ENERGY_FULL_DESIGN", "50000000"}});
+    EXPECT_EQ(laptop.only()["Current Capacity"], 80)
+        << "of what it was designed for, as nobody knows what is left of that";
     EXPECT_EQ(laptop.only()["Time to Empty"], -1) << "no battery lasts for centuries";
 }
 

@@ -86,7 +86,10 @@ TEST(SerialNumber, TellsWhenAMachineWasMade)
     EXPECT_EQ(manufactureDate("C02C1ABCDEFG", "MacBookPro6,2"), (Date{2010, 1}));
     EXPECT_EQ(manufactureDate("C02TYABCDEFG", "MacBookPro14,3"), (Date{2017, 27}));
     EXPECT_EQ(manufactureDate("C02ZCABCDEFG", "MacPro7,1"), (Date{2019, 36}));
-    EXPECT_EQ(manufactureDate("C02D1ABCDEFG", "MacBookPro16,1"), (Date{2020, 27})) << "the letters' second round";
+    for (const char* model :
+        {"MacBookPro16,1", "MacBookPro15,2", "iMac18,1", "Macmini8,1", "MacPro7,1", "iMacPro1,1"}) {
+        EXPECT_EQ(manufactureDate("C02D1ABCDEFG", model), (Date{2020, 27})) << "the letters' second round: " << model;
+    }
 }
 
 TEST(SerialNumber, TellsNothingItDoesNotKnow)
@@ -96,6 +99,7 @@ TEST(SerialNumber, TellsNothingItDoesNotKnow)
     EXPECT_FALSE(manufactureDate("C02A1ABCDEFG", "MacBookPro6,2")) << "A is no half-year";
     EXPECT_FALSE(manufactureDate("W8899XYZABC", "MacBookPro4,1")) << "week 99";
     EXPECT_FALSE(manufactureDate("C02TYABCDEFG", "ThinkPad X1")) << "another vendor's serial";
+    EXPECT_FALSE(manufactureDate("C02D1ABCDEFG", "MacBookPro11,4")) << "made from 2013 to 2018";
     const bool holds = rc::check("any text of the right length is safe", [] {
         const auto length = *rc::gen::element<std::size_t>(11, 12);
         const auto serial = *rc::gen::container<std::string>(length, rc::gen::inRange('0', '['));

@@ -4,6 +4,7 @@
 #include <rapidcheck.h>
 
 #include <functional>
+#include <map>
 
 namespace meridal {
 namespace {
@@ -40,6 +41,65 @@ TEST_F(ProcessHierarchyTest, CommandsOfShellsAndTerminalsStayAlone)
     update();
     EXPECT_TRUE(item(11).root() && item(12).root() && item(14).root() && item(15).root());
     EXPECT_EQ(childrenOf(12), std::vector<std::int32_t>({13}));
+}
+
+TEST_F(ProcessHierarchyTest, WhatHasAUnitOfItsOwnIsNoPartOfWhoStartedIt)
+{
+    using Kind = ProcessUnitKind;
+    const struct {
+        ProcessUnit unit;
+        std::vector<Kin> processes;
+    } units[] = {
+        {{1, Kind::Shared}, {{1, 0, "launchd"}}},
+        {{2, Kind::Application}, {{10, 1, "gnome-shell"}, {11, 10, "helper"}, {12, 10, "just launched"}}},
+        {{3, Kind::Application}, {{20, 10, "firefox"}, {21, 20, "tab"}, {22, 21, "sandbox"}}},
+        {{4, Kind::Application}, {{30, 1, "containerd"}, {31, 1, "shim"}}},
+        {{5, Kind::Container}, {{40, 31, "sh"}, {41, 40, "nginx"}, {42, 31, "bash"}, {43, 42, "ls"}}},
+        {{6, Kind::Container}, {{50, 31, "launchd"}, {51, 50, "cron"}, {52, 50, "sh"}}},
+        {{7, Kind::Shared}, {{60, 10, "session"}, {61, 60, "bash"}, {62, 1, "left behind"}}},
+    };
+    for (const auto& [unit, processes] : units) {
+        for (const auto& each : processes) {
+            set(each.pid, each.parent, each.name);
+            row(each.pid).unit = unit;
+        }
+    }
+    update();
+    using Pids = std::vector<std::int32_t>;
+    const std::map<std::int32_t, Pids> groups = {
+        {10, {11, 12}}, {20, {21}}, {21, {22}}, {30, {31}}, {40, {41, 42}}, {42, {43}}, {50, {51, 52}}, {60, {61}}};
+    const auto expectGroups = [&](const std::map<std::int32_t, Pids>& wanted) {
+        for (const auto* each : collector().processes()) {
+            const auto group = wanted.find(each->pid());
+            EXPECT_EQ(childrenOf(each->pid()), group == wanted.end() ? Pids() : group->second) << each->pid();
+        }
+    };
+    expectGroups(groups);
+    EXPECT_TRUE(item(62).root()) << "a session is no application";
+
+    source().unitNames = {{3, ""}, {5, "web"}};
+    std::vector<std::string> names;
+    for (const bool grouped : {true, false}) {
+        for (const auto& each : collector().ranked(ProcessFigure::Cpu, grouped, 100)) {
+            if (each.item->pid() == 20 || each.item->pid() == 40) {
+                names.push_back(each.name);
+            }
+        }
+    }
+    EXPECT_EQ(names, std::vector<std::string>({"firefox", "web", "firefox", "sh"}));
+
+    // A scope is made for what was launched, and nothing else happens.
+    row(12).unit = {8, Kind::Application};
+    updateAfter(2);
+    auto moved = groups;
+    moved[10] = {11};
+    expectGroups(moved);
+    // The first of a unit ends: the next one takes its place.
+    source().remove(20);
+    updateAfter(2);
+    moved.erase(20);
+    expectGroups(moved);
+    EXPECT_TRUE(item(21).root());
 }
 
 TEST_F(ProcessHierarchyTest, OldReleasesKnowParentsOnly)

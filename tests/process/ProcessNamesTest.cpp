@@ -85,10 +85,11 @@ TEST_F(ProcessNamesTest, TraitsOfNames)
     EXPECT_TRUE(traitsOfName("Safari Web Content").safariWebContent);
     EXPECT_TRUE(traitsOfName("COM.apple.WebKit").safariWebContent);
     EXPECT_FALSE(traitsOfName("a com.apple.web").safariWebContent);
-    for (const auto* name : {"bash", "sudo", "iTerm2", "Terminal", "ruby2.7", "perl5", "my XPCProxy", "fish"}) {
+    for (const auto* name : {"bash", "sudo", "iTerm2", "Terminal", "ruby2.7", "perl5", "my XPCProxy", "fish", "dash",
+             "su", "tmux: server", "screen", "sshd-session", "rcS", "gnome-terminal-", "xfce4-terminal", "konsole"}) {
         EXPECT_TRUE(traitsOfName(name).startsCommands) << name;
     }
-    for (const auto* name : {"Bash", "bashful", "terminals", "a ruby", "login2", ""}) {
+    for (const auto* name : {"Bash", "bashful", "terminals", "a ruby", "login2", "rcu_gp", "sum", ""}) {
         EXPECT_FALSE(traitsOfName(name).startsCommands) << name;
     }
     EXPECT_TRUE(traitsOfName("nginx: worker").standsAlone && traitsOfName("sh").standsAlone);
@@ -125,6 +126,32 @@ TEST_F(ProcessNamesTest, HostileNamesBecomeText)
             RC_ASSERT(!Value::parse(text).dump().empty()); // both throw on what is not text
         }
     }));
+}
+
+TEST_F(ProcessNamesTest, BundlesAreAskedForOnceAProgram)
+{
+    set(7, "loader");
+    set(8, "kernel thread");
+    source().bundles[7] = "/usr/bin/loader";
+    update();
+    collector().cpuProcesses(false);
+    EXPECT_EQ(source().bundleLookups, 0) << "only one list tells them";
+    const auto bundles = [this] {
+        std::vector<std::string> told;
+        const Value list = Value::parse(collector().powerProcesses(false));
+        for (const Value& entry : list.at("processes")) {
+            told.push_back(entry.at("bundle").get<std::string>());
+        }
+        return told;
+    };
+    EXPECT_EQ(bundles(), std::vector<std::string>({"/usr/bin/loader", ""}));
+    EXPECT_EQ(bundles().size(), 2U);
+    EXPECT_EQ(source().bundleLookups, 2);
+    set(7, "game");
+    source().bundles[7] = "game\xFF.desktop";
+    updateAfter(2);
+    EXPECT_EQ(bundles().front(), "game\uFFFD.desktop");
+    EXPECT_EQ(source().bundleLookups, 3);
 }
 
 TEST_F(ProcessNamesTest, CacheForgetsWhenItIsFull)

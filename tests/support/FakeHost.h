@@ -59,11 +59,21 @@ public:
         const auto entry = responsible.find(pid);
         return entry == responsible.end() ? std::nullopt : std::optional(entry->second);
     }
+    std::string unitName(const ProcessUnit& unit) override { return unitNames[unit.number]; }
+    std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit&) override
+    {
+        ++bundleLookups;
+        const auto entry = bundles.find(pid);
+        return entry == bundles.end() ? std::nullopt : std::optional(entry->second);
+    }
 
     std::vector<ProcessRecord> rows;
     std::vector<ProcessFields> asked; ///< of each pass, oldest first
     std::map<std::int32_t, std::string> paths;
     std::map<std::int32_t, std::int32_t> responsible;
+    std::map<std::uint32_t, std::string> unitNames;
+    std::map<std::int32_t, std::string> bundles;
+    int bundleLookups = 0;
     double base = 1e9;
     double resolution = 0;
     int pathLookups = 0;
