@@ -10,7 +10,6 @@
 #include <spdlog/sinks/dist_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
-#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <system_error>
@@ -24,6 +23,8 @@ namespace {
 /// Lines that may wait for the writer, and bytes that each may have.
 constexpr std::size_t waitingLines = 1024;
 constexpr std::size_t lineBytes = 4096;
+/// Lines that are kept until there is somewhere to write them; the oldest stay, for they tell of the start.
+constexpr std::size_t earlyLines = 128;
 
 using Seconds = std::chrono::duration<double>;
 
@@ -72,9 +73,6 @@ struct Log::State {
 
     void write(LogLevel level, std::string_view line)
     {
-        if (!isUsed) {
-            return;
-        }
         const std::string text = printable(line.substr(0, lineBytes));
         std::shared_ptr<const Listeners> current;
         {
@@ -87,6 +85,8 @@ struct Log::State {
         const std::lock_guard lock(mutex);
         if (writer) {
             writer->push({.time = now(), .level = level, .text = text});
+        } else if (early.size() < earlyLines) {
+            early.push_back({.time = now(), .level = level, .text = text});
         }
     }
 
@@ -97,8 +97,10 @@ struct Log::State {
         if (!writer) {
             writer =
                 std::make_unique<LogWriter>(waitingLines, [this](const LogWriter::Batch& batch) { writeBatch(batch); });
+            for (LogLine& line : std::exchange(early, {})) {
+                writer->push(std::move(line));
+            }
         }
-        isUsed = true;
     }
 
     /// On the writer's thread.
@@ -117,10 +119,10 @@ struct Log::State {
 
     const std::shared_ptr<spdlog::sinks::dist_sink_mt> sinks = std::make_shared<spdlog::sinks::dist_sink_mt>();
     spdlog::logger logger{"", sinks}; ///< writer's thread only
-    std::atomic<bool> isUsed = false; ///< somebody gets the lines
     std::mutex mutex;                 ///< guards all below
     const Runtime* clock = nullptr;   ///< of lines and ages; the system's own until files are added
     std::shared_ptr<const Listeners> listeners = std::make_shared<Listeners>();
+    std::vector<LogLine> early; ///< from before the first sink
     std::shared_ptr<FileSink> files;
     std::unique_ptr<LogWriter> writer; ///< made with the first sink; goes first
 };
@@ -154,7 +156,6 @@ void Log::addListener(std::function<void(LogLevel, std::string_view)> listener)
     auto listeners = std::make_shared<State::Listeners>(*state_->listeners);
     listeners->push_back(std::move(listener));
     state_->listeners = std::move(listeners);
-    state_->isUsed = true;
 }
 
 void Log::info(std::string_view line) { state_->write(LogLevel::Info, line); }

@@ -21,10 +21,11 @@ struct LogPolicy {
 enum class LogLevel { Info, Warning, Error };
 
 /// The daemon's log. Writing never blocks on the disk: lines go through a bounded queue to one writer thread, and the
-/// oldest waiting line gives way when it is full. Text is made printable. Thread-safe.
+/// oldest waiting line gives way when it is full. Text is made printable. Lines, and the names of files, bear local time.
+/// Thread-safe.
 class Log {
 public:
-    /// Lines go nowhere; for tests and tools.
+    /// Lines go nowhere yet: the first of them are kept for the first sink.
     Log();
     ~Log();
     Log(const Log&) = delete;

@@ -1,5 +1,7 @@
 #include "base/RollingFileSink.h"
 
+#include "base/LocalTime.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -19,15 +21,7 @@ using std::chrono::sys_seconds;
 constexpr std::string_view suffix = ".log";
 constexpr std::string_view stampForm = "00000000T000000";
 
-/// A moment of the years that a stamp can write, with a year's room for stamps that run ahead of the clock. A clock
-/// that says otherwise counts as one of the two ends.
-std::int64_t wholeSeconds(double wallTime)
-{
-    constexpr double endOf9998 = 253'370'764'799;
-    return wallTime > 0 ? static_cast<std::int64_t>(std::min(wallTime, endOf9998)) : 0;
-}
-
-/// Seconds since 1970 as "20261121T074500", UTC.
+/// Civil seconds as "20261121T074500".
 std::string stampText(std::int64_t stamp)
 {
     const sys_seconds moment{std::chrono::seconds(stamp)};
@@ -130,7 +124,7 @@ void RollingFileSink::continueNewest()
         return;
     }
     path_ = files.back().path;
-    start_ = static_cast<double>(files.back().stamp);
+    start_ = wallTimeOfCivil(files.back().stamp);
     file_.reset(std::fopen(path_.c_str(), "ae"));
     if (file_) {
         std::setbuf(file_.get(), nullptr);
@@ -143,7 +137,7 @@ void RollingFileSink::startNew(double now)
     std::error_code ignored;
     fs::create_directories(folder_, ignored);
     const auto files = filesByAge();
-    const std::int64_t stamp = files.empty() ? wholeSeconds(now) : std::max(wholeSeconds(now), files.back().stamp + 1);
+    const std::int64_t stamp = files.empty() ? civilSeconds(now) : std::max(civilSeconds(now), files.back().stamp + 1);
     path_ = pathFor(stamp);
     file_.reset(std::fopen(path_.c_str(), "wxe")); // never on top of something else
     if (!file_) {

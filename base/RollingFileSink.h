@@ -14,9 +14,9 @@
 namespace meridal {
 
 /// Writes lines to a file that gives way to a new one when it is old or large enough; only the newest files are kept.
-/// Each file bears the moment of its first line, in UTC: "meridald-20261121T074500.log". That name is all that a
-/// restart goes by: it continues the newest file as long as that is young and small enough. Stamps grow from file to
-/// file even when the clock does not, so their order is the order of writing and no name comes twice.
+/// Each file bears the moment of its first line, in local time like the lines in it: "meridald-20261121T074500.log". That
+/// name is all that a restart goes by: it continues the newest file as long as that is young and small enough. Stamps grow
+/// from file to file even when the clock does not, so their order is the order of writing and no name comes twice.
 /// A disk that is full or gone costs lines, never an exception. Not thread-safe, but for droppedLines().
 class RollingFileSink {
 public:
@@ -30,7 +30,7 @@ public:
 private:
     struct LogFile {
         std::filesystem::path path;
-        std::int64_t stamp = 0; ///< of its first line, s since 1970
+        std::int64_t stamp = 0; ///< of its first line, civil seconds
     };
     struct CloseFile {
         void operator()(std::FILE* file) const { std::fclose(file); }

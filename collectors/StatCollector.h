@@ -7,6 +7,7 @@
 #include "collectors/SampleStorages.h"
 #include "collectors/StatCollectorBase.h"
 #include "collectors/StatCollectorDelegate.h"
+#include "database/SeriesNames.h"
 #include "database/SqlValue.h"
 #include "database/TableSchema.h"
 
@@ -138,6 +139,8 @@ public:
     bool checkIfLongTermTablesExist(StorageIndex index, SQLiteConnection& database, bool result);
     /// Queues a sample for its table, and its items' for theirs. Without a database it goes nowhere.
     virtual void insertSampleIntoTableAtIndex(const Dictionary& sample, StorageIndex index);
+    /// What people call an item, for those who look into the files. None by default.
+    virtual SeriesName nameForItem(const StatCollectorItem& item) const;
     /// Writes what is queued for both files.
     virtual void runDatabaseQueue();
     /// Queues the removal of rows older than the newest 603 samples; the long-term store keeps everything.
@@ -317,6 +320,7 @@ private:
     const HistoryStatements& statementsForIndex(StorageIndex index);
     void insertRow(
         HistoryDatabaseItem& file, const InsertPlan& plan, const Dictionary& sample, std::string_view complaint);
+    void recordName(HistoryDatabaseItem& file, const Dictionary& itemSample, StorageIndex index);
     std::vector<Dictionary> query(StorageIndex index, const std::string& sql, const SqlValues& args);
     void addItemRows(const std::vector<Dictionary>& rows, StorageIndex index);
 
@@ -370,6 +374,7 @@ private:
     std::array<std::string, storageCount> dbTables_;
     std::array<std::string, storageCount> dbTablesItems_;
     std::array<std::unique_ptr<HistoryStatements>, storageCount> statements_;
+    std::set<std::string> namedKeys_;   ///< items whose names are in the file
     std::set<std::string> missingKeys_; ///< sample keys that have been missed, and said so
     SqlValues rowArgs_;                 ///< of the row being queued; kept for its memory
 

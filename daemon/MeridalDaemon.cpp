@@ -3,6 +3,7 @@
 #include "base/Log.h"
 #include "base/Runtime.h"
 #include "daemon/MRDXPCServerConnection.h"
+#include "database/HistoryDatabaseController.h"
 #include "platform/host/Host.h"
 
 #include <algorithm>
@@ -127,6 +128,9 @@ void MeridalDaemon::finalize()
     saveShutdownTime();
     if (ports_.saveBandwidth) {
         ports_.saveBandwidth({});
+    }
+    if (context_.databases) {
+        context_.databases->commitAllSync();
     }
 }
 
@@ -383,12 +387,15 @@ void MeridalDaemon::saveShutdownTime()
 void MeridalDaemon::powerManagerWillSleep()
 {
     sleepTime_ = context_.runtime.wallTime();
-    // Both without waiting, and side by side: the main queue must be free to give the allowance in time.
+    // All without waiting, and side by side: the main queue must be free to give the allowance in time.
     if (ports_.saveShutdownTime) {
         ports_.saveShutdownTime(Farewell::Sleep, sleepTime_, power_.delayAllowance());
     }
     if (ports_.saveBandwidth) {
         ports_.saveBandwidth(power_.delayAllowance());
+    }
+    if (context_.databases) { // what collectors have recorded since their last commit: the battery may run empty
+        context_.databases->commitAll(power_.delayAllowance());
     }
 }
 

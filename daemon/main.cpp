@@ -147,6 +147,24 @@ ListenerStatistics sumOf(const std::vector<std::unique_ptr<Listener>>& listeners
     return sum;
 }
 
+/// Lets administrators read a folder of ours and what lies in it from before; what is made in it later follows its group.
+void shareFolder(Context& context, const std::filesystem::path& folder)
+{
+    std::error_code failure;
+    std::filesystem::create_directories(folder, failure);
+    auto shared = context.host.userRights->shareWithAdministrators(folder);
+    for (std::filesystem::directory_iterator entry(folder, failure), end; shared && !failure && entry != end;
+         entry.increment(failure)) {
+        if (entry->is_regular_file(failure) && !entry->is_symlink(failure)) {
+            shared = context.host.userRights->shareWithAdministrators(entry->path());
+        }
+    }
+    if (!shared) {
+        context.log.warning(
+            fmt::format("{}: administrators cannot be given the files: {}", folder.string(), shared.error().message));
+    }
+}
+
 /// Serves until a signal has ended the main loop.
 int serve(Context& context, const Options& options)
 {
@@ -244,6 +262,8 @@ int runDaemon(const Options& options)
     Log log;
     Context context{*runtime, *host, notifications, log, paths};
     Context::setShared(context);
+    shareFolder(context, paths.support);
+    shareFolder(context, paths.logs);
     auto& databases = HistoryDatabaseController::sharedHistoryDatabaseController();
     context.databases = &databases;
     const int status = serve(context, options);

@@ -1,7 +1,9 @@
 #include "database/HistoryDatabaseController.h"
 
+#include "base/Runtime.h"
 #include "platform/Context.h"
 
+#include <atomic>
 #include <system_error>
 #include <utility>
 
@@ -129,6 +131,23 @@ void HistoryDatabaseController::commitAllSync()
     for (const auto& [name, item] : registered()) {
         item->commitSync();
     }
+}
+
+void HistoryDatabaseController::commitAll(Task written)
+{
+    const auto files = registered();
+    Queue& main = context_.runtime.mainQueue();
+    const auto open = std::make_shared<std::atomic<std::size_t>>(files.size() + 1);
+    const Task finish = [open, written = std::move(written), &main] {
+        if (--*open == 0) {
+            main.post(written);
+        }
+    };
+    for (const auto& [name, item] : files) {
+        item->commit();
+        item->queryDatabaseAsync([finish](SQLiteConnection&) { finish(); });
+    }
+    finish(); // also where there is no file
 }
 
 void HistoryDatabaseController::closeAll()

@@ -35,8 +35,10 @@ public:
     /// not a database leaves no file behind. Answers whether the backup is in place.
     bool restoreBackup(const std::filesystem::path& backup, const std::filesystem::path& path);
 
-    /// Writes what waits in every file, and waits for that: before shutdown and sleep.
+    /// Writes what waits in every file, and waits for that: before shutdown.
     void commitAllSync();
+    /// The same without waiting, before sleep; the task runs on the main queue when all of it is written, or has failed.
+    void commitAll(Task written);
     /// Closes and forgets every file, with everything written: at the end of the process.
     void closeAll();
     /// Every open file and what it has been through.

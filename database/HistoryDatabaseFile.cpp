@@ -1,16 +1,19 @@
 #include "database/HistoryDatabaseFile.h"
 
+#include "base/LocalTime.h"
 #include "base/Log.h"
 #include "base/Runtime.h"
+#include "database/FileObstacle.h"
+#include "database/Salvage.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cctype>
-#include <ctime>
 #include <system_error>
 #include <tuple>
 #include <utility>
@@ -21,17 +24,19 @@ namespace {
 
 constexpr double complaintInterval = 60;     // s between two lines about the same trouble
 constexpr double longestAsidePause = 86'400; // s
+constexpr std::uint64_t checkedBytes =
+    16'777'216; // larger files are not looked through at the start: that takes a second
+constexpr std::uintmax_t pageBytes = 4096;
+constexpr std::string_view unsound = "is not a sound database";
 
 /// FULL: a commit waits until the disk has the log, so that a power loss takes nothing of it. Without that wait the log
 /// would reach the disk with the next checkpoint only, hours of samples later. Commits are two a minute and run on the
 /// file's own queue. On a Mac a plain sync ends at the drive's cache; "fullfsync" goes through it, and means nothing
 /// elsewhere. The log starts over at 1000 pages (4 MiB) unless a reader pins it, and a log that has grown is cut back to
-/// 4 MiB when it starts over.
+/// 4 MiB when it starts over. Renaming a table leaves views alone: they name the one that takes its place.
 constexpr std::array settings{"PRAGMA synchronous = FULL", "PRAGMA fullfsync = ON", "PRAGMA journal_mode = WAL",
     "PRAGMA wal_autocheckpoint = 1000", "PRAGMA journal_size_limit = 4194304", "PRAGMA cache_size = -1024",
-    "PRAGMA temp_store = MEMORY"};
-
-constexpr std::array<std::string_view, 3> partsOfDatabase{"", "-wal", "-shm"};
+    "PRAGMA temp_store = MEMORY", "PRAGMA legacy_alter_table = ON"};
 
 std::uint64_t sizeOf(const std::filesystem::path& file)
 {
@@ -71,11 +76,10 @@ std::filesystem::path HistoryDatabaseFile::besides(std::string_view suffix) cons
     return file += suffix;
 }
 
-/// "name-20240131-235959": the wall clock's UTC.
+/// "name-20240131-235959", in local time like the lines of the log.
 std::string HistoryDatabaseFile::dated(std::string_view name) const
 {
-    const auto now = static_cast<std::time_t>(context_.runtime.wallTime());
-    return fmt::format("{}-{:%Y%m%d-%H%M%S}", name, fmt::gmtime(now));
+    return fmt::format("{}-{:%Y%m%d-%H%M%S}", name, localTime(context_.runtime.wallTime()));
 }
 
 /// A dated name beside the file that neither a database nor a log has yet.
@@ -109,12 +113,22 @@ bool HistoryDatabaseFile::open()
             return true;
         }
         complain(SqlFailure::None, "vanished while open; going on with what is there now");
+        checked_ = false;
         close();
     }
-    if (!isRidOfForeignLog()) {
+    if (!isRidOfForeignLog() || !clearTheWay()) {
         return false;
     }
-    return openFresh() || (connection_.failure() == SqlFailure::Damaged && setAside() && openFresh());
+    return openFresh() || (isUnusable() && setAside(unsound) && openFresh());
+}
+
+/// Whether the file that could not be opened will never be of use, whatever changes around it: it is damaged, of a format
+/// that this SQLite does not know, or of one that it reads only. On a disk that is read-only it cannot be moved either.
+bool HistoryDatabaseFile::isUnusable() const
+{
+    const SqlFailure kind = connection_.failure();
+    return !damage_.empty() || kind == SqlFailure::Damaged || kind == SqlFailure::Statement
+        || kind == SqlFailure::ReadOnly;
 }
 
 bool HistoryDatabaseFile::openFresh()
@@ -122,20 +136,22 @@ bool HistoryDatabaseFile::openFresh()
     std::error_code failure;
     std::filesystem::create_directories(path_.parent_path(), failure);
     connection_.resetFailure();
+    damage_.clear();
     if (connection_.open(path_, options_.connection)) {
         // Before the first table: the write-ahead log and its index take the file's mode and group over.
         using std::filesystem::perms;
         std::filesystem::permissions(path_, perms::owner_read | perms::owner_write | perms::group_read, failure);
-        if (context_.host.userRights) {
-            context_.host.userRights->shareWithAdministrators(path_.string());
+        if (context_.host.userRights) { // where it fails, it failed for the folder, of which the log tells
+            static_cast<void>(context_.host.userRights->shareWithAdministrators(path_.string()));
         }
         if (prepareConnection()) {
             return true;
         }
     }
-    const SqlFailure kind = connection_.failure();
-    complain(kind, "Could not open db. " + connection_.failureText());
-    close();
+    const std::string reason = damage_.empty() ? connection_.failureText() : damage_;
+    complain(connection_.failure(), "Could not open db. " + reason);
+    connection_.close();
+    hasLog_ = false;
     return false;
 }
 
@@ -147,12 +163,44 @@ bool HistoryDatabaseFile::prepareConnection()
         }
     }
     // The first look at the content: a file that is no database, or is shorter than its header says, fails here.
-    if (!connection_.tableExists("sqlite_master")) {
+    if (!connection_.tableExists("sqlite_master") || !isSound()) {
+        return false;
+    }
+    if (connection_.isReadOnly() && canBeWritten(path_)) { // not so a disk that is read-only
+        damage_ = "is of a version that can only be read";
         return false;
     }
     hasLog_ = false;
+    if (!salvageSource_.empty()) {
+        salvageFrom(std::exchange(salvageSource_, {}));
+    }
     makeTables();
     return connection_.failure() != SqlFailure::Damaged;
+}
+
+/// Looks through every page, once after the start: damage that is only met weeks later, where it was read last, has been
+/// copied into every backup by then.
+bool HistoryDatabaseFile::isSound()
+{
+    if (std::exchange(checked_, true) || sizeOf(path_) + sizeOf(besides("-wal")) > checkedBytes) {
+        return true;
+    }
+    const auto looked = connection_.forEachRow("PRAGMA quick_check(1)", {}, [&](std::span<const SqlValue> row) {
+        const auto* words = std::get_if<std::string>(&row[0]);
+        damage_ = words && *words != "ok" ? words->substr(words->rfind('\n') + 1) : ""; // below a heading
+    });
+    return looked ? damage_.empty() : connection_.failure() != SqlFailure::Damaged;
+}
+
+void HistoryDatabaseFile::salvageFrom(const std::filesystem::path& damaged)
+{
+    const Salvaged sum = salvage(damaged, options_.connection, connection_);
+    const std::string lost =
+        sum.incomplete.empty() ? "" : fmt::format("; not all of {}", fmt::join(sum.incomplete, ", "));
+    context_.log.warning(sum.tables == 0
+            ? fmt::format("{}: nothing could be read out of {}", path_.string(), damaged.string())
+            : fmt::format("{}: {} rows of {} tables were read out of {}{}", path_.string(), sum.rows, sum.tables,
+                damaged.string(), lost));
 }
 
 void HistoryDatabaseFile::makeTables()
@@ -163,6 +211,9 @@ void HistoryDatabaseFile::makeTables()
         // A statement that is wrong by itself will not get better; everything else may.
         const SqlFailure failure = connection_.failure();
         tablesMade_ = tablesMade_ && (failure == SqlFailure::None || failure == SqlFailure::Statement);
+    }
+    for (const ViewSchema& schema : views_) {
+        makeView(schema);
     }
 }
 
@@ -218,6 +269,42 @@ void HistoryDatabaseFile::declareTable(TableSchema schema)
     }
 }
 
+void HistoryDatabaseFile::declareView(ViewSchema schema)
+{
+    const auto known =
+        std::find_if(views_.begin(), views_.end(), [&](const ViewSchema& other) { return other.view == schema.view; });
+    if (known != views_.end() && known->create == schema.create) {
+        return;
+    }
+    if (known != views_.end()) {
+        *known = schema;
+    } else {
+        views_.push_back(schema);
+    }
+    if (open()) {
+        makeView(schema);
+        afterUse();
+    }
+}
+
+/// One that cannot be made is nobody's loss but a reader's.
+void HistoryDatabaseFile::makeView(const ViewSchema& schema)
+{
+    const SqlValue name = schema.view;
+    const std::string wanted = sqlText(schema.create, schema.view);
+    std::string present;
+    const auto looked = connection_.forEachRow("SELECT sql FROM sqlite_master WHERE type = 'view' AND name = ?",
+        {&name, 1}, [&](std::span<const SqlValue> row) {
+            const auto* words = std::get_if<std::string>(&row[0]);
+            present = words ? *words : "";
+        });
+    if (looked && present != wanted
+        && !(connection_.execute(fmt::format("DROP VIEW IF EXISTS \"{}\"", schema.view))
+            && connection_.execute(wanted))) {
+        complain(connection_.failure(), connection_.failureText());
+    }
+}
+
 void HistoryDatabaseFile::makeTable(const TableSchema& schema)
 {
     const auto exists = connection_.tableExists(schema.table);
@@ -241,10 +328,23 @@ void HistoryDatabaseFile::makeTable(const TableSchema& schema)
         context_.log.warning(
             fmt::format("{}: table {} is of another layout; kept as {}", path_.string(), schema.table, kept));
     }
+    ++tablesMissing_;
     const auto made = connection_.execute(sqlText(schema.create, schema.table));
     if (!made) {
         complain(connection_.failure(), made.error().message);
     }
+}
+
+/// Whether another program has dropped or changed a table of ours beside us; it is there again then.
+bool HistoryDatabaseFile::tablesWereLost()
+{
+    const std::uint64_t before = tablesMissing_;
+    makeTables();
+    if (tablesMissing_ == before) {
+        return false;
+    }
+    complain(SqlFailure::None, "a table was gone, or had become another one; made again");
+    return true;
 }
 
 void HistoryDatabaseFile::addColumns(const TableSchema& schema)
@@ -282,7 +382,7 @@ bool HistoryDatabaseFile::write(const StatementBatch& batch)
     connection_.resetFailure();
     bool written = false;
     if (open() && tablesAreMade() && walIsInBounds()) {
-        written = writeOnce(batch) || (recover() && tablesMade_ && writeOnce(batch));
+        written = writeOnce(batch, Lost::MadeAgain) || (recover() && tablesMade_ && writeOnce(batch, Lost::MadeAgain));
     }
     if (written && failing_) {
         context_.log.info(fmt::format("{}: can be written again", path_.string()));
@@ -306,7 +406,7 @@ bool HistoryDatabaseFile::tablesAreMade()
     return tablesMade_ && connection_.isOpen();
 }
 
-bool HistoryDatabaseFile::writeOnce(const StatementBatch& batch)
+bool HistoryDatabaseFile::writeOnce(const StatementBatch& batch, Lost lost)
 {
     connection_.resetFailure();
     std::uint64_t rows = 0;
@@ -321,6 +421,12 @@ bool HistoryDatabaseFile::writeOnce(const StatementBatch& batch)
         good = outcome.ended == SqlFailure::None;
     }
     const std::string statementFault = failedStatements > 0 ? connection_.failureText() : std::string();
+    if (good && failedStatements > 0 && lost == Lost::MadeAgain) {
+        static_cast<void>(connection_.execute("ROLLBACK"));
+        connection_.resetFailure();
+        static_cast<void>(tablesWereLost());
+        return writeOnce(batch, Lost::LeftOut);
+    }
     good = good && connection_.execute("COMMIT");
     if (!good) {
         complain(connection_.failure(), "not written, kept for later: " + connection_.failureText());
@@ -367,7 +473,13 @@ void HistoryDatabaseFile::afterUse()
     if (connection_.inTransaction()) {
         static_cast<void>(connection_.execute("ROLLBACK"));
     }
-    if (connection_.failure() != SqlFailure::None) {
+    const SqlFailure kind = connection_.failure();
+    if (kind != SqlFailure::None && kind != SqlFailure::Damaged && connection_.isOpen()) {
+        complain(kind, "not read or not written: " + connection_.failureText());
+    }
+    if (kind == SqlFailure::Statement && connection_.isOpen()) {
+        tablesWereLost();
+    } else if (kind != SqlFailure::None) {
         recover();
     }
     connection_.resetFailure();
@@ -383,7 +495,7 @@ bool HistoryDatabaseFile::recover()
     }
     switch (kind) {
     case SqlFailure::Damaged:
-        return setAside() && openFresh();
+        return setAside(unsound) && openFresh();
     case SqlFailure::Full: {
         const std::uint64_t before = sizeOf(besides("-wal"));
         static_cast<void>(connection_.execute("PRAGMA wal_checkpoint(TRUNCATE)"));
@@ -399,7 +511,47 @@ bool HistoryDatabaseFile::recover()
     }
 }
 
-bool HistoryDatabaseFile::setAside()
+/// Renames what lies in the file's place and can never be it: recording must not end there for good.
+bool HistoryDatabaseFile::clearTheWay()
+{
+    std::string obstacle = obstacleAt(path_, Links::Followed);
+    std::error_code failure;
+    if (obstacle.empty() && std::filesystem::exists(path_, failure) && sizeOf(path_) == 0) {
+        if (sizeOf(besides("-wal")) > 0) { // which SQLite would delete
+            obstacle = "an empty file beside a log that is not";
+        } else if (!checked_) {
+            context_.log.warning(fmt::format("{}: is an empty file; its history starts anew", path_.string()));
+        }
+    }
+    if (!obstacle.empty()) {
+        return setAside("is " + obstacle);
+    }
+    for (const std::string_view part : {"-wal", "-shm"}) {
+        obstacle = obstacleAt(besides(part), Links::Refused);
+        const std::filesystem::path target = freeName(".damaged");
+        if (!obstacle.empty() && moveAside(target, part)) {
+            context_.log.error(
+                fmt::format("{}: is {}; kept as {}{}", besides(part).string(), obstacle, target.string(), part));
+        }
+    }
+    return true;
+}
+
+/// Renames one of the three files of a database, where it is there.
+bool HistoryDatabaseFile::moveAside(const std::filesystem::path& target, std::string_view part)
+{
+    std::filesystem::path kept = target;
+    std::error_code failure;
+    std::filesystem::rename(besides(part), kept += part, failure);
+    if (failure && failure != std::errc::no_such_file_or_directory) {
+        complain(SqlFailure::Damaged,
+            fmt::format("{} cannot be used, nor moved aside: {}", besides(part).string(), failure.message()));
+        return false;
+    }
+    return true;
+}
+
+bool HistoryDatabaseFile::setAside(std::string_view why)
 {
     if (connection_.hasMoved()) { // what is damaged is not what lies there now
         close();
@@ -407,24 +559,23 @@ bool HistoryDatabaseFile::setAside()
     }
     close();
     const double now = context_.runtime.monotonicTime();
-    if (now < nextAside_) {
+    const std::filesystem::path target = freeName(".damaged");
+    if (now < nextAside_ || !moveAside(target, "")) {
         return false;
     }
-    const std::filesystem::path target = freeName(".damaged");
-    for (const std::string_view part : partsOfDatabase) {
-        std::filesystem::path kept = target;
-        std::error_code failure;
-        std::filesystem::rename(besides(part), kept += part, failure);
-        if (part.empty() && failure) {
-            complain(SqlFailure::Damaged, "is damaged and cannot be moved aside: " + failure.message());
-            return false;
-        }
-    }
+    static_cast<void>(moveAside(target, "-wal"));
+    static_cast<void>(moveAside(target, "-shm"));
     nextAside_ = now + asidePause_;
     asidePause_ = std::min(asidePause_ * 2, longestAsidePause);
     ++statistics_.filesSetAside;
-    context_.log.error(fmt::format(
-        "{}: is not a sound database; kept as {}, a fresh one is started", path_.string(), target.string()));
+    context_.log.error(fmt::format("{}: {}; kept as {}, a fresh one is started", path_.string(), why, target.string()));
+    std::error_code failure;
+    if (std::filesystem::is_regular_file(target, failure)) {
+        salvageSource_ = target;
+        if (sizeOf(target) == 0) { // or SQLite would delete its log rather than read it
+            std::filesystem::resize_file(target, pageBytes, failure);
+        }
+    }
     return true;
 }
 

@@ -32,6 +32,8 @@ public:
     void close();
     /// Makes sure of a table, now and in every fresh file.
     void declareTable(TableSchema schema);
+    /// The same for a view. Its tables may be declared later.
+    void declareView(ViewSchema schema);
     /// Writes a batch in one transaction. False when nothing of it was written: try again later.
     bool write(const StatementBatch& batch);
     /// For queries; afterUse() must follow.
@@ -44,16 +46,25 @@ public:
 
 private:
     bool openFresh();
+    bool isUnusable() const;
     bool prepareConnection();
+    bool isSound();
+    void salvageFrom(const std::filesystem::path& damaged);
     void makeTables();
     void makeTable(const TableSchema& schema);
+    void makeView(const ViewSchema& schema);
+    bool tablesWereLost();
     bool tablesAreMade();
     void addColumns(const TableSchema& schema);
     bool hasOtherColumns(const TableSchema& schema);
     bool walIsInBounds();
-    bool writeOnce(const StatementBatch& batch);
+    /// What becomes of a batch that misses a table: tried again once the table is there, or written without its statements.
+    enum class Lost { MadeAgain, LeftOut };
+    bool writeOnce(const StatementBatch& batch, Lost lost);
     bool recover();
-    bool setAside();
+    bool clearTheWay();
+    bool moveAside(const std::filesystem::path& target, std::string_view part);
+    bool setAside(std::string_view why);
     bool isRidOfForeignLog();
     void complain(SqlFailure kind, std::string_view what);
     std::string dated(std::string_view name) const;
@@ -65,13 +76,18 @@ private:
     Options options_;
     SQLiteConnection connection_;
     std::vector<TableSchema> tables_;
+    std::vector<ViewSchema> views_;
     DatabaseStatistics statistics_;
-    bool tablesMade_ = true;    ///< every declared table is there, as far as it can be: batches are lost without
-    bool hasLog_ = false;       ///< the write-ahead log has been seen beside the open file
-    bool failing_ = false;      ///< the latest attempt to write failed
-    bool logIsForeign_ = false; ///< the log at the path belongs to a file that is no longer there
-    double nextAside_ = 0;      ///< monotonic s; before that no further file is set aside
-    double asidePause_ = 60;    ///< s; doubles each time, so that a failing disk is not filled with broken files
+    bool tablesMade_ = true;          ///< every declared table is there, as far as it can be: batches are lost without
+    bool hasLog_ = false;             ///< the write-ahead log has been seen beside the open file
+    bool failing_ = false;            ///< the latest attempt to write failed
+    bool logIsForeign_ = false;       ///< the log at the path belongs to a file that is no longer there
+    bool checked_ = false;            ///< the file has been looked through since the start
+    std::uint64_t tablesMissing_ = 0; ///< declared tables that were not there when they were looked for
+    std::string damage_;              ///< what the look through the file found
+    std::filesystem::path salvageSource_; ///< the damaged file whose place the next one takes
+    double nextAside_ = 0;                ///< monotonic s; before that no further file is set aside
+    double asidePause_ = 60; ///< s; doubles each time, so that a failing disk is not filled with broken files
     std::array<double, 9> nextComplaint_ = {}; ///< monotonic s, by kind of failure
 };
 

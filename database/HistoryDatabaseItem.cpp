@@ -92,6 +92,14 @@ void HistoryDatabaseItem::declareTable(TableSchema schema)
     });
 }
 
+void HistoryDatabaseItem::declareView(ViewSchema schema)
+{
+    post([this, schema = std::move(schema)] {
+        file_->declareView(schema);
+        publish();
+    });
+}
+
 // Statements
 
 void HistoryDatabaseItem::addItem(PendingStatement statement)

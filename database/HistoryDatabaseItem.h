@@ -26,7 +26,8 @@ struct Context;
 /// A commit is one transaction. With write-ahead logging it is, after a crash or power loss, there as a whole or not at
 /// all; readers never wait for it, and it never waits for them. What cannot be written now (full disk, another program's
 /// lock, a failing disk) is kept, in order, and tried again at every commit; beyond a limit the oldest goes. A file that
-/// turns out not to be a database is moved aside and a fresh one takes its place.
+/// turns out not to be a sound database, or cannot be used for good, is moved aside; a fresh one takes its place, with all
+/// that could still be read out of it.
 ///
 /// Any thread may call it. Hold it by a shared_ptr: work on its queue keeps it alive.
 class HistoryDatabaseItem : public std::enable_shared_from_this<HistoryDatabaseItem> {
@@ -66,6 +67,8 @@ public:
     /// Makes sure of a table, on the queue: now, and whenever a fresh file is started. Later statements and queries find
     /// it.
     void declareTable(TableSchema schema);
+    /// The same for a view. Its tables may be declared later.
+    void declareView(ViewSchema schema);
 
     /// Adds a statement to the next commit.
     void addItem(PendingStatement statement);

@@ -177,8 +177,10 @@ Result<void> SQLiteConnection::open(const std::filesystem::path& path, const Opt
     close();
     try {
         // One queue at a time uses the connection: SQLite need not lock it.
-        state_ = std::make_unique<State>(
-            path.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, options);
+        const int access = options.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+        state_ = std::make_unique<State>(path.string(), access | SQLITE_OPEN_NOMUTEX, options);
+        int keepLog = options.readOnly ? 0 : 1;
+        sqlite3_file_control(state_->database.getHandle(), "main", SQLITE_FCNTL_PERSIST_WAL, &keepLog);
         return {};
     } catch (const SQLite::Exception& error) {
         return failed(error.getErrorCode(), error.what());
@@ -196,6 +198,11 @@ void SQLiteConnection::close()
 }
 
 bool SQLiteConnection::isOpen() const { return state_ != nullptr; }
+
+bool SQLiteConnection::isReadOnly() const
+{
+    return state_ && sqlite3_db_readonly(state_->database.getHandle(), "main") == 1;
+}
 
 bool SQLiteConnection::hasMoved() const
 {

@@ -35,6 +35,7 @@ public:
     struct Options {
         int busyTimeout = 250; ///< ms to wait for another program's lock
         std::string vfs;       ///< name of a registered SQLite file system; empty for the system's own
+        bool readOnly = false;
     };
     using RowBlock = std::function<void(std::span<const SqlValue>)>;
 
@@ -50,12 +51,15 @@ public:
     SQLiteConnection(const SQLiteConnection&) = delete;
     SQLiteConnection& operator=(const SQLiteConnection&) = delete;
 
-    /// Opens the file, which is made when missing. Its content is not looked at yet.
+    /// Opens the file, which is made when missing. Its content is not looked at yet. Closing leaves an empty write-ahead
+    /// log and its index there: a reader who may not write in the folder could not make them, and not open the file.
     Result<void> open(const std::filesystem::path& path, const Options& options);
     /// Nothing but memory.
     Result<void> openInMemory();
     void close();
     bool isOpen() const;
+    /// Whether nothing can be written, for whatever reason. Known once something has been read.
+    bool isReadOnly() const;
     /// Whether the open file is no longer the one at its path.
     bool hasMoved() const;
 

@@ -19,4 +19,10 @@ struct TableSchema {
     std::vector<AddedColumn> added = {}; ///< with any, the order of the columns does not matter: new ones come last
 };
 
+/// A view that a file must have, for people who look into it. Made when missing, and made again when it reads differently.
+struct ViewSchema {
+    std::string view;   ///< a constant of ours
+    std::string create; ///< CREATE VIEW statement with "%@" for the view
+};
+
 } // namespace meridal

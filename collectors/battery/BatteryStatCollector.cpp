@@ -84,6 +84,10 @@ bool BatteryStatCollector::prepareDatabase()
         for (const TableSchema& table : tables) {
             file->declareTable(table);
         }
+        file->declareTable(seriesNamesTable());
+        for (const TableSchema& table : tables) {
+            file->declareView(namedView(table.table));
+        }
     }
     return migrated;
 }
@@ -181,6 +185,9 @@ void BatteryStatCollector::recordChanges(BatteryStatCollectorItem& item)
         recorded.source = source;
     }
     if (any) {
+        if (!item.name().empty()) {
+            file->addItem(seriesNameStatement(*item.key(), {.name = item.name(), .origin = "", .unit = ""}));
+        }
         file->commit();
     }
 }

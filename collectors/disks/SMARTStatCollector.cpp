@@ -286,6 +286,12 @@ std::shared_ptr<StatCollectorItem> SMARTStatCollector::makeItem()
     return std::make_shared<SMARTStatCollectorItem>(context());
 }
 
+SeriesName SMARTStatCollector::nameForItem(const StatCollectorItem& item) const
+{
+    const auto& disk = static_cast<const SMARTStatCollectorItem&>(item); // makeItem() makes no others
+    return {.name = disk.model().value_or(""), .origin = disk.bsd().value_or(""), .unit = ""};
+}
+
 std::vector<std::shared_ptr<SMARTStatCollectorItem>> SMARTStatCollector::disks() const
 {
     std::vector<std::shared_ptr<SMARTStatCollectorItem>> all;

@@ -37,6 +37,13 @@ const std::array<TableSchema, 3> bandwidthTables = {
 // Which hardware a number of "bandwidth_interface_map" stands for.
 const TableSchema addressTable = {.table = "bandwidth_interface_addresses",
     .create = "create table %@ (address text PRIMARY KEY NOT NULL, identifier INTEGER NOT NULL)"};
+const ViewSchema namedSamples = {.view = "bandwidth_samples_named",
+    .create = "CREATE VIEW %@ AS SELECT datetime(samples.start, 'unixepoch', 'localtime') AS started, "
+              "datetime(samples.end, 'unixepoch', 'localtime') AS ended, "
+              "interfaces.interface, networks.name AS network, networks.bssid, samples.upload, samples.download "
+              "FROM bandwidth_samples AS samples "
+              "LEFT JOIN bandwidth_interface_map AS interfaces ON interfaces.identifier = samples.interface "
+              "LEFT JOIN bandwidth_wifi_map AS networks ON networks.identifier = samples.network"};
 
 std::string columnText(const SqlValue& value)
 {
@@ -85,6 +92,7 @@ bool BandwidthDatabase::prepare()
         file_->declareTable(schema);
     }
     file_->declareTable(addressTable);
+    file_->declareView(namedSamples);
     return created;
 }
 

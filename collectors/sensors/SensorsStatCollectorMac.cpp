@@ -425,6 +425,15 @@ const SensorChannel* SensorsStatCollectorMac::channelForKey(const std::string& k
     return found != channels_.end() ? &found->second : nullptr;
 }
 
+SeriesName SensorsStatCollectorMac::nameForItem(const StatCollectorItem& item) const
+{
+    const auto& sensor = static_cast<const Item&>(item); // makeItem() makes no others
+    const SensorChannel* channel = channelForKey(sensor.key().value_or(""));
+    return {.name = channel ? channel->label : sensor.name(),
+        .origin = channel ? channel->chip : "",
+        .unit = std::string(sensorUnit(kindOf(sensor)))};
+}
+
 std::int64_t SensorsStatCollectorMac::kindOf(const Item& item) const
 {
     const SensorChannel* channel = channelForKey(item.key().value_or(""));

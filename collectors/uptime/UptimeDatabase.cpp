@@ -1,5 +1,6 @@
 #include "collectors/uptime/UptimeDatabase.h"
 
+#include "base/Log.h"
 #include "base/Text.h"
 #include "collectors/uptime/UptimeStatCollector.h"
 #include "database/HistoryDatabaseController.h"
@@ -23,6 +24,18 @@ const TableSchema sleepTable = {
 const TableSchema recordTable = {.table = "boot_records",
     .create = "create table %@ (boot double NOT NULL, id varchar(100) NOT NULL, started double NOT NULL, "
               "length double NOT NULL DEFAULT 0, asleep double NOT NULL DEFAULT 0, state int NOT NULL DEFAULT 0)"};
+// For people. A boot of state 1 that is not the latest crashed, or lost its power.
+const ViewSchema bootsView = {.view = "boots",
+    .create = "CREATE VIEW %@ AS SELECT datetime(coalesce(records.started, uptime.boot), 'unixepoch', 'localtime') AS "
+              "booted, CASE WHEN shutdown > 0 AND coalesce(state, 3) <> 1 THEN datetime(shutdown, 'unixepoch', "
+              "'localtime') END AS ended, CASE state WHEN 1 THEN CASE uptime.rowid WHEN (SELECT max(rowid) FROM "
+              "uptime) THEN 'running' ELSE 'crash' END WHEN 2 THEN 'asleep' WHEN 3 THEN 'orderly' END AS state, "
+              "round(records.length / 3600, 2) AS hours, round(records.asleep / 3600, 2) AS hours_asleep "
+              "FROM uptime LEFT JOIN boot_records AS records ON records.boot = uptime.boot ORDER BY uptime.rowid"};
+const ViewSchema sleepsView = {.view = "sleeps",
+    .create =
+        "CREATE VIEW %@ AS SELECT datetime(start, 'unixepoch', 'localtime') AS fell_asleep, datetime(\"end\", "
+        "'unixepoch', 'localtime') AS woke, round((\"end\" - start) / 60, 1) AS minutes FROM sleep ORDER BY rowid"};
 
 constexpr int farewellAttempts = 8;       // of 250 ms each: within the 3 s for which the power manager delays a sleep
 constexpr double writeRetryInterval = 15; // s
@@ -41,6 +54,8 @@ void UptimeDatabase::prepareUptime()
     for (const TableSchema& table : {uptimeTable, sleepTable, recordTable}) {
         database_->declareTable(table);
     }
+    database_->declareView(bootsView);
+    database_->declareView(sleepsView);
 }
 
 std::optional<BootReading> UptimeDatabase::read() const
@@ -100,6 +115,9 @@ void UptimeDatabase::conclude(bool done, std::optional<double> key)
 {
     if (key) {
         collector_.setBoottime(*key);
+    }
+    if (std::exchange(failing_, !done) && done) {
+        context_.log.info(database_->path().string() + ": can be written again");
     }
     if (done) {
         retry_.reset();

@@ -64,6 +64,7 @@ private:
     std::shared_ptr<UptimeJournal> journal_ = std::make_shared<UptimeJournal>();
     Task confirmed_;
     bool known_ = false;           ///< the kernel has told a boot time that was to be recorded
+    bool failing_ = false;         ///< something waits that could not be written
     std::unique_ptr<Timer> retry_; ///< of what could not be written
     std::unique_ptr<Timer> vigil_; ///< runs between a farewell before sleep and the wake
     Lifetime lifetime_;

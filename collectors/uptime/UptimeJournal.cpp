@@ -104,6 +104,7 @@ bool UptimeJournal::write(SQLiteConnection& connection, int attempts)
 {
     for (; attempts > 0 && !waiting_.empty(); --attempts) {
         std::optional<double> key = key_;
+        connection.resetFailure(); // of the attempt before
         if (inTransaction(connection, [&] { return writeAll(connection, key); })) {
             key_ = key;
             waiting_.clear();

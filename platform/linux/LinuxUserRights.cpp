@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace meridal {
@@ -77,14 +79,17 @@ bool LinuxUserRights::ownsActiveSeat(std::uint32_t uid)
     return owns;
 }
 
-void LinuxUserRights::shareWithAdministrators(const std::string& path)
+Result<void> LinuxUserRights::shareWithAdministrators(const std::string& path)
 {
     for (const char* name : administratorGroups) {
         if (const auto gid = groupNamed(name)) {
-            static_cast<void>(::chown(path.c_str(), static_cast<uid_t>(-1), *gid) == 0);
-            return;
+            if (::lchown(path.c_str(), static_cast<uid_t>(-1), *gid) == 0) {
+                return {};
+            }
+            return unexpected(ErrorCode::NotPermitted, std::error_code(errno, std::generic_category()).message());
         }
     }
+    return unexpected(ErrorCode::NotFound, "there is no group of administrators");
 }
 
 } // namespace meridal

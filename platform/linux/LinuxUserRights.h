@@ -9,7 +9,7 @@ class LinuxUserRights final : public UserRights {
 public:
     bool administers(std::uint32_t uid) override;
     bool ownsActiveSeat(std::uint32_t uid) override;
-    void shareWithAdministrators(const std::string& path) override;
+    Result<void> shareWithAdministrators(const std::string& path) override;
 };
 
 } // namespace meridal

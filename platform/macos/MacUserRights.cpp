@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
+#include <system_error>
 #include <vector>
 
 namespace meridal {
@@ -65,11 +67,16 @@ bool MacUserRights::ownsActiveSeat(std::uint32_t uid)
     return somebody && console == uid;
 }
 
-void MacUserRights::shareWithAdministrators(const std::string& path)
+Result<void> MacUserRights::shareWithAdministrators(const std::string& path)
 {
-    if (const auto group = administratorGroup()) {
-        static_cast<void>(::chown(path.c_str(), static_cast<uid_t>(-1), *group) == 0);
+    const auto group = administratorGroup();
+    if (!group) {
+        return unexpected(ErrorCode::NotFound, "there is no group of administrators");
     }
+    if (::lchown(path.c_str(), static_cast<uid_t>(-1), *group) != 0) {
+        return unexpected(ErrorCode::NotPermitted, std::error_code(errno, std::generic_category()).message());
+    }
+    return {};
 }
 
 } // namespace meridal

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -46,10 +48,51 @@ TEST_F(LogTest, LinesReachTheFileWithTimeAndLevelBeforeFlushReturns)
     log.flush();
     const auto lines = linesOf(folder / "a" / "b" / "meridald-20261121T074500.log");
     ASSERT_EQ(lines.size(), 2U);
-    EXPECT_TRUE(lines[0].starts_with("[2026-11-2")) << lines[0]; // the day is local
+    EXPECT_TRUE(lines[0].starts_with("[2026-11-2")) << lines[0];
     EXPECT_TRUE(lines[0].ends_with("] [info] Daemon started")) << lines[0];
     EXPECT_TRUE(lines[1].ends_with("] [error] no sensors")) << lines[1];
     EXPECT_EQ(log.droppedLines(), 0U);
+}
+
+TEST_F(LogTest, LinesOfTheStartWaitForTheFiles)
+{
+    Log log;
+    for (int i = 0; i < 1000; ++i) {
+        log.warning("start " + std::to_string(i));
+    }
+    log.addFiles(runtime, folder);
+    log.info("later");
+    log.flush();
+    const auto lines = linesOf(fs::directory_iterator(folder)->path());
+    ASSERT_EQ(lines.size(), 129U) << "the first ones, and those since";
+    EXPECT_TRUE(lines[0].ends_with("[warning] start 0"));
+    EXPECT_TRUE(lines[128].ends_with("[info] later"));
+}
+
+TEST_F(LogTest, FilesAreNamedByTheClockOfTheirLines)
+{
+    const char* before = std::getenv("TZ");
+    const std::string kept = before ? before : "";
+    ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    ::tzset();
+    {
+        Log log;
+        log.addFiles(runtime, folder, {.maximumAge = 3600});
+        log.info("one");
+        log.flush();
+        EXPECT_TRUE(linesOf(folder / "meridald-20261121T084500.log").at(0).starts_with("[2026-11-21 08:45:00"));
+        runtime.advance(3590);
+    }
+    Log again;
+    again.addFiles(runtime, folder, {.maximumAge = 3600});
+    again.info("two");
+    runtime.advance(20);
+    again.info("three");
+    again.flush();
+    EXPECT_EQ(linesOf(folder / "meridald-20261121T084500.log").size(), 2U) << "its age is known after a restart";
+    EXPECT_TRUE(fs::exists(folder / "meridald-20261121T094510.log"));
+    before ? ::setenv("TZ", kept.c_str(), 1) : ::unsetenv("TZ");
+    ::tzset();
 }
 
 TEST_F(LogTest, AgesFollowTheRuntimesClock)

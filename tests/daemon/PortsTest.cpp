@@ -200,21 +200,47 @@ TEST_F(DaemonTest, SleepIsRecordedOnlyWhenItsBeginningIsKnown)
     EXPECT_EQ(farewells.back(), std::pair(Farewell::Shutdown, before + 3600));
 }
 
-TEST_F(DaemonTest, TheMachineSleepsWhenBothFilesAreWritten)
+TEST_F(DaemonTest, TheMachineSleepsWhenEverythingIsWritten)
 {
+    const TemporaryTree folder(TemporaryTree::Place::Memory);
+    HistoryDatabaseController databases(machine.context);
+    machine.context.databases = &databases;
+    const auto record = databases.databaseWithPath(folder.root() / "record.db");
+    record->declareTable({.table = "rows", .create = "CREATE TABLE %@ (row INTEGER)"});
+    const auto add = [&record] {
+        record->addItem({.table = "rows", .format = "INSERT INTO %@ VALUES (1)", .args = {}});
+    };
     Task bandwidthWritten;
     Task shutdownWritten;
     CollectorPorts ports;
     ports.saveShutdownTime = [&](Farewell, double, Task written) { shutdownWritten = std::move(written); };
     ports.saveBandwidth = [&](Task written) { bandwidthWritten = std::move(written); };
     start(std::move(ports));
+    add();
     const auto sleep = machine.powerMessages().send(PowerMessage::SystemWillSleep);
+    EXPECT_EQ(record->statistics().rowsWritten, 0U) << "not on the main queue's time";
     machine.runtime.advance(1);
+    EXPECT_EQ(record->statistics().rowsWritten, 1U);
     shutdownWritten();
     shutdownWritten(); // an answer too many is not the other's
     EXPECT_TRUE(machine.powerMessages().allowed.empty());
     bandwidthWritten();
     EXPECT_EQ(machine.powerMessages().allowed, std::vector{sleep});
+
+    record->queryDatabaseAsync([&](SQLiteConnection&) {
+        machine.runtime.advance(2.5);
+        shutdownWritten();
+        bandwidthWritten();
+        EXPECT_EQ(machine.powerMessages().allowed.size(), 1U) << "the record hangs on its disk";
+    });
+    machine.powerMessages().send(PowerMessage::SystemWillSleep);
+    machine.runtime.runDue();
+    EXPECT_EQ(machine.powerMessages().allowed.size(), 2U);
+    add();
+    daemon->finalize();
+    EXPECT_EQ(record->statistics().rowsWritten, 2U);
+    daemon.reset();
+    machine.context.databases = nullptr;
 }
 
 TEST_F(DaemonTest, OnlyWhoOwnsTheMachineMayChangeItsNetwork)

@@ -101,7 +101,7 @@ protected:
     void removeAll() const
     {
         for (const auto& file : filesWith("history.db")) {
-            std::filesystem::remove(file);
+            std::filesystem::remove_all(file);
         }
     }
 

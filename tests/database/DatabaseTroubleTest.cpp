@@ -4,10 +4,18 @@
 #include "tests/database/DatabaseFixture.h"
 #include "tests/database/FaultyVfs.h"
 
+#include <grp.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <fstream>
+#include <functional>
 
 namespace meridal::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 class DatabaseTroubleTest : public DatabaseTest {
 protected:
@@ -40,20 +48,181 @@ TEST_F(DatabaseTroubleTest, AFileThatIsNoDatabaseIsKeptAside)
     expectFreshFile();
 }
 
-TEST_F(DatabaseTroubleTest, ATruncatedFileIsKeptAside)
+TEST_F(DatabaseTroubleTest, WhatIsInTheWayIsRenamedAndRecordingGoesOn)
 {
-    makeSoundFile();
-    std::filesystem::resize_file(path(), std::filesystem::file_size(path()) / 2);
-    expectFreshFile();
+    const std::string file = path().string();
+    const auto patch = [&](std::size_t offset, const std::string& bytes) { // of a sound file's header
+        makeSoundFile();
+        std::fstream header(file, std::ios::in | std::ios::out | std::ios::binary);
+        header.seekp(static_cast<std::streamoff>(offset));
+        header << bytes;
+    };
+    struct Case {
+        const char* what;
+        std::function<void()> make;
+        const char* kept; ///< the name of what is kept begins so
+        const char* rows = "1";
+    };
+    const Case cases[] = {
+        {"a folder", [&] { std::filesystem::create_directories(file + "/inner"); }, "history.db.damaged-"},
+        {"a FIFO", [&] { ::mkfifo(file.c_str(), 0600); }, "history.db.damaged-"},
+        {"a link to a device", [&] { std::filesystem::create_symlink("/dev/zero", file); }, "history.db.damaged-"},
+        {"a link that leads nowhere", [&] { std::filesystem::create_symlink("/nowhere/at.all", file); },
+            "history.db.damaged-"},
+        {"a link to itself", [&] { std::filesystem::create_symlink(file, file); }, "history.db.damaged-"},
+        {"an unknown schema format", [&] { patch(44, std::string("\0\0\0\x63", 4)); }, "history.db.damaged-"},
+        {"a version that is only read", [&] { patch(18, "\x07"); }, "history.db.damaged-", "2001"},
+        {"a folder for a log", [&] { makeSoundFile(), fs::remove(file + "-wal"), fs::create_directory(file + "-wal"); },
+            "history.db.damaged-", "2001"},
+        {"a FIFO for an index",
+            [&] { makeSoundFile(), fs::remove(file + "-shm"), ::mkfifo((file + "-shm").c_str(), 0600); },
+            "history.db.damaged-", "2001"},
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.what);
+        one.make();
+        {
+            const auto item = openItem();
+            writeBatch(*item, 5, 1);
+            EXPECT_EQ(rowCount(), one.rows);
+            EXPECT_EQ(filesWith(one.kept).empty(), false);
+            EXPECT_EQ(linesWith("kept as"), 1U);
+        }
+        removeAll();
+        lines_.clear();
+    }
 }
 
-TEST_F(DatabaseTroubleTest, AFileWithRuinedPagesIsKeptAsideWhenTheyAreMet)
+TEST_F(DatabaseTroubleTest, AFileOfAnotherUserIsRenamedAndReadWhereItCanBe)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can make such a file";
+    }
+    for (const mode_t mode : {0600U, 0644U}) {
+        makeSoundFile();
+        const pid_t child = ::fork();
+        if (child == 0) { // an ordinary user, to whom the folder belongs
+            std::filesystem::permissions(path(), static_cast<std::filesystem::perms>(mode));
+            const bool done = ::chown(folder_.root().c_str(), 12345, 12345) == 0 && ::setgroups(0, nullptr) == 0
+                && ::setgid(12345) == 0 && ::setuid(12345) == 0;
+            const auto item = openItem();
+            writeBatch(*item, 5, 1);
+            std::_Exit(done && rowCount() == (mode == 0600U ? "1" : "2001") && linesWith("another user") == 1 ? 0 : 1);
+        }
+        int status = 1;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0) << std::oct << mode;
+        ASSERT_EQ(::chown(folder_.root().c_str(), 0, 0), 0);
+        removeAll();
+    }
+}
+
+TEST_F(DatabaseTroubleTest, AnEmptyFileIsNotTakenForANewOneInSilence)
+{
+    folder_.write("history.db", "");
+    openItem()->close();
+    EXPECT_EQ(linesWith("is an empty file"), 1U);
+    removeAll();
+    {
+        const auto item = openItem();
+        writeBatch(*item, 1);
+        std::filesystem::copy_file(path().string() + "-wal", folder_.root() / "log");
+    }
+    std::filesystem::resize_file(path(), 0);
+    std::filesystem::rename(folder_.root() / "log", path().string() + "-wal");
+    const auto item = openItem();
+    writeBatch(*item, 2);
+    EXPECT_EQ(batches(), "1,2") << "all that was recorded is in the log";
+}
+
+TEST_F(DatabaseTroubleTest, ADamagedPageCostsItsOwnRowsOnly)
+{
+    constexpr std::int64_t pageSize = 4096;
+    const auto makeTables = [&](HistoryDatabaseItem& item) {
+        for (const char* table : {"plain", "numbered", "keyed"}) {
+            const std::string layout = table == std::string("plain") ? "(sample INTEGER, value REAL)"
+                : table == std::string("numbered")
+                ? "(sample INTEGER PRIMARY KEY AUTOINCREMENT, value REAL)"
+                : "(sample INTEGER, uuid TEXT, value REAL, PRIMARY KEY (sample, uuid)) WITHOUT ROWID";
+            item.declareTable({.table = table, .create = "CREATE TABLE %@ " + layout});
+        }
+    };
+    {
+        const auto item = openItem();
+        makeTables(*item);
+        item->queryDatabase([](SQLiteConnection& database) {
+            const char* numbers = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) ";
+            for (const std::string insert :
+                {"INSERT INTO plain SELECT i, i * 0.5 FROM n", "INSERT INTO numbered SELECT i, i * 0.5 FROM n",
+                    "INSERT INTO keyed SELECT i / 5, i % 5, 1 FROM n"}) {
+                ASSERT_TRUE(database.execute(numbers + insert));
+            }
+            ASSERT_TRUE(database.execute("DELETE FROM numbered WHERE sample > 4990"));
+        });
+        item->close();
+    }
+    const std::int64_t pages = static_cast<std::int64_t>(std::filesystem::file_size(path())) / pageSize;
+    std::vector<int> roots;
+    for (const std::string& root : OtherProgram(path()).column("SELECT rootpage FROM sqlite_master")) {
+        roots.push_back(std::stoi(root));
+    }
+    int ruined = 0;
+    for (std::int64_t page = 12; page < pages; page += 8) { // some pages of each table, never a root
+        if (std::find(roots.begin(), roots.end(), page + 1) == roots.end()) {
+            std::fstream file(path(), std::ios::in | std::ios::out | std::ios::binary);
+            file.seekp(page * pageSize);
+            file << std::string(pageSize, 'x');
+            ++ruined;
+        }
+    }
+    ASSERT_GE(ruined, 5);
+    const auto item = openItem();
+    makeTables(*item);
+    item->addItem({.table = "numbered", .format = "INSERT INTO %@ (value) VALUES (?)", .args = {1.0}});
+    item->commitSync();
+    OtherProgram reader(path());
+    EXPECT_EQ(reader.value("PRAGMA integrity_check"), "ok");
+    std::int64_t rows = 0;
+    for (const std::string table : {"plain", "numbered", "keyed"}) {
+        const std::int64_t count = std::stoll(reader.value("SELECT count(*) FROM " + table));
+        EXPECT_GT(count, 3500) << table;
+        rows += count;
+    }
+    EXPECT_LT(rows, 14'991);
+    EXPECT_GT(rows, 14'991 - ruined * 600) << "a page holds some 400 rows, half of them when it was split";
+    EXPECT_EQ(reader.value("SELECT count(*) FROM plain WHERE rowid <> sample OR value <> sample * 0.5"), "0");
+    EXPECT_EQ(reader.value("SELECT max(sample) FROM numbered"), "5001") << "a number is never given out twice";
+    EXPECT_EQ(linesWith("rows of 4 tables were read out of"), 1U);
+    EXPECT_EQ(linesWith("not all of"), 1U);
+    EXPECT_EQ(item->statistics().filesSetAside, 1U);
+}
+
+TEST_F(DatabaseTroubleTest, WhatACutFileStillHoldsIsReadOutOfIt)
 {
     makeSoundFile();
-    const auto size = std::filesystem::file_size(path());
-    std::filesystem::resize_file(path(), 4096);
-    std::ofstream(path(), std::ios::app | std::ios::binary) << std::string(size - 4096, 'x');
-    expectFreshFile();
+    std::filesystem::resize_file(path(), std::filesystem::file_size(path()) * 3 / 4);
+    const auto item = openItem();
+    writeBatch(*item, 2);
+    EXPECT_EQ(filesWith(".damaged-20231114-").size(), 1U);
+    EXPECT_EQ(item->statistics().filesSetAside, 1U);
+    EXPECT_GT(std::stoi(rowCount()), 500) << batches();
+}
+
+TEST_F(DatabaseTroubleTest, ATableThatVanishesIsMadeAgainAndNothingIsLeftOut)
+{
+    const auto item = openItem();
+    writeBatch(*item, 1);
+    for (const char* sql : {"DROP TABLE rows", "ALTER TABLE rows RENAME COLUMN row TO other"}) {
+        OtherProgram(path()).run(sql);
+        writeBatch(*item, 2);
+        EXPECT_EQ(batches(), "2") << sql;
+    }
+    EXPECT_EQ(linesWith("a table was gone"), 1U);
+    EXPECT_EQ(item->statistics().statementsFailed, 0U);
+    OtherProgram(path()).run("DROP TABLE rows");
+    item->queryDatabase([](SQLiteConnection& database) { static_cast<void>(database.execute("DELETE FROM rows")); });
+    EXPECT_EQ(rowCount(), "0");
+    EXPECT_EQ(linesWith("not read or not written: "), 1U);
 }
 
 TEST_F(DatabaseTroubleTest, ADiskThatRuinsEveryFileIsNotFilledWithThem)

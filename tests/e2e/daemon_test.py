@@ -165,8 +165,9 @@ class DaemonTest(unittest.TestCase):
             self.assertEqual(daemon.stop(number), 0)
             self.assertFalse(os.path.exists(daemon.socket_path))
             client.close()
-        words = ["Prepating smc", "Prepating network", "Preparing smart", "Preparing processes", "Preparing battery",
-                 "Preparing power notifier", "Preparing bandwidth", "Starting network", "Starting processes", "Daemon started"]
+        words = ["Daemon smc", "Prepating smc", "Prepating network", "Preparing smart", "Preparing processes", "Preparing battery",
+                 "Preparing power notifier", "Preparing bandwidth", "Starting network", "Starting processes",
+                 "Daemon started"]
         log = daemon.read_log()
         places = [log.find(word) for word in words]
         self.assertNotIn(-1, places, log)

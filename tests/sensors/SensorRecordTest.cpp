@@ -206,12 +206,11 @@ TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
     // A file that answers late: the reading lost meanwhile is asked for again with the rows of the record.
     smc().setFloat("TC0P", 40);
     startWith(cpu, 4);
-    rows("alter table hour_sensorhistory rename to elsewhere");
+    rows("drop table hour_sensorhistory"); // it is made again
     electric(json(R"([{"key":"XA01","average":["TC0P"]}])"));
     machine.runtime.advance(4);
     EXPECT_TRUE(collector().sensorWithKey("TC0P")->knowsStoredLimits());
     EXPECT_FALSE(collector().sensorWithKey("XA01")->knowsStoredLimits());
-    rows("alter table elsewhere rename to hour_sensorhistory");
     machine.runtime.advance(60);
     EXPECT_TRUE(collector().sensorWithKey("XA01")->knowsStoredLimits());
 }
@@ -246,6 +245,11 @@ TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
     }
     EXPECT_GT(rows("select count(*) as n from sensorhistory", "sensors-long.db")[0]["n"], 200);
     EXPECT_LE(rows("select count(*) as n from hour_sensorhistory")[0]["n"], 603);
+    for (const char* file : {"sensors.db", "sensors-long.db"}) {
+        const std::string view = file == std::string("sensors.db") ? "day_sensorhistory_named" : "sensorhistory_named";
+        EXPECT_EQ(rows("select distinct name, origin, unit, value from " + view, file),
+            (std::vector<Dictionary>{{{"name", "CPU"}, {"origin", "chip-1"}, {"unit", "°C"}, {"value", 42.0}}}));
+    }
 
     smc().setFloat("TC0P", 44);
     start();

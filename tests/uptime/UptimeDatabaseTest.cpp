@@ -40,6 +40,23 @@ TEST_F(UptimeTest, TheTablesAreAsReadersExpectThem)
         tables[1]["sql"], "CREATE TABLE uptime (boot double NOT NULL DEFAULT 0, shutdown double NOT NULL DEFAULT 0)");
 }
 
+TEST_F(UptimeTest, PeopleCanReadTheFileToo)
+{
+    startDaemon();
+    runtime().advance(7200);
+    shutDown();
+    bootAgain(2);
+    sleepFor(1800);
+    crash();
+    bootAgain(3);
+    const auto all = rows("select state, hours, hours_asleep, ended is null as open from boots");
+    ASSERT_EQ(all.size(), 3U);
+    EXPECT_EQ(all[0], (Dictionary{{"state", "orderly"}, {"hours", 2.0}, {"hours_asleep", 0.0}, {"open", 0}}));
+    EXPECT_EQ(all[1], (Dictionary{{"state", "crash"}, {"hours", 0.5}, {"hours_asleep", 0.5}, {"open", 1}}));
+    EXPECT_EQ(all[2]["state"], "running");
+    EXPECT_EQ(rows("select minutes from sleeps")[0]["minutes"], 30.0);
+}
+
 TEST_F(UptimeTest, AClockThatIsCorrectedMakesNoSecondRowAndNoNegativeSpan)
 {
     runtime().stepWallClock(5 - now()); // the machine has no clock of its own: it starts in 1970
@@ -153,6 +170,8 @@ TEST_F(UptimeTest, ABootFirstWrittenLateIsInTheHistoryFilesToo)
 
 TEST_F(UptimeTest, ASleepThatCouldNotBeWrittenIsWrittenLater)
 {
+    std::string log;
+    machine.log.addListener([&log](LogLevel, std::string_view line) { log.append(line).append("\n"); });
     startDaemon();
     fallAsleep();
     const double start = sleepStart;
@@ -169,6 +188,8 @@ TEST_F(UptimeTest, ASleepThatCouldNotBeWrittenIsWrittenLater)
     EXPECT_EQ(ask().value()["current"]["asleep"], 3600.0);
     runtime().advance(60);
     EXPECT_EQ(rows("select * from sleep").size(), 1U);
+    EXPECT_NE(log.find("uptime.db: not read or not written: database is locked\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("uptime.db: can be written again\n"), std::string::npos) << log;
 }
 
 TEST_F(UptimeTest, WhatCouldNotBeWrittenComesBeforeALaterEnd)
