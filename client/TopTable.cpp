@@ -102,7 +102,12 @@ std::optional<double> TopTable::sum(std::size_t column) const
 
 TopTable readTopTable(TopList list, const Dictionary& envelope)
 {
-    TopTable table{list, {}, list == TopList::Network ? trafficShares(envelope) : std::nullopt};
+    TopTable table;
+    table.list = list;
+    if (list == TopList::Network) {
+        table.traffic = trafficShares(envelope);
+        table.trafficSource = text(envelope, "source").value_or("");
+    }
     std::map<std::string, std::size_t> rowOfPid;
     for (const Source& source : schema(list).sources) {
         const Value* entries = find(envelope, source.list);
@@ -145,6 +150,9 @@ Dictionary tableAsJson(const TopTable& table, std::size_t maximumRows)
         processes.push_back(std::move(process));
     }
     Dictionary object = {{"list", listName(table.list)}, {"processes", std::move(processes)}};
+    if (!table.trafficSource.empty()) {
+        object["source"] = table.trafficSource;
+    }
     if (table.traffic) {
         object["attributedBytes"] = table.traffic->attributed;
         object["kernelBytes"] = table.traffic->kernel;

@@ -43,6 +43,7 @@ struct TopTable {
     TopList list = TopList::Cpu;
     std::vector<TopRow> rows;
     std::optional<TrafficShares> traffic; ///< of the network list, while the daemon captures
+    std::string trafficSource;            ///< how that list is counted, as the daemon calls it; "" when it does not say
 
     /// The sum of a column over all rows; absent when no row has a figure.
     std::optional<double> sum(std::size_t column) const;

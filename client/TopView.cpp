@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -78,12 +79,31 @@ std::string totals(const TopTable& table, unsigned cores)
     return fmt::format("score {} together", sum(0, formatFigure));
 }
 
-/// What the list cannot show: traffic of nobody that is known, and of the kernel.
-Line trafficLine(const TrafficShares& traffic)
+/// How the list was counted, and so what may be missing in it.
+std::string describeSource(const std::string& source)
 {
-    return {{Style::Faint,
-        fmt::format("kernel {}, unattributed {} ({} %)", formatBytes(traffic.kernel), formatBytes(traffic.unattributed),
-            formatFigure(traffic.unattributedPercent()))}};
+    static const std::map<std::string, const char*> words = {
+        {"bpf", "counted by the kernel"},
+        {"capture", "counted from captured packets"},
+        {"counters", "counted by TCP connection: no UDP, and nothing that came and went between two refreshes"},
+        {"none", "not counted"},
+    };
+    const auto known = words.find(source);
+    return known == words.end() ? printable(source) : known->second;
+}
+
+bool hasTrafficLine(const TopTable& table) { return table.traffic || !table.trafficSource.empty(); }
+
+/// What the list cannot show: how it came about, traffic of nobody that is known, and of the kernel.
+Line trafficLine(const TopTable& table)
+{
+    std::string words = describeSource(table.trafficSource);
+    if (table.traffic) {
+        words += fmt::format("{}kernel {}, unattributed {} ({} %)", words.empty() ? "" : "; ",
+            formatBytes(table.traffic->kernel), formatBytes(table.traffic->unattributed),
+            formatFigure(table.traffic->unattributedPercent()));
+    }
+    return {{Style::Faint, std::move(words)}};
 }
 
 std::string upperName(TopList list)
@@ -174,8 +194,8 @@ Lines tableLines(const TopFrame& frame, std::size_t maximumRows, int columns)
     const std::string summary = fmt::format("{} {} listed {}", table.rows.size(), noun, totals(table, frame.cores));
     Lines lines = {fitted({{Style::Title, title}, {Style::Plain, summary}}, columns)};
 
-    if (table.traffic) {
-        lines.push_back(fitted(trafficLine(*table.traffic), columns));
+    if (hasTrafficLine(table)) {
+        lines.push_back(fitted(trafficLine(table), columns));
     }
 
     const std::vector<Column> shown = columnsOf(table);
@@ -202,7 +222,7 @@ Lines screenLines(const TopFrame& frame, std::size_t maximumRows, int rows, int 
 {
     const auto height = static_cast<std::size_t>(std::max(rows, 0));
     // The daemon, the totals, where traffic went, the titles and the keys.
-    const std::size_t aroundRows = frame.table && frame.table->traffic ? 5 : 4;
+    const std::size_t aroundRows = frame.table && hasTrafficLine(*frame.table) ? 5 : 4;
     const std::size_t room = height > aroundRows ? height - aroundRows : 0;
 
     Lines lines = {fitted(stateLine(frame), columns)};

@@ -59,6 +59,8 @@ FlowTable::FlowTable(std::unique_ptr<SocketOwners> owners) : owners_(std::move(o
 void FlowTable::count(const DecodedFrame& frame)
 {
     ++counted_.frames;
+    captured_ += shareOf(frame);
+    ++capturedFrames_;
     if (!frame.isLoopback) {
         countOneEnd(frame);
     } else if (frame.direction == FrameDirection::Received) {
@@ -68,6 +70,15 @@ void FlowTable::count(const DecodedFrame& frame)
         leaving.direction = FrameDirection::Sent;
         countOneEnd(leaving);
     }
+}
+
+void FlowTable::countLost(std::uint64_t frames)
+{
+    if (frames == 0 || capturedFrames_ == 0) {
+        return;
+    }
+    const double times = static_cast<double>(frames) / capturedFrames_;
+    counted_.unattributed += {captured_.download * times, captured_.upload * times, captured_.linkBytes * times};
 }
 
 void FlowTable::countOneEnd(const DecodedFrame& frame)
@@ -150,6 +161,11 @@ void FlowTable::settle(double now, TrafficBatch& into)
     std::erase_if(dirty_, isSettled);
     if (!dirty_.empty() && owners_->search()) { // at once: a short-lived process may be gone at the next batch
         std::erase_if(dirty_, isSettled);
+    }
+    if (counted_.frames > 0) {
+        constexpr double fading = 0.5; // a batch: the mean is that of the last few
+        captured_ = {captured_.download * fading, captured_.upload * fading, captured_.linkBytes * fading};
+        capturedFrames_ *= fading;
     }
     into.add(counted_);
     counted_.clear();

@@ -22,6 +22,8 @@ public:
     explicit FlowTable(std::unique_ptr<SocketOwners> owners);
 
     void count(const DecodedFrame& frame);
+    /// Frames that did not come: nobody's, each with the mean bytes of those that came of late.
+    void countLost(std::uint64_t frames);
     /// Ends a batch of frames: moves what was counted to where it belongs. `now`: s of the clock that cannot step.
     void settle(double now, TrafficBatch& into);
 
@@ -70,7 +72,9 @@ private:
     void forgetIdle(double now);
 
     std::unique_ptr<SocketOwners> owners_;
-    TrafficBatch counted_; ///< what needs no flow
+    TrafficBatch counted_;  ///< what needs no flow
+    TrafficShare captured_; ///< of the latest frames, fading
+    double capturedFrames_ = 0;
     Flows flows_;
     std::vector<Flows::value_type*> dirty_;
     Flows::value_type* last_ = nullptr; ///< frames of a flow come in trains

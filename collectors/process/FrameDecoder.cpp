@@ -209,13 +209,11 @@ bool readEthernet(Reader reader, DecodedFrame& frame)
     return true;
 }
 
-/// Takes the packet type of Linux's cooked headers; false for frames that only passed by.
-bool readPacketType(std::uint16_t type, DecodedFrame& frame)
+/// Takes the packet type of Linux's cooked headers. What is for another host, and passes a bridge, came in like the rest.
+FrameDirection directionOf(std::uint16_t packetType)
 {
-    constexpr std::uint16_t otherHost = 3;
     constexpr std::uint16_t outgoing = 4;
-    frame.direction = type == outgoing ? FrameDirection::Sent : FrameDirection::Received;
-    return type != otherHost;
+    return packetType == outgoing ? FrameDirection::Sent : FrameDirection::Received;
 }
 
 /// Cooked headers stand in place of the link's own, which interfaces count.
@@ -231,9 +229,10 @@ void readCookedLink(std::uint16_t hardware, std::uint32_t length, DecodedFrame& 
 bool readCooked(Reader reader, DecodedFrame& frame)
 {
     constexpr std::size_t header = 16;
-    if (!reader.has(header) || !readPacketType(reader.u16(0), frame)) {
+    if (!reader.has(header)) {
         return false;
     }
+    frame.direction = directionOf(reader.u16(0));
     const std::uint16_t hardware = reader.u16(2);
     const std::uint16_t etherType = reader.u16(14);
     reader.skip(header);
@@ -245,9 +244,10 @@ bool readCooked(Reader reader, DecodedFrame& frame)
 bool readCooked2(Reader reader, DecodedFrame& frame)
 {
     constexpr std::size_t header = 20;
-    if (!reader.has(header) || !readPacketType(reader.u8(10), frame)) {
+    if (!reader.has(header)) {
         return false;
     }
+    frame.direction = directionOf(reader.u8(10));
     const std::uint16_t etherType = reader.u16(0);
     frame.interface = reader.u32(4);
     const std::uint16_t hardware = reader.u16(8);

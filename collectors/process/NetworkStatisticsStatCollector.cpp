@@ -54,6 +54,8 @@ void NetworkStatisticsStatCollector::stop()
     connections_ = {};
     places_ = {};
     freeSlots_ = {};
+    ended_ = {};
+    isListed_ = false;
 }
 
 void NetworkStatisticsStatCollector::received(std::span<const std::uint8_t> messages)
@@ -108,6 +110,8 @@ void NetworkStatisticsStatCollector::addSource(std::uint64_t ref)
     connection.free = 0;
     connection.ref = ref;
     connection.context = static_cast<std::int32_t>(place) + 1;
+    connection.isNew = isListed_;
+    connection.previousTime = isListed_ ? context().runtime.monotonicTime() : 0;
     places_.emplace(ref, place);
 }
 
@@ -140,6 +144,9 @@ void NetworkStatisticsStatCollector::clearConnectionAtIndex(std::size_t index)
     if (index >= connections_.size() || connections_[index].free != 0) {
         return;
     }
+    if (connections_[index].pid >= 0) {
+        ended_.push_back(connections_[index]); // what it carried since the last update is its process's all the same
+    }
     places_.erase(connections_[index].ref);
     connections_[index] = {};
     freeSlots_.push_back(static_cast<std::uint32_t>(index));
@@ -161,46 +168,57 @@ void NetworkStatisticsStatCollector::updateStats()
 {
     processes_.clearBandwidth();
     recalculateHighestRef();
-    const double now = context().runtime.wallTime();
-    // By index and not by reference: what is asked may be answered at once, and an answer may add or remove sources.
+    // By number and not by reference: what is asked may be answered at once, and an answer may add or remove sources.
     for (std::size_t index = 0; channel_ && index < connections_.size(); ++index) {
-        if (connections_[index].free != 0) {
-            continue;
+        if (connections_[index].free == 0) {
+            updateConnection(connections_[index].ref);
         }
-        Connection& connection = connections_[index];
-        const double elapsed = connection.previousTime > 0 ? connection.lastTime - connection.previousTime : 0;
-        updateRates(connection);
-        const Connection counted = connection;
-        ask(StatisticsType::QuerySource, counted);
-        if (counted.pid < 0) {
-            if (counted.descriptionTries < mostDescriptionTries) {
-                if (Connection* same = connectionWithRef(counted.ref)) {
-                    ++same->descriptionTries;
-                }
-                ask(StatisticsType::GetDescription, counted);
-            }
-            continue;
-        }
-        addToProcess(counted, elapsed, now);
     }
+    for (Connection& connection : std::exchange(ended_, {})) {
+        account(connection);
+    }
+    isListed_ = true;
     if (updaterFinishBlock()) {
         updaterFinishBlock()(*this);
     }
+}
+
+/// Asks how far a source has come, and adds what is known of it by then: an answer may come at once or after this.
+void NetworkStatisticsStatCollector::updateConnection(std::uint64_t ref)
+{
+    Connection asked = *connectionWithRef(ref);
+    if (asked.pid < 0 && asked.descriptionTries < mostDescriptionTries) {
+        ++connectionWithRef(ref)->descriptionTries;
+        ask(StatisticsType::GetDescription, asked);
+    }
+    ask(StatisticsType::QuerySource, asked);
+    if (Connection* connection = connectionWithRef(ref)) {
+        account(*connection);
+    }
+}
+
+/// Bytes whose process is not known yet wait for it.
+void NetworkStatisticsStatCollector::account(Connection& connection)
+{
+    if (connection.pid < 0) {
+        return;
+    }
+    const double elapsed = connection.previousTime > 0 ? connection.lastTime - connection.previousTime : 0;
+    updateRates(connection);
+    addToProcess(connection, elapsed);
 }
 
 void NetworkStatisticsStatCollector::updateRates(Connection& connection)
 {
     connection.previousTime = connection.previousTime == 0 ? connection.lastTime : connection.previousTime;
     const double elapsed = connection.lastTime - connection.previousTime;
-    // A first reading, and one of a counter that started over, say nothing about this interval.
-    const auto rate = [elapsed](double current, double previous, double before) {
-        if (elapsed <= 0) {
-            return before;
-        }
-        return previous > 0 && current > previous ? (current - previous) / elapsed : 0.0;
+    // A first reading, unless of a source that is new, and one of a counter that started over say nothing.
+    const auto rate = [&](double current, double previous) {
+        return elapsed > 0 && (previous > 0 || connection.isNew) && current > previous ? (current - previous) / elapsed
+                                                                                       : 0.0;
     };
-    connection.downloadRate = rate(connection.received, connection.previousReceived, connection.downloadRate);
-    connection.uploadRate = rate(connection.sent, connection.previousSent, connection.uploadRate);
+    connection.downloadRate = rate(connection.received, connection.previousReceived);
+    connection.uploadRate = rate(connection.sent, connection.previousSent);
     connection.previousReceived = connection.received;
     connection.previousSent = connection.sent;
     connection.previousTime = connection.lastTime;
@@ -212,7 +230,7 @@ void NetworkStatisticsStatCollector::ask(StatisticsType type, const Connection& 
     channel_->write(request_);
 }
 
-void NetworkStatisticsStatCollector::addToProcess(const Connection& connection, double elapsed, double now)
+void NetworkStatisticsStatCollector::addToProcess(const Connection& connection, double elapsed)
 {
     if (connection.provider <= 0 || connection.localPort <= 0) {
         return;
@@ -221,6 +239,7 @@ void NetworkStatisticsStatCollector::addToProcess(const Connection& connection, 
     if (!item) {
         return;
     }
+    const double now = context().runtime.wallTime();
     const double factor = figure_ == Figure::Bytes ? std::max(elapsed, 0.0) : 1.0;
     item->setNetworkDownload(item->networkDownload() + connection.downloadRate * factor);
     item->setNetworkUpload(item->networkUpload() + connection.uploadRate * factor);

@@ -39,6 +39,7 @@ public:
         double previousSent = 0;
         double downloadRate = 0; ///< bytes per second
         double uploadRate = 0;
+        bool isNew = false; ///< began while we looked, so that its first counts are of this interval
     };
 
     static constexpr std::size_t mostConnections = 65'536;
@@ -73,9 +74,11 @@ private:
     void addSource(std::uint64_t ref);
     Connection* connectionWithRef(std::uint64_t ref);
     void describe(Connection& connection, const SourceDescription& description);
+    void updateConnection(std::uint64_t ref);
+    void account(Connection& connection);
     void updateRates(Connection& connection);
     void ask(StatisticsType type, const Connection& connection);
-    void addToProcess(const Connection& connection, double elapsed, double now);
+    void addToProcess(const Connection& connection, double elapsed);
 
     ProcessStatCollector& processes_;
     const StatisticsFormat format_;
@@ -84,7 +87,9 @@ private:
     std::unordered_map<std::uint64_t, std::uint32_t> places_; ///< slot by ref
     std::vector<std::uint32_t> freeSlots_;
     std::vector<std::uint8_t> request_; ///< kept for its memory
+    std::vector<Connection> ended_;     ///< since the last update, with bytes that are not accounted for yet
     std::uint64_t missedSources_ = 0;
+    bool isListed_ = false;                               ///< what was there before us is known: who comes now is new
     std::unique_ptr<NetworkStatistics::Channel> channel_; ///< last: it calls back until it is gone
 };
 

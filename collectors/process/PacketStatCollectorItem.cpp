@@ -69,6 +69,7 @@ public:
             flows_.count(*frame);
         }
     }
+    void lost(std::uint64_t frames) override { flows_.countLost(frames); }
     void endBatch() override
     {
         flows_.settle(runtime_.monotonicTime(), batch_);
@@ -113,6 +114,7 @@ public:
         ++batch_.frames;
         batch_.add(record);
     }
+    void lost(std::uint64_t) override { }
     void endBatch() override
     {
         inbox_->put(batch_);

@@ -81,6 +81,8 @@ public:
     public:
         virtual ~Sink() = default;
         virtual void frame(const CapturedFrame& frame) = 0;
+        /// So many frames of the batch that ends next never came: there was no room for them.
+        virtual void lost(std::uint64_t frames) = 0;
         virtual void endBatch() = 0;
         /// The capture has ended by itself.
         virtual void failed(const std::string& why) = 0;

@@ -107,6 +107,7 @@ private:
         hasSearched_ = false;
         news_.clear();
         const auto take = [this](const DiagSocket& socket) { takeSocket(socket); };
+        ends_.read([this](const DiagSocket& socket) { endSocket(socket); });
         const bool hasAllOf4 = diag_.dump(IPPROTO_TCP, false, SocketDiag::Counts::Yes, take);
         const bool hasAllOf6 = diag_.dump(IPPROTO_TCP, true, SocketDiag::Counts::Yes, take);
         if (hasAllOf4 && hasAllOf6) {
@@ -121,15 +122,27 @@ private:
         tellNews();
     }
 
+    /// The last word of a connection: what it carried since it was last read.
+    void endSocket(const DiagSocket& socket)
+    {
+        const auto source = sources_.find(socket.cookie);
+        if (source == sources_.end()) {
+            return; // it came and went between two readings, and whose it was is not to be had
+        }
+        encodeSourceCounts(format, 0, socket.cookie, socket.counts.value_or(source->second.counts), news_);
+        encodeSourceRemoved(format, socket.cookie, news_);
+        sources_.erase(source);
+    }
+
     void takeSocket(const DiagSocket& socket)
     {
-        if (socket.inode == 0 || !socket.counts) {
-            return; // nobody's yet, or nobody's any more
+        if (!socket.counts || (socket.inode == 0 && !sources_.contains(socket.cookie))) {
+            return; // nobody's yet, or nobody's any more; one that is known goes on until its last bytes are out
         }
         const auto [entry, isNew] = sources_.try_emplace(socket.cookie);
         Source& source = entry->second;
         source.counts = *socket.counts;
-        source.inode = socket.inode;
+        source.inode = socket.inode == 0 ? source.inode : socket.inode;
         source.localPort = socket.flow.localPort;
         source.foreignPort = socket.flow.foreignPort;
         source.interface = socket.flow.interface;
@@ -150,6 +163,7 @@ private:
 
     Runtime& runtime_;
     SocketDiag diag_;
+    SocketEnds ends_;
     SocketInodes inodes_;
     Received received_;
     std::unordered_map<std::uint64_t, Source> sources_; ///< by cookie

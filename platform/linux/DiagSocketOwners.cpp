@@ -1,5 +1,9 @@
 #include "platform/linux/DiagSocketOwners.h"
 
+#include <netinet/in.h>
+
+#include <utility>
+
 namespace meridal {
 
 namespace {
@@ -26,7 +30,7 @@ SocketOwner DiagSocketOwners::ownerOf(const SocketFlow& flow)
     ++questions_;
     const auto socket = diag_.find(flow);
     if (!socket) {
-        return {.kind = None};
+        return {.kind = stack_.isForwarded(flow) || isTunnel(flow) ? Kernel : None};
     }
     if (socket->inode == 0) {
         // An open one may still be accepted by somebody; a closed one was somebody's, who is not known any more.
@@ -39,9 +43,23 @@ SocketOwner DiagSocketOwners::ownerOf(const SocketFlow& flow)
     case SocketInodes::State::Wanted:
         return {.kind = Pending};
     case SocketInodes::State::Absent:
-        break;
+        break; // no process has it open, so it is one of the kernel's own: a tunnel's, a file system's
     }
-    return {.kind = None};
+    return {.kind = Kernel};
+}
+
+/// Tunnels over UDP send from ports that no socket has, so that routers spread the load, to the one that they listen on
+/// themselves.
+bool DiagSocketOwners::isTunnel(const SocketFlow& flow)
+{
+    if (flow.protocol != IPPROTO_UDP) {
+        return false;
+    }
+    SocketFlow answer = flow;
+    std::swap(answer.localPort, answer.foreignPort);
+    const auto listening = diag_.find(answer);
+    return listening && listening->flow.localPort == flow.foreignPort
+        && inodes_.find(listening->inode).state == SocketInodes::State::Absent;
 }
 
 bool DiagSocketOwners::search() { return inodes_.search(); }

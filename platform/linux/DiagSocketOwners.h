@@ -23,6 +23,8 @@ public:
     static constexpr int mostQuestions = 1000;
 
 private:
+    bool isTunnel(const SocketFlow& flow);
+
     SocketDiag diag_;
     SocketInodes inodes_;
     InterfaceStack stack_;

@@ -71,7 +71,20 @@ bool InterfaceStack::isCarried(const SocketFlow& flow)
         return false;
     }
     const auto& addresses = link->second.addresses;
-    return std::find(addresses.begin(), addresses.end(), flow.local) == addresses.end();
+    return std::find(addresses.begin(), addresses.end(), flow.local) == addresses.end() && isOwn(flow.local);
+}
+
+bool InterfaceStack::isForwarded(const SocketFlow& flow)
+{
+    if (!isFresh_) {
+        read();
+    }
+    return isForOne(flow) && !own_.empty() && !isOwn(flow.local);
+}
+
+bool InterfaceStack::isOwn(const Address& address) const
+{
+    return std::find(own_.begin(), own_.end(), address) != own_.end();
 }
 
 void InterfaceStack::read()
@@ -79,6 +92,7 @@ void InterfaceStack::read()
     isFresh_ = true;
     readAt_ = stackTime();
     links_.clear();
+    own_.clear();
     buffer_.resize(bufferSize);
     if (!dump(RTM_GETLINK, AF_UNSPEC, &InterfaceStack::readLink)
         || !dump(RTM_GETADDR, AF_UNSPEC, &InterfaceStack::readAddress)) {
@@ -155,9 +169,6 @@ void InterfaceStack::readAddress(const nlmsghdr& header)
     }
     const auto& message = *static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(&header));
     const auto link = links_.find(message.ifa_index);
-    if (link == links_.end()) {
-        return; // nothing stands on it, so nobody will ask
-    }
     forEachAttribute<ifaddrmsg>(header, [&](const nlattr& attribute) {
         const auto type = mnl_attr_get_type(&attribute);
         const std::size_t size = mnl_attr_get_payload_len(&attribute);
@@ -165,7 +176,10 @@ void InterfaceStack::readAddress(const nlmsghdr& header)
         if ((type == IFA_LOCAL || (type == IFA_ADDRESS && message.ifa_family == AF_INET6)) && size <= sizeof(Address)) {
             Address address = {};
             std::memcpy(address.data(), mnl_attr_get_payload(&attribute), size);
-            link->second.addresses.push_back(address);
+            own_.push_back(address);
+            if (link != links_.end()) { // else nothing stands on it, so nobody will ask
+                link->second.addresses.push_back(address);
+            }
         }
     });
 }

@@ -19,9 +19,9 @@ namespace {
 
 /// From the IP header on: the longest one of IPv4, or that of IPv6 with some extension headers, and the ports.
 constexpr std::uint32_t headersOnly = 112;
-constexpr int snapLength = 160; ///< with the cooked header in front
-constexpr int ringBytes = 4 << 20;
-constexpr int blockTimeout = 20; ///< ms after which the kernel shows a block that is not full
+constexpr int snapLength = 160;     ///< with the cooked header in front
+constexpr int ringBytes = 16 << 20; ///< more than a second of 100,000 frames a second, for a machine that is late
+constexpr int blockTimeout = 20;    ///< ms after which the kernel shows a block that is not full
 /// s. A socket must still be there when its first frame is looked at: this is how short-lived it may be.
 constexpr double emptyInterval = 0.04;
 constexpr double emptyLeeway = 0.01; ///< s
@@ -112,11 +112,13 @@ public:
             return;
         }
         frames_ += static_cast<std::uint64_t>(count);
-        sink_->endBatch(); // also of nothing: something may still wait for its owner
         pcap_stat figures{};
         if (::pcap_stats(handle_.get(), &figures) == 0) {
-            dropped_ = figures.ps_drop;
+            const auto now = std::uint64_t{figures.ps_drop};
+            const std::uint64_t before = dropped_.exchange(now);
+            sink_->lost(now > before ? now - before : 0);
         }
+        sink_->endBatch(); // also of nothing: something may still wait for its owner
     }
     void end()
     {

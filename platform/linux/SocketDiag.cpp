@@ -208,4 +208,41 @@ SocketDiag::Outcome SocketDiag::readDump(const Visit& visit, std::uint8_t protoc
     return Outcome::Done;
 }
 
+void SocketEnds::Closer::operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
+
+SocketEnds::SocketEnds() : socket_(mnl_socket_open2(NETLINK_SOCK_DIAG, SOCK_CLOEXEC | SOCK_NONBLOCK))
+{
+    constexpr int roomForEnds = 4 << 20; // bytes: some thousands of ends between two readings
+    constexpr unsigned groups = 1U << (SKNLGRP_INET_TCP_DESTROY - 1) | 1U << (SKNLGRP_INET6_TCP_DESTROY - 1);
+    if (!socket_ || mnl_socket_bind(socket_.get(), groups, MNL_SOCKET_AUTOPID) < 0) {
+        socket_.reset();
+        return;
+    }
+    const int descriptor = mnl_socket_get_fd(socket_.get());
+    if (::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &roomForEnds, sizeof(roomForEnds)) != 0) {
+        ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &roomForEnds, sizeof(roomForEnds));
+    }
+}
+
+SocketEnds::~SocketEnds() = default;
+
+void SocketEnds::read(const SocketDiag::Visit& visit)
+{
+    constexpr int mostAtOnce = 20'000;
+    alignas(nlmsghdr) std::array<char, 8192> buffer;
+    for (int count = 0; socket_ && count < mostAtOnce; ++count) {
+        const ssize_t size = mnl_socket_recvfrom(socket_.get(), buffer.data(), buffer.size());
+        if (size < 0 && errno != ENOBUFS && errno != EINTR) {
+            return; // none is left; one that was lost for want of room ends with the next reading of all sockets
+        }
+        int left = size < 0 ? 0 : static_cast<int>(size);
+        const auto* header = reinterpret_cast<const nlmsghdr*>(buffer.data());
+        for (; mnl_nlmsg_ok(header, left); header = mnl_nlmsg_next(header, &left)) {
+            if (const auto socket = socketFrom(*header, IPPROTO_TCP)) {
+                visit(*socket);
+            }
+        }
+    }
+}
+
 } // namespace meridal

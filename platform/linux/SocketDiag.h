@@ -60,4 +60,25 @@ private:
     std::unique_ptr<std::array<char, 65'536>> buffer_;
 };
 
+/// TCP sockets that end, with what they carried to the last byte (the destroy groups of sock_diag). The kernel keeps them
+/// until they are read, as many as the buffer holds. Not for two threads at once.
+class SocketEnds {
+public:
+    /// Subscribes; without the right or the means nothing is ever read.
+    SocketEnds();
+    ~SocketEnds();
+    SocketEnds(const SocketEnds&) = delete;
+    SocketEnds& operator=(const SocketEnds&) = delete;
+
+    /// Takes what has ended since the last call. Does not wait.
+    void read(const SocketDiag::Visit& visit);
+
+private:
+    struct Closer {
+        void operator()(mnl_socket* socket) const;
+    };
+
+    std::unique_ptr<mnl_socket, Closer> socket_;
+};
+
 } // namespace meridal

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -181,55 +182,59 @@ void SocketInodes::walkOn(double time)
             endRound(time);
             return;
         }
-        const std::int32_t pid = pids_[pids_.size() - 1 - walked_];
+        if (!scan(pids_[pids_.size() - 1 - walked_], time, budget)) {
+            return; // a large table; the walk waits here, or its end would call those absent that are in the rest of it
+        }
         ++walked_;
-        scan(pid, time, budget);
     }
 }
 
-/// Looks through one process: first at descriptors that are new to us, then at some of the others, which may have been
-/// closed and opened again in between.
-void SocketInodes::scan(std::int32_t pid, double time, int& budget)
+/// Looks through one process as far as the budget goes. True when that is done: all of it was read since the scan began,
+/// or nobody is looked for any more.
+bool SocketInodes::scan(std::int32_t pid, double time, int& budget)
 {
     Process& process = processes_[pid];
-    if (time < process.notBefore) {
-        return;
+    if (!process.isScanned) {
+        if (time < process.notBefore) {
+            return true;
+        }
+        beginScan(pid, process, budget);
     }
+    for (; searching_ > 0 && !process.unread.empty(); process.unread.pop_back()) {
+        if (budget <= 0) {
+            return false;
+        }
+        --budget;
+        readLink(pid, process, process.unread.back(), time);
+    }
+    process.isScanned = false;
+    process.unread = {};
+    if (process.descriptors.size() > largeTable) {
+        process.notBefore = time + secondsPerDescriptor * static_cast<double>(process.descriptors.size());
+    }
+    return true;
+}
+
+/// Lists the descriptors: those that are new to us are read first, then the others, which may have been closed and opened
+/// again in between.
+void SocketInodes::beginScan(std::int32_t pid, Process& process, int& budget)
+{
     descriptors_.clear();
-    budget -= 2; // opening and closing the folder
     sockets_.forEachDescriptor(pid, [this](int fd) {
         descriptors_.push_back(fd);
         return true;
     });
-    budget -= static_cast<int>(descriptors_.size() / 8);
-    if (descriptors_.size() > largeTable) {
-        process.notBefore = time + secondsPerDescriptor * static_cast<double>(descriptors_.size());
-    }
-    const std::size_t before = process.descriptors.size();
-    std::size_t known = 0;
-    for (const int fd : descriptors_) {
-        if (process.descriptors.contains(fd)) {
-            ++known;
-        } else if (searching_ > 0 && budget > 0) {
-            --budget;
-            readLink(pid, process, fd, time);
-        }
-    }
-    if (known < before) { // some were closed
+    budget -= 2 + static_cast<int>(descriptors_.size() / 8); // opening and closing the folder, and its entries
+    const auto isNew = [&process](int fd) { return !process.descriptors.contains(fd); };
+    const std::size_t known = process.descriptors.size();
+    const auto firstNew = std::stable_partition(descriptors_.begin(), descriptors_.end(), std::not_fn(isNew));
+    process.unread = descriptors_;
+    process.isScanned = true;
+    if (static_cast<std::size_t>(firstNew - descriptors_.begin()) < known) { // some were closed
         std::sort(descriptors_.begin(), descriptors_.end());
         std::erase_if(process.descriptors, [this](const auto& entry) {
             return !std::binary_search(descriptors_.begin(), descriptors_.end(), entry.first);
         });
-    }
-    reread(pid, process, time, budget);
-}
-
-void SocketInodes::reread(std::int32_t pid, Process& process, double time, int& budget)
-{
-    for (std::size_t count = 0; count < descriptors_.size() && searching_ > 0 && budget > 0; ++count) {
-        process.cursor = (process.cursor + 1) % descriptors_.size();
-        --budget;
-        readLink(pid, process, descriptors_[process.cursor], time);
     }
 }
 

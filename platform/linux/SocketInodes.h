@@ -29,8 +29,8 @@ private:
 
 /// Which process has a socket, found by its inode and kept. Tables of descriptors are read only while an inode is looked
 /// for, new processes first, then those that are known to have sockets, then the others from the youngest on (a child is
-/// found before the parent that it inherited from), and never more of them at a time than a budget allows. Not for two
-/// threads at once.
+/// found before the parent that it inherited from), and never more of them at a time than a budget allows: a large table
+/// is gone on with in the next search, and nobody is passed over before his is read. Not for two threads at once.
 class SocketInodes {
 public:
     enum class State : std::uint8_t {
@@ -72,17 +72,18 @@ private:
     struct Process {
         std::unordered_map<int, std::uint64_t> descriptors; ///< inode, 0 for what is no socket
         double since = 0;                                   ///< s; when it was first seen
+        std::vector<int> unread;                            ///< of the scan under way, the next one last
         double notBefore = 0;                               ///< s; tables of many descriptors are read less often
-        std::size_t cursor = 0;                             ///< of descriptors that are read again
+        bool isScanned = false;                             ///< a scan is under way
         bool hasSockets = false;
     };
 
     bool listProcesses(double now);
     void scanLikely(double now);
     void walkOn(double now);
-    void scan(std::int32_t pid, double now, int& budget);
+    bool scan(std::int32_t pid, double now, int& budget);
+    void beginScan(std::int32_t pid, Process& process, int& budget);
     void readLink(std::int32_t pid, Process& process, int fd, double now);
-    void reread(std::int32_t pid, Process& process, double now, int& budget);
     void endRound(double now);
     void forget(double now);
 

@@ -41,11 +41,13 @@ public:
         int count = 0;
         while (!finished_ && (count = ::pcap_dispatch(handle_.get(), -1, take, reinterpret_cast<u_char*>(this))) >= 0) {
             frames_ += static_cast<std::uint64_t>(count);
-            sink_->endBatch();
             pcap_stat figures{};
             if (::pcap_stats(handle_.get(), &figures) == 0) {
-                dropped_ = figures.ps_drop;
+                const auto now = std::uint64_t{figures.ps_drop};
+                const std::uint64_t before = dropped_.exchange(now);
+                sink_->lost(now > before ? now - before : 0);
             }
+            sink_->endBatch();
         }
         if (!finished_) {
             sink_->failed(::pcap_geterr(handle_.get()));

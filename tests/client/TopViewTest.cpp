@@ -44,6 +44,10 @@ TEST(TopView, NetworkShowsWhatIsNobodys)
         {"unattributed", {{"d", 512.0}, {"u", 0.0}}}};
     EXPECT_EQ(plainText(tableLines(frameOf(TopList::Network, envelope), 20, 0).at(1)),
         "kernel 512 B, unattributed 512 B (12.5 %)");
+    envelope["source"] = "capture";
+    EXPECT_EQ(plainText(tableLines(frameOf(TopList::Network, envelope), 20, 0).at(1)),
+        "counted from captured packets; kernel 512 B, unattributed 512 B (12.5 %)");
+    EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20)["source"], "capture");
     EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20)["unattributedBytes"], 512);
     envelope["unattributed"] = "none of your business";
     EXPECT_FALSE(readTopTable(TopList::Network, envelope).traffic);

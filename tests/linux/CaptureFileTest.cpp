@@ -31,6 +31,7 @@ struct DecodingSink final : PacketTap::Sink {
             decoded.push_back(*result);
         }
     }
+    void lost(std::uint64_t) override { }
     void endBatch() override { ++batches; }
     void failed(const std::string& why) override { FAIL() << why; }
 };

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -35,6 +36,42 @@ TEST(SocketInodes, ForgetsSocketsThatWereClosed)
         }
     }
     EXPECT_LT(inodes.known(), SocketInodes::firstForgotten + atATime);
+}
+
+/// A server's day: more descriptors than one search may read, and the one asked for is any of them.
+TEST(SocketInodes, FindsAnyOfManySocketsOfOneProcess)
+{
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    constexpr rlim_t sockets = 12'000;
+    if (limit.rlim_max < sockets + 100) {
+        GTEST_SKIP() << "no more than " << limit.rlim_max << " descriptors";
+    }
+    const rlimit enough{.rlim_cur = limit.rlim_max, .rlim_max = limit.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &enough);
+    std::vector<Descriptor> open;
+    std::vector<std::uint64_t> inodes;
+    for (rlim_t i = 0; i < sockets; ++i) {
+        struct stat status { };
+        open.emplace_back(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        ASSERT_EQ(::fstat(open.back().get(), &status), 0);
+        inodes.push_back(status.st_ino);
+    }
+    SocketInodes owners("/");
+    constexpr std::uint64_t nobodys = ~std::uint64_t{0};
+    owners.find(nobodys);
+    for (const std::size_t place : {sockets - 1, rlim_t{0}, sockets / 2}) {
+        owners.find(inodes[place]);
+    }
+    for (int i = 0; i < 40; ++i) { // 1.6 s of batches, less than what bytes wait
+        owners.search();
+    }
+    for (const std::size_t place : {sockets - 1, rlim_t{0}, sockets / 2}) {
+        EXPECT_EQ(owners.find(inodes[place]).state, SocketInodes::State::Found) << place;
+    }
+    EXPECT_NE(owners.find(nobodys).state, SocketInodes::State::Found);
+    open.clear();
+    ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 } // namespace

@@ -147,6 +147,29 @@ TEST_F(TrafficTest, WhatStandsOnAnotherInterfaceIsCountedOnce)
     expectTraffic(item(caller).networkUpload(), 1e6, "UDP over the bridge");
 }
 
+/// Two networks of containers on one bridge: nothing of it is a process's that this machine could name.
+TEST_F(TrafficTest, WhatOnlyPassesABridgeIsTheKernelsOnBothPorts)
+{
+    NetworkBed::run("ip link add br0 type bridge && ip addr flush dev m0 && ip link set m0 master br0"
+                    " && ip addr add 10.99.0.1/24 dev br0 && ip link set br0 up");
+    if (::if_nametoindex("br0") == 0) {
+        GTEST_SKIP() << "this kernel has no bridges";
+    }
+    Worker& guest = workers.emplace_back(std::vector<std::function<void()>>{
+        [] { ::unshare(CLONE_NEWNET); }, [] { tcpSend(NetworkBed::peer4, 4'000'000); }});
+    guest.go();
+    await({&guest});
+    NetworkBed::run("ip link add m1 type veth peer name p1 netns " + std::to_string(guest.pid())
+        + "; ip link set m1 master br0 up; nsenter -t " + std::to_string(guest.pid())
+        + " -n sh -c 'ip link set lo up; ip addr add 10.99.0.3/24 dev p1; ip link set p1 up'");
+    startCapture();
+    guest.go();
+    finish({&guest});
+    fold();
+    EXPECT_GE(packets.total().kernel.linkBytes, 2 * 4e6) << "in at one port and out at the other";
+    EXPECT_LT(packets.total().unattributed.linkBytes, 0.1e6);
+}
+
 /// In shares of the time that the flood lasts, so that a busy machine changes nothing.
 TEST_F(TrafficTest, AFloodIsCountedOrShownAsDroppedAndTakesNoMoreThanAThirdOfACore)
 {
@@ -165,6 +188,42 @@ TEST_F(TrafficTest, AFloodIsCountedOrShownAsDroppedAndTakesNoMoreThanAThirdOfACo
     EXPECT_LT(share, slowBuild ? 1.0 : 0.33);
     RecordProperty("cpuShare", std::to_string(share));
     RecordProperty("dropped", std::to_string(statistics.dropped));
+}
+
+TEST_F(TrafficTest, TheKernelsCountersHaveAConnectionFromItsFirstByteToItsLast)
+{
+    NetworkStatisticsStatCollector statistics(context, processes);
+    statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
+    ASSERT_TRUE(statistics.start());
+    Descriptor connection;
+    const auto send = [&] {
+        if (!connection) {
+            connection = socketTo(SOCK_STREAM, NetworkBed::peer4, tcpSink);
+        }
+        sendBytes(connection.get(), 2'000'000);
+    };
+    const auto sendAndClose = [&] {
+        send();
+        connection = Descriptor();
+    };
+    Worker& uploader = workers.emplace_back(std::vector<std::function<void()>>{send, send, sendAndClose});
+    double sum = 0;
+    const auto look = [&] {
+        serveFor(0.3); // longer than one reading of all sockets is good for
+        processes.update();
+        statistics.updateStats();
+        const auto* item = processes.processForPid(uploader.pid());
+        sum += item ? item->networkUpload() : 0;
+    };
+    look();
+    for (int step = 0; step < 3; ++step) {
+        uploader.go();
+        await({&uploader});
+        for (int i = 0; i < 20 && sum < 2e6 * (step + 1); ++i) { // its owner is being looked for
+            look();
+        }
+    }
+    expectTraffic(sum, 6e6, "of one connection");
 }
 
 TEST_F(TrafficTest, TheKernelsCountersAgreeWithTheCapture)

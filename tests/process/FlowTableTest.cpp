@@ -92,6 +92,25 @@ TEST_F(FlowTableTest, TheOwnerIsAskedForOnceAFlowAndNotOnceAFrame)
     EXPECT_EQ(batch.processes.linkBytes, 228'000);
 }
 
+TEST_F(FlowTableTest, FramesThatWereLostAreNobodysAtTheMeanOfThoseThatCame)
+{
+    table.countLost(7);
+    settle();
+    EXPECT_EQ(bytes(batch.unattributed), 0) << "of what size?";
+    owners.byPort[5000] = {Kind::Process, 42};
+    for (int i = 0; i < 10; ++i) {
+        table.count(sent(5000));
+    }
+    settle();
+    for (int i = 0; i < 5000; ++i) {
+        settle(); // quiet for minutes
+    }
+    table.countLost(5);
+    settle();
+    EXPECT_DOUBLE_EQ(batch.unattributed.upload, 500);
+    EXPECT_DOUBLE_EQ(batch.unattributed.linkBytes, 570);
+}
+
 TEST_F(FlowTableTest, BytesWaitForAnOwnerThatIsStillBeingLookedFor)
 {
     send(5000, {Kind::Pending});

@@ -151,23 +151,44 @@ TEST_F(NetworkStatisticsTest, RatesComeFromTheDifferenceOfTwoCounts)
     ASSERT_TRUE(statistics.start());
     EXPECT_EQ(kernel().requests.size(), 4U);
     addSource(77);
-    counts = {1000, 50};
-    updateAfter(2); // asks
     const auto downloadAfter = [this](const SourceCounts& now) {
         counts = now;
-        updateAfter(2); // takes the counts before, and asks for these
         updateAfter(2);
         return item(42).networkDownload();
     };
-    counts = {21'000, 50};
-    updateAfter(2); // takes the first counts, which say nothing yet
-    EXPECT_EQ(item(42).networkDownload(), 0);
-    updateAfter(2);
-    EXPECT_EQ(item(42).networkDownload(), 10'000);
+    EXPECT_EQ(downloadAfter({1000, 50}), 0) << "it was there before us: its first counts say nothing";
+    EXPECT_EQ(downloadAfter({21'000, 50}), 10'000);
     EXPECT_EQ(item(42).networkUpload() + item(42).networkUploadTime(), 0);
     EXPECT_EQ(downloadAfter({5, 5}), 0) << "the counter started over";
     statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
     EXPECT_EQ(downloadAfter({4005, 5}), 4000);
+}
+
+TEST_F(NetworkStatisticsTest, AConnectionCountsFromItsFirstByteToItsLast)
+{
+    statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
+    ASSERT_TRUE(statistics.start());
+    updateAfter(2);
+    machine.runtime.advance(1);
+    addSource(77);
+    pid = -1;
+    counts = {4000, 100};
+    updateAfter(2);
+    EXPECT_EQ(item(42).networkDownload(), 0) << "whose it is, is not known yet";
+    pid = 42;
+    counts = {9000, 200};
+    updateAfter(2);
+    EXPECT_EQ(item(42).networkDownload(), 9000);
+    EXPECT_EQ(item(42).networkUpload(), 200);
+    machine.runtime.advance(1);
+    Frame end;
+    encodeSourceCounts(format, 0, 77, {9700, 200}, end);
+    encodeSourceRemoved(format, 77, end);
+    kernel().say(end);
+    updateAfter(1);
+    EXPECT_EQ(item(42).networkDownload(), 700);
+    updateAfter(2);
+    EXPECT_EQ(item(42).networkDownload(), 0);
 }
 
 TEST_F(NetworkStatisticsTest, AnOwnerIsAskedForTenTimes)
