@@ -13,6 +13,11 @@ namespace meridal {
 
 namespace {
 
+/// Half of what a clock can count: a greater one in a file is no count of periods, and would leave none to come.
+constexpr std::int64_t largestStoredIdentifier = std::int64_t{1} << 52;
+
+constexpr double latestMoment = 253'402'300'800.0; ///< s since 1970: the end of the year 9999
+
 /// What the columns of a table mean, found once a query.
 class RowReader {
 public:
@@ -68,7 +73,7 @@ private:
             stored.sampleID = figure >= 0 && figure < largestIdentifier ? static_cast<std::uint64_t>(figure) : 0;
             break;
         case Kind::Time:
-            stored.time = std::isfinite(figure) ? figure : 0;
+            stored.time = figure > 0 && figure < latestMoment ? figure : 0;
             break;
         case Kind::Empty:
             stored.empty = figure != 0;
@@ -101,17 +106,66 @@ bool readRows(SQLiteConnection& database, const std::string& sql, const SqlValue
     return database.forEachRow(sql, args, [&](std::span<const SqlValue> row) { reader.add(row); }).has_value();
 }
 
-/// The latest time among the rows that a table of bounded length keeps, and as many of the long-term one.
-double latestTime(SQLiteConnection& database, const std::string& table, double newest)
+/// Labels looked at to find where a table ends: more than any table of bounded length keeps.
+constexpr std::int64_t labelsAtEnd = 1206;
+
+/// The newest rows of a table, in the ascending order in which rings take them. What no identifier can be is passed over.
+bool readNewest(SQLiteConnection& database, const std::string& table, std::int64_t count, const HistoryReadPlan& plan,
+    StoredRows& rows)
 {
-    double latest = newest;
-    const auto sql = fmt::format("SELECT max(time) FROM (SELECT time FROM {} ORDER BY sample DESC LIMIT 603)", table);
-    // A table without times leaves the newest one.
-    static_cast<void>(database.forEachRow(sql, {}, [&](std::span<const SqlValue> row) {
-        const double time = row.empty() ? newest : sqlNumber(row[0]);
-        latest = std::isfinite(time) ? std::max(newest, time) : newest;
-    }));
-    return latest;
+    return readRows(database,
+        fmt::format("SELECT * FROM (SELECT * FROM {} WHERE sample BETWEEN 0 AND ? ORDER BY sample DESC LIMIT ?) "
+                    "ORDER BY sample ASC",
+            table),
+        {largestStoredIdentifier, count}, plan, rows);
+}
+
+/// Finds out where a table ends. A row without a time hides neither its identifier nor the times before it.
+bool findEnd(SQLiteConnection& database, const std::string& table, const HistoryReadPlan& plan, StoredStorage& stored)
+{
+    StoredRows newest;
+    if (!readNewest(database, table, labelsAtEnd, plan, newest)) {
+        return false;
+    }
+    if (newest.rows.empty()) {
+        return true;
+    }
+    double newestTime = 0;
+    for (const StoredRows::Row& row : newest.rows) {
+        newestTime = row.time > 0 ? row.time : newestTime;
+        stored.latestTime = std::max(stored.latestTime, row.time);
+    }
+    if (!stored.hasNewest || newest.rows.back().sampleID > stored.newestID) {
+        stored.newestID = newest.rows.back().sampleID;
+        stored.newestTime = newestTime > 0 ? newestTime : stored.newestTime;
+    }
+    stored.hasNewest = true;
+    return true;
+}
+
+/// The newest identifiers below one, newest first, each found by one step into the index: rows of other items under the
+/// same identifier cost nothing. Arguments: the identifier, and how many.
+constexpr std::string_view newestIdentifiers =
+    "WITH RECURSIVE ids(id) AS (SELECT max(sample) FROM %@ WHERE sample < ? UNION ALL "
+    "SELECT (SELECT max(sample) FROM %@ WHERE sample < ids.id) FROM ids WHERE id IS NOT NULL LIMIT ?) ";
+
+bool readMeasured(
+    SQLiteConnection& database, const HistoryReadPlan::Tables& tables, std::vector<std::uint64_t>& measured)
+{
+    if (!tables.isPruned || (tables.itemTable.empty() && !tables.marksEmpty)) {
+        return true;
+    }
+    const std::string sql = tables.itemTable.empty()
+        ? fmt::format("SELECT sample FROM {} WHERE sample < ? AND empty = 0 ORDER BY sample DESC LIMIT ?", tables.table)
+        : sqlText(newestIdentifiers, tables.itemTable) + "SELECT id FROM ids WHERE id IS NOT NULL";
+    const bool read = database
+                          .forEachRow(sql, SqlValues{largestStoredIdentifier, static_cast<std::int64_t>(keptSamples)},
+                              [&](std::span<const SqlValue> row) {
+                                  measured.push_back(static_cast<std::uint64_t>(std::max(0.0, sqlNumber(row[0]))));
+                              })
+                          .has_value();
+    std::reverse(measured.begin(), measured.end());
+    return read;
 }
 
 } // namespace
@@ -122,25 +176,19 @@ bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, Storag
     if (tables.table.empty()) {
         return true;
     }
-    // Read in ascending order of a bounded inner query, so that the rows come as the rings take them.
-    const auto newestFirst = fmt::format("SELECT * FROM {} ORDER BY sample DESC LIMIT ?", tables.table);
-    const SqlValues limit{static_cast<std::int64_t>(std::max<std::size_t>(tables.slots, 1))};
-    if (!readRows(database, fmt::format("SELECT * FROM ({}) ORDER BY sample ASC", newestFirst), limit, plan,
-            stored.samples)) {
+    const auto slots = static_cast<std::int64_t>(tables.slots);
+    if (!findEnd(database, tables.table, plan, stored)
+        || (!tables.itemTable.empty() && !findEnd(database, tables.itemTable, plan, stored))
+        || !readMeasured(database, tables, stored.measured)
+        || !readNewest(database, tables.table, slots, plan, stored.samples)) {
         return false;
     }
-    if (stored.samples.rows.empty()) {
+    if (!stored.hasNewest || tables.itemTable.empty() || slots == 0) {
         return true;
     }
-    stored.hasNewest = true;
-    stored.newestID = stored.samples.rows.back().sampleID;
-    stored.newestTime = stored.samples.rows.back().time;
-    stored.latestTime = latestTime(database, tables.table, stored.newestTime);
-    if (tables.itemTable.empty() || tables.slots == 0) {
-        return true;
-    }
-    std::string sql = fmt::format("SELECT * FROM {} WHERE sample > ?", tables.itemTable);
-    SqlValues args{static_cast<std::int64_t>(stored.newestID) - static_cast<std::int64_t>(tables.slots)};
+    std::string sql = fmt::format("SELECT * FROM {} WHERE sample > ? AND sample <= ?", tables.itemTable);
+    const auto newest = static_cast<std::int64_t>(stored.newestID);
+    SqlValues args{newest - slots, newest};
     if (plan.onlyKey) {
         sql += " AND uuid = ?";
         args.emplace_back(*plan.onlyKey);
@@ -149,12 +197,6 @@ bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, Storag
 }
 
 namespace {
-
-/// The newest identifiers below one, newest first, each found by one step into the index: rows of other items under the
-/// same identifier cost nothing. Arguments: the identifier, and how many.
-constexpr std::string_view newestIdentifiers =
-    "WITH RECURSIVE ids(id) AS (SELECT max(sample) FROM %@ WHERE sample < ? UNION ALL "
-    "SELECT (SELECT max(sample) FROM %@ WHERE sample < ids.id) FROM ids WHERE id IS NOT NULL LIMIT ?) ";
 
 /// What a page looks at.
 struct Window {

@@ -35,14 +35,16 @@ struct StoredRows {
     }
 };
 
-/// What the tables of one storage hold.
+/// What the tables of one storage hold. Identifiers go on from the newest one of either table: a table of identifiers that
+/// was lost or emptied must not have them given out twice, since every row after that would be refused.
 struct StoredStorage {
     bool hasNewest = false;
     std::uint64_t newestID = 0;
-    double newestTime = 0; ///< of the newest identifier, s since 1970
+    double newestTime = 0; ///< of the newest row that has a time, s since 1970; 0: none has
     double latestTime = 0; ///< not earlier than that; later when the wall clock was set back since
     StoredRows samples;    ///< of the collector
     StoredRows items;
+    std::vector<std::uint64_t> measured; ///< the newest 603 identifiers with a measurement, oldest first
 };
 
 struct StoredHistory {
@@ -53,9 +55,11 @@ struct StoredHistory {
 /// What to read, decided on the main queue.
 struct HistoryReadPlan {
     struct Tables {
-        std::string table;     ///< empty: nothing to read
-        std::string itemTable; ///< empty: the samples are the collector's
-        std::size_t slots = 0; ///< newest samples wanted; the newest identifier is read in any case
+        std::string table;       ///< empty: nothing to read
+        std::string itemTable;   ///< empty: the samples are the collector's
+        std::size_t slots = 0;   ///< newest samples wanted; the newest identifier is read in any case
+        bool isPruned = false;   ///< what is measured is wanted, too
+        bool marksEmpty = false; ///< the table's column "empty" tells what is measured
     };
     std::array<Tables, storageCount> tables;
     Value addSampleMap; ///< column → value slot

@@ -1,8 +1,11 @@
 #pragma once
 
 #include "base/Value.h"
+#include "collectors/SampleRecords.h"
 #include "database/StatementBatch.h"
 
+#include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -22,6 +25,23 @@ struct HistoryStatements {
     InsertPlan insertItem;
     std::shared_ptr<const StatementText> prune;     ///< null where nothing is ever pruned
     std::shared_ptr<const StatementText> pruneItem; ///< null without an item table
+    /// Removes what holds no measurement from one identifier up to another; null where rows do not tell.
+    std::shared_ptr<const StatementText> pruneEmpty;
+};
+
+/// Which periods of a table hold measurements, so that empty ones never push them out: a clock that was wrong for a while
+/// leaves a table full of empty periods, but takes nothing.
+struct KeptPeriods {
+    std::deque<std::uint64_t> measured; ///< the newest 603 identifiers, oldest first
+    std::uint64_t cleanedUpTo = 0;      ///< no empty period is stored below this identifier
+
+    void note(std::uint64_t sampleID)
+    {
+        measured.push_back(sampleID);
+        if (measured.size() > keptSamples) {
+            measured.pop_front();
+        }
+    }
 };
 
 /// A plan from the configuration's entries of these names.

@@ -31,6 +31,7 @@ struct StorageConstants {
 
 /// A table holds the newest 603 samples: this many intervals lie between its first and its last.
 constexpr double historyIntervals = 602;
+constexpr std::size_t keptSamples = 603;
 
 constexpr std::array<StorageConstants, storageCount> storageConstants = {{
     {"", 1, StorageIndex::Live},

@@ -7,6 +7,7 @@
 #include "collectors/SampleStorages.h"
 #include "collectors/StatCollectorBase.h"
 #include "collectors/StatCollectorDelegate.h"
+#include "collectors/WallClockGuard.h"
 #include "database/SeriesNames.h"
 #include "database/SqlValue.h"
 #include "database/TableSchema.h"
@@ -27,6 +28,7 @@
 namespace meridal {
 
 class HistoryDatabaseItem;
+class LongTermThinning;
 class SQLiteConnection;
 class StatCollectorItem;
 struct Context;
@@ -143,7 +145,8 @@ public:
     virtual SeriesName nameForItem(const StatCollectorItem& item) const;
     /// Writes what is queued for both files.
     virtual void runDatabaseQueue();
-    /// Queues the removal of rows older than the newest 603 samples; the long-term store keeps everything.
+    /// Queues the removal of rows older than the newest 603 samples with a measurement, and of empty ones older than the
+    /// newest 603 of all.
     virtual void removeOldSamplesAtIndex(StorageIndex index);
     /// The newest 603 rows of a table in dbpath(), oldest first. This and the next five wait for the file: for start-up.
     std::vector<Dictionary> samplesFromTable(const std::string& table);
@@ -292,17 +295,20 @@ private:
     void finishTurn();
     void advanceClock();
     void scheduleTurn(double seconds);
-    void addSampleToItems(const Dictionary& sample, StorageIndex index);
+    /// Answers whether any item has a measurement.
+    bool addSampleToItems(const Dictionary& sample, StorageIndex index);
     void pushClockToItems(const sampleindexconfig& record, StorageIndex index);
 
     // Clocks of the coarser storages
     bool recordsHistory() const { return sampleIndex_.size() > 1; }
     void startHistory();
     void adoptHistory(const StoredHistory& stored);
+    void continueClock(const StoredStorage& previous, StorageIndex index);
     void adoptRows(const StoredStorage& previous, StorageIndex index);
     void loadHistoryOfNewItems();
     void runHistoryClocks(double now);
     void followWallClock(sampleindexconfig& record, StorageIndex index, double now);
+    bool believesWallClock(double now, double steady);
     std::pair<StorageIndex, double> nextToFinish() const;
     void startPeriod(sampleindexconfig& record, StorageIndex index, double now);
     void skipOldPeriods(sampleindexconfig& record, StorageIndex index, double now);
@@ -318,6 +324,8 @@ private:
     void declareTables();
     HistoryReadPlan readPlan();
     const HistoryStatements& statementsForIndex(StorageIndex index);
+    static void addPruning(HistoryStatements& statements, const std::string& table, const std::string& itemTable);
+    void thinLongTerm(double now);
     void insertRow(
         HistoryDatabaseItem& file, const InsertPlan& plan, const Dictionary& sample, std::string_view complaint);
     void recordName(HistoryDatabaseItem& file, const Dictionary& itemSample, StorageIndex index);
@@ -375,6 +383,9 @@ private:
     std::array<std::string, storageCount> dbTablesItems_;
     std::array<std::unique_ptr<HistoryStatements>, storageCount> statements_;
     std::set<std::string> namedKeys_;   ///< items whose names are in the file
+    std::array<KeptPeriods, storageCount> kept_;
+    std::shared_ptr<LongTermThinning> thinning_; ///< touched on the file's queue only
+    WallClockGuard wallClock_;
     std::set<std::string> missingKeys_; ///< sample keys that have been missed, and said so
     SqlValues rowArgs_;                 ///< of the row being queued; kept for its memory
 

@@ -1,5 +1,6 @@
 // The part of StatCollector that deals in time: the one-second clock, and the hand-over of finished periods to history.
 
+#include "collectors/LongTermThinning.h"
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
 #include "platform/Context.h"
@@ -22,9 +23,9 @@ constexpr double longestWait = 2.0;
 /// A long-term period is not started with less of it than this left, in seconds.
 constexpr double shortestLongTermPeriod = 60;
 
-/// The long-term store writes every missed period, but no more than a year of them: a clock that starts in 1970 and is
-/// then set right must not keep the daemon busy with half a century.
-constexpr double longestLongTermGap = 366.0 * 86'400;
+/// The long-term store writes every missed period that is young enough for rows of five minutes: older ones would be
+/// thinned at once, and a clock that starts in 1970 and is then set right must not keep the daemon busy with half a century.
+constexpr double longestLongTermGap = longTermSteps[0].age;
 
 /// Moves a clock over whole periods that begin before `until`, without writing them.
 void skipPeriods(sampleindexconfig& record, double until)
@@ -83,6 +84,7 @@ void StatCollector::insertSampleWithIndex(StorageIndex index)
         }
     };
     stamp(*sample);
+    bool measured = storageType_ == StorageType::Collector && !isEmptySample(*sample);
     const auto items = sample->find("items");
     if (items != sample->end() && items->is_array()) {
         std::for_each(items->begin(), items->end(), stamp);
@@ -91,16 +93,20 @@ void StatCollector::insertSampleWithIndex(StorageIndex index)
         addLongTermSample(*sample);
     } else {
         addSample(*sample, index);
-        addSampleToItems(*sample, index);
+        measured = addSampleToItems(*sample, index) || measured;
+    }
+    if (measured) {
+        kept_[position(index)].note(sampleID);
     }
     insertSampleIntoTableAtIndex(*sample, index);
 }
 
-void StatCollector::addSampleToItems(const Dictionary& sample, StorageIndex index)
+bool StatCollector::addSampleToItems(const Dictionary& sample, StorageIndex index)
 {
+    bool measured = false;
     const Value* samples = find(sample, "items");
     if (storageType_ != StorageType::Items || !samples || !samples->is_array()) {
-        return;
+        return measured;
     }
     // The samples come in the order of the items, with some left out: looking on from the last one found is enough.
     auto expected = items_.begin();
@@ -117,9 +123,11 @@ void StatCollector::addSampleToItems(const Dictionary& sample, StorageIndex inde
             item->addSample(itemSample, index);
             if (!isEmptySample(itemSample)) {
                 noteMeasured(index, number(itemSample, "time").value_or(0));
+                measured = true;
             }
         }
     }
+    return measured;
 }
 
 void StatCollector::pushClockToItems(const sampleindexconfig& record, StorageIndex index)

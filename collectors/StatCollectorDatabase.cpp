@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "collectors/HistoryReader.h"
+#include "collectors/LongTermThinning.h"
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
@@ -10,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -126,6 +128,22 @@ void StatCollector::declareTables()
 
 // Rows in
 
+void StatCollector::addPruning(HistoryStatements& statements, const std::string& table, const std::string& itemTable)
+{
+    constexpr std::string_view prune = "DELETE FROM %@ WHERE sample < ?";
+    const std::string pruneEmpty = "DELETE FROM %@ WHERE sample >= ? AND sample < ? AND ";
+    const auto& keys = statements.insert.keys;
+    statements.prune = std::make_shared<const StatementText>(table, prune);
+    if (!itemTable.empty()) {
+        statements.pruneItem = std::make_shared<const StatementText>(itemTable, prune);
+        statements.pruneEmpty = std::make_shared<const StatementText>(table,
+            fmt::format(
+                "{}NOT EXISTS (SELECT 1 FROM {} AS items WHERE items.sample = %@.sample)", pruneEmpty, itemTable));
+    } else if (std::find(keys.begin(), keys.end(), "empty") != keys.end()) {
+        statements.pruneEmpty = std::make_shared<const StatementText>(table, pruneEmpty + "empty <> 0");
+    }
+}
+
 const HistoryStatements& StatCollector::statementsForIndex(StorageIndex index)
 {
     auto& statements = statements_[position(index)];
@@ -136,12 +154,8 @@ const HistoryStatements& StatCollector::statementsForIndex(StorageIndex index)
         statements = std::make_unique<HistoryStatements>();
         statements->insert = makeInsertPlan(config_, name("sqlInsert"), name("sqlInsertKeys"), table);
         statements->insertItem = makeInsertPlan(config_, name("sqlInsertItem"), name("sqlInsertItemKeys"), itemTable);
-        constexpr std::string_view prune = "DELETE FROM %@ WHERE sample < ?";
         if (index != StorageIndex::LongTerm && !table.empty()) {
-            statements->prune = std::make_shared<const StatementText>(table, prune);
-        }
-        if (statements->prune && !itemTable.empty()) {
-            statements->pruneItem = std::make_shared<const StatementText>(itemTable, prune);
+            addPruning(*statements, table, itemTable);
         }
     }
     return *statements;
@@ -209,17 +223,53 @@ void StatCollector::removeOldSamplesAtIndex(StorageIndex index)
 {
     const SampleStorage* found = sampleIndex_.find(index);
     const auto file = found ? databaseForIndex(index) : nullptr;
-    const double cut = found ? found->record.sampleID - historyIntervals : -1;
-    if (!file || cut < 0) {
+    const double newest = found ? found->record.sampleID - historyIntervals : -1;
+    if (!file || newest < 0) {
         return;
     }
-    const HistoryStatements& statements = statementsForIndex(index);
-    for (const auto& text : {statements.prune, statements.pruneItem}) {
+    const auto queue = [&](const std::shared_ptr<const StatementText>& text, std::uint64_t from, std::uint64_t cut) {
+        std::array<SqlValue, 2> args{static_cast<std::int64_t>(from), static_cast<std::int64_t>(cut)};
         if (text) {
-            SqlValue argument = static_cast<std::int64_t>(cut);
-            file->addItem(text, {&argument, 1});
+            file->addItem(text, std::span(args).last(text == statementsForIndex(index).pruneEmpty ? 2 : 1));
         }
+    };
+    const HistoryStatements& statements = statementsForIndex(index);
+    KeptPeriods& kept = kept_[position(index)];
+    const auto cut = static_cast<std::uint64_t>(newest);
+    const bool isFull = kept.measured.size() >= keptSamples;
+    // Where rows do not tell whether they are empty, all count as measured.
+    const std::uint64_t measuredCut = !statements.pruneEmpty ? cut : isFull ? std::min(cut, kept.measured.front()) : 0;
+    if (measuredCut > 0) {
+        queue(statements.prune, 0, measuredCut);
+        queue(statements.pruneItem, 0, measuredCut);
     }
+    const std::uint64_t empty = std::max(kept.cleanedUpTo, measuredCut);
+    if (empty < cut) {
+        queue(statements.pruneEmpty, empty, cut);
+    }
+    kept.cleanedUpTo = cut;
+}
+
+/// What is too old for rows of five minutes.
+void StatCollector::thinLongTerm(double now)
+{
+    const auto file = databaseForIndex(StorageIndex::LongTerm);
+    if (!file || !statementsForIndex(StorageIndex::LongTerm).insert.text) {
+        return;
+    }
+    if (!thinning_) {
+        LongTermTables tables{.table = tableAtIndex(StorageIndex::LongTerm).value_or(""),
+            .itemTable = itemTableAtIndex(StorageIndex::LongTerm).value_or(""),
+            .values = {}};
+        if (const Value* map = find(config_, "addSampleMap"); map && map->is_object()) {
+            for (const auto& entry : map->items()) {
+                tables.values.insert(entry.key());
+            }
+        }
+        thinning_ = std::make_shared<LongTermThinning>(std::move(tables));
+    }
+    file->queryDatabaseAsync(
+        [thinning = thinning_, now](SQLiteConnection& database) { thinning->step(database, now); });
 }
 
 void StatCollector::runDatabaseQueue()

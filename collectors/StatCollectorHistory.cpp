@@ -7,6 +7,9 @@
 #include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
@@ -52,7 +55,7 @@ void StatCollector::updateHistory()
     }
     const double now = context_.runtime.wallTime();
     const double wait = nextHistoryTime_ - now;
-    if (wait <= 0 || wait > longestWaitIntervals * hourInterval) {
+    if ((wait <= 0 || wait > longestWaitIntervals * hourInterval) && believesWallClock(now, steady)) {
         runHistoryClocks(now);
     }
     if (steady >= nextFlush_) {
@@ -76,6 +79,9 @@ HistoryReadPlan StatCollector::readPlan()
             tables.table = tableAtIndex(index).value_or("");
             tables.itemTable = itemTableAtIndex(index).value_or("");
             tables.slots = sampleIndex_.find(index)->samples.size();
+            const HistoryStatements& statements = statementsForIndex(index);
+            tables.isPruned = statements.pruneEmpty != nullptr;
+            tables.marksEmpty = tables.isPruned && !statements.pruneItem;
         }
     });
     return plan;
@@ -133,24 +139,38 @@ void StatCollector::adoptHistory(const StoredHistory& stored)
         return;
     }
     historyPhase_ = HistoryPhase::Running;
+    double latest = 0;
     forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
         const StoredStorage& previous = stored.storages[position(index)];
-        sampleindexconfig& record = storage(index)->record;
-        if (previous.hasNewest && previous.newestTime > 0) {
-            record.sampleID = static_cast<double>(previous.newestID);
-            record.time = previous.newestTime;
-            record.nextTime = record.time + record.interval;
-            recordedUntil_[position(index)] =
-                previous.latestTime > previous.newestTime ? previous.latestTime + record.interval : 0;
+        if (previous.hasNewest) {
+            continueClock(previous, index);
         } else {
             checkNextTimeAtIndex(index);
         }
         adoptRows(previous, index);
+        latest = std::max(latest, previous.latestTime);
     });
+    wallClock_.begin(latest, context_.runtime.monotonicTime());
     for (const auto& item : items_) {
         item->setStoredHistoryAsked();
     }
     nextHistoryTime_ = 0;
+}
+
+/// Goes on where the rows of a storage end.
+void StatCollector::continueClock(const StoredStorage& previous, StorageIndex index)
+{
+    sampleindexconfig& record = storage(index)->record;
+    record.sampleID = static_cast<double>(previous.newestID);
+    if (previous.newestTime > 0) {
+        record.time = previous.newestTime;
+        record.nextTime = record.time + record.interval;
+    } else {
+        startPeriod(record, index, context_.runtime.wallTime());
+    }
+    recordedUntil_[position(index)] =
+        previous.latestTime > previous.newestTime ? previous.latestTime + record.interval : 0;
+    kept_[position(index)].measured.assign(previous.measured.begin(), previous.measured.end());
 }
 
 void StatCollector::adoptRows(const StoredStorage& previous, StorageIndex index)
@@ -159,6 +179,9 @@ void StatCollector::adoptRows(const StoredStorage& previous, StorageIndex index)
     const StoredRows& rows = previous.samples;
     for (std::size_t row = 0; row < rows.rows.size() && ring.size() > 0; ++row) {
         const StoredRows::Row& stored = rows.rows[row];
+        if (stored.time <= 0) {
+            continue; // an average would take it for the end of its period
+        }
         ring.shift();
         ring.setLabel(SlotIndex{0}, stored.sampleID, stored.time);
         ring.setEmpty(SlotIndex{0}, stored.empty ? 1 : 0);
@@ -208,11 +231,34 @@ void StatCollector::runHistoryClocks(double now)
     }
     forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
         storage(index)->record.fillingGap = true;
-        if (storage(index)->record.sampleID != before[position(index)]) {
+        if (storage(index)->record.sampleID == before[position(index)]) {
+            return;
+        }
+        if (index != StorageIndex::LongTerm) {
             removeOldSamplesAtIndex(index);
+        } else if (wallClock_.isSettled(context_.runtime.monotonicTime())) {
+            thinLongTerm(now);
         }
     });
     nextHistoryTime_ = nextToFinish().second;
+}
+
+bool StatCollector::believesWallClock(double now, double steady)
+{
+    const bool believed = wallClock_.ahead() == 0;
+    const auto isSynchronised = [this] {
+        return context_.host.clockSource && context_.host.clockSource->isSynchronised();
+    };
+    if (wallClock_.believes(now, steady, isSynchronised)) {
+        return true;
+    }
+    if (believed) {
+        context_.log.info(
+            fmt::format("{}: the clock is {:.0f} days ahead; recording waits until it has stood there for "
+                        "some minutes or is synchronised",
+                description_, wallClock_.ahead() / 86'400));
+    }
+    return false;
 }
 
 /// What a wall clock that steps does to a storage. Identifiers always go on. Set back, times start over where the clock

@@ -254,11 +254,16 @@ void StatCollectorItem::addStoredRows(const StoredStorage& stored, StorageIndex 
     auto period = stored.samples.rows.begin();
     const auto writePeriodsBefore = [&](std::uint64_t sampleID) {
         for (; period != stored.samples.rows.end() && period->sampleID < sampleID; ++period) {
-            addEmptySample(type, period->sampleID, period->time);
+            if (period->time > 0) {
+                addEmptySample(type, period->sampleID, period->time);
+            }
         }
     };
     for (const std::size_t row : own->second) {
         const StoredRows::Row& sample = rows.rows[row];
+        if (sample.time <= 0) {
+            continue;
+        }
         writePeriodsBefore(sample.sampleID);
         write(sample.sampleID, sample.time, sample.empty, rows.valuesOf(row));
     }

@@ -6,6 +6,10 @@
 #include <SQLiteCpp/Statement.h>
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <exception>
 #include <functional>
 #include <unordered_map>
 #include <utility>
@@ -64,6 +68,7 @@ public:
     StatementUse(const StatementUse&) = delete;
     StatementUse& operator=(const StatementUse&) = delete;
 
+    void step() { statement_.executeStep(); }
     /// Texts are not copied: the arguments must live as long as this use.
     void bind(std::span<const SqlValue> args)
     {
@@ -108,6 +113,24 @@ SqlValue columnValue(const SQLite::Column& column)
     return column.getString();
 }
 
+/// A statement that was compiled when its table had more columns has no name for those that are gone.
+std::string nameOf(const SQLite::Statement& statement, int index)
+{
+    const char* name = statement.getColumnName(index);
+    return name != nullptr ? name : "";
+}
+
+/// Whether a statement changes what tables look like.
+bool changesTables(std::string_view sql)
+{
+    constexpr std::array<std::string_view, 3> verbs{"ALTER", "DROP", "CREATE"};
+    return std::any_of(verbs.begin(), verbs.end(), [sql](std::string_view verb) {
+        return sql.size() > verb.size() && std::equal(verb.begin(), verb.end(), sql.begin(), [](char upper, char c) {
+            return upper == std::toupper(static_cast<unsigned char>(c));
+        });
+    });
+}
+
 struct TextHash {
     using is_transparent = void;
     std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
@@ -123,6 +146,9 @@ struct SQLiteConnection::State {
 
     SQLite::Statement& statement(std::string_view sql)
     {
+        if (std::exchange(changed, false)) {
+            statements.clear(); // they still count the columns of before
+        }
         const auto found = statements.find(sql);
         if (found != statements.end()) {
             return found->second;
@@ -135,8 +161,21 @@ struct SQLiteConnection::State {
         return statements.emplace(std::move(text), std::move(compiled)).first->second;
     }
 
+    /// Compiled anew, with the tables as they are now: another program may have changed them, which SQLite sees when a
+    /// statement steps, and not before.
+    SQLite::Statement& freshStatement(std::string_view sql)
+    {
+        SQLite::Statement& look = statement("SELECT 1 FROM sqlite_master LIMIT 1");
+        StatementUse(look).step();
+        if (const auto old = statements.find(sql); old != statements.end()) {
+            statements.erase(old);
+        }
+        return statement(sql);
+    }
+
     SQLite::Database database;
     std::unordered_map<std::string, SQLite::Statement, TextHash, std::equal_to<>> statements;
+    bool changed = false; ///< tables are others than when the statements were compiled
 };
 
 SQLiteConnection::SQLiteConnection() = default;
@@ -169,6 +208,8 @@ Result<void> SQLiteConnection::attempt(Function function)
         return {};
     } catch (const SQLite::Exception& error) {
         return failed(error.getErrorCode(), error.what());
+    } catch (const std::exception& error) { // of a caller's block, too: no figure is worth the daemon
+        return failed(SQLITE_ERROR, error.what());
     }
 }
 
@@ -224,6 +265,9 @@ Result<void> SQLiteConnection::execute(std::string_view sql, std::span<const Sql
         StatementUse use(statement);
         use.bind(args);
         while (statement.executeStep()) { }
+        if (changesTables(sql)) {
+            state_->changed = true;
+        }
     });
 }
 
@@ -268,7 +312,7 @@ Result<std::vector<Dictionary>> SQLiteConnection::rows(std::string_view sql, std
         while (statement.executeStep()) {
             Dictionary row = Dictionary::object();
             for (int index = 0; index < statement.getColumnCount(); ++index) {
-                row[statement.getColumnName(index)] = valueOf(columnValue(statement.getColumn(index)));
+                row[nameOf(statement, index)] = valueOf(columnValue(statement.getColumn(index)));
             }
             result.push_back(std::move(row));
         }
@@ -299,9 +343,9 @@ Result<std::vector<std::string>> SQLiteConnection::columns(std::string_view sql)
 {
     std::vector<std::string> names;
     const auto done = attempt([&] {
-        SQLite::Statement& statement = state_->statement(sql);
+        SQLite::Statement& statement = state_->freshStatement(sql);
         for (int index = 0; index < statement.getColumnCount(); ++index) {
-            names.emplace_back(statement.getColumnName(index));
+            names.push_back(nameOf(statement, index));
         }
     });
     if (!done) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/host/ClockSource.h"
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
@@ -33,6 +34,7 @@ namespace meridal {
 struct Host {
     std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>(); ///< outlives the seams that write it
     std::unique_ptr<MachineInfo> machine;
+    std::unique_ptr<ClockSource> clockSource;
     std::unique_ptr<ProcessSource> processes;
     std::unique_ptr<ProcessVisibility> processVisibility;
     std::unique_ptr<DisplayInfo> display;

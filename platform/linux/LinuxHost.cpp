@@ -9,6 +9,7 @@
 #include "platform/linux/HwmonSensorChannels.h"
 #include "platform/linux/HwmonSensorServices.h"
 #include "platform/linux/HwmonSensors.h"
+#include "platform/linux/LinuxClockSource.h"
 #include "platform/linux/LinuxMachineInfo.h"
 #include "platform/linux/LinuxNetworkConfiguration.h"
 #include "platform/linux/LinuxPeripheralBatteries.h"
@@ -61,6 +62,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     auto host = std::make_unique<Host>();
     noteLimitations(options.root, *host->limitations);
     host->machine = std::make_unique<LinuxMachineInfo>(options.root);
+    host->clockSource = std::make_unique<LinuxClockSource>();
     host->processes = makeProcessSource(options, host->limitations);
     host->processVisibility = std::make_unique<ProcVisibility>(options.root);
     host->display = std::make_unique<DrmDisplayInfo>(options.root);

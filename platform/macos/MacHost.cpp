@@ -7,6 +7,7 @@
 #include "platform/macos/HIDSensorServices.h"
 #include "platform/macos/LibprocConnections.h"
 #include "platform/macos/LibprocProcessSource.h"
+#include "platform/macos/MacClockSource.h"
 #include "platform/macos/MacMachineInfo.h"
 #include "platform/macos/MacNetworkConfiguration.h"
 #include "platform/macos/MacNetworkInterfaces.h"
@@ -29,6 +30,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
 {
     auto host = std::make_unique<Host>();
     host->machine = std::make_unique<MacMachineInfo>();
+    host->clockSource = std::make_unique<MacClockSource>();
     host->processes = std::make_unique<LibprocProcessSource>(host->machine->systemRelease(), *host->limitations);
     host->processVisibility = std::make_unique<OpenProcessTable>();
     host->display = std::make_unique<WindowServerDisplayInfo>(*host->limitations);

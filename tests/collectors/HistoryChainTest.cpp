@@ -1,14 +1,12 @@
 // The whole chain on virtual time and real files: live samples, averages of averages, gaps, rows, pruning, restarts.
 //
 // A year passes for a collector whose samples are its own and for one whose samples are its items'. The machine is awake
-// for some minutes at a time and for thirty hours once, second by second, and asleep or switched off for the rest; the
+// for some minutes at a time and for sixteen hours once, second by second, and asleep or switched off for the rest; the
 // daemon is stopped or killed at random instants, and the wall clock steps both ways. Beside it runs a plain reference
 // that keeps every sample in lists and works each average out from its definition.
 
-#include "collectors/StatCollector.h"
-#include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
-#include "tests/support/FakeHost.h"
+#include "tests/collectors/RecordingCollector.h"
 #include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -19,6 +17,7 @@
 #include <cmath>
 #include <map>
 #include <random>
+#include <set>
 
 namespace meridal::test {
 namespace {
@@ -117,26 +116,6 @@ struct Reference {
     }
 };
 
-Dictionary configuration(StorageType type)
-{
-    Dictionary config{{"addSampleMap", {{"value", 0}}}, {"addSampleIDKeys", {"sample"}}, {"sampleKeys", {{"value", 0}}},
-        {"emptySampleKeys", {"value"}}};
-    if (type == StorageType::Collector) {
-        config["sqlCreate"] = "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL, empty INTEGER, value REAL)";
-        config["sqlInsert"] = "INSERT INTO %@ VALUES (?, ?, ?, ?)";
-        config["sqlInsertKeys"] = {"sample", "time", "empty", "value"};
-    } else {
-        config["sqlCreateID"] = "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL)";
-        config["sqlInsert"] = "INSERT INTO %@ VALUES (?, ?)";
-        config["sqlInsertKeys"] = {"sample", "time"};
-        config["sqlCreate"] = "CREATE TABLE %@ (sample INTEGER, uuid TEXT, time REAL, value REAL, "
-                              "PRIMARY KEY (sample, uuid)) WITHOUT ROWID";
-        config["sqlInsertItem"] = "INSERT INTO %@ VALUES (?, ?, ?, ?)";
-        config["sqlInsertItemKeys"] = {"sample", "uuid", "time", "value"};
-    }
-    return config;
-}
-
 class ChainCollector final : public StatCollector {
 public:
     ChainCollector(Context& context, StorageType type, Reference& reference, std::mt19937& random)
@@ -145,7 +124,7 @@ public:
         , reference_(reference)
         , random_(random)
     {
-        config() = configuration(type);
+        config() = historyConfiguration(type);
         setDbTablePrefix(type == StorageType::Collector ? "own" : "item");
         setDbpath(context.paths.support / "chain.db");
         setDbpathLong(context.paths.support / "chainlong.db");
@@ -270,11 +249,28 @@ protected:
         }
         return rows;
     }
+    double single(StorageIndex index, const std::string& sql) const
+    {
+        const auto rows = read(index, sql);
+        return rows.size() == 1 ? sqlNumber(rows[0][0]) : -1;
+    }
+    double measuredRows(double until);
     double between(double from, double to) { return std::uniform_real_distribution<double>(from, to)(random_); }
 
     void liveAndSleep();
     void checkTables(const Reference& reference, const std::string& stem, bool perItem);
-    void checkTable(StorageIndex index, const std::vector<SqlValues>& rows, const std::vector<Sample>& list, bool all);
+    static std::set<std::uint64_t> keptIdentifiers(const Reference& reference, StorageIndex index);
+    struct Expectation {
+        std::set<std::uint64_t> kept; ///< identifiers
+        double after = 0;             ///< s since 1970
+    };
+    static void checkTable(
+        const Expectation& expected, const std::vector<SqlValues>& rows, const std::vector<Sample>& list, bool all);
+    /// Later rows are in their table as they were written.
+    double notThinned(StorageIndex index) const
+    {
+        return index == StorageIndex::LongTerm ? machine_.runtime.wallTime() - 92 * day : -1;
+    }
 
     TemporaryTree folder_{TemporaryTree::Place::Memory};
     FakeMachine machine_;
@@ -289,35 +285,47 @@ protected:
 /// Some minutes awake, then whatever comes: sleep, a clock that steps, a restart, a kill, a day switched off.
 void HistoryChainTest::liveAndSleep()
 {
-    machine_.runtime.advance(between(10, 20 * 60));
+    machine_.runtime.advance(between(10, 12 * 60));
     const auto event = random_() % 8;
     if (event < 2) {
         machine_.runtime.stepWallClock(event == 0 ? between(-2, 2) * hour : between(-20, 20));
     } else if (event < 4) {
         stop(random_() % 2 == 0);
-        machine_.runtime.sleepMachine(between(0, event == 2 ? 300 : 3 * day));
+        machine_.runtime.sleepMachine(between(0, event == 2 ? 300 : 12 * day));
         start();
     } else {
-        machine_.runtime.sleepMachine(between(0, event == 4 ? 3 * day : 2 * day));
+        machine_.runtime.sleepMachine(between(0, event == 4 ? 12 * day : 8 * day));
     }
 }
 
-void HistoryChainTest::checkTable(
-    StorageIndex index, const std::vector<SqlValues>& rows, const std::vector<Sample>& list, bool all)
+/// Identifiers that a table must still have: the newest 603, and the newest 603 with a measurement.
+std::set<std::uint64_t> HistoryChainTest::keptIdentifiers(const Reference& reference, StorageIndex index)
 {
-    ASSERT_FALSE(list.empty());
-    const auto newest = static_cast<std::int64_t>(list.back().sampleID);
-    std::vector<Sample> wanted;
-    for (const Sample& sample : list) {
-        const bool kept = index == StorageIndex::LongTerm || static_cast<std::int64_t>(sample.sampleID) >= newest - 602;
-        if (kept && (all || !sample.empty)) {
-            wanted.push_back(sample);
+    std::set<std::uint64_t> measured;
+    std::set<std::uint64_t> kept;
+    for (const auto& [key, series] : reference.series) {
+        const auto& list = series.list(index);
+        for (const Sample& sample : list) {
+            if (index == StorageIndex::LongTerm || sample.sampleID + 602 >= list.back().sampleID) {
+                kept.insert(sample.sampleID);
+            }
+            if (!sample.empty) {
+                measured.insert(sample.sampleID);
+            }
         }
     }
-    if (all) {
-        const auto expected = index == StorageIndex::LongTerm ? newest + 1 : std::min<std::int64_t>(603, newest + 1);
-        ASSERT_EQ(static_cast<std::int64_t>(rows.size()), expected);
-    }
+    kept.insert(measured.size() > 603 ? std::prev(measured.end(), 603) : measured.begin(), measured.end());
+    return kept;
+}
+
+void HistoryChainTest::checkTable(
+    const Expectation& expected, const std::vector<SqlValues>& rows, const std::vector<Sample>& list, bool all)
+{
+    ASSERT_FALSE(list.empty());
+    std::vector<Sample> wanted;
+    std::copy_if(list.begin(), list.end(), std::back_inserter(wanted), [&](const Sample& sample) {
+        return expected.kept.count(sample.sampleID) > 0 && (all || !sample.empty) && sample.time > expected.after;
+    });
     ASSERT_EQ(rows.size(), wanted.size());
     for (std::size_t row = 0; row < rows.size(); ++row) {
         ASSERT_EQ(sqlNumber(rows[row][0]), static_cast<double>(wanted[row].sampleID));
@@ -333,18 +341,20 @@ void HistoryChainTest::checkTables(const Reference& reference, const std::string
     for (std::size_t place = 1; place < storageCount; ++place) {
         const auto index = static_cast<StorageIndex>(place);
         SCOPED_TRACE(stem + " storage " + std::to_string(place));
+        const Expectation expected{keptIdentifiers(reference, index), notThinned(index)};
         const auto rows = [&](const std::string& columns, const std::string& table, const std::string& where = "") {
-            return read(
-                index, "SELECT " + columns + " FROM " + tableOf(index, stem + table) + where + " ORDER BY sample");
+            return read(index,
+                fmt::format("SELECT {} FROM {} WHERE time > {}{} ORDER BY sample", columns,
+                    tableOf(index, stem + table), notThinned(index), where));
         };
         if (!perItem) {
-            checkTable(index, rows("sample, time, value", "history"), reference.series.at("own").list(index), true);
+            checkTable(expected, rows("sample, time, value", "history"), reference.series.at("own").list(index), true);
             continue;
         }
         for (const std::string key : itemKeys) {
             const auto& list = reference.series.at(key).list(index);
-            checkTable(index, rows("sample, time", "idhistory"), list, true);
-            checkTable(index, rows("sample, time, value", "history", " WHERE uuid = '" + key + "'"), list, false);
+            checkTable(expected, rows("sample, time", "idhistory"), list, true);
+            checkTable(expected, rows("sample, time, value", "history", " AND uuid = '" + key + "'"), list, false);
         }
     }
 }
@@ -359,7 +369,7 @@ TEST_F(HistoryChainTest, AYearOfSamplesEndsUpInTheTables)
         liveAndSleep();
         if (!longDay && machine_.runtime.wallTime() > begin + length / 4) {
             longDay = true;
-            machine_.runtime.advance(30 * hour);
+            machine_.runtime.advance(16 * hour);
         }
     }
     machine_.runtime.advance(600);
@@ -418,10 +428,6 @@ TEST_F(HistoryChainTest, AStartInThePastCostsNoHistory)
         }
     }
     stop(false);
-    const auto single = [this](StorageIndex index, const std::string& sql) {
-        const auto rows = read(index, sql);
-        return rows.size() == 1 ? sqlNumber(rows[0][0]) : -1;
-    };
     const std::string recent = " AND time > 1000000000";
     for (const char* stem : {"ownhistory WHERE empty = 0", "itemhistory WHERE uuid = 'fan'"}) {
         EXPECT_GT(single(StorageIndex::Day, "SELECT count(*) FROM day_" + std::string(stem) + recent), 380) << stem;
@@ -436,6 +442,127 @@ TEST_F(HistoryChainTest, AStartInThePastCostsNoHistory)
             + " WHERE time > 1000000000)";
         EXPECT_LE(single(StorageIndex::LongTerm, holes), 300) << table;
     }
+}
+
+/// Rows with a measurement in all tables of both collectors, of times up to a moment.
+double HistoryChainTest::measuredRows(double until)
+{
+    double rows = 0;
+    for (std::size_t place = 1; place < storageCount; ++place) {
+        const auto index = static_cast<StorageIndex>(place);
+        const std::string time = fmt::format("time <= {}", until);
+        rows += single(index, "SELECT count(*) FROM " + tableOf(index, "ownhistory WHERE empty = 0 AND ") + time);
+        rows += single(index, "SELECT count(*) FROM " + tableOf(index, "itemhistory WHERE ") + time);
+    }
+    return rows;
+}
+
+/// A clock that is a year ahead for some seconds is not believed; one that stays there, or is synchronised, is, and even
+/// then takes nothing that was measured.
+TEST_F(HistoryChainTest, AClockFarAheadTakesNothing)
+{
+    struct Case {
+        double seconds;
+        bool synchronised;
+        bool believed;
+    };
+    for (const auto& [seconds, synchronised, believed] :
+        {Case{6, false, false}, {230, false, false}, {400, false, true}, {10, true, true}}) {
+        SCOPED_TRACE(fmt::format("{} s, synchronised {}", seconds, synchronised));
+        for (const auto& file : {"chain.db", "chain.db-wal", "chainlong.db", "chainlong.db-wal"}) {
+            folder_.remove(file);
+        }
+        ownReference_ = {};
+        itemReference_ = {};
+        machine_.clockSource().synchronised = false;
+        start();
+        machine_.runtime.advance(2 * hour);
+        controller_->commitAllSync();
+        const double right = machine_.runtime.wallTime();
+        const double before = measuredRows(right);
+        machine_.clockSource().synchronised = synchronised;
+        machine_.runtime.stepWallClock(365 * day);
+        machine_.runtime.advance(seconds);
+        machine_.clockSource().synchronised = false;
+        machine_.runtime.stepWallClock(-365 * day);
+        machine_.runtime.advance(600);
+        stop(false);
+        // The "hour" tables are full: each new row pushes an old one out. Own samples, and those of three items.
+        EXPECT_GE(measuredRows(right), before - 4 * ((seconds + 600) / 6 + 2));
+        EXPECT_GE(measuredRows(1e12) - measuredRows(right), 4 * (600 - 12) / 6) << "recording went on";
+        const std::string future = fmt::format("SELECT count(*) FROM ownhistory WHERE time > {}", right + day);
+        const double longTermRows = single(StorageIndex::LongTerm, future);
+        EXPECT_EQ(longTermRows > 0, believed);
+        EXPECT_LE(longTermRows, 93 * 288 + 2) << "a gap is not written in full when it would be thinned at once";
+        const double later = single(
+            StorageIndex::Year, fmt::format("SELECT count(*) FROM year_ownhistory WHERE time > {}", right + day));
+        EXPECT_EQ(later > 0, believed);
+    }
+}
+
+/// A clock that is set back by less than it takes to be doubted: recording goes on at once, what was recorded stays, and
+/// is not recorded again as a gap until the clock is past it.
+TEST_F(HistoryChainTest, AClockSetBackIsFollowedAtOnce)
+{
+    start();
+    machine_.runtime.advance(3 * hour);
+    machine_.runtime.stepWallClock(-2 * hour);
+    const double back = machine_.runtime.wallTime();
+    machine_.runtime.advance(1200);
+    controller_->commitAllSync();
+    const std::string measured = "SELECT count(*) FROM hour_ownhistory WHERE empty = 0 AND time BETWEEN {} AND {}";
+    EXPECT_GT(single(StorageIndex::Hour, fmt::format(fmt::runtime(measured), back, back + 1200)), 190);
+    machine_.runtime.sleepMachine(600); // behind what is recorded: no gap
+    machine_.runtime.advance(60);
+    controller_->commitAllSync();
+    EXPECT_EQ(single(StorageIndex::Hour, "SELECT count(*) FROM hour_ownhistory WHERE empty <> 0 AND sample > 0"), 0);
+    machine_.runtime.sleepMachine(3 * hour); // past it: a gap since then
+    const double awake = machine_.runtime.wallTime();
+    machine_.runtime.advance(300);
+    stop(false);
+    const double end = back + 2 * hour;
+    const double periods = std::floor(awake / 300) - std::ceil(end / 300);
+    EXPECT_EQ(single(StorageIndex::LongTerm,
+                  fmt::format("SELECT count(*) FROM ownhistory WHERE time BETWEEN {} AND {}", end + 300, awake)),
+        periods)
+        << "each period once";
+    EXPECT_EQ(single(StorageIndex::LongTerm, "SELECT max(sample) + 1 - count(*) FROM ownhistory"), 0);
+}
+
+/// Whatever becomes of the table that identifiers go on from, none is given out twice.
+TEST_F(HistoryChainTest, IdentifiersGoOnFromWhateverIsLeft)
+{
+    start();
+    for (const char* damage : {"DELETE FROM {}", "DROP TABLE {}", "ALTER TABLE {0} RENAME TO {0}_aside",
+             "UPDATE {0} SET time = 0 WHERE sample = (SELECT max(sample) FROM {0})",
+             "UPDATE {0} SET time = NULL WHERE sample = (SELECT max(sample) FROM {0})", "UPDATE {} SET time = 'noon'",
+             "DELETE FROM {0}; INSERT INTO {0} (sample, time) VALUES (9007199254740990, 1.7e9), (-5, 1.7e9)"}) {
+        SCOPED_TRACE(damage);
+        machine_.runtime.advance(1300);
+        stop(false);
+        std::map<StorageIndex, double> newest;
+        for (const StorageIndex index : {StorageIndex::Hour, StorageIndex::Day, StorageIndex::LongTerm}) {
+            newest[index] = single(index, "SELECT max(sample) FROM " + tableOf(index, "itemhistory"));
+            SQLiteConnection database;
+            ASSERT_TRUE(database.open(fileOf(index), {}));
+            const std::string sql = fmt::format(fmt::runtime(damage), tableOf(index, "itemidhistory"));
+            const std::size_t end = std::min(sql.find("; "), sql.size());
+            EXPECT_TRUE(database.execute(sql.substr(0, end)));
+            EXPECT_TRUE(end == sql.size() || database.execute(sql.substr(end + 2)));
+        }
+        itemReference_ = {};
+        start();
+        machine_.runtime.advance(700);
+        controller_->commitAllSync();
+        for (const auto& [index, before] : newest) {
+            const double first = single(index,
+                fmt::format("SELECT min(sample) FROM {} WHERE time > {}", tableOf(index, "itemhistory"),
+                    machine_.runtime.wallTime() - 650));
+            EXPECT_GT(first, before);
+            EXPECT_LT(first, before + 200);
+        }
+    }
+    stop(false); // no statement was refused
 }
 
 TEST_F(HistoryChainTest, WithoutAReadableFileClocksWaitAndMeasuringGoesOn)

@@ -22,6 +22,27 @@ inline Dictionary simpleConfiguration()
         {"emptySampleKeys", {"a", "b"}}};
 }
 
+/// Tables with one value.
+inline Dictionary historyConfiguration(StorageType type)
+{
+    Dictionary config{{"addSampleMap", {{"value", 0}}}, {"addSampleIDKeys", {"sample"}}, {"sampleKeys", {{"value", 0}}},
+        {"emptySampleKeys", {"value"}}};
+    if (type == StorageType::Collector) {
+        config["sqlCreate"] = "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL, empty INTEGER, value REAL)";
+        config["sqlInsert"] = "INSERT INTO %@ VALUES (?, ?, ?, ?)";
+        config["sqlInsertKeys"] = {"sample", "time", "empty", "value"};
+    } else {
+        config["sqlCreateID"] = "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL)";
+        config["sqlInsert"] = "INSERT INTO %@ VALUES (?, ?)";
+        config["sqlInsertKeys"] = {"sample", "time"};
+        config["sqlCreate"] = "CREATE TABLE %@ (sample INTEGER, uuid TEXT, time REAL, value REAL, "
+                              "PRIMARY KEY (sample, uuid)) WITHOUT ROWID";
+        config["sqlInsertItem"] = "INSERT INTO %@ VALUES (?, ?, ?, ?)";
+        config["sqlInsertItemKeys"] = {"sample", "uuid", "time", "value"};
+    }
+    return config;
+}
+
 /// A collector that writes down what the base asks of it.
 class RecordingCollector final : public StatCollector {
 public:

@@ -153,6 +153,68 @@ RC_GTEST_PROP(SampleHistory, RingAveragesAndThresholdsAgreeWithTheRawSamples, ()
     check(*item);
 }
 
+// The ring itself, at its edges.
+
+SampleRing ringWith(std::size_t slots, std::initializer_list<double> times)
+{
+    SampleRing ring(slots, 1);
+    for (std::uint64_t sampleID = 1; const double time : times) {
+        ring.shift();
+        ring.setLabel(newest, sampleID, time);
+        ring.setEmpty(newest, 0);
+        ring.setValue(newest, 0, time * 2);
+        ++sampleID;
+    }
+    return ring;
+}
+
+TEST(SampleRing, TheOldestFallsOffWhenOneMoreComesThanThereAreSlots)
+{
+    for (const std::size_t slots : {1U, 2U, 4U}) {
+        SampleRing ring = ringWith(slots, {10, 20, 30, 40, 50}); // more than once around
+        for (std::size_t slot = 0; slot < slots; ++slot) {
+            EXPECT_EQ(ring[SlotIndex{slot}].sampleID, 5 - slot);
+            EXPECT_EQ(ring[SlotIndex{slot}].values[0], 100 - 20 * static_cast<double>(slot));
+        }
+        EXPECT_EQ(ring.find(5 - slots), nullptr);
+        EXPECT_NE(ring.find(6 - slots), nullptr);
+        EXPECT_FALSE(ring.contains(SlotIndex{slots}));
+        ring.setValue(SlotIndex{slots}, 0, 7);
+        EXPECT_EQ(ring[newest].values[0], 100);
+    }
+}
+
+TEST(SampleRing, AWindowTakesItsEndAndNotItsStart)
+{
+    const SampleRing ring = ringWith(4, {10, 20, 30, 40});
+    EXPECT_EQ(ring.averages({.start = 10, .end = 30}).values[0], 50); // of 20 and 30
+    EXPECT_EQ(ring.averages({.start = 10, .end = 30}).samples, 2U);
+    EXPECT_EQ(ring.averages({.start = 9.9, .end = 29.9}).values[0], 30); // of 10 and 20
+    EXPECT_EQ(ring.averages({.start = 40, .end = 50}).samples, 0U);
+    EXPECT_EQ(ring.averages({.start = 0, .end = 10}).samples, 4U) << "no start takes all";
+}
+
+TEST(SampleRing, WhatIsLaterThanTheWindowOrEmptyIsPassedOver)
+{
+    SampleRing ring = ringWith(5, {10, 20, 990, 30, 40}); // a clock that was ahead for a moment
+    ring.setEmpty(newest, 1);
+    EXPECT_EQ(ring.averages({.start = 5, .end = 40}).values[0], 40); // of 10, 20 and 30
+    EXPECT_EQ(ring.averages({.start = 15, .end = 40}).samples, 2U);
+}
+
+TEST(StorageConstants, AreThoseThatFilesAndClientsGoBy)
+{
+    const std::array<std::int64_t, storageCount> intervals{1, 6, 144, 1008, 4320, 12960, 25920, 52560, 300};
+    const std::array<int, storageCount> sources{0, 0, 1, 1, 2, 2, 2, 2, 0};
+    const std::array<std::string_view, storageCount> prefixes{
+        "", "hour_", "day_", "week_", "month_", "threemonth_", "sixmonth_", "year_", ""};
+    for (std::size_t place = 0; place < storageCount; ++place) {
+        EXPECT_EQ(storageConstants[place].interval, intervals[place]) << place;
+        EXPECT_EQ(static_cast<int>(storageConstants[place].historyIndex), sources[place]) << place;
+        EXPECT_EQ(storageConstants[place].tablePrefix, prefixes[place]) << place;
+    }
+}
+
 // Gap filling, one period after another.
 
 struct Period {
@@ -270,7 +332,7 @@ TEST_F(StorageClockTest, AClockSetRightAfterDecadesCostsABoundedFill)
     collector.fillGapsAtIndex(StorageIndex::Hour);
     EXPECT_EQ(collector.inserts.size(), 602U);
     collector.fillGapsAtIndex(StorageIndex::LongTerm);
-    EXPECT_EQ(collector.longTermSamples, 366 * 288);
+    EXPECT_EQ(collector.longTermSamples, 93 * 288);
     EXPECT_GE(collector.sampleIndex(StorageIndex::LongTerm)->nextTime, machine.runtime.wallTime());
 }
 

@@ -59,6 +59,38 @@ TEST_F(HistoryDatabaseItemTest, ValuesKeepTheirKindAndMissingOnesAreNull)
     EXPECT_TRUE(rows[0].at("e").is_null());
 }
 
+TEST_F(HistoryDatabaseItemTest, AColumnThatGoesLeavesKeptStatementsUsable)
+{
+    const auto item = openItem();
+    writeBatch(*item, 1, 1);
+    const std::string sql = "SELECT * FROM rows";
+    const auto see = [&](auto change, const std::vector<std::string>& columns) {
+        item->queryDatabase([&](SQLiteConnection& database) {
+            ASSERT_TRUE(database.rows(sql));
+            change(database);
+            EXPECT_EQ(database.columns(sql).value(), columns);
+            std::size_t width = 0;
+            EXPECT_TRUE(database.forEachRow(sql, {}, [&](std::span<const SqlValue> row) { width = row.size(); }));
+            EXPECT_EQ(width, columns.size());
+            EXPECT_EQ(database.rows(sql).value().at(0).size(), columns.size());
+        });
+    };
+    const auto run = [](const char* change) {
+        return [change](SQLiteConnection& database) { ASSERT_TRUE(database.execute(change)); };
+    };
+    see(run("ALTER TABLE rows ADD COLUMN extra INTEGER"), {"batch", "row", "extra"});
+    see(run("alter table rows add column late INTEGER"), {"batch", "row", "extra", "late"});
+    see(run("ALTER TABLE rows DROP COLUMN extra"), {"batch", "row", "late"});
+    see([&](SQLiteConnection&) { OtherProgram(path()).run("ALTER TABLE rows DROP COLUMN late"); }, {"batch", "row"});
+    item->queryDatabase([&](SQLiteConnection& database) { // without a look at the columns first, too
+        OtherProgram(path()).run("ALTER TABLE rows RENAME COLUMN row TO other; CREATE TABLE beside (a)");
+        EXPECT_TRUE(database.rows(sql));
+        OtherProgram(path()).run("DROP TABLE rows; CREATE TABLE rows (batch); INSERT INTO rows VALUES (7)");
+        EXPECT_EQ(database.rows(sql).value().at(0).at("batch"), 7);
+        EXPECT_FALSE(database.forEachRow(sql, {}, [](auto) { throw std::length_error("too long"); }));
+    });
+}
+
 TEST_F(HistoryDatabaseItemTest, ManyStatementsDoNotWaitToBeTold)
 {
     const auto item = openItem({.batchStatements = 100});

@@ -1,10 +1,13 @@
 #include "platform/linux/LinuxMachineInfo.h"
 #include "platform/linux/Descriptor.h"
 #include "platform/linux/DrmDisplayInfo.h"
+#include "platform/linux/LinuxClockSource.h"
 #include "platform/linux/LinuxSelfUsage.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
+
+#include <sys/timex.h>
 
 #include <vector>
 
@@ -12,6 +15,12 @@ namespace meridal {
 namespace {
 
 using namespace std::string_literals;
+
+TEST(LinuxClockSource, SaysWhatTheKernelSays)
+{
+    ntptimeval clock = {};
+    EXPECT_EQ(LinuxClockSource().isSynchronised(), ::ntp_gettime(&clock) != TIME_ERROR);
+}
 
 TEST(LinuxMachineInfo, ReadsALaptop)
 {

@@ -337,6 +337,12 @@ public:
     std::vector<std::string> sets;
 };
 
+class FakeClockSource final : public ClockSource {
+public:
+    bool isSynchronised() override { return synchronised; }
+    bool synchronised = false;
+};
+
 /// A whole machine under a test's thumb: virtual time, fake seams, files in a folder that goes with it.
 struct FakeMachine {
     FakeMachine()
@@ -344,6 +350,7 @@ struct FakeMachine {
         host.processes = std::make_unique<FakeProcessSource>();
         host.processVisibility = std::make_unique<FakeProcessVisibility>();
         host.machine = std::make_unique<FakeMachineInfo>();
+        host.clockSource = std::make_unique<FakeClockSource>();
         host.display = std::make_unique<FakeDisplayInfo>();
         host.distributedNotifications = std::make_unique<FakeDistributedNotifications>();
         host.selfUsage = std::make_unique<FakeSelfUsage>();
@@ -367,6 +374,7 @@ struct FakeMachine {
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
     FakeProcessVisibility& visibility() { return static_cast<FakeProcessVisibility&>(*host.processVisibility); }
+    FakeClockSource& clockSource() { return static_cast<FakeClockSource&>(*host.clockSource); }
     FakeMachineInfo& machine() { return static_cast<FakeMachineInfo&>(*host.machine); }
     FakeDisplayInfo& display() { return static_cast<FakeDisplayInfo&>(*host.display); }
     FakeDistributedNotifications& distributed()
