@@ -18,17 +18,21 @@ std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::
     return std::max(given, written > cancelled ? written - cancelled : 0);
 }
 
-std::optional<std::string> executablePath(ProcFolder& folder, std::int32_t pid, std::string_view name)
+namespace {
+
+/// Out of the files of the process itself or of one of its threads.
+std::optional<std::string> programPath(
+    ProcFolder& folder, std::int32_t pid, std::string_view name, std::string_view cmdline, std::string_view exe)
 {
     std::string_view text;
     std::string_view argument;
-    if (folder.read(pid, "cmdline", text) == ProcOutcome::Read) {
+    if (folder.read(pid, cmdline, text) == ProcOutcome::Read) {
         argument = parseCmdline(text, name, nameLimit);
     }
     if (!name.empty() && !argument.empty()) {
         return std::string(argument);
     }
-    if (auto path = folder.readLink(pid, "exe")) {
+    if (auto path = folder.readLink(pid, exe)) {
         constexpr std::string_view deleted = " (deleted)"; // the kernel's mark of a program replaced since
         if (path->ends_with(deleted)) {
             path->resize(path->size() - deleted.size());
@@ -38,6 +42,31 @@ std::optional<std::string> executablePath(ProcFolder& folder, std::int32_t pid, 
         }
     }
     return argument.empty() ? std::nullopt : std::optional(std::string(argument));
+}
+
+} // namespace
+
+std::optional<std::string> executablePath(ProcFolder& folder, std::int32_t pid, std::string_view name)
+{
+    auto path = programPath(folder, pid, name, "cmdline", "exe");
+    if (!path) {
+        if (const std::string cmdline = folder.fileOfAnotherThread(pid, "cmdline"); !cmdline.empty()) {
+            path = programPath(folder, pid, name, cmdline, folder.fileOfAnotherThread(pid, "exe"));
+        }
+    }
+    return path;
+}
+
+std::optional<std::string> commandName(ProcFolder& folder, std::int32_t pid)
+{
+    // A thread has files under its number as a process has, but is none.
+    std::string_view text;
+    if (folder.read(pid, "status", text) != ProcOutcome::Read || threadGroupOf(text) != pid
+        || folder.read(pid, "stat", text) != ProcOutcome::Read) {
+        return std::nullopt;
+    }
+    const auto stat = parseStat(text);
+    return stat && !hasEnded(*stat) ? std::optional(std::string(lastingName(stat->name, stat->flags))) : std::nullopt;
 }
 
 } // namespace meridal::proc
