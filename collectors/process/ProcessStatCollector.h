@@ -98,8 +98,6 @@ public:
     std::int32_t controllingPidForPid(std::int32_t pid) const;
     bool isParentLaunchd(const Item& item) const;
     bool isProcessExcludedFromHierarchy(const Item& item) const;
-    /// The groups as indented text, for diagnosis.
-    std::string showHierarchy() const;
     bool sharingUseHeirachy() const { return shared_.sharingUseHeirachy; }
     void setSharingUseHeirachy(bool use) { shared_.sharingUseHeirachy = use; }
 
@@ -160,7 +158,6 @@ private:
     Item* controllerOf(const Item& item);
     const Item* elder(const Item& item, std::int32_t pid) const;
     void breakCycles();
-    void collectHierarchy();
 
     // ProcessLists.cpp
     bool shows(const Item& item) const { return !shown_ || shown_->contains(item.pid()); }
