@@ -11,6 +11,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,24 +24,32 @@
 namespace {
 
 std::uint64_t allocations = 0;
+std::size_t heapBytes = 0; // in use
 
 void* allocate(std::size_t size)
 {
     ++allocations;
     if (void* memory = std::malloc(size)) {
+        heapBytes += malloc_usable_size(memory);
         return memory;
     }
     throw std::bad_alloc();
+}
+
+void release(void* memory)
+{
+    heapBytes -= malloc_usable_size(memory);
+    std::free(memory);
 }
 
 } // namespace
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept { release(memory); }
+void operator delete[](void* memory) noexcept { release(memory); }
+void operator delete(void* memory, std::size_t) noexcept { release(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { release(memory); }
 
 namespace meridal {
 namespace {
@@ -78,6 +87,7 @@ public:
     double timeBase() const override { return 1e9; }
     double cpuResolution() const override { return 0; }
     std::size_t nameLimit() const override { return 16; }
+    std::optional<std::string> commandName(std::int32_t) override { return std::nullopt; }
     std::optional<std::string> executablePath(std::int32_t, std::string_view) override { return std::nullopt; }
     std::optional<std::string> bundleLocation(std::int32_t, const ProcessUnit&) override { return std::nullopt; }
 
@@ -121,6 +131,9 @@ private:
     std::vector<pid_t> pids_;
 };
 
+/// Until everybody's recent past is there.
+constexpr int passesBefore = 100;
+
 /// A collector that has been in use for some passes.
 struct Rig {
     Rig(std::unique_ptr<ProcessSource> source, int passes)
@@ -128,15 +141,17 @@ struct Rig {
         machine.host.processes = std::move(source);
         collector = std::make_unique<ProcessStatCollector>(machine.context);
         collector->setUpdateMask(31);
+        const std::size_t before = heapBytes;
         for (int pass = 0; pass < passes; ++pass) {
             update();
         }
+        collectorBytes = heapBytes - before;
     }
-    /// On a synthetic table, so long that every ring is full.
+    /// On a synthetic table.
     explicit Rig(const benchmark::State& state)
         : Rig(std::make_unique<SyntheticSource>(
                   static_cast<std::size_t>(state.range(0)), static_cast<std::size_t>(state.range(1))),
-            2 * processHistoryRows)
+            passesBefore)
     {
     }
     void update()
@@ -147,6 +162,7 @@ struct Rig {
 
     test::FakeMachine machine;
     std::unique_ptr<ProcessStatCollector> collector;
+    std::size_t collectorBytes = 0; ///< of heap that its passes took
 };
 
 /// Runs the task per iteration and reports its cost per process and its allocations.
@@ -173,11 +189,7 @@ void pass(benchmark::State& state)
 {
     Rig rig(state);
     measure(state, [&] { rig.update(); });
-    double heap = 0;
-    for (const auto* item : rig.collector->processes()) {
-        heap += static_cast<double>(sizeof(*item) + item->historyHeapBytes());
-    }
-    state.counters["bytes_per_process"] = heap / static_cast<double>(state.range(0));
+    state.counters["bytes_per_process"] = static_cast<double>(rig.collectorBytes) / static_cast<double>(state.range(0));
 }
 
 void readOfThisMachine(benchmark::State& state)

@@ -122,8 +122,9 @@ void MRDXPCServerConnection::startRequest(std::int64_t key, std::int64_t interva
     if (meridal::holds(key, RequestKey::Network)) {
         daemon_.startMonitoringNetworkActivity();
     }
+    const bool justRead = daemon_.readFiguresOf(key);
     sendCurrentLists(key);
-    daemon_.restartProcessTimer();
+    daemon_.restartProcessTimer(!justRead);
 }
 
 void MRDXPCServerConnection::sendCurrentLists(std::int64_t key)

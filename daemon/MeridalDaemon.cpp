@@ -136,7 +136,16 @@ void MeridalDaemon::finalize()
 
 // Processes
 
-void MeridalDaemon::restartProcessTimer()
+bool MeridalDaemon::readFiguresOf(std::int64_t key)
+{
+    const bool isDue = !processes_.hasRecentFigures(static_cast<std::uint32_t>(key));
+    if (isDue) {
+        updateProcesses();
+    }
+    return isDue;
+}
+
+void MeridalDaemon::restartProcessTimer(bool atOnce)
 {
     if (passesAtOnce_ >= mostPassesAtOnce) {
         return; // the second pass of the last restart is due within its 0.6 s and answers this one too
@@ -147,7 +156,9 @@ void MeridalDaemon::restartProcessTimer()
         passesAtOnce_ = 0;
         processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
     });
-    updateProcesses();
+    if (atOnce) {
+        updateProcesses();
+    }
 }
 
 void MeridalDaemon::updateProcesses()
@@ -211,10 +222,8 @@ EnvelopePtr MeridalDaemon::processList(RequestKey list, bool grouped, const Peer
 
 Value MeridalDaemon::infoForPids(const Value& pids, const Peer& peer)
 {
-    processes_.showOnly(views_.shownTo(views_.viewerOf(peer)));
-    Value known = processes_.infoForPids(pids);
-    processes_.showOnly(nullptr);
-    return known;
+    const auto viewer = views_.viewerOf(peer);
+    return processes_.infoForPids(pids, [&](std::int32_t pid) { return views_.shows(viewer, pid); });
 }
 
 std::string MeridalDaemon::buildProcessList(RequestKey list, bool grouped)

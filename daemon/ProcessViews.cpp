@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <bit>
 #include <limits>
+#include <utility>
 
 namespace meridal {
 
@@ -62,6 +63,15 @@ const std::unordered_set<std::int32_t>* ProcessViews::shownTo(const Viewer& view
         }
     }
     return &visible_[*viewer];
+}
+
+bool ProcessViews::shows(const Viewer& viewer, std::int32_t pid)
+{
+    if (!viewer || shownTo(viewer)->contains(pid)) {
+        return true;
+    }
+    const bool isUnseen = std::as_const(processes_).processForPid(pid) == nullptr;
+    return isUnseen && context_.host.processVisibility->ownerOf(pid) == *viewer;
 }
 
 EnvelopePtr& ProcessViews::list(const Viewer& viewer, RequestKey list, bool grouped)

@@ -31,6 +31,8 @@ public:
     Viewer viewerOf(const Peer& peer) const;
     /// The processes that a viewer may see; null: all. Valid until the next pass.
     const std::unordered_set<std::int32_t>* shownTo(const Viewer& viewer);
+    /// Whether a viewer may see this process, which need not be in the table.
+    bool shows(const Viewer& viewer, std::int32_t pid);
     /// Where the list of the current pass is kept; null until somebody has put it there.
     EnvelopePtr& list(const Viewer& viewer, RequestKey list, bool grouped);
     /// Of all viewers.

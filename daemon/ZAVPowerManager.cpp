@@ -17,7 +17,6 @@ namespace meridal {
 
 namespace {
 
-constexpr double adapterInterval = 3; // s
 
 /// A figure that some systems give as a boolean and others as a number.
 std::int64_t integerValue(const Value& dictionary, std::string_view key)
@@ -106,15 +105,6 @@ void ZAVPowerManager::updateSource()
     }
     if (std::exchange(state_, state) != state) {
         context_.notifications.post("PowerNotifierStateChanged", this);
-    }
-}
-
-void ZAVPowerManager::checkAdapter()
-{
-    context_.runtime.after(adapterInterval, lifetime_.guard([this] { checkAdapter(); }));
-    const auto connected = context_.host.powerSources->adapterConnected();
-    if (source_ != (connected.value_or(false) ? 1 : 0)) {
-        updateSource();
     }
 }
 

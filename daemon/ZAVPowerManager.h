@@ -44,8 +44,6 @@ public:
 
     /// Reads the power sources anew and tells what changed.
     void updateSource();
-    /// Looks at the adapter every 3 s from now on, for a system that does not announce its changes.
-    void checkAdapter();
     void powerMessageReceived(PowerMessage message, PowerMessages::Token argument);
 
     /// For a delegate that is told of a sleep and has something to write: keeps the allowance back until the task

@@ -4,8 +4,6 @@
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
-#include <fmt/format.h>
-
 #include <iterator>
 #include <utility>
 
@@ -147,20 +145,6 @@ void ProcessStatCollector::breakCycles()
             item->setController(nullptr);
         }
     }
-}
-
-std::string ProcessStatCollector::showHierarchy() const
-{
-    constexpr std::size_t deepest = 32;
-    std::string text;
-    for (const Item* item : parentsFirst_) {
-        std::size_t level = 0;
-        for (const Item* above = item->controller(); above && level < deepest; above = above->controller()) {
-            ++level;
-        }
-        fmt::format_to(std::back_inserter(text), "{:{}}{} {}\n", "", 4 * level, item->pid(), item->name());
-    }
-    return text;
 }
 
 } // namespace meridal

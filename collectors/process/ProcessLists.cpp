@@ -19,6 +19,8 @@ namespace {
 
 /// Bytes that most entries do not exceed.
 constexpr std::size_t usualEntry = 80;
+/// Processes that one question may have looked for beyond the table.
+constexpr int mostUnseen = 256;
 
 void appendName(std::string& json, const char* name)
 {
@@ -179,8 +181,9 @@ std::string ProcessStatCollector::diskList(bool grouped, AppendFigures read, App
     updateTotals(ProcessFigure::DiskRead);
     updateTotals(ProcessFigure::DiskWrite);
     std::string json = "{";
-    appendList(json, "read", ProcessFigure::DiskRead, sharingProcessDiskActivityCount_, read);
-    appendList(json, "write", ProcessFigure::DiskWrite, sharingProcessDiskActivityCount_, written);
+    const std::int32_t limit = knowsDiskRates_ ? sharingProcessDiskActivityCount_ : 0; // what nobody knows is not zero
+    appendList(json, "read", ProcessFigure::DiskRead, limit, read);
+    appendList(json, "write", ProcessFigure::DiskWrite, limit, written);
     return closed(std::move(json), ProcessList::Disk);
 }
 
@@ -255,25 +258,32 @@ std::string ProcessStatCollector::powerProcesses(bool grouped)
     setSharingUseHeirachy(grouped);
     updateTotals(ProcessFigure::Power);
     std::string json = "{";
-    appendList(
-        json, "processes", ProcessFigure::Power, sharingProcessPowerCount_, [](std::string& entry, const Item& item) {
-            appendMember(entry, "score", fixed2(item.sharingTotalPower()));
-            appendMember(entry, "bundle", item.bundleLocation());
-        });
+    const std::int32_t limit = knowsScores_ ? sharingProcessPowerCount_ : 0; // as above
+    appendList(json, "processes", ProcessFigure::Power, limit, [](std::string& entry, const Item& item) {
+        appendMember(entry, "score", fixed2(item.sharingTotalPower()));
+        appendMember(entry, "bundle", item.bundleLocation());
+    });
     return closed(std::move(json), ProcessList::Energy);
 }
 
-Value ProcessStatCollector::infoForPids(const Value& pids) const
+Value ProcessStatCollector::infoForPids(const Value& pids, const std::function<bool(std::int32_t pid)>& mayShow)
 {
     Value result = Value::array();
     if (!pids.is_array()) {
         return result;
     }
+    int unseen = 0;
     for (const Value& number : pids) {
         const auto pid = pidFrom(number);
-        const Item* item = pid ? processForPid(*pid) : nullptr;
-        if (item && shows(*item)) {
+        Item* item = pid ? processForPid(*pid) : nullptr;
+        if (!pid || (!item && ++unseen > mostUnseen) || !mayShow(*pid)) {
+            continue;
+        }
+        if (item) {
+            loadName(*item);
             result.push_back({{"name", item->name()}, {"pid", number}});
+        } else if (const auto name = nameOfUnseen(*pid)) {
+            result.push_back({{"name", *name}, {"pid", number}});
         }
     }
     return result;

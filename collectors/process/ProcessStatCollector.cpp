@@ -11,11 +11,23 @@ namespace meridal {
 
 namespace {
 
-/// Intervals of fewer ticks than this tell nothing of the rate between them.
+/// Intervals of fewer ticks than this tell nothing of the rate between them, nor do those shorter than this (s): requests
+/// that come in a burst cause passes some milliseconds apart.
 constexpr double ticksThatTell = 10;
-/// s over which energy scores are averaged, and how many passes of them at most.
-constexpr double averagedSeconds = 31;
-constexpr std::uint32_t averagedPasses = 30;
+constexpr double shortestInterval = 0.1;
+/// s for which figures count as current: a pass is due every two.
+constexpr double recently = 3;
+
+/// Calls `take(index)` for each group that is in a set.
+template <typename Take>
+void forEachGroup(ProcessFields groups, Take take)
+{
+    for (std::size_t index = 0; (1U << index) < static_cast<std::uint32_t>(ProcessFields::All); ++index) {
+        if (has(groups, static_cast<ProcessFields>(1U << index))) {
+            take(index);
+        }
+    }
+}
 
 /// The groups of figures behind the lists that are wanted, and no more: each may cost a file per process.
 ProcessFields fieldsFor(std::uint32_t updateMask)
@@ -92,34 +104,42 @@ void ProcessStatCollector::beginPass()
     pass_.number = sequence_;
     pass_.wallTime = timeNow_;
     pass_.monotonicTime = runtime.monotonicTime();
-    pass_.wanted = fieldsFor(updateMask_);
+    pass_.wanted = context().host.processes->alongWith(fieldsFor(updateMask_));
     pass_.timeBase = shared_.tbfrequency;
-    pass_.shortestCPUInterval = ticksThatTell * context().host.processes->cpuResolution();
+    pass_.shortestInterval = std::max(shortestInterval, ticksThatTell * context().host.processes->cpuResolution());
     pass_.footprintFromKernel = rules_.footprintFromKernel;
-    pass_.historyPass = 0;
-    pass_.averagedFrom = 0;
-    if (pass_.wanted != ProcessFields::None) {
-        noteTimes();
+    numberScores();
+}
+
+/// Scores of a pass too soon after another are not remembered: they would repeat, and a client that asks in quick succession
+/// would push everybody's past out of the average.
+void ProcessStatCollector::numberScores()
+{
+    pass_.keepsScores = false;
+    if (!has(pass_.wanted, ProcessFields::Wakeups)) {
+        knowsScores_ = false;
+        return;
+    }
+    const double sinceLatest = pass_.monotonicTime - lastScores_;
+    if (pass_.scoreNumber == 0 || sinceLatest <= 0 || sinceLatest >= pass_.shortestInterval) {
+        ++pass_.scoreNumber;
+        lastScores_ = pass_.monotonicTime;
+        pass_.keepsScores = true;
     }
 }
 
-/// Gives the pass its place in the history of all processes, unless it comes too soon after the latest one there: its
-/// figures would repeat, and a client that asks in quick succession would push everybody's past out of the rings.
-void ProcessStatCollector::noteTimes()
+void ProcessStatCollector::noteGroupsRead()
 {
-    PassTimes& times = shared_.times;
-    const double sinceLatest = times.newest() == 0 ? 0 : pass_.monotonicTime - times.monotonicTime(times.newest());
-    if (!(sinceLatest > 0 && sinceLatest < pass_.shortestCPUInterval)) {
-        times.push(pass_.wallTime, pass_.monotonicTime);
-        pass_.historyPass = times.newest();
-    }
-    const std::uint32_t newest = times.newest();
-    std::uint32_t oldest = newest;
-    while (oldest > 1 && newest - oldest + 1 < averagedPasses
-        && times.monotonicTime(oldest - 1) >= pass_.monotonicTime - averagedSeconds) {
-        --oldest;
-    }
-    pass_.averagedFrom = oldest;
+    forEachGroup(pass_.wanted, [this](std::size_t group) { readAt_.at(group) = pass_.monotonicTime; });
+}
+
+bool ProcessStatCollector::hasRecentFigures(std::uint32_t updateMask) const
+{
+    const double now = context().runtime.monotonicTime();
+    bool recent = sequence_ > 0;
+    forEachGroup(fieldsFor(updateMask),
+        [&](std::size_t group) { recent = recent && readAt_.at(group) > 0 && now - readAt_.at(group) < recently; });
+    return recent;
 }
 
 /// Brings the table up to date with the host's. False when that could not be read: the table then stays as it was.
@@ -141,6 +161,7 @@ bool ProcessStatCollector::fetchProcesses()
         }
         measure(item, record);
     }
+    noteGroupsRead();
     return true;
 }
 
@@ -216,14 +237,14 @@ void ProcessStatCollector::measure(Item& item, const ProcessRecord& record)
     }
     const auto elapsed =
         has(record.present & pass_.wanted, ProcessFields::Cpu) ? item.updateCPUWithRusage(record, pass_) : std::nullopt;
-    item.updateIOWithRusage(record, pass_);
-    if (elapsed) {
+    knowsDiskRates_ |= item.updateIOWithRusage(record, pass_);
+    if (item.beginWakeups(record, pass_) && elapsed) {
+        knowsScores_ = true;
         if (rules_.usesUsageV3) {
             item.updatePowerWithRusage(record, pass_, *elapsed);
         } else {
             item.updatePowerWithRusage2(record, pass_, *elapsed);
         }
-        item.updateHistory(pass_);
     }
     item.endPass();
 }
@@ -283,15 +304,34 @@ std::string ProcessStatCollector::nameForPid(std::int32_t pid, const std::string
     return askFullName(pid, defaultName).value_or(defaultName);
 }
 
+/// Makes a name that may be cut final.
+void ProcessStatCollector::loadName(Item& item)
+{
+    if (item.loadedName()) {
+        return;
+    }
+    item.setLoadedName(true);
+    // The short name again: a cached name that stands in for it begins with it.
+    if (auto full = askFullName(item.pid(), item.name().substr(0, context().host.processes->nameLimit()))) {
+        item.setName(*std::move(full));
+    }
+}
+
+/// The final name of a process that is not in the table, as if it were.
+std::optional<std::string> ProcessStatCollector::nameOfUnseen(std::int32_t pid)
+{
+    ProcessSource& source = *context().host.processes;
+    const auto command = source.commandName(pid);
+    if (!command) {
+        return std::nullopt;
+    }
+    const bool isFinal = !command->empty() && command->size() != source.nameLimit();
+    return isFinal ? validUtf8(*command) : nameForPid(pid, validUtf8(*command));
+}
+
 std::string ProcessStatCollector::sharingNameForProcess(Item& item)
 {
-    if (!item.loadedName()) {
-        item.setLoadedName(true);
-        // The short name again: a cached name that stands in for it begins with it.
-        if (auto full = askFullName(item.pid(), item.name().substr(0, context().host.processes->nameLimit()))) {
-            item.setName(*std::move(full));
-        }
-    }
+    loadName(item);
     if (shared_.sharingUseHeirachy && item.root() && item.unit().kind != ProcessUnitKind::Shared) {
         if (std::string name = context().host.processes->unitName(item.unit()); !name.empty()) {
             return name;

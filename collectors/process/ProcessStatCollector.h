@@ -7,8 +7,10 @@
 #include "collectors/process/ProcessStatCollectorItem.h"
 #include "collectors/process/ReleaseRules.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -61,6 +63,8 @@ public:
     double tbfrequency() const { return shared_.tbfrequency; }   ///< units of CPU time per second
     /// As the host tells it; 0 when it does not.
     double timebaseFrequency() const;
+    /// Whether what these lists show was read in the last few seconds.
+    bool hasRecentFigures(std::uint32_t updateMask) const;
 
     // The table, in order of first sight
     const std::vector<Item*>& processes() const { return processes_; }
@@ -84,8 +88,9 @@ public:
     const ProcessNameCache& nameCache() const { return nameCache_; }
     /// Asks for where the item's application is to be found, once a program.
     void loadBundleLocation(Item& item);
-    /// Takes an array of pids, answers an array of {"name", "pid"} for those that are known.
-    Value infoForPids(const Value& pids) const;
+    /// Takes an array of pids, answers an array of {"name", "pid"} for those that there are and that may be shown. Some of
+    /// those that the latest pass did not have are looked for, a bounded number.
+    Value infoForPids(const Value& pids, const std::function<bool(std::int32_t pid)>& mayShow);
 
     // Groups
     /// What lists rank: groups, or single processes.
@@ -96,8 +101,6 @@ public:
     std::int32_t controllingPidForPid(std::int32_t pid) const;
     bool isParentLaunchd(const Item& item) const;
     bool isProcessExcludedFromHierarchy(const Item& item) const;
-    /// The groups as indented text, for diagnosis.
-    std::string showHierarchy() const;
     bool sharingUseHeirachy() const { return shared_.sharingUseHeirachy; }
     void setSharingUseHeirachy(bool use) { shared_.sharingUseHeirachy = use; }
 
@@ -141,13 +144,16 @@ private:
 
     // ProcessStatCollector.cpp
     void beginPass();
-    void noteTimes();
+    void numberScores();
     bool fetchProcesses();
+    void noteGroupsRead();
     Item& itemForRecord(const ProcessRecord& record, std::size_t& cursor);
     void introduce(Item& item, const ProcessRecord& record);
     std::optional<std::string> askFullName(std::int32_t pid, const std::string& shortName);
     void nameProcess(Item& item, const ProcessRecord& record);
     void measure(Item& item, const ProcessRecord& record);
+    void loadName(Item& item);
+    std::optional<std::string> nameOfUnseen(std::int32_t pid);
 
     // ProcessHierarchy.cpp
     void dissolveHierarchy();
@@ -157,7 +163,6 @@ private:
     Item* controllerOf(const Item& item);
     const Item* elder(const Item& item, std::int32_t pid) const;
     void breakCycles();
-    void collectHierarchy();
 
     // ProcessLists.cpp
     bool shows(const Item& item) const { return !shown_ || shown_->contains(item.pid()); }
@@ -172,6 +177,10 @@ private:
     std::string serviceManagerName_;
     ProcessShared shared_;
     ProcessPass pass_;
+    double lastScores_ = 0;          ///< monotonic s of the latest pass that keeps scores
+    std::array<double, 4> readAt_{}; ///< monotonic s of the latest pass with each group of figures; 0 = never
+    bool knowsDiskRates_ = false;    ///< of anybody: there were two readings
+    bool knowsScores_ = false;       ///< likewise, since wake-ups are read
     std::unordered_map<std::int32_t, Item> byPid_;
     std::vector<Item*> processes_; ///< the same in table order
     std::vector<Item*> hierachy_;

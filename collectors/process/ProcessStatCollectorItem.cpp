@@ -11,7 +11,9 @@ namespace {
 
 constexpr double microsecondsPerWakeup = 500; ///< of CPU time, charged for waking an idle package
 constexpr double scoreThatCounts = 1.0;
-constexpr std::uint32_t averagedRows = 30;
+/// s over which scores are averaged, and how many passes of them at most.
+constexpr double averagedSeconds = 31;
+constexpr std::uint32_t averagedPasses = 30;
 
 bool isThere(const ProcessRecord& record, const ProcessPass& pass, ProcessFields group)
 {
@@ -36,7 +38,7 @@ void ProcessStatCollectorItem::startAfresh(std::uint64_t startIdentity, std::uin
     state_ = State{};
     state_.startIdentity = startIdentity;
     state_.firstPass = pass;
-    rows_.clear();
+    scores_.clear();
     sharingTotals_ = {};
     sharingUseHierachy_ = true;
 }
@@ -107,7 +109,7 @@ std::optional<double> ProcessStatCollectorItem::updateCPUWithRusage(
 {
     const std::uint64_t time = record.userTime + record.systemTime;
     const double elapsed = state_.cpuKnown ? pass.monotonicTime - state_.lastUpdateCPU : 0;
-    if (elapsed > 0 && elapsed < pass.shortestCPUInterval) {
+    if (elapsed > 0 && elapsed < pass.shortestInterval) {
         return std::nullopt;
     }
     state_.cpuPreviousTime = state_.cpuKnown && time >= state_.cpuTime ? state_.cpuTime : time;
@@ -119,22 +121,17 @@ std::optional<double> ProcessStatCollectorItem::updateCPUWithRusage(
     return elapsed;
 }
 
-void ProcessStatCollectorItem::updateIOWithRusage(const ProcessRecord& record, const ProcessPass& pass)
+bool ProcessStatCollectorItem::updateIOWithRusage(const ProcessRecord& record, const ProcessPass& pass)
 {
-    if (!isThere(record, pass, ProcessFields::Disk)) {
-        return;
+    // After passes that did not ask, the interval is the whole pause and the rate an honest mean over it.
+    const double elapsed = pass.monotonicTime - state_.diskUpdateTime;
+    const bool isTooSoon = state_.diskKnown && (elapsed <= 0 || elapsed < pass.shortestInterval);
+    if (!isThere(record, pass, ProcessFields::Disk) || isTooSoon) {
+        return false;
     }
     const std::uint64_t read = record.diskBytesRead;
     const std::uint64_t written = record.diskBytesWritten;
-    if (state_.diskWriteTotal == 0) { // not read yet: what went before is no rate of this interval
-        state_.diskWriteTotal = written;
-    }
-    if (state_.diskReadTotal == 0) {
-        state_.diskReadTotal = read;
-    }
-    // After passes that did not ask, the interval is the whole pause and the rate an honest mean over it.
-    const double elapsed = pass.monotonicTime - state_.diskUpdateTime;
-    if (elapsed > 0) {
+    if (state_.diskKnown) {
         state_.diskRead = static_cast<double>(growth(state_.diskReadTotal, read)) / elapsed;
         state_.diskWrite = static_cast<double>(growth(state_.diskWriteTotal, written)) / elapsed;
         state_.diskReadTime = state_.diskRead > 0 ? state_.updateTime : state_.diskReadTime;
@@ -143,6 +140,9 @@ void ProcessStatCollectorItem::updateIOWithRusage(const ProcessRecord& record, c
     state_.diskReadTotal = read;
     state_.diskWriteTotal = written;
     state_.diskUpdateTime = pass.monotonicTime;
+    const bool known = state_.diskKnown;
+    state_.diskKnown = true;
+    return known;
 }
 
 void ProcessStatCollectorItem::clearDiskActivity() { state_.diskRead = state_.diskWrite = 0; }
@@ -165,81 +165,58 @@ void ProcessStatCollectorItem::updatePowerWithRusage2(
 void ProcessStatCollectorItem::updatePower(
     const ProcessRecord& record, const ProcessPass& pass, double elapsed, double cpuMicroseconds)
 {
-    const auto wakeups = static_cast<double>(newWakeups(record, pass));
-    state_.power = elapsed > 0 ? (wakeups * microsecondsPerWakeup + cpuMicroseconds) / (elapsed * 1e6) * 100 : 0;
+    // Each over its own interval: wake-ups may have been read first by a pass that came too soon for CPU time.
+    const double wakeupsElapsed = pass.monotonicTime - state_.lastUpdateWakeups;
+    state_.idleWakeupsPrevious = std::exchange(state_.idleWakeups, record.idleWakeups);
+    state_.lastUpdateWakeups = pass.monotonicTime;
+    const auto wakeups = static_cast<double>(growth(state_.idleWakeupsPrevious, state_.idleWakeups));
+    const double charged = wakeups * microsecondsPerWakeup; // us
+    state_.power =
+        elapsed > 0 && wakeupsElapsed > 0 ? (charged / wakeupsElapsed + cpuMicroseconds / elapsed) / 1e6 * 100 : 0;
     updatePowerUsageAverage(pass);
 }
 
-/// Idle wake-ups of this interval. A pass that does not ask for them counts none and forgets the reading: the first
-/// one after a pause would otherwise put the wake-ups of the whole pause into one interval.
-std::uint64_t ProcessStatCollectorItem::newWakeups(const ProcessRecord& record, const ProcessPass& pass)
+/// A pass that does not ask forgets the reading: the first one after a pause would otherwise put the wake-ups of the whole
+/// pause into one interval. One that asked and got none does not, and the interval goes on.
+bool ProcessStatCollectorItem::beginWakeups(const ProcessRecord& record, const ProcessPass& pass)
 {
-    const bool known = state_.wakeupsKnown;
-    state_.wakeupsKnown = isThere(record, pass, ProcessFields::Wakeups);
-    if (!state_.wakeupsKnown) {
-        return 0;
+    if (!has(pass.wanted, ProcessFields::Wakeups)) {
+        state_.wakeupsKnown = false;
+        scores_.clear();
+        return false;
     }
-    state_.idleWakeupsPrevious = known ? state_.idleWakeups : record.idleWakeups;
-    state_.idleWakeups = record.idleWakeups;
-    return growth(state_.idleWakeupsPrevious, state_.idleWakeups);
+    if (!has(record.present, ProcessFields::Wakeups)) {
+        return false;
+    }
+    if (state_.wakeupsKnown) {
+        return true;
+    }
+    state_.wakeupsKnown = true;
+    state_.idleWakeups = state_.idleWakeupsPrevious = record.idleWakeups;
+    state_.lastUpdateWakeups = pass.monotonicTime;
+    state_.power = state_.powerScore = 0;
+    return false;
 }
 
-/// The mean of the scores that count, of this pass and the rows of the last half minute. By runs, so that a process at
-/// rest is done in one or two steps.
+/// The mean of the scores that count, of this pass and those of the last half minute.
 void ProcessStatCollectorItem::updatePowerUsageAverage(const ProcessPass& pass)
 {
-    double sum = 0;
-    std::uint32_t counted = 0;
-    const auto add = [&](double power, std::uint32_t rows) {
-        if (power >= scoreThatCounts) {
-            sum += power * rows;
-            counted += rows;
-        }
-    };
-    add(state_.power, 1);
-    std::uint32_t left = averagedRows - 1;
-    rows_.forEachRun([&](const Row& row, std::uint32_t newestPass, std::uint32_t rows) {
-        if (newestPass < pass.averagedFrom) {
-            return false;
-        }
-        const std::uint32_t taken = std::min({rows, newestPass - pass.averagedFrom + 1, left});
-        add(static_cast<double>(row.power), taken);
-        left -= taken;
-        return taken == rows && left > 0;
+    std::erase_if(scores_, [&](const Score& score) {
+        return pass.scoreNumber - score.number >= averagedPasses || score.time < pass.monotonicTime - averagedSeconds;
     });
-    state_.powerScore = counted > 0 ? sum / counted : 0;
-}
-
-void ProcessStatCollectorItem::updateHistory(const ProcessPass& pass)
-{
-    if (pass.historyPass == 0) {
+    const bool counts = state_.power >= scoreThatCounts;
+    if (scores_.empty() && !counts) {
+        state_.powerScore = 0;
         return;
     }
-    const Row row{
-        .cpu = static_cast<float>(state_.cpu),
-        .memory = static_cast<float>(state_.memory),
-        .powerScore = static_cast<float>(state_.powerScore),
-        .power = static_cast<float>(state_.power),
-    };
-    rows_.append(row, pass.historyPass);
-}
-
-ProcessHistoryRow ProcessStatCollectorItem::history(std::size_t row) const
-{
-    ProcessHistoryRow result;
-    rows_.at(row, [&](const Row& kept, std::uint32_t pass) {
-        result = {kept.cpu, kept.memory, kept.powerScore, shared_->times.wallTime(pass)};
-    });
-    return result;
-}
-
-ProcessPowerRow ProcessStatCollectorItem::powerHistory(std::size_t row) const
-{
-    ProcessPowerRow result;
-    rows_.at(row, [&](const Row& kept, std::uint32_t pass) {
-        result = {kept.power, shared_->times.wallTime(pass), 0};
-    });
-    return result;
+    double sum = counts ? state_.power : 0;
+    for (const Score& score : scores_) {
+        sum += static_cast<double>(score.power);
+    }
+    state_.powerScore = sum / static_cast<double>(scores_.size() + (counts ? 1 : 0));
+    if (counts && pass.keepsScores) {
+        scores_.push_back({pass.monotonicTime, pass.scoreNumber, static_cast<float>(state_.power)});
+    }
 }
 
 const std::vector<ProcessConnection>& ProcessStatCollectorItem::connections() const

@@ -3,7 +3,6 @@
 #include "collectors/process/PacketAttribution.h"
 #include "collectors/process/ProcessList.h"
 #include "collectors/process/ProcessPass.h"
-#include "collectors/process/RunLengthRing.h"
 #include "platform/host/ProcessUnit.h"
 
 #include <array>
@@ -15,21 +14,6 @@
 #include <vector>
 
 namespace meridal {
-
-/// What is remembered of one pass of one process.
-struct ProcessHistoryRow {
-    double cpu = 0;        ///< percent of one core
-    double memory = 0;     ///< bytes
-    double powerScore = 0; ///< averaged energy score
-    double updateTime = 0; ///< s since 1970; 0 marks an empty row
-};
-
-/// What is remembered of the energy of one pass of one process.
-struct ProcessPowerRow {
-    double power = 0;      ///< energy score of that pass
-    double updateTime = 0; ///< s since 1970
-    double empty = 1;      ///< 0 for a row that was written
-};
 
 /// One process of the machine: who it is, what it used up to the latest pass, and where it stands in its group. There
 /// may be thousands, so it is kept small. Lives in a ProcessStatCollector and on its queue.
@@ -96,12 +80,14 @@ public:
     /// Answers the seconds since the figure before: 0 where there is none. Absent when they are too few to tell anything;
     /// CPU and energy then stay as they are and the interval goes on.
     std::optional<double> updateCPUWithRusage(const ProcessRecord& record, const ProcessPass& pass);
-    void updateIOWithRusage(const ProcessRecord& record, const ProcessPass& pass);
-    /// `elapsed` is what updateCPUWithRusage() answered.
+    /// Answers whether it gave rates: the first reading gives none, nor does one that is too close to the one before.
+    bool updateIOWithRusage(const ProcessRecord& record, const ProcessPass& pass);
+    /// Answers whether there is an earlier reading of the wake-ups to subtract from; takes this one as such otherwise.
+    bool beginWakeups(const ProcessRecord& record, const ProcessPass& pass);
+    /// Only when wake-ups have begun. `elapsed` is what updateCPUWithRusage() answered.
     void updatePowerWithRusage(const ProcessRecord& record, const ProcessPass& pass, double elapsed);
     /// For releases with the older usage record, whose CPU time is taken as seconds.
     void updatePowerWithRusage2(const ProcessRecord& record, const ProcessPass& pass, double elapsed);
-    void updateHistory(const ProcessPass& pass);
     void endPass();
 
     // CPU
@@ -149,11 +135,6 @@ public:
     double idleWakeupsPrevious() const { return static_cast<double>(state_.idleWakeupsPrevious); }
     double power() const { return state_.power; }           ///< score of the latest interval
     double powerScore() const { return state_.powerScore; } ///< averaged over half a minute
-
-    // Recent passes, newest first; rows that were never written are empty
-    ProcessHistoryRow history(std::size_t row) const;
-    ProcessPowerRow powerHistory(std::size_t row) const;
-    std::size_t historyHeapBytes() const { return rows_.heapBytes(); }
 
     // Group. Built by the collector's createHierarchy2().
     /// Heads a group: is not placed under another.
@@ -223,6 +204,7 @@ private:
         bool startsCommands : 1 = false;
         bool foreground : 1 = false;
         bool cpuKnown : 1 = false;     ///< cpuTime is a reading to subtract from
+        bool diskKnown : 1 = false;    ///< likewise both totals of the disk
         bool wakeupsKnown : 1 = false; ///< likewise idleWakeups
         double updateTime = 0;
         double updateTimePrevious = 0;
@@ -232,6 +214,7 @@ private:
         double cpu = 0;
         std::uint64_t idleWakeups = 0;
         std::uint64_t idleWakeupsPrevious = 0;
+        double lastUpdateWakeups = 0;
         double power = 0;
         double powerScore = 0;
         double memory = 0;
@@ -253,19 +236,15 @@ private:
         std::string name;
         std::unique_ptr<Extras> extras;
     };
-    /// One pass in the ring. Single precision is exact for sizes in whole pages up to 64 GiB and keeps seven digits of
-    /// what is shown with two decimals, at half the size.
-    struct Row {
-        float cpu = 0;
-        float memory = 0;
-        float powerScore = 0;
+    /// An energy score that counts in the average. Most processes never have one.
+    struct Score {
+        double time = 0; ///< monotonic s
+        std::uint32_t number = 0;
         float power = 0;
-        bool operator==(const Row&) const = default;
     };
 
     Extras& extras();
     void updatePower(const ProcessRecord& record, const ProcessPass& pass, double elapsed, double cpuMicroseconds);
-    std::uint64_t newWakeups(const ProcessRecord& record, const ProcessPass& pass);
     void updatePowerUsageAverage(const ProcessPass& pass);
     ProcessStatCollectorItem* next(const ProcessStatCollectorItem& top, bool descend) const;
 
@@ -273,7 +252,7 @@ private:
     std::uint32_t mark_ = 0;
     const ProcessShared* shared_;
     State state_;
-    RunLengthRing<Row, processHistoryRows> rows_;
+    std::vector<Score> scores_; ///< of the last half minute, oldest first
     ProcessStatCollectorItem* controller_ = nullptr;
     ProcessStatCollectorItem* firstChild_ = nullptr;
     ProcessStatCollectorItem* nextSibling_ = nullptr;

@@ -71,6 +71,13 @@ public:
     /// in `present`. Empty when the table itself could not be read: a host always has at least one process.
     virtual std::span<const ProcessRecord> readProcesses(ProcessFields wanted) = 0;
 
+    /// These groups, and those that a pass gets at no further cost when it reads them.
+    virtual ProcessFields alongWith(ProcessFields wanted) const { return wanted; }
+
+    /// What the table would give as the name of a process, asked for by itself: for one that is younger than the latest
+    /// pass. Absent when there is none, or when it has ended.
+    virtual std::optional<std::string> commandName(std::int32_t pid) = 0;
+
     /// Units of CPU time in one second; 0 when the host does not tell.
     virtual double timeBase() const = 0;
     /// Seconds of CPU time by which the counters move at least (a clock tick); 0 when they are exact. Two readings

@@ -97,6 +97,7 @@ std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wan
     kept_.clear();
     rows_.clear();
     cgroups_.clear();
+    longNames_ = 0;
     auto known = previous_.cbegin();
     for (const BpfProcess* process : order_) {
         while (known != previous_.cend() && known->pid < process->pid) {
@@ -107,6 +108,7 @@ std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wan
         cgroups_.push_back(process->cgroup);
     }
     units_.fill(rows_, cgroups_);
+    forgetEndedThreads();
     if (hidden_) {
         addHidden(wanted);
     }
@@ -150,6 +152,8 @@ void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, Proce
         present |= ProcessFields::Cpu | ProcessFields::Wakeups;
         present |= process.flags & BPF_PROCESS_HAS_IO ? ProcessFields::Disk : ProcessFields::None;
     }
+    const std::string_view name = nameOf(process);
+    const bool mayBeCut = (process.flags & BPF_PROCESS_KERNEL_THREAD) != 0 && name.size() == nameLimit();
     const std::uint64_t anonymous = pagesOf(process.anonymousPages);
     const std::uint64_t shared = pagesOf(process.sharedPages);
     const std::uint64_t swapped = pagesOf(process.swappedPages);
@@ -159,7 +163,7 @@ void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, Proce
         .status = process.flags & BPF_PROCESS_ENDED ? ProcessStatus::Zombie : ProcessStatus::Alive,
         .present = present & wanted,
         .startIdentity = kept.start,
-        .name = nameOf(process),
+        .name = mayBeCut ? longNameOf(process, kept.start) : name,
         .userTime = kept.cpu.user,
         .systemTime = kept.cpu.system,
         .physFootprint = (anonymous + shared + swapped) * pageSize_,
@@ -171,6 +175,27 @@ void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, Proce
         .idleWakeups = process.voluntarySwitches,
     });
     kept_.push_back(kept);
+}
+
+/// Names of kernel threads are cut in records but not in /proc, where each is read once.
+std::string_view BpfProcessSource::longNameOf(const BpfProcess& thread, std::uint64_t start)
+{
+    ThreadName& known = threadNames_[thread.pid];
+    if (known.name.empty() || known.start != start) {
+        const std::string_view name = nameOf(thread);
+        known.name = proc::commandName(folder_, thread.pid).value_or(std::string(name));
+        known.start = start;
+    }
+    known.pass = pass_;
+    ++longNames_;
+    return known.name;
+}
+
+void BpfProcessSource::forgetEndedThreads()
+{
+    if (threadNames_.size() > longNames_) {
+        std::erase_if(threadNames_, [this](const auto& entry) { return entry.second.pass != pass_; });
+    }
 }
 
 void BpfProcessSource::addHidden(ProcessFields wanted)
@@ -194,16 +219,20 @@ void BpfProcessSource::noteFailure(const std::string& problem)
     }
 }
 
+ProcessFields BpfProcessSource::alongWith(ProcessFields wanted) const
+{
+    if (!reader_) {
+        return files_ ? files_->alongWith(wanted) : wanted;
+    }
+    const bool none = wanted == ProcessFields::None;
+    return none ? wanted : wanted | ProcessFields::Cpu | ProcessFields::Disk | ProcessFields::Wakeups;
+}
+
+std::optional<std::string> BpfProcessSource::commandName(std::int32_t pid) { return proc::commandName(folder_, pid); }
+
 std::optional<std::string> BpfProcessSource::executablePath(std::int32_t pid, std::string_view name)
 {
-    auto path = proc::executablePath(folder_, pid, name);
-    std::string_view text;
-    if (path || name.size() != nameLimit() || folder_.read(pid, "comm", text) != ProcOutcome::Read) {
-        return path;
-    }
-    // The names of kernel threads are cut in records but not in /proc.
-    text = text.substr(0, text.find('\n'));
-    return text.starts_with(name) ? std::optional(std::string(text)) : std::nullopt;
+    return proc::executablePath(folder_, pid, name);
 }
 
 } // namespace meridal

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -39,6 +40,8 @@ public:
         std::shared_ptr<Limitations> limitations);
 
     std::span<const ProcessRecord> readProcesses(ProcessFields wanted) override;
+    ProcessFields alongWith(ProcessFields wanted) const override;
+    std::optional<std::string> commandName(std::int32_t pid) override;
     double timeBase() const override { return 1e9; }
     double cpuResolution() const override; ///< a thread that runs is brought up to date once a tick
     std::size_t nameLimit() const override;
@@ -70,11 +73,20 @@ private:
         std::uint64_t written = 0; ///< highest figure given for diskBytesWritten
     };
 
+    /// The name of a kernel thread that does not fit into its record.
+    struct ThreadName {
+        std::uint64_t start = 0; ///< identity
+        std::uint64_t pass = 0;  ///< the latest that it was there
+        std::string name;
+    };
+
     void sortByPid(std::span<const BpfProcess> processes);
     void addRow(const BpfProcess& process, const Kept* last, ProcessFields wanted);
     void addHidden(ProcessFields wanted);
     std::span<const ProcessRecord> readFiles(ProcessFields wanted);
     void noteFailure(const std::string& problem);
+    std::string_view longNameOf(const BpfProcess& thread, std::uint64_t start);
+    void forgetEndedThreads();
 
     std::unique_ptr<BpfProcessReader> reader_; ///< null when it was given up
     std::filesystem::path root_;
@@ -93,6 +105,8 @@ private:
     std::vector<Kept> previous_;
     std::vector<std::uint64_t> cgroups_; ///< by row, before the hidden ones join in
     ProcessUnits units_;
+    std::map<std::int32_t, ThreadName> threadNames_; ///< by pid
+    std::size_t longNames_ = 0;                      ///< in the latest pass
 };
 
 } // namespace meridal

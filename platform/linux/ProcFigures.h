@@ -21,6 +21,9 @@ std::uint64_t clockTicksPerSecond();
 /// has caught up.
 std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::uint64_t given);
 
+/// The name of a process in /proc/PID/stat; see ProcessSource::commandName.
+std::optional<std::string> commandName(ProcFolder& folder, std::int32_t pid);
+
 /// A path that ends in the full name of the program that a process runs; see ProcessSource::executablePath.
 std::optional<std::string> executablePath(ProcFolder& folder, std::int32_t pid, std::string_view name);
 

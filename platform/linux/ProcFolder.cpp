@@ -62,6 +62,27 @@ std::int32_t pidOf(const char* name)
     return *name == '\0' ? static_cast<std::int32_t>(pid) : 0;
 }
 
+/// Calls `take(number)` for the entries of a folder that are numbers until it answers false. False when the folder cannot be
+/// read.
+template <typename Take>
+bool forEachNumber(int folder, Take take)
+{
+    alignas(dirent64) std::array<char, 32 << 10> entries; // about a thousand of them
+    for (;;) {
+        const ssize_t size = ::getdents64(folder, entries.data(), entries.size());
+        if (size <= 0) {
+            return size == 0;
+        }
+        for (std::size_t offset = 0; offset < static_cast<std::size_t>(size);) {
+            const auto* entry = reinterpret_cast<const dirent64*>(entries.data() + offset);
+            if (const std::int32_t number = pidOf(entry->d_name); number > 0 && !take(number)) {
+                return true;
+            }
+            offset += entry->d_reclen;
+        }
+    }
+}
+
 } // namespace
 
 ProcFolder::ProcFolder(const std::filesystem::path& folder)
@@ -72,25 +93,12 @@ ProcFolder::ProcFolder(const std::filesystem::path& folder)
 bool ProcFolder::listPids(std::vector<std::int32_t>& pids)
 {
     pids.clear();
-    if (!folder_ || ::lseek(folder_.get(), 0, SEEK_SET) != 0) {
+    const auto take = [&pids](std::int32_t pid) {
+        pids.push_back(pid);
+        return true;
+    };
+    if (!folder_ || ::lseek(folder_.get(), 0, SEEK_SET) != 0 || !forEachNumber(folder_.get(), take)) {
         return false;
-    }
-    alignas(dirent64) std::array<char, 32 << 10> entries; // about a thousand of them
-    for (;;) {
-        const ssize_t size = ::getdents64(folder_.get(), entries.data(), entries.size());
-        if (size < 0) {
-            return false;
-        }
-        if (size == 0) {
-            break;
-        }
-        for (std::size_t offset = 0; offset < static_cast<std::size_t>(size);) {
-            const auto* entry = reinterpret_cast<const dirent64*>(entries.data() + offset);
-            if (const std::int32_t pid = pidOf(entry->d_name); pid > 0) {
-                pids.push_back(pid);
-            }
-            offset += entry->d_reclen;
-        }
     }
     if (!std::is_sorted(pids.begin(), pids.end())) { // procfs sorts them, a recorded tree does not
         std::sort(pids.begin(), pids.end());
@@ -129,6 +137,22 @@ std::optional<std::string> ProcFolder::readLink(std::int32_t pid, std::string_vi
         return std::nullopt;
     }
     return std::string(target.data(), static_cast<std::size_t>(size));
+}
+
+std::string ProcFolder::fileOfAnotherThread(std::int32_t pid, std::string_view file) const
+{
+    const Descriptor threads(::openat(folder_.get(), ProcPath(pid, "task").get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::string path;
+    if (threads) {
+        forEachNumber(threads.get(), [&](std::int32_t thread) {
+            if (thread != pid) {
+                path = "task/" + std::to_string(thread) + "/";
+                path += file;
+            }
+            return path.empty();
+        });
+    }
+    return path;
 }
 
 bool ProcFolder::exists(std::int32_t pid, std::string_view file) const

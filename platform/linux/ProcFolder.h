@@ -32,6 +32,9 @@ public:
     /// Where a link of a process leads ("exe").
     std::optional<std::string> readLink(std::int32_t pid, std::string_view link) const;
     bool exists(std::int32_t pid, std::string_view file) const;
+    /// "task/TID/file" of a thread of a process other than its main one; empty when it has none. When the main thread has
+    /// ended before the others, the files of the process itself have lost its memory, arguments and program.
+    std::string fileOfAnotherThread(std::int32_t pid, std::string_view file) const;
 
     /// The size at which a file fills the buffer for good and is given cut.
     static constexpr std::size_t maximumFileSize = 1 << 20;

@@ -103,7 +103,9 @@ std::optional<Stat> parseStat(std::string_view text)
     stat.state = text[close + 2];
     Numbers fields(text.substr(close + 3));
     const std::uint64_t parent = fields.next(); // field 4
-    fields.skip(9);
+    fields.skip(4);
+    stat.flags = fields.next(); // 9
+    fields.skip(4);
     stat.userTicks = fields.next(); // 14
     stat.systemTicks = fields.next();
     fields.skip(4);
@@ -119,6 +121,36 @@ std::optional<Stat> parseStat(std::string_view text)
     stat.parentPid = static_cast<std::int32_t>(parent);
     stat.threads = static_cast<std::uint32_t>(threads);
     return stat;
+}
+
+bool hasEnded(const Stat& stat)
+{
+    return stat.state == 'X' || stat.state == 'x' || (stat.state == 'Z' && stat.threads <= 1);
+}
+
+bool hasLostMainThread(const Stat& stat) { return stat.state == 'Z' && stat.threads > 1; }
+
+std::int32_t threadGroupOf(std::string_view status)
+{
+    while (const auto line = takeLine(status)) {
+        if (const auto group = numberOf(*line, "Tgid:")) {
+            return *group <= std::numeric_limits<std::int32_t>::max() ? static_cast<std::int32_t>(*group) : 0;
+        }
+    }
+    return 0;
+}
+
+std::string_view lastingName(std::string_view name, std::uint64_t flags)
+{
+    constexpr std::uint64_t workQueueWorker = 0x20;  // PF_WQ_WORKER
+    constexpr std::uint64_t kernelThread = 0x200000; // PF_KTHREAD
+    constexpr std::string_view worker = "kworker/";
+    constexpr std::string_view rescuer = "kworker/R-"; // and the name of its queue
+    const bool isWorker = (flags & workQueueWorker) != 0 && (flags & kernelThread) != 0;
+    if (!isWorker || !name.starts_with(worker) || name.starts_with(rescuer)) {
+        return name;
+    }
+    return name.substr(0, name.find_first_of("+-"));
 }
 
 std::optional<Status> parseStatus(std::string_view text)

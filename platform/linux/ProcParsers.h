@@ -13,6 +13,7 @@ struct Stat {
     std::string_view name; ///< raw: spaces, parentheses and newlines included
     char state = '?';      ///< R running or runnable, S, D, T, t, I, Z zombie, X dead
     std::int32_t parentPid = 0;
+    std::uint64_t flags = 0;     ///< the kernel's PF_* of the main thread
     std::uint64_t userTicks = 0; ///< clock ticks, ended threads included
     std::uint64_t systemTicks = 0;
     std::uint32_t threads = 0;
@@ -22,6 +23,18 @@ struct Stat {
 /// Empty when the text is not such a file or was cut before the start time.
 std::optional<Stat> parseStat(std::string_view text);
 
+/// Whether nothing of a process is left but its number. Not yet when its main thread has ended before others.
+bool hasEnded(const Stat& stat);
+/// Whether the main thread has ended and others run on.
+bool hasLostMainThread(const Stat& stat);
+
+/// The process that the thread of a /proc/PID/status belongs to; 0 when the text does not tell.
+std::int32_t threadGroupOf(std::string_view status);
+
+/// The name of a process that lasts: of the kernel's workers without the work that they do or did last, which follows as in
+/// "kworker/0:1-events" and is another at each look. As their `comm` has it.
+std::string_view lastingName(std::string_view name, std::uint64_t flags);
+
 /// The figures of /proc/PID/status that we use. Kernel threads and zombies have no memory lines; all stay 0 then.
 struct Status {
     bool hasMemory = false;          ///< VmRSS was there
@@ -30,7 +43,7 @@ struct Status {
     std::uint64_t anonymousBytes = 0;
     std::uint64_t sharedMemoryBytes = 0; ///< RssShmem: tmpfs, System V and shared anonymous pages
     std::uint64_t swapBytes = 0;
-    std::uint64_t voluntarySwitches = 0; ///< of the main thread
+    std::uint64_t voluntarySwitches = 0; ///< of one thread
     bool operator==(const Status&) const = default;
 };
 /// Empty when the text was cut: the line of the voluntary switches, which every process has, comes last but one.

@@ -172,16 +172,16 @@ ProcProcessSource::Reading ProcProcessSource::readStat(std::int32_t pid, Process
     const std::uint64_t tick = 1'000'000'000 / ticksPerSecond_; // ns
     process.record.pid = pid;
     process.record.parentPid = stat->parentPid;
-    const bool ended = stat->state == 'Z' || stat->state == 'X' || stat->state == 'x';
-    process.record.status = ended ? ProcessStatus::Zombie : ProcessStatus::Alive;
+    process.record.status = proc::hasEnded(*stat) ? ProcessStatus::Zombie : ProcessStatus::Alive;
     process.record.startIdentity = stat->startTicks;
     process.record.userTime = stat->userTicks * tick;
     process.record.systemTime = stat->systemTicks * tick;
     process.state.oneThread = stat->threads == 1;
     process.state.running = stat->state == 'R';
+    process.state.lostMainThread = proc::hasLostMainThread(*stat);
     process.state.tried = ProcessFields::Cpu;
     process.state.available = ProcessFields::Cpu;
-    keepName(stat->name, process.state);
+    keepName(proc::lastingName(stat->name, stat->flags), process.state);
     return Reading::Done;
 }
 
@@ -199,8 +199,13 @@ ProcProcessSource::Reading ProcProcessSource::readGroups(ProcessFields groups, P
 
 ProcProcessSource::Reading ProcProcessSource::readStatus(Process& process)
 {
+    const std::int32_t pid = process.record.pid;
+    std::string file = process.state.lostMainThread ? folder_.fileOfAnotherThread(pid, "status") : std::string();
+    if (file.empty()) {
+        file = "status";
+    }
     std::string_view text;
-    switch (folder_.read(process.record.pid, "status", text)) {
+    switch (folder_.read(pid, file, text)) {
     case ProcOutcome::Read:
         break;
     case ProcOutcome::Gone:
@@ -326,6 +331,13 @@ void ProcProcessSource::readAgainWhereParentEnded()
         states_.resize(kept);
     }
 }
+
+ProcessFields ProcProcessSource::alongWith(ProcessFields wanted) const
+{
+    return hasAny(wanted, statusGroups) ? wanted | statusGroups : wanted;
+}
+
+std::optional<std::string> ProcProcessSource::commandName(std::int32_t pid) { return proc::commandName(folder_, pid); }
 
 std::size_t ProcProcessSource::nameLimit() const { return proc::nameLimit; }
 

@@ -43,6 +43,8 @@ public:
         const std::filesystem::path& root, std::shared_ptr<Limitations> limitations, ProcProcessOptions options = {});
 
     std::span<const ProcessRecord> readProcesses(ProcessFields wanted) override;
+    ProcessFields alongWith(ProcessFields wanted) const override;
+    std::optional<std::string> commandName(std::int32_t pid) override;
     double timeBase() const override { return 1e9; }
     double cpuResolution() const override { return 1.0 / static_cast<double>(ticksPerSecond_); }
     std::size_t nameLimit() const override;
@@ -67,6 +69,7 @@ private:
         bool hasStamp = false;
         bool oneThread = false;
         bool running = false;                      ///< on a run queue while it was read
+        bool lostMainThread = false;               ///< whose files tell of no memory any more
         bool takenOver = false;                    ///< in the last pass
         bool parentUnseen = false;                 ///< its parent is hidden from us: that it is missing says nothing
         bool gone = false;                         ///< found so after it was taken over

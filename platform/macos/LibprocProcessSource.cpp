@@ -21,6 +21,9 @@ namespace {
 
 static_assert(std::is_same_v<pid_t, std::int32_t>);
 
+/// What one proc_pid_rusage tells.
+constexpr ProcessFields usageGroups = ProcessFields::Cpu | ProcessFields::Disk | ProcessFields::Wakeups;
+
 bool isAtLeast(const SystemRelease& release, int major, int minor)
 {
     return std::tie(release.major, release.minor) >= std::tie(major, minor);
@@ -166,7 +169,7 @@ bool LibprocProcessSource::readProcess(
 
 void LibprocProcessSource::readUsage(ProcessFields wanted, ProcessRecord& record) const
 {
-    const auto ofUsage = wanted & (ProcessFields::Cpu | ProcessFields::Disk | ProcessFields::Wakeups);
+    const auto ofUsage = wanted & usageGroups;
     if (ofUsage == ProcessFields::None) {
         return;
     }
@@ -175,6 +178,22 @@ void LibprocProcessSource::readUsage(ProcessFields wanted, ProcessRecord& record
     } else {
         readUsageRecord<rusage_info_v2>(RUSAGE_INFO_V2, ofUsage, record);
     }
+}
+
+ProcessFields LibprocProcessSource::alongWith(ProcessFields wanted) const
+{
+    return (wanted & usageGroups) == ProcessFields::None ? wanted : wanted | usageGroups;
+}
+
+std::optional<std::string> LibprocProcessSource::commandName(std::int32_t pid)
+{
+    proc_bsdinfo info{};
+    if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof(info)) < static_cast<int>(sizeof(info))
+        || info.pbi_status == SZOMB) {
+        return std::nullopt;
+    }
+    NameBytes name{};
+    return std::string(copyName(info, name.bytes));
 }
 
 std::optional<std::string> LibprocProcessSource::executablePath(std::int32_t pid, std::string_view)

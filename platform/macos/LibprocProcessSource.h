@@ -16,6 +16,8 @@ public:
     LibprocProcessSource(SystemRelease release, Limitations& limitations);
 
     std::span<const ProcessRecord> readProcesses(ProcessFields wanted) override;
+    ProcessFields alongWith(ProcessFields wanted) const override;
+    std::optional<std::string> commandName(std::int32_t pid) override;
     double timeBase() const override { return timeBase_; }
     double cpuResolution() const override { return 0; }
     std::size_t nameLimit() const override { return 16; }

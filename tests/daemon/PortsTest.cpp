@@ -33,9 +33,9 @@ TEST_F(DaemonTest, QuestionsWithoutTheirCollectorGetWhatNothingThereIs)
 TEST_F(DaemonTest, NamesAreGivenForKnownProcessesOnly)
 {
     start();
-    machine.runtime.advance(2.1);
-    EXPECT_EQ(answer(&DaemonProtocol::infoForPids, json(R"([42, 4711, "42", 1, -1, 1e300, 42.0])")),
-        json(R"([{"name":"worker","pid":42},{"name":"launchd","pid":1},{"name":"worker","pid":42.0}])"));
+    machine.processes().set({.pid = 43, .parentPid = 1, .name = "just born"});
+    EXPECT_EQ(answer(&DaemonProtocol::infoForPids, json(R"([42, 4711, "42", 43, -1, 1e300, 42.0])")),
+        json(R"([{"name":"worker","pid":42},{"name":"just born","pid":43},{"name":"worker","pid":42.0}])"));
 }
 
 TEST_F(DaemonTest, FrameRatesThatTakeTwoLooksAreAnsweredAfterTheSecond)
@@ -95,7 +95,14 @@ TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
     EXPECT_EQ(pids({.uid = 0, .gid = 0, .known = true}, false), all);
     EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), all);
     EXPECT_EQ(machine.visibility().asked, 5) << "once a process and pass";
-    EXPECT_EQ(daemon->infoForPids(Value::array({42, 50}), user), json(R"([{"name":"theirs","pid":50}])"));
+    for (const std::int32_t pid : {60, 61}) { // since the latest pass
+        machine.processes().set({.pid = pid, .parentPid = 1, .name = "young"});
+    }
+    machine.visibility().owners.insert({{60, 1000}, {61, 1001}});
+    EXPECT_EQ(daemon->infoForPids(Value::array({42, 50, 60, 61}), user),
+        json(R"([{"name":"theirs","pid":50},{"name":"young","pid":60}])"));
+    machine.processes().remove(60);
+    machine.processes().remove(61);
     machine.visibility().rule = ProcessRestriction{.exemptGroup = std::nullopt};
     machine.runtime.advance(ProcessViews::checkInterval + 3);
     EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), Pids());

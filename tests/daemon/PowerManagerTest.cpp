@@ -197,17 +197,5 @@ TEST_F(PowerManagerTest, ASlowDiskDelaysTheSleepButNotBeyondTheBound)
     ends.back()();
 }
 
-TEST_F(PowerManagerTest, TheAdapterIsCheckedWhereChangesAreNotAnnounced)
-{
-    start({FakePowerSources::internal("Battery Power", false)});
-    manager->checkAdapter();
-    machine.powerSources().sources = {FakePowerSources::internal("AC Power", true)};
-    machine.runtime.advance(10);
-    EXPECT_EQ(manager->source(), 0) << "no adapter: as it should be";
-    machine.powerSources().adapter = true;
-    machine.runtime.advance(3);
-    EXPECT_EQ(manager->source(), 1);
-}
-
 } // namespace
 } // namespace meridal::test

@@ -55,6 +55,29 @@ TEST_F(DaemonTest, EachClientGetsItsListsInTheFixedOrderAndClientsShareEqualOnes
     EXPECT_NE(first.link->received[0], grouped.link->received[0]);
 }
 
+TEST_F(DaemonTest, TheFirstListOfANewRequestHasFigures)
+{
+    start();
+    Client hasty = connect();
+    for (int burst = 0; burst < 10; ++burst) { // more than passes at once
+        request(hasty, 1);
+    }
+    machine.processes().rows.back().physFootprint = 4096;
+    const auto memory = [&](const Client& client) {
+        return client.link->received[0]->dictionary()["processes"][0]["m"];
+    };
+    Client client = connect();
+    request(client, 2);
+    EXPECT_EQ(memory(client), "4096");
+
+    machine.processes().asked.clear();
+    machine.processes().rows.back().physFootprint = 8192;
+    Client second = connect();
+    request(second, 2);
+    EXPECT_EQ(memory(second), "4096") << "what was just read is good enough";
+    EXPECT_TRUE(machine.processes().asked.empty());
+}
+
 TEST_F(DaemonTest, NetworkListsGoToEveryClientWhileAnybodyWantsThem)
 {
     start();

@@ -2,9 +2,11 @@
 // tests.
 
 #include "platform/linux/BpfProcessSource.h"
+#include "collectors/process/ProcessStatCollector.h"
 #include "platform/linux/ProcFolder.h"
 #include "platform/linux/ProcessSourceChoice.h"
 #include "tests/linux/Child.h"
+#include "tests/support/FakeHost.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gmock/gmock.h>
@@ -13,6 +15,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fmt/format.h>
+#include <map>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -163,6 +167,38 @@ TEST_F(ToldProcesses, AFailedLookIsMadeUpForByProcAndSeveralAreFinal)
     EXPECT_TRUE(seesItself());
 }
 
+TEST(BpfNames, OfKernelThreadsAreReadWholeAndOnce)
+{
+    const auto stat = [](int pid, std::string_view name) {
+        return fmt::format("{} ({}) S 2 0 0 0 -1 2097248 0 0 0 0 0 0 0 0 20 0 1 0 5 0 0\n", pid, name);
+    };
+    const test::TemporaryTree tree{{"proc/16/stat", stat(16, "rcu_exp_par_gp_kthread_worker/0")},
+        {"proc/16/status", "Tgid:\t16\n"}, {"proc/17/stat", stat(17, "kworker/u257:10-events_unbound")},
+        {"proc/17/status", "Tgid:\t17\n"}, {"proc/18/stat", stat(18, "not looked at")}};
+    const auto told = std::make_shared<std::vector<BpfProcess>>();
+    for (const auto& [pid, name] :
+        {std::pair(16, "rcu_exp_par_gp_"), {17, "kworker/u257:10"}, {18, "ab/cd/ef/gh/ijk"}}) {
+        std::strcpy(told->emplace_back(process(pid)).name, name);
+    }
+    (*told)[0].flags |= BPF_PROCESS_KERNEL_THREAD;
+    (*told)[1].flags |= BPF_PROCESS_KERNEL_THREAD;
+    BpfProcessSource source(std::make_unique<ToldReader>(told), tree.root(), std::make_shared<Limitations>());
+    const auto names = [&] {
+        std::vector<std::string> given;
+        for (const ProcessRecord& row : source.readProcesses(ProcessFields::Cpu)) {
+            given.emplace_back(row.name);
+        }
+        return given;
+    };
+    const auto all = testing::ElementsAre("rcu_exp_par_gp_kthread_worker/0", "kworker/u257:10", "ab/cd/ef/gh/ijk");
+    EXPECT_THAT(names(), all);
+    EXPECT_EQ(source.executablePath(18, "ab/cd/ef/gh/ijk"), std::nullopt);
+    tree.remove("proc");
+    EXPECT_THAT(names(), all);
+    (*told)[0].start += 1'000'000'000;
+    EXPECT_THAT(names().front(), "rcu_exp_par_gp_") << "another under its pid";
+}
+
 TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
 {
     const test::TemporaryTree tree{{"proc/42/cgroup", "0::/system.slice/a.service\n"},
@@ -240,20 +276,51 @@ TEST_F(Choice, AnOrdinaryUserIsRefusedAndGetsProc)
     EXPECT_EQ(answer, '+');
 }
 
-TEST_F(Choice, RealProgramsAgreeWithProcAndHaveEveryProcess)
+/// What every way to read a process must tell alike, by pid: who it is, and what people see of it.
+std::map<std::int32_t, std::string> tableOf(test::FakeMachine& machine, std::unique_ptr<ProcessSource>& source)
 {
-    const auto source = chooseProcessSource("/", limitations, {});
-    if (source->method() != "bpf") {
+    std::swap(machine.host.processes, source);
+    ProcessStatCollector collector(machine.context);
+    collector.update();
+    std::map<std::int32_t, std::string> table;
+    for (auto* item : collector.processes()) {
+        table[item->pid()] = fmt::format("{} child of {}, started at {}", collector.sharingNameForProcess(*item),
+            item->parentPid(), item->startIdentity());
+    }
+    std::swap(machine.host.processes, source);
+    return table;
+}
+
+TEST_F(Choice, EveryWayTellsTheSameOfEveryProcessOfThisMachine)
+{
+    const Child named([](const Child::Pipes& pipes) {
+        ::prctl(PR_SET_NAME, "ab/cd/ef/gh/ijk");
+        pipes.answer('!');
+        pipes.command();
+    });
+    const Child ended([](const Child::Pipes&) {});
+    char ready = 0;
+    ASSERT_TRUE(named.answer(ready));
+    ended.awaitEnd();
+    test::FakeMachine machine;
+    std::unique_ptr<ProcessSource> proc = std::make_unique<ProcProcessSource>("/", limitations);
+    auto chosen = chooseProcessSource("/", limitations, {});
+    EXPECT_EQ(tableOf(machine, proc).at(named.pid()).find("ab/cd/ef/gh/ijk child"), 0U);
+    if (chosen->method() != "bpf") {
         GTEST_SKIP() << why();
     }
-    ProcFolder folder("/proc");
-    std::vector<std::int32_t> listed;
-    ASSERT_TRUE(folder.listPids(listed));
-    const auto rows = source->readProcesses(ProcessFields::All);
-    for (const std::int32_t pid : listed) {
-        const bool there = std::any_of(rows.begin(), rows.end(), [&](const auto& row) { return row.pid == pid; });
-        EXPECT_TRUE(there || !folder.exists(pid, "stat")) << pid;
+    const auto before = tableOf(machine, proc);
+    const auto bpf = tableOf(machine, chosen);
+    const auto after = tableOf(machine, proc);
+    for (const auto& [pid, process] : before) {
+        if (after.contains(pid) && after.at(pid) == process) { // it neither ended nor started a program meanwhile
+            EXPECT_EQ(bpf.contains(pid) ? bpf.at(pid) : "missing", process) << pid;
+        }
     }
+    for (const auto& [pid, process] : bpf) {
+        EXPECT_TRUE(before.contains(pid) || after.contains(pid) || !ProcFolder("/proc").exists(pid, "stat")) << process;
+    }
+    EXPECT_FALSE(bpf.contains(ended.pid())) << "a zombie";
 }
 
 } // namespace

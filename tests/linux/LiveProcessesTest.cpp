@@ -22,6 +22,7 @@
 #include <set>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <thread>
 #include <vector>
@@ -131,6 +132,10 @@ TEST_P(LiveProcesses, ThisProcessIsAmongThem)
     EXPECT_TRUE(path->ends_with("/test_linux")) << *path;
     // Absent where the build lies in a home.
     EXPECT_TRUE(source->bundleLocation(self->pid, {}).value_or("/test_linux").ends_with("/test_linux"));
+    EXPECT_EQ(source->commandName(::getpid()), "test_linux");
+    std::thread([this] {
+        EXPECT_EQ(source->commandName(::gettid()), std::nullopt) << "a thread is no process";
+    }).join();
 }
 
 /// A control group of the test's own in a hierarchy of the machine; gone with the object.
@@ -203,8 +208,46 @@ TEST_P(LiveProcesses, AZombieIsThereUntilReaped)
     EXPECT_TRUE(has(zombie->present, ProcessFields::Cpu | ProcessFields::Memory));
     EXPECT_EQ(zombie->residentSize, 0U);
     EXPECT_EQ(source->executablePath(child.pid(), "anything"), std::nullopt);
+    EXPECT_EQ(source->commandName(child.pid()), std::nullopt);
     child.reap();
     EXPECT_FALSE(row(child.pid()));
+}
+
+TEST_P(LiveProcesses, AProcessLivesOnWithoutItsMainThread)
+{
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer allows no threads in a child";
+#endif
+    const Child child([](const Child::Pipes& pipes) {
+        std::thread([pipes] {
+            while (pipes.command() == 'w') {
+                spinFor(0.1);
+                pipes.answer(ownCpuTime());
+            }
+            ::_exit(0);
+        }).detach();
+        ::syscall(SYS_exit, 0); // this thread alone, and nothing is unwound
+    });
+    const RootFolder root("/");
+    const std::string file = fmt::format("proc/{}/stat", child.pid());
+    for (std::string text = root.read(file).value_or(""); proc::parseStat(text)->state != 'Z'; ::sched_yield()) {
+        text = root.read(file).value_or("");
+    }
+    for (int look = 0; look < 2; ++look) {
+        child.command('w');
+        double used = 0;
+        ASSERT_TRUE(child.answer(used));
+        const ProcessRecord* headless = row(child.pid());
+        ASSERT_TRUE(headless);
+        EXPECT_EQ(headless->status, ProcessStatus::Alive);
+        EXPECT_EQ(headless->name, "test_linux");
+        expectCpuTime(*headless, used);
+        EXPECT_GT(headless->residentSize, 1U << 20);
+        EXPECT_GT(headless->anonymous, 0U);
+    }
+    const auto path = source->executablePath(child.pid(), "");
+    EXPECT_TRUE(path && path->ends_with("/test_linux")) << path.value_or("");
+    EXPECT_EQ(source->commandName(child.pid()), "test_linux");
 }
 
 TEST_P(LiveProcesses, KernelThreadsHaveNoMemoryOfTheirOwn)

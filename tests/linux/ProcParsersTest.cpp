@@ -22,6 +22,7 @@ TEST(ParseStat, ReadsItsFields)
         (Stat{.name = "cat",
             .state = 'S',
             .parentPid = 7,
+            .flags = 4194560,
             .userTicks = 250,
             .systemTicks = 130,
             .threads = 3,
@@ -56,6 +57,31 @@ TEST(ParseStat, ACutFileIsNoFile)
     EXPECT_FALSE(parseStat(") 1 ("));
     EXPECT_FALSE(parseStat("1 (x) S 99999999999 1 1 0 -1 0 0 0 0 0 1 1 0 0 20 0 1 0 5 ")) << "parent of 2^36";
     EXPECT_FALSE(parseStat("1 (x) S 1 1 1 0 -1 0 0 0 0 0 99999999999999999999 1 0 0 20 0 1 0 5 ")) << "above 64 bits";
+}
+
+TEST(ParseStat, TellsWhatLasts)
+{
+    constexpr std::uint64_t worker = 0x4208060; // as in /proc of Linux 6.18
+    constexpr std::uint64_t program = 0x400000;
+    const std::tuple<std::string_view, std::uint64_t, std::string_view> names[] = {
+        {"kworker/0:1-events", worker, "kworker/0:1"}, {"kworker/1:0H+kblockd", worker, "kworker/1:0H"},
+        {"kworker/u8:2-ext4-rsv-conversion", worker, "kworker/u8:2"}, {"kworker/u9:0", worker, "kworker/u9:0"},
+        {"kworker/R-ext4-rsv-conversion", worker, "kworker/R-ext4-rsv-conversion"},
+        {"kworker/0:1-evi", program, "kworker/0:1-evi"}, {"my-worker", worker, "my-worker"}};
+    for (const auto& [name, flags, lasting] : names) {
+        EXPECT_EQ(lastingName(name, flags), lasting);
+    }
+    for (const auto& [state, threads, ended] :
+        {std::tuple('S', 1U, false), {'Z', 1U, true}, {'Z', 2U, false}, {'X', 2U, true}}) {
+        Stat stat;
+        stat.state = state;
+        stat.threads = threads;
+        EXPECT_EQ(hasEnded(stat), ended) << state << threads;
+        EXPECT_EQ(hasLostMainThread(stat), state == 'Z' && !ended);
+    }
+    EXPECT_EQ(threadGroupOf("Name:\tTgid:\t5\nState:\tS\nTgid:\t42\nPid:\t43\n"), 42);
+    EXPECT_EQ(threadGroupOf("Name:\tx\nTgid:\t99999999999\n"), 0);
+    EXPECT_EQ(threadGroupOf(""), 0);
 }
 
 TEST(ParseStatus, TellsMemoryFromItsAbsence)

@@ -9,9 +9,6 @@ protected:
     ProcessListsTest()
     {
         set({{1, 0, "launchd"}, {10, 1, "app"}, {11, 10, "helper"}, {12, 1, "tool"}});
-        for (auto& each : source().rows) {
-            each.diskBytesRead = each.diskBytesWritten = 1;
-        }
         update();
         use(10, 1, 100);
         use(11, 4, 300);
@@ -102,13 +99,54 @@ TEST_F(ProcessListsTest, EnergyListsEverybody)
     EXPECT_EQ(Value::parse(collector().powerProcesses(false))["processes"].size(), 1004u);
 }
 
+TEST_F(ProcessListsTest, RatesThatNobodyKnowsAreNotZero)
+{
+    ProcessStatCollector early(machine.context);
+    early.setUpdateMask(test::everyList);
+    const auto sizes = [&] {
+        early.update();
+        return std::vector{keys(early.memoryProcesses(false), "processes").size(),
+            keys(early.diskActivityProcesses(false), "read").size(),
+            keys(early.diskActivityProcesses2(true), "write").size(),
+            keys(early.powerProcesses(false), "processes").size()};
+    };
+    EXPECT_THAT(sizes(), testing::ElementsAre(4, 0, 0, 0));
+    machine.runtime.advance(2);
+    EXPECT_THAT(sizes(), testing::ElementsAre(4, 4, 3, 4));
+    for (const std::uint32_t wanted : {mask(ProcessList::Memory), test::everyList}) {
+        early.setUpdateMask(wanted);
+        machine.runtime.advance(2);
+        EXPECT_THAT(sizes(), testing::ElementsAre(4, 4, 3, 0)) << "scores of before a pause are none";
+    }
+}
+
 TEST_F(ProcessListsTest, NamesPidsForClients)
 {
-    EXPECT_EQ(collector().infoForPids(Value::array()), Value::array());
-    EXPECT_EQ(collector().infoForPids(Value({{"not", "an array"}})), Value::array());
+    const auto info = [this](const Value& pids, bool mayShow = true) {
+        return collector().infoForPids(pids, [&](std::int32_t pid) { return mayShow || pid == 11; }).dump();
+    };
+    EXPECT_EQ(info(Value::array()), "[]");
+    EXPECT_EQ(info(Value({{"not", "an array"}})), "[]");
     const Value asked = Value::parse(R"([12, 99, "10", 10.0, -1, 1e300, 18446744073709551615, null, [11], 11])");
-    EXPECT_EQ(collector().infoForPids(asked).dump(),
-        R"([{"name":"tool","pid":12},{"name":"app","pid":10.0},{"name":"helper","pid":11}])");
+    EXPECT_EQ(info(asked), R"([{"name":"tool","pid":12},{"name":"app","pid":10.0},{"name":"helper","pid":11}])");
+    EXPECT_EQ(info(asked, false), R"([{"name":"helper","pid":11}])");
+
+    set({{20, 1, "a-desktop-portal"}, {21, 1, "young"}, {22, 1, "a-desktop-portal"}});
+    source().paths = {{20, "/usr/a-desktop-portal-gtk"}, {22, "/usr/a-desktop-portal-gnome"}};
+    const char* full = R"([{"name":"a-desktop-portal-gtk","pid":20},{"name":"young","pid":21}])";
+    EXPECT_EQ(info({20, 21}), full) << "younger than the table";
+    EXPECT_EQ(info({22}, false), "[]");
+    updateAfter(2);
+    EXPECT_EQ(info({20, 21}), full) << "in no list so far";
+    EXPECT_EQ(info({22}), R"([{"name":"a-desktop-portal-gnome","pid":22}])");
+
+    source().looks = 0;
+    Value many = Value::array();
+    for (int pid = 10'000; pid < 12'000; ++pid) {
+        many.push_back(pid);
+    }
+    EXPECT_EQ(info(many), "[]");
+    EXPECT_LE(source().looks, 300);
 }
 
 } // namespace

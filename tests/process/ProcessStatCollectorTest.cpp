@@ -15,8 +15,9 @@ TEST_F(ProcessStatCollectorTest, FirstSightGivesNoRatesTheSecondPassDoes)
     pass(42, {.cpu = 900, .read = 1'000'000, .wakeups = 5000});
     EXPECT_THAT(figures(42), are({0, 0, 0, 0}));
     row(42).systemTime += second;
-    pass(42, {.cpu = 2, .read = 4096, .wakeups = 400});
-    EXPECT_THAT(figures(42), are({150, 160, 2048, 0})) << "of one core; 3 s of CPU and 400 x 500 us in 2 s";
+    pass(42, {.cpu = 2, .read = 4096, .written = 1000, .wakeups = 400});
+    EXPECT_THAT(figures(42), are({150, 160, 2048, 500}))
+        << "of one core; 3 s of CPU and 400 x 500 us in 2 s; the first bytes that it ever wrote";
     EXPECT_EQ(item(42).sequence(), 2u);
 }
 
@@ -49,11 +50,11 @@ TEST_F(ProcessStatCollectorTest, ReadingsCloserThanAFewTicksLeaveTheFigureAlone)
     update();
     pass(42, {.cpu = 1});
     ASSERT_THAT(figures(42), are({50, 50, 0, 0}));
-    pass(42, {.cpu = 0.01}, 0.001); // one tick; over a millisecond it would show as 1000 %
+    pass(42, {.cpu = 0.01, .read = 4000}, 0.001); // one tick; over a millisecond it would show as 1000 %
     EXPECT_THAT(figures(42), are({50, 50, 0, 0}));
-    EXPECT_EQ(item(42).powerHistory(2).empty, 1) << "and no row repeats it";
     pass(42, {.cpu = 0.19}, 1.999);
-    EXPECT_DOUBLE_EQ(item(42).cpu(), 10) << "the tick is counted over the whole interval";
+    EXPECT_THAT(figures(42), are({10, 10, 2000, 0})) << "the tick is counted over the whole interval";
+    EXPECT_DOUBLE_EQ(item(42).powerScore(), 30) << "what was left alone is not remembered again";
 }
 
 TEST_F(ProcessStatCollectorTest, CountersThatGoBackStartOver)
@@ -70,8 +71,8 @@ TEST_F(ProcessStatCollectorTest, CountersThatGoBackStartOver)
 TEST_F(ProcessStatCollectorTest, ReusedPidStartsAfresh)
 {
     set({{1, 0, "launchd"}, {40, 1, "app"}, {42, 40, "helper"}});
+    update();
     pass(42, {.cpu = 9});
-    updateAfter(2);
     ASSERT_FALSE(item(42).root());
     const auto* before = &item(42);
 
@@ -82,9 +83,10 @@ TEST_F(ProcessStatCollectorTest, ReusedPidStartsAfresh)
     EXPECT_EQ(item(42).cpu(), 0);
     EXPECT_EQ(item(42).sequence(), 1u);
     EXPECT_EQ(item(42).name(), "other");
-    EXPECT_EQ(item(42).history(1).updateTime, 0) << "no row of the process before";
     EXPECT_TRUE(item(42).root() && collector().childrenChanged());
     EXPECT_EQ(collector().newProcesses(), 1u);
+    pass(42, {.cpu = 1});
+    EXPECT_DOUBLE_EQ(item(42).powerScore(), 50) << "nothing of the process before";
 }
 
 TEST_F(ProcessStatCollectorTest, ZombiesAndTheDeadLeaveTheTable)
@@ -128,6 +130,10 @@ TEST_F(ProcessStatCollectorTest, AsksForNoMoreThanItsMaskNeeds)
         updateAfter(2);
         EXPECT_EQ(source().asked.back(), wanted) << updateMask;
     }
+    source().free = Fields::Disk;
+    collector().setUpdateMask(1);
+    updateAfter(2);
+    EXPECT_EQ(source().asked.back(), Fields::Cpu | Fields::Disk) << "and what costs nothing more";
     const auto passes = source().asked.size();
     collector().setRequireUpdateMask(true);
     collector().setUpdateMask(0);
@@ -199,20 +205,25 @@ TEST_F(ProcessStatCollectorTest, DiskRateAfterAPauseIsTheMeanOverIt)
     EXPECT_EQ(item(42).diskRead(), 0);
 }
 
-TEST_F(ProcessStatCollectorTest, WakeupsOfAPauseAreNotPutIntoOneInterval)
+TEST_F(ProcessStatCollectorTest, OnlyPassesWithWakeupsMakeScores)
 {
-    set(42);
-    update();
-    collector().setUpdateMask(mask(ProcessList::Cpu));
-    for (int round = 0; round < 3; ++round) {
-        pass(42, {.cpu = 1, .wakeups = 10'000});
-        EXPECT_DOUBLE_EQ(item(42).power(), 50) << "CPU alone";
+    for (const bool free : {false, true}) {
+        source().free = free ? ProcessFields::Wakeups : ProcessFields::None;
+        set(42);
+        row(42).startIdentity = free ? 2 : 1;
+        collector().setUpdateMask(mask(ProcessList::Cpu));
+        update();
+        for (int round = 0; round < 3; ++round) {
+            pass(42, {.cpu = 1, .wakeups = 4000});
+        }
+        collector().setUpdateMask(mask(ProcessList::Energy));
+        pass(42, {.cpu = 1, .wakeups = 4000}, 0.05); // at once, as for a new request
+        EXPECT_EQ(item(42).powerScore(), free ? 150 : 0) << "not of CPU time alone, nor of the pause in one interval";
+        pass(42, {.wakeups = 55}, 0.55);
+        EXPECT_NEAR(item(42).power(), (free ? 4055 : 55) * 0.05 / (free ? 0.6 : 0.55) + 100 / 0.6, 1e-9);
+        pass(42, {.wakeups = 80});
+        EXPECT_DOUBLE_EQ(item(42).power(), 2);
     }
-    collector().setUpdateMask(mask(ProcessList::Energy));
-    updateAfter(2);
-    EXPECT_EQ(item(42).power(), 0);
-    pass(42, {.wakeups = 40});
-    EXPECT_DOUBLE_EQ(item(42).power(), 1);
 }
 
 TEST_F(ProcessStatCollectorTest, OlderReleasesTakeCpuUnitsAsSecondsInTheScore)
@@ -246,22 +257,6 @@ TEST_F(ProcessStatCollectorTest, ScoreAveragesWhatCountsOfTheLastHalfMinute)
         pass(42, {.cpu = quick < 5 ? 1 : 0.01}, 0.5);
     }
     EXPECT_NEAR(item(42).powerScore(), 2, 1e-5);
-}
-
-TEST_F(ProcessStatCollectorTest, HistoryKeepsThreeHundredPassesNewestFirst)
-{
-    set(42);
-    update();
-    for (std::uint64_t number = 1; number <= 400; ++number) {
-        row(42).physFootprint = number * 4096;
-        pass(42, {.cpu = static_cast<double>(number) / 100}, 1);
-    }
-    EXPECT_FLOAT_EQ(static_cast<float>(item(42).history(0).cpu), 400);
-    EXPECT_EQ(item(42).history(299).memory, 101 * 4096);
-    EXPECT_EQ(item(42).history(299).updateTime, machine.runtime.wallTime() - 299);
-    EXPECT_FLOAT_EQ(static_cast<float>(item(42).powerHistory(299).power), 101);
-    EXPECT_EQ(item(42).history(300).updateTime, 0);
-    EXPECT_EQ(item(42).powerHistory(300).empty, 1);
 }
 
 TEST_F(ProcessStatCollectorTest, HostWithoutATimeBaseGivesNoCpuFigure)

@@ -45,6 +45,16 @@ public:
         asked.push_back(wanted);
         return rows;
     }
+    ProcessFields alongWith(ProcessFields wanted) const override
+    {
+        return wanted | (wanted == ProcessFields::None ? wanted : free);
+    }
+    std::optional<std::string> commandName(std::int32_t pid) override
+    {
+        ++looks;
+        const auto row = std::find_if(rows.begin(), rows.end(), [&](const auto& each) { return each.pid == pid; });
+        return row == rows.end() ? std::nullopt : std::optional(std::string(row->name));
+    }
     double timeBase() const override { return base; }
     double cpuResolution() const override { return resolution; }
     std::size_t nameLimit() const override { return 16; }
@@ -76,7 +86,9 @@ public:
     int bundleLookups = 0;
     double base = 1e9;
     double resolution = 0;
+    ProcessFields free = ProcessFields::None; ///< groups that come with any other
     int pathLookups = 0;
+    int looks = 0; ///< for the name of one process
 
 private:
     std::map<std::int32_t, std::string> names_;

@@ -1,6 +1,7 @@
 /* All processes through a file that the daemon reads. Linux 5.19 and later. */
 
 #define TASK(address) ((const void*)(address))
+#define MEMORY(address) ((const struct mm_struct*)(address))
 #define READ(pointer, member) BPF_CORE_READ(pointer, member)
 #include "platform/linux/bpf/process_fill.h"
 

@@ -93,28 +93,45 @@ static long add_processor(__u32 processor, struct page_sum* sum)
 /* Each by its constant number: only so is the size of the kernel's elements put in, which are longer than ours. */
 #define FOR_EACH_KIND(DO) DO(MM_FILEPAGES) DO(MM_ANONPAGES) DO(MM_SWAPENTS) DO(MM_SHMEMPAGES)
 
-static __always_inline void fill_memory(struct BpfProcess* record, struct mm_struct* mm, __u32 processors)
+/* In kernels up to 6.1 threads hold back some dozens of pages each. The kernel's own files do not know better. */
+#define TAKE_OLDER(kind) sum->pages[kind] = BPF_CORE_READ(older, rss_stat.count[kind].counter);
+#define TAKE_PLAINLY(kind)                                                                                             \
+    sum->pages[kind] = mm->rss_stat[kind].count;                                                                       \
+    sum->counters[kind] = (__u64)mm->rss_stat[kind].counters;
+#define TAKE_FROM_ADDRESS(kind)                                                                                        \
+    sum->pages[kind] = READ(mm, rss_stat[kind].count);                                                                 \
+    sum->counters[kind] = (__u64)READ(mm, rss_stat[kind].counters);
+
+static __always_inline void take_pages(struct page_sum* sum, const struct mm_struct* mm)
 {
-    struct page_sum sum = {};
     if (bpf_core_type_exists(struct mm_rss_stat)) {
-        /* Threads hold back some dozens of pages each. The kernel's own files do not know better. */
         const struct mm_struct___before_6_2* older = (const void*)mm;
-#define TAKE(kind) sum.pages[kind] = BPF_CORE_READ(older, rss_stat.count[kind].counter);
-        FOR_EACH_KIND(TAKE)
-#undef TAKE
+        FOR_EACH_KIND(TAKE_OLDER)
     } else {
-#define TAKE(kind)                                                                                                     \
-    sum.pages[kind] = mm->rss_stat[kind].count;                                                                        \
-    sum.counters[kind] = (__u64)mm->rss_stat[kind].counters;
-        FOR_EACH_KIND(TAKE)
-#undef TAKE
-        sum.side_by_side = sum.counters[3] == sum.counters[0] + 3 * sizeof(int); /* since 6.6 */
-        bpf_loop(processors, add_processor, &sum, 0);
+        FOR_EACH_KIND(TAKE_PLAINLY)
     }
-    record->filePages = sum.pages[MM_FILEPAGES];
-    record->anonymousPages = sum.pages[MM_ANONPAGES];
-    record->swappedPages = sum.pages[MM_SWAPENTS];
-    record->sharedPages = sum.pages[MM_SHMEMPAGES];
+}
+
+static __always_inline void take_pages_at(struct page_sum* sum, const struct mm_struct* mm)
+{
+    if (bpf_core_type_exists(struct mm_rss_stat)) {
+        const struct mm_struct___before_6_2* older = (const void*)mm;
+        FOR_EACH_KIND(TAKE_OLDER)
+    } else {
+        FOR_EACH_KIND(TAKE_FROM_ADDRESS)
+    }
+}
+
+static __always_inline void fill_memory(struct BpfProcess* record, struct page_sum* sum, __u32 processors)
+{
+    if (!bpf_core_type_exists(struct mm_rss_stat)) {
+        sum->side_by_side = sum->counters[3] == sum->counters[0] + 3 * sizeof(int); /* since 6.6 */
+        bpf_loop(processors, add_processor, sum, 0);
+    }
+    record->filePages = sum->pages[MM_FILEPAGES];
+    record->anonymousPages = sum->pages[MM_ANONPAGES];
+    record->swappedPages = sum->pages[MM_SWAPENTS];
+    record->sharedPages = sum->pages[MM_SHMEMPAGES];
 }
 
 struct thread_walk {
@@ -142,6 +159,33 @@ static long add_thread(__u32 index __attribute__((unused)), struct thread_walk* 
     }
     walk->next = READ(thread, thread_node.next);
     return 0;
+}
+
+struct memory_search {
+    const struct list_head* next;
+    const struct list_head* head;
+    __u64 memory; /* address */
+};
+
+static long look_for_memory(__u32 index __attribute__((unused)), struct memory_search* search)
+{
+    if (!search->next || search->next == search->head) {
+        return 1;
+    }
+    const struct task_struct* thread =
+        TASK((const char*)search->next - bpf_core_field_offset(struct task_struct, thread_node));
+    search->memory = (__u64)READ(thread, mm);
+    search->next = READ(thread, thread_node.next);
+    return search->memory != 0;
+}
+
+/* Of a process whose main thread has ended: its other threads have it still. 0 when none does. */
+static __always_inline __u64 memory_of_threads(struct signal_struct* group)
+{
+    struct memory_search search = {.next = READ(group, thread_head.next)};
+    search.head = (const void*)((const char*)group + bpf_core_field_offset(struct signal_struct, thread_head));
+    bpf_loop(MAXIMUM_THREADS, look_for_memory, &search, 0);
+    return search.memory;
 }
 
 /* What the group keeps of its ended threads. */
@@ -195,7 +239,8 @@ static __always_inline void fill_record(struct BpfProcess* record, struct task_s
     struct mm_struct* mm = task->mm;
     record->pid = task->tgid;
     record->parent = task->real_parent->tgid;
-    record->flags = (task->exit_state & (EXIT_DEAD | EXIT_ZOMBIE) ? BPF_PROCESS_ENDED : 0)
+    const int lost_main_thread = (task->exit_state & EXIT_ZOMBIE) && group->nr_threads > 1;
+    record->flags = (task->exit_state & (EXIT_DEAD | EXIT_ZOMBIE) && !lost_main_thread ? BPF_PROCESS_ENDED : 0)
         | (task->flags & PF_KTHREAD ? BPF_PROCESS_KERNEL_THREAD : 0)
         | (bpf_core_field_exists(task->ioac.read_bytes) ? BPF_PROCESS_HAS_IO : 0);
     record->unused = 0;
@@ -204,8 +249,19 @@ static __always_inline void fill_record(struct BpfProcess* record, struct task_s
     record->cgroup = bpf_core_field_exists(task->cgroups) ? task->cgroups->dfl_cgrp->kn->id : 0;
     fill_counters(record, task, group);
     record->filePages = record->anonymousPages = record->swappedPages = record->sharedPages = 0;
-    if (pass->wantsMemory && mm && !(task->flags & PF_KTHREAD)) { /* which may borrow a process's memory for a while */
-        fill_memory(record, mm, pass->processors);
+    if (!pass->wantsMemory || task->flags & PF_KTHREAD) { /* which may borrow a process's memory for a while */
+        return;
+    }
+    struct page_sum sum = {};
+    if (mm) {
+        take_pages(&sum, mm);
+        fill_memory(record, &sum, pass->processors);
+    } else if (lost_main_thread) {
+        const __u64 memory = memory_of_threads(group);
+        if (memory) {
+            take_pages_at(&sum, MEMORY(memory));
+            fill_memory(record, &sum, pass->processors);
+        }
     }
 }
 

@@ -10,6 +10,8 @@ extern void* bpf_rdonly_cast(const void* address, __u32 type) __ksym;
  * a second to load this program instead of some milliseconds. */
 #define TASK(address)                                                                                                  \
     ((struct task_struct*)bpf_rdonly_cast((const void*)(address), bpf_core_type_id_kernel(struct task_struct)))
+#define MEMORY(address)                                                                                                \
+    ((struct mm_struct*)bpf_rdonly_cast((const void*)(address), bpf_core_type_id_kernel(struct mm_struct)))
 #define READ(pointer, member) ((pointer)->member)
 #include "platform/linux/bpf/process_fill.h"
 
