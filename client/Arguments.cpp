@@ -101,10 +101,12 @@ constexpr const char* bandwidthExamples =
     R"(Bytes with link headers, of interfaces that are hardware; bridges, tunnels and the
 loopback carry them a second time, and count with --all or by interface only. Looks
 back a day by hour, 30 days by day, a year by month, else as far as there is a record.
+A Wi-Fi network is all base stations of one name; by station each is told apart.
 
 Examples:
   meridalctl bandwidth
   meridalctl bandwidth --by network --days 7
+  meridalctl bandwidth --by station
   meridalctl bandwidth --by hour --interface wlan0 --svg today.svg
 )";
 
@@ -287,7 +289,7 @@ void addBandwidth(CLI::App& app, Arguments& arguments)
     CLI::App* bandwidth = app.add_subcommand("bandwidth", "What went through the network interfaces");
     bandwidth->footer(bandwidthExamples);
     bandwidth->add_option("--by", arguments.bandwidthBy, "How to add up")
-        ->check(CLI::IsMember(std::vector<std::string>{"hour", "day", "month", "interface", "network"}))
+        ->check(CLI::IsMember(std::vector<std::string>{"hour", "day", "month", "interface", "network", "station"}))
         ->type_name("")
         ->default_str("day");
     bandwidth->add_option("--days", arguments.days, "Look back so many days")

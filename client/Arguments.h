@@ -58,7 +58,7 @@ struct Arguments {
     bool csv = false;
     std::string svgPath;             ///< empty: no picture; "-": standard output
     bool attributes = false;         ///< of disks, all that they keep
-    std::string bandwidthBy = "day"; ///< hour, day, month, interface or network
+    std::string bandwidthBy = "day"; ///< hour, day, month, interface, network or station
     std::string interfaceName;       ///< empty: of all
     bool all = false;                ///< interfaces that are no hardware as well
 

@@ -24,15 +24,13 @@ double usualDays(const std::string& by) { return by == "hour" ? 1 : by == "day" 
 
 std::string labelOf(const Value& total, const std::string& by)
 {
-    const auto name = text(total, "name");
-    if (by == "network" && integer(total, "key") == -1) {
+    if ((by == "network" || by == "station") && integer(total, "key") == -1) {
         return "(no Wi-Fi)";
     }
-    if (name && !name->empty()) {
-        return printable(*name);
-    }
-    const auto station = text(total, "bssid");
-    return printable(station ? *station : text(total, "key").value_or("?"));
+    const std::string name = text(total, "name").value_or("");
+    std::string label = text(total, "bssid").value_or(""); // first, as names may be too long to be shown whole
+    label += (label.empty() || name.empty() ? "" : "  ") + name;
+    return printable(label.empty() ? text(total, "key").value_or("?") : label);
 }
 
 /// Asks page after page until there are no more.
@@ -104,7 +102,8 @@ private:
                 .upload = std::max(0.0, number(total, "upload").value_or(0)),
                 .download = std::max(0.0, number(total, "download").value_or(0))});
         }
-        if (by == "interface" || by == "network") { // times stay in their order, things stand by size
+        if (by == "interface" || by == "network"
+            || by == "station") { // times stay in their order, things stand by size
             std::stable_sort(bars.begin(), bars.end(),
                 [](const AmountBar& a, const AmountBar& b) { return a.upload + a.download > b.upload + b.download; });
         }

@@ -2,6 +2,8 @@
 
 #include "base/Log.h"
 #include "base/Runtime.h"
+#include "base/Text.h"
+#include "base/Value.h"
 #include "platform/host/Host.h"
 
 #include <fmt/format.h>
@@ -9,6 +11,18 @@
 #include <utility>
 
 namespace meridal {
+
+namespace {
+
+constexpr std::size_t longestQuote = 128; // bytes
+
+/// An action as the log tells it: its name and, in quotes, the client's word, which may be anything.
+std::string describe(const std::string& name, const std::optional<std::string>& subject)
+{
+    return subject ? name + ' ' + serialise(Value(validUtf8(subject->substr(0, longestQuote)))) : name;
+}
+
+} // namespace
 
 NetworkActions::NetworkActions(Context& context, const CollectorPorts& ports)
     : context_(context), ports_(ports), queue_(context.runtime.makeSerialQueue("network actions"))
@@ -21,22 +35,25 @@ bool NetworkActions::mayChangeNetwork(const Peer& peer)
     return peer.known && (rights.administers(peer.uid) || rights.ownsActiveSeat(peer.uid));
 }
 
-void NetworkActions::perform(const Peer& peer, std::string name, std::function<Result<void>()> action, Done done)
+void NetworkActions::perform(const Peer& peer, std::string name, std::optional<std::string> subject,
+    std::function<Result<void>()> action, Done done)
 {
-    queue_->post([this, peer, name = std::move(name), action = std::move(action), done = std::move(done)] {
+    queue_->post([this, peer, name = std::move(name), subject = std::move(subject), action = std::move(action),
+                     done = std::move(done)] {
         const std::string who = peer.known ? fmt::format("uid {}", peer.uid) : std::string("an unknown user");
+        const std::string what = describe(name, subject);
         if (!mayChangeNetwork(peer)) {
-            context_.log.warning(fmt::format("{} refused to {}", name, who));
+            context_.log.warning(fmt::format("{} refused to {}", what, who));
             return done(unexpected(
                 ErrorCode::NotPermitted, name + " is for root, administrators and the user at this machine"));
         }
         if (!action) {
-            context_.log.warning(fmt::format("{} asked by {}: nothing here can do it", name, who));
+            context_.log.warning(fmt::format("{} asked by {}: nothing here can do it", what, who));
             return done(unexpected(ErrorCode::Unavailable,
                 name + " needs a network configuration service, which this daemon does not have"));
         }
         const auto result = action();
-        context_.log.info(fmt::format("{} by {}: {}", name, who, result ? "done" : result.error().message));
+        context_.log.info(fmt::format("{} by {}: {}", what, who, result ? "done" : result.error().message));
         done(result);
     });
 }
@@ -45,23 +62,23 @@ void NetworkActions::refreshDHCP(const Peer& peer, std::string interfaceName, Do
 {
     std::function<Result<void>()> action;
     if (ports_.refreshDHCP) {
-        action = [this, interfaceName = std::move(interfaceName)] { return ports_.refreshDHCP(interfaceName); };
+        action = [this, interfaceName] { return ports_.refreshDHCP(interfaceName); };
     }
-    perform(peer, "refreshDHCP:", std::move(action), std::move(done));
+    perform(peer, "refreshDHCP:", std::move(interfaceName), std::move(action), std::move(done));
 }
 
 void NetworkActions::toggleAirPortPower(const Peer& peer, Done done)
 {
-    perform(peer, "toggleAirPortPower", ports_.toggleAirPortPower, std::move(done));
+    perform(peer, "toggleAirPortPower", std::nullopt, ports_.toggleAirPortPower, std::move(done));
 }
 
 void NetworkActions::setNetworkSet(const Peer& peer, std::string identifier, Done done)
 {
     std::function<Result<void>()> action;
     if (ports_.setNetworkSet) {
-        action = [this, identifier = std::move(identifier)] { return ports_.setNetworkSet(identifier); };
+        action = [this, identifier] { return ports_.setNetworkSet(identifier); };
     }
-    perform(peer, "setNetworkSet:", std::move(action), std::move(done));
+    perform(peer, "setNetworkSet:", std::move(identifier), std::move(action), std::move(done));
 }
 
 } // namespace meridal

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace meridal {
@@ -13,7 +14,7 @@ namespace meridal {
 class Queue;
 
 /// The three things a client may change on this machine. Only root, its administrators and the user who sits at it may;
-/// every attempt is logged with its uid. They run one at a time on a queue of their own, because directory services
+/// every attempt is logged with its uid and with what it was about. They run one at a time on a queue of their own, because directory services
 /// and network managers take their time. Any thread may call.
 class NetworkActions {
 public:
@@ -26,7 +27,8 @@ public:
     void setNetworkSet(const Peer& peer, std::string identifier, Done done);
 
 private:
-    void perform(const Peer& peer, std::string name, std::function<Result<void>()> action, Done done);
+    void perform(const Peer& peer, std::string name, std::optional<std::string> subject,
+        std::function<Result<void>()> action, Done done);
     bool mayChangeNetwork(const Peer& peer);
 
     Context& context_;

@@ -24,9 +24,9 @@ namespace {
 
 constexpr std::size_t usualPage = 100;
 
-constexpr std::array<std::pair<std::string_view, BandwidthGroup>, 5> groups = {
-    {{"hour", BandwidthGroup::Hour}, {"day", BandwidthGroup::Day}, {"month", BandwidthGroup::Month},
-        {"interface", BandwidthGroup::Interface}, {"network", BandwidthGroup::Network}}};
+constexpr std::array<std::pair<std::string_view, BandwidthGroup>, 6> groups = {{{"hour", BandwidthGroup::Hour},
+    {"day", BandwidthGroup::Day}, {"month", BandwidthGroup::Month}, {"interface", BandwidthGroup::Interface},
+    {"network", BandwidthGroup::Network}, {"station", BandwidthGroup::Station}}};
 
 Unexpected wrong(std::string message) { return unexpected(ErrorCode::InvalidArgument, std::move(message)); }
 
@@ -38,14 +38,14 @@ BandwidthGroup groupFrom(Parameters& parameters)
             return group;
         }
     }
-    parameters.refuse("\"by\" must be \"hour\", \"day\", \"month\", \"interface\" or \"network\"");
+    parameters.refuse("\"by\" must be \"hour\", \"day\", \"month\", \"interface\", \"network\" or \"station\"");
     return BandwidthGroup::Day;
 }
 
-/// The key of the page before: text for times, a whole number for interfaces and networks.
+/// The key of the page before: text for times, a whole number for the others.
 SqlValue keyFrom(Parameters& parameters, BandwidthGroup by)
 {
-    if (by == BandwidthGroup::Interface || by == BandwidthGroup::Network) {
+    if (by == BandwidthGroup::Interface || by == BandwidthGroup::Network || by == BandwidthGroup::Station) {
         const auto key = parameters.wholeNumber("after");
         return key ? SqlValue(*key) : SqlValue();
     }

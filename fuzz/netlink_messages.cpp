@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size > 0) {
         std::memcpy(aligned.data(), data, size);
     }
-    forEachNetlinkMessage(aligned.data(), size, [size](const nlmsghdr& message) {
+    nl80211::Association association;
+    forEachNetlinkMessage(aligned.data(), size, [size, &association](const nlmsghdr& message) {
         if (const auto link = rtnl::parseLink(message)) {
             require(link->record.index > 0 && !link->record.name.empty() && link->record.name.size() < size);
             require(link->record.name.find('\0') == std::string::npos);
@@ -48,12 +49,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (const auto family = nl80211::parseFamily(message)) {
             require(family->identifier >= 16);
         }
-        if (const auto network = nl80211::parseInterface(message)) {
-            require(network->size() < size);
-        }
-        if (const auto station = nl80211::parseStation(message)) {
-            require(station->size() == 17);
-        }
+        association.take(message);
     });
+    const WirelessIdentity identity = association.identity();
+    require(!identity.bssid || (identity.bssid->size() == 17 && association.isClient()));
+    require(!identity.ssid || identity.ssid->size() <= 32);
     return 0;
 }

@@ -239,6 +239,12 @@ std::int64_t BandwidthDatabase::identifierForBSSID(
     const auto known =
         std::find_if(networks_.begin(), networks_.end(), [&](const WifiRow& row) { return row.bssid == station; });
     if (known != networks_.end()) {
+        if (known->name.empty() && name && !name->empty()) { // it was hidden, or the row is older than names
+            known->name = validUtf8(*name);
+            file_->addItem({.table = "bandwidth_wifi_map",
+                .format = "UPDATE %@ SET name = ? WHERE identifier = ?",
+                .args = {known->name, known->identifier}});
+        }
         return known->identifier;
     }
     networks_.push_back({.bssid = station, .name = validUtf8(name.value_or("")), .identifier = ++lastNetwork_});

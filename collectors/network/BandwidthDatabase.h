@@ -60,7 +60,7 @@ public:
 
     /// Its number, given out at the first sight of it; 0 while the maps are not known.
     std::int64_t identifierForInterface(const std::string& name, const std::optional<HardwareAddress>& address = {});
-    /// The number of a Wi-Fi network, by its base station; it keeps the name that it had first. -1 without a base
+    /// The number of a Wi-Fi network, by its base station; it keeps the first name that it had. -1 without a base
     /// station, or while the maps are not known.
     std::int64_t identifierForBSSID(const std::optional<std::string>& bssid, const std::optional<std::string>& name);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "collectors/network/BandwidthDatabase.h"
 #include "collectors/network/NetworkStatCollectorBandwidthItem.h"
 #include "database/SqlValue.h"
 
@@ -14,7 +15,14 @@ namespace meridal {
 
 class SQLiteConnection;
 
-enum class BandwidthGroup { Hour, Day, Month, Interface, Network };
+enum class BandwidthGroup {
+    Hour,
+    Day,
+    Month,
+    Interface,
+    Network, ///< Wi-Fi network: the base stations of one name
+    Station, ///< base station
+};
 
 /// What is asked of bandwidth.db. Times are s since 1970; a row belongs where its period starts.
 struct BandwidthQuestion {
@@ -22,12 +30,18 @@ struct BandwidthQuestion {
     double from = 0;
     std::optional<double> until;
     std::optional<std::string> interface; ///< only the one that has this name now
-    /// Numbers of interfaces that are hardware, though no permanent address tells: modems have none.
-    std::vector<std::int64_t> hardware;
     /// Also interfaces without hardware of their own: loopback, bridges, tunnels. Their bytes are those of others again.
     bool all = false;
     SqlValue after; ///< key of the last total of the page before; NULL for the first page
     std::size_t limit = 100;
+};
+
+/// What the numbers in the rows stand for now. The file learns of a new name with the next commit only.
+struct BandwidthMaps {
+    std::vector<BandwidthDatabase::InterfaceRow> interfaces;
+    std::vector<BandwidthDatabase::WifiRow> networks; ///< by number
+    /// Interfaces that are hardware, though no permanent address tells: modems have none.
+    std::vector<std::int64_t> hardware;
 };
 
 /// A period that is not in the file yet.
@@ -41,10 +55,10 @@ struct BandwidthRow {
 
 struct BandwidthTotal {
     SqlValue key; ///< the hour, day or month in local time ("2026-11-21 14:00", "2026-11-21", "2026-11"), or a number
-    std::optional<std::string> name; ///< of the interface or the Wi-Fi network; raw
-    std::optional<std::string> bssid;
-    double start = 0; ///< s since 1970: of the first row
-    double end = 0;   ///< of the last one
+    std::optional<std::string> name;  ///< of the interface or the Wi-Fi network
+    std::optional<std::string> bssid; ///< of the base station, where the total is about one
+    double start = 0;                 ///< s since 1970: of the first row
+    double end = 0;                   ///< of the last one
     BandwidthAmount amount;
 };
 
@@ -55,7 +69,7 @@ struct BandwidthAnswer {
 };
 
 /// Reads one page, the running periods included. Absent when the file cannot be read. On the file's queue.
-std::optional<BandwidthAnswer> readBandwidthTotals(
-    SQLiteConnection& connection, const BandwidthQuestion& question, std::span<const BandwidthRow> running);
+std::optional<BandwidthAnswer> readBandwidthTotals(SQLiteConnection& connection, const BandwidthQuestion& question,
+    const BandwidthMaps& maps, std::span<const BandwidthRow> running);
 
 } // namespace meridal

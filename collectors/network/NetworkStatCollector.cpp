@@ -192,13 +192,15 @@ void NetworkStatCollector::saveBandwidth(Task written)
 void NetworkStatCollector::readBandwidthTotals(
     BandwidthQuestion question, std::function<void(std::optional<BandwidthAnswer>)> reply)
 {
-    if (!bandwidthDatabase_) {
+    if (!bandwidthDatabase_ || !bandwidthDatabase_->mapsLoaded()) {
         return reply(std::nullopt);
     }
+    BandwidthMaps maps{
+        .interfaces = bandwidthDatabase_->interfaceMap(), .networks = bandwidthDatabase_->wifiMap(), .hardware = {}};
     std::vector<BandwidthRow> running;
     for (const auto& [name, item] : bandwidth_->items()) {
         if (isHardware(item.kind)) {
-            question.hardware.push_back(item.interfaceIdentifier);
+            maps.hardware.push_back(item.interfaceIdentifier);
         }
         const BandwidthAmount amount = item.amount();
         if (item.interfaceIdentifier != 0 && BandwidthAccount::isWorthARow(amount)) {
@@ -210,9 +212,9 @@ void NetworkStatCollector::readBandwidthTotals(
         }
     }
     bandwidthDatabase_->file()->queryDatabaseAsync(
-        [question = std::move(question), running = std::move(running), reply = std::move(reply),
+        [question = std::move(question), maps = std::move(maps), running = std::move(running), reply = std::move(reply),
             &main = context().runtime.mainQueue()](SQLiteConnection& file) {
-            main.post([reply, answer = meridal::readBandwidthTotals(file, question, running)] { reply(answer); });
+            main.post([reply, answer = meridal::readBandwidthTotals(file, question, maps, running)] { reply(answer); });
         });
 }
 

@@ -11,7 +11,7 @@ _meridalctl() {
         --socket) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --color) mapfile -t COMPREPLY < <(compgen -W "auto always never" -- "$current"); return ;;
         --range) mapfile -t COMPREPLY < <(compgen -W "hour day week month threemonth sixmonth year" -- "$current"); return ;;
-        --by) mapfile -t COMPREPLY < <(compgen -W "hour day month interface network" -- "$current"); return ;;
+        --by) mapfile -t COMPREPLY < <(compgen -W "hour day month interface network station" -- "$current"); return ;;
         --svg) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --interface|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c) return ;;
     esac

@@ -1,7 +1,5 @@
 #include "platform/linux/LinuxWireless.h"
 
-#include "platform/linux/WirelessMessages.h"
-
 #include <array>
 #include <libmnl/libmnl.h>
 #include <linux/genetlink.h>
@@ -49,11 +47,14 @@ std::optional<WirelessIdentity> LinuxWireless::identity(const std::string& inter
     if (const auto known = known_.find(index); known != known_.end() && now < known->second.until) {
         return known->second.identity;
     }
-    auto identity = ask(index);
-    if (identity) {
-        known_.insert_or_assign(index, Known{.identity = *identity, .until = now + longestTrust});
+    bool complete = true; // a list that was read while a scan went on may lack the network
+    const nl80211::Association association = ask(index, complete);
+    if (!association.isWireless()) {
+        return std::nullopt;
     }
-    return identity;
+    const Known known{.identity = association.identity(), .until = complete ? now + longestTrust : now};
+    known_.insert_or_assign(index, known);
+    return known.identity;
 }
 
 bool LinuxWireless::findFamily()
@@ -77,30 +78,24 @@ bool LinuxWireless::findFamily()
     return family_ != 0;
 }
 
-std::optional<WirelessIdentity> LinuxWireless::ask(std::uint32_t index)
+nl80211::Association LinuxWireless::ask(std::uint32_t index, bool& complete)
 {
-    std::optional<WirelessIdentity> identity;
-    Request memory{};
-    nlmsghdr& interface = makeRequest(memory, family_, NL80211_CMD_GET_INTERFACE, 0);
-    mnl_attr_put_u32(&interface, NL80211_ATTR_IFINDEX, index);
-    questions_.ask(interface, [&identity](const nlmsghdr& message) {
-        if (auto network = nl80211::parseInterface(message)) {
-            identity.emplace();
-            if (!network->empty()) {
-                identity->ssid = std::move(*network);
-            }
-        }
-    });
-    if (identity && identity->ssid) {
-        nlmsghdr& station = makeRequest(memory, family_, NL80211_CMD_GET_STATION, NLM_F_DUMP);
-        mnl_attr_put_u32(&station, NL80211_ATTR_IFINDEX, index);
-        questions_.ask(station, [&identity](const nlmsghdr& message) {
-            if (!identity->bssid) {
-                identity->bssid = nl80211::parseStation(message);
-            }
-        });
+    nl80211::Association association;
+    const auto ask = [&](std::uint8_t command, std::uint16_t flags) {
+        Request memory{};
+        nlmsghdr& request = makeRequest(memory, family_, command, flags);
+        mnl_attr_put_u32(&request, NL80211_ATTR_IFINDEX, index);
+        return questions_.ask(request, [&association](const nlmsghdr& message) { association.take(message); });
+    };
+    ask(NL80211_CMD_GET_INTERFACE, 0);
+    if (!association.isClient()) {
+        return association;
     }
-    return identity;
+    complete = ask(NL80211_CMD_GET_SCAN, NLM_F_DUMP) == NetlinkOutcome::Complete || association.isListed();
+    if (!association.isListed()) {
+        ask(NL80211_CMD_GET_STATION, NLM_F_DUMP);
+    }
+    return association;
 }
 
 } // namespace meridal

@@ -4,6 +4,7 @@
 #include "platform/host/WirelessInterface.h"
 #include "platform/linux/NetlinkSocket.h"
 #include "platform/linux/Rfkill.h"
+#include "platform/linux/WirelessMessages.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -28,7 +29,7 @@ private:
     };
 
     bool findFamily();
-    std::optional<WirelessIdentity> ask(std::uint32_t index);
+    nl80211::Association ask(std::uint32_t index, bool& complete);
 
     Runtime& runtime_;
     NetlinkSocket questions_;

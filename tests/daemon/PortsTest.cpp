@@ -3,6 +3,8 @@
 #include "daemon/StatusReport.h"
 #include "tests/daemon/DaemonFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace meridal::test {
 namespace {
 
@@ -259,10 +261,12 @@ TEST_F(DaemonTest, OnlyWhoOwnsTheMachineMayChangeItsNetwork)
         return Result<void>();
     };
     start(std::move(ports));
-    const auto outcome = [&](Peer peer) {
+    std::string logged;
+    machine.log.addListener([&](LogLevel, std::string_view line) { logged += line; });
+    const auto outcome = [&](Peer peer, const std::string& name = "eth0") {
         std::optional<ErrorCode> error;
         connect(peer).daemon->refreshDHCP(
-            "eth0", [&](Result<void> result) { error = result ? std::nullopt : std::optional(result.error().code); });
+            name, [&](Result<void> result) { error = result ? std::nullopt : std::optional(result.error().code); });
         machine.runtime.runDue();
         return error;
     };
@@ -272,6 +276,11 @@ TEST_F(DaemonTest, OnlyWhoOwnsTheMachineMayChangeItsNetwork)
     EXPECT_EQ(outcome({.uid = 0, .gid = 0, .known = true}), std::nullopt);
     EXPECT_EQ(outcome({.uid = 1000, .gid = 1000, .known = true}), std::nullopt) << "sits at the machine";
     EXPECT_EQ(refreshed.size(), 2U);
+    EXPECT_THAT(logged, testing::HasSubstr(R"(refreshDHCP: "eth0" refused to uid 1001)"));
+    EXPECT_THAT(logged, testing::HasSubstr(R"(refreshDHCP: "eth0" by uid 0: done)"));
+    outcome({.uid = 1001, .gid = 1001, .known = true}, "eth0\" by uid 0: done" + std::string(5000, 'x'));
+    EXPECT_THAT(logged, testing::HasSubstr(R"("eth0\" by uid 0: done)")) << "a client's words stay in their quotes";
+    EXPECT_THAT(logged, testing::HasSubstr(R"(x" refused to uid 1001)"));
 }
 
 TEST_F(DaemonTest, StatusTellsTheCostAndWhatIsMissing)

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstring>
+#include <fstream>
 #include <libmnl/libmnl.h>
 #include <linux/genetlink.h>
 #include <linux/if.h>
@@ -204,21 +205,78 @@ TEST(NetlinkMessages, TheWirelessFamilyComesWithItsGroups)
     EXPECT_FALSE(nl80211::parseFamily(*other));
 }
 
-TEST(NetlinkMessages, OnlyAClientIsOnANetwork)
+/// What nl80211 answers about an interface, as a socket handed it over: NL80211_CMD_GET_INTERFACE, the dump of GET_SCAN and
+/// that of GET_STATION, in this order. Recorded on Debian 12 (Linux 6.1) with mac80211_hwsim, hostapd and wpa_supplicant 2.10
+/// or iw 5.19; they are seeds of the fuzzer, too.
+WirelessIdentity recorded(const std::string& name, bool withList = true)
 {
-    const auto network = [](std::uint32_t type) {
-        Message message = generic(NL80211_CMD_NEW_INTERFACE);
-        return nl80211::parseInterface(*message.put(NL80211_ATTR_IFTYPE, type).text(NL80211_ATTR_SSID, "Caf\xE9"));
+    std::ifstream file(MERIDAL_SOURCE_DIR "/fuzz/corpus/netlink_messages/wifi_" + name, std::ios::binary);
+    std::array<std::uint32_t, 1024> bytes{};
+    file.read(reinterpret_cast<char*>(bytes.data()), sizeof bytes);
+    nl80211::Association association;
+    forEachNetlinkMessage(bytes.data(), static_cast<std::size_t>(file.gcount()), [&](const nlmsghdr& message) {
+        const auto* header = static_cast<const genlmsghdr*>(mnl_nlmsg_get_payload(&message));
+        if (withList || header->cmd != NL80211_CMD_NEW_SCAN_RESULTS) {
+            association.take(message);
+        }
+    });
+    EXPECT_TRUE(association.isWireless()) << name;
+    return association.identity();
+}
+
+TEST(NetlinkMessages, TheNetworkIsThatOfTheBaseStationInUse)
+{
+    const WirelessIdentity home{.bssid = "02:00:00:00:03:00", .ssid = "Lab-Home"};
+    const WirelessIdentity open{.bssid = "02:00:00:00:02:00", .ssid = "Lab-Open"};
+    EXPECT_EQ(recorded("wpa_supplicant"), home) << "of three in the list, with no name from the interface";
+    EXPECT_EQ(recorded("iw_connect"), open);
+    EXPECT_EQ(recorded("left"), WirelessIdentity{}) << "the list still has them";
+    EXPECT_EQ(recorded("access_point"), WirelessIdentity{}) << "its station is a guest";
+    EXPECT_EQ(recorded("iw_connect", false), open) << "interface and station alone";
+    EXPECT_EQ(recorded("wpa_supplicant", false), WirelessIdentity{}) << "a station without a name may only be tried";
+}
+
+/// Lists that no driver of the recordings makes: several links to one base station, hidden names, another kind of network,
+/// what is cut short.
+TEST(NetlinkMessages, ListedBaseStationsOfOtherKinds)
+{
+    struct Station {
+        std::uint8_t address; ///< its last byte
+        int status;
+        int link; ///< -1: the only one
+        std::string elements;
     };
-    EXPECT_EQ(network(NL80211_IFTYPE_STATION), "Caf\xE9");
-    EXPECT_EQ(network(NL80211_IFTYPE_AP), "");
-    Message station = generic(NL80211_CMD_NEW_STATION);
-    station.put(NL80211_ATTR_MAC, std::array<std::uint8_t, 6>{0xaa, 0xbb, 0, 1, 2, 3});
-    EXPECT_EQ(nl80211::parseStation(*station), "aa:bb:00:01:02:03");
-    Message cut = generic(NL80211_CMD_NEW_STATION);
-    cut.put(NL80211_ATTR_MAC, std::array<std::uint8_t, 5>{});
-    EXPECT_FALSE(nl80211::parseStation(*cut));
-    EXPECT_FALSE(nl80211::parseInterface(*station));
+    const auto joined = [](const std::vector<Station>& stations, const std::string& ownName = "") {
+        nl80211::Association association;
+        association.take(*generic(NL80211_CMD_NEW_INTERFACE)
+                              .put(NL80211_ATTR_IFTYPE, std::uint32_t{NL80211_IFTYPE_STATION})
+                              .text(NL80211_ATTR_SSID, ownName));
+        for (const Station& station : stations) {
+            Message message = generic(NL80211_CMD_NEW_SCAN_RESULTS);
+            nlattr* bss = message.begin(NL80211_ATTR_BSS);
+            message.put(NL80211_BSS_BSSID, std::array<std::uint8_t, 6>{0xaa, 0, 0, 0, 0, station.address});
+            message.text(NL80211_BSS_INFORMATION_ELEMENTS, station.elements);
+            message.put(NL80211_BSS_STATUS, std::uint32_t(station.status));
+            if (station.link >= 0) {
+                message.put(NL80211_BSS_MLO_LINK_ID, std::uint8_t(station.link));
+                message.put(NL80211_BSS_MLD_ADDR, std::array<std::uint8_t, 6>{0xaa, 0, 0, 0, 0, 0xff});
+            }
+            message.end(bss);
+            association.take(*message);
+        }
+        const WirelessIdentity identity = association.identity();
+        return identity.bssid ? identity.bssid->substr(15) + ' ' + *identity.ssid : "none";
+    };
+    const std::string rates("\1\2ab", 4);
+    const std::string name("\0\4Home", 6);
+    const int associated = NL80211_BSS_STATUS_ASSOCIATED;
+    EXPECT_EQ(
+        joined({{3, associated, 2, name}, {1, associated, 0, rates + name}, {2, associated, 1, name}}), "01 Home");
+    EXPECT_EQ(joined({{1, NL80211_BSS_STATUS_AUTHENTICATED, -1, name}}), "none") << "about to be joined";
+    EXPECT_EQ(joined({{1, NL80211_BSS_STATUS_IBSS_JOINED, -1, name}}), "01 Home");
+    EXPECT_EQ(joined({{1, associated, -1, {"\0\0\1\2ab", 6}}}), "01 ") << "hidden";
+    EXPECT_EQ(joined({{1, associated, -1, {"\0\4\0\0\0\0", 6}}}, "Attic"), "01 Attic") << "hidden, known by who joined";
+    EXPECT_EQ(joined({{1, associated, -1, rates + name.substr(0, 4)}}), "01 ") << "cut short";
 }
 
 } // namespace

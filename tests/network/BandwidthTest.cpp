@@ -317,6 +317,9 @@ TEST_F(BandwidthTest, EveryOlderLayoutIsBroughtUpToDateWithItsRows)
                 rows("SELECT name FROM sqlite_master WHERE type = 'table' AND name LIKE 'bandwidth%-%'").size(), 0U)
                 << "no table was put aside";
             EXPECT_EQ(collector().identifierForBSSID("aa:aa:aa:aa:aa:aa", "Home"), 1);
+            EXPECT_EQ(collector().identifierForBSSID("aa:aa:aa:aa:aa:aa", "Home, renamed"), 1);
+            daemon->ports.saveBandwidth({});
+            EXPECT_EQ(rows("SELECT name FROM bandwidth_wifi_map"), (std::vector<Dictionary>{{{"name", "Home"}}}));
         }
     }
 }

@@ -104,6 +104,11 @@ TEST_F(NetworkStatCollectorTest, HardwareWithoutAnAddressCountsAsWell)
     tick();
     EXPECT_EQ(totals(Value::object())["upload"], 2.5e6);
     EXPECT_EQ(totals({{"interfaces", "all"}})["upload"], 3.5e6);
+
+    machine.network().interface("eth0").name = "uplink"; // nothing is stored after this
+    tick();
+    EXPECT_EQ(totals({{"interface", "uplink"}})["upload"], 1e6);
+    EXPECT_EQ(totals({{"by", "interface"}})["totals"][0]["name"], "uplink");
 }
 
 TEST_F(NetworkStatCollectorTest, InterfacesComeInBoundedPages)
@@ -151,7 +156,7 @@ TEST_F(NetworkStatCollectorTest, ActionsReachTheHostOnlyWithNamesThatAreNames)
     EXPECT_FALSE(machine.wireless().powered);
 }
 
-/// Eight days of a laptop on two networks beside a container's interfaces, as clients see them.
+/// Eight days of a laptop on two networks, one of two base stations, beside a container's interfaces, as clients see them.
 TEST_F(NetworkStatCollectorTest, TotalsAddUpByTimeAndThingInPages)
 {
     ::setenv("TZ", "UTC-2", 1); // two hours east
@@ -160,36 +165,49 @@ TEST_F(NetworkStatCollectorTest, TotalsAddUpByTimeAndThingInPages)
     machine.network().interface("wlan0").permanentAddress = HardwareAddress{2, 0, 0, 0, 0, 1};
     machine.network().interface("lo").kind = InterfaceKind::Loopback;
     begin();
-    for (int day = 0; day < 8; ++day) {
-        machine.wireless().joined["wlan0"] = day % 2 == 0
-            ? WirelessIdentity{.bssid = "aa:aa:aa:aa:aa:aa", .ssid = "Home"}
-            : WirelessIdentity{.bssid = "bb:bb:bb:bb:bb:bb", .ssid = "Work"};
+    const std::array<WirelessIdentity, 4> networks = {
+        {{.bssid = "aa:aa:aa:aa:aa:aa", .ssid = "Home"}, {.bssid = "bb:bb:bb:bb:bb:bb", .ssid = "Work"},
+            {.bssid = "cc:cc:cc:cc:cc:cc", .ssid = "Home"}, {.bssid = "dd:dd:dd:dd:dd:dd", .ssid = ""}}};
+    for (std::size_t day = 0; day < 8; ++day) {
+        machine.wireless().joined["wlan0"] = networks.at(day / 2);
         tick();
         machine.network().transfer("wlan0", 1'000'000, 3'000'000);
         machine.network().transfer("lo", 9'000'000, 9'000'000);
         tick(86'398);
     }
-    machine.network().transfer("wlan0", 500'000, 0); // not stored yet
+    machine.wireless().joined["wlan0"] = {.bssid = "ee:ee:ee:ee:ee:ee", .ssid = "Caf\xC3\xA9"};
+    tick();
+    machine.network().transfer("wlan0", 500'000, 0); // not stored yet, nor is the name
     tick();
 
-    const Value byNetwork = totals({{"by", "network"}});
-    EXPECT_THAT(byNetwork["totals"],
-        ElementsAre(hasMembers({{"name", "Home"}, {"download", 12e6}}), hasMembers({{"upload", 4.5e6}})));
-    EXPECT_EQ(byNetwork["upload"], 8.5e6);
+    const auto ofPages = [&](Value parameters) {
+        Value all = Value::array();
+        for (bool more = true; more;) {
+            const Value page = totals(parameters);
+            EXPECT_EQ(page["upload"], 8.5e6) << "of all pages";
+            for (const Value& total : page["totals"]) {
+                all.push_back(total);
+                parameters["after"] = total["key"];
+            }
+            more = page["more"];
+        }
+        return all;
+    };
+    EXPECT_THAT(ofPages({{"by", "network"}, {"limit", 1}}),
+        ElementsAre(hasMembers({{"name", "Home"}, {"download", 12e6}}), hasMembers({{"name", "Work"}, {"upload", 2e6}}),
+            hasMembers({{"bssid", "dd:dd:dd:dd:dd:dd"}, {"upload", 2e6}}),
+            hasMembers({{"name", "Caf\xC3\xA9"}, {"upload", 5e5}})));
+    EXPECT_THAT(ofPages({{"by", "station"}, {"limit", 2}}),
+        ElementsAre(hasMembers({{"name", "Home"}, {"bssid", "aa:aa:aa:aa:aa:aa"}, {"download", 6e6}}),
+            hasMembers({{"name", "Work"}}), hasMembers({{"name", "Home"}, {"bssid", "cc:cc:cc:cc:cc:cc"}}),
+            hasMembers({{"bssid", "dd:dd:dd:dd:dd:dd"}}), hasMembers({{"name", "Caf\xC3\xA9"}})));
     EXPECT_EQ(totals({{"by", "interface"}})["totals"].size(), 2U) << "each is told apart, so loopback too";
     EXPECT_EQ(totals({{"interface", "lo"}})["upload"], 72e6);
     EXPECT_EQ(totals({{"interfaces", "all"}})["upload"], 80.5e6);
 
-    Value parameters = {{"by", "day"}, {"limit", 3}};
     std::vector<std::string> days;
-    for (bool more = true; more;) {
-        const Value page = totals(parameters);
-        EXPECT_EQ(page["upload"], 8.5e6) << "of all pages";
-        for (const Value& total : page["totals"]) {
-            days.push_back(total["key"]);
-            parameters["after"] = total["key"];
-        }
-        more = page["more"];
+    for (const Value& total : ofPages({{"by", "day"}, {"limit", 3}})) {
+        days.push_back(total["key"]);
     }
     EXPECT_EQ(days.front(), "2023-11-15") << "it was 22:13 in Greenwich";
     EXPECT_TRUE(std::is_sorted(days.begin(), days.end()));
