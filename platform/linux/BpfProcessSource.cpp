@@ -98,6 +98,7 @@ std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wan
     rows_.clear();
     cgroups_.clear();
     longNames_ = 0;
+    ++pass_;
     auto known = previous_.cbegin();
     for (const BpfProcess* process : order_) {
         while (known != previous_.cend() && known->pid < process->pid) {

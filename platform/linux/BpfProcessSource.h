@@ -95,7 +95,8 @@ private:
     std::unique_ptr<ProcProcessSource> hidden_; ///< null as a rule
     std::uint64_t tick_;                        ///< ns
     std::uint64_t pageSize_;                    ///< bytes
-    int failures_ = 0;                          ///< passes in a row without the programs
+    std::uint64_t pass_ = 0;
+    int failures_ = 0; ///< passes in a row without the programs
     std::string problem_;
     std::unique_ptr<ProcProcessSource> files_; ///< for those; null as a rule
 

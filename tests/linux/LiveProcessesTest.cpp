@@ -170,10 +170,10 @@ struct ControlGroup {
 
 TEST_P(LiveProcesses, AProcessIsSeenToMoveBetweenRealControlGroups)
 {
-    const std::string id(64, 'c');
+    const std::string containerId(64, 'c');
     int tried = 0;
     for (const char* hierarchy : {"/sys/fs/cgroup", "/sys/fs/cgroup/unified", "/sys/fs/cgroup/systemd"}) {
-        const ControlGroup container(hierarchy, "/docker-" + id + ".scope");
+        const ControlGroup container(hierarchy, "/docker-" + containerId + ".scope");
         if (!container.made) {
             continue;
         }
