@@ -85,6 +85,7 @@ void ProcessStatCollector::updateStats()
 void ProcessStatCollector::beginPass()
 {
     const Runtime& runtime = context().runtime;
+    forgetDeparted();
     timePrevious_ = sequence_ > 0 ? timeNow_ : 0;
     timeNow_ = runtime.wallTime();
     ++sequence_;
@@ -258,7 +259,7 @@ void ProcessStatCollector::removeMissingProcesses()
     }
     dissolveHierarchy();
     std::erase_if(processes_, isMissing);
-    std::erase_if(byPid_, [](const auto& entry) { return !entry.second.exists(); });
+    keepDeparted();
     setChildrenChanged(true);
 }
 
@@ -294,17 +295,21 @@ std::string ProcessStatCollector::sharingNameForProcess(Item& item)
 
 void ProcessStatCollector::clearBandwidth()
 {
-    for (Item* item : processes_) {
-        item->setNetworkDownload(0);
-        item->setNetworkUpload(0);
+    for (const auto* items : {&processes_, &ended_}) {
+        for (Item* item : *items) {
+            item->setNetworkDownload(0);
+            item->setNetworkUpload(0);
+        }
     }
 }
 
 void ProcessStatCollector::updatePCapBandwidth()
 {
     const double now = context().runtime.wallTime();
-    for (Item* item : processes_) {
-        item->updatePCapBandwidth(now);
+    for (const auto* items : {&processes_, &ended_}) {
+        for (Item* item : *items) {
+            item->updatePCapBandwidth(now);
+        }
     }
 }
 
