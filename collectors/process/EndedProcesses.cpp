@@ -6,6 +6,7 @@
 #include "platform/host/Host.h"
 
 #include <algorithm>
+#include <iterator>
 #include <tuple>
 #include <utility>
 

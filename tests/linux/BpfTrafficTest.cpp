@@ -160,7 +160,7 @@ TEST_P(PacketsOf, KnownTransfersCountToTheByte)
 
 TEST_P(PacketsOf, NothingIsLostOfThousandsThatComeAndGo)
 {
-    constexpr int children = slowBuild ? 100 : 1000;
+    constexpr int children = slowBuild ? 100 : 500;
     const Worker& parent = run([] {
         for (int i = 0; i < children; ++i) {
             const pid_t child = ::fork();
