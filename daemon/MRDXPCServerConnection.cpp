@@ -54,9 +54,9 @@ void MRDXPCServerConnection::ended()
 {
     onMain([this] {
         client_.reset();
-        updateMask_ = 0;
         daemon_.server().removeConnection(shared_from_this());
         removeMasks();
+        updateMask_ = 0;
     });
 }
 
@@ -79,11 +79,12 @@ void MRDXPCServerConnection::removeMask(std::int64_t key)
         updateMask_ = difference(updateMask_, key);
     }
     bool stillWanted = false;
+    bool isCounted = false;
     for (const auto& other : daemon_.server().connections()) {
         stillWanted = stillWanted || (other.get() != this && (other->updateMask() & key) != 0);
+        isCounted = isCounted || other->holds(RequestKey::Network);
     }
-    if (meridal::holds(key, RequestKey::Network)) {
-        // At once, even when another client still wants it: capture is dear, and that client's next start brings it back.
+    if (meridal::holds(key, RequestKey::Network) && !isCounted) {
         daemon_.stopMonitoringNetworkActivity();
     }
     ProcessStatCollector& processes = daemon_.processes();

@@ -65,6 +65,9 @@ std::optional<std::int32_t> pidFrom(const Value& number)
 
 void ProcessStatCollector::updateTotals(ProcessFigure figure)
 {
+    for (Item* item : endedWith(figure)) {
+        item->setSharingTotal(figure, shows(*item) ? item->own(figure) : 0);
+    }
     for (Item* item : processes_) {
         item->setSharingTotal(figure, shows(*item) ? item->own(figure) : 0);
     }
@@ -78,6 +81,20 @@ void ProcessStatCollector::updateTotals(ProcessFigure figure)
             controller->setSharingTotal(figure, controller->sharingTotal(figure) + (*item)->sharingTotal(figure));
         }
     }
+    for (const Item* item : endedWith(figure)) { // few, in no order: each hands its own all the way up
+        const double own = shows(*item) ? item->own(figure) : 0;
+        Item* above = item->controller();
+        for (; above && above->sharingUseHierachy() && shows(*above); above = above->controller()) {
+            above->setSharingTotal(figure, above->sharingTotal(figure) + own);
+        }
+    }
+}
+
+/// The processes that have ended and have such a figure.
+std::span<ProcessStatCollectorItem* const> ProcessStatCollector::endedWith(ProcessFigure figure) const
+{
+    const bool isTraffic = figure == ProcessFigure::Download || figure == ProcessFigure::Upload;
+    return isTraffic ? std::span(ended_) : std::span<Item* const>();
 }
 
 /// Whether it has an entry of its own where not all are shown.
@@ -92,13 +109,20 @@ std::span<const ProcessStatCollector::Ranked> ProcessStatCollector::rank(Process
 {
     const auto most = static_cast<std::size_t>(std::max(limit, 0));
     ranking_.clear();
-    for (Item* item : sharingStorage(shared_.sharingUseHeirachy && !shown_)) {
-        if (shown_ && !isListed(*item)) {
-            continue;
-        }
+    const auto take = [this, figure](Item* item) {
         const double total = item->sharingTotal(figure);
         const auto place = static_cast<std::uint32_t>(ranking_.size());
         ranking_.push_back({total, total == 0 ? item->lastActive(figure) : 0, place, item});
+    };
+    for (Item* item : sharingStorage(shared_.sharingUseHeirachy && !shown_)) {
+        if (!shown_ || isListed(*item)) {
+            take(item);
+        }
+    }
+    for (Item* item : endedWith(figure)) {
+        if (isListed(*item)) {
+            take(item);
+        }
     }
     const auto isBefore = [](const Ranked& a, const Ranked& b) {
         if (a.total != b.total) {

@@ -97,6 +97,7 @@ void ProcessStatCollector::updateStats()
 void ProcessStatCollector::beginPass()
 {
     const Runtime& runtime = context().runtime;
+    forgetDeparted();
     timePrevious_ = sequence_ > 0 ? timeNow_ : 0;
     timeNow_ = runtime.wallTime();
     ++sequence_;
@@ -285,7 +286,7 @@ void ProcessStatCollector::removeMissingProcesses()
     }
     dissolveHierarchy();
     std::erase_if(processes_, isMissing);
-    std::erase_if(byPid_, [](const auto& entry) { return !entry.second.exists(); });
+    keepDeparted();
     setChildrenChanged(true);
 }
 
@@ -357,17 +358,21 @@ void ProcessStatCollector::loadBundleLocation(Item& item)
 
 void ProcessStatCollector::clearBandwidth()
 {
-    for (Item* item : processes_) {
-        item->setNetworkDownload(0);
-        item->setNetworkUpload(0);
+    for (const auto* items : {&processes_, &ended_}) {
+        for (Item* item : *items) {
+            item->setNetworkDownload(0);
+            item->setNetworkUpload(0);
+        }
     }
 }
 
 void ProcessStatCollector::updatePCapBandwidth()
 {
     const double now = context().runtime.wallTime();
-    for (Item* item : processes_) {
-        item->updatePCapBandwidth(now);
+    for (const auto* items : {&processes_, &ended_}) {
+        for (Item* item : *items) {
+            item->updatePCapBandwidth(now);
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 #include "collectors/process/ProcessNames.h"
 #include "collectors/process/ProcessStatCollectorItem.h"
 #include "collectors/process/ReleaseRules.h"
+#include "platform/host/TrafficCounters.h"
 
 #include <array>
 #include <cstddef>
@@ -78,6 +79,13 @@ public:
     void removeMissingProcesses();
     /// Drops groups whose head does not exist from the grouped view.
     void removeMissingProcessesHierachy();
+
+    // Who is no longer in the table
+    /// A process that ended since the latest pass, and of whose traffic something is still to be told. Until the next pass it
+    /// stands in the lists of traffic and, where those are grouped, in the group that it was in or would have been in.
+    /// `name` and `ancestors` (the parent first) are for one that no pass ever saw. Null when nothing at all is known of it.
+    Item* endedProcess(
+        const ProcessIdentity& process, const std::string& name, std::span<const ProcessIdentity> ancestors);
 
     // Names
     /// Full name of the program that a process runs, or the default.
@@ -164,9 +172,20 @@ private:
     const Item* elder(const Item& item, std::int32_t pid) const;
     void breakCycles();
 
+    // EndedProcesses.cpp
+    void keepDeparted();
+    void forgetDeparted();
+    Item* departedItem(const ProcessIdentity& process);
+    Item* departedElder(const Item& item, std::int32_t pid);
+    void nameEnded(Item& item, const std::string& name);
+    void placeEnded(Item& item, std::span<const ProcessIdentity> ancestors);
+    void listEnded(Item& item);
+
     // ProcessLists.cpp
-    bool shows(const Item& item) const { return !shown_ || shown_->contains(item.pid()); }
+    /// Of one that has ended nobody can say any more who may see it: only those who see all.
+    bool shows(const Item& item) const { return !shown_ || (!item.temporary() && shown_->contains(item.pid())); }
     bool isListed(const Item& item) const;
+    std::span<Item* const> endedWith(ProcessFigure figure) const;
     std::span<const Ranked> rank(ProcessFigure figure, std::int32_t limit);
     void appendList(
         std::string& json, const char* name, ProcessFigure figure, std::int32_t limit, AppendFigures appendFigures);
@@ -182,7 +201,9 @@ private:
     bool knowsDiskRates_ = false;    ///< of anybody: there were two readings
     bool knowsScores_ = false;       ///< likewise, since wake-ups are read
     std::unordered_map<std::int32_t, Item> byPid_;
-    std::vector<Item*> processes_; ///< the same in table order
+    std::vector<Item*> processes_;                         ///< the same in table order
+    std::unordered_multimap<std::int32_t, Item> departed_; ///< by pid, who ended since the pass before
+    std::vector<Item*> ended_;                             ///< of those, who are in the lists of traffic
     std::vector<Item*> hierachy_;
     std::unordered_map<std::uint32_t, const Item*> oldest_; ///< by number of the unit, without those that are shared
     std::vector<Item*> parentsFirst_; ///< the whole table, group by group, every parent before its children

@@ -64,6 +64,9 @@ public:
     bool isSafariWebContent() const { return state_.isSafariWebContent; }
     bool standsAlone() const { return state_.standsAlone; }       ///< by its name, never grouped under another
     bool startsCommands() const { return state_.startsCommands; } ///< by its name, what it starts is not part of it
+    /// Not in the table: it has ended, and stands in lists until the next pass.
+    bool temporary() const { return state_.temporary; }
+    void setTemporary(bool temporary) { state_.temporary = temporary; }
     bool foreground() const { return state_.foreground; }
     void setForeground(bool foreground) { state_.foreground = foreground; }
 
@@ -203,6 +206,7 @@ private:
         bool standsAlone : 1 = false;
         bool startsCommands : 1 = false;
         bool foreground : 1 = false;
+        bool temporary : 1 = false;
         bool cpuKnown : 1 = false;     ///< cpuTime is a reading to subtract from
         bool diskKnown : 1 = false;    ///< likewise both totals of the disk
         bool wakeupsKnown : 1 = false; ///< likewise idleWakeups

@@ -24,6 +24,13 @@ struct TrafficShare {
         linkBytes += other.linkBytes;
         return *this;
     }
+    TrafficShare& operator-=(const TrafficShare& other)
+    {
+        download -= other.download;
+        upload -= other.upload;
+        linkBytes -= other.linkBytes;
+        return *this;
+    }
 };
 
 /// Where the bytes went, over some time. The three add up to what was captured, or crossed the interfaces.

@@ -11,15 +11,14 @@ namespace meridal {
 
 namespace {
 
-constexpr int mostGenerations = 8;
 constexpr double linkHeader = 14; ///< bytes; Ethernet's, and as good as everybody's
 
 TrafficShare shareOf(const TrafficCount& count)
 {
     const auto received = static_cast<double>(count.bytesReceived);
     const auto sent = static_cast<double>(count.bytesSent);
-    const auto packets = static_cast<double>(count.packetsReceived + count.packetsSent);
-    return {.download = received, .upload = sent, .linkBytes = received + sent + linkHeader * packets};
+    const auto framed = static_cast<double>(count.packetsReceived + count.packetsSent - count.barePackets);
+    return {.download = received, .upload = sent, .linkBytes = received + sent + linkHeader * framed};
 }
 
 /// How far `now` is beyond all that it was before, which `most` keeps.
@@ -69,12 +68,8 @@ void TrafficCounterCollector::process()
     if (counting_) {
         const TrafficReading& reading = counting_->read();
         for (const TrafficCount& count : reading.counts) {
-            parents_[count.pid] = count.parentPid;
-        }
-        for (const TrafficCount& count : reading.counts) {
             fold(count);
         }
-        parents_.clear();
         latest_.kernel = takeRest(reading);
     }
     processes_.updatePCapBandwidth();
@@ -84,7 +79,7 @@ void TrafficCounterCollector::process()
 void TrafficCounterCollector::fold(const TrafficCount& count)
 {
     const TrafficShare share = shareOf(count);
-    if (auto* item = nearestOf(count)) {
+    if (auto* item = itemOf(count)) {
         item->setNetworkDownload(item->networkDownload() + share.download);
         item->setNetworkUpload(item->networkUpload() + share.upload);
         (count.isElsewhere ? elsewhere_ : latest_.processes) += share;
@@ -94,45 +89,39 @@ void TrafficCounterCollector::fold(const TrafficCount& count)
     latest_.frames += count.isElsewhere ? 0 : count.packetsReceived + count.packetsSent;
 }
 
-/// The process, or the first of its ancestors that is still there; a parent that ended as well is known if it had traffic.
-/// Who has one of their pids by now and was born later is a stranger.
-ProcessStatCollectorItem* TrafficCounterCollector::nearestOf(const TrafficCount& count)
+ProcessStatCollectorItem* TrafficCounterCollector::itemOf(const TrafficCount& count)
 {
-    std::int32_t pid = count.pid;
-    std::int32_t parent = count.parentPid;
-    for (int generation = 0; generation < mostGenerations && pid > 0; ++generation) {
-        auto* item = processes_.processForPid(pid);
-        if (item && (count.startIdentity == 0 || item->startIdentity() <= count.startIdentity)) {
-            return item;
-        }
-        pid = parent > 1 ? parent : 0;
-        const auto known = parents_.find(pid);
-        parent = known == parents_.end() ? 0 : known->second;
+    if (count.process.pid == 0) {
+        return nullptr;
     }
-    return nullptr;
+    auto* item = processes_.processForPid(count.process.pid);
+    const bool isHis = item && item->startIdentity() == count.process.startIdentity;
+    return isHis ? item : processes_.endedProcess(count.process, count.name, count.ancestors);
 }
 
-/// What crossed the interfaces and was no socket's of a process.
+/// What crossed the interfaces and is no socket's of a process.
 TrafficShare TrafficCounterCollector::takeRest(const TrafficReading& reading)
 {
+    const TrafficShare waiting = shareOf(reading.waiting);
     TrafficShare known = latest_.processes;
     known += latest_.unattributed;
+    known += waiting;
+    known -= std::exchange(waiting_, waiting);
     const auto received = static_cast<double>(reading.interfaceBytesReceived);
     const auto sent = static_cast<double>(reading.interfaceBytesSent);
-    rest_.download += received - known.download;
-    rest_.upload += sent - known.upload;
-    rest_.linkBytes += received + sent - known.linkBytes;
-    const TrafficShare rest{.download = growth(rest_.download, told_.download),
-        .upload = growth(rest_.upload, told_.upload),
-        .linkBytes = growth(rest_.linkBytes, told_.linkBytes)};
+    rest_ += {.download = received, .upload = sent, .linkBytes = received + sent};
+    rest_ -= known;
+    TrafficShare rest;
     // What sockets counted and no interface ever will (dropped in a queue, a multicast for each of several receivers)
     // must not hide the kernel's traffic for ever: only two readings' worth may still be on its way.
     TrafficShare under = known;
-    under += known_;
-    known_ = known;
-    told_.download = std::min(told_.download, rest_.download + under.download);
-    told_.upload = std::min(told_.upload, rest_.upload + under.upload);
-    told_.linkBytes = std::min(told_.linkBytes, rest_.linkBytes + under.linkBytes);
+    under += std::exchange(known_, known);
+    for (double TrafficShare::*way : {&TrafficShare::download, &TrafficShare::upload, &TrafficShare::linkBytes}) {
+        rest.*way = growth(rest_.*way, told_.*way);
+        const double tooMuch = std::max(told_.*way - (rest_.*way + under.*way), 0.0);
+        told_.*way -= tooMuch;
+        total_.kernel.*way = std::max(total_.kernel.*way - tooMuch, 0.0);
+    }
     return rest;
 }
 

@@ -27,7 +27,7 @@ bool hasKernelsPids(const std::filesystem::path& root)
 class BpfCounting final : public TrafficCounters::Counting {
 public:
     BpfCounting(std::unique_ptr<InterfaceTotals> interfaces, BpfTrafficSockets sockets)
-        : interfaces_(std::move(interfaces)), sockets_(std::move(sockets)), map_(sockets_.sums())
+        : interfaces_(std::move(interfaces)), sockets_(std::move(sockets)), map_(sockets_.sums(), sockets_.people())
     {
     }
 
@@ -35,9 +35,10 @@ public:
     {
         // Interfaces first: what moves in between is then not taken for nobody's.
         const InterfaceTotals::Bytes interfaces = interfaces_->read();
+        sockets_.setBareInterfaces(interfaces_->bare());
         sockets_.lookAgain();
         reading_.counts.clear();
-        map_.read(reading_.counts);
+        map_.read(reading_);
         reading_.interfaceBytesReceived = interfaces.received;
         reading_.interfaceBytesSent = interfaces.sent;
         return reading_;
@@ -69,6 +70,7 @@ Result<std::unique_ptr<TrafficCounters::Counting>> BpfTrafficCounters::start()
     for (const std::string& object : options_.objects) {
         auto sockets = BpfTrafficSockets::attach(object, options_.root, runtime_);
         if (sockets) {
+            sockets->setBareInterfaces(interfaces->bare());
             return std::unique_ptr<Counting>(std::make_unique<BpfCounting>(std::move(interfaces), std::move(*sockets)));
         }
         code = sockets.error().code;

@@ -13,7 +13,7 @@ class Runtime;
 struct BpfTrafficOptions {
     std::filesystem::path root = "/"; ///< what holds proc
     /// Objects of platform/linux/bpf to try, best first.
-    std::vector<std::string> objects = {"traffic", "traffic_old", "traffic_calls"};
+    std::vector<std::string> objects = {"traffic", "traffic_functions", "traffic_old", "traffic_calls"};
 };
 
 /// Traffic by process from BPF programs: on the root of the control groups, which see each packet of each socket, or, where

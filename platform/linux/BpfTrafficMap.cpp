@@ -17,9 +17,23 @@ constexpr std::size_t bufferSize = 256 << 10; // bytes; a call gives what fits
 constexpr std::size_t leastKeys = 32;
 constexpr std::size_t mostKeys = 512;
 
+/// Takes an element out of a hash, with what it was. Linux 5.14.
+bool takeFromBpfMap(int map, std::uint64_t key, void* value)
+{
+    bpf_attr attributes;
+    std::memset(&attributes, 0, sizeof attributes);
+    attributes.map_fd = static_cast<std::uint32_t>(map);
+    attributes.key = bpfAddress(&key);
+    attributes.value = bpfAddress(value);
+    return bpfCall(BPF_MAP_LOOKUP_AND_DELETE_ELEM, attributes) >= 0;
+}
+
+/// A sum that goes up and down, whose parts are not read at one moment.
+std::uint64_t notBelowZero(std::uint64_t sum) { return static_cast<std::int64_t>(sum) < 0 ? 0 : sum; }
+
 } // namespace
 
-BpfTrafficMap::BpfTrafficMap(int map) : map_(map), processors_(possibleProcessors())
+BpfTrafficMap::BpfTrafficMap(int sums, int people) : map_(sums), people_(people), processors_(possibleProcessors())
 {
     const std::size_t keys = std::clamp(bufferSize / (processors_ * sizeof(BpfTraffic)), leastKeys, mostKeys);
     keys_.resize(keys);
@@ -35,12 +49,37 @@ BpfTraffic BpfTrafficMap::sumOf(std::size_t place) const
             sum.bytes[way] += part.bytes[way];
             sum.packets[way] += part.packets[way];
         }
-        sum.parent = std::max(sum.parent, part.parent);
+        sum.bare += part.bare;
     }
     return sum;
 }
 
-void BpfTrafficMap::read(std::vector<TrafficCount>& into)
+BpfTrafficOwner BpfTrafficMap::takeOwner(std::uint64_t key) const
+{
+    BpfTrafficOwner owner{};
+    takeFromBpfMap(people_, key, &owner);
+    return owner;
+}
+
+void BpfTrafficMap::note(std::uint64_t key, const BpfTraffic& sums, TrafficReading& into)
+{
+    if ((key & ~BPF_TRAFFIC_ELSEWHERE) == BPF_TRAFFIC_WAITING) {
+        if (key == BPF_TRAFFIC_WAITING) {
+            into.waiting.bytesReceived = notBelowZero(sums.bytes[BPF_TRAFFIC_RECEIVED]);
+            into.waiting.bytesSent = notBelowZero(sums.bytes[BPF_TRAFFIC_SENT]);
+            into.waiting.packetsReceived = notBelowZero(sums.packets[BPF_TRAFFIC_RECEIVED]);
+            into.waiting.packetsSent = notBelowZero(sums.packets[BPF_TRAFFIC_SENT]);
+            into.waiting.barePackets = notBelowZero(sums.bare);
+        }
+        return;
+    }
+    if (!ledger_.knows(key)) {
+        ledger_.introduce(key, takeOwner(key));
+    }
+    ledger_.note(key, sums, into.counts);
+}
+
+void BpfTrafficMap::read(TrafficReading& into)
 {
     ledger_.beginReading();
     std::uint32_t position = 0;
@@ -61,7 +100,7 @@ void BpfTrafficMap::read(std::vector<TrafficCount>& into)
             return; // nothing is lost: the sums stand
         }
         for (std::size_t place = 0; place < attributes.batch.count; ++place) {
-            ledger_.note(keys_[place], sumOf(place), into);
+            note(keys_[place], sumOf(place), into);
         }
     } while (result == 0); // -ENOENT says that these were the last
     for (const std::uint64_t key : ledger_.idle()) {
@@ -70,18 +109,13 @@ void BpfTrafficMap::read(std::vector<TrafficCount>& into)
 }
 
 /// Takes an entry out. It may have moved this very moment: what is taken out is looked at once more.
-void BpfTrafficMap::drop(std::uint64_t key, std::vector<TrafficCount>& into)
+void BpfTrafficMap::drop(std::uint64_t key, TrafficReading& into)
 {
-    bpf_attr attributes;
-    std::memset(&attributes, 0, sizeof attributes);
-    attributes.map_fd = static_cast<std::uint32_t>(map_);
-    attributes.key = bpfAddress(&key);
-    attributes.value = bpfAddress(values_.data());
-    const long result = bpfCall(BPF_MAP_LOOKUP_AND_DELETE_ELEM, attributes); // Linux 5.14
-    if (result >= 0) {
-        ledger_.note(key, sumOf(0), into);
+    const bool isTaken = takeFromBpfMap(map_, key, values_.data());
+    if (isTaken) {
+        note(key, sumOf(0), into);
     }
-    if (result >= 0 || removeFromBpfMap(map_, &key)) {
+    if (isTaken || removeFromBpfMap(map_, &key)) {
         ledger_.forget(key);
     }
 }

@@ -13,20 +13,23 @@ namespace meridal {
 /// The kernel's sums of traffic by process, read in a few calls however many there are.
 class BpfTrafficMap {
 public:
-    /// `map` is a descriptor that outlives it.
-    explicit BpfTrafficMap(int map);
+    /// Descriptors of the maps of sums and of people, which outlive it.
+    BpfTrafficMap(int sums, int people);
 
-    /// Adds what moved since the last call to `into`, and makes room in the kernel.
-    void read(std::vector<TrafficCount>& into);
+    /// Tells what moved since the last call and what waits now, and makes room in the kernel.
+    void read(TrafficReading& into);
     std::size_t entries() const { return ledger_.entries(); }
 
     static constexpr std::size_t room = 16'384; ///< as in platform/linux/bpf/traffic_count.h
 
 private:
     BpfTraffic sumOf(std::size_t place) const;
-    void drop(std::uint64_t key, std::vector<TrafficCount>& into);
+    void note(std::uint64_t key, const BpfTraffic& sums, TrafficReading& into);
+    BpfTrafficOwner takeOwner(std::uint64_t key) const;
+    void drop(std::uint64_t key, TrafficReading& into);
 
     int map_;
+    int people_;
     std::size_t processors_;
     std::vector<std::uint64_t> keys_;
     std::vector<BpfTraffic> values_; ///< one per key and processor

@@ -25,6 +25,9 @@ namespace {
 
 /// Of the time, that searches may take.
 constexpr double searchShare = 0.01;
+/// Entries of sums that are no process's: of those without room, of what waits; each here and in other networks.
+constexpr std::array<std::uint64_t, 4> nobodies = {
+    0, BPF_TRAFFIC_ELSEWHERE, BPF_TRAFFIC_WAITING, BPF_TRAFFIC_WAITING | BPF_TRAFFIC_ELSEWHERE};
 constexpr ino_t rootGroup = 1; // inode number of the root of the unified hierarchy, whatever is mounted
 
 std::uint64_t ownNetwork()
@@ -75,6 +78,7 @@ Result<BpfTrafficSockets> BpfTrafficSockets::attach(
     }
     BpfTrafficSockets sockets(std::move(*loaded), runtime);
     sockets.seesPackets_ = sockets.object_.program("count_sent") >= 0;
+    sockets.seesUsers_ = sockets.object_.program("note_sending") >= 0;
     auto done = sockets.prepare();
     if (done && sockets.seesPackets_) {
         done = sockets.attachToGroups(root);
@@ -98,10 +102,10 @@ Result<BpfTrafficSockets> BpfTrafficSockets::attach(
 Result<void> BpfTrafficSockets::prepare()
 {
     const std::uint32_t first = 0;
-    const BpfTrafficSettings settings{.network = ownNetwork(), .guesses = 0};
+    const BpfTrafficSettings settings{.network = ownNetwork()};
     bool isDone = writeBpfMap(object_.map("settings"), &first, &settings);
     const std::vector<BpfTraffic> nothing(possibleProcessors());
-    for (const std::uint64_t nobody : {std::uint64_t{0}, std::uint64_t{BPF_TRAFFIC_ELSEWHERE}}) {
+    for (const std::uint64_t nobody : nobodies) {
         isDone = isDone && writeBpfMap(sums(), &nobody, nothing.data());
     }
     if (!isDone) {
@@ -134,7 +138,7 @@ Result<void> BpfTrafficSockets::attachToGroups(const std::filesystem::path& root
 
 Result<void> BpfTrafficSockets::attachToCalls()
 {
-    for (const char* name : {"note_sending", "note_receiving"}) {
+    for (const char* name : {"note_sending", "note_sending6", "note_receiving", "note_receiving6", "note_state"}) {
         const int program = object_.program(name);
         if (program < 0) {
             continue;
@@ -196,15 +200,48 @@ Result<void> BpfTrafficSockets::check(const std::filesystem::path& root) const
 void BpfTrafficSockets::lookAgain()
 {
     const double now = runtime_->monotonicTime();
-    const std::uint32_t first = 0;
-    BpfTrafficSettings settings{};
-    if (!seesPackets_ || object_.program("note_sending") >= 0 || now < searchAt_
-        || !readBpfMap(object_.map("settings"), &first, &settings) || settings.guesses == guesses_) {
+    if (!seesPackets_ || seesUsers_ || now < searchAt_ || !isAwaited()) {
         return;
     }
-    guesses_ = settings.guesses;
-    static_cast<void>(findOpenSockets()); // who is not found now stays with whoever made the listening socket
+    static_cast<void>(findOpenSockets()); // who is not found now may be the next time, or when the connection closes
     searchAt_ = now + (runtime_->monotonicTime() - now) / searchShare;
+}
+
+bool BpfTrafficSockets::isAwaited() const
+{
+    std::vector<BpfTraffic> parts(possibleProcessors());
+    std::uint64_t packets = 0;
+    for (const std::uint64_t key : {BPF_TRAFFIC_WAITING, BPF_TRAFFIC_WAITING | BPF_TRAFFIC_ELSEWHERE}) {
+        if (readBpfMap(sums(), &key, parts.data())) {
+            for (const BpfTraffic& part : parts) {
+                packets += part.packets[BPF_TRAFFIC_RECEIVED] + part.packets[BPF_TRAFFIC_SENT];
+            }
+        }
+    }
+    return packets != 0;
+}
+
+void BpfTrafficSockets::setBareInterfaces(const std::vector<std::int32_t>& indexes)
+{
+    constexpr std::uint32_t bits = 64;
+    if (!seesPackets_ || indexes == bareInterfaces_) {
+        return;
+    }
+    std::vector<std::uint64_t> words(BPF_TRAFFIC_INTERFACE_WORDS);
+    std::vector<std::uint32_t> changed;
+    for (const std::vector<std::int32_t>* list : {&std::as_const(bareInterfaces_), &indexes}) {
+        for (const std::int32_t index : *list) {
+            const std::uint32_t word = static_cast<std::uint32_t>(index) / bits;
+            if (word < words.size()) { // beyond them packets count with a header
+                words[word] |= list == &indexes ? std::uint64_t{1} << (static_cast<std::uint32_t>(index) % bits) : 0;
+                changed.push_back(word);
+            }
+        }
+    }
+    for (const std::uint32_t word : changed) {
+        writeBpfMap(object_.map("bare_links"), &word, &words[word]);
+    }
+    bareInterfaces_ = indexes;
 }
 
 } // namespace meridal

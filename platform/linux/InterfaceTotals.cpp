@@ -6,6 +6,7 @@
 #include <array>
 #include <iterator>
 #include <libmnl/libmnl.h>
+#include <linux/if_arp.h>
 #include <linux/rtnetlink.h>
 #include <string_view>
 #include <utility>
@@ -26,6 +27,14 @@ bool isOfNoKind(const std::vector<rtnl::Link>& links, std::int32_t index)
 {
     return std::any_of(links.begin(), links.end(),
         [index](const rtnl::Link& link) { return link.record.index == index && link.driverKind.empty(); });
+}
+
+/// Loopback looks like Ethernet, and counts without its headers.
+bool isBare(const rtnl::Link& link)
+{
+    constexpr std::array<std::uint16_t, 9> types = {ARPHRD_LOOPBACK, ARPHRD_NONE, ARPHRD_RAWIP, ARPHRD_PPP,
+        ARPHRD_TUNNEL, ARPHRD_TUNNEL6, ARPHRD_SIT, ARPHRD_IPGRE, ARPHRD_IP6GRE};
+    return std::find(types.begin(), types.end(), link.hardwareType) != types.end();
 }
 
 /// A counter that went back has started over.
@@ -61,6 +70,12 @@ InterfaceTotals::Bytes InterfaceTotals::read()
     Bytes moved;
     if (outcome == NetlinkOutcome::Failed) {
         return moved; // the next reading makes up for it
+    }
+    bare_.clear();
+    for (const rtnl::Link& link : links) {
+        if (isBare(link)) {
+            bare_.push_back(link.record.index);
+        }
     }
     std::map<std::int32_t, Bytes> now;
     for (const rtnl::Link& link : counted(links)) {

@@ -23,6 +23,9 @@ public:
     InterfaceTotals();
     /// Since the last call.
     Bytes read();
+    /// Indexes of the interfaces whose counters hold no link headers, ascending, as of the last call: loopback, and those of
+    /// bare IP packets (tunnels, PPP, modems).
+    const std::vector<std::int32_t>& bare() const { return bare_; }
 
     /// Those of them whose counters make up the sum.
     static std::vector<rtnl::Link> counted(const std::vector<rtnl::Link>& links);
@@ -30,8 +33,9 @@ public:
 private:
     NetlinkSocket socket_;
     std::map<std::int32_t, Bytes> before_; ///< by the kernel's number of the interface
-    std::int32_t newest_ = 0;              ///< the highest number so far
-    bool isPrimed_ = false;                ///< there was a reading to count from
+    std::vector<std::int32_t> bare_;
+    std::int32_t newest_ = 0; ///< the highest number so far
+    bool isPrimed_ = false;   ///< there was a reading to count from
 };
 
 } // namespace meridal

@@ -1,5 +1,8 @@
 #include "platform/linux/TrafficLedger.h"
 
+#include <cstring>
+#include <utility>
+
 namespace meridal {
 
 namespace {
@@ -7,9 +10,22 @@ namespace {
 /// Entries only grow; one that is smaller is new, and the old one was taken out behind our back.
 std::uint64_t growth(std::uint64_t now, std::uint64_t before) { return now >= before ? now - before : now; }
 
+ProcessIdentity identityOf(std::uint64_t key)
+{
+    return {
+        .pid = static_cast<std::int32_t>(key & BPF_TRAFFIC_PID_MASK), .startIdentity = key >> BPF_TRAFFIC_START_SHIFT};
+}
+
 } // namespace
 
 void TrafficLedger::beginReading() { ++reading_; }
+
+void TrafficLedger::introduce(std::uint64_t key, const BpfTrafficOwner& owner)
+{
+    Entry& entry = entries_[key];
+    entry.owner = owner;
+    entry.moved = reading_;
+}
 
 void TrafficLedger::note(std::uint64_t key, const BpfTraffic& sums, std::vector<TrafficCount>& into)
 {
@@ -20,6 +36,7 @@ void TrafficLedger::note(std::uint64_t key, const BpfTraffic& sums, std::vector<
     count.bytesSent = growth(sums.bytes[BPF_TRAFFIC_SENT], entry.sums.bytes[BPF_TRAFFIC_SENT]);
     count.packetsReceived = growth(sums.packets[BPF_TRAFFIC_RECEIVED], entry.sums.packets[BPF_TRAFFIC_RECEIVED]);
     count.packetsSent = growth(sums.packets[BPF_TRAFFIC_SENT], entry.sums.packets[BPF_TRAFFIC_SENT]);
+    count.barePackets = growth(sums.bare, entry.sums.bare);
     entry.sums = sums;
     // Bytes may come a reading before their packet, or after it.
     if (count.packetsReceived == 0 && count.packetsSent == 0 && count.bytesReceived == 0 && count.bytesSent == 0) {
@@ -27,11 +44,13 @@ void TrafficLedger::note(std::uint64_t key, const BpfTraffic& sums, std::vector<
         return;
     }
     entry.moved = reading_;
-    count.pid = static_cast<std::int32_t>(key & BPF_TRAFFIC_PID_MASK);
-    count.parentPid = static_cast<std::int32_t>(sums.parent);
-    count.startIdentity = key >> BPF_TRAFFIC_START_SHIFT;
+    count.process = identityOf(key);
+    count.name.assign(entry.owner.name, ::strnlen(entry.owner.name, sizeof entry.owner.name));
+    for (std::size_t i = 0; i < count.ancestors.size(); ++i) {
+        count.ancestors[i] = identityOf(entry.owner.ancestors[i]);
+    }
     count.isElsewhere = (key & BPF_TRAFFIC_ELSEWHERE) != 0;
-    into.push_back(count);
+    into.push_back(std::move(count));
 }
 
 const std::vector<std::uint64_t>& TrafficLedger::idle()

@@ -18,6 +18,9 @@ public:
     explicit TrafficLedger(std::size_t room) : room_(room) { }
 
     void beginReading();
+    bool knows(std::uint64_t key) const { return entries_.contains(key); }
+    /// Says who is behind an entry that is not known yet.
+    void introduce(std::uint64_t key, const BpfTrafficOwner& owner);
     /// Notes the sums of one entry, over all processors. What moved is added to `into`.
     void note(std::uint64_t key, const BpfTraffic& sums, std::vector<TrafficCount>& into);
     /// Entries to take out of the kernel: they stood still for a while; for one reading, when it is half full. Those without a
@@ -32,6 +35,7 @@ public:
 
 private:
     struct Entry {
+        BpfTrafficOwner owner = {};
         BpfTraffic sums = {};
         std::uint32_t moved = 0; ///< number of the reading that saw it move
     };

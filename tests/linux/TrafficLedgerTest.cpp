@@ -9,7 +9,8 @@ struct TrafficLedgerTest : testing::Test {
     void note(std::uint64_t key, std::uint64_t received, std::uint64_t sent)
     {
         counts.clear();
-        ledger.note(key, {.bytes = {received, sent}, .packets = {received / 100, sent / 100}, .parent = 7}, counts);
+        ledger.note(
+            key, {.bytes = {received, sent}, .packets = {received / 100, sent / 100}, .bare = sent / 100}, counts);
     }
 
     TrafficLedger ledger{8};
@@ -20,12 +21,20 @@ TEST_F(TrafficLedgerTest, TellsWhatMovedAndOfWhom)
 {
     const std::uint64_t key = std::uint64_t{5} << BPF_TRAFFIC_START_SHIFT | 42;
     ledger.beginReading();
+    EXPECT_FALSE(ledger.knows(key));
+    ledger.introduce(
+        key, {.name = "fifteen letters", .ancestors = {std::uint64_t{3} << BPF_TRAFFIC_START_SHIFT | 7, 1}});
     note(key, 1000, 500);
     ASSERT_EQ(counts.size(), 1U);
-    EXPECT_EQ(counts[0].pid, 42);
-    EXPECT_EQ(counts[0].parentPid, 7);
-    EXPECT_EQ(counts[0].startIdentity, 5U);
+    EXPECT_EQ(counts[0].process.pid, 42);
+    EXPECT_EQ(counts[0].process.startIdentity, 5U);
+    EXPECT_EQ(counts[0].name, "fifteen letters");
+    EXPECT_EQ(counts[0].ancestors[0].pid, 7);
+    EXPECT_EQ(counts[0].ancestors[0].startIdentity, 3U);
+    EXPECT_EQ(counts[0].ancestors[1].pid, 1);
+    EXPECT_EQ(counts[0].ancestors[2].pid, 0);
     EXPECT_EQ(counts[0].bytesSent, 500U);
+    EXPECT_EQ(counts[0].barePackets, 5U);
     note(key | BPF_TRAFFIC_ELSEWHERE, 100, 0);
     EXPECT_TRUE(counts.at(0).isElsewhere);
     ledger.beginReading();

@@ -29,18 +29,40 @@ protected:
         }
         counters.process();
     }
-    /// What the next reading tells of a process.
-    void counted(std::int32_t pid, std::uint64_t received, std::uint64_t sent, std::int32_t parent = 1,
-        std::uint64_t startIdentity = 0)
+    /// What the next reading tells of a process, by itself one of the fixture's.
+    TrafficCount& counted(std::int32_t pid, std::uint64_t received, std::uint64_t sent)
     {
-        counting().next.counts.push_back({.pid = pid,
-            .parentPid = parent,
-            .startIdentity = startIdentity,
-            .bytesReceived = received,
-            .bytesSent = sent,
-            .packetsReceived = received > 0 ? 1U : 0U,
-            .packetsSent = sent > 0 ? 1U : 0U});
+        TrafficCount count;
+        count.process = {pid, static_cast<std::uint64_t>(pid)};
+        count.bytesReceived = received;
+        count.bytesSent = sent;
+        count.packetsReceived = received > 0 ? 1U : 0U;
+        count.packetsSent = sent > 0 ? 1U : 0U;
+        counting().next.counts.push_back(count);
+        return counting().next.counts.back();
     }
+    /// Of one that was never in the table.
+    void countedBrief(std::int32_t pid, std::uint64_t sent, const std::vector<std::int32_t>& ancestors,
+        const std::string& name = "brief")
+    {
+        TrafficCount& count = counted(pid, 0, sent);
+        count.name = name;
+        for (std::size_t i = 0; i < ancestors.size(); ++i) {
+            count.ancestors[i] = {ancestors[i], static_cast<std::uint64_t>(ancestors[i])};
+        }
+    }
+    /// The list by upload: names and bytes, those that moved none left out.
+    std::vector<std::pair<std::string, double>> uploads(bool grouped)
+    {
+        std::vector<std::pair<std::string, double>> list;
+        for (const ProcessListRow& row : collector().ranked(ProcessFigure::Upload, grouped, 100)) {
+            if (row.item->sharingTotalUpload() > 0) {
+                list.emplace_back(row.name, row.item->sharingTotalUpload());
+            }
+        }
+        return list;
+    }
+    using Uploads = std::vector<std::pair<std::string, double>>;
     void crossed(std::uint64_t received, std::uint64_t sent)
     {
         counting().next.interfaceBytesReceived = received;
@@ -65,37 +87,56 @@ TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClo
     EXPECT_EQ(counters.latest().kernel.download, 2000 - 1580);
     EXPECT_EQ(counters.latest().kernel.upload, 100);
     EXPECT_EQ(counters.latest().kernel.linkBytes, 2400 - 1880 - 4 * 14) << "less an Ethernet header for each packet";
+    counted(42, 0, 100).barePackets = 1;
+    process();
+    EXPECT_EQ(counters.latest().processes.linkBytes, 100) << "unless it had none";
     process();
     EXPECT_EQ(item(42).networkDownload(), 0);
     EXPECT_EQ(counters.total().processes.download, 1500);
-    EXPECT_EQ(counters.total().frames, 4U);
+    EXPECT_EQ(counters.total().frames, 5U);
 }
 
-TEST_F(TrafficCounterCollectorTest, LastBytesOfAnEndedProcessCountForItsParent)
+TEST_F(TrafficCounterCollectorTest, AnEndedProcessStandsInTheListOfThatPass)
 {
-    counted(4711, 0, 500, 43);
-    counted(4713, 0, 7, 4711); // a child of that one
-    counted(4712, 0, 60, 1);   // orphans are nobody's: pid 1 did not send that
+    set({{50, 42, "client"}, {60, 1, "browser"}, {61, 60, "tab"}, {70, 43, "bash"}});
+    update();
+    counted(61, 0, 9);
     process();
-    EXPECT_EQ(item(43).networkUpload(), 507);
-    EXPECT_EQ(item(1).networkUpload(), 0);
+    for (const std::int32_t pid : {50, 60, 61}) {
+        source().remove(pid);
+    }
+    update();
+    counted(50, 0, 500);                // known to the pass before
+    counted(61, 0, 100);                // so is the head of its group, which has ended, too
+    countedBrief(80, 30, {81, 42, 1});  // its parent came and went as well
+    countedBrief(82, 20, {70, 43, 1});  // what a shell starts is no part of it
+    countedBrief(83, 10, {1});          // an orphan
+    countedBrief(42, 7, {99}, "other"); // another process has that pid by now
+    counting().next.counts.back().process.startIdentity = 41;
+    counted(84, 0, 60); // nothing is known of it
+    process();
+    EXPECT_EQ(uploads(false),
+        (Uploads{{"client", 500}, {"tab", 100}, {"brief", 30}, {"brief", 20}, {"brief", 10}, {"other", 7}}));
+    EXPECT_EQ(uploads(true), (Uploads{{"worker", 530}, {"browser", 100}, {"brief", 20}, {"brief", 10}, {"other", 7}}));
+    EXPECT_EQ(item(42).networkUpload(), 0);
+    EXPECT_EQ(counters.latest().processes.upload, 667);
     EXPECT_EQ(counters.latest().unattributed.upload, 60);
-}
+    EXPECT_THAT(collector().cpuProcesses(false), testing::Not(testing::HasSubstr("brief"))) << "nothing else is known";
+    const std::unordered_set<std::int32_t> some = {42, 80};
+    collector().showOnly(&some);
+    EXPECT_EQ(uploads(false), Uploads()) << "nobody knows any more who may see it";
+    collector().showOnly(nullptr);
 
-TEST_F(TrafficCounterCollectorTest, WhoTookOverThePidOfAnEndedProcessDoesNotGetItsBytes)
-{
-    counted(43, 0, 500, 42, 42); // of a process before the one that has the pid now
-    counted(42, 0, 60, 43, 41);
+    counted(50, 0, 5); // more of it before the next pass
     process();
-    EXPECT_EQ(item(43).networkUpload(), 0);
-    EXPECT_EQ(item(42).networkUpload(), 500) << "the parent is older than its child";
-    EXPECT_EQ(counters.latest().unattributed.upload, 60) << "both pids are others' by now";
+    EXPECT_EQ(uploads(false), (Uploads{{"client", 5}}));
+    update();
+    EXPECT_EQ(uploads(false), Uploads());
 }
 
 TEST_F(TrafficCounterCollectorTest, NetworksOfTheirOwnAreNoPartOfTheSum)
 {
-    counted(42, 1000, 0);
-    counting().next.counts.back().isElsewhere = true;
+    counted(42, 1000, 0).isElsewhere = true;
     crossed(1000, 1000); // forwarded, in and out
     process();
     EXPECT_EQ(item(42).networkDownload(), 1000);
@@ -129,6 +170,34 @@ TEST_F(TrafficCounterCollectorTest, WhatNoInterfaceEverCarriedDoesNotHideTheKern
         kernel += counters.latest().kernel.upload;
     }
     EXPECT_EQ(kernel, 5000 - 1000) << "what one reading held may still be on its way";
+}
+
+TEST_F(TrafficCounterCollectorTest, WhatWaitsForAProcessIsNotTheKernels)
+{
+    for (int reading = 0; reading < 4; ++reading) { // a server that is slow to read
+        crossed(reading == 0 ? 1010 : 0, 0);
+        counting().next.waiting.bytesReceived = 1000;
+        process();
+        EXPECT_EQ(counters.latest().kernel.download, reading == 0 ? 10 : 0);
+    }
+    counted(42, 1000, 0);
+    process();
+    EXPECT_EQ(counters.latest().kernel.download, 0);
+    EXPECT_EQ(counters.total().processes.download + counters.total().kernel.download, 1010);
+}
+
+TEST_F(TrafficCounterCollectorTest, TheKernelsShareGivesBackWhatAProcessClaimsLater)
+{
+    crossed(1010, 0); // nothing tells that it waits
+    process();
+    EXPECT_EQ(counters.total().kernel.download, 1010);
+    counted(42, 1000, 0);
+    for (int reading = 0; reading < 3; ++reading) { // until it is clear that no interface will count it
+        process();
+        EXPECT_EQ(counters.latest().kernel.download, 0);
+    }
+    EXPECT_EQ(counters.total().kernel.download, 10);
+    EXPECT_EQ(counters.total().processes.download, 1000);
 }
 
 TEST_F(TrafficCounterCollectorTest, TheKeeperTakesTheFirstSourceThatWorks)

@@ -16,8 +16,10 @@ struct sock_common {
     volatile unsigned char skc_state;
     possible_net_t skc_net;
 };
+struct socket;
 struct sock {
     struct sock_common __sk_common;
+    struct socket* sk_socket; /* null when no process has it: not accepted yet, or closed */
 };
 struct socket {
     struct sock* sk;

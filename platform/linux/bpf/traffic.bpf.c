@@ -2,3 +2,15 @@
 #define CLAIMED_BY_CALLS
 
 #include "platform/linux/bpf/traffic_sockets.h"
+
+SEC("tp_btf/sock_send_length") int note_sending(__u64* arguments)
+{
+    claim((struct sock*)arguments[0], (int)arguments[1]);
+    return 0;
+}
+
+SEC("tp_btf/sock_recv_length") int note_receiving(__u64* arguments)
+{
+    claim((struct sock*)arguments[0], (int)arguments[1]);
+    return 0;
+}

@@ -9,8 +9,12 @@ static __always_inline void count_call(const struct sock* socket, int result, in
     if (result <= 0 || !is_internet(socket) || (task->flags & PF_KTHREAD)) {
         return;
     }
-    const __u64 place = place_of(socket->__sk_common.skc_net.net->net_cookie);
-    add_traffic(identity_of(task, place), parent_of(task), direction, (__u64)result, 1);
+    const __u64 who = identity_of(task, place_of(socket->__sk_common.skc_net.net->net_cookie));
+    struct BpfTrafficOwner owner = {};
+    if (!bpf_map_lookup_elem(&traffic, &who)) {
+        describe(&owner, task);
+    }
+    add_traffic(who, &owner, direction, (__u64)result, 1, 0);
 }
 
 SEC("tp_btf/sock_send_length") int note_sending(__u64* arguments)

@@ -4,8 +4,8 @@
 #include "platform/linux/bpf/sockets.h"
 #include "platform/linux/bpf/traffic_record.h"
 
-/* By identity, see traffic_record.h. The daemon makes the entries for pid 0 before it attaches anything, and takes away those
- * that stand still. */
+/* By identity, see traffic_record.h. The daemon makes the entries that are no process's before it attaches anything, and takes
+ * away those that stand still. */
 struct {
     __uint(type, BPF_MAP_TYPE_PERCPU_HASH);
     __uint(max_entries, 16384);
@@ -13,6 +13,15 @@ struct {
     __type(key, __u64);
     __type(value, struct BpfTraffic);
 } traffic SEC(".maps");
+
+/* Who is behind an entry of `traffic`: made before that, taken out by the daemon when it sees that for the first time. */
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, 16384);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __type(key, __u64);
+    __type(value, struct BpfTrafficOwner);
+} people SEC(".maps");
 
 struct {
     __uint(type, BPF_MAP_TYPE_ARRAY);
@@ -34,9 +43,19 @@ static __always_inline __u64 identity_of(const struct task_struct* task, __u64 p
     return start << BPF_TRAFFIC_START_SHIFT | place | ((__u64)task->tgid & BPF_TRAFFIC_PID_MASK);
 }
 
-static __always_inline __u64 parent_of(const struct task_struct* task)
+static __always_inline void describe(struct BpfTrafficOwner* owner, const struct task_struct* task)
 {
-    return (__u64)task->group_leader->real_parent->tgid;
+    const struct task_struct* ancestor = task->group_leader;
+#pragma unroll
+    for (int i = 0; i < BPF_TRAFFIC_NAME - 1; ++i) {
+        owner->name[i] = ancestor->comm[i];
+    }
+    owner->name[BPF_TRAFFIC_NAME - 1] = 0;
+#pragma unroll
+    for (int i = 0; i < BPF_TRAFFIC_ANCESTORS; ++i) {
+        ancestor = ancestor->real_parent->group_leader; /* the idle task is its own */
+        owner->ancestors[i] = ancestor->tgid ? identity_of(ancestor, 0) : 0;
+    }
 }
 
 static __always_inline int is_internet(const struct sock* socket)
@@ -45,22 +64,33 @@ static __always_inline int is_internet(const struct sock* socket)
     return family == FAMILY_IPV4 || family == FAMILY_IPV6;
 }
 
-static __always_inline void add_traffic(__u64 who, __u64 parent, int direction, __u64 bytes, __u64 packets)
+static __always_inline void add_sums(struct BpfTraffic* sums, int direction, __u64 bytes, __u64 packets, __u64 bare)
+{
+    /* One processor's own, yet an interrupt may come in between, and with it a packet. */
+    __sync_fetch_and_add(&sums->bytes[direction], bytes);
+    __sync_fetch_and_add(&sums->packets[direction], packets);
+    if (bare) {
+        __sync_fetch_and_add(&sums->bare, bare);
+    }
+}
+
+static __always_inline void add_traffic(
+    __u64 who, const struct BpfTrafficOwner* owner, int direction, __u64 bytes, __u64 packets, __u64 bare)
 {
     struct BpfTraffic* sums = bpf_map_lookup_elem(&traffic, &who);
     if (!sums) {
-        const struct BpfTraffic fresh = {.parent = parent};
+        const struct BpfTraffic fresh = {};
+        bpf_map_update_elem(&people, &who, owner, BPF_ANY);
         bpf_map_update_elem(&traffic, &who, &fresh, BPF_NOEXIST);
         sums = bpf_map_lookup_elem(&traffic, &who);
     }
     if (!sums) {
         const __u64 nobody = who & BPF_TRAFFIC_ELSEWHERE;
+        bpf_map_delete_elem(&people, &who);
         sums = bpf_map_lookup_elem(&traffic, &nobody);
         if (!sums) {
             return;
         }
     }
-    /* One processor's own, yet an interrupt may come in between, and with it a packet. */
-    __sync_fetch_and_add(&sums->bytes[direction], bytes);
-    __sync_fetch_and_add(&sums->packets[direction], packets);
+    add_sums(sums, direction, bytes, packets, bare);
 }

@@ -12,13 +12,21 @@ enum {
     BPF_TRAFFIC_RECEIVED,
     BPF_TRAFFIC_SENT,
     BPF_TRAFFIC_DIRECTIONS,
+    BPF_TRAFFIC_NAME = 16,
+    BPF_TRAFFIC_ANCESTORS = 4,
 };
 
 /** What one process moved since its entry was made, on one processor. By direction. */
 struct BpfTraffic {
     __u64 bytes[BPF_TRAFFIC_DIRECTIONS];
     __u64 packets[BPF_TRAFFIC_DIRECTIONS];
-    __u64 parent; /* pid, as it was when the entry was made; in one processor's part, 0 in the others */
+    __u64 bare; /* how many of the packets, in both directions, had no link header */
+};
+
+/** Who that process is. Noted when the entry is made, as the process may be gone when somebody asks. */
+struct BpfTrafficOwner {
+    char name[BPF_TRAFFIC_NAME];            /* ends with a 0 */
+    __u64 ancestors[BPF_TRAFFIC_ANCESTORS]; /* identities, the parent first; 0 = no more */
 };
 
 /* Whose traffic it is, in one word, so that a socket changes hands at once: 22 bits of pid (no kernel has larger ones), one
@@ -28,11 +36,15 @@ struct BpfTraffic {
 #define BPF_TRAFFIC_ELSEWHERE 0x400000ull
 #define BPF_TRAFFIC_START_SHIFT 23
 #define BPF_TRAFFIC_TICK 10000000ull /* ns; USER_HZ is 100 wherever these programs can be loaded */
+/* Not a process: what waits at this moment, over all processors, for somebody to use the socket that it moved by. */
+#define BPF_TRAFFIC_WAITING (1ull << BPF_TRAFFIC_START_SHIFT)
 
 struct BpfTrafficSettings {
     __u64 network; /* cookie of the daemon's network namespace; written before anything is attached */
-    __u64 guesses; /* how often a connection that came in was not claimed by a process in time */
 };
+
+/* Interfaces by index, 64 in a word: a bit is set for those whose packets have no link header. */
+#define BPF_TRAFFIC_INTERFACE_WORDS 1024
 
 #ifdef __cplusplus
 }

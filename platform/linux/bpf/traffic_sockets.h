@@ -2,17 +2,19 @@
  * socket of the machine, in whatever network namespace, and packets as IP has them. Whose a socket is stands in the socket's own
  * storage, which the kernel frees with the socket and copies from a listening one to the connections that come in by it.
  *
- * With CLAIMED_BY_CALLS, for Linux 6.3 and later, a socket is his who sends and receives by it; until somebody does, its bytes
- * wait. Otherwise it is his who made it, found it open, or closed it. */
+ * With CLAIMED_BY_CALLS a socket is his who sends and receives by it; until somebody does, its bytes wait. The source that
+ * includes this calls claim() then. Otherwise it is his who made it; a connection that came in waits for who is found to have it,
+ * or closes it. */
 #pragma once
 
 #include "platform/linux/bpf/traffic_count.h"
 
 struct socket_owner {
     __u64 who; /* identity, see traffic_record.h */
-    __u64 parent;
+    struct BpfTrafficOwner owner;
     __u64 waiting_bytes[BPF_TRAFFIC_DIRECTIONS];
     __u64 waiting_packets[BPF_TRAFFIC_DIRECTIONS];
+    __u64 waiting_bare;
     __u64 waiting_since; /* ns; 0 = nothing waited yet */
     __u32 is_settled;    /* bytes need not wait */
     __u32 has_listened;  /* it, or, until it has begun for itself, the one by which it came in */
@@ -25,16 +27,48 @@ struct {
     __type(value, struct socket_owner);
 } owners SEC(".maps");
 
-/* ns for which bytes wait. As long as the capture waits for a connection to be accepted. */
-#define PATIENCE 1000000000ull
+/* Bits by index of interface, see traffic_record.h. */
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, BPF_TRAFFIC_INTERFACE_WORDS);
+    __type(key, __u32);
+    __type(value, __u64);
+} bare_links SEC(".maps");
+
+/* ns for which bytes wait at least: a packet that comes later gives them to whoever made the socket. */
+#ifdef CLAIMED_BY_CALLS
+#define PATIENCE 1000000000ull /* as long as the capture waits for a connection to be accepted */
+#else
+#define PATIENCE 10000000000ull /* the daemon looks for the owner at its next readings */
+#endif
+
+static __always_inline __u64 is_bare(__u32 interface)
+{
+    const __u32 word = interface / 64;
+    const __u64* bits = bpf_map_lookup_elem(&bare_links, &word);
+    return bits ? *bits >> (interface % 64) & 1 : 0;
+}
+
+/* So that the daemon does not take for the kernel's what is to be somebody's. Less than 0 when it ends. */
+static __always_inline void add_waiting(
+    const struct socket_owner* owner, int direction, __u64 bytes, __u64 packets, __u64 bare)
+{
+    const __u64 waiting = BPF_TRAFFIC_WAITING | (owner->who & BPF_TRAFFIC_ELSEWHERE);
+    struct BpfTraffic* sums = bpf_map_lookup_elem(&traffic, &waiting);
+    if (sums) {
+        add_sums(sums, direction, bytes, packets, bare);
+    }
+}
 
 static __always_inline void release_waiting(struct socket_owner* owner)
 {
     for (int direction = 0; direction < BPF_TRAFFIC_DIRECTIONS; ++direction) {
         const __u64 packets = __sync_lock_test_and_set(&owner->waiting_packets[direction], 0);
         const __u64 bytes = __sync_lock_test_and_set(&owner->waiting_bytes[direction], 0);
-        if (packets || bytes) {
-            add_traffic(owner->who, owner->parent, direction, bytes, packets);
+        const __u64 bare = __sync_lock_test_and_set(&owner->waiting_bare, 0);
+        if (packets || bytes || bare) {
+            add_traffic(owner->who, &owner->owner, direction, bytes, packets, bare);
+            add_waiting(owner, direction, -bytes, -packets, -bare);
         }
     }
 }
@@ -47,7 +81,7 @@ static __always_inline void settle(struct socket_owner* owner)
 
 static __always_inline void give(struct socket_owner* owner, const struct task_struct* task, __u64 place)
 {
-    owner->parent = parent_of(task);
+    describe(&owner->owner, task);
     owner->who = identity_of(task, place);
 }
 
@@ -61,11 +95,12 @@ static __always_inline void begin_connection(struct socket_owner* owner)
         owner->waiting_bytes[direction] = 0;
         owner->waiting_packets[direction] = 0;
     }
+    owner->waiting_bare = 0;
     owner->waiting_since = 0;
     owner->is_settled = 0;
 }
 
-static __always_inline void wait_for_owner(struct socket_owner* owner, int direction, __u64 bytes)
+static __always_inline void wait_for_owner(struct socket_owner* owner, int direction, __u64 bytes, __u64 bare)
 {
     const __u64 now = bpf_ktime_get_ns();
     if (!owner->waiting_since) {
@@ -73,14 +108,11 @@ static __always_inline void wait_for_owner(struct socket_owner* owner, int direc
     }
     __sync_fetch_and_add(&owner->waiting_bytes[direction], bytes);
     __sync_fetch_and_add(&owner->waiting_packets[direction], 1);
+    __sync_fetch_and_add(&owner->waiting_bare, bare);
+    add_waiting(owner, direction, bytes, 1, bare);
     if (owner->is_settled) { /* meanwhile, on another processor */
         release_waiting(owner);
     } else if (now - owner->waiting_since > PATIENCE) {
-        const __u32 first = 0;
-        struct BpfTrafficSettings* told = bpf_map_lookup_elem(&settings, &first);
-        if (told) {
-            __sync_fetch_and_add(&told->guesses, 1);
-        }
         settle(owner);
     }
 }
@@ -101,13 +133,15 @@ static __always_inline void count_packet(struct __sk_buff* packet, int direction
     }
     if (socket->state == BPF_TCP_LISTEN) {
         owner->has_listened = 1;
+        owner->is_settled = 1; /* nobody sends or receives by it: it stays his who made it */
     } else if (owner->has_listened) {
         begin_connection(owner);
     }
+    const __u64 bare = is_bare(packet->ifindex);
     if (owner->is_settled) {
-        add_traffic(owner->who, owner->parent, direction, packet->len, 1);
+        add_traffic(owner->who, &owner->owner, direction, packet->len, 1, bare);
     } else {
-        wait_for_owner(owner, direction, packet->len);
+        wait_for_owner(owner, direction, packet->len, bare);
     }
 }
 
@@ -153,6 +187,20 @@ SEC("cgroup/sock_release") int note_released(struct bpf_sock* socket)
     return 1;
 }
 
+/* A connection that nobody ever accepted is not closed by a process. What it carried is his who listened. */
+SEC("tp_btf/inet_sock_set_state") int note_state(__u64* arguments)
+{
+    struct sock* socket = (struct sock*)arguments[0];
+    if ((int)arguments[2] != BPF_TCP_CLOSE || socket->sk_socket || !is_internet(socket)) {
+        return 0;
+    }
+    struct socket_owner* owner = bpf_sk_storage_get(&owners, socket, NULL, 0);
+    if (owner && !owner->has_listened && !owner->is_settled) {
+        settle(owner);
+    }
+    return 0;
+}
+
 /* For sockets that are older than the programs. Of those that share one the youngest has it, as it comes last: a child is
  * likelier to use a socket than the parent that it was inherited from. */
 SEC("iter/task_file") int note_held(struct bpf_iter__task_file* context)
@@ -194,18 +242,6 @@ static __always_inline void claim(struct sock* socket, int result)
         give(owner, task, place_of(socket->__sk_common.skc_net.net->net_cookie));
         settle(owner);
     }
-}
-
-SEC("tp_btf/sock_send_length") int note_sending(__u64* arguments)
-{
-    claim((struct sock*)arguments[0], (int)arguments[1]);
-    return 0;
-}
-
-SEC("tp_btf/sock_recv_length") int note_receiving(__u64* arguments)
-{
-    claim((struct sock*)arguments[0], (int)arguments[1]);
-    return 0;
 }
 #endif
 
