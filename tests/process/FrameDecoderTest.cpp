@@ -57,7 +57,7 @@ TEST(FrameDecoder, CookedFramesTellDirectionInterfaceAndWhatTheInterfaceCounts)
     EXPECT_EQ(frame.direction, FrameDirection::Sent);
     EXPECT_EQ(frame.interface, 7U);
     EXPECT_EQ(frame.linkBytes, 114U) << "the Ethernet header that the cooked one stands for";
-    for (const std::uint8_t type : {0, 1, 2, 3}) { // 3 is for another host, behind a bridge of ours
+    for (std::uint8_t type = 0; type <= 3; ++type) { // 3 is for another host, behind a bridge of ours
         frame = decoded(LinkType::LinuxCooked2, cooked2(ip4, type, packet), 120);
         EXPECT_EQ(frame.direction, FrameDirection::Received) << int{type};
     }
