@@ -71,9 +71,6 @@ void TopSession::received(const Dictionary& envelope)
     if (text(envelope, "type") != std::to_string(requestKey(frame_.list))) {
         return; // of a list just left, or one that the daemon sends to everybody
     }
-    if (counting_.hasEnded(envelope)) {
-        ask("startRequestWithKey:interval:", Value::array({requestKey(frame_.list), requestInterval}));
-    }
     const double now = session_.loop().now();
     firstList_ = firstList_.value_or(now);
     if (now - *firstList_ < feed_.settle) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "client/CountingWatch.h"
 #include "client/Session.h"
 #include "client/TopView.h"
 
@@ -47,7 +46,6 @@ private:
     TopFrame frame_;
     std::optional<double> firstList_; ///< s of the loop's clock; of this connection and list
     std::size_t lists_ = 0;           ///< received in all
-    CountingWatch counting_;
 };
 
 } // namespace meridal

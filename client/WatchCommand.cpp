@@ -1,7 +1,6 @@
 #include "client/WatchCommand.h"
 
 #include "base/Value.h"
-#include "client/CountingWatch.h"
 #include "client/Format.h"
 
 #include <csignal>
@@ -13,7 +12,6 @@ namespace {
 
 constexpr double reconnectInterval = 1; // s
 constexpr int watchRequestInterval = 2; // s; the daemon notes it and keeps its own rhythm
-constexpr std::int64_t networkList = 8;
 constexpr std::int64_t smartTemperatures = 32;
 constexpr std::int64_t smartStatus = 64;
 
@@ -43,14 +41,9 @@ private:
             } else if (key == smartStatus) {
                 ask("startSMARTStatus", Value::array());
             } else {
-                askForKey(key);
+                ask("startRequestWithKey:interval:", Value::array({key, watchRequestInterval}));
             }
         }
-    }
-
-    void askForKey(std::int64_t key)
-    {
-        ask("startRequestWithKey:interval:", Value::array({key, watchRequestInterval}));
     }
 
     void ask(const std::string& method, const Value& parameters)
@@ -81,16 +74,12 @@ private:
     void received(const Dictionary& envelope)
     {
         const bool wanted = isWanted(envelope);
-        if (wanted && counting_.hasEnded(envelope)) {
-            askForKey(networkList);
-        }
         if (wanted && session_.print(terminalJson(envelope) + '\n') && ++printed_ == session_.arguments().refreshes) {
             session_.finish(exitStatus::success);
         }
     }
 
     Session& session_;
-    CountingWatch counting_;
     std::size_t printed_ = 0;
 };
 

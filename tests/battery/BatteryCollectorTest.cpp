@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 namespace meridal::test {
 namespace {
 
@@ -151,12 +154,14 @@ TEST_F(BatteryCollectorTest, HistoryComesInBoundedPages)
 
 TEST_F(BatteryCollectorTest, AFileThatCannotBeReadIsAskedAgainAndLosesNothing)
 {
-    const auto path = machine.context.paths.support / "battery-history.db";
-    std::filesystem::create_directories(path);
+    const auto path = machine.context.paths.support;
+    std::filesystem::remove_all(path);
+    std::ofstream(path) << "no folder"; // nothing can be opened there, and nothing moved out of the way
     start();
     EXPECT_FALSE(ask(&BatteryKeeper::history));
     EXPECT_TRUE(ask(&BatteryKeeper::state)) << "which needs no file";
     std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
     update();
     EXPECT_EQ(recorded("cycles"), Figures({100}));
 }

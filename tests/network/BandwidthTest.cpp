@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 
 namespace meridal::test {
 namespace {
@@ -261,10 +263,10 @@ TEST_F(BandwidthTest, AFullDiskAtTheBoundaryLosesNothing)
 TEST_F(BandwidthTest, AFileThatCannotBeReadAtTheStartIsWaitedFor)
 {
     prepareFile({interfaceTable, "insert into bandwidth_interface_map (identifier, interface) values (7, 'other')"});
-    const auto path = machine.context.paths.bandwidthDatabase();
+    const auto path = machine.context.paths.support;
     const auto aside = path.string() + ".aside";
     std::filesystem::rename(path, aside);
-    std::filesystem::create_directory(path); // nothing can be opened there
+    std::ofstream(path) << "no folder"; // nothing can be opened there, and nothing moved out of the way
     begin("en0");
     machine.network().transfer("en0", megabyte, 0);
     passBoundary();

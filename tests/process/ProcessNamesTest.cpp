@@ -134,6 +134,7 @@ TEST_F(ProcessNamesTest, BundlesAreAskedForOnceAProgram)
     set(8, "kernel thread");
     source().bundles[7] = "/usr/bin/loader";
     update();
+    updateAfter(2);
     collector().cpuProcesses(false);
     EXPECT_EQ(source().bundleLookups, 0) << "only one list tells them";
     const auto bundles = [this] {
