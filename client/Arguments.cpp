@@ -228,7 +228,8 @@ void addUptime(CLI::App& app, Arguments& arguments)
 
 void addSensors(CLI::App& app, Arguments& arguments)
 {
-    CLI::App* sensors = app.add_subcommand("sensors", "Temperatures, voltages, currents, powers, humidities and fans, with their alarms");
+    CLI::App* sensors = app.add_subcommand(
+        "sensors", "Temperatures, voltages, currents, powers, humidities and fans, with their alarms");
     sensors->footer(sensorsExamples);
     auto* watch = sensors->add_flag("--watch", arguments.watch, "Show them again every 2 seconds, until interrupted");
     sensors->add_option("--refreshes", arguments.refreshes, "With --watch, stop after so many, as text")

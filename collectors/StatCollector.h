@@ -382,7 +382,7 @@ private:
     std::array<std::string, storageCount> dbTables_;
     std::array<std::string, storageCount> dbTablesItems_;
     std::array<std::unique_ptr<HistoryStatements>, storageCount> statements_;
-    std::set<std::string> namedKeys_;   ///< items whose names are in the file
+    std::set<std::string> namedKeys_; ///< items whose names are in the file
     std::array<KeptPeriods, storageCount> kept_;
     std::shared_ptr<LongTermThinning> thinning_; ///< touched on the file's queue only
     WallClockGuard wallClock_;

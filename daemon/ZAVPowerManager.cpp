@@ -17,7 +17,6 @@ namespace meridal {
 
 namespace {
 
-
 /// A figure that some systems give as a boolean and others as a number.
 std::int64_t integerValue(const Value& dictionary, std::string_view key)
 {
