@@ -181,7 +181,8 @@ int BatteryStatCollectorItemMac::timeToEmpty(const Dictionary& description) cons
         return told;
     }
     const auto milliamperes = number(description, "Current"); // systems that tell no time on AC power tell the rate
-    if (!currentCapacity() || !milliamperes || *milliamperes >= 0) {
+    constexpr double percent = 100;                           // some systems tell capacities as shares of this
+    if (!currentCapacity() || maximumCapacity().value_or(0) <= percent || !milliamperes || *milliamperes >= 0) {
         return batteryTime::unknown;
     }
     constexpr double longest = 30 * 24; // h; no battery lasts longer

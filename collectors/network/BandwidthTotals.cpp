@@ -132,7 +132,7 @@ void joinStations(std::vector<BandwidthTotal>& totals, const BandwidthQuestion& 
     }
     totals.clear();
     for (auto& [key, total] : joined) {
-        if (key > question.after) {
+        if (key > question.after || std::holds_alternative<std::monostate>(question.after)) {
             totals.push_back(std::move(total));
         }
     }

@@ -96,11 +96,22 @@ void ProcessStatCollector::placeEnded(Item& item, std::span<const ProcessIdentit
     }
 }
 
-/// Puts it into the lists, and the head of its group with it if that has ended, too.
-void ProcessStatCollector::listEnded(Item& item)
+/// Puts it into the lists, and the heads of its groups with it that have ended, too. Any user may make a line of parents
+/// that is as long as the machine allows: from some level on a group has no head.
+void ProcessStatCollector::listEnded(Item& first)
+{
+    constexpr int mostLevels = 64;
+    Item* item = &first;
+    for (int level = 1; item; ++level) {
+        item = listEndedAlone(*item, level < mostLevels);
+    }
+}
+
+/// Answers the head of its group if that has ended and is not in the lists yet.
+ProcessStatCollectorItem* ProcessStatCollector::listEndedAlone(Item& item, bool underEnded)
 {
     if (item.temporary()) {
-        return;
+        return nullptr;
     }
     item.setTemporary(true);
     item.setLoadedName(true);
@@ -109,21 +120,23 @@ void ProcessStatCollector::listEnded(Item& item)
     ended_.push_back(&item);
     const Item* parent = departedElder(item, item.parentPid());
     if (parent && parent->startsCommands() && rules_.hasResponsibleProcess) {
-        return;
+        return nullptr;
     }
     Item* controller = controllerOf(item);
     if (!controller && item.controllingPid() != item.pid() && !isProcessExcludedFromHierarchy(item)) {
         controller = departedElder(item, item.controllingPid());
     }
-    if (controller && !controller->exists()) {
-        listEnded(*controller);
+    const bool hasEnded = controller && !controller->exists();
+    if (hasEnded && !underEnded) {
+        return nullptr;
     }
     for (const Item* above = controller; above; above = above->controller()) {
         if (above == &item) {
-            return; // each answers for the other
+            return nullptr; // each answers for the other
         }
     }
     item.setController(controller);
+    return hasEnded ? controller : nullptr;
 }
 
 } // namespace meridal

@@ -41,6 +41,7 @@ Result<void> NetworkStatisticsStatCollector::start()
         return unexpected(channel.error().code, channel.error().message);
     }
     setEnabled(true);
+    startedAt_ = context().runtime.monotonicTime();
     channel_ = std::move(*channel);
     for (const std::uint32_t provider : statisticsProviders(format_)) {
         channel_->write(encodeAddAllSources(format_, provider));
@@ -55,7 +56,6 @@ void NetworkStatisticsStatCollector::stop()
     places_ = {};
     freeSlots_ = {};
     ended_ = {};
-    isListed_ = false;
 }
 
 void NetworkStatisticsStatCollector::received(std::span<const std::uint8_t> messages)
@@ -110,8 +110,9 @@ void NetworkStatisticsStatCollector::addSource(std::uint64_t ref)
     connection.free = 0;
     connection.ref = ref;
     connection.context = static_cast<std::int32_t>(place) + 1;
-    connection.isNew = isListed_;
-    connection.previousTime = isListed_ ? context().runtime.monotonicTime() : 0;
+    const double now = context().runtime.monotonicTime();
+    connection.isNew = now - startedAt_ > listingTime;
+    connection.previousTime = connection.isNew ? now : 0;
     places_.emplace(ref, place);
 }
 
@@ -144,7 +145,7 @@ void NetworkStatisticsStatCollector::clearConnectionAtIndex(std::size_t index)
     if (index >= connections_.size() || connections_[index].free != 0) {
         return;
     }
-    if (connections_[index].pid >= 0) {
+    if (connections_[index].pid >= 0 && ended_.size() < mostConnections) {
         ended_.push_back(connections_[index]); // what it carried since the last update is its process's all the same
     }
     places_.erase(connections_[index].ref);
@@ -177,7 +178,6 @@ void NetworkStatisticsStatCollector::updateStats()
     for (Connection& connection : std::exchange(ended_, {})) {
         account(connection);
     }
-    isListed_ = true;
     if (updaterFinishBlock()) {
         updaterFinishBlock()(*this);
     }
@@ -200,7 +200,7 @@ void NetworkStatisticsStatCollector::updateConnection(std::uint64_t ref)
 /// Bytes whose process is not known yet wait for it.
 void NetworkStatisticsStatCollector::account(Connection& connection)
 {
-    if (connection.pid < 0) {
+    if (connection.pid < 0 || connection.lastTime == 0) {
         return;
     }
     const double elapsed = connection.previousTime > 0 ? connection.lastTime - connection.previousTime : 0;

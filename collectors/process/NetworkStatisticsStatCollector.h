@@ -44,6 +44,8 @@ public:
 
     static constexpr std::size_t mostConnections = 65'536;
     static constexpr int mostDescriptionTries = 10;
+    /// s in which the kernel tells of all sources that were there before us; who comes later is new.
+    static constexpr double listingTime = 1;
 
     NetworkStatisticsStatCollector(Context& context, ProcessStatCollector& processes);
     ~NetworkStatisticsStatCollector() override;
@@ -89,7 +91,7 @@ private:
     std::vector<std::uint8_t> request_; ///< kept for its memory
     std::vector<Connection> ended_;     ///< since the last update, with bytes that are not accounted for yet
     std::uint64_t missedSources_ = 0;
-    bool isListed_ = false;                               ///< what was there before us is known: who comes now is new
+    double startedAt_ = 0;                                ///< s of the clock that cannot step
     std::unique_ptr<NetworkStatistics::Channel> channel_; ///< last: it calls back until it is gone
 };
 

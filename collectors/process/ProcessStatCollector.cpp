@@ -330,10 +330,20 @@ std::optional<std::string> ProcessStatCollector::nameOfUnseen(std::int32_t pid)
     return isFinal ? validUtf8(*command) : nameForPid(pid, validUtf8(*command));
 }
 
+/// Of an application only the first process: what is started in an editor's terminal has a name of its own.
+bool ProcessStatCollector::bearsNameOfUnit(const Item& item) const
+{
+    if (item.unit().kind == ProcessUnitKind::Shared) {
+        return false;
+    }
+    const auto oldest = oldest_.find(item.unit().number);
+    return item.unit().kind == ProcessUnitKind::Container || (oldest != oldest_.end() && oldest->second == &item);
+}
+
 std::string ProcessStatCollector::sharingNameForProcess(Item& item)
 {
     loadName(item);
-    if (shared_.sharingUseHeirachy && item.root() && item.unit().kind != ProcessUnitKind::Shared) {
+    if (shared_.sharingUseHeirachy && item.root() && bearsNameOfUnit(item)) {
         if (std::string name = context().host.processes->unitName(item.unit()); !name.empty()) {
             return name;
         }

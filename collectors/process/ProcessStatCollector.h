@@ -165,6 +165,7 @@ private:
 
     // ProcessHierarchy.cpp
     void dissolveHierarchy();
+    bool bearsNameOfUnit(const Item& item) const;
     void findOldestOfUnits();
     void findControllingPid(Item& item) const;
     std::int32_t controllingPidInUnits(const Item& item) const;
@@ -179,7 +180,8 @@ private:
     Item* departedElder(const Item& item, std::int32_t pid);
     void nameEnded(Item& item, const std::string& name);
     void placeEnded(Item& item, std::span<const ProcessIdentity> ancestors);
-    void listEnded(Item& item);
+    void listEnded(Item& first);
+    Item* listEndedAlone(Item& item, bool underEnded);
 
     // ProcessLists.cpp
     /// Of one that has ended nobody can say any more who may see it: only those who see all.

@@ -17,7 +17,9 @@ TrafficShare shareOf(const TrafficCount& count)
 {
     const auto received = static_cast<double>(count.bytesReceived);
     const auto sent = static_cast<double>(count.bytesSent);
-    const auto framed = static_cast<double>(count.packetsReceived + count.packetsSent - count.barePackets);
+    // The three are not read at one moment: bare ones may be ahead of those that they are among.
+    const std::uint64_t packets = count.packetsReceived + count.packetsSent;
+    const auto framed = static_cast<double>(packets > count.barePackets ? packets - count.barePackets : 0);
     return {.download = received, .upload = sent, .linkBytes = received + sent + linkHeader * framed};
 }
 
@@ -58,7 +60,7 @@ Result<void> TrafficCounterCollector::start()
 void TrafficCounterCollector::stop()
 {
     counting_.reset();
-    rest_ = told_ = known_ = {};
+    rest_ = told_ = known_ = waiting_ = {};
 }
 
 void TrafficCounterCollector::process()

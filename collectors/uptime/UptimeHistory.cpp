@@ -14,7 +14,7 @@ namespace {
 
 /// Every boot with its length and sleep: from its record, as far as the running boot from the caller (?1 key, ?2 boot
 /// time, ?3 length), or else from the bare times, where a shutdown before the boot means that the clock was set.
-const std::string bootsView = R"(
+const std::string everyBoot = R"(
     SELECT number, boot, shutdown, state, asleep, started, length FROM (
         SELECT uptime.rowid AS number, uptime.boot AS boot, shutdown, state,
             coalesce(asleep, (SELECT total(max(0, "end" - start)) FROM sleep
@@ -25,7 +25,7 @@ const std::string bootsView = R"(
         FROM uptime LEFT JOIN boot_records ON boot_records.boot = uptime.boot))";
 
 /// Of those, the ones that a question is about: ?4 from, ?5 until.
-const std::string selection = bootsView + " WHERE started < ?5 AND started + length >= ?4";
+const std::string selection = everyBoot + " WHERE started < ?5 AND started + length >= ?4";
 
 std::optional<double> single(SQLiteConnection& connection, const std::string& sql, const SqlValues& args)
 {
@@ -96,7 +96,7 @@ bool readPage(SQLiteConnection& connection, const UptimeQuestion& question, cons
 /// Up but not asleep, in relation to the period without the sleep in it.
 std::optional<double> availability(SQLiteConnection& connection, const SqlValues& known, double from, double until)
 {
-    const auto first = single(connection, "SELECT min(started) FROM (" + bootsView + ")", known);
+    const auto first = single(connection, "SELECT min(started) FROM (" + everyBoot + ")", known);
     if (!first) {
         return std::nullopt;
     }

@@ -86,7 +86,8 @@ std::optional<CgroupUnit> containerOf(std::string_view path)
         CgroupUnit unit{.kind = ProcessUnitKind::Container, .key = std::string(path.substr(0, end))};
         if (const auto id = containerId(component)) {
             unit.name = id->substr(0, shortIdLength);
-            unit.container = *id;
+            // Below a user's own slice anybody may call a folder so, and the files of root's runtimes do not know of it.
+            unit.container = path.starts_with("/user.slice/") ? std::string_view() : *id;
             return unit;
         }
         if (auto name = containerName(component, parent)) {

@@ -65,7 +65,10 @@ std::string CgroupUnits::name(const ProcessUnit& unit)
     }
     Known& known = found->second;
     constexpr std::uint32_t mostLookups = 64; // that were asked for; ever fewer of them are made
-    if (!known.what.container.empty() && known.nameLookups < mostLookups && std::has_single_bit(++known.nameLookups)) {
+    constexpr int mostAPass = 8;              // files of runtimes may be large, and many may be new at once
+    if (!known.what.container.empty() && lookups_ < mostAPass && known.nameLookups < mostLookups
+        && std::has_single_bit(++known.nameLookups)) {
+        ++lookups_;
         if (const auto better = containerName(root_, known.what.container)) {
             known.what.name = validUtf8(*better);
             known.what.container.clear();
@@ -88,10 +91,13 @@ const std::string& CgroupUnits::desktopFile(Known& known) const
 {
     if (!known.desktopFile) {
         known.desktopFile = "";
-        const std::string file = known.what.application + ".desktop";
+        // Any user may name a control group: a name is looked up in these folders and nowhere else.
+        const std::string& application = known.what.application;
+        const bool isName = application.find('/') == std::string::npos && application.find('\0') == std::string::npos;
+        const std::string file = application + ".desktop";
         for (const char* folder : {"usr/share/applications/", "usr/local/share/applications/",
                  "var/lib/flatpak/exports/share/applications/", "var/lib/snapd/desktop/applications/"}) {
-            if (!known.what.application.empty() && root_.exists(folder + file)) {
+            if (isName && !application.empty() && root_.exists(folder + file)) {
                 known.desktopFile = validUtf8(file);
             }
         }
@@ -101,6 +107,7 @@ const std::string& CgroupUnits::desktopFile(Known& known) const
 
 void CgroupUnits::keepOnly(const std::unordered_set<std::uint32_t>& numbers)
 {
+    ++generation_;
     std::erase_if(numbers_, [&](const auto& each) { return !numbers.contains(each.second); });
     std::erase_if(units_, [&](const auto& each) { return !numbers.contains(each.first); });
     std::erase_if(byCgroup_, [&](const auto& each) { return !numbers.contains(each.second.number); });

@@ -37,6 +37,10 @@ public:
     std::optional<std::string> bundleLocation(ProcFolder& processes, std::int32_t pid, const ProcessUnit& unit);
 
     std::size_t size() const { return units_.size() + byCgroup_.size(); }
+    /// To be called before a pass: what names cost is bounded by pass.
+    void beginPass() { lookups_ = 0; }
+    /// How often some were forgotten: numbers that were kept elsewhere may be nobody's since.
+    std::uint64_t generation() const { return generation_; }
     /// Forgets all others. They get other numbers if they are met again.
     void keepOnly(const std::unordered_set<std::uint32_t>& numbers);
 
@@ -53,6 +57,8 @@ private:
 
     RootFolder root_;
     std::uint32_t lastNumber_ = 0;
+    std::uint64_t generation_ = 0;
+    int lookups_ = 0;                                        ///< of names, in this pass
     std::unordered_map<std::string, std::uint32_t> numbers_; ///< by key
     std::unordered_map<std::uint32_t, Known> units_;
     std::unordered_map<std::uint64_t, ProcessUnit> byCgroup_;

@@ -16,6 +16,7 @@ constexpr std::uint64_t longestGap = 128; // passes; plus up to as many by pid, 
 constexpr std::uint64_t young = 10;       // s
 constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
 constexpr std::size_t usualUnits = 4096;
+constexpr std::size_t few = 64; // processes
 
 } // namespace
 
@@ -30,6 +31,10 @@ ProcessUnits::ProcessUnits(ProcFolder& folder, std::shared_ptr<CgroupUnits> unit
 void ProcessUnits::fill(std::span<ProcessRecord> rows, std::span<const std::uint64_t> cgroups)
 {
     ++pass_;
+    units_->beginPass();
+    if (std::exchange(generation_, units_->generation()) != units_->generation()) {
+        members_.clear(); // another reader made room
+    }
     std::swap(members_, previous_);
     members_.clear();
     std::uint64_t newest = 0; // start of the youngest process
@@ -55,7 +60,8 @@ void ProcessUnits::fill(std::span<ProcessRecord> rows, std::span<const std::uint
         }
         row.unit = member.unit;
     }
-    if (units_->size() > mostUnits_) {
+    // Who reads a few beside another one leaves it to that.
+    if (units_->size() > mostUnits_ && members_.size() > few) {
         forgetUnused();
     }
 }
@@ -85,6 +91,7 @@ void ProcessUnits::forgetUnused()
         used.insert(member.unit.number);
     }
     units_->keepOnly(used);
+    generation_ = units_->generation();
     mostUnits_ = std::max(usualUnits, 2 * units_->size());
 }
 

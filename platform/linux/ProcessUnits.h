@@ -52,7 +52,8 @@ private:
     std::uint64_t pass_ = 0;
     std::uint64_t ticksPerSecond_;
     std::size_t mostUnits_;
-    std::vector<Member> members_; ///< ascending by pid
+    std::uint64_t generation_ = 0; ///< of units_, as members_ know it
+    std::vector<Member> members_;  ///< ascending by pid
     std::vector<Member> previous_;
 };
 

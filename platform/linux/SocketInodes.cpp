@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 namespace meridal {
 
@@ -196,6 +197,7 @@ bool SocketInodes::scan(std::int32_t pid, double time, int& budget)
     Process& process = processes_[pid];
     if (!process.isScanned) {
         if (time < process.notBefore) {
+            isPassedOver_ = true;
             return true;
         }
         beginScan(pid, process, budget);
@@ -264,6 +266,9 @@ void SocketInodes::readLink(std::int32_t pid, Process& process, int fd, double t
 void SocketInodes::endRound(double time)
 {
     walked_ = 0;
+    if (std::exchange(isPassedOver_, false)) {
+        return; // not everybody was looked through
+    }
     ++round_;
     for (auto& [inode, wanted] : wanted_) {
         if (wanted.absentUntil == 0 && round_ - wanted.sinceRound > 1) {

@@ -30,7 +30,7 @@ private:
 /// Which process has a socket, found by its inode and kept. Tables of descriptors are read only while an inode is looked
 /// for, new processes first, then those that are known to have sockets, then the others from the youngest on (a child is
 /// found before the parent that it inherited from), and never more of them at a time than a budget allows: a large table
-/// is gone on with in the next search, and nobody is passed over before his is read. Not for two threads at once.
+/// is gone on with in the next search, and nothing is called absent before it is through. Not for two threads at once.
 class SocketInodes {
 public:
     enum class State : std::uint8_t {
@@ -97,7 +97,8 @@ private:
     std::size_t searching_ = 0;      ///< wanted ones that are looked for
     std::size_t found_ = 0;          ///< by the current search
     std::size_t walked_ = 0;         ///< processes that the current round of the walk has behind it
-    std::uint32_t round_ = 0;
+    std::uint32_t round_ = 0;        ///< of those in which everybody was looked through
+    bool isPassedOver_ = false;      ///< somebody was, in this round: his large table was read a moment ago
     double forgetAt_ = 0;
     std::size_t forgetAtSize_ = firstForgotten; ///< of owners_
     std::uint64_t linksRead_ = 0;

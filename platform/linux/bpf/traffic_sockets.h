@@ -65,11 +65,16 @@ static __always_inline void release_waiting(struct socket_owner* owner)
     for (int direction = 0; direction < BPF_TRAFFIC_DIRECTIONS; ++direction) {
         const __u64 packets = __sync_lock_test_and_set(&owner->waiting_packets[direction], 0);
         const __u64 bytes = __sync_lock_test_and_set(&owner->waiting_bytes[direction], 0);
-        const __u64 bare = __sync_lock_test_and_set(&owner->waiting_bare, 0);
-        if (packets || bytes || bare) {
-            add_traffic(owner->who, &owner->owner, direction, bytes, packets, bare);
-            add_waiting(owner, direction, -bytes, -packets, -bare);
+        if (packets || bytes) {
+            add_traffic(owner->who, &owner->owner, direction, bytes, packets, 0);
+            add_waiting(owner, direction, -bytes, -packets, 0);
         }
+    }
+    /* Last: nobody may see more bare packets than packets. */
+    const __u64 bare = __sync_lock_test_and_set(&owner->waiting_bare, 0);
+    if (bare) {
+        add_traffic(owner->who, &owner->owner, 0, 0, 0, bare);
+        add_waiting(owner, 0, 0, 0, -bare);
     }
 }
 
