@@ -48,14 +48,14 @@ void addFigures(Lines& lines, std::string_view label, const Value* from, const s
 void addUsage(Lines& lines, const Value* usage)
 {
     addFigures(lines, "CPU", usage,
-        {{"cpuPercent", [](double percent) { return fixed2(percent) + " % of one core over a minute"; }},
+        {{"cpuPercent", [](double percent) { return fixed2(percent) + " % of one core lately"; }},
             {"cpuPercentSinceStart", [](double percent) { return fixed2(percent) + " % since the start"; }},
             {"cpuSeconds", [](double seconds) { return fixed2(seconds) + " s in all"; }}});
     addFigures(lines, "memory", usage,
         {{"residentBytes", [](double bytes) { return formatBytes(bytes) + " resident"; }},
             {"proportionalBytes", [](double bytes) { return formatBytes(bytes) + " as its share"; }}});
     addFigures(lines, "wake-ups", usage,
-        {{"wakeupsPerSecond", [](double rate) { return fixed2(rate) + " a second over a minute"; }},
+        {{"wakeupsPerSecond", [](double rate) { return fixed2(rate) + " a second lately"; }},
             {"wakeupsPerSecondSinceStart", [](double rate) { return fixed2(rate) + " since the start"; }},
             {"wakeups", [](double total) { return count(total) + " in all"; }}});
     addFigures(lines, "written", usage, {{"bytesWritten", formatBytes}});

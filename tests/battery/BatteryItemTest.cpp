@@ -49,6 +49,7 @@ TEST_F(BatteryItemTest, StatesAndTimesFollowTheDescription)
         {onAC({{"Current", -900}, {"Time to Empty", 95}}), BatteryState::Draining, 95},
         {onAC({{"Current", -900}, {"Time to Empty", 0}}), BatteryState::Draining, 120},
         {onAC({{"Time to Empty", -1}}), BatteryState::Draining, batteryTime::unknown},
+        {onAC({{"Current", -900}, {"Percent", true}}), BatteryState::Draining, batteryTime::unknown},
         {onAC({{"Current", -20}, {"Time to Empty", 0}}), BatteryState::NotCharging, batteryTime::noFigure},
         {onBattery(77), BatteryState::Draining, 77},
         {onBattery(-1), BatteryState::Draining, batteryTime::unknown},
@@ -57,6 +58,7 @@ TEST_F(BatteryItemTest, StatesAndTimesFollowTheDescription)
     };
     for (const auto& each : cases) {
         BatteryStatCollectorItemMac fresh(machine.context);
+        fresh.setMaximumCapacity(each.description.contains("Percent") ? 100 : 4000);
         fresh.setCurrentCapacity(1800);
         fresh.processIOPS(each.description);
         EXPECT_EQ(fresh.state(), each.state) << each.description;

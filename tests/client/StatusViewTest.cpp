@@ -18,7 +18,7 @@ TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
         {"limitations", {{"memory\x1B", "needs\nroot"}}}, {"paths", {{"socket", "/run/meridal/daemon.sock"}}}};
     EXPECT_EQ(textOf(statusLines(status)),
         "meridald 6.6 (build 1177) on linux, process 812, up 1 h 2 min\n"
-        "CPU          0.40 % of one core over a minute, 0.50 % since the start\n"
+        "CPU          0.40 % of one core lately, 0.50 % since the start\n"
         "memory       9.10 MiB resident\n"
         "wake-ups     512 in all\n"
         "clients      2\n"
