@@ -40,9 +40,13 @@ class LongTermThinning {
 public:
     explicit LongTermThinning(LongTermTables tables) : tables_(std::move(tables)) { }
 
+    /// What becomes of rows that are older than any should be. Kept while nobody vouches for the clock: one that stands
+    /// eleven years ahead makes all of them so, and rows of six hours that stay too long take little room.
+    enum class Oldest { Kept, Removed };
+
     /// Does a little of what there is to do, in a transaction of its own: some tens of milliseconds at most. What fails
     /// is done at the next call. `now` is in seconds since 1970.
-    void step(SQLiteConnection& database, double now);
+    void step(SQLiteConnection& database, double now, Oldest oldest);
 
 private:
     struct Group {

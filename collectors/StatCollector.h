@@ -309,6 +309,7 @@ private:
     void runHistoryClocks(double now);
     void followWallClock(sampleindexconfig& record, StorageIndex index, double now);
     bool believesWallClock(double now, double steady);
+    bool isClockSynchronised() const;
     std::pair<StorageIndex, double> nextToFinish() const;
     void startPeriod(sampleindexconfig& record, StorageIndex index, double now);
     void skipOldPeriods(sampleindexconfig& record, StorageIndex index, double now);

@@ -268,8 +268,9 @@ void StatCollector::thinLongTerm(double now)
         }
         thinning_ = std::make_shared<LongTermThinning>(std::move(tables));
     }
+    const auto oldest = isClockSynchronised() ? LongTermThinning::Oldest::Removed : LongTermThinning::Oldest::Kept;
     file->queryDatabaseAsync(
-        [thinning = thinning_, now](SQLiteConnection& database) { thinning->step(database, now); });
+        [thinning = thinning_, now, oldest](SQLiteConnection& database) { thinning->step(database, now, oldest); });
 }
 
 void StatCollector::runDatabaseQueue()

@@ -243,13 +243,15 @@ void StatCollector::runHistoryClocks(double now)
     nextHistoryTime_ = nextToFinish().second;
 }
 
+bool StatCollector::isClockSynchronised() const
+{
+    return context_.host.clockSource && context_.host.clockSource->isSynchronised();
+}
+
 bool StatCollector::believesWallClock(double now, double steady)
 {
     const bool believed = wallClock_.ahead() == 0;
-    const auto isSynchronised = [this] {
-        return context_.host.clockSource && context_.host.clockSource->isSynchronised();
-    };
-    if (wallClock_.believes(now, steady, isSynchronised)) {
+    if (wallClock_.believes(now, steady, [this] { return isClockSynchronised(); })) {
         return true;
     }
     if (believed) {

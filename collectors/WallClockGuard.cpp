@@ -1,5 +1,6 @@
 #include "collectors/WallClockGuard.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace meridal {
@@ -7,7 +8,7 @@ namespace meridal {
 namespace {
 
 constexpr double largestLeap = 86'400; ///< s; less is taken up at once, as the gap of a night's sleep is
-constexpr double trialTime = 240;      ///< s that a leap has to stand
+constexpr double trialTime = 240;      ///< s that a leap has to stand, and a return from one
 constexpr double settlingTime = 3600;  ///< s
 
 /// A clock in doubt that moves by more than this, in seconds, is tried anew.
@@ -19,6 +20,8 @@ void WallClockGuard::begin(double storedUntil, double steady)
 {
     latest_ = storedUntil;
     latestSteady_ = steady;
+    behindSince_ = never;
+    settledFrom_ = steady + settlingTime; // what is stored may be of a clock that was wrong already
 }
 
 bool WallClockGuard::believes(double wall, double steady, const std::function<bool()>& isSynchronised)
@@ -39,7 +42,8 @@ bool WallClockGuard::believes(double wall, double steady, const std::function<bo
         }
     }
     ahead_ = 0;
-    if (wall > latest_ || latest_ == 0) {
+    behindSince_ = ahead < -largestLeap ? std::min(behindSince_, steady) : never;
+    if (wall > latest_ || latest_ == 0 || steady - behindSince_ >= trialTime) {
         latest_ = wall;
         latestSteady_ = steady;
     }

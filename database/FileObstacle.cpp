@@ -33,6 +33,13 @@ int errorOfOpening(const fs::path& file)
 
 bool canBeWritten(const fs::path& file) { return errorOfOpening(file) == 0; }
 
+std::uint64_t sizeOf(const std::filesystem::path& file)
+{
+    std::error_code failure;
+    const auto size = std::filesystem::file_size(file, failure);
+    return failure ? 0 : size;
+}
+
 std::string obstacleAt(const fs::path& path, Links links)
 {
     std::error_code failure;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -16,5 +17,8 @@ std::string obstacleAt(const std::filesystem::path& path, Links links);
 
 /// Whether a regular file can be opened for writing. Drops its locks like the other.
 bool canBeWritten(const std::filesystem::path& file);
+
+/// In bytes; 0 when there is no such file.
+std::uint64_t sizeOf(const std::filesystem::path& file);
 
 } // namespace meridal

@@ -13,7 +13,7 @@ namespace {
 
 void removeFiles(const std::filesystem::path& path)
 {
-    for (const char* part : {"", "-wal", "-shm"}) {
+    for (const char* part : {".salvage", "", "-wal", "-shm"}) {
         std::filesystem::path file = path;
         std::error_code ignored;
         std::filesystem::remove(file += part, ignored);

@@ -4,13 +4,11 @@
 #include "base/Log.h"
 #include "base/Runtime.h"
 #include "database/FileObstacle.h"
-#include "database/Salvage.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cctype>
@@ -22,11 +20,9 @@ namespace meridal {
 
 namespace {
 
-constexpr double complaintInterval = 60;     // s between two lines about the same trouble
-constexpr double longestAsidePause = 86'400; // s
+constexpr double complaintInterval = 60; // s between two lines about the same trouble
 constexpr std::uint64_t checkedBytes =
     16'777'216; // larger files are not looked through at the start: that takes a second
-constexpr std::uintmax_t pageBytes = 4096;
 constexpr std::string_view unsound = "is not a sound database";
 
 /// FULL: a commit waits until the disk has the log, so that a power loss takes nothing of it. Without that wait the log
@@ -37,13 +33,6 @@ constexpr std::string_view unsound = "is not a sound database";
 constexpr std::array settings{"PRAGMA synchronous = FULL", "PRAGMA fullfsync = ON", "PRAGMA journal_mode = WAL",
     "PRAGMA wal_autocheckpoint = 1000", "PRAGMA journal_size_limit = 4194304", "PRAGMA cache_size = -1024",
     "PRAGMA temp_store = MEMORY", "PRAGMA legacy_alter_table = ON"};
-
-std::uint64_t sizeOf(const std::filesystem::path& file)
-{
-    std::error_code failure;
-    const auto size = std::filesystem::file_size(file, failure);
-    return failure ? 0 : size;
-}
 
 /// Name, type in small letters and place in the primary key of each column.
 std::vector<std::tuple<std::string, std::string, double>> columnsOf(
@@ -80,17 +69,6 @@ std::filesystem::path HistoryDatabaseFile::besides(std::string_view suffix) cons
 std::string HistoryDatabaseFile::dated(std::string_view name) const
 {
     return fmt::format("{}-{:%Y%m%d-%H%M%S}", name, localTime(context_.runtime.wallTime()));
-}
-
-/// A dated name beside the file that neither a database nor a log has yet.
-std::filesystem::path HistoryDatabaseFile::freeName(std::string_view why) const
-{
-    const std::string base = dated(fmt::format("{}{}", path_.string(), why));
-    std::string name = base;
-    for (int number = 2; std::filesystem::exists(name) || std::filesystem::exists(name + "-wal"); ++number) {
-        name = fmt::format("{}-{}", base, number);
-    }
-    return name;
 }
 
 void HistoryDatabaseFile::complain(SqlFailure kind, std::string_view what)
@@ -171,8 +149,8 @@ bool HistoryDatabaseFile::prepareConnection()
         return false;
     }
     hasLog_ = false;
-    if (!salvageSource_.empty()) {
-        salvageFrom(std::exchange(salvageSource_, {}));
+    if (!salvageIsDone()) { // before anything else is written: what is stored goes on from these rows
+        return false;
     }
     makeTables();
     return connection_.failure() != SqlFailure::Damaged;
@@ -190,17 +168,6 @@ bool HistoryDatabaseFile::isSound()
         damage_ = words && *words != "ok" ? words->substr(words->rfind('\n') + 1) : ""; // below a heading
     });
     return looked ? damage_.empty() : connection_.failure() != SqlFailure::Damaged;
-}
-
-void HistoryDatabaseFile::salvageFrom(const std::filesystem::path& damaged)
-{
-    const Salvaged sum = salvage(damaged, options_.connection, connection_);
-    const std::string lost =
-        sum.incomplete.empty() ? "" : fmt::format("; not all of {}", fmt::join(sum.incomplete, ", "));
-    context_.log.warning(sum.tables == 0
-            ? fmt::format("{}: nothing could be read out of {}", path_.string(), damaged.string())
-            : fmt::format("{}: {} rows of {} tables were read out of {}{}", path_.string(), sum.rows, sum.tables,
-                damaged.string(), lost));
 }
 
 void HistoryDatabaseFile::makeTables()
@@ -223,31 +190,6 @@ void HistoryDatabaseFile::close()
     connection_.close();
     hasLog_ = false;
     static_cast<void>(isRidOfForeignLog()); // now: the next to open the file may be another process
-}
-
-/// When another file has taken the place of the open one, the write-ahead log beside it still belongs to the one that is
-/// gone: SQLite leaves it there, and would copy its pages into whatever is opened next.
-bool HistoryDatabaseFile::isRidOfForeignLog()
-{
-    if (!logIsForeign_) {
-        return true;
-    }
-    const std::filesystem::path target = freeName(".replaced");
-    for (const std::string_view part : {"-wal", "-shm"}) {
-        std::filesystem::path kept = target;
-        std::error_code failure;
-        std::filesystem::rename(besides(part), kept += part, failure);
-        if (failure && failure != std::errc::no_such_file_or_directory) {
-            complain(SqlFailure::CannotOpen, "the log of the file that was here cannot be moved: " + failure.message());
-            return false;
-        }
-        if (!failure) {
-            context_.log.warning(
-                fmt::format("{}: {} is of a file that is gone; kept as {}", path_.string(), part, kept.string()));
-        }
-    }
-    logIsForeign_ = false;
-    return true;
 }
 
 void HistoryDatabaseFile::declareTable(TableSchema schema)
@@ -509,74 +451,6 @@ bool HistoryDatabaseFile::recover()
     default:
         return false;
     }
-}
-
-/// Renames what lies in the file's place and can never be it: recording must not end there for good.
-bool HistoryDatabaseFile::clearTheWay()
-{
-    std::string obstacle = obstacleAt(path_, Links::Followed);
-    std::error_code failure;
-    if (obstacle.empty() && std::filesystem::exists(path_, failure) && sizeOf(path_) == 0) {
-        if (sizeOf(besides("-wal")) > 0) { // which SQLite would delete
-            obstacle = "an empty file beside a log that is not";
-        } else if (!checked_) {
-            context_.log.warning(fmt::format("{}: is an empty file; its history starts anew", path_.string()));
-        }
-    }
-    if (!obstacle.empty()) {
-        return setAside("is " + obstacle);
-    }
-    for (const std::string_view part : {"-wal", "-shm"}) {
-        obstacle = obstacleAt(besides(part), Links::Refused);
-        const std::filesystem::path target = freeName(".damaged");
-        if (!obstacle.empty() && moveAside(target, part)) {
-            context_.log.error(
-                fmt::format("{}: is {}; kept as {}{}", besides(part).string(), obstacle, target.string(), part));
-        }
-    }
-    return true;
-}
-
-/// Renames one of the three files of a database, where it is there.
-bool HistoryDatabaseFile::moveAside(const std::filesystem::path& target, std::string_view part)
-{
-    std::filesystem::path kept = target;
-    std::error_code failure;
-    std::filesystem::rename(besides(part), kept += part, failure);
-    if (failure && failure != std::errc::no_such_file_or_directory) {
-        complain(SqlFailure::Damaged,
-            fmt::format("{} cannot be used, nor moved aside: {}", besides(part).string(), failure.message()));
-        return false;
-    }
-    return true;
-}
-
-bool HistoryDatabaseFile::setAside(std::string_view why)
-{
-    if (connection_.hasMoved()) { // what is damaged is not what lies there now
-        close();
-        return isRidOfForeignLog();
-    }
-    close();
-    const double now = context_.runtime.monotonicTime();
-    const std::filesystem::path target = freeName(".damaged");
-    if (now < nextAside_ || !moveAside(target, "")) {
-        return false;
-    }
-    static_cast<void>(moveAside(target, "-wal"));
-    static_cast<void>(moveAside(target, "-shm"));
-    nextAside_ = now + asidePause_;
-    asidePause_ = std::min(asidePause_ * 2, longestAsidePause);
-    ++statistics_.filesSetAside;
-    context_.log.error(fmt::format("{}: {}; kept as {}, a fresh one is started", path_.string(), why, target.string()));
-    std::error_code failure;
-    if (std::filesystem::is_regular_file(target, failure)) {
-        salvageSource_ = target;
-        if (sizeOf(target) == 0) { // or SQLite would delete its log rather than read it
-            std::filesystem::resize_file(target, pageBytes, failure);
-        }
-    }
-    return true;
 }
 
 const DatabaseStatistics& HistoryDatabaseFile::statistics()

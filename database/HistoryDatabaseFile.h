@@ -49,7 +49,7 @@ private:
     bool isUnusable() const;
     bool prepareConnection();
     bool isSound();
-    void salvageFrom(const std::filesystem::path& damaged);
+    bool salvageIsDone();
     void makeTables();
     void makeTable(const TableSchema& schema);
     void makeView(const ViewSchema& schema);
@@ -65,6 +65,9 @@ private:
     bool clearTheWay();
     bool moveAside(const std::filesystem::path& target, std::string_view part);
     bool setAside(std::string_view why);
+    int keptAside() const;
+    std::filesystem::path salvageSource() const;
+    bool finishMoving();
     bool isRidOfForeignLog();
     void complain(SqlFailure kind, std::string_view what);
     std::string dated(std::string_view name) const;
@@ -85,9 +88,9 @@ private:
     bool checked_ = false;            ///< the file has been looked through since the start
     std::uint64_t tablesMissing_ = 0; ///< declared tables that were not there when they were looked for
     std::string damage_;              ///< what the look through the file found
-    std::filesystem::path salvageSource_; ///< the damaged file whose place the next one takes
-    double nextAside_ = 0;                ///< monotonic s; before that no further file is set aside
-    double asidePause_ = 60; ///< s; doubles each time, so that a failing disk is not filled with broken files
+    double nextSalvage_ = 0;          ///< monotonic s; before that no rows are read out of a file that was set aside
+    double nextAside_ = 0;            ///< monotonic s; before that no further file is set aside
+    double asidePause_ = 60;          ///< s; doubles each time, so that a failing disk is not filled with broken files
     std::array<double, 9> nextComplaint_ = {}; ///< monotonic s, by kind of failure
 };
 

@@ -55,10 +55,11 @@ public:
     {
         const bool whole = range({}, {}, 0);
         flush();
-        return whole && written_;
+        return whole && ended_ == SqlFailure::None && rowsFailed_ == 0;
     }
     std::uint64_t rows() const { return rows_; }
-    bool canWrite() const { return written_; }
+    std::uint64_t rowsFailed() const { return rowsFailed_; }
+    SqlFailure ended() const { return ended_; }
 
 private:
     enum class Order { Up, Down };
@@ -146,10 +147,11 @@ private:
 
     void flush()
     {
-        if (waitingRows_ > 0 && written_) {
+        if (waitingRows_ > 0 && ended_ == SqlFailure::None) {
             const auto outcome = into_.executeMany(insert_, waiting_, columnCount_, waitingRows_);
             rows_ += outcome.rows;
-            written_ = outcome.ended == SqlFailure::None && outcome.failed == 0;
+            rowsFailed_ += outcome.failed;
+            ended_ = outcome.ended;
         }
         waiting_.clear();
         waitingRows_ = 0;
@@ -166,7 +168,8 @@ private:
     SqlValues waiting_;
     std::size_t waitingRows_ = 0;
     std::uint64_t rows_ = 0;
-    bool written_ = true;
+    std::uint64_t rowsFailed_ = 0;
+    SqlFailure ended_ = SqlFailure::None;
 };
 
 std::vector<Entry> entriesOf(SQLiteConnection& database, const char* type)
@@ -190,17 +193,24 @@ void copyTable(
     good = good && exists && (*exists || into.execute(entry.create));
     TableCopy copy(from, into, entry.name, mostRows);
     const bool whole = good && copy.run();
-    good = good && copy.canWrite() && into.execute("COMMIT");
+    good = good && copy.ended() == SqlFailure::None && into.execute("COMMIT");
     if (!good && into.inTransaction()) {
         static_cast<void>(into.execute("ROLLBACK"));
     }
     if (good) {
         sum.rows += copy.rows();
+        sum.rowsFailed += copy.rowsFailed();
         ++sum.tables;
     }
     if (!good || !whole) {
         sum.incomplete.push_back(entry.name);
     }
+}
+
+/// What keeps the whole file from being written; a statement that is at fault by itself does not.
+SqlFailure troubleOf(const SQLiteConnection& database)
+{
+    return database.failure() == SqlFailure::Statement ? SqlFailure::None : database.failure();
 }
 
 /// Numbers that were given out are not given out again.
@@ -248,10 +258,16 @@ Salvaged salvage(const std::filesystem::path& damaged, SQLiteConnection::Options
     }
     for (const Entry& entry : entriesOf(from, "table")) {
         copyTable(from, into, entry, bytes / smallestRow + spare, sum);
+        if (sum.ended = troubleOf(into); sum.ended != SqlFailure::None) {
+            return sum;
+        }
     }
     copySequences(from, into);
     for (const Entry& entry : entriesOf(from, "index")) {
         static_cast<void>(into.execute(entry.create));
+    }
+    if (sum.ended = troubleOf(into); sum.ended != SqlFailure::None) {
+        return sum;
     }
     static_cast<void>(into.execute("PRAGMA wal_checkpoint(TRUNCATE)"));
     into.resetFailure();

@@ -53,7 +53,7 @@ protected:
         int steps = 0;
         for (double rows = -1, left = figure("SELECT count(*) FROM t"); rows != left && steps < 2000; ++steps) {
             rows = left;
-            thinning.step(database_, now_);
+            thinning.step(database_, now_, LongTermThinning::Oldest::Removed);
             left = figure("SELECT count(*) FROM t");
             EXPECT_LT(rows - left, 5000) << "a little at a time";
         }
@@ -123,8 +123,15 @@ TEST_F(LongTermThinningTest, EmptyRowsOfACollectorWeighNothing)
     EXPECT_LT(figure("SELECT count(*) FROM t"), 60'000);
     // A clock that stands in 1970 makes nothing old.
     const double rows = figure("SELECT count(*) FROM t");
-    LongTermThinning({.table = "t", .itemTable = {}, .values = {"value"}}).step(database_, 100);
+    LongTermThinning thinning({.table = "t", .itemTable = {}, .values = {"value"}});
+    thinning.step(database_, 100, LongTermThinning::Oldest::Removed);
     EXPECT_EQ(figure("SELECT count(*) FROM t"), rows);
+    // One that nobody vouches for takes no row away, however far ahead it stands.
+    const double oldest = figure("SELECT min(time) FROM t WHERE time > 1e6");
+    thinning.step(database_, now_ + 11 * 365 * day_, LongTermThinning::Oldest::Kept);
+    EXPECT_EQ(figure("SELECT min(time) FROM t WHERE time > 1e6"), oldest);
+    thinning.step(database_, now_ + 11 * 365 * day_, LongTermThinning::Oldest::Removed);
+    EXPECT_GT(figure("SELECT min(time) FROM t WHERE time > 1e6"), oldest);
 }
 
 } // namespace

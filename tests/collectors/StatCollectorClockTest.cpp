@@ -185,5 +185,24 @@ TEST_F(StatCollectorClockTest, ThreadedNoticesComeBackToTheMainQueue)
     EXPECT_EQ(watcher.onMain, 1);
 }
 
+TEST(WallClockGuardTest, ABelievedLeapIsNotForgottenAtTheNextStart)
+{
+    const double right = 1'700'000'000;
+    const double ahead = right + 11 * 365 * 86'400.0;
+    const auto nobody = [] { return false; };
+    WallClockGuard guard;
+    guard.begin(ahead, 1000); // the run before recorded with a clock that was wrong, and this one has it still
+    EXPECT_TRUE(guard.believes(ahead + 6, 1006, nobody));
+    EXPECT_FALSE(guard.isSettled(4599));
+    EXPECT_TRUE(guard.isSettled(4600));
+    EXPECT_TRUE(guard.believes(right, 5000, nobody));
+    EXPECT_TRUE(guard.believes(ahead + 4200, 5200, nobody)) << "back within minutes";
+    EXPECT_TRUE(guard.believes(right + 300, 5300, nobody));
+    EXPECT_TRUE(guard.believes(right + 600, 5600, nobody));
+    EXPECT_FALSE(guard.believes(ahead + 5000, 6000, nobody)) << "put right, and wrong again";
+    EXPECT_TRUE(guard.believes(ahead + 5300, 6300, nobody));
+    EXPECT_FALSE(guard.isSettled(9899));
+}
+
 } // namespace
 } // namespace meridal::test

@@ -27,6 +27,19 @@ protected:
         item->close();
         lines_.clear();
     }
+    /// Keeps file and log of a process that was killed when it had written batch 1, and nothing else.
+    void keepOpenFile(const std::string& file, const std::string& log)
+    {
+        const auto item = openItem();
+        writeBatch(*item, 1);
+        fs::copy_file(path(), folder_.root() / "kept");
+        fs::copy_file(path().string() + "-wal", folder_.root() / "kept-wal");
+        item->close();
+        removeAll();
+        fs::rename(folder_.root() / "kept", folder_.root() / file);
+        fs::rename(folder_.root() / "kept-wal", folder_.root() / log);
+        lines_.clear();
+    }
     std::string batches() const { return OtherProgram(path()).value("SELECT group_concat(DISTINCT batch) FROM rows"); }
     void expectFreshFile()
     {
@@ -122,17 +135,67 @@ TEST_F(DatabaseTroubleTest, AnEmptyFileIsNotTakenForANewOneInSilence)
     folder_.write("history.db", "");
     openItem()->close();
     EXPECT_EQ(linesWith("is an empty file"), 1U);
-    removeAll();
-    {
+    for (const bool isThere : {true, false}) {
+        removeAll();
+        keepOpenFile("file", "log");
+        if (isThere) {
+            folder_.write("history.db", "");
+        }
+        fs::rename(folder_.root() / "log", path().string() + "-wal");
         const auto item = openItem();
-        writeBatch(*item, 1);
-        std::filesystem::copy_file(path().string() + "-wal", folder_.root() / "log");
+        writeBatch(*item, 2);
+        EXPECT_EQ(batches(), "1,2") << "all that was recorded is in the log";
     }
-    std::filesystem::resize_file(path(), 0);
-    std::filesystem::rename(folder_.root() / "log", path().string() + "-wal");
-    const auto item = openItem();
-    writeBatch(*item, 2);
-    EXPECT_EQ(batches(), "1,2") << "all that was recorded is in the log";
+}
+
+/// A process that is killed, or a disk that fails, at any moment of the way from a damaged file to a fresh one.
+TEST_F(DatabaseTroubleTest, WhatIsSetAsideIsReadToItsEndInALaterRun)
+{
+    FaultyVfs vfs("meridal-salvage");
+    const auto makeCutFile = [&] {
+        removeAll();
+        makeSoundFile();
+        fs::resize_file(path(), fs::file_size(path()) * 3 / 4);
+    };
+    makeCutFile();
+    openItem()->close();
+    const std::string readable = rowCount();
+    ASSERT_GT(std::stoi(readable), 500);
+    int cutShort = 0;
+    for (const int code : {SQLITE_FULL, SQLITE_IOERR_WRITE, SQLITE_CORRUPT}) {
+        for (int nth = 1; nth <= 40; ++nth) {
+            makeCutFile();
+            vfs.failEvery(nth, code);
+            openItem({.vfs = "meridal-salvage"})->close();
+            vfs.failEvery(0);
+            cutShort += filesWith(".salvage").empty() ? 0 : 1;
+            openItem()->close();
+            EXPECT_EQ(rowCount(), readable) << "write " << nth << " failed with " << code;
+            EXPECT_TRUE(filesWith(".salvage").empty());
+        }
+    }
+    EXPECT_GT(cutShort, 30);
+
+    const std::string aside = path().string() + ".damaged-20231114-000000";
+    const fs::path note = path().string() + ".salvage";
+    for (const bool logCanBeMoved : {true, false}) { // killed after the file, before its log
+        removeAll();
+        keepOpenFile(fs::path(aside).filename(), "history.db-wal");
+        fs::create_symlink(fs::path(aside).filename(), note);
+        if (!logCanBeMoved) {
+            fs::create_directories(aside + "-wal/inner");
+        }
+        EXPECT_EQ(openItem()->openIfNeeded(), logCanBeMoved);
+        EXPECT_EQ(fs::exists(path()), logCanBeMoved) << "SQLite deletes a log that has no file";
+        EXPECT_GT(fs::file_size(logCanBeMoved ? aside + "-wal" : path().string() + "-wal"), 0U);
+    }
+    fs::remove_all(aside + "-wal");
+    openItem()->close();
+    EXPECT_EQ(batches(), "1");
+    fs::create_symlink("history.db.damaged-20231114-000001", note); // killed before the file was renamed
+    openItem()->close();
+    EXPECT_EQ(batches(), "1");
+    EXPECT_TRUE(filesWith(".salvage").empty());
 }
 
 TEST_F(DatabaseTroubleTest, ADamagedPageCostsItsOwnRowsOnly)
@@ -200,9 +263,18 @@ TEST_F(DatabaseTroubleTest, ADamagedPageCostsItsOwnRowsOnly)
 TEST_F(DatabaseTroubleTest, WhatACutFileStillHoldsIsReadOutOfIt)
 {
     makeSoundFile();
+    OtherProgram(path()).run("PRAGMA ignore_check_constraints = ON; CREATE TABLE odd (a INTEGER CHECK (abs(a) >= 0)); "
+                             "INSERT INTO odd VALUES (1), (-9223372036854775808), (3)"); // whose abs() is an error
+    {
+        const auto item = openItem();
+        writeBatch(*item, 3, 4000);
+        item->close();
+    }
     std::filesystem::resize_file(path(), std::filesystem::file_size(path()) * 3 / 4);
     const auto item = openItem();
     writeBatch(*item, 2);
+    EXPECT_EQ(OtherProgram(path()).value("SELECT group_concat(a) FROM odd"), "1,3");
+    EXPECT_EQ(linesWith("; 1 rows could not be written"), 1U);
     EXPECT_EQ(filesWith(".damaged-20231114-").size(), 1U);
     EXPECT_EQ(item->statistics().filesSetAside, 1U);
     EXPECT_GT(std::stoi(rowCount()), 500) << batches();
@@ -235,7 +307,8 @@ TEST_F(DatabaseTroubleTest, ADiskThatRuinsEveryFileIsNotFilledWithThem)
         item->commitSync();
         machine_.runtime.advance(60);
     }
-    EXPECT_LE(filesWith(".damaged-").size(), 7U);
+    EXPECT_EQ(filesWith(".damaged-").size(), 5U);
+    EXPECT_GT(linesWith("such files are kept already"), 0U);
     item->close();
     std::filesystem::remove(path());
     item->commitSync();
