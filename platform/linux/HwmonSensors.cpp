@@ -126,6 +126,9 @@ void HwmonSensors::addSensors(const HwmonChip& chip, const SensorsConfig& config
         if (config.isIgnored(chip.name, channel.name)) {
             continue;
         }
+        if (chip.prefix == "coretemp") { // where its fans are to turn faster, which is all right
+            sensor.files[static_cast<std::size_t>(HwmonFile::High)].reset();
+        }
         sensor.kind = channel.kind;
         sensor.isSMCs = !channel.ownKey.empty();
         sensor.disturbs = chip.prefix == "drivetemp";

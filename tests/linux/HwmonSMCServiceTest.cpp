@@ -18,8 +18,8 @@ using test::HwmonMachine;
 void addProcessor(HwmonMachine& machine, const std::string& entry)
 {
     machine.chip(entry, "platform/coretemp.0", "platform", "coretemp",
-        {{"temp1_input", "52000"}, {"temp1_label", "Package id 0"}, {"temp1_max", "100000"}, {"temp1_crit", "105000"},
-            {"temp2_input", "49500"}, {"temp2_label", "Core 0"}});
+        {{"temp1_input", "52000"}, {"temp1_label", "Package id 0"}, {"temp1_max", "80000"}, {"temp1_crit", "105000"},
+            {"temp1_crit_alarm", "0"}, {"temp2_input", "49500"}, {"temp2_label", "Core 0"}});
 }
 void addDisk(HwmonMachine& machine, const std::string& entry, const std::string& disk)
 {
@@ -334,9 +334,8 @@ TEST(HwmonSensorChannels, TellChipsLabelsAndLimits)
             .chip = "coretemp-isa-0000",
             .label = "Package id 0",
             .kind = SensorChannelKind::Temperature,
-            .low = {},
-            .high = 100,
-            .critical = 105}));
+            .critical = 105,
+            .tellsCritical = true}));
     EXPECT_EQ(channels[1].label, "Kern?[31m");
     EXPECT_EQ(channels[2].low, -273.15);
     EXPECT_FALSE(laptop.keys().contains("thinkpad-isa-0000 fan2"));
@@ -403,17 +402,17 @@ TEST(HwmonSensorChannels, ALimitThatCouldNotBeReadComesLater)
 {
     HwmonMachine machine;
     addProcessor(machine, "hwmon0");
-    machine.set("hwmon0", "temp1_max", "");
+    machine.set("hwmon0", "temp1_crit", "");
     machine.start();
     HwmonSensorChannels channels(machine.sensors);
     const std::uint64_t generation = channels.generation();
-    EXPECT_FALSE(channels.channels()[0].high);
+    EXPECT_FALSE(channels.channels()[0].critical);
     machine.runtime.advance(61);
     EXPECT_EQ(channels.generation(), generation) << "still none";
-    machine.set("hwmon0", "temp1_max", "100000");
+    machine.set("hwmon0", "temp1_crit", "100000");
     machine.runtime.advance(61);
     EXPECT_NE(channels.generation(), generation);
-    EXPECT_EQ(channels.channels()[0].high, 100);
+    EXPECT_EQ(channels.channels()[0].critical, 100);
 }
 
 TEST(HwmonSensorServices, GiveChannelsByLabel)
