@@ -101,7 +101,8 @@ void HwmonSensors::rebuild()
             }
         }
         if (!source.reader) {
-            source.reader = std::make_shared<HwmonReader>(root_.path(source.chip.folder), filesOf(source.chip));
+            source.reader = std::make_shared<HwmonReader>(
+                root_.path(source.chip.folder), filesOf(source.chip), root_.path(source.chip.device));
         }
         addSensors(source.chip, config, sources_.size(), identities);
         sources_.push_back(std::move(source));

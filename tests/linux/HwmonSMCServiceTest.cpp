@@ -398,6 +398,35 @@ TEST(HwmonSensorChannels, ADiskIsReadSeldom)
     EXPECT_EQ(machine.value(key), 40);
 }
 
+TEST(HwmonSensorChannels, ASleepingDeviceIsNotWoken)
+{
+    HwmonMachine machine;
+    const std::string gpu = "pci0000:00/0000:00:01.0/0000:01:00.0";
+    machine.chip("hwmon0", gpu, "pci", "amdgpu",
+        {{"temp1_input", "41000"}, {"temp1_crit", "100000"}, {"temp1_crit_alarm", "1"}, {"fan1_input", "900"}});
+    const auto becomes = [&](const char* status) {
+        machine.tree.write("sys/devices/" + gpu + "/power/runtime_status", std::string(status) + "\n");
+        machine.runtime.advance(61);
+    };
+    becomes("suspended");
+    machine.start();
+    HwmonSensorChannels channels(machine.sensors);
+    const std::string key = machine.keys().at("amdgpu-pci-0100 temp1");
+    EXPECT_FALSE(channels.channels().at(0).critical);
+    EXPECT_TRUE(channels.flags().empty());
+    EXPECT_TRUE(std::isnan(machine.value(key)));
+    for (const char* awake : {"active", "unsupported"}) {
+        becomes(awake);
+        EXPECT_EQ(machine.value(key), 41) << awake;
+        EXPECT_EQ(channels.channels().at(0).critical, 100);
+        EXPECT_EQ(channels.flags().size(), 1U);
+        becomes("suspended");
+        EXPECT_TRUE(std::isnan(machine.value(key))) << "not what it was when it went to sleep";
+        EXPECT_EQ(machine.call(SMCCommand::ReadKeyInfo, key).result, 0) << "it is still there";
+        EXPECT_TRUE(channels.flags().empty());
+    }
+}
+
 TEST(HwmonSensorChannels, ALimitThatCouldNotBeReadComesLater)
 {
     HwmonMachine machine;
