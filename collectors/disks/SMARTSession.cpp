@@ -23,8 +23,12 @@ SMARTSession::SMARTSession(SMARTDevice& device, SMARTRequest request) : device_(
 SMARTReading SMARTSession::read(SMARTDevice& device, SMARTRequest request)
 {
     SMARTSession session(device, request);
+    session.reading_.powerOnly = request.powerOnly;
     session.reading_.power = device.powerMode();
     session.reading_.denied = device.isDenied();
+    if (request.powerOnly) {
+        return session.reading_;
+    }
     if (session.reading_.denied || session.reading_.power != DiskPower::Awake || !session.createPlugin()) {
         session.reading_.denied = device.isDenied();
         return session.reading_;

@@ -10,6 +10,7 @@ namespace meridal {
 /// What is to be read of a disk in one go.
 struct SMARTRequest {
     SMARTKind kind = SMARTKind::ATA;
+    bool powerOnly = false;   ///< just whether it sleeps, which does not keep it from sleeping
     bool identity = false;    ///< who it is; once a disk
     bool definitions = false; ///< what its attributes are, which takes its identity; once a disk
     bool thresholds = false;  ///< once a disk: they never change
@@ -17,6 +18,7 @@ struct SMARTRequest {
 
 /// What came of it. What could not be read, or made no sense, is absent.
 struct SMARTReading {
+    bool powerOnly = false; ///< it was asked for no more
     DiskPower power = DiskPower::Unknown;
     bool supported = false;   ///< it talks about its health at all; false also while asleep
     bool denied = false;      ///< we have no right to ask it

@@ -35,6 +35,11 @@ Dictionary configuration()
         {"sqlInsertItemKeys", {"sample", "uuid", "time", "temperature", "wear"}}};
 }
 
+std::optional<SMARTRequest> ifDue(SMARTStatCollectorItem& item)
+{
+    return item.isDue() ? std::optional(item.beginReading()) : std::nullopt;
+}
+
 } // namespace
 
 /// One round of readings: who wants to know when it is over, and how many disks it waits for.
@@ -93,7 +98,8 @@ void SMARTStatCollector::disksChanged()
 void SMARTStatCollector::loadDisks()
 {
     discoverDisks();
-    beginRound({}, [](const SMARTStatCollectorItem& item) { return item.state() == DiskState::Unread; });
+    beginRound({},
+        [](SMARTStatCollectorItem& item) { return item.state() == DiskState::Unread ? ifDue(item) : std::nullopt; });
 }
 
 void SMARTStatCollector::discoverDisks()
@@ -194,10 +200,11 @@ void SMARTStatCollector::updateStats(Task done)
     if (needToReload_) {
         discoverDisks();
     }
-    beginRound(std::move(done), [](const SMARTStatCollectorItem&) { return true; });
+    beginRound(std::move(done), ifDue);
 }
 
-void SMARTStatCollector::beginRound(Task done, const std::function<bool(const SMARTStatCollectorItem&)>& concerns)
+/// A round asks each disk what `ask` answers, if that is anything.
+void SMARTStatCollector::beginRound(Task done, const Ask& ask)
 {
     auto round = round_.lock();
     if (!round || round->finished) { // else this joins the one under way
@@ -213,8 +220,8 @@ void SMARTStatCollector::beginRound(Task done, const std::function<bool(const SM
     ++round->waiting; // for this loop: a round without disks ends too
     for (const auto& item : disks()) {
         item->updateSampleID(sampleID);
-        if (concerns(*item) && item->isDue()) {
-            startReading(item, round);
+        if (const auto request = ask(*item)) {
+            startReading(item, *request, round);
         }
     }
     context().runtime.mainQueue().post(lifetime_.guard([this, round] { answered(*round); }));
@@ -227,10 +234,9 @@ void SMARTStatCollector::answered(Round& round)
     }
 }
 
-void SMARTStatCollector::startReading(
-    const std::shared_ptr<SMARTStatCollectorItem>& item, const std::shared_ptr<Round>& round)
+void SMARTStatCollector::startReading(const std::shared_ptr<SMARTStatCollectorItem>& item, const SMARTRequest& request,
+    const std::shared_ptr<Round>& round)
 {
-    const SMARTRequest request = item->beginReading();
     if (!item->device()) {
         SMARTReading nothing;
         nothing.power = DiskPower::Awake;
@@ -481,7 +487,11 @@ void SMARTStatCollector::readForRecord()
         discoverDisks();
     }
     const auto lastForClients = lastRound_;
-    beginRound({}, [](const SMARTStatCollectorItem& item) { return item.isDueForRecord(); });
+    beginRound({}, [](SMARTStatCollectorItem& item) {
+        return item.isDueForRecord()  ? std::optional(item.beginReading())
+            : item.isPowerUncertain() ? std::optional(item.beginLookAtPower())
+                                      : std::nullopt;
+    });
     lastRound_ = lastForClients; // a client that comes now does not go by figures of half an hour ago
     startRecording();
 }

@@ -90,9 +90,11 @@ private:
     ItemPointer freeItem(const std::string& serial);
     void adoptDisk(const RegistryEntryPtr& entry, const std::string& serial, SMARTKind kind);
     void attachDevice(SMARTStatCollectorItem& item, const RegistryEntryPtr& entry, SMARTKind kind);
-    void beginRound(Task done, const std::function<bool(const SMARTStatCollectorItem&)>& concerns);
+    using Ask = std::function<std::optional<SMARTRequest>(SMARTStatCollectorItem&)>;
+    void beginRound(Task done, const Ask& ask);
     void answered(Round& round);
-    void startReading(const std::shared_ptr<SMARTStatCollectorItem>& item, const std::shared_ptr<Round>& round);
+    void startReading(const std::shared_ptr<SMARTStatCollectorItem>& item, const SMARTRequest& request,
+        const std::shared_ptr<Round>& round);
     void finishReading(
         const std::shared_ptr<SMARTStatCollectorItem>& item, const SMARTDevice* device, const SMARTReading& reading);
     void finish(Round& round);

@@ -22,7 +22,8 @@ constexpr double slack = 5; ///< s by which a turn may come early
 /// A figure counts as present for two turns and a little, so that one late answer leaves no hole.
 constexpr double freshATA = 2 * ataInterval + 30;
 constexpr double freshNVMe = 75; ///< s; the daemon asks every 30
-/// For the record the next turn must come in time: a temperature of an hour ago is none.
+/// For the record the next turn must come in time: a temperature of an hour ago is none. Meanwhile an ATA disk is asked
+/// whether it sleeps, as it is cold soon then.
 constexpr double freshATARecord = ataRecordInterval + nvmeRecordInterval + 30;
 constexpr double freshNVMeRecord = 2 * nvmeRecordInterval + 30;
 
@@ -237,6 +238,12 @@ SMARTRequest SMARTStatCollectorItem::beginReading()
         .thresholds = !nvme_ && !loadedThresholds_};
 }
 
+SMARTRequest SMARTStatCollectorItem::beginLookAtPower()
+{
+    readingSince_ = context().runtime.monotonicTime();
+    return {.kind = nvme_ ? SMARTKind::NVMe : SMARTKind::ATA, .powerOnly = true};
+}
+
 void SMARTStatCollectorItem::update(const SMARTReading& reading, double sampleID)
 {
     readingSince_.reset();
@@ -246,6 +253,9 @@ void SMARTStatCollectorItem::update(const SMARTReading& reading, double sampleID
     }
     if (reading.power != DiskPower::Awake) {
         state_ = reading.power == DiskPower::Asleep ? DiskState::Asleep : DiskState::PowerHidden;
+        return;
+    }
+    if (reading.powerOnly) {
         return;
     }
     takeIdentity(reading);

@@ -92,11 +92,16 @@ public:
     bool isDue() const;
     /// The same for the record alone: an ATA disk's every 1800 s.
     bool isDueForRecord() const;
+    /// Whether its figures are only of now if it has not gone to sleep meanwhile: an ATA disk's, between two readings for
+    /// the record.
+    bool isPowerUncertain() const { return !nvme_ && state_ == DiskState::Read && !isBeingRead(); }
     bool isBeingRead() const { return readingSince_.has_value(); }
     /// s since the reading in progress began; 0 without one.
     double readingFor() const;
     /// What to ask of it now; its turn begins with that.
     SMARTRequest beginReading();
+    /// Likewise, but for whether it sleeps; its turn stays.
+    SMARTRequest beginLookAtPower();
     void update(const SMARTReading& reading, double sampleID);
     void updateSampleID(double sampleID);
     /// Its figures are of now, as far as that rhythm goes, and belong into its history.

@@ -14,6 +14,13 @@ bool isAbsurd(const SensorChannel& channel, double limit)
     return channel.kind == SensorChannelKind::Temperature && (limit < coldest || limit > hottest);
 }
 
+/// Whether a critical limit is one that any warm room passes: firmware has such for zones that it does not use.
+bool isNonsense(const SensorChannel& channel, double critical)
+{
+    constexpr double coolest = 40; // °C
+    return channel.kind == SensorChannelKind::Temperature && critical < coolest;
+}
+
 /// Whether an upper limit is what a register holds that nobody has written.
 bool isUnset(const SensorChannel& channel, double limit)
 {
@@ -33,7 +40,9 @@ SensorAlarm likeliest(const SensorChannel& channel, std::optional<double> value)
 
 SensorAlarm compare(const SensorChannel& channel, double value)
 {
-    if ((channel.critical && value >= *channel.critical) || (channel.lowCritical && value <= *channel.lowCritical)) {
+    // A processor that throttles itself reads exactly its limit: only beyond it is there anything wrong.
+    const bool isTooHigh = channel.critical && !channel.tellsCritical && value > *channel.critical;
+    if (isTooHigh || (channel.lowCritical && value < *channel.lowCritical)) {
         return SensorAlarm::Critical;
     }
     const bool isFan = channel.kind == SensorChannelKind::Fan;
@@ -76,6 +85,10 @@ SensorFlags dropUnsetLimits(SensorChannel& channel)
             limit->reset();
             *flag = true;
         }
+    }
+    if (channel.critical && isNonsense(channel, *channel.critical)) {
+        channel.critical.reset();
+        meaningless.critical = true;
     }
     const bool isAnyLeft = channel.low || channel.high || channel.critical || channel.lowCritical;
     meaningless.any = !isAnyLeft && (meaningless.high || meaningless.critical);

@@ -54,8 +54,9 @@ std::optional<SeenLimits> readSensorLimits(SQLiteConnection& database, const std
     }
     if (!rows->empty()) {
         SeenLimits seen{.low = number(rows->front(), "low"), .high = number(rows->front(), "high")};
-        if (!isMeasured(database, argument)) {
-            seen.low = seen.low == 0 || seen.low == -1 ? std::nullopt : seen.low;
+        const bool isMadeAnew = seen.low && seen.high && *seen.low > *seen.high;
+        if (isMadeAnew || !isMeasured(database, argument)) {
+            seen.low = isMadeAnew || seen.low == 0 || seen.low == -1 ? std::nullopt : seen.low;
             seen.high = seen.high == 0 ? std::nullopt : seen.high;
         }
         return seen;
@@ -65,6 +66,12 @@ std::optional<SeenLimits> readSensorLimits(SQLiteConnection& database, const std
         || !database.execute(
             "insert into sensor_limits (uuid, high) values (?, ?)", SqlValues{key, seen.high.value_or(0)})) {
         return std::nullopt; // updates need the row
+    }
+    // The sensor may be among the recorded series and its row lost: what nobody has measured must not pass for measured,
+    // and a low above the high never was.
+    if (isMeasured(database, argument)
+        && !database.execute("update sensor_limits set low = high + 1 where uuid = ?", argument)) {
+        return std::nullopt;
     }
     return seen;
 }

@@ -23,7 +23,8 @@ constexpr const char* removeEmptySensorLimits = "delete from %@ where uuid = ? a
 /// What earlier runs saw of a sensor; absent when the file cannot be read, or a row not be added, now. A sensor without a
 /// row gets one, with the highest value of the history tables. Runs on the database's queue.
 ///
-/// The table cannot tell 0 and -1 from "not seen yet": for sensors among the recorded series they are measured values.
+/// The table cannot tell 0 and -1 from "not seen yet": for sensors among the recorded series they are measured values,
+/// unless their row had to be made: it has a low above its high until something is measured.
 std::optional<SeenLimits> readSensorLimits(SQLiteConnection& database, const std::string& key);
 
 /// The same for many, in one transaction, in their order.

@@ -24,6 +24,7 @@ void SensorStatCollectorItem::noteRecordedValue(double value)
         recordedValueChanged_ = true;
     }
     hasRecorded_ = true;
+    hasBeenAboveZero_ = hasBeenAboveZero_ || value > 0;
 }
 
 void SensorStatCollectorItem::takeStoredLimits(const SeenLimits& stored)

@@ -66,6 +66,8 @@ public:
     void setRecordedValueChanged(bool changed) { recordedValueChanged_ = changed; }
     /// Whether it has had a value in this run.
     bool hasRecorded() const { return hasRecorded_; }
+    /// Whether one of them was above 0: a fan that turned.
+    bool hasBeenAboveZero() const { return hasBeenAboveZero_; }
     /// Widens the extremes to hold a value.
     void noteRecordedValue(double value);
     /// Whether it knows what earlier runs saw. Until then nothing may be written over that.
@@ -96,6 +98,7 @@ private:
     double percentage_ = 0;
     bool hasValue_ = false;
     bool hasRecorded_ = false;
+    bool hasBeenAboveZero_ = false;
     bool knowsStoredLimits_ = false;
     bool recordedValueChanged_ = false;
     bool defaultSensor_ = false;

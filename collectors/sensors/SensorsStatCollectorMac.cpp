@@ -478,23 +478,23 @@ SensorAlarm SensorsStatCollectorMac::alarmOf(const Item& item) const
 {
     const std::string key = item.key().value_or("");
     const auto value = item.hasValue() ? std::optional(item.value()) : std::nullopt;
-    if (const SensorChannel* channel = channelForKey(key)) {
-        SensorFlags flags = alarms_.flags(key, context().runtime.monotonicTime());
-        if (const auto found = meaninglessFlags_.find(key); found != meaninglessFlags_.end()) {
-            flags.any = flags.any && !found->second.any;
-            flags.low = flags.low && !found->second.low;
-            flags.high = flags.high && !found->second.high;
-            flags.critical = flags.critical && !found->second.critical;
-        }
-        return sensorAlarm(*channel, value, flags);
+    const SensorChannel* channel = channelForKey(key);
+    if (!channel) {
+        return SensorAlarm::None; // the range that a client gave is that of its gauge
     }
-    if (!item.hasFixedLimits() || kindOf(item) == sensorKind::fan) {
-        return SensorAlarm::None; // a Mac's fans may rest below their slowest turning
+    SensorFlags flags = alarms_.flags(key, context().runtime.monotonicTime());
+    if (const auto found = meaninglessFlags_.find(key); found != meaninglessFlags_.end()) {
+        flags.any = flags.any && !found->second.any;
+        flags.low = flags.low && !found->second.low;
+        flags.high = flags.high && !found->second.high;
+        flags.critical = flags.critical && !found->second.critical;
     }
-    SensorChannel limits;
-    limits.low = item.low();
-    limits.high = item.high();
-    return sensorAlarm(limits, value, {});
+    if (channel->kind == SensorChannelKind::Fan && channel->low && !item.hasBeenAboveZero()) {
+        SensorChannel unconnected = *channel; // as far as its speed tells; its chip may know better
+        unconnected.mayStandStill = true;
+        return sensorAlarm(unconnected, value, flags);
+    }
+    return sensorAlarm(*channel, value, flags);
 }
 
 } // namespace meridal

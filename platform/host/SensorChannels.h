@@ -31,6 +31,7 @@ struct SensorChannel {
     std::optional<double> high = {};        ///< above it the hardware raises an alarm
     std::optional<double> critical = {};    ///< above it the hardware protects itself
     std::optional<double> lowCritical = {}; ///< below it the hardware protects itself
+    bool tellsCritical = false;             ///< the chip has a flag for its critical limit, which knows best
     bool mayStandStill = false;             ///< a fan whose low limit is its slowest turning, below which it rests
     bool disturbs = false; ///< reading it may keep a disk from its rest: for who asks, not for the record
     bool operator==(const SensorChannel&) const = default;

@@ -193,9 +193,10 @@ std::optional<HwmonChip> readChip(const RootFolder& root, const std::string& ent
 {
     HwmonChip chip;
     chip.folder = std::string(classFolder) + "/" + entry;
+    chip.device = chip.folder + "/device";
     auto name = root.readLine(chip.folder + "/name");
     if (!name) { // old drivers keep everything with the device
-        chip.folder += "/device";
+        chip.folder = chip.device;
         name = root.readLine(chip.folder + "/name");
     }
     if (!name) {
@@ -203,13 +204,12 @@ std::optional<HwmonChip> readChip(const RootFolder& root, const std::string& ent
     }
     chip.prefix = name->substr(0, longestName);
     chip.channels = readChannels(root, chip.folder);
-    const std::string device = std::string(classFolder) + "/" + entry + "/device";
     if (chip.prefix == "applesmc") {
         takeKeysFromLabels(chip);
     } else if (chip.prefix.starts_with("macsmc")) {
-        takeKeysFromDeviceTree(root, chip, device + "/of_node");
+        takeKeysFromDeviceTree(root, chip, chip.device + "/of_node");
     }
-    nameChip(root, chip, realPath(root.path(device)));
+    nameChip(root, chip, realPath(root.path(chip.device)));
     const auto place = realPath(root.path(std::string(classFolder) + "/" + entry));
     chip.identity =
         hwmon::stablePath(belowDevices(root, place), [&](std::string_view ata) { return ataPortNumber(place, ata); })

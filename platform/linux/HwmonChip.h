@@ -45,6 +45,7 @@ struct HwmonChannel {
 /// A hardware monitoring chip, as the kernel's Documentation/hwmon/sysfs-interface describes them.
 struct HwmonChip {
     std::string folder;                 ///< of its files, below the root
+    std::string device;                 ///< the folder of what it belongs to, below the root
     std::string prefix;                 ///< the driver's name for it: "nct6775"
     std::string name;                   ///< lm-sensors' name for it: "nct6775-isa-0290"
     std::string identity;               ///< where it sits, without anything that the order of probing decides

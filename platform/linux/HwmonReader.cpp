@@ -19,7 +19,7 @@ constexpr double wantedFor = 8.0;
 constexpr double grace = 7.0;
 
 /// Reads a file that is kept open; opens it when it is not, and once more when its chip has gone and come back.
-std::optional<double> readKept(Descriptor& file, const std::filesystem::path& path)
+std::optional<std::string> readKept(Descriptor& file, const std::filesystem::path& path)
 {
     for (int attempt = 0; attempt < 2; ++attempt) {
         const bool wasOpen = static_cast<bool>(file);
@@ -32,7 +32,7 @@ std::optional<double> readKept(Descriptor& file, const std::filesystem::path& pa
         char text[64];
         const ssize_t size = ::pread(file.get(), text, sizeof text, 0);
         if (size >= 0) {
-            return parseHwmonFigure({text, static_cast<std::size_t>(size)});
+            return std::string(text, static_cast<std::size_t>(size));
         }
         if (errno != ENODEV && errno != ENXIO && errno != ENOENT) {
             return std::nullopt; // the driver's own trouble; the file is good
@@ -43,6 +43,12 @@ std::optional<double> readKept(Descriptor& file, const std::filesystem::path& pa
         }
     }
     return std::nullopt;
+}
+
+std::optional<double> readFigure(Descriptor& file, const std::filesystem::path& path)
+{
+    const auto text = readKept(file, path);
+    return text ? parseHwmonFigure(*text) : std::nullopt;
 }
 
 } // namespace
@@ -59,8 +65,12 @@ std::optional<double> parseHwmonFigure(std::string_view text)
     return static_cast<double>(number);
 }
 
-HwmonReader::HwmonReader(std::filesystem::path folder, std::vector<File> files)
-    : folder_(std::move(folder)), files_(std::move(files)), open_(files_.size()), figures_(files_.size())
+HwmonReader::HwmonReader(std::filesystem::path folder, std::vector<File> files, const std::filesystem::path& device)
+    : folder_(std::move(folder))
+    , files_(std::move(files))
+    , status_(device / "power/runtime_status")
+    , open_(files_.size())
+    , figures_(files_.size())
 {
 }
 
@@ -106,8 +116,9 @@ bool HwmonReader::beginReading(double now)
 void HwmonReader::read(double now)
 {
     for (std::vector<std::size_t> due = takeDue(now); !due.empty(); due = takeDue(now)) {
+        const bool rests = isSuspended();
         for (const std::size_t file : due) {
-            const Reading reading = readFile(file);
+            const Reading reading = rests ? Reading() : readFile(file);
             const std::lock_guard lock(mutex_);
             figures_[file].value = reading.value;
             figures_[file].isFaulty = reading.isFaulty;
@@ -131,13 +142,20 @@ std::vector<std::size_t> HwmonReader::takeDue(double now)
     return due;
 }
 
+/// Asking that wakes nobody.
+bool HwmonReader::isSuspended()
+{
+    const auto status = readKept(openStatus_, status_);
+    return status && status->starts_with("suspend"); // "suspended", or "suspending"
+}
+
 HwmonReader::Reading HwmonReader::readFile(std::size_t file)
 {
     const File& what = files_[file];
-    if (!what.fault.empty() && readKept(open_[file].fault, folder_ / what.fault).value_or(0) != 0) {
+    if (!what.fault.empty() && readFigure(open_[file].fault, folder_ / what.fault).value_or(0) != 0) {
         return {.value = {}, .isFaulty = true};
     }
-    const auto figure = readKept(open_[file].input, folder_ / what.name);
+    const auto figure = readFigure(open_[file].input, folder_ / what.name);
     return {.value = figure ? std::optional(*figure / what.units) : std::nullopt, .isFaulty = false};
 }
 

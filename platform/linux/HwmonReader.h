@@ -23,7 +23,9 @@ public:
         double units = 1;  ///< how many of its units are one of ours
     };
 
-    HwmonReader(std::filesystem::path folder, std::vector<File> files);
+    /// `device` is the folder of what the chip belongs to. While that is suspended by the system, its files are left
+    /// alone, as reading one would wake it, and all figures are absent.
+    HwmonReader(std::filesystem::path folder, std::vector<File> files, const std::filesystem::path& device);
 
     // Times are seconds of the clock that cannot step.
 
@@ -61,10 +63,13 @@ private:
     };
     std::vector<std::size_t> takeDue(double now);
     Reading readFile(std::size_t file);
+    bool isSuspended();
 
     const std::filesystem::path folder_;
     const std::vector<File> files_;
-    std::vector<OpenFile> open_; ///< only read() touches it, one call at a time
+    const std::filesystem::path status_; ///< of the device's power; may be missing
+    std::vector<OpenFile> open_;         ///< only read() touches it and the next, one call at a time
+    Descriptor openStatus_;
     mutable std::mutex mutex_;
     std::vector<Figure> figures_;
     bool underway_ = false;

@@ -24,6 +24,7 @@ std::vector<SensorChannel> HwmonSensorChannels::channels()
             .high = limit(sensor, HwmonFile::High),
             .critical = limit(sensor, HwmonFile::Critical),
             .lowCritical = limit(sensor, HwmonFile::LowCritical),
+            .tellsCritical = sensor.file(HwmonFile::CriticalAlarm).has_value(),
             .mayStandStill = sensor.isSMCs,
             .disturbs = sensor.disturbs};
         if (channel.low && channel.high && sensor.formula && *channel.low > *channel.high) {

@@ -101,7 +101,8 @@ void HwmonSensors::rebuild()
             }
         }
         if (!source.reader) {
-            source.reader = std::make_shared<HwmonReader>(root_.path(source.chip.folder), filesOf(source.chip));
+            source.reader = std::make_shared<HwmonReader>(
+                root_.path(source.chip.folder), filesOf(source.chip), root_.path(source.chip.device));
         }
         addSensors(source.chip, config, sources_.size(), identities);
         sources_.push_back(std::move(source));
@@ -125,6 +126,9 @@ void HwmonSensors::addSensors(const HwmonChip& chip, const SensorsConfig& config
         }
         if (config.isIgnored(chip.name, channel.name)) {
             continue;
+        }
+        if (chip.prefix == "coretemp") { // where its fans are to turn faster, which is all right
+            sensor.files[static_cast<std::size_t>(HwmonFile::High)].reset();
         }
         sensor.kind = channel.kind;
         sensor.isSMCs = !channel.ownKey.empty();

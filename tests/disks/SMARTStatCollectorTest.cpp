@@ -318,9 +318,16 @@ TEST_F(DiskHistoryTest, TheRecordNeedsNobodyWhoAsksAndOutlivesTheDisk)
     const auto ata = plugATA("root/ata/sda", "WX1");
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
     collector->keepRecord();
-    machine.runtime.advance(3 * 3600);
+    constexpr double watched = 3 * 3600 + 300; // a reading of five minutes ago is the latest
+    machine.runtime.advance(watched);
     const char* const count = "SELECT count(temperature), max(temperature) FROM day_diskhistory WHERE uuid='WX1'";
-    EXPECT_THAT(figures(count), ElementsAre(DoubleNear(3 * 3600 / 144.0, 2), 34)) << "without a hole";
+    EXPECT_THAT(figures(count), ElementsAre(DoubleNear(watched / 144, 2), 34)) << "without a hole";
+    const double before = figures(count)[0];
+    const int reads = ata.disk->asked["readData"];
+    ata.disk->power = DiskPower::Asleep;
+    machine.runtime.advance(1500);
+    EXPECT_LE(figures(count)[0], before + 3) << "asleep, it is not as warm as it was for longer than 5 minutes";
+    EXPECT_EQ(ata.disk->asked["readData"], reads);
     unplug(ata);
     unplug(nvme);
     for (const bool isRestarted : {false, true}) {

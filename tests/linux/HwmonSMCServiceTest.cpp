@@ -18,8 +18,8 @@ using test::HwmonMachine;
 void addProcessor(HwmonMachine& machine, const std::string& entry)
 {
     machine.chip(entry, "platform/coretemp.0", "platform", "coretemp",
-        {{"temp1_input", "52000"}, {"temp1_label", "Package id 0"}, {"temp1_max", "100000"}, {"temp1_crit", "105000"},
-            {"temp2_input", "49500"}, {"temp2_label", "Core 0"}});
+        {{"temp1_input", "52000"}, {"temp1_label", "Package id 0"}, {"temp1_max", "80000"}, {"temp1_crit", "105000"},
+            {"temp1_crit_alarm", "0"}, {"temp2_input", "49500"}, {"temp2_label", "Core 0"}});
 }
 void addDisk(HwmonMachine& machine, const std::string& entry, const std::string& disk)
 {
@@ -334,9 +334,8 @@ TEST(HwmonSensorChannels, TellChipsLabelsAndLimits)
             .chip = "coretemp-isa-0000",
             .label = "Package id 0",
             .kind = SensorChannelKind::Temperature,
-            .low = {},
-            .high = 100,
-            .critical = 105}));
+            .critical = 105,
+            .tellsCritical = true}));
     EXPECT_EQ(channels[1].label, "Kern?[31m");
     EXPECT_EQ(channels[2].low, -273.15);
     EXPECT_FALSE(laptop.keys().contains("thinkpad-isa-0000 fan2"));
@@ -399,21 +398,50 @@ TEST(HwmonSensorChannels, ADiskIsReadSeldom)
     EXPECT_EQ(machine.value(key), 40);
 }
 
+TEST(HwmonSensorChannels, ASleepingDeviceIsNotWoken)
+{
+    HwmonMachine machine;
+    const std::string gpu = "pci0000:00/0000:00:01.0/0000:01:00.0";
+    machine.chip("hwmon0", gpu, "pci", "amdgpu",
+        {{"temp1_input", "41000"}, {"temp1_crit", "100000"}, {"temp1_crit_alarm", "1"}, {"fan1_input", "900"}});
+    const auto becomes = [&](const char* status) {
+        machine.tree.write("sys/devices/" + gpu + "/power/runtime_status", std::string(status) + "\n");
+        machine.runtime.advance(61);
+    };
+    becomes("suspended");
+    machine.start();
+    HwmonSensorChannels channels(machine.sensors);
+    const std::string key = machine.keys().at("amdgpu-pci-0100 temp1");
+    EXPECT_FALSE(channels.channels().at(0).critical);
+    EXPECT_TRUE(channels.flags().empty());
+    EXPECT_TRUE(std::isnan(machine.value(key)));
+    for (const char* awake : {"active", "unsupported"}) {
+        becomes(awake);
+        EXPECT_EQ(machine.value(key), 41) << awake;
+        EXPECT_EQ(channels.channels().at(0).critical, 100);
+        EXPECT_EQ(channels.flags().size(), 1U);
+        becomes("suspended");
+        EXPECT_TRUE(std::isnan(machine.value(key))) << "not what it was when it went to sleep";
+        EXPECT_EQ(machine.call(SMCCommand::ReadKeyInfo, key).result, 0) << "it is still there";
+        EXPECT_TRUE(channels.flags().empty());
+    }
+}
+
 TEST(HwmonSensorChannels, ALimitThatCouldNotBeReadComesLater)
 {
     HwmonMachine machine;
     addProcessor(machine, "hwmon0");
-    machine.set("hwmon0", "temp1_max", "");
+    machine.set("hwmon0", "temp1_crit", "");
     machine.start();
     HwmonSensorChannels channels(machine.sensors);
     const std::uint64_t generation = channels.generation();
-    EXPECT_FALSE(channels.channels()[0].high);
+    EXPECT_FALSE(channels.channels()[0].critical);
     machine.runtime.advance(61);
     EXPECT_EQ(channels.generation(), generation) << "still none";
-    machine.set("hwmon0", "temp1_max", "100000");
+    machine.set("hwmon0", "temp1_crit", "100000");
     machine.runtime.advance(61);
     EXPECT_NE(channels.generation(), generation);
-    EXPECT_EQ(channels.channels()[0].high, 100);
+    EXPECT_EQ(channels.channels()[0].critical, 100);
 }
 
 TEST(HwmonSensorServices, GiveChannelsByLabel)

@@ -23,8 +23,11 @@ SensorChannel channel(Kind kind, std::optional<double> low, std::optional<double
 
 TEST(SensorAlarms, LimitsAndFlagsOfRealChips)
 {
+    const std::optional<double> no;
     SensorChannel macsFan = channel(Kind::Fan, 1350, 6000);
     macsFan.mayStandStill = true;
+    SensorChannel core = channel(Kind::Temperature, no, no, 100);
+    core.tellsCritical = true;
     constexpr SensorFlags none;
     constexpr SensorFlags channelFlag{.any = true};
     struct Case {
@@ -34,7 +37,6 @@ TEST(SensorAlarms, LimitsAndFlagsOfRealChips)
         SensorFlags flags;
         SensorAlarm expected;
     };
-    const std::optional<double> no;
     const std::vector<Case> cases = {
         {"a fan that stands still", channel(Kind::Fan, 600, no), 0.0, none, Low},
         {"a fan that may", macsFan, 0.0, none, None},
@@ -54,10 +56,14 @@ TEST(SensorAlarms, LimitsAndFlagsOfRealChips)
         {"jc42 with one limit set", channel(Kind::Temperature, 0, 0, 85), 86.0, none, Critical},
         {"nvme, no limits but one", channel(Kind::Temperature, -273.15, 65261.85, 84.75), 40.0, none, None},
         {"nvme, which has no limits", channel(Kind::Temperature, -273.15, 65261.85), 40.0, channelFlag, High},
-        {"critical counts when reached", channel(Kind::Temperature, no, 80, 100), 100.0, none, Critical},
+        {"a processor that throttles", channel(Kind::Temperature, no, no, 100), 100.0, none, None},
+        {"critical", channel(Kind::Temperature, no, 80, 100), 100.1, none, Critical},
+        {"coretemp, which has its own flag", core, 101.0, none, None},
+        {"coretemp, which says so", core, 99.0, {.critical = true}, Critical},
+        {"acpitz, a zone that is not used", channel(Kind::Temperature, no, no, 20.8), 27.8, none, None},
         {"high", channel(Kind::Temperature, no, 80, 100), 99.0, none, High},
-        {"frozen", channel(Kind::Temperature, 0, 80, 100, -10), -10.0, none, Critical},
-        {"cold", channel(Kind::Temperature, 0, 80, 100, -10), -9.0, none, Low},
+        {"frozen", channel(Kind::Temperature, 0, 80, 100, -10), -10.1, none, Critical},
+        {"cold", channel(Kind::Temperature, 0, 80, 100, -10), -10.0, none, Low},
         {"an open diode", channel(Kind::Temperature, no, 80), no, {.high = true, .fault = true}, Fault},
         {"no value", channel(Kind::Temperature, 10, 80), no, none, None},
         {"no limits", channel(Kind::Power, no, no), 900.0, none, None},
@@ -79,20 +85,26 @@ TEST_F(SensorsTest, ListsTellWhatIsWrong)
     emulate();
     SensorChannel fan = channel(Kind::Fan, 600, {});
     fan.key = "F0Ac";
+    SensorChannel header = fan;
+    header.key = "F1Ac";
     SensorChannel board = channel(Kind::Temperature, {}, 80);
     board.key = "T0AB";
     SensorChannel memory = channel(Kind::Temperature, 0, 0, 0);
     memory.key = "T0AC";
-    machine.sensorChannels().change({fan, board, memory});
-    smc().setFloat("FNum", 1);
-    smc().setFloat("F0Ac", 0);
-    smc().set("F0ID", "{fds", {0, 0, 0, 0, 'L'});
+    machine.sensorChannels().change({fan, header, board, memory});
+    smc().setFloat("FNum", 2);
+    for (const char* number : {"F0", "F1"}) {
+        smc().setFloat(std::string(number) + "Ac", 0);
+        smc().set(std::string(number) + "ID", "{fds", {0, 0, 0, 0, 'L'});
+    }
     smc().setFloat("T0AB", 41.3F);
     smc().setFloat("T0AC", 37);
-    smc().setFloat("TC0P", 101);
-    machine.sensorChannels().raised = {{"T0AB", {.any = true}}, {"T0AC", {.high = true, .critical = true}}};
+    smc().setFloat("TC0P", -5);
+    smc().setFloat("TC1P", 101);
+    machine.sensorChannels().raised = {
+        {"T0AB", {.any = true}}, {"T0AC", {.high = true, .critical = true}}, {"F1Ac", {.any = true}}};
     start();
-    electric(json(R"([{"key":"TC0P","high":100}])"));
+    electric(json(R"([{"key":"TC0P","high":100},{"key":"TC1P","high":100}])"));
     const auto alarms = [this] {
         std::map<std::string, Value> found;
         for (const Value& sensor : list()) {
@@ -100,21 +112,23 @@ TEST_F(SensorsTest, ListsTellWhatIsWrong)
         }
         return found;
     };
-    using Alarms = std::map<std::string, Value>;
     machine.runtime.advance(5);
-    EXPECT_EQ(alarms(), (Alarms{{"F0Ac", "low"}, {"T0AB", nullptr}, {"T0AC", nullptr}, {"TC0P", "high"}}))
-        << "the first flags may be of last week";
-    EXPECT_EQ(list()[1]["value"], 41.3) << "and not 41.299999237060547";
+    EXPECT_THAT(alarms(), testing::AllOf(testing::SizeIs(6), testing::Each(testing::Pair(testing::_, Value()))))
+        << "fans may not be connected, the first flags may be of last week, and a client's range is that of its gauge";
+    EXPECT_EQ(list()[2]["value"], 41.3) << "and not 41.299999237060547";
     machine.runtime.advance(10);
     EXPECT_EQ(alarms()["T0AB"], "high");
-    machine.sensorChannels().raised = {{"T0AB", {.fault = true}}};
+    EXPECT_EQ(alarms()["F1Ac"], "low") << "its chip says so";
     smc().setFloat("F0Ac", 900);
+    machine.sensorChannels().raised = {{"T0AB", {.fault = true}}};
     machine.runtime.advance(10);
     EXPECT_EQ(alarms()["T0AB"], "fault");
     EXPECT_EQ(alarms()["F0Ac"], nullptr);
+    smc().setFloat("F0Ac", 0);
     machine.sensorChannels().raised = {};
     machine.runtime.advance(SensorAlarms::heldFor - 6);
     EXPECT_EQ(alarms()["T0AB"], "fault") << "another program may have read it away";
+    EXPECT_EQ(alarms()["F0Ac"], "low") << "it ran, and stopped";
     machine.runtime.advance(10);
     EXPECT_EQ(alarms()["T0AB"], nullptr);
 }

@@ -202,6 +202,14 @@ TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
     const auto limits = readSensorLimits(database, std::vector<std::string>{"TC1P", "TC0P"});
     EXPECT_FALSE(limits.at(0));
     EXPECT_EQ(limits.at(1)->high, 90);
+    ASSERT_TRUE(database.execute("create table recorded_series as select 'sensors' collector, 'TC1P' uuid"));
+    for (const char* prefix : {"hour_", "day_", "week_"}) {
+        ASSERT_TRUE(database.execute(std::string("create table ") + prefix + "sensorhistory (uuid, value)"));
+    }
+    for (const char* when : {"now", "at the next start"}) {
+        const auto made = readSensorLimits(database, "TC1P");
+        EXPECT_TRUE(made && !made->low && !made->high) << "a lost row of a recorded sensor says nothing " << when;
+    }
 
     // A file that answers late: the reading lost meanwhile is asked for again with the rows of the record.
     smc().setFloat("TC0P", 40);
