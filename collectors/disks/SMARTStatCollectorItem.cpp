@@ -15,7 +15,7 @@ constexpr std::size_t valueCount = 2; ///< temperature and wear
 
 constexpr double ataInterval = 300; ///< s between readings of an ATA disk: some rest longer when left alone
 /// For the record alone. Some disks start to count the time to their rest anew with every reading, so readings must be
-/// much further apart than that time, which is a quarter of an hour at most on the machines of people who care.
+/// further apart than that time, or there must be none while nobody else uses the disk.
 constexpr double ataRecordInterval = 1800;
 constexpr double nvmeRecordInterval = 300;
 constexpr double slack = 5; ///< s by which a turn may come early
@@ -63,6 +63,7 @@ void SMARTStatCollectorItem::forget()
     loadedIdentity_ = false;
     lastStatusUpdate_ = 0;
     lastRead_.reset();
+    requestsWhenRead_.reset();
     state_ = DiskState::Unread;
 }
 
@@ -218,7 +219,19 @@ bool SMARTStatCollectorItem::isDue() const
 bool SMARTStatCollectorItem::isDueForRecord() const
 {
     const double interval = nvme_ ? nvmeRecordInterval : ataRecordInterval;
-    return !isBeingRead() && (!lastAsked_ || context().runtime.monotonicTime() >= *lastAsked_ + interval - slack);
+    if (isBeingRead() || (lastAsked_ && context().runtime.monotonicTime() < *lastAsked_ + interval - slack)) {
+        return false;
+    }
+    const bool mayRest = !nvme_ && spins_ != false;
+    return !mayRest || !requestsWhenRead_ || requests() != requestsWhenRead_;
+}
+
+std::optional<std::int64_t> SMARTStatCollectorItem::requests() const
+{
+    const Value counts = object_ ? object_->searchChildren("Statistics") : Value();
+    const auto reads = integer(counts, "Operations (Read)");
+    const auto writes = integer(counts, "Operations (Write)");
+    return reads && writes ? std::optional(*reads + *writes) : std::nullopt;
 }
 
 double SMARTStatCollectorItem::readingFor() const
@@ -258,6 +271,7 @@ void SMARTStatCollectorItem::update(const SMARTReading& reading, double sampleID
     if (reading.powerOnly) {
         return;
     }
+    requestsWhenRead_ = requests(); // after the reading: a host may count that, too
     takeIdentity(reading);
     const bool answered = nvme_ ? reading.health.has_value() : reading.data.has_value();
     state_ = answered ? DiskState::Read : reading.switchedOff ? DiskState::SwitchedOff : DiskState::Silent;

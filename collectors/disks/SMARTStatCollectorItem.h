@@ -90,7 +90,8 @@ public:
     /// Whether its turn has come: an ATA disk's every 300 s, that of one asleep every 25 s, as looking does not wake it and
     /// somebody else may have, an NVMe disk's always, nobody's while it is being read.
     bool isDue() const;
-    /// The same for the record alone: an ATA disk's every 1800 s.
+    /// The same for the record alone: an ATA disk's every 1800 s, but not while one that may spin is left alone by all
+    /// others: its time to rest would never pass if that is half an hour or more.
     bool isDueForRecord() const;
     /// Whether its figures are only of now if it has not gone to sleep meanwhile: an ATA disk's, between two readings for
     /// the record.
@@ -122,6 +123,8 @@ private:
     void takeIdentity(const SMARTReading& reading);
     void takeAttributes(const SMARTReading& reading, double sampleID);
     void takeStatus(const SMARTReading& reading);
+    /// How many requests it has been sent by everybody; absent where the system does not count.
+    std::optional<std::int64_t> requests() const;
     void describeAttributes();
     DiskTraits traits() const;
     /// The first figure that an attribute of the disk has of what is asked.
@@ -154,6 +157,7 @@ private:
     std::optional<double> lastAsked_;    ///< monotonic s
     std::optional<double> lastRead_;     ///< monotonic s
     std::optional<double> readingSince_; ///< monotonic s
+    std::optional<std::int64_t> requestsWhenRead_;
 };
 
 } // namespace meridal

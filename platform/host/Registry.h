@@ -32,7 +32,8 @@ using RegistryEntryPtr = std::shared_ptr<const RegistryEntry>;
 ///
 /// Of disks: "SMART Capable" (ATA, also behind USB) and "NVMe SMART Capable" are true for those that have health data.
 /// Such an entry has "Device Characteristics" ("Vendor Name", "Product Name", "Serial Number", "Medium Type" with "Solid
-/// State" or "Rotational"), and "BSD Name", the block device's name, in itself or below; parents may have "USB Serial
+/// State" or "Rotational"), and "BSD Name", the block device's name, in itself or below; where the system counts, "Statistics" likewise
+/// ("Operations (Read)", "Operations (Write)": requests so far, without questions about health); parents may have "USB Serial
 /// Number", "INQUIRY Unit Serial Number" and "GUID".
 class Registry {
 public:

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdint>
+#include <sstream>
 
 namespace meridal {
 
@@ -177,6 +179,20 @@ Value SysfsEntry::characteristics() const
     return result;
 }
 
+/// Documentation/block/stat.rst. What is passed through to the disk is not counted there.
+Value SysfsEntry::statistics() const
+{
+    const auto text = isBlockDevice() && file("queue/iostats") != "0" ? file("stat") : std::nullopt;
+    std::istringstream line(text.value_or(""));
+    std::int64_t reads = 0;
+    std::int64_t writes = 0;
+    std::int64_t other = 0;
+    if (!(line >> reads >> other >> other >> other >> writes)) {
+        return {};
+    }
+    return {{"Operations (Read)", reads}, {"Operations (Write)", writes}};
+}
+
 /// The controller's first namespace. With several paths to it, its block device is elsewhere and the folder here has the
 /// path's number in its name.
 std::optional<std::string> SysfsEntry::namespaceName() const
@@ -206,6 +222,9 @@ Value SysfsEntry::property(std::string_view key) const
     }
     if (key == "Device Characteristics") {
         return characteristics();
+    }
+    if (key == "Statistics") {
+        return statistics();
     }
     if (key == "BSD Name") {
         return isBlockDevice() ? Value(name()) : Value();

@@ -36,6 +36,7 @@ private:
     std::optional<ATAIdentity> identity() const;
     std::optional<std::string> unitSerial() const;
     Value characteristics() const;
+    Value statistics() const;
     std::optional<std::string> namespaceName() const;
 
     RootFolder root_;

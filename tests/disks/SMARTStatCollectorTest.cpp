@@ -81,6 +81,8 @@ TEST_F(DiskTest, TheRecordLetsDisksRest)
     const auto ata = plugATA("root/ata/sda", "WX1");
     const auto sleeping = plugATA("root/ata/sdb", "WX2");
     sleeping.disk->power = DiskPower::Asleep;
+    const auto idle = plugATA("root/ata/sdc", "WX3");
+    idle.entry->children["Statistics"] = {{"Operations (Read)", 70}, {"Operations (Write)", 7}};
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
     collector->keepRecord();
     machine.runtime.advance(SMARTStatCollector::firstRecord - 1);
@@ -95,6 +97,12 @@ TEST_F(DiskTest, TheRecordLetsDisksRest)
     machine.runtime.runDue();
     EXPECT_EQ(updates, 1);
     EXPECT_EQ(ata.disk->asked["readData"], 2 * 5) << "who asks gets figures of now";
+    wanted = false;
+    machine.runtime.advance(2 * 3600);
+    EXPECT_EQ(idle.disk->asked["readData"], 2 * 2) << "one for who asked; nobody else uses it, so it may rest";
+    idle.entry->children["Statistics"]["Operations (Write)"] = 8;
+    machine.runtime.advance(SMARTStatCollector::recordInterval);
+    EXPECT_EQ(idle.disk->asked["readData"], 2 * 3);
 }
 
 TEST_F(DiskTest, NothingIsReadWhileNobodyAsks)

@@ -71,11 +71,18 @@ TEST_F(LinuxRegistryTest, ADiskOnAnAtaPortTellsAllWithoutBeingAsked)
 {
     const std::string disk = addScsi("sys/devices/pci0/ata1/host0", "sda",
         {{"vendor", "ATA     \n"}, {"model", "WDC WD40EFRX-68N\n"}, {"type", "0\n"}, {"vpd_pg89", ataInformation({})}},
-        {{"dev", "8:0\n"}, {"removable", "0\n"}, {"queue/rotational", "1\n"}});
+        {{"dev", "8:0\n"}, {"removable", "0\n"}, {"queue/rotational", "1\n"},
+            {"stat",
+                "    1432      120    91234      803      355       40     7712      512        0      900     "
+                "1315\n"}});
     addDevice(disk + "/sda1", {{"partition", "1\n"}});
     addLink("sys/class/block/sda1", disk + "/sda1");
     const auto found = find("SMART Capable");
     ASSERT_EQ(found.size(), 1U) << "a partition is no disk";
+    EXPECT_EQ(
+        found[0]->searchChildren("Statistics"), (Value{{"Operations (Read)", 1432}, {"Operations (Write)", 355}}));
+    tree.write(disk + "/queue/iostats", "0\n");
+    EXPECT_TRUE(found[0]->searchChildren("Statistics").is_null()) << "nobody counts";
     EXPECT_EQ(found[0]->path(), disk);
     EXPECT_THAT(identity(*found[0]), ElementsAre("sda", "WDC WD40EFRX-68N32N0", "WD-WX11A2345678"));
     EXPECT_EQ(found[0]->property("Device Characteristics")["Medium Type"], "Rotational");
