@@ -14,9 +14,9 @@ using Role = AttributeRole;
 using enum LifeScale;
 
 constexpr double sector = 0; ///< of the disk
-constexpr double MiB = 1024.0 * 1024;
-constexpr double GiB = 1024 * MiB;
-constexpr double GB = 1e9;
+constexpr double mebibyte = 1024.0 * 1024;
+constexpr double gibibyte = 1024 * mebibyte;
+constexpr double gigabyte = 1e9;
 
 constexpr std::string_view surface = "the surface or the heads lose data";
 constexpr std::string_view mechanics = "the mechanics wear out";
@@ -85,22 +85,22 @@ constexpr AttributeMeaning meanings[] = {
 
     {"Total_LBAs_Written", "Data written", {}, Role::BytesWritten, CurrentLeft, sector},
     {"Write_Sectors_Tot_Ct", "Data written", {}, Role::BytesWritten, CurrentLeft, sector},
-    {"Host_Writes_MiB", "Data written", {}, Role::BytesWritten, CurrentLeft, MiB},
-    {"Host_Writes_32MiB", "Data written", {}, Role::BytesWritten, CurrentLeft, 32 * MiB},
-    {"Host_Writes_GiB", "Data written", {}, Role::BytesWritten, CurrentLeft, GiB},
-    {"Lifetime_Writes_GiB", "Data written", {}, Role::BytesWritten, CurrentLeft, GiB},
-    {"Total_Writes_GiB", "Data written", {}, Role::BytesWritten, CurrentLeft, GiB},
-    {"Total_Writes_GB", "Data written", {}, Role::BytesWritten, CurrentLeft, GB},
-    {"Lifetime_Wts_Frm_Hst_GB", "Data written", {}, Role::BytesWritten, CurrentLeft, GB},
+    {"Host_Writes_MiB", "Data written", {}, Role::BytesWritten, CurrentLeft, mebibyte},
+    {"Host_Writes_32MiB", "Data written", {}, Role::BytesWritten, CurrentLeft, 32 * mebibyte},
+    {"Host_Writes_GiB", "Data written", {}, Role::BytesWritten, CurrentLeft, gibibyte},
+    {"Lifetime_Writes_GiB", "Data written", {}, Role::BytesWritten, CurrentLeft, gibibyte},
+    {"Total_Writes_GiB", "Data written", {}, Role::BytesWritten, CurrentLeft, gibibyte},
+    {"Total_Writes_GB", "Data written", {}, Role::BytesWritten, CurrentLeft, gigabyte},
+    {"Lifetime_Wts_Frm_Hst_GB", "Data written", {}, Role::BytesWritten, CurrentLeft, gigabyte},
     {"Total_LBAs_Read", "Data read", {}, Role::BytesRead, CurrentLeft, sector},
     {"Read_Sectors_Tot_Ct", "Data read", {}, Role::BytesRead, CurrentLeft, sector},
-    {"Host_Reads_MiB", "Data read", {}, Role::BytesRead, CurrentLeft, MiB},
-    {"Host_Reads_32MiB", "Data read", {}, Role::BytesRead, CurrentLeft, 32 * MiB},
-    {"Host_Reads_GiB", "Data read", {}, Role::BytesRead, CurrentLeft, GiB},
-    {"Lifetime_Reads_GiB", "Data read", {}, Role::BytesRead, CurrentLeft, GiB},
-    {"Total_Reads_GiB", "Data read", {}, Role::BytesRead, CurrentLeft, GiB},
-    {"Total_Reads_GB", "Data read", {}, Role::BytesRead, CurrentLeft, GB},
-    {"Lifetime_Rds_Frm_Hst_GB", "Data read", {}, Role::BytesRead, CurrentLeft, GB},
+    {"Host_Reads_MiB", "Data read", {}, Role::BytesRead, CurrentLeft, mebibyte},
+    {"Host_Reads_32MiB", "Data read", {}, Role::BytesRead, CurrentLeft, 32 * mebibyte},
+    {"Host_Reads_GiB", "Data read", {}, Role::BytesRead, CurrentLeft, gibibyte},
+    {"Lifetime_Reads_GiB", "Data read", {}, Role::BytesRead, CurrentLeft, gibibyte},
+    {"Total_Reads_GiB", "Data read", {}, Role::BytesRead, CurrentLeft, gibibyte},
+    {"Total_Reads_GB", "Data read", {}, Role::BytesRead, CurrentLeft, gigabyte},
+    {"Lifetime_Rds_Frm_Hst_GB", "Data read", {}, Role::BytesRead, CurrentLeft, gigabyte},
 
     {"Raw_Read_Error_Rate", "Raw read error rate", surface},
     {"Throughput_Performance", "Throughput performance", mechanics},

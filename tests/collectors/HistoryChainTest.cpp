@@ -468,6 +468,9 @@ TEST_F(HistoryChainTest, AClockFarAheadTakesNothing)
     };
     for (const auto& [seconds, synchronised, believed] :
         {Case{6, false, false}, {230, false, false}, {400, false, true}, {10, true, true}}) {
+        if (slowBuild && seconds < 100) {
+            continue;
+        }
         SCOPED_TRACE(fmt::format("{} s, synchronised {}", seconds, synchronised));
         for (const auto& file : {"chain.db", "chain.db-wal", "chainlong.db", "chainlong.db-wal"}) {
             folder_.remove(file);
@@ -476,7 +479,7 @@ TEST_F(HistoryChainTest, AClockFarAheadTakesNothing)
         itemReference_ = {};
         machine_.clockSource().synchronised = false;
         start();
-        machine_.runtime.advance(2 * hour);
+        machine_.runtime.advance(70 * 60); // until the "hour" tables are full
         controller_->commitAllSync();
         const double right = machine_.runtime.wallTime();
         const double before = measuredRows(right);
