@@ -65,7 +65,7 @@ void readFiles(benchmark::State& state)
     std::vector<std::unique_ptr<HwmonReader>> readers;
     for (int chip = 0; chip < chips; ++chip) {
         readers.push_back(std::make_unique<HwmonReader>(
-            machine.tree.root() / ("sys/class/hwmon/hwmon" + std::to_string(chip)), files));
+            machine.tree.root() / ("sys/class/hwmon/hwmon" + std::to_string(chip)), files, std::filesystem::path()));
     }
     double now = 0;
     for (auto _ : state) {
