@@ -6,8 +6,8 @@
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
-#include "platform/linux/DiagNetworkStatistics.h"
-#include "platform/linux/DiagSocketOwners.h"
+#include "platform/linux/traffic/DiagNetworkStatistics.h"
+#include "platform/linux/traffic/DiagSocketOwners.h"
 #include "tests/process/FrameBytes.h"
 #include "tests/support/FakeHost.h"
 

@@ -6,7 +6,7 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Value.h"
-#include "platform/linux/ProcProcessSource.h"
+#include "platform/linux/processes/ProcProcessSource.h"
 #include "tests/support/FakeHost.h"
 
 #include <benchmark/benchmark.h>

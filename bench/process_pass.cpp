@@ -1,8 +1,8 @@
 // What one pass over the process table costs: CPU per process, on the machine as it is. Run it beside a crowd of idle
 // processes, for some seconds a case.
 
-#include "platform/linux/BpfProcessSource.h"
-#include "platform/linux/ProcProcessSource.h"
+#include "platform/linux/processes/BpfProcessSource.h"
+#include "platform/linux/processes/ProcProcessSource.h"
 
 #include <benchmark/benchmark.h>
 

@@ -6,9 +6,9 @@
 #include "collectors/sensors/SensorSMCController.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
-#include "platform/linux/HwmonReader.h"
-#include "platform/linux/HwmonSMCService.h"
-#include "platform/linux/HwmonSensors.h"
+#include "platform/linux/sensors/HwmonReader.h"
+#include "platform/linux/sensors/HwmonSMCService.h"
+#include "platform/linux/sensors/HwmonSensors.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <benchmark/benchmark.h>

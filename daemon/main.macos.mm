@@ -2,8 +2,8 @@
 
 #include "daemon/transport/XPCListener.h"
 #include "platform/Context.h"
-#include "platform/macos/DispatchRuntime.h"
 #include "platform/macos/MacHost.h"
+#include "platform/macos/kernel/DispatchRuntime.h"
 
 #include <sys/resource.h>
 

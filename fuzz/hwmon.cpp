@@ -2,10 +2,10 @@
 // the names by which a chip is known.
 
 #include "base/Text.h"
-#include "platform/linux/HwmonNames.h"
-#include "platform/linux/HwmonReader.h"
-#include "platform/linux/SMCKeyTable.h"
-#include "platform/linux/SensorsConfig.h"
+#include "platform/linux/sensors/HwmonNames.h"
+#include "platform/linux/sensors/HwmonReader.h"
+#include "platform/linux/sensors/SMCKeyTable.h"
+#include "platform/linux/sensors/SensorsConfig.h"
 
 #include <cmath>
 #include <cstddef>

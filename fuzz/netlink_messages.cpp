@@ -1,8 +1,8 @@
 // Messages as a netlink socket may hand them over: what the parsers find lies within them and makes sense.
 
-#include "platform/linux/LinkMessages.h"
-#include "platform/linux/NetlinkSocket.h"
-#include "platform/linux/WirelessMessages.h"
+#include "platform/linux/kernel/NetlinkSocket.h"
+#include "platform/linux/network/LinkMessages.h"
+#include "platform/linux/network/WirelessMessages.h"
 
 #include <cstddef>
 #include <cstdint>

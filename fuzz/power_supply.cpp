@@ -1,9 +1,9 @@
 // The "uevent" of a power supply: the figures derived from whatever a driver says must stay within their meaning. And the
 // report descriptor of its device, which is the device's own, as are the reports that it describes.
 
-#include "platform/linux/HidPowerDevice.h"
-#include "platform/linux/LinuxPeripheralBatteries.h"
-#include "platform/linux/PowerSupplies.h"
+#include "platform/linux/power/HidPowerDevice.h"
+#include "platform/linux/power/LinuxPeripheralBatteries.h"
+#include "platform/linux/power/PowerSupplies.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // The first byte chooses the parser, the rest is the file.
 
-#include "platform/linux/CgroupPath.h"
-#include "platform/linux/ProcParsers.h"
+#include "platform/linux/kernel/ProcParsers.h"
+#include "platform/linux/processes/CgroupPath.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 
 #include "collectors/disks/SMARTPages.h"
 #include "collectors/disks/SMARTStatCollectorAttribute.h"
-#include "platform/linux/AtaPassThrough.h"
+#include "platform/linux/disks/AtaPassThrough.h"
 
 #include <algorithm>
 #include <cmath>

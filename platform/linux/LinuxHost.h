@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/host/Host.h"
-#include "platform/linux/ProcProcessSource.h"
+#include "platform/linux/processes/ProcProcessSource.h"
 
 #include <filesystem>
 #include <memory>

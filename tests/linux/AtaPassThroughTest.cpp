@@ -1,4 +1,4 @@
-#include "platform/linux/AtaPassThrough.h"
+#include "platform/linux/disks/AtaPassThrough.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 // The process table out of the kernel's own records: what is made of a record, and the programs in the kernel that runs the
 // tests.
 
-#include "platform/linux/BpfProcessSource.h"
+#include "platform/linux/processes/BpfProcessSource.h"
 #include "collectors/process/ProcessStatCollector.h"
-#include "platform/linux/ProcFolder.h"
-#include "platform/linux/ProcessSourceChoice.h"
+#include "platform/linux/kernel/ProcFolder.h"
+#include "platform/linux/processes/ProcessSourceChoice.h"
 #include "tests/linux/Child.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/TemporaryTree.h"

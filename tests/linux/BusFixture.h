@@ -2,7 +2,7 @@
 
 #include "base/VirtualRuntime.h"
 #include "platform/host/Limitations.h"
-#include "platform/linux/SystemBus.h"
+#include "platform/linux/kernel/SystemBus.h"
 #include "tests/linux/Child.h"
 #include "tests/support/TemporaryTree.h"
 

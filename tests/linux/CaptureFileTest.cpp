@@ -1,4 +1,4 @@
-#include "platform/linux/PcapPacketTap.h"
+#include "platform/linux/traffic/PcapPacketTap.h"
 
 #include "collectors/process/FrameDecoder.h"
 #include "tests/process/FrameBytes.h"

@@ -1,6 +1,6 @@
-#include "platform/linux/CgroupPath.h"
-#include "platform/linux/CgroupUnits.h"
-#include "platform/linux/ContainerNames.h"
+#include "platform/linux/processes/CgroupPath.h"
+#include "platform/linux/processes/CgroupUnits.h"
+#include "platform/linux/processes/ContainerNames.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

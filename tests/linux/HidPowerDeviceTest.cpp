@@ -1,7 +1,7 @@
-#include "platform/linux/HidPowerDevice.h"
+#include "platform/linux/power/HidPowerDevice.h"
 #include "base/VirtualRuntime.h"
-#include "platform/linux/Descriptor.h"
-#include "platform/linux/HidPowerDevices.h"
+#include "platform/linux/kernel/Descriptor.h"
+#include "platform/linux/power/HidPowerDevices.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

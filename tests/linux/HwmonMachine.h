@@ -3,10 +3,10 @@
 #include "base/SlowWork.h"
 #include "base/VirtualRuntime.h"
 #include "collectors/sensors/SensorSMCController.h"
-#include "platform/linux/HwmonSMCService.h"
-#include "platform/linux/HwmonSensorChannels.h"
-#include "platform/linux/HwmonSensorServices.h"
-#include "platform/linux/HwmonSensors.h"
+#include "platform/linux/sensors/HwmonSMCService.h"
+#include "platform/linux/sensors/HwmonSensorChannels.h"
+#include "platform/linux/sensors/HwmonSensorServices.h"
+#include "platform/linux/sensors/HwmonSensors.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

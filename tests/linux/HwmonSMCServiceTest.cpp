@@ -1,6 +1,6 @@
-#include "platform/linux/HwmonSMCService.h"
+#include "platform/linux/sensors/HwmonSMCService.h"
 
-#include "platform/linux/LinuxMachineInfo.h"
+#include "platform/linux/machine/LinuxMachineInfo.h"
 #include "tests/linux/HwmonMachine.h"
 
 #include <gtest/gtest.h>

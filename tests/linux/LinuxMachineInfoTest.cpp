@@ -1,8 +1,8 @@
-#include "platform/linux/LinuxMachineInfo.h"
-#include "platform/linux/Descriptor.h"
-#include "platform/linux/DrmDisplayInfo.h"
-#include "platform/linux/LinuxClockSource.h"
-#include "platform/linux/LinuxSelfUsage.h"
+#include "platform/linux/machine/LinuxMachineInfo.h"
+#include "platform/linux/kernel/Descriptor.h"
+#include "platform/linux/machine/DrmDisplayInfo.h"
+#include "platform/linux/machine/LinuxClockSource.h"
+#include "platform/linux/machine/LinuxSelfUsage.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
-#include "platform/linux/LinuxRegistry.h"
+#include "platform/linux/disks/LinuxRegistry.h"
 #include "base/VirtualRuntime.h"
 #include "collectors/disks/DiskDiscovery.h"
-#include "platform/linux/LinuxSMARTDevice.h"
+#include "platform/linux/disks/LinuxSMARTDevice.h"
 #include "tests/support/SMARTPageBuilder.h"
 #include "tests/support/TemporaryTree.h"
 

@@ -1,8 +1,8 @@
 // The process table against the kernel that runs the tests.
 
-#include "platform/linux/BpfProcessSource.h"
-#include "platform/linux/ProcProcessSource.h"
-#include "platform/linux/RootFolder.h"
+#include "platform/linux/kernel/RootFolder.h"
+#include "platform/linux/processes/BpfProcessSource.h"
+#include "platform/linux/processes/ProcProcessSource.h"
 #include "tests/linux/Child.h"
 #include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/LogindPowerMessages.h"
+#include "platform/linux/power/LogindPowerMessages.h"
 #include "tests/linux/BusFixture.h"
 
 #include <fcntl.h>

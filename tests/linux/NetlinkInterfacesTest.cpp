@@ -1,6 +1,6 @@
 // Interfaces of a network namespace of the test's own, with a pair of virtual Ethernet devices and real frames.
 
-#include "platform/linux/NetlinkInterfaces.h"
+#include "platform/linux/network/NetlinkInterfaces.h"
 #include "tests/linux/NetworkNamespace.h"
 #include "tests/network/NetworkFixture.h"
 

@@ -1,7 +1,7 @@
-#include "platform/linux/InterfaceTotals.h"
-#include "platform/linux/LinkMessages.h"
-#include "platform/linux/NetlinkSocket.h"
-#include "platform/linux/WirelessMessages.h"
+#include "platform/linux/kernel/NetlinkSocket.h"
+#include "platform/linux/network/LinkMessages.h"
+#include "platform/linux/network/WirelessMessages.h"
+#include "platform/linux/traffic/InterfaceTotals.h"
 
 #include <gtest/gtest.h>
 

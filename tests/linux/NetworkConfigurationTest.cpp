@@ -1,7 +1,7 @@
-#include "platform/linux/ChildProgram.h"
-#include "platform/linux/DhcpClients.h"
-#include "platform/linux/LinuxNetworkConfiguration.h"
-#include "platform/linux/Rfkill.h"
+#include "platform/linux/kernel/ChildProgram.h"
+#include "platform/linux/network/DhcpClients.h"
+#include "platform/linux/network/LinuxNetworkConfiguration.h"
+#include "platform/linux/network/Rfkill.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

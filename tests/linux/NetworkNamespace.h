@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/kernel/Descriptor.h"
 
 #include <cstdlib>
 #include <fcntl.h>

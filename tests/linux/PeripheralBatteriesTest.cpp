@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxPeripheralBatteries.h"
+#include "platform/linux/power/LinuxPeripheralBatteries.h"
 #include "tests/linux/PowerSupplyTree.h"
 
 namespace meridal {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/VirtualRuntime.h"
-#include "platform/linux/SysfsPowerSources.h"
+#include "platform/linux/power/SysfsPowerSources.h"
 #include "tests/support/HasMembers.h"
 #include "tests/support/TemporaryTree.h"
 

@@ -1,4 +1,4 @@
-#include "platform/linux/ProcParsers.h"
+#include "platform/linux/kernel/ProcParsers.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>

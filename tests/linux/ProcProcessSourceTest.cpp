@@ -1,4 +1,4 @@
-#include "platform/linux/ProcProcessSource.h"
+#include "platform/linux/processes/ProcProcessSource.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gmock/gmock.h>

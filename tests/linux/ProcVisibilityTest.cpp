@@ -1,4 +1,4 @@
-#include "platform/linux/ProcVisibility.h"
+#include "platform/linux/processes/ProcVisibility.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

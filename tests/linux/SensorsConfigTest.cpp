@@ -1,5 +1,5 @@
-#include "platform/linux/SensorsConfig.h"
-#include "platform/linux/HwmonNames.h"
+#include "platform/linux/sensors/SensorsConfig.h"
+#include "platform/linux/sensors/HwmonNames.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "platform/linux/SocketInodes.h"
-#include "platform/linux/Descriptor.h"
+#include "platform/linux/traffic/SocketInodes.h"
+#include "platform/linux/kernel/Descriptor.h"
 
 #include <gtest/gtest.h>
 

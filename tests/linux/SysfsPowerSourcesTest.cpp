@@ -1,4 +1,4 @@
-#include "platform/linux/SysfsPowerSources.h"
+#include "platform/linux/power/SysfsPowerSources.h"
 #include "tests/linux/PowerSupplyTree.h"
 
 namespace meridal {

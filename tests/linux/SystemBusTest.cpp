@@ -1,6 +1,6 @@
-#include "platform/linux/SystemBus.h"
-#include "platform/linux/BusNotifications.h"
+#include "platform/linux/kernel/SystemBus.h"
 #include "platform/linux/LinuxHost.h"
+#include "platform/linux/kernel/BusNotifications.h"
 #include "tests/linux/BusFixture.h"
 
 namespace meridal {

@@ -1,4 +1,4 @@
-#include "platform/linux/TrafficLedger.h"
+#include "platform/linux/traffic/TrafficLedger.h"
 
 #include <gtest/gtest.h>
 

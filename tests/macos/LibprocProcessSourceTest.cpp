@@ -1,5 +1,5 @@
-#include "platform/macos/LibprocProcessSource.h"
-#include "platform/macos/MacMachineInfo.h"
+#include "platform/macos/processes/LibprocProcessSource.h"
+#include "platform/macos/machine/MacMachineInfo.h"
 
 #include <gtest/gtest.h>
 

@@ -46,7 +46,8 @@ class LintTest(unittest.TestCase):
             for path in (
                 "base/Text.h", "platform/host/Host.h", "platform/linux/LinuxHost.h", "collectors/Item.h",
                 "daemon/Server.h", "daemon/DaemonProtocol.h", "daemon/transport/Link.h",
-                "daemon/transport/Listener.h", "tests/support/FakeHost.h",
+                "daemon/transport/Listener.h", "tests/support/FakeHost.h", "platform/linux/kernel/Netlink.h",
+                "platform/linux/network/Links.h", "platform/linux/power/Battery.h",
             )
         }
         self.assert_clean(headers | {
@@ -55,6 +56,8 @@ class LintTest(unittest.TestCase):
             "daemon/Server.cpp": '#include "daemon/transport/Link.h"\n',
             "client/Client.cpp": '#include "daemon/DaemonProtocol.h"\n',
             "tests/daemon/ServerTest.cpp": '#include "platform/linux/LinuxHost.h"\n',
+            "platform/linux/LinuxHost.cpp": '#include "platform/linux/power/Battery.h"\n',
+            "platform/linux/traffic/Tap.cpp": '#include "platform/linux/network/Links.h"\n',
         })
         self.assert_finds(
             {
@@ -62,12 +65,16 @@ class LintTest(unittest.TestCase):
                 "client/Client.cpp": '#include "daemon/Server.h"\n',
                 "collectors/Item.cpp": '// #include "daemon/Server.h"\n#include "platform/linux/LinuxHost.h"\n',
                 "daemon/Server.cpp": '#include "daemon/transport/Listener.h"\n#include "tests/support/FakeHost.h"\n',
+                "platform/linux/kernel/Bus.cpp": '#include "platform/linux/LinuxHost.h"\n',
+                "platform/linux/power/Ups.cpp": '#include "platform/linux/network/Links.h"\n',
             },
             ("base/Text.cpp:2", "base may not see collectors/Item.h; it sees base. Move what both need down"),
             ("client/Client.cpp:1", "client may not see daemon/Server.h"),
             ("collectors/Item.cpp:2", "collectors may not see platform/linux/LinuxHost.h"),
             ("daemon/Server.cpp:1", "daemon may not see daemon/transport/Listener.h"),
             ("daemon/Server.cpp:2", "the product may not see tests/support/FakeHost.h"),
+            ("platform/linux/kernel/Bus.cpp:1", "platform/linux/kernel may not see platform/linux/LinuxHost.h"),
+            ("platform/linux/power/Ups.cpp:1", "platform/linux/power may not see platform/linux/network/Links.h"),
         )
 
     def test_own_headers_are_named_from_the_root(self):

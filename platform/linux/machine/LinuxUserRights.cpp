@@ -1,0 +1,95 @@
+#include "platform/linux/machine/LinuxUserRights.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <systemd/sd-login.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace meridal {
+
+namespace {
+
+constexpr std::array administratorGroups{"sudo", "wheel", "admin"};
+
+std::vector<gid_t> groupsOf(uid_t uid)
+{
+    std::vector<char> buffer(16 * 1024);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found) {
+        return {};
+    }
+    int count = 64;
+    std::vector<gid_t> groups(static_cast<std::size_t>(count));
+    if (::getgrouplist(found->pw_name, found->pw_gid, groups.data(), &count) < 0) {
+        groups.resize(static_cast<std::size_t>(count));
+        if (::getgrouplist(found->pw_name, found->pw_gid, groups.data(), &count) < 0) {
+            return {};
+        }
+    }
+    groups.resize(static_cast<std::size_t>(count));
+    return groups;
+}
+
+std::optional<gid_t> groupNamed(const char* name)
+{
+    std::vector<char> buffer(64 * 1024);
+    group entry{};
+    group* found = nullptr;
+    const bool exists = ::getgrnam_r(name, &entry, buffer.data(), buffer.size(), &found) == 0 && found;
+    return exists ? std::optional(found->gr_gid) : std::nullopt;
+}
+
+} // namespace
+
+bool LinuxUserRights::administers(std::uint32_t uid)
+{
+    if (uid == 0) {
+        return true;
+    }
+    const std::vector<gid_t> groups = groupsOf(uid);
+    return std::any_of(groups.begin(), groups.end(), [](gid_t gid) {
+        return std::any_of(administratorGroups.begin(), administratorGroups.end(),
+            [gid](const char* name) { return groupNamed(name) == gid; });
+    });
+}
+
+bool LinuxUserRights::ownsActiveSeat(std::uint32_t uid)
+{
+    char** seats = nullptr;
+    if (::sd_get_seats(&seats) < 0) {
+        return false;
+    }
+    bool owns = false;
+    for (char** seat = seats; seat && *seat; ++seat) {
+        uid_t active = 0;
+        owns = owns || (::sd_seat_get_active(*seat, nullptr, &active) >= 0 && active == uid);
+        std::free(*seat);
+    }
+    std::free(static_cast<void*>(seats));
+    return owns;
+}
+
+Result<void> LinuxUserRights::shareWithAdministrators(const std::string& path)
+{
+    for (const char* name : administratorGroups) {
+        if (const auto gid = groupNamed(name)) {
+            if (::lchown(path.c_str(), static_cast<uid_t>(-1), *gid) == 0) {
+                return {};
+            }
+            return unexpected(ErrorCode::NotPermitted, std::error_code(errno, std::generic_category()).message());
+        }
+    }
+    return unexpected(ErrorCode::NotFound, "there is no group of administrators");
+}
+
+} // namespace meridal

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "base/Runtime.h"
+#include "platform/host/Limitations.h"
+#include "platform/host/PowerSources.h"
+#include "platform/linux/kernel/RootFolder.h"
+#include "platform/linux/kernel/Uevents.h"
+#include "platform/linux/power/HidPowerDevices.h"
+#include "platform/linux/power/PowerSupplies.h"
+
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace meridal {
+
+/// Batteries, UPSs and adapters from /sys/class/power_supply, with its uevents as the sign that something changed.
+/// Batteries of devices that are connected to the machine are not its power sources and left out. UPSs without a driver
+/// that publishes them are asked over USB HID.
+class SysfsPowerSources final : public PowerSources {
+public:
+    SysfsPowerSources(Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations);
+
+    std::vector<Dictionary> descriptions() override;
+    std::vector<Dictionary> smartBatteries() override;
+    std::optional<bool> adapterConnected() override;
+    void refresh(std::function<void()> done) override { ups_.refresh(std::move(done)); }
+    std::unique_ptr<Observation> observe(std::function<void()> changed) override;
+
+    /// A supply was announced as changed: tells the observers. Nobody announces anything for a recorded tree.
+    void changed();
+
+private:
+    using Observers = std::list<std::shared_ptr<const std::function<void()>>>;
+    class Entry;
+    /// The supplies at one moment.
+    struct Snapshot {
+        std::vector<PowerSupply> supplies;
+        double moment = 0; ///< s of the clock that cannot step
+    };
+    const std::vector<PowerSupply>& read();
+    void tell();
+    bool isDoubtful();
+
+    Runtime& runtime_;
+    RootFolder root_;
+    std::optional<Snapshot> latest_;
+    std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
+    std::vector<std::unique_ptr<Timer>> again_; ///< further looks that are due after a change
+    std::unique_ptr<Uevents> uevents_;
+    HidPowerDevices ups_;
+};
+
+} // namespace meridal

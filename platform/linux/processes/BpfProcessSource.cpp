@@ -1,0 +1,239 @@
+#include "platform/linux/processes/BpfProcessSource.h"
+
+#include "platform/linux/processes/ProcFigures.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unistd.h>
+
+namespace meridal {
+
+namespace {
+
+/// Passes in a row after which a reader is given up.
+constexpr int mostFailures = 5;
+
+bool isBefore(const BpfProcess* a, const BpfProcess* b) { return a->pid < b->pid; }
+
+std::uint64_t pagesOf(std::int64_t sum) { return sum > 0 ? static_cast<std::uint64_t>(sum) : 0; }
+
+std::string_view nameOf(const BpfProcess& process)
+{
+    return {process.name, ::strnlen(process.name, sizeof process.name)};
+}
+
+/// They come in order of birth: ascending, until pids start over.
+void mergeRuns(std::vector<const BpfProcess*>& order)
+{
+    constexpr int mostRuns = 8; // more are sorted faster than merged one by one
+    auto sorted = std::is_sorted_until(order.begin(), order.end(), isBefore);
+    for (int run = 1; run < mostRuns && sorted != order.end(); ++run) {
+        const auto end = std::is_sorted_until(sorted, order.end(), isBefore);
+        std::inplace_merge(order.begin(), sorted, end, isBefore);
+        sorted = end;
+    }
+    if (sorted != order.end()) {
+        std::sort(order.begin(), order.end(), isBefore);
+    }
+}
+
+} // namespace
+
+CpuTimes splitCpuTime(std::uint64_t runTime, std::uint64_t userTicks, std::uint64_t systemTicks, CpuTimes last)
+{
+    if (runTime <= last.user + last.system) { // a thread that ended under our eyes may have been missed
+        return last;
+    }
+    const double sampled = static_cast<double>(userTicks) + static_cast<double>(systemTicks);
+    const double part = sampled > 0 ? static_cast<double>(systemTicks) / sampled : 0; // never seen at a tick: user's
+    const auto system = static_cast<std::uint64_t>(static_cast<double>(runTime) * part);
+    return {.user = runTime - std::clamp(system, last.system, runTime - last.user),
+        .system = std::clamp(system, last.system, runTime - last.user)};
+}
+
+BpfProcessSource::BpfProcessSource(std::unique_ptr<BpfProcessReader> reader, const std::filesystem::path& root,
+    std::shared_ptr<Limitations> limitations)
+    : reader_(std::move(reader))
+    , root_(root)
+    , folder_(root / "proc")
+    , limitations_(std::move(limitations))
+    , tick_(1'000'000'000 / proc::clockTicksPerSecond())
+    , pageSize_(static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)))
+    , units_(folder_, nullptr, root)
+{
+}
+
+double BpfProcessSource::cpuResolution() const { return static_cast<double>(tick_) / 1e9; }
+
+std::size_t BpfProcessSource::nameLimit() const { return proc::nameLimit; }
+
+void BpfProcessSource::setHidden(std::vector<std::int32_t> pids)
+{
+    hidden_.reset();
+    if (!pids.empty()) {
+        hidden_ = std::make_unique<ProcProcessSource>(root_, limitations_,
+            ProcProcessOptions{.skipUnchanged = true, .only = std::move(pids), .units = units_.units()});
+    }
+}
+
+std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wanted)
+{
+    if (!reader_) {
+        return readFiles(wanted);
+    }
+    const auto processes = reader_->read(has(wanted, ProcessFields::Memory));
+    if (!processes) {
+        noteFailure(processes.error().message);
+        return readFiles(wanted);
+    }
+    if (failures_ > 0) {
+        failures_ = 0;
+        problem_.clear();
+        files_.reset();
+        limitations_->clear("process-source");
+    }
+    sortByPid(*processes);
+    std::swap(kept_, previous_);
+    kept_.clear();
+    rows_.clear();
+    cgroups_.clear();
+    longNames_ = 0;
+    ++pass_;
+    auto known = previous_.cbegin();
+    for (const BpfProcess* process : order_) {
+        while (known != previous_.cend() && known->pid < process->pid) {
+            ++known;
+        }
+        const bool seen = known != previous_.cend() && known->pid == process->pid;
+        addRow(*process, seen ? &*known : nullptr, wanted);
+        cgroups_.push_back(process->cgroup);
+    }
+    units_.fill(rows_, cgroups_);
+    forgetEndedThreads();
+    if (hidden_) {
+        addHidden(wanted);
+    }
+    return rows_;
+}
+
+/// Without the programs, for one pass or for good.
+std::span<const ProcessRecord> BpfProcessSource::readFiles(ProcessFields wanted)
+{
+    order_.clear();
+    rows_.clear();
+    if (!files_) {
+        files_ = std::make_unique<ProcProcessSource>(
+            root_, limitations_, ProcProcessOptions{.skipUnchanged = true, .only = {}, .units = units_.units()});
+    }
+    return files_->readProcesses(wanted);
+}
+
+void BpfProcessSource::sortByPid(std::span<const BpfProcess> processes)
+{
+    order_.clear();
+    for (const BpfProcess& process : processes) {
+        order_.push_back(&process);
+    }
+    mergeRuns(order_);
+    // While a thread other than the first one starts a program it takes the pid over, and both may be met.
+    const auto same = [](const BpfProcess* a, const BpfProcess* b) { return a->pid == b->pid; };
+    order_.erase(std::unique(order_.begin(), order_.end(), same), order_.end());
+}
+
+void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, ProcessFields wanted)
+{
+    Kept kept{.pid = process.pid, .start = process.start / tick_, .cpu = {}};
+    if (last && last->start == kept.start) {
+        kept = *last;
+    }
+    ProcessFields present = ProcessFields::Memory;
+    if (!(process.flags & BPF_PROCESS_TORN)) {
+        kept.cpu = splitCpuTime(process.runTime, process.userTicks, process.systemTicks, kept.cpu);
+        kept.written = proc::bytesWritten(process.writtenBytes, process.cancelledBytes, kept.written);
+        present |= ProcessFields::Cpu | ProcessFields::Wakeups;
+        present |= process.flags & BPF_PROCESS_HAS_IO ? ProcessFields::Disk : ProcessFields::None;
+    }
+    const std::string_view name = nameOf(process);
+    const bool mayBeCut = (process.flags & BPF_PROCESS_KERNEL_THREAD) != 0 && name.size() == nameLimit();
+    const std::uint64_t anonymous = pagesOf(process.anonymousPages);
+    const std::uint64_t shared = pagesOf(process.sharedPages);
+    const std::uint64_t swapped = pagesOf(process.swappedPages);
+    rows_.push_back({
+        .pid = process.pid,
+        .parentPid = process.parent,
+        .status = process.flags & BPF_PROCESS_ENDED ? ProcessStatus::Zombie : ProcessStatus::Alive,
+        .present = present & wanted,
+        .startIdentity = kept.start,
+        .name = mayBeCut ? longNameOf(process, kept.start) : name,
+        .userTime = kept.cpu.user,
+        .systemTime = kept.cpu.system,
+        .physFootprint = (anonymous + shared + swapped) * pageSize_,
+        .anonymous = anonymous * pageSize_,
+        .compressed = swapped * pageSize_,
+        .residentSize = (anonymous + shared + pagesOf(process.filePages)) * pageSize_,
+        .diskBytesRead = process.readBytes,
+        .diskBytesWritten = kept.written,
+        .idleWakeups = process.voluntarySwitches,
+    });
+    kept_.push_back(kept);
+}
+
+/// Names of kernel threads are cut in records but not in /proc, where each is read once.
+std::string_view BpfProcessSource::longNameOf(const BpfProcess& thread, std::uint64_t start)
+{
+    ThreadName& known = threadNames_[thread.pid];
+    if (known.name.empty() || known.start != start) {
+        const std::string_view name = nameOf(thread);
+        known.name = proc::commandName(folder_, thread.pid).value_or(std::string(name));
+        known.start = start;
+    }
+    known.pass = pass_;
+    ++longNames_;
+    return known.name;
+}
+
+void BpfProcessSource::forgetEndedThreads()
+{
+    if (threadNames_.size() > longNames_) {
+        std::erase_if(threadNames_, [this](const auto& entry) { return entry.second.pass != pass_; });
+    }
+}
+
+void BpfProcessSource::addHidden(ProcessFields wanted)
+{
+    for (const ProcessRecord& row : hidden_->readProcesses(wanted)) {
+        const auto place = std::lower_bound(rows_.begin(), rows_.end(), row.pid,
+            [](const ProcessRecord& each, std::int32_t pid) { return each.pid < pid; });
+        if (place == rows_.end() || place->pid != row.pid) {
+            rows_.insert(place, row);
+        }
+    }
+}
+
+void BpfProcessSource::noteFailure(const std::string& problem)
+{
+    problem_ = problem;
+    limitations_->set("process-source", "/proc is read instead of BPF's records: " + problem);
+    if (++failures_
+        == mostFailures) { // and be it that the next would succeed: each failure costs a load of the programs
+        reader_.reset();
+    }
+}
+
+ProcessFields BpfProcessSource::alongWith(ProcessFields wanted) const
+{
+    if (!reader_) {
+        return files_ ? files_->alongWith(wanted) : wanted;
+    }
+    const bool none = wanted == ProcessFields::None;
+    return none ? wanted : wanted | ProcessFields::Cpu | ProcessFields::Disk | ProcessFields::Wakeups;
+}
+
+std::optional<std::string> BpfProcessSource::commandName(std::int32_t pid) { return proc::commandName(folder_, pid); }
+
+std::optional<std::string> BpfProcessSource::executablePath(std::int32_t pid, std::string_view name)
+{
+    return proc::executablePath(folder_, pid, name);
+}
+
+} // namespace meridal

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "platform/linux/kernel/ProcFolder.h"
+#include "platform/linux/kernel/RootFolder.h"
+#include "platform/linux/processes/CgroupPath.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace meridal {
+
+/// The units that processes are in, numbered, and what is known of each. May serve several readers of processes.
+class CgroupUnits {
+public:
+    /// `root` is the folder that holds sys, and the files in which runtimes keep names.
+    explicit CgroupUnits(const std::filesystem::path& root) : root_(root) { }
+
+    struct Reading {
+        ProcessUnit unit = {};
+        bool ofCgroup =
+            false; ///< its control group in the unified hierarchy decides, and ofCgroup() knows it from here on
+    };
+    /// Reads /proc/PID/cgroup. `cgroup`: inode number of the process's folder in the unified hierarchy, 0 if unknown.
+    /// Absent when the file cannot be read.
+    std::optional<Reading> read(ProcFolder& processes, std::int32_t pid, std::uint64_t cgroup);
+    /// The unit of who is in a control group of the unified hierarchy, as far as that has been read.
+    std::optional<ProcessUnit> ofCgroup(std::uint64_t cgroup) const;
+
+    /// What people call a unit; empty where the name of its first process is as good. Looks for the name of a container
+    /// in files, and again some more times when they do not have it yet.
+    std::string name(const ProcessUnit& unit);
+    /// The .desktop file of an application ("firefox.desktop"), else the path of the program.
+    std::optional<std::string> bundleLocation(ProcFolder& processes, std::int32_t pid, const ProcessUnit& unit);
+
+    std::size_t size() const { return units_.size() + byCgroup_.size(); }
+    /// To be called before a pass: what names cost is bounded by pass.
+    void beginPass() { lookups_ = 0; }
+    /// How often some were forgotten: numbers that were kept elsewhere may be nobody's since.
+    std::uint64_t generation() const { return generation_; }
+    /// Forgets all others. They get other numbers if they are met again.
+    void keepOnly(const std::unordered_set<std::uint32_t>& numbers);
+
+private:
+    struct Known {
+        ProcessUnit unit = {};
+        CgroupUnit what;
+        std::uint32_t nameLookups = 0;
+        std::optional<std::string> desktopFile = {}; ///< empty: it has none; absent: not looked for
+    };
+    ProcessUnit unitFor(CgroupUnit&& what);
+    bool isFolder(std::uint64_t cgroup, std::string_view path) const;
+    const std::string& desktopFile(Known& known) const;
+
+    RootFolder root_;
+    std::uint32_t lastNumber_ = 0;
+    std::uint64_t generation_ = 0;
+    int lookups_ = 0;                                        ///< of names, in this pass
+    std::unordered_map<std::string, std::uint32_t> numbers_; ///< by key
+    std::unordered_map<std::uint32_t, Known> units_;
+    std::unordered_map<std::uint64_t, ProcessUnit> byCgroup_;
+};
+
+} // namespace meridal

@@ -1,0 +1,89 @@
+#include "platform/linux/processes/ProcFigures.h"
+
+#include "platform/linux/kernel/ProcParsers.h"
+
+#include <algorithm>
+#include <unistd.h>
+
+namespace meridal::proc {
+
+std::uint64_t clockTicksPerSecond()
+{
+    const long ticks = ::sysconf(_SC_CLK_TCK);
+    return ticks > 0 ? static_cast<std::uint64_t>(ticks) : 100;
+}
+
+std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::uint64_t given)
+{
+    return std::max(given, written > cancelled ? written - cancelled : 0);
+}
+
+namespace {
+
+/// What a link to a program leads to; the process itself or one of its threads has it.
+std::optional<std::string> programBehind(const ProcFolder& folder, std::int32_t pid, std::string_view exe)
+{
+    auto path = folder.readLink(pid, exe);
+    constexpr std::string_view deleted = " (deleted)"; // the kernel's mark of a program replaced since
+    if (path && path->ends_with(deleted)) {
+        path->resize(path->size() - deleted.size());
+    }
+    return path;
+}
+
+/// Out of the files of the process itself or of one of its threads.
+std::optional<std::string> namedProgram(
+    ProcFolder& folder, std::int32_t pid, std::string_view name, std::string_view cmdline, std::string_view exe)
+{
+    std::string_view text;
+    std::string_view argument;
+    if (folder.read(pid, cmdline, text) == ProcOutcome::Read) {
+        argument = parseCmdline(text, name, nameLimit);
+    }
+    if (!name.empty() && !argument.empty()) {
+        return std::string(argument);
+    }
+    if (auto path = programBehind(folder, pid, exe); path && isNamed(*path, name, nameLimit)) {
+        return path;
+    }
+    return argument.empty() ? std::nullopt : std::optional(std::string(argument));
+}
+
+} // namespace
+
+std::optional<std::string> programPath(ProcFolder& folder, std::int32_t pid)
+{
+    auto path = programBehind(folder, pid, "exe");
+    if (path && (path->starts_with("/home/") || path->starts_with("/root/"))) {
+        std::string_view text;
+        const bool isTold = folder.read(pid, "cmdline", text) == ProcOutcome::Read && text.starts_with(*path)
+            && text.substr(path->size()).starts_with('\0');
+        return isTold ? path : std::nullopt;
+    }
+    return path;
+}
+
+std::optional<std::string> executablePath(ProcFolder& folder, std::int32_t pid, std::string_view name)
+{
+    auto path = namedProgram(folder, pid, name, "cmdline", "exe");
+    if (!path) {
+        if (const std::string cmdline = folder.fileOfAnotherThread(pid, "cmdline"); !cmdline.empty()) {
+            path = namedProgram(folder, pid, name, cmdline, folder.fileOfAnotherThread(pid, "exe"));
+        }
+    }
+    return path;
+}
+
+std::optional<std::string> commandName(ProcFolder& folder, std::int32_t pid)
+{
+    // A thread has files under its number as a process has, but is none.
+    std::string_view text;
+    if (folder.read(pid, "status", text) != ProcOutcome::Read || threadGroupOf(text) != pid
+        || folder.read(pid, "stat", text) != ProcOutcome::Read) {
+        return std::nullopt;
+    }
+    const auto stat = parseStat(text);
+    return stat && !hasEnded(*stat) ? std::optional(std::string(lastingName(stat->name, stat->flags))) : std::nullopt;
+}
+
+} // namespace meridal::proc

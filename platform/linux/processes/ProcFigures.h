@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/linux/kernel/ProcFolder.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// What every reader of the process table has to work out or look up in the same way.
+namespace meridal::proc {
+
+/// Length at which the kernel cuts the name of a program. Bytes.
+constexpr std::size_t nameLimit = 15;
+
+/// Clock ticks in a second, in which /proc gives times.
+std::uint64_t clockTicksPerSecond();
+
+/// Bytes that reach storage. A page is counted when it is made dirty, and taken back by whoever drops it unwritten. The
+/// difference may fall, a counter may not: it stands still, at the highest figure `given` before, until the difference
+/// has caught up.
+std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::uint64_t given);
+
+/// The name of a process in /proc/PID/stat; see ProcessSource::commandName.
+std::optional<std::string> commandName(ProcFolder& folder, std::int32_t pid);
+
+/// A path that ends in the full name of the program that a process runs; see ProcessSource::executablePath.
+std::optional<std::string> executablePath(ProcFolder& folder, std::int32_t pid, std::string_view name);
+
+/// The path of the program that a process runs; absent when it runs none or may not be asked. Where in a home a program
+/// lies the kernel tells its owner only: such a path is given only if the process's arguments, which anybody may read,
+/// begin with it.
+std::optional<std::string> programPath(ProcFolder& folder, std::int32_t pid);
+
+} // namespace meridal::proc

@@ -1,0 +1,98 @@
+#include "platform/linux/processes/ProcessUnits.h"
+
+#include "platform/linux/processes/ProcFigures.h"
+
+#include <algorithm>
+#include <limits>
+#include <unordered_set>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr std::uint8_t settled = 8;       // readings
+constexpr std::uint64_t longestGap = 128; // passes; plus up to as many by pid, so that not all are read at once
+constexpr std::uint64_t young = 10;       // s
+constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
+constexpr std::size_t usualUnits = 4096;
+constexpr std::size_t few = 64; // processes
+
+} // namespace
+
+ProcessUnits::ProcessUnits(ProcFolder& folder, std::shared_ptr<CgroupUnits> units, const std::filesystem::path& root)
+    : folder_(&folder)
+    , units_(units ? std::move(units) : std::make_shared<CgroupUnits>(root))
+    , ticksPerSecond_(proc::clockTicksPerSecond())
+    , mostUnits_(usualUnits)
+{
+}
+
+void ProcessUnits::fill(std::span<ProcessRecord> rows, std::span<const std::uint64_t> cgroups)
+{
+    ++pass_;
+    units_->beginPass();
+    if (std::exchange(generation_, units_->generation()) != units_->generation()) {
+        members_.clear(); // another reader made room
+    }
+    std::swap(members_, previous_);
+    members_.clear();
+    std::uint64_t newest = 0; // start of the youngest process
+    for (const ProcessRecord& row : pass_ == 1 ? rows : std::span<ProcessRecord>()) {
+        newest = std::max(newest, row.startIdentity);
+    }
+    auto known = previous_.cbegin();
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        ProcessRecord& row = rows[i];
+        const std::uint64_t cgroup = i < cgroups.size() ? cgroups[i] : 0;
+        while (known != previous_.cend() && known->pid < row.pid) {
+            ++known;
+        }
+        const bool same = known != previous_.cend() && known->pid == row.pid && known->start == row.startIdentity;
+        members_.push_back(same ? *known : Member{.pid = row.pid, .start = row.startIdentity});
+        Member& member = members_.back();
+        if (!same || member.cgroup != cgroup || pass_ >= member.next) {
+            // What ran long before the first pass has been moved long ago.
+            const bool isOld = pass_ == 1 && row.startIdentity + young * ticksPerSecond_ < newest;
+            member.readings = isOld ? settled : member.readings;
+            member.cgroup = cgroup;
+            look(member);
+        }
+        row.unit = member.unit;
+    }
+    // Who reads a few beside another one leaves it to that.
+    if (units_->size() > mostUnits_ && members_.size() > few) {
+        forgetUnused();
+    }
+}
+
+void ProcessUnits::look(Member& member)
+{
+    if (const auto known = member.cgroup != 0 ? units_->ofCgroup(member.cgroup) : std::nullopt) {
+        member.unit = *known;
+        member.next = never;
+        return;
+    }
+    const auto reading = units_->read(*folder_, member.pid, member.cgroup);
+    if (reading) {
+        member.unit = reading->unit;
+    }
+    const std::uint64_t gap = member.readings < settled
+        ? std::uint64_t(1) << member.readings++
+        : longestGap + static_cast<std::uint32_t>(member.pid) % longestGap;
+    member.next = reading && reading->ofCgroup ? never : pass_ + gap;
+}
+
+/// Transient scopes come and go.
+void ProcessUnits::forgetUnused()
+{
+    std::unordered_set<std::uint32_t> used;
+    for (const Member& member : members_) {
+        used.insert(member.unit.number);
+    }
+    units_->keepOnly(used);
+    generation_ = units_->generation();
+    mostUnits_ = std::max(usualUnits, 2 * units_->size());
+}
+
+} // namespace meridal

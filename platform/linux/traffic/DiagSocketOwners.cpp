@@ -1,0 +1,67 @@
+#include "platform/linux/traffic/DiagSocketOwners.h"
+
+#include <netinet/in.h>
+
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr double stackLifetime = 10; ///< s; interfaces are seldom put on top of each other
+
+} // namespace
+
+void DiagSocketOwners::beginBatch()
+{
+    questions_ = 0;
+    stack_.expire(stackLifetime);
+}
+
+SocketOwner DiagSocketOwners::ownerOf(const SocketFlow& flow)
+{
+    using enum SocketOwner::Kind;
+    if (questions_ >= mostQuestions) {
+        return {.kind = Pending};
+    }
+    if (stack_.isCarried(flow)) {
+        return {.kind = Elsewhere};
+    }
+    ++questions_;
+    const auto socket = diag_.find(flow);
+    if (!socket) {
+        return {.kind = stack_.isForwarded(flow) || isTunnel(flow) ? Kernel : None};
+    }
+    if (socket->inode == 0) {
+        // An open one may still be accepted by somebody; a closed one was somebody's, who is not known any more.
+        return {.kind = socket->isClosing ? None : Kernel};
+    }
+    const SocketInodes::Answer answer = inodes_.find(socket->inode);
+    switch (answer.state) {
+    case SocketInodes::State::Found:
+        return {.kind = Process, .pid = answer.pid, .isCertain = !socket->isListening};
+    case SocketInodes::State::Wanted:
+        return {.kind = Pending};
+    case SocketInodes::State::Absent:
+        break; // no process has it open, so it is one of the kernel's own: a tunnel's, a file system's
+    }
+    return {.kind = Kernel};
+}
+
+/// Tunnels over UDP send from ports that no socket has, so that routers spread the load, to the one that they listen on
+/// themselves.
+bool DiagSocketOwners::isTunnel(const SocketFlow& flow)
+{
+    if (flow.protocol != IPPROTO_UDP) {
+        return false;
+    }
+    SocketFlow answer = flow;
+    std::swap(answer.localPort, answer.foreignPort);
+    const auto listening = diag_.find(answer);
+    return listening && listening->flow.localPort == flow.foreignPort
+        && inodes_.find(listening->inode).state == SocketInodes::State::Absent;
+}
+
+bool DiagSocketOwners::search() { return inodes_.search(); }
+
+} // namespace meridal

@@ -1,0 +1,197 @@
+#include "platform/macos/disks/MacSMARTDevice.h"
+
+#include "platform/DriveDatabaseFile.h"
+#include "platform/macos/kernel/CFRef.h"
+#include "platform/macos/kernel/CFValue.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+static_assert(sizeof(ATASMARTData) == sizeof(SMARTPage));
+static_assert(sizeof(ATASMARTDataThresholds) == sizeof(SMARTPage));
+static_assert(sizeof(NVMeSMARTData) == sizeof(SMARTPage));
+
+/// The device whose power state counts is this many levels above the entry at most.
+constexpr int powerLevels = 4;
+/// Drivers of disks count their states up to active: below it come idle, then standby, then sleep.
+constexpr std::int64_t statesOfAnAwakeDisk = 1;
+
+/// The power management of an entry, or of the nearest one above that has any.
+Value powerManagement(io_registry_entry_t entry)
+{
+    IOObjectOwner at;
+    for (int level = 0; level < powerLevels; ++level) {
+        const io_registry_entry_t current = at ? at.get() : entry;
+        Value found = valueOf(CFRef<CFTypeRef>(
+            IORegistryEntryCreateCFProperty(current, CFSTR("IOPowerManagement"), kCFAllocatorDefault, 0))
+                                  .get());
+        if (found.is_object()) {
+            return found;
+        }
+        IOObjectOwner above;
+        if (IORegistryEntryGetParentEntry(current, kIOServicePlane, above.receive()) != KERN_SUCCESS) {
+            break;
+        }
+        at = std::move(above);
+    }
+    return nullptr;
+}
+
+template <typename Interface>
+Interface** interfaceOf(IOCFPlugInInterface** plugin, CFUUIDRef identifier)
+{
+    Interface** found = nullptr;
+    const HRESULT result =
+        (*plugin)->QueryInterface(plugin, CFUUIDGetUUIDBytes(identifier), reinterpret_cast<LPVOID*>(&found));
+    return result == S_OK ? found : nullptr;
+}
+
+/// Calls one of the reading functions with a zeroed buffer; absent when it fails.
+template <typename Record, typename Interface>
+std::optional<SMARTPage> readInto(Interface** interface, IOReturn (*Interface::*read)(void*, Record*))
+{
+    if (!interface) {
+        return std::nullopt;
+    }
+    SMARTPage page{};
+    const auto function = (*interface)->*read;
+    if (function(interface, reinterpret_cast<Record*>(page.data())) != kIOReturnSuccess) {
+        return std::nullopt;
+    }
+    return page;
+}
+
+} // namespace
+
+DiskPower MacSMARTDevice::powerMode()
+{
+    if (kind_ == SMARTKind::NVMe) {
+        return DiskPower::Awake; // it wakes by itself within milliseconds and has nothing that wears from it
+    }
+    const Value power = powerManagement(service_.get());
+    const auto current = integer(power, "CurrentPowerState");
+    const auto highest = integer(power, "MaxPowerState");
+    // A driver without states has none in which the disk would be asleep.
+    return current && highest && *current < *highest - statesOfAnAwakeDisk ? DiskPower::Asleep : DiskPower::Awake;
+}
+
+bool MacSMARTDevice::open()
+{
+    if (isSupported()) {
+        return true;
+    }
+    SInt32 score = 0;
+    const CFUUIDRef client = kind_ == SMARTKind::NVMe ? kIONVMeSMARTUserClientTypeID : kIOATASMARTUserClientTypeID;
+    // Another client that holds the disk is a normal outcome: the next turn tries again.
+    const IOReturn result =
+        IOCreatePlugInInterfaceForService(service_.get(), client, kIOCFPlugInInterfaceID, &plugin_, &score);
+    denied_ = result == kIOReturnNotPrivileged || result == kIOReturnNotPermitted;
+    if (result != kIOReturnSuccess || !plugin_) {
+        plugin_ = nullptr;
+        return false;
+    }
+    if (kind_ == SMARTKind::NVMe) {
+        nvme_ = interfaceOf<IONVMeSMARTInterface>(plugin_, kIONVMeSMARTInterfaceID);
+    } else {
+        ata_ = interfaceOf<IOATASMARTInterface>(plugin_, kIOATASMARTInterfaceID);
+    }
+    if (!isSupported()) {
+        close();
+    }
+    return isSupported();
+}
+
+void MacSMARTDevice::close()
+{
+    if (ata_) {
+        (*ata_)->Release(ata_);
+        ata_ = nullptr;
+    }
+    if (nvme_) {
+        (*nvme_)->Release(nvme_);
+        nvme_ = nullptr;
+    }
+    if (plugin_) {
+        IODestroyPlugInInterface(plugin_);
+        plugin_ = nullptr;
+    }
+}
+
+std::string MacSMARTDevice::driveDatabase() const
+{
+    return readDriveDatabase({"/opt/homebrew/etc/smart_drivedb.h", "/usr/local/etc/smart_drivedb.h",
+               "/opt/local/etc/smart_drivedb.h"})
+        + readDriveDatabase({"/opt/homebrew/share/smartmontools/drivedb.h", "/usr/local/share/smartmontools/drivedb.h",
+            "/opt/local/share/smartmontools/drivedb.h"});
+}
+
+bool MacSMARTDevice::enableOperations(bool enabled)
+{
+    return ata_ && (*ata_)->SMARTEnableDisableOperations(ata_, enabled ? 1 : 0) == kIOReturnSuccess;
+}
+
+bool MacSMARTDevice::enableAutosave(bool enabled)
+{
+    return ata_ && (*ata_)->SMARTEnableDisableAutosave(ata_, enabled ? 1 : 0) == kIOReturnSuccess;
+}
+
+std::optional<bool> MacSMARTDevice::isFailing()
+{
+    Boolean exceeded = 0;
+    if (!ata_ || (*ata_)->SMARTReturnStatus(ata_, &exceeded) != kIOReturnSuccess) {
+        return std::nullopt;
+    }
+    return exceeded != 0;
+}
+
+std::optional<SMARTPage> MacSMARTDevice::readData() { return readInto(ata_, &IOATASMARTInterface::SMARTReadData); }
+
+std::optional<SMARTPage> MacSMARTDevice::readThresholds()
+{
+    return readInto(ata_, &IOATASMARTInterface::SMARTReadDataThresholds);
+}
+
+std::optional<SMARTPage> MacSMARTDevice::identify()
+{
+    SMARTPage page{};
+    UInt32 size = 0;
+    if (!ata_
+        || (*ata_)->GetATAIdentifyData(ata_, page.data(), static_cast<UInt32>(page.size()), &size)
+            != kIOReturnSuccess) {
+        return std::nullopt;
+    }
+    return page;
+}
+
+std::optional<SMARTPage> MacSMARTDevice::readHealthLog()
+{
+    return readInto(nvme_, &IONVMeSMARTInterface::SMARTReadData);
+}
+
+std::optional<SMARTPage> MacSMARTDevice::identifyController()
+{
+    constexpr std::uint32_t controller = 0; // the namespace that stands for it
+    std::array<std::uint8_t, 4096> data{};
+    if (!nvme_ || (*nvme_)->GetIdentifyData(nvme_, data.data(), controller) != kIOReturnSuccess) {
+        return std::nullopt;
+    }
+    SMARTPage page;
+    std::copy_n(data.begin(), page.size(), page.begin());
+    return page;
+}
+
+std::unique_ptr<SMARTDevice> MacSMARTDevices::deviceForEntry(const RegistryEntry& entry, SMARTKind kind)
+{
+    const auto* object = dynamic_cast<const IORegistryObject*>(&entry);
+    if (!object || IOObjectRetain(object->native()) != KERN_SUCCESS) {
+        return nullptr;
+    }
+    return std::make_unique<MacSMARTDevice>(IOObjectOwner(object->native()), kind);
+}
+
+} // namespace meridal

@@ -1,0 +1,57 @@
+#include "platform/macos/kernel/IORegistryObject.h"
+
+#include "platform/macos/kernel/CFRef.h"
+#include "platform/macos/kernel/CFValue.h"
+
+#include <fmt/format.h>
+
+namespace meridal {
+
+namespace {
+
+CFRef<CFStringRef> stringOf(std::string_view text)
+{
+    return CFRef<CFStringRef>(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+        static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
+}
+
+} // namespace
+
+std::string IORegistryObject::path() const
+{
+    std::uint64_t identifier = 0;
+    IORegistryEntryGetRegistryEntryID(entry_.get(), &identifier);
+    return fmt::format("{:#x}", identifier);
+}
+
+Value IORegistryObject::property(std::string_view key) const
+{
+    const CFRef<CFStringRef> name = stringOf(key);
+    if (!name) {
+        return nullptr;
+    }
+    return valueOf(
+        CFRef<CFTypeRef>(IORegistryEntryCreateCFProperty(entry_.get(), name.get(), kCFAllocatorDefault, 0)).get());
+}
+
+Value IORegistryObject::searchChildren(std::string_view key) const
+{
+    const CFRef<CFStringRef> name = stringOf(key);
+    if (!name) {
+        return nullptr;
+    }
+    return valueOf(CFRef<CFTypeRef>(IORegistryEntrySearchCFProperty(entry_.get(), kIOServicePlane, name.get(),
+                                        kCFAllocatorDefault, kIORegistryIterateRecursively))
+                       .get());
+}
+
+RegistryEntryPtr IORegistryObject::parent() const
+{
+    IOObjectOwner above;
+    if (IORegistryEntryGetParentEntry(entry_.get(), kIOServicePlane, above.receive()) != KERN_SUCCESS || !above) {
+        return nullptr;
+    }
+    return std::make_shared<IORegistryObject>(std::move(above));
+}
+
+} // namespace meridal

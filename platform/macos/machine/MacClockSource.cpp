@@ -1,0 +1,20 @@
+#include "platform/macos/machine/MacClockSource.h"
+
+#include <sys/timex.h>
+
+namespace meridal {
+
+namespace {
+
+constexpr long largestError = 16'000'000; ///< µs: nine hours without a correction, or a leap of as much
+
+} // namespace
+
+bool MacClockSource::isSynchronised()
+{
+    ntptimeval clock = {};
+    const int state = ::ntp_gettime(&clock);
+    return state >= 0 && state != TIME_ERROR && clock.maxerror < largestError;
+}
+
+} // namespace meridal

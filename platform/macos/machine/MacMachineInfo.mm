@@ -1,0 +1,133 @@
+#include "platform/macos/machine/MacMachineInfo.h"
+
+#include "platform/macos/kernel/CFRef.h"
+#include "platform/macos/kernel/ServiceEntry.h"
+#include "platform/macos/kernel/SystemSettings.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#import <Foundation/Foundation.h>
+
+#include <ifaddrs.h>
+#include <net/if_dl.h>
+#include <sys/socket.h>
+#include <sys/sysctl.h>
+#include <sys/time.h>
+
+#include <array>
+#include <memory>
+
+namespace meridal {
+
+namespace {
+
+SystemRelease readRelease()
+{
+    const NSOperatingSystemVersion version = NSProcessInfo.processInfo.operatingSystemVersion;
+    return {static_cast<int>(version.majorVersion), static_cast<int>(version.minorVersion),
+        static_cast<int>(version.patchVersion)};
+}
+
+std::optional<double> asDouble(std::optional<std::uint64_t> figure)
+{
+    return figure ? std::optional(static_cast<double>(*figure)) : std::nullopt;
+}
+
+/// The 6-byte hardware address of a link-layer entry, absent when it has another length.
+std::optional<std::string> hardwareAddress(const sockaddr_dl& link)
+{
+    std::array<unsigned, 6> octets{};
+    if (link.sdl_alen != octets.size()) {
+        return std::nullopt;
+    }
+    const char* bytes = LLADDR(&link);
+    for (std::size_t index = 0; index < octets.size(); ++index) {
+        octets[index] = static_cast<unsigned char>(bytes[index]);
+    }
+    return fmt::format("{:02x}", fmt::join(octets, ":"));
+}
+
+} // namespace
+
+MacMachineInfo::MacMachineInfo() : model_(systemSettingText("hw.model")), release_(readRelease())
+{
+    const ServiceEntry platformExpert("IOPlatformExpertDevice");
+    serial_ = textOf(platformExpert.property("IOPlatformSerialNumber").get());
+    board_ = textOf(platformExpert.property("board-id").get());
+}
+
+std::optional<std::string> MacMachineInfo::processorName() const
+{
+    return systemSettingText("machdep.cpu.brand_string");
+}
+
+std::optional<double> MacMachineInfo::processorHertz() const
+{
+    return asDouble(systemSettingInteger("hw.cpufrequency"));
+}
+
+int MacMachineInfo::logicalProcessors() const
+{
+    return static_cast<int>(systemSettingInteger("hw.logicalcpu").value_or(1));
+}
+
+int MacMachineInfo::physicalProcessors() const
+{
+    return static_cast<int>(systemSettingInteger("hw.physicalcpu").value_or(1));
+}
+
+std::optional<double> MacMachineInfo::memoryBytes() const { return asDouble(systemSettingInteger("hw.memsize")); }
+
+std::optional<std::string> MacMachineInfo::networkHardwareAddress() const
+{
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) {
+        return std::nullopt;
+    }
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
+    for (const ifaddrs* entry = list; entry; entry = entry->ifa_next) {
+        if (entry->ifa_addr && entry->ifa_addr->sa_family == AF_LINK && std::string_view(entry->ifa_name) == "en0") {
+            return hardwareAddress(*reinterpret_cast<const sockaddr_dl*>(entry->ifa_addr));
+        }
+    }
+    return std::nullopt;
+}
+
+std::string MacMachineInfo::systemName() const
+{
+    const auto build = systemSettingText("kern.osversion");
+    return fmt::format("macOS {}.{}.{}{}", release_.major, release_.minor, release_.bugfix,
+        build ? fmt::format(" ({})", *build) : std::string());
+}
+
+std::optional<double> MacMachineInfo::bootTime() const
+{
+    std::array<int, 2> name = {CTL_KERN, KERN_BOOTTIME};
+    timeval booted{};
+    std::size_t size = sizeof(booted);
+    if (sysctl(name.data(), name.size(), &booted, &size, nullptr, 0) != 0 || size != sizeof(booted)
+        || booted.tv_sec == 0) {
+        return std::nullopt;
+    }
+    return static_cast<double>(booted.tv_sec) + static_cast<double>(booted.tv_usec) * 1e-6;
+}
+
+std::optional<std::string> MacMachineInfo::bootIdentifier() const { return systemSettingText("kern.bootsessionuuid"); }
+
+bool MacMachineInfo::hasService(std::string_view serviceClass) const
+{
+    return static_cast<bool>(ServiceEntry(std::string(serviceClass).c_str()));
+}
+
+std::optional<bool> MacMachineInfo::chassisIsPortable() const
+{
+    const auto installed = ServiceEntry("AppleSmartBattery").property("BatteryInstalled");
+    if (installed && CFGetTypeID(installed.get()) == CFBooleanGetTypeID()
+        && CFBooleanGetValue(static_cast<CFBooleanRef>(installed.get()))) {
+        return true;
+    }
+    return std::nullopt;
+}
+
+} // namespace meridal

@@ -1,0 +1,235 @@
+#include "platform/macos/processes/LibprocProcessSource.h"
+
+#include "platform/ProcArgs.h"
+#include "platform/macos/kernel/KernelLayouts.h"
+#include "platform/macos/kernel/SystemSettings.h"
+#include "platform/macos/processes/TaskMemory.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <tuple>
+#include <type_traits>
+
+namespace meridal {
+
+namespace {
+
+static_assert(std::is_same_v<pid_t, std::int32_t>);
+
+/// What one proc_pid_rusage tells.
+constexpr ProcessFields usageGroups = ProcessFields::Cpu | ProcessFields::Disk | ProcessFields::Wakeups;
+
+bool isAtLeast(const SystemRelease& release, int major, int minor)
+{
+    return std::tie(release.major, release.minor) >= std::tie(major, minor);
+}
+
+/// No header declares the function, and no file holds the library: since macOS 11 system libraries live in the loader's
+/// shared cache, where opening by path still finds them. The handle stays open with the daemon.
+void* findResponsiblePidFunction()
+{
+    void* library = dlopen("/usr/lib/system/libquarantine.dylib", RTLD_LAZY);
+    return library ? dlsym(library, "responsibility_get_pid_responsible_for_pid") : nullptr;
+}
+
+/// The long name, which is the better one, or else the command name. A full field has no NUL.
+std::string_view copyName(const proc_bsdinfo& info, std::span<char, sizeof(info.pbi_name)> room)
+{
+    std::size_t length = strnlen(info.pbi_name, sizeof(info.pbi_name));
+    const char* field = info.pbi_name;
+    if (length == 0) {
+        length = strnlen(info.pbi_comm, sizeof(info.pbi_comm));
+        field = info.pbi_comm;
+    }
+    std::memcpy(room.data(), field, length);
+    return {room.data(), length};
+}
+
+/// Fills the groups wanted; leaves them out when the kernel refuses.
+template <typename Usage>
+void readUsageRecord(int flavour, ProcessFields wanted, ProcessRecord& record)
+{
+    Usage usage{};
+    // The declared parameter type is a pointer to a pointer; what the call wants is the record's address.
+    if (proc_pid_rusage(record.pid, flavour, reinterpret_cast<rusage_info_t*>(&usage)) != 0) {
+        return;
+    }
+    record.userTime = usage.ri_user_time;
+    record.systemTime = usage.ri_system_time;
+    record.diskBytesRead = usage.ri_diskio_bytesread;
+    record.diskBytesWritten = usage.ri_diskio_byteswritten;
+    record.idleWakeups = usage.ri_pkg_idle_wkups;
+    record.present |= wanted;
+}
+
+void fillMemory(const TaskMemory& memory, ProcessRecord& record)
+{
+    record.physFootprint = memory.physFootprint;
+    record.anonymous = memory.anonymous;
+    record.purgeableVolatile = memory.purgeableVolatile;
+    record.compressed = memory.compressed;
+    record.residentSize = memory.residentSize;
+    record.present |= ProcessFields::Memory;
+}
+
+/// Upper bound of an argument area, in bytes (1 MiB on today's systems).
+std::optional<std::size_t> argumentAreaLimit()
+{
+    std::array<int, 2> name = {CTL_KERN, KERN_ARGMAX};
+    int limit = 0;
+    std::size_t size = sizeof(limit);
+    if (sysctl(name.data(), name.size(), &limit, &size, nullptr, 0) != 0 || limit <= 0) {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(limit);
+}
+
+} // namespace
+
+LibprocProcessSource::LibprocProcessSource(SystemRelease release, Limitations& limitations)
+    : hasUsageVersion3_(isAtLeast(release, 10, 12))
+    , timeBase_(static_cast<double>(systemSettingInteger("hw.tbfrequency").value_or(0)))
+    , responsiblePid_(reinterpret_cast<ResponsiblePid>(findResponsiblePidFunction()))
+{
+    if (timeBase_ == 0) {
+        limitations.set("cpu", "the system does not tell its CPU time base (hw.tbfrequency)");
+    }
+    if (!responsiblePid_) {
+        limitations.set("responsible-pid", "the system has no look-up of responsible processes");
+    }
+}
+
+std::span<const ProcessRecord> LibprocProcessSource::readProcesses(ProcessFields wanted)
+{
+    const std::span<const std::int32_t> pids = listPids();
+    rows_.clear();
+    rows_.reserve(pids.size());
+    if (names_.size() < pids.size()) {
+        names_.resize(pids.size()); // before the pass: the rows hold views into it
+    }
+    for (const std::int32_t pid : pids) {
+        ProcessRecord record;
+        if (readProcess(pid, wanted, names_[rows_.size()], record)) {
+            rows_.push_back(record);
+        }
+    }
+    return rows_;
+}
+
+std::span<const std::int32_t> LibprocProcessSource::listPids()
+{
+    const int estimate = proc_listallpids(nullptr, 0); // the number of processes and 20 more
+    if (estimate <= 0) {
+        return {};
+    }
+    pids_.resize(std::max(pids_.size(), static_cast<std::size_t>(estimate)));
+    // A full buffer may have cut the table: processes were born since the estimate.
+    constexpr std::size_t mostPids = std::numeric_limits<int>::max() / sizeof(std::int32_t) / 2;
+    while (true) {
+        const int written = proc_listallpids(pids_.data(), static_cast<int>(pids_.size() * sizeof(std::int32_t)));
+        if (written <= 0) {
+            return {};
+        }
+        const auto count = std::min(pids_.size(), static_cast<std::size_t>(written));
+        if (count < pids_.size() || pids_.size() > mostPids) {
+            return std::span(pids_).first(count);
+        }
+        pids_.resize(pids_.size() * 2);
+    }
+}
+
+bool LibprocProcessSource::readProcess(
+    std::int32_t pid, ProcessFields wanted, NameBytes& name, ProcessRecord& record) const
+{
+    proc_taskallinfo info{};
+    if (proc_pidinfo(pid, PROC_PIDTASKALLINFO, 0, &info, sizeof(info)) < static_cast<int>(sizeof(info))) {
+        return false; // it ended since the list was made
+    }
+    record.pid = pid;
+    record.parentPid = static_cast<std::int32_t>(info.pbsd.pbi_ppid);
+    record.status = info.pbsd.pbi_status == SZOMB ? ProcessStatus::Zombie : ProcessStatus::Alive;
+    record.startIdentity = info.pbsd.pbi_start_tvsec * 1'000'000 + info.pbsd.pbi_start_tvusec;
+    record.name = copyName(info.pbsd, name.bytes);
+    if (record.status == ProcessStatus::Zombie) {
+        return true; // it has no task left to ask
+    }
+    readUsage(wanted, record);
+    if (has(wanted, ProcessFields::Memory)) {
+        if (const auto memory = readTaskMemory(pid)) {
+            fillMemory(*memory, record);
+        }
+    }
+    return true;
+}
+
+void LibprocProcessSource::readUsage(ProcessFields wanted, ProcessRecord& record) const
+{
+    const auto ofUsage = wanted & usageGroups;
+    if (ofUsage == ProcessFields::None) {
+        return;
+    }
+    if (hasUsageVersion3_) {
+        readUsageRecord<rusage_info_v3>(RUSAGE_INFO_V3, ofUsage, record);
+    } else {
+        readUsageRecord<rusage_info_v2>(RUSAGE_INFO_V2, ofUsage, record);
+    }
+}
+
+ProcessFields LibprocProcessSource::alongWith(ProcessFields wanted) const
+{
+    return (wanted & usageGroups) == ProcessFields::None ? wanted : wanted | usageGroups;
+}
+
+std::optional<std::string> LibprocProcessSource::commandName(std::int32_t pid)
+{
+    proc_bsdinfo info{};
+    if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof(info)) < static_cast<int>(sizeof(info))
+        || info.pbi_status == SZOMB) {
+        return std::nullopt;
+    }
+    NameBytes name{};
+    return std::string(copyName(info, name.bytes));
+}
+
+std::optional<std::string> LibprocProcessSource::executablePath(std::int32_t pid, std::string_view)
+{
+    const auto limit = argumentAreaLimit();
+    if (!limit) {
+        return std::nullopt;
+    }
+    // Not cleared, so only the pages that the kernel writes are touched. Names are asked for once a program: not kept.
+    const std::unique_ptr<char[]> area(new char[*limit]);
+    std::array<int, 3> name = {CTL_KERN, KERN_PROCARGS2, pid};
+    std::size_t size = *limit;
+    if (sysctl(name.data(), name.size(), area.get(), &size, nullptr, 0) != 0) {
+        return std::nullopt;
+    }
+    const auto path = executablePathOfProcArgs({area.get(), std::min(size, *limit)});
+    return path ? std::optional<std::string>(*path) : std::nullopt;
+}
+
+std::optional<std::int32_t> LibprocProcessSource::responsiblePid(std::int32_t pid)
+{
+    if (!responsiblePid_) {
+        return std::nullopt;
+    }
+    const std::int32_t responsible = responsiblePid_(pid);
+    return responsible > 0 ? std::optional(responsible) : std::nullopt;
+}
+
+std::optional<std::string> LibprocProcessSource::bundleLocation(std::int32_t pid, const ProcessUnit&)
+{
+    std::array<char, PROC_PIDPATHINFO_MAXSIZE> path;
+    const int length = proc_pidpath(pid, path.data(), path.size());
+    if (length <= 0) {
+        return std::nullopt; // it ended, or is the kernel
+    }
+    return std::string(applicationOfProgram({path.data(), static_cast<std::size_t>(length)}));
+}
+
+} // namespace meridal

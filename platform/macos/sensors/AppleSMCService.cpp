@@ -1,0 +1,67 @@
+#include "platform/macos/sensors/AppleSMCService.h"
+
+#include <IOKit/IOKitLib.h>
+#include <mach/mach.h>
+
+#include <cstddef>
+#include <string>
+#include <type_traits>
+
+namespace meridal {
+
+namespace {
+
+// The seam's handles and numbers are those of the system, passed through.
+static_assert(std::is_same_v<io_connect_t, SMCService::Handle>);
+static_assert(std::is_same_v<io_service_t, SMCService::Handle>);
+static_assert(static_cast<std::uint32_t>(IOStatus::Error) == static_cast<std::uint32_t>(kIOReturnError));
+static_assert(
+    static_cast<std::uint32_t>(IOStatus::NotPrivileged) == static_cast<std::uint32_t>(kIOReturnNotPrivileged));
+static_assert(
+    static_cast<std::uint32_t>(IOStatus::InternalError) == static_cast<std::uint32_t>(kIOReturnInternalError));
+static_assert(static_cast<std::uint32_t>(IOStatus::NotOpen) == static_cast<std::uint32_t>(kIOReturnNotOpen));
+static_assert(static_cast<std::uint32_t>(IOStatus::NotFound) == static_cast<std::uint32_t>(kIOReturnNotFound));
+
+IOStatus statusOf(kern_return_t result) { return static_cast<IOStatus>(static_cast<std::uint32_t>(result)); }
+
+} // namespace
+
+SMCService::Handle AppleSMCService::findService(std::string_view serviceClass)
+{
+    // The look-up consumes the dictionary. The null port stands for the default one, whose constant changed its name.
+    CFMutableDictionaryRef matching = IOServiceMatching(std::string(serviceClass).c_str());
+    return matching ? IOServiceGetMatchingService(MACH_PORT_NULL, matching) : IO_OBJECT_NULL;
+}
+
+void AppleSMCService::releaseService(Handle service)
+{
+    if (service != IO_OBJECT_NULL) {
+        IOObjectRelease(service);
+    }
+}
+
+IOStatus AppleSMCService::openService(Handle service, std::uint32_t type, Handle& connection)
+{
+    io_connect_t opened = IO_OBJECT_NULL;
+    const kern_return_t result = IOServiceOpen(service, mach_task_self(), type, &opened);
+    if (result == KERN_SUCCESS) {
+        connection = opened;
+    }
+    return statusOf(result);
+}
+
+IOStatus AppleSMCService::closeService(Handle connection) { return statusOf(IOServiceClose(connection)); }
+
+IOStatus AppleSMCService::callScalarMethod(Handle connection, std::uint32_t selector)
+{
+    return statusOf(IOConnectCallScalarMethod(connection, selector, nullptr, 0, nullptr, nullptr));
+}
+
+IOStatus AppleSMCService::callStructMethod(
+    Handle connection, std::uint32_t selector, const SMCParamRecord& input, SMCParamRecord& output)
+{
+    std::size_t size = sizeof output;
+    return statusOf(IOConnectCallStructMethod(connection, selector, &input, sizeof input, &output, &size));
+}
+
+} // namespace meridal

@@ -1,0 +1,69 @@
+#include "platform/macos/traffic/LibprocConnections.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+
+namespace meridal {
+
+namespace {
+
+/// Ports lie in the low half of an int, in network order.
+std::uint16_t portFrom(int field) { return ntohs(static_cast<std::uint16_t>(field)); }
+
+} // namespace
+
+std::span<const ConnectionRecord> LibprocConnections::readConnections(std::span<const std::int32_t> pids)
+{
+    rows_.clear();
+    for (const std::int32_t pid : pids) {
+        for (const proc_fdinfo& descriptor : listDescriptors(pid)) {
+            if (descriptor.proc_fdtype == PROX_FDTYPE_SOCKET) {
+                readSocket(pid, descriptor.proc_fd);
+            }
+        }
+    }
+    return rows_;
+}
+
+std::span<const proc_fdinfo> LibprocConnections::listDescriptors(std::int32_t pid)
+{
+    const int estimate = proc_pidinfo(pid, PROC_PIDLISTFDS, 0, nullptr, 0); // bytes, with some to spare
+    if (estimate <= 0) {
+        return {};
+    }
+    const auto wanted = static_cast<std::size_t>(estimate) / sizeof(proc_fdinfo) + 1;
+    descriptors_.resize(std::max(descriptors_.size(), wanted));
+    const auto room = static_cast<int>(descriptors_.size() * sizeof(proc_fdinfo));
+    const int written = proc_pidinfo(pid, PROC_PIDLISTFDS, 0, descriptors_.data(), room);
+    if (written <= 0) {
+        return {};
+    }
+    const auto count = std::min(static_cast<std::size_t>(written) / sizeof(proc_fdinfo), descriptors_.size());
+    return std::span(descriptors_).first(count);
+}
+
+void LibprocConnections::readSocket(std::int32_t pid, std::int32_t descriptor)
+{
+    socket_fdinfo socket{};
+    const int size = proc_pidfdinfo(pid, descriptor, PROC_PIDFDSOCKETINFO, &socket, sizeof(socket));
+    if (size < static_cast<int>(sizeof(socket))) {
+        return; // closed since the list was made
+    }
+    const in_sockinfo* ends = nullptr;
+    if (socket.psi.soi_kind == SOCKINFO_TCP) {
+        ends = &socket.psi.soi_proto.pri_tcp.tcpsi_ini;
+    } else if (socket.psi.soi_kind == SOCKINFO_IN) {
+        ends = &socket.psi.soi_proto.pri_in;
+    }
+    if (!ends || ends->insi_lport == 0) {
+        return;
+    }
+    ConnectionRecord record;
+    record.pid = pid;
+    record.localPort = portFrom(ends->insi_lport);
+    record.foreignPort = portFrom(ends->insi_fport);
+    rows_.push_back(record);
+}
+
+} // namespace meridal

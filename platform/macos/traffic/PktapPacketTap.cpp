@@ -1,0 +1,132 @@
+#include "platform/macos/traffic/PktapPacketTap.h"
+
+#include "base/Runtime.h"
+
+#include <pcap/pcap.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <utility>
+
+/// The system's library has it and its header hides it. Answers 0.
+extern "C" int pcap_set_want_pktap(pcap_t* handle, int want);
+
+namespace meridal {
+
+namespace {
+
+constexpr int wholeFrames = 0x40000; ///< bytes; the kernel's own most
+constexpr int timeout = 200;         ///< ms
+constexpr int interfaceSnapLength = 72;
+constexpr int interfaceTimeout = 500; ///< ms
+
+struct HandleCloser {
+    void operator()(pcap_t* handle) const { ::pcap_close(handle); }
+};
+using Handle = std::unique_ptr<pcap_t, HandleCloser>;
+
+} // namespace
+
+class PktapPacketTap::Loop {
+public:
+    Loop(Handle handle, LinkType link, std::shared_ptr<Sink> sink)
+        : handle_(std::move(handle)), sink_(std::move(sink)), link_(link)
+    {
+    }
+
+    void run()
+    {
+        // One dispatch is what one read of the kernel's buffer brought; 0 is a time-out.
+        int count = 0;
+        while (!finished_ && (count = ::pcap_dispatch(handle_.get(), -1, take, reinterpret_cast<u_char*>(this))) >= 0) {
+            frames_ += static_cast<std::uint64_t>(count);
+            pcap_stat figures{};
+            if (::pcap_stats(handle_.get(), &figures) == 0) {
+                const auto now = std::uint64_t{figures.ps_drop};
+                const std::uint64_t before = dropped_.exchange(now);
+                sink_->lost(now > before ? now - before : 0);
+            }
+            sink_->endBatch();
+        }
+        if (!finished_) {
+            sink_->failed(::pcap_geterr(handle_.get()));
+        }
+        handle_.reset();
+    }
+    void finish() { finished_ = true; }
+    CaptureStatistics statistics() const { return {frames_, dropped_}; }
+
+private:
+    static void take(u_char* user, const pcap_pkthdr* header, const u_char* bytes)
+    {
+        const auto& loop = *reinterpret_cast<const Loop*>(user);
+        if (loop.finished_) {
+            return; // the rest of a full buffer, which the next capture sees as well
+        }
+        loop.sink_->frame({loop.link_, {bytes, header->caplen}, std::max(header->len, header->caplen)});
+    }
+
+    Handle handle_;
+    std::shared_ptr<Sink> sink_;
+    LinkType link_;
+    std::atomic<bool> finished_ = false;
+    std::atomic<std::uint64_t> frames_ = 0;
+    std::atomic<std::uint64_t> dropped_ = 0;
+};
+
+class PktapPacketTap::Running final : public PacketTap::Capture {
+public:
+    explicit Running(std::shared_ptr<Loop> loop) : loop_(std::move(loop)) { }
+    ~Running() override { loop_->finish(); }
+    CaptureStatistics statistics() const override { return loop_->statistics(); }
+
+private:
+    std::shared_ptr<Loop> loop_;
+};
+
+std::unique_ptr<PacketTap::Capture> PktapPacketTap::run(std::shared_ptr<Loop> loop)
+{
+    runtime_.postGlobal([loop] { loop->run(); });
+    return std::make_unique<Running>(std::move(loop));
+}
+
+Result<std::unique_ptr<PacketTap::Capture>> PktapPacketTap::captureAll(std::shared_ptr<Sink> sink)
+{
+    std::array<char, PCAP_ERRBUF_SIZE> error = {};
+    Handle handle(::pcap_create("all", error.data()));
+    if (!handle) {
+        return unexpected(ErrorCode::Unavailable, error.data());
+    }
+    ::pcap_set_timeout(handle.get(), timeout);
+    ::pcap_set_want_pktap(handle.get(), 1);
+    ::pcap_set_snaplen(handle.get(), wholeFrames);
+    if (const int status = ::pcap_activate(handle.get()); status < 0) {
+        const bool isDenied = status == PCAP_ERROR_PERM_DENIED;
+        const std::string detail = ::pcap_geterr(handle.get());
+        return unexpected(isDenied ? ErrorCode::NotPermitted : ErrorCode::Unavailable,
+            detail.empty() ? ::pcap_statustostr(status) : detail);
+    }
+    // The number under which files know the header, or the one that this system alone gives it.
+    const int link = ::pcap_datalink(handle.get());
+    if (link != DLT_PKTAP && link != DLT_USER2) {
+        return unexpected(ErrorCode::Unavailable, "the tap does not name processes");
+    }
+    return run(std::make_shared<Loop>(std::move(handle), LinkType::Pktap, std::move(sink)));
+}
+
+Result<std::unique_ptr<PacketTap::Capture>> PktapPacketTap::captureInterface(
+    const std::string& name, std::shared_ptr<Sink> sink)
+{
+    std::array<char, PCAP_ERRBUF_SIZE> error = {};
+    Handle handle(::pcap_open_live(name.c_str(), interfaceSnapLength, 0, interfaceTimeout, error.data()));
+    if (!handle) {
+        return unexpected(ErrorCode::Unavailable, error.data());
+    }
+    if (::pcap_datalink(handle.get()) != DLT_EN10MB) {
+        return unexpected(ErrorCode::InvalidArgument, name + " is no Ethernet");
+    }
+    return run(std::make_shared<Loop>(std::move(handle), LinkType::Ethernet, std::move(sink)));
+}
+
+} // namespace meridal
