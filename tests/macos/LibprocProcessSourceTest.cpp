@@ -1,5 +1,5 @@
-#include "platform/macos/processes/LibprocProcessSource.h"
-#include "platform/macos/machine/MacMachineInfo.h"
+#include "platform/macos/machine/MacAdapters.h"
+#include "platform/macos/processes/MacAdapters.h"
 
 #include <gtest/gtest.h>
 
@@ -22,8 +22,9 @@ protected:
     }
 
     Limitations limitations;
-    MacMachineInfo machine;
-    LibprocProcessSource source{machine.systemRelease(), limitations};
+    const std::unique_ptr<MachineInfo> machine = makeMacMachineInfo();
+    const std::unique_ptr<ProcessSource> ours = makeLibprocProcessSource(machine->systemRelease(), limitations);
+    ProcessSource& source = *ours;
 };
 
 TEST_F(LibprocProcessSourceTest, OwnProcessIsInTheTableWithWhatWasAskedFor)

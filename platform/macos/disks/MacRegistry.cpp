@@ -1,4 +1,4 @@
-#include "platform/macos/disks/MacRegistry.h"
+#include "platform/macos/disks/MacAdapters.h"
 
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/IORegistryObject.h"
@@ -81,6 +81,13 @@ private:
     std::array<IOObjectOwner, 3> iterators_;
 };
 
+class MacRegistry final : public Registry {
+public:
+    std::vector<RegistryEntryPtr> entriesWithTrue(std::string_view property) override;
+    /// Block storage drivers that come and go, and media that come.
+    std::unique_ptr<Observation> observeDisks(std::function<void()> changed) override;
+};
+
 } // namespace
 
 std::vector<RegistryEntryPtr> MacRegistry::entriesWithTrue(std::string_view property)
@@ -101,5 +108,7 @@ std::unique_ptr<Registry::Observation> MacRegistry::observeDisks(std::function<v
 {
     return std::make_unique<DiskObservation>(std::move(changed));
 }
+
+std::unique_ptr<Registry> makeMacRegistry() { return std::make_unique<MacRegistry>(); }
 
 } // namespace meridal

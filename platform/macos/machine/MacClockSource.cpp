@@ -1,4 +1,4 @@
-#include "platform/macos/machine/MacClockSource.h"
+#include "platform/macos/machine/MacAdapters.h"
 
 #include <sys/timex.h>
 
@@ -8,6 +8,11 @@ namespace {
 
 constexpr long largestError = 16'000'000; ///< µs: nine hours without a correction, or a leap of as much
 
+class MacClockSource final : public ClockSource {
+public:
+    bool isSynchronised() override;
+};
+
 } // namespace
 
 bool MacClockSource::isSynchronised()
@@ -16,5 +21,7 @@ bool MacClockSource::isSynchronised()
     const int state = ::ntp_gettime(&clock);
     return state >= 0 && state != TIME_ERROR && clock.maxerror < largestError;
 }
+
+std::unique_ptr<ClockSource> makeMacClockSource() { return std::make_unique<MacClockSource>(); }
 
 } // namespace meridal

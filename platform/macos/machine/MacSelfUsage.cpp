@@ -1,4 +1,4 @@
-#include "platform/macos/machine/MacSelfUsage.h"
+#include "platform/macos/machine/MacAdapters.h"
 
 #include "platform/macos/kernel/KernelLayouts.h"
 
@@ -36,6 +36,17 @@ SelfCost costOf(const rusage_info_v2& usage, double timeBase)
     return cost;
 }
 
+class MacSelfUsage final : public SelfUsage {
+public:
+    /// The time base is in units of CPU time a second, 0 when unknown.
+    explicit MacSelfUsage(double timeBase) : timeBase_(timeBase) { }
+    SelfUsageReading read() override;
+    SelfCost readCost() override;
+
+private:
+    const double timeBase_;
+};
+
 } // namespace
 
 SelfCost MacSelfUsage::readCost()
@@ -60,5 +71,7 @@ SelfUsageReading MacSelfUsage::read()
     reading.bytesWritten = usage.ri_diskio_byteswritten;
     return reading;
 }
+
+std::unique_ptr<SelfUsage> makeMacSelfUsage(double timeBase) { return std::make_unique<MacSelfUsage>(timeBase); }
 
 } // namespace meridal

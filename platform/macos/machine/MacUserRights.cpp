@@ -1,4 +1,4 @@
-#include "platform/macos/machine/MacUserRights.h"
+#include "platform/macos/machine/MacAdapters.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <SystemConfiguration/SystemConfiguration.h>
@@ -42,6 +42,13 @@ std::optional<gid_t> administratorGroup()
     return exists ? std::optional(found->gr_gid) : std::nullopt;
 }
 
+class MacUserRights final : public UserRights {
+public:
+    bool administers(std::uint32_t uid) override;
+    bool ownsActiveSeat(std::uint32_t uid) override;
+    Result<void> shareWithAdministrators(const std::string& path) override;
+};
+
 } // namespace
 
 bool MacUserRights::administers(std::uint32_t uid)
@@ -78,5 +85,7 @@ Result<void> MacUserRights::shareWithAdministrators(const std::string& path)
     }
     return {};
 }
+
+std::unique_ptr<UserRights> makeMacUserRights() { return std::make_unique<MacUserRights>(); }
 
 } // namespace meridal

@@ -1,4 +1,4 @@
-#include "platform/macos/machine/WindowServerDisplayInfo.h"
+#include "platform/macos/machine/MacAdapters.h"
 
 #include <CoreGraphics/CGBase.h>
 #include <dlfcn.h>
@@ -32,6 +32,15 @@ const Functions& functions()
     return found;
 }
 
+class WindowServerDisplayInfo final : public DisplayInfo {
+public:
+    explicit WindowServerDisplayInfo(Limitations& limitations) : limitations_(limitations) { }
+    std::optional<double> frameRate() override;
+
+private:
+    Limitations& limitations_;
+};
+
 } // namespace
 
 std::optional<double> WindowServerDisplayInfo::frameRate()
@@ -57,6 +66,11 @@ std::optional<double> WindowServerDisplayInfo::frameRate()
     }
     limitations_.clear("frame-rate");
     return figures[0];
+}
+
+std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(Limitations& limitations)
+{
+    return std::make_unique<WindowServerDisplayInfo>(limitations);
 }
 
 } // namespace meridal

@@ -1,12 +1,24 @@
-#include "platform/macos/network/CoreWLanInterface.h"
+#include "platform/macos/network/MacAdapters.h"
 
 #import <CoreWLAN/CoreWLAN.h>
+#include <utility>
 
 namespace meridal {
 
 namespace {
 
 CWInterface* defaultInterface() { return [[CWWiFiClient sharedWiFiClient] interface]; }
+
+class CoreWLanInterface final : public WirelessInterface {
+public:
+    explicit CoreWLanInterface(std::shared_ptr<Limitations> limitations) : limitations_(std::move(limitations)) { }
+
+    std::optional<WirelessIdentity> identity(const std::string& interfaceName) override;
+    Result<void> togglePower() override;
+
+private:
+    std::shared_ptr<Limitations> limitations_;
+};
 
 } // namespace
 
@@ -48,6 +60,11 @@ Result<void> CoreWLanInterface::togglePower()
         }
         return {};
     }
+}
+
+std::unique_ptr<WirelessInterface> makeCoreWLanInterface(std::shared_ptr<Limitations> limitations)
+{
+    return std::make_unique<CoreWLanInterface>(std::move(limitations));
 }
 
 } // namespace meridal

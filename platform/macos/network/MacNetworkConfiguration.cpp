@@ -1,4 +1,4 @@
-#include "platform/macos/network/MacNetworkConfiguration.h"
+#include "platform/macos/network/MacAdapters.h"
 
 #include "platform/macos/kernel/CFRef.h"
 
@@ -20,6 +20,13 @@ CFRef<CFStringRef> stringOf(const std::string& text)
     return CFRef<CFStringRef>(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
         static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
 }
+
+class MacNetworkConfiguration final : public NetworkConfiguration {
+public:
+    Result<void> refreshLease(const std::string& interfaceName) override;
+    /// A set that does not exist is refused: written all the same, it would leave the machine without a current one.
+    Result<void> setNetworkSet(const std::string& identifier) override;
+};
 
 } // namespace
 
@@ -60,6 +67,11 @@ Result<void> MacNetworkConfiguration::setNetworkSet(const std::string& identifie
         return systemFailure("the network set cannot be changed");
     }
     return {};
+}
+
+std::unique_ptr<NetworkConfiguration> makeMacNetworkConfiguration()
+{
+    return std::make_unique<MacNetworkConfiguration>();
 }
 
 } // namespace meridal

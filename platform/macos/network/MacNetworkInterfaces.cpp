@@ -1,5 +1,8 @@
-#include "platform/macos/network/MacNetworkInterfaces.h"
+#include "platform/macos/network/MacAdapters.h"
 
+#include "platform/macos/kernel/CFRef.h"
+
+#include <SystemConfiguration/SystemConfiguration.h>
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -17,8 +20,11 @@
 #include <array>
 #include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -198,6 +204,34 @@ private:
     int number_;
 };
 
+class MacNetworkInterfaces final : public NetworkInterfaces {
+public:
+    MacNetworkInterfaces();
+
+    const NetworkReading* read() override;
+    const NetworkReading* latest() const override { return hasReading_ ? &reading_ : nullptr; }
+
+private:
+    /// What SystemConfiguration knows of a piece of hardware.
+    struct Hardware {
+        InterfaceKind kind = InterfaceKind::Other;
+        std::string displayName;
+        std::optional<HardwareAddress> permanentAddress;
+    };
+
+    bool readInterfaces(std::map<std::string, InterfaceRecord>& interfaces);
+    void readHardware();
+    std::optional<PrimaryService> readPrimary() const;
+    std::optional<PrimaryService> readPrimary(CFStringRef key, InterfaceAddress::Family family) const;
+    void describe(InterfaceRecord& record) const;
+
+    CFRef<SCDynamicStoreRef> store_;
+    std::map<std::string, Hardware> hardware_; ///< by BSD name
+    std::string knownNames_;                   ///< the names for which the hardware was read
+    NetworkReading reading_;
+    bool hasReading_ = false;
+};
+
 } // namespace
 
 MacNetworkInterfaces::MacNetworkInterfaces()
@@ -314,5 +348,7 @@ std::optional<PrimaryService> MacNetworkInterfaces::readPrimary(CFStringRef key,
     }
     return primary;
 }
+
+std::unique_ptr<NetworkInterfaces> makeMacNetworkInterfaces() { return std::make_unique<MacNetworkInterfaces>(); }
 
 } // namespace meridal

@@ -1,4 +1,4 @@
-#include "platform/macos/power/MacPeripheralBatteries.h"
+#include "platform/macos/power/MacAdapters.h"
 
 #include "platform/PowerEntries.h"
 #include "platform/macos/kernel/CFRef.h"
@@ -99,6 +99,12 @@ void addAccessories(std::vector<PeripheralBattery>& batteries)
     }
 }
 
+class MacPeripheralBatteries final : public PeripheralBatteries {
+public:
+    void bluetooth(Reply reply) override;
+    std::vector<PeripheralBattery> logitech() override;
+};
+
 } // namespace
 
 void MacPeripheralBatteries::bluetooth(Reply reply)
@@ -116,5 +122,7 @@ std::vector<PeripheralBattery> MacPeripheralBatteries::logitech()
     addMatching(batteries, IOServiceMatching(logitechClass));
     return batteries;
 }
+
+std::unique_ptr<PeripheralBatteries> makeMacPeripheralBatteries() { return std::make_unique<MacPeripheralBatteries>(); }
 
 } // namespace meridal

@@ -1,4 +1,4 @@
-#include "platform/macos/power/MacPowerMessages.h"
+#include "platform/macos/power/MacAdapters.h"
 
 #include <IOKit/IOKitLib.h>
 #include <IOKit/IOMessage.h>
@@ -8,6 +8,24 @@
 #include <utility>
 
 namespace meridal {
+
+namespace {
+
+class MacPowerMessages final : public PowerMessages {
+public:
+    explicit MacPowerMessages(std::shared_ptr<Limitations> limitations) : limitations_(std::move(limitations)) { }
+
+    std::unique_ptr<Registration> receive(Handler handler) override;
+    void allow(Token token) override;
+
+private:
+    class Receiver;
+
+    std::shared_ptr<Limitations> limitations_;
+    Receiver* receiver_ = nullptr; ///< the one that is registered
+};
+
+} // namespace
 
 static_assert(static_cast<std::uint32_t>(PowerMessage::CanSystemSleep) == kIOMessageCanSystemSleep);
 static_assert(static_cast<std::uint32_t>(PowerMessage::SystemWillSleep) == kIOMessageSystemWillSleep);
@@ -66,6 +84,11 @@ void MacPowerMessages::allow(Token token)
     if (receiver_) {
         receiver_->allow(token);
     }
+}
+
+std::unique_ptr<PowerMessages> makeMacPowerMessages(std::shared_ptr<Limitations> limitations)
+{
+    return std::make_unique<MacPowerMessages>(std::move(limitations));
 }
 
 } // namespace meridal

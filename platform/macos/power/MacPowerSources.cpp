@@ -1,4 +1,4 @@
-#include "platform/macos/power/MacPowerSources.h"
+#include "platform/macos/power/MacAdapters.h"
 
 #include "platform/PowerEntries.h"
 #include "platform/macos/kernel/CFRef.h"
@@ -60,6 +60,15 @@ private:
     CFRef<SCDynamicStoreRef> store_;
 };
 
+class MacPowerSources final : public PowerSources {
+public:
+    std::vector<Dictionary> descriptions() override;
+    /// As the driver has it, but with capacities always in mAh. There is one at most.
+    std::vector<Dictionary> smartBatteries() override;
+    std::optional<bool> adapterConnected() override;
+    std::unique_ptr<Observation> observe(std::function<void()> changed) override;
+};
+
 } // namespace
 
 std::vector<Dictionary> MacPowerSources::descriptions()
@@ -98,5 +107,7 @@ std::unique_ptr<PowerSources::Observation> MacPowerSources::observe(std::functio
 {
     return std::make_unique<StoreObservation>(std::move(changed));
 }
+
+std::unique_ptr<PowerSources> makeMacPowerSources() { return std::make_unique<MacPowerSources>(); }
 
 } // namespace meridal

@@ -1,4 +1,4 @@
-#include "platform/macos/processes/LibprocProcessSource.h"
+#include "platform/macos/processes/MacAdapters.h"
 
 #include "platform/ProcArgs.h"
 #include "platform/macos/kernel/KernelLayouts.h"
@@ -14,6 +14,7 @@
 #include <memory>
 #include <tuple>
 #include <type_traits>
+#include <vector>
 
 namespace meridal {
 
@@ -88,6 +89,39 @@ std::optional<std::size_t> argumentAreaLimit()
     }
     return static_cast<std::size_t>(limit);
 }
+
+class LibprocProcessSource final : public ProcessSource {
+public:
+    LibprocProcessSource(SystemRelease release, Limitations& limitations);
+
+    std::span<const ProcessRecord> readProcesses(ProcessFields wanted) override;
+    ProcessFields alongWith(ProcessFields wanted) const override;
+    std::optional<std::string> commandName(std::int32_t pid) override;
+    double timeBase() const override { return timeBase_; }
+    double cpuResolution() const override { return 0; }
+    std::size_t nameLimit() const override { return 16; }
+    std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
+    std::optional<std::int32_t> responsiblePid(std::int32_t pid) override;
+    std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) override;
+
+private:
+    using ResponsiblePid = std::int32_t (*)(std::int32_t);
+    /// Room for one name of the table, which need not end in a NUL.
+    struct NameBytes {
+        char bytes[32];
+    };
+
+    std::span<const std::int32_t> listPids();
+    bool readProcess(std::int32_t pid, ProcessFields wanted, NameBytes& name, ProcessRecord& record) const;
+    void readUsage(ProcessFields wanted, ProcessRecord& record) const;
+
+    const bool hasUsageVersion3_; ///< from 10.12 on
+    const double timeBase_;
+    const ResponsiblePid responsiblePid_;
+    std::vector<std::int32_t> pids_;
+    std::vector<NameBytes> names_; // one a row, in the same order; the rows' names are views into it
+    std::vector<ProcessRecord> rows_;
+};
 
 } // namespace
 
@@ -230,6 +264,11 @@ std::optional<std::string> LibprocProcessSource::bundleLocation(std::int32_t pid
         return std::nullopt; // it ended, or is the kernel
     }
     return std::string(applicationOfProgram({path.data(), static_cast<std::size_t>(length)}));
+}
+
+std::unique_ptr<ProcessSource> makeLibprocProcessSource(const SystemRelease& release, Limitations& limitations)
+{
+    return std::make_unique<LibprocProcessSource>(release, limitations);
 }
 
 } // namespace meridal

@@ -1,4 +1,4 @@
-#include "platform/macos/sensors/AppleSMCService.h"
+#include "platform/macos/sensors/MacAdapters.h"
 
 #include <IOKit/IOKitLib.h>
 #include <mach/mach.h>
@@ -23,6 +23,17 @@ static_assert(static_cast<std::uint32_t>(IOStatus::NotOpen) == static_cast<std::
 static_assert(static_cast<std::uint32_t>(IOStatus::NotFound) == static_cast<std::uint32_t>(kIOReturnNotFound));
 
 IOStatus statusOf(kern_return_t result) { return static_cast<IOStatus>(static_cast<std::uint32_t>(result)); }
+
+class AppleSMCService final : public SMCService {
+public:
+    Handle findService(std::string_view serviceClass) override;
+    void releaseService(Handle service) override;
+    IOStatus openService(Handle service, std::uint32_t type, Handle& connection) override;
+    IOStatus closeService(Handle connection) override;
+    IOStatus callScalarMethod(Handle connection, std::uint32_t selector) override;
+    IOStatus callStructMethod(
+        Handle connection, std::uint32_t selector, const SMCParamRecord& input, SMCParamRecord& output) override;
+};
 
 } // namespace
 
@@ -63,5 +74,7 @@ IOStatus AppleSMCService::callStructMethod(
     std::size_t size = sizeof output;
     return statusOf(IOConnectCallStructMethod(connection, selector, &input, sizeof input, &output, &size));
 }
+
+std::unique_ptr<SMCService> makeAppleSMCService() { return std::make_unique<AppleSMCService>(); }
 
 } // namespace meridal

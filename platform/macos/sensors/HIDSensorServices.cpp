@@ -1,9 +1,29 @@
-#include "platform/macos/sensors/HIDSensorServices.h"
+#include "platform/macos/sensors/MacAdapters.h"
 
 #include "platform/macos/kernel/CFRef.h"
-#include "platform/macos/sensors/HIDEventSystem.h"
 
 #include <array>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/hidsystem/IOHIDEventSystemClient.h>
+#include <IOKit/hidsystem/IOHIDServiceClient.h>
+#include <cstdint>
+
+// The part of the HID event system that has no public header. The public way to a client gives one that has properties
+// and no events.
+
+using IOHIDEventRef = struct __IOHIDEvent*;
+
+extern "C" {
+/// A client that may ask services for events; to be released. Null when there is no event system.
+IOHIDEventSystemClientRef IOHIDEventSystemClientCreate(CFAllocatorRef allocator);
+/// Restricts the services to those with certain properties.
+int IOHIDEventSystemClientSetMatching(IOHIDEventSystemClientRef client, CFDictionaryRef matching);
+/// The service's latest event of a type, to be released; null when it has none.
+IOHIDEventRef IOHIDServiceClientCopyEvent(
+    IOHIDServiceClientRef service, std::int64_t type, std::int32_t options, std::int64_t timestamp);
+double IOHIDEventGetFloatValue(IOHIDEventRef event, std::int32_t field);
+}
 
 namespace meridal {
 
@@ -43,6 +63,11 @@ SensorServiceReading readService(IOHIDServiceClientRef service, const SensorServ
     return reading;
 }
 
+class HIDSensorServices final : public SensorServices {
+public:
+    std::vector<SensorServiceReading> read(const SensorServiceQuery& query) override;
+};
+
 } // namespace
 
 std::vector<SensorServiceReading> HIDSensorServices::read(const SensorServiceQuery& query)
@@ -64,5 +89,7 @@ std::vector<SensorServiceReading> HIDSensorServices::read(const SensorServiceQue
     }
     return readings;
 }
+
+std::unique_ptr<SensorServices> makeHIDSensorServices() { return std::make_unique<HIDSensorServices>(); }
 
 } // namespace meridal

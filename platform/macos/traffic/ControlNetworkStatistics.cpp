@@ -1,4 +1,4 @@
-#include "platform/macos/traffic/ControlNetworkStatistics.h"
+#include "platform/macos/traffic/MacAdapters.h"
 
 #include "base/Runtime.h"
 
@@ -84,6 +84,19 @@ Result<ControlSocket> createSocket()
     return socket;
 }
 
+class ControlNetworkStatistics final : public NetworkStatistics {
+public:
+    /// The runtime must outlive it.
+    explicit ControlNetworkStatistics(Runtime& runtime) : runtime_(runtime) { }
+
+    Result<std::unique_ptr<Channel>> open(Received received) override;
+
+private:
+    class ControlChannel;
+
+    Runtime& runtime_;
+};
+
 } // namespace
 
 class ControlNetworkStatistics::ControlChannel final : public NetworkStatistics::Channel {
@@ -127,6 +140,11 @@ Result<std::unique_ptr<NetworkStatistics::Channel>> ControlNetworkStatistics::op
     }
     return std::unique_ptr<Channel>(
         std::make_unique<ControlChannel>(runtime_, std::move(*socket), std::move(received)));
+}
+
+std::unique_ptr<NetworkStatistics> makeControlNetworkStatistics(Runtime& runtime)
+{
+    return std::make_unique<ControlNetworkStatistics>(runtime);
 }
 
 } // namespace meridal

@@ -1,8 +1,10 @@
-#include "platform/macos/traffic/LibprocConnections.h"
+#include "platform/macos/traffic/MacAdapters.h"
 
 #include <arpa/inet.h>
+#include <libproc.h>
 
 #include <algorithm>
+#include <vector>
 
 namespace meridal {
 
@@ -10,6 +12,18 @@ namespace {
 
 /// Ports lie in the low half of an int, in network order.
 std::uint16_t portFrom(int field) { return ntohs(static_cast<std::uint16_t>(field)); }
+
+class LibprocConnections final : public ProcessConnections {
+public:
+    std::span<const ConnectionRecord> readConnections(std::span<const std::int32_t> pids) override;
+
+private:
+    std::span<const proc_fdinfo> listDescriptors(std::int32_t pid);
+    void readSocket(std::int32_t pid, std::int32_t descriptor);
+
+    std::vector<proc_fdinfo> descriptors_; ///< kept for its memory
+    std::vector<ConnectionRecord> rows_;
+};
 
 } // namespace
 
@@ -65,5 +79,7 @@ void LibprocConnections::readSocket(std::int32_t pid, std::int32_t descriptor)
     record.foreignPort = portFrom(ends->insi_fport);
     rows_.push_back(record);
 }
+
+std::unique_ptr<ProcessConnections> makeLibprocConnections() { return std::make_unique<LibprocConnections>(); }
 
 } // namespace meridal

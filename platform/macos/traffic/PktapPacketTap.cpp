@@ -1,4 +1,4 @@
-#include "platform/macos/traffic/PktapPacketTap.h"
+#include "platform/macos/traffic/MacAdapters.h"
 
 #include "base/Runtime.h"
 
@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <string>
 #include <utility>
 
 /// The system's library has it and its header hides it. Answers 0.
@@ -25,6 +26,26 @@ struct HandleCloser {
     void operator()(pcap_t* handle) const { ::pcap_close(handle); }
 };
 using Handle = std::unique_ptr<pcap_t, HandleCloser>;
+
+class PktapPacketTap final : public PacketTap {
+public:
+    /// The runtime must outlive it.
+    explicit PktapPacketTap(Runtime& runtime) : runtime_(runtime) { }
+
+    Result<std::unique_ptr<Capture>> captureAll(std::shared_ptr<Sink> sink) override;
+    Result<std::unique_ptr<Capture>> captureInterface(const std::string& name, std::shared_ptr<Sink> sink) override;
+    /// The kernel adds later interfaces to the tap, but not known to be so on every release.
+    bool followsInterfaces() const override { return false; }
+    std::unique_ptr<SocketOwners> makeOwners() override { return nullptr; }
+
+private:
+    class Loop;
+    class Running;
+
+    std::unique_ptr<Capture> run(std::shared_ptr<Loop> loop);
+
+    Runtime& runtime_;
+};
 
 } // namespace
 
@@ -128,5 +149,7 @@ Result<std::unique_ptr<PacketTap::Capture>> PktapPacketTap::captureInterface(
     }
     return run(std::make_shared<Loop>(std::move(handle), LinkType::Ethernet, std::move(sink)));
 }
+
+std::unique_ptr<PacketTap> makePktapPacketTap(Runtime& runtime) { return std::make_unique<PktapPacketTap>(runtime); }
 
 } // namespace meridal

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/host/SMCService.h"
+#include "platform/host/SensorServices.h"
+
+#include <memory>
+
+namespace meridal {
+
+/// The user client of the AppleSMC driver, which Intel and Apple-silicon Macs both have. Reading is for everybody, writing
+/// for root.
+std::unique_ptr<SMCService> makeAppleSMCService();
+
+/// Sensors that drivers publish through the HID event system, as on Apple silicon. Each reading makes a client of its own
+/// and lets it go.
+std::unique_ptr<SensorServices> makeHIDSensorServices();
+
+} // namespace meridal
