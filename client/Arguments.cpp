@@ -1,13 +1,14 @@
 #include "client/Arguments.h"
 
 #include "base/Text.h"
+#include "wire/RequestKey.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
-#include <map>
+#include <optional>
 #include <sstream>
 
 namespace meridal {
@@ -152,11 +153,16 @@ std::vector<std::string> reversedWords(int count, const char* const* argv)
     return words;
 }
 
-const std::map<std::string, std::int64_t>& keyNames()
+/// The key of that name or number; nothing when it is neither.
+std::optional<std::int64_t> requestKey(const std::string& word)
 {
-    static const std::map<std::string, std::int64_t> names = {{"cpu", 1}, {"memory", 2}, {"disk", 4}, {"network", 8},
-        {"energy", 16}, {"smart-temperatures", 32}, {"smart-status", 64}, {"battery", 128}};
-    return names;
+    for (const RequestKeyName& named : requestKeyNames) {
+        if (named.name == word) {
+            return mask(named.key);
+        }
+    }
+    std::int64_t number = 0;
+    return CLI::detail::lexical_cast(word, number) && number > 0 ? std::optional(number) : std::nullopt;
 }
 
 void addTop(CLI::App& app, Arguments& arguments, Words& words)
@@ -331,12 +337,11 @@ void addWire(CLI::App& app, Arguments& arguments, Words& words)
     watch->callback([&arguments, &words] {
         arguments.command = Command::Watch;
         for (const std::string& key : words.keys) {
-            const auto named = keyNames().find(key);
-            std::int64_t value = named == keyNames().end() ? 0 : named->second;
-            if (value == 0 && (!CLI::detail::lexical_cast(key, value) || value <= 0)) {
+            const auto number = requestKey(key);
+            if (!number) {
                 throw CLI::ValidationError("key", "\"" + key + "\" is neither a key's name nor its number");
             }
-            arguments.keys.push_back(value);
+            arguments.keys.push_back(*number);
         }
     });
 }

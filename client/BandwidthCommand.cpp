@@ -4,6 +4,7 @@
 #include "client/BarChart.h"
 #include "client/Format.h"
 #include "client/WallClock.h"
+#include "wire/Methods.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -54,7 +55,7 @@ public:
 
     void ask()
     {
-        session_.call("bandwidth.totals", Value::array({parameters_}), [this](const Value& page) { take(page); });
+        session_.call(method::bandwidthTotals, Value::array({parameters_}), [this](const Value& page) { take(page); });
     }
 
 private:

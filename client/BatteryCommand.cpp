@@ -4,6 +4,7 @@
 #include "client/Format.h"
 #include "client/Terminal.h"
 #include "client/WallClock.h"
+#include "wire/Methods.h"
 
 #include <algorithm>
 #include <array>
@@ -30,7 +31,7 @@ public:
 
     void ask()
     {
-        session_.call("battery.state", Value::array(), [this](const Value& state) {
+        session_.call(method::batteryState, Value::array(), [this](const Value& state) {
             const Value* batteries = find(state, "batteries");
             if (!batteries || !batteries->is_array()) {
                 return session_.fail(
@@ -59,7 +60,7 @@ private:
     void askPage()
     {
         parameters_["limit"] = std::min(wanted_ - rows_.size(), changesPage);
-        session_.call("battery.history", Value::array({parameters_}), [this](const Value& page) { take(page); });
+        session_.call(method::batteryHistory, Value::array({parameters_}), [this](const Value& page) { take(page); });
     }
 
     void take(const Value& page)

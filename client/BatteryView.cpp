@@ -3,6 +3,7 @@
 #include "base/Text.h"
 #include "client/BatteryPlot.h"
 #include "client/Format.h"
+#include "wire/BatteryCodes.h"
 
 #include <fmt/format.h>
 
@@ -29,8 +30,6 @@ constexpr double lowCharge = 20;      // %
 constexpr double criticalCharge = 10; // %
 constexpr double wornHealth = 80;     // %, below which makers speak of service
 constexpr int internalBattery = 0;
-constexpr int draining = 2;
-constexpr int onAC = 1;
 
 void addSubject(Lines& lines, std::string_view label, Line words)
 {
@@ -63,50 +62,58 @@ std::string formatMadeOn(double time)
 
 std::string percentText(double percent) { return fmt::format("{:.4g} %", std::round(percent * 10) / 10); }
 
-Style styleOfCharge(double percent, std::int64_t state)
+Style styleOfCharge(double percent, BatteryState state)
 {
-    return state != draining || percent > lowCharge ? Style::Plain
-        : percent > criticalCharge                  ? Style::Medium
-                                                    : Style::Warning;
+    return state != BatteryState::Draining || percent > lowCharge ? Style::Plain
+        : percent > criticalCharge                                ? Style::Medium
+                                                                  : Style::Warning;
 }
 
-std::string_view stateWords(std::int64_t state)
+BatteryState stateOf(const Value& battery) { return static_cast<BatteryState>(integer(battery, "state").value_or(-1)); }
+
+BatterySource sourceOf(const Value& battery)
+{
+    const auto source = integer(battery, "source");
+    return source && *source >= 0 ? static_cast<BatterySource>(*source) : BatterySource::Unknown;
+}
+
+std::string_view stateWords(BatteryState state)
 {
     switch (state) {
-    case 0:
+    case BatteryState::Charged:
         return "charged";
-    case 1:
+    case BatteryState::Charging:
         return "charging";
-    case draining:
+    case BatteryState::Draining:
         return "on battery";
-    case 3:
+    case BatteryState::NotCharging:
         return "on AC power, not charging";
-    case 5:
+    case BatteryState::Optimized:
         return "on AC power, charging held back to spare the battery";
     default:
         return "state not known";
     }
 }
 
-Span conditionSpan(std::int64_t condition)
+Span conditionSpan(BatteryCondition condition)
 {
     switch (condition) {
-    case 1:
+    case BatteryCondition::Poor:
         return {Style::Warning, "poor"};
-    case 2:
+    case BatteryCondition::Fair:
         return {Style::Medium, "fair"};
-    case 3:
+    case BatteryCondition::Good:
         return {Style::Plain, "good"};
-    case 4:
+    case BatteryCondition::CheckBattery:
         return {Style::Warning, "needs a check"};
-    case 5:
+    case BatteryCondition::PermanentFailure:
         return {Style::Warning, "failed for good"};
     default:
         return {Style::Plain, "not known"};
     }
 }
 
-void addCharge(Lines& lines, const Value& battery, std::int64_t state)
+void addCharge(Lines& lines, const Value& battery, BatteryState state)
 {
     const auto percent = number(battery, "percentage");
     Line words;
@@ -115,16 +122,17 @@ void addCharge(Lines& lines, const Value& battery, std::int64_t state)
     } else {
         words.push_back({Style::Faint, std::string("not known") + ", "});
     }
-    const bool weakAdapter = state == draining && integer(battery, "source") == onAC;
+    const bool weakAdapter = state == BatteryState::Draining && sourceOf(battery) == BatterySource::AC;
     words.push_back(
         {Style::Plain, weakAdapter ? "drained on AC power that does not suffice" : std::string(stateWords(state))});
     addSubject(lines, "charge", std::move(words));
     const auto minutes = number(battery, "time");
-    if (minutes && *minutes >= 0 && (state == draining || state == 1)) {
+    if (minutes && *minutes >= 0 && (state == BatteryState::Draining || state == BatteryState::Charging)) {
         const std::string left = formatDuration(*minutes * 60);
-        addSubject(lines, state == draining ? "time left" : "full in", {{Style::Plain, left}});
-    } else if (minutes == -1 && (state == draining || state == 1)) {
-        addSubject(lines, state == draining ? "time left" : "full in", {{Style::Faint, "not known yet"}});
+        addSubject(lines, state == BatteryState::Draining ? "time left" : "full in", {{Style::Plain, left}});
+    } else if (minutes == batteryTime::unknown
+        && (state == BatteryState::Draining || state == BatteryState::Charging)) {
+        addSubject(lines, state == BatteryState::Draining ? "time left" : "full in", {{Style::Faint, "not known yet"}});
     }
 }
 
@@ -162,7 +170,7 @@ void addHealth(Lines& lines, const Value& battery)
         addSubject(lines, "cycles", {{Style::Plain, std::to_string(*cycles)}});
     }
     if (const auto condition = integer(battery, "condition")) {
-        addSubject(lines, "condition", {conditionSpan(*condition)});
+        addSubject(lines, "condition", {conditionSpan(static_cast<BatteryCondition>(*condition))});
     }
     if (const auto made = number(battery, "manufactureTime")) {
         addSubject(lines, "made on", {{Style::Plain, formatMadeOn(*made)}});
@@ -171,11 +179,11 @@ void addHealth(Lines& lines, const Value& battery)
 
 void addSource(Lines& lines, const Value& battery)
 {
-    const auto source = integer(battery, "source").value_or(-1);
-    if (source < 0) {
+    const BatterySource source = sourceOf(battery);
+    if (source == BatterySource::Unknown) {
         return;
     }
-    std::string words = source == 0 ? "battery" : "AC power";
+    std::string words = source == BatterySource::Battery ? "battery" : "AC power";
     if (const auto awake = number(battery, "awakeOnSource")) {
         words += " for " + formatDuration(*awake) + ", not counting sleep";
     }
@@ -193,7 +201,7 @@ void addBattery(Lines& lines, const Value& battery, bool several)
     if (several || !own) {
         lines.push_back({{Style::Heading, own && !key.empty() ? name + " " + key : name}});
     }
-    const auto state = integer(battery, "state").value_or(-1);
+    const auto state = stateOf(battery);
     addCharge(lines, battery, state);
     addPower(lines, battery);
     addHealth(lines, battery);
@@ -209,10 +217,10 @@ void addPeripherals(Lines& lines, const Value& peripherals)
     for (const Value& device : peripherals) {
         const auto percent = number(device, "percentage");
         const std::string level = printable(text(device, "level").value_or("-"));
-        const auto state = integer(device, "state").value_or(-1);
+        const auto state = stateOf(device);
         lines.push_back({{Style::Plain, fitLeft(printable(text(device, "name").value_or("?")), nameColumns)},
             {percent ? styleOfCharge(*percent, state) : Style::Plain, percent ? percentText(*percent) : level},
-            {Style::Plain, state == 1 ? ", charging" : ""}});
+            {Style::Plain, state == BatteryState::Charging ? ", charging" : ""}});
     }
 }
 
@@ -263,7 +271,7 @@ Lines batteryLines(const Value& answer, int columns)
     if (hasRows(batteries)) {
         if (const Value* total = find(answer, "total"); total && total->is_object()) {
             lines.push_back({{Style::Heading, "All batteries together"}});
-            addCharge(lines, *total, integer(*total, "state").value_or(-1));
+            addCharge(lines, *total, stateOf(*total));
             addPower(lines, *total);
         }
         for (const Value& battery : *batteries) {

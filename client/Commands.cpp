@@ -4,6 +4,7 @@
 #include "base/Value.h"
 #include "client/Format.h"
 #include "client/StatusView.h"
+#include "wire/Methods.h"
 
 #include <fmt/format.h>
 
@@ -53,7 +54,7 @@ public:
     void ask()
     {
         const double start = session_.loop().now();
-        session_.call("exists:", Value::array(), [this, start](const Value&) {
+        session_.call(method::exists, Value::array(), [this, start](const Value&) {
             const double took = session_.loop().now() - start;
             shortest_ = std::min(shortest_, took);
             longest_ = std::max(longest_, took);
@@ -92,7 +93,7 @@ private:
 int runProcesses(Session& session)
 {
     return session.run([&session] {
-        session.call("infoForPids:reply:", Value::array({session.arguments().pids}),
+        session.call(method::infoForPids, Value::array({session.arguments().pids}),
             [&session](const Value& found) { printProcesses(session, found); });
     });
 }
@@ -100,7 +101,7 @@ int runProcesses(Session& session)
 int runVersion(Session& session)
 {
     return session.run([&session] {
-        session.call("version:", Value::array(), [&session](const Value& answer) {
+        session.call(method::version, Value::array(), [&session](const Value& answer) {
             if (!answer.is_array() || answer.size() < 2 || !answer[0].is_number() || !answer[1].is_number()) {
                 session.fail(exitStatus::refused, "the daemon's answer is no version: " + terminalJson(answer));
                 return;
@@ -123,7 +124,7 @@ int runPing(Session& session)
 int runStatus(Session& session)
 {
     return session.run([&session] {
-        session.call("status", Value::array(), [&session](const Value& status) {
+        session.call(method::status, Value::array(), [&session](const Value& status) {
             const bool printed = session.arguments().json ? session.print(terminalJson(status) + '\n')
                                                           : session.print(statusLines(status));
             if (printed) {

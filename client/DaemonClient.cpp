@@ -1,5 +1,7 @@
 #include "client/DaemonClient.h"
 
+#include "wire/LineFramer.h"
+
 #include <asio/buffer.hpp>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
@@ -13,11 +15,18 @@
 
 namespace meridal {
 
+namespace {
+
+/// No envelope of an honest daemon comes near it; it bounds what a broken one can make us hold.
+constexpr std::size_t longestLine = 64U << 20U;
+
+} // namespace
+
 struct DaemonClient::Connection {
     explicit Connection(asio::io_context& context) : socket(context) { }
 
     asio::local::stream_protocol::socket socket;
-    LineBuffer lines;
+    LineFramer lines{longestLine};
     std::array<char, 65'536> chunk{};
     std::string waiting; ///< calls not yet handed to the kernel
     std::string sending; ///< calls being handed to it; empty when none are
@@ -117,7 +126,7 @@ void DaemonClient::read(const ConnectionPtr& connection)
 
 void DaemonClient::takeLines(const ConnectionPtr& connection)
 {
-    while (const auto line = connection->lines.nextLine()) {
+    while (const auto line = connection->lines.next()) {
         Incoming message = parseMessage(*line);
         if (auto* answer = std::get_if<Answer>(&message)) {
             answered(std::move(*answer));
@@ -125,8 +134,8 @@ void DaemonClient::takeLines(const ConnectionPtr& connection)
             events_.envelope(*envelope);
         }
     }
-    if (connection->lines.isOverLimit()) {
-        lose(connection, fmt::format("the daemon sent a line of over {} MiB", LineBuffer::defaultLimit >> 20U));
+    if (connection->lines.overflowed()) {
+        lose(connection, fmt::format("the daemon sent a line of over {} MiB", longestLine >> 20U));
     }
 }
 

@@ -4,7 +4,7 @@
 #include "base/Result.h"
 #include "base/Value.h"
 #include "client/EventLoop.h"
-#include "client/Wire.h"
+#include "wire/DaemonMessage.h"
 
 #include <cstdint>
 #include <functional>

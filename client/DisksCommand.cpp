@@ -2,6 +2,7 @@
 
 #include "client/DisksView.h"
 #include "client/Format.h"
+#include "wire/Methods.h"
 
 #include <utility>
 
@@ -21,13 +22,13 @@ public:
 
     void start()
     {
-        session_.call("startSMARTStatus", Value::array(), [this](const Value&) { ask(); });
+        session_.call(method::startSMARTStatus, Value::array(), [this](const Value&) { ask(); });
     }
 
 private:
     void ask()
     {
-        session_.call("disks.list", Value::array({parameters_}), [this](const Value& page) { take(page); });
+        session_.call(method::disksList, Value::array({parameters_}), [this](const Value& page) { take(page); });
     }
 
     void take(const Value& page)

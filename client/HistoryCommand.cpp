@@ -7,6 +7,7 @@
 #include "client/SvgPlot.h"
 #include "client/Terminal.h"
 #include "client/WallClock.h"
+#include "wire/Methods.h"
 
 #include <fmt/format.h>
 
@@ -79,7 +80,8 @@ public:
 private:
     void askSeries(const Value& parameters)
     {
-        session_.call("history.series", Value::array({parameters}), [this](const Value& page) { takeSeries(page); });
+        session_.call(
+            method::historySeries, Value::array({parameters}), [this](const Value& page) { takeSeries(page); });
     }
 
     void takeSeries(const Value& page)
@@ -132,7 +134,8 @@ private:
         if (!before.is_null()) {
             parameters["before"] = before;
         }
-        session_.call("history.samples", Value::array({parameters}), [this](const Value& page) { takeSamples(page); });
+        session_.call(
+            method::historySamples, Value::array({parameters}), [this](const Value& page) { takeSamples(page); });
     }
 
     void takeSamples(const Value& page)

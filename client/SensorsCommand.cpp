@@ -3,6 +3,7 @@
 #include "client/Format.h"
 #include "client/Screen.h"
 #include "client/SensorsView.h"
+#include "wire/Methods.h"
 
 #include <csignal>
 #include <functional>
@@ -33,7 +34,7 @@ public:
 private:
     void askPage(const Value& parameters)
     {
-        session_.call("sensors.list", Value::array({parameters}), [this](const Value& page) { take(page); });
+        session_.call(method::sensorsList, Value::array({parameters}), [this](const Value& page) { take(page); });
     }
 
     void take(const Value& page)

@@ -1,4 +1,5 @@
 #include "client/TopSession.h"
+#include "wire/Methods.h"
 
 #include <string>
 #include <utility>
@@ -32,7 +33,7 @@ void TopSession::choose(TopList list)
     if (list == frame_.list) {
         return;
     }
-    ask("stopRequestWithKey:", Value::array({requestKey(frame_.list)}));
+    ask(method::stopRequestWithKey, Value::array({requestKey(frame_.list)}));
     frame_.list = list;
     frame_.table.reset();
     askForList();
@@ -42,7 +43,7 @@ void TopSession::choose(TopList list)
 void TopSession::toggleHierarchy()
 {
     frame_.hierarchy = !frame_.hierarchy;
-    ask(frame_.hierarchy ? "enableHierachy" : "disableHierachy", Value::array());
+    ask(frame_.hierarchy ? method::enableHierachy : method::disableHierachy, Value::array());
     askForList(); // asked again, it answers at once
     display_.frameChanged(frame_);
 }
@@ -51,7 +52,7 @@ void TopSession::connected()
 {
     frame_.connected = true;
     if (frame_.hierarchy) {
-        ask("enableHierachy", Value::array());
+        ask(method::enableHierachy, Value::array());
     }
     askForList();
     if (feed_.hasStatus) {
@@ -96,12 +97,12 @@ void TopSession::ask(const std::string& method, const Value& parameters)
 void TopSession::askForList()
 {
     firstList_.reset();
-    ask("startRequestWithKey:interval:", Value::array({requestKey(frame_.list), requestInterval}));
+    ask(method::startRequestWithKey, Value::array({requestKey(frame_.list), requestInterval}));
 }
 
 void TopSession::askForStatus()
 {
-    session_.client().call("status", Value::array(), [this](const Result<Value>& result) {
+    session_.client().call(method::status, Value::array(), [this](const Result<Value>& result) {
         if (result) {
             frame_.status = *result;
             display_.frameChanged(frame_);

@@ -1,6 +1,7 @@
 #include "client/TopTable.h"
 
 #include "base/Text.h"
+#include "wire/RequestKey.h"
 
 #include <algorithm>
 #include <map>
@@ -18,8 +19,7 @@ struct Source {
 
 /// All there is to know about a list.
 struct Schema {
-    std::string_view name;
-    std::int64_t key = 0;
+    RequestKey key = RequestKey::Cpu;
     std::array<std::string_view, 2> jsonNames;
     std::vector<Source> sources;
     bool ranksBySum = false; ///< the daemon sends one ranking a column; we merge them
@@ -28,13 +28,14 @@ struct Schema {
 const Schema& schema(TopList list)
 {
     static const std::array<Schema, 5> schemas = {{
-        {"cpu", 1, {"cpuPercent", ""}, {{"processes", "c", 0}}},
-        {"memory", 2, {"memoryBytes", "footprintBytes"}, {{"processes", "m", 0}, {"processes-footprint", "m", 1}}},
-        {"disk", 4, {"readBytesPerSecond", "writeBytesPerSecond"},
+        {RequestKey::Cpu, {"cpuPercent", ""}, {{"processes", "c", 0}}},
+        {RequestKey::Memory, {"memoryBytes", "footprintBytes"},
+            {{"processes", "m", 0}, {"processes-footprint", "m", 1}}},
+        {RequestKey::Disk, {"readBytesPerSecond", "writeBytesPerSecond"},
             {{"read", "r", 0}, {"read", "w", 1}, {"write", "r", 0}, {"write", "w", 1}}, true},
-        {"network", 8, {"receivedBytes", "sentBytes"},
+        {RequestKey::Network, {"receivedBytes", "sentBytes"},
             {{"download", "d", 0}, {"download", "u", 1}, {"upload", "d", 0}, {"upload", "u", 1}}, true},
-        {"energy", 16, {"energyScore", ""}, {{"processes", "score", 0}}},
+        {RequestKey::Energy, {"energyScore", ""}, {{"processes", "score", 0}}},
     }};
     return schemas.at(static_cast<std::size_t>(list));
 }
@@ -79,9 +80,14 @@ double rank(const TopRow& row) { return row.figures[0].value_or(0) + row.figures
 
 } // namespace
 
-std::string_view listName(TopList list) { return schema(list).name; }
+std::string_view listName(TopList list)
+{
+    const auto named = std::find_if(requestKeyNames.begin(), requestKeyNames.end(),
+        [key = schema(list).key](const RequestKeyName& entry) { return entry.key == key; });
+    return named->name;
+}
 
-std::int64_t requestKey(TopList list) { return schema(list).key; }
+std::int64_t requestKey(TopList list) { return mask(schema(list).key); }
 
 double TrafficShares::unattributedPercent() const
 {

@@ -3,6 +3,7 @@
 #include "client/Format.h"
 #include "client/UptimeView.h"
 #include "client/WallClock.h"
+#include "wire/Methods.h"
 
 #include <algorithm>
 #include <utility>
@@ -29,7 +30,7 @@ public:
     void ask()
     {
         parameters_["limit"] = std::min(wanted_ - boots_.size(), bootsPage);
-        session_.call("uptime.boots", Value::array({parameters_}), [this](const Value& page) { take(page); });
+        session_.call(method::uptimeBoots, Value::array({parameters_}), [this](const Value& page) { take(page); });
     }
 
 private:

@@ -2,6 +2,8 @@
 
 #include "base/Value.h"
 #include "client/Format.h"
+#include "wire/Methods.h"
+#include "wire/RequestKey.h"
 
 #include <csignal>
 #include <string>
@@ -12,8 +14,6 @@ namespace {
 
 constexpr double reconnectInterval = 1; // s
 constexpr int watchRequestInterval = 2; // s; the daemon notes it and keeps its own rhythm
-constexpr std::int64_t smartTemperatures = 32;
-constexpr std::int64_t smartStatus = 64;
 
 class Watcher {
 public:
@@ -33,15 +33,15 @@ private:
     void connected()
     {
         if (session_.arguments().hierarchy) {
-            ask("enableHierachy", Value::array());
+            ask(method::enableHierachy, Value::array());
         }
         for (const std::int64_t key : session_.arguments().keys) {
-            if (key == smartTemperatures) {
-                ask("startSMARTTemps", Value::array()); // unlike a plain request these also open the disks
-            } else if (key == smartStatus) {
-                ask("startSMARTStatus", Value::array());
+            if (key == mask(RequestKey::SmartTemperatures)) {
+                ask(method::startSMARTTemps, Value::array()); // unlike a plain request these also open the disks
+            } else if (key == mask(RequestKey::SmartStatus)) {
+                ask(method::startSMARTStatus, Value::array());
             } else {
-                ask("startRequestWithKey:interval:", Value::array({key, watchRequestInterval}));
+                ask(method::startRequestWithKey, Value::array({key, watchRequestInterval}));
             }
         }
     }

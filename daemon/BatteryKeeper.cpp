@@ -7,6 +7,7 @@
 #include "daemon/ZAVPowerManager.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "wire/Methods.h"
 
 #include <array>
 #include <string>
@@ -140,11 +141,12 @@ void BatteryKeeper::plugInto(CollectorPorts& ports)
 
 void BatteryKeeper::addTo(MeridalHistory& methods)
 {
-    methods.addAsyncMethod("battery.state", [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
-        state(parameters, std::move(reply));
-    });
     methods.addAsyncMethod(
-        "battery.history", [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+        method::batteryState, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            state(parameters, std::move(reply));
+        });
+    methods.addAsyncMethod(
+        method::batteryHistory, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             history(parameters, std::move(reply));
         });
 }

@@ -4,6 +4,7 @@
 #include "collectors/StatCollector.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "wire/Methods.h"
 
 #include <fmt/format.h>
 
@@ -123,8 +124,8 @@ Value describePage(const HistoryPage& page, const Found& found, const std::strin
 
 void HistoryQuestions::addTo(MeridalHistory& history)
 {
-    history.addMethod("history.series", [this](const Value& parameters) { return series(parameters); });
-    history.addAsyncMethod("history.samples", [this](const Value& parameters, const Peer& peer, Reply reply) {
+    history.addMethod(method::historySeries, [this](const Value& parameters) { return series(parameters); });
+    history.addAsyncMethod(method::historySamples, [this](const Value& parameters, const Peer& peer, Reply reply) {
         samples(parameters, peer, std::move(reply));
     });
 }

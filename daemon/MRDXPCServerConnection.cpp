@@ -18,8 +18,6 @@ namespace {
 
 constexpr float daemonVersion = 6.6F;
 constexpr std::int64_t daemonBuild = 1177;
-/// Keys below this are lists of the process collector.
-constexpr std::int64_t firstKeyBeyondProcesses = 32;
 
 // Masks add and subtract as numbers: a client that passes one bit a request sees a set, and one that passes several
 // gets the sum it asked for. Unsigned, because a client may pass anything and the sum must not overflow.
@@ -68,7 +66,7 @@ void MRDXPCServerConnection::addMask(std::int64_t key)
         updateMask_ = sum(updateMask_, key);
     }
     ProcessStatCollector& processes = daemon_.processes();
-    if (key < firstKeyBeyondProcesses && (processes.updateMask() & listBits(key)) == 0) {
+    if (key < mask(RequestKey::SmartTemperatures) && (processes.updateMask() & listBits(key)) == 0) {
         processes.setUpdateMask(processes.updateMask() + listBits(key));
     }
 }

@@ -2,8 +2,8 @@
 
 #include "base/Runtime.h"
 #include "collectors/sensors/PowerAverages.h"
-#include "daemon/RequestKey.h"
-#include "daemon/transport/Link.h"
+#include "wire/Link.h"
+#include "wire/RequestKey.h"
 
 #include <cstdint>
 #include <memory>

@@ -42,6 +42,8 @@ Value listFrom(const Port& port, const Arguments&... arguments)
     return list.is_array() ? list : Value::array();
 }
 
+std::string typeOf(RequestKey key) { return std::to_string(mask(key)); }
+
 } // namespace
 
 MeridalDaemon::MeridalDaemon(
@@ -168,7 +170,7 @@ void MeridalDaemon::updateProcesses()
     const bool widened = !holds(wanted, RequestKey::Cpu);
     if (widened) {
         // CPU time is read in every pass, wanted or not, so that the first list a client gets already has figures.
-        processes_.setUpdateMask(wanted | static_cast<std::uint32_t>(mask(RequestKey::Cpu)));
+        processes_.setUpdateMask(wanted | mask(RequestKey::Cpu));
     }
     views_.beginPass();
     processes_.update();
@@ -322,20 +324,22 @@ void MeridalDaemon::sendSmartResults()
 EnvelopePtr MeridalDaemon::smartSensors()
 {
     Value sensors = ports_.diskTemperatures ? ports_.diskTemperatures() : Value::array();
-    return std::make_shared<const Envelope>(Dictionary{{"type", "32"}, {"sensors", std::move(sensors)}});
+    return std::make_shared<const Envelope>(
+        Dictionary{{"type", typeOf(RequestKey::SmartTemperatures)}, {"sensors", std::move(sensors)}});
 }
 
 EnvelopePtr MeridalDaemon::smartStatus()
 {
     Value disks = ports_.diskStatus ? ports_.diskStatus() : Value::array();
-    return std::make_shared<const Envelope>(Dictionary{{"type", "64"}, {"disks", std::move(disks)}});
+    return std::make_shared<const Envelope>(
+        Dictionary{{"type", typeOf(RequestKey::SmartStatus)}, {"disks", std::move(disks)}});
 }
 
 // Battery
 
 EnvelopePtr MeridalDaemon::internalBatterySourceInfo()
 {
-    Dictionary response{{"type", "128"}};
+    Dictionary response{{"type", typeOf(RequestKey::InternalBattery)}};
     if (auto battery = ports_.internalBattery ? ports_.internalBattery() : std::nullopt) {
         response["battery"] = std::move(*battery);
     }

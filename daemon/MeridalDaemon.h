@@ -5,17 +5,17 @@
 #include "collectors/StatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "daemon/CollectorPorts.h"
-#include "daemon/Envelope.h"
 #include "daemon/FrameRate.h"
 #include "daemon/MRDXPCServer.h"
 #include "daemon/NetworkActions.h"
 #include "daemon/ProcessViews.h"
-#include "daemon/RequestKey.h"
 #include "daemon/UsageWindow.h"
 #include "daemon/ZAVDispatchTimer.h"
 #include "daemon/ZAVPowerManager.h"
 #include "platform/Context.h"
 #include "platform/host/DistributedNotifications.h"
+#include "wire/Envelope.h"
+#include "wire/RequestKey.h"
 
 #include <array>
 #include <cstdint>

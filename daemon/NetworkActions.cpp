@@ -5,6 +5,7 @@
 #include "base/Text.h"
 #include "base/Value.h"
 #include "platform/host/Host.h"
+#include "wire/Methods.h"
 
 #include <fmt/format.h>
 
@@ -64,12 +65,12 @@ void NetworkActions::refreshDHCP(const Peer& peer, std::string interfaceName, Do
     if (ports_.refreshDHCP) {
         action = [this, interfaceName] { return ports_.refreshDHCP(interfaceName); };
     }
-    perform(peer, "refreshDHCP:", std::move(interfaceName), std::move(action), std::move(done));
+    perform(peer, method::refreshDHCP, std::move(interfaceName), std::move(action), std::move(done));
 }
 
 void NetworkActions::toggleAirPortPower(const Peer& peer, Done done)
 {
-    perform(peer, "toggleAirPortPower", std::nullopt, ports_.toggleAirPortPower, std::move(done));
+    perform(peer, method::toggleAirPortPower, std::nullopt, ports_.toggleAirPortPower, std::move(done));
 }
 
 void NetworkActions::setNetworkSet(const Peer& peer, std::string identifier, Done done)
@@ -78,7 +79,7 @@ void NetworkActions::setNetworkSet(const Peer& peer, std::string identifier, Don
     if (ports_.setNetworkSet) {
         action = [this, identifier] { return ports_.setNetworkSet(identifier); };
     }
-    perform(peer, "setNetworkSet:", std::move(identifier), std::move(action), std::move(done));
+    perform(peer, method::setNetworkSet, std::move(identifier), std::move(action), std::move(done));
 }
 
 } // namespace meridal

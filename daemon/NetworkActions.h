@@ -1,8 +1,8 @@
 #pragma once
 
 #include "daemon/CollectorPorts.h"
-#include "daemon/transport/Link.h"
 #include "platform/Context.h"
+#include "wire/Link.h"
 
 #include <functional>
 #include <memory>

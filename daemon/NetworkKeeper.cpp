@@ -9,6 +9,7 @@
 #include "platform/Context.h"
 #include "platform/NetworkNames.h"
 #include "platform/host/Host.h"
+#include "wire/Methods.h"
 
 #include <algorithm>
 #include <array>
@@ -130,10 +131,10 @@ void NetworkKeeper::plugInto(CollectorPorts& ports)
 void NetworkKeeper::addTo(MeridalHistory& history)
 {
     history.addAsyncMethod(
-        "bandwidth.totals", [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+        method::bandwidthTotals, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             totals(parameters, std::move(reply));
         });
-    history.addMethod("network.interfaces", [this](const Value& parameters) { return interfaces(parameters); });
+    history.addMethod(method::networkInterfaces, [this](const Value& parameters) { return interfaces(parameters); });
 }
 
 void NetworkKeeper::prepare()

@@ -2,9 +2,9 @@
 
 #include "base/Runtime.h"
 #include "collectors/process/ProcessStatCollector.h"
-#include "daemon/transport/Link.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "wire/Link.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "daemon/Envelope.h"
-#include "daemon/RequestKey.h"
 #include "platform/host/ProcessVisibility.h"
+#include "wire/Envelope.h"
+#include "wire/RequestKey.h"
 
 #include <array>
 #include <cstdint>

@@ -7,6 +7,7 @@
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
 #include "platform/Context.h"
+#include "wire/Methods.h"
 
 #include <algorithm>
 #include <cmath>
@@ -144,7 +145,7 @@ void SensorsKeeper::plugInto(CollectorPorts& ports)
 void SensorsKeeper::addTo(MeridalHistory& history)
 {
     history.addAsyncMethod(
-        "sensors.list", [this](const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply) {
+        method::sensorsList, [this](const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply) {
             answer(parameters, powerDetailFor(peer.known && peer.uid == 0), reply, mostWaits);
         });
 }

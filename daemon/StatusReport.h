@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/ValueFwd.h"
-#include "daemon/transport/Link.h"
+#include "wire/Link.h"
 
 #include <functional>
 #include <string>

@@ -32,6 +32,7 @@
 #include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "wire/Methods.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -200,14 +201,15 @@ int serve(Context& context, const Options& options)
     }
     status.addSection("capture", [&capture] { return capture.describe(); });
     MeridalHistory history(runtime.mainQueue());
-    history.addMethod("status", [&status](const Value&) { return status.build(); });
+    history.addMethod(method::status, [&status](const Value&) { return status.build(); });
     history.addAsyncMethod(
-        "uptime.boots", [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+        method::uptimeBoots, [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             uptime.boots(parameters, std::move(reply));
         });
-    history.addAsyncMethod("disks.list", [&disks](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
-        disks.list(parameters, std::move(reply));
-    });
+    history.addAsyncMethod(
+        method::disksList, [&disks](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            disks.list(parameters, std::move(reply));
+        });
     disks.addTo(catalogue);
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Paths.h"
-#include "daemon/transport/Link.h"
+#include "wire/Link.h"
 
 #include <memory>
 #include <string>

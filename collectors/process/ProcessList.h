@@ -9,12 +9,6 @@ namespace meridal {
 
 class ProcessStatCollectorItem;
 
-/// The lists that clients may want; bits of ProcessStatCollector::updateMask(). The number is also the list's "type".
-enum class ProcessList : std::uint32_t { Cpu = 1, Memory = 2, Disk = 4, Network = 8, Energy = 16 };
-
-constexpr std::uint32_t mask(ProcessList list) { return static_cast<std::uint32_t>(list); }
-constexpr bool holds(std::uint32_t updateMask, ProcessList list) { return (updateMask & mask(list)) != 0; }
-
 /// A figure that processes have, that groups add up and that lists rank by.
 enum class ProcessFigure : std::uint8_t {
     Cpu,             ///< percent of one core

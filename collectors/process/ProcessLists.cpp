@@ -4,6 +4,7 @@
 #include "base/Text.h"
 #include "base/Value.h"
 #include "collectors/process/ProcessStatCollector.h"
+#include "wire/RequestKey.h"
 
 #include <fmt/format.h>
 
@@ -44,7 +45,7 @@ void appendMember(std::string& json, const char* name, double number)
 }
 
 /// What comes behind the last list.
-std::string closed(std::string json, ProcessList list)
+std::string closed(std::string json, RequestKey list)
 {
     json += fmt::format(R"("type":"{}"}})", mask(list));
     return json;
@@ -179,7 +180,7 @@ std::string ProcessStatCollector::cpuProcesses(bool grouped)
     std::string json = "{";
     appendList(json, "processes", ProcessFigure::Cpu, sharingProcessCPUCount_,
         [](std::string& entry, const Item& item) { appendMember(entry, "c", fixed2(item.sharingTotalCPU())); });
-    return closed(std::move(json), ProcessList::Cpu);
+    return closed(std::move(json), RequestKey::Cpu);
 }
 
 std::string ProcessStatCollector::memoryProcesses(bool grouped)
@@ -196,7 +197,7 @@ std::string ProcessStatCollector::memoryProcesses(bool grouped)
                 appendMember(entry, "m", fixed0(item.sharingTotalMemoryFootprint()));
             });
     }
-    return closed(std::move(json), ProcessList::Memory);
+    return closed(std::move(json), RequestKey::Memory);
 }
 
 std::string ProcessStatCollector::diskList(bool grouped, AppendFigures read, AppendFigures written)
@@ -208,7 +209,7 @@ std::string ProcessStatCollector::diskList(bool grouped, AppendFigures read, App
     const std::int32_t limit = knowsDiskRates_ ? sharingProcessDiskActivityCount_ : 0; // what nobody knows is not zero
     appendList(json, "read", ProcessFigure::DiskRead, limit, read);
     appendList(json, "write", ProcessFigure::DiskWrite, limit, written);
-    return closed(std::move(json), ProcessList::Disk);
+    return closed(std::move(json), RequestKey::Disk);
 }
 
 std::string ProcessStatCollector::diskActivityProcesses(bool grouped)
@@ -249,7 +250,7 @@ std::string ProcessStatCollector::networkList(
         json += serialise(share);
         json += ',';
     }
-    return closed(std::move(json), ProcessList::Network);
+    return closed(std::move(json), RequestKey::Network);
 }
 
 std::string ProcessStatCollector::networkProcesses(bool grouped, const Dictionary& shares)
@@ -287,7 +288,7 @@ std::string ProcessStatCollector::powerProcesses(bool grouped)
         appendMember(entry, "score", fixed2(item.sharingTotalPower()));
         appendMember(entry, "bundle", item.bundleLocation());
     });
-    return closed(std::move(json), ProcessList::Energy);
+    return closed(std::move(json), RequestKey::Energy);
 }
 
 Value ProcessStatCollector::infoForPids(const Value& pids, const std::function<bool(std::int32_t pid)>& mayShow)

@@ -3,6 +3,7 @@
 #include "base/Text.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "wire/RequestKey.h"
 
 #include <algorithm>
 #include <utility>
@@ -33,18 +34,18 @@ void forEachGroup(ProcessFields groups, Take take)
 ProcessFields fieldsFor(std::uint32_t updateMask)
 {
     constexpr std::uint32_t measured =
-        mask(ProcessList::Cpu) | mask(ProcessList::Memory) | mask(ProcessList::Disk) | mask(ProcessList::Energy);
+        mask(RequestKey::Cpu) | mask(RequestKey::Memory) | mask(RequestKey::Disk) | mask(RequestKey::Energy);
     if ((updateMask & measured) == 0) {
         return ProcessFields::None;
     }
     ProcessFields fields = ProcessFields::Cpu;
-    if (holds(updateMask, ProcessList::Memory)) {
+    if (holds(updateMask, RequestKey::Memory)) {
         fields |= ProcessFields::Memory;
     }
-    if (holds(updateMask, ProcessList::Disk)) {
+    if (holds(updateMask, RequestKey::Disk)) {
         fields |= ProcessFields::Disk;
     }
-    if (holds(updateMask, ProcessList::Energy)) {
+    if (holds(updateMask, RequestKey::Energy)) {
         fields |= ProcessFields::Wakeups;
     }
     return fields;

@@ -7,6 +7,7 @@
 #include "collectors/process/ProcessStatCollectorItem.h"
 #include "collectors/process/ReleaseRules.h"
 #include "platform/host/TrafficCounters.h"
+#include "wire/RequestKey.h"
 
 #include <array>
 #include <cstddef>
@@ -36,7 +37,7 @@ public:
     static ProcessStatCollector& sharedProcesses();
 
     // What is wanted
-    std::uint32_t updateMask() const { return updateMask_; } ///< bits of ProcessList
+    std::uint32_t updateMask() const { return updateMask_; } ///< bits of RequestKey
     void setUpdateMask(std::uint32_t updateMask) { updateMask_ = updateMask; }
     bool requireUpdateMask() const { return requireUpdateMask_; } ///< an empty mask then means no pass at all
     void setRequireUpdateMask(bool require) { requireUpdateMask_ = require; }
@@ -212,7 +213,7 @@ private:
     std::vector<Ranked> ranking_;     ///< kept for its memory
     const std::unordered_set<std::int32_t>* shown_ = nullptr;
     ProcessNameCache nameCache_;
-    std::uint32_t updateMask_ = mask(ProcessList::Cpu);
+    std::uint32_t updateMask_ = mask(RequestKey::Cpu);
     std::uint32_t sequence_ = 0;
     std::uint32_t newProcesses_ = 0;
     double timeNow_ = 0;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "daemon/Envelope.h"
 #include "daemon/transport/PendingAnswer.h"
+#include "wire/Envelope.h"
 
 #include <functional>
 #include <mutex>

@@ -1,4 +1,5 @@
 #include "daemon/transport/DaemonMethod.h"
+#include "wire/Methods.h"
 
 #include <fmt/format.h>
 
@@ -36,81 +37,86 @@ double asWritten(float value) { return std::round(static_cast<double>(value) * 1
 std::string takeText(Value& value) { return std::move(value.get_ref<std::string&>()); }
 
 constexpr DaemonMethod methods[] = {
-    {"infoForPids:reply:", {{{"pids", NumberList}}}, 1, true,
+    {method::infoForPids, {{{"pids", NumberList}}}, 1, true,
         [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
             daemon.infoForPids(std::move(given[0]), valueReply(answer));
         }},
-    {"version:", {}, 0, true,
+    {method::version, {}, 0, true,
         [](DaemonProtocol& daemon, Value&, const Answer& answer) {
             daemon.version([answer](float version, std::int64_t build) {
                 answer->succeed(Value::array({asWritten(version), build}));
             });
         }},
-    {"fps:", {}, 0, true,
+    {method::fps, {}, 0, true,
         [](DaemonProtocol& daemon, Value&, const Answer& answer) {
             daemon.fps([answer](double rate) { answer->succeed(rate); });
         }},
-    {"exists:", {}, 0, true,
+    {method::exists, {}, 0, true,
         [](DaemonProtocol& daemon, Value&, const Answer& answer) {
             daemon.exists([answer](bool exists) { answer->succeed(exists); });
         }},
-    {"enableHierachy", {}, 0, false, [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.enableHierachy(); }},
-    {"disableHierachy", {}, 0, false, [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.disableHierachy(); }},
-    {"startRequestWithKey:interval:", {{{"key", Integer}, {"interval", Integer}}}, 2, false,
+    {method::enableHierachy, {}, 0, false,
+        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.enableHierachy(); }},
+    {method::disableHierachy, {}, 0, false,
+        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.disableHierachy(); }},
+    {method::startRequestWithKey, {{{"key", Integer}, {"interval", Integer}}}, 2, false,
         [](DaemonProtocol& daemon, Value& given, const Answer&) {
             daemon.startRequestWithKey(given[0].get<std::int64_t>(), given[1].get<std::int64_t>());
         }},
-    {"stopRequestWithKey:", {{{"key", Integer}}}, 1, false,
+    {method::stopRequestWithKey, {{{"key", Integer}}}, 1, false,
         [](DaemonProtocol& daemon, Value& given, const Answer&) {
             daemon.stopRequestWithKey(given[0].get<std::int64_t>());
         }},
-    {"smartTemps", {}, 0, false, [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.smartTemps(); }},
-    {"startSMARTStatus", {}, 0, false,
+    {method::smartTemps, {}, 0, false, [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.smartTemps(); }},
+    {method::startSMARTStatus, {}, 0, false,
         [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.startSMARTStatus(); }},
-    {"stopSMARTStatus", {}, 0, false, [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.stopSMARTStatus(); }},
-    {"startSMARTTemps", {}, 0, false, [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.startSMARTTemps(); }},
-    {"stopSMARTTemps", {}, 0, false, [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.stopSMARTTemps(); }},
-    {"refreshDHCP:", {{{"interface", Text}}}, 1, true,
+    {method::stopSMARTStatus, {}, 0, false,
+        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.stopSMARTStatus(); }},
+    {method::startSMARTTemps, {}, 0, false,
+        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.startSMARTTemps(); }},
+    {method::stopSMARTTemps, {}, 0, false,
+        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.stopSMARTTemps(); }},
+    {method::refreshDHCP, {{{"interface", Text}}}, 1, true,
         [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
             daemon.refreshDHCP(takeText(given[0]), actionReply(answer));
         }},
-    {"toggleAirPortPower", {}, 0, true,
+    {method::toggleAirPortPower, {}, 0, true,
         [](DaemonProtocol& daemon, Value&, const Answer& answer) { daemon.toggleAirPortPower(actionReply(answer)); }},
-    {"setNetworkSet:", {{{"identifier", Text}}}, 1, true,
+    {method::setNetworkSet, {{{"identifier", Text}}}, 1, true,
         [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
             daemon.setNetworkSet(takeText(given[0]), actionReply(answer));
         }},
-    {"setFanSet:", {{{"set", Anything}}}, 1, false,
+    {method::setFanSet, {{{"set", Anything}}}, 1, false,
         [](DaemonProtocol& daemon, Value& given, const Answer&) { daemon.setFanSet(std::move(given[0])); }},
-    {"setT2FanConfig:reply:", {{{"config", Anything}}}, 1, true,
+    {method::setT2FanConfig, {{{"config", Anything}}}, 1, true,
         [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
             daemon.setT2FanConfig(std::move(given[0]), valueReply(answer));
         }},
-    {"setT2FanSet:", {{{"set", Anything}}}, 1, false,
+    {method::setT2FanSet, {{{"set", Anything}}}, 1, false,
         [](DaemonProtocol& daemon, Value& given, const Answer&) { daemon.setT2FanSet(std::move(given[0])); }},
-    {"stopT2Fans:", {}, 0, true,
+    {method::stopT2Fans, {}, 0, true,
         [](DaemonProtocol& daemon, Value&, const Answer& answer) { daemon.stopT2Fans(valueReply(answer)); }},
-    {"startT2Fans:", {}, 0, true,
+    {method::startT2Fans, {}, 0, true,
         [](DaemonProtocol& daemon, Value&, const Answer& answer) { daemon.startT2Fans(valueReply(answer)); }},
-    {"finalizeT2Fans:", {}, 0, true,
+    {method::finalizeT2Fans, {}, 0, true,
         [](DaemonProtocol& daemon, Value&, const Answer& answer) { daemon.finalizeT2Fans(valueReply(answer)); }},
-    {"setT2SafetyTemperature:", {{{"degrees", Number}}}, 1, false,
+    {method::setT2SafetyTemperature, {{{"degrees", Number}}}, 1, false,
         [](DaemonProtocol& daemon, Value& given, const Answer&) {
             daemon.setT2SafetyTemperature(given[0].get<double>());
         }},
-    {"sensors:reply:", {{{"configurations", DictionaryList}}}, 1, true,
+    {method::sensors, {{{"configurations", DictionaryList}}}, 1, true,
         [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
             daemon.sensors(std::move(given[0]), valueReply(answer));
         }},
-    {"armSensors:reply:", {{{"selection", Anything}}}, 1, true,
+    {method::armSensors, {{{"selection", Anything}}}, 1, true,
         [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
             daemon.armSensors(std::move(given[0]), valueReply(answer));
         }},
-    {"supportedSensors:reply:", {{{"selection", Anything}}}, 1, true,
+    {method::supportedSensors, {{{"selection", Anything}}}, 1, true,
         [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
             daemon.supportedSensors(std::move(given[0]), valueReply(answer));
         }},
-    {"supportedFans:reply:", {{{"selection", Anything}}}, 1, true,
+    {method::supportedFans, {{{"selection", Anything}}}, 1, true,
         [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
             daemon.supportedFans(std::move(given[0]), valueReply(answer));
         }},

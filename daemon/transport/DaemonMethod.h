@@ -1,7 +1,7 @@
 #pragma once
 
-#include "daemon/DaemonProtocol.h"
 #include "daemon/transport/PendingAnswer.h"
+#include "wire/DaemonProtocol.h"
 
 #include <array>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "daemon/Envelope.h"
+#include "wire/Envelope.h"
 
 #include <vector>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Runtime.h"
-#include "daemon/transport/Link.h"
 #include "daemon/transport/PendingAnswer.h"
+#include "wire/Link.h"
 
 #include <string_view>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "daemon/transport/Link.h"
+#include "wire/Link.h"
 
 namespace meridal {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "daemon/transport/JsonRpcMessage.h"
+#include "wire/JsonRpcMessage.h"
 
 #include <atomic>
 #include <functional>

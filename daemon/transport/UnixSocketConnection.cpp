@@ -1,6 +1,7 @@
 #include "daemon/transport/UnixSocketConnection.h"
 
 #include "daemon/transport/PeerCredentials.h"
+#include "wire/Methods.h"
 
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
@@ -27,7 +28,7 @@ SharedLine lineOf(const Envelope& envelope, TransportCounters& counters)
     const auto encode = [&counters](const Envelope& one) -> std::shared_ptr<const void> {
         ++counters.envelopesEncoded;
         std::string made;
-        return std::make_shared<const std::string>(encodeNotification("daemonResponse:", one.json(made)));
+        return std::make_shared<const std::string>(encodeNotification(method::daemonResponse, one.json(made)));
     };
     return std::static_pointer_cast<const std::string>(envelope.encoded(encode));
 }

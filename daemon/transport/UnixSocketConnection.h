@@ -2,9 +2,9 @@
 
 #include "daemon/transport/ConnectionInbox.h"
 #include "daemon/transport/JsonRpcDispatcher.h"
-#include "daemon/transport/LineFramer.h"
-#include "daemon/transport/Link.h"
 #include "daemon/transport/OutputQueue.h"
+#include "wire/LineFramer.h"
+#include "wire/Link.h"
 
 #include <asio/local/stream_protocol.hpp>
 

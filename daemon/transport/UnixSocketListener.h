@@ -2,7 +2,7 @@
 
 #include "base/Result.h"
 #include "base/Runtime.h"
-#include "daemon/transport/Link.h"
+#include "wire/Link.h"
 
 #include <filesystem>
 #include <memory>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "daemon/transport/EnvelopeBacklog.h"
-#include "daemon/transport/Link.h"
 #include "daemon/transport/XPCCounters.h"
+#include "wire/Link.h"
 
 #import <Foundation/Foundation.h>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "base/Log.h"
-#include "daemon/transport/Link.h"
 #include "daemon/transport/XPCCounters.h"
 #include "daemon/transport/XPCProtocols.h"
+#include "wire/Link.h"
 
 #include <memory>
 

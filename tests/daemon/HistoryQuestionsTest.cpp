@@ -4,7 +4,7 @@
 #include "collectors/HistoryCatalogue.h"
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
-#include "daemon/transport/Link.h"
+#include "wire/Link.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
 

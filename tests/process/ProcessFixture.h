@@ -2,6 +2,7 @@
 
 #include "collectors/process/ProcessStatCollector.h"
 #include "tests/support/FakeHost.h"
+#include "wire/RequestKey.h"
 
 #include <gmock/gmock.h>
 
@@ -9,8 +10,8 @@
 
 namespace meridal::test {
 
-constexpr std::uint32_t everyList = mask(ProcessList::Cpu) | mask(ProcessList::Memory) | mask(ProcessList::Disk)
-    | mask(ProcessList::Network) | mask(ProcessList::Energy);
+constexpr std::uint32_t everyList = mask(RequestKey::Cpu) | mask(RequestKey::Memory) | mask(RequestKey::Disk)
+    | mask(RequestKey::Network) | mask(RequestKey::Energy);
 
 /// A machine whose CPU times are in nanoseconds, and a collector on it that wants every list.
 class ProcessFixture : public ::testing::Test {

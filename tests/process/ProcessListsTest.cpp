@@ -1,5 +1,6 @@
 #include "base/Value.h"
 #include "tests/process/ProcessFixture.h"
+#include "wire/RequestKey.h"
 
 namespace meridal {
 namespace {
@@ -113,7 +114,7 @@ TEST_F(ProcessListsTest, RatesThatNobodyKnowsAreNotZero)
     EXPECT_THAT(sizes(), testing::ElementsAre(4, 0, 0, 0));
     machine.runtime.advance(2);
     EXPECT_THAT(sizes(), testing::ElementsAre(4, 4, 3, 4));
-    for (const std::uint32_t wanted : {mask(ProcessList::Memory), test::everyList}) {
+    for (const std::uint32_t wanted : {mask(RequestKey::Memory), test::everyList}) {
         early.setUpdateMask(wanted);
         machine.runtime.advance(2);
         EXPECT_THAT(sizes(), testing::ElementsAre(4, 4, 3, 0)) << "scores of before a pause are none";

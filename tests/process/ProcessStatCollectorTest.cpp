@@ -1,4 +1,5 @@
 #include "tests/process/ProcessFixture.h"
+#include "wire/RequestKey.h"
 
 #include <cmath>
 #include <random>
@@ -146,7 +147,7 @@ TEST_F(ProcessStatCollectorTest, AsksForNoMoreThanItsMaskNeeds)
 
 TEST_F(ProcessStatCollectorTest, CpuWantedLateIsAFirstReading)
 {
-    collector().setUpdateMask(mask(ProcessList::Network));
+    collector().setUpdateMask(mask(RequestKey::Network));
     set(42);
     pass(42, {.cpu = 5000});
     updateAfter(2);
@@ -195,7 +196,7 @@ TEST_F(ProcessStatCollectorTest, DiskRateAfterAPauseIsTheMeanOverIt)
 {
     set(42);
     pass(42, {.read = 100});
-    collector().setUpdateMask(mask(ProcessList::Cpu));
+    collector().setUpdateMask(mask(RequestKey::Cpu));
     pass(42, {.read = 1200});
     EXPECT_EQ(item(42).diskRead(), 0);
     collector().setUpdateMask(test::everyList);
@@ -211,12 +212,12 @@ TEST_F(ProcessStatCollectorTest, OnlyPassesWithWakeupsMakeScores)
         source().free = free ? ProcessFields::Wakeups : ProcessFields::None;
         set(42);
         row(42).startIdentity = free ? 2 : 1;
-        collector().setUpdateMask(mask(ProcessList::Cpu));
+        collector().setUpdateMask(mask(RequestKey::Cpu));
         update();
         for (int round = 0; round < 3; ++round) {
             pass(42, {.cpu = 1, .wakeups = 4000});
         }
-        collector().setUpdateMask(mask(ProcessList::Energy));
+        collector().setUpdateMask(mask(RequestKey::Energy));
         pass(42, {.cpu = 1, .wakeups = 4000}, 0.05); // at once, as for a new request
         EXPECT_EQ(item(42).powerScore(), free ? 150 : 0) << "not of CPU time alone, nor of the pause in one interval";
         pass(42, {.wakeups = 55}, 0.55);

@@ -8,7 +8,7 @@
 #include "daemon/CollectorPorts.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/SensorsKeeper.h"
-#include "daemon/transport/Link.h"
+#include "wire/Link.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/PlatformController.h"
 #include "tests/support/FakeHost.h"

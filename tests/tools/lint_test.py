@@ -45,7 +45,7 @@ class LintTest(unittest.TestCase):
             path: "#pragma once\n"
             for path in (
                 "base/Text.h", "platform/host/Host.h", "platform/linux/LinuxHost.h", "collectors/Item.h",
-                "daemon/Server.h", "daemon/DaemonProtocol.h", "daemon/transport/Link.h",
+                "daemon/Server.h", "wire/DaemonProtocol.h",
                 "daemon/transport/Listener.h", "tests/support/FakeHost.h", "platform/linux/kernel/Netlink.h",
                 "platform/linux/network/Links.h", "platform/linux/power/Battery.h",
             )
@@ -53,8 +53,7 @@ class LintTest(unittest.TestCase):
         self.assert_clean(headers | {
             "collectors/Item.cpp": '#include "collectors/Item.h"\n#include "platform/host/Host.h"\n#include <vector>\n',
             "daemon/main.cpp": '#include "platform/linux/LinuxHost.h"\n#include "daemon/transport/Listener.h"\n',
-            "daemon/Server.cpp": '#include "daemon/transport/Link.h"\n',
-            "client/Client.cpp": '#include "daemon/DaemonProtocol.h"\n',
+            "client/Client.cpp": '#include "wire/DaemonProtocol.h"\n',
             "tests/daemon/ServerTest.cpp": '#include "platform/linux/LinuxHost.h"\n',
             "platform/linux/LinuxHost.cpp": '#include "platform/linux/power/Battery.h"\n',
             "platform/linux/traffic/Tap.cpp": '#include "platform/linux/network/Links.h"\n',

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Value.h"
-#include "daemon/transport/Link.h"
+#include "wire/Link.h"
 
 #include <functional>
 #include <mutex>

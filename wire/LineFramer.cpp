@@ -1,4 +1,4 @@
-#include "daemon/transport/LineFramer.h"
+#include "wire/LineFramer.h"
 
 namespace meridal {
 

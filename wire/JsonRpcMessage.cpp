@@ -1,4 +1,4 @@
-#include "daemon/transport/JsonRpcMessage.h"
+#include "wire/JsonRpcMessage.h"
 
 #include "base/Text.h"
 

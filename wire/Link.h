@@ -1,6 +1,6 @@
 #pragma once
 
-#include "daemon/DaemonProtocol.h"
+#include "wire/DaemonProtocol.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "daemon/transport/LineFramer.h"
+#include "wire/LineFramer.h"
 
 #include <rapidcheck/gtest.h>
 

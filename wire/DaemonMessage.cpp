@@ -1,4 +1,6 @@
-#include "client/Wire.h"
+#include "wire/DaemonMessage.h"
+#include "wire/JsonRpcMessage.h"
+#include "wire/Methods.h"
 
 namespace meridal {
 
@@ -7,11 +9,11 @@ namespace {
 /// What a person can act on, from the error codes of JSON-RPC 2.0. Never Unavailable: that means no daemon.
 ErrorCode errorCode(std::optional<std::int64_t> code)
 {
-    switch (code.value_or(0)) {
-    case -32601:
+    switch (static_cast<JsonRpcCode>(code.value_or(0))) {
+    case JsonRpcCode::MethodNotFound:
         return ErrorCode::NotFound;
-    case -32600:
-    case -32602:
+    case JsonRpcCode::InvalidRequest:
+    case JsonRpcCode::InvalidParams:
         return ErrorCode::InvalidArgument;
     default:
         return ErrorCode::Internal;
@@ -29,35 +31,13 @@ Unexpected failure(const Value& error)
 
 } // namespace
 
-void LineBuffer::append(std::string_view bytes)
-{
-    if (begin_ > 0) {
-        bytes_.erase(0, begin_);
-        scanned_ -= begin_;
-        begin_ = 0;
-    }
-    bytes_.append(bytes);
-}
-
-std::optional<std::string> LineBuffer::nextLine()
-{
-    const std::size_t end = bytes_.find('\n', scanned_);
-    if (end == std::string::npos) {
-        scanned_ = bytes_.size();
-        return std::nullopt;
-    }
-    std::string line = bytes_.substr(begin_, end - begin_);
-    begin_ = scanned_ = end + 1;
-    return line;
-}
-
 Incoming parseMessage(std::string_view line)
 {
     std::optional<Value> message = parseUntrusted(line);
     if (!message || !message->is_object()) {
         return {};
     }
-    if (text(*message, "method") == "daemonResponse:") {
+    if (text(*message, "method") == method::daemonResponse) {
         const auto parameters = message->find("params");
         if (parameters == message->end() || !parameters->is_array() || parameters->empty()
             || !parameters->front().is_object()) {

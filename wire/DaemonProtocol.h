@@ -2,7 +2,7 @@
 
 #include "base/Result.h"
 #include "base/ValueFwd.h"
-#include "daemon/Envelope.h"
+#include "wire/Envelope.h"
 
 #include <cstdint>
 #include <functional>

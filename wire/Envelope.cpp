@@ -1,4 +1,4 @@
-#include "daemon/Envelope.h"
+#include "wire/Envelope.h"
 
 #include <charconv>
 #include <utility>

@@ -1,0 +1,18 @@
+#include "wire/DaemonMessage.h"
+
+#include <gtest/gtest.h>
+
+namespace meridal {
+namespace {
+
+TEST(ParseMessage, ANullResultIsAnAnswerAndSoIsARefusalWithoutAWord)
+{
+    const auto null = std::get<Answer>(parseMessage(R"({"jsonrpc":"2.0","id":1,"result":null,"error":null})"));
+    EXPECT_TRUE(null.result->is_null());
+    const auto odd = std::get<Answer>(parseMessage(R"({"id":3,"error":"odd"})"));
+    EXPECT_EQ(odd.id, 3);
+    EXPECT_EQ(odd.result.error().message, "the daemon refused without saying why");
+}
+
+} // namespace
+} // namespace meridal
