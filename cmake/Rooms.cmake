@@ -68,7 +68,7 @@ function(meridal_room folder)
   cmake_parse_arguments(room "" "" "DEPENDS;PRIVATE_DEPENDS" ${ARGN})
   string(REPLACE "/" "_" name meridal_${folder})
   set(patterns ${folder}/*.cpp ${folder}/*.mm)
-  if(folder MATCHES "^(collectors|platform/(linux|macos))$") # these have rooms of their own
+  if(folder MATCHES "^(client|collectors|platform/(linux|macos))$") # these have rooms of their own
     list(APPEND patterns ${folder}/*/*.cpp ${folder}/*/*.mm)
   endif()
   file(GLOB sources CONFIGURE_DEPENDS ${patterns})

@@ -1,6 +1,6 @@
-#include "client/BatteryView.h"
+#include "client/views/BatteryView.h"
 
-#include "client/BatteryPlot.h"
+#include "client/plot/BatteryPlot.h"
 #include "tests/client/ViewText.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "client/DisksView.h"
+#include "client/views/DisksView.h"
 
 #include "tests/client/ViewText.h"
 

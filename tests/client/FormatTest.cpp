@@ -1,4 +1,4 @@
-#include "client/Format.h"
+#include "client/screen/Format.h"
 
 #include "base/Text.h"
 

@@ -1,8 +1,8 @@
-#include "client/Plot.h"
+#include "client/plot/Plot.h"
 
 #include "base/Text.h"
-#include "client/PlotAxis.h"
-#include "client/SvgPlot.h"
+#include "client/plot/PlotAxis.h"
+#include "client/plot/SvgPlot.h"
 #include "tests/client/ViewText.h"
 
 #include <gmock/gmock.h>

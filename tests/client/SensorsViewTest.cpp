@@ -1,7 +1,7 @@
-#include "client/SensorsView.h"
+#include "client/views/SensorsView.h"
 
-#include "client/HistoryView.h"
-#include "client/SeriesMatch.h"
+#include "client/commands/SeriesMatch.h"
+#include "client/views/HistoryView.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "client/StatusView.h"
+#include "client/views/StatusView.h"
 
 #include "tests/client/ViewText.h"
 

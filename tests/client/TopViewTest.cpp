@@ -1,4 +1,4 @@
-#include "client/TopView.h"
+#include "client/views/TopView.h"
 
 #include "base/Text.h"
 #include "tests/client/ViewText.h"

@@ -1,4 +1,4 @@
-#include "client/UptimeView.h"
+#include "client/views/UptimeView.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "client/StyledText.h"
+#include "client/screen/StyledText.h"
 
 #include <string>
 

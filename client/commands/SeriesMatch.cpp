@@ -1,0 +1,101 @@
+#include "client/commands/SeriesMatch.h"
+
+#include <algorithm>
+#include <cctype>
+#include <numeric>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr std::size_t mostCandidates = 8;
+constexpr std::size_t longestCompared = 64; // bytes; names beyond it are compared by their beginnings
+
+std::string lower(std::string_view text)
+{
+    std::string result(text);
+    std::transform(result.begin(), result.end(), result.begin(),
+        [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+    return result;
+}
+
+/// How many characters must be added, dropped or changed to make one text of the other.
+std::size_t distance(std::string_view first, std::string_view second)
+{
+    first = first.substr(0, longestCompared);
+    second = second.substr(0, longestCompared);
+    std::vector<std::size_t> row(second.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= first.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= second.size(); ++j) {
+            const std::size_t changed = diagonal + (first[i - 1] == second[j - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, changed});
+        }
+    }
+    return row.back();
+}
+
+template <typename Test>
+std::vector<std::size_t> placesOf(std::span<const SeriesName> all, Test test)
+{
+    std::vector<std::size_t> places;
+    for (std::size_t place = 0; place < all.size(); ++place) {
+        if (test(all[place])) {
+            places.push_back(place);
+        }
+    }
+    return places;
+}
+
+/// Every series by how near its name or key is.
+std::vector<std::size_t> nearest(std::span<const SeriesName> all, const std::string& wanted)
+{
+    std::vector<std::pair<std::size_t, std::size_t>> ranked;
+    for (std::size_t place = 0; place < all.size(); ++place) {
+        const std::size_t away =
+            std::min(distance(wanted, lower(all[place].name)), distance(wanted, lower(all[place].key)));
+        ranked.emplace_back(away, place);
+    }
+    std::sort(ranked.begin(), ranked.end());
+    ranked.resize(std::min(ranked.size(), mostCandidates));
+    std::vector<std::size_t> places;
+    for (const auto& entry : ranked) {
+        places.push_back(entry.second);
+    }
+    return places;
+}
+
+} // namespace
+
+SeriesMatch matchSeries(std::span<const SeriesName> all, std::string_view wanted)
+{
+    const std::string folded = lower(wanted);
+    const auto contains = [&](const std::string& text) { return lower(text).find(folded) != std::string::npos; };
+    std::vector<std::vector<std::size_t>> attempts = {
+        placesOf(all, [&](const SeriesName& each) { return each.series == wanted || each.key == wanted; }),
+        placesOf(all, [&](const SeriesName& each) { return lower(each.name) == folded; }),
+        placesOf(
+            all, [&](const SeriesName& each) { return lower(each.series) == folded || lower(each.key) == folded; }),
+        placesOf(all,
+            [&](const SeriesName& each) { return contains(each.name) || contains(each.key) || contains(each.series); }),
+    };
+    for (std::vector<std::size_t>& places : attempts) {
+        if (wanted.empty()) {
+            break; // everything has nothing in it
+        }
+        if (places.size() == 1) {
+            return {.found = places.front(), .candidates = {}, .isAmbiguous = false};
+        }
+        if (!places.empty()) {
+            places.resize(std::min(places.size(), mostCandidates));
+            return {.found = std::nullopt, .candidates = std::move(places), .isAmbiguous = true};
+        }
+    }
+    return {.found = std::nullopt, .candidates = nearest(all, folded), .isAmbiguous = false};
+}
+
+} // namespace meridal

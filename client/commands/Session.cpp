@@ -1,0 +1,63 @@
+#include "client/commands/Session.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace meridal {
+
+Session::Session(const Arguments& arguments, bool coloured)
+    : arguments_(arguments), client_(loop_, arguments.socketPath), output_(coloured)
+{
+    client_.setTimeout(arguments.timeout);
+}
+
+int Session::run(const Task& task)
+{
+    client_.connect([this, &task](const Result<void>& outcome) {
+        if (outcome) {
+            task();
+            return;
+        }
+        fail(exitStatus::noDaemon,
+            fmt::format("no daemon at {} ({}); start it with \"meridald --root DIR\" or \"systemctl start meridald\"",
+                client_.socketPath(), outcome.error().message));
+    });
+    loop_.run();
+    return status_;
+}
+
+void Session::fail(int status, std::string complaint)
+{
+    if (!finished_) {
+        finished_ = true;
+        status_ = status;
+        complaint_ = std::move(complaint);
+    }
+    loop_.stop();
+}
+
+void Session::call(const std::string& method, const Value& parameters, std::function<void(const Value&)> use)
+{
+    client_.call(method, parameters, [this, use = std::move(use)](const Result<Value>& result) {
+        if (result) {
+            use(*result);
+        } else if (result.error().code == ErrorCode::Unavailable) {
+            fail(exitStatus::noDaemon, fmt::format("{} ({})", result.error().message, client_.socketPath()));
+        } else {
+            fail(exitStatus::refused, result.error().message);
+        }
+    });
+}
+
+bool Session::printed(bool written)
+{
+    if (!written && output_.readerLeft()) {
+        finish(exitStatus::success);
+    } else if (!written) {
+        fail(exitStatus::refused, output_.failure());
+    }
+    return written;
+}
+
+} // namespace meridal

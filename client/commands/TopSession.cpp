@@ -1,0 +1,113 @@
+#include "client/commands/TopSession.h"
+#include "wire/Methods.h"
+
+#include <string>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr double topReconnectInterval = 1; // s
+constexpr int requestInterval = 2;         // s; the daemon notes it and keeps its own rhythm
+constexpr std::size_t listsPerStatus = 5;  // the daemon's own cost changes slowly
+
+} // namespace
+
+TopSession::TopSession(Session& session, TopDisplay& display, TopFeed feed)
+    : session_(session), display_(display), feed_(feed)
+{
+    frame_.list = session.arguments().list;
+    frame_.hierarchy = session.arguments().hierarchy;
+}
+
+void TopSession::start()
+{
+    session_.client().setReconnectInterval(topReconnectInterval);
+    session_.client().setEvents({[this] { connected(); }, [this](const Error&) { disconnected(); },
+        [this](const Dictionary& envelope) { received(envelope); }});
+}
+
+void TopSession::choose(TopList list)
+{
+    if (list == frame_.list) {
+        return;
+    }
+    ask(method::stopRequestWithKey, Value::array({requestKey(frame_.list)}));
+    frame_.list = list;
+    frame_.table.reset();
+    askForList();
+    display_.frameChanged(frame_);
+}
+
+void TopSession::toggleHierarchy()
+{
+    frame_.hierarchy = !frame_.hierarchy;
+    ask(frame_.hierarchy ? method::enableHierachy : method::disableHierachy, Value::array());
+    askForList(); // asked again, it answers at once
+    display_.frameChanged(frame_);
+}
+
+void TopSession::connected()
+{
+    frame_.connected = true;
+    if (frame_.hierarchy) {
+        ask(method::enableHierachy, Value::array());
+    }
+    askForList();
+    if (feed_.hasStatus) {
+        askForStatus();
+    }
+    display_.frameChanged(frame_);
+}
+
+void TopSession::disconnected()
+{
+    frame_.connected = false;
+    display_.frameChanged(frame_);
+}
+
+void TopSession::received(const Dictionary& envelope)
+{
+    if (text(envelope, "type") != std::to_string(requestKey(frame_.list))) {
+        return; // of a list just left, or one that the daemon sends to everybody
+    }
+    const double now = session_.loop().now();
+    firstList_ = firstList_.value_or(now);
+    if (now - *firstList_ < feed_.settle) {
+        return;
+    }
+    frame_.table = readTopTable(frame_.list, envelope);
+    if (feed_.hasStatus && ++lists_ % listsPerStatus == 0) {
+        askForStatus();
+    }
+    display_.tableArrived(frame_);
+}
+
+void TopSession::ask(const std::string& method, const Value& parameters)
+{
+    session_.client().call(method, parameters, [this](const Result<Value>& result) {
+        // Without a daemon the view waits for it; a daemon that refuses will not think better of it.
+        if (!result && result.error().code != ErrorCode::Unavailable) {
+            session_.fail(exitStatus::refused, result.error().message);
+        }
+    });
+}
+
+void TopSession::askForList()
+{
+    firstList_.reset();
+    ask(method::startRequestWithKey, Value::array({requestKey(frame_.list), requestInterval}));
+}
+
+void TopSession::askForStatus()
+{
+    session_.client().call(method::status, Value::array(), [this](const Result<Value>& result) {
+        if (result) {
+            frame_.status = *result;
+            display_.frameChanged(frame_);
+        }
+    });
+}
+
+} // namespace meridal

@@ -1,0 +1,125 @@
+#include "client/plot/BarChart.h"
+
+#include "base/Text.h"
+#include "client/plot/SvgText.h"
+#include "client/screen/Format.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace meridal {
+
+namespace {
+
+constexpr int totalColumns = 12;
+constexpr int shortestLabel = 10;
+constexpr int longestLabel = 32;
+
+constexpr int rowHeight = 22; // SVG units
+constexpr int labelWidth = 190;
+constexpr int chartWidth = 420;
+constexpr int figureWidth = 270;
+constexpr int chartTop = 66;
+
+double largestOf(const std::vector<AmountBar>& bars)
+{
+    double largest = 0;
+    for (const AmountBar& bar : bars) {
+        largest = std::max(largest, bar.upload + bar.download);
+    }
+    return largest;
+}
+
+/// So many eighths of a column, as a bar.
+std::string blocks(int eighths)
+{
+    static const std::array<const char*, 8> parts = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
+    std::string text;
+    for (int i = 0; i < eighths / 8; ++i) {
+        text += "█";
+    }
+    return text + parts[static_cast<std::size_t>(eighths % 8)];
+}
+
+/// Download and upload drawn one behind the other. Only the end is drawn in eighths, and what is not nothing is seen.
+Line barLine(const AmountBar& bar, double largest, int columns)
+{
+    const double sum = bar.download + bar.upload;
+    const double share = largest > 0 ? sum / largest : 0;
+    const int eighths = sum > 0 ? std::max(1, static_cast<int>(std::lround(share * columns * 8))) : 0;
+    const int whole = eighths / 8;
+    const int downloaded = sum > 0 ? static_cast<int>(std::lround(bar.download / sum * whole)) : 0;
+    const std::string first = blocks(downloaded * 8);
+    const std::string second = blocks(eighths - downloaded * 8);
+    const std::string rest(static_cast<std::size_t>(columns - (eighths + 7) / 8), ' ');
+    return {{Style::Title, first}, {downloaded == whole && whole > 0 ? Style::Title : Style::Medium, second},
+        {Style::Plain, rest}};
+}
+
+std::string svgRow(const AmountBar& bar, double largest, int y)
+{
+    const double scale = largest > 0 ? chartWidth / largest : 0;
+    const double download = bar.download * scale;
+    const double upload = bar.upload * scale;
+    const std::string label = svgText(fitLeft(bar.label, 26));
+    return fmt::format("<text x=\"{}\" y=\"{}\" text-anchor=\"end\">{}</text>\n"
+                       "<rect class=\"down\" x=\"{}\" y=\"{}\" width=\"{:.2f}\" height=\"14\"/>\n"
+                       "<rect class=\"up\" x=\"{:.2f}\" y=\"{}\" width=\"{:.2f}\" height=\"14\"/>\n"
+                       "<text x=\"{:.2f}\" y=\"{}\">{} down, {} up</text>\n",
+        labelWidth - 8, y + 12, label, labelWidth, y, download, labelWidth + download, y, upload,
+        labelWidth + download + upload + 6, y + 12, formatBytes(bar.download), formatBytes(bar.upload));
+}
+
+} // namespace
+
+Lines barChartLines(std::string_view heading, const std::vector<AmountBar>& bars, int barColumns)
+{
+    int labelColumns = std::max(shortestLabel, displayWidth(heading));
+    for (const AmountBar& bar : bars) {
+        labelColumns = std::max(labelColumns, displayWidth(bar.label));
+    }
+    labelColumns = std::min(labelColumns, longestLabel);
+    const double largest = largestOf(bars);
+    Lines lines = {{{Style::Heading,
+        fitLeft(heading, labelColumns) + "  " + std::string(static_cast<std::size_t>(barColumns), ' ')
+            + fitRight("DOWNLOAD", totalColumns) + fitRight("UPLOAD", totalColumns)
+            + fitRight("TOTAL", totalColumns)}}};
+    for (const AmountBar& bar : bars) {
+        Line line = {{Style::Plain, fitLeft(bar.label, labelColumns) + "  "}};
+        const Line drawn = barLine(bar, largest, barColumns);
+        line.insert(line.end(), drawn.begin(), drawn.end());
+        line.push_back({Style::Plain,
+            fitRight(formatBytes(bar.download), totalColumns) + fitRight(formatBytes(bar.upload), totalColumns)
+                + fitRight(formatBytes(bar.download + bar.upload), totalColumns)});
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+std::string barChartSvg(std::string_view title, const std::vector<AmountBar>& bars)
+{
+    const int width = labelWidth + chartWidth + figureWidth;
+    const int height = chartTop + rowHeight * static_cast<int>(bars.size()) + 16;
+    std::string svg = fmt::format(
+        "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" viewBox=\"0 0 {0} {1}\" "
+        "font-family=\"sans-serif\" font-size=\"12\">\n"
+        "<title>{2}</title>\n"
+        "<style>text{{fill:#222}}.down{{fill:#2a78d6}}.up{{fill:#e08a1e}}</style>\n"
+        "<rect width=\"{0}\" height=\"{1}\" fill=\"#fff\"/>\n"
+        "<text x=\"16\" y=\"28\" font-size=\"16\">{2}</text>\n"
+        "<rect class=\"down\" x=\"16\" y=\"42\" width=\"12\" height=\"12\"/><text x=\"34\" y=\"52\">download</text>\n"
+        "<rect class=\"up\" x=\"116\" y=\"42\" width=\"12\" height=\"12\"/><text x=\"134\" y=\"52\">upload</text>\n",
+        width, height, svgText(title));
+    const double largest = largestOf(bars);
+    int y = chartTop;
+    for (const AmountBar& bar : bars) {
+        svg += svgRow(bar, largest, y);
+        y += rowHeight;
+    }
+    return svg + "</svg>\n";
+}
+
+} // namespace meridal

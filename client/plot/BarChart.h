@@ -1,0 +1,25 @@
+#pragma once
+
+#include "client/screen/StyledText.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace meridal {
+
+/// One line of a chart of amounts that went out and came in.
+struct AmountBar {
+    std::string label; ///< printable
+    double upload = 0; ///< bytes
+    double download = 0;
+};
+
+/// The amounts as text, one line each, under a heading: label, a bar of so many columns divided into download and upload,
+/// both figures and their sum. All bars share one scale.
+Lines barChartLines(std::string_view heading, const std::vector<AmountBar>& bars, int barColumns);
+
+/// The same as a picture that needs nothing else. `title` is any text.
+std::string barChartSvg(std::string_view title, const std::vector<AmountBar>& bars);
+
+} // namespace meridal

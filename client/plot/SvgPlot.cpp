@@ -1,0 +1,148 @@
+#include "client/plot/SvgPlot.h"
+
+#include "base/Text.h"
+#include "client/plot/PlotAxis.h"
+#include "client/plot/SvgText.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <iterator>
+#include <limits>
+
+namespace meridal {
+
+namespace {
+
+// The picture, in its own units.
+constexpr double width = 960;
+constexpr double height = 360;
+constexpr double left = 72;
+constexpr double right = width - 16;
+constexpr double top = 44;
+constexpr double bottom = height - 56;
+constexpr double lineHeight = 16;
+constexpr int mostValueMarks = 6;
+constexpr int mostTimeMarks = 10;
+
+constexpr std::array colours = {"#2a6fdb", "#d9730d", "#2f8f4e", "#a23bb5", "#b8322f", "#5f6b7a"};
+
+constexpr const char* style = R"(<style>
+svg{background:#fff;color:#1d232b;font:12px system-ui,sans-serif}
+text{fill:currentColor}.title{font-size:15px;font-weight:600}.faint{opacity:.65}
+.grid{stroke:currentColor;opacity:.15}.line{fill:none;stroke-width:1.5;stroke-linejoin:round}
+@media(prefers-color-scheme:dark){svg{background:#171b21;color:#e6e9ee}}
+</style>
+)";
+
+class Drawing {
+public:
+    Drawing(const Plot& plot, const ValueAxis& axis) : plot_(plot), axis_(axis) { }
+
+    std::string finish(std::string_view body) const
+    {
+        const double tall = height + lineHeight * static_cast<double>(plot_.series.size());
+        return fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {} {}\" width=\"{}\" height=\"{}\" "
+                           "role=\"img\">\n<title>{}</title>\n{}{}</svg>\n",
+            width, tall, width, tall, svgText(plot_.title), style, body);
+    }
+
+    std::string heading() const
+    {
+        const std::string unit = plot_.unit.empty() ? "" : svgText(" (" + plot_.unit + ")");
+        return fmt::format("<text class=\"title\" x=\"{}\" y=\"24\">{}{}</text>\n", left, svgText(plot_.title), unit);
+    }
+
+    std::string axes() const
+    {
+        std::string out;
+        for (int mark = 0; mark <= axis_.intervals(); ++mark) {
+            const double value = axis_.mark(mark);
+            out += fmt::format("<line class=\"grid\" x1=\"{}\" y1=\"{y:.1f}\" x2=\"{}\" y2=\"{y:.1f}\"/>"
+                               "<text class=\"faint\" x=\"{}\" y=\"{:.1f}\" text-anchor=\"end\">{}</text>\n",
+                left, right, left - 8, y(value) + 4, svgText(axis_.label(value)), fmt::arg("y", y(value)));
+        }
+        for (const TimeMark& mark : timeMarks(plot_.from, plot_.until, mostTimeMarks)) {
+            out += fmt::format("<line class=\"grid\" x1=\"{x:.1f}\" y1=\"{}\" x2=\"{x:.1f}\" y2=\"{}\"/>"
+                               "<text class=\"faint\" x=\"{x:.1f}\" y=\"{}\" text-anchor=\"middle\">{}</text>\n",
+                top, bottom, bottom + 18, svgText(mark.label), fmt::arg("x", x(mark.time)));
+        }
+        return out;
+    }
+
+    /// One element a stretch without a gap.
+    std::string lines(std::size_t index) const
+    {
+        std::string out;
+        const char* const colour = colours.at(index % colours.size());
+        for (const auto run : runsOf(plot_.series[index])) {
+            if (run.size() == 1) {
+                out += fmt::format("<circle cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"1.5\" fill=\"{}\"/>\n", x(run[0].time),
+                    y(run[0].value), colour);
+                continue;
+            }
+            out += fmt::format("<polyline class=\"line\" stroke=\"{}\" points=\"", colour);
+            for (const PlotPoint& point : run) {
+                fmt::format_to(std::back_inserter(out), "{:.1f},{:.1f} ", x(point.time), y(point.value));
+            }
+            out += "\"/>\n";
+        }
+        return out;
+    }
+
+    std::string legend(std::size_t index) const
+    {
+        const PlotSeries& series = plot_.series[index];
+        const double base = bottom + 42 + lineHeight * static_cast<double>(index);
+        std::string words = svgText(series.name.empty() ? plot_.title : series.name) + ": ";
+        if (const auto summary = summarise(series)) {
+            ValueAxis finer = axis_;
+            finer.step = axis_.step / 20;
+            words += fmt::format("min {}, avg {}, max {}", finer.label(summary->minimum), finer.label(summary->average),
+                finer.label(summary->maximum));
+            words += svgText(plot_.unit.empty() ? "" : " " + plot_.unit);
+        } else {
+            words += "no measurements";
+        }
+        return fmt::format("<rect x=\"{}\" y=\"{:.1f}\" width=\"10\" height=\"10\" fill=\"{}\"/>"
+                           "<text x=\"{}\" y=\"{:.1f}\">{}</text>\n",
+            left, base - 9, colours.at(index % colours.size()), left + 16, base, words);
+    }
+
+private:
+    double x(double time) const { return left + (time - plot_.from) / (plot_.until - plot_.from) * (right - left); }
+    double y(double value) const { return bottom - axis_.place(value) * (bottom - top); }
+
+    const Plot& plot_;
+    const ValueAxis& axis_;
+};
+
+} // namespace
+
+std::string plotSvg(const Plot& given)
+{
+    const Plot plot = clipped(given);
+    const auto bounds = extentOf(plot);
+    const bool isDrawable = bounds && plot.until > plot.from;
+    const ValueAxis axis = isDrawable ? valueAxis(bounds->first, bounds->second, mostValueMarks) : ValueAxis{};
+    const Drawing drawing(plot, axis);
+    std::string body = drawing.heading();
+    if (isDrawable) {
+        body += drawing.axes();
+        for (std::size_t index = 0; index < plot.series.size(); ++index) {
+            body += drawing.lines(index);
+        }
+    } else {
+        body += fmt::format("<text class=\"faint\" x=\"{}\" y=\"{}\" text-anchor=\"middle\">no measurements in this "
+                            "time</text>\n",
+            (left + right) / 2, (top + bottom) / 2);
+    }
+    for (std::size_t index = 0; index < plot.series.size(); ++index) {
+        body += drawing.legend(index);
+    }
+    return drawing.finish(body);
+}
+
+} // namespace meridal

@@ -1,0 +1,201 @@
+#include "client/views/DisksView.h"
+
+#include "base/Text.h"
+#include "client/screen/Format.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace meridal {
+
+namespace {
+
+constexpr int diskColumns = 10;
+constexpr int modelColumns = 30;
+constexpr int serialColumns = 21;
+constexpr int kindColumns = 6;
+constexpr int diskFigureColumns = 7;
+constexpr int powerOnColumns = 13;
+constexpr int attributeColumns = 32;
+constexpr int rawColumns = 20;
+
+std::string shown(const Value& disk, std::string_view key) { return printable(text(disk, key).value_or("-")); }
+
+std::string figure(const Value& disk, std::string_view key, std::string_view unit)
+{
+    const auto value = number(disk, key);
+    return value ? fixed0(*value) + std::string(unit) : "-";
+}
+
+std::string kindOf(const Value& disk)
+{
+    const std::string kind = shown(disk, "kind");
+    if (kind == "nvme") {
+        return "NVMe";
+    }
+    const Value* spins = find(disk, "spins");
+    return spins && spins->is_boolean() ? (*spins == true ? "HDD" : "SSD") : kind == "ata" ? "ATA" : kind;
+}
+
+const Value& listOf(const Value& disk, std::string_view key)
+{
+    static const Value none = Value::array();
+    const Value* list = find(disk, key);
+    return list && list->is_array() ? *list : none;
+}
+
+/// In one phrase, the worst first.
+Span verdict(const Value& disk)
+{
+    const Value* healthy = find(disk, "healthy");
+    if (healthy && *healthy == false) {
+        return {Style::High, "FAILING"};
+    }
+    const std::string state = shown(disk, "state");
+    if (state == "hanging") {
+        return {Style::Warning, "does not answer; figures are old"};
+    }
+    if (!listOf(disk, "problems").empty()) {
+        return {Style::Warning, "has problems"};
+    }
+    if (state == "asleep") {
+        return {Style::Faint, "asleep"};
+    }
+    if (state == "hidden") {
+        return {Style::Faint, "not read: its adapter does not tell whether it sleeps (meridald --read-hidden-disks)"};
+    }
+    if (state == "off") {
+        return {Style::Faint, "SMART is off; smartctl --smart=on /dev/" + shown(disk, "bsd") + " switches it on"};
+    }
+    if (state == "denied") {
+        return {Style::Faint, "not read: the daemon has no right to"};
+    }
+    if (state == "silent" || state == "unread") {
+        return {Style::Faint, state == "silent" ? "no answer that makes sense" : "not read yet"};
+    }
+    return healthy && *healthy == true ? Span{Style::Plain, "fine"} : Span{Style::Faint, "does not say"};
+}
+
+/// A failing attribute is as bad as a failing disk, whatever the disk thinks of itself. The words begin with its name.
+Style styleOfProblem(const Value& disk, std::string_view words)
+{
+    const Value* healthy = find(disk, "healthy");
+    const Value& attributes = listOf(disk, "attributes");
+    const bool fails = std::any_of(attributes.begin(), attributes.end(), [words](const Value& attribute) {
+        return text(attribute, "status") == "failing" && words.starts_with(text(attribute, "name").value_or("") + ' ');
+    });
+    return fails || (healthy && *healthy == false) ? Style::High : Style::Warning;
+}
+
+void addDisk(Lines& lines, const Value& disk)
+{
+    const auto seconds = number(disk, "powerOn");
+    lines.push_back({{Style::Title, fitLeft(shown(disk, "bsd"), diskColumns)},
+        {Style::Plain,
+            fitLeft(shown(disk, "model"), modelColumns - 1) + ' ' + fitLeft(shown(disk, "serial"), serialColumns - 1)
+                + ' ' + fitLeft(kindOf(disk), kindColumns)
+                + fitRight(figure(disk, "temperature", " °C"), diskFigureColumns)
+                + fitRight(figure(disk, "wear", " %"), diskFigureColumns)
+                + fitRight(seconds ? formatDuration(*seconds) : "-", powerOnColumns) + "  "},
+        verdict(disk)});
+    for (const Value& problem : listOf(disk, "problems")) {
+        if (problem.is_string()) {
+            const auto& words = problem.get_ref<const std::string&>();
+            lines.push_back({{Style::Plain, "  "}, {styleOfProblem(disk, words), printable(words)}});
+        }
+    }
+}
+
+std::string valueOf(const Value& attribute)
+{
+    const Value* value = find(attribute, "value");
+    if (!value || value->is_null()) {
+        return "-";
+    }
+    return printable(value->is_string() ? value->get_ref<const std::string&>() : serialise(*value));
+}
+
+void addAttributes(Lines& lines, const Value& disk)
+{
+    const Value& attributes = listOf(disk, "attributes");
+    if (attributes.empty()) {
+        return;
+    }
+    lines.push_back({{Style::Faint,
+        "  " + fitRight("ID", 3) + ' ' + fitLeft("ATTRIBUTE", attributeColumns) + fitRight("NOW", diskFigureColumns)
+            + fitRight("WORST", diskFigureColumns) + fitRight("LIMIT", diskFigureColumns) + "  "
+            + fitLeft("VALUE", rawColumns) + "STATE"}});
+    for (const Value& attribute : attributes) {
+        const std::string status = shown(attribute, "status");
+        const std::string row = "  " + fitRight(figure(attribute, "id", ""), 3) + ' '
+            + fitLeft(shown(attribute, "name"), attributeColumns)
+            + fitRight(figure(attribute, "current", ""), diskFigureColumns)
+            + fitRight(figure(attribute, "worst", ""), diskFigureColumns)
+            + fitRight(figure(attribute, "threshold", ""), diskFigureColumns) + "  "
+            + fitLeft(valueOf(attribute), rawColumns - 1) + ' ';
+        const Style style = status == "failing" ? Style::High : status == "fine" ? Style::Plain : Style::Warning;
+        std::string words = status;
+        if (status != "fine" && find(attribute, "meaning")) {
+            words += ": " + shown(attribute, "meaning");
+        }
+        lines.push_back({{style, row + words}});
+    }
+}
+
+/// Counters of an NVMe disk, which has no attributes.
+void addLog(Lines& lines, const Value& disk)
+{
+    const Value* log = find(disk, "log");
+    if (!log) {
+        return;
+    }
+    const auto add = [&](std::string_view label, const std::string& words) {
+        lines.push_back({{Style::Plain, "  " + fitLeft(label, attributeColumns) + words}});
+    };
+    const auto bytes = [&](std::string_view key) {
+        const auto value = number(*log, key);
+        return value ? formatBytes(*value) : "-";
+    };
+    add("Spare memory", figure(*log, "availableSpare", " %") + ", at least " + figure(*log, "spareThreshold", " %"));
+    const auto time = [&](std::string_view key) {
+        const auto seconds = number(*log, key);
+        return seconds ? formatDuration(*seconds) : "-";
+    };
+    add("Data written", bytes("bytesWritten"));
+    add("Data read", bytes("bytesRead"));
+    add("Commands", figure(*log, "writeCommands", " writes, ") + figure(*log, "readCommands", " reads"));
+    add("Busy", time("busyTime"));
+    add("Too warm", time("warningTemperatureTime") + ", critically hot " + time("criticalTemperatureTime"));
+    add("Power cycles", figure(disk, "powerCycles", ""));
+    add("Unsafe shutdowns", figure(*log, "unsafeShutdowns", ""));
+    add("Errors of its memory", figure(*log, "mediaErrors", ""));
+    add("Entries in its error log", figure(*log, "errorLogEntries", ""));
+}
+
+} // namespace
+
+Lines diskLines(const Value& disks, bool attributes)
+{
+    Lines lines;
+    if (!disks.is_array() || disks.empty()) {
+        return {{{Style::Plain, "no disk with health data (SMART or NVMe) on this machine"}}};
+    }
+    lines.push_back({{Style::Heading,
+        fitLeft("DISK", diskColumns) + fitLeft("MODEL", modelColumns) + fitLeft("SERIAL", serialColumns)
+            + fitLeft("KIND", kindColumns) + fitRight("TEMP", diskFigureColumns) + fitRight("WEAR", diskFigureColumns)
+            + fitRight("POWERED ON", powerOnColumns) + "  HEALTH"}});
+    for (const Value& disk : disks) {
+        addDisk(lines, disk);
+        if (attributes) {
+            addAttributes(lines, disk);
+            addLog(lines, disk);
+        }
+    }
+    return lines;
+}
+
+} // namespace meridal

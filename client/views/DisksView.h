@@ -1,0 +1,11 @@
+#pragma once
+
+#include "base/Value.h"
+#include "client/screen/StyledText.h"
+
+namespace meridal {
+
+/// The daemon's list of disks for people: one line a disk, what is wrong with it below, and its attributes if wanted.
+Lines diskLines(const Value& disks, bool attributes);
+
+} // namespace meridal

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "base/Value.h"
+#include "client/screen/StyledText.h"
+
+#include <string>
+
+namespace meridal {
+
+/// A figure in its unit, with the decimals that the unit deserves; "-" where there is none.
+std::string formatReading(const Value& figure, const std::string& unit);
+
+/// The daemon's list of sensors for people: by chip, each with value, a bar of its range, lowest and highest ever seen.
+/// One line when there are none.
+Lines sensorLines(const Value& sensors);
+
+/// The fans among them.
+Lines fanLines(const Value& sensors);
+
+/// Those sensors that are fans.
+Value fansOf(const Value& sensors);
+
+} // namespace meridal
