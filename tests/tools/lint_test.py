@@ -76,6 +76,15 @@ class LintTest(unittest.TestCase):
             ("platform/linux/power/Ups.cpp:1", "platform/linux/power may not see platform/linux/network/Links.h"),
         )
 
+    def test_the_picture_says_what_the_table_says(self):
+        drawn = (Path(__file__).parents[2] / "ARCHITECTURE.md").read_text()
+        self.assert_clean({"ARCHITECTURE.md": drawn})
+        self.assert_finds(
+            {"ARCHITECTURE.md": drawn.replace("client --> wire", 'attic["attic"]\n    client --> wire & collectors')},
+            ("ARCHITECTURE.md", "attic is drawn and no room"),
+            ("ARCHITECTURE.md", "differ on whether client sees collectors, database, platform, platform/host"),
+        )
+
     def test_own_headers_are_named_from_the_root(self):
         self.assert_finds(
             {
