@@ -1,7 +1,6 @@
 // What per-process traffic costs: frames a second from the decoder to the fold, and a tick beside thousands of open
 // sockets.
 
-#include "base/VirtualRuntime.h"
 #include "collectors/process/FlowTable.h"
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
@@ -10,6 +9,7 @@
 #include "platform/linux/traffic/DiagSocketOwners.h"
 #include "tests/process/FrameBytes.h"
 #include "tests/support/FakeHost.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>

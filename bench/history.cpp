@@ -4,13 +4,13 @@
 #include "base/AsioRuntime.h"
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
-#include "base/VirtualRuntime.h"
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 #include "tests/support/TemporaryTree.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>

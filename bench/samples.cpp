@@ -3,11 +3,11 @@
 
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
-#include "base/VirtualRuntime.h"
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <benchmark/benchmark.h>
 

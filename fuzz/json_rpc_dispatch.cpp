@@ -1,5 +1,5 @@
-#include "base/VirtualRuntime.h"
 #include "daemon/transport/JsonRpcDispatcher.h"
+#include "tests/support/VirtualRuntime.h"
 #include "tests/transport/FakeDaemon.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "base/Log.h"
 #include "base/LogWriter.h"
-#include "base/VirtualRuntime.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include "tests/support/TemporaryTree.h"
 

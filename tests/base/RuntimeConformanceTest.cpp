@@ -1,6 +1,6 @@
 #include "base/AsioRuntime.h"
 #include "base/Lifetime.h"
-#include "base/VirtualRuntime.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "base/VirtualRuntime.h"
 #include "platform/host/Limitations.h"
 #include "platform/linux/kernel/SystemBus.h"
 #include "tests/linux/Child.h"
 #include "tests/support/TemporaryTree.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>
 

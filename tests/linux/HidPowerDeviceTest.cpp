@@ -1,8 +1,8 @@
 #include "platform/linux/power/HidPowerDevice.h"
-#include "base/VirtualRuntime.h"
 #include "platform/linux/kernel/Descriptor.h"
 #include "platform/linux/power/HidPowerDevices.h"
 #include "tests/support/TemporaryTree.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>
 

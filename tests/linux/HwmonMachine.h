@@ -1,13 +1,13 @@
 #pragma once
 
 #include "base/SlowWork.h"
-#include "base/VirtualRuntime.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "platform/linux/sensors/HwmonSMCService.h"
 #include "platform/linux/sensors/HwmonSensorChannels.h"
 #include "platform/linux/sensors/HwmonSensorServices.h"
 #include "platform/linux/sensors/HwmonSensors.h"
 #include "tests/support/TemporaryTree.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>
 

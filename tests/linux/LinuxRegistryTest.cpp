@@ -1,9 +1,9 @@
 #include "platform/linux/disks/LinuxRegistry.h"
-#include "base/VirtualRuntime.h"
 #include "collectors/disks/DiskDiscovery.h"
 #include "platform/linux/disks/LinuxSMARTDevice.h"
 #include "tests/support/SMARTPageBuilder.h"
 #include "tests/support/TemporaryTree.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "base/VirtualRuntime.h"
 #include "platform/linux/power/SysfsPowerSources.h"
 #include "tests/support/HasMembers.h"
 #include "tests/support/TemporaryTree.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>
 

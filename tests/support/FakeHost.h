@@ -2,13 +2,13 @@
 
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
-#include "base/VirtualRuntime.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 #include "tests/support/FakeCapture.h"
 #include "tests/support/FakeDisks.h"
 #include "tests/support/FakeSensors.h"
 #include "tests/support/TemporaryTree.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <algorithm>
 #include <list>

@@ -1,6 +1,6 @@
 #include "daemon/transport/JsonRpcDispatcher.h"
-#include "base/VirtualRuntime.h"
 #include "daemon/transport/DaemonMethod.h"
+#include "tests/support/VirtualRuntime.h"
 #include "tests/transport/FakeDaemon.h"
 
 #include <rapidcheck/gtest.h>

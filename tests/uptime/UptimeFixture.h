@@ -1,11 +1,11 @@
 #pragma once
 
-#include "base/VirtualRuntime.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
 #include "daemon/UptimeKeeper.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>
 

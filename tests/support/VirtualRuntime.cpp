@@ -1,4 +1,4 @@
-#include "base/VirtualRuntime.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include "base/DeadlineTable.h"
 
