@@ -1,9 +1,5 @@
 #include "database/SQLiteConnection.h"
 
-#include <SQLiteCpp/Column.h>
-#include <SQLiteCpp/Database.h>
-#include <SQLiteCpp/Exception.h>
-#include <SQLiteCpp/Statement.h>
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -11,6 +7,8 @@
 #include <cctype>
 #include <exception>
 #include <functional>
+#include <memory>
+#include <string>
 #include <unordered_map>
 #include <utility>
 
@@ -60,65 +58,136 @@ ErrorCode errorCodeOf(SqlFailure failure)
     }
 }
 
-/// Resets a statement when its use ends: one that is left in the middle of its rows would pin the write-ahead log.
-class StatementUse {
-public:
-    explicit StatementUse(SQLite::Statement& statement) : statement_(statement) { }
-    ~StatementUse() { statement_.tryReset(); }
-    StatementUse(const StatementUse&) = delete;
-    StatementUse& operator=(const StatementUse&) = delete;
+/// What SQLite says of a call that failed. Never leaves this file.
+struct SqlError {
+    SqlError(sqlite3* database, int result) : code(result), text(sqlite3_errmsg(database)) { }
 
-    void step() { statement_.executeStep(); }
-    /// Texts are not copied: the arguments must live as long as this use.
+    int code;
+    std::string text;
+};
+
+struct CloseDatabase {
+    void operator()(sqlite3* database) const { sqlite3_close(database); }
+};
+using Database = std::unique_ptr<sqlite3, CloseDatabase>;
+
+Database openDatabase(const std::string& path, int flags, const SQLiteConnection::Options& options)
+{
+    sqlite3* opened = nullptr;
+    const char* vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
+    const int result = sqlite3_open_v2(path.c_str(), &opened, flags, vfs);
+    Database database(opened); // there is one even when it failed, which says why
+    if (result != SQLITE_OK) {
+        throw SqlError(opened, result);
+    }
+    sqlite3_busy_timeout(opened, options.busyTimeout);
+    return database;
+}
+
+/// A compiled statement.
+class Statement {
+public:
+    Statement(sqlite3* database, std::string_view sql) : database_(database)
+    {
+        sqlite3_stmt* compiled = nullptr;
+        const int result = sqlite3_prepare_v3(
+            database, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &compiled, nullptr);
+        statement_.reset(compiled);
+        if (result != SQLITE_OK) {
+            throw SqlError(database, result);
+        }
+    }
+
+    /// What SQLite answers: SQLITE_ROW, SQLITE_DONE, or what went wrong.
+    int tryStep() { return sqlite3_step(statement_.get()); }
+    /// Whether there is a row.
+    bool step()
+    {
+        const int result = tryStep();
+        if (result != SQLITE_ROW && result != SQLITE_DONE) {
+            throw SqlError(database_, result);
+        }
+        return result == SQLITE_ROW;
+    }
+    void reset() { sqlite3_reset(statement_.get()); }
+
+    /// Texts are not copied: the arguments must live until the statement is reset. Those that are missing are NULL.
     void bind(std::span<const SqlValue> args)
     {
-        const auto count = static_cast<std::size_t>(statement_.getBindParameterCount());
-        for (std::size_t index = 0; index < count; ++index) {
-            if (index < args.size()) {
-                bindOne(static_cast<int>(index) + 1, args[index]);
-            } else {
-                statement_.bind(static_cast<int>(index) + 1);
+        const int count = sqlite3_bind_parameter_count(statement_.get());
+        for (int index = 0; index < count; ++index) {
+            const auto place = static_cast<std::size_t>(index);
+            const int result =
+                place < args.size() ? bind(index + 1, args[place]) : sqlite3_bind_null(statement_.get(), index + 1);
+            if (result != SQLITE_OK) {
+                throw SqlError(database_, result);
             }
         }
     }
 
-private:
-    void bindOne(int position, const SqlValue& value)
+    int columnCount() const { return sqlite3_column_count(statement_.get()); }
+    /// Empty where the table had more columns when the statement was compiled.
+    std::string columnName(int index) const
     {
-        if (const auto* whole = std::get_if<std::int64_t>(&value)) {
-            statement_.bind(position, static_cast<int64_t>(*whole));
-        } else if (const auto* figure = std::get_if<double>(&value)) {
-            statement_.bind(position, *figure);
-        } else if (const auto* words = std::get_if<std::string>(&value)) {
-            statement_.bindNoCopy(position, *words);
-        } else {
-            statement_.bind(position);
+        const char* name = sqlite3_column_name(statement_.get(), index);
+        return name != nullptr ? name : "";
+    }
+    SqlValue column(int index) const
+    {
+        sqlite3_stmt* statement = statement_.get();
+        switch (sqlite3_column_type(statement, index)) {
+        case SQLITE_INTEGER:
+            return std::int64_t{sqlite3_column_int64(statement, index)};
+        case SQLITE_FLOAT:
+            return sqlite3_column_double(statement, index);
+        case SQLITE_NULL:
+            return {};
+        default: // in this order: the call for the bytes settles how many there are
+            const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement, index));
+            const int size = sqlite3_column_bytes(statement, index);
+            return bytes != nullptr ? std::string(bytes, static_cast<std::size_t>(size)) : std::string();
         }
     }
 
-    SQLite::Statement& statement_;
+private:
+    struct Finalise {
+        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    };
+
+    int bind(int position, const SqlValue& value)
+    {
+        sqlite3_stmt* statement = statement_.get();
+        if (const auto* whole = std::get_if<std::int64_t>(&value)) {
+            return sqlite3_bind_int64(statement, position, *whole);
+        }
+        if (const auto* figure = std::get_if<double>(&value)) {
+            return sqlite3_bind_double(statement, position, *figure);
+        }
+        if (const auto* words = std::get_if<std::string>(&value)) {
+            return sqlite3_bind_text(
+                statement, position, words->data(), static_cast<int>(words->size()), SQLITE_STATIC);
+        }
+        return sqlite3_bind_null(statement, position);
+    }
+
+    sqlite3* database_;
+    std::unique_ptr<sqlite3_stmt, Finalise> statement_;
 };
 
-SqlValue columnValue(const SQLite::Column& column)
-{
-    if (column.isInteger()) {
-        return std::int64_t{column.getInt64()};
+/// Resets a statement when its use ends: one that is left in the middle of its rows would pin the write-ahead log.
+class StatementUse {
+public:
+    StatementUse(Statement& statement, std::span<const SqlValue> args) : statement_(statement)
+    {
+        statement_.bind(args);
     }
-    if (column.isFloat()) {
-        return column.getDouble();
-    }
-    if (column.isNull()) {
-        return {};
-    }
-    return column.getString();
-}
+    ~StatementUse() { statement_.reset(); }
+    StatementUse(const StatementUse&) = delete;
+    StatementUse& operator=(const StatementUse&) = delete;
 
-/// A statement that was compiled when its table had more columns has no name for those that are gone.
-std::string nameOf(const SQLite::Statement& statement, int index)
-{
-    const char* name = statement.getColumnName(index);
-    return name != nullptr ? name : "";
-}
+private:
+    Statement& statement_;
+};
 
 /// Whether a statement changes what tables look like.
 bool changesTables(std::string_view sql)
@@ -139,12 +208,9 @@ struct TextHash {
 } // namespace
 
 struct SQLiteConnection::State {
-    State(const std::string& path, int flags, const Options& options)
-        : database(path, flags, options.busyTimeout, options.vfs)
-    {
-    }
+    State(const std::string& path, int flags, const Options& options) : database(openDatabase(path, flags, options)) { }
 
-    SQLite::Statement& statement(std::string_view sql)
+    Statement& statement(std::string_view sql)
     {
         if (std::exchange(changed, false)) {
             statements.clear(); // they still count the columns of before
@@ -156,25 +222,24 @@ struct SQLiteConnection::State {
         if (statements.size() >= keptStatements) {
             statements.clear();
         }
-        std::string text(sql);
-        SQLite::Statement compiled(database, text);
-        return statements.emplace(std::move(text), std::move(compiled)).first->second;
+        return statements.emplace(std::string(sql), Statement(database.get(), sql)).first->second;
     }
 
     /// Compiled anew, with the tables as they are now: another program may have changed them, which SQLite sees when a
     /// statement steps, and not before.
-    SQLite::Statement& freshStatement(std::string_view sql)
+    Statement& freshStatement(std::string_view sql)
     {
-        SQLite::Statement& look = statement("SELECT 1 FROM sqlite_master LIMIT 1");
-        StatementUse(look).step();
+        Statement& look = statement("SELECT 1 FROM sqlite_master LIMIT 1");
+        const StatementUse use(look, {});
+        look.step();
         if (const auto old = statements.find(sql); old != statements.end()) {
             statements.erase(old);
         }
         return statement(sql);
     }
 
-    SQLite::Database database;
-    std::unordered_map<std::string, SQLite::Statement, TextHash, std::equal_to<>> statements;
+    Database database;
+    std::unordered_map<std::string, Statement, TextHash, std::equal_to<>> statements;
     bool changed = false; ///< tables are others than when the statements were compiled
 };
 
@@ -206,8 +271,8 @@ Result<void> SQLiteConnection::attempt(Function function)
     try {
         function();
         return {};
-    } catch (const SQLite::Exception& error) {
-        return failed(error.getErrorCode(), error.what());
+    } catch (const SqlError& error) {
+        return failed(error.code, error.text);
     } catch (const std::exception& error) { // of a caller's block, too: no figure is worth the daemon
         return failed(SQLITE_ERROR, error.what());
     }
@@ -221,10 +286,10 @@ Result<void> SQLiteConnection::open(const std::filesystem::path& path, const Opt
         const int access = options.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
         state_ = std::make_unique<State>(path.string(), access | SQLITE_OPEN_NOMUTEX, options);
         int keepLog = options.readOnly ? 0 : 1;
-        sqlite3_file_control(state_->database.getHandle(), "main", SQLITE_FCNTL_PERSIST_WAL, &keepLog);
+        sqlite3_file_control(state_->database.get(), "main", SQLITE_FCNTL_PERSIST_WAL, &keepLog);
         return {};
-    } catch (const SQLite::Exception& error) {
-        return failed(error.getErrorCode(), error.what());
+    } catch (const SqlError& error) {
+        return failed(error.code, error.text);
     }
 }
 
@@ -240,31 +305,23 @@ void SQLiteConnection::close()
 
 bool SQLiteConnection::isOpen() const { return state_ != nullptr; }
 
-bool SQLiteConnection::isReadOnly() const
-{
-    return state_ && sqlite3_db_readonly(state_->database.getHandle(), "main") == 1;
-}
+bool SQLiteConnection::isReadOnly() const { return state_ && sqlite3_db_readonly(state_->database.get(), "main") == 1; }
 
 bool SQLiteConnection::hasMoved() const
 {
     int moved = 0;
-    return state_
-        && sqlite3_file_control(state_->database.getHandle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK
+    return state_ && sqlite3_file_control(state_->database.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK
         && moved != 0;
 }
 
-bool SQLiteConnection::inTransaction() const
-{
-    return state_ && sqlite3_get_autocommit(state_->database.getHandle()) == 0;
-}
+bool SQLiteConnection::inTransaction() const { return state_ && sqlite3_get_autocommit(state_->database.get()) == 0; }
 
 Result<void> SQLiteConnection::execute(std::string_view sql, std::span<const SqlValue> args)
 {
     return attempt([&] {
-        SQLite::Statement& statement = state_->statement(sql);
-        StatementUse use(statement);
-        use.bind(args);
-        while (statement.executeStep()) { }
+        Statement& statement = state_->statement(sql);
+        const StatementUse use(statement, args);
+        while (statement.step()) { }
         if (changesTables(sql)) {
             state_->changed = true;
         }
@@ -277,12 +334,11 @@ SQLiteConnection::ManyOutcome SQLiteConnection::executeMany(
     ManyOutcome outcome;
     std::size_t next = 0;
     const auto ranAll = attempt([&] {
-        SQLite::Statement& statement = state_->statement(sql);
-        sqlite3* handle = state_->database.getHandle();
+        Statement& statement = state_->statement(sql);
+        sqlite3* handle = state_->database.get();
         for (; next < statements; ++next) {
-            StatementUse use(statement);
-            use.bind(args.subspan(next * argsPerStatement, argsPerStatement));
-            const int code = statement.tryExecuteStep();
+            const StatementUse use(statement, args.subspan(next * argsPerStatement, argsPerStatement));
+            const int code = statement.tryStep();
             if (code == SQLITE_DONE || code == SQLITE_ROW) {
                 outcome.rows += static_cast<std::uint64_t>(sqlite3_changes(handle));
                 continue;
@@ -306,13 +362,12 @@ Result<std::vector<Dictionary>> SQLiteConnection::rows(std::string_view sql, std
 {
     std::vector<Dictionary> result;
     const auto done = attempt([&] {
-        SQLite::Statement& statement = state_->statement(sql);
-        StatementUse use(statement);
-        use.bind(args);
-        while (statement.executeStep()) {
+        Statement& statement = state_->statement(sql);
+        const StatementUse use(statement, args);
+        while (statement.step()) {
             Dictionary row = Dictionary::object();
-            for (int index = 0; index < statement.getColumnCount(); ++index) {
-                row[nameOf(statement, index)] = valueOf(columnValue(statement.getColumn(index)));
+            for (int index = 0; index < statement.columnCount(); ++index) {
+                row[statement.columnName(index)] = valueOf(statement.column(index));
             }
             result.push_back(std::move(row));
         }
@@ -326,13 +381,12 @@ Result<std::vector<Dictionary>> SQLiteConnection::rows(std::string_view sql, std
 Result<void> SQLiteConnection::forEachRow(std::string_view sql, std::span<const SqlValue> args, const RowBlock& block)
 {
     return attempt([&] {
-        SQLite::Statement& statement = state_->statement(sql);
-        StatementUse use(statement);
-        use.bind(args);
-        SqlValues row(static_cast<std::size_t>(statement.getColumnCount()));
-        while (statement.executeStep()) {
+        Statement& statement = state_->statement(sql);
+        const StatementUse use(statement, args);
+        SqlValues row(static_cast<std::size_t>(statement.columnCount()));
+        while (statement.step()) {
             for (std::size_t index = 0; index < row.size(); ++index) {
-                row[index] = columnValue(statement.getColumn(static_cast<int>(index)));
+                row[index] = statement.column(static_cast<int>(index));
             }
             block(row);
         }
@@ -343,9 +397,9 @@ Result<std::vector<std::string>> SQLiteConnection::columns(std::string_view sql)
 {
     std::vector<std::string> names;
     const auto done = attempt([&] {
-        SQLite::Statement& statement = state_->freshStatement(sql);
-        for (int index = 0; index < statement.getColumnCount(); ++index) {
-            names.push_back(nameOf(statement, index));
+        Statement& statement = state_->freshStatement(sql);
+        for (int index = 0; index < statement.columnCount(); ++index) {
+            names.push_back(statement.columnName(index));
         }
     });
     if (!done) {
