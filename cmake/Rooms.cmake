@@ -44,14 +44,15 @@ endfunction()
 
 # The sources of one folder as a few large ones: what they include is read once for all of them, which takes a fifth of the
 # time. Two sources of a folder then cannot have different things of one name, even in unnamed namespaces. glibc's
-# net/if.h and the kernel's linux/if.h say the same things, so who needs the former stays alone.
+# net/if.h and the kernel's linux/if.h say the same things, and so do libpcap and the kernel on BPF, so who needs the former
+# of each stays alone.
 function(meridal_together target)
   get_target_property(sources ${target} SOURCES)
   foreach(source IN LISTS sources)
     get_filename_component(folder ${source} DIRECTORY)
     file(RELATIVE_PATH folder ${CMAKE_SOURCE_DIR} ${folder})
     string(MAKE_C_IDENTIFIER "${folder}" folder)
-    file(STRINGS ${source} alone REGEX "#include <net/if.h>" LIMIT_COUNT 1)
+    file(STRINGS ${source} alone REGEX "#include <(net/if.h|pcap)" LIMIT_COUNT 1)
     if(alone)
       continue()
     endif()

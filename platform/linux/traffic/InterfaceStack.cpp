@@ -17,7 +17,7 @@ namespace meridal {
 
 namespace {
 
-constexpr std::size_t bufferSize = 32 << 10; // what the kernel fills at the most in one go
+constexpr std::size_t dumpSize = 32 << 10; // what the kernel fills at the most in one go
 
 double stackTime()
 {
@@ -93,7 +93,7 @@ void InterfaceStack::read()
     readAt_ = stackTime();
     links_.clear();
     own_.clear();
-    buffer_.resize(bufferSize);
+    buffer_.resize(dumpSize);
     if (!dump(RTM_GETLINK, AF_UNSPEC, &InterfaceStack::readLink)
         || !dump(RTM_GETADDR, AF_UNSPEC, &InterfaceStack::readAddress)) {
         socket_.reset(); // unread answers would be taken for the next ones
