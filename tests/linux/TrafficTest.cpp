@@ -171,10 +171,15 @@ TEST_F(TrafficTest, AFloodIsCountedOrShownAsDroppedAndTakesNoMoreThanAThirdOfACo
     await({&flooder});
     const double cpu = host->selfUsage->read().cpuSeconds.value_or(0) - cpuBefore;
     const double share = cpu / (runtime.monotonicTime() - began);
-    fold();
-    const CaptureStatistics statistics = packets.statistics();
-    const auto sum = static_cast<double>(statistics.frames + statistics.dropped);
-    EXPECT_NEAR(sum, 1'024'000, 1'024'000 * 0.02) << statistics.frames << " and " << statistics.dropped;
+    constexpr double sent = 1'024'000;
+    CaptureStatistics statistics;
+    double sum = 0;
+    for (int i = 0; i < 30 && sum < sent * 0.98; ++i) { // a full ring takes a busy machine more than a moment
+        fold();
+        statistics = packets.statistics();
+        sum = static_cast<double>(statistics.frames + statistics.dropped);
+    }
+    EXPECT_NEAR(sum, sent, sent * 0.02) << statistics.frames << " and " << statistics.dropped;
     EXPECT_LE(packets.pstorage().capacity(), PacketBuffer::step);
     EXPECT_LT(share, slowBuild ? 1.0 : 0.33);
     RecordProperty("cpuShare", std::to_string(share));
