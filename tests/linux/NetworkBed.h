@@ -331,7 +331,7 @@ protected:
     {
         for (const Worker* one : all) {
             bool isDone = false;
-            for (int i = 0; i < 15'000 && !isDone; ++i) { // five minutes: a flood lasts on a busy machine
+            for (int i = 0; i < 6'000 && !isDone; ++i) { // two minutes: a flood lasts on a busy machine
                 serveFor(0.02);
                 isDone = one->wait(0);
             }
