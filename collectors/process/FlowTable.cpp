@@ -34,6 +34,9 @@ TrafficShare shareOf(const DecodedFrame& frame)
     return share;
 }
 
+/// ICMP and tunnels: whoever caused them, the kernel speaks them. They are flows because of the interfaces they cross.
+bool isPortless(const SocketFlow& flow) { return flow.localPort == 0 && flow.foreignPort == 0; }
+
 PacketRecord recordOf(std::int32_t pid, const TrafficShare& share)
 {
     PacketRecord record;
@@ -86,8 +89,8 @@ void FlowTable::countOneEnd(const DecodedFrame& frame)
     const TrafficShare share = shareOf(frame);
     if (frame.isTagged) {
         counted_.add(recordOf(frame.pid, share));
-    } else if (!frame.isIP || frame.ports == FramePorts::None) {
-        counted_.kernel += share; // ICMP, ARP, tunnels: whoever caused them, the kernel speaks them
+    } else if (!frame.isIP || (frame.ports == FramePorts::None && !owners_)) {
+        counted_.kernel += share; // whoever caused it, the kernel speaks it
     } else if (!owners_) {
         counted_.unattributed += share;
     } else {
@@ -99,7 +102,7 @@ void FlowTable::countFlow(const DecodedFrame& frame, const TrafficShare& share)
 {
     std::uint16_t source = 0;
     std::uint16_t destination = 0;
-    if (!findPorts(frame, source, destination)) {
+    if (frame.ports != FramePorts::None && !findPorts(frame, source, destination)) {
         counted_.unattributed += share;
         return;
     }
@@ -115,7 +118,7 @@ void FlowTable::countFlow(const DecodedFrame& frame, const TrafficShare& share)
     if (!last_ || !(last_->first == key)) {
         const auto found = flows_.find(key);
         if (found == flows_.end() && flows_.size() >= mostFlows) {
-            counted_.unattributed += share;
+            (isPortless(key) ? counted_.kernel : counted_.unattributed) += share;
             return;
         }
         last_ = found == flows_.end() ? &*flows_.try_emplace(key).first : &*found;
@@ -194,7 +197,7 @@ bool FlowTable::settleFlow(const SocketFlow& key, Flow& flow, double now, Traffi
         into.add(recordOf(flow.owner.pid, flow.share));
         break;
     case Kernel:
-        if (now - flow.born < acceptance) {
+        if (!isPortless(key) && now - flow.born < acceptance) {
             return false;
         }
         into.kernel += flow.share;
@@ -218,9 +221,12 @@ bool FlowTable::settleFlow(const SocketFlow& key, Flow& flow, double now, Traffi
 void FlowTable::ask(const SocketFlow& key, Flow& flow, double now)
 {
     using enum SocketOwner::Kind;
-    const SocketOwner found = owners_->ownerOf(key);
+    SocketOwner found = owners_->ownerOf(key);
+    if (isPortless(key) && found.kind != Elsewhere && found.kind != Pending) {
+        found = {.kind = Kernel};
+    }
     const bool wasKnown = flow.owner.kind == Process;
-    const bool mayComeToSomebody = found.kind == Kernel || !found.isCertain;
+    const bool mayComeToSomebody = (found.kind == Kernel && !isPortless(key)) || !found.isCertain;
     if (found.kind == Pending || (mayComeToSomebody && now - flow.born < acceptance)) {
         if (!wasKnown || !flow.owner.isCertain) {
             flow.owner = found;

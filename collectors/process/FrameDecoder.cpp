@@ -197,6 +197,42 @@ void readTagged(std::uint16_t etherType, Reader reader, DecodedFrame& frame)
     readNetwork(etherType, reader, frame);
 }
 
+/// Whether a packet of this type begins so many bytes on, and has the length that the frame leaves it.
+enum class Fit : std::uint8_t { None, Possible, Exact };
+
+Fit fitOf(std::uint16_t etherType, Reader reader, std::size_t skipped)
+{
+    const bool isIPv6 = etherType == etherTypeIPv6;
+    const std::uint32_t header = isIPv6 ? 40 : 0; // is not in the length that IPv6 tells
+    reader.skip(skipped);
+    if (!reader.has(6) || reader.u8(0) >> 4 != (isIPv6 ? 6 : 4)) {
+        return Fit::None;
+    }
+    const std::uint32_t length = std::uint32_t{reader.u16(isIPv6 ? 4 : 2)} + header;
+    return length == reader.length() ? Fit::Exact : length < reader.length() ? Fit::Possible : Fit::None;
+}
+
+/// Cooked headers of Linux tell the type of the packet within all tags. Those that were not taken out on arrival, all but the
+/// outermost, stand between the two.
+void readBehindTags(std::uint16_t etherType, Reader reader, DecodedFrame& frame)
+{
+    constexpr std::size_t tag = 4;
+    if ((etherType == etherTypeIPv4 || etherType == etherTypeIPv6) && fitOf(etherType, reader, 0) != Fit::Exact) {
+        std::size_t tags = 0;
+        std::uint16_t next = 0;
+        do {
+            next = reader.has(tags + tag) ? reader.u16(tags + 2) : 0;
+            tags += tag;
+        } while (isVlanTag(next));
+        const Fit fit = next == etherType ? fitOf(etherType, reader, tags) : Fit::None;
+        if (fit == Fit::Exact || (fit == Fit::Possible && fitOf(etherType, reader, 0) == Fit::None)) {
+            frame.vlan = static_cast<std::uint16_t>(reader.u16(0) & 0x0FFF);
+            reader.skip(tags);
+        }
+    }
+    readTagged(etherType, reader, frame);
+}
+
 bool readEthernet(Reader reader, DecodedFrame& frame)
 {
     if (!reader.has(ethernetHeader)) {
@@ -237,7 +273,7 @@ bool readCooked(Reader reader, DecodedFrame& frame)
     const std::uint16_t etherType = reader.u16(14);
     reader.skip(header);
     readCookedLink(hardware, reader.length(), frame);
-    readTagged(etherType, reader, frame);
+    readBehindTags(etherType, reader, frame);
     return true;
 }
 
@@ -253,7 +289,7 @@ bool readCooked2(Reader reader, DecodedFrame& frame)
     const std::uint16_t hardware = reader.u16(8);
     reader.skip(header);
     readCookedLink(hardware, reader.length(), frame);
-    readTagged(etherType, reader, frame);
+    readBehindTags(etherType, reader, frame);
     return true;
 }
 

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 #include <linux/tcp.h>
+#include <net/if.h>
 #include <netinet/icmp6.h>
 #include <netinet/ip_icmp.h>
 #include <sys/mman.h>
@@ -456,6 +457,73 @@ TEST_F(AccountTest, TheSumsCloseAndAgreeWithTheCapture)
         EXPECT_NEAR(figure, captured.processForPid(worker->pid())->networkUpload(), figure * 0.01);
     }
 }
+
+struct Standing {
+    const char* what;
+    const char* made; ///< over the interface of an end
+    bool isTunnel;    ///< a packet goes within another one, of the kernel's
+};
+
+class StackTest : public AccountTest, public ::testing::WithParamInterface<Standing> { };
+
+/// A packet crosses each interface of a stack, and is tapped on each.
+TEST_P(StackTest, PacketsCountOnceAndTunnelsAreTheKernels)
+{
+    constexpr const char* peer = "10.98.0.2";
+    bed.runAtBothEnds(std::string(GetParam().made) + "; ip addr add 10.98.0.$N/24 dev c0; ip link set c0 up");
+    if (::if_nametoindex("c0") == 0) {
+        GTEST_SKIP() << "this kernel has no " << GetParam().what;
+    }
+    run([] {
+        while (!socketTo(SOCK_STREAM, peer, tcpSink)) {
+            ::poll(nullptr, 0, 10);
+        }
+    });
+    ProcessStatCollector captured(context);
+    PacketStatCollector packets(context, captured);
+    packets.startCaputure();
+    const bool isCounting = start().empty();
+    serveFor(0.1);
+    const std::set<std::string> interfaces = {"lo", "m0", GetParam().isTunnel ? "c0" : "m0"};
+    before = NetworkBed::carried(interfaces);
+    const Worker& uploader = run([] { tcpSend(peer, 4'000'000); });
+    const Worker& downloader = run([] { tcpReceive(peer, 3'000'000); });
+    const Worker& caller = run([] { udpSend(peer, 1000, 1200); });
+    serveFor(1.5); // also the owner of what seems to be a tunnel's is looked for
+    captured.update();
+    pass();
+    packets.process();
+    const auto now = NetworkBed::carried(interfaces);
+    const double carried = now.first - before.first + now.second - before.second;
+    const auto expectAccount = [&](const TrafficAccount& total, ProcessStatCollector& table) {
+        EXPECT_NEAR(table.processForPid(uploader.pid())->networkUpload(), 4e6, 4e5);
+        EXPECT_NEAR(table.processForPid(downloader.pid())->networkDownload(), 3e6, 3e5);
+        EXPECT_NEAR(table.processForPid(caller.pid())->networkUpload(), 1.2e6, 1.2e5);
+        EXPECT_NEAR(total.processes.linkBytes + total.kernel.linkBytes, carried, carried * 0.02);
+        EXPECT_NEAR(total.kernel.linkBytes, GetParam().isTunnel ? carried / 2 : 0, carried * 0.03);
+        EXPECT_LT(total.unattributed.linkBytes, carried * 0.01);
+    };
+    if (isCounting) {
+        const testing::ScopedTrace trace(__FILE__, __LINE__, "counted in the kernel");
+        expectAccount(counters.total(), processes);
+    }
+    if (packets.isCapturing() && packets.statistics().dropped == 0) {
+        const testing::ScopedTrace trace(__FILE__, __LINE__, "captured");
+        expectAccount(packets.total(), captured);
+    } else {
+        GTEST_SKIP() << "too busy a machine to capture";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(BpfTraffic, StackTest,
+    ::testing::Values(
+        Standing{"bridges", "ip addr flush dev $I; ip link add c0 type bridge; ip link set $I master c0", false},
+        Standing{"VLANs",
+            "ip link add link $I name s0 type vlan proto 802.1ad id 100; ip link set s0 up;"
+            " ip link add link s0 name c0 type vlan id 10",
+            false},
+        Standing{"VXLAN", "ip link add c0 type vxlan id 7 dstport 4789 local fd99::$N remote fd99::$O", true},
+        Standing{"GRE", "ip link add c0 type gretap local 10.99.0.$N remote 10.99.0.$O", true}));
 
 } // namespace
 } // namespace meridal::test

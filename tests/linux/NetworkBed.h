@@ -18,6 +18,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -212,8 +213,15 @@ public:
         static_cast<void>(!std::system(("exec 2>/dev/null; " + command).c_str()));
     }
 
-    /// Received and sent bytes of both interfaces, as they count them themselves.
-    static std::pair<double, double> carried()
+    /// Runs the same at both ends, with "$I" for the interface of an end, "$N" for its number and "$O" for the other one's.
+    void runAtBothEnds(const std::string& command) const
+    {
+        run("I=m0 N=1 O=2; " + command);
+        run("nsenter -t " + std::to_string(peer_->pid()) + " -n sh -c 'I=p0 N=2 O=1; " + command + "'");
+    }
+
+    /// Received and sent bytes of these interfaces, as they count them themselves.
+    static std::pair<double, double> carried(const std::set<std::string>& interfaces = {"m0", "lo"})
     {
         std::pair<double, double> sum;
         std::ifstream file("/proc/thread-self/net/dev");
@@ -223,7 +231,7 @@ public:
             std::string name;
             double received = 0;
             double sent = 0;
-            if (words >> name >> received && (name == "m0" || name == "lo")) {
+            if (words >> name >> received && interfaces.contains(name)) {
                 for (int i = 0; i < 8; ++i) { // seven others are in between
                     words >> sent;
                 }
@@ -315,8 +323,20 @@ protected:
     {
         Worker& one = worker(step);
         one.go();
-        EXPECT_TRUE(one.wait());
+        await({&one});
         return one;
+    }
+    /// Until every one of them has done a step. Serves what runs here meanwhile.
+    void await(const std::vector<const Worker*>& all)
+    {
+        for (const Worker* one : all) {
+            bool isDone = false;
+            for (int i = 0; i < 6'000 && !isDone; ++i) { // two minutes: a flood lasts on a busy machine
+                serveFor(0.02);
+                isDone = one->wait(0);
+            }
+            EXPECT_TRUE(isDone);
+        }
     }
     void serveFor(double seconds)
     {

@@ -30,15 +30,6 @@ protected:
         one.go();
         return one;
     }
-    /// Until every one of them has done a step.
-    void await(const std::vector<const Worker*>& all)
-    {
-        for (const Worker* one : all) {
-            for (int i = 0; i < 600 && !one->wait(0); ++i) {
-                serveFor(0.05);
-            }
-        }
-    }
     /// And what they sent is counted.
     void finish(const std::vector<const Worker*>& all)
     {
@@ -180,28 +171,46 @@ TEST_F(TrafficTest, AFloodIsCountedOrShownAsDroppedAndTakesNoMoreThanAThirdOfACo
     await({&flooder});
     const double cpu = host->selfUsage->read().cpuSeconds.value_or(0) - cpuBefore;
     const double share = cpu / (runtime.monotonicTime() - began);
-    fold();
-    const CaptureStatistics statistics = packets.statistics();
-    const auto sum = static_cast<double>(statistics.frames + statistics.dropped);
-    EXPECT_NEAR(sum, 1'024'000, 1'024'000 * 0.02) << statistics.frames << " and " << statistics.dropped;
+    constexpr double sent = 1'024'000;
+    CaptureStatistics statistics;
+    double sum = 0;
+    for (int i = 0; i < 30 && sum < sent * 0.98; ++i) { // a full ring takes a busy machine more than a moment
+        fold();
+        statistics = packets.statistics();
+        sum = static_cast<double>(statistics.frames + statistics.dropped);
+    }
+    EXPECT_NEAR(sum, sent, sent * 0.02) << statistics.frames << " and " << statistics.dropped;
     EXPECT_LE(packets.pstorage().capacity(), PacketBuffer::step);
     EXPECT_LT(share, slowBuild ? 1.0 : 0.33);
     RecordProperty("cpuShare", std::to_string(share));
     RecordProperty("dropped", std::to_string(statistics.dropped));
 }
 
-TEST_F(TrafficTest, TheKernelsCountersHaveAConnectionFromItsFirstByteToItsLast)
-{
-    NetworkStatisticsStatCollector statistics(context, processes);
-    statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
-    ASSERT_TRUE(statistics.start());
-    Descriptor connection;
-    const auto send = [&] {
+/// By the kernel's counters of connections.
+class CountersTest : public TrafficTest {
+protected:
+    void SetUp() override
+    {
+        TrafficTest::SetUp();
+        statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
+        ASSERT_TRUE(IsSkipped() || statistics.start());
+    }
+    /// In a worker: all by one connection.
+    void send(const char* address, std::uint64_t count)
+    {
         if (!connection) {
-            connection = socketTo(SOCK_STREAM, NetworkBed::peer4, tcpSink);
+            connection = socketTo(SOCK_STREAM, address, tcpSink);
         }
-        sendBytes(connection.get(), 2'000'000);
-    };
+        sendBytes(connection.get(), count);
+    }
+
+    NetworkStatisticsStatCollector statistics{context, processes};
+    Descriptor connection;
+};
+
+TEST_F(CountersTest, HaveAConnectionFromItsFirstByteToItsLast)
+{
+    const auto send = [this] { CountersTest::send(NetworkBed::peer4, 2'000'000); };
     const auto sendAndClose = [&] {
         send();
         connection = Descriptor();
@@ -227,20 +236,11 @@ TEST_F(TrafficTest, TheKernelsCountersHaveAConnectionFromItsFirstByteToItsLast)
     expectTraffic(sum, 6e6, "of one connection");
 }
 
-TEST_F(TrafficTest, TheKernelsCountersAgreeWithTheCapture)
+TEST_F(CountersTest, AgreeWithTheCapture)
 {
     startCapture();
-    NetworkStatisticsStatCollector statistics(context, processes);
-    statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
-    ASSERT_TRUE(statistics.start());
-    Descriptor connection;
-    const auto send = [&] {
-        if (!connection) {
-            connection = socketTo(SOCK_STREAM, NetworkBed::peer6, tcpSink);
-        }
-        sendBytes(connection.get(), 1'000'000);
-    };
-    Worker& uploader = workers.emplace_back(std::vector<std::function<void()>>(60, send));
+    Worker& uploader =
+        workers.emplace_back(std::vector<std::function<void()>>(60, [this] { send(NetworkBed::peer6, 1'000'000); }));
     const auto look = [&] {
         serveFor(0.1);
         processes.update();

@@ -171,7 +171,18 @@ TEST_F(FlowTableTest, TheLastFramesOfAClosedConnectionAreItsProcesss)
 TEST_F(FlowTableTest, FramesOfAnInterfaceThatCarriesAnotherCountNowhere)
 {
     send(5000, {Kind::Elsewhere});
+    DecodedFrame echo = sent(0);
+    echo.destinationPort = 0;
+    echo.ports = FramePorts::None;
+    owners.byPort[0] = {Kind::Elsewhere};
+    table.count(echo);
+    settle();
     EXPECT_EQ(bytes(batch.processes) + bytes(batch.kernel) + bytes(batch.unattributed), 0);
+    owners.byPort[0] = {Kind::None};
+    echo.interface = 2;
+    table.count(echo);
+    settle();
+    EXPECT_EQ(bytes(batch.kernel), 100) << "at once: no process is to be waited for";
 }
 
 TEST_F(FlowTableTest, OnTheLoopbackWhatArrivesCountsForBothEnds)

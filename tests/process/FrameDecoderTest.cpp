@@ -104,6 +104,29 @@ TEST(FrameDecoder, TagsAndExtensionHeadersAreStepsOnTheWay)
     EXPECT_EQ(decoded(LinkType::RawIP, endless).ports, FramePorts::None);
 }
 
+/// As Linux 6.1 shows an echo that came in with two tags, the outer one of which it took out.
+TEST(FrameDecoder, ATagMayStandBehindACookedHeaderThatTellsOfThePacketWithin)
+{
+    const Frame cooked = hex("0800 0000 00000005 0001 00 06 6653466f8b900000");
+    const Frame packet =
+        hex("45000069 f51d0000 400170b0 0a620002 0a620001 000063e5 0a870001 1299026b 00000000 e5240000");
+    for (const Frame& tags :
+        {Frame(), hex("000a0800"), hex("000a8100 000b0800"), hex("45000800")}) { // also like a header
+        const auto length = static_cast<unsigned>(cooked.size() + tags.size() + 105);
+        const DecodedFrame frame = decoded(LinkType::LinuxCooked2, joined({cooked, tags, packet}), length);
+        EXPECT_EQ(frame.bytes, 105U) << tags.size();
+        EXPECT_EQ(frame.protocol, 1);
+        EXPECT_EQ(frame.source[3], 2);
+        EXPECT_EQ(frame.linkBytes, 14 + tags.size() + 105);
+    }
+    const Frame packet6 = joined({ipv6(udp, 100), ports()});
+    for (const std::size_t padding : {0U, 6U}) {
+        EXPECT_EQ(
+            decoded(LinkType::LinuxCooked2, cooked2(ip6, 0, joined({hex("000a86dd"), packet6})), 164 + padding).bytes,
+            100U);
+    }
+}
+
 TEST(FrameDecoder, OnlyTheFirstFragmentHasPorts)
 {
     EXPECT_EQ(decoded(LinkType::RawIP, joined({ipv4(udp, 1500, 0x2000), ports()})).ports, FramePorts::FirstFragment);

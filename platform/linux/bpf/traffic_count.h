@@ -14,7 +14,7 @@ struct {
     __type(value, struct BpfTraffic);
 } traffic SEC(".maps");
 
-/* Who is behind an entry of `traffic`: made before that, taken out by the daemon when it sees that for the first time. */
+/* Who is behind an entry of `traffic`: made right after it by whoever made that, taken out by the daemon when it has seen both. */
 struct {
     __uint(type, BPF_MAP_TYPE_HASH);
     __uint(max_entries, 16384);
@@ -80,13 +80,14 @@ static __always_inline void add_traffic(
     struct BpfTraffic* sums = bpf_map_lookup_elem(&traffic, &who);
     if (!sums) {
         const struct BpfTraffic fresh = {};
-        bpf_map_update_elem(&people, &who, owner, BPF_ANY);
-        bpf_map_update_elem(&traffic, &who, &fresh, BPF_NOEXIST);
+        /* Of several processors that meet a new process at once, one makes the entry, and says whose it is. */
+        if (bpf_map_update_elem(&traffic, &who, &fresh, BPF_NOEXIST) == 0) {
+            bpf_map_update_elem(&people, &who, owner, BPF_ANY);
+        }
         sums = bpf_map_lookup_elem(&traffic, &who);
     }
     if (!sums) {
         const __u64 nobody = who & BPF_TRAFFIC_ELSEWHERE;
-        bpf_map_delete_elem(&people, &who);
         sums = bpf_map_lookup_elem(&traffic, &nobody);
         if (!sums) {
             return;

@@ -54,11 +54,18 @@ BpfTraffic BpfTrafficMap::sumOf(std::size_t place) const
     return sum;
 }
 
-BpfTrafficOwner BpfTrafficMap::takeOwner(std::uint64_t key) const
+/// Absent for an entry of this very moment, whose owner is not noted yet. Once only: where the kernel had no memory to note it,
+/// nobody is waited for.
+std::optional<BpfTrafficOwner> BpfTrafficMap::takeOwner(std::uint64_t key)
 {
     BpfTrafficOwner owner{};
-    takeFromBpfMap(people_, key, &owner);
-    return owner;
+    const bool isThere = takeFromBpfMap(people_, key, &owner);
+    const bool isProcess = (key & BPF_TRAFFIC_PID_MASK) != 0;
+    if (isThere || !isProcess || !unowned_.insert(key).second) {
+        unowned_.erase(key);
+        return owner;
+    }
+    return std::nullopt;
 }
 
 void BpfTrafficMap::note(std::uint64_t key, const BpfTraffic& sums, TrafficReading& into)
@@ -74,7 +81,11 @@ void BpfTrafficMap::note(std::uint64_t key, const BpfTraffic& sums, TrafficReadi
         return;
     }
     if (!ledger_.knows(key)) {
-        ledger_.introduce(key, takeOwner(key));
+        const auto owner = takeOwner(key);
+        if (!owner) {
+            return; // the sums stand; they are told at the next reading
+        }
+        ledger_.introduce(key, *owner);
     }
     ledger_.note(key, sums, into.counts);
 }

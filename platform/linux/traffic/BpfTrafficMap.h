@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <unordered_set>
 #include <vector>
 
 namespace meridal {
@@ -25,7 +27,7 @@ public:
 private:
     BpfTraffic sumOf(std::size_t place) const;
     void note(std::uint64_t key, const BpfTraffic& sums, TrafficReading& into);
-    BpfTrafficOwner takeOwner(std::uint64_t key) const;
+    std::optional<BpfTrafficOwner> takeOwner(std::uint64_t key);
     void drop(std::uint64_t key, TrafficReading& into);
 
     int map_;
@@ -34,6 +36,7 @@ private:
     std::vector<std::uint64_t> keys_;
     std::vector<BpfTraffic> values_; ///< one per key and processor
     TrafficLedger ledger_{room};
+    std::unordered_set<std::uint64_t> unowned_; ///< seen once without their owner
 };
 
 } // namespace meridal

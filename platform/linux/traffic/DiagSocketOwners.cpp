@@ -30,7 +30,7 @@ SocketOwner DiagSocketOwners::ownerOf(const SocketFlow& flow)
     ++questions_;
     const auto socket = diag_.find(flow);
     if (!socket) {
-        return {.kind = stack_.isForwarded(flow) || isTunnel(flow) ? Kernel : None};
+        return {.kind = stack_.isForwarded(flow) ? Kernel : ownerOfTunnel(flow)};
     }
     if (socket->inode == 0) {
         // An open one may still be accepted by somebody; a closed one was somebody's, who is not known any more.
@@ -50,16 +50,27 @@ SocketOwner DiagSocketOwners::ownerOf(const SocketFlow& flow)
 
 /// Tunnels over UDP send from ports that no socket has, so that routers spread the load, to the one that they listen on
 /// themselves.
-bool DiagSocketOwners::isTunnel(const SocketFlow& flow)
+SocketOwner::Kind DiagSocketOwners::ownerOfTunnel(const SocketFlow& flow)
 {
+    using enum SocketOwner::Kind;
     if (flow.protocol != IPPROTO_UDP) {
-        return false;
+        return None;
     }
     SocketFlow answer = flow;
     std::swap(answer.localPort, answer.foreignPort);
     const auto listening = diag_.find(answer);
-    return listening && listening->flow.localPort == flow.foreignPort
-        && inodes_.find(listening->inode).state == SocketInodes::State::Absent;
+    if (!listening || listening->flow.localPort != flow.foreignPort) {
+        return None;
+    }
+    switch (inodes_.find(listening->inode).state) {
+    case SocketInodes::State::Found:
+        break; // somebody's, who happens to listen on the port that this is sent to
+    case SocketInodes::State::Wanted:
+        return Pending;
+    case SocketInodes::State::Absent:
+        return Kernel;
+    }
+    return None;
 }
 
 bool DiagSocketOwners::search() { return inodes_.search(); }

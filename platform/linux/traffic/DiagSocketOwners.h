@@ -23,7 +23,7 @@ public:
     static constexpr int mostQuestions = 1000;
 
 private:
-    bool isTunnel(const SocketFlow& flow);
+    SocketOwner::Kind ownerOfTunnel(const SocketFlow& flow);
 
     SocketDiag diag_;
     SocketInodes inodes_;
