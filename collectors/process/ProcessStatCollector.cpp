@@ -138,6 +138,9 @@ void ProcessStatCollector::noteGroupsRead()
 bool ProcessStatCollector::hasRecentFigures(std::uint32_t updateMask) const
 {
     const double now = context().runtime.monotonicTime();
+    if (failedAt_ && now - *failedAt_ < recently) {
+        return true;
+    }
     bool recent = sequence_ > 0;
     forEachGroup(fieldsFor(updateMask),
         [&](std::size_t group) { recent = recent && readAt_.at(group) > 0 && now - readAt_.at(group) < recently; });
@@ -149,8 +152,10 @@ bool ProcessStatCollector::fetchProcesses()
 {
     const auto records = context().host.processes->readProcesses(pass_.wanted);
     if (records.empty()) {
+        failedAt_ = pass_.monotonicTime;
         return false;
     }
+    failedAt_.reset();
     invalidateProcesses();
     std::size_t cursor = 0;
     for (const ProcessRecord& record : records) {

@@ -65,7 +65,7 @@ public:
     double tbfrequency() const { return shared_.tbfrequency; }   ///< units of CPU time per second
     /// As the host tells it; 0 when it does not.
     double timebaseFrequency() const;
-    /// Whether what these lists show was read in the last few seconds.
+    /// Whether what these lists show was read in the last few seconds, or the table could not be read then.
     bool hasRecentFigures(std::uint32_t updateMask) const;
 
     // The table, in order of first sight
@@ -201,6 +201,7 @@ private:
     ProcessPass pass_;
     double lastScores_ = 0;          ///< monotonic s of the latest pass that keeps scores
     std::array<double, 4> readAt_{}; ///< monotonic s of the latest pass with each group of figures; 0 = never
+    std::optional<double> failedAt_; ///< monotonic s of the latest pass, if it could not read the table
     bool knowsDiskRates_ = false;    ///< of anybody: there were two readings
     bool knowsScores_ = false;       ///< likewise, since wake-ups are read
     std::unordered_map<std::int32_t, Item> byPid_;

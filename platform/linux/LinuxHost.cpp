@@ -107,7 +107,9 @@ void noteLimitations(const std::filesystem::path& root, Limitations& limitations
         limitations.set("smart", "asking disks for their health needs root");
     }
     if (!folder.exists("run/systemd/system")) {
-        limitations.set("responsible-pid", "this system is not run by systemd, whose units tell what belongs together");
+        limitations.set("responsible-pid",
+            "this system is not run by systemd: only containers and parents tell what belongs together, no units of "
+            "services and applications");
     }
     if (!folder.exists("dev/dri")) {
         limitations.set("frame-rate", "no display device under /dev/dri");

@@ -105,5 +105,53 @@ TEST(AsioRuntime, ASlowQueueThatHangsHoldsUpNeitherOthersNorTheEnd)
     hang->over.get_future().wait();
 }
 
+TEST(AsioRuntime, FiresThatABusyQueueMissesAreOne)
+{
+    AsioRuntime runtime;
+    const auto queue = runtime.makeSerialQueue("busy");
+    std::promise<void> release;
+    queue->post([&] { release.get_future().wait(); });
+    int fires = 0;
+    const auto late = runtime.startTimer(*queue, {.first = 0.001, .interval = 0.001}, [&] { ++fires; });
+    int turns = 0;
+    const auto other = runtime.startTimer(runtime.mainQueue(), {.first = 0.001, .interval = 0.001}, [&] {
+        if (++turns == 20) {
+            queue->post([&] {
+                EXPECT_EQ(fires, 1);
+                runtime.stop();
+            });
+            release.set_value();
+        }
+    });
+    runtime.run();
+}
+
+TEST(AsioRuntime, QueuesThatAreNeverEmptyLeaveThePoolToOthers)
+{
+    std::atomic<bool> over = false;
+    std::function<void(Queue&)> again = [&](Queue& queue) {
+        if (!over) {
+            queue.post([&] { again(queue); });
+        }
+    };
+    AsioRuntime runtime;
+    std::vector<std::shared_ptr<Queue>> greedy;
+    for (int i = 0; i < 8; ++i) { // more than the pool has threads
+        greedy.push_back(runtime.makeSerialQueue("greedy"));
+        again(*greedy.back());
+    }
+    const auto end = [&] {
+        over = true;
+        runtime.stop();
+    };
+    runtime.after(10, [&] {
+        ADD_FAILURE() << "its turn never came";
+        end();
+    });
+    const auto modest = runtime.makeSerialQueue("modest");
+    modest->post(end);
+    runtime.run();
+}
+
 } // namespace
 } // namespace meridal

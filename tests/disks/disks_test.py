@@ -5,6 +5,8 @@
 
 Nothing here sleeps: every wait is for an event with a generous deadline.
 """
+import contextlib
+import functools
 import os
 import shutil
 import struct
@@ -182,6 +184,31 @@ NVME = ("P: /devices/pci0000:00/0000:01:00.0/nvme/nvme0\nN: nvme0\nE: DEVNAME=/d
         "P: /devices/pci0000:00/0000:01:00.0/nvme/nvme0/nvme0n1\nE: SUBSYSTEM=block\nE: DEVTYPE=disk\nA: size=100\\n\n")
 
 
+class FrozenChild(Exception):
+    """umockdev's library takes a lock in each open() and stat(). A child that is made while another thread of the daemon holds it
+    finds it taken, by nobody, for ever: its disk seems to hang. The real open() takes none."""
+
+
+def again_when_frozen(test):
+    @functools.wraps(test)
+    def tried(self):
+        for _ in range(5):
+            try:
+                return test(self)
+            except FrozenChild:
+                self.doCleanups()
+                self.tearDown()
+                self.setUp()
+        return test(self)
+    return tried
+
+
+def is_frozen(child):
+    """Children have one thread and no business with a futex."""
+    with open(f"/proc/{child}/wchan") as place:
+        return place.read().startswith("futex")
+
+
 @unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev in this process")
 class DisksTest(unittest.TestCase):
     start = daemon_test.DaemonTest.start
@@ -216,8 +243,15 @@ class DisksTest(unittest.TestCase):
         return self.plug(scsi_disk(f"pci0000:00/ata{minor}/host{minor}", name, minor, **noted), "/dev/" + name, AtaDisk(serial, **how))
 
     def list_disks(self, client):
-        return {disk["bsd"]: disk for disk in client.call("disks.list", {"attributes": True})["disks"]}
+        disks = {disk["bsd"]: disk for disk in client.call("disks.list", {"attributes": True})["disks"]}
+        threads = f"/proc/{self.daemons[0].process.pid}/task"
+        for thread in os.listdir(threads):
+            with contextlib.suppress(OSError), open(f"{threads}/{thread}/children") as children:  # it may end meanwhile
+                if any(map(is_frozen, children.read().split())):
+                    raise FrozenChild
+        return disks
 
+    @again_when_frozen
     def test_disks_of_every_kind_are_found_and_read(self):
         ata = self.plug_ata()
         nvme = self.plug(NVME, "/dev/nvme0", NvmeDisk())
@@ -249,6 +283,7 @@ class DisksTest(unittest.TestCase):
         self.assertIn("WDC WD40EFRX", shown)
         self.assertIn("41 °C", shown)
 
+    @again_when_frozen
     def test_bridges_that_hide_or_count_wrongly(self):
         self.plug_ata(residual=512)
         hidden = self.plug_ata("sdc", 32, "WX3")
@@ -271,6 +306,7 @@ class DisksTest(unittest.TestCase):
         client.call("startSMARTStatus")
         self.assertEqual(self.list_disks(client)["sdc"]["temperature"], 34)
 
+    @again_when_frozen
     def test_a_hanging_disk_holds_up_neither_others_nor_the_end(self):
         hanging = self.plug_ata()
         hanging.hangs = True
@@ -293,6 +329,7 @@ class DisksTest(unittest.TestCase):
         self.assertEqual(self.daemons[0].stop(), 0)
         self.assertLess(time.monotonic() - before, 10)  # the disk would hang for minutes
 
+    @again_when_frozen
     def test_disks_come_and_go(self):
         client = self.client()
         client.call("startSMARTStatus")

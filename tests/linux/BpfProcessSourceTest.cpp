@@ -211,6 +211,7 @@ TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
     const auto told = std::make_shared<std::vector<BpfProcess>>();
     for (const std::int32_t pid : {42, 43, 50, 51, 60, 61}) {
         told->push_back(process(pid));
+        told->back().cgroups = 7;
         told->back().cgroup = pid < 50 ? folder.st_ino : pid < 60 ? folder.st_ino + 1 : top.st_ino;
     }
     BpfProcessSource source(std::make_unique<ToldReader>(told), tree.root(), std::make_shared<Limitations>());
@@ -227,6 +228,13 @@ TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
     (*told)[0].cgroup = folder.st_ino + 2; // moved, with a file to tell it
     tree.write("proc/42/cgroup", "0::/system.slice/b.service\n");
     EXPECT_EQ(units().front(), 2U);
+    // 60's group of the unified hierarchy stays as it is. Its file is looked at when its groups are others.
+    tree.write("proc/60/cgroup", "1:name=systemd:/system.slice/b.service\n0::/\n");
+    for (int pass = 0; pass < 200; ++pass) {
+        ASSERT_EQ(units()[4], 1U);
+    }
+    (*told)[4].cgroups = 8;
+    EXPECT_EQ(units()[4], 2U);
 }
 
 struct Choice : testing::Test {

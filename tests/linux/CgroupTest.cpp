@@ -1,6 +1,7 @@
 #include "platform/linux/processes/CgroupPath.h"
 #include "platform/linux/processes/CgroupUnits.h"
 #include "platform/linux/processes/ContainerNames.h"
+#include "tests/linux/HwmonMachine.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
@@ -136,11 +137,20 @@ TEST(CgroupUnits, NamesAreFoundLateAndWhatNobodyIsInIsForgotten)
     tree.link("proc/11/exe", "/home/ann/public/tool");
     tree.write("proc/11/cmdline", std::string("/home/ann/public/tool\0-v\0", 25));
     ProcFolder processes(tree.root() / "proc");
-    CgroupUnits units(tree.root());
+    auto work = std::make_unique<test::HandWork>(std::make_shared<test::HandWork::Script>());
+    test::HandWork& files = *work;
+    CgroupUnits units(tree.root(), std::move(work));
     const ProcessUnit container = units.read(processes, 7, 0)->unit;
+    const auto nameAfterAPass = [&] {
+        files.wait([] { return false; }, 0);
+        units.beginPass();
+        return units.name(container);
+    };
     EXPECT_EQ(units.name(container), shortId);
+    EXPECT_EQ(nameAfterAPass(), shortId);
     tree.write(with("var/lib/docker/containers/ID/config.v2.json"), R"({"Name":"/late"})");
-    EXPECT_EQ(units.name(container), "late");
+    EXPECT_EQ(units.name(container), shortId) << "nobody waits for files";
+    EXPECT_EQ(nameAfterAPass(), "late");
 
     const ProcessUnit firefox = units.read(processes, 8, 0)->unit;
     EXPECT_EQ(units.bundleLocation(processes, 8, firefox), "firefox.desktop");

@@ -1,6 +1,7 @@
 #include "platform/linux/sensors/HwmonSMCService.h"
 
 #include "platform/linux/machine/LinuxMachineInfo.h"
+#include "platform/linux/sensors/SMCKeyTable.h"
 #include "tests/linux/HwmonMachine.h"
 
 #include <gtest/gtest.h>
@@ -188,6 +189,22 @@ TEST(HwmonSMCService, ADamagedTableKeepsWhatIsLegible)
     machine.start();
     EXPECT_EQ(machine.keys().size(), 8U);
     EXPECT_TRUE(machine.limitations->all().contains("sensor-keys"));
+}
+
+TEST(HwmonSMCService, KeysOfARealSMCAreGivenToNoOtherChannel)
+{
+    for (const auto kind : {SensorChannelKind::Temperature, SensorChannelKind::Fan}) {
+        SMCKeyTable before{std::filesystem::path()};
+        const std::string key = before.keyFor(kind, "chip/channel", {});
+        SMCKeyTable table{std::filesystem::path()};
+        for (SMCKeyTable* each : {&before, &table}) {
+            each->reserve(key);
+            const std::string other = each->keyFor(kind, "chip/channel", {});
+            EXPECT_NE(other, key);
+            EXPECT_EQ(other.size(), 4U);
+            EXPECT_EQ(each->keyFor(kind, "chip/channel", {}), other);
+        }
+    }
 }
 
 TEST(HwmonSMCService, FollowsChipsThatComeAndGo)

@@ -45,6 +45,9 @@ TEST_F(TrafficLedgerTest, TellsWhatMovedAndOfWhom)
     EXPECT_TRUE(counts.empty()) << "what stood still is not there";
     note(key, 1360, 500);
     EXPECT_EQ(counts.at(0).bytesReceived, 60U) << "bytes that come before their packet are not lost";
+    note(key, 40, 0);
+    EXPECT_EQ(counts.at(0).bytesReceived, 40U) << "taken out behind our back, and new since";
+    EXPECT_EQ(counts.at(0).bytesSent, 0U);
     ledger.forget(key);
     note(key, 100, 0);
     EXPECT_EQ(counts.at(0).bytesReceived, 100U) << "a new entry begins at 0";

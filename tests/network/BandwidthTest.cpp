@@ -179,6 +179,18 @@ TEST_F(BandwidthTest, AnInterfaceThatGoesLeavesWhatItCarriedToTheEnd)
     EXPECT_EQ(collector().bandwidthItems().count("en5"), 0U) << "nothing is kept of what went and is stored";
 }
 
+TEST_F(BandwidthTest, CountersOfAReplugThatAreAlreadyAheadCountNothingTwice)
+{
+    begin("en0");
+    carry("en0", megabyte, 0);
+    InterfaceRecord& record = machine.network().interface("en0");
+    record.index += 100;
+    record.bytesSent += 5 * megabyte;
+    carry("en0", 2 * megabyte, 0);
+    passBoundary();
+    EXPECT_EQ(sum("upload"), 1e6) << "where the new life of the counters began is unknown";
+}
+
 TEST_F(BandwidthTest, ContainersThatCarryNothingLeaveNoName)
 {
     startDaemon();
@@ -236,6 +248,19 @@ TEST_F(BandwidthTest, AClockThatIsSetNeitherLosesNorInvents)
     for (const Dictionary& row : samples()) {
         EXPECT_LE(row["end"].get<double>() - row["start"].get<double>(), 601) << row;
     }
+}
+
+TEST_F(BandwidthTest, AClockSetBackWithinAPeriodPartsItsRow)
+{
+    begin("en0");
+    runtime().advance(300);
+    carry("en0", megabyte, 0);
+    const double before = now();
+    runtime().stepWallClock(-200);
+    carry("en0", 2 * megabyte, 0);
+    passBoundary();
+    EXPECT_THAT(column("upload"), ElementsAre(1e6, 2e6));
+    EXPECT_EQ(samples()[0]["end"], before);
 }
 
 TEST_F(BandwidthTest, AFullDiskAtTheBoundaryLosesNothing)

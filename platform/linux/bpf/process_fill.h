@@ -246,7 +246,12 @@ static __always_inline void fill_record(struct BpfProcess* record, struct task_s
     record->unused = 0;
     record->start = task->start_boottime;
     bpf_core_read(record->name, sizeof record->name, &task->comm);
-    record->cgroup = bpf_core_field_exists(task->cgroups) ? task->cgroups->dfl_cgrp->kn->id : 0;
+    record->cgroup = record->cgroups = 0;
+    if (bpf_core_field_exists(task->cgroups)) {
+        const struct css_set* cgroups = task->cgroups;
+        record->cgroup = cgroups->dfl_cgrp->kn->id;
+        record->cgroups = (__u64)cgroups;
+    }
     fill_counters(record, task, group);
     record->filePages = record->anonymousPages = record->swappedPages = record->sharedPages = 0;
     if (!pass->wantsMemory || task->flags & PF_KTHREAD) { /* which may borrow a process's memory for a while */

@@ -96,7 +96,7 @@ std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wan
     std::swap(kept_, previous_);
     kept_.clear();
     rows_.clear();
-    cgroups_.clear();
+    places_.clear();
     longNames_ = 0;
     ++pass_;
     auto known = previous_.cbegin();
@@ -106,9 +106,9 @@ std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wan
         }
         const bool seen = known != previous_.cend() && known->pid == process->pid;
         addRow(*process, seen ? &*known : nullptr, wanted);
-        cgroups_.push_back(process->cgroup);
+        places_.push_back({.unified = process->cgroup, .all = process->cgroups});
     }
-    units_.fill(rows_, cgroups_);
+    units_.fill(rows_, places_);
     forgetEndedThreads();
     if (hidden_) {
         addHidden(wanted);

@@ -104,7 +104,7 @@ private:
     std::vector<ProcessRecord> rows_;
     std::vector<Kept> kept_;
     std::vector<Kept> previous_;
-    std::vector<std::uint64_t> cgroups_; ///< by row, before the hidden ones join in
+    std::vector<ProcessUnits::Place> places_; ///< by row, before the hidden ones join in
     ProcessUnits units_;
     std::map<std::int32_t, ThreadName> threadNames_; ///< by pid
     std::size_t longNames_ = 0;                      ///< in the latest pass

@@ -1,14 +1,51 @@
 #include "platform/linux/processes/CgroupUnits.h"
 
 #include "base/Text.h"
+#include "base/ThreadedSlowWork.h"
 #include "platform/linux/processes/ContainerNames.h"
 #include "platform/linux/processes/ProcFigures.h"
 
 #include <bit>
+#include <mutex>
 #include <sys/stat.h>
 #include <utility>
+#include <vector>
 
 namespace meridal {
+
+struct CgroupUnits::FoundNames {
+    std::mutex mutex;
+    std::vector<std::pair<std::uint32_t, std::optional<std::string>>>
+        names; ///< by number of the unit; absent: no file has it
+};
+
+CgroupUnits::CgroupUnits(const std::filesystem::path& root, std::unique_ptr<SlowWork> work)
+    : root_(root)
+    , work_(work ? std::move(work) : std::make_unique<ThreadedSlowWork>(1))
+    , found_(std::make_shared<FoundNames>())
+{
+}
+
+void CgroupUnits::beginPass()
+{
+    lookups_ = 0;
+    decltype(found_->names) names;
+    {
+        const std::lock_guard lock(found_->mutex);
+        names.swap(found_->names);
+    }
+    for (auto& [number, name] : names) {
+        const auto unit = units_.find(number);
+        if (unit == units_.end()) {
+            continue;
+        }
+        unit->second.isLookedFor = false;
+        if (name) {
+            unit->second.what.name = validUtf8(*name);
+            unit->second.what.container.clear();
+        }
+    }
+}
 
 std::optional<CgroupUnits::Reading> CgroupUnits::read(ProcFolder& processes, std::int32_t pid, std::uint64_t cgroup)
 {
@@ -66,15 +103,22 @@ std::string CgroupUnits::name(const ProcessUnit& unit)
     Known& known = found->second;
     constexpr std::uint32_t mostLookups = 64; // that were asked for; ever fewer of them are made
     constexpr int mostAPass = 8;              // files of runtimes may be large, and many may be new at once
-    if (!known.what.container.empty() && lookups_ < mostAPass && known.nameLookups < mostLookups
+    if (!known.what.container.empty() && !known.isLookedFor && lookups_ < mostAPass && known.nameLookups < mostLookups
         && std::has_single_bit(++known.nameLookups)) {
-        ++lookups_;
-        if (const auto better = containerName(root_, known.what.container)) {
-            known.what.name = validUtf8(*better);
-            known.what.container.clear();
-        }
+        lookForName(known);
     }
     return known.what.name;
+}
+
+void CgroupUnits::lookForName(Known& known)
+{
+    ++lookups_;
+    known.isLookedFor = true;
+    work_->post([root = root_, container = known.what.container, number = known.unit.number, found = found_] {
+        auto name = containerName(root, container);
+        const std::lock_guard lock(found->mutex);
+        found->names.emplace_back(number, std::move(name));
+    });
 }
 
 std::optional<std::string> CgroupUnits::bundleLocation(ProcFolder& processes, std::int32_t pid, const ProcessUnit& unit)

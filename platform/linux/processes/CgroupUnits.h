@@ -1,11 +1,13 @@
 #pragma once
 
+#include "base/SlowWork.h"
 #include "platform/linux/kernel/ProcFolder.h"
 #include "platform/linux/kernel/RootFolder.h"
 #include "platform/linux/processes/CgroupPath.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -16,8 +18,9 @@ namespace meridal {
 /// The units that processes are in, numbered, and what is known of each. May serve several readers of processes.
 class CgroupUnits {
 public:
-    /// `root` is the folder that holds sys, and the files in which runtimes keep names.
-    explicit CgroupUnits(const std::filesystem::path& root) : root_(root) { }
+    /// `root` is the folder that holds sys, and the files in which runtimes keep names. `work`: where those are read, which
+    /// may be large or on a disk that hangs; a thread of its own when null.
+    explicit CgroupUnits(const std::filesystem::path& root, std::unique_ptr<SlowWork> work = nullptr);
 
     struct Reading {
         ProcessUnit unit = {};
@@ -30,15 +33,15 @@ public:
     /// The unit of who is in a control group of the unified hierarchy, as far as that has been read.
     std::optional<ProcessUnit> ofCgroup(std::uint64_t cgroup) const;
 
-    /// What people call a unit; empty where the name of its first process is as good. Looks for the name of a container
-    /// in files, and again some more times when they do not have it yet.
+    /// What people call a unit; empty where the name of its first process is as good. The name of a container is looked for
+    /// in files, for a later pass to give, and again some more times when they do not have it yet.
     std::string name(const ProcessUnit& unit);
     /// The .desktop file of an application ("firefox.desktop"), else the path of the program.
     std::optional<std::string> bundleLocation(ProcFolder& processes, std::int32_t pid, const ProcessUnit& unit);
 
     std::size_t size() const { return units_.size() + byCgroup_.size(); }
-    /// To be called before a pass: what names cost is bounded by pass.
-    void beginPass() { lookups_ = 0; }
+    /// To be called before a pass: takes up names that were found, and what looking for others costs is bounded by pass.
+    void beginPass();
     /// How often some were forgotten: numbers that were kept elsewhere may be nobody's since.
     std::uint64_t generation() const { return generation_; }
     /// Forgets all others. They get other numbers if they are met again.
@@ -49,8 +52,11 @@ private:
         ProcessUnit unit = {};
         CgroupUnit what;
         std::uint32_t nameLookups = 0;
+        bool isLookedFor = false;                    ///< right now
         std::optional<std::string> desktopFile = {}; ///< empty: it has none; absent: not looked for
     };
+    struct FoundNames; ///< shared with lookups, which may never come back
+    void lookForName(Known& known);
     ProcessUnit unitFor(CgroupUnit&& what);
     bool isFolder(std::uint64_t cgroup, std::string_view path) const;
     const std::string& desktopFile(Known& known) const;
@@ -58,7 +64,9 @@ private:
     RootFolder root_;
     std::uint32_t lastNumber_ = 0;
     std::uint64_t generation_ = 0;
-    int lookups_ = 0;                                        ///< of names, in this pass
+    int lookups_ = 0; ///< of names, in this pass
+    std::unique_ptr<SlowWork> work_;
+    std::shared_ptr<FoundNames> found_;
     std::unordered_map<std::string, std::uint32_t> numbers_; ///< by key
     std::unordered_map<std::uint32_t, Known> units_;
     std::unordered_map<std::uint64_t, ProcessUnit> byCgroup_;

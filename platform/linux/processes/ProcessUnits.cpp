@@ -15,6 +15,8 @@ constexpr std::uint8_t settled = 8;       // readings
 constexpr std::uint64_t longestGap = 128; // passes; plus up to as many by pid, so that not all are read at once
 constexpr std::uint64_t young = 10;       // s
 constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
+/// Of who would be seen moving: an address that stands for control groups may be given out again.
+constexpr std::uint64_t longestGapOfKnown = 4096;
 constexpr std::size_t usualUnits = 4096;
 constexpr std::size_t few = 64; // processes
 
@@ -28,7 +30,7 @@ ProcessUnits::ProcessUnits(ProcFolder& folder, std::shared_ptr<CgroupUnits> unit
 {
 }
 
-void ProcessUnits::fill(std::span<ProcessRecord> rows, std::span<const std::uint64_t> cgroups)
+void ProcessUnits::fill(std::span<ProcessRecord> rows, std::span<const Place> places)
 {
     ++pass_;
     units_->beginPass();
@@ -44,18 +46,18 @@ void ProcessUnits::fill(std::span<ProcessRecord> rows, std::span<const std::uint
     auto known = previous_.cbegin();
     for (std::size_t i = 0; i < rows.size(); ++i) {
         ProcessRecord& row = rows[i];
-        const std::uint64_t cgroup = i < cgroups.size() ? cgroups[i] : 0;
+        const Place place = i < places.size() ? places[i] : Place{};
         while (known != previous_.cend() && known->pid < row.pid) {
             ++known;
         }
         const bool same = known != previous_.cend() && known->pid == row.pid && known->start == row.startIdentity;
         members_.push_back(same ? *known : Member{.pid = row.pid, .start = row.startIdentity});
         Member& member = members_.back();
-        if (!same || member.cgroup != cgroup || pass_ >= member.next) {
+        if (!same || member.place != place || pass_ >= member.next) {
             // What ran long before the first pass has been moved long ago.
             const bool isOld = pass_ == 1 && row.startIdentity + young * ticksPerSecond_ < newest;
             member.readings = isOld ? settled : member.readings;
-            member.cgroup = cgroup;
+            member.place = place;
             look(member);
         }
         row.unit = member.unit;
@@ -68,18 +70,19 @@ void ProcessUnits::fill(std::span<ProcessRecord> rows, std::span<const std::uint
 
 void ProcessUnits::look(Member& member)
 {
-    if (const auto known = member.cgroup != 0 ? units_->ofCgroup(member.cgroup) : std::nullopt) {
+    if (const auto known = member.place.unified != 0 ? units_->ofCgroup(member.place.unified) : std::nullopt) {
         member.unit = *known;
         member.next = never;
         return;
     }
-    const auto reading = units_->read(*folder_, member.pid, member.cgroup);
+    const auto reading = units_->read(*folder_, member.pid, member.place.unified);
     if (reading) {
         member.unit = reading->unit;
     }
-    const std::uint64_t gap = member.readings < settled
+    const std::uint64_t longest = reading && member.place.all != 0 ? longestGapOfKnown : longestGap;
+    const std::uint64_t gap = member.readings < settled && longest == longestGap
         ? std::uint64_t(1) << member.readings++
-        : longestGap + static_cast<std::uint32_t>(member.pid) % longestGap;
+        : longest + static_cast<std::uint32_t>(member.pid) % longest;
     member.next = reading && reading->ofCgroup ? never : pass_ + gap;
 }
 
