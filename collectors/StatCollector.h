@@ -299,10 +299,28 @@ private:
     bool addSampleToItems(const Dictionary& sample, StorageIndex index);
     void pushClockToItems(const sampleindexconfig& record, StorageIndex index);
 
+    /// The file of all coarser storages but the long-term one, and the file of that one. Each is read, and its clocks run,
+    /// whatever becomes of the other.
+    enum class HistoryFile : int { Short, LongTerm };
+    static constexpr std::array bothHistoryFiles = {HistoryFile::Short, HistoryFile::LongTerm};
+    /// Whether the clocks of a file's storages run. They wait until what it holds has been read: started without it, they
+    /// would give identifiers out twice.
+    enum class HistoryPhase { NotStarted, Loading, Running };
+    struct HistoryState {
+        HistoryPhase phase = HistoryPhase::NotStarted;
+        double nextRead = 0; ///< monotonic s
+        bool toldUnreadable = false;
+    };
+    HistoryState& stateOf(HistoryFile which) { return historyStates_[static_cast<std::size_t>(which)]; }
+
     // Clocks of the coarser storages
     bool recordsHistory() const { return sampleIndex_.size() > 1; }
-    void startHistory();
-    void adoptHistory(const StoredHistory& stored);
+    void startHistory(HistoryFile which);
+    void adoptHistory(HistoryFile which, const StoredHistory& stored);
+    template <typename Function>
+    void forEachStorage(HistoryFile which, Function function);
+    template <typename Function>
+    void forEachRunningStorage(Function function);
     void continueClock(const StoredStorage& previous, StorageIndex index);
     void adoptRows(const StoredStorage& previous, StorageIndex index);
     void loadHistoryOfNewItems();
@@ -310,7 +328,7 @@ private:
     void followWallClock(sampleindexconfig& record, StorageIndex index, double now);
     bool believesWallClock(double now, double steady);
     bool isClockSynchronised() const;
-    std::pair<StorageIndex, double> nextToFinish() const;
+    std::pair<StorageIndex, double> nextToFinish();
     void startPeriod(sampleindexconfig& record, StorageIndex index, double now);
     void skipOldPeriods(sampleindexconfig& record, StorageIndex index, double now);
     void finishPeriod(StorageIndex index);
@@ -322,7 +340,7 @@ private:
     std::shared_ptr<HistoryDatabaseItem> databaseForIndex(StorageIndex index) const;
     void nameTables();
     std::vector<TableSchema> historyTables(StorageIndex index);
-    void declareTables();
+    void declareTables(HistoryFile which);
     HistoryReadPlan readPlan();
     const HistoryStatements& statementsForIndex(StorageIndex index);
     static void addPruning(HistoryStatements& statements, const std::string& table, const std::string& itemTable);
@@ -332,10 +350,6 @@ private:
     void recordName(HistoryDatabaseItem& file, const Dictionary& itemSample, StorageIndex index);
     std::vector<Dictionary> query(StorageIndex index, const std::string& sql, const SqlValues& args);
     void addItemRows(const std::vector<Dictionary>& rows, StorageIndex index);
-
-    /// Whether the clocks of the coarser storages run. They wait until stored history has been read: started without it,
-    /// they would give identifiers out twice.
-    enum class HistoryPhase { NotStarted, Loading, Running };
 
     Context& context_;
     std::string description_;
@@ -372,10 +386,8 @@ private:
     bool measuring_ = false; ///< a threaded measurement is in progress
     bool cleanedUp_ = false;
 
-    HistoryPhase historyPhase_ = HistoryPhase::NotStarted;
-    bool toldUnreadable_ = false;
+    std::array<HistoryState, 2> historyStates_;
     double nextHistoryTime_ = 0;                          ///< when the next period ends, s since 1970
-    double nextHistoryRead_ = 0;                          ///< monotonic s
     double nextFlush_ = 0;                                ///< monotonic s
     std::array<double, storageCount> measuredUntil_ = {}; ///< latest item sample that is not empty, s since 1970
     /// Where the next period after the recorded ones ends, while the wall clock stands behind them, s since 1970; else 0.

@@ -110,11 +110,12 @@ bool StatCollector::prepareDatabase()
 
 bool StatCollector::migrateDatabase() { return false; }
 
-void StatCollector::declareTables()
+void StatCollector::declareTables(HistoryFile which)
 {
     for (std::size_t place = 1; place < sampleIndex_.size(); ++place) {
         const auto index = static_cast<StorageIndex>(place);
-        if (const auto file = databaseForIndex(index)) {
+        const auto file = databaseForIndex(index);
+        if (file && (index == StorageIndex::LongTerm) == (which == HistoryFile::LongTerm)) {
             for (TableSchema& schema : historyTables(index)) {
                 file->declareTable(std::move(schema));
             }
