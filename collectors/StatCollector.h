@@ -8,7 +8,6 @@
 #include "collectors/StatCollectorBase.h"
 #include "collectors/StatCollectorDelegate.h"
 #include "collectors/WallClockGuard.h"
-#include "database/SeriesNames.h"
 #include "database/SqlValue.h"
 #include "database/TableSchema.h"
 
@@ -141,8 +140,6 @@ public:
     bool checkIfLongTermTablesExist(StorageIndex index, SQLiteConnection& database, bool result);
     /// Queues a sample for its table, and its items' for theirs. Without a database it goes nowhere.
     virtual void insertSampleIntoTableAtIndex(const Dictionary& sample, StorageIndex index);
-    /// What people call an item, for those who look into the files. None by default.
-    virtual SeriesName nameForItem(const StatCollectorItem& item) const;
     /// Writes what is queued for both files.
     virtual void runDatabaseQueue();
     /// Queues the removal of rows older than the newest 603 samples with a measurement, and of empty ones older than the
@@ -284,6 +281,8 @@ protected:
     Items& mutableItems() { return items_; }
     /// Tells the delegates that items came or went.
     void tellChildrenChanged();
+    /// The file of a storage, which is opened; null without one.
+    std::shared_ptr<HistoryDatabaseItem> databaseForIndex(StorageIndex index) const;
     /// A storage to write to, or null.
     SampleStorage* storage(StorageIndex index) { return sampleIndex_.find(index); }
 
@@ -337,7 +336,6 @@ private:
     bool itemsMeasured(const sampleindexconfig& record) const;
 
     // Files
-    std::shared_ptr<HistoryDatabaseItem> databaseForIndex(StorageIndex index) const;
     void nameTables();
     std::vector<TableSchema> historyTables(StorageIndex index);
     void declareTables(HistoryFile which);
@@ -347,7 +345,6 @@ private:
     void thinLongTerm(double now);
     void insertRow(
         HistoryDatabaseItem& file, const InsertPlan& plan, const Dictionary& sample, std::string_view complaint);
-    void recordName(HistoryDatabaseItem& file, const Dictionary& itemSample, StorageIndex index);
     std::vector<Dictionary> query(StorageIndex index, const std::string& sql, const SqlValues& args);
     void addItemRows(const std::vector<Dictionary>& rows, StorageIndex index);
 
@@ -395,7 +392,6 @@ private:
     std::array<std::string, storageCount> dbTables_;
     std::array<std::string, storageCount> dbTablesItems_;
     std::array<std::unique_ptr<HistoryStatements>, storageCount> statements_;
-    std::set<std::string> namedKeys_; ///< items whose names are in the file
     std::array<KeptPeriods, storageCount> kept_;
     std::shared_ptr<LongTermThinning> thinning_; ///< touched on the file's queue only
     WallClockGuard wallClock_;

@@ -6,6 +6,7 @@
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
+#include "database/SeriesNames.h"
 #include "platform/Context.h"
 
 #include <fmt/format.h>
@@ -120,8 +121,7 @@ void StatCollector::declareTables(HistoryFile which)
                 file->declareTable(std::move(schema));
             }
             if (const auto table = itemTableAtIndex(index)) {
-                file->declareTable(seriesNamesTable());
-                file->declareView(namedView(*table));
+                declareSeriesNames(*file, {*table});
             }
         }
     }
@@ -198,25 +198,7 @@ void StatCollector::insertSampleIntoTableAtIndex(const Dictionary& sample, Stora
     for (const Value& itemSample : *items) {
         if (!isEmptySample(itemSample)) {
             insertRow(*file, statements.insertItem, itemSample, "missing item key");
-            recordName(*file, itemSample, index);
         }
-    }
-}
-
-SeriesName StatCollector::nameForItem(const StatCollectorItem&) const { return {}; }
-
-/// With an item's first row, and again with every row of a coarse storage: labels change, and files are started afresh.
-void StatCollector::recordName(HistoryDatabaseItem& file, const Dictionary& itemSample, StorageIndex index)
-{
-    const auto key = text(itemSample, "uuid");
-    const bool isTurn = index == StorageIndex::Week || index == StorageIndex::LongTerm;
-    if (!key || !(namedKeys_.insert(*key).second || isTurn)) {
-        return;
-    }
-    const auto item = itemWithKey(*key);
-    const SeriesName name = item ? nameForItem(*item) : SeriesName();
-    if (!name.name.empty()) {
-        file.addItem(seriesNameStatement(*key, name));
     }
 }
 
