@@ -625,7 +625,9 @@ TEST_F(HistoryChainTest, EachFileRecordsWhateverBecomesOfTheOther)
         stop(false); // no statement was refused
         for (const StorageIndex index : files) {
             const std::string from = " FROM " + tableOf(index, "itemidhistory");
-            EXPECT_EQ(single(index, "SELECT max(sample) - min(sample) + 1 - count(*)" + from), 0);
+            if (index == StorageIndex::LongTerm) { // whose empty periods are not pruned
+                EXPECT_EQ(single(index, "SELECT max(sample) + 1 - count(*)" + from), 0) << "none is missing";
+            }
             EXPECT_NEAR(single(index, "SELECT max(sample)" + from) - before[index],
                 1700.0 / static_cast<double>(storageConstants[position(index)].interval), 2);
         }
