@@ -3,21 +3,25 @@
 #include "base/Runtime.h"
 #include "base/Value.h"
 #include "database/HistoryDatabaseItem.h"
+#include "database/SeriesNames.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <utility>
 
 namespace meridal {
 
 namespace {
 
-constexpr const char* keep = "insert or replace into %@ (collector, uuid, name, unit, step) values (?, ?, ?, ?, ?)";
+/// Seconds after which a row is written again: the file may have been started afresh.
+constexpr double renewal = 1000;
 
 bool isSame(const HistorySeries& first, const HistorySeries& second)
 {
-    return first.name == second.name && first.unit == second.unit && first.step == second.step;
+    return first.name == second.name && first.origin == second.origin && first.unit == second.unit
+        && first.step == second.step;
 }
 
 /// The newest rows; older ones beyond the most are dropped. Absent when the file cannot be read.
@@ -37,24 +41,17 @@ std::optional<std::vector<HistorySeries>> read(SQLiteConnection& database, const
             .name = text(row, "name").value_or(""),
             .unit = text(row, "unit").value_or(""),
             .values = {},
-            .step = number(row, "step").value_or(0)});
+            .step = number(row, "step").value_or(0),
+            .origin = text(row, "origin").value_or("")});
     }
     return all;
 }
 
 } // namespace
 
-RecordedSeries::RecordedSeries(Queue& mainQueue, std::string collector, std::vector<std::string> values)
-    : mainQueue_(mainQueue), collector_(std::move(collector)), values_(std::move(values))
+RecordedSeries::RecordedSeries(Runtime& runtime, std::string collector, std::vector<std::string> values)
+    : runtime_(runtime), collector_(std::move(collector)), values_(std::move(values))
 {
-}
-
-const TableSchema& RecordedSeries::table()
-{
-    static const TableSchema table{.table = "recorded_series",
-        .create = "create table %@ (collector varchar(32), uuid varchar(100), name varchar, unit varchar(16), "
-                  "step double, primary key (collector, uuid))"};
-    return table;
 }
 
 void RecordedSeries::load(HistoryDatabaseItem& file)
@@ -62,7 +59,7 @@ void RecordedSeries::load(HistoryDatabaseItem& file)
     if (std::exchange(isLoaded_, true)) {
         return;
     }
-    file.declareTable(table());
+    file.declareTable(recordedSeriesTable());
     auto adopt = lifetime_.guard([this](std::optional<std::vector<HistorySeries>> stored) {
         isLoaded_ = stored.has_value(); // else it is tried again
         for (HistorySeries& series : stored ? *stored : std::vector<HistorySeries>()) {
@@ -71,23 +68,36 @@ void RecordedSeries::load(HistoryDatabaseItem& file)
             known_.emplace(key, std::move(series)); // what this run has noted is newer
         }
     });
-    file.queryDatabaseAsync([collector = collector_, adopt, &mainQueue = mainQueue_](SQLiteConnection& database) {
-        mainQueue.post([adopt, stored = read(database, collector)]() mutable { adopt(std::move(stored)); });
-    });
+    file.queryDatabaseAsync(
+        [collector = collector_, adopt, &mainQueue = runtime_.mainQueue()](SQLiteConnection& database) {
+            mainQueue.post([adopt, stored = read(database, collector)]() mutable { adopt(std::move(stored)); });
+        });
 }
 
-void RecordedSeries::note(HistoryDatabaseItem& file, const HistorySeries& series)
+void RecordedSeries::note(const Files& files, const HistorySeries& series)
 {
-    load(file);
-    const auto entry = known_.find(series.key);
-    if (entry != known_.end() && isSame(entry->second, series) && noted_.contains(series.key)) {
+    if (files.empty() || !files.front()) {
         return;
     }
-    noted_.insert(series.key);
+    load(*files.front());
+    const auto entry = known_.find(series.key);
+    double& renewAt = renewAt_[series.key];
+    const double now = runtime_.monotonicTime();
+    if (entry != known_.end() && isSame(entry->second, series) && now < renewAt) {
+        return;
+    }
+    renewAt = now + renewal;
     known_.insert_or_assign(series.key, series);
-    file.addItem({.table = table().table,
-        .format = keep,
-        .args = {collector_, series.key, series.name, series.unit, series.step}});
+    for (const auto& file : files) {
+        if (file) {
+            file->addItem(seriesNameStatement(series.key,
+                {.collector = collector_,
+                    .name = series.name,
+                    .origin = series.origin,
+                    .unit = series.unit,
+                    .step = series.step}));
+        }
+    }
 }
 
 void RecordedSeries::addAbsent(std::vector<HistorySeries>& series) const

@@ -5,42 +5,43 @@
 
 #include <cstddef>
 #include <map>
-#include <set>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace meridal {
 
 class HistoryDatabaseItem;
-class Queue;
-struct TableSchema;
+class Runtime;
 
-/// Which series of a collector have been recorded, kept in its history file: what a chip or a disk told stays listed and
-/// can be read while it is away, also after a restart. Main queue only.
+/// Which series of a collector have been recorded, kept in the table `recorded_series` of its history files: what a chip or
+/// a disk told stays listed and can be read while it is away, also after a restart, and people find its name beside its
+/// figures. Main queue only.
 class RecordedSeries {
 public:
     /// The name in the catalogue and the figures of each sample.
-    RecordedSeries(Queue& mainQueue, std::string collector, std::vector<std::string> values);
+    RecordedSeries(Runtime& runtime, std::string collector, std::vector<std::string> values);
 
-    static const TableSchema& table();
     /// The first of the figures.
     const std::string& value() const { return values_.front(); }
 
     /// Reads what earlier runs kept; takes effect later. Once that has worked, further calls do nothing.
     void load(HistoryDatabaseItem& file);
-    /// Keeps that a series has samples. Cheap when nothing of it is new.
-    void note(HistoryDatabaseItem& file, const HistorySeries& series);
+    using Files = std::vector<std::shared_ptr<HistoryDatabaseItem>>;
+    /// Keeps that a series has samples, in each of the files that are not null; the first one is what load() reads, and
+    /// nothing is kept without it. Cheap when nothing of it is new.
+    void note(const Files& files, const HistorySeries& series);
     /// Adds the known ones that are not among these.
     void addAbsent(std::vector<HistorySeries>& series) const;
 
     static constexpr std::size_t most = 4096; ///< the newest are kept
 
 private:
-    Queue& mainQueue_;
+    Runtime& runtime_;
     std::string collector_;
     std::vector<std::string> values_;
     std::map<std::string, HistorySeries> known_; ///< by key
-    std::set<std::string> noted_;                ///< keys whose rows are of this run
+    std::map<std::string, double> renewAt_;      ///< by key: monotonic s; what has none is of an earlier run
     bool isLoaded_ = false;
     Lifetime lifetime_;
 };

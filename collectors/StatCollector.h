@@ -8,7 +8,6 @@
 #include "collectors/StatCollectorBase.h"
 #include "collectors/StatCollectorDelegate.h"
 #include "collectors/WallClockGuard.h"
-#include "database/SeriesNames.h"
 #include "database/SqlValue.h"
 #include "database/TableSchema.h"
 
@@ -141,8 +140,6 @@ public:
     bool checkIfLongTermTablesExist(StorageIndex index, SQLiteConnection& database, bool result);
     /// Queues a sample for its table, and its items' for theirs. Without a database it goes nowhere.
     virtual void insertSampleIntoTableAtIndex(const Dictionary& sample, StorageIndex index);
-    /// What people call an item, for those who look into the files. None by default.
-    virtual SeriesName nameForItem(const StatCollectorItem& item) const;
     /// Writes what is queued for both files.
     virtual void runDatabaseQueue();
     /// Queues the removal of rows older than the newest 603 samples with a measurement, and of empty ones older than the
@@ -284,6 +281,8 @@ protected:
     Items& mutableItems() { return items_; }
     /// Tells the delegates that items came or went.
     void tellChildrenChanged();
+    /// The file of a storage, which is opened; null without one.
+    std::shared_ptr<HistoryDatabaseItem> databaseForIndex(StorageIndex index) const;
     /// A storage to write to, or null.
     SampleStorage* storage(StorageIndex index) { return sampleIndex_.find(index); }
 
@@ -299,10 +298,28 @@ private:
     bool addSampleToItems(const Dictionary& sample, StorageIndex index);
     void pushClockToItems(const sampleindexconfig& record, StorageIndex index);
 
+    /// The file of all coarser storages but the long-term one, and the file of that one. Each is read, and its clocks run,
+    /// whatever becomes of the other.
+    enum class HistoryFile : int { Short, LongTerm };
+    static constexpr std::array bothHistoryFiles = {HistoryFile::Short, HistoryFile::LongTerm};
+    /// Whether the clocks of a file's storages run. They wait until what it holds has been read: started without it, they
+    /// would give identifiers out twice.
+    enum class HistoryPhase { NotStarted, Loading, Running };
+    struct HistoryState {
+        HistoryPhase phase = HistoryPhase::NotStarted;
+        double nextRead = 0; ///< monotonic s
+        bool toldUnreadable = false;
+    };
+    HistoryState& stateOf(HistoryFile which) { return historyStates_[static_cast<std::size_t>(which)]; }
+
     // Clocks of the coarser storages
     bool recordsHistory() const { return sampleIndex_.size() > 1; }
-    void startHistory();
-    void adoptHistory(const StoredHistory& stored);
+    void startHistory(HistoryFile which);
+    void adoptHistory(HistoryFile which, const StoredHistory& stored);
+    template <typename Function>
+    void forEachStorage(HistoryFile which, Function function);
+    template <typename Function>
+    void forEachRunningStorage(Function function);
     void continueClock(const StoredStorage& previous, StorageIndex index);
     void adoptRows(const StoredStorage& previous, StorageIndex index);
     void loadHistoryOfNewItems();
@@ -310,7 +327,7 @@ private:
     void followWallClock(sampleindexconfig& record, StorageIndex index, double now);
     bool believesWallClock(double now, double steady);
     bool isClockSynchronised() const;
-    std::pair<StorageIndex, double> nextToFinish() const;
+    std::pair<StorageIndex, double> nextToFinish();
     void startPeriod(sampleindexconfig& record, StorageIndex index, double now);
     void skipOldPeriods(sampleindexconfig& record, StorageIndex index, double now);
     void finishPeriod(StorageIndex index);
@@ -319,23 +336,17 @@ private:
     bool itemsMeasured(const sampleindexconfig& record) const;
 
     // Files
-    std::shared_ptr<HistoryDatabaseItem> databaseForIndex(StorageIndex index) const;
     void nameTables();
     std::vector<TableSchema> historyTables(StorageIndex index);
-    void declareTables();
+    void declareTables(HistoryFile which);
     HistoryReadPlan readPlan();
     const HistoryStatements& statementsForIndex(StorageIndex index);
     static void addPruning(HistoryStatements& statements, const std::string& table, const std::string& itemTable);
     void thinLongTerm(double now);
     void insertRow(
         HistoryDatabaseItem& file, const InsertPlan& plan, const Dictionary& sample, std::string_view complaint);
-    void recordName(HistoryDatabaseItem& file, const Dictionary& itemSample, StorageIndex index);
     std::vector<Dictionary> query(StorageIndex index, const std::string& sql, const SqlValues& args);
     void addItemRows(const std::vector<Dictionary>& rows, StorageIndex index);
-
-    /// Whether the clocks of the coarser storages run. They wait until stored history has been read: started without it,
-    /// they would give identifiers out twice.
-    enum class HistoryPhase { NotStarted, Loading, Running };
 
     Context& context_;
     std::string description_;
@@ -372,10 +383,8 @@ private:
     bool measuring_ = false; ///< a threaded measurement is in progress
     bool cleanedUp_ = false;
 
-    HistoryPhase historyPhase_ = HistoryPhase::NotStarted;
-    bool toldUnreadable_ = false;
+    std::array<HistoryState, 2> historyStates_;
     double nextHistoryTime_ = 0;                          ///< when the next period ends, s since 1970
-    double nextHistoryRead_ = 0;                          ///< monotonic s
     double nextFlush_ = 0;                                ///< monotonic s
     std::array<double, storageCount> measuredUntil_ = {}; ///< latest item sample that is not empty, s since 1970
     /// Where the next period after the recorded ones ends, while the wall clock stands behind them, s since 1970; else 0.
@@ -383,7 +392,6 @@ private:
     std::array<std::string, storageCount> dbTables_;
     std::array<std::string, storageCount> dbTablesItems_;
     std::array<std::unique_ptr<HistoryStatements>, storageCount> statements_;
-    std::set<std::string> namedKeys_; ///< items whose names are in the file
     std::array<KeptPeriods, storageCount> kept_;
     std::shared_ptr<LongTermThinning> thinning_; ///< touched on the file's queue only
     WallClockGuard wallClock_;

@@ -6,6 +6,7 @@
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
+#include "database/SeriesNames.h"
 #include "platform/Context.h"
 
 #include <fmt/format.h>
@@ -110,17 +111,17 @@ bool StatCollector::prepareDatabase()
 
 bool StatCollector::migrateDatabase() { return false; }
 
-void StatCollector::declareTables()
+void StatCollector::declareTables(HistoryFile which)
 {
     for (std::size_t place = 1; place < sampleIndex_.size(); ++place) {
         const auto index = static_cast<StorageIndex>(place);
-        if (const auto file = databaseForIndex(index)) {
+        const auto file = databaseForIndex(index);
+        if (file && (index == StorageIndex::LongTerm) == (which == HistoryFile::LongTerm)) {
             for (TableSchema& schema : historyTables(index)) {
                 file->declareTable(std::move(schema));
             }
             if (const auto table = itemTableAtIndex(index)) {
-                file->declareTable(seriesNamesTable());
-                file->declareView(namedView(*table));
+                declareSeriesNames(*file, {*table});
             }
         }
     }
@@ -197,25 +198,7 @@ void StatCollector::insertSampleIntoTableAtIndex(const Dictionary& sample, Stora
     for (const Value& itemSample : *items) {
         if (!isEmptySample(itemSample)) {
             insertRow(*file, statements.insertItem, itemSample, "missing item key");
-            recordName(*file, itemSample, index);
         }
-    }
-}
-
-SeriesName StatCollector::nameForItem(const StatCollectorItem&) const { return {}; }
-
-/// With an item's first row, and again with every row of a coarse storage: labels change, and files are started afresh.
-void StatCollector::recordName(HistoryDatabaseItem& file, const Dictionary& itemSample, StorageIndex index)
-{
-    const auto key = text(itemSample, "uuid");
-    const bool isTurn = index == StorageIndex::Week || index == StorageIndex::LongTerm;
-    if (!key || !(namedKeys_.insert(*key).second || isTurn)) {
-        return;
-    }
-    const auto item = itemWithKey(*key);
-    const SeriesName name = item ? nameForItem(*item) : SeriesName();
-    if (!name.name.empty()) {
-        file.addItem(seriesNameStatement(*key, name));
     }
 }
 

@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace meridal {
@@ -30,15 +31,29 @@ constexpr double readAgain = 30;
 
 constexpr double hourInterval = static_cast<double>(storageConstants[position(StorageIndex::Hour)].interval);
 
+} // namespace
+
 template <typename Function>
-void forEachHistoryIndex(std::size_t storages, Function function)
+void StatCollector::forEachStorage(HistoryFile which, Function function)
 {
-    for (std::size_t index = position(StorageIndex::Hour); index < storages; ++index) {
+    const std::size_t longTerm = position(StorageIndex::LongTerm);
+    const std::size_t begin = which == HistoryFile::Short ? position(StorageIndex::Hour) : longTerm;
+    const std::size_t end = which == HistoryFile::Short ? longTerm : storageCount;
+    for (std::size_t index = begin; index < std::min(end, sampleIndex_.size()); ++index) {
         function(static_cast<StorageIndex>(index));
     }
 }
 
-} // namespace
+/// The finer ones first.
+template <typename Function>
+void StatCollector::forEachRunningStorage(Function function)
+{
+    for (const HistoryFile which : bothHistoryFiles) {
+        if (stateOf(which).phase == HistoryPhase::Running) {
+            forEachStorage(which, function);
+        }
+    }
+}
 
 void StatCollector::updateHistory()
 {
@@ -46,11 +61,16 @@ void StatCollector::updateHistory()
         return;
     }
     const double steady = context_.runtime.monotonicTime();
-    if (historyPhase_ == HistoryPhase::NotStarted && steady >= nextHistoryRead_) {
-        nextHistoryRead_ = steady + readAgain;
-        startHistory();
+    bool isRunning = false;
+    for (const HistoryFile which : bothHistoryFiles) {
+        HistoryState& state = stateOf(which);
+        if (state.phase == HistoryPhase::NotStarted && steady >= state.nextRead) {
+            state.nextRead = steady + readAgain;
+            startHistory(which);
+        }
+        isRunning = isRunning || state.phase == HistoryPhase::Running;
     }
-    if (historyPhase_ != HistoryPhase::Running) {
+    if (!isRunning) {
         return;
     }
     const double now = context_.runtime.wallTime();
@@ -73,7 +93,7 @@ HistoryReadPlan StatCollector::readPlan()
     if (const Value* map = find(config_, "addSampleMap")) {
         plan.addSampleMap = *map;
     }
-    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+    const auto add = [&](StorageIndex index) {
         HistoryReadPlan::Tables& tables = plan.tables[position(index)];
         if (statementsForIndex(index).insert.text) {
             tables.table = tableAtIndex(index).value_or("");
@@ -83,64 +103,52 @@ HistoryReadPlan StatCollector::readPlan()
             tables.isPruned = statements.pruneEmpty != nullptr;
             tables.marksEmpty = tables.isPruned && !statements.pruneItem;
         }
-    });
+    };
+    for (const HistoryFile which : bothHistoryFiles) {
+        forEachStorage(which, add);
+    }
     return plan;
 }
 
-/// Reads on the files' own queues, one after the other, and goes on when both have answered.
-void StatCollector::startHistory()
+/// Reads on the file's own queue, and goes on when it has answered.
+void StatCollector::startHistory(HistoryFile which)
 {
-    const auto file = databaseForIndex(StorageIndex::Hour);
-    const auto longTerm = databaseForIndex(StorageIndex::LongTerm);
+    const auto file = databaseForIndex(which == HistoryFile::Short ? StorageIndex::Hour : StorageIndex::LongTerm);
     auto stored = std::make_shared<StoredHistory>();
-    if (!file && !longTerm) {
-        adoptHistory(*stored);
+    if (!file) {
+        adoptHistory(which, *stored);
         return;
     }
-    historyPhase_ = HistoryPhase::Loading;
-    declareTables();
-    Task adopt = lifetime_.guard([this, stored] { adoptHistory(*stored); });
-    Queue& mainQueue = context_.runtime.mainQueue();
-    const auto plan = std::make_shared<const HistoryReadPlan>(readPlan());
-    const auto readLong = [stored, plan, adopt = std::move(adopt), &mainQueue](SQLiteConnection& database) {
-        constexpr auto index = StorageIndex::LongTerm;
-        stored->readable = stored->readable && readStorage(database, *plan, index, stored->storages[position(index)]);
-        mainQueue.post(adopt);
-    };
-    const auto readShort = [stored, plan, longTerm, readLong](SQLiteConnection& database) {
-        forEachHistoryIndex(position(StorageIndex::LongTerm), [&](StorageIndex index) {
-            stored->readable =
-                stored->readable && readStorage(database, *plan, index, stored->storages[position(index)]);
-        });
-        if (longTerm) {
-            longTerm->queryDatabaseAsync(readLong);
-        }
-    };
-    if (!file) {
-        longTerm->queryDatabaseAsync(readLong);
-    } else if (longTerm) {
-        file->queryDatabaseAsync(readShort);
-    } else {
-        file->queryDatabaseAsync([readShort, adopt = lifetime_.guard([this, stored] { adoptHistory(*stored); }),
-                                     &mainQueue](SQLiteConnection& database) {
-            readShort(database);
+    stateOf(which).phase = HistoryPhase::Loading;
+    declareTables(which);
+    std::vector<StorageIndex> wanted;
+    forEachStorage(which, [&wanted](StorageIndex index) { wanted.push_back(index); });
+    file->queryDatabaseAsync(
+        [stored, plan = readPlan(), wanted = std::move(wanted), &mainQueue = context_.runtime.mainQueue(),
+            adopt = lifetime_.guard([this, which, stored] { adoptHistory(which, *stored); })](
+            SQLiteConnection& database) {
+            for (const StorageIndex index : wanted) {
+                stored->readable =
+                    stored->readable && readStorage(database, plan, index, stored->storages[position(index)]);
+            }
             mainQueue.post(adopt);
         });
-    }
 }
 
-void StatCollector::adoptHistory(const StoredHistory& stored)
+void StatCollector::adoptHistory(HistoryFile which, const StoredHistory& stored)
 {
+    HistoryState& state = stateOf(which);
     if (!stored.readable) {
-        historyPhase_ = HistoryPhase::NotStarted;
-        if (!std::exchange(toldUnreadable_, true)) {
-            context_.log.warning(description_ + ": stored history cannot be read; recording waits until it can");
+        state.phase = HistoryPhase::NotStarted;
+        if (!std::exchange(state.toldUnreadable, true)) {
+            context_.log.warning(fmt::format("{}: stored history cannot be read; what belongs to {} waits until it can",
+                description_, which == HistoryFile::Short ? dbpath_ : dbpathLong_));
         }
         return;
     }
-    historyPhase_ = HistoryPhase::Running;
+    state.phase = HistoryPhase::Running;
     double latest = 0;
-    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+    forEachStorage(which, [&](StorageIndex index) {
         const StoredStorage& previous = stored.storages[position(index)];
         if (previous.hasNewest) {
             continueClock(previous, index);
@@ -151,8 +159,10 @@ void StatCollector::adoptHistory(const StoredHistory& stored)
         latest = std::max(latest, previous.latestTime);
     });
     wallClock_.begin(latest, context_.runtime.monotonicTime());
-    for (const auto& item : items_) {
-        item->setStoredHistoryAsked();
+    if (which == HistoryFile::Short) {
+        for (const auto& item : items_) {
+            item->setStoredHistoryAsked();
+        }
     }
     nextHistoryTime_ = 0;
 }
@@ -201,7 +211,7 @@ void StatCollector::adoptRows(const StoredStorage& previous, StorageIndex index)
 /// and goes reach back as far as everybody's.
 void StatCollector::loadHistoryOfNewItems()
 {
-    if (storageType_ != StorageType::Items) {
+    if (storageType_ != StorageType::Items || stateOf(HistoryFile::Short).phase != HistoryPhase::Running) {
         return;
     }
     for (const auto& item : items_) {
@@ -218,7 +228,7 @@ void StatCollector::runHistoryClocks(double now)
 {
     loadHistoryOfNewItems();
     std::array<double, storageCount> before = {};
-    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+    forEachRunningStorage([&](StorageIndex index) {
         sampleindexconfig& record = storage(index)->record;
         before[position(index)] = record.sampleID;
         followWallClock(record, index, now);
@@ -229,7 +239,7 @@ void StatCollector::runHistoryClocks(double now)
     for (auto next = nextToFinish(); next.second <= now; next = nextToFinish()) {
         finishPeriod(next.first);
     }
-    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
+    forEachRunningStorage([&](StorageIndex index) {
         storage(index)->record.fillingGap = true;
         if (storage(index)->record.sampleID == before[position(index)]) {
             return;
@@ -291,11 +301,11 @@ void StatCollector::followWallClock(sampleindexconfig& record, StorageIndex inde
     recorded = 0;
 }
 
-std::pair<StorageIndex, double> StatCollector::nextToFinish() const
+std::pair<StorageIndex, double> StatCollector::nextToFinish()
 {
-    std::pair<StorageIndex, double> next{StorageIndex::Hour, sampleIndex_.find(StorageIndex::Hour)->record.nextTime};
-    forEachHistoryIndex(sampleIndex_.size(), [&](StorageIndex index) {
-        const double time = sampleIndex_.find(index)->record.nextTime;
+    std::pair<StorageIndex, double> next{StorageIndex::Hour, std::numeric_limits<double>::infinity()};
+    forEachRunningStorage([&](StorageIndex index) {
+        const double time = storage(index)->record.nextTime;
         if (time < next.second) {
             next = {index, time};
         }

@@ -18,8 +18,10 @@ constexpr double steadyWithin = 60;
 
 void WallClockGuard::begin(double storedUntil, double steady)
 {
-    latest_ = storedUntil;
-    latestSteady_ = steady;
+    if (storedUntil > latest_) {
+        latest_ = storedUntil;
+        latestSteady_ = steady;
+    }
     behindSince_ = never;
     settledFrom_ = steady + settlingTime; // what is stored may be of a clock that was wrong already
 }

@@ -17,7 +17,8 @@ namespace meridal {
 /// clock must be: a leap that was believed and put right is doubted when it comes again.
 class WallClockGuard {
 public:
-    /// What is stored already reaches up to this moment, s since 1970; 0: nothing is stored.
+    /// What is stored already reaches up to this moment, s since 1970; 0: nothing is stored. Again for what becomes
+    /// readable later.
     void begin(double storedUntil, double steady);
     /// Whether the wall clock may be believed now. Both clocks in seconds, the second one never steps.
     bool believes(double wall, double steady, const std::function<bool()>& isSynchronised);

@@ -83,7 +83,8 @@ Result<Value> answerFrom(const std::optional<UptimeAnswer>& answer)
 UptimeKeeper::UptimeKeeper(Context& context, UptimeStatCollectorMac& collector, HistoryDatabaseController& databases)
     : context_(context), collector_(collector), database_(context, databases, collector)
 {
-    database_.whenConfirmed([this] { collector_.addToDatabaseLater(); });
+    // A boot time that is not the key may be a moved one, which would make the boot two.
+    database_.whenConfirmed([this] { collector_.addToDatabase(); });
 }
 
 void UptimeKeeper::plugInto(CollectorPorts& ports)
@@ -101,10 +102,7 @@ void UptimeKeeper::plugInto(CollectorPorts& ports)
 
 void UptimeKeeper::start()
 {
-    // A boot time that is not the key may be a moved one, which would make the boot two.
-    if (database_.saveBootTime(collector_.recordedBoottime())) {
-        collector_.addToDatabase();
-    }
+    database_.saveBootTime([this](auto reply) { collector_.askForRecordedBoottime(std::move(reply)); });
     notes_ = context_.runtime.startTimer(context_.runtime.mainQueue(),
         {.first = noteInterval, .interval = noteInterval, .leeway = noteLeeway}, [this] { database_.noteRunning(); });
 }

@@ -64,7 +64,7 @@ std::shared_ptr<HistoryDatabaseItem> HistoryDatabaseController::databaseWithPath
         registered = known ? closed.mapped() : std::make_shared<HistoryDatabaseItem>(context_, path, limits_);
         item = registered;
     }
-    item->openIfNeeded();
+    item->openLater();
     return item;
 }
 

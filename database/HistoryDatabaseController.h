@@ -24,7 +24,8 @@ public:
     /// The process-wide instance, on Context::shared().
     static HistoryDatabaseController& sharedHistoryDatabaseController();
 
-    /// The item of the file, which is opened when it is new. Null for an empty path.
+    /// The item of the file, which is opened when it is new, on its own queue: nobody waits for the disk here, and whatever
+    /// is asked of the item comes after that. Null for an empty path.
     std::shared_ptr<HistoryDatabaseItem> databaseWithPath(const std::filesystem::path& path);
     /// Writes what waits, closes the file and no longer lists it. Whoever uses or asks for its item opens it again: there
     /// is never a second connection, and the tables stay declared.

@@ -235,15 +235,28 @@ void HistoryDatabaseFile::makeView(const ViewSchema& schema)
     const SqlValue name = schema.view;
     const std::string wanted = sqlText(schema.create, schema.view);
     std::string present;
-    const auto looked = connection_.forEachRow("SELECT sql FROM sqlite_master WHERE type = 'view' AND name = ?",
-        {&name, 1}, [&](std::span<const SqlValue> row) {
+    bool isTable = false;
+    const auto looked = connection_.forEachRow(
+        "SELECT sql, type = 'table' FROM sqlite_master WHERE name = ?", {&name, 1}, [&](std::span<const SqlValue> row) {
             const auto* words = std::get_if<std::string>(&row[0]);
             present = words ? *words : "";
+            isTable = sqlNumber(row[1]) != 0;
         });
-    if (looked && present != wanted
-        && !(connection_.execute(fmt::format("DROP VIEW IF EXISTS \"{}\"", schema.view))
-            && connection_.execute(wanted))) {
+    if (!looked || present == wanted) {
+        return;
+    }
+    std::vector<std::string> steps = isTable ? schema.takeOver : std::vector<std::string>();
+    steps.push_back(fmt::format("DROP {} IF EXISTS \"{}\"", isTable ? "TABLE" : "VIEW", schema.view));
+    steps.push_back(wanted);
+    const bool isMade = connection_.execute("BEGIN IMMEDIATE")
+        && std::all_of(
+            steps.begin(), steps.end(), [&](const std::string& sql) { return connection_.execute(sql).has_value(); })
+        && connection_.execute("COMMIT");
+    if (!isMade) {
         complain(connection_.failure(), connection_.failureText());
+        if (connection_.inTransaction()) {
+            static_cast<void>(connection_.execute("ROLLBACK"));
+        }
     }
 }
 

@@ -68,6 +68,14 @@ bool HistoryDatabaseItem::openIfNeeded()
     return open;
 }
 
+void HistoryDatabaseItem::openLater()
+{
+    post([this] {
+        file_->open();
+        publish();
+    });
+}
+
 void HistoryDatabaseItem::close()
 {
     whileClosed([] {});

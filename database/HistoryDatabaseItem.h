@@ -60,6 +60,8 @@ public:
     /// Opens the file on its queue, and waits for that. Answers whether it is open; failure is logged, and every later
     /// use tries again.
     bool openIfNeeded();
+    /// The same without waiting: looking through a file, and reading what can be read of a damaged one, takes its time.
+    void openLater();
     /// Writes what waits, then closes the file. A later use opens it again.
     void close();
     /// The same, and runs the task before anything can open the file again: for what replaces or removes it.

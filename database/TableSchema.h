@@ -23,6 +23,8 @@ struct TableSchema {
 struct ViewSchema {
     std::string view;   ///< a constant of ours
     std::string create; ///< CREATE VIEW statement with "%@" for the view
+    /// An older version had a table of that name: these statements carry its rows over before it goes.
+    std::vector<std::string> takeOver = {};
 };
 
 } // namespace meridal

@@ -2,6 +2,7 @@
 
 #include "base/Runtime.h"
 #include "database/HistoryDatabaseController.h"
+#include "database/SeriesNames.h"
 #include "platform/Context.h"
 
 #include <array>
@@ -84,10 +85,7 @@ bool BatteryStatCollector::prepareDatabase()
         for (const TableSchema& table : tables) {
             file->declareTable(table);
         }
-        file->declareTable(seriesNamesTable());
-        for (const TableSchema& table : tables) {
-            file->declareView(namedView(table.table));
-        }
+        declareSeriesNames(*file, {tables[0].table, tables[1].table, tables[2].table});
     }
     return migrated;
 }
@@ -186,7 +184,8 @@ void BatteryStatCollector::recordChanges(BatteryStatCollectorItem& item)
     }
     if (any) {
         if (!item.name().empty()) {
-            file->addItem(seriesNameStatement(*item.key(), {.name = item.name(), .origin = "", .unit = ""}));
+            file->addItem(seriesNameStatement(
+                *item.key(), {.collector = "batteries", .name = item.name(), .origin = "", .unit = ""}));
         }
         file->commit();
     }

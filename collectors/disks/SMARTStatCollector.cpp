@@ -55,8 +55,8 @@ SMARTStatCollector::SMARTStatCollector(Context& context)
             .sampleCount = 2,
             .storageType = StorageType::Items,
             .layout = StorageLayout::forHistory()})
-    , recordedTemperatures_(context.runtime.mainQueue(), "disks", {"temperature"})
-    , recordedWear_(context.runtime.mainQueue(), "wear", {"wear"})
+    , recordedTemperatures_(context.runtime, "disks", {"temperature"})
+    , recordedWear_(context.runtime, "wear", {"wear"})
 {
     config() = configuration();
     setDbTablePrefix("disk");
@@ -292,12 +292,6 @@ std::shared_ptr<StatCollectorItem> SMARTStatCollector::makeItem()
     return std::make_shared<SMARTStatCollectorItem>(context());
 }
 
-SeriesName SMARTStatCollector::nameForItem(const StatCollectorItem& item) const
-{
-    const auto& disk = static_cast<const SMARTStatCollectorItem&>(item); // makeItem() makes no others
-    return {.name = disk.model().value_or(""), .origin = disk.bsd().value_or(""), .unit = ""};
-}
-
 std::vector<std::shared_ptr<SMARTStatCollectorItem>> SMARTStatCollector::disks() const
 {
     std::vector<std::shared_ptr<SMARTStatCollectorItem>> all;
@@ -416,7 +410,8 @@ HistorySeries seriesOf(const SMARTStatCollectorItem& disk, const char* unit, con
     return {.key = disk.key().value_or(""),
         .name = disk.model().value_or(disk.bsd().value_or("disk")),
         .unit = unit,
-        .values = {value}};
+        .values = {value},
+        .origin = disk.bsd().value_or("")};
 }
 
 } // namespace
@@ -454,13 +449,13 @@ std::vector<HistorySeries> SMARTStatCollector::wearSeries()
 
 void SMARTStatCollector::noteSeries(const SMARTStatCollectorItem& disk)
 {
-    const auto file =
-        context().databases && databaseEnabled() ? context().databases->databaseWithPath(dbpath()) : nullptr;
-    if (file && disk.hasTemperature()) {
-        recordedTemperatures_.note(*file, seriesOf(disk, "°C", "temperature"));
+    const RecordedSeries::Files files = {
+        databaseForIndex(StorageIndex::Hour), databaseForIndex(StorageIndex::LongTerm)};
+    if (disk.hasTemperature()) {
+        recordedTemperatures_.note(files, seriesOf(disk, "°C", "temperature"));
     }
-    if (file && disk.wear()) {
-        recordedWear_.note(*file, seriesOf(disk, "%", "wear"));
+    if (disk.wear()) {
+        recordedWear_.note(files, seriesOf(disk, "%", "wear"));
     }
 }
 

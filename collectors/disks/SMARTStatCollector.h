@@ -68,7 +68,6 @@ public:
     bool shouldUpdateStateForSequence(std::int64_t sequence) override;
     double updateFrequencyForVersion(std::int64_t protocolVersion) const override;
     std::shared_ptr<StatCollectorItem> makeItem() override;
-    SeriesName nameForItem(const StatCollectorItem& item) const override;
     /// The clock's turn: notes the figures of the latest readings for history.
     void updateHistory() override;
     /// Measuring has its own rhythm, the daemon's.

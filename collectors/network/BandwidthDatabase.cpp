@@ -79,21 +79,13 @@ BandwidthDatabase::BandwidthDatabase(
 
 // Start
 
-bool BandwidthDatabase::prepare()
+void BandwidthDatabase::prepare()
 {
-    bool created = false;
-    file_->queryDatabase([&](SQLiteConnection& connection) {
-        for (const TableSchema& schema : bandwidthTables) {
-            const auto exists = connection.tableExists(schema.table);
-            created = created || (exists && !*exists);
-        }
-    });
     for (const TableSchema& schema : bandwidthTables) {
         file_->declareTable(schema);
     }
     file_->declareTable(addressTable);
     file_->declareView(namedSamples);
-    return created;
 }
 
 std::optional<BandwidthDatabase::Maps> BandwidthDatabase::readMaps(SQLiteConnection& connection)
@@ -129,13 +121,21 @@ std::optional<BandwidthDatabase::Maps> BandwidthDatabase::readMaps(SQLiteConnect
     return maps;
 }
 
-void BandwidthDatabase::loadMaps()
+void BandwidthDatabase::loadMaps(Task done)
 {
-    std::optional<Maps> maps;
-    file_->queryDatabase([&](SQLiteConnection& connection) { maps = readMaps(connection); });
-    if (maps) {
-        takeMaps(std::move(*maps));
-    }
+    mapsAreRead_ = true;
+    auto take = lifetime_.guard([this, done = std::move(done)](std::optional<Maps> maps) {
+        mapsAreRead_ = false;
+        if (maps) {
+            takeMaps(std::move(*maps));
+        }
+        if (done) {
+            done();
+        }
+    });
+    file_->queryDatabaseAsync([take, &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
+        main.post([take, maps = readMaps(connection)]() mutable { take(std::move(maps)); });
+    });
 }
 
 void BandwidthDatabase::takeMaps(Maps maps)
@@ -162,12 +162,9 @@ void BandwidthDatabase::retry()
     }
     nextRetry_ = now + retryInterval;
     if (!mapsLoaded_) {
-        auto take = lifetime_.guard([this](Maps maps) { takeMaps(std::move(maps)); });
-        file_->queryDatabaseAsync([take, &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
-            if (auto maps = readMaps(connection)) {
-                main.post([take, maps = std::move(*maps)]() mutable { take(std::move(maps)); });
-            }
-        });
+        if (!mapsAreRead_) {
+            loadMaps();
+        }
     } else if (file_->statistics().statementsWaiting > 0) {
         file_->commit();
     }
@@ -302,6 +299,13 @@ void BandwidthDatabase::commitLater() { file_->commit(); }
 void BandwidthDatabase::commit(Task written)
 {
     if (!written) {
+        if (!mapsLoaded_) { // samples wait for them, and there is no later
+            std::optional<Maps> maps;
+            file_->queryDatabase([&](SQLiteConnection& connection) { maps = readMaps(connection); });
+            if (maps) {
+                takeMaps(std::move(*maps));
+            }
+        }
         file_->commitSync();
         return;
     }

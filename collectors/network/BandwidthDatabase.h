@@ -32,7 +32,7 @@ struct BandwidthRecord {
 };
 
 /// bandwidth.db: the samples, and the numbers under which they name interfaces and Wi-Fi networks. An interface with a
-/// permanent address keeps its number when its name changes. Nothing here waits for the file but start-up and the end:
+/// permanent address keeps its number when its name changes. Nothing here waits for the file but the end:
 /// numbers are given out from a copy of the maps, and everything is queued, in order, until it can be written.
 /// Main queue only.
 class BandwidthDatabase {
@@ -52,10 +52,10 @@ public:
 
     BandwidthDatabase(Context& context, HistoryDatabaseController& databases, const std::filesystem::path& path);
 
-    /// Makes the tables and brings older ones up to date; answers whether one of the three was missing. Waits.
-    bool prepare();
-    /// Reads the maps. Waits; what fails is tried again by retry().
-    void loadMaps();
+    /// Declares the tables, which are made, and older ones brought up to date.
+    void prepare();
+    /// Reads the maps; the task runs on the main queue afterwards. What fails is tried again by retry().
+    void loadMaps(Task done = {});
     bool mapsLoaded() const { return mapsLoaded_; }
 
     /// Its number, given out at the first sight of it; 0 while the maps are not known.
@@ -102,6 +102,7 @@ private:
     std::int64_t lastNetwork_ = 0;
     std::int64_t lastSample_ = 0;
     bool mapsLoaded_ = false;
+    bool mapsAreRead_ = false;            ///< on the file's queue, now
     std::deque<BandwidthRecord> waiting_; ///< until the maps are known
     double nextRetry_ = 0;                ///< monotonic s
     Lifetime lifetime_;

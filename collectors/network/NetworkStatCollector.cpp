@@ -159,7 +159,12 @@ void NetworkStatCollector::setBandwidthDataasePath(std::string path)
     }
 }
 
-bool NetworkStatCollector::prepareBandwidthDatabase() { return bandwidthDatabase_ && bandwidthDatabase_->prepare(); }
+void NetworkStatCollector::prepareBandwidthDatabase()
+{
+    if (bandwidthDatabase_) {
+        bandwidthDatabase_->prepare();
+    }
+}
 
 void NetworkStatCollector::prepareBandwidthMonitoring()
 {
@@ -192,8 +197,14 @@ void NetworkStatCollector::saveBandwidth(Task written)
 void NetworkStatCollector::readBandwidthTotals(
     BandwidthQuestion question, std::function<void(std::optional<BandwidthAnswer>)> reply)
 {
-    if (!bandwidthDatabase_ || !bandwidthDatabase_->mapsLoaded()) {
+    if (!bandwidthDatabase_) {
         return reply(std::nullopt);
+    }
+    if (!bandwidthDatabase_->mapsLoaded()) { // a moment after the start, or the file cannot be read
+        bandwidthDatabase_->loadMaps([this, question = std::move(question), reply = std::move(reply)] {
+            bandwidthDatabase_->mapsLoaded() ? readBandwidthTotals(question, reply) : reply(std::nullopt);
+        });
+        return;
     }
     BandwidthMaps maps{
         .interfaces = bandwidthDatabase_->interfaceMap(), .networks = bandwidthDatabase_->wifiMap(), .hardware = {}};

@@ -43,9 +43,9 @@ public:
     void setBandwidthDataasePath(std::string path);
     bool bandwidthMonitoringEnabled() const { return bandwidthMonitoringEnabled_; }
     void setBandwidthMonitoringEnabled(bool enabled) { bandwidthMonitoringEnabled_ = enabled; }
-    /// Makes and migrates the tables; answers whether one of the three was missing. False without a path.
-    bool prepareBandwidthDatabase();
-    /// Reads the maps of interfaces and networks, and begins on the ten-minute grid.
+    /// Declares the tables, which are made and migrated when the file is open. Nothing without a path.
+    void prepareBandwidthDatabase();
+    /// Has the maps of interfaces and networks read, and begins on the ten-minute grid.
     void prepareBandwidthMonitoring();
     std::int64_t identifierForInterface(const std::string& name);
     std::int64_t identifierForBSSID(const std::optional<std::string>& bssid, const std::optional<std::string>& name);

@@ -50,7 +50,7 @@ SensorsStatCollectorMac::SensorsStatCollectorMac(Context& context, Sources sourc
     , arm_(sources.arm)
     , platform_(sources.platform)
     , origin_(sources.platform.fauxMac() ? SMCOrigin::Emulated : SMCOrigin::Own)
-    , recorded_(context.runtime.mainQueue(), "sensors", {"value"})
+    , recorded_(context.runtime, "sensors", {"value"})
 {
     smc_.openIfNeeded();
 }
@@ -423,15 +423,6 @@ const SensorChannel* SensorsStatCollectorMac::channelForKey(const std::string& k
 {
     const auto found = channels_.find(key);
     return found != channels_.end() ? &found->second : nullptr;
-}
-
-SeriesName SensorsStatCollectorMac::nameForItem(const StatCollectorItem& item) const
-{
-    const auto& sensor = static_cast<const Item&>(item); // makeItem() makes no others
-    const SensorChannel* channel = channelForKey(sensor.key().value_or(""));
-    return {.name = channel ? channel->label : sensor.name(),
-        .origin = channel ? channel->chip : "",
-        .unit = std::string(sensorUnit(kindOf(sensor)))};
 }
 
 std::int64_t SensorsStatCollectorMac::kindOf(const Item& item) const

@@ -117,7 +117,6 @@ public:
     bool threadedUpdating() const override { return false; }
     bool prepareDatabase() override;
     void runDatabaseQueue() override;
-    SeriesName nameForItem(const StatCollectorItem& item) const override;
     void cleanup() override;
 
     // Noted for whoever asks; nothing here depends on it

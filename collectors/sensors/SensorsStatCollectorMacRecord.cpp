@@ -5,6 +5,7 @@
 #include "collectors/sensors/SensorLimits.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "database/HistoryDatabaseController.h"
+#include "database/SeriesNames.h"
 #include "platform/Context.h"
 
 #include <utility>
@@ -15,11 +16,13 @@ namespace meridal {
 
 HistorySeries SensorsStatCollectorMac::seriesOf(const Item& item) const
 {
+    const SensorChannel* channel = channelForKey(item.key().value_or(""));
     return {.key = item.key().value_or(""),
         .name = nameOf(item),
         .unit = std::string(sensorUnit(kindOf(item))),
         .values = {"value"},
-        .step = isPower(item) ? powerStep : 0};
+        .step = isPower(item) ? powerStep : 0,
+        .origin = channel ? channel->chip : ""};
 }
 
 std::vector<HistorySeries> SensorsStatCollectorMac::series() const
@@ -41,7 +44,7 @@ bool SensorsStatCollectorMac::prepareDatabase()
     }
     const bool migrated = StatCollector::prepareDatabase();
     if (const auto file = database()) {
-        file->declareTable(RecordedSeries::table());
+        file->declareTable(recordedSeriesTable());
         file->declareTable(sensorLimitsTable());
         file->declareTable(keptSensorsTable());
     }
@@ -93,7 +96,8 @@ void SensorsStatCollectorMac::updateRecordedValues()
                 .args = {item->lowestRecordedValue(), item->highestRecordedValue(), item->key().value_or("")}});
         }
         if (file && item->hasRecorded()) {
-            recorded_.note(*file, seriesOf(*item)); // and with it that the extremes were measured
+            recorded_.note({file, databaseForIndex(StorageIndex::LongTerm)},
+                seriesOf(*item)); // and with it that the extremes were measured
         }
     }
 }

@@ -98,17 +98,18 @@ void UptimeDatabase::write(std::optional<BootEvent> event, int attempts, Task wr
         });
 }
 
-bool UptimeDatabase::writeSync(const BootEvent& event, int attempts)
+/// The last word of all: it cannot be told later, so this waits for the file, and for no suggestion.
+void UptimeDatabase::writeSync(const BootEvent& event, int attempts)
 {
     bool done = false;
     std::optional<double> key;
     database_->queryDatabase([&](SQLiteConnection& connection) {
         journal_->add(event);
+        journal_->giveUpSuggestion();
         done = journal_->write(connection, attempts);
         key = journal_->key();
     });
     conclude(done, key);
-    return done;
 }
 
 void UptimeDatabase::conclude(bool done, std::optional<double> key)
@@ -127,18 +128,13 @@ void UptimeDatabase::conclude(bool done, std::optional<double> key)
     }
 }
 
-bool UptimeDatabase::saveBootTime(std::optional<double> earlierKey)
+void UptimeDatabase::saveBootTime(const AskForKey& askForKey)
 {
-    const auto reading = read();
-    if (!reading) {
-        return false;
-    }
-    if (earlierKey) {
-        database_->queryDatabase([&](SQLiteConnection&) { journal_->suggestKey(*earlierKey); });
-    }
-    known_ = true;
-    collector_.setUptime(reading->elapsed);
-    return writeSync({.reading = reading}, 1);
+    noteRunning();
+    askForKey(lifetime_.guard([this](std::optional<double> key) {
+        database_->queryDatabaseAsync([journal = journal_, key](SQLiteConnection&) { journal->suggestKey(key); });
+        write(std::nullopt, 1);
+    }));
 }
 
 void UptimeDatabase::noteRunning()

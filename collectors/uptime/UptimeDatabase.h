@@ -32,10 +32,12 @@ public:
     /// Declares the tables, which are made where they are missing before anything else is done with the file. Does not
     /// wait.
     void prepareUptime();
-    /// Makes sure of this boot's row, and gives the collector the boot time that is its key: the earlier one where a
-    /// fresh file knows of none. Waits, and answers whether the row is there; until it is, the collector's boot time is
-    /// only what the kernel tells. Does nothing while the kernel's boot time is unknown.
-    bool saveBootTime(std::optional<double> earlierKey = std::nullopt);
+    /// Asks for the key that this boot was given elsewhere, for a fresh file that knows of none.
+    using AskForKey = std::function<void(std::function<void(std::optional<double>)> reply)>;
+    /// Makes sure of this boot's row, and gives the collector the boot time that is its key. Does not wait: until the row
+    /// is there, the collector's boot time is only what the kernel tells, and what happens is kept in order. No row is
+    /// made while the kernel's boot time is unknown.
+    void saveBootTime(const AskForKey& askForKey);
     /// Runs whenever something has been written without waiting and the collector's boot time is the key.
     void whenConfirmed(Task confirmed) { confirmed_ = std::move(confirmed); }
     /// Writes when this boot ended or fell asleep. With `written`, returns at once and runs that on the main queue
@@ -53,7 +55,7 @@ public:
 private:
     std::optional<BootReading> read() const;
     void write(std::optional<BootEvent> event, int attempts, Task written = {});
-    bool writeSync(const BootEvent& event, int attempts);
+    void writeSync(const BootEvent& event, int attempts);
     void conclude(bool done, std::optional<double> key);
     void keepVigil();
 

@@ -89,6 +89,12 @@ bool writeEvent(SQLiteConnection& connection, const BootEvent& event, std::optio
 
 } // namespace
 
+void UptimeJournal::suggestKey(std::optional<double> key)
+{
+    suggested_ = key;
+    awaitsSuggestion_ = false;
+}
+
 void UptimeJournal::add(BootEvent event)
 {
     if (event.isNote() && !waiting_.empty() && waiting_.back().isNote()) {
@@ -102,6 +108,9 @@ void UptimeJournal::add(BootEvent event)
 
 bool UptimeJournal::write(SQLiteConnection& connection, int attempts)
 {
+    if (awaitsSuggestion_) {
+        return true;
+    }
     for (; attempts > 0 && !waiting_.empty(); --attempts) {
         std::optional<double> key = key_;
         connection.resetFailure(); // of the attempt before

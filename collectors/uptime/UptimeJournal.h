@@ -36,11 +36,13 @@ struct BootEvent {
 /// and another program's lock or a full disk at that moment must not lose it. On the file's queue.
 class UptimeJournal {
 public:
-    /// The key that this boot was once given elsewhere; used unless the file knows the boot.
-    void suggestKey(double key) { suggested_ = key; }
+    /// The key that this boot was once given elsewhere, if any; used unless the file knows the boot. Nothing is written
+    /// before it has been told.
+    void suggestKey(std::optional<double> key);
+    void giveUpSuggestion() { awaitsSuggestion_ = false; }
     void add(BootEvent event);
-    /// Writes what waits, all or nothing; false when something still waits. Another program's lock is waited for as
-    /// often as told, each time as long as the connection does by itself.
+    /// Writes what waits, all or nothing; false when something still waits that could not be written. Another program's
+    /// lock is waited for as often as told, each time as long as the connection does by itself.
     bool write(SQLiteConnection& connection, int attempts = 1);
     /// What names this boot in the file. Absent until that is in the file.
     std::optional<double> key() const { return key_; }
@@ -57,6 +59,7 @@ private:
     std::deque<BootEvent> waiting_;
     std::optional<double> key_;
     std::optional<double> suggested_;
+    bool awaitsSuggestion_ = true;
 };
 
 } // namespace meridal

@@ -11,6 +11,7 @@
 #include <cassert>
 #include <cmath>
 #include <memory>
+#include <utility>
 
 namespace meridal {
 
@@ -61,17 +62,13 @@ void UptimeStatCollectorMac::loadUptime()
 
 bool UptimeStatCollectorMac::prepareDatabase()
 {
-    bool created = StatCollector::prepareDatabase();
+    const bool migrated = StatCollector::prepareDatabase();
     for (const std::string& path : {dbpath(), dbpathLong()}) {
         const auto database = databases_.databaseWithPath(path);
-        database->queryDatabase([&](SQLiteConnection& connection) {
-            const auto exists = connection.tableExists(boottimes.table);
-            created = created || (exists && !*exists);
-        });
         database->declareTable(boottimes);
         database->declareTable(identifiers);
     }
-    return created;
+    return migrated;
 }
 
 /// What records the boot in one file.
@@ -97,36 +94,30 @@ void UptimeStatCollectorMac::addToDatabase()
 {
     if (boottime() > 0) {
         for (const std::string& path : {dbpath(), dbpathLong()}) {
-            databases_.databaseWithPath(path)->queryDatabase(recording());
-        }
-    }
-}
-
-void UptimeStatCollectorMac::addToDatabaseLater()
-{
-    if (boottime() > 0) {
-        for (const std::string& path : {dbpath(), dbpathLong()}) {
             databases_.databaseWithPath(path)->queryDatabaseAsync(recording());
         }
     }
 }
 
-std::optional<double> UptimeStatCollectorMac::recordedBoottime()
+void UptimeStatCollectorMac::askForRecordedBoottime(std::function<void(std::optional<double>)> reply)
 {
-    std::optional<double> recorded;
     const auto identifier = context().host.machine->bootIdentifier();
-    for (const std::string& path : {dbpath(), dbpathLong()}) {
-        if (!identifier || recorded) {
-            break;
-        }
-        databases_.databaseWithPath(path)->queryDatabase([&](SQLiteConnection& connection) {
-            const auto rows = connection.rows("SELECT time FROM boottime_ids WHERE id = ?", SqlValues{*identifier});
-            if (rows && !rows->empty()) {
-                recorded = number(rows->front(), "time");
+    const auto recordedIn = [identifier](SQLiteConnection& connection) -> std::optional<double> {
+        const auto rows = connection.rows(
+            "SELECT time FROM boottime_ids WHERE id = ?", SqlValues{identifier ? SqlValue(*identifier) : SqlValue()});
+        return rows && !rows->empty() ? number(rows->front(), "time") : std::nullopt;
+    };
+    databases_.databaseWithPath(dbpath())->queryDatabaseAsync(
+        [recordedIn, reply = std::move(reply), longTerm = databases_.databaseWithPath(dbpathLong()),
+            &main = context().runtime.mainQueue()](SQLiteConnection& connection) {
+            if (const auto recorded = recordedIn(connection)) {
+                main.post([reply, recorded] { reply(recorded); });
+                return;
             }
+            longTerm->queryDatabaseAsync([recordedIn, reply, &main](SQLiteConnection& other) {
+                main.post([reply, recorded = recordedIn(other)] { reply(recorded); });
+            });
         });
-    }
-    return recorded;
 }
 
 } // namespace meridal

@@ -3,6 +3,7 @@
 #include "collectors/uptime/UptimeStatCollector.h"
 #include "database/HistoryDatabaseItem.h"
 
+#include <functional>
 #include <optional>
 
 namespace meridal {
@@ -24,14 +25,12 @@ public:
     /// when the clock is set, as the kernel moves its boot time along.
     void loadUptime();
 
-    /// Makes the table in both files where it is missing; answers whether it had to.
+    /// Declares the tables, which are made in both files where they are missing. None of these waits for a file.
     bool prepareDatabase() override;
-    /// Records the boot in both files, once. Waits. To be called when the boot time is certain to be the boot's key.
+    /// Records the boot in both files, once. To be called when the boot time is certain to be the boot's key.
     void addToDatabase();
-    /// The same without waiting, for a running daemon.
-    void addToDatabaseLater();
-    /// The boot time that this boot was recorded with in either file. Waits.
-    std::optional<double> recordedBoottime();
+    /// Asks for the boot time that this boot was recorded with in either file; the reply comes on the main queue.
+    void askForRecordedBoottime(std::function<void(std::optional<double>)> reply);
 
 private:
     HistoryDatabaseItem::QueryBlock recording() const;

@@ -5,8 +5,10 @@
 // daemon is stopped or killed at random instants, and the wall clock steps both ways. Beside it runs a plain reference
 // that keeps every sample in lists and works each average out from its definition.
 
+#include "collectors/HistoryReader.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/collectors/RecordingCollector.h"
+#include "tests/database/FaultyVfs.h"
 #include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -53,8 +55,9 @@ public:
         const double allowance = constants.historyIndex == StorageIndex::Live ? 0.99 : 0;
         double sum = 0;
         int count = 0;
-        std::size_t seen = 0;
-        for (auto sample = source.rbegin(); sample != source.rend() && seen < slots; ++sample, ++seen) {
+        const Sample* const oldest = source.data() + (source.size() - std::min(source.size(), slots));
+        for (const Sample* sample = source.data() + source.size(); sample != oldest;) {
+            --sample;
             if (sample->empty || sample->time > end + allowance) {
                 continue;
             }
@@ -126,8 +129,8 @@ public:
     {
         config() = historyConfiguration(type);
         setDbTablePrefix(type == StorageType::Collector ? "own" : "item");
-        setDbpath(context.paths.support / "chain.db");
-        setDbpathLong(context.paths.support / "chainlong.db");
+        setDbpath(context.paths.support / "short" / "chain.db");
+        setDbpathLong(context.paths.support / "long" / "chainlong.db");
         if (type == StorageType::Items) {
             for (const char* key : itemKeys) {
                 newItemWithKey(key);
@@ -193,9 +196,9 @@ class HistoryChainTest : public testing::Test {
 protected:
     HistoryChainTest() { machine_.context.paths.support = folder_.root(); }
 
-    void start()
+    void start(const HistoryDatabaseItem::Limits& limits = {})
     {
-        controller_ = std::make_unique<HistoryDatabaseController>(machine_.context);
+        controller_ = std::make_unique<HistoryDatabaseController>(machine_.context, limits);
         machine_.context.databases = controller_.get();
         own_ = std::make_unique<ChainCollector>(machine_.context, StorageType::Collector, ownReference_, random_);
         items_ = std::make_unique<ChainCollector>(machine_.context, StorageType::Items, itemReference_, random_);
@@ -220,7 +223,7 @@ protected:
     }
     std::filesystem::path fileOf(StorageIndex index) const
     {
-        return folder_.root() / (index == StorageIndex::LongTerm ? "chainlong.db" : "chain.db");
+        return folder_.root() / (index == StorageIndex::LongTerm ? "long/chainlong.db" : "short/chain.db");
     }
     static std::string tableOf(StorageIndex index, const std::string& stem)
     {
@@ -238,6 +241,19 @@ protected:
         for (auto& [key, series] : reference.series) {
             series.restart(newest);
         }
+    }
+    /// A file's place is taken by what cannot be renamed, which here is a folder that is none.
+    void moveAway(StorageIndex index)
+    {
+        const auto folder = fileOf(index).parent_path();
+        std::filesystem::rename(folder, folder.string() + ".away");
+        std::ofstream(folder) << "in the way";
+    }
+    void moveBack(StorageIndex index)
+    {
+        const auto folder = fileOf(index).parent_path();
+        std::filesystem::remove(folder);
+        std::filesystem::rename(folder.string() + ".away", folder);
     }
     std::vector<SqlValues> read(StorageIndex index, const std::string& sql) const
     {
@@ -472,9 +488,8 @@ TEST_F(HistoryChainTest, AClockFarAheadTakesNothing)
             continue;
         }
         SCOPED_TRACE(fmt::format("{} s, synchronised {}", seconds, synchronised));
-        for (const auto& file : {"chain.db", "chain.db-wal", "chainlong.db", "chainlong.db-wal"}) {
-            folder_.remove(file);
-        }
+        folder_.remove("short");
+        folder_.remove("long");
         ownReference_ = {};
         itemReference_ = {};
         machine_.clockSource().synchronised = false;
@@ -568,22 +583,71 @@ TEST_F(HistoryChainTest, IdentifiersGoOnFromWhateverIsLeft)
     stop(false); // no statement was refused
 }
 
-TEST_F(HistoryChainTest, WithoutAReadableFileClocksWaitAndMeasuringGoesOn)
+/// One of the two files cannot be had, or both: measuring goes on, the other one records, and what was away joins later
+/// and goes on where it ended.
+TEST_F(HistoryChainTest, EachFileRecordsWhateverBecomesOfTheOther)
 {
-    folder_.write("state", "in the way");
-    machine_.context.paths.support = folder_.root() / "state";
-    std::vector<std::string> lines;
-    machine_.log.addListener([&](LogLevel, std::string_view line) { lines.emplace_back(line); });
-    start();
-    machine_.runtime.advance(300);
-    EXPECT_EQ(own_->idForInterval(StorageIndex::Live), 301.0);
-    EXPECT_EQ(own_->sampleIndex(StorageIndex::Hour)->nextTime, 0.0);
-    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                  [](const std::string& line) { return line.find("cannot be read") != std::string::npos; }),
-        2); // once a collector
-    folder_.remove("state");
+    constexpr std::array files = {StorageIndex::Hour, StorageIndex::LongTerm};
+    std::size_t told = 0;
+    machine_.log.addListener([&](LogLevel, std::string_view line) {
+        told += line.find("cannot be read") != std::string_view::npos ? 1U : 0U;
+    });
+    for (const std::set<StorageIndex>& away : {std::set{files[1]}, std::set{files[0]}, std::set{files[0], files[1]}}) {
+        SCOPED_TRACE(std::to_string(away.size()) + " away, the first is " + std::to_string(position(*away.begin())));
+        std::map<StorageIndex, double> before;
+        start();
+        machine_.runtime.advance(1300);
+        stop(false);
+        for (const StorageIndex index : files) {
+            before[index] = single(index, "SELECT max(sample) FROM " + tableOf(index, "itemidhistory"));
+        }
+        for (const StorageIndex index : away) {
+            moveAway(index);
+        }
+        told = 0;
+        start();
+        machine_.runtime.advance(1000);
+        EXPECT_EQ(told, 2 * away.size()) << "once a file and collector";
+        EXPECT_EQ(own_->idForInterval(StorageIndex::Live), 1001.0);
+        for (const StorageIndex index : files) {
+            EXPECT_EQ(own_->sampleIndex(index)->nextTime == 0, away.count(index) > 0);
+        }
+        std::optional<HistoryPage> page;
+        own_->readHistory({.index = StorageIndex::Hour, .key = {}, .until = {}, .before = {}},
+            [&](const auto& answer) { page = answer; });
+        machine_.runtime.runDue();
+        EXPECT_EQ(page.has_value(), away.count(StorageIndex::Hour) == 0);
+        EXPECT_TRUE(!page || page->samples.rows.size() > 300);
+        for (const StorageIndex index : away) {
+            moveBack(index);
+        }
+        machine_.runtime.advance(700);
+        stop(false); // no statement was refused
+        for (const StorageIndex index : files) {
+            const std::string from = " FROM " + tableOf(index, "itemidhistory");
+            if (index == StorageIndex::LongTerm) { // whose empty periods are not pruned
+                EXPECT_EQ(single(index, "SELECT max(sample) + 1 - count(*)" + from), 0) << "none is missing";
+            }
+            EXPECT_NEAR(single(index, "SELECT max(sample)" + from) - before[index],
+                1700.0 / static_cast<double>(storageConstants[position(index)].interval), 2);
+        }
+        EXPECT_EQ(ownReference_.wrong, 0U) << ownReference_.firstWrong;
+        EXPECT_EQ(itemReference_.wrong, 0U) << itemReference_.firstWrong;
+    }
+}
+
+/// A file may be long in opening: it is looked through, or read out.
+TEST_F(HistoryChainTest, ASlowDiskHoldsUpNoMeasurement)
+{
+    FaultyVfs disk("slow-chain");
+    disk.whenOpened = [this] { machine_.runtime.advance(100); };
+    start({.vfs = "slow-chain"});
+    machine_.runtime.advance(2); // and 100 for each file
+    EXPECT_GE(machine_.runtime.monotonicTime(), 1100);
+    EXPECT_EQ(own_->idForInterval(StorageIndex::Live), std::floor(machine_.runtime.monotonicTime() - 1000) + 1);
     machine_.runtime.advance(60);
-    EXPECT_GT(own_->idForInterval(StorageIndex::Hour), 1.0);
+    EXPECT_GE(own_->idForInterval(StorageIndex::Hour), 8.0);
+    stop(false);
 }
 
 } // namespace

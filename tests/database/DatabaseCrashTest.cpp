@@ -74,6 +74,18 @@ protected:
         }
         item->close();
     }
+    /// Commits batch after batch, counting on from what the file holds, and says so on the pipe after each.
+    [[noreturn]] void commitUntilKilled(int pipe)
+    {
+        const auto item = openItem();
+        const std::string newest = OtherProgram(path()).value("SELECT coalesce(max(batch), -1) FROM rows");
+        for (std::int64_t batch = std::stoll(newest) + 1;; ++batch) {
+            writeBatch(*item, batch, rowsInBatch);
+            if (::write(pipe, "c", 1) != 1) {
+                std::_Exit(1);
+            }
+        }
+    }
 };
 
 TEST_F(DatabaseCrashTest, FailureAtEveryNthWriteLosesNothing)
@@ -116,30 +128,6 @@ TEST_F(DatabaseCrashTest, PowerLossAmongCheckpointsTakesTwoBatchesAtMost)
     losePower(slowBuild ? 60 : 300, 1, "PRAGMA wal_autocheckpoint = 20");
 }
 
-/// Commits batch after batch, counting on from what the file holds, and says so on the pipe after each.
-[[noreturn]] void commitUntilKilled(const std::filesystem::path& path, int pipe)
-{
-    FakeMachine machine;
-    const auto item = std::make_shared<HistoryDatabaseItem>(machine.context, path, HistoryDatabaseItem::Limits{});
-    item->declareTable(
-        {.table = "rows", .create = "CREATE TABLE %@ (batch INTEGER, row INTEGER, PRIMARY KEY (batch, row))"});
-    std::int64_t batch = -1;
-    item->queryDatabase([&](SQLiteConnection& database) {
-        static_cast<void>(database.forEachRow("SELECT coalesce(max(batch), -1) FROM rows", {},
-            [&](std::span<const SqlValue> row) { batch = static_cast<std::int64_t>(sqlNumber(row[0])); }));
-    });
-    for (;;) {
-        ++batch;
-        for (std::int64_t row = 0; row < rowsInBatch; ++row) {
-            item->addItem({.table = "rows", .format = "INSERT INTO %@ VALUES (?, ?)", .args = {batch, row}});
-        }
-        item->commitSync();
-        if (::write(pipe, "c", 1) != 1) {
-            std::_Exit(1);
-        }
-    }
-}
-
 TEST_F(DatabaseCrashTest, KilledAtAnyInstantTheFileOpensClean)
 {
     std::mt19937 random(11);
@@ -151,7 +139,7 @@ TEST_F(DatabaseCrashTest, KilledAtAnyInstantTheFileOpensClean)
         ASSERT_GE(child, 0);
         if (child == 0) {
             ::close(ends[0]);
-            commitUntilKilled(path(), ends[1]);
+            commitUntilKilled(ends[1]);
         }
         ::close(ends[1]);
         std::int64_t heard = 0;

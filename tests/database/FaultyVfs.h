@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
@@ -39,6 +40,9 @@ public:
         code_ = code;
         count_ = 0;
     }
+
+    /// Runs whenever a database is opened: what makes time pass there stands for a slow disk.
+    std::function<void()> whenOpened;
 
     /// Writes the files as a disk might hold them if the power failed now: what was synced, and of each later write it
     /// is left to chance whether it arrived.
@@ -86,6 +90,9 @@ private:
 
     static int open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int* outFlags)
     {
+        if (of(vfs).whenOpened && (flags & SQLITE_OPEN_MAIN_DB) != 0) {
+            of(vfs).whenOpened();
+        }
         const int code = of(vfs).real_->xOpen(of(vfs).real_, name, file, flags, outFlags);
         if (code == SQLITE_OK && file->pMethods) {
             opened()[file] = {&of(vfs), name ? &of(vfs).disks_[name] : nullptr, file->pMethods};

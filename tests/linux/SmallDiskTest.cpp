@@ -1,5 +1,6 @@
 // Database files on real disks that are full or read-only: a small file system in memory is mounted for each test.
 
+#include "tests/collectors/RecordingCollector.h"
 #include "tests/database/DatabaseFixture.h"
 
 #include <fstream>
@@ -85,6 +86,39 @@ TEST_F(SmallDiskTest, AReadOnlyDiskIsWaitedFor)
     item->commitSync();
     EXPECT_EQ(OtherProgram(file).value("SELECT count(*) FROM rows"), "30");
     EXPECT_EQ(item->statistics().filesSetAside, 0U);
+}
+
+class MeasuringCollector final : public StatCollector {
+public:
+    explicit MeasuringCollector(Context& context) : StatCollector(context, historyOf(StorageType::Collector, 1))
+    {
+        config() = historyConfiguration(StorageType::Collector);
+        setDbTablePrefix("disk");
+    }
+    void updateStats() override
+    {
+        addSample({{"time", context().runtime.wallTime()}, {"value", 1}}, StorageIndex::Live);
+    }
+};
+
+/// A mount point can be neither opened nor renamed. The other file does not wait for it, and it joins when it is free.
+TEST_F(SmallDiskTest, AMountPointInPlaceOfTheLongTermFileHoldsUpNothingElse)
+{
+    HistoryDatabaseController databases(machine_.context);
+    machine_.context.databases = &databases;
+    MeasuringCollector collector(machine_.context);
+    collector.setDbpath(path());
+    collector.setDbpathLong(folder_.root() / "disk");
+    collector.startLogging();
+    machine_.runtime.advance(700);
+    databases.commitAllSync();
+    EXPECT_GT(std::stoi(OtherProgram(path()).value("SELECT count(*) FROM hour_diskhistory")), 100);
+    ASSERT_EQ(::umount2((folder_.root() / "disk").c_str(), MNT_DETACH), 0);
+    machine_.runtime.advance(700);
+    databases.commitAllSync();
+    EXPECT_EQ(OtherProgram(folder_.root() / "disk").value("SELECT count(*) FROM diskhistory"), "3");
+    EXPECT_GE(linesWith("cannot be used, nor moved aside"), 1U);
+    EXPECT_EQ(linesWith("stored history cannot be read"), 1U);
 }
 
 } // namespace

@@ -304,6 +304,32 @@ TEST_F(BandwidthTest, AFileThatCannotBeReadAtTheStartIsWaitedFor)
     EXPECT_EQ(rows("SELECT interface FROM bandwidth_samples"), (std::vector<Dictionary>{{{"interface", 8}}}));
 }
 
+/// Whatever happens before the file is open: a question is answered then, and the end leaves nothing behind.
+TEST_F(BandwidthTest, ASlowDiskAtTheStartHoldsUpNothing)
+{
+    FaultyVfs disk("slow-bandwidth");
+    prepareFile({interfaceTable, "insert into bandwidth_interface_map (identifier, interface) values (7, 'other')"});
+    disk.whenOpened = [this] { runtime().advance(20); };
+    plugIn("en0", 1);
+    const double before = runtime().monotonicTime();
+    daemon = std::make_unique<Daemon>(machine.context, HistoryDatabaseItem::Limits{.vfs = "slow-bandwidth"});
+    daemon->ports.updateNetwork();
+    machine.network().transfer("en0", megabyte, 0);
+    daemon->ports.updateNetwork();
+    EXPECT_EQ(runtime().monotonicTime(), before);
+    EXPECT_EQ(totals({{"interface", "other"}}).at("totals").size(), 0U) << "an answer";
+    EXPECT_GE(runtime().monotonicTime(), before + 20);
+
+    daemon = std::make_unique<Daemon>(machine.context, HistoryDatabaseItem::Limits{.vfs = "slow-bandwidth"});
+    daemon->ports.updateNetwork();
+    machine.network().transfer("en0", megabyte, 0);
+    daemon->ports.updateNetwork();
+    daemon->ports.saveBandwidth({});
+    EXPECT_EQ(rows("SELECT interface, upload FROM bandwidth_samples"),
+        (std::vector<Dictionary>{{{"interface", 8}, {"upload", 1e6}}}));
+    daemon.reset(); // before the disk goes
+}
+
 TEST_F(BandwidthTest, RowsFindTheirInterfaceInAFreshFile)
 {
     begin("en0", 1);
@@ -334,7 +360,6 @@ TEST_F(BandwidthTest, EveryOlderLayoutIsBroughtUpToDateWithItsRows)
             machine.network().now = {};
             plugIn("en0", 1);
             startDaemon();
-            EXPECT_FALSE(collector().prepareBandwidthDatabase()) << "nothing was missing";
             tick();
             machine.network().transfer("en0", megabyte, 0);
             passBoundary();

@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <filesystem>
 #include <map>
+#include <set>
 
 namespace meridal::test {
 namespace {
@@ -272,6 +274,55 @@ TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
     const Value page = history({{"series", "sensors/TC0P"}, {"resolution", "day"}});
     EXPECT_GT(page.at("samples").size(), 400U);
     EXPECT_EQ(page.at("unit"), "°C");
+}
+
+/// Files as the version before left them, whose names were a table; one of the sensors is known there only.
+TEST_F(SensorsTest, NamesOfOlderFilesAreTakenOver)
+{
+    const auto& folder = machine.context.paths.support;
+    std::filesystem::create_directories(folder);
+    for (const bool isShort : {true, false}) {
+        SQLiteConnection old;
+        ASSERT_TRUE(old.open(folder / (isShort ? "sensors.db" : "sensors-long.db"), {}));
+        for (const char* sql :
+            {"CREATE TABLE names (uuid varchar(100) primary key, name varchar, origin varchar, unit "
+             "varchar)",
+                "INSERT INTO names VALUES('TC0P','CPU','chip-1','°C'),('Vabc','5V','chip-2','V')",
+                "CREATE TABLE sensorhistory (sample integer, uuid varchar(100), time double, value double, primary key "
+                "(sample, uuid)) without rowid",
+                "INSERT INTO sensorhistory VALUES (1, 'Vabc', 1.6e9, 5.0)",
+                "CREATE VIEW sensorhistory_named AS SELECT names.name, names.origin, names.unit, rows.* FROM "
+                "sensorhistory AS rows LEFT JOIN names ON names.uuid = rows.uuid",
+                isShort ? "CREATE TABLE recorded_series (collector varchar(32), uuid varchar(100), name varchar, unit "
+                          "varchar(16), step double, primary key (collector, uuid))"
+                        : "DROP TABLE IF EXISTS recorded_series",
+                isShort ? "INSERT INTO recorded_series VALUES('sensors','TC0P','CPU','°C',0.0)"
+                        : "DROP TABLE IF EXISTS recorded_series"}) {
+            ASSERT_TRUE(old.execute(sql)) << sql;
+        }
+    }
+    emulate();
+    machine.sensorChannels().change({{"TC1P", "chip-1", "GPU", SensorChannelKind::Temperature, {}, {}, {}}});
+    smc().setFloat("TC1P", 40);
+    for (int run = 0; run < 2; ++run) {
+        start();
+        machine.runtime.advance(70);
+        std::set<std::string> listed;
+        for (const HistorySeries& series : collector().series()) {
+            listed.insert(series.key);
+        }
+        EXPECT_EQ(listed, (std::set<std::string>{"TC0P", "TC1P"})) << "what was recorded, and it alone";
+        daemon.reset();
+        for (const char* file : {"sensors.db", "sensors-long.db"}) {
+            EXPECT_EQ(Value(rows("select * from names order by uuid", file)).dump(),
+                R"([{"name":"CPU","origin":"chip-1","unit":"°C","uuid":"TC0P"},)"
+                R"({"name":"GPU","origin":"chip-1","unit":"°C","uuid":"TC1P"},)"
+                R"({"name":"5V","origin":"chip-2","unit":"V","uuid":"Vabc"}])")
+                << file;
+            EXPECT_EQ(rows("select type from sqlite_master where name = 'names'", file)[0]["type"], "view") << file;
+            EXPECT_EQ(rows("select name from sensorhistory_named where sample = 1", file)[0]["name"], "5V") << file;
+        }
+    }
 }
 
 TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)

@@ -1,4 +1,5 @@
 #include "tests/database/DatabaseFixture.h"
+#include "tests/database/FaultyVfs.h"
 #include "tests/uptime/UptimeFixture.h"
 
 #include <cmath>
@@ -19,7 +20,6 @@ TEST_F(UptimeTest, ABootIsOneRowHoweverOftenTheDaemonStarts)
         EXPECT_EQ(rows("select * from boottimes", file), (std::vector<Dictionary>{{{"time", started}}}));
     }
     EXPECT_TRUE(daemon->collector.config()["xmlNoSamples"]);
-    EXPECT_FALSE(daemon->collector.prepareDatabase()) << "the tables are there";
 
     const double end = now();
     shutDown();
@@ -137,16 +137,11 @@ TEST_F(UptimeTest, ABootKeepsItsKeyInAFreshFile)
     startDaemon();
     const double key = daemon->collector.boottime();
     stepClock(86'400);
-    const auto lose = [this] {
-        for (const char* part : {"", "-wal", "-shm"}) {
-            std::filesystem::remove(machine.context.paths.uptimeDatabase().string() + part);
-        }
-    };
-    lose();
+    loseFile();
     runtime().advance(700); // a note finds it gone
     EXPECT_EQ(boots(), Times{key});
     daemon.reset();
-    lose();
+    loseFile();
     startDaemon();
     EXPECT_EQ(boots(), Times{key});
     EXPECT_EQ(rows("select time from boottimes", "uptime-history-long.db"), (std::vector<Dictionary>{{{"time", key}}}));
@@ -220,6 +215,38 @@ TEST_F(UptimeTest, ASleepCalledOffLeavesNoRow)
     EXPECT_EQ(rows("select * from sleep").size(), 1U);
     EXPECT_EQ(ends(ask().value()), Ends{"running"});
     EXPECT_EQ(ask().value()["current"]["asleep"], 60.0);
+}
+
+/// Nothing waits while the files are opened; what happens meanwhile is written afterwards, in its order and under the
+/// boot's own key.
+TEST_F(UptimeTest, TheStartDoesNotWaitForASlowDisk)
+{
+    FaultyVfs disk("slow-uptime");
+    disk.whenOpened = [this] { runtime().advance(20); };
+    startDaemon();
+    const double key = daemon->collector.boottime();
+    stepClock(86'400);
+    for (const bool isEnd : {false, true}) {
+        daemon.reset();
+        loseFile();
+        const double before = runtime().monotonicTime();
+        daemon = std::make_unique<Daemon>(machine.context, HistoryDatabaseItem::Limits{.vfs = "slow-uptime"});
+        EXPECT_EQ(runtime().monotonicTime(), before);
+        if (isEnd) {
+            shutDown();
+        } else {
+            daemon->ports.saveShutdownTime(Farewell::Sleep, now(), [] {});
+            daemon->ports.saveSleep(now(), now() + 60);
+            EXPECT_EQ(runtime().monotonicTime(), before);
+            runtime().advance(100);
+            EXPECT_EQ(daemon->collector.boottime(), key);
+            EXPECT_EQ(boots(), Times{key});
+            EXPECT_EQ(rows("select * from boottimes", "uptime-history.db").size(), 1U);
+        }
+        EXPECT_EQ(rows("select state, asleep from boot_records"),
+            (std::vector<Dictionary>{{{"state", isEnd ? 3 : 1}, {"asleep", isEnd ? 0.0 : 60.0}}}));
+    }
+    runtime().runDue(); // what is left of the files goes before the disk
 }
 
 TEST_F(UptimeTest, ASlowDiskDoesNotHoldTheMainQueue)

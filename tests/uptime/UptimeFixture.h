@@ -23,8 +23,8 @@ class UptimeTest : public ::testing::Test {
 protected:
     /// What the daemon has of it, from its start to its end.
     struct Daemon {
-        explicit Daemon(Context& context)
-            : databases(context), collector(context, databases), keeper(context, collector, databases)
+        explicit Daemon(Context& context, const HistoryDatabaseItem::Limits& limits = {})
+            : databases(context, limits), collector(context, databases), keeper(context, collector, databases)
         {
             keeper.plugInto(ports);
             ports.prepareUptime();
@@ -83,6 +83,12 @@ protected:
         fallAsleep();
         runtime().sleepMachine(seconds);
         wake();
+    }
+    void loseFile() const
+    {
+        for (const char* part : {"", "-wal", "-shm"}) {
+            std::filesystem::remove(machine.context.paths.uptimeDatabase().string() + part);
+        }
     }
     /// Somebody sets the clock: the kernel moves its boot time along.
     void stepClock(double seconds)
