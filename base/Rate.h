@@ -15,6 +15,9 @@ struct CounterReading {
 /// How far a counter moved between two readings; empty when it restarted or belongs to something else.
 std::optional<std::uint64_t> countBetween(const CounterReading& previous, const CounterReading& current);
 
+/// The same for a counter that begins at 0 again when it restarts: then what it has counted since.
+constexpr std::uint64_t growth(std::uint64_t now, std::uint64_t before) { return now >= before ? now - before : now; }
+
 /// Per second between two readings; empty where no honest figure exists (another identity, a counter that went back,
 /// no time passed).
 std::optional<double> ratePerSecond(const CounterReading& previous, const CounterReading& current);

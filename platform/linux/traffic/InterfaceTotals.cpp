@@ -1,5 +1,6 @@
 #include "platform/linux/traffic/InterfaceTotals.h"
 
+#include "base/Rate.h"
 #include "platform/linux/network/LinkMessages.h"
 
 #include <algorithm>
@@ -36,9 +37,6 @@ bool isBare(const rtnl::Link& link)
         ARPHRD_TUNNEL, ARPHRD_TUNNEL6, ARPHRD_SIT, ARPHRD_IPGRE, ARPHRD_IP6GRE};
     return std::find(types.begin(), types.end(), link.hardwareType) != types.end();
 }
-
-/// A counter that went back has started over.
-std::uint64_t growth(std::uint64_t now, std::uint64_t before) { return now >= before ? now - before : now; }
 
 } // namespace
 

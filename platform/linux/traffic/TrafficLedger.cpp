@@ -1,14 +1,13 @@
 #include "platform/linux/traffic/TrafficLedger.h"
 
+#include "base/Rate.h"
+
 #include <cstring>
 #include <utility>
 
 namespace meridal {
 
 namespace {
-
-/// Entries only grow; one that is smaller is new, and the old one was taken out behind our back.
-std::uint64_t growth(std::uint64_t now, std::uint64_t before) { return now >= before ? now - before : now; }
 
 ProcessIdentity identityOf(std::uint64_t key)
 {
@@ -32,6 +31,7 @@ void TrafficLedger::note(std::uint64_t key, const BpfTraffic& sums, std::vector<
     const auto [place, isNew] = entries_.try_emplace(key);
     Entry& entry = place->second;
     TrafficCount count;
+    // Entries only grow; one that is smaller is new, and the old one was taken out behind our back.
     count.bytesReceived = growth(sums.bytes[BPF_TRAFFIC_RECEIVED], entry.sums.bytes[BPF_TRAFFIC_RECEIVED]);
     count.bytesSent = growth(sums.bytes[BPF_TRAFFIC_SENT], entry.sums.bytes[BPF_TRAFFIC_SENT]);
     count.packetsReceived = growth(sums.packets[BPF_TRAFFIC_RECEIVED], entry.sums.packets[BPF_TRAFFIC_RECEIVED]);
