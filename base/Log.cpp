@@ -8,7 +8,6 @@
 #include <spdlog/logger.h>
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/dist_sink.h>
-#include <spdlog/sinks/stdout_sinks.h>
 
 #include <chrono>
 #include <mutex>
@@ -147,8 +146,6 @@ void Log::addFiles(const Runtime& runtime, const std::filesystem::path& folder, 
     }
     state_->addSink(std::move(files));
 }
-
-void Log::addStandardError() { state_->addSink(std::make_shared<spdlog::sinks::stderr_sink_mt>()); }
 
 void Log::addListener(std::function<void(LogLevel, std::string_view)> listener)
 {

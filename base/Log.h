@@ -34,8 +34,6 @@ public:
     /// Adds rolling files in a folder, which is made when missing. Failure leaves the log as it was.
     /// Ages are measured on the wall clock of the runtime, which must outlive the log.
     void addFiles(const Runtime& runtime, const std::filesystem::path& folder, LogPolicy policy = {});
-    /// Adds standard error.
-    void addStandardError();
     /// Adds a function that gets every line at once, on the writing thread; for tests.
     void addListener(std::function<void(LogLevel, std::string_view)> listener);
 

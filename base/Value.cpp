@@ -73,8 +73,6 @@ void appendNumber(std::string& json, double number)
     }
 }
 
-std::string serialisePretty(const Value& value) { return value.dump(2, ' ', false, Value::error_handler_t::replace); }
-
 std::optional<Value> parseUntrusted(std::string_view text)
 {
     bool tooDeep = false;

@@ -41,8 +41,6 @@ std::string serialise(const Value& value);
 /// several times as much as values.
 void appendText(std::string& json, std::string_view text);
 void appendNumber(std::string& json, double number);
-/// As serialise, indented for people.
-std::string serialisePretty(const Value& value);
 
 /// Parses one JSON text from outside. Absent on malformed text and on nesting beyond maximumNesting.
 std::optional<Value> parseUntrusted(std::string_view text);

@@ -41,7 +41,6 @@ public:
 
     /// Tries once and tells the outcome, never inside this call. Not while connected.
     void connect(std::function<void(Result<void>)> done);
-    bool isConnected() const { return connected_; }
     /// Sends a call; an array of parameters in order. Fails at once, by its reply, when not connected.
     void call(const std::string& method, const Value& parameters, Reply reply);
 

@@ -21,8 +21,6 @@ enum class RequestKey : std::uint32_t {
 
 constexpr std::uint32_t mask(RequestKey key) { return static_cast<std::uint32_t>(key); }
 constexpr bool holds(std::int64_t requestMask, RequestKey key) { return (requestMask & mask(key)) != 0; }
-/// Whether it asks for a list of processes.
-constexpr bool isProcessList(RequestKey key) { return key < RequestKey::SmartTemperatures; }
 
 /// As a person writes it on a command line.
 struct RequestKeyName {

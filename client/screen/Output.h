@@ -16,7 +16,6 @@ public:
     bool write(std::string_view text);
     bool write(const Lines& lines);
 
-    bool hasFailed() const { return error_ != 0; }
     /// Whether the failure is only that nobody reads.
     bool readerLeft() const;
     /// Why writing failed, for people.

@@ -17,6 +17,7 @@ namespace meridal {
 namespace {
 
 using Recorded = BatteryStatCollectorItem::Recorded;
+using Reading = BatteryStatCollectorItem::Reading;
 
 const std::array<TableSchema, 3> tables = {{
     {.table = "battery_cycles",
@@ -30,6 +31,8 @@ const std::array<TableSchema, 3> tables = {{
 /// Health is kept in whole percent. A figure at the edge of two would be written again and again without a gap between
 /// the way up and the way down.
 constexpr double healthStep = 0.55;
+/// Readings of a battery kept while its file cannot be read.
+constexpr std::size_t mostUnrecorded = 32;
 
 /// The newest row of a battery, or nothing; a failure where the file cannot be read.
 Result<std::optional<Dictionary>> newestRow(SQLiteConnection& connection, std::string_view query, const SqlValue& key)
@@ -59,6 +62,14 @@ std::optional<Recorded> readRecorded(SQLiteConnection& connection, const std::st
     found.health = *health ? number(**health, "health") : std::nullopt;
     found.source = *source ? integer(**source, "source") : std::nullopt;
     return found;
+}
+
+Reading readingOf(const BatteryStatCollectorItem& item, double time)
+{
+    return {.time = time,
+        .cycles = item.cycles(),
+        .health = item.health(),
+        .source = static_cast<std::int64_t>(item.source())};
 }
 
 } // namespace
@@ -111,15 +122,16 @@ void BatteryStatCollector::recordChanges()
         if (item->isPeripheral() || !item->key()) {
             continue;
         }
-        switch (item->recorded().phase) {
-        case Recorded::Phase::NotAsked:
+        item->unrecorded().push_back(readingOf(*item, context().runtime.wallTime()));
+        if (item->recorded().phase == Recorded::Phase::Known) {
+            writeChanges(*item);
+            continue;
+        }
+        if (item->unrecorded().size() > mostUnrecorded) {
+            item->unrecorded().erase(item->unrecorded().begin());
+        }
+        if (item->recorded().phase == Recorded::Phase::NotAsked) {
             loadRecorded(item);
-            break;
-        case Recorded::Phase::Asked:
-            break;
-        case Recorded::Phase::Known:
-            recordChanges(*item);
-            break;
         }
     }
 }
@@ -149,38 +161,42 @@ void BatteryStatCollector::takeRecorded(BatteryStatCollectorItem& item, const st
         return;
     }
     item.recorded() = *found;
-    recordChanges(item);
+    writeChanges(item);
 }
 
-void BatteryStatCollector::recordChanges(BatteryStatCollectorItem& item)
+/// Writes of the readings what is another than before.
+void BatteryStatCollector::writeChanges(BatteryStatCollectorItem& item)
 {
+    const std::vector<Reading> readings = std::exchange(item.unrecorded(), {});
     const auto file = database();
     if (!file) {
         return;
     }
     Recorded& recorded = item.recorded();
-    const double now = context().runtime.wallTime();
     bool any = false;
-    const auto insert = [&](const char* table, const char* format, std::int64_t value) {
-        file->addItem({.table = table, .format = format, .args = {now, *item.key(), value}});
+    const auto insert = [&](const char* table, const char* format, double time, std::int64_t value) {
+        file->addItem({.table = table, .format = format, .args = {time, *item.key(), value}});
         any = true;
     };
-    if (item.cycles() && item.cycles() != recorded.cycles) {
-        insert("battery_cycles", "insert into %@ (time, uuid, cycles) values (?, ?, ?)", *item.cycles());
-        recorded.cycles = item.cycles();
-    }
-    if (item.health() && (!recorded.health || std::abs(*item.health() - *recorded.health) > healthStep)) {
-        const double whole = std::round(*item.health());
-        if (whole != recorded.health) {
-            insert("battery_health", "insert into %@ (time, uuid, health) values (?, ?, ?)",
-                static_cast<std::int64_t>(whole));
-            recorded.health = whole;
+    for (const Reading& reading : readings) {
+        if (reading.cycles && reading.cycles != recorded.cycles) {
+            insert("battery_cycles", "insert into %@ (time, uuid, cycles) values (?, ?, ?)", reading.time,
+                *reading.cycles);
+            recorded.cycles = reading.cycles;
         }
-    }
-    const auto source = static_cast<std::int64_t>(item.source());
-    if (source != recorded.source.value_or(static_cast<std::int64_t>(BatterySource::Unknown))) {
-        insert("battery_sources", "insert into %@ (time, uuid, source) values (?, ?, ?)", source);
-        recorded.source = source;
+        if (reading.health && (!recorded.health || std::abs(*reading.health - *recorded.health) > healthStep)) {
+            const double whole = std::round(*reading.health);
+            if (whole != recorded.health) {
+                insert("battery_health", "insert into %@ (time, uuid, health) values (?, ?, ?)", reading.time,
+                    static_cast<std::int64_t>(whole));
+                recorded.health = whole;
+            }
+        }
+        if (reading.source != recorded.source.value_or(static_cast<std::int64_t>(BatterySource::Unknown))) {
+            insert("battery_sources", "insert into %@ (time, uuid, source) values (?, ?, ?)", reading.time,
+                reading.source);
+            recorded.source = reading.source;
+        }
     }
     if (any) {
         if (!item.name().empty()) {

@@ -33,7 +33,7 @@ private:
     std::shared_ptr<HistoryDatabaseItem> database() const;
     void loadRecorded(const ItemPointer& item);
     void takeRecorded(BatteryStatCollectorItem& item, const std::optional<BatteryStatCollectorItem::Recorded>& found);
-    void recordChanges(BatteryStatCollectorItem& item);
+    void writeChanges(BatteryStatCollectorItem& item);
 
     Lifetime lifetime_;
 };

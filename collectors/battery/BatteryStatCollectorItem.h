@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace meridal {
 
@@ -20,6 +21,13 @@ public:
         std::optional<double> health = {}; ///< %
         std::optional<std::int64_t> source = {};
         enum class Phase { NotAsked, Asked, Known } phase = Phase::NotAsked;
+    };
+    /// What may be recorded of it, as it stood at a moment.
+    struct Reading {
+        double time = 0; ///< s since 1970
+        std::optional<std::int64_t> cycles = {};
+        std::optional<double> health = {}; ///< %
+        std::int64_t source = 0;
     };
 
     explicit BatteryStatCollectorItem(Context& context) : StatCollectorItem(context) { }
@@ -77,6 +85,8 @@ public:
     void setLevel(std::string level) { level_ = std::move(level); }
 
     Recorded& recorded() { return recorded_; }
+    /// Readings from before it was known what the files hold, oldest first.
+    std::vector<Reading>& unrecorded() { return unrecorded_; }
 
     /// How long the machine has been asleep so far, s; to be kept up to date, as it dates a change of the source.
     void setSlept(double slept) { slept_ = slept; }
@@ -116,6 +126,7 @@ private:
     bool bluetooth_ = false;
     std::string level_;
     Recorded recorded_;
+    std::vector<Reading> unrecorded_;
 };
 
 } // namespace meridal

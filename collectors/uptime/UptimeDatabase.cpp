@@ -39,6 +39,7 @@ const ViewSchema sleepsView = {.view = "sleeps",
 
 constexpr int farewellAttempts = 8;       // of 250 ms each: within the 3 s for which the power manager delays a sleep
 constexpr double writeRetryInterval = 15; // s
+constexpr double longestWaitForKey = 60;  // s
 constexpr double vigilInterval = 10;      // s
 constexpr double sleepIsAborted = 2 * 60; // s awake since a farewell: logind and macOS both fall asleep within 30 s
 
@@ -110,6 +111,9 @@ void UptimeDatabase::writeSync(const BootEvent& event, int attempts)
         key = journal_->key();
     });
     conclude(done, key);
+    if (key && confirmed_) { // of a daemon that ends before it was told
+        confirmed_();
+    }
 }
 
 void UptimeDatabase::conclude(bool done, std::optional<double> key)
@@ -133,6 +137,11 @@ void UptimeDatabase::saveBootTime(const AskForKey& askForKey)
     noteRunning();
     askForKey(lifetime_.guard([this](std::optional<double> key) {
         database_->queryDatabaseAsync([journal = journal_, key](SQLiteConnection&) { journal->suggestKey(key); });
+        write(std::nullopt, 1);
+    }));
+    // A file may hang for ever in the one that is asked, and must not keep the record of boots waiting with it.
+    context_.runtime.after(longestWaitForKey, lifetime_.guard([this] {
+        database_->queryDatabaseAsync([journal = journal_](SQLiteConnection&) { journal->giveUpSuggestion(); });
         write(std::nullopt, 1);
     }));
 }

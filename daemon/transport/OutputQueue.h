@@ -29,7 +29,6 @@ public:
     Finished consume(std::size_t count);
     /// Bytes of answers that the client has not taken.
     std::size_t unsentAnswers() const { return answers_.size() + (currentIsEnvelope_ ? 0 : front_.size()); }
-    bool hasCurrent() const { return current_ != nullptr; }
 
 private:
     bool startAnswers();

@@ -37,9 +37,6 @@ public:
     /// "BatteryData".
     virtual std::vector<Dictionary> smartBatteries() = 0;
 
-    /// Whether an external power adapter is connected. Absent when the system does not tell.
-    virtual std::optional<bool> adapterConnected() = 0;
-
     /// Asks the sources that the system does not keep track of itself, and calls back on the main queue, once, when
     /// descriptions() has their answers: at once where there is no such source, within seconds where one does not answer.
     virtual void refresh(std::function<void()> done) { done(); }

@@ -208,7 +208,6 @@ class FakePowerSources final : public PowerSources {
 public:
     std::vector<Dictionary> descriptions() override { return sources; }
     std::vector<Dictionary> smartBatteries() override { return batteries; }
-    std::optional<bool> adapterConnected() override { return adapter; }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override
     {
         const auto entry = observers.insert(observers.end(), std::move(changed));
@@ -231,7 +230,6 @@ public:
 
     std::vector<Dictionary> sources;
     std::vector<Dictionary> batteries;
-    std::optional<bool> adapter;
     std::list<std::function<void()>> observers;
 
 private:

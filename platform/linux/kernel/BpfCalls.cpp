@@ -106,8 +106,6 @@ bool writeBpfMap(int map, const void* key, const void* value)
 
 bool removeFromBpfMap(int map, const void* key) { return elementCall(BPF_MAP_DELETE_ELEM, map, key, nullptr); }
 
-bool nextBpfKey(int map, const void* key, void* next) { return elementCall(BPF_MAP_GET_NEXT_KEY, map, key, next); }
-
 Result<BpfMapping> BpfMapping::map(int map, std::size_t size)
 {
     void* data = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, map, 0);

@@ -44,8 +44,6 @@ Result<Descriptor> startBpfIterator(int link);
 bool readBpfMap(int map, const void* key, void* value);
 bool writeBpfMap(int map, const void* key, const void* value);
 bool removeFromBpfMap(int map, const void* key);
-/// Goes from key to key; a null `key` gives the first. False at the end.
-bool nextBpfKey(int map, const void* key, void* next);
 
 /// An array map with BPF_F_MMAPABLE, seen without any call. The kernel keeps it as long as it is mapped.
 class BpfMapping {

@@ -208,8 +208,6 @@ std::vector<Dictionary> SysfsPowerSources::smartBatteries()
     return batteries;
 }
 
-std::optional<bool> SysfsPowerSources::adapterConnected() { return externalPower(read()); }
-
 std::unique_ptr<PowerSources::Observation> SysfsPowerSources::observe(std::function<void()> changed)
 {
     observers_->push_back(std::make_shared<const std::function<void()>>(std::move(changed)));

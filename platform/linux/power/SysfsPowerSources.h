@@ -26,7 +26,6 @@ public:
 
     std::vector<Dictionary> descriptions() override;
     std::vector<Dictionary> smartBatteries() override;
-    std::optional<bool> adapterConnected() override;
     void refresh(std::function<void()> done) override { ups_.refresh(std::move(done)); }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 

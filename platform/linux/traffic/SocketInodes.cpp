@@ -105,7 +105,6 @@ SocketInodes::Answer SocketInodes::find(std::uint64_t inode)
         if (time - owner->second.checked < checkInterval) {
             return {State::Found, owner->second.pid};
         }
-        ++linksRead_;
         if (sockets_.inodeOf(owner->second.pid, owner->second.fd) == inode) {
             owner->second.checked = time;
             return {State::Found, owner->second.pid};
@@ -242,7 +241,6 @@ void SocketInodes::beginScan(std::int32_t pid, Process& process, int& budget)
 
 void SocketInodes::readLink(std::int32_t pid, Process& process, int fd, double time)
 {
-    ++linksRead_;
     const std::uint64_t inode = sockets_.inodeOf(pid, fd);
     process.descriptors[fd] = inode;
     if (inode == 0) {

@@ -50,8 +50,6 @@ public:
     /// Goes on looking for what is wanted. True when something was found.
     bool search();
     std::size_t known() const { return owners_.size(); }
-    /// Links read so far: what it costs.
-    std::uint64_t linksRead() const { return linksRead_; }
 
     static constexpr std::size_t mostKnown = 131'072;
     /// Owners that are kept, closed or not, before it is looked which of them are still there.
@@ -101,7 +99,6 @@ private:
     bool isPassedOver_ = false;      ///< somebody was, in this round: his large table was read a moment ago
     double forgetAt_ = 0;
     std::size_t forgetAtSize_ = firstForgotten; ///< of owners_
-    std::uint64_t linksRead_ = 0;
 };
 
 } // namespace meridal

@@ -65,7 +65,6 @@ public:
     std::vector<Dictionary> descriptions() override;
     /// As the driver has it, but with capacities always in mAh. There is one at most.
     std::vector<Dictionary> smartBatteries() override;
-    std::optional<bool> adapterConnected() override;
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 };
 
@@ -96,11 +95,6 @@ std::vector<Dictionary> MacPowerSources::smartBatteries()
         return {};
     }
     return {milliampereSmartBattery(std::move(battery))};
-}
-
-std::optional<bool> MacPowerSources::adapterConnected()
-{
-    return static_cast<bool>(CFRef<CFDictionaryRef>(IOPSCopyExternalPowerAdapterDetails()));
 }
 
 std::unique_ptr<PowerSources::Observation> MacPowerSources::observe(std::function<void()> changed)
