@@ -196,7 +196,8 @@ public:
         peer_ = std::make_unique<Worker>(
             std::vector<std::function<void()>>{[] { ::unshare(CLONE_NEWNET); }, [] { configure("p0", 2); }, serve});
         take(*peer_);
-        run("ip link add m0 type veth peer name p0 netns " + std::to_string(peer_->pid()));
+        // The kernel is in no hurry, up to a second, to call a pair ready whose ends have the same number.
+        run("ip link add m0 index 5 type veth peer name p0 index 6 netns " + std::to_string(peer_->pid()));
         configure("m0", 1);
         take(*peer_);
         peer_->go();
