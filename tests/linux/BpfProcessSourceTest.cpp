@@ -51,15 +51,16 @@ struct ToldReader final : BpfProcessReader {
 };
 
 struct ToldProcesses : testing::Test {
-    std::shared_ptr<std::vector<BpfProcess>> told = std::make_shared<std::vector<BpfProcess>>();
-    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
-    BpfProcessSource source{std::make_unique<ToldReader>(told), "/nowhere", limitations};
-
+    std::unique_ptr<BpfProcessReader> reader() { return std::make_unique<ToldReader>(told); }
     const ProcessRecord& read(const BpfProcess& only)
     {
         *told = {only};
         return source.readProcesses(ProcessFields::All).front();
     }
+
+    std::shared_ptr<std::vector<BpfProcess>> told = std::make_shared<std::vector<BpfProcess>>();
+    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
+    BpfProcessSource source{reader(), "/nowhere", limitations};
 };
 
 RC_GTEST_PROP(SplitCpuTime, NeitherPartNorTheSumEverFalls, ())
@@ -147,7 +148,7 @@ TEST_F(ToldProcesses, SumsThatThreadsEndedUnderAreLeftOut)
 
 TEST_F(ToldProcesses, AFailedLookIsMadeUpForByProcAndSeveralAreFinal)
 {
-    BpfProcessSource live(std::make_unique<ToldReader>(told), "/", limitations);
+    BpfProcessSource live(reader(), "/", limitations);
     const auto seesItself = [&] {
         const auto rows = live.readProcesses(ProcessFields::Cpu);
         return std::any_of(rows.begin(), rows.end(), [](const ProcessRecord& row) { return row.pid == ::getpid(); });
@@ -167,7 +168,7 @@ TEST_F(ToldProcesses, AFailedLookIsMadeUpForByProcAndSeveralAreFinal)
     EXPECT_TRUE(seesItself());
 }
 
-TEST(BpfNames, OfKernelThreadsAreReadWholeAndOnce)
+TEST_F(ToldProcesses, NamesOfKernelThreadsAreReadWholeAndOnce)
 {
     const auto stat = [](int pid, std::string_view name) {
         return fmt::format("{} ({}) S 2 0 0 0 -1 2097248 0 0 0 0 0 0 0 0 20 0 1 0 5 0 0\n", pid, name);
@@ -175,49 +176,50 @@ TEST(BpfNames, OfKernelThreadsAreReadWholeAndOnce)
     const test::TemporaryTree tree{{"proc/16/stat", stat(16, "rcu_exp_par_gp_kthread_worker/0")},
         {"proc/16/status", "Tgid:\t16\n"}, {"proc/17/stat", stat(17, "kworker/u257:10-events_unbound")},
         {"proc/17/status", "Tgid:\t17\n"}, {"proc/18/stat", stat(18, "not looked at")}};
-    const auto told = std::make_shared<std::vector<BpfProcess>>();
     for (const auto& [pid, name] :
         {std::pair(16, "rcu_exp_par_gp_"), {17, "kworker/u257:10"}, {18, "ab/cd/ef/gh/ijk"}}) {
         std::strcpy(told->emplace_back(process(pid)).name, name);
     }
     (*told)[0].flags |= BPF_PROCESS_KERNEL_THREAD;
     (*told)[1].flags |= BPF_PROCESS_KERNEL_THREAD;
-    BpfProcessSource source(std::make_unique<ToldReader>(told), tree.root(), std::make_shared<Limitations>());
+    BpfProcessSource named(reader(), tree.root(), limitations);
     const auto names = [&] {
         std::vector<std::string> given;
-        for (const ProcessRecord& row : source.readProcesses(ProcessFields::Cpu)) {
+        for (const ProcessRecord& row : named.readProcesses(ProcessFields::Cpu)) {
             given.emplace_back(row.name);
         }
         return given;
     };
     const auto all = testing::ElementsAre("rcu_exp_par_gp_kthread_worker/0", "kworker/u257:10", "ab/cd/ef/gh/ijk");
     EXPECT_THAT(names(), all);
-    EXPECT_EQ(source.executablePath(18, "ab/cd/ef/gh/ijk"), std::nullopt);
+    EXPECT_EQ(named.executablePath(18, "ab/cd/ef/gh/ijk"), std::nullopt);
     tree.remove("proc");
     EXPECT_THAT(names(), all);
     (*told)[0].start += 1'000'000'000;
     EXPECT_THAT(names().front(), "rcu_exp_par_gp_") << "another under its pid";
 }
 
-TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
+TEST_F(ToldProcesses, UnitsAreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
 {
     const test::TemporaryTree tree{{"proc/42/cgroup", "0::/system.slice/a.service\n"},
         {"proc/50/cgroup", "0::/system.slice/a.service\n"}, {"sys/fs/cgroup/system.slice/a.service/cgroup.procs", ""},
         {"proc/60/cgroup", "1:name=systemd:/system.slice/a.service\n0::/\n"}};
-    struct stat folder { };
-    struct stat top { };
-    ASSERT_EQ(::stat((tree.root() / "sys/fs/cgroup/system.slice/a.service").c_str(), &folder), 0);
-    ASSERT_EQ(::stat((tree.root() / "sys/fs/cgroup").c_str(), &top), 0);
-    const auto told = std::make_shared<std::vector<BpfProcess>>();
+    const auto inode = [&](const char* path) {
+        struct stat status { };
+        EXPECT_EQ(::stat((tree.root() / path).c_str(), &status), 0);
+        return status.st_ino;
+    };
+    const auto folder = inode("sys/fs/cgroup/system.slice/a.service");
+    const auto top = inode("sys/fs/cgroup");
     for (const std::int32_t pid : {42, 43, 50, 51, 60, 61}) {
         told->push_back(process(pid));
         told->back().cgroups = 7;
-        told->back().cgroup = pid < 50 ? folder.st_ino : pid < 60 ? folder.st_ino + 1 : top.st_ino;
+        told->back().cgroup = pid < 50 ? folder : pid < 60 ? folder + 1 : top;
     }
-    BpfProcessSource source(std::make_unique<ToldReader>(told), tree.root(), std::make_shared<Limitations>());
+    BpfProcessSource grouped(reader(), tree.root(), limitations);
     const auto units = [&] {
         std::vector<std::uint32_t> numbers;
-        for (const ProcessRecord& row : source.readProcesses(ProcessFields::All)) {
+        for (const ProcessRecord& row : grouped.readProcesses(ProcessFields::All)) {
             numbers.push_back(row.unit.number);
         }
         return numbers;
@@ -225,7 +227,7 @@ TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
     // 43 without a file of its own, 50 moved since its record was made, 51 cannot be read; and where another hierarchy tells
     // the unit, who shares the one control group of this one shares nothing.
     EXPECT_EQ(units(), std::vector<std::uint32_t>({1, 1, 1, 0, 1, 0}));
-    (*told)[0].cgroup = folder.st_ino + 2; // moved, with a file to tell it
+    (*told)[0].cgroup = folder + 2; // moved, with a file to tell it
     tree.write("proc/42/cgroup", "0::/system.slice/b.service\n");
     EXPECT_EQ(units().front(), 2U);
     // 60's group of the unified hierarchy stays as it is. Its file is looked at when its groups are others.
@@ -237,13 +239,12 @@ TEST(BpfUnits, AreReadOnceACgroupAndOnlyWhenTheProcessIsStillInIt)
     EXPECT_EQ(units()[4], 2U);
 }
 
-struct Choice : testing::Test {
+struct Choice : ToldProcesses {
     std::unique_ptr<ProcessSource> choose(const BpfProcessLoaders& loaders)
     {
         return chooseProcessSource("/", limitations, {}, loaders);
     }
     std::string why() { return limitations->all()["process-source"]; }
-    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
 };
 
 TEST_F(Choice, WhatDoesNotLoadGivesWayToProcAndSaysWhyOnce)
@@ -251,19 +252,18 @@ TEST_F(Choice, WhatDoesNotLoadGivesWayToProcAndSaysWhyOnce)
     const auto refused = [] {
         return Result<std::unique_ptr<BpfProcessReader>>(Unexpected{bpfError("loading", EPERM).error});
     };
-    const auto source = choose({refused, refused});
-    EXPECT_EQ(source->method(), "proc");
-    EXPECT_FALSE(source->readProcesses(ProcessFields::All).empty());
+    const auto chosen = choose({refused, refused});
+    EXPECT_EQ(chosen->method(), "proc");
+    EXPECT_FALSE(chosen->readProcesses(ProcessFields::All).empty());
     EXPECT_EQ(why(), "processes are read from /proc, one by one: loading: Operation not permitted");
 }
 
 TEST_F(Choice, WhatDisagreesWithProcIsNotUsed)
 {
-    const auto told = std::make_shared<std::vector<BpfProcess>>();
-    const auto source = choose({[&] { return std::unique_ptr<BpfProcessReader>(new ToldReader(told)); }});
-    EXPECT_EQ(source->method(), "proc") << "it said nothing";
+    const auto load = [this] { return reader(); };
+    EXPECT_EQ(choose({load})->method(), "proc") << "it said nothing";
     *told = {process(::getpid()), process(::getppid())};
-    choose({[&] { return std::unique_ptr<BpfProcessReader>(new ToldReader(told)); }});
+    choose({load});
     EXPECT_THAT(why(), HasSubstr("disagree about process"));
 }
 
@@ -276,12 +276,10 @@ TEST_F(Choice, AnOrdinaryUserIsRefusedAndGetsProc)
         constexpr uid_t nobody = 65534;
         const auto limits = std::make_shared<Limitations>();
         const bool dropped = ::setresuid(nobody, nobody, nobody) == 0;
-        const auto source = chooseProcessSource("/", limits, {});
-        pipes.answer(dropped && source->method() == "proc" && limits->all().contains("process-source") ? '+' : '-');
+        const auto chosen = chooseProcessSource("/", limits, {});
+        pipes.answer(dropped && chosen->method() == "proc" && limits->all().contains("process-source") ? '+' : '-');
     });
-    char answer = 0;
-    ASSERT_TRUE(child.answer(answer));
-    EXPECT_EQ(answer, '+');
+    EXPECT_EQ(child.answer(), '+');
 }
 
 /// What every way to read a process must tell alike, by pid: who it is, and what people see of it.
@@ -307,8 +305,7 @@ TEST_F(Choice, EveryWayTellsTheSameOfEveryProcessOfThisMachine)
         pipes.command();
     });
     const Child ended([](const Child::Pipes&) {});
-    char ready = 0;
-    ASSERT_TRUE(named.answer(ready));
+    ASSERT_TRUE(named.answer());
     ended.awaitEnd();
     test::FakeMachine machine;
     std::unique_ptr<ProcessSource> proc = std::make_unique<ProcProcessSource>("/", limitations);

@@ -24,8 +24,7 @@ struct BusTest : ::testing::Test {
             ::execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog",
                 "--print-address=3", ("--address=" + address).c_str(), nullptr);
         });
-        char first = 0;
-        hasDaemon = daemon->answer(first); // printed once it listens
+        hasDaemon = daemon->answer().has_value(); // printed once it listens
     }
     void SetUp() override
     {
@@ -33,18 +32,20 @@ struct BusTest : ::testing::Test {
         if (!hasDaemon) {
             GTEST_SKIP() << "no dbus-daemon installed";
         }
+        bus = std::make_shared<SystemBus>(runtime, limitations, address);
     }
+    bool isReady() const { return bus->handle() && sd_bus_is_ready(bus->handle()) > 0; }
     /// Work that other ends of the bus have in this process.
     virtual void serveOthers() { }
     /// Serves the connection until the condition holds; false after about 5 s without.
     template <typename Condition>
-    bool serveUntil(SystemBus& bus, const Condition& condition)
+    bool serveUntil(const Condition& condition)
     {
         for (int i = 0; i < 500 && !condition(); ++i) {
             runtime.runDue();
             serveOthers();
-            if (bus.handle()) {
-                const int descriptor = sd_bus_get_fd(bus.handle());
+            if (bus->handle()) {
+                const int descriptor = sd_bus_get_fd(bus->handle());
                 pollfd wait{.fd = descriptor, .events = POLLIN, .revents = 0};
                 if (::poll(&wait, 1, 10) > 0) {
                     runtime.makeReadable(descriptor);
@@ -60,6 +61,7 @@ struct BusTest : ::testing::Test {
     bool hasDaemon = false;
     VirtualRuntime runtime;
     std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
+    std::shared_ptr<SystemBus> bus;
 };
 
 } // namespace meridal::test

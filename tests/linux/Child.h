@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <optional>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -67,11 +68,20 @@ public:
 
     pid_t pid() const { return pid_; }
     void command(char byte) const { EXPECT_EQ(::write(commands_.get(), &byte, 1), 1); }
-    /// Waits for an answer; false at the end of the pipe, which a child that started another program gives.
-    template <typename T>
-    bool answer(T& value) const
+    /// Waits for an answer; none at the end of the pipe, which a child that started another program gives.
+    template <typename T = char>
+    std::optional<T> answer() const
     {
-        return ::read(answers_.get(), &value, sizeof value) == static_cast<ssize_t>(sizeof value);
+        T value{};
+        const bool came = ::read(answers_.get(), &value, sizeof value) == static_cast<ssize_t>(sizeof value);
+        return came ? std::optional(value) : std::nullopt;
+    }
+    /// The answer to a command. Throws without one, which fails the test.
+    template <typename T = char>
+    T ask(char byte) const
+    {
+        command(byte);
+        return answer<T>().value();
     }
     bool hasAnswer(int milliseconds) const
     {

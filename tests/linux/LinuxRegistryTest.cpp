@@ -31,9 +31,7 @@ protected:
     }
     void addLink(const std::string& link, const std::string& target)
     {
-        const auto place = tree.root() / link;
-        std::filesystem::create_directories(place.parent_path());
-        std::filesystem::create_symlink(std::filesystem::relative(tree.root() / target, place.parent_path()), place);
+        tree.link(link, std::filesystem::path(target).lexically_relative(std::filesystem::path(link).parent_path()));
     }
     /// A SCSI disk below some host.
     std::string addScsi(const std::string& host, const std::string& name,

@@ -107,13 +107,17 @@ void spinFor(double seconds)
     for (const double end = ownCpuTime() + seconds; ownCpuTime() < end;) { }
 }
 
+char stateOf(pid_t pid)
+{
+    const std::string text = RootFolder("/").read(fmt::format("proc/{}/stat", pid)).value_or("");
+    const auto stat = proc::parseStat(text);
+    return stat ? stat->state : 'X';
+}
+
 void awaitBlocked(pid_t pid)
 {
-    const RootFolder root("/");
-    for (char state = 'R'; state == 'R' || state == 'D' || state == 'T'; ::sched_yield()) {
-        const std::string text = root.read(fmt::format("proc/{}/stat", pid)).value_or("");
-        const auto stat = proc::parseStat(text);
-        state = stat ? stat->state : 'X';
+    while (std::string_view("RDT").find(stateOf(pid)) != std::string_view::npos) {
+        ::sched_yield();
     }
 }
 
@@ -228,15 +232,11 @@ TEST_P(LiveProcesses, AProcessLivesOnWithoutItsMainThread)
         }).detach();
         ::syscall(SYS_exit, 0); // this thread alone, and nothing is unwound
     });
-    const RootFolder root("/");
-    const std::string file = fmt::format("proc/{}/stat", child.pid());
-    for (std::string text = root.read(file).value_or(""); proc::parseStat(text)->state != 'Z'; ::sched_yield()) {
-        text = root.read(file).value_or("");
+    while (stateOf(child.pid()) != 'Z') {
+        ::sched_yield();
     }
     for (int look = 0; look < 2; ++look) {
-        child.command('w');
-        double used = 0;
-        ASSERT_TRUE(child.answer(used));
+        const double used = child.ask<double>('w');
         const ProcessRecord* headless = row(child.pid());
         ASSERT_TRUE(headless);
         EXPECT_EQ(headless->status, ProcessStatus::Alive);
@@ -270,8 +270,7 @@ TEST_P(LiveProcesses, ANameOfAnyBytesIsGivenAsItIs)
         pipes.answer('!');
         pipes.command();
     });
-    char ready = 0;
-    ASSERT_TRUE(child.answer(ready));
+    ASSERT_TRUE(child.answer());
     const ProcessRecord* odd = row(child.pid());
     ASSERT_TRUE(odd);
     EXPECT_EQ(odd->name, name);
@@ -291,8 +290,7 @@ TEST_P(LiveProcesses, CutNamesAreCompleted)
             ::execl(path.c_str(), path.c_str(), nullptr);
             pipes.answer('!'); // it did not start
         });
-        char failed = 0;
-        ASSERT_FALSE(child.answer(failed)) << "cannot start " << path;
+        ASSERT_FALSE(child.answer()) << "cannot start " << path;
         const ProcessRecord* cut = row(child.pid());
         ASSERT_TRUE(cut);
         EXPECT_EQ(cut->name, path.filename().string().substr(0, source->nameLimit()));
@@ -304,7 +302,7 @@ TEST_P(LiveProcesses, LongLivedProcessesStayWhileOthersComeAndGo)
 {
     const Crowd living = crowdOf(20, [](const Child::Pipes& pipes) { pipes.command(); });
     const Child forker([](const Child::Pipes&) {
-        for (int i = 0; i < (test::slowBuild ? 150 : 5000); ++i) {
+        for (int i = 0; i < (test::slowBuild ? 150 : 2500); ++i) {
             if (::fork() == 0) {
                 ::_exit(0);
             }
@@ -363,20 +361,15 @@ TEST_P(LiveProcesses, CpuMemoryAndSwitchesAgreeWithTheProcessItself)
             pipes.answer(ownAccount());
         }
     });
-    Account before;
-    ASSERT_TRUE(child.answer(before));
+    const Account before = child.answer<Account>().value();
     awaitBlocked(child.pid());
     const ProcessRecord first = *row(child.pid());
     constexpr unsigned waits = 50;
     for (unsigned i = 0; i < waits; ++i) {
-        char answer = 0;
-        child.command('p');
-        ASSERT_TRUE(child.answer(answer));
+        child.ask('p');
         awaitBlocked(child.pid()); // on a busy machine the next command would come before it waits
     }
-    child.command('w');
-    Account after;
-    ASSERT_TRUE(child.answer(after));
+    const Account after = child.ask<Account>('w');
     awaitBlocked(child.pid());
     const ProcessRecord second = *row(child.pid());
 
@@ -394,17 +387,13 @@ TEST_P(LiveProcesses, ThreadsCountWhetherTheyLiveOrEnded)
     GTEST_SKIP() << "ThreadSanitizer allows no threads in a child";
 #endif
     const Child child([](const Child::Pipes& pipes) {
-        std::vector<std::thread> ended;
-        std::atomic<int> waiting = 0;
-        std::atomic<bool> through = false;
-        for (int i = 0; i < 20; ++i) {
+        for (std::vector<std::jthread> ended; ended.size() < 20;) {
             ended.emplace_back([] { spinFor(0.005); });
         }
-        for (std::thread& each : ended) {
-            each.join();
-        }
-        std::vector<std::thread> living;
-        for (int i = 0; i < 20; ++i) {
+        std::atomic<int> waiting = 0;
+        std::atomic<bool> through = false;
+        std::vector<std::jthread> living;
+        while (living.size() < 20) {
             living.emplace_back([&] {
                 spinFor(0.005);
                 ++waiting;
@@ -420,18 +409,12 @@ TEST_P(LiveProcesses, ThreadsCountWhetherTheyLiveOrEnded)
         pipes.command();
         through = true;
         through.notify_all();
-        for (std::thread& each : living) {
-            each.join();
-        }
     });
-    char ready = 0;
-    ASSERT_TRUE(child.answer(ready));
+    ASSERT_TRUE(child.answer());
     for (const auto& thread : std::filesystem::directory_iterator(fmt::format("/proc/{}/task", child.pid()))) {
         awaitBlocked(std::stoi(thread.path().filename()));
     }
-    child.command('a');
-    Account account;
-    ASSERT_TRUE(child.answer(account));
+    const Account account = child.ask<Account>('a');
     awaitBlocked(child.pid());
     const ProcessRecord* many = row(child.pid());
     ASSERT_TRUE(many);
@@ -475,12 +458,9 @@ TEST_P(LiveProcesses, BytesWrittenAgreeWithWhatWasWritten)
             pipes.answer(done ? '+' : '-');
         }
     });
-    char answer = 0;
-    ASSERT_TRUE(child.answer(answer));
+    ASSERT_TRUE(child.answer());
     const std::uint64_t before = row(child.pid())->diskBytesWritten;
-    child.command('w');
-    ASSERT_TRUE(child.answer(answer));
-    ASSERT_EQ(answer, '+');
+    ASSERT_EQ(child.ask('w'), '+');
     const std::uint64_t after = row(child.pid())->diskBytesWritten;
     const std::string text = RootFolder("/").read(fmt::format("proc/{}/io", child.pid())).value_or("");
     if (const auto io = proc::parseIo(text)) { // the child rests: nothing may be missing
@@ -534,9 +514,7 @@ TEST(LiveProcTable, RowsTakenOverEqualRowsRead)
     for (int round = 0; round < rounds; ++round) {
         for (const auto& child : crowd) {
             if (random() % 4 == 0) {
-                child->command('w');
-                char answer = 0;
-                ASSERT_TRUE(child->answer(answer));
+                child->ask('w');
             }
             awaitBlocked(child->pid());
         }

@@ -64,7 +64,6 @@ struct LogindTest : test::BusTest {
     {
         BusTest::SetUp();
         if (hasDaemon) {
-            bus = std::make_shared<SystemBus>(runtime, limitations, address);
             messages = std::make_unique<LogindPowerMessages>(runtime, bus, limitations);
             registration = messages->receive([this](PowerMessage message, PowerMessages::Token token) {
                 heard.push_back(message);
@@ -79,11 +78,6 @@ struct LogindTest : test::BusTest {
         }
     }
     bool limited() const { return limitations->all().count("sleep-messages") == 1; }
-    template <typename Condition>
-    bool until(const Condition& condition)
-    {
-        return serveUntil(*bus, condition);
-    }
     void startLogind(bool refuses = false)
     {
         logind = std::make_unique<Logind>(address);
@@ -91,7 +85,6 @@ struct LogindTest : test::BusTest {
     }
 
     std::unique_ptr<Logind> logind;
-    std::shared_ptr<SystemBus> bus;
     std::unique_ptr<LogindPowerMessages> messages;
     std::unique_ptr<PowerMessages::Registration> registration;
     std::vector<PowerMessage> heard;
@@ -101,13 +94,13 @@ struct LogindTest : test::BusTest {
 TEST_F(LogindTest, ARefusedInhibitorIsAskedForAgain)
 {
     startLogind(true);
-    ASSERT_TRUE(until([&] { return logind->asked > 0 && limited(); }));
+    ASSERT_TRUE(serveUntil([&] { return logind->asked > 0 && limited(); }));
     EXPECT_FALSE(messages->holdsInhibitor());
     const int before = logind->asked;
     runtime.advance(60);
-    ASSERT_TRUE(until([&] { return logind->asked > before; }));
+    ASSERT_TRUE(serveUntil([&] { return logind->asked > before; }));
     logind->refuses = false;
-    ASSERT_TRUE(until([&] {
+    ASSERT_TRUE(serveUntil([&] {
         runtime.advance(1);
         return messages->holdsInhibitor();
     }));
@@ -115,14 +108,14 @@ TEST_F(LogindTest, ARefusedInhibitorIsAskedForAgain)
     const int held = logind->asked;
     runtime.advance(600);
     logind->prepareForSleep(1); // comes after whatever else was asked
-    ASSERT_TRUE(until([&] { return !heard.empty(); }));
+    ASSERT_TRUE(serveUntil([&] { return !heard.empty(); }));
     EXPECT_EQ(logind->asked, held) << "one is enough";
 }
 
 TEST_F(LogindTest, ADescriptorThatCannotBeKeptIsNoInhibitor)
 {
     startLogind();
-    ASSERT_TRUE(until([&] { return messages->holdsInhibitor(); }));
+    ASSERT_TRUE(serveUntil([&] { return messages->holdsInhibitor(); }));
     // One descriptor is left: for the one in the reply, not for a copy of it.
     rlimit usual{};
     ::getrlimit(RLIMIT_NOFILE, &usual);
@@ -136,24 +129,24 @@ TEST_F(LogindTest, ADescriptorThatCannotBeKeptIsNoInhibitor)
     ASSERT_FALSE(all.empty());
     all.pop_back();
     logind->prepareForSleep(0); // asks for a new one
-    EXPECT_TRUE(until([&] { return limited(); }));
+    EXPECT_TRUE(serveUntil([&] { return limited(); }));
     EXPECT_TRUE(messages->holdsInhibitor()) << "the old one";
     all.clear();
     ::setrlimit(RLIMIT_NOFILE, &usual);
     runtime.advance(60);
-    EXPECT_TRUE(until([&] { return !limited(); }));
+    EXPECT_TRUE(serveUntil([&] { return !limited(); }));
 }
 
 TEST_F(LogindTest, ALateAllowanceIsNotForTheNewLogind)
 {
     startLogind();
-    ASSERT_TRUE(until([&] { return messages->holdsInhibitor(); }));
+    ASSERT_TRUE(serveUntil([&] { return messages->holdsInhibitor(); }));
     logind->prepareForSleep(1);
-    ASSERT_TRUE(until([&] { return !heard.empty(); }));
+    ASSERT_TRUE(serveUntil([&] { return !heard.empty(); }));
     logind.reset();
-    ASSERT_TRUE(until([&] { return limited(); }));
+    ASSERT_TRUE(serveUntil([&] { return limited(); }));
     startLogind();
-    ASSERT_TRUE(until([&] { return logind->asked == 1 && !limited(); }));
+    ASSERT_TRUE(serveUntil([&] { return logind->asked == 1 && !limited(); }));
     messages->allow(latest); // no wake would bring the inhibitor back
     EXPECT_TRUE(messages->holdsInhibitor());
 }

@@ -1,8 +1,15 @@
 #pragma once
 
 #include "base/AsioRuntime.h"
+#include "base/Log.h"
+#include "base/NotificationCenter.h"
+#include "collectors/process/PacketStatCollector.h"
+#include "collectors/process/ProcessStatCollector.h"
+#include "platform/Context.h"
+#include "platform/linux/LinuxHost.h"
 #include "tests/linux/Child.h"
 #include "tests/linux/NetworkNamespace.h"
+#include "tests/support/TemporaryTree.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -124,11 +131,13 @@ inline void udpSend(const std::string& address, std::uint64_t datagrams, std::si
     }
 }
 
-/// Ends when nothing came for a second: its queue may have run over.
+/// Ends when nothing came for a second: where its queue may not be as long as it needs, that may have run over.
 inline void udpReceive(const std::string& address, std::uint64_t datagrams, std::size_t size)
 {
     static Descriptor socket;
     socket = socketTo(SOCK_DGRAM, address, udpSource);
+    const int room = 32 << 20;
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof(room));
     const timeval patience{.tv_sec = 1, .tv_usec = 0};
     ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     const Question question{datagrams, size};
@@ -154,10 +163,12 @@ inline std::uint64_t flood(const std::string& address, int calls)
     return sent;
 }
 
+using Steps = std::vector<std::function<void()>>;
+
 /// A process that takes a step each time it is told to, and lives until it is killed.
 class Worker {
 public:
-    explicit Worker(const std::vector<std::function<void()>>& steps)
+    explicit Worker(const Steps& steps)
         : child_([&steps](const Child::Pipes& pipes) {
             for (const auto& step : steps) {
                 if (pipes.command() != 0) {
@@ -174,11 +185,7 @@ public:
     std::int32_t pid() const { return child_.pid(); }
     void go() const { child_.command('g'); }
     /// Whether a step ends within so many milliseconds.
-    bool wait(int milliseconds = 60'000) const
-    {
-        char letter = 0;
-        return child_.hasAnswer(milliseconds) && child_.answer(letter);
-    }
+    bool wait(int milliseconds = 60'000) const { return child_.hasAnswer(milliseconds) && child_.answer(); }
 
 private:
     Child child_;
@@ -193,10 +200,10 @@ public:
         if (!here_.entered()) {
             return;
         }
-        peer_ = std::make_unique<Worker>(
-            std::vector<std::function<void()>>{[] { ::unshare(CLONE_NEWNET); }, [] { configure("p0", 2); }, serve});
+        peer_ = std::make_unique<Worker>(Steps{[] { ::unshare(CLONE_NEWNET); }, [] { configure("p0", 2); }, serve});
         take(*peer_);
-        run("ip link add m0 type veth peer name p0 netns " + std::to_string(peer_->pid()));
+        // The kernel is in no hurry, up to a second, to call a pair ready whose ends have the same number.
+        run("ip link add m0 index 5 type veth peer name p0 index 6 netns " + std::to_string(peer_->pid()));
         configure("m0", 1);
         take(*peer_);
         peer_->go();
@@ -318,11 +325,16 @@ protected:
     }
     void TearDown() override { workers.clear(); }
 
-    Worker& worker(const std::function<void()>& step) { return workers.emplace_back(std::vector{step}); }
+    Worker& worker(const Steps& steps) { return workers.emplace_back(steps); }
+    Worker& begun(const std::function<void()>& step)
+    {
+        Worker& one = worker({step});
+        one.go();
+        return one;
+    }
     Worker& run(const std::function<void()>& step)
     {
-        Worker& one = worker(step);
-        one.go();
+        Worker& one = begun(step);
         await({&one});
         return one;
     }
@@ -347,6 +359,30 @@ protected:
     NetworkBed bed; ///< first: threads belong to the network in which they were started
     AsioRuntime runtime;
     std::deque<Worker> workers;
+};
+
+/// The daemon's collectors on this machine, in a network of their own.
+class DaemonBedTest : public TrafficBedTest {
+protected:
+    /// What the interfaces carried since the test set `before`, in both directions.
+    double carried() const
+    {
+        const auto now = NetworkBed::carried();
+        return now.first - before.first + now.second - before.second;
+    }
+    static double accountedFor(const TrafficAccount& total)
+    {
+        return total.processes.linkBytes + total.kernel.linkBytes + total.unattributed.linkBytes;
+    }
+
+    TemporaryTree files;
+    NotificationCenter notifications;
+    Log log;
+    std::unique_ptr<Host> host = makeLinuxHost(runtime);
+    Context context{runtime, *host, notifications, log, Paths::underRoot(files.root())};
+    ProcessStatCollector captured{context}; ///< what the capture gives to whom
+    PacketStatCollector packets{context, captured};
+    std::pair<double, double> before;
 };
 
 } // namespace meridal::test

@@ -12,6 +12,20 @@
 namespace meridal {
 namespace {
 
+struct OpenSockets {
+    explicit OpenSockets(std::size_t count)
+    {
+        for (std::size_t i = 0; i < count; ++i) {
+            struct stat status { };
+            descriptors.emplace_back(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+            EXPECT_EQ(::fstat(descriptors.back().get(), &status), 0);
+            inodes.push_back(status.st_ino);
+        }
+    }
+    std::vector<Descriptor> descriptors;
+    std::vector<std::uint64_t> inodes;
+};
+
 /// A proxy's day: connections come and go, and the descriptors are used again.
 TEST(SocketInodes, ForgetsSocketsThatWereClosed)
 {
@@ -19,19 +33,14 @@ TEST(SocketInodes, ForgetsSocketsThatWereClosed)
     constexpr int atATime = 100;
     SocketInodes inodes("/");
     for (int round = 0; round < sockets / atATime; ++round) {
-        std::vector<Descriptor> open;
-        std::vector<std::uint64_t> wanted;
-        for (int i = 0; i < atATime; ++i) {
-            struct stat status { };
-            open.emplace_back(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-            ASSERT_EQ(::fstat(open.back().get(), &status), 0);
-            wanted.push_back(status.st_ino);
-            inodes.find(status.st_ino);
+        const OpenSockets open(atATime);
+        for (const std::uint64_t inode : open.inodes) {
+            inodes.find(inode);
         }
         for (int i = 0; i < 50; ++i) { // each goes as far as its budget
             inodes.search();
         }
-        for (const std::uint64_t inode : wanted) {
+        for (const std::uint64_t inode : open.inodes) {
             ASSERT_EQ(inodes.find(inode).state, SocketInodes::State::Found);
         }
     }
@@ -49,28 +58,22 @@ TEST(SocketInodes, FindsAnyOfManySocketsOfOneProcess)
     }
     const rlimit enough{.rlim_cur = limit.rlim_max, .rlim_max = limit.rlim_max};
     ::setrlimit(RLIMIT_NOFILE, &enough);
-    std::vector<Descriptor> open;
-    std::vector<std::uint64_t> inodes;
-    for (rlim_t i = 0; i < sockets; ++i) {
-        struct stat status { };
-        open.emplace_back(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        ASSERT_EQ(::fstat(open.back().get(), &status), 0);
-        inodes.push_back(status.st_ino);
-    }
+    OpenSockets open(sockets);
     SocketInodes owners("/");
     constexpr std::uint64_t nobodys = ~std::uint64_t{0};
+    const auto some = {open.inodes.back(), open.inodes.front(), open.inodes[sockets / 2]};
     owners.find(nobodys);
-    for (const std::size_t place : {sockets - 1, rlim_t{0}, sockets / 2}) {
-        owners.find(inodes[place]);
+    for (const std::uint64_t inode : some) {
+        owners.find(inode);
     }
     for (int i = 0; i < 40; ++i) { // 1.6 s of batches, less than what bytes wait
         owners.search();
     }
-    for (const std::size_t place : {sockets - 1, rlim_t{0}, sockets / 2}) {
-        EXPECT_EQ(owners.find(inodes[place]).state, SocketInodes::State::Found) << place;
+    for (const std::uint64_t inode : some) {
+        EXPECT_EQ(owners.find(inode).state, SocketInodes::State::Found) << inode - open.inodes.front();
     }
     EXPECT_NE(owners.find(nobodys).state, SocketInodes::State::Found);
-    open.clear();
+    open.descriptors.clear();
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 

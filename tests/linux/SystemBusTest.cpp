@@ -10,37 +10,35 @@ using Bus = test::BusTest;
 
 TEST_F(Bus, SignalsReachObserversUntilTheyEnd)
 {
-    const auto bus = std::make_shared<SystemBus>(runtime, limitations, address);
     BusNotifications notifications(bus);
     int heard = 0;
     int others = 0;
     auto observation = notifications.observe("com.meridal.Ready-now", [&] { ++heard; });
     const auto other = notifications.observe("com.meridal.Other", [&] { ++others; });
-    ASSERT_TRUE(serveUntil(*bus, [&] { return sd_bus_is_ready(bus->handle()) > 0; }));
+    ASSERT_TRUE(serveUntil([&] { return isReady(); }));
     notifications.post("com.meridal.Ready-now");
-    EXPECT_TRUE(serveUntil(*bus, [&] { return heard == 1; }));
+    EXPECT_TRUE(serveUntil([&] { return heard == 1; }));
 
     observation.reset();
     notifications.post("com.meridal.Ready-now");
     notifications.post("com.meridal.Other");
-    EXPECT_TRUE(serveUntil(*bus, [&] { return others == 1; }));
+    EXPECT_TRUE(serveUntil([&] { return others == 1; }));
     EXPECT_EQ(heard, 1);
     EXPECT_TRUE(limitations->all().empty());
 }
 
 TEST_F(Bus, ABusThatGoesAndComesIsFoundAgain)
 {
-    const auto bus = std::make_shared<SystemBus>(runtime, limitations, address);
     BusNotifications notifications(bus);
     int connections = 0;
     const auto subscription = bus->onConnected([&](sd_bus&) { ++connections; });
     int heard = 0;
     const auto observation = notifications.observe("News", [&] { ++heard; });
-    ASSERT_TRUE(serveUntil(*bus, [&] { return sd_bus_is_ready(bus->handle()) > 0; }));
+    ASSERT_TRUE(serveUntil([&] { return isReady(); }));
     EXPECT_EQ(connections, 1);
 
     daemon.reset();
-    ASSERT_TRUE(serveUntil(*bus, [&] { return bus->handle() == nullptr; }));
+    ASSERT_TRUE(serveUntil([&] { return bus->handle() == nullptr; }));
     EXPECT_EQ(limitations->all().count("system-bus"), 1U);
     notifications.post("News"); // nobody to carry it
     std::filesystem::remove(tree.root() / "bus");
@@ -49,10 +47,10 @@ TEST_F(Bus, ABusThatGoesAndComesIsFoundAgain)
 
     startDaemon();
     runtime.advance(75);
-    ASSERT_TRUE(serveUntil(*bus, [&] { return bus->handle() && sd_bus_is_ready(bus->handle()) > 0; }));
+    ASSERT_TRUE(serveUntil([&] { return isReady(); }));
     EXPECT_EQ(connections, 2);
     notifications.post("News");
-    EXPECT_TRUE(serveUntil(*bus, [&] { return heard == 1; }));
+    EXPECT_TRUE(serveUntil([&] { return heard == 1; }));
     EXPECT_TRUE(limitations->all().empty());
 }
 
