@@ -174,12 +174,11 @@ TEST_F(NetworkStatisticsTest, AConnectionCountsFromItsFirstByteToItsLast)
     pid = -1;
     counts = {4000, 100};
     updateAfter(2);
-    EXPECT_EQ(item(42).networkDownload(), 0) << "whose it is, is not known yet";
+    EXPECT_THAT(traffic(42), are({0, 0})) << "whose it is, is not known yet";
     pid = 42;
     counts = {9000, 200};
     updateAfter(2);
-    EXPECT_EQ(item(42).networkDownload(), 9000);
-    EXPECT_EQ(item(42).networkUpload(), 200);
+    EXPECT_THAT(traffic(42), are({9000, 200}));
     machine.runtime.advance(1);
     Frame end;
     encodeSourceCounts(format, 0, 77, {9700, 200}, end);

@@ -1,8 +1,4 @@
 #include "collectors/process/TrafficCounterCollector.h"
-#include "collectors/process/NetworkStatisticsStatCollector.h"
-#include "collectors/process/PacketStatCollector.h"
-#include "daemon/CaptureKeeper.h"
-#include "daemon/CollectorPorts.h"
 #include "tests/process/ProcessFixture.h"
 
 #include <gtest/gtest.h>
@@ -70,8 +66,6 @@ protected:
     }
 
     TrafficCounterCollector counters{machine.context, collector()};
-    PacketStatCollector packets{machine.context, collector()};
-    NetworkStatisticsStatCollector statistics{machine.context, collector()};
 };
 
 TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClose)
@@ -198,55 +192,6 @@ TEST_F(TrafficCounterCollectorTest, TheKernelsShareGivesBackWhatAProcessClaimsLa
     }
     EXPECT_EQ(counters.total().kernel.download, 10);
     EXPECT_EQ(counters.total().processes.download, 1000);
-}
-
-TEST_F(TrafficCounterCollectorTest, TheKeeperTakesTheFirstSourceThatWorks)
-{
-    CaptureKeeper keeper(machine.context, {counters, packets, statistics});
-    CollectorPorts ports;
-    keeper.plugInto(ports);
-    ports.startCapture();
-    ports.startCapture();
-    EXPECT_EQ(counting().begun, 1) << "a second client does not start it over";
-    EXPECT_EQ(keeper.describe()["source"], "bpf");
-    EXPECT_EQ(keeper.describe()["method"], "fake");
-    EXPECT_EQ(machine.packetTap().begun, 0);
-    counted(42, 1000, 0);
-    crossed(1014, 0);
-    ports.processCapture();
-    EXPECT_EQ(keeper.latestShares()["attributed"]["d"], 1000);
-    EXPECT_EQ(keeper.latestShares()["kernel"]["d"], 14);
-    EXPECT_EQ(keeper.describe()["processBytes"], 1014);
-    ports.stopCapture();
-    EXPECT_EQ(counting().running, 0);
-    EXPECT_EQ(keeper.describe()["source"], "none");
-
-    counting().refusal = {ErrorCode::NotPermitted, "locked down"};
-    ports.startCapture();
-    EXPECT_EQ(keeper.describe()["source"], "capture");
-    EXPECT_NE(machine.host.limitations->all().at("traffic-counters").find("locked down"), std::string::npos);
-    counting().refusal.reset();
-    ports.stopCapture();
-    ports.startCapture();
-    EXPECT_FALSE(machine.host.limitations->all().contains("traffic-counters"));
-}
-
-TEST_F(TrafficCounterCollectorTest, ASourceThatWasChosenStandsForItself)
-{
-    const auto sourceFor = [this](TrafficSource source) {
-        CaptureKeeper keeper(machine.context, {counters, packets, statistics}, source);
-        CollectorPorts ports;
-        keeper.plugInto(ports);
-        ports.startCapture();
-        ports.processCapture();
-        return keeper.describe()["source"].get<std::string>();
-    };
-    EXPECT_EQ(sourceFor(TrafficSource::Pcap), "capture");
-    EXPECT_EQ(sourceFor(TrafficSource::Sockets), "counters");
-    EXPECT_TRUE(machine.host.limitations->all().empty()) << "as was wished";
-    counting().refusal = {ErrorCode::NotFound, "no such thing"};
-    EXPECT_EQ(sourceFor(TrafficSource::Bpf), "none");
-    EXPECT_TRUE(machine.host.limitations->all().contains("traffic-counters"));
 }
 
 } // namespace
