@@ -24,19 +24,16 @@ TEST_F(DaemonTest, QuestionsWithoutTheirCollectorGetWhatNothingThereIs)
     request(client, 128);
     ASSERT_EQ(client.link->count(128), 1);
     EXPECT_EQ(client.link->received[0]->dictionary(), (Value{{"type", "128"}}));
+    Client other = connect();
+    machine.powerSources().change({FakePowerSources::internal("Battery Power", false)});
+    machine.runtime.advance(10);
+    EXPECT_EQ(client.link->count(128), 2) << "when the source changes";
+    EXPECT_EQ(other.link->count(128), 0) << "who did not ask";
     client.daemon->smartTemps();
     call(client, &DaemonProtocol::startSMARTStatus);
     EXPECT_EQ(client.link->count(32), 1);
     EXPECT_EQ(client.link->count(64), 1);
     EXPECT_EQ(maskOf(client), 128 + 64) << "asking for the temperatures once adds no bit";
-}
-
-TEST_F(DaemonTest, NamesAreGivenForKnownProcessesOnly)
-{
-    start();
-    machine.processes().set({.pid = 43, .parentPid = 1, .name = "just born"});
-    EXPECT_EQ(answer(&DaemonProtocol::infoForPids, json(R"([42, 4711, "42", 43, -1, 1e300, 42.0])")),
-        json(R"([{"name":"worker","pid":42},{"name":"just born","pid":43},{"name":"worker","pid":42.0}])"));
 }
 
 TEST_F(DaemonTest, FrameRatesThatTakeTwoLooksAreAnsweredAfterTheSecond)
@@ -96,7 +93,7 @@ TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
         machine.processes().set({.pid = pid, .parentPid = 1, .name = "young"});
     }
     machine.visibility().owners.insert({{60, 1000}, {61, 1001}});
-    EXPECT_EQ(daemon->infoForPids(Value::array({42, 50, 60, 61}), user(1000)),
+    EXPECT_EQ(answer(&DaemonProtocol::infoForPids, Value::array({42, 50, 60, 61})),
         json(R"([{"name":"theirs","pid":50},{"name":"young","pid":60}])"));
     machine.processes().remove(60);
     machine.processes().remove(61);
@@ -155,23 +152,6 @@ TEST_F(DaemonTest, ClientsReadDisksWhileTheyWantThem)
     call(client, &DaemonProtocol::smartTemps);
     disconnect(client);
     answer(); // nobody is there any more
-}
-
-TEST_F(DaemonTest, TheBatteryIsPushedOnSourceChangesToWhoAskedForIt)
-{
-    int source = 1;
-    CollectorPorts ports;
-    ports.internalBattery = [&] { return std::optional(Dictionary{{"key", "battery"}, {"source", source}}); };
-    start(std::move(ports));
-    Client asking = connect();
-    Client other = connect();
-    request(asking, 128);
-    source = 2;
-    machine.powerSources().change({FakePowerSources::internal("Battery Power", false)});
-    machine.runtime.advance(10);
-    ASSERT_EQ(asking.link->count(128), 2);
-    EXPECT_EQ(asking.link->received[1]->dictionary()["battery"]["source"], 2);
-    EXPECT_EQ(other.link->count(128), 0);
 }
 
 TEST_F(DaemonTest, SleepIsRecordedOnlyWhenItsBeginningIsKnown)

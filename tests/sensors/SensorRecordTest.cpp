@@ -259,26 +259,27 @@ TEST_F(SensorsTest, NamesOfOlderFilesAreTakenOver)
 {
     const auto& folder = machine.context.paths.support;
     std::filesystem::create_directories(folder);
-    for (const bool isShort : {true, false}) {
+    std::vector<const char*> statements = {
+        "CREATE TABLE names (uuid varchar(100) primary key, name varchar, origin varchar, unit varchar)",
+        "INSERT INTO names VALUES('TC0P','CPU','chip-1','°C'),('Vabc','5V','chip-2','V')",
+        "CREATE TABLE sensorhistory (sample integer, uuid varchar(100), time double, value double, primary key "
+        "(sample, "
+        "uuid)) without rowid",
+        "INSERT INTO sensorhistory VALUES (1, 'Vabc', 1.6e9, 5.0)",
+        "CREATE VIEW sensorhistory_named AS SELECT names.name, names.origin, names.unit, rows.* FROM sensorhistory AS "
+        "rows LEFT JOIN names ON names.uuid = rows.uuid"};
+    const auto fill = [&](const char* file) {
         SQLiteConnection old;
-        ASSERT_TRUE(old.open(folder / (isShort ? "sensors.db" : "sensors-long.db"), {}));
-        for (const char* sql :
-            {"CREATE TABLE names (uuid varchar(100) primary key, name varchar, origin varchar, unit "
-             "varchar)",
-                "INSERT INTO names VALUES('TC0P','CPU','chip-1','°C'),('Vabc','5V','chip-2','V')",
-                "CREATE TABLE sensorhistory (sample integer, uuid varchar(100), time double, value double, primary key "
-                "(sample, uuid)) without rowid",
-                "INSERT INTO sensorhistory VALUES (1, 'Vabc', 1.6e9, 5.0)",
-                "CREATE VIEW sensorhistory_named AS SELECT names.name, names.origin, names.unit, rows.* FROM "
-                "sensorhistory AS rows LEFT JOIN names ON names.uuid = rows.uuid",
-                isShort ? "CREATE TABLE recorded_series (collector varchar(32), uuid varchar(100), name varchar, unit "
-                          "varchar(16), step double, primary key (collector, uuid))"
-                        : "DROP TABLE IF EXISTS recorded_series",
-                isShort ? "INSERT INTO recorded_series VALUES('sensors','TC0P','CPU','°C',0.0)"
-                        : "DROP TABLE IF EXISTS recorded_series"}) {
+        ASSERT_TRUE(old.open(folder / file, {}));
+        for (const char* sql : statements) {
             ASSERT_TRUE(old.execute(sql)) << sql;
         }
-    }
+    };
+    fill("sensors-long.db");
+    statements.push_back("CREATE TABLE recorded_series (collector varchar(32), uuid varchar(100), name varchar, unit "
+                         "varchar(16), step double, primary key (collector, uuid))");
+    statements.push_back("INSERT INTO recorded_series VALUES('sensors','TC0P','CPU','°C',0.0)");
+    fill("sensors.db");
     fit({{{"TC1P", "chip-1", "GPU", SensorChannelKind::Temperature}, 40}});
     for (int run = 0; run < 2; ++run) {
         start();
