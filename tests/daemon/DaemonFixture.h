@@ -37,7 +37,11 @@ protected:
         return *daemon;
     }
 
-    Client connect(Peer peer = {.uid = 1000, .gid = 1000, .known = true})
+    static Peer user(std::uint32_t id, std::vector<std::uint32_t> groups = {})
+    {
+        return {.uid = id, .gid = id, .known = true, .groups = std::move(groups)};
+    }
+    Client connect(const Peer& peer = user(1000))
     {
         auto link = std::make_shared<FakeClient>(peer);
         auto exported = daemon->server().shouldAcceptNewConnection(link);
@@ -53,35 +57,31 @@ protected:
         request(client, key);
         return client;
     }
-    void request(Client& client, std::int64_t key)
-    {
-        client.daemon->startRequestWithKey(key, 2);
-        machine.runtime.runDue();
-    }
+    void request(Client& client, std::int64_t key) { call(client, &DaemonProtocol::startRequestWithKey, key, 2); }
     void request(Client& client, std::initializer_list<std::int64_t> keys)
     {
         for (const std::int64_t key : keys) {
             request(client, key);
         }
     }
+    template <typename... Parameters, typename... Arguments>
+    void call(const Client& client, void (DaemonProtocol::*method)(Parameters...), Arguments&&... arguments)
+    {
+        (client.daemon.get()->*method)(std::forward<Arguments>(arguments)...);
+        machine.runtime.runDue();
+    }
     /// What the daemon answers one question of a client with.
     template <typename... Parameters, typename... Arguments>
     Value answer(void (DaemonProtocol::*method)(Parameters...), const Arguments&... arguments)
     {
         Value answer;
-        const Client client = connect();
-        (client.daemon.get()->*method)(arguments..., [&answer](Value value) { answer = std::move(value); });
-        machine.runtime.runDue();
-        client.daemon->ended();
-        machine.runtime.runDue();
+        Client client = connect();
+        call(client, method, arguments..., [&answer](Value value) { answer = std::move(value); });
+        disconnect(client);
         return answer;
     }
     static Value json(const char* text) { return parseUntrusted(text).value(); }
-    void stop(Client& client, std::int64_t key)
-    {
-        client.daemon->stopRequestWithKey(key);
-        machine.runtime.runDue();
-    }
+    void stop(Client& client, std::int64_t key) { call(client, &DaemonProtocol::stopRequestWithKey, key); }
     void disconnect(Client& client)
     {
         client.daemon->ended();

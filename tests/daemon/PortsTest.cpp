@@ -24,20 +24,16 @@ TEST_F(DaemonTest, QuestionsWithoutTheirCollectorGetWhatNothingThereIs)
     request(client, 128);
     ASSERT_EQ(client.link->count(128), 1);
     EXPECT_EQ(client.link->received[0]->dictionary(), (Value{{"type", "128"}}));
+    Client other = connect();
+    machine.powerSources().change({FakePowerSources::internal("Battery Power", false)});
+    machine.runtime.advance(10);
+    EXPECT_EQ(client.link->count(128), 2) << "when the source changes";
+    EXPECT_EQ(other.link->count(128), 0) << "who did not ask";
     client.daemon->smartTemps();
-    client.daemon->startSMARTStatus();
-    machine.runtime.runDue();
+    call(client, &DaemonProtocol::startSMARTStatus);
     EXPECT_EQ(client.link->count(32), 1);
     EXPECT_EQ(client.link->count(64), 1);
     EXPECT_EQ(maskOf(client), 128 + 64) << "asking for the temperatures once adds no bit";
-}
-
-TEST_F(DaemonTest, NamesAreGivenForKnownProcessesOnly)
-{
-    start();
-    machine.processes().set({.pid = 43, .parentPid = 1, .name = "just born"});
-    EXPECT_EQ(answer(&DaemonProtocol::infoForPids, json(R"([42, 4711, "42", 43, -1, 1e300, 42.0])")),
-        json(R"([{"name":"worker","pid":42},{"name":"just born","pid":43},{"name":"worker","pid":42.0}])"));
 }
 
 TEST_F(DaemonTest, FrameRatesThatTakeTwoLooksAreAnsweredAfterTheSecond)
@@ -45,10 +41,7 @@ TEST_F(DaemonTest, FrameRatesThatTakeTwoLooksAreAnsweredAfterTheSecond)
     start();
     const Client client = connect();
     std::vector<double> told;
-    const auto ask = [&] {
-        client.daemon->fps([&told](double rate) { told.push_back(rate); });
-        machine.runtime.runDue();
-    };
+    const auto ask = [&] { call(client, &DaemonProtocol::fps, [&told](double rate) { told.push_back(rate); }); };
     ask();
     ask();
     EXPECT_TRUE(told.empty());
@@ -81,33 +74,32 @@ TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
         return found;
     };
     const Pids all = {1, 42, 50, 51, 52};
-    const Peer user{.uid = 1000, .gid = 1000, .known = true};
-    EXPECT_EQ(pids(user, false), all);
-    EXPECT_EQ(daemon->processList(RequestKey::Cpu, false, user),
-        daemon->processList(RequestKey::Cpu, false, {.uid = 1001, .gid = 1001, .known = true}))
+    EXPECT_EQ(pids(user(1000), false), all);
+    EXPECT_EQ(daemon->processList(RequestKey::Cpu, false, user(1000)),
+        daemon->processList(RequestKey::Cpu, false, user(1001)))
         << "one for everybody";
     EXPECT_EQ(machine.visibility().asked, 0) << "and it costs nothing";
 
     machine.visibility().rule = ProcessRestriction{.exemptGroup = 4};
     machine.runtime.advance(ProcessViews::checkInterval + 3);
-    EXPECT_EQ(pids(user, false), (Pids{50, 52}));
-    EXPECT_EQ(pids(user, true), Pids{50}) << "what headed their group is not theirs";
-    EXPECT_EQ(pids({.uid = 1001, .gid = 1001, .known = true}, true), Pids{42});
-    EXPECT_EQ(pids({.uid = 0, .gid = 0, .known = false}, false), Pids());
-    EXPECT_EQ(pids({.uid = 0, .gid = 0, .known = true}, false), all);
-    EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), all);
+    EXPECT_EQ(pids(user(1000), false), (Pids{50, 52}));
+    EXPECT_EQ(pids(user(1000), true), Pids{50}) << "what headed their group is not theirs";
+    EXPECT_EQ(pids(user(1001), true), Pids{42});
+    EXPECT_EQ(pids(Peer(), false), Pids());
+    EXPECT_EQ(pids(user(0), false), all);
+    EXPECT_EQ(pids(user(1002, {24, 4}), false), all);
     EXPECT_EQ(machine.visibility().asked, 5) << "once a process and pass";
     for (const std::int32_t pid : {60, 61}) { // since the latest pass
         machine.processes().set({.pid = pid, .parentPid = 1, .name = "young"});
     }
     machine.visibility().owners.insert({{60, 1000}, {61, 1001}});
-    EXPECT_EQ(daemon->infoForPids(Value::array({42, 50, 60, 61}), user),
+    EXPECT_EQ(answer(&DaemonProtocol::infoForPids, Value::array({42, 50, 60, 61})),
         json(R"([{"name":"theirs","pid":50},{"name":"young","pid":60}])"));
     machine.processes().remove(60);
     machine.processes().remove(61);
     machine.visibility().rule = ProcessRestriction{.exemptGroup = std::nullopt};
     machine.runtime.advance(ProcessViews::checkInterval + 3);
-    EXPECT_EQ(pids({.uid = 1002, .gid = 1002, .known = true, .groups = {24, 4}}, false), Pids());
+    EXPECT_EQ(pids(user(1002, {24, 4}), false), Pids());
 }
 
 TEST_F(DaemonTest, ClientsReadDisksWhileTheyWantThem)
@@ -128,8 +120,7 @@ TEST_F(DaemonTest, ClientsReadDisksWhileTheyWantThem)
     EXPECT_EQ(loads, 0);
 
     Client client = connect();
-    client.daemon->startSMARTStatus();
-    machine.runtime.runDue();
+    call(client, &DaemonProtocol::startSMARTStatus);
     EXPECT_EQ(loads, 1);
     EXPECT_EQ(client.link->count(64), 0) << "not before the disks have answered";
     const auto answer = [&] {
@@ -154,32 +145,13 @@ TEST_F(DaemonTest, ClientsReadDisksWhileTheyWantThem)
     client.daemon->smartTemps();
     client.daemon->startSMARTStatus();
     client.daemon->stopSMARTStatus();
-    client.daemon->stopSMARTTemps();
-    machine.runtime.runDue();
+    call(client, &DaemonProtocol::stopSMARTTemps);
     const auto before = client.link->received.size();
     answer();
     EXPECT_EQ(client.link->received.size(), before + 1) << "the one that was asked for once";
-    client.daemon->smartTemps();
-    machine.runtime.runDue();
+    call(client, &DaemonProtocol::smartTemps);
     disconnect(client);
     answer(); // nobody is there any more
-}
-
-TEST_F(DaemonTest, TheBatteryIsPushedOnSourceChangesToWhoAskedForIt)
-{
-    int source = 1;
-    CollectorPorts ports;
-    ports.internalBattery = [&] { return std::optional(Dictionary{{"key", "battery"}, {"source", source}}); };
-    start(std::move(ports));
-    Client asking = connect();
-    Client other = connect();
-    request(asking, 128);
-    source = 2;
-    machine.powerSources().change({FakePowerSources::internal("Battery Power", false)});
-    machine.runtime.advance(10);
-    ASSERT_EQ(asking.link->count(128), 2);
-    EXPECT_EQ(asking.link->received[1]->dictionary()["battery"]["source"], 2);
-    EXPECT_EQ(other.link->count(128), 0);
 }
 
 TEST_F(DaemonTest, SleepIsRecordedOnlyWhenItsBeginningIsKnown)
@@ -263,22 +235,21 @@ TEST_F(DaemonTest, OnlyWhoOwnsTheMachineMayChangeItsNetwork)
     start(std::move(ports));
     std::string logged;
     machine.log.addListener([&](LogLevel, std::string_view line) { logged += line; });
-    const auto outcome = [&](Peer peer, const std::string& name = "eth0") {
+    const auto outcome = [&](const Peer& peer, const std::string& name = "eth0") {
         std::optional<ErrorCode> error;
-        connect(peer).daemon->refreshDHCP(
-            name, [&](Result<void> result) { error = result ? std::nullopt : std::optional(result.error().code); });
-        machine.runtime.runDue();
+        call(connect(peer), &DaemonProtocol::refreshDHCP, name,
+            [&](Result<void> result) { error = result ? std::nullopt : std::optional(result.error().code); });
         return error;
     };
-    EXPECT_EQ(outcome({.uid = 1001, .gid = 1001, .known = true}), ErrorCode::NotPermitted);
+    EXPECT_EQ(outcome(user(1001)), ErrorCode::NotPermitted);
     EXPECT_EQ(outcome({.uid = 0, .gid = 0, .known = false}), ErrorCode::NotPermitted) << "0 is only a default here";
     EXPECT_TRUE(refreshed.empty());
-    EXPECT_EQ(outcome({.uid = 0, .gid = 0, .known = true}), std::nullopt);
-    EXPECT_EQ(outcome({.uid = 1000, .gid = 1000, .known = true}), std::nullopt) << "sits at the machine";
+    EXPECT_EQ(outcome(user(0)), std::nullopt);
+    EXPECT_EQ(outcome(user(1000)), std::nullopt) << "sits at the machine";
     EXPECT_EQ(refreshed.size(), 2U);
     EXPECT_THAT(logged, testing::HasSubstr(R"(refreshDHCP: "eth0" refused to uid 1001)"));
     EXPECT_THAT(logged, testing::HasSubstr(R"(refreshDHCP: "eth0" by uid 0: done)"));
-    outcome({.uid = 1001, .gid = 1001, .known = true}, "eth0\" by uid 0: done" + std::string(5000, 'x'));
+    outcome(user(1001), "eth0\" by uid 0: done" + std::string(5000, 'x'));
     EXPECT_THAT(logged, testing::HasSubstr(R"("eth0\" by uid 0: done)")) << "a client's words stay in their quotes";
     EXPECT_THAT(logged, testing::HasSubstr(R"(x" refused to uid 1001)"));
 }

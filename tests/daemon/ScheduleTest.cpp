@@ -5,32 +5,16 @@
 namespace meridal::test {
 namespace {
 
-TEST_F(DaemonTest, ARequestIsAnsweredAtOnceThenAfterPointSixThenEveryTwoSeconds)
+TEST_F(DaemonTest, WithoutClientsItTellsOnceThatItIsReadyAndReadsOnlyTheCpuFigures)
 {
     start();
-    machine.runtime.advance(1.3);
-    Client client = connect();
-    request(client, 1);
-    EXPECT_EQ(client.link->types(), (std::vector<int>{1, 1})) << "the current list, and that of the pass at once";
-    std::vector<double> arrivals;
-    const double begin = machine.runtime.monotonicTime();
-    for (auto seen = client.link->count(1); machine.runtime.monotonicTime() < begin + 7;) {
-        machine.runtime.advance(0.1);
-        for (; seen < client.link->count(1); ++seen) {
-            arrivals.push_back(machine.runtime.monotonicTime() - begin);
-        }
-    }
-    EXPECT_THAT(arrivals, testing::Pointwise(testing::DoubleNear(0.11), {0.6, 2.6, 4.6, 6.6}));
-}
-
-TEST_F(DaemonTest, WithoutClientsOnlyTheCpuFiguresAreRead)
-{
-    start();
+    EXPECT_TRUE(machine.distributed().posted.empty());
     machine.processes().asked.clear();
     machine.runtime.advance(6.5);
     EXPECT_THAT(
         machine.processes().asked, testing::ElementsAre(ProcessFields::Cpu, ProcessFields::Cpu, ProcessFields::Cpu));
     EXPECT_EQ(collector.updateMask(), 0U) << "widened for the pass only";
+    EXPECT_EQ(machine.distributed().posted, std::vector<std::string>{"MeridalDaemonXPCReady"});
 }
 
 TEST_F(DaemonTest, EachClientGetsItsListsInTheFixedOrderAndClientsShareEqualOnes)
@@ -139,14 +123,6 @@ TEST_F(DaemonTest, ClocksThatStepAndMachinesThatSleepNeitherStopNorBurstTheSched
     machine.runtime.jump(100); // and an overloaded minute and a half after it
     machine.runtime.advance(4);
     EXPECT_LE(client.link->count(1), 4);
-}
-
-TEST_F(DaemonTest, ReadyIsAnnouncedAfterASecondOnce)
-{
-    start();
-    EXPECT_TRUE(machine.distributed().posted.empty());
-    machine.runtime.advance(20);
-    EXPECT_EQ(machine.distributed().posted, std::vector<std::string>{"MeridalDaemonXPCReady"});
 }
 
 TEST_F(DaemonTest, ADaemonThatEndsTakesItsTimersWithIt)

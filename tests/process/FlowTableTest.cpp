@@ -34,16 +34,14 @@ class FlowTableTest : public ::testing::Test {
 protected:
     static DecodedFrame frame(FrameDirection direction, std::uint16_t source, std::uint16_t destination)
     {
-        DecodedFrame result;
-        result.direction = direction;
-        result.ports = FramePorts::There;
-        result.isIP = true;
-        result.protocol = 17;
-        result.bytes = 100;
-        result.linkBytes = 114;
-        result.sourcePort = source;
-        result.destinationPort = destination;
-        return result;
+        return {.direction = direction,
+            .ports = FramePorts::There,
+            .isIP = true,
+            .protocol = 17,
+            .bytes = 100,
+            .linkBytes = 114,
+            .sourcePort = source,
+            .destinationPort = destination};
     }
     static DecodedFrame sent(std::uint16_t port) { return frame(FrameDirection::Sent, port, 53); }
     static DecodedFrame received(std::uint16_t port) { return frame(FrameDirection::Received, 53, port); }
@@ -52,12 +50,23 @@ protected:
         now += seconds;
         table.settle(now, batch);
     }
+    void count(std::initializer_list<DecodedFrame> frames, double seconds = 0.1)
+    {
+        for (const DecodedFrame& each : frames) {
+            table.count(each);
+        }
+        settle(seconds);
+    }
     /// One frame of a flow whose port belongs to so and so.
     void send(std::uint16_t port, SocketOwner owner, double seconds = 0.1)
     {
         owners.byPort[port] = owner;
-        table.count(sent(port));
-        settle(seconds);
+        count({sent(port)}, seconds);
+    }
+    void receive(std::uint16_t port, SocketOwner owner)
+    {
+        owners.byPort[port] = owner;
+        count({received(port)});
     }
     double pidBytes(std::int32_t pid) const
     {
@@ -126,18 +135,12 @@ TEST_F(FlowTableTest, BytesWaitForAnOwnerThatIsStillBeingLookedFor)
 
 TEST_F(FlowTableTest, AConnectionThatWaitsToBeAcceptedIsNotYetTheKernels)
 {
-    owners.byPort[80] = {Kind::Process, 1, false}; // who listens
-    table.count(received(80));
-    settle();
-    owners.byPort[80] = {Kind::Kernel};
-    table.count(received(80));
-    settle();
+    receive(80, {Kind::Process, 1, false}); // who listens
+    receive(80, {Kind::Kernel});
     owners.byPort[80] = {Kind::Process, 42};
     settle();
     EXPECT_EQ(pidBytes(42), 200);
-    owners.byPort[2049] = {Kind::Kernel};
-    table.count(received(2049));
-    settle();
+    receive(2049, {Kind::Kernel});
     settle(FlowTable::acceptance);
     EXPECT_EQ(bytes(batch.kernel), 100);
 }
@@ -146,8 +149,7 @@ TEST_F(FlowTableTest, AFlowWithoutASocketMayGetOneSoon)
 {
     const auto flowsFor = [this](double seconds) {
         for (double passed = 0; passed < seconds; ++passed) {
-            table.count(received(5000));
-            settle(1);
+            count({received(5000)}, 1);
         }
     };
     owners.byPort[5000] = {Kind::None};
@@ -175,29 +177,12 @@ TEST_F(FlowTableTest, FramesOfAnInterfaceThatCarriesAnotherCountNowhere)
     echo.destinationPort = 0;
     echo.ports = FramePorts::None;
     owners.byPort[0] = {Kind::Elsewhere};
-    table.count(echo);
-    settle();
+    count({echo});
     EXPECT_EQ(bytes(batch.processes) + bytes(batch.kernel) + bytes(batch.unattributed), 0);
     owners.byPort[0] = {Kind::None};
     echo.interface = 2;
-    table.count(echo);
-    settle();
+    count({echo});
     EXPECT_EQ(bytes(batch.kernel), 100) << "at once: no process is to be waited for";
-}
-
-TEST_F(FlowTableTest, OnTheLoopbackWhatArrivesCountsForBothEnds)
-{
-    owners.byPort[5000] = {Kind::Process, 42};
-    owners.byPort[53] = {Kind::Process, 43};
-    for (DecodedFrame each : {sent(5000), received(5000)}) { // 5000 to 53 as it leaves, 53 to 5000 as it arrives
-        each.isLoopback = true;
-        table.count(each);
-    }
-    settle();
-    EXPECT_EQ(batch.processes.download, 100);
-    EXPECT_EQ(batch.processes.upload, 100);
-    EXPECT_EQ(pidBytes(42), 100);
-    EXPECT_EQ(pidBytes(43), 100);
 }
 
 TEST_F(FlowTableTest, FragmentsFollowTheFirstOne)
@@ -211,10 +196,7 @@ TEST_F(FlowTableTest, FragmentsFollowTheFirstOne)
     later.sourcePort = later.destinationPort = 0;
     DecodedFrame stranger = later;
     stranger.fragment = 8;
-    for (const auto& each : {first, later, later, stranger}) {
-        table.count(each);
-    }
-    settle();
+    count({first, later, later, stranger});
     EXPECT_EQ(pidBytes(42), 300);
     EXPECT_EQ(bytes(batch.unattributed), 100);
 }

@@ -85,6 +85,12 @@ inline Frame pktap(std::int32_t pid, std::uint32_t flags, std::uint32_t link, co
     return joined({header, frame});
 }
 
+/// A frame of so many bytes at the IP layer, as the tap of a Mac gives it.
+inline Frame tapped(std::int32_t pid, std::uint32_t flags, unsigned bytes)
+{
+    return pktap(pid, flags, 1, ethernet(0x0800, joined({ipv4(6, bytes), ports()})));
+}
+
 inline CapturedFrame captured(LinkType link, const Frame& bytes, std::size_t wireLength = 0)
 {
     return {link, bytes, static_cast<std::uint32_t>(wireLength > 0 ? wireLength : bytes.size())};

@@ -164,33 +164,6 @@ TEST_F(NetworkStatisticsTest, RatesComeFromTheDifferenceOfTwoCounts)
     EXPECT_EQ(downloadAfter({4005, 5}), 4000);
 }
 
-TEST_F(NetworkStatisticsTest, AConnectionCountsFromItsFirstByteToItsLast)
-{
-    statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
-    ASSERT_TRUE(statistics.start());
-    updateAfter(2);
-    machine.runtime.advance(1);
-    addSource(77);
-    pid = -1;
-    counts = {4000, 100};
-    updateAfter(2);
-    EXPECT_EQ(item(42).networkDownload(), 0) << "whose it is, is not known yet";
-    pid = 42;
-    counts = {9000, 200};
-    updateAfter(2);
-    EXPECT_EQ(item(42).networkDownload(), 9000);
-    EXPECT_EQ(item(42).networkUpload(), 200);
-    machine.runtime.advance(1);
-    Frame end;
-    encodeSourceCounts(format, 0, 77, {9700, 200}, end);
-    encodeSourceRemoved(format, 77, end);
-    kernel().say(end);
-    updateAfter(1);
-    EXPECT_EQ(item(42).networkDownload(), 700);
-    updateAfter(2);
-    EXPECT_EQ(item(42).networkDownload(), 0);
-}
-
 TEST_F(NetworkStatisticsTest, AnOwnerIsAskedForTenTimes)
 {
     ASSERT_TRUE(statistics.start());

@@ -1,8 +1,4 @@
 #include "collectors/process/PacketStatCollector.h"
-#include "collectors/process/NetworkStatisticsStatCollector.h"
-#include "collectors/process/TrafficCounterCollector.h"
-#include "daemon/CaptureKeeper.h"
-#include "daemon/CollectorPorts.h"
 #include "tests/process/FrameBytes.h"
 #include "tests/process/ProcessFixture.h"
 
@@ -18,11 +14,6 @@ protected:
         set(42);
         set(43);
         update();
-    }
-    /// A frame of so many bytes at the IP layer, as the tap of a Mac gives it.
-    static Frame tapped(std::int32_t pid, std::uint32_t flags, unsigned bytes)
-    {
-        return pktap(pid, flags, 1, ethernet(0x0800, joined({ipv4(6, bytes), ports()})));
     }
     FakePacketTap& tap() { return machine.packetTap(); }
     void deliver(const Frame& frame) { tap().deliver({captured(LinkType::Pktap, frame, 2000)}); }
@@ -107,46 +98,6 @@ TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
     EXPECT_EQ(packets.statistics().frames, 2U) << "the same after the end";
     tap().refusal = "no such interface";
     EXPECT_LT(packets.captureInterface({.bsd = "en9", .mac = {}}), 0);
-}
-
-TEST_F(PacketStatCollectorTest, WithoutTheRightTheKernelsCountersServe)
-{
-    NetworkStatisticsStatCollector statistics(machine.context, collector());
-    TrafficCounterCollector counters(machine.context, collector());
-    CaptureKeeper keeper(machine.context, {counters, packets, statistics});
-    CollectorPorts ports;
-    keeper.plugInto(ports);
-    std::vector<std::string> told;
-    machine.host.limitations->listen([&](const std::string& key, const std::string&) { told.push_back(key); });
-    tap().refusal = "Operation not permitted";
-    ports.startCapture();
-    ports.startCapture();
-    changeNetwork();
-    EXPECT_EQ(tap().refused, 2) << "as often as it was asked for, whatever the network does";
-    ports.processCapture();
-    EXPECT_EQ(told, std::vector<std::string>{"packet-capture"}) << "said once";
-    EXPECT_TRUE(statistics.isStarted());
-    EXPECT_EQ(keeper.describe()["source"], "counters");
-    EXPECT_EQ(keeper.latestShares(), (Dictionary{{"source", "counters"}}));
-
-    tap().refusal.clear();
-    ports.startCapture();
-    EXPECT_FALSE(statistics.isStarted());
-    EXPECT_EQ(keeper.describe()["source"], "capture");
-    deliver(tapped(42, 1, 1000));
-    ports.processCapture();
-    EXPECT_EQ(keeper.latestShares()["attributed"]["d"], 1000);
-    tap().running[0]->sink->failed("the tap is gone");
-    ports.processCapture();
-    EXPECT_TRUE(statistics.isStarted()) << "also when it ends by itself";
-    changeNetwork();
-    deliver(tapped(42, 1, 500));
-    ports.processCapture();
-    EXPECT_FALSE(statistics.isStarted()) << "one source at a time";
-    EXPECT_EQ(item(42).networkDownload(), 500);
-    EXPECT_TRUE(machine.host.limitations->all().empty());
-    ports.stopCapture();
-    EXPECT_EQ(keeper.describe()["source"], "none");
 }
 
 } // namespace

@@ -60,24 +60,18 @@ TEST_F(ProcessNamesTest, AProcessThatStartsAnotherProgramHasItsName)
 {
     set(7, "bash");
     set(8, cut_, "/usr/libexec/a-desktop-portal-gtk");
+    set(9, "", "/opt/tool");
+    set(10, "");
     update();
     EXPECT_EQ(shownName(8), "a-desktop-portal-gtk");
+    EXPECT_EQ(item(9).name(), "tool") << "asked for at once";
+    EXPECT_EQ(item(10).name(), "");
+    EXPECT_TRUE(item(10).loadedName());
     set(7, cut_, "/usr/libexec/a-desktop-portal-gnome");
     set(8, "short");
     updateAfter(2);
     EXPECT_EQ(shownName(7), "a-desktop-portal-gnome");
     EXPECT_EQ(shownName(8), "short");
-}
-
-TEST_F(ProcessNamesTest, EmptyNameIsAskedForAtOnce)
-{
-    set(7, "");
-    set(8, "");
-    source().paths[7] = "/opt/tool";
-    update();
-    EXPECT_EQ(item(7).name(), "tool");
-    EXPECT_EQ(item(8).name(), "");
-    EXPECT_TRUE(item(8).loadedName());
 }
 
 TEST_F(ProcessNamesTest, TraitsOfNames)

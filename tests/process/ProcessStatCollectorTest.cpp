@@ -20,14 +20,11 @@ TEST_F(ProcessStatCollectorTest, FirstSightGivesNoRatesTheSecondPassDoes)
     EXPECT_THAT(figures(42), are({150, 160, 2048, 500}))
         << "of one core; 3 s of CPU and 400 x 500 us in 2 s; the first bytes that it ever wrote";
     EXPECT_EQ(item(42).sequence(), 2u);
-}
 
-TEST_F(ProcessStatCollectorTest, TwoPassesAtOneMomentDivideByOneSecond)
-{
-    set(42);
+    set(43);
     update();
-    pass(42, {.cpu = 0.5, .written = 500}, 0);
-    EXPECT_THAT(figures(42), are({50, 0, 0, 0}));
+    pass(43, {.cpu = 0.5, .written = 500}, 0);
+    EXPECT_THAT(figures(43), are({50, 0, 0, 0})) << "two passes at one moment are a second apart";
 }
 
 TEST_F(ProcessStatCollectorTest, SteppedWallClockMovesLabelsNotRates)
@@ -58,7 +55,7 @@ TEST_F(ProcessStatCollectorTest, ReadingsCloserThanAFewTicksLeaveTheFigureAlone)
     EXPECT_DOUBLE_EQ(item(42).powerScore(), 30) << "what was left alone is not remembered again";
 }
 
-TEST_F(ProcessStatCollectorTest, CountersThatGoBackStartOver)
+TEST_F(ProcessStatCollectorTest, CountersThatGoBackStartOverAndAbsentOnesChangeNothing)
 {
     set(42);
     pass(42, {.cpu = 50, .read = 1'000'000, .written = 1'000'000, .wakeups = 1000});
@@ -67,6 +64,11 @@ TEST_F(ProcessStatCollectorTest, CountersThatGoBackStartOver)
     EXPECT_THAT(figures(42), are({0, 0, 0, 0}));
     pass(42, {.cpu = 1, .read = 200});
     EXPECT_THAT(figures(42), are({50, 50, 100, 0}));
+    row(42).present = ProcessFields::None;
+    row(42).userTime = row(42).diskBytesRead = 0;
+    updateAfter(2);
+    EXPECT_THAT(figures(42), are({50, 50, 100, 0})) << "what is absent leaves them as they were";
+    EXPECT_EQ(item(42).sequence(), 4u);
 }
 
 TEST_F(ProcessStatCollectorTest, ReusedPidStartsAfresh)
@@ -92,9 +94,7 @@ TEST_F(ProcessStatCollectorTest, ReusedPidStartsAfresh)
 
 TEST_F(ProcessStatCollectorTest, ZombiesAndTheDeadLeaveTheTable)
 {
-    for (const std::int32_t pid : {7, 8, 9}) {
-        set(pid);
-    }
+    set({{7, 1}, {8, 1}, {9, 1}});
     update();
     row(7).status = ProcessStatus::Zombie;
     source().remove(8);
@@ -145,17 +145,6 @@ TEST_F(ProcessStatCollectorTest, AsksForNoMoreThanItsMaskNeeds)
     EXPECT_EQ(source().asked.size(), passes);
 }
 
-TEST_F(ProcessStatCollectorTest, CpuWantedLateIsAFirstReading)
-{
-    collector().setUpdateMask(mask(RequestKey::Network));
-    set(42);
-    pass(42, {.cpu = 5000});
-    updateAfter(2);
-    collector().setUpdateMask(test::everyList);
-    updateAfter(2);
-    EXPECT_EQ(item(42).cpu(), 0) << "not the work of its whole life";
-}
-
 TEST_F(ProcessStatCollectorTest, MemoryFollowsTheRelease)
 {
     set(42);
@@ -180,22 +169,14 @@ TEST_F(ProcessStatCollectorTest, MemoryFollowsTheRelease)
     EXPECT_EQ(older.processForPid(42)->memory(), 700) << "never below nothing";
 }
 
-TEST_F(ProcessStatCollectorTest, AbsentGroupsLeaveFiguresAsTheyWere)
+TEST_F(ProcessStatCollectorTest, WhatIsWantedLateIsAFirstReadingAndAfterAPauseAMeanOverIt)
 {
+    collector().setUpdateMask(mask(RequestKey::Network));
     set(42);
-    pass(42, {.read = 100});
-    pass(42, {.cpu = 1, .read = 200});
-    row(42).present = ProcessFields::None;
-    row(42).userTime = row(42).diskBytesRead = 0;
+    pass(42, {.cpu = 5000, .read = 5000});
+    collector().setUpdateMask(test::everyList);
     updateAfter(2);
-    EXPECT_THAT(figures(42), are({50, 50, 100, 0}));
-    EXPECT_EQ(item(42).sequence(), 3u);
-}
-
-TEST_F(ProcessStatCollectorTest, DiskRateAfterAPauseIsTheMeanOverIt)
-{
-    set(42);
-    pass(42, {.read = 100});
+    EXPECT_THAT(figures(42), are({0, 0, 0, 0})) << "not the work of its whole life";
     collector().setUpdateMask(mask(RequestKey::Cpu));
     pass(42, {.read = 1200});
     EXPECT_EQ(item(42).diskRead(), 0);
@@ -310,18 +291,6 @@ TEST_F(ProcessStatCollectorTest, SurvivesThousandsThatComeAndGoAndReuse)
         }
         ASSERT_EQ(total, alive.size()) << "everybody is in one group";
     }
-}
-
-TEST_F(ProcessStatCollectorTest, CountsPacketsByPorts)
-{
-    set(7);
-    update();
-    collector().processForPid(7)->setConnections({{.localPort = 5000, .foreignPort = 443}});
-    EXPECT_EQ(
-        collector().processPacket({.localPort = 5000, .foreignPort = 443, .downloadBytes = 9, .uploadBytes = 2}), 7);
-    EXPECT_EQ(collector().processPacket({.localPort = 443, .foreignPort = 5000, .downloadBytes = 30}), 7);
-    EXPECT_EQ(collector().processPacket({.localPort = 1, .foreignPort = 2, .downloadBytes = 1}), 0);
-    EXPECT_THAT(traffic(7), are({9, 32}));
 }
 
 } // namespace

@@ -1,8 +1,4 @@
 #include "collectors/process/TrafficCounterCollector.h"
-#include "collectors/process/NetworkStatisticsStatCollector.h"
-#include "collectors/process/PacketStatCollector.h"
-#include "daemon/CaptureKeeper.h"
-#include "daemon/CollectorPorts.h"
 #include "tests/process/ProcessFixture.h"
 
 #include <gtest/gtest.h>
@@ -69,9 +65,15 @@ protected:
         counting().next.interfaceBytesSent = sent;
     }
 
+    /// What is the kernel's of an interval in which so much came over the interfaces.
+    double kernelDownload(std::uint64_t crossing)
+    {
+        crossed(crossing, 0);
+        process();
+        return counters.latest().kernel.download;
+    }
+
     TrafficCounterCollector counters{machine.context, collector()};
-    PacketStatCollector packets{machine.context, collector()};
-    NetworkStatisticsStatCollector statistics{machine.context, collector()};
 };
 
 TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClose)
@@ -148,12 +150,9 @@ TEST_F(TrafficCounterCollectorTest, NetworksOfTheirOwnAreNoPartOfTheSum)
 TEST_F(TrafficCounterCollectorTest, WhatIsCountedOnDifferentSidesOfAReadingCountsOnce)
 {
     counted(42, 1000, 0);
-    // Of 1000 some were still on their way up; never negative.
-    for (const auto& [crossing, kernel] : {std::pair(600, 0), std::pair(400, 0), std::pair(10, 10)}) {
-        crossed(static_cast<std::uint64_t>(crossing), 0);
-        process();
-        EXPECT_EQ(counters.latest().kernel.download, kernel) << crossing;
-    }
+    EXPECT_EQ(kernelDownload(600), 0) << "never negative";
+    EXPECT_EQ(kernelDownload(400), 0);
+    EXPECT_EQ(kernelDownload(10), 10);
 }
 
 TEST_F(TrafficCounterCollectorTest, WhatNoInterfaceEverCarriedDoesNotHideTheKernelsTrafficForEver)
@@ -172,81 +171,15 @@ TEST_F(TrafficCounterCollectorTest, WhatNoInterfaceEverCarriedDoesNotHideTheKern
     EXPECT_EQ(kernel, 5000 - 1000) << "what one reading held may still be on its way";
 }
 
-TEST_F(TrafficCounterCollectorTest, WhatWaitsForAProcessIsNotTheKernels)
-{
-    for (int reading = 0; reading < 4; ++reading) { // a server that is slow to read
-        crossed(reading == 0 ? 1010 : 0, 0);
-        counting().next.waiting.bytesReceived = 1000;
-        process();
-        EXPECT_EQ(counters.latest().kernel.download, reading == 0 ? 10 : 0);
-    }
-    counted(42, 1000, 0);
-    process();
-    EXPECT_EQ(counters.latest().kernel.download, 0);
-    EXPECT_EQ(counters.total().processes.download + counters.total().kernel.download, 1010);
-}
-
 TEST_F(TrafficCounterCollectorTest, TheKernelsShareGivesBackWhatAProcessClaimsLater)
 {
-    crossed(1010, 0); // nothing tells that it waits
-    process();
-    EXPECT_EQ(counters.total().kernel.download, 1010);
+    EXPECT_EQ(kernelDownload(1010), 1010) << "nothing tells that it waits";
     counted(42, 1000, 0);
     for (int reading = 0; reading < 3; ++reading) { // until it is clear that no interface will count it
-        process();
-        EXPECT_EQ(counters.latest().kernel.download, 0);
+        EXPECT_EQ(kernelDownload(0), 0);
     }
     EXPECT_EQ(counters.total().kernel.download, 10);
     EXPECT_EQ(counters.total().processes.download, 1000);
-}
-
-TEST_F(TrafficCounterCollectorTest, TheKeeperTakesTheFirstSourceThatWorks)
-{
-    CaptureKeeper keeper(machine.context, {counters, packets, statistics});
-    CollectorPorts ports;
-    keeper.plugInto(ports);
-    ports.startCapture();
-    ports.startCapture();
-    EXPECT_EQ(counting().begun, 1) << "a second client does not start it over";
-    EXPECT_EQ(keeper.describe()["source"], "bpf");
-    EXPECT_EQ(keeper.describe()["method"], "fake");
-    EXPECT_EQ(machine.packetTap().begun, 0);
-    counted(42, 1000, 0);
-    crossed(1014, 0);
-    ports.processCapture();
-    EXPECT_EQ(keeper.latestShares()["attributed"]["d"], 1000);
-    EXPECT_EQ(keeper.latestShares()["kernel"]["d"], 14);
-    EXPECT_EQ(keeper.describe()["processBytes"], 1014);
-    ports.stopCapture();
-    EXPECT_EQ(counting().running, 0);
-    EXPECT_EQ(keeper.describe()["source"], "none");
-
-    counting().refusal = {ErrorCode::NotPermitted, "locked down"};
-    ports.startCapture();
-    EXPECT_EQ(keeper.describe()["source"], "capture");
-    EXPECT_NE(machine.host.limitations->all().at("traffic-counters").find("locked down"), std::string::npos);
-    counting().refusal.reset();
-    ports.stopCapture();
-    ports.startCapture();
-    EXPECT_FALSE(machine.host.limitations->all().contains("traffic-counters"));
-}
-
-TEST_F(TrafficCounterCollectorTest, ASourceThatWasChosenStandsForItself)
-{
-    const auto sourceFor = [this](TrafficSource source) {
-        CaptureKeeper keeper(machine.context, {counters, packets, statistics}, source);
-        CollectorPorts ports;
-        keeper.plugInto(ports);
-        ports.startCapture();
-        ports.processCapture();
-        return keeper.describe()["source"].get<std::string>();
-    };
-    EXPECT_EQ(sourceFor(TrafficSource::Pcap), "capture");
-    EXPECT_EQ(sourceFor(TrafficSource::Sockets), "counters");
-    EXPECT_TRUE(machine.host.limitations->all().empty()) << "as was wished";
-    counting().refusal = {ErrorCode::NotFound, "no such thing"};
-    EXPECT_EQ(sourceFor(TrafficSource::Bpf), "none");
-    EXPECT_TRUE(machine.host.limitations->all().contains("traffic-counters"));
 }
 
 } // namespace

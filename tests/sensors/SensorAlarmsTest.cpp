@@ -82,25 +82,17 @@ TEST(SensorAlarms, LimitsAndFlagsOfRealChips)
 
 TEST_F(SensorsTest, ListsTellWhatIsWrong)
 {
-    emulate();
-    SensorChannel fan = channel(Kind::Fan, 600, {});
-    fan.key = "F0Ac";
-    SensorChannel header = fan;
-    header.key = "F1Ac";
-    SensorChannel board = channel(Kind::Temperature, {}, 80);
-    board.key = "T0AB";
-    SensorChannel memory = channel(Kind::Temperature, 0, 0, 0);
-    memory.key = "T0AC";
-    machine.sensorChannels().change({fan, header, board, memory});
-    smc().setFloat("FNum", 2);
-    for (const char* number : {"F0", "F1"}) {
-        smc().setFloat(std::string(number) + "Ac", 0);
-        smc().set(std::string(number) + "ID", "{fds", {0, 0, 0, 0, 'L'});
+    const auto keyed = [](const char* key, SensorChannel each) {
+        each.key = key;
+        return each;
+    };
+    fit({{keyed("F0Ac", channel(Kind::Fan, 600, {})), 0}, {keyed("F1Ac", channel(Kind::Fan, 600, {})), 0},
+        {keyed("T0AB", channel(Kind::Temperature, {}, 80)), 41.3F},
+        {keyed("T0AC", channel(Kind::Temperature, 0, 0, 0)), 37}});
+    measure({{"FNum", 2}, {"TC0P", -5}, {"TC1P", 101}});
+    for (const char* key : {"F0ID", "F1ID"}) {
+        smc().set(key, "{fds", {0, 0, 0, 0, 'L'});
     }
-    smc().setFloat("T0AB", 41.3F);
-    smc().setFloat("T0AC", 37);
-    smc().setFloat("TC0P", -5);
-    smc().setFloat("TC1P", 101);
     machine.sensorChannels().raised = {
         {"T0AB", {.any = true}}, {"T0AC", {.high = true, .critical = true}}, {"F1Ac", {.any = true}}};
     start();

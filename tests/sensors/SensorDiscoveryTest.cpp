@@ -15,11 +15,8 @@ using testing::SizeIs;
 TEST_F(SensorsTest, OfWhatAClientKnowsItGetsWhatIsThere)
 {
     smc().set("TC0P", "sp78", {0x29, 0x80});
-    smc().setFloat("VC0C", 1.25F);
-    smc().setFloat("TH0P", 254);
-    smc().setFloat("TG0D", 254);
-    smc().setFloat("TNaN", std::numeric_limits<float>::quiet_NaN());
-    smc().setFloat("F0Ac", 1000);
+    measure({{"VC0C", 1.25F}, {"TH0P", 254}, {"TG0D", 254}, {"TNaN", std::numeric_limits<float>::quiet_NaN()},
+        {"F0Ac", 1000}});
     start();
     const Value given = json(R"([{"key":"TC0P","name":"CPU","low":"10","high":90.5,"extra":[1]},
         {"key":"VC0C","name":"Core","low":0,"high":0},{"key":"TXXX"},{"key":"TH0P"},{"key":"TG0D"},{"key":"TNaN"},
@@ -41,9 +38,7 @@ TEST_F(SensorsTest, OfWhatAClientKnowsItGetsWhatIsThere)
 
 TEST_F(SensorsTest, ComputedSensorsNeedAllTheirFactors)
 {
-    smc().setFloat("VC0C", 12'000);
-    smc().setFloat("IC0C", -1500);
-    smc().setFloat("TC0P", 40);
+    measure({{"VC0C", 12'000}, {"IC0C", -1500}, {"TC0P", 40}});
     start();
     const Value given = json(R"([{"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},
         {"key":"XW02","multiply":["VC0C","IXXX","IC0C"],"type":"watts"},{"key":"XA01","average":["TXXX","TYYY"]}])");
@@ -51,15 +46,14 @@ TEST_F(SensorsTest, ComputedSensorsNeedAllTheirFactors)
     EXPECT_THAT(keysOf(entries), ElementsAre("XW01", "XA01")) << "the keys of an average are not checked";
     EXPECT_EQ(entries[0]["type"], sensorKind::power);
 
+    const auto valueOf = [this](const char* text) { return collector().valueForConfig(json(text)); };
     EXPECT_EQ(collector().valueForConfig(given[0]), 18);
-    EXPECT_EQ(collector().valueForConfig(json(R"({"average":["TC0P","TXXX","VC0C","IC0C"]})")), 6020)
-        << "of those above 0";
     EXPECT_EQ(collector().valueForConfig(given[2]), 0);
-    EXPECT_EQ(collector().valueForConfig(json(R"({"key":"TC0P","multiply":["VC0C"],"type":"watts"})")), 40)
-        << "a product of one is none";
-    EXPECT_EQ(collector().valueForConfig(json(R"({"key":"TXXX"})")), -1);
+    EXPECT_EQ(valueOf(R"({"average":["TC0P","TXXX","VC0C","IC0C"]})"), 6020) << "of those above 0";
+    EXPECT_EQ(valueOf(R"({"key":"TC0P","multiply":["VC0C"],"type":"watts"})"), 40) << "a product of one is none";
+    EXPECT_EQ(valueOf(R"({"key":"TXXX"})"), -1);
     for (const char* nonsense : {"null", "{}", "[1]", R"({"key":{}})", R"({"average":[]})"}) {
-        const double value = collector().valueForConfig(json(nonsense));
+        const double value = valueOf(nonsense);
         EXPECT_TRUE(value == 0 || value == -1) << nonsense;
     }
 }
@@ -88,11 +82,7 @@ TEST_F(SensorsTest, FansOfAnEmulatedSMCNameThemselves)
 
 TEST_F(SensorsTest, OtherFansNeedAClientThatKnowsThem)
 {
-    smc().set("FNum", "ui8 ", {3});
-    for (const char* key : {"F0Ac", "F1Ac", "F2Ac"}) {
-        smc().setFloat(key, 1500);
-    }
-    smc().setFloat("F1Mx", 6000);
+    measure({{"FNum", 3}, {"F0Ac", 1500}, {"F1Ac", 1500}, {"F2Ac", 1500}, {"F1Mx", 6000}});
     start();
     const Value fans = daemon->ports.supportedFans(json(R"([{"key":"F1Ac","name":"Left","low":1200,"high":1}])"));
     ASSERT_THAT(keysOf(fans), ElementsAre("F1Ac"));
@@ -107,8 +97,7 @@ TEST_F(SensorsTest, OtherFansNeedAClientThatKnowsThem)
 
 TEST_F(SensorsTest, AFanLearnsItsLimitsFromItsKeys)
 {
-    smc().setFloat("F1Mn", 900);
-    smc().setFloat("F1Mx", 4000);
+    measure({{"F1Mn", 900}, {"F1Mx", 4000}});
     start();
     SensorStatCollectorItemMac fan(machine.context, daemon->smc, SMCOrigin::Own);
     fan.setKey("F1Ac");
@@ -147,14 +136,13 @@ TEST_F(SensorsTest, ServicesAndTheirAverages)
     EXPECT_EQ(entries[0]["name"], "pACC MTR 1");
     EXPECT_EQ(entries[3]["name"], "Fast cores");
     machine.runtime.advance(5);
-    EXPECT_EQ(collector().sensorWithKey("AS_PERF_AVG")->value(), 45);
-    EXPECT_TRUE(collector().sensorWithKey("pACC MTR Temp Sensor1")->hasValue())
-        << "its first letter is no kind: services are temperatures";
+    EXPECT_EQ(sensor("AS_PERF_AVG").value(), 45);
+    EXPECT_TRUE(sensor("pACC MTR Temp Sensor1").hasValue()) << "its first letter is no kind: services are temperatures";
 
     temperatures.clear();
     machine.runtime.advance(4);
-    EXPECT_FALSE(collector().sensorWithKey("AS_PERF_AVG")->hasValue()) << "not 0 degrees";
-    EXPECT_EQ(collector().sensorWithKey("AS_PERF_AVG")->lowestRecordedValue(), 45);
+    EXPECT_FALSE(sensor("AS_PERF_AVG").hasValue()) << "not 0 degrees";
+    EXPECT_EQ(sensor("AS_PERF_AVG").lowestRecordedValue(), 45);
 
     machine.sensorServices().services[{0xFF08, 3}] = {{"VDD", 12'000.0}};
     EXPECT_EQ(daemon->arm.sensors(armSensorsMatching(0xFF08, 3), 25)[0]["value"], 12.0);
@@ -163,12 +151,8 @@ TEST_F(SensorsTest, ServicesAndTheirAverages)
 TEST_F(SensorsTest, AnSMCThatNobodyNamesIsListedByItsKeys)
 {
     smc().set("TC0P", "sp78", {0x29, 0x80});
-    smc().setFloat("VC0C", 1.25F);
-    smc().setFloat("PC0C", 0); // not fitted
-    smc().setFloat("TZ0C", -120);
     smc().set("TCNT", "ui8 ", {5});
-    smc().setFloat("BTMP", 30);
-    smc().setFloat("IC0C", 3);
+    measure({{"VC0C", 1.25F}, {"TZ0C", -120}, {"BTMP", 30}, {"IC0C", 3}, {"PC0C", 0}}); // the last is not fitted
     smc().keys["IC0C"].readFails = true;
     start();
     EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "VC0C"));
@@ -240,18 +224,15 @@ TEST_F(SensorsTest, ARequestReadsAKeyOnceAndNotWithoutEnd)
     electric(all);
     EXPECT_LE(smc().count(SMCCommand::ReadKey) - before,
         static_cast<std::ptrdiff_t>(2 * SensorsStatCollectorMac::mostKeysAsked + SensorsStatCollectorMac::mostItems));
-}
 
-TEST_F(SensorsTest, AFigureOfManyKeysIsAnsweredButNotSampled)
-{
-    smc().setFloat("TC0P", 40);
-    start();
+    // A figure of many keys is answered, but not sampled.
     const auto meanOf = [](std::size_t keys) {
         return Value{{"key", "XA" + std::to_string(keys)}, {"average", std::vector<std::string>(keys, "TC0P")}};
     };
-    const Value given = Value::array({meanOf(mostSampledKeys), meanOf(mostSampledKeys + 1)});
-    EXPECT_THAT(electric(given), SizeIs(2));
-    EXPECT_EQ(ask(given[1]), 40);
+    const Value means = Value::array({meanOf(mostSampledKeys), meanOf(mostSampledKeys + 1)});
+    EXPECT_THAT(electric(means), SizeIs(2));
+    EXPECT_EQ(ask(means[1]), 40);
+    EXPECT_TRUE(collector().sensorWithKey("XA16"));
     EXPECT_FALSE(collector().sensorWithKey("XA17"));
 }
 

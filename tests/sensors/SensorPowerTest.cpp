@@ -14,6 +14,7 @@ namespace {
 bool isCoarse(double watts) { return std::abs(watts * 10 - std::round(watts * 10)) < 1e-9; }
 
 const Value power = {{"key", "PC0C"}};
+const SensorChannel package{"TXPW", "chip-1", "Package", SensorChannelKind::Power};
 
 RC_GTEST_PROP(PowerAverages, AreMeansOverTwoSecondsOrMore, (const std::vector<std::uint8_t>& tenths))
 {
@@ -41,14 +42,6 @@ RC_GTEST_PROP(PowerAverages, AreMeansOverTwoSecondsOrMore, (const std::vector<st
     }
 }
 
-TEST_F(SensorsTest, RootSeesPowerAsItIs)
-{
-    smc().setFloat("PC0C", 12.3456F);
-    start();
-    EXPECT_EQ(ask(power, PowerDetail::Fine), 12.3456);
-    EXPECT_EQ(electric(Value::array({power}), PowerDetail::Fine)[0]["value"], 12.3456);
-}
-
 TEST_F(SensorsTest, OthersGetAveragesHoweverOftenTheyAsk)
 {
     smc().setFloat("PC0C", 10.04F);
@@ -65,14 +58,13 @@ TEST_F(SensorsTest, OthersGetAveragesHoweverOftenTheyAsk)
         EXPECT_TRUE(seen == 10 || seen == 20 || seen == 30) << seen;
     }
     EXPECT_EQ(ask(power), 30);
+    EXPECT_EQ(ask(power, PowerDetail::Fine), 30.04) << "root sees power as it is";
+    EXPECT_EQ(electric(Value::array({power}), PowerDetail::Fine)[0]["value"], 30.04);
 }
 
 TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
 {
-    smc().setFloat("PC0C", 10.04F);
-    smc().setFloat("pC1C", 20.04F);
-    smc().setFloat("VC0C", 12'000);
-    smc().setFloat("IC0C", 1234);
+    measure({{"PC0C", 10.04F}, {"pC1C", 20.04F}, {"VC0C", 12'000}, {"IC0C", 1234}});
     start();
     const Value disguises = json(R"([{"key":"PC0C","type":0},{"key":"PC0CX"},{"key":"TX01","average":["PC0C"],"type":0},
         {"key":"TX02","average":["TXXX","pC1C"]},{"key":"VX01","multiply":["VC0C","IC0C"],"type":"watts"}])");
@@ -81,8 +73,7 @@ TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
     }
     smc().setFloat("P6AB", 40); // comes when the sensors are known already
     EXPECT_EQ(ask(json(R"({"key":"P6AB"})")), 0);
-    smc().setFloat("P4AB", 30'000'000);
-    smc().setFloat("P5AB", 31);
+    measure({{"P4AB", 30'000'000}, {"P5AB", 31}});
     smc().keys["P5AB"].readFails = true;
     for (const char* unreadable : {R"({"multiply":["P4AB","ZZZZ"],"type":"watts"})", R"({"key":"P5AB"})",
              R"({"average":["ZZZZ"],"key":"P4AB","type":5})"}) {
@@ -104,11 +95,7 @@ TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
 
 TEST_F(SensorsTest, AClientsWordsChangeNothingThatTheHostFound)
 {
-    emulate();
-    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, 90.0, {}},
-        {"TXPW", "chip-1", "Package", SensorChannelKind::Power, {}, {}, {}}});
-    smc().setFloat("TC0P", 42);
-    smc().setFloat("TXPW", 10.06F);
+    fit({{{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, 90.0}, 42}, {package, 10.06F}});
     const Value given = json(R"([{"key":"TC0P","name":"mine","average":["TXPW"],"type":5,"low":1,"high":2},
         {"key":"TXPW","average":["TC0P"],"type":0},{"key":"TX01","average":["TXPW"],"type":0}])");
     for (const bool isAskedFirst : {true, false}) {
@@ -122,23 +109,18 @@ TEST_F(SensorsTest, AClientsWordsChangeNothingThatTheHostFound)
         EXPECT_EQ(entries[0]["config"], given[0]);
         EXPECT_EQ(entries[0]["high"], 2.0);
         machine.runtime.advance(10);
-        const auto cpu = collector().sensorWithKey("TC0P");
-        EXPECT_EQ(cpu->value(), 42);
-        EXPECT_EQ(cpu->high(), 90);
-        EXPECT_EQ(cpu->name(), "CPU");
-        EXPECT_NEAR(collector().sensorWithKey("TXPW")->value(), 10.06, 1e-6);
-        EXPECT_TRUE(
-            collector().isPower(static_cast<const SensorStatCollectorItemMac&>(*collector().sensorWithKey("TXPW"))));
-        const double made = collector().sensorWithKey("TX01")->value();
-        EXPECT_NEAR(made, 10.1, 1e-9) << "its record does not tell that it is power";
+        EXPECT_EQ(sensor("TC0P").value(), 42);
+        EXPECT_EQ(sensor("TC0P").high(), 90);
+        EXPECT_EQ(sensor("TC0P").name(), "CPU");
+        EXPECT_NEAR(sensor("TXPW").value(), 10.06, 1e-6);
+        EXPECT_TRUE(collector().isPower(static_cast<const SensorStatCollectorItemMac&>(sensor("TXPW"))));
+        EXPECT_NEAR(sensor("TX01").value(), 10.1, 1e-9) << "its record does not tell that it is power";
     }
 }
 
 TEST_F(SensorsTest, ListsAndHistoryAreAsCoarse)
 {
-    emulate();
-    machine.sensorChannels().change({{"TXPW", "chip-1", "Package", SensorChannelKind::Power, {}, {}, {}}});
-    smc().setFloat("TXPW", 10.06F);
+    fit({{package, 10.06F}});
     start();
     EXPECT_EQ(list()[0]["value"], nullptr);
     Value entries = electric(json(R"([{"key":"TXPW"}])"));

@@ -16,15 +16,13 @@ using testing::ElementsAre;
 using testing::SizeIs;
 
 const char* const cpu = R"([{"key":"TC0P","name":"CPU","high":100}])";
+const SensorChannel cpuChannel{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature};
 
 TEST_F(SensorsTest, TheRecordNeedsNobodyWhoAsks)
 {
-    emulate();
     SensorChannel disk{"T0AB", "drivetemp-scsi-0-0", "temp1", SensorChannelKind::Temperature};
     disk.disturbs = true;
-    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature}, disk});
-    smc().setFloat("TC0P", 40);
-    smc().setFloat("T0AB", 30);
+    fit({{cpuChannel, 40}, {disk, 30}});
     start();
     machine.runtime.advance(2);
     const auto reads = [&](const char* key, double seconds) {
@@ -49,15 +47,9 @@ TEST_F(SensorsTest, TheRecordNeedsNobodyWhoAsks)
 
 TEST_F(SensorsTest, WhatAChipToldStaysWhenItIsGone)
 {
-    emulate();
-    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature},
-        {"TXPW", "chip-2", "Package", SensorChannelKind::Power},
-        {"H0AB", "chip-3", "Room", SensorChannelKind::Humidity},
-        {"T9ZZ", "chip-4", "never read", SensorChannelKind::Temperature}});
-    smc().setFloat("TC0P", 40);
-    smc().setFloat("TXPW", 10.06F);
-    smc().setFloat("H0AB", 48.5F);
-    smc().setFloat("T9ZZ", 1);
+    fit({{cpuChannel, 40}, {{"TXPW", "chip-2", "Package", SensorChannelKind::Power}, 10.06F},
+        {{"H0AB", "chip-3", "Room", SensorChannelKind::Humidity}, 48.5F},
+        {{"T9ZZ", "chip-4", "never read", SensorChannelKind::Temperature}, 1}});
     smc().keys["T9ZZ"].readFails = true;
     start();
     machine.runtime.advance(120);
@@ -86,74 +78,66 @@ TEST_F(SensorsTest, WhatAChipToldStaysWhenItIsGone)
 
 TEST_F(SensorsTest, AnyFigureIsOne)
 {
-    emulate();
-    const std::map<std::string, float> first = {
-        {"T0AA", -1}, {"T0AB", 254}, {"T0AC", -20}, {"T0AD", 0}, {"T0AE", 1.048F}};
-    std::vector<SensorChannel> channels;
-    for (const auto& [key, value] : first) {
-        channels.push_back({key, "chip-1", key, SensorChannelKind::Temperature});
-        smc().setFloat(key, value);
+    const std::map<std::string, double> highest = {
+        {"T0AA", -1}, {"T0AB", 254}, {"T0AC", -20}, {"T0AD", 0}, {"T0AE", 1.048}};
+    for (const auto& [key, value] : highest) {
+        machine.sensorChannels().all.push_back({key, "chip-1", key, SensorChannelKind::Temperature});
     }
-    machine.sensorChannels().change(channels);
+    emulate();
+    const auto measureLess = [&](double less) {
+        for (const auto& [key, value] : highest) {
+            smc().setFloat(key, static_cast<float>(value - less));
+        }
+    };
+    const auto expectExtremes = [&] {
+        std::map<std::string, double> found;
+        for (const Value& sensor : list()) {
+            found.emplace(sensor["key"], sensor["highest"]);
+            EXPECT_NEAR(sensor["highest"].get<double>() - sensor["lowest"].get<double>(), 5, 1e-9) << sensor;
+        }
+        EXPECT_EQ(found, highest);
+    };
+    measureLess(0);
     start();
     machine.runtime.advance(40);
-    for (const auto& [key, value] : first) {
-        smc().setFloat(key, value - 5);
-    }
-    for (const bool isRestarted : {false, true}) {
-        if (isRestarted) {
-            machine.runtime.advance(40);
-            for (const auto& [key, value] : first) {
-                smc().setFloat(key, value - 3);
-            }
-            start();
-        }
-        machine.runtime.advance(10);
-        const Value sensors = list();
-        ASSERT_THAT(sensors, SizeIs(first.size()));
-        for (const Value& sensor : sensors) {
-            const double value = std::round(first.at(sensor["key"]) * 1000.0) / 1000;
-            EXPECT_EQ(sensor["lowest"].get<double>(), value - 5) << sensor;
-            EXPECT_EQ(sensor["highest"].get<double>(), value) << sensor;
-        }
-    }
+    measureLess(5);
+    machine.runtime.advance(10);
+    expectExtremes();
+    machine.runtime.advance(40);
+    measureLess(3);
+    start();
+    machine.runtime.advance(10);
+    expectExtremes();
 }
 
 TEST_F(SensorsTest, AReadingThatFailsIsAbsentAndTheOthersAreNot)
 {
-    smc().setFloat("TC0P", 40);
-    smc().setFloat("TC1P", 50);
+    measure({{"TC0P", 40}, {"TC1P", 50}});
     startWith(R"([{"key":"TC0P"},{"key":"TC1P"}])", 10);
     smc().keys["TC0P"].readFails = true;
     smc().setFloat("TC1P", 51);
     machine.runtime.advance(4);
-    const auto failing = collector().sensorWithKey("TC0P");
-    EXPECT_FALSE(failing->hasValue());
-    EXPECT_EQ(failing->value(), 40) << "unchanged, not 0";
-    EXPECT_EQ(failing->lowestRecordedValue(), 40);
-    EXPECT_EQ(collector().sensorWithKey("TC1P")->value(), 51);
+    EXPECT_FALSE(sensor("TC0P").hasValue());
+    EXPECT_EQ(sensor("TC0P").value(), 40) << "unchanged, not 0";
+    EXPECT_EQ(sensor("TC0P").lowestRecordedValue(), 40);
+    EXPECT_EQ(sensor("TC1P").value(), 51);
     EXPECT_EQ(list()[0]["value"], nullptr);
     smc().keys["TC0P"].readFails = false;
     machine.runtime.advance(4);
-    EXPECT_TRUE(failing->hasValue());
+    EXPECT_TRUE(sensor("TC0P").hasValue());
 }
 
 TEST_F(SensorsTest, LimitsFixOrFollowTheRange)
 {
-    const auto measure = [this](float value, double seconds) {
-        for (const char* key : {"TC0P", "TC1P", "TC2P"}) {
-            smc().setFloat(key, value);
-        }
-        machine.runtime.advance(seconds);
-    };
-    measure(40, 0);
+    measure({{"TC0P", 40}, {"TC1P", 40}, {"TC2P", 40}});
     startWith(R"([{"key":"TC0P","low":20,"high":100},{"key":"TC1P"},{"key":"TC2P","low":90,"high":10}])", 3);
     for (const float value : {30.0F, 60.0F, 40.0F}) {
-        measure(value, 2);
+        measure({{"TC0P", value}, {"TC1P", value}, {"TC2P", value}});
+        machine.runtime.advance(2);
     }
-    EXPECT_EQ(collector().sensorWithKey("TC0P")->percentage(), 25);
-    EXPECT_NEAR(collector().sensorWithKey("TC1P")->percentage(), 100.0 / 3, 1e-9) << "between 30 and 60";
-    EXPECT_EQ(collector().sensorWithKey("TC2P")->percentage(), 0) << "a range upside down is none";
+    EXPECT_EQ(sensor("TC0P").percentage(), 25);
+    EXPECT_NEAR(sensor("TC1P").percentage(), 100.0 / 3, 1e-9) << "between 30 and 60";
+    EXPECT_EQ(sensor("TC2P").percentage(), 0) << "a range upside down is none";
     const Value sensors = list();
     EXPECT_EQ(sensors[2]["low"], nullptr);
     EXPECT_EQ(sensors[1]["lowest"], 30);
@@ -162,12 +146,15 @@ TEST_F(SensorsTest, LimitsFixOrFollowTheRange)
 
 TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
 {
-    smc().setFloat("TC0P", 40);
+    const auto extremes = [this] {
+        return std::vector{sensor("TC0P").lowestRecordedValue(), sensor("TC0P").highestRecordedValue()};
+    };
+    measure({{"TC0P", 40}});
     startWith(cpu, 5);
-    smc().setFloat("TC0P", 90);
-    machine.runtime.advance(2);
-    smc().setFloat("TC0P", 30);
-    machine.runtime.advance(2);
+    for (const float value : {90.0F, 30.0F}) {
+        measure({{"TC0P", value}});
+        machine.runtime.advance(2);
+    }
     daemon.reset();
     ASSERT_THAT(rows("select uuid, low, high from sensor_limits"), SizeIs(1));
     EXPECT_EQ(rows("select sql from sqlite_master where name = 'sensor_limits'")[0]["sql"],
@@ -176,9 +163,7 @@ TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
 
     smc().setFloat("TC0P", 50);
     startWith(cpu, 4);
-    const auto item = collector().sensorWithKey("TC0P");
-    EXPECT_EQ(item->lowestRecordedValue(), 30);
-    EXPECT_EQ(item->highestRecordedValue(), 90);
+    EXPECT_THAT(extremes(), ElementsAre(30, 90));
     daemon.reset();
 
     start();
@@ -189,8 +174,19 @@ TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
     rows("update sensor_limits set low = 0, high = 20");
     rows("delete from recorded_series"); // as a file of others has it
     startWith(cpu, 4);
-    EXPECT_EQ(collector().sensorWithKey("TC0P")->lowestRecordedValue(), 50) << "0 says that nothing was seen";
-    EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 50);
+    EXPECT_THAT(extremes(), ElementsAre(50, 50)) << "0 says that nothing was seen";
+}
+
+TEST_F(SensorsTest, WithoutARowTheHighestIsThatOfHistory)
+{
+    measure({{"TC0P", 70}});
+    startWith(cpu, 60);
+    daemon.reset();
+    rows("delete from sensor_limits");
+    measure({{"TC0P", 30}});
+    startWith(cpu, 1);
+    EXPECT_EQ(sensor("TC0P").highestRecordedValue(), 70);
+    EXPECT_EQ(rows("select high from sensor_limits")[0]["high"], 70);
 }
 
 TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
@@ -219,39 +215,22 @@ TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
     rows("drop table hour_sensorhistory"); // it is made again
     electric(json(R"([{"key":"XA01","average":["TC0P"]}])"));
     machine.runtime.advance(4);
-    EXPECT_TRUE(collector().sensorWithKey("TC0P")->knowsStoredLimits());
-    EXPECT_FALSE(collector().sensorWithKey("XA01")->knowsStoredLimits());
+    EXPECT_TRUE(sensor("TC0P").knowsStoredLimits());
+    EXPECT_FALSE(sensor("XA01").knowsStoredLimits());
     machine.runtime.advance(60);
-    EXPECT_TRUE(collector().sensorWithKey("XA01")->knowsStoredLimits());
-}
-
-TEST_F(SensorsTest, WithoutARowTheHighestIsThatOfHistory)
-{
-    smc().setFloat("TC0P", 70);
-    startWith(cpu, 60);
-    daemon.reset();
-    rows("delete from sensor_limits");
-    smc().setFloat("TC0P", 30);
-    startWith(cpu, 1);
-    EXPECT_EQ(collector().sensorWithKey("TC0P")->highestRecordedValue(), 70);
-    EXPECT_EQ(rows("select high from sensor_limits")[0]["high"], 70);
+    EXPECT_TRUE(sensor("XA01").knowsStoredLimits());
 }
 
 TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
 {
-    emulate();
-    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, 95.0, {}}});
-    smc().setFloat("TC0P", 42);
+    fit({{cpuChannel, 42}});
     start();
     list();
     machine.runtime.advance(62'000); // longer than a period of the coarsest
     daemon.reset();
     for (const char* prefix : {"hour_", "day_", "week_", "month_", "threemonth_", "sixmonth_", "year_"}) {
-        const std::string table = std::string(prefix) + "sensorhistory";
-        const auto found = rows("select count(*) as n, min(value) as low, max(value) as high from " + table);
-        EXPECT_GT(found[0]["n"], 0) << table;
-        EXPECT_EQ(found[0]["low"], 42.0) << table;
-        EXPECT_EQ(found[0]["high"], 42.0) << table;
+        const auto values = rows("select distinct value from " + std::string(prefix) + "sensorhistory");
+        EXPECT_EQ(values, (std::vector<Dictionary>{{{"value", 42.0}}})) << prefix;
     }
     EXPECT_GT(rows("select count(*) as n from sensorhistory", "sensors-long.db")[0]["n"], 200);
     EXPECT_LE(rows("select count(*) as n from hour_sensorhistory")[0]["n"], 603);
@@ -265,9 +244,8 @@ TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
     start();
     machine.runtime.advance(14);
     EXPECT_EQ(daemon->made, 1) << "the record goes on by itself on a machine where somebody asked once";
-    const auto item = collector().sensorWithKey("TC0P");
-    ASSERT_TRUE(item);
-    const SampleRing* hour = item->storageForType(StorageIndex::Hour);
+    ASSERT_TRUE(collector().sensorWithKey("TC0P"));
+    const SampleRing* hour = sensor("TC0P").storageForType(StorageIndex::Hour);
     EXPECT_EQ((*hour)[SlotIndex{0}].values[0], 44);
     EXPECT_EQ((*hour)[SlotIndex{20}].values[0], 42) << "reloaded";
 
@@ -281,29 +259,28 @@ TEST_F(SensorsTest, NamesOfOlderFilesAreTakenOver)
 {
     const auto& folder = machine.context.paths.support;
     std::filesystem::create_directories(folder);
-    for (const bool isShort : {true, false}) {
+    std::vector<const char*> statements = {
+        "CREATE TABLE names (uuid varchar(100) primary key, name varchar, origin varchar, unit varchar)",
+        "INSERT INTO names VALUES('TC0P','CPU','chip-1','°C'),('Vabc','5V','chip-2','V')",
+        "CREATE TABLE sensorhistory (sample integer, uuid varchar(100), time double, value double, primary key "
+        "(sample, "
+        "uuid)) without rowid",
+        "INSERT INTO sensorhistory VALUES (1, 'Vabc', 1.6e9, 5.0)",
+        "CREATE VIEW sensorhistory_named AS SELECT names.name, names.origin, names.unit, rows.* FROM sensorhistory AS "
+        "rows LEFT JOIN names ON names.uuid = rows.uuid"};
+    const auto fill = [&](const char* file) {
         SQLiteConnection old;
-        ASSERT_TRUE(old.open(folder / (isShort ? "sensors.db" : "sensors-long.db"), {}));
-        for (const char* sql :
-            {"CREATE TABLE names (uuid varchar(100) primary key, name varchar, origin varchar, unit "
-             "varchar)",
-                "INSERT INTO names VALUES('TC0P','CPU','chip-1','°C'),('Vabc','5V','chip-2','V')",
-                "CREATE TABLE sensorhistory (sample integer, uuid varchar(100), time double, value double, primary key "
-                "(sample, uuid)) without rowid",
-                "INSERT INTO sensorhistory VALUES (1, 'Vabc', 1.6e9, 5.0)",
-                "CREATE VIEW sensorhistory_named AS SELECT names.name, names.origin, names.unit, rows.* FROM "
-                "sensorhistory AS rows LEFT JOIN names ON names.uuid = rows.uuid",
-                isShort ? "CREATE TABLE recorded_series (collector varchar(32), uuid varchar(100), name varchar, unit "
-                          "varchar(16), step double, primary key (collector, uuid))"
-                        : "DROP TABLE IF EXISTS recorded_series",
-                isShort ? "INSERT INTO recorded_series VALUES('sensors','TC0P','CPU','°C',0.0)"
-                        : "DROP TABLE IF EXISTS recorded_series"}) {
+        ASSERT_TRUE(old.open(folder / file, {}));
+        for (const char* sql : statements) {
             ASSERT_TRUE(old.execute(sql)) << sql;
         }
-    }
-    emulate();
-    machine.sensorChannels().change({{"TC1P", "chip-1", "GPU", SensorChannelKind::Temperature, {}, {}, {}}});
-    smc().setFloat("TC1P", 40);
+    };
+    fill("sensors-long.db");
+    statements.push_back("CREATE TABLE recorded_series (collector varchar(32), uuid varchar(100), name varchar, unit "
+                         "varchar(16), step double, primary key (collector, uuid))");
+    statements.push_back("INSERT INTO recorded_series VALUES('sensors','TC0P','CPU','°C',0.0)");
+    fill("sensors.db");
+    fit({{{"TC1P", "chip-1", "GPU", SensorChannelKind::Temperature}, 40}});
     for (int run = 0; run < 2; ++run) {
         start();
         machine.runtime.advance(70);
@@ -328,9 +305,7 @@ TEST_F(SensorsTest, NamesOfOlderFilesAreTakenOver)
 TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
 {
     smc().setFloat("FNum", 2);
-    for (const char* key : {"TC0P", "TC1P", "F0Ac", "F1Ac", "VC0C", "IC0C"}) {
-        smc().setFloat(key, 4000);
-    }
+    measure({{"TC0P", 40}, {"TC1P", 40}, {"F0Ac", 900}, {"F1Ac", 900}, {"VC0C", 4000}, {"IC0C", 4000}});
     machine.sensorServices().services[{0xFF00, 5}] = {{"eACC1", 50.0}};
     startWith(R"([{"key":"TC0P","name":"CPU","low":10,"high":90,"type":0},
         {"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},{"key":"XA01","average":["TC0P","","TC1P"]}])",
@@ -359,20 +334,16 @@ TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
             EXPECT_EQ(item->sensorConfig(), configuration) << key;
         }
     }
-    EXPECT_EQ(collector().sensorWithKey("F1Ac")->name(), "Left");
-    EXPECT_EQ(collector().sensorWithKey("TC0P")->low(), 10);
+    EXPECT_EQ(sensor("F1Ac").name(), "Left");
+    EXPECT_EQ(sensor("TC0P").low(), 10);
 }
 
 TEST_F(SensorsTest, ChipsComeAndGo)
 {
-    emulate();
     const SensorChannel first{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, 100.0};
     const SensorChannel second{"Vabc", "chip-2", "5V", SensorChannelKind::Voltage, 4.5, 5.5, {}};
     const SensorChannel disk{"Tabc", "chip-3", "Disk", SensorChannelKind::Temperature, -273.15, 65261.85, 84.75};
-    machine.sensorChannels().change({first, second, disk});
-    smc().setFloat("Tabc", 40);
-    smc().setFloat("TC0P", 42);
-    smc().setFloat("Vabc", 5);
+    fit({{first, 42}, {second, 5}, {disk, 40}});
     start();
     const Value all = list();
     ASSERT_THAT(keysOf(all), ElementsAre("TC0P", "Vabc", "Tabc"));
@@ -413,14 +384,13 @@ TEST_F(SensorsTest, AMachineWithoutSensorsAnswersEmpty)
     machine.runtime.advance(60);
     EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "sensors.db"));
 
-    machine.sensorChannels().change({{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, {}}});
+    machine.sensorChannels().change({cpuChannel});
     smc().present = true;
     daemon->smc.openIfNeeded();
     smc().setFloat("TC0P", 42);
     smc().generation++;
     machine.runtime.advance(SensorsStatCollectorMac::channelInterval + 3);
-    const auto first = collector().sensorWithKey("TC0P");
-    EXPECT_TRUE(first && first->hasValue()) << "the first chip is found without being asked for again";
+    EXPECT_TRUE(sensor("TC0P").hasValue()) << "the first chip is found without being asked for again";
 }
 
 } // namespace

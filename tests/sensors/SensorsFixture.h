@@ -8,10 +8,10 @@
 #include "daemon/CollectorPorts.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/SensorsKeeper.h"
-#include "wire/Link.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/PlatformController.h"
 #include "tests/support/FakeHost.h"
+#include "wire/Link.h"
 
 #include <gtest/gtest.h>
 
@@ -91,8 +91,27 @@ protected:
     }
     /// An SMC that is emulated, as on every machine of another vendor.
     void emulate() { machine.machine().service = "FakeSMC"; }
+    /// Such a one, of channels and what they read at first.
+    void fit(std::initializer_list<std::pair<SensorChannel, float>> fitted)
+    {
+        emulate();
+        std::vector<SensorChannel> channels;
+        for (const auto& [channel, value] : fitted) {
+            channels.push_back(channel);
+            smc().setFloat(channel.key, value);
+        }
+        machine.sensorChannels().change(std::move(channels));
+    }
+    /// What these keys read from now on.
+    void measure(std::initializer_list<std::pair<const char*, float>> values)
+    {
+        for (const auto& [key, value] : values) {
+            smc().setFloat(key, value);
+        }
+    }
 
     SensorsStatCollectorMac& collector() { return daemon->collector; }
+    const SensorStatCollectorItem& sensor(const char* key) { return *collector().sensorWithKey(key); }
     FakeSMCService& smc() { return machine.smc(); }
     static Value json(const char* text) { return parseUntrusted(text).value(); }
 
