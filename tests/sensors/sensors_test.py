@@ -11,36 +11,25 @@ import os
 import shutil
 import subprocess
 import sys
-import unittest
 import xml.etree.ElementTree as xml
 
-PRELOAD = "libumockdev-preload.so.0"  # lets a test have devices of its own
-if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
-    os.environ.update(LD_PRELOAD=PRELOAD, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0")
-    os.execv(sys.executable, [sys.executable, *sys.argv])
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import running  # noqa: E402  the daemon and its clients
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
-import daemon_test  # noqa: E402  the daemon and its clients
+running.go_on_with_devices()  # of umockdev
 
 NOBODY = 65534
-needs_devices = unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev")
 CHIP = {"name": "nct6775", "temp1_input": "41500", "temp1_label": "CPU", "temp1_crit": "100000", "fan1_input": "1200",
         "fan1_label": "Left", "fan1_min": "300", "in0_input": "1048", "power1_input": "12345678", "power1_label": "Package"}
 
 
-class SensorsTest(unittest.TestCase):
-    start = daemon_test.DaemonTest.start
-    serving = daemon_test.DaemonTest.serving
-    ctl = daemon_test.DaemonTest.ctl
-    tearDown = daemon_test.DaemonTest.tearDown
-
+class SensorsTest(running.DaemonTest):
     def setUp(self):
-        daemon_test.DaemonTest.setUp(self)
+        super().setUp()
         self.devices = os.path.join(self.root, "devices")
         os.makedirs(os.path.join(self.devices, "sys/class/hwmon"))
         os.makedirs(os.path.join(self.devices, "sys/bus"))
-        os.environ["UMOCKDEV_DIR"] = self.devices
-        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
+        self.use_devices(self.devices)
 
     def add_chip(self, number=0, **files):
         device = "sys/devices/platform/nct6775.656"
@@ -75,7 +64,7 @@ class SensorsTest(unittest.TestCase):
         client.close()
         self.assertEqual(daemon.stop(), 0)
 
-    @needs_devices
+    @running.needs_devices
     def test_sensors_from_the_file_to_the_plot(self):
         folder = self.add_chip()
         daemon = self.start().wait_ready()
@@ -93,7 +82,8 @@ class SensorsTest(unittest.TestCase):
         shown = self.ctl("sensors")
         self.assertIn("41.5 °C", shown)
         self.assertIn("1.048 V", shown)
-        self.assertEqual(self.ctl("sensors", "--watch", "--refreshes", "2").count("VALUE"), 2)
+        watch = subprocess.Popen(self.ctl_command("sensors", "--watch", "--refreshes", "2"), stdout=subprocess.PIPE, text=True)
+        self.children.append(watch)
 
         client = daemon.client()
         configuration = {"key": cpu["key"], "name": "mine", "low": 10, "high": 90}
@@ -105,18 +95,20 @@ class SensorsTest(unittest.TestCase):
         client.close()
 
         self.write(folder, "temp1_input", "55000")
-        daemon_test.until(lambda: self.sensors()["CPU"]["highest"] == 55, "a new highest value")
+        running.until(lambda: self.sensors()["CPU"]["highest"] == 55, "a new highest value")
         self.write(folder, "temp1_input", "")
-        daemon_test.until(lambda: self.sensors()["CPU"]["value"] is None, "the absent value")
-        self.assertEqual(self.sensors()["Left"]["value"], 1200, "the others are on time")
-        self.write(folder, "temp1_input", "50000")
         self.write(folder, "fan1_input", "120")
-        daemon_test.until(lambda: "ALARM (low)" in self.ctl("fans"), "an alarm")
+        running.until(lambda: self.sensors()["CPU"]["value"] is None, "the absent value")
+        self.assertEqual(self.sensors()["Left"]["value"], 120, "the others are on time")
+        self.write(folder, "temp1_input", "50000")
+        running.until(lambda: "ALARM (low)" in self.ctl("fans"), "an alarm")
+
+        self.assertEqual(watch.communicate(timeout=running.DEADLINE)[0].count("VALUE"), 2)
 
         def samples():
             return list(csv.reader(self.ctl("history", "cpu", "--csv").splitlines()))[1:]
 
-        rows = daemon_test.until(samples, "a sample of the hour")
+        rows = running.until(samples, "a sample of the hour")
         self.assertRegex(rows[0][0], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
         self.assertTrue(40 < float(rows[0][1]) < 56, rows)
         self.assertIn("CPU, last hour", self.ctl("history", cpu["key"]))
@@ -135,13 +127,13 @@ class SensorsTest(unittest.TestCase):
         self.assertEqual(self.sensors()["CPU"]["key"], cpu["key"])
         self.assertEqual(daemon.stop(), 0)
 
-    @needs_devices
-    @unittest.skipIf(os.geteuid() != 0, "needs root to become somebody else")
+    @running.needs_devices
+    @running.needs_root
     def test_others_than_root_see_power_coarsely(self):
         self.add_chip()
         daemon = self.start().wait_ready()
         key = self.sensors()["Package"]["key"]
-        program = shutil.copy(os.path.join(daemon_test.BUILD, "meridalctl"), self.root)
+        program = shutil.copy(os.path.join(running.BUILD, "meridalctl"), self.root)
         os.chmod(program, 0o755)
         call = [program, "--socket", daemon.socket_path]
 
@@ -152,7 +144,7 @@ class SensorsTest(unittest.TestCase):
         def power():
             return asked("call", "sensors:reply:", json.dumps([{"key": key, "type": 0}]))[0]["value"]
 
-        self.assertEqual(daemon_test.until(power, "an average"), 12.3)
+        self.assertEqual(running.until(power, "an average"), 12.3)
         listed, = [sensor for sensor in asked("sensors", "--json")["sensors"] if sensor["name"] == "Package"]
         self.assertEqual((listed["value"], listed["highest"]), (12.3, 12.3))
         entry, = asked("call", "supportedSensors:reply:", json.dumps([{"key": key}]))["sensors"]
@@ -161,6 +153,4 @@ class SensorsTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
-    daemon_test.BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
-    unittest.main(verbosity=2)
+    running.main()
