@@ -18,7 +18,7 @@ import running  # noqa: E402  the daemon and its clients
 from running import until  # noqa: E402
 
 running.go_on_with("gi")
-running.go_on_with_devices()  # of umockdev
+running.go_on_with_devices()
 
 SG_IO = 0x2285
 NVME_ADMIN = 0xC0484E41

@@ -141,7 +141,7 @@ class BandwidthTest(running.DaemonTest):
         with daemon.client() as other:
             other.call("startRequestWithKey:interval:", 8, 1)
         daemon.client().close()
-        for _ in range(4):
+        for _ in range(3):  # the last one well after the other has left
             self.assertIn(json.loads(top.stdout.readline())["source"], ("bpf", "capture"))
         top.send_signal(signal.SIGTERM)
         self.assertEqual(top.wait(), 0)
