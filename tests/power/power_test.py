@@ -164,14 +164,16 @@ class PowerTest(mock_bus.BusTest):
             self.assertEqual((before["state"], before["cycles"], before["health"], before["power"]), (1, 123, 88, 24))
             self.assertEqual([(p["name"], p["percentage"]) for p in state["peripherals"]], [("Ear phones", 65), ("Mouse", 40)])
 
+            def sources():
+                return [row["value"] for row in client.call("battery.history", {"figure": "source"})["rows"]]
+
+            until(lambda: sources() == [1], "the first source in a file that the start does not wait for")
             bed.set_attribute(battery, "status", "Discharging")
             bed.set_attribute(adapter, "online", "0")
             self.uevent(bed, adapter, "change")
             unplugged = client.envelope(lambda e: e["type"] == "128" and e["battery"]["source"] == 0)["battery"]
             self.assertGreaterEqual(unplugged["time"], plugged["time"])
             until(lambda: client.call("battery.state")["batteries"][0]["state"] == 2, "the state")
-            def sources():
-                return [row["value"] for row in client.call("battery.history", {"figure": "source"})["rows"]]
             until(lambda: sources() == [0, 1], "both sources in the file")
             self.assertIn("on battery", self.ctl("battery"))
             self.assertIn("88 %, 4400 of 5000 mAh", self.ctl("battery", "--history"))
