@@ -95,17 +95,6 @@ TEST_F(LogTest, FilesAreNamedByTheClockOfTheirLines)
     ::tzset();
 }
 
-TEST_F(LogTest, AgesFollowTheRuntimesClock)
-{
-    Log log;
-    log.addFiles(runtime, folder, {.maximumAge = 3600});
-    log.info("one");
-    runtime.advance(3600);
-    log.info("two");
-    log.flush();
-    EXPECT_TRUE(fs::exists(folder / "meridald-20261121T084500.log"));
-}
-
 TEST_F(LogTest, DestroyingTheLogWritesWhatWaits)
 {
     {

@@ -87,30 +87,5 @@ TEST_F(VirtualRuntimeTest, SlowTaskHoldsUpItsOwnQueueAlone)
     EXPECT_EQ(elapsed(), 3) << "time never goes back";
 }
 
-TEST_F(VirtualRuntimeTest, TwoRunsAreAlike)
-{
-    const auto tell = [] {
-        VirtualRuntime world;
-        std::string story;
-        const auto queue = world.makeSerialQueue("queue");
-        std::vector<std::unique_ptr<Timer>> timers;
-        for (int i = 1; i <= 5; ++i) {
-            auto& target = i % 2 == 0 ? *queue : world.mainQueue();
-            timers.push_back(world.startTimer(target, {.first = 0.5 * i, .interval = 0.7 * i},
-                [&world, &story, i] { world.postGlobal([&story, i] { story += static_cast<char>('0' + i); }); }));
-        }
-        world.advance(60);
-        return story;
-    };
-    EXPECT_EQ(tell(), tell());
-}
-
-TEST_F(VirtualRuntimeTest, RunEndsWhenNothingIsLeft)
-{
-    runtime.after(600, [] {});
-    runtime.run();
-    EXPECT_EQ(elapsed(), 600);
-}
-
 } // namespace
 } // namespace meridal

@@ -98,6 +98,8 @@ const std::vector<Family>& families()
     // clang-format off
     static const std::vector<Family> all = {
         {"WDC WD40EFRX-68N32N0", "82.0", true, {raw(9, 7300), raw(194, 34), raw(5, 0)}, untold, 7300, 34},
+        {"WDC WD40EFRX-68N32N0", "82.0", true, {raw(190, 31), raw(194, 128)}, untold, untold, 31}, // of the airflow
+        {"WDC WD40EFRX-68N32N0", "82.0", true, {raw(190, 128), raw(194, 128)}, untold, untold, std::nullopt},
         {"ST4000DM004-2CV104", "0001", true, {raw(9, 0x0912'0000'1C84), raw(194, 0x0012'0000'0022), raw(197, 8), raw(241, 1'000'000'000)},
             untold, 7300, 34, 1, 512},
         {"TOSHIBA MK2561GSYN", "MH000D", true, {raw(9, 438'000), raw(194, 0x0030'0014'0022)}, untold, 7300, 34},

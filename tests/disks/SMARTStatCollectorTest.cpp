@@ -193,18 +193,6 @@ TEST_F(DiskTest, WhatAPageDoesNotTellStaysAsItWas)
     EXPECT_EQ(item("WX1")->temperature(), 34);
 }
 
-TEST_F(DiskTest, TemperatureFallsBackToTheAirflowSensor)
-{
-    const auto ata = plugATA("root/ata/sda", "WX1");
-    ata.disk->data = dataPage({{.attributeID = 190, .raw = 31}, {.attributeID = 194, .raw = 128}});
-    const auto neither = plugATA("root/ata/sdb", "WX2");
-    neither.disk->data = dataPage({{.attributeID = 190, .raw = 128}, {.attributeID = 194, .raw = 128}});
-    start();
-    EXPECT_EQ(item("WX1")->temperature(), 31);
-    EXPECT_EQ(item("WX2")->temperature(), std::nullopt);
-    EXPECT_EQ(collector->diskTemperatures().size(), 1U);
-}
-
 TEST_F(DiskTest, StatusComesFromTheDiskOrElseFromItsAttributes)
 {
     auto attributes = usualAttributes();

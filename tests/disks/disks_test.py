@@ -8,32 +8,17 @@ Nothing here sleeps: every wait is for an event with a generous deadline.
 import contextlib
 import functools
 import os
-import shutil
 import struct
-import subprocess
 import sys
 import time
-import unittest
 
-SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages for umockdev
-PRELOAD = "libumockdev-preload.so.0"
-try:
-    import gi
-    gi.require_version("UMockdev", "1.0")
-except (ImportError, ValueError):
-    if os.path.realpath(sys.executable) != os.path.realpath(SYSTEM_PYTHON) and os.path.exists(SYSTEM_PYTHON):
-        os.execv(SYSTEM_PYTHON, [SYSTEM_PYTHON, *sys.argv])
-    print("no umockdev for Python: nothing tested")
-    sys.exit(0)
-if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
-    os.environ.update(LD_PRELOAD=PRELOAD, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0")
-    os.execv(sys.executable, [sys.executable, *sys.argv])
-from gi.repository import UMockdev  # noqa: E402
-
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
-import daemon_test  # noqa: E402  the daemon and its clients
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 import documented  # noqa: E402
-from daemon_test import until  # noqa: E402
+import running  # noqa: E402  the daemon and its clients
+from running import until  # noqa: E402
+
+running.go_on_with("gi")
+running.go_on_with_devices()
 
 SG_IO = 0x2285
 NVME_ADMIN = 0xC0484E41
@@ -99,12 +84,7 @@ class AtaDisk:
         self.thresholds = attribute_page([bytes([5, 140])])
         self.identity = identify_page("WDC WD40EFRX-68N32N0", serial)
 
-    def attach(self, bed, node):
-        self.handler = UMockdev.IoctlBase()
-        self.handler.connect("handle-ioctl", self.handle)
-        bed.attach_ioctl(node, self.handler)
-
-    def handle(self, _handler, client):
+    def handle(self, client):
         if client.get_request() != SG_IO:
             return False
         header = client.get_arg().resolve(0, 88)
@@ -147,9 +127,7 @@ class NvmeDisk:
         self.commands = []  # (opcode, cdw10)
         self.health = health_page(kelvin, used)
 
-    attach = AtaDisk.attach
-
-    def handle(self, _handler, client):
+    def handle(self, client):
         if client.get_request() != NVME_ADMIN:
             return False
         command = client.get_arg().resolve(0, 72)
@@ -209,32 +187,19 @@ def is_frozen(child):
         return place.read().startswith("futex")
 
 
-@unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev in this process")
-class DisksTest(unittest.TestCase):
-    start = daemon_test.DaemonTest.start
-
+@running.needs_devices
+class DisksTest(running.DaemonTest):
     def setUp(self):
-        daemon_test.DaemonTest.setUp(self)
-        self.bed = UMockdev.Testbed.new()
-        os.environ["UMOCKDEV_DIR"] = self.bed.get_root_dir()  # which the bed sets behind Python's back
+        super().setUp()
+        self.bed = self.make_bed()
 
     def tearDown(self):
         ends = [daemon.stop() for daemon in self.daemons if daemon.process.poll() is None]
-        daemon_test.DaemonTest.tearDown(self)
-        os.environ.pop("UMOCKDEV_DIR", None)
+        super().tearDown()
         self.assertEqual(ends, [0] * len(ends))
 
-    def client(self, *options):
-        client = self.start(*options).wait_ready().client()
-        self.addCleanup(client.close)
-        return client
-
-    def shown(self, *options):
-        command = [os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", self.daemons[0].socket_path, "disks", *options]
-        return subprocess.run(command, capture_output=True, text=True, check=True).stdout
-
     def plug(self, description, node, disk):
-        disk.attach(self.bed, node)  # first: a disk is there only when it answers
+        self.answer_ioctls(self.bed, node, disk.handle)  # first: a disk is there only when it answers
         self.bed.add_from_string(description)
         return disk
 
@@ -279,7 +244,7 @@ class DisksTest(unittest.TestCase):
         documented.check(self, envelope)
         client.call("startSMARTTemps")
         documented.check(self, client.envelope(lambda e: e["type"] == "32" and e.get("sensors")))
-        shown = self.shown("--attributes")
+        shown = self.ctl("disks", "--attributes")
         self.assertIn("WDC WD40EFRX", shown)
         self.assertIn("41 °C", shown)
 
@@ -299,7 +264,7 @@ class DisksTest(unittest.TestCase):
         self.assertEqual((disks["sdc"]["state"], disks["sdd"]["state"]), ("hidden", "off"))
         self.assertEqual({command for command, _ in hidden.commands}, {CHECK_POWER})
         self.assertNotIn(SMART, {command for command, _ in off.commands}, "nothing is switched on")
-        self.assertIn("smartctl --smart=on /dev/sdd", self.shown())
+        self.assertIn("smartctl --smart=on /dev/sdd", self.ctl("disks"))
         client.close()
         self.daemons.pop().stop()
         client = self.client("--read-hidden-disks")
@@ -334,21 +299,17 @@ class DisksTest(unittest.TestCase):
         client = self.client()
         client.call("startSMARTStatus")
         self.assertEqual(self.list_disks(client), {})
-        self.assertEqual(self.shown().count("\n"), 1)
+        self.assertEqual(self.ctl("disks").count("\n"), 1)
         ata = self.plug_ata()
         path = "/sys/devices/pci0000:00/ata0/host0/target0:0:0/0:0:0:0/block/sda"
-        for _ in range(2):  # the bed numbers them from 0, which libudev takes for no number
-            self.bed.uevent(path, "add")
+        self.uevent(self.bed, path, "add")
         until(lambda: "temperature" in self.list_disks(client).get("sda", ()), "its temperature")
         self.assertGreater(len(ata.commands), 0)
         bystander = self.bed.add_device("block", "loop9", None, [], [])
         self.bed.remove_device(path)  # for which the bed then sends nothing any more
-        for _ in range(2):
-            self.bed.uevent(bystander, "change")
+        self.uevent(self.bed, bystander, "change")
         until(lambda: not self.list_disks(client), "its end")
 
 
 if __name__ == "__main__":
-    is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
-    daemon_test.BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
-    unittest.main(verbosity=2)
+    running.main()

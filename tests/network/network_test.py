@@ -3,8 +3,6 @@
 account of bandwidth over real traffic in a network of its own.
 
     network_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
-
-Every wait is for an event with a generous deadline; only what comes without one is asked for again and again (until).
 """
 import ctypes
 import json
@@ -15,62 +13,25 @@ import sqlite3
 import subprocess
 import sys
 import tempfile
-import unittest
 
-SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages for D-Bus
-try:
-    import dbus
-    import dbusmock  # noqa: F401
-except ImportError:
-    if os.path.realpath(sys.executable) != os.path.realpath(SYSTEM_PYTHON) and os.path.exists(SYSTEM_PYTHON):
-        os.execv(SYSTEM_PYTHON, [SYSTEM_PYTHON, *sys.argv])
-    print("no python3-dbusmock: nothing tested")
-    sys.exit(0)
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import mock_bus  # noqa: E402  goes on in a Python that has D-Bus
+import running  # noqa: E402  the daemon and its clients
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
-import daemon_test  # noqa: E402  the daemon and its clients
-from daemon_test import until  # noqa: E402
+import dbus  # noqa: E402
+from running import until  # noqa: E402
 
-MOCK = "org.freedesktop.DBus.Mock"
 MANAGER = "org.freedesktop.NetworkManager"
 MANAGER_PATH = "/org/freedesktop/NetworkManager"
 SYSTEMD = "org.freedesktop.systemd1"
 SYSTEMD_PATH = "/org/freedesktop/systemd1"
 
 
-class NetworkTest(unittest.TestCase):
-    start = daemon_test.DaemonTest.start
-
-    def setUp(self):
-        daemon_test.DaemonTest.setUp(self)
-        self.address = "unix:path=" + os.path.join(self.root, "bus")
-        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = self.address
-        bus = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", "--print-address",
-                                "--address=" + self.address], stdout=subprocess.PIPE)
-        self.children.append(bus)
-        bus.stdout.readline()  # printed once it listens
-        bus.stdout.close()
-        self.bus = dbus.bus.BusConnection(self.address)
-
-    def tearDown(self):
-        self.bus.close()
-        daemon_test.DaemonTest.tearDown(self)
-        del os.environ["DBUS_SYSTEM_BUS_ADDRESS"]
-
+class NetworkTest(mock_bus.BusTest):
     def mock(self, name, path, *arguments):
-        """A service that does nothing by itself; its mock interface."""
-        service = subprocess.Popen([sys.executable, "-m", "dbusmock", *arguments], stdout=subprocess.DEVNULL)
-        self.children.append(service)
-        until(lambda: self.bus.name_has_owner(name), name)
-        return self.interface(name, path, MOCK)
-
-    def interface(self, name, path, interface):
-        return dbus.Interface(self.bus.get_object(name, path), interface)
-
-    def client(self):
-        client = self.start().wait_ready().client()
-        self.addCleanup(client.close)
-        return client
+        """The mock interface of a service of its own."""
+        self.start_mock(name, *arguments)
+        return self.interface(name, path)
 
     def calls(self, mock, method):
         return [[str(word) for word in arguments] for _, arguments in mock.GetMethodCalls(method)]
@@ -150,11 +111,8 @@ class NetworkTest(unittest.TestCase):
                              [[program, "-r", "lo"], [program, "-f", "lo"]])
 
 
-class BandwidthTest(unittest.TestCase):
+class BandwidthTest(running.DaemonTest):
     """The daemon in a network namespace, with two ends of a virtual cable."""
-    start = daemon_test.DaemonTest.start
-    setUp = daemon_test.DaemonTest.setUp
-    tearDown = daemon_test.DaemonTest.tearDown
 
     def enter_network(self):
         libc = ctypes.CDLL(None, use_errno=True)
@@ -178,13 +136,12 @@ class BandwidthTest(unittest.TestCase):
     def test_a_client_that_leaves_ends_no_counting_for_the_others(self):
         self.enter_network()
         daemon = self.start().wait_ready()
-        top = subprocess.Popen([os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "watch", "8"],
-                               stdout=subprocess.PIPE, text=True)
+        top = subprocess.Popen(self.ctl_command("watch", "8"), stdout=subprocess.PIPE, text=True)
         self.children.append(top)
         with daemon.client() as other:
             other.call("startRequestWithKey:interval:", 8, 1)
         daemon.client().close()
-        for _ in range(4):
+        for _ in range(3):  # the last one well after the other has left
             self.assertIn(json.loads(top.stdout.readline())["source"], ("bpf", "capture"))
         top.send_signal(signal.SIGTERM)
         self.assertEqual(top.wait(), 0)
@@ -210,7 +167,7 @@ class BandwidthTest(unittest.TestCase):
             return [i for i in shown if i["interface"] == "near" and i["bytes"]["sent"] >= sent]
 
         until(seen, "the tick after the last byte")
-        running = client.call("bandwidth.totals", {"by": "interface", "interface": "near"})
+        account = client.call("bandwidth.totals", {"by": "interface", "interface": "near"})
         client.close()
         self.assertEqual(daemon.stop(), 0)
         connection = sqlite3.connect(os.path.join(self.root, "state", "bandwidth.db"))
@@ -218,21 +175,17 @@ class BandwidthTest(unittest.TestCase):
                                         "identifier = bandwidth_samples.interface where bandwidth_interface_map.interface = "
                                         "'near'").fetchall()
         connection.close()
-        self.assertAlmostEqual(running["upload"], upload, delta=2000)  # neighbour discovery goes on meanwhile
+        self.assertAlmostEqual(account["upload"], upload, delta=2000)  # neighbour discovery goes on meanwhile
         self.assertGreaterEqual(upload, 2000 * (1200 + 42) - 5000, "but for what went before the first tick")
         self.assertLessEqual(upload, self.sent())
 
         daemon = self.start().wait_ready()
         picture = os.path.join(self.root, "bandwidth.svg")
 
-        def shown(*options):
-            command = [os.path.join(daemon_test.BUILD, "meridalctl"), "--socket", daemon.socket_path, "bandwidth", "--all"]
-            return subprocess.run([*command, *options], capture_output=True, text=True, check=True).stdout
-
-        self.assertRegex(shown(), r"DAY +DOWNLOAD +UPLOAD +TOTAL\n\d{4}-\d\d-\d\d  .*2\.\d\d MiB")
-        self.assertEqual(json.loads(shown("--json"))["by"], "day")
-        self.assertRegex(shown("--by", "interface"), r"(?m)^near  +█")
-        shown("--svg", picture)
+        self.assertRegex(self.ctl("bandwidth", "--all"), r"DAY +DOWNLOAD +UPLOAD +TOTAL\n\d{4}-\d\d-\d\d  .*2\.\d\d MiB")
+        self.assertEqual(json.loads(self.ctl("bandwidth", "--all", "--json"))["by"], "day")
+        self.assertRegex(self.ctl("bandwidth", "--all", "--by", "interface"), r"(?m)^near  +█")
+        self.ctl("bandwidth", "--all", "--svg", picture)
         with open(picture) as file:
             svg = file.read()
         self.assertTrue(svg.startswith("<svg ") and svg.endswith("</svg>\n"))
@@ -241,6 +194,4 @@ class BandwidthTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
-    daemon_test.BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
-    unittest.main(verbosity=2)
+    running.main()

@@ -8,33 +8,20 @@ Nothing here sleeps: every wait is for an event with a generous deadline.
 """
 import json
 import os
-import shutil
 import sqlite3
-import subprocess
 import sys
 import threading
 import time
-import unittest
 
-SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages for D-Bus
-try:
-    import dbus
-    import dbusmock  # noqa: F401
-except ImportError:
-    if os.path.realpath(sys.executable) != os.path.realpath(SYSTEM_PYTHON) and os.path.exists(SYSTEM_PYTHON):
-        os.execv(SYSTEM_PYTHON, [SYSTEM_PYTHON, *sys.argv])
-    print("no python3-dbusmock: nothing tested")
-    sys.exit(0)
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import mock_bus  # noqa: E402  goes on in a Python that has D-Bus
+import running  # noqa: E402  the daemon and its clients
 
-PRELOAD = "libumockdev-preload.so.0"  # lets a test have devices of its own
-if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
-    os.environ.update(LD_PRELOAD=PRELOAD, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0")
-    os.execv(sys.executable, [sys.executable, *sys.argv])
+running.go_on_with_devices()
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
-import daemon_test  # noqa: E402  the daemon and its clients
+import dbus  # noqa: E402
 import documented  # noqa: E402
-from daemon_test import until  # noqa: E402
+from running import until  # noqa: E402
 
 LOGIN = "org.freedesktop.login1"
 MANAGER = "org.freedesktop.login1.Manager"
@@ -51,36 +38,12 @@ HID_UPS = (f"P: {HID}\nE: SUBSYSTEM=hid\nE: HID_NAME=Acme UPS 650\nE: HID_UNIQ=4
            "L: device=../../../0003:FFFF:0001.0001\n\n")
 
 
-class PowerTest(unittest.TestCase):
-    start = daemon_test.DaemonTest.start
-    serving = daemon_test.DaemonTest.serving
-    ctl = daemon_test.DaemonTest.ctl
-
-    def setUp(self):
-        daemon_test.DaemonTest.setUp(self)
-        self.address = "unix:path=" + os.path.join(self.root, "bus")
-        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = self.address
-        bus = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", "--print-address",
-                                "--address=" + self.address], stdout=subprocess.PIPE)
-        self.children.append(bus)
-        bus.stdout.readline()  # printed once it listens
-        bus.stdout.close()
-        self.bus = dbus.bus.BusConnection(self.address)
-
-    def tearDown(self):
-        self.bus.close()
-        daemon_test.DaemonTest.tearDown(self)
-        del os.environ["DBUS_SYSTEM_BUS_ADDRESS"]
-
+class PowerTest(mock_bus.BusTest):
     def start_logind(self):
-        """A logind that does nothing by itself."""
-        logind = subprocess.Popen([sys.executable, "-m", "dbusmock", "--template", "logind"], stdout=subprocess.DEVNULL)
-        self.children.append(logind)
-        until(lambda: self.bus.name_has_owner(LOGIN), "logind")
-        return logind
+        return self.start_mock(LOGIN, "--template", "logind")
 
     def manager(self, interface=MANAGER):
-        return dbus.Interface(self.bus.get_object(LOGIN, "/org/freedesktop/login1"), interface)
+        return self.interface(LOGIN, "/org/freedesktop/login1", interface)
 
     def inhibitors(self):
         try:
@@ -89,7 +52,7 @@ class PowerTest(unittest.TestCase):
             return None  # it has its name, but not yet its methods
 
     def prepare_for_sleep(self, sleeping):
-        self.manager("org.freedesktop.DBus.Mock").EmitSignal(MANAGER, "PrepareForSleep", "b", [sleeping])
+        self.manager(mock_bus.MOCK).EmitSignal(MANAGER, "PrepareForSleep", "b", [sleeping])
 
     def rows(self, sql, file="uptime.db"):
         connection = sqlite3.connect(os.path.join(self.root, "state", file))
@@ -119,7 +82,7 @@ class PowerTest(unittest.TestCase):
         log = daemon.read_log()
         self.assertEqual((log.count("sleep\n"), log.count("wake\n")), (2, 2))
 
-    def test_logind_may_come_and_go(self):
+    def test_logind_may_come_and_go_also_during_a_sleep(self):
         with self.serving() as (daemon, client):
 
             def limited():
@@ -131,23 +94,14 @@ class PowerTest(unittest.TestCase):
             until(lambda: not limited(), "the end of the limitation")
             logind.kill()
             until(limited, "the limitation")
-            self.start_logind()
-            until(lambda: self.inhibitors() == HELD, "the inhibitor of the new logind")
-            self.prepare_for_sleep(True)
-            until(lambda: self.inhibitors() == [], "the allowance")
+            for _ in range(2):  # the second one tells of no wake
+                logind = self.start_logind()
+                until(lambda: self.inhibitors() == HELD, "the inhibitor of the new logind")
+                self.prepare_for_sleep(True)
+                until(lambda: self.inhibitors() == [], "the allowance")
+                logind.kill()
+                until(lambda: not self.bus.name_has_owner(LOGIN), "the end of logind")
         self.assertEqual(daemon.read_log().count("sleep-messages"), 1, "said once")
-
-    def test_a_logind_that_restarts_during_a_sleep_is_inhibited_anew(self):
-        logind = self.start_logind()
-        daemon = self.start().wait_ready()
-        until(lambda: self.inhibitors() == HELD, "the inhibitor")
-        self.prepare_for_sleep(True)
-        until(lambda: self.inhibitors() == [], "the allowance")
-        logind.kill()
-        until(lambda: not self.bus.name_has_owner(LOGIN), "the end of logind")
-        self.start_logind()  # and tells of no wake
-        until(lambda: self.inhibitors() == HELD, "the inhibitor of the new logind")
-        self.assertEqual(daemon.stop(), 0)
 
     def test_an_end_is_recorded_though_the_file_is_locked_for_a_moment(self):
         daemon = self.start().wait_ready()
@@ -170,12 +124,11 @@ class PowerTest(unittest.TestCase):
             self.assertEqual(daemon.stop(), 0)
             (boot, shutdown), = self.rows("select boot, shutdown from uptime")
             self.assertGreaterEqual(shutdown, before - 0.01)
-        killed = self.start().wait_ready()
-        killed.process.kill()
-        killed.wait()
+        self.start().wait_ready().kill()
         daemon = self.start().wait_ready()
-        for file in ("uptime-history.db", "uptime-history-long.db"):
-            self.assertEqual(self.rows("select time from boottimes", file), [(boot,)])
+        for file in ("uptime-history.db", "uptime-history-long.db"):  # which the start does not wait for
+            rows = until(lambda: self.rows("select time from boottimes", file), "the boot")
+            self.assertEqual(rows, [(boot,)])
         client = daemon.client()
         answer = client.call("uptime.boots", {"limit": 5})
         self.assertEqual([row["boot"] for row in answer["boots"]], [boot])
@@ -189,17 +142,10 @@ class PowerTest(unittest.TestCase):
         self.assertIn("running", shown.splitlines()[-1])
         self.assertEqual(daemon.stop(), 0)
 
+    @running.needs_devices
     def test_a_laptop_is_unplugged(self):
-        try:
-            import gi
-            gi.require_version("UMockdev", "1.0")
-            from gi.repository import UMockdev
-        except (ImportError, ValueError):
-            self.skipTest("no umockdev")
-        if os.environ.get("LD_PRELOAD") != PRELOAD:
-            self.skipTest("no umockdev in this process")
         self.start_bluez()
-        bed = UMockdev.Testbed.new()
+        bed = self.make_bed()
         adapter = bed.add_device("power_supply", "AC", None, ["type", "Mains", "online", "1"], [])
         battery = bed.add_device("power_supply", "BAT0", None, [
             "type", "Battery", "status", "Charging", "capacity", "50", "cycle_count", "123", "voltage_min_design", "11400000",
@@ -207,11 +153,9 @@ class PowerTest(unittest.TestCase):
             "energy_now", "25080000", "model_name", "5B10W", "serial_number", "77"], [])
         mouse = ["type", "Battery", "scope", "Device", "online", "1", "status", "Discharging", "capacity", "40", "model_name", "Mouse"]
         bed.add_device("power_supply", "hidpp_battery_0", None, mouse, [])
-        os.environ["UMOCKDEV_DIR"] = bed.get_root_dir()  # which the bed sets behind Python's back
-        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
         with self.serving() as (daemon, client):
             client.call("startRequestWithKey:interval:", 128, 1)
-            envelope = client.envelope(lambda e: e["type"] == "128")
+            envelope = client.envelope(128)
             documented.check(self, envelope)
             plugged = envelope["battery"]
             self.assertEqual((plugged["key"], plugged["source"]), ("5B10W 77", 1))
@@ -220,35 +164,30 @@ class PowerTest(unittest.TestCase):
             self.assertEqual((before["state"], before["cycles"], before["health"], before["power"]), (1, 123, 88, 24))
             self.assertEqual([(p["name"], p["percentage"]) for p in state["peripherals"]], [("Ear phones", 65), ("Mouse", 40)])
 
+            def sources():
+                return [row["value"] for row in client.call("battery.history", {"figure": "source"})["rows"]]
+
+            until(lambda: sources() == [1], "the first source in a file that the start does not wait for")
             bed.set_attribute(battery, "status", "Discharging")
             bed.set_attribute(adapter, "online", "0")
-            for _ in range(2):  # the bed numbers them from 0, which libudev takes for no number
-                bed.uevent(adapter, "change")
+            self.uevent(bed, adapter, "change")
             unplugged = client.envelope(lambda e: e["type"] == "128" and e["battery"]["source"] == 0)["battery"]
             self.assertGreaterEqual(unplugged["time"], plugged["time"])
             until(lambda: client.call("battery.state")["batteries"][0]["state"] == 2, "the state")
-            sources = client.call("battery.history", {"figure": "source"})["rows"]
-            self.assertEqual([row["value"] for row in sources], [0, 1])
+            until(lambda: sources() == [0, 1], "both sources in the file")
             self.assertIn("on battery", self.ctl("battery"))
             self.assertIn("88 %, 4400 of 5000 mAh", self.ctl("battery", "--history"))
             self.assertEqual(json.loads(self.ctl("battery", "--json", "--history"))["history"]["cycles"][0]["value"], 123)
         self.assertEqual(self.rows("select uuid, health from battery_health", "battery-history.db"), [("5B10W 77", 88)])
 
+    @running.needs_devices
     def test_a_ups_without_a_driver_is_asked_over_hid(self):
-        try:
-            import gi
-            gi.require_version("UMockdev", "1.0")
-            from gi.repository import UMockdev
-        except (ImportError, ValueError):
-            self.skipTest("no umockdev")
-        if os.environ.get("LD_PRELOAD") != PRELOAD:
-            self.skipTest("no umockdev in this process")
-        bed = UMockdev.Testbed.new()
+        bed = self.make_bed()
         bed.add_from_string(HID_UPS)
         reports = {1: bytes([80]) + (1500).to_bytes(2, "little"), 2: bytes([0b0001])}
         hanging, held = [], []
 
-        def handle(_handler, client):
+        def handle(client):
             request = client.get_request()
             if request >> 8 & 0xFF != ord("H") or request & 0xFF != 7:  # HIDIOCGFEATURE
                 return False
@@ -261,45 +200,32 @@ class PowerTest(unittest.TestCase):
             client.complete(1 + len(report), 0)
             return True
 
-        handler = UMockdev.IoctlBase()
-        handler.connect("handle-ioctl", handle)
-        bed.attach_ioctl("/dev/hidraw0", handler)
-        os.environ["UMOCKDEV_DIR"] = bed.get_root_dir()  # which the bed sets behind Python's back
-        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
+        self.answer_ioctls(bed, "/dev/hidraw0", handle)
         with self.serving() as (_, client):
-            self.ups_tells(client, reports, hanging, held)
+            ups, = client.call("battery.state")["batteries"]
+            self.assertEqual([ups[name] for name in ("key", "name", "type", "percentage", "source", "state")],
+                             ["Acme UPS 650 4B17", "Acme UPS 650", 1, 80, 1, 3])
+            reports[1], reports[2] = bytes([79]) + (1200).to_bytes(2, "little"), bytes([0b0100])
+            state = until(lambda: [b for b in client.call("battery.state")["batteries"] if b["state"] == 2], "the state")
+            self.assertEqual((state[0]["percentage"], state[0]["source"]), (79, 0))
+            self.assertIn("Acme UPS 650", self.ctl("battery"))
+            hanging.append(True)
+            until(lambda: client.call("battery.state") and held, "a reading that hangs")
+            self.assertEqual(client.call("battery.state")["batteries"][0]["percentage"], 79)
             asked = time.monotonic()
         self.assertLess(time.monotonic() - asked, 10, "a UPS that hangs holds up the end")
 
-    def ups_tells(self, client, reports, hanging, held):
-        ups, = client.call("battery.state")["batteries"]
-        self.assertEqual([ups[name] for name in ("key", "name", "type", "percentage", "source", "state")],
-                         ["Acme UPS 650 4B17", "Acme UPS 650", 1, 80, 1, 3])
-        reports[1], reports[2] = bytes([79]) + (1200).to_bytes(2, "little"), bytes([0b0100])
-        state = until(lambda: [b for b in client.call("battery.state")["batteries"] if b["state"] == 2], "the state")
-        self.assertEqual((state[0]["percentage"], state[0]["source"]), (79, 0))
-        self.assertIn("Acme UPS 650", self.ctl("battery"))
-        hanging.append(True)
-        until(lambda: client.call("battery.state") and held, "a reading that hangs")
-        self.assertEqual(client.call("battery.state")["batteries"][0]["percentage"], 79)
-
     def start_bluez(self):
         """A BlueZ with an ear phone that is connected and one that is not."""
-        bluez = subprocess.Popen([sys.executable, "-m", "dbusmock", "--system", "--is-object-manager", "org.bluez", "/", "org.bluez.Mock"],
-                                 stdout=subprocess.DEVNULL)
-        self.children.append(bluez)
-        until(lambda: self.bus.name_has_owner("org.bluez"), "bluez")
-        mock = dbus.Interface(self.bus.get_object("org.bluez", "/"), "org.freedesktop.DBus.Mock")
+        self.start_mock("org.bluez", "--system", "--is-object-manager", "org.bluez", "/", "org.bluez.Mock")
+        mock = self.interface("org.bluez", "/")
         for number, connected in ((1, True), (2, False)):
             path = "/org/bluez/hci0/dev_%d" % number
             mock.AddObject(path, "org.bluez.Device1", {
                 "Address": "AA:BB:CC:DD:EE:0%d" % number, "Alias": "Ear phones", "Icon": "audio-headset", "Paired": True,
                 "Connected": connected, "UUIDs": dbus.Array(["x"], signature="s")}, dbus.Array([], signature="(ssss)"))
-            device = dbus.Interface(self.bus.get_object("org.bluez", path), "org.freedesktop.DBus.Mock")
-            device.AddProperties("org.bluez.Battery1", {"Percentage": dbus.Byte(65)})
+            self.interface("org.bluez", path).AddProperties("org.bluez.Battery1", {"Percentage": dbus.Byte(65)})
 
 
 if __name__ == "__main__":
-    is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
-    daemon_test.BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
-    unittest.main(verbosity=2)
+    running.main()

@@ -11,36 +11,25 @@ import os
 import shutil
 import subprocess
 import sys
-import unittest
 import xml.etree.ElementTree as xml
 
-PRELOAD = "libumockdev-preload.so.0"  # lets a test have devices of its own
-if "LD_PRELOAD" not in os.environ and shutil.which("umockdev-run"):
-    os.environ.update(LD_PRELOAD=PRELOAD, ASAN_OPTIONS=os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0")
-    os.execv(sys.executable, [sys.executable, *sys.argv])
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+import running  # noqa: E402  the daemon and its clients
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "e2e"))
-import daemon_test  # noqa: E402  the daemon and its clients
+running.go_on_with_devices()
 
 NOBODY = 65534
-needs_devices = unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev")
 CHIP = {"name": "nct6775", "temp1_input": "41500", "temp1_label": "CPU", "temp1_crit": "100000", "fan1_input": "1200",
         "fan1_label": "Left", "fan1_min": "300", "in0_input": "1048", "power1_input": "12345678", "power1_label": "Package"}
 
 
-class SensorsTest(unittest.TestCase):
-    start = daemon_test.DaemonTest.start
-    serving = daemon_test.DaemonTest.serving
-    ctl = daemon_test.DaemonTest.ctl
-    tearDown = daemon_test.DaemonTest.tearDown
-
+class SensorsTest(running.DaemonTest):
     def setUp(self):
-        daemon_test.DaemonTest.setUp(self)
+        super().setUp()
         self.devices = os.path.join(self.root, "devices")
         os.makedirs(os.path.join(self.devices, "sys/class/hwmon"))
         os.makedirs(os.path.join(self.devices, "sys/bus"))
-        os.environ["UMOCKDEV_DIR"] = self.devices
-        self.addCleanup(os.environ.pop, "UMOCKDEV_DIR", None)
+        self.use_devices(self.devices)
 
     def add_chip(self, number=0, **files):
         device = "sys/devices/platform/nct6775.656"
@@ -64,18 +53,33 @@ class SensorsTest(unittest.TestCase):
         return {sensor["name"]: sensor for sensor in json.loads(self.ctl("sensors", "--json"))["sensors"]}
 
     def test_a_machine_without_sensors_says_so(self):
-        daemon = self.start().wait_ready()
-        self.assertEqual(self.ctl("sensors"), "no sensors on this machine\n")
-        self.assertEqual(json.loads(self.ctl("sensors", "--json")), {"sensors": []})
-        self.assertEqual(self.ctl("fans"), "no fans on this machine\n")
-        self.assertEqual(self.ctl("sensors", "--watch"), "no sensors on this machine\n")
-        self.assertEqual(self.ctl("history", "anything"), "nothing is recorded yet\n")
-        client = daemon.client()
-        self.assertEqual(client.call("supportedSensors:reply:", [{"key": "TC0P"}]), {"sensors": [], "fans": []})
-        client.close()
-        self.assertEqual(daemon.stop(), 0)
+        with self.serving() as (_, client):
+            for words, shown in (("sensors", "no sensors on this machine"), ("sensors --json", '{"sensors":[]}'),
+                                 ("fans", "no fans on this machine"), ("sensors --watch", "no sensors on this machine"),
+                                 ("history anything", "nothing is recorded yet")):
+                self.assertEqual(self.ctl(*words.split()), shown + "\n")
+            self.assertEqual(client.call("supportedSensors:reply:", [{"key": "TC0P"}]), {"sensors": [], "fans": []})
 
-    @needs_devices
+    def check_power(self, key):
+        """Root sees it as it is, others coarsely."""
+        self.assertAlmostEqual(self.sensors()["Package"]["value"], 12.345678, places=4)
+        program, *options = self.ctl_command()
+        program = shutil.copy(program, self.root)  # others may not be able to reach the build folder
+
+        def asked(*arguments):
+            return json.loads(subprocess.run([program, *options, *arguments], capture_output=True, text=True, check=True,
+                                             user=NOBODY, group=NOBODY, extra_groups=[], cwd="/").stdout)
+
+        def power():
+            return asked("call", "sensors:reply:", json.dumps([{"key": key, "type": 0}]))[0]["value"]
+
+        self.assertEqual(running.until(power, "an average"), 12.3)
+        listed, = [sensor for sensor in asked("sensors", "--json")["sensors"] if sensor["name"] == "Package"]
+        self.assertEqual((listed["value"], listed["highest"]), (12.3, 12.3))
+        entry, = asked("call", "supportedSensors:reply:", json.dumps([{"key": key}]))["sensors"]
+        self.assertEqual(entry["value"], 12.3)
+
+    @running.needs_devices
     def test_sensors_from_the_file_to_the_plot(self):
         folder = self.add_chip()
         daemon = self.start().wait_ready()
@@ -84,7 +88,8 @@ class SensorsTest(unittest.TestCase):
         self.assertEqual((cpu["value"], cpu["unit"], cpu["kind"]), (41.5, "°C", "temperature"))
         self.assertTrue(cpu["chip"].startswith("nct6775"))
         self.assertEqual(cpu["critical"], 100)
-        self.assertAlmostEqual(sensors["Package"]["value"], 12.345678, places=4, msg="we are root")
+        if os.geteuid() == 0:
+            self.check_power(sensors["Package"]["key"])
         fan, = json.loads(self.ctl("fans", "--json"))["fans"]
         self.assertEqual((fan["name"], fan["value"], fan["key"], fan["unit"]), ("Left", 1200, "F0Ac", "rpm"))
         rail, = [sensor for sensor in sensors.values() if sensor["kind"] == "voltage"]
@@ -93,7 +98,8 @@ class SensorsTest(unittest.TestCase):
         shown = self.ctl("sensors")
         self.assertIn("41.5 °C", shown)
         self.assertIn("1.048 V", shown)
-        self.assertEqual(self.ctl("sensors", "--watch", "--refreshes", "2").count("VALUE"), 2)
+        watch = subprocess.Popen(self.ctl_command("sensors", "--watch", "--refreshes", "2"), stdout=subprocess.PIPE, text=True)
+        self.children.append(watch)
 
         client = daemon.client()
         configuration = {"key": cpu["key"], "name": "mine", "low": 10, "high": 90}
@@ -105,18 +111,20 @@ class SensorsTest(unittest.TestCase):
         client.close()
 
         self.write(folder, "temp1_input", "55000")
-        daemon_test.until(lambda: self.sensors()["CPU"]["highest"] == 55, "a new highest value")
+        running.until(lambda: self.sensors()["CPU"]["highest"] == 55, "a new highest value")
         self.write(folder, "temp1_input", "")
-        daemon_test.until(lambda: self.sensors()["CPU"]["value"] is None, "the absent value")
-        self.assertEqual(self.sensors()["Left"]["value"], 1200, "the others are on time")
-        self.write(folder, "temp1_input", "50000")
         self.write(folder, "fan1_input", "120")
-        daemon_test.until(lambda: "ALARM (low)" in self.ctl("fans"), "an alarm")
+        running.until(lambda: self.sensors()["CPU"]["value"] is None, "the absent value")
+        self.assertEqual(self.sensors()["Left"]["value"], 120, "the others are on time")
+        self.write(folder, "temp1_input", "50000")
+        running.until(lambda: "ALARM (low)" in self.ctl("fans"), "an alarm")
+
+        self.assertEqual(watch.communicate(timeout=running.DEADLINE)[0].count("VALUE"), 2)
 
         def samples():
             return list(csv.reader(self.ctl("history", "cpu", "--csv").splitlines()))[1:]
 
-        rows = daemon_test.until(samples, "a sample of the hour")
+        rows = running.until(samples, "a sample of the hour")
         self.assertRegex(rows[0][0], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
         self.assertTrue(40 < float(rows[0][1]) < 56, rows)
         self.assertIn("CPU, last hour", self.ctl("history", cpu["key"]))
@@ -135,32 +143,6 @@ class SensorsTest(unittest.TestCase):
         self.assertEqual(self.sensors()["CPU"]["key"], cpu["key"])
         self.assertEqual(daemon.stop(), 0)
 
-    @needs_devices
-    @unittest.skipIf(os.geteuid() != 0, "needs root to become somebody else")
-    def test_others_than_root_see_power_coarsely(self):
-        self.add_chip()
-        daemon = self.start().wait_ready()
-        key = self.sensors()["Package"]["key"]
-        program = shutil.copy(os.path.join(daemon_test.BUILD, "meridalctl"), self.root)
-        os.chmod(program, 0o755)
-        call = [program, "--socket", daemon.socket_path]
-
-        def asked(*arguments):
-            return json.loads(subprocess.run([*call, *arguments], capture_output=True, text=True, check=True, user=NOBODY,
-                                             group=NOBODY, extra_groups=[], cwd="/").stdout)
-
-        def power():
-            return asked("call", "sensors:reply:", json.dumps([{"key": key, "type": 0}]))[0]["value"]
-
-        self.assertEqual(daemon_test.until(power, "an average"), 12.3)
-        listed, = [sensor for sensor in asked("sensors", "--json")["sensors"] if sensor["name"] == "Package"]
-        self.assertEqual((listed["value"], listed["highest"]), (12.3, 12.3))
-        entry, = asked("call", "supportedSensors:reply:", json.dumps([{"key": key}]))["sensors"]
-        self.assertEqual(entry["value"], 12.3)
-        self.assertEqual(daemon.stop(), 0)
-
 
 if __name__ == "__main__":
-    is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
-    daemon_test.BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
-    unittest.main(verbosity=2)
+    running.main()

@@ -198,19 +198,6 @@ TEST_F(JsonRpcDispatcherTest, NotificationsAreCarriedOutAndNeverAnswered)
     EXPECT_EQ(daemon.calls(), (std::vector<std::string>{"exists: []", "enableHierachy []"}));
 }
 
-TEST_F(JsonRpcDispatcherTest, AMethodWithoutReplyIsDoneWhenWhatItPostedHasRun)
-{
-    std::vector<std::string> order;
-    daemon.onCall = [&](const std::string&, const Value&) {
-        runtime.mainQueue().post([&] { order.push_back("effect"); });
-    };
-    dispatcher.dispatch(
-        request("smartTemps", Value::array()), daemon, peer, [&](const JsonRpcOutcome&) { order.push_back("answer"); });
-    EXPECT_TRUE(order.empty());
-    runtime.runDue();
-    EXPECT_EQ(order, (std::vector<std::string>{"effect", "answer"}));
-}
-
 TEST_F(JsonRpcDispatcherTest, NamedMethodsTakeParametersEitherWay)
 {
     const std::pair<std::string, const char*> calls[] = {{request("echo", {{"from", 1}}), R"({"from":1})"},

@@ -185,14 +185,14 @@ TEST_F(ExhaustedDescriptorsTest, AcceptingIsTriedAgainByItself)
     }
 }
 
-TEST_F(UnixSocketLoadTest, AMillionMalformedMessagesEndNothingAndGrowNothing)
+TEST_F(UnixSocketLoadTest, AFloodOfMalformedMessagesEndsNothingAndGrowsNothing)
 {
     const std::string malformed[] = {"nonsense", "{\"jsonrpc\":\"2.0\",\"id\":1}", "[[[[", "\"\xFF\"", "[]",
         std::string("\0\0", 2), R"({"jsonrpc":"2.0","id":7,"method":"exists:","params":{"a":1}})",
         R"({"jsonrpc":"2.0","id":8,"method":"?"})",
         R"({"jsonrpc":"2.0","id":{"deep":[1,[2,[3]]]},"method":"exists:"})"};
     constexpr int perBatch = 1024;
-    constexpr int batches = (slowBuild ? 20'000 : 1'000'000) / perBatch;
+    constexpr int batches = (slowBuild ? 20'000 : 100'000) / perBatch;
     std::string batch;
     for (int i = 0; i < perBatch; ++i) {
         batch += malformed[static_cast<std::size_t>(i) % std::size(malformed)] + "\n";
@@ -217,7 +217,7 @@ TEST_F(UnixSocketLoadTest, AMillionMalformedMessagesEndNothingAndGrowNothing)
         }
     }
     if (!slowBuild) {
-        EXPECT_LT(residentBytes() - afterAFew, 2 << 20);
+        EXPECT_LT(residentBytes() - afterAFew, 2 << 20) << "the smallest block a message would be more";
     }
     EXPECT_EQ(hostile.ask(existsRequest), existsAnswer);
     EXPECT_EQ(listener->statistics().badRequests, static_cast<std::uint64_t>(batches) * perBatch);
