@@ -28,10 +28,10 @@ class Series {
 public:
     void addLive(double time, bool empty, double value)
     {
-        auto& live = lists_[0];
-        live.push_back({0, time, empty, value});
-        if (live.size() > 2000) { // far more than the live ring holds
-            live.erase(live.begin(), live.begin() + 1000);
+        auto& list = lists_[0];
+        list.push_back({0, time, empty, value});
+        if (list.size() > 2000) { // far more than the live ring holds
+            list.erase(list.begin(), list.begin() + 1000);
         }
     }
     /// The average that a period's sample must have: of its source's samples, from the newest back to the period's start.
@@ -60,12 +60,12 @@ public:
     void add(StorageIndex index, const Sample& sample) { lists_[position(index)].push_back(sample); }
     const std::vector<Sample>& list(StorageIndex index) const { return lists_[position(index)]; }
     /// The daemon starts again: what was in memory only is gone, and so is what had not been written.
-    void restart(const std::array<std::int64_t, storageCount>& newest)
+    void restart(const std::array<std::int64_t, storageCount>& written)
     {
         lists_[0].clear();
         for (std::size_t index = 1; index < storageCount; ++index) {
             std::erase_if(lists_[index],
-                [&](const Sample& sample) { return static_cast<std::int64_t>(sample.sampleID) > newest[index]; });
+                [&](const Sample& sample) { return static_cast<std::int64_t>(sample.sampleID) > written[index]; });
         }
     }
 
