@@ -81,7 +81,6 @@ public:
     const std::shared_ptr<Queue>& queue() const { return queue_; }
     /// When it was made, whole seconds since 1970.
     std::int64_t session() const { return session_; }
-    std::int64_t updateSequence() const { return updateSequence_; }
     bool enabled() const { return enabled_; }
     void setEnabled(bool enabled) { enabled_ = enabled; }
     bool temporary() const { return temporary_; }
@@ -90,36 +89,17 @@ public:
     bool stopped() const { return stopped_; }
     void setStopped(bool stopped) { stopped_ = stopped; }
     bool newSession() const { return newSession_; }
-    void setNewSession(bool newSession) { newSession_ = newSession; }
-    bool usesSmallSamples() const { return usesSmallSamples_; }
-    void setUsesSmallSamples(bool small) { usesSmallSamples_ = small; }
-    bool automaticSampleUpdates() const { return automaticSampleUpdates_; }
-    void setAutomaticSampleUpdates(bool automatic) { automaticSampleUpdates_ = automatic; }
-    bool needsUpdate() const { return needsUpdate_; }
-    void setNeedsUpdate() { needsUpdate_ = true; }
-    void setNeedsUpdate(bool needed) { needsUpdate_ = needed; }
     /// Items came, went or changed places since a subclass last looked.
     bool childrenChanged() const { return childrenChanged_; }
     void setChildrenChanged(bool changed) { childrenChanged_ = changed; }
     /// Of the client being served.
     std::int64_t protocolVersion() const { return protocolVersion_; }
-    void setProtocolVersion(std::int64_t version) { protocolVersion_ = version; }
-    const std::shared_ptr<StatCollectorItem>& activeItem() const { return activeItem_; }
-    void setActiveItem(std::shared_ptr<StatCollectorItem> item) { activeItem_ = std::move(item); }
-    const Updater& defaultUpdaterBlock() const { return defaultUpdaterBlock_; }
-    void setDefaultUpdaterBlock(Updater block) { defaultUpdaterBlock_ = std::move(block); }
-    const Updater& updaterBlock() const { return updaterBlock_; }
-    void setUpdaterBlock(Updater block) { updaterBlock_ = std::move(block); }
     /// What a subclass calls when a measurement is finished: tells the delegates, unless replaced.
     const Updater& updaterFinishBlock() const { return updaterFinishBlock_; }
-    void setUpdaterFinishBlock(Updater block) { updaterFinishBlock_ = std::move(block); }
 
     // Database
     bool databaseEnabled() const { return databaseEnabled_; }
-    void enableDatabase() { databaseEnabled_ = true; }
-    void setDatabaseEnabled(bool enabled) { databaseEnabled_ = enabled; }
     bool preparedDatabase() const { return preparedDatabase_; }
-    const std::string& dbTablePrefix() const { return dbTablePrefix_; }
     void setDbTablePrefix(std::string prefix) { dbTablePrefix_ = std::move(prefix); }
     /// History files; empty while the collector has none.
     const std::string& dbpath() const { return dbpath_; }
@@ -137,7 +117,6 @@ public:
     std::optional<std::string> itemTableAtIndex(StorageIndex index);
     /// Makes the tables of a storage where they are missing. Answers `result`, or true when one had to be made.
     bool checkIfTablesExist(StorageIndex index, SQLiteConnection& database, bool result);
-    bool checkIfLongTermTablesExist(StorageIndex index, SQLiteConnection& database, bool result);
     /// Queues a sample for its table, and its items' for theirs. Without a database it goes nowhere.
     virtual void insertSampleIntoTableAtIndex(const Dictionary& sample, StorageIndex index);
     /// Writes what is queued for both files.
@@ -153,13 +132,11 @@ public:
     virtual std::optional<Dictionary> lastLongTermSample();
     /// Reads stored rows back into memory.
     virtual void loadPreviousSamples();
-    void loadPreviousSampleItems();
     void loadPreviousSamplesAtIndex(StorageIndex index);
     void loadPreviousSampleItemsAtIndex(StorageIndex index);
     /// Reads one item's rows back into its storages, or the newest "hour" row into its full store. Waits for nothing: the
     /// reply comes on the main queue.
     void loadPreviousSamplesForItem(const std::shared_ptr<StatCollectorItem>& item, Task reply);
-    void loadPreviousSamplesForItemFull(const std::shared_ptr<StatCollectorItem>& item, Task reply);
 
     /// Reads a page of stored samples, with what still waits to be written. Waits for nothing: the reply comes on the main
     /// queue, absent when the file cannot be read.
@@ -211,32 +188,19 @@ public:
     std::shared_ptr<StatCollectorItem> newItemWithKey(std::string_view key);
     /// Drops what the latest pass did not find; answers whether there was anything.
     bool removeOldItems();
-    /// A set of item keys joined with "|"; absent when empty.
-    const std::optional<std::string>& selectionKey() const { return selectionKey_; }
-    void setSelectionKey(std::optional<std::string> keys) { selectionKey_ = std::move(keys); }
-    void addSelectionKeyItem(std::string_view key);
-    void removeSelectionKeyItem(std::string_view key);
 
     // Storages
     /// A copy of the clock of a storage.
     std::optional<sampleindexconfig> sampleIndex(StorageIndex index) const;
-    std::span<samplepeaks> samplePeaks() { return samplePeaks_; }
     double idForInterval(StorageIndex index) const;
-    void setIDForInterval(StorageIndex index, double sampleID);
-    bool updatedForInterval(StorageIndex index) const;
-    void setUpdatedForInterval(StorageIndex index, bool updated);
     /// The samples of a storage, or null.
     const SampleRing* storageForType(StorageIndex type) const;
     statsample sampleAtIndex(SlotIndex slot, StorageIndex type) const;
-    double lastTimeForType(StorageIndex type) const;
     std::uint64_t lastIDForType(StorageIndex type) const;
-    /// On a miss an empty sample of that identifier.
-    statsample sampleWithIdentifier(std::uint64_t sampleID, StorageIndex type) const;
     /// The identifier from which on history is held.
     std::uint64_t lowestSampleForStorageType(StorageIndex type) const;
     /// Empties the storage, here and in every item.
     void clearStorageForType(StorageIndex type);
-    void clearAllStorages();
     /// Lets the items' full stores go.
     void freeFullStorage();
 
@@ -254,16 +218,10 @@ public:
     Dictionary averagesForIndex(StorageIndex index) const;
     std::optional<Dictionary> historySampleForIndex(StorageIndex index);
     Dictionary historyItemsForIndex(StorageIndex index);
-    /// Whether the sum of some values of the live storage stayed below (strictly), or at or above, a value for some
-    /// seconds. Negative seconds ask about the newest sample only.
-    bool indexesBelowValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const;
-    bool indexesAboveValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const;
 
     // History
     /// Hands the storage's finished period over to history.
     void insertSampleWithIndex(StorageIndex index);
-    /// Closes the hole that sleep or a stop left, so that identifiers go on counting periods.
-    void fillGapsAtIndex(StorageIndex index);
     /// Starts a storage's clock; nothing when it runs.
     void checkNextTimeAtIndex(StorageIndex index);
 
@@ -274,6 +232,50 @@ public:
     void updateSamplesAndLogging();
     /// Stops for good and lets go of queue and delegates; the queue stays until a measurement in progress has ended.
     virtual void cleanup();
+
+    // Of the interface, and called by nothing here
+    std::int64_t updateSequence() const { return updateSequence_; }
+    void setNewSession(bool newSession) { newSession_ = newSession; }
+    bool usesSmallSamples() const { return usesSmallSamples_; }
+    void setUsesSmallSamples(bool small) { usesSmallSamples_ = small; }
+    bool automaticSampleUpdates() const { return automaticSampleUpdates_; }
+    void setAutomaticSampleUpdates(bool automatic) { automaticSampleUpdates_ = automatic; }
+    bool needsUpdate() const { return needsUpdate_; }
+    void setNeedsUpdate() { needsUpdate_ = true; }
+    void setNeedsUpdate(bool needed) { needsUpdate_ = needed; }
+    void setProtocolVersion(std::int64_t version) { protocolVersion_ = version; }
+    const std::shared_ptr<StatCollectorItem>& activeItem() const { return activeItem_; }
+    void setActiveItem(std::shared_ptr<StatCollectorItem> item) { activeItem_ = std::move(item); }
+    const Updater& defaultUpdaterBlock() const { return defaultUpdaterBlock_; }
+    void setDefaultUpdaterBlock(Updater block) { defaultUpdaterBlock_ = std::move(block); }
+    const Updater& updaterBlock() const { return updaterBlock_; }
+    void setUpdaterBlock(Updater block) { updaterBlock_ = std::move(block); }
+    void setUpdaterFinishBlock(Updater block) { updaterFinishBlock_ = std::move(block); }
+    void enableDatabase() { databaseEnabled_ = true; }
+    void setDatabaseEnabled(bool enabled) { databaseEnabled_ = enabled; }
+    const std::string& dbTablePrefix() const { return dbTablePrefix_; }
+    bool checkIfLongTermTablesExist(StorageIndex index, SQLiteConnection& database, bool result);
+    void loadPreviousSampleItems();
+    void loadPreviousSamplesForItemFull(const std::shared_ptr<StatCollectorItem>& item, Task reply);
+    /// A set of item keys joined with "|"; absent when empty.
+    const std::optional<std::string>& selectionKey() const { return selectionKey_; }
+    void setSelectionKey(std::optional<std::string> keys) { selectionKey_ = std::move(keys); }
+    void addSelectionKeyItem(std::string_view key);
+    void removeSelectionKeyItem(std::string_view key);
+    std::span<samplepeaks> samplePeaks() { return samplePeaks_; }
+    void setIDForInterval(StorageIndex index, double sampleID);
+    bool updatedForInterval(StorageIndex index) const;
+    void setUpdatedForInterval(StorageIndex index, bool updated);
+    double lastTimeForType(StorageIndex type) const;
+    /// On a miss an empty sample of that identifier.
+    statsample sampleWithIdentifier(std::uint64_t sampleID, StorageIndex type) const;
+    void clearAllStorages();
+    /// Whether the sum of some values of the live storage stayed below (strictly), or at or above, a value for some
+    /// seconds. Negative seconds ask about the newest sample only.
+    bool indexesBelowValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const;
+    bool indexesAboveValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const;
+    /// Closes the hole that sleep or a stop left, so that identifiers go on counting periods.
+    void fillGapsAtIndex(StorageIndex index);
 
 protected:
     Context& context() const { return context_; }

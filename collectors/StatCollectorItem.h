@@ -33,7 +33,6 @@ public:
     /// What tells it from its siblings; absent until its collector has named it.
     const std::optional<std::string>& key() const { return key_; }
     void setKey(std::string key) { key_ = std::move(key); }
-    const std::optional<std::string>& alternateKey() const { return alternateKey_; }
     void setAlternateKey(std::optional<std::string> key) { alternateKey_ = std::move(key); }
     /// The collector that owns it; null once that has dropped it.
     StatCollector* parent() const { return parent_; }
@@ -43,33 +42,23 @@ public:
     const Dictionary& config() const { return config_; }
     std::size_t sampleValueCount() const { return sampleValueCount_; }
     std::int64_t protocolVersion() const { return protocolVersion_; }
-    void setProtocolVersion(std::int64_t version) { protocolVersion_ = version; }
 
     // State
-    bool slowUpdating() const { return slowUpdating_; }
-    void setSlowUpdating(bool slow) { slowUpdating_ = slow; }
     /// Made to answer one request; normal look-ups pass it over.
     bool temporary() const { return temporary_; }
     void setTemporary(bool temporary) { temporary_ = temporary; }
     /// Left out of history samples.
     bool nohistory() const { return nohistory_; }
-    void setNohistory(bool nohistory) { nohistory_ = nohistory; }
     /// Still found by the latest measurement. The collector clears it before a pass and drops what stays cleared.
     bool exists() const { return exists_; }
     void setExists(bool exists) { exists_ = exists; }
-    /// A client has asked for, or has got, the full store.
-    bool loadingHistory() const { return loadingHistory_; }
     void setLoadingHistory(bool loading) { loadingHistory_ = loading; }
-    bool loadedHistory() const { return loadedHistory_; }
     void setLoadedHistory(bool loaded) { loadedHistory_ = loaded; }
-    bool cleanedUp() const { return cleanedUp_; }
     /// Its collector has asked the database for what it stored of this item in earlier runs.
     bool storedHistoryAsked() const { return storedHistoryAsked_; }
     void setStoredHistoryAsked() { storedHistoryAsked_ = true; }
 
     // Storages
-    /// Sets a storage of the layout up afresh, with all slots empty.
-    void loadStorageAtIndex(StorageIndex index);
     /// Allocates the full store, which holds the samples of the index that the client looks at.
     void loadFullStorageAtIndex(StorageIndex index);
     void freeFullStorage();
@@ -78,21 +67,15 @@ public:
     void setTimeForSampleIndex(StorageIndex index, double time);
     void setNextTimeForSampleIndex(StorageIndex index, double time);
     void setSampleIDForSampleIndex(StorageIndex index, double sampleID);
-    bool loadedValuesAtIndex(StorageIndex index) const;
     double idForInterval(StorageIndex index) const;
-    double idForIntervalFull(StorageIndex index) const;
     /// The samples of a storage. The full store, while it is there, follows the layout's last one: in the layout of one
     /// storage it is number 1. Null where there is none.
     const SampleRing* storageForType(StorageIndex type) const;
     const SampleRing* fullStorageForType(StorageIndex type) const;
-    void clearAllStorages();
     void clearStorageForType(StorageIndex type);
 
     // Samples
     statsample sampleAtIndex(SlotIndex slot, StorageIndex type) const;
-    /// On a miss an empty sample of that identifier.
-    statsample sampleWithIdentifier(std::uint64_t sampleID, StorageIndex type) const;
-    statsample sampleWithIdentifierFull(std::uint64_t sampleID, StorageIndex type) const;
     std::uint64_t lowestSampleForStorageType(StorageIndex type) const;
 
     /// Records a new measurement. Its identifier is its own, or the newest one + 1; one that is not newer is dropped.
@@ -115,10 +98,6 @@ public:
     Dictionary averagesForIndex(StorageIndex index) const;
     /// One history sample of this item; absent while it has no key.
     virtual std::optional<Dictionary> historyItemForIndex(StorageIndex index);
-    /// Whether the sum of some values of the live storage stayed below (strictly), or at or above, a value for some
-    /// seconds. Negative seconds ask about the newest sample only.
-    bool indexesBelowValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const;
-    bool indexesAboveValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const;
 
     // For subclasses to override
     /// Where this item belongs relative to another one: less = before it. The base keeps every pair as it is.
@@ -130,6 +109,29 @@ public:
 
     /// Lets go of all samples, once. Destruction does it too.
     void cleanup();
+
+    // Of the interface, and called by nothing here
+    const std::optional<std::string>& alternateKey() const { return alternateKey_; }
+    void setProtocolVersion(std::int64_t version) { protocolVersion_ = version; }
+    bool slowUpdating() const { return slowUpdating_; }
+    void setSlowUpdating(bool slow) { slowUpdating_ = slow; }
+    void setNohistory(bool nohistory) { nohistory_ = nohistory; }
+    /// A client has asked for, or has got, the full store.
+    bool loadingHistory() const { return loadingHistory_; }
+    bool loadedHistory() const { return loadedHistory_; }
+    bool cleanedUp() const { return cleanedUp_; }
+    /// Sets a storage of the layout up afresh, with all slots empty.
+    void loadStorageAtIndex(StorageIndex index);
+    bool loadedValuesAtIndex(StorageIndex index) const;
+    double idForIntervalFull(StorageIndex index) const;
+    void clearAllStorages();
+    /// On a miss an empty sample of that identifier.
+    statsample sampleWithIdentifier(std::uint64_t sampleID, StorageIndex type) const;
+    statsample sampleWithIdentifierFull(std::uint64_t sampleID, StorageIndex type) const;
+    /// Whether the sum of some values of the live storage stayed below (strictly), or at or above, a value for some
+    /// seconds. Negative seconds ask about the newest sample only.
+    bool indexesBelowValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const;
+    bool indexesAboveValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const;
 
 protected:
     Context& context() const { return context_; }

@@ -16,14 +16,15 @@ class MRDXPCServer final : public ListenerDelegate {
 public:
     explicit MRDXPCServer(MeridalDaemon& daemon);
 
-    /// The instance of the process-wide daemon.
-    static MRDXPCServer& sharedXPCServer();
-
     std::shared_ptr<ExportedConnection> shouldAcceptNewConnection(std::shared_ptr<ClientLink> client) override;
     /// Takes a connection off the list. Main queue.
     void removeConnection(const std::shared_ptr<MRDXPCServerConnection>& connection);
     /// Main queue.
     const std::vector<std::shared_ptr<MRDXPCServerConnection>>& connections() const { return connections_; }
+
+    // Of the interface, and called by nothing here
+    /// The instance of the process-wide daemon.
+    static MRDXPCServer& sharedXPCServer();
 
 private:
     MeridalDaemon& daemon_;

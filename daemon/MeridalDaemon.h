@@ -108,10 +108,11 @@ public:
     double T2CurrentSafetyTemperature() const { return t2SafetyTemperature_; }
     double T2LastSafetyTemperatureTime() const { return t2SafetyTemperatureTime_; }
 
-    bool smartNeedsUpdate() const { return smartNeedsUpdate_; }
-
     // StatCollectorDelegate
     void collectorUpdatedForMode(StatCollector& collector, int mode) override;
+
+    // Of the interface, and called by nothing here
+    bool smartNeedsUpdate() const { return smartNeedsUpdate_; }
 
 private:
     void start();

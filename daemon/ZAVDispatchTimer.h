@@ -14,6 +14,8 @@ public:
 
     /// Fires after one interval (s) and then every interval, until cancelled or started anew.
     void startTimerWithInterval(double interval, Task block);
+
+    // Of the interface, and called by nothing here
     void cancelTimer() { timer_.reset(); }
 
 private:

@@ -31,7 +31,6 @@ public:
 
     int source() const { return source_; }            ///< -1 unknown or no internal battery, 0 battery, 1 external
     int state() const { return state_; }              ///< -1 unknown, 0 on battery, 1 charging, 2 not charging
-    double sleepStart() const { return sleepStart_; } ///< s since 1970, of the last sleep; 0 before the first
     double sleepTotal() const { return sleepTotal_; } ///< s slept since the source last changed
     double sleptInAll() const { return sleptInAll_; } ///< s slept since the daemon started
     double lastSleep() const
@@ -54,6 +53,9 @@ public:
     // The bookkeeping of a sleep and a wake, without the delegates; for who learns of them by other ways
     void sleep(const void* sender = nullptr);
     void wake(const void* sender = nullptr);
+
+    // Of the interface, and called by nothing here
+    double sleepStart() const { return sleepStart_; } ///< s since 1970, of the last sleep; 0 before the first
 
 private:
     /// A sleep that waits for its allowance.

@@ -28,21 +28,9 @@ public:
     virtual std::string variationName() const { return {}; }
 
     std::optional<std::string> serial() const { return serial_; }
-    std::string boardID() const { return boardID_; } ///< empty when the machine does not tell
-    /// "aa:bb:cc:dd:ee:ff" of the first network interface of its own.
-    std::optional<std::string> networkHardwareAdress() const;
 
-    /// When the machine was made, where the serial number says so; 0 otherwise.
-    int manufactureWeek() const { return manufactureWeek_; }
-    int manufactureYear() const { return manufactureYear_; }
-
-    int cpuCount() const;             ///< processors the system schedules on
-    int cpuCoreCount() const;         ///< the same: every hardware thread counts as a core
-    int cpuPhysicalCoreCount() const; ///< cores, however many threads each runs
     std::optional<std::string> cpu() const;
-    std::optional<double> cpuSpeed() const; ///< Hz
-    std::optional<double> memory() const;   ///< bytes
-    std::string osVersion() const;          ///< for people
+    std::optional<double> memory() const; ///< bytes
 
     /// Keys of the sensors to show before anybody has chosen some. None for a model we know nothing about.
     virtual std::vector<std::string> defaultSensorKeys() const { return {}; }
@@ -51,6 +39,18 @@ public:
     /// Whether all fans follow one setting.
     virtual bool usesSyncedFans() const { return false; }
 
+    // Of the interface, and called by nothing here
+    std::string boardID() const { return boardID_; } ///< empty when the machine does not tell
+    /// "aa:bb:cc:dd:ee:ff" of the first network interface of its own.
+    std::optional<std::string> networkHardwareAdress() const;
+    /// When the machine was made, where the serial number says so; 0 otherwise.
+    int manufactureWeek() const { return manufactureWeek_; }
+    int manufactureYear() const { return manufactureYear_; }
+    int cpuCount() const;                   ///< processors the system schedules on
+    int cpuCoreCount() const;               ///< the same: every hardware thread counts as a core
+    int cpuPhysicalCoreCount() const;       ///< cores, however many threads each runs
+    std::optional<double> cpuSpeed() const; ///< Hz
+    std::string osVersion() const;          ///< for people
     bool hideIntergratedGraphics() const { return hideIntergratedGraphics_; }
     bool ignoreGraphicsControl() const { return ignoreGraphicsControl_; }
     bool disableFanControl() const { return disableFanControl_; }

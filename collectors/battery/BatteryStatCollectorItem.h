@@ -49,12 +49,8 @@ public:
     /// A change of the source is dated now, unless the time comes from outside.
     void setSource(BatterySource source);
     double sourceTime() const { return sourceTime_; } ///< s since 1970, when the source last changed; 0 = never
-    void setSourceTime(double time) { sourceTime_ = time; }
-    bool externalSourceTime() const { return externalSourceTime_; }
-    void setExternalSourceTime(bool external) { externalSourceTime_ = external; }
     std::optional<double> voltage() const { return voltage_; } ///< mV
     void setVoltage(double millivolts) { voltage_ = millivolts; }
-    std::optional<double> amperage() const { return amperage_; } ///< mA, negative while draining
     void setAmperage(double milliamperes) { amperage_ = milliamperes; }
     std::optional<double> power() const; ///< W, negative while draining
     std::optional<BatteryCondition> condition() const { return condition_; }
@@ -65,9 +61,8 @@ public:
     void setHealth(double health) { health_ = health; }
     std::optional<double> manufactureTime() const { return manufactureTime_; } ///< s since 1970
     void setManufactureTime(double time) { manufactureTime_ = time; }
-    std::optional<double> designCapacity() const { return designCapacity_; } ///< mAh, as the next two
     void setDesignCapacity(double capacity) { designCapacity_ = capacity; }
-    std::optional<double> maximumCapacity() const { return maximumCapacity_; }
+    std::optional<double> maximumCapacity() const { return maximumCapacity_; } ///< mAh, as the next
     void setMaximumCapacity(double capacity) { maximumCapacity_ = capacity; }
     std::optional<double> currentCapacity() const { return currentCapacity_; }
     void setCurrentCapacity(double capacity) { currentCapacity_ = capacity; }
@@ -99,6 +94,13 @@ public:
 
     /// Internal batteries first, then UPSs, then peripherals, each by name and key.
     std::weak_ordering sort(const StatCollectorItem& other) const override;
+
+    // Of the interface, and called by nothing here
+    void setSourceTime(double time) { sourceTime_ = time; }
+    bool externalSourceTime() const { return externalSourceTime_; }
+    void setExternalSourceTime(bool external) { externalSourceTime_ = external; }
+    std::optional<double> amperage() const { return amperage_; }             ///< mA, negative while draining
+    std::optional<double> designCapacity() const { return designCapacity_; } ///< mAh
 
 private:
     std::string name_;

@@ -41,16 +41,18 @@ public:
     void setSleptInAll(std::function<double()> slept) { sleptInAll_ = std::move(slept); }
 
     /// Set, no peripheral is asked anything.
-    bool disableAllBluetooth() const { return disableAllBluetooth_; }
     void setDisableAllBluetooth(bool disable) { disableAllBluetooth_ = disable; }
-    /// When peripherals were last asked, s of the clock that cannot step; absent before the first time.
-    std::optional<double> lastBluetoothTime() const { return lastBluetoothTime_; }
     /// Runs the task once no answer about peripherals is outstanding; at once when none is.
     void whenPeripheralsKnown(Task task);
 
     static constexpr double peripheralInterval = 10; ///< s, between two readings of the peripherals
 
     std::shared_ptr<StatCollectorItem> makeItem() override;
+
+    // Of the interface, and called by nothing here
+    bool disableAllBluetooth() const { return disableAllBluetooth_; }
+    /// When peripherals were last asked, s of the clock that cannot step; absent before the first time.
+    std::optional<double> lastBluetoothTime() const { return lastBluetoothTime_; }
 
 private:
     void batteriesIOPS();

@@ -29,9 +29,6 @@ public:
     static SMARTStatCollector& sharedSMARTCollector();
     static void cleanupShared();
 
-    bool needToReload() const { return needToReload_; }
-    void setNeedToReload(bool needed) { needToReload_ = needed; }
-    bool loadAllAttributes() const { return loadAllAttributes_; }
     void setLoadAllAttributes(bool all) { loadAllAttributes_ = all; }
     /// Whether somebody asks for disks now.
     void setWanted(std::function<bool()> wanted) { wanted_ = std::move(wanted); }
@@ -52,7 +49,6 @@ public:
     /// are used to; else `done` runs when the readings under way have ended, or at once.
     void updateStatsIfDue(Task done);
 
-    std::shared_ptr<SMARTStatCollectorItem> itemWithBSD(std::string_view bsd) const;
     std::vector<std::shared_ptr<SMARTStatCollectorItem>> disks() const;
     /// What clients get of key 32: an object for each disk that has a model and a temperature.
     Value diskTemperatures() const;
@@ -78,6 +74,12 @@ public:
     /// When the record's first reading comes, and how far the others are apart at least, in seconds.
     static constexpr double firstRecord = 60;
     static constexpr double recordInterval = 300;
+
+    // Of the interface, and called by nothing here
+    bool needToReload() const { return needToReload_; }
+    void setNeedToReload(bool needed) { needToReload_ = needed; }
+    bool loadAllAttributes() const { return loadAllAttributes_; }
+    std::shared_ptr<SMARTStatCollectorItem> itemWithBSD(std::string_view bsd) const;
 
 private:
     struct Round;

@@ -38,7 +38,6 @@ public:
     const smartattribute& currentValue() const { return currentValue_; }
     /// A RawFormat, or -1 for the default.
     int format() const { return format_; }
-    void setFormat(int format) { format_ = format; }
     static constexpr int defaultFormat() { return defaultRawFormat; }
     double threshold() const { return threshold_; }
     void setThreshold(double threshold) { threshold_ = threshold; }
@@ -74,6 +73,9 @@ public:
     void setSampleID(double sampleID) { currentValue_.sampleID = sampleID; }
     /// Takes figures from a stored sample: "f", "c", "w", "t".
     void addSample(const Dictionary& sample, StorageIndex storage);
+
+    // Of the interface, and called by nothing here
+    void setFormat(int format) { format_ = format; }
 
 private:
     RawFormat effectiveFormat() const { return static_cast<RawFormat>(format_ == -1 ? defaultFormat() : format_); }

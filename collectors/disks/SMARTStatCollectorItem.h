@@ -78,15 +78,12 @@ public:
     std::optional<double> bytesRead() const;
 
     // Readings
-    bool loadAllAttributes() const { return loadAllAttributes_; }
     /// Keep what only the vendor knows too, and not just what is known or predicts failures.
     void setLoadAllAttributes(bool all) { loadAllAttributes_ = all; }
-    bool loadedThresholds() const { return loadedThresholds_; }
     DiskState state() const { return state_; }
     /// Its figures have been read once at least.
     bool hasAnswered() const { return lastRead_.has_value(); }
-    double lastStatusUpdate() const { return lastStatusUpdate_; }           ///< s since 1970; 0 = never
-    double lastTemperatureUpdate() const { return lastTemperatureUpdate_; } ///< likewise; when it was last asked
+    double lastStatusUpdate() const { return lastStatusUpdate_; } ///< s since 1970; 0 = never
     /// Whether its turn has come: an ATA disk's every 300 s, that of one asleep every 25 s, as looking does not wake it and
     /// somebody else may have, an NVMe disk's always, nobody's while it is being read.
     bool isDue() const;
@@ -110,13 +107,18 @@ public:
 
     /// A period's averages; a figure that this disk does not have is null.
     std::optional<Dictionary> historyItemForIndex(StorageIndex index) override;
-    /// The figures of the attributes of a list of samples, by id. Attributes are not recorded: empty.
-    static Value xmlSamplesFromAttributes(const Value& attributes);
 
     // What reads it: made by the collector, and renewed with its place
     const std::shared_ptr<SMARTDevice>& device() const { return device_; }
     const std::shared_ptr<Queue>& queue() const { return queue_; }
     void setDevice(std::shared_ptr<SMARTDevice> device, std::shared_ptr<Queue> queue);
+
+    // Of the interface, and called by nothing here
+    bool loadAllAttributes() const { return loadAllAttributes_; }
+    bool loadedThresholds() const { return loadedThresholds_; }
+    double lastTemperatureUpdate() const { return lastTemperatureUpdate_; } ///< likewise; when it was last asked
+    /// The figures of the attributes of a list of samples, by id. Attributes are not recorded: empty.
+    static Value xmlSamplesFromAttributes(const Value& attributes);
 
 private:
     void forget();

@@ -22,13 +22,15 @@ public:
     /// The network that a Wi-Fi interface is on; absent when there is no such interface.
     std::optional<WirelessIdentity> interfaceWithBSD(const std::string& name) const;
 
-    void startScanning() { }
     void scan() { }
+
+    std::shared_ptr<StatCollectorItem> makeItem() override;
+
+    // Of the interface, and called by nothing here
+    void startScanning() { }
     void stopScanning() { setEnabled(false); }
     bool scanningActive() const { return scanningActive_; }
     void setScanningActive(bool active) { scanningActive_ = active; }
-
-    std::shared_ptr<StatCollectorItem> makeItem() override;
 
 private:
     bool scanningActive_ = false;

@@ -12,9 +12,11 @@ class CoreWLanStatCollectorItem final : public StatCollectorItem {
 public:
     using StatCollectorItem::StatCollectorItem;
 
+    const WirelessIdentity& network() const { return network_; }
+
+    // Of the interface, and called by nothing here
     double lastSeen() const { return lastSeen_; } ///< s since 1970
     void setLastSeen(double time) { lastSeen_ = time; }
-    const WirelessIdentity& network() const { return network_; }
     void setNetwork(WirelessIdentity network) { network_ = std::move(network); }
 
 private:

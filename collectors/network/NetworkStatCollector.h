@@ -34,14 +34,10 @@ public:
     /// What is known of the primary interface: "interface", "router", "wifi-bssid". Empty while there is none.
     const Dictionary& primarySettings() const { return primarySettings_; }
     const WifiMap& wifiMap() const { return wifiMap_; }
-    /// How often another Wi-Fi network was found on the primary interface.
-    std::uint64_t primaryNetworkChanges() const { return primaryNetworkChanges_; }
     std::shared_ptr<StatCollectorItem> makeItem() override;
 
     // Bandwidth
-    const std::string& bandwidthDataasePath() const { return bandwidthDataasePath_; }
     void setBandwidthDataasePath(std::string path);
-    bool bandwidthMonitoringEnabled() const { return bandwidthMonitoringEnabled_; }
     void setBandwidthMonitoringEnabled(bool enabled) { bandwidthMonitoringEnabled_ = enabled; }
     /// Declares the tables, which are made and migrated when the file is open. Nothing without a path.
     void prepareBandwidthDatabase();
@@ -54,12 +50,18 @@ public:
     void saveBandwidth(Task written = {});
     /// Adds up what is stored and what is not yet; the answer comes on the main queue, null when it cannot be read.
     void readBandwidthTotals(BandwidthQuestion question, std::function<void(std::optional<BandwidthAnswer>)> reply);
+    /// The account and its file; null without a path.
+    BandwidthDatabase* bandwidthDatabase() const { return bandwidthDatabase_.get(); }
+
+    // Of the interface, and called by nothing here
+    /// How often another Wi-Fi network was found on the primary interface.
+    std::uint64_t primaryNetworkChanges() const { return primaryNetworkChanges_; }
+    const std::string& bandwidthDataasePath() const { return bandwidthDataasePath_; }
+    bool bandwidthMonitoringEnabled() const { return bandwidthMonitoringEnabled_; }
     const BandwidthAccount::Items& bandwidthItems() const;
     const std::vector<BandwidthDatabase::InterfaceRow>& bandwidthInterfaceMap() const;
     const std::vector<BandwidthDatabase::WifiRow>& bandwidthWifiMap() const;
     double nextBandwidthUpdateTime() const; ///< s since 1970
-    /// The account and its file; null without a path.
-    BandwidthDatabase* bandwidthDatabase() const { return bandwidthDatabase_.get(); }
 
 protected:
     /// Takes one reading of all interfaces over.

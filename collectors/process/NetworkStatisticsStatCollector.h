@@ -66,6 +66,8 @@ public:
     void recalculateHighestRef();
     /// Slots up to the highest one in use; free ones are among them.
     std::span<const Connection> connections() const { return connections_; }
+
+    // Of the interface, and called by nothing here
     std::size_t connectionItems() const { return places_.size(); }
     /// Sources that found no free slot.
     std::uint64_t missedSources() const { return missedSources_; }

@@ -46,16 +46,18 @@ public:
     bool isCapturing() const;
     /// Why it does not; empty when it does or was never asked to.
     const std::string& failure() const { return failure_; }
-    const PacketStatCollectorItem* packetItem() const { return packetItem_.get(); }
     /// Captures of single interfaces, by name.
     const std::map<std::string, std::unique_ptr<PacketStatCollectorItem>>& collectors() const { return collectors_; }
-    const PacketBuffer& pstorage() const { return pstorage_.packets; } ///< for the next fold, by process
-    const PacketBuffer& pidcache() const { return pidcache_.packets; } ///< for the next fold, by ports
 
     const TrafficAccount& latest() const { return latest_; } ///< of the latest fold
     const TrafficAccount& total() const { return total_; }   ///< of all folds
     /// Over all captures so far.
     CaptureStatistics statistics() const;
+
+    // Of the interface, and called by nothing here
+    const PacketStatCollectorItem* packetItem() const { return packetItem_.get(); }
+    const PacketBuffer& pstorage() const { return pstorage_.packets; } ///< for the next fold, by process
+    const PacketBuffer& pidcache() const { return pidcache_.packets; } ///< for the next fold, by ports
 
 private:
     void foldProcesses();

@@ -39,18 +39,11 @@ public:
     // What is wanted
     std::uint32_t updateMask() const { return updateMask_; } ///< bits of RequestKey
     void setUpdateMask(std::uint32_t updateMask) { updateMask_ = updateMask; }
-    bool requireUpdateMask() const { return requireUpdateMask_; } ///< an empty mask then means no pass at all
-    void setRequireUpdateMask(bool require) { requireUpdateMask_ = require; }
     /// Most entries in a list; 0 or less gives none.
-    std::int32_t sharingProcessCPUCount() const { return sharingProcessCPUCount_; }
     void setSharingProcessCPUCount(std::int32_t count) { sharingProcessCPUCount_ = count; }
-    std::int32_t sharingProcessMemoryCount() const { return sharingProcessMemoryCount_; }
     void setSharingProcessMemoryCount(std::int32_t count) { sharingProcessMemoryCount_ = count; }
-    std::int32_t sharingProcessNetworkCount() const { return sharingProcessNetworkCount_; }
     void setSharingProcessNetworkCount(std::int32_t count) { sharingProcessNetworkCount_ = count; }
-    std::int32_t sharingProcessDiskActivityCount() const { return sharingProcessDiskActivityCount_; }
     void setSharingProcessDiskActivityCount(std::int32_t count) { sharingProcessDiskActivityCount_ = count; }
-    std::int32_t sharingProcessPowerCount() const { return sharingProcessPowerCount_; }
     void setSharingProcessPowerCount(std::int32_t count) { sharingProcessPowerCount_ = count; }
 
     // The pass
@@ -58,11 +51,8 @@ public:
     void updateStats() override;
     /// No further passes.
     void disable() { setEnabled(false); }
-    std::uint32_t sequence() const { return sequence_; }         ///< passes so far
-    std::uint32_t newProcesses() const { return newProcesses_; } ///< that the latest pass saw first
-    double timeNow() const { return timeNow_; }                  ///< s since 1970, of the latest pass
-    double timePrevious() const { return timePrevious_; }        ///< of the one before; 0 until there was one
-    double tbfrequency() const { return shared_.tbfrequency; }   ///< units of CPU time per second
+    std::uint32_t sequence() const { return sequence_; }       ///< passes so far
+    double tbfrequency() const { return shared_.tbfrequency; } ///< units of CPU time per second
     /// As the host tells it; 0 when it does not.
     double timebaseFrequency() const;
     /// Whether what these lists show was read in the last few seconds, or the table could not be read then.
@@ -94,7 +84,6 @@ public:
     /// As shown to people; asks for the full name if that is still open. Where groups are shown, the head of a container or
     /// sandbox has the name of that.
     std::string sharingNameForProcess(Item& item);
-    const ProcessNameCache& nameCache() const { return nameCache_; }
     /// Asks for where the item's application is to be found, once a program.
     void loadBundleLocation(Item& item);
     /// Takes an array of pids, answers an array of {"name", "pid"} for those that there are and that may be shown. Some of
@@ -104,8 +93,6 @@ public:
     // Groups
     /// What lists rank: groups, or single processes.
     const std::vector<Item*>& sharingStorage(bool grouped) const { return grouped ? hierachy_ : processes_; }
-    /// Heads of groups, in table order.
-    const std::vector<Item*>& hierachy() const { return hierachy_; }
     void createHierarchy2();
     std::int32_t controllingPidForPid(std::int32_t pid) const;
     bool isParentLaunchd(const Item& item) const;
@@ -117,10 +104,8 @@ public:
     std::string cpuProcesses(bool grouped);
     std::string memoryProcesses(bool grouped);
     std::string diskActivityProcesses(bool grouped);
-    std::string diskActivityProcesses2(bool grouped); ///< one figure and the time of the last activity
     /// Beside the lists stands what `shares` has, if anything.
     std::string networkProcesses(bool grouped, const Dictionary& shares);
-    std::string networkProcesses2(bool grouped, const Dictionary& shares); ///< with the time of the last activity
     std::string powerProcesses(bool grouped); ///< every process is in it, however many there are
     /// The table ranked by a figure, largest first; equal ones in table order, idle ones of disk and network by their
     /// last activity. Stores every total on the way: sharingTotal() of an item in the result is its figure.
@@ -139,6 +124,23 @@ public:
     std::int32_t processPacket(const PacketAttribution& packet);
     /// Counts a packet for the process that it names.
     void processCachePacket(const PacketAttribution& packet);
+
+    // Of the interface, and called by nothing here
+    bool requireUpdateMask() const { return requireUpdateMask_; } ///< an empty mask then means no pass at all
+    void setRequireUpdateMask(bool require) { requireUpdateMask_ = require; }
+    std::int32_t sharingProcessCPUCount() const { return sharingProcessCPUCount_; }
+    std::int32_t sharingProcessMemoryCount() const { return sharingProcessMemoryCount_; }
+    std::int32_t sharingProcessNetworkCount() const { return sharingProcessNetworkCount_; }
+    std::int32_t sharingProcessDiskActivityCount() const { return sharingProcessDiskActivityCount_; }
+    std::int32_t sharingProcessPowerCount() const { return sharingProcessPowerCount_; }
+    std::uint32_t newProcesses() const { return newProcesses_; } ///< that the latest pass saw first
+    double timeNow() const { return timeNow_; }                  ///< s since 1970, of the latest pass
+    double timePrevious() const { return timePrevious_; }        ///< of the one before; 0 until there was one
+    const ProcessNameCache& nameCache() const { return nameCache_; }
+    /// Heads of groups, in table order.
+    const std::vector<Item*>& hierachy() const { return hierachy_; }
+    std::string diskActivityProcesses2(bool grouped); ///< one figure and the time of the last activity
+    std::string networkProcesses2(bool grouped, const Dictionary& shares); ///< with the time of the last activity
 
 private:
     /// What ranking compares, copied out of the items, which lie all over the memory.

@@ -54,7 +54,6 @@ public:
     /// The pages that web content shows. No interface of a system tells them of another program's process, so nothing
     /// sets them as yet; whoever learns of them does, and lists name the process by them.
     const std::vector<std::string>& safariURLS() const;
-    void setSafariURLS(std::vector<std::string> urls);
 
     // Flags
     bool exists() const { return state_.exists; } ///< seen by the latest pass
@@ -143,9 +142,7 @@ public:
     /// Heads a group: is not placed under another.
     bool root() const { return controller_ == nullptr; }
     ProcessStatCollectorItem* controller() const { return controller_; }
-    std::vector<ProcessStatCollectorItem*> children() const;
     bool sharingUseHierachy() const { return sharingUseHierachy_; } ///< its totals may take in its children
-    void setSharingUseHierachy(bool use) { sharingUseHierachy_ = use; }
     void leaveGroup();
     /// Puts it first among the children of another.
     void joinFront(ProcessStatCollectorItem& controller);
@@ -174,6 +171,10 @@ public:
     /// s since 1970 when the figure was last above 0; 0 for figures without such a time.
     double lastActive(ProcessFigure figure) const;
 
+    // Of the interface, and called by nothing here
+    void setSafariURLS(std::vector<std::string> urls);
+    std::vector<ProcessStatCollectorItem*> children() const;
+    void setSharingUseHierachy(bool use) { sharingUseHierachy_ = use; }
     double totalCPUUsage() const { return total(ProcessFigure::Cpu); }
     double totalMemoryUsage() const { return total(ProcessFigure::Memory); }
     double totalMemoryFootprintUsage() const { return total(ProcessFigure::MemoryFootprint); }

@@ -62,17 +62,18 @@ public:
     /// The names of its keys, of the first so many, in the SMC's order. One call each.
     std::vector<std::string> keys(std::size_t most);
 
-    /// A number or its text: a float for a key of 4 bytes, otherwise a whole number in quarters (fpe2).
-    IOStatus writeValue(const Value& value, const std::string& key);
-    /// Exact bytes: a float for a key of 4 bytes, a whole number for one of 1, otherwise the two bytes that four
-    /// hexadecimal digits spell; zeros for any other text.
-    IOStatus writeRawValue(const std::string& value, const std::string& key);
-
     /// Whether the driver or the SMC failed at the latest read: its zeros are then no measurement.
     bool lastReadFailed() const { return lastReadFailed_; }
 
     SMCService::Handle connection() const { return connection_; } ///< 0 while closed
     bool debug() const { return debug_; }                         ///< whether keys that are none are logged
+
+    // Of the interface, and called by nothing here
+    /// A number or its text: a float for a key of 4 bytes, otherwise a whole number in quarters (fpe2).
+    IOStatus writeValue(const Value& value, const std::string& key);
+    /// Exact bytes: a float for a key of 4 bytes, a whole number for one of 1, otherwise the two bytes that four
+    /// hexadecimal digits spell; zeros for any other text.
+    IOStatus writeRawValue(const std::string& value, const std::string& key);
     void setDebug(bool debug) { debug_ = debug; }
     const KeyCache& keyCache() const { return keyCache_; }
     void setKeyCache(KeyCache cache) { keyCache_ = std::move(cache); }

@@ -30,17 +30,12 @@ public:
     void setSensorConfig(SensorConfiguration configuration) { sensorConfig_ = std::move(configuration); }
     const std::string& name() const { return name_; }
     void setName(std::string name) { name_ = std::move(name); }
-    /// What fan control calls it; its name unless something else was set.
-    const std::string& nameFanControl() const { return nameFanControl_.empty() ? name_ : nameFanControl_; }
     void setNameFanControl(std::string name) { nameFanControl_ = std::move(name); }
     std::int64_t index() const { return index_; } ///< its place in the list that it came in
     void setIndex(std::int64_t index) { index_ = index; }
     std::int64_t type() const { return type_; } ///< a sensorKind
     void setType(std::int64_t type) { type_ = type; }
     std::int64_t subType() const { return subType_; }
-    void setSubType(std::int64_t subType) { subType_ = subType; }
-    bool defaultSensor() const { return defaultSensor_; }
-    void setDefaultSensor(bool isDefault) { defaultSensor_ = isDefault; }
 
     double value() const { return value_; } ///< the latest reading, in the unit of its kind
     /// Whether the latest attempt to read it gave a value.
@@ -82,6 +77,13 @@ public:
     void updatePercentage();
     /// By kind, then by place.
     std::weak_ordering sort(const StatCollectorItem& other) const override;
+
+    // Of the interface, and called by nothing here
+    /// What fan control calls it; its name unless something else was set.
+    const std::string& nameFanControl() const { return nameFanControl_.empty() ? name_ : nameFanControl_; }
+    void setSubType(std::int64_t subType) { subType_ = subType; }
+    bool defaultSensor() const { return defaultSensor_; }
+    void setDefaultSensor(bool isDefault) { defaultSensor_ = isDefault; }
 
 private:
     SensorConfiguration sensorConfig_;

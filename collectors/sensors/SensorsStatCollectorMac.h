@@ -58,7 +58,6 @@ public:
     /// The same of each configuration of a list, as one request: each key is read once, and of more than mostKeysAsked
     /// different ones the rest count as keys that the machine lacks. So in the lists below.
     std::vector<double> valuesForConfigs(const Value& configurations, PowerDetail detail);
-    double valueForSensor(const Item& item);
     float minimumForFan(const std::string& prefix); ///< "F0"; rpm
     float maximumForFan(const std::string& prefix);
 
@@ -86,8 +85,6 @@ public:
     // Items
     SensorItems sensors() const;
     SensorItems allFans() const;
-    /// The fans that fan control offers, named for it.
-    SensorItems fanControlFans() const;
     /// What the host tells of a key; null when it tells nothing.
     const SensorChannel* channelForKey(const std::string& key) const;
     /// The kind of a sensor: the host's word, else the client's.
@@ -103,8 +100,6 @@ public:
     std::vector<HistorySeries> series() const;
 
     // Extremes
-    /// Reads what earlier runs saw; takes effect later.
-    void loadSeenLimitsForSensor(const Item& item) { loadSeenLimits({item.key().value_or("")}); }
     /// Hands changed extremes over to the database.
     void updateRecordedValues();
 
@@ -119,7 +114,23 @@ public:
     void runDatabaseQueue() override;
     void cleanup() override;
 
-    // Noted for whoever asks; nothing here depends on it
+    static constexpr std::size_t mostItems = 1024; ///< that clients can bring about; the host adds as many at most
+    static constexpr double unprovenFor = 3600;    ///< s that a client's sensor may be without its first value
+    static constexpr std::size_t mostWatched = 256;
+    static constexpr double watchedFor = 120;          ///< s after the last question
+    static constexpr double channelInterval = 10;      ///< s between looks for chips that came or went
+    static constexpr double emptyInterval = 60;        ///< s, the same while there is no sensor at all
+    static constexpr double askedFor = 60;             ///< s for which a question keeps the quicker rhythm
+    static constexpr double flagInterval = 10;         ///< s between looks at what chips themselves say is wrong
+    static constexpr std::int64_t recordTurns = 6;     ///< turns between readings for the record alone
+    static constexpr std::size_t mostKeysAsked = 4096; ///< of one request
+
+    // Of the interface, and called by nothing here
+    double valueForSensor(const Item& item);
+    /// The fans that fan control offers, named for it.
+    SensorItems fanControlFans() const;
+    /// Reads what earlier runs saw; takes effect later.
+    void loadSeenLimitsForSensor(const Item& item) { loadSeenLimits({item.key().value_or("")}); }
     bool fanControlSupported() const { return fanControlSupported_; }
     void setFanControlSupported(bool supported) { fanControlSupported_ = supported; }
     bool loadedIntelSensors() const { return loadedIntelSensors_; }
@@ -131,17 +142,6 @@ public:
     bool intelSensorsPrepared() const { return intelSensorsPrepared_; }
     void setIntelSensorsPrepared(bool prepared) { intelSensorsPrepared_ = prepared; }
     Dictionary& intelFrequencySensors() { return intelFrequencySensors_; }
-
-    static constexpr std::size_t mostItems = 1024; ///< that clients can bring about; the host adds as many at most
-    static constexpr double unprovenFor = 3600;    ///< s that a client's sensor may be without its first value
-    static constexpr std::size_t mostWatched = 256;
-    static constexpr double watchedFor = 120;          ///< s after the last question
-    static constexpr double channelInterval = 10;      ///< s between looks for chips that came or went
-    static constexpr double emptyInterval = 60;        ///< s, the same while there is no sensor at all
-    static constexpr double askedFor = 60;             ///< s for which a question keeps the quicker rhythm
-    static constexpr double flagInterval = 10;         ///< s between looks at what chips themselves say is wrong
-    static constexpr std::int64_t recordTurns = 6;     ///< turns between readings for the record alone
-    static constexpr std::size_t mostKeysAsked = 4096; ///< of one request
 
 private:
     /// A power figure that is no item's and that somebody asks for.
