@@ -1,5 +1,7 @@
 #include "client/plot/BatteryPlot.h"
 
+#include "client/plot/PlotAxis.h"
+
 #include <algorithm>
 #include <cmath>
 #include <map>
@@ -7,12 +9,6 @@
 #include <vector>
 
 namespace meridal {
-
-namespace {
-
-constexpr double latestTime = 1e11; // s since 1970, beyond which no clock goes
-
-} // namespace
 
 Plot batteryPlot(const Value& rows, const std::string& title, const std::string& unit, double until)
 {

@@ -19,9 +19,6 @@ constexpr double hour = 60 * minute;
 constexpr std::array timeSteps = {minute, 2 * minute, 5 * minute, 10 * minute, 15 * minute, 30 * minute, hour, 2 * hour,
     3 * hour, 6 * hour, 12 * hour, day, 2 * day, 7 * day, 14 * day, 28 * day, 56 * day, 91 * day, 182 * day, 364 * day};
 
-/// Beyond this, doubles no longer tell one second from the next, and a year no longer fits a tm.
-constexpr double latestTime = 1e11; // s since 1970
-
 /// 1, 2 or 5 times a power of ten, not below `least`.
 double roundStep(double least)
 {

@@ -5,6 +5,9 @@
 
 namespace meridal {
 
+/// s since 1970, beyond which no clock goes: doubles no longer tell one second from the next, nor does a year fit a tm.
+constexpr double latestTime = 1e11;
+
 /// The vertical axis of a plot: marks at round values, the lowest and the highest of which bound it.
 struct ValueAxis {
     double low = 0;

@@ -19,7 +19,7 @@ namespace meridal {
 
 namespace {
 
-constexpr const char* folder = "sys/class/hidraw";
+constexpr const char* hidrawFolder = "sys/class/hidraw";
 constexpr std::size_t mostNodes = 64; ///< HIDRAW_MAX_DEVICES
 
 /// The serial number of a device's "uevent"; empty for what makers put there who have none.
@@ -104,7 +104,7 @@ HidPowerDevices::~HidPowerDevices() = default;
 
 HidPowerDevices::DevicePointer HidPowerDevices::deviceAt(const std::string& name) const
 {
-    const std::string path = fmt::format("{}/{}", folder, name);
+    const std::string path = fmt::format("{}/{}", hidrawFolder, name);
     std::error_code error;
     const auto place = std::filesystem::canonical(root_.path(path), error);
     const auto descriptor = root_.read(path + "/device/report_descriptor");
@@ -127,7 +127,7 @@ HidPowerDevices::DevicePointer HidPowerDevices::deviceAt(const std::string& name
 void HidPowerDevices::look()
 {
     std::vector<DevicePointer> found;
-    std::vector<std::string> names = root_.list(folder);
+    std::vector<std::string> names = root_.list(hidrawFolder);
     names.resize(std::min(names.size(), mostNodes));
     for (const std::string& name : names) {
         auto device = found.size() < mostDevices ? deviceAt(name) : nullptr;
@@ -154,7 +154,7 @@ bool HidPowerDevices::isPublished(const Device& device) const
 {
     constexpr std::array places = {"device", "device/..", "device/../.."};
     return std::any_of(places.begin(), places.end(), [&](const char* place) {
-        return !root_.list(fmt::format("{}/{}/{}/power_supply", folder, device.name, place)).empty();
+        return !root_.list(fmt::format("{}/{}/{}/power_supply", hidrawFolder, device.name, place)).empty();
     });
 }
 
