@@ -40,6 +40,7 @@ const ViewSchema sleepsView = {.view = "sleeps",
 constexpr int farewellAttempts = 8;       // of 250 ms each: within the 3 s for which the power manager delays a sleep
 constexpr double writeRetryInterval = 15; // s
 constexpr double longestWaitForKey = 60;  // s
+constexpr double keyCheckInterval = 0.05; // s
 constexpr double vigilInterval = 10;      // s
 constexpr double sleepIsAborted = 2 * 60; // s awake since a farewell: logind and macOS both fall asleep within 30 s
 
@@ -83,16 +84,22 @@ void UptimeDatabase::write(std::optional<BootEvent> event, int attempts, Task wr
             confirmed_();
         }
     });
+    auto again = lifetime_.guard([this, attempts](const Task& whenWritten) {
+        context_.runtime.after(keyCheckInterval,
+            lifetime_.guard([this, attempts, whenWritten] { write(std::nullopt, attempts, whenWritten); }));
+    });
     database_->queryDatabaseAsync(
-        [journal = journal_, event = std::move(event), attempts, take, written = std::move(written),
+        [journal = journal_, event = std::move(event), attempts, take, again, written = std::move(written),
             &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
             if (event) {
                 journal->add(*event);
             }
             const bool done = journal->write(connection, attempts);
-            main.post([take, written, done, key = journal->key()]() mutable {
+            main.post([take, again, written, done, key = journal->key()]() mutable {
                 take(done, key);
-                if (written) {
+                if (written && done && !key) { // it waits for the boot's key, and the machine must not sleep on that
+                    again(written);
+                } else if (written) {
                     written();
                 }
             });
