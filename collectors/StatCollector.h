@@ -303,7 +303,10 @@ private:
     /// The file of all coarser storages but the long-term one, and the file of that one. Each is read, and its clocks run,
     /// whatever becomes of the other.
     enum class HistoryFile : int { Short, LongTerm };
-    static constexpr std::array bothHistoryFiles = {HistoryFile::Short, HistoryFile::LongTerm};
+    static constexpr HistoryFile fileOf(StorageIndex index)
+    {
+        return index == StorageIndex::LongTerm ? HistoryFile::LongTerm : HistoryFile::Short;
+    }
     /// Whether the clocks of a file's storages run. They wait until what it holds has been read: started without it, they
     /// would give identifiers out twice.
     enum class HistoryPhase { NotStarted, Loading, Running };

@@ -116,7 +116,7 @@ void StatCollector::declareTables(HistoryFile which)
     for (std::size_t place = 1; place < sampleIndex_.size(); ++place) {
         const auto index = static_cast<StorageIndex>(place);
         const auto file = databaseForIndex(index);
-        if (file && (index == StorageIndex::LongTerm) == (which == HistoryFile::LongTerm)) {
+        if (file && fileOf(index) == which) {
             for (TableSchema& schema : historyTables(index)) {
                 file->declareTable(std::move(schema));
             }

@@ -36,11 +36,10 @@ constexpr double hourInterval = static_cast<double>(storageConstants[position(St
 template <typename Function>
 void StatCollector::forEachStorage(HistoryFile which, Function function)
 {
-    const std::size_t longTerm = position(StorageIndex::LongTerm);
-    const std::size_t begin = which == HistoryFile::Short ? position(StorageIndex::Hour) : longTerm;
-    const std::size_t end = which == HistoryFile::Short ? longTerm : storageCount;
-    for (std::size_t index = begin; index < std::min(end, sampleIndex_.size()); ++index) {
-        function(static_cast<StorageIndex>(index));
+    for (std::size_t place = position(StorageIndex::Hour); place < sampleIndex_.size(); ++place) {
+        if (const auto index = static_cast<StorageIndex>(place); fileOf(index) == which) {
+            function(index);
+        }
     }
 }
 
@@ -48,9 +47,10 @@ void StatCollector::forEachStorage(HistoryFile which, Function function)
 template <typename Function>
 void StatCollector::forEachRunningStorage(Function function)
 {
-    for (const HistoryFile which : bothHistoryFiles) {
-        if (stateOf(which).phase == HistoryPhase::Running) {
-            forEachStorage(which, function);
+    for (std::size_t place = position(StorageIndex::Hour); place < sampleIndex_.size(); ++place) {
+        if (const auto index = static_cast<StorageIndex>(place);
+            stateOf(fileOf(index)).phase == HistoryPhase::Running) {
+            function(index);
         }
     }
 }
@@ -62,7 +62,7 @@ void StatCollector::updateHistory()
     }
     const double steady = context_.runtime.monotonicTime();
     bool isRunning = false;
-    for (const HistoryFile which : bothHistoryFiles) {
+    for (const HistoryFile which : {HistoryFile::Short, HistoryFile::LongTerm}) {
         HistoryState& state = stateOf(which);
         if (state.phase == HistoryPhase::NotStarted && steady >= state.nextRead) {
             state.nextRead = steady + readAgain;
@@ -93,7 +93,8 @@ HistoryReadPlan StatCollector::readPlan()
     if (const Value* map = find(config_, "addSampleMap")) {
         plan.addSampleMap = *map;
     }
-    const auto add = [&](StorageIndex index) {
+    for (std::size_t place = position(StorageIndex::Hour); place < sampleIndex_.size(); ++place) {
+        const auto index = static_cast<StorageIndex>(place);
         HistoryReadPlan::Tables& tables = plan.tables[position(index)];
         if (statementsForIndex(index).insert.text) {
             tables.table = tableAtIndex(index).value_or("");
@@ -103,9 +104,6 @@ HistoryReadPlan StatCollector::readPlan()
             tables.isPruned = statements.pruneEmpty != nullptr;
             tables.marksEmpty = tables.isPruned && !statements.pruneItem;
         }
-    };
-    for (const HistoryFile which : bothHistoryFiles) {
-        forEachStorage(which, add);
     }
     return plan;
 }

@@ -221,10 +221,7 @@ bool FlowTable::settleFlow(const SocketFlow& key, Flow& flow, double now, Traffi
 void FlowTable::ask(const SocketFlow& key, Flow& flow, double now)
 {
     using enum SocketOwner::Kind;
-    SocketOwner found = owners_->ownerOf(key);
-    if (isPortless(key) && found.kind != Elsewhere && found.kind != Pending) {
-        found = {.kind = Kernel};
-    }
+    const SocketOwner found = owners_->ownerOf(key);
     const bool wasKnown = flow.owner.kind == Process;
     const bool mayComeToSomebody = (found.kind == Kernel && !isPortless(key)) || !found.isCertain;
     if (found.kind == Pending || (mayComeToSomebody && now - flow.born < acceptance)) {

@@ -40,7 +40,6 @@ const ViewSchema sleepsView = {.view = "sleeps",
 constexpr int farewellAttempts = 8;       // of 250 ms each: within the 3 s for which the power manager delays a sleep
 constexpr double writeRetryInterval = 15; // s
 constexpr double longestWaitForKey = 60;  // s
-constexpr double keyCheckInterval = 0.05; // s
 constexpr double vigilInterval = 10;      // s
 constexpr double sleepIsAborted = 2 * 60; // s awake since a farewell: logind and macOS both fall asleep within 30 s
 
@@ -78,31 +77,20 @@ std::optional<BootReading> UptimeDatabase::read() const
 
 void UptimeDatabase::write(std::optional<BootEvent> event, int attempts, Task written)
 {
-    auto take = lifetime_.guard([this](bool done, std::optional<double> key) {
-        conclude(done, key);
-        if (key && confirmed_) {
-            confirmed_();
+    auto take = lifetime_.guard([this](bool done, std::optional<double> key, Task farewell) {
+        if (farewell) {
+            farewells_.push_back(std::move(farewell));
         }
-    });
-    auto again = lifetime_.guard([this, attempts](const Task& whenWritten) {
-        context_.runtime.after(keyCheckInterval,
-            lifetime_.guard([this, attempts, whenWritten] { write(std::nullopt, attempts, whenWritten); }));
+        conclude(done, key);
     });
     database_->queryDatabaseAsync(
-        [journal = journal_, event = std::move(event), attempts, take, again, written = std::move(written),
+        [journal = journal_, event = std::move(event), attempts, take, written = std::move(written),
             &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
             if (event) {
                 journal->add(*event);
             }
             const bool done = journal->write(connection, attempts);
-            main.post([take, again, written, done, key = journal->key()]() mutable {
-                take(done, key);
-                if (written && done && !key) { // it waits for the boot's key, and the machine must not sleep on that
-                    again(written);
-                } else if (written) {
-                    written();
-                }
-            });
+            main.post([take, written, done, key = journal->key()]() mutable { take(done, key, std::move(written)); });
         });
 }
 
@@ -118,15 +106,15 @@ void UptimeDatabase::writeSync(const BootEvent& event, int attempts)
         key = journal_->key();
     });
     conclude(done, key);
-    if (key && confirmed_) { // of a daemon that ends before it was told
-        confirmed_();
-    }
 }
 
 void UptimeDatabase::conclude(bool done, std::optional<double> key)
 {
     if (key) {
         collector_.setBoottime(*key);
+        if (confirmed_) {
+            confirmed_();
+        }
     }
     if (std::exchange(failing_, !done) && done) {
         context_.log.info(database_->path().string() + ": can be written again");
@@ -136,6 +124,11 @@ void UptimeDatabase::conclude(bool done, std::optional<double> key)
     } else {
         retry_ = context_.runtime.startTimer(context_.runtime.mainQueue(), {.first = writeRetryInterval, .leeway = 1},
             [this] { write(std::nullopt, 1); });
+    }
+    if (key || !done) { // while the key is asked for nothing is written, and no machine may sleep on that
+        for (const Task& farewell : std::exchange(farewells_, {})) {
+            farewell();
+        }
     }
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace meridal {
 
@@ -38,7 +39,7 @@ public:
     /// is there, the collector's boot time is only what the kernel tells, and what happens is kept in order. No row is
     /// made while the kernel's boot time is unknown.
     void saveBootTime(const AskForKey& askForKey);
-    /// Runs whenever something has been written without waiting and the collector's boot time is the key.
+    /// Runs whenever something has been written and the collector's boot time is the key.
     void whenConfirmed(Task confirmed) { confirmed_ = std::move(confirmed); }
     /// Writes when this boot ended or fell asleep. With `written`, returns at once and runs that on the main queue
     /// afterwards; without, returns when it is written, or after 2 s when another program keeps the file locked.
@@ -65,6 +66,7 @@ private:
     /// Used on the file's queue only, whose tasks keep it alive.
     std::shared_ptr<UptimeJournal> journal_ = std::make_shared<UptimeJournal>();
     Task confirmed_;
+    std::vector<Task> farewells_;  ///< to be run when what was told before them is in the file, or cannot be
     bool known_ = false;           ///< the kernel has told a boot time that was to be recorded
     bool failing_ = false;         ///< something waits that could not be written
     std::unique_ptr<Timer> retry_; ///< of what could not be written

@@ -67,6 +67,7 @@ public:
     virtual ~SocketOwners() = default;
     /// Once a batch of frames, before the first question: what may be spent on answers is spent by batch.
     virtual void beginBatch() = 0;
+    /// A flow without ports is nobody's but the kernel's, unless it counts elsewhere.
     virtual SocketOwner ownerOf(const SocketFlow& flow) = 0;
     /// Looks for the processes of what was answered with Pending since the last call. True when some were found.
     virtual bool search() = 0;

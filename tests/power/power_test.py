@@ -105,6 +105,8 @@ class PowerTest(mock_bus.BusTest):
 
     def test_an_end_is_recorded_though_the_file_is_locked_for_a_moment(self):
         daemon = self.start().wait_ready()
+        client = daemon.client()
+        until(lambda: client.call("uptime.boots")["boots"], "this boot, in a file that the start does not wait for")
         other = sqlite3.connect(os.path.join(self.root, "state", "uptime.db"), isolation_level=None, check_same_thread=False)
         self.addCleanup(other.close)
         other.execute("begin immediate")

@@ -179,7 +179,7 @@ TEST_F(FlowTableTest, FramesOfAnInterfaceThatCarriesAnotherCountNowhere)
     owners.byPort[0] = {Kind::Elsewhere};
     count({echo});
     EXPECT_EQ(bytes(batch.processes) + bytes(batch.kernel) + bytes(batch.unattributed), 0);
-    owners.byPort[0] = {Kind::None};
+    owners.byPort[0] = {Kind::Kernel};
     echo.interface = 2;
     count({echo});
     EXPECT_EQ(bytes(batch.kernel), 100) << "at once: no process is to be waited for";

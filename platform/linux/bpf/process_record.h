@@ -26,9 +26,8 @@ struct BpfProcess {
     __s64 anonymousPages;
     __s64 swappedPages;
     __s64 sharedPages;
-    __u64 cgroup; /* inode number of its folder in the unified hierarchy */
-    __u64
-        cgroups; /* stands for its control groups in all hierarchies: another one as soon as it moves in any of them */
+    __u64 cgroup;  /* inode number of its folder in the unified hierarchy */
+    __u64 cgroups; /* stands for its groups in all hierarchies: another one as soon as it moves in any */
     char name[16]; /* ended by a zero */
 };
 

@@ -15,8 +15,8 @@ namespace meridal {
 
 struct CgroupUnits::FoundNames {
     std::mutex mutex;
-    std::vector<std::pair<std::uint32_t, std::optional<std::string>>>
-        names; ///< by number of the unit; absent: no file has it
+    using Name = std::pair<std::uint32_t, std::optional<std::string>>; ///< number of the unit; absent: no file has it
+    std::vector<Name> names;
 };
 
 CgroupUnits::CgroupUnits(const std::filesystem::path& root, std::unique_ptr<SlowWork> work)
@@ -29,7 +29,7 @@ CgroupUnits::CgroupUnits(const std::filesystem::path& root, std::unique_ptr<Slow
 void CgroupUnits::beginPass()
 {
     lookups_ = 0;
-    decltype(found_->names) names;
+    std::vector<FoundNames::Name> names;
     {
         const std::lock_guard lock(found_->mutex);
         names.swap(found_->names);

@@ -24,8 +24,7 @@ public:
 
     struct Reading {
         ProcessUnit unit = {};
-        bool ofCgroup =
-            false; ///< its control group in the unified hierarchy decides, and ofCgroup() knows it from here on
+        bool ofCgroup = false; ///< its group in the unified hierarchy decides, and ofCgroup() knows it from here on
     };
     /// Reads /proc/PID/cgroup. `cgroup`: inode number of the process's folder in the unified hierarchy, 0 if unknown.
     /// Absent when the file cannot be read.

@@ -27,6 +27,9 @@ SocketOwner DiagSocketOwners::ownerOf(const SocketFlow& flow)
     if (stack_.isCarried(flow)) {
         return {.kind = Elsewhere};
     }
+    if (flow.localPort == 0 && flow.foreignPort == 0) {
+        return {.kind = Kernel}; // no socket to ask for
+    }
     ++questions_;
     const auto socket = diag_.find(flow);
     if (!socket) {
