@@ -1,10 +1,14 @@
 #include "base/LocalTime.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace meridal {
 
 namespace {
+
+/// The C library keeps its time zone by a lock of its own, which ThreadSanitizer does not see.
+std::mutex zone;
 
 /// A moment of the years that four digits can write, with a year's room for stamps that run ahead of the clock.
 std::time_t wholeSeconds(double wallTime)
@@ -19,6 +23,7 @@ std::tm localTime(double wallTime)
 {
     const std::time_t moment = wholeSeconds(wallTime);
     std::tm local{};
+    const std::lock_guard lock(zone);
     ::localtime_r(&moment, &local);
     return local;
 }
@@ -35,6 +40,7 @@ double wallTimeOfCivil(std::int64_t civil)
     std::tm local{};
     ::gmtime_r(&asIfUTC, &local);
     local.tm_isdst = -1;
+    const std::lock_guard lock(zone);
     return static_cast<double>(std::mktime(&local));
 }
 
