@@ -1,4 +1,4 @@
-#include "platform/ProcArgs.h"
+#include "platform/formats/ProcArgs.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "platform/macos/processes/MacAdapters.h"
 
-#include "platform/ProcArgs.h"
+#include "platform/formats/ProcArgs.h"
 #include "platform/macos/kernel/KernelLayouts.h"
 #include "platform/macos/kernel/SystemSettings.h"
 #include "platform/macos/processes/TaskMemory.h"
