@@ -16,16 +16,16 @@
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
-#include "daemon/BatteryKeeper.h"
-#include "daemon/CaptureKeeper.h"
-#include "daemon/DiskKeeper.h"
+#include "daemon/BatteryService.h"
+#include "daemon/TrafficService.h"
+#include "daemon/DiskService.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
-#include "daemon/NetworkKeeper.h"
-#include "daemon/SensorsKeeper.h"
+#include "daemon/NetworkService.h"
+#include "daemon/SensorService.h"
 #include "daemon/StatusReport.h"
-#include "daemon/UptimeKeeper.h"
+#include "daemon/UptimeService.h"
 #include "daemon/ZAVPowerManager.h"
 #include "daemon/transport/InstanceLock.h"
 #include "daemon/transport/UnixSocketListener.h"
@@ -170,16 +170,16 @@ void shareFolder(Context& context, const std::filesystem::path& folder)
 int serve(Context& context, const Options& options)
 {
     Runtime& runtime = context.runtime;
-    UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
+    UptimeService uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
     HistoryCatalogue catalogue;
-    SensorsKeeper sensors(
+    SensorService sensors(
         context, catalogue, [] { SensorSMCController::sharedSMC().openIfNeeded(); },
         SensorsStatCollectorMac::sharedSensorCollector);
-    BatteryKeeper battery(
+    BatteryService battery(
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
-    DiskKeeper disks(SMARTStatCollector::sharedSMARTCollector());
-    NetworkKeeper network(context, NetworkStatCollectorMac::sharedNetworkCollector());
-    CaptureKeeper capture(context,
+    DiskService disks(SMARTStatCollector::sharedSMARTCollector());
+    NetworkService network(context, NetworkStatCollectorMac::sharedNetworkCollector());
+    TrafficService capture(context,
         {TrafficCounterCollector::sharedTrafficCounterCollector(), PacketStatCollector::sharedPacketCollector(),
             NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
         trafficSourceFrom(options.traffic));

@@ -1,5 +1,5 @@
 #include "collectors/battery/BatteryStatCollectorMac.h"
-#include "daemon/BatteryKeeper.h"
+#include "daemon/BatteryService.h"
 #include "daemon/CollectorPorts.h"
 #include "daemon/ZAVPowerManager.h"
 #include "database/HistoryDatabaseController.h"
@@ -20,7 +20,7 @@ struct BatteryCollectorTest : testing::Test {
         {
             machine.context.databases = &databases;
             collector = std::make_unique<BatteryStatCollectorMac>(machine.context);
-            keeper = std::make_unique<BatteryKeeper>(machine.context, *collector, power);
+            keeper = std::make_unique<BatteryService>(machine.context, *collector, power);
             keeper->plugInto(ports);
             ports.prepareBattery();
             machine.runtime.runDue();
@@ -29,7 +29,7 @@ struct BatteryCollectorTest : testing::Test {
         ZAVPowerManager power;
         CollectorPorts ports;
         std::unique_ptr<BatteryStatCollectorMac> collector;
-        std::unique_ptr<BatteryKeeper> keeper;
+        std::unique_ptr<BatteryService> keeper;
     };
 
     BatteryCollectorTest() { describe("Battery Power"); }
@@ -66,7 +66,7 @@ struct BatteryCollectorTest : testing::Test {
     }
     FakePowerSources& sources() { return machine.powerSources(); }
 
-    Result<Value> ask(void (BatteryKeeper::*question)(const Value&, std::function<void(Result<Value>)>),
+    Result<Value> ask(void (BatteryService::*question)(const Value&, std::function<void(Result<Value>)>),
         const Value& parameters = nullptr)
     {
         std::optional<Result<Value>> answer;
@@ -74,12 +74,12 @@ struct BatteryCollectorTest : testing::Test {
         machine.runtime.runDue();
         return answer ? *answer : Result<Value>(unexpected(ErrorCode::Internal, "no reply"));
     }
-    Value state() { return ask(&BatteryKeeper::state).value(); }
+    Value state() { return ask(&BatteryService::state).value(); }
     /// What was recorded of a figure, oldest first.
     std::vector<double> recorded(const std::string& figure)
     {
         std::vector<double> values;
-        const auto answer = ask(&BatteryKeeper::history, {{"figure", figure}});
+        const auto answer = ask(&BatteryService::history, {{"figure", figure}});
         for (const Value& row : answer ? (*answer)["rows"] : Value::array()) {
             EXPECT_EQ(row["key"], "InternalBattery-0 D1");
             values.insert(values.begin(), row["value"].get<double>());
@@ -133,7 +133,7 @@ TEST_F(BatteryCollectorTest, HistoryComesInBoundedPages)
     Value parameters = {{"figure", "cycles"}, {"limit", 3}, {"key", "InternalBattery-0 D1"}};
     Figures values;
     for (bool more = true; more;) {
-        const auto page = ask(&BatteryKeeper::history, Value::array({parameters}));
+        const auto page = ask(&BatteryService::history, Value::array({parameters}));
         ASSERT_TRUE(page) << page.error().message;
         for (const Value& row : (*page)["rows"]) {
             values.push_back(row["value"].get<double>());
@@ -143,11 +143,11 @@ TEST_F(BatteryCollectorTest, HistoryComesInBoundedPages)
     }
     EXPECT_EQ(values, Figures({107, 106, 105, 104, 103, 102, 101, 100}));
     const double now = machine.runtime.wallTime();
-    const auto late = ask(&BatteryKeeper::history, {{"figure", "cycles"}, {"from", now - 61}, {"until", now}});
+    const auto late = ask(&BatteryService::history, {{"figure", "cycles"}, {"from", now - 61}, {"until", now}});
     EXPECT_EQ((*late)["rows"].size(), 1U);
     for (const char* wrong : {R"({"limit":0})", R"({"limit":501})", R"({"limit":"x"})", R"({"figure":"charge"})",
              R"({"key":1})", R"({"before":"x"})", R"({"from":"x"})", R"({"until":[]})", R"([1,2])", "7"}) {
-        const auto refused = ask(&BatteryKeeper::history, parseUntrusted(wrong).value());
+        const auto refused = ask(&BatteryService::history, parseUntrusted(wrong).value());
         EXPECT_TRUE(!refused && refused.error().code == ErrorCode::InvalidArgument) << wrong;
     }
 }
@@ -158,8 +158,8 @@ TEST_F(BatteryCollectorTest, AFileThatCannotBeReadIsAskedAgainAndLosesNothing)
     std::filesystem::remove_all(path);
     std::ofstream(path) << "no folder"; // nothing can be opened there, and nothing moved out of the way
     start();
-    EXPECT_FALSE(ask(&BatteryKeeper::history));
-    EXPECT_TRUE(ask(&BatteryKeeper::state)) << "which needs no file";
+    EXPECT_FALSE(ask(&BatteryService::history));
+    EXPECT_TRUE(ask(&BatteryService::state)) << "which needs no file";
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
     update();
@@ -253,7 +253,7 @@ TEST_F(BatteryCollectorTest, AUPSThatChangesByItselfIsRecordedAndTimedByItself)
     machine.runtime.advance(100);
     sleepFor(1000);
     describeBoth("AC Power", "Battery Power");
-    const auto rows = ask(&BatteryKeeper::history, {{"figure", "source"}, {"key", "UPS"}}).value()["rows"];
+    const auto rows = ask(&BatteryService::history, {{"figure", "source"}, {"key", "UPS"}}).value()["rows"];
     ASSERT_EQ(rows.size(), 2U) << "without anybody asking";
     EXPECT_EQ(rows[0]["value"], 0);
     machine.runtime.advance(50);
@@ -302,7 +302,7 @@ TEST_F(BatteryCollectorTest, PeripheralsAreReadOnlyForWhoAsksAndNotTooOften)
     EXPECT_EQ(state()["peripherals"].size(), 1U);
     EXPECT_EQ(devices.asked, 2);
     EXPECT_EQ(daemon->collector->itemWithKey("peripheral 7"), nullptr);
-    EXPECT_FALSE(ask(&BatteryKeeper::state, {1}));
+    EXPECT_FALSE(ask(&BatteryService::state, {1}));
 }
 
 } // namespace

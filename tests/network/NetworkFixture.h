@@ -4,7 +4,7 @@
 #include "collectors/network/NetworkStatCollectorItem.h"
 #include "collectors/network/NetworkStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
-#include "daemon/NetworkKeeper.h"
+#include "daemon/NetworkService.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
 
@@ -33,7 +33,7 @@ protected:
         HistoryDatabaseController databases;
         CoreWLanStatCollector wireless;
         NetworkStatCollectorMac collector;
-        NetworkKeeper keeper;
+        NetworkService keeper;
         CollectorPorts ports;
     };
 

@@ -7,7 +7,7 @@
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
 #include "daemon/HistoryQuestions.h"
-#include "daemon/SensorsKeeper.h"
+#include "daemon/SensorService.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/PlatformController.h"
 #include "tests/support/FakeHost.h"
@@ -56,7 +56,7 @@ protected:
         PlatformController platform;
         SensorsStatCollectorMac collector;
         CollectorPorts ports;
-        SensorsKeeper keeper;
+        SensorService keeper;
         int made = 0;
     };
 

@@ -96,7 +96,7 @@ TEST_F(UptimeTest, AnUnknownBootTimeIsWrittenOnceItIsKnown)
     EXPECT_TRUE(rows("select * from uptime").empty());
     EXPECT_EQ(ask().value()["current"]["uptime"], nullptr);
     machine.machine().boot = booted;
-    runtime().advance(UptimeKeeper::noteInterval + 1);
+    runtime().advance(UptimeService::noteInterval + 1);
     EXPECT_EQ(boots(), Times{booted});
     EXPECT_EQ(daemon->collector.boottime(), booted);
 }

@@ -2,7 +2,7 @@
 
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
-#include "daemon/UptimeKeeper.h"
+#include "daemon/UptimeService.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/VirtualRuntime.h"
@@ -33,7 +33,7 @@ protected:
         CollectorPorts ports;
         HistoryDatabaseController databases;
         UptimeStatCollectorMac collector;
-        UptimeKeeper keeper;
+        UptimeService keeper;
     };
 
     UptimeTest() { boot("boot 1"); }

@@ -50,7 +50,7 @@ TEST_F(UptimeTest, EveryKindOfEndIsToldApart)
 TEST_F(UptimeTest, ANoteOnTheWayToSleepDoesNotMakeItACrash)
 {
     startDaemon();
-    runtime().advance(UptimeKeeper::noteInterval - 2);
+    runtime().advance(UptimeService::noteInterval - 2);
     fallAsleep();
     runtime().advance(3); // across a note
     runtime().sleepMachine(90'000, true);

@@ -14,9 +14,9 @@ struct CollectorPorts;
 
 /// Brings the SMART collector into the daemon: the ports for keys 32 and 64, and the clients' question about disks. Main
 /// queue only.
-class DiskKeeper {
+class DiskService {
 public:
-    explicit DiskKeeper(SMARTStatCollector& collector);
+    explicit DiskService(SMARTStatCollector& collector);
 
     /// Fills the daemon's ports for disks. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);

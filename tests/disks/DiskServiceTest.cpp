@@ -1,4 +1,4 @@
-#include "daemon/DiskKeeper.h"
+#include "daemon/DiskService.h"
 
 #include "daemon/CollectorPorts.h"
 #include "tests/disks/DiskFixture.h"
@@ -9,9 +9,9 @@ namespace {
 using testing::_;
 using testing::ElementsAre;
 
-class DiskKeeperTest : public DiskTest {
+class DiskServiceTest : public DiskTest {
 protected:
-    DiskKeeperTest()
+    DiskServiceTest()
     {
         keeper.plugInto(ports);
         keeper.setWanted([this] { return wanted; });
@@ -34,12 +34,12 @@ protected:
         return keys;
     }
 
-    DiskKeeper keeper{*collector};
+    DiskService keeper{*collector};
     CollectorPorts ports;
     HistoryCatalogue catalogue;
 };
 
-TEST_F(DiskKeeperTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
+TEST_F(DiskServiceTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
 {
     const auto ata = plugATA("root/ata/sda", "WX1");
     ata.disk->data = dataPage({{.attributeID = 5, .flags = 0x33, .current = 3, .worst = 3, .raw = 1999},
@@ -63,7 +63,7 @@ TEST_F(DiskKeeperTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
     EXPECT_EQ(disks[0]["attributes"].size(), 1U) << "what is wrong, and no more";
 }
 
-TEST_F(DiskKeeperTest, WhoAsksOftenCausesNoMoreReadings)
+TEST_F(DiskServiceTest, WhoAsksOftenCausesNoMoreReadings)
 {
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
     ports.loadDisks();
@@ -81,7 +81,7 @@ TEST_F(DiskKeeperTest, WhoAsksOftenCausesNoMoreReadings)
     EXPECT_EQ((**ask("null"))["disks"][1]["wear"], 3) << "a new one does not wait";
 }
 
-TEST_F(DiskKeeperTest, TheListComesInPagesAndRefusesNonsense)
+TEST_F(DiskServiceTest, TheListComesInPagesAndRefusesNonsense)
 {
     for (const char* serial : {"A", "B", "C"}) {
         plugATA(std::string("root/ata/") + serial, serial);
@@ -99,7 +99,7 @@ TEST_F(DiskKeeperTest, TheListComesInPagesAndRefusesNonsense)
     }
 }
 
-TEST_F(DiskKeeperTest, HistoryIsOfferedWithoutAskingADisk)
+TEST_F(DiskServiceTest, HistoryIsOfferedWithoutAskingADisk)
 {
     wanted = false;
     const auto ata = plugATA("root/ata/sda", "WX1");

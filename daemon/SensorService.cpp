@@ -1,4 +1,4 @@
-#include "daemon/SensorsKeeper.h"
+#include "daemon/SensorService.h"
 
 #include "base/Runtime.h"
 #include "collectors/HistoryCatalogue.h"
@@ -91,13 +91,13 @@ Value describe(const SensorsStatCollectorMac& collector, const Item& item, Power
 
 } // namespace
 
-SensorsKeeper::SensorsKeeper(
+SensorService::SensorService(
     Context& context, HistoryCatalogue& catalogue, std::function<void()> openSMC, MakeCollector make)
     : context_(context), catalogue_(catalogue), openSMC_(std::move(openSMC)), make_(std::move(make))
 {
 }
 
-SensorsStatCollectorMac& SensorsKeeper::collector()
+SensorsStatCollectorMac& SensorService::collector()
 {
     if (!collector_) {
         collector_ = &make_();
@@ -106,7 +106,7 @@ SensorsStatCollectorMac& SensorsKeeper::collector()
     return *collector_;
 }
 
-void SensorsKeeper::plugInto(CollectorPorts& ports)
+void SensorService::plugInto(CollectorPorts& ports)
 {
     ports.openSensors = [this] {
         openSMC_();
@@ -142,7 +142,7 @@ void SensorsKeeper::plugInto(CollectorPorts& ports)
     };
 }
 
-void SensorsKeeper::addTo(MeridalHistory& history)
+void SensorService::addTo(MeridalHistory& history)
 {
     history.addAsyncMethod(
         method::sensorsList, [this](const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply) {
@@ -151,7 +151,7 @@ void SensorsKeeper::addTo(MeridalHistory& history)
 }
 
 /// Soon after the start power has no average yet: the answer is worth a moment.
-void SensorsKeeper::answer(
+void SensorService::answer(
     const Value& parameters, PowerDetail detail, const std::function<void(Result<Value>)>& reply, int waits)
 {
     constexpr double wait = 0.5; // s
@@ -163,7 +163,7 @@ void SensorsKeeper::answer(
         lifetime_.guard([this, parameters, detail, reply, waits] { answer(parameters, detail, reply, waits - 1); }));
 }
 
-void SensorsKeeper::resume()
+void SensorService::resume()
 {
     collector().discover();
     std::error_code failure;
@@ -172,7 +172,7 @@ void SensorsKeeper::resume()
     }
 }
 
-Result<Value> SensorsKeeper::list(const Value& given, PowerDetail detail)
+Result<Value> SensorService::list(const Value& given, PowerDetail detail)
 {
     Parameters parameters(given);
     const auto after = parameters.text("after");

@@ -16,12 +16,12 @@ struct Peer;
 
 /// Brings the sensors collector into the daemon: the clients' four requests about sensors, their question "sensors.list",
 /// and its history. The collector is made at the start: the record needs nobody who asks. Main queue only.
-class SensorsKeeper {
+class SensorService {
 public:
     using MakeCollector = std::function<SensorsStatCollectorMac&()>;
 
     /// The catalogue, and the collector once it is made, must outlive the keeper's use.
-    SensorsKeeper(Context& context, HistoryCatalogue& catalogue, std::function<void()> openSMC, MakeCollector make);
+    SensorService(Context& context, HistoryCatalogue& catalogue, std::function<void()> openSMC, MakeCollector make);
 
     /// Fills the daemon's ports for sensors. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);

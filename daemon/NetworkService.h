@@ -15,9 +15,9 @@ class NetworkStatCollectorMac;
 
 /// Brings the network collector, bandwidth.db and the network actions into the daemon, and answers the clients'
 /// questions about interfaces and bandwidth. Main queue only, but for the actions.
-class NetworkKeeper {
+class NetworkService {
 public:
-    NetworkKeeper(Context& context, NetworkStatCollectorMac& collector);
+    NetworkService(Context& context, NetworkStatCollectorMac& collector);
 
     /// Fills the daemon's ports. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);

@@ -1,4 +1,4 @@
-#include "daemon/BatteryKeeper.h"
+#include "daemon/BatteryService.h"
 
 #include "base/Runtime.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
@@ -66,7 +66,7 @@ Result<void> readPlace(const Value& parameters, BatteryQuestion& question)
     }
     if (isGiven(parameters, "limit")) {
         const auto count = integer(parameters, "limit");
-        if (!count || *count < 1 || *count > static_cast<std::int64_t>(BatteryKeeper::longestPage)) {
+        if (!count || *count < 1 || *count > static_cast<std::int64_t>(BatteryService::longestPage)) {
             return invalid("\"limit\" must be a whole number from 1 to 500");
         }
         question.limit = static_cast<std::size_t>(*count);
@@ -120,13 +120,13 @@ Result<Value> answerFrom(BatteryFigure figure, const std::optional<BatteryAnswer
 
 } // namespace
 
-BatteryKeeper::BatteryKeeper(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power)
+BatteryService::BatteryService(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power)
     : context_(context), collector_(collector), power_(power)
 {
     collector_.setSleptInAll([&power] { return power.sleptInAll(); });
 }
 
-void BatteryKeeper::plugInto(CollectorPorts& ports)
+void BatteryService::plugInto(CollectorPorts& ports)
 {
     ports.prepareBattery = [this] {
         collector_.prepareDatabase();
@@ -139,7 +139,7 @@ void BatteryKeeper::plugInto(CollectorPorts& ports)
     ports.internalBattery = [this] { return internalBattery(); };
 }
 
-void BatteryKeeper::addTo(MeridalHistory& methods)
+void BatteryService::addTo(MeridalHistory& methods)
 {
     methods.addAsyncMethod(
         method::batteryState, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
@@ -151,7 +151,7 @@ void BatteryKeeper::addTo(MeridalHistory& methods)
         });
 }
 
-std::optional<Dictionary> BatteryKeeper::internalBattery() const
+std::optional<Dictionary> BatteryService::internalBattery() const
 {
     const auto battery = collector_.internalBattery();
     if (!battery) {
@@ -161,7 +161,7 @@ std::optional<Dictionary> BatteryKeeper::internalBattery() const
         {"time", battery->sourceTime()}, {"sleep", power_.sleepTotal()}};
 }
 
-void BatteryKeeper::update()
+void BatteryService::update()
 {
     const double now = context_.runtime.monotonicTime();
     if (lastAsked_ && now - *lastAsked_ < shortestInterval) {
@@ -173,7 +173,7 @@ void BatteryKeeper::update()
     collector_.setDisableAllBluetooth(true);
 }
 
-void BatteryKeeper::state(const Value& parameters, std::function<void(Result<Value>)> reply)
+void BatteryService::state(const Value& parameters, std::function<void(Result<Value>)> reply)
 {
     if (!parameters.is_null() && !parameters.empty()) {
         return reply(invalid("takes no parameters"));
@@ -185,7 +185,7 @@ void BatteryKeeper::state(const Value& parameters, std::function<void(Result<Val
     }));
 }
 
-Value BatteryKeeper::describeAll() const
+Value BatteryService::describeAll() const
 {
     Value batteries = Value::array();
     Value peripherals = Value::array();
@@ -203,7 +203,7 @@ Value BatteryKeeper::describeAll() const
     return answer;
 }
 
-void BatteryKeeper::history(const Value& parameters, std::function<void(Result<Value>)> reply)
+void BatteryService::history(const Value& parameters, std::function<void(Result<Value>)> reply)
 {
     const auto question = questionFrom(parameters);
     if (!question) {

@@ -1,4 +1,4 @@
-#include "daemon/DiskKeeper.h"
+#include "daemon/DiskService.h"
 
 #include "collectors/HistoryCatalogue.h"
 #include "collectors/disks/DiskReport.h"
@@ -17,7 +17,7 @@ namespace {
 struct DiskQuestion {
     ReportedAttributes attributes = ReportedAttributes::Failing;
     std::optional<std::string> after;
-    std::size_t limit = DiskKeeper::longestPage;
+    std::size_t limit = DiskService::longestPage;
 };
 
 Result<DiskQuestion> diskQuestionFrom(const Value& given)
@@ -26,7 +26,7 @@ Result<DiskQuestion> diskQuestionFrom(const Value& given)
     DiskQuestion question;
     question.attributes = parameters.flag("attributes") ? ReportedAttributes::All : ReportedAttributes::Failing;
     question.after = parameters.text("after");
-    question.limit = parameters.limit(question.limit, DiskKeeper::longestPage);
+    question.limit = parameters.limit(question.limit, DiskService::longestPage);
     if (!parameters.valid()) {
         return parameters.failure();
     }
@@ -54,15 +54,18 @@ Result<Value> answer(const SMARTStatCollector& collector, const DiskQuestion& qu
 
 } // namespace
 
-DiskKeeper::DiskKeeper(SMARTStatCollector& collector) : collector_(collector) { collector_.setLoadAllAttributes(true); }
+DiskService::DiskService(SMARTStatCollector& collector) : collector_(collector)
+{
+    collector_.setLoadAllAttributes(true);
+}
 
-void DiskKeeper::setWanted(std::function<bool()> wanted)
+void DiskService::setWanted(std::function<bool()> wanted)
 {
     wanted_ = wanted;
     collector_.setWanted(std::move(wanted));
 }
 
-void DiskKeeper::plugInto(CollectorPorts& ports)
+void DiskService::plugInto(CollectorPorts& ports)
 {
     ports.loadDisks = [this] { collector_.loadDisks(); };
     ports.updateDisks = [this](std::function<void()> done) { collector_.updateStats(std::move(done)); };
@@ -71,13 +74,13 @@ void DiskKeeper::plugInto(CollectorPorts& ports)
     ports.diskStatus = [this] { return collector_.diskStatus(); };
 }
 
-void DiskKeeper::addTo(HistoryCatalogue& catalogue)
+void DiskService::addTo(HistoryCatalogue& catalogue)
 {
     catalogue.add("disks", collector_, [this] { return collector_.temperatureSeries(); });
     catalogue.add("wear", collector_, [this] { return collector_.wearSeries(); });
 }
 
-void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)> reply)
+void DiskService::list(const Value& parameters, std::function<void(Result<Value>)> reply)
 {
     const auto question = diskQuestionFrom(parameters);
     if (!question) {

@@ -1,4 +1,4 @@
-#include "daemon/CaptureKeeper.h"
+#include "daemon/TrafficService.h"
 
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
@@ -24,7 +24,7 @@ TrafficSource trafficSourceFrom(std::string_view name)
     return name == "bpf" ? Bpf : name == "pcap" ? Pcap : name == "sockets" ? Sockets : Auto;
 }
 
-CaptureKeeper::CaptureKeeper(Context& context, const Collectors& collectors, TrafficSource source)
+TrafficService::TrafficService(Context& context, const Collectors& collectors, TrafficSource source)
     : context_(context)
     , counters_(collectors.counters)
     , packets_(collectors.packets)
@@ -34,9 +34,9 @@ CaptureKeeper::CaptureKeeper(Context& context, const Collectors& collectors, Tra
     statistics_.setFigure(NetworkStatisticsStatCollector::Figure::Bytes); // as the others give them
 }
 
-CaptureKeeper::~CaptureKeeper() { stop(); }
+TrafficService::~TrafficService() { stop(); }
 
-void CaptureKeeper::plugInto(CollectorPorts& ports)
+void TrafficService::plugInto(CollectorPorts& ports)
 {
     ports.prepareCapture = [] {}; // the collectors are there already, and idle
     ports.startCapture = [this] { start(); };
@@ -45,7 +45,7 @@ void CaptureKeeper::plugInto(CollectorPorts& ports)
     ports.trafficShares = [this] { return latestShares(); };
 }
 
-void CaptureKeeper::start()
+void TrafficService::start()
 {
     if (counters_.isCounting() || packets_.isCapturing()) {
         return; // a client more: the others' figures go on
@@ -60,7 +60,7 @@ void CaptureKeeper::start()
     }
 }
 
-bool CaptureKeeper::startCounters()
+bool TrafficService::startCounters()
 {
     if (source_ != TrafficSource::Auto && source_ != TrafficSource::Bpf) {
         return false;
@@ -75,7 +75,7 @@ bool CaptureKeeper::startCounters()
     return started.has_value();
 }
 
-bool CaptureKeeper::startCapture()
+bool TrafficService::startCapture()
 {
     if (source_ != TrafficSource::Auto && source_ != TrafficSource::Pcap) {
         return false;
@@ -84,7 +84,7 @@ bool CaptureKeeper::startCapture()
     return packets_.isCapturing();
 }
 
-void CaptureKeeper::startStatistics()
+void TrafficService::startStatistics()
 {
     if (source_ == TrafficSource::Bpf || statistics_.isStarted()) {
         return;
@@ -99,27 +99,27 @@ void CaptureKeeper::startStatistics()
 }
 
 /// Why packets are not captured, and what is done instead.
-void CaptureKeeper::sayWhy(const std::string& instead)
+void TrafficService::sayWhy(const std::string& instead)
 {
     context_.host.limitations->set(
         captureLimitation, "packets cannot be captured (" + packets_.failure() + "); " + instead);
 }
 
 /// One source at a time: what both count would be counted twice.
-void CaptureKeeper::leaveFallBack()
+void TrafficService::leaveFallBack()
 {
     statistics_.stop();
     context_.host.limitations->clear(captureLimitation);
 }
 
-void CaptureKeeper::stop()
+void TrafficService::stop()
 {
     counters_.stop();
     packets_.stopCapture();
     statistics_.stop();
 }
 
-void CaptureKeeper::process()
+void TrafficService::process()
 {
     if (counters_.isCounting()) {
         counters_.process();
@@ -138,7 +138,7 @@ void CaptureKeeper::process()
     }
 }
 
-Dictionary CaptureKeeper::latestShares() const
+Dictionary TrafficService::latestShares() const
 {
     Dictionary shares = {{"source", sourceInUse()}};
     if (counters_.isCounting() || packets_.isCapturing()) {
@@ -150,7 +150,7 @@ Dictionary CaptureKeeper::latestShares() const
     return shares;
 }
 
-const char* CaptureKeeper::sourceInUse() const
+const char* TrafficService::sourceInUse() const
 {
     if (counters_.isCounting()) {
         return "bpf";
@@ -158,7 +158,7 @@ const char* CaptureKeeper::sourceInUse() const
     return packets_.isCapturing() ? "capture" : statistics_.isStarted() ? "counters" : "none";
 }
 
-Dictionary CaptureKeeper::describe() const
+Dictionary TrafficService::describe() const
 {
     TrafficAccount total = counters_.total(); // one of the two, unless the source changed between two clients
     total += packets_.total();

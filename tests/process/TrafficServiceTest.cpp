@@ -1,6 +1,6 @@
 // Which of the three ways to count traffic is taken, and what is told of it.
 
-#include "daemon/CaptureKeeper.h"
+#include "daemon/TrafficService.h"
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/TrafficCounterCollector.h"
@@ -11,16 +11,16 @@
 namespace meridal::test {
 namespace {
 
-class CaptureKeeperTest : public ProcessFixture {
+class TrafficServiceTest : public ProcessFixture {
 protected:
-    CaptureKeeperTest()
+    TrafficServiceTest()
     {
         set(42);
         update();
     }
     void keep(TrafficSource chosen = TrafficSource::Auto)
     {
-        keeper.emplace(machine.context, CaptureKeeper::Collectors{counters, packets, statistics}, chosen);
+        keeper.emplace(machine.context, TrafficService::Collectors{counters, packets, statistics}, chosen);
         keeper->plugInto(ports);
     }
     Value used() { return keeper->describe()["source"]; }
@@ -37,10 +37,10 @@ protected:
     PacketStatCollector packets{machine.context, collector()};
     NetworkStatisticsStatCollector statistics{machine.context, collector()};
     CollectorPorts ports;
-    std::optional<CaptureKeeper> keeper;
+    std::optional<TrafficService> keeper;
 };
 
-TEST_F(CaptureKeeperTest, TheFirstSourceThatWorksIsTaken)
+TEST_F(TrafficServiceTest, TheFirstSourceThatWorksIsTaken)
 {
     keep();
     counting().refusal.reset();
@@ -73,7 +73,7 @@ TEST_F(CaptureKeeperTest, TheFirstSourceThatWorksIsTaken)
     EXPECT_FALSE(machine.host.limitations->all().contains("traffic-counters"));
 }
 
-TEST_F(CaptureKeeperTest, ASourceThatWasChosenStandsForItself)
+TEST_F(TrafficServiceTest, ASourceThatWasChosenStandsForItself)
 {
     const auto sourceFor = [this](TrafficSource chosen) {
         keep(chosen);
@@ -90,7 +90,7 @@ TEST_F(CaptureKeeperTest, ASourceThatWasChosenStandsForItself)
     EXPECT_TRUE(machine.host.limitations->all().contains("traffic-counters"));
 }
 
-TEST_F(CaptureKeeperTest, WithoutTheRightTheKernelsCountersServe)
+TEST_F(TrafficServiceTest, WithoutTheRightTheKernelsCountersServe)
 {
     keep();
     std::vector<std::string> told;

@@ -1,4 +1,4 @@
-#include "daemon/UptimeKeeper.h"
+#include "daemon/UptimeService.h"
 
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/CollectorPorts.h"
@@ -47,7 +47,7 @@ Result<UptimeQuestion> uptimeQuestionFrom(const Value& given)
     question.from = parameters.moment("from").value_or(0);
     question.until = parameters.moment("until");
     question.before = parameters.moment("before");
-    question.limit = parameters.limit(question.limit, UptimeKeeper::longestPage);
+    question.limit = parameters.limit(question.limit, UptimeService::longestPage);
     if (question.until && *question.until < question.from) {
         parameters.refuse(R"("until" lies before "from")");
     }
@@ -80,14 +80,14 @@ Result<Value> answerFrom(const std::optional<UptimeAnswer>& answer)
 
 } // namespace
 
-UptimeKeeper::UptimeKeeper(Context& context, UptimeStatCollectorMac& collector, HistoryDatabaseController& databases)
+UptimeService::UptimeService(Context& context, UptimeStatCollectorMac& collector, HistoryDatabaseController& databases)
     : context_(context), collector_(collector), database_(context, databases, collector)
 {
     // A boot time that is not the key may be a moved one, which would make the boot two.
     database_.whenConfirmed([this] { collector_.addToDatabase(); });
 }
 
-void UptimeKeeper::plugInto(CollectorPorts& ports)
+void UptimeService::plugInto(CollectorPorts& ports)
 {
     ports.prepareUptime = [this] {
         database_.prepareUptime();
@@ -100,14 +100,14 @@ void UptimeKeeper::plugInto(CollectorPorts& ports)
     ports.saveSleep = [this](double from, double until) { database_.saveSleep(from, until); };
 }
 
-void UptimeKeeper::start()
+void UptimeService::start()
 {
     database_.saveBootTime([this](auto reply) { collector_.askForRecordedBoottime(std::move(reply)); });
     notes_ = context_.runtime.startTimer(context_.runtime.mainQueue(),
         {.first = noteInterval, .interval = noteInterval, .leeway = noteLeeway}, [this] { database_.noteRunning(); });
 }
 
-void UptimeKeeper::boots(const Value& parameters, std::function<void(Result<Value>)> reply)
+void UptimeService::boots(const Value& parameters, std::function<void(Result<Value>)> reply)
 {
     const auto question = uptimeQuestionFrom(parameters);
     if (!question) {

@@ -17,9 +17,9 @@ class UptimeStatCollectorMac;
 
 /// Brings the uptime collector and uptime.db into the daemon: its steps at start, sleep and end, a note every ten minutes
 /// that the machine still runs, and the clients' question about boots. Main queue only.
-class UptimeKeeper {
+class UptimeService {
 public:
-    UptimeKeeper(Context& context, UptimeStatCollectorMac& collector, HistoryDatabaseController& databases);
+    UptimeService(Context& context, UptimeStatCollectorMac& collector, HistoryDatabaseController& databases);
 
     /// Fills the daemon's ports for uptime. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);

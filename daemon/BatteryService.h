@@ -20,9 +20,9 @@ class ZAVPowerManager;
 /// Brings the battery collector into the daemon: its steps at the start and at each change of the power source, and the
 /// clients' questions about batteries. Nothing is read on a schedule: between two changes only a client that asks causes
 /// a reading. Main queue only.
-class BatteryKeeper {
+class BatteryService {
 public:
-    BatteryKeeper(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power);
+    BatteryService(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power);
 
     /// Fills the daemon's ports for the battery. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);

@@ -1,4 +1,4 @@
-#include "daemon/NetworkKeeper.h"
+#include "daemon/NetworkService.h"
 
 #include "base/Text.h"
 #include "collectors/network/NetworkStatCollectorItem.h"
@@ -58,7 +58,7 @@ BandwidthQuestion questionFrom(Parameters& parameters)
 {
     BandwidthQuestion question;
     question.by = groupFrom(parameters);
-    question.limit = parameters.limit(usualPage, NetworkKeeper::longestPage);
+    question.limit = parameters.limit(usualPage, NetworkService::longestPage);
     question.from = parameters.moment("from").value_or(-std::numeric_limits<double>::max());
     question.until = parameters.moment("until");
     question.interface = parameters.text("interface");
@@ -102,12 +102,12 @@ Result<Value> answerFrom(const std::optional<BandwidthAnswer>& answer, Bandwidth
 
 } // namespace
 
-NetworkKeeper::NetworkKeeper(Context& context, NetworkStatCollectorMac& collector)
+NetworkService::NetworkService(Context& context, NetworkStatCollectorMac& collector)
     : context_(context), collector_(collector)
 {
 }
 
-void NetworkKeeper::plugInto(CollectorPorts& ports)
+void NetworkService::plugInto(CollectorPorts& ports)
 {
     ports.prepareNetwork = [this] { prepare(); };
     ports.updateNetwork = [this] { collector_.updateStats(); };
@@ -128,7 +128,7 @@ void NetworkKeeper::plugInto(CollectorPorts& ports)
     };
 }
 
-void NetworkKeeper::addTo(MeridalHistory& history)
+void NetworkService::addTo(MeridalHistory& history)
 {
     history.addAsyncMethod(
         method::bandwidthTotals, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
@@ -137,7 +137,7 @@ void NetworkKeeper::addTo(MeridalHistory& history)
     history.addMethod(method::networkInterfaces, [this](const Value& parameters) { return interfaces(parameters); });
 }
 
-void NetworkKeeper::prepare()
+void NetworkService::prepare()
 {
     collector_.setBandwidthDataasePath(context_.paths.bandwidthDatabase().string());
     collector_.prepareBandwidthDatabase();
@@ -145,7 +145,7 @@ void NetworkKeeper::prepare()
     collector_.prepareBandwidthMonitoring();
 }
 
-void NetworkKeeper::totals(const Value& given, std::function<void(Result<Value>)> reply)
+void NetworkService::totals(const Value& given, std::function<void(Result<Value>)> reply)
 {
     Parameters parameters(given);
     const BandwidthQuestion question = questionFrom(parameters);
@@ -158,7 +158,7 @@ void NetworkKeeper::totals(const Value& given, std::function<void(Result<Value>)
         });
 }
 
-Result<Value> NetworkKeeper::interfaces(const Value& given) const
+Result<Value> NetworkService::interfaces(const Value& given) const
 {
     Parameters parameters(given);
     const std::size_t limit = parameters.limit(usualPage, longestPage);

@@ -27,7 +27,7 @@ TrafficSource trafficSourceFrom(std::string_view name);
 
 /// Brings per-process network traffic into the daemon, while a client wants it, from the best source that there is. Main
 /// queue only.
-class CaptureKeeper {
+class TrafficService {
 public:
     struct Collectors {
         TrafficCounterCollector& counters;
@@ -35,10 +35,10 @@ public:
         NetworkStatisticsStatCollector& statistics;
     };
 
-    CaptureKeeper(Context& context, const Collectors& collectors, TrafficSource source = TrafficSource::Auto);
-    ~CaptureKeeper();
-    CaptureKeeper(const CaptureKeeper&) = delete;
-    CaptureKeeper& operator=(const CaptureKeeper&) = delete;
+    TrafficService(Context& context, const Collectors& collectors, TrafficSource source = TrafficSource::Auto);
+    ~TrafficService();
+    TrafficService(const TrafficService&) = delete;
+    TrafficService& operator=(const TrafficService&) = delete;
 
     /// Fills the daemon's ports for capture. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);
