@@ -2,7 +2,6 @@
 
 #include "base/Runtime.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
-#include "daemon/CollectorPorts.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/ZAVPowerManager.h"
 #include "platform/Context.h"
@@ -126,18 +125,16 @@ BatteryService::BatteryService(Context& context, BatteryStatCollectorMac& collec
     collector_.setSleptInAll([&power] { return power.sleptInAll(); });
 }
 
-void BatteryService::plugInto(CollectorPorts& ports)
+void BatteryService::prepare()
 {
-    ports.prepareBattery = [this] {
-        collector_.prepareDatabase();
-        collector_.setDisableAllBluetooth(true); // only those who ask for peripherals have them read
-        collector_.updateStats();
-        // A pack that is full, a second battery and a UPS change without the machine's source.
-        sourcesObservation_ = context_.host.powerSources->observe([this] { collector_.updateStats(); });
-    };
-    ports.updateBattery = [this] { collector_.updateStats(); };
-    ports.internalBattery = [this] { return internalBattery(); };
+    collector_.prepareDatabase();
+    collector_.setDisableAllBluetooth(true); // only those who ask for peripherals have them read
+    update();
+    // A pack that is full, a second battery and a UPS change without the machine's source.
+    sourcesObservation_ = context_.host.powerSources->observe([this] { update(); });
 }
+
+void BatteryService::update() { collector_.updateStats(); }
 
 void BatteryService::addTo(MeridalHistory& methods)
 {
@@ -161,7 +158,7 @@ std::optional<Dictionary> BatteryService::internalBattery() const
         {"time", battery->sourceTime()}, {"sleep", power_.sleepTotal()}};
 }
 
-void BatteryService::update()
+void BatteryService::updateForClient()
 {
     const double now = context_.runtime.monotonicTime();
     if (lastAsked_ && now - *lastAsked_ < shortestInterval) {
@@ -169,7 +166,7 @@ void BatteryService::update()
     }
     lastAsked_ = now;
     collector_.setDisableAllBluetooth(false);
-    collector_.updateStats();
+    update();
     collector_.setDisableAllBluetooth(true);
 }
 
@@ -178,7 +175,7 @@ void BatteryService::state(const Value& parameters, std::function<void(Result<Va
     if (!parameters.is_null() && !parameters.empty()) {
         return reply(invalid("takes no parameters"));
     }
-    update();
+    updateForClient();
     // A source that answers something new tells its observers, so that the collector has it by then.
     context_.host.powerSources->refresh(lifetime_.guard([this, reply = std::move(reply)] {
         collector_.whenPeripheralsKnown([this, reply] { reply(describeAll()); });

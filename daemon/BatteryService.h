@@ -11,21 +11,22 @@
 
 namespace meridal {
 
-struct CollectorPorts;
 struct Context;
 class BatteryStatCollectorMac;
 class MeridalHistory;
 class ZAVPowerManager;
 
-/// Brings the battery collector into the daemon: its steps at the start and at each change of the power source, and the
-/// clients' questions about batteries. Nothing is read on a schedule: between two changes only a client that asks causes
+/// Batteries: the collector's steps at the start and at each change of the power source, and the clients' questions. Nothing is read on a schedule: between two changes only a client that asks causes
 /// a reading. Main queue only.
 class BatteryService {
 public:
     BatteryService(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power);
 
-    /// Fills the daemon's ports for the battery. It must outlive the daemon.
-    void plugInto(CollectorPorts& ports);
+    /// Takes the record up, reads what there is, and from then on at every change.
+    void prepare();
+    void update();
+    /// Key 128: {"key", "source", "time", "sleep"}; absent without an internal battery.
+    std::optional<Dictionary> internalBattery() const;
     /// Adds the two methods below. It must outlive them.
     void addTo(MeridalHistory& methods);
 
@@ -40,8 +41,7 @@ public:
     static constexpr double shortestInterval = 1;
 
 private:
-    void update();
-    std::optional<Dictionary> internalBattery() const;
+    void updateForClient();
     Value describeAll() const;
 
     Context& context_;

@@ -2,8 +2,9 @@
 
 #include "collectors/HistoryCatalogue.h"
 #include "collectors/disks/DiskReport.h"
-#include "daemon/CollectorPorts.h"
+#include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "wire/Methods.h"
 
 #include <algorithm>
 #include <optional>
@@ -65,17 +66,12 @@ void DiskService::setWanted(std::function<bool()> wanted)
     collector_.setWanted(std::move(wanted));
 }
 
-void DiskService::plugInto(CollectorPorts& ports)
+void DiskService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
 {
-    ports.loadDisks = [this] { collector_.loadDisks(); };
-    ports.updateDisks = [this](std::function<void()> done) { collector_.updateStats(std::move(done)); };
-    ports.refreshDisks = [this](std::function<void()> done) { collector_.updateStatsIfDue(std::move(done)); };
-    ports.diskTemperatures = [this] { return collector_.diskTemperatures(); };
-    ports.diskStatus = [this] { return collector_.diskStatus(); };
-}
-
-void DiskService::addTo(HistoryCatalogue& catalogue)
-{
+    methods.addAsyncMethod(
+        method::disksList, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            list(parameters, std::move(reply));
+        });
     catalogue.add("disks", collector_, [this] { return collector_.temperatureSeries(); });
     catalogue.add("wear", collector_, [this] { return collector_.wearSeries(); });
 }

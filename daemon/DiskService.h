@@ -10,18 +10,26 @@
 
 namespace meridal {
 
-struct CollectorPorts;
+class MeridalHistory;
 
-/// Brings the SMART collector into the daemon: the ports for keys 32 and 64, and the clients' question about disks. Main
-/// queue only.
+/// Disks: the readings behind keys 32 and 64, the record, and the clients' question. Main queue only.
 class DiskService {
 public:
     explicit DiskService(SMARTStatCollector& collector);
 
-    /// Fills the daemon's ports for disks. It must outlive the daemon.
-    void plugInto(CollectorPorts& ports);
-    /// Offers the history of temperatures ("disks") and wear ("wear").
-    void addTo(HistoryCatalogue& catalogue);
+    void load() { collector_.loadDisks(); }
+    /// Reads the disks whose turn it is, and runs `done` on the main queue when they have answered, or after a while without
+    /// them.
+    void update(Task done) { collector_.updateStats(std::move(done)); }
+    /// The same for who asks in between: may find that there is nothing to read.
+    void refresh(Task done) { collector_.updateStatsIfDue(std::move(done)); }
+    /// Key 32: an array of {"name", "key", "temperature"}.
+    Value temperatures() const { return collector_.diskTemperatures(); }
+    /// Key 64: an array of {"key", ...}.
+    Value status() const { return collector_.diskStatus(); }
+
+    /// Adds the method below, and the history of temperatures ("disks") and wear ("wear"). It must outlive both.
+    void addTo(MeridalHistory& methods, HistoryCatalogue& catalogue);
     /// Whether a client holds a key of disks, which has disks read more often than the record does.
     void setWanted(std::function<bool()> wanted);
     /// Disks are recorded from now on, whether a client asks or not.

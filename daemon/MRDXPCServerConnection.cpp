@@ -4,6 +4,7 @@
 #include "daemon/MRDXPCServer.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/NetworkActions.h"
+#include "daemon/SensorService.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
@@ -219,7 +220,7 @@ void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)
         Value understood = Value::array();
         std::copy_if(configurations.begin(), configurations.end(), std::back_inserter(understood),
             [](const Value& each) { return each.is_object(); });
-        const std::vector<double> values = daemon_.sensorValues(understood, powerDetail());
+        const std::vector<double> values = daemon_.services().sensors.sensorValues(understood, powerDetail());
         Value readings = Value::array();
         for (std::size_t index = 0; index < values.size(); ++index) {
             const Value* key = find(understood[index], "key");
@@ -232,8 +233,9 @@ void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)
 void MRDXPCServerConnection::armSensors(Value selection, ValueReply reply)
 {
     onMain([this, selection = std::move(selection), reply = std::move(reply)] {
-        Value both = daemon_.supportedArmSensors(selection);
-        for (Value& fan : daemon_.supportedFans(selection)) {
+        SensorService& sensors = daemon_.services().sensors;
+        Value both = sensors.supportedArmSensors(selection);
+        for (Value& fan : sensors.supportedFans(selection)) {
             both.push_back(std::move(fan));
         }
         reply(std::move(both));
@@ -243,15 +245,16 @@ void MRDXPCServerConnection::armSensors(Value selection, ValueReply reply)
 void MRDXPCServerConnection::supportedSensors(Value selection, ValueReply reply)
 {
     onMain([this, selection = std::move(selection), reply = std::move(reply)] {
-        reply({{"sensors", daemon_.supportedElectricSensors(selection, powerDetail())},
-            {"fans", daemon_.supportedFans(selection)}});
+        SensorService& sensors = daemon_.services().sensors;
+        reply({{"sensors", sensors.supportedElectricSensors(selection, powerDetail())},
+            {"fans", sensors.supportedFans(selection)}});
     });
 }
 
 void MRDXPCServerConnection::supportedFans(Value selection, ValueReply reply)
 {
     onMain([this, selection = std::move(selection), reply = std::move(reply)] {
-        reply(daemon_.supportedFans(selection));
+        reply(daemon_.services().sensors.supportedFans(selection));
     });
 }
 

@@ -2,7 +2,13 @@
 
 #include "base/Log.h"
 #include "base/Runtime.h"
+#include "daemon/BatteryService.h"
+#include "daemon/DiskService.h"
 #include "daemon/MRDXPCServerConnection.h"
+#include "daemon/NetworkService.h"
+#include "daemon/SensorService.h"
+#include "daemon/TrafficService.h"
+#include "daemon/UptimeService.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/host/Host.h"
 
@@ -28,32 +34,18 @@ constexpr int mostPassesAtOnce = 8;
 
 MeridalDaemon* sharedInstance = nullptr;
 
-void call(const std::function<void()>& port)
-{
-    if (port) {
-        port();
-    }
-}
-
-template <typename Port, typename... Arguments>
-Value listFrom(const Port& port, const Arguments&... arguments)
-{
-    Value list = port ? port(arguments...) : Value();
-    return list.is_array() ? list : Value::array();
-}
-
 std::string typeOf(RequestKey key) { return std::to_string(mask(key)); }
 
 } // namespace
 
 MeridalDaemon::MeridalDaemon(
-    Context& context, ProcessStatCollector& processes, ZAVPowerManager& power, CollectorPorts ports)
+    Context& context, ProcessStatCollector& processes, ZAVPowerManager& power, Services services)
     : context_(context)
     , processes_(processes)
     , power_(power)
-    , ports_(std::move(ports))
+    , services_(services)
     , server_(*this)
-    , networkActions_(context, ports_)
+    , networkActions_(context)
     , processTimer_(context.runtime)
     , views_(context, processes)
     , usage_(*context.host.selfUsage, context.runtime.monotonicTime())
@@ -64,6 +56,7 @@ MeridalDaemon::MeridalDaemon(
 
 MeridalDaemon::~MeridalDaemon()
 {
+    services_.disks.setWanted({});
     power_.removeDelegate(*this);
     processes_.removeDelegate(*this);
     if (sharedInstance == this) {
@@ -103,10 +96,12 @@ void MeridalDaemon::prepareCollectors()
 {
     Log& log = context_.log;
     log.info("Prepating smc");
-    call(ports_.openSensors);
+    services_.sensors.open();
     log.info("Prepating network");
-    call(ports_.prepareNetwork);
+    services_.network.prepare();
     log.info("Preparing smart");
+    services_.disks.setWanted([this] { return wantsSMART(); });
+    services_.disks.keepRecord();
     log.info("Preparing processes");
     processes_.setSharingProcessCPUCount(listLength);
     processes_.setSharingProcessMemoryCount(listLength);
@@ -118,19 +113,16 @@ void MeridalDaemon::prepareCollectors()
     sourceObservation_ = context_.notifications.observe(
         "PowerNotifierSourceChanged", &power_, [this](const void*, const Dictionary&) { powerSourceChanged(); });
     log.info("Preparing battery");
-    call(ports_.prepareBattery);
+    services_.battery.prepare();
     log.info("Preparing power notifier");
     power_.addDelegate(*this);
-    log.info("Preparing bandwidth");
-    call(ports_.prepareCapture);
+    log.info("Preparing bandwidth"); // its collectors are there already, and idle
 }
 
 void MeridalDaemon::finalize()
 {
     saveShutdownTime();
-    if (ports_.saveBandwidth) {
-        ports_.saveBandwidth({});
-    }
+    services_.network.saveBandwidth({});
     if (context_.databases) {
         context_.databases->commitAllSync();
     }
@@ -175,7 +167,7 @@ void MeridalDaemon::updateProcesses()
     views_.beginPass();
     processes_.update();
     if (holds(processes_.updateMask(), RequestKey::Network)) {
-        call(ports_.processCapture);
+        services_.traffic.process();
         sendNetworkList();
     }
     if (widened) {
@@ -238,7 +230,7 @@ std::string MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
     case RequestKey::Disk:
         return processes_.diskActivityProcesses(grouped);
     case RequestKey::Network: // with what of the traffic is no process's, where that is known
-        return processes_.networkProcesses(grouped, ports_.trafficShares ? ports_.trafficShares() : Dictionary());
+        return processes_.networkProcesses(grouped, services_.traffic.latestShares());
     case RequestKey::Energy:
         return processes_.powerProcesses(grouped);
     default:
@@ -251,16 +243,13 @@ std::string MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
 
 void MeridalDaemon::updateNetwork()
 {
-    if (!ports_.updateNetwork) {
-        return; // no interface collector: no tick either, for every tick is a wake-up
-    }
     context_.runtime.after(networkInterval, lifetime_.guard([this] { updateNetwork(); }));
-    ports_.updateNetwork();
+    services_.network.update();
 }
 
-void MeridalDaemon::startMonitoringNetworkActivity() { call(ports_.startCapture); }
+void MeridalDaemon::startMonitoringNetworkActivity() { services_.traffic.start(); }
 
-void MeridalDaemon::stopMonitoringNetworkActivity() { call(ports_.stopCapture); }
+void MeridalDaemon::stopMonitoringNetworkActivity() { services_.traffic.stop(); }
 
 // Disks
 
@@ -268,7 +257,7 @@ void MeridalDaemon::initializeSmart()
 {
     if (!initializedSMART_) {
         initializedSMART_ = true;
-        call(ports_.loadDisks);
+        services_.disks.load();
         scheduleSMART();
     }
 }
@@ -276,26 +265,20 @@ void MeridalDaemon::initializeSmart()
 void MeridalDaemon::askDisks(Task answered)
 {
     initializeSmart();
-    if (ports_.refreshDisks) {
-        ports_.refreshDisks(lifetime_.guard(std::move(answered)));
-    } else {
-        answered();
-    }
+    services_.disks.refresh(lifetime_.guard(std::move(answered)));
 }
 
 void MeridalDaemon::scheduleSMART()
 {
     smartNeedsUpdate_ = !wantsSMART();
-    if (ports_.updateDisks) {
-        context_.runtime.after(smartInterval, lifetime_.guard([this] { updateSMART(); }));
-    }
+    context_.runtime.after(smartInterval, lifetime_.guard([this] { updateSMART(); }));
 }
 
 void MeridalDaemon::updateSMART()
 {
     scheduleSMART();
-    if (!smartNeedsUpdate_ && ports_.updateDisks) {
-        ports_.updateDisks(lifetime_.guard([this] { sendSmartResults(); }));
+    if (!smartNeedsUpdate_) {
+        services_.disks.update(lifetime_.guard([this] { sendSmartResults(); }));
     }
 }
 
@@ -323,16 +306,14 @@ void MeridalDaemon::sendSmartResults()
 
 EnvelopePtr MeridalDaemon::smartSensors()
 {
-    Value sensors = ports_.diskTemperatures ? ports_.diskTemperatures() : Value::array();
     return std::make_shared<const Envelope>(
-        Dictionary{{"type", typeOf(RequestKey::SmartTemperatures)}, {"sensors", std::move(sensors)}});
+        Dictionary{{"type", typeOf(RequestKey::SmartTemperatures)}, {"sensors", services_.disks.temperatures()}});
 }
 
 EnvelopePtr MeridalDaemon::smartStatus()
 {
-    Value disks = ports_.diskStatus ? ports_.diskStatus() : Value::array();
     return std::make_shared<const Envelope>(
-        Dictionary{{"type", typeOf(RequestKey::SmartStatus)}, {"disks", std::move(disks)}});
+        Dictionary{{"type", typeOf(RequestKey::SmartStatus)}, {"disks", services_.disks.status()}});
 }
 
 // Battery
@@ -340,7 +321,7 @@ EnvelopePtr MeridalDaemon::smartStatus()
 EnvelopePtr MeridalDaemon::internalBatterySourceInfo()
 {
     Dictionary response{{"type", typeOf(RequestKey::InternalBattery)}};
-    if (auto battery = ports_.internalBattery ? ports_.internalBattery() : std::nullopt) {
+    if (auto battery = services_.battery.internalBattery()) {
         response["battery"] = std::move(*battery);
     }
     return std::make_shared<const Envelope>(std::move(response));
@@ -348,7 +329,7 @@ EnvelopePtr MeridalDaemon::internalBatterySourceInfo()
 
 void MeridalDaemon::powerSourceChanged()
 {
-    call(ports_.updateBattery);
+    services_.battery.update();
     const EnvelopePtr source = internalBatterySourceInfo();
     for (const auto& connection : server_.connections()) {
         if (connection->holds(RequestKey::InternalBattery)) {
@@ -357,26 +338,7 @@ void MeridalDaemon::powerSourceChanged()
     }
 }
 
-// Sensors
-
-std::vector<double> MeridalDaemon::sensorValues(const Value& configurations, PowerDetail detail)
-{
-    auto values = ports_.sensorValues ? ports_.sensorValues(configurations, detail) : std::vector<double>();
-    values.resize(configurations.size());
-    return values;
-}
-
-Value MeridalDaemon::supportedElectricSensors(const Value& selection, PowerDetail detail)
-{
-    return listFrom(ports_.supportedElectricSensors, selection, detail);
-}
-
-Value MeridalDaemon::supportedArmSensors(const Value& selection)
-{
-    return listFrom(ports_.supportedArmSensors, selection);
-}
-
-Value MeridalDaemon::supportedFans(const Value& selection) { return listFrom(ports_.supportedFans, selection); }
+// Fans
 
 void MeridalDaemon::setT2SafetyTemperature(double degrees)
 {
@@ -386,27 +348,21 @@ void MeridalDaemon::setT2SafetyTemperature(double degrees)
 
 // Uptime and sleep
 
-void MeridalDaemon::prepareUptime() { call(ports_.prepareUptime); }
+void MeridalDaemon::prepareUptime() { services_.uptime.prepare(); }
 
-void MeridalDaemon::saveBootTime() { call(ports_.saveBootTime); }
+void MeridalDaemon::saveBootTime() { services_.uptime.saveBootTime(); }
 
 void MeridalDaemon::saveShutdownTime()
 {
-    if (ports_.saveShutdownTime) {
-        ports_.saveShutdownTime(Farewell::Shutdown, context_.runtime.wallTime(), {});
-    }
+    services_.uptime.saveShutdownTime(Farewell::Shutdown, context_.runtime.wallTime(), {});
 }
 
 void MeridalDaemon::powerManagerWillSleep()
 {
     sleepTime_ = context_.runtime.wallTime();
     // All without waiting, and side by side: the main queue must be free to give the allowance in time.
-    if (ports_.saveShutdownTime) {
-        ports_.saveShutdownTime(Farewell::Sleep, sleepTime_, power_.delayAllowance());
-    }
-    if (ports_.saveBandwidth) {
-        ports_.saveBandwidth(power_.delayAllowance());
-    }
+    services_.uptime.saveShutdownTime(Farewell::Sleep, sleepTime_, power_.delayAllowance());
+    services_.network.saveBandwidth(power_.delayAllowance());
     if (context_.databases) { // what collectors have recorded since their last commit: the battery may run empty
         context_.databases->commitAll(power_.delayAllowance());
     }
@@ -417,9 +373,7 @@ void MeridalDaemon::powerManagerDidWake()
     if (sleepTime_ <= 0) {
         return;
     }
-    if (ports_.saveSleep) {
-        ports_.saveSleep(sleepTime_, sleepTime_ + power_.lastSleep());
-    }
+    services_.uptime.saveSleep(sleepTime_, sleepTime_ + power_.lastSleep());
     sleepTime_ = 0;
 }
 

@@ -4,11 +4,11 @@
 #include "base/NotificationCenter.h"
 #include "collectors/StatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
-#include "daemon/CollectorPorts.h"
 #include "daemon/FrameRate.h"
 #include "daemon/MRDXPCServer.h"
 #include "daemon/NetworkActions.h"
 #include "daemon/ProcessViews.h"
+#include "daemon/Services.h"
 #include "daemon/UsageWindow.h"
 #include "daemon/ZAVDispatchTimer.h"
 #include "daemon/ZAVPowerManager.h"
@@ -35,7 +35,7 @@ struct PassStatistics {
 class MeridalDaemon final : public StatCollectorDelegate, public ZAVPowerManagerDelegate {
 public:
     /// Runs the start-up sequence.
-    MeridalDaemon(Context& context, ProcessStatCollector& processes, ZAVPowerManager& power, CollectorPorts ports = {});
+    MeridalDaemon(Context& context, ProcessStatCollector& processes, ZAVPowerManager& power, Services services);
     ~MeridalDaemon() override;
 
     /// The process-wide instance: the one that main made last and that still lives.
@@ -45,6 +45,7 @@ public:
     MRDXPCServer& server() { return server_; }
     ProcessStatCollector& processes() { return processes_; }
     ZAVPowerManager& power() { return power_; }
+    const Services& services() { return services_; }
     NetworkActions& networkActions() { return networkActions_; }
     FrameRate& frameRate() { return frameRate_; }
     const PassStatistics& passStatistics() const { return passes_; }
@@ -80,13 +81,6 @@ public:
     EnvelopePtr smartSensors();
     EnvelopePtr smartStatus();
     EnvelopePtr internalBatterySourceInfo();
-
-    // Sensors: what the collector says, or what "no sensors" is
-    /// Of each configuration of the list, in its order.
-    std::vector<double> sensorValues(const Value& configurations, PowerDetail detail);
-    Value supportedElectricSensors(const Value& selection, PowerDetail detail);
-    Value supportedArmSensors(const Value& selection);
-    Value supportedFans(const Value& selection);
 
     // Power and sleep
     void powerSourceChanged();
@@ -125,7 +119,7 @@ private:
     Context& context_;
     ProcessStatCollector& processes_;
     ZAVPowerManager& power_;
-    const CollectorPorts ports_;
+    const Services services_;
     MRDXPCServer server_;
     NetworkActions networkActions_;
     ZAVDispatchTimer processTimer_;

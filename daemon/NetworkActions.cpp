@@ -4,6 +4,7 @@
 #include "base/Runtime.h"
 #include "base/Text.h"
 #include "base/Value.h"
+#include "platform/NetworkNames.h"
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
 
@@ -25,8 +26,8 @@ std::string describe(const std::string& name, const std::optional<std::string>& 
 
 } // namespace
 
-NetworkActions::NetworkActions(Context& context, const CollectorPorts& ports)
-    : context_(context), ports_(ports), queue_(context.runtime.makeSerialQueue("network actions"))
+NetworkActions::NetworkActions(Context& context)
+    : context_(context), queue_(context.runtime.makeSerialQueue("network actions"))
 {
 }
 
@@ -48,11 +49,6 @@ void NetworkActions::perform(const Peer& peer, std::string name, std::optional<s
             return done(unexpected(
                 ErrorCode::NotPermitted, name + " is for root, administrators and the user at this machine"));
         }
-        if (!action) {
-            context_.log.warning(fmt::format("{} asked by {}: nothing here can do it", what, who));
-            return done(unexpected(ErrorCode::Unavailable,
-                name + " needs a network configuration service, which this daemon does not have"));
-        }
         const auto result = action();
         context_.log.info(fmt::format("{} by {}: {}", what, who, result ? "done" : result.error().message));
         done(result);
@@ -61,24 +57,29 @@ void NetworkActions::perform(const Peer& peer, std::string name, std::optional<s
 
 void NetworkActions::refreshDHCP(const Peer& peer, std::string interfaceName, Done done)
 {
-    std::function<Result<void>()> action;
-    if (ports_.refreshDHCP) {
-        action = [this, interfaceName] { return ports_.refreshDHCP(interfaceName); };
-    }
+    auto action = [this, interfaceName]() -> Result<void> {
+        if (!isInterfaceName(interfaceName)) {
+            return unexpected(ErrorCode::InvalidArgument, "that cannot be the name of an interface");
+        }
+        return context_.host.networkConfiguration->refreshLease(interfaceName);
+    };
     perform(peer, method::refreshDHCP, std::move(interfaceName), std::move(action), std::move(done));
 }
 
 void NetworkActions::toggleAirPortPower(const Peer& peer, Done done)
 {
-    perform(peer, method::toggleAirPortPower, std::nullopt, ports_.toggleAirPortPower, std::move(done));
+    auto action = [this] { return context_.host.wireless->togglePower(); };
+    perform(peer, method::toggleAirPortPower, std::nullopt, std::move(action), std::move(done));
 }
 
 void NetworkActions::setNetworkSet(const Peer& peer, std::string identifier, Done done)
 {
-    std::function<Result<void>()> action;
-    if (ports_.setNetworkSet) {
-        action = [this, identifier] { return ports_.setNetworkSet(identifier); };
-    }
+    auto action = [this, identifier]() -> Result<void> {
+        if (!isNetworkSetIdentifier(identifier)) {
+            return unexpected(ErrorCode::InvalidArgument, "that cannot be the name of a network set");
+        }
+        return context_.host.networkConfiguration->setNetworkSet(identifier);
+    };
     perform(peer, method::setNetworkSet, std::move(identifier), std::move(action), std::move(done));
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "daemon/CollectorPorts.h"
+#include "base/Result.h"
 #include "platform/Context.h"
 #include "wire/Link.h"
 
@@ -20,7 +20,7 @@ class NetworkActions {
 public:
     using Done = std::function<void(Result<void>)>;
 
-    NetworkActions(Context& context, const CollectorPorts& ports);
+    explicit NetworkActions(Context& context);
 
     void refreshDHCP(const Peer& peer, std::string interfaceName, Done done);
     void toggleAirPortPower(const Peer& peer, Done done);
@@ -32,7 +32,6 @@ private:
     bool mayChangeNetwork(const Peer& peer);
 
     Context& context_;
-    const CollectorPorts& ports_;
     std::shared_ptr<Queue> queue_;
 };
 

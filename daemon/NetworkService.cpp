@@ -3,12 +3,9 @@
 #include "base/Text.h"
 #include "collectors/network/NetworkStatCollectorItem.h"
 #include "collectors/network/NetworkStatCollectorMac.h"
-#include "daemon/CollectorPorts.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
 #include "platform/Context.h"
-#include "platform/NetworkNames.h"
-#include "platform/host/Host.h"
 #include "wire/Methods.h"
 
 #include <algorithm>
@@ -28,8 +25,6 @@ constexpr std::size_t usualPage = 100;
 constexpr std::array<std::pair<std::string_view, BandwidthGroup>, 6> groups = {{{"hour", BandwidthGroup::Hour},
     {"day", BandwidthGroup::Day}, {"month", BandwidthGroup::Month}, {"interface", BandwidthGroup::Interface},
     {"network", BandwidthGroup::Network}, {"station", BandwidthGroup::Station}}};
-
-Unexpected wrong(std::string message) { return unexpected(ErrorCode::InvalidArgument, std::move(message)); }
 
 BandwidthGroup groupFrom(Parameters& parameters)
 {
@@ -107,26 +102,9 @@ NetworkService::NetworkService(Context& context, NetworkStatCollectorMac& collec
 {
 }
 
-void NetworkService::plugInto(CollectorPorts& ports)
-{
-    ports.prepareNetwork = [this] { prepare(); };
-    ports.updateNetwork = [this] { collector_.updateStats(); };
-    ports.saveBandwidth = [this](Task written) { collector_.saveBandwidth(std::move(written)); };
-    Host& host = context_.host;
-    ports.refreshDHCP = [&host](const std::string& name) -> Result<void> {
-        if (!isInterfaceName(name)) {
-            return wrong("that cannot be the name of an interface");
-        }
-        return host.networkConfiguration->refreshLease(name);
-    };
-    ports.toggleAirPortPower = [&host] { return host.wireless->togglePower(); };
-    ports.setNetworkSet = [&host](const std::string& identifier) -> Result<void> {
-        if (!isNetworkSetIdentifier(identifier)) {
-            return wrong("that cannot be the name of a network set");
-        }
-        return host.networkConfiguration->setNetworkSet(identifier);
-    };
-}
+void NetworkService::update() { collector_.updateStats(); }
+
+void NetworkService::saveBandwidth(Task written) { collector_.saveBandwidth(std::move(written)); }
 
 void NetworkService::addTo(MeridalHistory& history)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
+#include "base/Runtime.h"
 #include "base/Value.h"
 
 #include <cstddef>
@@ -8,19 +9,20 @@
 
 namespace meridal {
 
-struct CollectorPorts;
 struct Context;
 class MeridalHistory;
 class NetworkStatCollectorMac;
 
-/// Brings the network collector, bandwidth.db and the network actions into the daemon, and answers the clients'
-/// questions about interfaces and bandwidth. Main queue only, but for the actions.
+/// Network interfaces and bandwidth.db, and the clients' questions about them. Main queue only.
 class NetworkService {
 public:
     NetworkService(Context& context, NetworkStatCollectorMac& collector);
 
-    /// Fills the daemon's ports. It must outlive the daemon.
-    void plugInto(CollectorPorts& ports);
+    /// Takes the account of bandwidth up.
+    void prepare();
+    void update();
+    /// With `written`, returns at once and runs that on the main queue when it is in the file; without, waits for that.
+    void saveBandwidth(Task written);
     /// Adds the two methods below to the second interface.
     void addTo(MeridalHistory& history);
 
@@ -33,8 +35,6 @@ public:
     static constexpr std::size_t longestPage = 500;
 
 private:
-    void prepare();
-
     Context& context_;
     NetworkStatCollectorMac& collector_;
 };

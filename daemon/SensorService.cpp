@@ -3,7 +3,6 @@
 #include "base/Runtime.h"
 #include "collectors/HistoryCatalogue.h"
 #include "collectors/sensors/SensorKind.h"
-#include "daemon/CollectorPorts.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
 #include "platform/Context.h"
@@ -106,40 +105,48 @@ SensorsStatCollectorMac& SensorService::collector()
     return *collector_;
 }
 
-void SensorService::plugInto(CollectorPorts& ports)
+SensorsStatCollectorMac& SensorService::asked()
 {
-    ports.openSensors = [this] {
-        openSMC_();
-        context_.runtime.mainQueue().post(lifetime_.guard([this] { resume(); })); // once clients are served
-    };
-    ports.sensorValues = [this](const Value& configurations, PowerDetail detail) {
-        collector().noteQuestion();
-        return collector().valuesForConfigs(configurations, detail);
-    };
-    ports.supportedElectricSensors = [this](const Value& selection, PowerDetail detail) {
-        collector().noteQuestion();
-        Value entries = collector().supportedElectricSensors(selection);
-        collector().processSensors(entries);
-        collector().begin();
-        if (detail == PowerDetail::Averaged) {
-            collector().averagePower(entries);
-        }
-        return entries;
-    };
-    ports.supportedFans = [this](const Value& selection) {
-        collector().noteQuestion();
-        Value entries = collector().supportedFans(selection);
-        collector().processFans(entries);
-        collector().begin();
-        return entries;
-    };
-    ports.supportedArmSensors = [this](const Value& selection) {
-        collector().noteQuestion();
-        Value entries = collector().supportedArmSensors(selection);
-        collector().processArmSensors(entries);
-        collector().begin();
-        return entries;
-    };
+    collector().noteQuestion();
+    return collector();
+}
+
+void SensorService::open()
+{
+    openSMC_();
+    context_.runtime.mainQueue().post(lifetime_.guard([this] { resume(); })); // once clients are served
+}
+
+std::vector<double> SensorService::sensorValues(const Value& configurations, PowerDetail detail)
+{
+    return asked().valuesForConfigs(configurations, detail);
+}
+
+Value SensorService::supportedElectricSensors(const Value& selection, PowerDetail detail)
+{
+    Value entries = asked().supportedElectricSensors(selection);
+    collector().processSensors(entries);
+    collector().begin();
+    if (detail == PowerDetail::Averaged) {
+        collector().averagePower(entries);
+    }
+    return entries;
+}
+
+Value SensorService::supportedFans(const Value& selection)
+{
+    Value entries = asked().supportedFans(selection);
+    collector().processFans(entries);
+    collector().begin();
+    return entries;
+}
+
+Value SensorService::supportedArmSensors(const Value& selection)
+{
+    Value entries = asked().supportedArmSensors(selection);
+    collector().processArmSensors(entries);
+    collector().begin();
+    return entries;
 }
 
 void SensorService::addTo(MeridalHistory& history)
@@ -180,8 +187,7 @@ Result<Value> SensorService::list(const Value& given, PowerDetail detail)
     if (!parameters.valid()) {
         return parameters.failure();
     }
-    collector().noteQuestion();
-    collector().discover();
+    asked().discover();
     const auto sensors = ordered(collector());
     auto next = sensors.begin();
     if (after) {

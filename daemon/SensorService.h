@@ -5,26 +5,32 @@
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 
 #include <functional>
+#include <vector>
 
 namespace meridal {
 
 class HistoryCatalogue;
 class MeridalHistory;
-struct CollectorPorts;
 struct Context;
 struct Peer;
 
-/// Brings the sensors collector into the daemon: the clients' four requests about sensors, their question "sensors.list",
-/// and its history. The collector is made at the start: the record needs nobody who asks. Main queue only.
+/// Sensors and fans: the clients' four requests about them, their question "sensors.list", and the history. The collector is made at the start: the record needs nobody who asks. Main queue only.
 class SensorService {
 public:
     using MakeCollector = std::function<SensorsStatCollectorMac&()>;
 
-    /// The catalogue, and the collector once it is made, must outlive the keeper's use.
+    /// The catalogue, and the collector once it is made, must outlive the service's use.
     SensorService(Context& context, HistoryCatalogue& catalogue, std::function<void()> openSMC, MakeCollector make);
 
-    /// Fills the daemon's ports for sensors. It must outlive the daemon.
-    void plugInto(CollectorPorts& ports);
+    /// Opens what sensors are read by, and takes the record up once clients are served.
+    void open();
+    // What clients ask. Selections and configurations are their own words and may be nonsense.
+    /// A value for each configuration of the list, -1 where there is no such sensor.
+    std::vector<double> sensorValues(const Value& configurations, PowerDetail detail);
+    /// Arrays of what the selection names and this machine has.
+    Value supportedElectricSensors(const Value& selection, PowerDetail detail);
+    Value supportedArmSensors(const Value& selection);
+    Value supportedFans(const Value& selection);
     void addTo(MeridalHistory& history);
 
     /// "sensors.list": a page of all sensors, by chip; named parameters "after" (a key) and "limit".
@@ -37,6 +43,8 @@ private:
     static constexpr int mostWaits = 10; ///< halves of a second that an answer waits for a first average of power
 
     SensorsStatCollectorMac& collector();
+    /// The same, for a client.
+    SensorsStatCollectorMac& asked();
     void resume();
     void answer(
         const Value& parameters, PowerDetail detail, const std::function<void(Result<Value>)>& reply, int waits);

@@ -3,7 +3,6 @@
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/TrafficCounterCollector.h"
-#include "daemon/CollectorPorts.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
@@ -35,15 +34,6 @@ TrafficService::TrafficService(Context& context, const Collectors& collectors, T
 }
 
 TrafficService::~TrafficService() { stop(); }
-
-void TrafficService::plugInto(CollectorPorts& ports)
-{
-    ports.prepareCapture = [] {}; // the collectors are there already, and idle
-    ports.startCapture = [this] { start(); };
-    ports.stopCapture = [this] { stop(); };
-    ports.processCapture = [this] { process(); };
-    ports.trafficShares = [this] { return latestShares(); };
-}
 
 void TrafficService::start()
 {

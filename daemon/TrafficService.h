@@ -8,7 +8,6 @@
 
 namespace meridal {
 
-struct CollectorPorts;
 struct Context;
 class NetworkStatisticsStatCollector;
 class PacketStatCollector;
@@ -25,8 +24,7 @@ enum class TrafficSource : std::uint8_t {
 /// By its name on the command line, "bpf"; Auto for any other.
 TrafficSource trafficSourceFrom(std::string_view name);
 
-/// Brings per-process network traffic into the daemon, while a client wants it, from the best source that there is. Main
-/// queue only.
+/// Network traffic by process, while a client wants it, from the best source that there is. Main queue only.
 class TrafficService {
 public:
     struct Collectors {
@@ -40,8 +38,10 @@ public:
     TrafficService(const TrafficService&) = delete;
     TrafficService& operator=(const TrafficService&) = delete;
 
-    /// Fills the daemon's ports for capture. It must outlive the daemon.
-    void plugInto(CollectorPorts& ports);
+    void start();
+    void stop();
+    /// Adds what came since the last pass to the process items.
+    void process();
 
     /// For `status`: how traffic is counted, and what became of it since the start.
     Dictionary describe() const;
@@ -50,9 +50,6 @@ public:
     Dictionary latestShares() const;
 
 private:
-    void start();
-    void stop();
-    void process();
     bool startCounters();
     bool startCapture();
     void startStatistics();

@@ -1,9 +1,10 @@
 #include "daemon/UptimeService.h"
 
 #include "collectors/uptime/UptimeStatCollectorMac.h"
-#include "daemon/CollectorPorts.h"
+#include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
 #include "platform/Context.h"
+#include "wire/Methods.h"
 
 #include <utility>
 
@@ -87,20 +88,28 @@ UptimeService::UptimeService(Context& context, UptimeStatCollectorMac& collector
     database_.whenConfirmed([this] { collector_.addToDatabase(); });
 }
 
-void UptimeService::plugInto(CollectorPorts& ports)
+void UptimeService::prepare()
 {
-    ports.prepareUptime = [this] {
-        database_.prepareUptime();
-        collector_.prepareDatabase();
-    };
-    ports.saveBootTime = [this] { start(); };
-    ports.saveShutdownTime = [this](Farewell why, double time, Task written) {
-        database_.saveShutdownTime(why, time, std::move(written));
-    };
-    ports.saveSleep = [this](double from, double until) { database_.saveSleep(from, until); };
+    database_.prepareUptime();
+    collector_.prepareDatabase();
 }
 
-void UptimeService::start()
+void UptimeService::saveShutdownTime(Farewell why, double time, Task written)
+{
+    database_.saveShutdownTime(why, time, std::move(written));
+}
+
+void UptimeService::saveSleep(double from, double until) { database_.saveSleep(from, until); }
+
+void UptimeService::addTo(MeridalHistory& methods)
+{
+    methods.addAsyncMethod(
+        method::uptimeBoots, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            boots(parameters, std::move(reply));
+        });
+}
+
+void UptimeService::saveBootTime()
 {
     database_.saveBootTime([this](auto reply) { collector_.askForRecordedBoottime(std::move(reply)); });
     notes_ = context_.runtime.startTimer(context_.runtime.mainQueue(),

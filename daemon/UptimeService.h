@@ -10,19 +10,25 @@
 
 namespace meridal {
 
-struct CollectorPorts;
+class MeridalHistory;
 struct Context;
 class HistoryDatabaseController;
 class UptimeStatCollectorMac;
 
-/// Brings the uptime collector and uptime.db into the daemon: its steps at start, sleep and end, a note every ten minutes
+/// Boots and sleeps: the steps of uptime.db at start, sleep and end, a note every ten minutes
 /// that the machine still runs, and the clients' question about boots. Main queue only.
 class UptimeService {
 public:
     UptimeService(Context& context, UptimeStatCollectorMac& collector, HistoryDatabaseController& databases);
 
-    /// Fills the daemon's ports for uptime. It must outlive the daemon.
-    void plugInto(CollectorPorts& ports);
+    void prepare();
+    /// From here on the record also notes that the machine runs.
+    void saveBootTime();
+    /// With `written`, returns at once and runs that on the main queue when it is in the file; without, waits for that.
+    void saveShutdownTime(Farewell why, double time, Task written);
+    void saveSleep(double from, double until); ///< s since 1970
+    /// Adds the method below. It must outlive it.
+    void addTo(MeridalHistory& methods);
     UptimeDatabase& database() { return database_; }
 
     /// "uptime.boots": an object with "from", "until", "before" (s since 1970) and "limit", each of them optional; also
@@ -33,8 +39,6 @@ public:
     static constexpr std::size_t longestPage = 500;
 
 private:
-    void start();
-
     Context& context_;
     UptimeStatCollectorMac& collector_;
     UptimeDatabase database_;

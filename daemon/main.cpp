@@ -17,7 +17,6 @@
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryService.h"
-#include "daemon/TrafficService.h"
 #include "daemon/DiskService.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalDaemon.h"
@@ -25,6 +24,7 @@
 #include "daemon/NetworkService.h"
 #include "daemon/SensorService.h"
 #include "daemon/StatusReport.h"
+#include "daemon/TrafficService.h"
 #include "daemon/UptimeService.h"
 #include "daemon/ZAVPowerManager.h"
 #include "daemon/transport/InstanceLock.h"
@@ -179,38 +179,22 @@ int serve(Context& context, const Options& options)
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     DiskService disks(SMARTStatCollector::sharedSMARTCollector());
     NetworkService network(context, NetworkStatCollectorMac::sharedNetworkCollector());
-    TrafficService capture(context,
+    TrafficService traffic(context,
         {TrafficCounterCollector::sharedTrafficCounterCollector(), PacketStatCollector::sharedPacketCollector(),
             NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
         trafficSourceFrom(options.traffic));
-    CollectorPorts ports;
-    uptime.plugInto(ports);
-    sensors.plugInto(ports);
-    battery.plugInto(ports);
-    disks.plugInto(ports);
-    capture.plugInto(ports);
-    network.plugInto(ports);
-    MeridalDaemon daemon(
-        context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), std::move(ports));
-    disks.setWanted([&daemon] { return daemon.wantsSMART(); });
-    disks.keepRecord();
+    MeridalDaemon daemon(context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(),
+        {uptime, sensors, battery, disks, network, traffic});
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     if (const std::string_view method = context.host.processes->method(); !method.empty()) {
         status.addSection("processes", [method] { return Dictionary{{"source", method}}; });
     }
-    status.addSection("capture", [&capture] { return capture.describe(); });
+    status.addSection("capture", [&traffic] { return traffic.describe(); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod(method::status, [&status](const Value&) { return status.build(); });
-    history.addAsyncMethod(
-        method::uptimeBoots, [&uptime](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
-            uptime.boots(parameters, std::move(reply));
-        });
-    history.addAsyncMethod(
-        method::disksList, [&disks](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
-            disks.list(parameters, std::move(reply));
-        });
-    disks.addTo(catalogue);
+    uptime.addTo(history);
+    disks.addTo(history, catalogue);
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     sensors.addTo(history);

@@ -1,6 +1,5 @@
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "daemon/BatteryService.h"
-#include "daemon/CollectorPorts.h"
 #include "daemon/ZAVPowerManager.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
@@ -20,16 +19,14 @@ struct BatteryCollectorTest : testing::Test {
         {
             machine.context.databases = &databases;
             collector = std::make_unique<BatteryStatCollectorMac>(machine.context);
-            keeper = std::make_unique<BatteryService>(machine.context, *collector, power);
-            keeper->plugInto(ports);
-            ports.prepareBattery();
+            service = std::make_unique<BatteryService>(machine.context, *collector, power);
+            service->prepare();
             machine.runtime.runDue();
         }
         HistoryDatabaseController databases;
         ZAVPowerManager power;
-        CollectorPorts ports;
         std::unique_ptr<BatteryStatCollectorMac> collector;
-        std::unique_ptr<BatteryService> keeper;
+        std::unique_ptr<BatteryService> service;
     };
 
     BatteryCollectorTest() { describe("Battery Power"); }
@@ -55,7 +52,7 @@ struct BatteryCollectorTest : testing::Test {
     }
     void update()
     {
-        daemon->ports.updateBattery();
+        daemon->service->update();
         machine.runtime.runDue();
     }
     void sleepFor(double seconds)
@@ -70,7 +67,7 @@ struct BatteryCollectorTest : testing::Test {
         const Value& parameters = nullptr)
     {
         std::optional<Result<Value>> answer;
-        (daemon->keeper.get()->*question)(parameters, [&answer](Result<Value> result) { answer = std::move(result); });
+        (daemon->service.get()->*question)(parameters, [&answer](Result<Value> result) { answer = std::move(result); });
         machine.runtime.runDue();
         return answer ? *answer : Result<Value>(unexpected(ErrorCode::Internal, "no reply"));
     }
@@ -171,13 +168,13 @@ TEST_F(BatteryCollectorTest, TheDaemonsPortsTellTheSourceOfTheMachinesOwnBattery
     sources().sources.clear();
     sources().batteries.clear();
     start();
-    EXPECT_FALSE(daemon->ports.internalBattery());
+    EXPECT_FALSE(daemon->service->internalBattery());
     EXPECT_FALSE(daemon->collector->primaryBattery());
     describe("Battery Power");
     update();
     const double changed = machine.runtime.wallTime();
     sleepFor(500);
-    EXPECT_EQ(daemon->ports.internalBattery(),
+    EXPECT_EQ(daemon->service->internalBattery(),
         (Dictionary{{"key", "InternalBattery-0 D1"}, {"source", 0}, {"time", changed}, {"sleep", 500.0}}));
     machine.runtime.advance(70);
     EXPECT_NEAR(state()["batteries"][0]["awakeOnSource"].get<double>(), 70, 0.01);
@@ -279,7 +276,7 @@ TEST_F(BatteryCollectorTest, PeripheralsAreReadOnlyForWhoAsksAndNotTooOften)
     devices.slow = true;
     std::vector<Value> answers;
     for (int i = 0; i < 3; ++i) {
-        daemon->keeper->state({}, [&](Result<Value> result) { answers.push_back(result.value()); });
+        daemon->service->state({}, [&](Result<Value> result) { answers.push_back(result.value()); });
     }
     machine.runtime.advance(2);
     EXPECT_TRUE(answers.empty()) << "they wait for the devices";

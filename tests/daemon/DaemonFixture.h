@@ -3,6 +3,7 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "daemon/MRDXPCServerConnection.h"
 #include "daemon/MeridalDaemon.h"
+#include "tests/daemon/AllServices.h"
 #include "tests/support/FakeClient.h"
 #include "tests/support/FakeHost.h"
 
@@ -14,7 +15,7 @@
 
 namespace meridal::test {
 
-/// A daemon on a fake machine, with ports that write down that they were called.
+/// A daemon with all its services on a fake machine.
 class DaemonTest : public ::testing::Test {
 protected:
     struct Client {
@@ -28,11 +29,10 @@ protected:
         machine.processes().set({.pid = 42, .parentPid = 1, .present = ProcessFields::All, .name = "worker"});
     }
 
-    MeridalDaemon& start(CollectorPorts ports = {})
+    MeridalDaemon& start()
     {
-        ports.startCapture = [this] { calls.emplace_back("startCapture"); };
-        ports.stopCapture = [this] { calls.emplace_back("stopCapture"); };
-        daemon = std::make_unique<MeridalDaemon>(machine.context, collector, power, std::move(ports));
+        machine.trafficCounters().refusal.reset();
+        daemon = std::make_unique<MeridalDaemon>(machine.context, collector, power, house.services);
         machine.runtime.runDue();
         return *daemon;
     }
@@ -91,12 +91,11 @@ protected:
     {
         return std::static_pointer_cast<MRDXPCServerConnection>(client.daemon)->updateMask();
     }
-    std::ptrdiff_t called(const std::string& name) const { return std::count(calls.begin(), calls.end(), name); }
 
     FakeMachine machine;
     ProcessStatCollector collector{machine.context};
     ZAVPowerManager power{machine.context};
-    std::vector<std::string> calls;
+    AllServices house{machine, collector, power};
     std::unique_ptr<MeridalDaemon> daemon;
 };
 

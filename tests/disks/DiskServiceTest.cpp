@@ -1,6 +1,6 @@
 #include "daemon/DiskService.h"
 
-#include "daemon/CollectorPorts.h"
+#include "daemon/MeridalHistory.h"
 #include "tests/disks/DiskFixture.h"
 
 namespace meridal::test {
@@ -13,14 +13,13 @@ class DiskServiceTest : public DiskTest {
 protected:
     DiskServiceTest()
     {
-        keeper.plugInto(ports);
-        keeper.setWanted([this] { return wanted; });
-        keeper.addTo(catalogue);
+        service.setWanted([this] { return wanted; });
+        service.addTo(methods, catalogue);
     }
     std::optional<Result<Value>> ask(const char* parameters)
     {
         std::optional<Result<Value>> answer;
-        keeper.list(
+        service.list(
             parseUntrusted(parameters).value(), [&](Result<Value> result) { answer.emplace(std::move(result)); });
         machine.runtime.runDue();
         return answer;
@@ -34,8 +33,8 @@ protected:
         return keys;
     }
 
-    DiskService keeper{*collector};
-    CollectorPorts ports;
+    DiskService service{*collector};
+    MeridalHistory methods{machine.runtime.mainQueue()};
     HistoryCatalogue catalogue;
 };
 
@@ -50,7 +49,7 @@ TEST_F(DiskServiceTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
     EXPECT_EQ((**ask("null"))["disks"].size(), 0U);
     EXPECT_EQ(ata.disk->questions(), 0);
     wanted = true;
-    ports.loadDisks();
+    service.load();
     Value disks = (**ask(R"([{"attributes":true}])"))["disks"];
     EXPECT_THAT(disks, ElementsAre(hasMembers({{"temperature", 40}}), hasMembers({{"healthy", false}, {"wear", 101}})));
     EXPECT_THAT(disks[0]["attributes"],
@@ -66,7 +65,7 @@ TEST_F(DiskServiceTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
 TEST_F(DiskServiceTest, WhoAsksOftenCausesNoMoreReadings)
 {
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
-    ports.loadDisks();
+    service.load();
     for (int second = 0; second < 60; ++second) {
         ask("null");
         ask(R"({"after":"S5GX"})");
@@ -86,7 +85,7 @@ TEST_F(DiskServiceTest, TheListComesInPagesAndRefusesNonsense)
     for (const char* serial : {"A", "B", "C"}) {
         plugATA(std::string("root/ata/") + serial, serial);
     }
-    ports.loadDisks();
+    service.load();
     const Value first = **ask(R"({"limit":2})");
     EXPECT_THAT(first["disks"], ElementsAre(hasMembers({{"key", "A"}}), hasMembers({{"key", "B"}})));
     EXPECT_EQ(first["more"], true);

@@ -213,7 +213,7 @@ TEST_F(BandwidthTest, SleepAndTheEndStoreWhatThereIs)
     carry("en0", megabyte, 0);
     const double asleep = now();
     bool written = false;
-    daemon->ports.saveBandwidth([&written] { written = true; });
+    daemon->service.saveBandwidth([&written] { written = true; });
     EXPECT_FALSE(written) << "the main queue does not wait";
     runtime().runDue();
     EXPECT_TRUE(written);
@@ -223,7 +223,7 @@ TEST_F(BandwidthTest, SleepAndTheEndStoreWhatThereIs)
     machine.network().transfer("en0", 2 * megabyte, 0);
     passBoundary();
     carry("en0", 4 * megabyte, 0);
-    daemon->ports.saveBandwidth({});
+    daemon->service.saveBandwidth({});
     const auto stored = samples();
     ASSERT_EQ(stored.size(), 4U);
     EXPECT_EQ(stored[0]["end"], asleep);
@@ -313,18 +313,18 @@ TEST_F(BandwidthTest, ASlowDiskAtTheStartHoldsUpNothing)
     plugIn("en0", 1);
     const double before = runtime().monotonicTime();
     daemon = std::make_unique<Daemon>(machine.context, HistoryDatabaseItem::Limits{.vfs = "slow-bandwidth"});
-    daemon->ports.updateNetwork();
+    daemon->service.update();
     machine.network().transfer("en0", megabyte, 0);
-    daemon->ports.updateNetwork();
+    daemon->service.update();
     EXPECT_EQ(runtime().monotonicTime(), before);
     EXPECT_EQ(totals({{"interface", "other"}}).at("totals").size(), 0U) << "an answer";
     EXPECT_GE(runtime().monotonicTime(), before + 20);
 
     daemon = std::make_unique<Daemon>(machine.context, HistoryDatabaseItem::Limits{.vfs = "slow-bandwidth"});
-    daemon->ports.updateNetwork();
+    daemon->service.update();
     machine.network().transfer("en0", megabyte, 0);
-    daemon->ports.updateNetwork();
-    daemon->ports.saveBandwidth({});
+    daemon->service.update();
+    daemon->service.saveBandwidth({});
     EXPECT_EQ(rows("SELECT interface, upload FROM bandwidth_samples"),
         (std::vector<Dictionary>{{{"interface", 8}, {"upload", 1e6}}}));
     daemon.reset(); // before the disk goes
@@ -370,7 +370,7 @@ TEST_F(BandwidthTest, EveryOlderLayoutIsBroughtUpToDateWithItsRows)
                 << "no table was put aside";
             EXPECT_EQ(collector().identifierForBSSID("aa:aa:aa:aa:aa:aa", "Home"), 1);
             EXPECT_EQ(collector().identifierForBSSID("aa:aa:aa:aa:aa:aa", "Home, renamed"), 1);
-            daemon->ports.saveBandwidth({});
+            daemon->service.saveBandwidth({});
             EXPECT_EQ(rows("SELECT name FROM bandwidth_wifi_map"), (std::vector<Dictionary>{{{"name", "Home"}}}));
         }
     }
@@ -411,13 +411,13 @@ RC_GTEST_FIXTURE_PROP(BandwidthTest, TheSumsAgreeWithTheCounters, ())
             replug(name, name, 1);
             break;
         case 4:
-            daemon->ports.saveBandwidth([] {});
+            daemon->service.saveBandwidth([] {});
             break;
         default:
             break;
         }
     }
-    daemon->ports.saveBandwidth({});
+    daemon->service.saveBandwidth({});
     RC_ASSERT(sum("upload") == carried);
     RC_ASSERT(sum("download") == carried);
 }

@@ -3,7 +3,6 @@
 #include "collectors/network/CoreWLanStatCollector.h"
 #include "collectors/network/NetworkStatCollectorItem.h"
 #include "collectors/network/NetworkStatCollectorMac.h"
-#include "daemon/CollectorPorts.h"
 #include "daemon/NetworkService.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
@@ -25,16 +24,14 @@ protected:
             : databases(context, limits)
             , wireless(context)
             , collector(context, databases, wireless)
-            , keeper(context, collector)
+            , service(context, collector)
         {
-            keeper.plugInto(ports);
-            ports.prepareNetwork();
+            service.prepare();
         }
         HistoryDatabaseController databases;
         CoreWLanStatCollector wireless;
         NetworkStatCollectorMac collector;
-        NetworkService keeper;
-        CollectorPorts ports;
+        NetworkService service;
     };
 
     VirtualRuntime& runtime() { return machine.runtime; }
@@ -51,7 +48,7 @@ protected:
     void tick(double seconds = 2)
     {
         runtime().advance(seconds);
-        daemon->ports.updateNetwork();
+        daemon->service.update();
         runtime().runDue();
     }
     void begin()
@@ -114,7 +111,7 @@ protected:
     Value totals(const Value& parameters)
     {
         std::optional<Result<Value>> answer;
-        daemon->keeper.totals(parameters, [&answer](Result<Value> result) { answer = std::move(result); });
+        daemon->service.totals(parameters, [&answer](Result<Value> result) { answer = std::move(result); });
         runtime().runDue();
         return answer && *answer ? **answer : Value();
     }

@@ -1,3 +1,4 @@
+#include "daemon/NetworkActions.h"
 #include "platform/NetworkNames.h"
 #include "tests/network/NetworkFixture.h"
 #include "tests/support/HasMembers.h"
@@ -122,7 +123,7 @@ TEST_F(NetworkStatCollectorTest, InterfacesComeInBoundedPages)
     std::vector<std::string> names;
     Value parameters = {{"limit", 3}};
     for (bool more = true; more;) {
-        const auto page = daemon->keeper.interfaces(parameters);
+        const auto page = daemon->service.interfaces(parameters);
         ASSERT_TRUE(page);
         for (const Value& interface : (*page)["interfaces"]) {
             names.push_back(interface["interface"]);
@@ -132,25 +133,32 @@ TEST_F(NetworkStatCollectorTest, InterfacesComeInBoundedPages)
     }
     EXPECT_EQ(names.size(), 8U);
     EXPECT_EQ(names.back(), "\xEF\xBF\xBDname");
-    EXPECT_FALSE(daemon->keeper.interfaces({{"limit", 501}}));
-    EXPECT_FALSE(daemon->keeper.interfaces(Value::array({1, 2})));
+    EXPECT_FALSE(daemon->service.interfaces({{"limit", 501}}));
+    EXPECT_FALSE(daemon->service.interfaces(Value::array({1, 2})));
 }
 
 TEST_F(NetworkStatCollectorTest, ActionsReachTheHostOnlyWithNamesThatAreNames)
 {
-    startDaemon();
+    NetworkActions actions(machine.context);
+    const auto works = [&](auto action, const auto&... arguments) {
+        bool worked = false;
+        (actions.*action)(Peer{.uid = 0, .known = true}, arguments...,
+            [&](const Result<void>& result) { worked = result.has_value(); });
+        runtime().runDue();
+        return worked;
+    };
     for (const char* name :
         {"", "-r", "../etc", "eth0;reboot", "eth 0", "..", "eth0\n", "a2345678901234567", "\xC3\xA9th"}) {
-        EXPECT_FALSE(daemon->ports.refreshDHCP(name)) << name;
+        EXPECT_FALSE(works(&NetworkActions::refreshDHCP, name)) << name;
     }
     for (const char* name : {"", "-x", "../../x", "a/b", "a\\b", "tab\t", "\xFF", ".hidden"}) {
-        EXPECT_FALSE(daemon->ports.setNetworkSet(name)) << name;
+        EXPECT_FALSE(works(&NetworkActions::setNetworkSet, name)) << name;
     }
     EXPECT_FALSE(isNetworkSetIdentifier(std::string(129, 'x')));
     EXPECT_FALSE(isInterfaceName(std::string_view("eth0\0x", 6)));
-    EXPECT_TRUE(daemon->ports.refreshDHCP("enp0s31f6.100"));
-    EXPECT_TRUE(daemon->ports.setNetworkSet("Caf\xC3\xA9 (upstairs)"));
-    EXPECT_TRUE(daemon->ports.toggleAirPortPower());
+    EXPECT_TRUE(works(&NetworkActions::refreshDHCP, "enp0s31f6.100"));
+    EXPECT_TRUE(works(&NetworkActions::setNetworkSet, "Caf\xC3\xA9 (upstairs)"));
+    EXPECT_TRUE(works(&NetworkActions::toggleAirPortPower));
     EXPECT_EQ(machine.networkConfiguration().refreshed, std::vector<std::string>{"enp0s31f6.100"});
     EXPECT_EQ(machine.networkConfiguration().sets, std::vector<std::string>{"Caf\xC3\xA9 (upstairs)"});
     EXPECT_FALSE(machine.wireless().powered);

@@ -4,7 +4,6 @@
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/TrafficCounterCollector.h"
-#include "daemon/CollectorPorts.h"
 #include "tests/process/FrameBytes.h"
 #include "tests/process/ProcessFixture.h"
 
@@ -20,10 +19,9 @@ protected:
     }
     void keep(TrafficSource chosen = TrafficSource::Auto)
     {
-        keeper.emplace(machine.context, TrafficService::Collectors{counters, packets, statistics}, chosen);
-        keeper->plugInto(ports);
+        service.emplace(machine.context, TrafficService::Collectors{counters, packets, statistics}, chosen);
     }
-    Value used() { return keeper->describe()["source"]; }
+    Value used() { return service->describe()["source"]; }
     FakePacketTap& tap() { return machine.packetTap(); }
     FakeTrafficCounters& counting() { return machine.trafficCounters(); }
     void deliver(unsigned bytes)
@@ -36,40 +34,39 @@ protected:
     TrafficCounterCollector counters{machine.context, collector()};
     PacketStatCollector packets{machine.context, collector()};
     NetworkStatisticsStatCollector statistics{machine.context, collector()};
-    CollectorPorts ports;
-    std::optional<TrafficService> keeper;
+    std::optional<TrafficService> service;
 };
 
 TEST_F(TrafficServiceTest, TheFirstSourceThatWorksIsTaken)
 {
     keep();
     counting().refusal.reset();
-    ports.startCapture();
-    ports.startCapture();
+    service->start();
+    service->start();
     EXPECT_EQ(counting().begun, 1) << "a second client does not start it over";
     EXPECT_EQ(used(), "bpf");
-    EXPECT_EQ(keeper->describe()["method"], "fake");
+    EXPECT_EQ(service->describe()["method"], "fake");
     EXPECT_EQ(tap().begun, 0);
     TrafficCount count;
     count.process = {42, 42};
     count.bytesReceived = 1000;
     counting().next.counts = {count};
     counting().next.interfaceBytesReceived = 1014;
-    ports.processCapture();
-    EXPECT_EQ(keeper->latestShares()["attributed"]["d"], 1000);
-    EXPECT_EQ(keeper->latestShares()["kernel"]["d"], 14);
-    EXPECT_EQ(keeper->describe()["processBytes"], 1000);
-    ports.stopCapture();
+    service->process();
+    EXPECT_EQ(service->latestShares()["attributed"]["d"], 1000);
+    EXPECT_EQ(service->latestShares()["kernel"]["d"], 14);
+    EXPECT_EQ(service->describe()["processBytes"], 1000);
+    service->stop();
     EXPECT_EQ(counting().running, 0);
     EXPECT_EQ(used(), "none");
 
     counting().refusal = {ErrorCode::NotPermitted, "locked down"};
-    ports.startCapture();
+    service->start();
     EXPECT_EQ(used(), "capture");
     EXPECT_NE(machine.host.limitations->all().at("traffic-counters").find("locked down"), std::string::npos);
     counting().refusal.reset();
-    ports.stopCapture();
-    ports.startCapture();
+    service->stop();
+    service->start();
     EXPECT_FALSE(machine.host.limitations->all().contains("traffic-counters"));
 }
 
@@ -77,8 +74,8 @@ TEST_F(TrafficServiceTest, ASourceThatWasChosenStandsForItself)
 {
     const auto sourceFor = [this](TrafficSource chosen) {
         keep(chosen);
-        ports.startCapture();
-        ports.processCapture();
+        service->start();
+        service->process();
         return used();
     };
     counting().refusal.reset();
@@ -96,33 +93,33 @@ TEST_F(TrafficServiceTest, WithoutTheRightTheKernelsCountersServe)
     std::vector<std::string> told;
     machine.host.limitations->listen([&](const std::string& key, const std::string&) { told.push_back(key); });
     tap().refusal = "Operation not permitted";
-    ports.startCapture();
-    ports.startCapture();
+    service->start();
+    service->start();
     changeNetwork();
     EXPECT_EQ(tap().refused, 2) << "as often as it was asked for, whatever the network does";
-    ports.processCapture();
+    service->process();
     EXPECT_EQ(told, std::vector<std::string>{"packet-capture"}) << "said once";
     EXPECT_TRUE(statistics.isStarted());
     EXPECT_EQ(used(), "counters");
-    EXPECT_EQ(keeper->latestShares(), (Dictionary{{"source", "counters"}}));
+    EXPECT_EQ(service->latestShares(), (Dictionary{{"source", "counters"}}));
 
     tap().refusal.clear();
-    ports.startCapture();
+    service->start();
     EXPECT_FALSE(statistics.isStarted());
     EXPECT_EQ(used(), "capture");
     deliver(1000);
-    ports.processCapture();
-    EXPECT_EQ(keeper->latestShares()["attributed"]["d"], 1000);
+    service->process();
+    EXPECT_EQ(service->latestShares()["attributed"]["d"], 1000);
     tap().running[0]->sink->failed("the tap is gone");
-    ports.processCapture();
+    service->process();
     EXPECT_TRUE(statistics.isStarted()) << "also when it ends by itself";
     changeNetwork();
     deliver(500);
-    ports.processCapture();
+    service->process();
     EXPECT_FALSE(statistics.isStarted()) << "one source at a time";
     EXPECT_EQ(item(42).networkDownload(), 500);
     EXPECT_TRUE(machine.host.limitations->all().empty());
-    ports.stopCapture();
+    service->stop();
     EXPECT_EQ(used(), "none");
 }
 

@@ -31,8 +31,8 @@ TEST_F(SensorsTest, OfWhatAClientKnowsItGetsWhatIsThere)
     EXPECT_EQ(entries[3]["value"], 0.0) << "nothing that leaves the daemon is no number";
     for (const char* nonsense : {"null", "{}", "17", "\"TC0P\"", "[[[]]]"}) {
         EXPECT_EQ(electric(json(nonsense), PowerDetail::Fine), Value::array());
-        EXPECT_EQ(daemon->ports.supportedFans(json(nonsense)), Value::array());
-        EXPECT_EQ(daemon->ports.supportedArmSensors(json(nonsense)), Value::array());
+        EXPECT_EQ(daemon->service.supportedFans(json(nonsense)), Value::array());
+        EXPECT_EQ(daemon->service.supportedArmSensors(json(nonsense)), Value::array());
     }
 }
 
@@ -70,7 +70,7 @@ TEST_F(SensorsTest, FansOfAnEmulatedSMCNameThemselves)
     }
     smc().set("F1Ac", "fpe2", {0x12, 0xC0}); // a fan without a name is not shown
     start();
-    const Value fans = daemon->ports.supportedFans(Value());
+    const Value fans = daemon->service.supportedFans(Value());
     ASSERT_THAT(keysOf(fans), ElementsAre("F0Ac", "F9Ac", "FAAc"));
     EXPECT_EQ(fans[2],
         (Value{{"type", 2}, {"config", {{"key", "FAAc"}, {"name", "CPU\xEF\xBF\xBD"}}}, {"key", "FAAc"},
@@ -84,14 +84,14 @@ TEST_F(SensorsTest, OtherFansNeedAClientThatKnowsThem)
 {
     measure({{"FNum", 3}, {"F0Ac", 1500}, {"F1Ac", 1500}, {"F2Ac", 1500}, {"F1Mx", 6000}});
     start();
-    const Value fans = daemon->ports.supportedFans(json(R"([{"key":"F1Ac","name":"Left","low":1200,"high":1}])"));
+    const Value fans = daemon->service.supportedFans(json(R"([{"key":"F1Ac","name":"Left","low":1200,"high":1}])"));
     ASSERT_THAT(keysOf(fans), ElementsAre("F1Ac"));
     EXPECT_EQ(fans[0]["name"], "Left");
     EXPECT_EQ(fans[0]["low"], 1200);
     EXPECT_EQ(fans[0]["high"], 6000);
     for (const float count : {-1.0F, 0.0F, 1e30F, std::numeric_limits<float>::quiet_NaN()}) {
         smc().setFloat("FNum", count);
-        EXPECT_LE(daemon->ports.supportedFans(json(R"([{"key":"F1Ac"}])")).size(), 1U);
+        EXPECT_LE(daemon->service.supportedFans(json(R"([{"key":"F1Ac"}])")).size(), 1U);
     }
 }
 
@@ -128,7 +128,7 @@ TEST_F(SensorsTest, ServicesAndTheirAverages)
     EXPECT_EQ(machine.sensorServices().asked.back(),
         (SensorServiceQuery{.usagePage = 65280, .usage = 5, .eventType = 15, .field = 15U << 16U}));
 
-    const Value entries = daemon->ports.supportedArmSensors(
+    const Value entries = daemon->service.supportedArmSensors(
         json(R"([{"key":"AS_PERF_AVG","name":"Fast cores","high":110},{"key":"AS_EFF_AVG"},{"key":"TC0P"}])"));
     ASSERT_THAT(keysOf(entries),
         ElementsAre("pACC MTR Temp Sensor1", "pACC MTR Temp Sensor2", "gas gauge battery", "AS_PERF_AVG"))
@@ -208,7 +208,7 @@ TEST_F(SensorsTest, ARequestReadsAKeyOnceAndNotWithoutEnd)
     }
     const auto read = [&](const Value& configurations) {
         const auto before = smc().count(SMCCommand::ReadKey);
-        const auto values = daemon->ports.sensorValues(configurations, PowerDetail::Averaged);
+        const auto values = daemon->service.sensorValues(configurations, PowerDetail::Averaged);
         EXPECT_EQ(values.size(), configurations.size());
         EXPECT_EQ(values.front(), 40);
         return smc().count(SMCCommand::ReadKey) - before;

@@ -310,8 +310,8 @@ TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
     startWith(R"([{"key":"TC0P","name":"CPU","low":10,"high":90,"type":0},
         {"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},{"key":"XA01","average":["TC0P","","TC1P"]}])",
         0);
-    daemon->ports.supportedFans(json(R"([{"key":"F1Ac","name":"Left"}])"));
-    daemon->ports.supportedArmSensors(json(R"([{"key":"AS_EFF_AVG","name":"Slow cores","high":110}])"));
+    daemon->service.supportedFans(json(R"([{"key":"F1Ac","name":"Left"}])"));
+    daemon->service.supportedArmSensors(json(R"([{"key":"AS_EFF_AVG","name":"Slow cores","high":110}])"));
     machine.runtime.advance(10);
     std::map<std::string, SensorConfiguration> before;
     for (const auto& item : collector().sensors()) {
@@ -366,12 +366,12 @@ TEST_F(SensorsTest, ChipsComeAndGo)
     EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "Vabc"));
     EXPECT_EQ(list()[0]["lowest"], 42) << "what was seen of it before it went";
 
-    const auto page = daemon->keeper.list({{"limit", 1}}, PowerDetail::Fine);
+    const auto page = daemon->service.list({{"limit", 1}}, PowerDetail::Fine);
     EXPECT_THAT(keysOf(page->at("sensors")), ElementsAre("TC0P"));
     EXPECT_EQ(page->at("more"), true);
-    const auto rest = daemon->keeper.list({{"after", "TC0P"}}, PowerDetail::Fine);
+    const auto rest = daemon->service.list({{"after", "TC0P"}}, PowerDetail::Fine);
     EXPECT_THAT(keysOf(rest->at("sensors")), ElementsAre("Vabc"));
-    EXPECT_EQ(daemon->keeper.list({{"after", "gone"}}, PowerDetail::Fine).error().code, ErrorCode::NotFound);
+    EXPECT_EQ(daemon->service.list({{"after", "gone"}}, PowerDetail::Fine).error().code, ErrorCode::NotFound);
 }
 
 TEST_F(SensorsTest, AMachineWithoutSensorsAnswersEmpty)

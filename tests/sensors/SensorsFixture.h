@@ -5,7 +5,6 @@
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
-#include "daemon/CollectorPorts.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/SensorService.h"
 #include "database/HistoryDatabaseController.h"
@@ -33,15 +32,14 @@ protected:
             , platform(machine.context)
             , collector((machine.context.databases = &databases, machine.context),
                   {.smc = smc, .arm = arm, .platform = platform})
-            , keeper(
+            , service(
                   machine.context, catalogue, [this] { smc.openIfNeeded(); },
                   [this]() -> SensorsStatCollectorMac& {
                       ++made;
                       return collector;
                   })
         {
-            keeper.plugInto(ports);
-            ports.openSensors();
+            service.open();
         }
         ~Daemon()
         {
@@ -55,8 +53,7 @@ protected:
         SensorsARMController arm;
         PlatformController platform;
         SensorsStatCollectorMac collector;
-        CollectorPorts ports;
-        SensorService keeper;
+        SensorService service;
         int made = 0;
     };
 
@@ -76,7 +73,7 @@ protected:
     }
     Value electric(const Value& configurations, PowerDetail detail = PowerDetail::Averaged)
     {
-        return daemon->ports.supportedElectricSensors(configurations, detail);
+        return daemon->service.supportedElectricSensors(configurations, detail);
     }
     /// A page of recorded history, as this user gets it.
     Value history(const Value& question, const Peer& peer = {})
@@ -118,11 +115,11 @@ protected:
     /// What a client other than root, or root, gets for sensors:reply:.
     double ask(const Value& configuration, PowerDetail detail = PowerDetail::Averaged)
     {
-        return daemon->ports.sensorValues(Value::array({configuration}), detail).at(0);
+        return daemon->service.sensorValues(Value::array({configuration}), detail).at(0);
     }
     Value list(PowerDetail detail = PowerDetail::Averaged)
     {
-        const auto answer = daemon->keeper.list({}, detail);
+        const auto answer = daemon->service.list({}, detail);
         return answer ? answer->at("sensors") : Value(answer.error().message);
     }
     std::vector<Dictionary> rows(const std::string& sql, const std::string& file = "sensors.db")

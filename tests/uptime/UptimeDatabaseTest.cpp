@@ -230,8 +230,8 @@ TEST_F(UptimeTest, TheStartDoesNotWaitForASlowDisk)
         if (isEnd) {
             shutDown();
         } else {
-            daemon->ports.saveShutdownTime(Farewell::Sleep, now(), [] {});
-            daemon->ports.saveSleep(now(), now() + 60);
+            daemon->service.saveShutdownTime(Farewell::Sleep, now(), [] {});
+            daemon->service.saveSleep(now(), now() + 60);
             EXPECT_EQ(runtime().monotonicTime(), before);
             runtime().advance(100);
             EXPECT_EQ(daemon->collector.boottime(), key);
@@ -257,7 +257,7 @@ TEST_F(UptimeTest, ASlowDiskDoesNotHoldTheMainQueue)
         });
     bool allowed = false;
     runtime().after(3, [&] { allowed = slow && !written; }); // what the power manager's patience does
-    daemon->ports.saveShutdownTime(Farewell::Sleep, now(), [&] { written = true; });
+    daemon->service.saveShutdownTime(Farewell::Sleep, now(), [&] { written = true; });
     runtime().advance(30);
     EXPECT_TRUE(allowed);
     EXPECT_TRUE(written);

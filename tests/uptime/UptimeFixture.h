@@ -1,7 +1,6 @@
 #pragma once
 
 #include "collectors/uptime/UptimeStatCollectorMac.h"
-#include "daemon/CollectorPorts.h"
 #include "daemon/UptimeService.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
@@ -24,16 +23,14 @@ protected:
     /// What the daemon has of it, from its start to its end.
     struct Daemon {
         explicit Daemon(Context& context, const HistoryDatabaseItem::Limits& limits = {})
-            : databases(context, limits), collector(context, databases), keeper(context, collector, databases)
+            : databases(context, limits), collector(context, databases), service(context, collector, databases)
         {
-            keeper.plugInto(ports);
-            ports.prepareUptime();
-            ports.saveBootTime();
+            service.prepare();
+            service.saveBootTime();
         }
-        CollectorPorts ports;
         HistoryDatabaseController databases;
         UptimeStatCollectorMac collector;
-        UptimeService keeper;
+        UptimeService service;
     };
 
     UptimeTest() { boot("boot 1"); }
@@ -64,18 +61,18 @@ protected:
     void crash() { daemon.reset(); }
     void shutDown()
     {
-        daemon->ports.saveShutdownTime(Farewell::Shutdown, now(), {});
+        daemon->service.saveShutdownTime(Farewell::Shutdown, now(), {});
         daemon.reset();
     }
     void fallAsleep()
     {
         sleepStart = now();
-        daemon->ports.saveShutdownTime(Farewell::Sleep, sleepStart, [] {});
+        daemon->service.saveShutdownTime(Farewell::Sleep, sleepStart, [] {});
         runtime().runDue();
     }
     void wake()
     {
-        daemon->ports.saveSleep(sleepStart, now());
+        daemon->service.saveSleep(sleepStart, now());
         runtime().runDue();
     }
     void sleepFor(double seconds)
@@ -112,7 +109,7 @@ protected:
     Result<Value> ask(const Value& parameters = nullptr)
     {
         std::optional<Result<Value>> answer;
-        daemon->keeper.boots(parameters, [&answer](Result<Value> result) { answer = std::move(result); });
+        daemon->service.boots(parameters, [&answer](Result<Value> result) { answer = std::move(result); });
         runtime().runDue();
         return answer ? *answer : Result<Value>(unexpected(ErrorCode::Internal, "no reply"));
     }

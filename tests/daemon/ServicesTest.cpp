@@ -2,17 +2,18 @@
 #include "daemon/MeridalHistory.h"
 #include "daemon/StatusReport.h"
 #include "tests/daemon/DaemonFixture.h"
+#include "tests/support/SMARTPageBuilder.h"
 
 #include <gmock/gmock.h>
 
 namespace meridal::test {
 namespace {
 
-TEST_F(DaemonTest, QuestionsWithoutTheirCollectorGetWhatNothingThereIs)
+TEST_F(DaemonTest, QuestionsAboutWhatAMachineLacksGetWhatNothingThereIs)
 {
     start();
     EXPECT_EQ(answer(&DaemonProtocol::sensors, json(R"([{"key":"TC0P"},{"name":"keyless"},17])")),
-        json(R"([{"key":"TC0P","value":0.0},{"key":null,"value":0.0}])"));
+        json(R"([{"key":"TC0P","value":-1.0},{"key":null,"value":-1.0}])"));
     EXPECT_EQ(answer(&DaemonProtocol::supportedSensors, Value()), json(R"({"sensors":[],"fans":[]})"));
     EXPECT_EQ(answer(&DaemonProtocol::armSensors, Value()), Value::array());
     EXPECT_EQ(answer(&DaemonProtocol::supportedFans, Value()), Value::array());
@@ -104,114 +105,79 @@ TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
 
 TEST_F(DaemonTest, ClientsReadDisksWhileTheyWantThem)
 {
-    int reads = 0;
-    int loads = 0;
-    std::vector<Task> asking;
-    CollectorPorts ports;
-    ports.refreshDisks = [&](Task done) { asking.push_back(std::move(done)); };
-    ports.loadDisks = [&] { ++loads; };
-    ports.updateDisks = [&](const std::function<void()>& done) {
-        ++reads;
-        done();
-    };
-    ports.diskStatus = [] { return Value::array({{{"key", "disk0"}}}); };
-    start(std::move(ports));
-    machine.runtime.advance(100);
-    EXPECT_EQ(loads, 0);
-
+    const auto disk = std::make_shared<FakeDisk>();
+    disk->health = healthPage({});
+    disk->controller = controllerPage("S5GX", "FAST 1000", "2B2Q");
+    const auto entry = std::make_shared<FakeRegistryEntry>("root/pci/nvme0");
+    entry->properties = {{"NVMe SMART Capable", true}, {"Device Characteristics", {{"Serial Number", "S5GX"}}}};
+    machine.registry().entries.push_back(entry);
+    machine.smartDevices().disks["root/pci/nvme0"] = disk;
+    start();
     Client client = connect();
+    const auto held = [&] { return client.link->count(64); };
+    disk->beforeAnswer = [&] { EXPECT_EQ(held(), 0) << "not before the disks have answered"; };
     call(client, &DaemonProtocol::startSMARTStatus);
-    EXPECT_EQ(loads, 1);
-    EXPECT_EQ(client.link->count(64), 0) << "not before the disks have answered";
-    const auto answer = [&] {
-        for (const Task& done : std::exchange(asking, {})) {
-            done();
-        }
-    };
-    answer();
-    EXPECT_EQ(client.link->count(64), 1);
+    disk->beforeAnswer = {};
+    EXPECT_EQ(held(), 1);
     machine.runtime.advance(61);
-    EXPECT_EQ(reads, 2) << "every 30 s";
-    EXPECT_EQ(client.link->count(64), 3);
-    client.daemon->stopSMARTStatus();
+    EXPECT_EQ(held(), 3) << "every 30 s";
+    call(client, &DaemonProtocol::stopSMARTStatus);
     machine.runtime.advance(300);
-    EXPECT_EQ(reads, 2);
+    EXPECT_EQ(held(), 3);
     EXPECT_TRUE(daemon->smartNeedsUpdate());
-    client.daemon->startSMARTTemps();
+    call(client, &DaemonProtocol::startSMARTTemps);
     machine.runtime.advance(31);
-    EXPECT_EQ(reads, 3) << "the schedule went on, idle";
-    EXPECT_EQ(loads, 1);
+    EXPECT_EQ(client.link->count(32), 2) << "the schedule went on, idle";
+    call(client, &DaemonProtocol::stopSMARTTemps);
+    machine.runtime.advance(40);
 
+    const auto before = client.link->received.size();
     client.daemon->smartTemps();
     client.daemon->startSMARTStatus();
-    client.daemon->stopSMARTStatus();
-    call(client, &DaemonProtocol::stopSMARTTemps);
-    const auto before = client.link->received.size();
-    answer();
+    call(client, &DaemonProtocol::stopSMARTStatus);
     EXPECT_EQ(client.link->received.size(), before + 1) << "the one that was asked for once";
-    call(client, &DaemonProtocol::smartTemps);
-    disconnect(client);
-    answer(); // nobody is there any more
+    machine.runtime.advance(40);
+    client.daemon->smartTemps();
+    disconnect(client); // nobody is there any more when the disk answers
 }
 
 TEST_F(DaemonTest, SleepIsRecordedOnlyWhenItsBeginningIsKnown)
 {
-    std::vector<std::pair<double, double>> sleeps;
-    std::vector<std::pair<Farewell, double>> farewells;
-    CollectorPorts ports;
-    ports.saveSleep = [&](double from, double until) { sleeps.emplace_back(from, until); };
-    ports.saveShutdownTime = [&](Farewell why, double time, const Task& written) {
-        farewells.emplace_back(why, time);
-        EXPECT_EQ(written != nullptr, why == Farewell::Sleep) << "only the end waits";
-        if (written) {
-            written();
-        }
+    start();
+    const auto lastBoot = [this] {
+        Value boot;
+        house.uptime.boots({}, [&boot](const Result<Value>& answer) { boot = answer.value()["boots"][0]; });
+        machine.runtime.runDue();
+        return boot;
     };
-    start(std::move(ports));
     machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
-    EXPECT_TRUE(sleeps.empty());
-    const double before = machine.runtime.wallTime();
+    EXPECT_EQ(lastBoot()["asleep"], 0);
     machine.powerMessages().send(PowerMessage::SystemWillSleep);
-    EXPECT_EQ(farewells, (std::vector{std::pair(Farewell::Sleep, before)}));
     machine.runtime.sleepMachine(3600);
     machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
     machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
-    EXPECT_EQ(sleeps, (std::vector{std::pair(before, before + 3600)}));
-    daemon->finalize();
-    EXPECT_EQ(farewells.back(), std::pair(Farewell::Shutdown, before + 3600));
+    EXPECT_EQ(lastBoot()["asleep"], 3600);
 }
 
 TEST_F(DaemonTest, TheMachineSleepsWhenEverythingIsWritten)
 {
-    const TemporaryTree folder(TemporaryTree::Place::Memory);
-    HistoryDatabaseController databases(machine.context);
-    machine.context.databases = &databases;
-    const auto record = databases.databaseWithPath(folder.root() / "record.db");
+    const auto record = house.databases.databaseWithPath(machine.files.root() / "record.db");
     record->declareTable({.table = "rows", .create = "CREATE TABLE %@ (row INTEGER)"});
     const auto add = [&record] {
         record->addItem({.table = "rows", .format = "INSERT INTO %@ VALUES (1)", .args = {}});
     };
-    Task bandwidthWritten;
-    Task shutdownWritten;
-    CollectorPorts ports;
-    ports.saveShutdownTime = [&](Farewell, double, Task written) { shutdownWritten = std::move(written); };
-    ports.saveBandwidth = [&](Task written) { bandwidthWritten = std::move(written); };
-    start(std::move(ports));
+    start();
+    machine.runtime.advance(1);
     add();
     const auto sleep = machine.powerMessages().send(PowerMessage::SystemWillSleep);
     EXPECT_EQ(record->statistics().rowsWritten, 0U) << "not on the main queue's time";
+    EXPECT_TRUE(machine.powerMessages().allowed.empty());
     machine.runtime.advance(1);
     EXPECT_EQ(record->statistics().rowsWritten, 1U);
-    shutdownWritten();
-    shutdownWritten(); // an answer too many is not the other's
-    EXPECT_TRUE(machine.powerMessages().allowed.empty());
-    bandwidthWritten();
     EXPECT_EQ(machine.powerMessages().allowed, std::vector{sleep});
 
     record->queryDatabaseAsync([&](SQLiteConnection&) {
         machine.runtime.advance(2.5);
-        shutdownWritten();
-        bandwidthWritten();
         EXPECT_EQ(machine.powerMessages().allowed.size(), 1U) << "the record hangs on its disk";
     });
     machine.powerMessages().send(PowerMessage::SystemWillSleep);
@@ -220,19 +186,12 @@ TEST_F(DaemonTest, TheMachineSleepsWhenEverythingIsWritten)
     add();
     daemon->finalize();
     EXPECT_EQ(record->statistics().rowsWritten, 2U);
-    daemon.reset();
-    machine.context.databases = nullptr;
 }
 
 TEST_F(DaemonTest, OnlyWhoOwnsTheMachineMayChangeItsNetwork)
 {
-    std::vector<std::string> refreshed;
-    CollectorPorts ports;
-    ports.refreshDHCP = [&](const std::string& name) {
-        refreshed.push_back(name);
-        return Result<void>();
-    };
-    start(std::move(ports));
+    const auto& refreshed = machine.networkConfiguration().refreshed;
+    start();
     std::string logged;
     machine.log.addListener([&](LogLevel, std::string_view line) { logged += line; });
     const auto outcome = [&](const Peer& peer, const std::string& name = "eth0") {

@@ -1,0 +1,23 @@
+#pragma once
+
+namespace meridal {
+
+class BatteryService;
+class DiskService;
+class NetworkService;
+class SensorService;
+class TrafficService;
+class UptimeService;
+
+/// What the daemon offers beside process lists. A service is a topic: its collector, its steps in the daemon's life, and the
+/// clients' questions about it. Each must outlive the daemon. Main queue only.
+struct Services {
+    UptimeService& uptime;
+    SensorService& sensors;
+    BatteryService& battery;
+    DiskService& disks;
+    NetworkService& network;
+    TrafficService& traffic;
+};
+
+} // namespace meridal

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "collectors/HistoryCatalogue.h"
+#include "collectors/battery/BatteryStatCollectorMac.h"
+#include "collectors/disks/SMARTStatCollector.h"
+#include "collectors/network/CoreWLanStatCollector.h"
+#include "collectors/network/NetworkStatCollectorMac.h"
+#include "collectors/process/NetworkStatisticsStatCollector.h"
+#include "collectors/process/PacketStatCollector.h"
+#include "collectors/process/ProcessStatCollector.h"
+#include "collectors/process/TrafficCounterCollector.h"
+#include "collectors/sensors/SensorSMCController.h"
+#include "collectors/sensors/SensorsARMController.h"
+#include "collectors/sensors/SensorsStatCollectorMac.h"
+#include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/BatteryService.h"
+#include "daemon/DiskService.h"
+#include "daemon/NetworkService.h"
+#include "daemon/SensorService.h"
+#include "daemon/Services.h"
+#include "daemon/TrafficService.h"
+#include "daemon/UptimeService.h"
+#include "daemon/ZAVPowerManager.h"
+#include "database/HistoryDatabaseController.h"
+#include "platform/PlatformController.h"
+#include "tests/support/FakeHost.h"
+
+namespace meridal::test {
+
+/// Every service as main makes it, on a fake machine and real files.
+struct AllServices {
+    AllServices(FakeMachine& machine, ProcessStatCollector& processes, ZAVPowerManager& power)
+        : context(machine.context)
+        , databases(context)
+        , uptimeCollector((context.databases = &databases, context), databases)
+        , batteries(context)
+        , disksCollector(std::make_shared<SMARTStatCollector>(context))
+        , wireless(context)
+        , interfaces(context, databases, wireless)
+        , smc(context)
+        , arm(context)
+        , platform(context)
+        , sensorsCollector(context, {.smc = smc, .arm = arm, .platform = platform})
+        , counters(context, processes)
+        , packets(context, processes)
+        , statistics(context, processes)
+        , uptime(context, uptimeCollector, databases)
+        , sensors(
+              context, catalogue, [this] { smc.openIfNeeded(); },
+              [this]() -> SensorsStatCollectorMac& { return sensorsCollector; })
+        , battery(context, batteries, power)
+        , disks(*disksCollector)
+        , network(context, interfaces)
+        , traffic(context, {counters, packets, statistics})
+    {
+    }
+    ~AllServices()
+    {
+        sensorsCollector.cleanup();
+        disksCollector->cleanup();
+        batteries.cleanup();
+        databases.closeAll();
+        context.databases = nullptr;
+    }
+
+    Context& context;
+    HistoryDatabaseController databases;
+    HistoryCatalogue catalogue;
+    UptimeStatCollectorMac uptimeCollector;
+    BatteryStatCollectorMac batteries;
+    std::shared_ptr<SMARTStatCollector> disksCollector;
+    CoreWLanStatCollector wireless;
+    NetworkStatCollectorMac interfaces;
+    SensorSMCController smc;
+    SensorsARMController arm;
+    PlatformController platform;
+    SensorsStatCollectorMac sensorsCollector;
+    TrafficCounterCollector counters;
+    PacketStatCollector packets;
+    NetworkStatisticsStatCollector statistics;
+    UptimeService uptime;
+    SensorService sensors;
+    BatteryService battery;
+    DiskService disks;
+    NetworkService network;
+    TrafficService traffic;
+    Services services{uptime, sensors, battery, disks, network, traffic};
+};
+
+} // namespace meridal::test
