@@ -22,6 +22,11 @@ if(MERIDAL_SANITIZE)
   target_compile_options(meridal_options INTERFACE -fsanitize=${MERIDAL_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)
   target_link_options(meridal_options INTERFACE -fsanitize=${MERIDAL_SANITIZE})
+  if(MERIDAL_SANITIZE MATCHES undefined)
+    # A null that is followed ends the program anyway, and objects' sizes are not known without more optimisation; looking
+    # for both takes a sixth of the compiler's time.
+    target_compile_options(meridal_options INTERFACE -fno-sanitize=null,object-size)
+  endif()
   if(MERIDAL_SANITIZE MATCHES thread AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(meridal_options INTERFACE -Wno-tsan)
   endif()
