@@ -3,13 +3,13 @@
 #include "base/Lifetime.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
-#include "collectors/HistoryStatements.h"
-#include "collectors/SampleStorages.h"
 #include "collectors/StatCollectorBase.h"
 #include "collectors/StatCollectorDelegate.h"
-#include "collectors/WallClockGuard.h"
 #include "database/SqlValue.h"
 #include "database/TableSchema.h"
+#include "history/HistoryStatements.h"
+#include "history/SampleStorages.h"
+#include "history/WallClockGuard.h"
 
 #include <array>
 #include <cstddef>

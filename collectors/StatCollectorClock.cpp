@@ -1,8 +1,8 @@
 // The part of StatCollector that deals in time: the one-second clock, and the hand-over of finished periods to history.
 
-#include "collectors/LongTermThinning.h"
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
+#include "history/LongTermThinning.h"
 #include "platform/Context.h"
 
 #include <algorithm>

@@ -1,12 +1,12 @@
 // The part of StatCollector that deals in database files: names of tables, rows in, rows out.
 
 #include "base/Log.h"
-#include "collectors/HistoryReader.h"
-#include "collectors/LongTermThinning.h"
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
 #include "database/SeriesNames.h"
+#include "history/HistoryReader.h"
+#include "history/LongTermThinning.h"
 #include "platform/Context.h"
 
 #include <fmt/format.h>

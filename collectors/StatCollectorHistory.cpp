@@ -2,10 +2,10 @@
 // the coarser storages, and sees that rows reach the files.
 
 #include "base/Log.h"
-#include "collectors/HistoryReader.h"
 #include "collectors/StatCollector.h"
 #include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
+#include "history/HistoryReader.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 

@@ -1,7 +1,7 @@
 #include "collectors/StatCollectorItem.h"
 
 #include "base/Runtime.h"
-#include "collectors/HistoryReader.h"
+#include "history/HistoryReader.h"
 #include "platform/Context.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Value.h"
-#include "collectors/SampleStorages.h"
 #include "collectors/StatCollectorBase.h"
+#include "history/SampleStorages.h"
 
 #include <compare>
 #include <cstddef>

@@ -1,9 +1,9 @@
 #include "daemon/DiskKeeper.h"
 
-#include "collectors/HistoryCatalogue.h"
 #include "collectors/disks/DiskReport.h"
 #include "daemon/CollectorPorts.h"
 #include "daemon/Parameters.h"
+#include "history/HistoryCatalogue.h"
 
 #include <algorithm>
 #include <optional>

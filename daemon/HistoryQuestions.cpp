@@ -1,9 +1,9 @@
 #include "daemon/HistoryQuestions.h"
 
-#include "collectors/HistoryReader.h"
 #include "collectors/StatCollector.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "history/HistoryReader.h"
 #include "wire/Methods.h"
 
 #include <fmt/format.h>

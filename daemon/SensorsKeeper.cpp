@@ -1,11 +1,11 @@
 #include "daemon/SensorsKeeper.h"
 
 #include "base/Runtime.h"
-#include "collectors/HistoryCatalogue.h"
 #include "collectors/sensors/SensorKind.h"
 #include "daemon/CollectorPorts.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "history/HistoryCatalogue.h"
 #include "platform/Context.h"
 #include "wire/Methods.h"
 

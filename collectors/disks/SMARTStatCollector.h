@@ -3,9 +3,9 @@
 #include "base/Lifetime.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
-#include "collectors/RecordedSeries.h"
 #include "collectors/StatCollector.h"
 #include "collectors/disks/SMARTStatCollectorItem.h"
+#include "history/RecordedSeries.h"
 #include "platform/host/Registry.h"
 
 #include <functional>

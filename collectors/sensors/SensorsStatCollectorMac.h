@@ -1,13 +1,13 @@
 #pragma once
 
 #include "base/Lifetime.h"
-#include "collectors/RecordedSeries.h"
 #include "collectors/sensors/KeptSensors.h"
 #include "collectors/sensors/PowerAverages.h"
 #include "collectors/sensors/SensorAlarms.h"
 #include "collectors/sensors/SensorConfiguration.h"
 #include "collectors/sensors/SensorStatCollectorItemMac.h"
 #include "collectors/sensors/SensorsStatCollector.h"
+#include "history/RecordedSeries.h"
 #include "platform/host/SensorChannels.h"
 
 #include <cstddef>

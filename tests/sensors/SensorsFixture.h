@@ -1,7 +1,6 @@
 #pragma once
 
 #include "base/Value.h"
-#include "collectors/HistoryCatalogue.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
@@ -9,6 +8,7 @@
 #include "daemon/HistoryQuestions.h"
 #include "daemon/SensorsKeeper.h"
 #include "database/HistoryDatabaseController.h"
+#include "history/HistoryCatalogue.h"
 #include "platform/PlatformController.h"
 #include "tests/support/FakeHost.h"
 #include "wire/Link.h"

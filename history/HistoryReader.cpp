@@ -1,7 +1,7 @@
-#include "collectors/HistoryReader.h"
+#include "history/HistoryReader.h"
 
-#include "collectors/SampleRecords.h"
 #include "database/SQLiteConnection.h"
+#include "history/SampleRecords.h"
 
 #include <fmt/format.h>
 

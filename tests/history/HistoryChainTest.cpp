@@ -5,10 +5,10 @@
 // daemon is stopped or killed at random instants, and the wall clock steps both ways. Beside it runs a plain reference
 // that keeps every sample in lists and works each average out from its definition.
 
-#include "collectors/HistoryReader.h"
 #include "database/HistoryDatabaseController.h"
-#include "tests/collectors/HistoryReference.h"
+#include "history/HistoryReader.h"
 #include "tests/database/FaultyVfs.h"
+#include "tests/history/HistoryReference.h"
 #include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 

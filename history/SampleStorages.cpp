@@ -1,7 +1,7 @@
-#include "collectors/SampleStorages.h"
+#include "history/SampleStorages.h"
 
 #include "base/Value.h"
-#include "collectors/SampleRecords.h"
+#include "history/SampleRecords.h"
 
 #include <algorithm>
 #include <cmath>

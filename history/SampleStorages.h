@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/ValueFwd.h"
-#include "collectors/SampleRecords.h"
-#include "collectors/SampleRing.h"
+#include "history/SampleRecords.h"
+#include "history/SampleRing.h"
 
 #include <cstddef>
 #include <cstdint>

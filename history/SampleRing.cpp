@@ -1,4 +1,4 @@
-#include "collectors/SampleRing.h"
+#include "history/SampleRing.h"
 
 #include <algorithm>
 #include <cmath>

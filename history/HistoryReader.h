@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Value.h"
-#include "collectors/SampleRecords.h"
+#include "history/SampleRecords.h"
 
 #include <array>
 #include <cstddef>

@@ -1,8 +1,8 @@
 // Eleven years of a long-term store: what thinning leaves is few, is the mean of what was there, and can be read at any age.
 
-#include "collectors/LongTermThinning.h"
-#include "collectors/HistoryReader.h"
+#include "history/LongTermThinning.h"
 #include "database/SQLiteConnection.h"
+#include "history/HistoryReader.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Value.h"
-#include "collectors/SampleRecords.h"
 #include "database/StatementBatch.h"
+#include "history/SampleRecords.h"
 
 #include <cstdint>
 #include <deque>

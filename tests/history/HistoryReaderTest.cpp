@@ -1,6 +1,6 @@
 // Pages of a table of years: whole, in order, and never long to read.
 
-#include "collectors/HistoryReader.h"
+#include "history/HistoryReader.h"
 
 #include "database/HistoryDatabaseController.h"
 #include "tests/collectors/RecordingCollector.h"

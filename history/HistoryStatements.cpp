@@ -1,4 +1,4 @@
-#include "collectors/HistoryStatements.h"
+#include "history/HistoryStatements.h"
 
 namespace meridal {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "collectors/SampleRecords.h"
+#include "history/SampleRecords.h"
 
 #include <cstddef>
 #include <cstdint>
