@@ -73,8 +73,8 @@ void DiskKeeper::plugInto(CollectorPorts& ports)
 
 void DiskKeeper::addTo(HistoryCatalogue& catalogue)
 {
-    catalogue.add("disks", collector_, [this] { return collector_.temperatureSeries(); });
-    catalogue.add("wear", collector_, [this] { return collector_.wearSeries(); });
+    catalogue.add("disks", collector_.history(), [this] { return collector_.temperatureSeries(); });
+    catalogue.add("wear", collector_.history(), [this] { return collector_.wearSeries(); });
 }
 
 void DiskKeeper::list(const Value& parameters, std::function<void(Result<Value>)> reply)

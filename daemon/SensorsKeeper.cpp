@@ -101,7 +101,7 @@ SensorsStatCollectorMac& SensorsKeeper::collector()
 {
     if (!collector_) {
         collector_ = &make_();
-        catalogue_.add("sensors", *collector_, [this] { return collector_->series(); });
+        catalogue_.add("sensors", collector_->history(), [this] { return collector_->series(); });
     }
     return *collector_;
 }

@@ -1,11 +1,10 @@
 #include "history/SampleStorages.h"
 
-#include "base/Value.h"
-#include "history/SampleRecords.h"
+#include "history/HistoryReader.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
+#include <utility>
 
 namespace meridal {
 
@@ -15,137 +14,80 @@ namespace {
 /// that ends a period is seldom on time to the microsecond.
 constexpr double liveAllowance = 0.99;
 
-std::int32_t emptyEntry(const Dictionary& sample)
-{
-    const Value* entry = find(sample, "empty");
-    if (!entry) {
-        return 0;
-    }
-    if (entry->is_boolean()) {
-        return entry->get<bool>() ? 1 : 0;
-    }
-    using Limits = std::numeric_limits<std::int32_t>;
-    const double figure = number(sample, "empty").value_or(0);
-    return static_cast<std::int32_t>(std::clamp<double>(figure, Limits::min(), Limits::max()));
-}
-
 } // namespace
 
-SampleStorage makeStorage(StorageIndex index, std::size_t slots, std::size_t valueCount)
+SampleStorages::SampleStorages(std::size_t valueCount)
+{
+    for (std::size_t place = 0; place < storageCount; ++place) {
+        rings_[place] = SampleRing(storageConstants[place].slots, valueCount);
+    }
+}
+
+void SampleStorages::addSample(double time, std::span<const std::optional<double>> values)
+{
+    std::array<double, maximumValues> figures;
+    const std::size_t count = std::min(values.size(), figures.size());
+    std::transform(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(count), figures.begin(),
+        [](const std::optional<double>& value) { return value.value_or(absentFigure); });
+    SampleRing& live = rings_[position(StorageIndex::Live)];
+    live.push(live.newestID() + 1, time, std::span(figures).first(count));
+}
+
+void SampleStorages::addSample(StorageIndex index, std::uint64_t sampleID, double time, std::span<const double> values)
+{
+    SampleRing& ring = rings_[position(index)];
+    if (sampleID > ring.newestID()) {
+        ring.push(sampleID, time, values);
+    }
+}
+
+SampleAverages SampleStorages::averagesForIndex(StorageIndex index, double end) const
 {
     const StorageConstants& constants = storageConstants[position(index)];
-    SampleStorage storage;
-    storage.record.interval = static_cast<double>(constants.interval);
-    storage.record.historyIndex = constants.historyIndex;
-    storage.record.maximumSamples = static_cast<std::int64_t>(slots);
-    storage.record.valuesLoaded = true;
-    storage.samples = SampleRing(slots, valueCount);
-    return storage;
+    const double allowance = constants.historyIndex == StorageIndex::Live ? liveAllowance : 0;
+    return storageForType(constants.historyIndex)
+        .averages({.start = end - static_cast<double>(constants.interval), .end = end + allowance});
 }
 
-SampleStorages::SampleStorages(const StorageLayout& layout, std::size_t valueCount)
+void SampleStorages::addStoredRows(StorageIndex index, const StoredRows& rows)
 {
-    const std::size_t count = std::clamp<std::size_t>(layout.storages, 1, storageCount);
-    storages_.reserve(count);
-    for (std::size_t index = 0; index < count; ++index) {
-        storages_.push_back(makeStorage(static_cast<StorageIndex>(index), layout.slots[index], valueCount));
-    }
-}
-
-SampleStorage* SampleStorages::find(StorageIndex index)
-{
-    return position(index) < storages_.size() ? &storages_[position(index)] : nullptr;
-}
-
-const SampleStorage* SampleStorages::find(StorageIndex index) const
-{
-    return position(index) < storages_.size() ? &storages_[position(index)] : nullptr;
-}
-
-SampleAverages SampleStorages::averages(StorageIndex index) const
-{
-    const SampleStorage* storage = find(index);
-    const SampleStorage* source = storage ? find(storage->record.historyIndex) : nullptr;
-    if (!source) {
-        return {};
-    }
-    const double end = storage->record.time;
-    const double allowance = storage->record.historyIndex == StorageIndex::Live ? liveAllowance : 0;
-    return source->samples.averages({.start = end - storage->record.interval, .end = end + allowance});
-}
-
-SampleIdentifier sampleIdentifier(const Dictionary& sample, const Dictionary& config)
-{
-    SampleIdentifier identifier;
-    const Value* keys = find(config, "addSampleIDKeys");
-    if (!keys || !keys->is_array()) {
-        return identifier;
-    }
-    for (const Value& key : *keys) {
-        if (!key.is_string() || !find(sample, key.get_ref<const std::string&>())) {
-            continue;
-        }
-        const double figure = number(sample, key.get_ref<const std::string&>()).value_or(0);
-        identifier.acceptable = figure >= 0 && figure <= largestIdentifier;
-        identifier.value = identifier.acceptable ? static_cast<std::uint64_t>(figure) : 0;
-    }
-    return identifier;
-}
-
-bool isEmptySample(const Dictionary& sample) { return emptyEntry(sample) != 0; }
-
-std::uint64_t wholeIdentifier(double sampleID)
-{
-    return sampleID >= 0 && sampleID <= largestIdentifier ? static_cast<std::uint64_t>(sampleID) : 0;
-}
-
-void writeSample(SampleRing& ring, SlotIndex slot, const Dictionary& sample, const Dictionary& config, EmptyRule rule)
-{
-    const Value* map = find(config, "addSampleMap");
-    if (map && map->is_object()) {
-        for (auto entry = map->begin(); entry != map->end(); ++entry) {
-            const auto figure = number(sample, entry.key());
-            if (!figure || !entry->is_number_integer()) {
-                continue;
-            }
-            const auto index = entry->get<std::int64_t>();
-            if (index == -1) {
-                ring.setTime(slot, *figure);
-            } else if (index >= 0) {
-                ring.setValue(slot, static_cast<std::size_t>(index), *figure);
-            }
+    for (std::size_t row = 0; row < rows.rows.size(); ++row) {
+        const StoredRows::Row& stored = rows.rows[row];
+        if (stored.time > 0) { // else an average would take it for the end of its period
+            addSample(
+                index, stored.sampleID, stored.time, stored.empty ? std::span<const double>() : rows.valuesOf(row));
         }
     }
-    if (const auto time = number(sample, "time")) {
-        ring.setTime(slot, *time);
-    }
-    const std::int32_t empty = emptyEntry(sample);
-    ring.setEmpty(slot, rule == EmptyRule::AsGiven ? empty : (empty == 1 ? 1 : 0));
 }
 
-Dictionary averagesDictionary(
-    const SampleAverages& averages, const Dictionary& config, std::size_t valueCount, double now)
+void SampleStorages::addStoredRows(StorageIndex index, const StoredStorage& stored, const std::string& key)
 {
-    Dictionary result{{"empty", averages.samples == 0}, {"time", now}};
-    const Value* keys = find(config, "sampleKeys");
-    if (keys && keys->is_object()) {
-        for (auto entry = keys->begin(); entry != keys->end(); ++entry) {
-            const auto index = integer(*keys, entry.key());
-            if (index && *index >= 0 && static_cast<std::size_t>(*index) < valueCount) {
-                result[entry.key()] = averages.values[static_cast<std::size_t>(*index)];
+    SampleRing& ring = rings_[position(index)];
+    const auto own = stored.items.byKey.find(key);
+    if (ring.size() == 0 || own == stored.items.byKey.end()) {
+        return;
+    }
+    const SampleRing since = std::exchange(ring, SampleRing(ring.size(), ring.valueCount()));
+    auto period = stored.samples.rows.begin();
+    const auto addPeriodsBefore = [&](std::uint64_t sampleID) {
+        for (; period != stored.samples.rows.end() && period->sampleID < sampleID; ++period) {
+            if (period->time > 0) {
+                addSample(index, period->sampleID, period->time, {});
             }
         }
+    };
+    for (const std::size_t row : own->second) {
+        const StoredRows::Row& sample = stored.items.rows[row];
+        if (sample.time > 0) {
+            addPeriodsBefore(sample.sampleID);
+            addSample(index, sample.sampleID, sample.time, stored.items.valuesOf(row));
+        }
     }
-    return result;
-}
-
-statsample missingSample(std::uint64_t sampleID, std::size_t valueCount)
-{
-    static constexpr std::array<double, maximumValues> zeros = {};
-    return {.sampleID = sampleID,
-        .time = 0,
-        .empty = 1,
-        .values = std::span(zeros).first(std::min(valueCount, maximumValues))};
+    addPeriodsBefore(std::numeric_limits<std::uint64_t>::max());
+    for (std::size_t slot = since.size(); slot-- > 0;) { // what is no newer than the rows is among them
+        const statsample& sample = since[SlotIndex{slot}];
+        addSample(index, sample.sampleID, sample.time, sample.values);
+    }
 }
 
 } // namespace meridal
