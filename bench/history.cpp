@@ -5,8 +5,8 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "collectors/StatCollector.h"
-#include "collectors/StatCollectorItem.h"
 #include "database/HistoryDatabaseController.h"
+#include "history/HistoryRecorder.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 #include "tests/support/TemporaryTree.h"
@@ -29,38 +29,37 @@ constexpr const char* insertItem = "INSERT INTO %@ VALUES (?, ?, ?, ?)";
 
 std::string keyOf(int item) { return "sensor" + std::to_string(1000 + item); }
 
+HistoryTraits traitsIn(const Context& context)
+{
+    return {.description = "Bench",
+        .columns = {"value"},
+        .storageType = StorageType::Items,
+        .dbTablePrefix = "bench",
+        .dbpath = context.paths.support / "bench.db",
+        .dbpathLong = context.paths.support / "benchlong.db"};
+}
+
 class BenchCollector final : public StatCollector {
 public:
-    explicit BenchCollector(Context& context)
-        : StatCollector(context,
-            {.description = "Bench",
-                .sampleCount = 1,
-                .storageType = StorageType::Items,
-                .layout = StorageLayout::forHistory()})
+    explicit BenchCollector(Context& context) : StatCollector(context, "Bench"), history_(context, traitsIn(context))
     {
-        config() = {{"addSampleMap", {{"value", 0}}}, {"addSampleIDKeys", {"sample"}}, {"sampleKeys", {{"value", 0}}},
-            {"sqlCreateID", "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL)"},
-            {"sqlInsert", "INSERT INTO %@ VALUES (?, ?)"}, {"sqlInsertKeys", {"sample", "time"}},
-            {"sqlCreate", createItem}, {"sqlInsertItem", insertItem},
-            {"sqlInsertItemKeys", {"sample", "uuid", "time", "value"}}};
-        setDbTablePrefix("bench");
-        setDbpath(context.paths.support / "bench.db");
-        setDbpathLong(context.paths.support / "benchlong.db");
         for (int item = 0; item < itemCount; ++item) {
-            newItemWithKey(keyOf(item));
+            samples_.push_back(history_.item(keyOf(item)));
         }
-    }
-    std::shared_ptr<StatCollectorItem> makeItem() override
-    {
-        return std::make_shared<StatCollectorItem>(context(), 1, StorageLayout::forHistory());
     }
     void updateStats() override
     {
         const double now = context().runtime.wallTime();
-        for (const auto& item : this->items()) {
-            item->addSample(Dictionary{{"time", now}, {"value", now * 0.5}}, StorageIndex::Live);
+        const std::optional<double> value = now * 0.5;
+        for (const auto& each : samples_) {
+            each->addSample(now, {&value, 1});
         }
     }
+    void updateHistory() override { history_.updateHistory(); }
+
+private:
+    HistoryRecorder history_;
+    std::vector<std::shared_ptr<SampleStorages>> samples_;
 };
 
 void rowsByBareSQLite(benchmark::State& state)
@@ -99,12 +98,12 @@ void rowsByBareSQLite(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * samples * itemCount);
 }
 
-/// The samples come as the dictionaries that the base hands over, the commit runs on the file's own queue meanwhile.
+/// The samples come as the recorder hands them over, the commit runs on the file's own queue meanwhile.
 void rowsThroughTheCollector(benchmark::State& state)
 {
-    Dictionary sample{{"items", Value::array()}};
+    PeriodSample sample{.items = {}};
     for (int item = 0; item < itemCount; ++item) {
-        sample["items"].push_back({{"uuid", keyOf(item)}, {"empty", false}, {"value", 0.5}});
+        sample.items.push_back({keyOf(item), {.values = {0.5}, .valueCount = 1, .samples = 1}});
     }
     for (auto _ : state) {
         state.PauseTiming();
@@ -117,20 +116,18 @@ void rowsThroughTheCollector(benchmark::State& state)
             Context context{runtime, host, notifications, log, Paths{folder.root(), {}, {}}};
             HistoryDatabaseController controller(context);
             context.databases = &controller;
-            BenchCollector collector(context);
-            const auto file = controller.databaseWithPath(collector.dbpath());
-            file->queryDatabase(
-                [&](SQLiteConnection& database) { collector.checkIfTablesExist(StorageIndex::Hour, database, false); });
+            HistoryTables tables(context, traitsIn(context));
+            const auto file = tables.databaseForIndex(StorageIndex::Hour);
+            tables.declareTables(HistoryFile::Short);
+            file->queryDatabase([](SQLiteConnection&) {}); // they are made
             state.ResumeTiming();
             for (int number = 1; number <= samples; ++number) {
-                sample["sample"] = number;
-                sample["time"] = number * 6.0;
-                for (Value& item : sample["items"]) {
-                    item["sample"] = number;
-                    item["time"] = number * 6.0;
-                    item["value"] = number * 0.5;
+                sample.sampleID = static_cast<std::uint64_t>(number);
+                sample.time = number * 6.0;
+                for (PeriodSample::Item& item : sample.items) {
+                    item.averages.values[0] = number * 0.5;
                 }
-                collector.insertSampleIntoTableAtIndex(sample, StorageIndex::Hour);
+                tables.insertSample(sample, StorageIndex::Hour);
             }
             file->commitSync();
             state.PauseTiming();

@@ -1,18 +1,14 @@
 // What the sample store costs: a sample added, an average taken. The counters tell allocations per operation; in steady
-// state adding and averaging must not make any (the averages' dictionary, made once a period, does).
+// state adding and averaging must not make any.
 
-#include "base/Log.h"
-#include "base/NotificationCenter.h"
-#include "collectors/StatCollector.h"
-#include "collectors/StatCollectorItem.h"
-#include "platform/Context.h"
-#include "platform/host/Host.h"
-#include "tests/support/VirtualRuntime.h"
+#include "history/SampleStorages.h"
 
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <cstdlib>
 #include <new>
+#include <optional>
 
 namespace {
 std::size_t allocations = 0; // benchmarks run on one thread
@@ -33,25 +29,6 @@ std::size_t allocations = 0; // benchmarks run on one thread
 namespace meridal {
 namespace {
 
-struct Machine {
-    VirtualRuntime runtime;
-    Host host;
-    NotificationCenter notifications;
-    Log log;
-    Context context{runtime, host, notifications, log, Paths::underRoot("unused")};
-};
-
-Dictionary configuration()
-{
-    return {{"addSampleMap", {{"cpu", 0}, {"memory", 1}, {"read", 2}, {"write", 3}}}, {"addSampleIDKeys", {"sample"}},
-        {"sampleKeys", {{"c", 0}, {"m", 1}, {"r", 2}, {"w", 3}}}};
-}
-
-StatCollectorTraits traitsOf(std::size_t slots)
-{
-    return {.sampleCount = 4, .layout = {.storages = 2, .slots = {slots, 1}}};
-}
-
 /// Runs one operation over and over and reports its allocations.
 template <typename Operation>
 void measure(benchmark::State& state, Operation operation)
@@ -65,37 +42,19 @@ void measure(benchmark::State& state, Operation operation)
         benchmark::Counter(static_cast<double>(allocations - before), benchmark::Counter::kAvgIterations);
 }
 
-void addToCollector(benchmark::State& state)
-{
-    Machine machine;
-    StatCollector collector(machine.context, traitsOf(static_cast<std::size_t>(state.range(0))));
-    collector.config() = configuration();
-    Dictionary sample{{"cpu", 1.5}, {"memory", 2e9}, {"read", 3}, {"write", 4}, {"time", 0.0}};
-    double& time = sample["time"].get_ref<double&>();
-    measure(state, [&] {
-        time += 1;
-        collector.addSample(sample, StorageIndex::Live);
-    });
-}
-BENCHMARK(addToCollector)->Arg(1)->Arg(6)->Arg(365);
-
 void addToItem(benchmark::State& state)
 {
-    Machine machine;
-    StatCollectorItem item(machine.context, 4, traitsOf(static_cast<std::size_t>(state.range(0))).layout);
-    item.config() = configuration();
-    const Dictionary sample{{"cpu", 1.5}, {"memory", 2e9}, {"read", 3}, {"write", 4}, {"time", 7.0}};
-    measure(state, [&] { item.addSample(sample, StorageIndex::Live); });
+    SampleStorages item(4);
+    const std::array<std::optional<double>, 4> sample = {1.5, 2e9, 3, 4};
+    measure(state, [&] { item.addSample(7, sample); });
 }
-BENCHMARK(addToItem)->Arg(1)->Arg(365);
+BENCHMARK(addToItem);
 
 SampleRing filledRing(std::size_t slots)
 {
     SampleRing ring(slots, 4);
-    for (std::size_t slot = 0; slot < slots; ++slot) {
-        ring.setLabel(SlotIndex{slot}, slots - slot, static_cast<double>(slots - slot));
-        ring.setEmpty(SlotIndex{slot}, 0);
-        ring.setValue(SlotIndex{slot}, 0, 1.0);
+    for (std::uint64_t sampleID = 1; sampleID <= slots; ++sampleID) {
+        ring.push(sampleID, static_cast<double>(sampleID), std::array{1.0, 0.0, 0.0, 0.0});
     }
     return ring;
 }
@@ -116,14 +75,12 @@ void threshold(benchmark::State& state)
 }
 BENCHMARK(threshold)->Arg(6)->Arg(365);
 
-void averagesDictionaryOfAPeriod(benchmark::State& state)
+void averagesOfAPeriod(benchmark::State& state)
 {
-    Machine machine;
-    StatCollector collector(machine.context, traitsOf(6));
-    collector.config() = configuration();
-    measure(state, [&] { benchmark::DoNotOptimize(collector.averagesForIndex(StorageIndex::Hour)); });
+    const SampleStorages samples(4);
+    measure(state, [&] { benchmark::DoNotOptimize(samples.averagesForIndex(StorageIndex::Hour, 1000)); });
 }
-BENCHMARK(averagesDictionaryOfAPeriod);
+BENCHMARK(averagesOfAPeriod);
 
 } // namespace
 } // namespace meridal

@@ -8,19 +8,13 @@
 
 namespace meridal {
 
-StatCollector::StatCollector(Context& context, StatCollectorTraits traits)
+StatCollector::StatCollector(Context& context, std::string description)
     : context_(context)
-    , description_(std::move(traits.description))
-    , storageType_(traits.storageType)
-    , sampleValueCount_(std::min(traits.sampleCount, maximumValues))
-    , sampleIndex_(traits.layout, sampleValueCount_)
+    , description_(std::move(description))
     , updaterFinishBlock_([](StatCollector& collector) { collector.notifyUpdated(); })
     , queue_(context.runtime.makeSerialQueue(description_))
     , session_(static_cast<std::int64_t>(context.runtime.wallTime()))
 {
-    for (SampleStorage& storage : sampleIndex_) {
-        storage.record.sampleID = 1;
-    }
 }
 
 StatCollector::~StatCollector()
@@ -44,19 +38,15 @@ void StatCollector::cleanup()
     }
 }
 
-// Hooks: what the base does where a subclass, or the database, has nothing to add.
+// Hooks: what the base does where a subclass has nothing to add.
 
-void StatCollector::addLongTermSample(const Dictionary&) { }
 void StatCollector::updateStats() { }
 void StatCollector::updateStatsForSequence(std::int64_t) { updateStats(); }
-void StatCollector::fillGaps() { }
 bool StatCollector::threadedUpdating() const { return false; }
+void StatCollector::updateHistory() { }
 double StatCollector::updateFrequencyForVersion(std::int64_t) const { return 2.0; }
 std::optional<Dictionary> StatCollector::overview() { return std::nullopt; }
-std::optional<Value> StatCollector::sampleItemsSinceID(std::uint64_t, StorageIndex) { return std::nullopt; }
-std::optional<Dictionary> StatCollector::historyItemForIndex(StorageIndex index) { return averagesForIndex(index); }
 std::shared_ptr<StatCollectorItem> StatCollector::makeItem() { return nullptr; }
-Value StatCollector::attributeFromAttributes(const Value&) { return nullptr; }
 
 void StatCollector::sort()
 {
@@ -217,185 +207,6 @@ void StatCollector::removeSelectionKeyItem(std::string_view key)
 {
     std::string rest = keysWithout(selectionKey_.value_or(""), key);
     selectionKey_ = rest.empty() ? std::nullopt : std::optional(std::move(rest));
-}
-
-// Storages
-
-std::optional<sampleindexconfig> StatCollector::sampleIndex(StorageIndex index) const
-{
-    const SampleStorage* found = sampleIndex_.find(index);
-    return found ? std::optional(found->record) : std::nullopt;
-}
-
-double StatCollector::idForInterval(StorageIndex index) const
-{
-    const SampleStorage* found = sampleIndex_.find(index);
-    return found ? found->record.sampleID : 0;
-}
-
-void StatCollector::setIDForInterval(StorageIndex index, double sampleID)
-{
-    if (SampleStorage* found = storage(index)) {
-        found->record.sampleID = sampleID;
-    }
-}
-
-bool StatCollector::updatedForInterval(StorageIndex index) const
-{
-    const SampleStorage* found = sampleIndex_.find(index);
-    return found && found->record.updated;
-}
-
-void StatCollector::setUpdatedForInterval(StorageIndex index, bool updated)
-{
-    if (SampleStorage* found = storage(index)) {
-        found->record.updated = updated;
-    }
-}
-
-const SampleRing* StatCollector::storageForType(StorageIndex type) const
-{
-    const SampleStorage* found = sampleIndex_.find(type);
-    return found ? &found->samples : nullptr;
-}
-
-statsample StatCollector::sampleAtIndex(SlotIndex slot, StorageIndex type) const
-{
-    const SampleRing* samples = storageForType(type);
-    return samples && samples->contains(slot) ? (*samples)[slot] : missingSample(0, sampleValueCount_);
-}
-
-double StatCollector::lastTimeForType(StorageIndex type) const
-{
-    const statsample newest = sampleAtIndex(SlotIndex{0}, type);
-    return newest.sampleID == 0 ? 0 : newest.time;
-}
-
-std::uint64_t StatCollector::lastIDForType(StorageIndex type) const
-{
-    const SampleRing* samples = storageForType(type);
-    return samples ? samples->newestID() : 0;
-}
-
-statsample StatCollector::sampleWithIdentifier(std::uint64_t sampleID, StorageIndex type) const
-{
-    const SampleRing* samples = storageForType(type);
-    const statsample* sample = samples ? samples->find(sampleID) : nullptr;
-    return sample ? *sample : missingSample(sampleID, sampleValueCount_);
-}
-
-std::uint64_t StatCollector::lowestSampleForStorageType(StorageIndex type) const
-{
-    if (storageType_ != StorageType::Items) {
-        return lastIDForType(type);
-    }
-    std::optional<std::uint64_t> lowest;
-    for (const auto& item : items_) {
-        const auto record = item->sampleIndex(type);
-        if (record && record->valuesLoaded) {
-            const std::uint64_t newest = item->lowestSampleForStorageType(type);
-            lowest = std::min(lowest.value_or(newest), newest);
-        }
-    }
-    return lowest.value_or(0);
-}
-
-void StatCollector::clearStorageForType(StorageIndex type)
-{
-    for (const auto& item : items_) {
-        item->clearStorageForType(type);
-    }
-    if (SampleStorage* found = storage(type)) {
-        found->samples.clear(SlotTimes::Keep);
-    }
-}
-
-void StatCollector::clearAllStorages()
-{
-    for (std::size_t index = 0; index < sampleIndex_.size(); ++index) {
-        clearStorageForType(static_cast<StorageIndex>(index));
-    }
-}
-
-void StatCollector::freeFullStorage()
-{
-    for (const auto& item : items_) {
-        item->setLoadingHistory(false);
-        item->setLoadedHistory(false);
-        item->freeFullStorage();
-    }
-}
-
-// Samples
-
-void StatCollector::addSample(const Dictionary& sample, StorageIndex index)
-{
-    SampleStorage* found = storage(index);
-    if (!found) {
-        return;
-    }
-    if (storageType_ == StorageType::Items) {
-        found->samples.shiftLabels();
-        found->samples.setLabel(
-            SlotIndex{0}, wholeIdentifier(number(sample, "sample").value_or(0)), number(sample, "time").value_or(0));
-        return;
-    }
-    const SampleIdentifier identifier = sampleIdentifier(sample, config_);
-    const std::uint64_t newest = found->samples.newestID();
-    const std::uint64_t sampleID = identifier.value == 0 ? newest + 1 : identifier.value;
-    if (identifier.acceptable && sampleID > newest) {
-        addSample(sample, index, sampleID);
-    }
-}
-
-void StatCollector::addSample(const Dictionary& sample, StorageIndex index, std::uint64_t sampleID)
-{
-    if (SampleStorage* found = storage(index)) {
-        found->samples.shift();
-        addSample(sample, index, sampleID, SlotIndex{0});
-    }
-}
-
-void StatCollector::addSample(const Dictionary& sample, StorageIndex index, std::uint64_t sampleID, SlotIndex slot)
-{
-    SampleStorage* found = storage(index);
-    if (found && found->samples.contains(slot)) {
-        writeSample(found->samples, slot, sample, config_, EmptyRule::AsGiven);
-        found->samples.setID(slot, sampleID);
-    }
-}
-
-Dictionary StatCollector::emptySampleWithIdentifier(std::uint64_t sampleID, double time) const
-{
-    Dictionary sample{{"sample", sampleID}, {"time", time}, {"empty", 1}};
-    const Value* keys = find(config_, "emptySampleKeys");
-    if (keys && keys->is_array()) {
-        for (const Value& key : *keys) {
-            if (key.is_string()) {
-                sample[key.get_ref<const std::string&>()] = 0;
-            }
-        }
-    }
-    return sample;
-}
-
-// Figures
-
-Dictionary StatCollector::averagesForIndex(StorageIndex index) const
-{
-    return averagesDictionary(sampleIndex_.averages(index), config_, sampleValueCount_, context_.runtime.wallTime());
-}
-
-bool StatCollector::indexesBelowValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const
-{
-    const SampleStorage* live = sampleIndex_.find(StorageIndex::Live);
-    return live->samples.below({indexes, value, seconds, context_.runtime.wallTime()});
-}
-
-bool StatCollector::indexesAboveValueForTime(std::span<const std::size_t> indexes, double value, double seconds) const
-{
-    const SampleStorage* live = sampleIndex_.find(StorageIndex::Live);
-    return live->samples.above({indexes, value, seconds, context_.runtime.wallTime()});
 }
 
 } // namespace meridal

@@ -1,9 +1,9 @@
 #include "daemon/DiskService.h"
 
-#include "collectors/HistoryCatalogue.h"
 #include "collectors/disks/DiskReport.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "history/HistoryCatalogue.h"
 #include "wire/Methods.h"
 
 #include <algorithm>
@@ -72,8 +72,8 @@ void DiskService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
         method::disksList, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             list(parameters, std::move(reply));
         });
-    catalogue.add("disks", collector_, [this] { return collector_.temperatureSeries(); });
-    catalogue.add("wear", collector_, [this] { return collector_.wearSeries(); });
+    catalogue.add("disks", collector_.history(), [this] { return collector_.temperatureSeries(); });
+    catalogue.add("wear", collector_.history(), [this] { return collector_.wearSeries(); });
 }
 
 void DiskService::list(const Value& parameters, std::function<void(Result<Value>)> reply)

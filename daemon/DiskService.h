@@ -2,8 +2,8 @@
 
 #include "base/Result.h"
 #include "base/Value.h"
-#include "collectors/HistoryCatalogue.h"
 #include "collectors/disks/SMARTStatCollector.h"
+#include "history/HistoryCatalogue.h"
 
 #include <functional>
 #include <vector>

@@ -1,9 +1,8 @@
 #include "daemon/HistoryQuestions.h"
 
-#include "collectors/HistoryReader.h"
-#include "collectors/StatCollector.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "history/HistoryRecorder.h"
 #include "wire/Methods.h"
 
 #include <fmt/format.h>
@@ -47,7 +46,7 @@ std::string fullName(const std::string& collector, const std::string& key)
 
 /// One series of the catalogue, with what reading it takes.
 struct Found {
-    StatCollector* collector = nullptr;
+    HistoryRecorder* recorder = nullptr;
     HistorySeries series;
 };
 
@@ -60,7 +59,7 @@ std::optional<Found> findSeries(const HistoryCatalogue& catalogue, std::string_v
     }
     for (HistorySeries& series : entry->second.describe()) {
         if (fullName(entry->first, series.key) == name) {
-            return Found{entry->second.collector, std::move(series)};
+            return Found{entry->second.recorder, std::move(series)};
         }
     }
     return std::nullopt;
@@ -78,27 +77,22 @@ class ValueReader {
 public:
     ValueReader(const Found& found, const Peer& peer) : step_(peer.known && peer.uid == 0 ? 0 : found.series.step)
     {
-        const Value* map = find(found.collector->config(), "addSampleMap");
         for (const std::string& column : found.series.values) {
-            slots_.push_back(map ? integer(*map, column).value_or(-1) : -1);
+            places_.push_back(found.recorder->columnNamed(column));
         }
     }
     Value read(std::span<const double> values) const
     {
         Value answer = Value::array();
-        for (const std::int64_t slot : slots_) {
-            if (slot < 0 || static_cast<std::size_t>(slot) >= values.size()) {
-                answer.push_back(nullptr);
-            } else {
-                const double value = values[static_cast<std::size_t>(slot)];
-                answer.push_back(step_ > 0 ? inSteps(value, step_) : value);
-            }
+        for (const auto& place : places_) {
+            const double value = place ? values[*place] : absentFigure;
+            answer.push_back(std::isnan(value) ? Value() : Value(step_ > 0 ? inSteps(value, step_) : value));
         }
         return answer;
     }
 
 private:
-    std::vector<std::int64_t> slots_;
+    std::vector<std::optional<std::size_t>> places_;
     double step_ = 0;
 };
 
@@ -186,8 +180,8 @@ void HistoryQuestions::samples(const Value& given, const Peer& peer, Reply reply
     question.index = *index;
     question.key = found->series.key;
     const ValueReader reader(*found, peer);
-    StatCollector& collector = *found->collector;
-    collector.readHistory(question,
+    HistoryRecorder& recorder = *found->recorder;
+    recorder.readHistory(question,
         [found = std::move(*found), name = *name, resolution, reader, reply = std::move(reply)](
             const std::optional<HistoryPage>& page) {
             if (!page) {

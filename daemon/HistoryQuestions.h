@@ -2,7 +2,7 @@
 
 #include "base/Result.h"
 #include "base/Value.h"
-#include "collectors/HistoryCatalogue.h"
+#include "history/HistoryCatalogue.h"
 
 #include <functional>
 #include <optional>

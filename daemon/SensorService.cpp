@@ -1,10 +1,10 @@
 #include "daemon/SensorService.h"
 
 #include "base/Runtime.h"
-#include "collectors/HistoryCatalogue.h"
 #include "collectors/sensors/SensorKind.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "history/HistoryCatalogue.h"
 #include "platform/Context.h"
 #include "wire/Methods.h"
 
@@ -100,7 +100,7 @@ SensorsStatCollectorMac& SensorService::collector()
 {
     if (!collector_) {
         collector_ = &make_();
-        catalogue_.add("sensors", *collector_, [this] { return collector_->series(); });
+        catalogue_.add("sensors", collector_->history(), [this] { return collector_->series(); });
     }
     return *collector_;
 }

@@ -2,11 +2,11 @@
 // is the JSON of configurations, which a whole collector then answers on a small SMC of such keys.
 
 #include "base/Value.h"
-#include "collectors/HistoryCatalogue.h"
 #include "collectors/sensors/SMCDataTypes.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
+#include "history/HistoryCatalogue.h"
 #include "platform/PlatformController.h"
 #include "tests/support/FakeHost.h"
 

@@ -75,30 +75,26 @@ Reading readingOf(const BatteryStatCollectorItem& item, double time)
 } // namespace
 
 BatteryStatCollector::BatteryStatCollector(Context& context)
-    : StatCollector(context, {.description = "BatteryStatCollector"})
+    : StatCollector(context, "BatteryStatCollector"), dbpath_((context.paths.support / "battery-history.db").string())
 {
-    setDbTablePrefix("battery");
-    setDbpath((context.paths.support / "battery-history.db").string());
 }
 
 std::shared_ptr<HistoryDatabaseItem> BatteryStatCollector::database() const
 {
-    return context().databases && databaseEnabled() ? context().databases->databaseWithPath(dbpath()) : nullptr;
+    return context().databases ? context().databases->databaseWithPath(dbpath_) : nullptr;
 }
 
-bool BatteryStatCollector::prepareDatabase()
+void BatteryStatCollector::prepareDatabase()
 {
-    if (preparedDatabase()) {
-        return false;
+    if (std::exchange(preparedDatabase_, true)) {
+        return;
     }
-    const bool migrated = StatCollector::prepareDatabase();
     if (const auto file = database()) {
         for (const TableSchema& table : tables) {
             file->declareTable(table);
         }
         declareSeriesNames(*file, {tables[0].table, tables[1].table, tables[2].table});
     }
-    return migrated;
 }
 
 void BatteryStatCollector::readHistory(

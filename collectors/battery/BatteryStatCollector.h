@@ -8,8 +8,11 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace meridal {
+
+class HistoryDatabaseItem;
 
 /// The batteries of this machine and of what is connected to it. It has no sample series: what it keeps is when the
 /// cycle count, the health and the source of a battery changed, in three tables of its own.
@@ -18,7 +21,8 @@ public:
     explicit BatteryStatCollector(Context& context);
 
     /// Makes sure of the tables. Waits for nothing.
-    bool prepareDatabase() override;
+    void prepareDatabase();
+    const std::string& dbpath() const { return dbpath_; } ///< the file that it keeps
 
     /// Reads a page of the history; the answer comes on the main queue, nothing when the file cannot be read.
     void readHistory(const BatteryQuestion& question, std::function<void(std::optional<BatteryAnswer>)> reply);
@@ -35,6 +39,8 @@ private:
     void takeRecorded(BatteryStatCollectorItem& item, const std::optional<BatteryStatCollectorItem::Recorded>& found);
     void writeChanges(BatteryStatCollectorItem& item);
 
+    const std::string dbpath_;
+    bool preparedDatabase_ = false;
     Lifetime lifetime_;
 };
 

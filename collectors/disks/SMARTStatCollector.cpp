@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <utility>
 
@@ -19,21 +20,6 @@ namespace {
 
 constexpr double frequency = 30;              ///< s between updates for clients
 constexpr std::int64_t sequenceInterval = 30; ///< turns of the one-second clock
-
-/// Temperature (°C) and wear (% of the rated life) by disk; one of the two is NULL where a disk does not tell it.
-Dictionary configuration()
-{
-    const Value slots{{"temperature", 0}, {"wear", 1}};
-    return {{"itemAttributeKeys", {"uuid"}}, {"xmlUseMasterID", true}, {"xmlNoSamples", true}, {"addSampleMap", slots},
-        {"addSampleIDKeys", {"sample"}}, {"sampleKeys", slots},
-        {"sqlCreateID", "CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time REAL)"},
-        {"sqlInsert", "INSERT INTO %@ VALUES (?, ?)"}, {"sqlInsertKeys", {"sample", "time"}},
-        {"sqlCreate",
-            "CREATE TABLE %@ (sample INTEGER, uuid TEXT, time REAL, temperature REAL, wear REAL, "
-            "PRIMARY KEY (sample, uuid)) WITHOUT ROWID"},
-        {"sqlInsertItem", "INSERT INTO %@ VALUES (?, ?, ?, ?, ?)"},
-        {"sqlInsertItemKeys", {"sample", "uuid", "time", "temperature", "wear"}}};
-}
 
 std::optional<SMARTRequest> ifDue(SMARTStatCollectorItem& item)
 {
@@ -50,18 +36,18 @@ struct SMARTStatCollector::Round {
 };
 
 SMARTStatCollector::SMARTStatCollector(Context& context)
-    : StatCollector(context,
-        {.description = "SMARTStatCollector",
-            .sampleCount = 2,
-            .storageType = StorageType::Items,
-            .layout = StorageLayout::forHistory()})
+    : StatCollector(context, "SMARTStatCollector")
+    , history_(context,
+          {.description = description(),
+              .columns = {"temperature", "wear"}, // °C, % of the rated life; NULL where a disk does not tell it
+              .storageType = StorageType::Items,
+              .dbTablePrefix = "disk",
+              .dbpath = context.paths.support / "disk-history.db",
+              .dbpathLong = context.paths.support / "disk-history-long.db"})
     , recordedTemperatures_(context.runtime, "disks", {"temperature"})
     , recordedWear_(context.runtime, "wear", {"wear"})
 {
-    config() = configuration();
-    setDbTablePrefix("disk");
-    setDbpath((context.paths.support / "disk-history.db").string());
-    setDbpathLong((context.paths.support / "disk-history-long.db").string());
+    config() = {{"itemAttributeKeys", {"uuid"}}, {"xmlUseMasterID", true}, {"xmlNoSamples", true}};
     observation_ = context.host.registry->observeDisks([this] { disksChanged(); });
 }
 
@@ -148,7 +134,9 @@ SMARTStatCollector::ItemPointer SMARTStatCollector::freeItem(const std::string& 
         }
         key = serial + '#' + std::to_string(copy);
     }
-    return std::static_pointer_cast<SMARTStatCollectorItem>(newItemWithKey(key));
+    auto item = std::static_pointer_cast<SMARTStatCollectorItem>(newItemWithKey(key));
+    item->setSamples(history_.item(key));
+    return item;
 }
 
 void SMARTStatCollector::adoptDisk(const RegistryEntryPtr& entry, const std::string& serial, SMARTKind kind)
@@ -216,7 +204,7 @@ void SMARTStatCollector::beginRound(Task done, const Ask& ask)
     if (done) {
         round->done.push_back(std::move(done));
     }
-    const double sampleID = idForInterval(StorageIndex::Live);
+    const double sampleID = sampleIndex().sampleID;
     ++round->waiting; // for this loop: a round without disks ends too
     for (const auto& item : disks()) {
         item->updateSampleID(sampleID);
@@ -263,7 +251,7 @@ void SMARTStatCollector::finishReading(
 {
     // A disk may have been unplugged, or plugged in elsewhere, while it was read.
     if (item->parent() == this && item->device().get() == device) {
-        item->update(reading, idForInterval(StorageIndex::Live));
+        item->update(reading, sampleIndex().sampleID);
     }
 }
 
@@ -449,8 +437,7 @@ std::vector<HistorySeries> SMARTStatCollector::wearSeries()
 
 void SMARTStatCollector::noteSeries(const SMARTStatCollectorItem& disk)
 {
-    const RecordedSeries::Files files = {
-        databaseForIndex(StorageIndex::Hour), databaseForIndex(StorageIndex::LongTerm)};
+    const RecordedSeries::Files files = history_.databases();
     if (disk.hasTemperature()) {
         recordedTemperatures_.note(files, seriesOf(disk, "°C", "temperature"));
     }
@@ -463,8 +450,8 @@ void SMARTStatCollector::keepRecord()
 {
     keepsRecord_ = true;
     std::error_code failure;
-    if (context().databases && std::filesystem::exists(dbpath(), failure)) { // none is made on a machine without disks
-        if (const auto file = context().databases->databaseWithPath(dbpath())) {
+    if (std::filesystem::exists(history_.traits().dbpath, failure)) { // none is made on a machine without disks
+        if (const auto file = history_.databaseForIndex(StorageIndex::Hour)) {
             recordedTemperatures_.load(*file);
             recordedWear_.load(*file);
         }
@@ -503,7 +490,7 @@ void SMARTStatCollector::startRecording()
 void SMARTStatCollector::updateHistory()
 {
     if (!isWanted() && !keepsRecord_) {
-        runDatabaseQueue(); // what has been noted reaches the file; then there is rest, without a wake-up
+        history_.runDatabaseQueue(); // what has been noted reaches the file; then there is rest, without a wake-up
         recording_ = false;
         setStopped(true);
         return;
@@ -514,12 +501,10 @@ void SMARTStatCollector::updateHistory()
             continue;
         }
         noteSeries(*item);
-        Dictionary sample{{"time", now}};
-        put(sample, "temperature", item->temperature());
-        put(sample, "wear", item->wear());
-        item->addSample(sample, StorageIndex::Live);
+        const std::array<std::optional<double>, 2> sample = {item->temperature(), item->wear()};
+        item->samples()->addSample(now, sample);
     }
-    StatCollector::updateHistory();
+    history_.updateHistory();
 }
 
 } // namespace meridal

@@ -3,9 +3,10 @@
 #include "base/Lifetime.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
-#include "collectors/RecordedSeries.h"
 #include "collectors/StatCollector.h"
 #include "collectors/disks/SMARTStatCollectorItem.h"
+#include "history/HistoryRecorder.h"
+#include "history/RecordedSeries.h"
 #include "platform/host/Registry.h"
 
 #include <functional>
@@ -60,6 +61,7 @@ public:
     /// disks where that is due, without talking to any.
     std::vector<HistorySeries> temperatureSeries();
     std::vector<HistorySeries> wearSeries();
+    HistoryRecorder& history() { return history_; }
 
     bool shouldUpdateStateForSequence(std::int64_t sequence) override;
     double updateFrequencyForVersion(std::int64_t protocolVersion) const override;
@@ -107,6 +109,7 @@ private:
         const RecordedSeries& recorded, const char* unit, bool (*has)(const SMARTStatCollectorItem&));
     bool isWanted() const { return wanted_ && wanted_(); }
 
+    HistoryRecorder history_;
     std::function<bool()> wanted_;
     std::unique_ptr<Registry::Observation> observation_;
     std::weak_ptr<Round> round_;      ///< the latest

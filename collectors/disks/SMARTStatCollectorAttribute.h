@@ -1,9 +1,9 @@
 #pragma once
 
 #include "base/Value.h"
-#include "collectors/SampleRecords.h"
 #include "collectors/disks/AttributeMeanings.h"
 #include "collectors/disks/SMARTPages.h"
+#include "history/SampleRecords.h"
 
 #include <array>
 #include <cstdint>

@@ -11,8 +11,6 @@ namespace meridal {
 
 namespace {
 
-constexpr std::size_t valueCount = 2; ///< temperature and wear
-
 constexpr double ataInterval = 300; ///< s between readings of an ATA disk: some rest longer when left alone
 /// For the record alone. Some disks start to count the time to their rest anew with every reading, so readings must be
 /// further apart than that time, or there must be none while nobody else uses the disk.
@@ -32,11 +30,6 @@ constexpr std::uint8_t diskTemperature = 194;
 constexpr std::uint8_t airflowTemperature = 190;
 
 } // namespace
-
-SMARTStatCollectorItem::SMARTStatCollectorItem(Context& context)
-    : StatCollectorItem(context, valueCount, StorageLayout::forHistory())
-{
-}
 
 void SMARTStatCollectorItem::setObject(RegistryEntryPtr entry)
 {
@@ -365,18 +358,6 @@ bool SMARTStatCollectorItem::isFresh(SMARTRhythm rhythm) const
     const double longest =
         rhythm == SMARTRhythm::Watched ? (nvme_ ? freshNVMe : freshATA) : (nvme_ ? freshNVMeRecord : freshATARecord);
     return state_ == DiskState::Read && age <= longest;
-}
-
-std::optional<Dictionary> SMARTStatCollectorItem::historyItemForIndex(StorageIndex index)
-{
-    auto sample = StatCollectorItem::historyItemForIndex(index);
-    if (sample && !wear()) {
-        (*sample)["wear"] = nullptr;
-    }
-    if (sample && !hasTemperature()) {
-        (*sample)["temperature"] = nullptr;
-    }
-    return sample;
 }
 
 Value SMARTStatCollectorItem::xmlSamplesFromAttributes(const Value&) { return Value::array(); }

@@ -14,6 +14,7 @@
 namespace meridal {
 
 class Queue;
+class SampleStorages;
 
 /// How often disks are read now.
 enum class SMARTRhythm { Watched, Record };
@@ -35,7 +36,7 @@ class SMARTStatCollectorItem final : public StatCollectorItem {
 public:
     using Attributes = std::map<std::uint8_t, SMARTStatCollectorAttribute>;
 
-    explicit SMARTStatCollectorItem(Context& context);
+    using StatCollectorItem::StatCollectorItem;
 
     // Identity
     const std::optional<std::string>& serial() const { return serial_; }
@@ -105,8 +106,9 @@ public:
     /// Its figures are of now, as far as that rhythm goes, and belong into its history.
     bool isFresh(SMARTRhythm rhythm) const;
 
-    /// A period's averages; a figure that this disk does not have is null.
-    std::optional<Dictionary> historyItemForIndex(StorageIndex index) override;
+    /// Where its figures are kept.
+    const std::shared_ptr<SampleStorages>& samples() const { return samples_; }
+    void setSamples(std::shared_ptr<SampleStorages> samples) { samples_ = std::move(samples); }
 
     // What reads it: made by the collector, and renewed with its place
     const std::shared_ptr<SMARTDevice>& device() const { return device_; }
@@ -160,6 +162,7 @@ private:
     std::optional<double> lastRead_;     ///< monotonic s
     std::optional<double> readingSince_; ///< monotonic s
     std::optional<std::int64_t> requestsWhenRead_;
+    std::shared_ptr<SampleStorages> samples_;
 };
 
 } // namespace meridal

@@ -7,10 +7,7 @@
 
 namespace meridal {
 
-CoreWLanStatCollector::CoreWLanStatCollector(Context& context)
-    : StatCollector(context, {.description = "CoreWLanStatCollector"})
-{
-}
+CoreWLanStatCollector::CoreWLanStatCollector(Context& context) : StatCollector(context, "CoreWLanStatCollector") { }
 
 CoreWLanStatCollector& CoreWLanStatCollector::sharedCoreWlanCollector()
 {

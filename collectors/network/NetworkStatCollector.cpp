@@ -36,14 +36,8 @@ bool isHardware(InterfaceKind kind)
 } // namespace
 
 NetworkStatCollector::NetworkStatCollector(Context& context, HistoryDatabaseController& databases)
-    : StatCollector(context,
-        {.description = "NetworkStatCollector",
-            .sampleCount = NetworkStatCollectorItem::sampleCount,
-            .storageType = StorageType::Items})
-    , databases_(databases)
+    : StatCollector(context, "NetworkStatCollector"), databases_(databases)
 {
-    config()["addSampleMap"] = {{"upload", 0}, {"download", 1}};
-    config()["sampleKeys"] = {{"upload", 0}, {"download", 1}};
 }
 
 NetworkStatCollector::~NetworkStatCollector() = default;
@@ -52,7 +46,7 @@ NetworkStatCollector::~NetworkStatCollector() = default;
 
 std::shared_ptr<StatCollectorItem> NetworkStatCollector::makeItem()
 {
-    return std::make_shared<NetworkStatCollectorItem>(context(), sampleValueCount());
+    return std::make_shared<NetworkStatCollectorItem>(context());
 }
 
 std::shared_ptr<NetworkStatCollectorItem> NetworkStatCollector::interfaceWithBSD(const std::string& name)

@@ -79,9 +79,6 @@ bool NetworkStatCollectorItem::update(const InterfaceRecord& record, double time
     sent_ = record.hasCounters ? sent : CounterReading{};
     received_ = record.hasCounters ? received : CounterReading{};
     record_ = record;
-    if (uploadRate_ && downloadRate_) {
-        addSample({{"upload", *uploadRate_}, {"download", *downloadRate_}}, StorageIndex::Live);
-    }
     return changed;
 }
 

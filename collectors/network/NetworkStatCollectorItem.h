@@ -15,9 +15,6 @@ class NetworkStatCollectorItem final : public StatCollectorItem {
 public:
     using StatCollectorItem::StatCollectorItem;
 
-    /// Values of its samples, in bytes per second.
-    static constexpr std::size_t sampleCount = 2;
-
     /// What the latest pass read of it.
     const InterfaceRecord& record() const { return record_; }
     /// Takes the record of a new pass over; `time` is monotonic, in s. Answers whether something changed that decides how

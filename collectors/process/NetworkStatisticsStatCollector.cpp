@@ -11,11 +11,7 @@
 namespace meridal {
 
 NetworkStatisticsStatCollector::NetworkStatisticsStatCollector(Context& context, ProcessStatCollector& processes)
-    : StatCollector(context,
-        {.description = "NetworkStatisticsStatCollector",
-            .sampleCount = 0,
-            .storageType = StorageType::Items,
-            .layout = {}})
+    : StatCollector(context, "NetworkStatisticsStatCollector")
     , processes_(processes)
     , format_(statisticsFormatOf(context.host.machine->systemRelease()))
 {

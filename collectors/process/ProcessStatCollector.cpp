@@ -54,8 +54,7 @@ ProcessFields fieldsFor(std::uint32_t updateMask)
 } // namespace
 
 ProcessStatCollector::ProcessStatCollector(Context& context)
-    : StatCollector(context,
-        {.description = "ProcessStatCollector", .sampleCount = 0, .storageType = StorageType::Items, .layout = {}})
+    : StatCollector(context, "ProcessStatCollector")
     , rules_(ReleaseRules::of(*context.host.machine))
     , serviceManagerName_(context.host.machine->serviceManagerName())
 {

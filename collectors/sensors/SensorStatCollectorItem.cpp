@@ -1,17 +1,13 @@
 #include "collectors/sensors/SensorStatCollectorItem.h"
 
 #include "base/Runtime.h"
+#include "history/SampleStorages.h"
 #include "platform/Context.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace meridal {
-
-SensorStatCollectorItem::SensorStatCollectorItem(Context& context)
-    : StatCollectorItem(context, sampleCount(), StorageLayout::forHistory())
-{
-}
 
 void SensorStatCollectorItem::noteRecordedValue(double value)
 {
@@ -41,7 +37,7 @@ void SensorStatCollectorItem::takeStoredLimits(const SeenLimits& stored)
     updatePercentage();
 }
 
-void SensorStatCollectorItem::addValue(const Value& value, const Value& identifier)
+void SensorStatCollectorItem::addValue(const Value& value, const Value&)
 {
     const double reading = value.is_number() ? value.get<double>() : std::nan("");
     if (!std::isfinite(reading)) {
@@ -50,14 +46,10 @@ void SensorStatCollectorItem::addValue(const Value& value, const Value& identifi
     }
     value_ = reading;
     hasValue_ = true;
-    sample_["value"] = reading;
-    sample_["time"] = context().runtime.wallTime();
-    if (identifier.is_number()) {
-        sample_["sample"] = identifier;
-    } else {
-        sample_.erase("sample");
+    if (samples_) {
+        const std::optional<double> sample = reading;
+        samples_->addSample(context().runtime.wallTime(), {&sample, 1});
     }
-    addSample(sample_, StorageIndex::Live);
     updateLimits();
     updatePercentage();
 }

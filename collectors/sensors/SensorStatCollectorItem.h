@@ -5,11 +5,14 @@
 #include "collectors/sensors/SensorConfiguration.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
 namespace meridal {
+
+class SampleStorages;
 
 /// The lowest and the highest value that a sensor ever had; absent while nobody knows.
 struct SeenLimits {
@@ -20,10 +23,11 @@ struct SeenLimits {
 /// One sensor: what it is called, its latest value, the range in which its value lies, and the extremes ever seen.
 class SensorStatCollectorItem : public StatCollectorItem {
 public:
-    explicit SensorStatCollectorItem(Context& context);
+    using StatCollectorItem::StatCollectorItem;
 
-    /// Values per sample: the reading.
-    static constexpr std::size_t sampleCount() { return 1; }
+    /// Where its readings are kept.
+    const std::shared_ptr<SampleStorages>& samples() const { return samples_; }
+    void setSamples(std::shared_ptr<SampleStorages> samples) { samples_ = std::move(samples); }
 
     /// What a client, or the host, said of it.
     const SensorConfiguration& sensorConfig() const { return sensorConfig_; }
@@ -105,7 +109,7 @@ private:
     bool recordedValueChanged_ = false;
     bool defaultSensor_ = false;
     bool hasFixedLimits_ = false;
-    Dictionary sample_ = Dictionary::object(); ///< of the reading being added; kept for its memory
+    std::shared_ptr<SampleStorages> samples_;
 };
 
 } // namespace meridal

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "collectors/StatCollector.h"
+#include "history/HistoryRecorder.h"
 
 #include <memory>
 #include <string_view>
@@ -17,8 +18,13 @@ public:
     static constexpr const char* databaseName = "sensors.db";
 
     std::shared_ptr<StatCollectorItem> makeItem() override;
+    void updateHistory() override { history_.updateHistory(); }
+    HistoryRecorder& history() { return history_; }
     /// The sensor of that key, or null.
     std::shared_ptr<SensorStatCollectorItem> sensorWithKey(std::string_view key);
+
+private:
+    HistoryRecorder history_;
 };
 
 } // namespace meridal

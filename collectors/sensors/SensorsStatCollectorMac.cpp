@@ -52,6 +52,7 @@ SensorsStatCollectorMac::SensorsStatCollectorMac(Context& context, Sources sourc
     , origin_(sources.platform.fauxMac() ? SMCOrigin::Emulated : SMCOrigin::Own)
     , recorded_(context.runtime, "sensors", {"value"})
 {
+    history().setBeforeCommit([this] { prepareCommit(); });
     smc_.openIfNeeded();
 }
 

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "base/Lifetime.h"
-#include "collectors/RecordedSeries.h"
 #include "collectors/sensors/KeptSensors.h"
 #include "collectors/sensors/PowerAverages.h"
 #include "collectors/sensors/SensorAlarms.h"
 #include "collectors/sensors/SensorConfiguration.h"
 #include "collectors/sensors/SensorStatCollectorItemMac.h"
 #include "collectors/sensors/SensorsStatCollector.h"
+#include "history/RecordedSeries.h"
 #include "platform/host/SensorChannels.h"
 
 #include <cstddef>
@@ -100,6 +100,8 @@ public:
     std::vector<HistorySeries> series() const;
 
     // Extremes
+    /// Makes sure of the tables.
+    void prepareDatabase();
     /// Hands changed extremes over to the database.
     void updateRecordedValues();
 
@@ -110,8 +112,6 @@ public:
     bool shouldUpdateStateForSequence(std::int64_t sequence) override { return sequence % 2 == 0; }
     void updateStatsForSequence(std::int64_t sequence) override;
     bool threadedUpdating() const override { return false; }
-    bool prepareDatabase() override;
-    void runDatabaseQueue() override;
     void cleanup() override;
 
     static constexpr std::size_t mostItems = 1024; ///< that clients can bring about; the host adds as many at most
@@ -202,6 +202,7 @@ private:
     void discoverWithoutChannels();
     void startToFollowChannels();
     void followChannels();
+    void prepareCommit();
     void loadSeenLimits(std::vector<std::string> keys);
     void takeSeenLimits(const std::vector<std::string>& keys, const std::vector<std::optional<SeenLimits>>& limits);
 
@@ -226,6 +227,7 @@ private:
     bool looksLater_ = false;
     bool hasListedKeys_ = false; ///< of an SMC of its own, which never change
     bool isLogging_ = false;
+    bool preparedDatabase_ = false;
     bool fanControlSupported_ = false;
     bool loadedIntelSensors_ = false;
     bool startedIntelSensors_ = false;

@@ -299,6 +299,7 @@ void SensorsStatCollectorMac::process(const Value& entries, SensorRequest reques
         if (!item) {
             item = std::static_pointer_cast<Item>(newItemWithKey(key));
             item->loadAlternateKey();
+            item->setSamples(history().item(key));
             fresh.push_back(key);
             if (finder != Finder::Host) {
                 unproven_.insert_or_assign(key, context().runtime.monotonicTime());

@@ -37,24 +37,22 @@ std::vector<HistorySeries> SensorsStatCollectorMac::series() const
 
 // Extremes
 
-bool SensorsStatCollectorMac::prepareDatabase()
+void SensorsStatCollectorMac::prepareDatabase()
 {
-    if (preparedDatabase()) {
-        return false;
+    if (std::exchange(preparedDatabase_, true)) {
+        return;
     }
-    const bool migrated = StatCollector::prepareDatabase();
     if (const auto file = database()) {
         file->declareTable(recordedSeriesTable());
         file->declareTable(sensorLimitsTable());
         file->declareTable(keptSensorsTable());
     }
-    return migrated;
 }
 
 /// The file of the record, which is made when it is not there; null without one.
 std::shared_ptr<HistoryDatabaseItem> SensorsStatCollectorMac::database()
 {
-    return context().databases && databaseEnabled() ? context().databases->databaseWithPath(dbpath()) : nullptr;
+    return history().databaseForIndex(StorageIndex::Hour);
 }
 
 void SensorsStatCollectorMac::loadSeenLimits(std::vector<std::string> keys)
@@ -96,16 +94,14 @@ void SensorsStatCollectorMac::updateRecordedValues()
                 .args = {item->lowestRecordedValue(), item->highestRecordedValue(), item->key().value_or("")}});
         }
         if (file && item->hasRecorded()) {
-            recorded_.note({file, databaseForIndex(StorageIndex::LongTerm)},
-                seriesOf(*item)); // and with it that the extremes were measured
+            recorded_.note(history().databases(), seriesOf(*item)); // and with it that the extremes were measured
         }
     }
 }
 
-void SensorsStatCollectorMac::runDatabaseQueue()
+void SensorsStatCollectorMac::prepareCommit()
 {
-    updateRecordedValues(); // so that they share the transaction of the rows
-    StatCollector::runDatabaseQueue();
+    updateRecordedValues();           // so that they share the transaction of the rows
     std::vector<std::string> unknown; // the file could not be read, or not be written, when they were new
     for (const auto& item : sensors()) {
         if (!item->knowsStoredLimits()) {

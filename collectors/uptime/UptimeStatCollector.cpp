@@ -4,8 +4,7 @@
 
 namespace meridal {
 
-UptimeStatCollector::UptimeStatCollector(Context& context)
-    : StatCollector(context, {.description = "UptimeStatCollector"})
+UptimeStatCollector::UptimeStatCollector(Context& context) : StatCollector(context, "UptimeStatCollector")
 {
     config()["xmlNoSamples"] = true;
 }

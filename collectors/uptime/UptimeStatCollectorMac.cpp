@@ -24,11 +24,11 @@ const TableSchema identifiers = {
 } // namespace
 
 UptimeStatCollectorMac::UptimeStatCollectorMac(Context& context, HistoryDatabaseController& databases)
-    : UptimeStatCollector(context), databases_(databases)
+    : UptimeStatCollector(context)
+    , databases_(databases)
+    , dbpath_((context.paths.support / "uptime-history.db").string())
+    , dbpathLong_((context.paths.support / "uptime-history-long.db").string())
 {
-    setDbTablePrefix("uptime");
-    setDbpath((context.paths.support / "uptime-history.db").string());
-    setDbpathLong((context.paths.support / "uptime-history-long.db").string());
     loadUptime();
 }
 
@@ -60,15 +60,13 @@ void UptimeStatCollectorMac::loadUptime()
     }
 }
 
-bool UptimeStatCollectorMac::prepareDatabase()
+void UptimeStatCollectorMac::prepareDatabase()
 {
-    const bool migrated = StatCollector::prepareDatabase();
-    for (const std::string& path : {dbpath(), dbpathLong()}) {
+    for (const std::string& path : {dbpath_, dbpathLong_}) {
         const auto database = databases_.databaseWithPath(path);
         database->declareTable(boottimes);
         database->declareTable(identifiers);
     }
-    return migrated;
 }
 
 /// What records the boot in one file.
@@ -93,7 +91,7 @@ HistoryDatabaseItem::QueryBlock UptimeStatCollectorMac::recording() const
 void UptimeStatCollectorMac::addToDatabase()
 {
     if (boottime() > 0) {
-        for (const std::string& path : {dbpath(), dbpathLong()}) {
+        for (const std::string& path : {dbpath_, dbpathLong_}) {
             databases_.databaseWithPath(path)->queryDatabaseAsync(recording());
         }
     }
@@ -107,8 +105,8 @@ void UptimeStatCollectorMac::askForRecordedBoottime(std::function<void(std::opti
             "SELECT time FROM boottime_ids WHERE id = ?", SqlValues{identifier ? SqlValue(*identifier) : SqlValue()});
         return rows && !rows->empty() ? number(rows->front(), "time") : std::nullopt;
     };
-    databases_.databaseWithPath(dbpath())->queryDatabaseAsync(
-        [recordedIn, reply = std::move(reply), longTerm = databases_.databaseWithPath(dbpathLong()),
+    databases_.databaseWithPath(dbpath_)->queryDatabaseAsync(
+        [recordedIn, reply = std::move(reply), longTerm = databases_.databaseWithPath(dbpathLong_),
             &main = context().runtime.mainQueue()](SQLiteConnection& connection) {
             if (const auto recorded = recordedIn(connection)) {
                 main.post([reply, recorded] { reply(recorded); });

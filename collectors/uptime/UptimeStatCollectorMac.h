@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <optional>
+#include <string>
 
 namespace meridal {
 
@@ -26,7 +27,7 @@ public:
     void loadUptime();
 
     /// Declares the tables, which are made in both files where they are missing. None of these waits for a file.
-    bool prepareDatabase() override;
+    void prepareDatabase();
     /// Records the boot in both files, once. To be called when the boot time is certain to be the boot's key.
     void addToDatabase();
     /// Asks for the boot time that this boot was recorded with in either file; the reply comes on the main queue.
@@ -36,6 +37,8 @@ private:
     HistoryDatabaseItem::QueryBlock recording() const;
 
     HistoryDatabaseController& databases_;
+    const std::string dbpath_;
+    const std::string dbpathLong_;
 };
 
 } // namespace meridal

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "collectors/HistoryCatalogue.h"
+#include "history/HistoryCatalogue.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "collectors/disks/SMARTStatCollector.h"
 #include "collectors/network/CoreWLanStatCollector.h"

@@ -14,7 +14,7 @@ protected:
         fit({{{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature}, 40},
             {{"TC1P", "chip-2", "GPU", SensorChannelKind::Temperature}, 50}});
         start();
-        daemon->catalogue.add("odd", collector(), [] {
+        daemon->catalogue.add("odd", collector().history(), [] {
             return std::vector<HistorySeries>{
                 {"", "Odd", "W", {"value"}}, {"TC0P", "CPU", "", {"value", "unheard of"}}};
         });

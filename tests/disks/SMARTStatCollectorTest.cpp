@@ -354,6 +354,11 @@ TEST_F(DiskHistoryTest, FiguresAreRecordedWhileSomebodyAsks)
     EXPECT_THAT(nvme, ElementsAre(41, 41, 3, DoubleNear(100, 3))) << "every 6 s, between two readings the latest";
     const auto ata = figures("SELECT max(temperature), count(wear), count(*) FROM hour_diskhistory WHERE uuid='WX1'");
     EXPECT_THAT(ata, ElementsAre(34, 0, DoubleNear(100, 3))) << "it has no wear, which is not 0";
+    EXPECT_THAT(
+        figures("SELECT count(*) FROM pragma_table_info('hour_diskhistory') WHERE name || ' ' || type || ' ' || pk IN "
+                "('sample INTEGER 1', 'uuid TEXT 2', 'time REAL 0', 'temperature REAL 0', 'wear REAL 0')"),
+        ElementsAre(5))
+        << "another layout would be set aside";
     const std::string newest = "SELECT max(sample) FROM hour_diskidhistory";
     const double before = figures(newest)[0];
     machine.runtime.advance(1000);

@@ -1,7 +1,9 @@
 // Database files on real disks that are full or read-only: a small file system in memory is mounted for each test.
 
-#include "tests/collectors/RecordingCollector.h"
+#include "collectors/StatCollector.h"
+#include "history/HistoryRecorder.h"
 #include "tests/database/DatabaseFixture.h"
+#include "tests/support/FakeHost.h"
 
 #include <fstream>
 #include <sys/mount.h>
@@ -90,15 +92,19 @@ TEST_F(SmallDiskTest, AReadOnlyDiskIsWaitedFor)
 
 class MeasuringCollector final : public StatCollector {
 public:
-    explicit MeasuringCollector(Context& context) : StatCollector(context, historyOf(StorageType::Collector, 1))
+    MeasuringCollector(Context& context, const HistoryTraits& traits)
+        : StatCollector(context), history_(context, traits)
     {
-        config() = historyConfiguration(StorageType::Collector);
-        setDbTablePrefix("disk");
     }
     void updateStats() override
     {
-        addSample({{"time", context().runtime.wallTime()}, {"value", 1}}, StorageIndex::Live);
+        const std::optional<double> one = 1;
+        history_.own().addSample(context().runtime.wallTime(), {&one, 1});
     }
+    void updateHistory() override { history_.updateHistory(); }
+
+private:
+    HistoryRecorder history_;
 };
 
 /// A mount point can be neither opened nor renamed. The other file does not wait for it, and it joins when it is free.
@@ -106,9 +112,13 @@ TEST_F(SmallDiskTest, AMountPointInPlaceOfTheLongTermFileHoldsUpNothingElse)
 {
     HistoryDatabaseController databases(machine_.context);
     machine_.context.databases = &databases;
-    MeasuringCollector collector(machine_.context);
-    collector.setDbpath(path());
-    collector.setDbpathLong(folder_.root() / "disk");
+    MeasuringCollector collector(machine_.context,
+        {.description = "Measuring",
+            .columns = {"value"},
+            .storageType = StorageType::Collector,
+            .dbTablePrefix = "disk",
+            .dbpath = path(),
+            .dbpathLong = folder_.root() / "disk"});
     collector.startLogging();
     machine_.runtime.advance(700);
     databases.commitAllSync();

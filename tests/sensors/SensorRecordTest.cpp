@@ -245,9 +245,9 @@ TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
     machine.runtime.advance(14);
     EXPECT_EQ(daemon->made, 1) << "the record goes on by itself on a machine where somebody asked once";
     ASSERT_TRUE(collector().sensorWithKey("TC0P"));
-    const SampleRing* hour = sensor("TC0P").storageForType(StorageIndex::Hour);
-    EXPECT_EQ((*hour)[SlotIndex{0}].values[0], 44);
-    EXPECT_EQ((*hour)[SlotIndex{20}].values[0], 42) << "reloaded";
+    const SampleRing& hour = sensor("TC0P").samples()->storageForType(StorageIndex::Hour);
+    EXPECT_EQ(hour[SlotIndex{0}].values[0], 44);
+    EXPECT_EQ(hour[SlotIndex{20}].values[0], 42) << "reloaded";
 
     const Value page = history({{"series", "sensors/TC0P"}, {"resolution", "day"}});
     EXPECT_GT(page.at("samples").size(), 400U);

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "base/Value.h"
-#include "collectors/HistoryCatalogue.h"
 #include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/SensorService.h"
 #include "database/HistoryDatabaseController.h"
+#include "history/HistoryCatalogue.h"
 #include "platform/PlatformController.h"
 #include "tests/support/FakeHost.h"
 #include "wire/Link.h"

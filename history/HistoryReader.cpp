@@ -1,7 +1,7 @@
-#include "collectors/HistoryReader.h"
+#include "history/HistoryReader.h"
 
-#include "collectors/SampleRecords.h"
 #include "database/SQLiteConnection.h"
+#include "history/SampleRecords.h"
 
 #include <fmt/format.h>
 
@@ -23,7 +23,7 @@ class RowReader {
 public:
     RowReader(const std::vector<std::string>& columns, const HistoryReadPlan& plan, StoredRows& rows) : rows_(rows)
     {
-        rows.valueCount = plan.valueCount;
+        rows.valueCount = plan.columns.size();
         for (const std::string& column : columns) {
             roles_.push_back(roleOf(column, plan));
         }
@@ -32,7 +32,7 @@ public:
     void add(std::span<const SqlValue> row)
     {
         StoredRows::Row& stored = rows_.rows.emplace_back();
-        rows_.values.resize(rows_.values.size() + rows_.valueCount);
+        rows_.values.resize(rows_.values.size() + rows_.valueCount, absentFigure);
         double* const values = rows_.values.data() + rows_.values.size() - rows_.valueCount;
         for (std::size_t index = 0; index < row.size(); ++index) {
             take(roles_[index], row[index], stored, values);
@@ -60,9 +60,9 @@ private:
         if (column == "uuid") {
             return {.kind = Kind::Key};
         }
-        const auto slot = integer(plan.addSampleMap, column);
-        const bool fits = slot && *slot >= 0 && static_cast<std::size_t>(*slot) < plan.valueCount;
-        return fits ? Role{Kind::Slot, static_cast<std::size_t>(*slot)} : Role{};
+        const auto value = std::find(plan.columns.begin(), plan.columns.end(), column);
+        return value == plan.columns.end() ? Role{}
+                                           : Role{Kind::Slot, static_cast<std::size_t>(value - plan.columns.begin())};
     }
 
     void take(Role role, const SqlValue& value, StoredRows::Row& stored, double* values)
@@ -84,7 +84,9 @@ private:
             }
             break;
         case Kind::Slot:
-            values[role.slot] = std::isfinite(figure) ? figure : 0;
+            if (!std::holds_alternative<std::monostate>(value) && std::isfinite(figure)) {
+                values[role.slot] = figure;
+            }
             break;
         case Kind::Nothing:
             break;

@@ -1,4 +1,4 @@
-#include "collectors/WallClockGuard.h"
+#include "history/WallClockGuard.h"
 
 #include <algorithm>
 #include <cmath>

@@ -5,10 +5,10 @@
 // daemon is stopped or killed at random instants, and the wall clock steps both ways. Beside it runs a plain reference
 // that keeps every sample in lists and works each average out from its definition.
 
-#include "collectors/HistoryReader.h"
 #include "database/HistoryDatabaseController.h"
-#include "tests/collectors/HistoryReference.h"
+#include "history/HistoryReader.h"
 #include "tests/database/FaultyVfs.h"
+#include "tests/history/HistoryReference.h"
 #include "tests/support/SlowBuild.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -241,18 +241,18 @@ TEST_F(HistoryChainTest, AnItemThatComesBackFindsItsHistory)
     stop(false);
     start();
     machine_.runtime.advance(10);
-    const auto before = items_->items().at(0)->lowestSampleForStorageType(StorageIndex::Hour);
-    EXPECT_GT(before, 150U);
-    EXPECT_GT(items_->items().at(0)->sampleAtIndex(SlotIndex{100}, StorageIndex::Hour).sampleID, 0U);
-    items_->items().at(0)->setExists(false);
-    items_->items().at(1)->setExists(true);
-    items_->items().at(2)->setExists(true);
-    ASSERT_TRUE(items_->removeOldItems());
-    const auto back = items_->newItemWithKey(itemKeys[0]);
+    const auto kept = [this]() -> const SampleRing& {
+        return items_->samples.at(itemKeys[0])->storageForType(StorageIndex::Hour);
+    };
+    EXPECT_GT(kept().newestID(), 150U);
+    EXPECT_GT(kept()[SlotIndex{100}].sampleID, 0U);
+    items_->samples.at(itemKeys[0]).reset();
     machine_.runtime.advance(10);
-    EXPECT_GT(back->sampleAtIndex(SlotIndex{100}, StorageIndex::Hour).sampleID, 0U);
-    EXPECT_EQ(back->sampleAtIndex(SlotIndex{1}, StorageIndex::Hour).sampleID + 1,
-        back->lowestSampleForStorageType(StorageIndex::Hour));
+    items_->samples.at(itemKeys[0]) = items_->history.item(itemKeys[0]);
+    EXPECT_EQ(kept().newestID(), 0U);
+    machine_.runtime.advance(10);
+    EXPECT_GT(kept()[SlotIndex{100}].sampleID, 0U);
+    EXPECT_EQ(kept()[SlotIndex{1}].sampleID + 1, kept().newestID());
 }
 
 /// A machine without a battery for its clock starts in 1970, and is put right when the network is there.
@@ -444,12 +444,12 @@ TEST_F(HistoryChainTest, EachFileRecordsWhateverBecomesOfTheOther)
         start();
         machine_.runtime.advance(1000);
         EXPECT_EQ(told, 2 * away.size()) << "once a file and collector";
-        EXPECT_EQ(own_->idForInterval(StorageIndex::Live), 1001.0);
+        EXPECT_EQ(own_->sampleIndex().sampleID, 1001.0);
         for (const StorageIndex index : files) {
-            EXPECT_EQ(own_->sampleIndex(index)->nextTime == 0, away.count(index) > 0);
+            EXPECT_EQ(own_->history.sampleIndex(index).nextTime == 0, away.count(index) > 0);
         }
         std::optional<HistoryPage> page;
-        own_->readHistory({.index = StorageIndex::Hour, .key = {}, .until = {}, .before = {}},
+        own_->history.readHistory({.index = StorageIndex::Hour, .key = {}, .until = {}, .before = {}},
             [&](const auto& answer) { page = answer; });
         machine_.runtime.runDue();
         EXPECT_EQ(page.has_value(), away.count(StorageIndex::Hour) == 0);
@@ -480,9 +480,9 @@ TEST_F(HistoryChainTest, ASlowDiskHoldsUpNoMeasurement)
     start({.vfs = "slow-chain"});
     machine_.runtime.advance(2); // and 100 for each file
     EXPECT_GE(machine_.runtime.monotonicTime(), 1100);
-    EXPECT_EQ(own_->idForInterval(StorageIndex::Live), std::floor(machine_.runtime.monotonicTime() - 1000) + 1);
+    EXPECT_EQ(own_->sampleIndex().sampleID, std::floor(machine_.runtime.monotonicTime() - 1000) + 1);
     machine_.runtime.advance(60);
-    EXPECT_GE(own_->idForInterval(StorageIndex::Hour), 8.0);
+    EXPECT_GE(own_->history.sampleIndex(StorageIndex::Hour).sampleID, 8.0);
     stop(false);
 }
 

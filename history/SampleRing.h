@@ -1,7 +1,8 @@
 #pragma once
 
-#include "collectors/SampleRecords.h"
+#include "history/SampleRecords.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -18,7 +19,11 @@ struct AverageWindow {
 
 struct SampleAverages {
     std::array<double, maximumValues> values = {};
-    std::size_t samples = 0; ///< how many were averaged; 0 leaves all values 0
+    std::size_t valueCount = 0;
+    std::size_t samples = 0; ///< how many were averaged
+
+    /// One a value, absentFigure where no sample has it; none without samples.
+    std::span<const double> figures() const { return std::span(values).first(samples == 0 ? 0 : valueCount); }
 };
 
 /// "Has the sum of these values been beyond the threshold for the last seconds?"
@@ -29,11 +34,8 @@ struct ThresholdQuery {
     double now = 0;     ///< s since 1970
 };
 
-/// Whether clearing a ring also forgets when its samples were taken.
-enum class SlotTimes { Keep, Clear };
-
 /// The newest samples of one storage, newest first. Everything is allocated at construction; adding moves an index.
-/// Knows nothing of dictionaries, and leaves what makes a sample acceptable to its owner. Confined to its owner's queue.
+/// Leaves what makes a sample acceptable to its owner. Confined to its owner's queue.
 class SampleRing {
 public:
     /// No slots: stores nothing, finds nothing.
@@ -55,22 +57,11 @@ public:
     /// The newest slot of this identifier, or null.
     const statsample* find(std::uint64_t sampleID) const;
 
-    /// Makes room for a newest sample; the oldest falls off the end. Until it is written, slot 0 repeats what was the
-    /// newest sample, so that a value which the new one lacks stays as it was.
-    void shift();
-    /// As shift, but only identifiers and times move: for owners whose values live elsewhere.
-    void shiftLabels();
+    /// Adds a newest sample; the oldest falls off the end. What is no finite number, and values that are left out, are
+    /// absent. Allocates nothing.
+    void push(std::uint64_t sampleID, double time, std::span<const double> values);
 
-    void setLabel(SlotIndex slot, std::uint64_t sampleID, double time);
-    void setID(SlotIndex slot, std::uint64_t sampleID);
-    void setTime(SlotIndex slot, double time);
-    void setEmpty(SlotIndex slot, std::int32_t empty);
-    void setValue(SlotIndex slot, std::size_t index, double value);
-
-    /// Every slot becomes empty, with identifier 0 and zero values.
-    void clear(SlotTimes times);
-
-    /// The mean of each value over the non-empty samples of the window.
+    /// The mean of each value over the samples of the window that have it.
     SampleAverages averages(AverageWindow window) const;
     /// The sum stayed strictly below the threshold.
     bool below(const ThresholdQuery& query) const;
@@ -83,6 +74,9 @@ private:
         const std::size_t record = head_ + slot.value;
         return record < records_.size() ? record : record - records_.size();
     }
+    template <typename Function>
+    void forEachIn(AverageWindow window, Function function) const;
+    double meanOfPresent(AverageWindow window, std::size_t index) const;
     template <typename Test>
     bool holds(const ThresholdQuery& query, Test test) const;
 

@@ -1,4 +1,4 @@
-#include "collectors/SampleRing.h"
+#include "history/SampleRing.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,7 +20,7 @@ bool isFigure(double value) { return std::abs(value) <= largestFigure; } // fals
 SampleRing::SampleRing(std::size_t slots, std::size_t valueCount)
     : records_(slots), valueCount_(std::min(valueCount, maximumValues))
 {
-    values_.resize(slots * valueCount_);
+    values_.resize(slots * valueCount_, absentFigure);
     for (std::size_t record = 0; record < slots; ++record) {
         records_[record].values = std::span(values_).subspan(record * valueCount_, valueCount_);
     }
@@ -36,81 +36,31 @@ const statsample* SampleRing::find(std::uint64_t sampleID) const
     return nullptr;
 }
 
-void SampleRing::shift()
+void SampleRing::push(std::uint64_t sampleID, double time, std::span<const double> values)
 {
-    if (size() < 2) {
+    if (records_.empty()) {
         return;
     }
-    const std::size_t newest = head_;
     head_ = head_ == 0 ? size() - 1 : head_ - 1;
-    statsample& to = records_[head_];
-    to.sampleID = records_[newest].sampleID;
-    to.time = records_[newest].time;
-    to.empty = records_[newest].empty;
-    std::copy_n(values_.begin() + static_cast<std::ptrdiff_t>(newest * valueCount_), valueCount_,
-        values_.begin() + static_cast<std::ptrdiff_t>(head_ * valueCount_));
-}
-
-void SampleRing::shiftLabels()
-{
-    for (std::size_t slot = size(); slot-- > 1;) {
-        const statsample& newer = (*this)[SlotIndex{slot - 1}];
-        setLabel(SlotIndex{slot}, newer.sampleID, newer.time);
+    statsample& record = records_[head_];
+    record.sampleID = sampleID;
+    record.time = isFigure(time) ? time : 0;
+    record.empty = true;
+    double* const own = values_.data() + head_ * valueCount_;
+    for (std::size_t index = 0; index < valueCount_; ++index) {
+        const bool isMeasured = index < values.size() && isFigure(values[index]);
+        own[index] = isMeasured ? values[index] : absentFigure;
+        record.empty = record.empty && !isMeasured;
     }
 }
 
-void SampleRing::setLabel(SlotIndex slot, std::uint64_t sampleID, double time)
+/// Calls it with each sample of the window that is not empty, the newest first.
+template <typename Function>
+void SampleRing::forEachIn(AverageWindow window, Function function) const
 {
-    setID(slot, sampleID);
-    setTime(slot, time);
-}
-
-void SampleRing::setID(SlotIndex slot, std::uint64_t sampleID)
-{
-    if (contains(slot)) {
-        records_[recordOf(slot)].sampleID = sampleID;
-    }
-}
-
-void SampleRing::setTime(SlotIndex slot, double time)
-{
-    if (contains(slot) && isFigure(time)) {
-        records_[recordOf(slot)].time = time;
-    }
-}
-
-void SampleRing::setEmpty(SlotIndex slot, std::int32_t empty)
-{
-    if (contains(slot)) {
-        records_[recordOf(slot)].empty = empty;
-    }
-}
-
-void SampleRing::setValue(SlotIndex slot, std::size_t index, double value)
-{
-    if (contains(slot) && index < valueCount_ && isFigure(value)) {
-        values_[recordOf(slot) * valueCount_ + index] = value;
-    }
-}
-
-void SampleRing::clear(SlotTimes times)
-{
-    for (statsample& record : records_) {
-        record.sampleID = 0;
-        record.empty = 1;
-        if (times == SlotTimes::Clear) {
-            record.time = 0;
-        }
-    }
-    std::fill(values_.begin(), values_.end(), 0.0);
-}
-
-SampleAverages SampleRing::averages(AverageWindow window) const
-{
-    SampleAverages result;
     for (SlotIndex slot; slot.value < size(); ++slot.value) {
         const statsample& sample = (*this)[slot];
-        if (sample.empty != 0) {
+        if (sample.empty) {
             continue;
         }
         if (window.start > 0) {
@@ -121,15 +71,36 @@ SampleAverages SampleRing::averages(AverageWindow window) const
                 continue;
             }
         }
+        function(sample);
+    }
+}
+
+double SampleRing::meanOfPresent(AverageWindow window, std::size_t index) const
+{
+    double sum = 0;
+    double count = 0;
+    forEachIn(window, [&](const statsample& sample) {
+        const bool isPresent = !std::isnan(sample.values[index]);
+        sum += isPresent ? sample.values[index] : 0;
+        count += isPresent ? 1 : 0;
+    });
+    return count > 0 ? sum / count : absentFigure;
+}
+
+SampleAverages SampleRing::averages(AverageWindow window) const
+{
+    SampleAverages result;
+    result.valueCount = valueCount_;
+    forEachIn(window, [&](const statsample& sample) {
         for (std::size_t index = 0; index < valueCount_; ++index) {
             result.values[index] += sample.values[index];
         }
         ++result.samples;
-    }
-    if (result.samples > 0) {
-        for (double& value : result.values) {
-            value /= static_cast<double>(result.samples);
-        }
+    });
+    for (std::size_t index = 0; index < valueCount_ && result.samples > 0; ++index) {
+        double& value = result.values[index];
+        // Seldom is a value missing: then the sum has told so.
+        value = std::isnan(value) ? meanOfPresent(window, index) : value / static_cast<double>(result.samples);
     }
     return result;
 }
@@ -140,7 +111,7 @@ bool SampleRing::holds(const ThresholdQuery& query, Test test) const
     const auto passes = [&](const statsample& sample) {
         double sum = 0;
         for (const std::size_t index : query.indexes) {
-            sum += index < valueCount_ ? sample.values[index] : 0;
+            sum += index < valueCount_ && !std::isnan(sample.values[index]) ? sample.values[index] : 0;
         }
         return test(sum);
     };

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Lifetime.h"
-#include "collectors/HistoryCatalogue.h"
+#include "history/HistoryCatalogue.h"
 
 #include <cstddef>
 #include <map>

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "base/Value.h"
-#include "collectors/SampleRecords.h"
+#include "history/SampleRecords.h"
 
 #include <array>
 #include <cstddef>
@@ -25,7 +24,7 @@ struct StoredRows {
     };
 
     std::vector<Row> rows;
-    std::vector<double> values;                                      ///< valueCount a row
+    std::vector<double> values;                                      ///< valueCount a row; absentFigure is NULL
     std::unordered_map<std::string, std::vector<std::size_t>> byKey; ///< each item's rows; of item tables only
     std::size_t valueCount = 0;
 
@@ -62,8 +61,7 @@ struct HistoryReadPlan {
         bool marksEmpty = false; ///< the table's column "empty" tells what is measured
     };
     std::array<Tables, storageCount> tables;
-    Value addSampleMap; ///< column → value slot
-    std::size_t valueCount = 0;
+    std::vector<std::string> columns;   ///< of the values, in their order
     std::optional<std::string> onlyKey; ///< rows of this item only
 };
 

@@ -1,4 +1,4 @@
-#include "collectors/RecordedSeries.h"
+#include "history/RecordedSeries.h"
 
 #include "base/Runtime.h"
 #include "base/Value.h"

@@ -1,4 +1,4 @@
-#include "collectors/LongTermThinning.h"
+#include "history/LongTermThinning.h"
 
 #include "database/SQLiteConnection.h"
 

@@ -1,8 +1,8 @@
 // Eleven years of a long-term store: what thinning leaves is few, is the mean of what was there, and can be read at any age.
 
-#include "collectors/LongTermThinning.h"
-#include "collectors/HistoryReader.h"
+#include "history/LongTermThinning.h"
 #include "database/SQLiteConnection.h"
+#include "history/HistoryReader.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -101,7 +101,7 @@ TEST_F(LongTermThinningTest, OldRowsOfItemsBecomeOneAStepAndStayReadable)
     EXPECT_EQ(figure("SELECT count(*) FROM labels WHERE sample IN (8000, 8001)"), 2) << "no time to go by";
     EXPECT_EQ(thin(tables), 1) << "after a restart there is nothing left to do";
 
-    const HistoryReadPlan plan{.tables = {}, .addSampleMap = {{"value", 0}}, .valueCount = 1, .onlyKey = {}};
+    const HistoryReadPlan plan{.tables = {}, .columns = {"value"}, .onlyKey = {}};
     std::size_t read = 0;
     HistoryPageQuestion question{.index = StorageIndex::LongTerm, .key = "disk", .until = {}, .before = {}};
     for (bool more = true; more;) {

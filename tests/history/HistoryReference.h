@@ -1,15 +1,21 @@
 #pragma once
 
-#include "tests/collectors/RecordingCollector.h"
+#include "collectors/StatCollector.h"
+#include "history/HistoryRecorder.h"
+#include "tests/support/FakeHost.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace meridal::test {
@@ -39,7 +45,9 @@ public:
     {
         const StorageConstants& constants = storageConstants[position(index)];
         const auto& source = lists_[position(constants.historyIndex)];
-        const std::size_t slots = StorageLayout::forHistory().slots[position(constants.historyIndex)];
+        const std::size_t slots = position(constants.historyIndex) == 0 ? 301
+            : constants.historyIndex == StorageIndex::Hour              ? 168
+                                                                        : 365;
         const double allowance = constants.historyIndex == StorageIndex::Live ? 0.99 : 0;
         double sum = 0;
         int count = 0;
@@ -107,73 +115,85 @@ struct Reference {
     }
 };
 
+/// Compares each finished period with the reference on its way to the tables.
+class ChainRecorder final : public HistoryRecorder {
+public:
+    ChainRecorder(Context& context, HistoryTraits traits, Reference& reference)
+        : HistoryRecorder(context, std::move(traits)), reference_(reference)
+    {
+    }
+
+protected:
+    void insertSampleIntoTableAtIndex(const PeriodSample& sample, StorageIndex index) override
+    {
+        const auto take = [&](const std::string& key, const SampleAverages& got) {
+            const bool isEmpty = got.samples == 0;
+            reference_.take(key, index, {sample.sampleID, sample.time, isEmpty, isEmpty ? 0 : got.values[0]});
+        };
+        if (traits().storageType == StorageType::Collector) {
+            take("own", sample.own);
+        } else {
+            for (const char* key : itemKeys) {
+                const auto item = std::find_if(
+                    sample.items.begin(), sample.items.end(), [&](const auto& each) { return each.key == key; });
+                take(key, item == sample.items.end() ? SampleAverages() : item->averages);
+            }
+        }
+        HistoryRecorder::insertSampleIntoTableAtIndex(sample, index);
+    }
+
+private:
+    Reference& reference_;
+};
+
+/// A collector that records: itself, or three items that do not answer now and then.
 class ChainCollector final : public StatCollector {
 public:
     ChainCollector(Context& context, StorageType type, Reference& reference, std::mt19937& random)
-        : StatCollector(context,
-            {.description = "Chain", .sampleCount = 1, .storageType = type, .layout = StorageLayout::forHistory()})
+        : StatCollector(context, "Chain")
+        , history(context,
+              {.description = "Chain",
+                  .columns = {"value"},
+                  .storageType = type,
+                  .dbTablePrefix = type == StorageType::Collector ? "own" : "item",
+                  .dbpath = context.paths.support / "short" / "chain.db",
+                  .dbpathLong = context.paths.support / "long" / "chainlong.db"},
+              reference)
         , reference_(reference)
         , random_(random)
     {
-        config() = historyConfiguration(type);
-        setDbTablePrefix(type == StorageType::Collector ? "own" : "item");
-        setDbpath(context.paths.support / "short" / "chain.db");
-        setDbpathLong(context.paths.support / "long" / "chainlong.db");
-        if (type == StorageType::Items) {
-            for (const char* key : itemKeys) {
-                newItemWithKey(key);
-            }
+        for (const char* key : itemKeys) {
+            samples[key] = type == StorageType::Items ? history.item(key) : nullptr;
         }
-    }
-
-    std::shared_ptr<StatCollectorItem> makeItem() override
-    {
-        return std::make_shared<StatCollectorItem>(context(), 1, StorageLayout::forHistory());
     }
 
     void updateStats() override
     {
-        if (storageType() == StorageType::Collector) {
-            addSample(measure("own"), StorageIndex::Live);
+        if (history.traits().storageType == StorageType::Collector) {
+            measure("own", history.own());
             return;
         }
-        for (const auto& item : items()) {
-            if (random_() % 10 != 0) { // a sensor that does not answer now and then
-                item->addSample(measure(*item->key()), StorageIndex::Live);
+        for (const char* key : itemKeys) {
+            if (random_() % 10 != 0 && samples[key]) {
+                measure(key, *samples[key]);
             }
         }
     }
+    void updateHistory() override { history.updateHistory(); }
 
-    void insertSampleIntoTableAtIndex(const Dictionary& sample, StorageIndex index) override
-    {
-        const auto taken = [&](const Dictionary& from) {
-            return Sample{sample.at("sample").get<std::uint64_t>(), sample.at("time").get<double>(),
-                isEmptySample(from), number(from, "value").value_or(0)};
-        };
-        if (storageType() == StorageType::Collector) {
-            reference_.take("own", index, taken(sample));
-        } else {
-            const Dictionary missing{{"empty", 1}};
-            const Value* items = find(sample, "items");
-            for (const char* key : itemKeys) {
-                const Dictionary* own = &missing;
-                for (std::size_t place = 0; items && place < items->size(); ++place) {
-                    own = (*items)[place].at("uuid") == key ? &(*items)[place] : own;
-                }
-                reference_.take(key, index, taken(*own));
-            }
-        }
-        StatCollector::insertSampleIntoTableAtIndex(sample, index);
-    }
+    ChainRecorder history;
+    std::map<std::string, std::shared_ptr<SampleStorages>> samples; ///< of the items
 
 private:
-    Dictionary measure(const std::string& key)
+    void measure(const std::string& key, SampleStorages& to)
     {
         const double now = context().runtime.wallTime();
-        const double value = static_cast<double>(random_() % 8000) / 8;
-        const bool empty = random_() % 50 == 0;
-        reference_.series[key].addLive(now, empty, value);
-        return {{"time", now}, {"value", value}, {"empty", empty ? 1 : 0}};
+        std::optional<double> value = static_cast<double>(random_() % 8000) / 8;
+        if (random_() % 50 == 0) {
+            value.reset();
+        }
+        reference_.series[key].addLive(now, !value, value.value_or(0));
+        to.addSample(now, {&value, 1});
     }
 
     Reference& reference_;

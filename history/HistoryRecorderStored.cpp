@@ -1,0 +1,150 @@
+// The part of HistoryRecorder that deals in what is stored: takes it up at the start, and reads it for clients.
+
+#include "base/Log.h"
+#include "database/HistoryDatabaseItem.h"
+#include "history/HistoryRecorder.h"
+#include "platform/Context.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace meridal {
+
+std::vector<std::shared_ptr<HistoryDatabaseItem>> HistoryRecorder::databases() const
+{
+    return {databaseForIndex(StorageIndex::Hour), databaseForIndex(StorageIndex::LongTerm)};
+}
+
+/// Reads on the file's own queue, and goes on when it has answered.
+void HistoryRecorder::loadPreviousSamples(HistoryFile which)
+{
+    const auto file = databaseForIndex(which == HistoryFile::Short ? StorageIndex::Hour : StorageIndex::LongTerm);
+    auto stored = std::make_shared<StoredHistory>();
+    if (!file) {
+        adoptHistory(which, *stored);
+        return;
+    }
+    stateOf(which).phase = Phase::Loading;
+    tables_.declareTables(which);
+    file->queryDatabaseAsync([stored, plan = tables_.readPlan(), which, &mainQueue = context_.runtime.mainQueue(),
+                                 adopt = lifetime_.guard([this, which, stored] { adoptHistory(which, *stored); })](
+                                 SQLiteConnection& database) {
+        for (const StorageIndex index : recordedStorages) {
+            stored->readable = stored->readable
+                && (fileOf(index) != which || readStorage(database, plan, index, stored->storages[position(index)]));
+        }
+        mainQueue.post(adopt);
+    });
+}
+
+void HistoryRecorder::adoptHistory(HistoryFile which, const StoredHistory& stored)
+{
+    FileState& state = stateOf(which);
+    if (!stored.readable) {
+        state.phase = Phase::NotStarted;
+        if (!std::exchange(state.toldUnreadable, true)) {
+            context_.log.warning(fmt::format("{}: stored history cannot be read; what belongs to {} waits until it can",
+                traits().description, which == HistoryFile::Short ? traits().dbpath : traits().dbpathLong));
+        }
+        return;
+    }
+    state.phase = Phase::Running;
+    double latest = 0;
+    for (const StorageIndex index : recordedStorages) {
+        if (fileOf(index) == which) {
+            adoptStorage(index, stored.storages[position(index)]);
+            latest = std::max(latest, stored.storages[position(index)].latestTime);
+        }
+    }
+    wallClock_.begin(latest, context_.runtime.monotonicTime());
+    for (auto& [key, item] : items_) {
+        item.storedHistoryAsked = item.storedHistoryAsked || which == HistoryFile::Short;
+    }
+    nextHistoryTime_ = 0;
+}
+
+void HistoryRecorder::adoptStorage(StorageIndex index, const StoredStorage& stored)
+{
+    const double now = context_.runtime.wallTime();
+    tables_.setMeasured(index, stored.measured);
+    if (stored.hasNewest) {
+        clock(index).goOnFrom(stored, now);
+    } else {
+        clock(index).start(now);
+        insertSampleIntoTableAtIndex({.sampleID = 0, .time = sampleIndex(index).time, .items = {}}, index);
+        runDatabaseQueue();
+    }
+    if (!isOfItems()) {
+        own_.addStoredRows(index, stored.samples);
+    }
+    for (const auto& [key, item] : items_) {
+        if (const auto samples = item.samples.lock()) {
+            samples->addStoredRows(index, stored, key);
+        }
+    }
+    if (!stored.items.rows.empty()) {
+        double& latest = measuredUntil_[position(index)];
+        latest = std::max(latest, stored.items.rows.back().time);
+    }
+}
+
+/// Items that appeared after the start get their own stored samples, so that the averages of a sensor or disk that comes
+/// and goes reach back as far as everybody's.
+void HistoryRecorder::loadHistoryOfNewItems()
+{
+    for (auto& [key, item] : items_) {
+        const auto samples = item.samples.lock();
+        if (samples && stateOf(HistoryFile::Short).phase == Phase::Running
+            && !std::exchange(item.storedHistoryAsked, true)) {
+            loadPreviousSamplesForItem(key, samples);
+        }
+    }
+}
+
+void HistoryRecorder::loadPreviousSamplesForItem(const std::string& key, const std::shared_ptr<SampleStorages>& item)
+{
+    const auto file = databaseForIndex(StorageIndex::Hour);
+    if (!file) {
+        return;
+    }
+    HistoryReadPlan plan = tables_.readPlan();
+    plan.onlyKey = key;
+    auto stored = std::make_shared<StoredHistory>();
+    Task adopt = lifetime_.guard([item, stored, key] {
+        for (const StorageIndex index : recordedStorages) {
+            item->addStoredRows(index, stored->storages[position(index)], key);
+        }
+    });
+    file->commit(); // the latest may be this item's
+    file->queryDatabaseAsync([plan = std::move(plan), stored, adopt = std::move(adopt),
+                                 &mainQueue = context_.runtime.mainQueue()](SQLiteConnection& database) {
+        for (const StorageIndex index : recordedStorages) {
+            if (index != StorageIndex::LongTerm) {
+                readStorage(database, plan, index, stored->storages[position(index)]);
+            }
+        }
+        mainQueue.post(adopt);
+    });
+}
+
+void HistoryRecorder::readHistory(
+    const HistoryPageQuestion& question, std::function<void(const std::optional<HistoryPage>&)> reply)
+{
+    const auto file = databaseForIndex(question.index);
+    const HistoryReadPlan::Tables& tables = tables_.readPlan().tables[position(question.index)];
+    const std::string table = isOfItems() ? tables.itemTable : tables.table;
+    Queue& mainQueue = context_.runtime.mainQueue();
+    if (!file || table.empty()) {
+        mainQueue.post([reply = std::move(reply)] { reply(HistoryPage()); });
+        return;
+    }
+    file->commit();
+    file->queryDatabaseAsync(
+        [plan = tables_.readPlan(), question, table, reply = std::move(reply), &mainQueue](SQLiteConnection& database) {
+            mainQueue.post([page = readPage(database, table, plan, question), reply] { reply(page); });
+        });
+}
+
+} // namespace meridal
