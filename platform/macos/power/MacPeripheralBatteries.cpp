@@ -1,6 +1,6 @@
 #include "platform/macos/power/MacAdapters.h"
 
-#include "platform/PowerEntries.h"
+#include "platform/formats/PowerDictionaries.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/CFValue.h"
 

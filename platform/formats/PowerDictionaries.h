@@ -4,8 +4,6 @@
 #include "platform/host/PeripheralBatteries.h"
 
 #include <optional>
-#include <string>
-#include <string_view>
 
 namespace meridal {
 
@@ -26,11 +24,5 @@ std::optional<PeripheralBattery> accessoryBattery(const Dictionary& description)
 /// The battery of a device in the I/O registry, from its properties: "BatteryPercent" or "Battery Level", "Product",
 /// "DeviceAddress", "SerialNumber". Absent when it tells no percentage.
 std::optional<PeripheralBattery> registryBattery(const Dictionary& properties);
-
-/// The kind of device that a name for people speaks of: "Magic Keyboard".
-PeripheralKind kindOfName(std::string_view name);
-
-/// "AA-BB-CC-DD-EE-FF" and the like as "aa:bb:cc:dd:ee:ff"; absent for what is no hardware address.
-std::optional<std::string> hardwareAddress(std::string_view text);
 
 } // namespace meridal

@@ -1,10 +1,9 @@
-#include "platform/PowerEntries.h"
+#include "platform/formats/PowerDictionaries.h"
 
 #include "base/Value.h"
+#include "platform/PeripheralNames.h"
 
 #include <algorithm>
-#include <array>
-#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <utility>
@@ -14,7 +13,6 @@ namespace meridal {
 namespace {
 
 constexpr double largestPercentage = 100;
-constexpr std::size_t addressLength = 17; // aa:bb:cc:dd:ee:ff
 
 std::optional<double> positive(const Value& dictionary, std::string_view key)
 {
@@ -56,14 +54,6 @@ std::optional<bool> flag(const Value& dictionary, std::string_view key)
     }
     const auto figure = number(dictionary, key);
     return figure ? std::optional(*figure != 0) : std::nullopt;
-}
-
-std::string lower(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-        [](unsigned char each) { return static_cast<char>(std::tolower(each)); });
-    return result;
 }
 
 /// The best of several names that stays the same: an address, else the first that is there.
@@ -134,7 +124,7 @@ std::optional<PeripheralBattery> accessoryBattery(const Dictionary& description)
     // The two ear pieces and the case of one headset are sources of their own with one identifier.
     if (const auto part = words(description, "Part Identifier"); part && part != "Single") {
         battery.key += ' ' + *part;
-        battery.name += " (" + lower(*part) + ')';
+        battery.name += " (" + lowercase(*part) + ')';
     }
     const std::string category = words(description, "Accessory Category").value_or(battery.name);
     battery.kind = kindOfName(category) == PeripheralKind::Other ? kindOfName(battery.name) : kindOfName(category);
@@ -160,39 +150,6 @@ std::optional<PeripheralBattery> registryBattery(const Dictionary& properties)
     battery.percent = std::min(*level, largestPercentage);
     battery.bluetooth = words(properties, "Transport").value_or("").starts_with("Bluetooth");
     return battery;
-}
-
-PeripheralKind kindOfName(std::string_view name)
-{
-    using enum PeripheralKind;
-    static constexpr std::array<std::pair<std::string_view, PeripheralKind>, 14> known = {{{"keyboard", Keyboard},
-        {"trackpad", Trackpad}, {"touchpad", Trackpad}, {"mouse", Mouse}, {"trackball", Mouse}, {"headphone", Headset},
-        {"headset", Headset}, {"earbuds", Headset}, {"audio", Headset}, {"controller", GameController},
-        {"gamepad", GameController}, {"gaming", GameController}, {"tablet", Tablet}, {"phone", Phone}}};
-    const std::string text = lower(name);
-    for (const auto& [word, kind] : known) {
-        if (text.find(word) != std::string::npos) {
-            return kind;
-        }
-    }
-    return Other;
-}
-
-std::optional<std::string> hardwareAddress(std::string_view text)
-{
-    if (text.size() != addressLength) {
-        return std::nullopt; // among them twelve digits in a row, which may be any serial number
-    }
-    std::string address = lower(text);
-    for (std::size_t at = 0; at < address.size(); ++at) {
-        const bool fits =
-            at % 3 == 2 ? text[at] == ':' || text[at] == '-' : std::isxdigit(static_cast<unsigned char>(text[at])) != 0;
-        if (!fits) {
-            return std::nullopt;
-        }
-        address[at] = at % 3 == 2 ? ':' : address[at];
-    }
-    return address;
 }
 
 } // namespace meridal

@@ -1,4 +1,5 @@
-#include "platform/PowerEntries.h"
+#include "platform/formats/PowerDictionaries.h"
+#include "platform/PeripheralNames.h"
 #include "tests/support/HasMembers.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +9,7 @@ namespace {
 
 using test::hasMembers;
 
-TEST(PowerEntries, CapacitiesAreInTheirUnitOnEveryMac)
+TEST(PowerDictionaries, CapacitiesAreInTheirUnitOnEveryMac)
 {
     const Dictionary intel{{"MaxCapacity", 4100}, {"CurrentCapacity", 2000}, {"DesignCapacity", 4790}};
     EXPECT_EQ(milliampereSmartBattery(intel), intel);
@@ -29,7 +30,7 @@ TEST(PowerEntries, CapacitiesAreInTheirUnitOnEveryMac)
     EXPECT_EQ(percentDescription({{"Current Capacity", 50}, {"Max Capacity", 0}})["Current Capacity"], 50);
 }
 
-TEST(PowerEntries, PeripheralsHaveOneNameAndOneKeyEach)
+TEST(PowerDictionaries, PeripheralsHaveOneNameAndOneKeyEach)
 {
     const auto keyboard = registryBattery({{"BatteryPercent", 63}, {"Product", "Magic Keyboard"},
         {"DeviceAddress", "AC-1D-06-00-00-01"}, {"SerialNumber", "F1"}, {"Transport", "Bluetooth"}});
