@@ -2,10 +2,15 @@
 
 #include "base/Value.h"
 #include "platform/PeripheralNames.h"
+#include "platform/formats/ManufactureDate.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
+#include <limits>
+#include <span>
 #include <utility>
 
 namespace meridal {
@@ -29,15 +34,6 @@ std::optional<double> firstPositive(const Value& dictionary, std::initializer_li
         }
     }
     return std::nullopt;
-}
-
-void replace(Dictionary& dictionary, const char* key, const std::optional<double>& figure)
-{
-    if (figure) {
-        dictionary[key] = static_cast<std::int64_t>(std::round(*figure));
-    } else {
-        dictionary.erase(key);
-    }
 }
 
 std::optional<std::string> words(const Value& dictionary, std::string_view key)
@@ -72,45 +68,155 @@ std::optional<std::string> identity(const Value& dictionary, std::initializer_li
     return std::nullopt;
 }
 
-} // namespace
-
-Dictionary percentDescription(Dictionary description)
+/// 0 to 100, whatever the source counts in: those of other makers may count in mAh.
+std::optional<int> percentOf(const Value& description)
 {
-    const auto now = number(description, "Current Capacity");
-    const auto full = positive(description, "Max Capacity");
-    if (now && full && *full != largestPercentage) {
-        replace(description, "Current Capacity", *now / *full * largestPercentage);
-        description["Max Capacity"] = 100;
+    const Value* now = find(description, "Current Capacity");
+    if (!now || !now->is_number()) {
+        return std::nullopt;
     }
-    return description;
+    const auto full = positive(description, "Max Capacity");
+    const double share = full && *full != largestPercentage ? std::round(now->get<double>() / *full * largestPercentage)
+                                                            : now->get<double>();
+    return std::isnan(share) ? 0 : static_cast<int>(std::clamp(share, 0.0, largestPercentage));
 }
 
-Dictionary milliampereSmartBattery(Dictionary properties)
+/// A figure to the nearest whole one; absent for what no figure of a battery is.
+std::optional<std::int64_t> rounded(std::optional<double> figure)
 {
-    const Value* found = find(properties, "BatteryData");
-    const Dictionary data = found ? *found : Value();
-    if (!positive(properties, "DesignCapacity")) {
-        replace(properties, "DesignCapacity", positive(data, "DesignCapacity"));
+    constexpr double largest = 1e12;
+    return figure && std::abs(*figure) < largest ? std::optional(std::llround(*figure)) : std::nullopt;
+}
+
+std::optional<std::int64_t> notNegative(std::optional<double> figure)
+{
+    return figure && *figure >= 0 ? rounded(figure) : std::nullopt;
+}
+
+/// Minutes; those below 0 are being calculated.
+std::optional<TimeEstimate> estimate(const Value& description, std::string_view key)
+{
+    constexpr std::int64_t longest = std::numeric_limits<int>::max();
+    if (!find(description, key)) {
+        return std::nullopt;
     }
-    const auto told = positive(properties, "MaxCapacity");
+    const auto minutes = integer(description, key);
+    return minutes && *minutes >= 0 ? TimeEstimate{static_cast<int>(std::min(*minutes, longest))} : TimeEstimate{};
+}
+
+std::optional<PowerSourceKind> kindOf(const Value& description)
+{
+    const auto type = text(description, "Type");
+    const bool isInternal =
+        type ? type == "InternalBattery" : text(description, "Transport Type").value_or("Internal") == "Internal";
+    if (isInternal) {
+        return PowerSourceKind::InternalBattery;
+    }
+    return type.value_or("UPS") == "UPS" ? std::optional(PowerSourceKind::UPS) : std::nullopt; // else an accessory
+}
+
+PowerSupplyState supplyOf(const Value& description)
+{
+    const auto state = text(description, "Power Source State");
+    if (!state) {
+        return PowerSupplyState::Unknown;
+    }
+    return state == "AC Power"     ? PowerSupplyState::AC
+        : state == "Battery Power" ? PowerSupplyState::Battery
+                                   : PowerSupplyState::OffLine;
+}
+
+/// The condition counts where it says what is wrong, else what is said of the health.
+std::optional<BatteryVerdict> verdictOf(const Value& description)
+{
+    using enum BatteryVerdict;
+    static constexpr std::array<std::pair<std::string_view, BatteryVerdict>, 5> known = {
+        {{"Poor", Poor}, {"Fair", Fair}, {"Good", Good}, {"Check Battery", CheckBattery},
+            {"Permanent Battery Failure", PermanentFailure}}};
+    const auto among = [&](std::span<const std::pair<std::string_view, BatteryVerdict>> some, const char* key) {
+        const auto told = text(description, key);
+        const auto* found =
+            std::find_if(some.data(), some.data() + some.size(), [&](const auto& each) { return told == each.first; });
+        return found == some.data() + some.size() ? std::nullopt : std::optional(found->second);
+    };
+    const auto condition = among(std::span(known).subspan(3), "BatteryHealthCondition");
+    return condition ? condition : among(std::span(known).first(4), "BatteryHealth");
+}
+
+std::string serialOf(const Value& battery)
+{
+    return words(battery, "Serial").value_or(words(battery, "BatterySerialNumber").value_or(""));
+}
+
+std::optional<PowerSourceRecord> powerSourceOf(const Value& description)
+{
+    const auto kind = kindOf(description);
+    if (!kind) {
+        return std::nullopt;
+    }
+    return PowerSourceRecord{.kind = *kind,
+        .name = text(description, "Name").value_or(""),
+        .serial = text(description, "Hardware Serial Number").value_or(""),
+        .present = flag(description, "Is Present").value_or(true),
+        .supply = supplyOf(description),
+        .charging = flag(description, "Is Charging").value_or(false),
+        .charged = flag(description, "Is Charged").value_or(false),
+        .heldBack = flag(description, "Optimized Battery Charging Engaged").value_or(false),
+        .chargePercent = percentOf(description),
+        .toEmpty = estimate(description, "Time to Empty"),
+        .toFull = estimate(description, "Time to Full Charge"),
+        .voltageMv = rounded(number(description, "Voltage")),
+        .currentMa = rounded(number(description, "Current")),
+        .verdict = verdictOf(description)};
+}
+
+/// On Apple silicon "MaxCapacity" and "CurrentCapacity" are percent, and the real figures stand elsewhere: 100 of 4,500
+/// would look like a battery at 2 % of its health.
+BatteryControllerRecord controllerOf(const Value& battery)
+{
+    const Value* found = find(battery, "BatteryData");
+    const Value data = found ? *found : Value();
+    const auto told = positive(battery, "MaxCapacity");
     // No pack of a computer holds as little as 100 mAh.
     const bool isPercentage = told && *told <= largestPercentage;
-    auto full = firstPositive(properties, {"AppleRawMaxCapacity", "NominalChargeCapacity"});
+    auto full = firstPositive(battery, {"AppleRawMaxCapacity", "NominalChargeCapacity"});
     if (!full) {
         full = isPercentage ? positive(data, "NominalChargeCapacity") : told;
     }
-    replace(properties, "MaxCapacity", full);
-    auto now = number(properties, "AppleRawCurrentCapacity");
-    if (!now && !isPercentage) {
-        now = number(properties, "CurrentCapacity");
+    auto now = number(battery, "AppleRawCurrentCapacity");
+    if (!now && told && !isPercentage) {
+        now = number(battery, "CurrentCapacity");
     }
-    replace(properties, "CurrentCapacity", now);
-    if (!words(properties, "Serial")) {
-        if (auto serial = words(properties, "BatterySerialNumber")) {
-            properties["Serial"] = std::move(*serial);
+    const auto design = positive(battery, "DesignCapacity");
+    return {.chargeNowMah = notNegative(now),
+        .chargeFullMah = rounded(full),
+        .chargeDesignMah = rounded(design ? design : positive(data, "DesignCapacity")),
+        .cycles = notNegative(number(battery, "CycleCount")),
+        .voltageMv = rounded(number(battery, "Voltage")),
+        .currentMa = rounded(number(battery, "Amperage")),
+        .manufactured = manufactureDate(battery)};
+}
+
+} // namespace
+
+std::vector<PowerSourceRecord> powerSourcesOf(const std::vector<Dictionary>& descriptions, const Dictionary& battery)
+{
+    std::vector<PowerSourceRecord> sources;
+    bool isFree = battery.is_object() && flag(battery, "BatteryInstalled") != false;
+    for (const Dictionary& description : descriptions) {
+        auto source = powerSourceOf(description);
+        if (source && isFree && source->present && source->kind == PowerSourceKind::InternalBattery) {
+            isFree = false;
+            const std::string serial = serialOf(battery);
+            if (serial.empty() || source->serial.empty() || serial == source->serial) {
+                source->controller = controllerOf(battery);
+            } // else it was exchanged between the two readings: the next one sees both
+        }
+        if (source) {
+            sources.push_back(*std::move(source));
         }
     }
-    return properties;
+    return sources;
 }
 
 std::optional<PeripheralBattery> accessoryBattery(const Dictionary& description)
@@ -128,8 +234,7 @@ std::optional<PeripheralBattery> accessoryBattery(const Dictionary& description)
     }
     const std::string category = words(description, "Accessory Category").value_or(battery.name);
     battery.kind = kindOfName(category) == PeripheralKind::Other ? kindOfName(battery.name) : kindOfName(category);
-    const Dictionary percent = percentDescription(description);
-    battery.percent = number(percent, "Current Capacity");
+    battery.percent = percentOf(description);
     battery.charging = flag(description, "Is Charging");
     battery.bluetooth = words(description, "Transport Type").value_or("").starts_with("Bluetooth");
     return battery;

@@ -2,21 +2,17 @@
 
 #include "base/ValueFwd.h"
 #include "platform/host/PeripheralBatteries.h"
+#include "platform/host/PowerSources.h"
 
 #include <optional>
+#include <vector>
 
 namespace meridal {
 
-/// What macOS says of batteries, in the shape in which PowerSources and PeripheralBatteries give it. Pure, so that it is
-/// tested where no Mac is at hand.
-
-/// A power-source description whose capacities are percent. Sources of other makers may count in mAh.
-Dictionary percentDescription(Dictionary description);
-
-/// The properties of the battery's driver with all capacities in mAh. On Apple silicon "MaxCapacity" and
-/// "CurrentCapacity" are percent, and the real figures stand elsewhere; without them the entries are left out, for 100 of
-/// 4,500 would look like a battery at 2 % of its health.
-Dictionary milliampereSmartBattery(Dictionary properties);
+/// The sources of power, by their descriptions (IOPSGetPowerSourceDescription), without those of accessories. `battery`
+/// holds the properties of the AppleSmartBattery service, null where there is none; of several internal batteries it is
+/// the first one's that is there.
+std::vector<PowerSourceRecord> powerSourcesOf(const std::vector<Dictionary>& descriptions, const Dictionary& battery);
 
 /// The battery of an accessory among the power sources ("Type" is "Accessory Source"); absent for other sources.
 std::optional<PeripheralBattery> accessoryBattery(const Dictionary& description);

@@ -25,7 +25,7 @@ TEST_F(DaemonTest, QuestionsWithoutTheirCollectorGetWhatNothingThereIs)
     ASSERT_EQ(client.link->count(128), 1);
     EXPECT_EQ(client.link->received[0]->dictionary(), (Value{{"type", "128"}}));
     Client other = connect();
-    machine.powerSources().change({FakePowerSources::internal("Battery Power", false)});
+    machine.powerSources().change({{.supply = PowerSupplyState::Battery}});
     machine.runtime.advance(10);
     EXPECT_EQ(client.link->count(128), 2) << "when the source changes";
     EXPECT_EQ(other.link->count(128), 0) << "who did not ask";

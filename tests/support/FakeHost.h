@@ -206,39 +206,32 @@ private:
 /// Power sources that a test describes.
 class FakePowerSources final : public PowerSources {
 public:
-    std::vector<Dictionary> descriptions() override { return sources; }
-    std::vector<Dictionary> smartBatteries() override { return batteries; }
+    std::vector<PowerSourceRecord> sources() override { return records; }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override
     {
         const auto entry = observers.insert(observers.end(), std::move(changed));
         return std::make_unique<Ending>(*this, entry);
     }
-    /// Replaces the descriptions and tells the observers.
-    void change(std::vector<Dictionary> now)
+    /// Replaces the records and tells the observers.
+    void change(std::vector<PowerSourceRecord> now)
     {
-        sources = std::move(now);
+        records = std::move(now);
         for (const auto& observer : observers) {
             observer();
         }
     }
-    /// What an internal battery says of itself.
-    static Dictionary internal(const std::string& state, bool charging)
-    {
-        return {{"Type", "InternalBattery"}, {"Transport Type", "Internal"}, {"Power Source State", state},
-            {"Is Charging", charging}};
-    }
 
-    std::vector<Dictionary> sources;
-    std::vector<Dictionary> batteries;
+    std::vector<PowerSourceRecord> records;
     std::list<std::function<void()>> observers;
 
 private:
     struct Ending final : Observation {
-        Ending(FakePowerSources& owner, std::list<std::function<void()>>::iterator place) : sources(owner), entry(place)
+        Ending(FakePowerSources& sources, std::list<std::function<void()>>::iterator place)
+            : owner(sources), entry(place)
         {
         }
-        ~Ending() override { sources.observers.erase(entry); }
-        FakePowerSources& sources;
+        ~Ending() override { owner.observers.erase(entry); }
+        FakePowerSources& owner;
         std::list<std::function<void()>>::iterator entry;
     };
 };
