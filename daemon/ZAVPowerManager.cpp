@@ -3,7 +3,6 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Text.h"
-#include "base/Value.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
@@ -14,20 +13,6 @@
 #include <utility>
 
 namespace meridal {
-
-namespace {
-
-/// A figure that some systems give as a boolean and others as a number.
-std::int64_t integerValue(const Value& dictionary, std::string_view key)
-{
-    const Value* entry = find(dictionary, key);
-    if (entry && entry->is_boolean()) {
-        return entry->get<bool>() ? 1 : 0;
-    }
-    return integer(dictionary, key).value_or(0);
-}
-
-} // namespace
 
 ZAVPowerManager::ZAVPowerManager(Context& context) : context_(context)
 {
@@ -86,16 +71,11 @@ void ZAVPowerManager::updateSource()
 {
     int source = -1;
     int state = -1;
-    for (const Dictionary& description : context_.host.powerSources->descriptions()) {
-        if (text(description, "Transport Type") != "Internal") {
-            continue;
-        }
-        if (text(description, "Power Source State") == "Battery Power") {
-            source = 0;
-            state = 0;
-        } else {
-            source = 1;
-            state = integerValue(description, "Is Charging") == 1 ? 1 : 2;
+    for (const PowerSourceRecord& each : context_.host.powerSources->sources()) {
+        if (each.kind == PowerSourceKind::InternalBattery) { // the last one speaks
+            const bool onBattery = each.supply == PowerSupplyState::Battery;
+            source = onBattery ? 0 : 1;
+            state = onBattery ? 0 : each.charging ? 1 : 2;
         }
     }
     if (std::exchange(source_, source) != source) {

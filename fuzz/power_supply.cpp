@@ -33,16 +33,16 @@ void describeUPS(std::string_view bytes)
         require(request.size > 0 && request.size <= HidPowerDevice::largestReport);
         answers[{request.kind, request.report}] = bytes.substr(bytes.size() - std::min(bytes.size(), request.size));
     }
-    const Dictionary source = ups.describe(answers);
-    const auto within = [&source](const char* key, std::int64_t lowest, std::int64_t highest) {
-        const auto figure = integer(source, key);
+    const PowerSourceRecord source = ups.record(answers);
+    const auto within = [](const auto& figure, std::int64_t lowest, std::int64_t highest) {
         require(!figure || (*figure >= lowest && *figure <= highest));
     };
-    within("Current Capacity", 0, 100);
-    within("Voltage", 1'000, 1'000'000);
-    within("Current", -1'000'000, 1'000'000);
-    within("Time to Empty", -1, 30 * 24 * 60);
-    within("Time to Full Charge", -1, 30 * 24 * 60);
+    within(source.chargePercent, 0, 100);
+    within(source.voltageMv, 1'000, 1'000'000);
+    within(source.currentMa, -1'000'000, 1'000'000);
+    for (const auto& estimate : {source.toEmpty, source.toFull}) {
+        within(estimate.value_or(TimeEstimate()).minutes, 0, 30 * 24 * 60);
+    }
 }
 
 } // namespace

@@ -1,14 +1,12 @@
 #include "collectors/battery/BatteryStatCollectorItemMac.h"
 
 #include "base/Runtime.h"
-#include "collectors/battery/ManufactureDate.h"
 #include "platform/Context.h"
 #include "platform/host/PeripheralBatteries.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
-#include <limits>
-#include <string_view>
 
 namespace meridal {
 
@@ -16,30 +14,34 @@ namespace {
 
 constexpr double fullPercentage = 100;
 
-/// A whole figure that some systems give as a boolean and others as a number; 0 when missing.
-std::int64_t wholeFigure(const Dictionary& description, std::string_view key)
+/// Minutes, where they are told and not just being calculated.
+int minutesOf(const std::optional<TimeEstimate>& estimate)
 {
-    const Value* entry = find(description, key);
-    if (entry && entry->is_boolean()) {
-        return entry->get<bool>() ? 1 : 0;
-    }
-    return integer(description, key).value_or(0);
+    return estimate ? estimate->minutes.value_or(batteryTime::unknown) : batteryTime::unknown;
 }
 
-/// Minutes under a key; those below 0 are being calculated.
-int minutes(const Dictionary& description, std::string_view key)
+BatteryCondition conditionOf(BatteryVerdict verdict)
 {
-    const auto figure = integer(description, key);
-    if (!figure || *figure < 0) {
-        return batteryTime::unknown;
+    switch (verdict) {
+    case BatteryVerdict::Poor:
+        return BatteryCondition::Poor;
+    case BatteryVerdict::Fair:
+        return BatteryCondition::Fair;
+    case BatteryVerdict::Good:
+        return BatteryCondition::Good;
+    case BatteryVerdict::CheckBattery:
+        return BatteryCondition::CheckBattery;
+    case BatteryVerdict::PermanentFailure:
+        break;
     }
-    return static_cast<int>(std::min<std::int64_t>(*figure, std::numeric_limits<int>::max()));
+    return BatteryCondition::PermanentFailure;
 }
 
-std::optional<double> positive(const Dictionary& battery, std::string_view key)
+/// An adapter that gives less than the machine takes leaves the rest to the battery.
+bool isDrained(const PowerSourceRecord& record)
 {
-    const auto figure = number(battery, key);
-    return figure && *figure > 0 ? figure : std::nullopt;
+    constexpr std::int64_t leak = 100; // mA, that a battery may give while it is merely held back from charging
+    return record.currentMa ? *record.currentMa <= -leak : record.toEmpty && record.toEmpty->minutes != 0;
 }
 
 BatteryType typeOf(PeripheralKind kind)
@@ -67,126 +69,87 @@ BatteryType typeOf(PeripheralKind kind)
 
 } // namespace
 
-// A power-source description
+// A power source
 
-void BatteryStatCollectorItemMac::processIOPS(const Dictionary& description)
+void BatteryStatCollectorItemMac::processIOPS(const PowerSourceRecord& record)
 {
-    readNameAndCharge(description);
-    readCondition(description);
-    Reading reading = readState(description);
-    if (type() == BatteryType::Internal && reading.state == BatteryState::NotCharging && isDrained(description)) {
+    setType(record.kind == PowerSourceKind::UPS ? BatteryType::UPS : BatteryType::Internal);
+    readFigures(record);
+    Reading reading = readState(record);
+    if (type() == BatteryType::Internal && reading.state == BatteryState::NotCharging && isDrained(record)) {
         reading.state = BatteryState::Draining;
-        reading.time = timeToEmpty(description);
+        reading.time = timeToEmpty(record);
     }
-    if (reading.state == BatteryState::NotCharging && reading.source == BatterySource::AC
-        && wholeFigure(description, "Optimized Battery Charging Engaged") == 1) {
+    if (reading.state == BatteryState::NotCharging && record.heldBack) {
         reading.state = BatteryState::Optimized;
     }
     setSource(reading.source);
-    if (const auto millivolts = number(description, "Voltage")) {
-        setVoltage(*millivolts);
-    }
-    if (const auto milliamperes = number(description, "Current")) {
-        setAmperage(*milliamperes);
-    }
     if (type() == BatteryType::UPS && percentage() == fullPercentage && reading.source != BatterySource::Battery) {
         reading.state = BatteryState::Charged; // few of them tell it themselves
-    }
-    if (type() == BatteryType::Internal) {
-        setName("Battery");
     }
     setTime(reading.time);
     changeState(reading.state);
 }
 
-void BatteryStatCollectorItemMac::readNameAndCharge(const Dictionary& description)
+void BatteryStatCollectorItemMac::readFigures(const PowerSourceRecord& record)
 {
-    if (name().empty()) {
-        const std::string told = text(description, "Name").value_or("");
-        setName(told.starts_with(' ') ? told.substr(1) : told);
+    if (type() == BatteryType::Internal) {
+        setName("Battery");
+    } else if (name().empty()) {
+        setName(record.name.starts_with(' ') ? record.name.substr(1) : record.name);
     }
-    const Value* charge = find(description, "Current Capacity");
-    if (charge && charge->is_number()) {
-        const double percent = charge->get<double>();
-        setPercentage(std::isnan(percent) ? 0 : std::clamp(std::trunc(percent), 0.0, fullPercentage));
+    if (record.chargePercent) {
+        setPercentage(*record.chargePercent);
+    }
+    if (record.verdict) {
+        setCondition(conditionOf(*record.verdict));
+    }
+    if (record.voltageMv) {
+        setVoltage(static_cast<double>(*record.voltageMv));
+    }
+    if (record.currentMa) {
+        setAmperage(static_cast<double>(*record.currentMa));
     }
 }
 
-void BatteryStatCollectorItemMac::readCondition(const Dictionary& description)
+BatteryStatCollectorItemMac::Reading BatteryStatCollectorItemMac::readState(const PowerSourceRecord& record)
 {
-    const auto health = text(description, "BatteryHealth");
-    if (health == "Poor") {
-        setCondition(BatteryCondition::Poor);
-    } else if (health == "Fair") {
-        setCondition(BatteryCondition::Fair);
-    } else if (health == "Good") {
-        setCondition(BatteryCondition::Good);
-    } else if (health == "Check Battery") {
-        setCondition(BatteryCondition::CheckBattery);
+    switch (record.supply) {
+    case PowerSupplyState::Unknown:
+        break;
+    case PowerSupplyState::AC:
+        return readOnAC(record);
+    case PowerSupplyState::Battery:
+    case PowerSupplyState::OffLine:
+        return {.source = BatterySource::Battery, .state = BatteryState::Draining, .time = minutesOf(record.toEmpty)};
     }
-    const auto condition = text(description, "BatteryHealthCondition");
-    if (condition == "Check Battery") {
-        setCondition(BatteryCondition::CheckBattery);
-    } else if (condition == "Permanent Battery Failure") {
-        setCondition(BatteryCondition::PermanentFailure);
-    }
+    return {};
 }
 
-BatteryStatCollectorItemMac::Reading BatteryStatCollectorItemMac::readState(const Dictionary& description)
+BatteryStatCollectorItemMac::Reading BatteryStatCollectorItemMac::readOnAC(const PowerSourceRecord& record)
 {
-    const auto state = text(description, "Power Source State");
-    if (!state) {
-        return {};
+    if (record.charged) { // whatever else it says, also of the time to full
+        return {.source = BatterySource::AC, .state = BatteryState::Charged, .time = batteryTime::charged};
     }
-    if (state == "AC Power") {
-        return readOnAC(description);
-    }
-    return {.source = BatterySource::Battery,
-        .state = BatteryState::Draining,
-        .time = minutes(description, "Time to Empty")};
+    return {.source = BatterySource::AC,
+        .state = record.charging ? BatteryState::Charging : BatteryState::NotCharging,
+        .time = !record.toFull ? batteryTime::noFigure
+            : record.charging  ? minutesOf(record.toFull)
+                               : batteryTime::unknown};
 }
 
-BatteryStatCollectorItemMac::Reading BatteryStatCollectorItemMac::readOnAC(const Dictionary& description)
+int BatteryStatCollectorItemMac::timeToEmpty(const PowerSourceRecord& record) const
 {
-    Reading reading{.source = BatterySource::AC, .state = BatteryState::NotCharging};
-    if (wholeFigure(description, "Is Charged") == 1) {
-        reading.state = BatteryState::Charged;
-        reading.time = batteryTime::charged; // whatever else it says, also of the time to full
-        return reading;
-    }
-    if (wholeFigure(description, "Is Charging") != 0) {
-        reading.state = BatteryState::Charging;
-        reading.time = minutes(description, "Time to Full Charge");
-    }
-    if (!find(description, "Time to Full Charge")) {
-        reading.time = batteryTime::noFigure;
-    }
-    return reading;
-}
-
-/// An adapter that gives less than the machine takes leaves the rest to the battery.
-bool BatteryStatCollectorItemMac::isDrained(const Dictionary& description)
-{
-    constexpr double leak = 100; // mA, that a battery may give while it is merely held back from charging
-    if (const auto milliamperes = number(description, "Current")) {
-        return *milliamperes <= -leak;
-    }
-    return integer(description, "Time to Empty").value_or(0) != 0;
-}
-
-int BatteryStatCollectorItemMac::timeToEmpty(const Dictionary& description) const
-{
-    const int told = minutes(description, "Time to Empty");
+    const int told = minutesOf(record.toEmpty);
     if (told > 0) {
         return told;
     }
-    const auto milliamperes = number(description, "Current"); // systems that tell no time on AC power tell the rate
-    constexpr double percent = 100;                           // some systems tell capacities as shares of this
-    if (!currentCapacity() || maximumCapacity().value_or(0) <= percent || !milliamperes || *milliamperes >= 0) {
+    // Systems that tell no time on AC power tell the rate.
+    if (!currentCapacity() || !record.currentMa || *record.currentMa >= 0) {
         return batteryTime::unknown;
     }
     constexpr double longest = 30 * 24; // h; no battery lasts longer
-    const double hours = *currentCapacity() / -*milliamperes;
+    const double hours = *currentCapacity() / -static_cast<double>(*record.currentMa);
     return hours <= longest ? static_cast<int>(std::lround(hours * 60)) : batteryTime::unknown;
 }
 
@@ -212,39 +175,32 @@ void BatteryStatCollectorItemMac::cancelDelay()
 
 // The battery's own controller
 
-void BatteryStatCollectorItemMac::processSmart(const Dictionary& battery)
+void BatteryStatCollectorItemMac::processSmart(const BatteryControllerRecord& battery)
 {
     if (name().empty()) {
         setName("Internal Battery");
     }
-    if (!manufactureTime()) {
-        if (const auto made = manufactureDate(battery)) {
-            setManufactureTime(*made);
+    if (!manufactureTime() && battery.manufactured) {
+        const auto day = std::chrono::sys_days(*battery.manufactured).time_since_epoch();
+        setManufactureTime(static_cast<double>(std::chrono::duration_cast<std::chrono::seconds>(day).count()));
+    }
+    const auto take = [this](const auto& figure, void (BatteryStatCollectorItem::*into)(double)) {
+        if (figure) {
+            (this->*into)(static_cast<double>(*figure));
         }
+    };
+    take(battery.chargeDesignMah, &BatteryStatCollectorItem::setDesignCapacity);
+    take(battery.chargeFullMah, &BatteryStatCollectorItem::setMaximumCapacity);
+    take(battery.chargeNowMah, &BatteryStatCollectorItem::setCurrentCapacity);
+    take(battery.currentMa, &BatteryStatCollectorItem::setAmperage);
+    take(battery.voltageMv, &BatteryStatCollectorItem::setVoltage);
+    if (battery.chargeDesignMah && battery.chargeFullMah) {
+        const double share =
+            static_cast<double>(*battery.chargeFullMah) / static_cast<double>(*battery.chargeDesignMah);
+        setHealth(std::min(share * fullPercentage, fullPercentage));
     }
-    // Nothing that holds charge holds none: a 0 is a controller that does not know.
-    const auto design = positive(battery, "DesignCapacity");
-    const auto maximum = positive(battery, "MaxCapacity");
-    if (design) {
-        setDesignCapacity(*design);
-    }
-    if (maximum) {
-        setMaximumCapacity(*maximum);
-    }
-    if (design && maximum) {
-        setHealth(std::min(*maximum / *design * fullPercentage, fullPercentage));
-    }
-    if (const auto current = number(battery, "CurrentCapacity"); current && *current >= 0) {
-        setCurrentCapacity(*current);
-    }
-    if (const auto count = integer(battery, "CycleCount"); count && *count >= 0) {
-        setCycles(*count);
-    }
-    if (const auto milliamperes = number(battery, "Amperage")) {
-        setAmperage(*milliamperes);
-    }
-    if (const auto millivolts = number(battery, "Voltage")) {
-        setVoltage(*millivolts);
+    if (battery.cycles) {
+        setCycles(*battery.cycles);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/Runtime.h"
 #include "collectors/battery/BatteryStatCollectorItem.h"
+#include "platform/host/PowerSources.h"
 
 #include <memory>
 
@@ -9,16 +10,16 @@ namespace meridal {
 
 struct PeripheralBattery;
 
-/// A power source described in macOS's terms, which every host speaks.
+/// A power source, or the battery of a peripheral, as the host tells it.
 class BatteryStatCollectorItemMac final : public BatteryStatCollectorItem {
 public:
     using BatteryStatCollectorItem::BatteryStatCollectorItem;
 
-    /// Takes one power-source description (PowerSources::descriptions). Entries that are missing leave their figure as
-    /// it is, except for the source, the state and the time.
-    void processIOPS(const Dictionary& description);
-    /// Takes the entry of the battery's own controller (PowerSources::smartBatteries).
-    void processSmart(const Dictionary& battery);
+    /// Takes what the system says of the source. Figures that are absent stay as they were; source, state and time
+    /// do not.
+    void processIOPS(const PowerSourceRecord& record);
+    /// Takes what the battery's own controller counts.
+    void processSmart(const BatteryControllerRecord& battery);
     /// Takes what a peripheral tells of its battery.
     void processPeripheral(const PeripheralBattery& battery);
     /// Lets the time be seen again.
@@ -27,18 +28,16 @@ public:
     static constexpr double delayTime = 10; ///< s
 
 private:
-    /// What a description says about state and time, before the delay.
+    /// What a record says about state and time, before the delay.
     struct Reading {
         BatterySource source = BatterySource::Unknown;
         BatteryState state = BatteryState::Charged;
         int time = batteryTime::unknown;
     };
-    static Reading readState(const Dictionary& description);
-    static Reading readOnAC(const Dictionary& description);
-    static bool isDrained(const Dictionary& description);
-    int timeToEmpty(const Dictionary& description) const;
-    void readNameAndCharge(const Dictionary& description);
-    void readCondition(const Dictionary& description);
+    static Reading readState(const PowerSourceRecord& record);
+    static Reading readOnAC(const PowerSourceRecord& record);
+    int timeToEmpty(const PowerSourceRecord& record) const;
+    void readFigures(const PowerSourceRecord& record);
     void changeState(BatteryState state);
 
     std::unique_ptr<Timer> delayTimer_;

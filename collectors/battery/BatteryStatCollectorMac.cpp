@@ -11,22 +11,6 @@
 
 namespace meridal {
 
-namespace {
-
-bool isFalse(const Dictionary& entry, std::string_view key)
-{
-    const Value* found = find(entry, key);
-    return found && *found == false;
-}
-
-bool isUPS(const Dictionary& description)
-{
-    const auto type = text(description, "Type");
-    return type ? type == "UPS" : text(description, "Transport Type").value_or("Internal") != "Internal";
-}
-
-} // namespace
-
 BatteryStatCollectorMac::BatteryStatCollectorMac(Context& context) : BatteryStatCollector(context) { }
 
 BatteryStatCollectorMac& BatteryStatCollectorMac::sharedBatteryCollector()
@@ -65,7 +49,6 @@ void BatteryStatCollectorMac::updateStats()
         battery->setExists(battery->isPeripheral()); // those are settled when their answer comes
     }
     batteriesIOPS();
-    batteriesSmart();
     finishUpdate();
     if (!disableAllBluetooth_) {
         updatePeripherals();
@@ -91,45 +74,19 @@ void BatteryStatCollectorMac::finishUpdate()
 
 void BatteryStatCollectorMac::batteriesIOPS()
 {
-    internal_.clear();
-    serials_.clear();
     keys_.clear();
-    for (const Dictionary& description : context().host.powerSources->descriptions()) {
-        if (isFalse(description, "Is Present")) {
+    for (const PowerSourceRecord& source : context().host.powerSources->sources()) {
+        if (!source.present) {
             continue;
         }
-        const bool ups = isUPS(description);
-        const std::string serial = text(description, "Hardware Serial Number").value_or("");
-        const std::string name = text(description, "Name").value_or(ups ? "UPS" : "InternalBattery");
-        const auto battery = item(freeKey(name, serial));
-        battery->setType(ups ? BatteryType::UPS : BatteryType::Internal);
+        const char* const fallback = source.kind == PowerSourceKind::UPS ? "UPS" : "InternalBattery";
+        const auto battery = item(freeKey(source.name.empty() ? fallback : source.name, source.serial));
         battery->setExists(true);
         battery->setSlept(sleptInAll_ ? sleptInAll_() : 0);
-        battery->processIOPS(description);
-        if (!ups) {
-            internal_.push_back(battery);
-            serials_.push_back(serial);
+        battery->processIOPS(source);
+        if (source.controller) {
+            battery->processSmart(*source.controller);
         }
-    }
-}
-
-void BatteryStatCollectorMac::batteriesSmart()
-{
-    std::size_t place = 0;
-    for (const Dictionary& entry : context().host.powerSources->smartBatteries()) {
-        if (isFalse(entry, "BatteryInstalled")) {
-            continue;
-        }
-        const std::string serial = text(entry, "Serial").value_or("");
-        if (place >= internal_.size()) {
-            // A controller without a description, as some systems have while they start.
-            const auto battery = item(freeKey("InternalBattery", serial));
-            battery->setExists(true);
-            battery->processSmart(entry);
-        } else if (serial.empty() || serials_[place].empty() || serial == serials_[place]) {
-            internal_[place]->processSmart(entry);
-        } // else one was exchanged between the two readings: the next update sees both
-        ++place;
     }
 }
 

@@ -56,7 +56,6 @@ public:
 
 private:
     void batteriesIOPS();
-    void batteriesSmart();
     void updatePeripherals();
     void updateBluetooth();
     void updateLogitech();
@@ -66,9 +65,7 @@ private:
     std::string freeKey(const std::string& name, const std::string& serial);
     ItemPointer lastOfType(BatteryType type) const;
 
-    std::vector<ItemPointer> internal_; ///< of this update, in the order of their descriptions
-    std::vector<std::string> serials_;  ///< of those
-    std::set<std::string> keys_;        ///< given out in this update
+    std::set<std::string> keys_; ///< given out in this update
     std::function<double()> sleptInAll_;
     bool disableAllBluetooth_ = false;
     std::optional<double> lastBluetoothTime_;

@@ -29,20 +29,19 @@ struct BatteryCollectorTest : testing::Test {
         std::unique_ptr<BatteryService> service;
     };
 
-    BatteryCollectorTest() { describe("Battery Power"); }
+    BatteryCollectorTest() { describe(PowerSupplyState::Battery); }
     ~BatteryCollectorTest() override
     {
         daemon.reset();
         machine.context.databases = nullptr;
     }
 
-    void describe(const std::string& state, int maximum = 4500, int cycles = 100)
+    void describe(PowerSupplyState supply, int full = 4500, int cycles = 100)
     {
-        Dictionary description = FakePowerSources::internal(state, false);
-        description.update({{"Name", "InternalBattery-0"}, {"Hardware Serial Number", "D1"}, {"Current Capacity", 60}});
-        sources().batteries = {{{"Serial", "D1"}, {"DesignCapacity", 5000}, {"MaxCapacity", maximum},
-            {"CycleCount", cycles}, {"Voltage", 12000}, {"Amperage", -500}}};
-        sources().change({description});
+        pack.supply = supply;
+        pack.controller->chargeFullMah = full;
+        pack.controller->cycles = cycles;
+        sources().change({pack});
     }
     void start()
     {
@@ -85,6 +84,10 @@ struct BatteryCollectorTest : testing::Test {
     }
 
     FakeMachine machine;
+    PowerSourceRecord pack{.name = "InternalBattery-0",
+        .serial = "D1",
+        .chargePercent = 60,
+        .controller = BatteryControllerRecord{.chargeDesignMah = 5000, .voltageMv = 12000, .currentMa = -500}};
     std::unique_ptr<Daemon> daemon;
 };
 
@@ -97,19 +100,19 @@ TEST_F(BatteryCollectorTest, OnlyWhatChangedIsRecordedAcrossRestarts)
     EXPECT_EQ(recorded("cycles"), Figures({100}));
     EXPECT_EQ(recorded("source"), Figures({0}));
     for (const int maximum : {4500, 4526, 4524, 4526}) { // 90.52 and 90.48 %: the edge of two whole figures
-        describe("Battery Power", maximum);
+        describe(PowerSupplyState::Battery, maximum);
         update();
     }
     EXPECT_EQ(recorded("health"), Figures({90}));
     machine.runtime.advance(60);
-    describe("AC Power", 4400, 101);
+    describe(PowerSupplyState::AC, 4400, 101);
     update();
     start();
     start();
     EXPECT_EQ(recorded("health"), Figures({90, 88}));
     EXPECT_EQ(recorded("cycles"), Figures({100, 101}));
     EXPECT_EQ(recorded("source"), Figures({0, 1}));
-    describe("AC Power", 4400, 102);
+    describe(PowerSupplyState::AC, 4400, 102);
     update();
     const auto file = daemon->databases.databaseWithPath(daemon->collector->dbpath());
     file->queryDatabase([&](SQLiteConnection& connection) {
@@ -124,7 +127,7 @@ TEST_F(BatteryCollectorTest, HistoryComesInBoundedPages)
     start();
     for (int cycles = 101; cycles <= 107; ++cycles) {
         machine.runtime.advance(60);
-        describe("Battery Power", 4500, cycles);
+        describe(PowerSupplyState::Battery, 4500, cycles);
         update();
     }
     Value parameters = {{"figure", "cycles"}, {"limit", 3}, {"key", "InternalBattery-0 D1"}};
@@ -165,12 +168,11 @@ TEST_F(BatteryCollectorTest, AFileThatCannotBeReadIsAskedAgainAndLosesNothing)
 
 TEST_F(BatteryCollectorTest, TheDaemonsPortsTellTheSourceOfTheMachinesOwnBattery)
 {
-    sources().sources.clear();
-    sources().batteries.clear();
+    sources().records.clear();
     start();
     EXPECT_FALSE(daemon->service->internalBattery());
     EXPECT_FALSE(daemon->collector->primaryBattery());
-    describe("Battery Power");
+    describe(PowerSupplyState::Battery);
     update();
     const double changed = machine.runtime.wallTime();
     sleepFor(500);
@@ -180,27 +182,28 @@ TEST_F(BatteryCollectorTest, TheDaemonsPortsTellTheSourceOfTheMachinesOwnBattery
     EXPECT_NEAR(state()["batteries"][0]["awakeOnSource"].get<double>(), 70, 0.01);
 
     // Full on the same source: the collector learns it without anybody asking.
-    Dictionary charged = FakePowerSources::internal("AC Power", true);
-    charged.update({{"Name", "InternalBattery-0"}, {"Hardware Serial Number", "D1"}});
-    sources().change({charged});
+    pack.charging = true;
+    describe(PowerSupplyState::AC);
     update();
-    charged["Is Charging"] = false;
-    charged["Is Charged"] = true;
-    sources().change({charged});
+    pack.charging = false;
+    pack.charged = true;
+    describe(PowerSupplyState::AC);
     EXPECT_EQ(daemon->collector->internalBattery()->state(), BatteryState::Charged);
 }
 
 TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
 {
-    Dictionary first = FakePowerSources::internal("Battery Power", false);
-    first.update({{"Name", "01AV4"}, {"Hardware Serial Number", "0000"}, {"Current Capacity", 10}});
-    Dictionary second = first;
-    second["Current Capacity"] = 90;
-    const Dictionary ups{{"Name", " Smart-UPS"}, {"Type", "UPS"}, {"Transport Type", "USB"},
-        {"Power Source State", "AC Power"}, {"Current Capacity", 100}};
-    const Dictionary empty{{"Name", "bay"}, {"Type", "InternalBattery"}, {"Is Present", false}};
-    sources().batteries = {{{"Serial", "0000"}, {"CycleCount", 1}}, {{"Serial", "exchanged"}, {"CycleCount", 2}}};
-    sources().sources = {ups, first, empty, second};
+    const PowerSourceRecord first{.name = "01AV4",
+        .serial = "0000",
+        .supply = PowerSupplyState::Battery,
+        .chargePercent = 10,
+        .controller = BatteryControllerRecord{.cycles = 1}};
+    PowerSourceRecord second = first;
+    second.chargePercent = 90;
+    second.controller.reset();
+    const PowerSourceRecord ups{
+        .kind = PowerSourceKind::UPS, .name = " Smart-UPS", .supply = PowerSupplyState::AC, .chargePercent = 100};
+    sources().records = {ups, first, {.name = "bay", .present = false}, second};
     struct Witness final : StatCollectorDelegate {
         void collectorChildrenChanged(StatCollector&) override { ++changes; }
         int changes = 0;
@@ -217,14 +220,13 @@ TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
     EXPECT_EQ(battery(0).key(), "01AV4 0000");
     EXPECT_EQ(battery(1).key(), "01AV4 0000 #2") << "makers number carelessly";
     EXPECT_EQ(battery(0).cycles(), 1);
-    EXPECT_FALSE(battery(1).cycles()) << "the controller is another battery's";
+    EXPECT_FALSE(battery(1).cycles());
     EXPECT_EQ(battery(2).name(), "Smart-UPS");
     EXPECT_EQ(daemon->collector->internalBattery(), items[1]) << "the last one speaks";
     EXPECT_EQ(daemon->collector->primaryBattery(), items[1]);
     EXPECT_EQ(state()["total"]["percentage"], 50) << "without the UPS";
 
-    sources().sources = {ups};
-    sources().batteries.clear();
+    sources().records = {ups};
     update();
     EXPECT_EQ(items.size(), 1U);
     EXPECT_EQ(witness.changes, 1);
@@ -236,25 +238,22 @@ TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
 
 TEST_F(BatteryCollectorTest, AUPSThatChangesByItselfIsRecordedAndTimedByItself)
 {
-    const auto describeBoth = [this](const std::string& own, const std::string& other) {
-        Dictionary battery = FakePowerSources::internal(own, false);
-        battery["Name"] = "Pack";
-        const Dictionary ups{
-            {"Name", "UPS"}, {"Type", "UPS"}, {"Transport Type", "USB"}, {"Power Source State", other}};
-        sources().change({battery, ups});
+    using enum PowerSupplyState;
+    const auto describeBoth = [this](PowerSupplyState own, PowerSupplyState other) {
+        sources().change(
+            {{.name = "Pack", .supply = own}, {.kind = PowerSourceKind::UPS, .name = "UPS", .supply = other}});
         machine.runtime.runDue();
     };
-    sources().batteries.clear();
     start();
-    describeBoth("AC Power", "AC Power");
+    describeBoth(AC, AC);
     machine.runtime.advance(100);
     sleepFor(1000);
-    describeBoth("AC Power", "Battery Power");
+    describeBoth(AC, Battery);
     const auto rows = ask(&BatteryService::history, {{"figure", "source"}, {"key", "UPS"}}).value()["rows"];
     ASSERT_EQ(rows.size(), 2U) << "without anybody asking";
     EXPECT_EQ(rows[0]["value"], 0);
     machine.runtime.advance(50);
-    describeBoth("Battery Power", "Battery Power");
+    describeBoth(Battery, Battery);
     sleepFor(1000);
     machine.runtime.advance(30);
     const Value batteries = state()["batteries"];

@@ -27,9 +27,9 @@ protected:
         }
         machine.log.addListener([this](LogLevel, std::string_view line) { lines.emplace_back(line); });
     }
-    void start(std::vector<Dictionary> sources = {})
+    void start(std::vector<PowerSourceRecord> sources = {})
     {
-        machine.powerSources().sources = std::move(sources);
+        machine.powerSources().records = std::move(sources);
         manager = std::make_unique<ZAVPowerManager>(machine.context);
         manager->addDelegate(*this);
         events.clear();
@@ -56,6 +56,9 @@ protected:
     }
     void powerManagerDidWake() override { events.emplace_back("didWake"); }
 
+    const PowerSourceRecord battery{.supply = PowerSupplyState::Battery};
+    const PowerSourceRecord charging{.supply = PowerSupplyState::AC, .charging = true};
+    const PowerSourceRecord full{.supply = PowerSupplyState::AC};
     FakeMachine machine;
     std::vector<std::string> events;
     std::vector<std::string> lines;
@@ -75,41 +78,34 @@ TEST_F(PowerManagerTest, TheSourceIsWhatTheLastInternalBatterySays)
     EXPECT_EQ(manager->state(), -1);
     EXPECT_EQ(take(), (Events{"StateChanged"})) << "which begins at 0";
 
-    const auto battery = FakePowerSources::internal("Battery Power", false);
-    const auto charging = FakePowerSources::internal("AC Power", true);
-    const auto full = FakePowerSources::internal("AC Power", false);
-    Dictionary ups = battery;
-    ups["Transport Type"] = "USB";
-    Dictionary numeric = charging;
-    numeric["Is Charging"] = 1;
-    const Dictionary odd = {{"Transport Type", "Internal"}, {"Is Charging", "yes"}}; // whatever is not the battery
+    const PowerSourceRecord ups{.kind = PowerSourceKind::UPS, .supply = PowerSupplyState::Battery};
     struct Step {
-        std::vector<Dictionary> sources;
+        std::vector<PowerSourceRecord> sources;
         int source;
         int state;
         Events events;
     };
     const Events both = {"SourceChanged", "StateChanged"};
-    for (const Step& step :
-        {Step{{battery, charging, ups}, 1, 1, both}, Step{{full}, 1, 2, {"StateChanged"}}, Step{{battery}, 0, 0, both},
-            Step{{battery}, 0, 0, {}}, Step{{numeric}, 1, 1, both}, Step{{odd}, 1, 2, {"StateChanged"}}}) {
+    for (const Step& step : {Step{{battery, charging, ups}, 1, 1, both}, Step{{full}, 1, 2, {"StateChanged"}},
+             Step{{battery}, 0, 0, both}, Step{{battery}, 0, 0, {}}, Step{{charging}, 1, 1, both},
+             Step{{PowerSourceRecord()}, 1, 2, {"StateChanged"}}}) { // whatever is not the battery
         machine.powerSources().change(step.sources);
-        EXPECT_EQ(manager->source(), step.source) << Value(step.sources);
-        EXPECT_EQ(manager->state(), step.state) << Value(step.sources);
-        EXPECT_EQ(take(), step.events) << Value(step.sources);
+        EXPECT_EQ(manager->source(), step.source);
+        EXPECT_EQ(manager->state(), step.state);
+        EXPECT_EQ(take(), step.events);
     }
 }
 
 TEST_F(PowerManagerTest, SleepAddsUpUntilTheSourceChanges)
 {
-    start({FakePowerSources::internal("Battery Power", false)});
+    start({battery});
     sleepFor(60);
     machine.runtime.advance(600);
     sleepFor(30);
     EXPECT_DOUBLE_EQ(manager->sleepTotal(), 90);
     EXPECT_EQ(take(), (Events{"willSleep", "Sleep", "didWake", "Wake", "willSleep", "Sleep", "didWake", "Wake"}));
     EXPECT_EQ(lines, (Events{"sleep", "wake", "60.00", "sleep", "wake", "30.00"}));
-    machine.powerSources().change({FakePowerSources::internal("AC Power", true)});
+    machine.powerSources().change({charging});
     EXPECT_EQ(manager->sleepTotal(), 0);
 }
 
@@ -133,7 +129,7 @@ TEST_F(PowerManagerTest, AWakeWithoutASleepOrOfOneCalledOffAddsNothingButIsTold)
     send(PowerMessage::SystemHasPoweredOn);
     EXPECT_DOUBLE_EQ(manager->sleepTotal(), 21) << "what the kernel slept, whatever was announced or set";
     EXPECT_DOUBLE_EQ(manager->lastSleep(), 21);
-    machine.powerSources().change({FakePowerSources::internal("AC Power", true)});
+    machine.powerSources().change({charging});
     take();
     manager->sleep();
     machine.runtime.sleepMachine(10);

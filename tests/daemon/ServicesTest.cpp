@@ -26,7 +26,7 @@ TEST_F(DaemonTest, QuestionsAboutWhatAMachineLacksGetWhatNothingThereIs)
     ASSERT_EQ(client.link->count(128), 1);
     EXPECT_EQ(client.link->received[0]->dictionary(), (Value{{"type", "128"}}));
     Client other = connect();
-    machine.powerSources().change({FakePowerSources::internal("Battery Power", false)});
+    machine.powerSources().change({{.supply = PowerSupplyState::Battery}});
     machine.runtime.advance(10);
     EXPECT_EQ(client.link->count(128), 2) << "when the source changes";
     EXPECT_EQ(other.link->count(128), 0) << "who did not ask";
@@ -108,10 +108,8 @@ TEST_F(DaemonTest, ClientsReadDisksWhileTheyWantThem)
     const auto disk = std::make_shared<FakeDisk>();
     disk->health = healthPage({});
     disk->controller = controllerPage("S5GX", "FAST 1000", "2B2Q");
-    const auto entry = std::make_shared<FakeRegistryEntry>("root/pci/nvme0");
-    entry->properties = {{"NVMe SMART Capable", true}, {"Device Characteristics", {{"Serial Number", "S5GX"}}}};
-    machine.registry().entries.push_back(entry);
-    machine.smartDevices().disks["root/pci/nvme0"] = disk;
+    disk->record = {.path = "root/pci/nvme0", .kind = SMARTKind::NVMe, .serial = "S5GX"};
+    machine.disks().plugged.push_back(disk);
     start();
     Client client = connect();
     const auto held = [&] { return client.link->count(64); };

@@ -59,18 +59,21 @@ TEST(HidPowerDevice, FiguresOfTheBatteryInTheirUnits)
     std::sort(requests.begin(), requests.end(), [](const auto& a, const auto& b) { return a.report < b.report; });
     EXPECT_EQ(requests, (std::vector<HidReportRequest>{{feature, 2, 4}, {feature, 4, 4}, {feature, 5, 1}}))
         << "each once, no input where a feature has the figure, and not the mains' voltage";
-    EXPECT_EQ(ups.describe(numberedReports("\x04")),
-        (Dictionary{{"Type", "UPS"}, {"Transport Type", "USB"}, {"Is Present", true},
-            {"Power Source State", "Battery Power"}, {"Is Charging", false}, {"Is Charged", false},
-            {"Current Capacity", 80}, {"Max Capacity", 100}, {"Time to Empty", 78}, {"Voltage", 13500},
-            {"Current", -2000}, {"BatteryHealth", "Good"}}));
-    const Dictionary charging = ups.describe(numberedReports("\x13"));
-    EXPECT_EQ(charging["Power Source State"], "AC Power");
-    EXPECT_EQ(charging["Is Charging"], true);
-    EXPECT_EQ(charging["Time to Full Charge"], -1);
-    EXPECT_EQ(charging["Current"], 2000);
-    EXPECT_EQ(charging["BatteryHealth"], "Poor");
-    EXPECT_EQ(ups.describe(numberedReports("\x05"))["Power Source State"], "Battery Power") << "tests its battery";
+    const PowerSourceRecord drained{.kind = PowerSourceKind::UPS,
+        .supply = PowerSupplyState::Battery,
+        .chargePercent = 80,
+        .toEmpty = TimeEstimate{78},
+        .voltageMv = 13500,
+        .currentMa = -2000,
+        .verdict = BatteryVerdict::Good};
+    EXPECT_EQ(ups.record(numberedReports("\x04")), drained);
+    const auto charging = ups.record(numberedReports("\x13"));
+    EXPECT_EQ(charging.supply, PowerSupplyState::AC);
+    EXPECT_EQ(charging.toFull, TimeEstimate());
+    EXPECT_EQ(charging.currentMa, 2000);
+    EXPECT_EQ(charging.verdict, BatteryVerdict::Poor);
+    EXPECT_TRUE(charging.charging && !charging.toEmpty);
+    EXPECT_EQ(ups.record(numberedReports("\x05")).supply, PowerSupplyState::Battery) << "tests its battery";
 }
 
 TEST(HidPowerDevice, ChargesRangesAndReportsWithoutNumbers)
@@ -78,27 +81,27 @@ TEST(HidPowerDevice, ChargesRangesAndReportsWithoutNumbers)
     const HidPowerDevice ups(plainUPS);
     EXPECT_FALSE(ups.hasNumberedReports());
     EXPECT_EQ(ups.requests(), (std::vector<HidReportRequest>{{input, 0, 7}}));
-    const Dictionary source = ups.describe({{{input, 0}, "\x2C\x01\x90\x01\x5A\x00\x03"s}});
-    EXPECT_EQ(source["Current Capacity"], 75);
-    EXPECT_EQ(source["Time to Full Charge"], 90);
-    EXPECT_EQ(source["Is Charged"], false);
-    EXPECT_EQ(ups.describe({{{input, 0}, "\x2C\x01\x90\x01\x5A\x00\x05"s}})["Is Charged"], true);
+    const auto source = ups.record({{{input, 0}, "\x2C\x01\x90\x01\x5A\x00\x03"s}});
+    EXPECT_EQ(source.chargePercent, 75);
+    EXPECT_EQ(source.toFull, TimeEstimate{90});
+    EXPECT_FALSE(source.charged);
+    EXPECT_TRUE(ups.record({{{input, 0}, "\x2C\x01\x90\x01\x5A\x00\x05"s}}).charged);
 }
 
 TEST(HidPowerDevice, WhatIsNotToldIsLeftOut)
 {
     const HidPowerDevice ups(numberedUPS);
-    const Dictionary nothing{{"Type", "UPS"}, {"Transport Type", "USB"}, {"Is Present", true}};
-    EXPECT_EQ(ups.describe({}), nothing);
+    const PowerSourceRecord nothing{.kind = PowerSourceKind::UPS};
+    EXPECT_EQ(ups.record({}), nothing);
     // Broken off, outside of its range, all bits set.
-    EXPECT_EQ(ups.describe({{{feature, 2}, "\x46"s}, {{feature, 4}, "\x02\x65"s}}), nothing);
+    EXPECT_EQ(ups.record({{{feature, 2}, "\x46"s}, {{feature, 4}, "\x02\x65"s}}), nothing);
     HidReports unknown = numberedReports("\x04");
     unknown[{feature, 4}] = "\x02\x50\xFF\xFF"s;
-    EXPECT_EQ(ups.describe(unknown)["Time to Empty"], -1);
+    EXPECT_EQ(ups.record(unknown).toEmpty, TimeEstimate());
     // A voltage without a unit is a number of nobody knows what.
     std::string unitless = numberedUPS;
     unitless.replace(unitless.find("\x67\x21\xD1\xF0"s), 5, "\x67\x00\x00\x00\x00"s);
-    EXPECT_FALSE(HidPowerDevice(unitless).describe(numberedReports("\x04")).contains("Voltage"));
+    EXPECT_FALSE(HidPowerDevice(unitless).record(numberedReports("\x04")).voltageMv);
     // A thousand million values, collections without an end, an end too many, the stack's end.
     for (const std::string& wrong : {"\x05\x84\x09\x04\xA1\x01\x75\x20\x97\x00\xCA\x9A\x3B\x09\x30\xB1\x02"s, "\xC0"s,
              "\xB4"s, "\x75\xFF\x95\xFF\x09\x30\xB1\x02"s}) {
@@ -167,32 +170,32 @@ TEST(HidPowerDevices, AUPSIsAskedWhenItComesAndWhenSomebodyWantsToKnow)
     Desk desk;
     desk.plug("hidraw4", "\x05\x01\x09\x06\xA1\x01\x05\x84\x09\x04\x81\x02\xC0"s); // a keyboard
     desk.devices.look();
-    EXPECT_TRUE(desk.devices.descriptions().empty()) << "the device is asked elsewhere";
+    EXPECT_TRUE(desk.devices.sources().empty()) << "the device is asked elsewhere";
     desk.runtime.runDue();
     EXPECT_EQ(desk.asked, 3);
-    const auto found = desk.devices.descriptions();
+    const auto found = desk.devices.sources();
     ASSERT_EQ(found.size(), 1U);
-    EXPECT_EQ(found[0]["Name"], "Acme UPS 650");
-    EXPECT_EQ(found[0]["Hardware Serial Number"], "4B17");
-    EXPECT_EQ(found[0]["Power Source State"], "AC Power");
+    EXPECT_EQ(found[0].name, "Acme UPS 650");
+    EXPECT_EQ(found[0].serial, "4B17");
+    EXPECT_EQ(found[0].supply, PowerSupplyState::AC);
     EXPECT_EQ(desk.changes, 1);
 
     desk.runtime.advance(60);
     EXPECT_EQ(desk.asked, 3) << "nobody wants to know";
     desk.reports = numberedReports("\x04");
-    std::string state;
-    const auto note = [&] { state = text(desk.devices.descriptions().at(0), "Power Source State").value_or(""); };
+    auto supply = PowerSupplyState::Unknown;
+    const auto note = [&] { supply = desk.devices.sources().at(0).supply; };
     desk.devices.refresh(note);
-    EXPECT_EQ(state, "");
+    EXPECT_EQ(supply, PowerSupplyState::Unknown);
     desk.runtime.runDue();
-    EXPECT_EQ(state, "Battery Power");
+    EXPECT_EQ(supply, PowerSupplyState::Battery);
     EXPECT_EQ(desk.changes, 2);
     desk.devices.refresh(note);
     EXPECT_EQ(desk.asked, 6) << "that was a moment ago";
 
     // A driver has come for it, and shows it as a supply.
     desk.tree.write("sys/class/hidraw/hidraw3/device/power_supply/hid-4B17-battery/type", "Battery\n");
-    EXPECT_TRUE(desk.devices.descriptions().empty());
+    EXPECT_TRUE(desk.devices.sources().empty());
     desk.tree.remove("sys/class/hidraw/hidraw3");
     desk.devices.look();
     EXPECT_EQ(desk.changes, 3);
@@ -211,9 +214,9 @@ TEST(HidPowerDevices, AUPSThatDoesNotAnswerKeepsNobodyWaiting)
     desk.runtime.advance(20);
     EXPECT_EQ(waited, HidPowerDevices::patience);
     EXPECT_EQ(desk.asked, 1) << "not for its other reports as well";
-    const auto found = desk.devices.descriptions();
+    const auto found = desk.devices.sources();
     ASSERT_EQ(found.size(), 1U);
-    EXPECT_FALSE(found[0].contains("Current Capacity"));
+    EXPECT_FALSE(found[0].chargePercent);
 }
 
 TEST(HidPowerDevices, WhatAUPSSendsByItselfIsASignToAskIt)
@@ -225,7 +228,7 @@ TEST(HidPowerDevices, WhatAUPSSendsByItselfIsASignToAskIt)
     desk.asked = 0;
     desk.send("\x05\x04"s);
     EXPECT_EQ(desk.asked, 3);
-    EXPECT_EQ(desk.devices.descriptions().at(0)["Power Source State"], "Battery Power");
+    EXPECT_EQ(desk.devices.sources().at(0).supply, PowerSupplyState::Battery);
     desk.send("\x05\x04"s);
     desk.runtime.advance(60);
     EXPECT_EQ(desk.asked, 3) << "nothing new";

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "platform/linux/power/SysfsPowerSources.h"
-#include "tests/support/HasMembers.h"
 #include "tests/support/TemporaryTree.h"
 #include "tests/support/VirtualRuntime.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <initializer_list>
@@ -37,15 +37,14 @@ struct PowerSupplyTree {
         }
         tree.write("sys/class/power_supply/" + supply + "/uevent", event);
     }
-    SysfsPowerSources sources() const { return {runtime, tree.root(), limits}; }
-    std::vector<Dictionary> descriptions() const { return sources().descriptions(); }
-    std::vector<Dictionary> batteries() const { return sources().smartBatteries(); }
-    /// Of the only source.
-    Dictionary only() const
+    SysfsPowerSources adapter() const { return {runtime, tree.root(), limits}; }
+    std::vector<PowerSourceRecord> sources() const { return adapter().sources(); }
+    /// The only source.
+    PowerSourceRecord only() const
     {
-        const auto all = descriptions();
+        const auto all = sources();
         EXPECT_EQ(all.size(), 1U);
-        return all.empty() ? Dictionary() : all[0];
+        return all.empty() ? PowerSourceRecord() : all[0];
     }
 
     TemporaryTree tree;

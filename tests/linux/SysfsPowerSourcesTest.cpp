@@ -1,12 +1,14 @@
 #include "platform/linux/power/SysfsPowerSources.h"
 #include "tests/linux/PowerSupplyTree.h"
 
+#include <chrono>
+
 namespace meridal {
 namespace {
 
-using test::hasMembers;
 using test::PowerSupplyTree;
 using testing::ElementsAre;
+using enum PowerSupplyState;
 
 TEST(SysfsPowerSources, ALaptopThatReportsEnergy)
 {
@@ -17,25 +19,31 @@ TEST(SysfsPowerSources, ALaptopThatReportsEnergy)
             {"energy_now", "40000000"}, {"energy_full", "50000000"}, {"energy_full_design", "57000000"},
             {"power_now", "8000000"}, {"voltage_now", "12000000"}, {"voltage_min_design", "11400000"},
             {"model_name", "5B10W13930"}, {"serial_number", " 1234"}});
-    EXPECT_EQ(laptop.only(),
-        (Dictionary{{"Name", "5B10W13930"}, {"Type", "InternalBattery"}, {"Transport Type", "Internal"},
-            {"Power Source State", "Battery Power"}, {"Is Present", true}, {"Is Charging", false},
-            {"Is Charged", false}, {"Current Capacity", 80}, {"Max Capacity", 100}, {"Time to Empty", 300},
-            {"Voltage", 12000}, {"Current", -666}, {"Hardware Serial Number", "1234"}}));
-    EXPECT_THAT(laptop.batteries(),
-        ElementsAre(hasMembers({{"DesignCapacity", 5000}, {"MaxCapacity", 4385}, {"CycleCount", 123},
-            {"ExternalConnected", false}, {"Amperage", -666}})));
-
+    PowerSourceRecord expected{.name = "5B10W13930",
+        .serial = "1234",
+        .supply = Battery,
+        .chargePercent = 80,
+        .toEmpty = TimeEstimate{300},
+        .voltageMv = 12000,
+        .currentMa = -666,
+        .controller = BatteryControllerRecord{.chargeNowMah = 3508,
+            .chargeFullMah = 4385,
+            .chargeDesignMah = 5000,
+            .cycles = 123,
+            .voltageMv = 12000,
+            .currentMa = -666}};
+    EXPECT_EQ(laptop.only(), expected);
     laptop.set("AC", {{"online", "1"}}); // which gives too little
-    EXPECT_THAT(laptop.only(),
-        hasMembers({{"Power Source State", "AC Power"}, {"Is Charging", false}, {"Time to Empty", 300},
-            {"Current", -666}, {"Time to Full Charge", nullptr}}));
+    expected.supply = AC;
+    EXPECT_EQ(laptop.only(), expected);
     laptop.set("BAT0", {{"status", "Charging"}, {"power_now", "20000000"}});
-    EXPECT_THAT(laptop.only(),
-        hasMembers({{"Power Source State", "AC Power"}, {"Is Charging", true}, {"Time to Full Charge", 30},
-            {"Time to Empty", nullptr}, {"Current", 1666}}));
+    expected.charging = true;
+    expected.toEmpty.reset();
+    expected.toFull = TimeEstimate{30};
+    expected.currentMa = expected.controller->currentMa = 1666;
+    EXPECT_EQ(laptop.only(), expected);
     laptop.set("BAT0", {{"status", "Full"}, {"power_now", "0"}});
-    EXPECT_EQ(laptop.only()["Is Charged"], true);
+    EXPECT_TRUE(laptop.only().charged);
 }
 
 TEST(SysfsPowerSources, ALaptopThatReportsChargeAndItsOwnSignOfTheCurrent)
@@ -48,50 +56,36 @@ TEST(SysfsPowerSources, ALaptopThatReportsChargeAndItsOwnSignOfTheCurrent)
             {"charge_full_design", "4500000"}, {"current_now", "-1000000"}, {"voltage_now", "7600000"},
             {"cycle_count", "0"}, {"temp", "305"}, {"health", "Good"}, {"manufacture_year", "2021"},
             {"manufacture_month", "6"}, {"manufacture_day", "15"}});
-    EXPECT_THAT(laptop.only(),
-        hasMembers({{"Power Source State", "AC Power"}, {"Current Capacity", 50}, {"Current", 1000},
-            {"Time to Full Charge", 120}, {"BatteryHealth", "Good"}}));
-    EXPECT_THAT(laptop.batteries(),
-        ElementsAre(hasMembers({{"MaxCapacity", 4000}, {"Temperature", 3050},
-            {"ManufactureDate", 15 | 6 << 5 | 41 << 9}, {"CycleCount", nullptr}}))) // it does not count
-        << "of the controller";
+    using namespace std::chrono_literals;
+    const auto battery = laptop.only();
+    EXPECT_EQ(battery.supply, AC);
+    EXPECT_EQ(battery.chargePercent, 50);
+    EXPECT_EQ(battery.currentMa, 1000);
+    EXPECT_EQ(battery.toFull, TimeEstimate{120});
+    EXPECT_EQ(battery.verdict, BatteryVerdict::Good);
+    EXPECT_EQ(battery.controller->chargeFullMah, 4000);
+    EXPECT_EQ(battery.controller->manufactured, 2021y / 6 / 15);
+    EXPECT_FALSE(battery.controller->cycles) << "it does not count";
 }
 
 TEST(SysfsPowerSources, TwoBatteriesShareTheMachinesSource)
 {
     const PowerSupplyTree laptop;
     laptop.set("AC", {{"type", "Mains"}, {"online", "0"}});
-    laptop.set("BAT0", {{"type", "Battery"}, {"status", "Unknown"}, {"capacity", "99"}});
-    laptop.set("BAT1", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "103"}});
-    laptop.set("BAT2", {{"type", "Battery"}, {"present", "0"}}); // an empty bay
-    EXPECT_THAT(laptop.descriptions(),
-        ElementsAre(hasMembers({{"Power Source State", "Battery Power"}, {"Time to Empty", -1}}), // being calculated
-            hasMembers({{"Power Source State", "Battery Power"}, {"Current Capacity", 100}})));
-}
-
-TEST(SysfsPowerSources, ABusinessLaptopWithTwoBatteries)
-{
-    const PowerSupplyTree laptop;
-    laptop.setEvent("AC", {{"TYPE", "Mains"}, {"ONLINE", "1"}});
     for (const char* battery : {"BAT0", "BAT1"}) { // older kernels leave the type out of the uevent
         laptop.set(battery, {{"type", "Battery"}});
     }
-    laptop.setEvent("BAT0",
-        {{"STATUS", "Full"}, {"PRESENT", "1"}, {"TECHNOLOGY", "Li-poly"}, {"CYCLE_COUNT", "0"},
-            {"VOLTAGE_MIN_DESIGN", "11400000"}, {"VOLTAGE_NOW", "12900000"}, {"POWER_NOW", "0"},
-            {"ENERGY_FULL_DESIGN", "23480000"}, {"ENERGY_FULL", "21080000"}, {"ENERGY_NOW", "20980000"},
-            {"CAPACITY", "99"}, {"MODEL_NAME", "01AV489"}, {"SERIAL_NUMBER", "  1041"}});
-    laptop.setEvent("BAT1",
-        {{"STATUS", "Charging"}, {"PRESENT", "1"}, {"CYCLE_COUNT", "312"}, {"VOLTAGE_MIN_DESIGN", "11100000"},
-            {"VOLTAGE_NOW", "12100000"}, {"POWER_NOW", "24200000"}, {"ENERGY_FULL_DESIGN", "66600000"},
-            {"ENERGY_FULL", "49950000"}, {"ENERGY_NOW", "25750000"}, {"CAPACITY", "51"}, {"MODEL_NAME", "01AV424"},
-            {"SERIAL_NUMBER", " 221"}});
-    EXPECT_THAT(laptop.batteries(),
-        ElementsAre(hasMembers({{"CycleCount", nullptr}}),
-            hasMembers({{"CycleCount", 312}, {"MaxCapacity", 4500}, {"DesignCapacity", 6000}})));
-    EXPECT_THAT(laptop.descriptions(),
-        ElementsAre(hasMembers({{"Hardware Serial Number", "1041"}, {"Is Charged", true}}),
-            hasMembers({{"Time to Full Charge", 60}, {"Current", 2000}})));
+    laptop.setEvent("BAT0", {{"STATUS", "Unknown"}, {"CAPACITY", "99"}, {"CYCLE_COUNT", "5"}});
+    laptop.setEvent("BAT1", {{"STATUS", "Discharging"}, {"CAPACITY", "103"}, {"CYCLE_COUNT", "312"}});
+    laptop.set("BAT2", {{"type", "Battery"}, {"present", "0"}}); // an empty bay
+    const auto found = laptop.sources();
+    ASSERT_EQ(found.size(), 2U);
+    EXPECT_EQ(found[0].supply, Battery);
+    EXPECT_EQ(found[0].toEmpty, TimeEstimate()) << "being calculated";
+    EXPECT_EQ(found[0].controller->cycles, 5);
+    EXPECT_EQ(found[1].supply, Battery);
+    EXPECT_EQ(found[1].chargePercent, 100);
+    EXPECT_EQ(found[1].controller->cycles, 312);
 }
 
 TEST(SysfsPowerSources, ATabletWhoseDriverCountsInMilliUnits)
@@ -100,8 +94,11 @@ TEST(SysfsPowerSources, ATabletWhoseDriverCountsInMilliUnits)
     tablet.setEvent("battery",
         {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"CAPACITY", "50"}, {"VOLTAGE_NOW", "3800"},
             {"CURRENT_NOW", "-500"}, {"CHARGE_FULL", "8000"}, {"CHARGE_FULL_DESIGN", "10000"}, {"CHARGE_NOW", "4000"}});
-    EXPECT_THAT(tablet.only(), hasMembers({{"Voltage", 3800}, {"Current", -500}, {"Time to Empty", 480}}));
-    EXPECT_EQ(tablet.batteries().at(0)["DesignCapacity"], 10000);
+    const auto battery = tablet.only();
+    EXPECT_EQ(battery.voltageMv, 3800);
+    EXPECT_EQ(battery.currentMa, -500);
+    EXPECT_EQ(battery.toEmpty, TimeEstimate{480});
+    EXPECT_EQ(battery.controller->chargeDesignMah, 10000);
 }
 
 TEST(SysfsPowerSources, FirmwareThatDoesNotKnowOrLiesIsNotBelieved)
@@ -112,46 +109,32 @@ TEST(SysfsPowerSources, FirmwareThatDoesNotKnowOrLiesIsNotBelieved)
             {"ENERGY_NOW", "40000000"}, {"POWER_NOW", "65535000"}, {"VOLTAGE_NOW", "12000000"}, {"CYCLE_COUNT", "-1"},
             {"MANUFACTURE_YEAR", "65535"}, {"MANUFACTURE_MONTH", "99"}, {"MANUFACTURE_DAY", "0"},
             {"TEMP", "9223372036854775807"}});
-    EXPECT_THAT(
-        laptop.only(), hasMembers({{"Current Capacity", nullptr}, {"Current", nullptr}, {"Time to Empty", -1}}));
-    EXPECT_THAT(laptop.batteries(),
-        ElementsAre(hasMembers({{"MaxCapacity", nullptr}, {"DesignCapacity", nullptr}, {"CycleCount", nullptr},
-            {"ManufactureDate", nullptr}, {"Amperage", nullptr}, {"Temperature", nullptr}})));
+    const PowerSourceRecord expected{.name = "BAT0",
+        .supply = Battery,
+        .toEmpty = TimeEstimate(),
+        .voltageMv = 12000,
+        .controller = BatteryControllerRecord{.chargeNowMah = 3333, .voltageMv = 12000}};
+    EXPECT_EQ(laptop.only(), expected);
     laptop.setEvent("BAT0",
         {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"ENERGY_NOW", "40000000"}, {"POWER_NOW", "10"},
             {"ENERGY_FULL_DESIGN", "50000000"}});
-    EXPECT_EQ(laptop.only()["Current Capacity"], 80)
-        << "of what it was designed for, as nobody knows what is left of that";
-    EXPECT_EQ(laptop.only()["Time to Empty"], -1) << "no battery lasts for centuries";
-}
-
-TEST(SysfsPowerSources, OneReadingServesBothQuestionsAndAsksNoDevice)
-{
-    const PowerSupplyTree laptop;
-    laptop.setEvent("BAT0", {{"TYPE", "Battery"}, {"CYCLE_COUNT", "1"}});
-    laptop.set("mouse", {{"scope", "Device"}});
-    laptop.setEvent("mouse", {{"TYPE", "Battery"}}); // as an internal one, for who reads it
-    auto sources = laptop.sources();
-    EXPECT_EQ(sources.descriptions().size(), 1U);
-    laptop.setEvent("BAT0", {{"TYPE", "Battery"}, {"CYCLE_COUNT", "2"}});
-    EXPECT_EQ(sources.smartBatteries().at(0)["CycleCount"], 1);
-    laptop.runtime.advance(1);
-    EXPECT_EQ(sources.smartBatteries().at(0)["CycleCount"], 2);
+    EXPECT_EQ(laptop.only().chargePercent, 80) << "of what it was designed for, as nobody knows what is left of that";
+    EXPECT_EQ(laptop.only().toEmpty, TimeEstimate()) << "no battery lasts for centuries";
 }
 
 TEST(SysfsPowerSources, WithoutAnAdapterTheBatteryTells)
 {
     const PowerSupplyTree board;
     board.set("battery", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "5"}});
-    EXPECT_EQ(board.only()["Power Source State"], "Battery Power");
+    EXPECT_EQ(board.only().supply, Battery);
     for (const char* status : {"Charging", "Full", "Not charging", "Unknown", ""}) {
         board.set("battery", {{"status", status}});
-        EXPECT_EQ(board.only()["Power Source State"], "AC Power") << status;
+        EXPECT_EQ(board.only().supply, AC) << status;
     }
     // An adapter that is known and off, beside a dock without a driver.
     board.set("AC", {{"type", "Mains"}, {"online", "0"}});
     board.set("battery", {{"status", "Charging"}});
-    EXPECT_EQ(board.only()["Power Source State"], "AC Power");
+    EXPECT_EQ(board.only().supply, AC);
 }
 
 TEST(SysfsPowerSources, ABatteryThatLagsBehindItsAdapterIsLookedAtAgain)
@@ -159,20 +142,19 @@ TEST(SysfsPowerSources, ABatteryThatLagsBehindItsAdapterIsLookedAtAgain)
     const PowerSupplyTree laptop;
     laptop.set("AC", {{"type", "Mains"}, {"online", "1"}});
     laptop.set("BAT0", {{"type", "Battery"}, {"status", "Charging"}});
-    auto sources = laptop.sources();
-    std::vector<std::string> told;
-    const auto observation =
-        sources.observe([&] { told.push_back(text(sources.descriptions().at(0), "Power Source State").value()); });
+    auto sources = laptop.adapter();
+    std::vector<PowerSupplyState> told;
+    const auto observation = sources.observe([&] { told.push_back(sources.sources().at(0).supply); });
     sources.changed();
     laptop.runtime.advance(10);
-    EXPECT_THAT(told, ElementsAre("AC Power")) << "nothing in doubt";
+    EXPECT_THAT(told, ElementsAre(AC)) << "nothing in doubt";
 
     laptop.set("AC", {{"online", "0"}});
     sources.changed();
     laptop.runtime.advance(2);
     laptop.set("BAT0", {{"status", "Discharging"}}); // which is not announced
     laptop.runtime.advance(10);
-    EXPECT_THAT(told, ElementsAre("AC Power", "AC Power", "AC Power", "Battery Power"));
+    EXPECT_THAT(told, ElementsAre(AC, AC, AC, Battery));
 
     laptop.set("BAT0", {{"status", "Charging"}});
     sources.changed();
@@ -185,15 +167,15 @@ TEST(SysfsPowerSources, ABatteryThatLagsBehindItsAdapterIsLookedAtAgain)
 TEST(SysfsPowerSources, WhatIsNoSourceOfTheMachineIsLeftOut)
 {
     const PowerSupplyTree desktop;
-    EXPECT_TRUE(desktop.descriptions().empty() && desktop.batteries().empty());
+    EXPECT_TRUE(desktop.sources().empty());
     EXPECT_EQ(desktop.limits->all().count("power-source-changes"), 1U) << "a recorded tree announces nothing";
-    desktop.set("hidpp_battery_0", {{"type", "Battery"}, {"scope", "Device"}, {"status", "Discharging"}});
+    desktop.set("hidpp_battery_0", {{"scope", "Device"}});
+    desktop.setEvent("hidpp_battery_0", {{"TYPE", "Battery"}}); // as an internal one, for who reads it
     desktop.set("broken", {{"type", ""}});
     desktop.set("ups", {{"type", "UPS"}, {"status", "Discharging"}, {"capacity", "nonsense"}});
-    EXPECT_THAT(desktop.only(),
-        hasMembers({{"Type", "UPS"}, {"Transport Type", "USB"}, {"Power Source State", "Battery Power"},
-            {"Current Capacity", nullptr}}));
-    EXPECT_TRUE(desktop.batteries().empty());
+    const PowerSourceRecord ups{
+        .kind = PowerSourceKind::UPS, .name = "ups", .supply = Battery, .toEmpty = TimeEstimate()};
+    EXPECT_EQ(desktop.only(), ups);
 }
 
 TEST(SysfsPowerSources, ABatteryThatTheKernelTakesForADevicesMayBeThatOfAUPS)
@@ -213,9 +195,13 @@ TEST(SysfsPowerSources, ABatteryThatTheKernelTakesForADevicesMayBeThatOfAUPS)
     // A mouse that tells of its own battery with controls of that page.
     plug("hid-4-battery", "\x06\x00\xFF\x09\x14\xA1\x01\x05\x84\x09\x04\x81\x02\x05\x85\x09\x65\x81\x02\xC0"s);
     desktop.setEvent("ups", {{"TYPE", "UPS"}, {"PRESENT", "0"}}); // switched off
-    const auto isUPS = hasMembers({{"Type", "UPS"}, {"Power Source State", "Battery Power"}, {"Current Capacity", 70}});
-    EXPECT_THAT(desktop.descriptions(), ElementsAre(isUPS, isUPS));
-    EXPECT_TRUE(desktop.batteries().empty());
+    const auto found = desktop.sources();
+    ASSERT_EQ(found.size(), 2U);
+    for (const PowerSourceRecord& each : found) {
+        EXPECT_EQ(each.kind, PowerSourceKind::UPS);
+        EXPECT_EQ(each.supply, Battery);
+        EXPECT_EQ(each.chargePercent, 70);
+    }
 }
 
 } // namespace

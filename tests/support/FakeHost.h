@@ -206,41 +206,20 @@ private:
 /// Power sources that a test describes.
 class FakePowerSources final : public PowerSources {
 public:
-    std::vector<Dictionary> descriptions() override { return sources; }
-    std::vector<Dictionary> smartBatteries() override { return batteries; }
+    std::vector<PowerSourceRecord> sources() override { return records; }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override
     {
-        const auto entry = observers.insert(observers.end(), std::move(changed));
-        return std::make_unique<Ending>(*this, entry);
+        return observers.add(std::move(changed));
     }
-    /// Replaces the descriptions and tells the observers.
-    void change(std::vector<Dictionary> now)
+    /// Replaces the records and tells the observers.
+    void change(std::vector<PowerSourceRecord> now)
     {
-        sources = std::move(now);
-        for (const auto& observer : observers) {
-            observer();
-        }
-    }
-    /// What an internal battery says of itself.
-    static Dictionary internal(const std::string& state, bool charging)
-    {
-        return {{"Type", "InternalBattery"}, {"Transport Type", "Internal"}, {"Power Source State", state},
-            {"Is Charging", charging}};
+        records = std::move(now);
+        observers.tell();
     }
 
-    std::vector<Dictionary> sources;
-    std::vector<Dictionary> batteries;
-    std::list<std::function<void()>> observers;
-
-private:
-    struct Ending final : Observation {
-        Ending(FakePowerSources& owner, std::list<std::function<void()>>::iterator place) : sources(owner), entry(place)
-        {
-        }
-        ~Ending() override { sources.observers.erase(entry); }
-        FakePowerSources& sources;
-        std::list<std::function<void()>>::iterator entry;
-    };
+    std::vector<PowerSourceRecord> records;
+    Observers<Observation> observers;
 };
 
 /// Mice, keyboards and headsets that a test describes. Bluetooth answers when the test says so, or at once.
@@ -367,8 +346,7 @@ struct FakeMachine {
         host.userRights = std::make_unique<FakeUserRights>();
         host.powerMessages = std::make_unique<FakePowerMessages>();
         host.powerSources = std::make_unique<FakePowerSources>();
-        host.registry = std::make_unique<FakeRegistry>();
-        host.smartDevices = std::make_unique<FakeSMARTDevices>();
+        host.disks = std::make_unique<FakeDisks>();
         host.smc = std::make_unique<FakeSMCService>();
         host.sensorServices = std::make_unique<FakeSensorServices>();
         host.sensorChannels = std::make_unique<FakeSensorChannels>();
@@ -393,8 +371,7 @@ struct FakeMachine {
     }
     FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
-    FakeRegistry& registry() { return static_cast<FakeRegistry&>(*host.registry); }
-    FakeSMARTDevices& smartDevices() { return static_cast<FakeSMARTDevices&>(*host.smartDevices); }
+    FakeDisks& disks() { return static_cast<FakeDisks&>(*host.disks); }
     FakeSMCService& smc() { return static_cast<FakeSMCService&>(*host.smc); }
     FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
     FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }

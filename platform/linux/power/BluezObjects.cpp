@@ -1,7 +1,7 @@
 #include "platform/linux/power/BluezObjects.h"
 
 #include "base/Text.h"
-#include "platform/PowerEntries.h"
+#include "platform/PeripheralNames.h"
 
 #include <systemd/sd-bus.h>
 

@@ -147,16 +147,17 @@ std::optional<double> HidPowerDevice::inUnit(
     return number ? std::optional(*number * scale) : std::nullopt;
 }
 
-std::optional<double> HidPowerDevice::minutes(Figure figure, const HidReports& answers) const
+TimeEstimate HidPowerDevice::minutes(Figure figure, const HidReports& answers) const
 {
     const auto& field = fields_[figure];
     const auto seconds = inUnit(figure, second, 1, answers);
     // All bits set is how devices with 16 of them say that they do not know.
     constexpr std::int64_t unknown = std::numeric_limits<std::uint16_t>::max();
     if (!seconds || field->raw(answers.at({field->kind, field->report})) == unknown) {
-        return std::nullopt;
+        return {};
     }
-    return within(std::round(*seconds / 60), 0, longest);
+    const auto minutes = within(std::round(*seconds / 60), 0, longest);
+    return {minutes ? std::optional(static_cast<int>(*minutes)) : std::nullopt};
 }
 
 std::optional<double> HidPowerDevice::percent(const HidReports& answers) const
@@ -178,9 +179,9 @@ std::optional<double> HidPowerDevice::percent(const HidReports& answers) const
     return relative ? std::optional(std::clamp(*relative, 0.0, full)) : std::nullopt;
 }
 
-// The description
+// The record
 
-void HidPowerDevice::describeState(Dictionary& source, const HidReports& answers) const
+void HidPowerDevice::readState(PowerSourceRecord& source, const HidReports& answers) const
 {
     const auto external = flag(ACPresent, answers);
     const auto discharging = flag(Discharging, answers);
@@ -190,35 +191,33 @@ void HidPowerDevice::describeState(Dictionary& source, const HidReports& answers
     }
     // Also while it tests its battery, with the mains there.
     const bool drained = discharging.value_or(false) || !external.value_or(true);
-    source["Power Source State"] = drained ? "Battery Power" : "AC Power";
-    source["Is Charging"] = charging && !drained;
-    source["Is Charged"] = flag(FullyCharged, answers).value_or(false) && !drained;
+    source.supply = drained ? PowerSupplyState::Battery : PowerSupplyState::AC;
+    source.charging = charging && !drained;
+    source.charged = flag(FullyCharged, answers).value_or(false) && !drained;
     if (drained) {
-        source["Time to Empty"] = static_cast<std::int64_t>(minutes(TimeToEmpty, answers).value_or(-1));
+        source.toEmpty = minutes(TimeToEmpty, answers);
     } else if (charging) {
-        source["Time to Full Charge"] = static_cast<std::int64_t>(minutes(TimeToFull, answers).value_or(-1));
+        source.toFull = minutes(TimeToFull, answers);
     }
     if (const auto amperes = within(inUnit(Current, ampere, 1, answers), -highestAmperes, highestAmperes)) {
         // Few of them give it a sign.
         const double amount = std::round(std::abs(*amperes) * 1000);
-        source["Current"] = static_cast<std::int64_t>(drained ? -amount : charging ? amount : *amperes * 1000);
+        source.currentMa = static_cast<std::int64_t>(drained ? -amount : charging ? amount : *amperes * 1000);
     }
 }
 
-Dictionary HidPowerDevice::describe(const HidReports& answers) const
+PowerSourceRecord HidPowerDevice::record(const HidReports& answers) const
 {
-    Dictionary source{
-        {"Type", "UPS"}, {"Transport Type", "USB"}, {"Is Present", flag(BatteryPresent, answers).value_or(true)}};
-    describeState(source, answers);
+    PowerSourceRecord source{.kind = PowerSourceKind::UPS, .present = flag(BatteryPresent, answers).value_or(true)};
+    readState(source, answers);
     if (const auto charge = percent(answers)) {
-        source["Current Capacity"] = static_cast<std::int64_t>(*charge);
-        source["Max Capacity"] = 100;
+        source.chargePercent = static_cast<int>(*charge);
     }
     if (const auto volts = within(inUnit(Voltage, volt, voltsOfUnit, answers), 1, highestVolts)) {
-        source["Voltage"] = static_cast<std::int64_t>(std::round(*volts * 1000));
+        source.voltageMv = std::llround(*volts * 1000);
     }
     if (const auto isSpent = flag(NeedReplacement, answers)) {
-        source["BatteryHealth"] = *isSpent ? "Poor" : "Good";
+        source.verdict = *isSpent ? BatteryVerdict::Poor : BatteryVerdict::Good;
     }
     return source;
 }

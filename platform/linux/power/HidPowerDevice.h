@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/Value.h"
+#include "platform/host/PowerSources.h"
 #include "platform/linux/power/HidReportDescriptor.h"
 
 #include <array>
@@ -37,8 +37,8 @@ public:
     const std::vector<HidReportRequest>& requests() const { return requests_; }
     bool hasNumberedReports() const { return isNumbered_; }
 
-    /// The device as PowerSources::descriptions has it, without its name. What no report holds is left out.
-    Dictionary describe(const HidReports& answers) const;
+    /// The device as a source of power, without its name. What no report holds is absent.
+    PowerSourceRecord record(const HidReports& answers) const;
 
     static constexpr std::size_t largestReport = 4095; ///< bytes after its number
     static constexpr std::size_t mostRequests = 32;
@@ -70,9 +70,9 @@ private:
     std::optional<double> value(Figure figure, const HidReports& answers) const;
     std::optional<bool> flag(Figure figure, const HidReports& answers) const;
     std::optional<double> inUnit(Figure figure, std::uint32_t unit, double scale, const HidReports& answers) const;
-    std::optional<double> minutes(Figure figure, const HidReports& answers) const;
+    TimeEstimate minutes(Figure figure, const HidReports& answers) const;
     std::optional<double> percent(const HidReports& answers) const;
-    void describeState(Dictionary& source, const HidReports& answers) const;
+    void readState(PowerSourceRecord& source, const HidReports& answers) const;
 
     std::array<std::optional<HidField>, FigureCount> fields_;
     std::vector<HidReportRequest> requests_;

@@ -71,7 +71,7 @@ struct HidPowerDevices::Device {
     std::string serial;
     HidPowerDevice reports;
     std::shared_ptr<Queue> queue;
-    std::optional<Dictionary> description; ///< absent before the first reading
+    std::optional<PowerSourceRecord> source; ///< absent before the first reading
     bool isReading = false;
     std::optional<double> lastAsked;  ///< s of the clock that cannot step
     std::optional<double> lastAnswer; ///< likewise
@@ -158,12 +158,12 @@ bool HidPowerDevices::isPublished(const Device& device) const
     });
 }
 
-std::vector<Dictionary> HidPowerDevices::descriptions() const
+std::vector<PowerSourceRecord> HidPowerDevices::sources() const
 {
-    std::vector<Dictionary> all;
+    std::vector<PowerSourceRecord> all;
     for (const DevicePointer& device : devices_) {
-        if (device->description && !isPublished(*device)) {
-            all.push_back(*device->description);
+        if (device->source && !isPublished(*device)) {
+            all.push_back(*device->source);
         }
     }
     return all;
@@ -219,13 +219,11 @@ void HidPowerDevices::finished(const DevicePointer& device, Reading& reading)
         device->node = std::move(reading.node);
         listen(device);
     }
-    Dictionary description = device->reports.describe(reading.reports);
-    description["Name"] = device->product;
-    if (!device->serial.empty()) {
-        description["Hardware Serial Number"] = device->serial;
-    }
-    const bool isNew = device->description != description;
-    device->description = std::move(description);
+    PowerSourceRecord source = device->reports.record(reading.reports);
+    source.name = device->product;
+    source.serial = device->serial;
+    const bool isNew = device->source != source;
+    device->source = std::move(source);
     if (isNew) {
         changed_();
     }

@@ -2,7 +2,6 @@
 
 #include "base/Lifetime.h"
 #include "base/Runtime.h"
-#include "base/Value.h"
 #include "platform/host/Limitations.h"
 #include "platform/linux/kernel/RootFolder.h"
 #include "platform/linux/kernel/Uevents.h"
@@ -34,7 +33,7 @@ HidAsk askHidDevice(const std::string& node);
 /// slow queue each, and what they said last is kept. Main queue only.
 class HidPowerDevices {
 public:
-    /// Calls the handler when a description changed, came or went.
+    /// Calls the handler when a record changed, came or went.
     HidPowerDevices(Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations,
         std::function<void()> changed, HidOpen open = askHidDevice);
     ~HidPowerDevices();
@@ -42,7 +41,7 @@ public:
     HidPowerDevices& operator=(const HidPowerDevices&) = delete;
 
     /// Of those that have been asked: what they said last. One that does not answer is there without figures.
-    std::vector<Dictionary> descriptions() const;
+    std::vector<PowerSourceRecord> sources() const;
     /// Asks them anew and calls back when all have answered, at once when there is nothing to wait for.
     void refresh(Task done);
     /// Looks which there are. Done at the start and whenever the kernel announces one.

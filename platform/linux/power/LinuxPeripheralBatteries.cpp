@@ -1,7 +1,7 @@
 #include "platform/linux/power/LinuxPeripheralBatteries.h"
 
 #include "base/Text.h"
-#include "platform/PowerEntries.h"
+#include "platform/PeripheralNames.h"
 #include "platform/linux/power/BluezObjects.h"
 #include "platform/linux/power/PowerSupplies.h"
 

@@ -1,8 +1,14 @@
 #include "platform/linux/power/SysfsPowerSources.h"
 
+#include "platform/linux/power/PowerSupplies.h"
+
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
+#include <cstdint>
+#include <limits>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -10,30 +16,21 @@ namespace meridal {
 
 namespace {
 
-template <typename Figure>
-void put(Dictionary& into, const char* key, const std::optional<Figure>& figure)
-{
-    if (figure) {
-        into[key] = *figure;
-    }
-}
-
 /// Drivers may tell anything: what is beyond every real figure is left out.
-void putWhole(Dictionary& into, const char* key, const std::optional<double>& figure)
+std::optional<std::int64_t> whole(const std::optional<double>& figure)
 {
     constexpr double largest = 1e12;
-    if (figure && std::abs(*figure) < largest) {
-        into[key] = static_cast<std::int64_t>(*figure);
-    }
+    return figure && std::abs(*figure) < largest ? std::optional(static_cast<std::int64_t>(*figure)) : std::nullopt;
 }
 
 /// s after an announcement: a battery learns later than its adapter that it is unplugged, and may not announce it.
 constexpr std::array secondLooks = {1.0, 3.0};
-/// s that a reading counts as one moment with what is asked next, so that both speak of the same.
-constexpr double sameMoment = 0.1;
 
 /// Firmware that does not know says 0.
-std::optional<double> aboveZero(std::optional<double> figure) { return figure && *figure > 0 ? figure : std::nullopt; }
+std::optional<std::int64_t> aboveZero(const std::optional<double>& figure)
+{
+    return figure && *figure >= 1 ? whole(figure) : std::nullopt;
+}
 
 std::optional<bool> externalPower(const std::vector<PowerSupply>& supplies)
 {
@@ -64,50 +61,25 @@ bool onBattery(const std::vector<PowerSupply>& supplies)
     return !anyInternal(supplies, "Charging") && (anyInternal(supplies, "Discharging") || external.has_value());
 }
 
-std::optional<std::string> healthOf(const PowerSupply& supply)
+std::optional<BatteryVerdict> verdictOf(const PowerSupply& supply)
 {
     const auto health = supply.text("health");
     if (health == "Good" || health == "Cool" || health == "Warm") {
-        return "Good";
+        return BatteryVerdict::Good;
     }
-    return health == "Dead" ? std::optional<std::string>("Poor") : std::nullopt;
+    return health == "Dead"               ? std::optional(BatteryVerdict::Poor)
+        : health == "Unspecified failure" ? std::optional(BatteryVerdict::CheckBattery)
+                                          : std::nullopt;
 }
 
-std::string stateOf(const PowerSupply& supply, bool battery)
+/// No battery lasts as long as would not fit.
+TimeEstimate estimate(const std::optional<double>& minutes)
 {
-    const bool drained = supply.isUPS() ? supply.status() == "Discharging" : battery;
-    return drained ? "Battery Power" : "AC Power";
+    constexpr double longest = std::numeric_limits<int>::max();
+    return {minutes ? std::optional(static_cast<int>(std::min(*minutes, longest))) : std::nullopt};
 }
 
-Dictionary describe(const PowerSupply& supply, bool battery)
-{
-    const std::string state = stateOf(supply, battery);
-    const bool charging = supply.status() == "Charging";
-    const bool charged = supply.status() == "Full";
-    Dictionary source{{"Name", supply.text("model_name").value_or(supply.name())},
-        {"Type", supply.isUPS() ? "UPS" : "InternalBattery"}, {"Transport Type", supply.isUPS() ? "USB" : "Internal"},
-        {"Power Source State", state}, {"Is Present", true}, {"Is Charging", charging}, {"Is Charged", charged}};
-    if (const auto percent = supply.percent()) {
-        putWhole(source, "Current Capacity", percent);
-        source["Max Capacity"] = 100;
-    }
-    if (state == "Battery Power" || supply.status() == "Discharging") { // the latter also from a weak adapter
-        putWhole(source, "Time to Empty", supply.minutesToEmpty().value_or(-1));
-    } else if (charging) {
-        putWhole(source, "Time to Full Charge", supply.minutesToFull().value_or(-1));
-    }
-    putWhole(source, "Voltage", supply.millivolts());
-    putWhole(source, "Current", supply.milliamperes());
-    put(source, "BatteryHealth", healthOf(supply));
-    if (supply.text("health") == "Unspecified failure") {
-        source["BatteryHealthCondition"] = "Check Battery";
-    }
-    put(source, "Hardware Serial Number", supply.text("serial_number"));
-    return source;
-}
-
-/// Day in bits 0 to 4, month in 5 to 8, years since 1980 from 9 on, as the controllers of batteries keep it.
-std::optional<std::int64_t> packedDate(const PowerSupply& supply)
+std::optional<std::chrono::year_month_day> dayOfManufacture(const PowerSupply& supply)
 {
     const auto year = supply.figure("manufacture_year");
     const auto month = supply.figure("manufacture_month");
@@ -115,103 +87,79 @@ std::optional<std::int64_t> packedDate(const PowerSupply& supply)
     if (!year || !month || !day || *year < 1980 || *year > 2107 || *month < 1 || *month > 12 || *day < 1 || *day > 31) {
         return std::nullopt;
     }
-    return static_cast<std::int64_t>(*day) | static_cast<std::int64_t>(*month) << 5
-        | (static_cast<std::int64_t>(*year) - 1980) << 9;
+    const std::chrono::year_month_day date = std::chrono::year(static_cast<int>(*year))
+        / std::chrono::month(static_cast<unsigned>(*month)) / std::chrono::day(static_cast<unsigned>(*day));
+    return date.ok() ? std::optional(date) : std::nullopt;
 }
 
-/// The entry of the battery's own controller.
-Dictionary describeController(const PowerSupply& supply, bool external)
+/// What the battery's own controller counts.
+BatteryControllerRecord controllerOf(const PowerSupply& supply)
 {
-    Dictionary battery{{"BatteryInstalled", true}, {"ExternalConnected", external},
-        {"IsCharging", supply.status() == "Charging"}, {"FullyCharged", supply.status() == "Full"}};
-    putWhole(battery, "CurrentCapacity", supply.milliampereHours("now"));
-    putWhole(battery, "MaxCapacity", aboveZero(supply.milliampereHours("full")));
-    putWhole(battery, "DesignCapacity", aboveZero(supply.milliampereHours("full_design")));
-    // Controllers that do not count report 0.
-    putWhole(battery, "CycleCount", aboveZero(supply.figure("cycle_count")));
-    putWhole(battery, "Voltage", supply.millivolts());
-    putWhole(battery, "Amperage", supply.milliamperes());
-    putWhole(battery, "TimeRemaining",
-        supply.status() == "Charging"          ? supply.minutesToFull()
-            : supply.status() == "Discharging" ? supply.minutesToEmpty()
-                                               : std::nullopt);
-    if (const auto tenths = supply.figure("temp")) { // tenths of a degree Celsius
-        putWhole(battery, "Temperature", *tenths * 10);
+    const auto now = supply.milliampereHours("now");
+    return {.chargeNowMah = now && *now >= 0 ? whole(now) : std::nullopt,
+        .chargeFullMah = aboveZero(supply.milliampereHours("full")),
+        .chargeDesignMah = aboveZero(supply.milliampereHours("full_design")),
+        .cycles = aboveZero(supply.figure("cycle_count")), // controllers that do not count say 0
+        .voltageMv = whole(supply.millivolts()),
+        .currentMa = whole(supply.milliamperes()),
+        .manufactured = dayOfManufacture(supply)};
+}
+
+PowerSourceRecord recordOf(const PowerSupply& supply, bool onBattery)
+{
+    const bool isDrained = supply.status() == "Discharging"; // also from a weak adapter
+    const bool isSupplying = supply.isUPS() ? isDrained : onBattery;
+    PowerSourceRecord source{.kind = supply.isUPS() ? PowerSourceKind::UPS : PowerSourceKind::InternalBattery,
+        .name = supply.text("model_name").value_or(supply.name()),
+        .serial = supply.text("serial_number").value_or(""),
+        .supply = isSupplying ? PowerSupplyState::Battery : PowerSupplyState::AC,
+        .charging = supply.status() == "Charging",
+        .charged = supply.status() == "Full",
+        .voltageMv = whole(supply.millivolts()),
+        .currentMa = whole(supply.milliamperes()),
+        .verdict = verdictOf(supply)};
+    if (const auto percent = supply.percent()) {
+        source.chargePercent = static_cast<int>(*percent);
     }
-    put(battery, "ManufactureDate", packedDate(supply));
-    put(battery, "Serial", supply.text("serial_number"));
-    return battery;
+    if (isSupplying || isDrained) {
+        source.toEmpty = estimate(supply.minutesToEmpty());
+    } else if (source.charging) {
+        source.toFull = estimate(supply.minutesToFull());
+    }
+    if (!supply.isUPS()) {
+        source.controller = controllerOf(supply);
+    }
+    return source;
 }
 
 } // namespace
-
-class SysfsPowerSources::Entry final : public PowerSources::Observation {
-public:
-    Entry(std::weak_ptr<Observers> list, Observers::iterator position) : list_(std::move(list)), position_(position) { }
-    ~Entry() override
-    {
-        if (const auto list = list_.lock()) {
-            list->erase(position_);
-        }
-    }
-
-private:
-    std::weak_ptr<Observers> list_;
-    Observers::iterator position_;
-};
 
 SysfsPowerSources::SysfsPowerSources(
     Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations)
     : runtime_(runtime)
     , root_(root)
     , uevents_(std::make_unique<Uevents>(runtime, root, "power_supply", [this] { changed(); }))
-    , ups_(runtime, root, limitations, [this] { tell(); })
+    , ups_(runtime, root, limitations, [this] { observers_.tell(); })
 {
     if (!uevents_->isOpen()) {
         limitations->set("power-source-changes", "changes of the power source are not announced: no uevents here");
     }
 }
 
-const std::vector<PowerSupply>& SysfsPowerSources::read()
+std::vector<PowerSourceRecord> SysfsPowerSources::sources()
 {
-    latest_ = Snapshot{.supplies = powerSupplies(root_, SuppliesOf::Machine), .moment = runtime_.monotonicTime()};
-    return latest_->supplies;
-}
-
-std::vector<Dictionary> SysfsPowerSources::descriptions()
-{
-    const std::vector<PowerSupply>& supplies = read();
+    const std::vector<PowerSupply> supplies = powerSupplies(root_, SuppliesOf::Machine);
     const bool battery = onBattery(supplies);
-    std::vector<Dictionary> sources;
+    std::vector<PowerSourceRecord> sources;
     for (const PowerSupply& supply : supplies) {
         if (supply.isInternalBattery() || supply.isUPS()) {
-            sources.push_back(describe(supply, battery));
+            sources.push_back(recordOf(supply, battery));
         }
     }
-    for (Dictionary& ups : ups_.descriptions()) {
+    for (PowerSourceRecord& ups : ups_.sources()) {
         sources.push_back(std::move(ups));
     }
     return sources;
-}
-
-std::vector<Dictionary> SysfsPowerSources::smartBatteries()
-{
-    const bool isFresh = latest_ && runtime_.monotonicTime() - latest_->moment <= sameMoment;
-    const std::vector<PowerSupply>& supplies = isFresh ? latest_->supplies : read();
-    const bool battery = onBattery(supplies);
-    std::vector<Dictionary> batteries;
-    for (const PowerSupply& supply : supplies) {
-        if (supply.isInternalBattery()) {
-            batteries.push_back(describeController(supply, !battery));
-        }
-    }
-    return batteries;
-}
-
-std::unique_ptr<PowerSources::Observation> SysfsPowerSources::observe(std::function<void()> changed)
-{
-    observers_->push_back(std::make_shared<const std::function<void()>>(std::move(changed)));
-    return std::make_unique<Entry>(observers_, std::prev(observers_->end()));
 }
 
 void SysfsPowerSources::changed()
@@ -219,25 +167,18 @@ void SysfsPowerSources::changed()
     again_.clear();
     if (isDoubtful()) {
         for (const double seconds : secondLooks) {
-            again_.push_back(runtime_.startTimer(runtime_.mainQueue(), {.first = seconds}, [this] { tell(); }));
+            again_.push_back(
+                runtime_.startTimer(runtime_.mainQueue(), {.first = seconds}, [this] { observers_.tell(); }));
         }
     }
-    tell();
+    observers_.tell();
 }
 
 /// A battery that is being charged while all adapters are off: a dock without a driver, or a battery that lags behind.
 bool SysfsPowerSources::isDoubtful()
 {
-    const std::vector<PowerSupply>& supplies = read();
+    const std::vector<PowerSupply> supplies = powerSupplies(root_, SuppliesOf::Machine);
     return externalPower(supplies) == false && anyInternal(supplies, "Charging");
-}
-
-void SysfsPowerSources::tell()
-{
-    const Observers observers = *observers_; // a handler may end any of them
-    for (const auto& observer : observers) {
-        (*observer)();
-    }
 }
 
 } // namespace meridal

@@ -1,17 +1,16 @@
 #pragma once
 
+#include "base/Observers.h"
 #include "base/Runtime.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/PowerSources.h"
 #include "platform/linux/kernel/RootFolder.h"
 #include "platform/linux/kernel/Uevents.h"
 #include "platform/linux/power/HidPowerDevices.h"
-#include "platform/linux/power/PowerSupplies.h"
 
 #include <filesystem>
-#include <list>
+#include <functional>
 #include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -24,30 +23,22 @@ class SysfsPowerSources final : public PowerSources {
 public:
     SysfsPowerSources(Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations);
 
-    std::vector<Dictionary> descriptions() override;
-    std::vector<Dictionary> smartBatteries() override;
+    std::vector<PowerSourceRecord> sources() override;
     void refresh(std::function<void()> done) override { ups_.refresh(std::move(done)); }
-    std::unique_ptr<Observation> observe(std::function<void()> changed) override;
+    std::unique_ptr<Observation> observe(std::function<void()> changed) override
+    {
+        return observers_.add(std::move(changed));
+    }
 
     /// A supply was announced as changed: tells the observers. Nobody announces anything for a recorded tree.
     void changed();
 
 private:
-    using Observers = std::list<std::shared_ptr<const std::function<void()>>>;
-    class Entry;
-    /// The supplies at one moment.
-    struct Snapshot {
-        std::vector<PowerSupply> supplies;
-        double moment = 0; ///< s of the clock that cannot step
-    };
-    const std::vector<PowerSupply>& read();
-    void tell();
     bool isDoubtful();
 
     Runtime& runtime_;
     RootFolder root_;
-    std::optional<Snapshot> latest_;
-    std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
+    Observers<Observation> observers_;
     std::vector<std::unique_ptr<Timer>> again_; ///< further looks that are due after a change
     std::unique_ptr<Uevents> uevents_;
     HidPowerDevices ups_;

@@ -1,6 +1,6 @@
 #include "platform/macos/power/MacAdapters.h"
 
-#include "platform/PowerEntries.h"
+#include "platform/formats/PowerDictionaries.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/CFValue.h"
 #include "platform/macos/kernel/ServiceEntry.h"
@@ -62,39 +62,28 @@ private:
 
 class MacPowerSources final : public PowerSources {
 public:
-    std::vector<Dictionary> descriptions() override;
-    /// As the driver has it, but with capacities always in mAh. There is one at most.
-    std::vector<Dictionary> smartBatteries() override;
+    std::vector<PowerSourceRecord> sources() override;
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 };
 
 } // namespace
 
-std::vector<Dictionary> MacPowerSources::descriptions()
+std::vector<PowerSourceRecord> MacPowerSources::sources()
 {
-    std::vector<Dictionary> sources;
     const CFRef<CFTypeRef> snapshot(IOPSCopyPowerSourcesInfo());
     if (!snapshot) {
-        return sources;
+        return {};
     }
+    std::vector<Dictionary> descriptions;
     const CFRef<CFArrayRef> list(IOPSCopyPowerSourcesList(snapshot.get()));
     for (CFIndex i = 0; list && i < CFArrayGetCount(list.get()); ++i) {
         // Owned by the snapshot.
         Value source = valueOf(IOPSGetPowerSourceDescription(snapshot.get(), CFArrayGetValueAtIndex(list.get(), i)));
         if (source.is_object()) {
-            sources.push_back(percentDescription(std::move(source)));
+            descriptions.push_back(std::move(source));
         }
     }
-    return sources;
-}
-
-std::vector<Dictionary> MacPowerSources::smartBatteries()
-{
-    Value battery = valueOf(ServiceEntry("AppleSmartBattery").properties().get());
-    if (!battery.is_object()) {
-        return {};
-    }
-    return {milliampereSmartBattery(std::move(battery))};
+    return powerSourcesOf(descriptions, valueOf(ServiceEntry("AppleSmartBattery").properties().get()));
 }
 
 std::unique_ptr<PowerSources::Observation> MacPowerSources::observe(std::function<void()> changed)

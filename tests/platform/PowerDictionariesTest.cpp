@@ -1,0 +1,165 @@
+#include "platform/formats/PowerDictionaries.h"
+#include "platform/PeripheralNames.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+
+namespace meridal {
+namespace {
+
+/// Of a MacBook on its battery. IOKit/ps/IOPSKeys.h and IOKit/pwr_mgt/IOPM.h document the keys.
+const Dictionary description{{"Name", "InternalBattery-0"}, {"Type", "InternalBattery"}, {"Transport Type", "Internal"},
+    {"Power Source State", "Battery Power"}, {"Is Present", true}, {"Is Charging", false}, {"Current Capacity", 71},
+    {"Max Capacity", 100}, {"Time to Empty", 212}, {"Time to Full Charge", 0}, {"Current", -1320},
+    {"BatteryHealth", "Good"}, {"BatteryHealthCondition", ""}, {"Hardware Serial Number", "F8Y"}};
+
+PowerSourceRecord sourceOf(const Dictionary& more, const Dictionary& battery = nullptr)
+{
+    Dictionary whole = description;
+    whole.update(more);
+    const auto sources = powerSourcesOf({whole}, battery);
+    EXPECT_EQ(sources.size(), 1U);
+    return sources.empty() ? PowerSourceRecord() : sources[0];
+}
+
+BatteryControllerRecord controllerOf(const Dictionary& battery)
+{
+    const auto source = sourceOf(Dictionary::object(), battery);
+    EXPECT_TRUE(source.controller) << battery;
+    return source.controller.value_or(BatteryControllerRecord());
+}
+
+using Charges = std::vector<std::optional<std::int64_t>>;
+Charges charges(const BatteryControllerRecord& battery)
+{
+    return {battery.chargeNowMah, battery.chargeFullMah, battery.chargeDesignMah};
+}
+
+TEST(PowerDictionaries, SourcesSayWhatTheySayInEveryForm)
+{
+    const PowerSourceRecord own{.name = "InternalBattery-0",
+        .serial = "F8Y",
+        .supply = PowerSupplyState::Battery,
+        .chargePercent = 71,
+        .toEmpty = TimeEstimate{212},
+        .toFull = TimeEstimate{0},
+        .currentMa = -1320,
+        .verdict = BatteryVerdict::Good};
+    EXPECT_EQ(sourceOf(Dictionary::object()), own);
+    const auto charging = sourceOf({{"Power Source State", "AC Power"}, {"Is Charging", 1}, {"Time to Full Charge", -1},
+        {"Optimized Battery Charging Engaged", 1}, {"BatteryHealthCondition", "Permanent Battery Failure"}});
+    EXPECT_EQ(charging.supply, PowerSupplyState::AC);
+    EXPECT_TRUE(charging.charging && charging.heldBack);
+    EXPECT_EQ(charging.toFull, TimeEstimate()) << "being calculated";
+    EXPECT_EQ(charging.verdict, BatteryVerdict::PermanentFailure) << "whatever is said of the health";
+    const auto odd = sourceOf({{"Power Source State", "Off Line"}, {"Is Charging", "yes"}, {"Current", nullptr},
+        {"BatteryHealth", "Splendid"}, {"Is Present", false}});
+    EXPECT_EQ(odd.supply, PowerSupplyState::OffLine);
+    EXPECT_FALSE(odd.charging || odd.currentMa || odd.verdict || odd.present);
+
+    const struct {
+        Value now;
+        Value full;
+        std::optional<int> percent;
+    } cases[] = {{50, 100, 50}, {2250, 4500, 50}, {50, 0, 50}, {170, 100, 100}, {-4, 100, 0}, {"full", 100, {}},
+        {std::nan(""), 100, 0}};
+    for (const auto& each : cases) {
+        EXPECT_EQ(sourceOf({{"Current Capacity", each.now}, {"Max Capacity", each.full}}).chargePercent, each.percent)
+            << each.now << " of " << each.full;
+    }
+    const auto others = powerSourcesOf({{{"Transport Type", "USB"}}, {{"Type", "UPS"}, {"Transport Type", "Internal"}},
+                                           Dictionary::object(), {{"Type", "Accessory Source"}}},
+        nullptr);
+    ASSERT_EQ(others.size(), 3U) << "accessories are no sources of the machine";
+    EXPECT_EQ(others[0].kind, PowerSourceKind::UPS);
+    EXPECT_EQ(others[1].kind, PowerSourceKind::UPS);
+    EXPECT_EQ(others[2], PowerSourceRecord()) << "what is not told is absent";
+}
+
+TEST(PowerDictionaries, CapacitiesAreMilliampereHoursOnEveryMac)
+{
+    const auto intel = controllerOf({{"MaxCapacity", 4100}, {"CurrentCapacity", 2000}, {"DesignCapacity", 4790},
+        {"CycleCount", 211}, {"Voltage", 11890}, {"Amperage", -1320}});
+    EXPECT_EQ(charges(intel), (Charges{2000, 4100, 4790}));
+    EXPECT_EQ((Charges{intel.cycles, intel.voltageMv, intel.currentMa}), (Charges{211, 11890, -1320}));
+    const auto silicon = controllerOf({{"MaxCapacity", 100}, {"CurrentCapacity", 71}, {"AppleRawMaxCapacity", 4210},
+        {"AppleRawCurrentCapacity", 2991}, {"DesignCapacity", 4563}, {"BatterySerialNumber", "F8Y"}});
+    EXPECT_EQ(charges(silicon), (Charges{2991, 4210, 4563}));
+    const auto moved = controllerOf({{"MaxCapacity", 100}, {"CurrentCapacity", 71},
+        {"BatteryData", {{"DesignCapacity", 6075}, {"NominalChargeCapacity", 5900}}}});
+    EXPECT_EQ(charges(moved), (Charges{{}, 5900, 6075})) << "a percentage is no charge";
+    for (const Dictionary& nothing : {Dictionary{{"MaxCapacity", 100}, {"CurrentCapacity", 71}},
+             {{"CurrentCapacity", 71}, {"CycleCount", -3}}, {{"BatteryData", 5}, {"DesignCapacity", 0}}}) {
+        EXPECT_EQ(controllerOf(nothing), BatteryControllerRecord()) << nothing;
+    }
+}
+
+TEST(PowerDictionaries, TheControllerGoesWithItsOwnBattery)
+{
+    const Dictionary battery{{"Serial", "F8Y"}, {"CycleCount", 7}};
+    Dictionary away = description;
+    away["Is Present"] = false;
+    const auto sources = powerSourcesOf({{{"Type", "UPS"}}, away, description, description}, battery);
+    ASSERT_EQ(sources.size(), 4U);
+    EXPECT_FALSE(sources[0].controller || sources[1].controller || sources[3].controller);
+    EXPECT_EQ(sources[2].controller->cycles, 7);
+    EXPECT_FALSE(sourceOf({{"Hardware Serial Number", "F9Z"}}, battery).controller) << "exchanged in between";
+    EXPECT_FALSE(sourceOf(Dictionary::object(), {{"BatteryInstalled", false}, {"CycleCount", 7}}).controller);
+}
+
+TEST(PowerDictionaries, TheDayOfManufactureIsOneOfTheCalendarOrAbsent)
+{
+    using namespace std::chrono;
+    constexpr auto packed = [](int year, int month, int day) { return day | month << 5 | (year - 1980) << 9; };
+    const auto day = [](const Value& packedDay, const Value& written = nullptr) {
+        return controllerOf({{"ManufactureDate", packedDay}, {"BatteryData", {{"ManufactureDate", written}}}})
+            .manufactured;
+    };
+    EXPECT_EQ(day(packed(1980, 1, 1)), 1980y / 1 / 1);
+    for (const int nonsense : {0, -1, 0x10000, 0xFFFF, packed(2021, 13, 1), packed(2021, 2, 30), packed(2021, 0, 5)}) {
+        EXPECT_FALSE(day(nonsense)) << nonsense;
+    }
+    EXPECT_EQ(day(packed(2021, 6, 15), "280229"), 2020y / 2 / 29);
+    EXPECT_EQ(day(0, 0x3932'3230'3832), 2020y / 2 / 29) << "as bytes in memory";
+    for (const Value& nonsense : {Value("290229"), Value("28022"), Value("2802290"), Value("28 229"), Value(""),
+             Value(-1), Value(28.5), Value(), Value::array({1})}) {
+        EXPECT_EQ(day(packed(2021, 6, 15), nonsense), 2021y / 6 / 15) << nonsense;
+    }
+}
+
+TEST(PowerDictionaries, PeripheralsHaveOneNameAndOneKeyEach)
+{
+    const auto keyboard = registryBattery({{"BatteryPercent", 63}, {"Product", "Magic Keyboard"},
+        {"DeviceAddress", "AC-1D-06-00-00-01"}, {"SerialNumber", "F1"}, {"Transport", "Bluetooth"}});
+    ASSERT_TRUE(keyboard);
+    EXPECT_EQ(keyboard->key, "ac:1d:06:00:00:01");
+    EXPECT_EQ(keyboard->kind, PeripheralKind::Keyboard);
+    EXPECT_EQ(keyboard->percent, 63);
+    EXPECT_TRUE(keyboard->bluetooth);
+    EXPECT_EQ(registryBattery({{"Battery Level", 30}, {"Product", "Mouse"}})->key, "Mouse");
+    EXPECT_FALSE(registryBattery({{"BatteryPercent", 0}, {"Product", "Mouse"}})) << "not told yet";
+    EXPECT_FALSE(registryBattery({{"BatteryPercent", 50}}));
+    EXPECT_FALSE(registryBattery({{"BatteryPercent", "50"}, {"Product", "Mouse"}}));
+
+    Dictionary pod{{"Type", "Accessory Source"}, {"Name", "Pods"}, {"Accessory Identifier", "AA:BB:CC:DD:EE:FF"},
+        {"Part Identifier", "Left"}, {"Accessory Category", "Headphone"}, {"Current Capacity", 40},
+        {"Max Capacity", 100}, {"Is Charging", true}, {"Transport Type", "Bluetooth"}};
+    const auto left = accessoryBattery(pod);
+    ASSERT_TRUE(left);
+    EXPECT_EQ(left->key, "aa:bb:cc:dd:ee:ff Left");
+    EXPECT_EQ(left->name, "Pods (left)");
+    EXPECT_EQ(left->kind, PeripheralKind::Headset);
+    EXPECT_EQ(left->charging, true);
+    pod["Is Present"] = false;
+    EXPECT_FALSE(accessoryBattery(pod));
+    EXPECT_FALSE(accessoryBattery({{"Type", "InternalBattery"}, {"Name", "InternalBattery-0"}}));
+    for (const char* other :
+        {"", "aabbccddeeff", "aa:bb:cc:dd:ee", "aa:bb:cc:dd:ee:fg", "101b-44-d9-3e-9c", "a:abb:cc:dd:ee:ff"}) {
+        EXPECT_FALSE(hardwareAddress(other)) << other;
+    }
+}
+
+} // namespace
+} // namespace meridal
