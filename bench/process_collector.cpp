@@ -78,7 +78,7 @@ public:
     {
         ++pass_;
         for (std::size_t index = 0; index < rows_.size(); index += everyBusy_) {
-            rows_[index].userTime += 1'000'000 * (1 + (index * 31 + pass_ * 17) % 101);
+            rows_[index].cpuTime += 1'000'000 * (1 + (index * 31 + pass_ * 17) % 101);
             rows_[index].idleWakeups += pass_ % 7;
             rows_[index].diskBytesRead += 4096 * (pass_ % 3);
         }

@@ -107,7 +107,7 @@ void ProcessStatCollectorItem::updateMemoryWithTaskInfo(const ProcessRecord& rec
 std::optional<double> ProcessStatCollectorItem::updateCPUWithRusage(
     const ProcessRecord& record, const ProcessPass& pass)
 {
-    const std::uint64_t time = record.userTime + record.systemTime;
+    const std::uint64_t time = record.cpuTime;
     const double elapsed = state_.cpuKnown ? pass.monotonicTime - state_.lastUpdateCPU : 0;
     if (elapsed > 0 && elapsed < pass.shortestInterval) {
         return std::nullopt;

@@ -62,7 +62,7 @@ protected:
     void pass(std::int32_t pid, const Work& work, double seconds = 2)
     {
         ProcessRecord& record = row(pid);
-        record.userTime += static_cast<std::uint64_t>(work.cpu * 1e9 + 0.5);
+        record.cpuTime += static_cast<std::uint64_t>(work.cpu * 1e9 + 0.5);
         record.diskBytesRead += work.read;
         record.diskBytesWritten += work.written;
         record.idleWakeups += work.wakeups;

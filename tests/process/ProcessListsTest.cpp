@@ -18,7 +18,7 @@ protected:
     }
     void use(std::int32_t pid, std::uint64_t tenths, std::uint64_t bytes)
     {
-        row(pid).userTime += tenths * second / 10;
+        row(pid).cpuTime += tenths * second / 10;
         row(pid).physFootprint = bytes;
         row(pid).diskBytesRead += bytes;
     }

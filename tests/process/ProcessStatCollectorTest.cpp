@@ -15,7 +15,7 @@ TEST_F(ProcessStatCollectorTest, FirstSightGivesNoRatesTheSecondPassDoes)
     set(42);
     pass(42, {.cpu = 900, .read = 1'000'000, .wakeups = 5000});
     EXPECT_THAT(figures(42), are({0, 0, 0, 0}));
-    row(42).systemTime += second;
+    row(42).cpuTime += second;
     pass(42, {.cpu = 2, .read = 4096, .written = 1000, .wakeups = 400});
     EXPECT_THAT(figures(42), are({150, 160, 2048, 500}))
         << "of one core; 3 s of CPU and 400 x 500 us in 2 s; the first bytes that it ever wrote";
@@ -65,7 +65,7 @@ TEST_F(ProcessStatCollectorTest, CountersThatGoBackStartOverAndAbsentOnesChangeN
     pass(42, {.cpu = 1, .read = 200});
     EXPECT_THAT(figures(42), are({50, 50, 100, 0}));
     row(42).present = ProcessFields::None;
-    row(42).userTime = row(42).diskBytesRead = 0;
+    row(42).cpuTime = row(42).diskBytesRead = 0;
     updateAfter(2);
     EXPECT_THAT(figures(42), are({50, 50, 100, 0})) << "what is absent leaves them as they were";
     EXPECT_EQ(item(42).sequence(), 4u);
@@ -262,7 +262,7 @@ TEST_F(ProcessStatCollectorTest, SurvivesThousandsThatComeAndGoAndReuse)
             }
             ProcessRecord record = process(pid, static_cast<std::int32_t>(random() % 4000));
             record.startIdentity = random() % 3;
-            record.userTime = random();
+            record.cpuTime = random();
             record.diskBytesRead = random();
             record.status = random() % 50 == 0 ? ProcessStatus::Zombie : ProcessStatus::Alive;
             if (record.status == ProcessStatus::Alive) {
