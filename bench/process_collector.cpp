@@ -210,13 +210,13 @@ void passOfThisMachine(benchmark::State& state)
 void fiveLists(benchmark::State& state)
 {
     Rig rig(state);
-    const bool grouped = state.range(2) != 0;
+    const ProcessView view{.grouped = state.range(2) != 0};
     measure(state, [&] {
-        benchmark::DoNotOptimize(rig.collector->cpuProcesses(grouped));
-        benchmark::DoNotOptimize(rig.collector->memoryProcesses(grouped));
-        benchmark::DoNotOptimize(rig.collector->diskActivityProcesses(grouped));
-        benchmark::DoNotOptimize(rig.collector->networkProcesses(grouped, {}));
-        benchmark::DoNotOptimize(rig.collector->powerProcesses(grouped));
+        benchmark::DoNotOptimize(rig.collector->cpuProcesses(view));
+        benchmark::DoNotOptimize(rig.collector->memoryProcesses(view));
+        benchmark::DoNotOptimize(rig.collector->diskActivityProcesses(view));
+        benchmark::DoNotOptimize(rig.collector->networkProcesses(view, {}));
+        benchmark::DoNotOptimize(rig.collector->powerProcesses(view));
     });
 }
 
@@ -224,14 +224,19 @@ void fiveLists(benchmark::State& state)
 void energyList(benchmark::State& state)
 {
     Rig rig(state);
-    measure(state, [&] { benchmark::DoNotOptimize(rig.collector->powerProcesses(false)); });
+    measure(state, [&] { benchmark::DoNotOptimize(rig.collector->powerProcesses({})); });
 }
 
 void energyRanking(benchmark::State& state)
 {
     Rig rig(state);
-    measure(state,
-        [&] { benchmark::DoNotOptimize(rig.collector->ranked(ProcessFigure::Power, false, unlimitedProcesses)); });
+    ProcessRanking ranking;
+    measure(state, [&] {
+        ranking.sum(rig.collector->table(), {}, {&ProcessFigure::power, 1});
+        for (const ProcessRanking::Row* row : ranking.first(0, unlimitedProcesses)) {
+            benchmark::DoNotOptimize(rig.collector->sharingNameForProcess(*row->item, false));
+        }
+    });
 }
 
 void rebuildGroups(benchmark::State& state)

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <limits>
 #include <utility>
 
 namespace meridal {
@@ -108,11 +107,13 @@ void MeridalDaemon::prepareCollectors()
     call(ports_.prepareNetwork);
     log.info("Preparing smart");
     log.info("Preparing processes");
-    processes_.setSharingProcessCPUCount(listLength);
-    processes_.setSharingProcessMemoryCount(listLength);
-    processes_.setSharingProcessNetworkCount(listLength);
-    processes_.setSharingProcessDiskActivityCount(listLength);
-    processes_.setSharingProcessPowerCount(std::numeric_limits<std::int32_t>::max());
+    processes_.setSharingCounts({
+        .sharingProcessCPUCount = listLength,
+        .sharingProcessMemoryCount = listLength,
+        .sharingProcessNetworkCount = listLength,
+        .sharingProcessDiskActivityCount = listLength,
+        .sharingProcessPowerCount = unlimitedProcesses,
+    });
     processes_.setUpdateMask(0); // the union over the clients, of which there are none yet
     processes_.addDelegate(*this);
     sourceObservation_ = context_.notifications.observe(
@@ -215,9 +216,8 @@ EnvelopePtr MeridalDaemon::processList(RequestKey list, bool grouped, const Peer
     const auto viewer = views_.viewerOf(peer);
     EnvelopePtr& envelope = views_.list(viewer, list, grouped);
     if (!envelope) {
-        processes_.showOnly(views_.shownTo(viewer));
-        envelope = std::make_shared<const Envelope>(static_cast<int>(mask(list)), buildProcessList(list, grouped));
-        processes_.showOnly(nullptr);
+        std::string json = buildProcessList(list, views_.viewOf(viewer, grouped));
+        envelope = std::make_shared<const Envelope>(static_cast<int>(mask(list)), std::move(json));
     }
     return envelope;
 }
@@ -228,19 +228,19 @@ Value MeridalDaemon::infoForPids(const Value& pids, const Peer& peer)
     return processes_.infoForPids(pids, [&](std::int32_t pid) { return views_.shows(viewer, pid); });
 }
 
-std::string MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
+std::string MeridalDaemon::buildProcessList(RequestKey list, const ProcessView& view)
 {
     switch (list) {
     case RequestKey::Cpu:
-        return processes_.cpuProcesses(grouped);
+        return processes_.cpuProcesses(view);
     case RequestKey::Memory:
-        return processes_.memoryProcesses(grouped);
+        return processes_.memoryProcesses(view);
     case RequestKey::Disk:
-        return processes_.diskActivityProcesses(grouped);
+        return processes_.diskActivityProcesses(view);
     case RequestKey::Network: // with what of the traffic is no process's, where that is known
-        return processes_.networkProcesses(grouped, ports_.trafficShares ? ports_.trafficShares() : Dictionary());
+        return processes_.networkProcesses(view, ports_.trafficShares ? ports_.trafficShares() : Dictionary());
     case RequestKey::Energy:
-        return processes_.powerProcesses(grouped);
+        return processes_.powerProcesses(view);
     default:
         assert(false);
         return {};

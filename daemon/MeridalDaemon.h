@@ -120,7 +120,7 @@ private:
     void scheduleSMART();
     void sendSmartResults();
     void sendNetworkList();
-    std::string buildProcessList(RequestKey list, bool grouped);
+    std::string buildProcessList(RequestKey list, const ProcessView& view);
 
     Context& context_;
     ProcessStatCollector& processes_;

@@ -270,8 +270,8 @@ std::map<std::int32_t, std::string> tableOf(test::FakeMachine& machine, std::uni
     collector.update();
     std::map<std::int32_t, std::string> table;
     for (auto* item : collector.processes()) {
-        table[item->pid()] = fmt::format("{} child of {}, started at {}", collector.sharingNameForProcess(*item),
-            item->parentPid(), item->startIdentity());
+        table[item->pid] = fmt::format("{} child of {}, started at {}", collector.sharingNameForProcess(*item, false),
+            item->parentPid, item->startIdentity);
     }
     std::swap(machine.host.processes, source);
     return table;

@@ -120,7 +120,7 @@ TEST_F(CaptureKeeperTest, WithoutTheRightTheKernelsCountersServe)
     deliver(500);
     ports.processCapture();
     EXPECT_FALSE(statistics.isStarted()) << "one source at a time";
-    EXPECT_EQ(item(42).networkDownload(), 500);
+    EXPECT_EQ(traffic(42)[0], 500);
     EXPECT_TRUE(machine.host.limitations->all().empty());
     ports.stopCapture();
     EXPECT_EQ(used(), "none");
