@@ -64,7 +64,6 @@ MeridalDaemon::MeridalDaemon(
 MeridalDaemon::~MeridalDaemon()
 {
     power_.removeDelegate(*this);
-    processes_.removeDelegate(*this);
     if (sharedInstance == this) {
         sharedInstance = nullptr;
     }
@@ -115,7 +114,6 @@ void MeridalDaemon::prepareCollectors()
         .sharingProcessPowerCount = unlimitedProcesses,
     });
     processes_.setUpdateMask(0); // the union over the clients, of which there are none yet
-    processes_.addDelegate(*this);
     sourceObservation_ = context_.notifications.observe(
         "PowerNotifierSourceChanged", &power_, [this](const void*, const Dictionary&) { powerSourceChanged(); });
     log.info("Preparing battery");
@@ -174,7 +172,9 @@ void MeridalDaemon::updateProcesses()
         processes_.setUpdateMask(wanted | mask(RequestKey::Cpu));
     }
     views_.beginPass();
-    processes_.update();
+    if (processes_.update().isRead) {
+        sendProcessLists();
+    }
     if (holds(processes_.updateMask(), RequestKey::Network)) {
         call(ports_.processCapture);
         sendNetworkList();
@@ -188,11 +188,8 @@ void MeridalDaemon::updateProcesses()
     usage_.tick(context_.runtime.monotonicTime());
 }
 
-void MeridalDaemon::collectorUpdatedForMode(StatCollector& collector, int)
+void MeridalDaemon::sendProcessLists()
 {
-    if (&collector != &processes_) {
-        return;
-    }
     using enum RequestKey;
     for (const auto& connection : server_.connections()) {
         for (const RequestKey list : {Cpu, Memory, Energy, Disk}) {

@@ -92,9 +92,6 @@ ProcessChanges ProcessStatCollector::update()
             createHierarchy2();
         }
     }
-    if (updaterFinishBlock()) {
-        updaterFinishBlock()(*this);
-    }
     return changes_;
 }
 
