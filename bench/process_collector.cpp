@@ -78,7 +78,7 @@ public:
     {
         ++pass_;
         for (std::size_t index = 0; index < rows_.size(); index += everyBusy_) {
-            rows_[index].userTime += 1'000'000 * (1 + (index * 31 + pass_ * 17) % 101);
+            rows_[index].cpuTime += 1'000'000 * (1 + (index * 31 + pass_ * 17) % 101);
             rows_[index].idleWakeups += pass_ % 7;
             rows_[index].diskBytesRead += 4096 * (pass_ % 3);
         }
@@ -210,13 +210,13 @@ void passOfThisMachine(benchmark::State& state)
 void fiveLists(benchmark::State& state)
 {
     Rig rig(state);
-    const bool grouped = state.range(2) != 0;
+    const ProcessView view{.grouped = state.range(2) != 0};
     measure(state, [&] {
-        benchmark::DoNotOptimize(rig.collector->cpuProcesses(grouped));
-        benchmark::DoNotOptimize(rig.collector->memoryProcesses(grouped));
-        benchmark::DoNotOptimize(rig.collector->diskActivityProcesses(grouped));
-        benchmark::DoNotOptimize(rig.collector->networkProcesses(grouped, {}));
-        benchmark::DoNotOptimize(rig.collector->powerProcesses(grouped));
+        benchmark::DoNotOptimize(rig.collector->cpuProcesses(view));
+        benchmark::DoNotOptimize(rig.collector->memoryProcesses(view));
+        benchmark::DoNotOptimize(rig.collector->diskActivityProcesses(view));
+        benchmark::DoNotOptimize(rig.collector->networkProcesses(view, {}));
+        benchmark::DoNotOptimize(rig.collector->powerProcesses(view));
     });
 }
 
@@ -224,14 +224,19 @@ void fiveLists(benchmark::State& state)
 void energyList(benchmark::State& state)
 {
     Rig rig(state);
-    measure(state, [&] { benchmark::DoNotOptimize(rig.collector->powerProcesses(false)); });
+    measure(state, [&] { benchmark::DoNotOptimize(rig.collector->powerProcesses({})); });
 }
 
 void energyRanking(benchmark::State& state)
 {
     Rig rig(state);
-    measure(state,
-        [&] { benchmark::DoNotOptimize(rig.collector->ranked(ProcessFigure::Power, false, unlimitedProcesses)); });
+    ProcessRanking ranking;
+    measure(state, [&] {
+        ranking.sum(rig.collector->table(), {}, {&ProcessFigure::power, 1});
+        for (const ProcessRanking::Row* row : ranking.first(0, unlimitedProcesses)) {
+            benchmark::DoNotOptimize(rig.collector->sharingNameForProcess(*row->item, false));
+        }
+    });
 }
 
 void rebuildGroups(benchmark::State& state)

@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <limits>
 #include <utility>
 
 namespace meridal {
@@ -58,7 +57,6 @@ MeridalDaemon::~MeridalDaemon()
 {
     services_.disks.setWanted({});
     power_.removeDelegate(*this);
-    processes_.removeDelegate(*this);
     if (sharedInstance == this) {
         sharedInstance = nullptr;
     }
@@ -103,13 +101,14 @@ void MeridalDaemon::prepareCollectors()
     services_.disks.setWanted([this] { return wantsSMART(); });
     services_.disks.keepRecord();
     log.info("Preparing processes");
-    processes_.setSharingProcessCPUCount(listLength);
-    processes_.setSharingProcessMemoryCount(listLength);
-    processes_.setSharingProcessNetworkCount(listLength);
-    processes_.setSharingProcessDiskActivityCount(listLength);
-    processes_.setSharingProcessPowerCount(std::numeric_limits<std::int32_t>::max());
+    processes_.setSharingCounts({
+        .sharingProcessCPUCount = listLength,
+        .sharingProcessMemoryCount = listLength,
+        .sharingProcessNetworkCount = listLength,
+        .sharingProcessDiskActivityCount = listLength,
+        .sharingProcessPowerCount = unlimitedProcesses,
+    });
     processes_.setUpdateMask(0); // the union over the clients, of which there are none yet
-    processes_.addDelegate(*this);
     sourceObservation_ = context_.notifications.observe(
         "PowerNotifierSourceChanged", &power_, [this](const void*, const Dictionary&) { powerSourceChanged(); });
     log.info("Preparing battery");
@@ -165,7 +164,9 @@ void MeridalDaemon::updateProcesses()
         processes_.setUpdateMask(wanted | mask(RequestKey::Cpu));
     }
     views_.beginPass();
-    processes_.update();
+    if (processes_.update().isRead) {
+        sendProcessLists();
+    }
     if (holds(processes_.updateMask(), RequestKey::Network)) {
         services_.traffic.process();
         sendNetworkList();
@@ -179,11 +180,8 @@ void MeridalDaemon::updateProcesses()
     usage_.tick(context_.runtime.monotonicTime());
 }
 
-void MeridalDaemon::collectorUpdatedForMode(StatCollector& collector, int)
+void MeridalDaemon::sendProcessLists()
 {
-    if (&collector != &processes_) {
-        return;
-    }
     using enum RequestKey;
     for (const auto& connection : server_.connections()) {
         for (const RequestKey list : {Cpu, Memory, Energy, Disk}) {
@@ -207,9 +205,8 @@ EnvelopePtr MeridalDaemon::processList(RequestKey list, bool grouped, const Peer
     const auto viewer = views_.viewerOf(peer);
     EnvelopePtr& envelope = views_.list(viewer, list, grouped);
     if (!envelope) {
-        processes_.showOnly(views_.shownTo(viewer));
-        envelope = std::make_shared<const Envelope>(static_cast<int>(mask(list)), buildProcessList(list, grouped));
-        processes_.showOnly(nullptr);
+        std::string json = buildProcessList(list, views_.viewOf(viewer, grouped));
+        envelope = std::make_shared<const Envelope>(static_cast<int>(mask(list)), std::move(json));
     }
     return envelope;
 }
@@ -220,19 +217,19 @@ Value MeridalDaemon::infoForPids(const Value& pids, const Peer& peer)
     return processes_.infoForPids(pids, [&](std::int32_t pid) { return views_.shows(viewer, pid); });
 }
 
-std::string MeridalDaemon::buildProcessList(RequestKey list, bool grouped)
+std::string MeridalDaemon::buildProcessList(RequestKey list, const ProcessView& view)
 {
     switch (list) {
     case RequestKey::Cpu:
-        return processes_.cpuProcesses(grouped);
+        return processes_.cpuProcesses(view);
     case RequestKey::Memory:
-        return processes_.memoryProcesses(grouped);
+        return processes_.memoryProcesses(view);
     case RequestKey::Disk:
-        return processes_.diskActivityProcesses(grouped);
+        return processes_.diskActivityProcesses(view);
     case RequestKey::Network: // with what of the traffic is no process's, where that is known
-        return processes_.networkProcesses(grouped, services_.traffic.latestShares());
+        return processes_.networkProcesses(view, services_.traffic.latestShares());
     case RequestKey::Energy:
-        return processes_.powerProcesses(grouped);
+        return processes_.powerProcesses(view);
     default:
         assert(false);
         return {};

@@ -2,7 +2,6 @@
 
 #include "base/Lifetime.h"
 #include "base/NotificationCenter.h"
-#include "collectors/StatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "daemon/FrameRate.h"
 #include "daemon/MRDXPCServer.h"
@@ -32,7 +31,7 @@ struct PassStatistics {
 
 /// The daemon itself: brings the collectors up, runs their schedules and hands their results to the clients that asked.
 /// Main queue only.
-class MeridalDaemon final : public StatCollectorDelegate, public ZAVPowerManagerDelegate {
+class MeridalDaemon final : public ZAVPowerManagerDelegate {
 public:
     /// Runs the start-up sequence.
     MeridalDaemon(Context& context, ProcessStatCollector& processes, ZAVPowerManager& power, Services services);
@@ -102,9 +101,6 @@ public:
     double T2CurrentSafetyTemperature() const { return t2SafetyTemperature_; }
     double T2LastSafetyTemperatureTime() const { return t2SafetyTemperatureTime_; }
 
-    // StatCollectorDelegate
-    void collectorUpdatedForMode(StatCollector& collector, int mode) override;
-
     // Of the interface, and called by nothing here
     bool smartNeedsUpdate() const { return smartNeedsUpdate_; }
 
@@ -113,8 +109,9 @@ private:
     void prepareCollectors();
     void scheduleSMART();
     void sendSmartResults();
+    void sendProcessLists();
     void sendNetworkList();
-    std::string buildProcessList(RequestKey list, bool grouped);
+    std::string buildProcessList(RequestKey list, const ProcessView& view);
 
     Context& context_;
     ProcessStatCollector& processes_;

@@ -50,15 +50,16 @@ ProcessViews::Viewer ProcessViews::viewerOf(const Peer& peer) const
     return peer.uid == 0 || isExempt ? Viewer() : Viewer(peer.uid);
 }
 
-const std::unordered_set<std::int32_t>* ProcessViews::shownTo(const Viewer& viewer)
+/// Null: all.
+const ProcessViews::Pids* ProcessViews::shownTo(const Viewer& viewer)
 {
     if (!viewer) {
         return nullptr;
     }
     if (visible_.empty()) {
         for (const auto* item : processes_.processes()) {
-            if (const auto owner = context_.host.processVisibility->ownerOf(item->pid())) {
-                visible_[*owner].insert(item->pid());
+            if (const auto owner = context_.host.processVisibility->ownerOf(item->pid)) {
+                visible_[*owner].insert(item->pid);
             }
         }
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "collectors/process/ProcessRanking.h"
 #include "platform/host/ProcessVisibility.h"
 #include "wire/Envelope.h"
 #include "wire/RequestKey.h"
@@ -29,8 +30,8 @@ public:
     /// Forgets the lists, and now and then asks anew how the host restricts its users.
     void beginPass();
     Viewer viewerOf(const Peer& peer) const;
-    /// The processes that a viewer may see; null: all. Valid until the next pass.
-    const std::unordered_set<std::int32_t>* shownTo(const Viewer& viewer);
+    /// What a viewer may see of the processes. Valid until the next pass.
+    ProcessView viewOf(const Viewer& viewer, bool grouped) { return {.grouped = grouped, .shown = shownTo(viewer)}; }
     /// Whether a viewer may see this process, which need not be in the table.
     bool shows(const Viewer& viewer, std::int32_t pid);
     /// Where the list of the current pass is kept; null until somebody has put it there.
@@ -45,6 +46,8 @@ private:
     /// By bit number of the list and by grouping.
     using Lists = std::array<std::array<EnvelopePtr, 2>, 5>;
     using Pids = std::unordered_set<std::int32_t>;
+
+    const Pids* shownTo(const Viewer& viewer);
 
     Context& context_;
     const ProcessStatCollector& processes_;

@@ -17,7 +17,7 @@ void ProcessStatCollector::keepDeparted()
 {
     for (auto entry = byPid_.begin(); entry != byPid_.end();) {
         const auto next = std::next(entry);
-        if (!entry->second.exists()) {
+        if (!entry->second.exists) {
             departed_.insert(byPid_.extract(entry));
         }
         entry = next;
@@ -34,7 +34,7 @@ ProcessStatCollectorItem* ProcessStatCollector::departedItem(const ProcessIdenti
 {
     const auto [first, last] = departed_.equal_range(process.pid);
     const auto found = std::find_if(
-        first, last, [&process](const auto& entry) { return entry.second.startIdentity() == process.startIdentity; });
+        first, last, [&process](const auto& entry) { return entry.second.startIdentity == process.startIdentity; });
     return found == last ? nullptr : &found->second;
 }
 
@@ -43,7 +43,7 @@ ProcessStatCollectorItem* ProcessStatCollector::departedElder(const Item& item, 
 {
     const auto [first, last] = departed_.equal_range(pid);
     const auto found =
-        std::find_if(first, last, [&item](const auto& entry) { return entry.second.firstPass() <= item.firstPass(); });
+        std::find_if(first, last, [&item](const auto& entry) { return entry.second.firstPass <= item.firstPass; });
     return found == last ? nullptr : &found->second;
 }
 
@@ -57,7 +57,7 @@ ProcessStatCollectorItem* ProcessStatCollector::endedProcess(
     if (!item) { // it came and went between two passes
         item = &departed_
                     .emplace(std::piecewise_construct, std::forward_as_tuple(process.pid),
-                        std::forward_as_tuple(process.pid, shared_))
+                        std::forward_as_tuple(process.pid))
                     ->second;
         item->startAfresh(process.startIdentity, pass_.number);
         nameEnded(*item, name);
@@ -70,7 +70,7 @@ ProcessStatCollectorItem* ProcessStatCollector::endedProcess(
 /// It cannot be asked any more: a name that may be cut is completed only by what is known of others of that name.
 void ProcessStatCollector::nameEnded(Item& item, const std::string& name)
 {
-    item.setCommandName(name);
+    item.commandName = name;
     std::string shown = validUtf8(name);
     if (name.size() == context().host.processes->nameLimit()) {
         const std::string* full = nameCache_.find(shown);
@@ -82,15 +82,15 @@ void ProcessStatCollector::nameEnded(Item& item, const std::string& name)
 /// Under the nearest ancestor that is known. One that started and ended with it is passed over.
 void ProcessStatCollector::placeEnded(Item& item, std::span<const ProcessIdentity> ancestors)
 {
-    item.setControllingPid(item.pid());
+    item.controllingPid = item.pid;
     for (const ProcessIdentity& ancestor : ancestors) {
         const Item* known = processForPid(ancestor.pid);
-        if (!known || known->startIdentity() != ancestor.startIdentity) {
+        if (!known || known->startIdentity != ancestor.startIdentity) {
             known = departedItem(ancestor);
         }
         if (known) {
-            item.setParentPid(known->pid());
-            item.setControllingPid(known->isLaunchd() ? item.pid() : known->pid());
+            item.parentPid = known->pid;
+            item.controllingPid = known->isLaunchd ? item.pid : known->pid;
             return;
         }
     }
@@ -110,32 +110,32 @@ void ProcessStatCollector::listEnded(Item& first)
 /// Answers the head of its group if that has ended and is not in the lists yet.
 ProcessStatCollectorItem* ProcessStatCollector::listEndedAlone(Item& item, bool underEnded)
 {
-    if (item.temporary()) {
+    if (item.temporary) {
         return nullptr;
     }
-    item.setTemporary(true);
-    item.setLoadedName(true);
-    item.setNetworkDownload(0); // of the interval before
-    item.setNetworkUpload(0);
+    item.temporary = true;
+    item.loadedName = true;
+    item.clearBandwidth(); // of the interval before
+    item.place = static_cast<std::uint32_t>(processes_.size() + ended_.size());
     ended_.push_back(&item);
-    const Item* parent = departedElder(item, item.parentPid());
-    if (parent && parent->startsCommands() && rules_.hasResponsibleProcess) {
+    const Item* parent = departedElder(item, item.parentPid);
+    if (parent && parent->startsCommands && rules_.hasResponsibleProcess) {
         return nullptr;
     }
     Item* controller = controllerOf(item);
-    if (!controller && item.controllingPid() != item.pid() && !isProcessExcludedFromHierarchy(item)) {
-        controller = departedElder(item, item.controllingPid());
+    if (!controller && item.controllingPid != item.pid && !isProcessExcludedFromHierarchy(item)) {
+        controller = departedElder(item, item.controllingPid);
     }
-    const bool hasEnded = controller && !controller->exists();
+    const bool hasEnded = controller && !controller->exists;
     if (hasEnded && !underEnded) {
         return nullptr;
     }
-    for (const Item* above = controller; above; above = above->controller()) {
+    for (const Item* above = controller; above; above = above->controller) {
         if (above == &item) {
             return nullptr; // each answers for the other
         }
     }
-    item.setController(controller);
+    item.controller = controller;
     return hasEnded ? controller : nullptr;
 }
 

@@ -235,16 +235,9 @@ void NetworkStatisticsStatCollector::addToProcess(const Connection& connection, 
     if (!item) {
         return;
     }
-    const double now = context().runtime.wallTime();
     const double factor = figure_ == Figure::Bytes ? std::max(elapsed, 0.0) : 1.0;
-    item->setNetworkDownload(item->networkDownload() + connection.downloadRate * factor);
-    item->setNetworkUpload(item->networkUpload() + connection.uploadRate * factor);
-    if (connection.downloadRate > 0) {
-        item->setNetworkDownloadTime(now);
-    }
-    if (connection.uploadRate > 0) {
-        item->setNetworkUploadTime(now);
-    }
+    item->addTraffic(connection.downloadRate * factor, connection.uploadRate * factor);
+    item->updatePCapBandwidth(context().runtime.wallTime());
 }
 
 } // namespace meridal

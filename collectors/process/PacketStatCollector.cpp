@@ -132,8 +132,7 @@ void PacketStatCollector::foldProcesses()
     for (const PacketRecord& record : pstorage_.packets.records()) {
         const TrafficShare share{record.downloadBytes, record.uploadBytes, record.linkBytes};
         if (auto* item = processes_.processForPid(record.pid)) {
-            item->setNetworkDownload(item->networkDownload() + record.downloadBytes);
-            item->setNetworkUpload(item->networkUpload() + record.uploadBytes);
+            item->addTraffic(record.downloadBytes, record.uploadBytes);
             latest_.processes += share;
         } else {
             latest_.unattributed += share; // it came and went between two passes
@@ -175,24 +174,18 @@ void PacketStatCollector::readConnections()
 {
     pids_.clear();
     for (const auto* item : processes_.processes()) {
-        pids_.push_back(item->pid());
+        pids_.push_back(item->pid);
     }
     const auto rows = context_.host.processConnections->readConnections(pids_);
     for (auto* item : processes_.processes()) {
-        if (!item->connections().empty()) {
-            item->setConnections({});
+        if (item->extras) {
+            item->extras->connections.clear();
         }
     }
-    for (std::size_t begin = 0; begin < rows.size();) {
-        std::vector<ProcessConnection> connections;
-        std::size_t end = begin;
-        for (; end < rows.size() && rows[end].pid == rows[begin].pid; ++end) {
-            connections.push_back({rows[end].localPort, rows[end].foreignPort});
+    for (const auto& row : rows) {
+        if (auto* item = processes_.processForPid(row.pid)) {
+            item->makeExtras().connections.push_back({row.localPort, row.foreignPort});
         }
-        if (auto* item = processes_.processForPid(rows[begin].pid)) {
-            item->setConnections(std::move(connections));
-        }
-        begin = end;
     }
 }
 

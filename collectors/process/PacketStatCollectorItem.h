@@ -37,10 +37,7 @@ public:
     int startCaputureWithInterface(const CaptureInterface& interface);
     /// Frames from now on are not counted. The batch that is being counted can be fetched a moment later.
     void stop();
-    void processPackets() { }
 
-    bool exists() const { return exists_; }
-    void setExists(bool exists) { exists_ = exists; }
     bool finished() const; ///< told to end, or ended by itself
     /// Why it ended by itself; empty while it has not.
     std::string failure() const;
@@ -57,7 +54,6 @@ private:
     std::shared_ptr<Inbox> inbox_;
     std::unique_ptr<PacketTap::Capture> capture_;
     CaptureStatistics last_; ///< of the capture that was stopped
-    bool exists_ = true;
     bool finished_ = false;
 };
 

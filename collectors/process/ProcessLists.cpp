@@ -1,4 +1,4 @@
-// Rankings, and the lists that clients get of them. Those are written as JSON at once: as dictionaries that are serialised
+// The lists that clients get of rankings. They are written as JSON at once: as dictionaries that are serialised
 // afterwards they would be the better part of a refresh.
 
 #include "base/Text.h"
@@ -8,8 +8,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cmath>
+#include <array>
 #include <limits>
 #include <string>
 #include <utility>
@@ -64,231 +63,130 @@ std::optional<std::int32_t> pidFrom(const Value& number)
 
 } // namespace
 
-void ProcessStatCollector::updateTotals(ProcessFigure figure)
-{
-    for (Item* item : endedWith(figure)) {
-        item->setSharingTotal(figure, shows(*item) ? item->own(figure) : 0);
-    }
-    for (Item* item : processes_) {
-        item->setSharingTotal(figure, shows(*item) ? item->own(figure) : 0);
-    }
-    if (!shared_.sharingUseHeirachy) {
-        return;
-    }
-    // Children before parents: each total is complete when it is handed up, so none is added up twice.
-    for (auto item = parentsFirst_.rbegin(); item != parentsFirst_.rend(); ++item) {
-        Item* controller = (*item)->controller();
-        if (controller && controller->sharingUseHierachy() && shows(*controller)) {
-            controller->setSharingTotal(figure, controller->sharingTotal(figure) + (*item)->sharingTotal(figure));
-        }
-    }
-    for (const Item* item : endedWith(figure)) { // few, in no order: each hands its own all the way up
-        const double own = shows(*item) ? item->own(figure) : 0;
-        Item* above = item->controller();
-        for (; above && above->sharingUseHierachy() && shows(*above); above = above->controller()) {
-            above->setSharingTotal(figure, above->sharingTotal(figure) + own);
-        }
-    }
-}
+struct ProcessStatCollector::ListPair {
+    RequestKey key;
+    std::array<const char*, 2> names;
+    std::array<const char*, 2> members; ///< of an entry
+    std::array<ProcessFigure, 2> figures;
+};
 
-/// The processes that have ended and have such a figure.
-std::span<ProcessStatCollectorItem* const> ProcessStatCollector::endedWith(ProcessFigure figure) const
+template <typename AppendFigures>
+void ProcessStatCollector::appendList(std::string& json, const char* name, const ProcessView& view, std::size_t figure,
+    std::int32_t limit, AppendFigures appendFigures)
 {
-    const bool isTraffic = figure == ProcessFigure::Download || figure == ProcessFigure::Upload;
-    return isTraffic ? std::span(ended_) : std::span<Item* const>();
-}
-
-/// Whether it has an entry of its own where not all are shown.
-bool ProcessStatCollector::isListed(const Item& item) const
-{
-    const bool isMember = shared_.sharingUseHeirachy && item.controller() && shows(*item.controller());
-    return shows(item) && !isMember;
-}
-
-/// The first `limit` places, which stand in ranking_ until it is called again.
-std::span<const ProcessStatCollector::Ranked> ProcessStatCollector::rank(ProcessFigure figure, std::int32_t limit)
-{
-    const auto most = static_cast<std::size_t>(std::max(limit, 0));
-    ranking_.clear();
-    const auto take = [this, figure](Item* item) {
-        const double total = item->sharingTotal(figure);
-        const auto place = static_cast<std::uint32_t>(ranking_.size());
-        ranking_.push_back({total, total == 0 ? item->lastActive(figure) : 0, place, item});
-    };
-    for (Item* item : sharingStorage(shared_.sharingUseHeirachy && !shown_)) {
-        if (!shown_ || isListed(*item)) {
-            take(item);
-        }
-    }
-    for (Item* item : endedWith(figure)) {
-        if (isListed(*item)) {
-            take(item);
-        }
-    }
-    const auto isBefore = [](const Ranked& a, const Ranked& b) {
-        if (a.total != b.total) {
-            return a.total > b.total;
-        }
-        return a.lastActive != b.lastActive ? a.lastActive > b.lastActive : a.place < b.place;
-    };
-    if (most < ranking_.size()) {
-        const auto end = ranking_.begin() + static_cast<std::ptrdiff_t>(most);
-        std::partial_sort(ranking_.begin(), end, ranking_.end(), isBefore);
-    } else {
-        std::sort(ranking_.begin(), ranking_.end(), isBefore);
-    }
-    return std::span(ranking_).first(std::min(most, ranking_.size()));
-}
-
-std::vector<ProcessListRow> ProcessStatCollector::ranked(ProcessFigure figure, bool grouped, std::int32_t limit)
-{
-    setSharingUseHeirachy(grouped);
-    updateTotals(figure);
-    std::vector<ProcessListRow> result;
-    for (const Ranked& each : rank(figure, limit)) {
-        result.push_back({each.item, sharingNameForProcess(*each.item)});
-    }
-    return result;
-}
-
-void ProcessStatCollector::appendList(
-    std::string& json, const char* name, ProcessFigure figure, std::int32_t limit, AppendFigures appendFigures)
-{
-    const auto ranking = rank(figure, limit);
-    json.reserve(json.size() + ranking.size() * usualEntry); // a list of everybody is not copied as it grows
+    const auto rows = ranking_.first(figure, limit);
+    json.reserve(json.size() + rows.size() * usualEntry); // a list of everybody is not copied as it grows
     appendName(json, name);
     json += '[';
     const char* separator = "";
-    for (const Ranked& each : ranking) {
+    for (const ProcessRanking::Row* row : rows) {
         json += std::exchange(separator, ",");
         json += R"({"key":)";
-        appendText(json, each.item->key());
-        appendMember(json, "name", sharingNameForProcess(*each.item));
-        if (figure == ProcessFigure::Power) {
-            loadBundleLocation(*each.item);
-        }
-        appendFigures(json, *each.item);
+        appendText(json, row->item->key());
+        appendMember(json, "name", sharingNameForProcess(*row->item, view.grouped));
+        appendFigures(json, *row);
         json += '}';
     }
     json += "],";
 }
 
-std::string ProcessStatCollector::cpuProcesses(bool grouped)
+std::string ProcessStatCollector::cpuProcesses(const ProcessView& view)
 {
-    setSharingUseHeirachy(grouped);
-    updateTotals(ProcessFigure::Cpu);
+    ranking_.sum(table(), view, {&ProcessFigure::cpu, 1});
     std::string json = "{";
-    appendList(json, "processes", ProcessFigure::Cpu, sharingProcessCPUCount_,
-        [](std::string& entry, const Item& item) { appendMember(entry, "c", fixed2(item.sharingTotalCPU())); });
+    appendList(json, "processes", view, 0, counts_.sharingProcessCPUCount,
+        [](std::string& entry, const auto& row) { appendMember(entry, "c", fixed2(row.totals[0])); });
     return closed(std::move(json), RequestKey::Cpu);
 }
 
-std::string ProcessStatCollector::memoryProcesses(bool grouped)
+std::string ProcessStatCollector::memoryProcesses(const ProcessView& view)
 {
-    setSharingUseHeirachy(grouped);
-    updateTotals(ProcessFigure::Memory);
+    ranking_.sum(table(), view, std::array{ProcessFigure::memory, ProcessFigure::memoryFootprint});
     std::string json = "{";
-    appendList(json, "processes", ProcessFigure::Memory, sharingProcessMemoryCount_,
-        [](std::string& entry, const Item& item) { appendMember(entry, "m", fixed0(item.sharingTotalMemory())); });
+    appendList(json, "processes", view, 0, counts_.sharingProcessMemoryCount,
+        [](std::string& entry, const auto& row) { appendMember(entry, "m", fixed0(row.totals[0])); });
     if (rules_.listsFootprint) {
-        updateTotals(ProcessFigure::MemoryFootprint);
-        appendList(json, "processes-footprint", ProcessFigure::MemoryFootprint, sharingProcessMemoryCount_,
-            [](std::string& entry, const Item& item) {
-                appendMember(entry, "m", fixed0(item.sharingTotalMemoryFootprint()));
-            });
+        appendList(json, "processes-footprint", view, 1, counts_.sharingProcessMemoryCount,
+            [](std::string& entry, const auto& row) { appendMember(entry, "m", fixed0(row.totals[1])); });
     }
     return closed(std::move(json), RequestKey::Memory);
 }
 
-std::string ProcessStatCollector::diskList(bool grouped, AppendFigures read, AppendFigures written)
+std::string ProcessStatCollector::powerProcesses(const ProcessView& view)
 {
-    setSharingUseHeirachy(grouped);
-    updateTotals(ProcessFigure::DiskRead);
-    updateTotals(ProcessFigure::DiskWrite);
+    ranking_.sum(table(), view, {&ProcessFigure::power, 1});
     std::string json = "{";
-    const std::int32_t limit = knowsDiskRates_ ? sharingProcessDiskActivityCount_ : 0; // what nobody knows is not zero
-    appendList(json, "read", ProcessFigure::DiskRead, limit, read);
-    appendList(json, "write", ProcessFigure::DiskWrite, limit, written);
-    return closed(std::move(json), RequestKey::Disk);
-}
-
-std::string ProcessStatCollector::diskActivityProcesses(bool grouped)
-{
-    const AppendFigures both = [](std::string& entry, const Item& item) {
-        appendMember(entry, "r", item.sharingTotalRead());
-        appendMember(entry, "w", item.sharingTotalWrite());
-    };
-    return diskList(grouped, both, both);
-}
-
-std::string ProcessStatCollector::diskActivityProcesses2(bool grouped)
-{
-    return diskList(
-        grouped,
-        [](std::string& entry, const Item& item) {
-            appendMember(entry, "r", item.sharingTotalRead());
-            appendMember(entry, "t", item.diskReadTime());
-        },
-        [](std::string& entry, const Item& item) {
-            appendMember(entry, "w", item.sharingTotalWrite());
-            appendMember(entry, "t", item.diskWriteTime());
+    appendList(json, "processes", view, 0, ranking_.knows(0) ? counts_.sharingProcessPowerCount : 0,
+        [this](std::string& entry, const auto& row) {
+            loadBundleLocation(*row.item);
+            appendMember(entry, "score", fixed2(row.totals[0]));
+            appendMember(entry, "bundle", row.item->knownExtras().bundleLocation);
         });
+    return closed(std::move(json), RequestKey::Energy);
 }
 
-std::string ProcessStatCollector::networkList(
-    bool grouped, const Dictionary& shares, AppendFigures received, AppendFigures sent)
+/// Both lists of a pair, of the figures that were added up.
+std::string ProcessStatCollector::appendPair(
+    const ListPair& pair, const ProcessView& view, std::int32_t limit, PairEntries entries)
 {
-    setSharingUseHeirachy(grouped);
-    updateTotals(ProcessFigure::Download);
-    updateTotals(ProcessFigure::Upload);
     std::string json = "{";
-    appendList(json, "download", ProcessFigure::Download, sharingProcessNetworkCount_, received);
-    appendList(json, "upload", ProcessFigure::Upload, sharingProcessNetworkCount_, sent);
+    for (const std::size_t list : {0U, 1U}) {
+        appendList(json, pair.names[list], view, list, limit, [&](std::string& entry, const auto& row) {
+            for (const std::size_t figure : {0U, 1U}) {
+                if (figure == list || entries == PairEntries::BothFigures) {
+                    appendMember(entry, pair.members[figure], row.totals[figure]);
+                }
+            }
+            if (entries == PairEntries::FigureAndTime) {
+                appendMember(entry, "t", row.item->activity.*pair.figures[list].lastActive);
+            }
+        });
+    }
+    return json;
+}
+
+std::string ProcessStatCollector::diskList(const ProcessView& view, PairEntries entries)
+{
+    constexpr ListPair pair{
+        RequestKey::Disk, {"read", "write"}, {"r", "w"}, {ProcessFigure::diskRead, ProcessFigure::diskWrite}};
+    ranking_.sum(table(), view, pair.figures);
+    const bool isKnown = ranking_.knows(0) || ranking_.knows(1);
+    return closed(appendPair(pair, view, isKnown ? counts_.sharingProcessDiskActivityCount : 0, entries), pair.key);
+}
+
+std::string ProcessStatCollector::diskActivityProcesses(const ProcessView& view)
+{
+    return diskList(view, PairEntries::BothFigures);
+}
+
+std::string ProcessStatCollector::diskActivityProcesses2(const ProcessView& view)
+{
+    return diskList(view, PairEntries::FigureAndTime);
+}
+
+std::string ProcessStatCollector::networkList(const ProcessView& view, const Dictionary& shares, PairEntries entries)
+{
+    constexpr ListPair pair{
+        RequestKey::Network, {"download", "upload"}, {"d", "u"}, {ProcessFigure::download, ProcessFigure::upload}};
+    ranking_.sum(table(), view, pair.figures);
+    std::string json = appendPair(pair, view, counts_.sharingProcessNetworkCount, entries);
     for (const auto& [name, share] : shares.items()) {
         appendText(json, name);
         json += ':';
         json += serialise(share);
         json += ',';
     }
-    return closed(std::move(json), RequestKey::Network);
+    return closed(std::move(json), pair.key);
 }
 
-std::string ProcessStatCollector::networkProcesses(bool grouped, const Dictionary& shares)
+std::string ProcessStatCollector::networkProcesses(const ProcessView& view, const Dictionary& shares)
 {
-    const AppendFigures both = [](std::string& entry, const Item& item) {
-        appendMember(entry, "d", item.sharingTotalDownload());
-        appendMember(entry, "u", item.sharingTotalUpload());
-    };
-    return networkList(grouped, shares, both, both);
+    return networkList(view, shares, PairEntries::BothFigures);
 }
 
-std::string ProcessStatCollector::networkProcesses2(bool grouped, const Dictionary& shares)
+std::string ProcessStatCollector::networkProcesses2(const ProcessView& view, const Dictionary& shares)
 {
-    return networkList(
-        grouped, shares,
-        [](std::string& entry, const Item& item) {
-            appendMember(entry, "d", item.sharingTotalDownload());
-            appendMember(entry, "u", item.sharingTotalUpload());
-            appendMember(entry, "t", item.networkDownloadTime());
-        },
-        [](std::string& entry, const Item& item) {
-            appendMember(entry, "d", item.sharingTotalDownload());
-            appendMember(entry, "u", item.sharingTotalUpload());
-            appendMember(entry, "t", item.networkUploadTime());
-        });
-}
-
-std::string ProcessStatCollector::powerProcesses(bool grouped)
-{
-    setSharingUseHeirachy(grouped);
-    updateTotals(ProcessFigure::Power);
-    std::string json = "{";
-    const std::int32_t limit = knowsScores_ ? sharingProcessPowerCount_ : 0; // as above
-    appendList(json, "processes", ProcessFigure::Power, limit, [](std::string& entry, const Item& item) {
-        appendMember(entry, "score", fixed2(item.sharingTotalPower()));
-        appendMember(entry, "bundle", item.bundleLocation());
-    });
-    return closed(std::move(json), RequestKey::Energy);
+    return networkList(view, shares, PairEntries::FigureAndTime);
 }
 
 Value ProcessStatCollector::infoForPids(const Value& pids, const std::function<bool(std::int32_t pid)>& mayShow)
@@ -306,7 +204,7 @@ Value ProcessStatCollector::infoForPids(const Value& pids, const std::function<b
         }
         if (item) {
             loadName(*item);
-            result.push_back({{"name", item->name()}, {"pid", number}});
+            result.push_back({{"name", item->name}, {"pid", number}});
         } else if (const auto name = nameOfUnseen(*pid)) {
             result.push_back({{"name", *name}, {"pid", number}});
         }

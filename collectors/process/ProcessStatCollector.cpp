@@ -60,7 +60,10 @@ ProcessStatCollector::ProcessStatCollector(Context& context)
 {
     config()["xmlNoSamples"] = true;
     config()["xmlUseSelectionKey"] = true;
-    shared_.tbfrequency = timebaseFrequency();
+    pass_.timeBase = timebaseFrequency();
+    pass_.footprintFromKernel = rules_.footprintFromKernel;
+    // Scores of the older releases took units of CPU time for seconds, and stay comparable.
+    pass_.scoreOfCpu = rules_.usesUsageV3 ? 1 : pass_.timeBase;
 }
 
 ProcessStatCollector::~ProcessStatCollector() = default;
@@ -74,58 +77,45 @@ ProcessStatCollector& ProcessStatCollector::sharedProcesses()
 
 double ProcessStatCollector::timebaseFrequency() const { return std::max(0.0, context().host.processes->timeBase()); }
 
-void ProcessStatCollector::updateStats()
+ProcessChanges ProcessStatCollector::update()
 {
+    changes_ = {};
     if (!enabled() || (requireUpdateMask_ && updateMask_ == 0)) {
-        return;
+        return changes_;
     }
     beginPass();
-    setChildrenChanged(false);
     if (fetchProcesses()) {
+        changes_.isRead = true;
         removeMissingProcesses();
-        if (childrenChanged()) {
+        if (changes_.childrenChanged) {
             createHierarchy2();
-        } else {
-            removeMissingProcessesHierachy();
         }
     }
-    if (updaterFinishBlock()) {
-        updaterFinishBlock()(*this);
-    }
+    return changes_;
 }
 
 void ProcessStatCollector::beginPass()
 {
     const Runtime& runtime = context().runtime;
+    ProcessSource& source = *context().host.processes;
     forgetDeparted();
-    timePrevious_ = sequence_ > 0 ? timeNow_ : 0;
-    timeNow_ = runtime.wallTime();
-    ++sequence_;
-    newProcesses_ = 0;
-    pass_.number = sequence_;
-    pass_.wallTime = timeNow_;
+    ++pass_.number;
+    pass_.wallTime = runtime.wallTime();
     pass_.monotonicTime = runtime.monotonicTime();
-    pass_.wanted = context().host.processes->alongWith(fieldsFor(updateMask_));
-    pass_.timeBase = shared_.tbfrequency;
-    pass_.shortestInterval = std::max(shortestInterval, ticksThatTell * context().host.processes->cpuResolution());
-    pass_.footprintFromKernel = rules_.footprintFromKernel;
+    pass_.wanted = source.alongWith(fieldsFor(updateMask_));
+    pass_.shortestInterval = std::max(shortestInterval, ticksThatTell * source.cpuResolution());
     numberScores();
 }
 
-/// Scores of a pass too soon after another are not remembered: they would repeat, and a client that asks in quick succession
-/// would push everybody's past out of the average.
+/// A pass too soon after another is not counted: a client that asks in quick succession would push everybody's past out of the
+/// average.
 void ProcessStatCollector::numberScores()
 {
-    pass_.keepsScores = false;
-    if (!has(pass_.wanted, ProcessFields::Wakeups)) {
-        knowsScores_ = false;
-        return;
-    }
     const double sinceLatest = pass_.monotonicTime - lastScores_;
-    if (pass_.scoreNumber == 0 || sinceLatest <= 0 || sinceLatest >= pass_.shortestInterval) {
+    if (has(pass_.wanted, ProcessFields::Wakeups)
+        && (pass_.scoreNumber == 0 || sinceLatest >= pass_.shortestInterval)) {
         ++pass_.scoreNumber;
         lastScores_ = pass_.monotonicTime;
-        pass_.keepsScores = true;
     }
 }
 
@@ -140,7 +130,7 @@ bool ProcessStatCollector::hasRecentFigures(std::uint32_t updateMask) const
     if (failedAt_ && now - *failedAt_ < recently) {
         return true;
     }
-    bool recent = sequence_ > 0;
+    bool recent = pass_.number > 0;
     forEachGroup(fieldsFor(updateMask),
         [&](std::size_t group) { recent = recent && readAt_.at(group) > 0 && now - readAt_.at(group) < recently; });
     return recent;
@@ -162,10 +152,9 @@ bool ProcessStatCollector::fetchProcesses()
             continue;
         }
         Item& item = itemForRecord(record, cursor);
-        if (item.exists()) {
-            continue; // listed twice, as a process that was moved in the kernel's list meanwhile may be
+        if (!item.exists) { // else listed twice, as a process that was moved in the kernel's list meanwhile may be
+            item.measure(record, pass_);
         }
-        measure(item, record);
     }
     noteGroupsRead();
     return true;
@@ -176,7 +165,7 @@ bool ProcessStatCollector::fetchProcesses()
 ProcessStatCollectorItem& ProcessStatCollector::itemForRecord(const ProcessRecord& record, std::size_t& cursor)
 {
     Item* item = nullptr;
-    if (cursor < processes_.size() && processes_[cursor]->pid() == record.pid) {
+    if (cursor < processes_.size() && processes_[cursor]->pid == record.pid) {
         item = processes_[cursor++];
     } else {
         item = processForPid(record.pid);
@@ -184,16 +173,16 @@ ProcessStatCollectorItem& ProcessStatCollector::itemForRecord(const ProcessRecor
     if (!item) {
         item = &createProcessWithPid(record.pid);
         introduce(*item, record);
-    } else if (item->startIdentity() != record.startIdentity && !item->exists()) {
+    } else if (item->startIdentity != record.startIdentity && !item->exists) {
         introduce(*item, record);
-    } else if (item->commandName() != record.name) {
+    } else if (item->commandName != record.name) {
         nameProcess(*item, record); // it runs another program now
-        setChildrenChanged(true);
+        changes_.childrenChanged = true;
     }
-    if (item->unit() != record.unit) { // moved, as desktops do with what they have just started
-        item->setUnit(record.unit);
-        item->setLoadedBundle(false);
-        setChildrenChanged(true);
+    if (item->unit != record.unit) { // moved, as desktops do with what they have just started
+        item->unit = record.unit;
+        item->loadedBundle = false;
+        changes_.childrenChanged = true;
     }
     return *item;
 }
@@ -202,23 +191,21 @@ ProcessStatCollectorItem& ProcessStatCollector::itemForRecord(const ProcessRecor
 void ProcessStatCollector::introduce(Item& item, const ProcessRecord& record)
 {
     item.startAfresh(record.startIdentity, pass_.number);
-    item.setParentPid(record.parentPid);
+    item.parentPid = record.parentPid;
     nameProcess(item, record);
-    item.setIsLaunchd(
-        record.pid == 1 || (!serviceManagerName_.empty() && item.name().starts_with(serviceManagerName_)));
-    item.setForeground(true);
-    setChildrenChanged(true);
-    ++newProcesses_;
+    item.isLaunchd = record.pid == 1 || (!serviceManagerName_.empty() && item.name.starts_with(serviceManagerName_));
+    changes_.childrenChanged = true;
+    ++changes_.newProcesses;
 }
 
 void ProcessStatCollector::nameProcess(Item& item, const ProcessRecord& record)
 {
-    item.setCommandName(record.name);
-    item.setLoadedBundle(false);
+    item.commandName = record.name;
+    item.loadedBundle = false;
     std::string name = validUtf8(record.name);
     if (name.empty()) {
         item.setName(nameForPid(record.pid, name));
-        item.setLoadedName(true);
+        item.loadedName = true;
         return;
     }
     const bool mayBeCut = record.name.size() == context().host.processes->nameLimit();
@@ -231,28 +218,8 @@ void ProcessStatCollector::nameProcess(Item& item, const ProcessRecord& record)
             name = *full;
         }
     }
-    item.setLoadedName(!mayBeCut);
+    item.loadedName = !mayBeCut;
     item.setName(std::move(name));
-}
-
-void ProcessStatCollector::measure(Item& item, const ProcessRecord& record)
-{
-    item.beginPass(pass_);
-    if (has(pass_.wanted, ProcessFields::Memory)) {
-        item.updateMemoryWithTaskInfo(record, pass_);
-    }
-    const auto elapsed =
-        has(record.present & pass_.wanted, ProcessFields::Cpu) ? item.updateCPUWithRusage(record, pass_) : std::nullopt;
-    knowsDiskRates_ |= item.updateIOWithRusage(record, pass_);
-    if (item.beginWakeups(record, pass_) && elapsed) {
-        knowsScores_ = true;
-        if (rules_.usesUsageV3) {
-            item.updatePowerWithRusage(record, pass_, *elapsed);
-        } else {
-            item.updatePowerWithRusage2(record, pass_, *elapsed);
-        }
-    }
-    item.endPass();
 }
 
 ProcessStatCollectorItem* ProcessStatCollector::processForPid(std::int32_t pid)
@@ -269,8 +236,9 @@ const ProcessStatCollectorItem* ProcessStatCollector::processForPid(std::int32_t
 
 ProcessStatCollectorItem& ProcessStatCollector::createProcessWithPid(std::int32_t pid)
 {
-    const auto [entry, isNew] = byPid_.try_emplace(pid, pid, shared_);
+    const auto [entry, isNew] = byPid_.try_emplace(pid, pid);
     if (isNew) {
+        entry->second.place = static_cast<std::uint32_t>(processes_.size());
         processes_.push_back(&entry->second);
     }
     return entry->second;
@@ -279,20 +247,24 @@ ProcessStatCollectorItem& ProcessStatCollector::createProcessWithPid(std::int32_
 void ProcessStatCollector::invalidateProcesses()
 {
     for (Item* item : processes_) {
-        item->setExists(false);
+        item->exists = false;
     }
 }
 
 void ProcessStatCollector::removeMissingProcesses()
 {
-    const auto isMissing = [](const Item* item) { return !item->exists(); };
+    const auto isMissing = [](const Item* item) { return !item->exists; };
     if (std::none_of(processes_.begin(), processes_.end(), isMissing)) {
         return;
     }
-    dissolveHierarchy();
+    std::uint32_t place = 0;
+    for (Item* item : processes_) {
+        item->controller = nullptr;
+        item->place = item->exists ? place++ : item->place;
+    }
     std::erase_if(processes_, isMissing);
     keepDeparted();
-    setChildrenChanged(true);
+    changes_.childrenChanged = true;
 }
 
 std::optional<std::string> ProcessStatCollector::askFullName(std::int32_t pid, const std::string& shortName)
@@ -313,12 +285,12 @@ std::string ProcessStatCollector::nameForPid(std::int32_t pid, const std::string
 /// Makes a name that may be cut final.
 void ProcessStatCollector::loadName(Item& item)
 {
-    if (item.loadedName()) {
+    if (item.loadedName) {
         return;
     }
-    item.setLoadedName(true);
+    item.loadedName = true;
     // The short name again: a cached name that stands in for it begins with it.
-    if (auto full = askFullName(item.pid(), item.name().substr(0, context().host.processes->nameLimit()))) {
+    if (auto full = askFullName(item.pid, item.name.substr(0, context().host.processes->nameLimit()))) {
         item.setName(*std::move(full));
     }
 }
@@ -338,36 +310,38 @@ std::optional<std::string> ProcessStatCollector::nameOfUnseen(std::int32_t pid)
 /// Of an application only the first process: what is started in an editor's terminal has a name of its own.
 bool ProcessStatCollector::bearsNameOfUnit(const Item& item) const
 {
-    if (item.unit().kind == ProcessUnitKind::Shared) {
+    if (item.unit.kind == ProcessUnitKind::Shared) {
         return false;
     }
-    const auto oldest = oldest_.find(item.unit().number);
-    return item.unit().kind == ProcessUnitKind::Container || (oldest != oldest_.end() && oldest->second == &item);
+    const auto oldest = oldest_.find(item.unit.number);
+    return item.unit.kind == ProcessUnitKind::Container || (oldest != oldest_.end() && oldest->second == &item);
 }
 
-std::string ProcessStatCollector::sharingNameForProcess(Item& item)
+std::string_view ProcessStatCollector::sharingNameForProcess(Item& item, bool grouped)
 {
     loadName(item);
-    if (shared_.sharingUseHeirachy && item.root() && bearsNameOfUnit(item)) {
-        if (std::string name = context().host.processes->unitName(item.unit()); !name.empty()) {
-            return name;
+    if (grouped && item.root() && bearsNameOfUnit(item)) {
+        shownName_ = context().host.processes->unitName(item.unit);
+        if (!shownName_.empty()) {
+            return shownName_;
         }
     }
-    if (item.isSafariWebContent() && !item.safariURLS().empty()) {
-        return displayNameOf(item.safariURLS());
+    if (item.isSafariWebContent && !item.knownExtras().safariURLS.empty()) {
+        shownName_ = displayNameOf(item.knownExtras().safariURLS);
+        return shownName_;
     }
-    return item.name();
+    return item.name;
 }
 
 void ProcessStatCollector::loadBundleLocation(Item& item)
 {
-    if (item.loadedBundle()) {
+    if (item.loadedBundle) {
         return;
     }
-    item.setLoadedBundle(true);
-    const auto location = context().host.processes->bundleLocation(item.pid(), item.unit());
-    if (location || !item.bundleLocation().empty()) {
-        item.setBundleLocation(validUtf8(location.value_or("")));
+    item.loadedBundle = true;
+    const auto location = context().host.processes->bundleLocation(item.pid, item.unit);
+    if (location || item.extras) {
+        item.makeExtras().bundleLocation = validUtf8(location.value_or(""));
     }
 }
 
@@ -375,8 +349,7 @@ void ProcessStatCollector::clearBandwidth()
 {
     for (const auto* items : {&processes_, &ended_}) {
         for (Item* item : *items) {
-            item->setNetworkDownload(0);
-            item->setNetworkUpload(0);
+            item->clearBandwidth();
         }
     }
 }
@@ -391,24 +364,18 @@ void ProcessStatCollector::updatePCapBandwidth()
     }
 }
 
-void ProcessStatCollector::clearDiskActivity()
-{
-    for (Item* item : processes_) {
-        item->clearDiskActivity();
-    }
-}
-
 std::int32_t ProcessStatCollector::processPacket(const PacketAttribution& packet)
 {
     const auto taker =
         std::find_if(processes_.begin(), processes_.end(), [&](Item* item) { return item->processPacket(packet); });
-    return taker == processes_.end() ? 0 : (*taker)->pid();
+    return taker == processes_.end() ? 0 : (*taker)->pid;
 }
 
 void ProcessStatCollector::processCachePacket(const PacketAttribution& packet)
 {
     if (Item* item = processForPid(packet.pid)) {
-        item->processCachePacket(packet, context().runtime.wallTime());
+        item->addTraffic(packet.downloadBytes, packet.uploadBytes);
+        item->updatePCapBandwidth(context().runtime.wallTime());
     }
 }
 

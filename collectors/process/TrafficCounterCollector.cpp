@@ -82,8 +82,7 @@ void TrafficCounterCollector::fold(const TrafficCount& count)
 {
     const TrafficShare share = shareOf(count);
     if (auto* item = itemOf(count)) {
-        item->setNetworkDownload(item->networkDownload() + share.download);
-        item->setNetworkUpload(item->networkUpload() + share.upload);
+        item->addTraffic(share.download, share.upload);
         (count.isElsewhere ? elsewhere_ : latest_.processes) += share;
     } else {
         (count.isElsewhere ? elsewhere_ : latest_.unattributed) += share;
@@ -97,7 +96,7 @@ ProcessStatCollectorItem* TrafficCounterCollector::itemOf(const TrafficCount& co
         return nullptr;
     }
     auto* item = processes_.processForPid(count.process.pid);
-    const bool isHis = item && item->startIdentity() == count.process.startIdentity;
+    const bool isHis = item && item->startIdentity == count.process.startIdentity;
     return isHis ? item : processes_.endedProcess(count.process, count.name, count.ancestors);
 }
 

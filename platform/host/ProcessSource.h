@@ -30,6 +30,10 @@ constexpr ProcessFields operator&(ProcessFields a, ProcessFields b)
     return static_cast<ProcessFields>(static_cast<std::uint32_t>(a) & static_cast<std::uint32_t>(b));
 }
 constexpr ProcessFields& operator|=(ProcessFields& a, ProcessFields b) { return a = a | b; }
+constexpr ProcessFields without(ProcessFields set, ProcessFields removed)
+{
+    return static_cast<ProcessFields>(static_cast<std::uint32_t>(set) & ~static_cast<std::uint32_t>(removed));
+}
 constexpr bool has(ProcessFields set, ProcessFields wanted) { return (set & wanted) == wanted; }
 
 enum class ProcessStatus : std::uint8_t { Alive, Zombie };
@@ -45,8 +49,7 @@ struct ProcessRecord {
     ProcessUnit unit = {};           ///< as of this pass: processes are moved
 
     // Cpu
-    std::uint64_t userTime = 0;   ///< units of ProcessSource::timeBase(), ended threads included
-    std::uint64_t systemTime = 0; ///< likewise
+    std::uint64_t cpuTime = 0; ///< units of ProcessSource::timeBase(), ended threads included
     // Memory
     std::uint64_t physFootprint = 0;     ///< what the process costs in memory, as the system itself counts it
     std::uint64_t anonymous = 0;         ///< resident private memory without a file behind it

@@ -11,7 +11,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <algorithm>
 #include <cstring>
@@ -63,27 +62,6 @@ struct ToldProcesses : testing::Test {
     BpfProcessSource source{reader(), "/nowhere", limitations};
 };
 
-RC_GTEST_PROP(SplitCpuTime, NeitherPartNorTheSumEverFalls, ())
-{
-    CpuTimes last;
-    std::uint64_t most = 0;
-    for (const auto& [run, user, system] :
-        *rc::gen::arbitrary<std::vector<std::tuple<std::uint32_t, std::uint32_t, std::uint32_t>>>()) {
-        const CpuTimes now = splitCpuTime(run, user, system, last);
-        RC_ASSERT(now.user >= last.user && now.system >= last.system);
-        most = std::max<std::uint64_t>(most, run);
-        RC_ASSERT(now.user + now.system == most);
-        last = now;
-    }
-}
-
-TEST(SplitCpuTime, ExactTimeIsDividedAsTicksWere)
-{
-    EXPECT_EQ(splitCpuTime(1000, 30, 10, {}), (CpuTimes{.user = 750, .system = 250}));
-    EXPECT_EQ(splitCpuTime(1000, 0, 0, {}), (CpuTimes{.user = 1000, .system = 0}));
-    EXPECT_EQ(splitCpuTime(1100, 30, 10, {.user = 900, .system = 100}), (CpuTimes{.user = 900, .system = 200}));
-}
-
 TEST_F(ToldProcesses, RowsAreSortedAndEveryPidIsThereOnce)
 {
     *told = {process(30), process(7), process(9), process(7)};
@@ -115,7 +93,7 @@ TEST_F(ToldProcesses, AReusedPidStartsAfresh)
     one.runTime = 3;
     const ProcessRecord& other = read(one);
     EXPECT_NE(other.startIdentity, identity);
-    EXPECT_EQ(other.userTime + other.systemTime, 3U);
+    EXPECT_EQ(other.cpuTime, 3U);
     EXPECT_EQ(other.diskBytesWritten, 0U);
 }
 
@@ -143,7 +121,9 @@ TEST_F(ToldProcesses, SumsThatThreadsEndedUnderAreLeftOut)
     EXPECT_EQ(read(torn).present, ProcessFields::Memory);
     one.runTime = 1'000;
     const ProcessRecord& row = read(one);
-    EXPECT_EQ(row.userTime + row.systemTime, 1'000U) << "not held at what was wrong";
+    EXPECT_EQ(row.cpuTime, 1'000U) << "not held at what was wrong";
+    one.runTime = 990;
+    EXPECT_EQ(read(one).cpuTime, 1'000U) << "a thread that ended was missed";
 }
 
 TEST_F(ToldProcesses, AFailedLookIsMadeUpForByProcAndSeveralAreFinal)
@@ -290,8 +270,8 @@ std::map<std::int32_t, std::string> tableOf(test::FakeMachine& machine, std::uni
     collector.update();
     std::map<std::int32_t, std::string> table;
     for (auto* item : collector.processes()) {
-        table[item->pid()] = fmt::format("{} child of {}, started at {}", collector.sharingNameForProcess(*item),
-            item->parentPid(), item->startIdentity());
+        table[item->pid] = fmt::format("{} child of {}, started at {}", collector.sharingNameForProcess(*item, false),
+            item->parentPid, item->startIdentity);
     }
     std::swap(machine.host.processes, source);
     return table;

@@ -72,7 +72,7 @@ struct LiveProcesses : testing::TestWithParam<Way> {
 
     void expectCpuTime(const ProcessRecord& record, double seconds) const
     {
-        const double recorded = static_cast<double>(record.userTime + record.systemTime) / source->timeBase();
+        const double recorded = static_cast<double>(record.cpuTime) / source->timeBase();
         EXPECT_NEAR(recorded, seconds, 2 * source->cpuResolution() + 0.02 * seconds);
     }
 
@@ -486,10 +486,9 @@ std::vector<std::string> childrenIn(ProcessSource& source)
     std::vector<std::string> lines;
     for (const ProcessRecord& of : source.readProcesses(ProcessFields::All)) {
         if (of.parentPid == ::getpid()) {
-            lines.push_back(fmt::format("{} {} {} {} {} {} {} {} {} {} {} {} {} {}", of.pid,
-                static_cast<int>(of.status), static_cast<int>(of.present), of.startIdentity, of.name, of.userTime,
-                of.systemTime, of.physFootprint, of.anonymous, of.compressed, of.residentSize, of.diskBytesRead,
-                of.diskBytesWritten, of.idleWakeups));
+            lines.push_back(fmt::format("{} {} {} {} {} {} {} {} {} {} {} {} {}", of.pid, static_cast<int>(of.status),
+                static_cast<int>(of.present), of.startIdentity, of.name, of.cpuTime, of.physFootprint, of.anonymous,
+                of.compressed, of.residentSize, of.diskBytesRead, of.diskBytesWritten, of.idleWakeups));
         }
     }
     return lines;

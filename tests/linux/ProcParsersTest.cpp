@@ -23,8 +23,7 @@ TEST(ParseStat, ReadsItsFields)
             .state = 'S',
             .parentPid = 7,
             .flags = 4194560,
-            .userTicks = 250,
-            .systemTicks = 130,
+            .cpuTicks = 380,
             .threads = 3,
             .startTicks = 5500}));
 }
@@ -41,7 +40,7 @@ TEST(ParseStat, AnyNameLeavesTheFiguresAlone)
     const bool holds = rc::check("any bytes as a name", [](const std::string& name) {
         const std::string line = statLine(name);
         const auto stat = parseStat(line);
-        RC_ASSERT(stat && stat->name == name && stat->parentPid == 7 && stat->systemTicks == 130U);
+        RC_ASSERT(stat && stat->name == name && stat->parentPid == 7 && stat->cpuTicks == 380U);
     });
     EXPECT_TRUE(holds);
 }

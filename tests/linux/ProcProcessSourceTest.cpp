@@ -66,7 +66,7 @@ TEST_F(ProcTable, RowsComeInOrderAndWithoutTheVanished)
     const auto rows = source.readProcesses(ProcessFields::All);
     ASSERT_EQ(rows.size(), 2U);
     EXPECT_EQ(rows[0].name, "first");
-    EXPECT_EQ(rows[0].userTime, 4 * tick);
+    EXPECT_EQ(rows[0].cpuTime, 4 * tick);
     EXPECT_EQ(rows[0].anonymous, 102400U);
     EXPECT_EQ(rows[0].present, ProcessFields::All);
     EXPECT_EQ(rows[1].pid, 300);
@@ -119,7 +119,7 @@ TEST_F(ProcTable, ThreadsRunnersAndNewcomersAreAlwaysRead)
     for (const int pid : {20, 21, 22}) {
         record(
             {.pid = pid, .userTicks = 7, .threads = pid == 20 ? 2 : 1, .schedstat = pid == 22 ? "0 0 0" : "1000 10 5"});
-        EXPECT_EQ(row(pid)->userTime, 7 * tick) << pid;
+        EXPECT_EQ(row(pid)->cpuTime, 7 * tick) << pid;
     }
 }
 
@@ -131,7 +131,7 @@ TEST_F(ProcTable, AKernelWithoutRunTimesEndsTheTakingOver)
     settle();
     EXPECT_EQ(source.takenOver(), 0U);
     record({.pid = 21, .userTicks = 9});
-    EXPECT_EQ(row(21)->userTime, 9 * tick);
+    EXPECT_EQ(row(21)->cpuTime, 9 * tick);
 }
 
 TEST_F(ProcTable, AnOrphanGetsItsNewParentAtOnce)

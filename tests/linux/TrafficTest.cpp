@@ -60,12 +60,12 @@ TEST_F(TrafficTest, EveryProcessGetsWhatItSentAndReceivedAndTheSumsClose)
         if (!isWhole()) {
             GTEST_SKIP() << packets.statistics().dropped << " frames dropped: too busy a machine";
         }
-        expectTraffic(item(uploader).networkUpload(), 8 * megabyte, "TCP sent");
-        EXPECT_LT(item(uploader).networkDownload(), 0.5 * megabyte) << "nothing but acknowledgements";
-        expectTraffic(item(downloader).networkDownload(), 12 * megabyte, "TCP received");
-        expectTraffic(item(caller).networkUpload(), 2.4 * megabyte, "UDP sent");
-        expectTraffic(item(listener).networkDownload(), 2.4 * megabyte, "UDP received");
-        expectTraffic(item(large).networkUpload(), 2.4 * megabyte, "UDP in fragments");
+        expectTraffic(item(uploader).figures.networkUpload.value_or(0), 8 * megabyte, "TCP sent");
+        EXPECT_LT(item(uploader).figures.networkDownload.value_or(0), 0.5 * megabyte) << "nothing but acknowledgements";
+        expectTraffic(item(downloader).figures.networkDownload.value_or(0), 12 * megabyte, "TCP received");
+        expectTraffic(item(caller).figures.networkUpload.value_or(0), 2.4 * megabyte, "UDP sent");
+        expectTraffic(item(listener).figures.networkDownload.value_or(0), 2.4 * megabyte, "UDP received");
+        expectTraffic(item(large).figures.networkUpload.value_or(0), 2.4 * megabyte, "UDP in fragments");
     }
     expectAccountedFor();
 }
@@ -87,10 +87,10 @@ TEST_F(TrafficTest, TrafficWithinTheMachineCountsOnceForEachEnd)
         sendBytes(socket.get(), 10'000'000);
     });
     finish({&client});
-    expectTraffic(item(client).networkUpload(), 10e6, "sent");
-    expectTraffic(item(server).networkDownload(), 10e6, "received");
-    EXPECT_LT(item(client).networkDownload(), 1e6);
-    EXPECT_LT(item(server).networkUpload(), 1e6);
+    expectTraffic(item(client).figures.networkUpload.value_or(0), 10e6, "sent");
+    expectTraffic(item(server).figures.networkDownload.value_or(0), 10e6, "received");
+    EXPECT_LT(item(client).figures.networkDownload.value_or(0), 1e6);
+    EXPECT_LT(item(server).figures.networkUpload.value_or(0), 1e6);
     expectAccountedFor();
 }
 
@@ -165,7 +165,7 @@ protected:
         processes.update();
         statistics.updateStats();
         const auto* item = processes.processForPid(worker.pid());
-        return item ? item->networkUpload() : 0;
+        return item ? item->figures.networkUpload.value_or(0) : 0;
     }
 
     ProcessStatCollector processes{context};
@@ -228,7 +228,7 @@ TEST_F(CountersTest, AgreeWithTheCapture)
     byCounters += rest();
     fold();
     expectTraffic(byCounters, 10e6, "by the counters");
-    EXPECT_NEAR(item(uploader).networkUpload(), byCounters, byCounters * 0.06);
+    EXPECT_NEAR(item(uploader).figures.networkUpload.value_or(0), byCounters, byCounters * 0.06);
 
     const std::vector<std::int32_t> pids = {uploader.pid()};
     const auto rows = host->processConnections->readConnections(pids);

@@ -154,11 +154,11 @@ TEST_F(NetworkStatisticsTest, RatesComeFromTheDifferenceOfTwoCounts)
     const auto downloadAfter = [this](const SourceCounts& now) {
         counts = now;
         updateAfter(2);
-        return item(42).networkDownload();
+        return traffic(42)[0];
     };
     EXPECT_EQ(downloadAfter({1000, 50}), 0) << "it was there before us: its first counts say nothing";
     EXPECT_EQ(downloadAfter({21'000, 50}), 10'000);
-    EXPECT_EQ(item(42).networkUpload() + item(42).networkUploadTime(), 0);
+    EXPECT_EQ(traffic(42)[1] + item(42).activity.networkUploadTime, 0);
     EXPECT_EQ(downloadAfter({5, 5}), 0) << "the counter started over";
     statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);
     EXPECT_EQ(downloadAfter({4005, 5}), 4000);

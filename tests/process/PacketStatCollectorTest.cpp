@@ -31,11 +31,11 @@ TEST_F(PacketStatCollectorTest, FiguresAreTheBytesOfOneInterval)
     }
     packets.process();
     EXPECT_THAT(traffic(42), are({1500, 300}));
-    EXPECT_EQ(item(42).networkDownloadTime(), machine.runtime.wallTime());
-    EXPECT_EQ(item(43).networkDownloadTime(), 0);
+    EXPECT_EQ(item(42).activity.networkDownloadTime, machine.runtime.wallTime());
+    EXPECT_EQ(item(43).activity.networkDownloadTime, 0);
     EXPECT_EQ(packets.latest().unattributed.download, 150) << "no process, or one that came and went";
     packets.process();
-    EXPECT_EQ(item(42).networkDownload(), 0);
+    EXPECT_EQ(traffic(42)[0], 0);
     EXPECT_EQ(packets.total().processes.download, 1500);
     EXPECT_EQ(packets.total().frames, 5U);
 }
@@ -49,7 +49,7 @@ TEST_F(PacketStatCollectorTest, ChangesOfTheNetworkReplaceTheCaptureAndLoseNothi
     EXPECT_EQ(tap().running.size(), 1U);
     deliver(tapped(42, 1, 10));
     packets.process();
-    EXPECT_EQ(item(42).networkDownload(), 1010);
+    EXPECT_EQ(traffic(42)[0], 1010);
     EXPECT_EQ(packets.statistics().frames, 2U);
     tap().follows = true;
     changeNetwork();
@@ -70,9 +70,9 @@ TEST_F(PacketStatCollectorTest, TheLastBatchOfACaptureCountsAndNothingAfterIt)
     deliver(frame);
     sink->endBatch();
     packets.process();
-    EXPECT_EQ(item(42).networkDownload(), 2000);
+    EXPECT_EQ(traffic(42)[0], 2000);
     packets.process();
-    EXPECT_EQ(item(42).networkDownload(), 0);
+    EXPECT_EQ(traffic(42)[0], 0);
 }
 
 TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
@@ -86,13 +86,13 @@ TEST_F(PacketStatCollectorTest, OneInterfaceIsMatchedByPortsOfEitherEnd)
     const Frame received = ethernet(0x0800, joined({ipv4(6, 600), ports()}));
     tap().deliver({captured(LinkType::Ethernet, received, 614)}, "en0");
     packets.process();
-    EXPECT_EQ(item(42).networkUpload(), 600) << "the first that matches takes it, and it is the sending end";
-    EXPECT_EQ(item(43).networkDownload(), 0);
+    EXPECT_EQ(traffic(42)[1], 600) << "the first that matches takes it, and it is the sending end";
+    EXPECT_EQ(traffic(43)[0], 0);
     machine.processConnections().rows = {{43, 80, 5000}};
     tap().deliver({captured(LinkType::Ethernet, received, 614)}, "en0");
     packets.process();
-    EXPECT_EQ(item(43).networkDownload(), 600);
-    EXPECT_EQ(item(42).networkUpload(), 0) << "its connection is gone";
+    EXPECT_EQ(traffic(43)[0], 600);
+    EXPECT_EQ(traffic(42)[1], 0) << "its connection is gone";
     EXPECT_EQ(packets.statistics().frames, 2U);
     packets.stopCapture();
     EXPECT_EQ(packets.statistics().frames, 2U) << "the same after the end";

@@ -12,28 +12,17 @@ namespace meridal::test {
 
 constexpr std::uint32_t everyList = mask(RequestKey::Cpu) | mask(RequestKey::Memory) | mask(RequestKey::Disk)
     | mask(RequestKey::Network) | mask(RequestKey::Energy);
+/// In place of a figure that nobody knows.
+constexpr double absent = -1;
 
 /// A machine whose CPU times are in nanoseconds, and a collector on it that wants every list.
 class ProcessFixture : public ::testing::Test {
 protected:
-    static constexpr std::uint64_t second = 1'000'000'000;
-
     FakeProcessSource& source() { return machine.processes(); }
-
-    /// A live process of which every group of figures can be read.
-    static ProcessRecord process(std::int32_t pid, std::int32_t parent = 1, std::string_view name = "worker")
-    {
-        ProcessRecord record;
-        record.pid = pid;
-        record.parentPid = parent;
-        record.present = ProcessFields::All;
-        record.startIdentity = static_cast<std::uint64_t>(pid);
-        record.name = name;
-        return record;
-    }
+    ProcessRecord& row(std::int32_t pid) { return source().row(pid); }
     void set(std::int32_t pid, std::int32_t parent = 1, std::string_view name = "worker")
     {
-        source().set(process(pid, parent, name));
+        source().set(FakeProcessSource::process(pid, parent, name));
     }
     struct Kin {
         std::int32_t pid;
@@ -46,43 +35,39 @@ protected:
             set(pid, parent, name);
         }
     }
-    /// The row of a process, to change its counters.
-    ProcessRecord& row(std::int32_t pid)
+    void pass(std::int32_t pid, const FakeProcessSource::Work& work, double seconds = 2)
     {
-        return *std::find_if(
-            source().rows.begin(), source().rows.end(), [&](const auto& each) { return each.pid == pid; });
-    }
-    /// What a process does before a pass.
-    struct Work {
-        double cpu = 0; ///< s
-        std::uint64_t read = 0;
-        std::uint64_t written = 0;
-        std::uint64_t wakeups = 0;
-    };
-    void pass(std::int32_t pid, const Work& work, double seconds = 2)
-    {
-        ProcessRecord& record = row(pid);
-        record.userTime += static_cast<std::uint64_t>(work.cpu * 1e9 + 0.5);
-        record.diskBytesRead += work.read;
-        record.diskBytesWritten += work.written;
-        record.idleWakeups += work.wakeups;
+        source().work(pid, work);
         updateAfter(seconds);
     }
-    /// CPU, power, bytes read and bytes written.
-    std::vector<double> figures(std::int32_t pid)
-    {
-        return {item(pid).cpu(), item(pid).power(), item(pid).diskRead(), item(pid).diskWrite()};
-    }
-    /// Bytes received and sent.
-    std::vector<double> traffic(std::int32_t pid) { return {item(pid).networkDownload(), item(pid).networkUpload()}; }
-    static auto are(const std::vector<double>& wanted) { return testing::Pointwise(testing::DoubleEq(), wanted); }
-    const ProcessStatCollectorItem& item(std::int32_t pid) { return *collector().processForPid(pid); }
-
-    void update() { collector().update(); }
+    void update() { changes = collector().update(); }
     void updateAfter(double seconds)
     {
         machine.runtime.advance(seconds);
         update();
+    }
+
+    const ProcessStatCollectorItem& item(std::int32_t pid) { return *collector().processForPid(pid); }
+    /// CPU, power, bytes read and bytes written.
+    std::vector<double> figures(std::int32_t pid)
+    {
+        const ProcessStatCollectorItem& of = item(pid);
+        return {of.figures.cpu.value_or(absent), of.energy.power.value_or(absent), of.figures.diskRead.value_or(absent),
+            of.figures.diskWrite.value_or(absent)};
+    }
+    double powerScore(std::int32_t pid) { return item(pid).figures.powerScore.value_or(absent); }
+    /// Bytes received and sent.
+    std::vector<double> traffic(std::int32_t pid)
+    {
+        return {item(pid).figures.networkDownload.value_or(absent), item(pid).figures.networkUpload.value_or(absent)};
+    }
+    static auto are(const std::vector<double>& wanted) { return testing::Pointwise(testing::DoubleEq(), wanted); }
+
+    /// Everybody by one figure. Good until the next call.
+    std::span<const ProcessRanking::Row* const> ranked(const ProcessFigure& figure, const ProcessView& view = {})
+    {
+        ranking_.sum(collector().table(), view, {&figure, 1});
+        return ranking_.first(0, unlimitedProcesses);
     }
 
     /// Made at first use, so that a test can choose the release and the time base before.
@@ -96,9 +81,11 @@ protected:
     }
 
     FakeMachine machine;
+    ProcessChanges changes; ///< of the latest pass
 
 private:
     std::unique_ptr<ProcessStatCollector> collector_;
+    ProcessRanking ranking_;
 };
 
 } // namespace meridal::test

@@ -3,11 +3,16 @@
 
 #include <rapidcheck.h>
 
-#include <functional>
+#include <algorithm>
+#include <array>
 #include <map>
+#include <unordered_set>
 
 namespace meridal {
 namespace {
+
+using test::absent;
+using test::FakeProcessSource;
 
 class ProcessHierarchyTest : public test::ProcessFixture {
 protected:
@@ -15,8 +20,10 @@ protected:
     std::vector<std::int32_t> childrenOf(std::int32_t pid)
     {
         std::vector<std::int32_t> pids;
-        for (const auto* child : item(pid).children()) {
-            pids.push_back(child->pid());
+        for (const auto* child : collector().processes()) {
+            if (child->controller == &item(pid)) {
+                pids.push_back(child->pid);
+            }
         }
         return pids;
     }
@@ -30,7 +37,7 @@ TEST_F(ProcessHierarchyTest, HelpersGoUnderTheirApp)
     EXPECT_EQ(childrenOf(10), std::vector<std::int32_t>({11, 12})) << "a parent other than launchd goes before";
     EXPECT_TRUE(item(13).root());
     EXPECT_TRUE(item(10).root()) << "launchd takes nobody in";
-    EXPECT_EQ(item(12).controllingPid(), 10);
+    EXPECT_EQ(item(12).controllingPid, 10);
 }
 
 TEST_F(ProcessHierarchyTest, CommandsOfShellsAndTerminalsStayAlone)
@@ -69,8 +76,8 @@ TEST_F(ProcessHierarchyTest, WhatHasAUnitOfItsOwnIsNoPartOfWhoStartedIt)
         {10, {11, 12}}, {20, {21}}, {21, {22}}, {30, {31}}, {40, {41, 42}}, {42, {43}}, {50, {51, 52}}, {60, {61}}};
     const auto expectGroups = [&](const std::map<std::int32_t, Pids>& wanted) {
         for (const auto* each : collector().processes()) {
-            const auto group = wanted.find(each->pid());
-            EXPECT_EQ(childrenOf(each->pid()), group == wanted.end() ? Pids() : group->second) << each->pid();
+            const auto group = wanted.find(each->pid);
+            EXPECT_EQ(childrenOf(each->pid), group == wanted.end() ? Pids() : group->second) << each->pid;
         }
     };
     expectGroups(groups);
@@ -79,10 +86,8 @@ TEST_F(ProcessHierarchyTest, WhatHasAUnitOfItsOwnIsNoPartOfWhoStartedIt)
     source().unitNames = {{3, ""}, {5, "web"}};
     std::vector<std::string> names;
     for (const bool grouped : {true, false}) {
-        for (const auto& each : collector().ranked(ProcessFigure::Cpu, grouped, 100)) {
-            if (each.item->pid() == 20 || each.item->pid() == 40) {
-                names.push_back(each.name);
-            }
+        for (const std::int32_t pid : {20, 40}) {
+            names.emplace_back(collector().sharingNameForProcess(*collector().processForPid(pid), grouped));
         }
     }
     EXPECT_EQ(names, std::vector<std::string>({"firefox", "web", "firefox", "sh"}));
@@ -109,7 +114,7 @@ TEST_F(ProcessHierarchyTest, OldReleasesKnowParentsOnly)
     update();
     EXPECT_FALSE(item(12).root());
     EXPECT_TRUE(item(13).root());
-    EXPECT_FALSE(Value::parse(collector().memoryProcesses(false)).contains("processes-footprint"));
+    EXPECT_FALSE(Value::parse(collector().memoryProcesses({})).contains("processes-footprint"));
 }
 
 TEST_F(ProcessHierarchyTest, OrphansHeadTheirOwnGroupAndNoStrangerAdoptsThem)
@@ -139,62 +144,85 @@ TEST_F(ProcessHierarchyTest, CirclesAreCut)
     set({{10, 11}, {11, 10}, {12, 12}, {13, 15}, {14, 13}, {15, 14}, {16, 14}});
     update();
     EXPECT_TRUE(item(10).root() && item(12).root() && item(13).root());
-    EXPECT_EQ(collector().ranked(ProcessFigure::Cpu, true, 100).size(), 4u);
+    EXPECT_EQ(ranked(ProcessFigure::cpu, {.grouped = true}).size(), 4u);
 }
 
-TEST_F(ProcessHierarchyTest, LongChainsDoNotRecurse)
+TEST_F(ProcessHierarchyTest, LongChainsTakeNoLongerThanAnythingElse)
 {
     constexpr std::int32_t length = 200'000;
-    source().rows.clear();
-    for (std::int32_t pid = 2; pid < length; ++pid) {
-        source().rows.push_back(process(pid, pid - 1));
-        source().rows.back().physFootprint = 1;
+    for (const std::int32_t first : {2, 2 + length}) {
+        source().rows.clear();
+        for (std::int32_t pid = first; pid < first + length; ++pid) {
+            source().rows.push_back(FakeProcessSource::process(pid, pid - 1));
+            source().rows.back().physFootprint = 1;
+        }
+        if (first != 2) { // children first
+            std::reverse(source().rows.begin(), source().rows.end());
+        }
+        updateAfter(2);
+        const auto rows = ranked(ProcessFigure::memory, {.grouped = true});
+        ASSERT_EQ(rows.size(), 1U);
+        EXPECT_EQ(rows[0]->item->pid, first);
+        EXPECT_EQ(rows[0]->totals[0], length);
     }
-    update();
-    const auto rows = collector().ranked(ProcessFigure::Memory, true, 3);
-    ASSERT_EQ(rows.size(), 1u);
-    EXPECT_EQ(rows[0].item->sharingTotalMemory(), length - 2);
-    EXPECT_EQ(rows[0].item->totalMemoryUsage(), length - 2);
 }
 
-TEST_F(ProcessHierarchyTest, TotalsEqualANaiveRecursion)
+/// Against the plain way: each one that is shown counts for the last above it that is, and all are sorted.
+TEST_F(ProcessHierarchyTest, RankingsFollowTableViewAndFigureAlone)
 {
-    const std::function<double(const ProcessStatCollectorItem&)> naive = [&](const auto& each) {
-        double sum = each.memory();
-        if (each.sharingUseHierachy()) {
-            for (const auto* child : each.children()) {
-                sum += naive(*child);
+    EXPECT_TRUE(rc::check("any forest, any view",
+        [&](const std::vector<std::uint8_t>& parents, const std::unordered_set<std::uint8_t>& someShown) {
+            ProcessStatCollector fresh(machine.context);
+            fresh.setUpdateMask(test::everyList);
+            ProcessRanking ranking;
+            source().rows.clear();
+            for (std::size_t index = 0; index < parents.size(); ++index) {
+                const auto parent = static_cast<std::int32_t>(90 + parents[index] % (parents.size() + 10));
+                ProcessRecord& row = source().rows.emplace_back(
+                    FakeProcessSource::process(static_cast<std::int32_t>(100 + index), parent));
+                row.physFootprint = index % 3;
+                row.present = index % 5 == 0 ? ProcessFields::Cpu : ProcessFields::All;
             }
-        }
-        return sum;
-    };
-    EXPECT_TRUE(rc::check("any forest", [&](const std::vector<std::uint8_t>& parents) {
-        ProcessStatCollector fresh(machine.context);
-        fresh.setUpdateMask(test::everyList);
-        source().rows.clear();
-        for (std::size_t index = 0; index < parents.size(); ++index) {
-            const auto pid = static_cast<std::int32_t>(100 + index);
-            source().rows.push_back(
-                process(pid, static_cast<std::int32_t>(90 + parents[index] % (parents.size() + 10))));
-            source().rows.back().physFootprint = index + 1;
-        }
-        source().rows.push_back(process(1, 0, "launchd"));
-        fresh.update();
-        for (auto* each : fresh.processes()) {
-            each->setSharingUseHierachy(each->pid() % 7 != 0);
-        }
-        fresh.setSharingUseHeirachy(true);
-        fresh.updateTotals(ProcessFigure::Memory);
-        for (const auto* each : fresh.processes()) {
-            RC_ASSERT(each->sharingTotalMemory() == naive(*each));
-            RC_ASSERT(each->totalMemoryUsage() == naive(*each));
-        }
-        fresh.setSharingUseHeirachy(false);
-        fresh.updateTotals(ProcessFigure::Memory);
-        for (const auto* each : fresh.processes()) {
-            RC_ASSERT(each->sharingTotalMemory() == each->memory() && each->totalMemoryUsage() == each->memory());
-        }
-    }));
+            source().rows.push_back(FakeProcessSource::process(1, 0, "launchd"));
+            fresh.update();
+            std::unordered_set<std::int32_t> pids;
+            for (const std::uint8_t pid : someShown) {
+                pids.insert(pid);
+            }
+            const std::unordered_set<std::int32_t>* const everybody = nullptr;
+            for (const ProcessView& view :
+                {ProcessView{true, everybody}, {true, &pids}, {false, everybody}, {false, &pids}}) {
+                const auto sees = [&](const ProcessStatCollectorItem& each) {
+                    return !view.shown || view.shown->contains(each.pid);
+                };
+                std::map<const ProcessStatCollectorItem*, std::optional<double>> totals;
+                for (const auto* each : fresh.processes()) {
+                    const auto* head = each;
+                    while (view.grouped && head->controller && sees(*head->controller)) {
+                        head = head->controller;
+                    }
+                    if (sees(*each)) {
+                        auto& total = totals[head];
+                        total = each->figures.memory ? total.value_or(0) + *each->figures.memory : total;
+                    }
+                }
+                std::vector<std::pair<double, std::uint32_t>> wanted;
+                for (const auto& [head, total] : totals) {
+                    wanted.emplace_back(-total.value_or(absent), head->place);
+                }
+                std::sort(wanted.begin(), wanted.end());
+                ranking.sum(fresh.table(), view, std::array{ProcessFigure::cpu, ProcessFigure::memory});
+                std::vector<std::pair<double, std::uint32_t>> got;
+                for (const auto* row : ranking.first(1, unlimitedProcesses)) {
+                    got.emplace_back(-(row->known[1] ? row->totals[1] : absent), row->item->place);
+                }
+                RC_ASSERT(got == wanted);
+                const auto few = ranking.first(1, 3);
+                RC_ASSERT(few.size() == std::min<std::size_t>(3, wanted.size()));
+                const bool isSame = few.empty() || few.back()->item->place == wanted[few.size() - 1].second;
+                RC_ASSERT(isSame);
+            }
+        }));
 }
 
 } // namespace

@@ -11,16 +11,15 @@ protected:
     {
         set({{1, 0, "launchd"}, {10, 1, "app"}, {11, 10, "helper"}, {12, 1, "tool"}});
         update();
-        use(10, 1, 100);
-        use(11, 4, 300);
-        use(12, 3, 200);
+        use(10, 0.1, 100);
+        use(11, 0.4, 300);
+        use(12, 0.3, 200);
         updateAfter(2);
     }
-    void use(std::int32_t pid, std::uint64_t tenths, std::uint64_t bytes)
+    void use(std::int32_t pid, double cpu, std::uint64_t bytes)
     {
-        row(pid).userTime += tenths * second / 10;
+        source().work(pid, {.cpu = cpu, .read = bytes});
         row(pid).physFootprint = bytes;
-        row(pid).diskBytesRead += bytes;
     }
     static std::vector<std::string> keys(const std::string& json, const char* list)
     {
@@ -36,49 +35,50 @@ protected:
 
 TEST_F(ProcessListsTest, EachListHasItsShape)
 {
-    collector().setSharingProcessCPUCount(1);
-    collector().setSharingProcessMemoryCount(1);
-    collector().setSharingProcessDiskActivityCount(1);
-    collector().setSharingProcessNetworkCount(1);
-    collector().setSharingProcessPowerCount(1);
+    collector().setSharingCounts({1, 1, 1, 1, 1});
     collector().processCachePacket({.pid = 12, .downloadBytes = 70, .uploadBytes = 5});
     const double now = machine.runtime.wallTime();
 
-    EXPECT_EQ(Value::parse(collector().cpuProcesses(false)),
+    EXPECT_EQ(Value::parse(collector().cpuProcesses({})),
         Value::parse(R"({"type":"1","processes":[{"key":"11","name":"helper","c":"20.00"}]})"));
-    EXPECT_EQ(Value::parse(collector().memoryProcesses(true)),
+    EXPECT_EQ(Value::parse(collector().memoryProcesses({.grouped = true})),
         Value::parse(R"({"type":"2","processes":[{"key":"10","name":"app","m":"400"}],
                          "processes-footprint":[{"key":"10","name":"app","m":"400"}]})"));
-    EXPECT_EQ(Value::parse(collector().powerProcesses(false)),
+    EXPECT_EQ(Value::parse(collector().powerProcesses({})),
         Value::parse(R"({"type":"16","processes":[{"key":"11","name":"helper","score":"20.00","bundle":""}]})"));
-    EXPECT_EQ(Value::parse(collector().diskActivityProcesses(true)),
+    EXPECT_EQ(Value::parse(collector().diskActivityProcesses({.grouped = true})),
         Value::parse(R"({"type":"4","read":[{"key":"10","name":"app","r":200.0,"w":0.0}],
                          "write":[{"key":"1","name":"launchd","r":0.0,"w":0.0}]})"));
-    Dictionary disk = Value::parse(collector().diskActivityProcesses2(false));
+    Dictionary disk = Value::parse(collector().diskActivityProcesses2({}));
     EXPECT_EQ(disk["read"][0], Value({{"key", "11"}, {"name", "helper"}, {"r", 150.0}, {"t", now}}));
     EXPECT_EQ(disk["write"][0], Value({{"key", "1"}, {"name", "launchd"}, {"w", 0.0}, {"t", 0.0}}));
     const Dictionary shares{{"kernel", {{"d", 1.5}}}};
-    Dictionary network = Value::parse(collector().networkProcesses(false, shares));
+    Dictionary network = Value::parse(collector().networkProcesses({}, shares));
     EXPECT_EQ(network["type"], "8");
     EXPECT_EQ(network["kernel"], shares["kernel"]);
     EXPECT_EQ(network["upload"][0], Value({{"key", "12"}, {"name", "tool"}, {"d", 70.0}, {"u", 5.0}}));
-    network = Value::parse(collector().networkProcesses2(false, {}));
-    EXPECT_EQ(network["download"][0], Value({{"key", "12"}, {"name", "tool"}, {"d", 70.0}, {"u", 5.0}, {"t", now}}));
+    network = Value::parse(collector().networkProcesses2({}, {}));
+    EXPECT_EQ(network["download"][0], Value({{"key", "12"}, {"name", "tool"}, {"d", 70.0}, {"t", now}}));
 }
 
 TEST_F(ProcessListsTest, RanksLargestFirstAndEqualOnesInTableOrder)
 {
-    EXPECT_EQ(keys(collector().cpuProcesses(false), "processes"), Keys({"11", "12", "10", "1"}));
-    EXPECT_EQ(keys(collector().cpuProcesses(true), "processes"), Keys({"10", "12", "1"}));
+    EXPECT_EQ(keys(collector().cpuProcesses({}), "processes"), Keys({"11", "12", "10", "1"}));
+    EXPECT_EQ(keys(collector().cpuProcesses({.grouped = true}), "processes"), Keys({"10", "12", "1"}));
     updateAfter(2); // everybody idle
     for (const std::int32_t limit : {4, 100}) {
-        collector().setSharingProcessCPUCount(limit);
-        EXPECT_EQ(keys(collector().cpuProcesses(false), "processes"), Keys({"1", "10", "11", "12"}));
+        collector().setSharingCounts({.sharingProcessCPUCount = limit});
+        EXPECT_EQ(keys(collector().cpuProcesses({}), "processes"), Keys({"1", "10", "11", "12"}));
     }
     for (const std::int32_t limit : {0, -3}) {
-        collector().setSharingProcessCPUCount(limit);
-        EXPECT_EQ(keys(collector().cpuProcesses(false), "processes"), Keys());
+        collector().setSharingCounts({.sharingProcessCPUCount = limit});
+        EXPECT_EQ(keys(collector().cpuProcesses({}), "processes"), Keys());
     }
+    for (std::int32_t pid = 100; pid < 1100; ++pid) {
+        set(pid);
+    }
+    updateAfter(2);
+    EXPECT_EQ(keys(collector().powerProcesses({}), "processes").size(), 1004U) << "everybody";
 }
 
 TEST_F(ProcessListsTest, IdleDiskUsersRankByTheirLastActivity)
@@ -86,18 +86,9 @@ TEST_F(ProcessListsTest, IdleDiskUsersRankByTheirLastActivity)
     pass(12, {.read = 10});
     pass(11, {.read = 10});
     updateAfter(2);
-    EXPECT_EQ(keys(collector().diskActivityProcesses(false), "read"), Keys({"11", "12", "10", "1"}));
+    EXPECT_EQ(keys(collector().diskActivityProcesses({}), "read"), Keys({"11", "12", "10", "1"}));
     pass(1, {.read = 10});
-    EXPECT_EQ(keys(collector().diskActivityProcesses(false), "read"), Keys({"1", "11", "12", "10"}));
-}
-
-TEST_F(ProcessListsTest, EnergyListsEverybody)
-{
-    for (std::int32_t pid = 100; pid < 1100; ++pid) {
-        set(pid);
-    }
-    updateAfter(2);
-    EXPECT_EQ(keys(collector().powerProcesses(false), "processes").size(), 1004u);
+    EXPECT_EQ(keys(collector().diskActivityProcesses({}), "read"), Keys({"1", "11", "12", "10"}));
 }
 
 TEST_F(ProcessListsTest, RatesThatNobodyKnowsAreNotZero)
@@ -106,10 +97,10 @@ TEST_F(ProcessListsTest, RatesThatNobodyKnowsAreNotZero)
     early.setUpdateMask(test::everyList);
     const auto sizes = [&] {
         early.update();
-        return std::vector{keys(early.memoryProcesses(false), "processes").size(),
-            keys(early.diskActivityProcesses(false), "read").size(),
-            keys(early.diskActivityProcesses2(true), "write").size(),
-            keys(early.powerProcesses(false), "processes").size()};
+        return std::vector{keys(early.memoryProcesses({}), "processes").size(),
+            keys(early.diskActivityProcesses({}), "read").size(),
+            keys(early.diskActivityProcesses2({.grouped = true}), "write").size(),
+            keys(early.powerProcesses({}), "processes").size()};
     };
     EXPECT_THAT(sizes(), testing::ElementsAre(4, 0, 0, 0));
     machine.runtime.advance(2);
@@ -119,6 +110,14 @@ TEST_F(ProcessListsTest, RatesThatNobodyKnowsAreNotZero)
         machine.runtime.advance(2);
         EXPECT_THAT(sizes(), testing::ElementsAre(4, 4, 3, 0)) << "scores of before a pause are none";
     }
+
+    set({{13, 1, "young"}, {14, 1, "unreadable"}});
+    row(14).present = ProcessFields::Cpu;
+    machine.runtime.advance(2);
+    early.update();
+    EXPECT_EQ(keys(early.memoryProcesses({}), "processes"), Keys({"11", "12", "10", "1", "13", "14"}));
+    EXPECT_EQ(keys(early.cpuProcesses({}), "processes"), Keys({"1", "10", "11", "12", "13", "14"}))
+        << "behind the idle";
 }
 
 TEST_F(ProcessListsTest, NamesPidsForClients)

@@ -13,7 +13,7 @@ protected:
     const std::string cut_ = "a-desktop-portal"; // as long as a name can be
     std::string shownName(std::int32_t pid)
     {
-        return collector().sharingNameForProcess(*collector().processForPid(pid));
+        return std::string(collector().sharingNameForProcess(*collector().processForPid(pid), false));
     }
     void set(std::int32_t pid, std::string_view name, std::optional<std::string> path = {})
     {
@@ -30,14 +30,14 @@ TEST_F(ProcessNamesTest, NameThatMayBeCutIsAskedForWhenShownAndOnce)
     set(7, cut_, "/usr/libexec/a-desktop-portal-gtk");
     set(8, "short");
     update();
-    EXPECT_FALSE(item(7).loadedName());
-    EXPECT_TRUE(item(8).loadedName());
+    EXPECT_FALSE(item(7).loadedName);
+    EXPECT_TRUE(item(8).loadedName);
     EXPECT_EQ(source().pathLookups, 0);
     for (int times = 0; times < 2; ++times) {
         EXPECT_EQ(shownName(7), "a-desktop-portal-gtk");
         EXPECT_EQ(shownName(8), "short");
     }
-    EXPECT_TRUE(item(7).loadedName());
+    EXPECT_TRUE(item(7).loadedName);
     EXPECT_EQ(source().pathLookups, 1);
 }
 
@@ -50,7 +50,7 @@ TEST_F(ProcessNamesTest, ProgramsThatShareACutNameKeepTheirOwn)
     set(9, cut_, "/usr/libexec/a-desktop-portal");
     set(10, cut_);
     updateAfter(2);
-    EXPECT_EQ(item(8).name(), "a-desktop-portal-gtk") << "the best guess until it is asked";
+    EXPECT_EQ(item(8).name, "a-desktop-portal-gtk") << "the best guess until it is asked";
     EXPECT_EQ(shownName(8), "a-desktop-portal-gnome");
     EXPECT_EQ(shownName(9), cut_);
     EXPECT_EQ(shownName(10), "a-desktop-portal-gtk") << "may not be asked, so the guess stays";
@@ -64,9 +64,9 @@ TEST_F(ProcessNamesTest, AProcessThatStartsAnotherProgramHasItsName)
     set(10, "");
     update();
     EXPECT_EQ(shownName(8), "a-desktop-portal-gtk");
-    EXPECT_EQ(item(9).name(), "tool") << "asked for at once";
-    EXPECT_EQ(item(10).name(), "");
-    EXPECT_TRUE(item(10).loadedName());
+    EXPECT_EQ(item(9).name, "tool") << "asked for at once";
+    EXPECT_EQ(item(10).name, "");
+    EXPECT_TRUE(item(10).loadedName);
     set(7, cut_, "/usr/libexec/a-desktop-portal-gnome");
     set(8, "short");
     updateAfter(2);
@@ -93,9 +93,9 @@ TEST_F(ProcessNamesTest, TraitsOfNames)
     set(3, "Launchd");
     set(1, "init");
     update();
-    EXPECT_TRUE(item(2).isLaunchd());
-    EXPECT_FALSE(item(3).isLaunchd()) << "case matters";
-    EXPECT_TRUE(item(1).isLaunchd()) << "whatever it calls itself";
+    EXPECT_TRUE(item(2).isLaunchd);
+    EXPECT_FALSE(item(3).isLaunchd) << "case matters";
+    EXPECT_TRUE(item(1).isLaunchd) << "whatever it calls itself";
 }
 
 TEST_F(ProcessNamesTest, HostileNamesBecomeText)
@@ -105,18 +105,17 @@ TEST_F(ProcessNamesTest, HostileNamesBecomeText)
     source().paths[8] = "/x/0123456789abcde\xC3\xA9";
     set(9, "in/the/way");
     update();
-    collector().setSharingProcessCPUCount(10);
-    const Dictionary list = Value::parse(collector().cpuProcesses(false));
+    const Dictionary list = Value::parse(collector().cpuProcesses({}));
     EXPECT_NO_THROW(list.dump()); // strict: throws on bytes that are not text
     EXPECT_EQ(shownName(8), "0123456789abcde\xC3\xA9");
 
     EXPECT_TRUE(rc::check("any bytes, any path", [this](const std::string& name, const std::string& path) {
-        ProcessRecord record = process(50, 1, name);
+        ProcessRecord record = test::FakeProcessSource::process(50, 1, name);
         record.startIdentity = *rc::gen::arbitrary<std::uint64_t>();
         source().set(record);
         source().paths[50] = path;
         update();
-        for (const std::string& text : {collector().cpuProcesses(false), collector().powerProcesses(false)}) {
+        for (const std::string& text : {collector().cpuProcesses({}), collector().powerProcesses({})}) {
             RC_ASSERT(!Value::parse(text).dump().empty()); // both throw on what is not text
         }
     }));
@@ -129,11 +128,11 @@ TEST_F(ProcessNamesTest, BundlesAreAskedForOnceAProgram)
     source().bundles[7] = "/usr/bin/loader";
     update();
     updateAfter(2);
-    collector().cpuProcesses(false);
+    collector().cpuProcesses({});
     EXPECT_EQ(source().bundleLookups, 0) << "only one list tells them";
     const auto bundles = [this] {
         std::vector<std::string> told;
-        const Value list = Value::parse(collector().powerProcesses(false));
+        const Value list = Value::parse(collector().powerProcesses({}));
         for (const Value& entry : list.at("processes")) {
             told.push_back(entry.at("bundle").get<std::string>());
         }
@@ -166,8 +165,9 @@ TEST_F(ProcessNamesTest, WebContentShowsItsPages)
     update();
     EXPECT_EQ(shownName(7), "Safari Web Cont");
     const std::vector<std::string> urls = {"https://www.example.org/a", "http://b.example"};
-    collector().processForPid(7)->setSafariURLS(urls);
-    collector().processForPid(8)->setSafariURLS(urls);
+    for (const std::int32_t pid : {7, 8}) {
+        collector().processForPid(pid)->makeExtras().safariURLS = urls;
+    }
     EXPECT_EQ(shownName(7), "example.org/a, b.example");
     EXPECT_EQ(shownName(8), "other");
 }

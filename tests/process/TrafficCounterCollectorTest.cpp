@@ -48,12 +48,12 @@ protected:
         }
     }
     /// The list by upload: names and bytes, those that moved none left out.
-    std::vector<std::pair<std::string, double>> uploads(bool grouped)
+    std::vector<std::pair<std::string, double>> uploads(const ProcessView& view = {})
     {
         std::vector<std::pair<std::string, double>> list;
-        for (const ProcessListRow& row : collector().ranked(ProcessFigure::Upload, grouped, 100)) {
-            if (row.item->sharingTotalUpload() > 0) {
-                list.emplace_back(row.name, row.item->sharingTotalUpload());
+        for (const ProcessRanking::Row* row : ranked(ProcessFigure::upload, view)) {
+            if (row->totals[0] > 0) {
+                list.emplace_back(collector().sharingNameForProcess(*row->item, view.grouped), row->totals[0]);
             }
         }
         return list;
@@ -84,7 +84,7 @@ TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClo
     crossed(2000, 400);
     process();
     EXPECT_THAT(traffic(42), are({1500, 300}));
-    EXPECT_EQ(item(42).networkDownloadTime(), machine.runtime.wallTime());
+    EXPECT_EQ(item(42).activity.networkDownloadTime, machine.runtime.wallTime());
     EXPECT_EQ(counters.latest().unattributed.download, 80) << "of processes that found no room";
     EXPECT_EQ(counters.latest().kernel.download, 2000 - 1580);
     EXPECT_EQ(counters.latest().kernel.upload, 100);
@@ -93,7 +93,7 @@ TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClo
     process();
     EXPECT_EQ(counters.latest().processes.linkBytes, 100) << "unless it had none";
     process();
-    EXPECT_EQ(item(42).networkDownload(), 0);
+    EXPECT_THAT(traffic(42), are({0, 0}));
     EXPECT_EQ(counters.total().processes.download, 1500);
     EXPECT_EQ(counters.total().frames, 5U);
 }
@@ -117,23 +117,22 @@ TEST_F(TrafficCounterCollectorTest, AnEndedProcessStandsInTheListOfThatPass)
     counting().next.counts.back().process.startIdentity = 41;
     counted(84, 0, 60); // nothing is known of it
     process();
-    EXPECT_EQ(uploads(false),
-        (Uploads{{"client", 500}, {"tab", 100}, {"brief", 30}, {"brief", 20}, {"brief", 10}, {"other", 7}}));
-    EXPECT_EQ(uploads(true), (Uploads{{"worker", 530}, {"browser", 100}, {"brief", 20}, {"brief", 10}, {"other", 7}}));
-    EXPECT_EQ(item(42).networkUpload(), 0);
+    EXPECT_EQ(
+        uploads(), (Uploads{{"client", 500}, {"tab", 100}, {"brief", 30}, {"brief", 20}, {"brief", 10}, {"other", 7}}));
+    EXPECT_EQ(uploads({.grouped = true}),
+        (Uploads{{"worker", 530}, {"browser", 100}, {"brief", 20}, {"brief", 10}, {"other", 7}}));
+    EXPECT_THAT(traffic(42), are({0, 0}));
     EXPECT_EQ(counters.latest().processes.upload, 667);
     EXPECT_EQ(counters.latest().unattributed.upload, 60);
-    EXPECT_THAT(collector().cpuProcesses(false), testing::Not(testing::HasSubstr("brief"))) << "nothing else is known";
+    EXPECT_THAT(collector().cpuProcesses({}), testing::Not(testing::HasSubstr("brief"))) << "nothing else is known";
     const std::unordered_set<std::int32_t> some = {42, 80};
-    collector().showOnly(&some);
-    EXPECT_EQ(uploads(false), Uploads()) << "nobody knows any more who may see it";
-    collector().showOnly(nullptr);
+    EXPECT_EQ(uploads({.shown = &some}), Uploads()) << "nobody knows any more who may see it";
 
     counted(50, 0, 5); // more of it before the next pass
     process();
-    EXPECT_EQ(uploads(false), (Uploads{{"client", 5}}));
+    EXPECT_EQ(uploads(), (Uploads{{"client", 5}}));
     update();
-    EXPECT_EQ(uploads(false), Uploads());
+    EXPECT_EQ(uploads(), Uploads());
 }
 
 TEST_F(TrafficCounterCollectorTest, NetworksOfTheirOwnAreNoPartOfTheSum)
@@ -141,7 +140,7 @@ TEST_F(TrafficCounterCollectorTest, NetworksOfTheirOwnAreNoPartOfTheSum)
     counted(42, 1000, 0).isElsewhere = true;
     crossed(1000, 1000); // forwarded, in and out
     process();
-    EXPECT_EQ(item(42).networkDownload(), 1000);
+    EXPECT_THAT(traffic(42), are({1000, 0}));
     EXPECT_EQ(counters.elsewhere().download, 1000);
     EXPECT_EQ(counters.latest().processes.download, 0);
     EXPECT_EQ(counters.latest().kernel.download, 1000);

@@ -117,7 +117,7 @@ TEST_F(TrafficServiceTest, WithoutTheRightTheKernelsCountersServe)
     deliver(500);
     service->process();
     EXPECT_FALSE(statistics.isStarted()) << "one source at a time";
-    EXPECT_EQ(item(42).networkDownload(), 500);
+    EXPECT_EQ(traffic(42)[0], 500);
     EXPECT_TRUE(machine.host.limitations->all().empty());
     service->stop();
     EXPECT_EQ(used(), "none");

@@ -6,6 +6,7 @@
 #include "platform/host/Host.h"
 #include "tests/support/FakeCapture.h"
 #include "tests/support/FakeDisks.h"
+#include "tests/support/FakeProcesses.h"
 #include "tests/support/FakeSensors.h"
 #include "tests/support/TemporaryTree.h"
 #include "tests/support/VirtualRuntime.h"
@@ -18,96 +19,6 @@
 #include <vector>
 
 namespace meridal::test {
-
-/// A process table that a test writes by hand.
-class FakeProcessSource final : public ProcessSource {
-public:
-    /// Adds a process or changes the one of that pid. The name is copied.
-    void set(ProcessRecord record)
-    {
-        const auto entry = names_.insert_or_assign(record.pid, std::string(record.name)).first;
-        record.name = entry->second;
-        const auto same =
-            std::find_if(rows.begin(), rows.end(), [&](const auto& row) { return row.pid == record.pid; });
-        if (same == rows.end()) {
-            rows.push_back(record);
-        } else {
-            *same = record;
-        }
-    }
-    void remove(std::int32_t pid)
-    {
-        std::erase_if(rows, [&](const auto& row) { return row.pid == pid; });
-    }
-
-    std::span<const ProcessRecord> readProcesses(ProcessFields wanted) override
-    {
-        asked.push_back(wanted);
-        return rows;
-    }
-    ProcessFields alongWith(ProcessFields wanted) const override
-    {
-        return wanted | (wanted == ProcessFields::None ? wanted : free);
-    }
-    std::optional<std::string> commandName(std::int32_t pid) override
-    {
-        ++looks;
-        const auto row = std::find_if(rows.begin(), rows.end(), [&](const auto& each) { return each.pid == pid; });
-        return row == rows.end() ? std::nullopt : std::optional(std::string(row->name));
-    }
-    double timeBase() const override { return base; }
-    double cpuResolution() const override { return resolution; }
-    std::size_t nameLimit() const override { return 16; }
-    std::optional<std::string> executablePath(std::int32_t pid, std::string_view) override
-    {
-        ++pathLookups;
-        const auto entry = paths.find(pid);
-        return entry == paths.end() ? std::nullopt : std::optional(entry->second);
-    }
-    std::optional<std::int32_t> responsiblePid(std::int32_t pid) override
-    {
-        const auto entry = responsible.find(pid);
-        return entry == responsible.end() ? std::nullopt : std::optional(entry->second);
-    }
-    std::string unitName(const ProcessUnit& unit) override { return unitNames[unit.number]; }
-    std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit&) override
-    {
-        ++bundleLookups;
-        const auto entry = bundles.find(pid);
-        return entry == bundles.end() ? std::nullopt : std::optional(entry->second);
-    }
-
-    std::vector<ProcessRecord> rows;
-    std::vector<ProcessFields> asked; ///< of each pass, oldest first
-    std::map<std::int32_t, std::string> paths;
-    std::map<std::int32_t, std::int32_t> responsible;
-    std::map<std::uint32_t, std::string> unitNames;
-    std::map<std::int32_t, std::string> bundles;
-    int bundleLookups = 0;
-    double base = 1e9;
-    double resolution = 0;
-    ProcessFields free = ProcessFields::None; ///< groups that come with any other
-    int pathLookups = 0;
-    int looks = 0; ///< for the name of one process
-
-private:
-    std::map<std::int32_t, std::string> names_;
-};
-
-/// Shows the processes to everybody, or to each user their own.
-class FakeProcessVisibility final : public ProcessVisibility {
-public:
-    std::optional<ProcessRestriction> restriction() override { return rule; }
-    std::optional<std::uint32_t> ownerOf(std::int32_t pid) override
-    {
-        ++asked;
-        const auto entry = owners.find(pid);
-        return entry == owners.end() ? std::nullopt : std::optional(entry->second);
-    }
-    std::optional<ProcessRestriction> rule;
-    std::map<std::int32_t, std::uint32_t> owners;
-    int asked = 0;
-};
 
 class FakeMachineInfo final : public MachineInfo {
 public:

@@ -74,7 +74,6 @@ struct signal_struct {
     int nr_threads;
     struct list_head thread_head;
     seqlock_t stats_lock;
-    __u64 utime, stime;
     unsigned long nvcsw;
     struct task_io_accounting ioac;
     unsigned long long sum_sched_runtime;
@@ -89,7 +88,6 @@ struct task_struct {
     struct task_struct* group_leader;
     struct task_struct* real_parent;
     struct list_head thread_node;
-    __u64 utime, stime;
     unsigned long nvcsw;
     __u64 start_boottime;
     char comm[16];

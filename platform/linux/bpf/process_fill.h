@@ -149,8 +149,6 @@ static long add_thread(__u32 index __attribute__((unused)), struct thread_walk* 
         TASK((const char*)walk->next - bpf_core_field_offset(struct task_struct, thread_node));
     struct BpfProcess* record = walk->record;
     record->runTime += READ(thread, se.sum_exec_runtime);
-    record->userTicks += READ(thread, utime);
-    record->systemTicks += READ(thread, stime);
     record->voluntarySwitches += READ(thread, nvcsw);
     if (bpf_core_field_exists(thread->ioac.read_bytes)) {
         record->readBytes += READ(thread, ioac.read_bytes);
@@ -192,8 +190,6 @@ static __always_inline __u64 memory_of_threads(struct signal_struct* group)
 static __always_inline void take_ended_threads(struct BpfProcess* record, struct signal_struct* group)
 {
     record->runTime = group->sum_sched_runtime;
-    record->userTicks = group->utime;
-    record->systemTicks = group->stime;
     record->voluntarySwitches = group->nvcsw;
     record->readBytes = record->writtenBytes = record->cancelledBytes = 0;
     if (bpf_core_field_exists(group->ioac.read_bytes)) {
@@ -209,8 +205,6 @@ static __always_inline void fill_counters(
     if (group->nr_threads == 1) {
         take_ended_threads(record, group);
         record->runTime += task->se.sum_exec_runtime;
-        record->userTicks += task->utime;
-        record->systemTicks += task->stime;
         record->voluntarySwitches += task->nvcsw;
         if (bpf_core_field_exists(task->ioac.read_bytes)) {
             record->readBytes += task->ioac.read_bytes;

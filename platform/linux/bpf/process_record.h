@@ -14,10 +14,8 @@ struct BpfProcess {
     __s32 parent;
     __u32 flags; /* BPF_PROCESS_* */
     __u32 unused;
-    __u64 start;     /* ns since boot, time asleep included */
-    __u64 runTime;   /* ns on a processor; a thread that runs right now lags by up to a tick */
-    __u64 userTicks; /* ns, sampled at ticks: good for its proportion to systemTicks only */
-    __u64 systemTicks;
+    __u64 start;          /* ns since boot, time asleep included */
+    __u64 runTime;        /* ns on a processor; a thread that runs right now lags by up to a tick */
     __u64 readBytes;      /* from storage */
     __u64 writtenBytes;   /* counted when a page is made dirty */
     __u64 cancelledBytes; /* of those, dropped before they were written */

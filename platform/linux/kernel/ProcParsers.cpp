@@ -106,8 +106,8 @@ std::optional<Stat> parseStat(std::string_view text)
     fields.skip(4);
     stat.flags = fields.next(); // 9
     fields.skip(4);
-    stat.userTicks = fields.next(); // 14
-    stat.systemTicks = fields.next();
+    stat.cpuTicks = fields.next();  // 14, as user
+    stat.cpuTicks += fields.next(); // and for it in the kernel
     fields.skip(4);
     const std::uint64_t threads = fields.next(); // 20
     fields.skip(1);

@@ -13,9 +13,8 @@ struct Stat {
     std::string_view name; ///< raw: spaces, parentheses and newlines included
     char state = '?';      ///< R running or runnable, S, D, T, t, I, Z zombie, X dead
     std::int32_t parentPid = 0;
-    std::uint64_t flags = 0;     ///< the kernel's PF_* of the main thread
-    std::uint64_t userTicks = 0; ///< clock ticks, ended threads included
-    std::uint64_t systemTicks = 0;
+    std::uint64_t flags = 0;    ///< the kernel's PF_* of the main thread
+    std::uint64_t cpuTicks = 0; ///< clock ticks, ended threads included
     std::uint32_t threads = 0;
     std::uint64_t startTicks = 0; ///< clock ticks from boot to its start
     bool operator==(const Stat&) const = default;

@@ -39,18 +39,6 @@ void mergeRuns(std::vector<const BpfProcess*>& order)
 
 } // namespace
 
-CpuTimes splitCpuTime(std::uint64_t runTime, std::uint64_t userTicks, std::uint64_t systemTicks, CpuTimes last)
-{
-    if (runTime <= last.user + last.system) { // a thread that ended under our eyes may have been missed
-        return last;
-    }
-    const double sampled = static_cast<double>(userTicks) + static_cast<double>(systemTicks);
-    const double part = sampled > 0 ? static_cast<double>(systemTicks) / sampled : 0; // never seen at a tick: user's
-    const auto system = static_cast<std::uint64_t>(static_cast<double>(runTime) * part);
-    return {.user = runTime - std::clamp(system, last.system, runTime - last.user),
-        .system = std::clamp(system, last.system, runTime - last.user)};
-}
-
 BpfProcessSource::BpfProcessSource(std::unique_ptr<BpfProcessReader> reader, const std::filesystem::path& root,
     std::shared_ptr<Limitations> limitations)
     : reader_(std::move(reader))
@@ -142,13 +130,14 @@ void BpfProcessSource::sortByPid(std::span<const BpfProcess> processes)
 
 void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, ProcessFields wanted)
 {
-    Kept kept{.pid = process.pid, .start = process.start / tick_, .cpu = {}};
+    Kept kept{.pid = process.pid, .start = process.start / tick_};
     if (last && last->start == kept.start) {
         kept = *last;
     }
     ProcessFields present = ProcessFields::Memory;
     if (!(process.flags & BPF_PROCESS_TORN)) {
-        kept.cpu = splitCpuTime(process.runTime, process.userTicks, process.systemTicks, kept.cpu);
+        // Less: a thread that ended under our eyes was missed.
+        kept.cpuTime = std::max<std::uint64_t>(kept.cpuTime, process.runTime);
         kept.written = proc::bytesWritten(process.writtenBytes, process.cancelledBytes, kept.written);
         present |= ProcessFields::Cpu | ProcessFields::Wakeups;
         present |= process.flags & BPF_PROCESS_HAS_IO ? ProcessFields::Disk : ProcessFields::None;
@@ -165,8 +154,7 @@ void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, Proce
         .present = present & wanted,
         .startIdentity = kept.start,
         .name = mayBeCut ? longNameOf(process, kept.start) : name,
-        .userTime = kept.cpu.user,
-        .systemTime = kept.cpu.system,
+        .cpuTime = kept.cpuTime,
         .physFootprint = (anonymous + shared + swapped) * pageSize_,
         .anonymous = anonymous * pageSize_,
         .compressed = swapped * pageSize_,

@@ -18,17 +18,6 @@
 
 namespace meridal {
 
-/// CPU time of a process, ns.
-struct CpuTimes {
-    std::uint64_t user = 0;
-    std::uint64_t system = 0;
-    bool operator==(const CpuTimes&) const = default;
-};
-
-/// Divides the time on processors, which is exact, in the proportion of the two that were sampled at ticks, as /proc does.
-/// Neither part is ever less than at the last reading, nor is their sum.
-CpuTimes splitCpuTime(std::uint64_t runTime, std::uint64_t userTicks, std::uint64_t systemTicks, CpuTimes last);
-
 /// The process table as the kernel has it, out of a BPF program: no text, no file of a process, and all groups for the
 /// price of one, but for Memory. Figures are those of /proc, with two differences: voluntary switches are those of all
 /// threads of a process, ended ones included; and CPU time is not rounded to ticks. Full names and units still come from
@@ -68,9 +57,9 @@ private:
     /// What is kept of a process from pass to pass.
     struct Kept {
         std::int32_t pid = 0;
-        std::uint64_t start = 0; ///< identity
-        CpuTimes cpu;
-        std::uint64_t written = 0; ///< highest figure given for diskBytesWritten
+        std::uint64_t start = 0;   ///< identity
+        std::uint64_t cpuTime = 0; ///< highest figures given
+        std::uint64_t written = 0;
     };
 
     /// The name of a kernel thread that does not fit into its record.

@@ -16,11 +16,6 @@ constexpr ProcessFields statusGroups = ProcessFields::Memory | ProcessFields::Wa
 
 bool hasAny(ProcessFields set, ProcessFields any) { return (set & any) != ProcessFields::None; }
 
-ProcessFields without(ProcessFields set, ProcessFields removed)
-{
-    return static_cast<ProcessFields>(static_cast<std::uint32_t>(set) & ~static_cast<std::uint32_t>(removed));
-}
-
 } // namespace
 
 ProcProcessSource::ProcProcessSource(
@@ -136,7 +131,7 @@ std::optional<proc::Schedstat> ProcProcessSource::readStamp(const Process& prior
         return std::nullopt;
     }
     const auto stamp = proc::parseSchedstat(text);
-    if (stamp == proc::Schedstat{} && prior.record.userTime + prior.record.systemTime > 0) {
+    if (stamp == proc::Schedstat{} && prior.record.cpuTime > 0) {
         schedstatWorks_ = false; // the kernel was built without these figures
         return std::nullopt;
     }
@@ -174,8 +169,7 @@ ProcProcessSource::Reading ProcProcessSource::readStat(std::int32_t pid, Process
     process.record.parentPid = stat->parentPid;
     process.record.status = proc::hasEnded(*stat) ? ProcessStatus::Zombie : ProcessStatus::Alive;
     process.record.startIdentity = stat->startTicks;
-    process.record.userTime = stat->userTicks * tick;
-    process.record.systemTime = stat->systemTicks * tick;
+    process.record.cpuTime = stat->cpuTicks * tick;
     process.state.oneThread = stat->threads == 1;
     process.state.running = stat->state == 'R';
     process.state.lostMainThread = proc::hasLostMainThread(*stat);

@@ -72,8 +72,7 @@ std::string difference(
     if (proc.startIdentity != before.startIdentity || proc.parentPid != before.parentPid) {
         return "who it is";
     }
-    if (!isWithin(proc.userTime + proc.systemTime, before.userTime + before.systemTime,
-            after.userTime + after.systemTime, ticks)) {
+    if (!isWithin(proc.cpuTime, before.cpuTime, after.cpuTime, ticks)) {
         return "its CPU time";
     }
     if (has(proc.present, ProcessFields::Memory)

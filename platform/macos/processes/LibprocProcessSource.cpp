@@ -60,8 +60,7 @@ void readUsageRecord(int flavour, ProcessFields wanted, ProcessRecord& record)
     if (proc_pid_rusage(record.pid, flavour, reinterpret_cast<rusage_info_t*>(&usage)) != 0) {
         return;
     }
-    record.userTime = usage.ri_user_time;
-    record.systemTime = usage.ri_system_time;
+    record.cpuTime = usage.ri_user_time + usage.ri_system_time;
     record.diskBytesRead = usage.ri_diskio_bytesread;
     record.diskBytesWritten = usage.ri_diskio_byteswritten;
     record.idleWakeups = usage.ri_pkg_idle_wkups;

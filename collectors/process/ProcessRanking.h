@@ -1,0 +1,67 @@
+#pragma once
+
+#include "collectors/process/ProcessFigures.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <unordered_set>
+#include <vector>
+
+namespace meridal {
+
+class ProcessStatCollectorItem;
+
+/// Who there is to be ranked.
+struct ProcessTable {
+    std::span<ProcessStatCollectorItem* const> processes; ///< in order of first sight
+    std::span<ProcessStatCollectorItem* const> ended;     ///< who has ended, and has traffic all the same
+};
+
+/// Who looks, and how.
+struct ProcessView {
+    bool grouped = false; ///< processes count for the head of their group
+    /// No figure of another process goes in, and who is grouped under one of those stands alone. Of one that has ended
+    /// nobody can say any more who may see it: only those who see all. Null: all.
+    const std::unordered_set<std::int32_t>* shown = nullptr;
+};
+
+/// Who uses the most. The answer depends on table, view and figures alone; an object is kept for its memory.
+class ProcessRanking {
+public:
+    /// A process, or the head of a group, with what it or all of the group use.
+    struct Row {
+        ProcessStatCollectorItem* item = nullptr;
+        std::array<double, 2> totals = {}; ///< by figure, in the order in which they were asked for; 0 while not known
+        std::array<bool, 2> known = {};    ///< of anybody in the group
+    };
+
+    /// Adds up one or two figures, which are of those who have ended both or neither.
+    void sum(const ProcessTable& table, const ProcessView& view, std::span<const ProcessFigure> figures);
+    /// Whether anybody's figure is known: where nobody's is, zeros would say that nobody does anything.
+    bool knows(std::size_t figure) const;
+    /// The first of those that were added up, by one of the figures: the largest first, then whoever was active last, those
+    /// that are not known behind; equal ones in table order. Good until the next call.
+    std::span<const Row* const> first(std::size_t figure, std::int32_t limit);
+
+private:
+    /// What is compared, close together.
+    struct Key {
+        double total = 0;
+        double lastActive = 0;
+        std::uint32_t place = 0;
+        std::uint32_t row = 0;
+    };
+
+    void add(ProcessStatCollectorItem& item, const ProcessView& view);
+    std::uint32_t rowOf(ProcessStatCollectorItem& item, const ProcessView& view);
+
+    std::vector<ProcessFigure> figures_;
+    std::vector<Row> rows_;
+    std::vector<std::uint32_t> rowByPlace_; ///< that an item counts for, where groups are shown
+    std::vector<Key> keys_;
+    std::vector<const Row*> first_;
+};
+
+} // namespace meridal
