@@ -21,7 +21,7 @@ public:
     using MakeCollector = std::function<SensorsStatCollectorMac&()>;
 
     /// The catalogue, and the collector once it is made, must outlive the keeper's use.
-    SensorsKeeper(Context& context, HistoryCatalogue& catalogue, std::function<void()> openSMC, MakeCollector make);
+    SensorsKeeper(Context& context, HistoryCatalogue& catalogue, MakeCollector make);
 
     /// Fills the daemon's ports for sensors. It must outlive the daemon.
     void plugInto(CollectorPorts& ports);
@@ -43,7 +43,6 @@ private:
 
     Context& context_;
     HistoryCatalogue& catalogue_;
-    std::function<void()> openSMC_;
     MakeCollector make_;
     SensorsStatCollectorMac* collector_ = nullptr; ///< null until the daemon serves
     Lifetime lifetime_;

@@ -13,7 +13,6 @@
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/process/TrafficCounterCollector.h"
-#include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryKeeper.h"
@@ -172,9 +171,7 @@ int serve(Context& context, const Options& options)
     Runtime& runtime = context.runtime;
     UptimeKeeper uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
     HistoryCatalogue catalogue;
-    SensorsKeeper sensors(
-        context, catalogue, [] { SensorSMCController::sharedSMC().openIfNeeded(); },
-        SensorsStatCollectorMac::sharedSensorCollector);
+    SensorsKeeper sensors(context, catalogue, SensorsStatCollectorMac::sharedSensorCollector);
     BatteryKeeper battery(
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     DiskKeeper disks(SMARTStatCollector::sharedSMARTCollector());
@@ -259,7 +256,7 @@ int runDaemon(const Options& options)
     }
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
-    const auto host = makeHost(*runtime, paths, options.host);
+    const auto host = makeHost(*runtime, options.host);
     NotificationCenter notifications;
     Log log;
     Context context{*runtime, *host, notifications, log, paths};

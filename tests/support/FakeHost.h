@@ -369,9 +369,7 @@ struct FakeMachine {
         host.powerSources = std::make_unique<FakePowerSources>();
         host.registry = std::make_unique<FakeRegistry>();
         host.smartDevices = std::make_unique<FakeSMARTDevices>();
-        host.smc = std::make_unique<FakeSMCService>();
-        host.sensorServices = std::make_unique<FakeSensorServices>();
-        host.sensorChannels = std::make_unique<FakeSensorChannels>();
+        host.sensors = std::make_unique<FakeSensorSource>();
         host.peripherals = std::make_unique<FakePeripheralBatteries>();
         host.packetTap = std::make_unique<FakePacketTap>();
         host.networkStatistics = std::make_unique<FakeNetworkStatistics>();
@@ -395,9 +393,7 @@ struct FakeMachine {
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
     FakeRegistry& registry() { return static_cast<FakeRegistry&>(*host.registry); }
     FakeSMARTDevices& smartDevices() { return static_cast<FakeSMARTDevices&>(*host.smartDevices); }
-    FakeSMCService& smc() { return static_cast<FakeSMCService&>(*host.smc); }
-    FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
-    FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }
+    FakeSensorSource& sensors() { return static_cast<FakeSensorSource&>(*host.sensors); }
     FakePeripheralBatteries& peripherals() { return static_cast<FakePeripheralBatteries&>(*host.peripherals); }
     FakePacketTap& packetTap() { return static_cast<FakePacketTap&>(*host.packetTap); }
     FakeTrafficCounters& trafficCounters() { return static_cast<FakeTrafficCounters&>(*host.trafficCounters); }

@@ -1,4 +1,4 @@
-#include "collectors/sensors/SMCDataTypes.h"
+#include "platform/formats/SMCDataTypes.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>

@@ -1,4 +1,4 @@
-#include "collectors/sensors/SMCSensorKeys.h"
+#include "platform/formats/SMCSensorKeys.h"
 
 #include <cmath>
 #include <cstddef>

@@ -1,7 +1,8 @@
-#include "collectors/sensors/SensorSMCController.h"
+#include "platform/formats/SensorSMCController.h"
 
+#include "base/Log.h"
 #include "base/Value.h"
-#include "tests/support/FakeHost.h"
+#include "tests/support/FakeSMC.h"
 
 #include <gtest/gtest.h>
 
@@ -32,9 +33,9 @@ Bytes record(std::initializer_list<std::pair<std::size_t, std::vector<std::uint8
 
 class SensorSMCControllerTest : public testing::Test {
 protected:
-    test::FakeMachine machine;
-    test::FakeSMCService& smc = machine.smc();
-    SensorSMCController controller{machine.context};
+    Log log;
+    test::FakeSMCService smc;
+    SensorSMCController controller{smc, &log};
 
     SMCKeyValue read(const std::string& key)
     {
@@ -66,17 +67,13 @@ TEST_F(SensorSMCControllerTest, TheRecordsThatGoToTheDriverAreTheseBytes)
     EXPECT_EQ(bytesOf(smc.sent[3]), record({{0, {'n', 'M', '0', 'F'}}, {28, {2}}, {42, {6}}, {48, {0x12, 0xC0}}}));
 }
 
-TEST_F(SensorSMCControllerTest, AnAbsentKeyIsRememberedUntilKeysComeAndGo)
+TEST_F(SensorSMCControllerTest, AnAbsentKeyIsRemembered)
 {
     controller.open();
     EXPECT_EQ(read("TXXX"), SMCKeyValue());
     EXPECT_EQ(read("TXXX"), SMCKeyValue());
     EXPECT_EQ(smc.count(SMCCommand::ReadKeyInfo), 1);
     EXPECT_EQ(controller.keyCache().at("TXXX"), (SensorSMCController::KeyInfo{std::string(4, '\0'), 0}));
-
-    smc.setFloat("TXXX", 40);
-    ++smc.generation;
-    EXPECT_STREQ(read("TXXX").dataType.data(), "flt ");
 
     const std::string madeUp(1 << 20, 'T'); // which clients may do without end
     read(madeUp);
@@ -180,29 +177,14 @@ TEST_F(SensorSMCControllerTest, PacksKeysFromTheirFirstFourCharacters)
     EXPECT_EQ(makeUInt32Key(nullptr), 0U);
 
     std::string logged;
-    machine.log.addListener([&](LogLevel, std::string_view line) { logged += line; });
+    log.addListener([&](LogLevel, std::string_view line) { logged += line; });
     controller.open();
     read("F0");
     EXPECT_EQ(logged, "");
     controller.setDebug(true);
     read("F0");
-    machine.log.flush();
+    log.flush();
     EXPECT_NE(logged.find("error converting key - F0"), std::string::npos);
-}
-
-TEST_F(SensorSMCControllerTest, TheSharedInstanceStartsAfreshAfterCleanup)
-{
-    Context::setShared(machine.context);
-    SensorSMCController::cleanupShared(); // there is none yet
-    smc.setFloat("TC0P", 40);
-    SensorSMCController::sharedSMC().open();
-    SMCKeyValue value;
-    SensorSMCController::sharedSMC().readKey("TC0P", value);
-    SensorSMCController::cleanupShared();
-    EXPECT_EQ(smc.closed.size(), 1U);
-    EXPECT_EQ(SensorSMCController::sharedSMC().connection(), 0U);
-    EXPECT_TRUE(SensorSMCController::sharedSMC().keyCache().empty());
-    SensorSMCController::cleanupShared();
 }
 
 } // namespace

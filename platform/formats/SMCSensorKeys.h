@@ -1,6 +1,6 @@
 #pragma once
 
-#include "collectors/sensors/SMCDataTypes.h"
+#include "platform/formats/SMCDataTypes.h"
 
 #include <string>
 #include <vector>

@@ -1,13 +1,10 @@
-#include "platform/linux/sensors/HwmonSMCService.h"
+#include "platform/linux/sensors/HwmonSensors.h"
 
 #include "platform/linux/machine/LinuxMachineInfo.h"
-#include "platform/linux/sensors/SMCKeyTable.h"
 #include "tests/linux/HwmonMachine.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <fstream>
 #include <set>
 #include <sys/stat.h>
 
@@ -52,66 +49,28 @@ struct Laptop : HwmonMachine {
     }
 };
 
-TEST(HwmonSMCService, ALaptopsChipsAreKeys)
+TEST(HwmonSensors, ALaptopsChips)
 {
     Laptop laptop;
-    EXPECT_DOUBLE_EQ(laptop.valueOf("coretemp-isa-0000 Package id 0"), 52);
-    EXPECT_NEAR(laptop.valueOf("nvme-pci-0100 Composite"), 38.85, 1e-5);
-    EXPECT_NEAR(laptop.valueOf("thinkpad-isa-0000 in0"), 12.345, 1e-5);
-    EXPECT_DOUBLE_EQ(laptop.valueOf("thinkpad-isa-0000 curr1"), -1.5);
-    EXPECT_DOUBLE_EQ(laptop.valueOf("thinkpad-isa-0000 power1"), 7.25);
-    const std::string temperature = laptop.keys().at("coretemp-isa-0000 Core 0");
-    EXPECT_EQ(temperature[0], 'T');
-    const SMCParamRecord info = laptop.call(SMCCommand::ReadKeyInfo, temperature);
-    EXPECT_EQ(info.dataSize, 4U);
-    EXPECT_EQ(info.dataType, makeUInt32Key("flt "));
-    EXPECT_EQ(info.result, 0);
-
+    for (const auto& [name, value] :
+        std::map<std::string, double>{{"coretemp-isa-0000 Package id 0", 52}, {"nvme-pci-0100 Composite", 38.85},
+            {"thinkpad-isa-0000 in0", 12.345}, {"thinkpad-isa-0000 curr1", -1.5}, {"thinkpad-isa-0000 power1", 7.25},
+            {"thinkpad-isa-0000 CPU Fan Left Side", 2650}, {"thinkpad-isa-0000 fan2", 0}}) {
+        EXPECT_EQ(laptop.valueOf(name), value) << name;
+    }
+    const std::string core = laptop.keys().at("coretemp-isa-0000 Core 0");
+    EXPECT_EQ(core, "platform/coretemp.0/coretemp/temp2");
+    EXPECT_EQ(laptop.records().at("thinkpad-isa-0000 fan2").limits, (SensorLimits{.low = 500, .high = 6000}));
+    EXPECT_EQ(laptop.read("TC0P"), SensorReading());
     laptop.set("hwmon0", "temp2_input", "61000\n");
-    EXPECT_DOUBLE_EQ(laptop.valueOf("coretemp-isa-0000 Core 0"), 61);
+    EXPECT_EQ(laptop.valueOf("coretemp-isa-0000 Core 0"), 61);
+    laptop.runtime.advance(10);
+    laptop.script->posts = 0;
+    EXPECT_EQ(laptop.sensors->read(std::vector{core, std::string("x"), core}).back(), (SensorReading{true, 61}));
+    EXPECT_EQ(laptop.script->posts, 1) << "what nobody asks for is not read";
 }
 
-TEST(HwmonSMCService, FansHaveACountSpeedsLimitsAndDescriptions)
-{
-    Laptop laptop;
-    EXPECT_EQ(laptop.call(SMCCommand::ReadKey, "FNum").bytes[0], 2);
-    EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "FNum").dataType, makeUInt32Key("ui8 "));
-    for (const auto& [key, speed] :
-        std::map<std::string, double>{{"F0Ac", 2650}, {"F0Mn", 0}, {"F1Ac", 0}, {"F1Mn", 500}, {"F1Mx", 6000}}) {
-        EXPECT_EQ(laptop.value(key), speed) << key;
-    }
-    EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "F0ID").dataType, makeUInt32Key("{fds"));
-    const auto description = laptop.call(SMCCommand::ReadKey, "F0ID").bytes;
-    EXPECT_EQ(std::string(description.begin() + 4, description.begin() + 16), "CPUFanLeftSi");
-}
-
-TEST(HwmonSMCService, SpeaksTheProtocol)
-{
-    Laptop laptop;
-    const auto result = [](SMCResult code) { return static_cast<std::uint8_t>(code); };
-    EXPECT_EQ(laptop.call(SMCCommand::ReadKeyInfo, "TC0P").result, 132);
-    EXPECT_EQ(laptop.call(SMCCommand::ReadKey, "F2Ac").result, 132);
-    EXPECT_EQ(laptop.call(SMCCommand::WriteKey, "F0Ac").result, result(SMCResult::NotWritable));
-    EXPECT_EQ(laptop.call(static_cast<SMCCommand>(77), "F0Ac").result, result(SMCResult::BadCommand));
-
-    const auto count = laptop.call(SMCCommand::ReadKey, "#KEY").bytes[3];
-    std::set<std::uint32_t> all;
-    for (std::uint32_t index = 0; index < count; ++index) {
-        all.insert(laptop.call(SMCCommand::ReadKeyAtIndex, "", index).key);
-    }
-    EXPECT_EQ(all.size(), count);
-    EXPECT_TRUE(all.contains(makeUInt32Key("F1Mx")));
-    EXPECT_EQ(laptop.call(SMCCommand::ReadKeyAtIndex, "", count).result, result(SMCResult::BadIndex));
-
-    SMCParamRecord record;
-    EXPECT_EQ(laptop.smc->callStructMethod(laptop.connection + 1, 2, record, record), IOStatus::NotOpen);
-    EXPECT_EQ(laptop.smc->callStructMethod(laptop.connection, 3, record, record), IOStatus::Error);
-    EXPECT_EQ(laptop.smc->findService("AppleSMCKeysEndpoint"), 0U);
-    EXPECT_EQ(laptop.smc->closeService(laptop.connection), IOStatus::Success);
-    EXPECT_EQ(laptop.smc->callScalarMethod(laptop.connection, 0), IOStatus::NotOpen);
-}
-
-TEST(HwmonSMCService, WhatCannotBeReadIsAbsentAndTheOthersAreThere)
+TEST(HwmonSensors, WhatCannotBeReadIsAbsentAndTheOthersAreThere)
 {
     HwmonMachine machine;
     machine.chip("hwmon0", "platform/it87.656", "platform", "it87",
@@ -122,7 +81,7 @@ TEST(HwmonSMCService, WhatCannotBeReadIsAbsentAndTheOthersAreThere)
     ASSERT_EQ(::mkfifo((machine.tree.root() / "sys/class/hwmon/hwmon0/temp8_input").c_str(), 0600), 0);
     machine.start();
     for (const char* name : {"temp1", "temp2", "temp3", "temp4", "temp5", "temp7", "temp8"}) {
-        EXPECT_TRUE(std::isnan(machine.valueOf("it87-isa-0290 " + std::string(name)))) << name;
+        EXPECT_FALSE(machine.valueOf("it87-isa-0290 " + std::string(name))) << name;
     }
     EXPECT_EQ(machine.valueOf("it87-isa-0290 temp6"), 41);
     machine.set("hwmon0", "temp4_fault", "0");
@@ -131,7 +90,7 @@ TEST(HwmonSMCService, WhatCannotBeReadIsAbsentAndTheOthersAreThere)
     EXPECT_EQ(machine.valueOf("it87-isa-0290 temp1"), 35);
 }
 
-TEST(HwmonSMCService, KeysSurviveAnotherOrderOfProbingAndALostTable)
+TEST(HwmonSensors, KeysSurviveAnotherOrderOfProbing)
 {
     const Laptop first;
     const auto before = first.keys();
@@ -141,18 +100,11 @@ TEST(HwmonSMCService, KeysSurviveAnotherOrderOfProbingAndALostTable)
     addFans(second, "hwmon0");
     addDisk(second, "hwmon3", "nvme4");
     addProcessor(second, "hwmon7");
-    std::filesystem::create_directory(second.tree.root() / "state");
-    std::filesystem::copy_file(first.tree.root() / "state/sensor-keys", second.tree.root() / "state/sensor-keys");
     second.start();
     EXPECT_EQ(second.keys(), before);
-
-    second.tree.remove("state/sensor-keys");
-    second.start();
-    EXPECT_EQ(second.keys(), before);
-    EXPECT_TRUE(std::filesystem::exists(second.tree.root() / "state/sensor-keys"));
 }
 
-TEST(HwmonSMCService, ACounterInADriversNameIsNoPartOfAKey)
+TEST(HwmonSensors, ACounterInADriversNameIsNoPartOfAKey)
 {
     const auto keysWith = [](const char* counter) {
         HwmonMachine machine;
@@ -161,7 +113,7 @@ TEST(HwmonSMCService, ACounterInADriversNameIsNoPartOfAKey)
         }
         machine.start();
         std::set<std::string> keys;
-        for (const HwmonSensor& sensor : machine.sensors->sensors()) {
+        for (const SensorRecord& sensor : machine.sensors->sensors()) {
             keys.insert(sensor.key);
         }
         return keys;
@@ -170,57 +122,20 @@ TEST(HwmonSMCService, ACounterInADriversNameIsNoPartOfAKey)
     EXPECT_EQ(keysWith("0").size(), 3U);
 }
 
-TEST(HwmonSMCService, ADamagedTableKeepsWhatIsLegible)
-{
-    HwmonMachine machine;
-    addLaptop(machine);
-    machine.tree.write("state/sensor-keys",
-        std::string("T042 platform/coretemp.0/coretemp/temp2\nT042 platform/other/temp9\nZ\n\0\xff\n"
-                    "F5Ac platform/thinkpad_hwmon/thinkpad/fan1\nF5",
-            113));
-    machine.start();
-    EXPECT_EQ(machine.keys().at("coretemp-isa-0000 Core 0"), "T042");
-    EXPECT_EQ(machine.keys().at("thinkpad-isa-0000 CPU Fan Left Side"), "F5Ac");
-    EXPECT_EQ(machine.call(SMCCommand::ReadKey, "FNum").bytes[0], 6);
-    EXPECT_EQ(machine.call(SMCCommand::ReadKeyInfo, "F4ID").result, 132);
-
-    machine.tree.remove("state");
-    machine.tree.write("state", "a file where the folder should be");
-    machine.start();
-    EXPECT_EQ(machine.keys().size(), 8U);
-    EXPECT_TRUE(machine.limitations->all().contains("sensor-keys"));
-}
-
-TEST(HwmonSMCService, KeysOfARealSMCAreGivenToNoOtherChannel)
-{
-    for (const auto kind : {SensorChannelKind::Temperature, SensorChannelKind::Fan}) {
-        SMCKeyTable before{std::filesystem::path()};
-        const std::string key = before.keyFor(kind, "chip/channel", {});
-        SMCKeyTable table{std::filesystem::path()};
-        for (SMCKeyTable* each : {&before, &table}) {
-            each->reserve(key);
-            const std::string other = each->keyFor(kind, "chip/channel", {});
-            EXPECT_NE(other, key);
-            EXPECT_EQ(other.size(), 4U);
-            EXPECT_EQ(each->keyFor(kind, "chip/channel", {}), other);
-        }
-    }
-}
-
-TEST(HwmonSMCService, FollowsChipsThatComeAndGo)
+TEST(HwmonSensors, FollowsChipsThatComeAndGo)
 {
     HwmonMachine machine;
     addProcessor(machine, "hwmon0");
     addDisk(machine, "hwmon1", "nvme0");
     machine.start();
     const std::string disk = machine.keys().at("nvme-pci-0100 Composite");
-    const std::uint64_t generation = machine.smc->keyGeneration();
-    EXPECT_FALSE(std::isnan(machine.value(disk)));
+    const std::uint64_t generation = machine.sensors->generation();
+    EXPECT_TRUE(machine.value(disk));
 
     machine.remove("hwmon1");
     machine.runtime.advance(6);
-    EXPECT_EQ(machine.call(SMCCommand::ReadKeyInfo, disk).result, 132);
-    EXPECT_NE(machine.smc->keyGeneration(), generation);
+    EXPECT_FALSE(machine.read(disk).isThere);
+    EXPECT_NE(machine.sensors->generation(), generation);
     EXPECT_EQ(machine.valueOf("coretemp-isa-0000 Core 0"), 49.5);
 
     addDisk(machine, "hwmon2", "nvme1");
@@ -230,7 +145,7 @@ TEST(HwmonSMCService, FollowsChipsThatComeAndGo)
     EXPECT_EQ(machine.value(disk), 31);
 }
 
-TEST(HwmonSMCService, AChipThatHangsIsAbsentAndHoldsUpNoOther)
+TEST(HwmonSensors, AChipThatHangsIsAbsentAndHoldsUpNoOther)
 {
     HwmonMachine machine;
     addProcessor(machine, "hwmon0");
@@ -239,7 +154,7 @@ TEST(HwmonSMCService, AChipThatHangsIsAbsentAndHoldsUpNoOther)
     const std::string processor = machine.keys().at("coretemp-isa-0000 Core 0");
     const std::string disk = machine.keys().at("nvme-pci-0100 Composite");
     ASSERT_EQ(machine.value(processor), 49.5);
-    ASSERT_FALSE(std::isnan(machine.value(disk)));
+    ASSERT_TRUE(machine.value(disk));
 
     machine.runtime.advance(1);
     machine.script->hang = 0; // the processor's chip is the first to be read
@@ -248,7 +163,7 @@ TEST(HwmonSMCService, AChipThatHangsIsAbsentAndHoldsUpNoOther)
     EXPECT_EQ(machine.value(processor), 49.5); // waited for in vain: what it said a second ago
     EXPECT_EQ(machine.value(disk), 70);
     machine.runtime.advance(8);
-    EXPECT_TRUE(std::isnan(machine.value(processor)));
+    EXPECT_FALSE(machine.value(processor));
     EXPECT_EQ(machine.value(disk), 70);
     EXPECT_EQ(machine.script->waits, 2); // once for the chip that hangs, once for the other, which was read meanwhile
 
@@ -258,7 +173,7 @@ TEST(HwmonSMCService, AChipThatHangsIsAbsentAndHoldsUpNoOther)
     EXPECT_EQ(machine.value(processor), 49.5);
 }
 
-TEST(HwmonSMCService, AServerWithManyChipsIsReadOnceARound)
+TEST(HwmonSensors, AServerWithManyChipsIsReadOnceARound)
 {
     HwmonMachine server;
     for (int bus = 0; bus < 20; ++bus) {
@@ -274,7 +189,7 @@ TEST(HwmonSMCService, AServerWithManyChipsIsReadOnceARound)
     }
     server.start();
     const auto keys = server.keys();
-    EXPECT_EQ(keys.size(), 20U * 9 + 16); // there are 16 numbers for fans
+    EXPECT_EQ(keys.size(), 20U * 10);
     EXPECT_TRUE(keys.contains("lm75-i2c-3-23 temp9"));
     std::set<std::string> distinct;
     for (const auto& [name, key] : keys) {
@@ -285,12 +200,12 @@ TEST(HwmonSMCService, AServerWithManyChipsIsReadOnceARound)
     server.runtime.advance(1);
     server.script->posts = 0;
     for (const auto& [name, key] : keys) {
-        EXPECT_FALSE(std::isnan(server.value(key)));
+        EXPECT_TRUE(server.value(key));
     }
     EXPECT_EQ(server.script->posts, 20);
 }
 
-TEST(HwmonSMCService, OnAMacTheKeysAreTheChipsOwn)
+TEST(HwmonSensors, OnAMacTheKeysAreTheChipsOwn)
 {
     HwmonMachine mac;
     addProcessor(mac, "hwmon0");
@@ -325,41 +240,40 @@ TEST(HwmonSMCService, OnAMacTheKeysAreTheChipsOwn)
     EXPECT_FALSE(LinuxMachineInfo(silicon.tree.root()).hasService("FakeSMC"));
 }
 
-TEST(HwmonSMCService, AMachineWithoutChipsHasAnEmptySMC)
+TEST(HwmonSensors, AMachineWithoutChips)
 {
     HwmonMachine empty;
     empty.start();
-    EXPECT_TRUE(empty.keys().empty());
-    EXPECT_EQ(empty.call(SMCCommand::ReadKey, "FNum").bytes[0], 0);
-    EXPECT_TRUE(HwmonSensorChannels(empty.sensors).channels().empty());
+    EXPECT_TRUE(empty.sensors->sensors().empty());
+    EXPECT_TRUE(empty.sensors->flags().empty());
     EXPECT_TRUE(LinuxMachineInfo(empty.tree.root()).hasService("FakeSMC"));
-    EXPECT_FALSE(std::filesystem::exists(empty.tree.root() / "state"));
 }
 
-TEST(HwmonSensorChannels, TellChipsLabelsAndLimits)
+TEST(HwmonSensors, TellChipsLabelsAndLimits)
 {
     HwmonMachine laptop;
     addLaptop(laptop);
     laptop.tree.write("etc/sensors.d/mine",
-        "chip \"thinkpad-*\"\n  label in0 \"Battery\"\n  compute in0 @*2, @/2\n"
+        "chip \"thinkpad-*\"\n  label in0 \"Battery\"\n  compute in0 @*2.9, @/2.9\n"
         "  ignore fan2\nchip \"core*-isa-*\"\n  label temp2 \"Kern\033[31m\"\n");
     laptop.start();
-    const auto channels = HwmonSensorChannels(laptop.sensors).channels();
-    ASSERT_EQ(channels.size(), 7U);
-    EXPECT_EQ(channels[0],
-        (SensorChannel{.key = laptop.keys().at("coretemp-isa-0000 Package id 0"),
+    const auto sensors = laptop.sensors->sensors();
+    ASSERT_EQ(sensors.size(), 8U);
+    EXPECT_EQ(sensors[0],
+        (SensorRecord{.key = "platform/coretemp.0/coretemp/temp1",
             .chip = "coretemp-isa-0000",
+            .channel = "temp1",
             .label = "Package id 0",
-            .kind = SensorChannelKind::Temperature,
-            .critical = 105,
+            .kind = SensorKind::Temperature,
+            .limits = {.critical = 105},
             .tellsCritical = true}));
-    EXPECT_EQ(channels[1].label, "Kern?[31m");
-    EXPECT_EQ(channels[2].low, -273.15);
-    EXPECT_FALSE(laptop.keys().contains("thinkpad-isa-0000 fan2"));
-    EXPECT_NEAR(laptop.valueOf("thinkpad-isa-0000 Battery"), 24.69, 1e-5);
+    EXPECT_EQ(sensors[1].label, "Kern?[31m");
+    EXPECT_EQ(sensors[2].limits.low, -273.15);
+    EXPECT_FALSE(laptop.keys().contains("thinkpad-isa-0000 fan2")) << "told as one that is ignored";
+    EXPECT_EQ(laptop.valueOf("thinkpad-isa-0000 Battery"), 35.8005) << "not what binary makes of it";
 }
 
-TEST(HwmonSensorChannels, ChipsSayThemselvesWhatIsWrong)
+TEST(HwmonSensors, ChipsSayThemselvesWhatIsWrong)
 {
     HwmonMachine machine;
     machine.chip("hwmon0", "platform/nct6775.656", "platform", "nct6775",
@@ -370,15 +284,14 @@ TEST(HwmonSensorChannels, ChipsSayThemselvesWhatIsWrong)
         {{"temp1_input", "101000"}, {"temp1_crit", "100000"}, {"temp1_lcrit", "-20000"}, {"temp1_crit_alarm", "1"},
             {"temp2_input", "-30000"}, {"temp2_min_alarm", "1"}, {"temp2_lcrit_alarm", ""}});
     machine.start();
-    HwmonSensorChannels channels(machine.sensors);
-    std::map<std::string, SensorChannel> known;
-    for (const SensorChannel& channel : channels.channels()) {
-        known[channel.key] = channel;
-        machine.value(channel.key);
+    std::map<std::string, SensorRecord> known;
+    for (const auto& [name, record] : machine.records()) {
+        known[record.key] = record;
+        machine.value(record.key);
     }
     machine.runtime.advance(1);
     machine.script->posts = 0;
-    const auto raised = channels.flags();
+    const auto raised = machine.sensors->flags();
     EXPECT_EQ(machine.script->posts, 2) << "one reading a chip";
     std::map<std::string, SensorFlags> byName;
     for (const auto& [key, flags] : raised) {
@@ -389,21 +302,21 @@ TEST(HwmonSensorChannels, ChipsSayThemselvesWhatIsWrong)
             {"nct6775-isa-0290 fan1", {.any = true}}, {"nct6775-isa-0290 temp1", {.fault = true}},
             {"nct6775-isa-0290 temp2", {.high = true}}, {"lm90-i2c-7-4c temp1", {.critical = true}},
             {"lm90-i2c-7-4c temp2", {.low = true}}}));
-    EXPECT_EQ(known.at(machine.keys().at("lm90-i2c-7-4c temp1")).lowCritical, -20);
-    EXPECT_EQ(machine.keys().at("nct6775-isa-0290 humidity1")[0], 'H');
+    EXPECT_EQ(machine.records().at("lm90-i2c-7-4c temp1").limits.lowCritical, -20);
+    EXPECT_EQ(machine.records().at("nct6775-isa-0290 humidity1").kind, SensorKind::Humidity);
     EXPECT_EQ(machine.valueOf("nct6775-isa-0290 humidity1"), 48.5);
     machine.set("hwmon0", "temp1_fault", "0");
     EXPECT_EQ(machine.valueOf("nct6775-isa-0290 temp1"), 127);
-    EXPECT_FALSE(channels.flags().contains(machine.keys().at("nct6775-isa-0290 temp1")));
+    EXPECT_FALSE(machine.sensors->flags().contains(machine.keys().at("nct6775-isa-0290 temp1")));
 }
 
-TEST(HwmonSensorChannels, ADiskIsReadSeldom)
+TEST(HwmonSensors, ADiskIsReadSeldom)
 {
     HwmonMachine machine;
     machine.chip("hwmon0", "pci0000:00/0000:00:17.0/ata5/host4/target4:0:0/4:0:0:0", "scsi", "drivetemp",
         {{"temp1_input", "31000"}});
     machine.start();
-    EXPECT_TRUE(HwmonSensorChannels(machine.sensors).channels().at(0).disturbs);
+    EXPECT_TRUE(machine.sensors->sensors().at(0).disturbs);
     const std::string key = machine.sensors->sensors().at(0).key;
     EXPECT_EQ(machine.value(key), 31);
     machine.script->posts = 0;
@@ -415,7 +328,7 @@ TEST(HwmonSensorChannels, ADiskIsReadSeldom)
     EXPECT_EQ(machine.value(key), 40);
 }
 
-TEST(HwmonSensorChannels, ASleepingDeviceIsNotWoken)
+TEST(HwmonSensors, ASleepingDeviceIsNotWoken)
 {
     HwmonMachine machine;
     const std::string gpu = "pci0000:00/0000:00:01.0/0000:01:00.0";
@@ -427,59 +340,36 @@ TEST(HwmonSensorChannels, ASleepingDeviceIsNotWoken)
     };
     becomes("suspended");
     machine.start();
-    HwmonSensorChannels channels(machine.sensors);
     const std::string key = machine.keys().at("amdgpu-pci-0100 temp1");
-    EXPECT_FALSE(channels.channels().at(0).critical);
-    EXPECT_TRUE(channels.flags().empty());
-    EXPECT_TRUE(std::isnan(machine.value(key)));
+    EXPECT_FALSE(machine.sensors->sensors().at(0).limits.critical);
+    EXPECT_TRUE(machine.sensors->flags().empty());
+    EXPECT_FALSE(machine.value(key));
     for (const char* awake : {"active", "unsupported"}) {
         becomes(awake);
         EXPECT_EQ(machine.value(key), 41) << awake;
-        EXPECT_EQ(channels.channels().at(0).critical, 100);
-        EXPECT_EQ(channels.flags().size(), 1U);
+        EXPECT_EQ(machine.sensors->sensors().at(0).limits.critical, 100);
+        EXPECT_EQ(machine.sensors->flags().size(), 1U);
         becomes("suspended");
-        EXPECT_TRUE(std::isnan(machine.value(key))) << "not what it was when it went to sleep";
-        EXPECT_EQ(machine.call(SMCCommand::ReadKeyInfo, key).result, 0) << "it is still there";
-        EXPECT_TRUE(channels.flags().empty());
+        EXPECT_EQ(machine.read(key), (SensorReading{true, std::nullopt}))
+            << "there, but not as it was before its sleep";
+        EXPECT_TRUE(machine.sensors->flags().empty());
     }
 }
 
-TEST(HwmonSensorChannels, ALimitThatCouldNotBeReadComesLater)
+TEST(HwmonSensors, ALimitThatCouldNotBeReadComesLater)
 {
     HwmonMachine machine;
     addProcessor(machine, "hwmon0");
     machine.set("hwmon0", "temp1_crit", "");
     machine.start();
-    HwmonSensorChannels channels(machine.sensors);
-    const std::uint64_t generation = channels.generation();
-    EXPECT_FALSE(channels.channels()[0].critical);
+    const std::uint64_t generation = machine.sensors->generation();
+    EXPECT_FALSE(machine.sensors->sensors()[0].limits.critical);
     machine.runtime.advance(61);
-    EXPECT_EQ(channels.generation(), generation) << "still none";
+    EXPECT_EQ(machine.sensors->generation(), generation) << "still none";
     machine.set("hwmon0", "temp1_crit", "100000");
     machine.runtime.advance(61);
-    EXPECT_NE(channels.generation(), generation);
-    EXPECT_EQ(channels.channels()[0].critical, 100);
-}
-
-TEST(HwmonSensorServices, GiveChannelsByLabel)
-{
-    HwmonMachine machine;
-    addLaptop(machine);
-    machine.chip("hwmon3", "platform/coretemp.1", "platform", "coretemp",
-        {{"temp1_input", "51000"}, {"temp1_label", "Package id 1"}, {"temp2_input", ""}, {"temp2_label", "Core 0"}});
-    machine.start();
-    HwmonSensorServices services(machine.sensors);
-    const auto temperatures = services.read({.usagePage = 0xFF00, .usage = 5, .eventType = 15, .field = 15U << 16});
-    ASSERT_EQ(temperatures.size(), 5U);
-    EXPECT_EQ(temperatures[0].product, "Package id 0");
-    EXPECT_EQ(temperatures[0].value, 52);
-    EXPECT_EQ(temperatures[1].product, "Core 0 (coretemp-isa-0000)");
-    EXPECT_EQ(temperatures[3].product, "Core 0 (coretemp-isa-0001)");
-    EXPECT_EQ(temperatures[3].value, std::nullopt);
-    const auto power = services.read({.usagePage = 0xFF08, .usage = 1, .eventType = 25, .field = 25U << 16});
-    EXPECT_EQ(power.at(0).value, 7250);
-    EXPECT_EQ(services.read({.usagePage = 0xFF08, .usage = 2, .eventType = 25, .field = 25U << 16})[0].value, -1500);
-    EXPECT_TRUE(services.read({.usagePage = 1, .usage = 2, .eventType = 15, .field = 15U << 16}).empty());
+    EXPECT_NE(machine.sensors->generation(), generation);
+    EXPECT_EQ(machine.sensors->sensors()[0].limits.critical, 100);
 }
 
 } // namespace
