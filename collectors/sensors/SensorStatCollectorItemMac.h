@@ -21,7 +21,14 @@ public:
     void setIsClients(bool isClients) { isClients_ = isClients; }
 
     /// Makes the alternate key: the codes of the key's characters in decimal, last character first.
-    void loadAlternateKey();
+    void loadAlternateKey()
+    {
+        std::string codes;
+        for (const char character : key().value_or("")) {
+            codes.insert(0, std::to_string(static_cast<unsigned char>(character)));
+        }
+        setAlternateKey(codes);
+    }
 
     // Of the interface, and called by nothing here
     bool intelFrequencySensor() const { return intelFrequencySensor_; }

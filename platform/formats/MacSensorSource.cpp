@@ -1,7 +1,6 @@
 #include "platform/formats/MacSensorSource.h"
 
 #include "base/Text.h"
-#include "platform/formats/SMCSensorKeys.h"
 
 #include <fmt/format.h>
 
@@ -41,6 +40,46 @@ SensorKind kindOfLetter(char letter)
         : letter == 'I'  ? SensorKind::Current
         : letter == 'P'  ? SensorKind::Power
                          : SensorKind::Temperature;
+}
+
+/// Macs have a thousand or two, of which some hundred are sensors.
+constexpr std::size_t mostKeys = 4096;
+constexpr std::size_t mostSensors = 512;
+
+/// What keys read whose sensor is not fitted lies outside, °C.
+constexpr float coldest = 0;
+constexpr float hottest = 130;
+
+bool looksLikeSensor(SensorSMCController& smc, SMCOrigin origin, const std::string& key)
+{
+    constexpr std::string_view letters = "TVIP";
+    if (key.empty() || letters.find(key.front()) == std::string_view::npos) {
+        return false;
+    }
+    SMCKeyValue data;
+    smc.dataForKey(key, data);
+    const std::string_view type(data.dataType.data(), 4);
+    if (!type.starts_with("sp") && !type.starts_with("fp") && type != "flt ") {
+        return false; // counters, flags and settings
+    }
+    const float value = convertSMCData(data, origin);
+    if (smc.lastReadFailed() || !std::isfinite(value) || value == 0) {
+        return false;
+    }
+    return key.front() != 'T' || (value > coldest && value < hottest);
+}
+
+/// The keys of an SMC that are sensors by their looks: the first letter of temperatures, voltages, currents or powers, a
+/// type with a fraction, and a reading other than 0. Asks for every key there is, which takes a moment.
+std::vector<std::string> sensorKeysByLooks(SensorSMCController& smc, SMCOrigin origin)
+{
+    std::vector<std::string> sensors;
+    for (std::string& key : smc.keys(mostKeys)) {
+        if (sensors.size() < mostSensors && looksLikeSensor(smc, origin, key)) {
+            sensors.push_back(std::move(key));
+        }
+    }
+    return sensors;
 }
 
 const SensorRecord* withKey(const std::vector<SensorRecord>& records, const std::string& key)

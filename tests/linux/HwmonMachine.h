@@ -104,22 +104,14 @@ public:
         }
         return records;
     }
-    /// Key by "chip label", as told now.
-    std::map<std::string, std::string> keys() const
-    {
-        std::map<std::string, std::string> keys;
-        for (const auto& [name, record] : records()) {
-            keys[name] = record.key;
-        }
-        return keys;
-    }
+    std::string key(const std::string& name) const { return records().at(name).key; }
     SensorReading read(const std::string& key) const { return sensors->read({&key, 1}).front(); }
     std::optional<double> value(const std::string& key) const { return read(key).value; }
     /// By chip and label.
     std::optional<double> valueOf(const std::string& name) const
     {
         runtime.advance(1);
-        return value(keys().at(name));
+        return value(key(name));
     }
 
     TemporaryTree tree;

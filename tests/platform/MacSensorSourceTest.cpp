@@ -83,7 +83,8 @@ TEST(MacSensorSource, WithoutServicesKeysThatLookLikeSensors)
     mac.smc->present = false;
     const std::uint64_t none = mac.source->generation();
     EXPECT_THAT(mac.source->sensors(), testing::IsEmpty());
-    mac.smc->present = true;
+    EXPECT_EQ(mac.read("TC0P"), SensorReading());
+    mac.smc->present = true; // the driver has come
     mac.smc->set("TC0P", "sp78", {0x29, 0x80});
     mac.smc->set("TCNT", "ui8 ", {5});
     mac.smc->setFloat("VC0C", 1.048F);
@@ -133,16 +134,6 @@ TEST(MacSensorSource, FansOfAnEmulatedSMCNameThemselves)
             .limits = {.low = 800, .high = 3200},
             .mayStandStill = true}));
     EXPECT_EQ(mac.read("FAAc"), (SensorReading{true, 1200}));
-}
-
-TEST(MacSensorSource, OpensTheSMCWhenItIsThere)
-{
-    const Mac mac;
-    mac.smc->present = false;
-    mac.smc->setFloat("TC0P", 40);
-    EXPECT_EQ(mac.read("TC0P"), SensorReading());
-    mac.smc->present = true;
-    EXPECT_EQ(mac.read("TC0P"), (SensorReading{true, 40}));
 }
 
 } // namespace

@@ -112,6 +112,9 @@ TEST_F(SensorsTest, TemperaturesAreServicesByTheirNames)
     EXPECT_EQ(listed[2]["name"], "Performance cores");
     EXPECT_EQ(listed[2]["kind"], "temperature") << "its first letter is no kind";
     EXPECT_EQ(listed[5]["name"], "Fan 1");
+    EXPECT_EQ(listed[4]["name"], "TC0P");
+    electric(json(R"([{"key":"TC0P","name":"CPU Proximity"}])"));
+    EXPECT_EQ(sensor("TC0P").name(), "CPU Proximity") << "by who knows it";
 
     const Value entries = daemon->ports.supportedArmSensors(
         json(R"([{"key":"AS_PERF_AVG","name":"Fast cores","high":110},{"key":"AS_EFF_AVG"},{"key":"TC0P"}])"));
@@ -149,17 +152,6 @@ TEST_F(SensorsTest, WhereTheHostNamesSensorsTheirLabelsAreServices)
     machine.runtime.advance(60);
     EXPECT_EQ(source().reads["T0AC"], before) << "nobody asks: the disk may rest, whatever it is called";
     EXPECT_FALSE(sensor("temp1").hasValue());
-}
-
-TEST_F(SensorsTest, KeysThatAreListedAreNamedByWhoKnowsThem)
-{
-    source().change({namelessSensor("TC0P"), namelessSensor("VC0C", {}, SensorKind::Voltage)});
-    measure({{"TC0P", 41.5}, {"VC0C", 1.25}});
-    start();
-    EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "VC0C"));
-    electric(json(R"([{"key":"TC0P","name":"CPU Proximity"}])"));
-    EXPECT_EQ(list()[0]["name"], "CPU Proximity");
-    EXPECT_EQ(list()[1]["name"], "VC0C");
 }
 
 /// Channels as hwmon tells them get keys that may never change: they are in files.

@@ -18,22 +18,21 @@ namespace meridal::test {
 class FakeSMCService final : public SMCService {
 public:
     struct Key {
-        std::string type;                ///< four characters
-        std::vector<std::uint8_t> bytes; ///< as many as the key has
-        bool readFails = false;          ///< the driver fails to read it, and the output stays as it was
-        std::uint8_t infoResult = 0;     ///< what the SMC says when asked what the key is
+        std::string type = {};                ///< four characters
+        std::vector<std::uint8_t> bytes = {}; ///< as many as the key has
+        bool readFails = false;               ///< the driver fails to read it, and the output stays as it was
+        std::uint8_t infoResult = 0;          ///< what the SMC says when asked what the key is
     };
 
     void set(const std::string& key, std::string type, std::vector<std::uint8_t> bytes)
     {
-        keys[key] = Key{.type = std::move(type), .bytes = std::move(bytes), .readFails = false, .infoResult = 0};
+        keys[key] = Key{.type = std::move(type), .bytes = std::move(bytes)};
     }
     /// A key of type "flt ".
     void setFloat(const std::string& key, float value)
     {
-        std::vector<std::uint8_t> bytes(sizeof value);
-        std::memcpy(bytes.data(), &value, sizeof value);
-        set(key, "flt ", std::move(bytes));
+        set(key, "flt ", std::vector<std::uint8_t>(sizeof value));
+        std::memcpy(keys[key].bytes.data(), &value, sizeof value);
     }
     static std::uint32_t packed(std::string_view text)
     {
@@ -43,17 +42,11 @@ public:
         }
         return number;
     }
-    /// How often a command was sent, and for a key.
+    /// How often a command was sent.
     std::ptrdiff_t count(SMCCommand command) const
     {
         return std::count_if(sent.begin(), sent.end(),
             [&](const auto& record) { return record.command == static_cast<std::uint8_t>(command); });
-    }
-    std::ptrdiff_t count(SMCCommand command, std::string_view key) const
-    {
-        return std::count_if(sent.begin(), sent.end(), [&](const auto& record) {
-            return record.command == static_cast<std::uint8_t>(command) && record.key == packed(key);
-        });
     }
 
     Handle findService(std::string_view serviceClass) override
@@ -65,9 +58,7 @@ public:
     IOStatus openService(Handle, std::uint32_t type, Handle& connection) override
     {
         openedType = type;
-        if (openStatus == IOStatus::Success) {
-            connection = ++lastConnection;
-        }
+        connection = openStatus == IOStatus::Success ? ++lastConnection : connection;
         return openStatus;
     }
     IOStatus closeService(Handle connection) override
@@ -78,7 +69,7 @@ public:
     IOStatus callScalarMethod(Handle connection, std::uint32_t selector) override
     {
         scalarCalls.emplace_back(connection, selector);
-        return scalarStatus;
+        return IOStatus::Success;
     }
     IOStatus callStructMethod(
         Handle connection, std::uint32_t selector, const SMCParamRecord& input, SMCParamRecord& output) override
@@ -87,19 +78,17 @@ public:
         if (connection == 0 || selector != 2) {
             return IOStatus::Error;
         }
-        if (input.command == static_cast<std::uint8_t>(SMCCommand::ReadKeyAtIndex)) {
-            const bool isThere = input.data32 < keys.size();
-            output.key = isThere ? packed(std::next(keys.begin(), input.data32)->first) : 0;
-            output.result = static_cast<std::uint8_t>(isThere ? SMCResult::Success : SMCResult::BadIndex);
-            return IOStatus::Success;
-        }
-        const auto entry = std::find_if(
-            keys.begin(), keys.end(), [&](const auto& candidate) { return packed(candidate.first) == input.key; });
+        const auto command = static_cast<SMCCommand>(input.command);
+        const bool isByIndex = command == SMCCommand::ReadKeyAtIndex;
+        const auto entry = isByIndex
+            ? std::next(keys.begin(), static_cast<std::ptrdiff_t>(std::min<std::size_t>(input.data32, keys.size())))
+            : std::find_if(keys.begin(), keys.end(), [&](const auto& each) { return packed(each.first) == input.key; });
         if (entry == keys.end()) {
-            output.result = static_cast<std::uint8_t>(SMCResult::KeyNotFound);
+            output.result = static_cast<std::uint8_t>(isByIndex ? SMCResult::BadIndex : SMCResult::KeyNotFound);
             return IOStatus::Success;
         }
-        return answer(entry->second, input, output);
+        output.key = packed(entry->first);
+        return answer(entry->second, command, input, output);
     }
 
     std::map<std::string, Key> keys;
@@ -108,7 +97,6 @@ public:
     std::vector<Handle> closed;
     bool present = true;
     IOStatus openStatus = IOStatus::Success;
-    IOStatus scalarStatus = IOStatus::Success;
     IOStatus writeStatus = IOStatus::Success;
     std::uint32_t openedType = 0;
     Handle lastConnection = 40;
@@ -116,26 +104,20 @@ public:
     int releases = 0;
 
 private:
-    IOStatus answer(Key& key, const SMCParamRecord& input, SMCParamRecord& output) const
+    IOStatus answer(Key& key, SMCCommand command, const SMCParamRecord& input, SMCParamRecord& output) const
     {
-        if (input.command == static_cast<std::uint8_t>(SMCCommand::ReadKeyInfo)) {
+        if (command == SMCCommand::ReadKeyInfo) {
             output.result = key.infoResult;
-            if (key.infoResult == 0) {
-                output.dataSize = static_cast<std::uint32_t>(key.bytes.size());
-                output.dataType = packed(key.type);
-            }
-        } else if (input.command == static_cast<std::uint8_t>(SMCCommand::ReadKey)) {
-            if (key.readFails) {
-                return IOStatus::Error;
-            }
+            output.dataSize = key.infoResult == 0 ? static_cast<std::uint32_t>(key.bytes.size()) : 0;
+            output.dataType = key.infoResult == 0 ? packed(key.type) : 0;
+        } else if (command == SMCCommand::ReadKey && key.readFails) {
+            return IOStatus::Error;
+        } else if (command == SMCCommand::ReadKey) {
             std::copy(key.bytes.begin(), key.bytes.end(), output.bytes.begin());
-        } else if (input.command == static_cast<std::uint8_t>(SMCCommand::WriteKey)) {
-            if (writeStatus == IOStatus::Success) {
-                std::copy_n(input.bytes.begin(), key.bytes.size(), key.bytes.begin());
-            }
-            return writeStatus;
+        } else if (command == SMCCommand::WriteKey && writeStatus == IOStatus::Success) {
+            std::copy_n(input.bytes.begin(), key.bytes.size(), key.bytes.begin());
         }
-        return IOStatus::Success;
+        return command == SMCCommand::WriteKey ? writeStatus : IOStatus::Success;
     }
 };
 
@@ -145,8 +127,7 @@ public:
     std::vector<SensorServiceReading> read(const SensorServiceQuery& query) override
     {
         asked.push_back(query);
-        const auto entry = services.find({query.usagePage, query.usage});
-        return entry == services.end() ? std::vector<SensorServiceReading>() : entry->second;
+        return services[{query.usagePage, query.usage}];
     }
 
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::vector<SensorServiceReading>> services;
