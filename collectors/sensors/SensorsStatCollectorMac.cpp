@@ -124,14 +124,19 @@ SensorReading SensorsStatCollectorMac::readSource(const std::string& source)
 void SensorsStatCollectorMac::readAhead(const std::vector<std::string>& sources)
 {
     std::vector<std::string> unread;
+    std::vector<SensorReading*> readings; // which stay where they are
     for (const std::string& source : sources) {
-        if (readings_->size() < mostKeysAsked && readings_->try_emplace(source).second) {
+        if (readings_->size() >= mostKeysAsked) {
+            break;
+        }
+        if (const auto [reading, isNew] = readings_->try_emplace(source); isNew) {
             unread.push_back(source);
+            readings.push_back(&reading->second);
         }
     }
     const std::vector<SensorReading> said = source_.read(unread);
     for (std::size_t index = 0; index < unread.size(); ++index) {
-        readings_->insert_or_assign(unread[index], said[index]);
+        *readings[index] = said[index];
     }
 }
 
