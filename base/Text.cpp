@@ -123,4 +123,19 @@ std::string fixed0(double value)
     return fmt::format("{:.0f}", std::isfinite(value) ? value : 0.0);
 }
 
+double toSevenDigits(double value)
+{
+    constexpr int digits = 7;
+    constexpr int mostDecimals = 12;
+    if (!std::isfinite(value) || value == 0) {
+        return value;
+    }
+    const int whole = static_cast<int>(std::floor(std::log10(std::abs(value)))) + 1;
+    if (whole >= digits || digits - whole > mostDecimals) {
+        return value;
+    }
+    const double scale = std::pow(10.0, digits - whole);
+    return std::round(value * scale) / scale;
+}
+
 } // namespace meridal

@@ -20,4 +20,7 @@ int displayWidth(std::string_view text);
 std::string fixed2(double value);
 std::string fixed0(double value);
 
+/// The decimal number that was meant: a float of 1.048 is 1.0479999780654907 to others. Floats hold seven digits.
+double toSevenDigits(double value);
+
 } // namespace meridal

@@ -1,13 +1,7 @@
-// Reading 200 keys of the SMC that hwmon chips make up: 10 chips with 20 temperatures each, in files in memory.
+// Reading 200 sensors of hwmon chips: 10 chips with 20 temperatures each, in files in memory.
 
 #include "base/AsioRuntime.h"
-#include "base/Log.h"
-#include "base/NotificationCenter.h"
-#include "collectors/sensors/SensorSMCController.h"
-#include "platform/Context.h"
-#include "platform/host/Host.h"
 #include "platform/linux/sensors/HwmonReader.h"
-#include "platform/linux/sensors/HwmonSMCService.h"
 #include "platform/linux/sensors/HwmonSensors.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -33,24 +27,15 @@ struct Machine {
                 tree.write(folder + "temp" + std::to_string(channel) + "_input", std::to_string(40'000 + channel));
             }
         }
-        sensors =
-            std::make_shared<HwmonSensors>(runtime, HwmonOptions{.root = tree.root(), .keyFile = {}}, host.limitations);
-        host.smc = std::make_unique<HwmonSMCService>(sensors);
-        controller = std::make_unique<SensorSMCController>(context);
-        controller->open();
-        for (const HwmonSensor& sensor : sensors->sensors()) {
+        sensors = std::make_unique<HwmonSensors>(runtime, HwmonOptions{.root = tree.root()});
+        for (const SensorRecord& sensor : sensors->sensors()) {
             keys.push_back(sensor.key);
         }
     }
 
     test::TemporaryTree tree;
     AsioRuntime runtime;
-    Host host;
-    NotificationCenter notifications;
-    Log log;
-    Context context{runtime, host, notifications, log, Paths::underRoot(tree.root())};
-    std::shared_ptr<HwmonSensors> sensors;
-    std::unique_ptr<SensorSMCController> controller;
+    std::unique_ptr<HwmonSensors> sensors;
     std::vector<std::string> keys;
 };
 
@@ -87,16 +72,12 @@ BENCHMARK(readFiles)->UseRealTime();
 void readKeys(benchmark::State& state)
 {
     Machine machine;
-    SMCKeyValue value;
     for (auto _ : state) {
         state.PauseTiming();
         const double until = machine.runtime.monotonicTime() + 0.25;
         while (machine.runtime.monotonicTime() < until) { }
         state.ResumeTiming();
-        for (const std::string& key : machine.keys) {
-            machine.controller->readKey(key, value);
-            benchmark::DoNotOptimize(value);
-        }
+        benchmark::DoNotOptimize(machine.sensors->read(machine.keys));
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(machine.keys.size()));
 }
@@ -106,12 +87,8 @@ BENCHMARK(readKeys)->Iterations(20)->UseRealTime();
 void readKeysAgain(benchmark::State& state)
 {
     Machine machine;
-    SMCKeyValue value;
     for (auto _ : state) {
-        for (const std::string& key : machine.keys) {
-            machine.controller->readKey(key, value);
-            benchmark::DoNotOptimize(value);
-        }
+        benchmark::DoNotOptimize(machine.sensors->read(machine.keys));
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(machine.keys.size()));
 }

@@ -1,20 +1,20 @@
-// What sensors cost: reading and converting 200 keys through the SMC controller, and the collector's whole second with 200
-// items, history and its files included. The SMC is one in memory: the drivers' own time is not in here.
+// What sensors cost: reading and converting 200 keys of an SMC, and the collector's whole second with 200 items, history and
+// its files included. SMC and sensors are in memory: the drivers' own time is not in here.
 
 #include "base/Log.h"
-#include "collectors/sensors/SMCDataTypes.h"
-#include "collectors/sensors/SensorSMCController.h"
-#include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/PlatformController.h"
+#include "platform/formats/SMCDataTypes.h"
 #include "tests/support/FakeHost.h"
+#include "tests/support/FakeSMC.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace meridal {
@@ -64,54 +64,71 @@ public:
     std::uint64_t calls = 0;
 };
 
+/// Sensors that always read something else.
+class TableSource final : public SensorSource {
+public:
+    std::uint64_t generation() override { return 1; }
+    std::vector<SensorRecord> sensors() override { return {}; }
+    std::vector<SensorReading> read(std::span<const std::string> keys) override
+    {
+        std::vector<SensorReading> readings;
+        for (const std::string& key : keys) {
+            const bool isThere = names.contains(key);
+            readings.push_back({.isThere = isThere,
+                .value = isThere ? std::optional(40 + static_cast<double>(++calls % 32)) : std::nullopt});
+        }
+        return readings;
+    }
+    std::map<std::string, SensorFlags> flags() override { return {}; }
+
+    std::unordered_set<std::string> names;
+    std::uint64_t calls = 0;
+};
+
 /// A machine with 200 sensors that a client has asked for.
 struct Bench {
-    Bench() : smc(prepared()), arm(machine.context), platform(machine.context) { }
+    Bench() : platform(prepared()), collector(machine.context, platform) { }
 
     Context& prepared()
     {
-        auto service = std::make_unique<TableSMC>();
-        table = service.get();
-        machine.host.smc = std::move(service);
-        return machine.context;
-    }
-    Value configurations() const
-    {
-        Value all = Value::array();
-        for (const std::string& name : table->names) {
-            all.push_back({{"key", name}, {"name", "Sensor " + name}});
+        auto source = std::make_unique<TableSource>();
+        for (const std::string& name : TableSMC().names) {
+            source->names.insert(name);
+            configurations.push_back({{"key", name}, {"name", "Sensor " + name}});
         }
-        return all;
+        machine.host.sensors = std::move(source);
+        return machine.context;
     }
 
     test::FakeMachine machine;
-    TableSMC* table = nullptr;
-    SensorSMCController smc;
-    SensorsARMController arm;
+    HistoryDatabaseController databases{machine.context};
+    Value configurations = Value::array();
     PlatformController platform;
+    SensorsStatCollectorMac collector;
 };
 
 void readAndConvert(benchmark::State& state)
 {
-    Bench bench;
-    bench.smc.openIfNeeded();
+    TableSMC table;
+    SensorSMCController smc(table);
+    smc.open();
     const auto readAll = [&] {
         double sum = 0;
-        for (const std::string& name : bench.table->names) {
+        for (const std::string& name : table.names) {
             SMCKeyValue value;
-            bench.smc.dataForKey(name, value);
+            smc.dataForKey(name, value);
             sum += convertSMCData(value, SMCOrigin::Own);
         }
         benchmark::DoNotOptimize(sum);
     };
     readAll(); // types and sizes are known from here on
-    const std::uint64_t before = bench.table->calls;
+    const std::uint64_t before = table.calls;
     for (auto _ : state) {
         readAll();
     }
     state.SetItemsProcessed(state.iterations() * sensors);
     state.counters["callsPerReading"] =
-        static_cast<double>(bench.table->calls - before) / static_cast<double>(state.iterations() * sensors);
+        static_cast<double>(table.calls - before) / static_cast<double>(state.iterations() * sensors);
 }
 
 /// Ten minutes of virtual time an iteration, on one thread with everything, SQLite included, once the tables are full.
@@ -119,12 +136,10 @@ void readAndConvert(benchmark::State& state)
 void secondsOfSensors(benchmark::State& state)
 {
     Bench bench;
-    HistoryDatabaseController databases(bench.machine.context);
-    bench.machine.context.databases = &databases;
-    SensorsStatCollectorMac collector(
-        bench.machine.context, {.smc = bench.smc, .arm = bench.arm, .platform = bench.platform});
+    bench.machine.context.databases = &bench.databases;
+    SensorsStatCollectorMac& collector = bench.collector;
     collector.setAutomaticSampleUpdates(state.range(0) != 0);
-    collector.processSensors(collector.supportedElectricSensors(bench.configurations()));
+    collector.processSensors(collector.supportedElectricSensors(bench.configurations));
     collector.begin();
     bench.machine.runtime.advance(4000);
     constexpr double span = 600;
@@ -138,16 +153,15 @@ void secondsOfSensors(benchmark::State& state)
     state.counters["core"] = benchmark::Counter(
         static_cast<double>(state.iterations()) * span, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
     collector.cleanup();
-    databases.closeAll();
+    bench.databases.closeAll();
 }
 
 /// One measurement of all items alone.
 void oneMeasurement(benchmark::State& state)
 {
     Bench bench;
-    SensorsStatCollectorMac collector(
-        bench.machine.context, {.smc = bench.smc, .arm = bench.arm, .platform = bench.platform});
-    collector.processSensors(collector.supportedElectricSensors(bench.configurations()));
+    SensorsStatCollectorMac& collector = bench.collector;
+    collector.processSensors(collector.supportedElectricSensors(bench.configurations));
     for (auto _ : state) {
         collector.updateStats();
     }

@@ -27,8 +27,8 @@ constexpr const char* serviceChip = "HID";
 
 std::string chipOf(const SensorsStatCollectorMac& collector, const Item& item)
 {
-    const SensorChannel* channel = collector.channelForKey(item.key().value_or(""));
-    return channel ? channel->chip : item.source() == Item::Source::Service ? serviceChip : smcChip;
+    const SensorRecord* record = collector.recordForKey(item.key().value_or(""));
+    return record ? record->chip : item.source() == Item::Source::Service ? serviceChip : smcChip;
 }
 
 /// By chip, kind and place, and the key where all that is the same: a total order, as pages need it.
@@ -55,11 +55,12 @@ struct Range {
 /// The limits that somebody has set, of which one may be missing; else what has been seen.
 Range rangeOf(const SensorsStatCollectorMac& collector, const Item& item)
 {
-    const SensorChannel* channel = collector.channelForKey(item.key().value_or(""));
-    if (channel && (channel->low || channel->high || channel->critical)) {
-        return {.low = channel->low, .high = channel->high ? channel->high : channel->critical, .isFixed = true};
+    const SensorRecord* record = collector.recordForKey(item.key().value_or(""));
+    const SensorLimits limits = record ? record->limits : SensorLimits();
+    if (limits.low || limits.high || limits.critical) {
+        return {.low = limits.low, .high = limits.high ? limits.high : limits.critical, .isFixed = true};
     }
-    const bool isFixed = item.hasFixedLimits() && !channel;
+    const bool isFixed = item.hasFixedLimits() && !record;
     if (!(item.high() > item.low())) {
         return {.low = {}, .high = {}, .isFixed = isFixed};
     }
@@ -76,13 +77,13 @@ Value describe(const SensorsStatCollectorMac& collector, const Item& item, Power
     const auto ifKnown = [](double value, bool isKnown) { return isKnown ? std::optional(value) : std::nullopt; };
     const std::int64_t kind = collector.kindOf(item);
     const Range range = rangeOf(collector, item);
-    const SensorChannel* channel = collector.channelForKey(item.key().value_or(""));
+    const SensorRecord* record = collector.recordForKey(item.key().value_or(""));
     const std::string_view alarm = sensorAlarmName(collector.alarmOf(item));
     return {{"key", item.key().value_or("")}, {"chip", chipOf(collector, item)}, {"name", collector.nameOf(item)},
         {"kind", sensorKindName(kind)}, {"unit", sensorUnit(kind)},
         {"value", figure(ifKnown(item.value(), item.hasValue()))}, {"low", figure(range.low)},
         {"high", figure(range.high)}, {"fixed", range.isFixed},
-        {"critical", figure(channel ? channel->critical : std::nullopt)},
+        {"critical", figure(record ? record->limits.critical : std::nullopt)},
         {"lowest", figure(ifKnown(item.lowestRecordedValue(), item.hasSeenLimits()))},
         {"highest", figure(ifKnown(item.highestRecordedValue(), item.hasSeenLimits()))},
         {"alarm", alarm.empty() ? Value() : Value(alarm)}};
@@ -90,9 +91,8 @@ Value describe(const SensorsStatCollectorMac& collector, const Item& item, Power
 
 } // namespace
 
-SensorService::SensorService(
-    Context& context, HistoryCatalogue& catalogue, std::function<void()> openSMC, MakeCollector make)
-    : context_(context), catalogue_(catalogue), openSMC_(std::move(openSMC)), make_(std::move(make))
+SensorService::SensorService(Context& context, HistoryCatalogue& catalogue, MakeCollector make)
+    : context_(context), catalogue_(catalogue), make_(std::move(make))
 {
 }
 
@@ -113,7 +113,6 @@ SensorsStatCollectorMac& SensorService::asked()
 
 void SensorService::open()
 {
-    openSMC_();
     context_.runtime.mainQueue().post(lifetime_.guard([this] { resume(); })); // once clients are served
 }
 

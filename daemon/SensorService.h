@@ -20,9 +20,9 @@ public:
     using MakeCollector = std::function<SensorsStatCollectorMac&()>;
 
     /// The catalogue, and the collector once it is made, must outlive the service's use.
-    SensorService(Context& context, HistoryCatalogue& catalogue, std::function<void()> openSMC, MakeCollector make);
+    SensorService(Context& context, HistoryCatalogue& catalogue, MakeCollector make);
 
-    /// Opens what sensors are read by, and takes the record up once clients are served.
+    /// Takes the record up once clients are served.
     void open();
     // What clients ask. Selections and configurations are their own words and may be nonsense.
     /// A value for each configuration of the list, -1 where there is no such sensor.
@@ -51,7 +51,6 @@ private:
 
     Context& context_;
     HistoryCatalogue& catalogue_;
-    std::function<void()> openSMC_;
     MakeCollector make_;
     SensorsStatCollectorMac* collector_ = nullptr; ///< null until the daemon serves
     Lifetime lifetime_;

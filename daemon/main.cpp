@@ -13,7 +13,6 @@
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/process/TrafficCounterCollector.h"
-#include "collectors/sensors/SensorSMCController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryService.h"
@@ -172,9 +171,7 @@ int serve(Context& context, const Options& options)
     Runtime& runtime = context.runtime;
     UptimeService uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
     HistoryCatalogue catalogue;
-    SensorService sensors(
-        context, catalogue, [] { SensorSMCController::sharedSMC().openIfNeeded(); },
-        SensorsStatCollectorMac::sharedSensorCollector);
+    SensorService sensors(context, catalogue, SensorsStatCollectorMac::sharedSensorCollector);
     BatteryService battery(
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     DiskService disks(SMARTStatCollector::sharedSMARTCollector());
@@ -243,7 +240,7 @@ int runDaemon(const Options& options)
     }
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
-    const auto host = makeHost(*runtime, paths, options.host);
+    const auto host = makeHost(*runtime, options.host);
     NotificationCenter notifications;
     Log log;
     Context context{*runtime, *host, notifications, log, paths};

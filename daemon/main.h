@@ -21,7 +21,7 @@ struct HostChoices {
     std::string processSource = "auto"; ///< "auto", "bpf" or "proc"
     bool readHiddenDisks = false;       ///< also disks whose adapter cannot tell whether that spins them up
 };
-std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths, const HostChoices& choices);
+std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices& choices);
 /// Where this host keeps the daemon's things when no root is given.
 Paths defaultPaths();
 /// What this host serves clients by, beside the socket.

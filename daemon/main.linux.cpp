@@ -29,11 +29,10 @@ std::filesystem::path folder(const char* variable, const char* usual)
 
 std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<AsioRuntime>(); }
 
-std::unique_ptr<Host> makeHost(Runtime& runtime, const Paths& paths, const HostChoices& choices)
+std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices& choices)
 {
     return makeLinuxHost(runtime,
-        {.state = paths.support,
-            .readHiddenDisks = choices.readHiddenDisks,
+        {.readHiddenDisks = choices.readHiddenDisks,
             .bpfProcesses = choices.processSource != "proc"});
 }
 

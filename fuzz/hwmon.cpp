@@ -2,9 +2,9 @@
 // the names by which a chip is known.
 
 #include "base/Text.h"
+#include "collectors/sensors/SensorKeyTable.h"
 #include "platform/linux/sensors/HwmonNames.h"
 #include "platform/linux/sensors/HwmonReader.h"
-#include "platform/linux/sensors/SMCKeyTable.h"
 #include "platform/linux/sensors/SensorsConfig.h"
 
 #include <cmath>
@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -49,13 +50,15 @@ void readTable(std::string_view text)
     std::filesystem::create_directories(folder);
     const auto file = folder / "sensor-keys";
     std::ofstream(file, std::ios::binary).write(text.data(), static_cast<std::streamsize>(text.size()));
-    SMCKeyTable table(file);
     const std::string identity = "platform/coretemp.0/coretemp/temp1";
-    const std::string key = table.keyFor(SensorChannelKind::Temperature, identity, {identity});
-    const std::string fan = table.keyFor(SensorChannelKind::Fan, identity, {identity});
-    require(key.size() == 4 && key[0] == 'T' && fan.size() == 4 && fan.ends_with("Ac"));
+    const std::vector<SensorRecord> sensors = {
+        {.key = identity, .chip = {}, .channel = {}, .label = {}, .kind = SensorKind::Temperature},
+        {.key = identity, .chip = {}, .channel = {}, .label = {}, .kind = SensorKind::Fan}};
+    SensorKeyTable table(file);
+    const std::vector<std::string> keys = table.keysFor(sensors);
+    require(keys[0].size() == 4 && keys[0][0] == 'T' && keys[1].size() == 4 && keys[1].ends_with("Ac"));
     require(table.save());
-    require(SMCKeyTable(file).keyFor(SensorChannelKind::Temperature, identity, {identity}) == key);
+    require(SensorKeyTable(file).keysFor(sensors) == keys);
     std::filesystem::remove_all(folder);
 }
 

@@ -2,19 +2,19 @@
 // is the JSON of configurations, which a whole collector then answers on a small SMC of such keys.
 
 #include "base/Value.h"
-#include "collectors/sensors/SMCDataTypes.h"
-#include "collectors/sensors/SensorSMCController.h"
-#include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "history/HistoryCatalogue.h"
 #include "platform/PlatformController.h"
+#include "platform/formats/MacSensorSource.h"
 #include "tests/support/FakeHost.h"
+#include "tests/support/FakeSMC.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
 
 using namespace meridal;
@@ -46,16 +46,21 @@ void convert(const std::uint8_t* data)
 void answer(const Value& given, const std::uint8_t* data)
 {
     test::FakeMachine machine;
-    machine.machine().service = (data[0] & 0x40U) != 0 ? "FakeSMC" : "";
+    const bool isEmulated = (data[0] & 0x40U) != 0;
+    machine.machine().service = isEmulated ? "FakeSMC" : "";
     const std::string type(reinterpret_cast<const char*>(data) + 1, 4);
+    auto smc = std::make_unique<test::FakeSMCService>();
     for (const char* key : {"TC0P", "PC0C", "VC0C", "F0Ac", "F0ID", "F0Mx", "FNum"}) {
-        machine.smc().set(key, type, {data + 5, data + 5 + std::min(data[0] & 0x3F, 32)});
+        smc->set(key, type, {data + 5, data + 5 + std::min(data[0] & 0x3F, 32)});
     }
-    machine.sensorServices().services[{0xFF00, 5}] = {{std::string(type), 40.0}, {"TC0P", std::nullopt}};
-    SensorSMCController smc(machine.context);
-    SensorsARMController arm(machine.context);
+    auto services = std::make_unique<test::FakeSensorServices>();
+    if ((data[0] & 0x80U) == 0) {
+        services->services[{0xFF00, 5}] = {{std::string(type), 40.0}, {"TC0P", std::nullopt}};
+    }
+    machine.host.sensors = std::make_unique<MacSensorSource>(
+        std::move(smc), std::move(services), isEmulated ? SMCOrigin::Emulated : SMCOrigin::Own);
     const PlatformController platform(machine.context);
-    SensorsStatCollectorMac collector(machine.context, {.smc = smc, .arm = arm, .platform = platform});
+    SensorsStatCollectorMac collector(machine.context, platform);
     Value electric = collector.supportedElectricSensors(given);
     collector.processSensors(electric);
     collector.averagePower(electric);

@@ -20,7 +20,7 @@ public:
     /// The instance of this process, on Context::shared().
     static const PlatformController& sharedPlatformController();
 
-    /// Whether another vendor's machine emulates an SMC: its keys then mean what the emulation says.
+    /// Whether this is another vendor's machine, with an SMC that is emulated or none: its fans have names of their own.
     bool fauxMac() const { return fauxMac_; }
     const PlatformMac& currentPlatform() const { return *currentPlatform_; }
     const std::optional<std::string>& modelIdentifier() const { return modelIdentifier_; }

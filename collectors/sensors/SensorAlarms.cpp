@@ -7,49 +7,51 @@ namespace meridal {
 
 namespace {
 
-bool isAbsurd(const SensorChannel& channel, double limit)
+bool isAbsurd(const SensorRecord& record, double limit)
 {
     constexpr double coldest = -60; // °C
     constexpr double hottest = 200;
-    return channel.kind == SensorChannelKind::Temperature && (limit < coldest || limit > hottest);
+    return record.kind == SensorKind::Temperature && (limit < coldest || limit > hottest);
 }
 
 /// Whether a critical limit is one that any warm room passes: firmware has such for zones that it does not use.
-bool isNonsense(const SensorChannel& channel, double critical)
+bool isNonsense(const SensorRecord& record, double critical)
 {
     constexpr double coolest = 40; // °C
-    return channel.kind == SensorChannelKind::Temperature && critical < coolest;
+    return record.kind == SensorKind::Temperature && critical < coolest;
 }
 
 /// Whether an upper limit is what a register holds that nobody has written.
-bool isUnset(const SensorChannel& channel, double limit)
+bool isUnset(const SensorRecord& record, double limit)
 {
-    return channel.kind == SensorChannelKind::Voltage ? limit == 0 : limit <= 0; // rails may be negative
+    return record.kind == SensorKind::Voltage ? limit == 0 : limit <= 0; // rails may be negative
 }
 
 /// Which limit a flag means that does not tell.
-SensorAlarm likeliest(const SensorChannel& channel, std::optional<double> value)
+SensorAlarm likeliest(const SensorRecord& record, std::optional<double> value)
 {
-    if (channel.kind == SensorChannelKind::Fan || (channel.low && !channel.high)) {
+    const SensorLimits& limits = record.limits;
+    if (record.kind == SensorKind::Fan || (limits.low && !limits.high)) {
         return SensorAlarm::Low;
     }
     const bool isNearerLow =
-        channel.low && channel.high && value && *value - *channel.low < std::abs(*channel.high - *value);
+        limits.low && limits.high && value && *value - *limits.low < std::abs(*limits.high - *value);
     return isNearerLow ? SensorAlarm::Low : SensorAlarm::High;
 }
 
-SensorAlarm compare(const SensorChannel& channel, double value)
+SensorAlarm compare(const SensorRecord& record, double value)
 {
+    const SensorLimits& limits = record.limits;
     // A processor that throttles itself reads exactly its limit: only beyond it is there anything wrong.
-    const bool isTooHigh = channel.critical && !channel.tellsCritical && value > *channel.critical;
-    if (isTooHigh || (channel.lowCritical && value < *channel.lowCritical)) {
+    const bool isTooHigh = limits.critical && !record.tellsCritical && value > *limits.critical;
+    if (isTooHigh || (limits.lowCritical && value < *limits.lowCritical)) {
         return SensorAlarm::Critical;
     }
-    const bool isFan = channel.kind == SensorChannelKind::Fan;
-    if (channel.low && value < *channel.low && !channel.mayStandStill) {
+    const bool isFan = record.kind == SensorKind::Fan;
+    if (limits.low && value < *limits.low && !record.mayStandStill) {
         return SensorAlarm::Low;
     }
-    return !isFan && channel.high && value > *channel.high ? SensorAlarm::High : SensorAlarm::None;
+    return !isFan && limits.high && value > *limits.high ? SensorAlarm::High : SensorAlarm::None;
 }
 
 } // namespace
@@ -71,41 +73,42 @@ std::string_view sensorAlarmName(SensorAlarm alarm)
     return "";
 }
 
-SensorFlags dropUnsetLimits(SensorChannel& channel)
+SensorFlags dropUnsetLimits(SensorRecord& record)
 {
+    SensorLimits& limits = record.limits;
     SensorFlags meaningless;
-    if (channel.low && channel.high && *channel.high <= *channel.low) {
-        channel.low.reset();
-        channel.high.reset();
+    if (limits.low && limits.high && *limits.high <= *limits.low) {
+        limits.low.reset();
+        limits.high.reset();
         meaningless.low = meaningless.high = true;
     }
     for (const auto& [limit, flag] :
-        {std::pair(&channel.high, &meaningless.high), std::pair(&channel.critical, &meaningless.critical)}) {
-        if (*limit && isUnset(channel, **limit)) {
+        {std::pair(&limits.high, &meaningless.high), std::pair(&limits.critical, &meaningless.critical)}) {
+        if (*limit && isUnset(record, **limit)) {
             limit->reset();
             *flag = true;
         }
     }
-    if (channel.critical && isNonsense(channel, *channel.critical)) {
-        channel.critical.reset();
+    if (limits.critical && isNonsense(record, *limits.critical)) {
+        limits.critical.reset();
         meaningless.critical = true;
     }
-    const bool isAnyLeft = channel.low || channel.high || channel.critical || channel.lowCritical;
+    const bool isAnyLeft = limits.low || limits.high || limits.critical || limits.lowCritical;
     meaningless.any = !isAnyLeft && (meaningless.high || meaningless.critical);
-    for (std::optional<double>* limit : {&channel.low, &channel.high, &channel.critical, &channel.lowCritical}) {
-        if (*limit && isAbsurd(channel, **limit)) {
+    for (std::optional<double>* limit : {&limits.low, &limits.high, &limits.critical, &limits.lowCritical}) {
+        if (*limit && isAbsurd(record, **limit)) {
             limit->reset();
         }
     }
     return meaningless;
 }
 
-SensorAlarm sensorAlarm(const SensorChannel& channel, std::optional<double> value, const SensorFlags& flags)
+SensorAlarm sensorAlarm(const SensorRecord& record, std::optional<double> value, const SensorFlags& flags)
 {
     if (flags.fault) {
         return SensorAlarm::Fault;
     }
-    const SensorAlarm seen = value ? compare(channel, *value) : SensorAlarm::None;
+    const SensorAlarm seen = value ? compare(record, *value) : SensorAlarm::None;
     if (flags.critical || seen == SensorAlarm::Critical) {
         return SensorAlarm::Critical;
     }
@@ -114,7 +117,7 @@ SensorAlarm sensorAlarm(const SensorChannel& channel, std::optional<double> valu
     }
     return flags.low ? SensorAlarm::Low
         : flags.high ? SensorAlarm::High
-        : flags.any  ? likeliest(channel, value)
+        : flags.any  ? likeliest(record, value)
                      : SensorAlarm::None;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/host/SensorChannels.h"
+#include "platform/host/SensorSource.h"
 
 #include <cstdint>
 #include <map>
@@ -19,12 +19,12 @@ std::string_view sensorAlarmName(SensorAlarm alarm);
 /// Takes limits away that nobody has set: a high one that is not above the low one, or is 0 where every value is above
 /// that, temperatures of no machine (a disk without a limit says 0 K, or 65535 K), and critical ones of a warm room.
 /// Answers which of the chip's flags mean nothing for that reason.
-SensorFlags dropUnsetLimits(SensorChannel& channel);
+SensorFlags dropUnsetLimits(SensorRecord& record);
 
-/// Compares a value (absent: there is none now) with the limits of its channel and joins what the chip itself says.
+/// Compares a value (absent: there is none now) with the limits of its sensor and joins what the chip itself says.
 /// Limits count when they are passed, a critical one only where the chip has no flag for it. Fans have no high limit:
 /// there they only do what they can.
-SensorAlarm sensorAlarm(const SensorChannel& channel, std::optional<double> value, const SensorFlags& flags);
+SensorAlarm sensorAlarm(const SensorRecord& record, std::optional<double> value, const SensorFlags& flags);
 
 /// What chips have said is wrong. A flag tells of the time since it was last read: the first look after a pause may show
 /// what was over long ago, and is not believed; and one that comes and goes with a chip's own rhythm, or that another

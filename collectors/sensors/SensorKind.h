@@ -12,7 +12,7 @@ constexpr std::int64_t fan = 2;
 constexpr std::int64_t voltage = 3;
 constexpr std::int64_t current = 4;
 constexpr std::int64_t power = 5;
-constexpr std::int64_t humidity = 20; ///< of the host's channels; no key's letter tells it
+constexpr std::int64_t humidity = 20; ///< of the host's sensors; no key's letter tells it
 } // namespace sensorKind
 
 /// The kind that the first letter of an SMC key tells, whatever its case; temperature for any other.

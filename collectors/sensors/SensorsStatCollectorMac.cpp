@@ -5,8 +5,6 @@
 #include "base/Runtime.h"
 #include "base/SharedInstance.h"
 #include "collectors/sensors/SensorKind.h"
-#include "collectors/sensors/SensorSMCController.h"
-#include "collectors/sensors/SensorsARMController.h"
 #include "platform/Context.h"
 #include "platform/PlatformController.h"
 #include "platform/host/Host.h"
@@ -42,28 +40,27 @@ double compute(const SensorConfiguration& configuration, ValueOf valueOf)
     return count > 0 ? sum / count : 0;
 }
 
+/// What clients get for a key that the machine lacks.
+constexpr double noKey = -1;
+
 } // namespace
 
-SensorsStatCollectorMac::SensorsStatCollectorMac(Context& context, Sources sources)
+SensorsStatCollectorMac::SensorsStatCollectorMac(Context& context, const PlatformController& platform)
     : SensorsStatCollector(context)
-    , smc_(sources.smc)
-    , arm_(sources.arm)
-    , platform_(sources.platform)
-    , origin_(sources.platform.fauxMac() ? SMCOrigin::Emulated : SMCOrigin::Own)
+    , platform_(platform)
+    , source_(*context.host.sensors)
+    , keys_(context.paths.support / "sensor-keys")
     , recorded_(context.runtime, "sensors", {"value"})
 {
     history().setBeforeCommit([this] { prepareCommit(); });
-    smc_.openIfNeeded();
 }
 
 SensorsStatCollectorMac& SensorsStatCollectorMac::sharedSensorCollector()
 {
     auto& instance = sharedInstance<SensorsStatCollectorMac>();
     if (!instance) {
-        instance = std::make_unique<SensorsStatCollectorMac>(Context::shared(),
-            Sources{.smc = SensorSMCController::sharedSMC(),
-                .arm = SensorsARMController::sharedARM(),
-                .platform = PlatformController::sharedPlatformController()});
+        instance = std::make_unique<SensorsStatCollectorMac>(
+            Context::shared(), PlatformController::sharedPlatformController());
     }
     return *instance;
 }
@@ -75,13 +72,9 @@ void SensorsStatCollectorMac::cleanupShared()
         instance->cleanup();
         instance.reset();
     }
-    SensorSMCController::cleanupShared();
 }
 
-std::shared_ptr<StatCollectorItem> SensorsStatCollectorMac::makeItem()
-{
-    return std::make_shared<Item>(context(), smc_, origin_);
-}
+std::shared_ptr<StatCollectorItem> SensorsStatCollectorMac::makeItem() { return std::make_shared<Item>(context()); }
 
 // Values
 
@@ -100,46 +93,100 @@ SensorsStatCollectorMac::OneReading::~OneReading()
     }
 }
 
-SensorsStatCollectorMac::KeyReading SensorsStatCollectorMac::readingOf(const std::string& key)
+/// What the host calls a key of the clients': of its four characters all that they read hangs on.
+std::string SensorsStatCollectorMac::sourceOf(const std::string& key) const
 {
-    if (readings_) {
-        if (const auto known = readings_->find(key); known != readings_->end()) {
-            return known->second;
-        }
+    const std::string four = key.substr(0, 4);
+    const SensorRecord* record = recordForKey(four);
+    return record ? record->key : four;
+}
+
+SensorReading SensorsStatCollectorMac::readingOf(const std::string& key)
+{
+    const auto figure = fanFigure(key);
+    return figure ? SensorReading{.isThere = true, .value = figure} : readSource(sourceOf(key));
+}
+
+SensorReading SensorsStatCollectorMac::readSource(const std::string& source)
+{
+    if (!readings_) {
+        return source_.read({&source, 1}).front();
+    }
+    const auto known = readings_->find(source);
+    if (known == readings_->end()) {
+        readAhead(std::vector{source});
+        const auto read = readings_->find(source);
+        return read != readings_->end() ? read->second : SensorReading();
+    }
+    return known->second;
+}
+
+/// Reads these in one go, as far as they have not been read in this turn.
+void SensorsStatCollectorMac::readAhead(const std::vector<std::string>& sources)
+{
+    std::vector<std::string> unread;
+    std::vector<SensorReading*> readings; // which stay where they are
+    for (const std::string& source : sources) {
         if (readings_->size() >= mostKeysAsked) {
-            return {};
+            break;
+        }
+        if (const auto [reading, isNew] = readings_->try_emplace(source); isNew) {
+            unread.push_back(source);
+            readings.push_back(&reading->second);
         }
     }
-    SMCKeyValue data;
-    smc_.dataForKey(key, data);
-    const float value = Item::convertData(data, origin_);
-    const bool exists = data.dataType[0] != '\0';
-    const KeyReading reading{.value = smcDecimal(data, value),
-        .exists = exists,
-        .isMeasured = exists && !smc_.lastReadFailed() && std::isfinite(value)};
-    if (readings_) {
-        readings_->emplace(key, reading);
+    const std::vector<SensorReading> said = source_.read(unread);
+    for (std::size_t index = 0; index < unread.size(); ++index) {
+        *readings[index] = said[index];
     }
-    return reading;
+}
+
+void SensorsStatCollectorMac::readAhead(const SensorItems& items)
+{
+    std::vector<std::string> sources;
+    for (const auto& item : items) {
+        if (isLeftAlone(*item)) {
+            continue;
+        }
+        if (item->source() == Item::Source::Service) {
+            if (const Service* service = serviceNamed(item->key().value_or(""))) {
+                sources.push_back(service->source);
+            }
+        } else {
+            compute(item->sensorConfig(), [&](const std::string& key) {
+                if (!fanFigure(key)) {
+                    sources.push_back(sourceOf(key));
+                }
+                return 0;
+            });
+        }
+    }
+    readAhead(sources);
+}
+
+/// A figure whatever happens; not a number where there is none now.
+double SensorsStatCollectorMac::valueForKey(const std::string& key)
+{
+    const SensorReading reading = readingOf(key);
+    return reading.isThere ? reading.value.value_or(std::nan("")) : noKey;
 }
 
 float SensorsStatCollectorMac::valueForSensorKey(const std::string& key)
 {
-    return static_cast<float>(readingOf(key).value);
+    return static_cast<float>(valueForKey(key));
 }
 
 bool SensorsStatCollectorMac::isKeyValid(const std::string& key)
 {
     constexpr double noSensor = 254; // what some firmware reads where nothing is connected
-    constexpr double unknownType = -1;
-    const double value = readingOf(key).value;
-    return key.starts_with("TG") || (value != noSensor && value != unknownType);
+    const double value = valueForKey(key);
+    return key.starts_with("TG") || (value != noSensor && value != noKey);
 }
 
-/// Where the host itself names a channel, no figure is a sign that there is none.
+/// Where the host itself names a sensor, no figure is a sign that there is none.
 bool SensorsStatCollectorMac::isThere(const std::string& key)
 {
-    return channelForKey(key) ? readingOf(key).exists : isKeyValid(key);
+    return recordForKey(key) ? readingOf(key).isThere : isKeyValid(key);
 }
 
 /// As valueNow, but absent where a key that it needs was not measured.
@@ -148,9 +195,9 @@ std::optional<double> SensorsStatCollectorMac::read(const SensorConfiguration& c
     std::size_t measured = 0;
     std::size_t missing = 0;
     const double value = compute(configuration, [&](const std::string& key) {
-        const KeyReading reading = readingOf(key);
-        ++(reading.isMeasured ? measured : missing);
-        return reading.isMeasured ? reading.value : -1;
+        const SensorReading reading = readingOf(key);
+        ++(reading.value ? measured : missing);
+        return reading.value.value_or(noKey);
     });
     // A mean makes do with the keys that are there.
     const bool isMean = configuration.average && !configuration.isProduct();
@@ -160,7 +207,7 @@ std::optional<double> SensorsStatCollectorMac::read(const SensorConfiguration& c
 /// A value whatever happens: keys that are missing count as what they convert to.
 double SensorsStatCollectorMac::valueNow(const SensorConfiguration& configuration)
 {
-    return finite(compute(configuration, [this](const std::string& key) { return readingOf(key).value; }));
+    return finite(compute(configuration, [this](const std::string& key) { return valueForKey(key); }));
 }
 
 double SensorsStatCollectorMac::valueForConfig(const Value& configuration, PowerDetail detail)
@@ -171,6 +218,7 @@ double SensorsStatCollectorMac::valueForConfig(const Value& configuration, Power
 
 std::vector<double> SensorsStatCollectorMac::valuesForConfigs(const Value& configurations, PowerDetail detail)
 {
+    startToFollow();
     const OneReading once(*this);
     std::vector<double> values;
     for (const Value& configuration : configurations) {
@@ -181,20 +229,15 @@ std::vector<double> SensorsStatCollectorMac::valuesForConfigs(const Value& confi
 
 double SensorsStatCollectorMac::valueForSensor(const Item& item)
 {
-    if (item.source() == Item::Source::SMC) {
-        return valueNow(item.sensorConfig());
-    }
-    const ServiceValues services = readServices();
-    const auto found = services.find(item.key().value_or(""));
-    return found != services.end() ? found->second : 0;
+    return item.source() == Item::Source::SMC ? valueNow(item.sensorConfig()) : readItem(item).value_or(0);
 }
 
 // Power
 
 bool SensorsStatCollectorMac::isPowerKey(const std::string& key) const
 {
-    const SensorChannel* channel = channelForKey(key.substr(0, 4)); // the SMC goes by the first four
-    return sensorKindOfKey(key) == sensorKind::power || (channel && channel->kind == SensorChannelKind::Power);
+    const SensorRecord* record = recordForKey(key.substr(0, 4)); // which is all that is read of it
+    return sensorKindOfKey(key) == sensorKind::power || (record && record->kind == SensorKind::Power);
 }
 
 /// Told by the keys that the value is made of, whatever kind a client claims.
@@ -221,7 +264,7 @@ double SensorsStatCollectorMac::averagedPower(const SensorConfiguration& configu
     if (!read(configuration)) {
         // Not what valueNow makes of it: a product with a missing factor is the other one, as fine as it is.
         const bool isOneKey = !configuration.isProduct() && !configuration.average;
-        return isOneKey && !readingOf(configuration.key).exists ? -1 : 0;
+        return isOneKey && !readingOf(configuration.key).isThere ? noKey : 0;
     }
     watch(configuration);
     const auto average = powers_.average(configuration.identity(), context().runtime.monotonicTime());
@@ -251,7 +294,7 @@ void SensorsStatCollectorMac::watch(const SensorConfiguration& configuration)
     SensorConfiguration kept = configuration;
     kept.name.clear();
     if (kept.average) { // a mean makes do without them, and they need not be read for two minutes
-        std::erase_if(*kept.average, [this](const std::string& key) { return !readingOf(key).exists; });
+        std::erase_if(*kept.average, [this](const std::string& key) { return !readingOf(key).isThere; });
     }
     watched_.emplace(identity, Watched{.configuration = std::move(kept), .lastAsked = now});
     begin();
@@ -277,32 +320,30 @@ void SensorsStatCollectorMac::sampleWatched(double now)
 
 // The clock
 
-SensorsStatCollectorMac::ServiceValues SensorsStatCollectorMac::readServices()
+/// Whether it is not to be read now: for the record alone a disk's rest is not worth it.
+bool SensorsStatCollectorMac::isLeftAlone(const Item& item) const
 {
-    ServiceValues values;
-    for (const Value& reading : arm_.sensors()) {
-        const auto key = text(reading, "key");
-        const auto value = number(reading, "value");
-        if (key && value && !isEmptyAverage(*key, *value)) {
-            values.emplace(*key, *value);
-        }
-    }
-    return values;
+    const std::string key = item.key().value_or("");
+    const SensorRecord* record = recordForKey(key);
+    const Service* service = item.source() == Item::Source::Service ? serviceNamed(key) : nullptr;
+    return ((record && record->disturbs) || (service && service->disturbs)) && !isAsked();
 }
 
-std::optional<double> SensorsStatCollectorMac::readItem(const Item& item, const ServiceValues& services)
+std::optional<double> SensorsStatCollectorMac::readItem(const Item& item)
 {
+    if (isLeftAlone(item)) {
+        return std::nullopt;
+    }
     if (item.source() == Item::Source::SMC) {
-        const SensorChannel* channel = channelForKey(item.key().value_or(""));
-        return channel && channel->disturbs && !isAsked() ? std::nullopt : read(item.sensorConfig());
+        return read(item.sensorConfig());
     }
-    const auto service = services.find(item.key().value_or(""));
-    return service != services.end() ? std::optional(service->second) : std::nullopt;
+    const Service* service = serviceNamed(item.key().value_or(""));
+    return service ? readSource(service->source).value : std::nullopt;
 }
 
-void SensorsStatCollectorMac::sample(Item& item, const ServiceValues& services, double now)
+void SensorsStatCollectorMac::sample(Item& item, double now)
 {
-    std::optional<double> reading = readItem(item, services);
+    std::optional<double> reading = readItem(item);
     if (reading && isPower(item)) {
         const std::string identity = item.sensorConfig().identity();
         powers_.note(identity, *reading, now);
@@ -343,7 +384,7 @@ void SensorsStatCollectorMac::updateStatsForSequence(std::int64_t sequence)
 
 void SensorsStatCollectorMac::updateStats()
 {
-    followChannels();
+    follow();
     measure(Reading::All);
     lookAtFlags(context().runtime.monotonicTime());
     dropUnproven();
@@ -355,14 +396,13 @@ void SensorsStatCollectorMac::measure(Reading what)
     const OneReading once(*this);
     const double now = context().runtime.monotonicTime(); // one for all: it tells what this turn has noted
     lastMeasured_ = now;
-    const SensorItems all = sensors();
-    const bool needsServices =
-        std::any_of(all.begin(), all.end(), [](const auto& item) { return item->source() == Item::Source::Service; });
-    const ServiceValues services = needsServices ? readServices() : ServiceValues();
-    for (const auto& item : all) {
-        if (what == Reading::All || !isPower(*item)) {
-            sample(*item, services, now);
-        }
+    SensorItems due = sensors();
+    if (what == Reading::WithoutPower) {
+        std::erase_if(due, [this](const auto& item) { return isPower(*item); });
+    }
+    readAhead(due);
+    for (const auto& item : due) {
+        sample(*item, now);
     }
     if (what == Reading::All) {
         sampleWatched(now);
@@ -371,9 +411,9 @@ void SensorsStatCollectorMac::measure(Reading what)
 
 void SensorsStatCollectorMac::lookAtFlags(double now)
 {
-    if (!channels_.empty() && now >= nextFlagLook_) {
+    if (!named_.empty() && now >= nextFlagLook_) {
         nextFlagLook_ = now + flagInterval;
-        alarms_.note(context().host.sensorChannels->flags(), now);
+        alarms_.note(source_.flags(), now);
     }
 }
 
@@ -420,30 +460,30 @@ SensorsStatCollectorMac::SensorItems SensorsStatCollectorMac::fanControlFans() c
     return fans;
 }
 
-const SensorChannel* SensorsStatCollectorMac::channelForKey(const std::string& key) const
+const SensorRecord* SensorsStatCollectorMac::recordForKey(const std::string& key) const
 {
-    const auto found = channels_.find(key);
-    return found != channels_.end() ? &found->second : nullptr;
+    const auto found = named_.find(key);
+    return found != named_.end() ? &found->second.record : nullptr;
 }
 
 std::int64_t SensorsStatCollectorMac::kindOf(const Item& item) const
 {
-    const SensorChannel* channel = channelForKey(item.key().value_or(""));
-    if (!channel) {
+    const SensorRecord* record = recordForKey(item.key().value_or(""));
+    if (!record) {
         return item.type();
     }
-    switch (channel->kind) {
-    case SensorChannelKind::Temperature:
+    switch (record->kind) {
+    case SensorKind::Temperature:
         return sensorKind::temperature;
-    case SensorChannelKind::Fan:
+    case SensorKind::Fan:
         return sensorKind::fan;
-    case SensorChannelKind::Voltage:
+    case SensorKind::Voltage:
         return sensorKind::voltage;
-    case SensorChannelKind::Current:
+    case SensorKind::Current:
         return sensorKind::current;
-    case SensorChannelKind::Power:
+    case SensorKind::Power:
         return sensorKind::power;
-    case SensorChannelKind::Humidity:
+    case SensorKind::Humidity:
         return sensorKind::humidity;
     }
     return item.type();
@@ -451,8 +491,8 @@ std::int64_t SensorsStatCollectorMac::kindOf(const Item& item) const
 
 std::string SensorsStatCollectorMac::nameOf(const Item& item) const
 {
-    const SensorChannel* channel = channelForKey(item.key().value_or(""));
-    return channel ? channel->label : item.name().empty() ? item.key().value_or("") : item.name();
+    const SensorRecord* record = recordForKey(item.key().value_or(""));
+    return record ? record->label : item.name().empty() ? item.key().value_or("") : item.name();
 }
 
 bool SensorsStatCollectorMac::isSettling() const
@@ -468,25 +508,23 @@ bool SensorsStatCollectorMac::isSettling() const
 
 SensorAlarm SensorsStatCollectorMac::alarmOf(const Item& item) const
 {
-    const std::string key = item.key().value_or("");
     const auto value = item.hasValue() ? std::optional(item.value()) : std::nullopt;
-    const SensorChannel* channel = channelForKey(key);
-    if (!channel) {
+    const auto found = named_.find(item.key().value_or(""));
+    if (found == named_.end()) {
         return SensorAlarm::None; // the range that a client gave is that of its gauge
     }
-    SensorFlags flags = alarms_.flags(key, context().runtime.monotonicTime());
-    if (const auto found = meaninglessFlags_.find(key); found != meaninglessFlags_.end()) {
-        flags.any = flags.any && !found->second.any;
-        flags.low = flags.low && !found->second.low;
-        flags.high = flags.high && !found->second.high;
-        flags.critical = flags.critical && !found->second.critical;
-    }
-    if (channel->kind == SensorChannelKind::Fan && channel->low && !item.hasBeenAboveZero()) {
-        SensorChannel unconnected = *channel; // as far as its speed tells; its chip may know better
+    const auto& [record, told, meaningless] = found->second;
+    SensorFlags flags = alarms_.flags(record.key, context().runtime.monotonicTime());
+    flags.any = flags.any && !meaningless.any;
+    flags.low = flags.low && !meaningless.low;
+    flags.high = flags.high && !meaningless.high;
+    flags.critical = flags.critical && !meaningless.critical;
+    if (record.kind == SensorKind::Fan && record.limits.low && !item.hasBeenAboveZero()) {
+        SensorRecord unconnected = record; // as far as its speed tells; its chip may know better
         unconnected.mayStandStill = true;
         return sensorAlarm(unconnected, value, flags);
     }
-    return sensorAlarm(*channel, value, flags);
+    return sensorAlarm(record, value, flags);
 }
 
 } // namespace meridal

@@ -5,10 +5,11 @@
 #include "collectors/sensors/PowerAverages.h"
 #include "collectors/sensors/SensorAlarms.h"
 #include "collectors/sensors/SensorConfiguration.h"
+#include "collectors/sensors/SensorKeyTable.h"
 #include "collectors/sensors/SensorStatCollectorItemMac.h"
 #include "collectors/sensors/SensorsStatCollector.h"
 #include "history/RecordedSeries.h"
-#include "platform/host/SensorChannels.h"
+#include "platform/host/SensorSource.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -22,8 +23,6 @@
 namespace meridal {
 
 class PlatformController;
-class SensorSMCController;
-class SensorsARMController;
 
 /// The sensors collector of both hosts. It checks which of the sensors that clients know this machine really has, makes
 /// an item of each, samples them and keeps the extremes ever seen. While somebody asks, and for a minute after, that is
@@ -33,19 +32,12 @@ public:
     using Item = SensorStatCollectorItemMac;
     using SensorItems = std::vector<std::shared_ptr<Item>>;
 
-    /// Where readings come from, and what machine this is. All must outlive the collector.
-    struct Sources {
-        SensorSMCController& smc;
-        SensorsARMController& arm;
-        const PlatformController& platform;
-    };
-
-    /// Opens the SMC.
-    SensorsStatCollectorMac(Context& context, Sources sources);
+    /// The platform must outlive it.
+    SensorsStatCollectorMac(Context& context, const PlatformController& platform);
 
     /// The process-wide instance, on Context::shared(). Made anew after cleanupShared().
     static SensorsStatCollectorMac& sharedSensorCollector();
-    /// Ends the process-wide instance, when there is one, and closes the SMC.
+    /// Ends the process-wide instance, when there is one.
     static void cleanupShared();
 
     // Values
@@ -85,8 +77,8 @@ public:
     // Items
     SensorItems sensors() const;
     SensorItems allFans() const;
-    /// What the host tells of a key; null when it tells nothing.
-    const SensorChannel* channelForKey(const std::string& key) const;
+    /// What the host tells of a key, without limits that nobody has set; null when it tells nothing.
+    const SensorRecord* recordForKey(const std::string& key) const;
     /// The kind of a sensor: the host's word, else the client's.
     std::int64_t kindOf(const Item& item) const;
     /// Whether what it reads is power, whatever a client calls it.
@@ -118,7 +110,7 @@ public:
     static constexpr double unprovenFor = 3600;    ///< s that a client's sensor may be without its first value
     static constexpr std::size_t mostWatched = 256;
     static constexpr double watchedFor = 120;          ///< s after the last question
-    static constexpr double channelInterval = 10;      ///< s between looks for chips that came or went
+    static constexpr double lookInterval = 10;         ///< s between looks for chips that came or went
     static constexpr double emptyInterval = 60;        ///< s, the same while there is no sensor at all
     static constexpr double askedFor = 60;             ///< s for which a question keeps the quicker rhythm
     static constexpr double flagInterval = 10;         ///< s between looks at what chips themselves say is wrong
@@ -149,15 +141,22 @@ private:
         SensorConfiguration configuration;
         double lastAsked = 0; ///< monotonic s
     };
-    using ServiceValues = std::map<std::string, double>;
+    /// A sensor that the host names.
+    struct Named {
+        SensorRecord record;     ///< without limits that nobody has set
+        SensorLimits told;       ///< all that the host tells
+        SensorFlags meaningless; ///< of limits that nobody has set
+    };
+    /// A temperature by its name, as clients know sensors of Apple silicon.
+    struct Service {
+        std::string name;
+        std::string source; ///< what the host calls it
+        std::string label;  ///< for people
+        bool isMean = false;
+        bool disturbs = false;
+    };
     enum class Finder { Host, Client, Record };
     enum class Reading { All, WithoutPower };
-    struct KeyReading {
-        double value = -1; ///< may be any, NaN included; -1 for a key that the machine lacks
-        bool exists = false;
-        bool isMeasured = false; ///< it exists, was read, and is finite
-    };
-    using KeyReadings = std::unordered_map<std::string, KeyReading>;
 
     /// While it lasts, each key is read once. Inside another one it changes nothing.
     class OneReading {
@@ -173,7 +172,13 @@ private:
     };
 
     // Readings
-    KeyReading readingOf(const std::string& key);
+    double valueForKey(const std::string& key);
+    SensorReading readingOf(const std::string& key);
+    SensorReading readSource(const std::string& source);
+    void readAhead(const std::vector<std::string>& sources);
+    void readAhead(const SensorItems& items);
+    std::string sourceOf(const std::string& key) const;
+    std::optional<double> fanFigure(const std::string& key) const;
     bool isThere(const std::string& key);
     bool isAsked() const;
     void measure(Reading what);
@@ -183,49 +188,47 @@ private:
     double averagedPower(const SensorConfiguration& configuration);
     bool isPower(const SensorConfiguration& configuration) const;
     bool isPowerKey(const std::string& key) const;
-    ServiceValues readServices();
     void dropUnproven();
-    std::optional<double> readItem(const Item& item, const ServiceValues& services);
-    void sample(Item& item, const ServiceValues& services, double now);
+    bool isLeftAlone(const Item& item) const;
+    std::optional<double> readItem(const Item& item);
+    void sample(Item& item, double now);
     void sampleWatched(double now);
     void watch(const SensorConfiguration& configuration);
 
     // Discovery
     Value electricEntry(const SensorConfiguration& understood, const Value& given);
     std::optional<Value> fanEntry(std::size_t number, const Value& configurations);
-    std::string fanNameFromID(const std::string& prefix);
     void process(const Value& entries, SensorRequest request, Finder finder);
     void keep(const Item& item, SensorRequest request);
     HistorySeries seriesOf(const Item& item) const;
     std::shared_ptr<HistoryDatabaseItem> database();
-    void adoptChannels(std::vector<SensorChannel> channels);
-    void discoverWithoutChannels();
-    void startToFollowChannels();
-    void followChannels();
+    void adopt(std::vector<SensorRecord> records);
+    void adoptServices(const std::vector<SensorRecord>& records, const std::vector<std::string>& keys);
+    void startToFollow();
+    void follow();
     void prepareCommit();
+    const Service* serviceNamed(const std::string& name) const;
     void loadSeenLimits(std::vector<std::string> keys);
     void takeSeenLimits(const std::vector<std::string>& keys, const std::vector<std::optional<SeenLimits>>& limits);
 
-    SensorSMCController& smc_;
-    SensorsARMController& arm_;
     const PlatformController& platform_;
-    const SMCOrigin origin_;
+    SensorSource& source_;
+    SensorKeyTable keys_;
     PowerAverages powers_;
-    std::map<std::string, Watched> watched_;              ///< by identity
-    std::map<std::string, SensorChannel> channels_;       ///< by key
-    std::map<std::string, SensorFlags> meaninglessFlags_; ///< by key, of channels whose limits nobody has set
-    SensorAlarms alarms_;
+    std::map<std::string, Watched> watched_; ///< by identity
+    std::map<std::string, Named> named_;     ///< by key
+    std::vector<Service> services_;          ///< as the host tells them
+    SensorAlarms alarms_;                    ///< by what the host calls sensors
     RecordedSeries recorded_;
-    std::optional<KeyReadings> readings_;    ///< while a turn or a request lasts
+    std::optional<std::unordered_map<std::string, SensorReading>> readings_; ///< while a turn or a request lasts
     std::map<std::string, double> unproven_; ///< clients' sensors without a value so far: since when, monotonic s
-    std::uint64_t channelGeneration_ = 0;
+    std::uint64_t generation_ = 0;
     double nextLook_ = 0;                ///< monotonic s
     double nextFlagLook_ = 0;            ///< monotonic s
     std::optional<double> lastAsked_;    ///< monotonic s
     std::optional<double> lastMeasured_; ///< monotonic s
-    bool followsChannels_ = false;
+    bool follows_ = false;
     bool looksLater_ = false;
-    bool hasListedKeys_ = false; ///< of an SMC of its own, which never change
     bool isLogging_ = false;
     bool preparedDatabase_ = false;
     bool fanControlSupported_ = false;

@@ -3,10 +3,8 @@
 #include "base/Runtime.h"
 #include "base/Text.h"
 #include "base/Value.h"
-#include "collectors/sensors/SMCSensorKeys.h"
 #include "collectors/sensors/SensorKind.h"
 #include "collectors/sensors/SensorLimits.h"
-#include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
@@ -16,8 +14,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
+#include <iterator>
 #include <set>
 #include <utility>
 
@@ -30,10 +27,6 @@ constexpr std::size_t mostFans = 16;
 
 /// Names and keys are kept for as long as the item lives: what is longer than this is cut, or is no key.
 constexpr std::size_t longestName = 256; // bytes
-
-/// What averages of sensor services are called where no client names them.
-constexpr std::array<const char*, armAverages.size()> averageNames = {
-    "SoC die", "Efficiency cores", "Performance cores", "Power manager die", "Power manager SoC die"};
 
 /// The client's configurations; what is no array holds none.
 const Value& listOf(const Value& configurations)
@@ -53,12 +46,12 @@ const Value* configurationOf(const Value& configurations, std::string_view key)
     return nullptr;
 }
 
-std::string shortened(const std::string& name)
+std::string shortened(const std::string& name, std::size_t longest)
 {
-    if (name.size() <= longestName) {
+    if (name.size() <= longest) {
         return name;
     }
-    std::size_t end = longestName;
+    std::size_t end = longest;
     while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
         --end; // not in the midst of a character
     }
@@ -89,16 +82,46 @@ std::string serviceName(const std::string& product)
     return first == std::string::npos ? product : name.substr(first, last - first + 1);
 }
 
-Value configurationOf(const SensorChannel& channel)
+Value configurationOf(const std::string& key, const SensorRecord& record)
 {
-    Value configuration{{"key", channel.key}, {"name", channel.label}};
-    if (channel.low) {
-        configuration["low"] = *channel.low;
+    const auto& [low, high, critical, lowCritical] = record.limits;
+    Value configuration{{"key", key}, {"name", record.isNameless ? serviceName(record.label) : record.label}};
+    if (low) {
+        configuration["low"] = *low;
     }
-    if (const auto high = channel.high ? channel.high : channel.critical) {
-        configuration["high"] = *high;
+    if (high || critical) {
+        configuration["high"] = high ? *high : *critical;
     }
     return configuration;
+}
+
+/// An entry without a value, for which nothing has to be read.
+Value entryOf(const std::string& key, const Value& configuration, bool isTemperature)
+{
+    const SensorConfiguration understood = parseSensorConfiguration(configuration);
+    const std::int64_t kind = isTemperature ? sensorKind::temperature : understood.kind();
+    Value entry = entryOf(kind, configuration, key, understood.name, 0);
+    if (understood.hasFixedLimits()) {
+        addLimits(entry, understood.low, understood.high);
+    }
+    return entry;
+}
+
+/// Whether clients may know a sensor by its name: temperatures, but for those that are only a key.
+bool isService(const SensorRecord& record)
+{
+    return record.kind == SensorKind::Temperature && !(record.isNameless && isSMCKey(record.key));
+}
+
+/// A fan's name as clients have always got it, out of the 12 bytes that an SMC has for one: without blanks, and cut
+/// between characters.
+std::string fanName(const std::string& label)
+{
+    constexpr std::size_t longest = 12;
+    std::string name;
+    std::copy_if(label.begin(), label.end(), std::back_inserter(name),
+        [](char c) { return static_cast<unsigned char>(c) > ' '; });
+    return shortened(name, longest);
 }
 
 /// Whether a sensor is made of more keys than are sampled for one.
@@ -116,7 +139,7 @@ void take(SensorStatCollectorItemMac& item, const Value& entry, std::int64_t ind
     const Value* given = find(entry, "config");
     SensorConfiguration configuration = parseSensorConfiguration(given ? *given : Value());
     configuration.key = item.key().value_or("");
-    configuration.name = shortened(text(entry, "name").value_or(configuration.name));
+    configuration.name = shortened(text(entry, "name").value_or(configuration.name), longestName);
     item.setName(configuration.name);
     item.setType(integer(entry, "type").value_or(configuration.kind()));
     item.setIndex(index);
@@ -138,7 +161,7 @@ void take(SensorStatCollectorItemMac& item, const Value& entry, std::int64_t ind
 Value SensorsStatCollectorMac::electricEntry(const SensorConfiguration& understood, const Value& given)
 {
     Value entry =
-        entryOf(understood.kind(), given, understood.key, understood.name, finite(readingOf(understood.key).value));
+        entryOf(understood.kind(), given, understood.key, understood.name, finite(valueForKey(understood.key)));
     if (understood.hasFixedLimits()) {
         // Through a float, as clients have always got them.
         addLimits(entry, static_cast<float>(understood.low), static_cast<float>(understood.high));
@@ -148,6 +171,7 @@ Value SensorsStatCollectorMac::electricEntry(const SensorConfiguration& understo
 
 Value SensorsStatCollectorMac::supportedElectricSensors(const Value& configurations)
 {
+    startToFollow(); // a key of the host's is to be known before a client speaks of it
     const OneReading once(*this);
     Value entries = Value::array();
     for (const Value& given : listOf(configurations)) {
@@ -175,30 +199,40 @@ float SensorsStatCollectorMac::minimumForFan(const std::string& prefix) { return
 
 float SensorsStatCollectorMac::maximumForFan(const std::string& prefix) { return valueForSensorKey(prefix + "Mx"); }
 
-/// An emulated SMC keeps a fan's name among its bytes.
-std::string SensorsStatCollectorMac::fanNameFromID(const std::string& prefix)
+/// What an SMC has keys for beside the speeds of fans, where the host names those: how many there are, and each one's
+/// limits, 0 for one that it does not have.
+std::optional<double> SensorsStatCollectorMac::fanFigure(const std::string& key) const
 {
-    SMCKeyValue data;
-    smc_.dataForKey(prefix + "ID", data);
-    std::string name;
-    for (std::size_t index = 0; index < data.bytes.size() && index < data.dataSize; ++index) {
-        if (data.bytes[index] >= 33) {
-            name += static_cast<char>(data.bytes[index]);
-        }
+    if (!key.starts_with('F') || (named_.empty() && !platform_.fauxMac())) {
+        return std::nullopt;
     }
-    return validUtf8(name);
+    const std::string_view what = std::string_view(key).substr(1);
+    if (what.starts_with("Num")) {
+        std::size_t count = 0;
+        for (std::size_t fan = 0; fan < mostFans; ++fan) {
+            count = recordForKey(fmt::format("F{:X}Ac", fan)) ? fan + 1 : count;
+        }
+        return static_cast<double>(count);
+    }
+    const std::string_view limit = what.substr(std::min<std::size_t>(1, what.size()), 2);
+    const auto fan = limit == "Mn" || limit == "Mx" ? named_.find(key.substr(0, 2) + "Ac") : named_.end();
+    if (fan == named_.end()) {
+        return std::nullopt;
+    }
+    return (limit == "Mn" ? fan->second.told.low : fan->second.told.high).value_or(0);
 }
 
 std::optional<Value> SensorsStatCollectorMac::fanEntry(std::size_t fan, const Value& configurations)
 {
     const std::string prefix = fmt::format("F{:X}", fan);
     const std::string key = prefix + "Ac";
-    const double speed = finite(readingOf(key).value);
+    const double speed = finite(valueForKey(key));
     const Value* configuration = configurationOf(configurations, key);
     std::string name;
     double low = 0;
-    if (origin_ == SMCOrigin::Emulated) {
-        name = fanNameFromID(prefix);
+    if (platform_.fauxMac()) { // whose fans the host names
+        const SensorRecord* record = recordForKey(key);
+        name = record ? fanName(record->label) : "";
         if (name.empty()) {
             return std::nullopt;
         }
@@ -217,6 +251,7 @@ std::optional<Value> SensorsStatCollectorMac::fanEntry(std::size_t fan, const Va
 
 Value SensorsStatCollectorMac::supportedFans(const Value& configurations)
 {
+    startToFollow();
     Value entries = Value::array();
     const float count = valueForSensorKey("FNum");
     for (std::size_t fan = 0; fan < mostFans && static_cast<float>(fan) < count; ++fan) {
@@ -229,26 +264,34 @@ Value SensorsStatCollectorMac::supportedFans(const Value& configurations)
 
 // Sensor services
 
+const SensorsStatCollectorMac::Service* SensorsStatCollectorMac::serviceNamed(const std::string& name) const
+{
+    const auto found =
+        std::find_if(services_.begin(), services_.end(), [&](const Service& each) { return each.name == name; });
+    return found != services_.end() ? &*found : nullptr;
+}
+
 Value SensorsStatCollectorMac::supportedArmSensors(const Value& configurations)
 {
+    startToFollow();
+    const OneReading once(*this);
+    std::vector<std::string> sources;
+    std::transform(services_.begin(), services_.end(), std::back_inserter(sources),
+        [](const Service& service) { return service.source; });
+    readAhead(sources);
     Value entries = Value::array();
-    std::set<std::string> seen;
-    for (const Value& reading : arm_.sensors()) {
-        const std::string key = text(reading, "key").value_or("");
-        const double value = number(reading, "value").value_or(0);
-        const Value* configuration = configurationOf(configurations, key);
-        const bool isAverage = std::any_of(
-            armAverages.begin(), armAverages.end(), [&](const ARMAverage& average) { return average.key == key; });
-        // An average of nothing is 0. Of two services of one name a client could not tell which it means.
-        if ((isAverage && (!configuration || value == 0)) || !seen.insert(key).second) {
+    for (const Service& service : services_) {
+        const Value* configuration = configurationOf(configurations, service.name);
+        const auto value = readSource(service.source).value;
+        if (!value || (service.isMean && !configuration)) { // a mean is for those who know it
             continue;
         }
-        std::string name = serviceName(key);
+        std::string name = serviceName(service.label);
         if (configuration) {
             name = text(*configuration, "name").value_or(name);
         }
         Value entry = entryOf(sensorKind::temperature,
-            configuration ? *configuration : Value{{"key", key}, {"name", name}}, key, name, value);
+            configuration ? *configuration : Value{{"key", service.name}, {"name", name}}, service.name, name, *value);
         const SensorConfiguration understood = parseSensorConfiguration(configuration ? *configuration : Value());
         if (understood.hasFixedLimits()) {
             addLimits(entry, understood.low, understood.high);
@@ -279,17 +322,16 @@ void SensorsStatCollectorMac::averagePower(Value& entries)
 void SensorsStatCollectorMac::process(const Value& entries, SensorRequest request, Finder finder)
 {
     if (finder != Finder::Host && !listOf(entries).empty()) {
-        startToFollowChannels(); // a key of the host's is to be known before a client speaks of it
+        startToFollow();
     }
     std::vector<std::string> fresh;
-    ServiceValues values;
     std::int64_t index = 0;
     for (const Value& entry : listOf(entries)) {
         const std::string key = text(entry, "key").value_or("");
         auto item = std::static_pointer_cast<Item>(itemWithKey(key));
         const std::size_t most = finder == Finder::Host ? 2 * mostItems : mostItems;
-        const bool isKnownBetter = (finder != Finder::Host && channels_.contains(key))
-            || (finder == Finder::Record && item && item->isClients());
+        const bool isKnownBetter =
+            (finder != Finder::Host && named_.contains(key)) || (finder == Finder::Record && item && item->isClients());
         if (isKnownBetter || (finder != Finder::Host && hasTooManyKeys(entry))) {
             continue;
         }
@@ -307,7 +349,6 @@ void SensorsStatCollectorMac::process(const Value& entries, SensorRequest reques
         }
         item->setExists(true);
         item->setSource(request == SensorRequest::Services ? Item::Source::Service : Item::Source::SMC);
-        values[key] = number(entry, "value").value_or(0);
         const SensorConfiguration before = item->sensorConfig();
         take(*item, entry, index++);
         const bool wasClients = item->isClients();
@@ -321,8 +362,14 @@ void SensorsStatCollectorMac::process(const Value& entries, SensorRequest reques
     }
     setChildrenChanged(true);
     const double now = context().runtime.monotonicTime();
+    const OneReading once(*this);
+    SensorItems made;
     for (const std::string& key : fresh) {
-        sample(static_cast<Item&>(*itemWithKey(key)), values, now); // whoever asked sees a value at once
+        made.push_back(std::static_pointer_cast<Item>(itemWithKey(key)));
+    }
+    readAhead(made);
+    for (const auto& item : made) {
+        sample(*item, now); // whoever asked sees a value at once
     }
     loadSeenLimits(std::move(fresh));
 }
@@ -359,7 +406,7 @@ void SensorsStatCollectorMac::dropUnproven()
     bool isAnyDropped = false;
     for (auto each = unproven_.begin(); each != unproven_.end();) {
         const auto item = sensorWithKey(each->first);
-        const bool isProven = !item || item->hasRecorded() || channels_.contains(each->first);
+        const bool isProven = !item || item->hasRecorded() || named_.contains(each->first);
         if (!isProven && now - each->second <= unprovenFor) {
             ++each;
             continue;
@@ -407,94 +454,109 @@ void SensorsStatCollectorMac::resumeRecord()
 
 // What the host tells by itself
 
-void SensorsStatCollectorMac::adoptChannels(std::vector<SensorChannel> channels)
+void SensorsStatCollectorMac::adopt(std::vector<SensorRecord> records)
 {
     updateRecordedValues(); // of those that go now, while it is known what they are
-    std::map<std::string, SensorChannel> before = std::exchange(channels_, {});
-    meaninglessFlags_.clear();
-    Value sensors = Value::array(); // entries without a value, which nothing has to be read for
+    const std::vector<std::string> keys = keys_.keysFor(records);
+    if (keys_.save()) {
+        context().host.limitations->clear("sensor-keys");
+    } else {
+        context().host.limitations->set("sensor-keys", "the keys of sensors cannot be written to the state folder");
+    }
+    const std::map<std::string, Named> before = std::exchange(named_, {});
+    adoptServices(records, keys);
+    Value sensors = Value::array();
+    Value services = Value::array();
     Value fans = Value::array();
-    for (SensorChannel& channel : channels) {
-        const std::string key = channel.key;
-        meaninglessFlags_.insert_or_assign(key, dropUnsetLimits(channel));
-        Value configuration = configurationOf(channel);
-        if (channel.kind == SensorChannelKind::Fan) {
+    for (std::size_t index = 0; index < records.size(); ++index) {
+        SensorRecord& record = records[index];
+        const std::string& key = keys[index];
+        if (key.empty() || (record.isNameless && itemWithKey(key))) { // somebody may know better by now
+            continue;
+        }
+        const SensorLimits told = record.limits;
+        const SensorFlags meaningless = dropUnsetLimits(record);
+        Value configuration = configurationOf(key, record);
+        if (record.kind == SensorKind::Fan) {
             fans.push_back(std::move(configuration));
         } else {
-            const SensorConfiguration understood = parseSensorConfiguration(configuration);
-            Value entry = entryOf(understood.kind(), std::move(configuration), key, channel.label, 0);
-            if (understood.hasFixedLimits()) {
-                addLimits(entry, understood.low, understood.high);
-            }
-            sensors.push_back(std::move(entry));
+            const bool isOnlyService = record.isNameless && isService(record);
+            (isOnlyService ? services : sensors).push_back(entryOf(key, configuration, isOnlyService));
         }
-        channels_.insert_or_assign(key, std::move(channel));
+        if (!record.isNameless) {
+            named_.emplace(key, Named{.record = std::move(record), .told = told, .meaningless = meaningless});
+        }
     }
     for (const auto& known : before) {
-        if (const auto item = channels_.contains(known.first) ? nullptr : itemWithKey(known.first)) {
+        if (const auto item = named_.contains(known.first) ? nullptr : itemWithKey(known.first)) {
             item->setExists(false);
         }
     }
     removeOldItems();
     process(sensors, SensorRequest::Sensors, Finder::Host);
-    process(supportedFans(fans), SensorRequest::Fans, Finder::Host);
-}
-
-void SensorsStatCollectorMac::discoverWithoutChannels()
-{
-    Value averages = Value::array();
-    for (std::size_t index = 0; index < armAverages.size(); ++index) {
-        averages.push_back({{"key", armAverages[index].key}, {"name", averageNames[index]}});
-    }
-    const Value services = supportedArmSensors(averages);
     process(services, SensorRequest::Services, Finder::Host);
-    if (services.empty() && origin_ == SMCOrigin::Own && !std::exchange(hasListedKeys_, true)) {
-        Value named = Value::array(); // by their keys, until a client knows better
-        for (const std::string& key : sensorKeysByLooks(smc_, origin_)) {
-            named.push_back({{"key", key}, {"name", key}});
-        }
-        process(supportedElectricSensors(named), SensorRequest::Sensors, Finder::Host);
-    }
-    Value fans = Value::array();
-    for (std::size_t fan = 0; fan < mostFans; ++fan) {
-        fans.push_back({{"key", fmt::format("F{:X}Ac", fan)}, {"name", fmt::format("Fan {}", fan + 1)}});
-    }
     process(supportedFans(fans), SensorRequest::Fans, Finder::Host);
 }
 
-void SensorsStatCollectorMac::followChannels()
+/// Of several with one name the chip tells them apart; of those that it does not a client could not tell which it means.
+void SensorsStatCollectorMac::adoptServices(
+    const std::vector<SensorRecord>& records, const std::vector<std::string>& keys)
+{
+    const auto called = [](const SensorRecord& each) { return each.isNameless ? each.channel : each.label; };
+    std::map<std::string, int> names;
+    for (std::size_t index = 0; index < records.size(); ++index) {
+        names[called(records[index])] += !keys[index].empty() && isService(records[index]) ? 1 : 0;
+    }
+    services_.clear();
+    for (std::size_t index = 0; index < records.size(); ++index) {
+        const SensorRecord& record = records[index];
+        std::string name = called(record);
+        if (keys[index].empty() || !isService(record)) {
+            continue;
+        }
+        if (names[name] > 1) {
+            name += " (" + record.chip + ")";
+        }
+        if (!serviceNamed(name)) {
+            services_.push_back({.name = name,
+                .source = record.key,
+                .label = record.isNameless ? record.label : name,
+                .isMean = record.isMean,
+                .disturbs = record.disturbs});
+        }
+    }
+}
+
+void SensorsStatCollectorMac::follow()
 {
     const double now = context().runtime.monotonicTime();
-    if (!followsChannels_ || now < nextLook_) {
+    if (!follows_ || now < nextLook_) {
         return;
     }
-    nextLook_ = now + channelInterval;
-    // Before the channels: what changes between the two is seen at the next look.
-    const std::uint64_t generation = context().host.sensorChannels->generation();
-    if (generation != channelGeneration_) {
-        channelGeneration_ = generation;
-        adoptChannels(context().host.sensorChannels->channels());
+    nextLook_ = now + lookInterval;
+    // Before the sensors: what changes between the two is seen at the next look.
+    const std::uint64_t generation = source_.generation();
+    if (generation != generation_) {
+        generation_ = generation;
+        adopt(source_.sensors());
     }
 }
 
-void SensorsStatCollectorMac::startToFollowChannels()
+void SensorsStatCollectorMac::startToFollow()
 {
-    if (!std::exchange(followsChannels_, true)) {
-        channelGeneration_ = context().host.sensorChannels->generation() - 1; // whatever it is, it is new
+    if (!std::exchange(follows_, true)) {
+        generation_ = source_.generation() - 1; // whatever it is, it is new
     }
-    followChannels();
+    follow();
 }
 
 void SensorsStatCollectorMac::discover()
 {
-    startToFollowChannels();
-    if (channels_.empty() && items().empty()) {
-        discoverWithoutChannels();
-    }
+    startToFollow();
     begin();
     if (!isLogging_ && !stopped() && !std::exchange(looksLater_, true)) { // the clock, once it runs, looks by itself
         const bool isWatched = isAsked() || !items().empty();
-        context().runtime.after(isWatched ? channelInterval : emptyInterval, sensorLifetime_.guard([this] {
+        context().runtime.after(isWatched ? lookInterval : emptyInterval, sensorLifetime_.guard([this] {
             looksLater_ = false;
             discover();
         }));

@@ -16,13 +16,13 @@ namespace meridal {
 
 HistorySeries SensorsStatCollectorMac::seriesOf(const Item& item) const
 {
-    const SensorChannel* channel = channelForKey(item.key().value_or(""));
+    const SensorRecord* record = recordForKey(item.key().value_or(""));
     return {.key = item.key().value_or(""),
         .name = nameOf(item),
         .unit = std::string(sensorUnit(kindOf(item))),
         .values = {"value"},
         .step = isPower(item) ? powerStep : 0,
-        .origin = channel ? channel->chip : ""};
+        .origin = record ? record->chip : ""};
 }
 
 std::vector<HistorySeries> SensorsStatCollectorMac::series() const

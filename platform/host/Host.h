@@ -16,10 +16,8 @@
 #include "platform/host/ProcessConnections.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/host/ProcessVisibility.h"
-#include "platform/host/SMCService.h"
 #include "platform/host/SelfUsage.h"
-#include "platform/host/SensorChannels.h"
-#include "platform/host/SensorServices.h"
+#include "platform/host/SensorSource.h"
 #include "platform/host/TrafficCounters.h"
 #include "platform/host/UserRights.h"
 #include "platform/host/WirelessInterface.h"
@@ -43,9 +41,7 @@ struct Host {
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
     std::unique_ptr<Disks> disks;
-    std::unique_ptr<SMCService> smc;
-    std::unique_ptr<SensorServices> sensorServices;
-    std::unique_ptr<SensorChannels> sensorChannels;
+    std::unique_ptr<SensorSource> sensors;
     std::unique_ptr<PeripheralBatteries> peripherals;
     std::unique_ptr<PacketTap> packetTap;
     std::unique_ptr<NetworkStatistics> networkStatistics;

@@ -17,9 +17,6 @@
 #include "platform/linux/power/SysfsPowerSources.h"
 #include "platform/linux/processes/ProcVisibility.h"
 #include "platform/linux/processes/ProcessSourceChoice.h"
-#include "platform/linux/sensors/HwmonSMCService.h"
-#include "platform/linux/sensors/HwmonSensorChannels.h"
-#include "platform/linux/sensors/HwmonSensorServices.h"
 #include "platform/linux/sensors/HwmonSensors.h"
 #include "platform/linux/traffic/BpfTrafficCounters.h"
 #include "platform/linux/traffic/DiagNetworkStatistics.h"
@@ -71,13 +68,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
     host->disks = std::make_unique<LinuxDisks>(runtime, options.root, host->limitations, options.readHiddenDisks);
-    auto sensors = std::make_shared<HwmonSensors>(runtime,
-        HwmonOptions{.root = options.root,
-            .keyFile = options.state.empty() ? std::filesystem::path() : options.state / "sensor-keys"},
-        host->limitations);
-    host->smc = std::make_unique<HwmonSMCService>(sensors);
-    host->sensorServices = std::make_unique<HwmonSensorServices>(sensors);
-    host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
+    host->sensors = std::make_unique<HwmonSensors>(runtime, HwmonOptions{.root = options.root});
     host->packetTap = std::make_unique<PcapPacketTap>(runtime, options.root);
     host->networkStatistics = std::make_unique<DiagNetworkStatistics>(runtime, options.root);
     host->trafficCounters = std::make_unique<BpfTrafficCounters>(runtime, BpfTrafficOptions{.root = options.root});

@@ -12,7 +12,6 @@ class Runtime;
 
 struct LinuxHostOptions {
     std::filesystem::path root = "/"; ///< what holds proc, sys, etc, run and dev
-    std::filesystem::path state = {}; ///< where adapters keep what must survive a restart; empty keeps nothing
     ProcProcessOptions processes = {};
     bool readHiddenDisks = false; ///< read disks that spin even where nobody can tell whether that spins them up
     bool bpfProcesses = true;     ///< BPF programs may be tried for the process table; never with another root than "/"

@@ -1,5 +1,6 @@
 #include "platform/macos/MacHost.h"
 
+#include "platform/formats/MacSensorSource.h"
 #include "platform/macos/disks/MacAdapters.h"
 #include "platform/macos/kernel/DistributedCenter.h"
 #include "platform/macos/machine/MacAdapters.h"
@@ -20,14 +21,6 @@ class OpenProcessTable final : public ProcessVisibility {
 public:
     std::optional<ProcessRestriction> restriction() override { return std::nullopt; }
     std::optional<std::uint32_t> ownerOf(std::int32_t) override { return std::nullopt; }
-};
-
-/// A Mac's SMC tells nothing of its keys beyond type and size: their names are the clients' own.
-class NoSensorChannels final : public SensorChannels {
-public:
-    std::vector<SensorChannel> channels() override { return {}; }
-    std::uint64_t generation() override { return 0; }
-    std::map<std::string, SensorFlags> flags() override { return {}; }
 };
 
 /// macOS lets nobody run programs in its kernel. The tap names the process of each packet instead.
@@ -55,9 +48,8 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->powerMessages = makeMacPowerMessages(host->limitations);
     host->powerSources = makeMacPowerSources();
     host->disks = makeMacDisks();
-    host->smc = makeAppleSMCService();
-    host->sensorServices = makeHIDSensorServices();
-    host->sensorChannels = std::make_unique<NoSensorChannels>();
+    host->sensors = std::make_unique<MacSensorSource>(makeAppleSMCService(), makeHIDSensorServices(),
+        host->machine->hasService("FakeSMC") ? SMCOrigin::Emulated : SMCOrigin::Own);
     host->peripherals = makeMacPeripheralBatteries();
     host->packetTap = makePktapPacketTap(runtime);
     host->networkStatistics = makeControlNetworkStatistics(runtime);

@@ -9,8 +9,6 @@
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "collectors/process/TrafficCounterCollector.h"
-#include "collectors/sensors/SensorSMCController.h"
-#include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryService.h"
@@ -37,17 +35,13 @@ struct AllServices {
         , disksCollector(std::make_shared<SMARTStatCollector>(context))
         , wireless(context)
         , interfaces(context, databases, wireless)
-        , smc(context)
-        , arm(context)
         , platform(context)
-        , sensorsCollector(context, {.smc = smc, .arm = arm, .platform = platform})
+        , sensorsCollector(context, platform)
         , counters(context, processes)
         , packets(context, processes)
         , statistics(context, processes)
         , uptime(context, uptimeCollector, databases)
-        , sensors(
-              context, catalogue, [this] { smc.openIfNeeded(); },
-              [this]() -> SensorsStatCollectorMac& { return sensorsCollector; })
+        , sensors(context, catalogue, [this]() -> SensorsStatCollectorMac& { return sensorsCollector; })
         , battery(context, batteries, power)
         , disks(*disksCollector)
         , network(context, interfaces)
@@ -71,8 +65,6 @@ struct AllServices {
     std::shared_ptr<SMARTStatCollector> disksCollector;
     CoreWLanStatCollector wireless;
     NetworkStatCollectorMac interfaces;
-    SensorSMCController smc;
-    SensorsARMController arm;
     PlatformController platform;
     SensorsStatCollectorMac sensorsCollector;
     TrafficCounterCollector counters;

@@ -11,8 +11,7 @@ class HistoryQuestionsTest : public SensorsTest {
 protected:
     HistoryQuestionsTest()
     {
-        fit({{{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature}, 40},
-            {{"TC1P", "chip-2", "GPU", SensorChannelKind::Temperature}, 50}});
+        fit({{sensorOf("TC0P", "chip-1", "CPU"), 40}, {sensorOf("TC1P", "chip-2", "GPU"), 50}});
         start();
         daemon->catalogue.add("odd", collector().history(), [] {
             return std::vector<HistorySeries>{
@@ -23,7 +22,7 @@ protected:
     void record(int minutes)
     {
         for (int half = 0; half < 2 * minutes; ++half) {
-            smc().keys["TC1P"].readFails = half % 2 == 1;
+            source().values["TC1P"] = half % 2 == 1 ? std::nullopt : std::optional(50.0);
             machine.runtime.advance(30);
         }
     }

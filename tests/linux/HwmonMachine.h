@@ -1,18 +1,12 @@
 #pragma once
 
 #include "base/SlowWork.h"
-#include "collectors/sensors/SensorSMCController.h"
-#include "platform/linux/sensors/HwmonSMCService.h"
-#include "platform/linux/sensors/HwmonSensorChannels.h"
-#include "platform/linux/sensors/HwmonSensorServices.h"
 #include "platform/linux/sensors/HwmonSensors.h"
 #include "tests/support/TemporaryTree.h"
 #include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <map>
@@ -93,61 +87,37 @@ public:
         tree.remove("sys/class/hwmon/" + entry);
         tree.remove(folders_.at(entry));
     }
-    /// The adapter, as a daemon that starts makes it. The state folder is the machine's.
+    /// The adapter, as a daemon that starts makes it.
     void start()
     {
-        sensors = std::make_shared<HwmonSensors>(runtime,
-            HwmonOptions{.root = tree.root(),
-                .keyFile = tree.root() / "state/sensor-keys",
-                .work = std::make_unique<HandWork>(script)},
-            limitations);
-        smc = std::make_unique<HwmonSMCService>(sensors);
-        SMCService::Handle handle = 0;
-        smc->openService(smc->findService("AppleSMC"), 1, handle);
-        connection = handle;
+        sensors = std::make_unique<HwmonSensors>(
+            runtime, HwmonOptions{.root = tree.root(), .work = std::make_unique<HandWork>(script)});
     }
-    /// Key by "chip channel-label", as published now.
-    std::map<std::string, std::string> keys() const
+    /// By "chip label", those that are ignored left out.
+    std::map<std::string, SensorRecord> records() const
     {
-        std::map<std::string, std::string> keys;
-        for (const HwmonSensor& sensor : sensors->sensors()) {
-            keys[sensor.chip + " " + sensor.label] = sensor.key;
+        std::map<std::string, SensorRecord> records;
+        for (const SensorRecord& record : sensors->sensors()) {
+            if (!record.isIgnored) {
+                records[record.chip + " " + record.label] = record;
+            }
         }
-        return keys;
+        return records;
     }
-    SMCParamRecord call(SMCCommand command, const std::string& key, std::uint32_t index = 0) const
-    {
-        SMCParamRecord input;
-        input.command = static_cast<std::uint8_t>(command);
-        input.key = makeUInt32Key(key.c_str());
-        input.data32 = index;
-        SMCParamRecord output;
-        EXPECT_EQ(smc->callStructMethod(connection, 2, input, output), IOStatus::Success);
-        return output;
-    }
-    /// A key of type "flt "; not a number when it is absent.
-    double value(const std::string& key) const
-    {
-        const SMCParamRecord output = call(SMCCommand::ReadKey, key);
-        float value = 0;
-        std::memcpy(&value, output.bytes.data(), sizeof value);
-        EXPECT_EQ(output.result != 0, std::isnan(value)) << key;
-        return static_cast<double>(value);
-    }
+    std::string key(const std::string& name) const { return records().at(name).key; }
+    SensorReading read(const std::string& key) const { return sensors->read({&key, 1}).front(); }
+    std::optional<double> value(const std::string& key) const { return read(key).value; }
     /// By chip and label.
-    double valueOf(const std::string& name) const
+    std::optional<double> valueOf(const std::string& name) const
     {
         runtime.advance(1);
-        return value(keys().at(name));
+        return value(key(name));
     }
 
     TemporaryTree tree;
     mutable VirtualRuntime runtime;
-    std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>();
     std::shared_ptr<HandWork::Script> script = std::make_shared<HandWork::Script>();
-    std::shared_ptr<HwmonSensors> sensors;
-    std::unique_ptr<HwmonSMCService> smc;
-    SMCService::Handle connection = 0;
+    std::unique_ptr<HwmonSensors> sensors;
 
 private:
     std::map<std::string, std::string> folders_;

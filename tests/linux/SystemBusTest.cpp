@@ -68,7 +68,7 @@ TEST(LinuxHost, HasEverySeamEvenOnAnEmptyMachine)
     const test::TemporaryTree tree{{"proc/5/stat", "5 (only) S 0 1 1 0 -1 0 0 0 0 0 1 1 0 0 20 0 1 0 9 0\n"}};
     const auto host = makeLinuxHost(runtime, {.root = tree.root()});
     ASSERT_TRUE(host->machine && host->processes && host->display && host->distributedNotifications && host->selfUsage);
-    EXPECT_TRUE(host->smc && host->sensorServices && host->sensorChannels);
+    EXPECT_TRUE(host->sensors);
     EXPECT_EQ(host->processes->readProcesses(ProcessFields::Cpu).size(), 1U);
     EXPECT_FALSE(host->display->frameRate());
     host->distributedNotifications->post("nobody hears this");

@@ -5,96 +5,85 @@
 namespace meridal::test {
 namespace {
 
-using Kind = SensorChannelKind;
+using Kind = SensorKind;
 using enum SensorAlarm;
 
-SensorChannel channel(Kind kind, std::optional<double> low, std::optional<double> high,
+SensorRecord limited(Kind kind, std::optional<double> low, std::optional<double> high,
     std::optional<double> critical = {}, std::optional<double> lowCritical = {})
 {
-    return {.key = "Txyz",
-        .chip = "chip-1",
-        .label = "one",
-        .kind = kind,
-        .low = low,
-        .high = high,
-        .critical = critical,
-        .lowCritical = lowCritical};
+    return sensorOf("Txyz", "chip-1", "one", kind, {low, high, critical, lowCritical});
 }
 
 TEST(SensorAlarms, LimitsAndFlagsOfRealChips)
 {
     const std::optional<double> no;
-    SensorChannel macsFan = channel(Kind::Fan, 1350, 6000);
+    SensorRecord macsFan = limited(Kind::Fan, 1350, 6000);
     macsFan.mayStandStill = true;
-    SensorChannel core = channel(Kind::Temperature, no, no, 100);
+    SensorRecord core = limited(Kind::Temperature, no, no, 100);
     core.tellsCritical = true;
     constexpr SensorFlags none;
     constexpr SensorFlags channelFlag{.any = true};
     struct Case {
         const char* what;
-        SensorChannel channel;
+        SensorRecord sensor;
         std::optional<double> value;
         SensorFlags flags;
         SensorAlarm expected;
     };
     const std::vector<Case> cases = {
-        {"a fan that stands still", channel(Kind::Fan, 600, no), 0.0, none, Low},
+        {"a fan that stands still", limited(Kind::Fan, 600, no), 0.0, none, Low},
         {"a fan that may", macsFan, 0.0, none, None},
-        {"a fan without a minimum", channel(Kind::Fan, 0, no), 0.0, none, None},
-        {"a fan beyond what it is made for", channel(Kind::Fan, no, 3300), 3312.0, none, None},
-        {"a fan whose chip says so", channel(Kind::Fan, 600, no), 650.0, channelFlag, Low},
-        {"a weak 12 V rail", channel(Kind::Voltage, 10.8, 13.2), 9.0, none, Low},
-        {"at its limit", channel(Kind::Voltage, 10.8, 13.2), 13.2, none, None},
-        {"too high", channel(Kind::Voltage, 10.8, 13.2), 13.21, none, High},
-        {"a -12 V rail", channel(Kind::Voltage, -13.2, -10.8), -9.0, none, High},
-        {"between two readings it was low", channel(Kind::Voltage, 10.8, 13.2), 11.0, channelFlag, Low},
-        {"between two readings it was high", channel(Kind::Voltage, 10.8, 13.2), 13.0, channelFlag, High},
-        {"which limit", channel(Kind::Voltage, 10.8, 13.2), 13.0, {.low = true}, Low},
-        {"nct6775, nobody set limits", channel(Kind::Voltage, 0, 0), 1.0, channelFlag, None},
-        {"nct6775, SYSTIN", channel(Kind::Temperature, no, 0), 119.0, {.any = true, .high = true}, None},
-        {"jc42 from the factory", channel(Kind::Temperature, 0, 0, 0), 37.5, {.high = true, .critical = true}, None},
-        {"jc42 with one limit set", channel(Kind::Temperature, 0, 0, 85), 86.0, none, Critical},
-        {"nvme, no limits but one", channel(Kind::Temperature, -273.15, 65261.85, 84.75), 40.0, none, None},
-        {"nvme, which has no limits", channel(Kind::Temperature, -273.15, 65261.85), 40.0, channelFlag, High},
-        {"a processor that throttles", channel(Kind::Temperature, no, no, 100), 100.0, none, None},
-        {"critical", channel(Kind::Temperature, no, 80, 100), 100.1, none, Critical},
+        {"a fan without a minimum", limited(Kind::Fan, 0, no), 0.0, none, None},
+        {"a fan beyond what it is made for", limited(Kind::Fan, no, 3300), 3312.0, none, None},
+        {"a fan whose chip says so", limited(Kind::Fan, 600, no), 650.0, channelFlag, Low},
+        {"a weak 12 V rail", limited(Kind::Voltage, 10.8, 13.2), 9.0, none, Low},
+        {"at its limit", limited(Kind::Voltage, 10.8, 13.2), 13.2, none, None},
+        {"too high", limited(Kind::Voltage, 10.8, 13.2), 13.21, none, High},
+        {"a -12 V rail", limited(Kind::Voltage, -13.2, -10.8), -9.0, none, High},
+        {"between two readings it was low", limited(Kind::Voltage, 10.8, 13.2), 11.0, channelFlag, Low},
+        {"between two readings it was high", limited(Kind::Voltage, 10.8, 13.2), 13.0, channelFlag, High},
+        {"which limit", limited(Kind::Voltage, 10.8, 13.2), 13.0, {.low = true}, Low},
+        {"nct6775, nobody set limits", limited(Kind::Voltage, 0, 0), 1.0, channelFlag, None},
+        {"nct6775, SYSTIN", limited(Kind::Temperature, no, 0), 119.0, {.any = true, .high = true}, None},
+        {"jc42 from the factory", limited(Kind::Temperature, 0, 0, 0), 37.5, {.high = true, .critical = true}, None},
+        {"jc42 with one limit set", limited(Kind::Temperature, 0, 0, 85), 86.0, none, Critical},
+        {"nvme, no limits but one", limited(Kind::Temperature, -273.15, 65261.85, 84.75), 40.0, none, None},
+        {"nvme, which has no limits", limited(Kind::Temperature, -273.15, 65261.85), 40.0, channelFlag, High},
+        {"a processor that throttles", limited(Kind::Temperature, no, no, 100), 100.0, none, None},
+        {"critical", limited(Kind::Temperature, no, 80, 100), 100.1, none, Critical},
         {"coretemp, which has its own flag", core, 101.0, none, None},
         {"coretemp, which says so", core, 99.0, {.critical = true}, Critical},
-        {"acpitz, a zone that is not used", channel(Kind::Temperature, no, no, 20.8), 27.8, none, None},
-        {"high", channel(Kind::Temperature, no, 80, 100), 99.0, none, High},
-        {"frozen", channel(Kind::Temperature, 0, 80, 100, -10), -10.1, none, Critical},
-        {"cold", channel(Kind::Temperature, 0, 80, 100, -10), -10.0, none, Low},
-        {"an open diode", channel(Kind::Temperature, no, 80), no, {.high = true, .fault = true}, Fault},
-        {"no value", channel(Kind::Temperature, 10, 80), no, none, None},
-        {"no limits", channel(Kind::Power, no, no), 900.0, none, None},
+        {"acpitz, a zone that is not used", limited(Kind::Temperature, no, no, 20.8), 27.8, none, None},
+        {"high", limited(Kind::Temperature, no, 80, 100), 99.0, none, High},
+        {"frozen", limited(Kind::Temperature, 0, 80, 100, -10), -10.1, none, Critical},
+        {"cold", limited(Kind::Temperature, 0, 80, 100, -10), -10.0, none, Low},
+        {"an open diode", limited(Kind::Temperature, no, 80), no, {.high = true, .fault = true}, Fault},
+        {"no value", limited(Kind::Temperature, 10, 80), no, none, None},
+        {"no limits", limited(Kind::Power, no, no), 900.0, none, None},
     };
     for (Case each : cases) {
-        const SensorFlags meaningless = dropUnsetLimits(each.channel);
+        const SensorFlags meaningless = dropUnsetLimits(each.sensor);
         const SensorFlags flags{.any = each.flags.any && !meaningless.any,
             .low = each.flags.low && !meaningless.low,
             .high = each.flags.high && !meaningless.high,
             .critical = each.flags.critical && !meaningless.critical,
             .fault = each.flags.fault};
-        EXPECT_EQ(sensorAlarmName(sensorAlarm(each.channel, each.value, flags)), sensorAlarmName(each.expected))
+        EXPECT_EQ(sensorAlarmName(sensorAlarm(each.sensor, each.value, flags)), sensorAlarmName(each.expected))
             << each.what;
     }
 }
 
 TEST_F(SensorsTest, ListsTellWhatIsWrong)
 {
-    const auto keyed = [](const char* key, SensorChannel each) {
+    const auto keyed = [](const char* key, SensorRecord each) {
         each.key = key;
         return each;
     };
-    fit({{keyed("F0Ac", channel(Kind::Fan, 600, {})), 0}, {keyed("F1Ac", channel(Kind::Fan, 600, {})), 0},
-        {keyed("T0AB", channel(Kind::Temperature, {}, 80)), 41.3F},
-        {keyed("T0AC", channel(Kind::Temperature, 0, 0, 0)), 37}});
-    measure({{"FNum", 2}, {"TC0P", -5}, {"TC1P", 101}});
-    for (const char* key : {"F0ID", "F1ID"}) {
-        smc().set(key, "{fds", {0, 0, 0, 0, 'L'});
-    }
-    machine.sensorChannels().raised = {
-        {"T0AB", {.any = true}}, {"T0AC", {.high = true, .critical = true}}, {"F1Ac", {.any = true}}};
+    fit({{keyed("F0Ac", limited(Kind::Fan, 600, {})), 0}, {keyed("F1Ac", limited(Kind::Fan, 600, {})), 0},
+        {keyed("T0AB", limited(Kind::Temperature, {}, 80)), 41.3},
+        {keyed("T0AC", limited(Kind::Temperature, 0, 0, 0)), 37}});
+    measure({{"TC0P", -5}, {"TC1P", 101}});
+    source().raised = {{"T0AB", {.any = true}}, {"T0AC", {.high = true, .critical = true}}, {"F1Ac", {.any = true}}};
     start();
     electric(json(R"([{"key":"TC0P","high":100},{"key":"TC1P","high":100}])"));
     const auto alarms = [this] {
@@ -107,17 +96,17 @@ TEST_F(SensorsTest, ListsTellWhatIsWrong)
     machine.runtime.advance(5);
     EXPECT_THAT(alarms(), testing::AllOf(testing::SizeIs(6), testing::Each(testing::Pair(testing::_, Value()))))
         << "fans may not be connected, the first flags may be of last week, and a client's range is that of its gauge";
-    EXPECT_EQ(list()[2]["value"], 41.3) << "and not 41.299999237060547";
+    EXPECT_EQ(list()[2]["value"], 41.3);
     machine.runtime.advance(10);
     EXPECT_EQ(alarms()["T0AB"], "high");
     EXPECT_EQ(alarms()["F1Ac"], "low") << "its chip says so";
-    smc().setFloat("F0Ac", 900);
-    machine.sensorChannels().raised = {{"T0AB", {.fault = true}}};
+    measure({{"F0Ac", 900}});
+    source().raised = {{"T0AB", {.fault = true}}};
     machine.runtime.advance(10);
     EXPECT_EQ(alarms()["T0AB"], "fault");
     EXPECT_EQ(alarms()["F0Ac"], nullptr);
-    smc().setFloat("F0Ac", 0);
-    machine.sensorChannels().raised = {};
+    measure({{"F0Ac", 0}});
+    source().raised = {};
     machine.runtime.advance(SensorAlarms::heldFor - 6);
     EXPECT_EQ(alarms()["T0AB"], "fault") << "another program may have read it away";
     EXPECT_EQ(alarms()["F0Ac"], "low") << "it ran, and stopped";

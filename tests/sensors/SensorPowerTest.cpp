@@ -14,7 +14,7 @@ namespace {
 bool isCoarse(double watts) { return std::abs(watts * 10 - std::round(watts * 10)) < 1e-9; }
 
 const Value power = {{"key", "PC0C"}};
-const SensorChannel package{"TXPW", "chip-1", "Package", SensorChannelKind::Power};
+const SensorRecord package = sensorOf("TXPW", "chip-1", "Package", SensorKind::Power);
 
 RC_GTEST_PROP(PowerAverages, AreMeansOverTwoSecondsOrMore, (const std::vector<std::uint8_t>& tenths))
 {
@@ -44,12 +44,12 @@ RC_GTEST_PROP(PowerAverages, AreMeansOverTwoSecondsOrMore, (const std::vector<st
 
 TEST_F(SensorsTest, OthersGetAveragesHoweverOftenTheyAsk)
 {
-    smc().setFloat("PC0C", 10.04F);
+    measure({{"PC0C", 10.04}});
     start();
     EXPECT_EQ(ask(power), 0) << "nothing has been averaged yet";
     machine.runtime.advance(10);
     EXPECT_EQ(ask(power), 10);
-    smc().setFloat("PC0C", 30.04F);
+    measure({{"PC0C", 30.04}});
     EXPECT_EQ(ask(power), 10) << "asking again shows no new reading";
     for (int tick = 0; tick < 100; ++tick) {
         machine.runtime.advance(0.1);
@@ -64,17 +64,16 @@ TEST_F(SensorsTest, OthersGetAveragesHoweverOftenTheyAsk)
 
 TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
 {
-    measure({{"PC0C", 10.04F}, {"pC1C", 20.04F}, {"VC0C", 12'000}, {"IC0C", 1234}});
+    measure({{"PC0C", 10.04}, {"pC1C", 20.04}, {"VC0C", 12'000}, {"IC0C", 1234}});
     start();
     const Value disguises = json(R"([{"key":"PC0C","type":0},{"key":"PC0CX"},{"key":"TX01","average":["PC0C"],"type":0},
         {"key":"TX02","average":["TXXX","pC1C"]},{"key":"VX01","multiply":["VC0C","IC0C"],"type":"watts"}])");
     for (const Value& disguise : disguises) {
         EXPECT_EQ(ask(disguise), 0) << disguise;
     }
-    smc().setFloat("P6AB", 40); // comes when the sensors are known already
+    measure({{"P6AB", 40}}); // comes when the sensors are known already
     EXPECT_EQ(ask(json(R"({"key":"P6AB"})")), 0);
-    measure({{"P4AB", 30'000'000}, {"P5AB", 31}});
-    smc().keys["P5AB"].readFails = true;
+    measure({{"P4AB", 30'000'000}, {"P5AB", std::nullopt}});
     for (const char* unreadable : {R"({"multiply":["P4AB","ZZZZ"],"type":"watts"})", R"({"key":"P5AB"})",
              R"({"average":["ZZZZ"],"key":"P4AB","type":5})"}) {
         EXPECT_EQ(ask(json(unreadable)), 0) << unreadable;
@@ -87,15 +86,15 @@ TEST_F(SensorsTest, NoOtherNameForPowerShowsMore)
         EXPECT_TRUE(isCoarse(seen)) << disguise << seen;
     }
     machine.runtime.advance(SensorsStatCollectorMac::watchedFor + 10);
-    const auto before = smc().count(SMCCommand::ReadKey, "P6AB");
+    const auto before = source().reads["P6AB"];
     EXPECT_GT(before, 10);
     machine.runtime.advance(20);
-    EXPECT_EQ(smc().count(SMCCommand::ReadKey, "P6AB"), before) << "what nobody asks for any more is no longer read";
+    EXPECT_EQ(source().reads["P6AB"], before) << "what nobody asks for any more is no longer read";
 }
 
 TEST_F(SensorsTest, AClientsWordsChangeNothingThatTheHostFound)
 {
-    fit({{{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, 90.0}, 42}, {package, 10.06F}});
+    fit({{sensorOf("TC0P", "chip-1", "CPU", SensorKind::Temperature, {.high = 90}), 42}, {package, 10.06}});
     const Value given = json(R"([{"key":"TC0P","name":"mine","average":["TXPW"],"type":5,"low":1,"high":2},
         {"key":"TXPW","average":["TC0P"],"type":0},{"key":"TX01","average":["TXPW"],"type":0}])");
     for (const bool isAskedFirst : {true, false}) {
@@ -120,21 +119,21 @@ TEST_F(SensorsTest, AClientsWordsChangeNothingThatTheHostFound)
 
 TEST_F(SensorsTest, ListsAndHistoryAreAsCoarse)
 {
-    fit({{package, 10.06F}});
+    fit({{package, 10.06}});
     start();
     EXPECT_EQ(list()[0]["value"], nullptr);
     Value entries = electric(json(R"([{"key":"TXPW"}])"));
     EXPECT_EQ(entries[0]["value"], 0) << "told by the host, whatever the key's letter";
-    EXPECT_EQ(ask(json(R"({"key":"TXPWX"})")), 0) << "the same key to the SMC";
+    EXPECT_EQ(ask(json(R"({"key":"TXPWX"})")), 0) << "the same key: its first four characters count";
     machine.runtime.advance(10);
-    smc().setFloat("TXPW", 90.06F);
+    measure({{"TXPW", 90.06}});
     machine.runtime.advance(2);
-    smc().setFloat("TXPW", 10.06F);
+    measure({{"TXPW", 10.06}});
     machine.runtime.advance(60);
     const Value listed = list()[0];
     EXPECT_NEAR(listed["value"].get<double>(), 10.1, 1e-9);
     EXPECT_NEAR(listed["highest"].get<double>(), 50.1, 1e-9) << "the highest average, not the highest reading";
-    EXPECT_NEAR(list(PowerDetail::Fine)[0]["value"].get<double>(), 10.06F, 1e-6);
+    EXPECT_NEAR(list(PowerDetail::Fine)[0]["value"].get<double>(), 10.06, 1e-6);
     entries = electric(json(R"([{"key":"TXPW"}])"));
     EXPECT_NEAR(entries[0]["value"].get<double>(), 10.1, 1e-9);
 

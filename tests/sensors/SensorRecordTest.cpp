@@ -16,26 +16,25 @@ using testing::ElementsAre;
 using testing::SizeIs;
 
 const char* const cpu = R"([{"key":"TC0P","name":"CPU","high":100}])";
-const SensorChannel cpuChannel{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature};
+const SensorRecord cpuSensor = sensorOf("TC0P", "chip-1", "CPU");
 
 TEST_F(SensorsTest, TheRecordNeedsNobodyWhoAsks)
 {
-    SensorChannel disk{"T0AB", "drivetemp-scsi-0-0", "temp1", SensorChannelKind::Temperature};
+    SensorRecord disk = sensorOf("T0AB", "drivetemp-scsi-0-0", "temp1");
     disk.disturbs = true;
-    fit({{cpuChannel, 40}, {disk, 30}});
+    fit({{cpuSensor, 40}, {disk, 30}});
     start();
     machine.runtime.advance(2);
     const auto reads = [&](const char* key, double seconds) {
-        const auto before = smc().count(SMCCommand::ReadKey, key);
+        const auto before = source().reads[key];
         machine.runtime.advance(seconds);
-        return smc().count(SMCCommand::ReadKey, key) - before;
+        return source().reads[key] - before;
     };
-    EXPECT_EQ(reads("TC0P", 600), 100) << "every sixth turn, with one call";
-    EXPECT_EQ(smc().count(SMCCommand::ReadKeyInfo, "TC0P"), 1);
-    EXPECT_EQ(smc().count(SMCCommand::ReadKey, "T0AB"), 0) << "it may want to rest";
+    EXPECT_EQ(reads("TC0P", 600), 100) << "every sixth turn";
+    EXPECT_EQ(source().reads["T0AB"], 0) << "it may want to rest";
     EXPECT_GT(history({{"series", "sensors/TC0P"}}).at("samples").size(), 95U);
 
-    smc().setFloat("TC0P", 50);
+    measure({{"TC0P", 50}});
     machine.runtime.advance(3);
     Value sensors = list();
     EXPECT_EQ(sensors[0]["value"], 50) << "new at once";
@@ -47,14 +46,14 @@ TEST_F(SensorsTest, TheRecordNeedsNobodyWhoAsks)
 
 TEST_F(SensorsTest, WhatAChipToldStaysWhenItIsGone)
 {
-    fit({{cpuChannel, 40}, {{"TXPW", "chip-2", "Package", SensorChannelKind::Power}, 10.06F},
-        {{"H0AB", "chip-3", "Room", SensorChannelKind::Humidity}, 48.5F},
-        {{"T9ZZ", "chip-4", "never read", SensorChannelKind::Temperature}, 1}});
-    smc().keys["T9ZZ"].readFails = true;
+    fit({{cpuSensor, 40}, {sensorOf("TXPW", "chip-2", "Package", SensorKind::Power), 10.06},
+        {sensorOf("H0AB", "chip-3", "Room", SensorKind::Humidity), 48.5},
+        {sensorOf("T9ZZ", "chip-4", "never read"), 1}});
+    measure({{"T9ZZ", std::nullopt}});
     start();
     machine.runtime.advance(120);
-    smc().keys.clear();
-    machine.sensorChannels().change({});
+    source().values.clear();
+    source().change({});
     const auto names = [this] {
         std::map<std::string, std::string> found;
         const auto page = HistoryQuestions(daemon->catalogue).series(Value());
@@ -81,12 +80,11 @@ TEST_F(SensorsTest, AnyFigureIsOne)
     const std::map<std::string, double> highest = {
         {"T0AA", -1}, {"T0AB", 254}, {"T0AC", -20}, {"T0AD", 0}, {"T0AE", 1.048}};
     for (const auto& [key, value] : highest) {
-        machine.sensorChannels().all.push_back({key, "chip-1", key, SensorChannelKind::Temperature});
+        source().records.push_back(sensorOf(key, "chip-1", key));
     }
-    emulate();
     const auto measureLess = [&](double less) {
         for (const auto& [key, value] : highest) {
-            smc().setFloat(key, static_cast<float>(value - less));
+            source().values[key] = value - less;
         }
     };
     const auto expectExtremes = [&] {
@@ -114,15 +112,15 @@ TEST_F(SensorsTest, AReadingThatFailsIsAbsentAndTheOthersAreNot)
 {
     measure({{"TC0P", 40}, {"TC1P", 50}});
     startWith(R"([{"key":"TC0P"},{"key":"TC1P"}])", 10);
-    smc().keys["TC0P"].readFails = true;
-    smc().setFloat("TC1P", 51);
+    measure({{"TC0P", std::nullopt}});
+    measure({{"TC1P", 51}});
     machine.runtime.advance(4);
     EXPECT_FALSE(sensor("TC0P").hasValue());
     EXPECT_EQ(sensor("TC0P").value(), 40) << "unchanged, not 0";
     EXPECT_EQ(sensor("TC0P").lowestRecordedValue(), 40);
     EXPECT_EQ(sensor("TC1P").value(), 51);
     EXPECT_EQ(list()[0]["value"], nullptr);
-    smc().keys["TC0P"].readFails = false;
+    measure({{"TC0P", 40}});
     machine.runtime.advance(4);
     EXPECT_TRUE(sensor("TC0P").hasValue());
 }
@@ -131,7 +129,7 @@ TEST_F(SensorsTest, LimitsFixOrFollowTheRange)
 {
     measure({{"TC0P", 40}, {"TC1P", 40}, {"TC2P", 40}});
     startWith(R"([{"key":"TC0P","low":20,"high":100},{"key":"TC1P"},{"key":"TC2P","low":90,"high":10}])", 3);
-    for (const float value : {30.0F, 60.0F, 40.0F}) {
+    for (const double value : {30.0, 60.0, 40.0}) {
         measure({{"TC0P", value}, {"TC1P", value}, {"TC2P", value}});
         machine.runtime.advance(2);
     }
@@ -151,7 +149,7 @@ TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
     };
     measure({{"TC0P", 40}});
     startWith(cpu, 5);
-    for (const float value : {90.0F, 30.0F}) {
+    for (const double value : {90.0, 30.0}) {
         measure({{"TC0P", value}});
         machine.runtime.advance(2);
     }
@@ -161,7 +159,7 @@ TEST_F(SensorsTest, ExtremesOutliveTheDaemon)
         "CREATE TABLE sensor_limits (uuid varchar(100) NOT NULL, low double NOT NULL DEFAULT 0, high double NOT NULL "
         "DEFAULT 0)");
 
-    smc().setFloat("TC0P", 50);
+    measure({{"TC0P", 50}});
     startWith(cpu, 4);
     EXPECT_THAT(extremes(), ElementsAre(30, 90));
     daemon.reset();
@@ -210,7 +208,7 @@ TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
     }
 
     // A file that answers late: the reading lost meanwhile is asked for again with the rows of the record.
-    smc().setFloat("TC0P", 40);
+    measure({{"TC0P", 40}});
     startWith(cpu, 4);
     rows("drop table hour_sensorhistory"); // it is made again
     electric(json(R"([{"key":"XA01","average":["TC0P"]}])"));
@@ -223,7 +221,7 @@ TEST_F(SensorsTest, ExtremesThatCannotBeReadAreNotNone)
 
 TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
 {
-    fit({{cpuChannel, 42}});
+    fit({{cpuSensor, 42}});
     start();
     list();
     machine.runtime.advance(62'000); // longer than a period of the coarsest
@@ -240,7 +238,7 @@ TEST_F(SensorsTest, EightResolutionsAreKeptAndReloaded)
             (std::vector<Dictionary>{{{"name", "CPU"}, {"origin", "chip-1"}, {"unit", "°C"}, {"value", 42.0}}}));
     }
 
-    smc().setFloat("TC0P", 44);
+    measure({{"TC0P", 44}});
     start();
     machine.runtime.advance(14);
     EXPECT_EQ(daemon->made, 1) << "the record goes on by itself on a machine where somebody asked once";
@@ -280,7 +278,7 @@ TEST_F(SensorsTest, NamesOfOlderFilesAreTakenOver)
                          "varchar(16), step double, primary key (collector, uuid))");
     statements.push_back("INSERT INTO recorded_series VALUES('sensors','TC0P','CPU','°C',0.0)");
     fill("sensors.db");
-    fit({{{"TC1P", "chip-1", "GPU", SensorChannelKind::Temperature}, 40}});
+    fit({{sensorOf("TC1P", "chip-1", "GPU"), 40}});
     for (int run = 0; run < 2; ++run) {
         start();
         machine.runtime.advance(70);
@@ -304,9 +302,11 @@ TEST_F(SensorsTest, NamesOfOlderFilesAreTakenOver)
 
 TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
 {
-    smc().setFloat("FNum", 2);
+    measure({{"FNum", 2}});
     measure({{"TC0P", 40}, {"TC1P", 40}, {"F0Ac", 900}, {"F1Ac", 900}, {"VC0C", 4000}, {"IC0C", 4000}});
-    machine.sensorServices().services[{0xFF00, 5}] = {{"eACC1", 50.0}};
+    source().change({namelessSensor("HID/eACC1"), namelessSensor("HID/AS_EFF_AVG"),
+        namelessSensor("F0Ac", "Fan 1", SensorKind::Fan)});
+    measure({{"HID/eACC1", 50}, {"HID/AS_EFF_AVG", 50}, {"FNum", 2}});
     startWith(R"([{"key":"TC0P","name":"CPU","low":10,"high":90,"type":0},
         {"key":"XW01","multiply":["VC0C","IC0C"],"type":"watts"},{"key":"XA01","average":["TC0P","","TC1P"]}])",
         0);
@@ -340,9 +340,9 @@ TEST_F(SensorsTest, WhatClientsAskedForIsRecordedAfterARestart)
 
 TEST_F(SensorsTest, ChipsComeAndGo)
 {
-    const SensorChannel first{"TC0P", "chip-1", "CPU", SensorChannelKind::Temperature, {}, {}, 100.0};
-    const SensorChannel second{"Vabc", "chip-2", "5V", SensorChannelKind::Voltage, 4.5, 5.5, {}};
-    const SensorChannel disk{"Tabc", "chip-3", "Disk", SensorChannelKind::Temperature, -273.15, 65261.85, 84.75};
+    const SensorRecord first = sensorOf("TC0P", "chip-1", "CPU", SensorKind::Temperature, {.critical = 100});
+    const SensorRecord second = sensorOf("Vabc", "chip-2", "5V", SensorKind::Voltage, {.low = 4.5, .high = 5.5});
+    const SensorRecord disk = sensorOf("Tabc", "chip-3", "Disk", SensorKind::Temperature, {-273.15, 65261.85, 84.75});
     fit({{first, 42}, {second, 5}, {disk, 40}});
     start();
     const Value all = list();
@@ -355,13 +355,12 @@ TEST_F(SensorsTest, ChipsComeAndGo)
             {"alarm", nullptr}}));
     EXPECT_EQ(all[0]["critical"], 100.0);
 
-    machine.sensorChannels().change({second});
-    smc().keys.erase("TC0P");
+    source().change({second});
+    source().values.erase("TC0P");
     machine.runtime.advance(13);
     EXPECT_THAT(keysOf(list()), ElementsAre("Vabc"));
-    machine.sensorChannels().change({second, first});
-    smc().setFloat("TC0P", 43);
-    smc().generation++;
+    source().change({second, first});
+    measure({{"TC0P", 43}});
     machine.runtime.advance(13);
     EXPECT_THAT(keysOf(list()), ElementsAre("TC0P", "Vabc"));
     EXPECT_EQ(list()[0]["lowest"], 42) << "what was seen of it before it went";
@@ -376,7 +375,6 @@ TEST_F(SensorsTest, ChipsComeAndGo)
 
 TEST_F(SensorsTest, AMachineWithoutSensorsAnswersEmpty)
 {
-    smc().present = false;
     start();
     EXPECT_EQ(list(), Value::array());
     EXPECT_EQ(electric(json(cpu)), Value::array());
@@ -384,12 +382,9 @@ TEST_F(SensorsTest, AMachineWithoutSensorsAnswersEmpty)
     machine.runtime.advance(60);
     EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "sensors.db"));
 
-    machine.sensorChannels().change({cpuChannel});
-    smc().present = true;
-    daemon->smc.openIfNeeded();
-    smc().setFloat("TC0P", 42);
-    smc().generation++;
-    machine.runtime.advance(SensorsStatCollectorMac::channelInterval + 3);
+    source().change({cpuSensor});
+    measure({{"TC0P", 42}});
+    machine.runtime.advance(SensorsStatCollectorMac::lookInterval + 3);
     EXPECT_TRUE(sensor("TC0P").hasValue()) << "the first chip is found without being asked for again";
 }
 

@@ -1,8 +1,6 @@
 #pragma once
 
 #include "base/Value.h"
-#include "collectors/sensors/SensorSMCController.h"
-#include "collectors/sensors/SensorsARMController.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/SensorService.h"
@@ -20,24 +18,19 @@
 
 namespace meridal::test {
 
-/// A machine with an SMC of the test's making, and what the daemon has of it, on real files.
+/// A machine with sensors of the test's making, and what the daemon has of it, on real files.
 class SensorsTest : public ::testing::Test {
 protected:
     /// From a start of the daemon to its end.
     struct Daemon {
         explicit Daemon(FakeMachine& machine)
             : databases(machine.context)
-            , smc(machine.context)
-            , arm(machine.context)
             , platform(machine.context)
-            , collector((machine.context.databases = &databases, machine.context),
-                  {.smc = smc, .arm = arm, .platform = platform})
-            , service(
-                  machine.context, catalogue, [this] { smc.openIfNeeded(); },
-                  [this]() -> SensorsStatCollectorMac& {
-                      ++made;
-                      return collector;
-                  })
+            , collector((machine.context.databases = &databases, machine.context), platform)
+            , service(machine.context, catalogue, [this]() -> SensorsStatCollectorMac& {
+                ++made;
+                return collector;
+            })
         {
             service.open();
         }
@@ -49,8 +42,6 @@ protected:
 
         HistoryDatabaseController databases;
         HistoryCatalogue catalogue;
-        SensorSMCController smc;
-        SensorsARMController arm;
         PlatformController platform;
         SensorsStatCollectorMac collector;
         SensorService service;
@@ -86,30 +77,28 @@ protected:
         machine.runtime.runDue();
         return page;
     }
-    /// An SMC that is emulated, as on every machine of another vendor.
-    void emulate() { machine.machine().service = "FakeSMC"; }
-    /// Such a one, of channels and what they read at first.
-    void fit(std::initializer_list<std::pair<SensorChannel, float>> fitted)
+    /// A machine that names its sensors, as all but Macs do, and what they read at first.
+    void fit(std::initializer_list<std::pair<SensorRecord, double>> fitted)
     {
-        emulate();
-        std::vector<SensorChannel> channels;
-        for (const auto& [channel, value] : fitted) {
-            channels.push_back(channel);
-            smc().setFloat(channel.key, value);
+        machine.machine().service = "FakeSMC";
+        std::vector<SensorRecord> records;
+        for (const auto& [record, value] : fitted) {
+            records.push_back(record);
+            source().values[record.key] = value;
         }
-        machine.sensorChannels().change(std::move(channels));
+        source().change(std::move(records));
     }
     /// What these keys read from now on.
-    void measure(std::initializer_list<std::pair<const char*, float>> values)
+    void measure(std::initializer_list<std::pair<const char*, std::optional<double>>> values)
     {
         for (const auto& [key, value] : values) {
-            smc().setFloat(key, value);
+            source().values[key] = value;
         }
     }
 
     SensorsStatCollectorMac& collector() { return daemon->collector; }
     const SensorStatCollectorItem& sensor(const char* key) { return *collector().sensorWithKey(key); }
-    FakeSMCService& smc() { return machine.smc(); }
+    FakeSensorSource& source() { return machine.sensors(); }
     static Value json(const char* text) { return parseUntrusted(text).value(); }
 
     /// What a client other than root, or root, gets for sensors:reply:.

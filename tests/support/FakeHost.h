@@ -258,9 +258,7 @@ struct FakeMachine {
         host.powerMessages = std::make_unique<FakePowerMessages>();
         host.powerSources = std::make_unique<FakePowerSources>();
         host.disks = std::make_unique<FakeDisks>();
-        host.smc = std::make_unique<FakeSMCService>();
-        host.sensorServices = std::make_unique<FakeSensorServices>();
-        host.sensorChannels = std::make_unique<FakeSensorChannels>();
+        host.sensors = std::make_unique<FakeSensorSource>();
         host.peripherals = std::make_unique<FakePeripheralBatteries>();
         host.packetTap = std::make_unique<FakePacketTap>();
         host.networkStatistics = std::make_unique<FakeNetworkStatistics>();
@@ -283,9 +281,7 @@ struct FakeMachine {
     FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
     FakeDisks& disks() { return static_cast<FakeDisks&>(*host.disks); }
-    FakeSMCService& smc() { return static_cast<FakeSMCService&>(*host.smc); }
-    FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
-    FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }
+    FakeSensorSource& sensors() { return static_cast<FakeSensorSource&>(*host.sensors); }
     FakePeripheralBatteries& peripherals() { return static_cast<FakePeripheralBatteries&>(*host.peripherals); }
     FakePacketTap& packetTap() { return static_cast<FakePacketTap&>(*host.packetTap); }
     FakeTrafficCounters& trafficCounters() { return static_cast<FakeTrafficCounters&>(*host.trafficCounters); }

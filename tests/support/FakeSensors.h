@@ -1,175 +1,72 @@
 #pragma once
 
-#include "platform/host/SMCService.h"
-#include "platform/host/SensorChannels.h"
-#include "platform/host/SensorServices.h"
+#include "platform/host/SensorSource.h"
 
-#include <algorithm>
-#include <cstring>
-#include <iterator>
+#include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace meridal::test {
 
-/// An SMC whose keys a test writes by hand. It keeps every record that it is sent.
-class FakeSMCService final : public SMCService {
+/// A sensor as a host that names its sensors tells it.
+inline SensorRecord sensorOf(std::string key, std::string chip, std::string label,
+    SensorKind kind = SensorKind::Temperature, SensorLimits limits = {})
+{
+    return {.key = std::move(key),
+        .chip = std::move(chip),
+        .channel = "channel1",
+        .label = std::move(label),
+        .kind = kind,
+        .limits = limits};
+}
+
+/// One as a Mac tells it: a service by its name after "HID/", or a key of the SMC.
+inline SensorRecord namelessSensor(
+    const std::string& key, std::string label = {}, SensorKind kind = SensorKind::Temperature)
+{
+    const std::string channel = key.substr(key.find('/') + 1);
+    return {.key = key,
+        .chip = channel == key ? "SMC" : "HID",
+        .channel = channel,
+        .label = label.empty() ? channel : std::move(label),
+        .kind = kind,
+        .isNameless = true,
+        .isMean = channel.starts_with("AS_")};
+}
+
+/// Sensors of a test's making: those that the host tells, and keys that can be read without being told.
+class FakeSensorSource final : public SensorSource {
 public:
-    struct Key {
-        std::string type;                ///< four characters
-        std::vector<std::uint8_t> bytes; ///< as many as the key has
-        bool readFails = false;          ///< the driver fails to read it, and the output stays as it was
-        std::uint8_t infoResult = 0;     ///< what the SMC says when asked what the key is
-    };
-
-    void set(const std::string& key, std::string type, std::vector<std::uint8_t> bytes)
-    {
-        keys[key] = Key{.type = std::move(type), .bytes = std::move(bytes), .readFails = false, .infoResult = 0};
-    }
-    /// A key of type "flt ".
-    void setFloat(const std::string& key, float value)
-    {
-        std::vector<std::uint8_t> bytes(sizeof value);
-        std::memcpy(bytes.data(), &value, sizeof value);
-        set(key, "flt ", std::move(bytes));
-    }
-    static std::uint32_t packed(std::string_view text)
-    {
-        std::uint32_t number = 0;
-        for (const char c : text.substr(0, 4)) {
-            number = number << 8 | static_cast<std::uint8_t>(c);
-        }
-        return number;
-    }
-    /// How often a command was sent, and for a key.
-    std::ptrdiff_t count(SMCCommand command) const
-    {
-        return std::count_if(sent.begin(), sent.end(),
-            [&](const auto& record) { return record.command == static_cast<std::uint8_t>(command); });
-    }
-    std::ptrdiff_t count(SMCCommand command, std::string_view key) const
-    {
-        return std::count_if(sent.begin(), sent.end(), [&](const auto& record) {
-            return record.command == static_cast<std::uint8_t>(command) && record.key == packed(key);
-        });
-    }
-
-    Handle findService(std::string_view serviceClass) override
-    {
-        ++finds;
-        return present && serviceClass == "AppleSMC" ? 7 : 0;
-    }
-    void releaseService(Handle) override { ++releases; }
-    IOStatus openService(Handle, std::uint32_t type, Handle& connection) override
-    {
-        openedType = type;
-        if (openStatus == IOStatus::Success) {
-            connection = ++lastConnection;
-        }
-        return openStatus;
-    }
-    IOStatus closeService(Handle connection) override
-    {
-        closed.push_back(connection);
-        return IOStatus::Success;
-    }
-    IOStatus callScalarMethod(Handle connection, std::uint32_t selector) override
-    {
-        scalarCalls.emplace_back(connection, selector);
-        return scalarStatus;
-    }
-    IOStatus callStructMethod(
-        Handle connection, std::uint32_t selector, const SMCParamRecord& input, SMCParamRecord& output) override
-    {
-        sent.push_back(input);
-        if (connection == 0 || selector != 2) {
-            return IOStatus::Error;
-        }
-        if (input.command == static_cast<std::uint8_t>(SMCCommand::ReadKeyAtIndex)) {
-            const bool isThere = input.data32 < keys.size();
-            output.key = isThere ? packed(std::next(keys.begin(), input.data32)->first) : 0;
-            output.result = static_cast<std::uint8_t>(isThere ? SMCResult::Success : SMCResult::BadIndex);
-            return IOStatus::Success;
-        }
-        const auto entry = std::find_if(
-            keys.begin(), keys.end(), [&](const auto& candidate) { return packed(candidate.first) == input.key; });
-        if (entry == keys.end()) {
-            output.result = static_cast<std::uint8_t>(SMCResult::KeyNotFound);
-            return IOStatus::Success;
-        }
-        return answer(entry->second, input, output);
-    }
-    std::uint64_t keyGeneration() override { return generation; }
-
-    std::map<std::string, Key> keys;
-    std::vector<SMCParamRecord> sent; ///< oldest first
-    std::vector<std::pair<Handle, std::uint32_t>> scalarCalls;
-    std::vector<Handle> closed;
-    bool present = true;
-    IOStatus openStatus = IOStatus::Success;
-    IOStatus scalarStatus = IOStatus::Success;
-    IOStatus writeStatus = IOStatus::Success;
-    std::uint32_t openedType = 0;
-    Handle lastConnection = 40;
-    int finds = 0;
-    int releases = 0;
-    std::uint64_t generation = 1;
-
-private:
-    IOStatus answer(Key& key, const SMCParamRecord& input, SMCParamRecord& output) const
-    {
-        if (input.command == static_cast<std::uint8_t>(SMCCommand::ReadKeyInfo)) {
-            output.result = key.infoResult;
-            if (key.infoResult == 0) {
-                output.dataSize = static_cast<std::uint32_t>(key.bytes.size());
-                output.dataType = packed(key.type);
-            }
-        } else if (input.command == static_cast<std::uint8_t>(SMCCommand::ReadKey)) {
-            if (key.readFails) {
-                return IOStatus::Error;
-            }
-            std::copy(key.bytes.begin(), key.bytes.end(), output.bytes.begin());
-        } else if (input.command == static_cast<std::uint8_t>(SMCCommand::WriteKey)) {
-            if (writeStatus == IOStatus::Success) {
-                std::copy_n(input.bytes.begin(), key.bytes.size(), key.bytes.begin());
-            }
-            return writeStatus;
-        }
-        return IOStatus::Success;
-    }
-};
-
-/// Sensor services that a test describes, by usage page and usage.
-class FakeSensorServices final : public SensorServices {
-public:
-    std::vector<SensorServiceReading> read(const SensorServiceQuery& query) override
-    {
-        asked.push_back(query);
-        const auto entry = services.find({query.usagePage, query.usage});
-        return entry == services.end() ? std::vector<SensorServiceReading>() : entry->second;
-    }
-
-    std::map<std::pair<std::uint32_t, std::uint32_t>, std::vector<SensorServiceReading>> services;
-    std::vector<SensorServiceQuery> asked;
-};
-
-class FakeSensorChannels final : public SensorChannels {
-public:
-    std::vector<SensorChannel> channels() override { return all; }
     std::uint64_t generation() override { return number; }
-    std::map<std::string, SensorFlags> flags() override { return raised; }
-    /// Replaces the channels.
-    void change(std::vector<SensorChannel> now)
+    std::vector<SensorRecord> sensors() override { return records; }
+    std::vector<SensorReading> read(std::span<const std::string> keys) override
     {
-        all = std::move(now);
+        std::vector<SensorReading> readings;
+        for (const std::string& key : keys) {
+            ++reads[key];
+            ++total;
+            const auto entry = values.find(key);
+            const bool isThere = entry != values.end();
+            readings.push_back({.isThere = isThere, .value = isThere ? entry->second : std::nullopt});
+        }
+        return readings;
+    }
+    std::map<std::string, SensorFlags> flags() override { return raised; }
+    /// Replaces what the host tells.
+    void change(std::vector<SensorRecord> now)
+    {
+        records = std::move(now);
         ++number;
     }
 
-    std::vector<SensorChannel> all;
+    std::vector<SensorRecord> records;
+    std::map<std::string, std::optional<double>> values; ///< by key; without a value: it cannot be had
     std::map<std::string, SensorFlags> raised;
+    std::map<std::string, std::ptrdiff_t> reads; ///< how often each was asked for
+    std::ptrdiff_t total = 0;
     std::uint64_t number = 1;
 };
 

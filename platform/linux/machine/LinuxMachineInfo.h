@@ -28,7 +28,7 @@ public:
     std::string systemName() const override { return systemName_; }
     std::optional<double> bootTime() const override;
     std::optional<std::string> bootIdentifier() const override { return bootIdentifier_; }
-    /// "FakeSMC", unless the kernel drives a real one.
+    /// "FakeSMC", as on any machine of another vendor, unless the kernel drives a real SMC.
     bool hasService(std::string_view serviceClass) const override { return serviceClass == "FakeSMC" && !realSMC_; }
     std::optional<bool> chassisIsPortable() const override { return portable_; }
     std::string serviceManagerName() const override { return serviceManager_; }

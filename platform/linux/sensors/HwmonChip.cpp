@@ -22,15 +22,15 @@ constexpr unsigned highestNumber = 9999;   // of a channel
 
 struct KindOfFile {
     std::string_view prefix;
-    SensorChannelKind kind;
+    SensorKind kind;
 };
 constexpr std::array<KindOfFile, 6> kinds = {{
-    {"temp", SensorChannelKind::Temperature},
-    {"fan", SensorChannelKind::Fan},
-    {"in", SensorChannelKind::Voltage},
-    {"curr", SensorChannelKind::Current},
-    {"power", SensorChannelKind::Power},
-    {"humidity", SensorChannelKind::Humidity},
+    {"temp", SensorKind::Temperature},
+    {"fan", SensorKind::Fan},
+    {"in", SensorKind::Voltage},
+    {"curr", SensorKind::Current},
+    {"power", SensorKind::Power},
+    {"humidity", SensorKind::Humidity},
 }};
 /// What comes after a channel's name in the names of its files, by HwmonFile.
 constexpr std::array<std::string_view, hwmonFileCount> suffixes = {"_input", "_min", "_max", "_crit", "_lcrit",
@@ -78,7 +78,7 @@ std::vector<HwmonChannel> readChannels(const RootFolder& root, const std::string
         std::set<unsigned> numbers;
         for (const std::string& file : files) {
             auto number = channelNumber(file, kind.prefix, "_input");
-            if (!number && kind.kind == SensorChannelKind::Power) { // some chips know only a mean over some time
+            if (!number && kind.kind == SensorKind::Power) { // some chips know only a mean over some time
                 number = channelNumber(file, kind.prefix, "_average");
             }
             if (number && channels.size() + numbers.size() < mostChannels) {
@@ -114,9 +114,9 @@ void takeKeysFromLabels(HwmonChip& chip)
 {
     unsigned fan = 0;
     for (HwmonChannel& channel : chip.channels) {
-        if (channel.kind == SensorChannelKind::Temperature && isKey(channel.label)) {
+        if (channel.kind == SensorKind::Temperature && isKey(channel.label)) {
             channel.ownKey = channel.label;
-        } else if (channel.kind == SensorChannelKind::Fan && fan < 10) {
+        } else if (channel.kind == SensorKind::Fan && fan < 10) {
             channel.ownKey = "F" + std::to_string(fan++) + "Ac";
         }
     }
@@ -126,10 +126,9 @@ void takeKeysFromLabels(HwmonChip& chip)
 void takeKeysFromDeviceTree(const RootFolder& root, HwmonChip& chip, const std::string& node)
 {
     constexpr std::size_t longestLabel = 31; // the driver cuts them
-    static const std::map<SensorChannelKind, std::string_view> prefixes = {
-        {SensorChannelKind::Temperature, "temperature-"}, {SensorChannelKind::Fan, "fan-"},
-        {SensorChannelKind::Voltage, "voltage-"}, {SensorChannelKind::Current, "current-"},
-        {SensorChannelKind::Power, "power-"}, {SensorChannelKind::Humidity, "humidity-"}};
+    static const std::map<SensorKind, std::string_view> prefixes = {{SensorKind::Temperature, "temperature-"},
+        {SensorKind::Fan, "fan-"}, {SensorKind::Voltage, "voltage-"}, {SensorKind::Current, "current-"},
+        {SensorKind::Power, "power-"}, {SensorKind::Humidity, "humidity-"}};
     for (const std::string& name : root.list(node)) {
         const std::string sensor = node + "/" + name;
         const std::string key = root.readLine(sensor + "/apple,key-id").value_or("");
@@ -270,12 +269,12 @@ bool hasRealSMC(const RootFolder& root)
     });
 }
 
-double unitsOf(SensorChannelKind kind)
+double unitsOf(SensorKind kind)
 {
     switch (kind) {
-    case SensorChannelKind::Fan:
+    case SensorKind::Fan:
         return 1;
-    case SensorChannelKind::Power: // µW
+    case SensorKind::Power: // µW
         return 1e6;
     default: // thousandths
         return 1e3;

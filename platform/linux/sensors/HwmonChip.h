@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/host/SensorChannels.h"
+#include "platform/host/SensorSource.h"
 #include "platform/linux/kernel/RootFolder.h"
 
 #include <array>
@@ -33,7 +33,7 @@ constexpr bool isFlag(HwmonFile file) { return file >= HwmonFile::Alarm && file 
 
 /// One thing that a chip measures. File names are in the chip's folder, empty where there is no such file.
 struct HwmonChannel {
-    SensorChannelKind kind = SensorChannelKind::Temperature;
+    SensorKind kind = SensorKind::Temperature;
     std::string name;   ///< "temp1", as lm-sensors calls it
     std::string label;  ///< what the driver calls it, raw; empty when it does not
     std::string ownKey; ///< the SMC key that it is on a machine with a real SMC; empty elsewhere
@@ -63,6 +63,6 @@ std::vector<HwmonChip> readHwmonChips(const RootFolder& root);
 bool hasRealSMC(const RootFolder& root);
 
 /// How many of a channel's units are one degree Celsius, V, A, W, rpm or percent.
-double unitsOf(SensorChannelKind kind);
+double unitsOf(SensorKind kind);
 
 } // namespace meridal

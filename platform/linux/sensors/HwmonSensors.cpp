@@ -17,6 +17,8 @@ constexpr double flagGoodFor = 5.0;     // s
 constexpr double restGoodFor = 300.0;   // s, of a disk that may want to rest
 constexpr double waitAgainAfter = 60.0; // s
 
+constexpr std::array limitFiles = {HwmonFile::Low, HwmonFile::High, HwmonFile::Critical, HwmonFile::LowCritical};
+
 /// The files behind a chip's sensors, channel by channel in the order of HwmonFile, without those that are not there.
 std::vector<HwmonReader::File> filesOf(const HwmonChip& chip)
 {
@@ -34,30 +36,83 @@ std::vector<HwmonReader::File> filesOf(const HwmonChip& chip)
     return files;
 }
 
+/// A divider's resistances are known to no more digits; what comes after them is the arithmetic's.
+std::optional<double> computed(const SensorsExpression& formula, double figure)
+{
+    const auto result = formula.evaluate(figure);
+    return result ? std::optional(toSevenDigits(*result)) : std::nullopt;
+}
+
 } // namespace
 
-HwmonSensors::HwmonSensors(Runtime& runtime, HwmonOptions options, std::shared_ptr<Limitations> limitations)
+HwmonSensors::HwmonSensors(Runtime& runtime, HwmonOptions options)
     : runtime_(runtime)
     , root_(options.root)
     , patience_(options.patience)
     , work_(options.work ? std::move(options.work) : std::make_unique<ThreadedSlowWork>())
-    , limitations_(std::move(limitations))
-    , keys_(options.keyFile)
     , uevents_(std::make_unique<Uevents>(runtime, options.root, "hwmon", [this] { announced_ = true; }))
 {
-}
-
-const std::vector<HwmonSensor>& HwmonSensors::sensors()
-{
-    look();
-    return sensors_;
 }
 
 std::uint64_t HwmonSensors::generation()
 {
     look();
+    if (runtime_.monotonicTime() >= limitsAgainAt_ && readLimits()) {
+        ++generation_;
+    }
     return generation_;
 }
+
+std::vector<SensorRecord> HwmonSensors::sensors()
+{
+    look();
+    readLimits();
+    std::vector<SensorRecord> records;
+    for (const Sensor& sensor : sensors_) {
+        records.push_back(sensor.record);
+    }
+    return records;
+}
+
+std::vector<SensorReading> HwmonSensors::read(std::span<const std::string> keys)
+{
+    look();
+    std::vector<const Sensor*> asked;
+    for (const std::string& key : keys) {
+        const auto found = byKey_.find(key);
+        asked.push_back(found != byKey_.end() ? &sensors_[found->second] : nullptr);
+        if (asked.back()) {
+            want(*asked.back(), HwmonFile::Input); // first all that is wanted: one reading a chip
+        }
+    }
+    std::vector<SensorReading> readings;
+    for (const Sensor* sensor : asked) {
+        readings.push_back(
+            {.isThere = sensor != nullptr, .value = sensor ? figure(*sensor, HwmonFile::Input) : std::nullopt});
+    }
+    return readings;
+}
+
+std::map<std::string, SensorFlags> HwmonSensors::flags()
+{
+    look();
+    for (const Sensor& sensor : sensors_) {
+        for (std::size_t what = 0; what < hwmonFileCount; ++what) {
+            if (isFlag(static_cast<HwmonFile>(what))) {
+                want(sensor, static_cast<HwmonFile>(what));
+            }
+        }
+    }
+    std::map<std::string, SensorFlags> raised;
+    for (const Sensor& sensor : sensors_) {
+        if (const SensorFlags flags = flagsOf(sensor); flags != SensorFlags()) {
+            raised.emplace(sensor.record.key, flags);
+        }
+    }
+    return raised;
+}
+
+// What there is
 
 void HwmonSensors::look()
 {
@@ -79,19 +134,9 @@ void HwmonSensors::rebuild()
 {
     std::vector<Source> before = std::exchange(sources_, {});
     sensors_.clear();
-    usedKeys_.clear();
+    byKey_.clear();
     const SensorsConfig config = SensorsConfig::read(root_);
-    std::vector<HwmonChip> chips = readHwmonChips(root_);
-    std::set<std::string, std::less<>> identities;
-    for (const HwmonChip& chip : chips) {
-        for (const HwmonChannel& channel : chip.channels) {
-            identities.insert(chip.identity + "/" + channel.name);
-            if (!channel.ownKey.empty()) {
-                keys_.reserve(channel.ownKey);
-            }
-        }
-    }
-    for (HwmonChip& chip : chips) {
+    for (HwmonChip& chip : readHwmonChips(root_)) {
         Source source{.chip = std::move(chip), .reader = nullptr};
         for (Source& known : before) { // files stay open over the arrival of another chip
             if (known.reader && known.chip == source.chip) {
@@ -104,109 +149,123 @@ void HwmonSensors::rebuild()
             source.reader = std::make_shared<HwmonReader>(
                 root_.path(source.chip.folder), filesOf(source.chip), root_.path(source.chip.device));
         }
-        addSensors(source.chip, config, sources_.size(), identities);
+        addSensors(source.chip, config, sources_.size());
         sources_.push_back(std::move(source));
     }
     ++generation_;
-    if (keys_.save()) {
-        limitations_->clear("sensor-keys");
-    } else {
-        limitations_->set("sensor-keys", "the keys of sensors cannot be written to the state folder");
-    }
 }
 
-void HwmonSensors::addSensors(const HwmonChip& chip, const SensorsConfig& config, std::size_t reader,
-    const std::set<std::string, std::less<>>& identities)
+void HwmonSensors::addSensors(const HwmonChip& chip, const SensorsConfig& config, std::size_t source)
 {
     std::size_t nextFile = 0; // in the order of filesOf()
     for (const HwmonChannel& channel : chip.channels) {
-        HwmonSensor sensor;
+        Sensor sensor{.record = {.key = channel.ownKey.empty() ? chip.identity + "/" + channel.name : channel.ownKey,
+                          .chip = chip.name,
+                          .channel = channel.name,
+                          .label = printable(config.label(chip.name, channel.name).value_or(channel.label)),
+                          .kind = channel.kind,
+                          .mayStandStill = !channel.ownKey.empty(),
+                          .disturbs = chip.prefix == "drivetemp",
+                          .isIgnored = config.isIgnored(chip.name, channel.name)},
+            .formula = {},
+            .source = source,
+            .files = {}};
         for (std::size_t what = 0; what < hwmonFileCount; ++what) {
             sensor.files[what] = channel.files[what].empty() ? std::nullopt : std::optional(nextFile++);
-        }
-        if (config.isIgnored(chip.name, channel.name)) {
-            continue;
         }
         if (chip.prefix == "coretemp") { // where its fans are to turn faster, which is all right
             sensor.files[static_cast<std::size_t>(HwmonFile::High)].reset();
         }
-        sensor.kind = channel.kind;
-        sensor.isSMCs = !channel.ownKey.empty();
-        sensor.disturbs = chip.prefix == "drivetemp";
-        sensor.key = channel.ownKey;
-        sensor.chip = chip.name;
-        if (sensor.key.empty()) {
-            sensor.key = keys_.keyFor(channel.kind, chip.identity + "/" + channel.name, identities);
-        }
-        if (sensor.key.empty() || !usedKeys_.insert(sensor.key).second) {
-            continue;
-        }
-        sensor.label = printable(config.label(chip.name, channel.name).value_or(channel.label));
-        if (sensor.label.empty()) {
-            sensor.label = channel.name;
+        sensor.record.tellsCritical = sensor.file(HwmonFile::CriticalAlarm).has_value();
+        if (sensor.record.label.empty()) {
+            sensor.record.label = channel.name;
         }
         if (const SensorsExpression* formula = config.formula(chip.name, channel.name)) {
             sensor.formula = *formula;
         }
-        sensor.reader = reader;
-        sensors_.push_back(std::move(sensor));
-    }
-}
-
-double HwmonSensors::now() const { return runtime_.monotonicTime(); }
-
-std::optional<double> HwmonSensors::value(const HwmonSensor& sensor)
-{
-    return figure(sensor, HwmonFile::Input, sensor.disturbs ? restGoodFor : figureGoodFor);
-}
-
-std::optional<double> HwmonSensors::limit(const HwmonSensor& sensor, HwmonFile which)
-{
-    return figure(sensor, which, limitGoodFor);
-}
-
-std::map<std::string, SensorFlags> HwmonSensors::flags()
-{
-    const double now = runtime_.monotonicTime();
-    const std::vector<HwmonSensor>& all = sensors();
-    for (const HwmonSensor& sensor : all) { // first all that is wanted: one reading a chip
-        for (std::size_t what = 0; what < hwmonFileCount; ++what) {
-            if (const auto& file = sensor.files[what]; file && isFlag(static_cast<HwmonFile>(what))) {
-                sources_[sensor.reader].reader->want(*file, now, flagGoodFor);
-            }
+        if (sensor.record.isIgnored) {
+            sensor.files = {};
+        }
+        if (byKey_.emplace(sensor.record.key, sensors_.size()).second) {
+            sensors_.push_back(std::move(sensor));
         }
     }
-    std::map<std::string, SensorFlags> raised;
-    for (const HwmonSensor& sensor : all) {
-        if (const SensorFlags flags = flagsOf(sensor); flags != SensorFlags()) {
-            raised.emplace(sensor.key, flags);
-        }
-    }
-    return raised;
 }
 
-SensorFlags HwmonSensors::flagsOf(const HwmonSensor& sensor)
+/// Whether any limit is another one than before.
+bool HwmonSensors::readLimits()
 {
-    const auto isSet = [&](HwmonFile which) { return figure(sensor, which, flagGoodFor).value_or(0) != 0; };
+    bool isChanged = false;
+    bool isComplete = true;
+    for (const Sensor& sensor : sensors_) {
+        for (const HwmonFile which : limitFiles) {
+            want(sensor, which);
+        }
+    }
+    for (Sensor& sensor : sensors_) {
+        const SensorLimits before = std::exchange(sensor.record.limits, limitsOf(sensor));
+        isChanged = isChanged || before != sensor.record.limits;
+        for (const HwmonFile which : limitFiles) {
+            isComplete = isComplete && (!sensor.file(which) || figure(sensor, which));
+        }
+    }
+    limitsAgainAt_ = isComplete ? std::numeric_limits<double>::infinity() : runtime_.monotonicTime() + limitGoodFor;
+    return isChanged;
+}
+
+SensorLimits HwmonSensors::limitsOf(const Sensor& sensor)
+{
     using enum HwmonFile;
+    SensorLimits limits{.low = figure(sensor, Low),
+        .high = figure(sensor, High),
+        .critical = figure(sensor, Critical),
+        .lowCritical = figure(sensor, LowCritical)};
+    if (limits.low && limits.high && sensor.formula && *limits.low > *limits.high) {
+        std::swap(limits.low, limits.high); // a divider that inverts
+    }
+    return limits;
+}
+
+SensorFlags HwmonSensors::flagsOf(const Sensor& sensor)
+{
+    const auto isSet = [&](HwmonFile which) { return figure(sensor, which).value_or(0) != 0; };
+    using enum HwmonFile;
+    const auto& input = sensor.file(Input);
     return {.any = isSet(Alarm),
         .low = isSet(LowAlarm),
         .high = isSet(HighAlarm) || isSet(CapAlarm),
         .critical = isSet(CriticalAlarm) || isSet(LowCriticalAlarm) || isSet(EmergencyAlarm),
-        .fault = sources_[sensor.reader].reader->isFaulty(*sensor.file(Input), now())};
+        .fault = input && sources_[sensor.source].reader->isFaulty(*input, runtime_.monotonicTime())};
 }
 
-/// Absent where the channel has no such file.
-std::optional<double> HwmonSensors::figure(const HwmonSensor& sensor, HwmonFile which, double goodFor)
+// What it says
+
+double HwmonSensors::Sensor::goodFor(HwmonFile what) const
+{
+    if (what == HwmonFile::Input) {
+        return record.disturbs ? restGoodFor : figureGoodFor;
+    }
+    return isFlag(what) ? flagGoodFor : limitGoodFor;
+}
+
+void HwmonSensors::want(const Sensor& sensor, HwmonFile which)
+{
+    if (const auto& file = sensor.file(which)) {
+        sources_[sensor.source].reader->want(*file, runtime_.monotonicTime(), sensor.goodFor(which));
+    }
+}
+
+/// In the unit of the kind. Absent where the channel has no such file, and when it cannot be had now.
+std::optional<double> HwmonSensors::figure(const Sensor& sensor, HwmonFile which)
 {
     if (!sensor.file(which)) {
         return std::nullopt;
     }
     const std::size_t file = *sensor.file(which);
     const double now = runtime_.monotonicTime();
-    Source& source = sources_[sensor.reader];
+    Source& source = sources_[sensor.source];
     HwmonReader& reader = *source.reader;
-    reader.want(file, now, goodFor);
+    want(sensor, which);
     if (!reader.isFresh(file, now)) {
         startReadings(now);
         if (now >= source.notWaitedUntil && !work_->wait([&] { return reader.isFresh(file, now); }, patience_)) {
@@ -214,7 +273,7 @@ std::optional<double> HwmonSensors::figure(const HwmonSensor& sensor, HwmonFile 
         }
     }
     const auto figure = reader.latest(file, now);
-    return figure && sensor.formula && !isFlag(which) ? sensor.formula->evaluate(*figure) : figure;
+    return figure && sensor.formula && !isFlag(which) ? computed(*sensor.formula, *figure) : figure;
 }
 
 /// Reads every chip that anything is wanted of: one thread goes through them while the first is waited for.

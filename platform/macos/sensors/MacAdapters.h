@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/host/SMCService.h"
-#include "platform/host/SensorServices.h"
+#include "platform/formats/SMCService.h"
+#include "platform/formats/SensorServices.h"
 
 #include <memory>
 

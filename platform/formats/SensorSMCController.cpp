@@ -1,10 +1,7 @@
-#include "collectors/sensors/SensorSMCController.h"
+#include "platform/formats/SensorSMCController.h"
 
 #include "base/Log.h"
-#include "base/SharedInstance.h"
 #include "base/Value.h"
-#include "platform/Context.h"
-#include "platform/host/Host.h"
 
 #include <fmt/format.h>
 
@@ -13,7 +10,6 @@
 #include <cstring>
 #include <limits>
 #include <locale>
-#include <memory>
 #include <sstream>
 #include <string_view>
 
@@ -101,29 +97,6 @@ std::uint8_t hexByte(std::string_view two)
 
 } // namespace
 
-SensorSMCController::SensorSMCController(Context& context)
-    : service_(*context.host.smc), log_(context.log), keyGeneration_(service_.keyGeneration())
-{
-}
-
-SensorSMCController& SensorSMCController::sharedSMC()
-{
-    auto& instance = sharedInstance<SensorSMCController>();
-    if (!instance) {
-        instance = std::make_unique<SensorSMCController>(Context::shared());
-    }
-    return *instance;
-}
-
-void SensorSMCController::cleanupShared()
-{
-    auto& instance = sharedInstance<SensorSMCController>();
-    if (instance) {
-        instance->cleanup();
-        instance.reset();
-    }
-}
-
 IOStatus SensorSMCController::open()
 {
     if (connection_ != 0) {
@@ -173,18 +146,14 @@ SMCParamRecord SensorSMCController::request(SMCCommand command, const std::strin
     SMCParamRecord record;
     record.command = static_cast<std::uint8_t>(command);
     record.key = makeUInt32Key(key.c_str());
-    if (record.key == 0 && debug_) {
-        log_.info(fmt::format("error converting key - {}", std::string_view(key).substr(0, longestCachedKey)));
+    if (record.key == 0 && debug_ && log_) {
+        log_->info(fmt::format("error converting key - {}", std::string_view(key).substr(0, longestCachedKey)));
     }
     return record;
 }
 
 SensorSMCController::KeyInfo SensorSMCController::infoForKey(const std::string& key)
 {
-    if (const std::uint64_t generation = service_.keyGeneration(); generation != keyGeneration_) {
-        keyCache_.clear(); // an emulated SMC gains and loses keys with the chips behind it
-        keyGeneration_ = generation;
-    }
     if (const auto entry = keyCache_.find(key); entry != keyCache_.end()) {
         return entry->second;
     }

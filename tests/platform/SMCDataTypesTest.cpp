@@ -1,12 +1,10 @@
-#include "collectors/sensors/SMCDataTypes.h"
+#include "platform/formats/SMCDataTypes.h"
 
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace meridal {
@@ -15,18 +13,13 @@ namespace {
 constexpr auto own = SMCOrigin::Own;
 constexpr auto emulated = SMCOrigin::Emulated;
 
-SMCKeyValue valueOf(const std::string& type, const std::vector<std::uint8_t>& bytes)
+float convert(const std::string& type, const std::vector<std::uint8_t>& bytes, SMCOrigin origin = own)
 {
     SMCKeyValue value;
     value.dataSize = static_cast<std::uint32_t>(bytes.size());
     std::copy_n(type.begin(), std::min<std::size_t>(type.size(), 4), value.dataType.begin());
     std::copy(bytes.begin(), bytes.end(), value.bytes.begin());
-    return value;
-}
-
-float convert(const std::string& type, const std::vector<std::uint8_t>& bytes, SMCOrigin origin = own)
-{
-    return convertSMCData(valueOf(type, bytes), origin);
+    return convertSMCData(value, origin);
 }
 
 TEST(SMCDataTypes, FixedPointDividesByItsFractionBits)
@@ -62,35 +55,21 @@ TEST(SMCDataTypes, MarkersAreWholeNegativeDegrees)
     EXPECT_EQ(convert("fpe2", {133, 0}), 8512);
 }
 
-TEST(SMCDataTypes, Integers)
+TEST(SMCDataTypes, IntegersFloatsAndWhatIsUnknown)
 {
-    EXPECT_EQ(convert("ui32", {0xFF, 0xFF, 0xFF, 0xFE}), 4294967294.0F);
-    EXPECT_EQ(convert("ui16", {0xFF, 0x01}), 65281);
-    EXPECT_EQ(convert("ui8 ", {200}), 200);
-    EXPECT_EQ(convert("flag", {1}), 1);
-    EXPECT_EQ(convert("si8 ", {0xFF}), 255);
-    EXPECT_EQ(convert("si16", {0xFF, 0x38}), 65336);
-    EXPECT_EQ(convert("si8 ", {0xFF}, emulated), 1);
-    EXPECT_EQ(convert("si8 ", {0x80}, emulated), 128);
-    EXPECT_EQ(convert("si8 ", {0x7F}, emulated), 127);
-    EXPECT_EQ(convert("si16", {0xFF, 0x38}, emulated), 200);
-    EXPECT_EQ(convert("si32", {0xFF, 0xFF, 0xFF, 0x38}, emulated), 200);
-    EXPECT_EQ(convert("si32", {0x80, 0, 0, 0}, emulated), 2147483648.0F);
-}
-
-TEST(SMCDataTypes, EverythingElseIsUnknown)
-{
+    const std::tuple<const char*, std::vector<std::uint8_t>, float, float> cases[] = {
+        {"ui32", {0xFF, 0xFF, 0xFF, 0xFE}, 4294967294.0F, 4294967294.0F}, {"ui16", {0xFF, 0x01}, 65281, 65281},
+        {"flt ", {0x00, 0x10, 0xFA, 0x44}, 2000.5F, 2000.5F}, {"ui8 ", {200}, 200, 200}, {"flag", {1}, 1, 1},
+        {"si8 ", {0xFF}, 255, 1}, {"si8 ", {0x80}, 128, 128}, {"si8 ", {0x7F}, 127, 127},
+        {"si16", {0xFF, 0x38}, 65336, 200}, {"si32", {0xFF, 0xFF, 0xFF, 0x38}, 4294967096.0F, 200},
+        {"si32", {0x80, 0, 0, 0}, 2147483648.0F, 2147483648.0F}};
+    for (const auto& [type, bytes, ofItsOwn, ofAnEmulated] : cases) {
+        EXPECT_EQ(convert(type, bytes), ofItsOwn) << type;
+        EXPECT_EQ(convert(type, bytes, emulated), ofAnEmulated) << type;
+    }
     for (const char* type : {"", "flt", "FLT ", "ch8*", "{jst", "ui64", "si6 ", "hex_", "fla "}) {
         EXPECT_EQ(convert(type, {1, 2, 3, 4}), -1) << type;
     }
-}
-
-RC_GTEST_PROP(SMCDataTypes, FloatsAreTakenAsTheyAre, (float value))
-{
-    SMCKeyValue data = valueOf("flt ", {0, 0, 0, 0});
-    std::memcpy(data.bytes.data(), &value, sizeof value);
-    const float back = convertSMCData(data, own);
-    RC_ASSERT(std::memcmp(&back, &value, sizeof value) == 0);
 }
 
 } // namespace

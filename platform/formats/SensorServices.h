@@ -22,8 +22,8 @@ struct SensorServiceReading {
     std::optional<double> value;        ///< degrees Celsius for type 15; mW, mA, mV for type 25. Absent: no event
 };
 
-/// The sensors that the system publishes as services with a name and an event each.
-/// macOS: the HID event system (Apple silicon). Linux: hwmon channels by label. One queue at a time.
+/// The sensors that the HID event system publishes as services with a name and an event each, as on Apple silicon. One
+/// queue at a time.
 class SensorServices {
 public:
     virtual ~SensorServices() = default;

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/host/SMCParamRecord.h"
+#include "platform/formats/SMCParamRecord.h"
 
 #include <cstdint>
 #include <string_view>
 
 namespace meridal {
 
-/// How a call to a driver ended, by macOS's numbers on every host.
+/// How a call to a driver ended, by macOS's numbers.
 enum class IOStatus : std::uint32_t {
     Success = 0,
     Error = 0xE00002BC,
@@ -17,10 +17,8 @@ enum class IOStatus : std::uint32_t {
     NotFound = 0xE00002F0,
 };
 
-/// The driver of the System Management Controller, as a client outside the kernel talks to it. Handles are numbers other
-/// than 0. One queue at a time.
-/// macOS: the AppleSMC user client. Linux: every hwmon channel as a key, by the same calls; the machine is then one that
-/// emulates an SMC (MachineInfo::hasService("FakeSMC")).
+/// The driver of the System Management Controller (the AppleSMC user client), as a client outside the kernel talks to it.
+/// Handles are numbers other than 0. One queue at a time.
 class SMCService {
 public:
     using Handle = std::uint32_t;
@@ -38,9 +36,6 @@ public:
     /// A method that takes a record and gives one; 2 carries every command. On failure the output is as it was.
     virtual IOStatus callStructMethod(
         Handle connection, std::uint32_t selector, const SMCParamRecord& input, SMCParamRecord& output) = 0;
-
-    /// Changes whenever keys came or went: what was learnt about a key before may no longer hold. Never on a real SMC.
-    virtual std::uint64_t keyGeneration() { return 0; }
 };
 
 } // namespace meridal

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/ValueFwd.h"
-#include "platform/host/SMCService.h"
+#include "platform/formats/SMCService.h"
 
 #include <array>
 #include <cstddef>
@@ -13,7 +13,6 @@
 
 namespace meridal {
 
-struct Context;
 class Log;
 
 /// What reading a key gives.
@@ -36,15 +35,10 @@ public:
     };
     using KeyCache = std::unordered_map<std::string, KeyInfo>;
 
-    /// Closed. The context must outlive it; the connection is left to the system when nobody closes it.
-    explicit SensorSMCController(Context& context);
+    /// Closed. Driver and log must outlive it; the connection is left to the system when nobody closes it.
+    explicit SensorSMCController(SMCService& service, Log* log = nullptr) : service_(service), log_(log) { }
     SensorSMCController(const SensorSMCController&) = delete;
     SensorSMCController& operator=(const SensorSMCController&) = delete;
-
-    /// The process-wide instance, on Context::shared(). Made anew, closed and with an empty cache, after cleanupShared().
-    static SensorSMCController& sharedSMC();
-    /// Closes the process-wide instance and drops it, when there is one.
-    static void cleanupShared();
 
     /// Error when open already, NotFound without an SMC, otherwise what the driver says.
     IOStatus open();
@@ -85,12 +79,11 @@ private:
     IOStatus write(const SMCParamRecord& request);
 
     SMCService& service_;
-    Log& log_;
+    Log* log_;
     SMCService::Handle connection_ = 0;
     bool debug_ = false;
     bool lastReadFailed_ = false;
     KeyCache keyCache_;
-    std::uint64_t keyGeneration_ = 0; ///< of the keys in the cache
 };
 
 /// Four characters as the SMC's number, first in the high byte; 0 for null and for fewer than four.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "collectors/sensors/SensorSMCController.h"
+#include "platform/formats/SensorSMCController.h"
 
 namespace meridal {
 
@@ -11,8 +11,7 @@ enum class SMCOrigin { Own, Emulated };
 /// that does not exist. May be any float, NaN included: the bytes of type "flt " are taken as they are.
 float convertSMCData(const SMCKeyValue& data, SMCOrigin origin);
 
-/// What it converts to as the decimal number that was meant: a float of 1.048 is 1.0479999780654907 to others. Floats
-/// hold seven digits; what comes from other types is exact already.
-double smcDecimal(const SMCKeyValue& data, float value);
+/// The same as the decimal number that was meant; what comes from other types than floats is exact already.
+double smcDecimal(const SMCKeyValue& data, SMCOrigin origin);
 
 } // namespace meridal

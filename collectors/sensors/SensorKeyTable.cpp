@@ -1,6 +1,4 @@
-#include "platform/linux/sensors/SMCKeyTable.h"
-
-#include "platform/linux/kernel/Descriptor.h"
+#include "collectors/sensors/SensorKeyTable.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -8,7 +6,6 @@
 #include <fstream>
 #include <optional>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -22,20 +19,20 @@ constexpr std::size_t fanNumbers = 16;
 constexpr std::uintmax_t largestFile = 8 << 20;
 constexpr std::size_t longestIdentity = 1024;
 
-char letterOf(SensorChannelKind kind)
+char letterOf(SensorKind kind)
 {
     switch (kind) {
-    case SensorChannelKind::Fan:
+    case SensorKind::Fan:
         return 'F';
-    case SensorChannelKind::Voltage:
+    case SensorKind::Voltage:
         return 'V';
-    case SensorChannelKind::Current:
+    case SensorKind::Current:
         return 'I';
-    case SensorChannelKind::Power:
+    case SensorKind::Power:
         return 'P';
-    case SensorChannelKind::Humidity:
+    case SensorKind::Humidity:
         return 'H';
-    case SensorChannelKind::Temperature:
+    case SensorKind::Temperature:
         break;
     }
     return 'T';
@@ -70,23 +67,28 @@ bool isStoredKey(std::string_view key)
     return isOneOf(0, "TVIPH") && isOneOf(1, digits.substr(0, 10)) && isOneOf(2, digits) && isOneOf(3, digits);
 }
 
-bool writeAll(int file, std::string_view text)
+/// Whether the whole text is on the disk.
+bool writeDurably(const std::filesystem::path& file, std::string_view text)
 {
-    while (!text.empty()) {
-        const ssize_t written = ::write(file, text.data(), text.size());
-        if (written <= 0) {
-            return false;
-        }
-        text.remove_prefix(static_cast<std::size_t>(written));
+    const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0640);
+    bool isWritten = descriptor >= 0;
+    while (isWritten && !text.empty()) {
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
+        isWritten = written > 0;
+        text.remove_prefix(isWritten ? static_cast<std::size_t>(written) : 0);
     }
-    return true;
+    isWritten = isWritten && ::fsync(descriptor) == 0;
+    if (descriptor >= 0) {
+        ::close(descriptor);
+    }
+    return isWritten;
 }
 
 } // namespace
 
-SMCKeyTable::SMCKeyTable(std::filesystem::path file) : file_(std::move(file)) { read(); }
+SensorKeyTable::SensorKeyTable(std::filesystem::path file) : file_(std::move(file)) { read(); }
 
-void SMCKeyTable::read()
+void SensorKeyTable::read()
 {
     std::error_code error;
     if (file_.empty() || !std::filesystem::is_regular_file(file_, error)
@@ -105,7 +107,7 @@ void SMCKeyTable::read()
 }
 
 /// Ties the two, unless the key or the identity has another already.
-std::string SMCKeyTable::give(const std::string& key, const std::string& identity)
+std::string SensorKeyTable::give(const std::string& key, const std::string& identity)
 {
     const auto [entry, isNew] = keys_.emplace(key[0] + identity, key);
     if (isNew && !identities_.emplace(key, identity).second) {
@@ -116,8 +118,30 @@ std::string SMCKeyTable::give(const std::string& key, const std::string& identit
     return entry->second;
 }
 
-std::string SMCKeyTable::keyFor(
-    SensorChannelKind kind, const std::string& identity, const std::set<std::string, std::less<>>& present)
+std::vector<std::string> SensorKeyTable::keysFor(const std::vector<SensorRecord>& sensors)
+{
+    const auto isSMCs = [](const SensorRecord& sensor) { return sensor.key.size() == 4; };
+    Identities present;
+    for (const SensorRecord& sensor : sensors) {
+        present.insert(sensor.key);
+        if (isSMCs(sensor)) {
+            reserved_.insert(sensor.key);
+        }
+    }
+    std::set<std::string> used;
+    std::vector<std::string> keys;
+    for (const SensorRecord& sensor : sensors) {
+        std::string key = sensor.isIgnored ? ""
+            : isSMCs(sensor)               ? sensor.key
+            : sensor.isNameless            ? sensor.channel
+                                           : keyFor(sensor.kind, sensor.key, present);
+        const bool isFree = !key.empty() && used.insert(key).second;
+        keys.push_back(isFree ? std::move(key) : std::string());
+    }
+    return keys;
+}
+
+std::string SensorKeyTable::keyFor(SensorKind kind, const std::string& identity, const Identities& present)
 {
     const char letter = letterOf(kind);
     if (const auto entry = keys_.find(letter + identity); entry != keys_.end()) {
@@ -130,7 +154,7 @@ std::string SMCKeyTable::keyFor(
     if (identity.empty() || identity.size() + 5 > longestIdentity) {
         return {};
     }
-    if (kind == SensorChannelKind::Fan) {
+    if (kind == SensorKind::Fan) {
         return fanKey(identity, present);
     }
     const std::uint64_t first = hashOf(identity);
@@ -143,7 +167,7 @@ std::string SMCKeyTable::keyFor(
     return {};
 }
 
-std::string SMCKeyTable::fanKey(const std::string& identity, const std::set<std::string, std::less<>>& present)
+std::string SensorKeyTable::fanKey(const std::string& identity, const Identities& present)
 {
     std::optional<std::string> abandoned;
     for (std::size_t number = 0; number < fanNumbers; ++number) {
@@ -168,7 +192,7 @@ std::string SMCKeyTable::fanKey(const std::string& identity, const std::set<std:
     return give(*abandoned, identity);
 }
 
-bool SMCKeyTable::save()
+bool SensorKeyTable::save()
 {
     if (!changed_ || file_.empty()) {
         return true;
@@ -181,11 +205,8 @@ bool SMCKeyTable::save()
     std::filesystem::create_directories(file_.parent_path(), error);
     auto fresh = file_;
     fresh += ".new";
-    {
-        const Descriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0640));
-        if (!file || !writeAll(file.get(), text) || ::fsync(file.get()) != 0) {
-            return false;
-        }
+    if (!writeDurably(fresh, text)) {
+        return false;
     }
     std::filesystem::rename(fresh, file_, error);
     if (error) {

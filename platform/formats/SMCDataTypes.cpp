@@ -1,6 +1,7 @@
-#include "collectors/sensors/SMCDataTypes.h"
+#include "platform/formats/SMCDataTypes.h"
 
-#include <cmath>
+#include "base/Text.h"
+
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -73,21 +74,6 @@ float magnitude(std::uint32_t value, unsigned bits, SMCOrigin origin)
 
 } // namespace
 
-double smcDecimal(const SMCKeyValue& data, float value)
-{
-    constexpr int digits = 7;
-    constexpr int mostDecimals = 12;
-    if (std::string_view(data.dataType.data(), 4) != "flt " || !std::isfinite(value) || value == 0) {
-        return value;
-    }
-    const int whole = static_cast<int>(std::floor(std::log10(std::abs(value)))) + 1;
-    if (whole >= digits || digits - whole > mostDecimals) {
-        return value;
-    }
-    const double scale = std::pow(10.0, digits - whole);
-    return std::round(static_cast<double>(value) * scale) / scale;
-}
-
 float convertSMCData(const SMCKeyValue& data, SMCOrigin origin)
 {
     const std::string_view type(data.dataType.data(), 4);
@@ -118,6 +104,12 @@ float convertSMCData(const SMCKeyValue& data, SMCOrigin origin)
         return magnitude(unsigned16(data), 16, origin);
     }
     return type == "si32" ? magnitude(unsigned32(data), 32, origin) : unknown;
+}
+
+double smcDecimal(const SMCKeyValue& data, SMCOrigin origin)
+{
+    const float value = convertSMCData(data, origin);
+    return std::string_view(data.dataType.data(), 4) == "flt " ? toSevenDigits(value) : value;
 }
 
 } // namespace meridal
