@@ -23,8 +23,7 @@
 #include "platform/linux/sensors/HwmonSensorServices.h"
 #include "platform/linux/sensors/HwmonSensors.h"
 #include "platform/linux/traffic/BpfTrafficCounters.h"
-#include "platform/linux/traffic/DiagNetworkStatistics.h"
-#include "platform/linux/traffic/DiagProcessConnections.h"
+#include "platform/linux/traffic/LinuxTraffic.h"
 #include "platform/linux/traffic/PcapPacketTap.h"
 
 #include <unistd.h>
@@ -81,9 +80,9 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->sensorServices = std::make_unique<HwmonSensorServices>(sensors);
     host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
     host->packetTap = std::make_unique<PcapPacketTap>(runtime, options.root);
-    host->networkStatistics = std::make_unique<DiagNetworkStatistics>(runtime, options.root);
+    host->networkStatistics = makeDiagNetworkStatistics(runtime, options.root);
     host->trafficCounters = std::make_unique<BpfTrafficCounters>(runtime, BpfTrafficOptions{.root = options.root});
-    host->processConnections = std::make_unique<DiagProcessConnections>(options.root);
+    host->processConnections = makeDiagProcessConnections(options.root);
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
     host->networkInterfaces = std::make_unique<NetlinkInterfaces>(options.root, host->limitations);

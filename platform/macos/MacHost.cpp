@@ -61,7 +61,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->sensorChannels = std::make_unique<NoSensorChannels>();
     host->peripherals = makeMacPeripheralBatteries();
     host->packetTap = makePktapPacketTap(runtime);
-    host->networkStatistics = makeControlNetworkStatistics(runtime);
+    host->networkStatistics = makeControlNetworkStatistics(runtime, host->machine->systemRelease());
     host->trafficCounters = std::make_unique<NoTrafficCounters>();
     host->processConnections = makeLibprocConnections();
     host->networkInterfaces = makeMacNetworkInterfaces();

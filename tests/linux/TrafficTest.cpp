@@ -181,9 +181,8 @@ TEST_F(CountersTest, HaveAConnectionFromItsFirstByteToItsLast)
         connection = Descriptor();
     };
     Worker& uploader = worker({send, send, sendAndClose});
-    constexpr double step = 0.3; // s; longer than one reading of all sockets is good for
+    constexpr double step = 0.3; // s
     double sum = look(uploader, step);
-    serveFor(NetworkStatisticsStatCollector::listingTime); // what comes from now on is new
     for (const double sent : {2e6, 4e6, 6e6}) {
         uploader.go();
         await({&uploader});
