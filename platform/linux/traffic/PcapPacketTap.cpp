@@ -52,8 +52,6 @@ std::optional<LinkType> linkTypeOf(pcap_t* handle)
     case DLT_NULL:
     case DLT_LOOP:
         return LinkType::Null;
-    case DLT_PKTAP:
-        return LinkType::Pktap;
     default:
         return std::nullopt;
     }
