@@ -24,7 +24,6 @@
 #include "platform/linux/sensors/HwmonSensors.h"
 #include "platform/linux/traffic/BpfTrafficCounters.h"
 #include "platform/linux/traffic/LinuxTraffic.h"
-#include "platform/linux/traffic/PcapPacketTap.h"
 
 #include <unistd.h>
 
@@ -79,7 +78,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->smc = std::make_unique<HwmonSMCService>(sensors);
     host->sensorServices = std::make_unique<HwmonSensorServices>(sensors);
     host->sensorChannels = std::make_unique<HwmonSensorChannels>(std::move(sensors));
-    host->packetTap = std::make_unique<PcapPacketTap>(runtime, options.root);
+    host->packetTap = makePcapPacketTap(runtime, options.root);
     host->networkStatistics = makeDiagNetworkStatistics(runtime, options.root);
     host->trafficCounters = std::make_unique<BpfTrafficCounters>(runtime, BpfTrafficOptions{.root = options.root});
     host->processConnections = makeDiagProcessConnections(options.root);
