@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <locale.h>
+#include <wchar.h>
 
 namespace meridal {
 
@@ -43,20 +45,20 @@ Decoded decode(std::string_view rest)
 
 bool isControl(char32_t point) { return point < 0x20 || (point >= 0x7F && point < 0xA0); }
 
-bool isCombining(char32_t point)
+/// As the C library has it of Unicode, whatever the locale of the program: terminals go by the same tables.
+int columnsOf(char32_t point)
 {
-    return (point >= 0x300 && point < 0x370) || (point >= 0x200B && point <= 0x200F)
-        || (point >= 0x20D0 && point < 0x2100) || (point >= 0xFE00 && point <= 0xFE0F)
-        || (point >= 0xFE20 && point < 0xFE30);
-}
-
-bool isWide(char32_t point)
-{
-    return (point >= 0x1100 && point < 0x1160) || (point >= 0x2E80 && point < 0xA4D0)
-        || (point >= 0xAC00 && point < 0xD7A4) || (point >= 0xF900 && point < 0xFB00)
-        || (point >= 0xFE30 && point < 0xFE70) || (point >= 0xFF00 && point < 0xFF61)
-        || (point >= 0xFFE0 && point < 0xFFE7) || (point >= 0x1F300 && point < 0x1F650)
-        || (point >= 0x1F900 && point < 0x1FA00) || (point >= 0x20000 && point < 0x3FFFE);
+    static const locale_t unicode = [] {
+        locale_t found = nullptr;
+        for (const char* name : {"C.UTF-8", "UTF-8", "en_US.UTF-8"}) { // the last two are macOS's
+            found = found ? found : ::newlocale(LC_CTYPE_MASK, name, nullptr);
+        }
+        return found;
+    }();
+    const locale_t before = ::uselocale(unicode);
+    const int columns = ::wcwidth(static_cast<wchar_t>(point));
+    ::uselocale(before);
+    return isControl(point) ? 0 : columns < 0 ? 1 : columns;
 }
 
 template <typename Each>
@@ -101,7 +103,7 @@ int displayWidth(std::string_view text)
 {
     int width = 0;
     forEachPoint(text, [&](const Decoded& decoded, std::string_view) {
-        width += isCombining(decoded.point) || isControl(decoded.point) ? 0 : isWide(decoded.point) ? 2 : 1;
+        width += decoded.point > 0x1F && decoded.point < 0x7F ? 1 : columnsOf(decoded.point);
     });
     return width;
 }

@@ -5,8 +5,8 @@
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/ProcessStatCollector.h"
-#include "platform/linux/traffic/DiagNetworkStatistics.h"
 #include "platform/linux/traffic/DiagSocketOwners.h"
+#include "platform/linux/traffic/LinuxTraffic.h"
 #include "tests/process/FrameBytes.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/VirtualRuntime.h"
@@ -136,8 +136,7 @@ void tickOfCounters(benchmark::State& state)
 {
     const OpenSockets sockets(static_cast<int>(state.range(0)) / 2);
     test::FakeMachine machine;
-    machine.machine().release = {99, 0, 0};
-    machine.host.networkStatistics = std::make_unique<DiagNetworkStatistics>(machine.runtime, "/");
+    machine.host.networkStatistics = makeDiagNetworkStatistics(machine.runtime, "/");
     ProcessStatCollector processes(machine.context);
     NetworkStatisticsStatCollector statistics(machine.context, processes);
     if (!statistics.start()) {

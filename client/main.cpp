@@ -1,14 +1,5 @@
-#include "client/commands/Arguments.h"
-#include "client/commands/BandwidthCommand.h"
-#include "client/commands/BatteryCommand.h"
-#include "client/commands/Commands.h"
-#include "client/commands/DisksCommand.h"
-#include "client/commands/HistoryCommand.h"
-#include "client/commands/SensorsCommand.h"
+#include "client/commands/CommandLine.h"
 #include "client/commands/Session.h"
-#include "client/commands/TopCommand.h"
-#include "client/commands/UptimeCommand.h"
-#include "client/commands/WatchCommand.h"
 #include "client/screen/Output.h"
 #include "client/screen/Terminal.h"
 
@@ -29,46 +20,13 @@ bool environmentForbidsColour()
     return value && *value != '\0';
 }
 
-int run(const Arguments& arguments)
+int run(const CommandLine& line)
 {
-    const bool onTerminal = outputIsTerminal();
-    const bool coloured = arguments.colour == ColourChoice::Always
-        || (arguments.colour == ColourChoice::Auto && onTerminal && !environmentForbidsColour());
-    Session session(arguments, coloured);
-    const auto dispatch = [&] {
-        switch (arguments.command) {
-        case Command::Top:
-            return runTop(session, onTerminal, coloured);
-        case Command::Processes:
-            return runProcesses(session);
-        case Command::Version:
-            return runVersion(session);
-        case Command::Ping:
-            return runPing(session);
-        case Command::Status:
-            return runStatus(session);
-        case Command::Uptime:
-            return runUptime(session);
-        case Command::Sensors:
-            return runSensors(session, onTerminal, coloured);
-        case Command::Fans:
-            return runFans(session);
-        case Command::History:
-            return runHistory(session);
-        case Command::Battery:
-            return runBattery(session);
-        case Command::Disks:
-            return runDisks(session);
-        case Command::Bandwidth:
-            return runBandwidth(session);
-        case Command::Call:
-            return runCall(session);
-        case Command::Watch:
-            return runWatch(session);
-        }
-        return exitStatus::usage;
-    };
-    const int status = dispatch();
+    const bool isTerminal = outputIsTerminal();
+    const bool isColoured =
+        line.colour == "always" || (line.colour == "auto" && isTerminal && !environmentForbidsColour());
+    Session session(line.socketPath, line.timeout, {.isTerminal = isTerminal, .isColoured = isColoured});
+    const int status = line.command(session);
     if (!session.complaint().empty()) {
         complain(session.complaint());
     }
@@ -81,9 +39,9 @@ int main(int argc, char** argv)
 {
     std::signal(SIGPIPE, SIG_IGN); // a reader that leaves shows as a failed write
     try {
-        const auto parsed = parseArguments(argc, argv);
+        const auto parsed = parseCommandLine(argc, argv);
         const int* status = std::get_if<int>(&parsed);
-        return status ? *status : run(std::get<Arguments>(parsed));
+        return status ? *status : run(std::get<CommandLine>(parsed));
     } catch (const std::exception& error) {
         complain(error.what());
         return exitStatus::refused;

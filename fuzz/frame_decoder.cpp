@@ -1,4 +1,5 @@
 #include "collectors/process/FlowTable.h"
+#include "platform/formats/PktapHeader.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -18,17 +19,24 @@ public:
 
 } // namespace
 
-/// The first byte names the link type, the second how much longer the frame was on the wire. However it reads, no figure
+/// The first byte names the link type or the header of a Mac's tap, the second how much longer the frame was on the wire. However it reads, no figure
 /// is above the frame's length, and what is counted comes out again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     if (size < 2) {
         return 0;
     }
-    meridal::CapturedFrame captured;
-    captured.link = static_cast<meridal::LinkType>(data[0] % 6);
-    captured.bytes = {data + 2, size - 2};
-    captured.length = static_cast<std::uint32_t>(size - 2 + data[1]);
+    const std::span<const std::uint8_t> bytes(data + 2, size - 2);
+    const auto length = static_cast<std::uint32_t>(bytes.size() + data[1]);
+    meridal::CapturedFrame captured{
+        .link = static_cast<meridal::LinkType>(data[0] % 7), .bytes = bytes, .length = length};
+    if (data[0] % 7 == 6) {
+        const auto tapped = meridal::frameBehindPktap(bytes, length);
+        if (!tapped) {
+            return 0;
+        }
+        captured = *tapped;
+    }
     const auto frame = meridal::decodeFrame(captured);
     if (!frame) {
         return 0;

@@ -1,33 +1,37 @@
-#include "client/commands/BatteryCommand.h"
-
+#include "client/commands/Commands.h"
+#include "client/commands/Pages.h"
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
 #include "client/views/BatteryView.h"
 #include "wire/Methods.h"
 
-#include <algorithm>
 #include <array>
-#include <string>
 #include <utility>
 
 namespace meridal {
 
 namespace {
 
-constexpr std::size_t usualChanges = 20;
-constexpr std::size_t changesPage = 500; // the daemon's own limit
-constexpr int chartColumns = 80;
-constexpr std::array<const char*, 2> figures = {"health", "cycles"};
+constexpr const char* batteryExamples = R"(Examples:
+  meridalctl battery
+  meridalctl battery --history --days 365
+)";
 
-/// Asks for the state, then page after page of each figure's history until there are as many rows as wanted.
+constexpr int chartColumns = 80;
+constexpr std::array<const char*, 2> recordedFigures = {"health", "cycles"};
+
+struct BatteryOptions {
+    bool history = false; ///< also how the figures changed
+    std::size_t rows = 20;
+    double days = 0; ///< how far back; 0: all that is known
+    bool json = false;
+};
+
+/// Asks for the state, then for each figure's history.
 class BatteryQuery {
 public:
-    explicit BatteryQuery(Session& session) : session_(session)
-    {
-        const Arguments& arguments = session.arguments();
-        wanted_ = arguments.rows > 0 ? arguments.rows : usualChanges;
-    }
+    BatteryQuery(Session& session, const BatteryOptions& options) : session_(session), options_(options) { }
 
     void ask()
     {
@@ -38,73 +42,55 @@ public:
                     exitStatus::refused, "the daemon's answer tells no batteries: " + terminalJson(state));
             }
             state_ = state;
-            session_.arguments().history ? askHistory() : report();
+            options_.history ? askHistory(0) : report();
         });
     }
 
 private:
-    void askHistory()
+    void askHistory(std::size_t index)
     {
-        if (figure_ == figures.size()) {
-            state_["history"] = std::move(history_);
+        if (index == recordedFigures.size()) {
             return report();
         }
-        rows_ = Value::array();
-        parameters_ = {{"figure", figures[figure_]}};
-        if (session_.arguments().days > 0) {
-            parameters_["from"] = wallTime() - session_.arguments().days * day;
+        PagedQuestion question{.method = method::batteryHistory, .list = "rows", .cursor = "before", .entry = "row"};
+        question.parameters["figure"] = recordedFigures.at(index);
+        question.wanted = options_.rows;
+        if (options_.days > 0) {
+            question.parameters["from"] = wallTime() - options_.days * day;
         }
-        askPage();
-    }
-
-    void askPage()
-    {
-        parameters_["limit"] = std::min(wanted_ - rows_.size(), changesPage);
-        session_.call(method::batteryHistory, Value::array({parameters_}), [this](const Value& page) { take(page); });
-    }
-
-    void take(const Value& page)
-    {
-        const Value* rows = find(page, "rows");
-        if (!rows || !rows->is_array()) {
-            return session_.fail(exitStatus::refused, "the daemon's answer tells no history: " + terminalJson(page));
-        }
-        rows_.insert(rows_.end(), rows->begin(), rows->end());
-        const Value* more = find(page, "more");
-        const auto last = rows->empty() ? std::nullopt : integer(rows->back(), "row");
-        if (more && *more == true && rows_.size() < wanted_ && last) {
-            parameters_["before"] = *last;
-            return askPage();
-        }
-        history_[figures[figure_++]] = std::move(rows_);
-        askHistory();
+        askPages(session_, std::move(question), [this, index](Value rows, const Value&) {
+            state_["history"][recordedFigures.at(index)] = std::move(rows);
+            askHistory(index + 1);
+        });
     }
 
     void report()
     {
-        const bool printed = session_.arguments().json
-            ? session_.print(terminalJson(state_) + '\n')
-            : session_.print(batteryLines(state_, terminalColumns().value_or(chartColumns)));
-        if (printed) {
-            session_.finish(exitStatus::success);
-        }
+        options_.json ? session_.conclude(jsonLine(state_))
+                      : session_.conclude(batteryLines(state_, terminalColumns().value_or(chartColumns)));
     }
 
     Session& session_;
-    std::size_t wanted_ = 0;
-    std::size_t figure_ = 0;
+    const BatteryOptions& options_;
     Value state_;
-    Value parameters_;
-    Value rows_;
-    Value history_ = Value::object();
 };
+
+int runBattery(Session& session, const BatteryOptions& options)
+{
+    BatteryQuery query(session, options);
+    return session.run([&query] { query.ask(); });
+}
 
 } // namespace
 
-int runBattery(Session& session)
+void addBattery(Grammar& grammar)
 {
-    BatteryQuery query(session);
-    return session.run([&query] { query.ask(); });
+    auto [battery, options] = grammar.add("battery", "Charge, health and time left of the batteries", runBattery);
+    battery.examples(batteryExamples);
+    battery.flag("--history", options.history, "Also show how health and cycles changed, newest first");
+    battery.count("-n,--rows", options.rows, "Show at most so many changes of each");
+    battery.days(options.days, "Look back so many days only");
+    battery.flag("--json", options.json, "As JSON");
 }
 
 } // namespace meridal

@@ -1,14 +1,21 @@
 #pragma once
 
 #include "client/commands/Session.h"
+#include "client/commands/Syntax.h"
 
 namespace meridal {
 
-/// The commands that ask once and print the answer. Each returns the exit status.
-int runProcesses(Session& session);
-int runVersion(Session& session);
-int runPing(Session& session);
-int runStatus(Session& session);
-int runCall(Session& session);
+// Each adds the commands of one file, which are called as it is but for addQuestions: "processes", "version", "ping" and
+// "status", and addSensors: "sensors" and "fans".
+void addTop(Grammar& grammar);
+void addQuestions(Grammar& grammar);
+void addUptime(Grammar& grammar);
+void addSensors(Grammar& grammar);
+void addHistory(Grammar& grammar);
+void addBattery(Grammar& grammar);
+void addDisks(Grammar& grammar);
+void addBandwidth(Grammar& grammar);
+void addCall(Grammar& grammar);
+void addWatch(Grammar& grammar);
 
 } // namespace meridal

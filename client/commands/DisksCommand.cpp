@@ -1,73 +1,53 @@
-#include "client/commands/DisksCommand.h"
-
+#include "client/commands/Commands.h"
+#include "client/commands/Pages.h"
 #include "client/screen/Format.h"
+#include "client/screen/Terminal.h"
 #include "client/views/DisksView.h"
 #include "wire/Methods.h"
-
-#include <utility>
 
 namespace meridal {
 
 namespace {
 
-/// Holds the key of disk health, without which no disk is read, and asks page after page.
-class DisksQuery {
-public:
-    explicit DisksQuery(Session& session) : session_(session)
-    {
-        if (session.arguments().attributes) {
-            parameters_["attributes"] = true;
-        }
-    }
+constexpr const char* disksExamples =
+    R"("wear" is the share of a disk's rated life that is used up. A disk that sleeps is not
+woken for this; its figures are of when it was last awake.
 
-    void start()
-    {
-        session_.call(method::startSMARTStatus, Value::array(), [this](const Value&) { ask(); });
-    }
+Examples:
+  meridalctl disks
+  meridalctl disks --attributes
+)";
 
-private:
-    void ask()
-    {
-        session_.call(method::disksList, Value::array({parameters_}), [this](const Value& page) { take(page); });
-    }
-
-    void take(const Value& page)
-    {
-        const Value* disks = find(page, "disks");
-        if (!disks || !disks->is_array()) {
-            return session_.fail(exitStatus::refused, "the daemon's answer tells no disks: " + terminalJson(page));
-        }
-        disks_.insert(disks_.end(), disks->begin(), disks->end());
-        const Value* more = find(page, "more");
-        auto last = disks->empty() ? std::nullopt : text(disks->back(), "key");
-        if (more && *more == true && last) {
-            parameters_["after"] = std::move(*last);
-            return ask();
-        }
-        report();
-    }
-
-    void report()
-    {
-        const Arguments& arguments = session_.arguments();
-        const bool printed = arguments.json ? session_.print(terminalJson({{"disks", disks_}}) + '\n')
-                                            : session_.print(diskLines(disks_, arguments.attributes));
-        if (printed) {
-            session_.finish(exitStatus::success);
-        }
-    }
-
-    Session& session_;
-    Value parameters_ = Value::object();
-    Value disks_ = Value::array();
+struct DisksOptions {
+    bool attributes = false; ///< all that they keep
+    bool json = false;
 };
+
+/// Holds the key of disk health, without which no disk is read.
+int runDisks(Session& session, const DisksOptions& options)
+{
+    PagedQuestion question{.method = method::disksList, .list = "disks", .page = 64};
+    if (options.attributes) {
+        question.parameters["attributes"] = true;
+    }
+    return session.run([&] {
+        session.call(method::startSMARTStatus, Value::array(), [&](const Value&) {
+            askPages(session, question, [&](const Value& disks, const Value&) {
+                options.json ? session.conclude(jsonLine({{"disks", disks}}))
+                             : session.conclude(diskLines(disks, options.attributes, terminalColumns().value_or(0)));
+            });
+        });
+    });
+}
 
 } // namespace
 
-int runDisks(Session& session)
+void addDisks(Grammar& grammar)
 {
-    DisksQuery query(session);
-    return session.run([&query] { query.start(); });
+    auto [disks, options] = grammar.add("disks", "The disks, their temperature and health", runDisks);
+    disks.examples(disksExamples);
+    disks.flag("--attributes", options.attributes, "Also list what each disk keeps of itself");
+    disks.flag("--json", options.json, "As JSON");
 }
 
 } // namespace meridal

@@ -1,9 +1,9 @@
-#include "client/commands/HistoryCommand.h"
-
-#include "base/Text.h"
+#include "client/commands/Commands.h"
+#include "client/commands/Pages.h"
 #include "client/commands/SeriesMatch.h"
 #include "client/plot/SvgPlot.h"
 #include "client/screen/Format.h"
+#include "client/screen/Output.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
 #include "client/views/HistoryView.h"
@@ -12,10 +12,7 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <cerrno>
-#include <cstdio>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -23,11 +20,29 @@ namespace meridal {
 
 namespace {
 
-constexpr int largestSeriesPage = 500; // the daemon's own limits
-constexpr int largestSamplesPage = 1000;
+constexpr int largestSamplesPage = 1000; // the daemon's own limit
 constexpr std::size_t mostSamples = 20'000;
 constexpr int usualColumns = 100; // where there is no terminal
 constexpr int historyPlotRows = 15;
+
+constexpr const char* historyExamples =
+    R"(SENSOR is a key, a name, or words that only one of them has. Stretches in which
+nothing was measured are left blank.
+
+Examples:
+  meridalctl history "Package id 0"
+  meridalctl history nvme --range week
+  meridalctl history TC0P --range day --svg day.svg
+  meridalctl history TC0P --csv > hour.csv
+)";
+
+struct HistoryOptions {
+    std::string sensor;         ///< or what is like it
+    std::string range = "hour"; ///< by the daemon's names of resolutions
+    bool csv = false;
+    std::string svgPath; ///< empty: no picture; "-": standard output
+    bool json = false;
+};
 
 /// How far back each range reaches, and what it is called.
 struct Range {
@@ -55,62 +70,34 @@ Range rangeNamed(std::string_view name)
     return ranges.front();
 }
 
-/// Writes a file whole; answers why not, or nothing.
-std::string writeFile(const std::string& path, const std::string& content)
-{
-    errno = 0;
-    std::FILE* file = std::fopen(path.c_str(), "w");
-    bool written = file && std::fwrite(content.data(), 1, content.size(), file) == content.size();
-    if (file) {
-        written = std::fclose(file) == 0 && written;
-    }
-    return written ? "" : "cannot write " + path + ": " + std::generic_category().message(errno != 0 ? errno : EIO);
-}
-
 /// From the words on the command line to the series, from there to its samples, from there to paper.
 class HistoryQuery {
 public:
-    explicit HistoryQuery(Session& session)
-        : session_(session), range_(rangeNamed(session.arguments().range)), until_(wallTime())
+    HistoryQuery(Session& session, const HistoryOptions& options)
+        : session_(session), options_(options), range_(rangeNamed(options.range)), until_(wallTime())
     {
     }
 
-    void start() { askSeries({{"limit", largestSeriesPage}}); }
+    void start()
+    {
+        askPages(session_, {.method = method::historySeries, .list = "series", .entry = "series"},
+            [this](const Value& series, const Value&) {
+                for (const Value& each : series) {
+                    names_.push_back({.series = text(each, "series").value_or(""),
+                        .key = text(each, "key").value_or(""),
+                        .name = text(each, "name").value_or("")});
+                }
+                choose();
+            });
+    }
 
 private:
-    void askSeries(const Value& parameters)
-    {
-        session_.call(
-            method::historySeries, Value::array({parameters}), [this](const Value& page) { takeSeries(page); });
-    }
-
-    void takeSeries(const Value& page)
-    {
-        const Value* series = find(page, "series");
-        if (!series || !series->is_array()) {
-            return session_.fail(exitStatus::refused, "the daemon's answer tells no series: " + terminalJson(page));
-        }
-        for (const Value& each : *series) {
-            names_.push_back({.series = text(each, "series").value_or(""),
-                .key = text(each, "key").value_or(""),
-                .name = text(each, "name").value_or("")});
-        }
-        const Value* more = find(page, "more");
-        if (more && *more == true && !series->empty()) {
-            return askSeries({{"limit", largestSeriesPage}, {"after", names_.back().series}});
-        }
-        choose();
-    }
-
     void choose()
     {
         if (names_.empty()) {
-            if (session_.arguments().json ? session_.print("{}\n") : session_.print("nothing is recorded yet\n")) {
-                session_.finish(exitStatus::success);
-            }
-            return;
+            return session_.conclude(options_.json ? "{}\n" : "nothing is recorded yet\n");
         }
-        const std::string& wanted = session_.arguments().sensor;
+        const std::string& wanted = options_.sensor;
         const SeriesMatch match = matchSeries(names_, wanted);
         if (!match.found) {
             std::string complaint = fmt::format(
@@ -155,37 +142,29 @@ private:
         answer_.erase("next");
         answer_["name"] = chosen_.name;
         answer_["samples"] = std::move(samples_);
-        if (report()) {
-            session_.finish(exitStatus::success);
-        }
+        report();
     }
 
-    /// False when it has ended the session by itself.
-    bool report()
+    void report()
     {
-        const Arguments& arguments = session_.arguments();
-        if (arguments.json) {
-            return session_.print(terminalJson(answer_) + '\n');
-        }
-        if (arguments.csv) {
-            return session_.print(historyCsv(answer_));
+        if (options_.json || options_.csv) {
+            return session_.conclude(options_.json ? jsonLine(answer_) : historyCsv(answer_));
         }
         const std::string title = fmt::format("{}, {}", chosen_.name, range_.title);
         const Plot plot = historyPlot(answer_, title, until_ - range_.span, until_);
-        if (arguments.svgPath.empty()) {
-            return session_.print(plotLines(plot, terminalColumns().value_or(usualColumns), historyPlotRows));
+        if (options_.svgPath.empty()) {
+            return session_.conclude(plotLines(plot, terminalColumns().value_or(usualColumns), historyPlotRows));
         }
-        if (arguments.svgPath == "-") {
-            return session_.print(plotSvg(plot));
+        if (options_.svgPath == "-") {
+            return session_.conclude(plotSvg(plot));
         }
-        if (const std::string failure = writeFile(arguments.svgPath, plotSvg(plot)); !failure.empty()) {
-            session_.fail(exitStatus::refused, failure);
-            return false;
-        }
-        return true;
+        const std::string failure = writeFile(options_.svgPath, plotSvg(plot));
+        failure.empty() ? session_.finish(exitStatus::success)
+                        : session_.fail(exitStatus::refused, "cannot write " + options_.svgPath + ": " + failure);
     }
 
     Session& session_;
+    const HistoryOptions& options_;
     const Range range_;
     const double until_; ///< s since 1970
     std::vector<SeriesName> names_;
@@ -194,12 +173,31 @@ private:
     Value answer_;
 };
 
+int runHistory(Session& session, const HistoryOptions& options)
+{
+    HistoryQuery query(session, options);
+    return session.run([&query] { query.start(); });
+}
+
 } // namespace
 
-int runHistory(Session& session)
+void addHistory(Grammar& grammar)
 {
-    HistoryQuery query(session);
-    return session.run([&query] { query.start(); });
+    auto [history, options] =
+        grammar.add("history", "What was recorded of a sensor, as a plot or as figures", runHistory);
+    history.examples(historyExamples);
+    history.word("sensor", options.sensor, "A key, a name, or a part of one");
+    std::vector<std::string> names;
+    for (const Range& range : ranges) {
+        names.emplace_back(range.name);
+    }
+    history.choice("--range", options.range, names, "How far back");
+    history.flag("--csv", options.csv, "The samples as comma-separated values");
+    history.flag("--json", options.json, "The samples as JSON");
+    history.text("--svg", options.svgPath, "FILE", "Write the plot as a picture for browsers; - is standard output");
+    history.exclude("--json", "--csv");
+    history.exclude("--svg", "--csv");
+    history.exclude("--svg", "--json");
 }
 
 } // namespace meridal

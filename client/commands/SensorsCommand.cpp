@@ -1,7 +1,9 @@
-#include "client/commands/SensorsCommand.h"
-
+#include "client/commands/Commands.h"
+#include "client/commands/Pages.h"
 #include "client/screen/Format.h"
 #include "client/screen/Screen.h"
+#include "client/screen/Terminal.h"
+#include "client/screen/TextTable.h"
 #include "client/views/SensorsView.h"
 #include "wire/Methods.h"
 
@@ -14,65 +16,49 @@ namespace meridal {
 
 namespace {
 
-constexpr int largestPage = 500;    // the daemon's own limit
+constexpr const char* sensorsExamples =
+    R"(The bar shows where a value stands between the sensor's limits; without limits,
+between the lowest and the highest value ever seen. Power is an average over at
+least 2 s, for users other than root to a tenth of a watt.
+
+Examples:
+  meridalctl sensors
+  meridalctl sensors --watch
+  meridalctl sensors --json | jq '.sensors[] | select(.kind == "fan")'
+)";
+
 constexpr double watchInterval = 2; // s; the daemon's own rhythm
 
-/// Asks page after page for all sensors.
-class SensorQuery {
-public:
-    using Use = std::function<void(const Value& sensors)>;
-
-    explicit SensorQuery(Session& session) : session_(session) { }
-
-    void ask(Use use)
-    {
-        use_ = std::move(use);
-        sensors_ = Value::array();
-        askPage({{"limit", largestPage}});
-    }
-
-private:
-    void askPage(const Value& parameters)
-    {
-        session_.call(method::sensorsList, Value::array({parameters}), [this](const Value& page) { take(page); });
-    }
-
-    void take(const Value& page)
-    {
-        const Value* part = find(page, "sensors");
-        if (!part || !part->is_array()) {
-            return session_.fail(exitStatus::refused, "the daemon's answer tells no sensors: " + terminalJson(page));
-        }
-        sensors_.insert(sensors_.end(), part->begin(), part->end());
-        const Value* more = find(page, "more");
-        const auto last = part->empty() ? std::nullopt : text(part->back(), "key");
-        if (more && *more == true && last) {
-            return askPage({{"limit", largestPage}, {"after", *last}});
-        }
-        use_(sensors_);
-    }
-
-    Session& session_;
-    Use use_;
-    Value sensors_;
+struct SensorsOptions {
+    bool watch = false;
+    std::size_t refreshes = 0; ///< with it, stop after so many; 0: never
+    bool json = false;
 };
+
+struct FansOptions {
+    bool json = false;
+};
+
+void askSensors(Session& session, std::function<void(const Value& sensors)> use)
+{
+    askPages(session, {.method = method::sensorsList, .list = "sensors"},
+        [use = std::move(use)](const Value& sensors, const Value&) { use(sensors); });
+}
 
 /// Asks every two seconds; on the whole terminal where there is one, else block after block.
 class WatchedSensors {
 public:
-    WatchedSensors(Session& session, bool onTerminal, bool coloured)
-        : session_(session), query_(session), isLive_(onTerminal && !session.arguments().json), coloured_(coloured)
-    {
-    }
+    WatchedSensors(Session& session, const SensorsOptions& options) : session_(session), options_(options) { }
 
     void start()
     {
-        screen_ = isLive_ && session_.arguments().refreshes == 0 ? Screen::open(coloured_) : nullptr;
+        const bool isLive = session_.medium().isTerminal && !options_.json && options_.refreshes == 0;
+        screen_ = isLive ? Screen::open(session_.medium().isColoured) : nullptr;
         if (screen_) {
             constexpr int standardInput = 0;
             resizes_ = session_.loop().watchSignals({SIGWINCH}, [this] {
                 screen_->resized();
-                screen_->show(lines_);
+                paint();
             });
             keys_ = session_.loop().watchReadable(standardInput, [this] { readKeys(); });
         }
@@ -82,7 +68,7 @@ public:
 private:
     void ask()
     {
-        query_.ask([this](const Value& sensors) {
+        askSensors(session_, [this](const Value& sensors) {
             next_ = session_.loop().after(watchInterval, [this] { ask(); });
             show(sensors);
         });
@@ -90,18 +76,27 @@ private:
 
     void show(const Value& sensors)
     {
-        lines_ = sensorLines(sensors);
         ++shown_;
+        sensors_ = sensors;
         if (screen_) {
-            screen_->show(lines_);
-        } else if (session_.arguments().json) {
-            session_.print(terminalJson({{"sensors", sensors}}) + '\n');
+            paint();
+        } else if (options_.json) {
+            session_.print(jsonLine({{"sensors", sensors}}));
         } else if (shown_ == 1 || session_.print("\n")) {
-            session_.print(lines_);
+            session_.print(sensorLines(sensors, terminalColumns().value_or(0)));
         }
-        if (shown_ == session_.arguments().refreshes || (sensors.empty() && !screen_)) {
+        if (shown_ == options_.refreshes || (sensors.empty() && !screen_)) {
             session_.finish(exitStatus::success);
         }
+    }
+
+    void paint()
+    {
+        Lines lines = sensorLines(sensors_, screen_->columns());
+        for (Line& line : lines) { // or what does not fit would go on below, where the next one is
+            line = cutLine(std::move(line), screen_->columns());
+        }
+        screen_->show(lines);
     }
 
     void readKeys()
@@ -117,10 +112,8 @@ private:
     }
 
     Session& session_;
-    SensorQuery query_;
-    bool isLive_;
-    bool coloured_;
-    Lines lines_;
+    const SensorsOptions& options_;
+    Value sensors_ = Value::array(); ///< the latest
     std::size_t shown_ = 0;
     int emptyReads_ = 0;
     std::unique_ptr<Screen> screen_;
@@ -129,41 +122,44 @@ private:
     std::unique_ptr<Timer> next_;
 };
 
-} // namespace
-
-int runSensors(Session& session, bool onTerminal, bool coloured)
+int runSensors(Session& session, const SensorsOptions& options)
 {
-    if (session.arguments().watch) {
-        const auto interrupted =
-            session.loop().watchSignals({SIGINT, SIGTERM}, [&session] { session.finish(exitStatus::success); });
-        WatchedSensors watched(session, onTerminal, coloured);
-        return session.run([&watched] { watched.start(); });
+    if (options.watch) {
+        WatchedSensors watched(session, options);
+        return session.runUntilInterrupted([&watched] { watched.start(); });
     }
-    SensorQuery query(session);
-    return session.run([&session, &query] {
-        query.ask([&session](const Value& sensors) {
-            const bool printed = session.arguments().json ? session.print(terminalJson({{"sensors", sensors}}) + '\n')
-                                                          : session.print(sensorLines(sensors));
-            if (printed) {
-                session.finish(exitStatus::success);
-            }
+    return session.run([&] {
+        askSensors(session, [&](const Value& sensors) {
+            options.json ? session.conclude(jsonLine({{"sensors", sensors}}))
+                         : session.conclude(sensorLines(sensors, terminalColumns().value_or(0)));
         });
     });
 }
 
-int runFans(Session& session)
+int runFans(Session& session, const FansOptions& options)
 {
-    SensorQuery query(session);
-    return session.run([&session, &query] {
-        query.ask([&session](const Value& sensors) {
-            const bool printed = session.arguments().json
-                ? session.print(terminalJson({{"fans", fansOf(sensors)}}) + '\n')
-                : session.print(fanLines(sensors));
-            if (printed) {
-                session.finish(exitStatus::success);
-            }
+    return session.run([&] {
+        askSensors(session, [&](const Value& sensors) {
+            options.json ? session.conclude(jsonLine({{"fans", fansOf(sensors)}}))
+                         : session.conclude(fanLines(sensors, terminalColumns().value_or(0)));
         });
     });
+}
+
+} // namespace
+
+void addSensors(Grammar& grammar)
+{
+    auto [sensors, options] = grammar.add(
+        "sensors", "Temperatures, voltages, currents, powers, humidities and fans, with their alarms", runSensors);
+    sensors.examples(sensorsExamples);
+    sensors.flag("--watch", options.watch, "Show them again every 2 seconds, until interrupted");
+    sensors.count("--refreshes", options.refreshes, "With --watch, stop after so many, as text");
+    sensors.need("--refreshes", "--watch");
+    sensors.flag("--json", options.json, "As JSON");
+
+    auto [fans, form] = grammar.add("fans", "The fans and how fast they turn", runFans);
+    fans.flag("--json", form.json, "As JSON");
 }
 
 } // namespace meridal

@@ -2,14 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <csignal>
 #include <utility>
 
 namespace meridal {
 
-Session::Session(const Arguments& arguments, bool coloured)
-    : arguments_(arguments), client_(loop_, arguments.socketPath), output_(coloured)
+Session::Session(const std::string& socketPath, double timeout, Medium medium)
+    : medium_(medium), client_(loop_, socketPath), output_(medium.isColoured)
 {
-    client_.setTimeout(arguments.timeout);
+    client_.setTimeout(timeout);
 }
 
 int Session::run(const Task& task)
@@ -25,6 +26,14 @@ int Session::run(const Task& task)
     });
     loop_.run();
     return status_;
+}
+
+int Session::runUntilInterrupted(const Task& task)
+{
+    const auto interrupted = loop_.watchSignals({SIGINT, SIGTERM}, [this] { finish(exitStatus::success); });
+    const int status = run(task);
+    client_.setEvents({});
+    return status;
 }
 
 void Session::fail(int status, std::string complaint)

@@ -2,7 +2,6 @@
 
 #include "client/DaemonClient.h"
 #include "client/EventLoop.h"
-#include "client/commands/Arguments.h"
 #include "client/screen/Output.h"
 
 #include <functional>
@@ -10,17 +9,33 @@
 
 namespace meridal {
 
+/// How a command ended, as the shell sees it.
+namespace exitStatus {
+constexpr int success = 0;
+constexpr int refused = 1;  ///< the daemon answered with an error, or the output could not be written
+constexpr int noDaemon = 2; ///< the daemon could not be reached, or did not answer
+constexpr int usage = 64;   ///< the command line makes no sense; as in sysexits
+} // namespace exitStatus
+
 /// One run of a command: the daemon, standard output, and how it ends.
 class Session {
 public:
-    Session(const Arguments& arguments, bool coloured);
+    /// What standard output is, and what may be written to it.
+    struct Medium {
+        bool isTerminal = false; ///< of a kind that can place text
+        bool isColoured = false;
+    };
 
-    const Arguments& arguments() const { return arguments_; }
+    Session(const std::string& socketPath, double timeout, Medium medium);
+
+    Medium medium() const { return medium_; }
     EventLoop& loop() { return loop_; }
     DaemonClient& client() { return client_; }
 
     /// Connects, runs the task, and serves the loop until finish(). Returns the exit status.
     int run(const Task& task);
+    /// The same, and an interruption is the end that was wished.
+    int runUntilInterrupted(const Task& task);
     void finish(int status) { fail(status, {}); }
     /// Ends the run with a complaint, which complaint() keeps until the terminal is ours no more.
     void fail(int status, std::string complaint);
@@ -32,11 +47,19 @@ public:
     /// may come in the midst of many messages.
     bool print(std::string_view text) { return !finished_ && printed(output_.write(text)); }
     bool print(const Lines& lines) { return !finished_ && printed(output_.write(lines)); }
+    /// Prints all that there is to say, and ends the run.
+    template <typename Answer>
+    void conclude(const Answer& answer)
+    {
+        if (print(answer)) {
+            finish(exitStatus::success);
+        }
+    }
 
 private:
     bool printed(bool written);
 
-    const Arguments& arguments_;
+    const Medium medium_;
     EventLoop loop_;
     DaemonClient client_;
     Output output_;

@@ -1,5 +1,4 @@
-#include "client/commands/TopCommand.h"
-
+#include "client/commands/Commands.h"
 #include "client/commands/TopSession.h"
 #include "client/screen/Format.h"
 #include "client/screen/Screen.h"
@@ -14,7 +13,42 @@ namespace meridal {
 
 namespace {
 
+constexpr const char* topExamples = R"(On a terminal the list is live; the keys are
+  q       quit
+  1 to 5  (or c m d n e) cpu, memory, disk, network, energy
+  h       group processes under the application that is responsible for them
+Elsewhere, and with --once, --refreshes or --json, it is text, one block a refresh.
+
+Figures: CPU in percent of one core; memory in bytes; disk in bytes a second;
+network in bytes since the last refresh; energy as a score that counts a wake-up
+as 500 microseconds of CPU. Totals are those of the processes listed.
+
+Examples:
+  meridalctl top                      what uses the processors, live
+  meridalctl top memory -n 5 --once   the five largest, as text
+  meridalctl top disk --json | jq .   for programs
+)";
+
 constexpr std::size_t rowsWithoutScreen = 20;
+
+struct TopOptions {
+    std::string list = "cpu";
+    bool hierarchy = false;
+    std::size_t rows = 0;      ///< 0: as many as fit, 20 where there is no screen
+    std::size_t refreshes = 0; ///< as text, stop after so many; 0: never
+    bool once = false;         ///< the same as one refresh
+    double settle = 0.5;       ///< s after the first list before rates are real
+    bool json = false;
+
+    TopFeed feed(bool isLive) const
+    {
+        TopFeed feed{.hierarchy = hierarchy, .settle = isLive ? 0 : settle, .hasStatus = isLive};
+        const auto named = std::find_if(
+            allTopLists.begin(), allTopLists.end(), [this](RequestKey each) { return listName(each) == list; });
+        feed.list = *named;
+        return feed;
+    }
+};
 
 TopFrame withCores(TopFrame frame)
 {
@@ -25,18 +59,17 @@ TopFrame withCores(TopFrame frame)
 /// Text or JSON, one block or object a refresh.
 class PrintedTop final : public TopDisplay {
 public:
-    explicit PrintedTop(Session& session) : session_(session) { }
+    PrintedTop(Session& session, const TopOptions& options) : session_(session), options_(options) { }
 
     void tableArrived(const TopFrame& frame) override
     {
-        if (++refreshes_ > 1 && !session_.arguments().json && !session_.print("\n")) {
+        if (++refreshes_ > 1 && !options_.json && !session_.print("\n")) {
             return;
         }
-        const std::size_t asked = session_.arguments().rows;
-        const std::size_t rows = asked > 0 ? asked : rowsWithoutScreen;
-        const bool printed = session_.arguments().json ? session_.print(json(frame, rows))
-                                                       : session_.print(tableLines(withCores(frame), rows, 0));
-        if (printed && refreshes_ == session_.arguments().refreshes) {
+        const std::size_t rows = options_.rows > 0 ? options_.rows : rowsWithoutScreen;
+        const bool printed =
+            options_.json ? session_.print(json(frame, rows)) : session_.print(tableLines(withCores(frame), rows, 0));
+        if (printed && refreshes_ == (options_.once ? 1 : options_.refreshes)) {
             session_.finish(exitStatus::success);
         }
     }
@@ -55,10 +88,11 @@ private:
         Dictionary object = tableAsJson(*frame.table, rows);
         object["hierarchy"] = frame.hierarchy;
         object["refresh"] = refreshes_;
-        return terminalJson(object) + '\n';
+        return jsonLine(object);
     }
 
     Session& session_;
+    const TopOptions& options_;
     std::size_t refreshes_ = 0;
     bool wasConnected_ = true;
 };
@@ -66,8 +100,8 @@ private:
 /// The whole terminal, repainted at every change; keys steer it.
 class LiveTop final : public TopDisplay {
 public:
-    LiveTop(Session& session, Screen& screen)
-        : session_(session), screen_(screen), top_(session, *this, {.settle = 0, .hasStatus = true})
+    LiveTop(Session& session, const TopOptions& options, Screen& screen)
+        : session_(session), options_(options), screen_(screen), top_(session, *this, options.feed(true))
     {
     }
 
@@ -88,8 +122,7 @@ public:
 private:
     void paint()
     {
-        const std::size_t asked = session_.arguments().rows;
-        const std::size_t rows = asked > 0 ? asked : std::numeric_limits<std::size_t>::max();
+        const std::size_t rows = options_.rows > 0 ? options_.rows : std::numeric_limits<std::size_t>::max();
         screen_.show(screenLines(withCores(top_.frame()), rows, screen_.rows(), screen_.columns()));
     }
 
@@ -122,6 +155,7 @@ private:
     }
 
     Session& session_;
+    const TopOptions& options_;
     Screen& screen_;
     TopSession top_;
     std::unique_ptr<Watch> resizes_;
@@ -129,28 +163,42 @@ private:
     int emptyReads_ = 0;
 };
 
-} // namespace
-
-int runTop(Session& session, bool onTerminal, bool coloured)
+int runTop(Session& session, const TopOptions& options)
 {
-    const auto interrupted =
-        session.loop().watchSignals({SIGINT, SIGTERM}, [&session] { session.finish(exitStatus::success); });
-    const bool isLive = onTerminal && !session.arguments().json && session.arguments().refreshes == 0;
+    const bool isLive = session.medium().isTerminal && !options.json && !options.once && options.refreshes == 0;
     std::unique_ptr<Screen> screen;
     std::unique_ptr<LiveTop> live;
-    PrintedTop printed(session);
-    TopSession text(session, printed, {.settle = session.arguments().settle, .hasStatus = false});
-    const int status = session.run([&] {
-        screen = isLive ? Screen::open(coloured) : nullptr; // not before the daemon is known to be there
+    PrintedTop printed(session, options);
+    TopSession text(session, printed, options.feed(false));
+    return session.runUntilInterrupted([&] {
+        screen = isLive ? Screen::open(session.medium().isColoured) : nullptr; // not before the daemon is there
         if (!screen) {
             text.start();
             return;
         }
-        live = std::make_unique<LiveTop>(session, *screen);
+        live = std::make_unique<LiveTop>(session, options, *screen);
         live->start();
     });
-    session.client().setEvents({});
-    return status;
+}
+
+} // namespace
+
+void addTop(Grammar& grammar)
+{
+    auto [top, options] = grammar.add("top", "The processes that use the most, live or as text", runTop);
+    top.examples(topExamples);
+    std::vector<std::string> names;
+    for (const RequestKey list : allTopLists) {
+        names.emplace_back(listName(list));
+    }
+    top.choice("list", options.list, names, "What to rank by");
+    top.flag("--hierarchy", options.hierarchy, "Group processes under the one responsible for them");
+    top.count("-n,--rows", options.rows, "Show at most so many rows");
+    top.flag("--json", options.json, "One JSON object a refresh");
+    top.count("--refreshes", options.refreshes, "Stop after so many, as text");
+    top.flag("--once", options.once, "The same as --refreshes 1");
+    top.exclude("--once", "--refreshes");
+    top.seconds("--settle", options.settle, 0, 60, "Seconds that rates need before the first refresh as text");
 }
 
 } // namespace meridal

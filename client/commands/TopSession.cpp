@@ -17,8 +17,8 @@ constexpr std::size_t listsPerStatus = 5;  // the daemon's own cost changes slow
 TopSession::TopSession(Session& session, TopDisplay& display, TopFeed feed)
     : session_(session), display_(display), feed_(feed)
 {
-    frame_.list = session.arguments().list;
-    frame_.hierarchy = session.arguments().hierarchy;
+    frame_.list = feed.list;
+    frame_.hierarchy = feed.hierarchy;
 }
 
 void TopSession::start()
@@ -28,12 +28,12 @@ void TopSession::start()
         [this](const Dictionary& envelope) { received(envelope); }});
 }
 
-void TopSession::choose(TopList list)
+void TopSession::choose(RequestKey list)
 {
     if (list == frame_.list) {
         return;
     }
-    ask(method::stopRequestWithKey, Value::array({requestKey(frame_.list)}));
+    ask(method::stopRequestWithKey, Value::array({mask(frame_.list)}));
     frame_.list = list;
     frame_.table.reset();
     askForList();
@@ -69,7 +69,7 @@ void TopSession::disconnected()
 
 void TopSession::received(const Dictionary& envelope)
 {
-    if (text(envelope, "type") != std::to_string(requestKey(frame_.list))) {
+    if (text(envelope, "type") != std::to_string(mask(frame_.list))) {
         return; // of a list just left, or one that the daemon sends to everybody
     }
     const double now = session_.loop().now();
@@ -97,7 +97,7 @@ void TopSession::ask(const std::string& method, const Value& parameters)
 void TopSession::askForList()
 {
     firstList_.reset();
-    ask(method::startRequestWithKey, Value::array({requestKey(frame_.list), requestInterval}));
+    ask(method::startRequestWithKey, Value::array({mask(frame_.list), requestInterval}));
 }
 
 void TopSession::askForStatus()

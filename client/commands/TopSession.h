@@ -17,6 +17,8 @@ public:
 
 /// How a display wants to be fed.
 struct TopFeed {
+    RequestKey list = RequestKey::Cpu;
+    bool hierarchy = false;
     double settle = 0;      ///< s after the first list within which lists are left out: rates are not real yet
     bool hasStatus = false; ///< ask for the daemon's status, too
 };
@@ -28,7 +30,7 @@ public:
 
     /// Call once connected.
     void start();
-    void choose(TopList list);
+    void choose(RequestKey list);
     void toggleHierarchy();
     const TopFrame& frame() const { return frame_; }
 

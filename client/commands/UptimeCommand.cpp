@@ -1,84 +1,63 @@
-#include "client/commands/UptimeCommand.h"
-
+#include "client/commands/Commands.h"
+#include "client/commands/Pages.h"
 #include "client/screen/Format.h"
 #include "client/screen/WallClock.h"
 #include "client/views/UptimeView.h"
 #include "wire/Methods.h"
 
-#include <algorithm>
-#include <utility>
-
 namespace meridal {
 
 namespace {
 
-constexpr std::size_t usualBoots = 20;
-constexpr std::size_t bootsPage = 500; // the daemon's own limit
+constexpr const char* uptimeExamples =
+    R"("available" is the share of the time in which the machine was up, time asleep left
+out. A boot that ended in a crash lasted at least as long as shown.
 
-/// Asks page after page until there are as many boots as wanted, or no more.
-class UptimeQuery {
-public:
-    explicit UptimeQuery(Session& session) : session_(session)
-    {
-        const Arguments& arguments = session.arguments();
-        wanted_ = !arguments.history ? 1 : arguments.rows > 0 ? arguments.rows : usualBoots;
-        if (arguments.days > 0) {
-            parameters_["from"] = wallTime() - arguments.days * day;
-        }
-    }
+Examples:
+  meridalctl uptime
+  meridalctl uptime --history --days 30
+)";
 
-    void ask()
-    {
-        parameters_["limit"] = std::min(wanted_ - boots_.size(), bootsPage);
-        session_.call(method::uptimeBoots, Value::array({parameters_}), [this](const Value& page) { take(page); });
-    }
-
-private:
-    void take(const Value& page)
-    {
-        const Value* boots = find(page, "boots");
-        if (!boots || !boots->is_array()) {
-            return session_.fail(exitStatus::refused, "the daemon's answer tells no boots: " + terminalJson(page));
-        }
-        boots_.insert(boots_.end(), boots->begin(), boots->end());
-        const Value* more = find(page, "more");
-        const auto last = boots->empty() ? std::nullopt : number(boots->back(), "boot");
-        if (more && *more == true && boots_.size() < wanted_ && last) {
-            parameters_["before"] = *last;
-            return ask();
-        }
-        report(page);
-    }
-
-    void report(const Value& page)
-    {
-        const Arguments& arguments = session_.arguments();
-        Value answer = page;
-        if (arguments.history) {
-            answer["boots"] = std::move(boots_);
-        } else {
-            answer.erase("boots");
-            answer.erase("more");
-        }
-        const bool printed = arguments.json ? session_.print(terminalJson(answer) + '\n')
-                                            : session_.print(uptimeLines(answer, arguments.history));
-        if (printed) {
-            session_.finish(exitStatus::success);
-        }
-    }
-
-    Session& session_;
-    std::size_t wanted_ = 0;
-    Value parameters_ = Value::object();
-    Value boots_ = Value::array();
+struct UptimeOptions {
+    bool history = false; ///< also the boots before
+    std::size_t rows = 20;
+    double days = 0; ///< how far back; 0: all that is known
+    bool json = false;
 };
+
+void reportUptime(Session& session, const UptimeOptions& options, const Value& boots, Value answer)
+{
+    answer["boots"] = boots;
+    if (!options.history) {
+        answer.erase("boots");
+        answer.erase("more");
+    }
+    options.json ? session.conclude(jsonLine(answer)) : session.conclude(uptimeLines(answer, options.history));
+}
+
+int runUptime(Session& session, const UptimeOptions& options)
+{
+    PagedQuestion question{.method = method::uptimeBoots, .list = "boots", .cursor = "before", .entry = "boot"};
+    question.wanted = options.history ? options.rows : 1;
+    if (options.days > 0) {
+        question.parameters["from"] = wallTime() - options.days * day;
+    }
+    return session.run([&] {
+        askPages(session, question,
+            [&](const Value& boots, const Value& last) { reportUptime(session, options, boots, last); });
+    });
+}
 
 } // namespace
 
-int runUptime(Session& session)
+void addUptime(Grammar& grammar)
 {
-    UptimeQuery query(session);
-    return session.run([&query] { query.ask(); });
+    auto [uptime, options] = grammar.add("uptime", "How long the machine has been up, and its boots before", runUptime);
+    uptime.examples(uptimeExamples);
+    uptime.flag("--history", options.history, "Also list the boots, newest first");
+    uptime.count("-n,--rows", options.rows, "List at most so many");
+    uptime.days(options.days, "Look back so many days only");
+    uptime.flag("--json", options.json, "As JSON");
 }
 
 } // namespace meridal

@@ -1,12 +1,16 @@
-#include "client/commands/WatchCommand.h"
-
 #include "base/Value.h"
+#include "client/commands/Commands.h"
 #include "client/screen/Format.h"
+#include "client/screen/Output.h"
 #include "wire/Methods.h"
 #include "wire/RequestKey.h"
 
-#include <csignal>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace meridal {
 
@@ -15,9 +19,43 @@ namespace {
 constexpr double reconnectInterval = 1; // s
 constexpr int watchRequestInterval = 2; // s; the daemon notes it and keeps its own rhythm
 
+constexpr const char* watchExamples = R"(Prints what the daemon sends, one JSON object a line, until interrupted.
+Keys, by name or number: cpu 1, memory 2, disk 4, network 8, energy 16,
+smart-temperatures 32, smart-status 64, battery 128.
+
+Examples:
+  meridalctl watch cpu battery
+  meridalctl watch memory --count 2 | tail -n 1
+)";
+
+struct WatchOptions {
+    std::vector<std::string> keys; ///< names or numbers
+    bool hierarchy = false;
+    std::size_t count = 0; ///< stop after so many lines; 0: never
+};
+
+/// The key of that name or number; nothing when it is neither.
+std::optional<std::int64_t> watchKey(const std::string& word)
+{
+    for (const RequestKeyName& named : requestKeyNames) {
+        if (named.name == word) {
+            return mask(named.key);
+        }
+    }
+    errno = 0;
+    char* end = nullptr;
+    const std::int64_t number = std::strtoll(word.c_str(), &end, 0);
+    return errno == 0 && *end == '\0' && number > 0 ? std::optional(number) : std::nullopt;
+}
+
 class Watcher {
 public:
-    explicit Watcher(Session& session) : session_(session) { }
+    Watcher(Session& session, const WatchOptions& options) : session_(session), options_(options)
+    {
+        for (const std::string& word : options.keys) {
+            keys_.push_back(*watchKey(word));
+        }
+    }
 
     void start()
     {
@@ -32,10 +70,10 @@ public:
 private:
     void connected()
     {
-        if (session_.arguments().hierarchy) {
+        if (options_.hierarchy) {
             ask(method::enableHierachy, Value::array());
         }
-        for (const std::int64_t key : session_.arguments().keys) {
+        for (const std::int64_t key : keys_) {
             if (key == mask(RequestKey::SmartTemperatures)) {
                 ask(method::startSMARTTemps, Value::array()); // unlike a plain request these also open the disks
             } else if (key == mask(RequestKey::SmartStatus)) {
@@ -63,7 +101,7 @@ private:
             return false;
         }
         const auto bits = type->get<std::int64_t>();
-        for (const std::int64_t key : session_.arguments().keys) {
+        for (const std::int64_t key : keys_) {
             if ((key & bits) != 0) {
                 return true;
             }
@@ -74,25 +112,34 @@ private:
     void received(const Dictionary& envelope)
     {
         const bool wanted = isWanted(envelope);
-        if (wanted && session_.print(terminalJson(envelope) + '\n') && ++printed_ == session_.arguments().refreshes) {
+        if (wanted && session_.print(jsonLine(envelope)) && ++printed_ == options_.count) {
             session_.finish(exitStatus::success);
         }
     }
 
     Session& session_;
+    const WatchOptions& options_;
+    std::vector<std::int64_t> keys_;
     std::size_t printed_ = 0;
 };
 
+int runWatch(Session& session, const WatchOptions& options)
+{
+    Watcher watcher(session, options);
+    return session.runUntilInterrupted([&watcher] { watcher.start(); });
+}
+
 } // namespace
 
-int runWatch(Session& session)
+void addWatch(Grammar& grammar)
 {
-    const auto interrupted =
-        session.loop().watchSignals({SIGINT, SIGTERM}, [&session] { session.finish(exitStatus::success); });
-    Watcher watcher(session);
-    const int status = session.run([&watcher] { watcher.start(); });
-    session.client().setEvents({});
-    return status;
+    auto [watch, options] = grammar.add("watch", "Print the daemon's results as JSON lines", runWatch);
+    watch.examples(watchExamples);
+    watch.words("key", options.keys, "What to watch, by name or number", [](const std::string& word) {
+        return watchKey(word) ? std::string() : '"' + word + "\" is neither a key's name nor its number";
+    });
+    watch.flag("--hierarchy", options.hierarchy, "Group processes under the one responsible for them");
+    watch.count("-n,--count", options.count, "Stop after so many lines");
 }
 
 } // namespace meridal

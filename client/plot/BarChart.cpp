@@ -3,11 +3,11 @@
 #include "base/Text.h"
 #include "client/plot/SvgText.h"
 #include "client/screen/Format.h"
+#include "client/screen/TextTable.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
 namespace meridal {
@@ -15,6 +15,8 @@ namespace meridal {
 namespace {
 
 constexpr int totalColumns = 12;
+constexpr int labelGap = 2;
+constexpr int shortestBar = 10;
 constexpr int shortestLabel = 10;
 constexpr int longestLabel = 32;
 
@@ -33,17 +35,6 @@ double largestOf(const std::vector<AmountBar>& bars)
     return largest;
 }
 
-/// So many eighths of a column, as a bar.
-std::string blocks(int eighths)
-{
-    static const std::array<const char*, 8> parts = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
-    std::string text;
-    for (int i = 0; i < eighths / 8; ++i) {
-        text += "█";
-    }
-    return text + parts[static_cast<std::size_t>(eighths % 8)];
-}
-
 /// Download and upload drawn one behind the other. Only the end is drawn in eighths, and what is not nothing is seen.
 Line barLine(const AmountBar& bar, double largest, int columns)
 {
@@ -54,9 +45,7 @@ Line barLine(const AmountBar& bar, double largest, int columns)
     const int downloaded = sum > 0 ? static_cast<int>(std::lround(bar.download / sum * whole)) : 0;
     const std::string first = blocks(downloaded * 8);
     const std::string second = blocks(eighths - downloaded * 8);
-    const std::string rest(static_cast<std::size_t>(columns - (eighths + 7) / 8), ' ');
-    return {{Style::Title, first}, {downloaded == whole && whole > 0 ? Style::Title : Style::Medium, second},
-        {Style::Plain, rest}};
+    return {{Style::Title, first}, {downloaded == whole && whole > 0 ? Style::Title : Style::Medium, second}};
 }
 
 std::string svgRow(const AmountBar& bar, double largest, int y)
@@ -75,28 +64,24 @@ std::string svgRow(const AmountBar& bar, double largest, int y)
 
 } // namespace
 
-Lines barChartLines(std::string_view heading, const std::vector<AmountBar>& bars, int barColumns)
+Lines barChartLines(const std::string& heading, const std::vector<AmountBar>& bars, int barColumns, int room)
 {
     int labelColumns = std::max(shortestLabel, displayWidth(heading));
     for (const AmountBar& bar : bars) {
         labelColumns = std::max(labelColumns, displayWidth(bar.label));
     }
     labelColumns = std::min(labelColumns, longestLabel);
+    const int left = room - (labelColumns + labelGap + 3 * totalColumns);
+    barColumns = left >= shortestBar ? std::min(left, barColumns) : barColumns; // below that it will wrap anyway
+    TextTable table(
+        {{heading, labelColumns, Align::Left, labelGap}, {"", barColumns}, {"DOWNLOAD", totalColumns, Align::Right},
+            {"UPLOAD", totalColumns, Align::Right}, {"TOTAL", totalColumns, Align::Right}});
     const double largest = largestOf(bars);
-    Lines lines = {{{Style::Heading,
-        fitLeft(heading, labelColumns) + "  " + std::string(static_cast<std::size_t>(barColumns), ' ')
-            + fitRight("DOWNLOAD", totalColumns) + fitRight("UPLOAD", totalColumns)
-            + fitRight("TOTAL", totalColumns)}}};
     for (const AmountBar& bar : bars) {
-        Line line = {{Style::Plain, fitLeft(bar.label, labelColumns) + "  "}};
-        const Line drawn = barLine(bar, largest, barColumns);
-        line.insert(line.end(), drawn.begin(), drawn.end());
-        line.push_back({Style::Plain,
-            fitRight(formatBytes(bar.download), totalColumns) + fitRight(formatBytes(bar.upload), totalColumns)
-                + fitRight(formatBytes(bar.download + bar.upload), totalColumns)});
-        lines.push_back(std::move(line));
+        table.add({bar.label, barLine(bar, largest, barColumns), formatBytes(bar.download), formatBytes(bar.upload),
+            formatBytes(bar.download + bar.upload)});
     }
-    return lines;
+    return table.lines();
 }
 
 std::string barChartSvg(std::string_view title, const std::vector<AmountBar>& bars)

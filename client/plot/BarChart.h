@@ -15,9 +15,9 @@ struct AmountBar {
     double download = 0;
 };
 
-/// The amounts as text, one line each, under a heading: label, a bar of so many columns divided into download and upload,
-/// both figures and their sum. All bars share one scale.
-Lines barChartLines(std::string_view heading, const std::vector<AmountBar>& bars, int barColumns);
+/// The amounts as text, one line each, under a heading: label, a bar of at most so many columns divided into download and upload,
+/// both figures and their sum. All bars share one scale. `room` is the width that there is, 0 for any.
+Lines barChartLines(const std::string& heading, const std::vector<AmountBar>& bars, int barColumns, int room = 0);
 
 /// The same as a picture that needs nothing else. `title` is any text.
 std::string barChartSvg(std::string_view title, const std::vector<AmountBar>& bars);

@@ -39,16 +39,11 @@ bool localTime(double time, std::tm& parts)
 
 std::string timeLabel(double time, double step)
 {
-    std::tm parts{};
-    std::array<char, 32> text{};
     const char* const format = step < 12 * hour ? "%H:%M"
         : step < day                            ? "%a %H:%M"
         : step < 91 * day                       ? "%d %b"
                                                 : "%b %Y";
-    if (!localTime(time, parts) || std::strftime(text.data(), text.size(), format, &parts) == 0) {
-        return {};
-    }
-    return text.data();
+    return formatTime(time, format);
 }
 
 } // namespace

@@ -113,6 +113,25 @@ std::string fitRight(std::string_view text, int columns)
     return spaces(columns - displayWidth(shown)) + shown;
 }
 
+std::string blocks(int eighths)
+{
+    static constexpr std::array<const char*, 8> parts = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
+    std::string text;
+    for (int full = 0; full < eighths / 8; ++full) {
+        text += "█";
+    }
+    return text + parts.at(static_cast<std::size_t>(eighths % 8));
+}
+
+std::string upperCase(std::string_view text)
+{
+    std::string capitals(text);
+    for (char& letter : capitals) {
+        letter = letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+    }
+    return capitals;
+}
+
 std::string terminalJson(const Value& value)
 {
     const std::string json = serialise(value);
@@ -132,5 +151,7 @@ std::string terminalJson(const Value& value)
     }
     return result;
 }
+
+std::string jsonLine(const Value& value) { return terminalJson(value) + '\n'; }
 
 } // namespace meridal

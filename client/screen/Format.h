@@ -23,7 +23,14 @@ std::string fitLeft(std::string_view text, int columns);
 /// As fitLeft, with the spaces in front.
 std::string fitRight(std::string_view text, int columns);
 
+/// A bar of so many eighths of a column.
+std::string blocks(int eighths);
+/// ASCII letters as capitals.
+std::string upperCase(std::string_view text);
+
 /// JSON on one line, fit for a terminal: DEL and the C1 controls, which JSON allows raw in strings, are escaped too.
 std::string terminalJson(const Value& value);
+/// The same with a line feed.
+std::string jsonLine(const Value& value);
 
 } // namespace meridal

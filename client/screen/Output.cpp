@@ -37,6 +37,17 @@ std::string Output::failure() const
     return "cannot write to standard output: " + std::generic_category().message(error_);
 }
 
+std::string writeFile(const std::string& path, const std::string& content)
+{
+    errno = 0;
+    std::FILE* file = std::fopen(path.c_str(), "w");
+    bool written = file && std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    if (file) {
+        written = std::fclose(file) == 0 && written;
+    }
+    return written ? "" : std::generic_category().message(errno != 0 ? errno : EIO);
+}
+
 void complain(std::string_view message)
 {
     const std::string line = "meridalctl: " + printable(message) + '\n';

@@ -26,6 +26,9 @@ private:
     int error_ = 0; ///< errno of the first failure
 };
 
+/// Writes a file whole. Answers why not, or nothing.
+std::string writeFile(const std::string& path, const std::string& content);
+
 /// One line on standard error.
 void complain(std::string_view message);
 

@@ -29,6 +29,8 @@ std::string_view sequence(Style style)
 
 } // namespace
 
+void appendLines(Lines& lines, const Lines& more) { lines.insert(lines.end(), more.begin(), more.end()); }
+
 std::string plainText(const Line& line)
 {
     std::string result;

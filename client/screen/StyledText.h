@@ -18,6 +18,8 @@ struct Span {
 using Line = std::vector<Span>;
 using Lines = std::vector<Line>;
 
+void appendLines(Lines& lines, const Lines& more);
+
 /// The bare text, without spaces at the end.
 std::string plainText(const Line& line);
 /// The text with colours for a terminal (SGR sequences of ECMA-48).

@@ -1,9 +1,24 @@
 #include "client/screen/WallClock.h"
 
+#include <array>
 #include <chrono>
+#include <cmath>
+#include <ctime>
 
 namespace meridal {
 
 double wallTime() { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); }
+
+std::string formatTime(std::optional<double> time, const char* format, TimeZone zone)
+{
+    constexpr double latest = 1e11; // s since 1970
+    const auto seconds = static_cast<std::time_t>(std::floor(time && std::abs(*time) < latest ? *time : 0));
+    std::tm parts{};
+    std::array<char, 32> text{};
+    const bool isTold = time && std::abs(*time) < latest
+        && (zone == TimeZone::Utc ? ::gmtime_r(&seconds, &parts) : ::localtime_r(&seconds, &parts))
+        && std::strftime(text.data(), text.size(), format, &parts) != 0;
+    return isTold ? text.data() : "-";
+}
 
 } // namespace meridal

@@ -1,10 +1,19 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <string>
+
 namespace meridal {
 
 constexpr double day = 86'400; ///< s, of a plain day without a change of the clocks
 
 /// Now, in seconds since 1970.
 double wallTime();
+
+enum class TimeZone : std::uint8_t { Local, Utc };
+
+/// A moment in seconds since 1970 as strftime(3) writes it; "-" where there is none, or one that no clock shows.
+std::string formatTime(std::optional<double> time, const char* format, TimeZone zone = TimeZone::Local);
 
 } // namespace meridal

@@ -3,14 +3,14 @@
 #include "base/Text.h"
 #include "client/plot/BatteryPlot.h"
 #include "client/screen/Format.h"
+#include "client/screen/TextTable.h"
+#include "client/screen/WallClock.h"
 #include "wire/BatteryCodes.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <ctime>
 #include <optional>
 #include <set>
 #include <string>
@@ -21,43 +21,16 @@ namespace meridal {
 
 namespace {
 
-constexpr int labelColumns = 13;
-constexpr int dayColumns = 12;
-constexpr int valueColumns = 8;
-constexpr int nameColumns = 30;
 constexpr int plotRows = 8;
 constexpr double lowCharge = 20;      // %
 constexpr double criticalCharge = 10; // %
 constexpr double wornHealth = 80;     // %, below which makers speak of service
 constexpr int internalBattery = 0;
+constexpr const char* dayFormat = "%Y-%m-%d";
 
 void addSubject(Lines& lines, std::string_view label, Line words)
 {
-    words.insert(words.begin(), {Style::Title, fitLeft(label, labelColumns)});
-    lines.push_back(std::move(words));
-}
-
-std::string formatDay(double time)
-{
-    const auto seconds = static_cast<std::time_t>(std::floor(std::clamp(time, -1e11, 1e11)));
-    std::tm parts{};
-    std::array<char, 32> text{};
-    if (!::localtime_r(&seconds, &parts) || std::strftime(text.data(), text.size(), "%Y-%m-%d", &parts) == 0) {
-        return "-";
-    }
-    return text.data();
-}
-
-/// A day that has no time zone.
-std::string formatMadeOn(double time)
-{
-    const auto seconds = static_cast<std::time_t>(std::floor(std::clamp(time, -1e11, 1e11)));
-    std::tm parts{};
-    std::array<char, 32> text{};
-    if (!::gmtime_r(&seconds, &parts) || std::strftime(text.data(), text.size(), "%Y-%m-%d", &parts) == 0) {
-        return "-";
-    }
-    return text.data();
+    lines.push_back(subjectLine(label, std::move(words)));
 }
 
 std::string percentText(double percent) { return fmt::format("{:.4g} %", std::round(percent * 10) / 10); }
@@ -173,7 +146,7 @@ void addHealth(Lines& lines, const Value& battery)
         addSubject(lines, "condition", {conditionSpan(static_cast<BatteryCondition>(*condition))});
     }
     if (const auto made = number(battery, "manufactureTime")) {
-        addSubject(lines, "made on", {{Style::Plain, formatMadeOn(*made)}});
+        addSubject(lines, "made on", {{Style::Plain, formatTime(*made, dayFormat, TimeZone::Utc)}});
     }
 }
 
@@ -210,36 +183,34 @@ void addBattery(Lines& lines, const Value& battery, bool several)
 
 void addPeripherals(Lines& lines, const Value& peripherals)
 {
-    if (!lines.empty()) {
-        lines.push_back({});
-    }
+    lines.push_back({});
     lines.push_back({{Style::Heading, "Connected devices"}});
+    TextTable table({{"", 30}, {}});
     for (const Value& device : peripherals) {
         const auto percent = number(device, "percentage");
         const std::string level = printable(text(device, "level").value_or("-"));
         const auto state = stateOf(device);
-        lines.push_back({{Style::Plain, fitLeft(printable(text(device, "name").value_or("?")), nameColumns)},
-            {percent ? styleOfCharge(*percent, state) : Style::Plain, percent ? percentText(*percent) : level},
-            {Style::Plain, state == BatteryState::Charging ? ", charging" : ""}});
+        table.add({printable(text(device, "name").value_or("?")),
+            Line{{percent ? styleOfCharge(*percent, state) : Style::Plain, percent ? percentText(*percent) : level},
+                {Style::Plain, state == BatteryState::Charging ? ", charging" : ""}}});
     }
+    appendLines(lines, table.lines());
 }
 
 /// One row a change. Several batteries are named.
-void addRows(Lines& lines, std::string_view unit, const Value& rows)
+Lines changeLines(const std::string& unit, const Value& rows)
 {
     std::set<std::string> keys;
     for (const Value& row : rows) {
         keys.insert(text(row, "key").value_or(""));
     }
+    TextTable table({{"", 12}, {"", 8, Align::Right, 2}, {}});
     for (const Value& row : rows) {
-        const double value = number(row, "value").value_or(0);
-        const auto time = number(row, "time");
-        const std::string name = keys.size() > 1 ? printable(text(row, "key").value_or("")) : std::string();
-        lines.push_back({{Style::Plain,
-                             fitLeft(time ? formatDay(*time) : "-", dayColumns)
-                                 + fitRight(fmt::format("{:.0f}{}", value, unit), valueColumns)},
-            {Style::Faint, name.empty() ? "" : "  " + name}});
+        table.add({formatTime(number(row, "time"), dayFormat),
+            fmt::format("{:.0f}{}", number(row, "value").value_or(0), unit),
+            {Style::Faint, keys.size() > 1 ? printable(text(row, "key").value_or("")) : ""}});
     }
+    return table.lines();
 }
 
 void addRecorded(Lines& lines, const Plot& plot, const Value& rows, int columns)
@@ -251,11 +222,10 @@ void addRecorded(Lines& lines, const Plot& plot, const Value& rows, int columns)
             lines.push_back({{Style::Faint, "nothing recorded yet"}});
         }
     } else {
-        const Lines drawn = plotLines(plot, columns, plotRows);
-        lines.insert(lines.end(), drawn.begin(), drawn.end());
+        appendLines(lines, plotLines(plot, columns, plotRows));
         lines.push_back({});
     }
-    addRows(lines, plot.unit.empty() ? "" : " " + plot.unit, rows);
+    appendLines(lines, changeLines(plot.unit.empty() ? "" : " " + plot.unit, rows));
 }
 
 bool hasRows(const Value* list) { return list && list->is_array() && !list->empty(); }

@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "client/screen/Format.h"
+#include "client/screen/TextTable.h"
 
 #include <fmt/format.h>
 
@@ -13,15 +14,6 @@
 namespace meridal {
 
 namespace {
-
-constexpr int diskColumns = 10;
-constexpr int modelColumns = 30;
-constexpr int serialColumns = 21;
-constexpr int kindColumns = 6;
-constexpr int diskFigureColumns = 7;
-constexpr int powerOnColumns = 13;
-constexpr int attributeColumns = 32;
-constexpr int rawColumns = 20;
 
 std::string shown(const Value& disk, std::string_view key) { return printable(text(disk, key).value_or("-")); }
 
@@ -91,21 +83,16 @@ Style styleOfProblem(const Value& disk, std::string_view words)
     return fails || (healthy && *healthy == false) ? Style::High : Style::Warning;
 }
 
-void addDisk(Lines& lines, const Value& disk)
+void addDisk(TextTable& table, const Value& disk)
 {
     const auto seconds = number(disk, "powerOn");
-    lines.push_back({{Style::Title, fitLeft(shown(disk, "bsd"), diskColumns)},
-        {Style::Plain,
-            fitLeft(shown(disk, "model"), modelColumns - 1) + ' ' + fitLeft(shown(disk, "serial"), serialColumns - 1)
-                + ' ' + fitLeft(kindOf(disk), kindColumns)
-                + fitRight(figure(disk, "temperature", " °C"), diskFigureColumns)
-                + fitRight(figure(disk, "wear", " %"), diskFigureColumns)
-                + fitRight(seconds ? formatDuration(*seconds) : "-", powerOnColumns) + "  "},
-        verdict(disk)});
+    table.add({{Style::Title, shown(disk, "bsd")}, shown(disk, "model"), shown(disk, "serial"), kindOf(disk),
+        figure(disk, "temperature", " °C"), figure(disk, "wear", " %"), seconds ? formatDuration(*seconds) : "-",
+        Line{verdict(disk)}});
     for (const Value& problem : listOf(disk, "problems")) {
         if (problem.is_string()) {
             const auto& words = problem.get_ref<const std::string&>();
-            lines.push_back({{Style::Plain, "  "}, {styleOfProblem(disk, words), printable(words)}});
+            table.addLine({{Style::Plain, "  "}, {styleOfProblem(disk, words), printable(words)}});
         }
     }
 }
@@ -119,43 +106,34 @@ std::string valueOf(const Value& attribute)
     return printable(value->is_string() ? value->get_ref<const std::string&>() : serialise(*value));
 }
 
-void addAttributes(Lines& lines, const Value& disk)
+Lines attributeLines(const Value& disk)
 {
+    TextTable table({{"ID", 5, Align::Right, 1}, {"ATTRIBUTE", 32}, {"NOW", 7, Align::Right},
+        {"WORST", 7, Align::Right}, {"LIMIT", 7, Align::Right, 2}, {"VALUE", 19, Align::Left, 1}, {"STATE"}});
     const Value& attributes = listOf(disk, "attributes");
-    if (attributes.empty()) {
-        return;
-    }
-    lines.push_back({{Style::Faint,
-        "  " + fitRight("ID", 3) + ' ' + fitLeft("ATTRIBUTE", attributeColumns) + fitRight("NOW", diskFigureColumns)
-            + fitRight("WORST", diskFigureColumns) + fitRight("LIMIT", diskFigureColumns) + "  "
-            + fitLeft("VALUE", rawColumns) + "STATE"}});
     for (const Value& attribute : attributes) {
         const std::string status = shown(attribute, "status");
-        const std::string row = "  " + fitRight(figure(attribute, "id", ""), 3) + ' '
-            + fitLeft(shown(attribute, "name"), attributeColumns)
-            + fitRight(figure(attribute, "current", ""), diskFigureColumns)
-            + fitRight(figure(attribute, "worst", ""), diskFigureColumns)
-            + fitRight(figure(attribute, "threshold", ""), diskFigureColumns) + "  "
-            + fitLeft(valueOf(attribute), rawColumns - 1) + ' ';
         const Style style = status == "failing" ? Style::High : status == "fine" ? Style::Plain : Style::Warning;
         std::string words = status;
         if (status != "fine" && find(attribute, "meaning")) {
             words += ": " + shown(attribute, "meaning");
         }
-        lines.push_back({{style, row + words}});
+        table.add({{style, figure(attribute, "id", "")}, {style, shown(attribute, "name")},
+            {style, figure(attribute, "current", "")}, {style, figure(attribute, "worst", "")},
+            {style, figure(attribute, "threshold", "")}, {style, valueOf(attribute)}, {style, words}});
     }
+    return attributes.empty() ? Lines() : table.lines(Style::Faint);
 }
 
 /// Counters of an NVMe disk, which has no attributes.
-void addLog(Lines& lines, const Value& disk)
+Lines logLines(const Value& disk)
 {
     const Value* log = find(disk, "log");
     if (!log) {
-        return;
+        return {};
     }
-    const auto add = [&](std::string_view label, const std::string& words) {
-        lines.push_back({{Style::Plain, "  " + fitLeft(label, attributeColumns) + words}});
-    };
+    TextTable table({{"", 34}, {}});
+    const auto add = [&](const std::string& label, const std::string& words) { table.add({"  " + label, words}); };
     const auto bytes = [&](std::string_view key) {
         const auto value = number(*log, key);
         return value ? formatBytes(*value) : "-";
@@ -174,28 +152,30 @@ void addLog(Lines& lines, const Value& disk)
     add("Unsafe shutdowns", figure(*log, "unsafeShutdowns", ""));
     add("Errors of its memory", figure(*log, "mediaErrors", ""));
     add("Entries in its error log", figure(*log, "errorLogEntries", ""));
+    return table.lines();
 }
 
 } // namespace
 
-Lines diskLines(const Value& disks, bool attributes)
+Lines diskLines(const Value& disks, bool attributes, int room)
 {
-    Lines lines;
     if (!disks.is_array() || disks.empty()) {
         return {{{Style::Plain, "no disk with health data (SMART or NVMe) on this machine"}}};
     }
-    lines.push_back({{Style::Heading,
-        fitLeft("DISK", diskColumns) + fitLeft("MODEL", modelColumns) + fitLeft("SERIAL", serialColumns)
-            + fitLeft("KIND", kindColumns) + fitRight("TEMP", diskFigureColumns) + fitRight("WEAR", diskFigureColumns)
-            + fitRight("POWERED ON", powerOnColumns) + "  HEALTH"}});
+    TextTable table({{"DISK", 10}, {.title = "MODEL", .width = 29, .gap = 1, .least = 10},
+                        {"SERIAL", 20, Align::Left, 1}, {"KIND", 6}, {"TEMP", 7, Align::Right},
+                        {"WEAR", 7, Align::Right}, {"POWERED ON", 13, Align::Right, 2}, {"HEALTH"}},
+        room);
     for (const Value& disk : disks) {
-        addDisk(lines, disk);
-        if (attributes) {
-            addAttributes(lines, disk);
-            addLog(lines, disk);
+        addDisk(table, disk);
+        for (const Line& line : attributes ? attributeLines(disk) : Lines()) {
+            table.addLine(line);
+        }
+        for (const Line& line : attributes ? logLines(disk) : Lines()) {
+            table.addLine(line);
         }
     }
-    return lines;
+    return table.lines();
 }
 
 } // namespace meridal

@@ -6,6 +6,7 @@
 namespace meridal {
 
 /// The daemon's list of disks for people: one line a disk, what is wrong with it below, and its attributes if wanted.
-Lines diskLines(const Value& disks, bool attributes);
+/// `room` is the width that there is, 0 for any.
+Lines diskLines(const Value& disks, bool attributes, int room = 0);
 
 } // namespace meridal

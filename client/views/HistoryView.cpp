@@ -1,25 +1,10 @@
 #include "client/views/HistoryView.h"
 
-#include <fmt/format.h>
-
-#include <array>
-#include <cmath>
-#include <ctime>
+#include "client/screen/WallClock.h"
 
 namespace meridal {
 
 namespace {
-
-std::string isoTime(double time)
-{
-    std::tm parts{};
-    std::array<char, 32> text{};
-    const auto seconds = static_cast<std::time_t>(std::abs(time) < 1e11 ? std::floor(time) : 0);
-    if (!::gmtime_r(&seconds, &parts)) {
-        return {};
-    }
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
 
 /// Quoted where it must be. What a spreadsheet would run as a formula is made text.
 std::string csvField(const std::string& text)
@@ -80,7 +65,7 @@ std::string historyCsv(const Value& answer)
     }
     out += '\n';
     for (const Value& sample : listIn(answer, "samples")) {
-        out += isoTime(number(sample, "time").value_or(0));
+        out += formatTime(number(sample, "time"), "%Y-%m-%dT%H:%M:%SZ", TimeZone::Utc);
         for (const Value& value : listIn(sample, "values")) {
             out += ',';
             out += value.is_number() ? serialise(value) : "";

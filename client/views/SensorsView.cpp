@@ -2,11 +2,11 @@
 
 #include "base/Text.h"
 #include "client/screen/Format.h"
+#include "client/screen/TextTable.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <optional>
 #include <string_view>
@@ -16,8 +16,6 @@ namespace meridal {
 
 namespace {
 
-constexpr int sensorColumns = 28;
-constexpr int readingColumns = 12;
 constexpr int rangeColumns = 14;
 constexpr double nearlyHigh = 0.9; // of the way to a limit
 
@@ -63,47 +61,32 @@ Style styleOf(const Value& sensor)
     return place && *place >= nearlyHigh ? Style::Medium : Style::Plain;
 }
 
-/// "  ALARM (low)", "  FAULT"; nothing while all is well.
+/// "ALARM (low)", "FAULT"; nothing while all is well.
 std::string alarmWords(const Value& sensor)
 {
     const auto alarm = text(sensor, "alarm");
-    return !alarm ? "" : *alarm == "fault" ? "  FAULT" : "  ALARM (" + printable(*alarm) + ")";
+    return !alarm ? "" : *alarm == "fault" ? "FAULT" : "ALARM (" + printable(*alarm) + ")";
 }
 
-/// A bar in eighths of a column.
 std::string bar(double place)
 {
-    constexpr std::array<const char*, 8> eighths = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
-    const auto filled = static_cast<std::size_t>(std::lround(place * (rangeColumns - 2) * 8));
-    std::string text;
-    for (std::size_t full = 0; full < filled / 8; ++full) {
-        text += "█";
-    }
-    text += eighths.at(filled % 8);
-    return "▕" + fitLeft(text, rangeColumns - 2) + "▏";
+    const auto filled = static_cast<int>(std::lround(place * (rangeColumns - 2) * 8));
+    return "▕" + fitLeft(blocks(filled), rangeColumns - 2) + "▏";
 }
 
-Line heading(std::string_view first)
+TextTable tableOf(std::string first, int room)
 {
-    return {{Style::Heading,
-        fitLeft(first, sensorColumns) + fitRight("VALUE", readingColumns) + "  " + fitLeft("RANGE", rangeColumns)
-            + fitRight("LOWEST", readingColumns) + fitRight("HIGHEST", readingColumns)}};
+    return TextTable({{.title = std::move(first), .width = 28, .least = 12}, {"VALUE", 12, Align::Right, 2},
+                         {"RANGE", rangeColumns}, {"LOWEST", 12, Align::Right}, {"HIGHEST", 12, Align::Right, 2}, {}},
+        room);
 }
 
-Line row(const Value& sensor, std::string_view indent)
+void addRow(TextTable& table, const Value& sensor, const std::string& indent)
 {
     const auto place = placeInRange(sensor);
-    const std::string name = std::string(indent) + word(sensor, "name");
-    Line line{{Style::Plain, fitLeft(name, sensorColumns)},
-        {styleOf(sensor), fitRight(reading(sensor, "value"), readingColumns)},
-        {Style::Faint, "  " + (place ? bar(*place) : fitLeft("", rangeColumns))},
-        {Style::Plain,
-            fitRight(reading(sensor, "lowest"), readingColumns)
-                + fitRight(reading(sensor, "highest"), readingColumns)}};
-    if (std::string words = alarmWords(sensor); !words.empty()) {
-        line.push_back({Style::High, std::move(words)});
-    }
-    return line;
+    table.add({indent + word(sensor, "name"), {styleOf(sensor), reading(sensor, "value")},
+        {Style::Faint, place ? bar(*place) : ""}, reading(sensor, "lowest"), reading(sensor, "highest"),
+        {Style::High, alarmWords(sensor)}});
 }
 
 } // namespace
@@ -120,34 +103,34 @@ std::string formatReading(const Value& figure, const std::string& unit)
     return unit.empty() ? digits : digits + " " + unit;
 }
 
-Lines sensorLines(const Value& sensors)
+Lines sensorLines(const Value& sensors, int room)
 {
     if (!sensors.is_array() || sensors.empty()) {
         return {{{Style::Plain, "no sensors on this machine"}}};
     }
-    Lines lines{heading("SENSOR")};
+    TextTable table = tableOf("SENSOR", room);
     std::optional<std::string> chip;
     for (const Value& sensor : sensors) {
         if (const std::string its = word(sensor, "chip"); its != chip) {
-            lines.push_back({{Style::Title, its}});
+            table.addLine({{Style::Title, its}});
             chip = its;
         }
-        lines.push_back(row(sensor, "  "));
+        addRow(table, sensor, "  ");
     }
-    return lines;
+    return table.lines();
 }
 
-Lines fanLines(const Value& sensors)
+Lines fanLines(const Value& sensors, int room)
 {
     const Value fans = fansOf(sensors);
     if (fans.empty()) {
         return {{{Style::Plain, "no fans on this machine"}}};
     }
-    Lines lines{heading("FAN")};
+    TextTable table = tableOf("FAN", room);
     for (const Value& fan : fans) {
-        lines.push_back(row(fan, ""));
+        addRow(table, fan, "");
     }
-    return lines;
+    return table.lines();
 }
 
 Value fansOf(const Value& sensors)

@@ -11,11 +11,11 @@ namespace meridal {
 std::string formatReading(const Value& figure, const std::string& unit);
 
 /// The daemon's list of sensors for people: by chip, each with value, a bar of its range, lowest and highest ever seen.
-/// One line when there are none.
-Lines sensorLines(const Value& sensors);
+/// One line when there are none. `room` is the width that there is, 0 for any.
+Lines sensorLines(const Value& sensors, int room = 0);
 
 /// The fans among them.
-Lines fanLines(const Value& sensors);
+Lines fanLines(const Value& sensors, int room = 0);
 
 /// Those sensors that are fans.
 Value fansOf(const Value& sensors);

@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "client/screen/Format.h"
+#include "client/screen/TextTable.h"
 
 #include <fmt/format.h>
 
@@ -15,9 +16,6 @@ namespace meridal {
 
 namespace {
 
-constexpr int statusLabelColumns = 13;
-constexpr int limitationColumns = 28;
-
 /// One figure of a line: where it stands, and how it reads.
 struct Part {
     std::string_view key;
@@ -28,7 +26,7 @@ std::string count(double value) { return fixed0(value); }
 
 Line subject(std::string_view label, std::string words)
 {
-    return {{Style::Title, fitLeft(label, statusLabelColumns)}, {Style::Plain, std::move(words)}};
+    return subjectLine(label, {{Style::Plain, std::move(words)}});
 }
 
 /// Adds a line of the figures that are there; none when none is.
@@ -92,12 +90,13 @@ void addTexts(Lines& lines, std::string_view title, Style style, const Value* en
     }
     lines.push_back({});
     lines.push_back({{style, std::string(title)}});
+    TextTable table({{"", 30, Align::Left, 1}, {}});
     for (const auto& entry : entries->items()) {
         const std::string words =
             entry.value().is_string() ? entry.value().get<std::string>() : serialise(entry.value());
-        lines.push_back(
-            {{Style::Plain, "  " + fitLeft(printable(entry.key()), limitationColumns) + " " + printable(words)}});
+        table.add({"  " + printable(entry.key()), printable(words)});
     }
+    appendLines(lines, table.lines());
 }
 
 Line headline(const Dictionary& status)

@@ -1,9 +1,9 @@
 #include "client/views/TopTable.h"
 
 #include "base/Text.h"
-#include "wire/RequestKey.h"
 
 #include <algorithm>
+#include <bit>
 #include <map>
 
 namespace meridal {
@@ -19,25 +19,23 @@ struct Source {
 
 /// All there is to know about a list.
 struct Schema {
-    RequestKey key = RequestKey::Cpu;
     std::array<std::string_view, 2> jsonNames;
     std::vector<Source> sources;
     bool ranksBySum = false; ///< the daemon sends one ranking a column; we merge them
 };
 
-const Schema& schema(TopList list)
+const Schema& schema(RequestKey list)
 {
-    static const std::array<Schema, 5> schemas = {{
-        {RequestKey::Cpu, {"cpuPercent", ""}, {{"processes", "c", 0}}},
-        {RequestKey::Memory, {"memoryBytes", "footprintBytes"},
-            {{"processes", "m", 0}, {"processes-footprint", "m", 1}}},
-        {RequestKey::Disk, {"readBytesPerSecond", "writeBytesPerSecond"},
+    static const std::array<Schema, allTopLists.size()> schemas = {{
+        {{"cpuPercent", ""}, {{"processes", "c", 0}}},
+        {{"memoryBytes", "footprintBytes"}, {{"processes", "m", 0}, {"processes-footprint", "m", 1}}},
+        {{"readBytesPerSecond", "writeBytesPerSecond"},
             {{"read", "r", 0}, {"read", "w", 1}, {"write", "r", 0}, {"write", "w", 1}}, true},
-        {RequestKey::Network, {"receivedBytes", "sentBytes"},
+        {{"receivedBytes", "sentBytes"},
             {{"download", "d", 0}, {"download", "u", 1}, {"upload", "d", 0}, {"upload", "u", 1}}, true},
-        {RequestKey::Energy, {"energyScore", ""}, {{"processes", "score", 0}}},
+        {{"energyScore", ""}, {{"processes", "score", 0}}},
     }};
-    return schemas.at(static_cast<std::size_t>(list));
+    return schemas.at(static_cast<std::size_t>(std::countr_zero(mask(list))));
 }
 
 /// Some lists carry their figures as decimal text.
@@ -80,14 +78,12 @@ double rank(const TopRow& row) { return row.figures[0].value_or(0) + row.figures
 
 } // namespace
 
-std::string_view listName(TopList list)
+std::string_view listName(RequestKey list)
 {
     const auto named = std::find_if(requestKeyNames.begin(), requestKeyNames.end(),
-        [key = schema(list).key](const RequestKeyName& entry) { return entry.key == key; });
+        [list](const RequestKeyName& entry) { return entry.key == list; });
     return named->name;
 }
-
-std::int64_t requestKey(TopList list) { return mask(schema(list).key); }
 
 double TrafficShares::unattributedPercent() const
 {
@@ -106,11 +102,11 @@ std::optional<double> TopTable::sum(std::size_t column) const
     return total;
 }
 
-TopTable readTopTable(TopList list, const Dictionary& envelope)
+TopTable readTopTable(RequestKey list, const Dictionary& envelope)
 {
     TopTable table;
     table.list = list;
-    if (list == TopList::Network) {
+    if (list == RequestKey::Network) {
         table.traffic = trafficShares(envelope);
         table.trafficSource = text(envelope, "source").value_or("");
     }

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "base/Value.h"
+#include "wire/RequestKey.h"
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,15 +12,12 @@
 
 namespace meridal {
 
-/// The ranked process lists that the daemon offers.
-enum class TopList { Cpu, Memory, Disk, Network, Energy };
+/// The ranked lists of processes that the daemon offers, by the key of their envelopes and in the order of their keys.
 inline constexpr std::array allTopLists = {
-    TopList::Cpu, TopList::Memory, TopList::Disk, TopList::Network, TopList::Energy};
+    RequestKey::Cpu, RequestKey::Memory, RequestKey::Disk, RequestKey::Network, RequestKey::Energy};
 
 /// The list's name on the command line, "cpu".
-std::string_view listName(TopList list);
-/// The request key whose envelopes carry the list.
-std::int64_t requestKey(TopList list);
+std::string_view listName(RequestKey list);
 
 /// One process, or one group of them.
 struct TopRow {
@@ -40,7 +37,7 @@ struct TrafficShares {
 
 /// One envelope as a table; the rows keep the daemon's ranking, or are ranked by the sum where it sends two rankings.
 struct TopTable {
-    TopList list = TopList::Cpu;
+    RequestKey list = RequestKey::Cpu;
     std::vector<TopRow> rows;
     std::optional<TrafficShares> traffic; ///< of the network list, while the daemon captures
     std::string trafficSource;            ///< how that list is counted, as the daemon calls it; "" when it does not say
@@ -50,7 +47,7 @@ struct TopTable {
 };
 
 /// Reads an envelope; whatever is missing or of the wrong kind is left out. Names and pids are made printable.
-TopTable readTopTable(TopList list, const Dictionary& envelope);
+TopTable readTopTable(RequestKey list, const Dictionary& envelope);
 
 /// The table for programs: {"list","processes":[{"pid","name",<figure>...}]}, figures as numbers, their unit in the key.
 Dictionary tableAsJson(const TopTable& table, std::size_t maximumRows);

@@ -2,12 +2,12 @@
 
 #include "base/Text.h"
 #include "client/screen/Format.h"
+#include "client/screen/TextTable.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <limits>
+#include <bit>
 #include <map>
 #include <string>
 #include <vector>
@@ -16,37 +16,35 @@ namespace meridal {
 
 namespace {
 
-constexpr int pidColumns = 8;
-constexpr int figureColumns = 12;
 constexpr double mebibyte = 1'048'576;
 
-struct Column {
-    std::string_view title;
+struct FigureColumn {
+    std::string title;
     std::string (*format)(double) = nullptr;
     double medium = 0; ///< from here on a figure stands out
     double high = 0;   ///< from here on it alarms
     std::size_t figure = 0;
 };
 
-std::vector<Column> columnsOf(const TopTable& table)
+std::vector<FigureColumn> figuresOf(const TopTable& table)
 {
     switch (table.list) {
-    case TopList::Cpu:
+    case RequestKey::Cpu:
         return {{"CPU %", formatFigure, 10, 50, 0}};
-    case TopList::Memory: {
-        std::vector<Column> columns = {{"MEMORY", formatBytes, 256 * mebibyte, 1024 * mebibyte, 0}};
+    case RequestKey::Memory: {
+        std::vector<FigureColumn> columns = {{"MEMORY", formatBytes, 256 * mebibyte, 1024 * mebibyte, 0}};
         if (table.sum(1).value_or(0) > 0) { // hosts without footprints send none, or zeros
             columns.push_back({"FOOTPRINT", formatBytes, 256 * mebibyte, 1024 * mebibyte, 1});
         }
         return columns;
     }
-    case TopList::Disk:
+    case RequestKey::Disk:
         return {{"READ", formatByteRate, mebibyte, 10 * mebibyte, 0},
             {"WRITE", formatByteRate, mebibyte, 10 * mebibyte, 1}};
-    case TopList::Network:
+    case RequestKey::Network:
         return {
             {"RECEIVED", formatBytes, mebibyte, 10 * mebibyte, 0}, {"SENT", formatBytes, mebibyte, 10 * mebibyte, 1}};
-    case TopList::Energy:
+    default:
         break;
     }
     return {{"ENERGY", formatFigure, 10, 50, 0}};
@@ -60,20 +58,20 @@ std::string totals(const TopTable& table, unsigned cores)
         return total ? format(*total) : std::string("-");
     };
     switch (table.list) {
-    case TopList::Cpu: {
+    case RequestKey::Cpu: {
         std::string line = fmt::format("use {} % of one core", sum(0, formatFigure));
         if (cores > 0 && table.sum(0)) {
             line += fmt::format(", {} % of all {}", formatFigure(*table.sum(0) / cores), cores);
         }
         return line;
     }
-    case TopList::Memory:
+    case RequestKey::Memory:
         return fmt::format("hold {}", sum(0, formatBytes));
-    case TopList::Disk:
+    case RequestKey::Disk:
         return fmt::format("read {}, write {}", sum(0, formatByteRate), sum(1, formatByteRate));
-    case TopList::Network:
+    case RequestKey::Network:
         return fmt::format("received {}, sent {} since the last refresh", sum(0, formatBytes), sum(1, formatBytes));
-    case TopList::Energy:
+    default:
         break;
     }
     return fmt::format("score {} together", sum(0, formatFigure));
@@ -106,38 +104,14 @@ Line trafficLine(const TopTable& table)
     return {{Style::Faint, std::move(words)}};
 }
 
-std::string upperName(TopList list)
-{
-    std::string name(listName(list));
-    std::transform(name.begin(), name.end(), name.begin(),
-        [](char letter) { return static_cast<char>(letter >= 'a' && letter <= 'z' ? letter - 32 : letter); });
-    return name;
-}
-
-/// Cuts a line to so many columns; 0 leaves it whole.
-Line fitted(Line line, int columns)
-{
-    if (columns <= 0) {
-        return line;
-    }
-    int left = columns;
-    for (Span& span : line) {
-        const int width = displayWidth(span.text);
-        span.text = width > left ? fitLeft(span.text, left) : span.text;
-        left -= std::min(width, left);
-    }
-    return line;
-}
-
-Span figureSpan(const TopRow& row, const Column& column)
+Cell figureCell(const TopRow& row, const FigureColumn& column)
 {
     const std::optional<double> figure = row.figures.at(column.figure);
-    const std::string shown = fitRight(figure ? column.format(*figure) : "-", figureColumns);
     const Style style = !figure || *figure == 0 ? Style::Faint
         : *figure >= column.high                ? Style::High
         : *figure >= column.medium              ? Style::Medium
                                                 : Style::Plain;
-    return {style, shown};
+    return {style, figure ? column.format(*figure) : "-"};
 }
 
 /// "meridald 6.6 on linux: 180 processes, 2 clients, itself 0.4 % CPU and 9.1 MiB", as far as the daemon said.
@@ -172,48 +146,61 @@ Line stateLine(const TopFrame& frame)
 Line keyLine(const TopFrame& frame)
 {
     Line line = {{Style::Faint, " q quit  "}};
-    for (const TopList list : allTopLists) {
+    for (const RequestKey list : allTopLists) {
         const std::string name(listName(list));
         line.push_back({list == frame.list ? Style::Title : Style::Faint,
-            fmt::format("{} {}  ", static_cast<int>(list) + 1, name)});
+            fmt::format("{} {}  ", std::countr_zero(mask(list)) + 1, name)});
     }
     line.push_back({frame.hierarchy ? Style::Title : Style::Faint, "h hierarchy"});
     return line;
+}
+
+/// The titles and the first so many rows.
+Lines rowsOf(const TopTable& table, std::string nameTitle, std::size_t maximumRows)
+{
+    const std::vector<FigureColumn> figures = figuresOf(table);
+    std::vector<Column> columns = {{"PID", 8, Align::Right}};
+    for (const FigureColumn& figure : figures) {
+        columns.push_back({figure.title, 12, Align::Right});
+    }
+    columns.back().gap = 2;
+    columns.push_back({std::move(nameTitle)});
+    TextTable shown(std::move(columns));
+    for (std::size_t i = 0; i < std::min(maximumRows, table.rows.size()); ++i) {
+        const TopRow& row = table.rows[i];
+        std::vector<Cell> cells = {row.pid};
+        for (const FigureColumn& figure : figures) {
+            cells.push_back(figureCell(row, figure));
+        }
+        cells.emplace_back(row.name);
+        shown.add(std::move(cells));
+    }
+    return shown.lines();
 }
 
 } // namespace
 
 Lines tableLines(const TopFrame& frame, std::size_t maximumRows, int columns)
 {
-    const std::string title = upperName(frame.list) + "  ";
+    const std::string title = upperCase(listName(frame.list)) + "  ";
     if (!frame.table) {
-        return {fitted({{Style::Title, title}, {Style::Faint, "asking the daemon"}}, columns)};
+        return {cutLine({{Style::Title, title}, {Style::Faint, "asking the daemon"}}, columns)};
     }
     const TopTable& table = *frame.table;
     const std::string_view noun = frame.hierarchy ? "groups" : "processes";
     const std::string summary = fmt::format("{} {} listed {}", table.rows.size(), noun, totals(table, frame.cores));
-    Lines lines = {fitted({{Style::Title, title}, {Style::Plain, summary}}, columns)};
+    Lines lines = {cutLine({{Style::Title, title}, {Style::Plain, summary}}, columns)};
 
     if (hasTrafficLine(table)) {
-        lines.push_back(fitted(trafficLine(table), columns));
+        lines.push_back(cutLine(trafficLine(table), columns));
     }
 
-    const std::vector<Column> shown = columnsOf(table);
-    std::string headings = fitRight("PID", pidColumns);
-    for (const Column& column : shown) {
-        headings += fitRight(column.title, figureColumns);
+    const std::size_t titlesAt = lines.size();
+    for (Line& line : rowsOf(table, frame.hierarchy ? "GROUP" : "NAME", maximumRows)) {
+        lines.push_back(cutLine(std::move(line), columns));
     }
-    headings += frame.hierarchy ? "  GROUP" : "  NAME";
-    lines.push_back({{Style::Heading, columns > 0 ? fitLeft(headings, columns) : headings}});
-
-    for (std::size_t i = 0; i < std::min(maximumRows, table.rows.size()); ++i) {
-        const TopRow& row = table.rows[i];
-        Line line = {{Style::Plain, fitRight(row.pid, pidColumns)}};
-        for (const Column& column : shown) {
-            line.push_back(figureSpan(row, column));
-        }
-        line.push_back({Style::Plain, "  " + row.name});
-        lines.push_back(fitted(std::move(line), columns));
+    if (columns > 0) { // they are a bar across the screen
+        lines[titlesAt] = {{Style::Heading, fitLeft(plainText(lines[titlesAt]), columns)}};
     }
     return lines;
 }
@@ -225,13 +212,13 @@ Lines screenLines(const TopFrame& frame, std::size_t maximumRows, int rows, int 
     const std::size_t aroundRows = frame.table && hasTrafficLine(*frame.table) ? 5 : 4;
     const std::size_t room = height > aroundRows ? height - aroundRows : 0;
 
-    Lines lines = {fitted(stateLine(frame), columns)};
+    Lines lines = {cutLine(stateLine(frame), columns)};
     for (Line& line : tableLines(frame, std::min(maximumRows, room), columns)) {
         lines.push_back(std::move(line));
     }
     if (height >= aroundRows) {
         lines.resize(height - 1);
-        lines.push_back(fitted(keyLine(frame), columns));
+        lines.push_back(cutLine(keyLine(frame), columns));
     }
     lines.resize(std::min(lines.size(), height));
     return lines;

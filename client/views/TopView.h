@@ -11,7 +11,7 @@ namespace meridal {
 
 /// Everything that a view of the top processes shows at one moment.
 struct TopFrame {
-    TopList list = TopList::Cpu;
+    RequestKey list = RequestKey::Cpu;
     bool hierarchy = false;
     bool connected = true;
     std::optional<TopTable> table; ///< absent until the daemon has sent the list

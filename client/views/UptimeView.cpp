@@ -2,36 +2,20 @@
 
 #include "base/Text.h"
 #include "client/screen/Format.h"
+#include "client/screen/TextTable.h"
+#include "client/screen/WallClock.h"
 
-#include <fmt/format.h>
-
-#include <array>
-#include <cmath>
-#include <ctime>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace meridal {
 
 namespace {
 
-constexpr int uptimeLabelColumns = 13;
-constexpr int timeColumns = 21;
-constexpr int durationColumns = 13;
-
-std::string formatTime(std::optional<double> time)
+std::string moment(const Value& from, std::string_view key)
 {
-    if (!time || !(std::abs(*time) < 1e11)) {
-        return "-";
-    }
-    const auto seconds = static_cast<std::time_t>(std::floor(*time));
-    std::tm parts{};
-    std::array<char, 32> text{};
-    if (!::localtime_r(&seconds, &parts) || std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts) == 0) {
-        return "-";
-    }
-    return text.data();
+    return formatTime(number(from, key), "%Y-%m-%d %H:%M:%S");
 }
 
 std::string duration(const Value& from, std::string_view key)
@@ -56,28 +40,18 @@ Style styleOf(const std::string& end)
     return end == "crash" || end == "asleep" ? Style::Warning : end == "running" ? Style::Title : Style::Plain;
 }
 
-void addSubject(Lines& lines, std::string_view label, const std::string& words)
+Lines bootLines(const Value& boots)
 {
-    lines.push_back({{Style::Title, fitLeft(label, uptimeLabelColumns)}, {Style::Plain, words}});
-}
-
-void addBoots(Lines& lines, const Value& boots)
-{
-    lines.push_back({});
-    lines.push_back({{Style::Heading,
-        fitLeft("STARTED", timeColumns) + fitLeft("ENDED", timeColumns) + fitRight("LASTED", durationColumns)
-            + fitRight("ASLEEP", durationColumns) + "  END"}});
+    TextTable table(
+        {{"STARTED", 21}, {"ENDED", 21}, {"LASTED", 13, Align::Right}, {"ASLEEP", 13, Align::Right, 2}, {"END"}});
     for (const Value& boot : boots) {
         const std::string end = text(boot, "end").value_or("-");
         // Without a farewell the record only knows that it lasted at least so long.
-        const std::string lasted = (end == "crash" ? "> " : "") + duration(boot, "length");
-        lines.push_back(
-            {{Style::Plain,
-                 fitLeft(formatTime(number(boot, "started")), timeColumns)
-                     + fitLeft(formatTime(number(boot, "shutdown")), timeColumns) + fitRight(lasted, durationColumns)
-                     + fitRight(duration(boot, "asleep"), durationColumns) + "  "},
-                {styleOf(end), describeEnd(end)}});
+        table.add(
+            {moment(boot, "started"), moment(boot, "shutdown"), (end == "crash" ? "> " : "") + duration(boot, "length"),
+                duration(boot, "asleep"), {styleOf(end), describeEnd(end)}});
     }
+    return table.lines();
 }
 
 } // namespace
@@ -85,16 +59,20 @@ void addBoots(Lines& lines, const Value& boots)
 Lines uptimeLines(const Value& answer, bool history)
 {
     Lines lines;
+    const auto add = [&lines](std::string_view label, std::string words) {
+        lines.push_back(subjectLine(label, {{Style::Plain, std::move(words)}}));
+    };
     if (const Value* current = find(answer, "current")) {
-        addSubject(lines, "up", duration(*current, "uptime"));
-        addSubject(lines, "since", formatTime(number(*current, "started")));
-        addSubject(lines, "of it asleep", duration(*current, "asleep"));
+        add("up", duration(*current, "uptime"));
+        add("since", moment(*current, "started"));
+        add("of it asleep", duration(*current, "asleep"));
     }
-    addSubject(lines, "longest run", duration(answer, "longest"));
+    add("longest run", duration(answer, "longest"));
     const auto availability = number(answer, "availability");
-    addSubject(lines, "available", availability ? fixed2(*availability * 100) + " %" : "-");
+    add("available", availability ? fixed2(*availability * 100) + " %" : "-");
     if (const Value* boots = find(answer, "boots"); history && boots && boots->is_array()) {
-        addBoots(lines, *boots);
+        lines.push_back({});
+        appendLines(lines, bootLines(*boots));
     }
     return lines;
 }

@@ -1,7 +1,6 @@
 #include "collectors/process/FrameDecoder.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstddef>
 #include <span>
 
@@ -317,38 +316,6 @@ bool readNull(Reader reader, DecodedFrame& frame)
     return true;
 }
 
-/// The tap's own header: fields of the machine's byte order, which is little-endian on all that have it. Its end moved
-/// with releases, so it is skipped by the length in it.
-bool readPktap(Reader reader, DecodedFrame& frame)
-{
-    constexpr std::size_t wanted = 56;
-    constexpr std::uint32_t nothing = 0;
-    constexpr std::uint32_t dropRecord = 2;
-    constexpr std::uint32_t ethernet = 1;
-    constexpr std::uint32_t directions = 3;
-    constexpr std::uint32_t outgoing = 2;
-    if (!reader.has(wanted)) {
-        return false;
-    }
-    const std::uint32_t header = reader.littleEndian32(0);
-    const std::uint32_t next = reader.littleEndian32(4);
-    const std::uint32_t link = reader.littleEndian32(8);
-    if (header < wanted || header > reader.length() || next == nothing || next == dropRecord) {
-        return false;
-    }
-    frame.isTagged = true;
-    frame.direction =
-        (reader.littleEndian32(36) & directions) == outgoing ? FrameDirection::Sent : FrameDirection::Received;
-    frame.pid = std::max(std::bit_cast<std::int32_t>(reader.littleEndian32(52)), 0);
-    reader.skip(header);
-    frame.linkBytes = reader.length();
-    frame.bytes = reader.length();
-    if (link == ethernet) {
-        readEthernet(reader, frame); // cut before the IP header, it keeps the frame's length
-    }
-    return true;
-}
-
 } // namespace
 
 std::optional<DecodedFrame> decodeFrame(const CapturedFrame& captured)
@@ -357,6 +324,11 @@ std::optional<DecodedFrame> decodeFrame(const CapturedFrame& captured)
     DecodedFrame frame;
     frame.linkBytes = captured.length;
     frame.bytes = captured.length;
+    if (captured.tag) {
+        frame.isTagged = true;
+        frame.direction = captured.tag->direction;
+        frame.pid = captured.tag->pid;
+    }
     bool counts = false;
     switch (captured.link) {
     case LinkType::Ethernet:
@@ -374,10 +346,11 @@ std::optional<DecodedFrame> decodeFrame(const CapturedFrame& captured)
     case LinkType::Null:
         counts = readNull(reader, frame);
         break;
-    case LinkType::Pktap:
-        counts = readPktap(reader, frame);
+    case LinkType::Other:
+        counts = true;
         break;
     }
+    counts = counts || frame.isTagged; // cut before the IP header, it keeps the frame's length
     return counts ? std::optional(frame) : std::nullopt;
 }
 

@@ -3,30 +3,40 @@
 #include "base/Result.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 
 namespace meridal {
 
-/// The kernel's account of every connection, spoken to in messages (platform/NetworkStatisticsMessages.h). Main queue
-/// only.
-/// macOS: the kernel control "com.apple.network.statistics". Linux: the same messages, answered from sock_diag.
+/// One TCP or UDP socket whose payload the kernel counts.
+struct CountedConnection {
+    std::uint64_t id = 0;                           ///< the kernel's number of it, which no later one has
+    std::optional<std::int32_t> pid = std::nullopt; ///< absent until its process is known
+    std::uint8_t protocol = 0;                      ///< as in the IP header: 6 TCP, 17 UDP; 0 while it is not known
+    std::uint16_t localPort = 0;                    ///< 0 likewise
+    std::uint64_t bytesReceived = 0;                ///< of payload, since it came into being
+    std::uint64_t bytesSent = 0;
+    double countedAt = 0;  ///< s of the clock that cannot step; 0 = it has not been counted yet
+    bool isNew = false;    ///< came into being while we counted, so that all its bytes did, too
+    bool hasEnded = false; ///< its last word
+};
+
+/// The kernel's account of every connection. Main queue only.
+/// macOS: the kernel control "com.apple.network.statistics". Linux: sock_diag, TCP only.
 class NetworkStatistics {
 public:
-    /// One message or several in a row. May be called from within write() or later.
-    using Received = std::function<void(std::span<const std::uint8_t> messages)>;
-
-    /// Destroying it closes it; nothing is received after that.
-    class Channel {
+    /// Destroying it ends the counting.
+    class Counting {
     public:
-        virtual ~Channel() = default;
-        /// Sends one request. False when it could not be sent.
-        virtual bool write(std::span<const std::uint8_t> request) = 0;
+        virtual ~Counting() = default;
+        /// All connections that are there, and once those that have ended. Valid until the next call.
+        virtual std::span<const CountedConnection> read() = 0;
     };
 
     virtual ~NetworkStatistics() = default;
-    virtual Result<std::unique_ptr<Channel>> open(Received received) = 0;
+    /// What is there already is known as such when this returns or soon after.
+    virtual Result<std::unique_ptr<Counting>> start() = 0;
 };
 
 } // namespace meridal

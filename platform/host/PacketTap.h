@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -17,14 +18,27 @@ enum class LinkType : std::uint8_t {
     LinuxCooked2, ///< 20 bytes, which name the interface too
     RawIP,        ///< nothing in front of the IP header
     Null,         ///< 4 bytes with the address family, in either byte order: BSD loopback and tunnels
-    Pktap,        ///< macOS's tap header, which names the process, and then a frame of the type in it
+    Other,        ///< counts, and is not looked into
+};
+
+enum class FrameDirection : std::uint8_t {
+    Unknown, ///< the link does not tell
+    Received,
+    Sent,
+};
+
+/// Whose a frame is, where the tap knows.
+struct FrameTag {
+    std::int32_t pid = 0; ///< 0 = no process's
+    FrameDirection direction = FrameDirection::Unknown;
 };
 
 /// One frame as it was captured.
 struct CapturedFrame {
     LinkType link = LinkType::Ethernet;
     std::span<const std::uint8_t> bytes; ///< the beginning of it; valid during the call only
-    std::uint32_t length = 0;            ///< bytes that the whole frame has, the tap's own header included
+    std::uint32_t length = 0;            ///< bytes that the whole frame has
+    std::optional<FrameTag> tag = std::nullopt;
 };
 
 /// What a capture did since it began.

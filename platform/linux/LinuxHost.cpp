@@ -19,9 +19,7 @@
 #include "platform/linux/processes/ProcessSourceChoice.h"
 #include "platform/linux/sensors/HwmonSensors.h"
 #include "platform/linux/traffic/BpfTrafficCounters.h"
-#include "platform/linux/traffic/DiagNetworkStatistics.h"
-#include "platform/linux/traffic/DiagProcessConnections.h"
-#include "platform/linux/traffic/PcapPacketTap.h"
+#include "platform/linux/traffic/LinuxTraffic.h"
 
 #include <unistd.h>
 
@@ -69,10 +67,10 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
     host->disks = std::make_unique<LinuxDisks>(runtime, options.root, host->limitations, options.readHiddenDisks);
     host->sensors = std::make_unique<HwmonSensors>(runtime, HwmonOptions{.root = options.root});
-    host->packetTap = std::make_unique<PcapPacketTap>(runtime, options.root);
-    host->networkStatistics = std::make_unique<DiagNetworkStatistics>(runtime, options.root);
+    host->packetTap = makePcapPacketTap(runtime, options.root);
+    host->networkStatistics = makeDiagNetworkStatistics(runtime, options.root);
     host->trafficCounters = std::make_unique<BpfTrafficCounters>(runtime, BpfTrafficOptions{.root = options.root});
-    host->processConnections = std::make_unique<DiagProcessConnections>(options.root);
+    host->processConnections = makeDiagProcessConnections(options.root);
     host->selfUsage = std::make_unique<LinuxSelfUsage>(options.root);
     host->userRights = std::make_unique<LinuxUserRights>();
     host->networkInterfaces = std::make_unique<NetlinkInterfaces>(options.root, host->limitations);

@@ -52,7 +52,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
         host->machine->hasService("FakeSMC") ? SMCOrigin::Emulated : SMCOrigin::Own);
     host->peripherals = makeMacPeripheralBatteries();
     host->packetTap = makePktapPacketTap(runtime);
-    host->networkStatistics = makeControlNetworkStatistics(runtime);
+    host->networkStatistics = makeControlNetworkStatistics(runtime, host->machine->systemRelease());
     host->trafficCounters = std::make_unique<NoTrafficCounters>();
     host->processConnections = makeLibprocConnections();
     host->networkInterfaces = makeMacNetworkInterfaces();

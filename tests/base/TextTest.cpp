@@ -31,6 +31,15 @@ RC_GTEST_PROP(Text, AnyBytesBecomeValidAndStayWhenValid, (const std::string& byt
 
 TEST(Text, TerminalEscapesOfAProcessNameAreHarmless) { EXPECT_EQ(printable("evil\x1B[2J\n\xC2\x9B"), "evil?[2J??"); }
 
+TEST(Text, WidthsAreThoseOfATerminalInAnyLocale)
+{
+    const std::pair<const char*, int> texts[] = {{"abc", 3}, {"\xC3\xA9", 1}, {"e\xCC\x81", 1}, {"日本", 4}, {"🚀", 2},
+        {"✅", 2}, {"กั", 1}, {"█▌…", 3}, {"\xEF\xBF\xBD", 1}, {"\x07\xC2\x9B", 0}, {"a\xE2\x80\x8D", 1}};
+    for (const auto& [text, width] : texts) {
+        EXPECT_EQ(displayWidth(text), width) << text;
+    }
+}
+
 TEST(Text, FiguresAreFiniteAndLocaleFree)
 {
     EXPECT_EQ(fixed2(3.14159), "3.14");

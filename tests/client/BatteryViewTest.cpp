@@ -3,12 +3,15 @@
 #include "client/plot/BatteryPlot.h"
 #include "tests/client/ViewText.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <string>
 
 namespace meridal {
 namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
 
 std::string shown(const Value& answer) { return textOf(batteryLines(answer)); }
 
@@ -27,23 +30,19 @@ TEST(BatteryView, ALaptopOnItsBattery)
         "condition    needs a check\n"
         "made on      2021-06-15\n"
         "source       battery for 1 h 2 min, not counting sleep\n");
-    battery.update({{"state", 5}, {"source", 1}, {"time", -3}});
-    const std::string held = shown({{"batteries", {battery}}});
-    EXPECT_NE(held.find("held back"), std::string::npos);
-    EXPECT_EQ(held.find("full in"), std::string::npos);
-    Value drained = battery;
-    drained.update({{"state", 2}, {"time", 95}});
-    drained.erase("percentage");
-    EXPECT_NE(shown({{"batteries", {drained}}})
-                  .find("charge       not known, drained on AC power that does not suffice\ntime left    1 h 35 min\n"),
-        std::string::npos);
-    EXPECT_EQ(shown({{"batteries", {battery, drained}},
-                        {"total", {{"percentage", 50.0}, {"state", 2}, {"time", 60}, {"power", -9.0}}}})
-                  .find("All batteries together\ncharge       50 %, on battery\ntime left    1 h 0 min\npower        "
-                        "9.00 W drawn\n"),
-        0U);
-    battery.update({{"state", 1}, {"time", -1}});
-    EXPECT_NE(shown({{"batteries", {battery}}}).find("full in      not known yet\n"), std::string::npos);
+    battery.erase("percentage");
+    const std::tuple<int, int, int, const char*> states[] = {// state, source, time
+        {5, 1, -3, "charge       not known, on AC power, charging held back to spare the battery\npower "},
+        {2, 1, 95, "charge       not known, drained on AC power that does not suffice\ntime left    1 h 35 min\n"},
+        {1, 1, -1, "full in      not known yet\n"}};
+    for (const auto& [state, source, time, words] : states) {
+        battery.update({{"state", state}, {"source", source}, {"time", time}});
+        EXPECT_THAT(shown({{"batteries", {battery}}}), HasSubstr(words));
+    }
+    EXPECT_THAT(shown({{"batteries", {battery, battery}},
+                    {"total", {{"percentage", 50.0}, {"state", 2}, {"time", 60}, {"power", -9.0}}}}),
+        StartsWith("All batteries together\ncharge       50 %, on battery\ntime left    1 h 0 min\npower        9.00 W "
+                   "drawn\n"));
 }
 
 TEST(BatteryView, WithoutABatteryThereIsOneLine)
@@ -83,19 +82,8 @@ TEST(BatteryView, HistoryIsAStepLineABatteryWithItsChangesBelow)
 
     const std::string text = shown({{"batteries", Value::array()}, {"wallTime", now},
         {"history", {{"health", health}, {"cycles", {row("A", 1, 7)}}}}});
-    EXPECT_NE(text.find("Health  %\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("── A  min 80"), std::string::npos) << text;
-    EXPECT_NE(text.find("┴"), std::string::npos) << text;
-    EXPECT_NE(text.find(" 80 %  A\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("Cycles\n"), std::string::npos) << text;
-}
-
-TEST(BatteryView, AnAnswerOfAnyShapeIsShownWithoutComplaint)
-{
-    for (const Value& odd : {Value(), Value(1), Value{{"batteries", {1, "x", Value()}}, {"peripherals", {7}}},
-             Value{{"batteries", {{{"percentage", "x"}, {"time", 1e300}, {"manufactureTime", 1e300}, {"state", 1}}}},
-                 {"history", {{"health", {1, {{"value", -5}, {"time", -1e300}}}}, {"cycles", "x"}}}}}) {
-        EXPECT_FALSE(shown(odd).empty());
+    for (const char* part : {"Health  %\n", "── A  min 80", "┴", " 80 %  A\n", "Cycles\n"}) {
+        EXPECT_THAT(text, HasSubstr(part));
     }
 }
 

@@ -1,6 +1,8 @@
 #include "client/screen/Format.h"
 
 #include "base/Text.h"
+#include "client/screen/TextTable.h"
+#include "tests/client/ViewText.h"
 
 #include <rapidcheck/gtest.h>
 
@@ -45,6 +47,31 @@ RC_GTEST_PROP(Format, FittedTextIsExactlyAsWideAsAsked, (const std::string& byte
     const auto width = *rc::gen::inRange(1, 40);
     RC_ASSERT(displayWidth(fitLeft(printable(bytes), width)) == width);
     RC_ASSERT(displayWidth(fitRight(printable(bytes), width)) == width);
+}
+
+TEST(TextTable, CellsStandBelowTheirTitles)
+{
+    TextTable table({{"NAME", 6, Align::Left, 1}, {"SIZE", 5, Align::Right, 2}, {"BAR", 4}, {"STATE"}});
+    table.add({"a", {Style::High, "1"}, Line{{Style::Title, "█"}, {Style::Medium, "▌"}}, "as long as it comes"});
+    table.add({"too long", "1234567", "", ""});
+    table.addLine({{Style::Faint, "between"}});
+    EXPECT_EQ(textOf(table.lines()),
+        "NAME    SIZE  BAR STATE\n"
+        "a          1  █▌  as long as it comes\n"
+        "too l… 1234…\n"
+        "between\n");
+    EXPECT_EQ(table.lines()[1][1], (Span{Style::High, "    1"}));
+}
+
+TEST(TextTable, OneColumnGivesWayWhereThatHelps)
+{
+    const std::pair<int, const char*> rooms[] = {{0, "abcdefgh  12 end\n"}, {16, "abcdefgh  12 end\n"},
+        {14, "abcdefgh12 end\n"}, {13, "abcdef…12 end\n"}, {9, "abcdefgh  12 end\n"}};
+    for (const auto& [room, text] : rooms) {
+        TextTable table({{.title = "", .width = 10, .least = 6}, {"", 2, Align::Right, 1}, {}}, room);
+        table.add({room == 13 ? "abcdefghi" : "abcdefgh", "12", "end"});
+        EXPECT_EQ(textOf(table.lines()), text) << room;
+    }
 }
 
 RC_GTEST_PROP(Format, JsonForATerminalHasNoControlByteAndStaysTheSameValue, (const std::string& bytes))

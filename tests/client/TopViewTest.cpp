@@ -13,7 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 
-TopFrame frameOf(TopList list, const Dictionary& envelope)
+TopFrame frameOf(RequestKey list, const Dictionary& envelope)
 {
     TopFrame frame;
     frame.list = list;
@@ -25,16 +25,43 @@ const Dictionary cpuList = {{"type", "1"},
     {"processes",
         {{{"key", "7"}, {"name", "spinner"}, {"c", "150.00"}}, {{"key", "1"}, {"name", "init"}, {"c", "0.25"}}}}};
 
-TEST(TopView, CpuRowsKeepTheDaemonsRankingBelowTheirSum)
+TEST(TopView, RowsKeepTheDaemonsRankingOrThatOfTheirSums)
 {
-    TopFrame frame = frameOf(TopList::Cpu, cpuList);
-    frame.cores = 4;
-    EXPECT_EQ(textOf(tableLines(frame, 20, 0)),
-        "CPU  2 processes listed use 150.2 % of one core, 37.6 % of all 4\n"
-        "     PID       CPU %  NAME\n"
-        "       7       150.0  spinner\n"
-        "       1         0.2  init\n");
-    EXPECT_EQ(tableLines(frame, 1, 0).size(), 3U) << "the sum is of what the daemon lists, the rows as many as asked";
+    TopFrame cpu = frameOf(RequestKey::Cpu, cpuList);
+    cpu.cores = 4;
+    Dictionary memory = {{"type", "2"}, {"processes", {{{"key", "5"}, {"name", "a"}, {"m", "1048576"}}}},
+        {"processes-footprint",
+            {{{"key", "6"}, {"name", "b"}, {"m", "2048"}}, {{"key", "5"}, {"name", "a"}, {"m", "1024"}}}}};
+    const Dictionary disk = {{"type", "4"},
+        {"read",
+            {{{"key", "1"}, {"name", "reader"}, {"r", 4096.0}, {"w", 0}},
+                {{"key", "2"}, {"name", "both"}, {"r", 2048}, {"w", 8192}}}},
+        {"write",
+            {{{"key", "2"}, {"name", "both"}, {"r", 2048}, {"w", 8192}},
+                {{"key", "3"}, {"name", "writer"}, {"w", 1}, {"t", 12}}}}};
+    const std::pair<TopFrame, const char*> tables[] = {
+        {cpu,
+            "CPU  2 processes listed use 150.2 % of one core, 37.6 % of all 4\n"
+            "     PID       CPU %  NAME\n"
+            "       7       150.0  spinner\n"
+            "       1         0.2  init\n"},
+        {frameOf(RequestKey::Memory, memory),
+            "MEMORY  2 processes listed hold 1.00 MiB\n"
+            "     PID      MEMORY   FOOTPRINT  NAME\n"
+            "       5    1.00 MiB    1.00 KiB  a\n"
+            "       6           -    2.00 KiB  b\n"},
+        {frameOf(RequestKey::Disk, disk),
+            "DISK  3 processes listed read 6.00 KiB/s, write 8.00 KiB/s\n"
+            "     PID        READ       WRITE  NAME\n"
+            "       2  2.00 KiB/s  8.00 KiB/s  both\n"
+            "       1  4.00 KiB/s       0 B/s  reader\n"
+            "       3           -       1 B/s  writer\n"}};
+    for (const auto& [frame, text] : tables) {
+        EXPECT_EQ(textOf(tableLines(frame, 20, 0)), text);
+    }
+    EXPECT_EQ(tableLines(cpu, 1, 0).size(), 3U) << "the sum is of what the daemon lists, the rows as many as asked";
+    memory.erase("processes-footprint");
+    EXPECT_EQ(plainText(tableLines(frameOf(RequestKey::Memory, memory), 20, 0)[1]), "     PID      MEMORY  NAME");
 }
 
 TEST(TopView, NetworkShowsWhatIsNobodys)
@@ -42,54 +69,23 @@ TEST(TopView, NetworkShowsWhatIsNobodys)
     Dictionary envelope = {{"type", "8"}, {"download", {{{"key", "5"}, {"name", "a"}, {"d", 3072.0}, {"u", 0.0}}}},
         {"upload", Value::array()}, {"attributed", {{"d", 3072.0}, {"u", 0.0}}}, {"kernel", {{"d", 0.0}, {"u", 512.0}}},
         {"unattributed", {{"d", 512.0}, {"u", 0.0}}}};
-    EXPECT_EQ(plainText(tableLines(frameOf(TopList::Network, envelope), 20, 0).at(1)),
+    EXPECT_EQ(plainText(tableLines(frameOf(RequestKey::Network, envelope), 20, 0).at(1)),
         "kernel 512 B, unattributed 512 B (12.5 %)");
     envelope["source"] = "capture";
-    EXPECT_EQ(plainText(tableLines(frameOf(TopList::Network, envelope), 20, 0).at(1)),
+    EXPECT_EQ(plainText(tableLines(frameOf(RequestKey::Network, envelope), 20, 0).at(1)),
         "counted from captured packets; kernel 512 B, unattributed 512 B (12.5 %)");
-    EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20)["source"], "capture");
-    EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20)["unattributedBytes"], 512);
+    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope), 20)["source"], "capture");
+    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope), 20)["unattributedBytes"], 512);
     envelope["unattributed"] = "none of your business";
-    EXPECT_FALSE(readTopTable(TopList::Network, envelope).traffic);
-}
-
-TEST(TopView, MemoryShowsFootprintsWhereTheHostHasThem)
-{
-    Dictionary envelope = {{"type", "2"}, {"processes", {{{"key", "5"}, {"name", "a"}, {"m", "1048576"}}}},
-        {"processes-footprint",
-            {{{"key", "6"}, {"name", "b"}, {"m", "2048"}}, {{"key", "5"}, {"name", "a"}, {"m", "1024"}}}}};
-    EXPECT_EQ(textOf(tableLines(frameOf(TopList::Memory, envelope), 20, 0)),
-        "MEMORY  2 processes listed hold 1.00 MiB\n"
-        "     PID      MEMORY   FOOTPRINT  NAME\n"
-        "       5    1.00 MiB    1.00 KiB  a\n"
-        "       6           -    2.00 KiB  b\n");
-    envelope.erase("processes-footprint");
-    EXPECT_EQ(plainText(tableLines(frameOf(TopList::Memory, envelope), 20, 0)[1]), "     PID      MEMORY  NAME");
-}
-
-TEST(TopView, DiskMergesItsTwoRankings)
-{
-    const Dictionary envelope = {{"type", "4"},
-        {"read",
-            {{{"key", "1"}, {"name", "reader"}, {"r", 4096.0}, {"w", 0}},
-                {{"key", "2"}, {"name", "both"}, {"r", 2048}, {"w", 8192}}}},
-        {"write",
-            {{{"key", "2"}, {"name", "both"}, {"r", 2048}, {"w", 8192}},
-                {{"key", "3"}, {"name", "writer"}, {"w", 1}, {"t", 12}}}}};
-    EXPECT_EQ(textOf(tableLines(frameOf(TopList::Disk, envelope), 20, 0)),
-        "DISK  3 processes listed read 6.00 KiB/s, write 8.00 KiB/s\n"
-        "     PID        READ       WRITE  NAME\n"
-        "       2  2.00 KiB/s  8.00 KiB/s  both\n"
-        "       1  4.00 KiB/s       0 B/s  reader\n"
-        "       3           -       1 B/s  writer\n");
+    EXPECT_FALSE(readTopTable(RequestKey::Network, envelope).traffic);
 }
 
 TEST(TopView, JsonHasFiguresAsNumbersAndLeavesOutWhatIsAbsent)
 {
     const Dictionary envelope = {{"download", {{{"key", "9"}, {"name", "curl"}, {"d", 12}}}}, {"upload", "none"}};
-    EXPECT_EQ(tableAsJson(readTopTable(TopList::Network, envelope), 20),
+    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope), 20),
         (Dictionary{{"list", "network"}, {"processes", {{{"pid", 9}, {"name", "curl"}, {"receivedBytes", 12.0}}}}}));
-    EXPECT_EQ(tableAsJson(readTopTable(TopList::Cpu, cpuList), 1).at("processes").at(0),
+    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Cpu, cpuList), 1).at("processes").at(0),
         (Dictionary{{"pid", 7}, {"name", "spinner"}, {"cpuPercent", 150.0}}));
 }
 
@@ -99,7 +95,7 @@ TEST(TopView, NothingInAnEnvelopeCanBreakTheView)
                              "2J\xFF";
     const std::vector<Value> oddities = {nullptr, 1, -1, 1e308, "", "nan", "1e999", "[[[[", evil,
         std::string(5000, 'x'), Value::array(), Value::object(), true, Value::array({1, evil, nullptr})};
-    for (const TopList list : allTopLists) {
+    for (const RequestKey list : allTopLists) {
         for (const Value& oddity : oddities) {
             Value entries = Value::array({oddity});
             for (const char* entry : {"key", "name", "c", "m", "r", "w", "d", "u", "score"}) {
@@ -127,7 +123,7 @@ TEST(TopView, NothingInAnEnvelopeCanBreakTheView)
 
 TEST(TopView, AScreenIsNeverLargerThanTheTerminal)
 {
-    TopFrame frame = frameOf(TopList::Cpu, cpuList);
+    TopFrame frame = frameOf(RequestKey::Cpu, cpuList);
     frame.status = {{"version", 6.6}, {"host", "linux"}, {"passes", {{"processes", 180}}}};
     for (const int rows : {0, 1, 2, 3, 4, 5, 24}) {
         for (const int columns : {1, 7, 80}) {
@@ -143,15 +139,9 @@ TEST(TopView, AScreenIsNeverLargerThanTheTerminal)
     EXPECT_EQ(plainText(screen.front()), "meridald 6.6 on linux   180 processes");
     EXPECT_THAT(plainText(screen.back()), HasSubstr("q quit"));
     EXPECT_EQ(plainText(screenLines(frame, 100, 5, 80)[3]), "       7       150.0  spinner") << "rows give way first";
-}
-
-TEST(TopView, ALostDaemonIsSaidAndTheLastRowsStay)
-{
-    TopFrame frame = frameOf(TopList::Cpu, cpuList);
     frame.connected = false;
-    const Lines screen = screenLines(frame, 100, 24, 100);
-    EXPECT_THAT(plainText(screen.at(0)), HasSubstr("waiting for the daemon"));
-    EXPECT_THAT(plainText(screen.at(3)), HasSubstr("spinner"));
+    EXPECT_THAT(plainText(screenLines(frame, 100, 24, 100)[0]), HasSubstr("waiting for the daemon"));
+    EXPECT_THAT(plainText(screenLines(frame, 100, 24, 100)[3]), HasSubstr("spinner")) << "the last rows stay";
 }
 
 TEST(StyledText, ColoursEndWhereTheyShould)

@@ -2,7 +2,9 @@
 
 #include "client/screen/StyledText.h"
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 
 namespace meridal {
 
@@ -14,6 +16,13 @@ inline std::string textOf(const Lines& lines)
         text += plainText(line) + '\n';
     }
     return text;
+}
+
+/// How the part of a line that has these words in it looks.
+inline Style styleOf(const Line& line, std::string_view words)
+{
+    const auto has = [&](const Span& span) { return span.text.find(words) != std::string::npos; };
+    return std::find_if(line.begin(), line.end(), has)->style;
 }
 
 } // namespace meridal

@@ -75,20 +75,15 @@ inline Frame cooked2(unsigned etherType, std::uint8_t packetType, const Frame& p
         hex("06 0200000000010000"), payload});
 }
 
-/// The header that names the process, of so many bytes, in front of a frame.
-inline Frame pktap(std::int32_t pid, std::uint32_t flags, std::uint32_t link, const Frame& frame,
-    std::uint32_t next = 1, std::uint32_t size = 156)
+/// A frame of so many bytes at the IP layer, as a tap that names the process gives it.
+struct TappedFrame {
+    operator CapturedFrame() const { return {LinkType::Ethernet, bytes, 1844, tag}; }
+    Frame bytes;
+    FrameTag tag;
+};
+inline TappedFrame tapped(std::int32_t pid, FrameDirection direction, unsigned bytes)
 {
-    Frame header = joined({little32(size), little32(next), little32(link), Frame(24), little32(flags), Frame(12),
-        little32(static_cast<std::uint32_t>(pid))});
-    header.resize(size);
-    return joined({header, frame});
-}
-
-/// A frame of so many bytes at the IP layer, as the tap of a Mac gives it.
-inline Frame tapped(std::int32_t pid, std::uint32_t flags, unsigned bytes)
-{
-    return pktap(pid, flags, 1, ethernet(0x0800, joined({ipv4(6, bytes), ports()})));
+    return {ethernet(0x0800, joined({ipv4(6, bytes), ports()})), {pid, direction}};
 }
 
 inline CapturedFrame captured(LinkType link, const Frame& bytes, std::size_t wireLength = 0)

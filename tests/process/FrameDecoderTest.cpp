@@ -69,26 +69,14 @@ TEST(FrameDecoder, CookedFramesTellDirectionInterfaceAndWhatTheInterfaceCounts)
     }
 }
 
-TEST(FrameDecoder, TheTapsHeaderNamesProcessAndDirection)
+TEST(FrameDecoder, WhatATapNamesCountsHoweverItIsCut)
 {
-    const Frame packet = ethernet(ip4, joined({ipv4(tcp, 1000), ports()}));
-    constexpr std::uint32_t ethernetLink = 1;
-    const auto tapped = [&](std::int32_t pid, std::uint32_t flags, std::uint32_t size = 156) {
-        return decoded(LinkType::Pktap, pktap(pid, flags, ethernetLink, packet, 1, size), size + 1014);
-    };
-    EXPECT_EQ(tapped(42, 2).direction, FrameDirection::Sent);
-    EXPECT_EQ(tapped(42, 1).direction, FrameDirection::Received);
-    EXPECT_EQ(tapped(42, 3).direction, FrameDirection::Received);
-    EXPECT_EQ(tapped(42, 2).pid, 42);
-    EXPECT_EQ(tapped(-1, 2).pid, 0);
-    EXPECT_EQ(tapped(42, 2).bytes, 1000U);
-    EXPECT_EQ(tapped(42, 2, 160).bytes, 1000U) << "skipped by the length in it";
-    constexpr std::uint32_t rawLink = 12;
-    const Frame raw = pktap(42, 1, rawLink, joined({ipv4(tcp, 1000), ports()}));
-    EXPECT_EQ(decoded(LinkType::Pktap, raw, 156 + 900).bytes, 900U) << "only Ethernet is looked into";
-    EXPECT_FALSE(decodeFrame(captured(LinkType::Pktap, pktap(42, 1, ethernetLink, packet, 0)))) << "no frame follows";
-    EXPECT_FALSE(decodeFrame(captured(LinkType::Pktap, joined({little32(70'000), little32(1), Frame(100)}))))
-        << "a header that is longer than the frame";
+    const auto frame = decodeFrame(tapped(42, FrameDirection::Sent, 1000));
+    EXPECT_TRUE(frame->isTagged && frame->pid == 42 && frame->direction == FrameDirection::Sent);
+    EXPECT_EQ(frame->bytes, 1000U);
+    for (const LinkType link : {LinkType::Ethernet, LinkType::Other}) { // the other is not looked into
+        EXPECT_EQ(decodeFrame({link, {}, 900, FrameTag{42}})->bytes, 900U);
+    }
 }
 
 TEST(FrameDecoder, TagsAndExtensionHeadersAreStepsOnTheWay)

@@ -7,6 +7,8 @@
 namespace meridal::test {
 namespace {
 
+using enum FrameDirection;
+
 class PacketStatCollectorTest : public ProcessFixture {
 protected:
     PacketStatCollectorTest()
@@ -16,7 +18,7 @@ protected:
         update();
     }
     FakePacketTap& tap() { return machine.packetTap(); }
-    void deliver(const Frame& frame) { tap().deliver({captured(LinkType::Pktap, frame, 2000)}); }
+    void deliver(const TappedFrame& frame) { tap().deliver({frame}); }
     void changeNetwork() { machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr); }
 
     PacketStatCollector packets{machine.context, collector()};
@@ -25,8 +27,8 @@ protected:
 TEST_F(PacketStatCollectorTest, FiguresAreTheBytesOfOneInterval)
 {
     packets.startCaputure();
-    for (const auto& frame :
-        {tapped(42, 1, 1000), tapped(42, 2, 300), tapped(42, 1, 500), tapped(-1, 1, 70), tapped(4711, 1, 80)}) {
+    for (const auto& frame : {tapped(42, Received, 1000), tapped(42, Sent, 300), tapped(42, Received, 500),
+             tapped(0, Received, 70), tapped(4711, Received, 80)}) {
         deliver(frame);
     }
     packets.process();
@@ -43,11 +45,11 @@ TEST_F(PacketStatCollectorTest, FiguresAreTheBytesOfOneInterval)
 TEST_F(PacketStatCollectorTest, ChangesOfTheNetworkReplaceTheCaptureAndLoseNothing)
 {
     packets.startCaputure();
-    deliver(tapped(42, 1, 1000));
+    deliver(tapped(42, Received, 1000));
     changeNetwork();
     EXPECT_EQ(tap().begun, 2);
     EXPECT_EQ(tap().running.size(), 1U);
-    deliver(tapped(42, 1, 10));
+    deliver(tapped(42, Received, 10));
     packets.process();
     EXPECT_EQ(traffic(42)[0], 1010);
     EXPECT_EQ(packets.statistics().frames, 2U);
@@ -63,10 +65,10 @@ TEST_F(PacketStatCollectorTest, TheLastBatchOfACaptureCountsAndNothingAfterIt)
 {
     packets.startCaputure();
     const auto sink = tap().running[0]->sink;
-    const Frame frame = tapped(42, 1, 1000);
-    sink->frame(captured(LinkType::Pktap, frame, 2000)); // a batch is under way
+    const TappedFrame frame = tapped(42, Received, 1000);
+    sink->frame(frame); // a batch is under way
     changeNetwork();
-    sink->frame(captured(LinkType::Pktap, frame, 2000)); // and the new capture sees this one too
+    sink->frame(frame); // and the new capture sees this one too
     deliver(frame);
     sink->endBatch();
     packets.process();

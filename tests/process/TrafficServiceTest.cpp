@@ -26,8 +26,8 @@ protected:
     FakeTrafficCounters& counting() { return machine.trafficCounters(); }
     void deliver(unsigned bytes)
     {
-        const Frame frame = tapped(42, 1, bytes);
-        tap().deliver({captured(LinkType::Pktap, frame, 2000)});
+        const TappedFrame frame = tapped(42, FrameDirection::Received, bytes);
+        tap().deliver({frame});
     }
     void changeNetwork() { machine.notifications.post("STAT_COLLECTION_NETWORK_SETUP_CHANGED", nullptr); }
 

@@ -105,38 +105,30 @@ private:
     };
 };
 
-/// A kernel that keeps what it is asked, and says what a test has it say.
+/// Counts of connections as a test has written them.
 class FakeNetworkStatistics final : public NetworkStatistics {
 public:
-    using Bytes = std::vector<std::uint8_t>;
-
-    Result<std::unique_ptr<Channel>> open(Received received) override
+    Result<std::unique_ptr<Counting>> start() override
     {
-        if (!refusal.empty()) {
-            return unexpected(ErrorCode::NotPermitted, refusal);
-        }
-        say = std::move(received);
-        return std::unique_ptr<Channel>(std::make_unique<FakeChannel>(*this));
+        ++running;
+        return std::unique_ptr<Counting>(std::make_unique<Fake>(*this));
     }
 
-    Received say; ///< empty while nobody listens
-    std::vector<Bytes> requests;
-    std::function<void(const Bytes&)> answer; ///< called within each write
-    std::string refusal;
+    std::vector<CountedConnection> rows; ///< those that have ended are gone once they have been read
+    int running = 0;
 
 private:
-    struct FakeChannel final : Channel {
-        explicit FakeChannel(FakeNetworkStatistics& kernel) : kernel_(kernel) { }
-        ~FakeChannel() override { kernel_.say = nullptr; }
-        bool write(std::span<const std::uint8_t> request) override
+    struct Fake final : Counting {
+        explicit Fake(FakeNetworkStatistics& kernel) : kernel_(kernel) { }
+        ~Fake() override { --kernel_.running; }
+        std::span<const CountedConnection> read() override
         {
-            kernel_.requests.emplace_back(request.begin(), request.end());
-            if (kernel_.answer) {
-                kernel_.answer(Bytes(request.begin(), request.end()));
-            }
-            return true;
+            read_ = kernel_.rows;
+            std::erase_if(kernel_.rows, [](const CountedConnection& row) { return row.hasEnded; });
+            return read_;
         }
         FakeNetworkStatistics& kernel_;
+        std::vector<CountedConnection> read_;
     };
 };
 

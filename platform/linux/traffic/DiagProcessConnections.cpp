@@ -1,10 +1,27 @@
-#include "platform/linux/traffic/DiagProcessConnections.h"
+#include "platform/linux/traffic/LinuxTraffic.h"
+#include "platform/linux/traffic/SocketDiag.h"
+#include "platform/linux/traffic/SocketInodes.h"
 
 #include <netinet/in.h>
 
 #include <unordered_map>
+#include <vector>
 
 namespace meridal {
+
+namespace {
+
+class DiagProcessConnections final : public ProcessConnections {
+public:
+    explicit DiagProcessConnections(const std::filesystem::path& root) : sockets_(root / "proc") { }
+
+    std::span<const ConnectionRecord> readConnections(std::span<const std::int32_t> pids) override;
+
+private:
+    SocketDiag diag_;
+    ProcSockets sockets_;
+    std::vector<ConnectionRecord> rows_;
+};
 
 std::span<const ConnectionRecord> DiagProcessConnections::readConnections(std::span<const std::int32_t> pids)
 {
@@ -14,10 +31,8 @@ std::span<const ConnectionRecord> DiagProcessConnections::readConnections(std::s
             ConnectionRecord& record = byInode[socket.inode];
             record.localPort = socket.flow.localPort;
             record.foreignPort = socket.flow.foreignPort;
-            if (socket.counts) {
-                record.bytesReceived = socket.counts->received;
-                record.bytesSent = socket.counts->sent;
-            }
+            record.bytesReceived = socket.bytesReceived;
+            record.bytesSent = socket.bytesSent;
         }
     };
     for (const bool isIPv6 : {false, true}) {
@@ -36,6 +51,13 @@ std::span<const ConnectionRecord> DiagProcessConnections::readConnections(std::s
         });
     }
     return rows_;
+}
+
+} // namespace
+
+std::unique_ptr<ProcessConnections> makeDiagProcessConnections(const std::filesystem::path& root)
+{
+    return std::make_unique<DiagProcessConnections>(root);
 }
 
 } // namespace meridal

@@ -1,7 +1,6 @@
-#include "platform/linux/traffic/PcapPacketTap.h"
-
 #include "base/Runtime.h"
 #include "platform/linux/traffic/DiagSocketOwners.h"
+#include "platform/linux/traffic/LinuxTraffic.h"
 
 #include <linux/filter.h>
 #include <pcap/pcap.h>
@@ -39,21 +38,10 @@ using Handle = std::unique_ptr<pcap_t, HandleCloser>;
 std::optional<LinkType> linkTypeOf(pcap_t* handle)
 {
     switch (::pcap_datalink(handle)) {
-    case DLT_EN10MB:
-        return LinkType::Ethernet;
     case DLT_LINUX_SLL:
         return LinkType::LinuxCooked;
     case DLT_LINUX_SLL2:
         return LinkType::LinuxCooked2;
-    case DLT_RAW:
-    case DLT_IPV4:
-    case DLT_IPV6:
-        return LinkType::RawIP;
-    case DLT_NULL:
-    case DLT_LOOP:
-        return LinkType::Null;
-    case DLT_PKTAP:
-        return LinkType::Pktap;
     default:
         return std::nullopt;
     }
@@ -86,6 +74,26 @@ struct Feed {
         const auto& feed = *reinterpret_cast<const Feed*>(user);
         feed.sink.frame({feed.link, {bytes, header->caplen}, std::max(header->len, header->caplen)});
     }
+};
+
+/// Frames through libpcap on "any". The kernel writes them, cut to their headers, into a ring in shared memory; we empty it
+/// 25 times a second. A flood therefore costs what the ring holds and no more: the kernel counts what it drops.
+class PcapPacketTap final : public PacketTap {
+public:
+    /// `root` is what holds proc. The runtime must outlive it.
+    PcapPacketTap(Runtime& runtime, std::filesystem::path root);
+
+    Result<std::unique_ptr<Capture>> captureAll(std::shared_ptr<Sink> sink) override;
+    Result<std::unique_ptr<Capture>> captureInterface(const std::string& name, std::shared_ptr<Sink> sink) override;
+    bool followsInterfaces() const override { return true; }
+    std::unique_ptr<SocketOwners> makeOwners() override;
+
+private:
+    class Loop;
+    class Running;
+
+    Runtime& runtime_;
+    std::filesystem::path root_;
 };
 
 } // namespace
@@ -209,28 +217,9 @@ Result<std::unique_ptr<PacketTap::Capture>> PcapPacketTap::captureInterface(
 
 std::unique_ptr<SocketOwners> PcapPacketTap::makeOwners() { return std::make_unique<DiagSocketOwners>(root_); }
 
-Result<CaptureStatistics> readCaptureFile(const std::string& path, PacketTap::Sink& sink)
+std::unique_ptr<PacketTap> makePcapPacketTap(Runtime& runtime, std::filesystem::path root)
 {
-    std::array<char, PCAP_ERRBUF_SIZE> error = {};
-    const Handle handle(::pcap_open_offline(path.c_str(), error.data()));
-    if (!handle) {
-        return unexpected(ErrorCode::InvalidArgument, error.data());
-    }
-    const auto link = linkTypeOf(handle.get());
-    if (!link) {
-        return unexpected(ErrorCode::InvalidArgument, path + " has frames of a link type that is not decoded");
-    }
-    CaptureStatistics statistics;
-    Feed feed{sink, *link};
-    const auto take = [](u_char* user, const pcap_pkthdr* header, const u_char* bytes) {
-        Feed::take(user, header, bytes);
-    };
-    int count = 0;
-    while ((count = ::pcap_dispatch(handle.get(), mostFramesAtOnce, take, reinterpret_cast<u_char*>(&feed))) > 0) {
-        statistics.frames += static_cast<std::uint64_t>(count);
-    }
-    sink.endBatch();
-    return statistics;
+    return std::make_unique<PcapPacketTap>(runtime, std::move(root));
 }
 
 } // namespace meridal

@@ -37,10 +37,9 @@ inet_diag_req_v2& putRequest(nlmsghdr& header, std::uint16_t flags, std::uint32_
     return *static_cast<inet_diag_req_v2*>(mnl_nlmsg_put_extra_header(&header, sizeof(inet_diag_req_v2)));
 }
 
-std::optional<SourceCounts> countsOf(const nlmsghdr& header)
+void readCounts(const nlmsghdr& header, DiagSocket& socket)
 {
-    std::optional<SourceCounts> counts;
-    forEachAttribute<inet_diag_msg>(header, [&counts](const nlattr& attribute) {
+    forEachAttribute<inet_diag_msg>(header, [&socket](const nlattr& attribute) {
         const std::size_t size = mnl_attr_get_payload_len(&attribute);
         if (mnl_attr_get_type(&attribute) != INET_DIAG_INFO
             || size < offsetof(tcp_info, tcpi_bytes_received) + sizeof(std::uint64_t)) {
@@ -50,10 +49,9 @@ std::optional<SourceCounts> countsOf(const nlmsghdr& header)
         std::memcpy(&info, mnl_attr_get_payload(&attribute), std::min(size, sizeof(info)));
         // Older kernels count only what was acknowledged, which comes to the same a moment later.
         const bool countsSent = size >= offsetof(tcp_info, tcpi_bytes_sent) + sizeof(std::uint64_t);
-        counts = {
-            .received = info.tcpi_bytes_received, .sent = countsSent ? info.tcpi_bytes_sent : info.tcpi_bytes_acked};
+        socket.bytesReceived = info.tcpi_bytes_received;
+        socket.bytesSent = countsSent ? info.tcpi_bytes_sent : info.tcpi_bytes_acked;
     });
-    return counts;
 }
 
 std::optional<DiagSocket> socketFrom(const nlmsghdr& header, std::uint8_t protocol)
@@ -76,7 +74,7 @@ std::optional<DiagSocket> socketFrom(const nlmsghdr& header, std::uint8_t protoc
     socket.isListening = protocol == IPPROTO_TCP && message.idiag_state == stateListen;
     socket.isClosing = protocol == IPPROTO_TCP && message.idiag_state >= stateFinWait1 && !socket.isListening
         && message.idiag_state != stateNewConnection;
-    socket.counts = countsOf(header);
+    readCounts(header, socket);
     return socket;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/NetworkStatisticsMessages.h"
 #include "platform/host/PacketTap.h"
 
 #include <array>
@@ -20,8 +19,9 @@ struct DiagSocket {
     std::uint64_t inode = 0;  ///< what /proc/PID/fd calls it; 0 = no process has it
     std::uint64_t cookie = 0; ///< its number for ever
     bool isListening = false;
-    bool isClosing = false;             ///< one end at least has closed it
-    std::optional<SourceCounts> counts; ///< TCP, when asked for
+    bool isClosing = false;                     ///< one end at least has closed it
+    std::optional<std::uint64_t> bytesReceived; ///< of payload, since it was made; both of TCP, when asked for
+    std::optional<std::uint64_t> bytesSent;
 };
 
 /// The kernel's socket tables over netlink (sock_diag, linux/inet_diag.h). Not for two threads at once.

@@ -1,6 +1,7 @@
 #include "platform/macos/traffic/MacAdapters.h"
 
 #include "base/Runtime.h"
+#include "platform/formats/NetworkStatisticsSources.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -15,9 +16,9 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace meridal {
 
@@ -84,67 +85,66 @@ Result<ControlSocket> createSocket()
     return socket;
 }
 
-class ControlNetworkStatistics final : public NetworkStatistics {
+class ControlCounting final : public NetworkStatistics::Counting {
 public:
-    /// The runtime must outlive it.
-    explicit ControlNetworkStatistics(Runtime& runtime) : runtime_(runtime) { }
-
-    Result<std::unique_ptr<Channel>> open(Received received) override;
-
-private:
-    class ControlChannel;
-
-    Runtime& runtime_;
-};
-
-} // namespace
-
-class ControlNetworkStatistics::ControlChannel final : public NetworkStatistics::Channel {
-public:
-    ControlChannel(Runtime& runtime, ControlSocket socket, Received received)
-        : socket_(std::move(socket)), received_(std::move(received))
+    ControlCounting(Runtime& runtime, ControlSocket socket, StatisticsFormat format)
+        : runtime_(runtime)
+        , socket_(std::move(socket))
+        , sources_(format, [this](std::span<const std::uint8_t> request) { write(request); })
     {
         watch_ = runtime.watchReadable(socket_.get(), [this] { drain(); });
+        sources_.subscribe(runtime.monotonicTime());
     }
 
-    bool write(std::span<const std::uint8_t> request) override
-    {
-        // The kernel writes its answer while it takes the request, and drops it when there is no room: never let
-        // answers pile up.
-        const bool isSent =
-            ::send(socket_.get(), request.data(), request.size(), 0) == static_cast<ssize_t>(request.size());
-        drain();
-        return isSent;
-    }
+    std::span<const CountedConnection> read() override { return sources_.read(); }
 
 private:
+    void write(std::span<const std::uint8_t> request)
+    {
+        // The kernel writes its answer while it takes the request, and drops it when there is no room: never let
+        // answers pile up. A request that could not be sent is made again at the next reading.
+        ::send(socket_.get(), request.data(), request.size(), 0);
+        drain();
+    }
+
     void drain()
     {
         std::array<std::uint8_t, 2048> bytes;
         ssize_t size = 0;
         while ((size = ::recv(socket_.get(), bytes.data(), bytes.size(), 0)) > 0) {
-            received_({bytes.data(), static_cast<std::size_t>(size)});
+            sources_.received({bytes.data(), static_cast<std::size_t>(size)}, runtime_.monotonicTime());
         }
     }
 
+    Runtime& runtime_;
     ControlSocket socket_;
-    Received received_;
+    StatisticsSources sources_;
     std::unique_ptr<Watch> watch_; ///< before the socket goes
 };
 
-Result<std::unique_ptr<NetworkStatistics::Channel>> ControlNetworkStatistics::open(Received received)
-{
-    auto socket = createSocket();
-    if (!socket) {
-        return unexpected(socket.error().code, socket.error().message);
-    }
-    return std::unique_ptr<Channel>(
-        std::make_unique<ControlChannel>(runtime_, std::move(*socket), std::move(received)));
-}
+class ControlNetworkStatistics final : public NetworkStatistics {
+public:
+    ControlNetworkStatistics(Runtime& runtime, StatisticsFormat format) : runtime_(runtime), format_(format) { }
 
-std::unique_ptr<NetworkStatistics> makeControlNetworkStatistics(Runtime& runtime)
+    Result<std::unique_ptr<Counting>> start() override
+    {
+        auto socket = createSocket();
+        if (!socket) {
+            return unexpected(socket.error().code, socket.error().message);
+        }
+        return std::unique_ptr<Counting>(std::make_unique<ControlCounting>(runtime_, std::move(*socket), format_));
+    }
+
+private:
+    Runtime& runtime_;
+    StatisticsFormat format_;
+};
+
+} // namespace
+
+std::unique_ptr<NetworkStatistics> makeControlNetworkStatistics(Runtime& runtime, const SystemRelease& release)
 {
-    return std::make_unique<ControlNetworkStatistics>(runtime);
+    return std::make_unique<ControlNetworkStatistics>(runtime, statisticsFormatOf(release));
 }
 
 } // namespace meridal

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/host/MachineInfo.h"
 #include "platform/host/NetworkStatistics.h"
 #include "platform/host/PacketTap.h"
 #include "platform/host/ProcessConnections.h"
@@ -10,8 +11,9 @@ namespace meridal {
 
 class Runtime;
 
-/// The kernel control "com.apple.network.statistics": a datagram socket of the system family. Main queue only.
-std::unique_ptr<NetworkStatistics> makeControlNetworkStatistics(Runtime& runtime);
+/// The kernel control "com.apple.network.statistics": a datagram socket of the system family, whose messages changed with
+/// the release. The runtime must outlive it.
+std::unique_ptr<NetworkStatistics> makeControlNetworkStatistics(Runtime& runtime, const SystemRelease& release);
 
 /// The TCP and UDP sockets in the descriptor tables of processes: proc_pidinfo(PROC_PIDLISTFDS) and proc_pidfdinfo.
 std::unique_ptr<ProcessConnections> makeLibprocConnections();

@@ -1,12 +1,15 @@
 #include "platform/macos/traffic/MacAdapters.h"
 
 #include "base/Runtime.h"
+#include "platform/formats/PktapHeader.h"
 
 #include <pcap/pcap.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -51,8 +54,8 @@ private:
 
 class PktapPacketTap::Loop {
 public:
-    Loop(Handle handle, LinkType link, std::shared_ptr<Sink> sink)
-        : handle_(std::move(handle)), sink_(std::move(sink)), link_(link)
+    Loop(Handle handle, bool isTapped, std::shared_ptr<Sink> sink)
+        : handle_(std::move(handle)), sink_(std::move(sink)), isTapped_(isTapped)
     {
     }
 
@@ -85,12 +88,16 @@ private:
         if (loop.finished_) {
             return; // the rest of a full buffer, which the next capture sees as well
         }
-        loop.sink_->frame({loop.link_, {bytes, header->caplen}, std::max(header->len, header->caplen)});
+        const std::uint32_t length = std::max(header->len, header->caplen);
+        const CapturedFrame raw{.link = LinkType::Ethernet, .bytes = {bytes, header->caplen}, .length = length};
+        if (const auto frame = loop.isTapped_ ? frameBehindPktap(raw.bytes, length) : std::optional(raw)) {
+            loop.sink_->frame(*frame);
+        }
     }
 
     Handle handle_;
     std::shared_ptr<Sink> sink_;
-    LinkType link_;
+    bool isTapped_; ///< frames have the header that names the process
     std::atomic<bool> finished_ = false;
     std::atomic<std::uint64_t> frames_ = 0;
     std::atomic<std::uint64_t> dropped_ = 0;
@@ -133,7 +140,7 @@ Result<std::unique_ptr<PacketTap::Capture>> PktapPacketTap::captureAll(std::shar
     if (link != DLT_PKTAP && link != DLT_USER2) {
         return unexpected(ErrorCode::Unavailable, "the tap does not name processes");
     }
-    return run(std::make_shared<Loop>(std::move(handle), LinkType::Pktap, std::move(sink)));
+    return run(std::make_shared<Loop>(std::move(handle), true, std::move(sink)));
 }
 
 Result<std::unique_ptr<PacketTap::Capture>> PktapPacketTap::captureInterface(
@@ -147,7 +154,7 @@ Result<std::unique_ptr<PacketTap::Capture>> PktapPacketTap::captureInterface(
     if (::pcap_datalink(handle.get()) != DLT_EN10MB) {
         return unexpected(ErrorCode::InvalidArgument, name + " is no Ethernet");
     }
-    return run(std::make_shared<Loop>(std::move(handle), LinkType::Ethernet, std::move(sink)));
+    return run(std::make_shared<Loop>(std::move(handle), false, std::move(sink)));
 }
 
 std::unique_ptr<PacketTap> makePktapPacketTap(Runtime& runtime) { return std::make_unique<PktapPacketTap>(runtime); }

@@ -1,8 +1,8 @@
-#include "client/commands/Commands.h"
-
 #include "base/Text.h"
 #include "base/Value.h"
+#include "client/commands/Commands.h"
 #include "client/screen/Format.h"
+#include "client/screen/TextTable.h"
 #include "client/views/StatusView.h"
 #include "wire/Methods.h"
 
@@ -10,33 +10,42 @@
 
 #include <algorithm>
 #include <limits>
-#include <memory>
 #include <set>
+#include <vector>
 
 namespace meridal {
 
 namespace {
 
-constexpr int connectionPidColumns = 8;
+struct ProcessesOptions {
+    std::vector<std::int64_t> pids;
+    bool json = false;
+};
+
+struct PingOptions {
+    std::size_t count = 0; ///< 0: once
+};
+
+struct StatusOptions {
+    bool json = false;
+};
 
 /// The names that the daemon found, and a complaint about the pids that it does not know.
-void printProcesses(Session& session, const Value& found)
+void printProcesses(Session& session, const ProcessesOptions& options, const Value& found)
 {
-    std::string text = fitRight("PID", connectionPidColumns) + "  NAME\n";
+    TextTable table({{"PID", 8, Align::Right, 2}, {"NAME"}});
     std::set<std::int64_t> known;
     for (const Value& process : found.is_array() ? found : Value::array()) {
-        const auto pid = integer(process, "pid");
-        if (pid) {
+        if (const auto pid = integer(process, "pid")) {
             known.insert(*pid);
-            const std::string name = printable(meridal::text(process, "name").value_or("?"));
-            text += fmt::format("{}  {}\n", fitRight(std::to_string(*pid), connectionPidColumns), name);
+            table.add({std::to_string(*pid), printable(text(process, "name").value_or("?"))});
         }
     }
-    if (!session.print(session.arguments().json ? terminalJson(found) + '\n' : text)) {
+    if (!(options.json ? session.print(jsonLine(found)) : session.print(table.lines(Style::Plain)))) {
         return;
     }
     std::string unknown;
-    for (const std::int64_t pid : session.arguments().pids) {
+    for (const std::int64_t pid : options.pids) {
         unknown += known.count(pid) ? "" : fmt::format("{}{}", unknown.empty() ? "" : ", ", pid);
     }
     if (unknown.empty()) {
@@ -49,7 +58,7 @@ void printProcesses(Session& session, const Value& found)
 /// Round trips one after another, each begun when the one before has ended.
 class Pinger {
 public:
-    explicit Pinger(Session& session) : session_(session) { }
+    Pinger(Session& session, std::size_t wanted) : session_(session), wanted_(wanted) { }
 
     void ask()
     {
@@ -59,7 +68,7 @@ public:
             shortest_ = std::min(shortest_, took);
             longest_ = std::max(longest_, took);
             sum_ += took;
-            if (++count_ < session_.arguments().pings) {
+            if (++count_ < wanted_) {
                 ask();
             } else {
                 report();
@@ -76,25 +85,22 @@ private:
             text += fmt::format(" on average of {} (shortest {}, longest {})", count_, formatMilliseconds(shortest_),
                 formatMilliseconds(longest_));
         }
-        if (session_.print(text + '\n')) {
-            session_.finish(exitStatus::success);
-        }
+        session_.conclude(text + '\n');
     }
 
     Session& session_;
+    std::size_t wanted_;
     std::size_t count_ = 0;
     double sum_ = 0; ///< s, as the next two
     double shortest_ = std::numeric_limits<double>::infinity();
     double longest_ = 0;
 };
 
-} // namespace
-
-int runProcesses(Session& session)
+int runProcesses(Session& session, const ProcessesOptions& options)
 {
-    return session.run([&session] {
-        session.call(method::infoForPids, Value::array({session.arguments().pids}),
-            [&session](const Value& found) { printProcesses(session, found); });
+    return session.run([&] {
+        session.call(method::infoForPids, Value::array({options.pids}),
+            [&](const Value& found) { printProcesses(session, options, found); });
     });
 }
 
@@ -106,48 +112,43 @@ int runVersion(Session& session)
                 session.fail(exitStatus::refused, "the daemon's answer is no version: " + terminalJson(answer));
                 return;
             }
-            const std::string text =
-                fmt::format("meridald {:.4g} (build {:.0f})\n", answer[0].get<double>(), answer[1].get<double>());
-            if (session.print(text)) {
-                session.finish(exitStatus::success);
-            }
+            session.conclude(
+                fmt::format("meridald {:.4g} (build {:.0f})\n", answer[0].get<double>(), answer[1].get<double>()));
         });
     });
 }
 
-int runPing(Session& session)
+int runPing(Session& session, const PingOptions& options)
 {
-    Pinger pinger(session);
+    Pinger pinger(session, std::max<std::size_t>(options.count, 1));
     return session.run([&pinger] { pinger.ask(); });
 }
 
-int runStatus(Session& session)
+int runStatus(Session& session, const StatusOptions& options)
 {
-    return session.run([&session] {
-        session.call(method::status, Value::array(), [&session](const Value& status) {
-            const bool printed = session.arguments().json ? session.print(terminalJson(status) + '\n')
-                                                          : session.print(statusLines(status));
-            if (printed) {
-                session.finish(exitStatus::success);
-            }
+    return session.run([&] {
+        session.call(method::status, Value::array(), [&](const Value& status) {
+            options.json ? session.conclude(jsonLine(status)) : session.conclude(statusLines(status));
         });
     });
 }
 
-int runCall(Session& session)
+} // namespace
+
+void addQuestions(Grammar& grammar)
 {
-    Value parameters = Value::array();
-    for (const std::string& word : session.arguments().parameters) {
-        auto parsed = parseUntrusted(word);
-        parameters.push_back(parsed ? std::move(*parsed) : Value(validUtf8(word)));
-    }
-    return session.run([&session, &parameters] {
-        session.call(session.arguments().method, parameters, [&session](const Value& result) {
-            if (session.print(terminalJson(result) + '\n')) {
-                session.finish(exitStatus::success);
-            }
-        });
-    });
+    auto [processes, asked] = grammar.add("processes", "The names of processes, by their ids", runProcesses);
+    processes.numbers("pid", asked.pids, "Process ids");
+    processes.flag("--json", asked.json, "As JSON");
+
+    grammar.add("version", "The daemon's version and build", runVersion);
+
+    auto [ping, rounds] = grammar.add("ping", "How long the daemon takes to answer", runPing);
+    ping.count("-c,--count", rounds.count, "Ask so many times in a row");
+
+    auto [status, form] =
+        grammar.add("status", "What the daemon costs, and what it cannot measure here and why", runStatus);
+    status.flag("--json", form.json, "As JSON");
 }
 
 } // namespace meridal

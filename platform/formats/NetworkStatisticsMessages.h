@@ -47,22 +47,11 @@ std::vector<std::uint8_t> encodeAddAllSources(StatisticsFormat format, std::uint
 void encodeSourceRequest(StatisticsFormat format, StatisticsType type, std::uint64_t context, std::uint64_t source,
     std::vector<std::uint8_t>& into);
 
-/// A request as the kernel's side reads it; fields that the type does not have are 0.
-struct StatisticsRequest {
-    StatisticsType type = StatisticsType::Success;
-    std::uint64_t context = 0;
-    std::uint64_t source = 0;
-    std::uint32_t provider = 0;
-};
-std::optional<StatisticsRequest> parseStatisticsRequest(StatisticsFormat format, std::span<const std::uint8_t> bytes);
-
 /// Whose a source is.
 struct SourceDescription {
-    std::uint32_t provider = 0;
-    std::int32_t pid = -1; ///< -1 = not known
-    std::uint32_t interface = 0;
+    std::uint8_t protocol = 0; ///< 6 TCP, 17 UDP
+    std::int32_t pid = -1;     ///< negative = not known
     std::uint16_t localPort = 0;
-    std::uint16_t foreignPort = 0;
     bool operator==(const SourceDescription&) const = default;
 };
 
@@ -73,12 +62,10 @@ struct SourceCounts {
     bool operator==(const SourceCounts&) const = default;
 };
 
-/// A message as the daemon reads it.
+/// A message of the kernel.
 struct StatisticsMessage {
     StatisticsType type = StatisticsType::Success;
-    std::uint64_t context = 0;
     std::uint64_t source = 0;                     ///< 0 for types without one
-    std::uint32_t provider = 0;                   ///< of SourceAdded
     std::optional<SourceDescription> description; ///< of SourceDescription, when it is of a kind that is known
     SourceCounts counts;                          ///< of SourceCounts
 };
@@ -96,14 +83,5 @@ private:
     StatisticsFormat format_;
     std::span<const std::uint8_t> rest_;
 };
-
-/// Messages, for a host whose kernel speaks another language. Appended to `into`.
-void encodeSourceAdded(
-    StatisticsFormat format, std::uint64_t source, std::uint32_t provider, std::vector<std::uint8_t>& into);
-void encodeSourceRemoved(StatisticsFormat format, std::uint64_t source, std::vector<std::uint8_t>& into);
-void encodeSourceDescription(StatisticsFormat format, std::uint64_t context, std::uint64_t source,
-    const SourceDescription& description, std::vector<std::uint8_t>& into);
-void encodeSourceCounts(StatisticsFormat format, std::uint64_t context, std::uint64_t source,
-    const SourceCounts& counts, std::vector<std::uint8_t>& into);
 
 } // namespace meridal

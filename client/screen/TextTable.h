@@ -1,0 +1,66 @@
+#pragma once
+
+#include "client/screen/StyledText.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace meridal {
+
+/// What a table shows in one place: printable text, mostly of one style.
+struct Cell {
+    Cell(const char* text) : Cell(std::string(text)) { }
+    Cell(std::string text) : spans{{Style::Plain, std::move(text)}} { }
+    Cell(Style style, std::string text) : spans{{style, std::move(text)}} { }
+    Cell(Line drawn) : spans(std::move(drawn)) { }
+
+    Line spans;
+};
+
+enum class Align : std::uint8_t { Left, Right };
+
+/// How wide everything in one column is.
+struct Column {
+    std::string title;
+    int width = 0; ///< 0: the last one, as wide as it comes
+    Align align = Align::Left;
+    int gap = 0;   ///< blanks behind it
+    int least = 0; ///< how far it gives way where there is too little room; 0: not at all
+};
+
+/// Text in columns that line up. What is too long for its column is cut, and marked so.
+class TextTable {
+public:
+    /// `room` is the width that there is, 0 for any. Where even the least does not fit, nothing gives way: it will wrap.
+    explicit TextTable(std::vector<Column> columns, int room = 0) : columns_(std::move(columns)), room_(room) { }
+
+    /// One cell a column; empty ones at the end may be left out.
+    void add(std::vector<Cell> cells);
+    /// A line between the rows that keeps to no column.
+    void addLine(Line line) { rows_.push_back({{}, std::move(line)}); }
+    /// With the titles above, unless no column has one.
+    Lines lines(Style titles = Style::Heading) const;
+
+private:
+    struct Row {
+        std::vector<Cell> cells;
+        Line line; ///< instead, where there are no cells
+    };
+
+    std::vector<Column> fitted() const;
+
+    std::vector<Column> columns_;
+    int room_;
+    std::vector<Row> rows_;
+};
+
+/// "label        words": what a person looks for, and what there is to say.
+Line subjectLine(std::string_view label, Line words);
+
+/// A line cut to so many columns; 0 leaves it whole.
+Line cutLine(Line line, int columns);
+
+} // namespace meridal
