@@ -71,16 +71,16 @@ public:
 
 private:
     using Text = std::shared_ptr<const StatementText>;
-    /// Which periods of a table hold measurements, so that empty ones never push them out: a clock that was wrong for a
-    /// while leaves a table full of empty periods, but takes nothing.
     struct Storage {
         Text insert;
         Text insertItem;
         Text prune;
-        Text pruneItem;                     ///< null without an item table
-        Text pruneEmpty;                    ///< removes what holds no measurement from one identifier up to another
-        std::deque<std::uint64_t> measured; ///< the newest 603 identifiers, oldest first
-        std::uint64_t cleanedUpTo = 0;      ///< no empty period is stored below this identifier
+        Text pruneItem;  ///< null without an item table
+        Text pruneEmpty; ///< removes what holds no measurement from one identifier up to another
+        /// The newest 603 identifiers with a measurement, oldest first, so that empty periods never push those out: a clock
+        /// that was wrong for a while leaves a table full of empty periods, but takes nothing.
+        std::deque<std::uint64_t> measured;
+        std::uint64_t cleanedUpTo = 0; ///< no empty period is stored below this identifier
     };
     bool isOfItems() const { return traits_.storageType == StorageType::Items; }
     void prepareStorage(StorageIndex index);

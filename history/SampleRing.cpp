@@ -15,6 +15,15 @@ constexpr double earliestRealTime = 1.0;
 
 bool isFigure(double value) { return std::abs(value) <= largestFigure; } // false for NaN too
 
+double sumOfPresent(const statsample& sample, std::span<const std::size_t> indexes)
+{
+    double sum = 0;
+    for (const std::size_t index : indexes) {
+        sum += index < sample.values.size() && !std::isnan(sample.values[index]) ? sample.values[index] : 0;
+    }
+    return sum;
+}
+
 } // namespace
 
 SampleRing::SampleRing(std::size_t slots, std::size_t valueCount)
@@ -111,9 +120,9 @@ bool SampleRing::holds(const ThresholdQuery& query, Test test) const
     const auto passes = [&](const statsample& sample) {
         double sum = 0;
         for (const std::size_t index : query.indexes) {
-            sum += index < valueCount_ && !std::isnan(sample.values[index]) ? sample.values[index] : 0;
+            sum += index < valueCount_ ? sample.values[index] : 0;
         }
-        return test(sum);
+        return test(std::isnan(sum) ? sumOfPresent(sample, query.indexes) : sum);
     };
     if (records_.empty()) {
         return false;

@@ -33,7 +33,7 @@ protected:
         query([&](SQLiteConnection& database) { found = database.rows(sql).value(); }, file);
         return found.dump();
     }
-    /// A sample of what has the first figure only, or the second one only.
+    /// Of one item; absentFigure is what it lacks.
     static SampleAverages averages(double heat, double wear)
     {
         return {.values = {heat, wear}, .valueCount = 2, .samples = 3};
