@@ -31,6 +31,12 @@ BatteryControllerRecord controllerOf(const Dictionary& battery)
     return source.controller.value_or(BatteryControllerRecord());
 }
 
+using Charges = std::vector<std::optional<std::int64_t>>;
+Charges charges(const BatteryControllerRecord& battery)
+{
+    return {battery.chargeNowMah, battery.chargeFullMah, battery.chargeDesignMah};
+}
+
 TEST(PowerDictionaries, SourcesSayWhatTheySayInEveryForm)
 {
     const PowerSourceRecord own{.name = "InternalBattery-0",
@@ -57,9 +63,9 @@ TEST(PowerDictionaries, SourcesSayWhatTheySayInEveryForm)
         Value now;
         Value full;
         std::optional<int> percent;
-    } charges[] = {{50, 100, 50}, {2250, 4500, 50}, {50, 0, 50}, {170, 100, 100}, {-4, 100, 0}, {"full", 100, {}},
+    } cases[] = {{50, 100, 50}, {2250, 4500, 50}, {50, 0, 50}, {170, 100, 100}, {-4, 100, 0}, {"full", 100, {}},
         {std::nan(""), 100, 0}};
-    for (const auto& each : charges) {
+    for (const auto& each : cases) {
         EXPECT_EQ(sourceOf({{"Current Capacity", each.now}, {"Max Capacity", each.full}}).chargePercent, each.percent)
             << each.now << " of " << each.full;
     }
@@ -74,24 +80,16 @@ TEST(PowerDictionaries, SourcesSayWhatTheySayInEveryForm)
 
 TEST(PowerDictionaries, CapacitiesAreMilliampereHoursOnEveryMac)
 {
-    const BatteryControllerRecord intel{.chargeNowMah = 2000,
-        .chargeFullMah = 4100,
-        .chargeDesignMah = 4790,
-        .cycles = 211,
-        .voltageMv = 11890,
-        .currentMa = -1320};
-    EXPECT_EQ(controllerOf({{"MaxCapacity", 4100}, {"CurrentCapacity", 2000}, {"DesignCapacity", 4790},
-                  {"CycleCount", 211}, {"Voltage", 11890}, {"Amperage", -1320}}),
-        intel);
-    const BatteryControllerRecord silicon{.chargeNowMah = 2991, .chargeFullMah = 4210, .chargeDesignMah = 4563};
-    EXPECT_EQ(controllerOf({{"MaxCapacity", 100}, {"CurrentCapacity", 71}, {"AppleRawMaxCapacity", 4210},
-                  {"AppleRawCurrentCapacity", 2991}, {"DesignCapacity", 4563}, {"BatterySerialNumber", "F8Y"}}),
-        silicon);
-    const BatteryControllerRecord moved{.chargeFullMah = 5900, .chargeDesignMah = 6075};
-    EXPECT_EQ(controllerOf({{"MaxCapacity", 100}, {"CurrentCapacity", 71},
-                  {"BatteryData", {{"DesignCapacity", 6075}, {"NominalChargeCapacity", 5900}}}}),
-        moved)
-        << "a percentage is no charge";
+    const auto intel = controllerOf({{"MaxCapacity", 4100}, {"CurrentCapacity", 2000}, {"DesignCapacity", 4790},
+        {"CycleCount", 211}, {"Voltage", 11890}, {"Amperage", -1320}});
+    EXPECT_EQ(charges(intel), (Charges{2000, 4100, 4790}));
+    EXPECT_EQ((Charges{intel.cycles, intel.voltageMv, intel.currentMa}), (Charges{211, 11890, -1320}));
+    const auto silicon = controllerOf({{"MaxCapacity", 100}, {"CurrentCapacity", 71}, {"AppleRawMaxCapacity", 4210},
+        {"AppleRawCurrentCapacity", 2991}, {"DesignCapacity", 4563}, {"BatterySerialNumber", "F8Y"}});
+    EXPECT_EQ(charges(silicon), (Charges{2991, 4210, 4563}));
+    const auto moved = controllerOf({{"MaxCapacity", 100}, {"CurrentCapacity", 71},
+        {"BatteryData", {{"DesignCapacity", 6075}, {"NominalChargeCapacity", 5900}}}});
+    EXPECT_EQ(charges(moved), (Charges{{}, 5900, 6075})) << "a percentage is no charge";
     for (const Dictionary& nothing : {Dictionary{{"MaxCapacity", 100}, {"CurrentCapacity", 71}},
              {{"CurrentCapacity", 71}, {"CycleCount", -3}}, {{"BatteryData", 5}, {"DesignCapacity", 0}}}) {
         EXPECT_EQ(controllerOf(nothing), BatteryControllerRecord()) << nothing;

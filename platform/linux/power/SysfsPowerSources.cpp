@@ -134,27 +134,12 @@ PowerSourceRecord recordOf(const PowerSupply& supply, bool onBattery)
 
 } // namespace
 
-class SysfsPowerSources::Entry final : public PowerSources::Observation {
-public:
-    Entry(std::weak_ptr<Observers> list, Observers::iterator position) : list_(std::move(list)), position_(position) { }
-    ~Entry() override
-    {
-        if (const auto list = list_.lock()) {
-            list->erase(position_);
-        }
-    }
-
-private:
-    std::weak_ptr<Observers> list_;
-    Observers::iterator position_;
-};
-
 SysfsPowerSources::SysfsPowerSources(
     Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations)
     : runtime_(runtime)
     , root_(root)
     , uevents_(std::make_unique<Uevents>(runtime, root, "power_supply", [this] { changed(); }))
-    , ups_(runtime, root, limitations, [this] { tell(); })
+    , ups_(runtime, root, limitations, [this] { observers_.tell(); })
 {
     if (!uevents_->isOpen()) {
         limitations->set("power-source-changes", "changes of the power source are not announced: no uevents here");
@@ -177,21 +162,16 @@ std::vector<PowerSourceRecord> SysfsPowerSources::sources()
     return sources;
 }
 
-std::unique_ptr<PowerSources::Observation> SysfsPowerSources::observe(std::function<void()> changed)
-{
-    observers_->push_back(std::make_shared<const std::function<void()>>(std::move(changed)));
-    return std::make_unique<Entry>(observers_, std::prev(observers_->end()));
-}
-
 void SysfsPowerSources::changed()
 {
     again_.clear();
     if (isDoubtful()) {
         for (const double seconds : secondLooks) {
-            again_.push_back(runtime_.startTimer(runtime_.mainQueue(), {.first = seconds}, [this] { tell(); }));
+            again_.push_back(
+                runtime_.startTimer(runtime_.mainQueue(), {.first = seconds}, [this] { observers_.tell(); }));
         }
     }
-    tell();
+    observers_.tell();
 }
 
 /// A battery that is being charged while all adapters are off: a dock without a driver, or a battery that lags behind.
@@ -199,14 +179,6 @@ bool SysfsPowerSources::isDoubtful()
 {
     const std::vector<PowerSupply> supplies = powerSupplies(root_, SuppliesOf::Machine);
     return externalPower(supplies) == false && anyInternal(supplies, "Charging");
-}
-
-void SysfsPowerSources::tell()
-{
-    const Observers observers = *observers_; // a handler may end any of them
-    for (const auto& observer : observers) {
-        (*observer)();
-    }
 }
 
 } // namespace meridal

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Observers.h"
 #include "base/Runtime.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/PowerSources.h"
@@ -8,8 +9,9 @@
 #include "platform/linux/power/HidPowerDevices.h"
 
 #include <filesystem>
-#include <list>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace meridal {
@@ -23,20 +25,20 @@ public:
 
     std::vector<PowerSourceRecord> sources() override;
     void refresh(std::function<void()> done) override { ups_.refresh(std::move(done)); }
-    std::unique_ptr<Observation> observe(std::function<void()> changed) override;
+    std::unique_ptr<Observation> observe(std::function<void()> changed) override
+    {
+        return observers_.add(std::move(changed));
+    }
 
     /// A supply was announced as changed: tells the observers. Nobody announces anything for a recorded tree.
     void changed();
 
 private:
-    using Observers = std::list<std::shared_ptr<const std::function<void()>>>;
-    class Entry;
-    void tell();
     bool isDoubtful();
 
     Runtime& runtime_;
     RootFolder root_;
-    std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
+    Observers<Observation> observers_;
     std::vector<std::unique_ptr<Timer>> again_; ///< further looks that are due after a change
     std::unique_ptr<Uevents> uevents_;
     HidPowerDevices ups_;

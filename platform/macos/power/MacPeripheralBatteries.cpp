@@ -3,8 +3,8 @@
 #include "platform/formats/PowerDictionaries.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/CFValue.h"
+#include "platform/macos/kernel/IORegistryObject.h"
 
-#include <IOKit/IOKitLib.h>
 #include <IOKit/ps/IOPowerSources.h>
 #include <dlfcn.h>
 
@@ -16,26 +16,6 @@ namespace meridal {
 namespace {
 
 constexpr const char* logitechClass = "com_Logitech_DiskJockeyDevice";
-
-/// An object of the I/O registry, released when it goes out of scope.
-class RegistryObject {
-public:
-    explicit RegistryObject(io_object_t object) : object_(object) { }
-    ~RegistryObject()
-    {
-        if (object_ != IO_OBJECT_NULL) {
-            IOObjectRelease(object_);
-        }
-    }
-    RegistryObject(const RegistryObject&) = delete;
-    RegistryObject& operator=(const RegistryObject&) = delete;
-
-    explicit operator bool() const { return object_ != IO_OBJECT_NULL; }
-    io_object_t get() const { return object_; }
-
-private:
-    io_object_t object_;
-};
 
 /// Adds a battery unless one of that key is there already.
 void add(std::vector<PeripheralBattery>& batteries, std::optional<PeripheralBattery> found)
@@ -51,16 +31,11 @@ void add(std::vector<PeripheralBattery>& batteries, std::optional<PeripheralBatt
 /// Adds the batteries of all services that match. The look-up consumes the dictionary.
 void addMatching(std::vector<PeripheralBattery>& batteries, CFMutableDictionaryRef matching)
 {
-    io_iterator_t services = IO_OBJECT_NULL;
-    if (!matching || IOServiceGetMatchingServices(MACH_PORT_NULL, matching, &services) != KERN_SUCCESS) {
+    IOObjectOwner services;
+    if (!matching || IOServiceGetMatchingServices(MACH_PORT_NULL, matching, services.receive()) != KERN_SUCCESS) {
         return;
     }
-    const RegistryObject iterator(services);
-    for (;;) {
-        const RegistryObject service(IOIteratorNext(iterator.get()));
-        if (!service) {
-            return;
-        }
+    while (const IOObjectOwner service{IOIteratorNext(services.get())}) {
         CFMutableDictionaryRef properties = nullptr;
         if (IORegistryEntryCreateCFProperties(service.get(), &properties, kCFAllocatorDefault, 0) == KERN_SUCCESS) {
             const CFRef<CFMutableDictionaryRef> owned(properties);
