@@ -49,14 +49,11 @@ struct Server {
     {
         for (int number = 0; number < diskCount; ++number) {
             const std::string path = "disk" + std::to_string(number);
-            auto entry = std::make_shared<FakeRegistryEntry>(path);
-            entry->properties = {{"SMART Capable", true},
-                {"Device Characteristics", {{"Product Name", "Disk"}, {"Serial Number", path}}}, {"BSD Name", path}};
             auto disk = std::make_shared<FakeDisk>();
+            disk->record = {.path = path, .model = "Disk", .serial = path, .blockDevice = path};
             disk->data = dataPage(thirtyAttributes());
             disk->thresholds = thresholdPage(thirtyAttributes());
-            machine.registry().entries.push_back(std::move(entry));
-            machine.smartDevices().disks.emplace(path, std::move(disk));
+            machine.disks().plugged.push_back(std::move(disk));
         }
         collector.setLoadAllAttributes(true);
         collector.loadDisks();

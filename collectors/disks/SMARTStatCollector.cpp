@@ -62,7 +62,7 @@ SMARTStatCollector::SMARTStatCollector(Context& context)
     setDbTablePrefix("disk");
     setDbpath((context.paths.support / "disk-history.db").string());
     setDbpathLong((context.paths.support / "disk-history-long.db").string());
-    observation_ = context.host.registry->observeDisks([this] { disksChanged(); });
+    observation_ = context.host.disks->observe([this] { disksChanged(); });
 }
 
 SMARTStatCollector::~SMARTStatCollector() = default;
@@ -108,32 +108,25 @@ void SMARTStatCollector::discoverDisks()
     for (const auto& item : items()) {
         item->setExists(false);
     }
-    findDisks("SMART Capable", SMARTKind::ATA);
-    findDisks("NVMe SMART Capable", SMARTKind::NVMe);
+    const std::vector<DiskRecord> found = context().host.disks->disks();
+    // Those that stay in their places come first: no other one of the same serial number may take over what they are.
+    for (const bool staying : {true, false}) {
+        for (const DiskRecord& disk : found) {
+            const auto serial = serialOfDisk(disk);
+            if (serial && (diskAt(disk, *serial) != nullptr) == staying) {
+                adoptDisk(disk, *serial);
+            }
+        }
+    }
     removeOldItems();
     notifyDelegates();
 }
 
-void SMARTStatCollector::findDisks(std::string_view property, SMARTKind kind)
-{
-    const auto entries = context().host.registry->entriesWithTrue(property);
-    // Those that stay in their places come first: no other one of the same serial number may take over what they are.
-    for (const bool staying : {true, false}) {
-        for (const RegistryEntryPtr& entry : entries) {
-            const auto serial = serialOfDisk(*entry);
-            if (serial && (diskAt(*entry, *serial) != nullptr) == staying) {
-                adoptDisk(entry, *serial, kind);
-            }
-        }
-    }
-}
-
-SMARTStatCollector::ItemPointer SMARTStatCollector::diskAt(const RegistryEntry& entry, const std::string& serial) const
+SMARTStatCollector::ItemPointer SMARTStatCollector::diskAt(const DiskRecord& disk, const std::string& serial) const
 {
     const auto all = disks();
-    const auto found = std::find_if(all.begin(), all.end(), [&](const auto& item) {
-        return item->serial() == serial && item->object() && item->object()->path() == entry.path();
-    });
+    const auto found = std::find_if(all.begin(), all.end(),
+        [&](const auto& item) { return item->serial() == serial && item->object().path == disk.path; });
     return found == all.end() ? nullptr : *found;
 }
 
@@ -151,26 +144,20 @@ SMARTStatCollector::ItemPointer SMARTStatCollector::freeItem(const std::string& 
     return std::static_pointer_cast<SMARTStatCollectorItem>(newItemWithKey(key));
 }
 
-void SMARTStatCollector::adoptDisk(const RegistryEntryPtr& entry, const std::string& serial, SMARTKind kind)
+void SMARTStatCollector::adoptDisk(const DiskRecord& disk, const std::string& serial)
 {
-    ItemPointer item = diskAt(*entry, serial);
+    ItemPointer item = diskAt(disk, serial);
     if (!item) {
         item = freeItem(serial);
         item->setLoadAllAttributes(loadAllAttributes_);
         item->setSerial(serial);
-        item->setModel(modelOfDisk(*entry));
-        item->setNvme(kind == SMARTKind::NVMe);
-        attachDevice(*item, entry, kind);
+        item->setModel(modelOfDisk(disk));
+        item->setObject(disk);
+        item->setDevice(
+            context().host.disks->device(disk), context().runtime.makeSlowQueue("disk " + item->key().value_or("")));
     }
     item->setExists(true);
-    item->setBsd(bsdOfDisk(*entry));
-}
-
-void SMARTStatCollector::attachDevice(SMARTStatCollectorItem& item, const RegistryEntryPtr& entry, SMARTKind kind)
-{
-    item.setObject(entry);
-    item.setDevice(context().host.smartDevices->deviceForEntry(*entry, kind),
-        context().runtime.makeSlowQueue("disk " + item.key().value_or("")));
+    item->setBsd(disk.blockDevice);
 }
 
 // Readings

@@ -6,7 +6,7 @@
 #include "collectors/RecordedSeries.h"
 #include "collectors/StatCollector.h"
 #include "collectors/disks/SMARTStatCollectorItem.h"
-#include "platform/host/Registry.h"
+#include "platform/host/Disks.h"
 
 #include <functional>
 #include <memory>
@@ -86,11 +86,9 @@ private:
     using ItemPointer = std::shared_ptr<SMARTStatCollectorItem>;
 
     bool isUpdateDue() const;
-    void findDisks(std::string_view property, SMARTKind kind);
-    ItemPointer diskAt(const RegistryEntry& entry, const std::string& serial) const;
+    ItemPointer diskAt(const DiskRecord& disk, const std::string& serial) const;
     ItemPointer freeItem(const std::string& serial);
-    void adoptDisk(const RegistryEntryPtr& entry, const std::string& serial, SMARTKind kind);
-    void attachDevice(SMARTStatCollectorItem& item, const RegistryEntryPtr& entry, SMARTKind kind);
+    void adoptDisk(const DiskRecord& disk, const std::string& serial);
     using Ask = std::function<std::optional<SMARTRequest>(SMARTStatCollectorItem&)>;
     void beginRound(Task done, const Ask& ask);
     void answered(Round& round);
@@ -108,7 +106,7 @@ private:
     bool isWanted() const { return wanted_ && wanted_(); }
 
     std::function<bool()> wanted_;
-    std::unique_ptr<Registry::Observation> observation_;
+    std::unique_ptr<Disks::Observation> observation_;
     std::weak_ptr<Round> round_;      ///< the latest
     std::optional<double> lastRound_; ///< when it began, s of the clock that cannot step
     bool needToReload_ = true;

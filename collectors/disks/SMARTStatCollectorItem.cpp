@@ -2,6 +2,7 @@
 
 #include "base/Runtime.h"
 #include "platform/Context.h"
+#include "platform/host/Host.h"
 
 #include <algorithm>
 #include <cmath>
@@ -38,14 +39,11 @@ SMARTStatCollectorItem::SMARTStatCollectorItem(Context& context)
 {
 }
 
-void SMARTStatCollectorItem::setObject(RegistryEntryPtr entry)
+void SMARTStatCollectorItem::setObject(DiskRecord disk)
 {
-    object_ = std::move(entry);
+    object_ = std::move(disk);
     forget();
-    if (const Value medium = object_ ? object_->property("Device Characteristics") : Value(); medium.is_object()) {
-        const auto type = text(medium, "Medium Type");
-        spins_ = type == "Solid State" ? std::optional(false) : type == "Rotational" ? std::optional(true) : spins_;
-    }
+    spins_ = object_.rotational;
 }
 
 void SMARTStatCollectorItem::forget()
@@ -137,12 +135,12 @@ std::optional<std::int32_t> SMARTStatCollectorItem::temperature() const
     if (state_ == DiskState::Asleep) {
         return std::nullopt;
     }
-    return nvme_ ? nvmeTemperature() : attributeTemperature();
+    return nvme() ? nvmeTemperature() : attributeTemperature();
 }
 
 bool SMARTStatCollectorItem::hasTemperature() const
 {
-    return nvme_ ? nvmeTemperature().has_value() : attributeTemperature().has_value();
+    return nvme() ? nvmeTemperature().has_value() : attributeTemperature().has_value();
 }
 
 std::optional<double> SMARTStatCollectorItem::firstOf(
@@ -158,7 +156,7 @@ std::optional<double> SMARTStatCollectorItem::firstOf(
 
 std::optional<double> SMARTStatCollectorItem::wear() const
 {
-    if (nvme_) {
+    if (nvme()) {
         return nvmeLifetimePercentage();
     }
     const SMARTStatCollectorAttribute* best = nullptr;
@@ -173,15 +171,15 @@ std::optional<double> SMARTStatCollectorItem::wear() const
 std::optional<double> SMARTStatCollectorItem::powerOnSeconds() const
 {
     constexpr double hour = 3600;
-    const auto hours = !nvme_ ? firstOf(&SMARTStatCollectorAttribute::powerOnHours)
-        : health_             ? std::optional(health_->powerOnHours)
-                              : std::nullopt;
+    const auto hours = !nvme() ? firstOf(&SMARTStatCollectorAttribute::powerOnHours)
+        : health_              ? std::optional(health_->powerOnHours)
+                               : std::nullopt;
     return hours ? std::optional(*hours * hour) : std::nullopt;
 }
 
 std::optional<double> SMARTStatCollectorItem::powerCycles() const
 {
-    if (nvme_) {
+    if (nvme()) {
         return health_ ? std::optional(health_->powerCycles) : std::nullopt;
     }
     return firstOf(&SMARTStatCollectorAttribute::powerCycles);
@@ -213,26 +211,20 @@ bool SMARTStatCollectorItem::isDue() const
         return false;
     }
     const double interval = state_ == DiskState::Asleep ? asleepInterval : ataInterval;
-    return nvme_ || !lastAsked_ || context().runtime.monotonicTime() >= *lastAsked_ + interval;
+    return nvme() || !lastAsked_ || context().runtime.monotonicTime() >= *lastAsked_ + interval;
 }
 
 bool SMARTStatCollectorItem::isDueForRecord() const
 {
-    const double interval = nvme_ ? nvmeRecordInterval : ataRecordInterval;
+    const double interval = nvme() ? nvmeRecordInterval : ataRecordInterval;
     if (isBeingRead() || (lastAsked_ && context().runtime.monotonicTime() < *lastAsked_ + interval - slack)) {
         return false;
     }
-    const bool mayRest = !nvme_ && spins_ != false;
+    const bool mayRest = !nvme() && spins_ != false;
     return !mayRest || !requestsWhenRead_ || requests() != requestsWhenRead_;
 }
 
-std::optional<std::int64_t> SMARTStatCollectorItem::requests() const
-{
-    const Value counts = object_ ? object_->searchChildren("Statistics") : Value();
-    const auto reads = integer(counts, "Operations (Read)");
-    const auto writes = integer(counts, "Operations (Write)");
-    return reads && writes ? std::optional(*reads + *writes) : std::nullopt;
-}
+std::optional<std::int64_t> SMARTStatCollectorItem::requests() const { return context().host.disks->requests(object_); }
 
 double SMARTStatCollectorItem::readingFor() const
 {
@@ -245,16 +237,16 @@ SMARTRequest SMARTStatCollectorItem::beginReading()
     lastAsked_ = now;
     readingSince_ = now;
     lastTemperatureUpdate_ = context().runtime.wallTime();
-    return {.kind = nvme_ ? SMARTKind::NVMe : SMARTKind::ATA,
+    return {.kind = object_.kind,
         .identity = !loadedIdentity_ || state_ == DiskState::SwitchedOff,
-        .definitions = !nvme_ && !loadedDefinitions_,
-        .thresholds = !nvme_ && !loadedThresholds_};
+        .definitions = !nvme() && !loadedDefinitions_,
+        .thresholds = !nvme() && !loadedThresholds_};
 }
 
 SMARTRequest SMARTStatCollectorItem::beginLookAtPower()
 {
     readingSince_ = context().runtime.monotonicTime();
-    return {.kind = nvme_ ? SMARTKind::NVMe : SMARTKind::ATA, .powerOnly = true};
+    return {.kind = object_.kind, .powerOnly = true};
 }
 
 void SMARTStatCollectorItem::update(const SMARTReading& reading, double sampleID)
@@ -273,14 +265,14 @@ void SMARTStatCollectorItem::update(const SMARTReading& reading, double sampleID
     }
     requestsWhenRead_ = requests(); // after the reading: a host may count that, too
     takeIdentity(reading);
-    const bool answered = nvme_ ? reading.health.has_value() : reading.data.has_value();
+    const bool answered = nvme() ? reading.health.has_value() : reading.data.has_value();
     state_ = answered ? DiskState::Read : reading.switchedOff ? DiskState::SwitchedOff : DiskState::Silent;
     if (!answered) {
         return;
     }
     lastRead_ = context().runtime.monotonicTime();
     lastStatusUpdate_ = context().runtime.wallTime();
-    if (nvme_) {
+    if (nvme()) {
         health_ = reading.health;
         overallStatus_ = health_->criticalWarning == 0;
         return;
@@ -363,7 +355,7 @@ bool SMARTStatCollectorItem::isFresh(SMARTRhythm rhythm) const
 {
     const double age = lastRead_ ? context().runtime.monotonicTime() - *lastRead_ : HUGE_VAL;
     const double longest =
-        rhythm == SMARTRhythm::Watched ? (nvme_ ? freshNVMe : freshATA) : (nvme_ ? freshNVMeRecord : freshATARecord);
+        rhythm == SMARTRhythm::Watched ? (nvme() ? freshNVMe : freshATA) : (nvme() ? freshNVMeRecord : freshATARecord);
     return state_ == DiskState::Read && age <= longest;
 }
 

@@ -3,7 +3,7 @@
 #include "collectors/StatCollectorItem.h"
 #include "collectors/disks/SMARTSession.h"
 #include "collectors/disks/SMARTStatCollectorAttribute.h"
-#include "platform/host/Registry.h"
+#include "platform/host/Disks.h"
 
 #include <cstdint>
 #include <map>
@@ -46,14 +46,13 @@ public:
     /// Name of the block device.
     const std::optional<std::string>& bsd() const { return bsd_; }
     void setBsd(std::optional<std::string> bsd) { bsd_ = std::move(bsd); }
-    bool nvme() const { return nvme_; }
-    void setNvme(bool nvme) { nvme_ = nvme; }
+    bool nvme() const { return object_.kind == SMARTKind::NVMe; }
     /// Absent while not known.
     std::optional<bool> spins() const { return spins_; }
     /// Its place in the machine.
-    const RegistryEntryPtr& object() const { return object_; }
+    const DiskRecord& object() const { return object_; }
     /// A new place may have another disk behind it, even one with the same serial number: forgets all that was read.
-    void setObject(RegistryEntryPtr entry);
+    void setObject(DiskRecord disk);
 
     // Figures
     Attributes& attributes() { return attributes_; }
@@ -92,7 +91,7 @@ public:
     bool isDueForRecord() const;
     /// Whether its figures are only of now if it has not gone to sleep meanwhile: an ATA disk's, between two readings for
     /// the record.
-    bool isPowerUncertain() const { return !nvme_ && state_ == DiskState::Read && !isBeingRead(); }
+    bool isPowerUncertain() const { return !nvme() && state_ == DiskState::Read && !isBeingRead(); }
     bool isBeingRead() const { return readingSince_.has_value(); }
     /// s since the reading in progress began; 0 without one.
     double readingFor() const;
@@ -138,7 +137,7 @@ private:
     std::optional<std::string> model_;
     std::optional<std::string> firmware_;
     std::optional<std::string> bsd_;
-    RegistryEntryPtr object_;
+    DiskRecord object_;
     std::shared_ptr<SMARTDevice> device_;
     std::shared_ptr<Queue> queue_;
     Attributes attributes_;
@@ -149,7 +148,6 @@ private:
     std::optional<NVMeHealth> health_;
     std::optional<bool> overallStatus_;
     std::optional<bool> spins_;
-    bool nvme_ = false;
     bool loadAllAttributes_ = false;
     bool loadedThresholds_ = false;
     bool loadedIdentity_ = false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/host/ClockSource.h"
+#include "platform/host/Disks.h"
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/Limitations.h"
@@ -15,8 +16,6 @@
 #include "platform/host/ProcessConnections.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/host/ProcessVisibility.h"
-#include "platform/host/Registry.h"
-#include "platform/host/SMARTDevice.h"
 #include "platform/host/SMCService.h"
 #include "platform/host/SelfUsage.h"
 #include "platform/host/SensorChannels.h"
@@ -43,8 +42,7 @@ struct Host {
     std::unique_ptr<UserRights> userRights;
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
-    std::unique_ptr<Registry> registry;
-    std::unique_ptr<SMARTDevices> smartDevices;
+    std::unique_ptr<Disks> disks;
     std::unique_ptr<SMCService> smc;
     std::unique_ptr<SensorServices> sensorServices;
     std::unique_ptr<SensorChannels> sensorChannels;

@@ -9,8 +9,6 @@
 
 namespace meridal {
 
-class RegistryEntry;
-
 /// What a disk's health interface gives at a time: one sector.
 using SMARTPage = std::array<std::uint8_t, 512>;
 
@@ -57,13 +55,6 @@ public:
     virtual std::optional<SMARTPage> readHealthLog() = 0;
     /// The first 512 of the 4,096 bytes of Identify Controller.
     virtual std::optional<SMARTPage> identifyController() = 0;
-};
-
-class SMARTDevices {
-public:
-    virtual ~SMARTDevices() = default;
-    /// The health interface of a disk in the registry; null when it has none. Opens nothing. Main queue.
-    virtual std::unique_ptr<SMARTDevice> deviceForEntry(const RegistryEntry& entry, SMARTKind kind) = 0;
 };
 
 } // namespace meridal

@@ -1,7 +1,6 @@
 #include "platform/linux/LinuxHost.h"
 
-#include "platform/linux/disks/LinuxRegistry.h"
-#include "platform/linux/disks/LinuxSMARTDevice.h"
+#include "platform/linux/disks/LinuxDisks.h"
 #include "platform/linux/kernel/BusNotifications.h"
 #include "platform/linux/kernel/RootFolder.h"
 #include "platform/linux/kernel/SystemBus.h"
@@ -71,8 +70,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->peripherals = std::make_unique<LinuxPeripheralBatteries>(runtime, options.root, bus);
     host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
-    host->registry = std::make_unique<LinuxRegistry>(runtime, options.root, host->limitations);
-    host->smartDevices = std::make_unique<LinuxSMARTDevices>(options.root, options.readHiddenDisks);
+    host->disks = std::make_unique<LinuxDisks>(runtime, options.root, host->limitations, options.readHiddenDisks);
     auto sensors = std::make_shared<HwmonSensors>(runtime,
         HwmonOptions{.root = options.root,
             .keyFile = options.state.empty() ? std::filesystem::path() : options.state / "sensor-keys"},

@@ -54,8 +54,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->userRights = makeMacUserRights();
     host->powerMessages = makeMacPowerMessages(host->limitations);
     host->powerSources = makeMacPowerSources();
-    host->registry = makeMacRegistry();
-    host->smartDevices = makeMacSMARTDevices();
+    host->disks = makeMacDisks();
     host->smc = makeAppleSMCService();
     host->sensorServices = makeHIDSensorServices();
     host->sensorChannels = std::make_unique<NoSensorChannels>();

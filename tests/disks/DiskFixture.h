@@ -21,44 +21,39 @@ protected:
         collector->setWanted([this] { return wanted; });
     }
 
-    struct Plugged {
-        std::shared_ptr<FakeRegistryEntry> entry;
-        std::shared_ptr<FakeDisk> disk;
-    };
+    using Plugged = std::shared_ptr<FakeDisk>;
 
-    Plugged plug(const std::string& path, const char* capability, Value characteristics,
-        std::shared_ptr<FakeRegistryEntry> parent = nullptr)
+    Plugged plug(DiskRecord record)
     {
-        Plugged plugged{std::make_shared<FakeRegistryEntry>(path, std::move(parent)), std::make_shared<FakeDisk>()};
-        plugged.entry->properties = {{capability, true}, {"Device Characteristics", std::move(characteristics)}};
-        plugged.entry->children = {{"BSD Name", path.substr(path.rfind('/') + 1)}};
-        machine.registry().entries.push_back(plugged.entry);
-        machine.smartDevices().disks[path] = plugged.disk;
-        return plugged;
+        auto disk = std::make_shared<FakeDisk>();
+        record.blockDevice = record.path.substr(record.path.rfind('/') + 1);
+        disk->record = std::move(record);
+        machine.disks().plugged.push_back(disk);
+        return disk;
     }
     Plugged plugATA(const std::string& path, const std::string& serial, const std::string& model = "WDC WD40EFRX")
     {
-        Plugged plugged = plug(path, "SMART Capable", {{"Product Name", model}, {"Serial Number", serial}});
-        plugged.disk->data = dataPage(usualAttributes());
-        plugged.disk->thresholds = thresholdPage(usualAttributes());
-        plugged.disk->identity = identifyPage({.model = model});
-        return plugged;
+        Plugged disk = plug({.path = path, .model = model, .serial = serial});
+        disk->data = dataPage(usualAttributes());
+        disk->thresholds = thresholdPage(usualAttributes());
+        disk->identity = identifyPage({.model = model});
+        return disk;
     }
     Plugged plugNVMe(const std::string& path, const std::string& serial)
     {
-        Plugged plugged = plug(path, "NVMe SMART Capable", {{"Product Name", "FAST 1000"}, {"Serial Number", serial}});
-        plugged.disk->health = healthPage({});
-        plugged.disk->controller = controllerPage(serial, "FAST 1000", "2B2Q");
-        return plugged;
+        Plugged disk = plug({.path = path, .kind = SMARTKind::NVMe, .model = "FAST 1000", .serial = serial});
+        disk->health = healthPage({});
+        disk->controller = controllerPage(serial, "FAST 1000", "2B2Q");
+        return disk;
     }
-    void unplug(const Plugged& plugged)
+    void unplug(const Plugged& disk)
     {
-        std::erase(machine.registry().entries, plugged.entry);
+        std::erase(machine.disks().plugged, disk);
         announce();
     }
     void announce()
     {
-        machine.registry().announce();
+        machine.disks().observers.tell();
         machine.runtime.runDue();
     }
 

@@ -42,13 +42,13 @@ protected:
 TEST_F(DiskKeeperTest, TheListIsReadFirstWhileSomebodyHoldsAKey)
 {
     const auto ata = plugATA("root/ata/sda", "WX1");
-    ata.disk->data = dataPage({{.attributeID = 5, .flags = 0x33, .current = 3, .worst = 3, .raw = 1999},
+    ata->data = dataPage({{.attributeID = 5, .flags = 0x33, .current = 3, .worst = 3, .raw = 1999},
         {.attributeID = 194, .raw = 40}, {.attributeID = 253, .raw = 7}});
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
-    nvme.disk->health = healthPage({.warning = 5, .used = 101});
+    nvme->health = healthPage({.warning = 5, .used = 101});
     wanted = false;
     EXPECT_EQ((**ask("null"))["disks"].size(), 0U);
-    EXPECT_EQ(ata.disk->questions(), 0);
+    EXPECT_EQ(ata->questions(), 0);
     wanted = true;
     ports.loadDisks();
     Value disks = (**ask(R"([{"attributes":true}])"))["disks"];
@@ -72,12 +72,12 @@ TEST_F(DiskKeeperTest, WhoAsksOftenCausesNoMoreReadings)
         ask(R"({"after":"S5GX"})");
         machine.runtime.advance(1);
     }
-    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 2 * 2) << "at once and after 30 s, each time twice";
+    EXPECT_EQ(nvme->asked["readHealthLog"], 2 * 2) << "at once and after 30 s, each time twice";
     ask(R"({"after":"S5GX"})");
-    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 2 * 2) << "a further page shows what the first one did";
+    EXPECT_EQ(nvme->asked["readHealthLog"], 2 * 2) << "a further page shows what the first one did";
     const auto late = plugNVMe("root/pci/nvme1", "S5GY");
     ask("null");
-    machine.registry().announce();
+    machine.disks().observers.tell();
     EXPECT_EQ((**ask("null"))["disks"][1]["wear"], 3) << "a new one does not wait";
 }
 
@@ -106,14 +106,14 @@ TEST_F(DiskKeeperTest, HistoryIsOfferedWithoutAskingADisk)
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
     EXPECT_EQ(seriesOf("disks"), (std::vector<std::string>{"WX1 WDC WD40EFRX °C", "S5GX FAST 1000 °C"}));
     EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"WX1 WDC WD40EFRX %", "S5GX FAST 1000 %"}));
-    EXPECT_EQ(ata.disk->questions() + nvme.disk->questions(), 0);
+    EXPECT_EQ(ata->questions() + nvme->questions(), 0);
     wanted = true;
     start();
     EXPECT_EQ(seriesOf("wear"), (std::vector<std::string>{"S5GX FAST 1000 %"})) << "it was read and has none";
     wanted = false;
     const auto spinning = plugATA("root/ata/sdb", "WX2");
-    spinning.entry->properties["Device Characteristics"]["Medium Type"] = "Rotational";
-    machine.registry().announce();
+    spinning->record.rotational = true;
+    machine.disks().observers.tell();
     EXPECT_EQ(seriesOf("wear").size(), 1U);
     EXPECT_EQ(seriesOf("disks").size(), 3U);
 }

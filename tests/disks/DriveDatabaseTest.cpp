@@ -160,12 +160,12 @@ protected:
     {
         SCOPED_TRACE(family.model);
         const auto plugged = plugATA("root/ata/sda", "S1", family.model);
-        plugged.disk->identity = identifyPage({.firmware = family.firmware,
+        plugged->identity = identifyPage({.firmware = family.firmware,
             .model = family.model,
             .rotation = static_cast<std::uint16_t>(family.spins ? 5400 : 1)});
-        plugged.disk->data = dataPage(family.attributes);
-        plugged.disk->thresholds = thresholdPage(family.attributes);
-        plugged.disk->database = database;
+        plugged->data = dataPage(family.attributes);
+        plugged->thresholds = thresholdPage(family.attributes);
+        plugged->database = database;
         announce();
         const auto disk = item("S1");
         const auto hundredths = [](std::optional<double> figure) {
@@ -219,9 +219,9 @@ TEST_F(DriveDatabaseTest, WithoutOneOnlyWhatIsCertainIsTold)
 {
     const auto certain = [&](const char* model, bool spins, std::uint16_t versions) {
         const auto plugged = plugATA("root/ata/sda", "S1", model);
-        plugged.disk->identity = identifyPage(
+        plugged->identity = identifyPage(
             {.model = model, .rotation = static_cast<std::uint16_t>(spins ? 5400 : 1), .versions = versions});
-        plugged.disk->data = dataPage({raw(5, 7), raw(9, 7300), raw(194, 34), now(231, 90), raw(241, 5)});
+        plugged->data = dataPage({raw(5, 7), raw(9, 7300), raw(194, 34), now(231, 90), raw(241, 5)});
         announce();
         const auto disk = item("S1");
         EXPECT_EQ(disk->temperature(), 34);
@@ -242,17 +242,17 @@ TEST_F(DriveDatabaseTest, ItIsReadOnceADiskAndOnlyWithARight)
     const auto first = plugATA("root/ata/sda", "S1");
     start();
     watchFor(900);
-    EXPECT_EQ(first.disk->asked["driveDatabase"], 1);
+    EXPECT_EQ(first->asked["driveDatabase"], 1);
     const auto second = plugATA("root/ata/sdb", "S2");
-    second.disk->identity = identifyPage({.sectorSize = 4096});
-    second.disk->data = dataPage({raw(241, 1000)});
-    second.disk->database = R"({"", "WDC.*", "", "", ""})";
+    second->identity = identifyPage({.sectorSize = 4096});
+    second->data = dataPage({raw(241, 1000)});
+    second->database = R"({"", "WDC.*", "", "", ""})";
     announce();
-    EXPECT_EQ(first.disk->asked["driveDatabase"], 1);
+    EXPECT_EQ(first->asked["driveDatabase"], 1);
     EXPECT_EQ(item("S2")->bytesWritten(), std::nullopt) << "that database has no such name";
-    second.disk->database = R"({"", "WDC.*", "", "", "-v 241,raw48,Total_LBAs_Written"})";
+    second->database = R"({"", "WDC.*", "", "", "-v 241,raw48,Total_LBAs_Written"})";
     unplug(second);
-    *plugATA("root/ata/sdb", "S2").disk = *second.disk;
+    machine.disks().plugged.push_back(second);
     announce();
     EXPECT_EQ(item("S2")->bytesWritten(), 4'096'000.0) << "of its sectors";
 }

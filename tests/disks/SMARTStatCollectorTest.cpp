@@ -41,36 +41,36 @@ TEST_F(DiskTest, ATAIsReadEveryFiveMinutesAndNVMeEveryTime)
     start();
     watchFor(600);
     EXPECT_EQ(updates, 20);
-    EXPECT_EQ(ata.disk->asked["readData"], 2 * 2) << "at once and after 300 s, each time twice";
-    EXPECT_EQ(ata.disk->asked["readThresholds"], 1) << "they never change";
-    EXPECT_EQ(ata.disk->asked["identify"], 1);
-    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 21 * 2);
-    EXPECT_EQ(ata.disk->asked["enableOperations"], 0);
+    EXPECT_EQ(ata->asked["readData"], 2 * 2) << "at once and after 300 s, each time twice";
+    EXPECT_EQ(ata->asked["readThresholds"], 1) << "they never change";
+    EXPECT_EQ(ata->asked["identify"], 1);
+    EXPECT_EQ(nvme->asked["readHealthLog"], 21 * 2);
+    EXPECT_EQ(ata->asked["enableOperations"], 0);
     machine.runtime.advance(3600);
-    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 21 * 2) << "without a tick nothing is read";
+    EXPECT_EQ(nvme->asked["readHealthLog"], 21 * 2) << "without a tick nothing is read";
 }
 
 TEST_F(DiskTest, ASleepingDiskIsLeftAloneForADay)
 {
     const auto sleeping = plugATA("root/ata/sda", "WX1");
     const auto hidden = plugATA("root/usb/sdb", "USB1");
-    sleeping.disk->power = DiskPower::Asleep;
-    hidden.disk->power = DiskPower::Unknown;
+    sleeping->power = DiskPower::Asleep;
+    hidden->power = DiskPower::Unknown;
     start();
     watchFor(86'400);
     for (const Plugged& each : {std::cref(sleeping), std::cref(hidden)}) {
-        EXPECT_EQ(each.disk->wakingQuestions(), 0);
-        EXPECT_EQ(each.disk->asked["powerMode"], 86'400 / (&each == &sleeping ? 30 : 300));
-        EXPECT_EQ(each.disk->closed, each.disk->asked["powerMode"]) << "and not held open meanwhile";
+        EXPECT_EQ(each->wakingQuestions(), 0);
+        EXPECT_EQ(each->asked["powerMode"], 86'400 / (&each == &sleeping ? 30 : 300));
+        EXPECT_EQ(each->closed, each->asked["powerMode"]) << "and not held open meanwhile";
     }
     EXPECT_EQ(item("WX1")->state(), DiskState::Asleep);
     EXPECT_EQ(item("USB1")->state(), DiskState::PowerHidden);
     EXPECT_EQ(collector->diskStatus()[0]["asleep"], true);
     EXPECT_FALSE(collector->diskStatus()[0].contains("status")) << "nobody knows";
-    sleeping.disk->power = DiskPower::Awake;
+    sleeping->power = DiskPower::Awake;
     watchFor(30);
     EXPECT_EQ(collector->diskTemperatures().size(), 1U);
-    sleeping.disk->power = DiskPower::Asleep;
+    sleeping->power = DiskPower::Asleep;
     watchFor(330);
     EXPECT_EQ(collector->diskTemperatures().size(), 0U) << "what it was then is not what it is now";
 }
@@ -80,50 +80,50 @@ TEST_F(DiskTest, TheRecordLetsDisksRest)
     wanted = false;
     const auto ata = plugATA("root/ata/sda", "WX1");
     const auto sleeping = plugATA("root/ata/sdb", "WX2");
-    sleeping.disk->power = DiskPower::Asleep;
+    sleeping->power = DiskPower::Asleep;
     const auto idle = plugATA("root/ata/sdc", "WX3");
-    idle.entry->children["Statistics"] = {{"Operations (Read)", 70}, {"Operations (Write)", 7}};
+    idle->requests = 77;
     const auto nvme = plugNVMe("root/pci/nvme0", "S5GX");
     collector->keepRecord();
     machine.runtime.advance(SMARTStatCollector::firstRecord - 1);
-    EXPECT_EQ(ata.disk->questions(), 0) << "not in the midst of a boot";
+    EXPECT_EQ(ata->questions(), 0) << "not in the midst of a boot";
     machine.runtime.advance(2 * 3600);
-    EXPECT_EQ(ata.disk->asked["readData"], 2 * 4) << "every 1800 s";
-    EXPECT_EQ(nvme.disk->asked["readHealthLog"], 2 * 24) << "every 300 s";
-    EXPECT_EQ(sleeping.disk->wakingQuestions(), 0);
-    EXPECT_EQ(sleeping.disk->asked["powerMode"], 4);
+    EXPECT_EQ(ata->asked["readData"], 2 * 4) << "every 1800 s";
+    EXPECT_EQ(nvme->asked["readHealthLog"], 2 * 24) << "every 300 s";
+    EXPECT_EQ(sleeping->wakingQuestions(), 0);
+    EXPECT_EQ(sleeping->asked["powerMode"], 4);
     wanted = true;
     collector->updateStatsIfDue([this] { ++updates; });
     machine.runtime.runDue();
     EXPECT_EQ(updates, 1);
-    EXPECT_EQ(ata.disk->asked["readData"], 2 * 5) << "who asks gets figures of now";
+    EXPECT_EQ(ata->asked["readData"], 2 * 5) << "who asks gets figures of now";
     wanted = false;
     machine.runtime.advance(2 * 3600);
-    EXPECT_EQ(idle.disk->asked["readData"], 2 * 2) << "one for who asked; nobody else uses it, so it may rest";
-    idle.entry->children["Statistics"]["Operations (Write)"] = 8;
+    EXPECT_EQ(idle->asked["readData"], 2 * 2) << "one for who asked; nobody else uses it, so it may rest";
+    idle->requests = 78;
     machine.runtime.advance(SMARTStatCollector::recordInterval);
-    EXPECT_EQ(idle.disk->asked["readData"], 2 * 3);
+    EXPECT_EQ(idle->asked["readData"], 2 * 3);
 }
 
 TEST_F(DiskTest, NothingIsReadWhileNobodyAsks)
 {
     wanted = false;
     const auto early = plugATA("root/ata/sda", "WX1");
-    machine.registry().announce();
+    machine.disks().observers.tell();
     machine.runtime.advance(1000);
-    EXPECT_EQ(machine.registry().searches, 0);
+    EXPECT_EQ(machine.disks().searches, 0);
     EXPECT_TRUE(collector->needToReload());
     wanted = true;
     announce();
-    EXPECT_EQ(early.disk->asked["readData"], 2) << "arrived while somebody asks";
+    EXPECT_EQ(early->asked["readData"], 2) << "arrived while somebody asks";
     wanted = false;
     const auto late = plugATA("root/ata/sdb", "WX2");
-    machine.registry().announce();
+    machine.disks().observers.tell();
     machine.runtime.advance(1000);
-    EXPECT_EQ(late.disk->questions(), 0);
+    EXPECT_EQ(late->questions(), 0);
     wanted = true;
     tick();
-    EXPECT_EQ(late.disk->asked["readData"], 2);
+    EXPECT_EQ(late->asked["readData"], 2);
 }
 
 TEST_F(DiskTest, AHangingDiskHoldsUpNobody)
@@ -131,9 +131,9 @@ TEST_F(DiskTest, AHangingDiskHoldsUpNobody)
     const auto hanging = plugATA("root/ata/sda", "HANG");
     const auto other = plugNVMe("root/pci/nvme0", "S5GX");
     start();
-    hanging.disk->data = dataPage({{.attributeID = 194, .raw = 50}});
-    hanging.disk->beforeAnswer = [&] {
-        hanging.disk->beforeAnswer = nullptr;
+    hanging->data = dataPage({{.attributeID = 194, .raw = 50}});
+    hanging->beforeAnswer = [&] {
+        hanging->beforeAnswer = nullptr;
         machine.runtime.advance(180); // others have their turns meanwhile
     };
     machine.runtime.advance(301);
@@ -146,10 +146,10 @@ TEST_F(DiskTest, AHangingDiskHoldsUpNobody)
     });
     const auto ticks = machine.runtime.startTimer(machine.runtime.mainQueue(), {.first = 30, .interval = 30},
         [this] { collector->updateStats([this] { ++updates; }); });
-    const int readBefore = other.disk->asked["readHealthLog"];
+    const int readBefore = other->asked["readHealthLog"];
     machine.runtime.advance(1);
     EXPECT_EQ(updates, 1 + 6) << "all in time";
-    EXPECT_EQ(other.disk->asked["readHealthLog"], readBefore + 2 * 7);
+    EXPECT_EQ(other->asked["readHealthLog"], readBefore + 2 * 7);
     machine.runtime.advance(1);
     EXPECT_EQ(item("HANG")->temperature(), 50) << "late, but here";
     EXPECT_FALSE(item("HANG")->isBeingRead());
@@ -158,9 +158,9 @@ TEST_F(DiskTest, AHangingDiskHoldsUpNobody)
 TEST_F(DiskTest, ADiskUnpluggedInMidReadIsGone)
 {
     const auto plugged = plugATA("root/ata/sda", "WX1");
-    plugged.disk->beforeAnswer = [&] {
-        plugged.disk->beforeAnswer = nullptr;
-        plugged.disk->data.reset();
+    plugged->beforeAnswer = [&] {
+        plugged->beforeAnswer = nullptr;
+        plugged->data.reset();
         unplug(plugged);
     };
     start();
@@ -180,14 +180,14 @@ TEST_F(DiskTest, WhatAPageDoesNotTellStaysAsItWas)
     SMARTPage damaged = dataPage({{.attributeID = 194, .raw = 99}});
     damaged[40] ^= 1;
     for (const auto& page : {std::optional(damaged), std::optional<SMARTPage>(), std::optional(SMARTPage{})}) {
-        ata.disk->data = page;
+        ata->data = page;
         machine.runtime.advance(300);
         tick();
         EXPECT_EQ(item("WX1")->state(), DiskState::Silent);
         EXPECT_EQ(item("WX1")->temperature(), 34);
         EXPECT_EQ(item("WX1")->attributes().size(), 6U);
     }
-    ata.disk->supported = false;
+    ata->supported = false;
     machine.runtime.advance(300);
     tick();
     EXPECT_EQ(item("WX1")->temperature(), 34);
@@ -198,32 +198,27 @@ TEST_F(DiskTest, StatusComesFromTheDiskOrElseFromItsAttributes)
     auto attributes = usualAttributes();
     attributes[1].current = 130; // below 140, and it predicts failure
     const auto silent = plugATA("root/usb/sda", "WX1");
-    silent.disk->failing.reset();
-    silent.disk->data = dataPage(attributes);
+    silent->failing.reset();
+    silent->data = dataPage(attributes);
     const auto told = plugATA("root/ata/sdb", "WX2");
-    told.disk->failing = true;
+    told->failing = true;
     const auto unknown = plugATA("root/usb/sdc", "WX3");
-    unknown.disk->failing.reset();
-    unknown.disk->thresholds.reset();
+    unknown->failing.reset();
+    unknown->thresholds.reset();
     start();
     EXPECT_EQ(item("WX1")->overallStatus(), false);
     EXPECT_EQ(item("WX2")->overallStatus(), false);
     EXPECT_EQ(item("WX3")->overallStatus(), std::nullopt);
 }
 
-TEST_F(DiskTest, IdentityComesFromTheRegistryOrElseFromTheDisk)
+TEST_F(DiskTest, IdentityComesFromWhereItIsKnown)
 {
-    const auto bridge = std::make_shared<FakeRegistryEntry>("root/usb");
-    bridge->properties = {{"USB Serial Number", 123456}, {"GUID", "guid"}};
-    const auto hub = std::make_shared<FakeRegistryEntry>("root/usb/host", bridge);
-    const auto target = std::make_shared<FakeRegistryEntry>("root/usb/host/target", hub);
-    const auto far = plug("root/usb/host/target/sda", "SMART Capable", {{"Serial Number", "   "}}, target);
-    far.disk->data = dataPage({});
-    far.disk->identity = identifyPage({.model = "HGST HUS7"});
+    const auto far = plug({.path = "root/usb/sda", .serial = "   ", .usbSerial = " 123456", .guid = "guid"});
+    far->data = dataPage({});
+    far->identity = identifyPage({.model = "HGST HUS7"});
     plugATA("root/ata/sdb", "A1", "APPLE SSD SM0512F");
-    plug("root/ata/sdc", "SMART Capable",
-        {{"Vendor Name", "ACME"}, {"Product Name", "Disk 1"}, {"Serial Number", "V1"}});
-    plug("root/ata/sdd", "SMART Capable", {{"Serial Number", "\t  "}});
+    plug({.path = "root/ata/sdc", .vendor = "ACME", .model = "Disk 1", .unitSerial = "V1", .usbSerial = "B1"});
+    plug({.path = "root/ata/sdd", .serial = "\t  "});
     start();
     ASSERT_EQ(collector->items().size(), 3U) << "a disk without a serial is left out";
     EXPECT_EQ(item("123456")->model(), "HGST HUS7");
@@ -236,7 +231,7 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
 {
     const auto first = plugATA("root/usb/sda", "SAME");
     const auto second = plugATA("root/usb/sdb", "SAME");
-    second.disk->data = dataPage({{.attributeID = 194, .raw = 44}});
+    second->data = dataPage({{.attributeID = 194, .raw = 44}});
     start();
     EXPECT_EQ(item("SAME")->temperature(), 34);
     EXPECT_EQ(item("SAME#2")->temperature(), 44);
@@ -248,18 +243,14 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
     EXPECT_EQ(item("SAME"), nullptr);
     EXPECT_EQ(item("SAME#2")->bsd(), "sdb") << "what stays keeps its record";
     const auto third = plugATA("root/ata/sda", "SAME"); // found before the second one
-    std::rotate(
-        machine.registry().entries.begin(), machine.registry().entries.end() - 1, machine.registry().entries.end());
+    std::swap(machine.disks().plugged.front(), machine.disks().plugged.back());
     announce();
     EXPECT_EQ(item("SAME#2")->bsd(), "sdb");
     EXPECT_EQ(item("SAME")->temperature(), 34);
 
     unplug(second);
-    third.disk->power = DiskPower::Asleep;
-    machine.smartDevices().disks["root/usb/sdc"] = third.disk;
-    const auto moved = std::make_shared<FakeRegistryEntry>("root/usb/sdc");
-    moved->properties = third.entry->properties;
-    machine.registry().entries = {moved};
+    third->power = DiskPower::Asleep;
+    third->record.path = "root/usb/sdc";
     announce();
     EXPECT_EQ(item("SAME")->state(), DiskState::Asleep);
     EXPECT_TRUE(item("SAME")->attributes().empty()) << "another place may mean another disk";
@@ -269,18 +260,18 @@ TEST_F(DiskTest, TwoDisksWithOneSerialAreTwoDisks)
 TEST_F(DiskTest, WhatCannotBeReadSaysWhy)
 {
     const auto off = plugATA("root/ata/sda", "OFF");
-    off.disk->identity = identifyPage({.model = "FAST 1000", .smartEnabled = false});
+    off->identity = identifyPage({.model = "FAST 1000", .smartEnabled = false});
     const auto denied = plugATA("root/ata/sdb", "DENIED");
-    denied.disk->denied = true;
+    denied->denied = true;
     start();
     watchFor(300);
     EXPECT_EQ(item("OFF")->state(), DiskState::SwitchedOff);
     EXPECT_EQ(item("OFF")->model(), "FAST 1000") << "its own words";
-    EXPECT_EQ(off.disk->asked["enableOperations"] + off.disk->asked["readData"], 0) << "its owner meant it";
+    EXPECT_EQ(off->asked["enableOperations"] + off->asked["readData"], 0) << "its owner meant it";
     EXPECT_EQ(item("DENIED")->state(), DiskState::Denied);
-    EXPECT_EQ(denied.disk->asked["readData"], 0);
-    off.disk->identity = identifyPage({});
-    denied.disk->denied = false;
+    EXPECT_EQ(denied->asked["readData"], 0);
+    off->identity = identifyPage({});
+    denied->denied = false;
     watchFor(330);
     EXPECT_EQ(item("OFF")->temperature(), 34) << "switched on meanwhile";
     EXPECT_EQ(item("DENIED")->temperature(), 34);
@@ -319,11 +310,11 @@ TEST_F(DiskHistoryTest, TheRecordNeedsNobodyWhoAsksAndOutlivesTheDisk)
     const char* const count = "SELECT count(temperature), max(temperature) FROM day_diskhistory WHERE uuid='WX1'";
     EXPECT_THAT(figures(count), ElementsAre(DoubleNear(watched / 144, 2), 34)) << "without a hole";
     const double before = figures(count)[0];
-    const int reads = ata.disk->asked["readData"];
-    ata.disk->power = DiskPower::Asleep;
+    const int reads = ata->asked["readData"];
+    ata->power = DiskPower::Asleep;
     machine.runtime.advance(1500);
     EXPECT_LE(figures(count)[0], before + 3) << "asleep, it is not as warm as it was for longer than 5 minutes";
-    EXPECT_EQ(ata.disk->asked["readData"], reads);
+    EXPECT_EQ(ata->asked["readData"], reads);
     unplug(ata);
     unplug(nvme);
     for (const bool isRestarted : {false, true}) {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/host/Registry.h"
-#include "platform/host/SMARTDevice.h"
+#include "base/Observers.h"
+#include "platform/host/Disks.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -14,75 +14,10 @@
 
 namespace meridal::test {
 
-/// A registry that a test writes by hand.
-class FakeRegistryEntry final : public RegistryEntry {
-public:
-    explicit FakeRegistryEntry(std::string path, std::shared_ptr<const FakeRegistryEntry> above = nullptr)
-        : path_(std::move(path)), parent_(std::move(above))
-    {
-    }
-    std::string path() const override { return path_; }
-    Value property(std::string_view key) const override
-    {
-        const Value* value = find(properties, key);
-        return value ? *value : Value();
-    }
-    Value searchChildren(std::string_view key) const override
-    {
-        const Value* below = find(children, key);
-        return below ? *below : property(key);
-    }
-    RegistryEntryPtr parent() const override { return parent_; }
-
-    Value properties = Value::object();
-    Value children = Value::object(); ///< what a search below finds
-
-private:
-    std::string path_;
-    std::shared_ptr<const FakeRegistryEntry> parent_;
-};
-
-class FakeRegistry final : public Registry {
-public:
-    std::vector<RegistryEntryPtr> entriesWithTrue(std::string_view property) override
-    {
-        ++searches;
-        std::vector<RegistryEntryPtr> found;
-        for (const auto& entry : entries) {
-            if (entry->property(property) == true) {
-                found.push_back(entry);
-            }
-        }
-        return found;
-    }
-    std::unique_ptr<Observation> observeDisks(std::function<void()> changed) override
-    {
-        const auto place = observers.insert(observers.end(), std::move(changed));
-        return std::make_unique<Ending>(*this, place);
-    }
-    void announce()
-    {
-        for (const auto& observer : observers) {
-            observer();
-        }
-    }
-
-    std::vector<std::shared_ptr<FakeRegistryEntry>> entries;
-    std::list<std::function<void()>> observers;
-    int searches = 0;
-
-private:
-    struct Ending final : Observation {
-        Ending(FakeRegistry& owner, std::list<std::function<void()>>::iterator place)
-            : registry(owner), entry(place) { }
-        ~Ending() override { registry.observers.erase(entry); }
-        FakeRegistry& registry;
-        std::list<std::function<void()>>::iterator entry;
-    };
-};
-
 /// A disk that answers as a test tells it, and counts what it is asked. Lives on in the hands of those who talk to it.
 struct FakeDisk {
+    DiskRecord record;
+    std::optional<std::int64_t> requests; ///< by everybody
     DiskPower power = DiskPower::Awake;
     bool supported = true;
     bool denied = false;
@@ -163,15 +98,44 @@ private:
     std::shared_ptr<FakeDisk> disk_;
 };
 
-/// Disks by the path of their registry entry; others have no health interface.
-class FakeSMARTDevices final : public SMARTDevices {
+/// Disks that a test plugs in.
+class FakeDisks final : public Disks {
 public:
-    std::unique_ptr<SMARTDevice> deviceForEntry(const RegistryEntry& entry, SMARTKind) override
+    std::vector<DiskRecord> disks() override
     {
-        const auto found = disks.find(entry.path());
-        return found == disks.end() ? nullptr : std::make_unique<FakeSMARTDevice>(found->second);
+        ++searches;
+        std::vector<DiskRecord> found;
+        for (const auto& disk : plugged) {
+            found.push_back(disk->record);
+        }
+        return found;
     }
-    std::map<std::string, std::shared_ptr<FakeDisk>> disks;
+    std::optional<std::int64_t> requests(const DiskRecord& disk) override
+    {
+        const auto found = at(disk);
+        return found ? found->requests : std::nullopt;
+    }
+    std::unique_ptr<SMARTDevice> device(const DiskRecord& disk) override
+    {
+        const auto found = at(disk);
+        return found ? std::make_unique<FakeSMARTDevice>(found) : nullptr;
+    }
+    std::unique_ptr<Observation> observe(std::function<void()> changed) override
+    {
+        return observers.add(std::move(changed));
+    }
+
+    std::vector<std::shared_ptr<FakeDisk>> plugged;
+    Observers<Observation> observers;
+    int searches = 0;
+
+private:
+    std::shared_ptr<FakeDisk> at(const DiskRecord& record) const
+    {
+        const auto found = std::find_if(
+            plugged.begin(), plugged.end(), [&](const auto& disk) { return disk->record.path == record.path; });
+        return found == plugged.end() ? nullptr : *found;
+    }
 };
 
 } // namespace meridal::test

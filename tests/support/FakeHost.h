@@ -209,31 +209,17 @@ public:
     std::vector<PowerSourceRecord> sources() override { return records; }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override
     {
-        const auto entry = observers.insert(observers.end(), std::move(changed));
-        return std::make_unique<Ending>(*this, entry);
+        return observers.add(std::move(changed));
     }
     /// Replaces the records and tells the observers.
     void change(std::vector<PowerSourceRecord> now)
     {
         records = std::move(now);
-        for (const auto& observer : observers) {
-            observer();
-        }
+        observers.tell();
     }
 
     std::vector<PowerSourceRecord> records;
-    std::list<std::function<void()>> observers;
-
-private:
-    struct Ending final : Observation {
-        Ending(FakePowerSources& sources, std::list<std::function<void()>>::iterator place)
-            : owner(sources), entry(place)
-        {
-        }
-        ~Ending() override { owner.observers.erase(entry); }
-        FakePowerSources& owner;
-        std::list<std::function<void()>>::iterator entry;
-    };
+    Observers<Observation> observers;
 };
 
 /// Mice, keyboards and headsets that a test describes. Bluetooth answers when the test says so, or at once.
@@ -360,8 +346,7 @@ struct FakeMachine {
         host.userRights = std::make_unique<FakeUserRights>();
         host.powerMessages = std::make_unique<FakePowerMessages>();
         host.powerSources = std::make_unique<FakePowerSources>();
-        host.registry = std::make_unique<FakeRegistry>();
-        host.smartDevices = std::make_unique<FakeSMARTDevices>();
+        host.disks = std::make_unique<FakeDisks>();
         host.smc = std::make_unique<FakeSMCService>();
         host.sensorServices = std::make_unique<FakeSensorServices>();
         host.sensorChannels = std::make_unique<FakeSensorChannels>();
@@ -386,8 +371,7 @@ struct FakeMachine {
     }
     FakePowerMessages& powerMessages() { return static_cast<FakePowerMessages&>(*host.powerMessages); }
     FakePowerSources& powerSources() { return static_cast<FakePowerSources&>(*host.powerSources); }
-    FakeRegistry& registry() { return static_cast<FakeRegistry&>(*host.registry); }
-    FakeSMARTDevices& smartDevices() { return static_cast<FakeSMARTDevices&>(*host.smartDevices); }
+    FakeDisks& disks() { return static_cast<FakeDisks&>(*host.disks); }
     FakeSMCService& smc() { return static_cast<FakeSMCService&>(*host.smc); }
     FakeSensorServices& sensorServices() { return static_cast<FakeSensorServices&>(*host.sensorServices); }
     FakeSensorChannels& sensorChannels() { return static_cast<FakeSensorChannels&>(*host.sensorChannels); }

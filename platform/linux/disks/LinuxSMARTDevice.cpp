@@ -1,7 +1,6 @@
 #include "platform/linux/disks/LinuxSMARTDevice.h"
 
 #include "platform/DriveDatabaseFile.h"
-#include "platform/host/Registry.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -55,12 +54,6 @@ AtaCommand smartCommand(std::uint8_t features)
 std::span<const std::uint8_t> senseOf(const DeviceAnswer& answer)
 {
     return std::span(answer.sense).first(std::min<std::size_t>(answer.senseLength, answer.sense.size()));
-}
-
-/// Value of a "KEY=value" line.
-std::optional<std::string> entryOf(const std::optional<std::string>& text, std::string_view key)
-{
-    return text ? valueOfKey(*text, key, '=') : std::nullopt;
 }
 
 } // namespace
@@ -215,7 +208,7 @@ std::optional<SMARTPage> LinuxSMARTDevice::identifyController()
     return readAdmin(nvme::identify, 0, nvme::identifyController, nvme::pageSize);
 }
 
-// From the registry
+// The database of drives
 
 std::string LinuxSMARTDevice::driveDatabase() const
 {
@@ -224,25 +217,6 @@ std::string LinuxSMARTDevice::driveDatabase() const
     return readDriveDatabase({at("etc/smart_drivedb.h")})
         + readDriveDatabase({at("var/lib/smartmontools/drivedb/drivedb.h"), at("var/lib/smartmontools/drivedb.h"),
             at("usr/local/share/smartmontools/drivedb.h"), at("usr/share/smartmontools/drivedb.h")});
-}
-
-std::unique_ptr<SMARTDevice> LinuxSMARTDevices::deviceForEntry(const RegistryEntry& entry, SMARTKind kind)
-{
-    const std::string place = entry.path();
-    std::string name = place.substr(place.rfind('/') + 1);
-    std::replace(name.begin(), name.end(), '!', '/'); // how sysfs spells a name with a slash
-    std::string node = entryOf(root_.read(place + "/uevent"), "DEVNAME").value_or(name);
-    if (node.starts_with("/dev/")) {
-        node.erase(0, 5);
-    }
-    const RegistryEntryPtr parent = entry.parent();
-    const bool isLinked = root_.exists(place + "/device") || !parent;
-    const std::string owner = isLinked ? place + "/device" : parent->path();
-    DiskLocation location{.node = root_.path("dev/" + node).string(),
-        .powerState = owner + "/power/runtime_status",
-        .spins = root_.readLine(place + "/queue/rotational") != "0",
-        .insist = insist_};
-    return std::make_unique<LinuxSMARTDevice>(root_, kind, std::move(location));
 }
 
 } // namespace meridal

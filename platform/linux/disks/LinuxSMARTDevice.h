@@ -5,7 +5,6 @@
 #include "platform/linux/kernel/DeviceProcess.h"
 #include "platform/linux/kernel/RootFolder.h"
 
-#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -58,19 +57,6 @@ private:
     bool sizeIsKnown_ = false;
     bool denied_ = false;
     bool isWhole_ = true; ///< all of the latest sector came, by the count of what is in between
-};
-
-/// The disks that LinuxRegistry finds.
-class LinuxSMARTDevices final : public SMARTDevices {
-public:
-    /// `insist`: disks that spin are read even where their adapter does not tell whether they sleep.
-    explicit LinuxSMARTDevices(const std::filesystem::path& root, bool insist = false)
-        : root_(root), insist_(insist) { }
-    std::unique_ptr<SMARTDevice> deviceForEntry(const RegistryEntry& entry, SMARTKind kind) override;
-
-private:
-    RootFolder root_;
-    bool insist_;
 };
 
 } // namespace meridal

@@ -1,15 +1,12 @@
 #pragma once
 
-#include "platform/host/Registry.h"
-#include "platform/host/SMARTDevice.h"
+#include "platform/host/Disks.h"
 
 #include <memory>
 
 namespace meridal {
 
-/// The I/O registry: entries are services, with the properties that their drivers publish.
-std::unique_ptr<Registry> makeMacRegistry();
-
-std::unique_ptr<SMARTDevices> makeMacSMARTDevices();
+/// Disks as the I/O registry has them, read by the SMART plug-ins of their drivers.
+std::unique_ptr<Disks> makeMacDisks();
 
 } // namespace meridal

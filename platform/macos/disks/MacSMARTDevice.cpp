@@ -1,9 +1,7 @@
-#include "platform/macos/disks/MacAdapters.h"
+#include "platform/macos/disks/MacSMARTDevice.h"
 
 #include "platform/DriveDatabaseFile.h"
-#include "platform/macos/kernel/CFRef.h"
-#include "platform/macos/kernel/CFValue.h"
-#include "platform/macos/kernel/IORegistryObject.h"
+#include "platform/formats/RegistryDisks.h"
 
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/storage/ata/ATASMARTLib.h>
@@ -20,32 +18,6 @@ namespace {
 static_assert(sizeof(ATASMARTData) == sizeof(SMARTPage));
 static_assert(sizeof(ATASMARTDataThresholds) == sizeof(SMARTPage));
 static_assert(sizeof(NVMeSMARTData) == sizeof(SMARTPage));
-
-/// The device whose power state counts is this many levels above the entry at most.
-constexpr int powerLevels = 4;
-/// Drivers of disks count their states up to active: below it come idle, then standby, then sleep.
-constexpr std::int64_t statesOfAnAwakeDisk = 1;
-
-/// The power management of an entry, or of the nearest one above that has any.
-Value powerManagement(io_registry_entry_t entry)
-{
-    IOObjectOwner at;
-    for (int level = 0; level < powerLevels; ++level) {
-        const io_registry_entry_t current = at ? at.get() : entry;
-        Value found = valueOf(CFRef<CFTypeRef>(
-            IORegistryEntryCreateCFProperty(current, CFSTR("IOPowerManagement"), kCFAllocatorDefault, 0))
-                                  .get());
-        if (found.is_object()) {
-            return found;
-        }
-        IOObjectOwner above;
-        if (IORegistryEntryGetParentEntry(current, kIOServicePlane, above.receive()) != KERN_SUCCESS) {
-            break;
-        }
-        at = std::move(above);
-    }
-    return nullptr;
-}
 
 template <typename Interface>
 Interface** interfaceOf(IOCFPlugInInterface** plugin, CFUUIDRef identifier)
@@ -75,13 +47,13 @@ std::optional<SMARTPage> readInto(Interface** interface, IOReturn (*Interface::*
 /// both: an open plug-in keeps others out.
 class MacSMARTDevice final : public SMARTDevice {
 public:
-    MacSMARTDevice(IOObjectOwner service, SMARTKind kind) : service_(std::move(service)), kind_(kind) { }
+    MacSMARTDevice(IORegistryObject service, SMARTKind kind) : service_(std::move(service)), kind_(kind) { }
     ~MacSMARTDevice() override { MacSMARTDevice::close(); }
     MacSMARTDevice(const MacSMARTDevice&) = delete;
     MacSMARTDevice& operator=(const MacSMARTDevice&) = delete;
 
     /// From the power state that the disk's driver publishes: the disk itself is not asked.
-    DiskPower powerMode() override;
+    DiskPower powerMode() override { return registryPower(service_, kind_); }
     bool open() override;
     void close() override;
     bool isDenied() const override { return denied_; }
@@ -100,7 +72,7 @@ public:
 private:
     bool isSupported() const { return ata_ != nullptr || nvme_ != nullptr; }
 
-    IOObjectOwner service_;
+    IORegistryObject service_;
     SMARTKind kind_;
     IOCFPlugInInterface** plugin_ = nullptr;
     bool denied_ = false;
@@ -108,25 +80,7 @@ private:
     IONVMeSMARTInterface** nvme_ = nullptr;
 };
 
-class MacSMARTDevices final : public SMARTDevices {
-public:
-    /// Of an entry of MacRegistry.
-    std::unique_ptr<SMARTDevice> deviceForEntry(const RegistryEntry& entry, SMARTKind kind) override;
-};
-
 } // namespace
-
-DiskPower MacSMARTDevice::powerMode()
-{
-    if (kind_ == SMARTKind::NVMe) {
-        return DiskPower::Awake; // it wakes by itself within milliseconds and has nothing that wears from it
-    }
-    const Value power = powerManagement(service_.get());
-    const auto current = integer(power, "CurrentPowerState");
-    const auto highest = integer(power, "MaxPowerState");
-    // A driver without states has none in which the disk would be asleep.
-    return current && highest && *current < *highest - statesOfAnAwakeDisk ? DiskPower::Asleep : DiskPower::Awake;
-}
 
 bool MacSMARTDevice::open()
 {
@@ -137,7 +91,7 @@ bool MacSMARTDevice::open()
     const CFUUIDRef client = kind_ == SMARTKind::NVMe ? kIONVMeSMARTUserClientTypeID : kIOATASMARTUserClientTypeID;
     // Another client that holds the disk is a normal outcome: the next turn tries again.
     const IOReturn result =
-        IOCreatePlugInInterfaceForService(service_.get(), client, kIOCFPlugInInterfaceID, &plugin_, &score);
+        IOCreatePlugInInterfaceForService(service_.native(), client, kIOCFPlugInInterfaceID, &plugin_, &score);
     denied_ = result == kIOReturnNotPrivileged || result == kIOReturnNotPermitted;
     if (result != kIOReturnSuccess || !plugin_) {
         plugin_ = nullptr;
@@ -233,15 +187,9 @@ std::optional<SMARTPage> MacSMARTDevice::identifyController()
     return page;
 }
 
-std::unique_ptr<SMARTDevice> MacSMARTDevices::deviceForEntry(const RegistryEntry& entry, SMARTKind kind)
+std::unique_ptr<SMARTDevice> makeMacSMARTDevice(IORegistryObject service, SMARTKind kind)
 {
-    const auto* object = dynamic_cast<const IORegistryObject*>(&entry);
-    if (!object || IOObjectRetain(object->native()) != KERN_SUCCESS) {
-        return nullptr;
-    }
-    return std::make_unique<MacSMARTDevice>(IOObjectOwner(object->native()), kind);
+    return std::make_unique<MacSMARTDevice>(std::move(service), kind);
 }
-
-std::unique_ptr<SMARTDevices> makeMacSMARTDevices() { return std::make_unique<MacSMARTDevices>(); }
 
 } // namespace meridal

@@ -5,6 +5,9 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
+#include <cstdint>
+
 namespace meridal {
 
 namespace {
@@ -24,10 +27,24 @@ std::string IORegistryObject::path() const
     return fmt::format("{:#x}", identifier);
 }
 
+IORegistryObject IORegistryObject::atPath(std::string_view path)
+{
+    constexpr std::size_t prefix = 2; // 0x
+    constexpr int hexadecimal = 16;
+    std::uint64_t identifier = 0;
+    if (path.size() > prefix) {
+        std::from_chars(path.data() + prefix, path.data() + path.size(), identifier, hexadecimal);
+    }
+    // The look-up consumes the dictionary.
+    const CFMutableDictionaryRef matching = identifier != 0 ? IORegistryEntryIDMatching(identifier) : nullptr;
+    return IORegistryObject(
+        IOObjectOwner(matching ? IOServiceGetMatchingService(MACH_PORT_NULL, matching) : IO_OBJECT_NULL));
+}
+
 Value IORegistryObject::property(std::string_view key) const
 {
     const CFRef<CFStringRef> name = stringOf(key);
-    if (!name) {
+    if (!name || !entry_) {
         return nullptr;
     }
     return valueOf(
@@ -37,7 +54,7 @@ Value IORegistryObject::property(std::string_view key) const
 Value IORegistryObject::searchChildren(std::string_view key) const
 {
     const CFRef<CFStringRef> name = stringOf(key);
-    if (!name) {
+    if (!name || !entry_) {
         return nullptr;
     }
     return valueOf(CFRef<CFTypeRef>(IORegistryEntrySearchCFProperty(entry_.get(), kIOServicePlane, name.get(),

@@ -1,9 +1,11 @@
 #pragma once
 
-#include "platform/host/Registry.h"
+#include "platform/formats/RegistryEntry.h"
 
 #include <IOKit/IOKitLib.h>
 
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace meridal {
@@ -35,12 +37,16 @@ private:
     io_object_t object_ = IO_OBJECT_NULL;
 };
 
-/// A service of the I/O registry as an entry. Its path is its registry identifier, which no other object ever gets.
+/// A service of the I/O registry as an entry; without any properties where there is none.
 class IORegistryObject final : public RegistryEntry {
 public:
     explicit IORegistryObject(IOObjectOwner entry) : entry_(std::move(entry)) { }
 
-    std::string path() const override;
+    /// The one whose path that is, if it is still there.
+    static IORegistryObject atPath(std::string_view path);
+
+    /// Its registry identifier, which no other object ever gets.
+    std::string path() const;
     Value property(std::string_view key) const override;
     Value searchChildren(std::string_view key) const override;
     RegistryEntryPtr parent() const override;

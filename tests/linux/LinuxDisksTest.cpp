@@ -1,6 +1,7 @@
-#include "platform/linux/disks/LinuxRegistry.h"
+#include "platform/linux/disks/LinuxDisks.h"
 #include "collectors/disks/DiskDiscovery.h"
-#include "platform/linux/disks/LinuxSMARTDevice.h"
+#include "platform/linux/disks/AtaPassThrough.h"
+#include "platform/linux/kernel/DeviceProcess.h"
 #include "tests/support/SMARTPageBuilder.h"
 #include "tests/support/TemporaryTree.h"
 #include "tests/support/VirtualRuntime.h"
@@ -18,9 +19,10 @@ namespace meridal::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 /// sysfs with the folders and links of disks.
-class LinuxRegistryTest : public testing::Test {
+class LinuxDisksTest : public testing::Test {
 protected:
     void addDevice(const std::string& path, const std::map<std::string, std::string>& files)
     {
@@ -46,13 +48,15 @@ protected:
         addLink("sys/class/block/" + name, disk);
         return disk;
     }
-    std::vector<RegistryEntryPtr> find(const char* property)
+    /// Block device, model and serial number of each, and what all of them are made of.
+    std::vector<std::vector<std::optional<std::string>>> found()
     {
-        return LinuxRegistry(runtime, tree.root(), std::make_shared<Limitations>()).entriesWithTrue(property);
-    }
-    static std::vector<std::optional<std::string>> identity(const RegistryEntry& entry)
-    {
-        return {bsdOfDisk(entry), modelOfDisk(entry), serialOfDisk(entry)};
+        std::vector<std::vector<std::optional<std::string>>> all;
+        records = disks.disks();
+        for (const DiskRecord& disk : records) {
+            all.push_back({disk.blockDevice, modelOfDisk(disk), serialOfDisk(disk)});
+        }
+        return all;
     }
     /// Page 89h as a SAT layer gives it.
     static std::string ataInformation(const TestIdentity& identity)
@@ -63,9 +67,11 @@ protected:
 
     TemporaryTree tree;
     VirtualRuntime runtime;
+    LinuxDisks disks{runtime, tree.root(), std::make_shared<Limitations>()};
+    std::vector<DiskRecord> records;
 };
 
-TEST_F(LinuxRegistryTest, ADiskOnAnAtaPortTellsAllWithoutBeingAsked)
+TEST_F(LinuxDisksTest, ADiskOnAnAtaPortTellsAllWithoutBeingAsked)
 {
     const std::string disk = addScsi("sys/devices/pci0/ata1/host0", "sda",
         {{"vendor", "ATA     \n"}, {"model", "WDC WD40EFRX-68N\n"}, {"type", "0\n"}, {"vpd_pg89", ataInformation({})}},
@@ -75,52 +81,47 @@ TEST_F(LinuxRegistryTest, ADiskOnAnAtaPortTellsAllWithoutBeingAsked)
                 "1315\n"}});
     addDevice(disk + "/sda1", {{"partition", "1\n"}});
     addLink("sys/class/block/sda1", disk + "/sda1");
-    const auto found = find("SMART Capable");
-    ASSERT_EQ(found.size(), 1U) << "a partition is no disk";
-    EXPECT_EQ(
-        found[0]->searchChildren("Statistics"), (Value{{"Operations (Read)", 1432}, {"Operations (Write)", 355}}));
+    EXPECT_THAT(found(), ElementsAre(ElementsAre("sda", "WDC WD40EFRX-68N32N0", "WD-WX11A2345678")))
+        << "a partition is no disk";
+    EXPECT_EQ(records[0].path, disk);
+    EXPECT_EQ(records[0].rotational, true);
+    EXPECT_EQ(disks.requests(records[0]), 1432 + 355);
     tree.write(disk + "/queue/iostats", "0\n");
-    EXPECT_TRUE(found[0]->searchChildren("Statistics").is_null()) << "nobody counts";
-    EXPECT_EQ(found[0]->path(), disk);
-    EXPECT_THAT(identity(*found[0]), ElementsAre("sda", "WDC WD40EFRX-68N32N0", "WD-WX11A2345678"));
-    EXPECT_EQ(found[0]->property("Device Characteristics")["Medium Type"], "Rotational");
-    EXPECT_TRUE(find("NVMe SMART Capable").empty());
+    EXPECT_FALSE(disks.requests(records[0])) << "nobody counts";
 }
 
-TEST_F(LinuxRegistryTest, WithoutThatPageUdevAndTheUnitSerialTell)
+TEST_F(LinuxDisksTest, WithoutThatPageUdevAndTheUnitSerialTell)
 {
     const std::string known = "sys/devices/pci0/ata1/host0";
     addScsi(known, "sda",
         {{"vendor", "ATA\n"}, {"model", "Samsung SSD 860 \n"},
             {"vpd_pg80", std::string("\0\x80\0\x14     S3Z8NB0K", 17)}},
         {{"dev", "8:0\n"}});
-    EXPECT_THAT(identity(*find("SMART Capable").at(0)), ElementsAre("sda", "Samsung SSD 860", "S3Z8NB0K"));
+    EXPECT_THAT(found(), ElementsAre(ElementsAre("sda", "Samsung SSD 860", "S3Z8NB0K")));
     tree.write("run/udev/data/b8:0",
         "E:ID_ATA=1\nE:ID_ATA_FEATURE_SET_SMART=1\nE:ID_MODEL=Micron_M500_MT\nE:ID_SERIAL_SHORT=S3Z8NB0K123\n");
-    EXPECT_EQ(modelOfDisk(*find("SMART Capable").at(0)), "Micron M500 MT");
+    EXPECT_THAT(found(), ElementsAre(ElementsAre("sda", "Micron M500 MT", "S3Z8NB0K123")));
     tree.write("run/udev/data/b8:0",
         "E:ID_ATA=1\nE:ID_ATA_FEATURE_SET_SMART=1\nE:ID_MODEL=Micron_M500_MT\n"
         "E:ID_MODEL_ENC=Micron_M500\\x20MT\\x20\\x20\nE:ID_SERIAL_SHORT=S3Z8NB0K123\n");
-    EXPECT_EQ(modelOfDisk(*find("SMART Capable").at(0)), "Micron_M500 MT");
+    EXPECT_THAT(found(), ElementsAre(ElementsAre("sda", "Micron_M500 MT", "S3Z8NB0K123")));
     tree.write("run/udev/data/b8:0", "E:ID_ATA=1\n");
-    EXPECT_TRUE(find("SMART Capable").empty()) << "it has no such feature";
+    EXPECT_THAT(found(), IsEmpty()) << "it has no such feature";
 }
 
-TEST_F(LinuxRegistryTest, UsbDisksAreDisksAndSticksAreNot)
+TEST_F(LinuxDisksTest, UsbDisksAreDisksAndSticksAreNot)
 {
     const std::string bridge = "sys/devices/pci0/usb1/1-1";
     addDevice(bridge, {{"idVendor", "152d\n"}, {"serial", "DD56419884\n"}});
     const std::map<std::string, std::string> scsi{{"vendor", "External\n"}, {"model", "USB3.0\n"}, {"type", "0\n"}};
     addScsi(bridge + "/1-1:1.0/host6", "sdb", scsi, {{"dev", "8:16\n"}, {"removable", "0\n"}});
     addScsi("sys/devices/pci0/usb1/1-2/1-2:1.0/host7", "sdc", scsi, {{"dev", "8:32\n"}, {"removable", "1\n"}});
-    const auto found = find("SMART Capable");
-    ASSERT_EQ(found.size(), 1U);
-    EXPECT_THAT(identity(*found[0]), ElementsAre("sdb", "External USB3.0", "DD56419884"));
+    EXPECT_THAT(found(), ElementsAre(ElementsAre("sdb", "External USB3.0", "DD56419884")));
     tree.write("run/udev/data/b8:16", "E:ID_BUS=usb\n");
-    EXPECT_TRUE(find("SMART Capable").empty()) << "udev tried, and no disk answered behind the bridge";
+    EXPECT_THAT(found(), IsEmpty()) << "udev tried, and no disk answered behind the bridge";
 }
 
-TEST_F(LinuxRegistryTest, NvmeControllersWithTheirFirstNamespace)
+TEST_F(LinuxDisksTest, NvmeControllersWithTheirFirstNamespace)
 {
     for (const auto& [name, child, transport] :
         {std::tuple{"nvme0", "nvme0n1", "pcie"}, {"nvme1", "nvme1c1n1", "pcie"}, {"nvme2", "nvme2n1", "tcp"}}) {
@@ -130,23 +131,22 @@ TEST_F(LinuxRegistryTest, NvmeControllersWithTheirFirstNamespace)
         addDevice(path + "/hwmon1", {});
         addLink(std::string("sys/class/nvme/") + name, path);
     }
-    const auto found = find("NVMe SMART Capable");
-    ASSERT_EQ(found.size(), 2U) << "a disk elsewhere is not this machine's";
-    EXPECT_THAT(identity(*found[0]), ElementsAre("nvme0n1", "FAST 1000", "S5GX"));
-    EXPECT_THAT(identity(*found[1]), ElementsAre("nvme1n1", "FAST 1000", "S5GX"));
+    EXPECT_THAT(
+        found(), ElementsAre(ElementsAre("nvme0n1", "FAST 1000", "S5GX"), ElementsAre("nvme1n1", "FAST 1000", "S5GX")))
+        << "a disk elsewhere is not this machine's";
+    EXPECT_EQ(records[0].kind, SMARTKind::NVMe);
 }
 
-TEST_F(LinuxRegistryTest, ASuspendedDiskIsAsleepAndItsNodeIsNotOpened)
+TEST_F(LinuxDisksTest, ASuspendedDiskIsAsleepAndItsNodeIsNotOpened)
 {
     const std::string disk = addScsi("sys/devices/pci0/ata1/host0", "sda",
         {{"vendor", "ATA\n"}, {"power/runtime_status", "suspended\n"}}, {{"queue/rotational", "1\n"}});
-    const auto entry = find("SMART Capable").at(0);
-    const auto device = LinuxSMARTDevices(tree.root()).deviceForEntry(*entry, SMARTKind::ATA);
+    const auto device = disks.device(disks.disks().at(0));
     EXPECT_EQ(device->powerMode(), DiskPower::Asleep);
     tree.write("sys/devices/pci0/ata1/host0/target0:0:0/0:0:0:0/power/runtime_status", "active\n");
     EXPECT_EQ(device->powerMode(), DiskPower::Unknown) << "its node is missing, so it cannot be asked";
     tree.write(disk + "/queue/rotational", "0\n");
-    EXPECT_EQ(LinuxSMARTDevices(tree.root()).deviceForEntry(*entry, SMARTKind::ATA)->powerMode(), DiskPower::Awake);
+    EXPECT_EQ(disks.device(disks.disks().at(0))->powerMode(), DiskPower::Awake);
 }
 
 TEST(DeviceProcess, WhatIsNoDiskAnswersWithAnError)
@@ -165,21 +165,17 @@ TEST(DeviceProcess, WhatIsNoDiskAnswersWithAnError)
 TEST(LiveDisks, EveryDiskAnswersOrSaysWhy)
 {
     VirtualRuntime runtime;
-    LinuxRegistry registry(runtime, "/", std::make_shared<Limitations>());
-    LinuxSMARTDevices devices("/");
+    LinuxDisks disks(runtime, "/", std::make_shared<Limitations>());
     int asked = 0;
-    for (const auto& [property, kind] :
-        {std::pair{"SMART Capable", SMARTKind::ATA}, {"NVMe SMART Capable", SMARTKind::NVMe}}) {
-        for (const auto& entry : registry.entriesWithTrue(property)) {
-            const auto device = devices.deviceForEntry(*entry, kind);
-            if (device->powerMode() != DiskPower::Awake) {
-                continue;
-            }
-            ++asked;
-            const auto page = kind == SMARTKind::NVMe ? device->readHealthLog() : device->identify();
-            EXPECT_TRUE(serialOfDisk(*entry)) << entry->path();
-            EXPECT_TRUE(page || ::geteuid() != 0) << entry->path();
+    for (const DiskRecord& disk : disks.disks()) {
+        const auto device = disks.device(disk);
+        if (device->powerMode() != DiskPower::Awake) {
+            continue;
         }
+        ++asked;
+        const auto page = disk.kind == SMARTKind::NVMe ? device->readHealthLog() : device->identify();
+        EXPECT_TRUE(serialOfDisk(disk)) << disk.path;
+        EXPECT_TRUE(page || ::geteuid() != 0) << disk.path;
     }
     if (asked == 0) {
         GTEST_SKIP() << "no disk with health data here";

@@ -1,5 +1,6 @@
+#include "platform/formats/RegistryDisks.h"
 #include "platform/macos/disks/MacAdapters.h"
-
+#include "platform/macos/disks/MacSMARTDevice.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/IORegistryObject.h"
 
@@ -35,7 +36,7 @@ void drain(io_iterator_t iterator)
     while (IOObjectOwner(IOIteratorNext(iterator))) { }
 }
 
-class DiskObservation final : public Registry::Observation {
+class DiskObservation final : public Disks::Observation {
 public:
     explicit DiskObservation(std::function<void()> changed)
         : changed_(std::move(changed)), port_(IONotificationPortCreate(MACH_PORT_NULL))
@@ -81,34 +82,51 @@ private:
     std::array<IOObjectOwner, 3> iterators_;
 };
 
-class MacRegistry final : public Registry {
+class MacDisks final : public Disks {
 public:
-    std::vector<RegistryEntryPtr> entriesWithTrue(std::string_view property) override;
+    std::vector<DiskRecord> disks() override;
+    std::optional<std::int64_t> requests(const DiskRecord& disk) override;
+    std::unique_ptr<SMARTDevice> device(const DiskRecord& disk) override;
     /// Block storage drivers that come and go, and media that come.
-    std::unique_ptr<Observation> observeDisks(std::function<void()> changed) override;
+    std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 };
 
 } // namespace
 
-std::vector<RegistryEntryPtr> MacRegistry::entriesWithTrue(std::string_view property)
+std::vector<DiskRecord> MacDisks::disks()
 {
-    std::vector<RegistryEntryPtr> found;
-    IOObjectOwner iterator;
-    const CFDictionaryRef matching = matchingTrue(property);
-    if (!matching || IOServiceGetMatchingServices(MACH_PORT_NULL, matching, iterator.receive()) != KERN_SUCCESS) {
-        return found;
-    }
-    while (IOObjectOwner entry{IOIteratorNext(iterator.get())}) {
-        found.push_back(std::make_shared<IORegistryObject>(std::move(entry)));
+    std::vector<DiskRecord> found;
+    for (const SMARTKind kind : {SMARTKind::ATA, SMARTKind::NVMe}) {
+        IOObjectOwner iterator;
+        const CFDictionaryRef matching = matchingTrue(capabilityOf(kind));
+        if (!matching || IOServiceGetMatchingServices(MACH_PORT_NULL, matching, iterator.receive()) != KERN_SUCCESS) {
+            continue;
+        }
+        while (IOObjectOwner service{IOIteratorNext(iterator.get())}) {
+            const IORegistryObject entry(std::move(service));
+            found.push_back(registryDisk(entry, kind));
+            found.back().path = entry.path();
+        }
     }
     return found;
 }
 
-std::unique_ptr<Registry::Observation> MacRegistry::observeDisks(std::function<void()> changed)
+std::optional<std::int64_t> MacDisks::requests(const DiskRecord& disk)
+{
+    return registryRequests(IORegistryObject::atPath(disk.path));
+}
+
+std::unique_ptr<SMARTDevice> MacDisks::device(const DiskRecord& disk)
+{
+    IORegistryObject entry = IORegistryObject::atPath(disk.path);
+    return entry.native() == IO_OBJECT_NULL ? nullptr : makeMacSMARTDevice(std::move(entry), disk.kind);
+}
+
+std::unique_ptr<Disks::Observation> MacDisks::observe(std::function<void()> changed)
 {
     return std::make_unique<DiskObservation>(std::move(changed));
 }
 
-std::unique_ptr<Registry> makeMacRegistry() { return std::make_unique<MacRegistry>(); }
+std::unique_ptr<Disks> makeMacDisks() { return std::make_unique<MacDisks>(); }
 
 } // namespace meridal

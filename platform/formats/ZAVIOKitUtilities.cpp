@@ -1,4 +1,6 @@
-#include "platform/ZAVIOKitUtilities.h"
+#include "platform/formats/ZAVIOKitUtilities.h"
+
+#include "base/Value.h"
 
 namespace meridal {
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/host/Registry.h"
+#include "platform/formats/RegistryEntry.h"
 
 #include <string_view>
 
 namespace meridal {
 
-/// Walks over the machine's tree of devices.
+/// Walks over the I/O registry.
 class ZAVIOKitUtilities {
 public:
     /// A property of the nearest parent that has it, at most `limit` levels up. Null when none has.
