@@ -13,6 +13,8 @@
 namespace meridal::test {
 namespace {
 
+using enum PowerSupplyState;
+
 /// A laptop, with what the daemon has of its battery, in real files.
 struct BatteryCollectorTest : testing::Test {
     struct Daemon {
@@ -32,7 +34,7 @@ struct BatteryCollectorTest : testing::Test {
         std::unique_ptr<BatteryKeeper> keeper;
     };
 
-    BatteryCollectorTest() { describe(PowerSupplyState::Battery); }
+    BatteryCollectorTest() { describe(Battery); }
     ~BatteryCollectorTest() override
     {
         daemon.reset();
@@ -103,19 +105,19 @@ TEST_F(BatteryCollectorTest, OnlyWhatChangedIsRecordedAcrossRestarts)
     EXPECT_EQ(recorded("cycles"), Figures({100}));
     EXPECT_EQ(recorded("source"), Figures({0}));
     for (const int maximum : {4500, 4526, 4524, 4526}) { // 90.52 and 90.48 %: the edge of two whole figures
-        describe(PowerSupplyState::Battery, maximum);
+        describe(Battery, maximum);
         update();
     }
     EXPECT_EQ(recorded("health"), Figures({90}));
     machine.runtime.advance(60);
-    describe(PowerSupplyState::AC, 4400, 101);
+    describe(AC, 4400, 101);
     update();
     start();
     start();
     EXPECT_EQ(recorded("health"), Figures({90, 88}));
     EXPECT_EQ(recorded("cycles"), Figures({100, 101}));
     EXPECT_EQ(recorded("source"), Figures({0, 1}));
-    describe(PowerSupplyState::AC, 4400, 102);
+    describe(AC, 4400, 102);
     update();
     const auto file = daemon->databases.databaseWithPath(daemon->collector->dbpath());
     file->queryDatabase([&](SQLiteConnection& connection) {
@@ -130,7 +132,7 @@ TEST_F(BatteryCollectorTest, HistoryComesInBoundedPages)
     start();
     for (int cycles = 101; cycles <= 107; ++cycles) {
         machine.runtime.advance(60);
-        describe(PowerSupplyState::Battery, 4500, cycles);
+        describe(Battery, 4500, cycles);
         update();
     }
     Value parameters = {{"figure", "cycles"}, {"limit", 3}, {"key", "InternalBattery-0 D1"}};
@@ -175,7 +177,7 @@ TEST_F(BatteryCollectorTest, TheDaemonsPortsTellTheSourceOfTheMachinesOwnBattery
     start();
     EXPECT_FALSE(daemon->ports.internalBattery());
     EXPECT_FALSE(daemon->collector->primaryBattery());
-    describe(PowerSupplyState::Battery);
+    describe(Battery);
     update();
     const double changed = machine.runtime.wallTime();
     sleepFor(500);
@@ -186,26 +188,21 @@ TEST_F(BatteryCollectorTest, TheDaemonsPortsTellTheSourceOfTheMachinesOwnBattery
 
     // Full on the same source: the collector learns it without anybody asking.
     pack.charging = true;
-    describe(PowerSupplyState::AC);
+    describe(AC);
     update();
     pack.charging = false;
     pack.charged = true;
-    describe(PowerSupplyState::AC);
+    describe(AC);
     EXPECT_EQ(daemon->collector->internalBattery()->state(), BatteryState::Charged);
 }
 
 TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
 {
-    const PowerSourceRecord first{.name = "01AV4",
-        .serial = "0000",
-        .supply = PowerSupplyState::Battery,
-        .chargePercent = 10,
-        .controller = BatteryControllerRecord{.cycles = 1}};
+    PowerSourceRecord first{.name = "01AV4", .serial = "0000", .supply = Battery, .chargePercent = 10};
     PowerSourceRecord second = first;
     second.chargePercent = 90;
-    second.controller.reset();
-    const PowerSourceRecord ups{
-        .kind = PowerSourceKind::UPS, .name = " Smart-UPS", .supply = PowerSupplyState::AC, .chargePercent = 100};
+    first.controller = BatteryControllerRecord{.cycles = 1};
+    const PowerSourceRecord ups{.kind = PowerSourceKind::UPS, .name = " Smart-UPS", .supply = AC, .chargePercent = 100};
     sources().records = {ups, first, {.name = "bay", .present = false}, second};
     struct Witness final : StatCollectorDelegate {
         void collectorChildrenChanged(StatCollector&) override { ++changes; }
@@ -241,7 +238,6 @@ TEST_F(BatteryCollectorTest, SeveralBatteriesAndAUPSAreKeptApart)
 
 TEST_F(BatteryCollectorTest, AUPSThatChangesByItselfIsRecordedAndTimedByItself)
 {
-    using enum PowerSupplyState;
     const auto describeBoth = [this](PowerSupplyState own, PowerSupplyState other) {
         sources().change(
             {{.name = "Pack", .supply = own}, {.kind = PowerSourceKind::UPS, .name = "UPS", .supply = other}});

@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace meridal::test {
@@ -79,20 +80,16 @@ TEST_F(PowerManagerTest, TheSourceIsWhatTheLastInternalBatterySays)
     EXPECT_EQ(take(), (Events{"StateChanged"})) << "which begins at 0";
 
     const PowerSourceRecord ups{.kind = PowerSourceKind::UPS, .supply = PowerSupplyState::Battery};
-    struct Step {
-        std::vector<PowerSourceRecord> sources;
-        int source;
-        int state;
-        Events events;
-    };
+    using Step = std::tuple<std::vector<PowerSourceRecord>, int, int, Events>;
     const Events both = {"SourceChanged", "StateChanged"};
-    for (const Step& step : {Step{{battery, charging, ups}, 1, 1, both}, Step{{full}, 1, 2, {"StateChanged"}},
-             Step{{battery}, 0, 0, both}, Step{{battery}, 0, 0, {}}, Step{{charging}, 1, 1, both},
-             Step{{PowerSourceRecord()}, 1, 2, {"StateChanged"}}}) { // whatever is not the battery
-        machine.powerSources().change(step.sources);
-        EXPECT_EQ(manager->source(), step.source);
-        EXPECT_EQ(manager->state(), step.state);
-        EXPECT_EQ(take(), step.events);
+    for (const auto& [sources, source, state, expected] :
+        {Step{{battery, charging, ups}, 1, 1, both}, Step{{full}, 1, 2, {"StateChanged"}}, Step{{battery}, 0, 0, both},
+            Step{{battery}, 0, 0, {}}, Step{{charging}, 1, 1, both},
+            Step{{PowerSourceRecord()}, 1, 2, {"StateChanged"}}}) { // whatever is not the battery
+        machine.powerSources().change(sources);
+        EXPECT_EQ(manager->source(), source);
+        EXPECT_EQ(manager->state(), state);
+        EXPECT_EQ(take(), expected);
     }
 }
 

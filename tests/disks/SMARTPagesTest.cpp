@@ -59,11 +59,9 @@ TEST(SMARTPages, ThresholdsGoByIdAndNotByPlace)
     thresholds.push_back({.attributeID = 77, .threshold = 9});
     const auto page = parseSMARTThresholds(thresholdPage(thresholds));
     ASSERT_TRUE(page);
-    EXPECT_EQ(page->thresholds[5], 140);
-    EXPECT_EQ(page->thresholds[1], 51);
-    EXPECT_EQ(page->thresholds[77], 9);
-    EXPECT_FALSE(page->thresholds[0]);
-    EXPECT_FALSE(page->thresholds[2]);
+    const auto& of = page->thresholds;
+    EXPECT_EQ((std::array{of[5], of[1], of[77]}), (std::array<std::optional<std::uint8_t>, 3>{140, 51, 9}));
+    EXPECT_FALSE(of[0] || of[2]);
 }
 
 TEST(SMARTPages, IdentitiesAreReadableText)
@@ -87,15 +85,9 @@ TEST(SMARTPages, HealthLogIsInPlainUnits)
     ASSERT_TRUE(health);
     EXPECT_EQ(health->temperature, -5);
     EXPECT_EQ(health->percentageUsed, 104);
-    EXPECT_EQ(health->dataWritten, 512e9);
-    EXPECT_EQ(health->powerOnHours, 1234);
-    EXPECT_EQ(health->powerCycles, 321);
-    EXPECT_EQ(health->unsafeShutdowns, 7);
-    EXPECT_EQ(health->readCommands, 4000);
-    EXPECT_EQ(health->writeCommands, 5000);
-    EXPECT_EQ(health->busyTime, 3600);
-    EXPECT_EQ(health->warmTime, 7 * 60);
-    EXPECT_EQ(health->hotTime, 60);
+    EXPECT_EQ((std::array{health->dataWritten, health->powerOnHours, health->powerCycles, health->unsafeShutdowns,
+                  health->readCommands, health->writeCommands, health->busyTime, health->warmTime, health->hotTime}),
+        (std::array{512e9, 1234., 321., 7., 4000., 5000., 3600., 7. * 60, 60.}));
     EXPECT_EQ(health->sensors[0], 39);
     EXPECT_EQ(health->sensors[1], std::nullopt);
     for (const std::uint16_t impossible : std::to_array<std::uint16_t>({0, 100, 0xFFFF})) {

@@ -58,9 +58,7 @@ TEST(SysfsPowerSources, ALaptopThatReportsChargeAndItsOwnSignOfTheCurrent)
             {"manufacture_month", "6"}, {"manufacture_day", "15"}});
     using namespace std::chrono_literals;
     const auto battery = laptop.only();
-    EXPECT_EQ(battery.supply, AC);
-    EXPECT_EQ(battery.chargePercent, 50);
-    EXPECT_EQ(battery.currentMa, 1000);
+    EXPECT_TRUE(battery.supply == AC && battery.chargePercent == 50 && battery.currentMa == 1000);
     EXPECT_EQ(battery.toFull, TimeEstimate{120});
     EXPECT_EQ(battery.verdict, BatteryVerdict::Good);
     EXPECT_EQ(battery.controller->chargeFullMah, 4000);
@@ -80,10 +78,9 @@ TEST(SysfsPowerSources, TwoBatteriesShareTheMachinesSource)
     laptop.set("BAT2", {{"type", "Battery"}, {"present", "0"}}); // an empty bay
     const auto found = laptop.sources();
     ASSERT_EQ(found.size(), 2U);
-    EXPECT_EQ(found[0].supply, Battery);
+    EXPECT_TRUE(found[0].supply == Battery && found[1].supply == Battery);
     EXPECT_EQ(found[0].toEmpty, TimeEstimate()) << "being calculated";
     EXPECT_EQ(found[0].controller->cycles, 5);
-    EXPECT_EQ(found[1].supply, Battery);
     EXPECT_EQ(found[1].chargePercent, 100);
     EXPECT_EQ(found[1].controller->cycles, 312);
 }
@@ -95,8 +92,7 @@ TEST(SysfsPowerSources, ATabletWhoseDriverCountsInMilliUnits)
         {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"CAPACITY", "50"}, {"VOLTAGE_NOW", "3800"},
             {"CURRENT_NOW", "-500"}, {"CHARGE_FULL", "8000"}, {"CHARGE_FULL_DESIGN", "10000"}, {"CHARGE_NOW", "4000"}});
     const auto battery = tablet.only();
-    EXPECT_EQ(battery.voltageMv, 3800);
-    EXPECT_EQ(battery.currentMa, -500);
+    EXPECT_TRUE(battery.voltageMv == 3800 && battery.currentMa == -500);
     EXPECT_EQ(battery.toEmpty, TimeEstimate{480});
     EXPECT_EQ(battery.controller->chargeDesignMah, 10000);
 }
@@ -198,9 +194,7 @@ TEST(SysfsPowerSources, ABatteryThatTheKernelTakesForADevicesMayBeThatOfAUPS)
     const auto found = desktop.sources();
     ASSERT_EQ(found.size(), 2U);
     for (const PowerSourceRecord& each : found) {
-        EXPECT_EQ(each.kind, PowerSourceKind::UPS);
-        EXPECT_EQ(each.supply, Battery);
-        EXPECT_EQ(each.chargePercent, 70);
+        EXPECT_TRUE(each.kind == PowerSourceKind::UPS && each.supply == Battery && each.chargePercent == 70);
     }
 }
 

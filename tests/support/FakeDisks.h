@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,18 +36,11 @@ struct FakeDisk {
 
     int questions() const
     {
-        int sum = 0;
-        for (const auto& [name, count] : asked) {
-            sum += count;
-        }
-        return sum;
+        return std::accumulate(
+            asked.begin(), asked.end(), 0, [](int sum, const auto& entry) { return sum + entry.second; });
     }
     /// Questions that would spin it up.
-    int wakingQuestions() const
-    {
-        const auto harmless = asked.find("powerMode");
-        return questions() - (harmless == asked.end() ? 0 : harmless->second);
-    }
+    int wakingQuestions() const { return questions() - (asked.contains("powerMode") ? asked.at("powerMode") : 0); }
 };
 
 class FakeSMARTDevice final : public SMARTDevice {

@@ -6,7 +6,12 @@
 
 namespace meridal {
 
+class IORegistryObject;
+
 /// Disks as the I/O registry has them, read by the SMART plug-ins of their drivers.
 std::unique_ptr<Disks> makeMacDisks();
+
+/// One of them, by its service.
+std::unique_ptr<SMARTDevice> makeMacSMARTDevice(IORegistryObject service, SMARTKind kind);
 
 } // namespace meridal

@@ -1,6 +1,5 @@
 #include "platform/formats/RegistryDisks.h"
 #include "platform/macos/disks/MacAdapters.h"
-#include "platform/macos/disks/MacSMARTDevice.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/IORegistryObject.h"
 

@@ -1,7 +1,8 @@
-#include "platform/macos/disks/MacSMARTDevice.h"
+#include "platform/macos/disks/MacAdapters.h"
 
 #include "platform/DriveDatabaseFile.h"
 #include "platform/formats/RegistryDisks.h"
+#include "platform/macos/kernel/IORegistryObject.h"
 
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/storage/ata/ATASMARTLib.h>
