@@ -30,7 +30,7 @@ void append(Line& line, Style style, const std::string& text)
     }
 }
 
-void appendCell(Line& line, const Cell& cell, const Column& column)
+void appendCell(Line& line, const TableCell& cell, const TableColumn& column)
 {
     const bool isDrawn = cell.spans.size() != 1; // no wider than its column
     for (const Span& span : cell.spans) {
@@ -42,9 +42,9 @@ void appendCell(Line& line, const Cell& cell, const Column& column)
     append(line, Style::Plain, isDrawn ? fitLeft("", column.width - widthOf(cell.spans)) : "");
 }
 
-Line rowLine(const std::vector<Column>& columns, const std::vector<Cell>& cells)
+Line rowLine(const std::vector<TableColumn>& columns, const std::vector<TableCell>& cells)
 {
-    const auto isEmpty = [](const Cell& cell) { return widthOf(cell.spans) == 0; };
+    const auto isEmpty = [](const TableCell& cell) { return widthOf(cell.spans) == 0; };
     const auto count = static_cast<std::size_t>(cells.rend() - std::find_if_not(cells.rbegin(), cells.rend(), isEmpty));
     Line line;
     for (std::size_t index = 0; index < count; ++index) {
@@ -60,14 +60,14 @@ Line rowLine(const std::vector<Column>& columns, const std::vector<Cell>& cells)
 
 } // namespace
 
-void TextTable::add(std::vector<Cell> cells) { rows_.push_back({std::move(cells), {}}); }
+void TextTable::add(std::vector<TableCell> cells) { rows_.push_back({std::move(cells), {}}); }
 
 Lines TextTable::lines(Style titles) const
 {
-    const std::vector<Column> columns = fitted();
+    const std::vector<TableColumn> columns = fitted();
     Lines lines;
-    std::vector<Cell> heading;
-    for (const Column& column : columns) {
+    std::vector<TableCell> heading;
+    for (const TableColumn& column : columns) {
         heading.emplace_back(titles, column.title);
     }
     if (Line line = rowLine(columns, heading); !line.empty()) {
@@ -80,11 +80,11 @@ Lines TextTable::lines(Style titles) const
 }
 
 /// The columns, the one that gives way as wide as there is room for.
-std::vector<Column> TextTable::fitted() const
+std::vector<TableColumn> TextTable::fitted() const
 {
-    std::vector<Column> columns = columns_;
+    std::vector<TableColumn> columns = columns_;
     int width = 0;
-    for (const Column& column : columns) {
+    for (const TableColumn& column : columns) {
         width += column.width + column.gap;
     }
     int widestEnd = 0;
@@ -93,7 +93,7 @@ std::vector<Column> TextTable::fitted() const
         widestEnd = std::max(widestEnd, hasEnd ? widthOf(row.cells.back().spans) : 0);
     }
     const int missing = room_ > 0 ? width + widestEnd - room_ : 0;
-    for (Column& column : columns) {
+    for (TableColumn& column : columns) {
         if (column.least > 0 && missing > 0 && column.width - missing >= column.least) {
             column.width -= missing;
             break;

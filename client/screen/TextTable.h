@@ -11,11 +11,11 @@
 namespace meridal {
 
 /// What a table shows in one place: printable text, mostly of one style.
-struct Cell {
-    Cell(const char* text) : Cell(std::string(text)) { }
-    Cell(std::string text) : spans{{Style::Plain, std::move(text)}} { }
-    Cell(Style style, std::string text) : spans{{style, std::move(text)}} { }
-    Cell(Line drawn) : spans(std::move(drawn)) { }
+struct TableCell {
+    TableCell(const char* text) : TableCell(std::string(text)) { }
+    TableCell(std::string text) : spans{{Style::Plain, std::move(text)}} { }
+    TableCell(Style style, std::string text) : spans{{style, std::move(text)}} { }
+    TableCell(Line drawn) : spans(std::move(drawn)) { }
 
     Line spans;
 };
@@ -23,7 +23,7 @@ struct Cell {
 enum class Align : std::uint8_t { Left, Right };
 
 /// How wide everything in one column is.
-struct Column {
+struct TableColumn {
     std::string title;
     int width = 0; ///< 0: the last one, as wide as it comes
     Align align = Align::Left;
@@ -35,10 +35,10 @@ struct Column {
 class TextTable {
 public:
     /// `room` is the width that there is, 0 for any. Where even the least does not fit, nothing gives way: it will wrap.
-    explicit TextTable(std::vector<Column> columns, int room = 0) : columns_(std::move(columns)), room_(room) { }
+    explicit TextTable(std::vector<TableColumn> columns, int room = 0) : columns_(std::move(columns)), room_(room) { }
 
     /// One cell a column; empty ones at the end may be left out.
-    void add(std::vector<Cell> cells);
+    void add(std::vector<TableCell> cells);
     /// A line between the rows that keeps to no column.
     void addLine(Line line) { rows_.push_back({{}, std::move(line)}); }
     /// With the titles above, unless no column has one.
@@ -46,13 +46,13 @@ public:
 
 private:
     struct Row {
-        std::vector<Cell> cells;
+        std::vector<TableCell> cells;
         Line line; ///< instead, where there are no cells
     };
 
-    std::vector<Column> fitted() const;
+    std::vector<TableColumn> fitted() const;
 
-    std::vector<Column> columns_;
+    std::vector<TableColumn> columns_;
     int room_;
     std::vector<Row> rows_;
 };

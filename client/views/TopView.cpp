@@ -104,7 +104,7 @@ Line trafficLine(const TopTable& table)
     return {{Style::Faint, std::move(words)}};
 }
 
-Cell figureCell(const TopRow& row, const FigureColumn& column)
+TableCell figureCell(const TopRow& row, const FigureColumn& column)
 {
     const std::optional<double> figure = row.figures.at(column.figure);
     const Style style = !figure || *figure == 0 ? Style::Faint
@@ -159,7 +159,7 @@ Line keyLine(const TopFrame& frame)
 Lines rowsOf(const TopTable& table, std::string nameTitle, std::size_t maximumRows)
 {
     const std::vector<FigureColumn> figures = figuresOf(table);
-    std::vector<Column> columns = {{"PID", 8, Align::Right}};
+    std::vector<TableColumn> columns = {{"PID", 8, Align::Right}};
     for (const FigureColumn& figure : figures) {
         columns.push_back({figure.title, 12, Align::Right});
     }
@@ -168,7 +168,7 @@ Lines rowsOf(const TopTable& table, std::string nameTitle, std::size_t maximumRo
     TextTable shown(std::move(columns));
     for (std::size_t i = 0; i < std::min(maximumRows, table.rows.size()); ++i) {
         const TopRow& row = table.rows[i];
-        std::vector<Cell> cells = {row.pid};
+        std::vector<TableCell> cells = {row.pid};
         for (const FigureColumn& figure : figures) {
             cells.push_back(figureCell(row, figure));
         }

@@ -8,9 +8,9 @@ namespace meridal {
 
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
+using MessageBytes = std::span<const std::uint8_t>;
 
-constexpr std::size_t headerSize = 16; ///< context 8, type 4, length 2, flags 2 (the last two zero until 10.10)
+constexpr std::size_t messageHeader = 16; ///< context 8, type 4, length 2, flags 2 (the last two zero until 10.10)
 constexpr std::size_t sourceAt = 16;
 constexpr std::uint64_t requireSourceAdded = 0x200000;
 constexpr std::uint8_t protocolTcp = 6;
@@ -23,7 +23,7 @@ struct DescriptorLayout {
 };
 
 /// Where the fields of one release lie. Sizes are those of whole messages.
-struct Layout {
+struct ReleaseLayout {
     std::size_t sourceBytes; ///< of a source's number: 4 or 8
     std::size_t addAllSize;
     std::size_t addAllProvider;
@@ -39,9 +39,9 @@ struct Layout {
     DescriptorLayout udp;
 };
 
-const Layout& layoutOf(StatisticsFormat format)
+const ReleaseLayout& layoutOfRelease(StatisticsFormat format)
 {
-    static constexpr std::array<Layout, 6> layouts = {{
+    static constexpr std::array<ReleaseLayout, 6> layouts = {{
         {4, 20, 16, 0, 20, 24, 20, 20, 24, 132, 20, {124, 0}, {80, 0}},
         {4, 28, 16, 0, 20, 24, 20, 20, 24, 132, 20, {124, 0}, {80, 0}},
         {8, 56, 16, 20, 24, 28, 20, 32, 36, 144, 32, {124, 0}, {80, 0}},
@@ -52,7 +52,7 @@ const Layout& layoutOf(StatisticsFormat format)
     return layouts.at(static_cast<std::size_t>(format));
 }
 
-std::uint64_t get(Bytes bytes, std::size_t at, std::size_t count)
+std::uint64_t messageField(MessageBytes bytes, std::size_t at, std::size_t count)
 {
     std::uint64_t value = 0;
     for (std::size_t i = 0; i < count; ++i) {
@@ -61,7 +61,7 @@ std::uint64_t get(Bytes bytes, std::size_t at, std::size_t count)
     return value;
 }
 
-void put(std::span<std::uint8_t> bytes, std::size_t at, std::size_t count, std::uint64_t value)
+void putMessageField(std::span<std::uint8_t> bytes, std::size_t at, std::size_t count, std::uint64_t value)
 {
     for (std::size_t i = 0; i < count; ++i) {
         bytes[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
@@ -71,33 +71,33 @@ void put(std::span<std::uint8_t> bytes, std::size_t at, std::size_t count, std::
 bool tellsLength(StatisticsFormat format) { return format != StatisticsFormat::Release10_10; }
 
 /// An empty request with its header.
-void begin(StatisticsFormat format, StatisticsType type, std::uint64_t context, std::size_t size,
+void beginRequest(StatisticsFormat format, StatisticsType type, std::uint64_t context, std::size_t size,
     std::vector<std::uint8_t>& request)
 {
     request.assign(size, 0);
-    put(request, 0, 8, context);
-    put(request, 8, 4, static_cast<std::uint32_t>(type));
+    putMessageField(request, 0, 8, context);
+    putMessageField(request, 8, 4, static_cast<std::uint32_t>(type));
     if (format >= StatisticsFormat::Release10_12) {
-        put(request, 12, 2, size);
+        putMessageField(request, 12, 2, size);
     }
 }
 
-std::optional<SourceDescription> parseDescription(StatisticsFormat format, Bytes message)
+std::optional<SourceDescription> parseDescription(StatisticsFormat format, MessageBytes message)
 {
-    const Layout& layout = layoutOf(format);
+    const ReleaseLayout& layout = layoutOfRelease(format);
     SourceDescription description;
-    const auto provider = static_cast<std::uint32_t>(get(message, layout.descriptionProvider, 4));
+    const auto provider = static_cast<std::uint32_t>(messageField(message, layout.descriptionProvider, 4));
     description.protocol = protocolOfProvider(format, provider);
     if (description.protocol == 0) {
         return std::nullopt;
     }
     // A later release may append fields, but the ones that are read have to be there.
     const DescriptorLayout& descriptor = description.protocol == protocolTcp ? layout.tcp : layout.udp;
-    const Bytes data = message.subspan(layout.descriptionData);
+    const MessageBytes data = message.subspan(layout.descriptionData);
     if (data.size() < std::max(descriptor.pid, descriptor.local) + 4) {
         return std::nullopt;
     }
-    description.pid = static_cast<std::int32_t>(get(data, descriptor.pid, 4));
+    description.pid = static_cast<std::int32_t>(messageField(data, descriptor.pid, 4));
     description.localPort = static_cast<std::uint16_t>(data[descriptor.local + 2] << 8 | data[descriptor.local + 3]);
     return description;
 }
@@ -139,34 +139,34 @@ std::uint8_t protocolOfProvider(StatisticsFormat format, std::uint32_t provider)
 
 std::vector<std::uint8_t> encodeAddAllSources(StatisticsFormat format, std::uint32_t provider)
 {
-    const Layout& layout = layoutOf(format);
+    const ReleaseLayout& layout = layoutOfRelease(format);
     std::vector<std::uint8_t> request;
-    begin(format, StatisticsType::AddAllSources, provider, layout.addAllSize, request); // the context comes back
+    beginRequest(format, StatisticsType::AddAllSources, provider, layout.addAllSize, request); // the context comes back
     if (layout.addAllFilter != 0) {
-        put(request, layout.addAllFilter, 8, requireSourceAdded);
+        putMessageField(request, layout.addAllFilter, 8, requireSourceAdded);
     }
-    put(request, layout.addAllProvider, 4, provider);
+    putMessageField(request, layout.addAllProvider, 4, provider);
     return request;
 }
 
 void encodeSourceRequest(StatisticsFormat format, StatisticsType type, std::uint64_t context, std::uint64_t source,
     std::vector<std::uint8_t>& into)
 {
-    const Layout& layout = layoutOf(format);
-    begin(format, type, context, layout.requestSize, into);
-    put(into, sourceAt, layout.sourceBytes, source);
+    const ReleaseLayout& layout = layoutOfRelease(format);
+    beginRequest(format, type, context, layout.requestSize, into);
+    putMessageField(into, sourceAt, layout.sourceBytes, source);
 }
 
 std::optional<StatisticsMessage> StatisticsMessages::next()
 {
-    while (rest_.size() >= headerSize) {
+    while (rest_.size() >= messageHeader) {
         std::size_t length = rest_.size();
         if (tellsLength(format_)) {
-            const auto told = static_cast<std::size_t>(get(rest_, 12, 2));
+            const auto told = static_cast<std::size_t>(messageField(rest_, 12, 2));
             // One that lies about its length, or tells none, is the last one of the read.
-            length = told >= headerSize && told <= rest_.size() ? told : rest_.size();
+            length = told >= messageHeader && told <= rest_.size() ? told : rest_.size();
         }
-        const Bytes message = rest_.first(length);
+        const MessageBytes message = rest_.first(length);
         rest_ = rest_.subspan(length);
         if (auto parsed = parse(message)) {
             return parsed;
@@ -175,37 +175,37 @@ std::optional<StatisticsMessage> StatisticsMessages::next()
     return std::nullopt;
 }
 
-std::optional<StatisticsMessage> StatisticsMessages::parse(Bytes bytes) const
+std::optional<StatisticsMessage> StatisticsMessages::parse(MessageBytes bytes) const
 {
-    const Layout& layout = layoutOf(format_);
+    const ReleaseLayout& layout = layoutOfRelease(format_);
     StatisticsMessage message;
-    message.type = static_cast<StatisticsType>(get(bytes, 8, 4));
+    message.type = static_cast<StatisticsType>(messageField(bytes, 8, 4));
     switch (message.type) {
     case StatisticsType::SourceAdded:
         if (bytes.size() < layout.addedSize) {
             return std::nullopt;
         }
-        message.source = get(bytes, layout.addedSource, layout.sourceBytes);
+        message.source = messageField(bytes, layout.addedSource, layout.sourceBytes);
         break;
     case StatisticsType::SourceRemoved:
         if (bytes.size() < sourceAt + layout.sourceBytes) {
             return std::nullopt;
         }
-        message.source = get(bytes, sourceAt, layout.sourceBytes);
+        message.source = messageField(bytes, sourceAt, layout.sourceBytes);
         break;
     case StatisticsType::SourceDescription:
         if (bytes.size() < layout.descriptionData) {
             return std::nullopt;
         }
-        message.source = get(bytes, sourceAt, layout.sourceBytes);
+        message.source = messageField(bytes, sourceAt, layout.sourceBytes);
         message.description = parseDescription(format_, bytes);
         break;
     case StatisticsType::SourceCounts:
         if (bytes.size() < layout.countsSize) {
             return std::nullopt;
         }
-        message.source = get(bytes, sourceAt, layout.sourceBytes);
-        message.counts = {get(bytes, layout.counts + 8, 8), get(bytes, layout.counts + 24, 8)};
+        message.source = messageField(bytes, sourceAt, layout.sourceBytes);
+        message.counts = {messageField(bytes, layout.counts + 8, 8), messageField(bytes, layout.counts + 24, 8)};
         break;
     default:
         break;

@@ -10,14 +10,14 @@ namespace {
 
 using Format = StatisticsFormat;
 using Type = StatisticsType;
-using Fields = std::vector<std::pair<std::size_t, Frame>>; ///< by place
+using MessageFields = std::vector<std::pair<std::size_t, Frame>>; ///< by place
 
-constexpr std::uint32_t added = 10'001;
-constexpr std::uint32_t removed = 10'002;
-constexpr std::uint32_t described = 10'003;
-constexpr std::uint32_t counted = 10'004;
+constexpr std::uint32_t sourceAdded = 10'001;
+constexpr std::uint32_t sourceRemoved = 10'002;
+constexpr std::uint32_t sourceDescribed = 10'003;
+constexpr std::uint32_t sourceCounted = 10'004;
 
-Frame message(std::uint32_t type, std::size_t size, const Fields& fields)
+Frame statisticsMessage(std::uint32_t type, std::size_t size, const MessageFields& fields)
 {
     Frame bytes(size);
     const auto put = [&bytes](std::size_t at, const Frame& what) {
@@ -91,7 +91,7 @@ TEST(NetworkStatisticsMessages, TheFieldsLieWhereTheKernelsStructuresHaveThem)
         const Release& release = releases[index];
         const Frame id = little32(77);
         for (const Place& place : {release.tcp, release.udp}) {
-            Frame bytes = message(described, 400,
+            Frame bytes = statisticsMessage(sourceDescribed, 400,
                 {{16, id}, {release.provider, little32(place.provider)}, {place.pid, little32(4711)},
                     {place.localPort, hex("c350")}});
             const auto description = StatisticsMessages(format, bytes).next();
@@ -104,10 +104,10 @@ TEST(NetworkStatisticsMessages, TheFieldsLieWhereTheKernelsStructuresHaveThem)
                 while (reader.next()) { }
             }
         }
-        const Frame first = message(added, release.addedSize, {{release.addedSource, id}});
-        const Frame counts = message(counted, release.countsSize,
+        const Frame first = statisticsMessage(sourceAdded, release.addedSize, {{release.addedSource, id}});
+        const Frame counts = statisticsMessage(sourceCounted, release.countsSize,
             {{16, id}, {release.counts + 8, hex("0010a5d4e8")}, {release.counts + 24, little32(5)}});
-        const Frame last = message(removed, 24, {{16, id}});
+        const Frame last = statisticsMessage(sourceRemoved, 24, {{16, id}});
         StatisticsMessages reader(format, first);
         EXPECT_EQ(reader.next()->source, 77U);
         const Frame both = format == Format::Release10_10 ? counts : joined({counts, last}); // it tells no lengths
@@ -125,18 +125,18 @@ protected:
         const Frame id(request.begin() + 16, request.end());
         if (request[8] == 0xEC) {
             ++queries;
-            say(message(counted, 144, {{16, id}, {40, little32(received)}, {56, little32(50)}}));
+            say(statisticsMessage(sourceCounted, 144, {{16, id}, {40, little32(received)}, {56, little32(50)}}));
         } else if (request[8] == 0xED) {
             ++descriptions;
-            say(message(described, 384,
+            say(statisticsMessage(sourceDescribed, 384,
                 {{16, id}, {32, little32(3)}, {156, little32(static_cast<std::uint32_t>(pid))}, {166, hex("1388")}}));
         } else {
             ++subscriptions;
         }
     }
     void say(const Frame& bytes) { sources.received(bytes, now); }
-    void add(std::uint32_t id) { say(message(added, 32, {{16, little32(id)}})); }
-    void remove(std::uint32_t id) { say(message(removed, 24, {{16, little32(id)}})); }
+    void add(std::uint32_t id) { say(statisticsMessage(sourceAdded, 32, {{16, little32(id)}})); }
+    void remove(std::uint32_t id) { say(statisticsMessage(sourceRemoved, 24, {{16, little32(id)}})); }
 
     StatisticsSources sources{Format::Release14, [this](std::span<const std::uint8_t> request) { answer(request); }};
     double now = 100;
@@ -163,7 +163,7 @@ TEST_F(StatisticsSourcesTest, AConnectionComesCountsAndGoes)
     EXPECT_EQ(rows[0].countedAt, 102);
     EXPECT_FALSE(rows[0].isNew) << "it was there before us";
     add(78);
-    say(message(counted, 144, {{16, little32(77)}, {40, little32(3000)}}));
+    say(statisticsMessage(sourceCounted, 144, {{16, little32(77)}, {40, little32(3000)}}));
     remove(77);
     remove(77);
     rows = sources.read();
