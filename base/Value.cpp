@@ -1,6 +1,7 @@
 #include "base/Value.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -68,8 +69,11 @@ void appendNumber(std::string& json, double number)
 {
     if (number == 0) { // most figures of most processes
         json += std::signbit(number) ? "-0.0" : "0.0";
+    } else if (std::isfinite(number)) { // the digits that the library writes, without its serialiser
+        std::array<char, 64> digits{};
+        json.append(digits.data(), nlohmann::detail::to_chars(digits.data(), digits.data() + digits.size(), number));
     } else {
-        json += serialise(Value(number));
+        json += "null";
     }
 }
 

@@ -71,7 +71,7 @@ struct ProcessEnergy {
 
 /// A figure that groups add up and that lists rank by.
 struct ProcessFigure {
-    std::optional<double> ProcessFigures::*value;
+    std::optional<double> ProcessFigures::*value = nullptr;
     double ProcessActivity::*lastActive = nullptr; ///< ranks those that are idle; null: nothing does
     bool ofEnded = false;                          ///< who has ended since the latest pass has it, too
 

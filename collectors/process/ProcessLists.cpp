@@ -22,24 +22,16 @@ constexpr std::size_t usualEntry = 80;
 /// Processes that one question may have looked for beyond the table.
 constexpr int mostUnseen = 256;
 
-void appendName(std::string& json, const char* name)
+/// `name` as it stands in an entry: R"(,"name":)".
+void appendMember(std::string& json, std::string_view name, std::string_view text)
 {
-    json += '"';
     json += name;
-    json += "\":";
-}
-
-void appendMember(std::string& json, const char* name, std::string_view text)
-{
-    json += ',';
-    appendName(json, name);
     appendText(json, text);
 }
 
-void appendMember(std::string& json, const char* name, double number)
+void appendMember(std::string& json, std::string_view name, double number)
 {
-    json += ',';
-    appendName(json, name);
+    json += name;
     appendNumber(json, number);
 }
 
@@ -66,7 +58,7 @@ std::optional<std::int32_t> pidFrom(const Value& number)
 struct ProcessStatCollector::ListPair {
     RequestKey key;
     std::array<const char*, 2> names;
-    std::array<const char*, 2> members; ///< of an entry
+    std::array<std::string_view, 2> members; ///< of an entry
     std::array<ProcessFigure, 2> figures;
 };
 
@@ -76,14 +68,12 @@ void ProcessStatCollector::appendList(std::string& json, const char* name, const
 {
     const auto rows = ranking_.first(figure, limit);
     json.reserve(json.size() + rows.size() * usualEntry); // a list of everybody is not copied as it grows
-    appendName(json, name);
-    json += '[';
+    json += fmt::format(R"("{}":[)", name);
     const char* separator = "";
     for (const ProcessRanking::Row* row : rows) {
         json += std::exchange(separator, ",");
-        json += R"({"key":)";
-        appendText(json, row->item->key());
-        appendMember(json, "name", sharingNameForProcess(*row->item, view.grouped));
+        appendMember(json, R"({"key":)", row->item->key());
+        appendMember(json, R"(,"name":)", sharingNameForProcess(*row->item, view.grouped));
         appendFigures(json, *row);
         json += '}';
     }
@@ -95,7 +85,7 @@ std::string ProcessStatCollector::cpuProcesses(const ProcessView& view)
     ranking_.sum(table(), view, {&ProcessFigure::cpu, 1});
     std::string json = "{";
     appendList(json, "processes", view, 0, counts_.sharingProcessCPUCount,
-        [](std::string& entry, const auto& row) { appendMember(entry, "c", fixed2(row.totals[0])); });
+        [](std::string& entry, const auto& row) { appendMember(entry, R"(,"c":)", fixed2(row.totals[0])); });
     return closed(std::move(json), RequestKey::Cpu);
 }
 
@@ -104,10 +94,10 @@ std::string ProcessStatCollector::memoryProcesses(const ProcessView& view)
     ranking_.sum(table(), view, std::array{ProcessFigure::memory, ProcessFigure::memoryFootprint});
     std::string json = "{";
     appendList(json, "processes", view, 0, counts_.sharingProcessMemoryCount,
-        [](std::string& entry, const auto& row) { appendMember(entry, "m", fixed0(row.totals[0])); });
+        [](std::string& entry, const auto& row) { appendMember(entry, R"(,"m":)", fixed0(row.totals[0])); });
     if (rules_.listsFootprint) {
         appendList(json, "processes-footprint", view, 1, counts_.sharingProcessMemoryCount,
-            [](std::string& entry, const auto& row) { appendMember(entry, "m", fixed0(row.totals[1])); });
+            [](std::string& entry, const auto& row) { appendMember(entry, R"(,"m":)", fixed0(row.totals[1])); });
     }
     return closed(std::move(json), RequestKey::Memory);
 }
@@ -119,8 +109,8 @@ std::string ProcessStatCollector::powerProcesses(const ProcessView& view)
     appendList(json, "processes", view, 0, ranking_.knows(0) ? counts_.sharingProcessPowerCount : 0,
         [this](std::string& entry, const auto& row) {
             loadBundleLocation(*row.item);
-            appendMember(entry, "score", fixed2(row.totals[0]));
-            appendMember(entry, "bundle", row.item->knownExtras().bundleLocation);
+            appendMember(entry, R"(,"score":)", fixed2(row.totals[0]));
+            appendMember(entry, R"(,"bundle":)", row.item->knownExtras().bundleLocation);
         });
     return closed(std::move(json), RequestKey::Energy);
 }
@@ -138,7 +128,7 @@ std::string ProcessStatCollector::appendPair(
                 }
             }
             if (entries == PairEntries::FigureAndTime) {
-                appendMember(entry, "t", row.item->activity.*pair.figures[list].lastActive);
+                appendMember(entry, R"(,"t":)", row.item->activity.*pair.figures[list].lastActive);
             }
         });
     }
@@ -147,8 +137,8 @@ std::string ProcessStatCollector::appendPair(
 
 std::string ProcessStatCollector::diskList(const ProcessView& view, PairEntries entries)
 {
-    constexpr ListPair pair{
-        RequestKey::Disk, {"read", "write"}, {"r", "w"}, {ProcessFigure::diskRead, ProcessFigure::diskWrite}};
+    constexpr ListPair pair{RequestKey::Disk, {"read", "write"}, {R"(,"r":)", R"(,"w":)"},
+        {ProcessFigure::diskRead, ProcessFigure::diskWrite}};
     ranking_.sum(table(), view, pair.figures);
     const bool isKnown = ranking_.knows(0) || ranking_.knows(1);
     return closed(appendPair(pair, view, isKnown ? counts_.sharingProcessDiskActivityCount : 0, entries), pair.key);
@@ -166,8 +156,8 @@ std::string ProcessStatCollector::diskActivityProcesses2(const ProcessView& view
 
 std::string ProcessStatCollector::networkList(const ProcessView& view, const Dictionary& shares, PairEntries entries)
 {
-    constexpr ListPair pair{
-        RequestKey::Network, {"download", "upload"}, {"d", "u"}, {ProcessFigure::download, ProcessFigure::upload}};
+    constexpr ListPair pair{RequestKey::Network, {"download", "upload"}, {R"(,"d":)", R"(,"u":)"},
+        {ProcessFigure::download, ProcessFigure::upload}};
     ranking_.sum(table(), view, pair.figures);
     std::string json = appendPair(pair, view, counts_.sharingProcessNetworkCount, entries);
     for (const auto& [name, share] : shares.items()) {

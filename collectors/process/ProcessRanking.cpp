@@ -20,15 +20,17 @@ bool isShown(const ProcessStatCollectorItem& item, const ProcessView& view)
 
 void ProcessRanking::sum(const ProcessTable& table, const ProcessView& view, std::span<const ProcessFigure> figures)
 {
-    figures_.assign(figures.begin(), figures.end());
+    figureCount_ = std::min(figures.size(), figures_.size());
+    std::copy_n(figures.begin(), figureCount_, figures_.begin());
     rows_.clear();
+    rows_.reserve(table.processes.size() + table.ended.size());
     if (view.grouped) {
         rowByPlace_.assign(table.processes.size() + table.ended.size(), noRow);
     }
     for (ProcessStatCollectorItem* item : table.processes) {
         add(*item, view);
     }
-    if (figures_.front().ofEnded) {
+    if (figures_[0].ofEnded) {
         for (ProcessStatCollectorItem* item : table.ended) {
             add(*item, view);
         }
@@ -41,11 +43,10 @@ void ProcessRanking::add(ProcessStatCollectorItem& item, const ProcessView& view
         return;
     }
     Row& row = view.grouped ? rows_[rowOf(item, view)] : rows_.emplace_back(Row{.item = &item});
-    for (std::size_t i = 0; i < figures_.size(); ++i) {
-        if (const auto& value = item.figures.*figures_[i].value) {
-            row.totals[i] += *value;
-            row.known[i] = true;
-        }
+    for (std::size_t i = 0; i < figureCount_; ++i) {
+        const auto& value = item.figures.*figures_[i].value;
+        row.totals[i] += value.value_or(0);
+        row.known[i] |= value.has_value();
     }
 }
 
@@ -77,6 +78,7 @@ std::span<const ProcessRanking::Row* const> ProcessRanking::first(std::size_t fi
 {
     const auto lastActive = figures_[figure].lastActive;
     keys_.clear();
+    keys_.reserve(rows_.size());
     for (const Row& row : rows_) {
         const double total = row.known[figure] ? row.totals[figure] : -1;
         const double active = lastActive && total <= 0 ? row.item->activity.*lastActive : 0;

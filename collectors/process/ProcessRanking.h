@@ -57,7 +57,8 @@ private:
     void add(ProcessStatCollectorItem& item, const ProcessView& view);
     std::uint32_t rowOf(ProcessStatCollectorItem& item, const ProcessView& view);
 
-    std::vector<ProcessFigure> figures_;
+    std::array<ProcessFigure, 2> figures_ = {};
+    std::size_t figureCount_ = 0;
     std::vector<Row> rows_;
     std::vector<std::uint32_t> rowByPlace_; ///< that an item counts for, where groups are shown
     std::vector<Key> keys_;

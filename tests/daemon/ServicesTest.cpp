@@ -59,8 +59,7 @@ TEST_F(DaemonTest, FrameRatesThatTakeTwoLooksAreAnsweredAfterTheSecond)
 TEST_F(DaemonTest, WhereTheHostHidesProcessesClientsSeeTheirOwn)
 {
     for (const std::int32_t pid : {50, 51, 52}) { // theirs, root's again, theirs in a group
-        machine.processes().set(
-            {.pid = pid, .parentPid = pid == 50 ? 42 : 50, .present = ProcessFields::All, .name = "theirs"});
+        machine.processes().set(FakeProcessSource::process(pid, pid == 50 ? 42 : 50, "theirs"));
     }
     machine.visibility().owners = {{50, 1000}, {52, 1000}, {42, 1001}};
     start();

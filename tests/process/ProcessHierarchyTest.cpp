@@ -185,13 +185,9 @@ TEST_F(ProcessHierarchyTest, RankingsFollowTableViewAndFigureAlone)
             }
             source().rows.push_back(FakeProcessSource::process(1, 0, "launchd"));
             fresh.update();
-            std::unordered_set<std::int32_t> pids;
-            for (const std::uint8_t pid : someShown) {
-                pids.insert(pid);
-            }
-            const std::unordered_set<std::int32_t>* const everybody = nullptr;
+            const std::unordered_set<std::int32_t> pids(someShown.begin(), someShown.end());
             for (const ProcessView& view :
-                {ProcessView{true, everybody}, {true, &pids}, {false, everybody}, {false, &pids}}) {
+                {ProcessView{true, nullptr}, {true, &pids}, {false, nullptr}, {false, &pids}}) {
                 const auto sees = [&](const ProcessStatCollectorItem& each) {
                     return !view.shown || view.shown->contains(each.pid);
                 };

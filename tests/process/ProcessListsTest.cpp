@@ -125,8 +125,7 @@ TEST_F(ProcessListsTest, NamesPidsForClients)
     const auto info = [this](const Value& pids, bool mayShow = true) {
         return collector().infoForPids(pids, [&](std::int32_t pid) { return mayShow || pid == 11; }).dump();
     };
-    EXPECT_EQ(info(Value::array()), "[]");
-    EXPECT_EQ(info(Value({{"not", "an array"}})), "[]");
+    EXPECT_EQ(info(Value::array()) + info(Value({{"not", "an array"}})), "[][]");
     const Value asked = Value::parse(R"([12, 99, "10", 10.0, -1, 1e300, 18446744073709551615, null, [11], 11])");
     EXPECT_EQ(info(asked), R"([{"name":"tool","pid":12},{"name":"app","pid":10.0},{"name":"helper","pid":11}])");
     EXPECT_EQ(info(asked, false), R"([{"name":"helper","pid":11}])");

@@ -33,10 +33,8 @@ TEST_F(ProcessNamesTest, NameThatMayBeCutIsAskedForWhenShownAndOnce)
     EXPECT_FALSE(item(7).loadedName);
     EXPECT_TRUE(item(8).loadedName);
     EXPECT_EQ(source().pathLookups, 0);
-    for (int times = 0; times < 2; ++times) {
-        EXPECT_EQ(shownName(7), "a-desktop-portal-gtk");
-        EXPECT_EQ(shownName(8), "short");
-    }
+    EXPECT_EQ(shownName(7) + shownName(7), "a-desktop-portal-gtka-desktop-portal-gtk");
+    EXPECT_EQ(shownName(8), "short");
     EXPECT_TRUE(item(7).loadedName);
     EXPECT_EQ(source().pathLookups, 1);
 }
@@ -65,8 +63,7 @@ TEST_F(ProcessNamesTest, AProcessThatStartsAnotherProgramHasItsName)
     update();
     EXPECT_EQ(shownName(8), "a-desktop-portal-gtk");
     EXPECT_EQ(item(9).name, "tool") << "asked for at once";
-    EXPECT_EQ(item(10).name, "");
-    EXPECT_TRUE(item(10).loadedName);
+    EXPECT_TRUE(item(10).name.empty() && item(10).loadedName);
     set(7, cut_, "/usr/libexec/a-desktop-portal-gnome");
     set(8, "short");
     updateAfter(2);
@@ -139,7 +136,7 @@ TEST_F(ProcessNamesTest, BundlesAreAskedForOnceAProgram)
         return told;
     };
     EXPECT_EQ(bundles(), std::vector<std::string>({"/usr/bin/loader", ""}));
-    EXPECT_EQ(bundles().size(), 2U);
+    bundles();
     EXPECT_EQ(source().bundleLookups, 2);
     set(7, "game");
     source().bundles[7] = "game\xFF.desktop";
@@ -164,9 +161,8 @@ TEST_F(ProcessNamesTest, WebContentShowsItsPages)
     set(8, "other");
     update();
     EXPECT_EQ(shownName(7), "Safari Web Cont");
-    const std::vector<std::string> urls = {"https://www.example.org/a", "http://b.example"};
     for (const std::int32_t pid : {7, 8}) {
-        collector().processForPid(pid)->makeExtras().safariURLS = urls;
+        collector().processForPid(pid)->makeExtras().safariURLS = {"https://www.example.org/a", "http://b.example"};
     }
     EXPECT_EQ(shownName(7), "example.org/a, b.example");
     EXPECT_EQ(shownName(8), "other");

@@ -20,11 +20,8 @@ public:
     /// A live process of which every group of figures can be read.
     static ProcessRecord process(std::int32_t pid, std::int32_t parent = 1, std::string_view name = "worker")
     {
-        return {.pid = pid,
-            .parentPid = parent,
-            .present = ProcessFields::All,
-            .startIdentity = static_cast<std::uint64_t>(pid),
-            .name = name};
+        const auto identity = static_cast<std::uint64_t>(pid);
+        return {pid, parent, ProcessStatus::Alive, ProcessFields::All, identity, name};
     }
     /// What a process does between two passes.
     struct Work {
