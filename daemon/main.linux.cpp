@@ -31,9 +31,8 @@ std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<AsioRuntime>();
 
 std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices& choices)
 {
-    return makeLinuxHost(runtime,
-        {.readHiddenDisks = choices.readHiddenDisks,
-            .bpfProcesses = choices.processSource != "proc"});
+    return makeLinuxHost(
+        runtime, {.readHiddenDisks = choices.readHiddenDisks, .bpfProcesses = choices.processSource != "proc"});
 }
 
 Paths defaultPaths()

@@ -10,8 +10,7 @@
 namespace meridal {
 
 NetworkStatisticsStatCollector::NetworkStatisticsStatCollector(Context& context, ProcessStatCollector& processes)
-    : StatCollector(context, "NetworkStatisticsStatCollector")
-    , processes_(processes)
+    : StatCollector(context, "NetworkStatisticsStatCollector"), processes_(processes)
 {
 }
 

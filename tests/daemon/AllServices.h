@@ -1,6 +1,5 @@
 #pragma once
 
-#include "history/HistoryCatalogue.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "collectors/disks/SMARTStatCollector.h"
 #include "collectors/network/CoreWLanStatCollector.h"
@@ -20,6 +19,7 @@
 #include "daemon/UptimeService.h"
 #include "daemon/ZAVPowerManager.h"
 #include "database/HistoryDatabaseController.h"
+#include "history/HistoryCatalogue.h"
 #include "platform/PlatformController.h"
 #include "tests/support/FakeHost.h"
 

@@ -82,7 +82,7 @@ class LintTest(unittest.TestCase):
         self.assert_finds(
             {"ARCHITECTURE.md": drawn.replace("client --> wire", 'attic["attic"]\n    client --> wire & collectors')},
             ("ARCHITECTURE.md", "attic is drawn and no room"),
-            ("ARCHITECTURE.md", "differ on whether client sees collectors, database, platform, platform/host"),
+            ("ARCHITECTURE.md", "differ on whether client sees collectors, database, history, platform, platform/host"),
         )
 
     def test_own_headers_are_named_from_the_root(self):
