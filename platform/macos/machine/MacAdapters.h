@@ -3,6 +3,7 @@
 #include "platform/host/ClockSource.h"
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/Limitations.h"
+#include "platform/host/MachineCounters.h"
 #include "platform/host/MachineInfo.h"
 #include "platform/host/SelfUsage.h"
 #include "platform/host/UserRights.h"
@@ -17,6 +18,9 @@ std::unique_ptr<MachineInfo> makeMacMachineInfo();
 /// The kernel's state of the clock and its bound of the error. A clock that is set by hand keeps the state, but the
 /// bound grows by 500 µs for each second that the clock passes, or leaps.
 std::unique_ptr<ClockSource> makeMacClockSource();
+
+/// Mach's accounts of processors and memory, sysctl's of swap, and the statistics that drivers of block storage publish.
+std::unique_ptr<MachineCounters> makeMacMachineCounters();
 
 /// proc_pid_rusage and the descriptor list of this process.
 std::unique_ptr<SelfUsage> makeMacSelfUsage(double timeBase);
