@@ -2,6 +2,7 @@
 
 #include "platform/host/ClockSource.h"
 #include "platform/host/DisplayInfo.h"
+#include "platform/host/FileSystems.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineCounters.h"
 #include "platform/host/MachineInfo.h"
@@ -21,6 +22,9 @@ std::unique_ptr<ClockSource> makeMacClockSource();
 
 /// Mach's accounts of processors and memory, sysctl's of swap, and the statistics that drivers of block storage publish.
 std::unique_ptr<MachineCounters> makeMacMachineCounters();
+
+/// getfsstat, from what the kernel knows without asking a server.
+std::unique_ptr<FileSystems> makeMacFileSystems();
 
 /// proc_pid_rusage and the descriptor list of this process.
 std::unique_ptr<SelfUsage> makeMacSelfUsage(double timeBase);
