@@ -5,6 +5,7 @@
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
 #include "daemon/MRDXPCServerConnection.h"
+#include "daemon/MachineService.h"
 #include "daemon/NetworkService.h"
 #include "daemon/SensorService.h"
 #include "daemon/TrafficService.h"
@@ -84,6 +85,7 @@ void MeridalDaemon::start()
     saveBootTime();
     log.info("Starting network");
     updateNetwork();
+    services_.machine.start();
     log.info("Starting processes");
     processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
     update(); // so that the first client finds a table, and figures in the pass that its request causes

@@ -4,6 +4,7 @@ namespace meridal {
 
 class BatteryService;
 class DiskService;
+class MachineService;
 class NetworkService;
 class SensorService;
 class TrafficService;
@@ -17,6 +18,7 @@ struct Services {
     BatteryService& battery;
     DiskService& disks;
     NetworkService& network;
+    MachineService& machine;
     TrafficService& traffic;
 };
 

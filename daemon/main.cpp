@@ -18,6 +18,7 @@
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
 #include "daemon/HistoryQuestions.h"
+#include "daemon/MachineService.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/NetworkService.h"
@@ -176,12 +177,13 @@ int serve(Context& context, const Options& options)
         context, BatteryStatCollectorMac::sharedBatteryCollector(), ZAVPowerManager::sharedPowerManager());
     DiskService disks(SMARTStatCollector::sharedSMARTCollector());
     NetworkService network(context, NetworkStatCollectorMac::sharedNetworkCollector());
+    MachineService machine(context);
     TrafficService traffic(context,
         {TrafficCounterCollector::sharedTrafficCounterCollector(), PacketStatCollector::sharedPacketCollector(),
             NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
         trafficSourceFrom(options.traffic));
     MeridalDaemon daemon(context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(),
-        {uptime, sensors, battery, disks, network, traffic});
+        {uptime, sensors, battery, disks, network, machine, traffic});
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     if (const std::string_view method = context.host.processes->method(); !method.empty()) {
@@ -192,6 +194,7 @@ int serve(Context& context, const Options& options)
     history.addMethod(method::status, [&status](const Value&) { return status.build(); });
     uptime.addTo(history);
     disks.addTo(history, catalogue);
+    machine.addTo(history, catalogue);
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     sensors.addTo(history);

@@ -4,7 +4,9 @@
 #include "platform/host/Disks.h"
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/DistributedNotifications.h"
+#include "platform/host/FileSystems.h"
 #include "platform/host/Limitations.h"
+#include "platform/host/MachineCounters.h"
 #include "platform/host/MachineInfo.h"
 #include "platform/host/NetworkConfiguration.h"
 #include "platform/host/NetworkInterfaces.h"
@@ -32,6 +34,8 @@ struct Host {
     std::shared_ptr<Limitations> limitations = std::make_shared<Limitations>(); ///< outlives the seams that write it
     std::unique_ptr<MachineInfo> machine;
     std::unique_ptr<ClockSource> clockSource;
+    std::unique_ptr<MachineCounters> machineCounters;
+    std::unique_ptr<FileSystems> fileSystems;
     std::unique_ptr<ProcessSource> processes;
     std::unique_ptr<ProcessVisibility> processVisibility;
     std::unique_ptr<DisplayInfo> display;

@@ -1,11 +1,14 @@
 #include "platform/linux/LinuxHost.h"
 
+#include "base/ThreadedSlowWork.h"
 #include "platform/linux/disks/LinuxDisks.h"
 #include "platform/linux/kernel/BusNotifications.h"
 #include "platform/linux/kernel/RootFolder.h"
 #include "platform/linux/kernel/SystemBus.h"
 #include "platform/linux/machine/DrmDisplayInfo.h"
 #include "platform/linux/machine/LinuxClockSource.h"
+#include "platform/linux/machine/LinuxFileSystems.h"
+#include "platform/linux/machine/LinuxMachineCounters.h"
 #include "platform/linux/machine/LinuxMachineInfo.h"
 #include "platform/linux/machine/LinuxSelfUsage.h"
 #include "platform/linux/machine/LinuxUserRights.h"
@@ -57,6 +60,8 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     noteLimitations(options.root, *host->limitations);
     host->machine = std::make_unique<LinuxMachineInfo>(options.root);
     host->clockSource = std::make_unique<LinuxClockSource>();
+    host->machineCounters = std::make_unique<LinuxMachineCounters>(options.root);
+    host->fileSystems = std::make_unique<LinuxFileSystems>(options.root, std::make_unique<ThreadedSlowWork>());
     host->processes = makeProcessSource(options, host->limitations);
     host->processVisibility = std::make_unique<ProcVisibility>(options.root);
     host->display = std::make_unique<DrmDisplayInfo>(options.root);

@@ -39,6 +39,8 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     auto host = std::make_unique<Host>();
     host->machine = makeMacMachineInfo();
     host->clockSource = makeMacClockSource();
+    host->machineCounters = makeMacMachineCounters();
+    host->fileSystems = makeMacFileSystems();
     host->processes = makeLibprocProcessSource(host->machine->systemRelease(), *host->limitations);
     host->processVisibility = std::make_unique<OpenProcessTable>();
     host->display = makeWindowServerDisplayInfo(*host->limitations);

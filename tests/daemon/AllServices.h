@@ -12,6 +12,7 @@
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
+#include "daemon/MachineService.h"
 #include "daemon/NetworkService.h"
 #include "daemon/SensorService.h"
 #include "daemon/Services.h"
@@ -45,6 +46,7 @@ struct AllServices {
         , battery(context, batteries, power)
         , disks(*disksCollector)
         , network(context, interfaces)
+        , machine(context)
         , traffic(context, {counters, packets, statistics})
     {
     }
@@ -75,8 +77,9 @@ struct AllServices {
     BatteryService battery;
     DiskService disks;
     NetworkService network;
+    MachineService machine;
     TrafficService traffic;
-    Services services{uptime, sensors, battery, disks, network, traffic};
+    Services services{uptime, sensors, battery, disks, network, machine, traffic};
 };
 
 } // namespace meridal::test

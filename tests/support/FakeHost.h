@@ -6,6 +6,7 @@
 #include "platform/host/Host.h"
 #include "tests/support/FakeCapture.h"
 #include "tests/support/FakeDisks.h"
+#include "tests/support/FakeMachineCounters.h"
 #include "tests/support/FakeProcesses.h"
 #include "tests/support/FakeSensors.h"
 #include "tests/support/TemporaryTree.h"
@@ -251,6 +252,8 @@ struct FakeMachine {
         host.processVisibility = std::make_unique<FakeProcessVisibility>();
         host.machine = std::make_unique<FakeMachineInfo>();
         host.clockSource = std::make_unique<FakeClockSource>();
+        host.machineCounters = std::make_unique<FakeMachineCounters>();
+        host.fileSystems = std::make_unique<FakeFileSystems>();
         host.display = std::make_unique<FakeDisplayInfo>();
         host.distributedNotifications = std::make_unique<FakeDistributedNotifications>();
         host.selfUsage = std::make_unique<FakeSelfUsage>();
@@ -271,6 +274,8 @@ struct FakeMachine {
 
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
     FakeProcessVisibility& visibility() { return static_cast<FakeProcessVisibility&>(*host.processVisibility); }
+    FakeMachineCounters& counters() { return static_cast<FakeMachineCounters&>(*host.machineCounters); }
+    FakeFileSystems& fileSystems() { return static_cast<FakeFileSystems&>(*host.fileSystems); }
     FakeClockSource& clockSource() { return static_cast<FakeClockSource&>(*host.clockSource); }
     FakeMachineInfo& machine() { return static_cast<FakeMachineInfo&>(*host.machine); }
     FakeDisplayInfo& display() { return static_cast<FakeDisplayInfo&>(*host.display); }
