@@ -86,8 +86,7 @@ SwapRates swapRates(const Timed<MemoryReading>& before, const Timed<MemoryReadin
 {
     const double seconds = now.time - before.time;
     return {.inBytes = perSecond(before.reading.swappedIn, now.reading.swappedIn, seconds),
-        .outBytes = perSecond(before.reading.swappedOut, now.reading.swappedOut, seconds),
-        .outOfMemoryKills = moved(before.reading.outOfMemoryKills, now.reading.outOfMemoryKills)};
+        .outBytes = perSecond(before.reading.swappedOut, now.reading.swappedOut, seconds)};
 }
 
 StallShares stallShares(const std::optional<Stall>& before, const std::optional<Stall>& now, double seconds)

@@ -42,7 +42,6 @@ ProcessorRates processorRates(const Timed<ProcessorReading>& before, const Timed
 struct SwapRates {
     std::optional<double> inBytes = {}; ///< a second
     std::optional<double> outBytes = {};
-    std::optional<std::uint64_t> outOfMemoryKills = {}; ///< since the reading before
 };
 SwapRates swapRates(const Timed<MemoryReading>& before, const Timed<MemoryReading>& now);
 

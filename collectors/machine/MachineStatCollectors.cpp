@@ -48,7 +48,6 @@ constexpr std::array memoryColumns = {
     "used", "available", "free", "buffers", "cached", "shared", "slab", "dirty", "writeback", "compressed", "wired"};
 constexpr std::array swapColumns = {"swapused"};
 constexpr std::array pagingColumns = {"swapin", "swapout"};
-constexpr std::array killColumns = {"oomkills"};
 constexpr std::array pressureColumns = {"cpusome", "memorysome", "memoryfull", "iosome", "iofull"};
 constexpr std::array byteColumns = {"readbytes", "writtenbytes"};
 constexpr std::array requestColumns = {"reads", "writes"};
@@ -197,7 +196,7 @@ void ProcessorStatCollector::addTo(HistoryCatalogue& catalogue)
 
 MemoryStatCollector::MemoryStatCollector(Context& context)
     : MachineStatCollector(
-        context, "memory", columnsOf({memoryColumns, swapColumns, pagingColumns, killColumns}), StorageType::Collector)
+        context, "memory", columnsOf({memoryColumns, swapColumns, pagingColumns}), StorageType::Collector)
 {
 }
 
@@ -211,8 +210,7 @@ void MemoryStatCollector::read(double monotonicTime)
     const auto before = std::exchange(latest_, Timed<MemoryReading>{*reading, monotonicTime});
     rates_ = before ? swapRates(*before, *latest_) : SwapRates();
     const auto memory = figuresOf(*reading);
-    const std::array<Figure, 4> others = {
-        figureOf(reading->swapUsed), rates_.inBytes, rates_.outBytes, figureOf(rates_.outOfMemoryKills)};
+    const std::array<Figure, 3> others = {figureOf(reading->swapUsed), rates_.inBytes, rates_.outBytes};
     std::array<Figure, memory.size() + others.size()> figures;
     std::copy(others.begin(), others.end(), std::copy(memory.begin(), memory.end(), figures.begin()));
     note(figures);
@@ -244,7 +242,6 @@ void MemoryStatCollector::addTo(HistoryCatalogue& catalogue)
     offer(catalogue, "memory", "Memory", "B", columnsOf({memoryColumns}));
     offer(catalogue, "swap", "Swap", "B", columnsOf({swapColumns}));
     offer(catalogue, "paging", "Paging", "B/s", columnsOf({pagingColumns}));
-    offer(catalogue, "oomkills", "Killed for want of memory", "", columnsOf({killColumns}));
 }
 
 // Pressure

@@ -41,11 +41,10 @@ TEST(ProcessorShares, AddUpToAHundredWhateverTheMachineTells)
 
 TEST(MachineRates, CountersThatRestartOrAreAnothersGiveNoFigure)
 {
-    const Timed<MemoryReading> before{{.swappedIn = 4096, .swappedOut = 8192, .outOfMemoryKills = 2}, 100};
-    const SwapRates rates = swapRates(before, {{.swappedIn = 0, .swappedOut = 16384, .outOfMemoryKills = 5}, 104});
+    const Timed<MemoryReading> before{{.swappedIn = 4096, .swappedOut = 8192}, 100};
+    const SwapRates rates = swapRates(before, {{.swappedIn = 0, .swappedOut = 16384}, 104});
     EXPECT_EQ(rates.inBytes, std::nullopt);
     EXPECT_EQ(rates.outBytes, 2048);
-    EXPECT_EQ(rates.outOfMemoryKills, 3U);
     EXPECT_EQ(swapRates(before, {before.reading, 100}).outBytes, std::nullopt) << "no time passed";
 
     const BlockDeviceRecord disk{
