@@ -5,7 +5,9 @@
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <utility>
 
 namespace meridal {
@@ -19,13 +21,19 @@ Figure figureOf(const std::optional<std::uint64_t>& count)
     return count ? Figure(static_cast<double>(*count)) : std::nullopt;
 }
 
+double rounded(double figure)
+{
+    constexpr double digits = 1e4; // what a quotient has beyond them is noise
+    return std::round(figure * digits) / digits;
+}
+
 /// {"user": 12.5, ...} of columns and their figures; those that are absent are left out.
 Value namedFigures(std::span<const char* const> names, std::span<const Figure> figures)
 {
     Value named = Value::object();
     for (std::size_t at = 0; at < names.size(); ++at) {
         if (figures[at]) {
-            named[names[at]] = *figures[at];
+            named[names[at]] = rounded(*figures[at]);
         }
     }
     return named;
@@ -161,7 +169,7 @@ Value ProcessorStatCollector::state() const
     const ProcessorReading& reading = latest_->reading;
     Value state = namedFigures(shareColumns, figuresOf(shares_));
     if (shares_) {
-        state["busy"] = shares_->busy();
+        state["busy"] = rounded(shares_->busy());
     }
     const std::array<Figure, 3> loads = {reading.load1Minute, reading.load5Minutes, reading.load15Minutes};
     const std::array<Figure, 2> tasks = {figureOf(reading.runnableTasks), figureOf(reading.blockedTasks)};
@@ -173,7 +181,7 @@ Value ProcessorStatCollector::state() const
     for (const ProcessorRecord& processor : reading.each) {
         Value one = {{"number", processor.number}};
         if (const auto shares = each_.find(processor.number); shares != each_.end()) {
-            one["busy"] = shares->second.busy();
+            one["busy"] = rounded(shares->second.busy());
         }
         if (processor.frequencyHz) {
             one["frequency"] = *processor.frequencyHz;

@@ -27,8 +27,8 @@ struct ProcessorRecord {
 };
 
 struct ProcessorReading {
-    ProcessorTimes all;
-    std::vector<ProcessorRecord> each; ///< by number
+    ProcessorTimes all = {};
+    std::vector<ProcessorRecord> each = {}; ///< by number
     // Means of the runnable and blocked over time
     std::optional<double> load1Minute = {};
     std::optional<double> load5Minutes = {};

@@ -28,8 +28,8 @@ namespace meridal::test {
 
 /// Every service as main makes it, on a fake machine and real files.
 struct AllServices {
-    AllServices(FakeMachine& machine, ProcessStatCollector& processes, ZAVPowerManager& power)
-        : context(machine.context)
+    AllServices(FakeMachine& fake, ProcessStatCollector& processes, ZAVPowerManager& power)
+        : context(fake.context)
         , databases(context)
         , uptimeCollector((context.databases = &databases, context), databases)
         , batteries(context)
@@ -46,7 +46,7 @@ struct AllServices {
         , battery(context, batteries, power)
         , disks(*disksCollector)
         , network(context, interfaces)
-        , machine(context)
+        , figures(context)
         , traffic(context, {counters, packets, statistics})
     {
     }
@@ -77,9 +77,9 @@ struct AllServices {
     BatteryService battery;
     DiskService disks;
     NetworkService network;
-    MachineService machine;
+    MachineService figures;
     TrafficService traffic;
-    Services services{uptime, sensors, battery, disks, network, machine, traffic};
+    Services services{uptime, sensors, battery, disks, network, figures, traffic};
 };
 
 } // namespace meridal::test

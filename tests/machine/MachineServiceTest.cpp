@@ -92,7 +92,7 @@ TEST_F(MachineServiceTest, TheStateIsASecondOldAtMostAndSaysWhatIsAbsent)
     EXPECT_FALSE(state["memory"].contains("buffers"));
     ASSERT_EQ(state["disks"].size(), 1U) << "whole ones";
     EXPECT_EQ(state["disks"][0]["reads"], 10);
-    EXPECT_FALSE(state["disks"][0].contains("readtime")) << "nobody timed them";
+    EXPECT_FALSE(state["disks"][0].contains("writetime")) << "none was written";
     EXPECT_EQ(state["fileSystems"][0]["available"], 3);
     EXPECT_FALSE(state["fileSystems"][1].contains("total")) << "it does not answer";
     machine.counters().processor.reset();
