@@ -194,7 +194,7 @@ Value ProcessorStatCollector::state() const
 
 void ProcessorStatCollector::addTo(HistoryCatalogue& catalogue)
 {
-    offer(catalogue, "cpu", "Processors", "%", columnsOf({shareColumns}));
+    offer(catalogue, "processors", "CPU use", "%", columnsOf({shareColumns}));
     offer(catalogue, "load", "Load", "", columnsOf({loadColumns}));
     offer(catalogue, "tasks", "Tasks", "", columnsOf({taskColumns}));
     offer(catalogue, "kernel", "Kernel events", "1/s", columnsOf({rateColumns}));

@@ -110,19 +110,19 @@ TEST_F(MachineServiceTest, FiguresAreRecordedWhoeverAsksAndSurviveTheDaemon)
         machine.runtime.advance(0.1);
         return answer["samples"];
     };
-    ASSERT_GE(samples("cpu").size(), 18U);
-    EXPECT_EQ(samples("cpu").back()["values"][0], 50) << "user";
-    EXPECT_EQ(samples("cpu").back()["values"][6], nullptr) << "steal is not told here";
+    ASSERT_GE(samples("processors").size(), 18U);
+    EXPECT_EQ(samples("processors").back()["values"][0], 50) << "user";
+    EXPECT_EQ(samples("processors").back()["values"][6], nullptr) << "steal is not told here";
     EXPECT_EQ(samples("load").back()["values"][0], 1.5);
     EXPECT_EQ(samples("kernel").back()["values"][0], 500);
     EXPECT_EQ(samples("memory").back()["values"][0], 600);
     EXPECT_EQ(samples("requests/sda").back()["values"][0], 10);
     EXPECT_EQ(ask("history.samples", {{"series", "requests/sda1"}}), "there is no such series; see history.series");
     EXPECT_TRUE(samples("pressure").empty()) << "a system without that account";
-    const auto recorded = samples("cpu").size();
+    const auto recorded = samples("processors").size();
     machine.runtime.advance(31);
     start();
-    EXPECT_GE(samples("cpu").size(), recorded);
+    EXPECT_GE(samples("processors").size(), recorded);
 }
 
 TEST_F(MachineServiceTest, ItIsReadEverySecondOnlyWhileSomebodyAsks)
