@@ -55,9 +55,10 @@ class SensorsTest(running.DaemonTest):
     def test_a_machine_without_sensors_says_so(self):
         with self.serving() as (_, client):
             for words, shown in (("sensors", "no sensors on this machine"), ("sensors --json", '{"sensors":[]}'),
-                                 ("fans", "no fans on this machine"), ("sensors --watch", "no sensors on this machine"),
-                                 ("history anything", "nothing is recorded yet")):
+                                 ("fans", "no fans on this machine"), ("sensors --watch", "no sensors on this machine")):
                 self.assertEqual(self.ctl(*words.split()), shown + "\n")
+            self.assertIn("nothing recorded is called", self.ctl("history", "anything", status=1))
+            self.assertIn("CPU use, last hour", self.ctl("history", "processors"), "the machine's own figures are there")
             self.assertEqual(client.call("supportedSensors:reply:", [{"key": "TC0P"}]), {"sensors": [], "fans": []})
 
     def check_power(self, key):
