@@ -7,8 +7,8 @@ namespace meridal {
 
 namespace {
 
-constexpr std::size_t firstSize = 4096;
-constexpr std::size_t maximumSize = 1 << 20;
+constexpr std::size_t atOnce = 4096;
+constexpr std::size_t mostBytes = 1 << 20;
 
 } // namespace
 
@@ -27,9 +27,9 @@ std::optional<std::string_view> KeptFile::read()
 bool KeptFile::readOpened()
 {
     size_ = 0;
-    while (size_ < maximumSize) {
-        if (text_.size() - size_ < firstSize) {
-            text_.resize(size_ + firstSize);
+    while (size_ < mostBytes) {
+        if (text_.size() - size_ < atOnce) {
+            text_.resize(size_ + atOnce);
         }
         const ssize_t got = ::pread(file_.get(), text_.data() + size_, text_.size() - size_, static_cast<off_t>(size_));
         if (got < 0) {

@@ -46,11 +46,11 @@ std::optional<Number> takeNumber(std::string_view& line)
 }
 
 /// As many numbers as the line has and there is room for.
-template <std::size_t most>
-std::size_t takeNumbers(std::string_view line, std::array<std::uint64_t, most>& numbers)
+template <std::size_t Most>
+std::size_t takeNumbers(std::string_view line, std::array<std::uint64_t, Most>& numbers)
 {
     std::size_t count = 0;
-    while (count < most) {
+    while (count < Most) {
         const auto number = takeNumber<std::uint64_t>(line);
         if (!number) {
             break;
