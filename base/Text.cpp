@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <locale.h>
+#include <locale> // on macOS newlocale and uselocale come with it alone
 #include <wchar.h>
 
 namespace meridal {
@@ -80,6 +81,17 @@ std::string validUtf8(std::string_view bytes)
     result.reserve(bytes.size());
     forEachPoint(
         bytes, [&](const Decoded& decoded, std::string_view raw) { result += decoded.length ? raw : replacement; });
+    return result;
+}
+
+std::string lowercase(std::string_view text)
+{
+    std::string result(text);
+    for (char& letter : result) {
+        if (letter >= 'A' && letter <= 'Z') {
+            letter = static_cast<char>(letter - 'A' + 'a');
+        }
+    }
     return result;
 }
 

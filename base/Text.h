@@ -16,6 +16,9 @@ std::string printable(std::string_view bytes);
 /// Terminal columns of valid UTF-8 text: wide characters count two, combining marks none.
 int displayWidth(std::string_view text);
 
+/// ASCII letters small, all else as it is, whatever the locale says.
+std::string lowercase(std::string_view text);
+
 /// "%.2f" and "%.0f" whatever the locale says. Not-finite figures become 0.
 std::string fixed2(double value);
 std::string fixed0(double value);

@@ -7,8 +7,8 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "platform/linux/traffic/DiagSocketOwners.h"
 #include "platform/linux/traffic/LinuxTraffic.h"
-#include "tests/process/FrameBytes.h"
 #include "tests/support/FakeHost.h"
+#include "tests/support/FrameBytes.h"
 #include "tests/support/VirtualRuntime.h"
 
 #include <benchmark/benchmark.h>

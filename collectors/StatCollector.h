@@ -54,10 +54,8 @@ public:
     bool stopped() const { return stopped_; }
     void setStopped(bool stopped) { stopped_ = stopped; }
     /// Items came, went or changed places since a subclass last looked.
-    bool childrenChanged() const { return childrenChanged_; }
     void setChildrenChanged(bool changed) { childrenChanged_ = changed; }
     /// Whether turns of the clock are turns of the history, too.
-    bool automaticSampleUpdates() const { return automaticSampleUpdates_; }
     void setAutomaticSampleUpdates(bool automatic) { automaticSampleUpdates_ = automatic; }
     /// What a subclass calls when a measurement is finished: tells the delegates.
     const Updater& updaterFinishBlock() const { return updaterFinishBlock_; }
@@ -110,6 +108,8 @@ public:
     virtual void cleanup();
 
     // Of the interface, and called by nothing here
+    bool childrenChanged() const { return childrenChanged_; }
+    bool automaticSampleUpdates() const { return automaticSampleUpdates_; }
     std::int64_t session() const { return session_; } ///< when it was made, whole seconds since 1970
     std::int64_t updateSequence() const { return updateSequence_; }
     bool temporary() const { return temporary_; }

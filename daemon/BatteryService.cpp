@@ -3,6 +3,7 @@
 #include "base/Runtime.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/Parameters.h"
 #include "daemon/ZAVPowerManager.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
@@ -20,84 +21,27 @@ namespace {
 constexpr std::array<std::pair<std::string_view, BatteryFigure>, 3> figures = {
     {{"health", BatteryFigure::Health}, {"cycles", BatteryFigure::Cycles}, {"source", BatteryFigure::Source}}};
 
-Unexpected invalid(std::string message) { return unexpected(ErrorCode::InvalidArgument, std::move(message)); }
-
-bool isGiven(const Value& parameters, std::string_view name)
+BatteryFigure figureFrom(Parameters& parameters)
 {
-    const Value* entry = find(parameters, name);
-    return entry && !entry->is_null();
-}
-
-Result<BatteryFigure> figureFrom(const Value& parameters)
-{
-    if (!isGiven(parameters, "figure")) {
-        return BatteryFigure::Health;
-    }
-    const auto given = text(parameters, "figure");
+    const std::string word = parameters.text("figure").value_or("health");
     for (const auto& [name, figure] : figures) {
-        if (given == name) {
+        if (word == name) {
             return figure;
         }
     }
-    return invalid(R"("figure" must be "health", "cycles" or "source")");
+    parameters.refuse(R"("figure" must be "health", "cycles" or "source")");
+    return BatteryFigure::Health;
 }
 
-/// A moment among the parameters; a failure when there is something else in its place.
-Result<std::optional<double>> moment(const Value& parameters, const std::string& name)
+BatteryQuestion questionFrom(Parameters& parameters)
 {
-    const auto figure = number(parameters, name);
-    if (isGiven(parameters, name) && !figure) {
-        return invalid("\"" + name + "\" must be a number, in seconds since 1970");
-    }
-    return figure;
-}
-
-/// The part of the question that is whole numbers and text.
-Result<void> readPlace(const Value& parameters, BatteryQuestion& question)
-{
-    question.key = text(parameters, "key");
-    if (isGiven(parameters, "key") && !question.key) {
-        return invalid("\"key\" must be text");
-    }
-    question.before = integer(parameters, "before");
-    if (isGiven(parameters, "before") && !question.before) {
-        return invalid("\"before\" must be a whole number, the \"row\" of the last one of the page before");
-    }
-    if (isGiven(parameters, "limit")) {
-        const auto count = integer(parameters, "limit");
-        if (!count || *count < 1 || *count > static_cast<std::int64_t>(BatteryService::longestPage)) {
-            return invalid("\"limit\" must be a whole number from 1 to 500");
-        }
-        question.limit = static_cast<std::size_t>(*count);
-    }
-    return {};
-}
-
-Result<BatteryQuestion> questionFrom(const Value& given)
-{
-    const Value& parameters = given.is_array() && given.size() == 1 ? given[0] : given;
-    const bool none = parameters.is_null() || (parameters.is_array() && parameters.empty());
-    if (!none && !parameters.is_object()) {
-        return invalid(R"(expected an object with "figure", "key", "from", "until", "before" and "limit")");
-    }
-    const auto figure = figureFrom(parameters);
-    if (!figure) {
-        return Unexpected{figure.error()};
-    }
     BatteryQuestion question;
-    question.figure = *figure;
-    if (const auto done = readPlace(parameters, question); !done) {
-        return Unexpected{done.error()};
-    }
-    const auto from = moment(parameters, "from");
-    const auto until = moment(parameters, "until");
-    for (const auto* each : {&from, &until}) {
-        if (!*each) {
-            return Unexpected{each->error()};
-        }
-    }
-    question.from = *from;
-    question.until = *until;
+    question.figure = figureFrom(parameters);
+    question.key = parameters.text("key");
+    question.from = parameters.moment("from");
+    question.until = parameters.moment("until");
+    question.before = parameters.wholeNumber("before");
+    question.limit = parameters.limit(question.limit, BatteryService::longestPage);
     return question;
 }
 
@@ -173,7 +117,7 @@ void BatteryService::updateForClient()
 void BatteryService::state(const Value& parameters, std::function<void(Result<Value>)> reply)
 {
     if (!parameters.is_null() && !parameters.empty()) {
-        return reply(invalid("takes no parameters"));
+        return reply(unexpected(ErrorCode::InvalidArgument, "takes no parameters"));
     }
     updateForClient();
     // A source that answers something new tells its observers, so that the collector has it by then.
@@ -200,14 +144,15 @@ Value BatteryService::describeAll() const
     return answer;
 }
 
-void BatteryService::history(const Value& parameters, std::function<void(Result<Value>)> reply)
+void BatteryService::history(const Value& given, std::function<void(Result<Value>)> reply)
 {
-    const auto question = questionFrom(parameters);
-    if (!question) {
-        return reply(Unexpected{question.error()});
+    Parameters parameters(given);
+    const BatteryQuestion question = questionFrom(parameters);
+    if (!parameters.valid()) {
+        return reply(parameters.failure());
     }
     collector_.readHistory(
-        *question, [figure = question->figure, reply = std::move(reply)](const std::optional<BatteryAnswer>& answer) {
+        question, [figure = question.figure, reply = std::move(reply)](const std::optional<BatteryAnswer>& answer) {
             reply(answerFrom(figure, answer));
         });
 }

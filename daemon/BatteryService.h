@@ -16,8 +16,8 @@ class BatteryStatCollectorMac;
 class MeridalHistory;
 class ZAVPowerManager;
 
-/// Batteries: the collector's steps at the start and at each change of the power source, and the clients' questions. Nothing is read on a schedule: between two changes only a client that asks causes
-/// a reading. Main queue only.
+/// Batteries: the collector's steps at the start and at each change of the power source, and the clients' questions. Nothing is read
+/// on a schedule: between two changes only a client that asks causes a reading. Main queue only.
 class BatteryService {
 public:
     BatteryService(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power);

@@ -60,12 +60,6 @@ DiskService::DiskService(SMARTStatCollector& collector) : collector_(collector)
     collector_.setLoadAllAttributes(true);
 }
 
-void DiskService::setWanted(std::function<bool()> wanted)
-{
-    wanted_ = wanted;
-    collector_.setWanted(std::move(wanted));
-}
-
 void DiskService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
 {
     methods.addAsyncMethod(
@@ -84,7 +78,7 @@ void DiskService::list(const Value& parameters, std::function<void(Result<Value>
     }
     Task finish = [this, question = *question, reply = std::move(reply)] { reply(answer(collector_, question)); };
     // The pages after the first belong to what the first one showed.
-    if (!question->after && wanted_ && wanted_()) {
+    if (!question->after && collector_.isWanted()) {
         collector_.updateStatsIfDue(std::move(finish));
     } else {
         finish();

@@ -3,13 +3,13 @@
 #include "base/Result.h"
 #include "base/Value.h"
 #include "collectors/disks/SMARTStatCollector.h"
-#include "history/HistoryCatalogue.h"
 
 #include <functional>
-#include <vector>
+#include <utility>
 
 namespace meridal {
 
+class HistoryCatalogue;
 class MeridalHistory;
 
 /// Disks: the readings behind keys 32 and 64, the record, and the clients' question. Main queue only.
@@ -31,7 +31,7 @@ public:
     /// Adds the method below, and the history of temperatures ("disks") and wear ("wear"). It must outlive both.
     void addTo(MeridalHistory& methods, HistoryCatalogue& catalogue);
     /// Whether a client holds a key of disks, which has disks read more often than the record does.
-    void setWanted(std::function<bool()> wanted);
+    void setWanted(std::function<bool()> wanted) { collector_.setWanted(std::move(wanted)); }
     /// Disks are recorded from now on, whether a client asks or not.
     void keepRecord() { collector_.keepRecord(); }
 
@@ -44,7 +44,6 @@ public:
 
 private:
     SMARTStatCollector& collector_;
-    std::function<bool()> wanted_;
 };
 
 } // namespace meridal

@@ -6,7 +6,6 @@
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
 
-#include <array>
 #include <utility>
 
 namespace meridal {
@@ -38,8 +37,6 @@ MachineService::MachineService(Context& context)
 {
 }
 
-MachineService::~MachineService() = default;
-
 void MachineService::start()
 {
     read();
@@ -64,8 +61,7 @@ void MachineService::schedule()
 void MachineService::read()
 {
     lastRead_ = context_.runtime.monotonicTime();
-    for (MachineStatCollector* each :
-        std::initializer_list<MachineStatCollector*>{&processors_, &memory_, &pressure_, &blockDevices_}) {
+    for (MachineStatCollector* each : collectors_) {
         each->updateStats();
         each->updateHistory();
     }
@@ -80,26 +76,30 @@ Result<Value> MachineService::state(const Value& given)
     lastAsked_ = now;
     if (!lastRead_ || now - *lastRead_ >= askedInterval) {
         read();
+        interval_ =
+            0; // the timer's next reading comes a whole interval after this one, or rates would be of milliseconds
+    }
+    if (!lastListed_ || now - *lastListed_ >= askedInterval) {
+        lastListed_ = now;
+        listFileSystems();
     }
     schedule();
     return Value{{"time", context_.runtime.wallTime()}, {"cpu", processors_.state()}, {"memory", memory_.state()},
-        {"pressure", pressure_.state()}, {"disks", blockDevices_.state()}, {"fileSystems", fileSystems()}};
+        {"pressure", pressure_.state()}, {"disks", blockDevices_.state()}, {"fileSystems", fileSystems_}};
 }
 
-Value MachineService::fileSystems() const
+void MachineService::listFileSystems()
 {
-    Value systems = Value::array();
+    fileSystems_ = Value::array();
     for (const FileSystemRecord& record : context_.host.fileSystems->read()) {
-        systems.push_back(describe(record));
+        fileSystems_.push_back(describe(record));
     }
-    return systems;
 }
 
 void MachineService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
 {
     methods.addMethod(method::machineState, [this](const Value& parameters) { return state(parameters); });
-    for (MachineStatCollector* each :
-        std::initializer_list<MachineStatCollector*>{&processors_, &memory_, &pressure_, &blockDevices_}) {
+    for (MachineStatCollector* each : collectors_) {
         each->addTo(catalogue);
     }
 }

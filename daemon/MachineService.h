@@ -3,8 +3,12 @@
 #include "base/Result.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
-#include "collectors/machine/MachineStatCollectors.h"
+#include "collectors/machine/BlockDeviceStatCollector.h"
+#include "collectors/machine/MemoryStatCollector.h"
+#include "collectors/machine/PressureStatCollector.h"
+#include "collectors/machine/ProcessorStatCollector.h"
 
+#include <array>
 #include <memory>
 #include <optional>
 
@@ -19,7 +23,6 @@ struct Context;
 class MachineService {
 public:
     explicit MachineService(Context& context);
-    ~MachineService();
 
     /// Reads for the first time, and from then on.
     void start();
@@ -36,17 +39,21 @@ public:
 private:
     void read();
     void schedule();
-    Value fileSystems() const;
+    void listFileSystems();
 
     Context& context_;
     ProcessorStatCollector processors_;
     MemoryStatCollector memory_;
     PressureStatCollector pressure_;
     BlockDeviceStatCollector blockDevices_;
+    const std::array<MachineStatCollector*, 4> collectors_ = {&processors_, &memory_, &pressure_, &blockDevices_};
+    Value fileSystems_ = Value::array();
     std::unique_ptr<Timer> timer_;
-    double interval_ = 0;             ///< of the timer, s
-    std::optional<double> lastRead_;  ///< monotonic s
-    std::optional<double> lastAsked_; ///< monotonic s
+    double interval_ = 0; ///< of the timer, s
+    // Monotonic s
+    std::optional<double> lastRead_;
+    std::optional<double> lastAsked_;
+    std::optional<double> lastListed_; ///< of the file systems, which only a question has listed
 };
 
 } // namespace meridal

@@ -248,7 +248,11 @@ void MeridalDaemon::updateNetwork()
 
 void MeridalDaemon::startMonitoringNetworkActivity() { services_.traffic.start(); }
 
-void MeridalDaemon::stopMonitoringNetworkActivity() { services_.traffic.stop(); }
+void MeridalDaemon::stopMonitoringNetworkActivity()
+{
+    services_.traffic.stop();
+    processes_.clearBandwidth(); // of an interval that is over
+}
 
 // Disks
 

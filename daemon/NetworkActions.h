@@ -14,8 +14,8 @@ namespace meridal {
 class Queue;
 
 /// The three things a client may change on this machine. Only root, its administrators and the user who sits at it may;
-/// every attempt is logged with its uid and with what it was about. They run one at a time on a queue of their own, because directory services
-/// and network managers take their time. Any thread may call.
+/// every attempt is logged with its uid and with what it was about. They run one at a time on a queue of
+/// their own, because directory services and network managers take their time. Any thread may call.
 class NetworkActions {
 public:
     using Done = std::function<void(Result<void>)>;

@@ -53,9 +53,8 @@ struct Range {
 };
 
 /// The limits that somebody has set, of which one may be missing; else what has been seen.
-Range rangeOf(const SensorsStatCollectorMac& collector, const Item& item)
+Range rangeOf(const SensorRecord* record, const Item& item)
 {
-    const SensorRecord* record = collector.recordForKey(item.key().value_or(""));
     const SensorLimits limits = record ? record->limits : SensorLimits();
     if (limits.low || limits.high || limits.critical) {
         return {.low = limits.low, .high = limits.high ? limits.high : limits.critical, .isFixed = true};
@@ -76,8 +75,8 @@ Value describe(const SensorsStatCollectorMac& collector, const Item& item, Power
     };
     const auto ifKnown = [](double value, bool isKnown) { return isKnown ? std::optional(value) : std::nullopt; };
     const std::int64_t kind = collector.kindOf(item);
-    const Range range = rangeOf(collector, item);
     const SensorRecord* record = collector.recordForKey(item.key().value_or(""));
+    const Range range = rangeOf(record, item);
     const std::string_view alarm = sensorAlarmName(collector.alarmOf(item));
     return {{"key", item.key().value_or("")}, {"chip", chipOf(collector, item)}, {"name", collector.nameOf(item)},
         {"kind", sensorKindName(kind)}, {"unit", sensorUnit(kind)},

@@ -14,7 +14,8 @@ class MeridalHistory;
 struct Context;
 struct Peer;
 
-/// Sensors and fans: the clients' four requests about them, their question "sensors.list", and the history. The collector is made at the start: the record needs nobody who asks. Main queue only.
+/// Sensors and fans: the clients' four requests about them, their question "sensors.list", and the history. The collector is
+/// made right after the start: the record needs nobody who asks. Main queue only.
 class SensorService {
 public:
     using MakeCollector = std::function<SensorsStatCollectorMac&()>;

@@ -6,6 +6,7 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Runtime.h"
+#include "base/Text.h"
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "collectors/disks/SMARTStatCollector.h"
 #include "collectors/network/NetworkStatCollectorMac.h"
@@ -37,8 +38,6 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -60,9 +59,7 @@ struct Options {
 
 bool mentionsDevelopmentTool(std::string_view argument)
 {
-    std::string lower(argument);
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-    return lower.find("xcode") != std::string::npos;
+    return lowercase(argument).find("xcode") != std::string::npos;
 }
 
 /// The options, or the status to exit with.

@@ -3,6 +3,7 @@
 #include "base/LocalTime.h"
 #include "base/Log.h"
 #include "base/Runtime.h"
+#include "base/Text.h"
 #include "database/FileObstacle.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
@@ -11,7 +12,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <system_error>
 #include <tuple>
 #include <utility>
@@ -45,9 +45,7 @@ std::vector<std::tuple<std::string, std::string, double>> columnsOf(
     };
     static_cast<void>(
         database.forEachRow(fmt::format("PRAGMA table_info(\"{}\")", table), {}, [&](std::span<const SqlValue> row) {
-            std::string type = text(row[2]); // SQLite keeps it as written
-            std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
-            columns.emplace_back(text(row[1]), std::move(type), sqlNumber(row[5]));
+            columns.emplace_back(text(row[1]), lowercase(text(row[2])), sqlNumber(row[5])); // types are as written
         }));
     return columns;
 }

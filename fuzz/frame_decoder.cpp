@@ -19,8 +19,8 @@ public:
 
 } // namespace
 
-/// The first byte names the link type or the header of a Mac's tap, the second how much longer the frame was on the wire. However it reads, no figure
-/// is above the frame's length, and what is counted comes out again.
+/// The first byte names the link type or the header of a Mac's tap, the second how much longer the frame was on the
+/// wire. However it reads, no figure is above the frame's length, and what is counted comes out again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     if (size < 2) {

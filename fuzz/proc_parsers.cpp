@@ -1,6 +1,8 @@
 // The first byte chooses the parser, the rest is the file.
 
 #include "platform/linux/kernel/ProcParsers.h"
+#include "platform/linux/machine/MachineParsers.h"
+#include "platform/linux/machine/MountTable.h"
 #include "platform/linux/processes/CgroupPath.h"
 
 #include <cstddef>
@@ -30,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
-    switch (data[0] % 6) {
+    switch (data[0] % 8) {
     case 0:
         if (const auto stat = proc::parseStat(text)) {
             require(lies(stat->name, text) && stat->parentPid >= 0);
@@ -52,6 +54,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(
             lies(place.unifiedPath, text) && (place.unit.kind == ProcessUnitKind::Shared || !place.unit.key.empty()));
         require(place.unit.kind != ProcessUnitKind::Container || !place.unit.name.empty());
+        break;
+    }
+    case 6:
+        for (const Mount& mount : mountsWithData(parseMountInfo(text))) {
+            require(!mount.type.empty());
+        }
+        break;
+    case 7: {
+        ProcessorReading processors;
+        MemoryReading memory;
+        proc::parseMachineStat(text, 1, processors);
+        proc::parseMemoryInfo(text, memory);
+        proc::parsePageCounts(text, 1, memory);
+        proc::parseStall(text);
+        require(memory.swapUsed <= memory.swapTotal);
+        std::string_view rest = text;
+        while (const auto disk = proc::nextDiskLine(rest)) {
+            require(lies(disk->name, text) && !disk->name.empty());
+        }
         break;
     }
     default: {

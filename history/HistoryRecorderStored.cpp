@@ -112,7 +112,13 @@ void HistoryRecorder::loadPreviousSamplesForItem(const std::string& key, const s
     HistoryReadPlan plan = tables_.readPlan();
     plan.onlyKey = key;
     auto stored = std::make_shared<StoredHistory>();
-    Task adopt = lifetime_.guard([item, stored, key] {
+    Task adopt = lifetime_.guard([this, item, stored, key] {
+        if (!stored->readable) {
+            if (const auto found = items_.find(key); found != items_.end()) {
+                found->second.storedHistoryAsked = false; // the next turn asks again
+            }
+            return;
+        }
         for (const StorageIndex index : recordedStorages) {
             item->addStoredRows(index, stored->storages[position(index)], key);
         }
@@ -122,7 +128,8 @@ void HistoryRecorder::loadPreviousSamplesForItem(const std::string& key, const s
                                  &mainQueue = context_.runtime.mainQueue()](SQLiteConnection& database) {
         for (const StorageIndex index : recordedStorages) {
             if (index != StorageIndex::LongTerm) {
-                readStorage(database, plan, index, stored->storages[position(index)]);
+                stored->readable =
+                    readStorage(database, plan, index, stored->storages[position(index)]) && stored->readable;
             }
         }
         mainQueue.post(adopt);

@@ -46,7 +46,6 @@ public:
 
     std::size_t size() const { return records_.size(); }
     std::size_t valueCount() const { return valueCount_; }
-    bool contains(SlotIndex slot) const { return slot.value < size(); }
 
     /// The slot, which must exist.
     const statsample& operator[](SlotIndex slot) const { return records_[recordOf(slot)]; }
@@ -63,6 +62,8 @@ public:
 
     /// The mean of each value over the samples of the window that have it.
     SampleAverages averages(AverageWindow window) const;
+
+    // Of the interface, and called by nothing here
     /// The sum stayed strictly below the threshold.
     bool below(const ThresholdQuery& query) const;
     /// The sum stayed at or above the threshold.

@@ -1,5 +1,7 @@
 #include "platform/PeripheralNames.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -12,14 +14,6 @@ namespace {
 constexpr std::size_t addressLength = 17; // aa:bb:cc:dd:ee:ff
 
 } // namespace
-
-std::string lowercase(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-        [](unsigned char each) { return static_cast<char>(std::tolower(each)); });
-    return result;
-}
 
 PeripheralKind kindOfName(std::string_view name)
 {

@@ -16,7 +16,4 @@ PeripheralKind kindOfName(std::string_view name);
 /// "AA-BB-CC-DD-EE-FF" and the like as "aa:bb:cc:dd:ee:ff"; absent for what is no hardware address.
 std::optional<std::string> hardwareAddress(std::string_view text);
 
-/// ASCII letters small, all else as it is.
-std::string lowercase(std::string_view text);
-
 } // namespace meridal

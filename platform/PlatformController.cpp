@@ -1,22 +1,12 @@
 #include "platform/PlatformController.h"
 
+#include "base/Text.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
 #include <algorithm>
 
 namespace meridal {
-
-namespace {
-
-std::string lowercased(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-        [](char each) { return each >= 'A' && each <= 'Z' ? static_cast<char>(each - 'A' + 'a') : each; });
-    return text;
-}
-
-} // namespace
 
 PlatformController::PlatformController(Context& context, const PlatformRegistry& registry)
     : modelIdentifier_(context.host.machine->modelIdentifier())
@@ -34,7 +24,7 @@ const PlatformController& PlatformController::sharedPlatformController()
 
 bool PlatformController::isLaptop() const
 {
-    return lowercased(modelIdentifier_.value_or("")).starts_with("macbook") || chassisIsPortable_.value_or(false);
+    return lowercase(modelIdentifier_.value_or("")).starts_with("macbook") || chassisIsPortable_.value_or(false);
 }
 
 std::unique_ptr<PlatformMac> PlatformController::loadCurrentPlatform(

@@ -32,6 +32,7 @@ nothing was measured are left blank.
 Examples:
   meridalctl history "Package id 0"
   meridalctl history nvme --range week
+  meridalctl history memory --range month
   meridalctl history TC0P --range day --svg day.svg
   meridalctl history TC0P --csv > hour.csv
 )";
@@ -183,8 +184,8 @@ int runHistory(Session& session, const HistoryOptions& options)
 
 void addHistory(Grammar& grammar)
 {
-    auto [history, options] =
-        grammar.add("history", "What was recorded of a sensor, as a plot or as figures", runHistory);
+    auto [history, options] = grammar.add(
+        "history", "What was recorded of a sensor, a disk or the machine, as a plot or as figures", runHistory);
     history.examples(historyExamples);
     history.word("sensor", options.sensor, "A key, a name, or a part of one");
     std::vector<std::string> names;

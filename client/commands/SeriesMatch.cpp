@@ -1,7 +1,8 @@
 #include "client/commands/SeriesMatch.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
-#include <cctype>
 #include <numeric>
 #include <utility>
 
@@ -11,14 +12,6 @@ namespace {
 
 constexpr std::size_t mostCandidates = 8;
 constexpr std::size_t longestCompared = 64; // bytes; names beyond it are compared by their beginnings
-
-std::string lower(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-        [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-    return result;
-}
 
 /// How many characters must be added, dropped or changed to make one text of the other.
 std::size_t distance(std::string_view first, std::string_view second)
@@ -51,13 +44,14 @@ std::vector<std::size_t> placesOf(std::span<const SeriesName> all, Test test)
     return places;
 }
 
-/// Every series by how near its name or key is.
+/// Every series by how near its name is, or its key; those of one thing alone have none.
 std::vector<std::size_t> nearest(std::span<const SeriesName> all, const std::string& wanted)
 {
     std::vector<std::pair<std::size_t, std::size_t>> ranked;
     for (std::size_t place = 0; place < all.size(); ++place) {
+        const std::string& key = all[place].key.empty() ? all[place].series : all[place].key;
         const std::size_t away =
-            std::min(distance(wanted, lower(all[place].name)), distance(wanted, lower(all[place].key)));
+            std::min(distance(wanted, lowercase(all[place].name)), distance(wanted, lowercase(key)));
         ranked.emplace_back(away, place);
     }
     std::sort(ranked.begin(), ranked.end());
@@ -73,13 +67,13 @@ std::vector<std::size_t> nearest(std::span<const SeriesName> all, const std::str
 
 SeriesMatch matchSeries(std::span<const SeriesName> all, std::string_view wanted)
 {
-    const std::string folded = lower(wanted);
-    const auto contains = [&](const std::string& text) { return lower(text).find(folded) != std::string::npos; };
+    const std::string folded = lowercase(wanted);
+    const auto contains = [&](const std::string& text) { return lowercase(text).find(folded) != std::string::npos; };
     std::vector<std::vector<std::size_t>> attempts = {
         placesOf(all, [&](const SeriesName& each) { return each.series == wanted || each.key == wanted; }),
-        placesOf(all, [&](const SeriesName& each) { return lower(each.name) == folded; }),
-        placesOf(
-            all, [&](const SeriesName& each) { return lower(each.series) == folded || lower(each.key) == folded; }),
+        placesOf(all, [&](const SeriesName& each) { return lowercase(each.name) == folded; }),
+        placesOf(all,
+            [&](const SeriesName& each) { return lowercase(each.series) == folded || lowercase(each.key) == folded; }),
         placesOf(all,
             [&](const SeriesName& each) { return contains(each.name) || contains(each.key) || contains(each.series); }),
     };

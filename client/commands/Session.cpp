@@ -59,6 +59,15 @@ void Session::call(const std::string& method, const Value& parameters, std::func
     });
 }
 
+void Session::tell(const std::string& method, const Value& parameters)
+{
+    client_.call(method, parameters, [this](const Result<Value>& result) {
+        if (!result && result.error().code != ErrorCode::Unavailable) {
+            fail(exitStatus::refused, result.error().message);
+        }
+    });
+}
+
 bool Session::printed(bool written)
 {
     if (!written && output_.readerLeft()) {

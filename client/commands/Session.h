@@ -43,6 +43,9 @@ public:
 
     /// Calls the daemon; a refusal ends the run with the daemon's words.
     void call(const std::string& method, const Value& parameters, std::function<void(const Value&)> use);
+    /// The same for the effect: without a daemon, a view that runs on waits for it; one that refuses will not think better
+    /// of it.
+    void tell(const std::string& method, const Value& parameters);
     /// Writes to standard output; when that fails, ends the run and answers false. Writes nothing after the end, which
     /// may come in the midst of many messages.
     bool print(std::string_view text) { return !finished_ && printed(output_.write(text)); }

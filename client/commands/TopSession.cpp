@@ -33,7 +33,7 @@ void TopSession::choose(RequestKey list)
     if (list == frame_.list) {
         return;
     }
-    ask(method::stopRequestWithKey, Value::array({mask(frame_.list)}));
+    session_.tell(method::stopRequestWithKey, Value::array({mask(frame_.list)}));
     frame_.list = list;
     frame_.table.reset();
     askForList();
@@ -43,7 +43,7 @@ void TopSession::choose(RequestKey list)
 void TopSession::toggleHierarchy()
 {
     frame_.hierarchy = !frame_.hierarchy;
-    ask(frame_.hierarchy ? method::enableHierachy : method::disableHierachy, Value::array());
+    session_.tell(frame_.hierarchy ? method::enableHierachy : method::disableHierachy, Value::array());
     askForList(); // asked again, it answers at once
     display_.frameChanged(frame_);
 }
@@ -52,7 +52,7 @@ void TopSession::connected()
 {
     frame_.connected = true;
     if (frame_.hierarchy) {
-        ask(method::enableHierachy, Value::array());
+        session_.tell(method::enableHierachy, Value::array());
     }
     askForList();
     if (feed_.hasStatus) {
@@ -84,20 +84,10 @@ void TopSession::received(const Dictionary& envelope)
     display_.tableArrived(frame_);
 }
 
-void TopSession::ask(const std::string& method, const Value& parameters)
-{
-    session_.client().call(method, parameters, [this](const Result<Value>& result) {
-        // Without a daemon the view waits for it; a daemon that refuses will not think better of it.
-        if (!result && result.error().code != ErrorCode::Unavailable) {
-            session_.fail(exitStatus::refused, result.error().message);
-        }
-    });
-}
-
 void TopSession::askForList()
 {
     firstList_.reset();
-    ask(method::startRequestWithKey, Value::array({mask(frame_.list), requestInterval}));
+    session_.tell(method::startRequestWithKey, Value::array({mask(frame_.list), requestInterval}));
 }
 
 void TopSession::askForStatus()

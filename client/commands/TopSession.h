@@ -38,7 +38,6 @@ private:
     void connected();
     void disconnected();
     void received(const Dictionary& envelope);
-    void ask(const std::string& method, const Value& parameters);
     void askForList();
     void askForStatus();
 

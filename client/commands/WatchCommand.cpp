@@ -71,26 +71,18 @@ private:
     void connected()
     {
         if (options_.hierarchy) {
-            ask(method::enableHierachy, Value::array());
+            session_.tell(method::enableHierachy, Value::array());
         }
         for (const std::int64_t key : keys_) {
             if (key == mask(RequestKey::SmartTemperatures)) {
-                ask(method::startSMARTTemps, Value::array()); // unlike a plain request these also open the disks
+                session_.tell(
+                    method::startSMARTTemps, Value::array()); // unlike a plain request these also open the disks
             } else if (key == mask(RequestKey::SmartStatus)) {
-                ask(method::startSMARTStatus, Value::array());
+                session_.tell(method::startSMARTStatus, Value::array());
             } else {
-                ask(method::startRequestWithKey, Value::array({key, watchRequestInterval}));
+                session_.tell(method::startRequestWithKey, Value::array({key, watchRequestInterval}));
             }
         }
-    }
-
-    void ask(const std::string& method, const Value& parameters)
-    {
-        session_.client().call(method, parameters, [this](const Result<Value>& result) {
-            if (!result && result.error().code != ErrorCode::Unavailable) {
-                session_.fail(exitStatus::refused, result.error().message);
-            }
-        });
     }
 
     /// The daemon sends network lists to everybody once one client asks for them.

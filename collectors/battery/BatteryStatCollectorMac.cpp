@@ -7,9 +7,28 @@
 #include "platform/host/Host.h"
 
 #include <algorithm>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace meridal {
+
+namespace {
+
+/// A key that is the same whenever the same battery is there: name and serial number. Makers that give every pack one
+/// serial number get a number of their own.
+std::string freeKey(std::set<std::string>& keys, const std::string& name, const std::string& serial)
+{
+    const std::string key = serial.empty() ? name : name + ' ' + serial;
+    std::string free = key;
+    for (int number = 2; keys.count(free) != 0; ++number) {
+        free = key + " #" + std::to_string(number);
+    }
+    keys.insert(free);
+    return free;
+}
+
+} // namespace
 
 BatteryStatCollectorMac::BatteryStatCollectorMac(Context& context) : BatteryStatCollector(context) { }
 
@@ -74,13 +93,13 @@ void BatteryStatCollectorMac::finishUpdate()
 
 void BatteryStatCollectorMac::batteriesIOPS()
 {
-    keys_.clear();
+    std::set<std::string> keys; // given out in this update
     for (const PowerSourceRecord& source : context().host.powerSources->sources()) {
         if (!source.present) {
             continue;
         }
         const char* const fallback = source.kind == PowerSourceKind::UPS ? "UPS" : "InternalBattery";
-        const auto battery = item(freeKey(source.name.empty() ? fallback : source.name, source.serial));
+        const auto battery = item(freeKey(keys, source.name.empty() ? fallback : source.name, source.serial));
         battery->setExists(true);
         battery->setSlept(sleptInAll_ ? sleptInAll_() : 0);
         battery->processIOPS(source);
@@ -88,19 +107,6 @@ void BatteryStatCollectorMac::batteriesIOPS()
             battery->processSmart(*source.controller);
         }
     }
-}
-
-/// A key that is the same whenever the same battery is there: name and serial number. Makers that give every pack one
-/// serial number get a number of their own in this update.
-std::string BatteryStatCollectorMac::freeKey(const std::string& name, const std::string& serial)
-{
-    const std::string key = serial.empty() ? name : name + ' ' + serial;
-    std::string free = key;
-    for (int number = 2; keys_.count(free) != 0; ++number) {
-        free = key + " #" + std::to_string(number);
-    }
-    keys_.insert(free);
-    return free;
 }
 
 BatteryStatCollectorMac::ItemPointer BatteryStatCollectorMac::lastOfType(BatteryType type) const

@@ -8,7 +8,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -62,10 +61,8 @@ private:
     void fetchBluetoothItems(const std::vector<PeripheralBattery>& found);
     void finishUpdate();
     ItemPointer item(const std::string& key);
-    std::string freeKey(const std::string& name, const std::string& serial);
     ItemPointer lastOfType(BatteryType type) const;
 
-    std::set<std::string> keys_; ///< given out in this update
     std::function<double()> sleptInAll_;
     bool disableAllBluetooth_ = false;
     std::optional<double> lastBluetoothTime_;

@@ -33,6 +33,7 @@ public:
     void setLoadAllAttributes(bool all) { loadAllAttributes_ = all; }
     /// Whether somebody asks for disks now.
     void setWanted(std::function<bool()> wanted) { wanted_ = std::move(wanted); }
+    bool isWanted() const { return wanted_ && wanted_(); }
     /// Goes on with the record of earlier runs, and from a minute after this on keeps it whether somebody asks or not.
     void keepRecord();
 
@@ -105,7 +106,6 @@ private:
     void noteSeries(const SMARTStatCollectorItem& disk);
     std::vector<HistorySeries> offered(
         const RecordedSeries& recorded, const char* unit, bool (*has)(const SMARTStatCollectorItem&));
-    bool isWanted() const { return wanted_ && wanted_(); }
 
     HistoryRecorder history_;
     std::function<bool()> wanted_;

@@ -74,6 +74,26 @@ std::optional<ProcessorShares> processorShares(const ProcessorTimes& before, con
         .steal = orAbsent(steal)};
 }
 
+std::map<int, double> busyByProcessor(
+    const std::vector<ProcessorRecord>& before, const std::vector<ProcessorRecord>& now)
+{
+    std::map<int, double> busy;
+    auto earlier = before.begin();
+    for (const ProcessorRecord& processor : now) {
+        earlier = std::find_if(
+            earlier, before.end(), [&](const ProcessorRecord& each) { return each.number >= processor.number; });
+        if (earlier == before.end()) {
+            break;
+        }
+        const auto shares =
+            earlier->number == processor.number ? processorShares(earlier->times, processor.times) : std::nullopt;
+        if (shares) {
+            busy[processor.number] = shares->busy();
+        }
+    }
+    return busy;
+}
+
 ProcessorRates processorRates(const Timed<ProcessorReading>& before, const Timed<ProcessorReading>& now)
 {
     const double seconds = now.time - before.time;

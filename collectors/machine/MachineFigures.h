@@ -3,8 +3,9 @@
 #include "platform/host/MachineCounters.h"
 
 #include <cstdint>
+#include <map>
 #include <optional>
-#include <string>
+#include <vector>
 
 namespace meridal {
 
@@ -30,6 +31,9 @@ struct ProcessorShares {
     bool operator==(const ProcessorShares&) const = default;
 };
 std::optional<ProcessorShares> processorShares(const ProcessorTimes& before, const ProcessorTimes& now);
+/// How busy each is that both readings have, by number.
+std::map<int, double> busyByProcessor(
+    const std::vector<ProcessorRecord>& before, const std::vector<ProcessorRecord>& now);
 
 /// Rates a second.
 struct ProcessorRates {

@@ -7,7 +7,6 @@
 #include "platform/Context.h"
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <utility>
 
@@ -20,12 +19,7 @@ NetworkStatCollectorItem& interfaceOf(const std::shared_ptr<StatCollectorItem>& 
     return static_cast<NetworkStatCollectorItem&>(*item); // makeItem() makes no others
 }
 
-bool isAirport(const NetworkStatCollectorItem& item)
-{
-    std::string hardware = item.hardware();
-    std::transform(hardware.begin(), hardware.end(), hardware.begin(), [](unsigned char c) { return std::tolower(c); });
-    return hardware == "airport";
-}
+bool isAirport(const NetworkStatCollectorItem& item) { return lowercase(item.hardware()) == "airport"; }
 
 bool isHardware(InterfaceKind kind)
 {

@@ -72,11 +72,8 @@ void ProcessStatCollector::nameEnded(Item& item, const std::string& name)
 {
     item.commandName = name;
     std::string shown = validUtf8(name);
-    if (name.size() == context().host.processes->nameLimit()) {
-        const std::string* full = nameCache_.find(shown);
-        shown = full && full->starts_with(shown) ? *full : shown;
-    }
-    item.setName(std::move(shown));
+    const bool mayBeCut = name.size() == context().host.processes->nameLimit();
+    item.setName(mayBeCut ? guessedName(std::move(shown)) : std::move(shown));
 }
 
 /// Under the nearest ancestor that is known. One that started and ended with it is passed over.

@@ -1,5 +1,6 @@
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 
+#include "base/Rate.h"
 #include "base/Runtime.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "platform/Context.h"
@@ -113,6 +114,7 @@ void NetworkStatisticsStatCollector::updateStats()
         for (const CountedConnection& counted : counting_->read()) {
             updateConnection(counted);
         }
+        processes_.updatePCapBandwidth();
         updatedAt_ = now;
     }
     recalculateHighestRef();
@@ -140,22 +142,21 @@ void NetworkStatisticsStatCollector::updateConnection(const CountedConnection& c
 void NetworkStatisticsStatCollector::addToProcess(Connection& connection)
 {
     const CountedConnection& latest = connection.latest;
-    const double elapsed = latest.countedAt - connection.previousTime.value_or(latest.countedAt);
+    const double before = connection.previousTime.value_or(latest.countedAt);
     connection.previousTime = latest.countedAt;
     // A first reading, unless of a source that is new, and one of a counter that started over say nothing.
-    const auto rate = [elapsed](std::uint64_t bytes, std::uint64_t& previous) {
-        const std::uint64_t before = std::exchange(previous, bytes);
-        return elapsed > 0 && bytes > before ? static_cast<double>(bytes - before) / elapsed : 0.0;
+    const auto rate = [&](std::uint64_t bytes, std::uint64_t& previous) {
+        const CounterReading last{.identity = latest.id, .count = std::exchange(previous, bytes), .time = before};
+        return ratePerSecond(last, {.identity = latest.id, .count = bytes, .time = latest.countedAt}).value_or(0);
     };
-    connection.downloadRate = rate(latest.bytesReceived, connection.previousReceived);
-    connection.uploadRate = rate(latest.bytesSent, connection.previousSent);
+    const double download = rate(latest.bytesReceived, connection.previousReceived);
+    const double upload = rate(latest.bytesSent, connection.previousSent);
     auto* item = processes_.processForPid(*latest.pid);
     if (!item || latest.protocol == 0 || latest.localPort == 0) {
         return;
     }
-    const double factor = figure_ == Figure::Bytes ? elapsed : 1.0;
-    item->addTraffic(connection.downloadRate * factor, connection.uploadRate * factor);
-    item->updatePCapBandwidth(context().runtime.wallTime());
+    const double factor = figure_ == Figure::Bytes ? latest.countedAt - before : 1.0;
+    item->addTraffic(download * factor, upload * factor);
 }
 
 } // namespace meridal

@@ -30,8 +30,6 @@ public:
             std::nullopt;                   ///< s of the clock that cannot step; absent before the first counts
         std::uint64_t previousReceived = 0; ///< bytes
         std::uint64_t previousSent = 0;
-        double downloadRate = 0; ///< bytes per second
-        double uploadRate = 0;
     };
 
     static constexpr std::size_t mostConnections = 65'536;

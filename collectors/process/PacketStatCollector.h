@@ -46,8 +46,6 @@ public:
     bool isCapturing() const;
     /// Why it does not; empty when it does or was never asked to.
     const std::string& failure() const { return failure_; }
-    /// Captures of single interfaces, by name.
-    const std::map<std::string, std::unique_ptr<PacketStatCollectorItem>>& collectors() const { return collectors_; }
 
     const TrafficAccount& latest() const { return latest_; } ///< of the latest fold
     const TrafficAccount& total() const { return total_; }   ///< of all folds
@@ -55,6 +53,8 @@ public:
     CaptureStatistics statistics() const;
 
     // Of the interface, and called by nothing here
+    /// Captures of single interfaces, by name.
+    const std::map<std::string, std::unique_ptr<PacketStatCollectorItem>>& collectors() const { return collectors_; }
     const PacketStatCollectorItem* packetItem() const { return packetItem_.get(); }
     const PacketBuffer& pstorage() const { return pstorage_.packets; } ///< for the next fold, by process
     const PacketBuffer& pidcache() const { return pidcache_.packets; } ///< for the next fold, by ports

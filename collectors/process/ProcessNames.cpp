@@ -15,18 +15,6 @@ bool isOneOf(std::string_view name, const std::array<std::string_view, Count>& n
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-/// ASCII only, whatever the locale says.
-std::string lowerCased(std::string_view text)
-{
-    std::string result(text);
-    for (char& letter : result) {
-        if (letter >= 'A' && letter <= 'Z') {
-            letter = static_cast<char>(letter - 'A' + 'a');
-        }
-    }
-    return result;
-}
-
 bool contains(std::string_view text, std::string_view part) { return text.find(part) != std::string_view::npos; }
 
 bool startsCommands(std::string_view name, std::string_view lower)
@@ -60,7 +48,7 @@ void removeAll(std::string& text, std::string_view part)
 
 ProcessNameTraits traitsOfName(std::string_view name)
 {
-    const std::string lower = lowerCased(name);
+    const std::string lower = lowercase(name);
     return {
         .safariWebContent = lower.starts_with("safari web c") || lower.starts_with("com.apple.web"),
         .standsAlone = name == "sh" || name.starts_with("nginx"),

@@ -211,15 +211,19 @@ void ProcessStatCollector::nameProcess(Item& item, const ProcessRecord& record)
     const bool mayBeCut = record.name.size() == context().host.processes->nameLimit();
     if (mayBeCut) {
         // Programs share cut names ("desktop-portal-" is several), so a cached one only stands in until the process
-        // itself is asked, before it is first shown. One that does not begin like the cut name belongs to a program
-        // that had renamed itself.
-        const std::string* full = nameCache_.find(name);
-        if (full && full->starts_with(name)) {
-            name = *full;
-        }
+        // itself is asked, before it is first shown.
+        name = guessedName(std::move(name));
     }
     item.loadedName = !mayBeCut;
     item.setName(std::move(name));
+}
+
+/// A cut name as others of that name have it whole. One that does not begin like it belongs to a program that had renamed
+/// itself.
+std::string ProcessStatCollector::guessedName(std::string cut)
+{
+    const std::string* full = nameCache_.find(cut);
+    return full && full->starts_with(cut) ? *full : std::move(cut);
 }
 
 ProcessStatCollectorItem* ProcessStatCollector::processForPid(std::int32_t pid)

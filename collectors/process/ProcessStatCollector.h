@@ -13,7 +13,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -60,8 +59,6 @@ public:
     // The pass
     ProcessChanges update();
     void updateStats() override { update(); }
-    /// No further passes.
-    void disable() { setEnabled(false); }
     /// Units of CPU time per second, as the host tells it; 0 when it does not.
     double timebaseFrequency() const;
     /// Whether what these lists show was read in the last few seconds, or the table could not be read then.
@@ -118,10 +115,12 @@ public:
     void updatePCapBandwidth();
     /// Offers a packet to every process; answers the pid of the one that took it, or 0.
     std::int32_t processPacket(const PacketAttribution& packet);
-    /// Counts a packet for the process that it names.
-    void processCachePacket(const PacketAttribution& packet);
 
     // Of the interface, and called by nothing here
+    /// No further passes.
+    void disable() { setEnabled(false); }
+    /// Counts a packet for the process that it names.
+    void processCachePacket(const PacketAttribution& packet);
     bool requireUpdateMask() const { return requireUpdateMask_; } ///< an empty mask then means no pass at all
     void setRequireUpdateMask(bool require) { requireUpdateMask_ = require; }
     /// One figure and the time of the last activity.
@@ -143,6 +142,7 @@ private:
     void introduce(Item& item, const ProcessRecord& record);
     std::optional<std::string> askFullName(std::int32_t pid, const std::string& shortName);
     void nameProcess(Item& item, const ProcessRecord& record);
+    std::string guessedName(std::string cut);
     void loadName(Item& item);
     std::optional<std::string> nameOfUnseen(std::int32_t pid);
     bool bearsNameOfUnit(const Item& item) const;

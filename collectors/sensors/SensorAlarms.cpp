@@ -103,6 +103,15 @@ SensorFlags dropUnsetLimits(SensorRecord& record)
     return meaningless;
 }
 
+SensorFlags meant(SensorFlags told, const SensorFlags& meaningless)
+{
+    told.any = told.any && !meaningless.any;
+    told.low = told.low && !meaningless.low;
+    told.high = told.high && !meaningless.high;
+    told.critical = told.critical && !meaningless.critical;
+    return told;
+}
+
 SensorAlarm sensorAlarm(const SensorRecord& record, std::optional<double> value, const SensorFlags& flags)
 {
     if (flags.fault) {

@@ -20,6 +20,8 @@ std::string_view sensorAlarmName(SensorAlarm alarm);
 /// that, temperatures of no machine (a disk without a limit says 0 K, or 65535 K), and critical ones of a warm room.
 /// Answers which of the chip's flags mean nothing for that reason.
 SensorFlags dropUnsetLimits(SensorRecord& record);
+/// What a chip tells without the flags that mean nothing.
+SensorFlags meant(SensorFlags told, const SensorFlags& meaningless);
 
 /// Compares a value (absent: there is none now) with the limits of its sensor and joins what the chip itself says.
 /// Limits count when they are passed, a critical one only where the chip has no flag for it. Fans have no high limit:

@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::string_view digits = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 constexpr std::uint64_t keysOfAKind = 10 * 36 * 36;
-constexpr std::size_t fanNumbers = 16;
 constexpr std::uintmax_t largestFile = 8 << 20;
 constexpr std::size_t longestIdentity = 1024;
 
@@ -62,7 +61,7 @@ bool isStoredKey(std::string_view key)
         return false;
     }
     if (key[0] == 'F') {
-        return isOneOf(1, digits.substr(0, fanNumbers)) && key.substr(2) == "Ac";
+        return isOneOf(1, digits.substr(0, SensorKeyTable::fanNumbers)) && key.substr(2) == "Ac";
     }
     return isOneOf(0, "TVIPH") && isOneOf(1, digits.substr(0, 10)) && isOneOf(2, digits) && isOneOf(3, digits);
 }

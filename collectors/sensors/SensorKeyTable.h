@@ -2,21 +2,24 @@
 
 #include "platform/host/SensorSource.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <map>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace meridal {
 
 /// The keys by which clients and files know sensors, kept in a file, so that a sensor's history stays its own. A sensor
-/// with a key of a real SMC has that. For the others a key is a letter for the kind, a digit and two of 0-9 A-Z: a digit there means nothing to clients that know the keys
-/// of Apple's machines. It is made from the sensor's identity, so that most keys come out the same even when the file
+/// with a key of a real SMC has that. For the others a key is a letter for the kind, a digit and two of 0-9 A-Z: a digit there
+/// means nothing to clients that know the keys of Apple's machines. It is made from the sensor's identity, so that most keys come out the same even when the file
 /// was lost. Fans are numbered from 0, as clients count them; there are 16 numbers.
 class SensorKeyTable {
 public:
+    /// Numbers of fans: one hexadecimal digit in their keys.
+    static constexpr std::size_t fanNumbers = 16;
+
     /// Reads the file. Lines that mean nothing are left out, a file that is none is an empty table. An empty path keeps
     /// nothing.
     explicit SensorKeyTable(std::filesystem::path file);

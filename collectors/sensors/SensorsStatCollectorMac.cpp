@@ -514,11 +514,7 @@ SensorAlarm SensorsStatCollectorMac::alarmOf(const Item& item) const
         return SensorAlarm::None; // the range that a client gave is that of its gauge
     }
     const auto& [record, told, meaningless] = found->second;
-    SensorFlags flags = alarms_.flags(record.key, context().runtime.monotonicTime());
-    flags.any = flags.any && !meaningless.any;
-    flags.low = flags.low && !meaningless.low;
-    flags.high = flags.high && !meaningless.high;
-    flags.critical = flags.critical && !meaningless.critical;
+    const SensorFlags flags = meant(alarms_.flags(record.key, context().runtime.monotonicTime()), meaningless);
     if (record.kind == SensorKind::Fan && record.limits.low && !item.hasBeenAboveZero()) {
         SensorRecord unconnected = record; // as far as its speed tells; its chip may know better
         unconnected.mayStandStill = true;

@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <set>
 #include <utility>
 
 namespace meridal {
@@ -23,7 +22,6 @@ namespace meridal {
 namespace {
 
 /// A fan's keys hold its number as one hexadecimal digit.
-constexpr std::size_t mostFans = 16;
 
 /// Names and keys are kept for as long as the item lives: what is longer than this is cut, or is no key.
 constexpr std::size_t longestName = 256; // bytes
@@ -209,7 +207,7 @@ std::optional<double> SensorsStatCollectorMac::fanFigure(const std::string& key)
     const std::string_view what = std::string_view(key).substr(1);
     if (what.starts_with("Num")) {
         std::size_t count = 0;
-        for (std::size_t fan = 0; fan < mostFans; ++fan) {
+        for (std::size_t fan = 0; fan < SensorKeyTable::fanNumbers; ++fan) {
             count = recordForKey(fmt::format("F{:X}Ac", fan)) ? fan + 1 : count;
         }
         return static_cast<double>(count);
@@ -254,7 +252,7 @@ Value SensorsStatCollectorMac::supportedFans(const Value& configurations)
     startToFollow();
     Value entries = Value::array();
     const float count = valueForSensorKey("FNum");
-    for (std::size_t fan = 0; fan < mostFans && static_cast<float>(fan) < count; ++fan) {
+    for (std::size_t fan = 0; fan < SensorKeyTable::fanNumbers && static_cast<float>(fan) < count; ++fan) {
         if (auto entry = fanEntry(fan, configurations)) {
             entries.push_back(std::move(*entry));
         }

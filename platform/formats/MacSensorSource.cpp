@@ -129,12 +129,12 @@ void MacSensorSource::look(const std::vector<ARMSensor>& services)
                 records_.push_back(recordOf(key, key, kindOfLetter(key.front())));
             }
         }
-        addFans(records_);
+        addFans();
     }
     generation_ += records_.size() != before ? 1U : 0U;
 }
 
-void MacSensorSource::addFans(std::vector<SensorRecord>& records)
+void MacSensorSource::addFans()
 {
     const double count = readKey("FNum").value.value_or(0);
     for (std::size_t fan = 0; fan < mostFans && static_cast<double>(fan) < count; ++fan) {
@@ -148,7 +148,7 @@ void MacSensorSource::addFans(std::vector<SensorRecord>& records)
             record.isNameless = false;
         }
         if (!record.label.empty()) {
-            records.push_back(std::move(record));
+            records_.push_back(std::move(record));
         }
     }
 }

@@ -29,7 +29,7 @@ public:
 
 private:
     void look(const std::vector<ARMSensor>& services);
-    void addFans(std::vector<SensorRecord>& records);
+    void addFans();
     std::string fanNameFromID(const std::string& prefix);
     SensorReading readKey(const std::string& key);
 

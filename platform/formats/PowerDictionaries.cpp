@@ -1,5 +1,6 @@
 #include "platform/formats/PowerDictionaries.h"
 
+#include "base/Text.h"
 #include "base/Value.h"
 #include "platform/PeripheralNames.h"
 
@@ -246,7 +247,8 @@ std::optional<Day> manufactureDate(const Dictionary& battery)
 BatteryControllerRecord controllerOf(const Value& battery)
 {
     const Value* found = find(battery, "BatteryData");
-    const Value data = found ? *found : Value();
+    static const Value none;
+    const Value& data = found ? *found : none;
     const auto told = positive(battery, "MaxCapacity");
     // No pack of a computer holds as little as 100 mAh.
     const bool isPercentage = told && *told <= largestPercentage;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,6 +17,20 @@ struct FileSystemRoom {
     std::optional<std::uint64_t> usedInodes = {};
     bool operator==(const FileSystemRoom&) const = default;
 };
+
+/// What statvfs(3), or statfs(2) of macOS, says of it.
+template <typename Status>
+FileSystemRoom roomOf(const Status& status, std::uint64_t blockBytes)
+{
+    FileSystemRoom room{.totalBytes = status.f_blocks * blockBytes,
+        .usedBytes = (status.f_blocks - std::min(status.f_blocks, status.f_bfree)) * blockBytes,
+        .availableBytes = status.f_bavail * blockBytes};
+    if (status.f_files > 0) {
+        room.totalInodes = status.f_files;
+        room.usedInodes = status.f_files - std::min(status.f_files, status.f_ffree);
+    }
+    return room;
+}
 
 /// A mounted file system. Texts are valid UTF-8.
 struct FileSystemRecord {

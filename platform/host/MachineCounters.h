@@ -22,7 +22,6 @@ struct ProcessorTimes {
 struct ProcessorRecord {
     int number = 0; ///< as the system counts them; one that is offline is missing
     ProcessorTimes times;
-    std::optional<std::uint64_t> frequencyHz = {};
     bool operator==(const ProcessorRecord&) const = default;
 };
 
@@ -112,6 +111,8 @@ class MachineCounters {
 public:
     virtual ~MachineCounters() = default;
     virtual const ProcessorReading* processors() = 0;
+    /// How fast one processor runs now. Asking may disturb one that rests, so for who asks and not for the record.
+    virtual std::optional<std::uint64_t> frequencyHz(int processor) = 0;
     virtual const MemoryReading* memory() = 0;
     /// Absent on systems that do not account for it.
     virtual const PressureReading* pressure() = 0;

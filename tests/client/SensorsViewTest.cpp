@@ -73,6 +73,7 @@ TEST(SeriesMatch, TakesKeysNamesAndUniqueParts)
     const SeriesMatch misspelt = matchSeries(all, "CPU Proximty");
     EXPECT_FALSE(misspelt.found || misspelt.isAmbiguous);
     EXPECT_EQ(misspelt.candidates.front(), 0U);
+    EXPECT_EQ(matchSeries(all, "batery").candidates.front(), 4U);
     EXPECT_FALSE(matchSeries(all, "").isAmbiguous);
     EXPECT_THAT(matchSeries({}, "x").candidates, IsEmpty());
     EXPECT_FALSE(matchSeries(all, std::string(100'000, 'x')).found);

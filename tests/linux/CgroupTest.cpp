@@ -1,7 +1,7 @@
 #include "platform/linux/processes/CgroupPath.h"
 #include "platform/linux/processes/CgroupUnits.h"
 #include "platform/linux/processes/ContainerNames.h"
-#include "tests/linux/HwmonMachine.h"
+#include "tests/support/HandWork.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

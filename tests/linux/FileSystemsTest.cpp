@@ -3,7 +3,7 @@
 #include "base/ThreadedSlowWork.h"
 #include "platform/linux/machine/LinuxFileSystems.h"
 #include "platform/linux/machine/MountTable.h"
-#include "tests/linux/HwmonMachine.h"
+#include "tests/support/HandWork.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The kernel control "com.apple.network.statistics": its messages byte by byte, and our end of the conversation.
 
 #include "platform/formats/NetworkStatisticsSources.h"
-#include "tests/process/FrameBytes.h"
+#include "tests/support/FrameBytes.h"
 
 #include <gtest/gtest.h>
 

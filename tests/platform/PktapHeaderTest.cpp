@@ -1,6 +1,6 @@
 #include "platform/formats/PktapHeader.h"
 
-#include "tests/process/FrameBytes.h"
+#include "tests/support/FrameBytes.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 #include "collectors/process/FrameDecoder.h"
-#include "tests/process/FrameBytes.h"
+#include "tests/support/FrameBytes.h"
 
 #include <gtest/gtest.h>
 

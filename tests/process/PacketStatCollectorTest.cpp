@@ -1,6 +1,6 @@
 #include "collectors/process/PacketStatCollector.h"
-#include "tests/process/FrameBytes.h"
 #include "tests/process/ProcessFixture.h"
+#include "tests/support/FrameBytes.h"
 
 #include <gtest/gtest.h>
 

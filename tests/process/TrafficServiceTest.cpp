@@ -4,8 +4,8 @@
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
 #include "collectors/process/TrafficCounterCollector.h"
-#include "tests/process/FrameBytes.h"
 #include "tests/process/ProcessFixture.h"
+#include "tests/support/FrameBytes.h"
 
 namespace meridal::test {
 namespace {

@@ -63,11 +63,7 @@ TEST(SensorAlarms, LimitsAndFlagsOfRealChips)
     };
     for (Case each : cases) {
         const SensorFlags meaningless = dropUnsetLimits(each.sensor);
-        const SensorFlags flags{.any = each.flags.any && !meaningless.any,
-            .low = each.flags.low && !meaningless.low,
-            .high = each.flags.high && !meaningless.high,
-            .critical = each.flags.critical && !meaningless.critical,
-            .fault = each.flags.fault};
+        const SensorFlags flags = meant(each.flags, meaningless);
         EXPECT_EQ(sensorAlarmName(sensorAlarm(each.sensor, each.value, flags)), sensorAlarmName(each.expected))
             << each.what;
     }

@@ -6,7 +6,6 @@
 #include "platform/host/TrafficCounters.h"
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>

@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
+#include "base/Observers.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 #include "tests/support/FakeCapture.h"
@@ -13,7 +14,6 @@
 #include "tests/support/VirtualRuntime.h"
 
 #include <algorithm>
-#include <list>
 #include <map>
 #include <string>
 #include <utility>

@@ -4,7 +4,6 @@
 #include "platform/host/MachineCounters.h"
 
 #include <optional>
-#include <utility>
 #include <vector>
 
 namespace meridal::test {
@@ -17,6 +16,7 @@ public:
         ++reads;
         return processor ? &*processor : nullptr;
     }
+    std::optional<std::uint64_t> frequencyHz(int) override { return std::nullopt; }
     const MemoryReading* memory() override { return ram ? &*ram : nullptr; }
     const PressureReading* pressure() override { return stalls ? &*stalls : nullptr; }
     const std::vector<BlockDeviceRecord>* blockDevices() override { return disks ? &*disks : nullptr; }

@@ -38,7 +38,7 @@ private:
 
 LinuxDisks::LinuxDisks(
     Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations, bool insist)
-    : runtime_(runtime), root_(root), rootPath_(root), limitations_(std::move(limitations)), insist_(insist)
+    : runtime_(runtime), root_(root), limitations_(std::move(limitations)), insist_(insist)
 {
 }
 
@@ -78,7 +78,7 @@ std::unique_ptr<SMARTDevice> LinuxDisks::device(const DiskRecord& disk)
 
 std::unique_ptr<Disks::Observation> LinuxDisks::observe(std::function<void()> changed)
 {
-    auto observation = std::make_unique<UeventObservation>(runtime_, rootPath_, std::move(changed));
+    auto observation = std::make_unique<UeventObservation>(runtime_, root_.path(""), std::move(changed));
     if (!observation->isOpen()) {
         limitations_->set("disk-changes", "disks that come and go are not announced: no uevents here");
     }

@@ -28,7 +28,6 @@ public:
 private:
     Runtime& runtime_;
     RootFolder root_;
-    std::filesystem::path rootPath_;
     std::shared_ptr<Limitations> limitations_;
     bool insist_;
 };

@@ -55,18 +55,6 @@ private:
     bool failed_ = false;
 };
 
-/// Takes the first line off the text. A last line without an end was cut: it is not given.
-std::optional<std::string_view> takeLine(std::string_view& text)
-{
-    const std::size_t end = text.find('\n');
-    if (end == std::string_view::npos) {
-        return std::nullopt;
-    }
-    const std::string_view line = text.substr(0, end);
-    text.remove_prefix(end + 1);
-    return line;
-}
-
 /// "Key:   123 kB" → 123, when the line has that key.
 std::optional<std::uint64_t> numberOf(std::string_view line, std::string_view key)
 {
@@ -89,6 +77,17 @@ bool readKilobytes(std::string_view line, std::string_view key, std::uint64_t& b
 }
 
 } // namespace
+
+std::optional<std::string_view> takeLine(std::string_view& text)
+{
+    const std::size_t end = text.find('\n');
+    if (end == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(end + 1);
+    return line;
+}
 
 std::optional<Stat> parseStat(std::string_view text)
 {

@@ -8,6 +8,9 @@
 /// text given. The text is the kernel's, but names and arguments in it are any user's: every byte may occur there.
 namespace meridal::proc {
 
+/// Takes the first line off the text. A last line without an end was cut: it is not given.
+std::optional<std::string_view> takeLine(std::string_view& text);
+
 /// /proc/PID/stat, of which the first 22 fields.
 struct Stat {
     std::string_view name; ///< raw: spaces, parentheses and newlines included

@@ -21,15 +21,7 @@ std::optional<FileSystemRoom> roomIn(const std::filesystem::path& point)
     if (::statvfs(point.c_str(), &status) != 0) {
         return std::nullopt;
     }
-    const std::uint64_t unit = status.f_frsize != 0 ? status.f_frsize : status.f_bsize;
-    FileSystemRoom room{.totalBytes = status.f_blocks * unit,
-        .usedBytes = (status.f_blocks - std::min(status.f_blocks, status.f_bfree)) * unit,
-        .availableBytes = status.f_bavail * unit};
-    if (status.f_files > 0) {
-        room.totalInodes = status.f_files;
-        room.usedInodes = status.f_files - std::min(status.f_files, status.f_ffree);
-    }
-    return room;
+    return roomOf(status, status.f_frsize != 0 ? status.f_frsize : status.f_bsize);
 }
 
 } // namespace
@@ -51,25 +43,21 @@ std::vector<FileSystemRecord> LinuxFileSystems::read()
 {
     const std::vector<Mount> mounts = mountsWithData(parseMountInfo(table_.read().value_or("")));
     std::map<std::string, std::shared_ptr<Answer>> answers;
+    std::vector<std::shared_ptr<Answer>> awaited; // one that hangs since an earlier reading is not waited for again
     for (const Mount& mount : mounts) {
-        const auto before = underWay_.find(mount.point);
         auto& answer = answers[mount.point];
-        if (before != underWay_.end()) {
+        if (const auto before = underWay_.find(mount.point); before != underWay_.end()) {
             answer = before->second;
             continue;
         }
-        answer = std::make_shared<Answer>();
+        answer = awaited.emplace_back(std::make_shared<Answer>());
         work_->post([answer, point = root_ / mount.point.substr(1)] {
             answer->room = roomIn(point);
             answer->isDone = true;
         });
     }
-    work_->wait(
-        [&] {
-            return std::all_of(
-                answers.begin(), answers.end(), [](const auto& each) { return each.second->isDone.load(); });
-        },
-        mostWait);
+    const auto isDone = [](const auto& each) { return each->isDone.load(); };
+    work_->wait([&] { return std::all_of(awaited.begin(), awaited.end(), isDone); }, mostWait);
     std::vector<FileSystemRecord> records;
     for (const Mount& mount : mounts) {
         const auto& answer = answers[mount.point];

@@ -48,23 +48,14 @@ const ProcessorReading* LinuxMachineCounters::processors()
         return nullptr;
     }
     proc::parseLoadAverages(loads_.read().value_or(""), processors_);
-    readFrequencies();
     return &processors_;
 }
 
-void LinuxMachineCounters::readFrequencies()
+std::optional<std::uint64_t> LinuxMachineCounters::frequencyHz(int processor)
 {
-    for (ProcessorRecord& processor : processors_.each) {
-        auto file = frequencies_.find(processor.number);
-        if (file == frequencies_.end()) {
-            const auto path =
-                root_.path(fmt::format("sys/devices/system/cpu/cpu{}/cpufreq/scaling_cur_freq", processor.number));
-            file = frequencies_.emplace(processor.number, path).first;
-        }
-        if (const auto kilohertz = leadingNumber(file->second.read().value_or(""))) {
-            processor.frequencyHz = *kilohertz * hertzPerKilohertz;
-        }
-    }
+    const auto text = root_.readLine(fmt::format("sys/devices/system/cpu/cpu{}/cpufreq/scaling_cur_freq", processor));
+    const auto kilohertz = leadingNumber(text.value_or(""));
+    return kilohertz ? std::optional(*kilohertz * hertzPerKilohertz) : std::nullopt;
 }
 
 const MemoryReading* LinuxMachineCounters::memory()

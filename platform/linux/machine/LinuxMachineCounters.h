@@ -19,6 +19,7 @@ public:
     explicit LinuxMachineCounters(const std::filesystem::path& root);
 
     const ProcessorReading* processors() override;
+    std::optional<std::uint64_t> frequencyHz(int processor) override;
     const MemoryReading* memory() override;
     const PressureReading* pressure() override;
     const std::vector<BlockDeviceRecord>* blockDevices() override;
@@ -32,7 +33,6 @@ private:
         bool isThere = false; ///< in the reading under way
     };
 
-    void readFrequencies();
     const Device& deviceFor(std::uint32_t major, std::uint32_t minor, std::string_view name);
     Device lookAt(std::string_view name) const;
 
@@ -47,7 +47,6 @@ private:
     KeptFile memoryStalls_;
     KeptFile storageStalls_;
     KeptFile disks_;
-    std::map<int, KeptFile> frequencies_; ///< by processor; none for those that do not tell
     std::map<std::uint64_t, Device> devices_;
     std::uint64_t devicesSeen_ = 0;
     ProcessorReading processors_;

@@ -1,5 +1,7 @@
 #include "platform/linux/machine/MachineParsers.h"
 
+#include "platform/linux/kernel/ProcParsers.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -14,14 +16,6 @@ namespace {
 constexpr std::uint64_t sectorBytes = 512; // whatever the disk's own are
 constexpr std::uint64_t nsPerMs = 1'000'000;
 constexpr std::uint64_t nsPerUs = 1'000;
-
-std::string_view takeLine(std::string_view& text)
-{
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    const std::string_view line = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
-    return line;
-}
 
 std::string_view takeWord(std::string_view& line)
 {
@@ -113,8 +107,8 @@ bool parseMachineStat(std::string_view text, std::uint64_t tickNs, ProcessorRead
 {
     bool hasAll = false;
     reading.each.clear();
-    while (!text.empty()) {
-        std::string_view line = takeLine(text);
+    while (const auto next = takeLine(text)) {
+        std::string_view line = *next;
         const std::string_view word = takeWord(line);
         if (word == "cpu") {
             const auto times = processorTimes(line, tickNs);
@@ -124,7 +118,7 @@ bool parseMachineStat(std::string_view text, std::uint64_t tickNs, ProcessorRead
             const auto number = numberIn<int>(word.substr(3));
             const auto times = processorTimes(line, tickNs);
             if (number && times) {
-                reading.each.push_back({.number = *number, .times = *times, .frequencyHz = {}});
+                reading.each.push_back({.number = *number, .times = *times});
             }
         } else if (word == "intr") {
             reading.interrupts = takeNumber<std::uint64_t>(line);
@@ -151,8 +145,8 @@ void parseLoadAverages(std::string_view text, ProcessorReading& reading)
 bool parseMemoryInfo(std::string_view text, MemoryReading& reading)
 {
     bool saysAvailable = false;
-    while (!text.empty()) {
-        std::string_view line = takeLine(text);
+    while (const auto next = takeLine(text)) {
+        std::string_view line = *next;
         const std::string_view word = takeWord(line);
         if (!word.ends_with(':')) {
             continue;
@@ -177,8 +171,8 @@ bool parseMemoryInfo(std::string_view text, MemoryReading& reading)
 
 void parsePageCounts(std::string_view text, std::uint64_t pageSize, MemoryReading& reading)
 {
-    while (!text.empty()) {
-        std::string_view line = takeLine(text);
+    while (const auto next = takeLine(text)) {
+        std::string_view line = *next;
         const std::string_view word = takeWord(line);
         if (word == "pswpin" || word == "pswpout") {
             const auto pages = takeNumber<std::uint64_t>(line);
@@ -193,8 +187,8 @@ void parsePageCounts(std::string_view text, std::uint64_t pageSize, MemoryReadin
 std::optional<Stall> parseStall(std::string_view text)
 {
     std::optional<Stall> stall;
-    while (!text.empty()) {
-        std::string_view line = takeLine(text);
+    while (const auto next = takeLine(text)) {
+        std::string_view line = *next;
         const std::string_view kind = takeWord(line);
         const std::size_t at = line.find("total=");
         const auto total = at == std::string_view::npos ? std::nullopt : numberIn<std::uint64_t>(line.substr(at + 6));
@@ -212,8 +206,8 @@ std::optional<Stall> parseStall(std::string_view text)
 
 std::optional<DiskLine> nextDiskLine(std::string_view& text)
 {
-    while (!text.empty()) {
-        std::string_view line = takeLine(text);
+    while (const auto next = takeLine(text)) {
+        std::string_view line = *next;
         const auto major = takeNumber<std::uint32_t>(line);
         const auto minor = takeNumber<std::uint32_t>(line);
         DiskLine disk{.major = major.value_or(0), .minor = minor.value_or(0), .name = takeWord(line), .figures = {}};

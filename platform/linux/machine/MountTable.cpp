@@ -1,5 +1,7 @@
 #include "platform/linux/machine/MountTable.h"
 
+#include "platform/linux/kernel/ProcParsers.h"
+
 #include <algorithm>
 #include <array>
 #include <map>
@@ -57,10 +59,8 @@ auto rank(const Mount& mount) { return std::tuple(mount.root != "/", mount.point
 std::vector<Mount> parseMountInfo(std::string_view text)
 {
     std::vector<Mount> mounts;
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size());
-        std::string_view line = text.substr(0, end);
-        text.remove_prefix(std::min(end + 1, text.size()));
+    while (const auto next = proc::takeLine(text)) {
+        std::string_view line = *next;
         takeWord(line); // number of the mount
         takeWord(line); // and of the one below
         Mount mount;

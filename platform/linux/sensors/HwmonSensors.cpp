@@ -10,6 +10,8 @@ namespace meridal {
 
 namespace {
 
+constexpr double patience = 0.1; // s that a figure is waited for
+
 constexpr double lookInterval = 5.0;    // s, where chips are not announced: containers, recorded trees
 constexpr double figureGoodFor = 0.2;   // s; one round of questions costs one reading
 constexpr double limitGoodFor = 60.0;   // s
@@ -48,7 +50,6 @@ std::optional<double> computed(const SensorsExpression& formula, double figure)
 HwmonSensors::HwmonSensors(Runtime& runtime, HwmonOptions options)
     : runtime_(runtime)
     , root_(options.root)
-    , patience_(options.patience)
     , work_(options.work ? std::move(options.work) : std::make_unique<ThreadedSlowWork>())
     , uevents_(std::make_unique<Uevents>(runtime, options.root, "hwmon", [this] { announced_ = true; }))
 {
@@ -268,7 +269,7 @@ std::optional<double> HwmonSensors::figure(const Sensor& sensor, HwmonFile which
     want(sensor, which);
     if (!reader.isFresh(file, now)) {
         startReadings(now);
-        if (now >= source.notWaitedUntil && !work_->wait([&] { return reader.isFresh(file, now); }, patience_)) {
+        if (now >= source.notWaitedUntil && !work_->wait([&] { return reader.isFresh(file, now); }, patience)) {
             source.notWaitedUntil = now + waitAgainAfter;
         }
     }

@@ -26,7 +26,6 @@ class Runtime;
 
 struct HwmonOptions {
     std::filesystem::path root = "/";
-    double patience = 0.1;                    ///< s that a figure is waited for
     std::unique_ptr<SlowWork> work = nullptr; ///< where chips are read; threads of their own when null
 };
 
@@ -75,7 +74,6 @@ private:
 
     Runtime& runtime_;
     RootFolder root_;
-    double patience_;
     std::unique_ptr<SlowWork> work_;
     std::vector<Source> sources_;
     std::vector<Sensor> sensors_;

@@ -13,19 +13,6 @@ namespace meridal {
 
 namespace {
 
-FileSystemRoom roomOf(const struct statfs& status)
-{
-    const std::uint64_t unit = status.f_bsize;
-    FileSystemRoom room{.totalBytes = status.f_blocks * unit,
-        .usedBytes = (status.f_blocks - std::min(status.f_blocks, status.f_bfree)) * unit,
-        .availableBytes = status.f_bavail * unit};
-    if (status.f_files > 0) {
-        room.totalInodes = status.f_files;
-        room.usedInodes = status.f_files - std::min(status.f_files, status.f_ffree);
-    }
-    return room;
-}
-
 /// Volumes that the Finder does not show are the system's own, but for the one that it started from.
 bool holdsData(const struct statfs& status)
 {
@@ -58,7 +45,7 @@ std::vector<FileSystemRecord> MacFileSystems::read()
                 .device = validUtf8(status.f_mntfromname),
                 .type = validUtf8(status.f_fstypename),
                 .readOnly = (status.f_flags & MNT_RDONLY) != 0,
-                .room = roomOf(status)});
+                .room = roomOf(status, status.f_bsize)});
         }
     }
     std::sort(records.begin(), records.end(), [](const auto& a, const auto& b) { return a.mount < b.mount; });

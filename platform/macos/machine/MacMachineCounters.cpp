@@ -46,6 +46,8 @@ void add(ProcessorTimes& sum, const ProcessorTimes& one)
 class MacMachineCounters final : public MachineCounters {
 public:
     const ProcessorReading* processors() override;
+    /// No interface of the system tells.
+    std::optional<std::uint64_t> frequencyHz(int) override { return std::nullopt; }
     const MemoryReading* memory() override;
     /// The system keeps no such account.
     const PressureReading* pressure() override { return nullptr; }

@@ -102,7 +102,7 @@ private:
     void write(std::span<const std::uint8_t> request)
     {
         // The kernel writes its answer while it takes the request, and drops it when there is no room: never let
-        // answers pile up. A request that could not be sent is made again at the next reading.
+        // answers pile up. A question about one source that could not be sent is asked again at the next reading.
         ::send(socket_.get(), request.data(), request.size(), 0);
         drain();
     }

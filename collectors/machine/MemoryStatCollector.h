@@ -1,0 +1,23 @@
+#pragma once
+
+#include "collectors/machine/MachineFigures.h"
+#include "collectors/machine/MachineStatCollector.h"
+
+#include <optional>
+
+namespace meridal {
+
+/// Memory and swap, and who was killed for want of it.
+class MemoryStatCollector final : public MachineStatCollector {
+public:
+    explicit MemoryStatCollector(Context& context);
+    Value state() const override;
+    void addTo(HistoryCatalogue& catalogue) override;
+
+private:
+    void read(double monotonicTime) override;
+
+    std::optional<Timed<MemoryReading>> reading_;
+};
+
+} // namespace meridal
