@@ -33,7 +33,7 @@ BatteryFigure figureFrom(Parameters& parameters)
     return BatteryFigure::Health;
 }
 
-BatteryQuestion questionFrom(Parameters& parameters)
+BatteryQuestion batteryQuestionFrom(Parameters& parameters)
 {
     BatteryQuestion question;
     question.figure = figureFrom(parameters);
@@ -147,7 +147,7 @@ Value BatteryService::describeAll() const
 void BatteryService::history(const Value& given, std::function<void(Result<Value>)> reply)
 {
     Parameters parameters(given);
-    const BatteryQuestion question = questionFrom(parameters);
+    const BatteryQuestion question = batteryQuestionFrom(parameters);
     if (!parameters.valid()) {
         return reply(parameters.failure());
     }

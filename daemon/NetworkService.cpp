@@ -49,7 +49,7 @@ SqlValue keyFrom(Parameters& parameters, BandwidthGroup by)
     return key ? SqlValue(*key) : SqlValue();
 }
 
-BandwidthQuestion questionFrom(Parameters& parameters)
+BandwidthQuestion bandwidthQuestionFrom(Parameters& parameters)
 {
     BandwidthQuestion question;
     question.by = groupFrom(parameters);
@@ -126,7 +126,7 @@ void NetworkService::prepare()
 void NetworkService::totals(const Value& given, std::function<void(Result<Value>)> reply)
 {
     Parameters parameters(given);
-    const BandwidthQuestion question = questionFrom(parameters);
+    const BandwidthQuestion question = bandwidthQuestionFrom(parameters);
     if (!parameters.valid()) {
         return reply(parameters.failure());
     }
