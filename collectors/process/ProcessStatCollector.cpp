@@ -223,7 +223,10 @@ void ProcessStatCollector::nameProcess(Item& item, const ProcessRecord& record)
 std::string ProcessStatCollector::guessedName(std::string cut)
 {
     const std::string* full = nameCache_.find(cut);
-    return full && full->starts_with(cut) ? *full : std::move(cut);
+    if (full && full->starts_with(cut)) {
+        return *full;
+    }
+    return cut;
 }
 
 ProcessStatCollectorItem* ProcessStatCollector::processForPid(std::int32_t pid)
