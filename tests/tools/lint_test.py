@@ -40,6 +40,16 @@ class LintTest(unittest.TestCase):
             self.assertIn(fragment, message)
         self.assertEqual(status, 1)
 
+    def test_what_sources_of_a_folder_have_for_themselves_has_names_of_its_own(self):
+        unnamed = "namespace meridal {\nnamespace {\n%s\n} // namespace\n} // namespace meridal\n"
+        one = unnamed % "constexpr int most = 3;\nstruct Row {\n    int a;\n};\nint half(const Row& row, int b)\n{\n    return b;\n}"
+        self.assert_clean({
+            "wire/One.cpp": one,
+            "base/Elsewhere.cpp": one,
+            "wire/Overload.cpp": unnamed % "int half(int a)\n{\n    const int most = 2;\n    return most;\n}",
+        })
+        self.assert_finds({"wire/Two.cpp": one}, *[("wire/Two.cpp", f"{name} is also in wire/One.cpp") for name in ("most", "Row", "half")])
+
     def test_includes_run_down_between_rooms(self):
         headers = {
             path: "#pragma once\n"

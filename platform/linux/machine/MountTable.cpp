@@ -12,7 +12,7 @@ namespace meridal {
 
 namespace {
 
-std::string_view takeWord(std::string_view& line)
+std::string_view takeMountField(std::string_view& line)
 {
     const std::size_t end = std::min(line.find(' '), line.size());
     const std::string_view word = line.substr(0, end);
@@ -61,16 +61,16 @@ std::vector<Mount> parseMountInfo(std::string_view text)
     std::vector<Mount> mounts;
     while (const auto next = proc::takeLine(text)) {
         std::string_view line = *next;
-        takeWord(line); // number of the mount
-        takeWord(line); // and of the one below
+        takeMountField(line); // number of the mount
+        takeMountField(line); // and of the one below
         Mount mount;
-        mount.device = takeWord(line);
-        mount.root = withoutEscapes(takeWord(line));
-        mount.point = withoutEscapes(takeWord(line));
-        mount.readOnly = isReadOnly(takeWord(line));
-        while (!line.empty() && takeWord(line) != "-") { } // as many fields as the kernel likes
-        mount.type = takeWord(line);
-        mount.source = withoutEscapes(takeWord(line));
+        mount.device = takeMountField(line);
+        mount.root = withoutEscapes(takeMountField(line));
+        mount.point = withoutEscapes(takeMountField(line));
+        mount.readOnly = isReadOnly(takeMountField(line));
+        while (!line.empty() && takeMountField(line) != "-") { } // as many fields as the kernel likes
+        mount.type = takeMountField(line);
+        mount.source = withoutEscapes(takeMountField(line));
         mount.readOnly = mount.readOnly || isReadOnly(line);
         if (!mount.type.empty()) {
             mounts.push_back(std::move(mount));
