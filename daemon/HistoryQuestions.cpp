@@ -1,5 +1,6 @@
 #include "daemon/HistoryQuestions.h"
 
+#include "base/Text.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
 #include "history/HistoryRecorder.h"
@@ -142,6 +143,9 @@ Result<Value> HistoryQuestions::series(const Value& given) const
             std::string full = fullName(name, series.key);
             Value description{{"series", full}, {"collector", name}, {"key", series.key}, {"name", series.name},
                 {"unit", series.unit}, {"values", series.values}};
+            if (!series.origin.empty()) {
+                description["origin"] = validUtf8(series.origin);
+            }
             all.insert_or_assign(std::move(full), std::move(description));
         }
     }

@@ -80,6 +80,18 @@ Value describe(const BandwidthTotal& total)
     return description;
 }
 
+Value describe(const WirelessIdentity& wifi)
+{
+    Value description = Value::object();
+    if (wifi.ssid) {
+        description["name"] = validUtf8(*wifi.ssid);
+    }
+    if (wifi.bssid) {
+        description["bssid"] = validUtf8(*wifi.bssid);
+    }
+    return description;
+}
+
 Result<Value> answerFrom(const std::optional<BandwidthAnswer>& answer, BandwidthGroup by)
 {
     if (!answer) {
@@ -157,7 +169,11 @@ Result<Value> NetworkService::interfaces(const Value& given) const
     found.resize(std::min(found.size(), limit));
     Value list = Value::array();
     for (const auto* interface : found) {
-        list.push_back(interface->describe());
+        Value description = interface->describe();
+        if (const auto wifi = collector_.wifiMap().find(interface->record().name); wifi != collector_.wifiMap().end()) {
+            description["wifi"] = describe(wifi->second);
+        }
+        list.push_back(std::move(description));
     }
     return Value{{"interfaces", std::move(list)}, {"primary", collector_.primarySettings()}, {"more", more}};
 }

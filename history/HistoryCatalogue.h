@@ -19,7 +19,7 @@ struct HistorySeries {
     /// Clients other than root get values rounded to multiples of this; 0: as they are. For figures whose last digits
     /// tell what other users' programs do.
     double step = 0;
-    std::string origin = {}; ///< a sensor's chip, a disk's device; not for clients
+    std::string origin = {}; ///< what tells it from others of its name: a sensor's chip or disk, a disk's device
 };
 
 /// Who keeps history, and of what. Main queue only.

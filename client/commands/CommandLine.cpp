@@ -175,8 +175,8 @@ std::variant<CommandLine, int> parseCommandLine(int count, const char* const* ar
     CLI::App app("The command line of meridald, the system monitor's daemon.", "meridalctl");
     addGlobals(app, line);
     Grammar grammar(app, line.command);
-    for (const auto add : {addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks, addBandwidth,
-             addCall, addWatch}) {
+    for (const auto add : {addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks, addNetwork,
+             addBandwidth, addCall, addWatch}) {
         add(grammar);
     }
     try {

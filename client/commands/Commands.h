@@ -14,6 +14,7 @@ void addSensors(Grammar& grammar);
 void addHistory(Grammar& grammar);
 void addBattery(Grammar& grammar);
 void addDisks(Grammar& grammar);
+void addNetwork(Grammar& grammar);
 void addBandwidth(Grammar& grammar);
 void addCall(Grammar& grammar);
 void addWatch(Grammar& grammar);

@@ -1,10 +1,9 @@
 #include "client/commands/Commands.h"
+#include "client/commands/LiveScreen.h"
 #include "client/commands/TopSession.h"
 #include "client/screen/Format.h"
-#include "client/screen/Screen.h"
 
 #include <algorithm>
-#include <csignal>
 #include <limits>
 #include <memory>
 #include <thread>
@@ -100,20 +99,19 @@ private:
 /// The whole terminal, repainted at every change; keys steer it.
 class LiveTop final : public TopDisplay {
 public:
-    LiveTop(Session& session, const TopOptions& options, Screen& screen)
-        : session_(session), options_(options), screen_(screen), top_(session, *this, options.feed(true))
+    LiveTop(Session& session, const TopOptions& options) : options_(options), top_(session, *this, options.feed(true))
     {
+        screen_ = LiveScreen::open(
+            session, [this] { paint(); }, [this](char key) { press(key); });
     }
 
-    void start()
+    /// False where there is no terminal to be live on.
+    bool start()
     {
-        constexpr int standardInput = 0;
-        resizes_ = session_.loop().watchSignals({SIGWINCH}, [this] {
-            screen_.resized();
-            paint();
-        });
-        keys_ = session_.loop().watchReadable(standardInput, [this] { readKeys(); });
-        top_.start();
+        if (screen_) {
+            top_.start();
+        }
+        return screen_ != nullptr;
     }
 
     void tableArrived(const TopFrame&) override { paint(); }
@@ -123,61 +121,36 @@ private:
     void paint()
     {
         const std::size_t rows = options_.rows > 0 ? options_.rows : std::numeric_limits<std::size_t>::max();
-        screen_.show(screenLines(withCores(top_.frame()), rows, screen_.rows(), screen_.columns()));
-    }
-
-    void readKeys()
-    {
-        bool gotKey = false;
-        while (const auto key = screen_.readKey()) {
-            gotKey = true;
-            press(*key);
-        }
-        // An input that is at its end stays readable for ever; a key's escape sequence may come in pieces.
-        constexpr int enoughNothing = 3;
-        emptyReads_ = gotKey ? 0 : emptyReads_ + 1;
-        if (emptyReads_ >= enoughNothing) {
-            keys_.reset();
-        }
+        screen_->show(screenLines(withCores(top_.frame()), rows, screen_->rows(), screen_->columns()));
     }
 
     void press(char key)
     {
         constexpr std::string_view digits = "12345";
         constexpr std::string_view letters = "cmdne"; // in the order of the lists, as the digits
-        if (key == 'q') {
-            session_.finish(exitStatus::success);
-        } else if (key == 'h') {
+        if (key == 'h') {
             top_.toggleHierarchy();
         } else if (const auto place = std::min(digits.find(key), letters.find(key)); place != std::string_view::npos) {
             top_.choose(allTopLists.at(place));
         }
     }
 
-    Session& session_;
     const TopOptions& options_;
-    Screen& screen_;
     TopSession top_;
-    std::unique_ptr<Watch> resizes_;
-    std::unique_ptr<Watch> keys_;
-    int emptyReads_ = 0;
+    std::unique_ptr<LiveScreen> screen_;
 };
 
 int runTop(Session& session, const TopOptions& options)
 {
-    const bool isLive = session.medium().isTerminal && !options.json && !options.once && options.refreshes == 0;
-    std::unique_ptr<Screen> screen;
+    const bool isLive = !options.json && !options.once && options.refreshes == 0;
     std::unique_ptr<LiveTop> live;
     PrintedTop printed(session, options);
     TopSession text(session, printed, options.feed(false));
     return session.runUntilInterrupted([&] {
-        screen = isLive ? Screen::open(session.medium().isColoured) : nullptr; // not before the daemon is there
-        if (!screen) {
+        live = isLive ? std::make_unique<LiveTop>(session, options) : nullptr; // not before the daemon is there
+        if (!live || !live->start()) {
             text.start();
-            return;
         }
-        live = std::make_unique<LiveTop>(session, options, *screen);
-        live->start();
     });
 }
 

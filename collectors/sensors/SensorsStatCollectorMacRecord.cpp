@@ -22,7 +22,9 @@ HistorySeries SensorsStatCollectorMac::seriesOf(const Item& item) const
         .unit = std::string(sensorUnit(kindOf(item))),
         .values = {"value"},
         .step = isPower(item) ? powerStep : 0,
-        .origin = record ? record->chip : ""};
+        .origin = !record          ? ""
+            : record->disk.empty() ? record->chip
+                                   : record->disk};
 }
 
 std::vector<HistorySeries> SensorsStatCollectorMac::series() const

@@ -4,7 +4,7 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|bandwidth|call|watch) command=$word; break ;;
+            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|call|watch) command=$word; break ;;
         esac
     done
     case $previous in
@@ -17,11 +17,11 @@ _meridalctl() {
     esac
     local words="--help --socket --color --timeout"
     case $command in
-        "") words+=" --version top processes version ping status uptime sensors fans history battery disks bandwidth call watch" ;;
+        "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth call watch" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes|status) words+=" --json" ;;
         uptime|battery) words+=" --history --rows --days --json" ;;
-        sensors) words+=" --watch --refreshes --json" ;;
+        sensors|network) words+=" --watch --refreshes --json" ;;
         fans) words+=" --json" ;;
         history) words+=" --range --csv --json --svg" ;;
         disks) words+=" --attributes --json" ;;

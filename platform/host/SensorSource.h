@@ -47,6 +47,7 @@ struct SensorRecord {
     bool isNameless = false;    ///< the hardware tells no more than a key: a client may know what it is
     bool isMean = false;        ///< made of other sensors
     bool isIgnored = false;     ///< the administrator does not want to see it; it keeps its key
+    std::string disk = {};      ///< that the chip is part of: "nvme0n1"; empty for all other chips
     bool operator==(const SensorRecord&) const = default;
 };
 

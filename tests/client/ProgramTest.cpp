@@ -274,11 +274,47 @@ TEST_F(ProgramTest, WatchPrintsWhatWasAskedForAcrossARestart)
             "startRequestWithKey:interval:[1,2]", "startRequestWithKey:interval:[2,2]", "startSMARTTemps[]"));
 }
 
-TEST_F(ProgramTest, TheLiveViewFollowsItsKeysAndGivesTheTerminalBack)
-{
-    if (std::system("script -V >/dev/null 2>&1") != 0) {
-        GTEST_SKIP() << "no util-linux script(1) to lend a terminal";
+/// The program on a terminal of its own, lent by script(1).
+class TerminalTest : public ProgramTest {
+protected:
+    void SetUp() override
+    {
+        if (std::system("script -V >/dev/null 2>&1") != 0) {
+            GTEST_SKIP() << "no util-linux script(1) to lend a terminal";
+        }
     }
+
+    void open(const std::string& arguments)
+    {
+        const std::string script = "TERM=xterm-256color LC_ALL=C.UTF-8 script -qec \"" + command(arguments) + "\" '"
+            + folder.path("screen") + "' >/dev/null 2>&1";
+        terminal = ::popen(script.c_str(), "w");
+        ASSERT_NE(terminal, nullptr);
+    }
+    void press(char key)
+    {
+        std::fputc(key, terminal);
+        std::fflush(terminal);
+    }
+    /// Ends the program, and answers what it wrote.
+    std::string quit()
+    {
+        press('q');
+        EXPECT_EQ(::pclose(terminal), 0);
+        std::string screen = folder.read("screen");
+        const std::size_t enters = screen.find("\x1B[?1049h");
+        const std::size_t leaves = screen.rfind("\x1B[?1049l");
+        EXPECT_NE(enters, std::string::npos);
+        EXPECT_NE(leaves, std::string::npos);
+        EXPECT_LT(enters, leaves);
+        return screen;
+    }
+
+    std::FILE* terminal = nullptr;
+};
+
+TEST_F(TerminalTest, TheLiveViewFollowsItsKeysAndGivesTheTerminalBack)
+{
     serve([this](const std::string& method, const Value& request) {
         daemon->answer(request, Value::object());
         if (method == "startRequestWithKey:interval:") {
@@ -287,14 +323,7 @@ TEST_F(ProgramTest, TheLiveViewFollowsItsKeysAndGivesTheTerminalBack)
             }
         }
     });
-    const std::string script = "TERM=xterm-256color LC_ALL=C.UTF-8 script -qec \"" + command("top") + "\" '"
-        + folder.path("screen") + "' >/dev/null 2>&1";
-    std::FILE* terminal = ::popen(script.c_str(), "w");
-    ASSERT_NE(terminal, nullptr);
-    const auto press = [terminal](char key) {
-        std::fputc(key, terminal);
-        std::fflush(terminal);
-    };
+    open("top");
     waitForCall("status[]", 2);
     press('m');
     waitForCall("stopRequestWithKey:[1]");
@@ -302,16 +331,21 @@ TEST_F(ProgramTest, TheLiveViewFollowsItsKeysAndGivesTheTerminalBack)
     waitForCall("status[]", 3);
     press('h');
     waitForCall("enableHierachy[]");
-    press('q');
-    EXPECT_EQ(::pclose(terminal), 0);
-    const std::string screen = folder.read("screen");
+    const std::string screen = quit();
     EXPECT_THAT(screen, HasSubstr("spin?[2J?"));
     EXPECT_THAT(screen, HasSubstr("heap"));
-    const std::size_t enters = screen.find("\x1B[?1049h");
-    const std::size_t leaves = screen.rfind("\x1B[?1049l");
-    ASSERT_NE(enters, std::string::npos);
-    ASSERT_NE(leaves, std::string::npos);
-    EXPECT_LT(enters, leaves);
+}
+
+TEST_F(TerminalTest, WhatIsWatchedIsLiveUntilAKeyEndsIt)
+{
+    serve([this](const std::string&, const Value& request) {
+        daemon->answer(request, {{"interfaces", {{{"interface", "eth7"}, {"link", "up"}}}}, {"more", false}});
+    });
+    EXPECT_EQ(run("network --watch --refreshes 1 --json").out,
+        "{\"interfaces\":[{\"interface\":\"eth7\",\"link\":\"up\"}]}\n");
+    open("network --watch");
+    waitForCall("network.interfaces[{\"limit\":500}]", 2);
+    quit();
 }
 
 } // namespace

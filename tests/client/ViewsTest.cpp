@@ -1,5 +1,6 @@
 #include "client/views/BatteryView.h"
 #include "client/views/DisksView.h"
+#include "client/views/NetworkView.h"
 #include "client/views/SensorsView.h"
 #include "client/views/StatusView.h"
 #include "client/views/UptimeView.h"
@@ -57,6 +58,36 @@ TEST(UptimeView, ABootThatCrashedLastedAtLeastSoLong)
         "-                    -                                -            -  -\n");
 }
 
+TEST(NetworkView, ShowsThePrimaryInterfaceFirstAndGivesWay)
+{
+    const Value answer = {{"primary", {{"interface", "wlan0"}, {"router", "192.0.2.1"}}},
+        {"interfaces",
+            {{{"interface", "old0"}, {"hardware", "Ethernet"}, {"link", "down"}, {"downloadRate", nullptr},
+                 {"uploadRate", nullptr}},
+                {{"interface", "lo"}, {"hardware", "Loopback"}, {"link", "up"}, {"downloadRate", 0}, {"uploadRate", 0},
+                    {"addresses", {"127.0.0.1/8", "::1/128"}}, {"bytes", {{"received", 4096}, {"sent", 4096}}},
+                    {"errors", {{"received", 0}, {"sent", 0}}}},
+                {{"interface", "wlan0"}, {"hardware", "AirPort"}, {"link", "up"}, {"primary", true},
+                    {"downloadRate", 2048.5}, {"uploadRate", 12}, {"addresses", {"192.0.2.7/24"}},
+                    {"wifi", {{"name", "Home\x1B"}, {"bssid", "aa:bb:cc:dd:ee:ff"}}},
+                    {"bytes", {{"received", 5e9}, {"sent", 1e6}}}, {"errors", {{"received", 1}, {"sent", 0}}},
+                    {"drops", {{"received", 3}, {"sent", 4}}}}}}};
+    EXPECT_EQ(textOf(networkLines(answer)),
+        "INTERFACE     HARDWARE   LINK       DOWNLOAD      UPLOAD   RECEIVED       SENT  TROUBLE\n"
+        "wlan0         AirPort    up       2.00 KiB/s      12 B/s   4.66 GiB    977 KiB  1 error, 7 dropped\n"
+        "              Wi-Fi Home? (aa:bb:cc:dd:ee:ff)  router 192.0.2.1  192.0.2.7/24\n"
+        "lo            Loopback   up            0 B/s       0 B/s   4.00 KiB   4.00 KiB\n"
+        "              127.0.0.1/8  ::1/128\n"
+        "old0          Ethernet   down              -           -          -          -\n");
+    const std::string narrow = "INTERFACE     HARDWARE  LINK       DOWNLOAD      UPLOAD  TROUBLE\n"
+                               "wlan0         AirPort   up       2.00 KiB/s      12 B/s  1 error, 7 dropped\n"
+                               "              Wi-Fi Home? (aa:bb:cc:dd:ee:ff)  router 192.0.2.1\n"
+                               "              192.0.2.7/24\n"
+                               "lo            Loopback  up            0 B/s       0 B/s\n";
+    EXPECT_EQ(textOf(networkLines(answer, 75)).substr(0, narrow.size()), narrow);
+    EXPECT_EQ(textOf(networkLines({{"interfaces", Value::array()}})), "no network interfaces on this machine\n");
+}
+
 TEST(Views, AnAnswerOfAnyShapeIsShownWithoutComplaint)
 {
     const Value odd = {{"percentage", "x"}, {"time", 1e300}, {"manufactureTime", 1e300}, {"state", 1}, {"problems", 1},
@@ -68,7 +99,7 @@ TEST(Views, AnAnswerOfAnyShapeIsShownWithoutComplaint)
                  {"limitations", lists}, {"paths", {{"a", odd}}}, {"version", "6"}, {"current", 2}}}) {
         EXPECT_EQ(textOf(statusLines(answer)).substr(0, 9), "meridald\n");
         for (const Lines& lines : {batteryLines(answer), diskLines(answer, true), sensorLines(answer), fanLines(answer),
-                 uptimeLines(answer, true)}) {
+                 uptimeLines(answer, true), networkLines(answer), networkLines({{"interfaces", answer}}, 40)}) {
             EXPECT_FALSE(lines.empty());
         }
     }

@@ -101,7 +101,10 @@ TEST_F(HistoryQuestionsTest, SeriesAreListedInPages)
     EXPECT_EQ(listed({{"collector", "sensors"}}), (Names{"sensors/TC0P", "sensors/TC1P"}));
     EXPECT_EQ(listed({{"collector", "nobody"}}), Names());
     EXPECT_EQ(listed(Value()).size(), 4U);
-    EXPECT_EQ(questions().series(Value())->at("series")[0].at("unit"), "W");
+    const Value series = questions().series(Value())->at("series");
+    EXPECT_EQ(series[0].at("unit"), "W");
+    EXPECT_FALSE(series[0].contains("origin"));
+    EXPECT_EQ(series[2].at("origin"), "chip-1");
 }
 
 TEST_F(HistoryQuestionsTest, NonsenseIsRefusedInWords)

@@ -23,6 +23,8 @@ void addDisk(HwmonMachine& machine, const std::string& entry, const std::string&
 {
     machine.chip(entry, "pci0000:00/0000:00:06.0/0000:01:00.0/nvme/" + disk, "", "nvme",
         {{"temp1_input", "38850"}, {"temp1_label", "Composite"}, {"temp1_min", "-273150"}});
+    std::filesystem::create_directories( // as of a disk with several paths
+        machine.tree.root() / "sys/devices/pci0000:00/0000:00:06.0/0000:01:00.0/nvme" / disk / (disk + "c3n1"));
     if (!std::filesystem::exists(machine.tree.root() / "sys/bus/pci")) {
         std::filesystem::create_directories(machine.tree.root() / "sys/bus/pci");
         machine.tree.link(
@@ -57,6 +59,8 @@ TEST(HwmonSensors, ALaptopsChips)
     EXPECT_EQ(core, "platform/coretemp.0/coretemp/temp2");
     EXPECT_EQ(laptop.records().at("thinkpad-isa-0000 fan2").limits, (SensorLimits{.low = 500, .high = 6000}));
     EXPECT_EQ(laptop.read("TC0P"), SensorReading());
+    EXPECT_EQ(laptop.records().at("nvme-pci-0100 Composite").disk, "nvme0n1");
+    EXPECT_EQ(laptop.records().at("coretemp-isa-0000 Core 0").disk, "");
     laptop.set("hwmon0", "temp2_input", "61000\n");
     EXPECT_EQ(laptop.valueOf("coretemp-isa-0000 Core 0"), 61);
     laptop.runtime.advance(10);

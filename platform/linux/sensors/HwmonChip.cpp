@@ -188,6 +188,26 @@ std::string_view withoutCounter(std::string_view prefix)
     return prefix;
 }
 
+/// The disk that a chip is part of: below its controller (NVMe) or itself (drivetemp). A path of a disk that has several,
+/// "nvme0c1n1", is part of "nvme0n1".
+std::string diskOf(const RootFolder& root, const HwmonChip& chip)
+{
+    if (chip.prefix == "drivetemp") {
+        const auto disks = root.list(chip.device + "/block");
+        return disks.empty() ? "" : printable(disks.front());
+    }
+    for (const std::string& entry : chip.prefix == "nvme" ? root.list(chip.device) : std::vector<std::string>()) {
+        const std::size_t disk = entry.find_last_of('n');
+        const std::size_t path = std::min(entry.find('c'), disk);
+        const bool isDisk = entry.starts_with("nvme") && disk > 4 && disk != std::string::npos
+            && disk + 1 < entry.size() && entry.find_first_not_of("0123456789cn", 4) == std::string::npos;
+        if (isDisk) {
+            return entry.substr(0, path) + entry.substr(disk);
+        }
+    }
+    return "";
+}
+
 std::optional<HwmonChip> readChip(const RootFolder& root, const std::string& entry)
 {
     HwmonChip chip;
@@ -209,6 +229,7 @@ std::optional<HwmonChip> readChip(const RootFolder& root, const std::string& ent
         takeKeysFromDeviceTree(root, chip, chip.device + "/of_node");
     }
     nameChip(root, chip, realPath(root.path(chip.device)));
+    chip.disk = diskOf(root, chip);
     const auto place = realPath(root.path(std::string(classFolder) + "/" + entry));
     chip.identity =
         hwmon::stablePath(belowDevices(root, place), [&](std::string_view ata) { return ataPortNumber(place, ata); })

@@ -48,6 +48,7 @@ struct HwmonChip {
     std::string device;                 ///< the folder of what it belongs to, below the root
     std::string prefix;                 ///< the driver's name for it: "nct6775"
     std::string name;                   ///< lm-sensors' name for it: "nct6775-isa-0290"
+    std::string disk;                   ///< that it is part of: "nvme0n1", "sda"; empty for all other chips
     std::string identity;               ///< where it sits, without anything that the order of probing decides
     std::vector<HwmonChannel> channels; ///< by kind and number
     bool operator==(const HwmonChip&) const = default;

@@ -167,7 +167,8 @@ void HwmonSensors::addSensors(const HwmonChip& chip, const SensorsConfig& config
                           .kind = channel.kind,
                           .mayStandStill = !channel.ownKey.empty(),
                           .disturbs = chip.prefix == "drivetemp",
-                          .isIgnored = config.isIgnored(chip.name, channel.name)},
+                          .isIgnored = config.isIgnored(chip.name, channel.name),
+                          .disk = chip.disk},
             .formula = {},
             .source = source,
             .files = {}};
