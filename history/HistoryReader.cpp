@@ -310,4 +310,97 @@ std::optional<HistoryPage> readPage(SQLiteConnection& database, const std::strin
     return page;
 }
 
+namespace {
+
+constexpr std::int64_t mostRowsOfSpan = 50'000;
+
+/// One number of the first row; absent when there is none, or it cannot be read.
+std::optional<double> figureOf(SQLiteConnection& database, const std::string& sql, const SqlValues& args = {})
+{
+    std::optional<double> figure;
+    const auto read = database.forEachRow(sql, args, [&figure](std::span<const SqlValue> row) {
+        if (!std::holds_alternative<std::monostate>(row[0])) {
+            figure = sqlNumber(row[0]);
+        }
+    });
+    return read ? figure : std::nullopt;
+}
+
+struct Identifiers {
+    double first = 0;
+    double last = -1; ///< below `first`: none
+};
+
+/// The smallest identifier whose row is later than a moment, or one more than the largest.
+double firstLaterThan(SQLiteConnection& database, const std::string& table, double time, Identifiers within)
+{
+    const std::string next =
+        fmt::format("SELECT CASE WHEN time > ?2 THEN -1 ELSE sample END FROM {} WHERE sample >= ?1 ORDER BY sample "
+                    "LIMIT 1",
+            table);
+    double low = within.first;
+    double high = within.last + 1;
+    while (low < high) {
+        const double middle = std::floor((low + high) / 2);
+        const double earlier =
+            figureOf(database, next, SqlValues{static_cast<std::int64_t>(middle), time}).value_or(-1);
+        if (earlier < middle) {
+            high = middle;
+        } else {
+            low = earlier + 1;
+        }
+    }
+    return low;
+}
+
+Identifiers identifiersOf(
+    SQLiteConnection& database, const std::string& table, StorageIndex index, const TimeSpan& span)
+{
+    const auto end = [&](const char* which, const std::string& condition, const SqlValues& args) {
+        return figureOf(database, fmt::format("SELECT {}(sample) FROM {}{}", which, table, condition), args);
+    };
+    const bool isShort = index != StorageIndex::LongTerm;
+    const std::string condition = isShort ? " WHERE time > ? AND time <= ?" : "";
+    const SqlValues args = isShort ? SqlValues{span.from, span.until} : SqlValues{};
+    const auto first = end("min", condition, args);
+    const auto last = end("max", condition, args);
+    if (!first || !last) {
+        return {};
+    }
+    const Identifiers all{*first, *last};
+    return isShort ? all
+                   : Identifiers{firstLaterThan(database, table, span.from, all),
+                       firstLaterThan(database, table, span.until, all)};
+}
+
+} // namespace
+
+bool readSpan(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIndex index, const TimeSpan& span,
+    RowsOfSpan& found)
+{
+    const HistoryReadPlan::Tables& tables = plan.tables[position(index)];
+    const std::string& values = tables.itemTable.empty() ? tables.table : tables.itemTable;
+    const auto exists = tables.table.empty() ? Result<bool>(false) : database.tableExists(values);
+    if (!exists || !*exists) {
+        return exists.has_value();
+    }
+    const auto endTime = [&](const char* order) {
+        return figureOf(
+            database, fmt::format("SELECT time FROM {} WHERE time > 0 ORDER BY sample {} LIMIT 1", tables.table, order))
+            .value_or(0);
+    };
+    found.oldest = endTime("ASC");
+    found.newest = endTime("DESC");
+    const Identifiers wanted = identifiersOf(database, tables.table, index, span);
+    if (wanted.last < wanted.first) {
+        return true;
+    }
+    return readRows(database,
+        fmt::format(
+            "SELECT * FROM {} WHERE sample BETWEEN ? AND ? AND time > ? AND time <= ? ORDER BY sample LIMIT ?", values),
+        {static_cast<std::int64_t>(wanted.first), static_cast<std::int64_t>(wanted.last), span.from, span.until,
+            mostRowsOfSpan},
+        plan, found.rows);
+}
+
 } // namespace meridal

@@ -93,6 +93,24 @@ constexpr std::size_t identifiersOnPage = 2048;
 std::optional<HistoryPage> readPage(SQLiteConnection& database, const std::string& table, const HistoryReadPlan& plan,
     const HistoryPageQuestion& question);
 
+/// Which part of a table to read: later than `from`, up to `until`. s since 1970.
+struct TimeSpan {
+    double from = 0;
+    double until = 0;
+};
+
+/// What a table holds within a span, and from when to when it holds anything.
+struct RowsOfSpan {
+    StoredRows rows;   ///< of the collector or of all items, oldest first; the oldest 50,000
+    double oldest = 0; ///< s since 1970; 0: the table is empty
+    double newest = 0;
+};
+
+/// Reads the rows of a span from the table of one storage. In the long-term table, which has no index by time, they are
+/// looked for as if times never went back. False when it cannot be read. Runs on the database's queue.
+bool readSpan(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIndex index, const TimeSpan& span,
+    RowsOfSpan& found);
+
 /// Reads the tables of one storage. False when they cannot be read. Runs on the database's queue.
 bool readStorage(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIndex index, StoredStorage& stored);
 

@@ -2,6 +2,7 @@
 
 #include "base/Lifetime.h"
 #include "base/Runtime.h"
+#include "history/HistoryMoment.h"
 #include "history/HistoryReader.h"
 #include "history/HistoryTables.h"
 #include "history/SampleStorages.h"
@@ -63,6 +64,9 @@ public:
     /// Reads a page of stored samples, with what still waits to be written. The reply comes on the main queue, absent when
     /// the file cannot be read.
     void readHistory(const HistoryPageQuestion& question, std::function<void(const std::optional<HistoryPage>&)> reply);
+    /// Reads what is stored of a moment (s since 1970), with what still waits to be written. The reply comes on the main
+    /// queue, null when a file cannot be read.
+    void readMoment(double time, std::function<void(const std::shared_ptr<const HistoryMoment>&)> reply);
 
 protected:
     /// What becomes of a finished period; for tests that look at each.

@@ -154,4 +154,51 @@ void HistoryRecorder::readHistory(
         });
 }
 
+namespace {
+
+/// Reads the tables of one file into what is there already.
+bool addMomentOf(SQLiteConnection& database, const HistoryReadPlan& plan, HistoryFile which, HistoryMoment& moment)
+{
+    for (const StorageIndex index : recordedStorages) {
+        RowsOfSpan rows;
+        if (fileOf(index) == which) {
+            if (!readSpan(database, plan, index, moment.spanOf(index), rows)) {
+                return false;
+            }
+            moment.add(index, std::move(rows));
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+/// One file after the other, each on its own queue.
+void HistoryRecorder::readMoment(double time, std::function<void(const std::shared_ptr<const HistoryMoment>&)> reply)
+{
+    struct Reading {
+        std::shared_ptr<HistoryMoment> moment;
+        bool failed = false;
+    };
+    const auto reading = std::make_shared<Reading>();
+    reading->moment = std::make_shared<HistoryMoment>(time, std::max(time, context_.runtime.wallTime()));
+    Task next = [reading, reply = std::move(reply), &mainQueue = context_.runtime.mainQueue()] {
+        mainQueue.post([reading, reply] { reply(reading->failed ? nullptr : reading->moment); });
+    };
+    for (const StorageIndex index : {StorageIndex::LongTerm, StorageIndex::Hour}) { // the last to be asked comes first
+        const auto file = databaseForIndex(index);
+        if (!file) {
+            continue;
+        }
+        next = [file, which = fileOf(index), plan = tables_.readPlan(), reading, next = std::move(next)] {
+            file->commit();
+            file->queryDatabaseAsync([which, plan, reading, next](SQLiteConnection& database) {
+                reading->failed = reading->failed || !addMomentOf(database, plan, which, *reading->moment);
+                next();
+            });
+        };
+    }
+    next();
+}
+
 } // namespace meridal

@@ -115,6 +115,18 @@ std::optional<double> availability(SQLiteConnection& connection, const SqlValues
     return std::clamp((*up - *asleep) / total, 0.0, 1.0);
 }
 
+bool readSleeps(SQLiteConnection& connection, double from, double until, UptimeAnswer& answer)
+{
+    const std::string newest =
+        R"(SELECT * FROM (SELECT start, "end" FROM sleep WHERE "end" > ? AND start < ? ORDER BY rowid DESC LIMIT 100) ORDER BY start)";
+    return connection
+        .forEachRow(newest, SqlValues{from, until},
+            [&answer](std::span<const SqlValue> row) {
+                answer.sleeps.push_back({.start = sqlNumber(row[0]), .end = sqlNumber(row[1])});
+            })
+        .has_value();
+}
+
 } // namespace
 
 std::optional<UptimeAnswer> readUptimeHistory(
@@ -129,6 +141,9 @@ std::optional<UptimeAnswer> readUptimeHistory(
     // A boot that began while the clock stood ahead is there all the same when no end was asked for.
     args.emplace_back(question.until.value_or(std::numeric_limits<double>::max()));
     if (!readPage(connection, question, now, args, answer)) {
+        return std::nullopt;
+    }
+    if (question.withSleeps && !readSleeps(connection, question.from, until, answer)) {
         return std::nullopt;
     }
     answer.longest = single(connection, "SELECT max(length) FROM (" + selection + ")", args).value_or(0);

@@ -25,6 +25,7 @@ struct UptimeQuestion {
     std::optional<double> until;  ///< boots that began before; now when absent
     std::optional<double> before; ///< key of a boot: only those before it, for the next page
     std::size_t limit = 50;
+    bool withSleeps = false; ///< the sleeps within the period are asked for, too
 };
 
 /// This boot as it is at the moment of the question.
@@ -44,6 +45,12 @@ struct BootRow {
     double length = 0; ///< s from the boot to the end, or at least that where the end came unseen
 };
 
+/// A sleep that is over. s since 1970.
+struct SleepRow {
+    double start = 0;
+    double end = 0;
+};
+
 struct UptimeAnswer {
     UptimeNow now;
     double asleep = 0;          ///< s, of this boot
@@ -53,7 +60,8 @@ struct UptimeAnswer {
     /// Share of the period in which the machine was up, from the first boot known at the earliest. Time asleep counts
     /// neither way. Absent when nothing is known of the period.
     std::optional<double> availability;
-    bool knowsBefore = true; ///< false: there is no boot of the key in `before`
+    bool knowsBefore = true;      ///< false: there is no boot of the key in `before`
+    std::vector<SleepRow> sleeps; ///< oldest first, the newest 100; where they were asked for
 };
 
 /// Reads one page. Absent when the file cannot be read. On the file's queue.
