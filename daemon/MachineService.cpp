@@ -2,6 +2,7 @@
 
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "daemon/Watches.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
@@ -12,7 +13,9 @@ namespace meridal {
 
 namespace {
 
-constexpr double leeway = 0.1; // of an interval, s
+constexpr double leeway = 0.1; // of an interval
+/// What is older is read again for who watches, s: less than any cadence, as the moments of a reading and of a watch differ.
+constexpr double watchedAge = MachineService::askedInterval / 2;
 
 Value describe(const FileSystemRecord& record)
 {
@@ -61,6 +64,7 @@ void MachineService::schedule()
 void MachineService::read()
 {
     lastRead_ = context_.runtime.monotonicTime();
+    state_.reset();
     for (MachineStatCollector* each : collectors_) {
         each->updateStats();
         each->updateHistory();
@@ -72,24 +76,41 @@ Result<Value> MachineService::state(const Value& given)
     if (Parameters parameters(given); !parameters.valid()) {
         return parameters.failure();
     }
-    const double now = context_.runtime.monotonicTime();
-    lastAsked_ = now;
-    if (!lastRead_ || now - *lastRead_ >= askedInterval) {
-        read();
-        interval_ =
-            0; // the timer's next reading comes a whole interval after this one, or rates would be of milliseconds
-    }
-    if (!lastListed_ || now - *lastListed_ >= askedInterval) {
-        lastListed_ = now;
-        listFileSystems();
-    }
+    lastAsked_ = context_.runtime.monotonicTime();
+    readUnlessNewerThan(askedInterval);
     schedule();
-    return Value{{"time", context_.runtime.wallTime()}, {"cpu", processors_.state()}, {"memory", memory_.state()},
-        {"pressure", pressure_.state()}, {"disks", blockDevices_.state()}, {"fileSystems", fileSystems_}};
+    return *latestState();
+}
+
+void MachineService::readUnlessNewerThan(double seconds)
+{
+    if (lastRead_ && context_.runtime.monotonicTime() - *lastRead_ < seconds) {
+        return;
+    }
+    read();
+    // The timer's next reading comes a whole interval after this one, or rates would be of milliseconds.
+    interval_ = 0;
+    schedule();
+}
+
+const std::shared_ptr<const Value>& MachineService::latestState()
+{
+    if (!state_) {
+        listFileSystems();
+        state_ = std::make_shared<const Value>(
+            Value{{"time", context_.runtime.wallTime()}, {"cpu", processors_.state()}, {"memory", memory_.state()},
+                {"pressure", pressure_.state()}, {"disks", blockDevices_.state()}, {"fileSystems", fileSystems_}});
+    }
+    return state_;
 }
 
 void MachineService::listFileSystems()
 {
+    const double now = context_.runtime.monotonicTime();
+    if (lastListed_ && now - *lastListed_ < askedInterval) {
+        return;
+    }
+    lastListed_ = now;
     fileSystems_ = Value::array();
     for (const FileSystemRecord& record : context_.host.fileSystems->read()) {
         fileSystems_.push_back(describe(record));
@@ -102,6 +123,14 @@ void MachineService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
     for (MachineStatCollector* each : collectors_) {
         each->addTo(catalogue);
     }
+}
+
+void MachineService::addTo(Watches& watches)
+{
+    watches.addWatch(method::machineWatch, askedInterval, [this](const Peer&) {
+        readUnlessNewerThan(watchedAge);
+        return latestState();
+    });
 }
 
 } // namespace meridal

@@ -16,10 +16,11 @@ namespace meridal {
 
 class HistoryCatalogue;
 class MeridalHistory;
+class Watches;
 struct Context;
 
-/// The machine's own figures: read and recorded every 6 s, one reading for each row of the finest table, and every second
-/// while somebody asks and for a minute after. Main queue only.
+/// The machine's own figures: read and recorded every 6 s, one reading for each row of the finest table, every second
+/// while somebody asks and for a minute after, and whenever somebody who watches is to be told. Main queue only.
 class MachineService {
 public:
     explicit MachineService(Context& context);
@@ -28,6 +29,8 @@ public:
     void start();
     /// Adds the method below, and the history of the figures. It must outlive both.
     void addTo(MeridalHistory& methods, HistoryCatalogue& catalogue);
+    /// Adds "machine.watch", which tells the same as the method below. It must outlive this as well.
+    void addTo(Watches& watches);
 
     /// "machine.state": all figures of the latest reading, which is a second old at most. No parameters.
     Result<Value> state(const Value& parameters);
@@ -38,8 +41,10 @@ public:
 
 private:
     void read();
+    void readUnlessNewerThan(double seconds);
     void schedule();
     void listFileSystems();
+    const std::shared_ptr<const Value>& latestState();
 
     Context& context_;
     ProcessorStatCollector processors_;
@@ -48,12 +53,13 @@ private:
     BlockDeviceStatCollector blockDevices_;
     const std::array<MachineStatCollector*, 4> collectors_ = {&processors_, &memory_, &pressure_, &blockDevices_};
     Value fileSystems_ = Value::array();
+    std::shared_ptr<const Value> state_; ///< of the latest reading; null until somebody wants it
     std::unique_ptr<Timer> timer_;
     double interval_ = 0; ///< of the timer, s
     // Monotonic s
     std::optional<double> lastRead_;
     std::optional<double> lastAsked_;
-    std::optional<double> lastListed_; ///< of the file systems, which only a question has listed
+    std::optional<double> lastListed_; ///< of the file systems, which only who asks or watches has listed
 };
 
 } // namespace meridal

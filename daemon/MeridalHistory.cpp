@@ -19,19 +19,27 @@ void MeridalHistory::addMethod(std::string name, Method method)
 
 void MeridalHistory::addAsyncMethod(std::string name, AsyncMethod method)
 {
+    addCallerMethod(
+        std::move(name), [method = std::move(method)](const Value& parameters, const Caller& caller, Reply reply) {
+            method(parameters, caller.peer, std::move(reply));
+        });
+}
+
+void MeridalHistory::addCallerMethod(std::string name, CallerMethod method)
+{
     methods_.insert_or_assign(std::move(name), std::move(method));
 }
 
 bool MeridalHistory::hasMethod(std::string_view name) const { return methods_.find(name) != methods_.end(); }
 
-void MeridalHistory::call(std::string_view name, const Value& parameters, const Peer& peer, Reply reply)
+void MeridalHistory::call(std::string_view name, const Value& parameters, const Caller& caller, Reply reply)
 {
     const auto method = methods_.find(name);
     if (method == methods_.end()) {
         return reply(unexpected(ErrorCode::NotFound, "no such method"));
     }
-    mainQueue_.post([&function = method->second, parameters, peer, reply = std::move(reply)] {
-        function(parameters, peer, reply);
+    mainQueue_.post([&function = method->second, parameters, caller, reply = std::move(reply)] {
+        function(parameters, caller, reply);
     });
 }
 

@@ -19,17 +19,21 @@ public:
     /// A method that answers later, once, and may answer according to who asks.
     using AsyncMethod = std::function<void(const Value& parameters, const Peer& peer, Reply reply)>;
 
+    /// One that may tell its caller more than the answer.
+    using CallerMethod = std::function<void(const Value& parameters, const Caller& caller, Reply reply)>;
+
     explicit MeridalHistory(Queue& mainQueue);
 
     void addMethod(std::string name, Method method);
     void addAsyncMethod(std::string name, AsyncMethod method);
+    void addCallerMethod(std::string name, CallerMethod method);
 
     bool hasMethod(std::string_view name) const override;
-    void call(std::string_view name, const Value& parameters, const Peer& peer, Reply reply) override;
+    void call(std::string_view name, const Value& parameters, const Caller& caller, Reply reply) override;
 
 private:
     Queue& mainQueue_;
-    std::map<std::string, AsyncMethod, std::less<>> methods_;
+    std::map<std::string, CallerMethod, std::less<>> methods_;
 };
 
 } // namespace meridal

@@ -48,6 +48,15 @@ std::optional<double> Parameters::moment(const std::string& name)
     return figure;
 }
 
+std::optional<double> Parameters::seconds(const std::string& name)
+{
+    const auto figure = entry(name) ? number(*object_, name) : std::nullopt;
+    if (entry(name) && !figure) {
+        refuse(fmt::format("\"{}\" must be a number, in seconds", name));
+    }
+    return figure;
+}
+
 std::optional<std::uint64_t> Parameters::count(const std::string& name)
 {
     const auto figure = entry(name) ? integer(*object_, name) : std::nullopt;

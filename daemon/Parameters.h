@@ -19,6 +19,8 @@ public:
     std::optional<std::string> text(const std::string& name);
     /// Seconds since 1970.
     std::optional<double> moment(const std::string& name);
+    /// A number, in seconds.
+    std::optional<double> seconds(const std::string& name);
     /// A whole number from 0.
     std::optional<std::uint64_t> count(const std::string& name);
     /// True or false; false when left out.

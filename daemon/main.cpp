@@ -27,6 +27,7 @@
 #include "daemon/StatusReport.h"
 #include "daemon/TrafficService.h"
 #include "daemon/UptimeService.h"
+#include "daemon/Watches.h"
 #include "daemon/ZAVPowerManager.h"
 #include "daemon/transport/InstanceLock.h"
 #include "daemon/transport/UnixSocketListener.h"
@@ -192,6 +193,8 @@ int serve(Context& context, const Options& options)
     uptime.addTo(history);
     disks.addTo(history, catalogue);
     machine.addTo(history, catalogue);
+    Watches watches(runtime, history);
+    machine.addTo(watches);
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     sensors.addTo(history);

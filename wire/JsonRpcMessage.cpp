@@ -70,6 +70,21 @@ std::string_view messageFault(const Value& message)
     return {};
 }
 
+std::string notificationLine(
+    std::string_view method, std::string_view opening, std::string_view parameters, std::string_view closing)
+{
+    std::string line;
+    line.reserve(method.size() + parameters.size() + 64); // of thousands of processes it may have
+    line += R"({"jsonrpc":"2.0","method":)";
+    appendText(line, method);
+    line += R"(,"params":)";
+    line += opening;
+    line += parameters;
+    line += closing;
+    line += "}\n";
+    return line;
+}
+
 } // namespace
 
 JsonRpcFailure failureOf(const Error& error)
@@ -139,14 +154,12 @@ std::string encode(const JsonRpcAnswer& answer)
 
 std::string encodeNotification(std::string_view method, std::string_view argument)
 {
-    std::string line;
-    line.reserve(method.size() + argument.size() + 64); // of thousands of processes it may have
-    line += R"({"jsonrpc":"2.0","method":)";
-    appendText(line, method);
-    line += R"(,"params":[)";
-    line += argument;
-    line += "]}\n";
-    return line;
+    return notificationLine(method, "[", argument, "]");
+}
+
+std::string encodeNamedNotification(std::string_view method, std::string_view parameters)
+{
+    return notificationLine(method, "", parameters, "");
 }
 
 } // namespace meridal

@@ -54,5 +54,7 @@ std::variant<JsonRpcRequest, JsonRpcAnswer> parseRequest(std::string_view line);
 std::string encode(const JsonRpcAnswer& answer);
 /// A notification that calls `method` at the client with one argument, which is JSON, as one line, its end included.
 std::string encodeNotification(std::string_view method, std::string_view argument);
+/// The same with named parameters: an object, which is JSON.
+std::string encodeNamedNotification(std::string_view method, std::string_view parameters);
 
 } // namespace meridal

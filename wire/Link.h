@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace meridal {
@@ -24,6 +25,14 @@ public:
     virtual const Peer& peer() const = 0;
 };
 
+/// Who calls a named method.
+struct Caller {
+    Caller(const Peer& who = {}, std::weak_ptr<ClientLink> way = {}) : peer(who), link(std::move(way)) { }
+
+    Peer peer;
+    std::weak_ptr<ClientLink> link; ///< the way to tell it more later: gone with its connection, and none for some
+};
+
 /// The daemon's side of one client: the object that the transport exports. `ended` is called once, when the client is
 /// gone; no method is called after it.
 class ExportedConnection : public DaemonProtocol {
@@ -39,7 +48,7 @@ public:
     virtual ~NamedMethods() = default;
     virtual bool hasMethod(std::string_view name) const = 0;
     /// Calls a method with its parameters (an array or an object; null when there were none). Replies exactly once.
-    virtual void call(std::string_view name, const Value& parameters, const Peer& peer, Reply reply) = 0;
+    virtual void call(std::string_view name, const Value& parameters, const Caller& caller, Reply reply) = 0;
 };
 
 /// Decides on new clients. Called on the listener's own thread.

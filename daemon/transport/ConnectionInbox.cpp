@@ -27,8 +27,8 @@ bool ConnectionInbox::put(EnvelopePtr envelope)
     if (closed_) {
         return false;
     }
-    const auto sameType = std::find_if(envelopes_.begin(), envelopes_.end(),
-        [&](const EnvelopePtr& waiting) { return waiting->type() == envelope->type(); });
+    const auto sameType = std::find_if(
+        envelopes_.begin(), envelopes_.end(), [&](const EnvelopePtr& waiting) { return envelope->replaces(*waiting); });
     const bool replaces = sameType != envelopes_.end();
     if (replaces) {
         std::swap(*sameType, envelope);

@@ -6,7 +6,7 @@ namespace meridal {
 
 bool EnvelopeBacklog::put(EnvelopePtr envelope)
 {
-    const auto replaced = std::erase_if(waiting_, [&](const auto& older) { return older->type() == envelope->type(); });
+    const auto replaced = std::erase_if(waiting_, [&](const auto& older) { return envelope->replaces(*older); });
     waiting_.push_back(std::move(envelope));
     return replaced > 0;
 }

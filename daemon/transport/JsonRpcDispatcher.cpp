@@ -8,7 +8,7 @@
 namespace meridal {
 
 void JsonRpcDispatcher::dispatch(
-    std::string_view line, DaemonProtocol& exported, const Peer& peer, PendingAnswer::Done done) const
+    std::string_view line, DaemonProtocol& exported, const Caller& caller, PendingAnswer::Done done) const
 {
     auto parsed = parseRequest(line);
     if (auto* refused = std::get_if<JsonRpcAnswer>(&parsed)) {
@@ -18,7 +18,7 @@ void JsonRpcDispatcher::dispatch(
     JsonRpcRequest& request = std::get<JsonRpcRequest>(parsed);
     const auto answer = std::make_shared<PendingAnswer>(std::move(request.id), std::move(done));
     try {
-        call(request, exported, peer, answer);
+        call(request, exported, caller, answer);
     } catch (const std::exception&) {
         // One client's odd input must not end the daemon for all the others.
         answer->fail({JsonRpcCode::InternalError, "the method failed"});
@@ -26,12 +26,12 @@ void JsonRpcDispatcher::dispatch(
 }
 
 void JsonRpcDispatcher::call(
-    JsonRpcRequest& request, DaemonProtocol& exported, const Peer& peer, const PendingAnswerPtr& answer) const
+    JsonRpcRequest& request, DaemonProtocol& exported, const Caller& caller, const PendingAnswerPtr& answer) const
 {
     const DaemonMethod* method = DaemonMethod::named(request.method);
     if (!method) {
         if (namedMethods_ && namedMethods_->hasMethod(request.method)) {
-            namedMethods_->call(request.method, request.parameters, peer,
+            namedMethods_->call(request.method, request.parameters, caller,
                 [answer](Result<Value> result) { answer->finish(std::move(result)); });
         } else {
             answer->fail({JsonRpcCode::MethodNotFound, "there is no such method"});

@@ -20,11 +20,12 @@ public:
     /// Carries out one line. `done` is called exactly once, from inside this call or later and then on any thread; until
     /// then the request counts as being served. A method without a reply is done when everything that it had posted to
     /// the main queue has run.
-    void dispatch(std::string_view line, DaemonProtocol& exported, const Peer& peer, PendingAnswer::Done done) const;
+    void dispatch(
+        std::string_view line, DaemonProtocol& exported, const Caller& caller, PendingAnswer::Done done) const;
 
 private:
     void call(
-        JsonRpcRequest& request, DaemonProtocol& exported, const Peer& peer, const PendingAnswerPtr& answer) const;
+        JsonRpcRequest& request, DaemonProtocol& exported, const Caller& caller, const PendingAnswerPtr& answer) const;
 
     NamedMethods* namedMethods_;
     Queue& mainQueue_;

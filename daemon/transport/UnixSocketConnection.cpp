@@ -28,7 +28,10 @@ SharedLine lineOf(const Envelope& envelope, TransportCounters& counters)
     const auto encode = [&counters](const Envelope& one) -> std::shared_ptr<const void> {
         ++counters.envelopesEncoded;
         std::string made;
-        return std::make_shared<const std::string>(encodeNotification(method::daemonResponse, one.json(made)));
+        const std::string_view json = one.json(made);
+        return std::make_shared<const std::string>(one.method().empty()
+                ? encodeNotification(method::daemonResponse, json)
+                : encodeNamedNotification(one.method(), json));
     };
     return std::static_pointer_cast<const std::string>(envelope.encoded(encode));
 }
@@ -111,7 +114,8 @@ void UnixSocketConnection::dispatch(std::string_view line)
     serving_ = true;
     ++counters_->requests;
     const auto exported = exported_; // lives through the call whatever the call does
-    surroundings_.dispatcher.dispatch(line, *exported, peer_, [weak = weak_from_this()](JsonRpcOutcome outcome) {
+    const Caller caller(peer_, weak_from_this());
+    surroundings_.dispatcher.dispatch(line, *exported, caller, [weak = weak_from_this()](JsonRpcOutcome outcome) {
         // Through the inbox even from inside the call: between two requests of one client the others get their turn.
         if (const auto self = weak.lock()) {
             self->inbox_.put(std::move(outcome));

@@ -1,9 +1,10 @@
 #include "daemon/MachineService.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/Watches.h"
 #include "database/HistoryDatabaseController.h"
+#include "tests/support/FakeClient.h"
 #include "tests/support/FakeHost.h"
-#include "wire/Link.h"
 
 #include <gtest/gtest.h>
 
@@ -71,9 +72,11 @@ struct MachineServiceTest : testing::Test {
             : databases(machine.context)
             , service((machine.context.databases = &databases, machine.context))
             , methods(machine.runtime.mainQueue())
+            , watches(machine.runtime, methods)
             , questions(catalogue)
         {
             service.addTo(methods, catalogue);
+            service.addTo(watches);
             questions.addTo(methods);
             service.start();
         }
@@ -82,6 +85,7 @@ struct MachineServiceTest : testing::Test {
         HistoryCatalogue catalogue;
         MachineService service;
         MeridalHistory methods;
+        Watches watches;
         HistoryQuestions questions;
     };
 
@@ -110,10 +114,10 @@ struct MachineServiceTest : testing::Test {
             machine.runtime.advance(1);
         }
     }
-    Value ask(const std::string& method, const Value& parameters)
+    Value ask(const std::string& method, const Value& parameters, const std::shared_ptr<ClientLink>& client = nullptr)
     {
         Value answer;
-        daemon->methods.call(method, parameters, Peer{},
+        daemon->methods.call(method, parameters, {Peer{}, client},
             [&answer](const Result<Value>& result) { answer = result ? *result : Value(result.error().message); });
         machine.runtime.runDue();
         return answer;
@@ -218,6 +222,21 @@ TEST_F(MachineServiceTest, ItIsReadEverySecondOnlyWhileSomebodyAsks)
     EXPECT_GE(readsIn(50), 49);
     readsIn(30);
     EXPECT_LE(readsIn(60), 10) << "a minute after the last question";
+
+    auto client = std::make_shared<FakeClient>();
+    EXPECT_EQ(ask("machine.watch", {{"interval", 2}}, client)["cpu"]["load1"], 1.5);
+    auto another = std::make_shared<FakeClient>();
+    ask("machine.watch", {{"interval", 2}}, another);
+    EXPECT_NEAR(readsIn(60), 30, 1) << "at the cadence of the watchers, once for all of them";
+    client->received.clear();
+    live(4);
+    ASSERT_EQ(client->received.size(), 1U);
+    EXPECT_EQ(client->received[0]->method(), "machine.watch");
+    EXPECT_EQ(client->received[0]->dictionary()["cpu"]["user"], 50);
+    EXPECT_FALSE(client->received[0]->dictionary().contains("memory")) << "as it was";
+    client.reset();
+    another.reset();
+    EXPECT_LE(readsIn(60), 11);
 }
 
 } // namespace

@@ -28,6 +28,12 @@ TEST(ConnectionInbox, NewestOfATypeWinsAndKeepsItsPlace)
     EXPECT_EQ(inbox.takeEnvelope()->type(), 16);
     EXPECT_EQ(inbox.takeEnvelope()->type(), 1);
     EXPECT_EQ(inbox.takeEnvelope(), nullptr);
+    for (const char* method : {"a.watch", "b.watch", "a.watch"}) {
+        inbox.put(std::make_shared<const Envelope>(method, "{}"));
+    }
+    EXPECT_EQ(inbox.takeEnvelope()->method(), "a.watch");
+    EXPECT_EQ(inbox.takeEnvelope()->method(), "b.watch");
+    EXPECT_EQ(inbox.takeEnvelope(), nullptr);
 }
 
 TEST(EnvelopeBacklog, StalledClientKeepsOnlyTheNewestOfEachType)

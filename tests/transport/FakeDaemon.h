@@ -135,10 +135,10 @@ public:
     {
         return name == "status" || name == "echo" || name == "broken";
     }
-    void call(std::string_view name, const Value& parameters, const Peer& peer, Reply reply) override
+    void call(std::string_view name, const Value& parameters, const Caller& caller, Reply reply) override
     {
         if (name == "status") {
-            reply(Value{{"uid", peer.uid}});
+            reply(Value{{"uid", caller.peer.uid}});
         } else if (name == "echo") {
             reply(parameters);
         } else {
