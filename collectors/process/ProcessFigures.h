@@ -26,7 +26,11 @@ struct ProcessPass {
 
 /// Raw: cumulative counters as they were read last, and when (s of the clock that cannot step).
 struct ProcessCounters {
-    std::uint64_t cpuTime = 0;       ///< units of the time base
+    std::uint64_t cpuTime = 0; ///< units of the time base
+    std::uint64_t cpuUser = 0; ///< as in ProcessRecord, as are the next
+    std::uint64_t childCpuTime = 0;
+    std::uint64_t childCpuUser = 0;
+    std::uint64_t residentSize = 0;  ///< bytes
     std::uint64_t diskReadTotal = 0; ///< bytes
     std::uint64_t diskWriteTotal = 0;
     std::uint64_t idleWakeups = 0;
@@ -59,6 +63,8 @@ struct ProcessActivity {
 
 /// Averaged: what the energy score of half a minute is made of.
 struct ProcessEnergy {
+    /// Energy score for each time in a second that it wakes an idle package: as much as 500 us of CPU time.
+    static constexpr double scoreOfWakeup = 0.05;
     /// A score that counts. Most processes never have one.
     struct Score {
         double time = 0; ///< monotonic s

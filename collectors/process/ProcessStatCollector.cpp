@@ -77,6 +77,11 @@ ProcessStatCollector& ProcessStatCollector::sharedProcesses()
 
 double ProcessStatCollector::timebaseFrequency() const { return std::max(0.0, context().host.processes->timeBase()); }
 
+double ProcessStatCollector::energyScore(double cpuSeconds, double wakeups) const
+{
+    return wakeups * ProcessEnergy::scoreOfWakeup + cpuSeconds * 100 * pass_.scoreOfCpu;
+}
+
 ProcessChanges ProcessStatCollector::update()
 {
     changes_ = {};
@@ -192,6 +197,7 @@ void ProcessStatCollector::introduce(Item& item, const ProcessRecord& record)
 {
     item.startAfresh(record.startIdentity, pass_.number);
     item.parentPid = record.parentPid;
+    item.isKernelThread = record.isKernelThread;
     nameProcess(item, record);
     item.isLaunchd = record.pid == 1 || (!serviceManagerName_.empty() && item.name.starts_with(serviceManagerName_));
     changes_.childrenChanged = true;

@@ -61,6 +61,8 @@ public:
     void updateStats() override { update(); }
     /// Units of CPU time per second, as the host tells it; 0 when it does not.
     double timebaseFrequency() const;
+    /// Score times seconds of so much work, however it is spread over time.
+    double energyScore(double cpuSeconds, double wakeups) const;
     /// Whether what these lists show was read in the last few seconds, or the table could not be read then.
     bool hasRecentFigures(std::uint32_t updateMask) const;
 
@@ -84,12 +86,17 @@ public:
     Item* endedProcess(
         const ProcessIdentity& process, const std::string& name, std::span<const ProcessIdentity> ancestors);
 
+    /// One that the latest pass found missing, as it was; null when it did not. Until the next pass.
+    Item* departedItem(const ProcessIdentity& process);
+
     // Names
     /// Full name of the program that a process runs, or the default.
     std::string nameForPid(std::int32_t pid, const std::string& defaultName);
     /// As shown to people; asks for the full name if that is still open. Where groups are shown, the head of a container or
     /// sandbox has the name of that. Good until the next call.
     std::string_view sharingNameForProcess(Item& item, bool grouped);
+    /// Whether the unit that it is in is called after it, or it after the unit. Of an application that is the first process alone.
+    bool bearsNameOfUnit(const Item& item) const;
     /// Asks for where the item's application is to be found, once a program.
     void loadBundleLocation(Item& item);
     /// Takes an array of pids, answers an array of {"name", "pid"} for those that there are and that may be shown. Some of
@@ -145,7 +152,6 @@ private:
     std::string guessedName(std::string cut);
     void loadName(Item& item);
     std::optional<std::string> nameOfUnseen(std::int32_t pid);
-    bool bearsNameOfUnit(const Item& item) const;
 
     // ProcessHierarchy.cpp
     void findOldestOfUnits();
@@ -158,7 +164,6 @@ private:
     // EndedProcesses.cpp
     void keepDeparted();
     void forgetDeparted();
-    Item* departedItem(const ProcessIdentity& process);
     Item* departedElder(const Item& item, std::int32_t pid);
     void nameEnded(Item& item, const std::string& name);
     void placeEnded(Item& item, std::span<const ProcessIdentity> ancestors);

@@ -10,8 +10,6 @@ namespace meridal {
 
 namespace {
 
-/// Energy score for each time in a second that it wakes an idle package: as much as 500 us of CPU time.
-constexpr double scoreOfWakeup = 0.05;
 constexpr double scoreThatCounts = 1.0;
 /// s over which scores are averaged, and how many passes of them at most.
 constexpr double averagedSeconds = 31;
@@ -104,6 +102,8 @@ void ProcessStatCollectorItem::updateMemoryWithTaskInfo(const ProcessRecord& rec
         figures.memory = figures.memoryFootprint = std::nullopt;
         return;
     }
+    counters.read |= ProcessFields::Memory;
+    counters.residentSize = record.residentSize;
     const std::uint64_t kept =
         record.anonymous - std::min(record.anonymous, record.purgeableVolatile) + record.compressed;
     figures.memoryFootprint = static_cast<double>(record.physFootprint);
@@ -114,6 +114,9 @@ void ProcessStatCollectorItem::updateCPUWithRusage(const ProcessRecord& record, 
 {
     if (const auto interval = beginReading(*this, ProcessFields::Cpu, counters.lastUpdateCPU, record, pass)) {
         const auto units = interval->rateOf(counters.cpuTime, record.cpuTime);
+        counters.cpuUser = record.cpuUser;
+        counters.childCpuTime = record.childCpuTime;
+        counters.childCpuUser = record.childCpuUser;
         figures.cpu = units && pass.timeBase > 0 ? std::optional(*units / pass.timeBase * 100) : std::nullopt;
     }
 }
@@ -146,7 +149,8 @@ void ProcessStatCollectorItem::updatePowerWithRusage(const ProcessRecord& record
     if (const auto interval = beginReading(*this, ProcessFields::Wakeups, counters.wakeupsTime, record, pass)) {
         const auto wakeups = interval->rateOf(counters.idleWakeups, record.idleWakeups);
         const auto& cpu = figures.cpu;
-        energy.power = wakeups && cpu ? std::optional(*wakeups * scoreOfWakeup + *cpu * pass.scoreOfCpu) : std::nullopt;
+        energy.power = wakeups && cpu ? std::optional(*wakeups * ProcessEnergy::scoreOfWakeup + *cpu * pass.scoreOfCpu)
+                                      : std::nullopt;
         updatePowerUsageAverage(pass);
     }
 }

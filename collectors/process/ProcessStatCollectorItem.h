@@ -38,7 +38,8 @@ struct ProcessState {
     bool isSafariWebContent : 1 = false;
     bool standsAlone : 1 = false;    ///< by its name, never grouped under another
     bool startsCommands : 1 = false; ///< by its name, what it starts is not part of it
-    bool temporary : 1 = false;      ///< not in the table: it has ended, and stands in lists until the next pass
+    bool isKernelThread : 1 = false;
+    bool temporary : 1 = false; ///< not in the table: it has ended, and stands in lists until the next pass
     ProcessCounters counters;
     ProcessFigures figures;
     ProcessActivity activity;

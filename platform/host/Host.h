@@ -11,6 +11,7 @@
 #include "platform/host/NetworkConfiguration.h"
 #include "platform/host/NetworkInterfaces.h"
 #include "platform/host/NetworkStatistics.h"
+#include "platform/host/PackageEnergy.h"
 #include "platform/host/PacketTap.h"
 #include "platform/host/PeripheralBatteries.h"
 #include "platform/host/PowerMessages.h"
@@ -44,6 +45,7 @@ struct Host {
     std::unique_ptr<UserRights> userRights;
     std::unique_ptr<PowerMessages> powerMessages;
     std::unique_ptr<PowerSources> powerSources;
+    std::unique_ptr<PackageEnergy> packageEnergy = std::make_unique<PackageEnergy>();
     std::unique_ptr<Disks> disks;
     std::unique_ptr<SensorSource> sensors;
     std::unique_ptr<PeripheralBatteries> peripherals;

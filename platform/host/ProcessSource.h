@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/host/EndedProcesses.h"
 #include "platform/host/ProcessUnit.h"
 
 #include <cstddef>
@@ -47,9 +48,13 @@ struct ProcessRecord {
     std::uint64_t startIdentity = 0; ///< the kernel's start time in its own unit; with pid, the identity of the process
     std::string_view name;           ///< raw bytes, possibly cut or empty; valid until the next pass
     ProcessUnit unit = {};           ///< as of this pass: processes are moved
+    bool isKernelThread = false;     ///< or the kernel itself, where that is a process
 
     // Cpu
     std::uint64_t cpuTime = 0; ///< units of ProcessSource::timeBase(), ended threads included
+    std::uint64_t cpuUser = 0; ///< of it, what was not spent in the kernel; as exact as the system tells them apart
+    std::uint64_t childCpuTime = 0; ///< of children that it has waited for and of theirs; 0 where nobody needs it
+    std::uint64_t childCpuUser = 0; ///< likewise
     // Memory
     std::uint64_t physFootprint = 0;     ///< what the process costs in memory, as the system itself counts it
     std::uint64_t anonymous = 0;         ///< resident private memory without a file behind it
@@ -86,6 +91,8 @@ public:
     /// Seconds of CPU time by which the counters move at least (a clock tick); 0 when they are exact. Two readings
     /// closer together than a few of these say nothing about the rate between them.
     virtual double cpuResolution() const = 0;
+    /// When a process started, s since 1970; 0 when that cannot be told.
+    virtual double startTime(std::uint64_t) const { return 0; }
     /// Length in bytes at which the kernel may have cut a name: 16 on macOS, 15 on Linux.
     virtual std::size_t nameLimit() const = 0;
 
@@ -102,10 +109,24 @@ public:
     /// the name of its first process is as good.
     virtual std::string unitName(const ProcessUnit&) { return {}; }
 
+    /// What a unit is known by over restarts and reboots: "unit:getty@.service", "app:firefox", "container:web". Valid UTF-8.
+    /// Empty where it has no such name: the path of its program is as good.
+    virtual std::string unitIdentity(const ProcessUnit&) { return {}; }
+
     /// Where an application that a process belongs to is to be found. macOS: the path of the outermost ".app" around its
     /// program. Linux: the name of its .desktop file, where its unit tells one. Elsewhere the path of the program. Raw
     /// bytes; absent when it cannot be told.
     virtual std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) = 0;
+
+    /// Path of a program that nobody runs any more, by the name that a pass would give its process: where the system keeps
+    /// programs. Absent when there is none of that name.
+    virtual std::optional<std::string> usualPath(std::string_view) { return std::nullopt; }
+
+    /// Begins or ends to keep what processes have used by their end. Answers whether this host can: where not, nothing is
+    /// kept, and records tell of waited-for children.
+    virtual bool keepEnded(bool) { return false; }
+    /// What has been kept since the last call, after each pass. Valid until the next call or pass.
+    virtual std::span<const EndedRecord> takeEnded() { return {}; }
 
     /// Which way of several that the host has this is, in a word for `status`: "proc", "bpf". Empty where there is one.
     virtual std::string_view method() const { return {}; }

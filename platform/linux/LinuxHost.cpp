@@ -17,6 +17,7 @@
 #include "platform/linux/network/NetlinkInterfaces.h"
 #include "platform/linux/power/LinuxPeripheralBatteries.h"
 #include "platform/linux/power/LogindPowerMessages.h"
+#include "platform/linux/power/PowercapEnergy.h"
 #include "platform/linux/power/SysfsPowerSources.h"
 #include "platform/linux/processes/ProcVisibility.h"
 #include "platform/linux/processes/ProcessSourceChoice.h"
@@ -70,6 +71,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->peripherals = std::make_unique<LinuxPeripheralBatteries>(runtime, options.root, bus);
     host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
+    host->packageEnergy = std::make_unique<PowercapEnergy>(options.root);
     host->disks = std::make_unique<LinuxDisks>(runtime, options.root, host->limitations, options.readHiddenDisks);
     host->sensors = std::make_unique<HwmonSensors>(runtime, HwmonOptions{.root = options.root});
     host->packetTap = makePcapPacketTap(runtime, options.root);

@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace meridal::test {
@@ -90,7 +91,25 @@ public:
         return entry == bundles.end() ? std::nullopt : std::optional(entry->second);
     }
 
+    std::string unitIdentity(const ProcessUnit& unit) override { return unitIdentities[unit.number]; }
+    std::optional<std::string> usualPath(std::string_view name) override
+    {
+        const auto entry = usualPaths.find(std::string(name));
+        return entry == usualPaths.end() ? std::nullopt : std::optional(entry->second);
+    }
+    double startTime(std::uint64_t identity) const override { return static_cast<double>(identity); }
+    bool keepEnded(bool wanted) override { return wanted && tellsEnded; }
+    std::span<const EndedRecord> takeEnded() override
+    {
+        taken_ = std::exchange(ended, {});
+        return taken_;
+    }
+
     std::vector<ProcessRecord> rows;
+    bool tellsEnded = true;
+    std::vector<EndedRecord> ended; ///< since the last pass; names must last
+    std::map<std::uint32_t, std::string> unitIdentities;
+    std::map<std::string, std::string> usualPaths;
     std::vector<ProcessFields> asked; ///< of each pass, oldest first
     std::map<std::int32_t, std::string> paths;
     std::map<std::int32_t, std::int32_t> responsible;
@@ -109,6 +128,7 @@ private:
         return std::find_if(rows.begin(), rows.end(), [&](const auto& each) { return each.pid == pid; });
     }
     std::map<std::int32_t, std::string> names_;
+    std::vector<EndedRecord> taken_;
 };
 
 /// Shows the processes to everybody, or to each user their own.

@@ -43,6 +43,11 @@ struct task_io_accounting {
 
 struct kernfs_node {
     __u64 id;
+    const char* name;
+    struct kernfs_node* parent;
+};
+struct kernfs_node___since_6_15 {
+    struct kernfs_node* __parent;
 };
 struct cgroup {
     struct kernfs_node* kn;
@@ -66,15 +71,24 @@ struct mm_struct___before_6_2 {
     struct mm_rss_stat rss_stat;
 };
 
+typedef struct {
+    unsigned val;
+} kuid_t;
+struct cred {
+    kuid_t uid;
+};
+
 struct sched_entity {
     __u64 sum_exec_runtime;
 };
 
 struct signal_struct {
     int nr_threads;
+    atomic_t live; /* threads that have not begun to end */
     struct list_head thread_head;
     seqlock_t stats_lock;
     unsigned long nvcsw;
+    __u64 utime, stime;
     struct task_io_accounting ioac;
     unsigned long long sum_sched_runtime;
 };
@@ -89,7 +103,9 @@ struct task_struct {
     struct task_struct* real_parent;
     struct list_head thread_node;
     unsigned long nvcsw;
+    __u64 utime, stime;
     __u64 start_boottime;
+    const struct cred* real_cred;
     char comm[16];
     struct signal_struct* signal;
     struct task_io_accounting ioac;

@@ -149,6 +149,8 @@ static long add_thread(__u32 index __attribute__((unused)), struct thread_walk* 
         TASK((const char*)walk->next - bpf_core_field_offset(struct task_struct, thread_node));
     struct BpfProcess* record = walk->record;
     record->runTime += READ(thread, se.sum_exec_runtime);
+    record->userTime += READ(thread, utime);
+    record->systemTime += READ(thread, stime);
     record->voluntarySwitches += READ(thread, nvcsw);
     if (bpf_core_field_exists(thread->ioac.read_bytes)) {
         record->readBytes += READ(thread, ioac.read_bytes);
@@ -190,6 +192,8 @@ static __always_inline __u64 memory_of_threads(struct signal_struct* group)
 static __always_inline void take_ended_threads(struct BpfProcess* record, struct signal_struct* group)
 {
     record->runTime = group->sum_sched_runtime;
+    record->userTime = group->utime;
+    record->systemTime = group->stime;
     record->voluntarySwitches = group->nvcsw;
     record->readBytes = record->writtenBytes = record->cancelledBytes = 0;
     if (bpf_core_field_exists(group->ioac.read_bytes)) {
@@ -205,6 +209,8 @@ static __always_inline void fill_counters(
     if (group->nr_threads == 1) {
         take_ended_threads(record, group);
         record->runTime += task->se.sum_exec_runtime;
+        record->userTime += task->utime;
+        record->systemTime += task->stime;
         record->voluntarySwitches += task->nvcsw;
         if (bpf_core_field_exists(task->ioac.read_bytes)) {
             record->readBytes += task->ioac.read_bytes;

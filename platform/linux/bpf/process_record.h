@@ -16,6 +16,8 @@ struct BpfProcess {
     __u32 unused;
     __u64 start;          /* ns since boot, time asleep included */
     __u64 runTime;        /* ns on a processor; a thread that runs right now lags by up to a tick */
+    __u64 userTime;       /* of it, as ticks have found it: ns, which only tell the proportion */
+    __u64 systemTime;     /* likewise */
     __u64 readBytes;      /* from storage */
     __u64 writtenBytes;   /* counted when a page is made dirty */
     __u64 cancelledBytes; /* of those, dropped before they were written */

@@ -106,6 +106,21 @@ bool writeBpfMap(int map, const void* key, const void* value)
 
 bool removeFromBpfMap(int map, const void* key) { return elementCall(BPF_MAP_DELETE_ELEM, map, key, nullptr); }
 
+std::uint32_t takeFromBpfMap(int map, BpfBatch& batch, void* keys, void* values, std::uint32_t room)
+{
+    bpf_attr attributes = emptyAttributes();
+    std::uint32_t next = 0;
+    attributes.batch.in_batch = batch.isFirst ? 0 : bpfAddress(&batch.position);
+    attributes.batch.out_batch = bpfAddress(&next);
+    attributes.batch.keys = bpfAddress(keys);
+    attributes.batch.values = bpfAddress(values);
+    attributes.batch.count = room;
+    attributes.batch.map_fd = static_cast<std::uint32_t>(map);
+    const long failure = bpfCall(BPF_MAP_LOOKUP_AND_DELETE_BATCH, attributes);
+    batch = {.position = next, .isFirst = false, .atEnd = failure < 0};
+    return failure == 0 || failure == -ENOENT ? attributes.batch.count : 0; // the latter with the last of them
+}
+
 Result<BpfMapping> BpfMapping::map(int map, std::size_t size)
 {
     void* data = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, map, 0);

@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 union bpf_attr;
 
@@ -44,6 +45,30 @@ Result<Descriptor> startBpfIterator(int link);
 bool readBpfMap(int map, const void* key, void* value);
 bool writeBpfMap(int map, const void* key, const void* value);
 bool removeFromBpfMap(int map, const void* key);
+
+/// Takes elements out of a hash map, as many as there is room for. `position`: where the last call ended, 0 at first. How many;
+/// 0 at the end of the map, or when it fails.
+struct BpfBatch {
+    std::uint32_t position = 0;
+    bool isFirst = true;
+    bool atEnd = false;
+};
+std::uint32_t takeFromBpfMap(int map, BpfBatch& batch, void* keys, void* values, std::uint32_t room);
+/// All of them, behind those that the vectors hold.
+template <typename Key, typename Value>
+void takeAllFromBpfMap(int map, std::vector<Key>& keys, std::vector<Value>& values)
+{
+    constexpr std::uint32_t room = 256;
+    BpfBatch batch;
+    while (!batch.atEnd) {
+        const std::size_t size = keys.size();
+        keys.resize(size + room);
+        values.resize(size + room);
+        const std::uint32_t taken = takeFromBpfMap(map, batch, &keys[size], &values[size], room);
+        keys.resize(size + taken);
+        values.resize(size + taken);
+    }
+}
 
 /// An array map with BPF_F_MMAPABLE, seen without any call. The kernel keeps it as long as it is mapped.
 class BpfMapping {

@@ -105,9 +105,11 @@ std::optional<Stat> parseStat(std::string_view text)
     fields.skip(4);
     stat.flags = fields.next(); // 9
     fields.skip(4);
-    stat.cpuTicks = fields.next();  // 14, as user
-    stat.cpuTicks += fields.next(); // and for it in the kernel
-    fields.skip(4);
+    stat.userTicks = fields.next();                 // 14, as user
+    stat.cpuTicks = stat.userTicks + fields.next(); // and for it in the kernel
+    stat.childUserTicks = fields.next();
+    stat.childTicks = stat.childUserTicks + fields.next();
+    fields.skip(2);
     const std::uint64_t threads = fields.next(); // 20
     fields.skip(1);
     stat.startTicks = fields.next();         // 22
@@ -125,6 +127,12 @@ std::optional<Stat> parseStat(std::string_view text)
 bool hasEnded(const Stat& stat)
 {
     return stat.state == 'X' || stat.state == 'x' || (stat.state == 'Z' && stat.threads <= 1);
+}
+
+bool isKernelThread(const Stat& stat)
+{
+    constexpr std::uint64_t flag = 0x200000; // PF_KTHREAD
+    return (stat.flags & flag) != 0;
 }
 
 bool hasLostMainThread(const Stat& stat) { return stat.state == 'Z' && stat.threads > 1; }

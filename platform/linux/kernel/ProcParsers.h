@@ -16,8 +16,11 @@ struct Stat {
     std::string_view name; ///< raw: spaces, parentheses and newlines included
     char state = '?';      ///< R running or runnable, S, D, T, t, I, Z zombie, X dead
     std::int32_t parentPid = 0;
-    std::uint64_t flags = 0;    ///< the kernel's PF_* of the main thread
-    std::uint64_t cpuTicks = 0; ///< clock ticks, ended threads included
+    std::uint64_t flags = 0;          ///< the kernel's PF_* of the main thread
+    std::uint64_t cpuTicks = 0;       ///< clock ticks, ended threads included
+    std::uint64_t userTicks = 0;      ///< of them, outside the kernel
+    std::uint64_t childTicks = 0;     ///< of children that it waited for, and of theirs
+    std::uint64_t childUserTicks = 0; ///< likewise
     std::uint32_t threads = 0;
     std::uint64_t startTicks = 0; ///< clock ticks from boot to its start
     bool operator==(const Stat&) const = default;
@@ -27,6 +30,8 @@ std::optional<Stat> parseStat(std::string_view text);
 
 /// Whether nothing of a process is left but its number. Not yet when its main thread has ended before others.
 bool hasEnded(const Stat& stat);
+/// Whether it is one of the kernel's own.
+bool isKernelThread(const Stat& stat);
 /// Whether the main thread has ended and others run on.
 bool hasLostMainThread(const Stat& stat);
 

@@ -64,7 +64,41 @@ void BpfProcessSource::setHidden(std::vector<std::int32_t> pids)
     }
 }
 
+bool BpfProcessSource::keepEnded(bool wanted)
+{
+    if (!wanted) {
+        ended_.reset();
+    } else if (!ended_) {
+        auto ended = BpfEndedProcesses::attach(units_.units(), tick_);
+        if (!ended) {
+            limitations_->set("ended-processes",
+                "what processes use that end between two looks is told by their parents only: "
+                    + ended.error().message);
+            return false;
+        }
+        ended_ = std::move(*ended);
+    }
+    return wanted;
+}
+
+std::span<const EndedRecord> BpfProcessSource::takeEnded()
+{
+    return ended_ ? ended_->take() : std::span<const EndedRecord>();
+}
+
 std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wanted)
+{
+    if (ended_) {
+        ended_->beginPass();
+    }
+    const auto rows = readRecords(wanted);
+    if (ended_ && !rows.empty()) {
+        ended_->endPass();
+    }
+    return rows;
+}
+
+std::span<const ProcessRecord> BpfProcessSource::readRecords(ProcessFields wanted)
 {
     if (!reader_) {
         return readFiles(wanted);
@@ -138,6 +172,7 @@ void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, Proce
     if (!(process.flags & BPF_PROCESS_TORN)) {
         // Less: a thread that ended under our eyes was missed.
         kept.cpuTime = std::max<std::uint64_t>(kept.cpuTime, process.runTime);
+        kept.cpuUser = std::max(kept.cpuUser, proc::userPartOf(kept.cpuTime, process.userTime, process.systemTime));
         kept.written = proc::bytesWritten(process.writtenBytes, process.cancelledBytes, kept.written);
         present |= ProcessFields::Cpu | ProcessFields::Wakeups;
         present |= process.flags & BPF_PROCESS_HAS_IO ? ProcessFields::Disk : ProcessFields::None;
@@ -154,7 +189,9 @@ void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, Proce
         .present = present & wanted,
         .startIdentity = kept.start,
         .name = mayBeCut ? longNameOf(process, kept.start) : name,
+        .isKernelThread = (process.flags & BPF_PROCESS_KERNEL_THREAD) != 0,
         .cpuTime = kept.cpuTime,
+        .cpuUser = kept.cpuUser,
         .physFootprint = (anonymous + shared + swapped) * pageSize_,
         .anonymous = anonymous * pageSize_,
         .compressed = swapped * pageSize_,

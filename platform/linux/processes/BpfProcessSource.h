@@ -3,7 +3,9 @@
 #include "platform/host/Limitations.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/linux/kernel/ProcFolder.h"
+#include "platform/linux/processes/BpfEndedProcesses.h"
 #include "platform/linux/processes/BpfProcessReader.h"
+#include "platform/linux/processes/ProcFigures.h"
 #include "platform/linux/processes/ProcProcessSource.h"
 #include "platform/linux/processes/ProcessUnits.h"
 
@@ -33,9 +35,15 @@ public:
     std::optional<std::string> commandName(std::int32_t pid) override;
     double timeBase() const override { return 1e9; }
     double cpuResolution() const override; ///< a thread that runs is brought up to date once a tick
+    double startTime(std::uint64_t startIdentity) const override { return proc::startTime(startIdentity); }
     std::size_t nameLimit() const override;
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::string unitName(const ProcessUnit& unit) override { return units_.name(unit); }
+    std::string unitIdentity(const ProcessUnit& unit) override { return units_.identity(unit); }
+    std::optional<std::string> usualPath(std::string_view name) override { return units_.units()->programNamed(name); }
+    /// Where the programs for that cannot be loaded the limitation "ended-processes" says why.
+    bool keepEnded(bool wanted) override;
+    std::span<const EndedRecord> takeEnded() override;
     std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) override
     {
         return units_.bundleLocation(pid, unit);
@@ -59,6 +67,7 @@ private:
         std::int32_t pid = 0;
         std::uint64_t start = 0;   ///< identity
         std::uint64_t cpuTime = 0; ///< highest figures given
+        std::uint64_t cpuUser = 0;
         std::uint64_t written = 0;
     };
 
@@ -76,6 +85,8 @@ private:
     void noteFailure(const std::string& problem);
     std::string_view longNameOf(const BpfProcess& thread, std::uint64_t start);
     void forgetEndedThreads();
+
+    std::span<const ProcessRecord> readRecords(ProcessFields wanted);
 
     std::unique_ptr<BpfProcessReader> reader_; ///< null when it was given up
     std::filesystem::path root_;
@@ -95,6 +106,7 @@ private:
     std::vector<Kept> previous_;
     std::vector<ProcessUnits::Place> places_; ///< by row, before the hidden ones join in
     ProcessUnits units_;
+    std::unique_ptr<BpfEndedProcesses> ended_;       ///< null unless wanted and to be had
     std::map<std::int32_t, ThreadName> threadNames_; ///< by pid
     std::size_t longNames_ = 0;                      ///< in the latest pass
 };

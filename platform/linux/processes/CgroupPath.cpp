@@ -171,7 +171,39 @@ bool isShared(std::string_view component)
     return component.starts_with("user@") || component.starts_with("session-") || component == "init.scope";
 }
 
+/// "run-u123.service", "run-r0123456789abcdef.scope", "run-p12-i34.service".
+bool isMadeUp(std::string_view name, bool isScope)
+{
+    constexpr std::string_view digits = "0123456789";
+    const bool hasDigit = name.find_first_of(digits) != std::string_view::npos;
+    // Scopes have no file that would name them: what stands in their names beside words is a number of a process or a UUID.
+    return hasDigit && (isScope || name.starts_with("run-"));
+}
+
 } // namespace
+
+std::string lastingIdentity(const CgroupUnit& unit)
+{
+    if (unit.kind == ProcessUnitKind::Shared) {
+        return {};
+    }
+    if (unit.kind == ProcessUnitKind::Container) {
+        return "container:" + unit.name;
+    }
+    if (!unit.application.empty()) {
+        return "app:" + unit.application;
+    }
+    const std::string_view component = std::string_view(unit.key).substr(unit.key.rfind('/') + 1); // npos + 1 is 0
+    const bool isScope = component.ends_with(scopeSuffix);
+    const std::string_view suffix = isScope ? scopeSuffix : serviceSuffix;
+    const std::string_view name = component.substr(0, component.size() - std::min(suffix.size(), component.size()));
+    if (name.empty() || isMadeUp(name, isScope)) {
+        return {};
+    }
+    const std::size_t at = name.find('@');
+    const std::string_view lasting = at == std::string_view::npos ? name : name.substr(0, at + 1);
+    return "unit:" + std::string(lasting) + std::string(suffix);
+}
 
 std::string decodedUnitName(std::string_view name)
 {

@@ -22,6 +22,11 @@ struct CgroupUnit {
 /// libvirt, and the scopes of Flatpak, Snap and of desktops that follow systemd's convention for applications.
 CgroupUnit unitOfCgroup(std::string_view path);
 
+/// What a unit is known by as long as the machine is set up so: "unit:" and its name without that of an instance
+/// ("getty@.service"), "app:" and that of a .desktop file, "container:" and its name. Empty for what is not a unit of its own
+/// and for names that are made up at each start.
+std::string lastingIdentity(const CgroupUnit& unit);
+
 /// The same from all of /proc/PID/cgroup: of the unified hierarchy, else systemd's own one (cgroup v1); where neither
 /// tells anything, a container by any other hierarchy.
 struct CgroupPlace {

@@ -81,6 +81,33 @@ ProcessUnit CgroupUnits::unitFor(CgroupUnit&& what)
     return unit;
 }
 
+std::optional<ProcessUnit> CgroupUnits::at(std::string_view path)
+{
+    CgroupUnit unit = unitOfCgroup(path);
+    return unit.key.empty() ? std::nullopt : std::optional(unitFor(std::move(unit)));
+}
+
+std::string CgroupUnits::identity(const ProcessUnit& unit) const
+{
+    const auto found = units_.find(unit.number);
+    return found == units_.end() ? std::string() : validUtf8(lastingIdentity(found->second.what));
+}
+
+std::optional<std::string> CgroupUnits::programNamed(std::string_view name) const
+{
+    if (name.empty() || name.find('/') != std::string_view::npos || name.front() == '.'
+        || name.size() >= proc::nameLimit) {
+        return std::nullopt;
+    }
+    for (const char* folder : {"usr/bin/", "usr/sbin/", "usr/local/bin/", "usr/local/sbin/", "bin/", "sbin/"}) {
+        const std::string path = folder + std::string(name);
+        if (root_.exists(path)) {
+            return "/" + path;
+        }
+    }
+    return std::nullopt;
+}
+
 bool CgroupUnits::isFolder(std::uint64_t cgroup, std::string_view path) const
 {
     // Beside hierarchies of the older kind the unified one is mounted a level deeper.

@@ -32,6 +32,14 @@ public:
     /// The unit of who is in a control group of the unified hierarchy, as far as that has been read.
     std::optional<ProcessUnit> ofCgroup(std::uint64_t cgroup) const;
 
+    /// The unit of who is in a control group that may be gone. `path`: in the unified hierarchy, or the end of it. Absent when
+    /// it tells nothing.
+    std::optional<ProcessUnit> at(std::string_view path);
+
+    /// See ProcessSource::unitIdentity().
+    std::string identity(const ProcessUnit& unit) const;
+    /// A program of that name, which may be cut, in the folders in which the system keeps those of everybody.
+    std::optional<std::string> programNamed(std::string_view name) const;
     /// What people call a unit; empty where the name of its first process is as good. The name of a container is looked for
     /// in files, for a later pass to give, and again some more times when they do not have it yet.
     std::string name(const ProcessUnit& unit);

@@ -3,6 +3,8 @@
 #include "platform/linux/kernel/ProcParsers.h"
 
 #include <algorithm>
+#include <cmath>
+#include <ctime>
 #include <unistd.h>
 
 namespace meridal::proc {
@@ -16,6 +18,28 @@ std::uint64_t clockTicksPerSecond()
 std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::uint64_t given)
 {
     return std::max(given, written > cancelled ? written - cancelled : 0);
+}
+
+double startTime(std::uint64_t ticks)
+{
+    constexpr double nanoseconds = 1e-9;
+    timespec sinceBoot{};
+    timespec wall{};
+    ::clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+    ::clock_gettime(CLOCK_REALTIME, &wall);
+    const double boot = static_cast<double>(wall.tv_sec - sinceBoot.tv_sec)
+        + static_cast<double>(wall.tv_nsec - sinceBoot.tv_nsec) * nanoseconds;
+    const double start = boot + static_cast<double>(ticks) / static_cast<double>(clockTicksPerSecond());
+    return std::round(start * 100) / 100;
+}
+
+std::uint64_t userPartOf(std::uint64_t runTime, std::uint64_t user, std::uint64_t system)
+{
+    if (system == 0) {
+        return runTime;
+    }
+    const double part = static_cast<double>(user) / (static_cast<double>(user) + static_cast<double>(system));
+    return std::min(runTime, static_cast<std::uint64_t>(part * static_cast<double>(runTime)));
 }
 
 namespace {

@@ -21,6 +21,13 @@ std::uint64_t clockTicksPerSecond();
 /// has caught up.
 std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::uint64_t given);
 
+/// s since 1970 of a start time in clock ticks since boot, by the clock as it is now; in hundredths, as ticks tell no more.
+double startTime(std::uint64_t ticks);
+
+/// What of a time on processors, which is exact, was spent outside the kernel, by what ticks have found in and outside of it: as
+/// the kernel itself divides it for /proc. The same unit for all.
+std::uint64_t userPartOf(std::uint64_t runTime, std::uint64_t user, std::uint64_t system);
+
 /// The name of a process in /proc/PID/stat; see ProcessSource::commandName.
 std::optional<std::string> commandName(ProcFolder& folder, std::int32_t pid);
 

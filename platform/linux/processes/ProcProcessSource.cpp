@@ -170,6 +170,10 @@ ProcProcessSource::Reading ProcProcessSource::readStat(std::int32_t pid, Process
     process.record.status = proc::hasEnded(*stat) ? ProcessStatus::Zombie : ProcessStatus::Alive;
     process.record.startIdentity = stat->startTicks;
     process.record.cpuTime = stat->cpuTicks * tick;
+    process.record.cpuUser = stat->userTicks * tick;
+    process.record.childCpuTime = stat->childTicks * tick;
+    process.record.childCpuUser = stat->childUserTicks * tick;
+    process.record.isKernelThread = proc::isKernelThread(*stat);
     process.state.oneThread = stat->threads == 1;
     process.state.running = stat->state == 'R';
     process.state.lostMainThread = proc::hasLostMainThread(*stat);
@@ -334,6 +338,11 @@ ProcessFields ProcProcessSource::alongWith(ProcessFields wanted) const
 std::optional<std::string> ProcProcessSource::commandName(std::int32_t pid) { return proc::commandName(folder_, pid); }
 
 std::size_t ProcProcessSource::nameLimit() const { return proc::nameLimit; }
+
+std::optional<std::string> ProcProcessSource::usualPath(std::string_view name)
+{
+    return units_.units()->programNamed(name);
+}
 
 std::optional<std::string> ProcProcessSource::executablePath(std::int32_t pid, std::string_view name)
 {

@@ -4,6 +4,7 @@
 #include "platform/host/ProcessSource.h"
 #include "platform/linux/kernel/ProcFolder.h"
 #include "platform/linux/kernel/ProcParsers.h"
+#include "platform/linux/processes/ProcFigures.h"
 #include "platform/linux/processes/ProcessUnits.h"
 
 #include <cstdint>
@@ -47,10 +48,13 @@ public:
     std::optional<std::string> commandName(std::int32_t pid) override;
     double timeBase() const override { return 1e9; }
     double cpuResolution() const override { return 1.0 / static_cast<double>(ticksPerSecond_); }
+    double startTime(std::uint64_t startIdentity) const override { return proc::startTime(startIdentity); }
     std::size_t nameLimit() const override;
     std::string_view method() const override { return "proc"; }
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::string unitName(const ProcessUnit& unit) override { return units_.name(unit); }
+    std::string unitIdentity(const ProcessUnit& unit) override { return units_.identity(unit); }
+    std::optional<std::string> usualPath(std::string_view name) override;
     std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) override
     {
         return units_.bundleLocation(pid, unit);

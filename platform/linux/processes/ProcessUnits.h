@@ -36,6 +36,7 @@ public:
 
     const std::shared_ptr<CgroupUnits>& units() const { return units_; }
     std::string name(const ProcessUnit& unit) const { return units_->name(unit); }
+    std::string identity(const ProcessUnit& unit) const { return units_->identity(unit); }
     std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) const
     {
         return units_->bundleLocation(*folder_, pid, unit);

@@ -61,6 +61,7 @@ void readUsageRecord(int flavour, ProcessFields wanted, ProcessRecord& record)
         return;
     }
     record.cpuTime = usage.ri_user_time + usage.ri_system_time;
+    record.cpuUser = usage.ri_user_time;
     record.diskBytesRead = usage.ri_diskio_bytesread;
     record.diskBytesWritten = usage.ri_diskio_byteswritten;
     record.idleWakeups = usage.ri_pkg_idle_wkups;
@@ -98,6 +99,7 @@ public:
     std::optional<std::string> commandName(std::int32_t pid) override;
     double timeBase() const override { return timeBase_; }
     double cpuResolution() const override { return 0; }
+    double startTime(std::uint64_t startIdentity) const override { return static_cast<double>(startIdentity) / 1e6; }
     std::size_t nameLimit() const override { return 16; }
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::optional<std::int32_t> responsiblePid(std::int32_t pid) override;
@@ -188,6 +190,7 @@ bool LibprocProcessSource::readProcess(
     record.status = info.pbsd.pbi_status == SZOMB ? ProcessStatus::Zombie : ProcessStatus::Alive;
     record.startIdentity = info.pbsd.pbi_start_tvsec * 1'000'000 + info.pbsd.pbi_start_tvusec;
     record.name = copyName(info.pbsd, name.bytes);
+    record.isKernelThread = pid == 0; // kernel_task
     if (record.status == ProcessStatus::Zombie) {
         return true; // it has no task left to ask
     }

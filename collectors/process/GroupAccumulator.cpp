@@ -1,0 +1,244 @@
+#include "collectors/process/GroupAccumulator.h"
+
+#include "base/Runtime.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// Passes in a process's life after which its group is looked up again: it may have changed its user or not been moved yet.
+constexpr std::uint8_t firstLook = 2;
+constexpr std::uint8_t secondLook = 4;
+/// From here on ages go in a circle, at whose start those in "other" are given another chance.
+constexpr std::uint8_t circleStart = 64;
+constexpr std::uint8_t circleEnd = 96;
+/// Passes for which somebody who has left the table is remembered: a zombie gives its last figures when it is waited for.
+constexpr std::uint32_t longestAway = 64;
+constexpr std::size_t mostAway = 4096;
+/// Passes for which a parent may be late to wait for a child, where only parents tell.
+constexpr std::uint32_t patienceWithParents = 4;
+
+} // namespace
+
+GroupAccumulator::GroupAccumulator(Context& context, ProcessStatCollector& processes)
+    : context_(context)
+    , processes_(processes)
+    , naming_(context, processes)
+    , timeBase_(processes.timebaseFrequency())
+    , knowsEnded_(context.host.processes->keepEnded(true))
+{
+}
+
+GroupAccumulator::~GroupAccumulator() { context_.host.processes->keepEnded(false); }
+
+void GroupAccumulator::update()
+{
+    const double now = context_.runtime.monotonicTime();
+    interval_ = pass_ == 0 ? 0 : now - now_;
+    now_ = now;
+    if (++pass_ == 1) {
+        since_ = context_.runtime.wallTime();
+    }
+    groups_.beginPass(now_);
+    alignAccounts();
+    assignGroups();
+    addGrowth();
+    addEnded();
+    addInterrupts();
+    shareEnergy();
+    sumLevels();
+    forgetDeparted();
+}
+
+// The table and the accounts side by side
+
+/// Both keep the order of first sight, so that one walk brings them together.
+void GroupAccumulator::alignAccounts()
+{
+    std::swap(accounts_, previous_);
+    accounts_.clear();
+    accounts_.reserve(processes_.processCount());
+    auto known = previous_.cbegin();
+    for (const Item* item : processes_.processes()) {
+        const auto same =
+            std::find_if(known, previous_.cend(), [item](const Account& account) { return account.pid == item->pid; });
+        if (same == previous_.cend()) { // and all that are left are gone, or the rest of the table is new
+            accounts_.push_back(begunFor(*item));
+            continue;
+        }
+        std::for_each(known, same, [this](const Account& account) { depart(account); });
+        known = same + 1;
+        if (same->start == item->startIdentity) {
+            accounts_.push_back(*same);
+        } else {
+            depart(*same);
+            accounts_.push_back(begunFor(*item));
+        }
+    }
+    std::for_each(known, previous_.cend(), [this](const Account& account) { depart(account); });
+}
+
+GroupAccumulator::Account GroupAccumulator::begunFor(const Item& item) const
+{
+    Account account;
+    account.pid = item.pid;
+    account.parent = item.parentPid;
+    account.start = item.startIdentity;
+    account.known = pass_ == 1 ? ProcessFields::None : ProcessFields::All;
+    return account;
+}
+
+void GroupAccumulator::depart(const Account& account)
+{
+    ++groups_.at(account.place).sums.processesEnded;
+    keepForMinute(account);
+    if (!knowsEnded_) {
+        Inherited& inherited = inherited_[account.parent];
+        inherited.cpu += account.marks.cpu + account.childCpu;
+        inherited.user += account.marks.user + account.childUser;
+        inherited.pass = pass_;
+    }
+    if (departed_.size() < mostAway) {
+        departed_.emplace(account.pid, Departed{account, pass_});
+    }
+}
+
+void GroupAccumulator::forgetDeparted()
+{
+    const std::uint32_t longest = knowsEnded_ ? longestAway : patienceWithParents;
+    std::erase_if(departed_, [&](const auto& entry) { return pass_ - entry.second.pass >= longest; });
+    std::erase_if(inherited_, [&](const auto& entry) { return pass_ - entry.second.pass >= patienceWithParents; });
+}
+
+// Who is in which group
+
+void GroupAccumulator::assignGroups()
+{
+    for (Item* item : processes_.processes()) {
+        Account& account = accounts_[item->place];
+        if (item->root()) {
+            assignHead(*item, account);
+        }
+        account.age = account.age + 1 < circleEnd ? static_cast<std::uint8_t>(account.age + 1) : circleStart;
+    }
+    for (const Item* item : processes_.processes()) {
+        Account& account = accounts_[item->place];
+        const Item* head = item;
+        while (head->controller) {
+            head = head->controller;
+        }
+        account.place = accounts_[head->place].place;
+        if (account.age == 1 && pass_ > 1) {
+            ++groups_.at(account.place).sums.processesStarted;
+        }
+        account.name = item->root() ? account.name : 0;
+    }
+}
+
+void GroupAccumulator::assignHead(Item& head, Account& account)
+{
+    const std::size_t name = std::hash<std::string>{}(head.commandName);
+    const bool isDue = account.age == firstLook || account.age == secondLook
+        || (account.place == GroupTable::other && account.age == circleStart);
+    if (account.name == name && account.unit == head.unit.number && !isDue) {
+        return;
+    }
+    account.name = name;
+    account.unit = head.unit.number;
+    if (head.isKernelThread) {
+        account.place = GroupTable::kernel;
+        return;
+    }
+    const double used = timeBase_ > 0 ? static_cast<double>(account.marks.cpu) / timeBase_ : 0;
+    const std::uint32_t found = place(naming_.of(head), true, used);
+    account.place = found; // the accounts may have changed places meanwhile, but not themselves
+}
+
+/// Where room was made for it, accounts follow their groups.
+std::uint32_t GroupAccumulator::place(const GroupName& group, bool hasProcesses, double used)
+{
+    const std::uint32_t found = groups_.placeFor(group, hasProcesses, used);
+    for (const auto& [from, to] : groups_.takeMoves()) {
+        for (Account& account : accounts_) {
+            account.place = account.place == from ? to : account.place;
+        }
+        for (auto& entry : departed_) {
+            std::uint32_t& of = entry.second.account.place;
+            of = of == from ? to : of;
+        }
+    }
+    return found;
+}
+
+GroupAccumulator::Account* GroupAccumulator::accountOf(std::int32_t pid, std::uint64_t start)
+{
+    const Item* item = processes_.processForPid(pid);
+    if (item && item->startIdentity == start && item->place < accounts_.size() && accounts_[item->place].pid == pid) {
+        return &accounts_[item->place];
+    }
+    const auto [first, last] = departed_.equal_range(pid);
+    const auto found =
+        std::find_if(first, last, [start](const auto& entry) { return entry.second.account.start == start; });
+    return found == last ? nullptr : &found->second.account;
+}
+
+/// Of somebody who may have ended, and whom no pass may have met.
+std::uint32_t GroupAccumulator::placeOf(const Item& item)
+{
+    const Item* at = &item;
+    while (true) {
+        if (const Account* account = accountOf(at->pid, at->startIdentity)) {
+            return account->place;
+        }
+        if (!at->controller) {
+            return place(naming_.ofEnded(at->commandName, std::nullopt), false, 0);
+        }
+        at = at->controller;
+    }
+}
+
+void GroupAccumulator::addTraffic(const ProcessTable& table, std::uint64_t kernelReceived, std::uint64_t kernelSent)
+{
+    for (const auto& items : {table.processes, table.ended}) {
+        for (const Item* item : items) {
+            const double received = item->figures.networkDownload.value_or(0);
+            const double sent = item->figures.networkUpload.value_or(0);
+            if (!(received + sent > 0)) {
+                continue;
+            }
+            GroupSums& sums = groups_.at(placeOf(*item)).sums;
+            sums.bytesReceived += static_cast<std::uint64_t>(received);
+            sums.bytesSent += static_cast<std::uint64_t>(sent);
+            if (Account* account = accountOf(item->pid, item->startIdentity)) {
+                account->minuteNetwork += static_cast<float>(received + sent);
+            }
+        }
+    }
+    GroupSums& kernel = groups_.at(GroupTable::kernel).sums;
+    kernel.bytesReceived += kernelReceived;
+    kernel.bytesSent += kernelSent;
+}
+
+// What is held now
+
+void GroupAccumulator::sumLevels()
+{
+    for (std::uint32_t place = 0; place < groups_.size(); ++place) {
+        groups_.at(place).now = {};
+    }
+    for (const Item* item : processes_.processes()) {
+        GroupLevels& now = groups_.at(accounts_[item->place].place).now;
+        now.residentBytes += item->counters.residentSize;
+        now.footprintBytes += static_cast<std::uint64_t>(item->figures.memoryFootprint.value_or(0));
+        ++now.processes;
+    }
+    groups_.notePeaks();
+}
+
+} // namespace meridal

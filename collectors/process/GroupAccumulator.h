@@ -1,0 +1,142 @@
+#pragma once
+
+#include "collectors/process/GroupNaming.h"
+#include "collectors/process/GroupSums.h"
+#include "collectors/process/GroupTable.h"
+#include "collectors/process/ProcessStatCollector.h"
+#include "platform/host/EndedProcesses.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace meridal {
+
+struct Context;
+
+/// What every application has used since it was made. Fed by every pass of the process collector, whoever asked for it: what
+/// a process's counters have grown by since they were accounted last goes to the group that it is in. Processes that were there
+/// before count from the first pass on, all others from their own start. What lived and died between two passes is told by
+/// the host at its end; where the host cannot, by its parents, who count the CPU time of the children that they wait for, and
+/// nothing else. Main queue only.
+class GroupAccumulator {
+public:
+    GroupAccumulator(Context& context, ProcessStatCollector& processes);
+    ~GroupAccumulator();
+    GroupAccumulator(const GroupAccumulator&) = delete;
+    GroupAccumulator& operator=(const GroupAccumulator&) = delete;
+
+    /// After each pass that has read the table.
+    void update();
+    /// After each fold of traffic: the bytes that the items have for this interval, and those of it that are no process's.
+    void addTraffic(const ProcessTable& table, std::uint64_t kernelReceived, std::uint64_t kernelSent);
+
+    /// Number 0 is "other", 1 "kernel". Valid until the next pass.
+    std::span<const GroupTotals> totals() const { return groups_.totals(); }
+    /// s since 1970 of the first pass.
+    double since() const { return since_; }
+    /// What the packages have used that was nobody's work; absent where they do not tell what they use.
+    std::optional<double> idleJoules() const { return idleJoules_; }
+    /// Who was among the largest by CPU, memory, disk or network since the last call, at most 40; and begins anew.
+    std::vector<ProcessMinute> takeMinute();
+    /// Whether the host tells what processes have used by their end.
+    bool knowsEnded() const { return knowsEnded_; }
+
+private:
+    using Item = ProcessStatCollectorItem;
+
+    /// Cumulative counters of a process, as accounted.
+    struct Marks {
+        std::uint64_t cpu = 0; ///< units of the time base
+        std::uint64_t user = 0;
+        std::uint64_t read = 0;
+        std::uint64_t written = 0;
+        std::uint64_t wakeups = 0;
+    };
+    /// What is kept of a process in the table, one for each in its order.
+    struct Account {
+        std::int32_t pid = 0;
+        std::int32_t parent = 0;
+        std::uint64_t start = 0;
+        Marks marks;
+        std::uint64_t childCpu = 0; ///< as accounted, with what children have used that were in the table
+        std::uint64_t childUser = 0;
+        ProcessFields known = ProcessFields::None; ///< the groups of figures of which there is a mark
+        std::uint32_t place = GroupTable::other;
+        std::size_t name = 0; ///< by which the place was found: a hash
+        std::uint32_t unit = 0;
+        std::uint8_t age = 0; ///< passes; past the last of some it goes in a circle
+        float minuteCpu = 0;  ///< s
+        float minuteDisk = 0; ///< bytes
+        float minuteNetwork = 0;
+    };
+    struct Departed {
+        Account account;
+        std::uint32_t pass = 0; ///< in which it was missing
+    };
+    /// CPU time of children that are gone and were accounted themselves: their parent's counter has it as well.
+    struct Inherited {
+        std::uint64_t cpu = 0;
+        std::uint64_t user = 0;
+        std::uint32_t pass = 0;
+    };
+    struct Gone {
+        ProcessMinute minute;
+        std::uint64_t start = 0;
+    };
+
+    // The table and the accounts side by side
+    void alignAccounts();
+    Account begunFor(const Item& item) const;
+    void depart(const Account& account);
+    void keepForMinute(const Account& account);
+    void forgetDeparted();
+    // Who is in which group
+    void assignGroups();
+    void assignHead(Item& head, Account& account);
+    std::uint32_t place(const GroupName& group, bool hasProcesses, double used);
+    std::uint32_t placeOf(const Item& item);
+    // Growth
+    void addGrowth();
+    Marks growthOf(Account& account, const ProcessCounters& counters) const;
+    Marks growthOfChildren(Account& account, const ProcessCounters& counters);
+    void add(std::uint32_t place, const Marks& growth);
+    void addToMinute(Account& account, const Marks& growth) const;
+    void addEnded();
+    void addFinal(const EndedRecord& record);
+    void addUnmet(const EndedRecord& record);
+    std::uint32_t placeOfUnmet(const EndedRecord& record);
+    std::optional<std::size_t> headAmong(const EndedRecord& record, const Account* known, const Item* item) const;
+    Account* accountOf(std::int32_t pid, std::uint64_t start);
+    void addInterrupts();
+    void shareEnergy();
+    void sumLevels();
+    ProcessMinute minuteOf(const Account& account, const Item& item) const;
+
+    Context& context_;
+    ProcessStatCollector& processes_;
+    GroupTable groups_;
+    GroupNaming naming_;
+    const double timeBase_; ///< units of CPU time per second; 0 = unknown
+    bool knowsEnded_;
+    std::uint32_t pass_ = 0;
+    double since_ = 0;
+    double now_ = 0; ///< monotonic s, of the pass as is the next
+    double interval_ = 0;
+
+    std::vector<Account> accounts_; ///< by ProcessStatCollectorItem::place
+    std::vector<Account> previous_;
+    std::unordered_multimap<std::int32_t, Departed> departed_; ///< by pid
+    std::unordered_map<std::int32_t, Inherited> inherited_;    ///< by pid of the parent
+    std::vector<Gone> gone_;                                   ///< in this minute
+    std::optional<std::uint64_t> interruptNs_;
+    std::optional<double> packageJoules_;
+    std::optional<double> idleJoules_;
+    double leastPower_ = 0; ///< W; 0 = none seen yet
+};
+
+} // namespace meridal

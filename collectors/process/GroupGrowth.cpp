@@ -1,0 +1,235 @@
+// What is added to the sums of groups: growth of counters, what processes have used by their end, interrupts, energy.
+
+#include "collectors/process/GroupAccumulator.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+/// A counter of one process never begins anew. One that is less than it was is a reading of less exactness, as after a change
+/// from one way to read to another, and the counter stands still until it has caught up.
+std::uint64_t takeGrowth(std::uint64_t& mark, std::uint64_t now)
+{
+    return now > mark ? now - std::exchange(mark, now) : 0;
+}
+
+} // namespace
+
+void GroupAccumulator::add(std::uint32_t place, const Marks& growth)
+{
+    GroupSums& sums = groups_.at(place).sums;
+    const double units = timeBase_ > 0 ? 1 / timeBase_ : 0;
+    const double cpu = static_cast<double>(growth.cpu) * units;
+    sums.cpuUserSeconds += static_cast<double>(growth.user) * units;
+    sums.cpuSystemSeconds += static_cast<double>(growth.cpu - growth.user) * units;
+    sums.bytesRead += growth.read;
+    sums.bytesWritten += growth.written;
+    sums.wakeups += growth.wakeups;
+    sums.energyScore += processes_.energyScore(cpu, static_cast<double>(growth.wakeups));
+    groups_.passCpu(place) += cpu;
+}
+
+void GroupAccumulator::addToMinute(Account& account, const Marks& growth) const
+{
+    account.minuteCpu += timeBase_ > 0 ? static_cast<float>(static_cast<double>(growth.cpu) / timeBase_) : 0;
+    account.minuteDisk += static_cast<float>(growth.read + growth.written);
+}
+
+void GroupAccumulator::addGrowth()
+{
+    for (const Item* item : processes_.processes()) {
+        Account& account = accounts_[item->place];
+        const Marks growth = growthOf(account, item->counters);
+        addToMinute(account, growth);
+        add(account.place, growth);
+        if (!knowsEnded_) {
+            add(account.place, growthOfChildren(account, item->counters));
+        }
+    }
+}
+
+GroupAccumulator::Marks GroupAccumulator::growthOf(Account& account, const ProcessCounters& counters) const
+{
+    Marks& marks = account.marks;
+    const ProcessFields fresh = without(counters.read, account.known);
+    if (has(fresh, ProcessFields::Cpu)) {
+        marks.cpu = counters.cpuTime;
+        marks.user = counters.cpuUser;
+        account.childCpu = counters.childCpuTime;
+        account.childUser = counters.childCpuUser;
+    }
+    if (has(fresh, ProcessFields::Disk)) {
+        marks.read = counters.diskReadTotal;
+        marks.written = counters.diskWriteTotal;
+    }
+    if (has(fresh, ProcessFields::Wakeups)) {
+        marks.wakeups = counters.idleWakeups;
+    }
+    account.known |= fresh;
+    Marks growth;
+    growth.cpu = takeGrowth(marks.cpu, counters.cpuTime);
+    growth.user = std::min(growth.cpu, takeGrowth(marks.user, counters.cpuUser));
+    growth.read = takeGrowth(marks.read, counters.diskReadTotal);
+    growth.written = takeGrowth(marks.written, counters.diskWriteTotal);
+    growth.wakeups = takeGrowth(marks.wakeups, counters.idleWakeups);
+    return growth;
+}
+
+/// Without what those of them that were in the table have been accounted for themselves.
+GroupAccumulator::Marks GroupAccumulator::growthOfChildren(Account& account, const ProcessCounters& counters)
+{
+    Marks growth;
+    growth.cpu = takeGrowth(account.childCpu, counters.childCpuTime);
+    growth.user = takeGrowth(account.childUser, counters.childCpuUser);
+    if (const auto inherited = inherited_.find(account.pid); inherited != inherited_.end() && growth.cpu > 0) {
+        Inherited& known = inherited->second;
+        growth.cpu -= std::exchange(known.cpu, known.cpu - std::min(known.cpu, growth.cpu)) - known.cpu;
+        growth.user -= std::exchange(known.user, known.user - std::min(known.user, growth.user)) - known.user;
+    }
+    growth.user = std::min(growth.user, growth.cpu);
+    return growth;
+}
+
+// Who has ended
+
+void GroupAccumulator::addEnded()
+{
+    if (!knowsEnded_) {
+        return;
+    }
+    for (const EndedRecord& record : context_.host.processes->takeEnded()) {
+        record.isItself ? addFinal(record) : addUnmet(record);
+    }
+}
+
+/// Of somebody whom a pass has met: what has come since. One without an account was counted by nobody, and for how much of its
+/// life it should be nobody can say.
+void GroupAccumulator::addFinal(const EndedRecord& record)
+{
+    Account* account = accountOf(record.known, record.knownStart);
+    if (!account) {
+        return;
+    }
+    Marks growth;
+    growth.cpu = takeGrowth(account->marks.cpu, record.cpuTime);
+    growth.user = std::min(growth.cpu, takeGrowth(account->marks.user, record.cpuUser));
+    growth.read = takeGrowth(account->marks.read, record.diskBytesRead);
+    growth.written = takeGrowth(account->marks.written, record.diskBytesWritten);
+    growth.wakeups = takeGrowth(account->marks.wakeups, record.wakeups);
+    add(account->place, growth);
+    addToMinute(*account, growth);
+    const auto gone = std::find_if(gone_.begin(), gone_.end(),
+        [&record](const Gone& each) { return each.minute.pid == record.known && each.start == record.knownStart; });
+    if (gone != gone_.end() && timeBase_ > 0) {
+        gone->minute.cpuSeconds += static_cast<double>(growth.cpu) / timeBase_;
+        gone->minute.diskBytes += growth.read + growth.written;
+    }
+}
+
+void GroupAccumulator::addUnmet(const EndedRecord& record)
+{
+    const std::uint32_t of = placeOfUnmet(record);
+    GroupSums& sums = groups_.at(of).sums;
+    sums.processesStarted += record.processes;
+    sums.processesEnded += record.processes;
+    Marks all;
+    all.cpu = record.cpuTime;
+    all.user = std::min(record.cpuTime, record.cpuUser);
+    all.read = record.diskBytesRead;
+    all.written = record.diskBytesWritten;
+    all.wakeups = record.wakeups;
+    add(of, all);
+}
+
+/// Where it would have stood if a pass had met it.
+std::uint32_t GroupAccumulator::placeOfUnmet(const EndedRecord& record)
+{
+    if (record.isRest) {
+        return GroupTable::other;
+    }
+    if (record.isKernelThread) {
+        return GroupTable::kernel;
+    }
+    if (const auto unit = record.unit ? naming_.ofUnit(*record.unit, record.user) : std::nullopt) {
+        const auto known = groups_.placeOf(unit->identity); // one that root heads has others' processes, too
+        return known ? *known : place(*unit, false, 0);
+    }
+    const Account* account = accountOf(record.known, record.knownStart);
+    const Item* item = processes_.processForPid(record.known);
+    if (item && item->startIdentity != record.knownStart) {
+        item = nullptr;
+    }
+    if (const auto head = headAmong(record, account, item)) {
+        return place(naming_.ofEnded(record.names.at(*head), record.user), false, 0);
+    }
+    return account->place;
+}
+
+/// The nearest of itself and its ancestors, up to right under the known one, that heads a group; absent where all are in that of
+/// the known one.
+std::optional<std::size_t> GroupAccumulator::headAmong(
+    const EndedRecord& record, const Account* known, const Item* item) const
+{
+    std::size_t count = 0;
+    while (count < record.names.size() && !record.names.at(count).empty()) {
+        ++count;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        const bool isTopmost = i + 1 == count;
+        const bool byParent = isTopmost ? item && (item->isLaunchd || item->startsCommands)
+                                        : traitsOfName(record.names.at(i + 1)).startsCommands;
+        if (byParent || traitsOfName(record.names.at(i)).standsAlone) {
+            return i;
+        }
+    }
+    return known || count == 0 ? std::nullopt : std::optional(count - 1);
+}
+
+// The kernel and the packages
+
+/// Time of interrupts is no process's where the kernel tells it at all.
+void GroupAccumulator::addInterrupts()
+{
+    const ProcessorReading* reading = context_.host.machineCounters->processors();
+    const auto now = reading ? reading->all.interruptNs : std::nullopt;
+    if (now && interruptNs_ && *now > *interruptNs_) {
+        const double seconds = static_cast<double>(*now - *interruptNs_) / 1e9;
+        groups_.at(GroupTable::kernel).sums.cpuSystemSeconds += seconds;
+        groups_.passCpu(GroupTable::kernel) += seconds;
+    }
+    interruptNs_ = now ? now : interruptNs_;
+}
+
+/// A package takes power for being there at all, which is nobody's. How much shows when next to nothing runs: no more than the
+/// least that was ever seen, nor than the part of the time in which its processors were idle. The rest goes by CPU time.
+void GroupAccumulator::shareEnergy()
+{
+    const auto joules = context_.host.packageEnergy->joules();
+    const auto before = std::exchange(packageJoules_, joules);
+    if (!joules || !before || !(interval_ > 0) || !(*joules >= *before)) {
+        return;
+    }
+    double busy = 0;
+    for (std::uint32_t place = 0; place < groups_.size(); ++place) {
+        busy += groups_.passCpu(place);
+    }
+    const double used = *joules - *before;
+    const double power = used / interval_;
+    leastPower_ = leastPower_ > 0 ? std::min(leastPower_, power) : power;
+    const double processors = std::max(1U, std::thread::hardware_concurrency());
+    const double idlePart = std::max(0.0, 1 - busy / (interval_ * processors));
+    const double idle = busy > 0 ? std::min(leastPower_, power * idlePart) * interval_ : used;
+    idleJoules_ = idleJoules_.value_or(0) + idle;
+    for (std::uint32_t place = 0; place < groups_.size() && busy > 0; ++place) {
+        auto& share = groups_.at(place).sums.joules;
+        share = share.value_or(0) + (used - idle) * groups_.passCpu(place) / busy;
+    }
+}
+
+} // namespace meridal

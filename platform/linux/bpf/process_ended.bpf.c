@@ -1,0 +1,190 @@
+/* What processes have used by their end, for those that end between two passes. The figures of a process are whole when the
+ * kernel lets go of it, a while after its end, and then by no chance twice; who its ancestors were can only be told while its last
+ * thread ends. Linux 6.1 and later. */
+
+#include "platform/linux/bpf/kernel.h"
+
+#include "platform/linux/bpf/ended_record.h"
+
+/* Processes with start times before this were met by the latest pass, or have ended before it. */
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, __u64);
+} met_before SEC(".maps");
+
+/* By the address of a main thread whose process ends, until it is let go of. */
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, 16384);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __type(key, __u64);
+    __type(value, struct BpfEndedKey);
+} leaving SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, 8192);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __type(key, struct BpfEndedKey);
+    __type(value, struct BpfEndedSums);
+} ended SEC(".maps");
+
+/* Of those that found no room in `ended`. */
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, struct BpfEndedSums);
+} beyond SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, 1024);
+    __uint(map_flags, BPF_F_NO_PREALLOC);
+    __type(key, __u64); /* inode number */
+    __type(value, struct BpfEndedPlace);
+} places SEC(".maps");
+
+/* Too large for a stack. */
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, struct BpfEndedPlace);
+} drafts SEC(".maps");
+
+static const __u32 first = 0;
+
+SEC("syscall") int note_pass(struct BpfEndedPass* pass)
+{
+    __u64* limit = bpf_map_lookup_elem(&met_before, &first);
+    if (!limit) {
+        return 1;
+    }
+    if (pass->metBefore) {
+        *limit = pass->metBefore;
+    } else {
+        pass->metBefore = bpf_ktime_get_boot_ns();
+    }
+    return 0;
+}
+
+static __always_inline const struct kernfs_node* folder_around(const struct kernfs_node* folder)
+{
+    const struct kernfs_node___since_6_15* newer = (const void*)folder;
+    if (bpf_core_field_exists(newer->__parent)) {
+        return BPF_CORE_READ(newer, __parent);
+    }
+    return BPF_CORE_READ(folder, parent);
+}
+
+static __always_inline void note_place(const struct kernfs_node* folder, __u64 cgroup)
+{
+    if (bpf_map_lookup_elem(&places, &cgroup)) {
+        return;
+    }
+    struct BpfEndedPlace* place = bpf_map_lookup_elem(&drafts, &first);
+    if (!place) {
+        return;
+    }
+    __builtin_memset(place, 0, sizeof *place);
+#pragma unroll
+    for (int i = 0; i < BPF_ENDED_FOLDERS; ++i) {
+        if (folder) {
+            bpf_probe_read_kernel_str(place->folders[i], BPF_ENDED_FOLDER_NAME, BPF_CORE_READ(folder, name));
+            folder = folder_around(folder);
+        }
+    }
+    bpf_map_update_elem(&places, &cgroup, place, BPF_NOEXIST);
+}
+
+/* Of several threads that end at once more than one may find that it is the last. All of them note the same. */
+static __always_inline void note_leaving(const struct task_struct* task)
+{
+    const struct task_struct* leader = task->group_leader;
+    const __u64* limit = bpf_map_lookup_elem(&met_before, &first);
+    if (!limit || *limit == 0) {
+        return;
+    }
+    struct BpfEndedKey key = {};
+    key.flags = (leader->flags & PF_KTHREAD ? BPF_ENDED_KERNEL_THREAD : 0)
+        | (bpf_core_field_exists(leader->ioac.read_bytes) ? BPF_ENDED_HAS_IO : 0);
+    key.user = leader->real_cred->uid.val;
+    if (bpf_core_field_exists(leader->cgroups)) {
+        const struct kernfs_node* folder = leader->cgroups->dfl_cgrp->kn;
+        key.cgroup = folder->id;
+        note_place(folder, key.cgroup);
+    }
+    const struct task_struct* ancestor = leader;
+    for (int i = 0; i < BPF_ENDED_LEVELS; ++i) {
+        if (ancestor->start_boottime < *limit) {
+            key.known = ancestor->tgid;
+            key.knownStart = ancestor->start_boottime;
+            key.flags |= i == 0 ? BPF_ENDED_ITSELF : 0;
+            break;
+        }
+        if (i < BPF_ENDED_NAMES) {
+            bpf_core_read(key.names[i], BPF_ENDED_NAME, &ancestor->comm);
+            key.names[i][BPF_ENDED_NAME - 1] = 0;
+        }
+        ancestor = ancestor->real_parent->group_leader;
+    }
+    const __u64 address = (__u64)leader;
+    bpf_map_update_elem(&leaving, &address, &key, BPF_ANY);
+}
+
+SEC("tp_btf/sched_process_exit") int note_exit(__u64* arguments)
+{
+    const struct task_struct* task = (const struct task_struct*)arguments[0];
+    if (task->signal->live.counter == 0) {
+        note_leaving(task);
+    }
+    return 0;
+}
+
+static __always_inline void add_sums(struct BpfEndedSums* sums, const struct signal_struct* group)
+{
+    __sync_fetch_and_add(&sums->processes, 1);
+    __sync_fetch_and_add(&sums->runTime, group->sum_sched_runtime);
+    __sync_fetch_and_add(&sums->userTime, group->utime);
+    __sync_fetch_and_add(&sums->systemTime, group->stime);
+    __sync_fetch_and_add(&sums->voluntarySwitches, group->nvcsw);
+    if (bpf_core_field_exists(group->ioac.read_bytes)) {
+        __sync_fetch_and_add(&sums->readBytes, group->ioac.read_bytes);
+        __sync_fetch_and_add(&sums->writtenBytes, group->ioac.write_bytes);
+        __sync_fetch_and_add(&sums->cancelledBytes, group->ioac.cancelled_write_bytes);
+    }
+}
+
+/* By now the group has taken over the counters of all its threads, the main one included. */
+SEC("tp_btf/sched_process_free") int add_ended(__u64* arguments)
+{
+    const struct task_struct* task = (const struct task_struct*)arguments[0];
+    if (task->pid != task->tgid) {
+        return 0;
+    }
+    const __u64 address = (__u64)task;
+    struct BpfEndedKey* left = bpf_map_lookup_elem(&leaving, &address);
+    if (!left) {
+        return 0; /* it had ended before anybody looked */
+    }
+    const struct BpfEndedKey key = *left;
+    bpf_map_delete_elem(&leaving, &address);
+    struct BpfEndedSums* sums = bpf_map_lookup_elem(&ended, &key);
+    if (!sums) {
+        const struct BpfEndedSums none = {};
+        bpf_map_update_elem(&ended, &key, &none, BPF_NOEXIST);
+        sums = bpf_map_lookup_elem(&ended, &key);
+    }
+    if (!sums && !(key.flags & BPF_ENDED_ITSELF)) { /* of whom most may have been accounted already */
+        sums = bpf_map_lookup_elem(&beyond, &first);
+    }
+    if (sums) {
+        add_sums(sums, task->signal);
+    }
+    return 0;
+}
+
+char endedLicense[] SEC("license") = "GPL";

@@ -1,0 +1,152 @@
+#include "platform/linux/processes/BpfEndedProcesses.h"
+
+#include "platform/linux/processes/ProcFigures.h"
+
+#include <cstring>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr std::size_t mostPaths = 4096; // control groups
+
+std::string_view endedName(const char* text, std::size_t room) { return {text, ::strnlen(text, room)}; }
+
+/// From the folder of the group upwards, as far as it was told.
+std::string pathOf(const BpfEndedPlace& place)
+{
+    std::string path;
+    for (const auto& folder : place.folders) {
+        const std::string_view name = endedName(folder, sizeof folder);
+        if (name.empty()) {
+            break; // the root of the hierarchy, which has no name
+        }
+        path.insert(0, "/" + std::string(name));
+    }
+    return path;
+}
+
+} // namespace
+
+Result<std::unique_ptr<BpfEndedProcesses>> BpfEndedProcesses::attach(
+    std::shared_ptr<CgroupUnits> units, std::uint64_t tick)
+{
+    auto object = BpfObject::load("process_ended");
+    if (!object) {
+        return Unexpected{object.error()};
+    }
+    auto frees = attachBpfTracepoint(object->program("add_ended"));
+    if (!frees) {
+        return Unexpected{frees.error()};
+    }
+    auto exits = attachBpfTracepoint(object->program("note_exit"));
+    if (!exits) {
+        return Unexpected{exits.error()};
+    }
+    return std::unique_ptr<BpfEndedProcesses>(
+        new BpfEndedProcesses(std::move(*object), std::move(*exits), std::move(*frees), std::move(units), tick));
+}
+
+BpfEndedProcesses::BpfEndedProcesses(
+    BpfObject object, Descriptor exits, Descriptor frees, std::shared_ptr<CgroupUnits> units, std::uint64_t tick)
+    : object_(std::move(object))
+    , exits_(std::move(exits))
+    , frees_(std::move(frees))
+    , units_(std::move(units))
+    , tick_(tick)
+{
+}
+
+void BpfEndedProcesses::beginPass()
+{
+    BpfEndedPass pass{};
+    const auto done = runBpfProgram(object_.program("note_pass"), pass);
+    beginning_ = done && *done == 0 ? pass.metBefore : 0;
+}
+
+void BpfEndedProcesses::endPass()
+{
+    if (BpfEndedPass pass{.metBefore = std::exchange(beginning_, 0)}; pass.metBefore != 0) {
+        static_cast<void>(runBpfProgram(object_.program("note_pass"), pass));
+    }
+}
+
+void BpfEndedProcesses::takePlaces()
+{
+    std::vector<std::uint64_t> groups;
+    std::vector<BpfEndedPlace> places;
+    takeAllFromBpfMap(object_.map("places"), groups, places);
+    if (paths_.size() + groups.size() > mostPaths) {
+        paths_.clear();
+    }
+    for (std::size_t i = 0; i < groups.size(); ++i) {
+        paths_.insert_or_assign(groups[i], pathOf(places[i]));
+    }
+}
+
+EndedRecord BpfEndedProcesses::recordOf(const BpfEndedKey& key, const BpfEndedSums& sums) const
+{
+    EndedRecord record{
+        .known = key.known,
+        .knownStart = key.knownStart / tick_,
+        .isItself = (key.flags & BPF_ENDED_ITSELF) != 0,
+        .isKernelThread = (key.flags & BPF_ENDED_KERNEL_THREAD) != 0,
+        .processes = sums.processes,
+        .unit = units_->ofCgroup(key.cgroup),
+        .user = key.user,
+        .cpuTime = sums.runTime,
+        .cpuUser = proc::userPartOf(sums.runTime, sums.userTime, sums.systemTime),
+        .diskBytesRead = sums.readBytes,
+        .diskBytesWritten = sums.writtenBytes > sums.cancelledBytes ? sums.writtenBytes - sums.cancelledBytes : 0,
+        .wakeups = sums.voluntarySwitches,
+    };
+    for (std::size_t i = 0; i < record.names.size(); ++i) {
+        record.names.at(i) = endedName(key.names[i], sizeof key.names[i]);
+    }
+    if (!record.unit) {
+        if (const auto path = paths_.find(key.cgroup); path != paths_.end()) {
+            record.unit = units_->at(path->second);
+        }
+    }
+    return record;
+}
+
+void BpfEndedProcesses::takeRest()
+{
+    const std::uint32_t only = 0;
+    BpfEndedSums now{};
+    if (!readBpfMap(object_.map("beyond"), &only, &now) || now.processes == rest_.processes) {
+        return;
+    }
+    const BpfEndedSums before = std::exchange(rest_, now);
+    const std::uint64_t ran = now.runTime - before.runTime;
+    const std::uint64_t written = now.writtenBytes - before.writtenBytes;
+    const std::uint64_t cancelled = now.cancelledBytes - before.cancelledBytes;
+    records_.push_back({
+        .isRest = true,
+        .processes = now.processes - before.processes,
+        .cpuTime = ran,
+        .cpuUser = proc::userPartOf(ran, now.userTime - before.userTime, now.systemTime - before.systemTime),
+        .diskBytesRead = now.readBytes - before.readBytes,
+        .diskBytesWritten = written > cancelled ? written - cancelled : 0,
+        .wakeups = now.voluntarySwitches - before.voluntarySwitches,
+    });
+}
+
+/// Whoever is added to an entry in the instant in which it is taken out is lost: the kernel has no way to keep both apart.
+std::span<const EndedRecord> BpfEndedProcesses::take()
+{
+    keys_.clear();
+    sums_.clear();
+    records_.clear();
+    takeAllFromBpfMap(object_.map("ended"), keys_, sums_);
+    takePlaces();
+    for (std::size_t i = 0; i < keys_.size(); ++i) {
+        records_.push_back(recordOf(keys_[i], sums_[i]));
+    }
+    takeRest();
+    return records_;
+}
+
+} // namespace meridal
