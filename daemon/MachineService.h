@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Lifetime.h"
 #include "base/Result.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
@@ -19,13 +20,15 @@ class MeridalHistory;
 struct Context;
 
 /// The machine's own figures: read and recorded every 6 s, one reading for each row of the finest table, and every second
-/// while somebody asks and for a minute after. Main queue only.
+/// while somebody asks and for a minute after; not at all while neither is the case. Main queue only.
 class MachineService {
 public:
     explicit MachineService(Context& context);
 
     /// Reads for the first time, and from then on.
     void start();
+    /// Whether the figures are recorded. Without a record they are read for who asks only, and for a minute after.
+    void setRecording(bool recording);
     /// Adds the method below, and the history of the figures. It must outlive both.
     void addTo(MeridalHistory& methods, HistoryCatalogue& catalogue);
 
@@ -37,6 +40,7 @@ public:
     static constexpr double askedFor = 60;
 
 private:
+    bool isAsked() const;
     void read();
     void schedule();
     void listFileSystems();
@@ -50,10 +54,13 @@ private:
     Value fileSystems_ = Value::array();
     std::unique_ptr<Timer> timer_;
     double interval_ = 0; ///< of the timer, s
+    bool isStarted_ = false;
+    bool isRecording_ = true;
     // Monotonic s
     std::optional<double> lastRead_;
     std::optional<double> lastAsked_;
     std::optional<double> lastListed_; ///< of the file systems, which only a question has listed
+    Lifetime lifetime_;
 };
 
 } // namespace meridal
