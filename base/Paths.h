@@ -6,9 +6,10 @@ namespace meridal {
 
 /// Where this instance of the daemon keeps its things.
 struct Paths {
-    std::filesystem::path support; ///< databases
-    std::filesystem::path logs;    ///< rolling logs and "mas-daemon.log"
-    std::filesystem::path run;     ///< socket and instance lock
+    std::filesystem::path support;            ///< databases
+    std::filesystem::path logs;               ///< rolling logs and "mas-daemon.log"
+    std::filesystem::path run;                ///< socket and instance lock
+    std::filesystem::path configuration = {}; ///< what the administrator writes
 
     std::filesystem::path socket() const { return run / "daemon.sock"; }
     std::filesystem::path instanceLock() const { return run / "daemon.lock"; }
@@ -16,10 +17,10 @@ struct Paths {
     std::filesystem::path uptimeDatabase() const { return support / "uptime.db"; }
     std::filesystem::path bandwidthDatabase() const { return support / "bandwidth.db"; }
 
-    /// All three folders under one root, for development and tests.
+    /// All folders under one root, for development and tests.
     static Paths underRoot(const std::filesystem::path& root)
     {
-        return {.support = root / "state", .logs = root / "log", .run = root / "run"};
+        return {.support = root / "state", .logs = root / "log", .run = root / "run", .configuration = root / "etc"};
     }
 };
 

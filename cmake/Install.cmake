@@ -15,7 +15,10 @@ else()
   install(FILES ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.service DESTINATION lib/systemd/system)
 endif()
 
-foreach(section 1 8)
+# An example, not the file itself: installing again must not undo what an administrator wrote.
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/meridald.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+foreach(section 1 5 8)
   file(GLOB pages CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/packaging/*.${section})
   install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()

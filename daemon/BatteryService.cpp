@@ -78,6 +78,15 @@ void BatteryService::prepare()
     sourcesObservation_ = context_.host.powerSources->observe([this] { update(); });
 }
 
+void BatteryService::setRecording(bool recording)
+{
+    collector_.setRecording(recording);
+    if (recording && sourcesObservation_) { // it was off when the daemon started, perhaps
+        collector_.prepareDatabase();
+        update();
+    }
+}
+
 void BatteryService::update() { collector_.updateStats(); }
 
 void BatteryService::addTo(MeridalHistory& methods)

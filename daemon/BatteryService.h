@@ -24,6 +24,8 @@ public:
 
     /// Takes the record up, reads what there is, and from then on at every change.
     void prepare();
+    /// Whether changes are recorded.
+    void setRecording(bool recording);
     void update();
     /// Key 128: {"key", "source", "time", "sleep"}; absent without an internal battery.
     std::optional<Dictionary> internalBattery() const;

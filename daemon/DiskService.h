@@ -34,6 +34,8 @@ public:
     void setWanted(std::function<bool()> wanted) { collector_.setWanted(std::move(wanted)); }
     /// Disks are recorded from now on, whether a client asks or not.
     void keepRecord() { collector_.keepRecord(); }
+    /// Or they are not, until this is said again.
+    void setRecording(bool recording) { collector_.setRecording(recording); }
 
     /// "disks.list": an object with "attributes" (all of them, and not just the failing ones), "after" (key of the last
     /// disk of the page before) and "limit"; also as the only element of an array. While a client holds a key of disks,

@@ -42,18 +42,37 @@ MachineService::MachineService(Context& context)
 
 void MachineService::start()
 {
-    read();
-    schedule();
+    isStarted_ = true;
+    if (isRecording_) {
+        read();
+        schedule();
+    }
 }
+
+void MachineService::setRecording(bool recording)
+{
+    isRecording_ = recording;
+    for (MachineStatCollector* each : collectors_) {
+        each->history().setRecording(recording);
+    }
+    if (isStarted_) {
+        schedule();
+    }
+}
+
+bool MachineService::isAsked() const { return lastAsked_ && context_.runtime.monotonicTime() - *lastAsked_ < askedFor; }
 
 void MachineService::schedule()
 {
-    const bool isAsked = lastAsked_ && context_.runtime.monotonicTime() - *lastAsked_ < askedFor;
-    const double wanted = isAsked ? askedInterval : recordInterval;
+    const double wanted = isAsked() ? askedInterval : isRecording_ ? recordInterval : 0;
     if (wanted == interval_) {
         return;
     }
     interval_ = wanted;
+    if (wanted == 0) {
+        timer_.reset();
+        return;
+    }
     timer_ = context_.runtime.startTimer(
         context_.runtime.mainQueue(), {.first = wanted, .interval = wanted, .leeway = leeway * wanted}, [this] {
             read();
@@ -119,7 +138,15 @@ void MachineService::listFileSystems()
 
 void MachineService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
 {
-    methods.addMethod(method::machineState, [this](const Value& parameters) { return state(parameters); });
+    methods.addAsyncMethod(
+        method::machineState, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            if (isRecording_ || isAsked()) {
+                return reply(state(parameters));
+            }
+            static_cast<void>(state(parameters)); // the first reading in a while, and nothing to compare it with
+            context_.runtime.after(askedInterval,
+                lifetime_.guard([this, parameters, reply = std::move(reply)] { reply(state(parameters)); }));
+        });
     for (MachineStatCollector* each : collectors_) {
         each->addTo(catalogue);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Lifetime.h"
 #include "base/Result.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
@@ -20,13 +21,16 @@ class Watches;
 struct Context;
 
 /// The machine's own figures: read and recorded every 6 s, one reading for each row of the finest table, every second
-/// while somebody asks and for a minute after, and whenever somebody who watches is to be told. Main queue only.
+/// while somebody asks and for a minute after, and whenever somebody who watches is to be told; not at all while none of
+/// these is the case. Main queue only.
 class MachineService {
 public:
     explicit MachineService(Context& context);
 
     /// Reads for the first time, and from then on.
     void start();
+    /// Whether the figures are recorded. Without a record they are read for who asks only, and for a minute after.
+    void setRecording(bool recording);
     /// Adds the method below, and the history of the figures. It must outlive both.
     void addTo(MeridalHistory& methods, HistoryCatalogue& catalogue);
     /// Adds "machine.watch", which tells the same as the method below. It must outlive this as well.
@@ -40,6 +44,7 @@ public:
     static constexpr double askedFor = 60;
 
 private:
+    bool isAsked() const;
     void read();
     void readUnlessNewerThan(double seconds);
     void schedule();
@@ -56,6 +61,8 @@ private:
     std::shared_ptr<const Value> state_; ///< of the latest reading; null until somebody wants it
     std::unique_ptr<Timer> timer_;
     double interval_ = 0; ///< of the timer, s
+    bool isStarted_ = false;
+    bool isRecording_ = true;
     // Monotonic s
     std::optional<double> lastRead_;
     std::optional<double> lastAsked_;

@@ -99,6 +99,7 @@ SensorsStatCollectorMac& SensorService::collector()
 {
     if (!collector_) {
         collector_ = &make_();
+        collector_->setRecording(isRecording_);
         catalogue_.add("sensors", collector_->history(), [this] { return collector_->series(); });
     }
     return *collector_;
@@ -168,9 +169,24 @@ void SensorService::answer(
         lifetime_.guard([this, parameters, detail, reply, waits] { answer(parameters, detail, reply, waits - 1); }));
 }
 
+void SensorService::setRecording(bool recording)
+{
+    const bool isNews = recording != isRecording_;
+    isRecording_ = recording;
+    if (collector_) {
+        collector_->setRecording(recording);
+    }
+    if (isNews && recording && isOpen_) {
+        resume();
+    }
+}
+
 void SensorService::resume()
 {
-    collector().discover();
+    isOpen_ = true;
+    if (isRecording_) {
+        collector().discover();
+    }
     std::error_code failure;
     if (std::filesystem::exists(context_.paths.support / SensorsStatCollector::databaseName, failure)) {
         collector().resumeRecord(); // without sensors there is no file, and none is made

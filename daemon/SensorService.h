@@ -15,7 +15,7 @@ struct Context;
 struct Peer;
 
 /// Sensors and fans: the clients' four requests about them, their question "sensors.list", and the history. The collector is
-/// made right after the start: the record needs nobody who asks. Main queue only.
+/// made right after the start: the record needs nobody who asks; without one it is made when somebody does. Main queue only.
 class SensorService {
 public:
     using MakeCollector = std::function<SensorsStatCollectorMac&()>;
@@ -25,6 +25,8 @@ public:
 
     /// Takes the record up once clients are served.
     void open();
+    /// Whether sensors are recorded. Without a record they are read for who asks only, and for a minute after.
+    void setRecording(bool recording);
     // What clients ask. Selections and configurations are their own words and may be nonsense.
     /// A value for each configuration of the list, -1 where there is no such sensor.
     std::vector<double> sensorValues(const Value& configurations, PowerDetail detail);
@@ -54,6 +56,8 @@ private:
     HistoryCatalogue& catalogue_;
     MakeCollector make_;
     SensorsStatCollectorMac* collector_ = nullptr; ///< null until the daemon serves
+    bool isRecording_ = true;
+    bool isOpen_ = false;
     Lifetime lifetime_;
 };
 

@@ -67,7 +67,7 @@ bool TrafficService::startCounters()
 
 bool TrafficService::startCapture()
 {
-    if (source_ != TrafficSource::Auto && source_ != TrafficSource::Pcap) {
+    if (!mayCapture_ || (source_ != TrafficSource::Auto && source_ != TrafficSource::Pcap)) {
         return false;
     }
     packets_.startCaputure();
@@ -91,8 +91,8 @@ void TrafficService::startStatistics()
 /// Why packets are not captured, and what is done instead.
 void TrafficService::sayWhy(const std::string& instead)
 {
-    context_.host.limitations->set(
-        captureLimitation, "packets cannot be captured (" + packets_.failure() + "); " + instead);
+    const std::string why = mayCapture_ ? packets_.failure() : "the configuration does not allow it";
+    context_.host.limitations->set(captureLimitation, "packets cannot be captured (" + why + "); " + instead);
 }
 
 /// One source at a time: what both count would be counted twice.

@@ -38,6 +38,8 @@ public:
     TrafficService(const TrafficService&) = delete;
     TrafficService& operator=(const TrafficService&) = delete;
 
+    /// Whether packets may be captured to count them. Before the first start.
+    void setMayCapture(bool may) { mayCapture_ = may; }
     void start();
     void stop();
     /// Adds what came since the last pass to the process items.
@@ -62,6 +64,7 @@ private:
     PacketStatCollector& packets_;
     NetworkStatisticsStatCollector& statistics_;
     const TrafficSource source_;
+    bool mayCapture_ = true;
 };
 
 } // namespace meridal

@@ -17,6 +17,8 @@
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
 #include "daemon/BatteryService.h"
+#include "daemon/Configuration.h"
+#include "daemon/ConfigurationService.h"
 #include "daemon/DiskService.h"
 #include "daemon/HistoryQuestions.h"
 #include "daemon/MachineService.h"
@@ -53,8 +55,10 @@ namespace {
 
 struct Options {
     std::string root;
-    HostChoices host;
-    std::string traffic = "auto";
+    std::string configuration;
+    std::string processSource; ///< here and below empty or false: as the configuration says
+    std::string traffic;
+    bool readHiddenDisks = false;
     bool keepStandardError = false; ///< a development tool started us: it shows our standard error
 };
 
@@ -69,14 +73,17 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
     Options options;
     CLI::App app("The system-monitoring daemon. Serves local clients until SIGTERM.", "meridald");
     app.add_option("--root", options.root, "Keep databases, logs and the socket under this folder")->type_name("DIR");
-    app.add_option("--process-source", options.host.processSource,
+    app.add_option("--config", options.configuration,
+           "Read this file instead of /etc/meridal/meridald.conf and meridald.conf.d/*.conf beside it")
+        ->type_name("FILE");
+    app.add_option("--process-source", options.processSource,
            "How to read the process table where there are several ways (Linux): auto, bpf or proc. What does not work "
            "here gives way to proc")
         ->check(CLI::IsMember({"auto", "bpf", "proc"}));
     app.add_option("--traffic-source", options.traffic,
            "How to count network traffic by process: bpf, pcap, sockets, or auto, the first of these that works here")
         ->check(CLI::IsMember({"auto", "bpf", "pcap", "sockets"}));
-    app.add_flag("--read-hidden-disks", options.host.readHiddenDisks,
+    app.add_flag("--read-hidden-disks", options.readHiddenDisks,
         "Read the health of disks that spin even where their adapter does not tell whether they sleep, which may wake "
         "them "
         "(Linux)");
@@ -165,7 +172,7 @@ void shareFolder(Context& context, const std::filesystem::path& folder)
 }
 
 /// Serves until a signal has ended the main loop.
-int serve(Context& context, const Options& options)
+int serve(Context& context, const Options& options, ConfigurationFiles& files)
 {
     Runtime& runtime = context.runtime;
     UptimeService uptime(context, UptimeStatCollectorMac::sharedUptimeCollector(), *context.databases);
@@ -179,15 +186,20 @@ int serve(Context& context, const Options& options)
     TrafficService traffic(context,
         {TrafficCounterCollector::sharedTrafficCounterCollector(), PacketStatCollector::sharedPacketCollector(),
             NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
-        trafficSourceFrom(options.traffic));
-    MeridalDaemon daemon(context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(),
-        {uptime, sensors, battery, disks, network, machine, traffic});
+        trafficSourceFrom(options.traffic.empty() ? files.current().trafficSource : options.traffic));
+    traffic.setMayCapture(files.current().capture || options.traffic == "pcap");
+    const Services services{uptime, sensors, battery, disks, network, machine, traffic};
+    ConfigurationService configuration(context, files, services);
+    configuration.apply();
+    MeridalDaemon daemon(
+        context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(), services);
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     if (const std::string_view method = context.host.processes->method(); !method.empty()) {
         status.addSection("processes", [method] { return Dictionary{{"source", method}}; });
     }
     status.addSection("capture", [&traffic] { return traffic.describe(); });
+    status.addSection("configuration", [&configuration] { return configuration.describe(); });
     MeridalHistory history(runtime.mainQueue());
     history.addMethod(method::status, [&status](const Value&) { return status.build(); });
     uptime.addTo(history);
@@ -220,6 +232,7 @@ int serve(Context& context, const Options& options)
     };
     const auto onTerminate = runtime.watchSignal(SIGTERM, end);
     const auto onInterrupt = runtime.watchSignal(SIGINT, end);
+    const auto onHangup = runtime.watchSignal(SIGHUP, [&configuration] { configuration.reload(); });
     notifyReady();
     runtime.run();
     context.host.limitations->listen({});
@@ -227,6 +240,13 @@ int serve(Context& context, const Options& options)
     SensorsStatCollectorMac::cleanupShared();
     context.log.flush();
     return EXIT_SUCCESS;
+}
+
+/// The command line wins.
+HostChoices hostChoices(const Options& options, const Configuration& configuration)
+{
+    return {.processSource = options.processSource.empty() ? configuration.processSource : options.processSource,
+        .readHiddenDisks = options.readHiddenDisks || configuration.readHiddenDisks};
 }
 
 int runDaemon(const Options& options)
@@ -238,12 +258,17 @@ int runDaemon(const Options& options)
         fmt::print(stderr, "meridald: {}\n", lock.error().message);
         return EXIT_FAILURE;
     }
+    const ConfigurationPlace place{.folder = paths.configuration, .file = options.configuration.empty() ? "" : std::filesystem::absolute(options.configuration)};
+    ConfigurationFiles configuration(place);
+    for (const ConfigurationWarning& warning : configuration.warnings()) { // while there is somebody who reads it
+        fmt::print(stderr, "meridald: {}\n", lineOf(warning));
+    }
     if (!options.keepStandardError) {
         redirectStandardError(paths.errorLog());
     }
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
-    const auto host = makeHost(*runtime, options.host);
+    const auto host = makeHost(*runtime, hostChoices(options, configuration.current()));
     NotificationCenter notifications;
     Log log;
     Context context{*runtime, *host, notifications, log, paths};
@@ -252,7 +277,7 @@ int runDaemon(const Options& options)
     shareFolder(context, paths.logs);
     auto& databases = HistoryDatabaseController::sharedHistoryDatabaseController();
     context.databases = &databases;
-    const int status = serve(context, options);
+    const int status = serve(context, options, configuration);
     databases.closeAll(); // while there are still queues to close them on
     return status;
 }

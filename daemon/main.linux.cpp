@@ -39,7 +39,8 @@ Paths defaultPaths()
 {
     return {.support = folder("STATE_DIRECTORY", "/var/lib/meridal"),
         .logs = folder("LOGS_DIRECTORY", "/var/log/meridal"),
-        .run = folder("RUNTIME_DIRECTORY", "/run/meridal")};
+        .run = folder("RUNTIME_DIRECTORY", "/run/meridal"),
+        .configuration = folder("CONFIGURATION_DIRECTORY", "/etc/meridal")};
 }
 
 std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context&, ListenerDelegate&) { return {}; }

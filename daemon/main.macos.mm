@@ -27,7 +27,8 @@ Paths defaultPaths()
 {
     return {.support = "/Library/Application Support/Meridal 6",
         .logs = "/Library/Logs/Meridal/Daemon",
-        .run = "/var/run/meridal"};
+        .run = "/var/run/meridal",
+        .configuration = "/etc/meridal"};
 }
 
 std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, ListenerDelegate& delegate)

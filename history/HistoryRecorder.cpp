@@ -87,8 +87,25 @@ void HistoryRecorder::forEachRunningStorage(Function function)
     }
 }
 
+void HistoryRecorder::setRecording(bool recording)
+{
+    if (recording == isRecording_) {
+        return;
+    }
+    const bool hasBegun = std::any_of(
+        states_.begin(), states_.end(), [](const FileState& state) { return state.phase != Phase::NotStarted; });
+    if (!recording && hasBegun) {
+        runDatabaseQueue();
+    }
+    isRecording_ = recording;
+    tables_.setRecording(recording);
+}
+
 void HistoryRecorder::updateHistory()
 {
+    if (!isRecording_) {
+        return;
+    }
     const double steady = context_.runtime.monotonicTime();
     bool isRunning = false;
     for (const HistoryFile which : historyFiles) {

@@ -46,6 +46,10 @@ public:
     /// Takes stored history up, hands finished periods over to their tables, has these pruned, and commits twice a minute.
     /// Does nothing until it is called for the first time: no file is made.
     void updateHistory();
+    /// Switched off, it takes up, writes and makes nothing: periods pass as if the machine slept. What is in its files can
+    /// be read all the same.
+    void setRecording(bool recording);
+    bool isRecording() const { return isRecording_; }
     /// Writes what is queued.
     void runDatabaseQueue();
     /// Something to be queued before each commit.
@@ -113,7 +117,8 @@ private:
     std::map<std::string, Item> items_; ///< by key
     std::vector<StorageClock> clocks_;
     std::array<FileState, historyFiles.size()> states_;
-    double nextHistoryTime_ = 0;                          ///< when the next period ends, s since 1970
+    double nextHistoryTime_ = 0; ///< when the next period ends, s since 1970
+    bool isRecording_ = true;
     double nextFlush_ = 0;                                ///< monotonic s
     std::array<double, storageCount> measuredUntil_ = {}; ///< latest item sample that is not empty, s since 1970
     WallClockGuard wallClock_;

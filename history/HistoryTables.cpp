@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace meridal {
@@ -76,8 +78,10 @@ std::shared_ptr<HistoryDatabaseItem> HistoryTables::databaseForIndex(StorageInde
     if (!context_.databases) {
         return nullptr;
     }
-    return context_.databases->databaseWithPath(
-        fileOf(index) == HistoryFile::LongTerm ? traits_.dbpathLong : traits_.dbpath);
+    const std::string& path = fileOf(index) == HistoryFile::LongTerm ? traits_.dbpathLong : traits_.dbpath;
+    std::error_code failure;
+    return isRecording_ || std::filesystem::exists(path, failure) ? context_.databases->databaseWithPath(path)
+                                                                  : nullptr;
 }
 
 /// The CREATE statement of a table of values: of the recorder itself, or of its items.
@@ -193,8 +197,8 @@ void HistoryTables::removeOldSamplesAtIndex(StorageIndex index, double newestID)
 void HistoryTables::thinLongTerm(double now, LongTermThinning::Oldest oldest)
 {
     if (const auto file = databaseForIndex(StorageIndex::LongTerm)) {
-        file->queryDatabaseAsync(
-            [thinning = thinning_, now, oldest](SQLiteConnection& database) { thinning->step(database, now, oldest); });
+        file->queryDatabaseAsync([thinning = thinning_, now, age = context_.longTermAge, oldest](
+                                     SQLiteConnection& database) { thinning->step(database, now, age, oldest); });
     }
 }
 

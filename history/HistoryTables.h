@@ -50,8 +50,9 @@ public:
     HistoryTables(Context& context, HistoryTraits traits);
 
     const HistoryTraits& traits() const { return traits_; }
-    /// The file of a storage, which is opened; null without one.
+    /// The file of a storage, which is opened; null without one. While nothing is recorded none is made.
     std::shared_ptr<HistoryDatabaseItem> databaseForIndex(StorageIndex index) const;
+    void setRecording(bool recording) { isRecording_ = recording; }
     /// What reading them takes. In it their names: a storage's prefix, the recorder's, and "history", or "idhistory" for
     /// the identifiers and times when the values are the items'.
     const HistoryReadPlan& readPlan() const { return plan_; }
@@ -90,6 +91,7 @@ private:
     Context& context_;
     const HistoryTraits traits_;
     HistoryReadPlan plan_;
+    bool isRecording_ = true;
     std::array<Storage, storageCount> storages_;
     std::shared_ptr<LongTermThinning> thinning_; ///< touched on the file's queue only
     SqlValues rowArgs_;                          ///< of the row being queued; kept for its memory

@@ -37,14 +37,14 @@ bool readLabels(SQLiteConnection& database, const std::string& table, std::int64
 
 } // namespace
 
-void LongTermThinning::step(SQLiteConnection& database, double now, Oldest oldest)
+void LongTermThinning::step(SQLiteConnection& database, double now, double longestAge, Oldest oldest)
 {
     const auto exists = database.tableExists(tables_.table);
     if (!exists || !*exists || !findColumns(database) || !database.execute("BEGIN IMMEDIATE")) {
         return;
     }
     auto from = from_;
-    bool good = oldest == Oldest::Kept || removeOldest(database, now - longestLongTermAge);
+    bool good = oldest == Oldest::Kept || removeOldest(database, now - longestAge);
     // The coarsest first, so that what lay there for years is averaged once.
     for (std::size_t place = longTermSteps.size(); good && place-- > 0;) {
         const auto merged = thin(database, longTermSteps[place], now, from[place]);

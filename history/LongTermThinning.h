@@ -20,9 +20,6 @@ struct LongTermStep {
 
 constexpr std::array<LongTermStep, 2> longTermSteps = {{{93 * 86'400.0, 3600}, {731 * 86'400.0, 6 * 3600.0}}};
 
-/// What is older than this goes, in seconds: ten years.
-constexpr double longestLongTermAge = 3653 * 86'400.0;
-
 /// Where the rows of a long-term store lie.
 struct LongTermTables {
     std::string table;            ///< of the samples, or of their identifiers when the values are the items'
@@ -45,8 +42,8 @@ public:
     enum class Oldest { Kept, Removed };
 
     /// Does a little of what there is to do, in a transaction of its own: some tens of milliseconds at most. What fails
-    /// is done at the next call. `now` is in seconds since 1970.
-    void step(SQLiteConnection& database, double now, Oldest oldest);
+    /// is done at the next call. `now` is in seconds since 1970; rows older than `longestAge`, in seconds, are too old.
+    void step(SQLiteConnection& database, double now, double longestAge, Oldest oldest);
 
 private:
     struct Group {

@@ -19,6 +19,7 @@ struct Context {
     Log& log;
     Paths paths;
     HistoryDatabaseController* databases = nullptr; ///< null: nothing is kept beyond this run
+    double longTermAge = 3653 * 86'400.0;           ///< s after which rows leave the long-term stores: ten years
 
     /// The context behind the process-wide instances (`sharedProcesses` and its like). Set once by main before the first
     /// of them is asked for; a test that builds its own objects does not need it.

@@ -99,6 +99,23 @@ void addTexts(Lines& lines, std::string_view title, Style style, const Value* en
     appendLines(lines, table.lines());
 }
 
+/// What the configuration says that cannot be done.
+void addConfiguration(Lines& lines, const Value* configuration)
+{
+    const Value* warnings = configuration ? find(*configuration, "warnings") : nullptr;
+    if (!warnings || !warnings->is_array() || warnings->empty()) {
+        return;
+    }
+    lines.push_back({});
+    lines.push_back({{Style::Warning, "Not understood in the configuration"}});
+    for (const Value& warning : *warnings) {
+        const auto line = integer(warning, "line");
+        lines.push_back({{Style::Plain,
+            "  " + printable(text(warning, "file").value_or("")) + (line ? fmt::format(":{}", *line) : "") + ": "
+                + printable(text(warning, "text").value_or(""))}});
+    }
+}
+
 Line headline(const Dictionary& status)
 {
     std::string words = "meridald";
@@ -154,6 +171,7 @@ Lines statusLines(const Dictionary& status)
     addFigures(lines, "log", find(status, "log"),
         {{"droppedLines", [](double value) { return count(value) + " lines dropped"; }}});
     addTexts(lines, "Files", Style::Title, find(status, "paths"));
+    addConfiguration(lines, find(status, "configuration"));
     addTexts(lines, "Not to be had on this machine", Style::Warning, find(status, "limitations"));
     return lines;
 }

@@ -8,7 +8,9 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -81,12 +83,17 @@ BatteryStatCollector::BatteryStatCollector(Context& context)
 
 std::shared_ptr<HistoryDatabaseItem> BatteryStatCollector::database() const
 {
-    return context().databases ? context().databases->databaseWithPath(dbpath_) : nullptr;
+    std::error_code failure;
+    return context().databases && (isRecording_ || std::filesystem::exists(dbpath_, failure))
+        ? context().databases->databaseWithPath(dbpath_)
+        : nullptr;
 }
+
+void BatteryStatCollector::setRecording(bool recording) { isRecording_ = recording; }
 
 void BatteryStatCollector::prepareDatabase()
 {
-    if (std::exchange(preparedDatabase_, true)) {
+    if (!isRecording_ || std::exchange(preparedDatabase_, true)) {
         return;
     }
     if (const auto file = database()) {
@@ -103,7 +110,9 @@ void BatteryStatCollector::readHistory(
     Queue& mainQueue = context().runtime.mainQueue();
     const auto file = database();
     if (!file) {
-        mainQueue.post([reply = std::move(reply)] { reply(std::nullopt); });
+        mainQueue.post([reply = std::move(reply), isEmpty = !isRecording_] {
+            reply(isEmpty ? std::optional(BatteryAnswer()) : std::nullopt);
+        });
         return;
     }
     file->queryDatabaseAsync([question, reply = std::move(reply), &mainQueue](SQLiteConnection& connection) {
@@ -113,6 +122,9 @@ void BatteryStatCollector::readHistory(
 
 void BatteryStatCollector::recordChanges()
 {
+    if (!isRecording_) {
+        return;
+    }
     for (const auto& each : items()) {
         const auto item = std::static_pointer_cast<BatteryStatCollectorItem>(each);
         if (item->isPeripheral() || !item->key()) {

@@ -22,6 +22,8 @@ public:
 
     /// Makes sure of the tables. Waits for nothing.
     void prepareDatabase();
+    /// Switched off, nothing is recorded and no file made; what there is can be read.
+    void setRecording(bool recording);
     const std::string& dbpath() const { return dbpath_; } ///< the file that it keeps
 
     /// Reads a page of the history; the answer comes on the main queue, nothing when the file cannot be read.
@@ -40,6 +42,7 @@ private:
     void writeChanges(BatteryStatCollectorItem& item);
 
     const std::string dbpath_;
+    bool isRecording_ = true;
     bool preparedDatabase_ = false;
     Lifetime lifetime_;
 };

@@ -433,9 +433,23 @@ void SMARTStatCollector::noteSeries(const SMARTStatCollectorItem& disk)
     }
 }
 
+void SMARTStatCollector::setRecording(bool recording)
+{
+    if (recording == history_.isRecording()) {
+        return;
+    }
+    history_.setRecording(recording);
+    keepsRecord_ = false;
+    keeping_.end();
+    if (isAskedToKeep_) {
+        keepRecord();
+    }
+}
+
 void SMARTStatCollector::keepRecord()
 {
-    keepsRecord_ = true;
+    isAskedToKeep_ = true;
+    keepsRecord_ = history_.isRecording();
     std::error_code failure;
     if (std::filesystem::exists(history_.traits().dbpath, failure)) { // none is made on a machine without disks
         if (const auto file = history_.databaseForIndex(StorageIndex::Hour)) {
@@ -443,12 +457,14 @@ void SMARTStatCollector::keepRecord()
             recordedWear_.load(*file);
         }
     }
-    context().runtime.after(firstRecord, lifetime_.guard([this] { readForRecord(); }));
+    if (keepsRecord_) {
+        context().runtime.after(firstRecord, keeping_.guard([this] { readForRecord(); }));
+    }
 }
 
 void SMARTStatCollector::readForRecord()
 {
-    context().runtime.after(recordInterval, lifetime_.guard([this] { readForRecord(); }));
+    context().runtime.after(recordInterval, keeping_.guard([this] { readForRecord(); }));
     if (isWanted()) {
         return; // who asks has them read more often
     }
@@ -467,7 +483,7 @@ void SMARTStatCollector::readForRecord()
 
 void SMARTStatCollector::startRecording()
 {
-    if (!recording_ && (isWanted() || keepsRecord_) && !items().empty()) {
+    if (!recording_ && history_.isRecording() && (isWanted() || keepsRecord_) && !items().empty()) {
         recording_ = true;
         setStopped(false);
         startLogging();
@@ -476,7 +492,7 @@ void SMARTStatCollector::startRecording()
 
 void SMARTStatCollector::updateHistory()
 {
-    if (!isWanted() && !keepsRecord_) {
+    if (!history_.isRecording() || (!isWanted() && !keepsRecord_)) {
         history_.runDatabaseQueue(); // what has been noted reaches the file; then there is rest, without a wake-up
         recording_ = false;
         setStopped(true);

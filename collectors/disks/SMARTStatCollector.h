@@ -36,6 +36,8 @@ public:
     bool isWanted() const { return wanted_ && wanted_(); }
     /// Goes on with the record of earlier runs, and from a minute after this on keeps it whether somebody asks or not.
     void keepRecord();
+    /// Switched off, disks are read for who asks and nothing is recorded; what earlier runs recorded can be read.
+    void setRecording(bool recording);
 
     /// Looks for disks, and has those read that are new.
     void loadDisks();
@@ -115,7 +117,9 @@ private:
     bool needToReload_ = true;
     bool loadAllAttributes_ = false;
     bool recording_ = false;
+    bool isAskedToKeep_ = false;
     bool keepsRecord_ = false;
+    Lifetime keeping_; ///< of the rhythm of the record
     RecordedSeries recordedTemperatures_;
     RecordedSeries recordedWear_;
     Lifetime lifetime_;

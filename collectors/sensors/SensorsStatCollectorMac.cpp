@@ -370,6 +370,9 @@ void SensorsStatCollectorMac::noteQuestion()
     constexpr double oldAfter = 2; // s
     const double now = context().runtime.monotonicTime();
     lastAsked_ = now;
+    if (rests_) {
+        begin();
+    }
     if (isLogging_ && (!lastMeasured_ || now - *lastMeasured_ > oldAfter)) {
         measure(Reading::WithoutPower); // which no question may cause to be read
     }
@@ -377,9 +380,19 @@ void SensorsStatCollectorMac::noteQuestion()
 
 void SensorsStatCollectorMac::updateStatsForSequence(std::int64_t sequence)
 {
-    if (isAsked() || sequence % recordTurns == 0) {
+    const bool isRecorded = history().isRecording();
+    if (!isRecorded && !isAsked()) {
+        rest();
+    } else if (isAsked() || sequence % recordTurns == 0) {
         updateStats();
     }
+}
+
+void SensorsStatCollectorMac::rest()
+{
+    rests_ = true;
+    isLogging_ = false;
+    setStopped(true);
 }
 
 void SensorsStatCollectorMac::updateStats()
@@ -419,6 +432,10 @@ void SensorsStatCollectorMac::lookAtFlags(double now)
 
 void SensorsStatCollectorMac::begin()
 {
+    if (rests_ && (isAsked() || history().isRecording())) {
+        rests_ = false;
+        setStopped(false);
+    }
     if (!isLogging_ && !stopped() && (!items().empty() || !watched_.empty())) {
         isLogging_ = true;
         startLogging();

@@ -26,7 +26,7 @@ class PlatformController;
 
 /// The sensors collector of both hosts. It checks which of the sensors that clients know this machine really has, makes
 /// an item of each, samples them and keeps the extremes ever seen. While somebody asks, and for a minute after, that is
-/// every second turn of its clock; for the record alone, every sixth. Main queue only.
+/// every second turn of its clock; for the record alone, every sixth; with neither the clock stands. Main queue only.
 class SensorsStatCollectorMac final : public SensorsStatCollector {
 public:
     using Item = SensorStatCollectorItemMac;
@@ -67,8 +67,11 @@ public:
     void averagePower(Value& entries);
     /// Makes an item of everything that the host tells by itself, and follows it from now on as chips come and go.
     void discover();
-    /// Goes on with what earlier runs recorded and clients asked for in them; takes effect later.
+    /// Goes on with what earlier runs recorded and clients asked for in them; takes effect later. While nothing is
+    /// recorded, it lists what was.
     void resumeRecord();
+    /// Switched off, nothing is recorded, and read only while somebody asks and for a minute after.
+    void setRecording(bool recording) { history().setRecording(recording); }
     /// Somebody looks at sensors: what is known is made new where it is old, and kept so for a while.
     void noteQuestion();
     /// Starts to sample, once there is something to be sampled.
@@ -189,6 +192,7 @@ private:
     bool isPower(const SensorConfiguration& configuration) const;
     bool isPowerKey(const std::string& key) const;
     void dropUnproven();
+    void rest();
     bool isLeftAlone(const Item& item) const;
     std::optional<double> readItem(const Item& item);
     void sample(Item& item, double now);
@@ -230,6 +234,7 @@ private:
     bool follows_ = false;
     bool looksLater_ = false;
     bool isLogging_ = false;
+    bool rests_ = false; ///< the clock stands until somebody asks
     bool preparedDatabase_ = false;
     bool fanControlSupported_ = false;
     bool loadedIntelSensors_ = false;

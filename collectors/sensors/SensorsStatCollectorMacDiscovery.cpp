@@ -434,6 +434,9 @@ void SensorsStatCollectorMac::resumeRecord()
         return;
     }
     recorded_.load(*file);
+    if (!history().isRecording()) {
+        return;
+    }
     auto adopt = sensorLifetime_.guard([this](const KeptSensors& kept) {
         process(supportedElectricSensors(kept.sensors), SensorRequest::Sensors, Finder::Record);
         if (!kept.fans.empty()) {
@@ -552,7 +555,9 @@ void SensorsStatCollectorMac::discover()
 {
     startToFollow();
     begin();
-    if (!isLogging_ && !stopped() && !std::exchange(looksLater_, true)) { // the clock, once it runs, looks by itself
+    const bool isNeeded = history().isRecording() || isAsked();
+    if (isNeeded && !isLogging_ && !stopped()
+        && !std::exchange(looksLater_, true)) { // the clock, once it runs, looks by itself
         const bool isWatched = isAsked() || !items().empty();
         context().runtime.after(isWatched ? lookInterval : emptyInterval, sensorLifetime_.guard([this] {
             looksLater_ = false;

@@ -41,10 +41,11 @@ std::vector<HistorySeries> SensorsStatCollectorMac::series() const
 
 void SensorsStatCollectorMac::prepareDatabase()
 {
-    if (std::exchange(preparedDatabase_, true)) {
+    if (preparedDatabase_) {
         return;
     }
     if (const auto file = database()) {
+        preparedDatabase_ = true;
         file->declareTable(recordedSeriesTable());
         file->declareTable(sensorLimitsTable());
         file->declareTable(keptSensorsTable());
@@ -87,6 +88,9 @@ void SensorsStatCollectorMac::takeSeenLimits(
 
 void SensorsStatCollectorMac::updateRecordedValues()
 {
+    if (!history().isRecording()) {
+        return;
+    }
     for (const auto& item : sensors()) {
         const auto file = item->hasSeenLimits() && item->knowsStoredLimits() ? database() : nullptr;
         if (file && item->recordedValueChanged()) {
@@ -116,6 +120,7 @@ void SensorsStatCollectorMac::prepareCommit()
 void SensorsStatCollectorMac::cleanup()
 {
     sensorLifetime_.end();
+    rests_ = false;
     updateRecordedValues();
     StatCollector::cleanup();
 }

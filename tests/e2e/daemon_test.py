@@ -73,6 +73,44 @@ class WholeDaemonTest(running.DaemonTest):
         self.assertNotEqual(daemon.wait(), 0)
         self.assertIn("--nonsense", daemon.errors)
 
+    def write_configuration(self, text, name="etc/meridald.conf"):
+        path = os.path.join(self.root, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w") as file:
+            file.write(text)
+        return path
+
+    def test_a_bad_line_of_the_configuration_is_named_everywhere_and_stops_nothing(self):
+        main = self.write_configuration("[record]\nsensors = nope\n\n[traffic]\nsuorce = bpf\nsource = sockets\n")
+        extra = self.write_configuration("[processes]\nsource = bpf\n", "etc/meridald.conf.d/10.conf")
+        with self.serving("--process-source", "proc") as (daemon, client):
+            told = client.call("status")["configuration"]
+            self.assertEqual(told["files"], [main, extra])
+            self.assertEqual([(w["file"], w["line"]) for w in told["warnings"]], [(main, 2), (main, 5)])
+            self.assertIn('did you mean "source"?', told["warnings"][1]["text"])
+            self.assertTrue(told["record"]["sensors"])
+            self.assertIn(f"{main}:5: ", self.ctl("status"))
+            if "source" in (processes := client.call("status").get("processes", {})):
+                self.assertEqual(processes["source"], "proc", "the command line wins")
+        for text in (daemon.errors, daemon.read_log()):
+            self.assertIn(f'{main}:2: sensors: "nope" is neither yes nor no', text)
+        other = self.write_configuration("[record]\nmachine = no\n", "other.conf")
+        with self.serving("--config", other) as (daemon, client):
+            self.assertEqual(client.call("status")["configuration"]["files"], [other])
+            self.assertEqual(daemon.process.poll(), None)
+
+    def test_a_hangup_reads_the_configuration_again(self):
+        files = [os.path.join(self.root, "state", name) for name in ("machine-history.db", "battery-history.db")]
+        self.write_configuration("[record]\nmachine = no\nsensors = no\ndisks = no\nbattery = no\n")
+        with self.serving() as (daemon, client):
+            self.assertEqual([os.path.exists(file) for file in files], [False, False])
+            self.write_configuration("[traffic]\nsource = sockets\n[record]\nmachine = perhaps\n")
+            daemon.process.send_signal(signal.SIGHUP)
+            running.until(lambda: client.call("status")["configuration"]["record"]["machine"], "the switch")
+            running.until(lambda: all(map(os.path.exists, files)), "the files of the record")
+            self.assertEqual(len(client.call("status")["configuration"]["warnings"]), 1)
+        self.assertIn("source in [traffic] was changed, which takes effect at the next start", daemon.read_log())
+
     def test_a_busy_process_and_its_name_of_any_bytes(self):
         child = self.spawn(sys.executable, "-c", "import ctypes\n"
                            "ctypes.CDLL(None).prctl(15, b'ev)il \\xff\\n\\x1b[2J', 0, 0, 0)\n"

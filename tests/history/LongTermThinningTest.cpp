@@ -14,6 +14,7 @@ class LongTermThinningTest : public testing::Test {
 protected:
     static constexpr double hour_ = 3600;
     static constexpr double day_ = 24 * hour_;
+    static constexpr double tenYears_ = 3653 * day_;
     static constexpr double now_ = 1'700'006'400; // a whole day, s since 1970
 
     /// Rows from eleven years ago until now, so many seconds apart: coarse ones, and fine ones around the ages at which
@@ -53,7 +54,7 @@ protected:
         int steps = 0;
         for (double rows = -1, left = figure("SELECT count(*) FROM t"); rows != left && steps < 2000; ++steps) {
             rows = left;
-            thinning.step(database_, now_, LongTermThinning::Oldest::Removed);
+            thinning.step(database_, now_, tenYears_, LongTermThinning::Oldest::Removed);
             left = figure("SELECT count(*) FROM t");
             EXPECT_LT(rows - left, 5000) << "a little at a time";
         }
@@ -124,13 +125,13 @@ TEST_F(LongTermThinningTest, EmptyRowsOfACollectorWeighNothing)
     // A clock that stands in 1970 makes nothing old.
     const double rows = figure("SELECT count(*) FROM t");
     LongTermThinning thinning({.table = "t", .itemTable = {}, .values = {"value"}});
-    thinning.step(database_, 100, LongTermThinning::Oldest::Removed);
+    thinning.step(database_, 100, tenYears_, LongTermThinning::Oldest::Removed);
     EXPECT_EQ(figure("SELECT count(*) FROM t"), rows);
     // One that nobody vouches for takes no row away, however far ahead it stands.
     const double oldest = figure("SELECT min(time) FROM t WHERE time > 1e6");
-    thinning.step(database_, now_ + 11 * 365 * day_, LongTermThinning::Oldest::Kept);
+    thinning.step(database_, now_ + 11 * 365 * day_, tenYears_, LongTermThinning::Oldest::Kept);
     EXPECT_EQ(figure("SELECT min(time) FROM t WHERE time > 1e6"), oldest);
-    thinning.step(database_, now_ + 11 * 365 * day_, LongTermThinning::Oldest::Removed);
+    thinning.step(database_, now_ + 11 * 365 * day_, tenYears_, LongTermThinning::Oldest::Removed);
     EXPECT_GT(figure("SELECT min(time) FROM t WHERE time > 1e6"), oldest);
 }
 
