@@ -22,6 +22,7 @@
 #include "daemon/MachineService.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/MomentService.h"
 #include "daemon/NetworkService.h"
 #include "daemon/SensorService.h"
 #include "daemon/StatusReport.h"
@@ -194,6 +195,10 @@ int serve(Context& context, const Options& options)
     machine.addTo(history, catalogue);
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
+    MomentService moments(context,
+        {catalogue, uptime, BatteryStatCollectorMac::sharedBatteryCollector(),
+            NetworkStatCollectorMac::sharedNetworkCollector()});
+    moments.addTo(history);
     sensors.addTo(history);
     battery.addTo(history);
     network.addTo(history);
