@@ -66,13 +66,6 @@ std::optional<Found> findSeries(const HistoryCatalogue& catalogue, std::string_v
     return std::nullopt;
 }
 
-/// The nearest multiple of a step. Fractions are divided by their whole number a one: 0.3 is to come out as 0.3.
-double inSteps(double value, double step)
-{
-    const double steps = std::round(value / step);
-    return step < 1 ? steps / std::round(1 / step) : steps * step;
-}
-
 /// How a sample's values become those of an answer.
 class ValueReader {
 public:
@@ -87,7 +80,7 @@ public:
         Value answer = Value::array();
         for (const auto& place : places_) {
             const double value = place ? values[*place] : absentFigure;
-            answer.push_back(std::isnan(value) ? Value() : Value(step_ > 0 ? inSteps(value, step_) : value));
+            answer.push_back(std::isnan(value) ? Value() : Value(inSteps(value, step_)));
         }
         return answer;
     }
@@ -116,6 +109,23 @@ Value describePage(const HistoryPage& page, const Found& found, const std::strin
 }
 
 } // namespace
+
+std::string_view resolutionName(StorageIndex index)
+{
+    const auto* found = std::find_if(
+        resolutions.begin(), resolutions.end(), [index](const auto& each) { return each.second == index; });
+    return found != resolutions.end() ? found->first : std::string_view();
+}
+
+/// Fractions are divided by their whole number a one: 0.3 is to come out as 0.3.
+double inSteps(double value, double step)
+{
+    if (!(step > 0)) {
+        return value;
+    }
+    const double steps = std::round(value / step);
+    return step < 1 ? steps / std::round(1 / step) : steps * step;
+}
 
 void HistoryQuestions::addTo(MeridalHistory& history)
 {

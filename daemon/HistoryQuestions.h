@@ -3,6 +3,7 @@
 #include "base/Result.h"
 #include "base/Value.h"
 #include "history/HistoryCatalogue.h"
+#include "history/SampleRecords.h"
 
 #include <functional>
 #include <optional>
@@ -12,6 +13,11 @@ namespace meridal {
 
 class MeridalHistory;
 struct Peer;
+
+/// "hour" and so on, as clients call a storage with tables.
+std::string_view resolutionName(StorageIndex index);
+/// The nearest multiple of a step; the value itself where there is none.
+double inSteps(double value, double step);
 
 /// The clients' questions about recorded history: "history.series" and "history.samples". Main queue only.
 class HistoryQuestions {

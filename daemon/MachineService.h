@@ -67,6 +67,7 @@ private:
     std::optional<double> lastRead_;
     std::optional<double> lastAsked_;
     std::optional<double> lastListed_; ///< of the file systems, which only who asks or watches has listed
+    Lifetime lifetime_;
 };
 
 } // namespace meridal

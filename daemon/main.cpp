@@ -24,6 +24,7 @@
 #include "daemon/MachineService.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/MomentService.h"
 #include "daemon/NetworkService.h"
 #include "daemon/SensorService.h"
 #include "daemon/StatusReport.h"
@@ -209,6 +210,10 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     machine.addTo(watches);
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
+    MomentService moments(context,
+        {catalogue, uptime, BatteryStatCollectorMac::sharedBatteryCollector(),
+            NetworkStatCollectorMac::sharedNetworkCollector()});
+    moments.addTo(history);
     sensors.addTo(history);
     battery.addTo(history);
     network.addTo(history);

@@ -45,6 +45,7 @@ inline constexpr char networkInterfaces[] = "network.interfaces";
 inline constexpr char uptimeBoots[] = "uptime.boots";
 inline constexpr char sensorsList[] = "sensors.list";
 inline constexpr char disksList[] = "disks.list";
+inline constexpr char momentsAt[] = "moments.at";
 inline constexpr char machineState[] = "machine.state";
 inline constexpr char machineWatch[] = "machine.watch";
 inline constexpr char groupsHistory[] = "groups.history";

@@ -13,6 +13,7 @@
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
 #include "daemon/MachineService.h"
+#include "daemon/MomentService.h"
 #include "daemon/NetworkService.h"
 #include "daemon/SensorService.h"
 #include "daemon/Services.h"
@@ -79,6 +80,7 @@ struct AllServices {
     NetworkService network;
     MachineService figures;
     TrafficService traffic;
+    MomentService moments{context, {catalogue, uptime, batteries, interfaces}};
     Services services{uptime, sensors, battery, disks, network, figures, traffic};
 };
 

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "base/Value.h"
+#include "daemon/MomentRecord.h"
+
+namespace meridal {
+
+/// What "moments.at" answers. Of bounded size whatever the record holds.
+Value describeMoment(const MomentRecord& record);
+
+} // namespace meridal

@@ -1,0 +1,176 @@
+#include "daemon/MomentFigures.h"
+
+#include "daemon/HistoryQuestions.h"
+#include "history/HistoryRecorder.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <string_view>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+using Moment = HistoryMoment;
+
+constexpr std::size_t mostOfAKind = 64; // entries of one list
+
+/// Series of the machine as a whole → the entry that tells them.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 8> wholes = {
+    {{"processors", "cpu"}, {"load", "load"}, {"tasks", "tasks"}, {"kernel", "kernel"}, {"memory", "memory"},
+        {"swap", "swap"}, {"paging", "paging"}, {"pressure", "pressure"}}};
+/// Series of a disk's traffic, which make one entry a disk.
+constexpr std::array<std::string_view, 5> ofDisks = {"throughput", "requests", "latency", "busy", "queue"};
+
+bool isOfDisks(const MomentSeries& series)
+{
+    return std::find(ofDisks.begin(), ofDisks.end(), series.collector) != ofDisks.end();
+}
+
+double cleaned(double figure, double step)
+{
+    constexpr double digits = 1e4; // what a mean has beyond them is noise
+    return step > 0 ? inSteps(figure, step) : std::round(figure * digits) / digits;
+}
+
+/// The time that a sample stands for, to be filled with figures.
+Value framed(const Moment::Sample& sample)
+{
+    return {{"resolution", resolutionName(sample.index)}, {"from", sample.from}, {"until", sample.until}};
+}
+
+void addColumns(const MomentRecord& record, const MomentSeries& series, const Moment::Sample& sample, Value& entry)
+{
+    for (const std::string& column : series.series.values) {
+        const auto place = series.recorder->columnNamed(column);
+        const double figure = place && *place < sample.values.size() ? sample.values[*place] : absentFigure;
+        if (!std::isnan(figure)) {
+            entry[column] = cleaned(figure, record.isExact ? 0 : series.series.step);
+        }
+    }
+}
+
+void addBusy(Value& cpu)
+{
+    std::optional<double> busy;
+    for (const char* part : {"user", "nice", "system", "interrupt", "steal"}) {
+        if (const auto share = number(cpu, part)) {
+            busy = busy.value_or(0) + *share;
+        }
+    }
+    put(cpu, "busy", busy);
+}
+
+const Moment* momentOf(const MomentRecord& record, const MomentSeries& series)
+{
+    const auto found = record.figures.find(series.recorder);
+    return found != record.figures.end() ? found->second.get() : nullptr;
+}
+
+std::optional<Moment::Sample> sampleOf(const MomentRecord& record, const MomentSeries& series)
+{
+    const Moment* moment = momentOf(record, series);
+    return moment ? moment->at(series.series.key, series.collector == "disks" ? slackOfDisks : usualSlack)
+                  : std::nullopt;
+}
+
+void addTo(Value& answer, const char* list, Value entry)
+{
+    if (Value& entries = answer[list]; entries.size() < mostOfAKind) {
+        entries.push_back(std::move(entry));
+    }
+}
+
+void addWhole(const MomentRecord& record, const MomentSeries& series, std::string_view name, Value& answer)
+{
+    if (const auto sample = sampleOf(record, series)) {
+        Value entry = framed(*sample);
+        addColumns(record, series, *sample, entry);
+        if (name == "cpu") {
+            addBusy(entry);
+        }
+        answer[std::string(name)] = std::move(entry);
+    }
+}
+
+/// Also of disks that are not there any more.
+void addDisks(const MomentRecord& record, const MomentSeries& any, Value& answer)
+{
+    const Moment* moment = momentOf(record, any);
+    for (const std::string& key : moment ? moment->keys() : std::vector<std::string>()) {
+        const auto sample = moment->at(key, usualSlack);
+        if (!sample) {
+            continue;
+        }
+        MomentSeries disk = any;
+        disk.series = {.key = key, .name = key, .unit = "", .values = any.recorder->traits().columns};
+        Value entry = framed(*sample);
+        entry["disk"] = key;
+        addColumns(record, disk, *sample, entry);
+        addTo(answer, "disks", std::move(entry));
+    }
+}
+
+Value describeReading(const MomentRecord& record, const MomentSeries& series, const Moment::Sample& sample)
+{
+    Value entry = framed(sample);
+    entry["series"] = series.name();
+    entry["name"] = series.series.name;
+    entry["unit"] = series.series.unit;
+    if (!series.series.origin.empty()) {
+        entry["chip"] = series.series.origin;
+    }
+    if (series.series.values.size() == 1) {
+        MomentSeries one = series;
+        Value columns;
+        addColumns(record, one, sample, columns);
+        entry["value"] = columns.is_object() && !columns.empty() ? *columns.begin() : Value();
+    } else {
+        addColumns(record, series, sample, entry["values"]);
+    }
+    return entry;
+}
+
+/// The list that a series of a sensor belongs to; null where it is of no interest.
+const char* listOf(const MomentSeries& series)
+{
+    const std::string& unit = series.series.unit;
+    if (series.collector == "wear") {
+        return nullptr;
+    }
+    if (series.collector != "sensors" && series.collector != "disks") {
+        return "others";
+    }
+    return unit == "°C" ? "temperatures" : unit == "rpm" ? "fans" : unit == "W" ? "power" : nullptr;
+}
+
+} // namespace
+
+void addFigures(const MomentRecord& record, Value& answer)
+{
+    for (const char* list : {"temperatures", "fans", "disks"}) {
+        answer[list] = Value::array();
+    }
+    bool hasDisks = false;
+    for (const MomentSeries& series : record.series) {
+        const auto* whole = std::find_if(
+            wholes.begin(), wholes.end(), [&](const auto& each) { return each.first == series.collector; });
+        if (whole != wholes.end()) {
+            addWhole(record, series, whole->second, answer);
+        } else if (isOfDisks(series)) {
+            if (!std::exchange(hasDisks, true)) {
+                addDisks(record, series, answer);
+            }
+        } else if (const char* list = listOf(series)) {
+            const auto sample = sampleOf(record, series);
+            Value entry = sample ? describeReading(record, series, *sample) : Value();
+            if (sample && (entry.contains("values") || !entry["value"].is_null())) {
+                addTo(answer, list, std::move(entry));
+            }
+        }
+    }
+}
+
+} // namespace meridal
