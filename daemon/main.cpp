@@ -16,6 +16,7 @@
 #include "collectors/process/TrafficCounterCollector.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/ApplicationService.h"
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
 #include "daemon/HistoryQuestions.h"
@@ -180,8 +181,9 @@ int serve(Context& context, const Options& options)
         {TrafficCounterCollector::sharedTrafficCounterCollector(), PacketStatCollector::sharedPacketCollector(),
             NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
         trafficSourceFrom(options.traffic));
+    ApplicationService applications(context, ProcessStatCollector::sharedProcesses(), true);
     MeridalDaemon daemon(context, ProcessStatCollector::sharedProcesses(), ZAVPowerManager::sharedPowerManager(),
-        {uptime, sensors, battery, disks, network, machine, traffic});
+        {uptime, sensors, battery, disks, network, machine, traffic, applications});
     std::vector<std::unique_ptr<Listener>> listeners;
     StatusReport status(daemon, [&listeners] { return sumOf(listeners); });
     if (const std::string_view method = context.host.processes->method(); !method.empty()) {
@@ -195,6 +197,9 @@ int serve(Context& context, const Options& options)
     machine.addTo(history, catalogue);
     Watches watches(runtime, history);
     machine.addTo(watches);
+    applications.addTo(
+        history, watches, [&daemon] { daemon.updateProcesses(); },
+        [&daemon](const Peer& peer) { return daemon.viewerOf(peer); });
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     sensors.addTo(history);

@@ -47,6 +47,8 @@ inline constexpr char sensorsList[] = "sensors.list";
 inline constexpr char disksList[] = "disks.list";
 inline constexpr char machineState[] = "machine.state";
 inline constexpr char machineWatch[] = "machine.watch";
+inline constexpr char groupsTotals[] = "groups.totals";
+inline constexpr char groupsWatch[] = "groups.watch";
 inline constexpr char batteryState[] = "battery.state";
 inline constexpr char batteryHistory[] = "battery.history";
 
