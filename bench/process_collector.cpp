@@ -1,6 +1,7 @@
 // What one update of the process collector costs, per process and with every list wanted: reading the table, the whole
 // pass, building the five lists. `allocations` counts calls of operator new per iteration: a steady pass makes none.
 
+#include "collectors/process/GroupAccumulator.h"
 #include "collectors/process/ProcessStatCollector.h"
 
 #include "base/Log.h"
@@ -192,6 +193,25 @@ void pass(benchmark::State& state)
     state.counters["bytes_per_process"] = static_cast<double>(rig.collectorBytes) / static_cast<double>(state.range(0));
 }
 
+/// The same, and what all applications have used is added up.
+void passWithGroups(benchmark::State& state)
+{
+    Rig rig(state);
+    const std::size_t before = heapBytes;
+    GroupAccumulator groups(rig.machine.context, *rig.collector);
+    const auto both = [&] {
+        rig.update();
+        groups.update();
+    };
+    for (int pass = 0; pass < passesBefore; ++pass) {
+        both();
+    }
+    const std::size_t bytes = heapBytes - before;
+    measure(state, both);
+    state.counters["groups"] = static_cast<double>(groups.totals().size());
+    state.counters["bytes_per_process"] = static_cast<double>(bytes) / static_cast<double>(state.range(0));
+}
+
 void readOfThisMachine(benchmark::State& state)
 {
     const Crowd crowd(state.range(0));
@@ -248,6 +268,7 @@ void rebuildGroups(benchmark::State& state)
 // Processes, and of how many one works in every pass.
 BENCHMARK(read)->ArgsProduct({{100, 1000, 5000}, {10}});
 BENCHMARK(pass)->ArgsProduct({{100, 1000, 5000}, {10}})->Args({1000, 1});
+BENCHMARK(passWithGroups)->ArgsProduct({{100, 1000, 5000}, {10}})->Args({1000, 1});
 BENCHMARK(readOfThisMachine)->Arg(100)->Arg(1000)->Arg(5000);
 BENCHMARK(passOfThisMachine)->Arg(100)->Arg(1000)->Arg(5000);
 BENCHMARK(rebuildGroups)->ArgsProduct({{100, 1000, 5000}, {10}});

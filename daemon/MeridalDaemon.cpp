@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "base/Runtime.h"
+#include "daemon/ApplicationService.h"
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
 #include "daemon/MRDXPCServerConnection.h"
@@ -88,7 +89,7 @@ void MeridalDaemon::start()
     services_.machine.start();
     log.info("Starting processes");
     processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
-    update(); // so that the first client finds a table, and figures in the pass that its request causes
+    updateProcesses(); // so that the first client finds a table, and figures in the pass that its request causes
     log.info("Daemon started");
 }
 
@@ -156,17 +157,29 @@ void MeridalDaemon::restartProcessTimer(bool atOnce)
     }
 }
 
+void MeridalDaemon::update()
+{
+    const ApplicationService& applications = services_.applications;
+    if (processes_.updateMask() != 0 || !applications.isRecording() || applications.isDue()) {
+        updateProcesses();
+    } else {
+        usage_.tick(context_.runtime.monotonicTime());
+    }
+}
+
 void MeridalDaemon::updateProcesses()
 {
     const double began = context_.runtime.monotonicTime();
     const std::uint32_t wanted = processes_.updateMask();
-    const bool widened = !holds(wanted, RequestKey::Cpu);
+    // CPU time is read in every pass, wanted or not, so that the first list a client gets already has figures.
+    const std::uint32_t read = wanted | mask(RequestKey::Cpu) | services_.applications.wanted();
+    const bool widened = read != wanted;
     if (widened) {
-        // CPU time is read in every pass, wanted or not, so that the first list a client gets already has figures.
-        processes_.setUpdateMask(wanted | mask(RequestKey::Cpu));
+        processes_.setUpdateMask(read);
     }
     views_.beginPass();
     if (processes_.update().isRead) {
+        services_.applications.measured(read);
         sendProcessLists();
     }
     if (holds(processes_.updateMask(), RequestKey::Network)) {

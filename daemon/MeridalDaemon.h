@@ -54,7 +54,9 @@ public:
     void finalize();
 
     // Schedules
-    void update() { updateProcesses(); }
+    /// A pass for clients, and now and then one for the record of applications. Where nothing is recorded always one, for
+    /// the first client's first figures.
+    void update();
     /// Before the first lists of a request: a pass, if what they show was not read of late because nobody wanted it. Bounded
     /// by that, however often clients ask. Answers whether there was one.
     bool readFiguresOf(std::int64_t key);
@@ -75,6 +77,7 @@ public:
     // Envelopes
     /// The current list of the process collector, built once a pass for everybody who wants it so and may see the same.
     EnvelopePtr processList(RequestKey list, bool grouped, const Peer& peer);
+    ProcessViews::Viewer viewerOf(const Peer& peer) const { return views_.viewerOf(peer); }
     /// {"name", "pid"} of those among these processes that this client may see.
     Value infoForPids(const Value& pids, const Peer& peer);
     EnvelopePtr smartSensors();

@@ -2,6 +2,7 @@
 
 namespace meridal {
 
+class ApplicationService;
 class BatteryService;
 class DiskService;
 class MachineService;
@@ -20,6 +21,7 @@ struct Services {
     NetworkService& network;
     MachineService& machine;
     TrafficService& traffic;
+    ApplicationService& applications;
 };
 
 } // namespace meridal

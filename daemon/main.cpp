@@ -16,6 +16,7 @@
 #include "collectors/process/TrafficCounterCollector.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/ApplicationService.h"
 #include "daemon/BatteryService.h"
 #include "daemon/Configuration.h"
 #include "daemon/ConfigurationService.h"
@@ -189,7 +190,8 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
             NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
         trafficSourceFrom(options.traffic.empty() ? files.current().trafficSource : options.traffic));
     traffic.setMayCapture(files.current().capture || options.traffic == "pcap");
-    const Services services{uptime, sensors, battery, disks, network, machine, traffic};
+    ApplicationService applications(context, ProcessStatCollector::sharedProcesses(), files.current().record.applications);
+    const Services services{uptime, sensors, battery, disks, network, machine, traffic, applications};
     ConfigurationService configuration(context, files, services);
     configuration.apply();
     MeridalDaemon daemon(
@@ -208,6 +210,9 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     machine.addTo(history, catalogue);
     Watches watches(runtime, history);
     machine.addTo(watches);
+    applications.addTo(
+        history, watches, [&daemon] { daemon.updateProcesses(); },
+        [&daemon](const Peer& peer) { return daemon.viewerOf(peer); });
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     MomentService moments(context,

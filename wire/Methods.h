@@ -49,6 +49,8 @@ inline constexpr char momentsAt[] = "moments.at";
 inline constexpr char machineState[] = "machine.state";
 inline constexpr char machineWatch[] = "machine.watch";
 inline constexpr char groupsHistory[] = "groups.history";
+inline constexpr char groupsTotals[] = "groups.totals";
+inline constexpr char groupsWatch[] = "groups.watch";
 inline constexpr char batteryState[] = "battery.state";
 inline constexpr char batteryHistory[] = "battery.history";
 

@@ -10,6 +10,7 @@
 #include "collectors/process/TrafficCounterCollector.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/ApplicationService.h"
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
 #include "daemon/MachineService.h"
@@ -29,7 +30,7 @@ namespace meridal::test {
 
 /// Every service as main makes it, on a fake machine and real files.
 struct AllServices {
-    AllServices(FakeMachine& fake, ProcessStatCollector& processes, ZAVPowerManager& power)
+    AllServices(FakeMachine& fake, ProcessStatCollector& processes, ZAVPowerManager& power, bool isRecording = false)
         : context(fake.context)
         , databases(context)
         , uptimeCollector((context.databases = &databases, context), databases)
@@ -49,6 +50,7 @@ struct AllServices {
         , network(context, interfaces)
         , figures(context)
         , traffic(context, {counters, packets, statistics})
+        , applications(context, processes, isRecording)
     {
     }
     ~AllServices()
@@ -81,7 +83,8 @@ struct AllServices {
     MachineService figures;
     TrafficService traffic;
     MomentService moments{context, {catalogue, uptime, batteries, interfaces}};
-    Services services{uptime, sensors, battery, disks, network, figures, traffic};
+    ApplicationService applications;
+    Services services{uptime, sensors, battery, disks, network, figures, traffic, applications};
 };
 
 } // namespace meridal::test

@@ -23,7 +23,7 @@ protected:
         std::shared_ptr<ExportedConnection> daemon;
     };
 
-    DaemonTest()
+    explicit DaemonTest(bool isRecording = false) : house{machine, collector, power, isRecording}
     {
         machine.processes().set({.pid = 1, .name = "launchd"});
         machine.processes().set({.pid = 42, .parentPid = 1, .present = ProcessFields::All, .name = "worker"});
@@ -95,7 +95,7 @@ protected:
     FakeMachine machine;
     ProcessStatCollector collector{machine.context};
     ZAVPowerManager power{machine.context};
-    AllServices house{machine, collector, power};
+    AllServices house;
     std::unique_ptr<MeridalDaemon> daemon;
 };
 

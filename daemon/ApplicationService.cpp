@@ -1,0 +1,251 @@
+#include "daemon/ApplicationService.h"
+
+#include "daemon/MeridalHistory.h"
+#include "daemon/Parameters.h"
+#include "daemon/Watches.h"
+#include "platform/Context.h"
+#include "platform/host/Host.h"
+#include "wire/Link.h"
+#include "wire/Methods.h"
+#include "wire/RequestKey.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+namespace meridal {
+
+namespace {
+
+constexpr std::size_t usualGroups = 100;
+constexpr std::size_t mostGroupsOnPage = 512;
+constexpr double intervalLeeway = 0.5; // s, by which the daemon's timer may come early
+constexpr std::uint32_t everyFigure =
+    mask(RequestKey::Cpu) | mask(RequestKey::Memory) | mask(RequestKey::Disk) | mask(RequestKey::Energy);
+
+/// Clocks tell no more of it, and text none of it.
+double inThousandths(double figure) { return std::round(figure * 1e3) / 1e3; }
+
+const char* nameOfKind(GroupKind kind)
+{
+    switch (kind) {
+    case GroupKind::Application:
+        return "application";
+    case GroupKind::Other:
+        return "other";
+    case GroupKind::Kernel:
+        break;
+    }
+    return "kernel";
+}
+
+/// Groups by what clients know them by.
+std::map<std::pair<std::string, std::string>, const Value*> byName(const Value& state)
+{
+    std::map<std::pair<std::string, std::string>, const Value*> groups;
+    const Value* list = state.is_object() ? find(state, "groups") : nullptr;
+    if (list) {
+        for (const Value& group : *list) {
+            const Value* user = find(group, "user");
+            groups[{group["group"].get<std::string>(), user ? user->dump() : ""}] = &group;
+        }
+    }
+    return groups;
+}
+
+} // namespace
+
+ApplicationService::ApplicationService(Context& context, ProcessStatCollector& processes, bool isRecording)
+    : context_(context), processes_(processes)
+{
+    if (isRecording) {
+        groups_.emplace(context, processes);
+    }
+}
+
+double ApplicationService::interval() const
+{
+    return context_.host.processes->method() == "bpf" ? cheapInterval : dearInterval;
+}
+
+bool ApplicationService::isDue() const
+{
+    return groups_
+        && (isAsked_ || !latestFull_ || context_.runtime.monotonicTime() - *latestFull_ >= interval() - intervalLeeway);
+}
+
+std::uint32_t ApplicationService::wanted() const { return isDue() ? everyFigure : 0; }
+
+void ApplicationService::measured(std::uint32_t updateMask)
+{
+    if (!groups_) {
+        return;
+    }
+    groups_->update();
+    states_.clear();
+    latestPass_ = context_.runtime.monotonicTime();
+    if ((updateMask & everyFigure) == everyFigure) {
+        latestFull_ = latestPass_;
+    }
+}
+
+void ApplicationService::addTraffic(std::uint64_t kernelReceived, std::uint64_t kernelSent)
+{
+    if (groups_) {
+        groups_->addTraffic(processes_.table(), kernelReceived, kernelSent);
+        states_.clear();
+    }
+}
+
+/// Whoever asks twice wants to know what came in between.
+void ApplicationService::readIfOld()
+{
+    if (pass_ && (!latestPass_ || context_.runtime.monotonicTime() - *latestPass_ >= recentEnough)) {
+        isAsked_ = true;
+        pass_();
+        isAsked_ = false;
+    }
+}
+
+bool ApplicationService::isShown(const GroupTotals& group, const Viewer& viewer)
+{
+    return !viewer || group.kind == GroupKind::Kernel
+        || (group.kind == GroupKind::Application && group.owner == viewer);
+}
+
+Value ApplicationService::describe(const GroupTotals& group) const
+{
+    const GroupSums& sums = group.sums;
+    Value entry = {
+        {"group", group.identity},
+        {"name", group.name},
+        {"kind", nameOfKind(group.kind)},
+        {"cpuUser", inThousandths(sums.cpuUserSeconds)},
+        {"cpuSystem", inThousandths(sums.cpuSystemSeconds)},
+        {"diskRead", sums.bytesRead},
+        {"diskWritten", sums.bytesWritten},
+        {"received", sums.bytesReceived},
+        {"sent", sums.bytesSent},
+        {"wakeups", sums.wakeups},
+        {"energyScore", inThousandths(sums.energyScore)},
+        {"started", sums.processesStarted},
+        {"ended", sums.processesEnded},
+        {"processes", group.now.processes},
+        {"resident", group.now.residentBytes},
+        {"footprint", group.now.footprintBytes},
+        {"processesPeak", group.peak.processes},
+        {"residentPeak", group.peak.residentBytes},
+        {"footprintPeak", group.peak.footprintBytes},
+    };
+    if (group.owner) {
+        entry["user"] = *group.owner;
+    }
+    if (sums.joules) {
+        entry["joules"] = inThousandths(*sums.joules);
+    }
+    return entry;
+}
+
+/// What stands around the groups.
+Value ApplicationService::frame() const
+{
+    Value state = {{"time", context_.runtime.wallTime()}, {"since", groups_->since()}, {"groups", Value::array()}};
+    if (const std::string_view method = context_.host.processes->method(); !method.empty()) {
+        state["source"] = method;
+    }
+    if (const auto idle = groups_->idleJoules()) {
+        state["idleJoules"] = inThousandths(*idle);
+    }
+    return state;
+}
+
+Result<Value> ApplicationService::totals(const Value& given, const Peer& peer)
+{
+    Parameters parameters(given);
+    const auto after = parameters.count("after");
+    const std::size_t limit = parameters.limit(usualGroups, mostGroupsOnPage);
+    if (!parameters.valid()) {
+        return parameters.failure();
+    }
+    if (!groups_) {
+        return unexpected(ErrorCode::Unavailable, "applications are not recorded here");
+    }
+    readIfOld();
+    const Viewer viewer = viewerOf_(peer);
+    std::vector<const GroupTotals*> groups;
+    for (const GroupTotals& group : groups_->totals()) {
+        if ((!after || group.number > *after) && isShown(group, viewer)) {
+            groups.push_back(&group);
+        }
+    }
+    std::sort(groups.begin(), groups.end(), [](const auto* a, const auto* b) { return a->number < b->number; });
+    Value page = frame();
+    page["more"] = groups.size() > limit;
+    groups.resize(std::min(groups.size(), limit));
+    for (const GroupTotals* group : groups) {
+        page["groups"].push_back(describe(*group));
+    }
+    if (page["more"] == true) {
+        page["next"] = groups.back()->number;
+    }
+    return page;
+}
+
+std::shared_ptr<const Value> ApplicationService::state(const Peer& peer)
+{
+    if (!groups_) {
+        return std::make_shared<const Value>(Value::object());
+    }
+    readIfOld();
+    const Viewer viewer = viewerOf_(peer);
+    auto& state = states_[viewer];
+    if (!state) {
+        Value all = frame();
+        for (const GroupTotals& group : groups_->totals()) {
+            if (isShown(group, viewer)) {
+                all["groups"].push_back(describe(group));
+            }
+        }
+        all["more"] = false;
+        state = std::make_shared<const Value>(std::move(all));
+    }
+    return state;
+}
+
+Value ApplicationService::changedGroups(const Value& before, const Value& now)
+{
+    const auto known = byName(before);
+    const auto current = byName(now);
+    Value changes = {{"time", now.value("time", 0.0)}, {"groups", Value::array()}};
+    for (const auto& [name, group] : current) {
+        const auto same = known.find(name);
+        if (same == known.end() || *same->second != *group) {
+            changes["groups"].push_back(*group);
+        }
+    }
+    for (const auto& [name, group] : known) {
+        if (!current.contains(name)) {
+            Value gone = {{"group", name.first}};
+            if (const Value* user = find(*group, "user")) {
+                gone["user"] = *user;
+            }
+            changes["gone"].push_back(std::move(gone));
+        }
+    }
+    return changes["groups"].empty() && !changes.contains("gone") ? Value() : changes;
+}
+
+void ApplicationService::addTo(MeridalHistory& methods, Watches& watches, Task pass, ViewerOf viewerOf)
+{
+    pass_ = std::move(pass);
+    viewerOf_ = std::move(viewerOf);
+    methods.addAsyncMethod(
+        method::groupsTotals, [this](const Value& parameters, const Peer& peer, const NamedMethods::Reply& reply) {
+            reply(totals(parameters, peer));
+        });
+    watches.addWatch(
+        method::groupsWatch, recentEnough, [this](const Peer& peer) { return state(peer); }, changedGroups);
+}
+
+} // namespace meridal
