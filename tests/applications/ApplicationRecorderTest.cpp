@@ -187,7 +187,7 @@ TEST_F(ApplicationRecorderTest, AClockThatIsWrongForAMomentMovesNothing)
     pass(60, 30, [&] { use("exe:/bin/a", 1); });
     const double end = now();
     EXPECT_LT(std::stod(value("SELECT max(start) FROM application_minutes")), end);
-    EXPECT_EQ(value("SELECT max(seconds) FROM application_minutes"), "240"); // the doubt, in one piece
+    EXPECT_EQ(value("SELECT max(seconds) FROM application_minutes"), "210"); // the doubt, in one piece
     expectClosed(given_);
     machine_.runtime.stepWallClock(400 * day); // one that stays there is believed, and so is one that comes back
     pass(3600, 30, [&] { use("exe:/bin/a", 1); });
@@ -208,11 +208,11 @@ TEST_F(ApplicationRecorderTest, DaysAreThoseOfTheWallAlsoWhereTheClockIsSet)
     const double midnight = 1'698'444'000; // 2023-10-28 00:00 CEST; the 29th has 25 hours
     machine_.runtime.stepWallClock(midnight - now());
     record();
-    pass(4 * day, 600, [&] { use("exe:/bin/a", 1); });
-    EXPECT_EQ(starts(RecordStep::Day), "1698444000,1698530400,1698620400,1698706800");
-    EXPECT_EQ(starts(RecordStep::Month), "1696111200,1698793200"); // of October and, by an hour, November
+    pass(4 * day + 2 * hour, 600, [&] { use("exe:/bin/a", 1); });
+    EXPECT_EQ(starts(RecordStep::Day), "1698444000,1698530400,1698620400,1698706800,1698793200");
+    EXPECT_EQ(starts(RecordStep::Month), "1696111200,1698793200");
     EXPECT_EQ(value("SELECT group_concat(cpuuser / 1000) FROM application_days_named WHERE name = 'exe:/bin/a'"),
-        "144,150,144,138");
+        "144,150,144,144,6");
     ::unsetenv("TZ");
     ::tzset();
 }
@@ -266,10 +266,12 @@ TEST_F(ApplicationRecorderTest, TablesForgetAndKeepWhatTheyShould)
 {
     machine_.clockSource().synchronised = true;
     int number = 0;
-    pass((slowBuild ? 16 : 110) * day, 3600, [&] {
-        use(fmt::format("exe:/tmp/{}", ++number), 1);
-        use("exe:/bin/a", 2);
+    pass(day, 3600, [&] {
+        for (int times = 0; times < 3; ++times) {
+            use(fmt::format("exe:/tmp/{}", ++number), 1);
+        }
     });
+    pass((slowBuild ? 16 : 110) * day, 3600, [&] { use("exe:/bin/a", 2); });
     const double end = now();
     for (const auto& [step, kept] : {std::pair(RecordStep::Minute, 2 * day), {RecordStep::Quarter, 14 * day}}) {
         const double oldest = std::stod(value(fmt::format("SELECT min(start) FROM {}", traitsOf(step).table)));
@@ -277,7 +279,7 @@ TEST_F(ApplicationRecorderTest, TablesForgetAndKeepWhatTheyShould)
     }
     if (!slowBuild) {
         EXPECT_NEAR(std::stod(value("SELECT min(start) FROM application_hours")), end - 100 * day, 2 * hour);
-        EXPECT_LT(std::stoi(value("SELECT count(*) FROM application_map")), number * 98 / 100);
+        EXPECT_LT(std::stoi(value("SELECT count(*) FROM application_map")), number / 2 + 10) << "of those of one day";
     }
     EXPECT_EQ(sumOf(RecordStep::Day), given_);
     EXPECT_EQ(sumOf(RecordStep::Month), given_);
