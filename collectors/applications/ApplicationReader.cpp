@@ -204,10 +204,10 @@ std::optional<CoursePeriods> readPeriods(SQLiteConnection& connection, const Cou
 
 // Moments
 
-/// The period of a step that has the moment. Absent when the file failed; first: whether the table reaches back so far.
+/// The period of a step that has a moment.
 struct PeriodAt {
-    bool reachesBack = false;
-    double start = 0; ///< 0: none
+    bool reachesBack = false; ///< the table has something that is older
+    double start = 0;         ///< 0: none
 };
 
 std::optional<PeriodAt> periodAt(SQLiteConnection& connection, RecordStep step, double time)
@@ -225,7 +225,7 @@ std::optional<PeriodAt> periodAt(SQLiteConnection& connection, RecordStep step, 
     return done ? std::optional(found) : std::nullopt;
 }
 
-bool readProcesses(SQLiteConnection& connection, double time, const WhoseApplications& whose, RecordedMoment& moment)
+bool readProcesses(SQLiteConnection& connection, const MomentQuestion& question, RecordedMoment& moment)
 {
     std::unordered_map<std::string, std::uint32_t> places;
     std::uint32_t other = 0;
@@ -239,11 +239,11 @@ bool readProcesses(SQLiteConnection& connection, double time, const WhoseApplica
                     "rows.application WHERE rows.start = ? ORDER BY rows.place",
             applicationProcesses, applicationMap);
     return connection
-        .forEachRow(sql, SqlValues{startOf(RecordStep::Minute, time)},
+        .forEachRow(sql, SqlValues{startOf(RecordStep::Minute, question.time)},
             [&](std::span<const SqlValue> row) {
                 const Application application = applicationIn(row);
                 const bool isKnown = !application.identity.empty();
-                if ((whose.viewer || whose.owner) && (!isKnown || !isShown(application, whose))) {
+                if (question.whose.viewer && (!isKnown || !isShown(application, question.whose))) {
                     return;
                 }
                 RecordedProcess& process = moment.processes.emplace_back();
@@ -342,21 +342,28 @@ std::optional<RecordedCourse> readCourse(
 }
 
 std::optional<RecordedMoment> readMoment(
-    SQLiteConnection& connection, double time, const WhoseApplications& whose, const RunningPeriods& running)
+    SQLiteConnection& connection, const MomentQuestion& question, const RunningPeriods& running)
 {
     RecordedMoment moment;
     for (const RecordStep step : recordSteps) {
-        const auto found = periodAt(connection, step, time);
+        const auto found = periodAt(connection, step, question.time);
         if (!found) {
             return std::nullopt;
         }
-        if (!found->reachesBack) {
+        // Where the finer table has nothing, a coarser one has it of other minutes.
+        const bool isKept = traitsOf(step).kept == 0 || question.time >= question.now - traitsOf(step).keptSeconds();
+        if (!found->reachesBack && !isKept) {
             continue;
         }
         if (found->start > 0) {
             const double end = endOf(step, found->start);
             auto totals = readTotals(connection,
-                {.from = found->start, .until = end, .step = step, .whose = whose, .limit = 10'000, .after = {}},
+                {.from = found->start,
+                    .until = end,
+                    .step = step,
+                    .whose = question.whose,
+                    .limit = 10'000,
+                    .after = {}},
                 running);
             if (!totals) {
                 return std::nullopt;
@@ -367,7 +374,7 @@ std::optional<RecordedMoment> readMoment(
         }
         break;
     }
-    return readProcesses(connection, time, whose, moment) ? std::optional(std::move(moment)) : std::nullopt;
+    return readProcesses(connection, question, moment) ? std::optional(std::move(moment)) : std::nullopt;
 }
 
 } // namespace meridal

@@ -75,13 +75,19 @@ struct RecordedCourse {
     bool more = false;
 };
 
+struct MomentQuestion {
+    double time = 0;
+    double now = 0;
+    WhoseApplications whose;
+};
+
 /// One page of each. Absent when the file cannot be read. On the file's queue.
 std::optional<RecordedTotals> readTotals(
     SQLiteConnection& connection, const TotalsQuestion& question, const RunningPeriods& running);
 std::optional<RecordedCourse> readCourse(
     SQLiteConnection& connection, const CourseQuestion& question, const RunningPeriods& running);
 std::optional<RecordedMoment> readMoment(
-    SQLiteConnection& connection, double time, const WhoseApplications& whose, const RunningPeriods& running);
+    SQLiteConnection& connection, const MomentQuestion& question, const RunningPeriods& running);
 
 /// The finest step that reaches back to a moment and has the range in so many periods at most; else months.
 RecordStep stepFor(double from, double until, double now, std::size_t periods);

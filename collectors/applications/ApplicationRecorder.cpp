@@ -222,12 +222,15 @@ bool ApplicationRecorder::enterMinute(double time)
     if (start == minute_.start || (isEarlier && minute_.start - start <= smallestReturn)) {
         return true;
     }
+    const bool needsFile = isEarlier || start >= clearUntil_;
     if (minute_.start > 0) {
         closeMinute(start);
     }
-    minute_ = {.start = start, .stored = {}, .cells = {}};
-    if (isEarlier || start >= clearUntil_) {
+    if (needsFile) {
         queuePeriods();
+    }
+    minute_ = {.start = start, .stored = {}, .cells = {}};
+    if (needsFile) {
         load(start);
         return false;
     }
@@ -235,17 +238,26 @@ bool ApplicationRecorder::enterMinute(double time)
     return true;
 }
 
-/// Its sums, whole, become part of the periods that add minutes up; the file gets the largest.
+/// What the minute at hand has used becomes part of the periods that add minutes up, whole.
+void ApplicationRecorder::settleMinute()
+{
+    for (const RecordStep step : coarseSteps) {
+        if (periods_[position(step)].through <= minute_.start) { // it lacks what the file had of the minute, too
+            addMinute(step, minute_.start, minute_.stored);
+        }
+        addMinute(step, minute_.start, minute_.cells);
+    }
+    addCells(minute_.stored, minute_.cells);
+    minute_.cells.clear();
+}
+
 void ApplicationRecorder::closeMinute(double next)
 {
     writeMinute();
-    ApplicationCells all = minute_.stored;
-    addCells(all, minute_.cells);
-    for (const RecordStep step : coarseSteps) {
-        const bool hasStored = periods_[position(step)].through > minute_.start;
-        addMinute(step, minute_.start, hasStored ? minute_.cells : all);
-    }
-    if (startOf(RecordStep::Quarter, next) == startOf(RecordStep::Quarter, minute_.start)) {
+    const bool mustWrite =
+        isPartlySettled() || startOf(RecordStep::Quarter, next) != startOf(RecordStep::Quarter, minute_.start);
+    settleMinute();
+    if (!mustWrite) {
         return;
     }
     for (const RecordStep step : coarseSteps) {
@@ -310,9 +322,36 @@ void ApplicationRecorder::writePeriod(RecordStep step)
     }
 }
 
+/// Whether the file's coarser periods have a part of the minute at hand: readers and the next start take it to be all.
+bool ApplicationRecorder::isPartlySettled() const
+{
+    return periods_[position(RecordStep::Quarter)].written > minute_.start;
+}
+
+/// Queues as little as will do.
+void ApplicationRecorder::queueMinute()
+{
+    if (phase_ != Phase::Running) {
+        return;
+    }
+    // Behind what is stored already, nothing would be added up after a restart: that goes by the newest minute.
+    if (isPartlySettled() || std::isfinite(clearUntil_)) {
+        queuePeriods();
+    } else {
+        writeMinute();
+    }
+}
+
+/// Queues everything, whole. After a restart nothing has to be added up anew.
 void ApplicationRecorder::queuePeriods()
 {
+    if (minute_.start == 0) {
+        return;
+    }
     writeMinute();
+    if (!minute_.cells.empty()) {
+        settleMinute();
+    }
     for (const RecordStep step : coarseSteps) {
         if (!periods_[position(step)].isWritten) {
             writePeriod(step);
@@ -343,9 +382,7 @@ void ApplicationRecorder::updateHistory()
         return;
     }
     nextFlush_ = steady + flushEvery;
-    if (phase_ == Phase::Running) {
-        writeMinute();
-    }
+    queueMinute();
     tables_->file()->commit();
 }
 
@@ -383,9 +420,7 @@ void ApplicationRecorder::ask(Read read, std::function<void(const std::optional<
         main.post([reply = std::move(reply)] { reply(std::nullopt); });
         return;
     }
-    if (phase_ == Phase::Running) {
-        writeMinute();
-    }
+    queueMinute();
     tables_->file()->commit();
     tables_->file()->queryDatabaseAsync([read = std::move(read), reply = std::move(reply), running = runningPeriods(),
                                             &main](SQLiteConnection& connection) {
@@ -416,9 +451,12 @@ void ApplicationRecorder::readCourse(
 void ApplicationRecorder::readMoment(
     double time, std::optional<std::uint32_t> viewer, std::function<void(const std::optional<RecordedMoment>&)> reply)
 {
+    const MomentQuestion question{
+        .time = time, .now = context_.runtime.wallTime(), .whose = {.viewer = viewer, .owner = {}}};
     ask<RecordedMoment>(
-        [time, whose = WhoseApplications{.viewer = viewer, .owner = {}}](SQLiteConnection& connection,
-            const RunningPeriods& running) { return meridal::readMoment(connection, time, whose, running); },
+        [question](SQLiteConnection& connection, const RunningPeriods& running) {
+            return meridal::readMoment(connection, question, running);
+        },
         std::move(reply));
 }
 

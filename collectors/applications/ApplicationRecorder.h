@@ -47,7 +47,7 @@ public:
     /// Each reply comes on the main queue, absent when the file cannot be read. What waits to be written is in it.
     void readTotals(const TotalsQuestion& question, std::function<void(const std::optional<RecordedTotals>&)> reply);
     void readCourse(const CourseQuestion& question, std::function<void(const std::optional<RecordedCourse>&)> reply);
-    /// The finest period that has the moment.
+    /// The finest period that has the moment, as long as its table reaches back so far.
     void readMoment(double time, std::function<void(const std::optional<RecordedMoment>&)> reply)
     {
         readMoment(time, std::nullopt, std::move(reply));
@@ -88,11 +88,14 @@ private:
     bool clockIsKept() const;
     const std::vector<GroupDifferences::Part>& takeDifferences(std::span<const GroupTotals> totals);
     bool enterMinute(double time);
+    void settleMinute();
     void closeMinute(double next);
     void fold(Period& period);
     void addMinute(RecordStep step, double start, const ApplicationCells& cells);
     void writeMinute();
     void writePeriod(RecordStep step);
+    bool isPartlySettled() const;
+    void queueMinute();
     void queuePeriods();
     void prune();
     RunningPeriods runningPeriods() const;
