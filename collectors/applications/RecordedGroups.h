@@ -16,7 +16,19 @@ struct RecordedGroup {
     std::optional<std::uint32_t> owner;
     GroupKind kind = GroupKind::Application;
     GroupSums sums;
-    GroupLevels levels; ///< of memory the mean over the time it was there, of processes the most
+    /// Of memory the mean over the time it was there (the footprint; resident where that is not known), in both members;
+    /// of processes the most.
+    GroupLevels levels;
+    /// The most that it held. Of `Other` nobody knows: what its groups held at most, they held at different times.
+    std::optional<std::uint64_t> memoryPeakBytes;
+    double seconds = 0; ///< for which it was there
+};
+
+/// One process over a minute, as the record has it. `group` is the place of its group in RecordedMoment::groups; that of
+/// `Other` when it is not there by itself.
+struct RecordedProcess : ProcessMinute {
+    std::string identity; ///< of its group; empty when that was not known
+    std::string groupName;
 };
 
 /// What the record has of one moment.
@@ -24,7 +36,7 @@ struct RecordedMoment {
     double from = 0;  ///< s since 1970; what the groups' sums are of
     double until = 0; ///< exclusive. Both 0: nothing is recorded there
     std::vector<RecordedGroup> groups;
-    std::vector<ProcessMinute> processes; ///< of the minute; empty when that is not kept any more
+    std::vector<RecordedProcess> processes; ///< of the minute; empty when that is not kept any more
 };
 
 } // namespace meridal
