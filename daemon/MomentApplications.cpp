@@ -20,12 +20,6 @@ constexpr std::size_t mostProcesses = 40;
 /// Beyond that the periods before and after say nothing of the minutes around.
 constexpr double longestComparison = 1200; // s
 
-bool isShown(const RecordedGroup& group, const MomentRecord& record)
-{
-    return !record.viewer || group.kind == GroupKind::Kernel
-        || (group.kind == GroupKind::Application && group.owner == record.viewer);
-}
-
 const char* nameOf(GroupKind kind)
 {
     return kind == GroupKind::Kernel ? "kernel" : kind == GroupKind::Other ? "other" : "application";
@@ -44,10 +38,13 @@ Value describe(const RecordedGroup& group)
         {"cpuUser", rounded(sums.cpuUserSeconds)}, {"cpuSystem", rounded(sums.cpuSystemSeconds)},
         {"diskRead", sums.bytesRead}, {"diskWritten", sums.bytesWritten}, {"received", sums.bytesReceived},
         {"sent", sums.bytesSent}, {"wakeups", sums.wakeups}, {"energyScore", rounded(sums.energyScore)},
-        {"started", sums.processesStarted}, {"ended", sums.processesEnded}, {"memory", group.levels.footprintBytes},
-        {"processesPeak", group.levels.processes}};
+        {"started", sums.processesStarted}, {"ended", sums.processesEnded}, {"memory", group.levels.footprintBytes}};
     put(entry, "user", group.owner);
     put(entry, "joules", sums.joules);
+    put(entry, "memoryPeak", group.memoryPeakBytes);
+    if (group.memoryPeakBytes) {
+        entry["processesPeak"] = group.levels.processes;
+    }
     return entry;
 }
 
@@ -62,9 +59,7 @@ std::vector<const RecordedGroup*> largest(const MomentRecord& record)
 {
     std::vector<const RecordedGroup*> shown;
     for (const RecordedGroup& group : record.then->groups) {
-        if (isShown(group, record)) {
-            shown.push_back(&group);
-        }
+        shown.push_back(&group);
     }
     std::set<const RecordedGroup*> chosen;
     for (const Figure figure : figures) {
@@ -83,19 +78,13 @@ std::vector<const RecordedGroup*> largest(const MomentRecord& record)
     return shown;
 }
 
-/// Of this period's list; null where the process is of none that is told.
-const RecordedGroup* groupOf(const RecordedMoment& moment, const ProcessMinute& process)
-{
-    return process.group < moment.groups.size() ? &moment.groups[process.group] : nullptr;
-}
-
-Value describe(const ProcessMinute& process, const RecordedGroup* group)
+Value describe(const RecordedProcess& process)
 {
     Value entry{{"pid", process.pid}, {"name", process.name}, {"started", process.startTime},
         {"cpu", rounded(process.cpuSeconds)}, {"memory", process.memoryBytes}, {"disk", process.diskBytes},
         {"network", process.networkBytes}};
-    if (group) {
-        entry["group"] = group->identity;
+    if (!process.identity.empty()) {
+        entry["group"] = process.identity;
     }
     return entry;
 }
@@ -110,15 +99,11 @@ void addApplications(const MomentRecord& record, Value& answer)
         for (const RecordedGroup* group : largest(record)) {
             applications.push_back(describe(*group));
         }
-        std::vector<ProcessMinute> ordered = record.then->processes;
+        std::vector<RecordedProcess> ordered = record.then->processes;
         std::stable_sort(
             ordered.begin(), ordered.end(), [](const auto& a, const auto& b) { return a.cpuSeconds > b.cpuSeconds; });
-        for (const ProcessMinute& process : ordered) {
-            const RecordedGroup* group = groupOf(*record.then, process);
-            const bool shown = group ? isShown(*group, record) : !record.viewer;
-            if (shown && processes.size() < mostProcesses) {
-                processes.push_back(describe(process, group));
-            }
+        for (std::size_t place = 0; place < std::min(ordered.size(), mostProcesses); ++place) {
+            processes.push_back(describe(ordered[place]));
         }
         answer["applicationsFrom"] = record.then->from;
         answer["applicationsUntil"] = record.then->until;
@@ -142,7 +127,7 @@ Levels levelsOf(
     Levels levels;
     const auto take = [&](const RecordedMoment& moment, double Level::*side) {
         for (const RecordedGroup& group : moment.groups) {
-            if (group.kind == GroupKind::Application && isShown(group, record)) {
+            if (group.kind == GroupKind::Application) {
                 Level& level = levels[{group.identity, group.owner}];
                 level.name = group.name;
                 level.*side = of(moment, group);

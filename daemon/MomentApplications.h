@@ -5,7 +5,7 @@
 
 namespace meridal {
 
-/// Adds "applications", the largest first, and "processes" of the minute, as far as the viewer may see them.
+/// Adds "applications", the largest first, and "processes" of the minute.
 void addApplications(const MomentRecord& record, Value& answer);
 /// Adds the applications that began or ceased to take much around the moment.
 void addApplicationChanges(const MomentRecord& record, Value& changes);

@@ -60,7 +60,9 @@ void addBusy(Value& cpu)
             busy = busy.value_or(0) + *share;
         }
     }
-    put(cpu, "busy", busy);
+    if (busy) {
+        cpu["busy"] = cleaned(*busy, 0);
+    }
 }
 
 const Moment* momentOf(const MomentRecord& record, const MomentSeries& series)

@@ -30,7 +30,7 @@ struct MomentRecord {
     double time = 0; ///< s since 1970
     double now = 0;
     bool isExact = false;                ///< who asks gets figures as they are recorded, and not in coarser steps
-    std::optional<std::uint32_t> viewer; ///< the user whose applications alone may be told; absent: all may
+    std::optional<std::uint32_t> viewer; ///< the user whose applications alone were read; absent: all
 
     std::vector<MomentSeries> series;
     std::map<HistoryRecorder*, std::shared_ptr<const HistoryMoment>> figures; ///< null: could not be read

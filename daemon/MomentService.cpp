@@ -163,8 +163,8 @@ private:
         record_.keepsApplications = true;
         const auto ask = [this](double time, std::optional<RecordedMoment> MomentRecord::*side) {
             if (time <= record_.now) {
-                service_.readApplications_(
-                    time, part([side](MomentRecord& record, auto&& answer) { record.*side = std::move(answer); }));
+                service_.readApplications_(time, record_.viewer,
+                    part([side](MomentRecord& record, auto&& answer) { record.*side = std::move(answer); }));
             }
         };
         ask(record_.time - HistoryMoment::minutesAround, &MomentRecord::earlier);

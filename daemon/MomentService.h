@@ -29,11 +29,13 @@ public:
         BatteryStatCollector& battery;
         NetworkStatCollector& network;
     };
-    /// What the record of applications has of the period that a moment lies in. Replies once, on the main queue; absent when
-    /// it cannot be read.
-    using ReadApplications = std::function<void(double time, std::function<void(std::optional<RecordedMoment>)> reply)>;
     /// The user whose applications alone a client may see; absent: it may see all.
-    using ViewerOf = std::function<std::optional<std::uint32_t>(const Peer&)>;
+    using Viewer = std::optional<std::uint32_t>;
+    using ViewerOf = std::function<Viewer(const Peer&)>;
+    /// What the record of applications has of the period that a moment lies in, for this viewer. Replies once, on the main
+    /// queue; absent when it cannot be read.
+    using ReadApplications =
+        std::function<void(double time, Viewer viewer, std::function<void(std::optional<RecordedMoment>)> reply)>;
     using Reply = std::function<void(Result<Value>)>;
 
     /// The records must outlive its use.

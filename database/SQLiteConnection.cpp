@@ -229,9 +229,11 @@ struct SQLiteConnection::State {
     /// statement steps, and not before.
     Statement& freshStatement(std::string_view sql)
     {
-        Statement& look = statement("SELECT 1 FROM sqlite_master LIMIT 1");
-        const StatementUse use(look, {});
-        look.step();
+        {
+            Statement& look = statement("SELECT 1 FROM sqlite_master LIMIT 1");
+            const StatementUse use(look, {}); // ends before others are compiled, which may take its statement away
+            look.step();
+        }
         if (const auto old = statements.find(sql); old != statements.end()) {
             statements.erase(old);
         }

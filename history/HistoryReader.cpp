@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -314,63 +315,69 @@ namespace {
 
 constexpr std::int64_t mostRowsOfSpan = 50'000;
 
-/// One number of the first row; absent when there is none, or it cannot be read.
-std::optional<double> figureOf(SQLiteConnection& database, const std::string& sql, const SqlValues& args = {})
-{
-    std::optional<double> figure;
-    const auto read = database.forEachRow(sql, args, [&figure](std::span<const SqlValue> row) {
-        if (!std::holds_alternative<std::monostate>(row[0])) {
-            figure = sqlNumber(row[0]);
-        }
-    });
-    return read ? figure : std::nullopt;
-}
-
-struct Identifiers {
-    double first = 0;
+/// Identifiers whose rows may be of a span, and how far the table reaches.
+struct Extent {
+    double oldest = 0; ///< s since 1970
+    double newest = 0;
+    double first = 0; ///< identifiers
     double last = -1; ///< below `first`: none
 };
 
-/// The smallest identifier whose row is later than a moment, or one more than the largest.
-double firstLaterThan(SQLiteConnection& database, const std::string& table, double time, Identifiers within)
+/// The numbers of a statement's one row; 0 where it has none. Absent when it cannot be read.
+template <std::size_t Count>
+std::optional<std::array<double, Count>> numbersOf(
+    SQLiteConnection& database, const std::string& sql, const SqlValues& args)
 {
-    const std::string next =
-        fmt::format("SELECT CASE WHEN time > ?2 THEN -1 ELSE sample END FROM {} WHERE sample >= ?1 ORDER BY sample "
-                    "LIMIT 1",
-            table);
-    double low = within.first;
-    double high = within.last + 1;
+    std::array<double, Count> numbers = {};
+    const auto read = database.forEachRow(sql, args, [&numbers](std::span<const SqlValue> row) {
+        for (std::size_t place = 0; place < std::min(Count, row.size()); ++place) {
+            numbers[place] = sqlNumber(row[place]);
+        }
+    });
+    return read ? std::optional(numbers) : std::nullopt;
+}
+
+/// The smallest identifier from `low` on whose row is later than a moment, or `high`.
+double firstLaterThan(SQLiteConnection& database, const std::string& table, double time, double low, double high)
+{
+    const std::string next = sqlText(
+        "SELECT CASE WHEN time > ?2 THEN -1 ELSE sample END, 1 FROM %@ WHERE sample >= ?1 ORDER BY sample LIMIT 1",
+        table);
     while (low < high) {
         const double middle = std::floor((low + high) / 2);
-        const double earlier =
-            figureOf(database, next, SqlValues{static_cast<std::int64_t>(middle), time}).value_or(-1);
-        if (earlier < middle) {
+        const auto earlier = numbersOf<2>(database, next, SqlValues{static_cast<std::int64_t>(middle), time});
+        if (!earlier || (*earlier)[1] == 0 || (*earlier)[0] < middle) {
             high = middle;
         } else {
-            low = earlier + 1;
+            low = (*earlier)[0] + 1;
         }
     }
     return low;
 }
 
-Identifiers identifiersOf(
+std::optional<Extent> extentOf(
     SQLiteConnection& database, const std::string& table, StorageIndex index, const TimeSpan& span)
 {
-    const auto end = [&](const char* which, const std::string& condition, const SqlValues& args) {
-        return figureOf(database, fmt::format("SELECT {}(sample) FROM {}{}", which, table, condition), args);
-    };
-    const bool isShort = index != StorageIndex::LongTerm;
-    const std::string condition = isShort ? " WHERE time > ? AND time <= ?" : "";
-    const SqlValues args = isShort ? SqlValues{span.from, span.until} : SqlValues{};
-    const auto first = end("min", condition, args);
-    const auto last = end("max", condition, args);
-    if (!first || !last) {
-        return {};
+    const bool isLong = index == StorageIndex::LongTerm;
+    constexpr std::string_view ends = "SELECT (SELECT time FROM %@ WHERE time > 0 ORDER BY sample LIMIT 1), "
+                                      "(SELECT time FROM %@ WHERE time > 0 ORDER BY sample DESC LIMIT 1), ";
+    constexpr std::string_view all = "(SELECT min(sample) FROM %@), (SELECT max(sample) FROM %@), 1";
+    constexpr std::string_view ofSpan =
+        "min(sample), max(sample), count(*) > 0 FROM %@ WHERE time > ? AND time <= ?"; // a look at 603 rows
+    const auto found = numbersOf<5>(database, sqlText(std::string(ends).append(isLong ? all : ofSpan), table),
+        isLong ? SqlValues{} : SqlValues{span.from, span.until});
+    if (!found) {
+        return std::nullopt;
     }
-    const Identifiers all{*first, *last};
-    return isShort ? all
-                   : Identifiers{firstLaterThan(database, table, span.from, all),
-                       firstLaterThan(database, table, span.until, all)};
+    const auto& [oldest, newest, first, last, isAny] = *found;
+    Extent extent;
+    extent.oldest = oldest;
+    extent.newest = newest;
+    if (isAny != 0 && newest > 0) {
+        extent.first = isLong ? firstLaterThan(database, table, span.from, first, last + 1) : first;
+        extent.last = isLong ? firstLaterThan(database, table, span.until, extent.first, last + 1) : last;
+    }
+    return extent;
 }
 
 } // namespace
@@ -384,21 +391,19 @@ bool readSpan(SQLiteConnection& database, const HistoryReadPlan& plan, StorageIn
     if (!exists || !*exists) {
         return exists.has_value();
     }
-    const auto endTime = [&](const char* order) {
-        return figureOf(
-            database, fmt::format("SELECT time FROM {} WHERE time > 0 ORDER BY sample {} LIMIT 1", tables.table, order))
-            .value_or(0);
-    };
-    found.oldest = endTime("ASC");
-    found.newest = endTime("DESC");
-    const Identifiers wanted = identifiersOf(database, tables.table, index, span);
-    if (wanted.last < wanted.first) {
+    const auto extent = extentOf(database, tables.table, index, span);
+    if (!extent) {
+        return false;
+    }
+    found.oldest = extent->oldest;
+    found.newest = extent->newest;
+    if (extent->last < extent->first) {
         return true;
     }
     return readRows(database,
         fmt::format(
             "SELECT * FROM {} WHERE sample BETWEEN ? AND ? AND time > ? AND time <= ? ORDER BY sample LIMIT ?", values),
-        {static_cast<std::int64_t>(wanted.first), static_cast<std::int64_t>(wanted.last), span.from, span.until,
+        {static_cast<std::int64_t>(extent->first), static_cast<std::int64_t>(extent->last), span.from, span.until,
             mostRowsOfSpan},
         plan, found.rows);
 }

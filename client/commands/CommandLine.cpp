@@ -35,11 +35,12 @@ bool needsShield(std::string_view word, bool isAfterDashes)
     return isNegative || (!word.empty() && (word[0] == '[' || (isAfterDashes && word[0] == '-')));
 }
 
-/// The words after the program's name, those after "call" shielded, in reverse order as CLI11 wants them.
+/// The words after the program's name, those after "call" and moments shielded, in reverse order as CLI11 wants them.
 std::vector<std::string> reversedWords(int count, const char* const* argv)
 {
     std::vector<std::string> words;
     bool isAfterCall = false;
+    bool takesMoment = false; // "-2h" is one
     bool isAfterDashes = false;
     for (int i = 1; i < count; ++i) {
         const std::string_view word = argv[i];
@@ -47,9 +48,10 @@ std::vector<std::string> reversedWords(int count, const char* const* argv)
             isAfterDashes = true;
             continue;
         }
-        const bool isHidden = isAfterCall && needsShield(word, isAfterDashes);
+        const bool isHidden = (isAfterCall || takesMoment) && needsShield(word, isAfterDashes);
         words.push_back((isHidden ? " " : "") + std::string(word));
         isAfterCall = isAfterCall || word == "call";
+        takesMoment = takesMoment || word == "at" || word == "why";
     }
     std::reverse(words.begin(), words.end());
     return words;
@@ -151,6 +153,11 @@ void Syntax::rawWords(const std::string& name, std::vector<std::string>& words, 
         ->type_name("JSON");
 }
 
+void Syntax::moment(const std::string& name, std::vector<std::string>& words, const std::string& what)
+{
+    command_.add_option(name, words, what)->required()->type_name("TIME");
+}
+
 void Syntax::exclude(const std::string& name, const std::string& other)
 {
     command_.get_option(name)->excludes(command_.get_option(other));
@@ -176,7 +183,7 @@ std::variant<CommandLine, int> parseCommandLine(int count, const char* const* ar
     addGlobals(app, line);
     Grammar grammar(app, line.command);
     for (const auto add : {addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks, addNetwork,
-             addBandwidth, addCall, addWatch}) {
+             addBandwidth, addAt, addWhy, addCall, addWatch}) {
         add(grammar);
     }
     try {

@@ -9,6 +9,8 @@ namespace meridal {
 // "status", and addSensors: "sensors" and "fans".
 void addTop(Grammar& grammar);
 void addQuestions(Grammar& grammar);
+void addAt(Grammar& grammar);
+void addWhy(Grammar& grammar);
 void addUptime(Grammar& grammar);
 void addSensors(Grammar& grammar);
 void addHistory(Grammar& grammar);

@@ -43,6 +43,8 @@ public:
     /// `complaint` says what is wrong with a word, or nothing.
     void words(const std::string& name, std::vector<std::string>& words, const std::string& what,
         std::string (*complaint)(const std::string& word));
+    /// A time of one word or several.
+    void moment(const std::string& name, std::vector<std::string>& words, const std::string& what);
     /// As many as there are, whatever they look like; of "call" only.
     void rawWords(const std::string& name, std::vector<std::string>& words, const std::string& what);
 

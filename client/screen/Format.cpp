@@ -95,6 +95,13 @@ std::string formatDuration(double seconds)
     return minutes > 0 ? fmt::format("{} min {} s", minutes, whole % 60) : fmt::format("{} s", whole);
 }
 
+std::string formatSpan(double seconds)
+{
+    std::string words = formatDuration(seconds);
+    const std::size_t second = words.find(" 0 ");
+    return second == std::string::npos ? words : words.substr(0, second);
+}
+
 std::string formatMilliseconds(double seconds)
 {
     const double milliseconds = seconds * 1000;

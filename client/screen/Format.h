@@ -15,6 +15,8 @@ std::string formatByteRate(double bytesPerSecond);
 std::string formatFigure(double figure);
 /// Seconds in the two largest units that apply: "3 d 4 h", "5 min 2 s".
 std::string formatDuration(double seconds);
+/// The same without a second unit of which there is nothing: "5 min".
+std::string formatSpan(double seconds);
 /// Seconds as milliseconds with three significant digits, "0.214 ms".
 std::string formatMilliseconds(double seconds);
 

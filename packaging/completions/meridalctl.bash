@@ -4,7 +4,7 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|call|watch) command=$word; break ;;
+            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|at|why|call|watch) command=$word; break ;;
         esac
     done
     case $previous in
@@ -13,11 +13,11 @@ _meridalctl() {
         --range) mapfile -t COMPREPLY < <(compgen -W "hour day week month threemonth sixmonth year" -- "$current"); return ;;
         --by) mapfile -t COMPREPLY < <(compgen -W "hour day month interface network station" -- "$current"); return ;;
         --svg) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
-        --interface|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c) return ;;
+        --interface|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c|--at) return ;;
     esac
     local words="--help --socket --color --timeout"
     case $command in
-        "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth call watch" ;;
+        "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth at why call watch" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes|status) words+=" --json" ;;
         uptime|battery) words+=" --history --rows --days --json" ;;
@@ -26,6 +26,8 @@ _meridalctl() {
         history) words+=" --range --csv --json --svg" ;;
         disks) words+=" --attributes --json" ;;
         bandwidth) words+=" --by --days --interface --all --svg --json" ;;
+        at) words+=" --json yesterday now" ;;
+        why) words+=" hot loud slow draining busy-disk busy-network memory --at --json" ;;
         ping) words+=" --count" ;;
         watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;
     esac

@@ -1,9 +1,11 @@
+#include "client/screen/WallClock.h"
 #include "tests/client/FakeDaemon.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -117,7 +119,7 @@ TEST_F(ProgramTest, WithoutADaemonOneLineSaysHowToStartIt)
 TEST_F(ProgramTest, WrongUsageIsToldApart)
 {
     for (const char* arguments : {"", "dance", "top everything", "top -n 0", "top --once --refreshes 2", "watch tea",
-             "watch -3", "processes x", "call"}) {
+             "watch -3", "processes x", "call", "at", "at the end", "why bored", "why hot --at never"}) {
         const Outcome outcome = run(arguments);
         EXPECT_EQ(outcome.status, "64\n") << arguments;
         EXPECT_EQ(outcome.out, "");
@@ -149,6 +151,28 @@ TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
     EXPECT_EQ(unknown.status, "1\n");
     waitForCall("infoForPids:reply:[[1,99]]");
     EXPECT_EQ(run("call nonsense"), (Outcome{"", "meridalctl: no method named that?\n", "1\n"}));
+}
+
+TEST_F(ProgramTest, MomentsAreAskedForAsTheyWereMeant)
+{
+    std::atomic<double> asked = 0;
+    serve([&](const std::string& method, const Value& request) {
+        if (method != "moments.at") {
+            return daemon->refuse(request, -32601, "no such method");
+        }
+        asked = request.at("params")[0].at("time").get<double>();
+        const Value cpu = {{"busy", 97.0}, {"from", asked - 6}, {"until", asked.load()}};
+        daemon->answer(request, {{"time", asked.load()}, {"cpu", cpu}});
+    });
+    const auto askedAgo = [&](const std::string& arguments) {
+        EXPECT_EQ(run(arguments).status, "0\n") << arguments;
+        return wallTime() - asked;
+    };
+    EXPECT_NEAR(askedAgo("at -2h"), 7200, 5);
+    EXPECT_NEAR(askedAgo("at 90 min ago --json"), 5400, 5);
+    EXPECT_NEAR(askedAgo("why hot --at -1h"), 3600, 5);
+    EXPECT_THAT(run("at 2026-11-20T18:30+01:00").out, StartsWith("Fri 2026-11-20 17:30:00 UTC (UTC+0000)"));
+    EXPECT_THAT(run("why slow --at -1m").out, HasSubstr("\nThe processors were 97 % busy.\n")) << "with less than all";
 }
 
 TEST_F(ProgramTest, CallSendsJsonAsJsonAndWordsAsText)

@@ -91,6 +91,16 @@ TEST_F(HistoryDatabaseItemTest, AColumnThatGoesLeavesKeptStatementsUsable)
     });
 }
 
+TEST_F(HistoryDatabaseItemTest, MoreStatementsThanAreKeptMayBeLookedAt)
+{
+    item->queryDatabase([](SQLiteConnection& database) {
+        for (int number = 0; number < 300; ++number) {
+            const auto columns = database.columns(fmt::format("SELECT {} AS c{}", number, number));
+            ASSERT_EQ(columns.value(), std::vector{fmt::format("c{}", number)});
+        }
+    });
+}
+
 TEST_F(HistoryDatabaseItemTest, ManyStatementsDoNotWaitToBeTold)
 {
     const auto item = openItem({.batchStatements = 100});

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "base/Value.h"
+#include "client/screen/StyledText.h"
+
+namespace meridal {
+
+/// The answer to "moments.at" as a page; `room` is the width that there is, 0 for any.
+Lines atLines(const Value& answer, double now, int room = 0);
+
+} // namespace meridal
