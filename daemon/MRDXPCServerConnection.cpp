@@ -119,10 +119,8 @@ void MRDXPCServerConnection::startRequest(std::int64_t key, std::int64_t interva
     }
     addMask(key);
     processInterval_ = interval;
-    if (meridal::holds(key, RequestKey::Network)) {
-        daemon_.startMonitoringNetworkActivity();
-    }
-    const bool justRead = daemon_.readFiguresOf(key);
+    bool justRead = meridal::holds(key, RequestKey::Network) && daemon_.startMonitoringNetworkActivity();
+    justRead = daemon_.readFiguresOf(key) || justRead;
     sendCurrentLists(key);
     daemon_.restartProcessTimer(!justRead);
 }

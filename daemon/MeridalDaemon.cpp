@@ -88,6 +88,7 @@ void MeridalDaemon::start()
     updateNetwork();
     services_.machine.start();
     log.info("Starting processes");
+    services_.traffic.startRecording();
     processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
     updateProcesses(); // so that the first client finds a table, and figures in the pass that its request causes
     log.info("Daemon started");
@@ -182,14 +183,15 @@ void MeridalDaemon::updateProcesses()
         services_.applications.measured(read);
         sendProcessLists();
     }
-    if (holds(processes_.updateMask(), RequestKey::Network)) {
-        services_.traffic.process();
+    services_.traffic.process(); // in every pass: who has ended since the last one is known by name in this one only
+    if (services_.traffic.isWatched()) {
         sendNetworkList();
     }
     if (widened) {
         processes_.setUpdateMask(wanted);
     }
     ++passes_.count;
+    passedAt_ = began;
     passes_.lastSeconds = context_.runtime.monotonicTime() - began;
     passes_.processes = processes_.processCount();
     usage_.tick(context_.runtime.monotonicTime());
@@ -259,7 +261,21 @@ void MeridalDaemon::updateNetwork()
     services_.network.update();
 }
 
-void MeridalDaemon::startMonitoringNetworkActivity() { services_.traffic.start(); }
+bool MeridalDaemon::startMonitoringNetworkActivity()
+{
+    TrafficService& traffic = services_.traffic;
+    if (traffic.isWatched()) {
+        traffic.start();
+        return false;
+    }
+    // What was counted until now is the record's, and nothing that this client should take for bytes of two seconds.
+    const bool isPassDue = traffic.isRecording() && context_.runtime.monotonicTime() - passedAt_ >= secondPassDelay;
+    isPassDue ? updateProcesses() : traffic.process();
+    traffic.start();
+    processes_.clearBandwidth();
+    views_.forgetList(RequestKey::Network);
+    return isPassDue;
+}
 
 void MeridalDaemon::stopMonitoringNetworkActivity()
 {

@@ -71,7 +71,8 @@ public:
     void updateSMART();
     /// Whether a client holds a key of disks.
     bool wantsSMART() const;
-    void startMonitoringNetworkActivity();
+    /// For one more client. Answers whether there was a pass, which ended the interval before the first client's.
+    bool startMonitoringNetworkActivity();
     void stopMonitoringNetworkActivity();
 
     // Envelopes
@@ -131,6 +132,7 @@ private:
     PassStatistics passes_;
     UsageWindow usage_;
     int passesAtOnce_ = 0; ///< by restarts since the timer last fired by itself
+    double passedAt_ = 0;  ///< monotonic s of the latest pass
     bool initializedSMART_ = false;
     bool smartNeedsUpdate_ = false;
     double sleepTime_ = 0; ///< s since 1970; 0 while awake

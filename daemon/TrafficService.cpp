@@ -6,12 +6,26 @@
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
+#include <algorithm>
+
 namespace meridal {
 
 namespace {
 
 constexpr const char* captureLimitation = "packet-capture";
 constexpr const char* countersLimitation = "traffic-counters";
+constexpr const char* recordLimitation = "traffic-record";
+
+/// How far a share is beyond the most that it was before, each way by itself.
+TrafficShare beyond(const TrafficShare& now, TrafficShare& most)
+{
+    TrafficShare grown;
+    for (double TrafficShare::*way : {&TrafficShare::download, &TrafficShare::upload, &TrafficShare::linkBytes}) {
+        grown.*way = std::max(now.*way - most.*way, 0.0);
+        most.*way += grown.*way;
+    }
+    return grown;
+}
 
 Value directions(const TrafficShare& share) { return {{"d", share.download}, {"u", share.upload}}; }
 
@@ -23,29 +37,124 @@ TrafficSource trafficSourceFrom(std::string_view name)
     return name == "bpf" ? Bpf : name == "pcap" ? Pcap : name == "sockets" ? Sockets : Auto;
 }
 
-TrafficService::TrafficService(Context& context, const Collectors& collectors, TrafficSource source)
+TrafficService::TrafficService(
+    Context& context, const Collectors& collectors, TrafficSource source, bool recordsByCapture)
     : context_(context)
     , counters_(collectors.counters)
     , packets_(collectors.packets)
     , statistics_(collectors.statistics)
     , source_(source)
+    , recordsByCapture_(recordsByCapture)
 {
     statistics_.setFigure(NetworkStatisticsStatCollector::Figure::Bytes); // as the others give them
 }
 
-TrafficService::~TrafficService() { stop(); }
+TrafficService::~TrafficService()
+{
+    folded_ = {};
+    stopRecording();
+    stop();
+}
+
+// Who holds it
+
+void TrafficService::startRecording()
+{
+    wantsRecord_ = true;
+    choose();
+    sayWhetherRecorded();
+}
+
+void TrafficService::stopRecording()
+{
+    wantsRecord_ = false;
+    context_.host.limitations->clear(recordLimitation);
+    if (!isWatched_) {
+        stop();
+    }
+}
+
+bool TrafficService::recordsByStatistics() const
+{
+    return source_ != TrafficSource::Bpf && source_ != TrafficSource::Pcap
+        && context_.host.networkStatistics->knowsEveryConnection();
+}
+
+bool TrafficService::isRecording() const
+{
+    if (!wantsRecord_ || counters_.isCounting()) {
+        return wantsRecord_;
+    }
+    return packets_.isCapturing() ? recordsByCapture_ || recordsByStatistics()
+                                  : statistics_.isStarted() && recordsByStatistics();
+}
+
+void TrafficService::sayWhetherRecorded()
+{
+    if (isRecording()) {
+        context_.host.limitations->clear(recordLimitation);
+    } else if (wantsRecord_) {
+        context_.host.limitations->set(recordLimitation,
+            "the kernel does not count traffic by process here, and packets are captured only while somebody asks");
+    }
+}
 
 void TrafficService::start()
 {
+    if (!isWatched_) {
+        isWatched_ = true;
+        shown_ = {};
+    }
+    choose();
+    sayWhetherRecorded();
+}
+
+void TrafficService::stop()
+{
+    isWatched_ = false;
+    if (wantsRecord_) {
+        leaveClientsSource();
+        return;
+    }
+    counters_.stop();
+    packets_.stopCapture();
+    statistics_.stop();
+}
+
+/// What was captured for clients is the record's up to here, too; it goes on as it can.
+void TrafficService::leaveClientsSource()
+{
+    const bool isByStatistics = statistics_.isStarted() && recordsByStatistics();
+    if (counters_.isCounting() || isByStatistics || mayCapture()) {
+        return;
+    }
+    if (packets_.enabled()) {
+        process();
+        packets_.stopCapture();
+    }
+    statistics_.stop();
+    if (recordsByStatistics()) {
+        startStatistics();
+        statistics_.updateStats(); // what connections have carried until now
+    }
+}
+
+// Where it comes from
+
+/// The first source that can be had; one that runs goes on, and with it the others' figures.
+void TrafficService::choose()
+{
     if (counters_.isCounting() || packets_.isCapturing()) {
-        return; // a client more: the others' figures go on
+        return;
     }
     if (startCounters()) {
+        foldStatistics();
         packets_.stopCapture(); // which may have failed before, and would begin anew when the network changes
         leaveFallBack();
-    } else if (startCapture()) {
+    } else if (mayCapture() && startCapture()) {
+        foldStatistics();
         leaveFallBack();
-    } else {
+    } else if (isWatched_ || recordsByStatistics()) {
         startStatistics();
     }
 }
@@ -76,10 +185,13 @@ bool TrafficService::startCapture()
 
 void TrafficService::startStatistics()
 {
-    if (source_ == TrafficSource::Bpf || statistics_.isStarted()) {
+    if (source_ == TrafficSource::Bpf) {
         return;
     }
-    const auto started = statistics_.start();
+    const auto started = statistics_.isStarted() ? Result<void>() : statistics_.start();
+    if (!isWatched_) {
+        return; // nobody has captured, or would
+    }
     if (source_ != TrafficSource::Sockets) {
         sayWhy(started ? "traffic per process is that of the kernel's counters of connections"
                        : "nor are the kernel's counters of connections there: " + started.error().message);
@@ -102,17 +214,26 @@ void TrafficService::leaveFallBack()
     context_.host.limitations->clear(captureLimitation);
 }
 
-void TrafficService::stop()
-{
-    counters_.stop();
-    packets_.stopCapture();
-    statistics_.stop();
-}
+// The fold
 
 void TrafficService::process()
 {
+    if (!isWatched_ && !isRecording()) {
+        return;
+    }
+    fold();
+    if (isRecording() && folded_) {
+        folded_(fold_);
+    }
+}
+
+void TrafficService::fold()
+{
+    fold_ = shown_ = {};
     if (counters_.isCounting()) {
         counters_.process();
+        fold_ = shown_ = counters_.latest();
+        fold_.kernel = beyond(counters_.total().kernel, toldKernel_);
         return;
     }
     if (statistics_.isStarted() && packets_.isCapturing()) {
@@ -120,11 +241,25 @@ void TrafficService::process()
     }
     if (statistics_.isStarted()) {
         statistics_.updateStats();
+        fold_ = statistics_.latest();
         return;
     }
     packets_.process();
+    fold_ = shown_ = packets_.latest();
     if (packets_.enabled() && !packets_.isCapturing()) {
         startStatistics(); // it ended by itself
+    }
+}
+
+/// Before another source takes over.
+void TrafficService::foldStatistics()
+{
+    if (statistics_.isStarted()) {
+        statistics_.updateStats();
+        fold_ = statistics_.latest();
+        if (isRecording() && folded_) {
+            folded_(fold_);
+        }
     }
 }
 
@@ -132,10 +267,9 @@ Dictionary TrafficService::latestShares() const
 {
     Dictionary shares = {{"source", sourceInUse()}};
     if (counters_.isCounting() || packets_.isCapturing()) {
-        const TrafficAccount& latest = counters_.isCounting() ? counters_.latest() : packets_.latest();
-        shares["attributed"] = directions(latest.processes);
-        shares["kernel"] = directions(latest.kernel);
-        shares["unattributed"] = directions(latest.unattributed);
+        shares["attributed"] = directions(shown_.processes);
+        shares["kernel"] = directions(shown_.kernel);
+        shares["unattributed"] = directions(shown_.unattributed);
     }
     return shares;
 }
@@ -155,6 +289,7 @@ Dictionary TrafficService::describe() const
     const double all = total.processes.linkBytes + total.kernel.linkBytes + total.unattributed.linkBytes;
     Dictionary result = {
         {"source", sourceInUse()},
+        {"recorded", isRecording()},
         {"frames", total.frames},
         {"droppedFrames", packets_.statistics().dropped},
         {"processBytes", total.processes.linkBytes},

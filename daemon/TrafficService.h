@@ -1,10 +1,13 @@
 #pragma once
 
 #include "base/Value.h"
+#include "collectors/process/TrafficBatch.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace meridal {
 
@@ -24,7 +27,9 @@ enum class TrafficSource : std::uint8_t {
 /// By its name on the command line, "bpf"; Auto for any other.
 TrafficSource trafficSourceFrom(std::string_view name);
 
-/// Network traffic by process, while a client wants it, from the best source that there is. Main queue only.
+/// Network traffic by process, from the best source that there is, for who holds it: the record, from the start to the end where
+/// the kernel itself counts, and clients, as long as any wants it. They share one counting and each fold of it, so that who
+/// comes or goes takes nothing from the others. Main queue only.
 class TrafficService {
 public:
     struct Collectors {
@@ -33,16 +38,37 @@ public:
         NetworkStatisticsStatCollector& statistics;
     };
 
-    TrafficService(Context& context, const Collectors& collectors, TrafficSource source = TrafficSource::Auto);
+    /// `recordsByCapture`: where the kernel does not count, the record has packets captured for good. That costs at every
+    /// packet, so it is for who asks for it.
+    TrafficService(Context& context, const Collectors& collectors, TrafficSource source = TrafficSource::Auto,
+        bool recordsByCapture = false);
     ~TrafficService();
     TrafficService(const TrafficService&) = delete;
     TrafficService& operator=(const TrafficService&) = delete;
 
     /// Whether packets may be captured to count them. Before the first start.
     void setMayCapture(bool may) { mayCapture_ = may; }
+
+    // The record
+    void startRecording();
+    void stopRecording();
+    /// Whether the folds that it is told of have all traffic, and not only that of times in which somebody looks.
+    bool isRecording() const;
+    /// Told of each fold while it records, when the items hold the bytes of it: once of every byte.
+    using Folded = std::function<void(const TrafficAccount& fold)>;
+    void setFolded(Folded folded) { folded_ = std::move(folded); }
+    /// Where the bytes of the latest fold went. Unlike what clients are shown, the sum over all folds never takes anything
+    /// back: what was the kernel's and turns out to be a process's is kept from the kernel's share of later ones.
+    const TrafficAccount& latestFold() const { return fold_; }
+
+    // The clients
+    /// For one more client; the interval that the first one is shown begins now.
     void start();
+    /// No client wants it any more.
     void stop();
-    /// Adds what came since the last pass to the process items.
+    bool isWatched() const { return isWatched_; }
+
+    /// The fold: the process items hold what came since the last one. Nothing while nobody holds it.
     void process();
 
     /// For `status`: how traffic is counted, and what became of it since the start.
@@ -52,11 +78,18 @@ public:
     Dictionary latestShares() const;
 
 private:
+    bool recordsByStatistics() const;
+    bool mayCapture() const { return isWatched_ || (wantsRecord_ && recordsByCapture_); }
+    void choose();
+    void leaveClientsSource();
     bool startCounters();
     bool startCapture();
     void startStatistics();
+    void fold();
+    void foldStatistics();
     const char* sourceInUse() const;
     void sayWhy(const std::string& instead);
+    void sayWhetherRecorded();
     void leaveFallBack();
 
     Context& context_;
@@ -65,6 +98,13 @@ private:
     NetworkStatisticsStatCollector& statistics_;
     const TrafficSource source_;
     bool mayCapture_ = true;
+    const bool recordsByCapture_;
+    bool wantsRecord_ = false;
+    bool isWatched_ = false;
+    TrafficAccount fold_;
+    TrafficAccount shown_;    ///< the latest fold as clients are told of it
+    TrafficShare toldKernel_; ///< the most that has been the kernel's in all folds
+    Folded folded_;
 };
 
 } // namespace meridal

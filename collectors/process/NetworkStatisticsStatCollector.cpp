@@ -109,6 +109,7 @@ void NetworkStatisticsStatCollector::recalculateHighestRef()
 void NetworkStatisticsStatCollector::updateStats()
 {
     processes_.clearBandwidth();
+    latest_ = {};
     if (counting_) {
         const double now = context().runtime.monotonicTime();
         for (const CountedConnection& counted : counting_->read()) {
@@ -151,11 +152,18 @@ void NetworkStatisticsStatCollector::addToProcess(Connection& connection)
     };
     const double download = rate(latest.bytesReceived, connection.previousReceived);
     const double upload = rate(latest.bytesSent, connection.previousSent);
-    auto* item = processes_.processForPid(*latest.pid);
-    if (!item || latest.protocol == 0 || latest.localPort == 0) {
+    if (latest.protocol == 0 || latest.localPort == 0) {
         return;
     }
-    const double factor = figure_ == Figure::Bytes ? latest.countedAt - before : 1.0;
+    const double seconds = latest.countedAt - before;
+    const TrafficShare share{
+        .download = download * seconds, .upload = upload * seconds, .linkBytes = (download + upload) * seconds};
+    auto* item = processes_.processForPid(*latest.pid);
+    (item ? latest_.processes : latest_.unattributed) += share;
+    if (!item) {
+        return;
+    }
+    const double factor = figure_ == Figure::Bytes ? seconds : 1.0;
     item->addTraffic(download * factor, upload * factor);
 }
 

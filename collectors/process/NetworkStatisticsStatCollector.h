@@ -1,6 +1,7 @@
 #pragma once
 
 #include "collectors/StatCollector.h"
+#include "collectors/process/TrafficBatch.h"
 #include "platform/host/NetworkStatistics.h"
 
 #include <cstddef>
@@ -47,6 +48,8 @@ public:
     void setFigure(Figure figure) { figure_ = figure; }
 
     void updateStats() override;
+    /// Where the bytes of the latest update went: payload, of processes and of those that are not in the table.
+    const TrafficAccount& latest() const { return latest_; }
 
     void clearConnectionWithRef(std::uint64_t ref);
     void clearConnectionAtIndex(std::size_t index);
@@ -68,6 +71,7 @@ private:
     std::vector<Connection> connections_;
     std::unordered_map<std::uint64_t, std::uint32_t> places_; ///< slot by ref
     std::vector<std::uint32_t> freeSlots_;
+    TrafficAccount latest_;
     double updatedAt_ = 0; ///< s of the clock that cannot step, or when it was started
     std::unique_ptr<NetworkStatistics::Counting> counting_;
 };

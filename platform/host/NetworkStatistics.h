@@ -37,6 +37,9 @@ public:
     virtual ~NetworkStatistics() = default;
     /// What is there already is known as such when this returns or soon after.
     virtual Result<std::unique_ptr<Counting>> start() = 0;
+    /// Whether the kernel tells by itself of every connection, whose it is, and what it carried to its end: good enough to
+    /// count by for good.
+    virtual bool knowsEveryConnection() const { return false; }
 };
 
 } // namespace meridal

@@ -78,6 +78,51 @@ TEST_F(DaemonTest, NetworkListsGoToEveryClientWhileAnybodyWantsThem)
     EXPECT_TRUE(asking.link->received[0]->dictionary().contains("download"));
 }
 
+TEST_F(DaemonTest, AClientsFirstIntervalBeginsWithItsRequestAndTheRecordHasAll)
+{
+    double recorded = 0;
+    house.traffic.setFolded([&](const TrafficAccount& fold) { recorded += fold.processes.download; });
+    start();
+    const auto carry = [&](std::uint64_t bytes) {
+        TrafficCount count;
+        count.process = {42, machine.processes().row(42).startIdentity};
+        count.bytesReceived = bytes;
+        machine.trafficCounters().next.counts = {count};
+        machine.trafficCounters().next.interfaceBytesReceived = bytes;
+    };
+    const auto shown = [](const Client& client) {
+        double sum = 0;
+        for (const auto& envelope : client.link->received) {
+            const Dictionary list = envelope->dictionary();
+            EXPECT_EQ(list["download"][0]["d"], list["attributed"]["d"]);
+            sum += list["download"][0]["d"].get<double>();
+        }
+        return sum;
+    };
+    machine.runtime.advance(1);
+    carry(700);
+    Client watching = connect();
+    request(watching, 8);
+    EXPECT_EQ(shown(watching), 0);
+    EXPECT_EQ(recorded, 700);
+    for (int second = 0; second < 5; ++second) {
+        carry(1000);
+        Client passing = connect();
+        request(passing, 8);
+        machine.runtime.advance(0.5);
+        disconnect(passing);
+        machine.runtime.advance(0.5);
+    }
+    EXPECT_EQ(shown(watching), 5000);
+    stop(watching, 8);
+    carry(60);
+    machine.runtime.advance(30);
+    EXPECT_EQ(recorded, 5760);
+    Client late = connect();
+    request(late, 8);
+    EXPECT_EQ(shown(late), 0);
+}
+
 TEST_F(DaemonTest, AStormOfRequestsCostsAFewPassesAndOthersKeepTheirCadence)
 {
     Client steady = startWithRequest(1);

@@ -7,7 +7,6 @@ account of bandwidth over real traffic in a network of its own.
 import ctypes
 import json
 import os
-import signal
 import socket
 import sqlite3
 import subprocess
@@ -133,19 +132,55 @@ class BandwidthTest(running.DaemonTest):
         link, = json.loads(self.ip("-j -s link show dev near"))
         return link["stats64"]["tx"]["bytes"]
 
-    def test_a_client_that_leaves_ends_no_counting_for_the_others(self):
+    def test_who_watches_and_the_record_have_every_byte_whoever_comes_and_goes(self):
         self.enter_network()
         daemon = self.start().wait_ready()
-        top = subprocess.Popen(self.ctl_command("watch", "8"), stdout=subprocess.PIPE, text=True)
-        self.children.append(top)
-        with daemon.client() as other:
-            other.call("startRequestWithKey:interval:", 8, 1)
-        daemon.client().close()
-        for _ in range(3):  # the last one well after the other has left
-            self.assertIn(json.loads(top.stdout.readline())["source"], ("bpf", "capture"))
-        top.send_signal(signal.SIGTERM)
-        self.assertEqual(top.wait(), 0)
-        top.stdout.close()
+        sender = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.addCleanup(sender.close)
+        datagram, header, link = b"x" * 1200, 28, 14
+        key, sent = str(os.getpid()), 0
+
+        def send(count):
+            nonlocal sent
+            for _ in range(count):
+                sender.sendto(datagram, ("192.0.2.2", 9))
+            sent += count
+
+        def uploaded(envelope):
+            return sum(entry["u"] for entry in envelope["upload"] if entry["key"] == key)
+
+        watcher = daemon.client()
+        is_recorded = watcher.call("status")["capture"]["recorded"]
+        self.assertIn(is_recorded, (True, False))  # packets are captured for clients only
+        send(500 if is_recorded else 0)
+        before = sent
+        watcher.call("startRequestWithKey:interval:", 8, 1)
+        first = watcher.envelope(8)
+        self.assertIn(first["source"], ("bpf", "capture"))
+        shown = uploaded(first)
+        self.assertEqual(shown, 0, "of the time before")
+        for number in range(6):
+            send(200)
+            with daemon.client() as passing:
+                passing.call("startRequestWithKey:interval:", 8, 1)
+                send(200)
+                if number % 2:
+                    passing.call("stopRequestWithKey:", 8)
+            send(200)
+            shown += uploaded(watcher.envelope(8))
+        expected = (sent - before) * (len(datagram) + header)
+        while shown < expected * 0.98:
+            shown += uploaded(watcher.envelope(8))
+        shown += uploaded(watcher.envelope(8))
+        self.assertAlmostEqual(shown, expected, delta=expected * 0.02)
+        watcher.call("stopRequestWithKey:", 8)
+        if is_recorded:
+            send(500)
+            expected = sent * (len(datagram) + header + link)
+            counted = until(lambda: [n for n in [watcher.call("status")["capture"]["processBytes"]] if n >= expected * 0.98],
+                            "the pass after the last byte")[0]
+            self.assertAlmostEqual(counted, expected, delta=expected * 0.02)
+        watcher.close()
         self.assertEqual(daemon.stop(), 0)
 
     def test_what_the_file_says_was_really_sent(self):

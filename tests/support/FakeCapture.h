@@ -112,7 +112,9 @@ public:
         ++running;
         return std::unique_ptr<Counting>(std::make_unique<Fake>(*this));
     }
+    bool knowsEveryConnection() const override { return isWhole; }
 
+    bool isWhole = false;
     std::vector<CountedConnection> rows; ///< those that have ended are gone once they have been read
     int running = 0;
 

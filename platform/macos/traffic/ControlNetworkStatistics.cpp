@@ -134,6 +134,7 @@ public:
         }
         return std::unique_ptr<Counting>(std::make_unique<ControlCounting>(runtime_, std::move(*socket), format_));
     }
+    bool knowsEveryConnection() const override { return true; }
 
 private:
     Runtime& runtime_;
