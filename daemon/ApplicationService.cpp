@@ -2,6 +2,7 @@
 
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
+#include "daemon/TrafficService.h"
 #include "daemon/Watches.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
@@ -21,11 +22,14 @@ namespace {
 constexpr std::size_t usualGroups = 100;
 constexpr std::size_t mostGroupsOnPage = 512;
 constexpr double intervalLeeway = 0.5; // s, by which the daemon's timer may come early
+constexpr double secondsOfMinute = 60;
 constexpr std::uint32_t everyFigure =
     mask(RequestKey::Cpu) | mask(RequestKey::Memory) | mask(RequestKey::Disk) | mask(RequestKey::Energy);
 
 /// Clocks tell no more of it, and text none of it.
 double inThousandths(double figure) { return std::round(figure * 1e3) / 1e3; }
+
+std::uint64_t countOf(double bytes) { return bytes > 0 ? static_cast<std::uint64_t>(std::llround(bytes)) : 0; }
 
 const char* nameOfKind(GroupKind kind)
 {
@@ -56,17 +60,46 @@ std::map<std::pair<std::string, std::string>, const Value*> byName(const Value& 
 
 } // namespace
 
-ApplicationService::ApplicationService(Context& context, ProcessStatCollector& processes, bool isRecording)
-    : context_(context), processes_(processes)
+ApplicationService::ApplicationService(Context& context, ProcessStatCollector& processes, TrafficService& traffic)
+    : context_(context), processes_(processes), traffic_(traffic), recorder_(context)
 {
-    if (isRecording) {
-        groups_.emplace(context, processes);
+    traffic_.setFolded([this](const TrafficAccount& fold) { addTraffic(fold); });
+}
+
+ApplicationService::~ApplicationService() { traffic_.setFolded({}); }
+
+void ApplicationService::setRecording(bool recording)
+{
+    isToRecord_ = recording;
+    apply();
+}
+
+void ApplicationService::start()
+{
+    isStarted_ = true;
+    apply();
+}
+
+void ApplicationService::apply()
+{
+    if (!isStarted_ || isToRecord_ == groups_.has_value()) {
+        return;
+    }
+    states_.clear();
+    if (isToRecord_) {
+        groups_.emplace(context_, processes_);
+        traffic_.startRecording();
+    } else {
+        save();
+        groups_.reset();
+        latestFull_.reset();
+        traffic_.stopRecording();
     }
 }
 
 double ApplicationService::interval() const
 {
-    return context_.host.processes->method() == "bpf" ? cheapInterval : dearInterval;
+    return interval_.value_or(context_.host.processes->method() == "bpf" ? cheapInterval : dearInterval);
 }
 
 bool ApplicationService::isDue() const
@@ -90,12 +123,44 @@ void ApplicationService::measured(std::uint32_t updateMask)
     }
 }
 
-void ApplicationService::addTraffic(std::uint64_t kernelReceived, std::uint64_t kernelSent)
+/// What waits in sockets for a process, or cannot be told apart, is nobody's as long as it does.
+void ApplicationService::addTraffic(const TrafficAccount& fold)
 {
     if (groups_) {
-        groups_->addTraffic(processes_.table(), kernelReceived, kernelSent);
+        groups_->addTraffic(processes_.table(), countOf(fold.kernel.download) + countOf(fold.unattributed.download),
+            countOf(fold.kernel.upload) + countOf(fold.unattributed.upload));
         states_.clear();
     }
+}
+
+/// Not with each pass that clients cause: rows are of minutes.
+void ApplicationService::record()
+{
+    if (!groups_) {
+        return;
+    }
+    const double now = context_.runtime.wallTime();
+    const double minute = std::floor(now / secondsOfMinute);
+    if (minute != minute_) {
+        if (minute_ > 0) {
+            recorder_.recordMinute(now, groups_->takeMinute());
+        }
+        minute_ = minute;
+    } else if (latestRecord_ && *latestPass_ - *latestRecord_ < interval() - intervalLeeway) {
+        return;
+    }
+    latestRecord_ = latestPass_;
+    recorder_.record(now, groups_->totals());
+}
+
+void ApplicationService::tick() { recorder_.updateHistory(); }
+
+void ApplicationService::save()
+{
+    if (groups_ && latestPass_) {
+        recorder_.record(context_.runtime.wallTime(), groups_->totals());
+    }
+    recorder_.runDatabaseQueue();
 }
 
 /// Whoever asks twice wants to know what came in between.

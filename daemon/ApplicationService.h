@@ -3,6 +3,7 @@
 #include "base/Result.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
+#include "collectors/applications/ApplicationRecorder.h"
 #include "collectors/process/GroupAccumulator.h"
 #include "daemon/ProcessViews.h"
 
@@ -16,19 +17,30 @@ namespace meridal {
 
 class MeridalHistory;
 class ProcessStatCollector;
+class TrafficService;
 class Watches;
 struct Context;
 struct Peer;
 
-/// What every application has used since the daemon's start. Every pass over the process table feeds it; it sees to it that
-/// there is one now and then without any client, and that this one reads all figures. Main queue only.
+/// What every application has used, since the daemon's start and in the record. Every pass over the process table feeds it; it
+/// sees to it that there is one now and then without any client, that this one reads all figures, and that traffic is counted.
+/// Main queue only.
 class ApplicationService {
 public:
     using Viewer = ProcessViews::Viewer;
     using ViewerOf = std::function<Viewer(const Peer& peer)>;
 
-    /// `isRecording`: whether anything of the following is done at all.
-    ApplicationService(Context& context, ProcessStatCollector& processes, bool isRecording);
+    ApplicationService(Context& context, ProcessStatCollector& processes, TrafficService& traffic);
+    ~ApplicationService();
+    ApplicationService(const ApplicationService&) = delete;
+    ApplicationService& operator=(const ApplicationService&) = delete;
+
+    /// Whether anything of the following is done at all.
+    void setRecording(bool recording);
+    /// s between two passes of its own; absent: as the process table is best read.
+    void setInterval(std::optional<double> seconds) { interval_ = seconds; }
+    /// From now on, if it is to be.
+    void start();
 
     // The daemon's passes
     /// Whether one is due though nobody wants any list.
@@ -38,8 +50,12 @@ public:
     bool isRecording() const { return groups_.has_value(); }
     /// After a pass that has read the table, with what was wanted for it.
     void measured(std::uint32_t updateMask);
-    /// Adds a fold's bytes, see GroupAccumulator::addTraffic().
-    void addTraffic(std::uint64_t kernelReceived, std::uint64_t kernelSent);
+    /// After it, when the pass's traffic is there as well: what is due for the record.
+    void record();
+    /// Every few seconds, with or without a pass.
+    void tick();
+    /// Has all that is not in the file yet queued for it.
+    void save();
 
     /// Adds the methods below. `pass` makes a pass at once, `viewerOf` says what a client may see. It must outlive all of them.
     void addTo(MeridalHistory& methods, Watches& watches, Task pass, ViewerOf viewerOf);
@@ -51,6 +67,7 @@ public:
     static Value changedGroups(const Value& before, const Value& now);
 
     const GroupAccumulator* groups() const { return groups_ ? &*groups_ : nullptr; }
+    ApplicationRecorder& recorder() { return recorder_; }
 
     /// s between two passes of its own: in the kernel, and process by process.
     static constexpr double cheapInterval = 10;
@@ -60,6 +77,8 @@ public:
 
 private:
     double interval() const;
+    void apply();
+    void addTraffic(const TrafficAccount& fold);
     void readIfOld();
     Value frame() const;
     Value describe(const GroupTotals& group) const;
@@ -67,13 +86,20 @@ private:
 
     Context& context_;
     ProcessStatCollector& processes_;
+    TrafficService& traffic_;
+    ApplicationRecorder recorder_;
     std::optional<GroupAccumulator> groups_; ///< absent: nothing is recorded
+    std::optional<double> interval_;
+    bool isStarted_ = false;
+    bool isToRecord_ = true;
     Task pass_;
     ViewerOf viewerOf_;
     bool isAsked_ = false; ///< the pass that runs is for a question
     // Monotonic s
     std::optional<double> latestPass_;
-    std::optional<double> latestFull_;                      ///< that read everything
+    std::optional<double> latestFull_; ///< that read everything
+    std::optional<double> latestRecord_;
+    double minute_ = 0;                                     ///< the one that runs, minutes since 1970
     std::map<Viewer, std::shared_ptr<const Value>> states_; ///< of the latest pass
 };
 

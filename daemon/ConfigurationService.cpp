@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "base/Value.h"
+#include "daemon/ApplicationService.h"
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
 #include "daemon/MachineService.h"
@@ -26,6 +27,8 @@ void ConfigurationService::apply()
     services_.disks.setRecording(now.record.disks);
     services_.machine.setRecording(now.record.machine);
     services_.battery.setRecording(now.record.battery);
+    services_.applications.setInterval(now.passInterval);
+    services_.applications.setRecording(now.record.applications);
 }
 
 void ConfigurationService::reload()

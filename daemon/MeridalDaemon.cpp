@@ -88,7 +88,7 @@ void MeridalDaemon::start()
     updateNetwork();
     services_.machine.start();
     log.info("Starting processes");
-    services_.traffic.startRecording();
+    services_.applications.start();
     processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
     updateProcesses(); // so that the first client finds a table, and figures in the pass that its request causes
     log.info("Daemon started");
@@ -126,6 +126,10 @@ void MeridalDaemon::finalize()
 {
     saveShutdownTime();
     services_.network.saveBandwidth({});
+    if (services_.applications.isRecording()) {
+        updateProcesses(); // what was used since the latest pass
+    }
+    services_.applications.save();
     if (context_.databases) {
         context_.databases->commitAllSync();
     }
@@ -160,12 +164,13 @@ void MeridalDaemon::restartProcessTimer(bool atOnce)
 
 void MeridalDaemon::update()
 {
-    const ApplicationService& applications = services_.applications;
+    ApplicationService& applications = services_.applications;
     if (processes_.updateMask() != 0 || !applications.isRecording() || applications.isDue()) {
         updateProcesses();
     } else {
         usage_.tick(context_.runtime.monotonicTime());
     }
+    applications.tick();
 }
 
 void MeridalDaemon::updateProcesses()
@@ -187,6 +192,7 @@ void MeridalDaemon::updateProcesses()
     if (services_.traffic.isWatched()) {
         sendNetworkList();
     }
+    services_.applications.record();
     if (widened) {
         processes_.setUpdateMask(wanted);
     }
@@ -395,6 +401,7 @@ void MeridalDaemon::powerManagerWillSleep()
     // All without waiting, and side by side: the main queue must be free to give the allowance in time.
     services_.uptime.saveShutdownTime(Farewell::Sleep, sleepTime_, power_.delayAllowance());
     services_.network.saveBandwidth(power_.delayAllowance());
+    services_.applications.save();
     if (context_.databases) { // what collectors have recorded since their last commit: the battery may run empty
         context_.databases->commitAll(power_.delayAllowance());
     }

@@ -45,6 +45,7 @@ public:
     ProcessStatCollector& processes() { return processes_; }
     ZAVPowerManager& power() { return power_; }
     const Services& services() { return services_; }
+    const ProcessViews& views() const { return views_; } ///< who may see what
     NetworkActions& networkActions() { return networkActions_; }
     FrameRate& frameRate() { return frameRate_; }
     const PassStatistics& passStatistics() const { return passes_; }

@@ -16,6 +16,7 @@
 #include "collectors/process/TrafficCounterCollector.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
 #include "collectors/uptime/UptimeStatCollectorMac.h"
+#include "daemon/ApplicationHistory.h"
 #include "daemon/ApplicationService.h"
 #include "daemon/BatteryService.h"
 #include "daemon/Configuration.h"
@@ -190,7 +191,7 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
             NetworkStatisticsStatCollector::sharedNetworkStatisticsStatCollector()},
         trafficSourceFrom(options.traffic.empty() ? files.current().trafficSource : options.traffic));
     traffic.setMayCapture(files.current().capture || options.traffic == "pcap");
-    ApplicationService applications(context, ProcessStatCollector::sharedProcesses(), files.current().record.applications);
+    ApplicationService applications(context, ProcessStatCollector::sharedProcesses(), traffic);
     const Services services{uptime, sensors, battery, disks, network, machine, traffic, applications};
     ConfigurationService configuration(context, files, services);
     configuration.apply();
@@ -213,11 +214,16 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     applications.addTo(
         history, watches, [&daemon] { daemon.updateProcesses(); },
         [&daemon](const Peer& peer) { return daemon.viewerOf(peer); });
+    ApplicationHistory applicationHistory(context, applications.recorder(), daemon.views());
+    applicationHistory.addTo(history);
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     MomentService moments(context,
         {catalogue, uptime, BatteryStatCollectorMac::sharedBatteryCollector(),
             NetworkStatCollectorMac::sharedNetworkCollector()});
+    moments.setApplications([&applications](double time, MomentService::Viewer viewer,
+                                auto reply) { applications.recorder().readMoment(time, viewer, std::move(reply)); },
+        [&daemon](const Peer& peer) { return daemon.viewerOf(peer); });
     moments.addTo(history);
     sensors.addTo(history);
     battery.addTo(history);
@@ -268,7 +274,8 @@ int runDaemon(const Options& options)
         fmt::print(stderr, "meridald: {}\n", lock.error().message);
         return EXIT_FAILURE;
     }
-    const ConfigurationPlace place{.folder = paths.configuration, .file = options.configuration.empty() ? "" : std::filesystem::absolute(options.configuration)};
+    const ConfigurationPlace place{.folder = paths.configuration,
+        .file = options.configuration.empty() ? "" : std::filesystem::absolute(options.configuration)};
     ConfigurationFiles configuration(place);
     for (const ConfigurationWarning& warning : configuration.warnings()) { // while there is somebody who reads it
         fmt::print(stderr, "meridald: {}\n", lineOf(warning));

@@ -50,8 +50,9 @@ struct AllServices {
         , network(context, interfaces)
         , figures(context)
         , traffic(context, {counters, packets, statistics})
-        , applications(context, processes, isRecording)
+        , applications(context, processes, traffic)
     {
+        applications.setRecording(isRecording);
     }
     ~AllServices()
     {
