@@ -21,6 +21,7 @@ class TrafficService;
 class Watches;
 struct Context;
 struct Peer;
+struct TrafficAccount;
 
 /// What every application has used, since the daemon's start and in the record. Every pass over the process table feeds it; it
 /// sees to it that there is one now and then without any client, that this one reads all figures, and that traffic is counted.
