@@ -120,6 +120,9 @@ void GroupAccumulator::forgetDeparted()
 
 void GroupAccumulator::assignGroups()
 {
+    for (const Account& account : accounts_) { // room is made where nobody is left
+        groups_.at(account.place).now.processes += account.age > 0 ? 1 : 0;
+    }
     for (Item* item : processes_.processes()) {
         Account& account = accounts_[item->place];
         if (item->root()) {
@@ -155,7 +158,7 @@ void GroupAccumulator::assignHead(Item& head, Account& account)
         account.place = GroupTable::kernel;
         return;
     }
-    const double used = timeBase_ > 0 ? static_cast<double>(account.marks.cpu) / timeBase_ : 0;
+    const double used = timeBase_ > 0 ? static_cast<double>(head.counters.cpuTime) / timeBase_ : 0;
     const std::uint32_t found = place(naming_.of(head), true, used);
     account.place = found; // the accounts may have changed places meanwhile, but not themselves
 }
@@ -230,7 +233,7 @@ void GroupAccumulator::addTraffic(const ProcessTable& table, std::uint64_t kerne
 void GroupAccumulator::sumLevels()
 {
     for (std::uint32_t place = 0; place < groups_.size(); ++place) {
-        groups_.at(place).now = {};
+        groups_.at(place).now.processes = 0;
     }
     for (const Item* item : processes_.processes()) {
         GroupLevels& now = groups_.at(accounts_[item->place].place).now;

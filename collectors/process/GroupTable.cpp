@@ -107,6 +107,9 @@ void GroupTable::beginPass(double monotonicTime)
 {
     now_ = monotonicTime;
     std::fill(passCpu_.begin(), passCpu_.end(), 0);
+    for (GroupTotals& group : totals_) {
+        group.now = {};
+    }
 }
 
 void GroupTable::notePeaks()

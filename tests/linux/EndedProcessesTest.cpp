@@ -123,11 +123,10 @@ TEST_P(Storm, IsAttributed)
         pipes.answer('r');
         pipes.command();
         const std::string loop = fmt::format("i=0; while [ $i -lt {} ]; do /bin/true; (/bin/ls / >/dev/null); "
-                                             "i=$((i+1)); done; echo d >&{}; read end <&{}",
-            processes / 3, pipes.answers, pipes.commands);
-        for (const int kept : {pipes.answers, pipes.commands}) {
-            ::fcntl(kept, F_SETFD, 0);
-        }
+                                             "i=$((i+1)); done; echo d; read end",
+            processes / 3);
+        ::dup2(pipes.commands, STDIN_FILENO);
+        ::dup2(pipes.answers, STDOUT_FILENO);
         ::execl("/bin/sh", "sh", "-c", loop.c_str(), nullptr);
     });
     ASSERT_TRUE(shell.answer());
