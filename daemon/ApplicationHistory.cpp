@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <string>
 #include <utility>
@@ -47,19 +46,18 @@ const char* kindName(GroupKind kind)
     return "";
 }
 
-std::string cursorText(const TotalsCursor& cursor) { return fmt::format("{}/{}", cursor.rank, cursor.number); }
+std::string cursorText(const TotalsCursor& cursor) { return serialise({cursor.rank, cursor.number}); }
 
-std::optional<TotalsCursor> cursorFrom(std::string_view text)
+/// Out of `next` of a page of totals, or of a course, which is a time.
+std::optional<TotalsCursor> cursorFrom(const std::string& text, bool isTime)
 {
-    TotalsCursor cursor;
-    const char* const end = text.data() + text.size();
-    const std::size_t slash = std::min(text.find('/'), text.size());
-    const auto rank = std::from_chars(text.data(), text.data() + slash, cursor.rank);
-    if (rank.ec != std::errc() || rank.ptr == end || *rank.ptr != '/' || !std::isfinite(cursor.rank)) {
+    const auto parts = parseUntrusted(isTime ? "[" + text + ", 0]" : text);
+    const bool isPair =
+        parts && parts->is_array() && parts->size() == 2 && (*parts)[0].is_number() && (*parts)[1].is_number_integer();
+    if (!isPair || !std::isfinite((*parts)[0].get<double>())) {
         return std::nullopt;
     }
-    const auto number = std::from_chars(rank.ptr + 1, end, cursor.number);
-    return number.ec == std::errc() && number.ptr == end ? std::optional(cursor) : std::nullopt;
+    return TotalsCursor{(*parts)[0].get<double>(), (*parts)[1].get<std::int64_t>()};
 }
 
 /// What a question says of a time and of whom, whether it is about totals or a course.
@@ -197,7 +195,7 @@ void ApplicationHistory::history(const Value& given, const Peer& peer, Reply rep
     std::optional<TotalsCursor> cursor;
     std::optional<double> afterTime;
     if (asked.after) {
-        cursor = cursorFrom(asked.group ? *asked.after + "/0" : *asked.after);
+        cursor = cursorFrom(*asked.after, asked.group.has_value());
         afterTime = cursor ? std::optional(cursor->rank) : std::nullopt;
         if (!cursor) {
             parameters.refuse(R"("after" must be the "next" of a page)");

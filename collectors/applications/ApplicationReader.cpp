@@ -147,7 +147,8 @@ std::vector<RankedRow> rankRows(
 
 using CoursePeriods = std::map<double, std::pair<ApplicationCell, double>>; ///< by start; what, and the s recorded
 
-constexpr std::string_view wholeNumber = "(SELECT identifier FROM application_map WHERE identity = 'other')";
+constexpr std::string_view wholeNumber =
+    "(SELECT identifier FROM application_map WHERE identity = 'other' AND kind = 1)";
 
 /// Steps from period to period, which takes a look or two each: reading all rows between would take a thousand times that.
 std::string courseAskedFor(std::string_view table)

@@ -4,6 +4,7 @@
 #include "collectors/process/ProcessStatCollector.h"
 #include "daemon/ProcessViews.h"
 #include "tests/applications/ApplicationFixture.h"
+#include "wire/Link.h"
 
 namespace meridal::test {
 namespace {
@@ -109,7 +110,7 @@ TEST_F(ApplicationHistoryTest, NonsenseIsRefusedInWords)
     for (const Value& wrong :
         {Value{{"from", now()}, {"until", now() - 1}}, Value{{"from", now() + 1000}}, Value{{"until", now() + 1000}},
             Value{{"by", "size"}}, Value{{"step", "decade"}}, Value{{"limit", 0}}, Value{{"limit", 501}},
-            Value{{"owner", -1}}, Value{{"owner", 1e12}}, Value{{"after", "1e999/1"}}, Value{{"after", "x"}},
+            Value{{"owner", -1}}, Value{{"owner", 1e12}}, Value{{"after", "[1e999,1]"}}, Value{{"after", "x"}},
             Value{{"after", 5}}, Value{{"group", 5}}, Value{{"group", "kernel"}, {"after", "nan"}},
             Value{{"from", now() - 2 * day}, {"step", "minute"}}, Value("cpu")}) {
         EXPECT_EQ(refusal(wrong), ErrorCode::InvalidArgument) << wrong;
