@@ -156,7 +156,8 @@ Value describeMoment(const MomentRecord& record)
     const MomentState state = momentState(record);
     Value answer{{"time", record.time}, {"known", describeExtent(record)}, {"boot", describe(state)},
         {"unknown", Value::array()}};
-    addFigures(record, answer);
+    const bool wasAwake = state.isOn != false && state.isAsleep != true;
+    addFigures(wasAwake ? record : MomentRecord(), answer);
     answer["network"] = describeNetwork(record);
     if (Value battery = describeBattery(record); !battery.empty()) {
         answer["battery"] = std::move(battery);

@@ -101,7 +101,7 @@ std::vector<CoursePoint> courseOf(const HistoryMoment& moment, const MomentSerie
         places.push_back(0);
     }
     std::vector<CoursePoint> course;
-    for (const HistoryMoment::Sample& sample : moment.around(series.series.key)) {
+    for (const HistoryMoment::Sample& sample : moment.around(series.series.key, usualSlack)) {
         std::optional<double> figure;
         for (const std::size_t place : places) {
             if (place < sample.values.size() && !std::isnan(sample.values[place])) {

@@ -39,16 +39,18 @@ void HistoryMoment::add(StorageIndex index, RowsOfSpan rows)
         oldest_ = oldest_ > 0 ? std::min(oldest_, rows.oldest) : rows.oldest;
         newest_ = std::max(newest_, rows.newest);
     }
-    layers_.push_back({index, std::move(rows.rows)});
+    layers_.push_back({index, std::move(rows)});
     std::sort(layers_.begin(), layers_.end(),
         [this](const Layer& a, const Layer& b) { return lengthOf(a.index) < lengthOf(b.index); });
 }
 
 HistoryMoment::Sample HistoryMoment::sampleOf(const Layer& layer, std::size_t row) const
 {
-    const double end = layer.rows.rows[row].time;
-    return {
-        .index = layer.index, .from = end - lengthOf(layer.index), .until = end, .values = layer.rows.valuesOf(row)};
+    const double end = layer.found.rows.rows[row].time;
+    return {.index = layer.index,
+        .from = end - lengthOf(layer.index),
+        .until = end,
+        .values = layer.found.rows.valuesOf(row)};
 }
 
 /// Rows with a measurement.
@@ -56,30 +58,41 @@ template <typename Function>
 void HistoryMoment::forEachRow(const Layer& layer, const std::string& key, Function function)
 {
     if (!key.empty()) {
-        const auto rows = layer.rows.byKey.find(key);
-        for (const std::size_t row : rows != layer.rows.byKey.end() ? rows->second : std::vector<std::size_t>()) {
+        const auto rows = layer.found.rows.byKey.find(key);
+        for (const std::size_t row : rows != layer.found.rows.byKey.end() ? rows->second : std::vector<std::size_t>()) {
             function(row);
         }
         return;
     }
-    for (std::size_t row = 0; row < layer.rows.rows.size(); ++row) {
-        if (!layer.rows.rows[row].empty) {
+    for (std::size_t row = 0; row < layer.found.rows.rows.size(); ++row) {
+        if (!layer.found.rows.rows[row].empty) {
             function(row);
         }
     }
 }
 
-const HistoryMoment::Layer* HistoryMoment::covering(const std::string& key) const
+/// A table that reaches back so far and has nothing of the moment says that nothing was measured: the mean of a coarser
+/// period would be of hours around.
+const HistoryMoment::Layer* HistoryMoment::covering(const std::string& key, double slack) const
 {
+    constexpr double aboutTwice = 2.2;
+    bool isReached = false;
     for (const Layer& layer : layers_) {
+        const double length = lengthOf(layer.index);
+        if (isReached && length > aboutTwice * slack) {
+            break;
+        }
         bool covers = false;
         forEachRow(layer, key, [&](std::size_t row) {
-            const double end = layer.rows.rows[row].time;
-            covers = covers || (end >= time_ && end - lengthOf(layer.index) <= time_);
+            const double end = layer.found.rows.rows[row].time;
+            covers = covers || (end >= time_ && end - length <= time_);
         });
         if (covers) {
             return &layer;
         }
+        const bool reaches =
+            layer.found.oldest > 0 && layer.found.oldest - length <= time_ && time_ <= layer.found.newest;
+        isReached = isReached || reaches;
     }
     return nullptr;
 }
@@ -87,7 +100,7 @@ const HistoryMoment::Layer* HistoryMoment::covering(const std::string& key) cons
 std::optional<HistoryMoment::Sample> HistoryMoment::at(const std::string& key, double slack) const
 {
     std::optional<Sample> found;
-    if (const Layer* layer = covering(key)) {
+    if (const Layer* layer = covering(key, slack)) {
         forEachRow(*layer, key, [&](std::size_t row) {
             const Sample sample = sampleOf(*layer, row);
             if (sample.until >= time_ && sample.from <= time_) {
@@ -98,7 +111,7 @@ std::optional<HistoryMoment::Sample> HistoryMoment::at(const std::string& key, d
     }
     for (const Layer& layer : layers_) {
         forEachRow(layer, key, [&](std::size_t row) {
-            const double end = layer.rows.rows[row].time;
+            const double end = layer.found.rows.rows[row].time;
             if (end < time_ && time_ - end <= slack && (!found || end > found->until)) {
                 found = sampleOf(layer, row);
             }
@@ -107,16 +120,16 @@ std::optional<HistoryMoment::Sample> HistoryMoment::at(const std::string& key, d
     return found;
 }
 
-std::vector<HistoryMoment::Sample> HistoryMoment::around(const std::string& key) const
+std::vector<HistoryMoment::Sample> HistoryMoment::around(const std::string& key, double slack) const
 {
     std::vector<Sample> samples;
-    const Layer* layer = covering(key);
+    const Layer* layer = covering(key, slack);
     if (!layer) {
         return samples;
     }
     const double length = lengthOf(layer->index);
     forEachRow(*layer, key, [&](std::size_t row) {
-        const double end = layer->rows.rows[row].time;
+        const double end = layer->found.rows.rows[row].time;
         if (end > time_ - minutesAround && end <= time_ + minutesAround + length) {
             samples.push_back(sampleOf(*layer, row));
         }
@@ -128,7 +141,7 @@ std::vector<std::string> HistoryMoment::keys() const
 {
     std::set<std::string> all;
     for (const Layer& layer : layers_) {
-        for (const auto& [key, rows] : layer.rows.byKey) {
+        for (const auto& [key, rows] : layer.found.rows.byKey) {
             all.insert(key);
         }
     }

@@ -29,11 +29,12 @@ public:
     TimeSpan spanOf(StorageIndex index) const;
     void add(StorageIndex index, RowsOfSpan rows);
 
-    /// Of an item, or with an empty key of the recorder itself: what the finest resolution has that covers the moment;
-    /// where none does, the latest that ended at most `slack` s before it.
+    /// Of an item, or with an empty key of the recorder itself: what the finest resolution that reaches back so far has of
+    /// the moment. For what is measured seldom, coarser ones whose periods are of about twice `slack` (s) must do, or the
+    /// latest that ended at most so long before it.
     std::optional<Sample> at(const std::string& key, double slack) const;
     /// All that this resolution has of the minutes before and after, oldest first.
-    std::vector<Sample> around(const std::string& key) const;
+    std::vector<Sample> around(const std::string& key, double slack) const;
     /// The items of which there is anything.
     std::vector<std::string> keys() const;
     /// Since when, and up to when, anything is recorded, s since 1970; 0: nothing is.
@@ -45,14 +46,14 @@ public:
 private:
     struct Layer {
         StorageIndex index = StorageIndex::Hour;
-        StoredRows rows;
+        RowsOfSpan found;
     };
 
     double lengthOf(StorageIndex index) const;
     Sample sampleOf(const Layer& layer, std::size_t row) const;
     template <typename Function>
     static void forEachRow(const Layer& layer, const std::string& key, Function function);
-    const Layer* covering(const std::string& key) const;
+    const Layer* covering(const std::string& key, double slack) const;
 
     double time_;
     double now_;
