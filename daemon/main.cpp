@@ -195,7 +195,7 @@ int serve(Context& context, const Options& options)
     HistoryQuestions historyQuestions(catalogue);
     historyQuestions.addTo(history);
     sensors.addTo(history);
-    battery.addTo(history);
+    battery.addTo(history, catalogue);
     network.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
