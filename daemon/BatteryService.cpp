@@ -5,11 +5,13 @@
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
 #include "daemon/ZAVPowerManager.h"
+#include "history/HistoryCatalogue.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
 
 #include <array>
+#include <cmath>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -61,25 +63,84 @@ Result<Value> answerFrom(BatteryFigure figure, const std::optional<BatteryAnswer
     return Value{{"figure", name}, {"rows", std::move(rows)}, {"more", answer->more}};
 }
 
+BatterySleepQuestion sleepQuestionFrom(Parameters& parameters)
+{
+    BatterySleepQuestion question;
+    question.worst = parameters.flag("worst");
+    question.from = parameters.moment("from");
+    question.after = parameters.wholeNumber("after");
+    question.limit = parameters.limit(question.limit, BatteryService::longestPage);
+    return question;
+}
+
+std::optional<double> inHundredths(const std::optional<double>& figure)
+{
+    constexpr double hundred = 100;
+    return figure ? std::optional(std::round(*figure * hundred) / hundred) : std::nullopt;
+}
+
+Value describeSleep(const BatterySleep& sleep)
+{
+    Value entry = {{"row", sleep.row}, {"start", sleep.start}, {"end", sleep.end}, {"onBattery", sleep.onBattery}};
+    put(entry, "chargeBefore", inHundredths(sleep.chargeBefore));
+    put(entry, "chargeAfter", inHundredths(sleep.chargeAfter));
+    put(entry, "energyBefore", sleep.energyBefore);
+    put(entry, "energyAfter", sleep.energyAfter);
+    put(entry, "percentPerHour", inHundredths(sleep.percentPerHour()));
+    put(entry, "power", inHundredths(sleep.power()));
+    return entry;
+}
+
+Result<Value> answerFromSleeps(const std::optional<BatterySleepAnswer>& answer)
+{
+    if (!answer) {
+        return unexpected(ErrorCode::Unavailable, "the record of batteries cannot be read now");
+    }
+    Value sleeps = Value::array();
+    for (const BatterySleep& sleep : answer->sleeps) {
+        sleeps.push_back(describeSleep(sleep));
+    }
+    Value page = {{"sleeps", std::move(sleeps)}, {"more", answer->more}};
+    if (answer->more) {
+        page["next"] = answer->sleeps.back().row;
+    }
+    return page;
+}
+
 } // namespace
 
 BatteryService::BatteryService(Context& context, BatteryStatCollectorMac& collector, ZAVPowerManager& power)
-    : context_(context), collector_(collector), power_(power)
+    : context_(context), collector_(collector), power_(power), record_(context)
 {
     collector_.setSleptInAll([&power] { return power.sleptInAll(); });
 }
+
+BatteryService::~BatteryService() { power_.removeDelegate(*this); }
 
 void BatteryService::prepare()
 {
     collector_.prepareDatabase();
     collector_.setDisableAllBluetooth(true); // only those who ask for peripherals have them read
+    record_.load();
     update();
+    power_.addDelegate(*this);
     // A pack that is full, a second battery and a UPS change without the machine's source.
     sourcesObservation_ = context_.host.powerSources->observe([this] { update(); });
 }
 
+void BatteryService::update()
+{
+    collector_.updateStats();
+    readAt_ = context_.runtime.monotonicTime();
+    noteLevels();
+}
+
+// The record
+
 void BatteryService::setRecording(bool recording)
 {
+    records_ = recording;
+    recording_.reset();
     collector_.setRecording(recording);
     if (recording && sourcesObservation_) { // it was off when the daemon started, perhaps
         collector_.prepareDatabase();
@@ -87,10 +148,70 @@ void BatteryService::setRecording(bool recording)
     }
 }
 
-void BatteryService::update() { collector_.updateStats(); }
-
-void BatteryService::addTo(MeridalHistory& methods)
+/// The machine's are its own batteries together, or its UPS where it has none.
+void BatteryService::noteLevels()
 {
+    const auto own = collector_.batteriesOfType(BatteryType::Internal);
+    const auto others = collector_.batteriesOfType(BatteryType::UPS);
+    const auto machine = batteryLevel(own.empty() ? others : own);
+    record_.begin();
+    if (!machine) {
+        return;
+    }
+    record_.note("", own.empty() ? "UPS" : "Battery", *machine);
+    moves_ = machine->moves;
+    for (const auto* list : {&own, &others}) {
+        for (const BatteryStatCollectorItem* each : *list) {
+            if (own.size() + others.size() > 1) {
+                record_.note(each->key().value_or(""), each->name(), *batteryLevel({each}));
+            }
+        }
+    }
+    if (records_ && !recording_) {
+        recording_ = context_.runtime.startTimer(context_.runtime.mainQueue(),
+            {.first = recordInterval, .interval = recordInterval, .leeway = recordInterval / 10}, [this] { record(); });
+    }
+}
+
+void BatteryService::record()
+{
+    const double age = context_.runtime.monotonicTime() - readAt_;
+    if (age >= (moves_ ? movingInterval : restInterval)) {
+        update();
+    }
+    record_.tick();
+}
+
+void BatteryService::powerManagerWillSleep()
+{
+    update();
+    fellAsleep_ = context_.runtime.wallTime();
+    beforeSleep_ = batteryLevel(collector_.batteriesOfType(BatteryType::Internal));
+}
+
+/// Sleep is what the kernel counts; one that was called off has cost nothing.
+void BatteryService::powerManagerDidWake()
+{
+    const auto before = std::exchange(beforeSleep_, std::nullopt);
+    update();
+    const auto after = batteryLevel(collector_.batteriesOfType(BatteryType::Internal));
+    if (!records_ || !before || !after || power_.lastSleep() <= 0 || before->keys != after->keys) {
+        return; // also where a battery was changed meanwhile
+    }
+    collector_.saveSleep({.start = fellAsleep_,
+        .end = fellAsleep_ + power_.lastSleep(),
+        .onBattery = before->onBattery && after->onBattery,
+        .chargeBefore = before->exactCharge,
+        .chargeAfter = after->exactCharge,
+        .energyBefore = before->energy,
+        .energyAfter = after->energy});
+}
+
+// Questions
+
+void BatteryService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
+{
+    record_.addTo(catalogue);
     methods.addAsyncMethod(
         method::batteryState, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             state(parameters, std::move(reply));
@@ -98,6 +219,10 @@ void BatteryService::addTo(MeridalHistory& methods)
     methods.addAsyncMethod(
         method::batteryHistory, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             history(parameters, std::move(reply));
+        });
+    methods.addAsyncMethod(
+        method::batterySleeps, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
+            sleeps(parameters, std::move(reply));
         });
 }
 
@@ -164,6 +289,18 @@ void BatteryService::history(const Value& given, std::function<void(Result<Value
         question, [figure = question.figure, reply = std::move(reply)](const std::optional<BatteryAnswer>& answer) {
             reply(answerFrom(figure, answer));
         });
+}
+
+void BatteryService::sleeps(const Value& given, std::function<void(Result<Value>)> reply)
+{
+    Parameters parameters(given);
+    const BatterySleepQuestion question = sleepQuestionFrom(parameters);
+    if (!parameters.valid()) {
+        return reply(parameters.failure());
+    }
+    collector_.readSleeps(question, [reply = std::move(reply)](const std::optional<BatterySleepAnswer>& answer) {
+        reply(answerFromSleeps(answer));
+    });
 }
 
 } // namespace meridal

@@ -226,7 +226,7 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
         [&daemon](const Peer& peer) { return daemon.viewerOf(peer); });
     moments.addTo(history);
     sensors.addTo(history);
-    battery.addTo(history);
+    battery.addTo(history, catalogue);
     network.addTo(history);
 
     auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());

@@ -53,5 +53,6 @@ inline constexpr char groupsTotals[] = "groups.totals";
 inline constexpr char groupsWatch[] = "groups.watch";
 inline constexpr char batteryState[] = "battery.state";
 inline constexpr char batteryHistory[] = "battery.history";
+inline constexpr char batterySleeps[] = "battery.sleeps";
 
 } // namespace meridal::method

@@ -16,6 +16,7 @@ namespace {
 constexpr const char* batteryExamples = R"(Examples:
   meridalctl battery
   meridalctl battery --history --days 365
+  meridalctl battery --sleeps --worst -n 5
 )";
 
 constexpr int chartColumns = 80;
@@ -23,12 +24,14 @@ constexpr std::array<const char*, 2> recordedFigures = {"health", "cycles"};
 
 struct BatteryOptions {
     bool history = false; ///< also how the figures changed
+    bool sleeps = false;  ///< also what sleeps have cost
+    bool worst = false;   ///< those first that cost most
     std::size_t rows = 20;
     double days = 0; ///< how far back; 0: all that is known
     bool json = false;
 };
 
-/// Asks for the state, then for each figure's history.
+/// Asks for the state, then for each figure's history, then for sleeps.
 class BatteryQuery {
 public:
     BatteryQuery(Session& session, const BatteryOptions& options) : session_(session), options_(options) { }
@@ -42,7 +45,7 @@ public:
                     exitStatus::refused, "the daemon's answer tells no batteries: " + terminalJson(state));
             }
             state_ = state;
-            options_.history ? askHistory(0) : report();
+            options_.history ? askHistory(0) : askSleeps();
         });
     }
 
@@ -50,7 +53,7 @@ private:
     void askHistory(std::size_t index)
     {
         if (index == recordedFigures.size()) {
-            return report();
+            return askSleeps();
         }
         PagedQuestion question{.method = method::batteryHistory, .list = "rows", .cursor = "before", .entry = "row"};
         question.parameters["figure"] = recordedFigures.at(index);
@@ -61,6 +64,23 @@ private:
         askPages(session_, std::move(question), [this, index](Value rows, const Value&) {
             state_["history"][recordedFigures.at(index)] = std::move(rows);
             askHistory(index + 1);
+        });
+    }
+
+    void askSleeps()
+    {
+        if (!options_.sleeps && !options_.worst) {
+            return report();
+        }
+        PagedQuestion question{.method = method::batterySleeps, .list = "sleeps", .entry = "row"};
+        question.parameters["worst"] = options_.worst;
+        question.wanted = options_.rows;
+        if (options_.days > 0) {
+            question.parameters["from"] = wallTime() - options_.days * day;
+        }
+        askPages(session_, std::move(question), [this](Value sleeps, const Value&) {
+            state_["sleeps"] = std::move(sleeps);
+            report();
         });
     }
 
@@ -88,7 +108,10 @@ void addBattery(Grammar& grammar)
     auto [battery, options] = grammar.add("battery", "Charge, health and time left of the batteries", runBattery);
     battery.examples(batteryExamples);
     battery.flag("--history", options.history, "Also show how health and cycles changed, newest first");
-    battery.count("-n,--rows", options.rows, "Show at most so many changes of each");
+    battery.flag(
+        "--sleeps", options.sleeps, "Also show what the machine's sleeps took from the batteries, newest first");
+    battery.flag("--worst", options.worst, "The same, those over an hour that took most an hour first");
+    battery.count("-n,--rows", options.rows, "Show at most so many changes of each, or sleeps");
     battery.days(options.days, "Look back so many days only");
     battery.flag("--json", options.json, "As JSON");
 }

@@ -228,6 +228,37 @@ void addRecorded(Lines& lines, const Plot& plot, const Value& rows, int columns)
     appendLines(lines, changeLines(plot.unit.empty() ? "" : " " + plot.unit, rows));
 }
 
+std::string figureText(const Value& from, std::string_view key, const char* format)
+{
+    const auto figure = number(from, key);
+    return figure ? fmt::format(fmt::runtime(format), *figure) : "?";
+}
+
+/// What a sleep took; whoever slept on AC power took it from there.
+TableCell takenBy(const Value& sleep)
+{
+    if (const Value* onBattery = find(sleep, "onBattery"); !onBattery || *onBattery != true) {
+        return {Style::Faint, "on AC power"};
+    }
+    std::string words = figureText(sleep, "percentPerHour", "{:.2f} %") + " an hour";
+    if (const auto watts = number(sleep, "power")) {
+        words += fmt::format(", {:.2f} W", std::abs(*watts));
+    }
+    return words;
+}
+
+Lines sleepLines(const Value& sleeps)
+{
+    TextTable table({{"FELL ASLEEP", 18}, {"FOR", 14, Align::Right, 2}, {"CHARGE", 20}, {"TAKEN"}});
+    for (const Value& sleep : sleeps) {
+        const double start = number(sleep, "start").value_or(0);
+        table.add({formatTime(start, "%Y-%m-%d %H:%M"), formatDuration(number(sleep, "end").value_or(start) - start),
+            figureText(sleep, "chargeBefore", "{:.4g}") + " to " + figureText(sleep, "chargeAfter", "{:.4g} %"),
+            takenBy(sleep)});
+    }
+    return table.lines();
+}
+
 bool hasRows(const Value* list) { return list && list->is_array() && !list->empty(); }
 
 } // namespace
@@ -266,6 +297,11 @@ Lines batteryLines(const Value& answer, int columns)
         if (cycles && cycles->is_array()) {
             addRecorded(lines, batteryPlot(*cycles, "Cycles", "", now), *cycles, columns);
         }
+    }
+    if (const Value* sleeps = find(answer, "sleeps"); sleeps && sleeps->is_array()) {
+        lines.push_back({});
+        appendLines(
+            lines, sleeps->empty() ? Lines{{{Style::Faint, "no sleep has been recorded"}}} : sleepLines(*sleeps));
     }
     return lines;
 }

@@ -100,12 +100,14 @@ void BatteryStatCollector::prepareDatabase()
         for (const TableSchema& table : tables) {
             file->declareTable(table);
         }
+        declareBatterySleeps(*file);
         declareSeriesNames(*file, {tables[0].table, tables[1].table, tables[2].table});
     }
 }
 
-void BatteryStatCollector::readHistory(
-    const BatteryQuestion& question, std::function<void(std::optional<BatteryAnswer>)> reply)
+template <typename Question, typename Answer>
+void BatteryStatCollector::readPage(const Question& question,
+    std::optional<Answer> (*read)(SQLiteConnection&, const Question&), std::function<void(std::optional<Answer>)> reply)
 {
     Queue& mainQueue = context().runtime.mainQueue();
     const auto file = database();
@@ -115,9 +117,29 @@ void BatteryStatCollector::readHistory(
         });
         return;
     }
-    file->queryDatabaseAsync([question, reply = std::move(reply), &mainQueue](SQLiteConnection& connection) {
-        mainQueue.post([reply, answer = readBatteryHistory(connection, question)] { reply(answer); });
+    file->queryDatabaseAsync([question, read, reply = std::move(reply), &mainQueue](SQLiteConnection& connection) {
+        mainQueue.post([reply, answer = read(connection, question)] { reply(answer); });
     });
+}
+
+void BatteryStatCollector::readHistory(
+    const BatteryQuestion& question, std::function<void(std::optional<BatteryAnswer>)> reply)
+{
+    readPage(question, readBatteryHistory, std::move(reply));
+}
+
+void BatteryStatCollector::readSleeps(
+    const BatterySleepQuestion& question, std::function<void(std::optional<BatterySleepAnswer>)> reply)
+{
+    readPage(question, readBatterySleeps, std::move(reply));
+}
+
+void BatteryStatCollector::saveSleep(const BatterySleep& sleep)
+{
+    if (const auto file = database()) {
+        file->addItem(batterySleepStatement(sleep));
+        file->commit();
+    }
 }
 
 void BatteryStatCollector::recordChanges()

@@ -3,6 +3,7 @@
 #include "base/Lifetime.h"
 #include "collectors/StatCollector.h"
 #include "collectors/battery/BatteryHistory.h"
+#include "collectors/battery/BatterySleeps.h"
 #include "collectors/battery/BatteryStatCollectorItem.h"
 
 #include <functional>
@@ -29,6 +30,11 @@ public:
     /// Reads a page of the history; the answer comes on the main queue, nothing when the file cannot be read.
     void readHistory(const BatteryQuestion& question, std::function<void(std::optional<BatteryAnswer>)> reply);
 
+    /// Keeps what a sleep has cost.
+    void saveSleep(const BatterySleep& sleep);
+    /// The same as readHistory() for sleeps.
+    void readSleeps(const BatterySleepQuestion& question, std::function<void(std::optional<BatterySleepAnswer>)> reply);
+
 protected:
     /// Records what differs from what the files hold, of all power sources. What they hold is asked for first, and
     /// what changes until that is known is recorded then.
@@ -37,6 +43,9 @@ protected:
 private:
     using ItemPointer = std::shared_ptr<BatteryStatCollectorItem>;
     std::shared_ptr<HistoryDatabaseItem> database() const;
+    template <typename Question, typename Answer>
+    void readPage(const Question& question, std::optional<Answer> (*read)(SQLiteConnection&, const Question&),
+        std::function<void(std::optional<Answer>)> reply);
     void loadRecorded(const ItemPointer& item);
     void takeRecorded(BatteryStatCollectorItem& item, const std::optional<BatteryStatCollectorItem::Recorded>& found);
     void writeChanges(BatteryStatCollectorItem& item);

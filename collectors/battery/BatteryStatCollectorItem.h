@@ -66,6 +66,8 @@ public:
     void setMaximumCapacity(double capacity) { maximumCapacity_ = capacity; }
     std::optional<double> currentCapacity() const { return currentCapacity_; }
     void setCurrentCapacity(double capacity) { currentCapacity_ = capacity; }
+    std::optional<double> energy() const { return energy_; } ///< mWh that it holds
+    void setEnergy(double milliwattHours) { energy_ = milliwattHours; }
     /// A change is so recent that no time is shown.
     bool delay() const { return delay_; }
     void setDelay(bool delay) { delay_ = delay; }
@@ -123,6 +125,7 @@ private:
     std::optional<double> designCapacity_;
     std::optional<double> maximumCapacity_;
     std::optional<double> currentCapacity_;
+    std::optional<double> energy_;
     bool delay_ = false;
     bool firstUpdate_ = true;
     bool bluetooth_ = false;

@@ -192,6 +192,7 @@ void BatteryStatCollectorItemMac::processSmart(const BatteryControllerRecord& ba
     take(battery.chargeDesignMah, &BatteryStatCollectorItem::setDesignCapacity);
     take(battery.chargeFullMah, &BatteryStatCollectorItem::setMaximumCapacity);
     take(battery.chargeNowMah, &BatteryStatCollectorItem::setCurrentCapacity);
+    take(battery.energyNowMwh, &BatteryStatCollectorItem::setEnergy);
     take(battery.currentMa, &BatteryStatCollectorItem::setAmperage);
     take(battery.voltageMv, &BatteryStatCollectorItem::setVoltage);
     if (battery.chargeDesignMah && battery.chargeFullMah) {

@@ -130,16 +130,21 @@ BatteryStatCollectorMac::ItemPointer BatteryStatCollectorMac::primaryBattery() c
     return own ? own : lastOfType(BatteryType::UPS);
 }
 
-std::optional<Dictionary> BatteryStatCollectorMac::internalTotal() const
+std::vector<const BatteryStatCollectorItem*> BatteryStatCollectorMac::batteriesOfType(BatteryType type) const
 {
     std::vector<const BatteryStatCollectorItem*> batteries;
     for (const auto& each : items()) {
         const auto* battery = static_cast<const BatteryStatCollectorItem*>(each.get());
-        if (battery->type() == BatteryType::Internal) {
+        if (battery->type() == type) {
             batteries.push_back(battery);
         }
     }
-    return batteryTotal(batteries);
+    return batteries;
+}
+
+std::optional<Dictionary> BatteryStatCollectorMac::internalTotal() const
+{
+    return batteryTotal(batteriesOfType(BatteryType::Internal));
 }
 
 // Peripherals

@@ -33,6 +33,8 @@ public:
     /// What speaks for the machine: its own battery, else its UPS; null without either.
     ItemPointer primaryBattery() const;
 
+    /// All of a kind.
+    std::vector<const BatteryStatCollectorItem*> batteriesOfType(BatteryType type) const;
     /// What the machine's own batteries come to together; absent for fewer than two.
     std::optional<Dictionary> internalTotal() const;
 

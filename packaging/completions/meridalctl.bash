@@ -20,7 +20,8 @@ _meridalctl() {
         "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth at why call watch" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes|status) words+=" --json" ;;
-        uptime|battery) words+=" --history --rows --days --json" ;;
+        uptime) words+=" --history --rows --days --json" ;;
+        battery) words+=" --history --sleeps --worst --rows --days --json" ;;
         sensors|network) words+=" --watch --refreshes --json" ;;
         fans) words+=" --json" ;;
         history) words+=" --range --csv --json --svg" ;;

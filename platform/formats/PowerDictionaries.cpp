@@ -261,9 +261,12 @@ BatteryControllerRecord controllerOf(const Value& battery)
         now = number(battery, "CurrentCapacity");
     }
     const auto design = positive(battery, "DesignCapacity");
+    const auto voltage = positive(battery, "Voltage");
+    constexpr double milli = 1000;
     return {.chargeNowMah = notNegative(now),
         .chargeFullMah = rounded(full),
         .chargeDesignMah = rounded(design ? design : positive(data, "DesignCapacity")),
+        .energyNowMwh = now && voltage ? notNegative(*now * *voltage / milli) : std::nullopt,
         .cycles = notNegative(number(battery, "CycleCount")),
         .voltageMv = rounded(number(battery, "Voltage")),
         .currentMa = rounded(number(battery, "Amperage")),

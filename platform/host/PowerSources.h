@@ -29,6 +29,8 @@ struct BatteryControllerRecord {
     std::optional<std::int64_t> chargeNowMah = {};
     std::optional<std::int64_t> chargeFullMah = {};   ///< what it holds at most by now; above 0
     std::optional<std::int64_t> chargeDesignMah = {}; ///< what it was made to hold; above 0
+    /// What it holds now, where the system tells an energy; else its charge times its voltage.
+    std::optional<std::int64_t> energyNowMwh = {};
     std::optional<std::int64_t> cycles = {};
     std::optional<std::int64_t> voltageMv = {};
     std::optional<std::int64_t> currentMa = {};                   ///< negative while it is drained

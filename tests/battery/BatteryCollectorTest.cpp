@@ -1,5 +1,7 @@
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "daemon/BatteryService.h"
+#include "daemon/HistoryQuestions.h"
+#include "daemon/MeridalHistory.h"
 #include "daemon/ZAVPowerManager.h"
 #include "database/HistoryDatabaseController.h"
 #include "tests/support/FakeHost.h"
@@ -17,18 +19,22 @@ using enum PowerSupplyState;
 /// A laptop, with what the daemon has of its battery, in real files.
 struct BatteryCollectorTest : testing::Test {
     struct Daemon {
-        explicit Daemon(FakeMachine& machine) : databases(machine.context), power(machine.context)
+        explicit Daemon(FakeMachine& machine)
+            : databases(machine.context), power(machine.context), methods(machine.runtime.mainQueue())
         {
             machine.context.databases = &databases;
             collector = std::make_unique<BatteryStatCollectorMac>(machine.context);
             service = std::make_unique<BatteryService>(machine.context, *collector, power);
             service->prepare();
+            service->addTo(methods, catalogue);
             machine.runtime.runDue();
         }
         HistoryDatabaseController databases;
         ZAVPowerManager power;
         std::unique_ptr<BatteryStatCollectorMac> collector;
         std::unique_ptr<BatteryService> service;
+        MeridalHistory methods;
+        HistoryCatalogue catalogue;
     };
 
     BatteryCollectorTest() { describe(Battery); }
@@ -83,6 +89,49 @@ struct BatteryCollectorTest : testing::Test {
             values.insert(values.begin(), row["value"].get<double>());
         }
         return values;
+    }
+
+    /// Adds this to what the pack holds, of 45 Wh, and says so.
+    void charge(int milliwattHours)
+    {
+        constexpr int full = 45'000;
+        const std::int64_t now = pack.controller->energyNowMwh.value_or(full) + milliwattHours;
+        pack.controller->energyNowMwh = now;
+        pack.controller->chargeNowMah = now / 10;
+        pack.chargePercent = static_cast<int>(now * 100 / full);
+        sources().records = {pack};
+    }
+    std::vector<double> ratesOf(const Value& parameters)
+    {
+        std::vector<double> rates;
+        Value question = parameters;
+        for (bool more = true; more;) {
+            const Value page = ask(&BatteryService::sleeps, question).value();
+            for (const Value& sleep : page["sleeps"]) {
+                rates.push_back(number(sleep, "percentPerHour").value_or(-1));
+            }
+            more = page["more"].get<bool>();
+            question["after"] = more ? page["next"] : Value();
+        }
+        return rates;
+    }
+    /// Series and their newest value in the finest resolution that is stored.
+    std::map<std::string, std::optional<double>> series()
+    {
+        const HistoryQuestions questions(daemon->catalogue);
+        std::map<std::string, std::optional<double>> latest;
+        const Value listed = questions.series(nullptr).value();
+        for (const Value& one : listed["series"]) {
+            const std::string name = one["series"];
+            questions.samples({{"series", name}}, {}, [&](const Result<Value>& page) {
+                const Value& samples = (*page)["samples"];
+                latest[name] = samples.empty() || samples.back()["values"][0].is_null()
+                    ? std::nullopt
+                    : std::optional(samples.back()["values"][0].get<double>());
+            });
+            machine.runtime.runDue();
+        }
+        return latest;
     }
 
     FakeMachine machine;
@@ -255,6 +304,97 @@ TEST_F(BatteryCollectorTest, AUPSThatChangesByItselfIsRecordedAndTimedByItself)
     const Value batteries = state()["batteries"];
     EXPECT_NEAR(batteries[0]["awakeOnSource"].get<double>(), 30, 0.01);
     EXPECT_NEAR(batteries[1]["awakeOnSource"].get<double>(), 80, 0.01) << "its own sleep, and no other's";
+}
+
+TEST_F(BatteryCollectorTest, ChargeAndPowerAreRecordedWithAReadingAMinute)
+{
+    sources().records.clear();
+    start();
+    machine.runtime.advance(600);
+    EXPECT_TRUE(series().empty());
+    EXPECT_FALSE(std::filesystem::exists(machine.context.paths.support / "battery-history-long.db"));
+    describe(Battery);
+    const auto readings = [this](double seconds) {
+        const int before = sources().asked;
+        machine.runtime.advance(seconds);
+        return sources().asked - before;
+    };
+    EXPECT_NEAR(readings(600), 10, 1);
+    using Series = std::map<std::string, std::optional<double>>;
+    EXPECT_EQ(series(), (Series{{"battery/charge", 60}, {"battery/power", -6}})) << "12 V at -500 mA";
+    pack.controller->currentMa = 0;
+    pack.charged = true;
+    describe(AC);
+    EXPECT_LE(readings(600), 2) << "nothing moves";
+    EXPECT_EQ(series().at("battery/power"), 0);
+
+    PowerSourceRecord second = pack;
+    second.serial = "D2";
+    second.chargePercent = 80;
+    sources().change({pack, second});
+    machine.runtime.advance(60);
+    EXPECT_EQ(series(),
+        (Series{{"battery/charge", 70}, {"battery/power", 0}, {"battery/charge/InternalBattery-0 D1", 60},
+            {"battery/power/InternalBattery-0 D1", 0}, {"battery/charge/InternalBattery-0 D2", 80},
+            {"battery/power/InternalBattery-0 D2", 0}}));
+    daemon->service->setRecording(false);
+    EXPECT_LE(readings(600), 0);
+    sources().records.clear();
+    start();
+    EXPECT_EQ(series().size(), 6U) << "what was recorded can be read without its battery";
+}
+
+TEST_F(BatteryCollectorTest, ASleepIsKeptWithWhatItTook)
+{
+    pack.controller->chargeFullMah = 4500;
+    charge(0);
+    start();
+    constexpr double hour = 3600;
+    const auto sleepWith = [this](double seconds, int milliwattHours) {
+        machine.powerMessages().send(PowerMessage::SystemWillSleep);
+        machine.runtime.sleepMachine(seconds);
+        charge(milliwattHours);
+        machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
+        machine.runtime.advance(60);
+    };
+    sleepWith(8 * hour, -3600); // 8 %
+    sleepWith(2 * hour, -4500); // 10 %
+    sleepWith(0, 0);            // called off
+    sleepWith(hour / 2, -4500);
+    sleepWith(4 * hour, -450);
+    pack.supply = AC;
+    sleepWith(8 * hour, 9000); // plugged in before
+    pack.supply = Battery;
+    charge(0);
+    sleepWith(3 * hour, -100);
+    const Value newest = ask(&BatteryService::sleeps).value();
+    ASSERT_EQ(newest["sleeps"].size(), 6U);
+    Value first = newest["sleeps"][5];
+    EXPECT_NEAR(first["end"].get<double>() - first["start"].get<double>(), 8 * hour, 1e-3);
+    for (const char* changing : {"row", "start", "end"}) {
+        first.erase(changing);
+    }
+    EXPECT_EQ(first,
+        (Value{{"onBattery", true}, {"chargeBefore", 100.0}, {"chargeAfter", 92.0}, {"energyBefore", 45000.0},
+            {"energyAfter", 41400.0}, {"percentPerHour", 1.0}, {"power", -0.45}}));
+    const Figures byTime = {0.07, -1, 0.25, 20, 5, 1};
+    EXPECT_EQ(ratesOf(nullptr), byTime);
+    EXPECT_EQ(ratesOf({{"limit", 2}}), byTime);
+    for (const std::size_t limit : {1U, 3U, 50U}) {
+        EXPECT_EQ(ratesOf({{"worst", true}, {"limit", limit}}), Figures({5, 1, 0.25, 0.07})) << limit;
+    }
+    EXPECT_EQ(ratesOf({{"from", newest["sleeps"][1]["start"]}}), Figures({0.07, -1}));
+    pack.serial = "another pack";
+    machine.powerMessages().send(PowerMessage::SystemWillSleep);
+    machine.runtime.sleepMachine(hour);
+    sources().records.clear();
+    machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
+    start();
+    EXPECT_EQ(ratesOf(nullptr), byTime) << "nobody knows what that took";
+    for (const char* wrong : {R"({"limit":501})", R"({"worst":1})", R"({"after":"x"})", R"({"from":[]})"}) {
+        const auto refused = ask(&BatteryService::sleeps, parseUntrusted(wrong).value());
+        EXPECT_TRUE(!refused && refused.error().code == ErrorCode::InvalidArgument) << wrong;
+    }
 }
 
 TEST_F(BatteryCollectorTest, PeripheralsAreReadOnlyForWhoAsksAndNotTooOften)

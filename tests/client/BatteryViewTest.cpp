@@ -60,6 +60,21 @@ TEST(BatteryView, WithoutABatteryThereIsOneLine)
             + "\nConnected devices\nMouse?[2J                     40 %\nPad                           Low, charging\n");
 }
 
+TEST(BatteryView, SleepsAreListedWithWhatTheyTook)
+{
+    const Value night = {{"row", 2}, {"start", 0}, {"end", 27000}, {"onBattery", true}, {"chargeBefore", 81.25},
+        {"chargeAfter", 74}, {"energyBefore", 40000}, {"energyAfter", 36500}, {"percentPerHour", 0.97},
+        {"power", -0.47}};
+    const Value docked = {{"row", 1}, {"start", 0}, {"end", 600}, {"onBattery", false}, {"chargeBefore", 100}};
+    const std::string text = shown({{"batteries", Value::array()}, {"sleeps", {night, docked}}});
+    for (const char* part : {"FELL ASLEEP", "  7 h 30 min  81.25 to 74 %       0.97 % an hour, 0.47 W\n",
+             "10 min 0 s  100 to ?            on AC power\n"}) {
+        EXPECT_THAT(text, HasSubstr(part));
+    }
+    EXPECT_THAT(
+        shown({{"batteries", Value::array()}, {"sleeps", Value::array()}}), HasSubstr("no sleep has been recorded\n"));
+}
+
 TEST(BatteryView, HistoryIsAStepLineABatteryWithItsChangesBelow)
 {
     constexpr double day = 86'400;

@@ -29,6 +29,7 @@ TEST(SysfsPowerSources, ALaptopThatReportsEnergy)
         .controller = BatteryControllerRecord{.chargeNowMah = 3508,
             .chargeFullMah = 4385,
             .chargeDesignMah = 5000,
+            .energyNowMwh = 40'000,
             .cycles = 123,
             .voltageMv = 12000,
             .currentMa = -666}};
@@ -59,6 +60,7 @@ TEST(SysfsPowerSources, ALaptopThatReportsChargeAndItsOwnSignOfTheCurrent)
     using namespace std::chrono_literals;
     const auto battery = laptop.only();
     EXPECT_TRUE(battery.supply == AC && battery.chargePercent == 50 && battery.currentMa == 1000);
+    EXPECT_EQ(battery.controller->energyNowMwh, 15'200);
     EXPECT_EQ(battery.toFull, TimeEstimate{120});
     EXPECT_EQ(battery.verdict, BatteryVerdict::Good);
     EXPECT_EQ(battery.controller->chargeFullMah, 4000);
@@ -109,7 +111,7 @@ TEST(SysfsPowerSources, FirmwareThatDoesNotKnowOrLiesIsNotBelieved)
         .supply = Battery,
         .toEmpty = TimeEstimate(),
         .voltageMv = 12000,
-        .controller = BatteryControllerRecord{.chargeNowMah = 3333, .voltageMv = 12000}};
+        .controller = BatteryControllerRecord{.chargeNowMah = 3333, .energyNowMwh = 40'000, .voltageMv = 12000}};
     EXPECT_EQ(laptop.only(), expected);
     laptop.setEvent("BAT0",
         {{"TYPE", "Battery"}, {"STATUS", "Discharging"}, {"ENERGY_NOW", "40000000"}, {"POWER_NOW", "10"},

@@ -69,8 +69,9 @@ TEST(PowerDictionaries, CapacitiesAreMilliampereHoursOnEveryMac)
     expect({{"MaxCapacity", 4100}, {"CurrentCapacity", 2000}, {"DesignCapacity", 4790}, {"CycleCount", 211}},
         {.chargeNowMah = 2000, .chargeFullMah = 4100, .chargeDesignMah = 4790, .cycles = 211});
     expect({{"MaxCapacity", 100}, {"CurrentCapacity", 71}, {"AppleRawMaxCapacity", 4210},
-               {"AppleRawCurrentCapacity", 2991}, {"BatterySerialNumber", "F8Y"}, {"Amperage", -1320}},
-        {.chargeNowMah = 2991, .chargeFullMah = 4210, .currentMa = -1320});
+               {"AppleRawCurrentCapacity", 2991}, {"BatterySerialNumber", "F8Y"}, {"Amperage", -1320},
+               {"Voltage", 12'000}},
+        {.chargeNowMah = 2991, .chargeFullMah = 4210, .energyNowMwh = 35'892, .voltageMv = 12'000, .currentMa = -1320});
     expect({{"MaxCapacity", 100}, {"CurrentCapacity", 71}, {"Voltage", 11890},
                {"BatteryData", {{"DesignCapacity", 6075}, {"NominalChargeCapacity", 5900}}}},
         {.chargeFullMah = 5900, .chargeDesignMah = 6075, .voltageMv = 11890});

@@ -169,6 +169,10 @@ class PowerTest(mock_bus.BusTest):
             def sources():
                 return [row["value"] for row in client.call("battery.history", {"figure": "source"})["rows"]]
 
+            series = client.call("history.series", {"collector": "battery"})["series"]
+            self.assertEqual([(s["series"], s["unit"]) for s in series], [("battery/charge", "%"), ("battery/power", "W")])
+            self.assertEqual(client.call("battery.sleeps", {"worst": True}), {"sleeps": [], "more": False})
+
             bed.set_attribute(battery, "status", "Discharging")
             bed.set_attribute(adapter, "online", "0")
             self.uevent(bed, adapter, "change")
@@ -177,6 +181,7 @@ class PowerTest(mock_bus.BusTest):
             until(lambda: client.call("battery.state")["batteries"][0]["state"] == 2, "the state")
             until(lambda: sources() == [0, 1], "both sources in the file")
             self.assertIn("on battery", self.ctl("battery"))
+            self.assertIn("no sleep has been recorded", self.ctl("battery", "--sleeps"))
             self.assertIn("88 %, 4400 of 5000 mAh", self.ctl("battery", "--history"))
             self.assertEqual(json.loads(self.ctl("battery", "--json", "--history"))["history"]["cycles"][0]["value"], 123)
         self.assertEqual(self.rows("select uuid, health from battery_health", "battery-history.db"), [("5B10W 77", 88)])

@@ -118,7 +118,11 @@ private:
 /// Power sources that a test describes.
 class FakePowerSources final : public PowerSources {
 public:
-    std::vector<PowerSourceRecord> sources() override { return records; }
+    std::vector<PowerSourceRecord> sources() override
+    {
+        ++asked;
+        return records;
+    }
     std::unique_ptr<Observation> observe(std::function<void()> changed) override
     {
         return observers.add(std::move(changed));
@@ -131,6 +135,7 @@ public:
     }
 
     std::vector<PowerSourceRecord> records;
+    int asked = 0;
     Observers<Observation> observers;
 };
 

@@ -184,15 +184,30 @@ std::optional<double> PowerSupply::milliamperes() const
     return status_ == "Charging" ? amount : *current;
 }
 
+/// µV that the pack was designed for, where that is told.
+std::optional<double> PowerSupply::nominalVolts() const
+{
+    const auto microvolts = positive(figure("voltage_min_design"));
+    return microvolts ? scaled(microvolts, unitOf(microvolts, smallestVoltage)) : volts();
+}
+
 std::optional<double> PowerSupply::milliampereHours(std::string_view name) const
 {
     if (const auto amount = charge(name)) {
         return scaled(amount, 1 / milli);
     }
-    auto microvolts = positive(figure("voltage_min_design"));
-    microvolts = microvolts ? scaled(microvolts, unitOf(microvolts, smallestVoltage)) : volts();
-    return both(energy(name), microvolts,
+    return both(energy(name), nominalVolts(),
         [](double microwattHours, double microvolt) { return microwattHours / microvolt * milli; });
+}
+
+std::optional<double> PowerSupply::milliwattHours(std::string_view name) const
+{
+    if (const auto amount = energy(name)) {
+        return scaled(amount, 1 / milli);
+    }
+    constexpr double inMilliwattHours = 1e-9; // µAh times µV
+    return both(charge(name), nominalVolts(),
+        [](double microampereHours, double microvolt) { return microampereHours * microvolt * inMilliwattHours; });
 }
 
 /// Hours that a charge (µAh) or an energy (µWh) takes at the present rate.

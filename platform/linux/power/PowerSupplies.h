@@ -45,6 +45,9 @@ public:
     std::optional<double> milliamperes() const;
     /// A charge in mAh: charge_NAME, or energy_NAME divided by the voltage that the pack was designed for.
     std::optional<double> milliampereHours(std::string_view name) const;
+    /// An energy in mWh: energy_NAME, or charge_NAME times that voltage, which unlike the present one does not change with
+    /// the load.
+    std::optional<double> milliwattHours(std::string_view name) const;
     /// Minutes until empty or full at the present rate. Absent when there is no rate.
     std::optional<double> minutesToEmpty() const;
     std::optional<double> minutesToFull() const;
@@ -52,6 +55,7 @@ public:
 private:
     void prepare();
     std::optional<double> volts() const;
+    std::optional<double> nominalVolts() const;
     std::optional<double> charge(std::string_view name) const;
     std::optional<double> energy(std::string_view name) const;
     std::optional<double> current() const;

@@ -96,9 +96,11 @@ std::optional<std::chrono::year_month_day> dayOfManufacture(const PowerSupply& s
 BatteryControllerRecord controllerOf(const PowerSupply& supply)
 {
     const auto now = supply.milliampereHours("now");
+    const auto energy = supply.milliwattHours("now");
     return {.chargeNowMah = now && *now >= 0 ? whole(now) : std::nullopt,
         .chargeFullMah = aboveZero(supply.milliampereHours("full")),
         .chargeDesignMah = aboveZero(supply.milliampereHours("full_design")),
+        .energyNowMwh = energy && *energy >= 0 ? whole(energy) : std::nullopt,
         .cycles = aboveZero(supply.figure("cycle_count")), // controllers that do not count say 0
         .voltageMv = whole(supply.millivolts()),
         .currentMa = whole(supply.milliamperes()),
