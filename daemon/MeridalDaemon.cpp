@@ -244,6 +244,7 @@ void MeridalDaemon::updateNetwork()
 {
     context_.runtime.after(networkInterval, lifetime_.guard([this] { updateNetwork(); }));
     services_.network.update();
+    services_.machine.networkWasRead();
 }
 
 void MeridalDaemon::startMonitoringNetworkActivity() { services_.traffic.start(); }

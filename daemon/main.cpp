@@ -19,6 +19,7 @@
 #include "daemon/BatteryService.h"
 #include "daemon/DiskService.h"
 #include "daemon/HistoryQuestions.h"
+#include "daemon/MachineDescription.h"
 #include "daemon/MachineService.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
@@ -33,6 +34,7 @@
 #include "daemon/transport/UnixSocketListener.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
+#include "platform/PlatformController.h"
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
 
@@ -193,6 +195,7 @@ int serve(Context& context, const Options& options)
     uptime.addTo(history);
     disks.addTo(history, catalogue);
     machine.addTo(history, catalogue);
+    addMachineDescription(history, context, PlatformController::sharedPlatformController());
     Watches watches(runtime, history);
     machine.addTo(watches);
     HistoryQuestions historyQuestions(catalogue);

@@ -47,6 +47,7 @@ inline constexpr char sensorsList[] = "sensors.list";
 inline constexpr char disksList[] = "disks.list";
 inline constexpr char machineState[] = "machine.state";
 inline constexpr char machineWatch[] = "machine.watch";
+inline constexpr char machineInfo[] = "machine.info";
 inline constexpr char batteryState[] = "battery.state";
 inline constexpr char batteryHistory[] = "battery.history";
 
