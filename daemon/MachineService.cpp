@@ -36,7 +36,13 @@ Value describe(const FileSystemRecord& record)
 } // namespace
 
 MachineService::MachineService(Context& context)
-    : context_(context), processors_(context), memory_(context), pressure_(context), blockDevices_(context)
+    : context_(context)
+    , processors_(context)
+    , memory_(context)
+    , pressure_(context)
+    , blockDevices_(context)
+    , graphics_(context)
+    , interfaces_(context)
 {
 }
 
@@ -52,9 +58,10 @@ void MachineService::start()
 void MachineService::setRecording(bool recording)
 {
     isRecording_ = recording;
-    for (MachineStatCollector* each : collectors_) {
+    for (MachineStatCollector* each : read_) {
         each->history().setRecording(recording);
     }
+    interfaces_.history().setRecording(recording);
     if (isStarted_) {
         schedule();
     }
@@ -84,21 +91,28 @@ void MachineService::read()
 {
     lastRead_ = context_.runtime.monotonicTime();
     state_.reset();
-    for (MachineStatCollector* each : collectors_) {
+    for (MachineStatCollector* each : read_) {
         each->updateStats();
         each->updateHistory();
     }
+    interfaces_.updateHistory();
 }
 
 Result<Value> MachineService::state(const Value& given)
 {
-    if (Parameters parameters(given); !parameters.valid()) {
+    Parameters parameters(given);
+    const bool withAll = parameters.flag("all");
+    if (!parameters.valid()) {
         return parameters.failure();
     }
     lastAsked_ = context_.runtime.monotonicTime();
     readUnlessNewerThan(askedInterval);
     schedule();
-    return *latestState();
+    Value state = *latestState();
+    if (withAll) {
+        state["disks"] = blockDevices_.stateOfAll();
+    }
+    return state;
 }
 
 void MachineService::readUnlessNewerThan(double seconds)
@@ -118,7 +132,8 @@ const std::shared_ptr<const Value>& MachineService::latestState()
         listFileSystems();
         state_ = std::make_shared<const Value>(
             Value{{"time", context_.runtime.wallTime()}, {"cpu", processors_.state()}, {"memory", memory_.state()},
-                {"pressure", pressure_.state()}, {"disks", blockDevices_.state()}, {"fileSystems", fileSystems_}});
+                {"pressure", pressure_.state()}, {"disks", blockDevices_.state()}, {"fileSystems", fileSystems_},
+                {"network", interfaces_.state()}, {"gpus", graphics_.state()}, {"memoryKills", memory_.kills()}});
     }
     return state_;
 }
@@ -147,9 +162,10 @@ void MachineService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
             context_.runtime.after(askedInterval,
                 lifetime_.guard([this, parameters, reply = std::move(reply)] { reply(state(parameters)); }));
         });
-    for (MachineStatCollector* each : collectors_) {
+    for (MachineStatCollector* each : read_) {
         each->addTo(catalogue);
     }
+    interfaces_.addTo(catalogue);
 }
 
 void MachineService::addTo(Watches& watches)

@@ -5,6 +5,8 @@
 #include "base/Runtime.h"
 #include "base/Value.h"
 #include "collectors/machine/BlockDeviceStatCollector.h"
+#include "collectors/machine/GraphicsStatCollector.h"
+#include "collectors/machine/InterfaceStatCollector.h"
 #include "collectors/machine/MemoryStatCollector.h"
 #include "collectors/machine/PressureStatCollector.h"
 #include "collectors/machine/ProcessorStatCollector.h"
@@ -31,12 +33,15 @@ public:
     void start();
     /// Whether the figures are recorded. Without a record they are read for who asks only, and for a minute after.
     void setRecording(bool recording);
+    /// Compares the interfaces' counters, which the account of bandwidth has just read, with those of before.
+    void networkWasRead() { interfaces_.updateStats(); }
     /// Adds the method below, and the history of the figures. It must outlive both.
     void addTo(MeridalHistory& methods, HistoryCatalogue& catalogue);
     /// Adds "machine.watch", which tells the same as the method below. It must outlive this as well.
     void addTo(Watches& watches);
 
-    /// "machine.state": all figures of the latest reading, which is a second old at most. No parameters.
+    /// "machine.state": all figures of the latest reading, which is a second old at most, those of the network two. With
+    /// "all" also of block devices that are no whole disks.
     Result<Value> state(const Value& parameters);
 
     static constexpr double recordInterval = 6; ///< s
@@ -56,7 +61,9 @@ private:
     MemoryStatCollector memory_;
     PressureStatCollector pressure_;
     BlockDeviceStatCollector blockDevices_;
-    const std::array<MachineStatCollector*, 4> collectors_ = {&processors_, &memory_, &pressure_, &blockDevices_};
+    GraphicsStatCollector graphics_;
+    InterfaceStatCollector interfaces_;
+    const std::array<MachineStatCollector*, 5> read_ = {&processors_, &memory_, &pressure_, &blockDevices_, &graphics_};
     Value fileSystems_ = Value::array();
     std::shared_ptr<const Value> state_; ///< of the latest reading; null until somebody wants it
     std::unique_ptr<Timer> timer_;

@@ -265,6 +265,7 @@ void MeridalDaemon::updateNetwork()
 {
     context_.runtime.after(networkInterval, lifetime_.guard([this] { updateNetwork(); }));
     services_.network.update();
+    services_.machine.networkWasRead();
 }
 
 bool MeridalDaemon::startMonitoringNetworkActivity()

@@ -23,6 +23,7 @@
 #include "daemon/ConfigurationService.h"
 #include "daemon/DiskService.h"
 #include "daemon/HistoryQuestions.h"
+#include "daemon/MachineDescription.h"
 #include "daemon/MachineService.h"
 #include "daemon/MeridalDaemon.h"
 #include "daemon/MeridalHistory.h"
@@ -38,6 +39,7 @@
 #include "daemon/transport/UnixSocketListener.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/Context.h"
+#include "platform/PlatformController.h"
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
 
@@ -209,6 +211,7 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     uptime.addTo(history);
     disks.addTo(history, catalogue);
     machine.addTo(history, catalogue);
+    addMachineDescription(history, context, PlatformController::sharedPlatformController());
     Watches watches(runtime, history);
     machine.addTo(watches);
     applications.addTo(

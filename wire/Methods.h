@@ -51,6 +51,7 @@ inline constexpr char machineWatch[] = "machine.watch";
 inline constexpr char groupsHistory[] = "groups.history";
 inline constexpr char groupsTotals[] = "groups.totals";
 inline constexpr char groupsWatch[] = "groups.watch";
+inline constexpr char machineInfo[] = "machine.info";
 inline constexpr char batteryState[] = "battery.state";
 inline constexpr char batteryHistory[] = "battery.history";
 inline constexpr char batterySleeps[] = "battery.sleeps";

@@ -16,6 +16,21 @@ const std::vector<std::string> latencyColumns = {"readtime", "writetime"};
 const std::vector<std::string> busyColumns = {"busy"};
 const std::vector<std::string> queueColumns = {"queue"};
 
+const char* wordFor(BlockDeviceKind kind)
+{
+    switch (kind) {
+    case BlockDeviceKind::Disk:
+        return "disk";
+    case BlockDeviceKind::Partition:
+        return "partition";
+    case BlockDeviceKind::Mapped:
+        return "mapped";
+    case BlockDeviceKind::Memory:
+        break;
+    }
+    return "memory";
+}
+
 } // namespace
 
 BlockDeviceStatCollector::BlockDeviceStatCollector(Context& context)
@@ -33,22 +48,22 @@ void BlockDeviceStatCollector::read(double monotonicTime)
     }
     std::map<std::string, Device> before = std::exchange(devices_, {});
     for (const BlockDeviceRecord& record : *records) {
-        if (record.kind != BlockDeviceKind::Disk) {
-            continue;
-        }
         Device& device = devices_[record.name];
         BlockDeviceRates rates;
         if (const auto known = before.find(record.name); known != before.end()) {
             const auto& earlier = known->second.reading;
             rates = blockDeviceRates(earlier.reading, record, monotonicTime - earlier.time);
             device.samples = std::move(known->second.samples);
-        } else {
+        }
+        if (!device.samples && record.kind == BlockDeviceKind::Disk) {
             device.samples = history().item(record.name);
         }
         device.reading = {record, monotonicTime};
         device.figures = {rates.readBytes, rates.writtenBytes, rates.reads, rates.writes, rates.readMs, rates.writeMs,
             rates.busy, rates.queue};
-        device.samples->addSample(context().runtime.wallTime(), device.figures);
+        if (device.samples) {
+            device.samples->addSample(context().runtime.wallTime(), device.figures);
+        }
     }
 }
 
@@ -59,9 +74,24 @@ Value BlockDeviceStatCollector::state() const
     }
     Value state = Value::array();
     for (const auto& [name, device] : devices_) {
-        Value one = named(device.figures);
-        one["name"] = name;
-        state.push_back(std::move(one));
+        if (device.samples) {
+            state.push_back(named(device.figures));
+            state.back()["name"] = name;
+        }
+    }
+    return state;
+}
+
+Value BlockDeviceStatCollector::stateOfAll() const
+{
+    if (!isRead_) {
+        return nullptr;
+    }
+    Value state = Value::array();
+    for (const auto& [name, device] : devices_) {
+        state.push_back(named(device.figures));
+        state.back()["name"] = name;
+        state.back()["kind"] = wordFor(device.reading.reading.kind);
     }
     return state;
 }
@@ -72,7 +102,9 @@ void BlockDeviceStatCollector::addTo(HistoryCatalogue& catalogue)
         catalogue.add(name, history(), [this, unit, &columns] {
             std::vector<HistorySeries> series;
             for (const auto& [device, latest] : devices_) {
-                series.push_back({.key = device, .name = device, .unit = unit, .values = columns});
+                if (latest.samples) {
+                    series.push_back({.key = device, .name = device, .unit = unit, .values = columns});
+                }
             }
             return series;
         });

@@ -12,19 +12,21 @@ namespace meridal {
 
 class SampleStorages;
 
-/// Disks as the kernel sees them: what is read and written, how long that takes, how busy they are. Whole disks, and not
-/// what is made of them or lies in memory.
+/// Disks as the kernel sees them: what is read and written, how long that takes, how busy they are. Recorded are whole
+/// disks, and not what is made of them or lies in memory.
 class BlockDeviceStatCollector final : public MachineStatCollector {
 public:
     explicit BlockDeviceStatCollector(Context& context);
     Value state() const override;
+    /// The same with partitions, mapped devices and those in memory; each tells its "kind".
+    Value stateOfAll() const;
     void addTo(HistoryCatalogue& catalogue) override;
 
 private:
     struct Device {
         Timed<BlockDeviceRecord> reading;
         std::vector<Figure> figures;             ///< by column
-        std::shared_ptr<SampleStorages> samples; ///< recorded as long as it is there
+        std::shared_ptr<SampleStorages> samples; ///< recorded as long as it is there; null when it is no whole disk
     };
 
     void read(double monotonicTime) override;

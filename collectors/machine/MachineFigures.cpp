@@ -135,4 +135,29 @@ BlockDeviceRates blockDeviceRates(const BlockDeviceRecord& before, const BlockDe
             waited && seconds > 0 ? std::optional(static_cast<double>(*waited) / nsPerSecond / seconds) : std::nullopt};
 }
 
+InterfaceRates interfaceRates(const InterfaceRecord& before, const InterfaceRecord& now, double seconds)
+{
+    if (before.index != now.index || !before.hasCounters || !now.hasCounters) {
+        return {};
+    }
+    // All began anew when one did: another device may be behind the name.
+    const bool restarted = now.bytesReceived < before.bytesReceived || now.bytesSent < before.bytesSent
+        || now.packetsReceived < before.packetsReceived || now.packetsSent < before.packetsSent;
+    if (restarted) {
+        return {};
+    }
+    return {.receivedBytes = perSecond(before.bytesReceived, now.bytesReceived, seconds),
+        .sentBytes = perSecond(before.bytesSent, now.bytesSent, seconds),
+        .receivedPackets = perSecond(before.packetsReceived, now.packetsReceived, seconds),
+        .sentPackets = perSecond(before.packetsSent, now.packetsSent, seconds),
+        .errors = perSecond(before.errorsReceived + before.errorsSent, now.errorsReceived + now.errorsSent, seconds),
+        .dropped = perSecond(before.dropsReceived + before.dropsSent, now.dropsReceived + now.dropsSent, seconds)};
+}
+
+std::optional<double> awakeShare(const Timed<std::uint64_t>& asleepBefore, const Timed<std::uint64_t>& asleepNow)
+{
+    const auto asleep = share(asleepBefore.reading, asleepNow.reading, asleepNow.time - asleepBefore.time);
+    return asleep ? std::optional(100 - *asleep) : std::nullopt;
+}
+
 } // namespace meridal

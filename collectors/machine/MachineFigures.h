@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/host/MachineCounters.h"
+#include "platform/host/NetworkInterfaces.h"
 
 #include <cstdint>
 #include <map>
@@ -68,5 +69,19 @@ struct BlockDeviceRates {
     std::optional<double> queue = {}; ///< requests under way, in the mean
 };
 BlockDeviceRates blockDeviceRates(const BlockDeviceRecord& before, const BlockDeviceRecord& now, double seconds);
+
+/// What an interface did between two readings, a second. Absent where its counters began anew, or are another's.
+struct InterfaceRates {
+    std::optional<double> receivedBytes = {};
+    std::optional<double> sentBytes = {};
+    std::optional<double> receivedPackets = {};
+    std::optional<double> sentPackets = {};
+    std::optional<double> errors = {}; ///< both ways
+    std::optional<double> dropped = {};
+};
+InterfaceRates interfaceRates(const InterfaceRecord& before, const InterfaceRecord& now, double seconds);
+
+/// % of the time in which something did not sleep, by a counter of its sleep, ns.
+std::optional<double> awakeShare(const Timed<std::uint64_t>& asleepBefore, const Timed<std::uint64_t>& asleepNow);
 
 } // namespace meridal

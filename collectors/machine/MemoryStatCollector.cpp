@@ -14,6 +14,19 @@ const std::vector<std::string> memoryColumns = {
 const std::vector<std::string> swapColumns = {"swapused"};
 const std::vector<std::string> pagingColumns = {"swapin", "swapout"};
 
+const char* wordFor(MemoryPressureLevel level)
+{
+    switch (level) {
+    case MemoryPressureLevel::Normal:
+        return "normal";
+    case MemoryPressureLevel::Warning:
+        return "warning";
+    case MemoryPressureLevel::Critical:
+        break;
+    }
+    return "critical";
+}
+
 std::optional<std::uint64_t> slabOf(const MemoryReading& memory)
 {
     const auto& pinned = memory.slabUnreclaimable;
@@ -24,6 +37,7 @@ std::optional<std::uint64_t> slabOf(const MemoryReading& memory)
 
 MemoryStatCollector::MemoryStatCollector(Context& context)
     : MachineStatCollector(context, "memory", {memoryColumns, swapColumns, pagingColumns}, StorageType::Collector)
+    , kills_(context, history().traits().dbpath)
 {
 }
 
@@ -34,6 +48,7 @@ void MemoryStatCollector::read(double monotonicTime)
         reading_.reset();
         return note({});
     }
+    kills_.update(reading->outOfMemoryKills);
     const auto before = std::exchange(reading_, Timed<MemoryReading>{*reading, monotonicTime});
     const SwapRates rates = before ? swapRates(*before, *reading_) : SwapRates();
     const std::uint64_t used = reading->total - std::min(reading->total, reading->available);
@@ -53,11 +68,16 @@ Value MemoryStatCollector::state() const
     state["total"] = reading.total;
     state["swaptotal"] = reading.swapTotal;
     state["swapused"] = reading.swapUsed;
-    if (reading.hugePages) {
-        state["hugepages"] = *reading.hugePages;
-    }
-    if (reading.outOfMemoryKills) {
-        state["oomkills"] = *reading.outOfMemoryKills;
+    put(state, "slabreclaimable", reading.slabReclaimable);
+    put(state, "slabunreclaimable", reading.slabUnreclaimable);
+    put(state, "compressedcontents", reading.compressedContents);
+    put(state, "ramdisks", reading.ramDisks);
+    put(state, "ramdiskcontents", reading.ramDiskContents);
+    put(state, "hugepages", reading.hugePages);
+    put(state, "hugepagesfree", reading.hugePagesFree);
+    put(state, "oomkills", reading.outOfMemoryKills);
+    if (reading.pressureLevel) {
+        state["pressurelevel"] = wordFor(*reading.pressureLevel);
     }
     return state;
 }

@@ -2,6 +2,7 @@
 
 #include "collectors/machine/MachineFigures.h"
 #include "collectors/machine/MachineStatCollector.h"
+#include "collectors/machine/MemoryKillRecord.h"
 
 #include <optional>
 
@@ -12,12 +13,15 @@ class MemoryStatCollector final : public MachineStatCollector {
 public:
     explicit MemoryStatCollector(Context& context);
     Value state() const override;
+    /// Those who were killed for want of memory, the latest last.
+    Value kills() const { return kills_.state(); }
     void addTo(HistoryCatalogue& catalogue) override;
 
 private:
     void read(double monotonicTime) override;
 
     std::optional<Timed<MemoryReading>> reading_;
+    MemoryKillRecord kills_;
 };
 
 } // namespace meridal

@@ -5,6 +5,7 @@
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/FileSystems.h"
+#include "platform/host/GraphicsUnits.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineCounters.h"
 #include "platform/host/MachineInfo.h"
@@ -36,6 +37,7 @@ struct Host {
     std::unique_ptr<MachineInfo> machine;
     std::unique_ptr<ClockSource> clockSource;
     std::unique_ptr<MachineCounters> machineCounters;
+    std::unique_ptr<GraphicsUnits> graphics;
     std::unique_ptr<FileSystems> fileSystems;
     std::unique_ptr<ProcessSource> processes;
     std::unique_ptr<ProcessVisibility> processVisibility;

@@ -42,6 +42,9 @@ struct ProcessorReading {
     bool operator==(const ProcessorReading&) const = default;
 };
 
+/// What the system itself says of how short memory is.
+enum class MemoryPressureLevel { Normal, Warning, Critical };
+
 /// Bytes unless said otherwise.
 struct MemoryReading {
     std::uint64_t total = 0;
@@ -56,7 +59,12 @@ struct MemoryReading {
     std::optional<std::uint64_t> writeback = {};
     std::optional<std::uint64_t> wired = {};      ///< macOS: cannot be moved out
     std::optional<std::uint64_t> compressed = {}; ///< what the compressed store takes: zswap, macOS's compressor
-    std::optional<std::uint64_t> hugePages = {};  ///< set aside for them
+    std::optional<std::uint64_t> compressedContents = {}; ///< what is in that store, as large as it was before
+    std::optional<std::uint64_t> ramDisks = {};           ///< what compressed RAM disks (zram) take
+    std::optional<std::uint64_t> ramDiskContents = {};
+    std::optional<std::uint64_t> hugePages = {};     ///< set aside for them
+    std::optional<std::uint64_t> hugePagesFree = {}; ///< of those, the ones that nobody uses
+    std::optional<MemoryPressureLevel> pressureLevel = {};
     std::uint64_t swapTotal = 0;
     std::uint64_t swapUsed = 0;
     // Since the boot
@@ -64,6 +72,18 @@ struct MemoryReading {
     std::optional<std::uint64_t> swappedOut = {};
     std::optional<std::uint64_t> outOfMemoryKills = {}; ///< processes
     bool operator==(const MemoryReading&) const = default;
+};
+
+/// A process that the kernel killed for want of memory.
+struct MemoryKill {
+    std::uint64_t number = 0; ///< of the boot, counted up by the kernel: no other of the same boot has it
+    double monotonicTime = 0; ///< s
+    std::int32_t pid = 0;
+    std::string name;                        ///< valid UTF-8, as short as the kernel keeps it
+    std::optional<std::uint32_t> uid = {};   ///< its owner
+    std::optional<std::string> cgroup = {};  ///< the control group that it was in, valid UTF-8
+    std::optional<std::uint64_t> bytes = {}; ///< of memory that it held
+    bool operator==(const MemoryKill&) const = default;
 };
 
 /// For how long tasks have waited for something since the boot, ns.
@@ -105,7 +125,7 @@ struct BlockDeviceRecord {
 
 /// The machine's own figures, as cumulative as the system keeps them. A question that cannot be answered now is absent as
 /// a whole; the next may be. What is returned is valid until the same question is asked again. Main queue only.
-/// Linux: /proc/stat, loadavg, meminfo, vmstat, pressure, diskstats; cpufreq. macOS: host_processor_info,
+/// Linux: /proc/stat, loadavg, meminfo, vmstat, pressure, diskstats; cpufreq, zram; the kernel's log. macOS: host_processor_info,
 /// host_statistics64, getloadavg, vm.swapusage, IOBlockStorageDriver.
 class MachineCounters {
 public:
@@ -114,6 +134,9 @@ public:
     /// How fast one processor runs now. Asking may disturb one that rests, so for who asks and not for the record.
     virtual std::optional<std::uint64_t> frequencyHz(int processor) = 0;
     virtual const MemoryReading* memory() = 0;
+    /// Who was killed for want of memory since the last question; at the first since the boot, as far as the system still
+    /// knows. Costs little, and yet is for when the count has moved.
+    virtual std::vector<MemoryKill> memoryKills() = 0;
     /// Absent on systems that do not account for it.
     virtual const PressureReading* pressure() = 0;
     /// In an order that stays.

@@ -21,18 +21,27 @@ public:
 
     virtual std::optional<std::string> modelIdentifier() const = 0; ///< "MacBookPro18,3"; "ThinkPad X1 Carbon Gen 9"
     virtual std::optional<std::string> serialNumber() const = 0;    ///< root only on Linux
+    virtual std::optional<std::string> vendorName() const = 0;
+    virtual std::optional<std::string> firmwareVersion() const = 0;
     virtual std::optional<std::string> boardIdentifier() const = 0;
     virtual std::optional<std::string> processorName() const = 0;
     virtual std::optional<double> processorHertz() const = 0;
+    virtual std::optional<double> maximumHertz() const = 0; ///< the fastest that a processor may run
     virtual int logicalProcessors() const = 0;
     virtual int physicalProcessors() const = 0;
+    virtual std::optional<int> processorPackages() const = 0; ///< chips in sockets
     virtual std::optional<double> memoryBytes() const = 0;
     /// Hardware address of the machine's first own network interface, "aa:bb:cc:dd:ee:ff".
     virtual std::optional<std::string> networkHardwareAddress() const = 0;
 
     /// The release that version tests compare. Linux reports one on which every "this release or later" is true.
     virtual SystemRelease systemRelease() const = 0;
-    virtual std::string systemName() const = 0; ///< for people: "Debian GNU/Linux 12 (bookworm)"
+    virtual std::string systemName() const = 0;    ///< for people: "Debian GNU/Linux 12 (bookworm)"
+    virtual std::string kernelRelease() const = 0; ///< "6.1.0-18-amd64"
+    virtual std::string architecture() const = 0;  ///< of the kernel: "x86_64", "arm64"
+    virtual std::string hostName() const = 0;      ///< as it is now; empty when there is none
+    /// What this is no machine but a part of: "docker", "kvm", "vm-other" when only that is known. Absent on real hardware.
+    virtual std::optional<std::string> virtualisation() const = 0;
 
     /// s since 1970 at which the system booted, as the kernel now tells it. Absent when it cannot be read.
     /// It moves when the clock is corrected: the wall clock minus this is the true time since the boot at any moment.

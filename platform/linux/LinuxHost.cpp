@@ -6,6 +6,7 @@
 #include "platform/linux/kernel/RootFolder.h"
 #include "platform/linux/kernel/SystemBus.h"
 #include "platform/linux/machine/DrmDisplayInfo.h"
+#include "platform/linux/machine/DrmGraphics.h"
 #include "platform/linux/machine/LinuxClockSource.h"
 #include "platform/linux/machine/LinuxFileSystems.h"
 #include "platform/linux/machine/LinuxMachineCounters.h"
@@ -62,6 +63,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->machine = std::make_unique<LinuxMachineInfo>(options.root);
     host->clockSource = std::make_unique<LinuxClockSource>();
     host->machineCounters = std::make_unique<LinuxMachineCounters>(options.root);
+    host->graphics = std::make_unique<DrmGraphics>(options.root);
     host->fileSystems = std::make_unique<LinuxFileSystems>(options.root, std::make_unique<ThreadedSlowWork>());
     host->processes = makeProcessSource(options, host->limitations);
     host->processVisibility = std::make_unique<ProcVisibility>(options.root);
@@ -96,6 +98,10 @@ void noteLimitations(const std::filesystem::path& root, Limitations& limitations
     }
     if (folder.isDenied("sys/class/dmi/id/product_serial")) {
         limitations.set("serial-number", "reading the serial number needs root");
+    }
+    if (folder.isDenied("dev/kmsg")) {
+        limitations.set(
+            "memory-kills", "who was killed for want of memory stands in the kernel's log, which needs root");
     }
     if (::geteuid() != 0) {
         limitations.set("smart", "asking disks for their health needs root");

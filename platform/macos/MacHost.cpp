@@ -40,6 +40,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->machine = makeMacMachineInfo();
     host->clockSource = makeMacClockSource();
     host->machineCounters = makeMacMachineCounters();
+    host->graphics = makeMacGraphics();
     host->fileSystems = makeMacFileSystems();
     host->processes = makeLibprocProcessSource(host->machine->systemRelease(), *host->limitations);
     host->processVisibility = std::make_unique<OpenProcessTable>();

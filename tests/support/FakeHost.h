@@ -25,6 +25,14 @@ class FakeMachineInfo final : public MachineInfo {
 public:
     std::optional<std::string> modelIdentifier() const override { return model; }
     std::optional<std::string> serialNumber() const override { return serial; }
+    std::optional<std::string> vendorName() const override { return "Fake Inc."; }
+    std::optional<std::string> firmwareVersion() const override { return "F1"; }
+    std::optional<double> maximumHertz() const override { return 3e9; }
+    std::optional<int> processorPackages() const override { return 1; }
+    std::string kernelRelease() const override { return "1.2.3"; }
+    std::string architecture() const override { return "x86_64"; }
+    std::string hostName() const override { return "fake"; }
+    std::optional<std::string> virtualisation() const override { return virtualMachine; }
     std::optional<std::string> boardIdentifier() const override { return board; }
     std::optional<std::string> processorName() const override { return "Fake CPU"; }
     std::optional<double> processorHertz() const override { return 2e9; }
@@ -43,6 +51,7 @@ public:
     std::optional<std::string> model = "MacBookPro18,3";
     std::optional<std::string> serial = "C02ABCDEFGHJ";
     std::optional<std::string> board;
+    std::optional<std::string> virtualMachine;
     SystemRelease release = {14, 0, 0};
     std::optional<double> boot = 1'699'990'000.0;
     std::optional<std::string> bootId = "first boot";
@@ -258,6 +267,7 @@ struct FakeMachine {
         host.machine = std::make_unique<FakeMachineInfo>();
         host.clockSource = std::make_unique<FakeClockSource>();
         host.machineCounters = std::make_unique<FakeMachineCounters>();
+        host.graphics = std::make_unique<FakeGraphicsUnits>();
         host.fileSystems = std::make_unique<FakeFileSystems>();
         host.display = std::make_unique<FakeDisplayInfo>();
         host.distributedNotifications = std::make_unique<FakeDistributedNotifications>();
@@ -280,6 +290,7 @@ struct FakeMachine {
     FakeProcessSource& processes() { return static_cast<FakeProcessSource&>(*host.processes); }
     FakeProcessVisibility& visibility() { return static_cast<FakeProcessVisibility&>(*host.processVisibility); }
     FakeMachineCounters& counters() { return static_cast<FakeMachineCounters&>(*host.machineCounters); }
+    FakeGraphicsUnits& graphics() { return static_cast<FakeGraphicsUnits&>(*host.graphics); }
     FakeFileSystems& fileSystems() { return static_cast<FakeFileSystems&>(*host.fileSystems); }
     FakeClockSource& clockSource() { return static_cast<FakeClockSource&>(*host.clockSource); }
     FakeMachineInfo& machine() { return static_cast<FakeMachineInfo&>(*host.machine); }

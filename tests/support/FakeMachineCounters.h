@@ -1,9 +1,11 @@
 #pragma once
 
 #include "platform/host/FileSystems.h"
+#include "platform/host/GraphicsUnits.h"
 #include "platform/host/MachineCounters.h"
 
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace meridal::test {
@@ -18,14 +20,22 @@ public:
     }
     std::optional<std::uint64_t> frequencyHz(int) override { return std::nullopt; }
     const MemoryReading* memory() override { return ram ? &*ram : nullptr; }
+    std::vector<MemoryKill> memoryKills() override { return std::exchange(kills, {}); }
     const PressureReading* pressure() override { return stalls ? &*stalls : nullptr; }
     const std::vector<BlockDeviceRecord>* blockDevices() override { return disks ? &*disks : nullptr; }
 
     int reads = 0; ///< of processors
     std::optional<ProcessorReading> processor;
     std::optional<MemoryReading> ram;
+    std::vector<MemoryKill> kills;
     std::optional<PressureReading> stalls;
     std::optional<std::vector<BlockDeviceRecord>> disks;
+};
+
+class FakeGraphicsUnits final : public GraphicsUnits {
+public:
+    const std::vector<GraphicsRecord>& read(double) override { return units; }
+    std::vector<GraphicsRecord> units;
 };
 
 class FakeFileSystems final : public FileSystems {

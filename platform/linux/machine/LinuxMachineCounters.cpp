@@ -38,6 +38,7 @@ LinuxMachineCounters::LinuxMachineCounters(const std::filesystem::path& root)
     , memoryStalls_(root / "proc/pressure/memory")
     , storageStalls_(root / "proc/pressure/io")
     , disks_(root / "proc/diskstats")
+    , killLog_(root / "dev/kmsg")
 {
 }
 
@@ -53,7 +54,12 @@ const ProcessorReading* LinuxMachineCounters::processors()
 
 std::optional<std::uint64_t> LinuxMachineCounters::frequencyHz(int processor)
 {
-    const auto text = root_.readLine(fmt::format("sys/devices/system/cpu/cpu{}/cpufreq/scaling_cur_freq", processor));
+    auto known = frequencies_.find(processor);
+    if (known == frequencies_.end()) {
+        const auto path = root_.path(fmt::format("sys/devices/system/cpu/cpu{}/cpufreq/scaling_cur_freq", processor));
+        known = frequencies_.emplace(processor, KeptFile(path)).first;
+    }
+    const auto text = known->second.read();
     const auto kilohertz = leadingNumber(text.value_or(""));
     return kilohertz ? std::optional(*kilohertz * hertzPerKilohertz) : std::nullopt;
 }
@@ -66,7 +72,15 @@ const MemoryReading* LinuxMachineCounters::memory()
         return nullptr;
     }
     proc::parsePageCounts(pageCounts_.read().value_or(""), pageSize_, memory_);
+    readRamDisks();
     return &memory_;
+}
+
+void LinuxMachineCounters::readRamDisks()
+{
+    for (auto& [name, file] : ramDisks_) {
+        proc::parseRamDisk(file.read().value_or(""), memory_);
+    }
 }
 
 const PressureReading* LinuxMachineCounters::pressure()
@@ -95,6 +109,10 @@ const std::vector<BlockDeviceRecord>* LinuxMachineCounters::blockDevices()
         record.identity = device.identity;
     }
     std::erase_if(devices_, [](const auto& entry) { return !entry.second.isThere; });
+    std::erase_if(ramDisks_, [this](const auto& entry) {
+        return std::none_of(blockDevices_.begin(), blockDevices_.end(),
+            [&](const BlockDeviceRecord& record) { return record.name == entry.first; });
+    });
     return &blockDevices_;
 }
 
@@ -113,7 +131,7 @@ const LinuxMachineCounters::Device& LinuxMachineCounters::deviceFor(
     return device;
 }
 
-LinuxMachineCounters::Device LinuxMachineCounters::lookAt(std::string_view name) const
+LinuxMachineCounters::Device LinuxMachineCounters::lookAt(std::string_view name)
 {
     using enum BlockDeviceKind;
     const std::string folder = fmt::format("sys/class/block/{}/", name);
@@ -122,6 +140,9 @@ LinuxMachineCounters::Device LinuxMachineCounters::lookAt(std::string_view name)
         : isMapped(name)                             ? Mapped
         : isMemory(name)                             ? Memory
                                                      : Disk;
+    if (name.starts_with("zram")) {
+        ramDisks_.insert_or_assign(device.name, KeptFile(root_.path(fmt::format("sys/block/{}/mm_stat", name))));
+    }
     // Counted up by the kernel with each device that comes: since Linux 5.15.
     device.identity = leadingNumber(root_.readLine(folder + "diskseq").value_or("")).value_or(0);
     return device;

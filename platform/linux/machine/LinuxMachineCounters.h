@@ -3,6 +3,7 @@
 #include "platform/host/MachineCounters.h"
 #include "platform/linux/kernel/KeptFile.h"
 #include "platform/linux/kernel/RootFolder.h"
+#include "platform/linux/machine/MemoryKillLog.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -21,6 +22,7 @@ public:
     const ProcessorReading* processors() override;
     std::optional<std::uint64_t> frequencyHz(int processor) override;
     const MemoryReading* memory() override;
+    std::vector<MemoryKill> memoryKills() override { return killLog_.read(); }
     const PressureReading* pressure() override;
     const std::vector<BlockDeviceRecord>* blockDevices() override;
 
@@ -34,7 +36,8 @@ private:
     };
 
     const Device& deviceFor(std::uint32_t major, std::uint32_t minor, std::string_view name);
-    Device lookAt(std::string_view name) const;
+    Device lookAt(std::string_view name);
+    void readRamDisks();
 
     RootFolder root_;
     const std::uint64_t tickNs_;
@@ -47,6 +50,9 @@ private:
     KeptFile memoryStalls_;
     KeptFile storageStalls_;
     KeptFile disks_;
+    std::map<std::string, KeptFile> ramDisks_; ///< by name, of those in the latest list of block devices
+    std::map<int, KeptFile> frequencies_;      ///< by processor, of those that were asked for
+    MemoryKillLog killLog_;
     std::map<std::uint64_t, Device> devices_;
     std::uint64_t devicesSeen_ = 0;
     ProcessorReading processors_;

@@ -1,10 +1,12 @@
 #include "platform/linux/machine/LinuxMachineInfo.h"
 
+#include "platform/linux/machine/Virtualisation.h"
 #include "platform/linux/sensors/HwmonChip.h"
 
 #include <algorithm>
 #include <array>
 #include <set>
+#include <sys/utsname.h>
 
 namespace meridal {
 
@@ -35,6 +37,7 @@ LinuxMachineInfo::LinuxMachineInfo(const std::filesystem::path& root) : root_(ro
     readProcessors();
     readNetwork();
     readSystem();
+    virtualisation_ = readVirtualisation(root_);
 }
 
 std::optional<std::string> LinuxMachineInfo::firmwareText(std::string_view name) const
@@ -65,6 +68,8 @@ void LinuxMachineInfo::readFirmware()
         serial_ = root_.readLine("proc/device-tree/serial-number");
     }
     board_ = firmwareText("board_name");
+    vendor_ = firmwareText("sys_vendor");
+    firmware_ = firmwareText("bios_version");
 }
 
 void LinuxMachineInfo::readChassis()
@@ -89,6 +94,8 @@ void LinuxMachineInfo::readProcessors()
     processorName_ = valueOfKey(text, "model name", ':');
     int logical = 0;
     std::set<std::string> cores; // by the list of threads that share each
+    std::set<std::string> packages;
+    std::uint64_t fastest = 0; // kHz
     for (const std::string& name : root_.list("sys/devices/system/cpu")) {
         if (!name.starts_with("cpu") || !leadingNumber(std::string_view(name).substr(3))) {
             continue;
@@ -97,7 +104,15 @@ void LinuxMachineInfo::readProcessors()
             ++logical; // one that is switched off has no topology
             cores.insert(*siblings);
         }
+        const std::string folder = "sys/devices/system/cpu/" + name;
+        if (const auto package = root_.readLine(folder + "/topology/physical_package_id")) {
+            packages.insert(*package);
+        }
+        const auto kilohertz = root_.readLine(folder + "/cpufreq/cpuinfo_max_freq");
+        fastest = std::max(fastest, leadingNumber(kilohertz.value_or("")).value_or(0));
     }
+    packages_ = packages.empty() ? std::nullopt : std::optional(static_cast<int>(packages.size()));
+    maximumHertz_ = fastest > 0 ? std::optional(static_cast<double>(fastest) * 1e3) : std::nullopt;
     if (logical == 0) {
         for (std::size_t at = 0; (at = text.find("processor\t", at)) != std::string::npos; ++at) {
             ++logical;
@@ -149,9 +164,16 @@ void LinuxMachineInfo::readSystem()
     }
     systemName_ = valueOfKey(release, "PRETTY_NAME", '=').value_or("Linux");
     serviceManager_ = root_.exists("run/systemd/system") ? "systemd" : root_.readLine("proc/1/comm").value_or("init");
+    utsname names = {};
+    if (::uname(&names) == 0) {
+        kernelRelease_ = names.release;
+        architecture_ = names.machine;
+    }
     realSMC_ = hasRealSMC(root_);
     bootIdentifier_ = root_.readLine("proc/sys/kernel/random/boot_id");
 }
+
+std::string LinuxMachineInfo::hostName() const { return root_.readLine("proc/sys/kernel/hostname").value_or(""); }
 
 std::optional<double> LinuxMachineInfo::bootTime() const
 {

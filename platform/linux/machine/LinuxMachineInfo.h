@@ -15,9 +15,13 @@ public:
 
     std::optional<std::string> modelIdentifier() const override { return model_; }
     std::optional<std::string> serialNumber() const override { return serial_; }
+    std::optional<std::string> vendorName() const override { return vendor_; }
+    std::optional<std::string> firmwareVersion() const override { return firmware_; }
     std::optional<std::string> boardIdentifier() const override { return board_; }
     std::optional<std::string> processorName() const override { return processorName_; }
     std::optional<double> processorHertz() const override { return processorHertz_; }
+    std::optional<double> maximumHertz() const override { return maximumHertz_; }
+    std::optional<int> processorPackages() const override { return packages_; }
     int logicalProcessors() const override { return logicalProcessors_; }
     int physicalProcessors() const override { return physicalProcessors_; }
     std::optional<double> memoryBytes() const override { return memoryBytes_; }
@@ -26,6 +30,10 @@ public:
     /// and every adapter here gives what the newest one gives.
     SystemRelease systemRelease() const override { return {.major = 99}; }
     std::string systemName() const override { return systemName_; }
+    std::string kernelRelease() const override { return kernelRelease_; }
+    std::string architecture() const override { return architecture_; }
+    std::string hostName() const override;
+    std::optional<std::string> virtualisation() const override { return virtualisation_; }
     std::optional<double> bootTime() const override;
     std::optional<std::string> bootIdentifier() const override { return bootIdentifier_; }
     /// "FakeSMC", as on any machine of another vendor, unless the kernel drives a real SMC.
@@ -44,14 +52,21 @@ private:
     RootFolder root_;
     std::optional<std::string> model_;
     std::optional<std::string> serial_;
+    std::optional<std::string> vendor_;
+    std::optional<std::string> firmware_;
     std::optional<std::string> board_;
     std::optional<std::string> processorName_;
     std::optional<double> processorHertz_;
+    std::optional<double> maximumHertz_;
+    std::optional<int> packages_;
     int logicalProcessors_ = 1;
     int physicalProcessors_ = 1;
     std::optional<double> memoryBytes_;
     std::optional<std::string> hardwareAddress_;
     std::string systemName_;
+    std::string kernelRelease_;
+    std::string architecture_;
+    std::optional<std::string> virtualisation_;
     std::optional<bool> portable_;
     bool realSMC_ = false;
     std::string serviceManager_;

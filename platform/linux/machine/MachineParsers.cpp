@@ -95,6 +95,7 @@ constexpr MemoryField memoryFields[] = {
     {"Dirty", [](MemoryReading& reading, std::uint64_t bytes) { reading.dirty = bytes; }},
     {"Writeback", [](MemoryReading& reading, std::uint64_t bytes) { reading.writeback = bytes; }},
     {"Zswap", [](MemoryReading& reading, std::uint64_t bytes) { reading.compressed = bytes; }},
+    {"Zswapped", [](MemoryReading& reading, std::uint64_t bytes) { reading.compressedContents = bytes; }},
     {"Hugetlb", [](MemoryReading& reading, std::uint64_t bytes) { reading.hugePages = bytes; }},
     {"SwapTotal", [](MemoryReading& reading, std::uint64_t bytes) { reading.swapTotal = bytes; }},
     {"SwapFree",
@@ -145,6 +146,7 @@ void parseLoadAverages(std::string_view text, ProcessorReading& reading)
 bool parseMemoryInfo(std::string_view text, MemoryReading& reading)
 {
     bool saysAvailable = false;
+    std::optional<std::uint64_t> freeHugePages; // of the usual size only, in pages
     while (const auto next = takeLine(text)) {
         std::string_view line = *next;
         const std::string_view word = takeWord(line);
@@ -152,6 +154,12 @@ bool parseMemoryInfo(std::string_view text, MemoryReading& reading)
             continue;
         }
         const std::string_view name = word.substr(0, word.size() - 1);
+        if (name == "HugePages_Free") {
+            freeHugePages = takeNumber<std::uint64_t>(line);
+        } else if (name == "Hugepagesize" && freeHugePages) {
+            const auto kilobytes = takeNumber<std::uint64_t>(line);
+            reading.hugePagesFree = kilobytes ? std::optional(*freeHugePages * *kilobytes * 1024) : std::nullopt;
+        }
         const auto* field = std::find_if(std::begin(memoryFields), std::end(memoryFields),
             [&](const MemoryField& each) { return each.name == name; });
         if (field == std::end(memoryFields)) {
@@ -167,6 +175,15 @@ bool parseMemoryInfo(std::string_view text, MemoryReading& reading)
     }
     reading.swapUsed = reading.swapTotal - std::min(reading.swapTotal, reading.swapUsed);
     return reading.total > 0;
+}
+
+void parseRamDisk(std::string_view text, MemoryReading& reading)
+{
+    std::array<std::uint64_t, 3> figures{}; // contents, these compressed, memory taken
+    if (takeNumbers(text, figures) == figures.size()) {
+        reading.ramDiskContents = reading.ramDiskContents.value_or(0) + figures[0];
+        reading.ramDisks = reading.ramDisks.value_or(0) + figures[2];
+    }
 }
 
 void parsePageCounts(std::string_view text, std::uint64_t pageSize, MemoryReading& reading)

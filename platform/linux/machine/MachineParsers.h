@@ -14,6 +14,8 @@ bool parseMachineStat(std::string_view text, std::uint64_t tickNs, ProcessorRead
 void parseLoadAverages(std::string_view text, ProcessorReading& reading);
 /// /proc/meminfo. False without the total.
 bool parseMemoryInfo(std::string_view text, MemoryReading& reading);
+/// /sys/block/zramN/mm_stat, added to what is there.
+void parseRamDisk(std::string_view text, MemoryReading& reading);
 /// /proc/vmstat: what was swapped, and who was killed. `pageSize` in bytes.
 void parsePageCounts(std::string_view text, std::uint64_t pageSize, MemoryReading& reading);
 /// /proc/pressure/cpu and its kin. Absent when it is none of these.

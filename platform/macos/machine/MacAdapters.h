@@ -3,6 +3,7 @@
 #include "platform/host/ClockSource.h"
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/FileSystems.h"
+#include "platform/host/GraphicsUnits.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineCounters.h"
 #include "platform/host/MachineInfo.h"
@@ -22,6 +23,9 @@ std::unique_ptr<ClockSource> makeMacClockSource();
 
 /// Mach's accounts of processors and memory, sysctl's of swap, and the statistics that drivers of block storage publish.
 std::unique_ptr<MachineCounters> makeMacMachineCounters();
+
+/// The statistics that graphics drivers publish in the I/O registry.
+std::unique_ptr<GraphicsUnits> makeMacGraphics();
 
 /// getfsstat, from what the kernel knows without asking a server.
 std::unique_ptr<FileSystems> makeMacFileSystems();

@@ -43,12 +43,29 @@ void add(ProcessorTimes& sum, const ProcessorTimes& one)
     sum.idleNs += one.idleNs;
 }
 
+/// The kernel's word of how short memory is: 1, 2 or 4.
+std::optional<MemoryPressureLevel> pressureLevel()
+{
+    switch (systemSettingInteger("kern.memorystatus_vm_pressure_level").value_or(0)) {
+    case 1:
+        return MemoryPressureLevel::Normal;
+    case 2:
+        return MemoryPressureLevel::Warning;
+    case 4:
+        return MemoryPressureLevel::Critical;
+    default:
+        return std::nullopt;
+    }
+}
+
 class MacMachineCounters final : public MachineCounters {
 public:
     const ProcessorReading* processors() override;
     /// No interface of the system tells.
     std::optional<std::uint64_t> frequencyHz(int) override { return std::nullopt; }
     const MemoryReading* memory() override;
+    /// The system asks programs to end, or ends them, and says who it was in its own reports only.
+    std::vector<MemoryKill> memoryKills() override { return {}; }
     /// The system keeps no such account.
     const PressureReading* pressure() override { return nullptr; }
     const std::vector<BlockDeviceRecord>* blockDevices() override;
@@ -107,6 +124,8 @@ const MemoryReading* MacMachineCounters::memory()
     memory_.available = memory_.free + *memory_.cached;
     memory_.wired = pages.wire_count * pageSize;
     memory_.compressed = pages.compressor_page_count * pageSize;
+    memory_.compressedContents = pages.total_uncompressed_pages_in_compressor * pageSize;
+    memory_.pressureLevel = pressureLevel();
     memory_.swappedIn = pages.swapins * pageSize;
     memory_.swappedOut = pages.swapouts * pageSize;
     xsw_usage swap{};

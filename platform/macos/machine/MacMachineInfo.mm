@@ -1,6 +1,7 @@
 #include "platform/macos/machine/MacAdapters.h"
 
 #include "platform/macos/kernel/CFRef.h"
+#include "platform/macos/kernel/IORegistryObject.h"
 #include "platform/macos/kernel/ServiceEntry.h"
 #include "platform/macos/kernel/SystemSettings.h"
 
@@ -17,6 +18,8 @@
 
 #include <array>
 #include <memory>
+#include <string_view>
+#include <utility>
 
 namespace meridal {
 
@@ -48,15 +51,31 @@ std::optional<std::string> hardwareAddress(const sockaddr_dl& link)
     return fmt::format("{:02x}", fmt::join(octets, ":"));
 }
 
+/// A text in a node of the device tree, as the firmware handed it over.
+std::optional<std::string> firmwareVersionOf(const char* node, CFStringRef key)
+{
+    const IOObjectOwner entry(IORegistryEntryFromPath(MACH_PORT_NULL, node));
+    if (!entry) {
+        return std::nullopt;
+    }
+    const CFRef<CFTypeRef> property(
+        IORegistryEntryCreateCFProperty(entry.get(), key, kCFAllocatorDefault, kNilOptions));
+    return textOf(property.get());
+}
+
 class MacMachineInfo final : public MachineInfo {
 public:
     MacMachineInfo();
 
     std::optional<std::string> modelIdentifier() const override { return model_; }
     std::optional<std::string> serialNumber() const override { return serial_; }
+    std::optional<std::string> vendorName() const override { return "Apple Inc."; }
+    std::optional<std::string> firmwareVersion() const override { return firmware_; }
     std::optional<std::string> boardIdentifier() const override { return board_; } ///< Intel machines only
     std::optional<std::string> processorName() const override;
     std::optional<double> processorHertz() const override; ///< Intel machines only
+    std::optional<double> maximumHertz() const override;   ///< Intel machines only
+    std::optional<int> processorPackages() const override;
     int logicalProcessors() const override;
     int physicalProcessors() const override;
     std::optional<double> memoryBytes() const override;
@@ -64,6 +83,10 @@ public:
 
     SystemRelease systemRelease() const override { return release_; }
     std::string systemName() const override;
+    std::string kernelRelease() const override { return systemSettingText("kern.osrelease").value_or(""); }
+    std::string architecture() const override;
+    std::string hostName() const override { return systemSettingText("kern.hostname").value_or(""); }
+    std::optional<std::string> virtualisation() const override;
     std::optional<double> bootTime() const override;
     std::optional<std::string> bootIdentifier() const override;
     bool hasService(std::string_view serviceClass) const override;
@@ -75,6 +98,7 @@ private:
     std::optional<std::string> model_;
     std::optional<std::string> serial_;
     std::optional<std::string> board_;
+    std::optional<std::string> firmware_;
     SystemRelease release_;
 };
 
@@ -85,6 +109,10 @@ MacMachineInfo::MacMachineInfo() : model_(systemSettingText("hw.model")), releas
     const ServiceEntry platformExpert("IOPlatformExpertDevice");
     serial_ = textOf(platformExpert.property("IOPlatformSerialNumber").get());
     board_ = textOf(platformExpert.property("board-id").get());
+    firmware_ = firmwareVersionOf("IODeviceTree:/chosen", CFSTR("system-firmware-version")); // Apple silicon
+    if (!firmware_) {
+        firmware_ = firmwareVersionOf("IODeviceTree:/rom", CFSTR("version"));
+    }
 }
 
 std::optional<std::string> MacMachineInfo::processorName() const
@@ -95,6 +123,40 @@ std::optional<std::string> MacMachineInfo::processorName() const
 std::optional<double> MacMachineInfo::processorHertz() const
 {
     return asDouble(systemSettingInteger("hw.cpufrequency"));
+}
+
+std::optional<double> MacMachineInfo::maximumHertz() const
+{
+    return asDouble(systemSettingInteger("hw.cpufrequency_max"));
+}
+
+std::optional<int> MacMachineInfo::processorPackages() const
+{
+    const auto packages = systemSettingInteger("hw.packages");
+    return packages ? std::optional(static_cast<int>(*packages)) : std::nullopt;
+}
+
+/// The kernel's: a translated program would name another one for itself.
+std::string MacMachineInfo::architecture() const
+{
+    return systemSettingInteger("hw.optional.arm64").value_or(0) == 1 ? "arm64"
+                                                                      : systemSettingText("hw.machine").value_or("");
+}
+
+/// Which hypervisor it is shows in the model that it makes up.
+std::optional<std::string> MacMachineInfo::virtualisation() const
+{
+    if (systemSettingInteger("kern.hv_vmm_present").value_or(0) == 0) {
+        return std::nullopt;
+    }
+    constexpr std::array<std::pair<std::string_view, const char*>, 3> names = {
+        {{"VirtualMac", "apple"}, {"VMware", "vmware"}, {"Parallels", "parallels"}}};
+    for (const auto& [beginning, name] : names) {
+        if (model_.value_or("").starts_with(beginning)) {
+            return name;
+        }
+    }
+    return "vm-other";
 }
 
 int MacMachineInfo::logicalProcessors() const

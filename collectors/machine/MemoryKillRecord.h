@@ -1,0 +1,58 @@
+#pragma once
+
+#include "base/Lifetime.h"
+#include "base/Value.h"
+#include "platform/host/MachineCounters.h"
+
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace meridal {
+
+class HistoryDatabaseItem;
+struct Context;
+
+/// The processes that the kernel killed for want of memory: recorded in a table of their own, the latest in memory. Those
+/// from before the daemon's start, too, as far as the kernel still knows them, and each once. Main queue only.
+class MemoryKillRecord {
+public:
+    /// `file` is where the table is.
+    MemoryKillRecord(Context& context, std::filesystem::path file);
+
+    /// After each reading of memory: asks who it was when the count of kills has moved.
+    void update(std::optional<std::uint64_t> count);
+    /// The latest, oldest first: [{"time", "pid", "name", "user", "cgroup", "bytes"}, …].
+    Value state() const;
+
+    static constexpr std::size_t mostTold = 16;
+    static constexpr std::size_t mostRecorded = 1000;
+
+private:
+    enum class Phase { NotStarted, Loading, Loaded };
+    struct Entry {
+        std::string boot;
+        double time = 0; ///< s since 1970
+        MemoryKill kill;
+    };
+
+    void load();
+    void loaded(const std::deque<Entry>& recorded);
+    void takeNews();
+    void add(MemoryKill kill, double time);
+
+    Context& context_;
+    const std::filesystem::path file_;
+    std::shared_ptr<HistoryDatabaseItem> database_; ///< null before the first update, and without databases
+    Phase phase_ = Phase::NotStarted;
+    std::string boot_; ///< identifies it
+    std::uint64_t count_ = 0;
+    std::uint64_t countSeen_ = 0; ///< of which the kernel's log was asked
+    std::deque<Entry> latest_;
+    Lifetime lifetime_;
+};
+
+} // namespace meridal

@@ -1,0 +1,80 @@
+#include "platform/macos/machine/MacAdapters.h"
+
+#include "base/Text.h"
+#include "base/Value.h"
+#include "platform/macos/kernel/CFRef.h"
+#include "platform/macos/kernel/CFValue.h"
+#include "platform/macos/kernel/IORegistryObject.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace meridal {
+
+namespace {
+
+/// The first of these entries that is there and not negative.
+std::optional<double> firstFigure(const Value& statistics, std::initializer_list<const char*> keys)
+{
+    for (const char* key : keys) {
+        if (const auto figure = number(statistics, key); figure && *figure >= 0) {
+            return figure;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> asBytes(std::optional<double> figure)
+{
+    return figure ? std::optional(static_cast<std::uint64_t>(*figure)) : std::nullopt;
+}
+
+/// Drivers publish what they measure anyway: reading it asks nothing of the hardware.
+GraphicsRecord graphicsRecordOf(io_registry_entry_t accelerator, std::size_t number)
+{
+    GraphicsRecord record;
+    record.name = fmt::format("gpu{}", number);
+    const CFRef<CFTypeRef> driver(
+        IORegistryEntryCreateCFProperty(accelerator, CFSTR("IOClass"), kCFAllocatorDefault, kNilOptions));
+    record.driver = validUtf8(textOf(driver.get()).value_or(""));
+    const CFRef<CFTypeRef> property(
+        IORegistryEntryCreateCFProperty(accelerator, CFSTR("PerformanceStatistics"), kCFAllocatorDefault, kNilOptions));
+    const Value statistics = valueOf(property.get());
+    if (const auto busy = firstFigure(statistics, {"Device Utilization %", "GPU Activity(%)"})) {
+        record.busyPercent = std::min(*busy, 100.0);
+    }
+    const auto used = firstFigure(statistics, {"vramUsedBytes", "inUseVidMemoryBytes"});
+    const auto unused = firstFigure(statistics, {"vramFreeBytes"});
+    record.memoryUsed = asBytes(used ? used : firstFigure(statistics, {"In use system memory"}));
+    if (used && unused) {
+        record.memoryTotal = asBytes(*used + *unused);
+    }
+    return record;
+}
+
+class MacGraphics final : public GraphicsUnits {
+public:
+    const std::vector<GraphicsRecord>& read(double) override
+    {
+        records_.clear();
+        io_iterator_t found = IO_OBJECT_NULL;
+        if (IOServiceGetMatchingServices(MACH_PORT_NULL, IOServiceMatching("IOAccelerator"), &found) != KERN_SUCCESS) {
+            return records_;
+        }
+        const IOObjectOwner iterator(found);
+        while (const IOObjectOwner accelerator{IOIteratorNext(iterator.get())}) {
+            records_.push_back(graphicsRecordOf(accelerator.get(), records_.size()));
+        }
+        return records_;
+    }
+
+private:
+    std::vector<GraphicsRecord> records_;
+};
+
+} // namespace
+
+std::unique_ptr<GraphicsUnits> makeMacGraphics() { return std::make_unique<MacGraphics>(); }
+
+} // namespace meridal
