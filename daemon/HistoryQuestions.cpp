@@ -96,8 +96,14 @@ Value describePage(const HistoryPage& page, const Found& found, const std::strin
     Value samples = Value::array();
     const StoredRows& rows = page.samples;
     for (std::size_t row = 0; row < rows.rows.size(); ++row) {
-        samples.push_back({{"sample", rows.rows[row].sampleID}, {"time", rows.rows[row].time},
-            {"values", reader.read(rows.valuesOf(row))}});
+        Value sample = {{"sample", rows.rows[row].sampleID}, {"time", rows.rows[row].time},
+            {"values", reader.read(rows.valuesOf(row))}};
+        Value low = rows.lowest.empty() ? Value::array() : reader.read(rows.lowestOf(row));
+        if (std::any_of(low.begin(), low.end(), [](const Value& each) { return !each.is_null(); })) {
+            sample["low"] = std::move(low);
+            sample["high"] = reader.read(rows.highestOf(row));
+        }
+        samples.push_back(std::move(sample));
     }
     const auto interval = storageConstants[position(*resolutionNamed(resolution))].interval;
     Value answer{{"series", name}, {"resolution", resolution}, {"interval", interval}, {"unit", found.series.unit},
@@ -176,6 +182,7 @@ void HistoryQuestions::samples(const Value& given, const Peer& peer, Reply reply
     question.from = parameters.moment("from").value_or(0);
     question.until = parameters.moment("until");
     question.before = parameters.count("before");
+    question.withBands = parameters.flag("band");
     question.limit = parameters.limit(samplesOnPage, longestSamplesPage);
     const auto index = resolutionNamed(resolution);
     if (!name) {

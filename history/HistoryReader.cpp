@@ -1,6 +1,7 @@
 #include "history/HistoryReader.h"
 
 #include "database/SQLiteConnection.h"
+#include "history/BandColumns.h"
 #include "history/SampleRecords.h"
 
 #include <fmt/format.h>
@@ -22,7 +23,8 @@ constexpr double latestMoment = 253'402'300'800.0; ///< s since 1970: the end of
 /// What the columns of a table mean, found once a query.
 class RowReader {
 public:
-    RowReader(const std::vector<std::string>& columns, const HistoryReadPlan& plan, StoredRows& rows) : rows_(rows)
+    RowReader(const std::vector<std::string>& columns, const HistoryReadPlan& plan, StoredRows& rows)
+        : rows_(rows), hasBands_(plan.withBands)
     {
         rows.valueCount = plan.columns.size();
         for (const std::string& column : columns) {
@@ -33,15 +35,19 @@ public:
     void add(std::span<const SqlValue> row)
     {
         StoredRows::Row& stored = rows_.rows.emplace_back();
-        rows_.values.resize(rows_.values.size() + rows_.valueCount, absentFigure);
-        double* const values = rows_.values.data() + rows_.values.size() - rows_.valueCount;
+        const std::size_t end = rows_.values.size() + rows_.valueCount;
+        rows_.values.resize(end, absentFigure);
+        if (hasBands_) {
+            rows_.lowest.resize(end, absentFigure);
+            rows_.highest.resize(end, absentFigure);
+        }
         for (std::size_t index = 0; index < row.size(); ++index) {
-            take(roles_[index], row[index], stored, values);
+            take(roles_[index], row[index], stored, end - rows_.valueCount);
         }
     }
 
 private:
-    enum class Kind { Nothing, Identifier, Time, Empty, Key, Slot };
+    enum class Kind { Nothing, Identifier, Time, Empty, Key, Slot, Lowest, Highest };
     struct Role {
         Kind kind = Kind::Nothing;
         std::size_t slot = 0;
@@ -61,13 +67,23 @@ private:
         if (column == "uuid") {
             return {.kind = Kind::Key};
         }
-        const auto value = std::find(plan.columns.begin(), plan.columns.end(), column);
-        return value == plan.columns.end() ? Role{}
-                                           : Role{Kind::Slot, static_cast<std::size_t>(value - plan.columns.begin())};
+        for (std::size_t slot = 0; slot < plan.columns.size(); ++slot) {
+            const std::string& value = plan.columns[slot];
+            const bool isBound = plan.withBands && column.starts_with(value);
+            if (column == value || (isBound && (column == lowColumn(value) || column == highColumn(value)))) {
+                return {column == value ? Kind::Slot : column == lowColumn(value) ? Kind::Lowest : Kind::Highest, slot};
+            }
+        }
+        return {};
     }
 
-    void take(Role role, const SqlValue& value, StoredRows::Row& stored, double* values)
+    void take(Role role, const SqlValue& value, StoredRows::Row& stored, std::size_t first)
     {
+        const auto put = [&](std::vector<double>& into, double figure) {
+            if (!std::holds_alternative<std::monostate>(value) && std::isfinite(figure)) {
+                into[first + role.slot] = figure;
+            }
+        };
         const double figure = sqlNumber(value);
         switch (role.kind) {
         case Kind::Identifier:
@@ -85,9 +101,13 @@ private:
             }
             break;
         case Kind::Slot:
-            if (!std::holds_alternative<std::monostate>(value) && std::isfinite(figure)) {
-                values[role.slot] = figure;
-            }
+            put(rows_.values, figure);
+            break;
+        case Kind::Lowest:
+            put(rows_.lowest, figure);
+            break;
+        case Kind::Highest:
+            put(rows_.highest, figure);
             break;
         case Kind::Nothing:
             break;
@@ -95,6 +115,7 @@ private:
     }
 
     StoredRows& rows_;
+    bool hasBands_;
     std::vector<Role> roles_;
 };
 
@@ -255,7 +276,10 @@ std::string pageCondition(const std::vector<std::string>& columns, const History
 void dropOldest(StoredRows& rows)
 {
     rows.rows.erase(rows.rows.begin());
-    rows.values.erase(rows.values.begin(), rows.values.begin() + static_cast<std::ptrdiff_t>(rows.valueCount));
+    for (std::vector<double>* figures : {&rows.values, &rows.lowest, &rows.highest}) {
+        const std::size_t count = std::min(rows.valueCount, figures->size());
+        figures->erase(figures->begin(), figures->begin() + static_cast<std::ptrdiff_t>(count));
+    }
     rows.byKey.clear(); // its places are those of before
 }
 

@@ -24,13 +24,20 @@ struct StoredRows {
     };
 
     std::vector<Row> rows;
-    std::vector<double> values;                                      ///< valueCount a row; absentFigure is NULL
+    std::vector<double> values;  ///< valueCount a row; absentFigure is NULL
+    std::vector<double> lowest;  ///< what the values are means of lay between these; empty unless asked for
+    std::vector<double> highest; ///< absentFigure where that is not known, or the value itself
     std::unordered_map<std::string, std::vector<std::size_t>> byKey; ///< each item's rows; of item tables only
     std::size_t valueCount = 0;
 
-    std::span<const double> valuesOf(std::size_t row) const
+    std::span<const double> valuesOf(std::size_t row) const { return partOf(values, row); }
+    std::span<const double> lowestOf(std::size_t row) const { return partOf(lowest, row); }
+    std::span<const double> highestOf(std::size_t row) const { return partOf(highest, row); }
+
+private:
+    std::span<const double> partOf(const std::vector<double>& figures, std::size_t row) const
     {
-        return std::span(values).subspan(row * valueCount, valueCount);
+        return figures.empty() ? std::span<const double>() : std::span(figures).subspan(row * valueCount, valueCount);
     }
 };
 
@@ -63,6 +70,7 @@ struct HistoryReadPlan {
     std::array<Tables, storageCount> tables;
     std::vector<std::string> columns;   ///< of the values, in their order
     std::optional<std::string> onlyKey; ///< rows of this item only
+    bool withBands = false;             ///< also what the values are means of
 };
 
 /// A page of the samples of a collector, or of one of its items, as a client asks for them.
@@ -73,6 +81,7 @@ struct HistoryPageQuestion {
     std::optional<double> until;         ///< samples before this moment
     std::optional<std::uint64_t> before; ///< samples of smaller identifiers: the pages before this one
     std::size_t limit = 603;
+    bool withBands = false; ///< also what the values are means of
 };
 
 /// The newest of the samples asked for, oldest first; periods without a measurement are left out.

@@ -143,13 +143,15 @@ void HistoryRecorder::readHistory(
     const HistoryReadPlan::Tables& tables = tables_.readPlan().tables[position(question.index)];
     const std::string table = isOfItems() ? tables.itemTable : tables.table;
     Queue& mainQueue = context_.runtime.mainQueue();
+    HistoryReadPlan plan = tables_.readPlan();
+    plan.withBands = question.withBands;
     if (!file || table.empty()) {
         mainQueue.post([reply = std::move(reply)] { reply(HistoryPage()); });
         return;
     }
     file->commit();
     file->queryDatabaseAsync(
-        [plan = tables_.readPlan(), question, table, reply = std::move(reply), &mainQueue](SQLiteConnection& database) {
+        [plan = std::move(plan), question, table, reply = std::move(reply), &mainQueue](SQLiteConnection& database) {
             mainQueue.post([page = readPage(database, table, plan, question), reply] { reply(page); });
         });
 }

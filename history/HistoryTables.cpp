@@ -2,10 +2,10 @@
 
 #include "database/HistoryDatabaseController.h"
 #include "database/SeriesNames.h"
+#include "history/BandColumns.h"
 #include "platform/Context.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cmath>
@@ -17,13 +17,14 @@ namespace meridal {
 
 namespace {
 
-/// The statement that adds a row: these columns and those of the values.
-std::string insertText(std::string_view labels, const std::vector<std::string>& columns)
+bool isAveragedFromLive(StorageIndex index)
 {
-    const auto labelCount = static_cast<std::size_t>(std::count(labels.begin(), labels.end(), ',')) + 1;
-    const std::vector<std::string_view> places(labelCount + columns.size(), "?");
-    return fmt::format("INSERT INTO %@ ({}{}{}) VALUES ({})", labels, columns.empty() ? "" : ", ",
-        fmt::join(columns, ", "), fmt::join(places, ", "));
+    return storageConstants[position(index)].historyIndex == StorageIndex::Live;
+}
+
+std::string tableName(const HistoryTraits& traits, StorageIndex index, std::string_view suffix)
+{
+    return fmt::format("{}{}{}", storageConstants[position(index)].tablePrefix, traits.dbTablePrefix, suffix);
 }
 
 } // namespace
@@ -44,9 +45,8 @@ HistoryTables::HistoryTables(Context& context, HistoryTraits traits) : context_(
 void HistoryTables::prepareStorage(StorageIndex index)
 {
     const StorageConstants& constants = storageConstants[position(index)];
-    const std::string stem = fmt::format("{}{}", constants.tablePrefix, traits_.dbTablePrefix);
-    const std::string table = stem + (isOfItems() ? "idhistory" : "history");
-    const std::string itemTable = isOfItems() ? stem + "history" : "";
+    const std::string table = tableName(traits_, index, isOfItems() ? "idhistory" : "history");
+    const std::string itemTable = isOfItems() ? tableName(traits_, index, "history") : "";
     const bool isPruned = index != StorageIndex::LongTerm;
     plan_.tables[position(index)] = {.table = table,
         .itemTable = itemTable,
@@ -62,12 +62,12 @@ void HistoryTables::prepareStorage(StorageIndex index)
     const std::string pruneEmpty = "DELETE FROM %@ WHERE sample >= ? AND sample < ? AND ";
     storage.prune = text(table, prune);
     if (!isOfItems()) {
-        storage.insert = text(table, insertText("sample, time, empty", traits_.columns));
+        storage.insert = text(table, insertText(index, false));
         storage.pruneEmpty = text(table, pruneEmpty + "empty <> 0");
         return;
     }
-    storage.insert = text(table, insertText("sample, time", {}));
-    storage.insertItem = text(itemTable, insertText("sample, uuid, time", traits_.columns));
+    storage.insert = text(table, "INSERT INTO %@ (sample, time) VALUES (?, ?)");
+    storage.insertItem = text(itemTable, insertText(index, true));
     storage.pruneItem = text(itemTable, prune);
     storage.pruneEmpty = text(table,
         fmt::format("{}NOT EXISTS (SELECT 1 FROM {} AS items WHERE items.sample = %@.sample)", pruneEmpty, itemTable));
@@ -84,17 +84,66 @@ std::shared_ptr<HistoryDatabaseItem> HistoryTables::databaseForIndex(StorageInde
                                                                   : nullptr;
 }
 
-/// The CREATE statement of a table of values: of the recorder itself, or of its items.
-std::string HistoryTables::createText(bool ofItems) const
+/// The statement that adds a row of values: of the recorder itself, or of an item. What live samples lie between is among
+/// its arguments. What coarser periods lie between is asked of the rows that they are averaged of, by their identifiers:
+/// the tables know it, and memory need not hold two figures more for each of the hundreds of samples of every item.
+std::string HistoryTables::insertText(StorageIndex index, bool ofItems) const
+{
+    constexpr std::size_t labels = 3;
+    std::string names = ofItems ? "sample, uuid, time" : "sample, time, empty";
+    std::string bands;
+    std::string places;
+    for (std::size_t place = 1; place <= labels + traits_.columns.size(); ++place) {
+        places += fmt::format("{}?{}", places.empty() ? "" : ", ", place);
+    }
+    std::size_t next = labels + traits_.columns.size() + 1;
+    for (const std::string& column : traits_.columns) {
+        names += ", " + column;
+    }
+    for (const std::string& column : traits_.columns) {
+        names += fmt::format(", {}, {}", lowColumn(column), highColumn(column));
+        bands += isAveragedFromLive(index) ? fmt::format(", ?{}, ?{}", next, next + 1)
+                                           : fmt::format(", {}, {}", lowTerm(column), highTerm(column));
+        next += 2;
+    }
+    if (isAveragedFromLive(index)) {
+        return fmt::format("INSERT INTO %@ ({}) VALUES ({}{})", names, places, bands);
+    }
+    const StorageConstants& constants = storageConstants[position(index)];
+    const std::string source = tableName(traits_, constants.historyIndex, "history");
+    const std::string identifiers = tableName(traits_, constants.historyIndex, "idhistory");
+    const std::size_t oldest = labels + traits_.columns.size() + 1;
+    // CROSS JOIN: one step into the index for each identifier, past all other items' rows.
+    const std::string from = ofItems
+        ? fmt::format("{} AS ids CROSS JOIN {} AS finer ON finer.sample = ids.sample AND finer.uuid = ?2 WHERE "
+                      "ids.sample",
+            identifiers, source)
+        : fmt::format("{} AS finer WHERE finer.sample", source);
+    const std::size_t end = ofItems ? 3 : 2;
+    return fmt::format("INSERT INTO %@ ({}) SELECT {}{} FROM {} BETWEEN ?{} AND ?{} AND finer.time > ?{} - {} AND "
+                       "finer.time <= ?{}",
+        names, places, bands, from, oldest, oldest + 1, end, constants.interval, end);
+}
+
+/// A table of values: of the recorder itself, or of its items.
+TableSchema HistoryTables::schemaOf(const std::string& table, bool ofItems) const
 {
     const std::string& figure = traits_.types.figure;
     std::string text = ofItems
         ? fmt::format("CREATE TABLE %@ (sample INTEGER, uuid {}, time {}", traits_.types.key, figure)
         : fmt::format("CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time {}, empty INTEGER", figure);
+    TableSchema schema{.table = table, .create = {}};
+    const auto add = [&](const std::string& column) { text += fmt::format(", {} {}", column, figure); };
+    std::for_each(traits_.columns.begin(), traits_.columns.end(), add);
     for (const std::string& column : traits_.columns) {
-        text += fmt::format(", {} {}", column, figure);
+        for (const std::string& bound : {lowColumn(column), highColumn(column)}) {
+            add(bound);
+            schema.added.push_back(
+                {.column = bound, .alter = fmt::format("ALTER TABLE %@ ADD COLUMN {} {}", bound, figure)});
+        }
     }
-    return text + (ofItems ? ", PRIMARY KEY (sample, uuid)) WITHOUT ROWID" : ")");
+    schema.create = text + (ofItems ? ", PRIMARY KEY (sample, uuid)) WITHOUT ROWID" : ")");
+    return schema;
 }
 
 void HistoryTables::declareTables(HistoryFile which)
@@ -106,24 +155,34 @@ void HistoryTables::declareTables(HistoryFile which)
             continue;
         }
         if (!isOfItems()) {
-            file->declareTable({.table = tables.table, .create = createText(false)});
+            file->declareTable(schemaOf(tables.table, false));
             continue;
         }
         file->declareTable({.table = tables.table,
             .create = fmt::format("CREATE TABLE %@ (sample INTEGER PRIMARY KEY, time {})", traits_.types.figure)});
-        file->declareTable({.table = tables.itemTable, .create = createText(true)});
+        file->declareTable(schemaOf(tables.itemTable, true));
         declareSeriesNames(*file, {tables.itemTable});
     }
 }
 
 // Rows in
 
-void HistoryTables::addFigures(const SampleAverages& averages)
+void HistoryTables::addFigures(const SampleAverages& averages, StorageIndex index)
 {
     const auto figures = averages.figures();
+    const auto isPresent = [&](std::size_t column) { return column < figures.size() && !std::isnan(figures[column]); };
     for (std::size_t column = 0; column < traits_.columns.size(); ++column) {
-        const bool isPresent = column < figures.size() && !std::isnan(figures[column]);
-        rowArgs_.push_back(isPresent ? SqlValue(figures[column]) : SqlValue());
+        rowArgs_.push_back(isPresent(column) ? SqlValue(figures[column]) : SqlValue());
+    }
+    if (!isAveragedFromLive(index)) {
+        rowArgs_.emplace_back(static_cast<std::int64_t>(averages.oldest));
+        rowArgs_.emplace_back(static_cast<std::int64_t>(averages.newest));
+        return;
+    }
+    for (std::size_t column = 0; column < traits_.columns.size(); ++column) {
+        const bool isWide = isPresent(column) && averages.lowest[column] < averages.highest[column];
+        rowArgs_.push_back(isWide ? SqlValue(averages.lowest[column]) : SqlValue());
+        rowArgs_.push_back(isWide ? SqlValue(averages.highest[column]) : SqlValue());
     }
 }
 
@@ -144,7 +203,7 @@ void HistoryTables::insertSample(const PeriodSample& sample, StorageIndex index)
     rowArgs_.assign({sampleID, sample.time});
     if (!isOfItems()) {
         rowArgs_.emplace_back(std::int64_t{sample.own.samples == 0 ? 1 : 0});
-        addFigures(sample.own);
+        addFigures(sample.own, index);
     }
     file->addItem(storage.insert, rowArgs_);
     for (const PeriodSample::Item& item : sample.items) {
@@ -152,7 +211,7 @@ void HistoryTables::insertSample(const PeriodSample& sample, StorageIndex index)
         rowArgs_.emplace_back(sampleID);
         rowArgs_.emplace_back(item.key);
         rowArgs_.emplace_back(sample.time);
-        addFigures(item.averages);
+        addFigures(item.averages, index);
         file->addItem(storage.insertItem, rowArgs_);
     }
 }

@@ -2,6 +2,7 @@
 
 #include "database/SqlValue.h"
 #include "database/StatementBatch.h"
+#include "database/TableSchema.h"
 #include "history/HistoryReader.h"
 #include "history/HistoryTraits.h"
 #include "history/LongTermThinning.h"
@@ -85,8 +86,9 @@ private:
     };
     bool isOfItems() const { return traits_.storageType == StorageType::Items; }
     void prepareStorage(StorageIndex index);
-    std::string createText(bool ofItems) const;
-    void addFigures(const SampleAverages& averages);
+    std::string insertText(StorageIndex index, bool ofItems) const;
+    TableSchema schemaOf(const std::string& table, bool ofItems) const;
+    void addFigures(const SampleAverages& averages, StorageIndex index);
 
     Context& context_;
     const HistoryTraits traits_;

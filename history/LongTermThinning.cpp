@@ -1,6 +1,7 @@
 #include "history/LongTermThinning.h"
 
 #include "database/SQLiteConnection.h"
+#include "history/BandColumns.h"
 
 #include <fmt/format.h>
 
@@ -60,7 +61,23 @@ void LongTermThinning::step(SQLiteConnection& database, double now, double longe
     }
 }
 
-/// Columns that are no values take the greatest of theirs.
+/// What a column is in a row that takes the place of some. Columns that are no values take the greatest of theirs.
+std::string LongTermThinning::termOf(const std::string& column) const
+{
+    if (column == "sample" || column == "time") {
+        return column == "sample" ? "?1" : "?2";
+    }
+    for (const std::string& value : tables_.values) {
+        if (column == value) {
+            return fmt::format("avg({})", column);
+        }
+        if (column == lowColumn(value) || column == highColumn(value)) {
+            return column == lowColumn(value) ? lowTerm(value) : highTerm(value);
+        }
+    }
+    return fmt::format("max({})", column);
+}
+
 bool LongTermThinning::findColumns(SQLiteConnection& database)
 {
     if (!mergeSql_.empty()) {
@@ -75,16 +92,9 @@ bool LongTermThinning::findColumns(SQLiteConnection& database)
     std::string terms;
     std::string condition = "sample BETWEEN ?3 AND ?1";
     for (const std::string& column : *columns) {
-        std::string term = fmt::format("{}({})", tables_.values.count(column) > 0 ? "avg" : "max", column);
-        if (column == "sample") {
-            term = "?1";
-        } else if (column == "time") {
-            term = "?2";
-        } else if (column == "empty") {
-            condition += " AND empty = 0";
-        }
+        condition += column == "empty" ? " AND empty = 0" : "";
         names += (names.empty() ? "" : ", ") + column;
-        terms += (terms.empty() ? "" : ", ") + term;
+        terms += (terms.empty() ? "" : ", ") + termOf(column);
     }
     mergeSql_ = fmt::format("INSERT OR REPLACE INTO {0} ({1}) SELECT {2} FROM {0} WHERE {3} GROUP BY {4}", table, names,
         terms, condition, tables_.itemTable.empty() ? "NULL" : "uuid");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace meridal {
 
@@ -100,10 +101,17 @@ SampleAverages SampleRing::averages(AverageWindow window) const
 {
     SampleAverages result;
     result.valueCount = valueCount_;
+    result.lowest.fill(std::numeric_limits<double>::infinity());
+    result.highest.fill(-std::numeric_limits<double>::infinity());
     forEachIn(window, [&](const statsample& sample) {
         for (std::size_t index = 0; index < valueCount_; ++index) {
-            result.values[index] += sample.values[index];
+            const double value = sample.values[index];
+            result.values[index] += value;
+            result.lowest[index] = value < result.lowest[index] ? value : result.lowest[index]; // NaN is neither
+            result.highest[index] = value > result.highest[index] ? value : result.highest[index];
         }
+        result.oldest = sample.sampleID;
+        result.newest = result.samples == 0 ? sample.sampleID : result.newest;
         ++result.samples;
     });
     for (std::size_t index = 0; index < valueCount_ && result.samples > 0; ++index) {

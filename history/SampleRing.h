@@ -19,8 +19,12 @@ struct AverageWindow {
 
 struct SampleAverages {
     std::array<double, maximumValues> values = {};
+    std::array<double, maximumValues> lowest = {}; ///< of the samples averaged; of no meaning where the mean is absent
+    std::array<double, maximumValues> highest = {};
     std::size_t valueCount = 0;
-    std::size_t samples = 0; ///< how many were averaged
+    std::size_t samples = 0;  ///< how many were averaged
+    std::uint64_t oldest = 1; ///< identifiers of the first and the last of them
+    std::uint64_t newest = 0;
 
     /// One a value, absentFigure where no sample has it; none without samples.
     std::span<const double> figures() const { return std::span(values).first(samples == 0 ? 0 : valueCount); }

@@ -84,6 +84,34 @@ TEST_F(HistoryQuestionsTest, GapsAreMissingAndSpansAreKept)
     EXPECT_GE(longTerm.at("samples").size(), 1U);
 }
 
+/// A sensor that stands at 40 but for six seconds in each minute: means of minutes hide it, what they lie between tells.
+TEST_F(HistoryQuestionsTest, BandsTellWhatMeansHide)
+{
+    for (int minute = 0; minute < 20; ++minute) {
+        source().values["TC0P"] = 40;
+        machine.runtime.advance(54);
+        source().values["TC0P"] = 90.06;
+        machine.runtime.advance(6);
+    }
+    const Value question{{"series", "sensors/TC0P"}, {"resolution", "day"}, {"limit", 4}};
+    for (const Value& sample : ask(question)->at("samples")) {
+        EXPECT_FALSE(sample.contains("low")) << "who does not ask";
+    }
+    Value bands = question;
+    bands["band"] = true;
+    const Value page = ask(bands).value();
+    ASSERT_EQ(page.at("samples").size(), 4U);
+    for (const Value& sample : page.at("samples")) {
+        EXPECT_LT(sample.at("values")[0], 50);
+        EXPECT_EQ(sample.at("low"), Value({40.0}));
+        EXPECT_EQ(sample.at("high"), Value({90.06}));
+    }
+    bands["series"] = "sensors/TC1P";
+    EXPECT_FALSE(ask(bands)->at("samples")[0].contains("low")) << "one that never moved";
+    bands["series"] = "odd/TC0P";
+    EXPECT_EQ(ask(bands)->at("samples")[0].at("high"), Value({90.06, nullptr}));
+}
+
 TEST_F(HistoryQuestionsTest, SeriesAreListedInPages)
 {
     const auto listed = [this](const Value& question, bool more = false) {

@@ -184,12 +184,17 @@ void HistoryChainTest::checkTable(
         ASSERT_EQ(sqlNumber(rows[row][1]), wanted[row].time);
         if (rows[row].size() > 2 && !wanted[row].empty) {
             ASSERT_NEAR(sqlNumber(rows[row][2]), wanted[row].value, 1e-6);
+            const bool isWide = wanted[row].low < wanted[row].high;
+            ASSERT_EQ(!std::holds_alternative<std::monostate>(rows[row][3]), isWide) << wanted[row].sampleID;
+            ASSERT_EQ(sqlNumber(rows[row][3]), isWide ? wanted[row].low : 0);
+            ASSERT_EQ(sqlNumber(rows[row][4]), isWide ? wanted[row].high : 0);
         }
     }
 }
 
 void HistoryChainTest::checkTables(const Reference& reference, const std::string& stem, bool perItem)
 {
+    const std::string bands = "sample, time, value, value_low, value_high";
     for (std::size_t place = 1; place < storageCount; ++place) {
         const auto index = static_cast<StorageIndex>(place);
         SCOPED_TRACE(stem + " storage " + std::to_string(place));
@@ -200,13 +205,13 @@ void HistoryChainTest::checkTables(const Reference& reference, const std::string
                     tableOf(index, stem + table), notThinned(index), where));
         };
         if (!perItem) {
-            checkTable(expected, rows("sample, time, value", "history"), reference.series.at("own").list(index), true);
+            checkTable(expected, rows(bands, "history"), reference.series.at("own").list(index), true);
             continue;
         }
         for (const std::string key : itemKeys) {
             const auto& list = reference.series.at(key).list(index);
             checkTable(expected, rows("sample, time", "idhistory"), list, true);
-            checkTable(expected, rows("sample, time, value", "history", " AND uuid = '" + key + "'"), list, false);
+            checkTable(expected, rows(bands, "history", " AND uuid = '" + key + "'"), list, false);
         }
     }
 }

@@ -27,6 +27,8 @@ struct Sample {
     double time = 0;
     bool empty = true;
     double value = 0;
+    double low = 0; ///< of the live samples behind it
+    double high = 0;
 };
 
 /// Every sample of one thing, by storage, oldest first.
@@ -35,7 +37,7 @@ public:
     void addLive(double time, bool empty, double value)
     {
         auto& list = lists_[0];
-        list.push_back({0, time, empty, value});
+        list.push_back({0, time, empty, value, value, value});
         if (list.size() > 2000) { // far more than the live ring holds
             list.erase(list.begin(), list.begin() + 1000);
         }
@@ -51,6 +53,8 @@ public:
         const double allowance = constants.historyIndex == StorageIndex::Live ? 0.99 : 0;
         double sum = 0;
         int count = 0;
+        double low = 0;
+        double high = 0;
         const Sample* const oldest = source.data() + (source.size() - std::min(source.size(), slots));
         for (const Sample* sample = source.data() + source.size(); sample != oldest;) {
             --sample;
@@ -61,9 +65,11 @@ public:
                 break;
             }
             sum += sample->value;
+            low = count == 0 ? sample->low : std::min(low, sample->low);
+            high = count == 0 ? sample->high : std::max(high, sample->high);
             ++count;
         }
-        return {sampleID, end, count == 0, count == 0 ? 0 : sum / count};
+        return {sampleID, end, count == 0, count == 0 ? 0 : sum / count, low, high};
     }
     void add(StorageIndex index, const Sample& sample) { lists_[position(index)].push_back(sample); }
     const std::vector<Sample>& list(StorageIndex index) const { return lists_[position(index)]; }
@@ -94,7 +100,7 @@ struct Reference {
             firstWrong = what;
         }
     }
-    void take(const std::string& key, StorageIndex index, const Sample& got)
+    void take(const std::string& key, StorageIndex index, Sample got)
     {
         Series& own = series[key];
         const auto& list = own.list(index);
@@ -106,6 +112,8 @@ struct Reference {
         if (got.sampleID > 0) {
             const Sample want = own.expected(index, got.sampleID, got.time);
             measured += want.empty ? 0U : 1U;
+            got.low = want.low; // the row will tell
+            got.high = want.high;
             if (want.empty != got.empty || std::abs(want.value - got.value) > 1e-6) {
                 fail(fmt::format("{} storage {} sample {} at {}: {} {}, not {} {}", key, position(index), got.sampleID,
                     got.time, got.empty, got.value, want.empty, want.value));

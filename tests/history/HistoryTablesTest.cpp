@@ -36,7 +36,11 @@ protected:
     /// Of one item; absentFigure is what it lacks.
     static SampleAverages averages(double heat, double wear)
     {
-        return {.values = {heat, wear}, .valueCount = 2, .samples = 3};
+        return {.values = {heat, wear},
+            .lowest = {heat, wear - 1},
+            .highest = {heat, wear * 1.5},
+            .valueCount = 2,
+            .samples = 3};
     }
 
     TemporaryTree folder_{TemporaryTree::Place::Memory};
@@ -56,11 +60,11 @@ TEST_F(HistoryTablesTest, ASampleIsARowOfItsOwnTableAndEachFigureInItsOwnColumn)
     ofItems.insertSample(sample, StorageIndex::LongTerm);
     ofItems.runDatabaseQueue();
     for (const auto& [file, prefix] : {std::pair("short.db", "hour_"), {"long.db", ""}}) {
-        const std::string from = std::string("SELECT * FROM ") + prefix;
-        EXPECT_EQ(rows(from + "tidhistory", file), R"([{"sample":7,"time":70.0}])");
+        const std::string from = std::string("SELECT sample, uuid, time, heat, wear, wear_high FROM ") + prefix;
+        EXPECT_EQ(rows(std::string("SELECT * FROM ") + prefix + "tidhistory", file), R"([{"sample":7,"time":70.0}])");
         EXPECT_EQ(rows(from + "thistory", file),
-            R"([{"heat":null,"sample":7,"time":70.0,"uuid":"disk","wear":3.0},)"
-            R"({"heat":41.0,"sample":7,"time":70.0,"uuid":"fan","wear":null}])");
+            R"([{"heat":null,"sample":7,"time":70.0,"uuid":"disk","wear":3.0,"wear_high":4.5},)"
+            R"({"heat":41.0,"sample":7,"time":70.0,"uuid":"fan","wear":null,"wear_high":null}])");
     }
 
     HistoryTraits own = traits(StorageType::Collector);
@@ -70,7 +74,7 @@ TEST_F(HistoryTablesTest, ASampleIsARowOfItsOwnTableAndEachFigureInItsOwnColumn)
     ofOne.insertSample({.sampleID = 8, .time = 80, .own = averages(absentFigure, 5), .items = {}}, StorageIndex::Day);
     ofOne.insertSample({.sampleID = 9, .time = 90, .items = {}}, StorageIndex::Day);
     ofOne.runDatabaseQueue();
-    EXPECT_EQ(rows("SELECT * FROM day_ownhistory"),
+    EXPECT_EQ(rows("SELECT sample, time, empty, heat, wear FROM day_ownhistory"),
         R"([{"empty":0,"heat":null,"sample":8,"time":80.0,"wear":5.0},)"
         R"({"empty":1,"heat":null,"sample":9,"time":90.0,"wear":null}])");
 }
@@ -94,15 +98,15 @@ TEST_F(HistoryTablesTest, FilesOfEarlierDaemonsAreGoneOnWith)
     HistoryRecorder recorder(machine_.context, old);
     const auto fan = recorder.item("fan");
     for (int second = 0; second < 20; ++second) {
-        const std::array<std::optional<double>, 2> sample = {30, std::nullopt};
+        const std::array<std::optional<double>, 2> sample = {30 + second, std::nullopt};
         fan->addSample(machine_.runtime.wallTime(), sample);
         recorder.updateHistory();
         machine_.runtime.advance(1);
     }
     recorder.runDatabaseQueue();
-    EXPECT_EQ(rows("SELECT sample, heat, wear FROM hour_thistory ORDER BY sample LIMIT 3"),
-        R"([{"heat":12.0,"sample":500,"wear":null},{"heat":30.0,"sample":502,"wear":null},)"
-        R"({"heat":30.0,"sample":503,"wear":null}])");
+    EXPECT_EQ(rows("SELECT sample, heat, heat_low AS low, wear FROM hour_thistory ORDER BY sample LIMIT 3"),
+        R"([{"heat":12.0,"low":null,"sample":500,"wear":null},{"heat":31.0,"low":30.0,"sample":502,"wear":null},)"
+        R"({"heat":35.5,"low":33.0,"sample":503,"wear":null}])");
     EXPECT_EQ(
         rows("SELECT count(*) AS n FROM sqlite_master WHERE type = 'table' AND name LIKE 'hour%'"), R"([{"n":2}])");
     const SampleRing& ring = fan->storageForType(StorageIndex::Hour);

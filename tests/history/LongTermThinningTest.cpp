@@ -117,11 +117,20 @@ TEST_F(LongTermThinningTest, OldRowsOfItemsBecomeOneAStepAndStayReadable)
 
 TEST_F(LongTermThinningTest, EmptyRowsOfACollectorWeighNothing)
 {
-    fill("CREATE TABLE t (sample INTEGER PRIMARY KEY, time REAL, empty INTEGER, value REAL)",
-        "sample, time, sample % 3 = 0, CASE WHEN sample % 3 = 0 THEN 0 ELSE sample % 100 END");
+    fill("CREATE TABLE t (sample INTEGER PRIMARY KEY, time REAL, empty INTEGER, value REAL, value_low REAL, value_high "
+         "REAL)",
+        "sample, time, sample % 3 = 0, CASE WHEN sample % 3 = 0 THEN 0 ELSE sample % 100 END, "
+        "CASE sample % 3 WHEN 1 THEN sample % 100 - sample % 7 END, CASE sample % 3 WHEN 1 THEN sample % 100 + 1 END");
     thin({.table = "t", .itemTable = {}, .values = {"value"}});
     expectThinned(730 * day_, 94 * day_, hour_, "");
     EXPECT_LT(figure("SELECT count(*) FROM t"), 60'000);
+    // What a row lies between is what all that it stands for lay between; rows of before that was kept count as they are.
+    const std::string hours = fmt::format(
+        "WHERE empty = 0 AND time > {} AND time <= {} GROUP BY ceil(time / 3600)", now_ - 730 * day_, now_ - 94 * day_);
+    EXPECT_EQ(figure("SELECT sum(low) FROM (SELECT min(coalesce(value_low, value)) AS low FROM t " + hours + ")"),
+        figure("SELECT sum(low) FROM (SELECT min(coalesce(value_low, value)) AS low FROM before " + hours + ")"));
+    EXPECT_EQ(figure("SELECT sum(high) FROM (SELECT max(coalesce(value_high, value)) AS high FROM t " + hours + ")"),
+        figure("SELECT sum(high) FROM (SELECT max(coalesce(value_high, value)) AS high FROM before " + hours + ")"));
     // A clock that stands in 1970 makes nothing old.
     const double rows = figure("SELECT count(*) FROM t");
     LongTermThinning thinning({.table = "t", .itemTable = {}, .values = {"value"}});

@@ -187,6 +187,8 @@ TEST(SampleStorages, StoredRowsGoBehindWhatHasComeSince)
     stored.samples.rows = {{1, 10, false}, {2, 0, false}, {3, 30, false}, {4, 40, false}, {6, 60, false}};
     stored.items = {.rows = {{3, 30, false}, {3, 30, false}, {4, 40, false}},
         .values = {33, 99, 44},
+        .lowest = {},
+        .highest = {},
         .byKey = {{"fan", {0, 2}}, {"disk", {1}}},
         .valueCount = 1};
     SampleStorages storages(1);
