@@ -47,7 +47,10 @@ Value describeMachine(Context& context, const PlatformController& controller, co
 {
     const MachineInfo& machine = *context.host.machine;
     const PlatformMac& platform = controller.currentPlatform();
-    Value description = {{"cpu", describeProcessors(platform, machine)}, {"portable", controller.isLaptop()}};
+    Value description = {{"cpu", describeProcessors(platform, machine)}};
+    if (controller.isLaptop() || machine.chassisIsPortable()) {
+        description["portable"] = controller.isLaptop();
+    }
     if (controller.modelIdentifier()) {
         putText(description, "model", platform.name());
         putText(description, "modelIdentifier", platform.identifier());

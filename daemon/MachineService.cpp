@@ -58,10 +58,9 @@ void MachineService::start()
 void MachineService::setRecording(bool recording)
 {
     isRecording_ = recording;
-    for (MachineStatCollector* each : read_) {
+    for (MachineStatCollector* each : collectors_) {
         each->history().setRecording(recording);
     }
-    interfaces_.history().setRecording(recording);
     if (isStarted_) {
         schedule();
     }
@@ -91,11 +90,12 @@ void MachineService::read()
 {
     lastRead_ = context_.runtime.monotonicTime();
     state_.reset();
-    for (MachineStatCollector* each : read_) {
-        each->updateStats();
-        each->updateHistory();
+    for (MachineStatCollector* each : collectors_) {
+        if (each != &interfaces_) {
+            each->updateStats();
+        }
     }
-    interfaces_.updateHistory();
+    record();
 }
 
 Result<Value> MachineService::state(const Value& given)
@@ -113,6 +113,23 @@ Result<Value> MachineService::state(const Value& given)
         state["disks"] = blockDevices_.stateOfAll();
     }
     return state;
+}
+
+void MachineService::record()
+{
+    const double now = context_.runtime.monotonicTime();
+    const bool commits = !lastCommit_ || now - *lastCommit_ >= HistoryRecorder::commitInterval;
+    if (commits) {
+        lastCommit_ = now;
+    }
+    for (MachineStatCollector* each : collectors_) {
+        each->updateHistory();
+    }
+    for (MachineStatCollector* each : collectors_) {
+        if (commits) {
+            each->history().runDatabaseQueue(); // the first writes what all have queued, the rest find nothing left
+        }
+    }
 }
 
 void MachineService::readUnlessNewerThan(double seconds)
@@ -162,10 +179,9 @@ void MachineService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
             context_.runtime.after(askedInterval,
                 lifetime_.guard([this, parameters, reply = std::move(reply)] { reply(state(parameters)); }));
         });
-    for (MachineStatCollector* each : read_) {
+    for (MachineStatCollector* each : collectors_) {
         each->addTo(catalogue);
     }
-    interfaces_.addTo(catalogue);
 }
 
 void MachineService::addTo(Watches& watches)

@@ -51,6 +51,7 @@ public:
 private:
     bool isAsked() const;
     void read();
+    void record();
     void readUnlessNewerThan(double seconds);
     void schedule();
     void listFileSystems();
@@ -62,8 +63,9 @@ private:
     PressureStatCollector pressure_;
     BlockDeviceStatCollector blockDevices_;
     GraphicsStatCollector graphics_;
-    InterfaceStatCollector interfaces_;
-    const std::array<MachineStatCollector*, 5> read_ = {&processors_, &memory_, &pressure_, &blockDevices_, &graphics_};
+    InterfaceStatCollector interfaces_; ///< read apart
+    const std::array<MachineStatCollector*, 6> collectors_ = {
+        &interfaces_, &processors_, &memory_, &pressure_, &blockDevices_, &graphics_};
     Value fileSystems_ = Value::array();
     std::shared_ptr<const Value> state_; ///< of the latest reading; null until somebody wants it
     std::unique_ptr<Timer> timer_;
@@ -73,6 +75,7 @@ private:
     // Monotonic s
     std::optional<double> lastRead_;
     std::optional<double> lastAsked_;
+    std::optional<double> lastCommit_;
     std::optional<double> lastListed_; ///< of the file systems, which only who asks or watches has listed
     Lifetime lifetime_;
 };

@@ -16,10 +16,6 @@ namespace meridal {
 
 namespace {
 
-/// Rows wait this long at most, in seconds, before they are committed. Longer would lose more in a power cut; shorter
-/// would write the same pages of the log more often.
-constexpr double flushInterval = 30;
-
 /// A next period that ends further away than this shows that the wall clock was set back, in seconds.
 constexpr double longestWait = 2 * static_cast<double>(storageConstants[position(StorageIndex::Hour)].interval);
 
@@ -124,8 +120,8 @@ void HistoryRecorder::updateHistory()
     if ((wait <= 0 || wait > longestWait) && believesWallClock(now, steady)) {
         runHistoryClocks(now);
     }
-    if (steady >= nextFlush_) {
-        nextFlush_ = steady + flushInterval;
+    if (commits_ && steady >= nextFlush_) {
+        nextFlush_ = steady + commitInterval;
         runDatabaseQueue();
     }
 }

@@ -29,6 +29,10 @@ struct Context;
 /// only; waits for no file.
 class HistoryRecorder {
 public:
+    /// Rows wait this long at most, in seconds, before they are committed. Longer would lose more in a power cut; shorter
+    /// would write the same pages of the log more often.
+    static constexpr double commitInterval = 30;
+
     HistoryRecorder(Context& context, HistoryTraits traits);
     virtual ~HistoryRecorder();
     HistoryRecorder(const HistoryRecorder&) = delete;
@@ -52,6 +56,9 @@ public:
     bool isRecording() const { return isRecording_; }
     /// Writes what is queued.
     void runDatabaseQueue();
+    /// Leaves the commits to its owner, who has several recorders of one file and calls runDatabaseQueue() for all at once:
+    /// what they record together is one transaction then.
+    void leaveCommitsToOwner() { commits_ = false; }
     /// Something to be queued before each commit.
     void setBeforeCommit(Task task) { beforeCommit_ = std::move(task); }
 
@@ -120,6 +127,7 @@ private:
     double nextHistoryTime_ = 0; ///< when the next period ends, s since 1970
     bool isRecording_ = true;
     double nextFlush_ = 0;                                ///< monotonic s
+    bool commits_ = true;                                 ///< by itself
     std::array<double, storageCount> measuredUntil_ = {}; ///< latest item sample that is not empty, s since 1970
     WallClockGuard wallClock_;
     Task beforeCommit_ = [] {};

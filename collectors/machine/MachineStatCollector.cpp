@@ -34,6 +34,7 @@ MachineStatCollector::MachineStatCollector(
               .dbpath = context.paths.support / "machine-history.db",
               .dbpathLong = context.paths.support / "machine-history-long.db"})
 {
+    history_.leaveCommitsToOwner();
 }
 
 void MachineStatCollector::updateStats() { read(context().runtime.monotonicTime()); }

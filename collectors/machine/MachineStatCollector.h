@@ -15,7 +15,7 @@ namespace meridal {
 class MachineCounters;
 
 /// What the machine itself does, read and recorded. Each reading is compared with the one before; the first gives what needs
-/// no comparison. Main queue only.
+/// no comparison. All record into one file, which their owner commits for all of them. Main queue only.
 class MachineStatCollector : public StatCollector {
 public:
     /// Reads, and notes the figures for history.

@@ -1,6 +1,7 @@
 #include "platform/linux/machine/LinuxMachineInfo.h"
 #include "platform/linux/kernel/Descriptor.h"
 #include "platform/linux/machine/DrmDisplayInfo.h"
+#include "platform/linux/machine/DrmGraphics.h"
 #include "platform/linux/machine/LinuxClockSource.h"
 #include "platform/linux/machine/LinuxSelfUsage.h"
 #include "tests/support/TemporaryTree.h"
@@ -80,6 +81,69 @@ TEST(LinuxMachineInfo, AnEmptyMachineHasAbsentFigures)
     EXPECT_FALSE(machine.chassisIsPortable() || machine.networkHardwareAddress());
     EXPECT_EQ(machine.logicalProcessors(), 1);
     EXPECT_FALSE(LinuxMachineInfo(tree.root() / "nowhere").modelIdentifier());
+}
+
+TEST(LinuxMachineInfo, WhatItRunsInsideOfIsToldByTheInnermost)
+{
+    const std::pair<std::vector<std::pair<std::string, std::string>>, std::optional<std::string>> cases[] = {
+        {{}, std::nullopt}, {{{"proc/cpuinfo", "flags\t\t: fpu vme sse\n"}}, std::nullopt},
+        {{{"proc/cpuinfo", "flags\t\t: fpu hypervisor sse\n"}}, "vm-other"},
+        {{{"proc/cpuinfo", "vendor_id\t: User Mode Linux\n"}}, "uml"},
+        {{{"sys/class/dmi/id/product_name", "Standard PC (Q35 + ICH9, 2009)\n"},
+             {"sys/class/dmi/id/sys_vendor", "QEMU\n"}},
+            "qemu"},
+        {{{"sys/class/dmi/id/sys_vendor", "Amazon EC2\n"}, {"sys/hypervisor/type", "xen\n"}}, "amazon"},
+        {{{"sys/class/dmi/id/bios_vendor", "innotek GmbH\n"}}, "oracle"},
+        {{{"proc/device-tree/hypervisor/compatible", "linux,kvm\0"s}}, "kvm"},
+        {{{"sys/hypervisor/type", "xen\n"}}, "xen"},
+        {{{"sys/hypervisor/type", "xen\n"}, {"proc/xen/capabilities", "control_d\n"}}, std::nullopt},
+        {{{".dockerenv", ""}, {"proc/cpuinfo", "flags\t\t: hypervisor\n"}}, "docker"},
+        {{{"proc/1/environ", "HOME=/\0container=lxc\0TERM=linux\0"s}}, "lxc"},
+        {{{"proc/1/environ", "mycontainer=x\0PATH=/"s}, {"run/.containerenv", ""}}, "podman"},
+        {{{"run/systemd/container", "systemd-nspawn\n"}, {".dockerenv", ""}}, "systemd-nspawn"},
+        {{{"proc/vz/version", ""}}, "openvz"}, {{{"proc/vz/version", ""}, {"proc/bc/x", ""}}, std::nullopt},
+        {{{"proc/sys/kernel/osrelease", "5.15.90.1-microsoft-standard-WSL2\n"}}, "wsl"}};
+    for (const auto& [files, name] : cases) {
+        test::TemporaryTree tree;
+        for (const auto& [path, text] : files) {
+            tree.write(path, text);
+        }
+        EXPECT_EQ(LinuxMachineInfo(tree.root()).virtualisation(), name) << (files.empty() ? "" : files.front().second);
+    }
+}
+
+TEST(DrmGraphics, EachDriverTellsWhatItCanAndWhatRestsIsLeftAlone)
+{
+    const std::string drm = "sys/class/drm/";
+    test::TemporaryTree tree{{drm + "card0/device/uevent", "DRIVER=amdgpu\nPCI_CLASS=30000\n"},
+        {drm + "card0/device/gpu_busy_percent", "37\n"}, {drm + "card0/device/mem_info_vram_used", "1048576\n"},
+        {drm + "card0/device/mem_info_vram_total", "8573157376\n"},
+        {drm + "card0/device/hwmon/hwmon3/freq1_input", "1450000000\n"},
+        {drm + "card0/device/power/runtime_status", "active\n"}, {drm + "card0/device/power/control", "auto\n"},
+        {drm + "card1/device/uevent", "DRIVER=i915\n"}, {drm + "card1/gt/gt0/rps_act_freq_mhz", "350\n"},
+        {drm + "card1/gt/gt0/rc6_residency_ms", "5000\n"}, {drm + "card1/device/power/control", "auto\n"},
+        {drm + "card1/card1-eDP-1/enabled", "enabled\n"}, {drm + "card1-eDP-1/status", "connected\n"},
+        {drm + "card2/device/uevent", "DRIVER=virtio_gpu\n"}};
+    DrmGraphics graphics(tree.root());
+    const GraphicsRecord idle{.name = "card0", .driver = "amdgpu", .memoryTotal = 8573157376};
+    GraphicsRecord busy = idle;
+    busy.busyPercent = 37;
+    busy.memoryUsed = 1048576;
+    busy.frequencyHz = 1'450'000'000;
+    const GraphicsRecord integrated{
+        .name = "card1", .driver = "i915", .asleepNs = 5'000'000'000, .frequencyHz = 350'000'000};
+    const GraphicsRecord bare{.name = "card2", .driver = "virtio_gpu"};
+    EXPECT_EQ(graphics.read(0), (std::vector{busy, integrated, bare}));
+    tree.write(drm + "card0/device/gpu_busy_percent", "0\n");
+    busy.busyPercent = 0;
+    EXPECT_EQ(graphics.read(6)[0], busy);
+    EXPECT_EQ(graphics.read(12)[0], idle) << "a reading would keep it awake";
+    EXPECT_EQ(graphics.read(12)[1], integrated) << "its display is on";
+    EXPECT_EQ(graphics.read(37)[0], busy);
+    tree.write(drm + "card0/device/power/runtime_status", "suspended\n");
+    EXPECT_EQ(graphics.read(70)[0], idle) << "a reading would wake it";
+    tree.remove(drm + "card0");
+    EXPECT_EQ(graphics.read(140).size(), 2U) << "unplugged";
 }
 
 TEST(LinuxMachineInfo, ThisMachineTellsTheBasics)

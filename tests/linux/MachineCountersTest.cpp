@@ -23,8 +23,8 @@ constexpr const char* meminfo =
     "Buffers:           48908 kB\nCached:          6046632 kB\nSwapCached:            4 kB\n"
     "SwapTotal:         10240 kB\nSwapFree:           6144 kB\nZswap:               8 kB\n"
     "Dirty:             21504 kB\nWriteback:            12 kB\nShmem:             26332 kB\n"
-    "SReclaimable:     303008 kB\nSUnreclaim:        49860 kB\nHugePages_Total:       2\n"
-    "Hugetlb:            4096 kB\n";
+    "SReclaimable:     303008 kB\nSUnreclaim:        49860 kB\nHugePages_Total:       2\nHugePages_Free:        1\n"
+    "Zswapped:             24 kB\nHugepagesize:       2048 kB\nHugetlb:            4096 kB\n";
 
 struct MachineCountersTest : testing::Test {
     const std::uint64_t tick = 1'000'000'000 / static_cast<std::uint64_t>(::sysconf(_SC_CLK_TCK));
@@ -90,7 +90,9 @@ TEST_F(MachineCountersTest, MemoryAndPressureSayWhatIsAbsent)
             .dirty = 21504 * kilobyte,
             .writeback = 12 * kilobyte,
             .compressed = 8 * kilobyte,
+            .compressedContents = 24 * kilobyte,
             .hugePages = 4096 * kilobyte,
+            .hugePagesFree = 2048 * kilobyte,
             .swapTotal = 10240 * kilobyte,
             .swapUsed = 4096 * kilobyte,
             .swappedIn = 3 * page,
@@ -137,12 +139,59 @@ TEST_F(MachineCountersTest, BlockDevicesAreSortedByKindAndToldApart)
     EXPECT_EQ((*devices)[1].kind, BlockDeviceKind::Partition);
     EXPECT_EQ((*devices)[2].kind, BlockDeviceKind::Mapped);
     EXPECT_EQ((*devices)[3].kind, BlockDeviceKind::Memory);
+    tree.write("sys/block/zram0/mm_stat", " 4096 74 12288 0 12288 0 0 0 0\n");
+    EXPECT_EQ(counters.memory()->ramDiskContents, 4096U);
+    EXPECT_EQ(counters.memory()->ramDisks, 12288U);
     const std::uint64_t first = (*devices)[3].identity;
     EXPECT_NE((*devices)[2].identity, first);
     tree.write("proc/diskstats", line(0, "vda"));
     EXPECT_EQ(counters.blockDevices()->size(), 1U);
     tree.write("proc/diskstats", line(10, "zram0"));
     EXPECT_NE(counters.blockDevices()->front().identity, first) << "it was away";
+}
+
+/// What Linux 6.18 wrote when a process named "hungry (1) x" outgrew the 30 MiB of its control group, as /dev/kmsg gave it.
+constexpr const char* killLines[] = {"6,1988,41139073209,-;Tasks state (memory values in pages):\n",
+    "6,1990,41139073211,-;[  25163]     0 25163    12019    10433     9468      965         0   135168        0        "
+    "     "
+    "0 hungry (1) x\n",
+    "6,1991,41139073215,-;oom-kill:constraint=CONSTRAINT_MEMCG,nodemask=(null),cpuset=/,mems_allowed=0,oom_memcg=/"
+    "m_oom_test,task_memcg=/m_oom_test,task=hungry (1) x,pid=25163,uid=0\n",
+    "3,1992,41139073227,-;Memory cgroup out of memory: Killed process 25163 (hungry (1) x) total-vm:48076kB, "
+    "anon-rss:37872kB, file-rss:3860kB, shmem-rss:0kB, UID:0 pgtables:132kB oom_score_adj:0\n"};
+
+TEST_F(MachineCountersTest, WhomTheKernelKilledStandsInItsLog)
+{
+    std::string log;
+    MemoryKillRecords records;
+    std::optional<MemoryKill> found;
+    for (const char* line : killLines) {
+        EXPECT_FALSE(found) << "before its own record";
+        found = records.take(line);
+        log += line;
+    }
+    EXPECT_EQ(found,
+        (MemoryKill{.number = 1992,
+            .monotonicTime = 41139.073227,
+            .pid = 25163,
+            .name = "hungry (1) x",
+            .uid = 0,
+            .cgroup = "/m_oom_test",
+            .bytes = 41732 * 1024}));
+    found =
+        records.take("3,9,5000000,-;Out of memory: Killed process 7 (x) total-vm:8kB, anon-rss:4kB\n SUBSYSTEM=y\n");
+    EXPECT_EQ(found, (MemoryKill{.number = 9, .monotonicTime = 5, .pid = 7, .name = "x", .bytes = 4096}))
+        << "an older kernel's, and no group is told";
+    for (const char* other : {"12,9,5,-;Out of memory: Killed process 7 (x) total-vm:8kB\n", // a program wrote it
+             "3,9,5,-;Out of memory: Killed process", "3,9;Out of memory: Killed process 7 (x) total-vm:8kB", "", ";",
+             "3,9,5,-;Killed process 7 (x) total-vm:8kB",
+             "3,9,5,-;Out of memory: Killed process 99999999999 (x) total-vm:"}) {
+        EXPECT_FALSE(records.take(other)) << other;
+    }
+    EXPECT_TRUE(counters.memoryKills().empty()) << "no log";
+    tree.write("dev/kmsg", killLines[3]);
+    EXPECT_EQ(counters.memoryKills().size(), 1U);
+    EXPECT_TRUE(counters.memoryKills().empty()) << "once";
 }
 
 TEST(LiveMachineCounters, AgreeWithTheKernelsOtherAnswers)

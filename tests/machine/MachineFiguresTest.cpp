@@ -71,5 +71,33 @@ TEST(MachineRates, CountersThatRestartOrAreAnothersGiveNoFigure)
     EXPECT_EQ(stallShares({}, Stall{}, 4).some, std::nullopt);
 }
 
+TEST(InterfaceRates, CountersThatBeginAnewGiveNoFigure)
+{
+    InterfaceRecord before;
+    before.index = 2;
+    before.hasCounters = true;
+    before.bytesReceived = 1000;
+    before.bytesSent = 500;
+    before.packetsSent = 5;
+    before.errorsReceived = 1;
+    before.dropsSent = 3;
+    InterfaceRecord now = before;
+    now.bytesReceived = 5000;
+    now.packetsSent = 9;
+    now.errorsSent = 2;
+    const InterfaceRates rates = interfaceRates(before, now, 2);
+    EXPECT_EQ(rates.receivedBytes, 2000);
+    EXPECT_EQ(rates.sentBytes, 0);
+    EXPECT_EQ(rates.sentPackets, 2);
+    EXPECT_EQ(rates.errors, 1);
+    EXPECT_EQ(rates.dropped, 0);
+    EXPECT_EQ(interfaceRates(before, now, 0).receivedBytes, std::nullopt);
+    EXPECT_EQ(interfaceRates(now, before, 2).sentBytes, std::nullopt) << "one of them went back";
+    now.index = 3;
+    EXPECT_EQ(interfaceRates(before, now, 2).receivedBytes, std::nullopt) << "another one under its name";
+    EXPECT_EQ(awakeShare({second, 0}, {3 * second, 8}), 75);
+    EXPECT_EQ(awakeShare({second, 0}, {0, 8}), std::nullopt);
+}
+
 } // namespace
 } // namespace meridal

@@ -1,8 +1,10 @@
 #include "daemon/MachineService.h"
 #include "daemon/HistoryQuestions.h"
+#include "daemon/MachineDescription.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Watches.h"
 #include "database/HistoryDatabaseController.h"
+#include "platform/PlatformController.h"
 #include "tests/support/FakeClient.h"
 #include "tests/support/FakeHost.h"
 
@@ -47,7 +49,12 @@ struct MachineCountersAt {
             .writeback = 8,
             .wired = 10,
             .compressed = 9,
+            .compressedContents = 15,
+            .ramDisks = 16,
+            .ramDiskContents = 17,
             .hugePages = 13,
+            .hugePagesFree = 18,
+            .pressureLevel = MemoryPressureLevel::Warning,
             .swapTotal = 50,
             .swapUsed = 12,
             .swappedIn = turn * 12,
@@ -146,6 +153,11 @@ TEST_F(MachineServiceTest, TheStateIsASecondOldAtMostAndSaysWhatIsAbsent)
     ASSERT_EQ(state["disks"].size(), 1U) << "whole ones";
     EXPECT_EQ(state["disks"][0]["reads"], 10);
     EXPECT_FALSE(state["disks"][0].contains("writetime")) << "none was written";
+    state = ask("machine.state", {{"all", true}});
+    ASSERT_EQ(state["disks"].size(), 2U);
+    EXPECT_EQ(state["disks"][1]["name"], "sda1");
+    EXPECT_EQ(state["disks"][1]["kind"], "partition");
+    EXPECT_EQ(state["disks"][0]["reads"], 10);
     EXPECT_EQ(state["fileSystems"],
         json(R"([{"mount":"/","device":"/dev/sda1","type":"ext4","readOnly":false,"total":9,"used":4,"available":3},
             {"mount":"/far","device":"server:/far","type":"nfs","readOnly":false}])"))
@@ -177,7 +189,8 @@ TEST_F(MachineServiceTest, EveryFigureStandsUnderItsName)
     EXPECT_EQ(state["memory"],
         json(R"({"used":40.0,"available":60.0,"free":1.0,"buffers":2.0,"cached":3.0,"shared":4.0,"slab":11.0,
         "dirty":7.0,"writeback":8.0,"compressed":9.0,"wired":10.0,"total":100,"swaptotal":50,"swapused":12,
-        "swapin":2.0,"swapout":3.0,"hugepages":13,"oomkills":14})"));
+        "swapin":2.0,"swapout":3.0,"hugepages":13,"oomkills":14,"slabreclaimable":5,"slabunreclaimable":6,
+        "compressedcontents":15,"ramdisks":16,"ramdiskcontents":17,"hugepagesfree":18,"pressurelevel":"warning"})"));
     EXPECT_EQ(
         state["pressure"], json(R"({"cpusome":10.0,"memorysome":20.0,"memoryfull":5.0,"iosome":50.0,"iofull":25.0})"));
     EXPECT_EQ(state["disks"][0], json(R"({"name":"sda","readbytes":100.0,"writtenbytes":200.0,"reads":1.0,"writes":2.0,
@@ -206,6 +219,99 @@ TEST_F(MachineServiceTest, FiguresAreRecordedWhoeverAsksAndSurviveTheDaemon)
     machine.runtime.advance(31);
     start();
     EXPECT_GE(samples("processors").size(), recorded);
+}
+
+TEST_F(MachineServiceTest, TheNetworkIsRecordedByInterfaceAsItIsRead)
+{
+    const auto readNetwork = [this](std::uint64_t sent, std::uint64_t received) {
+        machine.runtime.advance(2);
+        machine.network().transfer("eth0", sent, received);
+        machine.network().transfer("lo", 10, 10);
+        machine.network().read();
+        daemon->service.networkWasRead();
+    };
+    machine.network().interface("lo").kind = InterfaceKind::Loopback;
+    start();
+    EXPECT_TRUE(ask("machine.state", nullptr)["network"].is_null()) << "not read yet";
+    for (int turn = 0; turn < 10; ++turn) {
+        readNetwork(200, 400);
+    }
+    Value state = ask("machine.state", nullptr);
+    EXPECT_EQ(state["network"], json(R"({"eth0":{"received":200.0,"sent":100.0,"receivedPackets":0.0,"sentPackets":0.0,
+        "errors":0.0,"dropped":0.0},"lo":{"received":5.0,"sent":5.0,"receivedPackets":0.0,"sentPackets":0.0,
+        "errors":0.0,"dropped":0.0}})"));
+    EXPECT_EQ(ask("history.samples", {{"series", "network/eth0"}})["samples"].back()["values"], json("[200.0,100.0]"));
+    EXPECT_TRUE(ask("history.samples", {{"series", "networkfaults/lo"}}).is_string());
+    machine.network().interface("eth0").bytesSent = 0; // its driver was loaded again
+    readNetwork(7, 0);
+    machine.runtime.advance(1);
+    EXPECT_EQ(ask("machine.state", nullptr)["network"]["eth0"], json("{}"));
+    machine.network().remove("eth0");
+    readNetwork(0, 0); // one of that name comes, under another number
+    machine.runtime.advance(1);
+    EXPECT_EQ(ask("machine.state", nullptr)["network"]["eth0"], json("{}"));
+}
+
+TEST_F(MachineServiceTest, GraphicsThatSleepAreAbsentAndNotIdle)
+{
+    machine.graphics().units = {{.name = "card0", .driver = "i915", .asleepNs = 0, .frequencyHz = 5},
+        {.name = "card1", .driver = "", .busyPercent = 12.5, .memoryUsed = 3, .memoryTotal = 4}};
+    start();
+    machine.graphics().units[0].asleepNs = 4'500'000'000;
+    machine.runtime.advance(6);
+    EXPECT_EQ(ask("machine.state", nullptr)["gpus"],
+        json(
+            R"({"card0":{"driver":"i915","busy":25.0,"frequency":5},"card1":{"busy":12.5,"memoryUsed":3,"memoryTotal":4}})"));
+    machine.graphics().units[1] = {.name = "card1", .driver = "", .memoryTotal = 4};
+    machine.runtime.advance(60);
+    EXPECT_EQ(ask("machine.state", nullptr)["gpus"]["card1"], json(R"({"memoryTotal":4})"));
+    EXPECT_EQ(ask("history.samples", {{"series", "graphics/card1"}})["samples"].size(), 1U);
+}
+
+TEST_F(MachineServiceTest, WhoWasKilledForWantOfMemoryIsRecordedOnce)
+{
+    const double booted = machine.runtime.wallTime() - machine.runtime.monotonicTime();
+    const MemoryKill first{
+        .number = 7, .monotonicTime = 900, .pid = 41, .name = "early", .uid = 0, .cgroup = "/a", .bytes = 9};
+    machine.counters().ram->outOfMemoryKills = 1;
+    machine.counters().kills = {first};
+    start();
+    machine.runtime.advance(10);
+    const Value told = {
+        {"time", booted + 900}, {"pid", 41}, {"name", "early"}, {"user", 0}, {"cgroup", "/a"}, {"bytes", 9}};
+    EXPECT_EQ(ask("machine.state", nullptr)["memoryKills"], Value::array({told})) << "before the start";
+    machine.counters().kills = {
+        {.number = 8, .monotonicTime = machine.runtime.monotonicTime(), .pid = 42, .name = "late"}};
+    machine.runtime.advance(40);
+    EXPECT_EQ(machine.counters().kills.size(), 1U) << "the count has not moved";
+    machine.counters().ram->outOfMemoryKills = 2;
+    machine.runtime.advance(40);
+    EXPECT_EQ(ask("machine.state", nullptr)["memoryKills"].size(), 2U);
+    machine.counters().kills = {first, {.number = 9, .monotonicTime = 1, .pid = 43, .name = "new"}};
+    start();
+    machine.runtime.advance(10);
+    const Value kills = ask("machine.state", nullptr)["memoryKills"];
+    ASSERT_EQ(kills.size(), 3U) << kills;
+    EXPECT_EQ(kills[0], told);
+    EXPECT_EQ(kills[1]["name"], "late");
+    EXPECT_EQ(kills[2]["name"], "new");
+}
+
+TEST_F(MachineServiceTest, WhatTheMachineIsIsToldWithTheSerialNumberForRootAlone)
+{
+    start();
+    const PlatformController platform(machine.context);
+    addMachineDescription(daemon->methods, machine.context, platform);
+    machine.machine().virtualMachine = "kvm";
+    const Value expected =
+        json(R"({"model":"MacBookPro18,3","modelIdentifier":"MacBookPro18,3","vendor":"Fake Inc.","portable":true,
+        "firmware":"F1","cpu":{"model":"Fake CPU","packages":1,"cores":4,"threads":8,"frequency":2000000000,
+        "maximumFrequency":3000000000},"memory":16000000000,"system":"Fake OS","kernel":"1.2.3","architecture":"x86_64",
+        "virtualisation":"kvm","hostName":"fake","bootTime":1699990000.0})");
+    EXPECT_EQ(ask("machine.info", nullptr), expected);
+    EXPECT_EQ(describeMachine(machine.context, platform, {.uid = 0, .known = true})["serial"], "C02ABCDEFGHJ");
+    EXPECT_FALSE(describeMachine(machine.context, platform, {.uid = 0, .known = false}).contains("serial"));
+    EXPECT_TRUE(ask("machine.info", 7).is_string());
 }
 
 TEST_F(MachineServiceTest, ItIsReadEverySecondOnlyWhileSomebodyAsks)
