@@ -32,6 +32,7 @@ GroupAccumulator::GroupAccumulator(Context& context, ProcessStatCollector& proce
     , naming_(context, processes)
     , timeBase_(processes.timebaseFrequency())
     , knowsEnded_(context.host.processes->keepEnded(true))
+    , interruptsApart_(context.host.processes->interruptsApart())
 {
 }
 

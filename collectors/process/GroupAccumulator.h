@@ -123,6 +123,7 @@ private:
     GroupNaming naming_;
     const double timeBase_; ///< units of CPU time per second; 0 = unknown
     bool knowsEnded_;
+    const bool interruptsApart_;
     std::uint32_t pass_ = 0;
     double since_ = 0;
     double now_ = 0; ///< monotonic s, of the pass as is the next

@@ -193,9 +193,11 @@ std::optional<std::size_t> GroupAccumulator::headAmong(
 
 // The kernel and the packages
 
-/// Time of interrupts is no process's where the kernel tells it at all.
 void GroupAccumulator::addInterrupts()
 {
+    if (!interruptsApart_) {
+        return;
+    }
     const ProcessorReading* reading = context_.host.machineCounters->processors();
     const auto now = reading ? reading->all.interruptNs : std::nullopt;
     if (now && interruptNs_ && *now > *interruptNs_) {

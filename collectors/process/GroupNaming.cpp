@@ -4,6 +4,8 @@
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
 namespace meridal {
@@ -32,6 +34,15 @@ std::string nameWithin(std::string_view identity)
         }
     }
     return std::string(identity);
+}
+
+/// Whether what a program does is what the script says that it runs.
+bool isInterpreter(std::string_view file)
+{
+    constexpr std::array<std::string_view, 14> interpreters = {
+        "python", "perl", "ruby", "node", "bash", "dash", "sh", "zsh", "ksh", "php", "lua", "tclsh", "guile", "gjs"};
+    return std::any_of(
+        interpreters.begin(), interpreters.end(), [file](std::string_view name) { return file.starts_with(name); });
 }
 
 } // namespace
@@ -75,7 +86,9 @@ std::string GroupNaming::programOf(const ProcessStatCollectorItem& head)
     ProcessSource& source = *context_.host.processes;
     const std::string path = validUtf8(source.bundleLocation(head.pid, {}).value_or(""));
     const std::string file = lastComponent(path).value_or("");
-    if (path.empty() || path.ends_with(".app") || file.starts_with(head.commandName)) {
+    // A shell by another name ("sh") is that shell, however it was called.
+    const bool isScript = isInterpreter(file) && !file.starts_with(head.commandName) && !head.startsCommands;
+    if (!isScript) {
         return path;
     }
     const auto script = source.executablePath(head.pid, head.commandName);

@@ -130,6 +130,9 @@ public:
 
     /// Which way of several that the host has this is, in a word for `status`: "proc", "bpf". Empty where there is one.
     virtual std::string_view method() const { return {}; }
+
+    /// Whether time spent in interrupts is nobody's CPU time. Where not, it is that of whom they interrupted.
+    virtual bool interruptsApart() const { return true; }
 };
 
 } // namespace meridal

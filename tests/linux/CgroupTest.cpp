@@ -86,6 +86,31 @@ TEST(UnitOfCgroup, KnowsTheLayoutsOfServiceManagersAndContainers)
     }
 }
 
+TEST(UnitOfCgroup, IsKnownByWhatLasts)
+{
+    const struct {
+        const char* path;
+        const char* identity;
+    } cases[] = {
+        {"/system.slice/nginx.service/a", "unit:nginx.service"},
+        {"/system.slice/system-getty.slice/getty@tty1.service", "unit:getty@.service"},
+        {"/system.slice/run-u123.service", ""},
+        {"/system.slice/run-r0123456789abcdef.scope", ""},
+        {"/system.slice/md5sum.service", "unit:md5sum.service"},
+        {"/u/user@1.service/app.slice/vte-spawn-0a1b2c3d-0123.scope", ""},
+        {"/system.slice/lasting.scope", "unit:lasting.scope"},
+        {"/user.slice/user-1.slice/session-3.scope", ""},
+        {"/u/user@1000.service/app.slice/app-gnome-firefox-1234.scope", "app:firefox"},
+        {"/u/app-flatpak-org.a\\x2db.App-4711.scope", "app:org.a-b.App"},
+        {"/system.slice/docker-ID.scope", "container:0123456789ab"},
+        {"/lxc.payload.web", "container:web"},
+        {"/", ""},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(lastingIdentity(unitOfCgroup(with(each.path))), each.identity) << each.path;
+    }
+}
+
 TEST(PlaceInCgroups, TheUnifiedHierarchyGoesBeforeTheOlderOnes)
 {
     const struct {

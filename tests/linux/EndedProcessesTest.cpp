@@ -6,6 +6,7 @@
 #include "platform/linux/machine/LinuxMachineCounters.h"
 #include "platform/linux/power/PowercapEnergy.h"
 #include "platform/linux/processes/BpfProcessSource.h"
+#include "platform/linux/processes/ProcFigures.h"
 #include "platform/linux/processes/ProcProcessSource.h"
 #include "platform/linux/processes/ProcVisibility.h"
 #include "tests/linux/Child.h"
@@ -167,6 +168,16 @@ TEST(PowercapEnergy, AddsUpPackagesAcrossTheirLimits)
     tree.write("sys/class/powercap/intel-rapl:1/energy_uj", "3000000\n");
     EXPECT_DOUBLE_EQ(*energy.joules(), 1.5 + 2);
     EXPECT_EQ(PowercapEnergy("/nowhere").joules(), std::nullopt);
+}
+
+TEST(Interrupts, AreApartWhereTheKernelHasATypeForThem)
+{
+    const std::string padding(64 * 1024 - 4, 'x'); // the name lies across two readings
+    const TemporaryTree with{{"sys/kernel/btf/vmlinux", padding + std::string("\0irqtime\0rq", 11)}};
+    const TemporaryTree without{{"sys/kernel/btf/vmlinux", padding + std::string("\0irqtimes\0rq", 12)}};
+    EXPECT_TRUE(proc::countsInterruptsApart(with.root()));
+    EXPECT_FALSE(proc::countsInterruptsApart(without.root()));
+    EXPECT_TRUE(proc::countsInterruptsApart("/nowhere"));
 }
 
 } // namespace

@@ -13,7 +13,7 @@ using namespace std::string_literals;
 std::string statLine(const std::string& name)
 {
     return "812 (" + name
-        + ") S 7 812 812 0 -1 4194560 1200 0 3 0 250 130 -5 0 20 0 3 0 5500 170000000 2600 18446744073709551615 1\n";
+        + ") S 7 812 812 0 -1 4194560 1200 0 3 0 250 130 -5 6 20 0 3 0 5500 170000000 2600 18446744073709551615 1\n";
 }
 
 TEST(ParseStat, ReadsItsFields)
@@ -24,6 +24,9 @@ TEST(ParseStat, ReadsItsFields)
             .parentPid = 7,
             .flags = 4194560,
             .cpuTicks = 380,
+            .userTicks = 250,
+            .childTicks = 6,
+            .childUserTicks = 0, // told below 0
             .threads = 3,
             .startTicks = 5500}));
 }

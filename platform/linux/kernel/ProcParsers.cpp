@@ -26,6 +26,17 @@ public:
         return failed_ ? 0 : value;
     }
 
+    /// One of either sign; 0 when it is below.
+    std::uint64_t nextAboveNothing()
+    {
+        skipBlanks();
+        if (position_ == end_ || *position_ != '-') {
+            return next();
+        }
+        skip(1);
+        return 0;
+    }
+
     /// Passes over numbers of either sign.
     void skip(int count)
     {
@@ -107,8 +118,8 @@ std::optional<Stat> parseStat(std::string_view text)
     fields.skip(4);
     stat.userTicks = fields.next();                 // 14, as user
     stat.cpuTicks = stat.userTicks + fields.next(); // and for it in the kernel
-    stat.childUserTicks = fields.next();
-    stat.childTicks = stat.childUserTicks + fields.next();
+    stat.childUserTicks = fields.nextAboveNothing();
+    stat.childTicks = stat.childUserTicks + fields.nextAboveNothing();
     fields.skip(2);
     const std::uint64_t threads = fields.next(); // 20
     fields.skip(1);

@@ -34,6 +34,7 @@ public:
     ProcessFields alongWith(ProcessFields wanted) const override;
     std::optional<std::string> commandName(std::int32_t pid) override;
     double timeBase() const override { return 1e9; }
+    bool interruptsApart() const override { return proc::countsInterruptsApart(root_); }
     double cpuResolution() const override; ///< a thread that runs is brought up to date once a tick
     double startTime(std::uint64_t startIdentity) const override { return proc::startTime(startIdentity); }
     std::size_t nameLimit() const override;

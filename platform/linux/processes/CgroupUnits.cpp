@@ -95,8 +95,7 @@ std::string CgroupUnits::identity(const ProcessUnit& unit) const
 
 std::optional<std::string> CgroupUnits::programNamed(std::string_view name) const
 {
-    if (name.empty() || name.find('/') != std::string_view::npos || name.front() == '.'
-        || name.size() >= proc::nameLimit) {
+    if (name.empty() || name.find('/') != std::string_view::npos || name.front() == '.') {
         return std::nullopt;
     }
     for (const char* folder : {"usr/bin/", "usr/sbin/", "usr/local/bin/", "usr/local/sbin/", "bin/", "sbin/"}) {

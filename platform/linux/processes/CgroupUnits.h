@@ -38,7 +38,7 @@ public:
 
     /// See ProcessSource::unitIdentity().
     std::string identity(const ProcessUnit& unit) const;
-    /// A program of that name, which may be cut, in the folders in which the system keeps those of everybody.
+    /// A program of that name in the folders in which the system keeps those of everybody.
     std::optional<std::string> programNamed(std::string_view name) const;
     /// What people call a unit; empty where the name of its first process is as good. The name of a container is looked for
     /// in files, for a later pass to give, and again some more times when they do not have it yet.

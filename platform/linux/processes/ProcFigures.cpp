@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
+#include <fstream>
 #include <unistd.h>
 
 namespace meridal::proc {
@@ -18,6 +19,29 @@ std::uint64_t clockTicksPerSecond()
 std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::uint64_t given)
 {
     return std::max(given, written > cancelled ? written - cancelled : 0);
+}
+
+bool countsInterruptsApart(const std::filesystem::path& root)
+{
+    using namespace std::string_view_literals;
+    constexpr auto name = "\0irqtime\0"sv; // among the strings of the type data
+    constexpr std::size_t piece = 64 * 1024;
+    std::ifstream types(root / "sys/kernel/btf/vmlinux", std::ios::binary);
+    if (!types) {
+        return true;
+    }
+    std::string text;
+    while (types) {
+        text.erase(0, text.size() - std::min(text.size(), name.size()));
+        const std::size_t kept = text.size();
+        text.resize(kept + piece);
+        types.read(text.data() + kept, piece);
+        text.resize(kept + static_cast<std::size_t>(types.gcount()));
+        if (text.find(name) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
 }
 
 double startTime(std::uint64_t ticks)

@@ -3,6 +3,7 @@
 #include "platform/linux/kernel/ProcFolder.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +21,10 @@ std::uint64_t clockTicksPerSecond();
 /// difference may fall, a counter may not: it stands still, at the highest figure `given` before, until the difference
 /// has caught up.
 std::uint64_t bytesWritten(std::uint64_t written, std::uint64_t cancelled, std::uint64_t given);
+
+/// Whether the scheduler leaves interrupts out of the run time of processes (CONFIG_IRQ_TIME_ACCOUNTING), told by the type that the
+/// kernel has for it: as most kernels do, so also where it does not tell its types. `root` is the folder that holds sys.
+bool countsInterruptsApart(const std::filesystem::path& root);
 
 /// s since 1970 of a start time in clock ticks since boot, by the clock as it is now; in hundredths, as ticks tell no more.
 double startTime(std::uint64_t ticks);

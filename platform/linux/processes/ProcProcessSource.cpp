@@ -20,7 +20,8 @@ bool hasAny(ProcessFields set, ProcessFields any) { return (set & any) != Proces
 
 ProcProcessSource::ProcProcessSource(
     const std::filesystem::path& root, std::shared_ptr<Limitations> limitations, ProcProcessOptions options)
-    : folder_(root / "proc")
+    : root_(root)
+    , folder_(root / "proc")
     , limitations_(std::move(limitations))
     , options_(std::move(options))
     , ticksPerSecond_(proc::clockTicksPerSecond())

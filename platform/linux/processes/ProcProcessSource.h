@@ -47,6 +47,7 @@ public:
     ProcessFields alongWith(ProcessFields wanted) const override;
     std::optional<std::string> commandName(std::int32_t pid) override;
     double timeBase() const override { return 1e9; }
+    bool interruptsApart() const override { return proc::countsInterruptsApart(root_); }
     double cpuResolution() const override { return 1.0 / static_cast<double>(ticksPerSecond_); }
     double startTime(std::uint64_t startIdentity) const override { return proc::startTime(startIdentity); }
     std::size_t nameLimit() const override;
@@ -102,6 +103,7 @@ private:
     bool hasLostParent(const ProcessRecord& row, const State& state) const;
     void readAgainWhereParentEnded();
 
+    std::filesystem::path root_;
     ProcFolder folder_;
     std::shared_ptr<Limitations> limitations_;
     ProcProcessOptions options_;
