@@ -10,6 +10,7 @@
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <string>
@@ -76,7 +77,7 @@ BatterySleepQuestion sleepQuestionFrom(Parameters& parameters)
 std::optional<double> inHundredths(const std::optional<double>& figure)
 {
     constexpr double hundred = 100;
-    return figure ? std::optional(std::round(*figure * hundred) / hundred) : std::nullopt;
+    return figure ? std::optional(std::round(*figure * hundred) / hundred + 0.0) : std::nullopt; // no -0
 }
 
 Value describeSleep(const BatterySleep& sleep)
@@ -182,11 +183,16 @@ void BatteryService::record()
     record_.tick();
 }
 
+std::optional<BatteryLevel> BatteryService::ownLevel() const
+{
+    return batteryLevel(collector_.batteriesOfType(BatteryType::Internal));
+}
+
 void BatteryService::powerManagerWillSleep()
 {
-    update();
+    sleep_ ? finishSleep() : update();
     fellAsleep_ = context_.runtime.wallTime();
-    beforeSleep_ = batteryLevel(collector_.batteriesOfType(BatteryType::Internal));
+    beforeSleep_ = ownLevel();
 }
 
 /// Sleep is what the kernel counts; one that was called off has cost nothing.
@@ -194,17 +200,37 @@ void BatteryService::powerManagerDidWake()
 {
     const auto before = std::exchange(beforeSleep_, std::nullopt);
     update();
-    const auto after = batteryLevel(collector_.batteriesOfType(BatteryType::Internal));
+    const auto after = ownLevel();
     if (!records_ || !before || !after || power_.lastSleep() <= 0 || before->keys != after->keys) {
         return; // also where a battery was changed meanwhile
     }
-    collector_.saveSleep({.start = fellAsleep_,
+    sleep_ = BatterySleep{.start = fellAsleep_,
         .end = fellAsleep_ + power_.lastSleep(),
         .onBattery = before->onBattery && after->onBattery,
         .chargeBefore = before->exactCharge,
         .chargeAfter = after->exactCharge,
         .energyBefore = before->energy,
-        .energyAfter = after->energy});
+        .energyAfter = after->energy};
+    settling_ = context_.runtime.startTimer(
+        context_.runtime.mainQueue(), {.first = settleTime, .leeway = 1}, [this] { finishSleep(); });
+}
+
+/// The first reading after a wake may still be that of before; a later one may have been charged.
+void BatteryService::finishSleep()
+{
+    settling_.reset();
+    update();
+    auto sleep = std::exchange(sleep_, std::nullopt);
+    if (const auto now = ownLevel(); sleep && now) {
+        const auto lower = [](std::optional<double>& figure, const std::optional<double>& later) {
+            figure = figure && later ? std::optional(std::min(*figure, *later)) : figure;
+        };
+        lower(sleep->chargeAfter, now->exactCharge);
+        lower(sleep->energyAfter, now->energy);
+    }
+    if (sleep) {
+        collector_.saveSleep(*sleep);
+    }
 }
 
 // Questions

@@ -6,6 +6,7 @@
 #include "base/Value.h"
 #include "collectors/battery/BatteryLevel.h"
 #include "collectors/battery/BatteryRecord.h"
+#include "collectors/battery/BatterySleeps.h"
 #include "daemon/ZAVPowerManagerDelegate.h"
 #include "platform/host/PowerSources.h"
 
@@ -56,6 +57,7 @@ public:
     static constexpr double recordInterval = 6;  ///< s, between two samples; each is what was read last
     static constexpr double movingInterval = 60; ///< s, between two readings for them
     static constexpr double restInterval = 300;
+    static constexpr double settleTime = 5; ///< s after a wake until every battery knows what it has lost
     /// A client that asks more often than this (s) gets what the last one got.
     static constexpr double shortestInterval = 1;
 
@@ -63,6 +65,8 @@ private:
     void updateForClient();
     void noteLevels();
     void record();
+    void finishSleep();
+    std::optional<BatteryLevel> ownLevel() const;
     Value describeAll() const;
 
     Context& context_;
@@ -75,6 +79,8 @@ private:
     bool moves_ = false;                      ///< a battery is drained or charged
     std::optional<BatteryLevel> beforeSleep_; ///< of the machine's own batteries
     double fellAsleep_ = 0;                   ///< s since 1970
+    std::optional<BatterySleep> sleep_;       ///< that has just ended
+    std::unique_ptr<Timer> settling_;         ///< until it is kept
     std::optional<double> lastAsked_;         ///< s of the clock that cannot step
     std::unique_ptr<PowerSources::Observation> sourcesObservation_;
     Lifetime lifetime_;

@@ -353,8 +353,9 @@ TEST_F(BatteryCollectorTest, ASleepIsKeptWithWhatItTook)
     const auto sleepWith = [this](double seconds, int milliwattHours) {
         machine.powerMessages().send(PowerMessage::SystemWillSleep);
         machine.runtime.sleepMachine(seconds);
-        charge(milliwattHours);
         machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
+        machine.runtime.advance(1);
+        charge(milliwattHours); // which knows it only now
         machine.runtime.advance(60);
     };
     sleepWith(8 * hour, -3600); // 8 %
@@ -363,7 +364,9 @@ TEST_F(BatteryCollectorTest, ASleepIsKeptWithWhatItTook)
     sleepWith(hour / 2, -4500);
     sleepWith(4 * hour, -450);
     pack.supply = AC;
-    sleepWith(8 * hour, 9000); // plugged in before
+    charge(0);
+    sleepWith(8 * hour, 0); // plugged in before
+    charge(9000);
     pack.supply = Battery;
     charge(0);
     sleepWith(3 * hour, -100);
@@ -384,13 +387,18 @@ TEST_F(BatteryCollectorTest, ASleepIsKeptWithWhatItTook)
         EXPECT_EQ(ratesOf({{"worst", true}, {"limit", limit}}), Figures({5, 1, 0.25, 0.07})) << limit;
     }
     EXPECT_EQ(ratesOf({{"from", newest["sleeps"][1]["start"]}}), Figures({0.07, -1}));
-    pack.serial = "another pack";
+    sleepFor(hour);
+    pack.supply = AC; // with the lid open
+    charge(500);
+    sleepFor(hour); // again at once
+    const Figures withBoth = {-1, 0, 0.07, -1, 0.25, 20, 5, 1};
     machine.powerMessages().send(PowerMessage::SystemWillSleep);
+    EXPECT_EQ(ratesOf(nullptr), withBoth);
     machine.runtime.sleepMachine(hour);
-    sources().records.clear();
+    sources().records = {{.name = "another pack", .supply = Battery, .chargePercent = 50}};
     machine.powerMessages().send(PowerMessage::SystemHasPoweredOn);
     start();
-    EXPECT_EQ(ratesOf(nullptr), byTime) << "nobody knows what that took";
+    EXPECT_EQ(ratesOf(nullptr), withBoth) << "nobody knows what that took";
     for (const char* wrong : {R"({"limit":501})", R"({"worst":1})", R"({"after":"x"})", R"({"from":[]})"}) {
         const auto refused = ask(&BatteryService::sleeps, parseUntrusted(wrong).value());
         EXPECT_TRUE(!refused && refused.error().code == ErrorCode::InvalidArgument) << wrong;

@@ -169,8 +169,13 @@ class BandwidthTest(running.DaemonTest):
             send(200)
             shown += uploaded(watcher.envelope(8))
         expected = (sent - before) * (len(datagram) + header)
-        while shown < expected * 0.98:
+
+        def is_all_shown():
+            nonlocal shown
             shown += uploaded(watcher.envelope(8))
+            return shown >= expected * 0.98
+
+        until(is_all_shown, "the last byte")
         shown += uploaded(watcher.envelope(8))
         self.assertAlmostEqual(shown, expected, delta=expected * 0.02)
         watcher.call("stopRequestWithKey:", 8)
