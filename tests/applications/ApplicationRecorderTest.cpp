@@ -271,6 +271,9 @@ TEST_F(ApplicationRecorderTest, TablesForgetAndKeepWhatTheyShould)
             use(fmt::format("exe:/tmp/{}", ++number), 1);
         }
     });
+    for (; number > 0; --number) {
+        totals_.fold(fmt::format("exe:/tmp/{}", number));
+    }
     pass((slowBuild ? 16 : 110) * day, 3600, [&] { use("exe:/bin/a", 2); });
     const double end = now();
     for (const auto& [step, kept] : {std::pair(RecordStep::Minute, 2 * day), {RecordStep::Quarter, 14 * day}}) {
@@ -279,7 +282,7 @@ TEST_F(ApplicationRecorderTest, TablesForgetAndKeepWhatTheyShould)
     }
     if (!slowBuild) {
         EXPECT_NEAR(std::stod(value("SELECT min(start) FROM application_hours")), end - 100 * day, 2 * hour);
-        EXPECT_LT(std::stoi(value("SELECT count(*) FROM application_map")), number / 2 + 10) << "of those of one day";
+        EXPECT_LT(std::stoi(value("SELECT count(*) FROM application_map")), 40) << "of the 72 of one day";
     }
     EXPECT_EQ(sumOf(RecordStep::Day), given_);
     EXPECT_EQ(sumOf(RecordStep::Month), given_);
