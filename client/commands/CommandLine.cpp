@@ -136,6 +136,11 @@ void Syntax::words(const std::string& name, std::vector<std::string>& words, con
     command_.add_option(name, words, what)->required()->check(complaint, "");
 }
 
+void Syntax::anyWords(const std::string& name, std::vector<std::string>& words, const std::string& what)
+{
+    command_.add_option(name, words, what);
+}
+
 void Syntax::rawWords(const std::string& name, std::vector<std::string>& words, const std::string& what)
 {
     // What CLI11 makes of braces and brackets is not what JSON makes of them.

@@ -10,10 +10,11 @@ _meridalctl() {
     case $previous in
         --socket) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --color) mapfile -t COMPREPLY < <(compgen -W "auto always never" -- "$current"); return ;;
-        --range) mapfile -t COMPREPLY < <(compgen -W "hour day week month threemonth sixmonth year" -- "$current"); return ;;
+        --range) mapfile -t COMPREPLY < <(compgen -W "hour day week month threemonth sixmonth year longterm" -- "$current"); return ;;
+        --resolution) mapfile -t COMPREPLY < <(compgen -W "auto hour day week month threemonth sixmonth year longterm" -- "$current"); return ;;
         --by) mapfile -t COMPREPLY < <(compgen -W "hour day month interface network station" -- "$current"); return ;;
         --svg) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
-        --interface|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c) return ;;
+        --interface|--from|--until|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c) return ;;
     esac
     local words="--help --socket --color --timeout"
     case $command in
@@ -23,7 +24,7 @@ _meridalctl() {
         uptime|battery) words+=" --history --rows --days --json" ;;
         sensors|network) words+=" --watch --refreshes --json" ;;
         fans) words+=" --json" ;;
-        history) words+=" --range --csv --json --svg" ;;
+        history) words+=" --range --from --until --resolution --csv --json --svg" ;;
         disks) words+=" --attributes --json" ;;
         bandwidth) words+=" --by --days --interface --all --svg --json" ;;
         ping) words+=" --count" ;;
