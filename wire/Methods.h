@@ -48,5 +48,6 @@ inline constexpr char disksList[] = "disks.list";
 inline constexpr char machineState[] = "machine.state";
 inline constexpr char batteryState[] = "battery.state";
 inline constexpr char batteryHistory[] = "battery.history";
+inline constexpr char groupsHistory[] = "groups.history";
 
 } // namespace meridal::method

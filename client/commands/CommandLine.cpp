@@ -181,7 +181,7 @@ std::variant<CommandLine, int> parseCommandLine(int count, const char* const* ar
     addGlobals(app, line);
     Grammar grammar(app, line.command);
     for (const auto add : {addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks, addNetwork,
-             addBandwidth, addCall, addWatch}) {
+             addBandwidth, addApplications, addCall, addWatch}) {
         add(grammar);
     }
     try {

@@ -314,9 +314,54 @@ TEST_F(ProgramTest, HistoryIsAListOrPlotsOfSeveralSeries)
             "more than one is called \"composite\"; say which: nvme0n1/Composite (sensors/1), nvme1n1/Composite"));
     EXPECT_EQ(run("history memory/unused").status, "1\n");
     for (const char* wrong : {"history --csv", "history memory --from soon", "history memory --from -1h --until -2h",
-             "history memory --from -1h --range day", "history memory --resolution minute"}) {
+             "history memory --from -1h --range day", "history memory --resolution minute", "apps --from 2999-01-01"}) {
         EXPECT_EQ(run(wrong).status, "64\n") << wrong;
     }
+}
+
+TEST_F(ProgramTest, ApplicationsAreTotalsOrTheCourseOfOne)
+{
+    serve([this](const std::string&, const Value& request) {
+        const Value& given = request.at("params").at(0);
+        if (given.contains("group")) {
+            const double began = given.at("until").get<double>() - 600;
+            return daemon->answer(request,
+                {{"group", given.at("group")}, {"name", "web"}, {"step", "minute"}, {"more", false},
+                    {"periods", {{{"time", began}, {"seconds", 60}, {"cpuUser", 30}, {"cpuSystem", 0}}}}});
+        }
+        const bool isLast = given.contains("after");
+        const auto group = [](const char* identity, int user, double cpu) {
+            return Value{{"group", identity}, {"name", "web"}, {"kind", "application"}, {"user", user},
+                {"cpuUser", cpu}, {"cpuSystem", 0}};
+        };
+        Value groups = Value::array();
+        if (isLast) {
+            groups.push_back({{"group", "kernel"}, {"name", "kernel"}, {"kind", "kernel"}, {"cpuUser", 1}});
+        } else {
+            groups = {
+                group("unit:web.service", 0, 9), group("unit:web.service", 1000, 5), group("container:web", 0, 3)};
+        }
+        Value page{{"from", given.at("from")}, {"until", given.at("until")}, {"by", given.at("by")}, {"more", !isLast},
+            {"groups", groups}};
+        if (!isLast) {
+            page["next"] = "3/7";
+        }
+        daemon->answer(request, page);
+    });
+    EXPECT_EQ(run("apps --csv --limit 2").out,
+        "group,name,kind,user,cpuUser,cpuSystem\nunit:web.service,web,application,0,9.0,0\n"
+        "unit:web.service,web,application,1000,5.0,0\nother,other,other,,3.0,0.0\nkernel,kernel,kernel,,1,\n");
+    EXPECT_THAT(callsSoFar().back(), HasSubstr("\"after\":\"3/7\""));
+    EXPECT_THAT(run("apps --by memory --range year --json").out, HasSubstr("\"by\":\"memory\""));
+    EXPECT_THAT(run("apps").out, AllOf(StartsWith("Applications by cpu, last day\n"), HasSubstr("kernel ")));
+    EXPECT_THAT(run("apps --group web").err,
+        HasSubstr(
+            "say which, or whose by --user: web (unit:web.service, user 0), web (unit:web.service, user 1000), "));
+    EXPECT_THAT(run("apps --group container --from -1h").out,
+        AllOf(StartsWith("web, since "), HasSubstr("min 50 % of one core")));
+    EXPECT_THAT(callsSoFar().back(), AllOf(HasSubstr("\"group\":\"container:web\""), HasSubstr("\"owner\":0")));
+    EXPECT_THAT(
+        run("apps --group nginx").err, HasSubstr("no application is called \"nginx\" in this time; there is: "));
 }
 
 /// The program on a terminal of its own, lent by script(1).
