@@ -138,6 +138,11 @@ void Syntax::words(const std::string& name, std::vector<std::string>& words, con
     command_.add_option(name, words, what)->required()->check(complaint, "");
 }
 
+void Syntax::anyWords(const std::string& name, std::vector<std::string>& words, const std::string& what)
+{
+    command_.add_option(name, words, what);
+}
+
 void Syntax::rawWords(const std::string& name, std::vector<std::string>& words, const std::string& what)
 {
     // What CLI11 makes of braces and brackets is not what JSON makes of them.
@@ -183,7 +188,7 @@ std::variant<CommandLine, int> parseCommandLine(int count, const char* const* ar
     addGlobals(app, line);
     Grammar grammar(app, line.command);
     for (const auto add : {addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks, addNetwork,
-             addBandwidth, addAt, addWhy, addCall, addWatch}) {
+             addBandwidth, addApplications, addAt, addWhy, addCall, addWatch}) {
         add(grammar);
     }
     try {

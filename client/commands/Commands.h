@@ -18,6 +18,7 @@ void addBattery(Grammar& grammar);
 void addDisks(Grammar& grammar);
 void addNetwork(Grammar& grammar);
 void addBandwidth(Grammar& grammar);
+void addApplications(Grammar& grammar);
 void addCall(Grammar& grammar);
 void addWatch(Grammar& grammar);
 

@@ -1,17 +1,22 @@
 #include "client/commands/Commands.h"
+#include "client/commands/HistoryList.h"
 #include "client/commands/Pages.h"
+#include "client/commands/Pictures.h"
+#include "client/commands/Samples.h"
 #include "client/commands/SeriesMatch.h"
-#include "client/plot/SvgPlot.h"
+#include "client/commands/TimeStretch.h"
 #include "client/screen/Format.h"
-#include "client/screen/Output.h"
-#include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
 #include "client/views/HistoryView.h"
 #include "wire/Methods.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <limits>
+#include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -20,38 +25,35 @@ namespace meridal {
 
 namespace {
 
-constexpr int largestSamplesPage = 1000; // the daemon's own limit
-constexpr std::size_t mostSamples = 20'000;
-constexpr int usualColumns = 100; // where there is no terminal
-constexpr int historyPlotRows = 15;
-
 constexpr const char* historyExamples =
-    R"(SENSOR is a key, a name, or words that only one of them has. Stretches in which
-nothing was measured are left blank.
+    R"(NAME is one that the list without a name shows, a key, or words that only one of them has;
+"memory/used" is one figure of those that "memory" has. Several names share a plot where
+their unit is the same. Stretches in which nothing was measured are left blank; the lighter
+ground is between the lowest and the highest that went into each mean.
+
+TIME is "03:00", "yesterday 18:30", "Tue 03:00", "-2h", "2026-11-20", "2026-11-20 18:30" or
+"2026-11-20T18:30+01:00".
 
 Examples:
-  meridalctl history "Package id 0"
-  meridalctl history nvme --range week
-  meridalctl history memory --range month
+  meridalctl history                                 what is recorded
+  meridalctl history "coretemp/Package id 0"
+  meridalctl history nvme0n1/Composite nvme1n1/Composite --range week
+  meridalctl history memory/used --from "Tue 03:00" --until "Tue 06:00"
   meridalctl history TC0P --range day --svg day.svg
   meridalctl history TC0P --csv > hour.csv
 )";
 
 struct HistoryOptions {
-    std::string sensor;         ///< or what is like it
-    std::string range = "hour"; ///< by the daemon's names of resolutions
+    std::vector<std::string> names; ///< or what is like them; none: a list
+    TimeWords time{.range = "hour", .from = {}, .until = {}};
+    std::string resolution = "auto"; ///< or one of the daemon's
     bool csv = false;
     std::string svgPath; ///< empty: no picture; "-": standard output
     bool json = false;
 };
 
-/// How far back each range reaches, and what it is called.
-struct Range {
-    std::string_view name;
-    double span = 0; ///< s
-    std::string_view title;
-};
-constexpr std::array<Range, 7> ranges = {{
+/// By the daemon's names of resolutions.
+constexpr std::array<NamedRange, 8> historyRanges = {{
     {"hour", 3600, "last hour"},
     {"day", day, "last day"},
     {"week", 7 * day, "last week"},
@@ -59,24 +61,39 @@ constexpr std::array<Range, 7> ranges = {{
     {"threemonth", 90 * day, "last 90 days"},
     {"sixmonth", 180 * day, "last 180 days"},
     {"year", 365 * day, "last year"},
+    {"longterm", 0, "all that is kept"},
 }};
 
-Range rangeNamed(std::string_view name)
+/// What one name on the command line means.
+struct ChosenSeries {
+    SeriesName series;
+    std::optional<std::string> figure; ///< only this one of its figures
+    std::optional<Value> answer;       ///< once it is there
+};
+
+std::string complaintAbout(const std::string& wanted, const SeriesMatch& match, std::span<const SeriesName> all)
 {
-    for (const Range& range : ranges) {
-        if (range.name == name) {
-            return range;
-        }
+    std::string complaint =
+        fmt::format("{} \"{}\"; {}:", match.isAmbiguous ? "more than one is called" : "nothing recorded is called",
+            wanted, match.isAmbiguous ? "say which" : "there is");
+    for (const std::size_t candidate : match.candidates) {
+        const SeriesName& each = all[candidate];
+        complaint += fmt::format("{} {}{}", candidate == match.candidates.front() ? "" : ",", each.label,
+            each.label == each.series ? " (" + each.name + ")" : " (" + each.series + ")");
     }
-    return ranges.front();
+    return complaint;
 }
 
-/// From the words on the command line to the series, from there to its samples, from there to paper.
+/// From the words on the command line to the series, from there to their samples, from there to paper.
 class HistoryQuery {
 public:
-    HistoryQuery(Session& session, const HistoryOptions& options)
-        : session_(session), options_(options), range_(rangeNamed(options.range)), until_(wallTime())
+    HistoryQuery(Session& session, const HistoryOptions& options, TimeStretch stretch, double now)
+        : session_(session), options_(options), stretch_(std::move(stretch)), now_(now)
     {
+        const bool isChosen = options_.resolution != "auto";
+        resolution_ = isChosen      ? options_.resolution
+            : stretch_.name.empty() ? resolutionFor(stretch_.from, stretch_.until, now_)
+                                    : std::string(stretch_.name);
     }
 
     void start()
@@ -86,97 +103,119 @@ public:
                 for (const Value& each : series) {
                     names_.push_back({.series = text(each, "series").value_or(""),
                         .key = text(each, "key").value_or(""),
-                        .name = text(each, "name").value_or("")});
+                        .name = text(each, "name").value_or(""),
+                        .origin = text(each, "origin").value_or("")});
                 }
-                choose();
+                labelSeries(names_);
+                if (options_.names.empty()) {
+                    list_ = std::make_unique<HistoryList>(session_, stretch_, resolution_, options_.json);
+                    return list_->show(series, names_);
+                }
+                choose(series);
             });
     }
 
 private:
-    void choose()
+    void choose(const Value& series)
     {
         if (names_.empty()) {
             return session_.conclude(options_.json ? "{}\n" : "nothing is recorded yet\n");
         }
-        const std::string& wanted = options_.sensor;
-        const SeriesMatch match = matchSeries(names_, wanted);
-        if (!match.found) {
-            std::string complaint = fmt::format(
-                "{} \"{}\"; {}:", match.isAmbiguous ? "more than one is called" : "nothing recorded is called", wanted,
-                match.isAmbiguous ? "say which" : "there is");
-            for (const std::size_t candidate : match.candidates) {
-                const SeriesName& each = names_[candidate];
-                complaint +=
-                    fmt::format("{} {} ({})", candidate == match.candidates.front() ? "" : ",", each.name, each.series);
+        for (const std::string& wanted : options_.names) {
+            const SeriesMatch match = matchSeries(names_, wanted);
+            const auto part = match.found || match.isAmbiguous ? std::nullopt : figureNamed(series, wanted);
+            if (!match.found && !part) {
+                return session_.fail(exitStatus::refused, complaintAbout(wanted, match, names_));
             }
-            return session_.fail(exitStatus::refused, complaint);
+            chosen_.push_back(part ? *part : ChosenSeries{names_[*match.found], {}, {}});
         }
-        chosen_ = names_[*match.found];
-        askSamples({});
+        askNext();
     }
 
-    void askSamples(const Value& before)
+    /// "memory/used" is the figure "used" of the series "memory".
+    std::optional<ChosenSeries> figureNamed(const Value& series, const std::string& wanted) const
     {
-        Value parameters{{"series", chosen_.series}, {"resolution", range_.name}, {"from", until_ - range_.span},
-            {"limit", largestSamplesPage}};
-        if (!before.is_null()) {
-            parameters["before"] = before;
+        const std::size_t slash = wanted.rfind('/');
+        if (slash == std::string::npos) {
+            return std::nullopt;
         }
-        session_.call(
-            method::historySamples, Value::array({parameters}), [this](const Value& page) { takeSamples(page); });
+        const SeriesMatch match = matchSeries(names_, wanted.substr(0, slash));
+        const Value* figures = match.found ? find(series[*match.found], "values") : nullptr;
+        const std::string figure = wanted.substr(slash + 1);
+        const bool hasFigure = figures && std::find(figures->begin(), figures->end(), Value(figure)) != figures->end();
+        return hasFigure ? std::optional(ChosenSeries{names_[*match.found], figure, {}}) : std::nullopt;
     }
 
-    void takeSamples(const Value& page)
+    void askNext()
     {
-        const Value* samples = find(page, "samples");
-        if (!samples || !samples->is_array()) {
-            return session_.fail(exitStatus::refused, "the daemon's answer tells no samples: " + terminalJson(page));
+        const auto next =
+            std::find_if(chosen_.begin(), chosen_.end(), [](const ChosenSeries& each) { return !each.answer; });
+        if (next == chosen_.end()) {
+            return report();
         }
-        samples_.insert(samples_.begin(), samples->begin(), samples->end());
-        const Value* more = find(page, "more");
-        const Value* next = find(page, "next"); // a page may be empty and still not the last
-        if (more && *more == true && next && samples_.size() < mostSamples) {
-            return askSamples(*next);
-        }
-        answer_ = page;
-        answer_.erase("more");
-        answer_.erase("next");
-        answer_["name"] = chosen_.name;
-        answer_["samples"] = std::move(samples_);
-        report();
+        askSamples(session_,
+            {.series = next->series.series, .resolution = resolution_, .from = stretch_.from, .until = stretch_.until},
+            [this, next](Value answer) {
+                answer["name"] = next->series.name;
+                answer["label"] = next->series.label;
+                next->answer = next->figure ? withFigure(answer, *next->figure) : std::move(answer);
+                askNext();
+            });
     }
 
     void report()
     {
-        if (options_.json || options_.csv) {
-            return session_.conclude(options_.json ? jsonLine(answer_) : historyCsv(answer_));
+        std::vector<HistoryCurve> curves;
+        for (ChosenSeries& each : chosen_) {
+            const bool isOnly = chosen_.size() == 1;
+            const std::string label = (isOnly && each.series.key.empty() ? each.series.name : each.series.label)
+                + (each.figure ? "/" + *each.figure : "");
+            curves.push_back({.label = label, .answer = std::move(*each.answer)});
         }
-        const std::string title = fmt::format("{}, {}", chosen_.name, range_.title);
-        const Plot plot = historyPlot(answer_, title, until_ - range_.span, until_);
-        if (options_.svgPath.empty()) {
-            return session_.conclude(plotLines(plot, terminalColumns().value_or(usualColumns), historyPlotRows));
+        if (options_.csv) {
+            return session_.conclude(historyCsv(curves));
         }
-        if (options_.svgPath == "-") {
-            return session_.conclude(plotSvg(plot));
+        if (options_.json) {
+            Value all = Value::array();
+            for (HistoryCurve& curve : curves) {
+                all.push_back(std::move(curve.answer));
+            }
+            return session_.conclude(jsonLine(all.size() == 1 ? all[0] : Value{{"series", all}}));
         }
-        const std::string failure = writeFile(options_.svgPath, plotSvg(plot));
-        failure.empty() ? session_.finish(exitStatus::success)
-                        : session_.fail(exitStatus::refused, "cannot write " + options_.svgPath + ": " + failure);
+        double from = stretch_.from;
+        if (from == 0) { // all that is kept
+            from = stretch_.until;
+            for (const HistoryCurve& curve : curves) {
+                const Value& samples = curve.answer.at("samples");
+                from = std::min(from, samples.empty() ? from : number(samples.front(), "time").value_or(from));
+            }
+        }
+        concludePlots(session_, historyPlots(curves, stretch_.title, from, stretch_.until, now_), options_.svgPath);
     }
 
     Session& session_;
     const HistoryOptions& options_;
-    const Range range_;
-    const double until_; ///< s since 1970
+    const TimeStretch stretch_;
+    const double now_; ///< s since 1970
+    std::string resolution_;
     std::vector<SeriesName> names_;
-    SeriesName chosen_;
-    Value samples_ = Value::array();
-    Value answer_;
+    std::vector<ChosenSeries> chosen_;
+    std::unique_ptr<HistoryList> list_;
 };
 
 int runHistory(Session& session, const HistoryOptions& options)
 {
-    HistoryQuery query(session, options);
+    const double now = wallTime();
+    const auto stretch = timeStretchFrom(options.time, historyRanges, now);
+    if (!stretch) {
+        session.fail(exitStatus::usage, stretch.error().message);
+        return exitStatus::usage;
+    }
+    if (options.names.empty() && (options.csv || !options.svgPath.empty())) {
+        session.fail(exitStatus::usage, "say what to write; \"meridalctl history\" lists the names");
+        return exitStatus::usage;
+    }
+    HistoryQuery query(session, options, *stretch, now);
     return session.run([&query] { query.start(); });
 }
 
@@ -185,14 +224,15 @@ int runHistory(Session& session, const HistoryOptions& options)
 void addHistory(Grammar& grammar)
 {
     auto [history, options] = grammar.add(
-        "history", "What was recorded of a sensor, a disk or the machine, as a plot or as figures", runHistory);
+        "history", "What was recorded of sensors, disks and the machine: a list, plots or figures", runHistory);
     history.examples(historyExamples);
-    history.word("sensor", options.sensor, "A key, a name, or a part of one");
-    std::vector<std::string> names;
-    for (const Range& range : ranges) {
-        names.emplace_back(range.name);
+    history.anyWords("name", options.names, "Keys, names, or parts of them; none lists all");
+    addTimeOptions(history, options.time, historyRanges);
+    std::vector<std::string> resolutions = {"auto"};
+    for (const NamedRange& range : historyRanges) {
+        resolutions.emplace_back(range.name);
     }
-    history.choice("--range", options.range, names, "How far back");
+    history.choice("--resolution", options.resolution, resolutions, "Which of the record's resolutions to read");
     history.flag("--csv", options.csv, "The samples as comma-separated values");
     history.flag("--json", options.json, "The samples as JSON");
     history.text("--svg", options.svgPath, "FILE", "Write the plot as a picture for browsers; - is standard output");

@@ -34,7 +34,8 @@ private:
         }
         rows_.insert(rows_.end(), rows->begin(), rows->end());
         const Value* more = find(page, "more");
-        const Value* last = rows->empty() ? nullptr : find(rows->back(), question_.entry);
+        const Value* next = find(page, "next");
+        const Value* last = next ? next : rows->empty() ? nullptr : find(rows->back(), question_.entry);
         if (more && *more == true && last && rows_.size() < question_.wanted) {
             question_.parameters[question_.cursor] = *last;
             return ask();

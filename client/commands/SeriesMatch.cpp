@@ -3,7 +3,9 @@
 #include "base/Text.h"
 
 #include <algorithm>
+#include <map>
 #include <numeric>
+#include <set>
 #include <utility>
 
 namespace meridal {
@@ -63,19 +65,78 @@ std::vector<std::size_t> nearest(std::span<const SeriesName> all, const std::str
     return places;
 }
 
+/// "coretemp" of "coretemp-isa-0000"; a device's name as it is.
+std::string_view driverOf(std::string_view origin)
+{
+    for (const std::string_view bus :
+        {"-isa-", "-pci-", "-i2c-", "-acpi-", "-virtual-", "-hid-", "-spi-", "-scsi-", "-mdio-"}) {
+        if (const std::size_t at = origin.find(bus); at != std::string_view::npos && at > 0) {
+            return origin.substr(0, at);
+        }
+    }
+    return origin;
+}
+
+/// The same with all that the origin says, and by the names that never change, from the most welcome to the last resort.
+std::string labelOf(const SeriesName& series, std::string_view origin)
+{
+    const std::string_view collector = std::string_view(series.series).substr(0, series.series.find('/'));
+    if (series.key.empty()) {
+        return series.series;
+    }
+    if (collector == "sensors") {
+        return origin.empty() ? series.name : std::string(origin) + "/" + series.name;
+    }
+    return std::string(collector) + "/" + (origin.empty() ? series.name : std::string(origin));
+}
+
+/// "coretemp/Core 0" of "coretemp-isa-0000" and "Core 0", whatever its label is.
+bool isOfOrigin(const SeriesName& series, std::string_view folded)
+{
+    const std::string origin = lowercase(series.origin);
+    const std::size_t slash = folded.find('/');
+    return !origin.empty() && slash != std::string_view::npos && slash > 0
+        && origin.starts_with(folded.substr(0, slash)) && lowercase(series.name) == folded.substr(slash + 1);
+}
+
 } // namespace
+
+void labelSeries(std::span<SeriesName> all)
+{
+    std::map<std::string_view, std::set<std::string_view>> chips; // by driver
+    for (const SeriesName& each : all) {
+        chips[driverOf(each.origin)].insert(each.origin);
+    }
+    std::map<std::string, std::size_t> uses;
+    for (SeriesName& each : all) {
+        const std::string_view driver = driverOf(each.origin);
+        each.label = labelOf(each, chips[driver].size() == 1 ? driver : std::string_view(each.origin));
+        ++uses[each.label];
+    }
+    for (SeriesName& each : all) {
+        each.label = uses[each.label] == 1 ? each.label : each.series;
+    }
+}
 
 SeriesMatch matchSeries(std::span<const SeriesName> all, std::string_view wanted)
 {
     const std::string folded = lowercase(wanted);
     const auto contains = [&](const std::string& text) { return lowercase(text).find(folded) != std::string::npos; };
     std::vector<std::vector<std::size_t>> attempts = {
-        placesOf(all, [&](const SeriesName& each) { return each.series == wanted || each.key == wanted; }),
-        placesOf(all, [&](const SeriesName& each) { return lowercase(each.name) == folded; }),
+        placesOf(all,
+            [&](const SeriesName& each) {
+                return each.series == wanted || each.label == wanted || each.key == wanted;
+            }),
+        placesOf(all,
+            [&](const SeriesName& each) {
+                return lowercase(each.name) == folded || lowercase(each.label) == folded || isOfOrigin(each, folded);
+            }),
         placesOf(all,
             [&](const SeriesName& each) { return lowercase(each.series) == folded || lowercase(each.key) == folded; }),
         placesOf(all,
-            [&](const SeriesName& each) { return contains(each.name) || contains(each.key) || contains(each.series); }),
+            [&](const SeriesName& each) {
+                return contains(each.name) || contains(each.key) || contains(each.series) || contains(each.label);
+            }),
     };
     for (std::vector<std::size_t>& places : attempts) {
         if (wanted.empty()) {

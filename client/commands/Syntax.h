@@ -37,7 +37,11 @@ public:
     void choice(
         const std::string& name, std::string& word, const std::vector<std::string>& words, const std::string& what);
 
-    // Without a name of its own on the command line, and required
+    // Without a name of its own on the command line
+    /// As many as there are, or none.
+    void anyWords(const std::string& name, std::vector<std::string>& words, const std::string& what);
+
+    // The same, and required
     void word(const std::string& name, std::string& word, const std::string& what);
     void numbers(const std::string& name, std::vector<std::int64_t>& numbers, const std::string& what);
     /// `complaint` says what is wrong with a word, or nothing.

@@ -49,16 +49,25 @@ public:
         }
     }
 
+    /// A stretch of one column of dots as ground that lines stand out from.
+    void shade(int x, int low, int high)
+    {
+        for (int y = std::max(low, 0); x >= 0 && x < width() && y <= std::min(high, height() - 1); ++y) {
+            cells_[index(x / 2, (height() - 1 - y) / 4)].isShaded = true;
+        }
+    }
+
     /// One row of cells, 0 at the top, as pieces of one style each.
     Line row(int number) const
     {
         Line line;
         for (int column = 0; column < columns_; ++column) {
             const Cell& cell = cells_[index(column, number)];
-            if (line.empty() || line.back().style != cell.style) {
-                line.push_back({cell.style, {}});
+            const Style style = cell.dots == 0 && cell.isShaded ? Style::Faint : cell.style;
+            if (line.empty() || line.back().style != style) {
+                line.push_back({style, {}});
             }
-            line.back().text += cell.dots == 0 ? " " : character(cell.dots);
+            line.back().text += cell.dots != 0 ? character(cell.dots) : cell.isShaded ? "░" : " ";
         }
         return line;
     }
@@ -66,6 +75,7 @@ public:
 private:
     struct Cell {
         unsigned dots = 0; ///< in the order of the Unicode block
+        bool isShaded = false;
         Style style = Style::Plain;
     };
 
@@ -95,17 +105,50 @@ private:
     std::vector<Cell> cells_;
 };
 
+/// Where things of a plot are on a canvas.
+class Places {
+public:
+    Places(const Canvas& canvas, const Plot& plot, const ValueAxis& axis)
+        : canvas_(canvas), plot_(plot), axis_(axis) { }
+
+    int x(double time) const
+    {
+        const double across = (time - plot_.from) / (plot_.until - plot_.from);
+        return static_cast<int>(std::lround(across * (canvas_.width() - 1)));
+    }
+    int y(double value) const { return static_cast<int>(std::lround(axis_.place(value) * (canvas_.height() - 1))); }
+    std::pair<int, int> of(const PlotPoint& point) const { return {x(point.time), y(point.value)}; }
+
+private:
+    const Canvas& canvas_;
+    const Plot& plot_;
+    const ValueAxis& axis_;
+};
+
+/// From point to point, as the line runs.
+void drawBand(Canvas& canvas, const Places& places, std::span<const PlotPoint> run)
+{
+    for (std::size_t index = 0; index < run.size(); ++index) {
+        const PlotPoint& to = run[index];
+        const PlotPoint& from = index > 0 && run[index - 1].band ? run[index - 1] : to;
+        const int first = places.x(from.time);
+        const int last = places.x(to.time);
+        for (int x = first; to.band && x <= last; ++x) {
+            const double across = last > first ? static_cast<double>(x - first) / (last - first) : 1;
+            canvas.shade(x, places.y(from.band->low + (to.band->low - from.band->low) * across),
+                places.y(from.band->high + (to.band->high - from.band->high) * across));
+        }
+    }
+}
+
 void draw(Canvas& canvas, const Plot& plot, const ValueAxis& axis)
 {
-    const auto place = [&](const PlotPoint& point) {
-        const double across = (point.time - plot.from) / (plot.until - plot.from);
-        return std::pair(static_cast<int>(std::lround(across * (canvas.width() - 1))),
-            static_cast<int>(std::lround(axis.place(point.value) * (canvas.height() - 1))));
-    };
+    const Places places(canvas, plot, axis);
     for (std::size_t index = 0; index < plot.series.size(); ++index) {
         for (const auto run : runsOf(plot.series[index])) {
+            drawBand(canvas, places, run);
             for (std::size_t point = 0; point < run.size(); ++point) {
-                canvas.line(place(run[point == 0 ? 0 : point - 1]), place(run[point]), styleOf(index));
+                canvas.line(places.of(run[point == 0 ? 0 : point - 1]), places.of(run[point]), styleOf(index));
             }
         }
     }
@@ -173,6 +216,9 @@ Line summaryLine(const Plot& plot, std::size_t index, const ValueAxis& axis)
     return line;
 }
 
+double lowestOf(const PlotPoint& point) { return point.band ? point.band->low : point.value; }
+double highestOf(const PlotPoint& point) { return point.band ? point.band->high : point.value; }
+
 Line titleLine(const Plot& plot)
 {
     Line line{{Style::Title, printable(plot.title)}};
@@ -194,8 +240,8 @@ std::optional<PlotSummary> summarise(const PlotSeries& series)
         .maximum = series.points.front().value,
         .count = series.points.size()};
     for (const PlotPoint& point : series.points) {
-        summary.minimum = std::min(summary.minimum, point.value);
-        summary.maximum = std::max(summary.maximum, point.value);
+        summary.minimum = std::min(summary.minimum, lowestOf(point));
+        summary.maximum = std::max(summary.maximum, highestOf(point));
         summary.average += point.value / static_cast<double>(summary.count);
     }
     const double span = series.points.back().time - series.points.front().time;
@@ -217,7 +263,9 @@ std::vector<std::span<const PlotPoint>> runsOf(const PlotSeries& series)
     std::size_t start = 0;
     for (std::size_t index = 1; index <= points.size(); ++index) {
         const double distance = index < points.size() ? points[index].time - points[index - 1].time : -1;
-        const bool isTooFar = series.interval > 0 && distance > gapIntervals * series.interval;
+        const double interval =
+            index < points.size() ? std::max({series.interval, points[index - 1].interval, points[index].interval}) : 0;
+        const bool isTooFar = interval > 0 && distance > gapIntervals * interval;
         if (index == points.size() || distance < 0 || isTooFar) {
             runs.push_back(points.subspan(start, index - start));
             start = index;
@@ -232,7 +280,42 @@ Plot clipped(Plot plot)
         std::erase_if(series.points, [&](const PlotPoint& point) {
             return !std::isfinite(point.value) || !(point.time >= plot.from && point.time <= plot.until);
         });
+        for (PlotPoint& point : series.points) {
+            const bool isBand = point.band && point.band->low <= point.value && point.value <= point.band->high
+                && std::isfinite(point.band->high - point.band->low);
+            point.band = isBand ? point.band : std::nullopt;
+        }
     }
+    return plot;
+}
+
+Plot inReadableUnit(Plot plot)
+{
+    constexpr std::array<std::string_view, 7> bytes = {"", "Ki", "Mi", "Gi", "Ti", "Pi", "Ei"};
+    constexpr std::array<std::string_view, 7> decimal = {"", "k", "M", "G", "T", "P", "E"};
+    const bool isBytes = plot.unit == "B" || plot.unit == "B/s";
+    const auto extent = extentOf(plot);
+    if (!extent || (!isBytes && plot.unit != "Hz")) {
+        return plot;
+    }
+    const double factor = isBytes ? 1024 : 1000;
+    double scale = 1;
+    std::size_t prefix = 0;
+    const double largest = std::max(std::abs(extent->first), std::abs(extent->second));
+    while (largest / scale >= factor && prefix + 1 < bytes.size()) {
+        scale *= factor;
+        ++prefix;
+    }
+    plot.unit = std::string(isBytes ? bytes.at(prefix) : decimal.at(prefix)) + plot.unit;
+    for (PlotSeries& series : plot.series) {
+        for (PlotPoint& point : series.points) {
+            point.value /= scale;
+            point.band =
+                point.band ? std::optional(PlotBand{point.band->low / scale, point.band->high / scale}) : std::nullopt;
+        }
+    }
+    plot.least = plot.least ? std::optional(*plot.least / scale) : std::nullopt;
+    plot.most = plot.most ? std::optional(*plot.most / scale) : std::nullopt;
     return plot;
 }
 
@@ -242,8 +325,8 @@ std::optional<std::pair<double, double>> extentOf(const Plot& plot)
     double high = -low;
     for (const PlotSeries& series : plot.series) {
         for (const PlotPoint& point : series.points) {
-            low = std::min(low, point.value);
-            high = std::max(high, point.value);
+            low = std::min(low, lowestOf(point));
+            high = std::max(high, highestOf(point));
         }
     }
     if (low > high) {
@@ -254,7 +337,7 @@ std::optional<std::pair<double, double>> extentOf(const Plot& plot)
 
 Lines plotLines(const Plot& given, int columns, int rows)
 {
-    const Plot plot = clipped(given);
+    const Plot plot = inReadableUnit(clipped(given));
     columns = std::clamp(columns, leastColumns, mostColumns);
     rows = std::clamp(rows, leastRows, mostRows);
     Lines lines{titleLine(plot)};

@@ -11,10 +11,18 @@
 
 namespace meridal {
 
+/// The lowest and the highest of the measurements that a point is the mean of.
+struct PlotBand {
+    double low = 0;
+    double high = 0;
+};
+
 /// One measurement of a plot.
 struct PlotPoint {
     double time = 0; ///< s since 1970
     double value = 0;
+    std::optional<PlotBand> band = {};
+    double interval = 0; ///< s to its neighbours, where that is more than the series'
 };
 
 /// A line of a plot.
@@ -28,7 +36,7 @@ struct PlotSeries {
 /// Figures over a stretch of time, for a terminal (plotLines) or a browser (plotSvg). Texts may be anything.
 struct Plot {
     std::string title;
-    std::string unit; ///< "°C"; of all series
+    std::string unit; ///< "°C"; of all series. "B", "B/s" and "Hz" are drawn in the multiple that suits them
     double from = 0;  ///< s since 1970; what lies outside is left out
     double until = 0;
     std::vector<PlotSeries> series;
@@ -53,11 +61,14 @@ std::vector<std::span<const PlotPoint>> runsOf(const PlotSeries& series);
 /// The points of each series that lie within the plot's time, in the order of the series.
 Plot clipped(Plot plot);
 
-/// The lowest and the highest value that the axis must hold; nothing when there is no point.
+/// Bytes as KiB, MiB, GiB, hertz as MHz, GHz: in the unit in which the largest figure has few digits. Other units stay.
+Plot inReadableUnit(Plot plot);
+
+/// The lowest and the highest value that the axis must hold, bands included; nothing when there is no point.
 std::optional<std::pair<double, double>> extentOf(const Plot& plot);
 
-/// The plot as text of so many columns, the drawing itself so many rows high: title, braille cells with axes, and a line
-/// of minimum, average and maximum a series. Without points one line says so. Sizes are brought into sensible bounds.
+/// The plot as text of so many columns, the drawing itself so many rows high: title, braille cells with axes, bands as
+/// lighter cells behind them, and a line of minimum, average and maximum a series. Without points one line says so. Sizes are brought into sensible bounds.
 Lines plotLines(const Plot& plot, int columns, int rows);
 
 } // namespace meridal

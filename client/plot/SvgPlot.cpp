@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <iterator>
-#include <limits>
 
 namespace meridal {
 
@@ -33,6 +33,7 @@ constexpr const char* style = R"(<style>
 svg{background:#fff;color:#1d232b;font:12px system-ui,sans-serif}
 text{fill:currentColor}.title{font-size:15px;font-weight:600}.faint{opacity:.65}
 .grid{stroke:currentColor;opacity:.15}.line{fill:none;stroke-width:1.5;stroke-linejoin:round}
+.band{stroke:none;opacity:.2}
 @media(prefers-color-scheme:dark){svg{background:#171b21;color:#e6e9ee}}
 </style>
 )";
@@ -40,14 +41,6 @@ text{fill:currentColor}.title{font-size:15px;font-weight:600}.faint{opacity:.65}
 class Drawing {
 public:
     Drawing(const Plot& plot, const ValueAxis& axis) : plot_(plot), axis_(axis) { }
-
-    std::string finish(std::string_view body) const
-    {
-        const double tall = height + lineHeight * static_cast<double>(plot_.series.size());
-        return fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {} {}\" width=\"{}\" height=\"{}\" "
-                           "role=\"img\">\n<title>{}</title>\n{}{}</svg>\n",
-            width, tall, width, tall, svgText(plot_.title), style, body);
-    }
 
     std::string heading() const
     {
@@ -68,6 +61,25 @@ public:
             out += fmt::format("<line class=\"grid\" x1=\"{x:.1f}\" y1=\"{}\" x2=\"{x:.1f}\" y2=\"{}\"/>"
                                "<text class=\"faint\" x=\"{x:.1f}\" y=\"{}\" text-anchor=\"middle\">{}</text>\n",
                 top, bottom, bottom + 18, svgText(mark.label), fmt::arg("x", x(mark.time)));
+        }
+        return out;
+    }
+
+    /// One element a stretch in which every point has one.
+    std::string bands(std::size_t index) const
+    {
+        std::string out;
+        for (const auto run : runsOf(plot_.series[index])) {
+            for (std::size_t start = 0; start < run.size(); ++start) {
+                std::size_t end = start;
+                while (end < run.size() && run[end].band) {
+                    ++end;
+                }
+                if (end - start > 1) {
+                    out += band(run.subspan(start, end - start), colours.at(index % colours.size()));
+                }
+                start = end;
+            }
         }
         return out;
     }
@@ -112,6 +124,19 @@ public:
     }
 
 private:
+    std::string band(std::span<const PlotPoint> points, const char* colour) const
+    {
+        std::string out = fmt::format("<polygon class=\"band\" fill=\"{}\" points=\"", colour);
+        for (const PlotPoint& point : points) {
+            fmt::format_to(std::back_inserter(out), "{:.1f},{:.1f} ", x(point.time), y(point.band->high));
+        }
+        for (std::size_t place = points.size(); place > 0; --place) {
+            fmt::format_to(
+                std::back_inserter(out), "{:.1f},{:.1f} ", x(points[place - 1].time), y(points[place - 1].band->low));
+        }
+        return out + "\"/>\n";
+    }
+
     double x(double time) const { return left + (time - plot_.from) / (plot_.until - plot_.from) * (right - left); }
     double y(double value) const { return bottom - axis_.place(value) * (bottom - top); }
 
@@ -119,11 +144,11 @@ private:
     const ValueAxis& axis_;
 };
 
-} // namespace
+double heightOf(const Plot& plot) { return height + lineHeight * static_cast<double>(plot.series.size()); }
 
-std::string plotSvg(const Plot& given)
+std::string drawingOf(const Plot& given)
 {
-    const Plot plot = clipped(given);
+    const Plot plot = inReadableUnit(clipped(given));
     const auto bounds = extentOf(plot);
     const bool isDrawable = bounds && plot.until > plot.from;
     const ValueAxis axis = isDrawable ? valueAxis(bounds->first, bounds->second, mostValueMarks) : ValueAxis{};
@@ -131,6 +156,9 @@ std::string plotSvg(const Plot& given)
     std::string body = drawing.heading();
     if (isDrawable) {
         body += drawing.axes();
+        for (std::size_t index = 0; index < plot.series.size(); ++index) {
+            body += drawing.bands(index);
+        }
         for (std::size_t index = 0; index < plot.series.size(); ++index) {
             body += drawing.lines(index);
         }
@@ -142,7 +170,26 @@ std::string plotSvg(const Plot& given)
     for (std::size_t index = 0; index < plot.series.size(); ++index) {
         body += drawing.legend(index);
     }
-    return drawing.finish(body);
+    return body;
+}
+
+} // namespace
+
+std::string plotSvg(const Plot& plot) { return plotsSvg({&plot, 1}); }
+
+std::string plotsSvg(std::span<const Plot> plots)
+{
+    std::string title;
+    std::string body;
+    double tall = 0;
+    for (const Plot& plot : plots) {
+        title += (title.empty() ? "" : "; ") + svgText(plot.title);
+        body += fmt::format("<g transform=\"translate(0 {})\">\n{}</g>\n", tall, drawingOf(plot));
+        tall += heightOf(plot);
+    }
+    return fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {} {}\" width=\"{}\" height=\"{}\" "
+                       "role=\"img\">\n<title>{}</title>\n{}{}</svg>\n",
+        width, tall, width, tall, title, style, body);
 }
 
 } // namespace meridal

@@ -97,10 +97,13 @@ std::string formatReading(const Value& figure, const std::string& unit)
         return "-";
     }
     const double value = figure.get<double>();
+    if (unit == "B" || unit == "B/s") {
+        return unit == "B" ? formatBytes(value) : formatByteRate(value);
+    }
     const int decimals = unit == "V" || unit == "A" ? 3 : unit == "rpm" ? 0 : unit.empty() ? 2 : 1;
     const std::string digits =
         std::abs(value) < 1e6 ? fmt::format("{:.{}f}", value, decimals) : fmt::format("{:.3g}", value);
-    return unit.empty() ? digits : digits + " " + unit;
+    return unit.empty() ? digits : unit == "1/s" ? digits + "/s" : digits + " " + unit;
 }
 
 Lines sensorLines(const Value& sensors, int room)

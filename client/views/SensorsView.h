@@ -7,7 +7,7 @@
 
 namespace meridal {
 
-/// A figure in its unit, with the decimals that the unit deserves; "-" where there is none.
+/// A figure in its unit, with the decimals that the unit deserves, bytes in their multiples; "-" where there is none.
 std::string formatReading(const Value& figure, const std::string& unit);
 
 /// The daemon's list of sensors for people: by chip, each with value, a bar of its range, lowest and highest ever seen.

@@ -110,6 +110,36 @@ TEST_F(PlotTest, NamesFromOutsideDoNoHarm)
     EXPECT_THAT(svg, Not(HasSubstr("<b>")));
 }
 
+TEST_F(PlotTest, BandsAreLighterThanTheLine)
+{
+    Plot plot = hourOf({{start, 20, PlotBand{0, 40}}, {start + 1800, 20, PlotBand{0, 40}}, {start + 3600, 20}}, 1800);
+    const std::string text = drawn(plot, 40, 8);
+    EXPECT_THAT(text, HasSubstr("40 ┤░░░░░░░░░░░░░░░░░░░\n")) << "half of the width";
+    EXPECT_THAT(text, HasSubstr("min 0 °C   avg 20 °C   max 40 °C"));
+    EXPECT_EQ(countOf(plotSvg(plot), "<polygon"), 1U);
+    plot.series[0].points[0].band = PlotBand{25, 30};
+    EXPECT_FALSE(clipped(plot).series[0].points[0].band) << "the mean is not in it";
+    EXPECT_EQ(runsOf({.name = "", .points = {{0, 1}, {90, 1, {}, 80}, {180, 1}}, .interval = 10}).size(), 1U)
+        << "points that stand for more than their series' interval";
+}
+
+TEST_F(PlotTest, BytesAreInTheUnitThatSuitsThem)
+{
+    const std::tuple<const char*, double, const char*> units[] = {{"B", 3.0 * (1 << 30), "GiB"},
+        {"B/s", 3 << 10, "KiB/s"}, {"B", 3, "B"}, {"Hz", 3e9, "GHz"}, {"rpm", 3e9, "rpm"}};
+    for (const auto& [unit, value, shown] : units) {
+        Plot plot = hourOf({{start, value, PlotBand{value, value}}});
+        plot.unit = unit;
+        plot = inReadableUnit(std::move(plot));
+        EXPECT_EQ(plot.unit, shown);
+        EXPECT_EQ(plot.series[0].points[0].value, std::string(unit) == "rpm" ? value : 3);
+        EXPECT_EQ(plot.series[0].points[0].band->high, plot.series[0].points[0].value);
+    }
+    const std::vector<Plot> two = {hourOf({{start, 1}}), hourOf({{start, 1}})};
+    EXPECT_EQ(countOf(plotsSvg(two), "<svg"), 1U);
+    EXPECT_THAT(plotsSvg(two), HasSubstr("translate(0 376)"));
+}
+
 TEST_F(PlotTest, TimeMarksFitTheirRange)
 {
     EXPECT_EQ(timeMarks(start, start + 3600, 5).front().label, "22:15");

@@ -19,6 +19,7 @@
 namespace meridal {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -296,6 +297,95 @@ TEST_F(ProgramTest, WatchPrintsWhatWasAskedForAcrossARestart)
     EXPECT_THAT(callsSoFar(),
         ElementsAre("startRequestWithKey:interval:[1,2]", "startRequestWithKey:interval:[2,2]", "startSMARTTemps[]",
             "startRequestWithKey:interval:[1,2]", "startRequestWithKey:interval:[2,2]", "startSMARTTemps[]"));
+}
+
+TEST_F(ProgramTest, HistoryIsAListOrPlotsOfSeveralSeries)
+{
+    serve([this](const std::string& method, const Value& request) {
+        const Value& given = request.at("params").at(0);
+        if (method == "history.series") {
+            return daemon->answer(request,
+                {{"more", false},
+                    {"series",
+                        {{{"series", "memory"}, {"collector", "memory"}, {"key", ""}, {"name", "Memory"}, {"unit", "B"},
+                             {"values", {"used", "free"}}},
+                            {{"series", "sensors/1"}, {"collector", "sensors"}, {"key", "1"}, {"name", "Composite"},
+                                {"origin", "nvme0n1"}, {"unit", "°C"}, {"values", {"value"}}},
+                            {{"series", "sensors/2"}, {"collector", "sensors"}, {"key", "2"}, {"name", "Composite"},
+                                {"origin", "nvme1n1"}, {"unit", "°C"}, {"values", {"value"}}}}}});
+        }
+        const bool isMemory = given.at("series") == "memory";
+        const bool isLast = given.contains("before") || given.at("limit") == 1;
+        const Value values = isMemory ? Value({isLast ? 1024 : 2048, 1}) : Value(Value::array_t{isLast ? 40 : 45});
+        Value page{{"series", given.at("series")}, {"interval", 6}, {"resolution", given.at("resolution")},
+            {"unit", isMemory ? "B" : "°C"},
+            {"values", isMemory ? Value({"used", "free"}) : Value(Value::array_t{"value"})},
+            {"samples", {{{"time", given.at("until").get<double>() - (isLast ? 60 : 54)}, {"values", values}}}},
+            {"more", !isLast}, {"next", 7}};
+        daemon->answer(request, page);
+    });
+    EXPECT_THAT(run("history").out,
+        AllOf(HasSubstr("\nmemory\n  memory/used                            1.00 KiB  "),
+            HasSubstr("\nsensors\n  nvme0n1/Composite"), HasSubstr("  nvme1n1/Composite")));
+    EXPECT_THAT(run("history --json", "grep -c '\"label\":\"nvme0n1/Composite\",\"latest\":{\"time\"'").out, "1\n");
+    const std::string plots = run("history nvme1n1/Composite memory/used nvme0n1/Composite --from -3d").out;
+    EXPECT_THAT(plots, StartsWith("nvme1n1/Composite, nvme0n1/Composite, since "));
+    EXPECT_THAT(plots, HasSubstr("\n\nmemory/used, since "));
+    EXPECT_THAT(plots, HasSubstr("min 1.00 KiB   avg 1.50 KiB   max 2.00 KiB"));
+    EXPECT_THAT(callsSoFar().back(), HasSubstr("\"resolution\":\"longterm\""));
+    EXPECT_THAT(run("history composite").err,
+        HasSubstr(
+            "more than one is called \"composite\"; say which: nvme0n1/Composite (sensors/1), nvme1n1/Composite"));
+    EXPECT_EQ(run("history memory/unused").status, "1\n");
+    for (const char* wrong : {"history --csv", "history memory --from soon", "history memory --from -1h --until -2h",
+             "history memory --from -1h --range day", "history memory --resolution minute", "apps --from 2999-01-01"}) {
+        EXPECT_EQ(run(wrong).status, "64\n") << wrong;
+    }
+}
+
+TEST_F(ProgramTest, ApplicationsAreTotalsOrTheCourseOfOne)
+{
+    serve([this](const std::string&, const Value& request) {
+        const Value& given = request.at("params").at(0);
+        if (given.contains("group")) {
+            const double began = given.at("until").get<double>() - 600;
+            return daemon->answer(request,
+                {{"group", given.at("group")}, {"name", "web"}, {"step", "minute"}, {"more", false},
+                    {"periods", {{{"time", began}, {"seconds", 60}, {"cpuUser", 30}, {"cpuSystem", 0}}}}});
+        }
+        const bool isLast = given.contains("after");
+        const auto group = [](const char* identity, int user, double cpu) {
+            return Value{{"group", identity}, {"name", "web"}, {"kind", "application"}, {"user", user},
+                {"cpuUser", cpu}, {"cpuSystem", 0}};
+        };
+        Value groups = Value::array();
+        if (isLast) {
+            groups.push_back({{"group", "kernel"}, {"name", "kernel"}, {"kind", "kernel"}, {"cpuUser", 1}});
+        } else {
+            groups = {
+                group("unit:web.service", 0, 9), group("unit:web.service", 1000, 5), group("container:web", 0, 3)};
+        }
+        Value page{{"from", given.at("from")}, {"until", given.at("until")}, {"by", given.at("by")}, {"more", !isLast},
+            {"groups", groups}};
+        if (!isLast) {
+            page["next"] = "3/7";
+        }
+        daemon->answer(request, page);
+    });
+    EXPECT_EQ(run("apps --csv --limit 2").out,
+        "group,name,kind,user,cpuUser,cpuSystem\nunit:web.service,web,application,0,9.0,0\n"
+        "unit:web.service,web,application,1000,5.0,0\nother,other,other,,3.0,0.0\nkernel,kernel,kernel,,1,\n");
+    EXPECT_THAT(callsSoFar().back(), HasSubstr("\"after\":\"3/7\""));
+    EXPECT_THAT(run("apps --by memory --range year --json").out, HasSubstr("\"by\":\"memory\""));
+    EXPECT_THAT(run("apps").out, AllOf(StartsWith("Applications by cpu, last day\n"), HasSubstr("kernel ")));
+    EXPECT_THAT(run("apps --group web").err,
+        HasSubstr(
+            "say which, or whose by --user: web (unit:web.service, user 0), web (unit:web.service, user 1000), "));
+    EXPECT_THAT(run("apps --group container --from -1h").out,
+        AllOf(StartsWith("web, since "), HasSubstr("min 50 % of one core")));
+    EXPECT_THAT(callsSoFar().back(), AllOf(HasSubstr("\"group\":\"container:web\""), HasSubstr("\"owner\":0")));
+    EXPECT_THAT(
+        run("apps --group nginx").err, HasSubstr("no application is called \"nginx\" in this time; there is: "));
 }
 
 /// The program on a terminal of its own, lent by script(1).

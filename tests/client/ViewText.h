@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Value.h"
 #include "client/screen/StyledText.h"
 
 #include <algorithm>
@@ -17,6 +18,9 @@ inline std::string textOf(const Lines& lines)
     }
     return text;
 }
+
+/// What a daemon sent as text.
+inline Value json(std::string_view text) { return parseUntrusted(text).value(); }
 
 /// How the part of a line that has these words in it looks.
 inline Style styleOf(const Line& line, std::string_view words)
