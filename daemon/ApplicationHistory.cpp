@@ -72,7 +72,7 @@ struct Asked {
     std::size_t limit = ApplicationHistory::standardPage;
 };
 
-void readTimes(Parameters& parameters, double now, Asked& asked)
+void readTimes(Parameters& parameters, double now, const RecordKeep& keep, Asked& asked)
 {
     asked.until = parameters.moment("until").value_or(now);
     asked.from = parameters.moment("from").value_or(asked.until - ApplicationHistory::standardSpan);
@@ -84,7 +84,7 @@ void readTimes(Parameters& parameters, double now, Asked& asked)
             parameters.refuse("that is in the future");
         }
     }
-    asked.step = stepFor(asked.from, asked.until, now, ApplicationHistory::mostPeriods);
+    asked.step = stepFor(asked.from, asked.until, now, ApplicationHistory::mostPeriods, keep);
     const auto name = parameters.text("step");
     const auto step = recordStepNamed(name.value_or("hour"));
     if (!step) {
@@ -94,10 +94,10 @@ void readTimes(Parameters& parameters, double now, Asked& asked)
     }
 }
 
-Asked readQuestion(Parameters& parameters, double now)
+Asked readQuestion(Parameters& parameters, double now, const RecordKeep& keep)
 {
     Asked asked;
-    readTimes(parameters, now, asked);
+    readTimes(parameters, now, keep, asked);
     asked.group = parameters.text("group");
     asked.after = parameters.text("after");
     asked.limit = parameters.limit(ApplicationHistory::standardPage, ApplicationHistory::mostPeriods);
@@ -190,7 +190,7 @@ void ApplicationHistory::history(const Value& given, const Peer& peer, Reply rep
 {
     const double now = context_.runtime.wallTime();
     Parameters parameters(given);
-    Asked asked = readQuestion(parameters, now);
+    Asked asked = readQuestion(parameters, now, recorder_.keep());
     asked.whose.viewer = views_.viewerOf(peer);
     std::optional<TotalsCursor> cursor;
     std::optional<double> afterTime;

@@ -27,6 +27,9 @@ void ConfigurationService::apply()
     services_.disks.setRecording(now.record.disks);
     services_.machine.setRecording(now.record.machine);
     services_.battery.setRecording(now.record.battery);
+    const Configuration::Keep& keep = now.keep;
+    services_.applications.recorder().setKeep({.seconds = {keep.applicationMinutes, keep.applicationQuarterHours,
+                                                   keep.applicationHours, keep.applicationDays, 0}});
     services_.applications.setInterval(now.passInterval);
     services_.applications.setRecording(now.record.applications);
 }

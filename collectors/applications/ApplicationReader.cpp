@@ -265,12 +265,10 @@ bool readProcesses(SQLiteConnection& connection, const MomentQuestion& question,
 
 } // namespace
 
-RecordStep stepFor(double from, double until, double now, std::size_t periods)
+RecordStep stepFor(double from, double until, double now, std::size_t periods, const RecordKeep& keep)
 {
     for (const RecordStep step : recordSteps) {
-        const RecordStepTraits& traits = traitsOf(step);
-        const bool reachesBack = traits.kept == 0 || from >= now - traits.keptSeconds();
-        if (reachesBack && until - from <= static_cast<double>(periods) * traits.seconds) {
+        if (keep.reaches(step, from, now) && until - from <= static_cast<double>(periods) * traitsOf(step).seconds) {
             return step;
         }
     }
@@ -352,8 +350,7 @@ std::optional<RecordedMoment> readMoment(
             return std::nullopt;
         }
         // Where the finer table has nothing, a coarser one has it of other minutes.
-        const bool isKept = traitsOf(step).kept == 0 || question.time >= question.now - traitsOf(step).keptSeconds();
-        if (!found->reachesBack && !isKept) {
+        if (!found->reachesBack && !question.keep.reaches(step, question.time, question.now)) {
             continue;
         }
         if (found->start > 0) {

@@ -79,6 +79,7 @@ struct MomentQuestion {
     double time = 0;
     double now = 0;
     WhoseApplications whose;
+    RecordKeep keep = {};
 };
 
 /// One page of each. Absent when the file cannot be read. On the file's queue.
@@ -90,6 +91,6 @@ std::optional<RecordedMoment> readMoment(
     SQLiteConnection& connection, const MomentQuestion& question, const RunningPeriods& running);
 
 /// The finest step that reaches back to a moment and has the range in so many periods at most; else months.
-RecordStep stepFor(double from, double until, double now, std::size_t periods);
+RecordStep stepFor(double from, double until, double now, std::size_t periods, const RecordKeep& keep = {});
 
 } // namespace meridal

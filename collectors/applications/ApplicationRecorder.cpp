@@ -368,7 +368,7 @@ void ApplicationRecorder::prune()
         return;
     }
     pruned_ = now;
-    tables_->prune(now, clockIsKept());
+    tables_->prune(now, clockIsKept(), keep_);
     if (std::abs(now - namesForgotten_) >= forgetEvery) {
         namesForgotten_ = now;
         tables_->forgetNames();
@@ -452,7 +452,7 @@ void ApplicationRecorder::readMoment(
     double time, std::optional<std::uint32_t> viewer, std::function<void(const std::optional<RecordedMoment>&)> reply)
 {
     const MomentQuestion question{
-        .time = time, .now = context_.runtime.wallTime(), .whose = {.viewer = viewer, .owner = {}}};
+        .time = time, .now = context_.runtime.wallTime(), .whose = {.viewer = viewer, .owner = {}}, .keep = keep_};
     ask<RecordedMoment>(
         [question](SQLiteConnection& connection, const RunningPeriods& running) {
             return meridal::readMoment(connection, question, running);

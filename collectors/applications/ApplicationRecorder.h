@@ -32,6 +32,10 @@ public:
     ApplicationRecorder(const ApplicationRecorder&) = delete;
     ApplicationRecorder& operator=(const ApplicationRecorder&) = delete;
 
+    /// How long periods stay, from the next pruning on, which comes every hour.
+    void setKeep(const RecordKeep& keep) { keep_ = keep; }
+    const RecordKeep& keep() const { return keep_; }
+
     /// Takes totals up; to be called after each pass that has made them. Their growth belongs to the minute in which half of
     /// the time since the last call was over. The first call opens the file.
     void record(double wallTime, std::span<const GroupTotals> totals);
@@ -103,6 +107,7 @@ private:
     void ask(Read read, std::function<void(const std::optional<Answer>&)> reply);
 
     Context& context_;
+    RecordKeep keep_;
     Applications applications_;
     GroupDifferences differences_{applications_};
     std::unique_ptr<ApplicationTables> tables_; ///< null without a file

@@ -298,17 +298,19 @@ void ApplicationTables::writeProcesses(double start, std::span<const Process> pr
     }
 }
 
-void ApplicationTables::prune(double now, bool clockIsKept)
+void ApplicationTables::prune(double now, bool clockIsKept, const RecordKeep& keep)
 {
-    for (const RecordStep step : recordSteps) {
-        const RecordStepTraits& traits = traitsOf(step);
-        if (traits.kept > 0) {
-            queue(steps_[position(step)].prune,
-                {stamp(now - traits.keptSeconds()), std::int64_t{clockIsKept ? 1 : 0}, traits.kept});
+    const auto drop = [&](const Text& statement, RecordStep step) {
+        if (keep.of(step) > 0) {
+            queue(statement,
+                {stamp(now - keep.of(step)), std::int64_t{clockIsKept ? 1 : 0},
+                    static_cast<std::int64_t>(std::ceil(keep.of(step) / traitsOf(step).seconds))});
         }
+    };
+    for (const RecordStep step : recordSteps) {
+        drop(steps_[position(step)].prune, step);
     }
-    const RecordStepTraits& minutes = traitsOf(RecordStep::Minute);
-    queue(processes_.prune, {stamp(now - minutes.keptSeconds()), std::int64_t{clockIsKept ? 1 : 0}, minutes.kept});
+    drop(processes_.prune, RecordStep::Minute);
 }
 
 void ApplicationTables::forgetNames() { queue(forget_, {}); }

@@ -63,7 +63,7 @@ public:
     void writeProcesses(double start, std::span<const Process> processes);
     /// Removes what is older than it should be. As long as nobody vouches for the clock, the newest periods stay whatever
     /// their age: so many as there would be in the time for which the table keeps them.
-    void prune(double now, bool clockIsKept);
+    void prune(double now, bool clockIsKept, const RecordKeep& keep);
     /// Forgets what numbers stand for that are in no table any more.
     void forgetNames();
 

@@ -22,19 +22,28 @@ constexpr std::size_t position(RecordStep step) { return static_cast<std::size_t
 struct RecordStepTraits {
     std::string_view name; ///< to clients
     std::string_view table;
-    double seconds = 0;    ///< of a period; of a month the mean
-    std::int64_t kept = 0; ///< periods; 0: for ever
-    double keptSeconds() const { return seconds * static_cast<double>(kept); }
+    double seconds = 0; ///< of a period; of a month the mean
+    double keptFor = 0; ///< s, unless the administrator says otherwise; 0: for ever
 };
 
 constexpr std::array<RecordStepTraits, 5> recordStepTraits = {{
-    {"minute", "application_minutes", 60, 2880},
-    {"quarter", "application_quarters", 900, 1344},
-    {"hour", "application_hours", 3600, 2400},
-    {"day", "application_days", 86'400, 1827},
+    {"minute", "application_minutes", 60, 2.0 * 86'400},
+    {"quarter", "application_quarters", 900, 14.0 * 86'400},
+    {"hour", "application_hours", 3600, 100.0 * 86'400},
+    {"day", "application_days", 86'400, 1827.0 * 86'400},
     {"month", "application_months", 2'629'746, 0},
 }};
 constexpr const RecordStepTraits& traitsOf(RecordStep step) { return recordStepTraits[position(step)]; }
+/// How long the periods of each step stay, in s; 0: for ever.
+struct RecordKeep {
+    std::array<double, recordSteps.size()> seconds = {recordStepTraits[0].keptFor, recordStepTraits[1].keptFor,
+        recordStepTraits[2].keptFor, recordStepTraits[3].keptFor, recordStepTraits[4].keptFor};
+
+    double of(RecordStep step) const { return seconds[position(step)]; }
+    /// Whether those of then are still there, as far as age goes.
+    bool reaches(RecordStep step, double time, double now) const { return of(step) <= 0 || time >= now - of(step); }
+};
+
 std::optional<RecordStep> recordStepNamed(std::string_view name);
 
 /// The start of the period that a moment lies in; both in s since 1970.
