@@ -255,7 +255,8 @@ int runDaemon(const Options& options)
         fmt::print(stderr, "meridald: {}\n", lock.error().message);
         return EXIT_FAILURE;
     }
-    const ConfigurationPlace place{.folder = paths.configuration, .file = options.configuration.empty() ? "" : std::filesystem::absolute(options.configuration)};
+    const ConfigurationPlace place{.folder = paths.configuration,
+        .file = options.configuration.empty() ? "" : std::filesystem::absolute(options.configuration)};
     ConfigurationFiles configuration(place);
     for (const ConfigurationWarning& warning : configuration.warnings()) { // while there is somebody who reads it
         fmt::print(stderr, "meridald: {}\n", lineOf(warning));
