@@ -16,6 +16,8 @@ namespace {
 constexpr double leeway = 0.1; // of an interval
 /// What is older is read again for who watches, s: less than any cadence, as the moments of a reading and of a watch differ.
 constexpr double watchedAge = MachineService::askedInterval / 2;
+/// File systems fill slowly, and looking at them costs twice as much as all the rest.
+constexpr double watchedListAge = 5; // s
 
 Value describe(const FileSystemRecord& record)
 {
@@ -108,7 +110,7 @@ Result<Value> MachineService::state(const Value& given)
     lastAsked_ = context_.runtime.monotonicTime();
     readUnlessNewerThan(askedInterval);
     schedule();
-    Value state = *latestState();
+    Value state = *latestState(askedInterval);
     if (withAll) {
         state["disks"] = blockDevices_.stateOfAll();
     }
@@ -143,10 +145,15 @@ void MachineService::readUnlessNewerThan(double seconds)
     schedule();
 }
 
-const std::shared_ptr<const Value>& MachineService::latestState()
+const std::shared_ptr<const Value>& MachineService::latestState(double listAge)
 {
-    if (!state_) {
+    const double now = context_.runtime.monotonicTime();
+    if (!lastListed_ || now - *lastListed_ >= listAge) {
+        lastListed_ = now;
         listFileSystems();
+        state_.reset();
+    }
+    if (!state_) {
         state_ = std::make_shared<const Value>(
             Value{{"time", context_.runtime.wallTime()}, {"cpu", processors_.state()}, {"memory", memory_.state()},
                 {"pressure", pressure_.state()}, {"disks", blockDevices_.state()}, {"fileSystems", fileSystems_},
@@ -157,11 +164,6 @@ const std::shared_ptr<const Value>& MachineService::latestState()
 
 void MachineService::listFileSystems()
 {
-    const double now = context_.runtime.monotonicTime();
-    if (lastListed_ && now - *lastListed_ < askedInterval) {
-        return;
-    }
-    lastListed_ = now;
     fileSystems_ = Value::array();
     for (const FileSystemRecord& record : context_.host.fileSystems->read()) {
         fileSystems_.push_back(describe(record));
@@ -188,7 +190,7 @@ void MachineService::addTo(Watches& watches)
 {
     watches.addWatch(method::machineWatch, askedInterval, [this](const Peer&) {
         readUnlessNewerThan(watchedAge);
-        return latestState();
+        return latestState(watchedListAge);
     });
 }
 

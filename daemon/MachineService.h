@@ -55,7 +55,7 @@ private:
     void readUnlessNewerThan(double seconds);
     void schedule();
     void listFileSystems();
-    const std::shared_ptr<const Value>& latestState();
+    const std::shared_ptr<const Value>& latestState(double listAge);
 
     Context& context_;
     ProcessorStatCollector processors_;

@@ -17,11 +17,17 @@ constexpr std::uint64_t sectorBytes = 512; // whatever the disk's own are
 constexpr std::uint64_t nsPerMs = 1'000'000;
 constexpr std::uint64_t nsPerUs = 1'000;
 
+bool isBlank(char character) { return character == ' ' || character == '\t'; }
+
+/// By hand: the library's search for one of several characters makes a call for each one that it looks at, which was half
+/// of what reading these files costs here.
 std::string_view takeWord(std::string_view& line)
 {
-    line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
-    const std::string_view word = line.substr(0, std::min(line.find_first_of(" \t"), line.size()));
-    line.remove_prefix(word.size());
+    const auto begin = static_cast<std::size_t>(std::find_if_not(line.begin(), line.end(), isBlank) - line.begin());
+    line.remove_prefix(begin);
+    const auto length = static_cast<std::size_t>(std::find_if(line.begin(), line.end(), isBlank) - line.begin());
+    const std::string_view word = line.substr(0, length);
+    line.remove_prefix(length);
     return word;
 }
 
@@ -190,6 +196,9 @@ void parsePageCounts(std::string_view text, std::uint64_t pageSize, MemoryReadin
 {
     while (const auto next = takeLine(text)) {
         std::string_view line = *next;
+        if (!line.starts_with("pswp") && !line.starts_with("oom_")) {
+            continue; // as all but three of two hundred
+        }
         const std::string_view word = takeWord(line);
         if (word == "pswpin" || word == "pswpout") {
             const auto pages = takeNumber<std::uint64_t>(line);
