@@ -16,8 +16,8 @@ namespace {
 constexpr std::ptrdiff_t listedByEach = 10;
 constexpr std::size_t mostGone = 512; // beyond, only the largest of them stay
 
-using Use = double (*)(const ProcessMinute&);
-constexpr std::array<Use, 4> minuteFigures = {
+using MinuteUse = double (*)(const ProcessMinute&);
+constexpr std::array<MinuteUse, 4> minuteFigures = {
     [](const ProcessMinute& of) { return of.cpuSeconds; },
     [](const ProcessMinute& of) { return static_cast<double>(of.memoryBytes); },
     [](const ProcessMinute& of) { return static_cast<double>(of.diskBytes); },
@@ -30,7 +30,7 @@ std::vector<Entry> largestOf(std::vector<Entry>&& entries, Of minuteIn)
 {
     std::set<std::size_t> chosen;
     std::vector<std::size_t> order(entries.size());
-    for (const Use use : minuteFigures) {
+    for (const MinuteUse use : minuteFigures) {
         for (std::size_t i = 0; i < order.size(); ++i) {
             order[i] = i;
         }

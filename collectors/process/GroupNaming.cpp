@@ -14,12 +14,12 @@ namespace {
 
 /// Of a desktop's application what a shell in it starts is no part; of all other units everything is.
 constexpr std::string_view desktopScheme = "app:";
-constexpr std::size_t longestIdentity = 512; // bytes
+constexpr std::size_t longestGroupIdentity = 512; // bytes
 
 std::string withinBounds(std::string identity)
 {
-    if (identity.size() > longestIdentity) {
-        identity = validUtf8(identity.substr(0, longestIdentity));
+    if (identity.size() > longestGroupIdentity) {
+        identity = validUtf8(identity.substr(0, longestGroupIdentity));
     }
     return identity;
 }

@@ -14,7 +14,7 @@ constexpr std::size_t mostPaths = 4096; // control groups
 std::string_view endedName(const char* text, std::size_t room) { return {text, ::strnlen(text, room)}; }
 
 /// From the folder of the group upwards, as far as it was told.
-std::string pathOf(const BpfEndedPlace& place)
+std::string pathOfPlace(const BpfEndedPlace& place)
 {
     std::string path;
     for (const auto& folder : place.folders) {
@@ -81,7 +81,7 @@ void BpfEndedProcesses::takePlaces()
         paths_.clear();
     }
     for (std::size_t i = 0; i < groups.size(); ++i) {
-        paths_.insert_or_assign(groups[i], pathOf(places[i]));
+        paths_.insert_or_assign(groups[i], pathOfPlace(places[i]));
     }
 }
 

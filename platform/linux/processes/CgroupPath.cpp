@@ -172,7 +172,7 @@ bool isShared(std::string_view component)
 }
 
 /// "run-u123.service", "run-r0123456789abcdef.scope", "run-p12-i34.service".
-bool isMadeUp(std::string_view name, bool isScope)
+bool isMadeUpUnitName(std::string_view name, bool isScope)
 {
     constexpr std::string_view digits = "0123456789";
     const bool hasDigit = name.find_first_of(digits) != std::string_view::npos;
@@ -197,7 +197,7 @@ std::string lastingIdentity(const CgroupUnit& unit)
     const bool isScope = component.ends_with(scopeSuffix);
     const std::string_view suffix = isScope ? scopeSuffix : serviceSuffix;
     const std::string_view name = component.substr(0, component.size() - std::min(suffix.size(), component.size()));
-    if (name.empty() || isMadeUp(name, isScope)) {
+    if (name.empty() || isMadeUpUnitName(name, isScope)) {
         return {};
     }
     const std::size_t at = name.find('@');
