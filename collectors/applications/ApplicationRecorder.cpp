@@ -425,6 +425,8 @@ void ApplicationRecorder::ask(Read read, std::function<void(const std::optional<
     tables_->file()->queryDatabaseAsync([read = std::move(read), reply = std::move(reply), running = runningPeriods(),
                                             &main](SQLiteConnection& connection) {
         main.post([answer = read(connection, running), reply] { reply(answer); });
+        static_cast<void>(
+            connection.execute("PRAGMA shrink_memory")); // a year's pages are no use until the next question
     });
 }
 
