@@ -159,7 +159,7 @@ std::vector<std::string> seriesFor(Complaint complaint, const Evidence& evidence
         add(disks());
         break;
     case Complaint::BusyNetwork:
-        add(largestOf(evidence.interfaces, 4, "rates/", "interface",
+        add(largestOf(evidence.interfaces, 4, "network/", "interface",
             [](const Value& each) { return amountOf(each, "downloadRate") + amountOf(each, "uploadRate"); }));
         break;
     case Complaint::Memory:
@@ -358,6 +358,17 @@ Value machineOf(const Value& moment)
             machine["disks"].push_back(std::move(disk));
         }
     }
+    // By name, as there.
+    const auto add = [&](const char* list, const char* name, const char* figures) {
+        const Value entries = orEmpty(moment, list);
+        for (std::size_t place = 0; entries.is_array() && place < entries.size(); ++place) {
+            if (const auto which = text(entries[place], name)) {
+                machine[list][*which] = *figures != '\0' ? orEmpty(entries[place], figures) : entries[place];
+            }
+        }
+    };
+    add("gpus", "gpu", "");
+    add("network", "interface", "rates");
     return machine;
 }
 
@@ -393,11 +404,16 @@ Value interfacesOf(const Value& moment)
     const Value network = orEmpty(moment, "network");
     for (std::size_t place = 0; network.is_array() && place < network.size(); ++place) {
         const Value& each = network[place];
+        const Value rates = orEmpty(each, "rates");
         const double span = amountOf(each, "until") - amountOf(each, "from");
-        if (span > 0) {
-            all.push_back({{"interface", text(each, "interface").value_or("")},
-                {"downloadRate", amountOf(each, "received") / span}, {"uploadRate", amountOf(each, "sent") / span}});
+        Value one{{"interface", text(each, "interface").value_or("")}};
+        if (rates.is_object()) {
+            one.update({{"downloadRate", amountOf(rates, "received")}, {"uploadRate", amountOf(rates, "sent")}});
+        } else if (span > 0) {
+            one.update(
+                {{"downloadRate", amountOf(each, "received") / span}, {"uploadRate", amountOf(each, "sent") / span}});
         }
+        all.push_back(std::move(one));
     }
     return all;
 }

@@ -172,10 +172,28 @@ void addNetwork(const Value& answer, Page& page)
         const std::string wifi = text(each, "station") ? words(each, "wifi") : "";
         std::string line = words(each, "interface");
         line += text(each, "station") ? wifi.empty() ? " on a hidden Wi-Fi network" : " on \"" + wifi + "\"" : "";
-        line += fmt::format(": {} received and {} sent in the {} from {}",
-            formatBytes(number(each, "received").value_or(0)), formatBytes(number(each, "sent").value_or(0)),
-            formatSpan(std::max(0.0, std::round(span))), formatTime(number(each, "from"), "%H:%M"));
+        if (number(each, "received")) {
+            line += fmt::format(": {} received and {} sent in the {} from {}",
+                formatBytes(number(each, "received").value_or(0)), formatBytes(number(each, "sent").value_or(0)),
+                formatSpan(std::max(0.0, std::round(span))), formatTime(number(each, "from"), "%H:%M"));
+        }
+        if (const Value& rates = entryOf(each, "rates"); rates.is_object()) {
+            line += (number(each, "received") ? ", then " : ": ")
+                + Parts(rates)
+                      .add("received", formatByteRate, "", " in")
+                      .add("sent", formatByteRate, "", " out")
+                      .text();
+        }
         page.add("network", line);
+    }
+    const Value& gpus = entryOf(answer, "gpus");
+    for (std::size_t place = 0; gpus.is_array() && place < std::min(gpus.size(), mostRows); ++place) {
+        page.add("graphics",
+            words(gpus[place], "gpu") + " "
+                + Parts(gpus[place])
+                      .add("busy", percent, "", " busy")
+                      .add("memoryused", formatBytes, "", " used")
+                      .text());
     }
     const Value& others = entryOf(answer, "others");
     for (std::size_t place = 0; others.is_array() && place < std::min(others.size(), mostRows); ++place) {

@@ -189,7 +189,8 @@ void judgeBusyNetwork(const Evidence& evidence, Verdict& verdict)
         }
         if (received + sent >= muchTraffic) {
             const std::string name = text(interface, "interface").value_or("");
-            const auto lasting = lastingOf(evidence, "rates/" + name + ".received", received / 2);
+            const auto lasting = lastingOf(
+                evidence, "network/" + name + (received >= sent ? ".received" : ".sent"), std::max(received, sent) / 2);
             verdict.causes.push_back(
                 {fmt::format("{} {} {} and {} {}{}.", printable(name), tense(evidence, "receives", "received"),
                      formatByteRate(received), tense(evidence, "sends", "sent"), formatByteRate(sent),

@@ -116,7 +116,7 @@ TEST(Reasons, EachThingThatSlowsAMachineIsFound)
     for (const Case& one :
         {
             Case{R"({"cpu":{"busy":52.0,"processors":[{"busy":100.0},{"busy":4.0}]}})",
-                "One of the 2 processors is busy all the time: make (1.0 cores)."},
+                "make keeps one of the 2 processors busy all the time."},
             Case{R"({"pressure":{"iosome":34.0},"disks":[{"name":"sda","busy":97.0,"writes":200.0,"writetime":48.0,
                  "queue":12.0,"writtenbytes":220200960.0}]})",
                 "Programs wait for disks 34 % of the time. sda is 97 % busy, 48 ms a request, 12 requests under way at "
@@ -197,13 +197,15 @@ TEST(Reasons, DisksNetworksAndMemoryNameTheirUsers)
         "wlan0 receives 9.30 MiB/s and sends 0 B/s.\nMost is received by curl (9.25 MiB/s).\n");
 
     evidence.machine["memory"].update({{"used", 15 * GiB}, {"available", GiB}, {"oomkills", 2}, {"shared", 4 * GiB}});
+    evidence.machine["memoryKills"] = {
+        {{"time", noon - 9e5}, {"name", "old"}}, {{"time", noon - 7200}, {"name", "vm"}, {"bytes", GiB}}};
     evidence.memoryBefore = {{"firefox", GiB}};
     evidence.memoryBeforeSpan = 1800;
     EXPECT_EQ(told(Complaint::Memory, evidence),
         "15.0 GiB of 16.0 GiB are used (94 %), 1.00 GiB are available. Most is held by firefox (3.00 GiB) and java "
         "(1.00 "
         "GiB).\n"
-        "The kernel has killed 2 programs for want of memory since the machine started.\n"
+        "The kernel killed vm (1.00 GiB) for want of memory 2 h ago.\n"
         "firefox has grown by 2.00 GiB within 30 min, from 1.00 GiB.\n"
         "4.00 GiB are shared memory and files that lie in memory (tmpfs).\n");
 }
