@@ -166,6 +166,7 @@ std::vector<std::string> seriesFor(Complaint complaint, const Evidence& evidence
         add({"memory", "pressure"});
         break;
     case Complaint::Draining:
+        add({"battery/power"});
         break;
     }
     return names;
@@ -429,7 +430,21 @@ Value batteryOf(const Value& moment)
             batteries.push_back(std::move(battery));
         }
     }
-    return {{"batteries", std::move(batteries)}};
+    if (batteries.empty()) {
+        batteries.push_back(Value::object());
+    }
+    bool isTold = told.is_array() && !told.empty();
+    const Value others = orEmpty(moment, "others");
+    for (std::size_t place = 0; others.is_array() && place < others.size(); ++place) {
+        for (const auto& [series, figure] :
+            {std::pair("battery/charge", "percentage"), std::pair("battery/power", "power")}) {
+            if (text(others[place], "series") == series) {
+                batteries[0][figure] = orEmpty(others[place], "value");
+                isTold = true;
+            }
+        }
+    }
+    return isTold ? Value{{"batteries", std::move(batteries)}} : Value::object();
 }
 
 } // namespace
@@ -442,6 +457,12 @@ Evidence evidenceOfMoment(const Value& moment, const Value& sensors)
     evidence.sensors = sensorsOf(moment, sensors);
     evidence.interfaces = interfacesOf(moment);
     evidence.battery = batteryOf(moment);
+    const Value unknown = orEmpty(moment, "unknown");
+    for (std::size_t place = 0; unknown.is_array() && place < unknown.size(); ++place) {
+        if (text(unknown[place], "what") == "figures") {
+            evidence.gap = text(unknown[place], "why").value_or("");
+        }
+    }
     const double span = amountOf(moment, "applicationsUntil") - amountOf(moment, "applicationsFrom");
     if (span > 0) {
         const Value applications = orEmpty(moment, "applications");
@@ -486,7 +507,7 @@ void EvidenceQuery::askForCourses()
     const std::string fine = age < hour * kept / 2 ? "hour" : age < day * kept ? "day" : "longterm";
     for (const std::string& series : seriesFor(complaint_, evidence_)) {
         askForCourse(series, fine, fine == "longterm" ? 2 * hour - 1 : hour);
-        if (concernsHeat(complaint_) && series.starts_with("sensors/")) {
+        if (series.starts_with("sensors/") || series.starts_with("battery/")) {
             askForCourse(series, age < hour ? "day" : "longterm", day);
         }
     }

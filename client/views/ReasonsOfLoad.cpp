@@ -305,6 +305,7 @@ void judgeSlow(const Evidence& evidence, Verdict& verdict)
     }
     if (!busy) {
         verdict.notKnown.emplace_back("how busy the processors are");
+        verdict.isKnown = false;
     }
     const Value* pressure = find(evidence.machine, "pressure");
     if (!pressure || !pressure->is_object() || pressure->empty()) {
@@ -328,6 +329,7 @@ void judgeMemory(const Evidence& evidence, Verdict& verdict)
         verdict.remarks.push_back(memoryText(evidence) + "." + (verdict.causes.empty() ? who : ""));
     } else {
         verdict.notKnown.emplace_back("how much memory is used");
+        verdict.isKnown = false;
     }
     addKills(evidence, verdict);
     const double swap = figureAt(evidence.machine, {"memory", "swapused"}).value_or(0);
