@@ -19,7 +19,8 @@ constexpr std::size_t mostChangesTold = 40;
 /// Totals of periods that the moment lies in: those that ended before it are over.
 bool isThen(const BandwidthTotal& total, double time) { return total.start <= time && total.end > time; }
 
-Value describeNetwork(const MomentRecord& record)
+/// The account's bytes of ten minutes, and the rates of the machine's own figures, by interface.
+Value describeNetwork(const MomentRecord& record, const Value& rates)
 {
     Value list = Value::array();
     for (const BandwidthTotal& total : record.interfaces ? record.interfaces->totals : std::vector<BandwidthTotal>()) {
@@ -37,6 +38,17 @@ Value describeNetwork(const MomentRecord& record)
             }
         }
         list.push_back(std::move(entry));
+    }
+    for (Value rate : rates) {
+        const Value name = rate["interface"];
+        rate.erase("interface");
+        const auto same =
+            std::find_if(list.begin(), list.end(), [&](const Value& entry) { return entry["interface"] == name; });
+        if (same != list.end()) {
+            (*same)["rates"] = std::move(rate);
+        } else {
+            list.push_back({{"interface", name}, {"rates", std::move(rate)}});
+        }
     }
     return list;
 }
@@ -158,7 +170,8 @@ Value describeMoment(const MomentRecord& record)
         {"unknown", Value::array()}};
     const bool wasAwake = state.isOn != false && state.isAsleep != true;
     addFigures(wasAwake ? record : MomentRecord(), answer);
-    answer["network"] = describeNetwork(record);
+    answer["network"] = describeNetwork(record, answer.value("rates", Value::array()));
+    answer.erase("rates");
     if (Value battery = describeBattery(record); !battery.empty()) {
         answer["battery"] = std::move(battery);
     }

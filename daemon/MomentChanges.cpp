@@ -30,7 +30,7 @@ struct ChangeRule {
 
 // Small enough to tell what a person would have heard, felt or seen in a plot, large enough to leave out what a machine
 // does all day.
-constexpr std::array<ChangeRule, 14> changeRules = {{
+constexpr std::array<ChangeRule, 15> changeRules = {{
     {"processors", "", "CPU use", {"user", "nice", "system", "interrupt", "steal"}, 1.5, 15},
     {"pressure", "", "programs waiting for the CPU", {"cpusome"}, 2, 10},
     {"pressure", "", "programs waiting for memory", {"memorysome"}, 2, 5},
@@ -41,7 +41,8 @@ constexpr std::array<ChangeRule, 14> changeRules = {{
     {"throughput", "", "reading", {"readbytes"}, 2, 4 * MiB},
     {"throughput", "", "writing", {"writtenbytes"}, 2, 4 * MiB},
     {"busy", "", "busy", {"busy"}, 1.5, 25},
-    {"rates", "", "traffic", {"received", "sent"}, 2, 512 * 1024},
+    {"network", "", "traffic", {"received", "sent"}, 2, 512 * 1024},
+    {"graphics", "", "graphics busy", {"busy"}, 1.5, 30},
     {"sensors", "°C", "temperature", {}, 1, 6},
     {"sensors", "rpm", "speed", {}, 1.2, 300},
     {"sensors", "W", "power", {}, 1.5, 5},

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -21,12 +22,22 @@ constexpr std::size_t mostOfAKind = 64; // entries of one list
 constexpr std::array<std::pair<std::string_view, std::string_view>, 8> wholes = {
     {{"processors", "cpu"}, {"load", "load"}, {"tasks", "tasks"}, {"kernel", "kernel"}, {"memory", "memory"},
         {"swap", "swap"}, {"paging", "paging"}, {"pressure", "pressure"}}};
-/// Series of a disk's traffic, which make one entry a disk.
-constexpr std::array<std::string_view, 5> ofDisks = {"throughput", "requests", "latency", "busy", "queue"};
+/// Series of things of which there are several, each with one entry for all its figures.
+struct ThingSeries {
+    std::string_view collector;
+    const char* list;
+    const char* name; ///< of the entry that says which it is
+};
+constexpr std::array<ThingSeries, 10> ofThings = {{{"throughput", "disks", "disk"}, {"requests", "disks", "disk"},
+    {"latency", "disks", "disk"}, {"busy", "disks", "disk"}, {"queue", "disks", "disk"},
+    {"network", "rates", "interface"}, {"networkfaults", "rates", "interface"}, {"graphics", "gpus", "gpu"},
+    {"graphicsmemory", "gpus", "gpu"}, {"graphicsclock", "gpus", "gpu"}}};
 
-bool isOfDisks(const MomentSeries& series)
+const ThingSeries* thingOf(const MomentSeries& series)
 {
-    return std::find(ofDisks.begin(), ofDisks.end(), series.collector) != ofDisks.end();
+    const auto* found = std::find_if(
+        ofThings.begin(), ofThings.end(), [&](const auto& each) { return each.collector == series.collector; });
+    return found != ofThings.end() ? found : nullptr;
 }
 
 double cleaned(double figure, double step)
@@ -97,8 +108,8 @@ void addWhole(const MomentRecord& record, const MomentSeries& series, std::strin
     }
 }
 
-/// Also of disks that are not there any more.
-void addDisks(const MomentRecord& record, const MomentSeries& any, Value& answer)
+/// Also of those that are not there any more.
+void addThings(const MomentRecord& record, const MomentSeries& any, const ThingSeries& kind, Value& answer)
 {
     const Moment* moment = momentOf(record, any);
     for (const std::string& key : moment ? moment->keys() : std::vector<std::string>()) {
@@ -106,12 +117,13 @@ void addDisks(const MomentRecord& record, const MomentSeries& any, Value& answer
         if (!sample) {
             continue;
         }
-        MomentSeries disk = any;
-        disk.series = {.key = key, .name = key, .unit = "", .values = any.recorder->traits().columns};
+        MomentSeries thing = any;
+        thing.series.key = key;
+        thing.series.values = any.recorder->traits().columns;
         Value entry = framed(*sample);
-        entry["disk"] = key;
-        addColumns(record, disk, *sample, entry);
-        addTo(answer, "disks", std::move(entry));
+        entry[kind.name] = key;
+        addColumns(record, thing, *sample, entry);
+        addTo(answer, kind.list, std::move(entry));
     }
 }
 
@@ -155,15 +167,15 @@ void addFigures(const MomentRecord& record, Value& answer)
     for (const char* list : {"temperatures", "fans", "disks"}) {
         answer[list] = Value::array();
     }
-    bool hasDisks = false;
+    std::set<std::string_view> told; // a recorder has all figures of its things
     for (const MomentSeries& series : record.series) {
         const auto* whole = std::find_if(
             wholes.begin(), wholes.end(), [&](const auto& each) { return each.first == series.collector; });
         if (whole != wholes.end()) {
             addWhole(record, series, whole->second, answer);
-        } else if (isOfDisks(series)) {
-            if (!std::exchange(hasDisks, true)) {
-                addDisks(record, series, answer);
+        } else if (const ThingSeries* thing = thingOf(series)) {
+            if (told.insert(thing->list).second) {
+                addThings(record, series, *thing, answer);
             }
         } else if (const char* list = listOf(series)) {
             const auto sample = sampleOf(record, series);

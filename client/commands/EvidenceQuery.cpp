@@ -159,13 +159,14 @@ std::vector<std::string> seriesFor(Complaint complaint, const Evidence& evidence
         add(disks());
         break;
     case Complaint::BusyNetwork:
-        add(largestOf(evidence.interfaces, 4, "rates/", "interface",
+        add(largestOf(evidence.interfaces, 4, "network/", "interface",
             [](const Value& each) { return amountOf(each, "downloadRate") + amountOf(each, "uploadRate"); }));
         break;
     case Complaint::Memory:
         add({"memory", "pressure"});
         break;
     case Complaint::Draining:
+        add({"battery/power"});
         break;
     }
     return names;
@@ -358,6 +359,17 @@ Value machineOf(const Value& moment)
             machine["disks"].push_back(std::move(disk));
         }
     }
+    // By name, as there.
+    const auto add = [&](const char* list, const char* name, const char* figures) {
+        const Value entries = orEmpty(moment, list);
+        for (std::size_t place = 0; entries.is_array() && place < entries.size(); ++place) {
+            if (const auto which = text(entries[place], name)) {
+                machine[list][*which] = *figures != '\0' ? orEmpty(entries[place], figures) : entries[place];
+            }
+        }
+    };
+    add("gpus", "gpu", "");
+    add("network", "interface", "rates");
     return machine;
 }
 
@@ -393,11 +405,16 @@ Value interfacesOf(const Value& moment)
     const Value network = orEmpty(moment, "network");
     for (std::size_t place = 0; network.is_array() && place < network.size(); ++place) {
         const Value& each = network[place];
+        const Value rates = orEmpty(each, "rates");
         const double span = amountOf(each, "until") - amountOf(each, "from");
-        if (span > 0) {
-            all.push_back({{"interface", text(each, "interface").value_or("")},
-                {"downloadRate", amountOf(each, "received") / span}, {"uploadRate", amountOf(each, "sent") / span}});
+        Value one{{"interface", text(each, "interface").value_or("")}};
+        if (rates.is_object()) {
+            one.update({{"downloadRate", amountOf(rates, "received")}, {"uploadRate", amountOf(rates, "sent")}});
+        } else if (span > 0) {
+            one.update(
+                {{"downloadRate", amountOf(each, "received") / span}, {"uploadRate", amountOf(each, "sent") / span}});
         }
+        all.push_back(std::move(one));
     }
     return all;
 }
@@ -413,7 +430,21 @@ Value batteryOf(const Value& moment)
             batteries.push_back(std::move(battery));
         }
     }
-    return {{"batteries", std::move(batteries)}};
+    if (batteries.empty()) {
+        batteries.push_back(Value::object());
+    }
+    bool isTold = told.is_array() && !told.empty();
+    const Value others = orEmpty(moment, "others");
+    for (std::size_t place = 0; others.is_array() && place < others.size(); ++place) {
+        for (const auto& [series, figure] :
+            {std::pair("battery/charge", "percentage"), std::pair("battery/power", "power")}) {
+            if (text(others[place], "series") == series) {
+                batteries[0][figure] = orEmpty(others[place], "value");
+                isTold = true;
+            }
+        }
+    }
+    return isTold ? Value{{"batteries", std::move(batteries)}} : Value::object();
 }
 
 } // namespace
@@ -426,6 +457,12 @@ Evidence evidenceOfMoment(const Value& moment, const Value& sensors)
     evidence.sensors = sensorsOf(moment, sensors);
     evidence.interfaces = interfacesOf(moment);
     evidence.battery = batteryOf(moment);
+    const Value unknown = orEmpty(moment, "unknown");
+    for (std::size_t place = 0; unknown.is_array() && place < unknown.size(); ++place) {
+        if (text(unknown[place], "what") == "figures") {
+            evidence.gap = text(unknown[place], "why").value_or("");
+        }
+    }
     const double span = amountOf(moment, "applicationsUntil") - amountOf(moment, "applicationsFrom");
     if (span > 0) {
         const Value applications = orEmpty(moment, "applications");
@@ -470,7 +507,7 @@ void EvidenceQuery::askForCourses()
     const std::string fine = age < hour * kept / 2 ? "hour" : age < day * kept ? "day" : "longterm";
     for (const std::string& series : seriesFor(complaint_, evidence_)) {
         askForCourse(series, fine, fine == "longterm" ? 2 * hour - 1 : hour);
-        if (concernsHeat(complaint_) && series.starts_with("sensors/")) {
+        if (series.starts_with("sensors/") || series.starts_with("battery/")) {
             askForCourse(series, age < hour ? "day" : "longterm", day);
         }
     }

@@ -21,4 +21,14 @@ std::string formatTime(std::optional<double> time, const char* format, TimeZone 
     return isTold ? text.data() : "-";
 }
 
+std::string formatWithZone(double time)
+{
+    const std::string zone = formatTime(time, "%Z");
+    std::string offset = formatTime(time, "%z");
+    if (constexpr std::size_t minutes = 3; offset.size() > minutes) {
+        offset.insert(minutes, ":");
+    }
+    return formatTime(time, "%a %Y-%m-%d %H:%M:%S ") + zone + (zone == "UTC" ? "" : " (UTC" + offset + ")");
+}
+
 } // namespace meridal

@@ -31,9 +31,6 @@ const Value& entryOf(const Value& from, std::string_view key)
 
 std::string words(const Value& from, std::string_view key) { return printable(text(from, key).value_or("")); }
 
-/// With the zone, which tells the two hours apart that a change of the clocks makes of one.
-std::string fullTime(double time) { return formatTime(time, "%a %Y-%m-%d %H:%M:%S") + formatTime(time, " %Z (UTC%z)"); }
-
 std::string dayAndTime(std::optional<double> time) { return formatTime(time, "%a %Y-%m-%d %H:%M:%S"); }
 
 std::string percent(double share) { return fmt::format("{:.1f} %", share); }
@@ -106,6 +103,11 @@ private:
     std::string last_;
 };
 
+double sumOf(const Value& from, const char* first, const char* second)
+{
+    return number(from, first).value_or(0) + number(from, second).value_or(0);
+}
+
 void addMachine(const Value& answer, Page& page)
 {
     const Value& cpu = entryOf(answer, "cpu");
@@ -129,12 +131,13 @@ void addMachine(const Value& answer, Page& page)
             .add("available", formatBytes, "", " available")
             .add("cached", formatBytes, "", " cached")
             .text());
-    page.add("swap", Parts(entryOf(answer, "swap")).add("swapused", formatBytes, "", " used").text());
-    page.add("swap",
-        Parts(entryOf(answer, "paging"))
-            .add("swapin", formatByteRate, "in ")
-            .add("swapout", formatByteRate, "out ")
-            .text());
+    const Value& paging = entryOf(answer, "paging");
+    const double swapped = number(entryOf(answer, "swap"), "swapused").value_or(0);
+    if (swapped > 0 || sumOf(paging, "swapin", "swapout") > 0) {
+        page.add("swap",
+            formatBytes(swapped) + " used, "
+                + Parts(paging).add("swapin", formatByteRate, "in ").add("swapout", formatByteRate, "out ").text());
+    }
     page.add("waiting",
         Parts(entryOf(answer, "pressure"))
             .add("cpusome", percent, "for the CPU ")
@@ -172,10 +175,28 @@ void addNetwork(const Value& answer, Page& page)
         const std::string wifi = text(each, "station") ? words(each, "wifi") : "";
         std::string line = words(each, "interface");
         line += text(each, "station") ? wifi.empty() ? " on a hidden Wi-Fi network" : " on \"" + wifi + "\"" : "";
-        line += fmt::format(": {} received and {} sent in the {} from {}",
-            formatBytes(number(each, "received").value_or(0)), formatBytes(number(each, "sent").value_or(0)),
-            formatSpan(std::max(0.0, std::round(span))), formatTime(number(each, "from"), "%H:%M"));
+        if (number(each, "received")) {
+            line += fmt::format(": {} received and {} sent in the {} from {}",
+                formatBytes(number(each, "received").value_or(0)), formatBytes(number(each, "sent").value_or(0)),
+                formatSpan(std::max(0.0, std::round(span))), formatTime(number(each, "from"), "%H:%M"));
+        }
+        if (const Value& rates = entryOf(each, "rates"); rates.is_object()) {
+            line += (number(each, "received") ? ", then " : ": ")
+                + Parts(rates)
+                      .add("received", formatByteRate, "", " in")
+                      .add("sent", formatByteRate, "", " out")
+                      .text();
+        }
         page.add("network", line);
+    }
+    const Value& gpus = entryOf(answer, "gpus");
+    for (std::size_t place = 0; gpus.is_array() && place < std::min(gpus.size(), mostRows); ++place) {
+        page.add("graphics",
+            words(gpus[place], "gpu") + " "
+                + Parts(gpus[place])
+                      .add("busy", percent, "", " busy")
+                      .add("memoryused", formatBytes, "", " used")
+                      .text());
     }
     const Value& others = entryOf(answer, "others");
     for (std::size_t place = 0; others.is_array() && place < std::min(others.size(), mostRows); ++place) {
@@ -212,11 +233,6 @@ void addBattery(const Value& answer, Page& page)
 }
 
 std::string ifAny(double amount, std::string (*format)(double)) { return amount > 0 ? format(amount) : "-"; }
-
-double sumOf(const Value& from, const char* first, const char* second)
-{
-    return number(from, first).value_or(0) + number(from, second).value_or(0);
-}
 
 void addApplicationTable(const Value& answer, int room, Lines& lines)
 {
@@ -274,6 +290,9 @@ std::string amountText(double figure, const std::string& unit)
 void addChanges(const Value& answer, Lines& lines)
 {
     const Value& changes = entryOf(answer, "changes");
+    if ((!changes.is_array() || changes.empty()) && !find(answer, "cpu") && !find(answer, "memory")) {
+        return; // who knows
+    }
     lines.push_back({});
     lines.push_back({{Style::Title, "What changed in the ten minutes around it"}});
     if (!changes.is_array() || changes.empty()) {
@@ -324,7 +343,7 @@ Lines atLines(const Value& answer, double now, int room)
 {
     Lines lines;
     const double time = number(answer, "time").value_or(0);
-    lines.push_back({{Style::Title, fullTime(time)},
+    lines.push_back({{Style::Title, formatWithZone(time)},
         {Style::Faint, now - time >= 1 ? ", " + formatSpan(std::round(now - time)) + " ago" : ", now"}});
     Page page(lines);
     page.add("machine", stateText(entryOf(answer, "boot")));

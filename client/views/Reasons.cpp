@@ -48,6 +48,11 @@ std::vector<std::string> complaintNames()
 Verdict verdictOf(Complaint complaint, const Evidence& evidence)
 {
     Verdict verdict;
+    if (!evidence.gap.empty()) {
+        verdict.notKnown.push_back("what the machine did then (" + printable(evidence.gap) + ")");
+        verdict.isKnown = false;
+        return verdict;
+    }
     for (const ComplaintEntry& entry : complaints) {
         if (entry.complaint == complaint) {
             entry.judge(evidence, verdict);

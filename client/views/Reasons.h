@@ -35,6 +35,7 @@ struct Course {
 struct Evidence {
     double time = 0;   ///< s since 1970
     bool isNow = true; ///< false: sentences are about the past
+    std::string gap;   ///< why nothing of the moment is known; empty when something is
     Value machine;     ///< "cpu", "memory", "pressure", "disks", "network", "gpus" as in "machine.state"
     Value sensors;     ///< array as in "sensors.list"
     Value battery;     ///< as "battery.state"
@@ -62,6 +63,7 @@ struct Verdict {
     std::vector<Cause> causes;         ///< the weightiest first; none: nothing stands out
     std::vector<std::string> remarks;  ///< what goes with it, or what is so instead
     std::vector<std::string> notKnown; ///< what would have to be known to say more
+    bool isKnown = true;               ///< false: not even whether it is so
 };
 
 Verdict verdictOf(Complaint complaint, const Evidence& evidence);

@@ -163,6 +163,7 @@ void judgeHot(const Evidence& evidence, Verdict& verdict)
     constexpr std::size_t most = 3;
     const auto all = heats(evidence);
     if (all.empty()) {
+        verdict.isKnown = false;
         verdict.notKnown.emplace_back("how hot anything is (no sensor of this machine tells a temperature)");
         addLoad(evidence, verdict);
         return;
@@ -186,6 +187,7 @@ void judgeLoud(const Evidence& evidence, Verdict& verdict)
 {
     const auto fans = fansOf(evidence);
     if (fans.empty()) {
+        verdict.isKnown = false;
         verdict.notKnown.emplace_back("how fast the fans turn (none tells its speed)");
     }
     for (const Value* fan : fans) {
@@ -238,6 +240,23 @@ const Value* mainBattery(const Evidence& evidence)
     return nullptr;
 }
 
+/// What the battery gave in the middle of the time in which it was drained, W.
+std::optional<double> usualDrain(const Evidence& evidence)
+{
+    const auto found = evidence.courses.find("battery/power.value/day");
+    if (found == evidence.courses.end()) {
+        return std::nullopt;
+    }
+    Evidence drained;
+    Course& course = drained.courses["drain"];
+    for (const auto& [time, watts] : found->second.points) {
+        if (watts < 0) {
+            course.points.emplace_back(time, -watts);
+        }
+    }
+    return usualOf(drained, "drain");
+}
+
 /// What applications take of the energy that is accounted to programs.
 void addEnergy(const Evidence& evidence, Verdict& verdict)
 {
@@ -269,6 +288,7 @@ void judgeDraining(const Evidence& evidence, Verdict& verdict)
 {
     const Value* battery = mainBattery(evidence);
     if (!battery) {
+        verdict.isKnown = false;
         verdict.notKnown.emplace_back("the charge: this machine has no battery that tells it, or none was recorded");
         return;
     }
@@ -276,19 +296,20 @@ void judgeDraining(const Evidence& evidence, Verdict& verdict)
     const auto charge = number(*battery, "percentage");
     const auto power = number(*battery, "power");
     const auto state = integer(*battery, "state");
-    const bool drains = state ? *state == draining : integer(*battery, "source") == 0;
+    const auto source = integer(*battery, "source");
+    const bool drains = state ? *state == draining : source ? *source == 0 : power.value_or(0) < 0;
     if (!drains) {
         verdict.remarks.push_back(fmt::format("The battery {} not drained{}.", tense(evidence, "is", "was"),
             charge ? fmt::format("; it {} at {}", tense(evidence, "is", "was"), percentText(*charge)) : ""));
         return;
     }
-    const auto usual = usualOf(evidence, "battery.power");
+    const auto usual = usualDrain(evidence);
     const double watts = power ? std::abs(*power) : 0;
     const auto minutes = number(*battery, "time");
-    const bool isMuch = usual && watts >= moreThanUsual * std::abs(*usual);
+    const bool isMuch = usual && watts >= moreThanUsual * *usual;
     std::string words = power ? fmt::format("The battery {} {:.1f} W", tense(evidence, "gives", "gave"), watts)
                               : fmt::format("The machine {} on battery", tense(evidence, "runs", "ran"));
-    words += usual ? fmt::format("; {:.1f} W {} usual", std::abs(*usual), tense(evidence, "are", "were")) : "";
+    words += usual ? fmt::format("; {:.1f} W {} usual", *usual, tense(evidence, "are", "were")) : "";
     words += charge ? fmt::format(". At {}", percentText(*charge)) : "";
     words += charge && minutes && *minutes >= 0 ? " it will be empty in " + formatSpan(*minutes * 60)
         : charge                                ? " how long it lasts is not known"

@@ -20,7 +20,7 @@ constexpr double busyProcessors = 85; // %: little is left for one more program
 constexpr double waitsForCpu = 25;    // % of the time in which somebody waits
 constexpr double waitsForDisks = 20;  // %
 constexpr double waitsForMemory = 5;  // %: reclaim that programs have to do themselves is felt at once
-constexpr double fullCore = 95;       // %
+constexpr double fullCore = 85;       // % of one core, of one program
 constexpr double stolen = 10;         // % of all processors' time
 constexpr double swapTraffic = MiB;   // B/s: some pages that come and go are usual
 constexpr double fullMemory = 90;     // % used
@@ -52,28 +52,26 @@ void addBusyProcessors(const Evidence& evidence, Verdict& verdict)
     text += lastingText(evidence, lasting) + ".";
     text += mostBy(
         tense(evidence, "Most of that is used by", "Most of that was used by"), evidence.cpu, coresText, leastCpu);
+    if (const double nice = figureAt(evidence.machine, {"cpu", "nice"}).value_or(0); nice >= busy / 4) {
+        text += fmt::format(" {} of the time {} to programs of low priority, which give way to the others.",
+            percentText(nice), tense(evidence, "goes", "went"));
+    }
     verdict.causes.push_back({text, lasting ? std::optional(lasting->since) : std::nullopt});
 }
 
+/// A program that works on one processor, on a machine that is not busy.
 void addOneFullCore(const Evidence& evidence, Verdict& verdict)
 {
-    const Value* cpu = find(evidence.machine, "cpu");
-    const Value* all = cpu ? find(*cpu, "processors") : nullptr;
+    constexpr double least = 90; // % of one core; more than one is no limit that it runs into
+    constexpr double most = 120;
     const double busy = figureAt(evidence.machine, {"cpu", "busy"}).value_or(0);
     const std::size_t count = processorCount(evidence);
-    if (!all || count < 2 || busy >= busyProcessors || evidence.cpu.empty()
-        || evidence.cpu.front().amount < fullCore * 0.9) {
-        return;
-    }
-    const auto full = std::count_if(
-        all->begin(), all->end(), [](const Value& each) { return number(each, "busy").value_or(0) >= fullCore; });
-    if (full > 0) {
-        verdict.causes.push_back(
-            {fmt::format("{} of the {} processors is busy all the time: {}. A program that works on one "
-                         "processor goes no faster, however idle the others are.",
-                 full == 1 ? "One" : fmt::format("Each of {}", full), count,
-                 consumersText(evidence.cpu, coresText, leastCpu)),
-                std::nullopt});
+    if (count > 1 && busy < busyProcessors && !evidence.cpu.empty() && evidence.cpu.front().amount >= least
+        && evidence.cpu.front().amount <= most) {
+        verdict.causes.push_back({fmt::format("{} keeps one of the {} processors busy all the time. What works on one "
+                                              "processor goes no faster, however idle the others are.",
+                                      printable(evidence.cpu.front().name), count),
+            std::nullopt});
     }
 }
 
@@ -186,6 +184,34 @@ std::string memoryText(const Evidence& evidence)
         tense(evidence, "are", "were"));
 }
 
+/// Whom the kernel killed of late; where nobody says who it was, how many since the boot.
+void addKills(const Evidence& evidence, Verdict& verdict)
+{
+    constexpr double late = 86'400; // s
+    constexpr std::size_t most = 3;
+    const Value* kills = find(evidence.machine, "memoryKills");
+    std::size_t told = 0;
+    for (std::size_t place = kills && kills->is_array() ? kills->size() : 0; place > 0 && told < most; --place) {
+        const Value& kill = (*kills)[place - 1];
+        const double ago = evidence.time - number(kill, "time").value_or(0);
+        if (ago < 0 || ago > late) {
+            continue;
+        }
+        const auto bytes = number(kill, "bytes");
+        verdict.causes.push_back(
+            {fmt::format("The kernel killed {}{} for want of memory {} {}.",
+                 printable(text(kill, "name").value_or("a program")), bytes ? " (" + formatBytes(*bytes) + ")" : "",
+                 formatSpan(std::round(ago)), tense(evidence, "ago", "before")),
+                number(kill, "time")});
+        ++told;
+    }
+    const double count = figureAt(evidence.machine, {"memory", "oomkills"}).value_or(0);
+    if (told == 0 && count > 0) {
+        verdict.remarks.push_back(fmt::format("The kernel has killed {} for want of memory since the machine started.",
+            count == 1 ? "a program" : fmt::format("{:.0f} programs", count)));
+    }
+}
+
 /// Which of the large ones have become larger.
 void addGrowing(const Evidence& evidence, Verdict& verdict)
 {
@@ -235,7 +261,7 @@ bool addLoad(const Evidence& evidence, Verdict& verdict)
     const auto busy = figureAt(evidence.machine, {"cpu", "busy"});
     const std::string who = consumersText(evidence.cpu, coresText, leastCpu);
     bool isBusy = false;
-    if (busy && (*busy >= worksHard || (!evidence.cpu.empty() && evidence.cpu.front().amount >= fullCore * 0.9))) {
+    if (busy && (*busy >= worksHard || (!evidence.cpu.empty() && evidence.cpu.front().amount >= fullCore))) {
         isBusy = true;
         verdict.remarks.push_back(fmt::format("The processors {} {} busy{}.", tense(evidence, "are", "were"),
             percentText(*busy), who.empty() ? "" : ", mostly with " + who));
@@ -279,6 +305,7 @@ void judgeSlow(const Evidence& evidence, Verdict& verdict)
     }
     if (!busy) {
         verdict.notKnown.emplace_back("how busy the processors are");
+        verdict.isKnown = false;
     }
     const Value* pressure = find(evidence.machine, "pressure");
     if (!pressure || !pressure->is_object() || pressure->empty()) {
@@ -302,12 +329,9 @@ void judgeMemory(const Evidence& evidence, Verdict& verdict)
         verdict.remarks.push_back(memoryText(evidence) + "." + (verdict.causes.empty() ? who : ""));
     } else {
         verdict.notKnown.emplace_back("how much memory is used");
+        verdict.isKnown = false;
     }
-    const double kills = figureAt(evidence.machine, {"memory", "oomkills"}).value_or(0);
-    if (kills > 0) {
-        verdict.remarks.push_back(fmt::format("The kernel has killed {} for want of memory since the machine started.",
-            kills == 1 ? "a program" : fmt::format("{:.0f} programs", kills)));
-    }
+    addKills(evidence, verdict);
     const double swap = figureAt(evidence.machine, {"memory", "swapused"}).value_or(0);
     if (swap > 0) {
         verdict.remarks.push_back(fmt::format("{} {} in swap; {} a second {} back, {} a second {} out.",

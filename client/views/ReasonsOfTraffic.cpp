@@ -19,6 +19,7 @@ constexpr double busyDisk = 60;           // % of the time with a request under 
 constexpr double slowRequests = 25;       // ms each, when there are enough of them to matter
 constexpr double enoughRequests = 5;      // a second
 constexpr double longQueue = 4;           // requests under way
+constexpr double muchData = 100 * MiB;    // B/s: what a disk that spins can do
 constexpr double muchTraffic = MiB;       // B/s: a tenth of a usual line
 constexpr double frequentErrors = 1;      // a second
 constexpr double leastAmount = 64 * 1024; // B/s that is worth a name
@@ -38,7 +39,8 @@ double slowestRequest(const Value& disk)
 bool isBusy(const Value& disk)
 {
     return figureOf(disk, "busy") >= busyDisk || slowestRequest(disk) >= slowRequests
-        || figureOf(disk, "queue") >= longQueue;
+        || figureOf(disk, "queue") >= longQueue
+        || figureOf(disk, "readbytes") + figureOf(disk, "writtenbytes") >= muchData;
 }
 
 std::string nameOfDisk(const Value& disk)
@@ -105,8 +107,9 @@ std::string diskText(const Evidence& evidence, const Value& disk)
 void judgeBusyDisk(const Evidence& evidence, Verdict& verdict)
 {
     const Value* disks = find(evidence.machine, "disks");
-    if (!disks || !disks->is_array()) {
+    if (!disks || !disks->is_array() || (disks->empty() && !evidence.isNow)) {
         verdict.notKnown.emplace_back("what the disks do");
+        verdict.isKnown = false;
         return;
     }
     double read = 0;
@@ -169,6 +172,7 @@ void judgeBusyNetwork(const Evidence& evidence, Verdict& verdict)
 {
     if (!evidence.interfaces.is_array()) {
         verdict.notKnown.emplace_back("what the network interfaces carry");
+        verdict.isKnown = false;
         return;
     }
     const Value* busiest = nullptr;
@@ -189,7 +193,8 @@ void judgeBusyNetwork(const Evidence& evidence, Verdict& verdict)
         }
         if (received + sent >= muchTraffic) {
             const std::string name = text(interface, "interface").value_or("");
-            const auto lasting = lastingOf(evidence, "rates/" + name + ".received", received / 2);
+            const auto lasting = lastingOf(
+                evidence, "network/" + name + (received >= sent ? ".received" : ".sent"), std::max(received, sent) / 2);
             verdict.causes.push_back(
                 {fmt::format("{} {} {} and {} {}{}.", printable(name), tense(evidence, "receives", "received"),
                      formatByteRate(received), tense(evidence, "sends", "sent"), formatByteRate(sent),

@@ -10,12 +10,10 @@ Lines verdictLines(const Evidence& evidence, const Verdict& verdict)
 {
     Lines lines;
     if (!evidence.isNow) {
-        lines.push_back({{Style::Title,
-            formatTime(evidence.time, "%a %Y-%m-%d %H:%M:%S") + formatTime(evidence.time, " %Z (UTC%z)")}});
+        lines.push_back({{Style::Title, formatWithZone(evidence.time)}});
     }
     if (verdict.causes.empty()) {
-        const bool isKnown = !verdict.remarks.empty();
-        lines.push_back({{Style::Title, isKnown ? "Nothing stands out." : "Nothing can be said."}});
+        lines.push_back({{Style::Title, verdict.isKnown ? "Nothing stands out." : "That cannot be said."}});
     }
     for (const Verdict::Cause& cause : verdict.causes) {
         lines.push_back({{Style::Title, cause.text}});
@@ -37,7 +35,7 @@ Value verdictValue(std::string_view complaint, const Evidence& evidence, const V
         put(one, "since", cause.since);
         causes.push_back(std::move(one));
     }
-    return {{"complaint", complaint}, {"time", evidence.time}, {"now", evidence.isNow},
+    return {{"complaint", complaint}, {"time", evidence.time}, {"now", evidence.isNow}, {"known", verdict.isKnown},
         {"standsOut", !verdict.causes.empty()}, {"causes", std::move(causes)}, {"remarks", verdict.remarks},
         {"notKnown", verdict.notKnown}};
 }

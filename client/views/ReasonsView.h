@@ -9,7 +9,7 @@ namespace meridal {
 
 /// The causes, what goes with them, and what is not known.
 Lines verdictLines(const Evidence& evidence, const Verdict& verdict);
-/// {"complaint", "time", "now", "standsOut", "causes": [{"text", "since"?}], "remarks", "notKnown"}
+/// {"complaint", "time", "now", "known", "standsOut", "causes": [{"text", "since"?}], "remarks", "notKnown"}
 Value verdictValue(std::string_view complaint, const Evidence& evidence, const Verdict& verdict);
 
 } // namespace meridal

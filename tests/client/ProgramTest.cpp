@@ -172,7 +172,7 @@ TEST_F(ProgramTest, MomentsAreAskedForAsTheyWereMeant)
     EXPECT_NEAR(askedAgo("at -2h"), 7200, 5);
     EXPECT_NEAR(askedAgo("at 90 min ago --json"), 5400, 5);
     EXPECT_NEAR(askedAgo("why hot --at -1h"), 3600, 5);
-    EXPECT_THAT(run("at 2026-11-20T18:30+01:00").out, StartsWith("Fri 2026-11-20 17:30:00 UTC (UTC+0000)"));
+    EXPECT_THAT(run("at 2026-11-20T18:30+01:00").out, StartsWith("Fri 2026-11-20 17:30:00 UTC, "));
     EXPECT_THAT(run("why slow --at -1m").out, HasSubstr("\nThe processors were 97 % busy.\n")) << "with less than all";
 }
 

@@ -93,7 +93,7 @@ TEST_F(HistoryDatabaseItemTest, AColumnThatGoesLeavesKeptStatementsUsable)
 
 TEST_F(HistoryDatabaseItemTest, MoreStatementsThanAreKeptMayBeLookedAt)
 {
-    item->queryDatabase([](SQLiteConnection& database) {
+    openItem()->queryDatabase([](SQLiteConnection& database) {
         for (int number = 0; number < 300; ++number) {
             const auto columns = database.columns(fmt::format("SELECT {} AS c{}", number, number));
             ASSERT_EQ(columns.value(), std::vector{fmt::format("c{}", number)});
