@@ -56,7 +56,7 @@ TEST_F(Applications, AreReadNowAndThenWithoutClientsAndWithThemAtTheirPasses)
     Client client = connect();
     request(client, 1);
     asked.clear();
-    machine.runtime.advance(60);
+    machine.runtime.advance(70);
     EXPECT_GE(asked.size(), 30U);
     EXPECT_EQ(std::count(asked.begin(), asked.end(), ProcessFields::All), 2);
 }
