@@ -109,8 +109,8 @@ private:
     std::vector<GroupTotals> totals_;
 };
 
-/// A recorder beside that usage. Long ago only what is kept of long ago matters: an hour goes by in one pass, then a quarter of one,
-/// and 30 s in the last three days.
+/// A recorder beside that usage. Of long ago only what is kept of it matters: half a day goes by in one pass, an hour in those of
+/// which hours are kept, then a quarter of one, and 30 s in the last three days.
 class Years {
 public:
     explicit Years(double days)
@@ -119,7 +119,9 @@ public:
         machine_.context.databases = &databases_;
         machine_.clockSource().synchronised = true;
         machine_.runtime.stepWallClock(1'700'006'400 - machine_.runtime.wallTime());
-        live(days - 16, 3600);
+        constexpr double hoursKept = 102;
+        live(days - hoursKept, daySeconds / 2);
+        live(std::min(days, hoursKept) - 16, 3600);
         live(13, 900);
         live(3, 30);
         recorder_.runDatabaseQueue();

@@ -88,29 +88,94 @@ std::string rowsAskedFor(RecordStep step)
     return sql;
 }
 
-struct AddedUp {
-    double first = 0; ///< starts of periods; 0: none
-    double last = 0;
-    std::unordered_map<std::int64_t, ApplicationCell> cells; ///< by number
-};
+using NumberedCells = std::unordered_map<std::int64_t, ApplicationCell>;
 
-/// Added up here and not by SQLite, which would sort the rows for that.
-std::optional<AddedUp> addUp(
-    SQLiteConnection& connection, RecordStep step, double from, double until, const RunningPeriods& running)
+/// Added up here and not by SQLite, which would sort the rows for that. False when the file failed.
+bool addUp(SQLiteConnection& connection, RecordStep step, double from, double until, const RunningPeriods& running,
+    NumberedCells& cells)
 {
-    AddedUp sums;
     const RunningMinutes& minutes = running[position(step)];
     SqlValues args = {from, until};
     if (step != RecordStep::Minute) {
         args.insert(args.end(), {minutes.from, minutes.period, minutes.until});
     }
-    const auto done = connection.forEachRow(rowsAskedFor(step), args, [&sums](std::span<const SqlValue> row) {
-        const double start = sqlNumber(row[0]);
-        sums.first = sums.first > 0 ? std::min(sums.first, start) : start;
-        sums.last = std::max(sums.last, start);
-        sums.cells[numberIn(row[1])] += cellFrom(row.subspan(2));
-    });
-    return done ? std::optional(std::move(sums)) : std::nullopt;
+    return from >= until
+        || connection
+               .forEachRow(rowsAskedFor(step), args,
+                   [&cells](std::span<const SqlValue> row) { cells[numberIn(row[1])] += cellFrom(row.subspan(2)); })
+               .has_value();
+}
+
+/// Whether the periods of a table start where this machine's clock has them start now: not those of days in another time zone.
+bool isOnGrid(SQLiteConnection& connection, RecordStep step, double from, double until)
+{
+    if (step < RecordStep::Day) {
+        return true;
+    }
+    bool isSo = true;
+    const auto looked = connection.forEachRow(
+        fmt::format(
+            "WITH RECURSIVE starts(start) AS (SELECT max(start) FROM {0} WHERE start < ?2 UNION ALL SELECT (SELECT "
+            "max(start) FROM {0} WHERE start < starts.start) FROM starts WHERE starts.start >= ?1) SELECT start FROM "
+            "starts WHERE start IS NOT NULL",
+            traitsOf(step).table),
+        SqlValues{from, until}, [&isSo, step](std::span<const SqlValue> row) {
+            isSo = isSo && startOf(step, sqlNumber(row[0])) == sqlNumber(row[0]);
+        });
+    return looked && isSo;
+}
+
+/// The same with coarser periods where whole ones lie within: they hold the same sums in a tenth of the rows.
+bool addUpMixed(SQLiteConnection& connection, RecordStep step, double from, double until, const RunningPeriods& running,
+    NumberedCells& cells)
+{
+    if (step != RecordStep::Month) {
+        const RecordStep coarser = recordSteps[position(step) + 1];
+        const double before = startOf(coarser, from);
+        const double first = before == from ? from : endOf(coarser, before);
+        const double last = startOf(coarser, until);
+        const bool nests = startOf(step, first) == first && startOf(step, last) == last;
+        if (first < last && nests && isOnGrid(connection, coarser, first, last)) {
+            return addUp(connection, step, from, first, running, cells)
+                && addUpMixed(connection, coarser, first, last, running, cells)
+                && addUp(connection, step, last, until, running, cells);
+        }
+    }
+    return addUp(connection, step, from, until, running, cells);
+}
+
+struct AddedUp {
+    double from = 0; ///< both 0: there is nothing
+    double until = 0;
+    NumberedCells cells;
+};
+
+/// All periods of the step that start in a range.
+std::optional<AddedUp> addUpRange(
+    SQLiteConnection& connection, RecordStep step, double from, double until, const RunningPeriods& running)
+{
+    AddedUp sums;
+    const auto looked = connection.forEachRow(
+        fmt::format(
+            "SELECT (SELECT min(start) FROM {0} WHERE start >= ?1), (SELECT max(start) FROM {0} WHERE start < ?2)",
+            traitsOf(step).table),
+        SqlValues{from, until}, [&](std::span<const SqlValue> row) {
+            sums.from = sqlNumber(row[0]);
+            sums.until = sqlNumber(row[1]);
+        });
+    if (sums.from <= 0 || sums.from >= until || sums.until < from) {
+        sums.from = sums.until = 0;
+    }
+    const RunningMinutes& minutes = running[position(step)];
+    if (minutes.period > 0 && minutes.period >= from && minutes.period < until) {
+        sums.from = sums.from > 0 ? std::min(sums.from, minutes.period) : minutes.period;
+        sums.until = std::max(sums.until, minutes.period);
+    }
+    if (sums.from > 0) {
+        sums.until = endOf(step, sums.until);
+    }
+    const bool isRead = looked && addUpMixed(connection, step, sums.from, sums.until, running, sums.cells);
+    return isRead ? std::optional(std::move(sums)) : std::nullopt;
 }
 
 struct RankedRow {
@@ -278,16 +343,15 @@ RecordStep stepFor(double from, double until, double now, std::size_t periods, c
 std::optional<RecordedTotals> readTotals(
     SQLiteConnection& connection, const TotalsQuestion& question, const RunningPeriods& running)
 {
-    const auto sums = addUp(connection, question.step, startOf(question.step, question.from), question.until, running);
+    const auto sums =
+        addUpRange(connection, question.step, startOf(question.step, question.from), question.until, running);
     const auto names = sums ? readNames(connection, "1", {}) : std::nullopt;
     if (!names) {
         return std::nullopt;
     }
     RecordedTotals totals;
-    if (sums->first > 0) {
-        totals.from = sums->first;
-        totals.until = endOf(question.step, sums->last);
-    }
+    totals.from = sums->from;
+    totals.until = sums->until;
     const RankedRow after{
         .rank = question.after ? question.after->rank : 0, .number = question.after ? question.after->number : 0};
     RankedRow last;

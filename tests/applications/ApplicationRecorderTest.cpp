@@ -213,6 +213,17 @@ TEST_F(ApplicationRecorderTest, DaysAreThoseOfTheWallAlsoWhereTheClockIsSet)
     EXPECT_EQ(starts(RecordStep::Month), "1696111200,1698793200");
     EXPECT_EQ(value("SELECT group_concat(cpuuser / 1000) FROM application_days_named WHERE name = 'exe:/bin/a'"),
         "144,150,144,144,6");
+    // Totals of all quarters, out of whole days where those are of this zone's and of quarters where they are not.
+    for (const char* zone : {"CET-1CEST,M3.5.0,M10.5.0/3", "IST-5:30", "EST5"}) {
+        ::setenv("TZ", zone, 1);
+        ::tzset();
+        GroupSums sums;
+        for (const RecordedGroup& group :
+            totals({.from = midnight, .until = now(), .step = RecordStep::Quarter, .whose = {}, .after = {}}).groups) {
+            sums += group.sums;
+        }
+        EXPECT_NEAR(sums.cpuSeconds(), static_cast<double>(given_) / 1000, 1e-6) << zone;
+    }
     ::unsetenv("TZ");
     ::tzset();
 }
