@@ -210,9 +210,10 @@ Line summaryLine(const Plot& plot, std::size_t index, const ValueAxis& axis)
     ValueAxis finer = axis; // a digit more than the marks have
     finer.step = axis.step / 20;
     const std::string unit = plot.unit.empty() ? "" : " " + printable(plot.unit);
+    const auto words = [&](double value) { return bytesForPeople(plot, value).value_or(finer.label(value) + unit); };
     line.push_back({Style::Plain,
-        fmt::format("min {}{unit}   avg {}{unit}   max {}{unit}", finer.label(summary->minimum),
-            finer.label(summary->average), finer.label(summary->maximum), fmt::arg("unit", unit))});
+        fmt::format(
+            "min {}   avg {}   max {}", words(summary->minimum), words(summary->average), words(summary->maximum))});
     return line;
 }
 
@@ -306,6 +307,7 @@ Plot inReadableUnit(Plot plot)
         scale *= factor;
         ++prefix;
     }
+    plot.unitScale = scale;
     plot.unit = std::string(isBytes ? bytes.at(prefix) : decimal.at(prefix)) + plot.unit;
     for (PlotSeries& series : plot.series) {
         for (PlotPoint& point : series.points) {
@@ -317,6 +319,15 @@ Plot inReadableUnit(Plot plot)
     plot.least = plot.least ? std::optional(*plot.least / scale) : std::nullopt;
     plot.most = plot.most ? std::optional(*plot.most / scale) : std::nullopt;
     return plot;
+}
+
+std::optional<std::string> bytesForPeople(const Plot& plot, double value)
+{
+    if (plot.unit == "B/s" || plot.unit.ends_with("iB/s")) {
+        return formatByteRate(value * plot.unitScale);
+    }
+    const bool isBytes = plot.unit == "B" || plot.unit.ends_with("iB");
+    return isBytes ? std::optional(formatBytes(value * plot.unitScale)) : std::nullopt;
 }
 
 std::optional<std::pair<double, double>> extentOf(const Plot& plot)

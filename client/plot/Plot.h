@@ -42,6 +42,7 @@ struct Plot {
     std::vector<PlotSeries> series;
     std::optional<double> least; ///< the axis reaches down to this at least; 0 for rates and shares
     std::optional<double> most;  ///< and up to this
+    double unitScale = 1;        ///< what inReadableUnit() has divided by
 };
 
 /// What a series amounts to.
@@ -63,6 +64,10 @@ Plot clipped(Plot plot);
 
 /// Bytes as KiB, MiB, GiB, hertz as MHz, GHz: in the unit in which the largest figure has few digits. Other units stay.
 Plot inReadableUnit(Plot plot);
+
+/// Bytes and bytes a second of a plot in a readable unit, each figure in the multiple that suits itself: next to a peak in
+/// GiB an average in MiB is no 0. Nothing for other units.
+std::optional<std::string> bytesForPeople(const Plot& plot, double value);
 
 /// The lowest and the highest value that the axis must hold, bands included; nothing when there is no point.
 std::optional<std::pair<double, double>> extentOf(const Plot& plot);

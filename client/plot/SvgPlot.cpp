@@ -112,9 +112,11 @@ public:
         if (const auto summary = summarise(series)) {
             ValueAxis finer = axis_;
             finer.step = axis_.step / 20;
-            words += fmt::format("min {}, avg {}, max {}", finer.label(summary->minimum), finer.label(summary->average),
-                finer.label(summary->maximum));
-            words += svgText(plot_.unit.empty() ? "" : " " + plot_.unit);
+            const bool isBytes = bytesForPeople(plot_, 0).has_value();
+            const auto figure = [&](double value) { return bytesForPeople(plot_, value).value_or(finer.label(value)); };
+            words += fmt::format(
+                "min {}, avg {}, max {}", figure(summary->minimum), figure(summary->average), figure(summary->maximum));
+            words += svgText(plot_.unit.empty() || isBytes ? "" : " " + plot_.unit);
         } else {
             words += "no measurements";
         }

@@ -135,6 +135,10 @@ TEST_F(PlotTest, BytesAreInTheUnitThatSuitsThem)
         EXPECT_EQ(plot.series[0].points[0].value, std::string(unit) == "rpm" ? value : 3);
         EXPECT_EQ(plot.series[0].points[0].band->high, plot.series[0].points[0].value);
     }
+    Plot burst = hourOf({{start, 0}, {start + 6, 3.0 * (1 << 30)}, {start + 12, 0}});
+    burst.unit = "B/s";
+    EXPECT_THAT(drawn(burst), HasSubstr("min 0 B/s   avg 1.00 GiB/s   max 3.00 GiB/s"));
+    EXPECT_THAT(plotSvg(burst), HasSubstr("min 0 B/s, avg 1.00 GiB/s, max 3.00 GiB/s<"));
     const std::vector<Plot> two = {hourOf({{start, 1}}), hourOf({{start, 1}})};
     EXPECT_EQ(countOf(plotsSvg(two), "<svg"), 1U);
     EXPECT_THAT(plotsSvg(two), HasSubstr("translate(0 376)"));

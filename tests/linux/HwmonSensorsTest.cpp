@@ -92,13 +92,14 @@ TEST(HwmonSensors, WhatCannotBeReadIsAbsentAndTheOthersAreThere)
 TEST(HwmonSensors, KeysSurviveAnotherOrderOfProbing)
 {
     const Laptop first;
-    const auto before = first.records();
+    auto before = first.records();
     ASSERT_EQ(before.size(), 8U);
     HwmonMachine second; // the same machine, probed the other way round, and with another disk found before
     addFans(second, "hwmon0");
     addDisk(second, "hwmon3", "nvme4");
     addProcessor(second, "hwmon7");
     second.start();
+    before.at("nvme-pci-0100 Composite").disk = "nvme4n1"; // what the kernel calls it this time, unlike its key
     EXPECT_EQ(second.records(), before);
 }
 
