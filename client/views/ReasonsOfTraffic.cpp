@@ -12,15 +12,13 @@ namespace meridal {
 
 namespace {
 
-constexpr double MiB = 1024.0 * 1024;
-
 // What stands out.
 constexpr double busyDisk = 60;           // % of the time with a request under way
 constexpr double slowRequests = 25;       // ms each, when there are enough of them to matter
 constexpr double enoughRequests = 5;      // a second
 constexpr double longQueue = 4;           // requests under way
-constexpr double muchData = 100 * MiB;    // B/s: what a disk that spins can do
-constexpr double muchTraffic = MiB;       // B/s: a tenth of a usual line
+constexpr double muchData = 100 * oneMiB; // B/s: what a disk that spins can do
+constexpr double muchTraffic = oneMiB;    // B/s: a tenth of a usual line
 constexpr double frequentErrors = 1;      // a second
 constexpr double leastAmount = 64 * 1024; // B/s that is worth a name
 constexpr double explained = 0.5;         // of the bytes: less, and others than programs are at work
@@ -90,8 +88,8 @@ const Value* busiestDisk(const Evidence& evidence)
 
 std::string diskText(const Evidence& evidence, const Value& disk)
 {
-    std::string words = fmt::format(
-        "{} {} {} busy", nameOfDisk(disk), tense(evidence, "is", "was"), percentText(figureOf(disk, "busy")));
+    std::string words =
+        fmt::format("{} {} {} busy", nameOfDisk(disk), tense(evidence, "is", "was"), shareText(figureOf(disk, "busy")));
     if (const double ms = slowestRequest(disk); ms >= 1) {
         words += fmt::format(", {:.0f} ms a request", ms);
     }
@@ -132,8 +130,8 @@ void judgeBusyDisk(const Evidence& evidence, Verdict& verdict)
         return;
     }
     if (const auto waits = figureAt(evidence.machine, {"pressure", "iosome"})) {
-        verdict.remarks.push_back(fmt::format(
-            "Programs {} for disks {} of the time.", tense(evidence, "wait", "waited"), percentText(*waits)));
+        verdict.remarks.push_back(
+            fmt::format("Programs {} for disks {} of the time.", tense(evidence, "wait", "waited"), shareText(*waits)));
     }
     addWhoUsesDisks(evidence, read, written, verdict);
 }
