@@ -13,7 +13,7 @@ namespace meridal {
 
 namespace {
 
-using GroupFigure = double (*)(const RecordedGroup&);
+using Figure = double (*)(const RecordedGroup&);
 
 constexpr std::size_t largestByEach = 10;
 constexpr std::size_t mostProcesses = 40;
@@ -48,7 +48,7 @@ Value describe(const RecordedGroup& group)
     return entry;
 }
 
-constexpr std::array<GroupFigure, 5> rankings = {[](const RecordedGroup& group) { return group.sums.cpuSeconds(); },
+constexpr std::array<Figure, 5> rankings = {[](const RecordedGroup& group) { return group.sums.cpuSeconds(); },
     [](const RecordedGroup& group) { return static_cast<double>(group.levels.footprintBytes); },
     [](const RecordedGroup& group) { return static_cast<double>(group.sums.bytesRead + group.sums.bytesWritten); },
     [](const RecordedGroup& group) { return static_cast<double>(group.sums.bytesReceived + group.sums.bytesSent); },
@@ -62,7 +62,7 @@ std::vector<const RecordedGroup*> largest(const MomentRecord& record)
         shown.push_back(&group);
     }
     std::set<const RecordedGroup*> chosen;
-    for (const GroupFigure figure : rankings) {
+    for (const Figure figure : rankings) {
         std::stable_sort(
             shown.begin(), shown.end(), [figure](const auto* a, const auto* b) { return figure(*a) > figure(*b); });
         for (std::size_t place = 0; place < std::min(shown.size(), largestByEach); ++place) {

@@ -9,8 +9,6 @@ namespace meridal {
 
 // What the rules of all complaints share.
 
-constexpr double oneMiB = 1024.0 * 1024;
-
 using AmountText = std::string (*)(double amount);
 
 /// The figure at the end of a path of entries.

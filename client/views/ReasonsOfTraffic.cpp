@@ -12,6 +12,8 @@ namespace meridal {
 
 namespace {
 
+constexpr double oneMiB = 1024.0 * 1024;
+
 // What stands out.
 constexpr double busyDisk = 60;           // % of the time with a request under way
 constexpr double slowRequests = 25;       // ms each, when there are enough of them to matter
