@@ -17,7 +17,7 @@ std::optional<double> figureAt(const Value& from, std::initializer_list<std::str
 /// "2.3 cores", "40 % of a core"; takes % of one core.
 std::string coresText(double percent);
 /// "43 %"; one decimal below 10.
-std::string percentText(double percent);
+std::string shareText(double percent);
 std::string degreesText(double degrees);
 
 /// Since when a figure has been at or above a threshold, short interruptions aside; nothing when it is not, or when nobody

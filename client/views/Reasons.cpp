@@ -79,10 +79,10 @@ std::optional<double> figureAt(const Value& from, std::initializer_list<std::str
 std::string coresText(double percent)
 {
     constexpr double core = 100;
-    return percent >= core ? fmt::format("{:.1f} cores", percent / core) : percentText(percent) + " of a core";
+    return percent >= core ? fmt::format("{:.1f} cores", percent / core) : shareText(percent) + " of a core";
 }
 
-std::string percentText(double percent)
+std::string shareText(double percent)
 {
     constexpr double fine = 9.95;
     return std::abs(percent) < fine ? fmt::format("{:.1f} %", percent) : fmt::format("{:.0f} %", percent);
@@ -191,8 +191,8 @@ void addRecent(const Evidence& evidence, std::string_view what, Verdict& verdict
         if (each.amount < worthTelling * sum) {
             break;
         }
-        parts += fmt::format(
-            "{}{} {}", parts.empty() ? "" : ", ", percentText(100 * each.amount / sum), printable(each.name));
+        parts +=
+            fmt::format("{}{} {}", parts.empty() ? "" : ", ", shareText(100 * each.amount / sum), printable(each.name));
     }
     verdict.remarks.push_back(fmt::format("Over the {} the {} went: {}.",
         evidence.isNow ? "last " + formatSpan(evidence.recentSpan) : formatSpan(evidence.recentSpan) + " around it",

@@ -152,7 +152,7 @@ void addOrigin(const Evidence& evidence, Verdict& verdict)
         addRecent(evidence, "processor time of programs", verdict);
     } else if (const auto busy = figureAt(evidence.machine, {"cpu", "busy"})) {
         verdict.remarks.push_back(fmt::format("Programs do not explain it: the processors {} only {} busy.",
-            tense(evidence, "are", "were"), percentText(*busy)));
+            tense(evidence, "are", "were"), shareText(*busy)));
     }
 }
 
@@ -275,7 +275,7 @@ void addEnergy(const Evidence& evidence, Verdict& verdict)
     for (const Consumer& each : evidence.energy) {
         shares.push_back({each.name, 100 * each.amount / sum});
     }
-    const std::string who = consumersText(shares, percentText, 5);
+    const std::string who = consumersText(shares, shareText, 5);
     if (!who.empty()) {
         verdict.remarks.push_back(fmt::format("Of the energy that programs {}, most {} to {}.",
             tense(evidence, "take", "took"), tense(evidence, "goes", "went"), who));
@@ -300,7 +300,7 @@ void judgeDraining(const Evidence& evidence, Verdict& verdict)
     const bool drains = state ? *state == draining : source ? *source == 0 : power.value_or(0) < 0;
     if (!drains) {
         verdict.remarks.push_back(fmt::format("The battery {} not drained{}.", tense(evidence, "is", "was"),
-            charge ? fmt::format("; it {} at {}", tense(evidence, "is", "was"), percentText(*charge)) : ""));
+            charge ? fmt::format("; it {} at {}", tense(evidence, "is", "was"), shareText(*charge)) : ""));
         return;
     }
     const auto usual = usualDrain(evidence);
@@ -310,7 +310,7 @@ void judgeDraining(const Evidence& evidence, Verdict& verdict)
     std::string words = power ? fmt::format("The battery {} {:.1f} W", tense(evidence, "gives", "gave"), watts)
                               : fmt::format("The machine {} on battery", tense(evidence, "runs", "ran"));
     words += usual ? fmt::format("; {:.1f} W {} usual", *usual, tense(evidence, "are", "were")) : "";
-    words += charge ? fmt::format(". At {}", percentText(*charge)) : "";
+    words += charge ? fmt::format(". At {}", shareText(*charge)) : "";
     words += charge && minutes && *minutes >= 0 ? " it will be empty in " + formatSpan(*minutes * 60)
         : charge                                ? " how long it lasts is not known"
                                                 : "";

@@ -44,17 +44,17 @@ void addBusyProcessors(const Evidence& evidence, Verdict& verdict)
     }
     constexpr double ofThreshold = 0.8; // a little less is still the same thing that goes on
     const auto lasting = lastingOf(evidence, "processors.busy", std::min(busy, busyProcessors) * ofThreshold);
-    std::string text = fmt::format("The processors {} {} busy", tense(evidence, "are", "were"), percentText(busy));
+    std::string text = fmt::format("The processors {} {} busy", tense(evidence, "are", "were"), shareText(busy));
     if (waits >= waitsForMemory) {
         text += fmt::format(
-            ", and programs {} for them {} of the time", tense(evidence, "wait", "waited"), percentText(waits));
+            ", and programs {} for them {} of the time", tense(evidence, "wait", "waited"), shareText(waits));
     }
     text += lastingText(evidence, lasting) + ".";
     text += mostBy(
         tense(evidence, "Most of that is used by", "Most of that was used by"), evidence.cpu, coresText, leastCpu);
     if (const double nice = figureAt(evidence.machine, {"cpu", "nice"}).value_or(0); nice >= busy / 4) {
         text += fmt::format(" {} of the time {} to programs of low priority, which give way to the others.",
-            percentText(nice), tense(evidence, "goes", "went"));
+            shareText(nice), tense(evidence, "goes", "went"));
     }
     verdict.causes.push_back({text, lasting ? std::optional(lasting->since) : std::nullopt});
 }
@@ -85,9 +85,9 @@ void addWaitingForDisks(const Evidence& evidence, Verdict& verdict)
     const auto lasting = waits ? lastingOf(evidence, "pressure.iosome", waitsForDisks * 0.7)
                                : lastingOf(evidence, "processors.iowait", waitsForDisks * 0.7);
     std::string text = waits
-        ? fmt::format("Programs {} for disks {} of the time", tense(evidence, "wait", "waited"), percentText(*waits))
+        ? fmt::format("Programs {} for disks {} of the time", tense(evidence, "wait", "waited"), shareText(*waits))
         : fmt::format("The processors {} {} of their time waiting for disks", tense(evidence, "spend", "spent"),
-            percentText(ioWait));
+            shareText(ioWait));
     text += lastingText(evidence, lasting) + ".";
     if (const Value* disk = busiestDisk(evidence)) {
         text += " " + diskText(evidence, *disk);
@@ -116,8 +116,7 @@ void addShortOfMemory(const Evidence& evidence, Verdict& verdict)
     const auto lasting = lastingOf(evidence, "pressure.memorysome", waitsForMemory * 0.7);
     std::string text = fmt::format("Memory {} short", tense(evidence, "is", "was"));
     if (waits >= waitsForMemory) {
-        text +=
-            fmt::format(": programs {} for it {} of the time", tense(evidence, "wait", "waited"), percentText(waits));
+        text += fmt::format(": programs {} for it {} of the time", tense(evidence, "wait", "waited"), shareText(waits));
     }
     text += lastingText(evidence, lasting) + ".";
     if (swapRate(evidence) >= swapTraffic) {
@@ -136,7 +135,7 @@ void addStolen(const Evidence& evidence, Verdict& verdict)
         verdict.causes.push_back(
             {fmt::format("The host {} {} of the processors' time to others: this is a virtual machine "
                          "whose host is busy{}.",
-                 tense(evidence, "gives", "gave"), percentText(steal), lastingText(evidence, lasting)),
+                 tense(evidence, "gives", "gave"), shareText(steal), lastingText(evidence, lasting)),
                 lasting ? std::optional(lasting->since) : std::nullopt});
     }
 }
@@ -180,7 +179,7 @@ std::string memoryText(const Evidence& evidence)
     const double used = figureAt(evidence.machine, {"memory", "used"}).value_or(0);
     const double available = figureAt(evidence.machine, {"memory", "available"}).value_or(0);
     return fmt::format("{} of {} {} used ({}), {} {} available", formatBytes(used), formatBytes(used + available),
-        tense(evidence, "are", "were"), percentText(usedShare(evidence).value_or(0)), formatBytes(available),
+        tense(evidence, "are", "were"), shareText(usedShare(evidence).value_or(0)), formatBytes(available),
         tense(evidence, "are", "were"));
 }
 
@@ -264,7 +263,7 @@ bool addLoad(const Evidence& evidence, Verdict& verdict)
     if (busy && (*busy >= worksHard || (!evidence.cpu.empty() && evidence.cpu.front().amount >= fullCore))) {
         isBusy = true;
         verdict.remarks.push_back(fmt::format("The processors {} {} busy{}.", tense(evidence, "are", "were"),
-            percentText(*busy), who.empty() ? "" : ", mostly with " + who));
+            shareText(*busy), who.empty() ? "" : ", mostly with " + who));
     }
     const Value* gpus = find(evidence.machine, "gpus");
     if (!gpus || !gpus->is_object()) {
@@ -274,7 +273,7 @@ bool addLoad(const Evidence& evidence, Verdict& verdict)
         if (const double share = number(gpu, "busy").value_or(0); share >= worksHard) {
             isBusy = true;
             verdict.remarks.push_back(fmt::format("The graphics processor {} {} {} busy.", printable(name),
-                tense(evidence, "is", "was"), percentText(share)));
+                tense(evidence, "is", "was"), shareText(share)));
         }
     }
     return isBusy;
@@ -292,14 +291,14 @@ void judgeSlow(const Evidence& evidence, Verdict& verdict)
     if (!verdict.causes.empty()) {
         addRecent(evidence, "processor time of programs", verdict);
     } else if (busy) {
-        std::string text = fmt::format("The processors {} {} busy", tense(evidence, "are", "were"), percentText(*busy));
+        std::string text = fmt::format("The processors {} {} busy", tense(evidence, "are", "were"), shareText(*busy));
         if (const auto share = usedShare(evidence)) {
-            text += fmt::format(", {} of the memory {} used", percentText(*share), tense(evidence, "is", "was"));
+            text += fmt::format(", {} of the memory {} used", shareText(*share), tense(evidence, "is", "was"));
         }
         const Value* disk = busiestDisk(evidence);
         const auto diskBusy = disk ? number(*disk, "busy") : std::nullopt;
         text += diskBusy
-            ? fmt::format(", and no disk {} busier than {}", tense(evidence, "is", "was"), percentText(*diskBusy))
+            ? fmt::format(", and no disk {} busier than {}", tense(evidence, "is", "was"), shareText(*diskBusy))
             : "";
         verdict.remarks.push_back(text + ".");
     }

@@ -90,8 +90,8 @@ const Value* busiestDisk(const Evidence& evidence)
 
 std::string diskText(const Evidence& evidence, const Value& disk)
 {
-    std::string words = fmt::format(
-        "{} {} {} busy", nameOfDisk(disk), tense(evidence, "is", "was"), percentText(figureOf(disk, "busy")));
+    std::string words =
+        fmt::format("{} {} {} busy", nameOfDisk(disk), tense(evidence, "is", "was"), shareText(figureOf(disk, "busy")));
     if (const double ms = slowestRequest(disk); ms >= 1) {
         words += fmt::format(", {:.0f} ms a request", ms);
     }
@@ -132,8 +132,8 @@ void judgeBusyDisk(const Evidence& evidence, Verdict& verdict)
         return;
     }
     if (const auto waits = figureAt(evidence.machine, {"pressure", "iosome"})) {
-        verdict.remarks.push_back(fmt::format(
-            "Programs {} for disks {} of the time.", tense(evidence, "wait", "waited"), percentText(*waits)));
+        verdict.remarks.push_back(
+            fmt::format("Programs {} for disks {} of the time.", tense(evidence, "wait", "waited"), shareText(*waits)));
     }
     addWhoUsesDisks(evidence, read, written, verdict);
 }
