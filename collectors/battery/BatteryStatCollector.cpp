@@ -113,7 +113,7 @@ void BatteryStatCollector::readPage(const Question& question,
     const auto file = database();
     if (!file) {
         mainQueue.post([reply = std::move(reply), isEmpty = !isRecording_] {
-            reply(isEmpty ? std::optional(BatteryAnswer()) : std::nullopt);
+            reply(isEmpty ? std::optional(Answer()) : std::nullopt);
         });
         return;
     }
