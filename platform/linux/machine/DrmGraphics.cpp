@@ -14,7 +14,7 @@ constexpr double findInterval = 60; // s: cards are plugged rarely, and lists co
 /// which are of 5 and 10 s, would keep it awake for ever.
 constexpr double restInterval = 30;
 constexpr std::uint64_t hertzPerMegahertz = 1'000'000; // Hz
-constexpr std::uint64_t nsOfMs = 1'000'000;
+constexpr std::uint64_t nsPerMillisecond = 1'000'000;
 
 /// Connectors have a name of the card's and one of their own: "card0-DP-1".
 bool isCard(std::string_view name)
@@ -126,7 +126,7 @@ void DrmGraphics::readFigures(Card& card, double monotonicTime) const
         record.busyPercent = static_cast<double>(*percent);
     }
     if (const auto ms = numberInFile(card.asleep)) {
-        record.asleepNs = *ms * nsOfMs;
+        record.asleepNs = *ms * nsPerMillisecond;
     }
     record.memoryUsed = numberInFile(card.memoryUsed);
     if (const auto frequency = numberInFile(card.frequency)) {
