@@ -142,6 +142,7 @@ void BatteryService::setRecording(bool recording)
 {
     records_ = recording;
     recording_.reset();
+    record_.setRecording(recording);
     collector_.setRecording(recording);
     if (recording && sourcesObservation_) { // it was off when the daemon started, perhaps
         collector_.prepareDatabase();

@@ -1,5 +1,7 @@
 #include "daemon/MomentApplications.h"
 
+#include "daemon/ApplicationHistory.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -20,32 +22,10 @@ constexpr std::size_t mostProcesses = 40;
 /// Beyond that the periods before and after say nothing of the minutes around.
 constexpr double longestComparison = 1200; // s
 
-const char* nameOf(GroupKind kind)
-{
-    return kind == GroupKind::Kernel ? "kernel" : kind == GroupKind::Other ? "other" : "application";
-}
-
 double rounded(double figure)
 {
     constexpr double digits = 1e4;
     return std::round(figure * digits) / digits;
-}
-
-Value describe(const RecordedGroup& group)
-{
-    const GroupSums& sums = group.sums;
-    Value entry{{"group", group.identity}, {"name", group.name}, {"kind", nameOf(group.kind)},
-        {"cpuUser", rounded(sums.cpuUserSeconds)}, {"cpuSystem", rounded(sums.cpuSystemSeconds)},
-        {"diskRead", sums.bytesRead}, {"diskWritten", sums.bytesWritten}, {"received", sums.bytesReceived},
-        {"sent", sums.bytesSent}, {"wakeups", sums.wakeups}, {"energyScore", rounded(sums.energyScore)},
-        {"started", sums.processesStarted}, {"ended", sums.processesEnded}, {"memory", group.levels.footprintBytes}};
-    put(entry, "user", group.owner);
-    put(entry, "joules", sums.joules);
-    put(entry, "memoryPeak", group.memoryPeakBytes);
-    if (group.memoryPeakBytes) {
-        entry["processesPeak"] = group.levels.processes;
-    }
-    return entry;
 }
 
 constexpr std::array<Figure, 5> rankings = {[](const RecordedGroup& group) { return group.sums.cpuSeconds(); },
@@ -97,7 +77,7 @@ void addApplications(const MomentRecord& record, Value& answer)
     Value processes = Value::array();
     if (record.then && record.then->until > record.then->from) {
         for (const RecordedGroup* group : largest(record)) {
-            applications.push_back(describe(*group));
+            applications.push_back(describeRecordedGroup(*group));
         }
         std::vector<RecordedProcess> ordered = record.then->processes;
         std::stable_sort(

@@ -24,6 +24,8 @@ public:
 
     /// Takes up what earlier runs recorded, if anything.
     void load();
+    /// Whether anything is written.
+    void setRecording(bool recording) { history_.setRecording(recording); }
     /// What the batteries are at from now on.
     void begin();
     void note(const std::string& key, const std::string& name, const BatteryLevel& level); ///< of no key: the machine
