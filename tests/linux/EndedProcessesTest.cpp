@@ -20,7 +20,6 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <grp.h>
-#include <thread>
 #include <unistd.h>
 
 namespace meridal::test {
@@ -137,9 +136,8 @@ TEST_P(Storm, IsAttributed)
     ASSERT_TRUE(shell.answer());
     const bool isBpf = accumulator->knowsEnded();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    do {
+    do { // the kernel lets go of them by and by
         feed();
-        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the kernel lets go of them by and by
     } while (isBpf && ofStorm().processesEnded < processes * 2 / 3 && std::chrono::steady_clock::now() < deadline);
     feed();
     const double used = group.cpuSeconds() - before;
