@@ -154,7 +154,7 @@ protected:
         start();
         house.figures.addTo(methods, house.catalogue);
         house.sensors.addTo(methods);
-        house.battery.addTo(methods);
+        house.battery.addTo(methods, house.catalogue);
     }
     void reload(const std::string& text)
     {
@@ -200,7 +200,7 @@ protected:
     std::unique_ptr<ConfigurationService> service;
 };
 
-constexpr const char* nothing = "[record]\nsensors = no\ndisks = no\nmachine = no\nbattery = no\n";
+constexpr const char* nothing = "[record]\nsensors = no\ndisks = no\nmachine = no\nbattery = no\napplications = no\n";
 
 TEST_F(RecordingTest, EverythingIsRecordedByDefaultFromTheFirstMinutes)
 {
@@ -210,6 +210,7 @@ TEST_F(RecordingTest, EverythingIsRecordedByDefaultFromTheFirstMinutes)
     EXPECT_GE(rows("sensors.db", "hour_sensorhistory"), 10);
     EXPECT_GE(rows("machine-history.db", "hour_processorhistory WHERE empty = 0"), 10);
     EXPECT_GE(rows("battery-history.db", "battery_sources"), 1);
+    EXPECT_GE(rows("applications.db", "application_minutes"), 1);
 }
 
 TEST_F(RecordingTest, WhatIsOffMakesNoFileAndReadsForWhoAsksOnly)
@@ -247,7 +248,7 @@ TEST_F(RecordingTest, ReadAgainItIsAsIfStartedAgain)
     machine.log.addListener([&](LogLevel, std::string_view line) { log.emplace_back(line); });
     begin(std::string(nothing) + "[processes]\nsource = prok\n");
     EXPECT_THAT(service->describe()["warnings"][0]["text"].get<std::string>(), HasSubstr("prok"));
-    EXPECT_EQ(service->describe()["warnings"][0]["line"], 7);
+    EXPECT_EQ(service->describe()["warnings"][0]["line"], 8);
     EXPECT_EQ(service->describe()["files"], Value({folder.path("meridald.conf")}));
     machine.runtime.advance(100);
     reload("[keep]\nlong-term = 20 years\n[traffic]\nsource = sockets\n");
@@ -270,7 +271,7 @@ TEST_F(RecordingTest, ReadAgainItIsAsIfStartedAgain)
     EXPECT_GE(rows("machine-history.db", "hour_processorhistory WHERE empty = 0"), counted + 10);
     machine.log.flush();
     const std::string all = testing::PrintToString(log);
-    EXPECT_THAT(all, HasSubstr("meridald.conf:7: source: \\\"prok\\\" is none of"));
+    EXPECT_THAT(all, HasSubstr("meridald.conf:8: source: \\\"prok\\\" is none of"));
     EXPECT_THAT(all, HasSubstr("source in [traffic] was changed, which takes effect at the next start"));
 }
 

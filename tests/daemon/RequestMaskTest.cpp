@@ -7,6 +7,7 @@ namespace {
 
 TEST_F(DaemonTest, ADisconnectReleasesEveryBitAndTrafficIsCountedForWhoStays)
 {
+    house.applications.setRecording(true);
     start();
     Client leaving = connect();
     Client staying = connect();

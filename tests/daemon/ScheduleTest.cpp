@@ -81,6 +81,7 @@ TEST_F(DaemonTest, NetworkListsGoToEveryClientWhileAnybodyWantsThem)
 TEST_F(DaemonTest, AClientsFirstIntervalBeginsWithItsRequestAndTheRecordHasAll)
 {
     double recorded = 0;
+    house.applications.setRecording(true);
     house.traffic.setFolded([&](const TrafficAccount& fold) { recorded += fold.processes.download; });
     start();
     const auto carry = [&](std::uint64_t bytes) {
