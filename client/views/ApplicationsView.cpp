@@ -145,7 +145,7 @@ std::vector<std::string> labelsOf(const Value& groups)
 }
 
 /// Lines of a plot: a name, and a period's figure.
-using Course = std::vector<std::pair<std::string, std::optional<double> (*)(const Value& period)>>;
+using CourseFigures = std::vector<std::pair<std::string, std::optional<double> (*)(const Value& period)>>;
 
 std::optional<double> perSecond(const Value& period, const std::optional<double>& amount)
 {
@@ -165,14 +165,15 @@ std::optional<double> percentOfCore(const Value& period)
     return rate ? std::optional(*rate * 100) : std::nullopt;
 }
 
-std::pair<std::string, Course> courseOf(ApplicationFigure figure, bool isJoules)
+std::pair<std::string, CourseFigures> courseOf(ApplicationFigure figure, bool isJoules)
 {
     switch (figure) {
     case ApplicationFigure::Cpu:
         return {"% of one core", {{"CPU", percentOfCore}}};
     case ApplicationFigure::Energy:
-        return isJoules ? std::pair<std::string, Course>{"W", {{"power", rateOf<ApplicationFigure::Energy, true>}}}
-                        : std::pair<std::string, Course>{"", {{"energy score", rateOf<ApplicationFigure::Energy>}}};
+        return isJoules
+            ? std::pair<std::string, CourseFigures>{"W", {{"power", rateOf<ApplicationFigure::Energy, true>}}}
+            : std::pair<std::string, CourseFigures>{"", {{"energy score", rateOf<ApplicationFigure::Energy>}}};
     case ApplicationFigure::Memory:
         return {"B",
             {{"mean", [](const Value& period) { return number(period, "memory"); }},

@@ -12,15 +12,14 @@ namespace meridal {
 
 namespace {
 
-using Answer = PendingAnswerPtr;
 using enum ParameterKind;
 
-DaemonProtocol::ValueReply valueReply(const Answer& answer)
+DaemonProtocol::ValueReply valueReply(const PendingAnswerPtr& answer)
 {
     return [answer](Value value) { answer->succeed(std::move(value)); };
 }
 
-DaemonProtocol::ActionReply actionReply(const Answer& answer)
+DaemonProtocol::ActionReply actionReply(const PendingAnswerPtr& answer)
 {
     return [answer](const Result<void>& result) {
         if (result) {
@@ -38,86 +37,91 @@ std::string takeText(Value& value) { return std::move(value.get_ref<std::string&
 
 constexpr DaemonMethod methods[] = {
     {method::infoForPids, {{{"pids", NumberList}}}, 1, true,
-        [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr& answer) {
             daemon.infoForPids(std::move(given[0]), valueReply(answer));
         }},
     {method::version, {}, 0, true,
-        [](DaemonProtocol& daemon, Value&, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr& answer) {
             daemon.version([answer](float version, std::int64_t build) {
                 answer->succeed(Value::array({asWritten(version), build}));
             });
         }},
     {method::fps, {}, 0, true,
-        [](DaemonProtocol& daemon, Value&, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr& answer) {
             daemon.fps([answer](double rate) { answer->succeed(rate); });
         }},
     {method::exists, {}, 0, true,
-        [](DaemonProtocol& daemon, Value&, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr& answer) {
             daemon.exists([answer](bool exists) { answer->succeed(exists); });
         }},
     {method::enableHierachy, {}, 0, false,
-        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.enableHierachy(); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr&) { daemon.enableHierachy(); }},
     {method::disableHierachy, {}, 0, false,
-        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.disableHierachy(); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr&) { daemon.disableHierachy(); }},
     {method::startRequestWithKey, {{{"key", Integer}, {"interval", Integer}}}, 2, false,
-        [](DaemonProtocol& daemon, Value& given, const Answer&) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr&) {
             daemon.startRequestWithKey(given[0].get<std::int64_t>(), given[1].get<std::int64_t>());
         }},
     {method::stopRequestWithKey, {{{"key", Integer}}}, 1, false,
-        [](DaemonProtocol& daemon, Value& given, const Answer&) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr&) {
             daemon.stopRequestWithKey(given[0].get<std::int64_t>());
         }},
-    {method::smartTemps, {}, 0, false, [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.smartTemps(); }},
+    {method::smartTemps, {}, 0, false,
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr&) { daemon.smartTemps(); }},
     {method::startSMARTStatus, {}, 0, false,
-        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.startSMARTStatus(); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr&) { daemon.startSMARTStatus(); }},
     {method::stopSMARTStatus, {}, 0, false,
-        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.stopSMARTStatus(); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr&) { daemon.stopSMARTStatus(); }},
     {method::startSMARTTemps, {}, 0, false,
-        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.startSMARTTemps(); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr&) { daemon.startSMARTTemps(); }},
     {method::stopSMARTTemps, {}, 0, false,
-        [](DaemonProtocol& daemon, Value&, const Answer&) { daemon.stopSMARTTemps(); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr&) { daemon.stopSMARTTemps(); }},
     {method::refreshDHCP, {{{"interface", Text}}}, 1, true,
-        [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr& answer) {
             daemon.refreshDHCP(takeText(given[0]), actionReply(answer));
         }},
     {method::toggleAirPortPower, {}, 0, true,
-        [](DaemonProtocol& daemon, Value&, const Answer& answer) { daemon.toggleAirPortPower(actionReply(answer)); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr& answer) {
+            daemon.toggleAirPortPower(actionReply(answer));
+        }},
     {method::setNetworkSet, {{{"identifier", Text}}}, 1, true,
-        [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr& answer) {
             daemon.setNetworkSet(takeText(given[0]), actionReply(answer));
         }},
     {method::setFanSet, {{{"set", Anything}}}, 1, false,
-        [](DaemonProtocol& daemon, Value& given, const Answer&) { daemon.setFanSet(std::move(given[0])); }},
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr&) { daemon.setFanSet(std::move(given[0])); }},
     {method::setT2FanConfig, {{{"config", Anything}}}, 1, true,
-        [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr& answer) {
             daemon.setT2FanConfig(std::move(given[0]), valueReply(answer));
         }},
     {method::setT2FanSet, {{{"set", Anything}}}, 1, false,
-        [](DaemonProtocol& daemon, Value& given, const Answer&) { daemon.setT2FanSet(std::move(given[0])); }},
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr&) { daemon.setT2FanSet(std::move(given[0])); }},
     {method::stopT2Fans, {}, 0, true,
-        [](DaemonProtocol& daemon, Value&, const Answer& answer) { daemon.stopT2Fans(valueReply(answer)); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr& answer) { daemon.stopT2Fans(valueReply(answer)); }},
     {method::startT2Fans, {}, 0, true,
-        [](DaemonProtocol& daemon, Value&, const Answer& answer) { daemon.startT2Fans(valueReply(answer)); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr& answer) { daemon.startT2Fans(valueReply(answer)); }},
     {method::finalizeT2Fans, {}, 0, true,
-        [](DaemonProtocol& daemon, Value&, const Answer& answer) { daemon.finalizeT2Fans(valueReply(answer)); }},
+        [](DaemonProtocol& daemon, Value&, const PendingAnswerPtr& answer) {
+            daemon.finalizeT2Fans(valueReply(answer));
+        }},
     {method::setT2SafetyTemperature, {{{"degrees", Number}}}, 1, false,
-        [](DaemonProtocol& daemon, Value& given, const Answer&) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr&) {
             daemon.setT2SafetyTemperature(given[0].get<double>());
         }},
     {method::sensors, {{{"configurations", DictionaryList}}}, 1, true,
-        [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr& answer) {
             daemon.sensors(std::move(given[0]), valueReply(answer));
         }},
     {method::armSensors, {{{"selection", Anything}}}, 1, true,
-        [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr& answer) {
             daemon.armSensors(std::move(given[0]), valueReply(answer));
         }},
     {method::supportedSensors, {{{"selection", Anything}}}, 1, true,
-        [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr& answer) {
             daemon.supportedSensors(std::move(given[0]), valueReply(answer));
         }},
     {method::supportedFans, {{{"selection", Anything}}}, 1, true,
-        [](DaemonProtocol& daemon, Value& given, const Answer& answer) {
+        [](DaemonProtocol& daemon, Value& given, const PendingAnswerPtr& answer) {
             daemon.supportedFans(std::move(given[0]), valueReply(answer));
         }},
 };
