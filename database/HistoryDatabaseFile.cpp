@@ -168,14 +168,19 @@ bool HistoryDatabaseFile::isSound()
     return looked ? damage_.empty() : connection_.failure() != SqlFailure::Damaged;
 }
 
+/// A statement that is wrong by itself will not get better; everything else may.
+bool HistoryDatabaseFile::hasMadeTable(const TableSchema& schema)
+{
+    makeTable(schema);
+    const SqlFailure failure = connection_.failure();
+    return failure == SqlFailure::None || failure == SqlFailure::Statement;
+}
+
 void HistoryDatabaseFile::makeTables()
 {
     tablesMade_ = true;
     for (const TableSchema& schema : tables_) {
-        makeTable(schema);
-        // A statement that is wrong by itself will not get better; everything else may.
-        const SqlFailure failure = connection_.failure();
-        tablesMade_ = tablesMade_ && (failure == SqlFailure::None || failure == SqlFailure::Statement);
+        tablesMade_ = hasMadeTable(schema) && tablesMade_;
     }
     for (const ViewSchema& schema : views_) {
         makeView(schema);
@@ -202,9 +207,13 @@ void HistoryDatabaseFile::declareTable(TableSchema schema)
     } else {
         tables_.push_back(schema);
     }
-    tablesMade_ = false;
+    const bool othersAreMade = std::exchange(tablesMade_, false);
     if (open() && !tablesMade_) {
-        makeTables();
+        if (othersAreMade) { // and need not be looked at again: a file has a hundred tables, declared one by one
+            tablesMade_ = hasMadeTable(schema);
+        } else {
+            makeTables();
+        }
         afterUse();
     }
 }

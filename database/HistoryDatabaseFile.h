@@ -50,6 +50,7 @@ private:
     bool prepareConnection();
     bool isSound();
     bool salvageIsDone();
+    bool hasMadeTable(const TableSchema& schema);
     void makeTables();
     void makeTable(const TableSchema& schema);
     void makeView(const ViewSchema& schema);
