@@ -157,7 +157,10 @@ void addGaps(const MomentRecord& record, const MomentState& state, Value& answer
                 : isMeasured          ? "not recorded then, or only those of other users"
                                       : why);
     } else if (lacks(answer, "processes")) {
-        addUnknown(answer, "processes", "they are kept for two days, and only the largest of each minute");
+        constexpr double noted = 90; // s, after which a minute's list is in the record
+        addUnknown(answer, "processes",
+            record.now - record.time < noted ? "the largest of a minute are noted when it is over"
+                                             : "they are kept for two days, and only the largest of each minute");
     }
 }
 
