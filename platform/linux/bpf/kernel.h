@@ -88,8 +88,9 @@ struct signal_struct {
     struct list_head thread_head;
     seqlock_t stats_lock;
     unsigned long nvcsw;
+    unsigned long cnvcsw, cmin_flt; /* of children that were waited for */
     __u64 utime, stime;
-    struct task_io_accounting ioac;
+    struct task_io_accounting ioac; /* of ended threads, and of children that were waited for */
     unsigned long long sum_sched_runtime;
 };
 
@@ -144,3 +145,10 @@ enum {
     MM_SWAPENTS = 2,
     MM_SHMEMPAGES = 3,
 };
+
+/* The kernel adds up what ended threads have read and written, and what children had when they were waited for, in one sum. Of
+ * who has waited for any it is left out: a shell would have done what its commands did, and both would be counted. */
+static __always_inline int has_own_io(const struct signal_struct* group)
+{
+    return bpf_core_field_exists(group->ioac.read_bytes) && group->cmin_flt == 0 && group->cnvcsw == 0;
+}

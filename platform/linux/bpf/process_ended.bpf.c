@@ -144,17 +144,25 @@ SEC("tp_btf/sched_process_exit") int note_exit(__u64* arguments)
     return 0;
 }
 
-static __always_inline void add_sums(struct BpfEndedSums* sums, const struct signal_struct* group)
+static __always_inline void add_io(struct BpfEndedSums* sums, const struct task_io_accounting* own)
 {
+    __sync_fetch_and_add(&sums->readBytes, own->read_bytes);
+    __sync_fetch_and_add(&sums->writtenBytes, own->write_bytes);
+    __sync_fetch_and_add(&sums->cancelledBytes, own->cancelled_write_bytes);
+}
+
+static __always_inline void add_sums(struct BpfEndedSums* sums, const struct task_struct* leader)
+{
+    const struct signal_struct* group = leader->signal;
     __sync_fetch_and_add(&sums->processes, 1);
     __sync_fetch_and_add(&sums->runTime, group->sum_sched_runtime);
     __sync_fetch_and_add(&sums->userTime, group->utime);
     __sync_fetch_and_add(&sums->systemTime, group->stime);
     __sync_fetch_and_add(&sums->voluntarySwitches, group->nvcsw);
-    if (bpf_core_field_exists(group->ioac.read_bytes)) {
-        __sync_fetch_and_add(&sums->readBytes, group->ioac.read_bytes);
-        __sync_fetch_and_add(&sums->writtenBytes, group->ioac.write_bytes);
-        __sync_fetch_and_add(&sums->cancelledBytes, group->ioac.cancelled_write_bytes);
+    if (has_own_io(group)) {
+        add_io(sums, &group->ioac);
+    } else if (bpf_core_field_exists(leader->ioac.read_bytes)) {
+        add_io(sums, &leader->ioac);
     }
 }
 
@@ -182,7 +190,7 @@ SEC("tp_btf/sched_process_free") int add_ended(__u64* arguments)
         sums = bpf_map_lookup_elem(&beyond, &first);
     }
     if (sums) {
-        add_sums(sums, task->signal);
+        add_sums(sums, task);
     }
     return 0;
 }

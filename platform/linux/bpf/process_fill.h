@@ -196,7 +196,7 @@ static __always_inline void take_ended_threads(struct BpfProcess* record, struct
     record->systemTime = group->stime;
     record->voluntarySwitches = group->nvcsw;
     record->readBytes = record->writtenBytes = record->cancelledBytes = 0;
-    if (bpf_core_field_exists(group->ioac.read_bytes)) {
+    if (has_own_io(group)) {
         record->readBytes = group->ioac.read_bytes;
         record->writtenBytes = group->ioac.write_bytes;
         record->cancelledBytes = group->ioac.cancelled_write_bytes;

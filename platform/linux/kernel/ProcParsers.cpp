@@ -115,7 +115,9 @@ std::optional<Stat> parseStat(std::string_view text)
     const std::uint64_t parent = fields.next(); // field 4
     fields.skip(4);
     stat.flags = fields.next(); // 9
-    fields.skip(4);
+    fields.skip(1);
+    stat.hasWaited = fields.next() > 0; // for somebody who had page faults, as everybody has
+    fields.skip(2);
     stat.userTicks = fields.next();                 // 14, as user
     stat.cpuTicks = stat.userTicks + fields.next(); // and for it in the kernel
     stat.childUserTicks = fields.nextAboveNothing();

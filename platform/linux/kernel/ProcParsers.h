@@ -21,6 +21,7 @@ struct Stat {
     std::uint64_t userTicks = 0;      ///< of them, outside the kernel
     std::uint64_t childTicks = 0;     ///< of children that it waited for, and of theirs
     std::uint64_t childUserTicks = 0; ///< likewise
+    bool hasWaited = false;           ///< for a child: /proc/PID/io has what that did as well
     std::uint32_t threads = 0;
     std::uint64_t startTicks = 0; ///< clock ticks from boot to its start
     bool operator==(const Stat&) const = default;

@@ -2,6 +2,8 @@
 
 #include "platform/linux/processes/ProcFigures.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <limits>
 
@@ -176,6 +178,7 @@ ProcProcessSource::Reading ProcProcessSource::readStat(std::int32_t pid, Process
     process.record.childCpuUser = stat->childUserTicks * tick;
     process.record.isKernelThread = proc::isKernelThread(*stat);
     process.state.oneThread = stat->threads == 1;
+    process.state.hasWaited = stat->hasWaited;
     process.state.running = stat->state == 'R';
     process.state.lostMainThread = proc::hasLostMainThread(*stat);
     process.state.tried = ProcessFields::Cpu;
@@ -234,8 +237,11 @@ ProcProcessSource::Reading ProcProcessSource::readStatus(Process& process)
 ProcProcessSource::Reading ProcProcessSource::readIo(Process& process)
 {
     const std::int32_t pid = process.record.pid;
+    // A shell would have written what its commands wrote, and both would be counted. Of several threads some may have ended,
+    // and are in that sum only.
+    const std::string file = process.state.hasWaited && process.state.oneThread ? fmt::format("task/{}/io", pid) : "io";
     std::string_view text;
-    const ProcOutcome outcome = ioMissing_ ? ProcOutcome::Denied : folder_.read(pid, "io", text);
+    const ProcOutcome outcome = ioMissing_ ? ProcOutcome::Denied : folder_.read(pid, file, text);
     if (outcome == ProcOutcome::Gone) {
         ioMissing_ = !folder_.exists(pid, "io") && folder_.exists(pid, "stat");
         if (!ioMissing_) {

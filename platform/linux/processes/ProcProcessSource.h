@@ -73,6 +73,7 @@ private:
         std::uint8_t changes = 0;  ///< at how many passes in a row it was found to have run
         bool hasStamp = false;
         bool oneThread = false;
+        bool hasWaited = false;                    ///< for a child, see proc::Stat
         bool running = false;                      ///< on a run queue while it was read
         bool lostMainThread = false;               ///< whose files tell of no memory any more
         bool takenOver = false;                    ///< in the last pass
