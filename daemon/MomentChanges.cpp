@@ -16,7 +16,7 @@ namespace meridal {
 namespace {
 
 constexpr std::size_t mostChanges = 20;
-constexpr double MiB = 1024 * 1024;
+constexpr double mebibyte = 1024 * 1024;
 
 /// Which change of a figure a person would want to be told. Both must be met.
 struct ChangeRule {
@@ -35,11 +35,11 @@ constexpr std::array<ChangeRule, 15> changeRules = {{
     {"pressure", "", "programs waiting for the CPU", {"cpusome"}, 2, 10},
     {"pressure", "", "programs waiting for memory", {"memorysome"}, 2, 5},
     {"pressure", "", "programs waiting for disks", {"iosome"}, 2, 10},
-    {"memory", "", "memory used", {"used"}, 1.1, 256 * MiB},
-    {"swap", "", "swap used", {"swapused"}, 1.1, 128 * MiB},
-    {"paging", "", "swap traffic", {"swapin", "swapout"}, 2, MiB},
-    {"throughput", "", "reading", {"readbytes"}, 2, 4 * MiB},
-    {"throughput", "", "writing", {"writtenbytes"}, 2, 4 * MiB},
+    {"memory", "", "memory used", {"used"}, 1.1, 256 * mebibyte},
+    {"swap", "", "swap used", {"swapused"}, 1.1, 128 * mebibyte},
+    {"paging", "", "swap traffic", {"swapin", "swapout"}, 2, mebibyte},
+    {"throughput", "", "reading", {"readbytes"}, 2, 4 * mebibyte},
+    {"throughput", "", "writing", {"writtenbytes"}, 2, 4 * mebibyte},
     {"busy", "", "busy", {"busy"}, 1.5, 25},
     {"network", "", "traffic", {"received", "sent"}, 2, 512 * 1024},
     {"graphics", "", "graphics busy", {"busy"}, 1.5, 30},

@@ -99,13 +99,14 @@ private:
         question.until = record_.time + HistoryMoment::minutesAround;
         question.limit = bootsBefore;
         question.withSleeps = true;
-        boots.readHistory(
-            question, part([](MomentRecord& record, auto&& answer) { record.boots = std::move(answer); }));
+        boots.readHistory(question,
+            part([](MomentRecord& record, auto&& answer) { record.boots = std::forward<decltype(answer)>(answer); }));
         UptimeQuestion later;
         later.from = record_.time;
         later.limit = UptimeService::longestPage;
-        boots.readHistory(
-            later, part([](MomentRecord& record, auto&& answer) { record.laterBoots = std::move(answer); }));
+        boots.readHistory(later, part([](MomentRecord& record, auto&& answer) {
+            record.laterBoots = std::forward<decltype(answer)>(answer);
+        }));
     }
 
     void askForSources()
@@ -115,8 +116,8 @@ private:
         question.figure = BatteryFigure::Source;
         question.until = record_.time + HistoryMoment::minutesAround;
         question.limit = changes;
-        service_.records_.battery.readHistory(
-            question, part([](MomentRecord& record, auto&& answer) { record.sources = std::move(answer); }));
+        service_.records_.battery.readHistory(question,
+            part([](MomentRecord& record, auto&& answer) { record.sources = std::forward<decltype(answer)>(answer); }));
     }
 
     BandwidthQuestion bandwidthAround(BandwidthGroup by) const
@@ -134,7 +135,7 @@ private:
         NetworkStatCollector& network = service_.records_.network;
         network.readBandwidthTotals(
             bandwidthAround(BandwidthGroup::Interface), part([this, &network](MomentRecord& record, auto&& answer) {
-                record.interfaces = std::move(answer);
+                record.interfaces = std::forward<decltype(answer)>(answer);
                 for (const BandwidthTotal& each :
                     record.interfaces ? record.interfaces->totals : std::vector<BandwidthTotal>()) {
                     if (each.name) {
@@ -163,8 +164,9 @@ private:
         record_.keepsApplications = true;
         const auto ask = [this](double time, std::optional<RecordedMoment> MomentRecord::*side) {
             if (time <= record_.now) {
-                service_.readApplications_(time, record_.viewer,
-                    part([side](MomentRecord& record, auto&& answer) { record.*side = std::move(answer); }));
+                service_.readApplications_(time, record_.viewer, part([side](MomentRecord& record, auto&& answer) {
+                    record.*side = std::forward<decltype(answer)>(answer);
+                }));
             }
         };
         ask(record_.time - HistoryMoment::minutesAround, &MomentRecord::earlier);

@@ -126,8 +126,8 @@ constexpr std::array<std::string_view, 12> monthNames = {"january", "february", 
     "august", "september", "october", "november", "december"};
 
 /// Where a word stands in a list by its first three letters or more.
-template <std::size_t count>
-std::optional<int> placeOf(const std::array<std::string_view, count>& names, std::string_view word)
+template <std::size_t Count>
+std::optional<int> placeOf(const std::array<std::string_view, Count>& names, std::string_view word)
 {
     const auto found = std::find_if(
         names.begin(), names.end(), [&](std::string_view name) { return word.size() >= 3 && name.starts_with(word); });

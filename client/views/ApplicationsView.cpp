@@ -153,10 +153,10 @@ std::optional<double> perSecond(const Value& period, const std::optional<double>
     return amount && seconds && *seconds > 0 ? std::optional(*amount / *seconds) : std::nullopt;
 }
 
-template <ApplicationFigure figure, bool isJoules = false>
+template <ApplicationFigure Figure, bool IsJoules = false>
 std::optional<double> rateOf(const Value& period)
 {
-    return perSecond(period, amountOf(period, figure, isJoules));
+    return perSecond(period, amountOf(period, Figure, IsJoules));
 }
 
 std::optional<double> percentOfCore(const Value& period)

@@ -13,20 +13,20 @@ namespace meridal {
 
 namespace {
 
-constexpr double MiB = 1024.0 * 1024;
+constexpr double oneMebibyte = 1024.0 * 1024;
 
 // What stands out. Below these a person does not notice, or something else is the matter.
-constexpr double busyProcessors = 85; // %: little is left for one more program
-constexpr double waitsForCpu = 25;    // % of the time in which somebody waits
-constexpr double waitsForDisks = 20;  // %
-constexpr double waitsForMemory = 5;  // %: reclaim that programs have to do themselves is felt at once
-constexpr double fullCore = 85;       // % of one core, of one program
-constexpr double stolen = 10;         // % of all processors' time
-constexpr double swapTraffic = MiB;   // B/s: some pages that come and go are usual
-constexpr double fullMemory = 90;     // % used
-constexpr double heldBack = 0.6;      // of the highest frequency, while busy
-constexpr double leastCpu = 5;        // % of one core that is worth a name
-constexpr double muchGrowth = 256 * MiB;
+constexpr double busyProcessors = 85;       // %: little is left for one more program
+constexpr double waitsForCpu = 25;          // % of the time in which somebody waits
+constexpr double waitsForDisks = 20;        // %
+constexpr double waitsForMemory = 5;        // %: reclaim that programs have to do themselves is felt at once
+constexpr double fullCore = 85;             // % of one core, of one program
+constexpr double stolen = 10;               // % of all processors' time
+constexpr double swapTraffic = oneMebibyte; // B/s: some pages that come and go are usual
+constexpr double fullMemory = 90;           // % used
+constexpr double heldBack = 0.6;            // of the highest frequency, while busy
+constexpr double leastCpu = 5;              // % of one core that is worth a name
+constexpr double muchGrowth = 256 * oneMebibyte;
 
 std::size_t processorCount(const Evidence& evidence)
 {
@@ -123,7 +123,7 @@ void addShortOfMemory(const Evidence& evidence, Verdict& verdict)
         text += fmt::format(" {} a second {} back from swap, which programs {} for.", formatBytes(swapRate(evidence)),
             tense(evidence, "come", "came"), tense(evidence, "wait", "waited"));
     }
-    text += mostBy(tense(evidence, "Most is held by", "Most was held by"), evidence.memory, formatBytes, MiB);
+    text += mostBy(tense(evidence, "Most is held by", "Most was held by"), evidence.memory, formatBytes, oneMebibyte);
     verdict.causes.push_back({text, lasting ? std::optional(lasting->since) : std::nullopt});
 }
 
@@ -317,7 +317,7 @@ void judgeMemory(const Evidence& evidence, Verdict& verdict)
     const auto share = usedShare(evidence);
     addShortOfMemory(evidence, verdict);
     const std::string who =
-        mostBy(tense(evidence, "Most is held by", "Most was held by"), evidence.memory, formatBytes, MiB);
+        mostBy(tense(evidence, "Most is held by", "Most was held by"), evidence.memory, formatBytes, oneMebibyte);
     const bool isFull = share && *share >= fullMemory;
     if (isFull && verdict.causes.empty()) {
         const auto lasting =
