@@ -164,7 +164,8 @@ TEST_F(WatchSocketTest, ASlowClientHoldsUpNobodyAndGetsWholeLinesToTheNewest)
     int lines = 0;
     int time = 0;
     for (; time < newest; ++lines) {
-        time = parsed(slow.line().value())["params"]["time"];
+        const Value told = parsed(slow.line().value());
+        time = told.contains("params") ? told["params"]["time"].get<int>() : time; // its answer may have been overtaken
     }
     EXPECT_LT(lines, 10) << "the rest was never made";
 
