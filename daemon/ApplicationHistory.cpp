@@ -33,19 +33,6 @@ std::optional<RankedBy> rankingNamed(std::string_view name)
         : std::nullopt;
 }
 
-const char* kindName(GroupKind kind)
-{
-    switch (kind) {
-    case GroupKind::Application:
-        return "application";
-    case GroupKind::Other:
-        return "other";
-    case GroupKind::Kernel:
-        return "kernel";
-    }
-    return "";
-}
-
 std::string cursorText(const TotalsCursor& cursor) { return serialise({cursor.rank, cursor.number}); }
 
 /// Out of `next` of a page of totals, or of a course, which is a time.
@@ -144,8 +131,9 @@ Value describeCourse(const RecordedCourse& course, const Asked& asked)
         addRecordedFigures(entry, period.group);
         periods.push_back(std::move(entry));
     }
-    Value answer{{"group", course.group.identity}, {"name", course.group.name}, {"kind", kindName(course.group.kind)},
-        {"step", traitsOf(asked.step).name}, {"periods", std::move(periods)}, {"more", course.more}};
+    Value answer{{"group", course.group.identity}, {"name", course.group.name},
+        {"kind", groupKindName(course.group.kind)}, {"step", traitsOf(asked.step).name},
+        {"periods", std::move(periods)}, {"more", course.more}};
     put(answer, "user", course.group.owner);
     if (course.more) {
         answer["next"] = fixed0(course.periods.back().start);
@@ -173,7 +161,7 @@ void addRecordedFigures(Value& entry, const RecordedGroup& group)
 
 Value describeRecordedGroup(const RecordedGroup& group)
 {
-    Value entry{{"group", group.identity}, {"name", group.name}, {"kind", kindName(group.kind)}};
+    Value entry{{"group", group.identity}, {"name", group.name}, {"kind", groupKindName(group.kind)}};
     put(entry, "user", group.owner);
     addRecordedFigures(entry, group);
     return entry;

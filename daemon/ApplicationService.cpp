@@ -31,19 +31,6 @@ double inThousandths(double figure) { return std::round(figure * 1e3) / 1e3; }
 
 std::uint64_t countOf(double bytes) { return bytes > 0 ? static_cast<std::uint64_t>(std::llround(bytes)) : 0; }
 
-const char* nameOfKind(GroupKind kind)
-{
-    switch (kind) {
-    case GroupKind::Application:
-        return "application";
-    case GroupKind::Other:
-        return "other";
-    case GroupKind::Kernel:
-        break;
-    }
-    return "kernel";
-}
-
 /// Groups by what clients know them by.
 std::map<std::pair<std::string, std::string>, const Value*> byName(const Value& state)
 {
@@ -185,7 +172,7 @@ Value ApplicationService::describe(const GroupTotals& group) const
     Value entry = {
         {"group", group.identity},
         {"name", group.name},
-        {"kind", nameOfKind(group.kind)},
+        {"kind", groupKindName(group.kind)},
         {"cpuUser", inThousandths(sums.cpuUserSeconds)},
         {"cpuSystem", inThousandths(sums.cpuSystemSeconds)},
         {"diskRead", sums.bytesRead},

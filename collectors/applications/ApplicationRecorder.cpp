@@ -412,8 +412,10 @@ RunningPeriods ApplicationRecorder::runningPeriods() const
     return running;
 }
 
-template <typename Answer, typename Read>
-void ApplicationRecorder::ask(Read read, std::function<void(const std::optional<Answer>&)> reply)
+template <typename Question, typename Answer>
+void ApplicationRecorder::ask(const Question& question,
+    std::optional<Answer> (*read)(SQLiteConnection&, const Question&, const RunningPeriods&),
+    std::function<void(const std::optional<Answer>&)> reply)
 {
     Queue& main = context_.runtime.mainQueue();
     if (!opensFile()) {
@@ -422,32 +424,24 @@ void ApplicationRecorder::ask(Read read, std::function<void(const std::optional<
     }
     queueMinute();
     tables_->file()->commit();
-    tables_->file()->queryDatabaseAsync([read = std::move(read), reply = std::move(reply), running = runningPeriods(),
-                                            &main](SQLiteConnection& connection) {
-        main.post([answer = read(connection, running), reply] { reply(answer); });
-        static_cast<void>(
-            connection.execute("PRAGMA shrink_memory")); // a year's pages are no use until the next question
-    });
+    tables_->file()->queryDatabaseAsync(
+        [question, read, reply = std::move(reply), running = runningPeriods(), &main](SQLiteConnection& connection) {
+            main.post([answer = read(connection, question, running), reply] { reply(answer); });
+            static_cast<void>(
+                connection.execute("PRAGMA shrink_memory")); // a year's pages are no use until the next question
+        });
 }
 
 void ApplicationRecorder::readTotals(
     const TotalsQuestion& question, std::function<void(const std::optional<RecordedTotals>&)> reply)
 {
-    ask<RecordedTotals>(
-        [question](SQLiteConnection& connection, const RunningPeriods& running) {
-            return meridal::readTotals(connection, question, running);
-        },
-        std::move(reply));
+    ask(question, meridal::readTotals, std::move(reply));
 }
 
 void ApplicationRecorder::readCourse(
     const CourseQuestion& question, std::function<void(const std::optional<RecordedCourse>&)> reply)
 {
-    ask<RecordedCourse>(
-        [question](SQLiteConnection& connection, const RunningPeriods& running) {
-            return meridal::readCourse(connection, question, running);
-        },
-        std::move(reply));
+    ask(question, meridal::readCourse, std::move(reply));
 }
 
 void ApplicationRecorder::readMoment(
@@ -455,11 +449,7 @@ void ApplicationRecorder::readMoment(
 {
     const MomentQuestion question{
         .time = time, .now = context_.runtime.wallTime(), .whose = {.viewer = viewer, .owner = {}}, .keep = keep_};
-    ask<RecordedMoment>(
-        [question](SQLiteConnection& connection, const RunningPeriods& running) {
-            return meridal::readMoment(connection, question, running);
-        },
-        std::move(reply));
+    ask(question, meridal::readMoment, std::move(reply));
 }
 
 } // namespace meridal

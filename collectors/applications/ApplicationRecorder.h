@@ -103,8 +103,10 @@ private:
     void queuePeriods();
     void prune();
     RunningPeriods runningPeriods() const;
-    template <typename Answer, typename Read>
-    void ask(Read read, std::function<void(const std::optional<Answer>&)> reply);
+    template <typename Question, typename Answer>
+    void ask(const Question& question,
+        std::optional<Answer> (*read)(SQLiteConnection&, const Question&, const RunningPeriods&),
+        std::function<void(const std::optional<Answer>&)> reply);
 
     Context& context_;
     RecordKeep keep_;

@@ -49,4 +49,17 @@ GroupSums GroupSums::since(const GroupSums& earlier) const
     return between;
 }
 
+const char* groupKindName(GroupKind kind)
+{
+    switch (kind) {
+    case GroupKind::Application:
+        return "application";
+    case GroupKind::Other:
+        return "other";
+    case GroupKind::Kernel:
+        break;
+    }
+    return "kernel";
+}
+
 } // namespace meridal

@@ -39,6 +39,9 @@ enum class GroupKind : std::uint8_t {
     Kernel,      ///< kernel threads, interrupts, traffic that no process has
 };
 
+/// To clients: "application", "other", "kernel".
+const char* groupKindName(GroupKind kind);
+
 /// One application: processes that belong together, and what they have used since the daemon's start.
 struct GroupTotals {
     std::uint32_t number = 0; ///< as long as the daemon lives no other group has it
