@@ -39,7 +39,7 @@ std::map<std::pair<std::string, std::string>, const Value*> byName(const Value& 
     if (list) {
         for (const Value& group : *list) {
             const Value* user = find(group, "user");
-            groups[{group["group"].get<std::string>(), user ? user->dump() : ""}] = &group;
+            groups[{group["group"].get<std::string>(), user ? serialise(*user) : ""}] = &group;
         }
     }
     return groups;
@@ -74,6 +74,9 @@ void ApplicationService::apply()
     }
     states_.clear();
     if (isToRecord_) {
+        recorder_.skip({}); // the time without a record is nobody's
+        minute_ = 0;
+        latestRecord_.reset();
         groups_.emplace(context_, processes_);
         traffic_.startRecording();
     } else {
@@ -190,9 +193,7 @@ Value ApplicationService::describe(const GroupTotals& group) const
         {"residentPeak", group.peak.residentBytes},
         {"footprintPeak", group.peak.footprintBytes},
     };
-    if (group.owner) {
-        entry["user"] = *group.owner;
-    }
+    put(entry, "user", group.owner);
     if (sums.joules) {
         entry["joules"] = inThousandths(*sums.joules);
     }

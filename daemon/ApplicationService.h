@@ -67,7 +67,6 @@ public:
     /// Those of the second that are not as in the first, and which went.
     static Value changedGroups(const Value& before, const Value& now);
 
-    const GroupAccumulator* groups() const { return groups_ ? &*groups_ : nullptr; }
     ApplicationRecorder& recorder() { return recorder_; }
 
     /// s between two passes of its own: in the kernel, and process by process.

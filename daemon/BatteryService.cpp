@@ -140,6 +140,9 @@ void BatteryService::update()
 
 void BatteryService::setRecording(bool recording)
 {
+    if (recording == records_) {
+        return; // a reading may talk to slow firmware
+    }
     records_ = recording;
     recording_.reset();
     record_.setRecording(recording);

@@ -107,9 +107,7 @@ Result<Value> MachineService::state(const Value& given)
     if (!parameters.valid()) {
         return parameters.failure();
     }
-    lastAsked_ = context_.runtime.monotonicTime();
-    readUnlessNewerThan(askedInterval);
-    schedule();
+    noteQuestion();
     Value state = *latestState(askedInterval);
     if (withAll) {
         state["disks"] = blockDevices_.stateOfAll();
@@ -127,11 +125,16 @@ void MachineService::record()
     for (MachineStatCollector* each : collectors_) {
         each->updateHistory();
     }
-    for (MachineStatCollector* each : collectors_) {
-        if (commits) {
-            each->history().runDatabaseQueue(); // the first writes what all have queued, the rest find nothing left
-        }
+    if (commits) {
+        interfaces_.history().runDatabaseQueue(); // what all of them have queued: their files are the same
     }
+}
+
+void MachineService::noteQuestion()
+{
+    lastAsked_ = context_.runtime.monotonicTime();
+    readUnlessNewerThan(askedInterval);
+    schedule();
 }
 
 void MachineService::readUnlessNewerThan(double seconds)
@@ -177,7 +180,7 @@ void MachineService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
             if (isRecording_ || isAsked()) {
                 return reply(state(parameters));
             }
-            static_cast<void>(state(parameters)); // the first reading in a while, and nothing to compare it with
+            noteQuestion(); // the first reading in a while, and nothing to compare it with
             context_.runtime.after(askedInterval,
                 lifetime_.guard([this, parameters, reply = std::move(reply)] { reply(state(parameters)); }));
         });

@@ -52,6 +52,7 @@ private:
     bool isAsked() const;
     void read();
     void record();
+    void noteQuestion();
     void readUnlessNewerThan(double seconds);
     void schedule();
     void listFileSystems();

@@ -172,7 +172,8 @@ Value describeMoment(const MomentRecord& record)
     Value answer{{"time", record.time}, {"known", describeExtent(record)}, {"boot", describe(state)},
         {"unknown", Value::array()}};
     const bool wasAwake = state.isOn != false && state.isAsleep != true;
-    addFigures(wasAwake ? record : MomentRecord(), answer);
+    static const MomentRecord nothing = {};
+    addFigures(wasAwake ? record : nothing, answer);
     answer["network"] = describeNetwork(record, answer.value("rates", Value::array()));
     answer.erase("rates");
     if (Value battery = describeBattery(record); !battery.empty()) {

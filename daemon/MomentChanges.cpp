@@ -138,11 +138,11 @@ void addFigureChanges(const MomentRecord& record, Value& changes)
         for (const MomentSeries& series : record.series) {
             const auto moment = record.figures.find(series.recorder);
             if (series.collector != rule.collector || (!rule.unit.empty() && series.series.unit != rule.unit)
-                || moment == record.figures.end() || !moment->second) {
+                || moment == record.figures.end() || !moment->second || found.size() >= mostChanges) {
                 continue;
             }
             const auto step = largestStep(courseOf(*moment->second, series, rule));
-            if (!step || !matters(*step, rule) || found.size() >= mostChanges) {
+            if (!step || !matters(*step, rule)) {
                 continue;
             }
             const double coarse = record.isExact ? 0 : series.series.step;

@@ -112,14 +112,13 @@ void addWhole(const MomentRecord& record, const MomentSeries& series, std::strin
 void addThings(const MomentRecord& record, const MomentSeries& any, const ThingSeries& kind, Value& answer)
 {
     const Moment* moment = momentOf(record, any);
+    MomentSeries thing = any;
+    thing.series.values = any.recorder->traits().columns;
     for (const std::string& key : moment ? moment->keys() : std::vector<std::string>()) {
         const auto sample = moment->at(key, usualSlack);
         if (!sample) {
             continue;
         }
-        MomentSeries thing = any;
-        thing.series.key = key;
-        thing.series.values = any.recorder->traits().columns;
         Value entry = framed(*sample);
         entry[kind.name] = key;
         addColumns(record, thing, *sample, entry);
@@ -137,9 +136,8 @@ Value describeReading(const MomentRecord& record, const MomentSeries& series, co
         entry["chip"] = series.series.origin;
     }
     if (series.series.values.size() == 1) {
-        MomentSeries one = series;
         Value columns;
-        addColumns(record, one, sample, columns);
+        addColumns(record, series, sample, columns);
         entry["value"] = columns.is_object() && !columns.empty() ? *columns.begin() : Value();
     } else {
         addColumns(record, series, sample, entry["values"]);

@@ -222,6 +222,11 @@ void TrafficService::process()
         return;
     }
     fold();
+    tellRecord();
+}
+
+void TrafficService::tellRecord() const
+{
     if (isRecording() && folded_) {
         folded_(fold_);
     }
@@ -257,9 +262,7 @@ void TrafficService::foldStatistics()
     if (statistics_.isStarted()) {
         statistics_.updateStats();
         fold_ = statistics_.latest();
-        if (isRecording() && folded_) {
-            folded_(fold_);
-        }
+        tellRecord();
     }
 }
 

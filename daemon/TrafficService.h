@@ -54,12 +54,11 @@ public:
     void stopRecording();
     /// Whether the folds that it is told of have all traffic, and not only that of times in which somebody looks.
     bool isRecording() const;
-    /// Told of each fold while it records, when the items hold the bytes of it: once of every byte.
+    /// Told of each fold while it records, when the items hold the bytes of it: once of every byte. Unlike what clients are
+    /// shown, the sum over all folds never takes anything back: what was the kernel's and turns out to be a process's is kept
+    /// from the kernel's share of later ones.
     using Folded = std::function<void(const TrafficAccount& fold)>;
     void setFolded(Folded folded) { folded_ = std::move(folded); }
-    /// Where the bytes of the latest fold went. Unlike what clients are shown, the sum over all folds never takes anything
-    /// back: what was the kernel's and turns out to be a process's is kept from the kernel's share of later ones.
-    const TrafficAccount& latestFold() const { return fold_; }
 
     // The clients
     /// For one more client; the interval that the first one is shown begins now.
@@ -86,6 +85,7 @@ private:
     bool startCapture();
     void startStatistics();
     void fold();
+    void tellRecord() const;
     void foldStatistics();
     const char* sourceInUse() const;
     void sayWhy(const std::string& instead);

@@ -53,6 +53,14 @@ double sqlNumber(const SqlValue& value)
     return figure ? *figure : 0;
 }
 
+std::int64_t sqlInteger(const SqlValue& value) { return static_cast<std::int64_t>(sqlNumber(value)); }
+
+std::string sqlWords(const SqlValue& value)
+{
+    const auto* words = std::get_if<std::string>(&value);
+    return words ? validUtf8(*words) : std::string();
+}
+
 std::string sqlText(std::string_view format, std::string_view table)
 {
     std::string text;

@@ -21,6 +21,9 @@ SqlValue sqlValue(const Value& value);
 Value valueOf(const SqlValue& value);
 /// The value as a number; NULL and text count as 0.
 double sqlNumber(const SqlValue& value);
+std::int64_t sqlInteger(const SqlValue& value); ///< likewise
+/// The value as text, made valid UTF-8; NULL and numbers count as none.
+std::string sqlWords(const SqlValue& value);
 
 /// A statement that waits for its commit. In the format "%@" stands for the table and "?" for each argument. Tables are
 /// named by constants of ours only: a name cannot be an argument, so it must never come from a client.

@@ -58,9 +58,10 @@ template <typename Function>
 void HistoryMoment::forEachRow(const Layer& layer, const std::string& key, Function function)
 {
     if (!key.empty()) {
-        const auto rows = layer.found.rows.byKey.find(key);
-        for (const std::size_t row : rows != layer.found.rows.byKey.end() ? rows->second : std::vector<std::size_t>()) {
-            function(row);
+        if (const auto rows = layer.found.rows.byKey.find(key); rows != layer.found.rows.byKey.end()) {
+            for (const std::size_t row : rows->second) {
+                function(row);
+            }
         }
         return;
     }

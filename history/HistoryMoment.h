@@ -24,7 +24,6 @@ public:
     /// s since 1970
     HistoryMoment(double time, double now) : time_(time), now_(now) { }
 
-    double time() const { return time_; }
     /// What is to be read of a storage.
     TimeSpan spanOf(StorageIndex index) const;
     void add(StorageIndex index, RowsOfSpan rows);

@@ -49,17 +49,17 @@ Consumers consumersOf(const Value& list, const std::function<double(const Value&
     return all;
 }
 
-Consumers listed(const Dictionary& envelope, const char* list, const char* figure, double per = 1)
+const Value& orEmpty(const Value& from, const char* entry)
 {
-    const Value* entries = find(envelope, list);
-    return consumersOf(
-        entries ? *entries : Value(), [figure, per](const Value& each) { return amountOf(each, figure) / per; });
+    static const Value nothing;
+    const Value* found = find(from, entry);
+    return found ? *found : nothing;
 }
 
-Value orEmpty(const Value& from, const char* entry)
+Consumers listed(const Dictionary& envelope, const char* list, const char* figure, double per = 1)
 {
-    const Value* found = find(from, entry);
-    return found ? *found : Value();
+    return consumersOf(
+        orEmpty(envelope, list), [figure, per](const Value& each) { return amountOf(each, figure) / per; });
 }
 
 std::vector<RequestKey> listsFor(Complaint complaint)
@@ -86,12 +86,12 @@ std::vector<RequestKey> listsFor(Complaint complaint)
 std::map<std::string, Course> coursesOf(const Value& page)
 {
     std::map<std::string, Course> courses;
-    const Value names = orEmpty(page, "values");
-    const Value samples = orEmpty(page, "samples");
+    const Value& names = orEmpty(page, "values");
+    const Value& samples = orEmpty(page, "samples");
     const double interval = number(page, "interval").value_or(6);
     for (std::size_t row = 0; samples.is_array() && names.is_array() && row < samples.size(); ++row) {
         const double time = amountOf(samples[row], "time");
-        const Value values = orEmpty(samples[row], "values");
+        const Value& values = orEmpty(samples[row], "values");
         std::optional<double> busy;
         for (std::size_t column = 0; values.is_array() && column < std::min(values.size(), names.size()); ++column) {
             if (!values[column].is_number() || !names[column].is_string()) {

@@ -32,7 +32,7 @@ private:
             return session_.fail(
                 exitStatus::refused, "the daemon's answer tells no " + question_.list + ": " + terminalJson(page));
         }
-        rows_.insert(rows_.end(), rows->begin(), rows->end());
+        rows_.insert(question_.isBackwards ? rows_.begin() : rows_.end(), rows->begin(), rows->end());
         const Value* more = find(page, "more");
         const Value* next = find(page, "next");
         const Value* last = next ? next : rows->empty() ? nullptr : find(rows->back(), question_.entry);

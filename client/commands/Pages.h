@@ -15,6 +15,7 @@ struct PagedQuestion {
     std::string list;             ///< the entry of an answer that has the rows
     std::string cursor = "after"; ///< the parameter that goes on behind the last row
     std::string entry = "key";    ///< of that row, what the cursor takes; an answer with "next" says it by that
+    bool isBackwards = false;     ///< each page has what lies before the page that came first
     Value parameters = Value::object();
     std::size_t wanted = 100'000; ///< rows
     std::size_t page = 500;       ///< rows that the daemon gives at once

@@ -20,7 +20,7 @@ struct SamplesQuestion {
 
 /// Asks history.samples page after page. `use` gets the answer with all samples of all pages in it. One without samples
 /// ends the session.
-void askSamples(Session& session, SamplesQuestion question, std::function<void(Value answer)> use);
+void askSamples(Session& session, const SamplesQuestion& question, std::function<void(Value answer)> use);
 
 /// The daemon's finest resolution that reaches back to a moment and does not tell more of the stretch than a plot can
 /// show. The long-term one reaches back for ever, and may be finer than others of the same reach.

@@ -1,6 +1,5 @@
 #include "collectors/applications/ApplicationReader.h"
 
-#include "base/Text.h"
 #include "base/Value.h"
 #include "collectors/applications/ApplicationTables.h"
 #include "database/SQLiteConnection.h"
@@ -15,22 +14,6 @@
 namespace meridal {
 
 namespace {
-
-std::int64_t numberIn(const SqlValue& value) { return static_cast<std::int64_t>(sqlNumber(value)); }
-
-std::string wordsIn(const SqlValue& value)
-{
-    const auto* words = std::get_if<std::string>(&value);
-    return words ? validUtf8(*words) : std::string();
-}
-
-Application applicationIn(std::span<const SqlValue> identityOwnerNameKind)
-{
-    return {.identity = wordsIn(identityOwnerNameKind[0]),
-        .owner = numberIn(identityOwnerNameKind[1]),
-        .name = wordsIn(identityOwnerNameKind[2]),
-        .kind = static_cast<GroupKind>(std::clamp<std::int64_t>(numberIn(identityOwnerNameKind[3]), 0, 2))};
-}
 
 bool isShown(const Application& application, const WhoseApplications& whose)
 {
@@ -48,7 +31,8 @@ std::optional<NamedApplications> readNames(SQLiteConnection& connection, std::st
     NamedApplications names;
     const auto done = connection.forEachRow(
         fmt::format("SELECT identifier, identity, owner, name, kind FROM {} WHERE {}", applicationMap, where), args,
-        [&names](std::span<const SqlValue> row) { names.emplace(numberIn(row[0]), applicationIn(row.subspan(1))); });
+        [&names](
+            std::span<const SqlValue> row) { names.emplace(sqlInteger(row[0]), applicationFrom(row.subspan(1))); });
     return done ? std::optional(std::move(names)) : std::nullopt;
 }
 
@@ -64,7 +48,6 @@ RecordedGroup groupFrom(const Application& application, const ApplicationCell& c
     group.sums = cell.sums.groupSums();
     group.levels.footprintBytes = static_cast<std::uint64_t>(cell.meanMemory());
     group.levels.residentBytes = group.levels.footprintBytes;
-    group.seconds = cell.seconds;
     if (application.kind != GroupKind::Other) {
         group.levels.processes = static_cast<std::uint32_t>(std::min<std::int64_t>(cell.processesPeak, INT32_MAX));
         group.memoryPeakBytes = static_cast<std::uint64_t>(cell.memoryPeak);
@@ -102,7 +85,7 @@ bool addUp(SQLiteConnection& connection, RecordStep step, double from, double un
     return from >= until
         || connection
                .forEachRow(rowsAskedFor(step), args,
-                   [&cells](std::span<const SqlValue> row) { cells[numberIn(row[1])] += cellFrom(row.subspan(2)); })
+                   [&cells](std::span<const SqlValue> row) { cells[sqlInteger(row[1])] += cellFrom(row.subspan(2)); })
                .has_value();
 }
 
@@ -307,7 +290,7 @@ bool readProcesses(SQLiteConnection& connection, const MomentQuestion& question,
     return connection
         .forEachRow(sql, SqlValues{startOf(RecordStep::Minute, question.time)},
             [&](std::span<const SqlValue> row) {
-                const Application application = applicationIn(row);
+                const Application application = applicationFrom(row);
                 const bool isKnown = !application.identity.empty();
                 if (question.whose.viewer && (!isKnown || !isShown(application, question.whose))) {
                     return;
@@ -317,13 +300,13 @@ bool readProcesses(SQLiteConnection& connection, const MomentQuestion& question,
                 process.groupName = application.name;
                 const auto place = places.find(application.identity);
                 process.group = place != places.end() ? place->second : other;
-                process.pid = static_cast<std::int32_t>(numberIn(row[4]));
+                process.pid = static_cast<std::int32_t>(sqlInteger(row[4]));
                 process.startTime = sqlNumber(row[5]);
-                process.name = wordsIn(row[6]);
+                process.name = sqlWords(row[6]);
                 process.cpuSeconds = sqlNumber(row[7]) / 1000;
-                process.memoryBytes = static_cast<std::uint64_t>(numberIn(row[8]));
-                process.diskBytes = static_cast<std::uint64_t>(numberIn(row[9]));
-                process.networkBytes = static_cast<std::uint64_t>(numberIn(row[10]));
+                process.memoryBytes = static_cast<std::uint64_t>(sqlInteger(row[8]));
+                process.diskBytes = static_cast<std::uint64_t>(sqlInteger(row[9]));
+                process.networkBytes = static_cast<std::uint64_t>(sqlInteger(row[10]));
             })
         .has_value();
 }

@@ -1,6 +1,5 @@
 #include "collectors/applications/ApplicationTables.h"
 
-#include "base/Text.h"
 #include "collectors/process/GroupSums.h"
 #include "database/HistoryDatabaseItem.h"
 
@@ -81,12 +80,6 @@ std::int64_t columnNumber(const SqlValue& value)
                   : static_cast<std::int64_t>(std::clamp(sqlNumber(value), 0.0, 9e18));
 }
 
-std::string columnWords(const SqlValue& value)
-{
-    const auto* words = std::get_if<std::string>(&value);
-    return words ? validUtf8(*words) : std::string();
-}
-
 SqlValues rowOf(double start, const Application& application, const ApplicationCell& cell)
 {
     SqlValues row = {stamp(start), application.identity, application.owner};
@@ -117,10 +110,7 @@ bool readCells(SQLiteConnection& connection, RecordStep step, std::string_view w
             [&cells](std::span<const SqlValue> row) {
                 StoredCell& stored = cells.emplace_back();
                 stored.start = sqlNumber(row[0]);
-                stored.application = {.identity = columnWords(row[1]),
-                    .owner = static_cast<std::int64_t>(sqlNumber(row[2])),
-                    .name = columnWords(row[3]),
-                    .kind = static_cast<GroupKind>(std::min<std::int64_t>(2, columnNumber(row[4])))};
+                stored.application = applicationFrom(row.subspan(1));
                 stored.cell = cellFrom(row.subspan(5));
             })
         .has_value();
@@ -196,6 +186,14 @@ std::string cellColumns(std::string_view alias)
     return fmt::format("{}", fmt::join(columns, ", "));
 }
 
+Application applicationFrom(std::span<const SqlValue> columns)
+{
+    return {.identity = sqlWords(columns[0]),
+        .owner = sqlInteger(columns[1]),
+        .name = sqlWords(columns[2]),
+        .kind = static_cast<GroupKind>(std::clamp<std::int64_t>(sqlInteger(columns[3]), 0, 2))};
+}
+
 ApplicationCell cellFrom(std::span<const SqlValue> columns)
 {
     ApplicationCell cell;
@@ -217,7 +215,7 @@ ApplicationTables::ApplicationTables(std::shared_ptr<HistoryDatabaseItem> file) 
     const auto text = [](std::string_view table, std::string_view format) {
         return std::make_shared<const StatementText>(table, format);
     };
-    const std::vector<std::string_view> places(cellColumnCount, "?");
+    const std::vector<std::string_view> places(sumColumns.size() + heldColumns.size(), "?");
     const auto insert = fmt::format("INSERT INTO %@ VALUES (?, {}, {})", numberOf, fmt::join(places, ", "));
     for (const RecordStep step : recordSteps) {
         const std::string_view table = traitsOf(step).table;

@@ -93,9 +93,10 @@ private:
 /// The columns of a period's row after those that say whose and when it is, in the order of their table; of a table that
 /// has been given this alias.
 std::string cellColumns(std::string_view alias);
-constexpr std::size_t cellColumnCount = sumColumns.size() + 4;
 /// A cell out of those columns.
 ApplicationCell cellFrom(std::span<const SqlValue> columns);
+/// Who it is, out of the map's columns identity, owner, name and kind.
+Application applicationFrom(std::span<const SqlValue> columns);
 
 constexpr std::string_view applicationMap = "application_map";
 constexpr std::string_view applicationProcesses = "application_processes";

@@ -21,7 +21,6 @@ struct RecordedGroup {
     GroupLevels levels;
     /// The most that it held. Of `Other` nobody knows: what its groups held at most, they held at different times.
     std::optional<std::uint64_t> memoryPeakBytes;
-    double seconds = 0; ///< for which it was there
 };
 
 /// One process over a minute, as the record has it. `group` is the place of its group in RecordedMoment::groups; that of

@@ -30,8 +30,21 @@ MemoryKillRecord::MemoryKillRecord(Context& context, std::filesystem::path file)
 {
 }
 
-void MemoryKillRecord::update(std::optional<std::uint64_t> count)
+/// While nothing is recorded one that is there already. Null where there is none.
+std::shared_ptr<HistoryDatabaseItem> MemoryKillRecord::database() const
 {
+    std::error_code failure;
+    return context_.databases && (isRecording_ || std::filesystem::exists(file_, failure))
+        ? context_.databases->databaseWithPath(file_)
+        : nullptr;
+}
+
+void MemoryKillRecord::update(std::optional<std::uint64_t> count, bool isRecording)
+{
+    isRecording_ = isRecording;
+    if (isRecording_ && context_.databases && !std::exchange(isDeclared_, true)) {
+        database()->declareTable({.table = killTable, .create = killTableText});
+    }
     if (phase_ == Phase::NotStarted) {
         phase_ = Phase::Loading;
         boot_ = context_.host.machine->bootIdentifier().value_or("");
@@ -45,13 +58,12 @@ void MemoryKillRecord::update(std::optional<std::uint64_t> count)
 
 void MemoryKillRecord::load()
 {
-    if (!context_.databases) {
+    const auto file = database();
+    if (!file) {
         return loaded({});
     }
-    database_ = context_.databases->databaseWithPath(file_);
-    database_->declareTable({.table = killTable, .create = killTableText});
-    database_->queryDatabaseAsync([take = lifetime_.guard([this](const auto& recorded) { loaded(recorded); }),
-                                      &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
+    file->queryDatabaseAsync([take = lifetime_.guard([this](const auto& recorded) { loaded(recorded); }),
+                                 &main = context_.runtime.mainQueue()](SQLiteConnection& connection) {
         const auto rows =
             connection.rows(fmt::format("SELECT * FROM {} ORDER BY rowid DESC LIMIT {}", killTable, mostTold));
         std::deque<Entry> recorded;
@@ -104,12 +116,12 @@ void MemoryKillRecord::add(MemoryKill kill, double time)
     if (isKnown) {
         return;
     }
-    if (database_) {
-        database_->addItem({.table = killTable,
+    if (const auto file = isRecording_ ? database() : nullptr) {
+        file->addItem({.table = killTable,
             .format = "INSERT OR IGNORE INTO %@ VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
             .args = {boot_, static_cast<std::int64_t>(kill.number), time, std::int64_t{kill.pid}, kill.name,
                 sqlOf(kill.uid), kill.cgroup ? SqlValue(*kill.cgroup) : SqlValue(), sqlOf(kill.bytes)}});
-        database_->addItem({.table = killTable,
+        file->addItem({.table = killTable,
             .format = "DELETE FROM %@ WHERE rowid <= (SELECT max(rowid) FROM %@) - ?",
             .args = {static_cast<std::int64_t>(mostRecorded)}});
     }

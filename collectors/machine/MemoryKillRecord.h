@@ -23,8 +23,9 @@ public:
     /// `file` is where the table is.
     MemoryKillRecord(Context& context, std::filesystem::path file);
 
-    /// After each reading of memory: asks who it was when the count of kills has moved.
-    void update(std::optional<std::uint64_t> count);
+    /// After each reading of memory: asks who it was when the count of kills has moved. Without `isRecording` nothing is
+    /// written, and no file made.
+    void update(std::optional<std::uint64_t> count, bool isRecording);
     /// The latest, oldest first: [{"time", "pid", "name", "user", "cgroup", "bytes"}, …].
     Value state() const;
 
@@ -39,6 +40,7 @@ private:
         MemoryKill kill;
     };
 
+    std::shared_ptr<HistoryDatabaseItem> database() const;
     void load();
     void loaded(const std::deque<Entry>& recorded);
     void takeNews();
@@ -46,7 +48,8 @@ private:
 
     Context& context_;
     const std::filesystem::path file_;
-    std::shared_ptr<HistoryDatabaseItem> database_; ///< null before the first update, and without databases
+    bool isRecording_ = false;
+    bool isDeclared_ = false; ///< the table
     Phase phase_ = Phase::NotStarted;
     std::string boot_; ///< identifies it
     std::uint64_t count_ = 0;

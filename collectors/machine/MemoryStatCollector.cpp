@@ -48,7 +48,7 @@ void MemoryStatCollector::read(double monotonicTime)
         reading_.reset();
         return note({});
     }
-    kills_.update(reading->outOfMemoryKills);
+    kills_.update(reading->outOfMemoryKills, history().isRecording());
     const auto before = std::exchange(reading_, Timed<MemoryReading>{*reading, monotonicTime});
     const SwapRates rates = before ? swapRates(*before, *reading_) : SwapRates();
     const std::uint64_t used = reading->total - std::min(reading->total, reading->available);

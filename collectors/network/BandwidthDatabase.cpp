@@ -45,20 +45,12 @@ const ViewSchema namedSamples = {.view = "bandwidth_samples_named",
               "LEFT JOIN bandwidth_interface_map AS interfaces ON interfaces.identifier = samples.interface "
               "LEFT JOIN bandwidth_wifi_map AS networks ON networks.identifier = samples.network"};
 
-std::string columnText(const SqlValue& value)
-{
-    const auto* words = std::get_if<std::string>(&value);
-    return words ? validUtf8(*words) : std::string();
-}
-
-std::int64_t columnInteger(const SqlValue& value) { return static_cast<std::int64_t>(sqlNumber(value)); }
-
 /// A single number; 0 where there is no row.
 std::optional<std::int64_t> readNumber(SQLiteConnection& connection, std::string_view sql, const SqlValues& args)
 {
     std::int64_t number = 0;
     const auto done = connection.forEachRow(
-        sql, args, [&](std::span<const SqlValue> row) { number = row.empty() ? 0 : columnInteger(row[0]); });
+        sql, args, [&](std::span<const SqlValue> row) { number = row.empty() ? 0 : sqlInteger(row[0]); });
     return done ? std::optional(number) : std::nullopt;
 }
 
@@ -96,9 +88,9 @@ std::optional<BandwidthDatabase::Maps> BandwidthDatabase::readMaps(SQLiteConnect
         "bandwidth_interface_addresses AS addresses ON addresses.identifier = map.identifier ORDER BY map.identifier",
         {}, [&](std::span<const SqlValue> row) {
             InterfaceRow& entry = maps.interfaces.emplace_back();
-            entry.identifier = columnInteger(row[0]);
-            entry.interface = columnText(row[1]);
-            entry.address = columnText(row[2]);
+            entry.identifier = sqlInteger(row[0]);
+            entry.interface = sqlWords(row[1]);
+            entry.address = sqlWords(row[2]);
             if (entry.address->empty()) {
                 entry.address.reset();
             }
@@ -107,7 +99,7 @@ std::optional<BandwidthDatabase::Maps> BandwidthDatabase::readMaps(SQLiteConnect
         connection.forEachRow("SELECT identifier, bssid, name FROM bandwidth_wifi_map ORDER BY identifier", {},
             [&](std::span<const SqlValue> row) {
                 maps.networks.push_back(
-                    {.bssid = columnText(row[1]), .name = columnText(row[2]), .identifier = columnInteger(row[0])});
+                    {.bssid = sqlWords(row[1]), .name = sqlWords(row[2]), .identifier = sqlInteger(row[0])});
             });
     const auto lastInterface = lastGivenOut(connection, "bandwidth_interface_map");
     const auto lastNetwork = lastGivenOut(connection, "bandwidth_wifi_map");

@@ -102,6 +102,8 @@ private:
     std::uint32_t placeOf(const Item& item);
     // Growth
     void addGrowth();
+    static Marks growthSince(Marks& marks, const Marks& now);
+    static Marks marksOf(const EndedRecord& record);
     Marks growthOf(Account& account, const ProcessCounters& counters) const;
     Marks growthOfChildren(Account& account, const ProcessCounters& counters);
     void add(std::uint32_t place, const Marks& growth);

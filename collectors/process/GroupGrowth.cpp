@@ -72,12 +72,19 @@ GroupAccumulator::Marks GroupAccumulator::growthOf(Account& account, const Proce
         marks.wakeups = counters.idleWakeups;
     }
     account.known |= fresh;
+    return growthSince(marks,
+        {counters.cpuTime, counters.cpuUser, counters.diskReadTotal, counters.diskWriteTotal, counters.idleWakeups});
+}
+
+/// Of all its marks at once.
+GroupAccumulator::Marks GroupAccumulator::growthSince(Marks& marks, const Marks& now)
+{
     Marks growth;
-    growth.cpu = takeGrowth(marks.cpu, counters.cpuTime);
-    growth.user = std::min(growth.cpu, takeGrowth(marks.user, counters.cpuUser));
-    growth.read = takeGrowth(marks.read, counters.diskReadTotal);
-    growth.written = takeGrowth(marks.written, counters.diskWriteTotal);
-    growth.wakeups = takeGrowth(marks.wakeups, counters.idleWakeups);
+    growth.cpu = takeGrowth(marks.cpu, now.cpu);
+    growth.user = std::min(growth.cpu, takeGrowth(marks.user, now.user));
+    growth.read = takeGrowth(marks.read, now.read);
+    growth.written = takeGrowth(marks.written, now.written);
+    growth.wakeups = takeGrowth(marks.wakeups, now.wakeups);
     return growth;
 }
 
@@ -98,6 +105,11 @@ GroupAccumulator::Marks GroupAccumulator::growthOfChildren(Account& account, con
 
 // Who has ended
 
+GroupAccumulator::Marks GroupAccumulator::marksOf(const EndedRecord& record)
+{
+    return {record.cpuTime, record.cpuUser, record.diskBytesRead, record.diskBytesWritten, record.wakeups};
+}
+
 void GroupAccumulator::addEnded()
 {
     if (!knowsEnded_) {
@@ -116,12 +128,7 @@ void GroupAccumulator::addFinal(const EndedRecord& record)
     if (!account) {
         return;
     }
-    Marks growth;
-    growth.cpu = takeGrowth(account->marks.cpu, record.cpuTime);
-    growth.user = std::min(growth.cpu, takeGrowth(account->marks.user, record.cpuUser));
-    growth.read = takeGrowth(account->marks.read, record.diskBytesRead);
-    growth.written = takeGrowth(account->marks.written, record.diskBytesWritten);
-    growth.wakeups = takeGrowth(account->marks.wakeups, record.wakeups);
+    const Marks growth = growthSince(account->marks, marksOf(record));
     add(account->place, growth);
     addToMinute(*account, growth);
     const auto gone = std::find_if(gone_.begin(), gone_.end(),
@@ -138,13 +145,8 @@ void GroupAccumulator::addUnmet(const EndedRecord& record)
     GroupSums& sums = groups_.at(of).sums;
     sums.processesStarted += record.processes;
     sums.processesEnded += record.processes;
-    Marks all;
-    all.cpu = record.cpuTime;
-    all.user = std::min(record.cpuTime, record.cpuUser);
-    all.read = record.diskBytesRead;
-    all.written = record.diskBytesWritten;
-    all.wakeups = record.wakeups;
-    add(of, all);
+    Marks none;
+    add(of, growthSince(none, marksOf(record)));
 }
 
 /// Where it would have stood if a pass had met it.

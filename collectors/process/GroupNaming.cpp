@@ -24,6 +24,12 @@ std::string withinBounds(std::string identity)
     return identity;
 }
 
+/// By where it lies, else by what it is called.
+std::string identityOfProgram(const std::string& path, const std::string& name)
+{
+    return withinBounds(path.empty() ? "name:" + name : path.ends_with(".app") ? "bundle:" + path : "exe:" + path);
+}
+
 /// "nginx" of "unit:nginx.service", "firefox" of "app:firefox".
 std::string nameWithin(std::string_view identity)
 {
@@ -61,9 +67,7 @@ GroupName GroupNaming::of(ProcessStatCollectorItem& head)
     }
     const std::string program = programOf(head);
     programs_.store(head.commandName, program);
-    group.identity = withinBounds(program.empty() ? "name:" + group.name
-            : program.ends_with(".app")           ? "bundle:" + program
-                                                  : "exe:" + program);
+    group.identity = identityOfProgram(program, group.name);
     return group;
 }
 
@@ -104,10 +108,7 @@ GroupName GroupNaming::ofEnded(std::string_view name, std::optional<std::uint32_
         programs_.store(command, validUtf8(context_.host.processes->usualPath(command).value_or("")));
         path = programs_.find(command);
     }
-    group.identity = withinBounds(path->empty() ? "name:" + group.name : "exe:" + *path);
-    if (path->ends_with(".app")) {
-        group.identity = withinBounds("bundle:" + *path);
-    }
+    group.identity = identityOfProgram(*path, group.name);
     return group;
 }
 

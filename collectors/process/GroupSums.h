@@ -6,7 +6,7 @@
 
 namespace meridal {
 
-/// What somebody has used since some moment. Grows only, but for nobody's fault: a difference of two is taken by `since()`.
+/// What somebody has used since some moment. Grows only, but for nobody's fault.
 struct GroupSums {
     double cpuUserSeconds = 0;
     double cpuSystemSeconds = 0;
@@ -22,8 +22,6 @@ struct GroupSums {
 
     double cpuSeconds() const { return cpuUserSeconds + cpuSystemSeconds; }
     GroupSums& operator+=(const GroupSums& other);
-    /// What came between an earlier state of the same sums and this one; no member is below 0.
-    GroupSums since(const GroupSums& earlier) const;
 };
 
 /// What somebody holds at one moment, or held at most.

@@ -148,6 +148,9 @@ protected:
         disk->controller = controllerPage("S5GX", "FAST 1000", "2B2Q");
         machine.disks().plugged.push_back(disk);
         machine.counters().processor = ProcessorReading{.load1Minute = 1.5};
+        machine.counters().ram = MemoryReading{};
+        machine.counters().ram->outOfMemoryKills = 1;
+        machine.counters().kills.emplace_back().name = "hungry";
         machine.powerSources().change({{.name = "Pack", .supply = PowerSupplyState::Battery}});
         service = std::make_unique<ConfigurationService>(machine.context, *files, house.services);
         service->apply();
@@ -211,6 +214,14 @@ TEST_F(RecordingTest, EverythingIsRecordedByDefaultFromTheFirstMinutes)
     EXPECT_GE(rows("machine-history.db", "hour_processorhistory WHERE empty = 0"), 10);
     EXPECT_GE(rows("battery-history.db", "battery_sources"), 1);
     EXPECT_GE(rows("applications.db", "application_minutes"), 1);
+
+    reload("[record]\napplications = no\n");
+    machine.runtime.advance(3 * 3600);
+    reload("");
+    const double before = rows("applications.db", "application_minutes");
+    machine.runtime.advance(200);
+    EXPECT_GT(rows("applications.db", "application_minutes"), before);
+    EXPECT_EQ(rows("applications.db", "application_minutes WHERE seconds > 120"), 0) << "nobody's time is no minute's";
 }
 
 TEST_F(RecordingTest, WhatIsOffMakesNoFileAndReadsForWhoAsksOnly)
@@ -224,7 +235,9 @@ TEST_F(RecordingTest, WhatIsOffMakesNoFileAndReadsForWhoAsksOnly)
     EXPECT_EQ(machine.counters().reads, counted);
     EXPECT_EQ(static_cast<int>(machine.sensors().total), sensed);
 
-    EXPECT_EQ(ask("machine.state")["cpu"]["load1"], 1.5);
+    const Value state = ask("machine.state");
+    EXPECT_EQ(state["cpu"]["load1"], 1.5);
+    EXPECT_EQ(state["memoryKills"][0]["name"], "hungry");
     EXPECT_EQ(ask("sensors.list")["sensors"][0]["value"], 40.0);
     EXPECT_EQ(ask("battery.state")["batteries"].size(), 1U);
     EXPECT_EQ(ask("battery.history")["rows"], Value::array());

@@ -19,7 +19,6 @@ enum {
 enum {
     BPF_ENDED_KERNEL_THREAD = 1,
     BPF_ENDED_ITSELF = 2, /* it is the known one: its figures stand alone */
-    BPF_ENDED_HAS_IO = 4, /* the kernel accounts storage traffic to processes */
 };
 
 /** Who ended, as far as it matters to whom its figures go: of processes that no pass ever met, all that do the same work for

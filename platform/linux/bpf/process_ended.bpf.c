@@ -109,8 +109,7 @@ static __always_inline void note_leaving(const struct task_struct* task)
         return;
     }
     struct BpfEndedKey key = {};
-    key.flags = (leader->flags & PF_KTHREAD ? BPF_ENDED_KERNEL_THREAD : 0)
-        | (bpf_core_field_exists(leader->ioac.read_bytes) ? BPF_ENDED_HAS_IO : 0);
+    key.flags = leader->flags & PF_KTHREAD ? BPF_ENDED_KERNEL_THREAD : 0;
     key.user = leader->real_cred->uid.val;
     if (bpf_core_field_exists(leader->cgroups)) {
         const struct kernfs_node* folder = leader->cgroups->dfl_cgrp->kn;

@@ -37,8 +37,9 @@ LinuxMachineInfo::LinuxMachineInfo(const std::filesystem::path& root) : root_(ro
     readProcessors();
     readNetwork();
     readSystem();
-    virtualisation_ = readVirtualisation(root_);
 }
+
+std::optional<std::string> LinuxMachineInfo::virtualisation() const { return readVirtualisation(root_); }
 
 std::optional<std::string> LinuxMachineInfo::firmwareText(std::string_view name) const
 {

@@ -33,7 +33,7 @@ public:
     std::string kernelRelease() const override { return kernelRelease_; }
     std::string architecture() const override { return architecture_; }
     std::string hostName() const override;
-    std::optional<std::string> virtualisation() const override { return virtualisation_; }
+    std::optional<std::string> virtualisation() const override;
     std::optional<double> bootTime() const override;
     std::optional<std::string> bootIdentifier() const override { return bootIdentifier_; }
     /// "FakeSMC", as on any machine of another vendor, unless the kernel drives a real SMC.
@@ -66,7 +66,6 @@ private:
     std::string systemName_;
     std::string kernelRelease_;
     std::string architecture_;
-    std::optional<std::string> virtualisation_;
     std::optional<bool> portable_;
     bool realSMC_ = false;
     std::string serviceManager_;

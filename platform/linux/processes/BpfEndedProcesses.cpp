@@ -27,6 +27,16 @@ std::string pathOfPlace(const BpfEndedPlace& place)
     return path;
 }
 
+void setFigures(EndedRecord& record, const BpfEndedSums& sums)
+{
+    record.processes = sums.processes;
+    record.cpuTime = sums.runTime;
+    record.cpuUser = proc::userPartOf(sums.runTime, sums.userTime, sums.systemTime);
+    record.diskBytesRead = sums.readBytes;
+    record.diskBytesWritten = proc::bytesWritten(sums.writtenBytes, sums.cancelledBytes, 0);
+    record.wakeups = sums.voluntarySwitches;
+}
+
 } // namespace
 
 Result<std::unique_ptr<BpfEndedProcesses>> BpfEndedProcesses::attach(
@@ -92,15 +102,10 @@ EndedRecord BpfEndedProcesses::recordOf(const BpfEndedKey& key, const BpfEndedSu
         .knownStart = key.knownStart / tick_,
         .isItself = (key.flags & BPF_ENDED_ITSELF) != 0,
         .isKernelThread = (key.flags & BPF_ENDED_KERNEL_THREAD) != 0,
-        .processes = sums.processes,
         .unit = units_->ofCgroup(key.cgroup),
         .user = key.user,
-        .cpuTime = sums.runTime,
-        .cpuUser = proc::userPartOf(sums.runTime, sums.userTime, sums.systemTime),
-        .diskBytesRead = sums.readBytes,
-        .diskBytesWritten = sums.writtenBytes > sums.cancelledBytes ? sums.writtenBytes - sums.cancelledBytes : 0,
-        .wakeups = sums.voluntarySwitches,
     };
+    setFigures(record, sums);
     for (std::size_t i = 0; i < record.names.size(); ++i) {
         record.names.at(i) = endedName(key.names[i], sizeof key.names[i]);
     }
@@ -120,18 +125,15 @@ void BpfEndedProcesses::takeRest()
         return;
     }
     const BpfEndedSums before = std::exchange(rest_, now);
-    const std::uint64_t ran = now.runTime - before.runTime;
-    const std::uint64_t written = now.writtenBytes - before.writtenBytes;
-    const std::uint64_t cancelled = now.cancelledBytes - before.cancelledBytes;
-    records_.push_back({
-        .isRest = true,
-        .processes = now.processes - before.processes,
-        .cpuTime = ran,
-        .cpuUser = proc::userPartOf(ran, now.userTime - before.userTime, now.systemTime - before.systemTime),
-        .diskBytesRead = now.readBytes - before.readBytes,
-        .diskBytesWritten = written > cancelled ? written - cancelled : 0,
-        .wakeups = now.voluntarySwitches - before.voluntarySwitches,
-    });
+    setFigures(records_.emplace_back(EndedRecord{.isRest = true}),
+        {.processes = now.processes - before.processes,
+            .runTime = now.runTime - before.runTime,
+            .userTime = now.userTime - before.userTime,
+            .systemTime = now.systemTime - before.systemTime,
+            .readBytes = now.readBytes - before.readBytes,
+            .writtenBytes = now.writtenBytes - before.writtenBytes,
+            .cancelledBytes = now.cancelledBytes - before.cancelledBytes,
+            .voluntarySwitches = now.voluntarySwitches - before.voluntarySwitches});
 }
 
 /// Whoever is added to an entry in the instant in which it is taken out is lost: the kernel has no way to keep both apart.

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <unistd.h>
 
 namespace meridal::proc {
@@ -30,6 +31,7 @@ bool countsInterruptsApart(const std::filesystem::path& root)
     if (!types) {
         return true;
     }
+    const std::boyer_moore_horspool_searcher wanted(name.begin(), name.end());
     std::string text;
     while (types) {
         text.erase(0, text.size() - std::min(text.size(), name.size()));
@@ -37,7 +39,7 @@ bool countsInterruptsApart(const std::filesystem::path& root)
         text.resize(kept + piece);
         types.read(text.data() + kept, piece);
         text.resize(kept + static_cast<std::size_t>(types.gcount()));
-        if (text.find(name) != std::string::npos) {
+        if (std::search(text.begin(), text.end(), wanted) != text.end()) {
             return true;
         }
     }
