@@ -29,7 +29,7 @@ struct BpfEndedKey {
     __u32 flags;      /* BPF_ENDED_* */
     __u64 cgroup;     /* inode number of its folder in the unified hierarchy */
     __u32 user;       /* real user id */
-    __u32 unused;
+    __u32 period;     /* as the daemon counts them: only entries of the present one are added to */
     /* Of itself, its parent and so on, up to right under the known one; empty where there are no more. */
     char names[BPF_ENDED_NAMES][BPF_ENDED_NAME];
 };

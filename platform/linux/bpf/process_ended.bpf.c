@@ -23,9 +23,17 @@ struct {
     __type(value, struct BpfEndedKey);
 } leaving SEC(".maps");
 
+/* The daemon raises it before it looks at `ended`. */
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, __u32);
+} period SEC(".maps");
+
 struct {
     __uint(type, BPF_MAP_TYPE_HASH);
-    __uint(max_entries, 8192);
+    __uint(max_entries, 16384);
     __uint(map_flags, BPF_F_NO_PREALLOC);
     __type(key, struct BpfEndedKey);
     __type(value, struct BpfEndedSums);
@@ -177,8 +185,10 @@ SEC("tp_btf/sched_process_free") int add_ended(__u64* arguments)
     if (!left) {
         return 0; /* it had ended before anybody looked */
     }
-    const struct BpfEndedKey key = *left;
+    struct BpfEndedKey key = *left;
     bpf_map_delete_elem(&leaving, &address);
+    const __u32* now = bpf_map_lookup_elem(&period, &first);
+    key.period = now ? *now : 0;
     struct BpfEndedSums* sums = bpf_map_lookup_elem(&ended, &key);
     if (!sums) {
         const struct BpfEndedSums none = {};

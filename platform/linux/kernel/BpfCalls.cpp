@@ -106,7 +106,7 @@ bool writeBpfMap(int map, const void* key, const void* value)
 
 bool removeFromBpfMap(int map, const void* key) { return elementCall(BPF_MAP_DELETE_ELEM, map, key, nullptr); }
 
-std::uint32_t takeFromBpfMap(int map, BpfBatch& batch, void* keys, void* values, std::uint32_t room)
+std::uint32_t readBpfBatch(int map, BpfBatch& batch, void* keys, void* values, std::uint32_t room)
 {
     bpf_attr attributes = emptyAttributes();
     std::uint32_t next = 0;
@@ -116,8 +116,8 @@ std::uint32_t takeFromBpfMap(int map, BpfBatch& batch, void* keys, void* values,
     attributes.batch.values = bpfAddress(values);
     attributes.batch.count = room;
     attributes.batch.map_fd = static_cast<std::uint32_t>(map);
-    const long failure = bpfCall(BPF_MAP_LOOKUP_AND_DELETE_BATCH, attributes);
-    batch = {.position = next, .isFirst = false, .atEnd = failure < 0};
+    const long failure = bpfCall(batch.takesOut ? BPF_MAP_LOOKUP_AND_DELETE_BATCH : BPF_MAP_LOOKUP_BATCH, attributes);
+    batch = {.takesOut = batch.takesOut, .position = next, .isFirst = false, .atEnd = failure < 0};
     return failure == 0 || failure == -ENOENT ? attributes.batch.count : 0; // the latter with the last of them
 }
 

@@ -46,27 +46,27 @@ bool readBpfMap(int map, const void* key, void* value);
 bool writeBpfMap(int map, const void* key, const void* value);
 bool removeFromBpfMap(int map, const void* key);
 
-/// Takes elements out of a hash map, as many as there is room for. `position`: where the last call ended, 0 at first. How many;
-/// 0 at the end of the map, or when it fails.
+/// Elements of a hash map, as many as there is room for; taken out of it, or only looked at. `position`: where the last call
+/// ended, 0 at first. How many; 0 at the end of the map, or when it fails.
 struct BpfBatch {
+    bool takesOut = false;
     std::uint32_t position = 0;
     bool isFirst = true;
     bool atEnd = false;
 };
-std::uint32_t takeFromBpfMap(int map, BpfBatch& batch, void* keys, void* values, std::uint32_t room);
+std::uint32_t readBpfBatch(int map, BpfBatch& batch, void* keys, void* values, std::uint32_t room);
 /// All of them, behind those that the vectors hold.
 template <typename Key, typename Value>
-void takeAllFromBpfMap(int map, std::vector<Key>& keys, std::vector<Value>& values)
+void readBpfBatches(int map, BpfBatch batch, std::vector<Key>& keys, std::vector<Value>& values)
 {
     constexpr std::uint32_t room = 256;
-    BpfBatch batch;
     while (!batch.atEnd) {
         const std::size_t size = keys.size();
         keys.resize(size + room);
         values.resize(size + room);
-        const std::uint32_t taken = takeFromBpfMap(map, batch, &keys[size], &values[size], room);
-        keys.resize(size + taken);
-        values.resize(size + taken);
+        const std::uint32_t read = readBpfBatch(map, batch, &keys[size], &values[size], room);
+        keys.resize(size + read);
+        values.resize(size + read);
     }
 }
 

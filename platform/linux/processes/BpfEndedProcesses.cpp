@@ -27,6 +27,18 @@ std::string pathOfPlace(const BpfEndedPlace& place)
     return path;
 }
 
+BpfEndedSums operator-(const BpfEndedSums& now, const BpfEndedSums& before)
+{
+    return {.processes = now.processes - before.processes,
+        .runTime = now.runTime - before.runTime,
+        .userTime = now.userTime - before.userTime,
+        .systemTime = now.systemTime - before.systemTime,
+        .readBytes = now.readBytes - before.readBytes,
+        .writtenBytes = now.writtenBytes - before.writtenBytes,
+        .cancelledBytes = now.cancelledBytes - before.cancelledBytes,
+        .voluntarySwitches = now.voluntarySwitches - before.voluntarySwitches};
+}
+
 void setFigures(EndedRecord& record, const BpfEndedSums& sums)
 {
     record.processes = sums.processes;
@@ -38,6 +50,11 @@ void setFigures(EndedRecord& record, const BpfEndedSums& sums)
 }
 
 } // namespace
+
+bool BpfEndedProcesses::ByBytes::operator()(const BpfEndedKey& one, const BpfEndedKey& other) const
+{
+    return std::memcmp(&one, &other, sizeof one) < 0;
+}
 
 Result<std::unique_ptr<BpfEndedProcesses>> BpfEndedProcesses::attach(
     std::shared_ptr<CgroupUnits> units, std::uint64_t tick)
@@ -86,7 +103,7 @@ void BpfEndedProcesses::takePlaces()
 {
     std::vector<std::uint64_t> groups;
     std::vector<BpfEndedPlace> places;
-    takeAllFromBpfMap(object_.map("places"), groups, places);
+    readBpfBatches(object_.map("places"), {.takesOut = true}, groups, places);
     if (paths_.size() + groups.size() > mostPaths) {
         paths_.clear();
     }
@@ -124,29 +141,43 @@ void BpfEndedProcesses::takeRest()
     if (!readBpfMap(object_.map("beyond"), &only, &now) || now.processes == rest_.processes) {
         return;
     }
-    const BpfEndedSums before = std::exchange(rest_, now);
-    setFigures(records_.emplace_back(EndedRecord{.isRest = true}),
-        {.processes = now.processes - before.processes,
-            .runTime = now.runTime - before.runTime,
-            .userTime = now.userTime - before.userTime,
-            .systemTime = now.systemTime - before.systemTime,
-            .readBytes = now.readBytes - before.readBytes,
-            .writtenBytes = now.writtenBytes - before.writtenBytes,
-            .cancelledBytes = now.cancelledBytes - before.cancelledBytes,
-            .voluntarySwitches = now.voluntarySwitches - before.voluntarySwitches});
+    setFigures(records_.emplace_back(EndedRecord{.isRest = true}), now - std::exchange(rest_, now));
 }
 
-/// Whoever is added to an entry in the instant in which it is taken out is lost: the kernel has no way to keep both apart.
-std::span<const EndedRecord> BpfEndedProcesses::take()
+/// An entry is taken out one call after the last program may have added to it, and what came after it was told is told then:
+/// one that is added to in the instant in which it is taken out would be lost.
+void BpfEndedProcesses::takeEnded()
 {
+    ++period_;
+    const std::uint32_t only = 0;
+    static_cast<void>(writeBpfMap(object_.map("period"), &only, &period_));
     keys_.clear();
     sums_.clear();
-    records_.clear();
-    takeAllFromBpfMap(object_.map("ended"), keys_, sums_);
-    takePlaces();
+    readBpfBatches(object_.map("ended"), {}, keys_, sums_);
+    takePlaces(); // which are noted before their processes are counted
+    const auto before = std::exchange(told_, {});
     for (std::size_t i = 0; i < keys_.size(); ++i) {
-        records_.push_back(recordOf(keys_[i], sums_[i]));
+        if (keys_[i].period == period_) {
+            continue; // the next call's
+        }
+        BpfEndedSums sums = sums_[i];
+        if (keys_[i].period + 1 == period_) {
+            told_.emplace(keys_[i], sums);
+        } else {
+            removeFromBpfMap(object_.map("ended"), &keys_[i]);
+            const auto told = before.find(keys_[i]);
+            sums = told == before.end() ? sums : sums - told->second;
+        }
+        if (sums.processes > 0) {
+            records_.push_back(recordOf(keys_[i], sums));
+        }
     }
+}
+
+std::span<const EndedRecord> BpfEndedProcesses::take()
+{
+    records_.clear();
+    takeEnded();
     takeRest();
     return records_;
 }

@@ -8,6 +8,7 @@
 #include "platform/linux/processes/CgroupUnits.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -31,10 +32,15 @@ public:
     std::span<const EndedRecord> take();
 
 private:
+    struct ByBytes {
+        bool operator()(const BpfEndedKey& one, const BpfEndedKey& other) const;
+    };
+
     BpfEndedProcesses(
         BpfObject object, Descriptor exits, Descriptor frees, std::shared_ptr<CgroupUnits> units, std::uint64_t tick);
     EndedRecord recordOf(const BpfEndedKey& key, const BpfEndedSums& sums) const;
     void takePlaces();
+    void takeEnded();
     void takeRest();
 
     BpfObject object_;
@@ -44,6 +50,10 @@ private:
     std::uint64_t tick_;
     std::uint64_t beginning_ = 0; ///< of the pass that runs, ns since boot; 0 = not known
     BpfEndedSums rest_ = {};      ///< as read last
+    std::uint32_t period_ = 0;    ///< the kernel's programs add to entries of this one only
+    /// Of the period before, as told already: a program that had looked at the period before it was raised may still have
+    /// added to them.
+    std::map<BpfEndedKey, BpfEndedSums, ByBytes> told_;
     std::vector<BpfEndedKey> keys_;
     std::vector<BpfEndedSums> sums_;
     std::unordered_map<std::uint64_t, std::string> paths_; ///< of control groups that somebody has ended in
