@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "base/AsioTimers.h"
 
 #include <asio/post.hpp>

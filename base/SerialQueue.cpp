@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "base/SerialQueue.h"
 
 #include "base/CurrentQueue.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The record of what applications use: how long each question takes with a year of 300 applications in the file, what a
 // pass and a minute cost, and, with --years=N, how large the file is after so many years.
 

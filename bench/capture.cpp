@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What per-process traffic costs: frames a second from the decoder to the fold, and a tick beside thousands of open
 // sockets.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a pass costs that hands four lists to 200 clients: the call on the measuring thread, and the whole way into the
 // clients' sockets.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What history costs: rows a second from a collector's samples to a committed file against the same rows written by bare
 // SQLite in one transaction, and the share of a core that 200 items cost at one sample a second.
 

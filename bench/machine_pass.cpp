@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one reading of the machine's own figures costs, from the real /proc and /sys: each part, and a pass of the service
 // with all of them and its record, as it is made every 6 s.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one update of the process collector costs, per process and with every list wanted: reading the table, the whole
 // pass, building the five lists. `allocations` counts calls of operator new per iteration: a steady pass makes none.
 

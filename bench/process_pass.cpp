@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one pass over the process table costs: CPU per process, on the machine as it is. Run it beside a crowd of idle
 // processes, for some seconds a case.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the sample store costs: a sample added, an average taken. The counters tell allocations per operation; in steady
 // state adding and averaging must not make any.
 

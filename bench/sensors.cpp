@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading 200 sensors of hwmon chips: 10 chips with 20 temperatures each, in files in memory.
 
 #include "base/AsioRuntime.h"

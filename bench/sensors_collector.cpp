@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What sensors cost: reading and converting 200 keys of an SMC, and the collector's whole second with 200 items, history and
 // its files included. SMC and sensors are in memory: the drivers' own time is not in here.
 

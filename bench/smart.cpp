@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the disks of a large machine cost each time they are read: parsing the pages of 64 of them, taking the figures into
 // the items, and building what clients get of key 64. Disks with 30 attributes each, as they have at most.
 

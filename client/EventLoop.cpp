@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/EventLoop.h"
 
 #include <asio/io_context.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/commands/CommandLine.h"
 #include "client/commands/Session.h"
 #include "client/screen/Output.h"

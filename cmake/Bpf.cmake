@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The programs in platform/linux/bpf that run inside the kernel. Each NAME.bpf.c becomes a light skeleton: a C header that
 # holds the object as the kernel's own loader program, so that loading needs no library and parses no kernel type data.
 #

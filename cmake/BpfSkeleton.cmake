@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Run by the build (cmake -P): writes SKELETON out of OBJECT, and TABLE, a C source that says where in the skeleton which
 # map and which program is. The skeleton is C that C++ does not take, and its layout is that of one version of libbpf.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Every library from outside, under one name for all hosts. A cross-build for macOS takes the header-only ones from the
 # folder that the toolchain file offers and everything else from the SDK.
 

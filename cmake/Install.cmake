@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What `cmake --install build/release` puts where, under CMAKE_INSTALL_PREFIX (/usr/local unless told otherwise).
 include(GNUInstallDirs)
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What every target of the house shares, and the two kinds of target: a room (a static library of all sources in one
 # folder) and a program.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of StatCollector that deals in time: the one-second clock.
 
 #include "collectors/StatCollector.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "daemon/MRDXPCServerConnection.h"
 
 #include "collectors/process/ProcessStatCollector.h"

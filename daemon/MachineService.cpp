@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "daemon/MachineService.h"
 
 #include "daemon/MeridalHistory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of MomentFigures that finds what changed.
 
 #include "daemon/HistoryQuestions.h"

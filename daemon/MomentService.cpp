@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "daemon/MomentService.h"
 
 #include "base/Runtime.h"

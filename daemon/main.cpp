@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process entry: reads the command line, makes sure that it is the only daemon on its root, builds the house from
 // the ground up, serves until a signal ends it.
 

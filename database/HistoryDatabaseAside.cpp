@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of HistoryDatabaseFile that deals with what lies in the file's place and cannot be used: it is renamed, and its
 // rows are read into a fresh file.
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Lists what applications have used, by CPU time: python3 docs/example_applications.py [HOURS] [SOCKET]"""
 
 import sys

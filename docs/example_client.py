@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A client of meridald in plain Python: one connection, calls, and the envelopes that are pushed.
 
     from example_client import Client

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A database of drives that says anything at all. On macOS its file belongs to whoever installed it, and the daemon reads it
 // as root. The first line is the model of a disk, the second its firmware, and the rest the database.
 

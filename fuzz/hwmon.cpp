@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The first byte chooses what reads the rest: a figure of a chip, lm-sensors' configuration, a formula, a table of keys, or
 // the names by which a chip is known.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "daemon/transport/JsonRpcDispatcher.h"
 #include "tests/support/VirtualRuntime.h"
 #include "tests/transport/FakeDaemon.h"

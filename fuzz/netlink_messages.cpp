@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages as a netlink socket may hand them over: what the parsers find lies within them and makes sense.
 
 #include "platform/linux/kernel/NetlinkSocket.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The "uevent" of a power supply: the figures derived from whatever a driver says must stay within their meaning. And the
 // report descriptor of its device, which is the device's own, as are the reports that it describes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The first byte chooses the parser, the rest is the file.
 
 #include "platform/linux/kernel/ProcParsers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What clients say of sensors, and what an SMC says of its keys: the first bytes are a key's type, size and data, the rest
 // is the JSON of configurations, which a whole collector then answers on a small SMC of such keys.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pages of a disk that answers anything at all. The first byte chooses the parser; bit 7 of it mends the checksum, which
 // would else keep nearly every input out.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of HistoryRecorder that deals in time: which periods end, and what they are handed over with.
 
 #include "history/HistoryRecorder.h"

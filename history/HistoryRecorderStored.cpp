@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of HistoryRecorder that deals in what is stored: takes it up at the start, and reads it for clients.
 
 #include "base/Log.h"

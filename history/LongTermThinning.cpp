@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "history/LongTermThinning.h"
 
 #include "database/SQLiteConnection.h"

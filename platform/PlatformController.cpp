@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/PlatformController.h"
 
 #include "base/Text.h"

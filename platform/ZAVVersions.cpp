@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/ZAVVersions.h"
 
 #include "platform/Context.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Remembers which files passed a slow check, by content, so that tools/lint and tools/tidy repeat it only for what changed.
 
 Like a compiler cache it lives beside the user's other caches and serves every checkout on the machine.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "wire/DaemonMessage.h"
 #include "wire/JsonRpcMessage.h"
 #include "wire/Methods.h"

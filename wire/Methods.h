@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// The names of all that can be called, as they stand on the wire. Arguments and replies: DaemonProtocol.h for the first

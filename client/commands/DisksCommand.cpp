@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/commands/Commands.h"
 #include "client/commands/Pages.h"
 #include "client/screen/Format.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/commands/LiveScreen.h"
 
 #include "client/screen/TextTable.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/commands/RepeatedView.h"
 
 #include "client/screen/Format.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/commands/Samples.h"
 
 #include "client/commands/Pages.h"

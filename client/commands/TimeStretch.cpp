@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/commands/TimeStretch.h"
 
 #include "client/screen/Moments.h"

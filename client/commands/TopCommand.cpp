@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/commands/Commands.h"
 #include "client/commands/LiveScreen.h"
 #include "client/commands/TopSession.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/screen/Screen.h"
 
 #include <curses.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why a machine is hot, loud, or short of charge.
 
 #include "base/Text.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why a machine is slow, or its memory full.
 
 #include "base/Text.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why disks and networks are busy.
 
 #include "base/Text.h"

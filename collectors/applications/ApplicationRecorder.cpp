@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/applications/ApplicationRecorder.h"
 
 #include "base/Log.h"

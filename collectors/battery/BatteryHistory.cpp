@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/battery/BatteryHistory.h"
 
 #include "database/SQLiteConnection.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What names in the database of drives mean. The standard leaves the meaning of an attribute to the vendor, so a number says
 // nothing: 198 is unreadable sectors on most disks, and gigabytes read by the host on others. A name tells.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/disks/SMARTStatCollector.h"
 
 #include "base/SharedInstance.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Processes that have ended and of whom something is still to be told: they stand in the lists of traffic until the next pass.
 
 #include "base/Text.h"

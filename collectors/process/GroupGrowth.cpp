@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is added to the sums of groups: growth of counters, what processes have used by their end, interrupts, energy.
 
 #include "collectors/process/GroupAccumulator.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who was among the largest in a minute.
 
 #include "collectors/process/GroupAccumulator.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Groups: which process answers for which other one.
 
 #include "collectors/process/ProcessStatCollector.h"

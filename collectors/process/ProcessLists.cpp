@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The lists that clients get of rankings. They are written as JSON at once: as dictionaries that are serialised
 // afterwards they would be the better part of a refresh.
 

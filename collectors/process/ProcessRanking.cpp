@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/process/ProcessRanking.h"
 
 #include "collectors/process/ProcessStatCollectorItem.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/sensors/SensorsStatCollector.h"
 
 #include "collectors/sensors/SensorStatCollectorItem.h"

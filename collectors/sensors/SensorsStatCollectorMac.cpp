@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of SensorsStatCollectorMac that reads sensors.
 
 #include "collectors/sensors/SensorsStatCollectorMac.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of SensorsStatCollectorMac that finds out which sensors there are.
 
 #include "base/Runtime.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of SensorsStatCollectorMac that keeps the record: which series there are, and the extremes ever seen.
 
 #include "base/Runtime.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "daemon/transport/UnixSocketListener.h"
 
 #include "daemon/transport/UnixSocketConnection.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the record answers, with what waits to be written.
 
 #include "tests/applications/ApplicationFixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What applications used, through every table and every trouble: whatever happens, the sums of each table are those of what
 // was given.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "base/Log.h"
 #include "base/LogWriter.h"
 #include "tests/support/VirtualRuntime.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "base/AsioRuntime.h"
 #include "base/Lifetime.h"
 #include "tests/support/VirtualRuntime.h"

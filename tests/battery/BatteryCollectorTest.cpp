@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/battery/BatteryStatCollectorMac.h"
 #include "daemon/BatteryService.h"
 #include "daemon/HistoryQuestions.h"

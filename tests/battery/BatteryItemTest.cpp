@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/battery/BatteryStatCollectorItemMac.h"
 #include "collectors/battery/BatteryTotal.h"
 #include "tests/support/FakeHost.h"

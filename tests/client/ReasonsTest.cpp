@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/views/Reasons.h"
 #include "client/commands/EvidenceQuery.h"
 #include "client/views/AtView.h"

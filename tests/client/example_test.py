@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The short program in docs/ against answers as the daemon gives them, page by page."""
 
 import json

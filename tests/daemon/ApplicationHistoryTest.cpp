@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What clients ask of the record of applications, answered from a real file.
 
 #include "daemon/ApplicationHistory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What applications have used, as the daemon keeps it going and as clients get it.
 
 #include "daemon/ApplicationService.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What clients ask of recorded history, answered from the files of real sensors.
 
 #include "daemon/HistoryQuestions.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was at a moment, answered from the files of a daemon with all its services.
 
 #include "daemon/MomentService.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes that fail, power that fails, a process that is killed: afterwards the file opens clean, every batch is there as
 // a whole or not at all, none is missing before one that is there, and no row is there twice.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a disk and other programs do to a database file, one trouble after another: the daemon goes on, nothing that was
 // stored is deleted, what waited is written when the trouble is over, and the log says so without chattering.
 

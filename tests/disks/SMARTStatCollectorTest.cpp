@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "database/HistoryDatabaseController.h"
 #include "database/SQLiteConnection.h"
 #include "tests/disks/DiskFixture.h"

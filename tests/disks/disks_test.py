@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Disks as a running daemon sees them: a test bed of devices that answer SG_IO and NVMe admin commands.
 
     disks_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The whole daemon as its users meet it: a real process, a real socket, real signals, this machine's processes.
 
     daemon_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """A running daemon from another language, with the client that the documentation shows: all 27 methods, and when
 envelopes come.
 

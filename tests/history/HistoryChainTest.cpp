@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The whole chain on virtual time and real files: live samples, averages of averages, gaps, rows, pruning, restarts.
 //
 // A year passes for a collector whose samples are its own and for one whose samples are its items'. The machine is awake

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which of the stored rows speak for a moment.
 
 #include "history/HistoryMoment.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pages of a table of years: whole, in order, and never long to read.
 
 #include "history/HistoryReader.h"

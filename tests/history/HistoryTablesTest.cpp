@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How samples become rows, and whose rows a recorder goes on with.
 
 #include "database/HistoryDatabaseController.h"

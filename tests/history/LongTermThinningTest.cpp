@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Eleven years of a long-term store: what thinning leaves is few, is the mean of what was there, and can be read at any age.
 
 #include "history/LongTermThinning.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rings, averages and threshold questions against a plain reference that keeps every raw sample and works each answer out
 // from the definition.
 

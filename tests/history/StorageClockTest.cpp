@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The clocks of storages, on times that tests make up: starts, gaps, and wall clocks that step.
 
 #include "history/StorageClock.h"

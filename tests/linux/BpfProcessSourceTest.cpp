@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process table out of the kernel's own records: what is made of a record, and the programs in the kernel that runs the
 // tests.
 

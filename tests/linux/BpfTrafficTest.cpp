@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/process/TrafficCounterCollector.h"
 #include "platform/linux/traffic/BpfTrafficCounters.h"
 #include "tests/linux/NetworkBed.h"

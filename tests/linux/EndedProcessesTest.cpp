@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What processes have used that lived between two passes: told by the kernel that runs the tests, against its own account of
 // a control group.
 

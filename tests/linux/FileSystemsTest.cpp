@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Mount tables of a Debian laptop with btrfs, snaps and a container engine, and the machine that runs the tests.
 
 #include "base/ThreadedSlowWork.h"

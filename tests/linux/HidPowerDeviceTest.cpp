@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/power/HidPowerDevice.h"
 #include "platform/linux/kernel/Descriptor.h"
 #include "platform/linux/power/HidPowerDevices.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/sensors/HwmonSensors.h"
 
 #include "platform/linux/machine/LinuxMachineInfo.h"

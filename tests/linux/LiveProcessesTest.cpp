@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process table against the kernel that runs the tests.
 
 #include "platform/linux/kernel/RootFolder.h"

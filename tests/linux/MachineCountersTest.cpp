@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The machine's own figures, from files as Linux 6.1 and this kernel write them.
 
 #include "platform/linux/machine/LinuxMachineCounters.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interfaces of a network namespace of the test's own, with a pair of virtual Ethernet devices and real frames.
 
 #include "platform/linux/network/NetlinkInterfaces.h"

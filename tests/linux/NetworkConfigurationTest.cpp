@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/kernel/ChildProgram.h"
 #include "platform/linux/network/DhcpClients.h"
 #include "platform/linux/network/LinuxNetworkConfiguration.h"

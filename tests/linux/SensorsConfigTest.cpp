@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/sensors/SensorsConfig.h"
 #include "platform/linux/sensors/HwmonNames.h"
 #include "tests/support/TemporaryTree.h"

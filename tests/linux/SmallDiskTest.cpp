@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Database files on real disks that are full or read-only: a small file system in memory is mounted for each test.
 
 #include "collectors/StatCollector.h"

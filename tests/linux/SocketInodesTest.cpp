@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/traffic/SocketInodes.h"
 #include "platform/linux/kernel/Descriptor.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "tests/linux/NetworkBed.h"
 #include "tests/support/SlowBuild.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The account of bandwidth, one fault after another: nothing carried is counted twice, negative or under another name, and
 // nothing recorded is lost.
 

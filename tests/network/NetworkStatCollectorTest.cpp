@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "daemon/NetworkActions.h"
 #include "platform/NetworkNames.h"
 #include "tests/network/NetworkFixture.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The network actions of a running daemon, with services on a bus of its own that write down what they are told; and its
 account of bandwidth over real traffic in a network of its own.
 

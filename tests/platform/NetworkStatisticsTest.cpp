@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel control "com.apple.network.statistics": its messages byte by byte, and our end of the conversation.
 
 #include "platform/formats/NetworkStatisticsSources.h"

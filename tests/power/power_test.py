@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Sleep, wake, boots and power sources as a running daemon sees them: a bus of its own, a logind that does as it is
 told, supplies that come and go.
 

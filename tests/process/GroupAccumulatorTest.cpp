@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every application has used: growth of counters by group, who has ended, the bound, and that nothing is counted twice.
 
 #include "collectors/process/GroupAccumulator.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/process/PacketStatCollector.h"
 #include "tests/process/ProcessFixture.h"
 #include "tests/support/FrameBytes.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which of the three ways to count traffic is taken, and what is told of it.
 
 #include "daemon/TrafficService.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/sensors/SensorKind.h"
 #include "tests/sensors/SensorsFixture.h"
 

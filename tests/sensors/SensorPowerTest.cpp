@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What clients other than root may learn of power: averages over two seconds or more, to a tenth of a watt, on every way.
 
 #include "tests/sensors/SensorsFixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "collectors/sensors/SensorLimits.h"
 #include "database/SQLiteConnection.h"
 #include "tests/sensors/SensorsFixture.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Sensors as a user meets them: a running daemon on a machine with chips of the test's making, and meridalctl.
 
     sensors_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)

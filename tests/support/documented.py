@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Holds envelopes against the tables of docs/protocol.md: what a client author reads there is what comes."""
 import os
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A system bus of a test's own, with services on it that do nothing by themselves and write down what they are told."""
 
 import os

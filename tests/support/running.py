@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A running daemon for tests in Python: how it is started, asked and stopped, and the devices it believes to have.
 
 Every wait is for an event (a notification, an envelope, an exit) with a generous deadline; only what comes without one is

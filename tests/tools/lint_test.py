@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """tools/lint on small trees: each breaks one rule of the house, and the message must name the place and the way out."""
 
 import os

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "daemon/transport/ConnectionInbox.h"
 #include "daemon/transport/EnvelopeBacklog.h"
 #include "daemon/transport/OutputQueue.h"

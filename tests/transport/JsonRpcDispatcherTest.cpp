@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "daemon/transport/JsonRpcDispatcher.h"
 #include "daemon/transport/DaemonMethod.h"
 #include "tests/support/VirtualRuntime.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tests/database/DatabaseFixture.h"
 #include "tests/database/FaultyVfs.h"
 #include "tests/uptime/UptimeFixture.h"

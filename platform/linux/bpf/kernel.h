@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* The few of the kernel's own types that our programs look into, with none but the members they use. Where a member lies is
  * found out when a program is loaded, in the type data of the kernel that runs (CO-RE): only names and kinds matter here, not
  * order or size. A name that ends in ___ and a word is another form of the same type, as older or newer kernels have it.

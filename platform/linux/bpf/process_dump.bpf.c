@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* All processes through a file that the daemon reads. Linux 5.19 and later. */
 
 #define TASK(address) ((const void*)(address))

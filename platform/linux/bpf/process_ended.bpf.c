@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* What processes have used by their end, for those that end between two passes. The figures of a process are whole when the
  * kernel lets go of it, a while after its end, and then by no chance twice; who its ancestors were can only be told while its last
  * thread ends. Linux 6.1 and later. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* Makes a record out of a process. Included by the two programs that walk over all of them, once they have said how to look at
  * a task of which only the address is known: TASK(address) is a pointer, READ(pointer, member) a member behind it. */
 #pragma once

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* All processes in one call, into an array that the daemon has mapped. Linux 6.7 and later: the iterator over tasks that a
  * program can use by itself. */
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* The kernel's types of sockets, as kernel.h has those of processes. Included by *.bpf.c only. */
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* For Linux 6.3 and later, which tells of every call that sends or receives. */
 #define CLAIMED_BY_CALLS
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* Traffic by process where no program may be attached to the control groups: the payload of each call that sends or receives
  * (Linux 6.3 and later). Headers, retransmissions and acknowledgements are not seen, nor what splice() and zero-copy
  * receiving move. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* Sums of network bytes by process. Included by the programs that find out whose they are. */
 #pragma once
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* For Linux before 6.3, which has no tracepoints where a process sends and receives, on processors for which it lets programs
  * follow its functions: x86. */
 #define CLAIMED_BY_CALLS

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR Apache-2.0 */
 /* Traffic by process, counted where packets leave and enter sockets: programs on the root of the control groups see every
  * socket of the machine, in whatever network namespace, and packets as IP has them. Whose a socket is stands in the socket's own
  * storage, which the kernel frees with the socket and copies from a listening one to the connections that come in by it.

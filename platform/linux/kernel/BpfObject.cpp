@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/kernel/BpfObject.h"
 
 #include "platform/linux/bpf/skeleton.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/network/LinuxNetworkConfiguration.h"
 
 #include "platform/linux/kernel/BusConnection.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/processes/ProcessSourceChoice.h"
 
 #include "platform/linux/kernel/ProcFolder.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/traffic/LinuxTraffic.h"
 #include "platform/linux/traffic/SocketDiag.h"
 #include "platform/linux/traffic/SocketInodes.h"

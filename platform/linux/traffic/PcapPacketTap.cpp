@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "base/Runtime.h"
 #include "platform/linux/traffic/DiagSocketOwners.h"
 #include "platform/linux/traffic/LinuxTraffic.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/formats/RegistryDisks.h"
 #include "platform/macos/disks/MacAdapters.h"
 #include "platform/macos/kernel/CFRef.h"

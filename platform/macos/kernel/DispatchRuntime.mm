@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/kernel/DispatchRuntime.h"
 
 #import <Foundation/Foundation.h>

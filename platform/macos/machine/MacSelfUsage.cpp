@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/machine/MacAdapters.h"
 
 #include "platform/macos/kernel/KernelLayouts.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/sensors/MacAdapters.h"
 
 #include <IOKit/IOKitLib.h>
