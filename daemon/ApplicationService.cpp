@@ -198,6 +198,10 @@ Value ApplicationService::describe(const GroupTotals& group) const
     if (sums.joules) {
         entry["joules"] = inThousandths(*sums.joules);
     }
+    if (sums.graphicsSeconds) {
+        entry["graphics"] = inThousandths(*sums.graphicsSeconds);
+    }
+    put(entry, "graphicsMemory", group.now.graphicsBytes);
     return entry;
 }
 

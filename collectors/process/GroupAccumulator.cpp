@@ -13,14 +13,6 @@ namespace meridal {
 
 namespace {
 
-/// Passes in a process's life after which its group is looked up again: it may have changed its user or not been moved yet.
-constexpr std::uint8_t firstLook = 2;
-constexpr std::uint8_t secondLook = 4;
-/// From here on ages go in a circle, at whose start those in "other" are given another chance.
-constexpr std::uint8_t circleStart = 64;
-constexpr std::uint8_t circleEnd = 96;
-/// Passes for which somebody who has left the table is remembered: a zombie gives its last figures when it is waited for.
-constexpr std::uint32_t longestAway = 64;
 constexpr std::size_t mostAway = 4096;
 /// Passes for which a parent may be late to wait for a child, where only parents tell.
 constexpr std::uint32_t patienceWithParents = 4;
@@ -54,6 +46,7 @@ void GroupAccumulator::update()
     addEnded();
     addInterrupts();
     shareEnergy();
+    addGraphics();
     sumLevels();
     forgetDeparted();
 }

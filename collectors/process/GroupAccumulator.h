@@ -6,13 +6,16 @@
 #include "collectors/process/GroupTable.h"
 #include "collectors/process/ProcessStatCollector.h"
 #include "platform/host/EndedProcesses.h"
+#include "platform/host/GraphicsClients.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace meridal {
@@ -50,6 +53,15 @@ public:
 private:
     using Item = ProcessStatCollectorItem;
 
+    /// Passes in a process's life after which its group is looked up again: it may have changed its user or not been moved yet.
+    static constexpr std::uint8_t firstLook = 2;
+    static constexpr std::uint8_t secondLook = 4;
+    /// From here on ages go in a circle, at whose start those in "other" are given another chance.
+    static constexpr std::uint8_t circleStart = 64;
+    static constexpr std::uint8_t circleEnd = 96;
+    /// Passes for which somebody who has left the table is remembered: a zombie gives its last figures when it is waited for.
+    static constexpr std::uint32_t longestAway = 64;
+
     /// Cumulative counters of a process, as accounted.
     struct Marks {
         std::uint64_t cpu = 0; ///< units of the time base
@@ -71,6 +83,7 @@ private:
         std::size_t name = 0; ///< by which the place was found: a hash
         std::uint32_t unit = 0;
         std::uint8_t age = 0; ///< passes; past the last of some it goes in a circle
+        bool ran = false;     ///< since the pass before
         float minuteCpu = 0;  ///< s
         float minuteDisk = 0; ///< bytes
         float minuteNetwork = 0;
@@ -84,6 +97,12 @@ private:
         std::uint64_t cpu = 0;
         std::uint64_t user = 0;
         std::uint32_t pass = 0;
+    };
+    /// A door to a graphics processor.
+    struct GraphicsMark {
+        explicit GraphicsMark(std::uint64_t busyNs) : ns(busyNs) { }
+        std::uint64_t ns;       ///< as accounted
+        std::uint32_t pass = 0; ///< in which it was met last
     };
     struct Gone {
         ProcessMinute minute;
@@ -103,6 +122,7 @@ private:
     std::uint32_t placeOf(const Item& item);
     // Growth
     void addGrowth();
+    static std::uint64_t takeGrowth(std::uint64_t& mark, std::uint64_t now);
     static Marks growthSince(Marks& marks, const Marks& now);
     static Marks marksOf(const EndedRecord& record);
     Marks growthOf(Account& account, const ProcessCounters& counters) const;
@@ -117,6 +137,9 @@ private:
     Account* accountOf(std::int32_t pid, std::uint64_t start);
     void addInterrupts();
     void shareEnergy();
+    std::vector<std::int32_t> mayUseGraphics() const;
+    std::vector<GraphicsClient> graphicsByDoor();
+    void addGraphics();
     void sumLevels();
     ProcessMinute minuteOf(const Account& account, const Item& item) const;
 
@@ -134,9 +157,10 @@ private:
 
     std::vector<Account> accounts_; ///< by ProcessStatCollectorItem::place
     std::vector<Account> previous_;
-    std::unordered_multimap<std::int32_t, Departed> departed_; ///< by pid
-    std::unordered_map<std::int32_t, Inherited> inherited_;    ///< by pid of the parent
-    std::vector<Gone> gone_;                                   ///< in this minute
+    std::unordered_multimap<std::int32_t, Departed> departed_;                      ///< by pid
+    std::unordered_map<std::int32_t, Inherited> inherited_;                         ///< by pid of the parent
+    std::vector<Gone> gone_;                                                        ///< in this minute
+    std::map<std::pair<std::uint32_t, std::uint64_t>, GraphicsMark> graphicsMarks_; ///< by device and door
     std::optional<std::uint64_t> interruptNs_;
     std::optional<double> packageJoules_;
     std::optional<double> idleJoules_;

@@ -11,16 +11,12 @@
 
 namespace meridal {
 
-namespace {
-
 /// A counter of one process never begins anew. One that is less than it was is a reading of less exactness, as after a change
 /// from one way to read to another, and the counter stands still until it has caught up.
-std::uint64_t takeGrowth(std::uint64_t& mark, std::uint64_t now)
+std::uint64_t GroupAccumulator::takeGrowth(std::uint64_t& mark, std::uint64_t now)
 {
     return now > mark ? now - std::exchange(mark, now) : 0;
 }
-
-} // namespace
 
 void GroupAccumulator::add(std::uint32_t place, const Marks& growth)
 {
@@ -47,6 +43,7 @@ void GroupAccumulator::addGrowth()
     for (const Item* item : processes_.processes()) {
         Account& account = accounts_[item->place];
         const Marks growth = growthOf(account, item->counters);
+        account.ran = growth.cpu > 0;
         addToMinute(account, growth);
         add(account.place, growth);
         if (!knowsEnded_) {

@@ -16,6 +16,9 @@ GroupSums& GroupSums::operator+=(const GroupSums& other)
     if (other.joules) {
         joules = joules.value_or(0) + *other.joules;
     }
+    if (other.graphicsSeconds) {
+        graphicsSeconds = graphicsSeconds.value_or(0) + *other.graphicsSeconds;
+    }
     processesStarted += other.processesStarted;
     processesEnded += other.processesEnded;
     return *this;

@@ -18,6 +18,7 @@ struct GroupSums {
     std::uint64_t wakeups = 0;
     double energyScore = 0;       ///< score times seconds
     std::optional<double> joules; ///< share of what the processors' package used; absent where nobody tells that
+    std::optional<double> graphicsSeconds; ///< of engines of graphics processors; absent: none was seen to use one
     std::uint64_t processesStarted = 0;
     std::uint64_t processesEnded = 0;
 
@@ -29,6 +30,7 @@ struct GroupSums {
 struct GroupLevels {
     std::uint64_t residentBytes = 0;
     std::uint64_t footprintBytes = 0;
+    std::optional<std::uint64_t> graphicsBytes = {}; ///< held for it by graphics processors
     std::uint32_t processes = 0;
 };
 

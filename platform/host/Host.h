@@ -6,6 +6,7 @@
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/DistributedNotifications.h"
 #include "platform/host/FileSystems.h"
+#include "platform/host/GraphicsClients.h"
 #include "platform/host/GraphicsUnits.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineCounters.h"
@@ -39,6 +40,7 @@ struct Host {
     std::unique_ptr<ClockSource> clockSource;
     std::unique_ptr<MachineCounters> machineCounters;
     std::unique_ptr<GraphicsUnits> graphics;
+    std::unique_ptr<GraphicsClients> graphicsClients = std::make_unique<GraphicsClients>();
     std::unique_ptr<FileSystems> fileSystems;
     std::unique_ptr<ProcessSource> processes;
     std::unique_ptr<ProcessVisibility> processVisibility;

@@ -21,6 +21,7 @@
 #include "platform/linux/power/LogindPowerMessages.h"
 #include "platform/linux/power/PowercapEnergy.h"
 #include "platform/linux/power/SysfsPowerSources.h"
+#include "platform/linux/processes/DrmClients.h"
 #include "platform/linux/processes/ProcVisibility.h"
 #include "platform/linux/processes/ProcessSourceChoice.h"
 #include "platform/linux/sensors/HwmonSensors.h"
@@ -65,6 +66,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->clockSource = std::make_unique<LinuxClockSource>();
     host->machineCounters = std::make_unique<LinuxMachineCounters>(options.root);
     host->graphics = std::make_unique<DrmGraphics>(options.root);
+    host->graphicsClients = std::make_unique<DrmClients>(options.root);
     host->fileSystems = std::make_unique<LinuxFileSystems>(options.root, std::make_unique<ThreadedSlowWork>());
     host->processes = makeProcessSource(options, host->limitations);
     host->processVisibility = std::make_unique<ProcVisibility>(options.root);

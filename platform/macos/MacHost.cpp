@@ -42,6 +42,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->clockSource = makeMacClockSource();
     host->machineCounters = makeMacMachineCounters();
     host->graphics = makeMacGraphics();
+    host->graphicsClients = makeMacGraphicsClients();
     host->fileSystems = makeMacFileSystems();
     host->processes = makeLibprocProcessSource(host->machine->systemRelease(), *host->limitations);
     host->processVisibility = std::make_unique<OpenProcessTable>();

@@ -25,6 +25,17 @@ struct FakePackageEnergy final : PackageEnergy {
     std::optional<double> told;
 };
 
+/// Clients that a test puts there.
+struct FakeGraphicsClients final : GraphicsClients {
+    std::span<const GraphicsClient> read(std::span<const std::int32_t> candidates, double) override
+    {
+        asked.assign(candidates.begin(), candidates.end());
+        return clients;
+    }
+    std::vector<std::int32_t> asked;
+    std::vector<GraphicsClient> clients;
+};
+
 class Groups : public ProcessFixture {
 protected:
     Groups()
@@ -375,6 +386,40 @@ RC_GTEST_FIXTURE_PROP(Groups, LoseNothing, ())
         feed();
         RC_ASSERT(std::abs(cpuOfAll() - worked) < 1e-6);
     }
+}
+
+TEST_F(Groups, HaveWhatTheirProcessesDoorsToGraphicsDo)
+{
+    auto owned = std::make_unique<FakeGraphicsClients>();
+    FakeGraphicsClients& graphics = *owned;
+    machine.host.graphicsClients = std::move(owned);
+    const auto seconds = [this](std::string_view identity) { return group(identity).sums.graphicsSeconds; };
+    program(10, 1, "server");
+    program(11, 1, "idle");
+    graphics.clients = {{.pid = 10, .device = 1, .client = 1, .busyNs = 70'000'000'000, .memoryBytes = 5}};
+    feed();
+    EXPECT_THAT(graphics.asked, UnorderedElementsAre(1, 10, 11));
+    EXPECT_EQ(seconds("exe:/usr/bin/server"), 0.0) << "from before";
+    EXPECT_EQ(seconds("exe:/usr/bin/idle"), std::nullopt);
+
+    program(20, 1, "game"); // the server has opened its door and still holds it
+    graphics.clients = {{.pid = 10, .device = 1, .client = 1, .busyNs = 71'000'000'000, .memoryBytes = 5},
+        {.pid = 10, .device = 1, .client = 2, .busyNs = 3'000'000'000, .memoryBytes = 100},
+        {.pid = 20, .device = 1, .client = 2, .busyNs = 3'000'000'000, .memoryBytes = 100},
+        {.pid = 999, .device = 1, .client = 3, .busyNs = 9'000'000'000}};
+    feed();
+    EXPECT_DOUBLE_EQ(*seconds("exe:/usr/bin/server"), 1);
+    EXPECT_DOUBLE_EQ(*seconds("exe:/usr/bin/game"), 3);
+    EXPECT_EQ(group("exe:/usr/bin/game").now.graphicsBytes, 100U);
+    EXPECT_EQ(group("exe:/usr/bin/server").now.graphicsBytes, 5U);
+
+    const auto told = std::exchange(graphics.clients, {});
+    feed(); // it could not be read
+    EXPECT_EQ(group("exe:/usr/bin/game").now.graphicsBytes, std::nullopt);
+    graphics.clients = told;
+    graphics.clients[2].busyNs -= 1'000'000'000; // not always monotonic
+    feed();
+    EXPECT_DOUBLE_EQ(*seconds("exe:/usr/bin/game"), 3);
 }
 
 } // namespace

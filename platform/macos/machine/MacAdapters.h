@@ -4,6 +4,7 @@
 #include "platform/host/ClockSource.h"
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/FileSystems.h"
+#include "platform/host/GraphicsClients.h"
 #include "platform/host/GraphicsUnits.h"
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineCounters.h"
@@ -27,6 +28,9 @@ std::unique_ptr<MachineCounters> makeMacMachineCounters();
 
 /// The statistics that graphics drivers publish in the I/O registry.
 std::unique_ptr<GraphicsUnits> makeMacGraphics();
+
+/// What Apple's graphics processors publish of their clients in the I/O registry.
+std::unique_ptr<GraphicsClients> makeMacGraphicsClients();
 
 /// getfsstat, from what the kernel knows without asking a server.
 std::unique_ptr<FileSystems> makeMacFileSystems();

@@ -7,9 +7,12 @@
 #include "platform/macos/kernel/CFValue.h"
 #include "platform/macos/kernel/IORegistryObject.h"
 
+#include <IOKit/IOKitKeys.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
 
 namespace meridal {
 
@@ -74,7 +77,70 @@ private:
     std::vector<GraphicsRecord> records_;
 };
 
+/// "pid 402, WindowServer".
+std::optional<std::int32_t> creatorOf(io_registry_entry_t client)
+{
+    const CFRef<CFTypeRef> property(
+        IORegistryEntryCreateCFProperty(client, CFSTR(kIOUserClientCreatorKey), kCFAllocatorDefault, kNilOptions));
+    const std::string creator = textOf(property.get()).value_or("");
+    std::int32_t pid = 0;
+    const bool isPid = std::sscanf(creator.c_str(), "pid %" SCNd32, &pid) == 1 && pid > 0;
+    return isPid ? std::optional(pid) : std::nullopt;
+}
+
+/// Apple's own processors publish what each client had them do, by queue of commands; others publish nothing of the kind.
+std::optional<std::uint64_t> busyNsOf(io_registry_entry_t client)
+{
+    const CFRef<CFTypeRef> property(
+        IORegistryEntryCreateCFProperty(client, CFSTR("AppUsage"), kCFAllocatorDefault, kNilOptions));
+    std::optional<std::uint64_t> sum;
+    for (const Value& usage : valueOf(property.get())) {
+        if (const auto ns = number(usage, "accumulatedGPUTime"); ns && *ns >= 0) {
+            sum = sum.value_or(0) + static_cast<std::uint64_t>(*ns);
+        }
+    }
+    return sum;
+}
+
+class MacGraphicsClients final : public GraphicsClients {
+public:
+    std::span<const GraphicsClient> read(std::span<const std::int32_t>, double) override
+    {
+        clients_.clear();
+        io_iterator_t found = IO_OBJECT_NULL;
+        if (IOServiceGetMatchingServices(MACH_PORT_NULL, IOServiceMatching("IOAccelerator"), &found) == KERN_SUCCESS) {
+            const IOObjectOwner iterator(found);
+            while (const IOObjectOwner accelerator{IOIteratorNext(iterator.get())}) {
+                readClientsOf(accelerator.get());
+            }
+        }
+        return clients_;
+    }
+
+private:
+    void readClientsOf(io_registry_entry_t accelerator)
+    {
+        io_iterator_t found = IO_OBJECT_NULL;
+        if (IORegistryEntryGetChildIterator(accelerator, kIOServicePlane, &found) != KERN_SUCCESS) {
+            return;
+        }
+        const IOObjectOwner iterator(found);
+        while (const IOObjectOwner child{IOIteratorNext(iterator.get())}) {
+            const auto pid = creatorOf(child.get());
+            const auto busy = pid ? busyNsOf(child.get()) : std::nullopt;
+            std::uint64_t identifier = 0;
+            if (busy && IORegistryEntryGetRegistryEntryID(child.get(), &identifier) == KERN_SUCCESS) {
+                clients_.push_back({.pid = *pid, .client = identifier, .busyNs = *busy});
+            }
+        }
+    }
+
+    std::vector<GraphicsClient> clients_;
+};
+
 } // namespace
+
+std::unique_ptr<GraphicsClients> makeMacGraphicsClients() { return std::make_unique<MacGraphicsClients>(); }
 
 std::unique_ptr<GraphicsUnits> makeMacGraphics() { return std::make_unique<MacGraphics>(); }
 
