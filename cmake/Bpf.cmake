@@ -7,8 +7,10 @@
 
 # clang-14, which the packages name, first; any newer one will do.
 find_program(BPF_CLANG NAMES clang-14 clang)
-# Not on the path of an ordinary user. It reads nothing of the running kernel and needs no rights.
-find_program(BPFTOOL bpftool PATHS /usr/sbin /sbin)
+# Not on the path of an ordinary user. It reads nothing of the running kernel and needs no rights. Ubuntu has one for each
+# kernel, and on the path a script that only finds the one for the kernel that runs.
+file(GLOB bpftool_folders /usr/lib/linux-tools/*)
+find_program(BPFTOOL bpftool HINTS ${bpftool_folders} PATHS /usr/sbin /sbin)
 find_path(BPF_INCLUDE_DIR bpf/skel_internal.h)
 
 set(bpf_folder ${CMAKE_SOURCE_DIR}/platform/linux/bpf)

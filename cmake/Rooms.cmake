@@ -5,7 +5,7 @@
 add_library(meridal_options INTERFACE)
 target_include_directories(meridal_options INTERFACE ${CMAKE_SOURCE_DIR})
 target_compile_options(meridal_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
-  -Wnon-virtual-dtor -Woverloaded-virtual -Werror -fno-strict-aliasing)
+  -Wnon-virtual-dtor -Woverloaded-virtual $<$<BOOL:${MERIDAL_WERROR}>:-Werror> -fno-strict-aliasing)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 sees null dereferences, overruns and dangling storage in inlined standard-library code that is sound.
   target_compile_options(meridal_options INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized -Wno-restrict
