@@ -43,6 +43,7 @@
 #include "platform/PlatformController.h"
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
+#include "wire/Version.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -93,7 +94,7 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
         "Read the health of disks that spin even where their adapter does not tell whether they sleep, which may wake "
         "them "
         "(Linux)");
-    app.set_version_flag("--version", "meridald 6.6 (1177)");
+    app.set_version_flag("--version", versionText("meridald"));
     app.allow_extras();
     try {
         app.parse(argc, argv);

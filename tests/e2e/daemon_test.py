@@ -9,6 +9,7 @@ import os
 import pwd
 import signal
 import stat
+import subprocess
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
@@ -37,6 +38,13 @@ class WholeDaemonTest(running.DaemonTest):
         self.assertNotIn(-1, places, log)
         self.assertEqual(places, sorted(places))
         self.assertEqual(log.count("Daemon started"), 2, "a second run adds to the same log")
+
+    def test_programs_and_status_name_the_same_release(self):
+        with self.serving() as (_, client):
+            release = client.call("status")["release"]
+        for program in ("meridald", "meridalctl"):
+            said = subprocess.run([os.path.join(running.BUILD, program), "--version"], capture_output=True, text=True, check=True)
+            self.assertEqual(said.stdout, f"{program} {release} (protocol 6.6, build 1177)\n")
 
     def test_one_daemon_a_root_and_a_dead_one_is_replaced(self):
         first = self.start().wait_ready()
