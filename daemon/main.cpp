@@ -34,6 +34,7 @@
 #include "daemon/StatusReport.h"
 #include "daemon/TrafficService.h"
 #include "daemon/UptimeService.h"
+#include "daemon/Watchdog.h"
 #include "daemon/Watches.h"
 #include "daemon/ZAVPowerManager.h"
 #include "daemon/transport/InstanceLock.h"
@@ -254,6 +255,8 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     const auto onTerminate = runtime.watchSignal(SIGTERM, end);
     const auto onInterrupt = runtime.watchSignal(SIGINT, end);
     const auto onHangup = runtime.watchSignal(SIGHUP, [&configuration] { configuration.reload(); });
+    const auto limit = watchdogLimit();
+    const auto watchdog = limit ? startWatchdog(runtime, *limit, notifyAlive) : nullptr;
     notifyReady();
     runtime.run();
     context.host.limitations->listen({});

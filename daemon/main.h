@@ -5,6 +5,7 @@
 #include "wire/Link.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,5 +34,9 @@ void raiseDescriptorLimit();
 void notifyReady();
 /// Tells the service manager that the end has begun.
 void notifyStopping();
+/// After how many seconds without a sign of life the service manager takes us for stuck; absent where it does not look.
+std::optional<double> watchdogLimit();
+/// The sign of life.
+void notifyAlive();
 
 } // namespace meridal

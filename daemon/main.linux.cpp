@@ -8,6 +8,7 @@
 #include <sys/resource.h>
 #include <systemd/sd-daemon.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 
@@ -58,5 +59,14 @@ void raiseDescriptorLimit()
 void notifyReady() { ::sd_notify(0, "READY=1"); }
 
 void notifyStopping() { ::sd_notify(0, "STOPPING=1"); }
+
+std::optional<double> watchdogLimit()
+{
+    std::uint64_t microseconds = 0;
+    return ::sd_watchdog_enabled(0, &microseconds) > 0 ? std::optional(static_cast<double>(microseconds) / 1e6)
+                                                       : std::nullopt;
+}
+
+void notifyAlive() { ::sd_notify(0, "WATCHDOG=1"); }
 
 } // namespace meridal

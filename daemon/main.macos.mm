@@ -48,9 +48,13 @@ void raiseDescriptorLimit()
     }
 }
 
-// launchd takes a program that checks in for its services as ready, and asks for nothing at the end.
+// launchd takes a program that checks in for its services as ready, and asks for nothing at the end or meanwhile.
 void notifyReady() { }
 
 void notifyStopping() { }
+
+std::optional<double> watchdogLimit() { return std::nullopt; }
+
+void notifyAlive() { }
 
 } // namespace meridal

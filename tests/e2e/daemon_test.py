@@ -77,6 +77,12 @@ class WholeDaemonTest(running.DaemonTest):
         self.assertEqual(self.start("/Applications/xCoDe.app/Contents").wait_ready().stop(), 0)
         self.assertFalse(os.path.exists(error_log))
 
+    def test_a_service_manager_that_watches_hears_of_it(self):
+        daemon = self.start(environment={"WATCHDOG_USEC": "300000"}).wait_ready()
+        for _ in range(3):
+            daemon.wait_told(b"WATCHDOG=1")
+        self.assertEqual(daemon.stop(), 0)
+
     def test_wrong_arguments_are_named(self):
         daemon = self.start("--nonsense")
         self.assertNotEqual(daemon.wait(), 0)

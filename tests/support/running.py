@@ -27,6 +27,9 @@ DEADLINE = 60  # s; met at once on a healthy machine, long enough for a sanitize
 SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages
 PRELOAD = "libumockdev-preload.so.0"  # lets a process have devices of its own
 BUILD = None
+# Becomes another program with a descriptor as a service manager hands it over.
+HAND_OVER = ("import os, sys; os.dup2(int(sys.argv[1]), 3); "
+             "os.execve(sys.argv[2], sys.argv[2:], dict(os.environ, LISTEN_FDS='1', LISTEN_PID=str(os.getpid())))")
 
 needs_root = unittest.skipUnless(os.geteuid() == 0, "needs root")
 needs_devices = unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev in this process")
@@ -80,7 +83,7 @@ class Client(example_client.Client):
 
 
 class Daemon:
-    def __init__(self, root, *arguments, user=None):
+    def __init__(self, root, *arguments, user=None, socket_activation=None, environment=None):
         self.root = root
         self.socket_path = os.path.join(root, "run", "daemon.sock")
         self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -93,13 +96,21 @@ class Daemon:
         program = os.path.join(BUILD, "meridald")
         if user:  # who may not be able to reach the build folder
             program = shutil.copy(program, root)
+        command = [program, "--root", root, *arguments]
+        passed = []
+        if socket_activation:  # a listening socket, which the service manager keeps
+            passed = [socket_activation.fileno()]
+            command = [sys.executable, "-c", HAND_OVER, str(passed[0]), *command]
         self.process = subprocess.Popen(
-            [program, "--root", root, *arguments],
-            env=dict(os.environ, NOTIFY_SOCKET=notify_path), stdin=subprocess.DEVNULL, stderr=subprocess.PIPE,
-            user=user, group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
+            command, pass_fds=passed, env=dict(os.environ, NOTIFY_SOCKET=notify_path, **environment or {}),
+            stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, user=user, group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
 
     def wait_ready(self):
-        while b"READY=1" not in self.notify.recv(4096).split(b"\n"):
+        return self.wait_told(b"READY=1")
+
+    def wait_told(self, what):
+        """Waits until the service manager has been told so."""
+        while what not in self.notify.recv(4096).split(b"\n"):
             pass
         return self
 
