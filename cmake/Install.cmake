@@ -13,7 +13,8 @@ if(APPLE)
   install(FILES ${plists} DESTINATION /Library/LaunchDaemons)
 else()
   # Not CMAKE_INSTALL_LIBDIR: systemd looks for units in lib below /usr and /usr/local whatever the architecture.
-  install(FILES ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.service DESTINATION lib/systemd/system)
+  install(FILES ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.service ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.socket
+    DESTINATION lib/systemd/system)
 endif()
 
 # An example, not the file itself: installing again must not undo what an administrator wrote.

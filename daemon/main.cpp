@@ -235,7 +235,10 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     battery.addTo(history, catalogue);
     network.addTo(history);
 
-    auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
+    const auto inherited = inheritedSocket();
+    auto socket = inherited
+        ? UnixSocketListener::adopt(*inherited, daemon.server(), &history, runtime.mainQueue())
+        : UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
         context.log.error(socket.error().message);
         fmt::print(stderr, "meridald: {}\n", socket.error().message);
@@ -249,6 +252,9 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
 
     const Task end = [&] {
         notifyStopping();
+        for (const auto& listener : listeners) {
+            listener->stopAccepting();
+        }
         daemon.finalize();
         runtime.stop();
     };

@@ -28,6 +28,8 @@ std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices& choices);
 Paths defaultPaths();
 /// What this host serves clients by, beside the socket.
 std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, ListenerDelegate& delegate);
+/// A socket that listens already, which the service manager made before us and keeps when we end. The caller's from here on.
+std::optional<int> inheritedSocket();
 /// Lets the process hold as many descriptors as the system gives it: each client costs one.
 void raiseDescriptorLimit();
 /// Tells the service manager that clients are served from here on.

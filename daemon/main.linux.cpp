@@ -6,6 +6,7 @@
 #include "platform/linux/LinuxHost.h"
 
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <systemd/sd-daemon.h>
 
 #include <cstdint>
@@ -46,6 +47,17 @@ Paths defaultPaths()
 }
 
 std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context&, ListenerDelegate&) { return {}; }
+
+std::optional<int> inheritedSocket()
+{
+    const int count = ::sd_listen_fds(1); // no child of ours is to take them for its own
+    for (int descriptor = SD_LISTEN_FDS_START; descriptor < SD_LISTEN_FDS_START + count; ++descriptor) {
+        if (::sd_is_socket_unix(descriptor, SOCK_STREAM, 1, nullptr, 0) > 0) {
+            return descriptor;
+        }
+    }
+    return std::nullopt;
+}
 
 void raiseDescriptorLimit()
 {

@@ -39,6 +39,9 @@ std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, Lis
     return listeners;
 }
 
+// launchd holds the name of the Mach service, at which clients wait in the same way.
+std::optional<int> inheritedSocket() { return std::nullopt; }
+
 void raiseDescriptorLimit()
 {
     rlimit limit{};

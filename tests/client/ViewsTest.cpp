@@ -14,8 +14,8 @@ namespace {
 
 TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
 {
-    const Dictionary status = {{"release", "0.1.0"}, {"version", 6.6}, {"build", 1177}, {"pid", 812}, {"uptime", 3725.5}, {"host", "linux"},
-        {"clients", 2},
+    const Dictionary status = {{"release", "0.1.0"}, {"version", 6.6}, {"build", 1177}, {"pid", 812},
+        {"uptime", 3725.5}, {"host", "linux"}, {"clients", 2},
         {"usage", {{"cpuPercent", 0.4}, {"cpuPercentSinceStart", 0.5}, {"residentBytes", 9'542'000}, {"wakeups", 512}}},
         {"transport", {{"requests", 10}, {"badRequests", 1}}},
         {"passes", {{"count", 40}, {"lastSeconds", 0.0021}, {"processes", 180}}}, {"processes", {{"source", "bpf"}}},

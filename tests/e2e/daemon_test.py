@@ -5,12 +5,15 @@
     daemon_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
 """
 
+import contextlib
 import os
 import pwd
 import signal
+import socket
 import stat
 import subprocess
 import sys
+import threading
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 import running  # noqa: E402  the daemon and its clients
@@ -76,6 +79,49 @@ class WholeDaemonTest(running.DaemonTest):
         os.unlink(error_log)
         self.assertEqual(self.start("/Applications/xCoDe.app/Contents").wait_ready().stop(), 0)
         self.assertFalse(os.path.exists(error_log))
+
+    def test_a_socket_of_the_service_managers_loses_nobody_over_a_restart(self):
+        path = os.path.join(self.root, "run", "daemon.sock")
+        os.mkdir(os.path.dirname(path))
+        listening = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.addCleanup(listening.close)
+        listening.bind(path)
+        listening.listen(512)
+
+        refused, answered, ending = [], [], threading.Event()
+
+        def visit():
+            while not ending.is_set():
+                try:
+                    client = running.Client(path)
+                except OSError as error:
+                    refused.append(error)
+                    continue
+                with contextlib.suppress(OSError, running.example_client.ConnectionEnded):  # of a daemon that had taken it
+                    answered.append(client.call("exists:"))
+                client.close()
+
+        visitors = [threading.Thread(target=visit, daemon=True) for _ in range(3)]
+        self.addCleanup(ending.set)
+        waiting = []
+        for end, status in ((signal.SIGTERM, 0), (signal.SIGKILL, -signal.SIGKILL), (signal.SIGTERM, 0)):
+            daemon = self.start(socket_activation=listening).wait_ready()
+            for client in [*waiting, daemon.client()]:
+                self.assertIs(client.call("exists:"), True)
+                client.close()
+            if not answered:
+                for visitor in visitors:
+                    visitor.start()
+                running.until(lambda: answered, "an answer")
+            self.assertEqual(daemon.stop(end), status)
+            waiting = [daemon.client() for _ in range(3)]
+        ending.set()
+        listening.close()  # those that wait now are turned away
+        for visitor in visitors:
+            visitor.join()
+        for client in waiting:
+            client.close()
+        self.assertEqual(refused, [])
 
     def test_a_service_manager_that_watches_hears_of_it(self):
         daemon = self.start(environment={"WATCHDOG_USEC": "300000"}).wait_ready()
