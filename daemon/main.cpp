@@ -166,11 +166,11 @@ void shareFolder(Context& context, const std::filesystem::path& folder)
 {
     std::error_code failure;
     std::filesystem::create_directories(folder, failure);
-    auto shared = context.host.userRights->shareWithAdministrators(folder);
+    auto shared = context.host.userRights->shareWithReaders(folder);
     for (std::filesystem::directory_iterator entry(folder, failure), end; shared && !failure && entry != end;
          entry.increment(failure)) {
         if (entry->is_regular_file(failure) && !entry->is_symlink(failure)) {
-            shared = context.host.userRights->shareWithAdministrators(entry->path());
+            shared = context.host.userRights->shareWithReaders(entry->path());
         }
     }
     if (!shared) {

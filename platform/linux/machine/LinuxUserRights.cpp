@@ -80,7 +80,7 @@ bool LinuxUserRights::ownsActiveSeat(std::uint32_t uid)
     return owns;
 }
 
-Result<void> LinuxUserRights::shareWithAdministrators(const std::string& path)
+Result<void> LinuxUserRights::shareWithReaders(const std::string& path)
 {
     for (const char* name : administratorGroups) {
         if (const auto gid = groupNamed(name)) {

@@ -10,7 +10,7 @@ class LinuxUserRights final : public UserRights {
 public:
     bool administers(std::uint32_t uid) override;
     bool ownsActiveSeat(std::uint32_t uid) override;
-    Result<void> shareWithAdministrators(const std::string& path) override;
+    Result<void> shareWithReaders(const std::string& path) override;
 };
 
 } // namespace meridal
