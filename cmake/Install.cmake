@@ -15,6 +15,7 @@ else()
   # Not CMAKE_INSTALL_LIBDIR: systemd looks for units in lib below /usr and /usr/local whatever the architecture.
   install(FILES ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.service ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.socket
     DESTINATION lib/systemd/system)
+  install(FILES ${CMAKE_SOURCE_DIR}/packaging/linux/meridal.sysusers DESTINATION lib/sysusers.d RENAME meridal.conf)
 endif()
 
 # An example, not the file itself: installing again must not undo what an administrator wrote.
