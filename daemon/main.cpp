@@ -114,6 +114,12 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
     return options;
 }
 
+/// Says what keeps us from starting, for who started us.
+void complain(std::string_view what, bool toJournal)
+{
+    fmt::print(stderr, "{}{}\n", toJournal ? "<3>" : "meridald: ", what);
+}
+
 /// Standard error goes on in a file, which starts over once it has grown past 3 MiB. Left alone when that fails.
 void redirectStandardError(const std::filesystem::path& file)
 {
@@ -241,7 +247,9 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
         : UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
         context.log.error(socket.error().message);
-        fmt::print(stderr, "meridald: {}\n", socket.error().message);
+        if (!context.log.hasJournal()) {
+            complain(socket.error().message, false);
+        }
         return EXIT_FAILURE;
     }
     listeners.push_back(std::move(*socket));
@@ -284,24 +292,31 @@ int runDaemon(const Options& options)
     const Paths paths =
         options.root.empty() ? defaultPaths() : Paths::underRoot(std::filesystem::absolute(options.root));
     const auto lock = InstanceLock::acquire(paths.instanceLock());
+    const bool toJournal = logsToJournal();
     if (!lock) {
-        fmt::print(stderr, "meridald: {}\n", lock.error().message);
+        complain(lock.error().message, toJournal);
         return EXIT_FAILURE;
     }
     const ConfigurationPlace place{.folder = paths.configuration,
         .file = options.configuration.empty() ? "" : std::filesystem::absolute(options.configuration)};
     ConfigurationFiles configuration(place);
-    for (const ConfigurationWarning& warning : configuration.warnings()) { // while there is somebody who reads it
-        fmt::print(stderr, "meridald: {}\n", lineOf(warning));
+    if (!toJournal) {                                                          // which gets them with the log
+        for (const ConfigurationWarning& warning : configuration.warnings()) { // while there is somebody who reads it
+            complain(lineOf(warning), false);
+        }
+        if (!options.keepStandardError) {
+            redirectStandardError(paths.errorLog());
+        }
     }
-    if (!options.keepStandardError) {
-        redirectStandardError(paths.errorLog());
-    }
+    reportCrashes(toJournal);
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
     const auto host = makeHost(*runtime, hostChoices(options, configuration.current()));
     NotificationCenter notifications;
     Log log;
+    if (toJournal) {
+        log.addJournal(*runtime, stderr);
+    }
     Context context{*runtime, *host, notifications, log, paths};
     Context::setShared(context);
     shareFolder(context, paths.support);

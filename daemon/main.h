@@ -32,6 +32,10 @@ std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, Lis
 std::optional<int> inheritedSocket();
 /// Lets the process hold as many descriptors as the system gives it: each client costs one.
 void raiseDescriptorLimit();
+/// Whether our standard error goes to the system's journal, which keeps what we log.
+bool logsToJournal();
+/// Has a crash tell where it happened, on standard error, where the system keeps no report of its own.
+void reportCrashes(bool toJournal);
 /// Tells the service manager that clients are served from here on.
 void notifyReady();
 /// Tells the service manager that the end has begun.

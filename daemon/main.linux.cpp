@@ -4,6 +4,8 @@
 #include "base/AsioRuntime.h"
 #include "platform/Context.h"
 #include "platform/linux/LinuxHost.h"
+#include "platform/linux/kernel/StandardError.h"
+#include "wire/Version.h"
 
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -67,6 +69,14 @@ void raiseDescriptorLimit()
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
 }
+
+bool logsToJournal()
+{
+    const char* stream = std::getenv("JOURNAL_STREAM");
+    return stream && leadsToJournal(2, stream);
+}
+
+void reportCrashes(bool toJournal) { reportCrashes(versionText("meridald"), toJournal ? "<2>" : ""); }
 
 void notifyReady() { ::sd_notify(0, "READY=1"); }
 

@@ -51,6 +51,10 @@ void raiseDescriptorLimit()
     }
 }
 
+bool logsToJournal() { return false; } // the unified log takes nothing from standard error
+
+void reportCrashes(bool) { } // the system's own report is better
+
 // launchd takes a program that checks in for its services as ready, and asks for nothing at the end or meanwhile.
 void notifyReady() { }
 

@@ -105,7 +105,7 @@ class WholeDaemonTest(running.DaemonTest):
         self.addCleanup(ending.set)
         waiting = []
         for end, status in ((signal.SIGTERM, 0), (signal.SIGKILL, -signal.SIGKILL), (signal.SIGTERM, 0)):
-            daemon = self.start(socket_activation=listening).wait_ready()
+            daemon = self.start(service=True, listening=listening).wait_ready()
             for client in [*waiting, daemon.client()]:
                 self.assertIs(client.call("exists:"), True)
                 client.close()
@@ -122,6 +122,22 @@ class WholeDaemonTest(running.DaemonTest):
         for client in waiting:
             client.close()
         self.assertEqual(refused, [])
+
+    def test_the_journal_gets_lines_with_levels_and_crashes_with_their_calls(self):
+        self.write_configuration("[record]\nsensors = nope\n")
+        daemon = self.start(service=True).wait_ready()
+        self.assertEqual(daemon.stop(signal.SIGABRT), -signal.SIGABRT)
+        lines = daemon.errors.splitlines()
+        self.assertIn("<6>Daemon started", lines)
+        self.assertEqual([line[:3] for line in lines if '"nope" is neither' in line], ["<4>"], "once, as a warning")
+        crash = next(place for place, line in enumerate(lines) if line.endswith("build 1177): SIGABRT"))
+        calls = lines[crash + 1:]
+        self.assertTrue(all(line.startswith("<2>") for line in lines[crash:]), lines)
+        self.assertGreater(sum("/meridald+0x" in line for line in calls), 1, calls)
+        self.assertEqual(os.listdir(os.path.join(self.root, "log")), [])
+        daemon = self.start(environment={"JOURNAL_STREAM": "8:1234"}).wait_ready()
+        daemon.stop()
+        self.assertIn("Daemon started", daemon.read_log(), "a stream in the journal's place gets no log")
 
     def test_a_service_manager_that_watches_hears_of_it(self):
         daemon = self.start(environment={"WATCHDOG_USEC": "300000"}).wait_ready()

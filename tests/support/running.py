@@ -27,9 +27,16 @@ DEADLINE = 60  # s; met at once on a healthy machine, long enough for a sanitize
 SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages
 PRELOAD = "libumockdev-preload.so.0"  # lets a process have devices of its own
 BUILD = None
-# Becomes another program with a descriptor as a service manager hands it over.
-HAND_OVER = ("import os, sys; os.dup2(int(sys.argv[1]), 3); "
-             "os.execve(sys.argv[2], sys.argv[2:], dict(os.environ, LISTEN_FDS='1', LISTEN_PID=str(os.getpid())))")
+# Becomes a program as a service manager starts it: standard error is the journal's, and a socket (-1: none) is handed over.
+BECOME_SERVICE = """
+import os, sys
+error = os.fstat(2)
+environment = dict(os.environ, JOURNAL_STREAM=f"{error.st_dev}:{error.st_ino}")
+if (descriptor := int(sys.argv[1])) >= 0:
+    os.dup2(descriptor, 3)
+    environment.update(LISTEN_FDS="1", LISTEN_PID=str(os.getpid()))
+os.execve(sys.argv[2], sys.argv[2:], environment)
+"""
 
 needs_root = unittest.skipUnless(os.geteuid() == 0, "needs root")
 needs_devices = unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev in this process")
@@ -83,7 +90,8 @@ class Client(example_client.Client):
 
 
 class Daemon:
-    def __init__(self, root, *arguments, user=None, socket_activation=None, environment=None):
+    def __init__(self, root, *arguments, user=None, service=False, listening=None, environment=None):
+        """`service`: as systemd starts it, with a listening socket of its own where one is given."""
         self.root = root
         self.socket_path = os.path.join(root, "run", "daemon.sock")
         self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -97,13 +105,13 @@ class Daemon:
         if user:  # who may not be able to reach the build folder
             program = shutil.copy(program, root)
         command = [program, "--root", root, *arguments]
-        passed = []
-        if socket_activation:  # a listening socket, which the service manager keeps
-            passed = [socket_activation.fileno()]
-            command = [sys.executable, "-c", HAND_OVER, str(passed[0]), *command]
+        passed = [listening.fileno()] if listening else []
+        if service:
+            command = [sys.executable, "-c", BECOME_SERVICE, str(*passed or [-1]), *command]
         self.process = subprocess.Popen(
             command, pass_fds=passed, env=dict(os.environ, NOTIFY_SOCKET=notify_path, **environment or {}),
-            stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, user=user, group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
+            stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, user=user,
+            group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
 
     def wait_ready(self):
         return self.wait_told(b"READY=1")
