@@ -28,6 +28,10 @@ endforeach()
 
 install(FILES ${CMAKE_SOURCE_DIR}/packaging/completions/meridalctl.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME meridalctl)
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/completions/meridalctl.zsh
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions RENAME _meridalctl)
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/completions/meridalctl.fish
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 
 file(GLOB documents CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/*.md ${CMAKE_SOURCE_DIR}/README.md)
 install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR})
