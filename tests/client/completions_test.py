@@ -71,8 +71,8 @@ class Zsh(Shell):
         return set(re.findall(r"--[\w-]+(?==?\[)|(?<=\))--[\w-]+", self.ask(*command)))
 
     def choices(self, command, option):
-        specification = re.escape(option[0]) + r"=?\[" if option else r"^1:"
-        found = re.search(specification + r".*:\((.*)\)$", self.ask(*command), re.MULTILINE)
+        pattern = re.escape(option[0]) + r"=?\[" if option else r"^1:"
+        found = re.search(pattern + r".*:\((.*)\)$", self.ask(*command), re.MULTILINE)
         return set(found.group(1).split()) if found else set()
 
 
