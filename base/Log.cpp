@@ -10,6 +10,7 @@
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/dist_sink.h>
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <system_error>
@@ -65,6 +66,31 @@ private:
     RollingFileSink files_;
 };
 
+/// Lines as systemd's journal reads them from a stream: sd-daemon(3). On the writer's thread only.
+class JournalSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+public:
+    explicit JournalSink(std::FILE* stream) : stream_(stream) { }
+
+    std::uint64_t droppedLines() const { return droppedLines_; }
+
+private:
+    void sink_it_(const spdlog::details::log_msg& message) override
+    {
+        const char* level = message.level == spdlog::level::err ? "<3>"
+            : message.level == spdlog::level::warn              ? "<4>"
+                                                                : "<6>";
+        const std::string line = level + std::string(message.payload.begin(), message.payload.end()) + '\n';
+        if (std::fwrite(line.data(), 1, line.size(), stream_) != line.size() || std::fflush(stream_) != 0) {
+            ++droppedLines_;
+            std::clearerr(stream_);
+        }
+    }
+    void flush_() override { } // every line is written at once
+
+    std::FILE* const stream_;
+    std::atomic<std::uint64_t> droppedLines_ = 0;
+};
+
 } // namespace
 
 struct Log::State {
@@ -90,9 +116,9 @@ struct Log::State {
         }
     }
 
+    /// With the mutex held.
     void addSink(spdlog::sink_ptr sink)
     {
-        const std::lock_guard lock(mutex);
         sinks->add_sink(std::move(sink));
         if (!writer) {
             writer =
@@ -124,6 +150,7 @@ struct Log::State {
     std::shared_ptr<const Listeners> listeners = std::make_shared<Listeners>();
     std::vector<LogLine> early; ///< from before the first sink
     std::shared_ptr<FileSink> files;
+    std::shared_ptr<JournalSink> journal;
     std::unique_ptr<LogWriter> writer; ///< made with the first sink; goes first
 };
 
@@ -140,12 +167,25 @@ void Log::addFiles(const Runtime& runtime, const std::filesystem::path& folder, 
         return;
     }
     auto files = std::make_shared<FileSink>(folder, policy);
-    {
-        const std::lock_guard lock(state_->mutex);
-        state_->clock = &runtime;
-        state_->files = files;
-    }
+    const std::lock_guard lock(state_->mutex);
+    state_->clock = &runtime;
+    state_->files = files;
     state_->addSink(std::move(files));
+}
+
+void Log::addJournal(const Runtime& runtime, std::FILE* stream)
+{
+    auto journal = std::make_shared<JournalSink>(stream);
+    const std::lock_guard lock(state_->mutex);
+    state_->clock = &runtime;
+    state_->journal = journal;
+    state_->addSink(std::move(journal));
+}
+
+bool Log::hasJournal() const
+{
+    const std::lock_guard lock(state_->mutex);
+    return state_->journal != nullptr;
 }
 
 void Log::addListener(std::function<void(LogLevel, std::string_view)> listener)
@@ -177,7 +217,8 @@ void Log::flush()
 std::uint64_t Log::droppedLines() const
 {
     const std::lock_guard lock(state_->mutex);
-    return (state_->writer ? state_->writer->lostLines() : 0) + (state_->files ? state_->files->droppedLines() : 0);
+    return (state_->writer ? state_->writer->lostLines() : 0) + (state_->files ? state_->files->droppedLines() : 0)
+        + (state_->journal ? state_->journal->droppedLines() : 0);
 }
 
 } // namespace meridal

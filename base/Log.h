@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -35,6 +36,11 @@ public:
     /// Adds rolling files in a folder, which is made when missing. Failure leaves the log as it was.
     /// Ages are measured on the wall clock of the runtime, which must outlive the log.
     void addFiles(const Runtime& runtime, const std::filesystem::path& folder, LogPolicy policy = {});
+    /// Adds a stream that a system journal reads: lines begin with their level as it wants them, "<4>", and have no time,
+    /// which it adds. The stream must outlive the log.
+    void addJournal(const Runtime& runtime, std::FILE* stream);
+    /// Whether lines go to a journal, which keeps them: no files are needed then.
+    bool hasJournal() const;
     /// Adds a function that gets every line at once, on the writing thread; for tests.
     void addListener(std::function<void(LogLevel, std::string_view)> listener);
 

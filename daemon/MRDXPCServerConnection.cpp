@@ -8,6 +8,7 @@
 #include "daemon/SensorService.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
+#include "wire/Version.h"
 
 #include <algorithm>
 #include <iterator>
@@ -17,9 +18,6 @@
 namespace meridal {
 
 namespace {
-
-constexpr float daemonVersion = 6.6F;
-constexpr std::int64_t daemonBuild = 1177;
 
 // Masks add and subtract as numbers: a client that passes one bit a request sees a set, and one that passes several
 // gets the sum it asked for. Unsigned, because a client may pass anything and the sum must not overflow.
@@ -202,7 +200,7 @@ void MRDXPCServerConnection::infoForPids(Value pids, ValueReply reply)
     onMain([this, pids = std::move(pids), reply = std::move(reply)] { reply(daemon_.infoForPids(pids, peer_)); });
 }
 
-void MRDXPCServerConnection::version(VersionReply reply) { reply(daemonVersion, daemonBuild); }
+void MRDXPCServerConnection::version(VersionReply reply) { reply(static_cast<float>(protocolVersion), protocolBuild); }
 
 void MRDXPCServerConnection::fps(NumberReply reply)
 {

@@ -77,7 +77,9 @@ void MeridalDaemon::start()
 {
     Log& log = context_.log;
     log.info("Daemon smc");
-    log.addFiles(context_.runtime, context_.paths.logs);
+    if (!log.hasJournal()) {
+        log.addFiles(context_.runtime, context_.paths.logs);
+    }
     DistributedNotifications& distributed = *context_.host.distributedNotifications;
     resetFansObservation_ = distributed.observe("Meridal-Daemon-ResetFans", [this] { resetFans(); });
     prepareCollectors();

@@ -7,6 +7,7 @@
 #include "daemon/MeridalDaemon.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/host/Host.h"
+#include "wire/Version.h"
 
 #include <map>
 #include <string>
@@ -78,8 +79,9 @@ Dictionary StatusReport::build()
     Context& context = daemon_.context();
     const PassStatistics& passes = daemon_.passStatistics();
     Dictionary report = {
-        {"version", 6.6},
-        {"build", 1177},
+        {"version", protocolVersion},
+        {"build", protocolBuild},
+        {"release", releaseVersion()},
         {"system", context.host.machine->systemName()},
         {"uptime", context.runtime.monotonicTime() - startedAt_},
         {"wallTime", context.runtime.wallTime()},

@@ -34,6 +34,7 @@
 #include "daemon/StatusReport.h"
 #include "daemon/TrafficService.h"
 #include "daemon/UptimeService.h"
+#include "daemon/Watchdog.h"
 #include "daemon/Watches.h"
 #include "daemon/ZAVPowerManager.h"
 #include "daemon/transport/InstanceLock.h"
@@ -43,6 +44,7 @@
 #include "platform/PlatformController.h"
 #include "platform/host/Host.h"
 #include "wire/Methods.h"
+#include "wire/Version.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -93,7 +95,7 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
         "Read the health of disks that spin even where their adapter does not tell whether they sleep, which may wake "
         "them "
         "(Linux)");
-    app.set_version_flag("--version", "meridald 6.6 (1177)");
+    app.set_version_flag("--version", versionText("meridald"));
     app.allow_extras();
     try {
         app.parse(argc, argv);
@@ -110,6 +112,12 @@ std::variant<Options, int> parseArguments(int argc, char** argv)
         }
     }
     return options;
+}
+
+/// Says what keeps us from starting, for who started us.
+void complain(std::string_view what, bool toJournal)
+{
+    fmt::print(stderr, "{}{}\n", toJournal ? "<3>" : "meridald: ", what);
 }
 
 /// Standard error goes on in a file, which starts over once it has grown past 3 MiB. Left alone when that fails.
@@ -164,11 +172,11 @@ void shareFolder(Context& context, const std::filesystem::path& folder)
 {
     std::error_code failure;
     std::filesystem::create_directories(folder, failure);
-    auto shared = context.host.userRights->shareWithAdministrators(folder);
+    auto shared = context.host.userRights->shareWithReaders(folder);
     for (std::filesystem::directory_iterator entry(folder, failure), end; shared && !failure && entry != end;
          entry.increment(failure)) {
         if (entry->is_regular_file(failure) && !entry->is_symlink(failure)) {
-            shared = context.host.userRights->shareWithAdministrators(entry->path());
+            shared = context.host.userRights->shareWithReaders(entry->path());
         }
     }
     if (!shared) {
@@ -233,10 +241,15 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     battery.addTo(history, catalogue);
     network.addTo(history);
 
-    auto socket = UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
+    const auto inherited = inheritedSocket();
+    auto socket = inherited
+        ? UnixSocketListener::adopt(*inherited, daemon.server(), &history, runtime.mainQueue())
+        : UnixSocketListener::listen(context.paths.socket(), daemon.server(), &history, runtime.mainQueue());
     if (!socket) {
         context.log.error(socket.error().message);
-        fmt::print(stderr, "meridald: {}\n", socket.error().message);
+        if (!context.log.hasJournal()) {
+            complain(socket.error().message, false);
+        }
         return EXIT_FAILURE;
     }
     listeners.push_back(std::move(*socket));
@@ -247,12 +260,17 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
 
     const Task end = [&] {
         notifyStopping();
+        for (const auto& listener : listeners) {
+            listener->stopAccepting();
+        }
         daemon.finalize();
         runtime.stop();
     };
     const auto onTerminate = runtime.watchSignal(SIGTERM, end);
     const auto onInterrupt = runtime.watchSignal(SIGINT, end);
     const auto onHangup = runtime.watchSignal(SIGHUP, [&configuration] { configuration.reload(); });
+    const auto limit = watchdogLimit();
+    const auto watchdog = limit ? startWatchdog(runtime, *limit, notifyAlive) : nullptr;
     notifyReady();
     runtime.run();
     context.host.limitations->listen({});
@@ -274,24 +292,31 @@ int runDaemon(const Options& options)
     const Paths paths =
         options.root.empty() ? defaultPaths() : Paths::underRoot(std::filesystem::absolute(options.root));
     const auto lock = InstanceLock::acquire(paths.instanceLock());
+    const bool toJournal = logsToJournal();
     if (!lock) {
-        fmt::print(stderr, "meridald: {}\n", lock.error().message);
+        complain(lock.error().message, toJournal);
         return EXIT_FAILURE;
     }
     const ConfigurationPlace place{.folder = paths.configuration,
         .file = options.configuration.empty() ? "" : std::filesystem::absolute(options.configuration)};
     ConfigurationFiles configuration(place);
-    for (const ConfigurationWarning& warning : configuration.warnings()) { // while there is somebody who reads it
-        fmt::print(stderr, "meridald: {}\n", lineOf(warning));
+    if (!toJournal) {                                                          // which gets them with the log
+        for (const ConfigurationWarning& warning : configuration.warnings()) { // while there is somebody who reads it
+            complain(lineOf(warning), false);
+        }
+        if (!options.keepStandardError) {
+            redirectStandardError(paths.errorLog());
+        }
     }
-    if (!options.keepStandardError) {
-        redirectStandardError(paths.errorLog());
-    }
+    reportCrashes(toJournal);
     raiseDescriptorLimit();
     const auto runtime = makeRuntime();
     const auto host = makeHost(*runtime, hostChoices(options, configuration.current()));
     NotificationCenter notifications;
     Log log;
+    if (toJournal) {
+        log.addJournal(*runtime, stderr);
+    }
     Context context{*runtime, *host, notifications, log, paths};
     Context::setShared(context);
     shareFolder(context, paths.support);

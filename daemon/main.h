@@ -5,6 +5,7 @@
 #include "wire/Link.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,11 +28,21 @@ std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices& choices);
 Paths defaultPaths();
 /// What this host serves clients by, beside the socket.
 std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, ListenerDelegate& delegate);
+/// A socket that listens already, which the service manager made before us and keeps when we end. The caller's from here on.
+std::optional<int> inheritedSocket();
 /// Lets the process hold as many descriptors as the system gives it: each client costs one.
 void raiseDescriptorLimit();
+/// Whether our standard error goes to the system's journal, which keeps what we log.
+bool logsToJournal();
+/// Has a crash tell where it happened, on standard error, where the system keeps no report of its own.
+void reportCrashes(bool toJournal);
 /// Tells the service manager that clients are served from here on.
 void notifyReady();
 /// Tells the service manager that the end has begun.
 void notifyStopping();
+/// After how many seconds without a sign of life the service manager takes us for stuck; absent where it does not look.
+std::optional<double> watchdogLimit();
+/// The sign of life.
+void notifyAlive();
 
 } // namespace meridal

@@ -4,10 +4,14 @@
 #include "base/AsioRuntime.h"
 #include "platform/Context.h"
 #include "platform/linux/LinuxHost.h"
+#include "platform/linux/kernel/StandardError.h"
+#include "wire/Version.h"
 
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <systemd/sd-daemon.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 
@@ -46,6 +50,17 @@ Paths defaultPaths()
 
 std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context&, ListenerDelegate&) { return {}; }
 
+std::optional<int> inheritedSocket()
+{
+    const int count = ::sd_listen_fds(1); // no child of ours is to take them for its own
+    for (int descriptor = SD_LISTEN_FDS_START; descriptor < SD_LISTEN_FDS_START + count; ++descriptor) {
+        if (::sd_is_socket_unix(descriptor, SOCK_STREAM, 1, nullptr, 0) > 0) {
+            return descriptor;
+        }
+    }
+    return std::nullopt;
+}
+
 void raiseDescriptorLimit()
 {
     rlimit limit{};
@@ -55,8 +70,25 @@ void raiseDescriptorLimit()
     }
 }
 
+bool logsToJournal()
+{
+    const char* stream = std::getenv("JOURNAL_STREAM");
+    return stream && leadsToJournal(2, stream);
+}
+
+void reportCrashes(bool toJournal) { reportCrashes(versionText("meridald"), toJournal ? "<2>" : ""); }
+
 void notifyReady() { ::sd_notify(0, "READY=1"); }
 
 void notifyStopping() { ::sd_notify(0, "STOPPING=1"); }
+
+std::optional<double> watchdogLimit()
+{
+    std::uint64_t microseconds = 0;
+    return ::sd_watchdog_enabled(0, &microseconds) > 0 ? std::optional(static_cast<double>(microseconds) / 1e6)
+                                                       : std::nullopt;
+}
+
+void notifyAlive() { ::sd_notify(0, "WATCHDOG=1"); }
 
 } // namespace meridal

@@ -39,6 +39,9 @@ std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, Lis
     return listeners;
 }
 
+// launchd holds the name of the Mach service, at which clients wait in the same way.
+std::optional<int> inheritedSocket() { return std::nullopt; }
+
 void raiseDescriptorLimit()
 {
     rlimit limit{};
@@ -48,9 +51,17 @@ void raiseDescriptorLimit()
     }
 }
 
-// launchd takes a program that checks in for its services as ready, and asks for nothing at the end.
+bool logsToJournal() { return false; } // the unified log takes nothing from standard error
+
+void reportCrashes(bool) { } // the system's own report is better
+
+// launchd takes a program that checks in for its services as ready, and asks for nothing at the end or meanwhile.
 void notifyReady() { }
 
 void notifyStopping() { }
+
+std::optional<double> watchdogLimit() { return std::nullopt; }
+
+void notifyAlive() { }
 
 } // namespace meridal

@@ -119,7 +119,7 @@ bool HistoryDatabaseFile::openFresh()
         using std::filesystem::perms;
         std::filesystem::permissions(path_, perms::owner_read | perms::owner_write | perms::group_read, failure);
         if (context_.host.userRights) { // where it fails, it failed for the folder, of which the log tells
-            static_cast<void>(context_.host.userRights->shareWithAdministrators(path_.string()));
+            static_cast<void>(context_.host.userRights->shareWithReaders(path_.string()));
         }
         if (prepareConnection()) {
             return true;

@@ -74,6 +74,9 @@ struct ListenerStatistics {
 class Listener {
 public:
     virtual ~Listener() = default;
+    /// Takes no new clients from here on; those that there are stay. For a listener whose socket others hold: who connects
+    /// from now on is the next daemon's.
+    virtual void stopAccepting() { }
     virtual ListenerStatistics statistics() const = 0;
 };
 

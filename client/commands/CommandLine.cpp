@@ -3,6 +3,7 @@
 
 #include "base/Text.h"
 #include "client/commands/Commands.h"
+#include "wire/Version.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -19,7 +20,6 @@ namespace meridal {
 namespace {
 
 constexpr const char* defaultSocket = "/run/meridal/daemon.sock";
-constexpr const char* clientVersion = "meridalctl 6.6";
 
 constexpr int mostRepetitions = 1'000'000'000;
 
@@ -68,7 +68,7 @@ void addGlobals(CLI::App& app, CommandLine& line)
     globals.choice(
         "--color", line.colour, {"auto", "always", "never"}, "Whether to colour text; auto respects NO_COLOR");
     globals.seconds("--timeout", line.timeout, 0.001, 3600, "Seconds to wait for an answer");
-    app.set_version_flag("--version", clientVersion);
+    app.set_version_flag("--version", versionText("meridalctl"));
     app.require_subcommand(1);
     app.fallthrough();
     app.footer("Exit status: 0 done, 1 the daemon refused, 2 no daemon, 64 wrong usage.\n"

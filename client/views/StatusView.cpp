@@ -120,11 +120,13 @@ void addConfiguration(Lines& lines, const Value* configuration)
 Line headline(const Dictionary& status)
 {
     std::string words = "meridald";
-    if (const auto version = number(status, "version")) {
-        words += fmt::format(" {:.4g}", *version);
+    if (const auto release = text(status, "release")) {
+        words += " " + printable(*release);
     }
-    if (const auto build = integer(status, "build")) {
-        words += fmt::format(" (build {})", *build);
+    const auto version = number(status, "version");
+    const auto build = integer(status, "build");
+    if (version && build) {
+        words += fmt::format(" (protocol {:.4g}, build {})", *version, *build);
     }
     if (const auto host = text(status, "host")) {
         words += " on " + printable(*host);

@@ -115,11 +115,11 @@ TableCell figureCell(const TopRow& row, const FigureColumn& column)
     return {style, figure ? column.format(*figure) : "-"};
 }
 
-/// "meridald 6.6 on linux: 180 processes, 2 clients, itself 0.4 % CPU and 9.1 MiB", as far as the daemon said.
+/// "meridald 0.1.0 on linux: 180 processes, 2 clients, itself 0.4 % CPU and 9.1 MiB", as far as the daemon said.
 std::string daemonLine(const Dictionary& status)
 {
-    const auto version = number(status, "version");
-    std::string line = version ? fmt::format("meridald {:.4g}", *version) : "meridald";
+    const auto release = text(status, "release");
+    std::string line = release ? "meridald " + printable(*release) : "meridald";
     if (const auto host = text(status, "host")) {
         line += " on " + printable(*host);
     }

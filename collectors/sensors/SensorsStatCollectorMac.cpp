@@ -52,6 +52,7 @@ SensorsStatCollectorMac::SensorsStatCollectorMac(Context& context, const Platfor
     , source_(*context.host.sensors)
     , keys_(context.paths.support / "sensor-keys")
     , recorded_(context.runtime, "sensors", {"value"})
+    , failures_(context.log, context.runtime)
 {
     history().setBeforeCommit([this] { prepareCommit(); });
 }
@@ -139,6 +140,9 @@ void SensorsStatCollectorMac::readAhead(const std::vector<std::string>& sources)
     const std::vector<SensorReading> said = source_.read(unread);
     for (std::size_t index = 0; index < unread.size(); ++index) {
         *readings[index] = said[index];
+        if (!said[index].failure.empty()) {
+            failures_.tell(unread[index], "A sensor cannot be read: " + said[index].failure);
+        }
     }
 }
 

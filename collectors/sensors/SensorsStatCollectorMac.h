@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/Lifetime.h"
+#include "base/RareWarnings.h"
 #include "collectors/sensors/KeptSensors.h"
 #include "collectors/sensors/PowerAverages.h"
 #include "collectors/sensors/SensorAlarms.h"
@@ -225,6 +226,7 @@ private:
     std::vector<Service> services_;          ///< as the host tells them
     SensorAlarms alarms_;                    ///< by what the host calls sensors
     RecordedSeries recorded_;
+    RareWarnings failures_; ///< of sensors, by what the host calls them
     std::optional<std::unordered_map<std::string, SensorReading>> readings_; ///< while a turn or a request lasts
     std::map<std::string, double> unproven_; ///< clients' sensors without a value so far: since when, monotonic s
     std::uint64_t generation_ = 0;

@@ -86,19 +86,22 @@ private:
 
 } // namespace
 
-/// The listener's innards. All but the constructor, bind(), run() and the destructor belong to its thread.
+/// The listener's innards. All but the constructor, bind(), adopt(), run(), stopAccepting() and the destructor belong to its
+/// thread.
 class UnixSocketListener::Server {
 public:
-    Server(std::filesystem::path path, ListenerDelegate& delegate, NamedMethods* namedMethods, Queue& mainQueue)
-        : path_(std::move(path)), delegate_(delegate), dispatcher_(namedMethods, mainQueue)
+    Server(ListenerDelegate& delegate, NamedMethods* namedMethods, Queue& mainQueue)
+        : delegate_(delegate), dispatcher_(namedMethods, mainQueue)
     {
     }
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    Result<void> bind();
+    Result<void> bind(const std::filesystem::path& path);
+    Result<void> adopt(int descriptor);
     void run();
+    void stopAccepting();
     const TransportCounters& counters() const { return *counters_; }
 
 private:
@@ -111,7 +114,6 @@ private:
     void connectionClosed(const UnixSocketConnection& connection);
     void shutDown();
 
-    std::filesystem::path path_;
     ListenerDelegate& delegate_;
     JsonRpcDispatcher dispatcher_;
     std::shared_ptr<TransportCounters> counters_ = std::make_shared<TransportCounters>();
@@ -122,6 +124,7 @@ private:
     Protocol::acceptor acceptor_{io_};
     asio::steady_timer restTimer_{io_};
     std::unordered_map<const UnixSocketConnection*, std::shared_ptr<UnixSocketConnection>> connections_;
+    std::filesystem::path path_;  // of the socket file that we made
     struct stat socketFile_ = {}; // as we made it
     bool resting_ = false;
     bool shuttingDown_ = false;
@@ -142,8 +145,9 @@ UnixSocketListener::Server::~Server()
     }
 }
 
-Result<void> UnixSocketListener::Server::bind()
+Result<void> UnixSocketListener::Server::bind(const std::filesystem::path& path)
 {
+    path_ = path;
     if (path_.string().size() >= sizeof(sockaddr_un::sun_path)) {
         return unexpected(ErrorCode::InvalidArgument,
             fmt::format("{} is too long for a socket; at most {} bytes are possible", path_.string(),
@@ -176,6 +180,26 @@ Result<void> UnixSocketListener::Server::bind()
     return error ? Result<void>(failure("cannot listen on", path_, error)) : Result<void>();
 }
 
+Result<void> UnixSocketListener::Server::adopt(int descriptor)
+{
+    asio::error_code error;
+    acceptor_.assign(Protocol(), descriptor, error);
+    if (error) {
+        close(descriptor);
+        return failure("cannot accept at", "the socket that was handed over", error);
+    }
+    return {};
+}
+
+void UnixSocketListener::Server::stopAccepting()
+{
+    asio::post(io_, [this] {
+        asio::error_code ignored;
+        acceptor_.close(ignored);
+        restTimer_.cancel();
+    });
+}
+
 void UnixSocketListener::Server::run()
 {
     accept();
@@ -196,6 +220,11 @@ void UnixSocketListener::Server::accepted(const asio::error_code& error, Protoco
     }
     if (!error) {
         welcome(std::move(socket));
+    }
+    if (!acceptor_.is_open()) {
+        return; // no more are taken
+    }
+    if (!error) {
         accept();
     } else if (error == asio::error::connection_aborted || error == asio::error::interrupted) {
         accept();
@@ -209,7 +238,7 @@ void UnixSocketListener::Server::restThenAccept()
     resting_ = true;
     restTimer_.expires_after(acceptRest);
     restTimer_.async_wait([this](const asio::error_code&) {
-        if (std::exchange(resting_, false) && !shuttingDown_) {
+        if (std::exchange(resting_, false) && acceptor_.is_open()) {
             accept();
         }
     });
@@ -256,9 +285,20 @@ void UnixSocketListener::Server::shutDown()
 Result<std::unique_ptr<UnixSocketListener>> UnixSocketListener::listen(
     const std::filesystem::path& path, ListenerDelegate& delegate, NamedMethods* namedMethods, Queue& mainQueue)
 {
-    auto server = std::make_unique<Server>(path, delegate, namedMethods, mainQueue);
-    if (auto bound = server->bind(); !bound) {
+    auto server = std::make_unique<Server>(delegate, namedMethods, mainQueue);
+    if (auto bound = server->bind(path); !bound) {
         return Unexpected{bound.error()};
+    }
+    server->run();
+    return std::unique_ptr<UnixSocketListener>(new UnixSocketListener(std::move(server)));
+}
+
+Result<std::unique_ptr<UnixSocketListener>> UnixSocketListener::adopt(
+    int descriptor, ListenerDelegate& delegate, NamedMethods* namedMethods, Queue& mainQueue)
+{
+    auto server = std::make_unique<Server>(delegate, namedMethods, mainQueue);
+    if (auto adopted = server->adopt(descriptor); !adopted) {
+        return Unexpected{adopted.error()};
     }
     server->run();
     return std::unique_ptr<UnixSocketListener>(new UnixSocketListener(std::move(server)));
@@ -267,6 +307,8 @@ Result<std::unique_ptr<UnixSocketListener>> UnixSocketListener::listen(
 UnixSocketListener::UnixSocketListener(std::unique_ptr<Server> server) : server_(std::move(server)) { }
 
 UnixSocketListener::~UnixSocketListener() = default;
+
+void UnixSocketListener::stopAccepting() { server_->stopAccepting(); }
 
 ListenerStatistics UnixSocketListener::statistics() const
 {

@@ -25,10 +25,17 @@ public:
     static Result<std::unique_ptr<UnixSocketListener>> listen(
         const std::filesystem::path& path, ListenerDelegate& delegate, NamedMethods* namedMethods, Queue& mainQueue);
 
-    /// Ends every connection, removes the socket file and waits for the thread. Replies and envelopes that come later
+    /// Begins to accept at a socket that listens already and that somebody else keeps, such as a service manager: who
+    /// connects between two daemons waits for the second. The descriptor is the listener's from here on, also when this
+    /// fails; its socket file stays at the end.
+    static Result<std::unique_ptr<UnixSocketListener>> adopt(
+        int descriptor, ListenerDelegate& delegate, NamedMethods* namedMethods, Queue& mainQueue);
+
+    /// Ends every connection, removes the socket file that it made and waits for the thread. Replies and envelopes that come later
     /// are dropped. Not from within a call that a client made.
     ~UnixSocketListener() override;
 
+    void stopAccepting() override;
     ListenerStatistics statistics() const override;
     /// How often an envelope was turned into text: once each, however many clients took it.
     std::uint64_t envelopesEncoded() const;

@@ -56,6 +56,7 @@ struct SensorRecord {
 struct SensorReading {
     bool isThere = false;             ///< the machine has such a key
     std::optional<double> value = {}; ///< in the unit of the kind; absent when it cannot be had now
+    std::string failure = {}; ///< the sensor, and why reading it failed, for the log; empty where it merely rests
     bool operator==(const SensorReading&) const = default;
 };
 

@@ -125,7 +125,7 @@ TEST(TopView, NothingInAnEnvelopeCanBreakTheView)
 TEST(TopView, AScreenIsNeverLargerThanTheTerminal)
 {
     TopFrame frame = frameOf(RequestKey::Cpu, cpuList);
-    frame.status = {{"version", 6.6}, {"host", "linux"}, {"passes", {{"processes", 180}}}};
+    frame.status = {{"release", "0.1.0"}, {"version", 6.6}, {"host", "linux"}, {"passes", {{"processes", 180}}}};
     for (const int rows : {0, 1, 2, 3, 4, 5, 24}) {
         for (const int columns : {1, 7, 80}) {
             const Lines lines = screenLines(frame, 100, rows, columns);
@@ -137,7 +137,7 @@ TEST(TopView, AScreenIsNeverLargerThanTheTerminal)
     }
     const Lines screen = screenLines(frame, 100, 24, 80);
     ASSERT_EQ(screen.size(), 24U);
-    EXPECT_EQ(plainText(screen.front()), "meridald 6.6 on linux   180 processes");
+    EXPECT_EQ(plainText(screen.front()), "meridald 0.1.0 on linux   180 processes");
     EXPECT_THAT(plainText(screen.back()), HasSubstr("q quit"));
     EXPECT_EQ(plainText(screenLines(frame, 100, 5, 80)[3]), "       7       150.0  spinner") << "rows give way first";
     frame.connected = false;

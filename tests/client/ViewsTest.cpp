@@ -14,15 +14,15 @@ namespace {
 
 TEST(StatusView, SaysWhatTheDaemonSaidAndNothingElse)
 {
-    const Dictionary status = {{"version", 6.6}, {"build", 1177}, {"pid", 812}, {"uptime", 3725.5}, {"host", "linux"},
-        {"clients", 2},
+    const Dictionary status = {{"release", "0.1.0"}, {"version", 6.6}, {"build", 1177}, {"pid", 812},
+        {"uptime", 3725.5}, {"host", "linux"}, {"clients", 2},
         {"usage", {{"cpuPercent", 0.4}, {"cpuPercentSinceStart", 0.5}, {"residentBytes", 9'542'000}, {"wakeups", 512}}},
         {"transport", {{"requests", 10}, {"badRequests", 1}}},
         {"passes", {{"count", 40}, {"lastSeconds", 0.0021}, {"processes", 180}}}, {"processes", {{"source", "bpf"}}},
         {"databases", {{"rowsWritten", 1200}, {"bytes", 81'920}, {"statementsDropped", 0}}},
         {"limitations", {{"memory\x1B", "needs\nroot"}}}, {"paths", {{"socket", "/run/meridal/daemon.sock"}}}};
     EXPECT_EQ(textOf(statusLines(status)),
-        "meridald 6.6 (build 1177) on linux, process 812, up 1 h 2 min\n"
+        "meridald 0.1.0 (protocol 6.6, build 1177) on linux, process 812, up 1 h 2 min\n"
         "CPU          0.40 % of one core lately, 0.50 % since the start\n"
         "memory       9.10 MiB resident\n"
         "wake-ups     512 in all\n"

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "daemon/Watchdog.h"
 #include "tests/daemon/DaemonFixture.h"
 
 #include <gmock/gmock.h>
+
+#include <algorithm>
+#include <vector>
 
 namespace meridal::test {
 namespace {
@@ -182,6 +186,21 @@ TEST_F(DaemonTest, ADaemonThatEndsTakesItsTimersWithIt)
     machine.runtime.advance(60);
     EXPECT_EQ(machine.processes().asked.size(), passes);
     EXPECT_TRUE(machine.distributed().posted.empty());
+}
+
+TEST(Watchdog, IsToldOfEveryQueueThatRunsAndOfNoneThatDoesNot)
+{
+    VirtualRuntime runtime;
+    std::vector<double> told;
+    const double start = runtime.monotonicTime();
+    const auto watchdog = startWatchdog(runtime, 30, [&] { told.push_back(runtime.monotonicTime() - start); });
+    runtime.advance(45);
+    EXPECT_EQ(told, (std::vector<double>{10, 20, 30, 40}));
+    runtime.mainQueue().post([&] { runtime.advance(100); }); // a task that takes that long
+    runtime.advance(0);
+    EXPECT_EQ(std::count_if(told.begin(), told.end(), [](double at) { return at > 45 && at < 145; }), 0);
+    runtime.advance(10);
+    EXPECT_GE(told.back(), 145);
 }
 
 } // namespace

@@ -5,11 +5,15 @@
     daemon_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
 """
 
+import contextlib
 import os
 import pwd
 import signal
+import socket
 import stat
+import subprocess
 import sys
+import threading
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 import running  # noqa: E402  the daemon and its clients
@@ -37,6 +41,13 @@ class WholeDaemonTest(running.DaemonTest):
         self.assertNotIn(-1, places, log)
         self.assertEqual(places, sorted(places))
         self.assertEqual(log.count("Daemon started"), 2, "a second run adds to the same log")
+
+    def test_programs_and_status_name_the_same_release(self):
+        with self.serving() as (_, client):
+            release = client.call("status")["release"]
+        for program in ("meridald", "meridalctl"):
+            said = subprocess.run([os.path.join(running.BUILD, program), "--version"], capture_output=True, text=True, check=True)
+            self.assertEqual(said.stdout, f"{program} {release} (protocol 6.6, build 1177)\n")
 
     def test_one_daemon_a_root_and_a_dead_one_is_replaced(self):
         first = self.start().wait_ready()
@@ -68,6 +79,71 @@ class WholeDaemonTest(running.DaemonTest):
         os.unlink(error_log)
         self.assertEqual(self.start("/Applications/xCoDe.app/Contents").wait_ready().stop(), 0)
         self.assertFalse(os.path.exists(error_log))
+
+    def test_a_socket_of_the_service_managers_loses_nobody_over_a_restart(self):
+        path = os.path.join(self.root, "run", "daemon.sock")
+        os.mkdir(os.path.dirname(path))
+        listening = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.addCleanup(listening.close)
+        listening.bind(path)
+        listening.listen(512)
+
+        refused, answered, ending = [], [], threading.Event()
+
+        def visit():
+            while not ending.is_set():
+                try:
+                    client = running.Client(path)
+                except OSError as error:
+                    refused.append(error)
+                    continue
+                with contextlib.suppress(OSError, running.example_client.ConnectionEnded):  # of a daemon that had taken it
+                    answered.append(client.call("exists:"))
+                client.close()
+
+        visitors = [threading.Thread(target=visit, daemon=True) for _ in range(3)]
+        self.addCleanup(ending.set)
+        waiting = []
+        for end, status in ((signal.SIGTERM, 0), (signal.SIGKILL, -signal.SIGKILL), (signal.SIGTERM, 0)):
+            daemon = self.start(service=True, listening=listening).wait_ready()
+            for client in [*waiting, daemon.client()]:
+                self.assertIs(client.call("exists:"), True)
+                client.close()
+            if not answered:
+                for visitor in visitors:
+                    visitor.start()
+                running.until(lambda: answered, "an answer")
+            self.assertEqual(daemon.stop(end), status)
+            waiting = [daemon.client() for _ in range(3)]
+        ending.set()
+        listening.close()  # those that wait now are turned away
+        for visitor in visitors:
+            visitor.join()
+        for client in waiting:
+            client.close()
+        self.assertEqual(refused, [])
+
+    def test_the_journal_gets_lines_with_levels_and_crashes_with_their_calls(self):
+        self.write_configuration("[record]\nsensors = nope\n")
+        daemon = self.start(service=True).wait_ready()
+        self.assertEqual(daemon.stop(signal.SIGABRT), -signal.SIGABRT)
+        lines = daemon.errors.splitlines()
+        self.assertIn("<6>Daemon started", lines)
+        self.assertEqual([line[:3] for line in lines if '"nope" is neither' in line], ["<4>"], "once, as a warning")
+        crash = next(place for place, line in enumerate(lines) if line.endswith("build 1177): SIGABRT"))
+        calls = lines[crash + 1:]
+        self.assertTrue(all(line.startswith("<2>") for line in lines[crash:]), lines)
+        self.assertGreater(sum("/meridald+0x" in line for line in calls), 1, calls)
+        self.assertEqual(os.listdir(os.path.join(self.root, "log")), [])
+        daemon = self.start(environment={"JOURNAL_STREAM": "8:1234"}).wait_ready()
+        daemon.stop()
+        self.assertIn("Daemon started", daemon.read_log(), "a stream in the journal's place gets no log")
+
+    def test_a_service_manager_that_watches_hears_of_it(self):
+        daemon = self.start(environment={"WATCHDOG_USEC": "300000"}).wait_ready()
+        for _ in range(3):
+            daemon.wait_told(b"WATCHDOG=1")
+        self.assertEqual(daemon.stop(), 0)
 
     def test_wrong_arguments_are_named(self):
         daemon = self.start("--nonsense")

@@ -80,8 +80,12 @@ TEST(HwmonSensors, WhatCannotBeReadIsAbsentAndTheOthersAreThere)
     std::filesystem::create_directory(machine.tree.root() / "sys/devices/platform/it87.656/hwmon/hwmon0/temp7_input");
     ASSERT_EQ(::mkfifo((machine.tree.root() / "sys/class/hwmon/hwmon0/temp8_input").c_str(), 0600), 0);
     machine.start();
+    const std::map<std::string, std::string> failures = {
+        {"temp7", "it87-isa-0290 temp7: Is a directory"}, {"temp8", "it87-isa-0290 temp8: Illegal seek"}};
     for (const char* name : {"temp1", "temp2", "temp3", "temp4", "temp5", "temp7", "temp8"}) {
-        EXPECT_FALSE(machine.valueOf("it87-isa-0290 " + std::string(name))) << name;
+        const std::string sensor = "it87-isa-0290 " + std::string(name);
+        EXPECT_FALSE(machine.valueOf(sensor)) << name;
+        EXPECT_EQ(machine.read(machine.key(sensor)).failure, failures.contains(name) ? failures.at(name) : "");
     }
     EXPECT_EQ(machine.valueOf("it87-isa-0290 temp6"), 41);
     machine.set("hwmon0", "temp4_fault", "0");

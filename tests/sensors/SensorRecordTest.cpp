@@ -45,6 +45,28 @@ TEST_F(SensorsTest, TheRecordNeedsNobodyWhoAsks)
     EXPECT_EQ(reads("T0AB", 60), 0);
 }
 
+TEST_F(SensorsTest, AFailingSensorIsALineAnHourAndNoOtherIsHeldBack)
+{
+    fit({{cpuSensor, 40}, {sensorOf("TXAB", "chip-2", "Board"), 30}});
+    std::vector<std::string> lines;
+    machine.context.log.addListener([&](LogLevel level, std::string_view line) {
+        if (level == LogLevel::Warning) {
+            lines.emplace_back(line);
+        }
+    });
+    measure({{"TC0P", std::nullopt}, {"TXAB", std::nullopt}});
+    source().failures["TC0P"] = "chip-1 temp1: Input/output error";
+    start();
+    machine.runtime.advance(600);
+    const std::string failed = "A sensor cannot be read: chip-1 temp1: Input/output error";
+    EXPECT_THAT(lines, ElementsAre(failed)) << "and none of one that rests";
+    source().failures["TXAB"] = "chip-2 temp1: Input/output error";
+    machine.runtime.advance(10'000);
+    EXPECT_THAT(lines, SizeIs(6)) << "three each";
+    EXPECT_THAT(lines, testing::Contains(testing::StartsWith(failed + " (")));
+    EXPECT_THAT(lines, testing::Contains("A sensor cannot be read: chip-2 temp1: Input/output error"));
+}
+
 TEST_F(SensorsTest, WhatAChipToldStaysWhenItIsGone)
 {
     fit({{cpuSensor, 40}, {sensorOf("TXPW", "chip-2", "Package", SensorKind::Power), 10.06},

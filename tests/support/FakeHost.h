@@ -89,7 +89,7 @@ class FakeUserRights final : public UserRights {
 public:
     bool administers(std::uint32_t uid) override { return uid == administrator; }
     bool ownsActiveSeat(std::uint32_t uid) override { return uid == seated; }
-    Result<void> shareWithAdministrators(const std::string&) override { return {}; }
+    Result<void> shareWithReaders(const std::string&) override { return {}; }
     std::uint32_t administrator = 0;
     std::uint32_t seated = 1000;
 };

@@ -51,7 +51,10 @@ public:
             ++total;
             const auto entry = values.find(key);
             const bool isThere = entry != values.end();
-            readings.push_back({.isThere = isThere, .value = isThere ? entry->second : std::nullopt});
+            const auto failure = failures.find(key);
+            readings.push_back({.isThere = isThere,
+                .value = isThere ? entry->second : std::nullopt,
+                .failure = failure != failures.end() ? failure->second : std::string()});
         }
         return readings;
     }
@@ -65,6 +68,7 @@ public:
 
     std::vector<SensorRecord> records;
     std::map<std::string, std::optional<double>> values; ///< by key; without a value: it cannot be had
+    std::map<std::string, std::string> failures;         ///< of the reading, by key
     std::map<std::string, SensorFlags> raised;
     std::map<std::string, std::ptrdiff_t> reads; ///< how often each was asked for
     std::ptrdiff_t total = 0;

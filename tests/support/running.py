@@ -27,6 +27,16 @@ DEADLINE = 60  # s; met at once on a healthy machine, long enough for a sanitize
 SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages
 PRELOAD = "libumockdev-preload.so.0"  # lets a process have devices of its own
 BUILD = None
+# Becomes a program as a service manager starts it: standard error is the journal's, and a socket (-1: none) is handed over.
+BECOME_SERVICE = """
+import os, sys
+error = os.fstat(2)
+environment = dict(os.environ, JOURNAL_STREAM=f"{error.st_dev}:{error.st_ino}")
+if (descriptor := int(sys.argv[1])) >= 0:
+    os.dup2(descriptor, 3)
+    environment.update(LISTEN_FDS="1", LISTEN_PID=str(os.getpid()))
+os.execve(sys.argv[2], sys.argv[2:], environment)
+"""
 
 needs_root = unittest.skipUnless(os.geteuid() == 0, "needs root")
 needs_devices = unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev in this process")
@@ -80,7 +90,8 @@ class Client(example_client.Client):
 
 
 class Daemon:
-    def __init__(self, root, *arguments, user=None):
+    def __init__(self, root, *arguments, user=None, service=False, listening=None, environment=None):
+        """`service`: as systemd starts it, with a listening socket of its own where one is given."""
         self.root = root
         self.socket_path = os.path.join(root, "run", "daemon.sock")
         self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -93,13 +104,21 @@ class Daemon:
         program = os.path.join(BUILD, "meridald")
         if user:  # who may not be able to reach the build folder
             program = shutil.copy(program, root)
+        command = [program, "--root", root, *arguments]
+        passed = [listening.fileno()] if listening else []
+        if service:
+            command = [sys.executable, "-c", BECOME_SERVICE, str(*passed or [-1]), *command]
         self.process = subprocess.Popen(
-            [program, "--root", root, *arguments],
-            env=dict(os.environ, NOTIFY_SOCKET=notify_path), stdin=subprocess.DEVNULL, stderr=subprocess.PIPE,
-            user=user, group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
+            command, pass_fds=passed, env=dict(os.environ, NOTIFY_SOCKET=notify_path, **environment or {}),
+            stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, user=user,
+            group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
 
     def wait_ready(self):
-        while b"READY=1" not in self.notify.recv(4096).split(b"\n"):
+        return self.wait_told(b"READY=1")
+
+    def wait_told(self, what):
+        """Waits until the service manager has been told so."""
+        while what not in self.notify.recv(4096).split(b"\n"):
             pass
         return self
 

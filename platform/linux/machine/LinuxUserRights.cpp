@@ -20,6 +20,7 @@ namespace meridal {
 namespace {
 
 constexpr std::array administratorGroups{"sudo", "wheel", "admin"};
+constexpr const char* readersGroup = "meridal"; // made at installation; it may read and nothing else
 
 std::vector<gid_t> groupsOf(uid_t uid)
 {
@@ -41,7 +42,7 @@ std::vector<gid_t> groupsOf(uid_t uid)
     return groups;
 }
 
-std::optional<gid_t> groupNamed(const char* name)
+std::optional<gid_t> groupInDatabase(const char* name)
 {
     std::vector<char> buffer(64 * 1024);
     group entry{};
@@ -52,15 +53,17 @@ std::optional<gid_t> groupNamed(const char* name)
 
 } // namespace
 
+LinuxUserRights::LinuxUserRights() : LinuxUserRights(groupInDatabase) { }
+
 bool LinuxUserRights::administers(std::uint32_t uid)
 {
     if (uid == 0) {
         return true;
     }
     const std::vector<gid_t> groups = groupsOf(uid);
-    return std::any_of(groups.begin(), groups.end(), [](gid_t gid) {
+    return std::any_of(groups.begin(), groups.end(), [this](gid_t gid) {
         return std::any_of(administratorGroups.begin(), administratorGroups.end(),
-            [gid](const char* name) { return groupNamed(name) == gid; });
+            [this, gid](const char* name) { return groupNamed_(name) == gid; });
     });
 }
 
@@ -80,17 +83,19 @@ bool LinuxUserRights::ownsActiveSeat(std::uint32_t uid)
     return owns;
 }
 
-Result<void> LinuxUserRights::shareWithAdministrators(const std::string& path)
+Result<void> LinuxUserRights::shareWithReaders(const std::string& path)
 {
+    std::optional<gid_t> gid = groupNamed_(readersGroup);
     for (const char* name : administratorGroups) {
-        if (const auto gid = groupNamed(name)) {
-            if (::lchown(path.c_str(), static_cast<uid_t>(-1), *gid) == 0) {
-                return {};
-            }
-            return unexpected(ErrorCode::NotPermitted, std::error_code(errno, std::generic_category()).message());
-        }
+        gid = gid ? gid : groupNamed_(name);
     }
-    return unexpected(ErrorCode::NotFound, "there is no group of administrators");
+    if (!gid) {
+        return unexpected(ErrorCode::NotFound, "there is no group of administrators");
+    }
+    if (::lchown(path.c_str(), static_cast<uid_t>(-1), *gid) != 0) {
+        return unexpected(ErrorCode::NotPermitted, std::error_code(errno, std::generic_category()).message());
+    }
+    return {};
 }
 
 } // namespace meridal

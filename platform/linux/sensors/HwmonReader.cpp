@@ -19,8 +19,14 @@ constexpr double wantedFor = 8.0;
 /// then shows what it said one round ago.
 constexpr double grace = 7.0;
 
-/// Reads a file that is kept open; opens it when it is not, and once more when its chip has gone and come back.
-std::optional<std::string> readKept(Descriptor& file, const std::filesystem::path& path)
+/// What drivers answer that have nothing to tell: asleep, switched off, not measured yet.
+bool isRest(int error) { return error == ENODATA || error == EAGAIN || error == ENETDOWN; }
+
+bool isGone(int error) { return error == ENODEV || error == ENXIO || error == ENOENT; }
+
+/// Reads a file that is kept open; opens it when it is not, and once more when its chip has gone and come back. Of its
+/// failures `error` gets those that are trouble.
+std::optional<std::string> readKept(Descriptor& file, const std::filesystem::path& path, int& error)
 {
     for (int attempt = 0; attempt < 2; ++attempt) {
         const bool wasOpen = static_cast<bool>(file);
@@ -28,6 +34,7 @@ std::optional<std::string> readKept(Descriptor& file, const std::filesystem::pat
             file = Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
         }
         if (!file) {
+            error = isGone(errno) ? 0 : errno;
             return std::nullopt;
         }
         char text[64];
@@ -35,7 +42,8 @@ std::optional<std::string> readKept(Descriptor& file, const std::filesystem::pat
         if (size >= 0) {
             return std::string(text, static_cast<std::size_t>(size));
         }
-        if (errno != ENODEV && errno != ENXIO && errno != ENOENT) {
+        if (!isGone(errno)) {
+            error = isRest(errno) ? 0 : errno;
             return std::nullopt; // the driver's own trouble; the file is good
         }
         file = Descriptor();
@@ -46,9 +54,9 @@ std::optional<std::string> readKept(Descriptor& file, const std::filesystem::pat
     return std::nullopt;
 }
 
-std::optional<double> readFigure(Descriptor& file, const std::filesystem::path& path)
+std::optional<double> readFigure(Descriptor& file, const std::filesystem::path& path, int& error)
 {
-    const auto text = readKept(file, path);
+    const auto text = readKept(file, path, error);
     return text ? parseHwmonFigure(*text) : std::nullopt;
 }
 
@@ -102,6 +110,13 @@ bool HwmonReader::isFaulty(std::size_t file, double now) const
     return figure.isFaulty && now - figure.readAt < figure.goodFor + grace;
 }
 
+int HwmonReader::trouble(std::size_t file, double now) const
+{
+    const std::lock_guard lock(mutex_);
+    const Figure& figure = figures_[file];
+    return now - figure.readAt < figure.goodFor + grace ? figure.error : 0;
+}
+
 bool HwmonReader::beginReading(double now)
 {
     const std::lock_guard lock(mutex_);
@@ -123,6 +138,7 @@ void HwmonReader::read(double now)
             const std::lock_guard lock(mutex_);
             figures_[file].value = reading.value;
             figures_[file].isFaulty = reading.isFaulty;
+            figures_[file].error = reading.error;
             figures_[file].readAt = now;
         }
     }
@@ -146,18 +162,21 @@ std::vector<std::size_t> HwmonReader::takeDue(double now)
 /// Asking that wakes nobody.
 bool HwmonReader::isSuspended()
 {
-    const auto status = readKept(openStatus_, status_);
+    int ignored = 0;
+    const auto status = readKept(openStatus_, status_, ignored);
     return status && status->starts_with("suspend"); // "suspended", or "suspending"
 }
 
 HwmonReader::Reading HwmonReader::readFile(std::size_t file)
 {
     const File& what = files_[file];
-    if (!what.fault.empty() && readFigure(open_[file].fault, folder_ / what.fault).value_or(0) != 0) {
-        return {.value = {}, .isFaulty = true};
+    int error = 0;
+    if (!what.fault.empty() && readFigure(open_[file].fault, folder_ / what.fault, error).value_or(0) != 0) {
+        return {.value = {}, .isFaulty = true, .error = 0};
     }
-    const auto figure = readFigure(open_[file].input, folder_ / what.name);
-    return {.value = figure ? std::optional(*figure / what.units) : std::nullopt, .isFaulty = false};
+    error = 0;
+    const auto figure = readFigure(open_[file].input, folder_ / what.name, error);
+    return {.value = figure ? std::optional(*figure / what.units) : std::nullopt, .isFaulty = false, .error = error};
 }
 
 } // namespace meridal

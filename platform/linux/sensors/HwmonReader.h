@@ -39,6 +39,10 @@ public:
     /// Whether the file of the fault said so when the file was read last.
     bool isFaulty(std::size_t file, double now) const;
 
+    /// The system's error that the last reading of the file ended in; 0 when it was read, and where a driver says that it has
+    /// no figure at the moment or its device has gone.
+    int trouble(std::size_t file, double now) const;
+
     /// Whether a reading is to be made now: something wanted is not fresh, and no reading is in progress. The caller
     /// then owes one call of read().
     bool beginReading(double now);
@@ -52,11 +56,13 @@ private:
         double wantedUntil = -std::numeric_limits<double>::infinity();
         double goodFor = 0;
         bool isFaulty = false;
+        int error = 0;
         bool isDue(double now) const { return wantedUntil >= now && now - readAt >= goodFor; }
     };
     struct Reading {
         std::optional<double> value;
         bool isFaulty = false;
+        int error = 0;
     };
     struct OpenFile {
         Descriptor input;

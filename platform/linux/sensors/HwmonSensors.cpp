@@ -5,6 +5,7 @@
 #include "base/Text.h"
 #include "base/ThreadedSlowWork.h"
 
+#include <system_error>
 #include <utility>
 
 namespace meridal {
@@ -89,8 +90,12 @@ std::vector<SensorReading> HwmonSensors::read(std::span<const std::string> keys)
     }
     std::vector<SensorReading> readings;
     for (const Sensor* sensor : asked) {
-        readings.push_back(
-            {.isThere = sensor != nullptr, .value = sensor ? figure(*sensor, HwmonFile::Input) : std::nullopt});
+        SensorReading reading{.isThere = sensor != nullptr};
+        if (sensor) {
+            reading.value = figure(*sensor, HwmonFile::Input);
+            reading.failure = reading.value ? std::string() : failureOf(*sensor);
+        }
+        readings.push_back(std::move(reading));
     }
     return readings;
 }
@@ -277,6 +282,15 @@ std::optional<double> HwmonSensors::figure(const Sensor& sensor, HwmonFile which
     }
     const auto figure = reader.latest(file, now);
     return figure && sensor.formula && !isFlag(which) ? computed(*sensor.formula, *figure) : figure;
+}
+
+/// "nct6775-isa-0290 temp1: Input/output error"
+std::string HwmonSensors::failureOf(const Sensor& sensor) const
+{
+    const auto& file = sensor.file(HwmonFile::Input);
+    const int error = file ? sources_[sensor.source].reader->trouble(*file, runtime_.monotonicTime()) : 0;
+    return error != 0 ? sensor.record.chip + " " + sensor.record.channel + ": " + std::generic_category().message(error)
+                      : std::string();
 }
 
 /// Reads every chip that anything is wanted of: one thread goes through them while the first is waited for.

@@ -71,6 +71,7 @@ private:
     SensorFlags flagsOf(const Sensor& sensor);
     void want(const Sensor& sensor, HwmonFile which);
     std::optional<double> figure(const Sensor& sensor, HwmonFile which);
+    std::string failureOf(const Sensor& sensor) const;
     void startReadings(double now);
 
     Runtime& runtime_;

@@ -47,7 +47,7 @@ class MacUserRights final : public UserRights {
 public:
     bool administers(std::uint32_t uid) override;
     bool ownsActiveSeat(std::uint32_t uid) override;
-    Result<void> shareWithAdministrators(const std::string& path) override;
+    Result<void> shareWithReaders(const std::string& path) override;
 };
 
 } // namespace
@@ -75,7 +75,7 @@ bool MacUserRights::ownsActiveSeat(std::uint32_t uid)
     return somebody && console == uid;
 }
 
-Result<void> MacUserRights::shareWithAdministrators(const std::string& path)
+Result<void> MacUserRights::shareWithReaders(const std::string& path)
 {
     const auto group = administratorGroup();
     if (!group) {

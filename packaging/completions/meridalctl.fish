@@ -1,0 +1,87 @@
+# SPDX-License-Identifier: Apache-2.0
+# fish completion for meridalctl
+
+# The command that has been typed, which is the first word that is no option: "top network" is none of network.
+function __meridalctl_command
+    set -l words (commandline -opc)
+    set -e words[1]
+    while set -q words[1]
+        switch $words[1]
+            case --socket --color --timeout
+                set -e words[1]
+            case '-*'
+            case '*'
+                echo $words[1]
+                return
+        end
+        set -e words[1]
+    end
+    return 1
+end
+function __meridalctl_is
+    contains -- (__meridalctl_command) $argv
+end
+
+set -l none "not __meridalctl_command >/dev/null"
+set -l ranges hour day week month threemonth sixmonth year longterm
+
+complete -c meridalctl -f
+complete -c meridalctl -s h -l help -d "What can be typed"
+complete -c meridalctl -l socket -r -F -d "The daemon's socket"
+complete -c meridalctl -l color -x -a "auto always never" -d "Whether to colour text"
+complete -c meridalctl -l timeout -x -d "Seconds to wait for an answer"
+
+complete -c meridalctl -n $none -l version -d "The version of meridalctl"
+complete -c meridalctl -n $none -a top -d "The processes that use the most"
+complete -c meridalctl -n $none -a processes -d "The names of processes, by their ids"
+complete -c meridalctl -n $none -a version -d "The daemon's version and build"
+complete -c meridalctl -n $none -a ping -d "How long the daemon takes to answer"
+complete -c meridalctl -n $none -a status -d "What the daemon costs"
+complete -c meridalctl -n $none -a uptime -d "How long the machine has been up"
+complete -c meridalctl -n $none -a sensors -d "Temperatures, voltages, currents, powers and fans"
+complete -c meridalctl -n $none -a fans -d "The fans and how fast they turn"
+complete -c meridalctl -n $none -a history -d "What was recorded"
+complete -c meridalctl -n $none -a battery -d "Charge, health and time left"
+complete -c meridalctl -n $none -a disks -d "The disks, their temperature and health"
+complete -c meridalctl -n $none -a network -d "The network interfaces"
+complete -c meridalctl -n $none -a bandwidth -d "What went through the network interfaces"
+complete -c meridalctl -n $none -a apps -d "What each application has used"
+complete -c meridalctl -n $none -a at -d "What was at a moment"
+complete -c meridalctl -n $none -a why -d "Why the machine is hot, loud, slow or short of memory"
+complete -c meridalctl -n $none -a call -d "Call any method of the daemon"
+complete -c meridalctl -n $none -a watch -d "Print the daemon's results as JSON lines"
+
+complete -c meridalctl -n "__meridalctl_is top processes status uptime sensors fans history battery disks network bandwidth apps at why" -l json -d "As JSON"
+complete -c meridalctl -n "__meridalctl_is top watch" -l hierarchy -d "Group processes under the one responsible for them"
+complete -c meridalctl -n "__meridalctl_is top uptime battery" -s n -l rows -x -d "At most so many"
+complete -c meridalctl -n "__meridalctl_is top sensors network" -l refreshes -x -d "End after so many"
+complete -c meridalctl -n "__meridalctl_is top" -l once -d "Print once, as text"
+complete -c meridalctl -n "__meridalctl_is top" -l settle -x -d "Seconds until the first figures"
+complete -c meridalctl -n "__meridalctl_is top" -a "cpu memory disk network energy"
+complete -c meridalctl -n "__meridalctl_is processes" -a "(__fish_complete_pids)"
+complete -c meridalctl -n "__meridalctl_is ping" -s c -l count -x -d "So often"
+complete -c meridalctl -n "__meridalctl_is watch" -s n -l count -x -d "End after so many"
+complete -c meridalctl -n "__meridalctl_is watch" -a "cpu memory disk network energy smart-temperatures smart-status battery"
+complete -c meridalctl -n "__meridalctl_is uptime battery" -l history -d "Also what was before, newest first"
+complete -c meridalctl -n "__meridalctl_is uptime battery bandwidth" -l days -x -d "Of the last days"
+complete -c meridalctl -n "__meridalctl_is battery" -l sleeps -d "Also show what sleeps took"
+complete -c meridalctl -n "__meridalctl_is battery" -l worst -d "Those sleeps that took most an hour"
+complete -c meridalctl -n "__meridalctl_is sensors network" -l watch -d "Show them again every 2 seconds"
+complete -c meridalctl -n "__meridalctl_is disks" -l attributes -d "Also list what each disk keeps of itself"
+complete -c meridalctl -n "__meridalctl_is history" -l range -x -a "$ranges" -d "How far back"
+complete -c meridalctl -n "__meridalctl_is history" -l resolution -x -a "auto $ranges" -d "How finely"
+complete -c meridalctl -n "__meridalctl_is apps" -l range -x -a "hour day week month year" -d "How far back"
+complete -c meridalctl -n "__meridalctl_is apps" -l by -x -a "cpu energy memory disk network" -d "By what"
+complete -c meridalctl -n "__meridalctl_is apps" -l group -x -d "Only this one, and its course"
+complete -c meridalctl -n "__meridalctl_is apps" -l user -x -d "Of this user only"
+complete -c meridalctl -n "__meridalctl_is apps" -l limit -x -d "At most so many"
+complete -c meridalctl -n "__meridalctl_is history apps" -l from -x -d "From then on"
+complete -c meridalctl -n "__meridalctl_is history apps" -l until -x -d "Until then, not now"
+complete -c meridalctl -n "__meridalctl_is history apps" -l csv -d "As comma-separated values"
+complete -c meridalctl -n "__meridalctl_is history apps bandwidth" -l svg -r -F -d "Draw it into a file"
+complete -c meridalctl -n "__meridalctl_is bandwidth" -l by -x -a "hour day month interface network station" -d "What a row stands for"
+complete -c meridalctl -n "__meridalctl_is bandwidth" -l interface -x -a "(__fish_print_interfaces)" -d "Of this interface only"
+complete -c meridalctl -n "__meridalctl_is bandwidth" -l all -d "Also of interfaces that are no hardware"
+complete -c meridalctl -n "__meridalctl_is at" -a "now yesterday"
+complete -c meridalctl -n "__meridalctl_is why" -a "hot loud slow draining busy-disk busy-network memory"
+complete -c meridalctl -n "__meridalctl_is why" -l at -x -d "At that moment"

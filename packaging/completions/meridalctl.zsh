@@ -1,0 +1,133 @@
+#compdef meridalctl
+# SPDX-License-Identifier: Apache-2.0
+# zsh completion for meridalctl
+
+_meridalctl() {
+    local context curcontext=$curcontext state line ret=1
+    typeset -A opt_args
+    local -a globals
+    globals=(
+        '(- *)'{-h,--help}'[what can be typed]'
+        '--socket=[the daemon'\''s socket]:socket:_files'
+        '--color=[whether to colour text]:when:(auto always never)'
+        '--timeout=[seconds to wait for an answer]:seconds'
+    )
+    _arguments -C $globals \
+        '(- *)--version[the version of meridalctl]' \
+        '1:command:->command' \
+        '*::argument:->argument' && ret=0
+
+    case $state in
+        command)
+            local -a commands
+            commands=(
+                'top:the processes that use the most, live or as text'
+                'processes:the names of processes, by their ids'
+                'version:the daemon'\''s version and build'
+                'ping:how long the daemon takes to answer'
+                'status:what the daemon costs, and what it cannot measure here and why'
+                'uptime:how long the machine has been up, and its boots before'
+                'sensors:temperatures, voltages, currents, powers, humidities and fans'
+                'fans:the fans and how fast they turn'
+                'history:what was recorded of sensors, disks and the machine'
+                'battery:charge, health and time left of the batteries'
+                'disks:the disks, their temperature and health'
+                'network:the network interfaces'
+                'bandwidth:what went through the network interfaces'
+                'apps:what each application has used'
+                'at:what was at a moment'
+                'why:why the machine is hot, loud, slow, or short of memory or charge'
+                'call:call any method of the daemon'
+                'watch:print the daemon'\''s results as JSON lines'
+            )
+            _describe -t commands command commands && ret=0
+            ;;
+        argument)
+            local -a json rows days picture stretch
+            json='--json[as JSON]'
+            rows=('(-n --rows)'{-n,--rows=}'[at most so many]:number')
+            days='--days=[of the last days]:days'
+            picture='(--csv --json)--svg=[draw it into a file]:file:_files'
+            stretch=(
+                '(--range)--from=[from then on]:time'
+                '--until=[until then, not now]:time'
+                '(--json --svg)--csv[as comma-separated values]'
+                '(--csv --svg)--json[as JSON]'
+            )
+            local ranges='hour day week month threemonth sixmonth year longterm'
+            curcontext=${curcontext%:*:*}:meridalctl-$words[1]:
+            case $words[1] in
+                top)
+                    _arguments $globals $rows $json \
+                        '--hierarchy[group processes under the one responsible for them]' \
+                        '(--once)--refreshes=[end after so many]:number' \
+                        '(--refreshes)--once[print once, as text]' \
+                        '--settle=[seconds until the first figures]:seconds' \
+                        '1:list:(cpu memory disk network energy)' && ret=0
+                    ;;
+                processes)
+                    _arguments $globals $json '*:process:_pids' && ret=0
+                    ;;
+                status|fans)
+                    _arguments $globals $json && ret=0
+                    ;;
+                ping)
+                    _arguments $globals '(-c --count)'{-c,--count=}'[so often]:number' && ret=0
+                    ;;
+                uptime)
+                    _arguments $globals $rows $days $json '--history[also list the boots, newest first]' && ret=0
+                    ;;
+                sensors|network)
+                    _arguments $globals $json '--watch[show them again every 2 seconds]' \
+                        '--refreshes=[end after so many]:number' && ret=0
+                    ;;
+                history)
+                    _arguments $globals $stretch $picture \
+                        "(--from)--range=[how far back]:range:($ranges)" \
+                        "--resolution=[how finely]:range:(auto $ranges)" '*:name' && ret=0
+                    ;;
+                battery)
+                    _arguments $globals $rows $days $json \
+                        '--history[also show how health and cycles changed]' \
+                        '--sleeps[also show what sleeps took]' \
+                        '--worst[those sleeps that took most an hour]' && ret=0
+                    ;;
+                disks)
+                    _arguments $globals $json '--attributes[also list what each disk keeps of itself]' && ret=0
+                    ;;
+                bandwidth)
+                    _arguments $globals $days $json '--svg=[draw it into a file]:file:_files' \
+                        '--by=[what a row stands for]:what:(hour day month interface network station)' \
+                        '--interface=[of this interface only]:interface:_net_interfaces' \
+                        '--all[also of interfaces that are no hardware]' && ret=0
+                    ;;
+                apps)
+                    _arguments $globals $stretch $picture \
+                        '(--from)--range=[how far back]:range:(hour day week month year)' \
+                        '--by=[by what]:what:(cpu energy memory disk network)' \
+                        '--group=[only this one, and its course]:application' \
+                        '--user=[of this user only]:uid' \
+                        '--limit=[at most so many]:number' && ret=0
+                    ;;
+                at)
+                    _arguments $globals $json '*:time:(now yesterday)' && ret=0
+                    ;;
+                why)
+                    _arguments $globals $json '--at=[at that moment]:time' \
+                        '1:complaint:(hot loud slow draining busy-disk busy-network memory)' && ret=0
+                    ;;
+                watch)
+                    _arguments $globals '(-n --count)'{-n,--count=}'[end after so many]:number' \
+                        '--hierarchy[group processes under the one responsible for them]' \
+                        '*:key:(cpu memory disk network energy smart-temperatures smart-status battery)' && ret=0
+                    ;;
+                *)
+                    _arguments $globals '*:parameter' && ret=0
+                    ;;
+            esac
+            ;;
+    esac
+    return ret
+}
+
+_meridalctl "$@"

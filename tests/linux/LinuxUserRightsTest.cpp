@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/machine/LinuxUserRights.h"
+#include "tests/support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace meridal {
+namespace {
+
+using GroupFile = std::map<std::string, std::uint32_t>;
+
+LinuxUserRights::Groups lookUp(GroupFile file)
+{
+    return [file = std::move(file)](const char* name) {
+        const auto group = file.find(name);
+        return group != file.end() ? std::optional(group->second) : std::nullopt;
+    };
+}
+
+TEST(LinuxUserRights, FilesGoToTheReadersWhereThereAreSuchElseToWhoAdministers)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "files can be given to other groups by root only";
+    }
+    const test::TemporaryTree tree;
+    tree.write("state", "");
+    const std::string path = tree.root() / "state";
+    const std::pair<GroupFile, gid_t> cases[] = {
+        {{{"sudo", 4001}, {"meridal", 4002}, {"admin", 4003}}, 4002}, {{{"admin", 4003}, {"wheel", 4004}}, 4004}};
+    for (const auto& [file, expected] : cases) {
+        ASSERT_TRUE(LinuxUserRights(lookUp(file)).shareWithReaders(path));
+        struct stat status { };
+        ASSERT_EQ(lstat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_gid, expected);
+        EXPECT_EQ(status.st_uid, geteuid());
+    }
+    EXPECT_EQ(LinuxUserRights(lookUp({{"users", 100}})).shareWithReaders(path).error().code, ErrorCode::NotFound);
+}
+
+TEST(LinuxUserRights, WhoMayReadAdministersNothing)
+{
+    // nobody (65534) is in the group of the same number on every system that has both.
+    constexpr std::uint32_t nobody = 65534;
+    EXPECT_FALSE(LinuxUserRights(lookUp({{"meridal", nobody}})).administers(nobody));
+    EXPECT_TRUE(LinuxUserRights(lookUp({{"wheel", nobody}})).administers(nobody));
+    EXPECT_TRUE(LinuxUserRights(lookUp({})).administers(0));
+}
+
+} // namespace
+} // namespace meridal
