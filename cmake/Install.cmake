@@ -2,7 +2,7 @@
 # What `cmake --install build/release` puts where, under CMAKE_INSTALL_PREFIX (/usr/local unless told otherwise).
 include(GNUInstallDirs)
 
-foreach(program meridald meridalctl)
+foreach(program meridald meridal-disks meridalctl)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
@@ -13,7 +13,9 @@ if(APPLE)
   install(FILES ${plists} DESTINATION /Library/LaunchDaemons)
 else()
   # Not CMAKE_INSTALL_LIBDIR: systemd looks for units in lib below /usr and /usr/local whatever the architecture.
-  install(FILES ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.service DESTINATION lib/systemd/system)
+  install(FILES ${CMAKE_SOURCE_DIR}/packaging/linux/meridald.service
+    ${CMAKE_SOURCE_DIR}/packaging/linux/meridal-disks.service ${CMAKE_SOURCE_DIR}/packaging/linux/meridal-disks.socket
+    DESTINATION lib/systemd/system)
 endif()
 
 # An example, not the file itself: installing again must not undo what an administrator wrote.
