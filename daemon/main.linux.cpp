@@ -36,8 +36,11 @@ std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<AsioRuntime>();
 
 std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices& choices)
 {
-    return makeLinuxHost(
-        runtime, {.readHiddenDisks = choices.readHiddenDisks, .bpfProcesses = choices.processSource != "proc"});
+    const char* diskSocket = std::getenv("MERIDAL_DISKS_SOCKET"); // set by our unit
+    return makeLinuxHost(runtime,
+        {.readHiddenDisks = choices.readHiddenDisks,
+            .diskSocket = diskSocket ? diskSocket : "",
+            .bpfProcesses = choices.processSource != "proc"});
 }
 
 Paths defaultPaths()

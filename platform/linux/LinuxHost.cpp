@@ -77,7 +77,8 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
     host->powerSources = std::make_unique<SysfsPowerSources>(runtime, options.root, host->limitations);
     host->packageEnergy = std::make_unique<PowercapEnergy>(options.root);
-    host->disks = std::make_unique<LinuxDisks>(runtime, options.root, host->limitations, options.readHiddenDisks);
+    host->disks = std::make_unique<LinuxDisks>(runtime, options.root, host->limitations,
+        DiskOptions{.insist = options.readHiddenDisks, .socket = options.diskSocket});
     host->sensors = std::make_unique<HwmonSensors>(runtime, HwmonOptions{.root = options.root});
     host->packetTap = makePcapPacketTap(runtime, options.root);
     host->networkStatistics = makeDiagNetworkStatistics(runtime, options.root);

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 
 namespace meridal {
 
@@ -15,6 +16,7 @@ struct LinuxHostOptions {
     std::filesystem::path root = "/"; ///< what holds proc, sys, etc, run and dev
     ProcProcessOptions processes = {};
     bool readHiddenDisks = false; ///< read disks that spin even where nobody can tell whether that spins them up
+    std::string diskSocket = {};  ///< where meridal-disks listens; empty: it is started for each conversation
     bool bpfProcesses = true;     ///< BPF programs may be tried for the process table; never with another root than "/"
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "platform/linux/kernel/DeviceProcess.h"
+#include "platform/linux/disks/DeviceNode.h"
 
 #include <array>
 #include <cstdint>

@@ -5,23 +5,11 @@
 #include "platform/linux/disks/SysfsDisk.h"
 #include "platform/linux/kernel/Uevents.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace meridal {
 
 namespace {
-
-/// The device folder behind a link such as sys/class/block/sda, relative to the root.
-std::string targetOf(const RootFolder& root, const std::string& link)
-{
-    std::error_code failure;
-    const std::filesystem::path target = std::filesystem::read_symlink(root.path(link), failure);
-    if (failure) {
-        return link;
-    }
-    return (std::filesystem::path(link).parent_path() / target).lexically_normal().string();
-}
 
 class UeventObservation final : public Disks::Observation {
 public:
@@ -38,23 +26,20 @@ private:
 } // namespace
 
 LinuxDisks::LinuxDisks(
-    Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations, bool insist)
-    : runtime_(runtime), root_(root), limitations_(std::move(limitations)), insist_(insist)
+    Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations, DiskOptions options)
+    : runtime_(runtime)
+    , root_(root)
+    , limitations_(std::move(limitations))
+    , insist_(options.insist)
+    , helper_{.socket = std::move(options.socket), .root = root}
 {
+    if (!helper_.isThere() && limitations_->all().count("smart") == 0) {
+        limitations_->set(
+            "smart", "asking disks for their health takes the program meridal-disks, which is not beside this one");
+    }
 }
 
-std::vector<DiskRecord> LinuxDisks::disks()
-{
-    std::vector<DiskRecord> found;
-    for (const std::string folder : {"sys/class/block/", "sys/class/nvme/"}) {
-        for (const std::string& name : root_.list(folder)) {
-            if (auto disk = SysfsDisk(root_, targetOf(root_, folder + name)).record()) {
-                found.push_back(*std::move(disk));
-            }
-        }
-    }
-    return found;
-}
+std::vector<DiskRecord> LinuxDisks::disks() { return findDisks(root_); }
 
 std::optional<std::int64_t> LinuxDisks::requests(const DiskRecord& disk)
 {
@@ -63,18 +48,7 @@ std::optional<std::int64_t> LinuxDisks::requests(const DiskRecord& disk)
 
 std::unique_ptr<SMARTDevice> LinuxDisks::device(const DiskRecord& disk)
 {
-    std::string name = disk.path.substr(disk.path.rfind('/') + 1);
-    std::replace(name.begin(), name.end(), '!', '/'); // how sysfs spells a name with a slash
-    const auto uevent = root_.read(disk.path + "/uevent");
-    std::string node = valueOfKey(uevent.value_or(""), "DEVNAME", '=').value_or(name);
-    if (node.starts_with("/dev/")) {
-        node.erase(0, 5);
-    }
-    DiskLocation location{.node = root_.path("dev/" + node).string(),
-        .powerState = SysfsDisk(root_, disk.path).deviceFolder() + "/power/runtime_status",
-        .spins = disk.rotational.value_or(true),
-        .insist = insist_};
-    return std::make_unique<LinuxSMARTDevice>(root_, disk.kind, std::move(location));
+    return std::make_unique<LinuxSMARTDevice>(root_, disk, helper_, insist_);
 }
 
 std::unique_ptr<Disks::Observation> LinuxDisks::observe(std::function<void()> changed)

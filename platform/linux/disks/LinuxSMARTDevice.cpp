@@ -3,217 +3,47 @@
 
 #include "platform/DriveDatabaseFile.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
 namespace meridal {
 
-namespace {
-
-namespace ata {
-constexpr std::uint8_t identifyDevice = 0xEC;
-constexpr std::uint8_t checkPowerMode = 0xE5;
-constexpr std::uint8_t smart = 0xB0;
-// features of it
-constexpr std::uint8_t readData = 0xD0;
-constexpr std::uint8_t readThresholds = 0xD1;
-constexpr std::uint8_t autosave = 0xD2;
-constexpr std::uint8_t enable = 0xD8;
-constexpr std::uint8_t disable = 0xD9;
-constexpr std::uint8_t returnStatus = 0xDA;
-constexpr std::uint8_t autosaveOn = 0xF1; ///< in the count register
-// what its LBA registers must hold, and what they hold when a threshold is exceeded
-constexpr std::uint8_t signatureMid = 0x4F;
-constexpr std::uint8_t signatureHigh = 0xC2;
-constexpr std::uint8_t failingMid = 0xF4;
-constexpr std::uint8_t failingHigh = 0x2C;
-// power modes, in the count register
-constexpr std::uint8_t standby = 0x00;
-constexpr std::uint8_t standbyY = 0x01;
-constexpr std::uint8_t cacheSpunDown = 0x40; ///< the spindle rests and a cache stands in for it
-} // namespace ata
-
-namespace nvme {
-constexpr std::uint32_t getLogPage = 0x02;
-constexpr std::uint32_t identify = 0x06;
-constexpr std::uint32_t healthLog = 0x02;
-constexpr std::uint32_t identifyController = 0x01;
-constexpr std::uint32_t wholeController = 0xFFFF'FFFF;
-constexpr std::uint32_t pageSize = 4096;
-} // namespace nvme
-
-AtaCommand smartCommand(std::uint8_t features)
-{
-    return {.command = ata::smart,
-        .features = features,
-        .count = 1,
-        .lbaMid = ata::signatureMid,
-        .lbaHigh = ata::signatureHigh};
-}
-
-std::span<const std::uint8_t> senseOf(const DeviceAnswer& answer)
-{
-    return std::span(answer.sense).first(std::min<std::size_t>(answer.senseLength, answer.sense.size()));
-}
-
-} // namespace
-
-LinuxSMARTDevice::LinuxSMARTDevice(RootFolder root, SMARTKind kind, DiskLocation location)
-    : root_(std::move(root)), kind_(kind), location_(std::move(location)), process_(location_.node)
+LinuxSMARTDevice::LinuxSMARTDevice(RootFolder root, const DiskRecord& disk, DiskHelperPlace helper, bool insist)
+    : root_(std::move(root))
+    , helper_(std::move(helper), disk.path)
+    , spins_(disk.rotational.value_or(true))
+    , insist_(insist)
 {
 }
 
 DiskPower LinuxSMARTDevice::powerMode()
 {
-    if (root_.readLine(location_.powerState) == "suspended") {
-        return DiskPower::Asleep;
+    const DiskReply reply = ask(DiskVerb::PowerMode);
+    if (reply.error == 0) {
+        return reply.power;
     }
-    if (kind_ == SMARTKind::NVMe) {
-        return DiskPower::Awake; // it wakes by itself within milliseconds and has nothing that wears from it
-    }
-    const auto registers = readRegisters({.command = ata::checkPowerMode});
-    if (!registers) {
-        return location_.spins && !location_.insist ? DiskPower::Unknown : DiskPower::Awake;
-    }
-    const bool asleep =
-        registers->count == ata::standby || registers->count == ata::standbyY || registers->count == ata::cacheSpunDown;
-    return asleep ? DiskPower::Asleep : DiskPower::Awake;
+    return spins_ && !insist_ ? DiskPower::Unknown : DiskPower::Awake; // nobody has looked: it may sleep
 }
 
-// ATA
-
-DeviceAnswer LinuxSMARTDevice::run(const DeviceCommand& command)
-{
-    const DeviceAnswer answer = process_.run(command);
-    denied_ = answer.error == EACCES || answer.error == EPERM;
-    return answer;
-}
-
-DeviceAnswer LinuxSMARTDevice::send(const AtaCommand& command)
-{
-    DeviceAnswer answer = run(passThrough(command, size_));
-    if (!sizeIsKnown_ && answer.error == 0 && refusesCommand(senseOf(answer))) {
-        const PassThroughSize other =
-            size_ == PassThroughSize::Sixteen ? PassThroughSize::Twelve : PassThroughSize::Sixteen;
-        const DeviceAnswer second = run(passThrough(command, other));
-        if (second.error == 0 && !refusesCommand(senseOf(second))) {
-            size_ = other;
-            answer = second;
-        }
-    }
-    sizeIsKnown_ = sizeIsKnown_ || (answer.error == 0 && !refusesCommand(senseOf(answer)));
-    return answer;
-}
-
-std::optional<SMARTPage> LinuxSMARTDevice::readSector(const AtaCommand& command)
-{
-    const DeviceAnswer answer = send(command);
-    // Some adapters count wrongly what they have transferred: the page's checksum tells whether it is all there.
-    if (!answer.isCarriedOut()) {
-        return std::nullopt;
-    }
-    SMARTPage page;
-    std::copy_n(answer.data.begin(), page.size(), page.begin());
-    isWhole_ = answer.missing == 0;
-    return page;
-}
-
-std::optional<AtaRegisters> LinuxSMARTDevice::readRegisters(AtaCommand command)
-{
-    constexpr std::uint8_t failed = 0x01;
-    constexpr std::uint8_t ready = 0x40; // a bridge that has made the registers up leaves it out
-    command.wantsRegisters = true;
-    const DeviceAnswer answer = send(command);
-    if (answer.error != 0) {
-        return std::nullopt;
-    }
-    const auto registers = registersInSense(senseOf(answer));
-    return registers && (registers->status & (failed | ready)) == ready ? registers : std::nullopt;
-}
-
-bool LinuxSMARTDevice::enableOperations(bool enabled)
-{
-    return send(smartCommand(enabled ? ata::enable : ata::disable)).isGood();
-}
-
-bool LinuxSMARTDevice::enableAutosave(bool enabled)
-{
-    AtaCommand command = smartCommand(ata::autosave);
-    command.count = enabled ? ata::autosaveOn : 0;
-    return send(command).isGood();
-}
+bool LinuxSMARTDevice::isDenied() const { return error_ == EACCES || error_ == EPERM; }
 
 std::optional<bool> LinuxSMARTDevice::isFailing()
 {
-    const auto registers = readRegisters(smartCommand(ata::returnStatus));
-    if (registers && registers->lbaMid == ata::signatureMid && registers->lbaHigh == ata::signatureHigh) {
-        return false;
-    }
-    if (registers && registers->lbaMid == ata::failingMid && registers->lbaHigh == ata::failingHigh) {
-        return true;
-    }
-    return std::nullopt;
+    const DiskVerdict verdict = ask(DiskVerb::Page, DiskPage::Status).verdict;
+    return verdict == DiskVerdict::Unknown ? std::nullopt : std::optional(verdict == DiskVerdict::Failing);
 }
 
-std::optional<SMARTPage> LinuxSMARTDevice::readData()
+DiskReply LinuxSMARTDevice::ask(DiskVerb verb, DiskPage page)
 {
-    AtaCommand command = smartCommand(ata::readData);
-    command.readsSector = true;
-    return readSector(command);
+    DiskReply reply = helper_.ask({.verb = verb, .page = page, .insists = insist_, .shortCommands = shortCommands_});
+    error_ = reply.error;
+    shortCommands_ = shortCommands_ || reply.shortCommands; // kept for the next conversation
+    return reply;
 }
 
-std::optional<SMARTPage> LinuxSMARTDevice::readThresholds()
-{
-    AtaCommand command = smartCommand(ata::readThresholds);
-    command.readsSector = true;
-    return readSector(command);
-}
-
-std::optional<SMARTPage> LinuxSMARTDevice::identify()
-{
-    constexpr std::uint8_t checksumSignature = 0xA5;
-    const auto page = readSector({.command = ata::identifyDevice, .count = 1, .readsSector = true});
-    return page && (isWhole_ || (*page)[510] == checksumSignature) ? page : std::nullopt;
-}
-
-// NVMe
-
-std::optional<SMARTPage> LinuxSMARTDevice::readAdmin(
-    std::uint32_t opcode, std::uint32_t namespaceID, std::uint32_t cdw10, std::uint32_t length)
-{
-    DeviceCommand command;
-    command.kind = DeviceCommand::Kind::NVMe;
-    command.opcode = opcode;
-    command.namespaceID = namespaceID;
-    command.cdw10 = cdw10;
-    command.dataLength = length;
-    const DeviceAnswer answer = run(command);
-    if (!answer.isGood()) {
-        return std::nullopt;
-    }
-    SMARTPage page;
-    std::copy_n(answer.data.begin(), page.size(), page.begin());
-    return page;
-}
-
-std::optional<SMARTPage> LinuxSMARTDevice::readHealthLog()
-{
-    constexpr auto length = static_cast<std::uint32_t>(sizeof(SMARTPage));
-    constexpr std::uint32_t words = length / 4 - 1; // counted from 0
-    return readAdmin(nvme::getLogPage, nvme::wholeController, nvme::healthLog | words << 16, length);
-}
-
-std::optional<SMARTPage> LinuxSMARTDevice::identifyController()
-{
-    return readAdmin(nvme::identify, 0, nvme::identifyController, nvme::pageSize);
-}
-
-// The database of drives
-
+// Where smartctl looks, and what smartmontools' own updates fetch before what came with the package.
 std::string LinuxSMARTDevice::driveDatabase() const
 {
-    // Where smartctl looks, and what smartmontools' own updates fetch before what came with the package.
     const auto at = [this](const char* path) { return root_.path(path); };
     return readDriveDatabase({at("etc/smart_drivedb.h")})
         + readDriveDatabase({at("var/lib/smartmontools/drivedb/drivedb.h"), at("var/lib/smartmontools/drivedb.h"),

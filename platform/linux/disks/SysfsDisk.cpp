@@ -44,6 +44,17 @@ std::string deviceAbove(const RootFolder& root, std::string folder)
     return folder.starts_with("sys/devices/") ? folder : std::string();
 }
 
+/// The device folder behind a link such as sys/class/block/sda, relative to the root.
+std::string targetOf(const RootFolder& root, const std::string& link)
+{
+    std::error_code failure;
+    const std::filesystem::path target = std::filesystem::read_symlink(root.path(link), failure);
+    if (failure) {
+        return link;
+    }
+    return (std::filesystem::path(link).parent_path() / target).lexically_normal().string();
+}
+
 using Question = std::optional<std::string> (*)(const RootFolder& root, const std::string& device);
 
 /// What the nearest device answers that it hangs on and that has an answer.
@@ -240,6 +251,19 @@ std::optional<DiskRecord> SysfsDisk::nvmeRecord() const
         .serial = file("serial"),
         .blockDevice = namespaceName(),
         .rotational = false};
+}
+
+std::vector<DiskRecord> findDisks(const RootFolder& root)
+{
+    std::vector<DiskRecord> found;
+    for (const std::string folder : {"sys/class/block/", "sys/class/nvme/"}) {
+        for (const std::string& name : root.list(folder)) {
+            if (auto disk = SysfsDisk(root, targetOf(root, folder + name)).record()) {
+                found.push_back(*std::move(disk));
+            }
+        }
+    }
+    return found;
 }
 
 } // namespace meridal

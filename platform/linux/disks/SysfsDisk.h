@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace meridal {
 
@@ -42,5 +43,8 @@ private:
     std::string path_;
     std::string name_;
 };
+
+/// All that have health data, ATA ones before NVMe ones.
+std::vector<DiskRecord> findDisks(const RootFolder& root);
 
 } // namespace meridal

@@ -3,7 +3,8 @@
 
 #include "base/Text.h"
 #include "platform/linux/kernel/Descriptor.h"
-#include "platform/linux/kernel/DeviceProcess.h"
+#include "platform/linux/kernel/HelperProgram.h"
+#include "platform/linux/kernel/HidReports.h"
 
 #include <fmt/format.h>
 
@@ -34,17 +35,28 @@ std::string serialIn(const std::string& uevent)
 
 HidAsk askHidDevice(const std::string& node)
 {
-    return [process = std::make_shared<DeviceProcess>(node)](const HidReportRequest& request) {
-        using Kind = DeviceCommand::Kind;
-        DeviceCommand command;
-        command.kind = request.kind == HidReportKind::Feature ? Kind::HIDFeature : Kind::HIDInput;
-        command.report = request.report;
-        command.dataLength = static_cast<std::uint32_t>(request.size + 1);
-        const DeviceAnswer answer = process->run(command);
+    auto device = std::make_shared<Descriptor>(::open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    const int failure = *device ? 0 : errno;
+    return [device, failure, program = std::make_shared<HelperProgram>()](const HidReportRequest& request) {
+        const HidQuestion question{.isFeature = request.kind == HidReportKind::Feature ? 1U : 0U,
+            .report = request.report,
+            .length = static_cast<std::uint32_t>(request.size + 1)};
+        HidBytes answer;
+        if (failure != 0 || question.length > answer.data.size()) {
+            return HidAnswer{.error = failure != 0 ? failure : EINVAL, .bytes = {}};
+        }
+        if (!program->isRunning()
+            && !program->start(findHelperProgram("meridal-disks"), {"--reports"}, device->get())) {
+            return HidAnswer{.error = -1, .bytes = {}};
+        }
+        const auto size = exchange(program->channel(), &question, sizeof question, &answer, sizeof answer);
+        if (size != sizeof answer || answer.length > question.length) {
+            program->stop();
+            return HidAnswer{.error = -1, .bytes = {}};
+        }
         HidAnswer report{.error = answer.error, .bytes = {}};
-        if (answer.error == 0 && answer.missing < command.dataLength) {
-            const char* data = reinterpret_cast<const char*>(answer.data.data());
-            report.bytes.assign(data + 1, command.dataLength - answer.missing - 1);
+        if (answer.error == 0 && answer.length > 0) {
+            report.bytes.assign(reinterpret_cast<const char*>(answer.data.data()) + 1, answer.length - 1);
         }
         return report;
     };

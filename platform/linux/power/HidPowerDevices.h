@@ -25,7 +25,7 @@ struct HidAnswer {
 /// Opens a hidraw node and gives what asks it for a report, which takes as long as the device does. Any thread.
 using HidAsk = std::function<HidAnswer(const HidReportRequest&)>;
 using HidOpen = std::function<HidAsk(const std::string& node)>;
-/// By a process of its own (DeviceProcess), which goes with what this gives.
+/// By a process of its own (meridal-disks), which goes with what this gives.
 HidAsk askHidDevice(const std::string& node);
 
 /// UPSs that speak USB HID and have no driver that publishes them as a supply: those in /sys/class/hidraw whose report

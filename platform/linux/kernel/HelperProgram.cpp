@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/kernel/HelperProgram.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace meridal {
+
+namespace {
+
+/// What a child finds open, and signals as they are for a program that a shell starts.
+class HelperSettings {
+public:
+    HelperSettings(int channel, int handed)
+    {
+        ::posix_spawn_file_actions_init(&actions);
+        for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            ::posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
+        }
+        ::posix_spawn_file_actions_adddup2(&actions, channel, HelperProgram::channelInChild);
+        if (handed >= 0) {
+            ::posix_spawn_file_actions_adddup2(&actions, handed, HelperProgram::handedInChild);
+        }
+        // The sockets of clients and the instance's lock must not live on in a child that hangs.
+        ::posix_spawn_file_actions_addclosefrom_np(
+            &actions, handed >= 0 ? HelperProgram::handedInChild + 1 : HelperProgram::channelInChild + 1);
+        ::posix_spawnattr_init(&attributes);
+        sigset_t none;
+        sigset_t all;
+        ::sigemptyset(&none);
+        ::sigfillset(&all);
+        ::posix_spawnattr_setsigmask(&attributes, &none);
+        ::posix_spawnattr_setsigdefault(&attributes, &all);
+        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    }
+    ~HelperSettings()
+    {
+        ::posix_spawnattr_destroy(&attributes);
+        ::posix_spawn_file_actions_destroy(&actions);
+    }
+    HelperSettings(const HelperSettings&) = delete;
+    HelperSettings& operator=(const HelperSettings&) = delete;
+
+    posix_spawn_file_actions_t actions{};
+    posix_spawnattr_t attributes{};
+};
+
+/// A copy that is in nobody's way: neither of the places that a child finds its descriptors at.
+Descriptor movedAway(int descriptor)
+{
+    return Descriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, HelperProgram::handedInChild + 1));
+}
+
+template <typename Call>
+auto untilDone(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+} // namespace
+
+std::filesystem::path findHelperProgram(const std::string& name)
+{
+    std::error_code failure;
+    const auto ours = std::filesystem::read_symlink("/proc/self/exe", failure).parent_path();
+    for (const auto& place : {ours / name, ours.parent_path() / "libexec/meridal" / name}) {
+        if (::access(place.c_str(), X_OK) == 0) {
+            return place;
+        }
+    }
+    return {};
+}
+
+bool HelperProgram::start(const std::filesystem::path& program, std::vector<std::string> words, int handed)
+{
+    stop();
+    std::array<int, 2> ends = {-1, -1};
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) < 0) {
+        return false;
+    }
+    Descriptor ours(ends[0]);
+    const Descriptor pairEnd(ends[1]);
+    const Descriptor theirs = movedAway(pairEnd.get());
+    const Descriptor copy = handed >= 0 ? movedAway(handed) : Descriptor();
+    if (!theirs || (handed >= 0 && !copy)) {
+        return false;
+    }
+    words.insert(words.begin(), program.string()); // by its whole path, which no search may change
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    const HelperSettings settings(theirs.get(), copy.get());
+    pid_t child = -1;
+    if (::posix_spawn(&child, argv.front(), &settings.actions, &settings.attributes, argv.data(), environ) != 0) {
+        return false;
+    }
+    child_ = child;
+    channel_ = std::move(ours);
+    return true;
+}
+
+void HelperProgram::stop()
+{
+    if (child_ > 0) {
+        channel_ = Descriptor();
+        ::kill(child_, SIGKILL); // it has nothing to finish
+        untilDone([this] { return ::waitpid(child_, nullptr, 0); });
+        child_ = -1;
+    }
+}
+
+std::optional<std::size_t> exchange(
+    int channel, const void* question, std::size_t questionSize, void* answer, std::size_t room)
+{
+    if (untilDone([&] { return ::send(channel, question, questionSize, MSG_NOSIGNAL); }) < 0) {
+        return std::nullopt;
+    }
+    const ssize_t got = untilDone([&] { return ::recv(channel, answer, room, MSG_TRUNC); });
+    return got > 0 ? std::optional(static_cast<std::size_t>(got)) : std::nullopt;
+}
+
+} // namespace meridal
