@@ -5,6 +5,10 @@
 #include "collectors/sensors/SensorConfiguration.h"
 #include "collectors/sensors/SensorStatCollectorItem.h"
 
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <unordered_set>
 #include <utility>
 
 namespace meridal {
@@ -13,6 +17,20 @@ const Value& sensorList(const Value& configurations)
 {
     static const Value none = Value::array();
     return configurations.is_array() ? configurations : none;
+}
+
+Value configuredEntries(const Value& entries, const Value& configurations)
+{
+    std::unordered_set<std::string> keys;
+    for (const Value& configuration : sensorList(configurations)) {
+        if (auto key = text(configuration, "key")) {
+            keys.insert(std::move(*key));
+        }
+    }
+    Value configured = Value::array();
+    std::copy_if(entries.begin(), entries.end(), std::back_inserter(configured),
+        [&](const Value& entry) { return keys.contains(text(entry, "key").value_or("")); });
+    return configured;
 }
 
 std::string shortenedText(const std::string& name, std::size_t longest)

@@ -17,6 +17,9 @@ constexpr std::size_t longestSensorName = 256;
 /// The client's configurations or entries; what is no array holds none.
 const Value& sensorList(const Value& given);
 
+/// Those of some entries whose key one of the client's configurations has: what came without being named is nobody's wish.
+Value configuredEntries(const Value& entries, const Value& configurations);
+
 /// As much of a text as fits into so many bytes, not cut in the midst of a character.
 std::string shortenedText(const std::string& text, std::size_t longest);
 

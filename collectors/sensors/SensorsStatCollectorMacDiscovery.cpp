@@ -385,20 +385,45 @@ void SensorsStatCollectorMac::resumeRecord()
     if (!history().isRecording()) {
         return;
     }
-    auto adopt = sensorLifetime_.guard([this](const KeptSensors& kept) {
-        process(supportedElectricSensors(kept.sensors), SensorRequest::Sensors, Finder::Record);
-        if (!kept.fans.empty()) {
-            process(supportedFans(kept.fans), SensorRequest::Fans, Finder::Record);
-        }
-        if (!kept.services.empty()) {
-            process(supportedArmSensors(kept.services), SensorRequest::Services, Finder::Record);
-        }
-        begin();
-    });
+    auto adopt = sensorLifetime_.guard([this](KeptSensors kept) { resume(std::move(kept)); });
     Queue& mainQueue = context().runtime.mainQueue();
     file->queryDatabaseAsync([adopt, &mainQueue](SQLiteConnection& connection) {
         mainQueue.post([adopt, kept = readKeptSensors(connection, mostItems)]() mutable { adopt(kept); });
     });
+}
+
+/// Whether a kept configuration only repeats what the host tells of a sensor by itself: earlier versions kept one of each
+/// temperature when a client asked for them all, and showed them twice from then on.
+bool SensorsStatCollectorMac::isDouble(const Value& kept)
+{
+    const SensorConfiguration configuration = parseSensorConfiguration(kept);
+    const Service* service = serviceNamed(configuration.key);
+    return service && configuration.name == serviceName(service->label) && !configuration.hasFixedLimits()
+        && std::any_of(named_.begin(), named_.end(),
+            [service](const auto& each) { return each.second.record.key == service->source; });
+}
+
+void SensorsStatCollectorMac::resume(KeptSensors kept)
+{
+    startToFollow();
+    process(supportedElectricSensors(kept.sensors), SensorRequest::Sensors, Finder::Record);
+    if (!kept.fans.empty()) {
+        process(supportedFans(kept.fans), SensorRequest::Fans, Finder::Record);
+    }
+    Value services = Value::array();
+    for (Value& configuration : kept.services) {
+        if (!isDouble(configuration)) {
+            services.push_back(std::move(configuration));
+        } else if (const auto file = database()) {
+            file->addItem({.table = keptSensorsTable().table,
+                .format = forgetSensor,
+                .args = {text(configuration, "key").value_or("")}});
+        }
+    }
+    if (!services.empty()) {
+        process(configuredEntries(supportedArmSensors(services), services), SensorRequest::Services, Finder::Record);
+    }
+    begin();
 }
 
 // What the host tells by itself
