@@ -51,6 +51,7 @@ void MRDXPCServerConnection::onMain(Task task)
 void MRDXPCServerConnection::ended()
 {
     onMain([this] {
+        daemon_.services().sensors.forget(sensorClient());
         client_.reset();
         daemon_.server().removeConnection(shared_from_this());
         removeMasks();
@@ -211,6 +212,12 @@ void MRDXPCServerConnection::exists(BoolReply reply) { reply(true); }
 
 PowerDetail MRDXPCServerConnection::powerDetail() const { return powerDetailFor(peer_.known && peer_.uid == 0); }
 
+/// A client that has gone names nothing any more: nobody would ever take it away.
+SensorClient MRDXPCServerConnection::sensorClient() const
+{
+    return {.uid = client_ && peer_.known ? std::optional(peer_.uid) : std::nullopt, .connection = this};
+}
+
 void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)
 {
     onMain([this, configurations = std::move(configurations), reply = std::move(reply)] {
@@ -231,8 +238,8 @@ void MRDXPCServerConnection::armSensors(Value selection, ValueReply reply)
 {
     onMain([this, selection = std::move(selection), reply = std::move(reply)] {
         SensorService& sensors = daemon_.services().sensors;
-        Value both = sensors.supportedArmSensors(selection);
-        for (Value& fan : sensors.supportedFans(selection)) {
+        Value both = sensors.supportedArmSensors(selection, sensorClient());
+        for (Value& fan : sensors.supportedFans(selection, sensorClient())) {
             both.push_back(std::move(fan));
         }
         reply(std::move(both));
@@ -243,15 +250,15 @@ void MRDXPCServerConnection::supportedSensors(Value selection, ValueReply reply)
 {
     onMain([this, selection = std::move(selection), reply = std::move(reply)] {
         SensorService& sensors = daemon_.services().sensors;
-        reply({{"sensors", sensors.supportedElectricSensors(selection, powerDetail())},
-            {"fans", sensors.supportedFans(selection)}});
+        reply({{"sensors", sensors.supportedElectricSensors(selection, sensorClient(), powerDetail())},
+            {"fans", sensors.supportedFans(selection, sensorClient())}});
     });
 }
 
 void MRDXPCServerConnection::supportedFans(Value selection, ValueReply reply)
 {
     onMain([this, selection = std::move(selection), reply = std::move(reply)] {
-        reply(daemon_.services().sensors.supportedFans(selection));
+        reply(daemon_.services().sensors.supportedFans(selection, sensorClient()));
     });
 }
 

@@ -2,6 +2,7 @@
 #include "daemon/SensorService.h"
 
 #include "base/Runtime.h"
+#include "collectors/sensors/SensorEntry.h"
 #include "collectors/sensors/SensorKind.h"
 #include "daemon/MeridalHistory.h"
 #include "daemon/Parameters.h"
@@ -38,9 +39,9 @@ auto placeOf(const SensorsStatCollectorMac& collector, const Item& item)
     return std::tuple(chipOf(collector, item), collector.kindOf(item), item.index(), item.key().value_or(""));
 }
 
-SensorsStatCollectorMac::SensorItems ordered(const SensorsStatCollectorMac& collector)
+SensorsStatCollectorMac::SensorItems ordered(const SensorsStatCollectorMac& collector, std::optional<std::uint32_t> uid)
 {
-    auto sensors = collector.sensors();
+    auto sensors = collector.sensorsFor(uid);
     std::sort(sensors.begin(), sensors.end(), [&](const auto& first, const auto& second) {
         return placeOf(collector, *first) < placeOf(collector, *second);
     });
@@ -92,7 +93,10 @@ Value describe(const SensorsStatCollectorMac& collector, const Item& item, Power
 } // namespace
 
 SensorService::SensorService(Context& context, HistoryCatalogue& catalogue, MakeCollector make)
-    : context_(context), catalogue_(catalogue), make_(std::move(make))
+    : context_(context)
+    , catalogue_(catalogue)
+    , make_(std::move(make))
+    , administrators_(context, [this](std::uint32_t uid, bool administers) { decided(uid, administers); })
 {
 }
 
@@ -122,52 +126,105 @@ std::vector<double> SensorService::sensorValues(const Value& configurations, Pow
     return asked().valuesForConfigs(configurations, detail);
 }
 
-Value SensorService::supportedElectricSensors(const Value& selection, PowerDetail detail)
+Value SensorService::supportedElectricSensors(const Value& selection, const SensorClient& client, PowerDetail detail)
 {
     Value entries = asked().supportedElectricSensors(selection);
-    collector().processSensors(entries);
-    collector().begin();
+    name(client, entries, SensorRequest::Sensors);
     if (detail == PowerDetail::Averaged) {
         collector().averagePower(entries);
     }
     return entries;
 }
 
-Value SensorService::supportedFans(const Value& selection)
+Value SensorService::supportedFans(const Value& selection, const SensorClient& client)
 {
     Value entries = asked().supportedFans(selection);
-    collector().processFans(entries);
-    collector().begin();
+    name(client, entries, SensorRequest::Fans);
     return entries;
 }
 
-Value SensorService::supportedArmSensors(const Value& selection)
+Value SensorService::supportedArmSensors(const Value& selection, const SensorClient& client)
 {
     Value entries = asked().supportedArmSensors(selection);
-    collector().processArmSensors(entries);
-    collector().begin();
+    name(client, configuredEntries(entries, selection), SensorRequest::Services); // the others are shown by themselves
     return entries;
+}
+
+// Who names sensors
+
+namespace {
+
+/// Stands beside a client for as long as it is not known whether its user administers the machine: the client may be gone by
+/// then, and an administrator's wish is kept all the same.
+const char undecided = 0;
+
+} // namespace
+
+void SensorService::name(const SensorClient& client, const Value& entries, SensorRequest request)
+{
+    if (client.uid && !entries.empty()) { // of whom the system does not know nothing stays
+        const auto administers = administrators_.ask(*client.uid);
+        if (administers && *administers) {
+            nameForAll(entries, request);
+        } else {
+            collector().nameForClient({.uid = *client.uid, .client = client.connection}, entries, request);
+        }
+        if (!administers) {
+            collector().nameForClient({.uid = *client.uid, .client = &undecided}, entries, request);
+        }
+    }
+    collector().begin();
+}
+
+void SensorService::nameForAll(const Value& entries, SensorRequest request)
+{
+    switch (request) {
+    case SensorRequest::Sensors:
+        return collector().processSensors(entries);
+    case SensorRequest::Fans:
+        return collector().processFans(entries);
+    case SensorRequest::Services:
+        return collector().processArmSensors(entries);
+    }
+}
+
+void SensorService::decided(std::uint32_t uid, bool administers)
+{
+    const ClientSensors::Owner owner{.uid = uid, .client = &undecided};
+    if (administers) {
+        collector().keepForAll(owner);
+    }
+    collector().forgetClient(owner);
+}
+
+void SensorService::forget(const SensorClient& client)
+{
+    if (collector_ && client.uid) {
+        collector_->forgetClient({.uid = *client.uid, .client = client.connection});
+    }
 }
 
 void SensorService::addTo(MeridalHistory& history)
 {
     history.addAsyncMethod(
         method::sensorsList, [this](const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply) {
-            answer(parameters, powerDetailFor(peer.known && peer.uid == 0), reply, mostWaits);
+            const auto uid = peer.known ? std::optional(peer.uid) : std::nullopt;
+            answer(parameters, uid, powerDetailFor(uid == 0U), reply, mostWaits);
         });
 }
 
 /// Soon after the start power has no average yet: the answer is worth a moment.
-void SensorService::answer(
-    const Value& parameters, PowerDetail detail, const std::function<void(Result<Value>)>& reply, int waits)
+void SensorService::answer(const Value& parameters, std::optional<std::uint32_t> uid, PowerDetail detail,
+    const std::function<void(Result<Value>)>& reply, int waits)
 {
     constexpr double wait = 0.5; // s
-    auto now = list(parameters, detail);
-    if (!now || !collector().isSettling() || waits == 0) {
+    auto now = list(parameters, uid, detail);
+    if (!now || waits == 0 || !collector().isSettling(collector().sensorsFor(uid))) {
         return reply(std::move(now));
     }
-    context_.runtime.after(wait,
-        lifetime_.guard([this, parameters, detail, reply, waits] { answer(parameters, detail, reply, waits - 1); }));
+    context_.runtime.after(wait, lifetime_.guard([this, parameters, uid, detail, reply, waits] {
+        answer(parameters, uid, detail, reply, waits - 1);
+    }));
 }
 
 void SensorService::setRecording(bool recording)
@@ -194,7 +251,7 @@ void SensorService::resume()
     }
 }
 
-Result<Value> SensorService::list(const Value& given, PowerDetail detail)
+Result<Value> SensorService::list(const Value& given, std::optional<std::uint32_t> uid, PowerDetail detail)
 {
     Parameters parameters(given);
     const auto after = parameters.text("after");
@@ -203,7 +260,7 @@ Result<Value> SensorService::list(const Value& given, PowerDetail detail)
         return parameters.failure();
     }
     asked().discover();
-    const auto sensors = ordered(collector());
+    const auto sensors = ordered(collector(), uid);
     auto next = sensors.begin();
     if (after) {
         const auto last =

@@ -4,8 +4,11 @@
 #include "base/Result.h"
 #include "base/Value.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
+#include "daemon/AdministratorCheck.h"
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 namespace meridal {
@@ -15,8 +18,15 @@ class MeridalHistory;
 struct Context;
 struct Peer;
 
+/// Who asks about sensors: the user, absent where the system does not tell, and which of the user's clients.
+struct SensorClient {
+    std::optional<std::uint32_t> uid;
+    const void* connection = nullptr;
+};
+
 /// Sensors and fans: the clients' four requests about them, their question "sensors.list", and the history. The collector is
-/// made right after the start: the record needs nobody who asks; without one it is made when somebody does. Main queue only.
+/// made right after the start: the record needs nobody who asks; without one it is made when somebody does. What root and
+/// administrators name is there for all and is kept; what others name is theirs, until the client has gone. Main queue only.
 class SensorService {
 public:
     using MakeCollector = std::function<SensorsStatCollectorMac&()>;
@@ -32,13 +42,15 @@ public:
     /// A value for each configuration of the list, -1 where there is no such sensor.
     std::vector<double> sensorValues(const Value& configurations, PowerDetail detail);
     /// Arrays of what the selection names and this machine has.
-    Value supportedElectricSensors(const Value& selection, PowerDetail detail);
-    Value supportedArmSensors(const Value& selection);
-    Value supportedFans(const Value& selection);
+    Value supportedElectricSensors(const Value& selection, const SensorClient& client, PowerDetail detail);
+    Value supportedArmSensors(const Value& selection, const SensorClient& client);
+    Value supportedFans(const Value& selection, const SensorClient& client);
+    /// A client has gone, and what it named for itself goes with it.
+    void forget(const SensorClient& client);
     void addTo(MeridalHistory& history);
 
-    /// "sensors.list": a page of all sensors, by chip; named parameters "after" (a key) and "limit".
-    Result<Value> list(const Value& parameters, PowerDetail detail);
+    /// "sensors.list": a page of all sensors that there are for a user, by chip; named parameters "after" (a key) and "limit".
+    Result<Value> list(const Value& parameters, std::optional<std::uint32_t> uid, PowerDetail detail);
 
     static constexpr std::size_t usualPage = 200;
     static constexpr std::size_t longestPage = 500;
@@ -50,12 +62,16 @@ private:
     /// The same, for a client.
     SensorsStatCollectorMac& asked();
     void resume();
-    void answer(
-        const Value& parameters, PowerDetail detail, const std::function<void(Result<Value>)>& reply, int waits);
+    void name(const SensorClient& client, const Value& entries, SensorRequest request);
+    void nameForAll(const Value& entries, SensorRequest request);
+    void decided(std::uint32_t uid, bool administers);
+    void answer(const Value& parameters, std::optional<std::uint32_t> uid, PowerDetail detail,
+        const std::function<void(Result<Value>)>& reply, int waits);
 
     Context& context_;
     HistoryCatalogue& catalogue_;
     MakeCollector make_;
+    AdministratorCheck administrators_;
     SensorsStatCollectorMac* collector_ = nullptr; ///< null until the daemon serves
     bool isRecording_ = true;
     bool isOpen_ = false;

@@ -65,8 +65,11 @@ void answer(const Value& given, const std::uint8_t* data)
     Value electric = collector.supportedElectricSensors(given);
     collector.processSensors(electric);
     collector.averagePower(electric);
+    const ClientSensors::Owner user{.uid = 1000, .client = &machine};
+    collector.nameForClient(user, electric, SensorRequest::Sensors);
     collector.processFans(collector.supportedFans(given));
     collector.processArmSensors(collector.supportedArmSensors(given));
+    collector.nameForClient(user, collector.supportedArmSensors(given), SensorRequest::Services);
     if (given.is_array()) {
         for (const Value& configuration : given) {
             require(std::isfinite(collector.valueForConfig(configuration)));
@@ -75,9 +78,11 @@ void answer(const Value& given, const std::uint8_t* data)
     }
     collector.begin();
     machine.runtime.advance(5);
-    for (const auto& item : collector.sensors()) {
+    for (const auto& item : collector.sensorsFor(user.uid)) {
         require(std::isfinite(item->value()) && item->percentage() >= 0 && item->percentage() <= 100);
     }
+    collector.keepForAll(user);
+    require(collector.sensorsFor(user.uid).size() == collector.sensors().size());
 }
 
 } // namespace

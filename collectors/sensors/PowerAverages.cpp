@@ -40,6 +40,12 @@ std::optional<double> PowerAverages::notedAt(const std::string& identity) const
     return found != readings_.end() && !found->second.empty() ? std::optional(found->second.back().time) : std::nullopt;
 }
 
+void PowerAverages::forgetOld(double now)
+{
+    std::erase_if(readings_,
+        [now](const auto& entry) { return entry.second.empty() || now - entry.second.back().time > longestGap; });
+}
+
 double roundedPower(double watts) { return std::round(watts / powerStep) / 10; }
 
 } // namespace meridal

@@ -28,6 +28,8 @@ public:
     /// When the latest reading was noted; absent when there is none.
     std::optional<double> notedAt(const std::string& identity) const;
     void forget(const std::string& identity) { readings_.erase(identity); }
+    /// Those whose latest reading is too old to be averaged.
+    void forgetOld(double now);
 
 private:
     struct Reading {

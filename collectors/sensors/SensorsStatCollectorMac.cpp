@@ -415,6 +415,7 @@ void SensorsStatCollectorMac::measure(Reading what)
     const double now = context().runtime.monotonicTime(); // one for all: it tells what this turn has noted
     lastMeasured_ = now;
     SensorItems due = sensors();
+    clients_.forEach([&due](const auto& item) { due.push_back(item); });
     if (what == Reading::WithoutPower) {
         std::erase_if(due, [this](const auto& item) { return isPower(*item); });
     }
@@ -424,6 +425,7 @@ void SensorsStatCollectorMac::measure(Reading what)
     }
     if (what == Reading::All) {
         sampleWatched(now);
+        powers_.forgetOld(now); // whoever named them may be gone
     }
 }
 
@@ -441,7 +443,7 @@ void SensorsStatCollectorMac::begin()
         rests_ = false;
         setStopped(false);
     }
-    if (!isLogging_ && !stopped() && (!items().empty() || !watched_.empty())) {
+    if (!isLogging_ && !stopped() && (!items().empty() || !watched_.empty() || !clients_.empty())) {
         isLogging_ = true;
         startLogging();
     }
@@ -517,11 +519,10 @@ std::string SensorsStatCollectorMac::nameOf(const Item& item) const
     return record ? record->label : item.name().empty() ? item.key().value_or("") : item.name();
 }
 
-bool SensorsStatCollectorMac::isSettling() const
+bool SensorsStatCollectorMac::isSettling(const SensorItems& items) const
 {
     const double now = context().runtime.monotonicTime();
-    const SensorItems all = sensors();
-    return std::any_of(all.begin(), all.end(), [&](const auto& item) {
+    return std::any_of(items.begin(), items.end(), [&](const auto& item) {
         const std::string identity = isPower(*item) ? item->sensorConfig().identity() : std::string();
         const auto noted = powers_.notedAt(identity);
         return noted && now - *noted <= PowerAverages::longestGap && !powers_.average(identity, now);

@@ -3,6 +3,7 @@
 
 #include "base/Lifetime.h"
 #include "base/RareWarnings.h"
+#include "collectors/sensors/ClientSensors.h"
 #include "collectors/sensors/KeptSensors.h"
 #include "collectors/sensors/PowerAverages.h"
 #include "collectors/sensors/SensorAlarms.h"
@@ -65,6 +66,13 @@ public:
     void processSensors(const Value& entries);
     void processFans(const Value& entries);
     void processArmSensors(const Value& entries);
+    // What an ordinary user's client names is there for that user's clients, as long as it is itself
+    /// Makes such entries items of the client's.
+    void nameForClient(const ClientSensors::Owner& owner, const Value& entries, SensorRequest request);
+    /// Lets go of what a client named.
+    void forgetClient(const ClientSensors::Owner& owner);
+    /// Makes what a client named there for all, and kept, as the processing of its entries would have.
+    void keepForAll(const ClientSensors::Owner& owner);
     /// Replaces the values of power sensors among entries by what everybody may see.
     void averagePower(Value& entries);
     /// Makes an item of everything that the host tells by itself, and follows it from now on as chips come and go.
@@ -80,7 +88,10 @@ public:
     void begin();
 
     // Items
+    /// Those that are there for all, and recorded.
     SensorItems sensors() const;
+    /// Those and what clients of this user named, which goes before the others of its keys.
+    SensorItems sensorsFor(std::optional<std::uint32_t> uid) const;
     SensorItems allFans() const;
     /// What the host tells of a key, without limits that nobody has set; null when it tells nothing.
     const SensorRecord* recordForKey(const std::string& key) const;
@@ -88,8 +99,8 @@ public:
     std::int64_t kindOf(const Item& item) const;
     /// Whether what it reads is power, whatever a client calls it.
     bool isPower(const Item& item) const;
-    /// Whether the first average of a power sensor is about to come.
-    bool isSettling() const;
+    /// Whether the first average of a power sensor among these is about to come.
+    bool isSettling(const SensorItems& items) const;
     /// For people: the host's word, else the client's, else its key.
     std::string nameOf(const Item& item) const;
     SensorAlarm alarmOf(const Item& item) const;
@@ -111,8 +122,9 @@ public:
     bool threadedUpdating() const override { return false; }
     void cleanup() override;
 
-    static constexpr std::size_t mostItems = 1024; ///< that clients can bring about; the host adds as many at most
-    static constexpr double unprovenFor = 3600;    ///< s that a client's sensor may be without its first value
+    static constexpr std::size_t mostItems =
+        1024;                                   ///< that administrators can bring about; the host adds as many at most
+    static constexpr double unprovenFor = 3600; ///< s that such a sensor may be without its first value
     static constexpr std::size_t mostWatched = 256;
     static constexpr double watchedFor = 120;          ///< s after the last question
     static constexpr double lookInterval = 10;         ///< s between looks for chips that came or went
@@ -205,7 +217,10 @@ private:
     Value electricEntry(const SensorConfiguration& understood, const Value& given);
     std::optional<Value> fanEntry(std::size_t number, const Value& configurations);
     void process(const Value& entries, SensorRequest request, Finder finder);
+    void takeExtremes(Item& item);
     void keep(const Item& item, SensorRequest request);
+    bool isDouble(const Value& kept);
+    void resume(KeptSensors kept);
     HistorySeries seriesOf(const Item& item) const;
     std::shared_ptr<HistoryDatabaseItem> database();
     void adopt(std::vector<SensorRecord> records);
@@ -224,11 +239,13 @@ private:
     std::map<std::string, Watched> watched_; ///< by identity
     std::map<std::string, Named> named_;     ///< by key
     std::vector<Service> services_;          ///< as the host tells them
-    SensorAlarms alarms_;                    ///< by what the host calls sensors
+    ClientSensors clients_;
+    SensorAlarms alarms_; ///< by what the host calls sensors
     RecordedSeries recorded_;
     RareWarnings failures_; ///< of sensors, by what the host calls them
     std::optional<std::unordered_map<std::string, SensorReading>> readings_; ///< while a turn or a request lasts
-    std::map<std::string, double> unproven_; ///< clients' sensors without a value so far: since when, monotonic s
+    std::map<std::string, double>
+        unproven_; ///< administrators' sensors without a value so far: since when, monotonic s
     std::uint64_t generation_ = 0;
     double nextLook_ = 0;                ///< monotonic s
     double nextFlagLook_ = 0;            ///< monotonic s

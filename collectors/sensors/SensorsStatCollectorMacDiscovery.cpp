@@ -4,6 +4,7 @@
 #include "base/Runtime.h"
 #include "base/Text.h"
 #include "base/Value.h"
+#include "collectors/sensors/SensorEntry.h"
 #include "collectors/sensors/SensorKind.h"
 #include "collectors/sensors/SensorLimits.h"
 #include "collectors/sensors/SensorsStatCollectorMac.h"
@@ -22,39 +23,15 @@ namespace meridal {
 
 namespace {
 
-/// A fan's keys hold its number as one hexadecimal digit.
-
-/// Names and keys are kept for as long as the item lives: what is longer than this is cut, or is no key.
-constexpr std::size_t longestName = 256; // bytes
-
-/// The client's configurations; what is no array holds none.
-const Value& listOf(const Value& configurations)
-{
-    static const Value none = Value::array();
-    return configurations.is_array() ? configurations : none;
-}
-
 const Value* configurationOf(const Value& configurations, std::string_view key)
 {
-    for (const Value& configuration : listOf(configurations)) {
+    for (const Value& configuration : sensorList(configurations)) {
         const Value* entry = find(configuration, "key");
         if (entry && entry->is_string() && entry->get_ref<const std::string&>() == key) {
             return &configuration;
         }
     }
     return nullptr;
-}
-
-std::string shortened(const std::string& name, std::size_t longest)
-{
-    if (name.size() <= longest) {
-        return name;
-    }
-    std::size_t end = longest;
-    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) {
-        --end; // not in the midst of a character
-    }
-    return name.substr(0, end);
 }
 
 Value entryOf(std::int64_t type, Value configuration, const std::string& key, const std::string& name, double value)
@@ -120,37 +97,7 @@ std::string fanName(const std::string& label)
     std::string name;
     std::copy_if(label.begin(), label.end(), std::back_inserter(name),
         [](char c) { return static_cast<unsigned char>(c) > ' '; });
-    return shortened(name, longest);
-}
-
-/// Whether a sensor is made of more keys than are sampled for one.
-bool hasTooManyKeys(const Value& entry)
-{
-    const Value* given = find(entry, "config");
-    const SensorConfiguration configuration = parseSensorConfiguration(given ? *given : Value());
-    return (configuration.multiply && configuration.multiply->size() > mostSampledKeys)
-        || (configuration.average && configuration.average->size() > mostSampledKeys);
-}
-
-/// Brings an item up to date with its entry.
-void take(SensorStatCollectorItemMac& item, const Value& entry, std::int64_t index)
-{
-    const Value* given = find(entry, "config");
-    SensorConfiguration configuration = parseSensorConfiguration(given ? *given : Value());
-    configuration.key = item.key().value_or("");
-    configuration.name = shortened(text(entry, "name").value_or(configuration.name), longestName);
-    item.setName(configuration.name);
-    item.setType(integer(entry, "type").value_or(configuration.kind()));
-    item.setIndex(index);
-    const auto high = number(entry, "high");
-    item.setHasFixedLimits(high && *high > 0);
-    if (item.hasFixedLimits()) {
-        item.setHigh(*high);
-        item.setLow(number(entry, "low").value_or(0));
-    }
-    item.setSensorConfig(std::move(configuration));
-    item.updateLimits();
-    item.updatePercentage();
+    return shortenedText(name, longest);
 }
 
 } // namespace
@@ -173,7 +120,7 @@ Value SensorsStatCollectorMac::supportedElectricSensors(const Value& configurati
     startToFollow(); // a key of the host's is to be known before a client speaks of it
     const OneReading once(*this);
     Value entries = Value::array();
-    for (const Value& given : listOf(configurations)) {
+    for (const Value& given : sensorList(configurations)) {
         const SensorConfiguration understood = parseSensorConfiguration(given);
         if (!isSMCKey(understood.key) || understood.key.front() == 'F') { // fans are found by themselves
             continue;
@@ -320,21 +267,21 @@ void SensorsStatCollectorMac::averagePower(Value& entries)
 
 void SensorsStatCollectorMac::process(const Value& entries, SensorRequest request, Finder finder)
 {
-    if (finder != Finder::Host && !listOf(entries).empty()) {
+    if (finder != Finder::Host && !sensorList(entries).empty()) {
         startToFollow();
     }
     std::vector<std::string> fresh;
     std::int64_t index = 0;
-    for (const Value& entry : listOf(entries)) {
+    for (const Value& entry : sensorList(entries)) {
         const std::string key = text(entry, "key").value_or("");
         auto item = std::static_pointer_cast<Item>(itemWithKey(key));
         const std::size_t most = finder == Finder::Host ? 2 * mostItems : mostItems;
         const bool isKnownBetter =
             (finder != Finder::Host && named_.contains(key)) || (finder == Finder::Record && item && item->isClients());
-        if (isKnownBetter || (finder != Finder::Host && hasTooManyKeys(entry))) {
+        if (isKnownBetter || (finder != Finder::Host && makesTooManyKeys(entry))) {
             continue;
         }
-        if (key.empty() || key.size() > longestName || (!item && items().size() >= most)) {
+        if (key.empty() || key.size() > longestSensorName || (!item && items().size() >= most)) {
             continue;
         }
         if (!item) {
@@ -349,7 +296,7 @@ void SensorsStatCollectorMac::process(const Value& entries, SensorRequest reques
         item->setExists(true);
         item->setSource(request == SensorRequest::Services ? Item::Source::Service : Item::Source::SMC);
         const SensorConfiguration before = item->sensorConfig();
-        take(*item, entry, index++);
+        takeSensorEntry(*item, entry, index++);
         const bool wasClients = item->isClients();
         item->setIsClients(finder == Finder::Client);
         if (finder == Finder::Client && (!wasClients || before != item->sensorConfig())) {
@@ -438,20 +385,45 @@ void SensorsStatCollectorMac::resumeRecord()
     if (!history().isRecording()) {
         return;
     }
-    auto adopt = sensorLifetime_.guard([this](const KeptSensors& kept) {
-        process(supportedElectricSensors(kept.sensors), SensorRequest::Sensors, Finder::Record);
-        if (!kept.fans.empty()) {
-            process(supportedFans(kept.fans), SensorRequest::Fans, Finder::Record);
-        }
-        if (!kept.services.empty()) {
-            process(supportedArmSensors(kept.services), SensorRequest::Services, Finder::Record);
-        }
-        begin();
-    });
+    auto adopt = sensorLifetime_.guard([this](KeptSensors kept) { resume(std::move(kept)); });
     Queue& mainQueue = context().runtime.mainQueue();
     file->queryDatabaseAsync([adopt, &mainQueue](SQLiteConnection& connection) {
         mainQueue.post([adopt, kept = readKeptSensors(connection, mostItems)]() mutable { adopt(kept); });
     });
+}
+
+/// Whether a kept configuration only repeats what the host tells of a sensor by itself: earlier versions kept one of each
+/// temperature when a client asked for them all, and showed them twice from then on.
+bool SensorsStatCollectorMac::isDouble(const Value& kept)
+{
+    const SensorConfiguration configuration = parseSensorConfiguration(kept);
+    const Service* service = serviceNamed(configuration.key);
+    return service && configuration.name == serviceName(service->label) && !configuration.hasFixedLimits()
+        && std::any_of(named_.begin(), named_.end(),
+            [service](const auto& each) { return each.second.record.key == service->source; });
+}
+
+void SensorsStatCollectorMac::resume(KeptSensors kept)
+{
+    startToFollow();
+    process(supportedElectricSensors(kept.sensors), SensorRequest::Sensors, Finder::Record);
+    if (!kept.fans.empty()) {
+        process(supportedFans(kept.fans), SensorRequest::Fans, Finder::Record);
+    }
+    Value services = Value::array();
+    for (Value& configuration : kept.services) {
+        if (!isDouble(configuration)) {
+            services.push_back(std::move(configuration));
+        } else if (const auto file = database()) {
+            file->addItem({.table = keptSensorsTable().table,
+                .format = forgetSensor,
+                .args = {text(configuration, "key").value_or("")}});
+        }
+    }
+    if (!services.empty()) {
+        process(configuredEntries(supportedArmSensors(services), services), SensorRequest::Services, Finder::Record);
+    }
+    begin();
 }
 
 // What the host tells by itself

@@ -32,8 +32,8 @@ TEST_F(SensorsTest, OfWhatAClientKnowsItGetsWhatIsThere)
     EXPECT_EQ(entries[3]["value"], 0.0) << "nothing that leaves the daemon is no number";
     for (const char* nonsense : {"null", "{}", "17", "\"TC0P\"", "[[[]]]"}) {
         EXPECT_EQ(electric(json(nonsense), PowerDetail::Fine), Value::array());
-        EXPECT_EQ(daemon->service.supportedFans(json(nonsense)), Value::array());
-        EXPECT_EQ(daemon->service.supportedArmSensors(json(nonsense)), Value::array());
+        EXPECT_EQ(daemon->service.supportedFans(json(nonsense), root), Value::array());
+        EXPECT_EQ(daemon->service.supportedArmSensors(json(nonsense), root), Value::array());
     }
 }
 
@@ -67,7 +67,7 @@ TEST_F(SensorsTest, FansThatTheHostNames)
         {sensorOf("FBAc", "chip-2", " ", SensorKind::Fan), 1}});
     measure({{"FNum", 1}, {"F0Mn", 1}, {"F1Ac", 700}}); // what the records tell is not asked for
     start();
-    const Value fans = daemon->service.supportedFans(Value());
+    const Value fans = daemon->service.supportedFans(Value(), root);
     ASSERT_THAT(keysOf(fans), ElementsAre("F0Ac", "F9Ac", "FAAc"));
     EXPECT_EQ(fans[0],
         (Value{{"type", 2}, {"config", {{"key", "F0Ac"}, {"name", "CPUFanLinks"}}}, {"key", "F0Ac"},
@@ -87,14 +87,16 @@ TEST_F(SensorsTest, OtherFansNeedAClientThatKnowsThem)
 {
     measure({{"FNum", 3}, {"F0Ac", 1500}, {"F1Ac", 1500}, {"F2Ac", 1500}, {"F1Mx", 6000}});
     start();
-    const Value fans = daemon->service.supportedFans(json(R"([{"key":"F1Ac","name":"Left","low":1200,"high":1}])"));
+    const Value fans =
+        daemon->service.supportedFans(json(R"([{"key":"F1Ac","name":"Left","low":1200,"high":1}])"), root);
     ASSERT_THAT(keysOf(fans), ElementsAre("F1Ac"));
     EXPECT_EQ(fans[0]["name"], "Left");
     EXPECT_EQ(fans[0]["low"], 1200);
     EXPECT_EQ(fans[0]["high"], 6000);
     for (const double count : {-1.0, 0.0, 1e30}) {
         source().values["FNum"] = count;
-        EXPECT_EQ(daemon->service.supportedFans(json(R"([{"key":"F1Ac"}])")).size(), count > 1 ? 1U : 0U) << count;
+        EXPECT_EQ(daemon->service.supportedFans(json(R"([{"key":"F1Ac"}])"), root).size(), count > 1 ? 1U : 0U)
+            << count;
     }
 }
 
@@ -118,13 +120,14 @@ TEST_F(SensorsTest, TemperaturesAreServicesByTheirNames)
     EXPECT_EQ(sensor("TC0P").name(), "CPU Proximity") << "by who knows it";
 
     const Value entries = daemon->service.supportedArmSensors(
-        json(R"([{"key":"AS_PERF_AVG","name":"Fast cores","high":110},{"key":"AS_EFF_AVG"},{"key":"TC0P"}])"));
+        json(R"([{"key":"AS_PERF_AVG","name":"Fast cores","high":110},{"key":"AS_EFF_AVG"},{"key":"TC0P"}])"), root);
     ASSERT_THAT(keysOf(entries), ElementsAre("pACC MTR Temp Sensor1", "AS_PERF_AVG")) << "a mean of nothing is none";
     EXPECT_EQ(entries[0],
         (Value{{"type", 0}, {"config", {{"key", "pACC MTR Temp Sensor1"}, {"name", "pACC MTR 1"}}},
             {"key", "pACC MTR Temp Sensor1"}, {"name", "pACC MTR 1"}, {"value", 45.0}}));
     EXPECT_EQ(entries[1]["name"], "Fast cores");
-    EXPECT_EQ(keysOf(daemon->service.supportedArmSensors(Value())).size(), 1U) << "a mean is for those who know it";
+    EXPECT_EQ(keysOf(daemon->service.supportedArmSensors(Value(), root)).size(), 1U)
+        << "a mean is for those who know it";
     source().change(
         {namelessSensor("HID/pACC MTR Temp Sensor1"), namelessSensor("HID/AS_PERF_AVG", "Performance cores")});
     machine.runtime.advance(15);
@@ -143,7 +146,7 @@ TEST_F(SensorsTest, WhereTheHostNamesSensorsTheirLabelsAreServices)
     fit({{sensorOf("T0AA", "coretemp-isa-0000", "Core 0"), 40}, {sensorOf("T0AB", "coretemp-isa-0001", "Core 0"), 41},
         {sensorOf("V0AA", "nct6775-isa-0290", "Core 0", SensorKind::Voltage), 1}, {disk, 30}});
     start();
-    const Value entries = daemon->service.supportedArmSensors(json(R"([{"key":"temp1","name":"mine"}])"));
+    const Value entries = daemon->service.supportedArmSensors(json(R"([{"key":"temp1","name":"mine"}])"), root);
     ASSERT_THAT(keysOf(entries), ElementsAre("Core 0 (coretemp-isa-0000)", "Core 0 (coretemp-isa-0001)", "temp1"));
     EXPECT_EQ(entries[1]["value"], 41);
     EXPECT_EQ(entries[2]["name"], "mine");

@@ -104,7 +104,7 @@ TEST_F(SensorsTest, AClientsWordsChangeNothingThatTheHostFound)
             list();
         }
         const Value entries = electric(given);
-        daemon->service.supportedArmSensors(given);
+        daemon->service.supportedArmSensors(given, root);
         ASSERT_THAT(keysOf(entries), testing::ElementsAre("TC0P", "TXPW", "TX01"));
         EXPECT_EQ(entries[0]["config"], given[0]);
         EXPECT_EQ(entries[0]["high"], 2.0);

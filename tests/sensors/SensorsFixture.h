@@ -65,7 +65,7 @@ protected:
     }
     Value electric(const Value& configurations, PowerDetail detail = PowerDetail::Averaged)
     {
-        return daemon->service.supportedElectricSensors(configurations, detail);
+        return daemon->service.supportedElectricSensors(configurations, root, detail);
     }
     /// A page of recorded history, as this user gets it.
     Value history(const Value& question, const Peer& peer = {})
@@ -107,9 +107,9 @@ protected:
     {
         return daemon->service.sensorValues(Value::array({configuration}), detail).at(0);
     }
-    Value list(PowerDetail detail = PowerDetail::Averaged)
+    Value list(PowerDetail detail = PowerDetail::Averaged, std::optional<std::uint32_t> uid = {})
     {
-        const auto answer = daemon->service.list({}, detail);
+        const auto answer = daemon->service.list({}, uid, detail);
         return answer ? answer->at("sensors") : Value(answer.error().message);
     }
     std::vector<Dictionary> rows(const std::string& sql, const std::string& file = "sensors.db")
@@ -133,6 +133,7 @@ protected:
         return keys;
     }
 
+    static constexpr SensorClient root = {.uid = 0};
     FakeMachine machine;
     std::unique_ptr<Daemon> daemon;
 };

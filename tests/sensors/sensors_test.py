@@ -145,6 +145,38 @@ class SensorsTest(running.DaemonTest):
         self.assertEqual(self.sensors()["CPU"]["key"], cpu["key"])
         self.assertEqual(daemon.stop(), 0)
 
+    @running.needs_devices
+    @running.needs_root
+    def test_what_a_user_names_is_that_users(self):
+        self.add_chip()
+        daemon = self.start().wait_ready()
+        mine = {"key": "XA01", "name": "the administrator's", "average": [self.sensors()["CPU"]["key"]]}
+        invented = [{**mine, "key": f"Y{number:03}", "name": f"invention {number}"} for number in range(999)]
+
+        def seen(client):
+            return {sensor["name"] for sensor in client.call("sensors.list")["sensors"]}
+
+        root, user, other = daemon.client(), daemon.client(user=NOBODY), daemon.client(user=NOBODY)
+        stranger = daemon.client(user=NOBODY - 1)
+        before = seen(stranger)
+        self.assertEqual(len(user.call("supportedSensors:reply:", invented)["sensors"]), len(invented))
+        self.assertEqual(len(user.call("armSensors:reply:", [])), 2, "a temperature and a fan")
+        named = user.call("armSensors:reply:", [{"key": "CPU", "name": "CPU of mine"}])[0]
+        self.assertEqual((named["name"], named["value"]), ("CPU of mine", 41.5))
+        root.call("armSensors:reply:", [])
+        for outsider in (root, stranger):
+            self.assertEqual(seen(outsider), before)
+        self.assertGreater(len(seen(other)), len(before), "another client of the same user")
+        user.close()
+        running.until(lambda: seen(other) == before, "the end of what the client named")
+        self.assertEqual(len(root.call("supportedSensors:reply:", [mine])["sensors"]), 1)
+        self.assertEqual(seen(stranger), before | {mine["name"]})
+        self.assertEqual(daemon.stop(), 0)
+
+        daemon = self.start().wait_ready()
+        running.until(lambda: seen(daemon.client(user=NOBODY)) == before | {mine["name"]}, "what the administrator named")
+        self.assertEqual(daemon.stop(), 0)
+
 
 if __name__ == "__main__":
     running.main()

@@ -69,6 +69,24 @@ def until(condition, what):
     return found
 
 
+@contextlib.contextmanager
+def acting_as(user):
+    """What is done within is another user's, for the kernel, with no group of ours; None changes nothing."""
+    if user is None:
+        yield
+        return
+    groups = os.getgroups()
+    os.setgroups([])
+    os.setegid(user)
+    os.seteuid(user)
+    try:
+        yield
+    finally:
+        os.seteuid(0)
+        os.setegid(0)
+        os.setgroups(groups)
+
+
 class Client(example_client.Client):
     """The client that the documentation shows, as patient as these tests."""
 
@@ -122,8 +140,9 @@ class Daemon:
             pass
         return self
 
-    def client(self):
-        return Client(self.socket_path)
+    def client(self, user=None):
+        with acting_as(user):
+            return Client(self.socket_path)
 
     def stop(self, number=signal.SIGTERM):
         self.process.send_signal(number)
