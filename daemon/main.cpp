@@ -39,6 +39,7 @@
 #include "daemon/transport/InstanceLock.h"
 #include "daemon/transport/UnixSocketListener.h"
 #include "database/HistoryDatabaseController.h"
+#include "history/HistoryRecorder.h"
 #include "platform/Context.h"
 #include "platform/PlatformController.h"
 #include "platform/host/Host.h"
@@ -129,6 +130,9 @@ void redirectStandardError(const std::filesystem::path& file)
         std::setvbuf(stderr, nullptr, _IOLBF, 0);
     }
 }
+
+/// When free memory is returned, s: as often as batches of rows are written, and soon after each.
+constexpr TimerSchedule tidyTimes{.first = 35, .interval = HistoryRecorder::commitInterval, .leeway = 2};
 
 void logLimitations(Context& context)
 {
@@ -253,6 +257,7 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     const auto onTerminate = runtime.watchSignal(SIGTERM, end);
     const auto onInterrupt = runtime.watchSignal(SIGINT, end);
     const auto onHangup = runtime.watchSignal(SIGHUP, [&configuration] { configuration.reload(); });
+    const auto tidying = runtime.startTimer(runtime.mainQueue(), tidyTimes, returnFreeMemory);
     notifyReady();
     runtime.run();
     context.host.limitations->listen({});
@@ -288,6 +293,7 @@ int runDaemon(const Options& options)
         redirectStandardError(paths.errorLog());
     }
     raiseDescriptorLimit();
+    shareAllocator();
     const auto runtime = makeRuntime();
     const auto host = makeHost(*runtime, hostChoices(options, configuration.current()));
     NotificationCenter notifications;

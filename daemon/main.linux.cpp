@@ -5,6 +5,7 @@
 #include "platform/Context.h"
 #include "platform/linux/LinuxHost.h"
 
+#include <malloc.h>
 #include <sys/resource.h>
 #include <systemd/sd-daemon.h>
 
@@ -54,6 +55,10 @@ void raiseDescriptorLimit()
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
 }
+
+void shareAllocator() { ::mallopt(M_ARENA_MAX, 1); }
+
+void returnFreeMemory() { ::malloc_trim(0); }
 
 void notifyReady() { ::sd_notify(0, "READY=1"); }
 

@@ -6,6 +6,7 @@
 #include "platform/macos/MacHost.h"
 #include "platform/macos/kernel/DispatchRuntime.h"
 
+#include <malloc/malloc.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -49,6 +50,10 @@ void raiseDescriptorLimit()
 }
 
 // launchd takes a program that checks in for its services as ready, and asks for nothing at the end.
+void shareAllocator() { } // this host's allocator shares by itself
+
+void returnFreeMemory() { malloc_zone_pressure_relief(nullptr, 0); }
+
 void notifyReady() { }
 
 void notifyStopping() { }
