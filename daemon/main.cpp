@@ -40,6 +40,7 @@
 #include "daemon/transport/InstanceLock.h"
 #include "daemon/transport/UnixSocketListener.h"
 #include "database/HistoryDatabaseController.h"
+#include "history/HistoryRecorder.h"
 #include "platform/Context.h"
 #include "platform/PlatformController.h"
 #include "platform/host/Host.h"
@@ -137,6 +138,9 @@ void redirectStandardError(const std::filesystem::path& file)
         std::setvbuf(stderr, nullptr, _IOLBF, 0);
     }
 }
+
+/// When free memory is returned, s: as often as batches of rows are written, and soon after each.
+constexpr TimerSchedule tidyTimes{.first = 35, .interval = HistoryRecorder::commitInterval, .leeway = 2};
 
 void logLimitations(Context& context)
 {
@@ -271,6 +275,7 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     const auto onHangup = runtime.watchSignal(SIGHUP, [&configuration] { configuration.reload(); });
     const auto limit = watchdogLimit();
     const auto watchdog = limit ? startWatchdog(runtime, *limit, notifyAlive) : nullptr;
+    const auto tidying = runtime.startTimer(runtime.mainQueue(), tidyTimes, returnFreeMemory);
     notifyReady();
     runtime.run();
     context.host.limitations->listen({});
@@ -310,6 +315,7 @@ int runDaemon(const Options& options)
     }
     reportCrashes(toJournal);
     raiseDescriptorLimit();
+    shareAllocator();
     const auto runtime = makeRuntime();
     const auto host = makeHost(*runtime, hostChoices(options, configuration.current()));
     NotificationCenter notifications;

@@ -7,6 +7,7 @@
 #include "platform/linux/kernel/StandardError.h"
 #include "wire/Version.h"
 
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <systemd/sd-daemon.h>
@@ -80,6 +81,10 @@ bool logsToJournal()
 }
 
 void reportCrashes(bool toJournal) { reportCrashes(versionText("meridald"), toJournal ? "<2>" : ""); }
+
+void shareAllocator() { ::mallopt(M_ARENA_MAX, 1); }
+
+void returnFreeMemory() { ::malloc_trim(0); }
 
 void notifyReady() { ::sd_notify(0, "READY=1"); }
 

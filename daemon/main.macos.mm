@@ -6,6 +6,7 @@
 #include "platform/macos/MacHost.h"
 #include "platform/macos/kernel/DispatchRuntime.h"
 
+#include <malloc/malloc.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -54,6 +55,10 @@ void raiseDescriptorLimit()
 bool logsToJournal() { return false; } // the unified log takes nothing from standard error
 
 void reportCrashes(bool) { } // the system's own report is better
+
+void shareAllocator() { } // this host's allocator shares by itself
+
+void returnFreeMemory() { malloc_zone_pressure_relief(nullptr, 0); }
 
 // launchd takes a program that checks in for its services as ready, and asks for nothing at the end or meanwhile.
 void notifyReady() { }

@@ -355,6 +355,9 @@ bool HistoryDatabaseFile::write(const StatementBatch& batch)
         ++statistics_.batchesFailed;
     }
     failing_ = !written;
+    // Half a minute lies between two batches: what the next one needs of the file is read again in less than a
+    // millisecond, out of the system's cache, while a dozen files would hold a MiB each for ever.
+    connection_.releaseMemory();
     return written;
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -72,8 +73,15 @@ struct CloseDatabase {
 };
 using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 
+/// SQLite takes room for twenty pages for every file at once. Most files of ours have a few pages, and none keeps them.
+void takePagesSingly()
+{
+    [[maybe_unused]] static const int configured = sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
+}
+
 Database openDatabase(const std::string& path, int flags, const SQLiteConnection::Options& options)
 {
+    takePagesSingly();
     sqlite3* opened = nullptr;
     const char* vfs = options.vfs.empty() ? nullptr : options.vfs.c_str();
     const int result = sqlite3_open_v2(path.c_str(), &opened, flags, vfs);
@@ -218,12 +226,14 @@ struct SQLiteConnection::State {
         }
         const auto found = statements.find(sql);
         if (found != statements.end()) {
-            return found->second;
+            found->second.round = round;
+            return found->second.statement;
         }
         if (statements.size() >= keptStatements) {
             statements.clear();
         }
-        return statements.emplace(std::string(sql), Statement(database.get(), sql)).first->second;
+        return statements.emplace(std::string(sql), Kept{Statement(database.get(), sql), round})
+            .first->second.statement;
     }
 
     /// Compiled anew, with the tables as they are now: another program may have changed them, which SQLite sees when a
@@ -241,9 +251,22 @@ struct SQLiteConnection::State {
         return statement(sql);
     }
 
+    /// A compiled statement of a table with thirty columns takes 20 KB; most are run every few minutes or hours only.
+    void forgetUnused()
+    {
+        std::erase_if(statements, [this](const auto& entry) { return entry.second.round != round; });
+        ++round;
+    }
+
+    struct Kept {
+        Statement statement;
+        std::uint32_t round = 0; ///< in which it ran last
+    };
+
     Database database;
-    std::unordered_map<std::string, Statement, TextHash, std::equal_to<>> statements;
-    bool changed = false; ///< tables are others than when the statements were compiled
+    std::unordered_map<std::string, Kept, TextHash, std::equal_to<>> statements;
+    std::uint32_t round = 0; ///< ends with each releaseMemory()
+    bool changed = false;    ///< tables are others than when the statements were compiled
 };
 
 SQLiteConnection::SQLiteConnection() = default;
@@ -318,6 +341,14 @@ bool SQLiteConnection::hasMoved() const
 }
 
 bool SQLiteConnection::inTransaction() const { return state_ && sqlite3_get_autocommit(state_->database.get()) == 0; }
+
+void SQLiteConnection::releaseMemory()
+{
+    if (state_) {
+        state_->forgetUnused();
+        sqlite3_db_release_memory(state_->database.get());
+    }
+}
 
 Result<void> SQLiteConnection::execute(std::string_view sql, std::span<const SqlValue> args)
 {

@@ -36,6 +36,7 @@ void HistoryRecorder::loadPreviousSamples(HistoryFile which)
             stored->readable = stored->readable
                 && (fileOf(index) != which || readStorage(database, plan, index, stored->storages[position(index)]));
         }
+        database.releaseMemory(); // what reads it all is run once
         mainQueue.post(adopt);
     });
 }

@@ -45,7 +45,8 @@ constexpr double historyIntervals = 602;
 constexpr std::size_t keptSamples = 603;
 
 /// Memory holds five minutes of live samples for the long-term store, a week of "hour" samples, a year of "day" samples.
-/// That costs 834 slots of 40 bytes and 8 a value: 40 KB for an item with one value, 67 KB with five.
+/// When they are full, after fifteen hours, that is 834 slots of 16 bytes and 8 a value: 20 KB for an item with one value,
+/// 47 KB with five.
 constexpr std::array<StorageConstants, storageCount> storageConstants = {{
     {"", 1, StorageIndex::Live, 301},
     {"hour_", 6, StorageIndex::Live, 168},
@@ -63,7 +64,7 @@ struct SlotIndex {
     std::size_t value = 0;
 };
 
-/// One stored sample, as a view: the values are those of the ring that it came from and change when that is written.
+/// One stored sample, as a view: the values are those of the ring that it came from, and gone when that is written.
 struct statsample {
     std::uint64_t sampleID = 0;     ///< counts samples of one storage; 0 = none yet
     double time = 0;                ///< s since 1970

@@ -2,6 +2,7 @@
 #include "history/SampleRing.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -14,6 +15,15 @@ constexpr double largestFigure = 1e300;
 
 /// A slot with an earlier time than this has never been filled.
 constexpr double earliestRealTime = 1.0;
+
+/// Room taken for the first sample of a ring.
+constexpr std::size_t fewestSlots = 8;
+
+constexpr std::array<double, maximumValues> neverMeasured = [] {
+    std::array<double, maximumValues> values{};
+    values.fill(absentFigure);
+    return values;
+}();
 
 bool isFigure(double value) { return std::abs(value) <= largestFigure; } // false for NaN too
 
@@ -29,60 +39,85 @@ double sumOfPresent(const statsample& sample, std::span<const std::size_t> index
 } // namespace
 
 SampleRing::SampleRing(std::size_t slots, std::size_t valueCount)
-    : records_(slots), valueCount_(std::min(valueCount, maximumValues))
+    : slots_(slots), valueCount_(std::min(valueCount, maximumValues))
 {
-    values_.resize(slots * valueCount_, absentFigure);
-    for (std::size_t record = 0; record < slots; ++record) {
-        records_[record].values = std::span(values_).subspan(record * valueCount_, valueCount_);
-    }
 }
 
-const statsample* SampleRing::find(std::uint64_t sampleID) const
+statsample SampleRing::operator[](SlotIndex slot) const
 {
-    for (SlotIndex slot; slot.value < size(); ++slot.value) {
-        if ((*this)[slot].sampleID == sampleID) {
-            return &(*this)[slot];
+    if (slot.value >= stamps_.size()) {
+        return {.values = std::span(neverMeasured).first(valueCount_)};
+    }
+    const std::size_t record = recordOf(slot);
+    const Stamp& stamp = stamps_[record];
+    return {.sampleID = stamp.sampleID(),
+        .time = stamp.time,
+        .empty = !stamp.isMeasured(),
+        .values = {valuesOf(record), valueCount_}};
+}
+
+std::optional<statsample> SampleRing::find(std::uint64_t sampleID) const
+{
+    for (SlotIndex slot; slot.value < stamps_.size(); ++slot.value) {
+        if (stamps_[recordOf(slot)].sampleID() == sampleID) {
+            return (*this)[slot];
         }
     }
-    return nullptr;
+    return std::nullopt;
+}
+
+/// The record of the sample that comes next. Grows by half at a time and ends at the slots exactly: the largest rings take
+/// fifteen hours to fill, and those of what is there for a moment never do.
+std::size_t SampleRing::nextRecord()
+{
+    if (stamps_.size() == slots_) {
+        return newest_ + 1 < slots_ ? newest_ + 1 : 0;
+    }
+    if (stamps_.size() == stamps_.capacity()) {
+        const std::size_t room = std::min(slots_, std::max(fewestSlots, stamps_.size() + stamps_.size() / 2));
+        values_.reserve(room * valueCount_);
+        stamps_.reserve(room);
+    }
+    values_.resize(values_.size() + valueCount_);
+    stamps_.emplace_back();
+    return stamps_.size() - 1;
 }
 
 void SampleRing::push(std::uint64_t sampleID, double time, std::span<const double> values)
 {
-    if (records_.empty()) {
+    if (slots_ == 0) {
         return;
     }
-    head_ = head_ == 0 ? size() - 1 : head_ - 1;
-    statsample& record = records_[head_];
-    record.sampleID = sampleID;
-    record.time = isFigure(time) ? time : 0;
-    record.empty = true;
-    double* const own = values_.data() + head_ * valueCount_;
+    newest_ = nextRecord();
+    double* const own = values_.data() + newest_ * valueCount_;
+    bool isAnyMeasured = false;
     for (std::size_t index = 0; index < valueCount_; ++index) {
         const bool isMeasured = index < values.size() && isFigure(values[index]);
         own[index] = isMeasured ? values[index] : absentFigure;
-        record.empty = record.empty && !isMeasured;
+        isAnyMeasured = isAnyMeasured || isMeasured;
     }
+    stamps_[newest_] = {.mark = 2 * sampleID + (isAnyMeasured ? 1 : 0), .time = isFigure(time) ? time : 0};
 }
 
-/// Calls it with each sample of the window that is not empty, the newest first.
+/// Calls it with identifier and values of each sample of the window that is not empty, the newest first.
 template <typename Function>
 void SampleRing::forEachIn(AverageWindow window, Function function) const
 {
-    for (SlotIndex slot; slot.value < size(); ++slot.value) {
-        const statsample& sample = (*this)[slot];
-        if (sample.empty) {
+    for (SlotIndex slot; slot.value < stamps_.size(); ++slot.value) {
+        const std::size_t record = recordOf(slot);
+        const Stamp& stamp = stamps_[record];
+        if (!stamp.isMeasured()) {
             continue;
         }
         if (window.start > 0) {
-            if (sample.time <= window.start) {
+            if (stamp.time <= window.start) {
                 break;
             }
-            if (sample.time > window.end) {
+            if (stamp.time > window.end) {
                 continue;
             }
         }
-        function(sample);
+        function(stamp.sampleID(), valuesOf(record));
     }
 }
 
@@ -90,9 +125,9 @@ double SampleRing::meanOfPresent(AverageWindow window, std::size_t index) const
 {
     double sum = 0;
     double count = 0;
-    forEachIn(window, [&](const statsample& sample) {
-        const bool isPresent = !std::isnan(sample.values[index]);
-        sum += isPresent ? sample.values[index] : 0;
+    forEachIn(window, [&](std::uint64_t, const double* values) {
+        const bool isPresent = !std::isnan(values[index]);
+        sum += isPresent ? values[index] : 0;
         count += isPresent ? 1 : 0;
     });
     return count > 0 ? sum / count : absentFigure;
@@ -104,15 +139,15 @@ SampleAverages SampleRing::averages(AverageWindow window) const
     result.valueCount = valueCount_;
     result.lowest.fill(std::numeric_limits<double>::infinity());
     result.highest.fill(-std::numeric_limits<double>::infinity());
-    forEachIn(window, [&](const statsample& sample) {
+    forEachIn(window, [&](std::uint64_t sampleID, const double* values) {
         for (std::size_t index = 0; index < valueCount_; ++index) {
-            const double value = sample.values[index];
+            const double value = values[index];
             result.values[index] += value;
             result.lowest[index] = value < result.lowest[index] ? value : result.lowest[index]; // NaN is neither
             result.highest[index] = value > result.highest[index] ? value : result.highest[index];
         }
-        result.oldest = sample.sampleID;
-        result.newest = result.samples == 0 ? sample.sampleID : result.newest;
+        result.oldest = sampleID;
+        result.newest = result.samples == 0 ? sampleID : result.newest;
         ++result.samples;
     });
     for (std::size_t index = 0; index < valueCount_ && result.samples > 0; ++index) {
@@ -133,14 +168,14 @@ bool SampleRing::holds(const ThresholdQuery& query, Test test) const
         }
         return test(std::isnan(sum) ? sumOfPresent(sample, query.indexes) : sum);
     };
-    if (records_.empty()) {
+    if (slots_ == 0) {
         return false;
     }
     if (query.seconds < 0) {
         return passes((*this)[SlotIndex{0}]);
     }
     for (SlotIndex slot; slot.value < size(); ++slot.value) {
-        const statsample& sample = (*this)[slot];
+        const statsample sample = (*this)[slot];
         if (sample.time < query.now - query.seconds) {
             // The period is covered; but a slot that was never filled means that the samples do not reach back over it.
             return slot.value > 0 && sample.time > earliestRealTime;

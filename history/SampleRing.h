@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -39,8 +40,8 @@ struct ThresholdQuery {
     double now = 0;     ///< s since 1970
 };
 
-/// The newest samples of one storage, newest first. Everything is allocated at construction; adding moves an index.
-/// Leaves what makes a sample acceptable to its owner. Confined to its owner's queue.
+/// The newest samples of one storage, newest first. Takes memory as it fills, up to its slots; from then on adding moves an
+/// index. Leaves what makes a sample acceptable to its owner. Confined to its owner's queue.
 class SampleRing {
 public:
     /// No slots: stores nothing, finds nothing.
@@ -49,20 +50,23 @@ public:
     SampleRing(SampleRing&&) noexcept = default;
     SampleRing& operator=(SampleRing&&) noexcept = default;
 
-    std::size_t size() const { return records_.size(); }
+    /// The slots, filled or not.
+    std::size_t size() const { return slots_; }
     std::size_t valueCount() const { return valueCount_; }
+    /// What it takes now, in bytes.
+    std::size_t memory() const { return stamps_.capacity() * sizeof(Stamp) + values_.capacity() * sizeof(double); }
 
-    /// The slot, which must exist.
-    const statsample& operator[](SlotIndex slot) const { return records_[recordOf(slot)]; }
+    /// The slot, which must exist; one that was never filled is an empty sample of no time. A view: see statsample.
+    statsample operator[](SlotIndex slot) const;
     /// The newest sample's identifier; 0 when there is none.
-    std::uint64_t newestID() const { return records_.empty() ? 0 : records_[head_].sampleID; }
+    std::uint64_t newestID() const { return stamps_.empty() ? 0 : stamps_[newest_].sampleID(); }
     /// When it was taken, seconds since 1970; 0 when there is none.
-    double newestTime() const { return records_.empty() ? 0 : records_[head_].time; }
-    /// The newest slot of this identifier, or null.
-    const statsample* find(std::uint64_t sampleID) const;
+    double newestTime() const { return stamps_.empty() ? 0 : stamps_[newest_].time; }
+    /// The newest sample of this identifier.
+    std::optional<statsample> find(std::uint64_t sampleID) const;
 
     /// Adds a newest sample; the oldest falls off the end. What is no finite number, and values that are left out, are
-    /// absent. Allocates nothing.
+    /// absent. Allocates nothing once all slots are filled.
     void push(std::uint64_t sampleID, double time, std::span<const double> values);
 
     /// The mean of each value over the samples of the window that have it.
@@ -75,21 +79,32 @@ public:
     bool above(const ThresholdQuery& query) const;
 
 private:
+    /// Of one sample, in 16 bytes: there are hundreds of every thing that is recorded.
+    struct Stamp {
+        std::uint64_t mark = 0; ///< twice the identifier, and one more where anything was measured
+        double time = 0;
+
+        std::uint64_t sampleID() const { return mark / 2; }
+        bool isMeasured() const { return mark % 2 != 0; }
+    };
+
     std::size_t recordOf(SlotIndex slot) const
     {
-        const std::size_t record = head_ + slot.value;
-        return record < records_.size() ? record : record - records_.size();
+        return slot.value <= newest_ ? newest_ - slot.value : newest_ + slots_ - slot.value;
     }
+    const double* valuesOf(std::size_t record) const { return values_.data() + record * valueCount_; }
+    std::size_t nextRecord();
     template <typename Function>
     void forEachIn(AverageWindow window, Function function) const;
     double meanOfPresent(AverageWindow window, std::size_t index) const;
     template <typename Test>
     bool holds(const ThresholdQuery& query, Test test) const;
 
-    std::vector<statsample> records_; ///< its values point into values_
-    std::vector<double> values_;
+    std::vector<Stamp> stamps_;  ///< those that are filled; oldest first until all are, then in a circle
+    std::vector<double> values_; ///< in the same order
+    std::size_t slots_ = 0;
     std::size_t valueCount_ = 0;
-    std::size_t head_ = 0; ///< record of slot 0
+    std::size_t newest_ = 0; ///< record of slot 0
 };
 
 } // namespace meridal

@@ -86,7 +86,7 @@ void SampleStorages::addStoredRows(StorageIndex index, const StoredStorage& stor
     }
     addPeriodsBefore(std::numeric_limits<std::uint64_t>::max());
     for (std::size_t slot = since.size(); slot-- > 0;) { // what is no newer than the rows is among them
-        const statsample& sample = since[SlotIndex{slot}];
+        const statsample sample = since[SlotIndex{slot}];
         addSample(index, sample.sampleID, sample.time, sample.values);
     }
 }

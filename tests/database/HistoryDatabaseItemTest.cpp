@@ -102,6 +102,23 @@ TEST_F(HistoryDatabaseItemTest, MoreStatementsThanAreKeptMayBeLookedAt)
     });
 }
 
+TEST_F(HistoryDatabaseItemTest, BetweenBatchesNeitherPagesNorStatementsOfBeforeAreHeld)
+{
+    const auto item = openItem();
+    writeBatch(*item, 1);
+    const auto before = sqlite3_memory_used();
+    item->queryDatabase([](SQLiteConnection& database) {
+        for (int number = 0; number < 100; ++number) {
+            ASSERT_TRUE(database.rows(fmt::format("SELECT batch + {} FROM rows", number)));
+        }
+    });
+    writeBatch(*item, 2, 10'000); // 400 KB of pages
+    EXPECT_GT(sqlite3_memory_used() - before, 100'000) << "what has just run is kept";
+    writeBatch(*item, 3);
+    EXPECT_LT(sqlite3_memory_used() - before, 50'000);
+    EXPECT_EQ(rowCount(), "10020");
+}
+
 TEST_F(HistoryDatabaseItemTest, ManyStatementsDoNotWaitToBeTold)
 {
     const auto item = openItem({.batchStatements = 100});

@@ -69,12 +69,12 @@ bool isSame(double first, double second)
 
 RC_GTEST_PROP(SampleHistory, RingAveragesAndThresholdsAgreeWithTheRawSamples, ())
 {
-    const auto slots = *rc::gen::inRange<std::size_t>(1, 9);
+    const auto slots = *rc::gen::inRange<std::size_t>(1, 16); // some are more than the first room
     const auto values = *rc::gen::inRange<std::size_t>(0, 4);
     SampleRing ring(slots, values);
     std::vector<RawSample> visible; // newest first
     double now = 1000;
-    for (int count = *rc::gen::inRange(0, 30); count > 0; --count) {
+    for (int count = *rc::gen::inRange(0, 40); count > 0; --count) {
         now += *rc::gen::inRange(0, 30) / 10.0;
         RawSample raw{*rc::gen::inRange<std::uint64_t>(1, 60), now, {}};
         for (std::size_t value = 0; value < values; ++value) {
@@ -85,7 +85,7 @@ RC_GTEST_PROP(SampleHistory, RingAveragesAndThresholdsAgreeWithTheRawSamples, ()
     }
     visible.resize(slots, {0, 0, std::vector<double>(values, absentFigure)});
     for (std::size_t slot = 0; slot < slots; ++slot) {
-        const statsample& sample = ring[SlotIndex{slot}];
+        const statsample sample = ring[SlotIndex{slot}];
         RC_ASSERT(sample.sampleID == visible[slot].sampleID);
         RC_ASSERT(sample.time == visible[slot].time);
         RC_ASSERT(sample.empty == visible[slot].empty());
@@ -129,9 +129,30 @@ TEST(SampleRing, TheOldestFallsOffWhenOneMoreComesThanThereAreSlots)
             EXPECT_EQ(ring[SlotIndex{slot}].sampleID, 5 - slot);
             EXPECT_EQ(ring[SlotIndex{slot}].values[0], 100 - 20 * static_cast<double>(slot));
         }
-        EXPECT_EQ(ring.find(5 - slots), nullptr);
-        EXPECT_NE(ring.find(6 - slots), nullptr);
+        EXPECT_FALSE(ring.find(5 - slots));
+        EXPECT_TRUE(ring.find(6 - slots));
     }
+}
+
+TEST(SampleRing, TakesMemoryAsItFillsAndNeverMoreThanItsSlots)
+{
+    constexpr std::size_t slots = 365;
+    constexpr std::size_t full = slots * (16 + 3 * sizeof(double));
+    SampleRing ring(slots, 3);
+    EXPECT_EQ(ring.memory(), 0U);
+    for (std::uint64_t sampleID = 1; sampleID <= 2 * slots + 7; ++sampleID) {
+        const auto time = static_cast<double>(sampleID);
+        ring.push(sampleID, time, std::array{time, absentFigure, -time});
+        ASSERT_LE(ring.memory(), std::min(full, 320 + sampleID * 60)) << sampleID;
+        const auto held = static_cast<double>(std::min<std::uint64_t>(sampleID, slots));
+        const SampleAverages averages = ring.averages({}); // of all that is held, wherever the circle begins
+        ASSERT_EQ(averages.samples, static_cast<std::size_t>(held));
+        ASSERT_EQ(averages.newest, sampleID);
+        ASSERT_DOUBLE_EQ(averages.values[0], time - (held - 1) / 2);
+        ASSERT_DOUBLE_EQ(averages.values[2], (held - 1) / 2 - time);
+        ASSERT_EQ(ring[SlotIndex{slots - 1}].sampleID, sampleID < slots ? 0 : sampleID - slots + 1);
+    }
+    EXPECT_EQ(ring.memory(), full);
 }
 
 TEST(SampleRing, AWindowTakesItsEndAndNotItsStart)
@@ -202,7 +223,7 @@ TEST(SampleStorages, StoredRowsGoBehindWhatHasComeSince)
     const SampleRing& ring = storages.storageForType(StorageIndex::Hour);
     std::vector<double> found;
     for (std::size_t slot = 0; slot < 5; ++slot) {
-        const statsample& sample = ring[SlotIndex{slot}];
+        const statsample sample = ring[SlotIndex{slot}];
         found.push_back(static_cast<double>(sample.sampleID) * 100 + (sample.empty ? 0 : sample.values[0]));
     }
     EXPECT_THAT(found, testing::ElementsAre(770, 600, 444, 333, 100)) << "a row without a time is none";
