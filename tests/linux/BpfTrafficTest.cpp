@@ -5,13 +5,17 @@
 #include "tests/support/SlowBuild.h"
 
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <linux/tcp.h>
 #include <net/if.h>
 #include <netinet/icmp6.h>
 #include <netinet/ip_icmp.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <filesystem>
 #include <map>
@@ -97,6 +101,24 @@ void inAChild(const std::function<void()>& run, const std::function<void()>& mea
         meanwhile();
     }
     ::waitpid(child, nullptr, 0);
+}
+
+/// From here on this process gets no sockets of IPv4 and IPv6, as in the daemon's unit.
+void refuseInternetSockets()
+{
+    constexpr std::uint32_t first = offsetof(seccomp_data, args);
+    std::array<sock_filter, 7> filter = {{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_socket, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, first),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AF_INET, 2, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AF_INET6, 1, 0),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAFNOSUPPORT),
+    }};
+    const sock_fprog program{.len = filter.size(), .filter = filter.data()};
+    ASSERT_EQ(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    ASSERT_EQ(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
 }
 
 /// Sends to the sink and waits until it has all.
@@ -254,6 +276,16 @@ TEST_P(PacketsOf, AConnectionOfAForkingServerIsTheChilds)
     read();
     EXPECT_GE(of(shared->pid).bytesReceived, 100'000U);
     EXPECT_LT(of(server.pid()).bytesReceived, 1000U);
+}
+
+TEST_P(PacketsOf, ADaemonThatGetsNoInternetSocketsCountsToo)
+{
+    inAChild([this] {
+        refuseInternetSockets();
+        BpfTrafficCounters counters(runtime, {.objects = {GetParam()}});
+        shared->sent = counters.start() ? 1 : 2;
+    });
+    EXPECT_EQ(shared->sent, 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(BpfTraffic, PacketsOf, ::testing::Values("traffic", "traffic_functions", "traffic_old"));
