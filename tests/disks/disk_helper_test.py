@@ -39,12 +39,12 @@ class DiskHelperTest(unittest.TestCase):
         os.chmod(self.path, 0o777)
         self.listener.listen(16)
 
-    def start(self, *arguments):
+    def start(self, *arguments, **options):
         def hand_over():
             os.dup2(self.listener.fileno(), 3)
             os.set_inheritable(3, True)
 
-        helper = subprocess.Popen([os.path.join(running.BUILD, "meridal-disks"), *arguments], close_fds=False, preexec_fn=hand_over)
+        helper = subprocess.Popen([os.path.join(running.BUILD, "meridal-disks"), *arguments], close_fds=False, preexec_fn=hand_over, **options)
         self.addCleanup(helper.wait)
         self.addCleanup(helper.kill)
         return helper
@@ -115,6 +115,25 @@ class DiskHelperTest(unittest.TestCase):
         self.assertEqual(self.ask(self.connect())[3], 0)
         until(lambda: killed not in processes(), "the end of the one that was killed")
         os.kill(stopped, 9)
+
+    @running.needs_root
+    def test_refused_a_disk_it_soon_leaves_for_another_to_be_started(self):
+        root = tempfile.mkdtemp(dir=os.path.dirname(self.path))
+        disk = os.path.join(root, "sys/class/nvme/nvme0")
+        for name in (disk, os.path.join(root, "dev")):
+            os.makedirs(name)
+        with open(os.path.join(root, "dev/nvme0"), "w"):
+            pass
+        for folder, _, files in os.walk(root):
+            os.chmod(folder, 0o755)
+            for name in files:
+                os.chmod(os.path.join(folder, name), 0o600)
+        helper = self.start("--root", root, "--idle", "100000", user=65534, group=65534, extra_groups=[])
+        client = self.connect()
+        self.assertEqual(self.ask(client)[4], 1)
+        self.assertEqual(self.ask(client, PAGE, 0, 4)[3], 13)
+        client.close()
+        self.assertEqual(helper.wait(DEADLINE), 0)
 
     def test_by_hand_it_says_who_starts_it(self):
         done = subprocess.run([os.path.join(running.BUILD, "meridal-disks")], stderr=subprocess.PIPE, text=True, timeout=DEADLINE)

@@ -70,6 +70,23 @@ TEST(LinuxFileSystems, OneThatHangsIsAbsentAskedOnceAndHoldsUpNobody)
     EXPECT_TRUE(systems.read()[1].room);
 }
 
+TEST(LinuxFileSystems, WhatIsReadOnlyForTheDaemonAloneIsNot)
+{
+    const test::TemporaryTree tree{
+        {"proc/self/mountinfo",
+            "1 0 8:1 / /a ro - ext4 /dev/sda1 rw\n2 0 8:2 / /b ro - ext4 /dev/sda2 rw\n3 0 8:3 / /c ro - ext4 x rw\n"},
+        {"proc/1/mountinfo",
+            "1 0 8:1 / /a rw - ext4 /dev/sda1 rw\n2 0 8:2 / /b ro - ext4 /dev/sda2 rw\n3 0 8:9 / /c rw - ext4 x rw\n"},
+        {"a/x", ""}, {"b/x", ""}, {"c/x", ""}};
+    const auto script = std::make_shared<test::HandWork::Script>();
+    std::vector<bool> readOnly;
+    for (const FileSystemRecord& each :
+        LinuxFileSystems(tree.root(), std::make_unique<test::HandWork>(script)).read()) {
+        readOnly.push_back(each.readOnly);
+    }
+    EXPECT_EQ(readOnly, (std::vector{false, true, true})) << "the last is another one there";
+}
+
 TEST(LinuxFileSystems, TheRootOfThisMachineIsAsFullAsItSays)
 {
     LinuxFileSystems systems("/", std::make_unique<ThreadedSlowWork>());

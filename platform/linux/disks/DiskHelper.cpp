@@ -6,6 +6,7 @@
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 namespace meridal {
 
@@ -29,7 +30,10 @@ Descriptor connectedTo(const std::string& path)
 
 } // namespace
 
-bool DiskHelperPlace::isThere() const { return !socket.empty() || !findHelperProgram(helperName).empty(); }
+bool DiskHelperPlace::isThere() const
+{
+    return socket.empty() ? !findHelperProgram(helperName).empty() : ::access(socket.c_str(), F_OK) == 0;
+}
 
 DiskReply DiskHelper::ask(DiskRequest request)
 {

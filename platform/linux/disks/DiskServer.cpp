@@ -136,11 +136,10 @@ void serveConnections(int listener, const std::filesystem::path& root, int idleS
             --conversations;
             wasRefused = wasRefused || (WIFEXITED(status) && WEXITSTATUS(status) == refusedStatus);
         }
-        if (conversations == 0 && wasRefused) {
-            return;
-        }
         pollfd waiting{.fd = listener, .events = POLLIN, .revents = 0};
-        const timespec patience{.tv_sec = idleSeconds, .tv_nsec = 0};
+        constexpr int refusedPatience = 2; // not at once: many disks may be refused, and each would start it again
+        const timespec patience{
+            .tv_sec = wasRefused ? std::min(refusedPatience, idleSeconds) : idleSeconds, .tv_nsec = 0};
         const int ready = ::ppoll(&waiting, 1, &patience, &before);
         if (ready == 0 && conversations == 0) {
             return;

@@ -34,8 +34,8 @@ private:
 };
 
 /// Answers each who connects to a listening socket in a process of its own, if it is root or the user that this program runs
-/// as. Returns when nobody has been there for so many seconds, or when a device was refused and nobody is there: started
-/// anew it may be let in, as its service manager knows the classes of devices of that moment.
+/// as. Returns when nobody has been there for so many seconds, for 2 when a device was refused: started anew it may be let
+/// in, as its service manager knows the classes of devices of that moment.
 void serveConnections(int listener, const std::filesystem::path& root, int idleSeconds);
 
 /// Whether the other end of a connection is root or the user of this process.

@@ -34,8 +34,7 @@ LinuxDisks::LinuxDisks(
     , helper_{.socket = std::move(options.socket), .root = root}
 {
     if (!helper_.isThere() && limitations_->all().count("smart") == 0) {
-        limitations_->set(
-            "smart", "asking disks for their health takes the program meridal-disks, which is not beside this one");
+        limitations_->set("smart", "asking disks for their health takes the program meridal-disks, which is not there");
     }
 }
 

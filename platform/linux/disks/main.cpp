@@ -9,6 +9,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/prctl.h>
@@ -19,7 +21,7 @@ namespace {
 struct HelperOptions {
     std::string root = "/";
     int idleSeconds = 60;
-    bool reports = false;
+    std::optional<unsigned> reports; ///< of the HID device with this number
     bool isValid = true;
 };
 
@@ -28,8 +30,8 @@ HelperOptions optionsFrom(int argc, char** argv)
     HelperOptions options;
     for (int at = 1; at < argc; ++at) {
         const std::string_view word = argv[at];
-        if (word == "--reports") {
-            options.reports = true;
+        if (word == "--reports" && at + 1 < argc) {
+            options.reports = static_cast<unsigned>(std::atoi(argv[++at]));
         } else if (word == "--root" && at + 1 < argc) {
             options.root = argv[++at];
         } else if (word == "--idle" && at + 1 < argc) {
@@ -74,7 +76,8 @@ int main(int argc, char** argv)
         return 1;
     }
     if (options.reports) {
-        meridal::serveHidReports(HelperProgram::channelInChild, HelperProgram::handedInChild);
+        meridal::serveHidReports(HelperProgram::channelInChild,
+            std::filesystem::path(options.root) / ("dev/hidraw" + std::to_string(*options.reports)));
     } else {
         meridal::DiskServer(options.root).serve(HelperProgram::channelInChild);
     }

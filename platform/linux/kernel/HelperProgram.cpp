@@ -18,19 +18,15 @@ namespace {
 /// What a child finds open, and signals as they are for a program that a shell starts.
 class HelperSettings {
 public:
-    HelperSettings(int channel, int handed)
+    explicit HelperSettings(int channel)
     {
         ::posix_spawn_file_actions_init(&actions);
         for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
             ::posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
         }
         ::posix_spawn_file_actions_adddup2(&actions, channel, HelperProgram::channelInChild);
-        if (handed >= 0) {
-            ::posix_spawn_file_actions_adddup2(&actions, handed, HelperProgram::handedInChild);
-        }
         // The sockets of clients and the instance's lock must not live on in a child that hangs.
-        ::posix_spawn_file_actions_addclosefrom_np(
-            &actions, handed >= 0 ? HelperProgram::handedInChild + 1 : HelperProgram::channelInChild + 1);
+        ::posix_spawn_file_actions_addclosefrom_np(&actions, HelperProgram::channelInChild + 1);
         ::posix_spawnattr_init(&attributes);
         sigset_t none;
         sigset_t all;
@@ -51,12 +47,6 @@ public:
     posix_spawn_file_actions_t actions{};
     posix_spawnattr_t attributes{};
 };
-
-/// A copy that is in nobody's way: neither of the places that a child finds its descriptors at.
-Descriptor movedAway(int descriptor)
-{
-    return Descriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, HelperProgram::handedInChild + 1));
-}
 
 template <typename Call>
 auto untilDone(Call call)
@@ -82,7 +72,7 @@ std::filesystem::path findHelperProgram(const std::string& name)
     return {};
 }
 
-bool HelperProgram::start(const std::filesystem::path& program, std::vector<std::string> words, int handed)
+bool HelperProgram::start(const std::filesystem::path& program, std::vector<std::string> words)
 {
     stop();
     std::array<int, 2> ends = {-1, -1};
@@ -91,9 +81,9 @@ bool HelperProgram::start(const std::filesystem::path& program, std::vector<std:
     }
     Descriptor ours(ends[0]);
     const Descriptor pairEnd(ends[1]);
-    const Descriptor theirs = movedAway(pairEnd.get());
-    const Descriptor copy = handed >= 0 ? movedAway(handed) : Descriptor();
-    if (!theirs || (handed >= 0 && !copy)) {
+    // Not at the place where the child finds it: what is copied to itself would stay closed for the program.
+    const Descriptor theirs(::fcntl(pairEnd.get(), F_DUPFD_CLOEXEC, channelInChild + 1));
+    if (!theirs) {
         return false;
     }
     words.insert(words.begin(), program.string()); // by its whole path, which no search may change
@@ -102,7 +92,7 @@ bool HelperProgram::start(const std::filesystem::path& program, std::vector<std:
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    const HelperSettings settings(theirs.get(), copy.get());
+    const HelperSettings settings(theirs.get());
     pid_t child = -1;
     if (::posix_spawn(&child, argv.front(), &settings.actions, &settings.attributes, argv.data(), environ) != 0) {
         return false;

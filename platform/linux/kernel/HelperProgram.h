@@ -20,15 +20,14 @@ std::filesystem::path findHelperProgram(const std::string& name);
 class HelperProgram {
 public:
     static constexpr int channelInChild = 3;
-    static constexpr int handedInChild = 4;
 
     HelperProgram() = default;
     ~HelperProgram() { stop(); }
     HelperProgram(const HelperProgram&) = delete;
     HelperProgram& operator=(const HelperProgram&) = delete;
 
-    /// Runs it with these words behind its name, and with a copy of a descriptor of ours where one is handed.
-    bool start(const std::filesystem::path& program, std::vector<std::string> words, int handed = -1);
+    /// Runs it with these words behind its name.
+    bool start(const std::filesystem::path& program, std::vector<std::string> words);
     bool isRunning() const { return child_ > 0; }
     int channel() const { return channel_.get(); }
     void stop();

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 
 namespace meridal {
 
@@ -15,12 +16,12 @@ struct HidQuestion {
 };
 
 struct HidBytes {
-    std::int32_t error = 0; ///< errno of the ioctl; 0 = it has answered
+    std::int32_t error = 0; ///< errno of the open or the ioctl; 0 = it has answered
     std::uint32_t length = 0;
     std::array<std::uint8_t, 4096> data = {};
 };
 
-/// Asks a device until the other end leaves or sends what is no question. Waits as long as the device takes.
-void serveHidReports(int channel, int device);
+/// Asks a device by its node until the other end leaves or sends what is no question. Waits as long as the device takes.
+void serveHidReports(int channel, const std::filesystem::path& node);
 
 } // namespace meridal

@@ -3,6 +3,7 @@
 
 #include "platform/linux/kernel/Descriptor.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <string>
 #include <sys/ioctl.h>
@@ -33,8 +34,16 @@ union WaitBlank {
     BlankRequest request;
     BlankReply reply;
 };
-constexpr unsigned long waitBlank = _IOWR('d', 0x3a, WaitBlank); // DRM_IOCTL_WAIT_VBLANK
-constexpr unsigned long dropMaster = _IO('d', 0x1f);             // DRM_IOCTL_DROP_MASTER
+constexpr unsigned long waitBlank = _IOWR('d', 0x3a, WaitBlank);  // DRM_IOCTL_WAIT_VBLANK
+constexpr unsigned long dropMaster = _IO('d', 0x1f);              // DRM_IOCTL_DROP_MASTER
+constexpr unsigned long authenticate = _IOW('d', 0x11, unsigned); // DRM_IOCTL_AUTH_MAGIC
+
+/// Only a card's master is let into this call, which then finds nobody with the number 0.
+bool isMasterOf(const Descriptor& card)
+{
+    unsigned nobody = 0;
+    return ::ioctl(card.get(), authenticate, &nobody) == 0 || errno == EINVAL;
+}
 
 /// Keeps the cards open: closing the last descriptor of a card makes the kernel set the text console up again.
 class Cards {
@@ -70,7 +79,7 @@ private:
     void openCards()
     {
         constexpr int most = 16;
-        if (!cards_.empty()) {
+        if (!cards_.empty() || isInTheWay_) {
             return;
         }
         for (int number = 0; number < most; ++number) {
@@ -78,7 +87,11 @@ private:
             if (card) {
                 // Whoever opens a card first is its master, whom a display server could not take the place of.
                 ::ioctl(card.get(), dropMaster, 0);
-                cards_.push_back(std::move(card));
+                if (isMasterOf(card)) { // before Linux 5.8 only CAP_SYS_ADMIN gives that up; closing it does
+                    isInTheWay_ = true;
+                } else {
+                    cards_.push_back(std::move(card));
+                }
             }
         }
     }
@@ -100,6 +113,7 @@ private:
 
     std::filesystem::path folder_;
     std::vector<Descriptor> cards_;
+    bool isInTheWay_ = false; ///< would keep a display server away: not to be tried again
     std::optional<Display> active_;
 };
 

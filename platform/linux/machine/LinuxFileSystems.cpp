@@ -25,6 +25,14 @@ std::optional<FileSystemRoom> roomIn(const std::filesystem::path& point)
     return roomOf(status, status.f_frsize != 0 ? status.f_frsize : status.f_bsize);
 }
 
+/// Whether a mount is read-only for the machine: our unit makes all of them so for us.
+bool isReadOnlyFor(const std::vector<Mount>& system, const Mount& mount)
+{
+    const auto same = std::find_if(system.rbegin(), system.rend(),
+        [&mount](const Mount& each) { return each.point == mount.point && each.device == mount.device; });
+    return same != system.rend() ? same->readOnly : mount.readOnly;
+}
+
 } // namespace
 
 /// Shared with a thread that may never come back. The room is the poster's once it is done.
@@ -34,7 +42,7 @@ struct LinuxFileSystems::Answer {
 };
 
 LinuxFileSystems::LinuxFileSystems(const std::filesystem::path& root, std::unique_ptr<SlowWork> work)
-    : root_(root), table_(root / "proc/self/mountinfo"), work_(std::move(work))
+    : root_(root), table_(root / "proc/self/mountinfo"), systemTable_(root / "proc/1/mountinfo"), work_(std::move(work))
 {
 }
 
@@ -43,6 +51,7 @@ LinuxFileSystems::~LinuxFileSystems() = default;
 std::vector<FileSystemRecord> LinuxFileSystems::read()
 {
     const std::vector<Mount> mounts = mountsWithData(parseMountInfo(table_.read().value_or("")));
+    const std::vector<Mount> system = parseMountInfo(systemTable_.read().value_or(""));
     std::map<std::string, std::shared_ptr<Answer>> answers;
     std::vector<std::shared_ptr<Answer>> awaited; // one that hangs since an earlier reading is not waited for again
     for (const Mount& mount : mounts) {
@@ -65,7 +74,7 @@ std::vector<FileSystemRecord> LinuxFileSystems::read()
         FileSystemRecord record{.mount = validUtf8(mount.point),
             .device = validUtf8(mount.source),
             .type = validUtf8(mount.type),
-            .readOnly = mount.readOnly,
+            .readOnly = isReadOnlyFor(system, mount),
             .room = {}};
         if (answer->isDone) {
             record.room = answer->room;

@@ -26,6 +26,7 @@ private:
 
     const std::filesystem::path root_;
     KeptFile table_;
+    KeptFile systemTable_; ///< of the machine's first process
     std::unique_ptr<SlowWork> work_;
     std::map<std::string, std::shared_ptr<Answer>> underWay_; ///< by mount point
 };

@@ -35,18 +35,18 @@ std::string serialIn(const std::string& uevent)
 
 HidAsk askHidDevice(const std::string& node)
 {
-    auto device = std::make_shared<Descriptor>(::open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    const int failure = *device ? 0 : errno;
-    return [device, failure, program = std::make_shared<HelperProgram>()](const HidReportRequest& request) {
+    return [path = std::filesystem::path(node), program = std::make_shared<HelperProgram>()](
+               const HidReportRequest& request) {
         const HidQuestion question{.isFeature = request.kind == HidReportKind::Feature ? 1U : 0U,
             .report = request.report,
             .length = static_cast<std::uint32_t>(request.size + 1)};
         HidBytes answer;
-        if (failure != 0 || question.length > answer.data.size()) {
-            return HidAnswer{.error = failure != 0 ? failure : EINVAL, .bytes = {}};
-        }
-        if (!program->isRunning()
-            && !program->start(findHelperProgram("meridal-disks"), {"--reports"}, device->get())) {
+        const std::string name = path.filename().string();
+        const std::string number = name.substr(std::min(name.size(), std::string_view("hidraw").size()));
+        const std::string root = path.parent_path().parent_path().string();
+        if (question.length > answer.data.size()
+            || (!program->isRunning()
+                && !program->start(findHelperProgram("meridal-disks"), {"--root", root, "--reports", number}))) {
             return HidAnswer{.error = -1, .bytes = {}};
         }
         const auto size = exchange(program->channel(), &question, sizeof question, &answer, sizeof answer);
