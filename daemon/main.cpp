@@ -134,8 +134,9 @@ void redirectStandardError(const std::filesystem::path& file)
     // Tried on a stream of its own first: freopen closes standard error even when it cannot open the file.
     if (std::FILE* attempt = std::fopen(file.c_str(), "a+")) {
         std::fclose(attempt);
-        static_cast<void>(std::freopen(file.c_str(), "a+", stderr));
-        std::setvbuf(stderr, nullptr, _IOLBF, 0);
+        if (std::freopen(file.c_str(), "a+", stderr)) {
+            std::setvbuf(stderr, nullptr, _IOLBF, 0);
+        }
     }
 }
 

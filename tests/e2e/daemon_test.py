@@ -126,9 +126,12 @@ class WholeDaemonTest(running.DaemonTest):
     def test_the_journal_gets_lines_with_levels_and_crashes_with_their_calls(self):
         self.write_configuration("[record]\nsensors = nope\n")
         daemon = self.start(service=True).wait_ready()
+        lines = []
+        while "<6>Daemon started" not in lines:
+            lines.append(daemon.process.stderr.readline().decode().rstrip("\n"))
+            self.assertNotEqual(lines[-1], "", "it has ended")
         self.assertEqual(daemon.stop(signal.SIGABRT), -signal.SIGABRT)
-        lines = daemon.errors.splitlines()
-        self.assertIn("<6>Daemon started", lines)
+        lines += daemon.errors.splitlines()
         self.assertEqual([line[:3] for line in lines if '"nope" is neither' in line], ["<4>"], "once, as a warning")
         crash = next(place for place, line in enumerate(lines) if line.endswith("build 1177): SIGABRT"))
         calls = lines[crash + 1:]

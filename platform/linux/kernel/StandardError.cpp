@@ -10,7 +10,7 @@
 #include <exception>
 #include <execinfo.h>
 #include <fmt/format.h>
-#include <iterator>
+#include <poll.h>
 #include <sys/stat.h>
 #include <typeinfo>
 #include <unistd.h>
@@ -22,6 +22,7 @@ namespace {
 
 constexpr int mostFrames = 64;
 constexpr unsigned patience = 5; // s for the report: what crashed may hold the loader's lock
+constexpr int lastLines = 200;   // ms in which the log's writer, a thread that goes on, may write what waits
 
 struct NamedSignal {
     int number;
@@ -109,6 +110,7 @@ void crashed(int number, siginfo_t* information, void*)
     }
     line.write();
     writeFrames();
+    ::poll(nullptr, 0, lastLines);
     static_cast<void>(std::raise(number)); // waits until we have returned, and ends the process there
 }
 
