@@ -76,7 +76,7 @@ TEST(Value, DeepInputIsRefusedWhileParsing)
     for (int count = 1; count < 350'000; ++count) {
         objects += ",{}";
     }
-    EXPECT_EQ(measureJson(objects + "]").values, 350'002U);
+    EXPECT_EQ(measureJson(objects + "]").values, 350'001U);
     EXPECT_TRUE(parseUntrusted(objects + "]"))
         << "and in no time: a parser that looks back at each object takes minutes";
     EXPECT_FALSE(parseUntrusted("{\"a\":"));
