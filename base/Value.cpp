@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/Value.h"
 
+#include "base/JsonMeasure.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 template class nlohmann::basic_json<>;
 
@@ -78,22 +81,15 @@ void appendNumber(std::string& json, double number)
     }
 }
 
+/// The depth is measured beforehand: a value that nests deeper must never exist, because destroying or copying it recurses. The
+/// parser's own way to cut it off, a callback, looks at all elements so far after each object.
 std::optional<Value> parseUntrusted(std::string_view text)
 {
-    bool tooDeep = false;
-    // Cut off while parsing: a value that nests deeper must never exist, because destroying or copying it recurses.
-    const auto limitDepth = [&tooDeep](int depth, Value::parse_event_t event, Value&) {
-        const bool opens = event == Value::parse_event_t::object_start || event == Value::parse_event_t::array_start;
-        if (opens && depth >= maximumNesting) {
-            tooDeep = true;
-        }
-        return !tooDeep;
-    };
-    Value value = Value::parse(text, limitDepth, false);
-    if (tooDeep || value.is_discarded()) {
+    if (measureJson(text).depth > maximumNesting) {
         return std::nullopt;
     }
-    return value;
+    Value value = Value::parse(text, nullptr, false);
+    return value.is_discarded() ? std::nullopt : std::optional(std::move(value));
 }
 
 } // namespace meridal

@@ -14,8 +14,35 @@ MRDXPCServer::MRDXPCServer(MeridalDaemon& daemon) : daemon_(daemon) { }
 
 MRDXPCServer& MRDXPCServer::sharedXPCServer() { return MeridalDaemon::sharedDaemon().server(); }
 
+namespace {
+
+std::optional<std::uint32_t> userOf(const Peer& peer) { return peer.known ? std::optional(peer.uid) : std::nullopt; }
+
+} // namespace
+
+bool MRDXPCServer::admit(const Peer& peer)
+{
+    if (userOf(peer) == 0U) {
+        return true;
+    }
+    const std::lock_guard lock(mutex_);
+    std::size_t& count = ofUser_[userOf(peer)];
+    return count < mostOfUser && ++count > 0;
+}
+
+void MRDXPCServer::release(const Peer& peer)
+{
+    const std::lock_guard lock(mutex_);
+    if (const auto user = ofUser_.find(userOf(peer)); user != ofUser_.end() && --user->second == 0) {
+        ofUser_.erase(user);
+    }
+}
+
 std::shared_ptr<ExportedConnection> MRDXPCServer::shouldAcceptNewConnection(std::shared_ptr<ClientLink> client)
 {
+    if (!admit(client->peer())) {
+        return nullptr;
+    }
     auto connection = std::make_shared<MRDXPCServerConnection>(daemon_, std::move(client));
     // Posted before anything the client can ask, so the list holds the connection when its first request runs.
     daemon_.context().runtime.mainQueue().post([this, connection] { connections_.push_back(connection); });

@@ -50,6 +50,7 @@ void MRDXPCServerConnection::onMain(Task task)
 
 void MRDXPCServerConnection::ended()
 {
+    daemon_.server().release(peer_);
     onMain([this] {
         daemon_.services().sensors.forget(sensorClient());
         client_.reset();

@@ -4,6 +4,7 @@
 #include "base/Result.h"
 #include "base/Value.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,6 +46,10 @@ struct JsonRpcAnswer {
 
 /// Longest text that serves as an id. It is sent back with the answer, so it must not be of any size.
 constexpr std::size_t maximumIdLength = 4096;
+
+/// Most values in a request, each element and member counted. Everything that is done with them costs by their number, some of
+/// it on the main queue.
+constexpr std::size_t maximumValues = 65'536;
 
 JsonRpcFailure failureOf(const Error& error);
 

@@ -12,8 +12,9 @@ namespace meridal {
 
 /// What became of one line.
 struct JsonRpcOutcome {
-    std::optional<JsonRpcAnswer> answer; ///< absent for a notification
-    bool refused = false;                ///< the fault was the client's
+    std::optional<JsonRpcAnswer> answer;   ///< absent for a notification
+    bool refused = false;                  ///< the fault was the client's
+    std::shared_ptr<const void> turn = {}; ///< of a long request; held until the answer is written out
 };
 
 /// A call in progress, shared by all who may answer it. The first answer counts and later ones are ignored; a call that

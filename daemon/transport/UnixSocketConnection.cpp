@@ -8,7 +8,10 @@
 #include <asio/error.hpp>
 #include <asio/post.hpp>
 
+#include <algorithm>
 #include <fcntl.h>
+#include <memory>
+#include <string>
 #include <utility>
 
 namespace meridal {
@@ -22,6 +25,30 @@ constexpr std::size_t unsentAnswersOfAllLimit = 16 * 1024 * 1024;
 /// Unfinished lines of all clients together; beyond it, a client may keep no more than the smaller figure.
 constexpr std::size_t heldInputOfAllLimit = 32 * 1024 * 1024;
 constexpr std::size_t heldInputAlwaysGranted = 64 * 1024;
+constexpr const char* tooManyLongLines = "too many long lines from all clients at once; the connection is closed";
+
+/// Lines and answers up to this are dealt with on the listener's thread: 16 KiB of the smallest values take about 1 ms.
+constexpr std::size_t shortLine = 16 * 1024; // bytes
+constexpr std::size_t shortAnswer = 4096;    // values, and pieces of texts
+
+/// Whether a value is made of no more parts than are left.
+bool fitsInto(std::size_t& left, const Value& value)
+{
+    constexpr std::size_t piece = 64; // bytes
+    const std::size_t here = 1 + (value.is_string() ? value.get_ref<const std::string&>().size() / piece : 0);
+    if (here > left) {
+        return false;
+    }
+    left -= here;
+    return !value.is_structured()
+        || std::all_of(value.begin(), value.end(), [&left](const Value& part) { return fitsInto(left, part); });
+}
+
+bool isShort(const JsonRpcAnswer& answer)
+{
+    std::size_t left = shortAnswer;
+    return fitsInto(left, answer.result);
+}
 
 /// The one encoder of envelopes in this program, called once for each of them.
 SharedLine lineOf(const Envelope& envelope, TransportCounters& counters)
@@ -96,15 +123,18 @@ void UnixSocketConnection::proceed()
     if (!socket_ || serving_ || ending_ || waitingReadable_ || !mayTakeRequest()) {
         return;
     }
+    const bool areTooMany = surroundings_.heldInput > heldInputOfAllLimit;
     if (const auto line = framer_.next()) {
-        dispatch(*line);
-        return;
+        if (areTooMany && line->size() > heldInputAlwaysGranted) {
+            return refuse(JsonRpcCode::Unavailable, tooManyLongLines);
+        }
+        return dispatch(*line);
     }
     accountInput();
     if (framer_.overflowed()) {
         refuse(JsonRpcCode::InvalidRequest, "a line is longer than 1048576 bytes; the connection is closed");
     } else if (accountedInput_ > heldInputAlwaysGranted && surroundings_.heldInput > heldInputOfAllLimit) {
-        refuse(JsonRpcCode::Unavailable, "too many long lines from all clients at once; the connection is closed");
+        refuse(JsonRpcCode::Unavailable, tooManyLongLines);
     } else {
         waitReadable();
     }
@@ -114,9 +144,47 @@ void UnixSocketConnection::dispatch(std::string_view line)
 {
     serving_ = true;
     ++counters_->requests;
+    if (line.size() > shortLine) {
+        dispatchLater(line);
+    } else {
+        carryOut(line, {});
+    }
+}
+
+void UnixSocketConnection::dispatchLater(std::string_view line)
+{
+    longLine_ = std::make_shared<const std::string>(line);
+    surroundings_.longRequests->enter(
+        [weak = weak_from_this(), executor = socket_->get_executor()](const LongRequests::Turn& turn) {
+            asio::post(executor, [weak, turn] {
+                if (const auto self = weak.lock(); self && self->socket_) {
+                    self->dispatchAside(turn);
+                }
+            });
+        });
+}
+
+/// A long line takes up to a tenth of a second to read and to check. Until the second thread has called the exported object, that
+/// is not told of the end.
+void UnixSocketConnection::dispatchAside(const LongRequests::Turn& turn)
+{
+    ++aside_;
+    const auto self = shared_from_this();
+    surroundings_.aside([self, line = std::exchange(longLine_, nullptr), turn] { self->carryOut(*line, turn); },
+        [self] {
+            if (--self->aside_ == 0 && self->ending_) {
+                self->tellEnded();
+            }
+        });
+}
+
+/// Any of the two threads.
+void UnixSocketConnection::carryOut(std::string_view line, const LongRequests::Turn& turn)
+{
     const auto exported = exported_; // lives through the call whatever the call does
     const Caller caller(peer_, weak_from_this());
-    surroundings_.dispatcher.dispatch(line, *exported, caller, [weak = weak_from_this()](JsonRpcOutcome outcome) {
+    surroundings_.dispatcher.dispatch(line, *exported, caller, [weak = weak_from_this(), turn](JsonRpcOutcome outcome) {
+        outcome.turn = turn;
         // Through the inbox even from inside the call: between two requests of one client the others get their turn.
         if (const auto self = weak.lock()) {
             self->inbox_.put(std::move(outcome));
@@ -130,21 +198,43 @@ void UnixSocketConnection::onWake()
         return;
     }
     inbox_.awake();
-    const auto outcome = inbox_.takeOutcome();
+    auto outcome = inbox_.takeOutcome();
     write(); // envelopes that a call sent come before its answer
     if (outcome && socket_) {
-        finish(*outcome);
+        finish(std::move(*outcome));
     }
 }
 
-void UnixSocketConnection::finish(const JsonRpcOutcome& outcome)
+void UnixSocketConnection::finish(JsonRpcOutcome outcome)
 {
-    serving_ = false;
     if (outcome.refused) {
         ++counters_->badRequests;
     }
-    if (outcome.answer) {
-        answer(*outcome.answer);
+    if (!outcome.answer || isShort(*outcome.answer)) {
+        return answered(outcome.answer ? encode(*outcome.answer) : std::string());
+    }
+    const auto answer = std::make_shared<JsonRpcAnswer>(std::move(*outcome.answer));
+    const auto line = std::make_shared<std::string>();
+    surroundings_.aside(
+        [answer, line, turn = std::move(outcome.turn)]() mutable {
+            *line = encode(*answer);
+            answer->result = nullptr; // letting go of it takes as long
+            turn.reset();
+        },
+        [self = shared_from_this(), line] { self->answered(*line); });
+}
+
+/// The request is served; its answer, if it gets one, is this line.
+void UnixSocketConnection::answered(std::string_view line)
+{
+    if (!socket_) {
+        return;
+    }
+    serving_ = false;
+    if (!line.empty()) {
+        output_.addAnswer(line);
+        accountOutput();
+        write();
     }
     proceed();
 }
@@ -226,19 +316,20 @@ SharedLine UnixSocketConnection::nextEnvelopeLine()
     return envelope ? lineOf(*envelope, *counters_) : nullptr;
 }
 
-void UnixSocketConnection::answer(const JsonRpcAnswer& answer)
-{
-    output_.addAnswer(encode(answer));
-    accountOutput();
-    write();
-}
-
 void UnixSocketConnection::refuse(JsonRpcCode code, const char* why)
 {
     ++counters_->requests;
     ++counters_->badRequests;
     endOfInput();
-    answer({nullptr, nullptr, JsonRpcFailure{code, why}});
+    output_.addAnswer(encode({nullptr, nullptr, JsonRpcFailure{code, why}}));
+    accountOutput();
+    write();
+}
+
+void UnixSocketConnection::turnAway(const char* why)
+{
+    refuse(JsonRpcCode::Unavailable, why);
+    close(); // what its socket did not take at once is lost: it costs nothing from here on
 }
 
 void UnixSocketConnection::endOfInput()
@@ -246,6 +337,13 @@ void UnixSocketConnection::endOfInput()
     ending_ = true;
     framer_.discard();
     accountInput();
+    if (aside_ == 0) {
+        tellEnded();
+    }
+}
+
+void UnixSocketConnection::tellEnded()
+{
     if (const auto exported = std::exchange(exported_, nullptr)) {
         --counters_->openConnections;
         exported->ended();

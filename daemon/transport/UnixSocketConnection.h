@@ -3,6 +3,7 @@
 
 #include "daemon/transport/ConnectionInbox.h"
 #include "daemon/transport/JsonRpcDispatcher.h"
+#include "daemon/transport/LongRequests.h"
 #include "daemon/transport/OutputQueue.h"
 #include "wire/LineFramer.h"
 #include "wire/Link.h"
@@ -36,6 +37,9 @@ struct ConnectionSurroundings {
     std::shared_ptr<TransportCounters> counters;
     /// A connection has ended and gave its descriptor back.
     std::function<void(const UnixSocketConnection&)> closed;
+    /// Runs something on a second thread, then something on the listener's: for what would hold up the others.
+    std::function<void(std::function<void()> work, std::function<void()> after)> aside;
+    std::shared_ptr<LongRequests> longRequests;
     std::array<char, 16 * 1024> readBuffer; ///< one for all: an idle client has none of its own
     std::size_t heldInput = 0;              ///< bytes that wait for the rest of their lines, over all connections
     std::size_t unsentAnswers = 0;          ///< bytes, over all connections
@@ -43,7 +47,8 @@ struct ConnectionSurroundings {
 
 /// One client of a UnixSocketListener. Serves one request at a time: until a request is done, the client's next bytes
 /// stay in the kernel, and a client that sends too fast is held up there, by itself. Everything runs on the listener's
-/// thread but for daemonResponse() and the outcomes of calls, which come through the inbox from any thread.
+/// thread but for daemonResponse() and the outcomes of calls, which come through the inbox from any thread, and for long requests and
+/// answers, which are read and written out aside.
 class UnixSocketConnection final : public ClientLink, public std::enable_shared_from_this<UnixSocketConnection> {
 public:
     using Socket = asio::local::stream_protocol::socket;
@@ -54,6 +59,8 @@ public:
     void open();
     /// Serves the client.
     void start(std::shared_ptr<ExportedConnection> exported);
+    /// Tells the client why it is not served, and ends it.
+    void turnAway(const char* why);
     /// Ends it, with `ended` to the exported object. May be repeated.
     void close();
 
@@ -63,14 +70,18 @@ public:
 private:
     void proceed();
     void dispatch(std::string_view line);
+    void dispatchLater(std::string_view line);
+    void dispatchAside(const LongRequests::Turn& turn);
+    void carryOut(std::string_view line, const LongRequests::Turn& turn);
+    void tellEnded();
     void onWake();
-    void finish(const JsonRpcOutcome& outcome);
+    void finish(JsonRpcOutcome outcome);
+    void answered(std::string_view line);
     void waitReadable();
     void read();
     void waitWritable();
     void write();
     SharedLine nextEnvelopeLine();
-    void answer(const JsonRpcAnswer& answer);
     void refuse(JsonRpcCode code, const char* why);
     void endOfInput();
     bool mayTakeRequest() const;
@@ -88,6 +99,8 @@ private:
     OutputQueue output_;
     std::size_t accountedInput_ = 0;
     std::size_t accountedOutput_ = 0;
+    std::shared_ptr<const std::string> longLine_; // that waits for its turn
+    int aside_ = 0;        // requests that the second thread has, which calls the exported object
     bool serving_ = false; // a request is being served
     bool ending_ = false;  // no more input: write what was answered, then close
     bool waitingReadable_ = false;

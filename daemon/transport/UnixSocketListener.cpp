@@ -8,10 +8,13 @@
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
+#include <asio/thread_pool.hpp>
 #include <fmt/format.h>
 
 #include <chrono>
 #include <fcntl.h>
+#include <functional>
+#include <optional>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -112,13 +115,16 @@ private:
     void restThenAccept();
     void welcome(Protocol::socket socket);
     void connectionClosed(const UnixSocketConnection& connection);
+    void aside(std::function<void()> work, std::function<void()> after);
     void shutDown();
 
     ListenerDelegate& delegate_;
     JsonRpcDispatcher dispatcher_;
     std::shared_ptr<TransportCounters> counters_ = std::make_shared<TransportCounters>();
     ConnectionSurroundings surroundings_{dispatcher_, counters_,
-        [this](const UnixSocketConnection& connection) { connectionClosed(connection); }, {}, 0, 0};
+        [this](const UnixSocketConnection& connection) { connectionClosed(connection); },
+        [this](std::function<void()> work, std::function<void()> after) { aside(std::move(work), std::move(after)); },
+        std::make_shared<LongRequests>(), {}, 0, 0};
     asio::io_context io_{1};
     asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
     Protocol::acceptor acceptor_{io_};
@@ -129,14 +135,16 @@ private:
     bool resting_ = false;
     bool shuttingDown_ = false;
     std::thread thread_;
+    std::optional<asio::thread_pool> second_; // of one thread, from the first long line on
 };
 
 UnixSocketListener::Server::~Server()
 {
     if (thread_.joinable()) {
         asio::post(io_, [this] { shutDown(); });
-        thread_.join();
+        thread_.join(); // which has waited for the second one's work
     }
+    second_.reset();
     struct stat found = {};
     const bool ours = socketFile_.st_ino != 0 && lstat(path_.c_str(), &found) == 0 && found.st_ino == socketFile_.st_ino
         && found.st_dev == socketFile_.st_dev;
@@ -253,8 +261,22 @@ void UnixSocketListener::Server::welcome(Protocol::socket socket)
     if (auto exported = delegate_.shouldAcceptNewConnection(connection)) {
         connection->start(std::move(exported));
     } else {
-        connection->close();
+        connection->turnAway("this user has as many connections as one may have; the connection is closed");
     }
+}
+
+/// The loop goes on until what comes after has run, also while it shuts down.
+void UnixSocketListener::Server::aside(std::function<void()> work, std::function<void()> after)
+{
+    if (!second_) {
+        second_.emplace(1);
+    }
+    asio::post(*second_,
+        [this, work = std::move(work), after = std::move(after), guard = asio::make_work_guard(io_)]() mutable {
+            work();
+            work = nullptr; // what it holds is let go of here
+            asio::post(io_, std::move(after));
+        });
 }
 
 void UnixSocketListener::Server::connectionClosed(const UnixSocketConnection& connection)
@@ -272,6 +294,7 @@ void UnixSocketListener::Server::connectionClosed(const UnixSocketConnection& co
 void UnixSocketListener::Server::shutDown()
 {
     shuttingDown_ = true;
+    surroundings_.longRequests->close();
     asio::error_code ignored;
     acceptor_.close(ignored);
     restTimer_.cancel();

@@ -67,6 +67,30 @@ TEST_F(DaemonTest, AbsurdMasksHarmNobodyElse)
     EXPECT_GE(good.link->count(1), before + 4);
 }
 
+TEST_F(DaemonTest, AUserHasSoManyConnectionsAndRootAnyNumber)
+{
+    start();
+    const auto accept = [this](const Peer& peer) {
+        return daemon->server().shouldAcceptNewConnection(std::make_shared<FakeClient>(peer));
+    };
+    std::vector<std::shared_ptr<ExportedConnection>> held;
+    for (const Peer& peer : {user(1000), Peer(), user(0)}) {
+        for (std::size_t count = 0; count < MRDXPCServer::mostOfUser; ++count) {
+            held.push_back(accept(peer));
+            ASSERT_TRUE(held.back());
+        }
+    }
+    EXPECT_FALSE(accept(user(1000)));
+    EXPECT_FALSE(accept({}));
+    EXPECT_TRUE(accept(user(0)));
+    EXPECT_TRUE(accept(user(1001)));
+    held.front()->ended();
+    EXPECT_TRUE(accept(user(1000)));
+    EXPECT_FALSE(accept(user(1000)));
+    machine.runtime.runDue();
+    EXPECT_EQ(daemon->server().connections().size(), 3 * MRDXPCServer::mostOfUser + 2);
+}
+
 TEST_F(DaemonTest, ARequestThatArrivesAfterTheEndLeavesNoBitBehind)
 {
     start();

@@ -146,6 +146,19 @@ class SensorsTest(running.DaemonTest):
         self.assertEqual(daemon.stop(), 0)
 
     @running.needs_devices
+    def test_a_chip_that_lies(self):
+        self.add_chip(temp1_label="CPU\x1b[2J" + "x" * 10_000, temp1_input="9" * 400, in0_input="nan", fan1_input="-1\0" + "1" * 10_000,
+                      power1_input="", temp1_crit="-" * 5000, **{f"temp{n}_input": "0x41" for n in range(2, 2000)})
+        with self.serving() as (_, client):
+            sensors = client.call("sensors.list")["sensors"]
+            self.assertLessEqual(len(sensors), 1024)
+            for sensor in sensors:
+                self.assertLess(len(sensor["name"]), 100)
+                self.assertNotIn("\x1b", sensor["name"])
+                self.assertTrue(sensor["value"] is None or abs(sensor["value"]) < 1e9, sensor)
+            self.assertNotIn("\x1b", self.ctl("sensors"))
+
+    @running.needs_devices
     @running.needs_root
     def test_what_a_user_names_is_that_users(self):
         self.add_chip()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/transport/ConnectionInbox.h"
 #include "daemon/transport/EnvelopeBacklog.h"
+#include "daemon/transport/LongRequests.h"
 #include "daemon/transport/OutputQueue.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,33 @@ namespace {
 EnvelopePtr numbered(const char* type, int number)
 {
     return std::make_shared<const Envelope>(Dictionary{{"type", type}, {"number", number}});
+}
+
+TEST(LongRequests, LongRequestsHaveTheirTurns)
+{
+    const auto gate = std::make_shared<LongRequests>();
+    std::vector<LongRequests::Turn> turns;
+    int started = 0;
+    const auto start = [&](const LongRequests::Turn& turn) {
+        ++started;
+        if (started <= static_cast<int>(LongRequests::mostAtOnce)) {
+            turns.push_back(turn);
+        } // the others let go of it at once
+    };
+    for (int count = 0; count < 10; ++count) {
+        gate->enter(start);
+    }
+    EXPECT_EQ(started, 4);
+    turns.pop_back();
+    EXPECT_EQ(started, 10);
+    gate->enter(start);
+    gate->enter([&](const LongRequests::Turn& turn) { turns.push_back(turn); });
+    gate->enter(start);
+    EXPECT_EQ(started, 11);
+    gate->close();
+    turns.clear();
+    gate->enter(start);
+    EXPECT_EQ(started, 11) << "nobody's turn any more";
 }
 
 TEST(ConnectionInbox, NewestOfATypeWinsAndKeepsItsPlace)

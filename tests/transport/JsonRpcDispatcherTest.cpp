@@ -152,6 +152,8 @@ TEST_F(JsonRpcDispatcherTest, WhatIsNoRequestIsRefusedWithItsReason)
     const Case cases[] = {
         {"{\"jsonrpc\":", -32700, "the line is not valid JSON"},
         {std::string(200'000, '['), -32700, "arrays and objects nest deeper than 32 levels"},
+        {request("setFanSet:", {Value(maximumValues, Value::object())}), -32600,
+            "a request holds more than 65536 values"},
         {"{\"jsonrpc\":\"2.0\",\"method\":\"\xC3\x28\"}", -32700, "the line is not valid UTF-8"},
         {"{\"jsonrpc\":\"2.0\",\"method\":\"\\ud800\"}", -32700, "the line is not valid JSON"},
         {"[]", -32600, noBatches},

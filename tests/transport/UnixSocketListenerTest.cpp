@@ -179,6 +179,9 @@ TEST_F(UnixSocketListenerTest, TheDelegateMayTurnAClientAway)
     turnAway = true;
     listen();
     Client someone(path);
+    EXPECT_EQ(someone.line(),
+        R"({"jsonrpc":"2.0","id":null,"error":{"code":-32003,"message":)"
+        R"("this user has as many connections as one may have; the connection is closed"}})");
     EXPECT_EQ(someone.line(), std::nullopt);
     EXPECT_EQ(listener->statistics().openConnections, 0U);
     turnAway = false;

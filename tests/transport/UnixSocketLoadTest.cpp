@@ -226,6 +226,39 @@ TEST_F(UnixSocketLoadTest, AFloodOfMalformedMessagesEndsNothingAndGrowsNothing)
     EXPECT_EQ(half.ask(R"(od":"exists:"})"), existsAnswer);
 }
 
+/// A long request is read, and an answer written out, beside the thread that serves the others.
+TEST_F(UnixSocketLoadTest, ALongRequestHoldsUpNobody)
+{
+    std::promise<void> othersWereServed;
+    prepare = [&](FakeExportedConnection& connection, std::size_t index) {
+        connection.recording = index != 0;
+        if (index == 0) {
+            connection.onCall = [served = othersWereServed.get_future().share()](const std::string&, const Value&) {
+                EXPECT_EQ(served.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+            };
+        }
+    };
+    listen();
+    Client greedy(path);
+    client(0);
+    std::string pids = "1";
+    while (pids.size() < 100'000) {
+        pids += ",1";
+    }
+    greedy.send(requestOf("infoForPids:reply:", "[[" + pids + "]]") + "\n" + existsRequest + "\n");
+    Client leaving(path);
+    leaving.send(requestOf("setFanSet:", "[\"" + pids + "\"]") + "\n");
+    leaving.close();
+    Client usual(path);
+    EXPECT_EQ(usual.ask(existsRequest), existsAnswer);
+    EXPECT_TRUE(client(1).exported->calls().empty()) << "neither called nor told of the end";
+    othersWereServed.set_value();
+    EXPECT_GT(greedy.line().value_or("").size(), 1'000'000U);
+    EXPECT_EQ(greedy.line(), existsAnswer) << "in order";
+    EXPECT_TRUE(eventually([&] { return client(1).exported->calls().size() == 2; }));
+    EXPECT_EQ(client(1).exported->calls().back(), "ended []");
+}
+
 TEST_F(UnixSocketLoadTest, LongUnfinishedLinesOfAllClientsTogetherAreBounded)
 {
     listen();
