@@ -13,14 +13,15 @@ namespace {
 
 class UeventObservation final : public Disks::Observation {
 public:
-    UeventObservation(Runtime& runtime, const std::filesystem::path& root, std::function<void()> changed)
-        : uevents_(runtime, root, "block", std::move(changed))
+    UeventObservation(Runtime& runtime, const std::filesystem::path& root, const std::function<void()>& changed)
+        : disks_(runtime, root, "block", changed), controllers_(runtime, root, "nvme", changed)
     {
     }
-    bool isOpen() const { return uevents_.isOpen(); }
+    bool isOpen() const { return disks_.isOpen(); }
 
 private:
-    Uevents uevents_;
+    Uevents disks_;
+    Uevents controllers_; ///< which are the disks of NVMe, and leave after their block devices
 };
 
 } // namespace
@@ -52,7 +53,7 @@ std::unique_ptr<SMARTDevice> LinuxDisks::device(const DiskRecord& disk)
 
 std::unique_ptr<Disks::Observation> LinuxDisks::observe(std::function<void()> changed)
 {
-    auto observation = std::make_unique<UeventObservation>(runtime_, root_.path(""), std::move(changed));
+    auto observation = std::make_unique<UeventObservation>(runtime_, root_.path(""), changed);
     if (!observation->isOpen()) {
         limitations_->set("disk-changes", "disks that come and go are not announced: no uevents here");
     }
