@@ -111,7 +111,7 @@ TEST_F(HistoryTablesTest, FilesOfEarlierDaemonsAreGoneOnWith)
     EXPECT_EQ(
         rows("SELECT count(*) AS n FROM sqlite_master WHERE type = 'table' AND name LIKE 'hour%'"), R"([{"n":2}])");
     const SampleRing& ring = fan->storageForType(StorageIndex::Hour);
-    ASSERT_NE(ring.find(500), nullptr);
+    ASSERT_TRUE(ring.find(500));
     EXPECT_EQ(ring.find(500)->values[0], 12);
     EXPECT_EQ(rows("SELECT name FROM sqlite_master WHERE type = 'view' AND name = 'hour_thistory_named'"),
         R"([{"name":"hour_thistory_named"}])");
