@@ -88,6 +88,11 @@ std::optional<Value> parseUntrusted(std::string_view text)
     if (measureJson(text).depth > maximumNesting) {
         return std::nullopt;
     }
+    return parseShallow(text);
+}
+
+std::optional<Value> parseShallow(std::string_view text)
+{
     Value value = Value::parse(text, nullptr, false);
     return value.is_discarded() ? std::nullopt : std::optional(std::move(value));
 }

@@ -45,5 +45,7 @@ void appendNumber(std::string& json, double number);
 
 /// Parses one JSON text from outside. Absent on malformed text and on nesting beyond maximumNesting.
 std::optional<Value> parseUntrusted(std::string_view text);
+/// The same of a text whose depth has been measured already (base/JsonMeasure.h).
+std::optional<Value> parseShallow(std::string_view text);
 
 } // namespace meridal

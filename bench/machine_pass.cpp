@@ -21,7 +21,8 @@ namespace {
 template <typename Answer>
 void counters(benchmark::State& state, Answer (LinuxMachineCounters::*question)())
 {
-    LinuxMachineCounters machine("/");
+    VirtualRuntime runtime;
+    LinuxMachineCounters machine(runtime, "/");
     for (auto _ : state) {
         benchmark::DoNotOptimize((machine.*question)());
     }

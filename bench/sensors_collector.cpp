@@ -140,7 +140,7 @@ void secondsOfSensors(benchmark::State& state)
     bench.machine.context.databases = &bench.databases;
     SensorsStatCollectorMac& collector = bench.collector;
     collector.setAutomaticSampleUpdates(state.range(0) != 0);
-    collector.processSensors(collector.supportedElectricSensors(bench.configurations));
+    collector.nameForAll(collector.supportedElectricSensors(bench.configurations), SensorRequest::Sensors);
     collector.begin();
     bench.machine.runtime.advance(4000);
     constexpr double span = 600;
@@ -162,7 +162,7 @@ void oneMeasurement(benchmark::State& state)
 {
     Bench bench;
     SensorsStatCollectorMac& collector = bench.collector;
-    collector.processSensors(collector.supportedElectricSensors(bench.configurations));
+    collector.nameForAll(collector.supportedElectricSensors(bench.configurations), SensorRequest::Sensors);
     for (auto _ : state) {
         collector.updateStats();
     }

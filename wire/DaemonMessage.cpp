@@ -12,6 +12,7 @@ ErrorCode errorCode(std::optional<std::int64_t> code)
 {
     switch (static_cast<JsonRpcCode>(code.value_or(0))) {
     case JsonRpcCode::MethodNotFound:
+    case JsonRpcCode::NotFound:
         return ErrorCode::NotFound;
     case JsonRpcCode::InvalidRequest:
     case JsonRpcCode::InvalidParams:

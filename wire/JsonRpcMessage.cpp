@@ -92,7 +92,7 @@ std::variant<JsonRpcRequest, JsonRpcAnswer> parseRequest(std::string_view line)
         return refusal(
             nullptr, JsonRpcCode::InvalidRequest, fmt::format("a request holds more than {} values", maximumValues));
     }
-    std::optional<Value> message = parseUntrusted(line);
+    std::optional<Value> message = parseShallow(line);
     if (!message) {
         return refusal(nullptr, JsonRpcCode::ParseError,
             validUtf8(line) == line ? "the line is not valid JSON" : "the line is not valid UTF-8");

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -18,6 +19,10 @@ struct Peer {
     std::uint32_t gid = 0;
     bool known = false; ///< false: the system did not say; then the peer may measure and nothing more
     std::vector<std::uint32_t> groups = {}; ///< those besides gid; empty where the system does not tell (macOS)
+
+    /// Absent where the system did not say.
+    std::optional<std::uint32_t> user() const { return known ? std::optional(uid) : std::nullopt; }
+    bool isRoot() const { return user() == 0U; }
 };
 
 /// One client as its transport sees it.

@@ -21,7 +21,11 @@ public:
     }
     std::optional<std::uint64_t> frequencyHz(int) override { return std::nullopt; }
     const MemoryReading* memory() override { return ram ? &*ram : nullptr; }
-    std::vector<MemoryKill> memoryKills() override { return std::exchange(kills, {}); }
+    void memoryKills(Kills reply) override
+    {
+        ++killQuestions;
+        reply(std::exchange(kills, {}));
+    }
     const PressureReading* pressure() override { return stalls ? &*stalls : nullptr; }
     const std::vector<BlockDeviceRecord>* blockDevices() override { return disks ? &*disks : nullptr; }
 
@@ -29,6 +33,7 @@ public:
     std::optional<ProcessorReading> processor;
     std::optional<MemoryReading> ram;
     std::vector<MemoryKill> kills;
+    int killQuestions = 0;
     std::optional<PressureReading> stalls;
     std::optional<std::vector<BlockDeviceRecord>> disks;
 };

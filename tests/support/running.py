@@ -23,6 +23,7 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs"))
 import example_client  # noqa: E402
 
+NOBODY = 65534  # an ordinary user
 DEADLINE = 60  # s; met at once on a healthy machine, long enough for a sanitizer on a busy one
 SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages
 PRELOAD = "libumockdev-preload.so.0"  # lets a process have devices of its own
