@@ -16,6 +16,7 @@ struct DatabaseStatistics {
     std::uint64_t filesSetAside = 0;     ///< damaged files, and tables of another layout
     std::uint64_t bytes = 0;             ///< on the disk, the write-ahead log included
     bool open = false;
+    bool failing = false; ///< the latest attempt to write failed
 };
 
 } // namespace meridal

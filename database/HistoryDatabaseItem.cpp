@@ -227,6 +227,7 @@ DatabaseStatistics HistoryDatabaseItem::statistics() const
     DatabaseStatistics figures = statistics_;
     figures.statementsWaiting = queries_.size() + sealedStatements_;
     figures.statementsDropped = statementsDropped_;
+    figures.failing = failing_;
     return figures;
 }
 

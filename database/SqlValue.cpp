@@ -3,6 +3,7 @@
 
 #include "base/Text.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -54,7 +55,12 @@ double sqlNumber(const SqlValue& value)
     return figure ? *figure : 0;
 }
 
-std::int64_t sqlInteger(const SqlValue& value) { return static_cast<std::int64_t>(sqlNumber(value)); }
+std::int64_t sqlInteger(const SqlValue& value)
+{
+    constexpr double most = 9e18;
+    const auto* whole = std::get_if<std::int64_t>(&value);
+    return whole ? *whole : static_cast<std::int64_t>(std::clamp(sqlNumber(value), -most, most));
+}
 
 std::string sqlWords(const SqlValue& value)
 {

@@ -63,6 +63,8 @@ public:
     /// Something to be queued before each commit.
     void setBeforeCommit(Task task) { beforeCommit_ = std::move(task); }
 
+    /// Has the tables of a file made where they are missing; for an owner who reads them before updateHistory() does.
+    void declareTables(HistoryFile which) { tables_.declareTables(which); }
     /// The file of a storage, which is opened; null without one.
     std::shared_ptr<HistoryDatabaseItem> databaseForIndex(StorageIndex index) const
     {

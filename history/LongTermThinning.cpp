@@ -32,7 +32,7 @@ bool readLabels(SQLiteConnection& database, const std::string& table, std::int64
     return database
         .forEachRow(sql, SqlValues{from, static_cast<std::int64_t>(count)},
             [&](std::span<const SqlValue> row) {
-                rows.push_back({static_cast<std::int64_t>(sqlNumber(row[0])), sqlNumber(row[1])});
+                rows.push_back({sqlInteger(row[0]), sqlNumber(row[1])});
             })
         .has_value();
 }

@@ -428,8 +428,7 @@ void ApplicationRecorder::ask(const Question& question,
     tables_->file()->queryDatabaseAsync(
         [question, read, reply = std::move(reply), running = runningPeriods(), &main](SQLiteConnection& connection) {
             main.post([answer = read(connection, question, running), reply] { reply(answer); });
-            static_cast<void>(
-                connection.execute("PRAGMA shrink_memory")); // a year's pages are no use until the next question
+            connection.releaseMemory(); // a year's pages are no use until the next question
         });
 }
 

@@ -74,12 +74,8 @@ ViewSchema processesView()
 
 std::int64_t stamp(double time) { return static_cast<std::int64_t>(time); }
 
-std::int64_t columnNumber(const SqlValue& value)
-{
-    const auto* number = std::get_if<std::int64_t>(&value);
-    return number ? std::max<std::int64_t>(0, *number)
-                  : static_cast<std::int64_t>(std::clamp(sqlNumber(value), 0.0, 9e18));
-}
+/// What a file holds that another program wrote may be less than nothing.
+std::int64_t storedCount(const SqlValue& value) { return std::max<std::int64_t>(0, sqlInteger(value)); }
 
 SqlValues rowOf(double start, const Application& application, const ApplicationCell& cell)
 {
@@ -199,15 +195,15 @@ ApplicationCell cellFrom(std::span<const SqlValue> columns)
 {
     ApplicationCell cell;
     for (std::size_t column = 0; column < sumColumns.size(); ++column) {
-        cell.sums.figures[column] = columnNumber(columns[column]);
+        cell.sums.figures[column] = storedCount(columns[column]);
     }
     cell.sums.knowsJoules =
         !std::holds_alternative<std::monostate>(columns[static_cast<std::size_t>(SumColumn::Millijoules)]);
     const auto held = columns.subspan(sumColumns.size());
-    cell.seconds = static_cast<double>(columnNumber(held[0]));
-    cell.byteSeconds = static_cast<double>(columnNumber(held[1])) * cell.seconds;
-    cell.memoryPeak = columnNumber(held[2]);
-    cell.processesPeak = columnNumber(held[3]);
+    cell.seconds = static_cast<double>(storedCount(held[0]));
+    cell.byteSeconds = static_cast<double>(storedCount(held[1])) * cell.seconds;
+    cell.memoryPeak = storedCount(held[2]);
+    cell.processesPeak = storedCount(held[3]);
     return cell;
 }
 

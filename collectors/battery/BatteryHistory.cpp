@@ -53,7 +53,7 @@ std::optional<BatteryAnswer> readBatteryHistory(SQLiteConnection& connection, co
     BatteryAnswer answer;
     const auto read = connection.forEachRow(sql, args, [&answer](std::span<const SqlValue> row) {
         const auto* key = std::get_if<std::string>(&row[2]);
-        answer.rows.push_back({.row = static_cast<std::int64_t>(sqlNumber(row[0])),
+        answer.rows.push_back({.row = sqlInteger(row[0]),
             .time = sqlNumber(row[1]),
             .key = key ? *key : std::string(),
             .value = sqlNumber(row[3])});

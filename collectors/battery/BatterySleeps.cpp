@@ -33,7 +33,7 @@ std::optional<double> lostAnHour(
 
 BatterySleep sleepFrom(std::span<const SqlValue> row)
 {
-    return {.row = static_cast<std::int64_t>(sqlNumber(row[0])),
+    return {.row = sqlInteger(row[0]),
         .start = sqlNumber(row[1]),
         .end = sqlNumber(row[2]),
         .onBattery = sqlNumber(row[3]) != 0,

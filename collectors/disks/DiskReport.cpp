@@ -73,6 +73,9 @@ std::string titleOf(const SMARTStatCollectorAttribute& attribute)
 
 std::string complaintOf(const SMARTStatCollectorAttribute& attribute)
 {
+    if (attribute.status() == AttributeStatus::Fine && !attribute.hasDefects()) {
+        return {};
+    }
     const std::string meaning = attribute.meaning().empty() ? "" : ": " + attribute.meaning();
     switch (attribute.status()) {
     case AttributeStatus::FailingNow:
@@ -83,18 +86,25 @@ std::string complaintOf(const SMARTStatCollectorAttribute& attribute)
         break;
     }
     // Lost sectors matter before the vendor's threshold is reached.
-    return attribute.hasDefects() ? fmt::format("{}: {:.0f}{}", titleOf(attribute), attribute.currentValue().formatted,
-               attribute.meaning().empty() ? "" : " - " + attribute.meaning())
-                                  : std::string();
+    return fmt::format("{}: {:.0f}{}", titleOf(attribute), attribute.currentValue().formatted,
+        attribute.meaning().empty() ? "" : " - " + attribute.meaning());
 }
 
 Dictionary describeAttribute(const SMARTStatCollectorAttribute& attribute)
 {
     const smartattribute& now = attribute.currentValue();
-    Dictionary entry{{"id", attribute.attributeID()}, {"name", titleOf(attribute)}, {"current", now.current},
-        {"worst", now.worst}, {"threshold", now.threshold}, {"raw", attribute.lastRawValue()},
-        {"value", attribute.value()}, {"status", nameOf(attribute.status())},
-        {"predictsFailure", attribute.predictsFailure()}};
+    Dictionary entry = Dictionary::object();
+    // In its order, which saves looking for the place: a disk has dozens of these.
+    auto& fields = entry.get_ref<Dictionary::object_t&>();
+    fields.emplace_hint(fields.end(), "current", now.current);
+    fields.emplace_hint(fields.end(), "id", attribute.attributeID());
+    fields.emplace_hint(fields.end(), "name", titleOf(attribute));
+    fields.emplace_hint(fields.end(), "predictsFailure", attribute.predictsFailure());
+    fields.emplace_hint(fields.end(), "raw", attribute.lastRawValue());
+    fields.emplace_hint(fields.end(), "status", nameOf(attribute.status()));
+    fields.emplace_hint(fields.end(), "threshold", now.threshold);
+    fields.emplace_hint(fields.end(), "value", attribute.value());
+    fields.emplace_hint(fields.end(), "worst", now.worst);
     if (!attribute.meaning().empty()) {
         entry["meaning"] = attribute.meaning();
     }

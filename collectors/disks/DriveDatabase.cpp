@@ -111,8 +111,10 @@ bool isAffordable(std::string_view expression)
     constexpr int deepest = 32;
     std::uint64_t repetitions = 1;
     int depth = 0;
+    char before = 0;
     for (std::size_t at = 0; at < expression.size(); ++at) {
-        const char here = expression[at];
+        const char last = std::exchange(before, expression[at]);
+        const char here = before;
         if (here == '\\') {
             ++at;
             if (at < expression.size() && expression[at] >= '0' && expression[at] <= '9') {
@@ -131,6 +133,8 @@ bool isAffordable(std::string_view expression)
                 most = std::max(most, times);
             }
             repetitions *= std::min(most, mostRepetitions + 1);
+        } else if (here == '+' && std::string_view(")+*?}").find(last) != std::string_view::npos) {
+            repetitions *= 2; // one, and then any number: what is repeated stands there twice
         }
         if (depth > deepest || repetitions > mostRepetitions) {
             return false;

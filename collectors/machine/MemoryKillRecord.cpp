@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace meridal {
@@ -17,10 +18,14 @@ namespace meridal {
 namespace {
 
 constexpr const char* killTable = "memory_kills";
-// number: the kernel's own, of that boot. Those of one boot are in its order.
+// number: when the kernel told of it, µs of that boot. Those of one boot are in its order.
 constexpr const char* killTableText =
     "create table %@ (boot varchar(100) NOT NULL, number bigint NOT NULL, time double NOT NULL, pid int NOT NULL, "
     "name text NOT NULL, user bigint, cgroup text, bytes bigint, PRIMARY KEY (boot, number))";
+
+/// s from a question to the next for the same kills, as the system's journal may be behind where memory is short. The first is
+/// the least between any two, each of which costs a process there.
+constexpr std::array<double, 3> pauses = {5, 15, 60};
 
 SqlValue sqlOf(const auto& figure) { return figure ? SqlValue(static_cast<std::int64_t>(*figure)) : SqlValue(); }
 
@@ -53,7 +58,7 @@ void MemoryKillRecord::update(std::optional<std::uint64_t> count, bool isRecordi
     }
     count_ = count.value_or(count_);
     if (phase_ == Phase::Loaded) {
-        takeNews();
+        askForNews();
     }
 }
 
@@ -91,17 +96,36 @@ void MemoryKillRecord::loaded(const std::deque<Entry>& recorded)
 {
     latest_ = recorded;
     phase_ = Phase::Loaded;
-    takeNews();
+    askForNews();
 }
 
-void MemoryKillRecord::takeNews()
+/// Looks again for what the log did not have yet, a few times: what came before its first record, or was never written, does
+/// not come.
+void MemoryKillRecord::askForNews()
 {
-    if (count_ <= countSeen_) {
+    if (count_ > countSeen_) {
+        missing_ += count_ - std::exchange(countSeen_, count_);
+        questions_ = 0;
+    }
+    const double now = context_.runtime.monotonicTime();
+    const double pause = pauses[questions_ == 0 ? 0 : questions_ - 1];
+    if (missing_ == 0 || isAsking_ || (asked_ && now < *asked_ + pause)) {
         return;
     }
-    countSeen_ = count_;
+    isAsking_ = true;
+    asked_ = now;
+    context_.host.machineCounters->memoryKills(
+        lifetime_.guard([this](std::vector<MemoryKill> news) { takeNews(std::move(news)); }));
+}
+
+void MemoryKillRecord::takeNews(std::vector<MemoryKill> news)
+{
+    isAsking_ = false;
+    missing_ -= std::min<std::uint64_t>(missing_, news.size());
+    if (++questions_ > pauses.size()) {
+        missing_ = questions_ = 0;
+    }
     const double now = context_.runtime.monotonicTime();
-    std::vector<MemoryKill> news = context_.host.machineCounters->memoryKills();
     // Where everything is killed over and over, the latest are what is worth a row.
     const std::size_t first = news.size() - std::min(news.size(), mostTold);
     for (std::size_t index = first; index < news.size(); ++index) {
@@ -112,8 +136,13 @@ void MemoryKillRecord::takeNews()
 
 void MemoryKillRecord::add(MemoryKill kill, double time)
 {
-    const bool isKnown = std::any_of(latest_.begin(), latest_.end(),
-        [&](const Entry& entry) { return entry.boot == boot_ && entry.kill.number == kill.number; });
+    // An earlier version counted otherwise: its rows of this boot are told by what was killed.
+    const bool isKnown = std::any_of(latest_.begin(), latest_.end(), [&](const Entry& entry) {
+        const MemoryKill& other = entry.kill;
+        return entry.boot == boot_
+            && (other.number == kill.number
+                || (other.pid == kill.pid && other.name == kill.name && other.bytes == kill.bytes));
+    });
     if (isKnown) {
         return;
     }

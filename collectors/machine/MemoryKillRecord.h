@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace meridal {
 
@@ -44,7 +45,8 @@ private:
     std::shared_ptr<HistoryDatabaseItem> database() const;
     void load();
     void loaded(const std::deque<Entry>& recorded);
-    void takeNews();
+    void askForNews();
+    void takeNews(std::vector<MemoryKill> news);
     void add(MemoryKill kill, double time);
 
     Context& context_;
@@ -55,6 +57,10 @@ private:
     std::string boot_; ///< identifies it
     std::uint64_t count_ = 0;
     std::uint64_t countSeen_ = 0; ///< of which the kernel's log was asked
+    std::uint64_t missing_ = 0;   ///< of those that it has not told of
+    std::size_t questions_ = 0;   ///< without them having come
+    bool isAsking_ = false;
+    std::optional<double> asked_; ///< the latest time, of the clock that never steps
     std::deque<Entry> latest_;
     Lifetime lifetime_;
 };

@@ -105,8 +105,7 @@ void BandwidthAccount::takeLastWords(const std::vector<InterfaceRecord>& gone, d
         const auto item = std::find_if(
             items_.begin(), items_.end(), [&](const auto& entry) { return entry.second.index == record.index; });
         if (item != items_.end() && record.hasCounters) {
-            item->second.addReading(
-                static_cast<double>(record.bytesSent), static_cast<double>(record.bytesReceived), now);
+            count(item->second, record, now);
         }
     }
 }
@@ -149,21 +148,19 @@ bool BandwidthAccount::addReading(const InterfaceRecord& record, const WifiMap& 
     }
     const auto [entry, isNew] = items_.try_emplace(record.name);
     Item& item = entry->second;
-    const auto sent = static_cast<double>(record.bytesSent);
-    const auto received = static_cast<double>(record.bytesReceived);
     if (isNew) {
         item.key = record.name;
         item.start = now;
         item.end = nextUpdateTime_;
     } else if (item.index != record.index) { // replugged: its counters began anew, even if they are already ahead
-        item.endRun(sent, received);
+        item.endRun(static_cast<double>(record.bytesSent), static_cast<double>(record.bytesReceived));
     }
     item.index = record.index;
     item.kind = record.kind;
     item.address = identityOf(record);
     const auto joined = wifi.find(record.name);
     const bool networkChanged = joined != wifi.end() && !joinNetwork(item, joined->second, false);
-    item.addReading(sent, received, now);
+    count(item, record, now);
     // Every container brings a virtual interface of a new name, whose number would stay in the file for ever.
     const bool needsNumber = record.kind != InterfaceKind::Virtual || isWorthARow(item.amount());
     if (item.interfaceIdentifier == 0 && needsNumber) {
@@ -173,6 +170,16 @@ bool BandwidthAccount::addReading(const InterfaceRecord& record, const WifiMap& 
         }
     }
     return networkChanged;
+}
+
+/// Whatever network it is on now has carried what came since the last reading, as in the rows.
+void BandwidthAccount::count(Item& item, const InterfaceRecord& record, double now)
+{
+    const BandwidthAmount before = item.amount();
+    item.addReading(static_cast<double>(record.bytesSent), static_cast<double>(record.bytesReceived), now);
+    const BandwidthAmount after = item.amount();
+    wifiTraffic_.add(item.wifiName, item.wifiBSSID,
+        {.upload = after.upload - before.upload, .download = after.download - before.download});
 }
 
 /// Takes note of the network that an interface is on. False when it has left another, whose traffic must be stored first.

@@ -4,6 +4,7 @@
 #include "base/Runtime.h"
 #include "collectors/network/BandwidthDatabase.h"
 #include "collectors/network/NetworkStatCollectorBandwidthItem.h"
+#include "collectors/network/WifiTraffic.h"
 #include "platform/host/WirelessInterface.h"
 
 #include <cstdint>
@@ -38,6 +39,7 @@ public:
 
     /// By name of the interface. One that goes leaves its item until what it carried is stored.
     const Items& items() const { return items_; }
+    const WifiTraffic& wifiTraffic() const { return wifiTraffic_; }
     double nextUpdateTime() const { return nextUpdateTime_; } ///< s since 1970; a multiple of the period
 
     static constexpr double period = 600; ///< s
@@ -56,6 +58,7 @@ private:
     void moveRenamed(const NetworkReading& reading, double now);
     bool isSame(const Item& item, const InterfaceRecord& record) const;
     bool addReading(const InterfaceRecord& record, const WifiMap& wifi, double now);
+    void count(Item& item, const InterfaceRecord& record, double now);
     bool joinNetwork(Item& item, const WirelessIdentity& identity, bool leaving);
     void flush(Item& item, double end, double nextStart);
     void flushAll(double end);
@@ -65,6 +68,7 @@ private:
     Context& context_;
     BandwidthDatabase& database_;
     Items items_;
+    WifiTraffic wifiTraffic_;
     std::set<HardwareAddress> sharedAddresses_; ///< more than one interface has them, so they tell none apart
     double nextUpdateTime_ = 0;
     double lastWall_ = 0; ///< s since 1970, of the last update; 0 before

@@ -113,6 +113,7 @@ void NetworkStatCollector::refreshWifi()
         const auto item = interfaceWithBSD(entry.first);
         return !item || !isAirport(*item);
     });
+    joinedWifi_.clear();
     for (const auto& entry : items()) {
         const NetworkStatCollectorItem& item = interfaceOf(entry);
         if (!isAirport(item)) {
@@ -120,6 +121,8 @@ void NetworkStatCollector::refreshWifi()
         }
         const std::string& name = item.record().name;
         const auto identity = wirelessIdentity(name);
+        const bool isJoined = identity && identity->bssid && identity->ssid;
+        joinedWifi_[name] = isJoined ? *identity : WirelessIdentity{};
         if (!identity) {
             wifiMap_[name] = {};
             continue;
@@ -129,7 +132,7 @@ void NetworkStatCollector::refreshWifi()
             primaryNetworkChanges_ += before && *before != *identity->bssid ? 1U : 0U;
             primarySettings_["wifi-bssid"] = validUtf8(*identity->bssid);
         }
-        if (identity->bssid && identity->ssid) { // between two networks it has neither, and is still on the old one
+        if (isJoined) { // between two networks it has neither, and its traffic is still that of the old one
             wifiMap_[name] = *identity;
         }
     }
@@ -234,6 +237,11 @@ const std::vector<BandwidthDatabase::WifiRow>& NetworkStatCollector::bandwidthWi
 {
     static const std::vector<BandwidthDatabase::WifiRow> none;
     return bandwidthDatabase_ ? bandwidthDatabase_->wifiMap() : none;
+}
+
+std::vector<WifiTraffic::Network> NetworkStatCollector::wifiTraffic() const
+{
+    return bandwidth_ ? bandwidth_->wifiTraffic().networks() : std::vector<WifiTraffic::Network>();
 }
 
 double NetworkStatCollector::nextBandwidthUpdateTime() const { return bandwidth_ ? bandwidth_->nextUpdateTime() : 0; }

@@ -34,7 +34,10 @@ public:
     std::shared_ptr<NetworkStatCollectorItem> interfaceWithBSD(const std::string& name);
     /// What is known of the primary interface: "interface", "router", "wifi-bssid". Empty while there is none.
     const Dictionary& primarySettings() const { return primarySettings_; }
+    /// The networks that the traffic of Wi-Fi interfaces belongs to: those they were on last.
     const WifiMap& wifiMap() const { return wifiMap_; }
+    /// Those that they are on now; an empty identity while one is on none.
+    const WifiMap& joinedWifi() const { return joinedWifi_; }
     std::shared_ptr<StatCollectorItem> makeItem() override;
 
     // Bandwidth
@@ -51,6 +54,8 @@ public:
     void saveBandwidth(Task written = {});
     /// Adds up what is stored and what is not yet; the answer comes on the main queue, null when it cannot be read.
     void readBandwidthTotals(BandwidthQuestion question, std::function<void(std::optional<BandwidthAnswer>)> reply);
+    /// What Wi-Fi networks have carried since the start; none without an account.
+    std::vector<WifiTraffic::Network> wifiTraffic() const;
     /// The account and its file; null without a path.
     BandwidthDatabase* bandwidthDatabase() const { return bandwidthDatabase_.get(); }
 
@@ -83,6 +88,7 @@ private:
     Dictionary primarySettings_ = Dictionary::object();
     std::optional<PrimaryService> primary_;
     WifiMap wifiMap_;
+    WifiMap joinedWifi_;
     std::uint64_t primaryNetworkChanges_ = 0;
 };
 

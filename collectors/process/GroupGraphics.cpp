@@ -11,13 +11,22 @@
 
 namespace meridal {
 
-/// Programs open the processor when they begin; one that does so later is found when it comes round and runs.
+namespace {
+
+constexpr std::uint32_t doorRemembered = 8640; ///< passes, a day of them
+
+} // namespace
+
+/// Programs open the processor when they begin; one that does so later is found when it comes round and runs. Those of the
+/// first pass have begun long ago.
 std::vector<std::int32_t> GroupAccumulator::mayUseGraphics() const
 {
     std::vector<std::int32_t> pids;
     for (const Account& account : accounts_) {
-        const bool isYoung = account.age == 1 || account.age == firstLook || account.age == secondLook;
-        if ((isYoung || (account.age == circleStart && account.ran)) && account.place != GroupTable::kernel) {
+        const bool isNew = account.age == 1;
+        const bool isYoung = (account.age == firstLook || account.age == secondLook) && account.age < pass_;
+        const bool comesRound = account.age == circleStart && account.ran;
+        if ((isNew || isYoung || comesRound) && account.place != GroupTable::kernel) {
             pids.push_back(account.pid);
         }
     }
@@ -62,7 +71,7 @@ void GroupAccumulator::addGraphics()
         }
     }
     // Numbers are not given twice: one that could not be read for a while goes on from where it was.
-    std::erase_if(graphicsMarks_, [this](const auto& entry) { return pass_ - entry.second.pass >= longestAway; });
+    std::erase_if(graphicsMarks_, [this](const auto& entry) { return pass_ - entry.second.pass >= doorRemembered; });
 }
 
 } // namespace meridal

@@ -27,7 +27,6 @@ public:
     std::optional<double> average(const std::string& identity, double now) const;
     /// When the latest reading was noted; absent when there is none.
     std::optional<double> notedAt(const std::string& identity) const;
-    void forget(const std::string& identity) { readings_.erase(identity); }
     /// Those whose latest reading is too old to be averaged.
     void forgetOld(double now);
 

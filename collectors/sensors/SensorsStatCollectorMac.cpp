@@ -293,7 +293,6 @@ void SensorsStatCollectorMac::watch(const SensorConfiguration& configuration)
     if (watched_.size() >= mostWatched) {
         const auto oldest = std::min_element(watched_.begin(), watched_.end(),
             [](const auto& first, const auto& second) { return first.second.lastAsked < second.second.lastAsked; });
-        powers_.forget(oldest->first);
         watched_.erase(oldest);
     }
     SensorConfiguration kept = configuration;
@@ -310,9 +309,6 @@ void SensorsStatCollectorMac::sampleWatched(double now)
     for (auto each = watched_.begin(); each != watched_.end();) {
         const bool isItems = powers_.notedAt(each->first) == now; // an item has come to feed it
         if (isItems || now - each->second.lastAsked > watchedFor) {
-            if (!isItems) {
-                powers_.forget(each->first);
-            }
             each = watched_.erase(each);
             continue;
         }
@@ -346,12 +342,14 @@ std::optional<double> SensorsStatCollectorMac::readItem(const Item& item)
     return service ? readSource(service->source).value : std::nullopt;
 }
 
-void SensorsStatCollectorMac::sample(Item& item, double now)
+void SensorsStatCollectorMac::sample(Item& item, double now, Sampling why)
 {
     std::optional<double> reading = readItem(item);
     if (reading && isPower(item)) {
         const std::string identity = item.sensorConfig().identity();
-        powers_.note(identity, *reading, now);
+        if (why == Sampling::Turn || !powers_.notedAt(identity)) { // no question adds to what is averaged
+            powers_.note(identity, *reading, now);
+        }
         reading = powers_.average(identity, now); // so that nothing kept is finer than what everybody may see
         if (reading && !isPowerKey(item.key().value_or(""))) {
             reading = roundedPower(*reading); // the record keeps the key only, which will not tell that it is power
@@ -380,6 +378,21 @@ void SensorsStatCollectorMac::noteQuestion()
     }
     if (isLogging_ && (!lastMeasured_ || now - *lastMeasured_ > oldAfter)) {
         measure(Reading::WithoutPower); // which no question may cause to be read
+    }
+}
+
+void SensorsStatCollectorMac::readWhatNobodyReads()
+{
+    constexpr double oldAfter = 2 * recordTurns; // s
+    const double now = context().runtime.monotonicTime();
+    if (lastMeasured_ && now - *lastMeasured_ <= oldAfter) {
+        return;
+    }
+    measure(Reading::WithoutPower);
+    for (const auto& item : sensors()) {
+        if (isPower(*item) && !powers_.average(item->sensorConfig().identity(), now)) {
+            item->setValueMissing();
+        }
     }
 }
 
@@ -421,7 +434,7 @@ void SensorsStatCollectorMac::measure(Reading what)
     }
     readAhead(due);
     for (const auto& item : due) {
-        sample(*item, now);
+        sample(*item, now, Sampling::Turn);
     }
     if (what == Reading::All) {
         sampleWatched(now);
@@ -519,14 +532,18 @@ std::string SensorsStatCollectorMac::nameOf(const Item& item) const
     return record ? record->label : item.name().empty() ? item.key().value_or("") : item.name();
 }
 
-bool SensorsStatCollectorMac::isSettling(const SensorItems& items) const
+bool SensorsStatCollectorMac::isSettling(std::optional<std::uint32_t> uid) const
 {
     const double now = context().runtime.monotonicTime();
-    return std::any_of(items.begin(), items.end(), [&](const auto& item) {
+    const auto settles = [&](const auto& item) {
         const std::string identity = isPower(*item) ? item->sensorConfig().identity() : std::string();
         const auto noted = powers_.notedAt(identity);
         return noted && now - *noted <= PowerAverages::longestGap && !powers_.average(identity, now);
-    });
+    };
+    const SensorItems shared = sensors();
+    const auto& theirs = clients_.ofUser(uid.value_or(0));
+    return std::any_of(shared.begin(), shared.end(), settles)
+        || std::any_of(theirs.begin(), theirs.end(), [&](const auto& each) { return settles(each.second.item); });
 }
 
 SensorAlarm SensorsStatCollectorMac::alarmOf(const Item& item) const

@@ -63,9 +63,7 @@ public:
     Value supportedArmSensors(const Value& configurations);
     /// Makes such entries items, or brings their items up to date. What the host tells by itself stays as the host tells
     /// it: the record and who may see it finely must not hang on what some client calls it.
-    void processSensors(const Value& entries);
-    void processFans(const Value& entries);
-    void processArmSensors(const Value& entries);
+    void nameForAll(const Value& entries, SensorRequest request);
     // What an ordinary user's client names is there for that user's clients, as long as it is itself
     /// Makes such entries items of the client's.
     void nameForClient(const ClientSensors::Owner& owner, const Value& entries, SensorRequest request);
@@ -84,6 +82,9 @@ public:
     void setRecording(bool recording) { history().setRecording(recording); }
     /// Somebody looks at sensors: what is known is made new where it is old, and kept so for a while.
     void noteQuestion();
+    /// For who looks without wanting more readings: where nobody has read for so long that even the record would have, what is
+    /// known is made new once. Power is not, and has no value then.
+    void readWhatNobodyReads();
     /// Starts to sample, once there is something to be sampled.
     void begin();
 
@@ -99,8 +100,8 @@ public:
     std::int64_t kindOf(const Item& item) const;
     /// Whether what it reads is power, whatever a client calls it.
     bool isPower(const Item& item) const;
-    /// Whether the first average of a power sensor among these is about to come.
-    bool isSettling(const SensorItems& items) const;
+    /// Whether the first average of a power sensor that there is for this user is about to come.
+    bool isSettling(std::optional<std::uint32_t> uid) const;
     /// For people: the host's word, else the client's, else its key.
     std::string nameOf(const Item& item) const;
     SensorAlarm alarmOf(const Item& item) const;
@@ -209,7 +210,8 @@ private:
     void rest();
     bool isLeftAlone(const Item& item) const;
     std::optional<double> readItem(const Item& item);
-    void sample(Item& item, double now);
+    enum class Sampling { Turn, Asked };
+    void sample(Item& item, double now, Sampling why);
     void sampleWatched(double now);
     void watch(const SensorConfiguration& configuration);
 

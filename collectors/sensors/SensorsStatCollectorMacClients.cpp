@@ -46,7 +46,6 @@ void SensorsStatCollectorMac::nameForClient(
             made.push_back(std::make_shared<Item>(context()));
             made.back()->setKey(key);
             made.back()->loadAlternateKey();
-            made.back()->setIsClients(true);
             return made.back();
         };
         ClientSensors::Sensor* sensor = clients_.name(owner, key, make);
@@ -62,7 +61,7 @@ void SensorsStatCollectorMac::nameForClient(
     const OneReading once(*this);
     readAhead(made);
     for (const auto& item : made) {
-        sample(*item, now); // whoever asked sees a value at once
+        sample(*item, now, Sampling::Asked); // who asked sees a value at once
     }
 }
 

@@ -109,8 +109,7 @@ Value SensorsStatCollectorMac::electricEntry(const SensorConfiguration& understo
     Value entry =
         entryOf(understood.kind(), given, understood.key, understood.name, finite(valueForKey(understood.key)));
     if (understood.hasFixedLimits()) {
-        // Through a float, as clients have always got them.
-        addLimits(entry, static_cast<float>(understood.low), static_cast<float>(understood.high));
+        addLimits(entry, understood.low, understood.high);
     }
     return entry;
 }
@@ -315,24 +314,14 @@ void SensorsStatCollectorMac::process(const Value& entries, SensorRequest reques
     }
     readAhead(made);
     for (const auto& item : made) {
-        sample(*item, now); // whoever asked sees a value at once
+        sample(*item, now, Sampling::Asked); // who asked sees a value at once
     }
     loadSeenLimits(std::move(fresh));
 }
 
-void SensorsStatCollectorMac::processSensors(const Value& entries)
+void SensorsStatCollectorMac::nameForAll(const Value& entries, SensorRequest request)
 {
-    process(entries, SensorRequest::Sensors, Finder::Client);
-}
-
-void SensorsStatCollectorMac::processFans(const Value& entries)
-{
-    process(entries, SensorRequest::Fans, Finder::Client);
-}
-
-void SensorsStatCollectorMac::processArmSensors(const Value& entries)
-{
-    process(entries, SensorRequest::Services, Finder::Client);
+    process(entries, request, Finder::Client);
 }
 
 void SensorsStatCollectorMac::keep(const Item& item, SensorRequest request)

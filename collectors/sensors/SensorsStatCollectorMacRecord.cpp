@@ -50,6 +50,7 @@ void SensorsStatCollectorMac::prepareDatabase()
         file->declareTable(recordedSeriesTable());
         file->declareTable(sensorLimitsTable());
         file->declareTable(keptSensorsTable());
+        history().declareTables(HistoryFile::Short); // extremes without a row are made from them
     }
 }
 

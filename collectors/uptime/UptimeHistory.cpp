@@ -14,9 +14,13 @@ namespace meridal {
 namespace {
 
 /// Every boot with its length and sleep: from its record, as far as the running boot from the caller (?1 key, ?2 boot
-/// time, ?3 length), or else from the bare times, where a shutdown before the boot means that the clock was set.
+/// time, ?3 length), or else from the bare times, where a shutdown before the boot means that the clock was set. Its end, a BootEnd,
+/// likewise: of bare times a shutdown that is the start of a sleep was left by that sleep, after which the machine ran on.
 const std::string everyBoot = R"(
-    SELECT number, boot, shutdown, state, asleep, started, length FROM (
+    SELECT number, boot, shutdown, asleep, started, length,
+        CASE WHEN boot = ?1 THEN 0 WHEN state = 3 THEN 1 WHEN state = 2 THEN 3 WHEN state IS NOT NULL THEN 2
+            WHEN shutdown > 0 AND NOT EXISTS (SELECT 1 FROM sleep WHERE start = shutdown) THEN 1 ELSE 2 END AS ending
+    FROM (
         SELECT uptime.rowid AS number, uptime.boot AS boot, shutdown, state,
             coalesce(asleep, (SELECT total(max(0, "end" - start)) FROM sleep
                 WHERE start >= uptime.boot AND start <= uptime.shutdown)) AS asleep,
@@ -39,27 +43,13 @@ std::optional<double> single(SQLiteConnection& connection, const std::string& sq
     return done ? figure : std::nullopt;
 }
 
-/// From what was recorded, or, for a boot without a record, from its times: a shutdown time that is the start of a sleep
-/// was left by that sleep, after which the machine ran on.
-BootEnd endOf(SQLiteConnection& connection, const SqlValue& state, double shutdown)
-{
-    if (!std::holds_alternative<std::monostate>(state)) {
-        switch (static_cast<BootState>(static_cast<int>(sqlNumber(state)))) {
-        case BootState::Ended:
-            return BootEnd::Orderly;
-        case BootState::Asleep:
-            return BootEnd::Asleep;
-        default:
-            return BootEnd::Crash;
-        }
-    }
-    const bool leftBySleep =
-        single(connection, "SELECT 1 FROM sleep WHERE start = ? LIMIT 1", SqlValues{shutdown}).has_value();
-    return shutdown > 0 && !leftBySleep ? BootEnd::Orderly : BootEnd::Crash;
-}
+static_assert(BootState::Asleep == BootState{2} && BootState::Ended == BootState{3});
+static_assert(BootEnd::Running == BootEnd{0} && BootEnd::Orderly == BootEnd{1} && BootEnd::Crash == BootEnd{2}
+    && BootEnd::Asleep == BootEnd{3});
 
-bool readPage(SQLiteConnection& connection, const UptimeQuestion& question, const UptimeNow& now, SqlValues args,
-    UptimeAnswer& answer)
+BootEnd endFrom(const SqlValue& number) { return static_cast<BootEnd>(static_cast<int>(sqlNumber(number))); }
+
+bool readPage(SQLiteConnection& connection, const UptimeQuestion& question, SqlValues args, UptimeAnswer& answer)
 {
     double above = std::numeric_limits<std::int32_t>::max();
     if (question.before) {
@@ -70,28 +60,47 @@ bool readPage(SQLiteConnection& connection, const UptimeQuestion& question, cons
     }
     args.emplace_back(above);
     args.emplace_back(static_cast<std::int64_t>(question.limit) + 1);
-    std::vector<SqlValue> states;
-    std::vector<double> shutdowns;
     const auto done = connection.forEachRow(
         selection + " AND number < ?6 ORDER BY number DESC LIMIT ?7", args, [&](std::span<const SqlValue> row) {
             BootRow& boot = answer.boots.emplace_back();
             boot.boot = sqlNumber(row[1]);
-            boot.started = sqlNumber(row[5]);
-            boot.asleep = sqlNumber(row[4]);
-            boot.length = sqlNumber(row[6]);
-            states.push_back(row[3]);
-            shutdowns.push_back(sqlNumber(row[2]));
+            boot.started = sqlNumber(row[4]);
+            boot.asleep = sqlNumber(row[3]);
+            boot.length = sqlNumber(row[5]);
+            boot.end = endFrom(row[6]);
+            if (boot.end == BootEnd::Orderly || boot.end == BootEnd::Asleep) {
+                boot.shutdown = sqlNumber(row[2]);
+            }
         });
     answer.more = answer.boots.size() > question.limit;
     answer.boots.resize(std::min(answer.boots.size(), question.limit));
-    for (std::size_t i = 0; i < answer.boots.size(); ++i) {
-        BootRow& boot = answer.boots[i];
-        boot.end = boot.boot == now.boot ? BootEnd::Running : endOf(connection, states[i], shutdowns[i]);
-        if (boot.end == BootEnd::Orderly || boot.end == BootEnd::Asleep) {
-            boot.shutdown = shutdowns[i];
-        }
-    }
     return done.has_value();
+}
+
+/// What is told of all boots, on the page or not.
+bool readSums(SQLiteConnection& connection, const SqlValues& args, UptimeAnswer& answer)
+{
+    BootEnds& ends = answer.ends;
+    const auto count = [&](std::span<const SqlValue> row) {
+        answer.longest = std::max(answer.longest, sqlNumber(row[2]));
+        const auto boots = static_cast<std::uint64_t>(sqlNumber(row[1]));
+        switch (endFrom(row[0])) {
+        case BootEnd::Running:
+            break;
+        case BootEnd::Orderly:
+            ends.orderly = boots;
+            break;
+        case BootEnd::Crash:
+            ends.crash = boots;
+            break;
+        case BootEnd::Asleep:
+            ends.asleep = boots;
+            break;
+        }
+    };
+    return connection
+        .forEachRow("SELECT ending, count(*), max(length) FROM (" + selection + ") GROUP BY ending", args, count)
+        .has_value();
 }
 
 /// Up but not asleep, in relation to the period without the sleep in it.
@@ -141,13 +150,12 @@ std::optional<UptimeAnswer> readUptimeHistory(
     args.emplace_back(question.from);
     // A boot that began while the clock stood ahead is there all the same when no end was asked for.
     args.emplace_back(question.until.value_or(std::numeric_limits<double>::max()));
-    if (!readPage(connection, question, now, args, answer)) {
+    if (!readPage(connection, question, args, answer) || !readSums(connection, args, answer)) {
         return std::nullopt;
     }
     if (question.withSleeps && !readSleeps(connection, question.from, until, answer)) {
         return std::nullopt;
     }
-    answer.longest = single(connection, "SELECT max(length) FROM (" + selection + ")", args).value_or(0);
     answer.asleep =
         single(connection, "SELECT asleep FROM boot_records WHERE boot = ?", SqlValues{now.boot}).value_or(0);
     answer.availability = availability(connection, known, question.from, std::min(until, now.wallTime));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -27,6 +28,7 @@ struct UptimeQuestion {
     std::optional<double> before; ///< key of a boot: only those before it, for the next page
     std::size_t limit = 50;
     bool withSleeps = false; ///< the sleeps within the period are asked for, too
+    bool operator==(const UptimeQuestion&) const = default;
 };
 
 /// This boot as it is at the moment of the question.
@@ -46,6 +48,13 @@ struct BootRow {
     double length = 0; ///< s from the boot to the end, or at least that where the end came unseen
 };
 
+/// How many boots ended how.
+struct BootEnds {
+    std::uint64_t orderly = 0;
+    std::uint64_t crash = 0;
+    std::uint64_t asleep = 0;
+};
+
 /// A sleep that is over. s since 1970.
 struct SleepRow {
     double start = 0;
@@ -58,6 +67,7 @@ struct UptimeAnswer {
     std::vector<BootRow> boots; ///< newest first
     bool more = false;          ///< there are older ones
     double longest = 0;         ///< s, of all boots asked for, on this page or not
+    BootEnds ends;              ///< of all of them
     /// Share of the period in which the machine was up, from the first boot known at the earliest. Time asleep counts
     /// neither way. Absent when nothing is known of the period.
     std::optional<double> availability;

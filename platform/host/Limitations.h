@@ -30,6 +30,20 @@ public:
             listener(key, reason);
         }
     }
+    /// The same for what this machine has not got, as opposed to what it refuses: nothing that somebody should look after.
+    void setAbsent(const std::string& key, std::string reason)
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            absent_.insert(key);
+        }
+        set(key, std::move(reason));
+    }
+    bool isAbsent(const std::string& key) const
+    {
+        const std::lock_guard lock(mutex_);
+        return absent_.contains(key);
+    }
     void clear(const std::string& key)
     {
         const std::lock_guard lock(mutex_);
@@ -56,7 +70,8 @@ public:
 private:
     mutable std::mutex mutex_;
     std::map<std::string, std::string> reasons_;
-    std::set<std::string> told_; ///< keys that the listener knows
+    std::set<std::string> absent_; ///< keys of what the machine has not got
+    std::set<std::string> told_;   ///< keys that the listener knows
     Listener listener_;
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -77,7 +78,7 @@ struct MemoryReading {
 
 /// A process that the kernel killed for want of memory.
 struct MemoryKill {
-    std::uint64_t number = 0; ///< of the boot, counted up by the kernel: no other of the same boot has it
+    std::uint64_t number = 0; ///< grows with each: when the kernel told of it, µs since the boot
     double monotonicTime = 0; ///< s
     std::int32_t pid = 0;
     std::string name;                        ///< valid UTF-8, as short as the kernel keeps it
@@ -126,18 +127,22 @@ struct BlockDeviceRecord {
 
 /// The machine's own figures, as cumulative as the system keeps them. A question that cannot be answered now is absent as
 /// a whole; the next may be. What is returned is valid until the same question is asked again. Main queue only.
-/// Linux: /proc/stat, loadavg, meminfo, vmstat, pressure, diskstats; cpufreq, zram; the kernel's log. macOS: host_processor_info,
+/// Linux: /proc/stat, loadavg, meminfo, vmstat, pressure, diskstats; cpufreq, zram; the kernel's log, its own or the journal's. macOS: host_processor_info,
 /// host_statistics64, getloadavg, vm.swapusage, IOBlockStorageDriver.
 class MachineCounters {
 public:
+    /// Is called on the main queue, at once or later.
+    using Kills = std::function<void(std::vector<MemoryKill> kills)>;
+
     virtual ~MachineCounters() = default;
     virtual const ProcessorReading* processors() = 0;
     /// How fast one processor runs now. Asking may disturb one that rests, so for who asks and not for the record.
     virtual std::optional<std::uint64_t> frequencyHz(int processor) = 0;
     virtual const MemoryReading* memory() = 0;
     /// Who was killed for want of memory since the last question; at the first since the boot, as far as the system still
-    /// knows. Costs little, and yet is for when the count has moved.
-    virtual std::vector<MemoryKill> memoryKills() = 0;
+    /// knows. For when the count has moved, one question at a time. The system may write of a kill a little later than it
+    /// counts it.
+    virtual void memoryKills(Kills reply) = 0;
     /// Absent on systems that do not account for it.
     virtual const PressureReading* pressure() = 0;
     /// In an order that stays.

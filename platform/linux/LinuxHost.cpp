@@ -14,6 +14,7 @@
 #include "platform/linux/machine/LinuxMachineInfo.h"
 #include "platform/linux/machine/LinuxSelfUsage.h"
 #include "platform/linux/machine/LinuxUserRights.h"
+#include "platform/linux/machine/MemoryKillLog.h"
 #include "platform/linux/network/LinuxNetworkConfiguration.h"
 #include "platform/linux/network/LinuxWireless.h"
 #include "platform/linux/network/NetlinkInterfaces.h"
@@ -63,8 +64,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     auto host = std::make_unique<Host>();
     noteLimitations(options.root, *host->limitations);
     host->machine = std::make_unique<LinuxMachineInfo>(options.root);
-    host->clockSource = std::make_unique<LinuxClockSource>();
-    host->machineCounters = std::make_unique<LinuxMachineCounters>(options.root);
+    host->machineCounters = std::make_unique<LinuxMachineCounters>(runtime, options.root);
     host->graphics = std::make_unique<DrmGraphics>(options.root);
     host->graphicsClients = std::make_unique<DrmClients>(options.root);
     host->fileSystems = std::make_unique<LinuxFileSystems>(options.root, std::make_unique<ThreadedSlowWork>());
@@ -72,6 +72,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->processVisibility = std::make_unique<ProcVisibility>(options.root);
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
+    host->clockSource = std::make_unique<LinuxClockSource>(runtime, bus);
     host->distributedNotifications = std::make_unique<BusNotifications>(bus);
     host->peripherals = std::make_unique<LinuxPeripheralBatteries>(runtime, options.root, bus);
     host->powerMessages = std::make_unique<LogindPowerMessages>(runtime, std::move(bus), host->limitations);
@@ -103,9 +104,9 @@ void noteLimitations(const std::filesystem::path& root, Limitations& limitations
     if (folder.isDenied("sys/class/dmi/id/product_serial")) {
         limitations.set("serial-number", "reading the serial number needs root");
     }
-    if (folder.isDenied("dev/kmsg")) {
-        limitations.set(
-            "memory-kills", "who was killed for want of memory stands in the kernel's log, which needs root");
+    if (!canReadKernelLog(folder)) {
+        limitations.set("memory-kills",
+            "who was killed for want of memory stands in the kernel's log, which needs root, or the system's journal");
     }
     if (::geteuid() != 0) {
         limitations.set("smart", "asking disks for their health needs root");
@@ -116,7 +117,7 @@ void noteLimitations(const std::filesystem::path& root, Limitations& limitations
             "services and applications");
     }
     if (!folder.exists("dev/dri")) {
-        limitations.set("frame-rate", "no display device under /dev/dri");
+        limitations.setAbsent("frame-rate", "no display device under /dev/dri");
     } else if (::access(folder.path("dev/dri/card0").c_str(), R_OK | W_OK) != 0) { // opening it would take it over
         limitations.set("frame-rate", "reading /dev/dri needs root or the group \"video\"");
     }

@@ -42,7 +42,7 @@ TEST(DiskMessages, ARequestIsWhatItsNumbersAllowAndNothingElse)
         Numbers values;
     };
     for (const Wrong& wrong : {Wrong{0, {0, 1}}, Wrong{1, {0, 5, 0xFFFF'FFFF}}, Wrong{2, {mostDisks, 0xFFFF'FFFF}},
-             Wrong{3, {0, 5, 0xFFFF'FFFF}}, Wrong{4, {4, 0x8000'0000}}, Wrong{5, {1}}}) {
+             Wrong{3, {0, 5, 0xFFFF'FFFF}}, Wrong{4, {1, 4, 0x8000'0000}}, Wrong{5, {1}}}) {
         for (const std::uint32_t value : wrong.values) {
             EXPECT_FALSE(decodeDiskRequest(altered(bytes, wrong.place, value))) << wrong.place << ": " << value;
         }

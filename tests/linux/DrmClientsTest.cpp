@@ -78,6 +78,15 @@ TEST_F(Drm, EachDriverCountsInItsOwnWay)
     tree.write("proc/12/fdinfo/8", ofXe(100, 200)); // begun anew
     read({12}, 108);
     EXPECT_EQ(of(12)->busyNs, 1'000'000'000U);
+    open("15", "3", "/dev/dri/renderD130", ofXe(200, 400)); // handed on, and read where it stood
+    std::filesystem::remove_all(tree.root() / "proc/12");
+    read({15}, 110);
+    EXPECT_EQ(of(15)->busyNs, 2'000'000'000U);
+    std::string anotherDoor = ofXe(0, 400); // opened under the number of the one before
+    anotherDoor.replace(anotherDoor.find("id:\t3"), 5, "id:\t4");
+    tree.write("proc/15/fdinfo/3", anotherDoor);
+    read({}, 112);
+    EXPECT_EQ(of(15)->busyNs, 0U);
 }
 
 TEST_F(Drm, NobodyIsLookedThroughWithoutADevice)

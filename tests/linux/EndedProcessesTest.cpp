@@ -77,7 +77,7 @@ struct Storm : testing::TestWithParam<const char*> {
             host.processes = std::make_unique<ProcProcessSource>("/", host.limitations);
         }
         host.processVisibility = std::make_unique<ProcVisibility>("/");
-        host.machineCounters = std::make_unique<LinuxMachineCounters>("/");
+        host.machineCounters = std::make_unique<LinuxMachineCounters>(machine.runtime, "/");
         if (::geteuid() != 0 || group.path.empty()) {
             GTEST_SKIP() << "takes root and the unified hierarchy of control groups";
         }

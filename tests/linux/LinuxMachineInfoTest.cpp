@@ -3,13 +3,10 @@
 #include "platform/linux/kernel/Descriptor.h"
 #include "platform/linux/machine/DrmDisplayInfo.h"
 #include "platform/linux/machine/DrmGraphics.h"
-#include "platform/linux/machine/LinuxClockSource.h"
 #include "platform/linux/machine/LinuxSelfUsage.h"
 #include "tests/support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
-
-#include <sys/timex.h>
 
 #include <vector>
 
@@ -17,12 +14,6 @@ namespace meridal {
 namespace {
 
 using namespace std::string_literals;
-
-TEST(LinuxClockSource, SaysWhatTheKernelSays)
-{
-    ntptimeval clock = {};
-    EXPECT_EQ(LinuxClockSource().isSynchronised(), ::ntp_gettime(&clock) != TIME_ERROR);
-}
 
 TEST(LinuxMachineInfo, ReadsALaptop)
 {

@@ -4,6 +4,7 @@
 #include "platform/linux/machine/LinuxMachineCounters.h"
 #include "platform/linux/machine/MachineParsers.h"
 #include "tests/support/TemporaryTree.h"
+#include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>
 
@@ -36,7 +37,8 @@ struct MachineCountersTest : testing::Test {
             "some avg10=0.00 avg60=0.00 avg300=0.00 total=162601488\n"
             "full avg10=0.00 avg60=0.00 avg300=0.00 total=35110798\n"},
         {"sys/devices/system/cpu/cpu12/cpufreq/scaling_cur_freq", "2400000\n"}};
-    LinuxMachineCounters counters{tree.root()};
+    VirtualRuntime runtime;
+    LinuxMachineCounters counters{runtime, tree.root()};
 };
 
 TEST_F(MachineCountersTest, ProcessorsLoadAndTasksAreThoseOfTheFiles)
@@ -109,7 +111,7 @@ TEST_F(MachineCountersTest, MemoryAndPressureSayWhatIsAbsent)
     EXPECT_EQ(counters.memory()->available, 150 * kilobyte) << "of an old kernel";
     EXPECT_EQ(counters.memory()->buffers, std::nullopt);
     tree.remove("proc/pressure");
-    EXPECT_FALSE(LinuxMachineCounters(tree.root()).pressure());
+    EXPECT_FALSE(LinuxMachineCounters(runtime, tree.root()).pressure());
 }
 
 TEST_F(MachineCountersTest, BlockDevicesAreSortedByKindAndToldApart)
@@ -151,53 +153,10 @@ TEST_F(MachineCountersTest, BlockDevicesAreSortedByKindAndToldApart)
     EXPECT_NE(counters.blockDevices()->front().identity, first) << "it was away";
 }
 
-/// What Linux 6.18 wrote when a process named "hungry (1) x" outgrew the 30 MiB of its control group, as /dev/kmsg gave it.
-constexpr const char* killLines[] = {"6,1988,41139073209,-;Tasks state (memory values in pages):\n",
-    "6,1990,41139073211,-;[  25163]     0 25163    12019    10433     9468      965         0   135168        0        "
-    "     "
-    "0 hungry (1) x\n",
-    "6,1991,41139073215,-;oom-kill:constraint=CONSTRAINT_MEMCG,nodemask=(null),cpuset=/,mems_allowed=0,oom_memcg=/"
-    "m_oom_test,task_memcg=/m_oom_test,task=hungry (1) x,pid=25163,uid=0\n",
-    "3,1992,41139073227,-;Memory cgroup out of memory: Killed process 25163 (hungry (1) x) total-vm:48076kB, "
-    "anon-rss:37872kB, file-rss:3860kB, shmem-rss:0kB, UID:0 pgtables:132kB oom_score_adj:0\n"};
-
-TEST_F(MachineCountersTest, WhomTheKernelKilledStandsInItsLog)
-{
-    std::string log;
-    MemoryKillRecords records;
-    std::optional<MemoryKill> found;
-    for (const char* line : killLines) {
-        EXPECT_FALSE(found) << "before its own record";
-        found = records.take(line);
-        log += line;
-    }
-    EXPECT_EQ(found,
-        (MemoryKill{.number = 1992,
-            .monotonicTime = 41139.073227,
-            .pid = 25163,
-            .name = "hungry (1) x",
-            .uid = 0,
-            .cgroup = "/m_oom_test",
-            .bytes = 41732 * 1024}));
-    found =
-        records.take("3,9,5000000,-;Out of memory: Killed process 7 (x) total-vm:8kB, anon-rss:4kB\n SUBSYSTEM=y\n");
-    EXPECT_EQ(found, (MemoryKill{.number = 9, .monotonicTime = 5, .pid = 7, .name = "x", .bytes = 4096}))
-        << "an older kernel's, and no group is told";
-    for (const char* other : {"12,9,5,-;Out of memory: Killed process 7 (x) total-vm:8kB\n", // a program wrote it
-             "3,9,5,-;Out of memory: Killed process", "3,9;Out of memory: Killed process 7 (x) total-vm:8kB", "", ";",
-             "3,9,5,-;Killed process 7 (x) total-vm:8kB",
-             "3,9,5,-;Out of memory: Killed process 99999999999 (x) total-vm:"}) {
-        EXPECT_FALSE(records.take(other)) << other;
-    }
-    EXPECT_TRUE(counters.memoryKills().empty()) << "no log";
-    tree.write("dev/kmsg", killLines[3]);
-    EXPECT_EQ(counters.memoryKills().size(), 1U);
-    EXPECT_TRUE(counters.memoryKills().empty()) << "once";
-}
-
 TEST(LiveMachineCounters, AgreeWithTheKernelsOtherAnswers)
 {
-    LinuxMachineCounters counters("/");
+    VirtualRuntime runtime;
+    LinuxMachineCounters counters(runtime, "/");
     const ProcessorReading* processors = counters.processors();
     ASSERT_TRUE(processors);
     EXPECT_EQ(processors->each.size(), static_cast<std::size_t>(::sysconf(_SC_NPROCESSORS_ONLN)));

@@ -162,7 +162,6 @@ static __always_inline void add_io(struct BpfEndedSums* sums, const struct task_
 static __always_inline void add_sums(struct BpfEndedSums* sums, const struct task_struct* leader)
 {
     const struct signal_struct* group = leader->signal;
-    __sync_fetch_and_add(&sums->processes, 1);
     __sync_fetch_and_add(&sums->runTime, group->sum_sched_runtime);
     __sync_fetch_and_add(&sums->userTime, group->utime);
     __sync_fetch_and_add(&sums->systemTime, group->stime);
@@ -172,6 +171,7 @@ static __always_inline void add_sums(struct BpfEndedSums* sums, const struct tas
     } else if (bpf_core_field_exists(leader->ioac.read_bytes)) {
         add_io(sums, &leader->ioac);
     }
+    __sync_fetch_and_add(&sums->processes, 1); /* last: whoever reads it first reads all of those that it counts */
 }
 
 /* By now the group has taken over the counters of all its threads, the main one included. */

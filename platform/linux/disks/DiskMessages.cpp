@@ -12,7 +12,6 @@ namespace {
 constexpr std::uint32_t requestMark = 0x6D647131; ///< changes with the meaning of what follows
 constexpr std::uint32_t replyMark = 0x6D647231;
 
-constexpr std::uint32_t insistsFlag = 1;
 constexpr std::uint32_t shortCommandsFlag = 2;
 constexpr std::uint32_t hasPageFlag = 4;
 
@@ -58,7 +57,7 @@ DiskRequestBytes encode(const DiskRequest& request)
     writer.number(raw(request.verb));
     writer.number(request.disk);
     writer.number(raw(request.page));
-    writer.number((request.insists ? insistsFlag : 0) | (request.shortCommands ? shortCommandsFlag : 0));
+    writer.number(request.shortCommands ? shortCommandsFlag : 0);
     return writer.bytes;
 }
 
@@ -74,13 +73,12 @@ std::optional<DiskRequest> decodeDiskRequest(std::span<const std::uint8_t> bytes
     const bool wantsPage = verb == raw(DiskVerb::Page);
     const bool isPage = page >= raw(DiskPage::Data) && page <= raw(DiskPage::Health);
     if (verb < raw(DiskVerb::List) || verb > raw(DiskVerb::Identify) || disk >= mostDisks
-        || (wantsPage ? !isPage : page != 0) || (flags & ~(insistsFlag | shortCommandsFlag)) != 0) {
+        || (wantsPage ? !isPage : page != 0) || (flags & ~shortCommandsFlag) != 0) {
         return std::nullopt;
     }
     return DiskRequest{.verb = static_cast<DiskVerb>(verb),
         .disk = disk,
         .page = static_cast<DiskPage>(page),
-        .insists = (flags & insistsFlag) != 0,
         .shortCommands = (flags & shortCommandsFlag) != 0};
 }
 

@@ -36,7 +36,6 @@ struct DiskRequest {
     DiskVerb verb = DiskVerb::List;
     std::uint32_t disk = 0; ///< its number in the answerer's own list
     DiskPage page = DiskPage::None;
-    bool insists = false;       ///< power mode: a disk of which nobody can tell whether it spins counts as awake
     bool shortCommands = false; ///< it is known to understand those of 12 bytes only
 };
 

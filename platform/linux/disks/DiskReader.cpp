@@ -71,7 +71,6 @@ DiskReader::DiskReader(const RootFolder& root, const DiskRecord& disk)
     : root_(root)
     , kind_(disk.kind)
     , powerState_(SysfsDisk(root, disk.path).deviceFolder() + "/power/runtime_status")
-    , spins_(disk.rotational.value_or(true))
     , node_(nodeOf(root, disk))
 {
 }
@@ -82,7 +81,7 @@ void DiskReader::useShortCommands()
     sizeIsKnown_ = true;
 }
 
-DiskPower DiskReader::powerMode(bool insists)
+DiskPower DiskReader::powerMode()
 {
     error_ = 0; // not every answer takes a question
     if (root_.readLine(powerState_) == "suspended") {
@@ -93,7 +92,7 @@ DiskPower DiskReader::powerMode(bool insists)
     }
     const auto registers = readRegisters({.command = ata::checkPowerMode});
     if (!registers) {
-        return spins_ && !insists ? DiskPower::Unknown : DiskPower::Awake;
+        return DiskPower::Unknown;
     }
     const bool asleep =
         registers->count == ata::standby || registers->count == ata::standbyY || registers->count == ata::cacheSpunDown;

@@ -19,8 +19,8 @@ public:
     DiskReader(const RootFolder& root, const DiskRecord& disk);
 
     /// A disk that the system has suspended is not even opened, as that would resume it; of an ATA disk CHECK POWER MODE
-    /// is asked. `insists`: one that spins and does not tell is awake.
-    DiskPower powerMode(bool insists);
+    /// is asked, and Unknown is said of one that does not tell.
+    DiskPower powerMode();
     /// ATA: IDENTIFY DEVICE. NVMe: the first 512 bytes of Identify Controller.
     std::optional<SMARTPage> identify();
     std::optional<SMARTPage> readData();
@@ -45,7 +45,6 @@ private:
     RootFolder root_;
     SMARTKind kind_;
     std::string powerState_; ///< of the device that the system may suspend, below the root; may not exist
-    bool spins_;             ///< also where it is not known
     DeviceNode node_;
     PassThroughSize size_ = PassThroughSize::Sixteen;
     bool sizeIsKnown_ = false;

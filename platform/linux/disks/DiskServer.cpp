@@ -80,7 +80,7 @@ DiskReply DiskServer::answer(const DiskRequest& request)
     }
     DiskReply reply;
     if (request.verb == DiskVerb::PowerMode) {
-        reply.power = disk->powerMode(request.insists);
+        reply.power = disk->powerMode();
     } else if (request.verb == DiskVerb::Identify) {
         reply.page = disk->identify();
     } else if (request.page == DiskPage::Status) {
@@ -140,8 +140,8 @@ void serveConnections(int listener, const std::filesystem::path& root, int idleS
         constexpr int refusedPatience = 2; // not at once: many disks may be refused, and each would start it again
         const timespec patience{
             .tv_sec = wasRefused ? std::min(refusedPatience, idleSeconds) : idleSeconds, .tv_nsec = 0};
-        const int ready = ::ppoll(&waiting, 1, &patience, &before);
-        if (ready == 0 && conversations == 0) {
+        const int ready = ::ppoll(&waiting, 1, conversations > 0 ? nullptr : &patience, &before);
+        if (ready == 0) {
             return;
         }
         const Descriptor connection(ready > 0 ? ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC) : -1);

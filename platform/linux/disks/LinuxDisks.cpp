@@ -14,14 +14,13 @@ namespace {
 class UeventObservation final : public Disks::Observation {
 public:
     UeventObservation(Runtime& runtime, const std::filesystem::path& root, const std::function<void()>& changed)
-        : disks_(runtime, root, "block", changed), controllers_(runtime, root, "nvme", changed)
+        : uevents_(runtime, root, {"block", "nvme"}, changed)
     {
     }
-    bool isOpen() const { return disks_.isOpen(); }
+    bool isOpen() const { return uevents_.isOpen(); }
 
 private:
-    Uevents disks_;
-    Uevents controllers_; ///< which are the disks of NVMe, and leave after their block devices
+    Uevents uevents_; ///< a controller is the disk of NVMe, and leaves after its block devices
 };
 
 } // namespace

@@ -18,11 +18,9 @@ LinuxSMARTDevice::LinuxSMARTDevice(RootFolder root, const DiskRecord& disk, Disk
 
 DiskPower LinuxSMARTDevice::powerMode()
 {
-    const DiskReply reply = ask(DiskVerb::PowerMode);
-    if (reply.error == 0) {
-        return reply.power;
-    }
-    return spins_ && !insist_ ? DiskPower::Unknown : DiskPower::Awake; // nobody has looked: it may sleep
+    const DiskPower power = ask(DiskVerb::PowerMode).power;
+    const bool maySleep = spins_ && !insist_; // nobody has looked
+    return power != DiskPower::Unknown || maySleep ? power : DiskPower::Awake;
 }
 
 bool LinuxSMARTDevice::isDenied() const { return error_ == EACCES || error_ == EPERM; }
@@ -35,7 +33,7 @@ std::optional<bool> LinuxSMARTDevice::isFailing()
 
 DiskReply LinuxSMARTDevice::ask(DiskVerb verb, DiskPage page)
 {
-    DiskReply reply = helper_.ask({.verb = verb, .page = page, .insists = insist_, .shortCommands = shortCommands_});
+    DiskReply reply = helper_.ask({.verb = verb, .page = page, .shortCommands = shortCommands_});
     error_ = reply.error;
     shortCommands_ = shortCommands_ || reply.shortCommands; // kept for the next conversation
     return reply;

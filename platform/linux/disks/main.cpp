@@ -3,8 +3,8 @@
 // with a socket (descriptor 3): by meridald with one to itself, by a service manager with one that listens.
 
 #include "platform/linux/disks/DiskServer.h"
-#include "platform/linux/kernel/HelperProgram.h"
 #include "platform/linux/kernel/HidReports.h"
+#include "platform/linux/kernel/SpawnSettings.h"
 
 #include <csignal>
 #include <cstdio>
@@ -21,7 +21,7 @@ namespace {
 struct HelperOptions {
     std::string root = "/";
     int idleSeconds = 60;
-    std::optional<unsigned> reports; ///< of the HID device with this number
+    std::optional<std::string> reports; ///< of the HID device with this node
     bool isValid = true;
 };
 
@@ -31,7 +31,7 @@ HelperOptions optionsFrom(int argc, char** argv)
     for (int at = 1; at < argc; ++at) {
         const std::string_view word = argv[at];
         if (word == "--reports" && at + 1 < argc) {
-            options.reports = static_cast<unsigned>(std::atoi(argv[++at]));
+            options.reports = argv[++at];
         } else if (word == "--root" && at + 1 < argc) {
             options.root = argv[++at];
         } else if (word == "--idle" && at + 1 < argc) {
@@ -57,10 +57,10 @@ bool hasSocket(int descriptor, bool& listens)
 
 int main(int argc, char** argv)
 {
-    using meridal::HelperProgram;
+    using meridal::SpawnSettings;
     const HelperOptions options = optionsFrom(argc, argv);
     bool listens = false;
-    if (!options.isValid || !hasSocket(HelperProgram::channelInChild, listens)) {
+    if (!options.isValid || !hasSocket(SpawnSettings::channel, listens)) {
         std::fputs("meridal-disks asks disks for their health for meridald, which starts it, or systemd does\n"
                    "(meridal-disks.socket). There is nothing that it does by itself.\n",
             stderr);
@@ -68,18 +68,14 @@ int main(int argc, char** argv)
     }
     ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
     if (listens) {
-        meridal::serveConnections(HelperProgram::channelInChild, options.root, options.idleSeconds);
+        meridal::serveConnections(SpawnSettings::channel, options.root, options.idleSeconds);
         return 0;
     }
     ::prctl(PR_SET_PDEATHSIG, SIGKILL); // whoever asked has no use for an answer then
-    if (!meridal::isTrusted(HelperProgram::channelInChild)) {
-        return 1;
-    }
     if (options.reports) {
-        meridal::serveHidReports(HelperProgram::channelInChild,
-            std::filesystem::path(options.root) / ("dev/hidraw" + std::to_string(*options.reports)));
+        meridal::serveHidReports(SpawnSettings::channel, *options.reports);
     } else {
-        meridal::DiskServer(options.root).serve(HelperProgram::channelInChild);
+        meridal::DiskServer(options.root).serve(SpawnSettings::channel);
     }
     return 0;
 }

@@ -2,14 +2,15 @@
 #include "platform/linux/kernel/ChildProgram.h"
 
 #include "platform/linux/kernel/Descriptor.h"
+#include "platform/linux/kernel/SpawnSettings.h"
 
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,37 +18,6 @@
 namespace meridal {
 
 namespace {
-
-/// The attributes and file actions of a spawn, freed at the end.
-struct SpawnSettings {
-    SpawnSettings()
-    {
-        ::posix_spawn_file_actions_init(&actions);
-        for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-            ::posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
-        }
-        ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
-        ::posix_spawnattr_init(&attributes);
-        sigset_t none;
-        sigset_t all;
-        ::sigemptyset(&none);
-        ::sigfillset(&all);
-        ::posix_spawnattr_setsigmask(&attributes, &none);
-        ::posix_spawnattr_setsigdefault(&attributes, &all);
-        ::posix_spawnattr_setpgroup(&attributes, 0);
-        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    }
-    ~SpawnSettings()
-    {
-        ::posix_spawnattr_destroy(&attributes);
-        ::posix_spawn_file_actions_destroy(&actions);
-    }
-    SpawnSettings(const SpawnSettings&) = delete;
-    SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-    posix_spawn_file_actions_t actions{};
-    posix_spawnattr_t attributes{};
-};
 
 Result<void> outcomeOf(int status, const std::string& program)
 {
@@ -59,38 +29,73 @@ Result<void> outcomeOf(int status, const std::string& program)
     return unexpected(ErrorCode::Unavailable, program + " failed: " + how);
 }
 
-} // namespace
-
-Result<void> runProgram(const std::vector<std::string>& words, double seconds)
+/// Starts it; the error says why it does not run.
+Result<pid_t> start(const std::vector<std::string>& words, std::optional<int> output = {})
 {
-    std::vector<std::string> copies = words; // argv is not const
-    std::vector<char*> argv;
-    for (std::string& word : copies) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
     std::string path = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
     std::array<char*, 2> environment = {path.data(), nullptr};
-    const SpawnSettings settings;
     pid_t child = -1;
-    const int error =
-        ::posix_spawn(&child, argv.front(), &settings.actions, &settings.attributes, argv.data(), environment.data());
+    const int error = SpawnSettings({}, output).start(child, words, environment.data());
     if (error != 0) {
         return unexpected(ErrorCode::Unavailable, words.front() + ": " + std::strerror(error));
     }
-    const Descriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, child, 0))); // no C++ linkage in glibc 2.36
-    pollfd ended{.fd = watch.get(), .events = POLLIN, .revents = 0};
+    return child;
+}
+
+bool waitReadable(int descriptor, double seconds)
+{
+    pollfd wait{.fd = descriptor, .events = POLLIN, .revents = 0};
     int ready = -1;
     do {
-        ready = ::poll(&ended, 1, static_cast<int>(seconds * 1000));
+        ready = ::poll(&wait, 1, static_cast<int>(seconds * 1000));
     } while (ready < 0 && errno == EINTR);
-    if (ready <= 0) {
+    return ready > 0;
+}
+
+/// Ends it when it has not ended by then, or at once without seconds.
+Result<void> awaitEnd(pid_t child, const std::string& program, double seconds)
+{
+    const Descriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, child, 0))); // no C++ linkage in glibc 2.36
+    const bool hasEnded = waitReadable(watch.get(), seconds);
+    if (!hasEnded) {
         ::kill(-child, SIGKILL);
     }
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) { }
-    return ready > 0 ? outcomeOf(status, words.front())
-                     : unexpected(ErrorCode::Unavailable, words.front() + " took too long");
+    return hasEnded ? outcomeOf(status, program) : unexpected(ErrorCode::Unavailable, program + " took too long");
+}
+
+} // namespace
+
+Result<void> runProgram(const std::vector<std::string>& words, double seconds)
+{
+    const auto child = start(words);
+    return child ? awaitEnd(*child, words.front(), seconds) : Unexpected{child.error()};
+}
+
+Result<void> readProgram(
+    const std::vector<std::string>& words, double seconds, const std::function<bool(std::string_view)>& take)
+{
+    std::array<int, 2> pipe{};
+    if (::pipe2(pipe.data(), O_CLOEXEC) != 0) {
+        return unexpected(ErrorCode::Unavailable, words.front() + ": " + std::strerror(errno));
+    }
+    const Descriptor output(pipe[0]);
+    Descriptor input(pipe[1]);
+    const auto child = start(words, input.get());
+    input = Descriptor(); // so that the child's end of it is the last
+    if (!child) {
+        return Unexpected{child.error()};
+    }
+    std::array<char, 16 * 1024> buffer{};
+    bool goesOn = true;
+    bool isThrough = false;
+    while (goesOn && waitReadable(output.get(), seconds)) {
+        const ssize_t got = ::read(output.get(), buffer.data(), buffer.size());
+        isThrough = got == 0;
+        goesOn = got > 0 ? take({buffer.data(), static_cast<std::size_t>(got)}) : got < 0 && errno == EINTR;
+    }
+    return awaitEnd(*child, words.front(), isThrough ? seconds : 0);
 }
 
 } // namespace meridal

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/kernel/HelperProgram.h"
 
+#include "platform/linux/kernel/SpawnSettings.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -14,39 +15,6 @@
 namespace meridal {
 
 namespace {
-
-/// What a child finds open, and signals as they are for a program that a shell starts.
-class HelperSettings {
-public:
-    explicit HelperSettings(int channel)
-    {
-        ::posix_spawn_file_actions_init(&actions);
-        for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-            ::posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
-        }
-        ::posix_spawn_file_actions_adddup2(&actions, channel, HelperProgram::channelInChild);
-        // The sockets of clients and the instance's lock must not live on in a child that hangs.
-        ::posix_spawn_file_actions_addclosefrom_np(&actions, HelperProgram::channelInChild + 1);
-        ::posix_spawnattr_init(&attributes);
-        sigset_t none;
-        sigset_t all;
-        ::sigemptyset(&none);
-        ::sigfillset(&all);
-        ::posix_spawnattr_setsigmask(&attributes, &none);
-        ::posix_spawnattr_setsigdefault(&attributes, &all);
-        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    }
-    ~HelperSettings()
-    {
-        ::posix_spawnattr_destroy(&attributes);
-        ::posix_spawn_file_actions_destroy(&actions);
-    }
-    HelperSettings(const HelperSettings&) = delete;
-    HelperSettings& operator=(const HelperSettings&) = delete;
-
-    posix_spawn_file_actions_t actions{};
-    posix_spawnattr_t attributes{};
-};
 
 template <typename Call>
 auto untilDone(Call call)
@@ -82,19 +50,13 @@ bool HelperProgram::start(const std::filesystem::path& program, std::vector<std:
     Descriptor ours(ends[0]);
     const Descriptor pairEnd(ends[1]);
     // Not at the place where the child finds it: what is copied to itself would stay closed for the program.
-    const Descriptor theirs(::fcntl(pairEnd.get(), F_DUPFD_CLOEXEC, channelInChild + 1));
+    const Descriptor theirs(::fcntl(pairEnd.get(), F_DUPFD_CLOEXEC, SpawnSettings::channel + 1));
     if (!theirs) {
         return false;
     }
     words.insert(words.begin(), program.string()); // by its whole path, which no search may change
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    const HelperSettings settings(theirs.get());
     pid_t child = -1;
-    if (::posix_spawn(&child, argv.front(), &settings.actions, &settings.attributes, argv.data(), environ) != 0) {
+    if (SpawnSettings(theirs.get()).start(child, std::move(words), environ) != 0) {
         return false;
     }
     child_ = child;

@@ -19,8 +19,6 @@ std::filesystem::path findHelperProgram(const std::string& name);
 /// the end of that process: so it is not this process that calls. Ends with the object, or with us.
 class HelperProgram {
 public:
-    static constexpr int channelInChild = 3;
-
     HelperProgram() = default;
     ~HelperProgram() { stop(); }
     HelperProgram(const HelperProgram&) = delete;

@@ -19,8 +19,8 @@ bool canBeRead(int descriptor)
 
 } // namespace
 
-Uevents::Uevents(
-    Runtime& runtime, const std::filesystem::path& root, const std::string& subsystem, std::function<void()> handler)
+Uevents::Uevents(Runtime& runtime, const std::filesystem::path& root, std::initializer_list<const char*> subsystems,
+    std::function<void()> handler)
     : handler_(std::move(handler))
 {
     if (root != "/") {
@@ -30,9 +30,11 @@ Uevents::Uevents(
     const bool hasUdev = std::filesystem::exists("/run/udev/control", ignored);
     udev_ = udev_new();
     monitor_ = udev_ ? udev_monitor_new_from_netlink(udev_, hasUdev ? "udev" : "kernel") : nullptr;
-    if (monitor_
-        && (udev_monitor_filter_add_match_subsystem_devtype(monitor_, subsystem.c_str(), nullptr) < 0
-            || udev_monitor_enable_receiving(monitor_) < 0)) {
+    const bool isFiltered =
+        monitor_ && std::all_of(subsystems.begin(), subsystems.end(), [this](const char* subsystem) {
+            return udev_monitor_filter_add_match_subsystem_devtype(monitor_, subsystem, nullptr) >= 0;
+        });
+    if (monitor_ && (!isFiltered || udev_monitor_enable_receiving(monitor_) < 0)) {
         monitor_ = udev_monitor_unref(monitor_);
     }
     if (monitor_) {

@@ -5,20 +5,20 @@
 
 #include <filesystem>
 #include <functional>
+#include <initializer_list>
 #include <memory>
-#include <string>
 
 struct udev;
 struct udev_monitor;
 
 namespace meridal {
 
-/// Announcements of one subsystem of devices. They come from udev, once it has applied its rules, where it runs, and
+/// Announcements of some subsystems of devices. They come from udev, once it has applied its rules, where it runs, and
 /// else from the kernel itself: containers and small systems have no udev. Several that come together are one call.
 class Uevents {
 public:
     /// Calls the handler on the main queue. Nothing comes for a recorded tree.
-    Uevents(Runtime& runtime, const std::filesystem::path& root, const std::string& subsystem,
+    Uevents(Runtime& runtime, const std::filesystem::path& root, std::initializer_list<const char*> subsystems,
         std::function<void()> handler);
     ~Uevents();
     Uevents(const Uevents&) = delete;

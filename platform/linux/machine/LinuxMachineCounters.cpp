@@ -27,7 +27,7 @@ bool isMapped(std::string_view name) { return name.starts_with("dm-") || name.st
 
 } // namespace
 
-LinuxMachineCounters::LinuxMachineCounters(const std::filesystem::path& root)
+LinuxMachineCounters::LinuxMachineCounters(Runtime& runtime, const std::filesystem::path& root)
     : root_(root)
     , tickNs_(nsPerSecond / static_cast<std::uint64_t>(::sysconf(_SC_CLK_TCK)))
     , pageSize_(static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)))
@@ -39,7 +39,7 @@ LinuxMachineCounters::LinuxMachineCounters(const std::filesystem::path& root)
     , memoryStalls_(root / "proc/pressure/memory")
     , storageStalls_(root / "proc/pressure/io")
     , disks_(root / "proc/diskstats")
-    , killLog_(root / "dev/kmsg")
+    , killLog_(runtime, root)
 {
 }
 

@@ -11,6 +11,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace meridal {
@@ -18,12 +19,12 @@ namespace meridal {
 /// The machine's own figures from /proc, and from /sys what its processors' clocks and block devices are.
 class LinuxMachineCounters final : public MachineCounters {
 public:
-    explicit LinuxMachineCounters(const std::filesystem::path& root);
+    LinuxMachineCounters(Runtime& runtime, const std::filesystem::path& root);
 
     const ProcessorReading* processors() override;
     std::optional<std::uint64_t> frequencyHz(int processor) override;
     const MemoryReading* memory() override;
-    std::vector<MemoryKill> memoryKills() override { return killLog_.read(); }
+    void memoryKills(Kills reply) override { killLog_.read(std::move(reply)); }
     const PressureReading* pressure() override;
     const std::vector<BlockDeviceRecord>* blockDevices() override;
 

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <system_error>
 #include <vector>
 
@@ -51,9 +52,16 @@ std::optional<gid_t> groupInDatabase(const char* name)
     return exists ? std::optional(found->gr_gid) : std::nullopt;
 }
 
+/// The unit's, which may be another one than meridal there. An ordinary user's own group says nothing.
+std::optional<std::uint32_t> groupOfStart()
+{
+    const gid_t group = ::getegid();
+    return ::geteuid() == 0 && group != 0 ? std::optional(group) : std::nullopt;
+}
+
 } // namespace
 
-LinuxUserRights::LinuxUserRights() : LinuxUserRights(groupInDatabase) { }
+LinuxUserRights::LinuxUserRights() : LinuxUserRights(groupInDatabase, groupOfStart()) { }
 
 bool LinuxUserRights::administers(std::uint32_t uid)
 {
@@ -83,14 +91,24 @@ bool LinuxUserRights::ownsActiveSeat(std::uint32_t uid)
     return owns;
 }
 
-Result<void> LinuxUserRights::shareWithReaders(const std::string& path)
+std::optional<std::uint32_t> LinuxUserRights::readers() const
 {
-    std::optional<gid_t> gid = groupNamed_(readersGroup);
+    std::optional<std::uint32_t> gid = chosen_ ? chosen_ : groupNamed_(readersGroup);
     for (const char* name : administratorGroups) {
         gid = gid ? gid : groupNamed_(name);
     }
+    return gid;
+}
+
+Result<void> LinuxUserRights::shareWithReaders(const std::string& path)
+{
+    const auto gid = readers();
     if (!gid) {
-        return unexpected(ErrorCode::NotFound, "there is no group of administrators");
+        return unexpected(ErrorCode::NotFound, "there is neither a group meridal nor one of administrators");
+    }
+    struct stat status { };
+    if (::lstat(path.c_str(), &status) == 0 && status.st_gid == *gid) {
+        return {}; // also where nothing may be given to anybody
     }
     if (::lchown(path.c_str(), static_cast<uid_t>(-1), *gid) != 0) {
         return unexpected(ErrorCode::NotPermitted, std::error_code(errno, std::generic_category()).message());

@@ -16,16 +16,23 @@ public:
     /// A group's id by its name.
     using Groups = std::function<std::optional<std::uint32_t>(const char* name)>;
 
-    /// Asks the system's group database.
+    /// Asks the system's group database. Where root was started in a group other than root's, files are for that one.
     LinuxUserRights();
-    explicit LinuxUserRights(Groups groups) : groupNamed_(std::move(groups)) { }
+    /// `chosen`: whose files are to be, whatever groups there are.
+    explicit LinuxUserRights(Groups groups, std::optional<std::uint32_t> chosen = {})
+        : groupNamed_(std::move(groups)), chosen_(chosen)
+    {
+    }
 
     bool administers(std::uint32_t uid) override;
     bool ownsActiveSeat(std::uint32_t uid) override;
     Result<void> shareWithReaders(const std::string& path) override;
 
 private:
+    std::optional<std::uint32_t> readers() const;
+
     const Groups groupNamed_;
+    const std::optional<std::uint32_t> chosen_;
 };
 
 } // namespace meridal

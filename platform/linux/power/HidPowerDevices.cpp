@@ -23,6 +23,7 @@ namespace {
 
 constexpr const char* hidrawFolder = "sys/class/hidraw";
 constexpr std::size_t mostNodes = 64; ///< HIDRAW_MAX_DEVICES
+constexpr int hasNoHelper = -2;       ///< in place of an errno: the program that would ask is not there
 
 /// The serial number of a device's "uevent"; empty for what makers put there who have none.
 std::string serialIn(const std::string& uevent)
@@ -35,18 +36,19 @@ std::string serialIn(const std::string& uevent)
 
 HidAsk askHidDevice(const std::string& node)
 {
-    return [path = std::filesystem::path(node), program = std::make_shared<HelperProgram>()](
-               const HidReportRequest& request) {
+    return [node, program = std::make_shared<HelperProgram>()](const HidReportRequest& request) {
         const HidQuestion question{.isFeature = request.kind == HidReportKind::Feature ? 1U : 0U,
             .report = request.report,
             .length = static_cast<std::uint32_t>(request.size + 1)};
         HidBytes answer;
-        const std::string name = path.filename().string();
-        const std::string number = name.substr(std::min(name.size(), std::string_view("hidraw").size()));
-        const std::string root = path.parent_path().parent_path().string();
-        if (question.length > answer.data.size()
-            || (!program->isRunning()
-                && !program->start(findHelperProgram("meridal-disks"), {"--root", root, "--reports", number}))) {
+        if (!program->isRunning()) {
+            const auto helper = findHelperProgram("meridal-disks");
+            if (helper.empty()) {
+                return HidAnswer{.error = hasNoHelper, .bytes = {}};
+            }
+            program->start(helper, {"--reports", node});
+        }
+        if (question.length > answer.data.size() || !program->isRunning()) {
             return HidAnswer{.error = -1, .bytes = {}};
         }
         const auto size = exchange(program->channel(), &question, sizeof question, &answer, sizeof answer);
@@ -98,6 +100,7 @@ struct HidPowerDevices::Device {
 struct HidPowerDevices::Reading {
     std::shared_ptr<Descriptor> node; ///< where it was not open before
     int error = 0;                    ///< of the node's opening
+    bool asks = true;                 ///< false: the program that would ask it is not there
     HidReports reports;
 };
 
@@ -108,7 +111,8 @@ HidPowerDevices::HidPowerDevices(Runtime& runtime, const std::filesystem::path& 
     , limitations_(std::move(limitations))
     , changed_(std::move(changed))
     , open_(std::move(open))
-    , uevents_(std::make_unique<Uevents>(runtime, root, "hidraw", [this] { look(); }))
+    , uevents_(
+          std::make_unique<Uevents>(runtime, root, std::initializer_list<const char*>{"hidraw"}, [this] { look(); }))
 {
     look();
 }
@@ -212,6 +216,9 @@ void HidPowerDevices::read(const DevicePointer& device)
             HidAnswer answer = ask(request);
             if (answer.error == 0) {
                 reading->reports[{request.kind, request.report}] = std::move(answer.bytes);
+            } else if (answer.error == hasNoHelper) {
+                reading->asks = false;
+                break;
             } else if (answer.error == ETIMEDOUT || answer.error == -1) {
                 break; // the others would take as long
             }
@@ -227,6 +234,8 @@ void HidPowerDevices::finished(const DevicePointer& device, Reading& reading)
     device->lastAnswer = runtime_.monotonicTime();
     if (reading.error == EACCES || reading.error == EPERM) {
         limitations_->set("ups", "asking a UPS over USB HID needs the right to open /dev/hidraw*");
+    } else if (!reading.asks) {
+        limitations_->set("ups", "asking a UPS over USB HID takes the program meridal-disks, which is not there");
     }
     if (reading.node) {
         device->node = std::move(reading.node);

@@ -141,7 +141,8 @@ SysfsPowerSources::SysfsPowerSources(
     Runtime& runtime, const std::filesystem::path& root, std::shared_ptr<Limitations> limitations)
     : runtime_(runtime)
     , root_(root)
-    , uevents_(std::make_unique<Uevents>(runtime, root, "power_supply", [this] { changed(); }))
+    , uevents_(std::make_unique<Uevents>(
+          runtime, root, std::initializer_list<const char*>{"power_supply"}, [this] { changed(); }))
     , ups_(runtime, root, limitations, [this] { observers_.tell(); })
 {
     if (!uevents_->isOpen()) {

@@ -163,7 +163,9 @@ void BpfEndedProcesses::takeEnded()
         }
         BpfEndedSums sums = sums_[i];
         if (keys_[i].period + 1 == period_) {
-            told_.emplace(keys_[i], sums);
+            if (sums.processes > 0) { // else the first of them is half counted, and told with the next call
+                told_.emplace(keys_[i], sums);
+            }
         } else {
             removeFromBpfMap(object_.map("ended"), &keys_[i]);
             const auto told = before.find(keys_[i]);

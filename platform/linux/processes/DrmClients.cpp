@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/processes/DrmClients.h"
 
+#include "platform/linux/kernel/ProcParsers.h"
+
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace meridal {
 
 namespace {
 
-constexpr double deviceInterval = 60; // s: cards are plugged rarely
+constexpr double deviceInterval = 60;   // s: cards are plugged rarely
+constexpr double longestUnread = 86400; // s that a door's cycles are remembered: whoever could not be read goes on
 constexpr double nsPerSecond = 1e9;
 constexpr std::uint32_t namelessDevice = 0;
 
@@ -32,7 +34,9 @@ void takeDrmFigure(DrmUsage& usage, std::string_view key, std::string_view value
         usage.device = value;
     } else if (key == "drm-client-id") {
         usage.door = leadingNumber(value);
-    } else if (key.starts_with("drm-engine-") && !key.starts_with("drm-engine-capacity-")) {
+    } else if (const auto engines = drmKeyAfter(key, "drm-engine-capacity-")) {
+        usage.cycles[std::string(*engines)].engines = leadingNumber(value).value_or(1);
+    } else if (key.starts_with("drm-engine-")) {
         usage.busyNs += leadingNumber(value).value_or(0);
     } else if (const auto engine = drmKeyAfter(key, "drm-cycles-")) {
         usage.cycles[std::string(*engine)].busy = leadingNumber(value).value_or(0);
@@ -50,9 +54,8 @@ std::optional<DrmUsage> parseDrmUsage(std::string_view text)
     std::optional<std::uint64_t>
         held; // "memory": the older word, and with some drivers for something else beside the newer
     std::optional<std::uint64_t> resident;
-    while (!text.empty()) {
-        const std::string_view line = text.substr(0, text.find('\n'));
-        text.remove_prefix(std::min(text.size(), line.size() + 1));
+    while (const auto taken = proc::takeLine(text)) {
+        const std::string_view line = *taken;
         const std::size_t colon = line.find(':');
         if (!line.starts_with("drm-") || colon == std::string_view::npos) {
             continue;
@@ -83,12 +86,12 @@ std::span<const GraphicsClient> DrmClients::read(std::span<const std::int32_t> c
     for (const std::int32_t pid : candidates) {
         lookThrough(pid);
     }
-    for (auto& [pid, doors] : known_) {
-        for (auto door = doors.begin(); door != doors.end();) {
-            door = readDoor(pid, door->first, door->second, monotonicTime) ? std::next(door) : doors.erase(door);
-        }
+    for (auto& [pid, numbers] : known_) {
+        std::erase_if(
+            numbers, [&, of = pid](const std::string& number) { return !readDoor(of, number, monotonicTime); });
     }
     std::erase_if(known_, [](const auto& process) { return process.second.empty(); });
+    std::erase_if(counted_, [&](const auto& door) { return monotonicTime - door.second.readAt >= longestUnread; });
     return clients_;
 }
 
@@ -105,20 +108,16 @@ bool DrmClients::hasDevices(double monotonicTime)
 
 void DrmClients::lookThrough(std::int32_t pid)
 {
-    Doors before;
-    if (const auto found = known_.find(pid); found != known_.end()) {
-        before = std::move(found->second);
-        known_.erase(found);
-    }
+    known_.erase(pid);
     for (const std::string& number : root_.list("proc/" + std::to_string(pid) + "/fd")) {
         const auto target = proc_.readLink(pid, "fd/" + number);
         if (target && target->starts_with("/dev/dri/")) {
-            known_[pid][number] = std::move(before[number]);
+            known_[pid].insert(number);
         }
     }
 }
 
-bool DrmClients::readDoor(std::int32_t pid, const std::string& number, Door& door, double monotonicTime)
+bool DrmClients::readDoor(std::int32_t pid, const std::string& number, double monotonicTime)
 {
     std::string_view text;
     if (proc_.read(pid, "fdinfo/" + number, text) != ProcOutcome::Read) {
@@ -128,31 +127,36 @@ bool DrmClients::readDoor(std::int32_t pid, const std::string& number, Door& doo
     if (!usage) {
         return false;
     }
-    addCycles(door, *usage, monotonicTime);
     GraphicsClient client;
     client.pid = pid;
     client.device = usage->door ? numberOf(usage->device) : namelessDevice;
     // A door without a number is taken for this process's alone.
     client.client = usage->door.value_or((static_cast<std::uint64_t>(pid) << 32U) | leadingNumber(number).value_or(0));
-    client.busyNs = usage->busyNs + door.cyclesNs;
+    client.busyNs = usage->busyNs;
     client.memoryBytes = usage->memoryBytes;
+    if (!usage->cycles.empty()) {
+        Counted& counted = counted_[{client.device, client.client}];
+        addCycles(counted, *usage, monotonicTime);
+        client.busyNs += counted.ns;
+    }
     clients_.push_back(client);
     return true;
 }
 
-void DrmClients::addCycles(Door& door, DrmUsage& usage, double monotonicTime)
+void DrmClients::addCycles(Counted& counted, DrmUsage& usage, double monotonicTime)
 {
-    const double passed = monotonicTime - std::exchange(door.readAt, monotonicTime);
+    const double passed = monotonicTime - std::exchange(counted.readAt, monotonicTime);
     for (const auto& [engine, now] : usage.cycles) {
-        const auto before = door.cycles.find(engine);
-        if (before == door.cycles.end() || now.all <= before->second.all || now.busy <= before->second.busy) {
+        const auto before = counted.cycles.find(engine);
+        if (before == counted.cycles.end() || now.all <= before->second.all || now.busy <= before->second.busy) {
             continue;
         }
         const double part =
             static_cast<double>(now.busy - before->second.busy) / static_cast<double>(now.all - before->second.all);
-        door.cyclesNs += static_cast<std::uint64_t>(std::min(part, 1.0) * passed * nsPerSecond);
+        counted.ns +=
+            static_cast<std::uint64_t>(std::min(part, static_cast<double>(now.engines)) * passed * nsPerSecond);
     }
-    door.cycles = std::move(usage.cycles);
+    counted.cycles = std::move(usage.cycles);
 }
 
 std::uint32_t DrmClients::numberOf(const std::string& device)

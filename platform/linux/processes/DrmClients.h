@@ -9,8 +9,10 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace meridal {
@@ -25,6 +27,7 @@ struct DrmUsage {
     struct Cycles {
         std::uint64_t busy = 0;
         std::uint64_t all = 0;
+        std::uint64_t engines = 1; ///< that count together
     };
     std::map<std::string, Cycles, std::less<>> cycles; ///< by engine
 };
@@ -40,24 +43,25 @@ public:
     std::span<const GraphicsClient> read(std::span<const std::int32_t> candidates, double monotonicTime) override;
 
 private:
-    struct Door {
+    /// The cycles of a door, whoever holds it and by whichever descriptors.
+    struct Counted {
         std::map<std::string, DrmUsage::Cycles, std::less<>> cycles; ///< as read last
         double readAt = 0;                                           ///< monotonic s
-        std::uint64_t cyclesNs = 0;                                  ///< that they make
+        std::uint64_t ns = 0;                                        ///< that they make
     };
-    using Doors = std::map<std::string, Door>; ///< by number of the descriptor
 
     bool hasDevices(double monotonicTime);
     void lookThrough(std::int32_t pid);
-    bool readDoor(std::int32_t pid, const std::string& number, Door& door, double monotonicTime);
-    static void addCycles(Door& door, DrmUsage& usage, double monotonicTime);
+    bool readDoor(std::int32_t pid, const std::string& number, double monotonicTime);
+    static void addCycles(Counted& counted, DrmUsage& usage, double monotonicTime);
     std::uint32_t numberOf(const std::string& device);
 
     RootFolder root_;
     ProcFolder proc_;
     bool hasDevices_ = false;
-    std::optional<double> lookedAt_; ///< monotonic s
-    std::map<std::int32_t, Doors> known_;
+    std::optional<double> lookedAt_;                                     ///< monotonic s
+    std::map<std::int32_t, std::set<std::string>> known_;                ///< descriptors that lead to devices
+    std::map<std::pair<std::uint32_t, std::uint64_t>, Counted> counted_; ///< by device and client, which come once only
     std::map<std::string, std::uint32_t> devices_;
     std::vector<GraphicsClient> clients_;
 };

@@ -53,7 +53,8 @@ HwmonSensors::HwmonSensors(Runtime& runtime, HwmonOptions options)
     : runtime_(runtime)
     , root_(options.root)
     , work_(options.work ? std::move(options.work) : std::make_unique<ThreadedSlowWork>())
-    , uevents_(std::make_unique<Uevents>(runtime, options.root, "hwmon", [this] { announced_ = true; }))
+    , uevents_(std::make_unique<Uevents>(
+          runtime, options.root, std::initializer_list<const char*>{"hwmon"}, [this] { announced_ = true; }))
 {
 }
 

@@ -57,19 +57,27 @@ GraphicsRecord graphicsRecordOf(io_registry_entry_t accelerator, std::size_t num
     return record;
 }
 
+template <typename Function>
+void forEachAccelerator(Function function)
+{
+    io_iterator_t found = IO_OBJECT_NULL;
+    if (IOServiceGetMatchingServices(MACH_PORT_NULL, IOServiceMatching("IOAccelerator"), &found) != KERN_SUCCESS) {
+        return;
+    }
+    const IOObjectOwner iterator(found);
+    while (const IOObjectOwner accelerator{IOIteratorNext(iterator.get())}) {
+        function(accelerator.get());
+    }
+}
+
 class MacGraphics final : public GraphicsUnits {
 public:
     const std::vector<GraphicsRecord>& read(double) override
     {
         records_.clear();
-        io_iterator_t found = IO_OBJECT_NULL;
-        if (IOServiceGetMatchingServices(MACH_PORT_NULL, IOServiceMatching("IOAccelerator"), &found) != KERN_SUCCESS) {
-            return records_;
-        }
-        const IOObjectOwner iterator(found);
-        while (const IOObjectOwner accelerator{IOIteratorNext(iterator.get())}) {
-            records_.push_back(graphicsRecordOf(accelerator.get(), records_.size()));
-        }
+        forEachAccelerator([this](io_registry_entry_t accelerator) {
+            records_.push_back(graphicsRecordOf(accelerator, records_.size()));
+        });
         return records_;
     }
 
@@ -78,23 +86,20 @@ private:
 };
 
 /// "pid 402, WindowServer".
-std::optional<std::int32_t> creatorOf(io_registry_entry_t client)
+std::optional<std::int32_t> creatorOf(const IORegistryObject& client)
 {
-    const CFRef<CFTypeRef> property(
-        IORegistryEntryCreateCFProperty(client, CFSTR(kIOUserClientCreatorKey), kCFAllocatorDefault, kNilOptions));
-    const std::string creator = textOf(property.get()).value_or("");
+    const Value creator = client.property(kIOUserClientCreatorKey);
     std::int32_t pid = 0;
-    const bool isPid = std::sscanf(creator.c_str(), "pid %" SCNd32, &pid) == 1 && pid > 0;
+    const bool isPid = creator.is_string()
+        && std::sscanf(creator.get_ref<const std::string&>().c_str(), "pid %" SCNd32, &pid) == 1 && pid > 0;
     return isPid ? std::optional(pid) : std::nullopt;
 }
 
 /// Apple's own processors publish what each client had them do, by queue of commands; others publish nothing of the kind.
-std::optional<std::uint64_t> busyNsOf(io_registry_entry_t client)
+std::optional<std::uint64_t> busyNsOf(const IORegistryObject& client)
 {
-    const CFRef<CFTypeRef> property(
-        IORegistryEntryCreateCFProperty(client, CFSTR("AppUsage"), kCFAllocatorDefault, kNilOptions));
     std::optional<std::uint64_t> sum;
-    for (const Value& usage : valueOf(property.get())) {
+    for (const Value& usage : client.property("AppUsage")) {
         if (const auto ns = number(usage, "accumulatedGPUTime"); ns && *ns >= 0) {
             sum = sum.value_or(0) + static_cast<std::uint64_t>(*ns);
         }
@@ -107,13 +112,7 @@ public:
     std::span<const GraphicsClient> read(std::span<const std::int32_t>, double) override
     {
         clients_.clear();
-        io_iterator_t found = IO_OBJECT_NULL;
-        if (IOServiceGetMatchingServices(MACH_PORT_NULL, IOServiceMatching("IOAccelerator"), &found) == KERN_SUCCESS) {
-            const IOObjectOwner iterator(found);
-            while (const IOObjectOwner accelerator{IOIteratorNext(iterator.get())}) {
-                readClientsOf(accelerator.get());
-            }
-        }
+        forEachAccelerator([this](io_registry_entry_t accelerator) { readClientsOf(accelerator); });
         return clients_;
     }
 
@@ -125,11 +124,12 @@ private:
             return;
         }
         const IOObjectOwner iterator(found);
-        while (const IOObjectOwner child{IOIteratorNext(iterator.get())}) {
-            const auto pid = creatorOf(child.get());
-            const auto busy = pid ? busyNsOf(child.get()) : std::nullopt;
+        while (IOObjectOwner next{IOIteratorNext(iterator.get())}) {
+            const IORegistryObject child(std::move(next));
+            const auto pid = creatorOf(child);
+            const auto busy = pid ? busyNsOf(child) : std::nullopt;
             std::uint64_t identifier = 0;
-            if (busy && IORegistryEntryGetRegistryEntryID(child.get(), &identifier) == KERN_SUCCESS) {
+            if (busy && IORegistryEntryGetRegistryEntryID(child.native(), &identifier) == KERN_SUCCESS) {
                 clients_.push_back({.pid = *pid, .client = identifier, .busyNs = *busy});
             }
         }

@@ -66,7 +66,7 @@ public:
     std::optional<std::uint64_t> frequencyHz(int) override { return std::nullopt; }
     const MemoryReading* memory() override;
     /// The system asks programs to end, or ends them, and says who it was in its own reports only.
-    std::vector<MemoryKill> memoryKills() override { return {}; }
+    void memoryKills(Kills reply) override { reply({}); }
     /// The system keeps no such account.
     const PressureReading* pressure() override { return nullptr; }
     const std::vector<BlockDeviceRecord>* blockDevices() override;
