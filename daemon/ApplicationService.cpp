@@ -11,8 +11,11 @@
 #include "wire/Methods.h"
 #include "wire/RequestKey.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -79,6 +82,7 @@ void ApplicationService::apply()
         minute_ = 0;
         latestRecord_.reset();
         groups_.emplace(context_, processes_);
+        largest_.startOver();
         traffic_.startRecording();
     } else {
         save();
@@ -144,7 +148,11 @@ void ApplicationService::record()
     recorder_.record(now, groups_->totals());
 }
 
-void ApplicationService::tick() { recorder_.updateHistory(); }
+void ApplicationService::tick()
+{
+    recorder_.updateHistory();
+    largest_.forgetIdle(context_.runtime.monotonicTime());
+}
 
 void ApplicationService::save()
 {
@@ -155,9 +163,9 @@ void ApplicationService::save()
 }
 
 /// Whoever asks twice wants to know what came in between.
-void ApplicationService::readIfOld()
+void ApplicationService::readIfOlderThan(double seconds)
 {
-    if (pass_ && (!latestPass_ || context_.runtime.monotonicTime() - *latestPass_ >= recentEnough)) {
+    if (pass_ && (!latestPass_ || context_.runtime.monotonicTime() - *latestPass_ >= seconds)) {
         isAsked_ = true;
         pass_();
         isAsked_ = false;
@@ -173,27 +181,28 @@ bool ApplicationService::isShown(const GroupTotals& group, const Viewer& viewer)
 Value ApplicationService::describe(const GroupTotals& group) const
 {
     const GroupSums& sums = group.sums;
-    Value entry = {
-        {"group", group.identity},
-        {"name", group.name},
-        {"kind", groupKindName(group.kind)},
-        {"cpuUser", inThousandths(sums.cpuUserSeconds)},
-        {"cpuSystem", inThousandths(sums.cpuSystemSeconds)},
-        {"diskRead", sums.bytesRead},
-        {"diskWritten", sums.bytesWritten},
-        {"received", sums.bytesReceived},
-        {"sent", sums.bytesSent},
-        {"wakeups", sums.wakeups},
-        {"energyScore", inThousandths(sums.energyScore)},
-        {"started", sums.processesStarted},
-        {"ended", sums.processesEnded},
-        {"processes", group.now.processes},
-        {"resident", group.now.residentBytes},
-        {"footprint", group.now.footprintBytes},
-        {"processesPeak", group.peak.processes},
-        {"residentPeak", group.peak.residentBytes},
-        {"footprintPeak", group.peak.footprintBytes},
-    };
+    Value entry = Value::object();
+    // In its order, which saves looking for the place: there may be 500 of these.
+    auto& fields = entry.get_ref<Value::object_t&>();
+    fields.emplace_hint(fields.end(), "cpuSystem", inThousandths(sums.cpuSystemSeconds));
+    fields.emplace_hint(fields.end(), "cpuUser", inThousandths(sums.cpuUserSeconds));
+    fields.emplace_hint(fields.end(), "diskRead", sums.bytesRead);
+    fields.emplace_hint(fields.end(), "diskWritten", sums.bytesWritten);
+    fields.emplace_hint(fields.end(), "ended", sums.processesEnded);
+    fields.emplace_hint(fields.end(), "energyScore", inThousandths(sums.energyScore));
+    fields.emplace_hint(fields.end(), "footprint", group.now.footprintBytes);
+    fields.emplace_hint(fields.end(), "footprintPeak", group.peak.footprintBytes);
+    fields.emplace_hint(fields.end(), "group", group.identity);
+    fields.emplace_hint(fields.end(), "kind", groupKindName(group.kind));
+    fields.emplace_hint(fields.end(), "name", group.name);
+    fields.emplace_hint(fields.end(), "processes", group.now.processes);
+    fields.emplace_hint(fields.end(), "processesPeak", group.peak.processes);
+    fields.emplace_hint(fields.end(), "received", sums.bytesReceived);
+    fields.emplace_hint(fields.end(), "resident", group.now.residentBytes);
+    fields.emplace_hint(fields.end(), "residentPeak", group.peak.residentBytes);
+    fields.emplace_hint(fields.end(), "sent", sums.bytesSent);
+    fields.emplace_hint(fields.end(), "started", sums.processesStarted);
+    fields.emplace_hint(fields.end(), "wakeups", sums.wakeups);
     put(entry, "user", group.owner);
     if (sums.joules) {
         entry["joules"] = inThousandths(*sums.joules);
@@ -218,25 +227,21 @@ Value ApplicationService::frame() const
     return state;
 }
 
-Result<Value> ApplicationService::totals(const Value& given, const Peer& peer)
+std::vector<const GroupTotals*> ApplicationService::shownTo(const Viewer& viewer) const
 {
-    Parameters parameters(given);
-    const auto after = parameters.count("after");
-    const std::size_t limit = parameters.limit(usualGroups, mostGroupsOnPage);
-    if (!parameters.valid()) {
-        return parameters.failure();
-    }
-    if (!groups_) {
-        return unexpected(ErrorCode::Unavailable, "applications are not recorded here");
-    }
-    readIfOld();
-    const Viewer viewer = viewerOf_(peer);
     std::vector<const GroupTotals*> groups;
     for (const GroupTotals& group : groups_->totals()) {
-        if ((!after || group.number > *after) && isShown(group, viewer)) {
+        if (isShown(group, viewer)) {
             groups.push_back(&group);
         }
     }
+    return groups;
+}
+
+Value ApplicationService::page(
+    std::vector<const GroupTotals*> groups, const std::optional<std::uint64_t>& after, std::size_t limit) const
+{
+    std::erase_if(groups, [&after](const auto* group) { return after && group->number <= *after; });
     std::sort(groups.begin(), groups.end(), [](const auto* a, const auto* b) { return a->number < b->number; });
     Value page = frame();
     page["more"] = groups.size() > limit;
@@ -250,20 +255,55 @@ Result<Value> ApplicationService::totals(const Value& given, const Peer& peer)
     return page;
 }
 
+Value ApplicationService::largest(std::size_t count, const Viewer& viewer, const Peer& peer)
+{
+    Value page = frame();
+    const double now = context_.runtime.monotonicTime();
+    const double age = context_.runtime.wallTime() - groups_->since();
+    LargestGroups& groups = largest_.of({peer.user(), viewer, count}, now);
+    for (const GroupTotals& group : groups.take(shownTo(viewer), now, age)) {
+        page["groups"].push_back(describe(group));
+    }
+    page["more"] = false;
+    return page;
+}
+
+Result<Value> ApplicationService::totals(const Value& given, const Peer& peer)
+{
+    Parameters parameters(given);
+    const auto after = parameters.count("after");
+    const std::size_t limit = parameters.limit(usualGroups, mostGroupsOnPage);
+    const auto count = parameters.count("largest");
+    const bool isPassive = parameters.flag("passive");
+    if (count && (*count < 1 || *count > mostGroupsOnPage)) {
+        parameters.refuse(fmt::format("\"largest\" must be a whole number from 1 to {}", mostGroupsOnPage));
+    }
+    if (count && after) {
+        parameters.refuse("\"largest\" is answered in one page, so there is none \"after\" it");
+    }
+    if (!parameters.valid()) {
+        return parameters.failure();
+    }
+    if (!groups_) {
+        return unexpected(ErrorCode::Unavailable, "applications are not recorded here");
+    }
+    readIfOlderThan(isPassive ? std::numeric_limits<double>::infinity() : recentEnough);
+    const Viewer viewer = viewerOf_(peer);
+    return count ? largest(*count, viewer, peer) : page(shownTo(viewer), after, limit);
+}
+
 std::shared_ptr<const Value> ApplicationService::state(const Peer& peer)
 {
     if (!groups_) {
         return std::make_shared<const Value>(Value::object());
     }
-    readIfOld();
+    readIfOlderThan(recentEnough);
     const Viewer viewer = viewerOf_(peer);
     auto& state = states_[viewer];
     if (!state) {
         Value all = frame();
-        for (const GroupTotals& group : groups_->totals()) {
-            if (isShown(group, viewer)) {
-                all["groups"].push_back(describe(group));
-            }
+        for (const GroupTotals* group : shownTo(viewer)) {
+            all["groups"].push_back(describe(*group));
         }
         all["more"] = false;
         state = std::make_shared<const Value>(std::move(all));

@@ -5,6 +5,7 @@
 #include "base/Runtime.h"
 #include "base/Value.h"
 #include "collectors/applications/ApplicationRecorder.h"
+#include "collectors/applications/LargestGroups.h"
 #include "collectors/process/GroupAccumulator.h"
 #include "daemon/ProcessViews.h"
 
@@ -13,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace meridal {
 
@@ -61,7 +63,8 @@ public:
 
     /// Adds the methods below. `pass` makes a pass at once, `viewerOf` says what a client may see. It must outlive all of them.
     void addTo(MeridalHistory& methods, Watches& watches, Task pass, ViewerOf viewerOf);
-    /// "groups.totals": {"after", "limit"}, page by page in the order in which groups came up.
+    /// "groups.totals": {"after", "limit"}, page by page in the order in which groups came up; or {"largest"}, so many of
+    /// them by name (LargestGroups). With "passive" as of the latest pass, however old.
     Result<Value> totals(const Value& parameters, const Peer& peer);
     /// Of "groups.watch": all of them at once.
     std::shared_ptr<const Value> state(const Peer& peer);
@@ -80,7 +83,11 @@ private:
     double interval() const;
     void apply();
     void addTraffic(const TrafficAccount& fold);
-    void readIfOld();
+    void readIfOlderThan(double seconds);
+    std::vector<const GroupTotals*> shownTo(const Viewer& viewer) const;
+    Value page(
+        std::vector<const GroupTotals*> groups, const std::optional<std::uint64_t>& after, std::size_t limit) const;
+    Value largest(std::size_t count, const Viewer& viewer, const Peer& peer);
     Value frame() const;
     Value describe(const GroupTotals& group) const;
     static bool isShown(const GroupTotals& group, const Viewer& viewer);
@@ -90,6 +97,7 @@ private:
     TrafficService& traffic_;
     ApplicationRecorder recorder_;
     std::optional<GroupAccumulator> groups_; ///< absent: nothing is recorded
+    LargestGroupsByAsker largest_;
     std::optional<double> interval_;
     bool isStarted_ = false;
     bool isToRecord_ = true;

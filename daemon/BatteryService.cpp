@@ -181,11 +181,16 @@ void BatteryService::noteLevels()
 
 void BatteryService::record()
 {
+    updateIfOld();
+    record_.tick();
+}
+
+void BatteryService::updateIfOld()
+{
     const double age = context_.runtime.monotonicTime() - readAt_;
     if (age >= (moves_ ? movingInterval : restInterval)) {
         update();
     }
-    record_.tick();
 }
 
 std::optional<BatteryLevel> BatteryService::ownLevel() const
@@ -279,10 +284,16 @@ void BatteryService::updateForClient()
     collector_.setDisableAllBluetooth(true);
 }
 
-void BatteryService::state(const Value& parameters, std::function<void(Result<Value>)> reply)
+void BatteryService::state(const Value& given, std::function<void(Result<Value>)> reply)
 {
-    if (!parameters.is_null() && !parameters.empty()) {
-        return reply(unexpected(ErrorCode::InvalidArgument, "takes no parameters"));
+    Parameters parameters(given);
+    const bool isPassive = parameters.flag("passive");
+    if (!parameters.valid()) {
+        return reply(parameters.failure());
+    }
+    if (isPassive) {
+        updateIfOld();
+        return reply(describeAll());
     }
     updateForClient();
     // A source that answers something new tells its observers, so that the collector has it by then.

@@ -43,7 +43,8 @@ public:
     /// Adds the methods below, and the series "battery/charge" and "battery/power". It must outlive them.
     void addTo(MeridalHistory& methods, HistoryCatalogue& catalogue);
 
-    /// "battery.state": all batteries, those of peripherals included, read anew. No parameters. Replies once, later.
+    /// "battery.state": all batteries, those of peripherals included, read anew; with "passive" as they were read last, by
+    /// the record's rhythm. Replies once, later.
     void state(const Value& parameters, std::function<void(Result<Value>)> reply);
     /// "battery.history": an object with "figure", "key", "from", "until" (s since 1970), "before" and "limit", each of
     /// them optional; also as the only element of an array. Replies once, later.
@@ -64,6 +65,7 @@ public:
 
 private:
     void updateForClient();
+    void updateIfOld();
     void noteLevels();
     void record();
     void finishSleep();

@@ -2,6 +2,7 @@
 #include "daemon/Configuration.h"
 
 #include "base/Text.h"
+#include "daemon/ConfigurationCheck.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -24,6 +25,7 @@ constexpr double oneYear = 365.25 * Configuration::day;
 struct SwitchKey {
     bool Configuration::Record::*record = nullptr;
     bool Configuration::*flag = nullptr;
+    bool Configuration::Alerts::*alert = nullptr;
 };
 struct AgeKey {
     double Configuration::Keep::*keep;
@@ -38,22 +40,56 @@ struct WordKey {
     std::span<const std::string_view> words;
 };
 
+struct LimitKey {
+    double Configuration::Check::*limit;
+    NumberBounds bounds;
+};
+struct OptionalLimitKey {
+    std::optional<double> Configuration::Check::*limit;
+    NumberBounds bounds;
+};
+struct LooksKey { };
+struct AlertIntervalKey { };
+// Of these, capitals are kept
+struct SensorKey {
+    bool isAsWritten = true;
+};
+struct IgnoreKey {
+    bool isAsWritten = true;
+};
+struct AlertTextKey {
+    std::string Configuration::Alerts::*text;
+    bool (*isGood)(std::string_view text);
+    const char* expected;
+    bool isAsWritten = true;
+};
+
+constexpr NumberBounds wearBounds = {.least = 1, .most = 1000, .unit = "%"};
+constexpr NumberBounds errorBounds = {.least = 1, .most = 1e9, .unit = ""};
+constexpr NumberBounds warmthBounds = {.least = 1, .most = 200, .unit = "°C"};
+constexpr NumberBounds chargeBounds = {.least = 0, .most = 100, .unit = "%"};
+constexpr NumberBounds lookBounds = {.least = 1, .most = 100, .unit = ""};
+
 constexpr std::array<std::string_view, 3> processSources = {"auto", "bpf", "proc"};
 constexpr std::array<std::string_view, 4> trafficSources = {"auto", "bpf", "pcap", "sockets"};
 
 struct KnownKey {
     std::string_view section;
     std::string_view name;
-    std::variant<SwitchKey, AgeKey, IntervalKey, WordKey> target;
+    std::variant<SwitchKey, AgeKey, IntervalKey, WordKey, LimitKey, OptionalLimitKey, LooksKey, AlertIntervalKey,
+        SensorKey, IgnoreKey, AlertTextKey>
+        target;
 };
 
 using Record = Configuration::Record;
 using Keep = Configuration::Keep;
+using Check = Configuration::Check;
+using Alerts = Configuration::Alerts;
 
 /// All that can be said.
-const std::array<KnownKey, 15>& configurationKeys()
+const std::array<KnownKey, 29>& configurationKeys()
 {
-    static const std::array<KnownKey, 15> all = {{
+    static const std::array<KnownKey, 29> all = {{
         {"record", "sensors", SwitchKey{.record = &Record::sensors}},
         {"record", "disks", SwitchKey{.record = &Record::disks}},
         {"record", "machine", SwitchKey{.record = &Record::machine}},
@@ -69,6 +105,20 @@ const std::array<KnownKey, 15>& configurationKeys()
         {"traffic", "source", WordKey{&Configuration::trafficSource, trafficSources}},
         {"traffic", "capture", SwitchKey{.flag = &Configuration::capture}},
         {"disks", "read-hidden", SwitchKey{.flag = &Configuration::readHiddenDisks}},
+        {"check", "disk-wear-warning", LimitKey{&Check::diskWearWarning, wearBounds}},
+        {"check", "disk-wear-critical", LimitKey{&Check::diskWearCritical, wearBounds}},
+        {"check", "disk-errors-warning", LimitKey{&Check::diskErrorsWarning, errorBounds}},
+        {"check", "disk-temperature-warning", OptionalLimitKey{&Check::diskTemperatureWarning, warmthBounds}},
+        {"check", "disk-temperature-critical", OptionalLimitKey{&Check::diskTemperatureCritical, warmthBounds}},
+        {"check", "battery-health-warning", LimitKey{&Check::batteryHealthWarning, chargeBounds}},
+        {"check", "ups-charge-critical", LimitKey{&Check::upsChargeCritical, chargeBounds}},
+        {"check", "sensor", SensorKey{}},
+        {"check", "ignore", IgnoreKey{}},
+        {"alerts", "command", AlertTextKey{&Alerts::command, isProgramPath, "the path of a program from / on"}},
+        {"alerts", "mail", AlertTextKey{&Alerts::mail, isMailAddress, "a mail address"}},
+        {"alerts", "desktop", SwitchKey{.alert = &Alerts::desktop}},
+        {"alerts", "after", LooksKey{}},
+        {"alerts", "every", AlertIntervalKey{}},
     }};
     return all;
 }
@@ -264,7 +314,15 @@ private:
             return warnOfUnknown(name);
         }
         const std::string word = lowercase(value);
-        const std::string wrong = std::visit([&](const auto& target) { return set(target, word); }, key->target);
+        const std::string wrong = std::visit(
+            [&](const auto& target) {
+                if constexpr (requires { target.isAsWritten; }) {
+                    return set(target, std::string(value));
+                } else {
+                    return set(target, word);
+                }
+            },
+            key->target);
         if (!wrong.empty()) {
             warn(fmt::format("{}: {} {}{}", key->name, value.empty() ? "no value" : inQuotes(value), wrong,
                 agesIf(section_ == sectionOfAges)));
@@ -272,12 +330,6 @@ private:
     }
     void warnOfUnknown(const std::string& name)
     {
-        const auto elsewhere = std::find_if(configurationKeys().begin(), configurationKeys().end(),
-            [&](const KnownKey& each) { return each.name == name; });
-        if (elsewhere != configurationKeys().end()) {
-            return warn(fmt::format("{} belongs below [{}]{}", inQuotes(name), elsewhere->section,
-                agesIf(elsewhere->section == sectionOfAges || section_ == sectionOfAges)));
-        }
         std::vector<std::string_view> here;
         for (const KnownKey& key : configurationKeys()) {
             if (key.section == section_) {
@@ -285,6 +337,13 @@ private:
             }
         }
         const auto meant = nearestWord(name, here, [](std::string_view each) { return each; });
+        const auto elsewhere = std::find_if(configurationKeys().begin(), configurationKeys().end(),
+            [&](const KnownKey& each) { return each.name == name; });
+        const bool isSlip = !meant.empty() && lettersApart(name, meant) == 1; // sensor in [record] is sensors
+        if (elsewhere != configurationKeys().end() && !isSlip) {
+            return warn(fmt::format("{} belongs below [{}]{}", inQuotes(name), elsewhere->section,
+                agesIf(elsewhere->section == sectionOfAges || section_ == sectionOfAges)));
+        }
         warn(fmt::format("there is no key {}{}{}{}", inQuotes(name),
             section_.empty() ? "" : fmt::format(" in [{}]", section_), didYouMean(meant),
             agesIf(section_ == sectionOfAges)));
@@ -294,7 +353,10 @@ private:
     std::string set(const SwitchKey& target, const std::string& word)
     {
         const auto given = switchFrom(word);
-        bool& now = target.flag ? result_.configuration.*target.flag : result_.configuration.record.*target.record;
+        Configuration& all = result_.configuration;
+        bool& now = target.flag ? all.*target.flag
+            : target.alert      ? all.alerts.*target.alert
+                                : all.record.*target.record;
         if (!given) {
             return fmt::format("is neither yes nor no; it stays {}", now ? "yes" : "no");
         }
@@ -326,6 +388,54 @@ private:
             return fmt::format("is none of {}; it stays {}", fmt::join(target.words, ", "), now);
         }
         now = word;
+        return {};
+    }
+    std::string set(const LimitKey& target, const std::string& word)
+    {
+        return takeNumber(word, target.bounds, result_.configuration.check.*target.limit);
+    }
+    std::string set(const OptionalLimitKey& target, const std::string& word)
+    {
+        std::optional<double>& now = result_.configuration.check.*target.limit;
+        double given = 0;
+        if (word == "auto") {
+            now.reset();
+            return {};
+        }
+        std::string wrong = takeNumber(word, target.bounds, given);
+        if (wrong.empty()) {
+            now = given;
+        }
+        return wrong;
+    }
+    std::string set(const LooksKey& /*target*/, const std::string& word)
+    {
+        return takeNumber(word, lookBounds, result_.configuration.alerts.after);
+    }
+    std::string set(const AlertIntervalKey& /*target*/, const std::string& word)
+    {
+        constexpr double shortest = 1;
+        const auto given = secondsFrom(word);
+        if (!given || *given < shortest || *given > Configuration::day) {
+            return "is no time from 1 s to 1 day";
+        }
+        result_.configuration.alerts.every = *given;
+        return {};
+    }
+    std::string set(const SensorKey& /*target*/, const std::string& line)
+    {
+        return takeSensorLimits(line, result_.configuration.check.sensors);
+    }
+    std::string set(const IgnoreKey& /*target*/, const std::string& name)
+    {
+        return takeIgnored(name, result_.configuration.check.ignore);
+    }
+    std::string set(const AlertTextKey& target, const std::string& word)
+    {
+        if (!word.empty() && !target.isGood(word)) {
+            return fmt::format("is not {}", target.expected);
+        }
+        result_.configuration.alerts.*target.text = word;
         return {};
     }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "wire/CheckLimits.h"
+
 #include <cstddef>
 #include <filesystem>
 #include <optional>
@@ -36,8 +38,42 @@ struct Configuration {
         bool operator==(const Keep&) const = default;
     };
 
+    /// Limits of one sensor, in its own unit, in place of those that its chip has.
+    struct SensorLimits {
+        std::string sensor; ///< its key or its name
+        std::optional<double> warningAbove = {};
+        std::optional<double> criticalAbove = {};
+        std::optional<double> warningBelow = {};
+        std::optional<double> criticalBelow = {};
+        bool operator==(const SensorLimits&) const = default;
+    };
+    /// From what on `meridalctl check` complains. The daemon itself does nothing by it but tell it.
+    struct Check {
+        double diskWearWarning = checkLimits::diskWearWarning;
+        double diskWearCritical = checkLimits::diskWearCritical;
+        double diskErrorsWarning = checkLimits::diskErrorsWarning;
+        std::optional<double> diskTemperatureWarning = {};  ///< °C; absent: as disks of its kind stand
+        std::optional<double> diskTemperatureCritical = {}; ///< likewise
+        double batteryHealthWarning = checkLimits::batteryHealthWarning;
+        double upsChargeCritical = checkLimits::upsChargeCritical;
+        std::vector<SensorLimits> sensors = {}; ///< one entry a sensor
+        std::vector<std::string> ignore = {};   ///< keys and names of disks, sensors and batteries
+        bool operator==(const Check&) const = default;
+    };
+    /// Whom to tell when a check changes. The daemon tells nobody: `meridalctl check --watch --alert` asks for this.
+    struct Alerts {
+        std::string command = {}; ///< path of a program; empty: none
+        std::string mail = {};    ///< an address; empty: none
+        bool desktop = false;     ///< whether users' sessions may show them
+        double after = checkLimits::alertLooks;
+        double every = checkLimits::alertInterval;
+        bool operator==(const Alerts&) const = default;
+    };
+
     Record record = {};
     Keep keep = {};
+    Check check = {};
+    Alerts alerts = {};
     std::string processSource = "auto"; ///< "auto", "bpf" or "proc"
     std::optional<double> passInterval =
         {};                             ///< between passes while no client asks; absent: as the source is best read

@@ -5,6 +5,7 @@
 #include "base/Value.h"
 #include "daemon/ApplicationService.h"
 #include "daemon/BatteryService.h"
+#include "daemon/ConfigurationCheck.h"
 #include "daemon/DiskService.h"
 #include "daemon/MachineService.h"
 #include "daemon/SensorService.h"
@@ -63,11 +64,13 @@ Dictionary ConfigurationService::describe() const
         }
         warnings.push_back(std::move(entry));
     }
-    const Configuration::Record& record = files_.current().record;
+    const Configuration& current = files_.current();
+    const Configuration::Record& record = current.record;
     return {{"files", files_.files()}, {"warnings", std::move(warnings)},
         {"record",
             {{"sensors", record.sensors}, {"disks", record.disks}, {"machine", record.machine},
-                {"applications", record.applications}, {"battery", record.battery}}}};
+                {"applications", record.applications}, {"battery", record.battery}}},
+        {"check", describeCheck(current.check)}, {"alerts", describeAlerts(current.alerts)}};
 }
 
 } // namespace meridal

@@ -20,7 +20,7 @@ public:
     void apply();
     /// Reads the files again and applies what can change while the daemon runs; the log says what cannot.
     void reload();
-    /// For `status`: {"files": [...], "warnings": [{"file", "line", "text"}], "record": {...}}.
+    /// For `status`: {"files": [...], "warnings": [{"file", "line", "text"}], "record": {...}, "check": {...}, "alerts": {...}}.
     Dictionary describe() const;
 
 private:

@@ -70,7 +70,7 @@ std::optional<Found> findSeries(const HistoryCatalogue& catalogue, std::string_v
 /// How a sample's values become those of an answer.
 class ValueReader {
 public:
-    ValueReader(const Found& found, const Peer& peer) : step_(peer.known && peer.uid == 0 ? 0 : found.series.step)
+    ValueReader(const Found& found, const Peer& peer) : step_(peer.isRoot() ? 0 : found.series.step)
     {
         for (const std::string& column : found.series.values) {
             places_.push_back(found.recorder->columnNamed(column));

@@ -14,26 +14,20 @@ MRDXPCServer::MRDXPCServer(MeridalDaemon& daemon) : daemon_(daemon) { }
 
 MRDXPCServer& MRDXPCServer::sharedXPCServer() { return MeridalDaemon::sharedDaemon().server(); }
 
-namespace {
-
-std::optional<std::uint32_t> userOf(const Peer& peer) { return peer.known ? std::optional(peer.uid) : std::nullopt; }
-
-} // namespace
-
 bool MRDXPCServer::admit(const Peer& peer)
 {
-    if (userOf(peer) == 0U) {
+    if (peer.isRoot()) {
         return true;
     }
     const std::lock_guard lock(mutex_);
-    std::size_t& count = ofUser_[userOf(peer)];
+    std::size_t& count = ofUser_[peer.user()];
     return count < mostOfUser && ++count > 0;
 }
 
 void MRDXPCServer::release(const Peer& peer)
 {
     const std::lock_guard lock(mutex_);
-    if (const auto user = ofUser_.find(userOf(peer)); user != ofUser_.end() && --user->second == 0) {
+    if (const auto user = ofUser_.find(peer.user()); user != ofUser_.end() && --user->second == 0) {
         ofUser_.erase(user);
     }
 }

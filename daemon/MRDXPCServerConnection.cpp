@@ -211,12 +211,13 @@ void MRDXPCServerConnection::fps(NumberReply reply)
 
 void MRDXPCServerConnection::exists(BoolReply reply) { reply(true); }
 
-PowerDetail MRDXPCServerConnection::powerDetail() const { return powerDetailFor(peer_.known && peer_.uid == 0); }
+PowerDetail MRDXPCServerConnection::powerDetail() const { return powerDetailFor(peer_.isRoot()); }
 
 /// A client that has gone names nothing any more: nobody would ever take it away.
 SensorClient MRDXPCServerConnection::sensorClient() const
 {
-    return {.uid = client_ && peer_.known ? std::optional(peer_.uid) : std::nullopt, .connection = this};
+    const auto user = client_ ? peer_.user() : std::nullopt;
+    return user ? SensorClient({.uid = *user, .client = this}) : std::nullopt;
 }
 
 void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)

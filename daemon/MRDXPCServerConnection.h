@@ -2,18 +2,19 @@
 #pragma once
 
 #include "base/Runtime.h"
+#include "collectors/sensors/ClientSensors.h"
 #include "collectors/sensors/PowerAverages.h"
 #include "wire/Link.h"
 #include "wire/RequestKey.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace meridal {
 
 class MeridalDaemon;
-struct SensorClient;
 
 /// One client: the object exported to it, with its request mask. The protocol's methods may be called on any thread;
 /// each does its work on the main queue, in the order of the calls, so that masks, lists and timers meet nowhere
@@ -76,7 +77,7 @@ private:
     void sendCurrentLists(std::int64_t key);
     void startSMART(RequestKey key);
     PowerDetail powerDetail() const;
-    SensorClient sensorClient() const;
+    std::optional<ClientSensors::Owner> sensorClient() const;
 
     MeridalDaemon& daemon_;
     std::shared_ptr<ClientLink> client_; ///< none once the client is gone

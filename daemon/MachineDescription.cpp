@@ -57,7 +57,7 @@ Value describeMachine(Context& context, const PlatformController& controller, co
         putText(description, "modelIdentifier", platform.identifier());
     }
     putText(description, "vendor", machine.vendorName());
-    if (peer.known && peer.uid == 0) {
+    if (peer.isRoot()) {
         putText(description, "serial", platform.serial());
     }
     putText(description, "board", platform.boardID());

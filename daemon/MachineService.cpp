@@ -19,6 +19,9 @@ constexpr double leeway = 0.1; // of an interval
 constexpr double watchedAge = MachineService::askedInterval / 2;
 /// File systems fill slowly, and looking at them costs twice as much as all the rest.
 constexpr double watchedListAge = 5; // s
+/// Of who wants nothing read on his account: what the record reads is never so old, s.
+constexpr double passiveAge = 2 * MachineService::recordInterval;
+constexpr double passiveListAge = 30;
 
 Value describe(const FileSystemRecord& record)
 {
@@ -105,11 +108,16 @@ Result<Value> MachineService::state(const Value& given)
 {
     Parameters parameters(given);
     const bool withAll = parameters.flag("all");
+    const bool isPassive = parameters.flag("passive");
     if (!parameters.valid()) {
         return parameters.failure();
     }
-    noteQuestion();
-    Value state = *latestState(askedInterval);
+    if (isPassive) {
+        readUnlessNewerThan(passiveAge);
+    } else {
+        noteQuestion();
+    }
+    Value state = *latestState(isPassive ? passiveListAge : askedInterval);
     if (withAll) {
         state["disks"] = blockDevices_.stateOfAll();
     }
@@ -178,7 +186,7 @@ void MachineService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
 {
     methods.addAsyncMethod(
         method::machineState, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
-            if (isRecording_ || isAsked()) {
+            if (isRecording_ || isAsked() || Parameters(parameters).flag("passive")) {
                 return reply(state(parameters));
             }
             noteQuestion(); // the first reading in a while, and nothing to compare it with

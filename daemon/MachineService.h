@@ -42,7 +42,8 @@ public:
     void addTo(Watches& watches);
 
     /// "machine.state": all figures of the latest reading, which is a second old at most, those of the network two. With
-    /// "all" also of block devices that are no whole disks.
+    /// "all" also of block devices that are no whole disks. With "passive" the question makes no reading due, now or later:
+    /// what the record reads is told, and where there is none, one reading of this question's own.
     Result<Value> state(const Value& parameters);
 
     static constexpr double recordInterval = 6; ///< s

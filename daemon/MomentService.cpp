@@ -213,7 +213,7 @@ void MomentService::at(const Value& given, const Peer& peer, Reply reply)
     MomentRecord record;
     record.time = std::min(*time, now);
     record.now = now;
-    record.isExact = peer.known && peer.uid == 0;
+    record.isExact = peer.isRoot();
     record.viewer = viewerOf_ ? viewerOf_(peer) : std::nullopt;
     record.series = seriesOf(records_.catalogue);
     std::make_shared<Gathering>(*this, std::move(record), std::move(reply))->start();

@@ -171,12 +171,20 @@ Result<Value> NetworkService::interfaces(const Value& given) const
     Value list = Value::array();
     for (const auto* interface : found) {
         Value description = interface->describe();
-        if (const auto wifi = collector_.wifiMap().find(interface->record().name); wifi != collector_.wifiMap().end()) {
+        const auto& joined = collector_.joinedWifi();
+        if (const auto wifi = joined.find(interface->record().name); wifi != joined.end()) {
             description["wifi"] = describe(wifi->second);
         }
         list.push_back(std::move(description));
     }
-    return Value{{"interfaces", std::move(list)}, {"primary", collector_.primarySettings()}, {"more", more}};
+    Value networks = Value::array();
+    for (const WifiTraffic::Network& network : collector_.wifiTraffic()) {
+        Value& entry = networks.emplace_back(describe(network.identity));
+        entry["received"] = static_cast<std::uint64_t>(network.amount.download);
+        entry["sent"] = static_cast<std::uint64_t>(network.amount.upload);
+    }
+    return Value{{"interfaces", std::move(list)}, {"networks", std::move(networks)},
+        {"primary", collector_.primarySettings()}, {"more", more}};
 }
 
 } // namespace meridal

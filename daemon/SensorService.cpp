@@ -41,10 +41,18 @@ auto placeOf(const SensorsStatCollectorMac& collector, const Item& item)
 
 SensorsStatCollectorMac::SensorItems ordered(const SensorsStatCollectorMac& collector, std::optional<std::uint32_t> uid)
 {
-    auto sensors = collector.sensorsFor(uid);
-    std::sort(sensors.begin(), sensors.end(), [&](const auto& first, const auto& second) {
-        return placeOf(collector, *first) < placeOf(collector, *second);
-    });
+    using Place = decltype(placeOf(collector, std::declval<const Item&>()));
+    std::vector<std::pair<Place, std::shared_ptr<Item>>> placed; // once each, though they are compared often
+    for (auto& sensor : collector.sensorsFor(uid)) {
+        Place place = placeOf(collector, *sensor);
+        placed.emplace_back(std::move(place), std::move(sensor));
+    }
+    std::sort(
+        placed.begin(), placed.end(), [](const auto& first, const auto& second) { return first.first < second.first; });
+    SensorsStatCollectorMac::SensorItems sensors;
+    for (auto& [place, sensor] : placed) {
+        sensors.push_back(std::move(sensor));
+    }
     return sensors;
 }
 
@@ -80,14 +88,23 @@ Value describe(const SensorsStatCollectorMac& collector, const Item& item, Power
     const SensorRecord* record = collector.recordForKey(item.key().value_or(""));
     const Range range = rangeOf(record, item);
     const std::string_view alarm = sensorAlarmName(collector.alarmOf(item));
-    return {{"key", item.key().value_or("")}, {"chip", chipOf(collector, item)}, {"name", collector.nameOf(item)},
-        {"kind", sensorKindName(kind)}, {"unit", sensorUnit(kind)},
-        {"value", figure(ifKnown(item.value(), item.hasValue()))}, {"low", figure(range.low)},
-        {"high", figure(range.high)}, {"fixed", range.isFixed},
-        {"critical", figure(record ? record->limits.critical : std::nullopt)},
-        {"lowest", figure(ifKnown(item.lowestRecordedValue(), item.hasSeenLimits()))},
-        {"highest", figure(ifKnown(item.highestRecordedValue(), item.hasSeenLimits()))},
-        {"alarm", alarm.empty() ? Value() : Value(alarm)}};
+    Value entry = Value::object();
+    // In its order, which saves looking for the place: there may be hundreds of these.
+    auto& fields = entry.get_ref<Value::object_t&>();
+    fields.emplace_hint(fields.end(), "alarm", alarm.empty() ? Value() : Value(alarm));
+    fields.emplace_hint(fields.end(), "chip", chipOf(collector, item));
+    fields.emplace_hint(fields.end(), "critical", figure(record ? record->limits.critical : std::nullopt));
+    fields.emplace_hint(fields.end(), "fixed", range.isFixed);
+    fields.emplace_hint(fields.end(), "high", figure(range.high));
+    fields.emplace_hint(fields.end(), "highest", figure(ifKnown(item.highestRecordedValue(), item.hasSeenLimits())));
+    fields.emplace_hint(fields.end(), "key", item.key().value_or(""));
+    fields.emplace_hint(fields.end(), "kind", sensorKindName(kind));
+    fields.emplace_hint(fields.end(), "low", figure(range.low));
+    fields.emplace_hint(fields.end(), "lowest", figure(ifKnown(item.lowestRecordedValue(), item.hasSeenLimits())));
+    fields.emplace_hint(fields.end(), "name", collector.nameOf(item));
+    fields.emplace_hint(fields.end(), "unit", sensorUnit(kind));
+    fields.emplace_hint(fields.end(), "value", figure(ifKnown(item.value(), item.hasValue())));
+    return entry;
 }
 
 } // namespace
@@ -162,30 +179,18 @@ const char undecided = 0;
 
 void SensorService::name(const SensorClient& client, const Value& entries, SensorRequest request)
 {
-    if (client.uid && !entries.empty()) { // of whom the system does not know nothing stays
-        const auto administers = administrators_.ask(*client.uid);
+    if (client && !entries.empty()) { // of whom the system does not know nothing stays
+        const auto administers = administrators_.ask(client->uid);
         if (administers && *administers) {
-            nameForAll(entries, request);
+            collector().nameForAll(entries, request);
         } else {
-            collector().nameForClient({.uid = *client.uid, .client = client.connection}, entries, request);
+            collector().nameForClient(*client, entries, request);
         }
         if (!administers) {
-            collector().nameForClient({.uid = *client.uid, .client = &undecided}, entries, request);
+            collector().nameForClient({.uid = client->uid, .client = &undecided}, entries, request);
         }
     }
     collector().begin();
-}
-
-void SensorService::nameForAll(const Value& entries, SensorRequest request)
-{
-    switch (request) {
-    case SensorRequest::Sensors:
-        return collector().processSensors(entries);
-    case SensorRequest::Fans:
-        return collector().processFans(entries);
-    case SensorRequest::Services:
-        return collector().processArmSensors(entries);
-    }
 }
 
 void SensorService::decided(std::uint32_t uid, bool administers)
@@ -193,14 +198,15 @@ void SensorService::decided(std::uint32_t uid, bool administers)
     const ClientSensors::Owner owner{.uid = uid, .client = &undecided};
     if (administers) {
         collector().keepForAll(owner);
+    } else {
+        collector().forgetClient(owner);
     }
-    collector().forgetClient(owner);
 }
 
 void SensorService::forget(const SensorClient& client)
 {
-    if (collector_ && client.uid) {
-        collector_->forgetClient({.uid = *client.uid, .client = client.connection});
+    if (collector_ && client) {
+        collector_->forgetClient(*client);
     }
 }
 
@@ -208,8 +214,8 @@ void SensorService::addTo(MeridalHistory& history)
 {
     history.addAsyncMethod(
         method::sensorsList, [this](const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply) {
-            const auto uid = peer.known ? std::optional(peer.uid) : std::nullopt;
-            answer(parameters, uid, powerDetailFor(uid == 0U), reply, mostWaits);
+            const int waits = Parameters(parameters).flag("passive") ? 0 : mostWaits;
+            answer(parameters, peer.user(), powerDetailFor(peer.isRoot()), reply, waits);
         });
 }
 
@@ -219,7 +225,7 @@ void SensorService::answer(const Value& parameters, std::optional<std::uint32_t>
 {
     constexpr double wait = 0.5; // s
     auto now = list(parameters, uid, detail);
-    if (!now || waits == 0 || !collector().isSettling(collector().sensorsFor(uid))) {
+    if (!now || waits == 0 || !collector().isSettling(uid)) {
         return reply(std::move(now));
     }
     context_.runtime.after(wait, lifetime_.guard([this, parameters, uid, detail, reply, waits] {
@@ -256,10 +262,14 @@ Result<Value> SensorService::list(const Value& given, std::optional<std::uint32_
     Parameters parameters(given);
     const auto after = parameters.text("after");
     const std::size_t limit = parameters.limit(usualPage, longestPage);
+    const bool isPassive = parameters.flag("passive");
     if (!parameters.valid()) {
         return parameters.failure();
     }
-    asked().discover();
+    (isPassive ? collector() : asked()).discover();
+    if (isPassive) {
+        collector().readWhatNobodyReads();
+    }
     const auto sensors = ordered(collector(), uid);
     auto next = sensors.begin();
     if (after) {

@@ -18,11 +18,8 @@ class MeridalHistory;
 struct Context;
 struct Peer;
 
-/// Who asks about sensors: the user, absent where the system does not tell, and which of the user's clients.
-struct SensorClient {
-    std::optional<std::uint32_t> uid;
-    const void* connection = nullptr;
-};
+/// Who asks about sensors; absent where the system does not tell.
+using SensorClient = std::optional<ClientSensors::Owner>;
 
 /// Sensors and fans: the clients' four requests about them, their question "sensors.list", and the history. The collector is
 /// made right after the start: the record needs nobody who asks; without one it is made when somebody does. What root and
@@ -49,7 +46,8 @@ public:
     void forget(const SensorClient& client);
     void addTo(MeridalHistory& history);
 
-    /// "sensors.list": a page of all sensors that there are for a user, by chip; named parameters "after" (a key) and "limit".
+    /// "sensors.list": a page of all sensors that there are for a user, by chip; named parameters "after" (a key), "limit"
+    /// and "passive": the question makes nothing be read sooner or more often.
     Result<Value> list(const Value& parameters, std::optional<std::uint32_t> uid, PowerDetail detail);
 
     static constexpr std::size_t usualPage = 200;
@@ -63,7 +61,6 @@ private:
     SensorsStatCollectorMac& asked();
     void resume();
     void name(const SensorClient& client, const Value& entries, SensorRequest request);
-    void nameForAll(const Value& entries, SensorRequest request);
     void decided(std::uint32_t uid, bool administers);
     void answer(const Value& parameters, std::optional<std::uint32_t> uid, PowerDetail detail,
         const std::function<void(Result<Value>)>& reply, int waits);

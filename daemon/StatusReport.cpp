@@ -5,8 +5,11 @@
 #include "base/Runtime.h"
 #include "base/Value.h"
 #include "daemon/MeridalDaemon.h"
+#include "daemon/MeridalHistory.h"
+#include "daemon/Parameters.h"
 #include "database/HistoryDatabaseController.h"
 #include "platform/host/Host.h"
+#include "wire/Methods.h"
 #include "wire/Version.h"
 
 #include <map>
@@ -20,9 +23,23 @@ StatusReport::StatusReport(MeridalDaemon& daemon, std::function<ListenerStatisti
 {
 }
 
-Dictionary StatusReport::usage()
+/// On Linux the kernel walks through all pages of the daemon to tell what of them is its own.
+SelfUsageReading StatusReport::reading(double oldest)
 {
-    const SelfUsageReading reading = daemon_.context().host.selfUsage->read();
+    SelfUsage& usage = *daemon_.context().host.selfUsage;
+    const double now = daemon_.context().runtime.monotonicTime();
+    if (!readAt_ || now - *readAt_ >= oldest) {
+        readAt_ = now;
+        reading_ = usage.read();
+    } else {
+        static_cast<SelfCost&>(reading_) = usage.readCost();
+    }
+    return reading_;
+}
+
+Dictionary StatusReport::usage(double oldest)
+{
+    const SelfUsageReading reading = this->reading(oldest);
     Dictionary usage = Dictionary::object();
     put(usage, "cpuSeconds", reading.cpuSeconds);
     put(usage, "residentBytes", reading.residentBytes);
@@ -60,6 +77,7 @@ Dictionary StatusReport::databaseFigures() const
     const auto* databases = daemon_.context().databases;
     DatabaseStatistics sum;
     std::uint64_t files = 0;
+    std::uint64_t failing = 0;
     for (const auto& [name, one] : databases ? databases->statistics() : std::map<std::string, DatabaseStatistics>()) {
         ++files;
         sum.rowsWritten += one.rowsWritten;
@@ -68,13 +86,21 @@ Dictionary StatusReport::databaseFigures() const
         sum.statementsDropped += one.statementsDropped;
         sum.filesSetAside += one.filesSetAside;
         sum.bytes += one.bytes;
+        failing += one.failing ? 1 : 0;
     }
     return {{"files", files}, {"bytes", sum.bytes}, {"rowsWritten", sum.rowsWritten},
         {"batchesFailed", sum.batchesFailed}, {"statementsWaiting", sum.statementsWaiting},
-        {"statementsDropped", sum.statementsDropped}, {"filesSetAside", sum.filesSetAside}};
+        {"statementsDropped", sum.statementsDropped}, {"filesSetAside", sum.filesSetAside}, {"failing", failing}};
 }
 
-Dictionary StatusReport::build()
+void StatusReport::addTo(MeridalHistory& methods)
+{
+    methods.addMethod(method::status, [this](const Value& given) -> Result<Value> {
+        return Result<Value>(build(Parameters(given).flag("passive") ? passiveAge : 0));
+    });
+}
+
+Dictionary StatusReport::build(double oldest)
 {
     Context& context = daemon_.context();
     const PassStatistics& passes = daemon_.passStatistics();
@@ -86,7 +112,7 @@ Dictionary StatusReport::build()
         {"uptime", context.runtime.monotonicTime() - startedAt_},
         {"wallTime", context.runtime.wallTime()},
         {"clients", daemon_.server().connections().size()},
-        {"usage", usage()},
+        {"usage", usage(oldest)},
         {"transport", transportFigures()},
         {"passes", {{"count", passes.count}, {"lastSeconds", passes.lastSeconds}, {"processes", passes.processes}}},
         {"databases", databaseFigures()},

@@ -8,6 +8,7 @@
 #include "platform/host/Host.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace meridal {
 
@@ -223,11 +224,13 @@ void TrafficService::process()
         return;
     }
     fold();
-    tellRecord();
+    noteFold();
 }
 
-void TrafficService::tellRecord() const
+void TrafficService::noteFold()
 {
+    hasCounted_ = hasCounted_ || std::string_view(sourceInUse()) != "none";
+    sum_ += fold_;
     if (isRecording() && folded_) {
         folded_(fold_);
     }
@@ -263,7 +266,7 @@ void TrafficService::foldStatistics()
     if (statistics_.isStarted()) {
         statistics_.updateStats();
         fold_ = statistics_.latest();
-        tellRecord();
+        noteFold();
     }
 }
 
@@ -286,6 +289,16 @@ const char* TrafficService::sourceInUse() const
     return packets_.isCapturing() ? "capture" : statistics_.isStarted() ? "counters" : "none";
 }
 
+Dictionary TrafficService::owners() const
+{
+    const auto bytes = [](double figure) { return static_cast<std::uint64_t>(std::llround(std::max(figure, 0.0))); };
+    const auto ways = [&bytes](const TrafficShare& share) {
+        return Dictionary{{"received", bytes(share.download)}, {"sent", bytes(share.upload)}};
+    };
+    return {
+        {"process", ways(sum_.processes)}, {"kernel", ways(sum_.kernel)}, {"unattributed", ways(sum_.unattributed)}};
+}
+
 Dictionary TrafficService::describe() const
 {
     TrafficAccount total = counters_.total(); // one of the two, unless the source changed between two clients
@@ -303,6 +316,9 @@ Dictionary TrafficService::describe() const
     if (counters_.isCounting()) {
         result["method"] = counters_.method();
         result["elsewhereBytes"] = counters_.elsewhere().linkBytes;
+    }
+    if (hasCounted_) {
+        result["owners"] = owners();
     }
     if (all > 0) {
         result["unattributedPercent"] = total.unattributed.linkBytes / all * 100;

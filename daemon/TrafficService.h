@@ -71,7 +71,7 @@ public:
     /// The fold: the process items hold what came since the last one. Nothing while nobody holds it.
     void process();
 
-    /// For `status`: how traffic is counted, and what became of it since the start.
+    /// For `status`: how traffic is counted, and what became of it since the start. "owners" only grows, whatever the source.
     Dictionary describe() const;
     /// Where the figures of the network list come from, and where the bytes of the latest interval went: {"source",
     /// "attributed": {"d","u"}, "kernel": {...}, "unattributed": {...}}, with "source" alone unless all traffic is counted.
@@ -86,7 +86,8 @@ private:
     bool startCapture();
     void startStatistics();
     void fold();
-    void tellRecord() const;
+    void noteFold();
+    Dictionary owners() const;
     void foldStatistics();
     const char* sourceInUse() const;
     void sayWhy(const std::string& instead);
@@ -105,6 +106,8 @@ private:
     TrafficAccount fold_;
     TrafficAccount shown_;    ///< the latest fold as clients are told of it
     TrafficShare toldKernel_; ///< the most that has been the kernel's in all folds
+    TrafficAccount sum_;      ///< of all folds
+    bool hasCounted_ = false;
     Folded folded_;
 };
 

@@ -46,6 +46,7 @@ Result<UptimeQuestion> uptimeQuestionFrom(const Value& given)
 {
     Parameters parameters(given);
     UptimeQuestion question;
+    parameters.flag("passive"); // must be one where it is given
     question.from = parameters.moment("from").value_or(0);
     question.until = parameters.moment("until");
     question.before = parameters.moment("before");
@@ -76,8 +77,9 @@ Result<Value> answerFrom(const std::optional<UptimeAnswer>& answer)
                      {{"boot", now.boot > 0 ? Value(now.boot) : Value()},
                          {"started", now.started > 0 ? Value(now.started) : Value()},
                          {"uptime", now.started > 0 ? Value(now.elapsed) : Value()}, {"asleep", answer->asleep}}},
-        {"boots", std::move(boots)}, {"longest", answer->longest}, {"availability", orNull(answer->availability)},
-        {"more", answer->more}};
+        {"boots", std::move(boots)},
+        {"ends", {{"orderly", answer->ends.orderly}, {"crash", answer->ends.crash}, {"asleep", answer->ends.asleep}}},
+        {"longest", answer->longest}, {"availability", orNull(answer->availability)}, {"more", answer->more}};
 }
 
 } // namespace
@@ -97,10 +99,15 @@ void UptimeService::prepare()
 
 void UptimeService::saveShutdownTime(Farewell why, double time, Task written)
 {
+    kept_.reset();
     database_.saveShutdownTime(why, time, std::move(written));
 }
 
-void UptimeService::saveSleep(double from, double until) { database_.saveSleep(from, until); }
+void UptimeService::saveSleep(double from, double until)
+{
+    kept_.reset();
+    database_.saveSleep(from, until);
+}
 
 void UptimeService::addTo(MeridalHistory& methods)
 {
@@ -123,8 +130,32 @@ void UptimeService::boots(const Value& parameters, std::function<void(Result<Val
     if (!question) {
         return reply(unexpected(question.error().code, question.error().message));
     }
+    const bool isPassive = Parameters(parameters).flag("passive");
+    if (const auto known = isPassive ? kept(*question) : std::nullopt) {
+        return reply(answerFrom(known));
+    }
     database_.readHistory(*question,
-        [reply = std::move(reply)](const std::optional<UptimeAnswer>& answer) { reply(answerFrom(answer)); });
+        [this, isPassive, question = *question, reply = std::move(reply)](const std::optional<UptimeAnswer>& answer) {
+            if (isPassive && answer) {
+                kept_ = {question, *answer, context_.runtime.monotonicTime()};
+            }
+            reply(answerFrom(answer));
+        });
+}
+
+/// Of what went on since only this boot has become longer.
+std::optional<UptimeAnswer> UptimeService::kept(const UptimeQuestion& question) const
+{
+    const double age = kept_ ? context_.runtime.monotonicTime() - kept_->readAt : keptFor;
+    if (age >= keptFor || kept_->question != question) {
+        return std::nullopt;
+    }
+    UptimeAnswer answer = kept_->answer;
+    answer.now.elapsed += age;
+    for (BootRow& boot : answer.boots) {
+        boot.length += boot.end == BootEnd::Running ? age : 0;
+    }
+    return answer;
 }
 
 } // namespace meridal

@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace meridal {
 
@@ -33,17 +34,26 @@ public:
     UptimeDatabase& database() { return database_; }
 
     /// "uptime.boots": an object with "from", "until", "before" (s since 1970) and "limit", each of them optional; also
-    /// as the only element of an array. Replies once, later.
+    /// as the only element of an array. Replies once, later. With "passive" the file may have been read an hour ago.
     void boots(const Value& parameters, std::function<void(Result<Value>)> reply);
 
     static constexpr double noteInterval = 600; ///< s
+    static constexpr double keptFor = 3600;     ///< s for which a passive question is answered without the file
     static constexpr std::size_t longestPage = 500;
 
 private:
+    struct KeptAnswer {
+        UptimeQuestion question;
+        UptimeAnswer answer;
+        double readAt = 0; ///< monotonic s
+    };
+    std::optional<UptimeAnswer> kept(const UptimeQuestion& question) const;
+
     Context& context_;
     UptimeStatCollectorMac& collector_;
     UptimeDatabase database_;
     std::unique_ptr<Timer> notes_;
+    std::optional<KeptAnswer> kept_; ///< to a passive question, as long as nothing but time has passed
 };
 
 } // namespace meridal

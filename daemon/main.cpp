@@ -145,15 +145,21 @@ constexpr TimerSchedule tidyTimes{.first = 35, .interval = HistoryRecorder::comm
 
 void logLimitations(Context& context)
 {
+    Limitations& limitations = *context.host.limitations;
     std::string missing;
+    std::string absent;
     const auto later = [&log = context.log](const std::string& what, const std::string& why) {
         log.warning(fmt::format("Not to be had now: {}: {}", what, why));
     };
-    for (const auto& [what, why] : context.host.limitations->listen(later)) {
-        missing += fmt::format("{}{}: {}", missing.empty() ? "" : "; ", what, why);
+    for (const auto& [what, why] : limitations.listen(later)) {
+        std::string& text = limitations.isAbsent(what) ? absent : missing;
+        text += fmt::format("{}{}: {}", text.empty() ? "" : "; ", what, why);
     }
     if (!missing.empty()) {
         context.log.warning("Not to be had here: " + missing);
+    }
+    if (!absent.empty()) {
+        context.log.info("Not on this machine: " + absent);
     }
 }
 
@@ -221,7 +227,7 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     status.addSection("capture", [&traffic] { return traffic.describe(); });
     status.addSection("configuration", [&configuration] { return configuration.describe(); });
     MeridalHistory history(runtime.mainQueue());
-    history.addMethod(method::status, [&status](const Value&) { return status.build(); });
+    status.addTo(history);
     uptime.addTo(history);
     disks.addTo(history, catalogue);
     machine.addTo(history, catalogue);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/transport/UnixSocketListener.h"
 
+#include "base/ThreadPool.h"
 #include "daemon/transport/UnixSocketConnection.h"
 
 #include <asio/executor_work_guard.hpp>
@@ -8,13 +9,11 @@
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
-#include <asio/thread_pool.hpp>
 #include <fmt/format.h>
 
 #include <chrono>
 #include <fcntl.h>
 #include <functional>
-#include <optional>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -135,7 +134,7 @@ private:
     bool resting_ = false;
     bool shuttingDown_ = false;
     std::thread thread_;
-    std::optional<asio::thread_pool> second_; // of one thread, from the first long line on
+    ThreadPool second_{1}; // for what is long
 };
 
 UnixSocketListener::Server::~Server()
@@ -144,7 +143,7 @@ UnixSocketListener::Server::~Server()
         asio::post(io_, [this] { shutDown(); });
         thread_.join(); // which has waited for the second one's work
     }
-    second_.reset();
+    second_.close();
     struct stat found = {};
     const bool ours = socketFile_.st_ino != 0 && lstat(path_.c_str(), &found) == 0 && found.st_ino == socketFile_.st_ino
         && found.st_dev == socketFile_.st_dev;
@@ -268,10 +267,7 @@ void UnixSocketListener::Server::welcome(Protocol::socket socket)
 /// The loop goes on until what comes after has run, also while it shuts down.
 void UnixSocketListener::Server::aside(std::function<void()> work, std::function<void()> after)
 {
-    if (!second_) {
-        second_.emplace(1);
-    }
-    asio::post(*second_,
+    second_.post(
         [this, work = std::move(work), after = std::move(after), guard = asio::make_work_guard(io_)]() mutable {
             work();
             work = nullptr; // what it holds is let go of here

@@ -87,6 +87,42 @@ TEST_F(Applications, AreToldPageByPageToWhomTheyMayBe)
     EXPECT_EQ(namesIn(ask({}, user(1001, {4}))).size(), 4U);
 }
 
+TEST_F(Applications, TheLargestAreNamedAndTheOthersAreOne)
+{
+    begin();
+    machine.processes().work(42, {.cpu = 1.5, .read = 100});
+    machine.runtime.advance(40);
+    const auto passes = machine.processes().asked.size();
+    const Value first = ask({{"largest", 1}, {"passive", true}});
+    EXPECT_THAT(namesIn(first), ElementsAre("other", "kernel", "exe:/usr/bin/worker"));
+    EXPECT_EQ(first["groups"][2]["diskRead"], 100);
+    EXPECT_EQ(first["groups"][0]["processes"], 1) << "that of launchd";
+    EXPECT_EQ(first["more"], false);
+    machine.processes().work(42, {.cpu = 1.5, .read = 100});
+    EXPECT_EQ(ask({{"largest", 1}, {"passive", true}})["groups"], first["groups"]);
+    EXPECT_EQ(machine.processes().asked.size(), passes) << "nothing was read on their account";
+    EXPECT_EQ(ask({{"largest", 1}})["groups"][2]["diskRead"], 200);
+    EXPECT_EQ(machine.processes().asked.size(), passes + 1);
+
+    machine.visibility().rule = ProcessRestriction{.exemptGroup = 4};
+    machine.runtime.advance(40);
+    EXPECT_THAT(namesIn(ask({{"largest", 1}}, user(1000))), ElementsAre("other", "kernel", "exe:/usr/bin/worker"));
+    const Value others = ask({{"largest", 1}}, user(1001));
+    EXPECT_THAT(namesIn(others), ElementsAre("other", "kernel"));
+    EXPECT_EQ(others["groups"][0]["diskRead"], 0) << "nothing of what they may not see";
+
+    house.applications.setRecording(false);
+    EXPECT_THAT(ask({{"largest", 1}}).get<std::string>(), HasSubstr("not recorded"));
+    house.applications.setRecording(true);
+    machine.runtime.advance(40);
+    machine.processes().work(42, {.read = 50});
+    machine.runtime.advance(40);
+    EXPECT_EQ(ask({{"largest", 1}})["groups"][2]["diskRead"], 250) << "of the daemon's life";
+    for (const Value& wrong : {Value{{"largest", 0}}, Value{{"largest", 513}}, Value{{"largest", 2}, {"after", 1}}}) {
+        EXPECT_THAT(ask(wrong).get<std::string>(), HasSubstr("largest"));
+    }
+}
+
 TEST_F(Applications, AreWatched)
 {
     begin();

@@ -246,5 +246,44 @@ TEST_F(DaemonTest, StatusTellsTheCostAndWhatIsMissing)
     EXPECT_EQ(status["usage"]["wakeupsPerSecond"], 0);
 }
 
+TEST_F(DaemonTest, PassiveQuestionsAreAnsweredFromWhatIsKnown)
+{
+    machine.powerSources().records = {{.supply = PowerSupplyState::Battery}};
+    machine.selfUsage().reading.cpuSeconds = 1;
+    machine.selfUsage().reading.residentBytes = 10;
+    start();
+    StatusReport report(*daemon, [] { return ListenerStatistics(); });
+    MeridalHistory methods(machine.runtime.mainQueue());
+    report.addTo(methods);
+    house.battery.addTo(methods, house.catalogue);
+    const auto ask = [&](const char* method, const Value& parameters) {
+        Value answer;
+        methods.call(method, parameters, {}, [&answer](const Result<Value>& result) { answer = result.value(); });
+        machine.runtime.runDue();
+        return answer;
+    };
+    const Value passive = {{"passive", true}};
+    EXPECT_EQ(ask("status", passive)["usage"]["residentBytes"], 10);
+    machine.selfUsage().reading.cpuSeconds = 2;
+    machine.selfUsage().reading.residentBytes = 20;
+    machine.runtime.advance(10);
+    EXPECT_EQ(ask("status", passive)["usage"]["residentBytes"], 10) << "dear to look up";
+    EXPECT_EQ(ask("status", passive)["usage"]["cpuSeconds"], 2);
+    EXPECT_EQ(ask("status", nullptr)["usage"]["residentBytes"], 20);
+    machine.selfUsage().reading.residentBytes = 30;
+    machine.runtime.advance(StatusReport::passiveAge);
+    EXPECT_EQ(ask("status", passive)["usage"]["residentBytes"], 30);
+
+    ask("battery.state", nullptr);
+    const int asked = machine.powerSources().asked;
+    for (int question = 0; question < 10; ++question) {
+        machine.runtime.advance(2);
+        EXPECT_EQ(ask("battery.state", passive)["batteries"].size(), 1U);
+    }
+    EXPECT_EQ(machine.powerSources().asked, asked);
+    ask("battery.state", nullptr);
+    EXPECT_GT(machine.powerSources().asked, asked);
+}
+
 } // namespace
 } // namespace meridal::test
