@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/Configuration.h"
+#include "daemon/ConfigurationCheck.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -32,6 +33,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(isSpan(keep.applicationMinutes) && isSpan(keep.applicationQuarterHours) && isSpan(keep.applicationHours)
         && isSpan(keep.applicationDays) && isSpan(keep.longTerm));
     require(!configuration.passInterval || (*configuration.passInterval >= 2 && *configuration.passInterval <= 300));
+    require(
+        configuration.check.sensors.size() <= mostCheckedSensors && configuration.check.ignore.size() <= mostIgnored);
+    for (const Configuration::SensorLimits& limits : configuration.check.sensors) {
+        require(!limits.sensor.empty());
+        require(limits.warningAbove || limits.criticalAbove || limits.warningBelow || limits.criticalBelow);
+    }
+    require(configuration.alerts.every >= 1 && configuration.alerts.after >= 1);
     require(warnings.size() <= mostConfigurationWarnings + 1);
     for (const ConfigurationWarning& warning : warnings) {
         require(lineOf(warning).find('\n') == std::string::npos && !warning.text.empty());

@@ -63,12 +63,12 @@ void answer(const Value& given, const std::uint8_t* data)
     const PlatformController platform(machine.context);
     SensorsStatCollectorMac collector(machine.context, platform);
     Value electric = collector.supportedElectricSensors(given);
-    collector.processSensors(electric);
+    collector.nameForAll(electric, SensorRequest::Sensors);
     collector.averagePower(electric);
     const ClientSensors::Owner user{.uid = 1000, .client = &machine};
     collector.nameForClient(user, electric, SensorRequest::Sensors);
-    collector.processFans(collector.supportedFans(given));
-    collector.processArmSensors(collector.supportedArmSensors(given));
+    collector.nameForAll(collector.supportedFans(given), SensorRequest::Fans);
+    collector.nameForAll(collector.supportedArmSensors(given), SensorRequest::Services);
     collector.nameForClient(user, collector.supportedArmSensors(given), SensorRequest::Services);
     if (given.is_array()) {
         for (const Value& configuration : given) {

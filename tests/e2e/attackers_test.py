@@ -11,9 +11,7 @@ import time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
 import running  # noqa: E402  the daemon and its clients
 
-NOBODY = 65534
 MOST_OF_USER = 64
-LARGEST_LINE = 1 << 20
 EVIL = b"ev)il \x1b[2J\n\x07"
 
 
@@ -21,12 +19,12 @@ class AttackersTest(running.DaemonTest):
     @running.needs_root
     def test_a_user_who_connects_for_ever_is_the_only_one_turned_away(self):
         with self.serving() as (daemon, client):
-            held = [daemon.client(user=NOBODY) for _ in range(MOST_OF_USER)]
+            held = [daemon.client(user=running.NOBODY) for _ in range(MOST_OF_USER)]
             self.assertIs(held[-1].call("exists:"), True)
-            refused = daemon.client(user=NOBODY)
+            refused = daemon.client(user=running.NOBODY)
             self.assertEqual(refused._next_message(time.monotonic() + running.DEADLINE)["error"]["code"], -32003)
             self.assertRaises((running.example_client.ConnectionEnded, OSError), refused.call, "exists:")
-            for other in (daemon.client(), daemon.client(user=NOBODY - 1), client):
+            for other in (daemon.client(), daemon.client(user=running.NOBODY - 1), client):
                 self.assertIs(other.call("exists:"), True)
             held.pop().close()
             running.until(lambda: self.is_served(daemon), "room for another")
@@ -36,30 +34,30 @@ class AttackersTest(running.DaemonTest):
     @staticmethod
     def is_served(daemon):
         try:
-            return daemon.client(user=NOBODY).call("exists:")
+            return daemon.client(user=running.NOBODY).call("exists:")
         except (running.example_client.ConnectionEnded, RuntimeError, OSError):
             return False
 
     @running.needs_root
     def test_large_requests_and_clients_that_do_not_read_hold_up_nobody(self):
-        objects = b",".join([b"{}"] * (LARGEST_LINE // 3 - 100))
-        fewer = b",".join([b"{}"] * 60_000)
+        line = b'{"jsonrpc":"2.0","id":1,"method":"sensors:reply:","params":[[' + b",".join([b"{}"] * 60_000) + b"]]}\n"
         with self.serving() as (daemon, client):
-            attackers = [daemon.client(user=NOBODY) for _ in range(8)]
-            for number, attacker in enumerate(attackers):
-                attacker._socket.setblocking(False)
-                for values in (objects, fewer, fewer):
-                    line = b'{"jsonrpc":"2.0","id":1,"method":"sensors:reply:","params":[[' + values + b"]]}\n"
-                    try:
-                        while line:
-                            line = line[attacker._socket.send(line):]
-                    except BlockingIOError:  # the rest waits in vain: nobody reads its answers
-                        break
+            attackers = [daemon.client(user=running.NOBODY) for _ in range(8)]
+            for attacker in attackers:
+                attacker._socket.settimeout(1)
+                try:
+                    for _ in range(3):
+                        attacker._socket.sendall(line)
+                except TimeoutError:  # the rest waits in vain: nobody reads its answers
+                    pass
+            answer = attackers[-1]._next_message(time.monotonic() + running.DEADLINE)  # they are served, one after another
+            self.assertEqual(len(answer["result"]), 60_000)
             client.call("startRequestWithKey:interval:", 1, 1)
             for _ in range(3):
                 client.envelope(1)
                 self.assertIs(client.call("exists:"), True)
-            self.assertLess(client.call("status")["usage"]["residentBytes"], 400 << 20)
+            most = 1000 if running.BUILD.endswith("asan") else 400  # that keeps for a while what was given back
+            self.assertLess(client.call("status")["usage"]["residentBytes"], most << 20)
             for attacker in attackers:
                 attacker.close()
             running.until(lambda: client.call("status")["clients"] == 1, "the end of the attackers")
@@ -95,7 +93,7 @@ class AttackersTest(running.DaemonTest):
         with self.serving() as (daemon, client):
             client.call("startRequestWithKey:interval:", 1, 1)
             client.envelope(lambda e: any(row["key"] == str(child.pid) and float(row["c"]) > 1 for row in e["processes"]))
-            shown = self.ctl("top", "cpu", "--once", "-n", "5")
+            shown = self.ctl("top", "cpu", "--once", "-n", "20")
             self.assertIn("ev)il ?[2J??", shown)
             self.assertFalse(set(shown.encode()) & set(range(32)) - {ord("\n")})
             name = 'en0\x1b[2J\n2026 forged line'
