@@ -7,6 +7,7 @@
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
+#include "client/views/Answers.h"
 #include "client/views/ApplicationsView.h"
 #include "wire/Methods.h"
 
@@ -97,7 +98,7 @@ private:
             last.erase("next");
             last["more"] = false;
             last["groups"] = std::move(groups);
-            return session_.conclude(jsonLine(last));
+            return session_.conclude(answerLine(last));
         }
         const std::string title = "Applications by " + options_.by + ", " + stretch_.title;
         if (!options_.svgPath.empty()) {
@@ -115,7 +116,7 @@ private:
 
     void choose(const Value& groups)
     {
-        std::vector<SeriesName> names;
+        std::vector<OfferedSeries> names;
         for (const Value& group : groups) {
             const std::string identity = text(group, "group").value_or("");
             names.push_back({.series = identity, .key = identity, .name = text(group, "name").value_or("")});
@@ -164,7 +165,7 @@ private:
         if (options_.json) {
             course.erase("next");
             course["more"] = false;
-            return session_.conclude(jsonLine(course));
+            return session_.conclude(answerLine(course));
         }
         const Plot plot = applicationPlot(course, figure_, stretch_.title, stretch_.from, stretch_.until);
         concludePlots(session_, {&plot, 1}, options_.svgPath);

@@ -4,6 +4,7 @@
 #include "client/screen/Moments.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
+#include "client/views/Answers.h"
 #include "client/views/AtView.h"
 #include "wire/Methods.h"
 
@@ -41,7 +42,7 @@ int runAt(Session& session, const AtOptions& options)
     }
     return session.run([&] {
         session.call(method::momentsAt, Value::array({{{"time", *time}}}), [&](const Value& answer) {
-            options.json ? session.conclude(jsonLine(answer))
+            options.json ? session.conclude(answerLine(answer))
                          : session.conclude(atLines(answer, now, terminalColumns().value_or(0)));
         });
     });

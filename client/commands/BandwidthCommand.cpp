@@ -7,10 +7,16 @@
 #include "client/screen/Output.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
+#include "client/views/Answers.h"
 #include "wire/Methods.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace meridal {
 
@@ -37,8 +43,11 @@ struct BandwidthOptions {
     std::string interface;  ///< empty: of all
     bool all = false;       ///< interfaces that are no hardware as well
     std::string svgPath;    ///< empty: no picture
+    bool csv = false;
     bool json = false;
 };
+
+constexpr std::array<const char*, 7> totalColumns = {"key", "name", "bssid", "start", "end", "download", "upload"};
 
 /// How far back to look when nothing is said: as much as fits a screen. 0: all there is.
 double usualDays(const std::string& by) { return by == "hour" ? 1 : by == "day" ? 30 : by == "month" ? 366 : 0; }
@@ -110,20 +119,43 @@ void reportBandwidth(Session& session, const BandwidthOptions& options, const Va
             return session.fail(exitStatus::refused, options.svgPath + ": " + failure);
         }
     }
-    if (options.json) {
+    if (options.csv) {
+        session.conclude(csvOf(totals, totalColumns));
+    } else if (options.json) {
         answer["totals"] = totals;
         answer["more"] = false;
-        session.conclude(jsonLine(answer));
+        session.conclude(answerLine(answer));
     } else {
         session.conclude(options.svgPath.empty() ? barLines(options.by, bars, answer) : Lines());
     }
 }
 
+/// Nothing is recorded of an interface that has been idle, and of one that there is not: the latter is a mistake.
+void reportUnlessMisspelt(Session& session, const BandwidthOptions& options, Value answer)
+{
+    askPages(session, {.method = method::networkInterfaces, .list = "interfaces", .entry = "index"},
+        [&session, &options, answer = std::move(answer)](const Value& interfaces, const Value&) {
+            std::vector<std::string> names;
+            for (const Value& interface : interfaces) {
+                names.push_back(printable(text(interface, "interface").value_or("")));
+            }
+            if (std::find(names.begin(), names.end(), printable(options.interface)) == names.end()) {
+                return session.fail(exitStatus::refused,
+                    fmt::format(
+                        "there is no interface \"{}\"; there is: {}", options.interface, fmt::join(names, ", ")));
+            }
+            reportBandwidth(session, options, Value::array(), answer);
+        });
+}
+
 int runBandwidth(Session& session, const BandwidthOptions& options)
 {
     return session.run([&] {
-        askPages(session, questionFor(options),
-            [&](const Value& totals, const Value& last) { reportBandwidth(session, options, totals, last); });
+        askPages(session, questionFor(options), [&](const Value& totals, const Value& last) {
+            const bool maybeMisspelt = totals.empty() && !options.interface.empty();
+            maybeMisspelt ? reportUnlessMisspelt(session, options, last)
+                          : reportBandwidth(session, options, totals, last);
+        });
     });
 }
 
@@ -138,7 +170,10 @@ void addBandwidth(Grammar& grammar)
     bandwidth.text("--interface", options.interface, "NAME", "Of this interface only");
     bandwidth.flag("--all", options.all, "Also of interfaces that are no hardware");
     bandwidth.text("--svg", options.svgPath, "FILE", "Draw it into a file");
+    bandwidth.flag("--csv", options.csv, "As comma-separated values");
     bandwidth.flag("--json", options.json, "As JSON");
+    bandwidth.exclude("--csv", "--json");
+    bandwidth.exclude("--csv", "--svg");
 }
 
 } // namespace meridal

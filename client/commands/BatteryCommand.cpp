@@ -4,6 +4,7 @@
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
+#include "client/views/Answers.h"
 #include "client/views/BatteryView.h"
 #include "wire/Methods.h"
 
@@ -87,7 +88,7 @@ private:
 
     void report()
     {
-        options_.json ? session_.conclude(jsonLine(state_))
+        options_.json ? session_.conclude(answerLine(state_))
                       : session_.conclude(batteryLines(state_, terminalColumns().value_or(chartColumns)));
     }
 

@@ -2,7 +2,10 @@
 #include "client/commands/CommandLine.h"
 
 #include "base/Text.h"
+#include "client/DaemonClient.h"
+#include "client/check/CheckReport.h"
 #include "client/commands/Commands.h"
+#include "client/commands/Help.h"
 #include "wire/Version.h"
 
 #include <CLI/CLI.hpp>
@@ -18,8 +21,6 @@
 namespace meridal {
 
 namespace {
-
-constexpr const char* defaultSocket = "/run/meridal/daemon.sock";
 
 constexpr int mostRepetitions = 1'000'000'000;
 
@@ -58,21 +59,31 @@ std::vector<std::string> reversedWords(int count, const char* const* argv)
     return words;
 }
 
+constexpr const char* commandGroup = "Commands";
+
 void addGlobals(CLI::App& app, CommandLine& line)
 {
     app.add_option("--socket", line.socketPath, "The daemon's socket")
         ->envname("MERIDAL_SOCKET")
         ->type_name("PATH")
-        ->default_str(defaultSocket);
+        ->default_str(defaultDaemonSocket);
     Syntax globals(app);
     globals.choice(
         "--color", line.colour, {"auto", "always", "never"}, "Whether to colour text; auto respects NO_COLOR");
     globals.seconds("--timeout", line.timeout, 0.001, 3600, "Seconds to wait for an answer");
     app.set_version_flag("--version", versionText("meridalctl"));
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     app.fallthrough();
-    app.footer("Exit status: 0 done, 1 the daemon refused, 2 no daemon, 64 wrong usage.\n"
-               "meridalctl COMMAND --help tells more.");
+    app.footer("Exit status: 0 done, 1 the daemon refused, 2 no daemon, 64 wrong usage;\n"
+               "of check: 0 fine, 1 warning, 2 critical, 3 unknown.\n"
+               "meridalctl help COMMAND tells more.");
+}
+
+CLI::App* addHelp(CLI::App& app, std::vector<std::string>& topics)
+{
+    CLI::App* help = app.add_subcommand("help", "What can be typed, in all or for one command")->group(commandGroup);
+    help->add_option("command", topics, "Of this one")->expected(0, 1);
+    return help;
 }
 
 /// CLI11's message repeats what was typed, so it goes through the same filter as all other data.
@@ -84,9 +95,49 @@ void printLines(std::ostream& stream, const std::string& text)
     }
 }
 
+/// "help" and "help COMMAND".
+int printHelp(const CLI::App& app, const std::vector<std::string>& topics)
+{
+    const std::string text = topics.empty() ? helpOf(app) : helpOf(app, topics.front());
+    printLines(std::cout, text);
+    if (text.empty()) {
+        printLines(std::cerr, unknownCommandComplaint(app, topics.front()));
+    }
+    return text.empty() ? exitStatus::usage : exitStatus::success;
+}
+
+/// Says what is wrong, or prints the help that was asked for.
+int endOfParsing(const CLI::App& app, const CLI::ParseError& error, bool isForPlugin)
+{
+    std::ostringstream out;
+    std::ostringstream complaint;
+    const int status = app.exit(error, out, complaint);
+    printLines(std::cout, out.str());
+    if (status == 0) {
+        return exitStatus::success;
+    }
+    const std::string word = wordInsteadOfCommand(app);
+    const std::string words = word.empty() ? complaint.str() : unknownCommandComplaint(app, word);
+    if (isForPlugin) {
+        printLines(std::cout, "MERIDAL UNKNOWN - " + words);
+        return exitStatusOf(CheckState::Unknown);
+    }
+    printLines(std::cerr, words);
+    return exitStatus::usage;
+}
+
+/// Whether what was typed is meant for a monitoring plugin, which takes every end for a state of the machine.
+bool isCheck(int count, const char* const* argv)
+{
+    return std::any_of(argv + std::min(count, 1), argv + count,
+        [](const char* word) { return word == std::string_view("check") || word == std::string_view("--check"); });
+}
+
 } // namespace
 
 void Syntax::examples(const std::string& text) { command_.footer(text); }
+
+void Syntax::hide() { command_.group(""); }
 
 void Syntax::flag(const std::string& name, bool& isGiven, const std::string& what)
 {
@@ -99,6 +150,12 @@ void Syntax::count(const std::string& names, std::size_t& count, const std::stri
     if (count > 0) {
         option->default_str(std::to_string(count));
     }
+}
+
+void Syntax::countOrNone(const std::string& name, std::size_t& count, std::size_t most, const std::string& what)
+{
+    auto* option = command_.add_option(name, count, what)->check(CLI::Range(std::size_t{0}, most))->type_name("N");
+    option->default_str(std::to_string(count));
 }
 
 void Syntax::days(double& days, const std::string& what)
@@ -144,6 +201,12 @@ void Syntax::anyWords(const std::string& name, std::vector<std::string>& words, 
     command_.add_option(name, words, what);
 }
 
+void Syntax::anyChoices(const std::string& name, std::vector<std::string>& words,
+    const std::vector<std::string>& choices, const std::string& what)
+{
+    command_.add_option(name, words, what)->check(CLI::IsMember(choices))->type_name("");
+}
+
 void Syntax::rawWords(const std::string& name, std::vector<std::string>& words, const std::string& what)
 {
     // What CLI11 makes of braces and brackets is not what JSON makes of them.
@@ -176,7 +239,7 @@ void Syntax::need(const std::string& name, const std::string& other)
 
 Syntax Grammar::add(const std::string& name, const std::string& description, Command command)
 {
-    CLI::App* added = app_.add_subcommand(name, description);
+    CLI::App* added = app_.add_subcommand(name, description)->group(commandGroup);
     added->callback([this, command = std::move(command)] { chosen_ = command; });
     return Syntax(*added);
 }
@@ -184,23 +247,28 @@ Syntax Grammar::add(const std::string& name, const std::string& description, Com
 std::variant<CommandLine, int> parseCommandLine(int count, const char* const* argv)
 {
     CommandLine line;
-    line.socketPath = defaultSocket;
+    line.socketPath = defaultDaemonSocket;
     CLI::App app("The command line of meridald, the system monitor's daemon.", "meridalctl");
+    arrangeHelp(app);
     addGlobals(app, line);
     Grammar grammar(app, line.command);
-    for (const auto add : {addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks, addNetwork,
-             addBandwidth, addApplications, addAt, addWhy, addCall, addWatch}) {
+    for (const auto add :
+        {addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks, addNetwork, addBandwidth,
+            addApplications, addAt, addWhy, addCall, addWatch, addMetrics, addCheck, addBar, addComplete}) {
         add(grammar);
     }
+    std::vector<std::string> topics;
+    const CLI::App* help = addHelp(app, topics);
     try {
         app.parse(reversedWords(count, argv));
     } catch (const CLI::ParseError& error) {
-        std::ostringstream out;
-        std::ostringstream complaint;
-        const int status = app.exit(error, out, complaint);
-        printLines(std::cout, out.str());
-        printLines(std::cerr, complaint.str());
-        return status == 0 ? exitStatus::success : exitStatus::usage;
+        return endOfParsing(app, error, isCheck(count, argv));
+    }
+    if (help->parsed()) {
+        return printHelp(app, topics);
+    }
+    if (!line.command) { // none was typed
+        return printHelp(app, {});
     }
     return line;
 }

@@ -22,5 +22,9 @@ void addBandwidth(Grammar& grammar);
 void addApplications(Grammar& grammar);
 void addCall(Grammar& grammar);
 void addWatch(Grammar& grammar);
+void addMetrics(Grammar& grammar);
+void addCheck(Grammar& grammar);
+void addBar(Grammar& grammar);
+void addComplete(Grammar& grammar);
 
 } // namespace meridal

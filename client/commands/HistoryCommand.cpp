@@ -8,6 +8,7 @@
 #include "client/commands/TimeStretch.h"
 #include "client/screen/Format.h"
 #include "client/screen/WallClock.h"
+#include "client/views/Answers.h"
 #include "client/views/HistoryView.h"
 #include "wire/Methods.h"
 
@@ -27,21 +28,22 @@ namespace meridal {
 namespace {
 
 constexpr const char* historyExamples =
-    R"(NAME is one that the list without a name shows, a key, or words that only one of them has;
-"memory/used" is one figure of those that "memory" has. Several names share a plot where
-their unit is the same. Stretches in which nothing was measured are left blank; the lighter
-ground is between the lowest and the highest that went into each mean.
+    R"(NAME is one that the list without a name shows ("coretemp/Core 0", "nvme0n1/Composite"), a
+key, or words that only one of them has; "memory/used" is one figure of those that "memory"
+has. Several names share a plot where their unit is the same. Stretches in which nothing was
+measured are left blank; the lighter ground is between the lowest and the highest that went
+into each mean.
 
 TIME is "03:00", "yesterday 18:30", "Tue 03:00", "-2h", "2026-11-20", "2026-11-20 18:30" or
 "2026-11-20T18:30+01:00".
 
 Examples:
   meridalctl history                                 what is recorded
-  meridalctl history "coretemp/Package id 0"
-  meridalctl history nvme0n1/Composite nvme1n1/Composite --range week
-  meridalctl history memory/used --from "Tue 03:00" --until "Tue 06:00"
-  meridalctl history TC0P --range day --svg day.svg
-  meridalctl history TC0P --csv > hour.csv
+  meridalctl history memory/used
+  meridalctl history load memory/used --range week
+  meridalctl history memory/used --from "yesterday 03:00" --until "yesterday 06:00"
+  meridalctl history load --range day --svg -
+  meridalctl history load --csv
 )";
 
 struct HistoryOptions {
@@ -67,18 +69,18 @@ constexpr std::array<NamedRange, 8> historyRanges = {{
 
 /// What one name on the command line means.
 struct ChosenSeries {
-    SeriesName series;
+    OfferedSeries series;
     std::optional<std::string> figure; ///< only this one of its figures
     std::optional<Value> answer;       ///< once it is there
 };
 
-std::string complaintAbout(const std::string& wanted, const SeriesMatch& match, std::span<const SeriesName> all)
+std::string complaintAbout(const std::string& wanted, const SeriesMatch& match, std::span<const OfferedSeries> all)
 {
     std::string complaint =
         fmt::format("{} \"{}\"; {}:", match.isAmbiguous ? "more than one is called" : "nothing recorded is called",
             wanted, match.isAmbiguous ? "say which" : "there is");
     for (const std::size_t candidate : match.candidates) {
-        const SeriesName& each = all[candidate];
+        const OfferedSeries& each = all[candidate];
         complaint += fmt::format("{} {}{}", candidate == match.candidates.front() ? "" : ",", each.label,
             each.label == each.series ? " (" + each.name + ")" : " (" + each.series + ")");
     }
@@ -181,7 +183,7 @@ private:
             for (HistoryCurve& curve : curves) {
                 all.push_back(std::move(curve.answer));
             }
-            return session_.conclude(jsonLine(all.size() == 1 ? all[0] : Value{{"series", all}}));
+            return session_.conclude(answerLine(all.size() == 1 ? all[0] : Value{{"series", all}}));
         }
         double from = stretch_.from;
         if (from == 0) { // all that is kept
@@ -199,7 +201,7 @@ private:
     const TimeStretch stretch_;
     const double now_; ///< s since 1970
     std::string resolution_;
-    std::vector<SeriesName> names_;
+    std::vector<OfferedSeries> names_;
     std::vector<ChosenSeries> chosen_;
     std::unique_ptr<HistoryList> list_;
 };

@@ -5,6 +5,7 @@
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
+#include "client/views/Answers.h"
 #include "client/views/HistoryListView.h"
 #include "client/views/HistoryView.h"
 
@@ -25,7 +26,7 @@ HistoryList::HistoryList(Session& session, TimeStretch stretch, std::string reso
 {
 }
 
-void HistoryList::show(const Value& series, std::span<const SeriesName> names)
+void HistoryList::show(const Value& series, std::span<const OfferedSeries> names)
 {
     for (std::size_t place = 0; place < names.size(); ++place) {
         entries_.push_back({.description = series[place], .answer = {}, .latest = {}});
@@ -84,7 +85,7 @@ void HistoryList::report()
         entry.description["latest"] = std::move(entry.latest);
         all.push_back(std::move(entry.description));
     }
-    session_.conclude(jsonLine({{"series", std::move(all)}}));
+    session_.conclude(answerLine({{"series", std::move(all)}}));
 }
 
 Lines HistoryList::lines() const

@@ -19,7 +19,7 @@ public:
     HistoryList(Session& session, TimeStretch stretch, std::string resolution, bool json);
 
     /// Asks for the samples of all series of history.series, which the names are those of; prints, and ends the run.
-    void show(const Value& series, std::span<const SeriesName> names);
+    void show(const Value& series, std::span<const OfferedSeries> names);
 
 private:
     struct Entry {

@@ -4,9 +4,11 @@
 #include "client/commands/RepeatedView.h"
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
+#include "client/views/Answers.h"
 #include "client/views/NetworkView.h"
 #include "wire/Methods.h"
 
+#include <array>
 #include <functional>
 #include <utility>
 
@@ -28,8 +30,13 @@ Examples:
 struct NetworkOptions {
     bool watch = false;
     std::size_t refreshes = 0; ///< with it, stop after so many; 0: never
+    bool csv = false;
     bool json = false;
 };
+
+constexpr std::array<const char*, 15> interfaceColumns = {"interface", "hardware", "link", "primary", "downloadRate",
+    "uploadRate", "bytes.received", "bytes.sent", "errors.received", "errors.sent", "drops.received", "drops.sent",
+    "wifi.name", "wifi.bssid", "addresses"};
 
 void askInterfaces(Session& session, std::function<void(Value)> use)
 {
@@ -56,8 +63,9 @@ int runNetwork(Session& session, const NetworkOptions& options)
     }
     return session.run([&] {
         askInterfaces(session, [&](const Value& answer) {
-            options.json ? session.conclude(jsonLine(answer))
-                         : session.conclude(networkLines(answer, terminalColumns().value_or(0)));
+            options.json      ? session.conclude(answerLine(answer))
+                : options.csv ? session.conclude(csvOf(answer.at("interfaces"), interfaceColumns))
+                              : session.conclude(networkLines(answer, terminalColumns().value_or(0)));
         });
     });
 }
@@ -73,6 +81,9 @@ void addNetwork(Grammar& grammar)
     network.count("--refreshes", options.refreshes, "With --watch, stop after so many, as text");
     network.need("--refreshes", "--watch");
     network.flag("--json", options.json, "As JSON");
+    network.flag("--csv", options.csv, "As comma-separated values");
+    network.exclude("--csv", "--json");
+    network.exclude("--csv", "--watch");
 }
 
 } // namespace meridal

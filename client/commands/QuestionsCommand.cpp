@@ -4,6 +4,7 @@
 #include "client/commands/Commands.h"
 #include "client/screen/Format.h"
 #include "client/screen/TextTable.h"
+#include "client/views/Answers.h"
 #include "client/views/StatusView.h"
 #include "wire/Methods.h"
 
@@ -129,7 +130,7 @@ int runStatus(Session& session, const StatusOptions& options)
 {
     return session.run([&] {
         session.call(method::status, Value::array(), [&](const Value& status) {
-            options.json ? session.conclude(jsonLine(status)) : session.conclude(statusLines(status));
+            options.json ? session.conclude(answerLine(status)) : session.conclude(statusLines(status));
         });
     });
 }

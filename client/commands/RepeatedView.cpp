@@ -3,6 +3,7 @@
 
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
+#include "client/views/Answers.h"
 
 #include <utility>
 
@@ -31,7 +32,7 @@ void RepeatedView::show(const Value& answer)
     if (screen_) {
         paint();
     } else if (question_.json) {
-        session_.print(jsonLine(answer));
+        session_.print(answerLine(answer));
     } else if (shown_ == 1 || session_.print("\n")) {
         session_.print(question_.lines(answer, terminalColumns().value_or(0)));
     }

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "client/commands/CheckQuery.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Pages.h"
 #include "client/commands/RepeatedView.h"
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
+#include "client/views/Answers.h"
 #include "client/views/SensorsView.h"
 #include "wire/Methods.h"
 
+#include <array>
 #include <functional>
 #include <utility>
 
@@ -31,11 +34,17 @@ struct SensorsOptions {
     bool watch = false;
     std::size_t refreshes = 0; ///< with it, stop after so many; 0: never
     bool json = false;
+    bool csv = false;
+    bool check = false; ///< only say whether they are fine
 };
 
 struct FansOptions {
+    bool csv = false;
     bool json = false;
 };
+
+constexpr std::array<const char*, 12> sensorColumns = {
+    "chip", "name", "key", "kind", "unit", "value", "alarm", "low", "high", "critical", "lowest", "highest"};
 
 void askSensors(Session& session, std::function<void(const Value& sensors)> use)
 {
@@ -45,6 +54,9 @@ void askSensors(Session& session, std::function<void(const Value& sensors)> use)
 
 int runSensors(Session& session, const SensorsOptions& options)
 {
+    if (options.check) {
+        return runCheckOf(session, {"sensors", "fans"}, options.json);
+    }
     if (options.watch) {
         RepeatedView view(session,
             {.ask =
@@ -60,8 +72,9 @@ int runSensors(Session& session, const SensorsOptions& options)
     }
     return session.run([&] {
         askSensors(session, [&](const Value& sensors) {
-            options.json ? session.conclude(jsonLine({{"sensors", sensors}}))
-                         : session.conclude(sensorLines(sensors, terminalColumns().value_or(0)));
+            options.json      ? session.conclude(answerLine({{"sensors", sensors}}))
+                : options.csv ? session.conclude(csvOf(sensors, sensorColumns))
+                              : session.conclude(sensorLines(sensors, terminalColumns().value_or(0)));
         });
     });
 }
@@ -70,8 +83,9 @@ int runFans(Session& session, const FansOptions& options)
 {
     return session.run([&] {
         askSensors(session, [&](const Value& sensors) {
-            options.json ? session.conclude(jsonLine({{"fans", fansOf(sensors)}}))
-                         : session.conclude(fanLines(sensors, terminalColumns().value_or(0)));
+            options.json      ? session.conclude(answerLine({{"fans", fansOf(sensors)}}))
+                : options.csv ? session.conclude(csvOf(fansOf(sensors), sensorColumns))
+                              : session.conclude(fanLines(sensors, terminalColumns().value_or(0)));
         });
     });
 }
@@ -87,9 +101,17 @@ void addSensors(Grammar& grammar)
     sensors.count("--refreshes", options.refreshes, "With --watch, stop after so many, as text");
     sensors.need("--refreshes", "--watch");
     sensors.flag("--json", options.json, "As JSON");
+    sensors.flag("--csv", options.csv, "As comma-separated values");
+    sensors.flag("--check", options.check, "Say whether they are fine, as \"check sensors fans\"");
+    sensors.exclude("--check", "--watch");
+    sensors.exclude("--csv", "--json");
+    sensors.exclude("--csv", "--watch");
+    sensors.exclude("--csv", "--check");
 
     auto [fans, form] = grammar.add("fans", "The fans and how fast they turn", runFans);
     fans.flag("--json", form.json, "As JSON");
+    fans.flag("--csv", form.csv, "As comma-separated values");
+    fans.exclude("--csv", "--json");
 }
 
 } // namespace meridal

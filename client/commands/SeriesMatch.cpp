@@ -2,10 +2,10 @@
 #include "client/commands/SeriesMatch.h"
 
 #include "base/Text.h"
+#include "client/commands/NearWords.h"
 
 #include <algorithm>
 #include <map>
-#include <numeric>
 #include <set>
 #include <utility>
 
@@ -14,29 +14,9 @@ namespace meridal {
 namespace {
 
 constexpr std::size_t mostCandidates = 8;
-constexpr std::size_t longestCompared = 64; // bytes; names beyond it are compared by their beginnings
-
-/// How many characters must be added, dropped or changed to make one text of the other.
-std::size_t distance(std::string_view first, std::string_view second)
-{
-    first = first.substr(0, longestCompared);
-    second = second.substr(0, longestCompared);
-    std::vector<std::size_t> row(second.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= first.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= second.size(); ++j) {
-            const std::size_t changed = diagonal + (first[i - 1] == second[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, changed});
-        }
-    }
-    return row.back();
-}
 
 template <typename Test>
-std::vector<std::size_t> placesOf(std::span<const SeriesName> all, Test test)
+std::vector<std::size_t> placesOf(std::span<const OfferedSeries> all, Test test)
 {
     std::vector<std::size_t> places;
     for (std::size_t place = 0; place < all.size(); ++place) {
@@ -48,13 +28,13 @@ std::vector<std::size_t> placesOf(std::span<const SeriesName> all, Test test)
 }
 
 /// Every series by how near its name is, or its key; those of one thing alone have none.
-std::vector<std::size_t> nearest(std::span<const SeriesName> all, const std::string& wanted)
+std::vector<std::size_t> nearest(std::span<const OfferedSeries> all, const std::string& wanted)
 {
     std::vector<std::pair<std::size_t, std::size_t>> ranked;
     for (std::size_t place = 0; place < all.size(); ++place) {
         const std::string& key = all[place].key.empty() ? all[place].series : all[place].key;
         const std::size_t away =
-            std::min(distance(wanted, lowercase(all[place].name)), distance(wanted, lowercase(key)));
+            std::min(lettersApart(wanted, lowercase(all[place].name)), lettersApart(wanted, lowercase(key)));
         ranked.emplace_back(away, place);
     }
     std::sort(ranked.begin(), ranked.end());
@@ -79,7 +59,7 @@ std::string_view driverOf(std::string_view origin)
 }
 
 /// The same with all that the origin says, and by the names that never change, from the most welcome to the last resort.
-std::string labelOf(const SeriesName& series, std::string_view origin)
+std::string labelOf(const OfferedSeries& series, std::string_view origin)
 {
     const std::string_view collector = std::string_view(series.series).substr(0, series.series.find('/'));
     if (series.key.empty()) {
@@ -92,7 +72,7 @@ std::string labelOf(const SeriesName& series, std::string_view origin)
 }
 
 /// "coretemp/Core 0" of "coretemp-isa-0000" and "Core 0", whatever its label is.
-bool isOfOrigin(const SeriesName& series, std::string_view folded)
+bool isOfOrigin(const OfferedSeries& series, std::string_view folded)
 {
     const std::string origin = lowercase(series.origin);
     const std::size_t slash = folded.find('/');
@@ -102,40 +82,42 @@ bool isOfOrigin(const SeriesName& series, std::string_view folded)
 
 } // namespace
 
-void labelSeries(std::span<SeriesName> all)
+void labelSeries(std::span<OfferedSeries> all)
 {
     std::map<std::string_view, std::set<std::string_view>> chips; // by driver
-    for (const SeriesName& each : all) {
+    for (const OfferedSeries& each : all) {
         chips[driverOf(each.origin)].insert(each.origin);
     }
     std::map<std::string, std::size_t> uses;
-    for (SeriesName& each : all) {
+    for (OfferedSeries& each : all) {
         const std::string_view driver = driverOf(each.origin);
         each.label = labelOf(each, chips[driver].size() == 1 ? driver : std::string_view(each.origin));
         ++uses[each.label];
     }
-    for (SeriesName& each : all) {
+    for (OfferedSeries& each : all) {
         each.label = uses[each.label] == 1 ? each.label : each.series;
     }
 }
 
-SeriesMatch matchSeries(std::span<const SeriesName> all, std::string_view wanted)
+SeriesMatch matchSeries(std::span<const OfferedSeries> all, std::string_view wanted)
 {
     const std::string folded = lowercase(wanted);
     const auto contains = [&](const std::string& text) { return lowercase(text).find(folded) != std::string::npos; };
     std::vector<std::vector<std::size_t>> attempts = {
         placesOf(all,
-            [&](const SeriesName& each) {
+            [&](const OfferedSeries& each) {
                 return each.series == wanted || each.label == wanted || each.key == wanted;
             }),
         placesOf(all,
-            [&](const SeriesName& each) {
+            [&](const OfferedSeries& each) {
                 return lowercase(each.name) == folded || lowercase(each.label) == folded || isOfOrigin(each, folded);
             }),
         placesOf(all,
-            [&](const SeriesName& each) { return lowercase(each.series) == folded || lowercase(each.key) == folded; }),
+            [&](const OfferedSeries& each) {
+                return lowercase(each.series) == folded || lowercase(each.key) == folded;
+            }),
         placesOf(all,
-            [&](const SeriesName& each) {
+            [&](const OfferedSeries& each) {
                 return contains(each.name) || contains(each.key) || contains(each.series) || contains(each.label);
             }),
     };

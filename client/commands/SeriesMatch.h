@@ -11,7 +11,7 @@
 namespace meridal {
 
 /// How one series of recorded samples can be called.
-struct SeriesName {
+struct OfferedSeries {
     std::string series;      ///< in full: "sensors/TC0P"
     std::string key;         ///< "TC0P"; may be empty
     std::string name;        ///< for people: "CPU Proximity"
@@ -21,7 +21,7 @@ struct SeriesName {
 
 /// Gives each series a label: where it belongs to and what it is. Of a chip only the driver's name is told where no other
 /// chip has it.
-void labelSeries(std::span<SeriesName> all);
+void labelSeries(std::span<OfferedSeries> all);
 
 struct SeriesMatch {
     std::optional<std::size_t> found;
@@ -32,6 +32,6 @@ struct SeriesMatch {
 
 /// Which series a person means: one of that full name, label, key or name, else the only one that has the words in it.
 /// Upper and lower case are one; a key in its own case comes before one in another.
-SeriesMatch matchSeries(std::span<const SeriesName> all, std::string_view wanted);
+SeriesMatch matchSeries(std::span<const OfferedSeries> all, std::string_view wanted);
 
 } // namespace meridal

@@ -29,6 +29,13 @@ int Session::run(const Task& task)
     return status_;
 }
 
+int Session::runAnyhow(const std::function<void(const Result<void>& connected)>& task)
+{
+    client_.connect(task);
+    loop_.run();
+    return status_;
+}
+
 int Session::runUntilInterrupted(const Task& task)
 {
     const auto interrupted = loop_.watchSignals({SIGINT, SIGTERM}, [this] { finish(exitStatus::success); });

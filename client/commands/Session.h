@@ -35,7 +35,9 @@ public:
 
     /// Connects, runs the task, and serves the loop until finish(). Returns the exit status.
     int run(const Task& task);
-    /// The same, and an interruption is the end that was wished.
+    /// The same with or without a daemon: the task is told why there is none.
+    int runAnyhow(const std::function<void(const Result<void>& connected)>& task);
+    /// As run, and an interruption is the end that was wished.
     int runUntilInterrupted(const Task& task);
     void finish(int status) { fail(status, {}); }
     /// Ends the run with a complaint, which complaint() keeps until the terminal is ours no more.

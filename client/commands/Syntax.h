@@ -26,11 +26,15 @@ class Syntax {
 public:
     explicit Syntax(CLI::App& command) : command_(command) { }
 
+    /// From the help: it is for programs.
+    void hide();
     /// Below the help.
     void examples(const std::string& text);
     void flag(const std::string& name, bool& isGiven, const std::string& what);
     /// From 1 on; 0 stands for what is not given, and any other value is shown as the usual one.
     void count(const std::string& names, std::size_t& count, const std::string& what);
+    /// From 0 on; the value that it has is shown as the usual one.
+    void countOrNone(const std::string& name, std::size_t& count, std::size_t most, const std::string& what);
     void days(double& days, const std::string& what);
     void seconds(const std::string& name, double& seconds, double least, double most, const std::string& what);
     void text(const std::string& name, std::string& text, const std::string& type, const std::string& what);
@@ -41,6 +45,9 @@ public:
     // Without a name of its own on the command line
     /// As many as there are, or none.
     void anyWords(const std::string& name, std::vector<std::string>& words, const std::string& what);
+    /// The same, each one of some.
+    void anyChoices(const std::string& name, std::vector<std::string>& words, const std::vector<std::string>& choices,
+        const std::string& what);
 
     // The same, and required
     void word(const std::string& name, std::string& word, const std::string& what);

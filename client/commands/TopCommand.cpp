@@ -3,6 +3,7 @@
 #include "client/commands/LiveScreen.h"
 #include "client/commands/TopSession.h"
 #include "client/screen/Format.h"
+#include "client/screen/Terminal.h"
 
 #include <algorithm>
 #include <limits>
@@ -19,9 +20,9 @@ constexpr const char* topExamples = R"(On a terminal the list is live; the keys 
   h       group processes under the application that is responsible for them
 Elsewhere, and with --once, --refreshes or --json, it is text, one block a refresh.
 
-Figures: CPU in percent of one core; memory in bytes; disk in bytes a second;
-network in bytes since the last refresh; energy as a score that counts a wake-up
-as 500 microseconds of CPU. Totals are those of the processes listed.
+Figures: CPU in percent of one core; memory in bytes; disk and network in bytes a
+second; energy as a score that counts a wake-up as 500 microseconds of CPU. Totals
+are those of the processes listed; who uses nothing is left out.
 
 Examples:
   meridalctl top                      what uses the processors, live
@@ -66,9 +67,10 @@ public:
         if (++refreshes_ > 1 && !options_.json && !session_.print("\n")) {
             return;
         }
-        const std::size_t rows = options_.rows > 0 ? options_.rows : rowsWithoutScreen;
-        const bool printed =
-            options_.json ? session_.print(json(frame, rows)) : session_.print(tableLines(withCores(frame), rows, 0));
+        const std::size_t rows = options_.rows > 0 ? options_.rows : rowsThatFit();
+        const bool printed = options_.json
+            ? session_.print(json(frame, rows))
+            : session_.print(tableLines(withCores(frame), rows, terminalColumns().value_or(0)));
         if (printed && refreshes_ == (options_.once ? 1 : options_.refreshes)) {
             session_.finish(exitStatus::success);
         }
@@ -83,6 +85,16 @@ public:
     }
 
 private:
+    /// Without scrolling, on a terminal; for programs all that there is.
+    std::size_t rowsThatFit() const
+    {
+        constexpr int around = 5; // the totals, where traffic went, the titles, and the shell's own before and after
+        const auto rows = options_.json ? std::nullopt : terminalRows();
+        return options_.json ? std::numeric_limits<std::size_t>::max()
+            : rows           ? static_cast<std::size_t>(std::max(*rows - around, 1))
+                             : rowsWithoutScreen;
+    }
+
     std::string json(const TopFrame& frame, std::size_t rows) const
     {
         Dictionary object = tableAsJson(*frame.table, rows);

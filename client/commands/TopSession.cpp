@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/commands/TopSession.h"
+
+#include "client/screen/WallClock.h"
 #include "wire/Methods.h"
 
 #include <string>
@@ -74,11 +76,13 @@ void TopSession::received(const Dictionary& envelope)
         return; // of a list just left, or one that the daemon sends to everybody
     }
     const double now = session_.loop().now();
+    const auto before = std::exchange(latestList_, now);
     firstList_ = firstList_.value_or(now);
     if (now - *firstList_ < feed_.settle) {
         return;
     }
-    frame_.table = readTopTable(frame_.list, envelope);
+    frame_.table =
+        readTopTable(frame_.list, envelope, before ? std::optional(now - *before) : std::nullopt, wallTime());
     if (feed_.hasStatus && ++lists_ % listsPerStatus == 0) {
         askForStatus();
     }
@@ -88,6 +92,7 @@ void TopSession::received(const Dictionary& envelope)
 void TopSession::askForList()
 {
     firstList_.reset();
+    latestList_.reset();
     session_.tell(method::startRequestWithKey, Value::array({mask(frame_.list), requestInterval}));
 }
 

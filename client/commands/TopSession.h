@@ -46,8 +46,9 @@ private:
     TopDisplay& display_;
     TopFeed feed_;
     TopFrame frame_;
-    std::optional<double> firstList_; ///< s of the loop's clock; of this connection and list
-    std::size_t lists_ = 0;           ///< received in all
+    std::optional<double> firstList_;  ///< s of the loop's clock; of this connection and list
+    std::optional<double> latestList_; ///< the same
+    std::size_t lists_ = 0;            ///< received in all
 };
 
 } // namespace meridal

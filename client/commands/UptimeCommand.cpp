@@ -3,6 +3,7 @@
 #include "client/commands/Pages.h"
 #include "client/screen/Format.h"
 #include "client/screen/WallClock.h"
+#include "client/views/Answers.h"
 #include "client/views/UptimeView.h"
 #include "wire/Methods.h"
 
@@ -33,7 +34,7 @@ void reportUptime(Session& session, const UptimeOptions& options, const Value& b
         answer.erase("boots");
         answer.erase("more");
     }
-    options.json ? session.conclude(jsonLine(answer)) : session.conclude(uptimeLines(answer, options.history));
+    options.json ? session.conclude(answerLine(answer)) : session.conclude(uptimeLines(answer, options.history));
 }
 
 int runUptime(Session& session, const UptimeOptions& options)

@@ -35,7 +35,16 @@ struct WatchOptions {
     std::size_t count = 0; ///< stop after so many lines; 0: never
 };
 
-/// The key of that name or number; nothing when it is neither.
+/// All that anything answers.
+constexpr std::int64_t allKeys = [] {
+    std::int64_t keys = 0;
+    for (const RequestKeyName& named : requestKeyNames) {
+        keys |= mask(named.key);
+    }
+    return keys;
+}();
+
+/// The key of that name or number, or the sum of several; nothing when it is none.
 std::optional<std::int64_t> watchKey(const std::string& word)
 {
     for (const RequestKeyName& named : requestKeyNames) {
@@ -46,7 +55,8 @@ std::optional<std::int64_t> watchKey(const std::string& word)
     errno = 0;
     char* end = nullptr;
     const std::int64_t number = std::strtoll(word.c_str(), &end, 0);
-    return errno == 0 && *end == '\0' && number > 0 ? std::optional(number) : std::nullopt;
+    const bool isKey = errno == 0 && *end == '\0' && number > 0 && (number & ~allKeys) == 0;
+    return isKey ? std::optional(number) : std::nullopt;
 }
 
 class Watcher {
@@ -129,7 +139,10 @@ void addWatch(Grammar& grammar)
     auto [watch, options] = grammar.add("watch", "Print the daemon's results as JSON lines", runWatch);
     watch.examples(watchExamples);
     watch.words("key", options.keys, "What to watch, by name or number", [](const std::string& word) {
-        return watchKey(word) ? std::string() : '"' + word + "\" is neither a key's name nor its number";
+        return watchKey(word) ? std::string()
+                              : '"' + word
+                + "\" is no key: nothing would come. There are cpu 1, memory 2, disk 4, "
+                  "network 8, energy 16, smart-temperatures 32, smart-status 64, battery 128";
     });
     watch.flag("--hierarchy", options.hierarchy, "Group processes under the one responsible for them");
     watch.count("-n,--count", options.count, "Stop after so many lines");

@@ -4,6 +4,7 @@
 #include "client/screen/Format.h"
 #include "client/screen/Moments.h"
 #include "client/screen/WallClock.h"
+#include "client/views/Answers.h"
 #include "client/views/ReasonsView.h"
 
 #include <utility>
@@ -42,7 +43,7 @@ int runWhy(Session& session, const WhyOptions& options)
     return session.run([&] {
         query.start([&](const Evidence& evidence) {
             const Verdict verdict = verdictOf(complaint, evidence);
-            options.json ? session.conclude(jsonLine(verdictValue(options.complaint, evidence, verdict)))
+            options.json ? session.conclude(answerLine(verdictValue(options.complaint, evidence, verdict)))
                          : session.conclude(verdictLines(evidence, verdict));
         });
     });

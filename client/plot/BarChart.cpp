@@ -73,10 +73,13 @@ Lines barChartLines(const std::string& heading, const std::vector<AmountBar>& ba
     }
     labelColumns = std::min(labelColumns, longestLabel);
     const int left = room - (labelColumns + labelGap + 3 * totalColumns);
-    barColumns = left >= shortestBar ? std::min(left, barColumns) : barColumns; // below that it will wrap anyway
-    TextTable table(
-        {{heading, labelColumns, Align::Left, labelGap}, {"", barColumns}, {"DOWNLOAD", totalColumns, Align::Right},
-            {"UPLOAD", totalColumns, Align::Right}, {"TOTAL", totalColumns, Align::Right}});
+    barColumns = left >= shortestBar ? std::min(left, barColumns) : barColumns; // below that it is left out
+    TextTable table({{.title = heading, .width = labelColumns, .gap = labelGap, .least = shortestLabel},
+                        {.title = "", .width = barColumns, .leaves = 1},
+                        {.title = "DOWNLOAD", .width = totalColumns, .align = Align::Right, .leaves = 3},
+                        {.title = "UPLOAD", .width = totalColumns, .align = Align::Right, .leaves = 2},
+                        {"TOTAL", totalColumns, Align::Right}},
+        room);
     const double largest = largestOf(bars);
     for (const AmountBar& bar : bars) {
         table.add({bar.label, barLine(bar, largest, barColumns), formatBytes(bar.download), formatBytes(bar.upload),

@@ -22,4 +22,11 @@ std::optional<int> terminalColumns()
     return isKnown ? std::optional<int>(size.ws_col) : std::nullopt;
 }
 
+std::optional<int> terminalRows()
+{
+    winsize size{};
+    const bool isKnown = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0;
+    return isKnown ? std::optional<int>(size.ws_row) : std::nullopt;
+}
+
 } // namespace meridal

@@ -10,5 +10,7 @@ bool outputIsTerminal();
 
 /// How wide standard output is; nothing when it is no terminal.
 std::optional<int> terminalColumns();
+/// How many lines it shows.
+std::optional<int> terminalRows();
 
 } // namespace meridal

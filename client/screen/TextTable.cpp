@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <limits>
+#include <utility>
 
 namespace meridal {
 
@@ -59,48 +61,95 @@ Line rowLine(const std::vector<TableColumn>& columns, const std::vector<TableCel
     return line;
 }
 
+struct ShownColumn {
+    TableColumn column;
+    std::size_t place = 0; ///< in a row's cells
+    int widest = 0;        ///< of what is in it
+};
+
+int missing(const std::vector<ShownColumn>& columns, int room)
+{
+    int width = 0;
+    for (const auto& [column, place, widest] : columns) {
+        width += column.width > 0 ? column.width + column.gap : widest;
+    }
+    return std::max(width - room, 0);
+}
+
+void giveWay(std::vector<ShownColumn>& columns, int room, bool mayCut)
+{
+    for (auto& [column, place, widest] : columns) {
+        if (column.least > 0) {
+            const int least = std::min(column.width, mayCut ? column.least : std::max(column.least, widest));
+            column.width = std::max(column.width - missing(columns, room), least);
+        }
+    }
+}
+
+/// Leaves out the column that is missed least; false when none may go.
+bool leaveOne(std::vector<ShownColumn>& columns)
+{
+    const auto rank = [](const ShownColumn& each) {
+        return each.column.leaves > 0 ? each.column.leaves : std::numeric_limits<int>::max();
+    };
+    const auto leaving = std::min_element(columns.begin(), columns.end(),
+        [&](const ShownColumn& first, const ShownColumn& second) { return rank(first) < rank(second); });
+    if (leaving == columns.end() || leaving->column.leaves == 0) {
+        return false;
+    }
+    columns.erase(leaving);
+    return true;
+}
+
+void fit(std::vector<ShownColumn>& columns, int room)
+{
+    if (room == 0) {
+        return;
+    }
+    giveWay(columns, room, false);
+    while (missing(columns, room) > 0 && leaveOne(columns)) { }
+    giveWay(columns, room, true);
+}
+
 } // namespace
 
 void TextTable::add(std::vector<TableCell> cells) { rows_.push_back({std::move(cells), {}}); }
 
 Lines TextTable::lines(Style titles) const
 {
-    const std::vector<TableColumn> columns = fitted();
-    Lines lines;
-    std::vector<TableCell> heading;
-    for (const TableColumn& column : columns) {
-        heading.emplace_back(titles, column.title);
+    std::vector<ShownColumn> shown;
+    for (std::size_t place = 0; place < columns_.size(); ++place) {
+        shown.push_back({columns_[place], place, widest(place)});
     }
+    fit(shown, room_);
+    std::vector<TableColumn> columns;
+    std::vector<TableCell> heading;
+    for (const ShownColumn& each : shown) {
+        columns.push_back(each.column);
+        heading.emplace_back(titles, each.column.title);
+    }
+    Lines lines;
     if (Line line = rowLine(columns, heading); !line.empty()) {
         lines.push_back(std::move(line));
     }
     for (const Row& row : rows_) {
-        lines.push_back(row.cells.empty() ? row.line : rowLine(columns, row.cells));
+        std::vector<TableCell> cells;
+        for (const ShownColumn& each : shown) {
+            cells.push_back(each.place < row.cells.size() ? row.cells[each.place] : TableCell(""));
+        }
+        lines.push_back(row.cells.empty() ? row.line : rowLine(columns, cells));
     }
     return lines;
 }
 
-/// The columns, the one that gives way as wide as there is room for.
-std::vector<TableColumn> TextTable::fitted() const
+/// How wide a column would have to be for nothing in it to be cut.
+int TextTable::widest(std::size_t column) const
 {
-    std::vector<TableColumn> columns = columns_;
-    int width = 0;
-    for (const TableColumn& column : columns) {
-        width += column.width + column.gap;
-    }
-    int widestEnd = 0;
+    int width = displayWidth(columns_[column].title);
     for (const Row& row : rows_) {
-        const bool hasEnd = row.cells.size() == columns.size() && columns.back().width == 0;
-        widestEnd = std::max(widestEnd, hasEnd ? widthOf(row.cells.back().spans) : 0);
+        width = std::max(width, column < row.cells.size() ? widthOf(row.cells[column].spans) : 0);
     }
-    const int missing = room_ > 0 ? width + widestEnd - room_ : 0;
-    for (TableColumn& column : columns) {
-        if (column.least > 0 && missing > 0 && column.width - missing >= column.least) {
-            column.width -= missing;
-            break;
-        }
-    }
-    return columns;
+    return width;
 }
 
 Line subjectLine(std::string_view label, Line words)
@@ -118,6 +167,24 @@ Line cutLine(Line line, int columns)
         left -= std::min(width, left);
     }
     return line;
+}
+
+Lines wrappedLines(Style style, std::string_view words, int indent, int columns)
+{
+    const std::string margin(static_cast<std::size_t>(indent), ' ');
+    Lines lines;
+    std::string line;
+    while (!words.empty()) {
+        const std::size_t end = std::min(words.find(' '), words.size());
+        const std::string_view word = words.substr(0, end);
+        words.remove_prefix(std::min(end + 1, words.size()));
+        if (!line.empty() && columns > 0 && indent + displayWidth(line) + 1 + displayWidth(word) > columns) {
+            lines.push_back({{Style::Plain, margin}, {style, std::exchange(line, {})}});
+        }
+        line += (line.empty() ? "" : " ") + std::string(word);
+    }
+    lines.push_back({{Style::Plain, margin}, {style, std::move(line)}});
+    return lines;
 }
 
 } // namespace meridal

@@ -3,6 +3,7 @@
 
 #include "client/screen/StyledText.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -28,14 +29,16 @@ struct TableColumn {
     std::string title;
     int width = 0; ///< 0: the last one, as wide as it comes
     Align align = Align::Left;
-    int gap = 0;   ///< blanks behind it
-    int least = 0; ///< how far it gives way where there is too little room; 0: not at all
+    int gap = 0;    ///< blanks behind it
+    int least = 0;  ///< how far it gives way where there is too little room; 0: not at all
+    int leaves = 0; ///< where that is not enough it is left out, the lowest number first; 0: never
 };
 
 /// Text in columns that line up. What is too long for its column is cut, and marked so.
 class TextTable {
 public:
-    /// `room` is the width that there is, 0 for any. Where even the least does not fit, nothing gives way: it will wrap.
+    /// `room` is the width that there is, 0 for any. Columns give way first as far as nothing in them is cut, then some are
+    /// left out, then they give way as far as they can. Where even that does not fit it will wrap.
     explicit TextTable(std::vector<TableColumn> columns, int room = 0) : columns_(std::move(columns)), room_(room) { }
 
     /// One cell a column; empty ones at the end may be left out.
@@ -51,7 +54,7 @@ private:
         Line line; ///< instead, where there are no cells
     };
 
-    std::vector<TableColumn> fitted() const;
+    int widest(std::size_t column) const;
 
     std::vector<TableColumn> columns_;
     int room_;
@@ -63,5 +66,8 @@ Line subjectLine(std::string_view label, Line words);
 
 /// A line cut to so many columns; 0 leaves it whole.
 Line cutLine(Line line, int columns);
+
+/// Words on as many lines as they need behind an indentation; 0 columns: on one.
+Lines wrappedLines(Style style, std::string_view words, int indent, int columns);
 
 } // namespace meridal

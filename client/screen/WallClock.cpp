@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/screen/WallClock.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <chrono>
 #include <cmath>
@@ -22,13 +24,33 @@ std::string formatTime(std::optional<double> time, const char* format, TimeZone 
     return isTold ? text.data() : "-";
 }
 
-std::string formatWithZone(double time)
+namespace {
+
+/// "+02:00"
+std::string zoneOffsetAt(double time)
 {
-    const std::string zone = formatTime(time, "%Z");
     std::string offset = formatTime(time, "%z");
     if (constexpr std::size_t minutes = 3; offset.size() > minutes) {
         offset.insert(minutes, ":");
     }
+    return offset;
+}
+
+} // namespace
+
+std::string isoTime(double time)
+{
+    const double whole = std::floor(time);
+    const auto milliseconds = static_cast<int>((time - whole) * 1000); // not rounded up into the next second
+    const std::string offset = zoneOffsetAt(whole);
+    const std::string fraction = milliseconds > 0 ? fmt::format(".{:03}", milliseconds) : "";
+    return formatTime(whole, "%Y-%m-%dT%H:%M:%S") + fraction + (offset == "+00:00" ? "Z" : offset);
+}
+
+std::string formatWithZone(double time)
+{
+    const std::string zone = formatTime(time, "%Z");
+    const std::string offset = zoneOffsetAt(time);
     return formatTime(time, "%a %Y-%m-%d %H:%M:%S ") + zone + (zone == "UTC" ? "" : " (UTC" + offset + ")");
 }
 

@@ -5,7 +5,7 @@
 #include "client/screen/Format.h"
 #include "client/screen/TextTable.h"
 #include "client/screen/WallClock.h"
-#include "client/views/HistoryView.h"
+#include "client/views/Answers.h"
 
 #include <fmt/format.h>
 
@@ -342,25 +342,7 @@ std::string applicationCsv(const Value& rows)
     constexpr std::array<const char*, 19> keys = {"time", "seconds", "group", "name", "kind", "user", "cpuUser",
         "cpuSystem", "memory", "memoryPeak", "diskRead", "diskWritten", "received", "sent", "wakeups", "energyScore",
         "joules", "started", "ended"};
-    std::vector<const char*> present;
-    for (const char* key : keys) {
-        if (std::any_of(rows.begin(), rows.end(), [&](const Value& row) { return find(row, key) != nullptr; })) {
-            present.push_back(key);
-        }
-    }
-    std::string out;
-    for (const char* key : present) {
-        out += (out.empty() ? "" : ",") + std::string(key);
-    }
-    for (const Value& row : rows) {
-        out += '\n';
-        for (const char* key : present) {
-            const Value* field = find(row, key);
-            out += key == present.front() ? "" : ",";
-            out += !field ? "" : field->is_string() ? csvField(field->get<std::string>()) : serialise(*field);
-        }
-    }
-    return out + '\n';
+    return csvOf(rows, keys);
 }
 
 } // namespace meridal

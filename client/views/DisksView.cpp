@@ -41,36 +41,46 @@ const Value& listOf(const Value& disk, std::string_view key)
     return list && list->is_array() ? *list : none;
 }
 
-/// In one phrase, the worst first.
-Span verdict(const Value& disk)
+/// What there is to say of a disk, and why, where that takes a line of its own.
+struct DiskVerdict {
+    Span word;
+    std::string why = {};
+};
+
+/// The worst first.
+DiskVerdict diskVerdict(const Value& disk)
 {
     const Value* healthy = find(disk, "healthy");
     if (healthy && *healthy == false) {
-        return {Style::High, "FAILING"};
+        return {{Style::High, "FAILING"}};
     }
     const std::string state = shown(disk, "state");
     if (state == "hanging") {
-        return {Style::Warning, "does not answer; figures are old"};
+        return {{Style::Warning, "does not answer"}, "its figures are old"};
     }
     if (!listOf(disk, "problems").empty()) {
-        return {Style::Warning, "has problems"};
+        return {{Style::Warning, "has problems"}};
     }
     if (state == "asleep") {
-        return {Style::Faint, "asleep"};
+        return {{Style::Faint, "asleep"}};
     }
     if (state == "hidden") {
-        return {Style::Faint, "not read: its adapter does not tell whether it sleeps (meridald --read-hidden-disks)"};
+        return {
+            {Style::Faint, "not read"}, "its adapter does not tell whether it sleeps (meridald --read-hidden-disks)"};
     }
     if (state == "off") {
-        return {Style::Faint, "SMART is off; smartctl --smart=on /dev/" + shown(disk, "bsd") + " switches it on"};
+        return {{Style::Faint, "SMART is off"}, "smartctl --smart=on /dev/" + shown(disk, "bsd") + " switches it on"};
     }
     if (state == "denied") {
-        return {Style::Faint, "not read: the daemon has no right to"};
+        return {{Style::Faint, "not read"}, "the daemon has no right to"};
     }
-    if (state == "silent" || state == "unread") {
-        return {Style::Faint, state == "silent" ? "no answer that makes sense" : "not read yet"};
+    if (state == "silent") {
+        return {{Style::Faint, "no answer"}, "what it answers makes no sense"};
     }
-    return healthy && *healthy == true ? Span{Style::Plain, "fine"} : Span{Style::Faint, "does not say"};
+    if (state == "unread") {
+        return {{Style::Faint, "not read yet"}};
+    }
+    return {healthy && *healthy == true ? Span{Style::Plain, "fine"} : Span{Style::Faint, "does not say"}};
 }
 
 /// A failing attribute is as bad as a failing disk, whatever the disk thinks of itself. The words begin with its name.
@@ -84,16 +94,28 @@ Style styleOfProblem(const Value& disk, std::string_view words)
     return fails || (healthy && *healthy == false) ? Style::High : Style::Warning;
 }
 
-void addDisk(TextTable& table, const Value& disk)
+void addLines(TextTable& table, const Lines& lines)
 {
+    for (const Line& line : lines) {
+        table.addLine(line);
+    }
+}
+
+void addDisk(TextTable& table, const Value& disk, int room)
+{
+    constexpr int indent = 2;
     const auto seconds = number(disk, "powerOn");
+    const DiskVerdict said = diskVerdict(disk);
     table.add({{Style::Title, shown(disk, "bsd")}, shown(disk, "model"), shown(disk, "serial"), kindOf(disk),
         figure(disk, "temperature", " °C"), figure(disk, "wear", " %"), seconds ? formatDuration(*seconds) : "-",
-        Line{verdict(disk)}});
+        Line{said.word}});
+    if (!said.why.empty()) {
+        addLines(table, wrappedLines(Style::Faint, said.why, indent, room));
+    }
     for (const Value& problem : listOf(disk, "problems")) {
         if (problem.is_string()) {
             const auto& words = problem.get_ref<const std::string&>();
-            table.addLine({{Style::Plain, "  "}, {styleOfProblem(disk, words), printable(words)}});
+            addLines(table, wrappedLines(styleOfProblem(disk, words), printable(words), indent, room));
         }
     }
 }
@@ -107,21 +129,30 @@ std::string valueOf(const Value& attribute)
     return printable(value->is_string() ? value->get_ref<const std::string&>() : serialise(*value));
 }
 
-Lines attributeLines(const Value& disk)
+/// What an attribute means when it is not fine stands behind it, or below where there is too little room.
+Lines attributeLines(const Value& disk, int room)
 {
-    TextTable table({{"ID", 5, Align::Right, 1}, {"ATTRIBUTE", 32}, {"NOW", 7, Align::Right},
-        {"WORST", 7, Align::Right}, {"LIMIT", 7, Align::Right, 2}, {"VALUE", 19, Align::Left, 1}, {"STATE"}});
+    constexpr int wide = 120;
+    constexpr int indent = 6;
+    const bool isNarrow = room > 0 && room < wide;
+    TextTable table(
+        {{.title = "ID", .width = 5, .align = Align::Right, .gap = 1}, {.title = "ATTRIBUTE", .width = 32, .least = 12},
+            {"NOW", 7, Align::Right}, {.title = "WORST", .width = 7, .align = Align::Right, .leaves = 1},
+            {.title = "LIMIT", .width = 7, .align = Align::Right, .gap = 2, .leaves = 2},
+            {.title = "VALUE", .width = 19, .gap = 1, .least = 8}, {"STATE"}},
+        room);
     const Value& attributes = listOf(disk, "attributes");
     for (const Value& attribute : attributes) {
         const std::string status = shown(attribute, "status");
         const Style style = status == "failing" ? Style::High : status == "fine" ? Style::Plain : Style::Warning;
-        std::string words = status;
-        if (status != "fine" && find(attribute, "meaning")) {
-            words += ": " + shown(attribute, "meaning");
-        }
+        const std::string meaning = status != "fine" && find(attribute, "meaning") ? shown(attribute, "meaning") : "";
         table.add({{style, figure(attribute, "id", "")}, {style, shown(attribute, "name")},
             {style, figure(attribute, "current", "")}, {style, figure(attribute, "worst", "")},
-            {style, figure(attribute, "threshold", "")}, {style, valueOf(attribute)}, {style, words}});
+            {style, figure(attribute, "threshold", "")}, {style, valueOf(attribute)},
+            {style, isNarrow || meaning.empty() ? status : status + ": " + meaning}});
+        if (isNarrow && !meaning.empty()) {
+            addLines(table, wrappedLines(style, meaning, indent, room));
+        }
     }
     return attributes.empty() ? Lines() : table.lines(Style::Faint);
 }
@@ -163,17 +194,17 @@ Lines diskLines(const Value& disks, bool attributes, int room)
     if (!disks.is_array() || disks.empty()) {
         return {{{Style::Plain, "no disk with health data (SMART or NVMe) on this machine"}}};
     }
-    TextTable table({{"DISK", 10}, {.title = "MODEL", .width = 29, .gap = 1, .least = 10},
-                        {"SERIAL", 20, Align::Left, 1}, {"KIND", 6}, {"TEMP", 7, Align::Right},
-                        {"WEAR", 7, Align::Right}, {"POWERED ON", 13, Align::Right, 2}, {"HEALTH"}},
+    TextTable table(
+        {{"DISK", 10}, {.title = "MODEL", .width = 29, .gap = 1, .least = 10},
+            {.title = "SERIAL", .width = 20, .gap = 1, .leaves = 1}, {"KIND", 6, Align::Left, 1},
+            {"TEMP", 6, Align::Right, 1}, {.title = "WEAR", .width = 6, .align = Align::Right, .gap = 1, .leaves = 3},
+            {.title = "POWERED ON", .width = 12, .align = Align::Right, .gap = 2, .leaves = 2}, {"HEALTH"}},
         room);
     for (const Value& disk : disks) {
-        addDisk(table, disk);
-        for (const Line& line : attributes ? attributeLines(disk) : Lines()) {
-            table.addLine(line);
-        }
-        for (const Line& line : attributes ? logLines(disk) : Lines()) {
-            table.addLine(line);
+        addDisk(table, disk, room);
+        if (attributes) {
+            addLines(table, attributeLines(disk, room));
+            addLines(table, logLines(disk));
         }
     }
     return table.lines();

@@ -10,8 +10,10 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace meridal {
 
@@ -43,6 +45,8 @@ std::optional<double> placeInRange(const Value& sensor)
     return high && *high > *low ? std::optional(std::clamp((*value - *low) / (*high - *low), 0.0, 1.0)) : std::nullopt;
 }
 
+bool isFan(const Value& sensor) { return text(sensor, "kind") == "fan"; }
+
 bool isFixed(const Value& sensor)
 {
     const Value* fixed = find(sensor, "fixed");
@@ -57,16 +61,43 @@ Style styleOf(const Value& sensor)
     if (!number(sensor, "value")) {
         return Style::Faint;
     }
-    const bool isFan = text(sensor, "kind") == "fan"; // at its limit it only does its best
-    const auto place = isFixed(sensor) && number(sensor, "high") && !isFan ? placeInRange(sensor) : std::nullopt;
+    // A fan at its limit only does its best.
+    const auto place =
+        isFixed(sensor) && number(sensor, "high") && !isFan(sensor) ? placeInRange(sensor) : std::nullopt;
     return place && *place >= nearlyHigh ? Style::Medium : Style::Plain;
 }
 
-/// "ALARM (low)", "FAULT"; nothing while all is well.
-std::string alarmWords(const Value& sensor)
+/// "LOW", "HIGH", "CRITICAL", "FAULT"; nothing while all is well.
+std::string alarmWord(const Value& sensor) { return upperCase(word(sensor, "alarm")); }
+
+std::string valueWords(const Value& sensor)
 {
-    const auto alarm = text(sensor, "alarm");
-    return !alarm ? "" : *alarm == "fault" ? "FAULT" : "ALARM (" + printable(*alarm) + ")";
+    const bool stands = isFan(sensor) && number(sensor, "value") == 0.0;
+    return stands ? "stopped" : reading(sensor, "value");
+}
+
+/// "20 to 100, critical 110", "min 300": what somebody has set, in the unit of the value.
+std::string limitWords(const Value& sensor)
+{
+    const bool turns = isFan(sensor);
+    const auto low = isFixed(sensor) ? number(sensor, "low") : std::nullopt;
+    const auto critical = number(sensor, "critical");
+    auto high = isFixed(sensor) ? number(sensor, "high") : std::nullopt;
+    high = high == critical ? std::nullopt : high; // which stands in where there is no other
+    const auto figure = [](double limit) { return fmt::format("{:.6g}", limit); };
+    std::vector<std::string> words;
+    if (low && (!turns || *low > 0)) {
+        words.push_back((turns ? "min " : high ? "" : "from ") + figure(*low));
+    }
+    if (high && low && !turns) {
+        words.back() += " to " + figure(*high);
+    } else if (high) {
+        words.push_back((turns ? "max " : "to ") + figure(*high));
+    }
+    if (critical) {
+        words.push_back("critical " + figure(*critical));
+    }
+    return fmt::format("{}", fmt::join(words, ", "));
 }
 
 std::string bar(double place)
@@ -75,20 +106,69 @@ std::string bar(double place)
     return "▕" + fitLeft(blocks(filled), rangeColumns - 2) + "▏";
 }
 
-TextTable tableOf(std::string first, int room)
+/// As wide as what is in it; 0 where nothing is.
+template <typename Words>
+int columnsFor(const Value& sensors, Words wordsOf)
 {
-    return TextTable({{.title = std::move(first), .width = 28, .least = 12}, {"VALUE", 12, Align::Right, 2},
-                         {"RANGE", rangeColumns}, {"LOWEST", 12, Align::Right}, {"HIGHEST", 12, Align::Right, 2}, {}},
-        room);
+    int width = 0;
+    for (const Value& sensor : sensors) {
+        width = std::max(width, displayWidth(wordsOf(sensor)));
+    }
+    return width;
 }
 
-void addRow(TextTable& table, const Value& sensor, const std::string& indent)
+/// By chip. What matters least goes first where there is little room: where the value stands, then what has been seen.
+Lines tableOf(const Value& sensors, const char* name, const char* value, int room)
 {
-    const auto place = placeInRange(sensor);
-    table.add({indent + word(sensor, "name"), {styleOf(sensor), reading(sensor, "value")},
-        {Style::Faint, place ? bar(*place) : ""}, reading(sensor, "lowest"), reading(sensor, "highest"),
-        {Style::High, alarmWords(sensor)}});
+    const int alarms = columnsFor(sensors, alarmWord);
+    const int limits = columnsFor(sensors, limitWords);
+    std::vector<TableColumn> columns = {
+        {.title = name, .width = 28, .gap = 1, .least = 12}, {value, 10, Align::Right, 2}};
+    if (alarms > 0) {
+        columns.push_back({"STATE", std::max(alarms, 5), Align::Left, 2});
+    }
+    columns.push_back({.title = "RANGE", .width = rangeColumns, .gap = 2, .leaves = 1});
+    if (limits > 0) {
+        columns.push_back({.title = "LIMITS", .width = std::max(limits, 6), .gap = 1, .leaves = 4});
+    }
+    columns.push_back({.title = "LOWEST", .width = 10, .align = Align::Right, .gap = 1, .leaves = 2});
+    columns.push_back({.title = "HIGHEST", .width = 10, .align = Align::Right, .leaves = 3});
+    TextTable table(std::move(columns), room);
+    std::string chip;
+    for (const Value& sensor : sensors) {
+        if (std::string its = word(sensor, "chip"); its != chip) {
+            chip = std::move(its);
+            table.addLine({{Style::Title, chip}});
+        }
+        const auto place = placeInRange(sensor);
+        std::vector<TableCell> cells = {
+            (chip.empty() ? "" : "  ") + word(sensor, "name"), {styleOf(sensor), valueWords(sensor)}};
+        if (alarms > 0) {
+            cells.emplace_back(Style::High, alarmWord(sensor));
+        }
+        cells.emplace_back(Style::Faint, place ? bar(*place) : "");
+        if (limits > 0) {
+            cells.emplace_back(Style::Faint, limitWords(sensor));
+        }
+        cells.emplace_back(reading(sensor, "lowest"));
+        cells.emplace_back(reading(sensor, "highest"));
+        table.add(std::move(cells));
+    }
+    return table.lines();
 }
+
+Value chosen(const Value& sensors, bool fans)
+{
+    Value list = Value::array();
+    for (const Value& sensor : sensors.is_array() ? sensors : Value::array()) {
+        if (isFan(sensor) == fans) {
+            list.push_back(sensor);
+        }
+    }
+    return list;
+}
+
+Lines fanTable(const Value& fans, int room) { return tableOf(fans, "FAN", "SPEED", room); }
 
 } // namespace
 
@@ -112,40 +192,22 @@ Lines sensorLines(const Value& sensors, int room)
     if (!sensors.is_array() || sensors.empty()) {
         return {{{Style::Plain, "no sensors on this machine"}}};
     }
-    TextTable table = tableOf("SENSOR", room);
-    std::optional<std::string> chip;
-    for (const Value& sensor : sensors) {
-        if (const std::string its = word(sensor, "chip"); its != chip) {
-            table.addLine({{Style::Title, its}});
-            chip = its;
-        }
-        addRow(table, sensor, "  ");
+    const Value fans = chosen(sensors, true);
+    const Value others = chosen(sensors, false);
+    Lines lines = others.empty() ? Lines() : tableOf(others, "SENSOR", "VALUE", room);
+    if (!others.empty() && !fans.empty()) {
+        lines.emplace_back();
     }
-    return table.lines();
+    appendLines(lines, fans.empty() ? Lines() : fanTable(fans, room));
+    return lines;
 }
 
 Lines fanLines(const Value& sensors, int room)
 {
     const Value fans = fansOf(sensors);
-    if (fans.empty()) {
-        return {{{Style::Plain, "no fans on this machine"}}};
-    }
-    TextTable table = tableOf("FAN", room);
-    for (const Value& fan : fans) {
-        addRow(table, fan, "");
-    }
-    return table.lines();
+    return fans.empty() ? Lines{{{Style::Plain, "no fans on this machine"}}} : fanTable(fans, room);
 }
 
-Value fansOf(const Value& sensors)
-{
-    Value fans = Value::array();
-    for (const Value& sensor : sensors.is_array() ? sensors : Value::array()) {
-        if (text(sensor, "kind") == "fan") {
-            fans.push_back(sensor);
-        }
-    }
-    return fans;
-}
+Value fansOf(const Value& sensors) { return chosen(sensors, true); }
 
 } // namespace meridal

@@ -11,8 +11,8 @@ namespace meridal {
 /// A figure in its unit, with the decimals that the unit deserves, bytes in their multiples; "-" where there is none.
 std::string formatReading(const Value& figure, const std::string& unit);
 
-/// The daemon's list of sensors for people: by chip, each with value, a bar of its range, lowest and highest ever seen.
-/// One line when there are none. `room` is the width that there is, 0 for any.
+/// The daemon's list of sensors for people: by chip, each with value, what is wrong with it, a bar of its range, limits,
+/// lowest and highest ever seen; then the fans in a table of their own. One line when there are none. `room` is the width that there is, 0 for any.
 Lines sensorLines(const Value& sensors, int room = 0);
 
 /// The fans among them.

@@ -2,9 +2,11 @@
 #include "client/views/TopTable.h"
 
 #include "base/Text.h"
+#include "client/screen/WallClock.h"
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <map>
 
 namespace meridal {
@@ -23,6 +25,7 @@ struct Schema {
     std::array<std::string_view, 2> jsonNames;
     std::vector<Source> sources;
     bool ranksBySum = false; ///< the daemon sends one ranking a column; we merge them
+    bool isSums = false;     ///< over the time since the list before, of which we make rates
 };
 
 const Schema& schema(RequestKey list)
@@ -32,8 +35,8 @@ const Schema& schema(RequestKey list)
         {{"memoryBytes", "footprintBytes"}, {{"processes", "m", 0}, {"processes-footprint", "m", 1}}},
         {{"readBytesPerSecond", "writeBytesPerSecond"},
             {{"read", "r", 0}, {"read", "w", 1}, {"write", "r", 0}, {"write", "w", 1}}, true},
-        {{"receivedBytes", "sentBytes"},
-            {{"download", "d", 0}, {"download", "u", 1}, {"upload", "d", 0}, {"upload", "u", 1}}, true},
+        {{"receivedBytesPerSecond", "sentBytesPerSecond"},
+            {{"download", "d", 0}, {"download", "u", 1}, {"upload", "d", 0}, {"upload", "u", 1}}, true, true},
         {{"energyScore", ""}, {{"processes", "score", 0}}},
     }};
     return schemas.at(static_cast<std::size_t>(std::countr_zero(mask(list))));
@@ -60,19 +63,40 @@ std::string pidText(const Value& entry)
     return value ? std::to_string(*value) : "?";
 }
 
-std::optional<TrafficShares> trafficShares(const Dictionary& envelope)
+/// A rate has no more digits than the clock that it was measured by.
+double inTenths(double rate) { return std::round(rate * 10) / 10; }
+
+std::optional<TrafficShares> trafficShares(const Dictionary& envelope, double seconds)
 {
-    const auto bytes = [&envelope](std::string_view share) {
+    const auto rate = [&envelope, seconds](std::string_view share) {
         const Value* directions = find(envelope, share);
-        return directions && directions->is_object()
-            ? std::optional(number(*directions, "d").value_or(0) + number(*directions, "u").value_or(0))
-            : std::nullopt;
+        return directions && directions->is_object() ? std::optional(
+                   inTenths((number(*directions, "d").value_or(0) + number(*directions, "u").value_or(0)) / seconds))
+                                                     : std::nullopt;
     };
-    const auto unattributed = bytes("unattributed");
+    const auto unattributed = rate("unattributed");
     if (!unattributed) {
         return std::nullopt;
     }
-    return TrafficShares{bytes("attributed").value_or(0), bytes("kernel").value_or(0), *unattributed};
+    return TrafficShares{rate("attributed").value_or(0), rate("kernel").value_or(0), *unattributed};
+}
+
+void makeRates(TopTable& table)
+{
+    for (TopRow& row : table.rows) {
+        for (std::optional<double>& figure : row.figures) {
+            figure = figure && table.seconds ? std::optional(inTenths(*figure / *table.seconds)) : std::nullopt;
+        }
+    }
+}
+
+/// Of what is not known nobody can say that it is nothing.
+bool hasNothing(const TopRow& row)
+{
+    const auto isZero = [](const std::optional<double>& figure) { return figure == 0.0; };
+    return std::any_of(row.figures.begin(), row.figures.end(), isZero)
+        && std::all_of(row.figures.begin(), row.figures.end(),
+            [&](const std::optional<double>& figure) { return !figure || isZero(figure); });
 }
 
 double rank(const TopRow& row) { return row.figures[0].value_or(0) + row.figures[1].value_or(0); }
@@ -103,12 +127,15 @@ std::optional<double> TopTable::sum(std::size_t column) const
     return total;
 }
 
-TopTable readTopTable(RequestKey list, const Dictionary& envelope)
+TopTable readTopTable(
+    RequestKey list, const Dictionary& envelope, std::optional<double> seconds, std::optional<double> time)
 {
     TopTable table;
     table.list = list;
+    table.time = time;
+    table.seconds = seconds && *seconds > 0 ? seconds : std::nullopt;
     if (list == RequestKey::Network) {
-        table.traffic = trafficShares(envelope);
+        table.traffic = table.seconds ? trafficShares(envelope, *table.seconds) : std::nullopt;
         table.trafficSource = text(envelope, "source").value_or("");
     }
     std::map<std::string, std::size_t> rowOfPid;
@@ -129,6 +156,10 @@ TopTable readTopTable(RequestKey list, const Dictionary& envelope)
             auto& slot = table.rows[known->second].figures.at(source.column);
             slot = slot ? slot : figure(entry, source.entry);
         }
+    }
+    std::erase_if(table.rows, hasNothing);
+    if (schema(list).isSums) {
+        makeRates(table);
     }
     if (schema(list).ranksBySum) {
         std::stable_sort(table.rows.begin(), table.rows.end(),
@@ -153,13 +184,19 @@ Dictionary tableAsJson(const TopTable& table, std::size_t maximumRows)
         processes.push_back(std::move(process));
     }
     Dictionary object = {{"list", listName(table.list)}, {"processes", std::move(processes)}};
+    if (table.seconds) {
+        object["seconds"] = std::round(*table.seconds * 1000) / 1000;
+    }
+    if (table.time) {
+        object["time"] = isoTime(*table.time);
+    }
     if (!table.trafficSource.empty()) {
         object["source"] = table.trafficSource;
     }
     if (table.traffic) {
-        object["attributedBytes"] = table.traffic->attributed;
-        object["kernelBytes"] = table.traffic->kernel;
-        object["unattributedBytes"] = table.traffic->unattributed;
+        object["attributedBytesPerSecond"] = table.traffic->attributed;
+        object["kernelBytesPerSecond"] = table.traffic->kernel;
+        object["unattributedBytesPerSecond"] = table.traffic->unattributed;
     }
     return object;
 }

@@ -43,8 +43,8 @@ std::vector<FigureColumn> figuresOf(const TopTable& table)
         return {{"READ", formatByteRate, mebibyte, 10 * mebibyte, 0},
             {"WRITE", formatByteRate, mebibyte, 10 * mebibyte, 1}};
     case RequestKey::Network:
-        return {
-            {"RECEIVED", formatBytes, mebibyte, 10 * mebibyte, 0}, {"SENT", formatBytes, mebibyte, 10 * mebibyte, 1}};
+        return {{"RECEIVED", formatByteRate, mebibyte, 10 * mebibyte, 0},
+            {"SENT", formatByteRate, mebibyte, 10 * mebibyte, 1}};
     default:
         break;
     }
@@ -71,7 +71,7 @@ std::string totals(const TopTable& table, unsigned cores)
     case RequestKey::Disk:
         return fmt::format("read {}, write {}", sum(0, formatByteRate), sum(1, formatByteRate));
     case RequestKey::Network:
-        return fmt::format("received {}, sent {} since the last refresh", sum(0, formatBytes), sum(1, formatBytes));
+        return fmt::format("receive {}, send {}", sum(0, formatByteRate), sum(1, formatByteRate));
     default:
         break;
     }
@@ -99,7 +99,7 @@ Line trafficLine(const TopTable& table)
     std::string words = describeSource(table.trafficSource);
     if (table.traffic) {
         words += fmt::format("{}kernel {}, unattributed {} ({} %)", words.empty() ? "" : "; ",
-            formatBytes(table.traffic->kernel), formatBytes(table.traffic->unattributed),
+            formatByteRate(table.traffic->kernel), formatByteRate(table.traffic->unattributed),
             formatFigure(table.traffic->unattributedPercent()));
     }
     return {{Style::Faint, std::move(words)}};
@@ -189,7 +189,9 @@ Lines tableLines(const TopFrame& frame, std::size_t maximumRows, int columns)
     }
     const TopTable& table = *frame.table;
     const std::string_view noun = frame.hierarchy ? "groups" : "processes";
-    const std::string summary = fmt::format("{} {} listed {}", table.rows.size(), noun, totals(table, frame.cores));
+    const std::string summary = table.rows.empty()
+        ? fmt::format("no {} at work", noun)
+        : fmt::format("{} {} listed {}", table.rows.size(), noun, totals(table, frame.cores));
     Lines lines = {cutLine({{Style::Title, title}, {Style::Plain, summary}}, columns)};
 
     if (hasTrafficLine(table)) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/views/DisksView.h"
 
+#include "base/Text.h"
 #include "tests/client/ViewText.h"
 
 #include <gmock/gmock.h>
@@ -11,6 +12,7 @@ namespace meridal {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 std::string shown(const Value& disks, bool attributes) { return textOf(diskLines(disks, attributes)); }
 
@@ -38,6 +40,22 @@ TEST(DisksView, OneLineADiskAndWhatIsWrongBelow)
     EXPECT_THAT(plainText(lines[4]), HasSubstr("1999"));
     EXPECT_THAT(plainText(lines[4]), HasSubstr("failing: spare sectors run out"));
     EXPECT_THAT(shown(disks, true), HasSubstr("477 GiB"));
+
+    for (const int room : {80, 60}) {
+        for (const Line& line : diskLines(disks, true, room)) {
+            EXPECT_LE(displayWidth(plainText(line)), room) << plainText(line);
+        }
+        const std::string narrow = textOf(diskLines(disks, true, room));
+        EXPECT_THAT(narrow, Not(HasSubstr("SERIAL"))) << "the first to go";
+        for (const char* kept : {"FAST 1000", "FAILING", "1999", "spare sectors run out", "asleep"}) {
+            EXPECT_THAT(narrow, HasSubstr(kept));
+        }
+    }
+    EXPECT_EQ(textOf(diskLines(json(R"([{"bsd":"sdz","state":"hidden"}])"), false, 60)),
+        "DISK      MODEL      KIND     TEMP   WEAR HEALTH\n"
+        "sdz       -          -           -      - not read\n"
+        "  its adapter does not tell whether it sleeps (meridald\n"
+        "  --read-hidden-disks)\n");
 
     Value hopeful = disks[0]; // the disk itself sees nothing wrong
     hopeful["healthy"] = true;

@@ -64,13 +64,16 @@ TEST(TextTable, CellsStandBelowTheirTitles)
     EXPECT_EQ(table.lines()[1][1], (Span{Style::High, "    1"}));
 }
 
-TEST(TextTable, OneColumnGivesWayWhereThatHelps)
+TEST(TextTable, ColumnsGiveWayThenLeaveThenAreCut)
 {
-    const std::pair<int, const char*> rooms[] = {{0, "abcdefgh  12 end\n"}, {16, "abcdefgh  12 end\n"},
-        {14, "abcdefgh12 end\n"}, {13, "abcdef…12 end\n"}, {9, "abcdefgh  12 end\n"}};
+    const std::pair<int, const char*> rooms[] = {{0, "abcdefgh  12 serial end\n"}, {23, "abcdefgh  12 serial end\n"},
+        {21, "abcdefgh12 serial end\n"}, {20, "abcdefgh12 end\n"}, {14, "abcdefgh12 end\n"}, {13, "abcdef…12 end\n"},
+        {9, "abcde…12 end\n"}};
     for (const auto& [room, text] : rooms) {
-        TextTable table({{.title = "", .width = 10, .least = 6}, {"", 2, Align::Right, 1}, {}}, room);
-        table.add({room == 13 ? "abcdefghi" : "abcdefgh", "12", "end"});
+        TextTable table(
+            {{.title = "", .width = 10, .least = 6}, {"", 2, Align::Right, 1}, {"", 6, Align::Left, 1, 0, 1}, {}},
+            room);
+        table.add({"abcdefgh", "12", "serial", "end"});
         EXPECT_EQ(textOf(table.lines()), text) << room;
     }
 }

@@ -23,7 +23,7 @@ using testing::SizeIs;
 
 TEST(SeriesMatch, TakesKeysNamesAndUniqueParts)
 {
-    const std::vector<SeriesName> all = {{"sensors/TC0P", "TC0P", "CPU Proximity"},
+    const std::vector<OfferedSeries> all = {{"sensors/TC0P", "TC0P", "CPU Proximity"},
         {"sensors/tc0p", "tc0p", "Other CPU"}, {"sensors/Tn0a", "Tn0a", "Composite"},
         {"sensors/Tn1a", "Tn1a", "Composite"}, {"battery", "", "Charge"}};
     const std::pair<const char*, std::size_t> called[] = {{"sensors/TC0P", 0}, {"TC0P", 0}, {"tc0p", 1},
@@ -46,15 +46,15 @@ TEST(SeriesMatch, TakesKeysNamesAndUniqueParts)
 TEST(SeriesMatch, LabelsTellTheSameNameApart)
 {
     const auto sensor = [](const char* key, const char* name, const char* origin) {
-        return SeriesName{std::string("sensors/") + key, key, name, origin, {}};
+        return OfferedSeries{std::string("sensors/") + key, key, name, origin, {}};
     };
-    std::vector<SeriesName> all = {sensor("1", "Core 0", "coretemp-isa-0000"), sensor("2", "Composite", "nvme0n1"),
+    std::vector<OfferedSeries> all = {sensor("1", "Core 0", "coretemp-isa-0000"), sensor("2", "Composite", "nvme0n1"),
         sensor("3", "Composite", "nvme1n1"), sensor("4", "in0", "nct6775-isa-0290"),
         sensor("5", "in0", "nct6775-isa-0a20"), sensor("6", "Twin", ""), sensor("7", "Twin", ""),
         {"memory", "", "Memory"}, {"disks/S5GX", "S5GX", "FAST 1000", "nvme0n1"}, {"throughput/sda", "sda", "sda"}};
     labelSeries(all);
     std::vector<std::string> labels;
-    for (const SeriesName& each : all) {
+    for (const OfferedSeries& each : all) {
         labels.push_back(each.label);
     }
     EXPECT_THAT(labels,

@@ -102,6 +102,10 @@ TEST_F(MomentsTest, AreWhatAPersonMeansByThem)
             << each.text << " at " << each.now << " in " << each.zone;
     }
     EXPECT_EQ(momentFrom("2026-11-22T13:00:00.25Z", 0), 1'795'352'400.25);
+    inZone(berlin);
+    EXPECT_EQ(isoTime(1'795'352'400.25), "2026-11-22T14:00:00.250+01:00");
+    inZone("UTC");
+    EXPECT_EQ(isoTime(1'795'352'400), "2026-11-22T13:00:00Z");
 }
 
 RC_GTEST_PROP(Moments, AnyTextIsAMomentOrNone, (const std::string& text))

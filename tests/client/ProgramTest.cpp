@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,6 +24,7 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
 
@@ -120,8 +122,8 @@ TEST_F(ProgramTest, WithoutADaemonOneLineSaysHowToStartIt)
 
 TEST_F(ProgramTest, WrongUsageIsToldApart)
 {
-    for (const char* arguments : {"", "dance", "top everything", "top -n 0", "top --once --refreshes 2", "watch tea",
-             "watch -3", "processes x", "call", "at", "at the end", "why bored", "why hot --at never"}) {
+    for (const char* arguments : {"dance", "top everything", "top -n 0", "top --once --refreshes 2", "watch tea",
+             "watch 1024", "watch -3", "processes x", "call", "at", "at the end", "why bored", "why hot --at never"}) {
         const Outcome outcome = run(arguments);
         EXPECT_EQ(outcome.status, "64\n") << arguments;
         EXPECT_EQ(outcome.out, "");
@@ -129,6 +131,31 @@ TEST_F(ProgramTest, WrongUsageIsToldApart)
     }
     EXPECT_EQ(run("top $(printf '\\033[2J')").err.find('\x1B'), std::string::npos);
     EXPECT_EQ(run("--help").status, "0\n");
+}
+
+TEST_F(ProgramTest, HelpIsForPeopleAndAMisspeltCommandIsNamed)
+{
+    const std::string help = run("help").out;
+    EXPECT_THAT(help, HasSubstr("\n  bandwidth   "));
+    EXPECT_EQ(run("").out, help) << "no terminal to show anything else on";
+    EXPECT_EQ(run("--help").out, help);
+    EXPECT_EQ(run("help top").out, run("top --help").out);
+    EXPECT_EQ(run("bandwith --json"),
+        (Outcome{"",
+            "meridalctl: there is no command \"bandwith\"; did you mean \"bandwidth\"?\n"
+            "\"meridalctl help\" lists all commands.\n",
+            "64\n"}));
+    EXPECT_EQ(run("help dance").status, "64\n");
+    std::string all = help;
+    for (const char* command : {"top", "history", "metrics", "watch", "call", "why"}) {
+        all += run(std::string("help ") + command).out;
+    }
+    for (const char* jargon : {"INT", "TEXT", "FLOAT", "{", "SUBCOMMAND"}) {
+        EXPECT_THAT(all, Not(HasSubstr(jargon)));
+    }
+    EXPECT_THAT(all,
+        HasSubstr("\n  list cpu|memory|disk|network|energy\n                              What to rank by (cpu)\n"));
+    EXPECT_THAT(all, HasSubstr("\n  -n,--rows N "));
 }
 
 TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
@@ -218,9 +245,11 @@ TEST_F(ProgramTest, TopAsTextIsPlainAndCounted)
     EXPECT_THAT(callsSoFar(), ElementsAre("enableHierachy[]", "startRequestWithKey:interval:[1,2]"));
 
     EXPECT_THAT(run("--color=always top --once --settle 0").out, HasSubstr("\x1B[1;31m       150.0\x1B[0m"));
-    EXPECT_EQ(run("top --json --refreshes 2 --settle 0", "tail -n 1").out,
-        "{\"hierarchy\":false,\"list\":\"cpu\",\"processes\":[{\"cpuPercent\":150.0,\"name\":\"spin?[2J?\",\"pid\":7}],"
-        "\"refresh\":2}\n");
+    EXPECT_THAT(run("top --json --refreshes 2 --settle 0", "tail -n 1").out,
+        MatchesRegex(
+            R"re(\{"hierarchy":false,"list":"cpu","processes":\[\{"cpuPercent":150.0,"name":"spin\?\[2J\?","pid":7\}\],)re"
+            R"re("refresh":2,"seconds":[0-9.]+,"time":"20[0-9TZ:.+-]+"\})re"
+            "\n"));
 }
 
 TEST_F(ProgramTest, TextWaitsUntilRatesAreReal)
@@ -273,6 +302,19 @@ TEST_F(ProgramTest, AFullDiskIsNoQuietEnd)
     EXPECT_THAT(outcome.err, HasSubstr("cannot write to standard output"));
 }
 
+TEST_F(ProgramTest, BandwidthOfAnInterfaceThatThereIsNotIsAnError)
+{
+    serve([this](const std::string& method, const Value& request) {
+        daemon->answer(request,
+            method == "network.interfaces"
+                ? Value{{"interfaces", {{{"interface", "eth7"}, {"index", 2}}}}, {"more", false}}
+                : Value{{"totals", Value::array()}, {"more", false}});
+    });
+    EXPECT_EQ(run("bandwidth --interface eth7"), (Outcome{"nothing recorded\n", "", "0\n"}));
+    EXPECT_EQ(run("bandwidth --interface nosuch"),
+        (Outcome{"", "meridalctl: there is no interface \"nosuch\"; there is: eth7\n", "1\n"}));
+}
+
 TEST_F(ProgramTest, WatchPrintsWhatWasAskedForAcrossARestart)
 {
     bool hasRestarted = false;
@@ -300,6 +342,35 @@ TEST_F(ProgramTest, WatchPrintsWhatWasAskedForAcrossARestart)
             "startRequestWithKey:interval:[1,2]", "startRequestWithKey:interval:[2,2]", "startSMARTTemps[]"));
 }
 
+TEST_F(ProgramTest, ABarOutlivesTheDaemon)
+{
+    EXPECT_EQ(run("bar --refreshes 1"), (Outcome{"- - -\n", "", "0\n"}));
+    bool hasRestarted = false;
+    serve([&](const std::string&, const Value& request) {
+        daemon->answer(request, {{"cpu", {{"busy", 42}}}});
+        if (!hasRestarted) {
+            hasRestarted = true;
+            daemon->hangUp();
+        }
+    });
+    const Outcome outcome = run("bar --format tmux --refreshes 3 '#{cpu}'");
+    stopServing(); // before what it uses goes
+    EXPECT_EQ(outcome, (Outcome{"##42%\n##-\n##42%\n", "", "0\n"}));
+    EXPECT_EQ(callsSoFar().front(), "machine.state[{\"passive\":true}]");
+    EXPECT_EQ(run("bar {cpi}").status, "64\n");
+}
+
+TEST_F(ProgramTest, DisksAreThoseThatWereNamed)
+{
+    serve([this](const std::string&, const Value& request) {
+        daemon->answer(request,
+            {{"disks", {{{"bsd", "sda"}, {"serial", "S1"}}, {{"bsd", "sdb"}, {"serial", "S2"}}}}, {"more", false}});
+    });
+    EXPECT_EQ(run("disks S2 --csv").out, "bsd,serial\nsdb,S2\n");
+    EXPECT_EQ(run("disks sdz"),
+        (Outcome{"", "meridalctl: there is no disk \"sdz\"; \"meridalctl disks\" lists them\n", "1\n"}));
+}
+
 TEST_F(ProgramTest, HistoryIsAListOrPlotsOfSeveralSeries)
 {
     serve([this](const std::string& method, const Value& request) {
@@ -308,8 +379,10 @@ TEST_F(ProgramTest, HistoryIsAListOrPlotsOfSeveralSeries)
             return daemon->answer(request,
                 {{"more", false},
                     {"series",
-                        {{{"series", "memory"}, {"collector", "memory"}, {"key", ""}, {"name", "Memory"}, {"unit", "B"},
-                             {"values", {"used", "free"}}},
+                        {{{"series", "load"}, {"collector", "load"}, {"key", ""}, {"name", "Load"}, {"unit", ""},
+                             {"values", {"load1"}}},
+                            {{"series", "memory"}, {"collector", "memory"}, {"key", ""}, {"name", "Memory"},
+                                {"unit", "B"}, {"values", {"used", "free"}}},
                             {{"series", "sensors/1"}, {"collector", "sensors"}, {"key", "1"}, {"name", "Composite"},
                                 {"origin", "nvme0n1"}, {"unit", "°C"}, {"values", {"value"}}},
                             {{"series", "sensors/2"}, {"collector", "sensors"}, {"key", "2"}, {"name", "Composite"},
@@ -328,6 +401,14 @@ TEST_F(ProgramTest, HistoryIsAListOrPlotsOfSeveralSeries)
     EXPECT_THAT(run("history").out,
         AllOf(HasSubstr("\nmemory\n  memory/used                            1.00 KiB  "),
             HasSubstr("\nsensors\n  nvme0n1/Composite"), HasSubstr("  nvme1n1/Composite")));
+    std::istringstream help(run("help history").out);
+    std::size_t examples = 0;
+    for (std::string line; std::getline(help, line);) {
+        const std::string example = line.starts_with("  meridalctl ") ? line.substr(13, line.find("   ", 13) - 13) : "";
+        EXPECT_EQ(example.empty() ? "0\n" : run(example).status, "0\n") << example;
+        examples += example.empty() ? 0U : 1U;
+    }
+    EXPECT_GT(examples, 3U);
     EXPECT_THAT(run("history --json", "grep -c '\"label\":\"nvme0n1/Composite\",\"latest\":{\"time\"'").out, "1\n");
     const std::string plots = run("history nvme1n1/Composite memory/used nvme0n1/Composite --from -3d").out;
     EXPECT_THAT(plots, StartsWith("nvme1n1/Composite, nvme0n1/Composite, since "));

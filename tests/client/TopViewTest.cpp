@@ -2,6 +2,7 @@
 #include "client/views/TopView.h"
 
 #include "base/Text.h"
+#include "client/screen/WallClock.h"
 #include "tests/client/ViewText.h"
 
 #include <gmock/gmock.h>
@@ -18,7 +19,7 @@ TopFrame frameOf(RequestKey list, const Dictionary& envelope)
 {
     TopFrame frame;
     frame.list = list;
-    frame.table = readTopTable(list, envelope);
+    frame.table = readTopTable(list, envelope, 2);
     return frame;
 }
 
@@ -71,21 +72,26 @@ TEST(TopView, NetworkShowsWhatIsNobodys)
         {"upload", Value::array()}, {"attributed", {{"d", 3072.0}, {"u", 0.0}}}, {"kernel", {{"d", 0.0}, {"u", 512.0}}},
         {"unattributed", {{"d", 512.0}, {"u", 0.0}}}};
     EXPECT_EQ(plainText(tableLines(frameOf(RequestKey::Network, envelope), 20, 0).at(1)),
-        "kernel 512 B, unattributed 512 B (12.5 %)");
+        "kernel 256 B/s, unattributed 256 B/s (12.5 %)");
     envelope["source"] = "capture";
     EXPECT_EQ(plainText(tableLines(frameOf(RequestKey::Network, envelope), 20, 0).at(1)),
-        "counted from captured packets; kernel 512 B, unattributed 512 B (12.5 %)");
-    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope), 20)["source"], "capture");
-    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope), 20)["unattributedBytes"], 512);
+        "counted from captured packets; kernel 256 B/s, unattributed 256 B/s (12.5 %)");
+    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope, 2), 20)["source"], "capture");
+    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope, 2), 20)["unattributedBytesPerSecond"], 256);
+    EXPECT_FALSE(readTopTable(RequestKey::Network, envelope).traffic) << "bytes of no time are no rate";
     envelope["unattributed"] = "none of your business";
-    EXPECT_FALSE(readTopTable(RequestKey::Network, envelope).traffic);
+    EXPECT_FALSE(readTopTable(RequestKey::Network, envelope, 2).traffic);
 }
 
 TEST(TopView, JsonHasFiguresAsNumbersAndLeavesOutWhatIsAbsent)
 {
     const Dictionary envelope = {{"download", {{{"key", "9"}, {"name", "curl"}, {"d", 12}}}}, {"upload", "none"}};
-    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope), 20),
-        (Dictionary{{"list", "network"}, {"processes", {{{"pid", 9}, {"name", "curl"}, {"receivedBytes", 12.0}}}}}));
+    EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Network, envelope, 2.0004, 1.7e9), 20),
+        (Dictionary{{"list", "network"}, {"seconds", 2.0}, {"time", isoTime(1.7e9)},
+            {"processes", {{{"pid", 9}, {"name", "curl"}, {"receivedBytesPerSecond", 6.0}}}}}));
+    EXPECT_EQ(readTopTable(RequestKey::Network, envelope).rows.at(0).figures[0], std::nullopt) << "of no time";
+    const Dictionary idle = {{"processes", {{{"key", "7"}, {"name", "spinner"}, {"c", "0.00"}}}}};
+    EXPECT_EQ(plainText(tableLines(frameOf(RequestKey::Cpu, idle), 20, 0)[0]), "CPU  no processes at work");
     EXPECT_EQ(tableAsJson(readTopTable(RequestKey::Cpu, cpuList), 1).at("processes").at(0),
         (Dictionary{{"pid", 7}, {"name", "spinner"}, {"cpuPercent", 150.0}}));
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "client/views/Answers.h"
 #include "client/views/BatteryView.h"
 #include "client/views/DisksView.h"
 #include "client/views/NetworkView.h"
@@ -8,6 +9,9 @@
 #include "tests/client/ViewText.h"
 
 #include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
 
 namespace meridal {
 namespace {
@@ -87,6 +91,22 @@ TEST(NetworkView, ShowsThePrimaryInterfaceFirstAndGivesWay)
                                "lo            Loopback  up            0 B/s       0 B/s\n";
     EXPECT_EQ(textOf(networkLines(answer, 75)).substr(0, narrow.size()), narrow);
     EXPECT_EQ(textOf(networkLines({{"interfaces", Value::array()}})), "no network interfaces on this machine\n");
+}
+
+TEST(Answers, TellMomentsAsTextAndRowsAsCsv)
+{
+    ::setenv("TZ", "UTC", 1);
+    const Value answer = {
+        {"wallTime", 1.7e9}, {"batteries", {{{"time", 95}, {"sourceTime", 1'700'000'000.5}}}}, {"end", "crash"}};
+    EXPECT_EQ(answerLine(answer),
+        R"({"batteries":[{"sourceTime":"2023-11-14T22:13:20.500Z","time":95}],"end":"crash","wallTime":"2023-11-14T22:13:20Z"})"
+        "\n");
+    constexpr std::array<const char*, 5> columns = {"name", "start", "bytes.sent", "addresses", "absent"};
+    const Value rows = {{{"name", "=a\x1B"}, {"start", 1.7e9}, {"bytes", {{"sent", 5}}}},
+        {{"name", nullptr}, {"addresses", {"::1/128", "127.0.0.1/8"}}}};
+    EXPECT_EQ(csvOf(rows, columns),
+        "name,start,bytes.sent,addresses\n'=a?,2023-11-14T22:13:20Z,5,\n,,,::1/128 127.0.0.1/8\n");
+    EXPECT_EQ(csvOf(Value::array(), columns), "name,start,bytes.sent,addresses,absent\n");
 }
 
 TEST(Views, AnAnswerOfAnyShapeIsShownWithoutComplaint)
