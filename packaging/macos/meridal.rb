@@ -13,6 +13,7 @@ class Meridal < Formula
   depends_on "cmake" => :build
   depends_on "ninja" => :build
   depends_on "nlohmann-json" => :build
+  depends_on "cpp-httplib"
   depends_on "fmt"
   depends_on macos: :ventura
   depends_on "spdlog"
@@ -23,7 +24,7 @@ class Meridal < Formula
            "-DCMAKE_INSTALL_LIBEXECDIR=libexec", *std_cmake_args
     system "cmake", "--build", "build"
     # Not the property list of launchd, which service below makes another of.
-    %w[daemon client documents].each do |component|
+    %w[daemon client exporter documents].each do |component|
       system "cmake", "--install", "build", "--component", component
     end
   end
