@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # What `cmake --install build/release` puts where, under CMAKE_INSTALL_PREFIX (/usr/local unless told otherwise). Each thing
-# belongs to a component, of which packages are made: daemon, client, documents. What names none is the daemon's.
+# belongs to a component, of which packages are made: daemon, client, exporter, documents. What names none is the daemon's.
 include(GNUInstallDirs)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME daemon)
 
@@ -26,13 +26,41 @@ if(TARGET meridalctl)
   install(TARGETS meridalctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT client)
 endif()
 
+if(TARGET meridal-exporter)
+  install(TARGETS meridal-exporter RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT exporter)
+endif()
+
+# component_of(RESULT FILE): whose a unit or a manual page is, by its name. What serves a program goes where that goes.
+function(component_of result file)
+  set(component daemon)
+  if(file MATCHES "/meridalctl[^/]*$|/meridal-(textfile|alerts)[^/]*$")
+    set(component client)
+  elseif(file MATCHES "/meridal-exporter[^/]*$")
+    set(component exporter)
+  endif()
+  set(${result} ${component} PARENT_SCOPE)
+endfunction()
+
 if(APPLE)
   file(GLOB plists CONFIGURE_DEPENDS ${packaging}/macos/*.plist)
   install(FILES ${plists} DESTINATION /Library/LaunchDaemons COMPONENT launchd)
 else()
-  file(GLOB units CONFIGURE_DEPENDS ${packaging}/linux/*.service ${packaging}/linux/*.socket)
-  install(FILES ${units} DESTINATION ${MERIDAL_UNIT_DIR})
+  file(GLOB units CONFIGURE_DEPENDS ${packaging}/linux/*.service ${packaging}/linux/*.socket
+    ${packaging}/linux/*.timer)
+  foreach(unit IN LISTS units)
+    component_of(component ${unit})
+    install(FILES ${unit} DESTINATION ${MERIDAL_UNIT_DIR} COMPONENT ${component})
+  endforeach()
+  install(FILES ${packaging}/linux/meridal-alerts.sysusers DESTINATION lib/sysusers.d RENAME meridal-alerts.conf
+    COMPONENT client)
+  file(GLOB userUnits CONFIGURE_DEPENDS ${packaging}/linux/user/*.service)
+  install(FILES ${userUnits} DESTINATION lib/systemd/user COMPONENT client)
   install(FILES ${packaging}/linux/meridal.sysusers DESTINATION lib/sysusers.d RENAME meridal.conf)
+endif()
+
+# Lines, rules and a dashboard for who scrapes.
+if(NOT APPLE)
+  install(DIRECTORY ${packaging}/prometheus DESTINATION ${CMAKE_INSTALL_DATADIR}/meridal COMPONENT exporter)
 endif()
 
 if(MERIDAL_CONFIGURATION)
@@ -44,10 +72,7 @@ endif()
 foreach(section 1 5 8)
   file(GLOB pages CONFIGURE_DEPENDS ${packaging}/*.${section})
   foreach(page IN LISTS pages)
-    set(component daemon)
-    if(page MATCHES "/meridalctl[^/]*$")
-      set(component client)
-    endif()
+    component_of(component ${page})
     install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
   endforeach()
 endforeach()

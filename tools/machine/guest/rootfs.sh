@@ -10,8 +10,7 @@ echo 'nameserver 10.0.2.3' >"$r/etc/resolv.conf"
 mkdir -p "$r/var/log/journal"
 echo 5f3a1c0de5f3a1c0de5f3a1c0de5f3a1 >"$r/etc/machine-id"
 chroot "$r" passwd -d root >/dev/null
-# ada sits at the machine's console (see vmctl seat), ben is anybody.
-for u in ada ben; do chroot "$r" useradd -m -s /bin/bash "$u"; chroot "$r" passwd -d "$u" >/dev/null; done
+chroot "$r" useradd -m -s /bin/bash ben # anybody
 mkdir -p "$r/etc/systemd/network" "$r/etc/systemd/sleep.conf.d" "$r/etc/systemd/journald.conf.d" "$r/etc/udev/rules.d"
 cat >"$r/etc/systemd/network/10-dhcp.network" <<'E'
 [Match]
@@ -35,8 +34,10 @@ for u in NetworkManager.service NetworkManager-wait-online.service NetworkManage
          systemd-timesyncd.service ModemManager.service iperf3.service vnstat.service; do
   chroot "$r" systemctl -q disable "$u" 2>/dev/null || true
 done
-for u in systemd-update-utmp.service hostapd.service NetworkManager-wait-online.service systemd-networkd-wait-online.service \
+for u in hostapd.service NetworkManager-wait-online.service systemd-networkd-wait-online.service \
          systemd-binfmt.service systemd-random-seed.service nvmf-autoconnect.service nvmefc-boot-connections.service \
          uuidd.socket systemd-pstore.service dev-hugepages.mount dev-mqueue.mount; do
-  [ "$u" = systemd-update-utmp.service ] || chroot "$r" systemctl -q mask "$u" 2>/dev/null || true
+  chroot "$r" systemctl -q mask "$u" 2>/dev/null || true
 done
+# Nothing to bring up to date at the first boot.
+touch "$r/etc/.updated" "$r/var/.updated"
