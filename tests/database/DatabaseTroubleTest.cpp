@@ -415,9 +415,11 @@ TEST_F(DatabaseTroubleTest, WhatCannotBeWrittenForLongLosesItsOldest)
     }
     EXPECT_EQ(item->statistics().statementsDropped, 50U);
     EXPECT_EQ(item->statistics().batchesFailed, 15U);
+    EXPECT_TRUE(item->statistics().failing);
     EXPECT_EQ(linesWith("kept for later"), 1U);
     locker.run("COMMIT");
     item->commitSync();
+    EXPECT_FALSE(item->statistics().failing);
     EXPECT_EQ(
         OtherProgram(path()).value("SELECT min(batch) || ' ' || max(batch) || ' ' || count(*) FROM rows"), "6 15 100");
 }

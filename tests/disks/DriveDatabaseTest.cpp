@@ -280,7 +280,7 @@ TEST(DriveDatabase, ExpressionsMatchTheWholeAndMayNotCostMuch)
     EXPECT_TRUE(matchesWhole("A|B.*", "Bcd"));
     EXPECT_FALSE(matchesWhole("A|B", "AB"));
     EXPECT_TRUE(matchesWhole("ST[0-9]{3,4} \\(x\\)", "ST4000 (x)"));
-    for (const char* wrong : {"(", "[", "(a*)\\1", "((((a{9}){9}){9}){9}){9}", "a{65535}"}) {
+    for (const char* wrong : {"(", "[", "(a*)\\1", "((((a{9}){9}){9}){9}){9}", "a{65535}", "a++++++++++++++++"}) {
         EXPECT_FALSE(matchesWhole(wrong, "a")) << wrong;
     }
 }

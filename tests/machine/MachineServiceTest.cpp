@@ -296,6 +296,16 @@ TEST_F(MachineServiceTest, WhoWasKilledForWantOfMemoryIsRecordedOnce)
     EXPECT_EQ(kills[0], told);
     EXPECT_EQ(kills[1]["name"], "late");
     EXPECT_EQ(kills[2]["name"], "new");
+
+    machine.counters().ram->outOfMemoryKills = 5;
+    machine.runtime.advance(12);
+    machine.counters().kills = {{.number = 10, .monotonicTime = 2, .pid = 44, .name = "behind"}};
+    machine.runtime.advance(20);
+    EXPECT_EQ(ask("machine.state", nullptr)["memoryKills"][3]["name"], "behind") << "the log was behind the count";
+    machine.runtime.advance(600);
+    const int questions = machine.counters().killQuestions;
+    machine.runtime.advance(600);
+    EXPECT_EQ(machine.counters().killQuestions, questions) << "what never comes is not asked for without end";
 }
 
 TEST_F(MachineServiceTest, WhatTheMachineIsIsToldWithTheSerialNumberForRootAlone)
@@ -344,6 +354,28 @@ TEST_F(MachineServiceTest, ItIsReadEverySecondOnlyWhileSomebodyAsks)
     client.reset();
     another.reset();
     EXPECT_LE(readsIn(60), 11);
+}
+
+TEST_F(MachineServiceTest, WhoAsksPassivelyIsAnsweredFromWhatIsRead)
+{
+    const Value passive = {{"passive", true}};
+    start();
+    live(20);
+    machine.counters().reads = 0;
+    for (int question = 0; question < 12; ++question) {
+        EXPECT_EQ(ask("machine.state", passive)["cpu"]["user"], 50);
+        live(5);
+    }
+    EXPECT_EQ(machine.counters().reads, 10) << "those of the record";
+    daemon->service.setRecording(false);
+    live(60);
+    machine.counters().reads = 0;
+    for (int question = 0; question < 4; ++question) {
+        EXPECT_EQ(ask("machine.state", passive)["cpu"]["user"], 50) << "of the time since the one before";
+        EXPECT_EQ(ask("machine.state", passive)["cpu"]["user"], 50);
+        live(15);
+    }
+    EXPECT_EQ(machine.counters().reads, 4) << "once each, as nobody else reads";
 }
 
 } // namespace

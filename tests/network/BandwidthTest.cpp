@@ -116,6 +116,34 @@ TEST_F(BandwidthTest, AnotherWiFiNetworkGetsRowsOfItsOwn)
     EXPECT_THAT(column("network"), ElementsAre(1, 2, 1));
     EXPECT_EQ(rows("SELECT name FROM bandwidth_wifi_map ORDER BY identifier"),
         (std::vector<Dictionary>{{{"name", "Home"}}, {{"name", "Caf\xEF\xBF\xBD"}}}));
+
+    machine.wireless().joined["wlan0"] = {.bssid = "aa:aa:aa:aa:aa:aa", .ssid = ""};
+    tick();
+    carry("wlan0", 5, 50);
+    machine.network().interface("wlan0").bytesSent = 0; // its driver was loaded again
+    machine.network().interface("wlan0").bytesReceived = 0;
+    carry("wlan0", 7, 70);
+    carry("wlan0", 1, 10);
+    EXPECT_EQ(daemon->service.interfaces({})->at("networks"),
+        Value::array({{{"bssid", "aa:aa:aa:aa:aa:aa"}, {"received", 60}, {"sent", 6}},
+            {{"name", "Caf\xEF\xBF\xBD"}, {"received", 0}, {"sent", 4'000'000}},
+            {{"name", "Home"}, {"received", 0}, {"sent", 2'000'000}},
+            {{"name", "Home, renamed"}, {"received", 0}, {"sent", 8'000'000}}}))
+        << "since the start, also of what is in the file";
+}
+
+TEST(WifiTraffic, NetworksBeyondTheBoundAreOne)
+{
+    WifiTraffic traffic;
+    for (std::size_t number = 0; number < WifiTraffic::mostNetworks + 9; ++number) {
+        traffic.add(std::to_string(number), "aa:aa:aa:aa:aa:aa", {.upload = 1, .download = 2});
+    }
+    traffic.add("0", std::nullopt, {.upload = 1, .download = 0});
+    const auto networks = traffic.networks();
+    ASSERT_EQ(networks.size(), WifiTraffic::mostNetworks + 1);
+    EXPECT_EQ(networks[0].identity, WirelessIdentity{});
+    EXPECT_EQ(networks[0].amount, (BandwidthAmount{.upload = 9, .download = 18}));
+    EXPECT_EQ(networks[1].amount, (BandwidthAmount{.upload = 2, .download = 2}));
 }
 
 TEST_F(BandwidthTest, AnInterfaceIsKnownByItsHardwareWhateverItsName)

@@ -83,6 +83,10 @@ TEST_F(TrafficServiceTest, TheRecordHasEveryByteOnceWhoeverComesAndGoes)
     count(0, 0);
     count(0, 3000);
     EXPECT_EQ(recorded.processes.download + recorded.kernel.download, 20'000) << "nothing is counted twice";
+    const Value owners = service->describe()["owners"];
+    EXPECT_EQ(owners["process"], (Value{{"received", recorded.processes.download}, {"sent", 0}}));
+    EXPECT_EQ(owners["kernel"]["received"], recorded.kernel.download);
+    EXPECT_EQ(owners["unattributed"]["received"], 0);
     service->stopRecording();
     EXPECT_EQ(counting().running, 0);
     count(1, 1);
@@ -118,6 +122,7 @@ TEST_F(TrafficServiceTest, TheRecordTakesTheKernelsCountersWhileNobodyHasPackets
     service->process();
     EXPECT_EQ(recorded.processes.download, 1000 + 200 + 30 + 400 + 6);
     EXPECT_EQ(byProcesses, recorded.processes.download);
+    EXPECT_EQ(service->describe()["owners"]["process"]["received"], 1636) << "of all sources";
     EXPECT_TRUE(machine.host.limitations->all().empty());
 }
 

@@ -31,9 +31,9 @@ protected:
     Value kept() { return rows("select uuid from client_sensors order by uuid"); }
     void administer(std::uint32_t uid) { static_cast<FakeUserRights&>(*machine.host.userRights).administrator = uid; }
 
-    const SensorClient first{.uid = oneUser, .connection = &first};
-    const SensorClient second{.uid = oneUser, .connection = &second};
-    const SensorClient stranger{.uid = otherUser, .connection = &stranger};
+    const ClientSensors::Owner first{.uid = oneUser, .client = &first};
+    const ClientSensors::Owner second{.uid = oneUser, .client = &second};
+    const ClientSensors::Owner stranger{.uid = otherUser, .client = &stranger};
 };
 
 TEST_F(SensorClientsTest, WhatAUserNamesGoesWithTheLastClientThatNamedIt)
@@ -104,14 +104,14 @@ TEST_F(SensorClientsTest, OneUserLeavesRoomForOthers)
     EXPECT_THAT(name(text.c_str(), first), SizeIs(1199)) << "the answer is whole";
     EXPECT_THAT(collector().sensorsFor(oneUser), SizeIs(ClientSensors::mostOfUser));
     for (std::uint32_t uid = otherUser; uid < otherUser + 3; ++uid) {
-        name(text.c_str(), {.uid = uid, .connection = this});
+        name(text.c_str(), ClientSensors::Owner{.uid = uid, .client = this});
     }
     EXPECT_THAT(collector().sensorsFor(otherUser), SizeIs(ClientSensors::mostOfAll - ClientSensors::mostOfUser));
     EXPECT_THAT(collector().sensorsFor(otherUser + 1), IsEmpty());
     name(R"([{"key":"TC0P"}])", root);
     EXPECT_THAT(seenBy(0), ElementsAre("TC0P"));
     daemon->service.forget(first);
-    name(R"([{"key":"TC0P"}])", {.uid = otherUser + 1, .connection = this});
+    name(R"([{"key":"TC0P"}])", ClientSensors::Owner{.uid = otherUser + 1, .client = this});
     EXPECT_THAT(collector().sensorsFor(otherUser + 1), SizeIs(1));
 }
 

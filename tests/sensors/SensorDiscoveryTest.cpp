@@ -19,14 +19,15 @@ TEST_F(SensorsTest, OfWhatAClientKnowsItGetsWhatIsThere)
 {
     measure({{"TC0P", 41.5}, {"VC0C", 1.25}, {"TH0P", 254}, {"TG0D", 254}, {"TNaN", std::nullopt}, {"F0Ac", 1000}});
     start();
-    const Value given = json(R"([{"key":"TC0P","name":"CPU","low":"10","high":90.5,"extra":[1]},
+    const Value given = json(R"([{"key":"TC0P","name":"CPU","low":"10","high":41.85,"extra":[1]},
         {"key":"VC0C","name":"Core","low":0,"high":0},{"key":"TXXX"},{"key":"TH0P"},{"key":"TG0D"},{"key":"TNaN"},
         {"key":"F0Ac"},{"key":"TC0PX"},{"key":"TC0"},{"name":"keyless"},17,null,[]])");
     const Value entries = electric(given, PowerDetail::Fine);
     ASSERT_THAT(keysOf(entries), ElementsAre("TC0P", "VC0C", "TG0D", "TNaN"));
     EXPECT_EQ(entries[0],
         (Value{{"type", 0}, {"config", given[0]}, {"key", "TC0P"}, {"name", "CPU"}, {"value", 41.5}, {"low", 0.0},
-            {"high", 90.5}}));
+            {"high", 41.85}}))
+        << "the decimal that was given, not the float next to it";
     EXPECT_EQ(
         entries[1], (Value{{"type", 3}, {"config", given[1]}, {"key", "VC0C"}, {"name", "Core"}, {"value", 1.25}}));
     EXPECT_EQ(entries[3]["value"], 0.0) << "nothing that leaves the daemon is no number";

@@ -24,8 +24,15 @@ TEST_F(SensorsTest, TheRecordNeedsNobodyWhoAsks)
     SensorRecord disk = sensorOf("T0AB", "drivetemp-scsi-0-0", "temp1");
     disk.disturbs = true;
     fit({{cpuSensor, 40}, {disk, 30}});
+    std::vector<std::string> warnings;
+    machine.context.log.addListener([&](LogLevel level, std::string_view line) {
+        if (level >= LogLevel::Warning) {
+            warnings.emplace_back(line);
+        }
+    });
     start();
     machine.runtime.advance(2);
+    EXPECT_THAT(warnings, SizeIs(0)) << "a first start, with nothing to read yet";
     const auto reads = [&](const char* key, double seconds) {
         const auto before = source().reads[key];
         machine.runtime.advance(seconds);
@@ -43,6 +50,32 @@ TEST_F(SensorsTest, TheRecordNeedsNobodyWhoAsks)
     EXPECT_EQ(reads("TC0P", 20), 10) << "every second turn while somebody asks";
     machine.runtime.advance(SensorsStatCollectorMac::askedFor);
     EXPECT_EQ(reads("T0AB", 60), 0);
+}
+
+TEST_F(SensorsTest, WhoAsksPassivelyIsAnsweredFromWhatIsRead)
+{
+    fit({{cpuSensor, 40}, {sensorOf("TXPW", "rapl-0", "package", SensorKind::Power), 10}});
+    const auto passively = [this] {
+        return daemon->service.list({{"passive", true}}, {}, PowerDetail::Averaged)->at("sensors");
+    };
+    const auto readsWhileAsked = [&](double every) {
+        const auto before = source().reads;
+        for (int question = 0; question < 10; ++question) {
+            machine.runtime.advance(every);
+            EXPECT_EQ(passively()[0]["value"], 40);
+        }
+        return std::pair(source().reads["TC0P"] - before.at("TC0P"), source().reads["TXPW"] - before.at("TXPW"));
+    };
+    start();
+    EXPECT_EQ(passively()[0]["value"], 40) << "read once, if never before";
+    machine.runtime.advance(60);
+    EXPECT_EQ(readsWhileAsked(6), std::pair(std::ptrdiff_t{10}, std::ptrdiff_t{10})) << "those of the record";
+    EXPECT_EQ(passively()[1]["value"], 10);
+    daemon->service.setRecording(false);
+    machine.runtime.advance(60);
+    EXPECT_EQ(readsWhileAsked(15), std::pair(std::ptrdiff_t{10}, std::ptrdiff_t{0}))
+        << "once each, as nobody else reads";
+    EXPECT_TRUE(passively()[1]["value"].is_null()) << "no question has power read";
 }
 
 TEST_F(SensorsTest, AFailingSensorIsALineAnHourAndNoOtherIsHeldBack)

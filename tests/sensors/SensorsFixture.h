@@ -133,7 +133,7 @@ protected:
         return keys;
     }
 
-    static constexpr SensorClient root = {.uid = 0};
+    static constexpr ClientSensors::Owner root = {};
     FakeMachine machine;
     std::unique_ptr<Daemon> daemon;
 };

@@ -45,6 +45,10 @@ TEST_F(UptimeTest, EveryKindOfEndIsToldApart)
     EXPECT_NEAR(boots[4]["length"], 1200, 1) << "the last note before the crash";
     EXPECT_NEAR(boots[5]["length"], 1000, 1);
     EXPECT_EQ(answer["current"]["asleep"], 20);
+    EXPECT_EQ(answer["ends"], (Value{{"orderly", 1}, {"crash", 3}, {"asleep", 1}}));
+    EXPECT_EQ(ask({{"limit", 1}}).value()["ends"], answer["ends"]) << "of all pages";
+    EXPECT_EQ(
+        ask({{"from", boots[2]["started"]}}).value()["ends"], (Value{{"orderly", 0}, {"crash", 1}, {"asleep", 1}}));
     EXPECT_FALSE(answer["more"]);
 }
 
@@ -82,7 +86,9 @@ TEST_F(UptimeTest, RowsWithoutARecordAreToldApartByTheirTimes)
                 ASSERT_TRUE(connection.execute(sql));
             }
         });
-    const Value boots = ask().value()["boots"];
+    const Value answer = ask().value();
+    EXPECT_EQ(answer["ends"], (Value{{"orderly", 2}, {"crash", 2}, {"asleep", 0}}));
+    const Value& boots = answer["boots"];
     ASSERT_EQ(boots.size(), 4U);
     EXPECT_EQ(boots[0]["length"], 0) << "shut down before it started: the clock was set";
     EXPECT_EQ(boots[1]["end"], "crash") << "it woke from its last sleep";
@@ -90,6 +96,33 @@ TEST_F(UptimeTest, RowsWithoutARecordAreToldApartByTheirTimes)
     EXPECT_EQ(boots[3]["end"], "orderly");
     EXPECT_EQ(boots[3]["asleep"], 200);
     EXPECT_EQ(boots[3]["length"], 1000);
+}
+
+TEST_F(UptimeTest, WhoAsksPassivelyDoesNotHaveTheFileReadEachTime)
+{
+    startDaemon();
+    runtime().advance(100);
+    const Value passive = {{"passive", true}};
+    const Value first = ask(passive).value();
+    const auto addBoot = [this] {
+        daemon->databases.databaseWithPath(machine.context.paths.uptimeDatabase())
+            ->queryDatabase([](SQLiteConnection& connection) {
+                ASSERT_TRUE(connection.execute("insert into uptime values (1000, 2000)"));
+            });
+    };
+    addBoot();
+    runtime().advance(10);
+    const Value second = ask(passive).value();
+    EXPECT_EQ(second["ends"]["orderly"], 0) << "as it was read";
+    EXPECT_NEAR(second["current"]["uptime"].get<double>(), first["current"]["uptime"].get<double>() + 10, 0.1);
+    EXPECT_NEAR(second["boots"][0]["length"].get<double>(), first["boots"][0]["length"].get<double>() + 10, 0.1);
+    EXPECT_EQ(ask({{"passive", true}, {"limit", 1}}).value()["ends"]["orderly"], 1) << "another question";
+    EXPECT_TRUE(ask(passive));
+    sleepFor(20);
+    EXPECT_EQ(ask(passive).value()["current"]["asleep"], 20);
+    addBoot();
+    runtime().advance(UptimeService::keptFor);
+    EXPECT_EQ(ask(passive).value()["ends"]["orderly"], 2);
 }
 
 TEST_F(UptimeTest, AvailabilityLeavesSleepOut)
