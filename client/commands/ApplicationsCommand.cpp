@@ -102,7 +102,7 @@ private:
         }
         const std::string title = "Applications by " + options_.by + ", " + stretch_.title;
         if (!options_.svgPath.empty()) {
-            return concludePicture(session_, shareChartSvg(title, applicationBars(groups, figure_)), options_.svgPath);
+            return concludePicture(session_, barsSvg(applicationPicture(groups, figure_, title)), options_.svgPath);
         }
         Lines lines{{{Style::Title, title}}};
         const auto begins = number(last, "from");

@@ -2,12 +2,13 @@
 #include "base/Text.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Pages.h"
+#include "client/commands/Pictures.h"
 #include "client/plot/BarChart.h"
 #include "client/screen/Format.h"
-#include "client/screen/Output.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
 #include "client/views/Answers.h"
+#include "client/views/BandwidthView.h"
 #include "wire/Methods.h"
 
 #include <fmt/format.h>
@@ -42,7 +43,7 @@ struct BandwidthOptions {
     double days = 0;        ///< how far back; 0: as is usual
     std::string interface;  ///< empty: of all
     bool all = false;       ///< interfaces that are no hardware as well
-    std::string svgPath;    ///< empty: no picture
+    std::string svgPath;    ///< empty: no picture; "-": standard output
     bool csv = false;
     bool json = false;
 };
@@ -51,17 +52,6 @@ constexpr std::array<const char*, 7> totalColumns = {"key", "name", "bssid", "st
 
 /// How far back to look when nothing is said: as much as fits a screen. 0: all there is.
 double usualDays(const std::string& by) { return by == "hour" ? 1 : by == "day" ? 30 : by == "month" ? 366 : 0; }
-
-std::string labelOf(const Value& total, const std::string& by)
-{
-    if ((by == "network" || by == "station") && integer(total, "key") == -1) {
-        return "(no Wi-Fi)";
-    }
-    const std::string name = text(total, "name").value_or("");
-    std::string label = text(total, "bssid").value_or(""); // first, as names may be too long to be shown whole
-    label += (label.empty() || name.empty() ? "" : "  ") + name;
-    return printable(label.empty() ? text(total, "key").value_or("?") : label);
-}
 
 PagedQuestion questionFor(const BandwidthOptions& options)
 {
@@ -77,21 +67,6 @@ PagedQuestion questionFor(const BandwidthOptions& options)
         question.parameters["interfaces"] = "all";
     }
     return question;
-}
-
-std::vector<AmountBar> makeBars(const Value& totals, const std::string& by)
-{
-    std::vector<AmountBar> bars;
-    for (const Value& total : totals) {
-        bars.push_back({.label = labelOf(total, by),
-            .upload = std::max(0.0, number(total, "upload").value_or(0)),
-            .download = std::max(0.0, number(total, "download").value_or(0))});
-    }
-    if (by == "interface" || by == "network" || by == "station") { // times stay in their order, things stand by size
-        std::stable_sort(bars.begin(), bars.end(),
-            [](const AmountBar& a, const AmountBar& b) { return a.upload + a.download > b.upload + b.download; });
-    }
-    return bars;
 }
 
 Lines barLines(const std::string& by, const std::vector<AmountBar>& bars, const Value& answer)
@@ -112,12 +87,9 @@ Lines barLines(const std::string& by, const std::vector<AmountBar>& bars, const 
 
 void reportBandwidth(Session& session, const BandwidthOptions& options, const Value& totals, Value answer)
 {
-    const std::vector<AmountBar> bars = makeBars(totals, options.by);
+    const std::vector<AmountBar> bars = bandwidthBars(totals, options.by);
     if (!options.svgPath.empty()) {
-        const std::string failure = writeFile(options.svgPath, barChartSvg("Bandwidth by " + options.by, bars));
-        if (!failure.empty()) {
-            return session.fail(exitStatus::refused, options.svgPath + ": " + failure);
-        }
+        return concludePicture(session, barsSvg(barPicture("Bandwidth by " + options.by, bars)), options.svgPath);
     }
     if (options.csv) {
         session.conclude(csvOf(totals, totalColumns));
@@ -126,7 +98,7 @@ void reportBandwidth(Session& session, const BandwidthOptions& options, const Va
         answer["more"] = false;
         session.conclude(answerLine(answer));
     } else {
-        session.conclude(options.svgPath.empty() ? barLines(options.by, bars, answer) : Lines());
+        session.conclude(barLines(options.by, bars, answer));
     }
 }
 
@@ -169,11 +141,12 @@ void addBandwidth(Grammar& grammar)
     bandwidth.days(options.days, "Look back so many days");
     bandwidth.text("--interface", options.interface, "NAME", "Of this interface only");
     bandwidth.flag("--all", options.all, "Also of interfaces that are no hardware");
-    bandwidth.text("--svg", options.svgPath, "FILE", "Draw it into a file");
+    bandwidth.text("--svg", options.svgPath, "FILE", "Write a picture for browsers; - is standard output");
     bandwidth.flag("--csv", options.csv, "As comma-separated values");
     bandwidth.flag("--json", options.json, "As JSON");
     bandwidth.exclude("--csv", "--json");
-    bandwidth.exclude("--csv", "--svg");
+    bandwidth.exclude("--svg", "--csv");
+    bandwidth.exclude("--svg", "--json");
 }
 
 } // namespace meridal

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/commands/Commands.h"
 #include "client/commands/Pages.h"
+#include "client/commands/Pictures.h"
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/WallClock.h"
@@ -19,6 +20,7 @@ constexpr const char* batteryExamples = R"(Examples:
   meridalctl battery
   meridalctl battery --history --days 365
   meridalctl battery --sleeps --worst -n 5
+  meridalctl battery --svg battery.svg
 )";
 
 constexpr int chartColumns = 80;
@@ -29,7 +31,8 @@ struct BatteryOptions {
     bool sleeps = false;  ///< also what sleeps have cost
     bool worst = false;   ///< those first that cost most
     std::size_t rows = 20;
-    double days = 0; ///< how far back; 0: all that is known
+    double days = 0;     ///< how far back; 0: all that is known
+    std::string svgPath; ///< empty: no picture of the history; "-": standard output
     bool json = false;
 };
 
@@ -47,7 +50,7 @@ public:
                     exitStatus::refused, "the daemon's answer tells no batteries: " + terminalJson(state));
             }
             state_ = state;
-            options_.history ? askHistory(0) : askSleeps();
+            options_.history || !options_.svgPath.empty() ? askHistory(0) : askSleeps();
         });
     }
 
@@ -88,6 +91,10 @@ private:
 
     void report()
     {
+        if (!options_.svgPath.empty()) {
+            return concludePlots(
+                session_, batteryPlots(state_, number(state_, "wallTime").value_or(wallTime())), options_.svgPath);
+        }
         options_.json ? session_.conclude(answerLine(state_))
                       : session_.conclude(batteryLines(state_, terminalColumns().value_or(chartColumns)));
     }
@@ -115,7 +122,9 @@ void addBattery(Grammar& grammar)
     battery.flag("--worst", options.worst, "The same, those over an hour that took most an hour first");
     battery.count("-n,--rows", options.rows, "Show at most so many changes of each, or sleeps");
     battery.days(options.days, "Look back so many days only");
+    battery.text("--svg", options.svgPath, "FILE", "Write the history as a picture for browsers; - is standard output");
     battery.flag("--json", options.json, "As JSON");
+    battery.exclude("--svg", "--json");
 }
 
 } // namespace meridal

@@ -254,7 +254,7 @@ std::variant<CommandLine, int> parseCommandLine(int count, const char* const* ar
     Grammar grammar(app, line.command);
     for (const auto add :
         {addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks, addNetwork, addBandwidth,
-            addApplications, addAt, addWhy, addCall, addWatch, addMetrics, addCheck, addBar, addComplete}) {
+            addApplications, addAt, addWhy, addCall, addWatch, addMetrics, addCheck, addBar, addReport, addComplete}) {
         add(grammar);
     }
     std::vector<std::string> topics;

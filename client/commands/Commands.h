@@ -25,6 +25,7 @@ void addWatch(Grammar& grammar);
 void addMetrics(Grammar& grammar);
 void addCheck(Grammar& grammar);
 void addBar(Grammar& grammar);
+void addReport(Grammar& grammar);
 void addComplete(Grammar& grammar);
 
 } // namespace meridal

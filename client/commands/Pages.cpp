@@ -21,13 +21,18 @@ public:
     void ask()
     {
         question_.parameters["limit"] = std::min(question_.wanted - rows_.size(), question_.page);
-        session_.call(question_.method, Value::array({question_.parameters}),
-            [self = shared_from_this()](const Value& page) { self->take(page); });
+        const auto take = [self = shared_from_this()](const Value& page) { self->take(page); };
+        const Value parameters = Value::array({question_.parameters});
+        question_.mayBeRefused ? session_.callIfThere(question_.method, parameters, take)
+                               : session_.call(question_.method, parameters, take);
     }
 
 private:
     void take(const Value& page)
     {
+        if (page.is_null() && question_.mayBeRefused) {
+            return use_(std::move(rows_), page);
+        }
         const Value* rows = find(page, question_.list);
         if (!rows || !rows->is_array()) {
             return session_.fail(

@@ -20,6 +20,7 @@ struct PagedQuestion {
     Value parameters = Value::object();
     std::size_t wanted = 100'000; ///< rows
     std::size_t page = 500;       ///< rows that the daemon gives at once
+    bool mayBeRefused = false;    ///< then `use` gets what there was until then, and null
 };
 
 /// Asks page after page until there are as many rows as wanted, or no more. `use` gets them all, and the last answer.

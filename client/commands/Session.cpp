@@ -56,15 +56,27 @@ void Session::fail(int status, std::string complaint)
 
 void Session::call(const std::string& method, const Value& parameters, std::function<void(const Value&)> use)
 {
+    client_.call(method, parameters,
+        [this, use = std::move(use)](const Result<Value>& result) { result ? use(*result) : refused(result.error()); });
+}
+
+void Session::callIfThere(const std::string& method, const Value& parameters, std::function<void(const Value&)> use)
+{
     client_.call(method, parameters, [this, use = std::move(use)](const Result<Value>& result) {
-        if (result) {
-            use(*result);
-        } else if (result.error().code == ErrorCode::Unavailable) {
-            fail(exitStatus::noDaemon, fmt::format("{} ({})", result.error().message, client_.socketPath()));
-        } else {
-            fail(exitStatus::refused, result.error().message);
+        if (!result && result.error().code == ErrorCode::Unavailable) {
+            return refused(result.error());
         }
+        use(result ? *result : Value());
     });
+}
+
+void Session::refused(const Error& error)
+{
+    if (error.code == ErrorCode::Unavailable) {
+        fail(exitStatus::noDaemon, fmt::format("{} ({})", error.message, client_.socketPath()));
+    } else {
+        fail(exitStatus::refused, error.message);
+    }
 }
 
 void Session::tell(const std::string& method, const Value& parameters)

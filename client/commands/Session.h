@@ -46,6 +46,8 @@ public:
 
     /// Calls the daemon; a refusal ends the run with the daemon's words.
     void call(const std::string& method, const Value& parameters, std::function<void(const Value&)> use);
+    /// The same for what the daemon may not have: null where it refuses.
+    void callIfThere(const std::string& method, const Value& parameters, std::function<void(const Value&)> use);
     /// The same for the effect: without a daemon, a view that runs on waits for it; one that refuses will not think better
     /// of it.
     void tell(const std::string& method, const Value& parameters);
@@ -64,6 +66,7 @@ public:
 
 private:
     bool printed(bool written);
+    void refused(const Error& error);
 
     const Medium medium_;
     EventLoop loop_;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "client/plot/SvgBars.h"
 #include "client/screen/StyledText.h"
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace meridal {
@@ -20,7 +20,7 @@ struct AmountBar {
 /// both figures and their sum. All bars share one scale. `room` is the width that there is, 0 for any.
 Lines barChartLines(const std::string& heading, const std::vector<AmountBar>& bars, int barColumns, int room = 0);
 
-/// The same as a picture that needs nothing else. `title` is any text.
-std::string barChartSvg(std::string_view title, const std::vector<AmountBar>& bars);
+/// The same for a picture.
+SvgBars barPicture(std::string title, const std::vector<AmountBar>& bars);
 
 } // namespace meridal

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/plot/SvgPlot.h"
 
-#include "base/Text.h"
 #include "client/plot/PlotAxis.h"
+#include "client/plot/SvgPage.h"
 #include "client/plot/SvgText.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <iterator>
@@ -27,17 +26,6 @@ constexpr double bottom = height - 56;
 constexpr double lineHeight = 16;
 constexpr int mostValueMarks = 6;
 constexpr int mostTimeMarks = 10;
-
-constexpr std::array colours = {"#2a6fdb", "#d9730d", "#2f8f4e", "#a23bb5", "#b8322f", "#5f6b7a"};
-
-constexpr const char* style = R"(<style>
-svg{background:#fff;color:#1d232b;font:12px system-ui,sans-serif}
-text{fill:currentColor}.title{font-size:15px;font-weight:600}.faint{opacity:.65}
-.grid{stroke:currentColor;opacity:.15}.line{fill:none;stroke-width:1.5;stroke-linejoin:round}
-.band{stroke:none;opacity:.2}
-@media(prefers-color-scheme:dark){svg{background:#171b21;color:#e6e9ee}}
-</style>
-)";
 
 class Drawing {
 public:
@@ -77,7 +65,7 @@ public:
                     ++end;
                 }
                 if (end - start > 1) {
-                    out += band(run.subspan(start, end - start), colours.at(index % colours.size()));
+                    out += band(run.subspan(start, end - start), svgColour(index));
                 }
                 start = end;
             }
@@ -89,7 +77,7 @@ public:
     std::string lines(std::size_t index) const
     {
         std::string out;
-        const char* const colour = colours.at(index % colours.size());
+        const char* const colour = svgColour(index);
         for (const auto run : runsOf(plot_.series[index])) {
             if (run.size() == 1) {
                 out += fmt::format("<circle cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"1.5\" fill=\"{}\"/>\n", x(run[0].time),
@@ -109,7 +97,7 @@ public:
     {
         const PlotSeries& series = plot_.series[index];
         const double base = bottom + 42 + lineHeight * static_cast<double>(index);
-        std::string words = svgText(series.name.empty() ? plot_.title : series.name) + ": ";
+        std::string words = (series.name.empty() ? plot_.title : series.name) + ": ";
         if (const auto summary = summarise(series)) {
             ValueAxis finer = axis_;
             finer.step = axis_.step / 20;
@@ -117,13 +105,11 @@ public:
             const auto figure = [&](double value) { return bytesForPeople(plot_, value).value_or(finer.label(value)); };
             words += fmt::format(
                 "min {}, avg {}, max {}", figure(summary->minimum), figure(summary->average), figure(summary->maximum));
-            words += svgText(plot_.unit.empty() || isBytes ? "" : " " + plot_.unit);
+            words += plot_.unit.empty() || isBytes ? "" : " " + plot_.unit;
         } else {
             words += "no measurements";
         }
-        return fmt::format("<rect x=\"{}\" y=\"{:.1f}\" width=\"10\" height=\"10\" fill=\"{}\"/>"
-                           "<text x=\"{}\" y=\"{:.1f}\">{}</text>\n",
-            left, base - 9, colours.at(index % colours.size()), left + 16, base, words);
+        return svgLegend(left, base, index, words);
     }
 
 private:
@@ -176,23 +162,36 @@ std::string drawingOf(const Plot& given)
     return body;
 }
 
+/// Plots one below the other.
+struct Stack {
+    explicit Stack(std::span<const Plot> plots)
+    {
+        for (const Plot& plot : plots) {
+            title += (title.empty() ? "" : "; ") + plot.title;
+            body += fmt::format("<g transform=\"translate(0 {})\">\n{}</g>\n", tall, drawingOf(plot));
+            tall += heightOf(plot);
+        }
+    }
+
+    std::string title;
+    std::string body;
+    double tall = 0;
+};
+
 } // namespace
 
 std::string plotSvg(const Plot& plot) { return plotsSvg({&plot, 1}); }
 
 std::string plotsSvg(std::span<const Plot> plots)
 {
-    std::string title;
-    std::string body;
-    double tall = 0;
-    for (const Plot& plot : plots) {
-        title += (title.empty() ? "" : "; ") + svgText(plot.title);
-        body += fmt::format("<g transform=\"translate(0 {})\">\n{}</g>\n", tall, drawingOf(plot));
-        tall += heightOf(plot);
-    }
-    return fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {} {}\" width=\"{}\" height=\"{}\" "
-                       "role=\"img\">\n<title>{}</title>\n{}{}</svg>\n",
-        width, tall, width, tall, title, style, body);
+    const Stack stack(plots);
+    return svgDocument(width, stack.tall, stack.title, stack.body);
+}
+
+std::string plotsElement(std::span<const Plot> plots)
+{
+    const Stack stack(plots);
+    return svgElement(width, stack.tall, stack.title, stack.body);
 }
 
 } // namespace meridal

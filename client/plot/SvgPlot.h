@@ -14,5 +14,7 @@ std::string plotSvg(const Plot& plot);
 
 /// Several plots in one picture, one below the other.
 std::string plotsSvg(std::span<const Plot> plots);
+/// The same for a page of HTML that has the rules of pictures (SvgPage.h).
+std::string plotsElement(std::span<const Plot> plots);
 
 } // namespace meridal

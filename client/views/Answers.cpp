@@ -17,11 +17,11 @@ namespace meridal {
 
 namespace {
 
-/// Entries of these names are moments, unless the number is so small that it is a length: a battery's "time" is minutes.
+/// Entries of these names are moments, unless the number is so small that it is a length or a count: a battery's "time" is minutes.
 bool isMoment(std::string_view key, const Value& value)
 {
-    constexpr std::array<std::string_view, 12> names = {"time", "from", "until", "start", "end", "since", "began",
-        "wallTime", "bootTime", "boottime", "sourceTime", "manufactureTime"};
+    constexpr std::array<std::string_view, 14> names = {"time", "from", "until", "start", "end", "since", "began",
+        "started", "shutdown", "wallTime", "bootTime", "boottime", "sourceTime", "manufactureTime"};
     constexpr double earliest = 1e8; // s since 1970: in 1973
     return value.is_number() && std::find(names.begin(), names.end(), key) != names.end()
         && value.get<double>() >= earliest && value.get<double>() < 1e11;

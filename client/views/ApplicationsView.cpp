@@ -2,6 +2,7 @@
 #include "client/views/ApplicationsView.h"
 
 #include "base/Text.h"
+#include "client/plot/ShareChart.h"
 #include "client/screen/Format.h"
 #include "client/screen/TextTable.h"
 #include "client/screen/WallClock.h"
@@ -67,6 +68,26 @@ std::optional<double> amountOf(const Value& group, ApplicationFigure figure, boo
         return sumOf(group, "diskRead", "diskWritten");
     case ApplicationFigure::Network:
         return sumOf(group, "received", "sent");
+    }
+    return std::nullopt;
+}
+
+/// What a figure is the sum of, where the parts are of interest.
+struct Way {
+    const char* key;
+    const char* name;
+};
+std::optional<std::pair<Way, Way>> waysOf(ApplicationFigure figure)
+{
+    switch (figure) {
+    case ApplicationFigure::Disk:
+        return {{{"diskRead", "read"}, {"diskWritten", "written"}}};
+    case ApplicationFigure::Network:
+        return {{{"received", "received"}, {"sent", "sent"}}};
+    case ApplicationFigure::Cpu:
+    case ApplicationFigure::Energy:
+    case ApplicationFigure::Memory:
+        break;
     }
     return std::nullopt;
 }
@@ -225,6 +246,23 @@ ApplicationFigure applicationFigureNamed(std::string_view name)
     return found != figureNames.end() ? found->second : ApplicationFigure::Cpu;
 }
 
+std::string applicationFigureTitle(ApplicationFigure figure)
+{
+    switch (figure) {
+    case ApplicationFigure::Cpu:
+        return "CPU time";
+    case ApplicationFigure::Energy:
+        return "Energy";
+    case ApplicationFigure::Memory:
+        return "Memory, the mean while it ran";
+    case ApplicationFigure::Disk:
+        return "Disk";
+    case ApplicationFigure::Network:
+        return "Network";
+    }
+    return {};
+}
+
 Value foldedApplications(const Value& groups, std::size_t most)
 {
     Value shown = Value::array();
@@ -292,17 +330,28 @@ Lines applicationLines(const Value& groups, ApplicationFigure figure, int room)
     return table.lines();
 }
 
-std::vector<ShareBar> applicationBars(const Value& groups, ApplicationFigure figure)
+SvgBars applicationPicture(const Value& groups, ApplicationFigure figure, std::string title)
 {
     const bool isJoules = hasJoules(groups);
-    const auto labels = labelsOf(groups);
-    std::vector<ShareBar> bars;
-    for (std::size_t place = 0; place < groups.size(); ++place) {
-        bars.push_back({.label = labels[place],
-            .amount = amountOf(groups[place], figure, isJoules).value_or(0),
-            .words = wordsOf(groups[place], figure, isJoules)});
+    const bool isEnergy = figure == ApplicationFigure::Energy;
+    const std::string unit = figure == ApplicationFigure::Cpu ? "s" : !isEnergy ? "B" : isJoules ? "J" : "score";
+    SvgBars chart{.title = std::move(title), .unit = unit, .parts = {}, .bars = {}};
+    const auto ways = waysOf(figure);
+    if (ways) {
+        chart.parts = {ways->first.name, ways->second.name};
     }
-    return bars;
+    const auto labels = labelsOf(groups);
+    for (std::size_t place = 0; place < groups.size(); ++place) {
+        const Value& group = groups[place];
+        SvgBar bar{.label = labels[place], .parts = {}, .words = wordsOf(group, figure, isJoules)};
+        if (ways) {
+            bar.parts = {number(group, ways->first.key).value_or(0), number(group, ways->second.key).value_or(0)};
+        } else {
+            bar.parts = {amountOf(group, figure, isJoules).value_or(0)};
+        }
+        chart.bars.push_back(std::move(bar));
+    }
+    return chart;
 }
 
 Plot applicationPlot(const Value& course, ApplicationFigure figure, const std::string& time, double from, double until)

@@ -3,7 +3,7 @@
 
 #include "base/Value.h"
 #include "client/plot/Plot.h"
-#include "client/plot/ShareChart.h"
+#include "client/plot/SvgBars.h"
 #include "client/screen/StyledText.h"
 
 #include <cstddef>
@@ -19,6 +19,9 @@ enum class ApplicationFigure { Cpu, Energy, Memory, Disk, Network };
 /// "cpu", "energy", "memory", "disk", "network"; the first for any other word.
 ApplicationFigure applicationFigureNamed(std::string_view name);
 
+/// What the figure is called in a heading: "CPU time".
+std::string applicationFigureTitle(ApplicationFigure figure);
+
 /// The groups of groups.history with at most so many applications; the others are added to "other". What cannot be added,
 /// memory and peaks, is left out there. 0 leaves them as they are.
 Value foldedApplications(const Value& groups, std::size_t most);
@@ -28,7 +31,7 @@ Value foldedApplications(const Value& groups, std::size_t most);
 Lines applicationLines(const Value& groups, ApplicationFigure figure, int room = 0);
 
 /// The same for a picture.
-std::vector<ShareBar> applicationBars(const Value& groups, ApplicationFigure figure);
+SvgBars applicationPicture(const Value& groups, ApplicationFigure figure, std::string title);
 
 /// The course of one group ("periods" of groups.history) between two moments: CPU in percent of one core, power, memory, and
 /// rates. `time` is what people call the time.

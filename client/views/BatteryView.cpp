@@ -262,14 +262,47 @@ Lines sleepLines(const Value& sleeps)
 
 bool hasRows(const Value* list) { return list && list->is_array() && !list->empty(); }
 
+const Value* historyOf(const Value& answer, std::string_view figure)
+{
+    const Value* history = find(answer, "history");
+    const Value* rows = history ? find(*history, figure) : nullptr;
+    return rows && rows->is_array() ? rows : nullptr;
+}
+
+struct BatteryCourse {
+    Plot plot;
+    const Value* rows;
+};
+
+std::vector<BatteryCourse> batteryCourses(const Value& answer, double now)
+{
+    std::vector<BatteryCourse> figures;
+    if (const Value* health = historyOf(answer, "health")) {
+        figures.push_back({batteryPlot(*health, "Health", "%", now), health});
+        figures.back().plot.most = 100;
+    }
+    if (const Value* cycles = historyOf(answer, "cycles")) {
+        figures.push_back({batteryPlot(*cycles, "Cycles", "", now), cycles});
+    }
+    return figures;
+}
+
 } // namespace
+
+std::vector<Plot> batteryPlots(const Value& answer, double now)
+{
+    std::vector<Plot> plots;
+    for (BatteryCourse& figure : batteryCourses(answer, now)) {
+        plots.push_back(std::move(figure.plot));
+    }
+    return plots;
+}
 
 Lines batteryLines(const Value& answer, int columns)
 {
     Lines lines;
     const Value* batteries = find(answer, "batteries");
     const Value* peripherals = find(answer, "peripherals");
-    const Value* history = find(answer, "history");
     if (hasRows(batteries)) {
         if (const Value* total = find(answer, "total"); total && total->is_object()) {
             lines.push_back({{Style::Heading, "All batteries together"}});
@@ -285,18 +318,10 @@ Lines batteryLines(const Value& answer, int columns)
     if (hasRows(peripherals)) {
         addPeripherals(lines, *peripherals);
     }
-    const Value* health = history ? find(*history, "health") : nullptr;
-    const Value* cycles = history ? find(*history, "cycles") : nullptr;
     // A machine that has no battery and never had one stays with its one line.
-    if (hasRows(batteries) || hasRows(health) || hasRows(cycles)) {
-        const double now = number(answer, "wallTime").value_or(0);
-        if (health && health->is_array()) {
-            Plot plot = batteryPlot(*health, "Health", "%", now);
-            plot.most = 100;
-            addRecorded(lines, plot, *health, columns);
-        }
-        if (cycles && cycles->is_array()) {
-            addRecorded(lines, batteryPlot(*cycles, "Cycles", "", now), *cycles, columns);
+    if (hasRows(batteries) || hasRows(historyOf(answer, "health")) || hasRows(historyOf(answer, "cycles"))) {
+        for (const BatteryCourse& figure : batteryCourses(answer, number(answer, "wallTime").value_or(0))) {
+            addRecorded(lines, figure.plot, *figure.rows, columns);
         }
     }
     if (const Value* sleeps = find(answer, "sleeps"); sleeps && sleeps->is_array()) {

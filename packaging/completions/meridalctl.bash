@@ -26,7 +26,8 @@ _meridalctl() {
     case $previous in
         --socket) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --color) mapfile -t COMPREPLY < <(compgen -W "auto always never" -- "$current"); return ;;
-        --range) [[ $command == apps ]] && mapfile -t COMPREPLY < <(compgen -W "hour day week month year" -- "$current") && return
+        --range) [[ $command == report ]] && mapfile -t COMPREPLY < <(compgen -W "day week month year" -- "$current") && return
+            [[ $command == apps ]] && mapfile -t COMPREPLY < <(compgen -W "hour day week month year" -- "$current") && return
             mapfile -t COMPREPLY < <(compgen -W "hour day week month threemonth sixmonth year longterm" -- "$current"); return ;;
         --resolution) mapfile -t COMPREPLY < <(compgen -W "auto hour day week month threemonth sixmonth year longterm" -- "$current"); return ;;
         --by) [[ $command == apps ]] && mapfile -t COMPREPLY < <(compgen -W "cpu energy memory disk network" -- "$current") && return
@@ -34,16 +35,16 @@ _meridalctl() {
         --format) mapfile -t COMPREPLY < <(compgen -W "waybar polybar i3bar tmux plain" -- "$current"); return ;;
         --interface) COMPREPLY=(); _meridalctl_offer "$current" interfaces; return ;;
         --group) COMPREPLY=(); _meridalctl_offer "$current" applications; return ;;
-        --svg|--output) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
+        --svg|--html|--output) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
         --interval|--from|--until|--user|--limit|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c|--at|--groups) return ;;
     esac
     local words="--help --socket --color --timeout"
     case $command in
-        "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar help" ;;
+        "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report help" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes|status) words+=" --json" ;;
         uptime) words+=" --history --rows --days --json" ;;
-        battery) words+=" --history --sleeps --worst --rows --days --json" ;;
+        battery) words+=" --history --sleeps --worst --rows --days --json --svg" ;;
         sensors) words+=" --watch --refreshes --check --json --csv" ;;
         network) words+=" --watch --refreshes --json --csv" ;;
         check) words+=" disks sensors fans battery daemon --json --watch --alert --notify" ;;
@@ -56,7 +57,8 @@ _meridalctl() {
         why) words+=" hot loud slow draining busy-disk busy-network memory --at --json" ;;
         metrics) words+=" --openmetrics --output --all --groups --no-wifi-names --backfill --from --until" ;;
         ping) words+=" --count" ;;
-        help) words+=" top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar" ;;
+        help) words+=" top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report" ;;
+        report) words+=" --range --from --until --html" ;;
         bar) words+=" --format --interval --refreshes" ;;
         watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;
     esac

@@ -49,6 +49,7 @@ _meridalctl() {
                 'check:whether all is well'
                 'call:call any method of the daemon'
                 'bar:one line an update, for status bars'
+                'report:a page about this machine, for browsers and mail'
                 'help:what can be typed'
                 'watch:print the daemon'\''s results as JSON lines'
             )
@@ -117,7 +118,13 @@ _meridalctl() {
                     _arguments $globals $rows $days $json \
                         '--history[also show how health and cycles changed]' \
                         '--sleeps[also show what sleeps took]' \
+                        '(--json)--svg=[draw the history into a file]:file:_files' \
                         '--worst[those sleeps that took most an hour]' && ret=0
+                    ;;
+                report)
+                    _arguments $globals '(--from)--range=[how far back]:range:(day week month year)' \
+                        '(--range)--from=[from then on]:time' '--until=[until then, not now]:time' \
+                        '--html=[where the page goes]:file:_files' && ret=0
                     ;;
                 disks)
                     _arguments $globals $json $csv '--attributes[also list what each disk keeps of itself]' \
@@ -167,7 +174,7 @@ _meridalctl() {
                         '--refreshes=[stop after so many lines]:number' '1:template' && ret=0
                     ;;
                 help)
-                    _arguments $globals '1:command:(top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar)' && ret=0
+                    _arguments $globals '1:command:(top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report)' && ret=0
                     ;;
                 *)
                     _arguments $globals '*:parameter' && ret=0

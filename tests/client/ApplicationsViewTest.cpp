@@ -91,9 +91,10 @@ TEST(ApplicationsView, CsvHasTheFiguresThatAreThere)
 {
     const Value rows = {{{"group", "exe:a"}, {"name", "=a,b"}, {"cpuUser", 1.5}}, {{"group", "kernel"}, {"sent", 3}}};
     EXPECT_EQ(applicationCsv(rows), "group,name,cpuUser,sent\nexe:a,\"'=a,b\",1.5,\nkernel,,,3\n");
-    const std::string svg = shareChartSvg("<T>", applicationBars(someGroups(), ApplicationFigure::Memory));
+    const std::string svg = barsSvg(applicationPicture(someGroups(), ApplicationFigure::Memory, "<T>"));
     EXPECT_THAT(svg, HasSubstr("&lt;T&gt;"));
-    EXPECT_THAT(svg, HasSubstr("width=\"520.00\""));
+    EXPECT_THAT(svg, HasSubstr("width=\"468.00\"")); // 900 of the axis' 1000 MiB
+    EXPECT_THAT(svg, HasSubstr("(MiB)"));
     EXPECT_THAT(svg, HasSubstr("900 MiB"));
 }
 
