@@ -20,7 +20,7 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|help) command=$word; break ;;
+            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|report|help) command=$word; break ;;
         esac
     done
     case $previous in
