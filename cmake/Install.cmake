@@ -91,4 +91,5 @@ file(GLOB documents CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/*.md ${CMAKE_SOUR
 list(FILTER documents EXCLUDE REGEX "/CONTRIBUTING.md$")
 install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
 file(GLOB examples CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/example_*.py)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/schemas DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
 install(FILES ${examples} DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT documents)

@@ -9,19 +9,18 @@ import shutil
 import struct
 import subprocess
 import sys
-import time
 import unittest
 import xml.etree.ElementTree as ElementTree
 import zlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path[:0] = [HERE, os.path.join(HERE, "..", "support")]
+sys.path.insert(0, os.path.join(HERE, "..", "support"))
+import recorded  # noqa: E402
 import running  # noqa: E402
 
 running.go_on_with("html5lib")
 
 import html5lib  # noqa: E402
-import backfill_test  # noqa: E402  the record of a machine
 
 CHROMIUM = shutil.which("chromium") or shutil.which("chromium-browser")
 SVG = "{http://www.w3.org/2000/svg}"
@@ -42,15 +41,10 @@ def colours_of(path):
     return (width, height), len({lines[stride * row:stride * (row + 1)] for row in range(height)})
 
 
-class ReportTest(running.DaemonTest):
-    open = backfill_test.BackfillTest.open
-    write_samples = backfill_test.BackfillTest.write_samples
-    write_groups = backfill_test.BackfillTest.write_groups
-
+class ReportTest(recorded.RecordedMachine, running.DaemonTest):
     def setUp(self):
         super().setUp()
-        now = time.time()
-        now -= now % 3600
+        now = recorded.whole_hour()
         self.write_samples(now)
         self.write_groups(now)
         self.page = os.path.join(self.root, "report.html")
