@@ -77,6 +77,17 @@ foreach(section 1 5 8)
   endforeach()
 endforeach()
 
+# The protocol's page is made of its document, so that there is one text. Without lowdown there is none.
+find_program(LOWDOWN lowdown)
+if(LOWDOWN)
+  set(protocolPage ${CMAKE_BINARY_DIR}/meridal-protocol.7)
+  add_custom_command(OUTPUT ${protocolPage}
+    COMMAND ${CMAKE_SOURCE_DIR}/tools/protocol-page ${protocolPage}
+    DEPENDS ${CMAKE_SOURCE_DIR}/docs/protocol.md ${CMAKE_SOURCE_DIR}/tools/protocol-page VERBATIM)
+  add_custom_target(protocol_page ALL DEPENDS ${protocolPage})
+  install(FILES ${protocolPage} DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT client)
+endif()
+
 # completion(FILE FOLDER NAME)
 function(completion file folder name)
   if(EXISTS ${packaging}/completions/${file})

@@ -11,6 +11,7 @@ class Meridal < Formula
   depends_on "asio" => :build
   depends_on "cli11" => :build
   depends_on "cmake" => :build
+  depends_on "lowdown" => :build
   depends_on "ninja" => :build
   depends_on "nlohmann-json" => :build
   depends_on "cpp-httplib"
