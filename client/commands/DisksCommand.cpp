@@ -2,9 +2,8 @@
 #include "client/commands/CheckQuery.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Pages.h"
+#include "client/commands/Rows.h"
 #include "client/screen/Format.h"
-#include "client/screen/Terminal.h"
-#include "client/views/Answers.h"
 #include "client/views/DisksView.h"
 #include "wire/Methods.h"
 
@@ -31,8 +30,7 @@ Examples:
 struct DisksOptions {
     std::vector<std::string> names; ///< only these; none: all
     bool attributes = false;        ///< all that they keep
-    bool csv = false;
-    bool json = false;
+    RowsForm form;
     bool check = false; ///< only say whether they are fine
 };
 
@@ -69,16 +67,16 @@ void reportDisks(Session& session, const DisksOptions& options, const Value& all
     if (!disks) {
         return;
     }
-    options.json      ? session.conclude(answerLine({{"disks", *disks}}))
-        : options.csv ? session.conclude(csvOf(*disks, diskColumns))
-                      : session.conclude(diskLines(*disks, options.attributes, terminalColumns().value_or(0)));
+    concludeRows(session, options.form, {{{"disks", *disks}}, "disks", diskColumns, [&](int room) {
+                                             return diskLines(*disks, options.attributes, room);
+                                         }});
 }
 
 /// Holds the key of disk health, without which no disk is read.
 int runDisks(Session& session, const DisksOptions& options)
 {
     if (options.check) {
-        return runCheckOf(session, {"disks"}, options.json);
+        return runCheckOf(session, {"disks"}, options.form.json);
     }
     PagedQuestion question{.method = method::disksList, .list = "disks", .page = 64};
     if (options.attributes) {
@@ -100,12 +98,10 @@ void addDisks(Grammar& grammar)
     disks.examples(disksExamples);
     disks.anyWords("disk", options.names, "Only these, by name or serial number");
     disks.flag("--attributes", options.attributes, "Also list what each disk keeps of itself");
-    disks.flag("--json", options.json, "As JSON");
-    disks.flag("--csv", options.csv, "As comma-separated values");
+    addRowsOptions(disks, options.form);
     disks.flag("--check", options.check, "Say whether they are fine, as \"check disks\"");
     disks.exclude("--check", "--attributes");
     disks.exclude("--check", "disk");
-    disks.exclude("--csv", "--json");
     disks.exclude("--csv", "--attributes");
     disks.exclude("--csv", "--check");
 }

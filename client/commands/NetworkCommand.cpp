@@ -2,9 +2,8 @@
 #include "client/commands/Commands.h"
 #include "client/commands/Pages.h"
 #include "client/commands/RepeatedView.h"
+#include "client/commands/Rows.h"
 #include "client/screen/Format.h"
-#include "client/screen/Terminal.h"
-#include "client/views/Answers.h"
 #include "client/views/NetworkView.h"
 #include "wire/Methods.h"
 
@@ -30,8 +29,7 @@ Examples:
 struct NetworkOptions {
     bool watch = false;
     std::size_t refreshes = 0; ///< with it, stop after so many; 0: never
-    bool csv = false;
-    bool json = false;
+    RowsForm form;
 };
 
 constexpr std::array<const char*, 15> interfaceColumns = {"interface", "hardware", "link", "primary", "downloadRate",
@@ -57,15 +55,14 @@ int runNetwork(Session& session, const NetworkOptions& options)
             {.ask = [&](auto use) { askInterfaces(session, std::move(use)); },
                 .list = "interfaces",
                 .lines = networkLines,
-                .json = options.json,
+                .json = options.form.json,
                 .refreshes = options.refreshes});
         return session.runUntilInterrupted([&view] { view.start(); });
     }
     return session.run([&] {
         askInterfaces(session, [&](const Value& answer) {
-            options.json      ? session.conclude(answerLine(answer))
-                : options.csv ? session.conclude(csvOf(answer.at("interfaces"), interfaceColumns))
-                              : session.conclude(networkLines(answer, terminalColumns().value_or(0)));
+            concludeRows(session, options.form,
+                {answer, "interfaces", interfaceColumns, [&](int room) { return networkLines(answer, room); }});
         });
     });
 }
@@ -80,9 +77,7 @@ void addNetwork(Grammar& grammar)
     network.flag("--watch", options.watch, "Show them again every 2 seconds, until interrupted");
     network.count("--refreshes", options.refreshes, "With --watch, stop after so many, as text");
     network.need("--refreshes", "--watch");
-    network.flag("--json", options.json, "As JSON");
-    network.flag("--csv", options.csv, "As comma-separated values");
-    network.exclude("--csv", "--json");
+    addRowsOptions(network, options.form);
     network.exclude("--csv", "--watch");
 }
 

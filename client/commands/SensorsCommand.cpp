@@ -3,9 +3,8 @@
 #include "client/commands/Commands.h"
 #include "client/commands/Pages.h"
 #include "client/commands/RepeatedView.h"
+#include "client/commands/Rows.h"
 #include "client/screen/Format.h"
-#include "client/screen/Terminal.h"
-#include "client/views/Answers.h"
 #include "client/views/SensorsView.h"
 #include "wire/Methods.h"
 
@@ -33,14 +32,8 @@ constexpr double watchInterval = 2; // s; the daemon's own rhythm
 struct SensorsOptions {
     bool watch = false;
     std::size_t refreshes = 0; ///< with it, stop after so many; 0: never
-    bool json = false;
-    bool csv = false;
+    RowsForm form;
     bool check = false; ///< only say whether they are fine
-};
-
-struct FansOptions {
-    bool csv = false;
-    bool json = false;
 };
 
 constexpr std::array<const char*, 12> sensorColumns = {
@@ -55,7 +48,7 @@ void askSensors(Session& session, std::function<void(const Value& sensors)> use)
 int runSensors(Session& session, const SensorsOptions& options)
 {
     if (options.check) {
-        return runCheckOf(session, {"sensors", "fans"}, options.json);
+        return runCheckOf(session, {"sensors", "fans"}, options.form.json);
     }
     if (options.watch) {
         RepeatedView view(session,
@@ -66,26 +59,26 @@ int runSensors(Session& session, const SensorsOptions& options)
                 .list = "sensors",
                 .lines = [](const Value& answer, int room) { return sensorLines(*find(answer, "sensors"), room); },
                 .interval = watchInterval,
-                .json = options.json,
+                .json = options.form.json,
                 .refreshes = options.refreshes});
         return session.runUntilInterrupted([&view] { view.start(); });
     }
     return session.run([&] {
         askSensors(session, [&](const Value& sensors) {
-            options.json      ? session.conclude(answerLine({{"sensors", sensors}}))
-                : options.csv ? session.conclude(csvOf(sensors, sensorColumns))
-                              : session.conclude(sensorLines(sensors, terminalColumns().value_or(0)));
+            concludeRows(session, options.form, {{{"sensors", sensors}}, "sensors", sensorColumns, [&](int room) {
+                                                     return sensorLines(sensors, room);
+                                                 }});
         });
     });
 }
 
-int runFans(Session& session, const FansOptions& options)
+int runFans(Session& session, const RowsForm& form)
 {
     return session.run([&] {
         askSensors(session, [&](const Value& sensors) {
-            options.json      ? session.conclude(answerLine({{"fans", fansOf(sensors)}}))
-                : options.csv ? session.conclude(csvOf(fansOf(sensors), sensorColumns))
-                              : session.conclude(fanLines(sensors, terminalColumns().value_or(0)));
+            concludeRows(session, form, {{{"fans", fansOf(sensors)}}, "fans", sensorColumns, [&](int room) {
+                                             return fanLines(sensors, room);
+                                         }});
         });
     });
 }
@@ -100,18 +93,14 @@ void addSensors(Grammar& grammar)
     sensors.flag("--watch", options.watch, "Show them again every 2 seconds, until interrupted");
     sensors.count("--refreshes", options.refreshes, "With --watch, stop after so many, as text");
     sensors.need("--refreshes", "--watch");
-    sensors.flag("--json", options.json, "As JSON");
-    sensors.flag("--csv", options.csv, "As comma-separated values");
+    addRowsOptions(sensors, options.form);
     sensors.flag("--check", options.check, "Say whether they are fine, as \"check sensors fans\"");
     sensors.exclude("--check", "--watch");
-    sensors.exclude("--csv", "--json");
     sensors.exclude("--csv", "--watch");
     sensors.exclude("--csv", "--check");
 
     auto [fans, form] = grammar.add("fans", "The fans and how fast they turn", runFans);
-    fans.flag("--json", form.json, "As JSON");
-    fans.flag("--csv", form.csv, "As comma-separated values");
-    fans.exclude("--csv", "--json");
+    addRowsOptions(fans, form);
 }
 
 } // namespace meridal

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/commands/Commands.h"
 #include "client/commands/Pages.h"
+#include "client/commands/Rows.h"
 #include "client/screen/Format.h"
 #include "client/screen/WallClock.h"
-#include "client/views/Answers.h"
 #include "client/views/UptimeView.h"
 #include "wire/Methods.h"
+
+#include <array>
 
 namespace meridal {
 
@@ -24,23 +26,26 @@ struct UptimeOptions {
     bool history = false; ///< also the boots before
     std::size_t rows = 20;
     double days = 0; ///< how far back; 0: all that is known
-    bool json = false;
+    RowsForm form;
 };
+
+constexpr std::array<const char*, 6> bootColumns = {"boot", "started", "shutdown", "length", "asleep", "end"};
 
 void reportUptime(Session& session, const UptimeOptions& options, const Value& boots, Value answer)
 {
     answer["boots"] = boots;
-    if (!options.history) {
+    if (!options.history && !options.form.csv) {
         answer.erase("boots");
         answer.erase("more");
     }
-    options.json ? session.conclude(answerLine(answer)) : session.conclude(uptimeLines(answer, options.history));
+    concludeRows(session, options.form,
+        {answer, "boots", bootColumns, [&](int) { return uptimeLines(answer, options.history); }});
 }
 
 int runUptime(Session& session, const UptimeOptions& options)
 {
     PagedQuestion question{.method = method::uptimeBoots, .list = "boots", .cursor = "before", .entry = "boot"};
-    question.wanted = options.history ? options.rows : 1;
+    question.wanted = options.history || options.form.csv ? options.rows : 1;
     if (options.days > 0) {
         question.parameters["from"] = wallTime() - options.days * day;
     }
@@ -59,7 +64,7 @@ void addUptime(Grammar& grammar)
     uptime.flag("--history", options.history, "Also list the boots, newest first");
     uptime.count("-n,--rows", options.rows, "List at most so many");
     uptime.days(options.days, "Look back so many days only");
-    uptime.flag("--json", options.json, "As JSON");
+    addRowsOptions(uptime, options.form);
 }
 
 } // namespace meridal

@@ -43,7 +43,7 @@ _meridalctl() {
         "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report help" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes|status) words+=" --json" ;;
-        uptime) words+=" --history --rows --days --json" ;;
+        uptime) words+=" --history --rows --days --json --csv" ;;
         battery) words+=" --history --sleeps --worst --rows --days --json --svg" ;;
         sensors) words+=" --watch --refreshes --check --json --csv" ;;
         network) words+=" --watch --refreshes --json --csv" ;;

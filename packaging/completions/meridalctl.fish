@@ -104,7 +104,7 @@ complete -c meridalctl -n "__meridalctl_is apps" -l user -x -d "Of this user onl
 complete -c meridalctl -n "__meridalctl_is apps" -l limit -x -d "At most so many"
 complete -c meridalctl -n "__meridalctl_is history apps metrics report" -l from -x -d "From then on"
 complete -c meridalctl -n "__meridalctl_is history apps metrics report" -l until -x -d "Until then, not now"
-complete -c meridalctl -n "__meridalctl_is history apps sensors fans disks network bandwidth" -l csv -d "As comma-separated values"
+complete -c meridalctl -n "__meridalctl_is history apps sensors fans disks network bandwidth uptime" -l csv -d "As comma-separated values"
 complete -c meridalctl -n "__meridalctl_is history apps bandwidth battery" -l svg -r -F -d "Draw it into a file"
 complete -c meridalctl -n "__meridalctl_is bandwidth" -l by -x -a "hour day month interface network station" -d "What a row stands for"
 complete -c meridalctl -n "__meridalctl_is bandwidth" -l interface -x -a "(__meridalctl_offer interfaces)" -d "Of this interface only"

@@ -92,7 +92,7 @@ _meridalctl() {
                     _arguments $globals '(-c --count)'{-c,--count=}'[so often]:number' && ret=0
                     ;;
                 uptime)
-                    _arguments $globals $rows $days $json '--history[also list the boots, newest first]' && ret=0
+                    _arguments $globals $rows $days $json $csv '--history[also list the boots, newest first]' && ret=0
                     ;;
                 sensors)
                     _arguments $globals $json $csv '--watch[show them again every 2 seconds]' \
