@@ -50,6 +50,8 @@ public:
     void call(const std::string& method, const Value& parameters, Reply reply);
 
     bool isConnected() const { return connected_; }
+    /// Not while connected.
+    void setSocketPath(std::string path) { socketPath_ = std::move(path); }
     const std::string& socketPath() const { return socketPath_; }
 
 private:
