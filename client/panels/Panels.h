@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "client/panels/Panel.h"
+
+#include <memory>
+#include <vector>
+
+namespace meridal {
+
+// Each makes the panel of one file, which is called as it is.
+std::unique_ptr<Panel> makeBatteryPanel();
+
+/// All panels in the order of their digits.
+std::vector<std::unique_ptr<Panel>> allPanels();
+
+} // namespace meridal
