@@ -19,6 +19,9 @@ enum class ApplicationFigure { Cpu, Energy, Memory, Disk, Network };
 /// "cpu", "energy", "memory", "disk", "network"; the first for any other word.
 ApplicationFigure applicationFigureNamed(std::string_view name);
 
+/// Names as nobody else in the list has them: with the user, or with what it is known by. Printable.
+std::vector<std::string> applicationLabels(const Value& groups);
+
 /// The groups of groups.history with at most so many applications; the others are added to "other". What cannot be added,
 /// memory and peaks, is left out there. 0 leaves them as they are.
 Value foldedApplications(const Value& groups, std::size_t most);

@@ -210,4 +210,29 @@ Lines diskLines(const Value& disks, bool attributes, int room)
     return table.lines();
 }
 
+Lines diskActivityLines(const Value& disks, int room)
+{
+    TextTable table({{.title = "DISK", .width = 12, .gap = 1, .least = 8}, {"READS", 11, Align::Right, 1},
+                        {"WRITES", 11, Align::Right, 1}, {.title = "BUSY", .width = 6, .align = Align::Right, .gap = 1},
+                        {.title = "READ TAKES", .width = 11, .align = Align::Right, .gap = 1, .leaves = 2},
+                        {.title = "WRITE TAKES", .width = 11, .align = Align::Right, .gap = 1, .leaves = 3},
+                        {.title = "QUEUE", .width = 6, .align = Align::Right, .leaves = 1}},
+        room);
+    for (const Value& disk : disks.is_array() ? disks : Value::array()) {
+        const auto words = [&disk](std::string_view key, auto format) {
+            const auto value = number(disk, key);
+            return value ? std::string(format(*value)) : std::string("-");
+        };
+        const auto milliseconds = [](double value) { return fmt::format("{:.1f} ms", value); };
+        const auto busy = number(disk, "busy");
+        constexpr double atItsLimits = 90; // %
+        table.add({printable(text(disk, "name").value_or(text(disk, "disk").value_or("?"))),
+            words("readbytes", formatByteRate), words("writtenbytes", formatByteRate),
+            {busy.value_or(0) >= atItsLimits ? Style::Medium : Style::Plain, figure(disk, "busy", " %")},
+            words("readtime", milliseconds), words("writetime", milliseconds),
+            words("queue", [](double value) { return fmt::format("{:.1f}", value); })});
+    }
+    return disks.is_array() && !disks.empty() ? table.lines() : Lines();
+}
+
 } // namespace meridal
