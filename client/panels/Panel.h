@@ -48,8 +48,8 @@ struct PanelView {
     int columns = 80;
     double now = 0;       ///< s since 1970
     bool isAscii = false; ///< other characters are replaced by what comes nearest; who can say it better in ASCII may
-    bool isConnected = true;      ///< false: what is shown is the last that was known, and the frame says so
-    std::optional<double> moment; ///< the past moment (s since 1970) that is looked at; none: now
+    bool isConnected = true;           ///< false: what is shown is the last that was known, and the frame says so
+    std::optional<double> moment = {}; ///< the past moment (s since 1970) that is looked at; none: now
 };
 
 /// A key of a panel, for the line of keys and for the help.
