@@ -6,7 +6,7 @@ namespace meridal {
 std::vector<std::unique_ptr<Panel>> allPanels()
 {
     std::vector<std::unique_ptr<Panel>> panels;
-    for (const auto make : {makeOverviewPanel, makeBatteryPanel}) {
+    for (const auto make : {makeOverviewPanel, makeSensorsPanel, makeBatteryPanel}) {
         panels.push_back(make());
     }
     return panels;
