@@ -6,7 +6,7 @@ namespace meridal {
 std::vector<std::unique_ptr<Panel>> allPanels()
 {
     std::vector<std::unique_ptr<Panel>> panels;
-    for (const auto make : {makeOverviewPanel, makeSensorsPanel, makeDisksPanel, makeBatteryPanel}) {
+    for (const auto make : {makeOverviewPanel, makeSensorsPanel, makeDisksPanel, makeNetworkPanel, makeBatteryPanel}) {
         panels.push_back(make());
     }
     return panels;

@@ -12,6 +12,7 @@ namespace meridal {
 std::unique_ptr<Panel> makeOverviewPanel();
 std::unique_ptr<Panel> makeSensorsPanel();
 std::unique_ptr<Panel> makeDisksPanel();
+std::unique_ptr<Panel> makeNetworkPanel();
 std::unique_ptr<Panel> makeBatteryPanel();
 
 /// All panels in the order of their digits.
