@@ -6,7 +6,8 @@ namespace meridal {
 std::vector<std::unique_ptr<Panel>> allPanels()
 {
     std::vector<std::unique_ptr<Panel>> panels;
-    for (const auto make : {makeOverviewPanel, makeSensorsPanel, makeDisksPanel, makeNetworkPanel, makeBatteryPanel}) {
+    for (const auto make : {makeOverviewPanel, makeSensorsPanel, makeDisksPanel, makeNetworkPanel,
+             makeApplicationsPanel, makeBatteryPanel}) {
         panels.push_back(make());
     }
     return panels;

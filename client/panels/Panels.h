@@ -13,6 +13,7 @@ std::unique_ptr<Panel> makeOverviewPanel();
 std::unique_ptr<Panel> makeSensorsPanel();
 std::unique_ptr<Panel> makeDisksPanel();
 std::unique_ptr<Panel> makeNetworkPanel();
+std::unique_ptr<Panel> makeApplicationsPanel();
 std::unique_ptr<Panel> makeBatteryPanel();
 
 /// All panels in the order of their digits.
