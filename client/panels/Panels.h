@@ -15,6 +15,7 @@ std::unique_ptr<Panel> makeDisksPanel();
 std::unique_ptr<Panel> makeNetworkPanel();
 std::unique_ptr<Panel> makeApplicationsPanel();
 std::unique_ptr<Panel> makeBatteryPanel();
+std::unique_ptr<Panel> makeHistoryPanel();
 
 /// All panels in the order of their digits.
 std::vector<std::unique_ptr<Panel>> allPanels();
