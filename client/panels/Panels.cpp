@@ -7,7 +7,7 @@ std::vector<std::unique_ptr<Panel>> allPanels()
 {
     std::vector<std::unique_ptr<Panel>> panels;
     for (const auto make : {makeOverviewPanel, makeSensorsPanel, makeDisksPanel, makeNetworkPanel,
-             makeApplicationsPanel, makeBatteryPanel, makeHistoryPanel}) {
+             makeApplicationsPanel, makeBatteryPanel, makeHistoryPanel, makeMomentPanel}) {
         panels.push_back(make());
     }
     return panels;

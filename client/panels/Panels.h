@@ -16,6 +16,7 @@ std::unique_ptr<Panel> makeNetworkPanel();
 std::unique_ptr<Panel> makeApplicationsPanel();
 std::unique_ptr<Panel> makeBatteryPanel();
 std::unique_ptr<Panel> makeHistoryPanel();
+std::unique_ptr<Panel> makeMomentPanel();
 
 /// All panels in the order of their digits.
 std::vector<std::unique_ptr<Panel>> allPanels();
