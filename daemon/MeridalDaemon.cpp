@@ -9,6 +9,7 @@
 #include "daemon/MRDXPCServerConnection.h"
 #include "daemon/MachineService.h"
 #include "daemon/NetworkService.h"
+#include "daemon/ProcessTableService.h"
 #include "daemon/SensorService.h"
 #include "daemon/TrafficService.h"
 #include "daemon/UptimeService.h"
@@ -168,7 +169,8 @@ void MeridalDaemon::restartProcessTimer(bool atOnce)
 void MeridalDaemon::update()
 {
     ApplicationService& applications = services_.applications;
-    if (processes_.updateMask() != 0 || !applications.isRecording() || applications.isDue()) {
+    const bool isWatched = processes_.updateMask() != 0 || services_.processTable.isWatched();
+    if (isWatched || !applications.isRecording() || applications.isDue()) {
         updateProcesses();
     } else {
         usage_.tick(context_.runtime.monotonicTime());
@@ -181,7 +183,8 @@ void MeridalDaemon::updateProcesses()
     const double began = context_.runtime.monotonicTime();
     const std::uint32_t wanted = processes_.updateMask();
     // CPU time is read in every pass, wanted or not, so that the first list a client gets already has figures.
-    const std::uint32_t read = wanted | mask(RequestKey::Cpu) | services_.applications.wanted();
+    const std::uint32_t read =
+        wanted | mask(RequestKey::Cpu) | services_.applications.wanted() | services_.processTable.wanted();
     const bool widened = read != wanted;
     if (widened) {
         processes_.setUpdateMask(read);
@@ -196,6 +199,7 @@ void MeridalDaemon::updateProcesses()
         sendNetworkList();
     }
     services_.applications.record();
+    services_.processTable.passed();
     if (widened) {
         processes_.setUpdateMask(wanted);
     }

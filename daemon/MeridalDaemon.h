@@ -81,6 +81,8 @@ public:
     /// The current list of the process collector, built once a pass for everybody who wants it so and may see the same.
     EnvelopePtr processList(RequestKey list, bool grouped, const Peer& peer);
     ProcessViews::Viewer viewerOf(const Peer& peer) const { return views_.viewerOf(peer); }
+    /// Valid until the next pass.
+    ProcessView viewOf(const ProcessViews::Viewer& viewer, bool grouped) { return views_.viewOf(viewer, grouped); }
     /// {"name", "pid"} of those among these processes that this client may see.
     Value infoForPids(const Value& pids, const Peer& peer);
     EnvelopePtr smartSensors();

@@ -77,6 +77,35 @@ bool Parameters::flag(const std::string& name)
     return found && *found == true;
 }
 
+std::optional<std::vector<std::string>> Parameters::texts(const std::string& name)
+{
+    const Value* found = entry(name);
+    if (!found) {
+        return std::nullopt;
+    }
+    std::vector<std::string> texts;
+    for (const Value& each : found->is_array() ? *found : Value::array()) {
+        if (each.is_string()) {
+            texts.push_back(each.get<std::string>());
+        }
+    }
+    if (!found->is_array() || texts.size() != found->size()) {
+        refuse(fmt::format("\"{}\" must be a list of texts", name));
+        return std::nullopt;
+    }
+    return texts;
+}
+
+const Value* Parameters::object(const std::string& name)
+{
+    const Value* found = entry(name);
+    if (found && !found->is_object()) {
+        refuse(fmt::format("\"{}\" must be an object", name));
+        return nullptr;
+    }
+    return found;
+}
+
 std::optional<std::int64_t> Parameters::wholeNumber(const std::string& name)
 {
     const auto figure = entry(name) ? integer(*object_, name) : std::nullopt;

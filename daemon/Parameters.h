@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace meridal {
 
@@ -26,6 +27,10 @@ public:
     std::optional<std::uint64_t> count(const std::string& name);
     /// True or false; false when left out.
     bool flag(const std::string& name);
+    /// A list of texts.
+    std::optional<std::vector<std::string>> texts(const std::string& name);
+    /// An object, to be read as parameters of its own; null when left out.
+    const Value* object(const std::string& name);
     std::optional<std::int64_t> wholeNumber(const std::string& name);
     /// "limit", the entries on a page: from 1 to the longest.
     std::size_t limit(std::size_t standard, std::size_t longest);

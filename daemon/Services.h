@@ -8,6 +8,7 @@ class BatteryService;
 class DiskService;
 class MachineService;
 class NetworkService;
+class ProcessTableService;
 class SensorService;
 class TrafficService;
 class UptimeService;
@@ -23,6 +24,7 @@ struct Services {
     MachineService& machine;
     TrafficService& traffic;
     ApplicationService& applications;
+    ProcessTableService& processTable;
 };
 
 } // namespace meridal

@@ -221,10 +221,14 @@ void TrafficService::leaveFallBack()
 void TrafficService::process()
 {
     if (!isWatched_ && !isRecording()) {
+        foldedAt_ = 0;
         return;
     }
     fold();
     noteFold();
+    const double now = context_.runtime.monotonicTime();
+    const double before = std::exchange(foldedAt_, now);
+    foldSeconds_ = before > 0 ? now - before : 0;
 }
 
 void TrafficService::noteFold()

@@ -71,6 +71,9 @@ public:
     /// The fold: the process items hold what came since the last one. Nothing while nobody holds it.
     void process();
 
+    /// s that the figures of the items are of, which is from the fold before the latest to that; 0 where nothing counts.
+    double foldSeconds() const { return isWatched_ || isRecording() ? foldSeconds_ : 0; }
+
     /// For `status`: how traffic is counted, and what became of it since the start. "owners" only grows, whatever the source.
     Dictionary describe() const;
     /// Where the figures of the network list come from, and where the bytes of the latest interval went: {"source",
@@ -108,6 +111,8 @@ private:
     TrafficShare toldKernel_; ///< the most that has been the kernel's in all folds
     TrafficAccount sum_;      ///< of all folds
     bool hasCounted_ = false;
+    double foldedAt_ = 0; ///< monotonic s of the latest fold; 0: none
+    double foldSeconds_ = 0;
     Folded folded_;
 };
 

@@ -29,7 +29,19 @@ bool isSame(const Caller& one, const Caller& other)
 
 void Watches::addWatch(const std::string& method, double shortestInterval, State state, Changes changes)
 {
-    const Subject& subject = subjects_[method] = {method, shortestInterval, std::move(state), std::move(changes)};
+    const auto same = [state = std::move(state)](const Value&) -> Result<State> { return state; };
+    add({method, shortestInterval, same, std::move(changes), false});
+}
+
+void Watches::addChosenWatch(const std::string& method, double shortestInterval, Choose choose, Changes changes)
+{
+    add({method, shortestInterval, std::move(choose), std::move(changes), true});
+}
+
+void Watches::add(Subject made)
+{
+    const std::string method = made.method;
+    const Subject& subject = subjects_[method] = std::move(made);
     methods_.addCallerMethod(
         method, [this, &subject](const Value& parameters, const Caller& caller, const NamedMethods::Reply& reply) {
             reply(answer(subject, parameters, caller));
@@ -40,6 +52,26 @@ std::size_t Watches::count()
 {
     forgetEnded();
     return watches_.size();
+}
+
+/// Takes nobody off the list, which may be gone through at the moment.
+std::size_t Watches::count(const std::string& method) const
+{
+    return static_cast<std::size_t>(std::count_if(watches_.begin(), watches_.end(),
+        [&method](const Watch& watch) { return watch.subject->method == method && !watch.caller.link.expired(); }));
+}
+
+/// Later, as this may be in the midst of telling others, whose states it is that brought the news.
+void Watches::happened(const std::string& method)
+{
+    if (isNewsPosted_ || count(method) == 0) {
+        return;
+    }
+    isNewsPosted_ = true;
+    runtime_.mainQueue().post(lifetime_.guard([this] {
+        isNewsPosted_ = false;
+        tellAllThatAreDue(true);
+    }));
 }
 
 Value Watches::changedMembers(const Value& before, const Value& now)
@@ -87,11 +119,16 @@ Result<Value> Watches::answer(const Subject& subject, const Value& given, const 
     if (caller.link.expired()) {
         return unexpected(ErrorCode::Unavailable, "there is no connection to tell changes over");
     }
-    return *begin(subject, caller, interval);
+    auto choice = subject.choose(given);
+    if (!choice) {
+        return Unexpected{choice.error()};
+    }
+    return *begin(subject, caller, interval, *std::move(choice));
 }
 
-std::shared_ptr<const Value> Watches::begin(const Subject& subject, const Caller& caller, double interval)
+std::shared_ptr<const Value> Watches::begin(const Subject& subject, const Caller& caller, double interval, State choice)
 {
+    auto state = choice(caller.peer); // which may be news, and tell others, before there is this watch
     Watch* watch = find(subject, caller);
     if (!watch) {
         watch = &watches_.emplace_back();
@@ -100,7 +137,7 @@ std::shared_ptr<const Value> Watches::begin(const Subject& subject, const Caller
     }
     watch->interval = interval;
     watch->due = nextMoment(runtime_.monotonicTime(), interval);
-    auto state = subject.state(caller.peer);
+    watch->state = std::move(choice);
     // A notification that still waits is older than this answer and may come after it: then the next tells everything.
     watch->told = watch->sent.expired() ? state : nullptr;
     schedule();
@@ -121,12 +158,19 @@ Watches::Watch* Watches::find(const Subject& subject, const Caller& caller)
     return found == watches_.end() ? nullptr : &*found;
 }
 
-void Watches::tellAllThatAreDue()
+/// News is late where passes are, so half an interval before the time is near enough: the grid is what others keep to.
+bool Watches::isDue(const Watch& watch, double now, bool isNews) const
+{
+    return watch.subject->waitsForNews ? isNews && watch.due <= now + watch.subject->shortestInterval / 2
+                                       : watch.due <= now + dueTolerance;
+}
+
+void Watches::tellAllThatAreDue(bool isNews)
 {
     forgetEnded();
     const double now = runtime_.monotonicTime();
     for (Watch& watch : watches_) {
-        if (watch.due <= now + dueTolerance) {
+        if (isDue(watch, now, isNews)) {
             watch.due = nextMoment(now, watch.interval);
             tell(watch);
         }
@@ -140,7 +184,7 @@ void Watches::tell(Watch& watch)
     if (!link || !watch.sent.expired()) {
         return;
     }
-    auto state = watch.subject->state(watch.caller.peer);
+    auto state = watch.state(watch.caller.peer);
     if (state == watch.told) {
         return;
     }
@@ -160,15 +204,18 @@ void Watches::forgetEnded()
 
 void Watches::schedule()
 {
-    if (watches_.empty()) {
+    const auto waits = [](const Watch& watch) { return watch.subject->waitsForNews; };
+    const auto first =
+        std::min_element(watches_.begin(), watches_.end(), [&waits](const Watch& one, const Watch& other) {
+            return waits(one) != waits(other) ? waits(other) : one.due < other.due;
+        });
+    if (first == watches_.end() || waits(*first)) {
         timer_.reset();
         return;
     }
-    const auto first = std::min_element(
-        watches_.begin(), watches_.end(), [](const Watch& one, const Watch& other) { return one.due < other.due; });
     const double wait = std::max(first->due - runtime_.monotonicTime(), 0.0);
     timer_ = runtime_.startTimer(runtime_.mainQueue(),
-        {.first = wait, .interval = 0, .leeway = watchLeeway * first->interval}, [this] { tellAllThatAreDue(); });
+        {.first = wait, .interval = 0, .leeway = watchLeeway * first->interval}, [this] { tellAllThatAreDue(false); });
 }
 
 } // namespace meridal

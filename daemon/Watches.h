@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "base/Lifetime.h"
 #include "base/Runtime.h"
 #include "base/Value.h"
 #include "wire/Link.h"
@@ -33,11 +34,19 @@ public:
     Watches(const Watches&) = delete;
     Watches& operator=(const Watches&) = delete;
 
+    /// The state that parameters ask for, or what is wrong with them.
+    using Choose = std::function<Result<State>(const Value& parameters)>;
+
     /// Adds the method. `shortestInterval` is in s, and the interval of those who name none. Both functions outlive this.
     void addWatch(
         const std::string& method, double shortestInterval, State state, Changes changes = &Watches::changedMembers);
-    /// Watches of clients that are there.
+    /// Adds a method of which each watcher has a state of their own, and is told when that has happened and the interval is over.
+    void addChosenWatch(const std::string& method, double shortestInterval, Choose choose, Changes changes);
+    /// Their state is another one now. Tells them soon, not inside this call.
+    void happened(const std::string& method);
+    /// Watches of clients that are there, of all methods or of one.
     std::size_t count();
+    std::size_t count(const std::string& method) const;
 
     /// The members that are not what they were, null for those that went, and "time" in any case; null when only that moved.
     static Value changedMembers(const Value& before, const Value& now);
@@ -48,23 +57,27 @@ private:
     struct Subject {
         std::string method;
         double shortestInterval = 1;
-        State state;
+        Choose choose;
         Changes changes;
+        bool waitsForNews = false; ///< of happened(), in place of the clock
     };
     struct Watch {
         const Subject* subject = nullptr;
         Caller caller;
+        State state;
         double interval = 1;                ///< s
         double due = 0;                     ///< monotonic s
         std::shared_ptr<const Value> told;  ///< null: nothing that counts
         std::weak_ptr<const Envelope> sent; ///< the latest notification, as long as it waits
     };
 
+    void add(Subject made);
     Result<Value> answer(const Subject& subject, const Value& given, const Caller& caller);
-    std::shared_ptr<const Value> begin(const Subject& subject, const Caller& caller, double interval);
+    std::shared_ptr<const Value> begin(const Subject& subject, const Caller& caller, double interval, State choice);
     void end(const Subject& subject, const Caller& caller);
     Watch* find(const Subject& subject, const Caller& caller);
-    void tellAllThatAreDue();
+    void tellAllThatAreDue(bool isNews);
+    bool isDue(const Watch& watch, double now, bool isNews) const;
     void tell(Watch& watch);
     void forgetEnded();
     void schedule();
@@ -74,6 +87,8 @@ private:
     std::map<std::string, Subject> subjects_; ///< by method
     std::vector<Watch> watches_;
     std::unique_ptr<Timer> timer_; ///< for the one that is due first; none without any
+    bool isNewsPosted_ = false;
+    Lifetime lifetime_;
 };
 
 } // namespace meridal

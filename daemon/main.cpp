@@ -30,6 +30,7 @@
 #include "daemon/MeridalHistory.h"
 #include "daemon/MomentService.h"
 #include "daemon/NetworkService.h"
+#include "daemon/ProcessTableService.h"
 #include "daemon/SensorService.h"
 #include "daemon/StatusReport.h"
 #include "daemon/TrafficService.h"
@@ -214,7 +215,8 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
         trafficSourceFrom(options.traffic.empty() ? files.current().trafficSource : options.traffic));
     traffic.setMayCapture(files.current().capture || options.traffic == "pcap");
     ApplicationService applications(context, ProcessStatCollector::sharedProcesses(), traffic);
-    const Services services{uptime, sensors, battery, disks, network, machine, traffic, applications};
+    ProcessTableService processTable(context, ProcessStatCollector::sharedProcesses(), traffic);
+    const Services services{uptime, sensors, battery, disks, network, machine, traffic, applications, processTable};
     ConfigurationService configuration(context, files, services);
     configuration.apply();
     MeridalDaemon daemon(
@@ -237,6 +239,10 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     applications.addTo(
         history, watches, [&daemon] { daemon.updateProcesses(); },
         [&daemon](const Peer& peer) { return daemon.viewerOf(peer); });
+    processTable.addTo(history, watches,
+        {.pass = [&daemon] { daemon.updateProcesses(); },
+            .viewerOf = [&daemon](const Peer& peer) { return daemon.viewerOf(peer); },
+            .viewOf = [&daemon](const auto& viewer, bool grouped) { return daemon.viewOf(viewer, grouped); }});
     ApplicationHistory applicationHistory(context, applications.recorder(), daemon.views());
     applicationHistory.addTo(history);
     HistoryQuestions historyQuestions(catalogue);

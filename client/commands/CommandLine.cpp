@@ -192,6 +192,11 @@ void Syntax::numbers(const std::string& name, std::vector<std::int64_t>& numbers
     command_.add_option(name, numbers, what)->required();
 }
 
+void Syntax::anyNumbers(const std::string& name, std::vector<std::int64_t>& numbers, const std::string& what)
+{
+    command_.add_option(name, numbers, what);
+}
+
 void Syntax::words(const std::string& name, std::vector<std::string>& words, const std::string& what,
     std::string (*complaint)(const std::string& word))
 {
@@ -254,9 +259,9 @@ std::variant<CommandLine, int> parseCommandLine(int count, const char* const* ar
     arrangeHelp(app);
     addGlobals(app, line);
     Grammar grammar(app, line.command);
-    for (const auto add : {addScreen, addTop, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks,
-             addNetwork, addBandwidth, addApplications, addAt, addWhy, addCall, addWatch, addMetrics, addCheck, addBar,
-             addComplete}) {
+    for (const auto add : {addScreen, addTop, addProcesses, addQuestions, addUptime, addSensors, addHistory, addBattery,
+             addDisks, addNetwork, addBandwidth, addApplications, addAt, addWhy, addCall, addWatch, addMetrics,
+             addCheck, addBar, addComplete}) {
         add(grammar);
     }
     std::vector<std::string> topics;

@@ -6,10 +6,11 @@
 
 namespace meridal {
 
-// Each adds the commands of one file, which are called as it is but for addQuestions: "processes", "version", "ping" and
-// "status", and addSensors: "sensors" and "fans".
+// Each adds the commands of one file, which are called as it is but for addQuestions: "version", "ping" and "status",
+// and addSensors: "sensors" and "fans".
 void addScreen(Grammar& grammar);
 void addTop(Grammar& grammar);
+void addProcesses(Grammar& grammar);
 void addQuestions(Grammar& grammar);
 void addAt(Grammar& grammar);
 void addWhy(Grammar& grammar);

@@ -3,7 +3,6 @@
 #include "base/Value.h"
 #include "client/commands/Commands.h"
 #include "client/screen/Format.h"
-#include "client/screen/TextTable.h"
 #include "client/views/Answers.h"
 #include "client/views/StatusView.h"
 #include "wire/Methods.h"
@@ -12,17 +11,10 @@
 
 #include <algorithm>
 #include <limits>
-#include <set>
-#include <vector>
 
 namespace meridal {
 
 namespace {
-
-struct ProcessesOptions {
-    std::vector<std::int64_t> pids;
-    bool json = false;
-};
 
 struct PingOptions {
     std::size_t count = 0; ///< 0: once
@@ -31,31 +23,6 @@ struct PingOptions {
 struct StatusOptions {
     bool json = false;
 };
-
-/// The names that the daemon found, and a complaint about the pids that it does not know.
-void printProcesses(Session& session, const ProcessesOptions& options, const Value& found)
-{
-    TextTable table({{"PID", 8, Align::Right, 2}, {"NAME"}});
-    std::set<std::int64_t> known;
-    for (const Value& process : found.is_array() ? found : Value::array()) {
-        if (const auto pid = integer(process, "pid")) {
-            known.insert(*pid);
-            table.add({std::to_string(*pid), printable(text(process, "name").value_or("?"))});
-        }
-    }
-    if (!(options.json ? session.print(jsonLine(found)) : session.print(table.lines(Style::Plain)))) {
-        return;
-    }
-    std::string unknown;
-    for (const std::int64_t pid : options.pids) {
-        unknown += known.count(pid) ? "" : fmt::format("{}{}", unknown.empty() ? "" : ", ", pid);
-    }
-    if (unknown.empty()) {
-        session.finish(exitStatus::success);
-    } else {
-        session.fail(exitStatus::refused, "the daemon knows no process " + unknown);
-    }
-}
 
 /// Round trips one after another, each begun when the one before has ended.
 class Pinger {
@@ -98,14 +65,6 @@ private:
     double longest_ = 0;
 };
 
-int runProcesses(Session& session, const ProcessesOptions& options)
-{
-    return session.run([&] {
-        session.call(method::infoForPids, Value::array({options.pids}),
-            [&](const Value& found) { printProcesses(session, options, found); });
-    });
-}
-
 int runVersion(Session& session)
 {
     return session.run([&session] {
@@ -139,10 +98,6 @@ int runStatus(Session& session, const StatusOptions& options)
 
 void addQuestions(Grammar& grammar)
 {
-    auto [processes, asked] = grammar.add("processes", "The names of processes, by their ids", runProcesses);
-    processes.numbers("pid", asked.pids, "Process ids");
-    processes.flag("--json", asked.json, "As JSON");
-
     grammar.add("version", "The daemon's version and build", runVersion);
 
     auto [ping, rounds] = grammar.add("ping", "How long the daemon takes to answer", runPing);

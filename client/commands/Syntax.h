@@ -45,6 +45,7 @@ public:
     // Without a name of its own on the command line
     /// As many as there are, or none.
     void anyWords(const std::string& name, std::vector<std::string>& words, const std::string& what);
+    void anyNumbers(const std::string& name, std::vector<std::int64_t>& numbers, const std::string& what);
     /// The same, each one of some.
     void anyChoices(const std::string& name, std::vector<std::string>& words, const std::vector<std::string>& choices,
         const std::string& what);

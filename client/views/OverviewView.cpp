@@ -63,7 +63,7 @@ void addShare(Line& line, double percent, int columns)
     line.push_back({styleOfShare(percent), fmt::format("{:5.1f} %", percent)});
 }
 
-int barColumnsIn(const OverviewRoom& room) { return std::clamp(room.columns / 5, 8, 40); }
+int barColumnsIn(const OverviewRoom& room) { return std::clamp(room.columns / 6, 8, 40); }
 
 const Value& partOf(const Value& from, std::string_view key)
 {

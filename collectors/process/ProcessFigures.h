@@ -32,6 +32,7 @@ struct ProcessCounters {
     std::uint64_t childCpuTime = 0;
     std::uint64_t childCpuUser = 0;
     std::uint64_t residentSize = 0;  ///< bytes
+    std::uint64_t swapped = 0;       ///< bytes out of memory: ProcessRecord::compressed
     std::uint64_t diskReadTotal = 0; ///< bytes
     std::uint64_t diskWriteTotal = 0;
     std::uint64_t idleWakeups = 0;
@@ -50,6 +51,7 @@ struct ProcessFigures {
     std::optional<double> powerScore;      ///< energy score, averaged over half a minute
     std::optional<double> diskRead;        ///< bytes per second
     std::optional<double> diskWrite;       ///< bytes per second
+    std::optional<double> wakeups;         ///< per second
     std::optional<double> networkDownload; ///< bytes in the current interval
     std::optional<double> networkUpload;   ///< bytes in the current interval
 };

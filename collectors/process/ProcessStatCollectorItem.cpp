@@ -88,6 +88,10 @@ ProcessExtras& ProcessStatCollectorItem::makeExtras()
 void ProcessStatCollectorItem::measure(const ProcessRecord& record, const ProcessPass& pass)
 {
     exists = true;
+    state = record.state;
+    nice = record.nice;
+    threads = record.threads;
+    user = record.user ? record.user : user;
     updateMemoryWithTaskInfo(record, pass);
     updateCPUWithRusage(record, pass);
     updateIOWithRusage(record, pass);
@@ -105,6 +109,7 @@ void ProcessStatCollectorItem::updateMemoryWithTaskInfo(const ProcessRecord& rec
     }
     counters.read |= ProcessFields::Memory;
     counters.residentSize = record.residentSize;
+    counters.swapped = record.compressed;
     const std::uint64_t kept =
         record.anonymous - std::min(record.anonymous, record.purgeableVolatile) + record.compressed;
     figures.memoryFootprint = static_cast<double>(record.physFootprint);
@@ -143,12 +148,14 @@ void ProcessStatCollectorItem::updatePowerWithRusage(const ProcessRecord& record
         if (has(counters.read, ProcessFields::Wakeups)) {
             counters.read = without(counters.read, ProcessFields::Wakeups);
             figures.powerScore.reset();
+            figures.wakeups.reset();
             energy = {};
         }
         return;
     }
     if (const auto interval = beginReading(*this, ProcessFields::Wakeups, counters.wakeupsTime, record, pass)) {
         const auto wakeups = interval->rateOf(counters.idleWakeups, record.idleWakeups);
+        figures.wakeups = wakeups;
         const auto& cpu = figures.cpu;
         energy.power = wakeups && cpu ? std::optional(*wakeups * ProcessEnergy::scoreOfWakeup + *cpu * pass.scoreOfCpu)
                                       : std::nullopt;

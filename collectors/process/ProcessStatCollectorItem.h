@@ -31,11 +31,15 @@ struct ProcessState {
     std::int32_t parentPid = -1;     ///< as it was at first
     /// Who answers for it; -1 until computed. Stays, but for a process that is in a unit, where it may change.
     std::int32_t controllingPid = -1;
-    ProcessUnit unit = {};         ///< that it is in since the latest pass
-    bool exists : 1 = false;       ///< seen by the latest pass
-    bool loadedName : 1 = false;   ///< the name is final
-    bool loadedBundle : 1 = false; ///< where its bundle is was asked for
-    bool isLaunchd : 1 = false;    ///< starts the services of the machine or of a session
+    ProcessUnit unit = {};              ///< that it is in since the latest pass
+    RunState state = RunState::Unknown; ///< of the latest pass, as are the next two
+    std::int8_t nice = 0;
+    std::uint32_t threads = 0;
+    std::optional<std::uint32_t> user; ///< of the latest pass that read it
+    bool exists : 1 = false;           ///< seen by the latest pass
+    bool loadedName : 1 = false;       ///< the name is final
+    bool loadedBundle : 1 = false;     ///< where its bundle is was asked for
+    bool isLaunchd : 1 = false;        ///< starts the services of the machine or of a session
     bool isSafariWebContent : 1 = false;
     bool standsAlone : 1 = false;    ///< by its name, never grouped under another
     bool startsCommands : 1 = false; ///< by its name, what it starts is not part of it

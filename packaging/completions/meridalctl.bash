@@ -31,17 +31,19 @@ _meridalctl() {
         --resolution) mapfile -t COMPREPLY < <(compgen -W "auto hour day week month threemonth sixmonth year longterm" -- "$current"); return ;;
         --by) [[ $command == apps ]] && mapfile -t COMPREPLY < <(compgen -W "cpu energy memory disk network" -- "$current") && return
             mapfile -t COMPREPLY < <(compgen -W "hour day month interface network station" -- "$current"); return ;;
+        --sort) mapfile -t COMPREPLY < <(compgen -W "pid parent start user name state nice threads group processes unit command cpu memory resident swap read written received sent energy wakeups" -- "$current"); return ;;
         --format) mapfile -t COMPREPLY < <(compgen -W "waybar polybar i3bar tmux plain" -- "$current"); return ;;
         --interface) COMPREPLY=(); _meridalctl_offer "$current" interfaces; return ;;
         --group) COMPREPLY=(); _meridalctl_offer "$current" applications; return ;;
         --svg|--output) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
-        --interval|--from|--until|--user|--limit|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c|--at|--groups) return ;;
+        --interval|--from|--until|--user|--limit|--timeout|--rows|-n|--days|--refreshes|--settle|--count|-c|--at|--groups|--filter|--columns) return ;;
     esac
     local words="--help --socket --color --timeout"
     case $command in
         "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar help" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
-        processes|status) words+=" --json" ;;
+        processes) words+=" --sort --reversed --filter --regex --user --columns --limit --grouped --json --csv" ;;
+        status) words+=" --json" ;;
         uptime) words+=" --history --rows --days --json" ;;
         battery) words+=" --history --sleeps --worst --rows --days --json" ;;
         sensors) words+=" --watch --refreshes --check --json --csv" ;;

@@ -30,7 +30,7 @@ _meridalctl() {
             local -a commands
             commands=(
                 'top:the processes that use the most, live or as text'
-                'processes:the names of processes, by their ids'
+                'processes:all processes, or the names of some by their ids'
                 'version:the daemon'\''s version and build'
                 'ping:how long the daemon takes to answer'
                 'status:what the daemon costs, and what it cannot measure here and why'
@@ -79,7 +79,16 @@ _meridalctl() {
                         '1:list:(cpu memory disk network energy)' && ret=0
                     ;;
                 processes)
-                    _arguments $globals $json '*:process:_pids' && ret=0
+                    _arguments $globals $json $csv \
+                        '--sort=[by what]:column:(pid parent start user name state nice threads group processes unit command cpu memory resident swap read written received sent energy wakeups)' \
+                        '--reversed[the smallest first]' \
+                        '--filter=[with this in their name or command line]:text' \
+                        '--regex[the filter is a regular expression]' \
+                        '--user=[of this user only]:user:_users' \
+                        '--columns=[columns to show]:columns' \
+                        '--limit=[at most so many]:count' \
+                        '--grouped[a line for each application]' \
+                        '*:process:_pids' && ret=0
                     ;;
                 status)
                     _arguments $globals $json && ret=0

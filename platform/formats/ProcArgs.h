@@ -12,6 +12,10 @@ namespace meridal {
 /// is into the area.
 std::optional<std::string_view> executablePathOfProcArgs(std::string_view area);
 
+/// The arguments in it, each ended by a NUL, and nothing of the environment, which is the process's own business. Those that
+/// are whole, where the area was cut. Absent when there are none.
+std::optional<std::string_view> argumentsOfProcArgs(std::string_view area);
+
 /// The outermost folder around a program whose name ends in ".app": the application that a helper within it is part of.
 /// The path itself where there is none.
 std::string_view applicationOfProgram(std::string_view path);

@@ -20,6 +20,7 @@
 #include "platform/host/PowerMessages.h"
 #include "platform/host/PowerSources.h"
 #include "platform/host/ProcessConnections.h"
+#include "platform/host/ProcessInspection.h"
 #include "platform/host/ProcessSource.h"
 #include "platform/host/ProcessVisibility.h"
 #include "platform/host/SelfUsage.h"
@@ -44,6 +45,7 @@ struct Host {
     std::unique_ptr<FileSystems> fileSystems;
     std::unique_ptr<ProcessSource> processes;
     std::unique_ptr<ProcessVisibility> processVisibility;
+    std::unique_ptr<ProcessInspection> processInspection = std::make_unique<ProcessInspection>();
     std::unique_ptr<DisplayInfo> display;
     std::unique_ptr<DistributedNotifications> distributedNotifications;
     std::unique_ptr<SelfUsage> selfUsage;

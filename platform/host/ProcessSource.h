@@ -40,6 +40,17 @@ constexpr bool has(ProcessFields set, ProcessFields wanted) { return (set & want
 
 enum class ProcessStatus : std::uint8_t { Alive, Zombie };
 
+/// What a process does, by its main thread, as far as the host tells.
+enum class RunState : std::uint8_t {
+    Unknown,
+    Running,  ///< on a processor, or waiting for one
+    Sleeping, ///< until something happens
+    DiskWait, ///< likewise, and no signal wakes it: mostly storage
+    Idle,     ///< a kernel thread without work
+    Stopped,  ///< by a signal
+    Traced,   ///< by a debugger
+};
+
 /// One process as the kernel reports it. Counters are cumulative since it started. Bytes unless said otherwise.
 struct ProcessRecord {
     std::int32_t pid = 0;
@@ -50,6 +61,10 @@ struct ProcessRecord {
     std::string_view name;           ///< raw bytes, possibly cut or empty; valid until the next pass
     ProcessUnit unit = {};           ///< as of this pass: processes are moved
     bool isKernelThread = false;     ///< or the kernel itself, where that is a process
+    RunState state = RunState::Unknown;
+    std::int8_t nice = 0;                             ///< from -20, served first, to 19
+    std::uint32_t threads = 0;                        ///< 0 where it was not told
+    std::optional<std::uint32_t> user = std::nullopt; ///< whose rights it has; absent where this pass did not read it
 
     // Cpu
     std::uint64_t cpuTime = 0; ///< units of ProcessSource::timeBase(), ended threads included

@@ -23,6 +23,7 @@
 #include "platform/linux/power/PowercapEnergy.h"
 #include "platform/linux/power/SysfsPowerSources.h"
 #include "platform/linux/processes/DrmClients.h"
+#include "platform/linux/processes/ProcInspection.h"
 #include "platform/linux/processes/ProcVisibility.h"
 #include "platform/linux/processes/ProcessSourceChoice.h"
 #include "platform/linux/sensors/HwmonSensors.h"
@@ -70,6 +71,7 @@ std::unique_ptr<Host> makeLinuxHost(Runtime& runtime, const LinuxHostOptions& op
     host->fileSystems = std::make_unique<LinuxFileSystems>(options.root, std::make_unique<ThreadedSlowWork>());
     host->processes = makeProcessSource(options, host->limitations);
     host->processVisibility = std::make_unique<ProcVisibility>(options.root);
+    host->processInspection = std::make_unique<ProcInspection>(options.root);
     host->display = std::make_unique<DrmDisplayInfo>(options.root);
     auto bus = std::make_shared<SystemBus>(runtime, host->limitations, busAddress(options.root));
     host->clockSource = std::make_unique<LinuxClockSource>(runtime, bus);

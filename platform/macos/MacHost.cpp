@@ -59,6 +59,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->packetTap = makePktapPacketTap(runtime);
     host->networkStatistics = makeControlNetworkStatistics(runtime, host->machine->systemRelease());
     host->trafficCounters = std::make_unique<NoTrafficCounters>();
+    host->processInspection = makeLibprocInspection();
     host->processConnections = makeLibprocConnections();
     host->networkInterfaces = makeMacNetworkInterfaces();
     host->wireless = makeCoreWLanInterface(host->limitations);

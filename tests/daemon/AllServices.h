@@ -17,6 +17,7 @@
 #include "daemon/MachineService.h"
 #include "daemon/MomentService.h"
 #include "daemon/NetworkService.h"
+#include "daemon/ProcessTableService.h"
 #include "daemon/SensorService.h"
 #include "daemon/Services.h"
 #include "daemon/TrafficService.h"
@@ -52,6 +53,7 @@ struct AllServices {
         , figures(context)
         , traffic(context, {counters, packets, statistics})
         , applications(context, processes, traffic)
+        , processTable(context, processes, traffic)
     {
         applications.setRecording(isRecording);
     }
@@ -86,7 +88,8 @@ struct AllServices {
     TrafficService traffic;
     MomentService moments{context, {catalogue, uptime, batteries, interfaces}};
     ApplicationService applications;
-    Services services{uptime, sensors, battery, disks, network, figures, traffic, applications};
+    ProcessTableService processTable;
+    Services services{uptime, sensors, battery, disks, network, figures, traffic, applications, processTable};
 };
 
 } // namespace meridal::test

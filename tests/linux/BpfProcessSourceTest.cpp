@@ -9,6 +9,7 @@
 #include "tests/linux/Child.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/TemporaryTree.h"
+#include "wire/RequestKey.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -109,6 +110,21 @@ TEST_F(ToldProcesses, SumsBelowNothingAreNothing)
     EXPECT_EQ(row.anonymous, 0U);
     EXPECT_EQ(row.residentSize, 2 * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)));
     EXPECT_EQ(row.diskBytesWritten, 0U);
+}
+
+TEST_F(ToldProcesses, WhatAThreadDoesIsToldAsProcTellsIt)
+{
+    using enum RunState;
+    const std::pair<std::uint16_t, RunState> states[] = {{0, Running}, {1, Sleeping}, {0x2001, Sleeping},
+        {0x2, DiskWait}, {0x102, DiskWait}, {0x402, Idle}, {0x104, Stopped}, {0x8, Traced}, {0x40, Unknown},
+        {0x8000, DiskWait}};
+    for (const auto& [bits, state] : states) {
+        BpfProcess one = process(42);
+        one.state = bits;
+        one.nice = -20;
+        EXPECT_EQ(read(one).state, state) << bits;
+        EXPECT_EQ(read(one).nice, -20);
+    }
 }
 
 TEST_F(ToldProcesses, SumsThatThreadsEndedUnderAreLeftOut)
@@ -268,11 +284,13 @@ std::map<std::int32_t, std::string> tableOf(test::FakeMachine& machine, std::uni
 {
     std::swap(machine.host.processes, source);
     ProcessStatCollector collector(machine.context);
+    collector.setUpdateMask(mask(RequestKey::Memory)); // with whom it belongs to
     collector.update();
     std::map<std::int32_t, std::string> table;
     for (auto* item : collector.processes()) {
-        table[item->pid] = fmt::format("{} child of {}, started at {}", collector.sharingNameForProcess(*item, false),
-            item->parentPid, item->startIdentity);
+        table[item->pid] = fmt::format("{} child of {}, started at {}, {} threads of user {} at {}",
+            collector.sharingNameForProcess(*item, false), item->parentPid, item->startIdentity, item->threads,
+            item->user.value_or(0), item->nice);
     }
     std::swap(machine.host.processes, source);
     return table;
@@ -282,6 +300,7 @@ TEST_F(Choice, EveryWayTellsTheSameOfEveryProcessOfThisMachine)
 {
     const Child named([](const Child::Pipes& pipes) {
         ::prctl(PR_SET_NAME, "ab/cd/ef/gh/ijk");
+        ::nice(5);
         pipes.answer('!');
         pipes.command();
     });

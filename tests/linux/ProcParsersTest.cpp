@@ -14,7 +14,7 @@ using namespace std::string_literals;
 std::string statLine(const std::string& name)
 {
     return "812 (" + name
-        + ") S 7 812 812 0 -1 4194560 1200 0 3 0 250 130 -5 6 20 0 3 0 5500 170000000 2600 18446744073709551615 1\n";
+        + ") S 7 812 812 0 -1 4194560 1200 0 3 0 250 130 -5 6 20 -7 3 0 5500 170000000 2600 18446744073709551615 1\n";
 }
 
 TEST(ParseStat, ReadsItsFields)
@@ -28,6 +28,7 @@ TEST(ParseStat, ReadsItsFields)
             .userTicks = 250,
             .childTicks = 6,
             .childUserTicks = 0, // told below 0
+            .nice = -7,
             .threads = 3,
             .startTicks = 5500}));
 }
@@ -89,9 +90,10 @@ TEST(ParseStat, TellsWhatLasts)
 
 TEST(ParseStatus, TellsMemoryFromItsAbsence)
 {
-    const auto process = parseStatus("Name:\tVmRSS:\\n9\nState:\tS\nVmHWM:\t 9 kB\nVmRSS:\t 100 kB\nRssAnon:\t 60 kB\n"
-                                     "RssFile:\t 30 kB\nRssShmem:\t 10 kB\nVmSwap:\t 5 kB\n"
-                                     "voluntary_ctxt_switches:\t77\nnonvoluntary_ctxt_switches:\t5\n");
+    const auto process = parseStatus(
+        "Name:\tVmRSS:\\n9\nState:\tS\nUid:\t7\t1000\t7\t7\nVmHWM:\t 9 kB\nVmRSS:\t 100 kB\nRssAnon:\t 60 kB\n"
+        "RssFile:\t 30 kB\nRssShmem:\t 10 kB\nVmSwap:\t 5 kB\n"
+        "voluntary_ctxt_switches:\t77\nnonvoluntary_ctxt_switches:\t5\n");
     EXPECT_EQ(process,
         (Status{.hasMemory = true,
             .hasParts = true,
@@ -99,7 +101,8 @@ TEST(ParseStatus, TellsMemoryFromItsAbsence)
             .anonymousBytes = 61440,
             .sharedMemoryBytes = 10240,
             .swapBytes = 5120,
-            .voluntarySwitches = 77}));
+            .voluntarySwitches = 77,
+            .user = 1000}));
     const auto thread = parseStatus("Name:\tkthreadd\nThreads:\t1\nvoluntary_ctxt_switches:\t3\n");
     ASSERT_TRUE(thread);
     EXPECT_FALSE(thread->hasMemory);

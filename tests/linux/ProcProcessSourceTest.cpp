@@ -35,7 +35,8 @@ struct ProcTable : testing::Test {
             fmt::format("{} ({}) {} {} 1 1 0 -1 0 0 0 0 0 {} 0 0 0 20 0 {} 0 {} 0 0\n", process.pid, process.name,
                 process.state, process.parent, process.userTicks, process.threads, process.start));
         tree.write(folder + "status",
-            fmt::format("VmRSS:\t{0} kB\nRssAnon:\t{0} kB\nvoluntary_ctxt_switches:\t1\n", process.residentKilobytes));
+            fmt::format("Uid:\t7\t1000\t7\t7\nVmRSS:\t{0} kB\nRssAnon:\t{0} kB\nvoluntary_ctxt_switches:\t1\n",
+                process.residentKilobytes));
         tree.write(folder + "io",
             fmt::format(
                 "read_bytes: 0\nwrite_bytes: {}\ncancelled_write_bytes: {}\n", process.written, process.cancelled));
@@ -69,6 +70,8 @@ TEST_F(ProcTable, RowsComeInOrderAndWithoutTheVanished)
     EXPECT_EQ(rows[0].name, "first");
     EXPECT_EQ(rows[0].cpuTime, 4 * tick);
     EXPECT_EQ(rows[0].anonymous, 102400U);
+    EXPECT_EQ(rows[0].user, 1000U);
+    EXPECT_EQ(rows[0].state, RunState::Sleeping);
     EXPECT_EQ(rows[0].present, ProcessFields::All);
     EXPECT_EQ(rows[1].pid, 300);
 

@@ -30,6 +30,16 @@ TEST(ProcArgs, PathEndsAtItsFirstNulWhateverFollows)
     EXPECT_EQ(pathOf("\0\0\0\0/\xFF\x1B\0"s), "/\xFF\x1B") << "raw bytes stay as they are";
 }
 
+TEST(ProcArgs, ArgumentsEndWhereTheEnvironmentBegins)
+{
+    const std::string area = "\3\0\0\0/bin/x\0\0\0\0x\0\0--a=b c\0SECRET=1\0"s;
+    EXPECT_EQ(argumentsOfProcArgs(area), "x\0\0--a=b c\0"s) << "one of them empty";
+    EXPECT_EQ(argumentsOfProcArgs(std::string_view(area).substr(0, 18)), "x\0\0"s) << "cut";
+    EXPECT_EQ(argumentsOfProcArgs("\0\0\0\0/bin/x\0\0SECRET=1\0"s), std::nullopt);
+    EXPECT_EQ(argumentsOfProcArgs("\377\377\377\377/bin/x\0x\0"s), std::nullopt) << "a count below nothing";
+    EXPECT_EQ(argumentsOfProcArgs("\3\0\0\0/bin/x\0"s), std::nullopt);
+}
+
 TEST(ProcArgs, AnyCutOfAnAreaGivesTheWholePathOrNothing)
 {
     const bool holds = rc::check("no cut area yields a cut path", [](const std::string& tail) {

@@ -89,9 +89,15 @@ class FakeUserRights final : public UserRights {
 public:
     bool administers(std::uint32_t uid) override { return uid == administrator; }
     bool ownsActiveSeat(std::uint32_t uid) override { return uid == seated; }
+    std::string userName(std::uint32_t uid) override
+    {
+        const auto name = names.find(uid);
+        return name == names.end() ? std::string() : name->second;
+    }
     Result<void> shareWithReaders(const std::string&) override { return {}; }
     std::uint32_t administrator = 0;
     std::uint32_t seated = 1000;
+    std::map<std::uint32_t, std::string> names;
 };
 
 /// A system that sleeps and wakes as a test tells it, and writes down what it was allowed.

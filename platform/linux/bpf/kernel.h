@@ -77,6 +77,7 @@ typedef struct {
 } kuid_t;
 struct cred {
     kuid_t uid;
+    kuid_t euid;
 };
 
 struct sched_entity {
@@ -97,6 +98,8 @@ struct signal_struct {
 
 struct task_struct {
     unsigned flags;
+    unsigned __state;
+    int static_prio;
     int exit_state;
     int pid, tgid;
     struct sched_entity se;
@@ -141,6 +144,7 @@ enum {
     PF_KTHREAD = 0x00200000,
     EXIT_DEAD = 0x10,
     EXIT_ZOMBIE = 0x20,
+    DEFAULT_PRIO = 120, /* that of nice 0 */
     MM_FILEPAGES = 0,
     MM_ANONPAGES = 1,
     MM_SWAPENTS = 2,

@@ -244,7 +244,10 @@ static __always_inline void fill_record(struct BpfProcess* record, struct task_s
     record->flags = (task->exit_state & (EXIT_DEAD | EXIT_ZOMBIE) && !lost_main_thread ? BPF_PROCESS_ENDED : 0)
         | (task->flags & PF_KTHREAD ? BPF_PROCESS_KERNEL_THREAD : 0)
         | (bpf_core_field_exists(task->ioac.read_bytes) ? BPF_PROCESS_HAS_IO : 0);
-    record->unused = 0;
+    record->user = task->real_cred->euid.val;
+    record->threads = (__u32)group->nr_threads;
+    record->state = (__u16)(task->__state | (__u32)task->exit_state);
+    record->nice = (__s16)(task->static_prio - DEFAULT_PRIO);
     record->start = task->start_boottime;
     bpf_core_read(record->name, sizeof record->name, &task->comm);
     record->cgroup = record->cgroups = 0;

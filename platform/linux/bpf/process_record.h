@@ -14,7 +14,10 @@ struct BpfProcess {
     __s32 pid;
     __s32 parent;
     __u32 flags; /* BPF_PROCESS_* */
-    __u32 unused;
+    __u32 user;  /* effective */
+    __u32 threads;
+    __u16 state; /* of the main thread, the kernel's bits */
+    __s16 nice;
     __u64 start;          /* ns since boot, time asleep included */
     __u64 runTime;        /* ns on a processor; a thread that runs right now lags by up to a tick */
     __u64 userTime;       /* of it, as ticks have found it: ns, which only tell the proportion */

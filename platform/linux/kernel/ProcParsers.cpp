@@ -38,6 +38,18 @@ public:
         return 0;
     }
 
+    /// One of either sign, within a few digits.
+    std::int8_t nextSmall()
+    {
+        skipBlanks();
+        const bool isNegative = position_ != end_ && *position_ == '-';
+        if (isNegative) {
+            ++position_;
+        }
+        const auto size = static_cast<std::int8_t>(std::min<std::uint64_t>(next(), 100));
+        return isNegative ? static_cast<std::int8_t>(-size) : size;
+    }
+
     /// Passes over numbers of either sign.
     void skip(int count)
     {
@@ -88,6 +100,20 @@ bool readKilobytes(std::string_view line, std::string_view key, std::uint64_t& b
     return true;
 }
 
+/// The second of the four ids in a line.
+std::optional<std::uint32_t> effectiveOf(std::string_view line, std::string_view key)
+{
+    if (!line.starts_with(key)) {
+        return std::nullopt;
+    }
+    Numbers ids(line.substr(key.size()));
+    ids.next();
+    const std::uint64_t id = ids.next();
+    return ids.failed() || id > std::numeric_limits<std::uint32_t>::max()
+        ? std::nullopt
+        : std::optional(static_cast<std::uint32_t>(id));
+}
+
 } // namespace
 
 std::optional<std::string_view> takeLine(std::string_view& text)
@@ -123,7 +149,8 @@ std::optional<Stat> parseStat(std::string_view text)
     stat.cpuTicks = stat.userTicks + fields.next(); // and for it in the kernel
     stat.childUserTicks = fields.nextAboveNothing();
     stat.childTicks = stat.childUserTicks + fields.nextAboveNothing();
-    fields.skip(2);
+    fields.skip(1);
+    stat.nice = fields.nextSmall();              // 19
     const std::uint64_t threads = fields.next(); // 20
     fields.skip(1);
     stat.startTicks = fields.next();         // 22
@@ -193,6 +220,11 @@ std::optional<Status> parseStatus(std::string_view text)
                 status.hasParts = readKilobytes(*line, "RssAnon:", status.anonymousBytes);
             }
             readKilobytes(*line, "RssShmem:", status.sharedMemoryBytes);
+            break;
+        case 'U':
+            if (!status.user) {
+                status.user = effectiveOf(*line, "Uid:");
+            }
             break;
         case 'v':
             if (const auto switches = numberOf(*line, "voluntary_ctxt_switches:")) {

@@ -23,6 +23,7 @@ struct Stat {
     std::uint64_t childTicks = 0;     ///< of children that it waited for, and of theirs
     std::uint64_t childUserTicks = 0; ///< likewise
     bool hasWaited = false;           ///< for a child: /proc/PID/io has what that did as well
+    std::int8_t nice = 0;
     std::uint32_t threads = 0;
     std::uint64_t startTicks = 0; ///< clock ticks from boot to its start
     bool operator==(const Stat&) const = default;
@@ -53,6 +54,7 @@ struct Status {
     std::uint64_t sharedMemoryBytes = 0; ///< RssShmem: tmpfs, System V and shared anonymous pages
     std::uint64_t swapBytes = 0;
     std::uint64_t voluntarySwitches = 0; ///< of one thread
+    std::optional<std::uint32_t> user;   ///< effective
     bool operator==(const Status&) const = default;
 };
 /// Empty when the text was cut: the line of the voluntary switches, which every process has, comes last but one.

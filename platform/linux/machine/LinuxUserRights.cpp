@@ -91,6 +91,14 @@ bool LinuxUserRights::ownsActiveSeat(std::uint32_t uid)
     return owns;
 }
 
+std::string LinuxUserRights::userName(std::uint32_t uid)
+{
+    std::vector<char> buffer(16 * 1024);
+    passwd entry{};
+    passwd* found = nullptr;
+    return ::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == 0 && found ? found->pw_name : "";
+}
+
 std::optional<std::uint32_t> LinuxUserRights::readers() const
 {
     std::optional<std::uint32_t> gid = chosen_ ? chosen_ : groupNamed_(readersGroup);

@@ -26,6 +26,7 @@ public:
 
     bool administers(std::uint32_t uid) override;
     bool ownsActiveSeat(std::uint32_t uid) override;
+    std::string userName(std::uint32_t uid) override;
     Result<void> shareWithReaders(const std::string& path) override;
 
 private:

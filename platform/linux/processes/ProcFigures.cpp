@@ -69,6 +69,50 @@ std::uint64_t userPartOf(std::uint64_t runTime, std::uint64_t user, std::uint64_
     return std::min(runTime, static_cast<std::uint64_t>(part * static_cast<double>(runTime)));
 }
 
+RunState runStateOf(char letter)
+{
+    switch (letter) {
+    case 'R':
+        return RunState::Running;
+    case 'S':
+        return RunState::Sleeping;
+    case 'D':
+        return RunState::DiskWait;
+    case 'I':
+        return RunState::Idle;
+    case 'T':
+        return RunState::Stopped;
+    case 't':
+        return RunState::Traced;
+    default: // parked, or ended while other threads run on
+        return RunState::Unknown;
+    }
+}
+
+RunState runStateOf(std::uint32_t bits)
+{
+    constexpr std::uint32_t uninterruptible = 0x2;
+    constexpr std::uint32_t idle = 0x402;          // that, and no load
+    constexpr std::uint32_t lockOrFrozen = 0x9000; // shown as waiting for storage
+    constexpr std::uint32_t endedOrParked = 0x70;  // dead, zombie, parked
+    constexpr std::uint32_t traced = 0x8;
+    constexpr std::uint32_t stopped = 0x4;
+    if ((bits & idle) == idle) {
+        return RunState::Idle;
+    }
+    if (bits & endedOrParked) {
+        return RunState::Unknown;
+    }
+    if (bits & lockOrFrozen) {
+        return RunState::DiskWait;
+    }
+    return bits & traced         ? RunState::Traced
+        : bits & stopped         ? RunState::Stopped
+        : bits & uninterruptible ? RunState::DiskWait
+        : bits & 1U              ? RunState::Sleeping
+                                 : RunState::Running;
+}
+
 namespace {
 
 /// What a link to a program leads to; the process itself or one of its threads has it.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "platform/host/ProcessSource.h"
 #include "platform/linux/kernel/ProcFolder.h"
 
 #include <cstdint>
@@ -33,6 +34,11 @@ double startTime(std::uint64_t ticks);
 /// What of a time on processors, which is exact, was spent outside the kernel, by what ticks have found in and outside of it: as
 /// the kernel itself divides it for /proc. The same unit for all.
 std::uint64_t userPartOf(std::uint64_t runTime, std::uint64_t user, std::uint64_t system);
+
+/// What a thread does, by its letter in /proc.
+RunState runStateOf(char letter);
+/// Likewise by the kernel's own bits, its state and what its end has come to: as the kernel finds the letter.
+RunState runStateOf(std::uint32_t bits);
 
 /// The name of a process in /proc/PID/stat; see ProcessSource::commandName.
 std::optional<std::string> commandName(ProcFolder& folder, std::int32_t pid);

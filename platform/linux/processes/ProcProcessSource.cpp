@@ -178,6 +178,9 @@ ProcProcessSource::Reading ProcProcessSource::readStat(std::int32_t pid, Process
     process.record.childCpuTime = stat->childTicks * tick;
     process.record.childCpuUser = stat->childUserTicks * tick;
     process.record.isKernelThread = proc::isKernelThread(*stat);
+    process.record.state = proc::runStateOf(stat->state);
+    process.record.nice = stat->nice;
+    process.record.threads = stat->threads;
     process.state.oneThread = stat->threads == 1;
     process.state.hasWaited = stat->hasWaited;
     process.state.running = stat->state == 'R';
@@ -224,6 +227,7 @@ ProcProcessSource::Reading ProcProcessSource::readStatus(Process& process)
     process.state.tried |= statusGroups;
     process.state.available |= ProcessFields::Wakeups;
     process.record.idleWakeups = status->voluntarySwitches;
+    process.record.user = status->user;
     if (status->hasMemory && !status->hasParts) {
         return Reading::Done; // a kernel before 4.5 does not tell private from file pages
     }

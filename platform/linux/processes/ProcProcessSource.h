@@ -32,7 +32,7 @@ struct ProcProcessOptions {
 /// - Schedstat was read before the other files, and the process was not on a run queue while they were read. What it
 ///   did after that shows in schedstat; the run time of a thread that is on a processor lags behind.
 /// - Things that others do to a process (reclaim, swapping) move no counter of its own: each process is read anew every
-///   16th pass, and when its parent ended, since it has another one then.
+///   16th pass, and when its parent ended, since it has another one then. So are nice values that others set.
 /// - A pid in use again cannot pass for its predecessor: times in ns would have to agree. A process that never ran yet
 ///   could, so it is not taken over.
 /// - Processes that ran at each of the last passes are asked only two passes of eight.

@@ -19,7 +19,9 @@ static_assert(offsetof(proc_taskallinfo, ptinfo) == 136);
 static_assert(offsetof(proc_bsdinfo, pbi_status) == 4 && offsetof(proc_bsdinfo, pbi_pid) == 12);
 static_assert(offsetof(proc_bsdinfo, pbi_ppid) == 16 && offsetof(proc_bsdinfo, pbi_comm) == 48);
 static_assert(offsetof(proc_bsdinfo, pbi_name) == 64 && sizeof(proc_bsdinfo::pbi_name) == 32);
-static_assert(sizeof(proc_bsdinfo::pbi_comm) == 16);
+static_assert(sizeof(proc_bsdinfo::pbi_comm) == 16 && SSTOP == 4);
+static_assert(offsetof(proc_bsdinfo, pbi_uid) == 20 && offsetof(proc_bsdinfo, pbi_nice) == 116);
+static_assert(offsetof(proc_taskinfo, pti_threadnum) == 84 && offsetof(proc_taskinfo, pti_numrunning) == 88);
 static_assert(offsetof(proc_bsdinfo, pbi_start_tvsec) == 120 && offsetof(proc_bsdinfo, pbi_start_tvusec) == 128);
 
 static_assert(RUSAGE_INFO_V2 == 2 && RUSAGE_INFO_V3 == 3);

@@ -47,6 +47,7 @@ class MacUserRights final : public UserRights {
 public:
     bool administers(std::uint32_t uid) override;
     bool ownsActiveSeat(std::uint32_t uid) override;
+    std::string userName(std::uint32_t uid) override;
     Result<void> shareWithReaders(const std::string& path) override;
 };
 
@@ -73,6 +74,14 @@ bool MacUserRights::ownsActiveSeat(std::uint32_t uid)
     const bool somebody = CFStringCompare(name, CFSTR("loginwindow"), 0) != kCFCompareEqualTo;
     CFRelease(name);
     return somebody && console == uid;
+}
+
+std::string MacUserRights::userName(std::uint32_t uid)
+{
+    std::vector<char> buffer(16 * 1024);
+    passwd entry{};
+    passwd* found = nullptr;
+    return ::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == 0 && found ? found->pw_name : "";
 }
 
 Result<void> MacUserRights::shareWithReaders(const std::string& path)

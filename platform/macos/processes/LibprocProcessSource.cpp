@@ -4,6 +4,7 @@
 #include "platform/formats/ProcArgs.h"
 #include "platform/macos/kernel/KernelLayouts.h"
 #include "platform/macos/kernel/SystemSettings.h"
+#include "platform/macos/processes/ArgumentArea.h"
 #include "platform/macos/processes/TaskMemory.h"
 
 #include <dlfcn.h>
@@ -52,6 +53,14 @@ std::string_view copyName(const proc_bsdinfo& info, std::span<char, sizeof(info.
     return {room.data(), length};
 }
 
+RunState runStateOf(const proc_taskallinfo& info)
+{
+    if (info.pbsd.pbi_status == SSTOP) {
+        return RunState::Stopped;
+    }
+    return info.ptinfo.pti_numrunning > 0 ? RunState::Running : RunState::Sleeping;
+}
+
 /// Fills the groups wanted; leaves them out when the kernel refuses.
 template <typename Usage>
 void readUsageRecord(int flavour, ProcessFields wanted, ProcessRecord& record)
@@ -77,18 +86,6 @@ void fillMemory(const TaskMemory& memory, ProcessRecord& record)
     record.compressed = memory.compressed;
     record.residentSize = memory.residentSize;
     record.present |= ProcessFields::Memory;
-}
-
-/// Upper bound of an argument area, in bytes (1 MiB on today's systems).
-std::optional<std::size_t> argumentAreaLimit()
-{
-    std::array<int, 2> name = {CTL_KERN, KERN_ARGMAX};
-    int limit = 0;
-    std::size_t size = sizeof(limit);
-    if (sysctl(name.data(), name.size(), &limit, &size, nullptr, 0) != 0 || limit <= 0) {
-        return std::nullopt;
-    }
-    return static_cast<std::size_t>(limit);
 }
 
 class LibprocProcessSource final : public ProcessSource {
@@ -192,9 +189,13 @@ bool LibprocProcessSource::readProcess(
     record.startIdentity = info.pbsd.pbi_start_tvsec * 1'000'000 + info.pbsd.pbi_start_tvusec;
     record.name = copyName(info.pbsd, name.bytes);
     record.isKernelThread = pid == 0; // kernel_task
+    record.nice = static_cast<std::int8_t>(info.pbsd.pbi_nice);
+    record.user = info.pbsd.pbi_uid;
     if (record.status == ProcessStatus::Zombie) {
         return true; // it has no task left to ask
     }
+    record.state = runStateOf(info);
+    record.threads = static_cast<std::uint32_t>(info.ptinfo.pti_threadnum);
     readUsage(wanted, record);
     if (has(wanted, ProcessFields::Memory)) {
         if (const auto memory = readTaskMemory(pid)) {
@@ -235,18 +236,8 @@ std::optional<std::string> LibprocProcessSource::commandName(std::int32_t pid)
 
 std::optional<std::string> LibprocProcessSource::executablePath(std::int32_t pid, std::string_view)
 {
-    const auto limit = argumentAreaLimit();
-    if (!limit) {
-        return std::nullopt;
-    }
-    // Not cleared, so only the pages that the kernel writes are touched. Names are asked for once a program: not kept.
-    const std::unique_ptr<char[]> area(new char[*limit]);
-    std::array<int, 3> name = {CTL_KERN, KERN_PROCARGS2, pid};
-    std::size_t size = *limit;
-    if (sysctl(name.data(), name.size(), area.get(), &size, nullptr, 0) != 0) {
-        return std::nullopt;
-    }
-    const auto path = executablePathOfProcArgs({area.get(), std::min(size, *limit)});
+    const auto area = readArgumentArea(pid);
+    const auto path = executablePathOfProcArgs(area.text);
     return path ? std::optional<std::string>(*path) : std::nullopt;
 }
 

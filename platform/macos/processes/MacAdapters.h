@@ -3,6 +3,7 @@
 
 #include "platform/host/Limitations.h"
 #include "platform/host/MachineInfo.h"
+#include "platform/host/ProcessInspection.h"
 #include "platform/host/ProcessSource.h"
 
 #include <memory>
@@ -13,5 +14,7 @@ namespace meridal {
 /// proc_pid_rusage more, memory one task port and two task queries more. A pass over a table that has not grown allocates
 /// nothing.
 std::unique_ptr<ProcessSource> makeLibprocProcessSource(const SystemRelease& release, Limitations& limitations);
+
+std::unique_ptr<ProcessInspection> makeLibprocInspection();
 
 } // namespace meridal

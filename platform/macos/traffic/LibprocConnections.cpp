@@ -5,6 +5,8 @@
 #include <libproc.h>
 
 #include <algorithm>
+#include <array>
+#include <string>
 #include <vector>
 
 namespace meridal {
@@ -14,9 +16,35 @@ namespace {
 /// Ports lie in the low half of an int, in network order.
 std::uint16_t portFrom(int field) { return ntohs(static_cast<std::uint16_t>(field)); }
 
+/// The ends of a socket of TCP or UDP; null when it is another, or was closed since the list was made.
+const in_sockinfo* readEnds(std::int32_t pid, std::int32_t descriptor, socket_fdinfo& socket)
+{
+    const int size = proc_pidfdinfo(pid, descriptor, PROC_PIDFDSOCKETINFO, &socket, sizeof(socket));
+    if (size < static_cast<int>(sizeof(socket))) {
+        return nullptr;
+    }
+    if (socket.psi.soi_kind == SOCKINFO_TCP) {
+        return &socket.psi.soi_proto.pri_tcp.tcpsi_ini;
+    }
+    return socket.psi.soi_kind == SOCKINFO_IN ? &socket.psi.soi_proto.pri_in : nullptr;
+}
+
+/// The other end's address.
+std::string hostOf(const in_sockinfo& ends)
+{
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    if ((ends.insi_vflag & INI_IPV4) != 0) {
+        inet_ntop(AF_INET, &ends.insi_faddr.ina_46.i46a_addr4, text.data(), static_cast<socklen_t>(text.size()));
+    } else {
+        inet_ntop(AF_INET6, &ends.insi_faddr.ina_6, text.data(), static_cast<socklen_t>(text.size()));
+    }
+    return text.data();
+}
+
 class LibprocConnections final : public ProcessConnections {
 public:
     std::span<const ConnectionRecord> readConnections(std::span<const std::int32_t> pids) override;
+    std::vector<ProcessSocket> socketsOf(std::int32_t pid, std::size_t most) override;
 
 private:
     std::span<const proc_fdinfo> listDescriptors(std::int32_t pid);
@@ -41,6 +69,25 @@ std::span<const ConnectionRecord> LibprocConnections::readConnections(std::span<
     return rows_;
 }
 
+std::vector<ProcessSocket> LibprocConnections::socketsOf(std::int32_t pid, std::size_t most)
+{
+    std::vector<ProcessSocket> sockets;
+    for (const proc_fdinfo& descriptor : listDescriptors(pid)) {
+        if (descriptor.proc_fdtype != PROX_FDTYPE_SOCKET || sockets.size() >= most) {
+            continue;
+        }
+        socket_fdinfo socket{};
+        const in_sockinfo* ends = readEnds(pid, descriptor.proc_fd, socket);
+        if (ends && ends->insi_fport != 0) {
+            sockets.push_back({.protocol = static_cast<std::uint8_t>(socket.psi.soi_protocol),
+                .host = hostOf(*ends),
+                .port = portFrom(ends->insi_fport),
+                .localPort = portFrom(ends->insi_lport)});
+        }
+    }
+    return sockets;
+}
+
 std::span<const proc_fdinfo> LibprocConnections::listDescriptors(std::int32_t pid)
 {
     const int estimate = proc_pidinfo(pid, PROC_PIDLISTFDS, 0, nullptr, 0); // bytes, with some to spare
@@ -61,16 +108,7 @@ std::span<const proc_fdinfo> LibprocConnections::listDescriptors(std::int32_t pi
 void LibprocConnections::readSocket(std::int32_t pid, std::int32_t descriptor)
 {
     socket_fdinfo socket{};
-    const int size = proc_pidfdinfo(pid, descriptor, PROC_PIDFDSOCKETINFO, &socket, sizeof(socket));
-    if (size < static_cast<int>(sizeof(socket))) {
-        return; // closed since the list was made
-    }
-    const in_sockinfo* ends = nullptr;
-    if (socket.psi.soi_kind == SOCKINFO_TCP) {
-        ends = &socket.psi.soi_proto.pri_tcp.tcpsi_ini;
-    } else if (socket.psi.soi_kind == SOCKINFO_IN) {
-        ends = &socket.psi.soi_proto.pri_in;
-    }
+    const in_sockinfo* ends = readEnds(pid, descriptor, socket);
     if (!ends || ends->insi_lport == 0) {
         return;
     }
