@@ -36,13 +36,20 @@ std::optional<double> growthOfBoth(
     return first || second ? std::optional(first.value_or(0) + second.value_or(0)) : std::nullopt;
 }
 
+/// What would be free without it, which is also what is recorded; hosts without footprints tell zeros.
+std::optional<double> memoryOf(const Value& group)
+{
+    const auto footprint = number(group, "footprint");
+    return footprint.value_or(0) > 0 ? footprint : number(group, "resident");
+}
+
 ApplicationRate rateBetween(const Value& before, const Value& now, double seconds)
 {
     constexpr double hundred = 100;
     ApplicationRate rate{.group = now,
         .cpu = growthOfBoth(before, now, "cpuUser", "cpuSystem", seconds),
         .energy = growth(before, now, number(now, "joules") ? "joules" : "energyScore", seconds),
-        .memory = number(now, "resident"),
+        .memory = memoryOf(now),
         .disk = growthOfBoth(before, now, "diskRead", "diskWritten", seconds),
         .network = growthOfBoth(before, now, "received", "sent", seconds),
         .processes = number(now, "processes")};

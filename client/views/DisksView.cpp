@@ -158,13 +158,13 @@ Lines attributeLines(const Value& disk, int room)
 }
 
 /// Counters of an NVMe disk, which has no attributes.
-Lines logLines(const Value& disk)
+Lines logLines(const Value& disk, int room)
 {
     const Value* log = find(disk, "log");
     if (!log) {
         return {};
     }
-    TextTable table({{"", 34}, {}});
+    TextTable table({{.title = "", .width = 33, .gap = 1, .least = 19}, {}}, room);
     const auto add = [&](const std::string& label, const std::string& words) { table.add({"  " + label, words}); };
     const auto bytes = [&](std::string_view key) {
         const auto value = number(*log, key);
@@ -194,17 +194,17 @@ Lines diskLines(const Value& disks, bool attributes, int room)
     if (!disks.is_array() || disks.empty()) {
         return {{{Style::Plain, "no disk with health data (SMART or NVMe) on this machine"}}};
     }
-    TextTable table(
-        {{"DISK", 10}, {.title = "MODEL", .width = 29, .gap = 1, .least = 10},
-            {.title = "SERIAL", .width = 20, .gap = 1, .leaves = 1}, {"KIND", 6, Align::Left, 1},
-            {"TEMP", 6, Align::Right, 1}, {.title = "WEAR", .width = 6, .align = Align::Right, .gap = 1, .leaves = 3},
-            {.title = "POWERED ON", .width = 12, .align = Align::Right, .gap = 2, .leaves = 2}, {"HEALTH"}},
+    TextTable table({{"DISK", 10}, {.title = "MODEL", .width = 29, .gap = 1, .least = 10},
+                        {.title = "SERIAL", .width = 20, .gap = 1, .leaves = 1},
+                        {.title = "KIND", .width = 6, .gap = 1, .leaves = 4}, {"TEMP", 6, Align::Right, 1},
+                        {.title = "WEAR", .width = 6, .align = Align::Right, .gap = 1, .leaves = 3},
+                        {.title = "POWERED ON", .width = 12, .align = Align::Right, .gap = 2, .leaves = 2}, {"HEALTH"}},
         room);
     for (const Value& disk : disks) {
         addDisk(table, disk, room);
         if (attributes) {
             addLines(table, attributeLines(disk, room));
-            addLines(table, logLines(disk));
+            addLines(table, logLines(disk, room));
         }
     }
     return table.lines();

@@ -138,14 +138,14 @@ struct NetworkLayout {
     bool hasTotals;
 };
 
-/// The words, as many a line as fit behind the column of names; all on one where there is any room.
-std::vector<std::string> wrapped(const std::vector<std::string>& words, int room)
+/// The words, as many a line as fit behind an indentation; all on one where there is any room.
+std::vector<std::string> wrapped(const std::vector<std::string>& words, int indent, int room)
 {
     constexpr std::string_view between = "  ";
     std::vector<std::string> lines;
     for (const std::string& word : words) {
         const int width = lines.empty() ? 0 : displayWidth(lines.back()) + displayWidth(word) + 2;
-        if (lines.empty() || (room > 0 && width + nameColumns > room)) {
+        if (lines.empty() || (room > 0 && width + indent > room)) {
             lines.push_back(word);
         } else {
             (lines.back() += between) += word;
@@ -177,7 +177,8 @@ void addInterface(TextTable& table, const Value& interface, const Value* primary
         cells.emplace_back(Style::Warning, trouble);
     }
     table.add(std::move(cells));
-    const std::string margin(nameColumns, ' ');
+    const int indent = layout.hasLink ? nameColumns : 2;
+    const std::string margin(static_cast<std::size_t>(indent), ' ');
     if (!layout.hasLink && !trouble.empty()) {
         table.addLine({{Style::Warning, margin + trouble}});
     }
@@ -185,7 +186,7 @@ void addInterface(TextTable& table, const Value& interface, const Value* primary
     if (!layout.hasLink && !isUp(interface)) {
         details.insert(details.begin(), "down");
     }
-    for (const std::string& line : wrapped(details, layout.room)) {
+    for (const std::string& line : wrapped(details, indent, layout.room)) {
         table.addLine({{Style::Faint, margin + line}});
     }
 }

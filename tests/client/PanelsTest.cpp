@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "client/panels/Panels.h"
 #include "client/panels/RowCursor.h"
 #include "client/panels/TextEntry.h"
 #include "client/screen/Utf8.h"
@@ -15,21 +14,6 @@ void type(TextEntry& entry, std::u32string_view text)
     for (const char32_t character : text) {
         entry.press(Key::of(character));
     }
-}
-
-TEST(BatteryPanel, SaysWhatItWantsAndWhatItWasTold)
-{
-    const auto panel = makeBatteryPanel();
-    const PanelView view;
-    ASSERT_EQ(panel->questions(view).size(), 1U);
-    EXPECT_EQ(panel->lines(view), Lines{}); // nothing yet
-    const std::string question = panel->questions(view).front().name;
-    panel->take({.name = question,
-        .result =
-            json(R"({"batteries":[{"key":"B","name":"Battery","type":0,"percentage":18.0,"state":2,"time":95}]})")});
-    EXPECT_EQ(textOf(panel->lines(view)), "charge       18 %, on battery\ntime left    1 h 35 min\n");
-    panel->take({.name = question, .result = unexpected(ErrorCode::NotFound, "there is no\x1B method")});
-    EXPECT_EQ(textOf(panel->lines(view)), "there is no? method\n");
 }
 
 TEST(RowCursor, StaysWithWhatWasChosenAndKeepsItInSight)
