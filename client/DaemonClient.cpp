@@ -133,6 +133,8 @@ void DaemonClient::takeLines(const ConnectionPtr& connection)
             answered(std::move(*answer));
         } else if (const auto* envelope = std::get_if<Dictionary>(&message); envelope && events_.envelope) {
             events_.envelope(*envelope);
+        } else if (const auto* changes = std::get_if<Notification>(&message); changes && events_.changed) {
+            events_.changed(*changes);
         }
     }
     if (connection->lines.overflowed()) {

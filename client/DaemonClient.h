@@ -30,6 +30,7 @@ public:
         std::function<void()> connected;                          ///< after every successful connect
         std::function<void(const Error&)> disconnected;           ///< an open connection ended
         std::function<void(const Dictionary& envelope)> envelope; ///< a pushed result
+        std::function<void(const Notification&)> changed = {};    ///< something that is watched
     };
 
     DaemonClient(EventLoop& loop, std::string socketPath);
@@ -48,6 +49,9 @@ public:
     /// Sends a call; an array of parameters in order. Fails at once, by its reply, when not connected.
     void call(const std::string& method, const Value& parameters, Reply reply);
 
+    bool isConnected() const { return connected_; }
+    /// Not while connected.
+    void setSocketPath(std::string path) { socketPath_ = std::move(path); }
     const std::string& socketPath() const { return socketPath_; }
 
 private:

@@ -48,6 +48,11 @@ Incoming parseMessage(std::string_view line)
         return std::move(parameters->front());
     }
     const std::optional<std::int64_t> id = integer(*message, "id");
+    if (auto method = text(*message, "method"); method && !id) {
+        const auto parameters = message->find("params");
+        const bool hasChanges = parameters != message->end() && parameters->is_object();
+        return hasChanges ? Incoming(Notification{std::move(*method), std::move(*parameters)}) : Incoming();
+    }
     if (const Value* error = find(*message, "error"); error && !error->is_null()) {
         return Answer{id, failure(*error)};
     }

@@ -18,8 +18,14 @@ struct Answer {
     Result<Value> result = Value();
 };
 
-/// One message from the daemon: nothing usable, an answer, or a pushed envelope.
-using Incoming = std::variant<std::monostate, Answer, Dictionary>;
+/// What the daemon tells those who watch something: the method that they asked for it, and what changed.
+struct Notification {
+    std::string method;
+    Dictionary changes;
+};
+
+/// One message from the daemon: nothing usable, an answer, a pushed envelope, or changes of what is watched.
+using Incoming = std::variant<std::monostate, Answer, Dictionary, Notification>;
 
 /// Reads one line from the daemon, which is trusted no more than any other peer.
 Incoming parseMessage(std::string_view line);

@@ -6,6 +6,8 @@
 #include "client/check/CheckReport.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Help.h"
+#include "client/commands/ScreenCommand.h"
+#include "client/screen/Terminal.h"
 #include "wire/Version.h"
 
 #include <CLI/CLI.hpp>
@@ -257,9 +259,9 @@ std::variant<CommandLine, int> parseCommandLine(int count, const char* const* ar
     arrangeHelp(app);
     addGlobals(app, line);
     Grammar grammar(app, line.command);
-    for (const auto add : {addTop, addProcesses, addQuestions, addUptime, addSensors, addHistory, addBattery, addDisks,
-             addNetwork, addBandwidth, addApplications, addAt, addWhy, addCall, addWatch, addMetrics, addCheck, addBar,
-             addReport, addComplete}) {
+    for (const auto add : {addScreen, addTop, addProcesses, addQuestions, addUptime, addSensors, addHistory, addBattery,
+             addDisks, addNetwork, addBandwidth, addApplications, addAt, addWhy, addCall, addWatch, addMetrics,
+             addCheck, addBar, addReport, addComplete}) {
         add(grammar);
     }
     std::vector<std::string> topics;
@@ -273,7 +275,10 @@ std::variant<CommandLine, int> parseCommandLine(int count, const char* const* ar
         return printHelp(app, topics);
     }
     if (!line.command) { // none was typed
-        return printHelp(app, {});
+        if (!outputIsTerminal() || !inputIsTerminal()) {
+            return printHelp(app, {});
+        }
+        line.command = [help = helpOf(app)](Session& session) { return openScreen(session, help); };
     }
     return line;
 }

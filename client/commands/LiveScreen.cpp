@@ -10,7 +10,7 @@ namespace meridal {
 
 std::unique_ptr<LiveScreen> LiveScreen::open(Session& session, Task paint, std::function<void(char key)> press)
 {
-    auto screen = session.medium().isTerminal ? Screen::open(session.medium().isColoured) : nullptr;
+    auto screen = session.medium().isTerminal ? Screen::open({.isColoured = session.medium().isColoured}) : nullptr;
     if (!screen) {
         return nullptr;
     }
@@ -42,10 +42,10 @@ void LiveScreen::readKeys()
     bool gotKey = false;
     while (const auto key = screen_->readKey()) {
         gotKey = true;
-        if (*key == 'q') {
+        if (key->is('q')) {
             session_.finish(exitStatus::success);
-        } else if (press_) {
-            press_(*key);
+        } else if (press_ && key->kind == Key::Kind::Character && key->character < 0x80) {
+            press_(static_cast<char>(key->character));
         }
     }
     // An input that is at its end stays readable for ever; a key's escape sequence may come in pieces.

@@ -54,7 +54,7 @@ int runNetwork(Session& session, const NetworkOptions& options)
         RepeatedView view(session,
             {.ask = [&](auto use) { askInterfaces(session, std::move(use)); },
                 .list = "interfaces",
-                .lines = networkLines,
+                .lines = [](const Value& answer, int room) { return networkLines(answer, room); },
                 .json = options.form.json,
                 .refreshes = options.refreshes});
         return session.runUntilInterrupted([&view] { view.start(); });

@@ -23,8 +23,4 @@ struct SamplesQuestion {
 /// ends the session.
 void askSamples(Session& session, const SamplesQuestion& question, std::function<void(Value answer)> use);
 
-/// The daemon's finest resolution that reaches back to a moment and does not tell more of the stretch than a plot can
-/// show. The long-term one reaches back for ever, and may be finer than others of the same reach.
-std::string resolutionFor(double from, double until, double now);
-
 } // namespace meridal

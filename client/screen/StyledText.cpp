@@ -22,6 +22,8 @@ std::string_view sequence(Style style)
         return "\x1B[1;31m";
     case Style::Warning:
         return "\x1B[1;33m";
+    case Style::Chosen:
+        return "\x1B[1;7m";
     case Style::Plain:
         break;
     }

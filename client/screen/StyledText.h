@@ -7,7 +7,7 @@
 namespace meridal {
 
 /// What a piece of text is, not how it looks: that is up to the medium.
-enum class Style { Plain, Title, Heading, Faint, Medium, High, Warning };
+enum class Style { Plain, Title, Heading, Faint, Medium, High, Warning, Chosen };
 
 /// Printable text of one style.
 struct Span {

@@ -15,6 +15,8 @@ bool outputIsTerminal()
     return ::isatty(STDOUT_FILENO) != 0 && kind && *kind != '\0' && std::string_view(kind) != "dumb";
 }
 
+bool inputIsTerminal() { return ::isatty(STDIN_FILENO) != 0; }
+
 std::optional<int> terminalColumns()
 {
     winsize size{};

@@ -7,6 +7,8 @@ namespace meridal {
 
 /// Whether standard output is a terminal that can place text and colour it.
 bool outputIsTerminal();
+/// Whether standard input is a terminal.
+bool inputIsTerminal();
 
 /// How wide standard output is; nothing when it is no terminal.
 std::optional<int> terminalColumns();

@@ -169,6 +169,37 @@ Line cutLine(Line line, int columns)
     return line;
 }
 
+Lines foldedLines(const Lines& lines, int columns)
+{
+    Lines folded;
+    for (const Line& line : lines) {
+        const bool isSubject =
+            line.size() == 2 && line.front().style == Style::Title && displayWidth(line.front().text) == subjectColumns;
+        if (columns <= 0 || widthOf(line) <= columns) {
+            folded.push_back(line);
+        } else if (isSubject || line.size() == 1) {
+            const std::string& words = line.back().text;
+            const std::size_t blanks = std::min(words.find_first_not_of(' '), words.size());
+            const int indent = isSubject ? subjectColumns : static_cast<int>(blanks);
+            Lines wrapped = wrappedLines(
+                line.back().style, std::string_view(words).substr(isSubject ? 0 : blanks), indent, columns);
+            wrapped.front().front() = isSubject ? line.front() : wrapped.front().front();
+            appendLines(folded, wrapped);
+        } else {
+            Line words; // a word may be of several styles, but no line of these has such
+            for (const Span& span : line) {
+                if (!words.empty() && widthOf(words) + displayWidth(span.text) > columns) {
+                    folded.push_back(std::exchange(words, {}));
+                }
+                const bool goesOn = words.empty() && span.text.starts_with(", ");
+                words.push_back({span.style, goesOn ? span.text.substr(2) : span.text});
+            }
+            folded.push_back(std::move(words));
+        }
+    }
+    return folded;
+}
+
 Lines wrappedLines(Style style, std::string_view words, int indent, int columns)
 {
     const std::string margin(static_cast<std::size_t>(indent), ' ');

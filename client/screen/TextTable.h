@@ -67,6 +67,9 @@ Line subjectLine(std::string_view label, Line words);
 /// A line cut to so many columns; 0 leaves it whole.
 Line cutLine(Line line, int columns);
 
+/// Lines that are wider than so many columns go on below: those of subjectLine() behind their label, others where a word ends.
+Lines foldedLines(const Lines& lines, int columns);
+
 /// Words on as many lines as they need behind an indentation; 0 columns: on one.
 Lines wrappedLines(Style style, std::string_view words, int indent, int columns);
 

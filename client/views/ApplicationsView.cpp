@@ -141,31 +141,6 @@ const char* titleOf(ApplicationFigure figure)
     return "";
 }
 
-/// Names as nobody else in the list has them: with the user, or with what it is known by.
-std::vector<std::string> labelsOf(const Value& groups)
-{
-    std::map<std::string, std::set<std::string>> identities; // by name
-    std::map<std::string, int> uses;
-    for (const Value& group : groups) {
-        const std::string name = text(group, "name").value_or("");
-        identities[name].insert(text(group, "group").value_or(""));
-        ++uses[name];
-    }
-    std::vector<std::string> labels;
-    for (const Value& group : groups) {
-        const std::string name = text(group, "name").value_or("");
-        const std::string identity = text(group, "group").value_or("?");
-        const auto user = integer(group, "user");
-        std::string label = name.empty() ? identity : name;
-        if (isApplication(group) && !name.empty() && uses[name] > 1) {
-            const bool isOfUsers = identities[name].size() == 1;
-            label += isOfUsers ? user ? " (user " + std::to_string(*user) + ")" : "" : " (" + identity + ")";
-        }
-        labels.push_back(printable(label));
-    }
-    return labels;
-}
-
 /// Lines of a plot: a name, and a period's figure.
 using CourseFigures = std::vector<std::pair<std::string, std::optional<double> (*)(const Value& period)>>;
 
@@ -263,6 +238,30 @@ std::string applicationFigureTitle(ApplicationFigure figure)
     return {};
 }
 
+std::vector<std::string> applicationLabels(const Value& groups)
+{
+    std::map<std::string, std::set<std::string>> identities; // by name
+    std::map<std::string, int> uses;
+    for (const Value& group : groups) {
+        const std::string name = text(group, "name").value_or("");
+        identities[name].insert(text(group, "group").value_or(""));
+        ++uses[name];
+    }
+    std::vector<std::string> labels;
+    for (const Value& group : groups) {
+        const std::string name = text(group, "name").value_or("");
+        const std::string identity = text(group, "group").value_or("?");
+        const auto user = integer(group, "user");
+        std::string label = name.empty() ? identity : name;
+        if (isApplication(group) && !name.empty() && uses[name] > 1) {
+            const bool isOfUsers = identities[name].size() == 1;
+            label += isOfUsers ? user ? " (user " + std::to_string(*user) + ")" : "" : " (" + identity + ")";
+        }
+        labels.push_back(printable(label));
+    }
+    return labels;
+}
+
 Value foldedApplications(const Value& groups, std::size_t most)
 {
     Value shown = Value::array();
@@ -311,7 +310,7 @@ Lines applicationLines(const Value& groups, ApplicationFigure figure, int room)
         }
     }
     TextTable table(columns, room);
-    const auto labels = labelsOf(groups);
+    const auto labels = applicationLabels(groups);
     for (std::size_t place = 0; place < groups.size(); ++place) {
         const Value& group = groups[place];
         const Style style = isApplication(group) ? Style::Plain : Style::Faint;
@@ -340,7 +339,7 @@ SvgBars applicationPicture(const Value& groups, ApplicationFigure figure, std::s
     if (ways) {
         chart.parts = {ways->first.name, ways->second.name};
     }
-    const auto labels = labelsOf(groups);
+    const auto labels = applicationLabels(groups);
     for (std::size_t place = 0; place < groups.size(); ++place) {
         const Value& group = groups[place];
         SvgBar bar{.label = labels[place], .parts = {}, .words = wordsOf(group, figure, isJoules)};

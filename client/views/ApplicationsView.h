@@ -22,6 +22,9 @@ ApplicationFigure applicationFigureNamed(std::string_view name);
 /// What the figure is called in a heading: "CPU time".
 std::string applicationFigureTitle(ApplicationFigure figure);
 
+/// Names as nobody else in the list has them: with the user, or with what it is known by. Printable.
+std::vector<std::string> applicationLabels(const Value& groups);
+
 /// The groups of groups.history with at most so many applications; the others are added to "other". What cannot be added,
 /// memory and peaks, is left out there. 0 leaves them as they are.
 Value foldedApplications(const Value& groups, std::size_t most);

@@ -366,4 +366,18 @@ Lines atLines(const Value& answer, double now, int room)
     return lines;
 }
 
+Lines batteryLinesAt(const Value& answer)
+{
+    Lines lines;
+    Page page(lines);
+    addBattery(answer, page);
+    const Value& others = entryOf(answer, "others");
+    for (const Value& each : others.is_array() ? others : Value::array()) {
+        if (text(each, "series").value_or("").starts_with("battery/")) {
+            page.add("then", words(each, "name") + " " + formatReading(entryOf(each, "value"), words(each, "unit")));
+        }
+    }
+    return lines.empty() ? Lines{{{Style::Plain, "no battery was recorded at that moment"}}} : lines;
+}
+
 } // namespace meridal

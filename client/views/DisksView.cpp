@@ -158,13 +158,13 @@ Lines attributeLines(const Value& disk, int room)
 }
 
 /// Counters of an NVMe disk, which has no attributes.
-Lines logLines(const Value& disk)
+Lines logLines(const Value& disk, int room)
 {
     const Value* log = find(disk, "log");
     if (!log) {
         return {};
     }
-    TextTable table({{"", 34}, {}});
+    TextTable table({{.title = "", .width = 33, .gap = 1, .least = 19}, {}}, room);
     const auto add = [&](const std::string& label, const std::string& words) { table.add({"  " + label, words}); };
     const auto bytes = [&](std::string_view key) {
         const auto value = number(*log, key);
@@ -194,20 +194,45 @@ Lines diskLines(const Value& disks, bool attributes, int room)
     if (!disks.is_array() || disks.empty()) {
         return {{{Style::Plain, "no disk with health data (SMART or NVMe) on this machine"}}};
     }
-    TextTable table(
-        {{"DISK", 10}, {.title = "MODEL", .width = 29, .gap = 1, .least = 10},
-            {.title = "SERIAL", .width = 20, .gap = 1, .leaves = 1}, {"KIND", 6, Align::Left, 1},
-            {"TEMP", 6, Align::Right, 1}, {.title = "WEAR", .width = 6, .align = Align::Right, .gap = 1, .leaves = 3},
-            {.title = "POWERED ON", .width = 12, .align = Align::Right, .gap = 2, .leaves = 2}, {"HEALTH"}},
+    TextTable table({{"DISK", 10}, {.title = "MODEL", .width = 29, .gap = 1, .least = 10},
+                        {.title = "SERIAL", .width = 20, .gap = 1, .leaves = 1},
+                        {.title = "KIND", .width = 6, .gap = 1, .leaves = 4}, {"TEMP", 6, Align::Right, 1},
+                        {.title = "WEAR", .width = 6, .align = Align::Right, .gap = 1, .leaves = 3},
+                        {.title = "POWERED ON", .width = 12, .align = Align::Right, .gap = 2, .leaves = 2}, {"HEALTH"}},
         room);
     for (const Value& disk : disks) {
         addDisk(table, disk, room);
         if (attributes) {
             addLines(table, attributeLines(disk, room));
-            addLines(table, logLines(disk));
+            addLines(table, logLines(disk, room));
         }
     }
     return table.lines();
+}
+
+Lines diskActivityLines(const Value& disks, int room)
+{
+    TextTable table({{.title = "DISK", .width = 12, .gap = 1, .least = 8}, {"READS", 11, Align::Right, 1},
+                        {"WRITES", 11, Align::Right, 1}, {.title = "BUSY", .width = 6, .align = Align::Right, .gap = 1},
+                        {.title = "READ TAKES", .width = 11, .align = Align::Right, .gap = 1, .leaves = 2},
+                        {.title = "WRITE TAKES", .width = 11, .align = Align::Right, .gap = 1, .leaves = 3},
+                        {.title = "QUEUE", .width = 6, .align = Align::Right, .leaves = 1}},
+        room);
+    for (const Value& disk : disks.is_array() ? disks : Value::array()) {
+        const auto words = [&disk](std::string_view key, auto format) {
+            const auto value = number(disk, key);
+            return value ? std::string(format(*value)) : std::string("-");
+        };
+        const auto milliseconds = [](double value) { return fmt::format("{:.1f} ms", value); };
+        const auto busy = number(disk, "busy");
+        constexpr double atItsLimits = 90; // %
+        table.add({printable(text(disk, "name").value_or(text(disk, "disk").value_or("?"))),
+            words("readbytes", formatByteRate), words("writtenbytes", formatByteRate),
+            {busy.value_or(0) >= atItsLimits ? Style::Medium : Style::Plain, figure(disk, "busy", " %")},
+            words("readtime", milliseconds), words("writetime", milliseconds),
+            words("queue", [](double value) { return fmt::format("{:.1f}", value); })});
+    }
+    return disks.is_array() && !disks.empty() ? table.lines() : Lines();
 }
 
 } // namespace meridal

@@ -10,4 +10,8 @@ namespace meridal {
 /// `room` is the width that there is, 0 for any.
 Lines diskLines(const Value& disks, bool attributes, int room = 0);
 
+/// What disks do ("disks" of machine.state or moments.at): a line each with rates, how long requests take and how busy it is.
+/// None where nothing is told. `room` as above.
+Lines diskActivityLines(const Value& disks, int room = 0);
+
 } // namespace meridal

@@ -4,6 +4,7 @@
 #include "client/screen/WallClock.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <optional>
 #include <utility>
@@ -62,6 +63,21 @@ struct CsvColumn {
     const char* entry = "";
     std::size_t figure = 0;
 };
+
+struct KeptResolution {
+    std::string_view name;
+    double span = 0; ///< s that it reaches back
+    double interval() const { return span / 600; }
+};
+constexpr std::array<KeptResolution, 7> keptResolutions = {{
+    {"hour", 3600},
+    {"day", day},
+    {"week", 7 * day},
+    {"month", 30 * day},
+    {"threemonth", 90 * day},
+    {"sixmonth", 180 * day},
+    {"year", 365 * day},
+}};
 
 std::string csvTime(double time) { return formatTime(time, "%Y-%m-%dT%H:%M:%SZ", TimeZone::Utc); }
 
@@ -136,6 +152,18 @@ double longTermInterval(double age)
 {
     constexpr double hour = 3600;
     return age <= 93 * day ? hour / 12 : age <= 2 * 365.25 * day ? hour : 6 * hour;
+}
+
+std::string resolutionFor(double from, double until, double now)
+{
+    constexpr double slack = 60; // s: "-1h" was typed a moment ago
+    constexpr double mostSamplesDrawn = 3000;
+    const auto kept = std::find_if(keptResolutions.begin(), keptResolutions.end(),
+        [&](const KeptResolution& each) { return now - from <= each.span + slack; });
+    const double interval = longTermInterval(now - from);
+    const bool isFiner =
+        kept == keptResolutions.end() || (interval < kept->interval() && (until - from) / interval <= mostSamplesDrawn);
+    return std::string(isFiner ? "longterm" : kept->name);
 }
 
 std::string historyCsv(std::span<const HistoryCurve> curves)

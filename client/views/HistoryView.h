@@ -33,6 +33,10 @@ std::vector<Plot> historyPlots(
 /// s that a sample of the long-term resolution stands for at some age.
 double longTermInterval(double age);
 
+/// The daemon's finest resolution that reaches back to a moment and does not tell more of the stretch than a plot can
+/// show. The long-term one reaches back for ever, and may be finer than others of the same reach.
+std::string resolutionFor(double from, double until, double now);
+
 /// The samples as comma-separated values: a heading, then a row a moment in UTC. Gaps have no rows. Minima and maxima follow
 /// their figures where the daemon told them.
 std::string historyCsv(std::span<const HistoryCurve> curves);

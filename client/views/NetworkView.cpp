@@ -17,7 +17,9 @@ namespace meridal {
 namespace {
 
 constexpr int nameColumns = 14;
+constexpr int rateCourseColumns = 12;
 constexpr int narrowestWithTotals = 92; // below that the account of all bytes gives way
+constexpr int narrowestWithLink = 56;   // below that only the rates stay beside the names
 
 std::string wordOf(const Value& interface, std::string_view key)
 {
@@ -97,14 +99,53 @@ std::vector<std::string> detailsOf(const Value& interface, const Value* primary)
     return details;
 }
 
-/// The words, as many a line as fit behind the column of names; all on one where there is any room.
-std::vector<std::string> wrapped(const std::vector<std::string>& words, int room)
+/// What there is room for.
+struct NetworkLayout {
+    NetworkLayout(int columns, const RecentCourses* recent)
+        : room(columns)
+        , courses(recent)
+        , hasLink(room == 0 || room >= narrowestWithLink)
+        , hasTotals(room == 0 || room >= narrowestWithTotals + (courses ? rateCourseColumns + 2 : 0))
+    {
+    }
+
+    std::vector<TableColumn> columns() const
+    {
+        std::vector<TableColumn> columns = {{.title = "INTERFACE", .width = nameColumns, .gap = 0}};
+        if (hasLink) {
+            columns.push_back({.title = "HARDWARE", .width = 10, .gap = 1, .least = 4});
+            columns.push_back({"LINK", 7});
+        }
+        columns.push_back({"DOWNLOAD", 12, Align::Right});
+        columns.push_back({"UPLOAD", 12, Align::Right, hasTotals && !courses ? 0 : 2});
+        if (courses) {
+            columns.push_back(
+                {.title = courses->title(), .width = rateCourseColumns, .gap = hasTotals ? 0 : 2, .leaves = 1});
+        }
+        if (hasTotals) {
+            columns.push_back({"RECEIVED", 11, Align::Right});
+            columns.push_back({"SENT", 11, Align::Right, 2});
+        }
+        if (hasLink) {
+            columns.push_back({"TROUBLE"});
+        }
+        return columns;
+    }
+
+    int room;
+    const RecentCourses* courses;
+    bool hasLink;
+    bool hasTotals;
+};
+
+/// The words, as many a line as fit behind an indentation; all on one where there is any room.
+std::vector<std::string> wrapped(const std::vector<std::string>& words, int indent, int room)
 {
     constexpr std::string_view between = "  ";
     std::vector<std::string> lines;
     for (const std::string& word : words) {
         const int width = lines.empty() ? 0 : displayWidth(lines.back()) + displayWidth(word) + 2;
-        if (lines.empty() || (room > 0 && width + nameColumns > room)) {
+        if (lines.empty() || (room > 0 && width + indent > room)) {
             lines.push_back(word);
         } else {
             (lines.back() += between) += word;
@@ -113,43 +154,55 @@ std::vector<std::string> wrapped(const std::vector<std::string>& words, int room
     return lines;
 }
 
-void addInterface(TextTable& table, const Value& interface, const Value* primary, bool hasTotals, int room)
+void addInterface(TextTable& table, const Value& interface, const Value* primary, const NetworkLayout& layout)
 {
     const Style style = isUp(interface) ? Style::Plain : Style::Faint;
-    std::vector<TableCell> cells = {{isPrimary(interface) ? Style::Title : style, wordOf(interface, "interface")},
-        {style, wordOf(interface, "hardware")}, {style, wordOf(interface, "link")},
-        {style, rateOf(interface, "downloadRate")}, {style, rateOf(interface, "uploadRate")}};
-    if (hasTotals) {
+    const std::string trouble = troubleOf(interface);
+    std::vector<TableCell> cells = {{isPrimary(interface) ? Style::Title : style, wordOf(interface, "interface")}};
+    if (layout.hasLink) {
+        cells.emplace_back(style, wordOf(interface, "hardware"));
+        cells.emplace_back(style, wordOf(interface, "link"));
+    }
+    cells.emplace_back(style, rateOf(interface, "downloadRate"));
+    cells.emplace_back(style, rateOf(interface, "uploadRate"));
+    if (layout.courses) {
+        const std::string name = text(interface, "interface").value_or("");
+        cells.emplace_back(Style::Faint, layout.courses->spark(name, rateCourseColumns));
+    }
+    if (layout.hasTotals) {
         cells.emplace_back(style, bytesOf(interface, "received"));
         cells.emplace_back(style, bytesOf(interface, "sent"));
     }
-    cells.emplace_back(Style::Warning, troubleOf(interface));
+    if (layout.hasLink) {
+        cells.emplace_back(Style::Warning, trouble);
+    }
     table.add(std::move(cells));
-    for (const std::string& line : wrapped(detailsOf(interface, primary), room)) {
-        table.addLine({{Style::Faint, std::string(nameColumns, ' ') + line}});
+    const int indent = layout.hasLink ? nameColumns : 2;
+    const std::string margin(static_cast<std::size_t>(indent), ' ');
+    if (!layout.hasLink && !trouble.empty()) {
+        table.addLine({{Style::Warning, margin + trouble}});
+    }
+    std::vector<std::string> details = detailsOf(interface, primary);
+    if (!layout.hasLink && !isUp(interface)) {
+        details.insert(details.begin(), "down");
+    }
+    for (const std::string& line : wrapped(details, indent, layout.room)) {
+        table.addLine({{Style::Faint, margin + line}});
     }
 }
 
 } // namespace
 
-Lines networkLines(const Value& answer, int room)
+Lines networkLines(const Value& answer, int room, const RecentCourses* courses)
 {
     const Value* interfaces = find(answer, "interfaces");
     if (!interfaces || !interfaces->is_array() || interfaces->empty()) {
         return {{{Style::Plain, "no network interfaces on this machine"}}};
     }
-    const bool hasTotals = room == 0 || room >= narrowestWithTotals;
-    std::vector<TableColumn> columns = {{.title = "INTERFACE", .width = nameColumns, .gap = 0},
-        {.title = "HARDWARE", .width = 10, .gap = 1, .least = 4}, {"LINK", 7}, {"DOWNLOAD", 12, Align::Right},
-        {"UPLOAD", 12, Align::Right, hasTotals ? 0 : 2}};
-    if (hasTotals) {
-        columns.push_back({"RECEIVED", 11, Align::Right});
-        columns.push_back({"SENT", 11, Align::Right, 2});
-    }
-    columns.push_back({"TROUBLE"});
-    TextTable table(std::move(columns), room);
+    const NetworkLayout layout(room, courses);
+    TextTable table(layout.columns(), room);
     for (const Value* interface : inOrder(*interfaces)) {
-        addInterface(table, *interface, find(answer, "primary"), hasTotals, room);
+        addInterface(table, *interface, find(answer, "primary"), layout);
     }
     return table.lines();
 }

@@ -117,8 +117,24 @@ int columnsFor(const Value& sensors, Words wordsOf)
     return width;
 }
 
-/// By chip. What matters least goes first where there is little room: where the value stands, then what has been seen.
-Lines tableOf(const Value& sensors, const char* name, const char* value, int room)
+/// Where a value stands, or how it came there.
+TableColumn placeColumn(const RecentCourses* courses)
+{
+    return {.title = courses ? courses->title() : "RANGE", .width = rangeColumns, .gap = 2, .leaves = courses ? 2 : 1};
+}
+
+std::string placeWords(const Value& sensor, const RecentCourses* courses)
+{
+    if (courses) {
+        return courses->spark(text(sensor, "key").value_or(""), rangeColumns);
+    }
+    const auto place = placeInRange(sensor);
+    return place ? bar(*place) : "";
+}
+
+/// By chip. What matters least goes first where there is little room: where the value stands, then what has been seen; how
+/// it went stays longer than the lowest value.
+Lines tableOf(const Value& sensors, const char* name, const char* value, int room, const RecentCourses* courses)
 {
     const int alarms = columnsFor(sensors, alarmWord);
     const int limits = columnsFor(sensors, limitWords);
@@ -127,11 +143,11 @@ Lines tableOf(const Value& sensors, const char* name, const char* value, int roo
     if (alarms > 0) {
         columns.push_back({"STATE", std::max(alarms, 5), Align::Left, 2});
     }
-    columns.push_back({.title = "RANGE", .width = rangeColumns, .gap = 2, .leaves = 1});
+    columns.push_back(placeColumn(courses));
     if (limits > 0) {
         columns.push_back({.title = "LIMITS", .width = std::max(limits, 6), .gap = 1, .leaves = 4});
     }
-    columns.push_back({.title = "LOWEST", .width = 10, .align = Align::Right, .gap = 1, .leaves = 2});
+    columns.push_back({.title = "LOWEST", .width = 10, .align = Align::Right, .gap = 1, .leaves = courses ? 1 : 2});
     columns.push_back({.title = "HIGHEST", .width = 10, .align = Align::Right, .leaves = 3});
     TextTable table(std::move(columns), room);
     std::string chip;
@@ -140,13 +156,12 @@ Lines tableOf(const Value& sensors, const char* name, const char* value, int roo
             chip = std::move(its);
             table.addLine({{Style::Title, chip}});
         }
-        const auto place = placeInRange(sensor);
         std::vector<TableCell> cells = {
             (chip.empty() ? "" : "  ") + word(sensor, "name"), {styleOf(sensor), valueWords(sensor)}};
         if (alarms > 0) {
             cells.emplace_back(Style::High, alarmWord(sensor));
         }
-        cells.emplace_back(Style::Faint, place ? bar(*place) : "");
+        cells.emplace_back(Style::Faint, placeWords(sensor, courses));
         if (limits > 0) {
             cells.emplace_back(Style::Faint, limitWords(sensor));
         }
@@ -168,7 +183,10 @@ Value chosen(const Value& sensors, bool fans)
     return list;
 }
 
-Lines fanTable(const Value& fans, int room) { return tableOf(fans, "FAN", "SPEED", room); }
+Lines fanTable(const Value& fans, int room, const RecentCourses* courses = nullptr)
+{
+    return tableOf(fans, "FAN", "SPEED", room, courses);
+}
 
 } // namespace
 
@@ -187,18 +205,18 @@ std::string formatReading(const Value& figure, const std::string& unit)
     return unit.empty() ? digits : unit == "1/s" ? digits + "/s" : digits + " " + unit;
 }
 
-Lines sensorLines(const Value& sensors, int room)
+Lines sensorLines(const Value& sensors, int room, const RecentCourses* courses)
 {
     if (!sensors.is_array() || sensors.empty()) {
         return {{{Style::Plain, "no sensors on this machine"}}};
     }
     const Value fans = chosen(sensors, true);
     const Value others = chosen(sensors, false);
-    Lines lines = others.empty() ? Lines() : tableOf(others, "SENSOR", "VALUE", room);
+    Lines lines = others.empty() ? Lines() : tableOf(others, "SENSOR", "VALUE", room, courses);
     if (!others.empty() && !fans.empty()) {
         lines.emplace_back();
     }
-    appendLines(lines, fans.empty() ? Lines() : fanTable(fans, room));
+    appendLines(lines, fans.empty() ? Lines() : fanTable(fans, room, courses));
     return lines;
 }
 

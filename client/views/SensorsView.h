@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/Value.h"
+#include "client/plot/RecentCourses.h"
 #include "client/screen/StyledText.h"
 
 #include <string>
@@ -12,8 +13,9 @@ namespace meridal {
 std::string formatReading(const Value& figure, const std::string& unit);
 
 /// The daemon's list of sensors for people: by chip, each with value, what is wrong with it, a bar of its range, limits,
-/// lowest and highest ever seen; then the fans in a table of their own. One line when there are none. `room` is the width that there is, 0 for any.
-Lines sensorLines(const Value& sensors, int room = 0);
+/// lowest and highest ever seen; then the fans in a table of their own. One line when there are none. `room` is the width that
+/// there is, 0 for any. With courses, by the sensors' keys, those take the place of the range.
+Lines sensorLines(const Value& sensors, int room = 0, const RecentCourses* courses = nullptr);
 
 /// The fans among them.
 Lines fanLines(const Value& sensors, int room = 0);

@@ -20,11 +20,7 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-<<<<<<< HEAD
-            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|report|help) command=$word; break ;;
-=======
-            top|processes|process|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|help) command=$word; break ;;
->>>>>>> x17-table
+            top|processes|process|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|report|help) command=$word; break ;;
         esac
     done
     case $previous in
@@ -45,11 +41,7 @@ _meridalctl() {
     esac
     local words="--help --socket --color --timeout"
     case $command in
-<<<<<<< HEAD
-        "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report help" ;;
-=======
-        "") words+=" --version top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar help" ;;
->>>>>>> x17-table
+        "") words+=" --version top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report help" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes) words+=" --sort --reversed --filter --regex --user --columns --limit --grouped --json --csv" ;;
         process) words+=" --watch --refreshes --json" ;;
@@ -68,12 +60,8 @@ _meridalctl() {
         why) words+=" hot loud slow draining busy-disk busy-network memory --at --json" ;;
         metrics) words+=" --openmetrics --output --all --groups --no-wifi-names --backfill --from --until" ;;
         ping) words+=" --count" ;;
-<<<<<<< HEAD
-        help) words+=" top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report" ;;
+        help) words+=" top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report" ;;
         report) words+=" --range --from --until --html" ;;
-=======
-        help) words+=" top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar" ;;
->>>>>>> x17-table
         bar) words+=" --format --interval --refreshes" ;;
         watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;
     esac

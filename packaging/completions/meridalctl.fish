@@ -116,11 +116,7 @@ complete -c meridalctl -n "__meridalctl_is history apps bandwidth battery" -l sv
 complete -c meridalctl -n "__meridalctl_is bandwidth" -l by -x -a "hour day month interface network station" -d "What a row stands for"
 complete -c meridalctl -n "__meridalctl_is bandwidth" -l interface -x -a "(__meridalctl_offer interfaces)" -d "Of this interface only"
 complete -c meridalctl -n "__meridalctl_is bandwidth" -l all -d "Also of interfaces that are no hardware"
-<<<<<<< HEAD
-complete -c meridalctl -n "__meridalctl_is help" -a "top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report"
-=======
-complete -c meridalctl -n "__meridalctl_is help" -a "top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar"
->>>>>>> x17-table
+complete -c meridalctl -n "__meridalctl_is help" -a "top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report"
 complete -c meridalctl -n "__meridalctl_is at" -a "now yesterday"
 complete -c meridalctl -n "__meridalctl_is why" -a "hot loud slow draining busy-disk busy-network memory"
 complete -c meridalctl -n "__meridalctl_is why" -l at -x -d "At that moment"

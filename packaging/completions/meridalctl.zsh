@@ -190,11 +190,7 @@ _meridalctl() {
                         '--refreshes=[stop after so many lines]:number' '1:template' && ret=0
                     ;;
                 help)
-<<<<<<< HEAD
-                    _arguments $globals '1:command:(top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report)' && ret=0
-=======
-                    _arguments $globals '1:command:(top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar)' && ret=0
->>>>>>> x17-table
+                    _arguments $globals '1:command:(top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report)' && ret=0
                     ;;
                 *)
                     _arguments $globals '*:parameter' && ret=0

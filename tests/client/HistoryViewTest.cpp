@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/views/HistoryView.h"
 
-#include "client/commands/Samples.h"
 #include "client/commands/SeriesMatch.h"
 #include "client/commands/TimeStretch.h"
 #include "client/screen/WallClock.h"

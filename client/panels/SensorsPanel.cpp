@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "client/panels/PagedList.h"
+#include "client/panels/Panels.h"
+#include "client/panels/PastMoment.h"
+#include "client/views/HistoryView.h"
+#include "client/views/SensorsView.h"
+#include "wire/Methods.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace meridal {
+
+namespace {
+
+constexpr double sensorInterval = 2;          // s, as the daemon reads them
+constexpr double sensorCourse = 600;          // s
+constexpr int samplesOfCourse = 100;          // of 6 s
+constexpr std::size_t mostSensorCourses = 64; // asked for at once
+constexpr std::string_view sensorSeries = "sensors/";
+
+/// What the chips measure: values, limits, alarms, and how it went over the last minutes.
+class SensorsPanel final : public Panel {
+public:
+    std::string_view name() const override { return "sensors"; }
+    std::string_view title() const override { return "Sensors"; }
+
+    std::vector<PanelQuestion> questions(const PanelView& view) const override
+    {
+        std::vector<PanelQuestion> questions;
+        sensors_.addQuestions(questions);
+        past_.addQuestion(questions, view);
+        const Value sensors = view.moment ? Value::array() : sensors_.rows();
+        for (std::size_t place = 0; place < std::min(sensors.size(), mostSensorCourses); ++place) {
+            const std::string series = std::string(sensorSeries) + text(sensors[place], "key").value_or("");
+            questions.push_back({.name = series,
+                .method = method::historySamples,
+                .parameters = {{"series", series}, {"limit", samplesOfCourse}}});
+        }
+        return questions;
+    }
+
+    void take(const PanelAnswer& answer) override
+    {
+        if (past_.take(answer)) {
+            return;
+        }
+        if (sensors_.take(answer)) {
+            const Value* list = answer.result ? find(*answer.result, "sensors") : nullptr;
+            for (const Value& sensor : list && list->is_array() ? *list : Value::array()) {
+                if (const auto value = number(sensor, "value")) {
+                    courses_.add(text(sensor, "key").value_or(""), answer.time, *value);
+                }
+            }
+        } else if (answer.name.starts_with(sensorSeries)
+            && answer.result) { // what is not recorded has no course before now
+            courses_.fill(
+                std::string(answer.name.substr(sensorSeries.size())), historyPoints(*answer.result, 0, answer.time));
+        }
+    }
+
+    Lines lines(const PanelView& view) override
+    {
+        const std::string& complaint = view.moment ? past_.complaint() : sensors_.complaint();
+        if (!complaint.empty()) {
+            return {{{Style::Warning, complaint}}};
+        }
+        if (view.moment) {
+            const Value* then = past_.of(view);
+            return then ? linesOf(*then, view.columns) : Lines{};
+        }
+        return sensors_.isKnown() ? sensorLines(sensors_.rows(), view.columns, &courses_) : Lines{};
+    }
+
+    bool showsPast() const override { return true; }
+
+private:
+    /// The readings of then, with the limits of today.
+    Lines linesOf(const Value& then, int columns) const
+    {
+        Value readings = Value::array();
+        for (const auto& [list, kind] : std::array<std::pair<const char*, const char*>, 3>{
+                 {{"temperatures", "temperature"}, {"fans", "fan"}, {"power", "power"}}}) {
+            const Value* entries = find(then, list);
+            for (const Value& entry : entries && entries->is_array() ? *entries : Value::array()) {
+                readings.push_back(readingOf(entry, kind));
+            }
+        }
+        if (readings.empty()) {
+            return {{{Style::Plain, "no sensor was recorded at that moment"}}};
+        }
+        std::stable_sort(readings.begin(), readings.end(), [](const Value& first, const Value& second) {
+            return text(first, "chip").value_or("") < text(second, "chip").value_or("");
+        });
+        return sensorLines(readings, columns);
+    }
+
+    Value readingOf(const Value& entry, const char* kind) const
+    {
+        const std::string series = text(entry, "series").value_or("");
+        Value reading = entry;
+        reading["kind"] = kind;
+        for (const Value& sensor : sensors_.rows()) {
+            if (std::string(sensorSeries) + text(sensor, "key").value_or("") == series) {
+                reading = sensor;
+            }
+        }
+        const Value* value = find(entry, "value");
+        reading["value"] = value ? *value : Value();
+        reading["alarm"] = nullptr;
+        return reading;
+    }
+
+    PagedList sensors_{{.name = "sensors",
+        .method = method::sensorsList,
+        .list = "sensors",
+        .parameters = {{"limit", 500}},
+        .interval = sensorInterval}};
+    PastMoment past_;
+    RecentCourses courses_{sensorCourse};
+};
+
+} // namespace
+
+std::unique_ptr<Panel> makeSensorsPanel() { return std::make_unique<SensorsPanel>(); }
+
+} // namespace meridal
