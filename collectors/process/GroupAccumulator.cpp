@@ -107,7 +107,9 @@ void GroupAccumulator::depart(const Account& account)
 void GroupAccumulator::forgetDeparted()
 {
     const std::uint32_t longest = knowsEnded_ ? longestAway : patienceWithParents;
-    std::erase_if(departed_, [&](const auto& entry) { return pass_ - entry.second.pass >= longest; });
+    std::erase_if(departed_, [&](const auto& entry) {
+        return pass_ - entry.second.pass >= (entry.second.account.isFinal ? awayAfterEnd : longest);
+    });
     std::erase_if(inherited_, [&](const auto& entry) { return pass_ - entry.second.pass >= patienceWithParents; });
 }
 

@@ -60,7 +60,9 @@ private:
     static constexpr std::uint8_t circleStart = 64;
     static constexpr std::uint8_t circleEnd = 96;
     /// Passes for which somebody who has left the table is remembered: a zombie gives its last figures when it is waited for.
-    static constexpr std::uint32_t longestAway = 64;
+    static constexpr std::uint32_t longestAway = 256;
+    /// Likewise once it has given them: its last bytes may still come.
+    static constexpr std::uint32_t awayAfterEnd = 4;
 
     /// Cumulative counters of a process, as accounted.
     struct Marks {
@@ -84,6 +86,7 @@ private:
         std::uint32_t unit = 0;
         std::uint8_t age = 0; ///< passes; past the last of some it goes in a circle
         bool ran = false;     ///< since the pass before
+        bool isFinal = false; ///< what it has used by its end is accounted
         float minuteCpu = 0;  ///< s
         float minuteDisk = 0; ///< bytes
         float minuteNetwork = 0;
@@ -130,7 +133,8 @@ private:
     void add(std::uint32_t place, const Marks& growth);
     void addToMinute(Account& account, const Marks& growth) const;
     void addEnded();
-    void addFinal(const EndedRecord& record);
+    Account* accountOf(const EndedRecord& record);
+    void addFinal(Account& account, const EndedRecord& record);
     void addUnmet(const EndedRecord& record);
     std::uint32_t placeOfUnmet(const EndedRecord& record);
     std::optional<std::size_t> headAmong(const EndedRecord& record, const Account* known, const Item* item) const;

@@ -114,23 +114,33 @@ void GroupAccumulator::addEnded()
         return;
     }
     for (const EndedRecord& record : context_.host.processes->takeEnded()) {
-        record.isItself ? addFinal(record) : addUnmet(record);
+        if (Account* account = accountOf(record)) {
+            addFinal(*account, record);
+        } else if (
+            !record.isItself) { // else it was counted by nobody, and for how much of its life it should be is unknown
+            addUnmet(record);
+        }
     }
 }
 
-/// Of somebody whom a pass has met: what has come since. One without an account was counted by nobody, and for how much of its
-/// life it should be nobody can say.
-void GroupAccumulator::addFinal(const EndedRecord& record)
+/// Of somebody whom a pass has met.
+GroupAccumulator::Account* GroupAccumulator::accountOf(const EndedRecord& record)
 {
-    Account* account = accountOf(record.known, record.knownStart);
-    if (!account) {
-        return;
+    if (record.isItself) {
+        return accountOf(record.known, record.knownStart);
     }
-    const Marks growth = growthSince(account->marks, marksOf(record));
-    add(account->place, growth);
-    addToMinute(*account, growth);
+    return record.own != 0 ? accountOf(record.own, record.ownStart) : nullptr;
+}
+
+/// What has come since the pass.
+void GroupAccumulator::addFinal(Account& account, const EndedRecord& record)
+{
+    const Marks growth = growthSince(account.marks, marksOf(record));
+    account.isFinal = true;
+    add(account.place, growth);
+    addToMinute(account, growth);
     const auto gone = std::find_if(gone_.begin(), gone_.end(),
-        [&record](const Gone& each) { return each.minute.pid == record.known && each.start == record.knownStart; });
+        [&account](const Gone& each) { return each.minute.pid == account.pid && each.start == account.start; });
     if (gone != gone_.end() && timeBase_ > 0) {
         gone->minute.cpuSeconds += static_cast<double>(growth.cpu) / timeBase_;
         gone->minute.diskBytes += growth.read + growth.written;

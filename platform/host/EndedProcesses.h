@@ -11,11 +11,15 @@
 namespace meridal {
 
 /// What processes have used over their whole lives that ended since the latest pass but one, or so. Of a process that a pass has
-/// met these are its own final figures; all others that did the same work for the same one are told as one.
+/// met, or may have met, these are its own final figures; all others that did the same work for the same one are told as one.
 struct EndedRecord {
     std::int32_t known = 0; ///< pid of the nearest of it and its ancestors that a pass has met; 0 = none
     std::uint64_t knownStart = 0;
-    bool isItself = false;       ///< it is the known one
+    bool isItself = false; ///< it is the known one
+    /// Its own pid where it is so young that a pass may have met it, and may not: whether there are figures of it from before
+    /// tells. 0 = no pass has met any of them, or it is the known one.
+    std::int32_t own = 0;
+    std::uint64_t ownStart = 0;
     bool isKernelThread = false; ///< they belong to the kernel
     bool isRest = false;         ///< of all that were too many to be told apart; nothing above or below holds
     std::uint64_t processes = 0;

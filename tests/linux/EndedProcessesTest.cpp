@@ -16,17 +16,19 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
 #include <grp.h>
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace meridal::test {
 namespace {
 
-constexpr uid_t stormUser = 54'321; // nobody else's
+/// Nobody else's, nor that of another run of this program.
+const uid_t stormUser = 1'000'000'000 + static_cast<uid_t>(::getpid());
 
 /// A control group of the test's own; its path is empty where none can be made.
 struct OwnCgroup {
@@ -88,17 +90,43 @@ struct Storm : testing::TestWithParam<const char*> {
             GTEST_SKIP() << host.limitations->all()["ended-processes"];
         }
     }
+    /// Runs this in a shell of the storm's own, once the test says so. It has the test's pipes to answer and to read from.
+    Child startShell(const std::string& script) const
+    {
+        return Child([this, &script](const Child::Pipes& pipes) {
+            group.enter();
+            if (::setgroups(0, nullptr) != 0 || ::setresgid(stormUser, stormUser, stormUser) != 0
+                || ::setresuid(stormUser, stormUser, stormUser) != 0) {
+                return;
+            }
+            pipes.answer('r');
+            pipes.command();
+            ::dup2(pipes.commands, STDIN_FILENO);
+            ::dup2(pipes.answers, STDOUT_FILENO);
+            ::execl("/bin/sh", "sh", "-c", script.c_str(), nullptr);
+        });
+    }
     void feed()
     {
         machine.runtime.advance(10);
         collector->update();
         accumulator->update();
     }
+    /// Until the kernel has let go of who has ended, as far as it ever tells.
+    void awaitReleases()
+    {
+        constexpr int periods = 6; // of grace: the last of them are told one after they were let go of
+        for (int i = 0; i < periods; ++i) {
+            static_cast<void>(::syscall(SYS_membarrier, MEMBARRIER_CMD_GLOBAL, 0, 0));
+            accumulator->update();
+        }
+    }
     GroupSums ofStorm() const
     {
         GroupSums sums;
         for (const GroupTotals& each : accumulator->totals()) {
-            if (each.owner == stormUser || (isUnit && each.identity.starts_with("unit:meridal-test-"))) {
+            if (each.owner == stormUser
+                || (isUnit && each.identity == fmt::format("unit:{}", group.path.filename().string()))) {
                 sums += each.sums;
             }
         }
@@ -107,6 +135,8 @@ struct Storm : testing::TestWithParam<const char*> {
 
     static constexpr std::uint32_t everything =
         mask(RequestKey::Cpu) | mask(RequestKey::Memory) | mask(RequestKey::Disk) | mask(RequestKey::Energy);
+    /// Of a thousand releases up to nine were not announced to the program on a busy virtual machine.
+    static constexpr double announced = 0.98;
     OwnCgroup group;
     bool isUnit = true;
     FakeMachine machine;
@@ -118,30 +148,19 @@ struct Storm : testing::TestWithParam<const char*> {
 TEST_P(Storm, IsAttributed)
 {
     constexpr int processes = 300;
-    Child shell([this](const Child::Pipes& pipes) {
-        group.enter();
-        if (::setgroups(0, nullptr) != 0 || ::setresgid(stormUser, stormUser, stormUser) != 0
-            || ::setresuid(stormUser, stormUser, stormUser) != 0) {
-            return;
-        }
-        pipes.answer('r');
-        pipes.command();
-        const std::string loop = fmt::format("i=0; while [ $i -lt {} ]; do /bin/true; (/bin/ls / >/dev/null); "
-                                             "i=$((i+1)); done; echo d; read end",
-            processes / 3);
-        ::dup2(pipes.commands, STDIN_FILENO);
-        ::dup2(pipes.answers, STDOUT_FILENO);
-        ::execl("/bin/sh", "sh", "-c", loop.c_str(), nullptr);
-    });
+    const std::string loop = fmt::format(
+        "i=0; while [ $i -lt {} ]; do /bin/true; (/bin/ls / >/dev/null); i=$((i+1)); done; echo d; read end",
+        processes / 3);
+    const Child shell = startShell(loop);
     ASSERT_TRUE(shell.answer());
     feed();
     const double before = group.cpuSeconds();
     shell.command('\n');
     const bool isBpf = accumulator->knowsEnded();
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(3);
-    while (isBpf && ofStorm().processesEnded < processes * 2 / 3 && std::chrono::steady_clock::now() < deadline) {
+    while (isBpf && !shell.hasAnswer(0)) {
         accumulator->update(); // as often as can be: one that ends in just that instant is not lost either
     }
+    awaitReleases();
     ASSERT_TRUE(shell.answer());
     feed();
     const double used = group.cpuSeconds() - before;
@@ -150,8 +169,42 @@ TEST_P(Storm, IsAttributed)
     EXPECT_GT(told, used * (isBpf ? 0.97 : 0.3)) << told << " of " << used;
     EXPECT_LT(told, used * (isBpf ? 1.03 : 1.7)) << told << " of " << used;
     if (isBpf) {
-        EXPECT_GE(ofStorm().processesEnded, static_cast<std::uint64_t>(processes * 2 / 3));
+        EXPECT_GE(ofStorm().processesEnded, static_cast<std::uint64_t>(processes * 2 / 3 * announced));
     }
+}
+/// One pass after another while a shell starts processes, turn by turn: some live at one, end in the midst of it, wait as zombies.
+TEST_P(Storm, IsCountedOnceThoughPassesMeetSomeOfIt)
+{
+    constexpr std::uint64_t processes = 1000;
+    constexpr std::uint64_t inTurn = 4;
+    if (GetParam() != std::string_view("bpf")) {
+        GTEST_SKIP() << "parents do not tell how many they have waited for";
+    }
+    const std::string loop =
+        fmt::format("i=0; while [ $i -lt {} ]; do /bin/true & printf m; /bin/ls / >/dev/null & /bin/true; "
+                    "printf m; /bin/true & wait; i=$((i+1)); done; printf d; read end",
+            processes / inTurn);
+    const Child shell = startShell(loop);
+    ASSERT_TRUE(shell.answer());
+    feed();
+    const GroupSums before = ofStorm();
+    const double usedBefore = group.cpuSeconds();
+    shell.command('\n');
+    int passes = 0;
+    for (; shell.answer() == 'm'; ++passes) {
+        feed();
+    }
+    awaitReleases();
+    feed();
+    const double used = group.cpuSeconds() - usedBefore;
+    const GroupSums after = ofStorm();
+    RecordProperty("passes", passes);
+    const std::uint64_t ended = after.processesEnded - before.processesEnded;
+    EXPECT_LE(ended, processes);
+    EXPECT_GE(static_cast<double>(ended), processes * announced);
+    EXPECT_EQ(after.processesStarted - before.processesStarted, ended);
+    EXPECT_LT(after.cpuSeconds() - before.cpuSeconds(), used * 1.01);
+    EXPECT_GT(after.cpuSeconds() - before.cpuSeconds(), used * announced);
 }
 INSTANTIATE_TEST_SUITE_P(By, Storm, testing::Values("bpf", "proc"), [](const auto& of) { return of.param; });
 

@@ -98,6 +98,14 @@ protected:
         record.cpuTime = static_cast<std::uint64_t>(cpu * 1e9);
         return record;
     }
+    /// Of one that the latest pass may have met.
+    static EndedRecord youngEnded(std::int32_t own, std::uint64_t start, double cpu)
+    {
+        EndedRecord record = ended(10, cpu, {"cc1"});
+        record.own = own;
+        record.ownStart = start;
+        return record;
+    }
 
 private:
     std::optional<GroupAccumulator> groups_;
@@ -224,6 +232,33 @@ TEST_F(Groups, GetWhatWasUsedBetweenPasses)
     EXPECT_DOUBLE_EQ(cpu("unit:cron.service"), 1);
     EXPECT_DOUBLE_EQ(cpu("name:stray"), 2) << "whose parent had gone";
     EXPECT_DOUBLE_EQ(cpu("exe:/usr/bin/make"), 3.5 + 1) << "what is told late is not told twice";
+}
+
+/// Whom a pass has met tells its table, not the host: they are counted once, however many of them there are.
+TEST_F(Groups, CountTheYoungThatEndOnce)
+{
+    constexpr int passes = 20;
+    constexpr int inPass = 500;
+    program(10, 1, "make");
+    feed();
+    for (int pass = 0; pass < passes; ++pass) {
+        const int first = 1000 + pass * 2 * inPass;
+        for (int pid = first; pid < first + inPass; ++pid) {
+            set(pid, 10, "cc1");
+            source().work(pid, {.cpu = 1});
+        }
+        feed();
+        for (int pid = first; pid < first + inPass; ++pid) {
+            source().remove(pid);
+            source().ended.push_back(youngEnded(pid, static_cast<std::uint64_t>(pid), 1.5));
+            source().ended.push_back(youngEnded(pid + inPass, static_cast<std::uint64_t>(pid + inPass), 1.5));
+        }
+    }
+    feed();
+    const GroupSums& sums = group("exe:/usr/bin/make").sums;
+    EXPECT_NEAR(sums.cpuSeconds(), passes * inPass * 2 * 1.5, 1e-3);
+    EXPECT_EQ(sums.processesStarted, static_cast<std::uint64_t>(passes * inPass * 2));
+    EXPECT_EQ(sums.processesEnded, sums.processesStarted);
 }
 
 TEST_F(Groups, GetWhatParentsTellWhereOnlyTheyDo)
@@ -359,6 +394,9 @@ RC_GTEST_FIXTURE_PROP(Groups, LoseNothing, ())
                 if (isThere && row(pid).startIdentity == item(pid).startIdentity) { // works until its end
                     EndedRecord last = ended(pid, 0);
                     last.knownStart = row(pid).startIdentity;
+                    if (*rc::gen::arbitrary<bool>()) {
+                        last = youngEnded(pid, last.knownStart, 0);
+                    }
                     last.cpuTime = row(pid).cpuTime + 1'000'000'000;
                     worked += 1;
                     source().ended.push_back(last);
@@ -374,7 +412,8 @@ RC_GTEST_FIXTURE_PROP(Groups, LoseNothing, ())
                 break;
             case 2:
                 source().ended.push_back(ended(*rc::gen::element(1, 10, 999), 1, {"child", "sh"}));
-                worked += 1;
+                source().ended.push_back(youngEnded(pid, 1, 1)); // of that pid, but before it
+                worked += 2;
                 break;
             default:
                 if (isThere) {

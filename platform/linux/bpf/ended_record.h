@@ -15,24 +15,34 @@ enum {
     BPF_ENDED_LEVELS = 16, /* of ancestors that are looked at */
     BPF_ENDED_FOLDERS = 4,
     BPF_ENDED_FOLDER_NAME = 128,
+    BPF_ENDED_PATIENCE = 128, /* periods, for twice of which the daemon remembers whom a pass has met */
 };
 
 enum {
     BPF_ENDED_KERNEL_THREAD = 1,
-    BPF_ENDED_ITSELF = 2, /* it is the known one: its figures stand alone */
+    BPF_ENDED_ITSELF = 2,  /* it is the known one: its figures stand alone */
+    BPF_ENDED_AT_PASS = 4, /* it was there when a pass began; never told */
 };
 
 /** Who ended, as far as it matters to whom its figures go: of processes that no pass ever met, all that do the same work for
- * the same one are one. */
+ * the same one are one. One that a pass may have met is told apart from all others. */
 struct BpfEndedKey {
     __u64 knownStart; /* ns since boot; of the nearest of it and its ancestors that the latest pass has met */
+    __u64 ownStart;   /* its own, where a pass may have met it, and may not */
     __s32 known;      /* its pid; 0 = none */
+    __s32 own;        /* likewise; 0 = no pass has met it, or it is the known one */
     __u32 flags;      /* BPF_ENDED_* */
-    __u64 cgroup;     /* inode number of its folder in the unified hierarchy */
     __u32 user;       /* real user id */
+    __u64 cgroup;     /* inode number of its folder in the unified hierarchy */
     __u32 period;     /* as the daemon counts them: only entries of the present one are added to */
+    __u32 unused;
     /* Of itself, its parent and so on, up to right under the known one; empty where there are no more. */
     char names[BPF_ENDED_NAMES][BPF_ENDED_NAME];
+};
+
+/** Programs that add to entries right now, by whether their period is even or odd. */
+struct BpfEndedAdding {
+    __u32 programs[2];
 };
 
 /** Of all threads over their whole lives. */
@@ -52,9 +62,17 @@ struct BpfEndedPlace {
     char folders[BPF_ENDED_FOLDERS][BPF_ENDED_FOLDER_NAME];
 };
 
-/** The daemon asks for the time before a pass, and says after it up to when processes were met. ns since boot. */
+/** Who may have been met by passes, by start times: ns since boot; 0 = there was no such pass. Passes leave out who starts
+ * while they go on, so that nobody is met who started at the latest one's beginning or later. */
+struct BpfEndedLimits {
+    __u64 beginning; /* of the latest pass */
+    __u64 metBefore; /* beginning of the latest whole pass */
+    __u64 surelyMet; /* beginning of the one before that: who is older has been met, be it that one of them missed it */
+};
+
+/** The daemon says when a pass begins, and when one was whole. */
 struct BpfEndedPass {
-    __u64 metBefore; /* in: 0 asks for the time, which is put here; else notes it */
+    __u64 beginning; /* in: 0 begins one, and its beginning is put here; else it is whole */
 };
 
 #ifdef __cplusplus

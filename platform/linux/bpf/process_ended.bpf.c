@@ -7,15 +7,14 @@
 
 #include "platform/linux/bpf/ended_record.h"
 
-/* Processes with start times before this were met by the latest pass, or have ended before it. */
 struct {
     __uint(type, BPF_MAP_TYPE_ARRAY);
     __uint(max_entries, 1);
     __type(key, __u32);
-    __type(value, __u64);
-} met_before SEC(".maps");
+    __type(value, struct BpfEndedLimits);
+} limits SEC(".maps");
 
-/* By the address of a main thread whose process ends, until it is let go of. */
+/* By the address of a main thread whose process ends, until it is let go of. With the period in which it ended. */
 struct {
     __uint(type, BPF_MAP_TYPE_HASH);
     __uint(max_entries, 16384);
@@ -31,6 +30,13 @@ struct {
     __type(key, __u32);
     __type(value, __u32);
 } period SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, struct BpfEndedAdding);
+} adding SEC(".maps");
 
 struct {
     __uint(type, BPF_MAP_TYPE_HASH);
@@ -68,14 +74,20 @@ static const __u32 first = 0;
 
 SEC("syscall") int note_pass(struct BpfEndedPass* pass)
 {
-    __u64* limit = bpf_map_lookup_elem(&met_before, &first);
-    if (!limit) {
+    struct BpfEndedLimits* known = bpf_map_lookup_elem(&limits, &first);
+    if (!known) {
         return 1;
     }
-    if (pass->metBefore) {
-        *limit = pass->metBefore;
+    if (!pass->beginning) {
+        const __u64 now = bpf_ktime_get_boot_ns();
+        if (now > known->beginning) { /* around a sleep the clock may step back */
+            known->beginning = now;
+        }
+        pass->beginning = known->beginning;
     } else {
-        pass->metBefore = bpf_ktime_get_boot_ns();
+        /* At the first whole pass processes may be there that are older than any record. */
+        known->surelyMet = known->metBefore ? known->metBefore : pass->beginning;
+        known->metBefore = pass->beginning;
     }
     return 0;
 }
@@ -113,12 +125,15 @@ static __always_inline void note_place(const struct kernfs_node* folder, __u64 c
 static __always_inline void note_leaving(const struct task_struct* task)
 {
     const struct task_struct* leader = task->group_leader;
-    const __u64* limit = bpf_map_lookup_elem(&met_before, &first);
-    if (!limit || *limit == 0) {
+    const struct BpfEndedLimits* known = bpf_map_lookup_elem(&limits, &first);
+    const __u32* now = bpf_map_lookup_elem(&period, &first);
+    if (!known || known->metBefore == 0 || !now) {
         return;
     }
-    struct BpfEndedKey key = {};
+    struct BpfEndedKey key = {.period = *now};
     key.flags = leader->flags & PF_KTHREAD ? BPF_ENDED_KERNEL_THREAD : 0;
+    key.flags |= leader->start_boottime < known->surelyMet ? BPF_ENDED_ITSELF : 0;
+    key.flags |= leader->start_boottime < known->beginning ? BPF_ENDED_AT_PASS : 0;
     key.user = leader->real_cred->uid.val;
     if (bpf_core_field_exists(leader->cgroups)) {
         const struct kernfs_node* folder = leader->cgroups->dfl_cgrp->kn;
@@ -127,10 +142,9 @@ static __always_inline void note_leaving(const struct task_struct* task)
     }
     const struct task_struct* ancestor = leader;
     for (int i = 0; i < BPF_ENDED_LEVELS; ++i) {
-        if (ancestor->start_boottime < *limit) {
+        if (i == 0 ? key.flags & BPF_ENDED_ITSELF : ancestor->start_boottime < known->metBefore) {
             key.known = ancestor->tgid;
             key.knownStart = ancestor->start_boottime;
-            key.flags |= i == 0 ? BPF_ENDED_ITSELF : 0;
             break;
         }
         if (i < BPF_ENDED_NAMES) {
@@ -174,6 +188,63 @@ static __always_inline void add_sums(struct BpfEndedSums* sums, const struct tas
     __sync_fetch_and_add(&sums->processes, 1); /* last: whoever reads it first reads all of those that it counts */
 }
 
+/* No pass that begins from now on can meet the process. Whether one has that it may have seen is known to the daemon, which
+ * does not remember everybody for ever: of one that nobody has waited for in a long time it is taken for granted. */
+static __always_inline void name_if_met(struct BpfEndedKey* key, const struct task_struct* leader, __u32 now)
+{
+    const struct BpfEndedLimits* known = bpf_map_lookup_elem(&limits, &first);
+    const int was_there = key->flags & BPF_ENDED_AT_PASS;
+    const __u32 waited = now - key->period;
+    key->period = now;
+    key->flags &= ~BPF_ENDED_AT_PASS;
+    if (!known || key->flags & BPF_ENDED_ITSELF || leader->start_boottime >= known->beginning) {
+        return;
+    }
+    if (was_there && waited > BPF_ENDED_PATIENCE) {
+        key->flags |= BPF_ENDED_ITSELF;
+        key->known = leader->tgid;
+        key->knownStart = leader->start_boottime;
+    } else {
+        key->own = leader->tgid;
+        key->ownStart = leader->start_boottime;
+    }
+}
+
+/* The present period, in which the caller is seen to be busy until it leaves it. One that has just been raised is looked at again,
+ * as the daemon has already found nobody in the one before. */
+static __always_inline __u32 enter_period(struct BpfEndedAdding* busy)
+{
+    const volatile __u32* now = bpf_map_lookup_elem(&period, &first);
+    __u32 found = 0;
+    for (int i = 0; now && i < 4; ++i) {
+        found = *now;
+        __sync_fetch_and_add(&busy->programs[found & 1], 1);
+        if (*now == found) {
+            break;
+        }
+        if (i < 3) {
+            __sync_fetch_and_sub(&busy->programs[found & 1], 1);
+        }
+    }
+    return found;
+}
+
+static __always_inline void add_to_entry(const struct BpfEndedKey* key, const struct task_struct* leader)
+{
+    struct BpfEndedSums* sums = bpf_map_lookup_elem(&ended, key);
+    if (!sums) {
+        const struct BpfEndedSums none = {};
+        bpf_map_update_elem(&ended, key, &none, BPF_NOEXIST);
+        sums = bpf_map_lookup_elem(&ended, key);
+    }
+    if (!sums && !(key->flags & BPF_ENDED_ITSELF) && !key->own) { /* of whom most may have been accounted already */
+        sums = bpf_map_lookup_elem(&beyond, &first);
+    }
+    if (sums) {
+        add_sums(sums, leader);
+    }
+}
+
 /* By now the group has taken over the counters of all its threads, the main one included. */
 SEC("tp_btf/sched_process_free") int add_ended(__u64* arguments)
 {
@@ -183,25 +254,16 @@ SEC("tp_btf/sched_process_free") int add_ended(__u64* arguments)
     }
     const __u64 address = (__u64)task;
     struct BpfEndedKey* left = bpf_map_lookup_elem(&leaving, &address);
-    if (!left) {
+    struct BpfEndedAdding* busy = bpf_map_lookup_elem(&adding, &first);
+    if (!left || !busy) {
         return 0; /* it had ended before anybody looked */
     }
     struct BpfEndedKey key = *left;
     bpf_map_delete_elem(&leaving, &address);
-    const __u32* now = bpf_map_lookup_elem(&period, &first);
-    key.period = now ? *now : 0;
-    struct BpfEndedSums* sums = bpf_map_lookup_elem(&ended, &key);
-    if (!sums) {
-        const struct BpfEndedSums none = {};
-        bpf_map_update_elem(&ended, &key, &none, BPF_NOEXIST);
-        sums = bpf_map_lookup_elem(&ended, &key);
-    }
-    if (!sums && !(key.flags & BPF_ENDED_ITSELF)) { /* of whom most may have been accounted already */
-        sums = bpf_map_lookup_elem(&beyond, &first);
-    }
-    if (sums) {
-        add_sums(sums, task);
-    }
+    const __u32 now = enter_period(busy);
+    name_if_met(&key, task, now);
+    add_to_entry(&key, task);
+    __sync_fetch_and_sub(&busy->programs[now & 1], 1);
     return 0;
 }
 

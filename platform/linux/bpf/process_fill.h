@@ -243,6 +243,7 @@ static __always_inline void fill_record(struct BpfProcess* record, struct task_s
     const int lost_main_thread = (task->exit_state & EXIT_ZOMBIE) && group->nr_threads > 1;
     record->flags = (task->exit_state & (EXIT_DEAD | EXIT_ZOMBIE) && !lost_main_thread ? BPF_PROCESS_ENDED : 0)
         | (task->flags & PF_KTHREAD ? BPF_PROCESS_KERNEL_THREAD : 0)
+        | (group->live.counter == 0 ? BPF_PROCESS_LEAVING : 0)
         | (bpf_core_field_exists(task->ioac.read_bytes) ? BPF_PROCESS_HAS_IO : 0);
     record->user = task->real_cred->euid.val;
     record->threads = (__u32)group->nr_threads;

@@ -4,6 +4,7 @@
 #include "platform/linux/processes/ProcFigures.h"
 
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace meridal {
@@ -86,16 +87,17 @@ BpfEndedProcesses::BpfEndedProcesses(
 {
 }
 
-void BpfEndedProcesses::beginPass()
+std::uint64_t BpfEndedProcesses::beginPass()
 {
     BpfEndedPass pass{};
     const auto done = runBpfProgram(object_.program("note_pass"), pass);
-    beginning_ = done && *done == 0 ? pass.metBefore : 0;
+    beginning_ = done && *done == 0 ? pass.beginning : 0;
+    return beginning_ != 0 ? beginning_ : std::numeric_limits<std::uint64_t>::max();
 }
 
 void BpfEndedProcesses::endPass()
 {
-    if (BpfEndedPass pass{.metBefore = std::exchange(beginning_, 0)}; pass.metBefore != 0) {
+    if (BpfEndedPass pass{.beginning = std::exchange(beginning_, 0)}; pass.beginning != 0) {
         static_cast<void>(runBpfProgram(object_.program("note_pass"), pass));
     }
 }
@@ -119,6 +121,8 @@ EndedRecord BpfEndedProcesses::recordOf(const BpfEndedKey& key, const BpfEndedSu
         .known = key.known,
         .knownStart = key.knownStart / tick_,
         .isItself = (key.flags & BPF_ENDED_ITSELF) != 0,
+        .own = key.own,
+        .ownStart = key.ownStart / tick_,
         .isKernelThread = (key.flags & BPF_ENDED_KERNEL_THREAD) != 0,
         .unit = units_->ofCgroup(key.cgroup),
         .user = key.user,
@@ -145,10 +149,21 @@ void BpfEndedProcesses::takeRest()
     setFigures(records_.emplace_back(EndedRecord{.isRest = true}), now - std::exchange(rest_, now));
 }
 
-/// An entry is taken out one call after the last program may have added to it, and what came after it was told is told then:
-/// one that is added to in the instant in which it is taken out would be lost.
+/// Whether nobody adds to entries of the period before any more.
+bool BpfEndedProcesses::isPeriodQuiet() const
+{
+    const std::uint32_t only = 0;
+    BpfEndedAdding adding{};
+    return readBpfMap(object_.map("adding"), &only, &adding) && adding.programs[(period_ + 1) % 2] == 0;
+}
+
+/// An entry is taken out when its period has been over for a call and no program is at it any more, and what came after it was
+/// told is told then: one that is added to in the instant in which it is taken out would be lost.
 void BpfEndedProcesses::takeEnded()
 {
+    if (!isPeriodQuiet()) {
+        return; // a processor may stand still for long where it is a virtual one
+    }
     ++period_;
     const std::uint32_t only = 0;
     static_cast<void>(writeBpfMap(object_.map("period"), &only, &period_));

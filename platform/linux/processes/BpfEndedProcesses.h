@@ -25,9 +25,10 @@ public:
     /// `tick`: ns, in which start times are told.
     static Result<std::unique_ptr<BpfEndedProcesses>> attach(std::shared_ptr<CgroupUnits> units, std::uint64_t tick);
 
-    /// Around each pass over the table. Who is older than the beginning of the latest whole pass has been met, or has ended
-    /// before it.
-    void beginPass();
+    /// Before each pass over the table: who starts at this time or later, ns since boot, is to be left out of it. Else one that
+    /// starts and ends meanwhile would be told as met by nobody, and might be met all the same.
+    std::uint64_t beginPass();
+    /// After each whole pass.
     void endPass();
     /// Since the last call; valid until the next. They come some hundredths of a second after their ends.
     std::span<const EndedRecord> take();
@@ -41,6 +42,7 @@ private:
         BpfObject object, Descriptor exits, Descriptor frees, std::shared_ptr<CgroupUnits> units, std::uint64_t tick);
     EndedRecord recordOf(const BpfEndedKey& key, const BpfEndedSums& sums) const;
     void takePlaces();
+    bool isPeriodQuiet() const;
     void takeEnded();
     void takeRest();
 

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <limits>
 #include <unistd.h>
 
 namespace meridal {
@@ -47,6 +49,7 @@ BpfProcessSource::BpfProcessSource(std::unique_ptr<BpfProcessReader> reader, con
     , folder_(root / "proc")
     , limitations_(std::move(limitations))
     , tick_(1'000'000'000 / proc::clockTicksPerSecond())
+    , bornBefore_(std::numeric_limits<std::uint64_t>::max())
     , pageSize_(static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)))
     , units_(folder_, nullptr, root)
 {
@@ -89,9 +92,7 @@ std::span<const EndedRecord> BpfProcessSource::takeEnded()
 
 std::span<const ProcessRecord> BpfProcessSource::readProcesses(ProcessFields wanted)
 {
-    if (ended_) {
-        ended_->beginPass();
-    }
+    bornBefore_ = ended_ ? ended_->beginPass() : std::numeric_limits<std::uint64_t>::max();
     const auto rows = readRecords(wanted);
     if (ended_ && !rows.empty()) {
         ended_->endPass();
@@ -128,6 +129,9 @@ std::span<const ProcessRecord> BpfProcessSource::readRecords(ProcessFields wante
             ++known;
         }
         const bool seen = known != previous_.cend() && known->pid == process->pid;
+        if (process->flags & BPF_PROCESS_LEAVING && !(seen && known->start == process->start / tick_)) {
+            continue; // whoever looks at its end has made out already that no pass has met it
+        }
         addRow(*process, seen ? &*known : nullptr, wanted);
         places_.push_back({.unified = process->cgroup, .all = process->cgroups});
     }
@@ -148,14 +152,19 @@ std::span<const ProcessRecord> BpfProcessSource::readFiles(ProcessFields wanted)
         files_ = std::make_unique<ProcProcessSource>(
             root_, limitations_, ProcProcessOptions{.skipUnchanged = true, .only = {}, .units = units_.units()});
     }
-    return files_->readProcesses(wanted);
+    const auto rows = files_->readProcesses(wanted);
+    std::copy_if(rows.begin(), rows.end(), std::back_inserter(rows_),
+        [this](const ProcessRecord& row) { return !isYoung(row); });
+    return rows_;
 }
 
 void BpfProcessSource::sortByPid(std::span<const BpfProcess> processes)
 {
     order_.clear();
     for (const BpfProcess& process : processes) {
-        order_.push_back(&process);
+        if (process.start < bornBefore_) {
+            order_.push_back(&process);
+        }
     }
     mergeRuns(order_);
     // While a thread other than the first one starts a program it takes the pid over, and both may be met.
@@ -234,7 +243,7 @@ void BpfProcessSource::addHidden(ProcessFields wanted)
     for (const ProcessRecord& row : hidden_->readProcesses(wanted)) {
         const auto place = std::lower_bound(rows_.begin(), rows_.end(), row.pid,
             [](const ProcessRecord& each, std::int32_t pid) { return each.pid < pid; });
-        if (place == rows_.end() || place->pid != row.pid) {
+        if ((place == rows_.end() || place->pid != row.pid) && !isYoung(row)) {
             rows_.insert(place, row);
         }
     }

@@ -89,6 +89,7 @@ private:
     void forgetEndedThreads();
 
     std::span<const ProcessRecord> readRecords(ProcessFields wanted);
+    bool isYoung(const ProcessRecord& row) const { return row.startIdentity >= bornBefore_ / tick_; }
 
     std::unique_ptr<BpfProcessReader> reader_; ///< null when it was given up
     std::filesystem::path root_;
@@ -96,6 +97,7 @@ private:
     std::shared_ptr<Limitations> limitations_;
     std::unique_ptr<ProcProcessSource> hidden_; ///< null as a rule
     std::uint64_t tick_;                        ///< ns
+    std::uint64_t bornBefore_;                  ///< ns since boot: who is younger is left to the next pass
     std::uint64_t pageSize_;                    ///< bytes
     std::uint64_t pass_ = 0;
     int failures_ = 0; ///< passes in a row without the programs
