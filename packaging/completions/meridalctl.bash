@@ -20,7 +20,7 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|help) command=$word; break ;;
+            top|processes|process|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|help) command=$word; break ;;
         esac
     done
     case $previous in
@@ -40,9 +40,10 @@ _meridalctl() {
     esac
     local words="--help --socket --color --timeout"
     case $command in
-        "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar help" ;;
+        "") words+=" --version top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar help" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes) words+=" --sort --reversed --filter --regex --user --columns --limit --grouped --json --csv" ;;
+        process) words+=" --watch --refreshes --json" ;;
         status) words+=" --json" ;;
         uptime) words+=" --history --rows --days --json" ;;
         battery) words+=" --history --sleeps --worst --rows --days --json" ;;
@@ -58,7 +59,7 @@ _meridalctl() {
         why) words+=" hot loud slow draining busy-disk busy-network memory --at --json" ;;
         metrics) words+=" --openmetrics --output --all --groups --no-wifi-names --backfill --from --until" ;;
         ping) words+=" --count" ;;
-        help) words+=" top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar" ;;
+        help) words+=" top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar" ;;
         bar) words+=" --format --interval --refreshes" ;;
         watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;
     esac

@@ -31,6 +31,7 @@ _meridalctl() {
             commands=(
                 'top:the processes that use the most, live or as text'
                 'processes:all processes, or the names of some by their ids'
+                'process:everything that is known of one process'
                 'version:the daemon'\''s version and build'
                 'ping:how long the daemon takes to answer'
                 'status:what the daemon costs, and what it cannot measure here and why'
@@ -89,6 +90,12 @@ _meridalctl() {
                         '--limit=[at most so many]:count' \
                         '--grouped[a line for each application]' \
                         '*:process:_pids' && ret=0
+                    ;;
+                process)
+                    _arguments $globals $json \
+                        '--watch[show it again every 2 seconds]' \
+                        '--refreshes=[end after so many]:count' \
+                        '1:process:_pids' && ret=0
                     ;;
                 status)
                     _arguments $globals $json && ret=0
@@ -176,7 +183,7 @@ _meridalctl() {
                         '--refreshes=[stop after so many lines]:number' '1:template' && ret=0
                     ;;
                 help)
-                    _arguments $globals '1:command:(top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar)' && ret=0
+                    _arguments $globals '1:command:(top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar)' && ret=0
                     ;;
                 *)
                     _arguments $globals '*:parameter' && ret=0
