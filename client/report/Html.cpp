@@ -23,6 +23,7 @@ const char* classOf(Style style)
 {
     switch (style) {
     case Style::Plain:
+    case Style::Chosen:
         break;
     case Style::Title:
     case Style::Heading:

@@ -20,7 +20,7 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            top|processes|process|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|report|help) command=$word; break ;;
+            screen|top|processes|process|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|report|help) command=$word; break ;;
         esac
     done
     case $previous in
@@ -33,6 +33,7 @@ _meridalctl() {
         --by) [[ $command == apps ]] && mapfile -t COMPREPLY < <(compgen -W "cpu energy memory disk network" -- "$current") && return
             mapfile -t COMPREPLY < <(compgen -W "hour day month interface network station" -- "$current"); return ;;
         --sort) mapfile -t COMPREPLY < <(compgen -W "pid parent start user name state nice threads group processes unit command cpu memory resident swap read written received sent energy wakeups" -- "$current"); return ;;
+        --theme) mapfile -t COMPREPLY < <(compgen -W "default colourblind mono" -- "$current"); return ;;
         --format) mapfile -t COMPREPLY < <(compgen -W "waybar polybar i3bar tmux plain" -- "$current"); return ;;
         --interface) COMPREPLY=(); _meridalctl_offer "$current" interfaces; return ;;
         --group) COMPREPLY=(); _meridalctl_offer "$current" applications; return ;;
@@ -41,7 +42,8 @@ _meridalctl() {
     esac
     local words="--help --socket --color --timeout"
     case $command in
-        "") words+=" --version top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report help" ;;
+        "") words+=" --version screen top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report help" ;;
+        screen) words+=" overview processes sensors disks network applications battery history moment --theme --ascii --no-mouse --spawn" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes) words+=" --sort --reversed --filter --regex --user --columns --limit --grouped --json --csv" ;;
         process) words+=" --watch --refreshes --json" ;;
@@ -60,7 +62,7 @@ _meridalctl() {
         why) words+=" hot loud slow draining busy-disk busy-network memory --at --json" ;;
         metrics) words+=" --openmetrics --output --all --groups --no-wifi-names --backfill --from --until" ;;
         ping) words+=" --count" ;;
-        help) words+=" top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report" ;;
+        help) words+=" screen top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar report" ;;
         report) words+=" --range --from --until --html" ;;
         bar) words+=" --format --interval --refreshes" ;;
         watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;

@@ -29,6 +29,7 @@ _meridalctl() {
         command)
             local -a commands
             commands=(
+                'screen:everything on a full screen, with keys and mouse'
                 'top:the processes that use the most, live or as text'
                 'processes:all processes, or the names of some by their ids'
                 'process:everything that is known of one process'
@@ -72,6 +73,11 @@ _meridalctl() {
             local ranges='hour day week month threemonth sixmonth year longterm'
             curcontext=${curcontext%:*:*}:meridalctl-$words[1]:
             case $words[1] in
+                screen)
+                    _arguments $globals '--theme=[how it looks]:theme:(default colourblind mono)' '--ascii[only ASCII characters]' \
+                        '--no-mouse[leave the mouse to the terminal]' '--spawn[start a daemon for this screen alone]' \
+                        '1:panel:(overview processes sensors disks network applications battery history moment)' && ret=0
+                    ;;
                 top)
                     _arguments $globals $rows $json \
                         '--hierarchy[group processes under the one responsible for them]' \
