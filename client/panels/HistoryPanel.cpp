@@ -212,11 +212,12 @@ private:
 
     bool pressInChart(const Key& key, const PanelView& view)
     {
-        if (key.kind == Key::Kind::Escape || key.kind == Key::Kind::Backspace) {
-            isChart_ = false;
+        if (chart_.press(key, view)) {
             return true;
         }
-        return chart_.press(key, view);
+        const bool leaves = key.kind == Key::Kind::Escape || key.kind == Key::Kind::Backspace;
+        isChart_ = !leaves;
+        return leaves;
     }
 
     bool pressInList(const Key& key, const PanelView& view)

@@ -84,7 +84,9 @@ private:
                  {{"temperatures", "temperature"}, {"fans", "fan"}, {"power", "power"}}}) {
             const Value* entries = find(then, list);
             for (const Value& entry : entries && entries->is_array() ? *entries : Value::array()) {
-                readings.push_back(readingOf(entry, kind));
+                if (entry.is_object()) {
+                    readings.push_back(readingOf(entry, kind));
+                }
             }
         }
         if (readings.empty()) {

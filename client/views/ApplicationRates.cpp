@@ -110,7 +110,8 @@ void ApplicationRates::take(const Value& answer)
         return;
     }
     const auto since = number(answer, "since"); // only what tells all groups has it
-    if (since && since != since_) {
+    constexpr double longAgo = 10;              // s: a mean over a time in which nobody looked is not what is used now
+    if (since && (since != since_ || *time - time_.value_or(*time) > longAgo)) {
         clear();
     }
     const double seconds = *time - time_.value_or(*time);
