@@ -6,7 +6,7 @@ namespace meridal {
 std::vector<std::unique_ptr<Panel>> allPanels()
 {
     std::vector<std::unique_ptr<Panel>> panels;
-    for (const auto make : {makeOverviewPanel, makeSensorsPanel, makeDisksPanel, makeNetworkPanel,
+    for (const auto make : {makeOverviewPanel, makeProcessesPanel, makeSensorsPanel, makeDisksPanel, makeNetworkPanel,
              makeApplicationsPanel, makeBatteryPanel, makeHistoryPanel, makeMomentPanel}) {
         panels.push_back(make());
     }

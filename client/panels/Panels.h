@@ -10,6 +10,7 @@ namespace meridal {
 
 // Each makes the panel of one file, which is called as it is.
 std::unique_ptr<Panel> makeOverviewPanel();
+std::unique_ptr<Panel> makeProcessesPanel();
 std::unique_ptr<Panel> makeSensorsPanel();
 std::unique_ptr<Panel> makeDisksPanel();
 std::unique_ptr<Panel> makeNetworkPanel();

@@ -42,14 +42,14 @@ OverviewFigures knownFigures()
 TEST(Overview, EverythingAtAGlance)
 {
     EXPECT_THAT(textOf(overviewLines(knownFigures(), 21, 80)),
-        testing::StartsWith("CPU      [████████        ] 50.0 %  user 40  system 9  wait 1  load 1.50 1.00 0.50\n"
+        testing::StartsWith("CPU      [██████▌      ] 50.0 %  user 40  system 9  wait 1  load 1.50 1.00 0.50\n"
                             "           0 █████ 100 %    1         0 %\n"
-                            "Memory   [████            ] 25.0 %  2.00 GiB of 8.00 GiB, 6.00 GiB available\n"
-                            "Swap     [                ]  0.1 %  1.00 MiB of 1.00 GiB\n"
+                            "Memory   [███▎         ] 25.0 %  2.00 GiB of 8.00 GiB, 6.00 GiB available\n"
+                            "Swap     [             ]  0.1 %  1.00 MiB of 1.00 GiB\n"
                             "Waiting  for CPU 3.5 %   memory 0.0 %   disks 12.0 %\n"
                             "Disks    nvme0n1        read 4.00 KiB/s written 1.00 MiB/s 5.0 % busy\n"
                             "         sda            read 0 B/s      written 0 B/s\n"
-                            "Fullest  [███████████████▍] 96.0 %  /home?[2J, 4 B left\n"
+                            "Fullest  [████████████▌] 96.0 %  /home?[2J, 4 B left\n"
                             "Network  eth0           down 2.00 KiB/s up 1.00 KiB/s\n"
                             "Sensors  rear 100 rpm LOW   disk 71.5 °C   Core 0 61.5 °C\n"
                             "Battery  18 %, on battery, 1 h 35 min left\n"

@@ -11,6 +11,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import unittest
 
 TESTS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
@@ -27,7 +28,7 @@ class Terminal:
     """A terminal of our own tmux server, in which one program runs."""
 
     def __init__(self, folder, command, columns=80, rows=24, **environment):
-        self.socket = os.path.join(folder, "tmux")
+        self.socket = os.path.join(tempfile.mkdtemp(dir=folder), "tmux")
         setting = {"LC_ALL": "C.UTF-8", "NO_COLOR": "", "TMPDIR": folder, **environment}
         words = ["env", *(f"{name}={value}" for name, value in setting.items()), *command]
         self.tmux("-f", "/dev/null", "new-session", "-d", "-x", str(columns), "-y", str(rows), *words)
@@ -136,6 +137,61 @@ class ScreenTest(running.DaemonTest):
         terminal.press("C-c")
         running.until(lambda: terminal.has_ended() == "1 0", "the end")
         self.assertEqual(os.listdir(temporary), [])
+
+    def sleeper(self, name):
+        """A child of ours that waits under some name."""
+        program = os.path.join(self.root, name)
+        shutil.copy(shutil.which("sleep"), program)
+        child = subprocess.Popen([program, "1000"])
+        self.children.append(child)
+        return child
+
+    def test_names_steer_no_terminal(self):
+        self.start().wait_ready()
+        child = self.sleeper(HOSTILE)
+        terminal = self.screen("processes")
+        terminal.wait_for("PID")
+        terminal.press("/", *f"pid:{child.pid}", "Enter")
+        terminal.wait_for("e?[2J?]0;owned?v")
+        self.assertNotIn("owned", terminal.tmux("display-message", "-p", "#{pane_title}"))
+
+    def test_signals_the_chosen_process_after_a_question(self):
+        self.start().wait_ready()
+        child = self.sleeper("waiting")
+        started = self.start_time(child.pid)
+        terminal = self.screen("processes")
+        terminal.wait_for("PID")
+        terminal.press("/", *f"pid:{child.pid}", "Enter")
+        terminal.wait_for(lambda text: re.search(rf"^ *{child.pid} .*waiting", text, re.MULTILINE))
+        terminal.press("k", "t")
+        terminal.wait_for(f"Send SIGTERM to waiting ({child.pid})?")
+        terminal.press("n")
+        terminal.wait_for("? help")
+        terminal.press("n")
+        terminal.wait_for("Nice (-20 to 19)")
+        terminal.press("BSpace", "7", "Enter")
+        terminal.wait_for("is 7 nice now")
+        self.assertEqual(os.getpriority(os.PRIO_PROCESS, child.pid), 7)
+        terminal.press("k", "t")
+        terminal.wait_for(f"Send SIGTERM to waiting ({child.pid})?")
+        self.assertEqual(self.start_time(child.pid), started)  # it still is that child of ours
+        terminal.press("y")
+        terminal.wait_for("SIGTERM sent")
+        self.assertEqual(child.wait(running.DEADLINE), -signal.SIGTERM)
+
+    def test_without_colour_and_without_utf8(self):
+        self.start().wait_ready()
+        child = self.sleeper("caf\u00e9\u732b")
+        for words, environment, name in (([], {}, "café猫"), (["--theme", "mono"], {"LC_ALL": "C"}, "caf???"),
+                                         (["--ascii", "--color", "always"], {}, "caf???"), (["--ascii"], {"NO_COLOR": "1"}, "caf???")):
+            terminal = self.screen("processes", *words, **environment)
+            terminal.wait_for("PID")
+            terminal.press("/", *f"pid:{child.pid}", "Enter")
+            text = terminal.wait_for(name)
+            self.assertEqual(text.isascii(), "?" in name, text)
+            if "mono" in words or environment.get("NO_COLOR"):
+                self.assertIsNone(COLOUR.search("\n".join(terminal.lines("-e"))))
+            terminal.close()
 
     def test_a_terminal_that_cannot_place_text_gets_the_help(self):
         for kind in ("dumb", "no-such-kind"):
