@@ -201,6 +201,7 @@ private:
     bool type(const Key& key)
     {
         const TextEntry::Outcome outcome = entry_->press(key);
+        cursor_.choose(std::size_t{0}); // what was chosen before is mostly not among the rest
         if (outcome == TextEntry::Outcome::Done) {
             filter_ = entry_->text();
         }

@@ -76,6 +76,7 @@ TEST_F(HistoryPanelTest, ListsWhatIsRecordedAndFiltersIt)
         "  load/load15\n"
         "  load/load5\n"
         "  memory/free                      B\n");
+    panel.press(Key::Kind::End);
     panel.type(U"/ME");
     EXPECT_EQ(panel.text(40, 8),
         "filter: ME\n"
@@ -84,7 +85,7 @@ TEST_F(HistoryPanelTest, ListsWhatIsRecordedAndFiltersIt)
         "  memory/used                      B\n");
     EXPECT_TRUE((*panel).takesText());
     panel.press(Key::Kind::Enter);
-    panel.type(U"x");
+    panel.type(U"x"); // the first of the rest
     panel.press(Key::Kind::Down);
     panel.type(U"x");
     EXPECT_EQ(panel.text(40, 8),
