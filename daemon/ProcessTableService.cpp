@@ -13,7 +13,7 @@
 #include "wire/RequestKey.h"
 
 #include <algorithm>
-#include <cmath>
+#include <limits>
 #include <unordered_map>
 #include <utility>
 
@@ -60,6 +60,7 @@ ProcessTableService::ProcessTableService(Context& context, ProcessStatCollector&
     , traffic_(traffic)
     , userNames_(context)
     , texts_(context, processes, [this](std::uint32_t uid) { return userNames_.of(uid); })
+    , details_(context, processes, texts_)
 {
 }
 
@@ -71,6 +72,7 @@ void ProcessTableService::passed()
 {
     latestPass_ = context_.runtime.monotonicTime();
     texts_.forgetOld();
+    details_.passed();
     if (watches_) {
         watches_->happened(method::processesWatch);
     }
@@ -156,14 +158,50 @@ void ProcessTableService::answer(const Value& given, const Peer& peer, const Mer
     if (!parameters.valid()) {
         return answered(parameters.failure());
     }
+    askWithRates([this, query, peer, answered] { reply(query, peer, answered); });
+}
+
+/// Out of a recent pass; where there are no rates yet, which take two, a while later.
+void ProcessTableService::askWithRates(std::function<void()> reply)
+{
     readIfOlderThan(recentEnough);
     if (knowsRates()) {
-        return reply(query, peer, answered);
+        return reply();
     }
-    context_.runtime.after(rateDelay, lifetime_.guard([this, query, peer, answered] {
+    context_.runtime.after(rateDelay, lifetime_.guard([this, reply = std::move(reply)] {
         readIfOlderThan(recentEnough / 2);
-        reply(query, peer, answered);
+        reply();
     }));
+}
+
+void ProcessTableService::answerDetails(const Value& given, const Peer& peer, const MeridalHistory::Reply& answered)
+{
+    Parameters parameters(given);
+    const auto pid = parameters.count("pid");
+    if (!pid || *pid > std::numeric_limits<std::int32_t>::max()) {
+        parameters.refuse("\"pid\" says which process");
+    }
+    if (!parameters.valid()) {
+        return answered(parameters.failure());
+    }
+    askWithRates([this, pid = static_cast<std::int32_t>(*pid), peer, answered] {
+        if (const auto* item = processes_.processForPid(pid)) {
+            texts_.user(*item);
+        }
+        userNames_.whenKnown([this, pid, peer, answered] { answered(details(pid, peer)); }, namePatience);
+    });
+}
+
+/// What the host tells of a process to its owner alone, we tell to them and to root.
+Result<Value> ProcessTableService::details(std::int32_t pid, const Peer& peer)
+{
+    ProcessStatCollectorItem* item = processes_.processForPid(pid);
+    const ProcessView view = daemon_.viewOf(daemon_.viewerOf(peer), false);
+    if (!item || (view.shown && !view.shown->contains(pid))) {
+        return unexpected(ErrorCode::NotFound, "there is no such process");
+    }
+    const bool isOwner = peer.known && context_.host.processVisibility->ownerOf(pid) == peer.uid;
+    return details_.of(*item, view, peer.isRoot() || isOwner, {.trafficSeconds = traffic_.foldSeconds()});
 }
 
 /// With the names of users, if those are to be had soon.
@@ -232,6 +270,10 @@ void ProcessTableService::addTo(MeridalHistory& methods, Watches& watches, Daemo
     methods.addAsyncMethod(
         method::processesTable, [this](const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply) {
             answer(parameters, peer, reply);
+        });
+    methods.addAsyncMethod(
+        method::processDetails, [this](const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply) {
+            answerDetails(parameters, peer, reply);
         });
     watches.addChosenWatch(
         method::processesWatch, shortestWatch, [this](const Value& parameters) { return choose(parameters); },

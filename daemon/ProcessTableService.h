@@ -8,6 +8,7 @@
 #include "collectors/process/ProcessTableQuery.h"
 #include "collectors/process/ProcessTextCache.h"
 #include "daemon/MeridalHistory.h"
+#include "daemon/ProcessDetails.h"
 #include "daemon/ProcessViews.h"
 #include "daemon/UserNames.h"
 
@@ -44,7 +45,7 @@ public:
     ProcessTableService(const ProcessTableService&) = delete;
     ProcessTableService& operator=(const ProcessTableService&) = delete;
 
-    /// Adds "processes.table" and "processes.watch". It must outlive both, and the watches this.
+    /// Adds "processes.table", "processes.watch" and "process.details". It must outlive them, and the watches this.
     void addTo(MeridalHistory& methods, Watches& watches, Daemon daemon);
 
     // The daemon's passes
@@ -69,6 +70,9 @@ private:
     using State = std::shared_ptr<const Value>;
 
     void answer(const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply);
+    void answerDetails(const Value& parameters, const Peer& peer, const MeridalHistory::Reply& reply);
+    Result<Value> details(std::int32_t pid, const Peer& peer);
+    void askWithRates(std::function<void()> reply);
     void reply(const ProcessTableQuery& query, const Peer& peer, const MeridalHistory::Reply& reply);
     Result<std::function<std::shared_ptr<const Value>(const Peer& peer)>> choose(const Value& parameters);
     void readIfOlderThan(double seconds);
@@ -83,6 +87,7 @@ private:
     UserNames userNames_;
     ProcessTextCache texts_;
     ProcessSelection selection_;
+    ProcessDetails details_;
     Watches* watches_ = nullptr;
     Daemon daemon_;
     std::optional<double> latestPass_; ///< monotonic s

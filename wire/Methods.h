@@ -54,6 +54,7 @@ inline constexpr char groupsTotals[] = "groups.totals";
 inline constexpr char groupsWatch[] = "groups.watch";
 inline constexpr char processesTable[] = "processes.table";
 inline constexpr char processesWatch[] = "processes.watch";
+inline constexpr char processDetails[] = "process.details";
 inline constexpr char machineInfo[] = "machine.info";
 inline constexpr char batteryState[] = "battery.state";
 inline constexpr char batteryHistory[] = "battery.history";

@@ -31,7 +31,8 @@ constexpr std::array callableMethods = {method::infoForPids, method::version, me
     method::supportedFans, method::status, method::historySeries, method::historySamples, method::bandwidthTotals,
     method::networkInterfaces, method::uptimeBoots, method::sensorsList, method::disksList, method::momentsAt,
     method::machineState, method::machineWatch, method::groupsHistory, method::groupsTotals, method::groupsWatch,
-    method::processesTable, method::processesWatch, method::machineInfo, method::batteryState, method::batteryHistory,
+    method::processesTable, method::processesWatch,
+    method::processDetails, method::machineInfo, method::batteryState, method::batteryHistory,
     method::batterySleeps};
 
 /// A question whose first page has all that anybody wants to choose from.

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/Text.h"
 #include "client/commands/Commands.h"
+#include "client/commands/RepeatedView.h"
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/TextTable.h"
 #include "client/views/Answers.h"
+#include "client/views/ProcessView.h"
 #include "client/views/ProcessesView.h"
 #include "wire/Methods.h"
 
@@ -29,6 +31,23 @@ Examples:
   meridalctl processes --grouped --sort energy
   meridalctl processes --json | jq '.processes[] | select(.threads > 100) | .name'
 )";
+
+constexpr const char* processExamples =
+    R"(The working folder, the program's path, descriptors and connections are told of one's own
+processes, and to root. What is drawn is the last minute, as far as it was asked about.
+
+Examples:
+  meridalctl process 1
+  meridalctl process 4711 --watch
+  meridalctl process 4711 --json | jq '.connections[] | {host, received}'
+)";
+
+struct ProcessOptions {
+    std::vector<std::int64_t> pids;
+    bool watch = false;
+    std::size_t refreshes = 0; ///< with it, stop after so many; 0: never
+    bool json = false;
+};
 
 struct ProcessesOptions {
     std::vector<std::int64_t> pids;
@@ -153,6 +172,30 @@ int runProcesses(Session& session, const ProcessesOptions& options)
     });
 }
 
+int runProcess(Session& session, const ProcessOptions& options)
+{
+    if (options.pids.size() != 1) {
+        session.fail(exitStatus::usage, "one process at a time");
+        return exitStatus::usage;
+    }
+    const Value question = {{"pid", options.pids.front()}};
+    if (options.watch) {
+        RepeatedView view(session,
+            {.ask = [&](auto use) { session.call(method::processDetails, question, std::move(use)); },
+                .list = "course",
+                .lines = processDetailLines,
+                .json = options.json,
+                .refreshes = options.refreshes});
+        return session.runUntilInterrupted([&view] { view.start(); });
+    }
+    return session.run([&] {
+        session.call(method::processDetails, question, [&](const Value& answer) {
+            options.json ? session.conclude(answerLine(answer))
+                         : session.conclude(processDetailLines(answer, terminalColumns().value_or(0)));
+        });
+    });
+}
+
 std::vector<std::string> sortWords()
 {
     std::vector<std::string> sorts;
@@ -186,6 +229,14 @@ void addProcesses(Grammar& grammar)
         {"--reversed", "--filter", "--user", "--columns", "--limit", "--grouped", "--csv"}) {
         processes.exclude(option, "pid");
     }
+
+    auto [process, one] = grammar.add("process", "Everything that is known of one process", runProcess);
+    process.examples(processExamples);
+    process.numbers("pid", one.pids, "Process id");
+    process.flag("--watch", one.watch, "Show it again every 2 seconds, until interrupted");
+    process.count("--refreshes", one.refreshes, "With --watch, stop after so many, as text");
+    process.need("--refreshes", "--watch");
+    process.flag("--json", one.json, "As JSON");
 }
 
 } // namespace meridal

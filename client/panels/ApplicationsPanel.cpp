@@ -62,7 +62,7 @@ ApplicationRate rateOfThen(const Value& entry, double seconds)
 class ApplicationsPanel final : public Panel {
 public:
     std::string_view name() const override { return "applications"; }
-    std::string_view title() const override { return "Applications"; }
+    std::string_view title() const override { return "Apps"; } // all titles fit 80 columns
 
     std::vector<PanelQuestion> questions(const PanelView& view) const override
     {

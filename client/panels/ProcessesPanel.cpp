@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/Text.h"
+#include "client/panels/ActionDialog.h"
 #include "client/panels/Panels.h"
 #include "client/panels/ProcessFilter.h"
 #include "client/panels/ProcessRows.h"
 #include "client/panels/RowCursor.h"
 #include "client/panels/TextEntry.h"
 #include "client/screen/Format.h"
+#include "client/views/ProcessView.h"
 #include "client/views/ProcessesView.h"
 #include "wire/Methods.h"
 
@@ -13,6 +15,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <cstdlib>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -25,7 +30,8 @@ using Shape = ProcessRows::Shape;
 constexpr double processesInterval = 2; // s
 constexpr std::size_t rowsAtOnce = 100; // asked for, in steps of as many
 constexpr std::size_t mostRowsAsked = 1000;
-constexpr int lowPanel = 9; // rows below which there is no line to spare
+constexpr int lowPanel = 9;       // rows below which there is no line to spare
+constexpr double sameStart = 0.1; // s; of the same process told at two times, while clocks are adjusted
 constexpr const char* detailsQuestion = "details";
 constexpr std::string_view membersQuestion = "members ";
 
@@ -53,11 +59,14 @@ private:
     Value parameters() const;
     std::size_t limit() const;
     void show(const PanelView& view);
+    Lines detailLines(const PanelView& view) const;
+    void takeDetails(const PanelAnswer& answer);
     Line headline(const PanelView& view) const;
     const ShownProcess* chosen() const;
     void pressInText(const Key& key);
     bool pressOnList(const Key& key);
-    KeyOutcome act(const Key& key);
+    KeyOutcome pressOnDetails(const Key& key);
+    KeyOutcome act(const Key& key, const ShownProcess& process);
     KeyOutcome click(const Key& key, const PanelView& view);
     void sortByTitle(int column);
     void toggle();
@@ -74,6 +83,8 @@ private:
     std::set<std::string> turned_;   ///< applications that are open, branches that are closed
     std::string header_;             ///< the titles, as drawn last
     std::string complaint_;
+    std::optional<SeenProcess> detailed_; ///< the one of which everything is shown, in place of the list
+    Value details_;
 };
 
 /// Lines above the first row: what is shown, unless there is no room for that, and the titles.
@@ -82,6 +93,12 @@ int linesAbove(const PanelView& view, bool isTyping) { return view.rows >= lowPa
 std::vector<PanelQuestion> ProcessesPanel::questions(const PanelView&) const
 {
     std::vector<PanelQuestion> questions;
+    if (detailed_) {
+        return {{.name = detailsQuestion,
+            .method = method::processDetails,
+            .parameters = {{"pid", detailed_->pid}},
+            .interval = processesInterval}};
+    }
     Value watched = parameters();
     watched["interval"] = processesInterval;
     watched["limit"] = limit();
@@ -138,8 +155,25 @@ std::size_t ProcessesPanel::limit() const
     return shape_ == Shape::Tree ? mostRowsAsked : std::min(steps * rowsAtOnce, mostRowsAsked);
 }
 
+void ProcessesPanel::takeDetails(const PanelAnswer& answer)
+{
+    const bool isThis =
+        answer.result && std::abs(number(*answer.result, "start").value_or(0) - detailed_->started) < sameStart;
+    if (isThis) {
+        details_ = *answer.result;
+        complaint_.clear();
+    } else {
+        const bool hasEnded = answer.result || answer.result.error().code == ErrorCode::NotFound;
+        complaint_ = hasEnded ? "It has ended; this is what was known." : printable(answer.result.error().message);
+    }
+}
+
 void ProcessesPanel::take(const PanelAnswer& answer)
 {
+    if (answer.name == detailsQuestion) {
+        takeDetails(answer);
+        return;
+    }
     if (!answer.result) {
         complaint_ = printable(answer.result.error().message);
         return;
@@ -186,8 +220,21 @@ void ProcessesPanel::show(const PanelView& view)
     cursor_.setRows(names, view.rows - linesAbove(view, entry_.has_value()));
 }
 
+Lines ProcessesPanel::detailLines(const PanelView& view) const
+{
+    Lines lines = {{{Style::Title, processesText({*detailed_})}, {Style::Faint, "  Esc: back to the list"}}};
+    if (!complaint_.empty()) {
+        lines.push_back({{Style::Warning, complaint_}});
+    }
+    appendLines(lines, details_.is_object() ? processDetailLines(details_, view.columns) : Lines());
+    return lines;
+}
+
 Lines ProcessesPanel::lines(const PanelView& view)
 {
+    if (detailed_) {
+        return detailLines(view);
+    }
     if (!rows_.isKnown()) {
         return complaint_.empty() ? Lines() : Lines{{{Style::Warning, complaint_}}};
     }
@@ -238,6 +285,9 @@ void ProcessesPanel::pressInText(const Key& key)
 
 KeyOutcome ProcessesPanel::press(const Key& key, const PanelView& view)
 {
+    if (detailed_) {
+        return pressOnDetails(key);
+    }
     show(view);
     if (entry_) {
         pressInText(key);
@@ -249,7 +299,12 @@ KeyOutcome ProcessesPanel::press(const Key& key, const PanelView& view)
     if (cursor_.press(key) || pressOnList(key)) {
         return KeyOutcome::taken();
     }
-    return act(key);
+    const ShownProcess* process = chosen();
+    if (process && key.kind == Key::Kind::Enter) {
+        detailed_ = process->seen;
+        return KeyOutcome::taken();
+    }
+    return process ? act(key, *process) : KeyOutcome::notTaken();
 }
 
 /// What changes which processes are listed, and how.
@@ -290,22 +345,31 @@ void ProcessesPanel::toggle()
     }
 }
 
-KeyOutcome ProcessesPanel::act(const Key& key)
+KeyOutcome ProcessesPanel::pressOnDetails(const Key& key)
 {
-    const ShownProcess* process = chosen();
-    if (!process) {
-        return KeyOutcome::notTaken();
+    if (key.kind == Key::Kind::Escape || key.kind == Key::Kind::Enter) {
+        detailed_.reset();
+        details_ = Value();
+        complaint_.clear();
+        return KeyOutcome::taken();
     }
+    ShownProcess process = shownProcess(details_);
+    process.seen = *detailed_;
+    return act(key, process);
+}
+
+KeyOutcome ProcessesPanel::act(const Key& key, const ShownProcess& process)
+{
     const bool isSignal = key.is('k') || (key.kind == Key::Kind::Function && key.number == 9);
-    if (isSignal && shape_ == Shape::Groups && integer(process->row, "processes").value_or(1) > 1) {
+    if (isSignal && !detailed_ && shape_ == Shape::Groups && integer(process.row, "processes").value_or(1) > 1) {
         return KeyOutcome::wishing(MessageWish{"Open the application with o and choose one of its processes."});
     }
     if (isSignal) {
-        return KeyOutcome::wishing(SignalWish{.processes = {process->seen}, .signal = {}});
+        return KeyOutcome::wishing(SignalWish{.processes = {process.seen}, .signal = {}});
     }
     if (key.is('n')) {
         return KeyOutcome::wishing(
-            ReniceWish{.process = process->seen, .nice = static_cast<int>(integer(process->row, "nice").value_or(0))});
+            ReniceWish{.process = process.seen, .nice = static_cast<int>(integer(process.row, "nice").value_or(0))});
     }
     return KeyOutcome::notTaken();
 }
@@ -319,7 +383,9 @@ KeyOutcome ProcessesPanel::click(const Key& key, const PanelView& view)
         const std::size_t place = cursor_.first() + static_cast<std::size_t>(line);
         const bool isAgain = place == cursor_.chosen();
         cursor_.choose(place);
-        if (isAgain) {
+        if (isAgain && shape_ == Shape::Flat) {
+            detailed_ = shown_[place].seen;
+        } else if (isAgain) {
             toggle();
         }
     }
@@ -350,6 +416,7 @@ std::vector<PanelKey> ProcessesPanel::keys() const
     return {{"/", "filter",
                 "show only some: part of a name or a command line, user:NAME, unit:NAME, pid:NUMBER, or a /regular "
                 "expression/; Esc shows all again"},
+        {"Enter", "details", "everything that is known of the chosen process; a second click does, too"},
         {"k", "signal", "send a signal to the chosen process, after a question; F9 does, too"},
         {"←→", "sort", "sort by the next column; a click on a title does, too"}, {"i", "", "the other way round"},
         {"t", "tree", "parents with their children, and back"},

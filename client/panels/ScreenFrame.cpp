@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <utility>
 
 namespace meridal {
@@ -58,24 +59,31 @@ struct TitlePlace {
     int column = 0;
 };
 
-/// The titles as they are shown: in full, and where there is too little room numbers only but of the front one.
+/// How much of the titles is shown.
+enum class TitleForm : std::uint8_t { Wide, Close, NumbersOnly };
+
+/// The titles as they are shown: in full, and where there is too little room closer together, or numbers only but of the front one.
 std::vector<TitlePlace> titlePlaces(const ScreenFrame& frame, int columns)
 {
-    for (const bool isShort : {false, true}) {
-        std::vector<TitlePlace> places;
+    std::vector<TitlePlace> places;
+    for (const TitleForm form : {TitleForm::Wide, TitleForm::Close, TitleForm::NumbersOnly}) {
+        places.clear();
         int column = 0;
         for (std::size_t index = 0; index < frame.titles.size(); ++index) {
             const std::string number = std::to_string(index + 1);
             const bool isFront = index == frame.front;
-            const std::string words = isShort && !isFront ? number : number + " " + frame.titles[index];
-            places.push_back({isFront ? "[" + words + "]" : " " + words + (isShort ? "" : " "), column});
+            const bool isNumber = form == TitleForm::NumbersOnly && !isFront;
+            const std::string words =
+                isNumber ? number : number + (form == TitleForm::Close ? "" : " ") + frame.titles[index];
+            const char* behind = form == TitleForm::Wide ? " " : "";
+            places.push_back({isFront ? "[" + words + "]" : " " + words + behind, column});
             column += displayWidth(places.back().text);
         }
-        if (isShort || column <= columns) {
-            return places;
+        if (column <= columns) {
+            break;
         }
     }
-    return {};
+    return places;
 }
 
 Line titleLine(const ScreenFrame& frame, int columns)

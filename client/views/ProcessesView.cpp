@@ -162,7 +162,7 @@ Lines processLines(const Value& answer, const std::vector<std::string>& columns,
     }
     Lines lines = table.lines();
     if (std::cmp_greater(total, rows->size())) {
-        lines.push_back({{Style::Faint, fmt::format("{} of {} processes", rows->size(), total)}});
+        lines.push_back({{Style::Faint, fmt::format("and {} more", total - static_cast<std::int64_t>(rows->size()))}});
     }
     return lines;
 }

@@ -20,7 +20,7 @@ _meridalctl() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            top|processes|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|help) command=$word; break ;;
+            screen|top|processes|process|version|ping|status|uptime|sensors|fans|history|battery|disks|network|bandwidth|apps|at|why|metrics|check|call|watch|bar|help) command=$word; break ;;
         esac
     done
     case $previous in
@@ -32,6 +32,7 @@ _meridalctl() {
         --by) [[ $command == apps ]] && mapfile -t COMPREPLY < <(compgen -W "cpu energy memory disk network" -- "$current") && return
             mapfile -t COMPREPLY < <(compgen -W "hour day month interface network station" -- "$current"); return ;;
         --sort) mapfile -t COMPREPLY < <(compgen -W "pid parent start user name state nice threads group processes unit command cpu memory resident swap read written received sent energy wakeups" -- "$current"); return ;;
+        --theme) mapfile -t COMPREPLY < <(compgen -W "default colourblind mono" -- "$current"); return ;;
         --format) mapfile -t COMPREPLY < <(compgen -W "waybar polybar i3bar tmux plain" -- "$current"); return ;;
         --interface) COMPREPLY=(); _meridalctl_offer "$current" interfaces; return ;;
         --group) COMPREPLY=(); _meridalctl_offer "$current" applications; return ;;
@@ -40,9 +41,11 @@ _meridalctl() {
     esac
     local words="--help --socket --color --timeout"
     case $command in
-        "") words+=" --version top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar help" ;;
+        "") words+=" --version screen top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar help" ;;
+        screen) words+=" overview processes sensors disks network applications battery history moment --theme --ascii --no-mouse --spawn" ;;
         top) words+=" cpu memory disk network energy --hierarchy --rows --json --once --refreshes --settle" ;;
         processes) words+=" --sort --reversed --filter --regex --user --columns --limit --grouped --json --csv" ;;
+        process) words+=" --watch --refreshes --json" ;;
         status) words+=" --json" ;;
         uptime) words+=" --history --rows --days --json" ;;
         battery) words+=" --history --sleeps --worst --rows --days --json" ;;
@@ -58,7 +61,7 @@ _meridalctl() {
         why) words+=" hot loud slow draining busy-disk busy-network memory --at --json" ;;
         metrics) words+=" --openmetrics --output --all --groups --no-wifi-names --backfill --from --until" ;;
         ping) words+=" --count" ;;
-        help) words+=" top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar" ;;
+        help) words+=" screen top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar" ;;
         bar) words+=" --format --interval --refreshes" ;;
         watch) words+=" cpu memory disk network energy smart-temperatures smart-status battery --hierarchy --count" ;;
     esac

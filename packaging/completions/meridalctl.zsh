@@ -29,8 +29,10 @@ _meridalctl() {
         command)
             local -a commands
             commands=(
+                'screen:everything on a full screen, with keys and mouse'
                 'top:the processes that use the most, live or as text'
                 'processes:all processes, or the names of some by their ids'
+                'process:everything that is known of one process'
                 'version:the daemon'\''s version and build'
                 'ping:how long the daemon takes to answer'
                 'status:what the daemon costs, and what it cannot measure here and why'
@@ -70,6 +72,11 @@ _meridalctl() {
             local ranges='hour day week month threemonth sixmonth year longterm'
             curcontext=${curcontext%:*:*}:meridalctl-$words[1]:
             case $words[1] in
+                screen)
+                    _arguments $globals '--theme=[how it looks]:theme:(default colourblind mono)' '--ascii[only ASCII characters]' \
+                        '--no-mouse[leave the mouse to the terminal]' '--spawn[start a daemon for this screen alone]' \
+                        '1:panel:(overview processes sensors disks network applications battery history moment)' && ret=0
+                    ;;
                 top)
                     _arguments $globals $rows $json \
                         '--hierarchy[group processes under the one responsible for them]' \
@@ -89,6 +96,12 @@ _meridalctl() {
                         '--limit=[at most so many]:count' \
                         '--grouped[a line for each application]' \
                         '*:process:_pids' && ret=0
+                    ;;
+                process)
+                    _arguments $globals $json \
+                        '--watch[show it again every 2 seconds]' \
+                        '--refreshes=[end after so many]:count' \
+                        '1:process:_pids' && ret=0
                     ;;
                 status)
                     _arguments $globals $json && ret=0
@@ -176,7 +189,7 @@ _meridalctl() {
                         '--refreshes=[stop after so many lines]:number' '1:template' && ret=0
                     ;;
                 help)
-                    _arguments $globals '1:command:(top processes version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar)' && ret=0
+                    _arguments $globals '1:command:(top processes process version ping status uptime sensors fans history battery disks network bandwidth apps at why metrics check call watch bar)' && ret=0
                     ;;
                 *)
                     _arguments $globals '*:parameter' && ret=0

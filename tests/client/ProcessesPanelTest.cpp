@@ -99,6 +99,27 @@ TEST(ProcessesPanel, ListsFiltersAndAsksBeforeASignal)
     EXPECT_THAT(textOf(panel->lines(view)), HasSubstr("no such pattern"));
 }
 
+TEST(ProcessesPanel, ShowsEverythingOfOneAndNotOfALaterOneOfItsNumber)
+{
+    const auto panel = makeProcessesPanel();
+    const PanelView view;
+    panel->take({.name = "processes", .result = json(threeProcesses)});
+    panel->lines(view);
+    panel->press(Key::of(Key::Kind::Enter), view);
+    const PanelQuestion question = panel->questions(view).front();
+    EXPECT_EQ(question.parameters, json(R"({"pid":20})"));
+    panel->take(
+        {.name = question.name, .result = json(R"({"pid":20,"start":1700000020.5,"name":"cc1","command":"cc1 -O2"})")});
+    panel->take(
+        {.name = question.name, .result = json(R"({"pid":20,"start":1700000099.5,"name":"rm","command":"rm -r"})")});
+    const std::string shown = textOf(panel->lines(view));
+    EXPECT_THAT(shown, testing::AllOf(HasSubstr("cc1 -O2"), HasSubstr("has ended"), Not(HasSubstr("rm -r"))));
+    EXPECT_EQ(std::get<SignalWish>(panel->press(Key::of('k'), view).wish).processes.front().started, 1700000020.5);
+    EXPECT_FALSE(panel->press(Key::of(Key::Kind::Down), view).isTaken); // the frame scrolls
+    panel->press(Key::of(Key::Kind::Escape), view);
+    EXPECT_THAT(textOf(panel->lines(view)), HasSubstr("3 processes"));
+}
+
 TEST(ProcessesPanel, FitsTheSmallestTerminal)
 {
     const auto panel = makeProcessesPanel();

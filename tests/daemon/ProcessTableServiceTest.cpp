@@ -21,7 +21,20 @@ struct ToldArguments final : ProcessInspection {
         ++asked;
         return "worker" + std::string(1, '\0') + std::to_string(pid) + std::string(1, '\0');
     }
+    ProcessInsight inspect(std::int32_t) override
+    {
+        return {.executable = "/usr/bin/worker", .workingDirectory = "/home/anna", .descriptors = 12};
+    }
     int asked = 0;
+};
+
+struct ToldSockets final : ProcessConnections {
+    std::span<const ConnectionRecord> readConnections(std::span<const std::int32_t>) override { return {}; }
+    std::vector<ProcessSocket> socketsOf(std::int32_t, std::size_t) override
+    {
+        const ProcessSocket one{.protocol = 6, .host = "192.0.2.7", .port = 443, .bytesReceived = 100, .bytesSent = 5};
+        return {{.protocol = 17, .host = "192.0.2.9", .port = 53}, one, one};
+    }
 };
 
 class ProcessTables : public DaemonTest {
@@ -31,6 +44,7 @@ protected:
         auto told = std::make_unique<ToldArguments>();
         inspection = told.get();
         machine.host.processInspection = std::move(told);
+        machine.host.processConnections = std::make_unique<ToldSockets>();
         static_cast<FakeUserRights&>(*machine.host.userRights).names = {{1000, "anna"}};
         for (const std::int32_t pid : {43, 44}) {
             machine.processes().set(FakeProcessSource::process(pid));
@@ -122,6 +136,33 @@ TEST_F(ProcessTables, ShowNobodyWhatTheHostWouldNot)
     EXPECT_EQ(table({})["total"], 2);
     client = std::make_shared<FakeClient>(user(0));
     EXPECT_THAT(pidsOf(table({{"sort", "pid"}})), ElementsAre(1, 42, 43, 44));
+}
+
+TEST_F(ProcessTables, KnowEverythingOfOneProcessAndTellItsOwnerMore)
+{
+    machine.processes().set(FakeProcessSource::process(50, 42, "child"));
+    const auto details = [this](int pid) { return ask(method::processDetails, {{"pid", pid}}, client); };
+    details(42);
+    work(42, 1);
+    machine.runtime.advance(2);
+    const Value known = details(42);
+    EXPECT_EQ(known["parents"], json(R"([{"pid":1,"name":"launchd"}])"));
+    EXPECT_EQ(known["children"], json(R"([{"pid":50,"name":"child"}])"));
+    EXPECT_EQ(known["group"]["processes"], 2);
+    EXPECT_EQ(known["command"], "worker 42");
+    EXPECT_GE(known["course"].size(), 2U);
+    EXPECT_EQ(known["descriptors"], 12);
+    EXPECT_EQ(known["workingDirectory"], "/home/anna");
+    EXPECT_EQ(known["connections"], json(R"([
+        {"host":"192.0.2.7","protocol":"tcp","connections":2,"ports":[443],"received":200,"sent":10},
+        {"host":"192.0.2.9","protocol":"udp","connections":1,"ports":[53]}])"));
+    machine.runtime.advance(300);
+    EXPECT_LE(details(42)["course"].size(), 1U + ProcessDetails::courseLength / 2) << "of the last minute";
+    const Value others = details(44);
+    EXPECT_EQ(others["command"], "worker 44");
+    EXPECT_FALSE(others.contains("workingDirectory") || others.contains("connections")) << "another user's";
+    EXPECT_THAT(details(99).get<std::string>(), HasSubstr("no such process"));
+    EXPECT_THAT(ask(method::processDetails, {}, client).get<std::string>(), HasSubstr("\"pid\""));
 }
 
 TEST_F(ProcessTables, TellWatchersWhatChangedOfTheRowsTheySee)
