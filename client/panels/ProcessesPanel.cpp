@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/Text.h"
-#include "client/panels/ActionDialog.h"
 #include "client/panels/Panels.h"
 #include "client/panels/ProcessFilter.h"
 #include "client/panels/ProcessRows.h"
@@ -222,7 +221,7 @@ void ProcessesPanel::show(const PanelView& view)
 
 Lines ProcessesPanel::detailLines(const PanelView& view) const
 {
-    Lines lines = {{{Style::Title, processesText({*detailed_})}, {Style::Faint, "  Esc: back to the list"}}};
+    Lines lines = {{{Style::Faint, "Esc leads back to the list"}}};
     if (!complaint_.empty()) {
         lines.push_back({{Style::Warning, complaint_}});
     }
@@ -267,7 +266,7 @@ void ProcessesPanel::reset()
 {
     rows_.clear();
     turned_.clear();
-    cursor_.choose(std::size_t{0});
+    cursor_ = RowCursor();
 }
 
 void ProcessesPanel::pressInText(const Key& key)

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -77,18 +78,19 @@ Line processorShare(const Value& cpu, const OverviewRoom& room)
     Line line = {labelSpan("CPU")};
     addShare(line, number(cpu, "busy").value_or(0), barColumnsIn(room));
     std::string words;
-    const auto add = [&](const char* name, const char* key) {
-        const auto percent = number(cpu, key);
+    const auto add = [&](const char* name, std::optional<double> percent) {
         words += percent && room.isWide() ? fmt::format("  {} {:.0f}", name, *percent) : "";
     };
-    add("user", "user");
-    add("system", "system");
-    add("wait", "iowait");
-    if (const auto load = number(cpu, "load1")) {
-        words += fmt::format("  load {:.2f}", *load);
-        words += room.isWide()
-            ? fmt::format(" {:.2f} {:.2f}", number(cpu, "load5").value_or(0), number(cpu, "load15").value_or(0))
-            : "";
+    const auto user = number(cpu, "user");
+    add("user", user ? std::optional(*user + number(cpu, "nice").value_or(0)) : user);
+    add("system", number(cpu, "system"));
+    add("wait", number(cpu, "iowait"));
+    const char* before = "  load ";
+    for (const char* key : {"load1", "load5", "load15"}) {
+        const auto load = number(cpu, key);
+        if (load && (room.isWide() || key == std::string_view("load1"))) {
+            words += fmt::format("{}{:.{}f}", std::exchange(before, " "), *load, *load < 10 ? 2 : 1);
+        }
     }
     line.push_back({Style::Plain, words});
     return line;

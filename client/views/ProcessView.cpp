@@ -19,7 +19,7 @@ namespace {
 
 constexpr int labelColumns = 13;
 constexpr double courseSeconds = 60;
-constexpr int courseColumns = 30;
+constexpr int minuteColumns = 30;
 
 /// A line of what there is to say, on as many as it needs; none for nothing.
 void addWords(Lines& lines, std::string_view label, const std::string& words, int room)
@@ -91,7 +91,7 @@ void addCourse(Lines& lines, std::string_view label, const Value& answer, const 
     Line line = {{Style::Plain, std::move(now)}};
     if (points.size() > 1) {
         const double end = number(answer, "time").value_or(0);
-        line.push_back({Style::Faint, "  " + sparkline(points, end - courseSeconds, end, courseColumns)});
+        line.push_back({Style::Faint, "  " + sparkline(points, end - courseSeconds, end, minuteColumns)});
     }
     lines.push_back(subjectLine(label, std::move(line)));
 }
