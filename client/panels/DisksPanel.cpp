@@ -77,6 +77,9 @@ public:
             isOpen_ = !isOpen_;
             return KeyOutcome::taken();
         }
+        if (key.is('h') && !device_.empty()) {
+            return KeyOutcome::wishing(OpenWish{.panel = "history", .argument = {{"series", "throughput/" + device_}}});
+        }
         if (isOpen_) {
             return KeyOutcome::notTaken(); // the frame scrolls
         }
@@ -88,8 +91,12 @@ public:
 
     std::vector<PanelKey> keys() const override
     {
-        return isOpen_ ? std::vector<PanelKey>{{"Esc", "all disks", "back to the list of all disks"}}
-                       : std::vector<PanelKey>{{"Enter", "attributes", "all that the chosen disk tells about itself"}};
+        std::vector<PanelKey> keys = {
+            {"h", "history", "what is recorded of the chosen disk's traffic, to zoom and pan in"}};
+        keys.insert(keys.begin(),
+            isOpen_ ? PanelKey{"Esc", "all disks", "back to the list of all disks"}
+                    : PanelKey{"Enter", "attributes", "all that the chosen disk tells about itself"});
+        return keys;
     }
 
 private:
@@ -100,6 +107,7 @@ private:
             names.push_back(text(disk, "key").value_or(text(disk, "bsd").value_or("")));
         }
         cursor_.setRows(names, view.rows);
+        device_ = names.empty() ? std::string() : text(disks[cursor_.chosen()], "bsd").value_or("");
     }
 
     Lines detailLines(const Value& disks, const PanelView& view) const
@@ -158,6 +166,7 @@ private:
     PastMoment past_;
     Value activity_;
     RowCursor cursor_;
+    std::string device_; ///< the chosen one's name now
     PageWindow window_;
     std::vector<int> lineOfDisk_; ///< among all lines of the list
     bool isOpen_ = false;         ///< the chosen one's attributes are shown

@@ -203,6 +203,8 @@ bool HistoryChart::press(const Key& key, const PanelView& view)
         zoom(key.kind == Key::Kind::WheelUp ? closer : 1 / closer, timeAt(key, view).value_or(middle(view)), view);
     } else if (key.kind == Key::Kind::Left || key.kind == Key::Kind::Right) {
         pan(key.kind == Key::Kind::Left ? -aQuarter : aQuarter, view);
+    } else if (key.kind == Key::Kind::Escape && mark_) {
+        mark_.reset();
     } else if (key.is('n')) {
         until_.reset();
         mark_.reset();

@@ -201,6 +201,7 @@ private:
     bool type(const Key& key)
     {
         const TextEntry::Outcome outcome = entry_->press(key);
+        cursor_.choose(std::size_t{0}); // what was chosen before is mostly not among the rest
         if (outcome == TextEntry::Outcome::Done) {
             filter_ = entry_->text();
         }
@@ -212,11 +213,12 @@ private:
 
     bool pressInChart(const Key& key, const PanelView& view)
     {
-        if (key.kind == Key::Kind::Escape || key.kind == Key::Kind::Backspace) {
-            isChart_ = false;
+        if (chart_.press(key, view)) {
             return true;
         }
-        return chart_.press(key, view);
+        const bool leaves = key.kind == Key::Kind::Escape || key.kind == Key::Kind::Backspace;
+        isChart_ = !leaves;
+        return leaves;
     }
 
     bool pressInList(const Key& key, const PanelView& view)

@@ -22,8 +22,10 @@ struct MomentStep {
     char key;
     double seconds;
     const char* word;
+    const char* one;
 };
-constexpr std::array<MomentStep, 3> momentSteps = {{{'m', 60, "minute"}, {'h', 3600, "hour"}, {'d', day, "day"}}};
+constexpr std::array<MomentStep, 3> momentSteps = {
+    {{'m', 60, "minute", "a minute"}, {'h', 3600, "hour", "an hour"}, {'d', day, "day", "a day"}}};
 
 /// Everything that was recorded of one moment, and the way to it: what is chosen here, other panels show, too.
 class MomentPanel final : public Panel {
@@ -87,7 +89,7 @@ public:
             {"Enter", "when", "type a moment: yesterday 18:30, Tue 03:00, -2h, 2026-11-20 18:30"},
             {"n", "now", "all panels show what is now again"}};
         for (const MomentStep& each : momentSteps) {
-            keys.push_back({{each.key}, each.word, std::string("steps of a ") + each.word});
+            keys.push_back({{each.key}, each.word, std::string("steps of ") + each.one});
         }
         return keys;
     }
@@ -106,7 +108,7 @@ private:
             wrappedLines(Style::Plain, "This is now. What was at another moment is in the record:", 0, columns);
         lines.emplace_back();
         const std::array<std::pair<const char*, std::string>, 3> ways = {
-            {{"←", std::string("a ") + step_->word + " back; m, h and d choose how long a step is"},
+            {{"←", std::string(step_->one) + " back; m, h and d choose how long a step is"},
                 {"Enter", "type a moment, such as \"yesterday 18:30\" or \"-2h\""}, {"n", "back to now"}}};
         for (const auto& [key, words] : ways) {
             constexpr int keyColumns = 8;

@@ -19,6 +19,7 @@ constexpr double interfaceInterval = 2; // s, as the daemon reads them
 constexpr double interfaceCourse = 600; // s
 constexpr int samplesOfInterface = 100; // of 6 s
 constexpr std::size_t mostNetworkRows = 20;
+constexpr double longestPause = 5; // s between two lists; they come every 2 s
 constexpr std::string_view interfaceSeries = "network/";
 constexpr std::string_view trafficName = "processes";
 
@@ -148,12 +149,14 @@ private:
         }
     }
 
-    /// Bytes since the envelope before, which the first one has not.
+    /// Bytes since the envelope before, which the first one has not, nor one after a while without any.
     void takeTraffic(const PanelAnswer& answer)
     {
         if (answer.result) {
-            const auto seconds = traffic_.table ? std::optional(answer.clock - latestTraffic_) : std::nullopt;
-            traffic_.table = readTopTable(RequestKey::Network, *answer.result, seconds, answer.time);
+            const double seconds = answer.clock - latestTraffic_;
+            const bool goesOn = traffic_.table && seconds < longestPause;
+            traffic_.table = readTopTable(
+                RequestKey::Network, *answer.result, goesOn ? std::optional(seconds) : std::nullopt, answer.time);
             latestTraffic_ = answer.clock;
         }
     }

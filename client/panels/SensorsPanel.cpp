@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "client/panels/PageWindow.h"
 #include "client/panels/PagedList.h"
 #include "client/panels/Panels.h"
 #include "client/panels/PastMoment.h"
+#include "client/panels/RowCursor.h"
 #include "client/views/HistoryView.h"
 #include "client/views/SensorsView.h"
 #include "wire/Methods.h"
@@ -70,12 +72,64 @@ public:
             const Value* then = past_.of(view);
             return then ? linesOf(*then, view.columns) : Lines{};
         }
-        return sensors_.isKnown() ? sensorLines(sensors_.rows(), view.columns, &courses_) : Lines{};
+        return sensors_.isKnown() ? listLines(view) : Lines{};
     }
 
     bool showsPast() const override { return true; }
 
+    KeyOutcome press(const Key& key, const PanelView& view) override
+    {
+        if (view.moment || cursor_.isEmpty()) {
+            return KeyOutcome::notTaken();
+        }
+        const bool isClick = key.kind == Key::Kind::Click;
+        const auto clicked =
+            std::find(lineOfSensor_.begin(), lineOfSensor_.end(), isClick ? window_.lineAt(key.row).value_or(0) : 0);
+        const auto place = static_cast<std::size_t>(clicked - lineOfSensor_.begin());
+        if (key.kind == Key::Kind::Enter || (isClick && place == cursor_.chosen())) {
+            return KeyOutcome::wishing(
+                OpenWish{.panel = "history", .argument = {{"series", std::string(sensorSeries) + cursor_.name()}}});
+        }
+        if (isClick && clicked != lineOfSensor_.end()) {
+            cursor_.choose(place);
+            return KeyOutcome::taken();
+        }
+        return cursor_.press(key) ? KeyOutcome::taken() : KeyOutcome::notTaken();
+    }
+
+    std::vector<PanelKey> keys() const override
+    {
+        return {{"Enter", "history", "what is recorded of the chosen sensor, to zoom and pan in"}};
+    }
+
 private:
+    /// The chosen one stands out. Fans come last, as in the view; whatever is no sensor's line is a title there.
+    Lines listLines(const PanelView& view)
+    {
+        const Value sensors = sensors_.rows();
+        Lines page = sensorLines(sensors, view.columns, &courses_);
+        std::vector<std::string> names;
+        for (const bool fans : {false, true}) {
+            for (const Value& sensor : sensors) {
+                if ((text(sensor, "kind") == "fan") == fans) {
+                    names.push_back(text(sensor, "key").value_or(""));
+                }
+            }
+        }
+        lineOfSensor_.clear();
+        for (std::size_t line = 0; line < page.size() && !names.empty(); ++line) {
+            const bool isTitle = page[line].empty() || page[line].front().style == Style::Title
+                || page[line].front().style == Style::Heading;
+            if (!isTitle) {
+                lineOfSensor_.push_back(static_cast<int>(line));
+            }
+        }
+        cursor_.setRows(names, view.rows);
+        const std::size_t chosen = cursor_.chosen();
+        const auto line = chosen < lineOfSensor_.size() ? std::optional(lineOfSensor_[chosen]) : std::nullopt;
+        return window_.cut(page, 1, line, view.rows, view.columns);
+    }
+
     /// The readings of then, with the limits of today.
     Lines linesOf(const Value& then, int columns) const
     {
@@ -84,7 +138,9 @@ private:
                  {{"temperatures", "temperature"}, {"fans", "fan"}, {"power", "power"}}}) {
             const Value* entries = find(then, list);
             for (const Value& entry : entries && entries->is_array() ? *entries : Value::array()) {
-                readings.push_back(readingOf(entry, kind));
+                if (entry.is_object()) {
+                    readings.push_back(readingOf(entry, kind));
+                }
             }
         }
         if (readings.empty()) {
@@ -119,6 +175,9 @@ private:
         .interval = sensorInterval}};
     PastMoment past_;
     RecentCourses courses_{sensorCourse};
+    RowCursor cursor_;
+    PageWindow window_;
+    std::vector<int> lineOfSensor_; ///< among all lines of the page
 };
 
 } // namespace

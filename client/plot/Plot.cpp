@@ -26,10 +26,19 @@ constexpr int columnsPerTimeMark = 14;
 constexpr int rowsPerValueMark = 3;
 constexpr double gapIntervals = 1.5;
 
-/// How the lines of a plot are told apart, in order; the last one serves all that follow.
-constexpr std::array seriesStyles = {Style::Plain, Style::Medium, Style::High, Style::Faint};
+/// How a line of a plot is told from others, without colours, too.
+struct Stroke {
+    Style style = Style::Plain;
+    int on = 1;  ///< dots that are drawn, and
+    int off = 0; ///< dots that are not, along the line
+    const char* sample = "── ";
+};
 
-Style styleOf(std::size_t series) { return seriesStyles.at(std::min(series, seriesStyles.size() - 1)); }
+/// In order; the last one serves all that follow.
+constexpr std::array<Stroke, 4> strokes = {{{Style::Plain, 1, 0, "── "}, {Style::Medium, 3, 3, "╌╌ "},
+    {Style::High, 1, 2, "·· "}, {Style::Faint, 8, 3, "─╌ "}}};
+
+const Stroke& strokeOf(std::size_t series) { return strokes.at(std::min(series, strokes.size() - 1)); }
 
 /// A drawing in braille cells, each 2 dots wide and 4 high. Dot (0, 0) is at the lower left.
 class Canvas {
@@ -39,14 +48,18 @@ public:
     int width() const { return columns_ * 2; }
     int height() const { return rows_ * 4; }
 
-    void line(std::pair<int, int> from, std::pair<int, int> to, Style style)
+    void line(std::pair<int, int> from, std::pair<int, int> to, const Stroke& stroke)
     {
         const int steps = std::max({std::abs(to.first - from.first), std::abs(to.second - from.second), 1});
         for (int step = 0; step <= steps; ++step) {
             const auto between = [&](int first, int last) {
                 return first + static_cast<int>(std::lround(static_cast<double>(last - first) * step / steps));
             };
-            dot(between(from.first, to.first), between(from.second, to.second), style);
+            const int x = between(from.first, to.first);
+            const int y = between(from.second, to.second);
+            if ((x + y) % (stroke.on + stroke.off) < stroke.on) { // flat or steep, there is something of it
+                dot(x, y, stroke.style);
+            }
         }
     }
 
@@ -148,8 +161,10 @@ void draw(Canvas& canvas, const Plot& plot, const ValueAxis& axis)
     for (std::size_t index = 0; index < plot.series.size(); ++index) {
         for (const auto run : runsOf(plot.series[index])) {
             drawBand(canvas, places, run);
+            Stroke stroke = strokeOf(index);
+            stroke.off = run.size() > 1 ? stroke.off : 0; // a lone point must not fall into what is left out
             for (std::size_t point = 0; point < run.size(); ++point) {
-                canvas.line(places.of(run[point == 0 ? 0 : point - 1]), places.of(run[point]), styleOf(index));
+                canvas.line(places.of(run[point == 0 ? 0 : point - 1]), places.of(run[point]), stroke);
             }
         }
     }
@@ -201,7 +216,7 @@ Line summaryLine(const Plot& plot, std::size_t index, const ValueAxis& axis)
     const PlotSeries& series = plot.series[index];
     Line line;
     if (plot.series.size() > 1) {
-        line.push_back({styleOf(index), "── " + printable(series.name) + "  "});
+        line.push_back({strokeOf(index).style, strokeOf(index).sample + printable(series.name) + "  "});
     }
     const auto summary = summarise(series);
     if (!summary) {

@@ -71,6 +71,9 @@ ValueAxis valueAxis(double low, double high, int mostIntervals)
     if (!std::isfinite(low) || !std::isfinite(high) || low > high) {
         return {};
     }
+    if (low == 0 && high == 0) {
+        return {}; // what never was anything runs along the ground
+    }
     const double size = std::max({std::abs(low), std::abs(high), 1e-6});
     if (high - low < size * 1e-6) { // a line that never moves still needs a height to run in
         low -= size * 0.01;

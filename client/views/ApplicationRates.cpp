@@ -85,13 +85,13 @@ std::string words(const ApplicationRate& rate, ApplicationFigure figure, bool is
     return *amount > 0 ? formatByteRate(*amount) : "-";
 }
 
-struct RateColumn {
+struct UsageColumn {
     ApplicationFigure figure;
     const char* title;
     int width;
     int leaves; ///< where there is too little room, unless it is what they are ranked by
 };
-constexpr RateColumn rateColumns[] = {{ApplicationFigure::Cpu, "CPU", 9, 5},
+constexpr UsageColumn usageColumns[] = {{ApplicationFigure::Cpu, "CPU", 9, 5},
     {ApplicationFigure::Memory, "MEMORY", 10, 4}, {ApplicationFigure::Disk, "DISK", 12, 3},
     {ApplicationFigure::Network, "NETWORK", 12, 2}, {ApplicationFigure::Energy, "ENERGY", 9, 1}};
 
@@ -110,7 +110,8 @@ void ApplicationRates::take(const Value& answer)
         return;
     }
     const auto since = number(answer, "since"); // only what tells all groups has it
-    if (since && since != since_) {
+    constexpr double longAgo = 10;              // s: a mean over a time in which nobody looked is not what is used now
+    if (since && (since != since_ || *time - time_.value_or(*time) > longAgo)) {
         clear();
     }
     const double seconds = *time - time_.value_or(*time);
@@ -185,7 +186,7 @@ Lines applicationRateLines(const std::vector<ApplicationRate>& rates, Applicatio
     const bool isPower =
         std::any_of(groups.begin(), groups.end(), [](const Value& each) { return number(each, "joules"); });
     std::vector<TableColumn> columns = {{.title = "APPLICATION", .width = 30, .gap = 1, .least = 12}};
-    for (const RateColumn& each : rateColumns) {
+    for (const UsageColumn& each : usageColumns) {
         const bool ranks = each.figure == figure;
         columns.push_back({.title = ranks ? std::string(each.title) + "▾" : each.title,
             .width = each.width,
@@ -198,7 +199,7 @@ Lines applicationRateLines(const std::vector<ApplicationRate>& rates, Applicatio
     for (std::size_t place = 0; place < rates.size(); ++place) {
         const Style style = isNobodys(rates[place]) ? Style::Faint : Style::Plain;
         std::vector<TableCell> cells = {{style, labels[place]}};
-        for (const RateColumn& each : rateColumns) {
+        for (const UsageColumn& each : usageColumns) {
             cells.emplace_back(style, words(rates[place], each.figure, isPower));
         }
         cells.emplace_back(style, rates[place].processes ? fmt::format("{:.0f}", *rates[place].processes) : "-");

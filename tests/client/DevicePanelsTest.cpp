@@ -137,6 +137,17 @@ TEST(SensorsPanel, ShowsWhatIsAndHowItCameToBe)
         "FAN               SPEED  STATE  LIMITS\n"
         "nct6775-isa-0290\n"
         "  Front         stopped  LOW    min 300\n");
+    panel.press(Key::Kind::End);
+    panel.text(40, 4);
+    EXPECT_EQ((*panel).lines(panel.view).back().front().style, Style::Chosen) << "it is in sight";
+    panel.press(Key::Kind::Enter);
+    EXPECT_EQ(std::get<OpenWish>(panel.wish).argument, (Value{{"series", "sensors/F0Ac"}}));
+    panel.press({.kind = Key::Kind::Click, .row = 0});
+    EXPECT_TRUE(std::holds_alternative<std::monostate>(panel.wish)) << "a title is nothing to choose";
+    panel.text(80, 20);
+    panel.press({.kind = Key::Kind::Click, .row = 2});
+    panel.press({.kind = Key::Kind::Click, .row = 2});
+    EXPECT_EQ(std::get<OpenWish>(panel.wish).argument, (Value{{"series", "sensors/TBCC"}}));
     const std::size_t before = panel.asked;
     panel.pass(2);
     EXPECT_EQ(panel.asked, before + 1) << "the record is asked once, the chips again and again";
@@ -222,6 +233,8 @@ TEST(DisksPanel, ListsThemAndOpensTheChosenOne)
         "  Entries in its e… -\n");
     EXPECT_FALSE(panel.press(Key::Kind::Down)) << "what is open is scrolled by the frame";
     panel.press(Key::Kind::Escape);
+    panel.type(U"h");
+    EXPECT_EQ(std::get<OpenWish>(panel.wish).argument, (Value{{"series", "throughput/nvme0n1"}}));
     panel.press({.kind = Key::Kind::Click, .row = 1});
     panel.press({.kind = Key::Kind::Click, .row = 1});
     EXPECT_THAT(panel.text(80, 20), AllOf(HasSubstr("Reallocated sectors"), Not(HasSubstr("S5GX"))));

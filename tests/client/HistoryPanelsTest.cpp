@@ -76,6 +76,7 @@ TEST_F(HistoryPanelTest, ListsWhatIsRecordedAndFiltersIt)
         "  load/load15\n"
         "  load/load5\n"
         "  memory/free                      B\n");
+    panel.press(Key::Kind::End);
     panel.type(U"/ME");
     EXPECT_EQ(panel.text(40, 8),
         "filter: ME\n"
@@ -84,7 +85,7 @@ TEST_F(HistoryPanelTest, ListsWhatIsRecordedAndFiltersIt)
         "  memory/used                      B\n");
     EXPECT_TRUE((*panel).takesText());
     panel.press(Key::Kind::Enter);
-    panel.type(U"x");
+    panel.type(U"x"); // the first of the rest
     panel.press(Key::Kind::Down);
     panel.type(U"x");
     EXPECT_EQ(panel.text(40, 8),
@@ -94,7 +95,7 @@ TEST_F(HistoryPanelTest, ListsWhatIsRecordedAndFiltersIt)
         "* memory/used                      B\n");
     panel.press(Key::Kind::Enter);
     EXPECT_EQ(record.asked.at("series"), "memory");
-    EXPECT_THAT(panel.text(80, 20), AllOf(HasSubstr("── memory/free"), HasSubstr("── memory/used")));
+    EXPECT_THAT(panel.text(80, 20), AllOf(HasSubstr("── memory/free"), HasSubstr("╌╌ memory/used")));
     panel.press(Key::Kind::Escape);
     panel.type(U"c");
     EXPECT_THAT(panel.text(80, 20), HasSubstr("busy/vda"));
@@ -234,6 +235,40 @@ TEST(MomentPanel, StepsThroughTimeAndTakesMomentsAsTheyAreTyped)
     EXPECT_FALSE(panel.view.moment);
     panel.showMoment(5e8);
     EXPECT_EQ(panel.text(80, 20), "nothing is recorded of that time\n");
+}
+
+TEST(Panels, TakeAnswersOfAnyShape)
+{
+    const Value odd = {{"key", 1}, {"series", "a"}, {"values", 1}, {"time", 1e300}, {"value", "x"}, {"more", true},
+        {"next", {1}}, {"interface", {}}, {"bsd", 5}, {"attributes", 1}, {"rates", 2}, {"processes", "x"}};
+    const Value list = {1, "x", Value(), Value::array({1}), Value::object(), odd};
+    Value all = odd;
+    for (const char* entry :
+        {"sensors", "disks", "interfaces", "groups", "series", "samples", "batteries", "peripherals", "rows",
+            "temperatures", "fans", "network", "applications", "battery", "others", "download", "upload", "gone"}) {
+        all[entry] = list;
+    }
+    all["applicationsUntil"] = 5;
+    for (const Value& answer : {Value(), Value(1), Value("x"), list, odd, all}) {
+        for (auto& made : allPanels()) {
+            PanelOnPaper panel(std::move(made), [&](const PanelQuestion& question) {
+                Value shaped = answer;
+                if (question.method == method::momentsAt && shaped.is_object()) {
+                    shaped["time"] = question.parameters.at("time");
+                }
+                return shaped;
+            });
+            for (const std::optional<double> moment : {std::optional<double>(), std::optional(1.7e9)}) {
+                panel.showMoment(moment);
+                panel.type(U"xhlc");
+                for (const Key::Kind kind : {Key::Kind::Enter, Key::Kind::Down, Key::Kind::Right, Key::Kind::Click}) {
+                    panel.press(kind);
+                    panel.pass(2);
+                    (*panel).lines({.rows = 1, .columns = 20, .now = panel.view.now, .moment = moment});
+                }
+            }
+        }
+    }
 }
 
 } // namespace

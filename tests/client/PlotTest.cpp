@@ -155,6 +155,13 @@ TEST_F(PlotTest, TimeMarksFitTheirRange)
     EXPECT_TRUE(timeMarks(0, 1e300, 5).empty());
 }
 
+TEST(ValueAxis, OfWhatNeverWasAnythingBeginsAtTheGround)
+{
+    const ValueAxis axis = valueAxis(0, 0, 5);
+    EXPECT_EQ(axis.low, 0);
+    EXPECT_EQ(axis.high, 1);
+}
+
 RC_GTEST_PROP(ValueAxis, HoldsAllValuesInFewRoundSteps, ())
 {
     const auto mantissa = *rc::gen::inRange(-100'000, 100'001);

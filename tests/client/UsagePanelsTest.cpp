@@ -123,7 +123,11 @@ TEST(ApplicationRates, AreDifferencesOfWhatOnlyGrows)
     EXPECT_EQ(ranked[2].cpu, 0) << "what is not told of has not changed";
     rates.take({{"time", 104}, {"groups", Value::array()}, {"gone", {{{"group", "exe:/usr/bin/cc"}, {"user", 0}}}}});
     EXPECT_THAT(namesOf(rates.ranked(ApplicationFigure::Memory)), testing::ElementsAre("new", "sh", "kernel"));
-    rates.take({{"time", 106}, {"since", 105}, {"groups", {groupOf("sh", 0, 1, 0)}}});
+    rates.take({{"time", 106}, {"since", 1}, {"groups", {groupOf("sh", 0, 6, 0)}}});
+    EXPECT_EQ(rates.ranked(ApplicationFigure::Cpu)[0].cpu, 50);
+    rates.take({{"time", 206}, {"since", 1}, {"groups", {groupOf("sh", 0, 90, 0)}}});
+    EXPECT_FALSE(rates.ranked(ApplicationFigure::Cpu)[0].cpu) << "nobody looked for long";
+    rates.take({{"time", 208}, {"since", 205}, {"groups", {groupOf("sh", 0, 91, 0)}}});
     EXPECT_FALSE(rates.ranked(ApplicationFigure::Cpu)[0].cpu) << "another daemon counts anew";
 }
 
