@@ -44,6 +44,14 @@ bool passesFilter(ProcessStatCollectorItem& item, const ProcessFilter& filter, P
     return filter.any.isEmpty() || filter.any.matches(item.name) || filter.any.matches(texts.command(item));
 }
 
+/// Whether anything in it says who heads whose group, which takes a walk up from everybody.
+bool isAboutGroups(const ProcessTableQuery& query)
+{
+    const auto& columns = query.columns;
+    return query.grouped || query.group || query.sort == ProcessColumn::Group
+        || std::find(columns.begin(), columns.end(), ProcessColumn::Group) != columns.end();
+}
+
 std::string tableText(ProcessStatCollectorItem& item, ProcessColumn column, bool grouped, ProcessTexts& texts)
 {
     switch (column) {
@@ -85,8 +93,11 @@ void ProcessSelection::select(const ProcessTable& table, const ProcessView& view
     rows_.clear();
     shown_.clear();
     sums_.clear();
-    findHeads(table, view);
-    query.grouped ? gatherGroups(table, query, texts) : gather(table, query, texts);
+    heads_.clear();
+    if (isAboutGroups(query)) {
+        findHeads(table, view);
+    }
+    query.grouped ? gatherGroups(table, query, texts) : gather(table, view, query, texts);
     total_ = rows_.size();
     traitsOf(query.sort).isText ? sortByText(query, texts) : sortByNumber(table, query);
     if (query.grouped) {
@@ -115,12 +126,13 @@ void ProcessSelection::findHeads(const ProcessTable& table, const ProcessView& v
     }
 }
 
-void ProcessSelection::gather(const ProcessTable& table, const ProcessTableQuery& query, ProcessTexts& texts)
+void ProcessSelection::gather(
+    const ProcessTable& table, const ProcessView& view, const ProcessTableQuery& query, ProcessTexts& texts)
 {
     const bool isFiltered = !query.filter.isEmpty();
+    rows_.reserve(table.processes.size());
     for (ProcessStatCollectorItem* item : table.processes) {
-        const ProcessStatCollectorItem* head = heads_[item->place];
-        const bool isWanted = head && (!query.group || head->pid == *query.group);
+        const bool isWanted = mayBeSeen(*item, view) && (!query.group || heads_[item->place]->pid == *query.group);
         if (isWanted && (!isFiltered || passesFilter(*item, query.filter, texts))) {
             rows_.push_back({.item = item});
         }
@@ -152,6 +164,7 @@ void ProcessSelection::sortByNumber(const ProcessTable& table, const ProcessTabl
     const double sign =
         query.isReversed != (query.sort == ProcessColumn::Pid || query.sort == ProcessColumn::Parent) ? 1 : -1;
     keys_.clear();
+    keys_.reserve(rows_.size());
     for (const Row& row : rows_) {
         const bool isGroup = query.sort == ProcessColumn::Group;
         const auto figure = isGroup ? std::optional<double>(heads_[row.item->place]->pid)
@@ -236,7 +249,7 @@ void ProcessSelection::sumGroups(const ProcessTable& table, const ProcessTableQu
 std::optional<double> ProcessSelection::figure(const Row& row, ProcessColumn column) const
 {
     if (column == ProcessColumn::Group) {
-        return heads_[row.item->place]->pid;
+        return heads_.empty() ? std::nullopt : std::optional<double>(heads_[row.item->place]->pid);
     }
     const bool isSum = grouped_ && traitsOf(column).isSum;
     return isSum ? sums_[row.number].at(static_cast<std::size_t>(column)) : figureOf(*row.item, column, moment_);

@@ -100,7 +100,8 @@ private:
     };
 
     void findHeads(const ProcessTable& table, const ProcessView& view);
-    void gather(const ProcessTable& table, const ProcessTableQuery& query, ProcessTexts& texts);
+    void gather(
+        const ProcessTable& table, const ProcessView& view, const ProcessTableQuery& query, ProcessTexts& texts);
     void gatherGroups(const ProcessTable& table, const ProcessTableQuery& query, ProcessTexts& texts);
     void sortByNumber(const ProcessTable& table, const ProcessTableQuery& query);
     void sortByText(const ProcessTableQuery& query, ProcessTexts& texts);
@@ -113,8 +114,9 @@ private:
     std::size_t total_ = 0;
     std::vector<Row> rows_;
     std::vector<Row> shown_;
-    std::vector<ProcessStatCollectorItem*> heads_; ///< by place; null for those that are not shown
-    std::vector<std::uint32_t> rowByPlace_;        ///< of heads
+    std::vector<ProcessStatCollectorItem*>
+        heads_;                             ///< by place; null for those that are not shown; empty where nobody asks
+    std::vector<std::uint32_t> rowByPlace_; ///< of heads
     std::vector<Key> keys_;
     std::vector<TextKey> textKeys_;
     std::vector<std::array<std::optional<double>, 22>> sums_; ///< of groups that are shown, by row of shown_

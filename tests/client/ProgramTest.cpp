@@ -182,6 +182,23 @@ TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
     EXPECT_EQ(run("call nonsense"), (Outcome{"", "meridalctl: no method named that?\n", "1\n"}));
 }
 
+TEST_F(ProgramTest, ProcessesAreSortedAndFilteredByTheDaemon)
+{
+    serve([this](const std::string&, const Value& request) {
+        daemon->answer(request, {{"processes", {{{"pid", 7}, {"name", "spin"}, {"cpu", 2.5}}}}, {"total", 1}, {"pid", 7}, {"name", "spin"}});
+    });
+    EXPECT_EQ(run("processes --sort memory --limit 3 --filter '^a' --regex --user anna --columns cpu,name").out,
+        " CPU % NAME\n   2.5 spin\n");
+    waitForCall(R"(processes.table{"columns":["cpu","name","name"],"filter":{"regex":true,"text":"^a","user":"anna"},)"
+                R"("grouped":false,"limit":3,"reversed":false,"sort":"footprint"})");
+    EXPECT_EQ(run("processes --csv --columns pid,cpu").out, "pid,cpu\n7,2.5\n");
+    EXPECT_EQ(run("processes --columns pid,age").status, "64\n");
+    EXPECT_EQ(run("processes 7 --grouped").status, "64\n");
+    EXPECT_EQ(run("process 7 8").status, "64\n");
+    EXPECT_THAT(run("process 7").out, testing::StartsWith("7 spin\n"));
+    waitForCall(R"(process.details{"pid":7})");
+}
+
 TEST_F(ProgramTest, MomentsAreAskedForAsTheyWereMeant)
 {
     std::atomic<double> asked = 0;
