@@ -15,5 +15,16 @@ TEST(ParseMessage, ANullResultIsAnAnswerAndSoIsARefusalWithoutAWord)
     EXPECT_EQ(odd.result.error().message, "the daemon refused without saying why");
 }
 
+TEST(ParseMessage, ChangesOfWhatIsWatchedComeUnderTheMethodThatAskedForThem)
+{
+    const auto told = std::get<Notification>(parseMessage(R"({"method":"machine.watch","params":{"cpu":{"busy":1}}})"));
+    EXPECT_EQ(told.method, "machine.watch");
+    EXPECT_EQ(told.changes["cpu"]["busy"], 1);
+    for (const char* none :
+        {R"({"method":"machine.watch"})", R"({"method":"x","params":[1]})", R"({"method":1,"params":{}})"}) {
+        EXPECT_TRUE(std::holds_alternative<std::monostate>(parseMessage(none))) << none;
+    }
+}
+
 } // namespace
 } // namespace meridal
