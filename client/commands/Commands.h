@@ -8,6 +8,7 @@ namespace meridal {
 
 // Each adds the commands of one file, which are called as it is but for addProcesses: "processes" and "process",
 // addQuestions: "version", "ping" and "status", and addSensors: "sensors" and "fans".
+void addScreen(Grammar& grammar);
 void addTop(Grammar& grammar);
 void addProcesses(Grammar& grammar);
 void addQuestions(Grammar& grammar);

@@ -2,6 +2,7 @@
 #include "base/Text.h"
 #include "client/commands/Commands.h"
 #include "client/commands/RepeatedView.h"
+#include "client/commands/Rows.h"
 #include "client/screen/Format.h"
 #include "client/screen/Terminal.h"
 #include "client/screen/TextTable.h"
@@ -59,8 +60,7 @@ struct ProcessesOptions {
     std::string columns;
     std::size_t limit = 0; ///< 0: as many as fit, or 50
     bool grouped = false;
-    bool json = false;
-    bool csv = false;
+    RowsForm form;
 };
 
 constexpr std::size_t usualProcesses = 50;
@@ -77,7 +77,7 @@ void printNames(Session& session, const ProcessesOptions& options, const Value& 
             table.add({std::to_string(*pid), printable(text(process, "name").value_or("?"))});
         }
     }
-    if (!(options.json ? session.print(jsonLine(found)) : session.print(table.lines(Style::Plain)))) {
+    if (!(options.form.json ? session.print(jsonLine(found)) : session.print(table.lines(Style::Plain)))) {
         return;
     }
     std::string unknown;
@@ -130,17 +130,12 @@ Value questionOf(const ProcessesOptions& options, std::vector<std::string> colum
 void printTable(
     Session& session, const ProcessesOptions& options, const std::vector<std::string>& columns, const Value& answer)
 {
-    if (options.json) {
-        session.conclude(answerLine(answer));
-    } else if (options.csv) {
-        std::vector<const char*> names;
-        for (const std::string& column : columns) {
-            names.push_back(column.c_str());
-        }
-        session.conclude(csvOf(answer.value("processes", Value::array()), names));
-    } else {
-        session.conclude(processLines(answer, columns, terminalColumns().value_or(0)));
+    std::vector<const char*> names;
+    for (const std::string& column : columns) {
+        names.push_back(column.c_str());
     }
+    concludeRows(session, options.form,
+        {answer, "processes", names, [&](int room) { return processLines(answer, columns, room); }});
 }
 
 int runTable(Session& session, const ProcessesOptions& options)
@@ -222,9 +217,7 @@ void addProcesses(Grammar& grammar)
     processes.text("--columns", options.columns, "A,B,...", "Columns to show, by the words of --sort");
     processes.count("--limit", options.limit, "Show so many, 50 as a rule and 1000 at most");
     processes.flag("--grouped", options.grouped, "A line for each application with the sums of all its processes");
-    processes.flag("--json", options.json, "As JSON");
-    processes.flag("--csv", options.csv, "As comma-separated values");
-    processes.exclude("--csv", "--json");
+    addRowsOptions(processes, options.form);
     for (const char* const option :
         {"--reversed", "--filter", "--user", "--columns", "--limit", "--grouped", "--csv"}) {
         processes.exclude(option, "pid");

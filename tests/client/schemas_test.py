@@ -74,7 +74,7 @@ class SchemasTest(recorded.RecordedMachine, running.DaemonTest):
         self.plug_ata("sda", 0, "WX1")
         self.add_chip()
         commands = ("top cpu --once", "top memory --once", "top network --once", "top disk --once", "top energy --once", f"processes 1 {os.getpid()}",
-                    "processes", "processes --grouped --sort memory", "status", "sensors", "fans",
+                    "processes", "processes --grouped --sort memory", f"process {os.getpid()}", "status", "sensors", "fans",
                     "history --range week", "history processors", "history --range week T3A7", "history --range week T3A7 F0Ac",
                     "battery --history --sleeps", "disks --attributes", "network", "bandwidth", "bandwidth --by interface",
                     "apps --range week", "apps --range week --group nginx", "at now", "at yesterday", "why slow", "why hot --at yesterday",
