@@ -30,9 +30,10 @@ class Terminal:
     def __init__(self, folder, command, columns=80, rows=24, **environment):
         self.socket = os.path.join(tempfile.mkdtemp(dir=folder), "tmux")
         setting = {"LC_ALL": "C.UTF-8", "NO_COLOR": "", "TMPDIR": folder, **environment}
-        words = ["env", *(f"{name}={value}" for name, value in setting.items()), *command]
+        # tmux now and then does not say how a program ended; a shell always does.
+        words = ["sh", "-c", 'trap : INT; "$@"; echo "ended with $?"; tail -f /dev/null', "sh", "env",
+                 *(f"{name}={value}" for name, value in setting.items()), *command]
         self.tmux("-f", "/dev/null", "new-session", "-d", "-x", str(columns), "-y", str(rows), *words)
-        self.tmux("set-option", "-g", "remain-on-exit", "on")
         self.tmux("set-option", "-g", "window-size", "manual")
 
     def tmux(self, *words):
@@ -58,9 +59,6 @@ class Terminal:
 
     def resize(self, columns, rows):
         self.tmux("resize-window", "-x", str(columns), "-y", str(rows))
-
-    def has_ended(self):
-        return self.tmux("list-panes", "-F", "#{pane_dead} #{pane_dead_status}").strip()
 
     def close(self):
         subprocess.run(["tmux", "-S", self.socket, "kill-server"], capture_output=True, timeout=running.DEADLINE)
@@ -107,7 +105,7 @@ class ScreenTest(running.DaemonTest):
         terminal.press("Space")
         terminal.wait_for(lambda text: "PAUSED" not in text)
         terminal.press("q")
-        running.until(lambda: terminal.has_ended() == "1 0", "the end")
+        terminal.wait_for("ended with 0")
 
     def test_goes_on_when_the_daemon_goes_and_comes_back(self):
         daemon = self.start().wait_ready()
@@ -135,7 +133,7 @@ class ScreenTest(running.DaemonTest):
         terminal.wait_for("Memory ")
         self.assertEqual(len(os.listdir(temporary)), 1)
         terminal.press("C-c")
-        running.until(lambda: terminal.has_ended() == "1 0", "the end")
+        terminal.wait_for("ended with 0")
         self.assertEqual(os.listdir(temporary), [])
 
     def sleeper(self, name):
