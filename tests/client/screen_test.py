@@ -4,6 +4,7 @@
 
     screen_test.py [BUILD_FOLDER]      (default: what MERIDAL_BUILD_DIR names)
 """
+import fcntl
 import os
 import pty
 import re
@@ -12,6 +13,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import unittest
 
 TESTS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
@@ -190,6 +192,22 @@ class ScreenTest(running.DaemonTest):
             if "mono" in words or environment.get("NO_COLOR"):
                 self.assertIsNone(COLOUR.search("\n".join(terminal.lines("-e"))))
             terminal.close()
+
+    def test_leaves_the_terminal_as_it_was(self):
+        self.start().wait_ready()
+        ours, theirs = pty.openpty()
+        before = fcntl.fcntl(theirs, fcntl.F_GETFL), termios.tcgetattr(theirs)
+        program = subprocess.Popen(self.ctl_command("screen"), stdin=theirs, stdout=theirs, stderr=theirs,
+                                   env=dict(os.environ, TERM="xterm"))
+        self.children.append(program)
+        text = b""
+        while b"Memory" not in text:
+            text += os.read(ours, 65536)
+        os.write(ours, b"q")
+        self.assertEqual(program.wait(running.DEADLINE), 0)
+        self.assertEqual((fcntl.fcntl(theirs, fcntl.F_GETFL), termios.tcgetattr(theirs)), before)
+        os.close(ours)
+        os.close(theirs)
 
     def test_a_terminal_that_cannot_place_text_gets_the_help(self):
         for kind in ("dumb", "no-such-kind"):
