@@ -103,7 +103,10 @@ public:
     {
         descriptor_->alive = false;
         if (descriptor_->source.is_open()) {
-            descriptor_->source.release(); // it stays the caller's, open
+            // It stays the caller's, open; and a terminal that did not wait for input any more would end the shell's reading.
+            std::error_code ignored;
+            descriptor_->source.native_non_blocking(false, ignored);
+            descriptor_->source.release();
         }
     }
 

@@ -197,8 +197,8 @@ void ScreenSession::readKeys()
         gotKey = true;
         press(*key);
     }
-    // An input that is at its end stays readable for ever.
-    constexpr int enoughNothing = 3;
+    // An input that is at its end stays readable for ever; one that has only sequences of no key is readable now and then.
+    constexpr int enoughNothing = 100;
     emptyReads_ = gotKey ? 0 : emptyReads_ + 1;
     if (emptyReads_ >= enoughNothing) {
         keys_.reset();
