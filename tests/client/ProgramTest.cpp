@@ -185,7 +185,9 @@ TEST_F(ProgramTest, QuestionsPrintTheirAnswers)
 TEST_F(ProgramTest, ProcessesAreSortedAndFilteredByTheDaemon)
 {
     serve([this](const std::string&, const Value& request) {
-        daemon->answer(request, {{"processes", {{{"pid", 7}, {"name", "spin"}, {"cpu", 2.5}}}}, {"total", 1}, {"pid", 7}, {"name", "spin"}});
+        daemon->answer(request,
+            {{"processes", {{{"pid", 7}, {"name", "spin"}, {"cpu", 2.5}}}}, {"total", 1}, {"pid", 7},
+                {"name", "spin"}});
     });
     EXPECT_EQ(run("processes --sort memory --limit 3 --filter '^a' --regex --user anna --columns cpu,name").out,
         " CPU % NAME\n   2.5 spin\n");
