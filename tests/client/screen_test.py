@@ -178,7 +178,7 @@ class ScreenTest(running.DaemonTest):
         terminal.wait_for("? help")
         terminal.press("n")
         terminal.wait_for("Nice (-20 to 19)")
-        terminal.press("BSpace", "7", "Enter")
+        terminal.press(*["BSpace"] * 3, "7", "Enter")  # there stands the present one
         terminal.wait_for("is 7 nice now")
         self.assertEqual(os.getpriority(os.PRIO_PROCESS, child.pid), 7)
         terminal.press("k", "t")
