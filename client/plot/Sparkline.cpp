@@ -13,7 +13,7 @@ namespace meridal {
 namespace {
 
 constexpr std::array<const char*, 8> heights = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
-constexpr std::size_t middleHeight = 3; // of what never changes
+constexpr double middleHeight = 3; // of what never changes
 
 /// The mean of what was measured in each column's time.
 std::vector<std::optional<double>> meansOf(std::span<const PlotPoint> points, double from, double until, int columns)
@@ -55,8 +55,9 @@ std::string sparkline(std::span<const PlotPoint> points, double from, double unt
     }
     std::string line;
     const double span = *high - *low;
+    const double level = *high == 0 ? 0 : middleHeight; // nothing at all the time is no half of anything
     for (const auto& mean : means) {
-        const double place = mean && span > 0 ? (*mean - *low) / span * (heights.size() - 1) : middleHeight;
+        const double place = mean && span > 0 ? (*mean - *low) / span * (heights.size() - 1) : level;
         line += mean ? heights.at(static_cast<std::size_t>(std::lround(place))) : " ";
     }
     return line;

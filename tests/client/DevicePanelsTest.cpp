@@ -127,7 +127,7 @@ TEST(SensorsPanel, ShowsWhatIsAndHowItCameToBe)
         "\n"
         "FAN                  SPEED  STATE  LAST 10 MIN     LIMITS      LOWEST    HIGHEST\n"
         "nct6775-isa-0290\n"
-        "  Front            stopped  LOW                 ▄  min 300      0 rpm   1500 rpm\n");
+        "  Front            stopped  LOW                 ▁  min 300      0 rpm   1500 rpm\n");
     EXPECT_EQ(panel.text(40, 8),
         "SENSOR            VALUE  STATE\n"
         "nct6775-isa-0290\n"

@@ -54,7 +54,7 @@ TEST(NetworkPanel, ShowsInterfacesAndWhoseTrafficItIs)
         "wlan0         AirPort   up       2.00 KiB/s     512 B/s   ▄   ▁     █  7 dropped\n"
         "              Wi-Fi Home?31m (aa:bb:cc:dd:ee:ff)  router 192.0.2.1  192.0.2.2/24\n"
         "              fd00::2/64\n"
-        "lo            Loopback  up            0 B/s       0 B/s             ▄\n"
+        "lo            Loopback  up            0 B/s       0 B/s             ▁\n"
         "              127.0.0.1/8  ::1/128\n"
         "ifb0          Virtual   down              -           -\n"
         "\n"

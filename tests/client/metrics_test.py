@@ -112,9 +112,9 @@ class MetricsTest(DeviceTest):
 
         def told():
             text = self.ctl("metrics")
-            return "sensor_volts" in text and "battery_watts" in text and text
+            return "sensor_volts" in text and "battery_watts" in text and re.search(r"disk_powered_on.*WX1", text) and text
 
-        text = running.until(told, "what the chip and the battery say")
+        text = running.until(told, "what the chip, the battery and the disk say")
         opened = self.ctl("metrics", "--openmetrics")
         self.assertTrue(opened.endswith("\n# EOF\n"))
         known = figures(text)

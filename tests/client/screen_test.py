@@ -68,9 +68,18 @@ class Terminal:
 
 @needs_tmux
 class ScreenTest(running.DaemonTest):
+    def setUp(self):
+        super().setUp()
+        self.terminals = []
+
+    def tearDown(self):
+        for terminal in self.terminals:
+            terminal.close()  # before the folder of its socket goes, or its server stays for good
+        super().tearDown()
+
     def screen(self, *arguments, **options):
         terminal = Terminal(self.root, self.ctl_command("screen", *arguments), **options)
-        self.addCleanup(terminal.close)
+        self.terminals.append(terminal)
         return terminal
 
     def start_time(self, pid):
@@ -122,7 +131,7 @@ class ScreenTest(running.DaemonTest):
     def test_without_a_daemon_it_says_how_to_start_one_and_waits(self):
         terminal = Terminal(self.root, [os.path.join(running.BUILD, "meridalctl"), "--socket",
                                         os.path.join(self.root, "run", "daemon.sock")], NO_COLOR="1")
-        self.addCleanup(terminal.close)
+        self.terminals.append(terminal)
         terminal.wait_for("systemctl start meridald")
         self.start().wait_ready()
         terminal.wait_for("Memory ")
@@ -131,7 +140,7 @@ class ScreenTest(running.DaemonTest):
         temporary = os.path.join(self.root, "temporary")
         os.mkdir(temporary)
         terminal = Terminal(self.root, [os.path.join(running.BUILD, "meridalctl"), "screen", "--spawn"], TMPDIR=temporary)
-        self.addCleanup(terminal.close)
+        self.terminals.append(terminal)
         terminal.wait_for("Memory ")
         self.assertEqual(len(os.listdir(temporary)), 1)
         terminal.press("C-c")
@@ -169,7 +178,7 @@ class ScreenTest(running.DaemonTest):
         terminal.wait_for("? help")
         terminal.press("n")
         terminal.wait_for("Nice (-20 to 19)")
-        terminal.press("BSpace", "7", "Enter")
+        terminal.press(*["BSpace"] * 3, "7", "Enter")  # there stands the present one
         terminal.wait_for("is 7 nice now")
         self.assertEqual(os.getpriority(os.PRIO_PROCESS, child.pid), 7)
         terminal.press("k", "t")

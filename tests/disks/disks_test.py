@@ -52,6 +52,7 @@ def identify_page(model, serial):
     put(20, 20, serial)
     put(46, 8, "FW01")
     put(54, 40, model)
+    page[160:162] = struct.pack("<H", 0x3FC)  # up to ACS-2, as disks of this age
     page[164] = page[170] = 1
     page[175] = 0x40
     page[434:436] = struct.pack("<H", 5400)

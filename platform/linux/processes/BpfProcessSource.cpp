@@ -129,8 +129,9 @@ std::span<const ProcessRecord> BpfProcessSource::readRecords(ProcessFields wante
             ++known;
         }
         const bool seen = known != previous_.cend() && known->pid == process->pid;
-        if (process->flags & BPF_PROCESS_LEAVING && !(seen && known->start == process->start / tick_)) {
-            continue; // whoever looks at its end has made out already that no pass has met it
+        const bool isOnItsWayOut = process->flags & BPF_PROCESS_LEAVING && !(process->flags & BPF_PROCESS_ENDED);
+        if (isOnItsWayOut && !(seen && known->start == process->start / tick_)) {
+            continue; // its figures are whole at the next pass, if it is there: as a zombie
         }
         addRow(*process, seen ? &*known : nullptr, wanted);
         places_.push_back({.unified = process->cgroup, .all = process->cgroups});
