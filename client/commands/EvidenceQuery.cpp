@@ -2,6 +2,7 @@
 #include "client/commands/EvidenceQuery.h"
 
 #include "client/screen/WallClock.h"
+#include "client/views/MomentState.h"
 #include "wire/Methods.h"
 #include "wire/RequestKey.h"
 
@@ -336,128 +337,14 @@ void EvidenceQuery::askForMoment()
     });
 }
 
-namespace {
-
-void merge(Value& into, const Value& from)
-{
-    if (from.is_object()) {
-        into.update(from);
-    }
-}
-
-Value machineOf(const Value& moment)
-{
-    Value machine{{"cpu", orEmpty(moment, "cpu")}, {"pressure", orEmpty(moment, "pressure")},
-        {"memory", Value::object()}, {"disks", Value::array()}};
-    for (const char* part : {"paging", "swap", "memory"}) {
-        merge(machine["memory"], orEmpty(moment, part));
-    }
-    const Value disks = orEmpty(moment, "disks");
-    for (std::size_t place = 0; disks.is_array() && place < disks.size(); ++place) {
-        Value disk = disks[place];
-        if (disk.is_object()) {
-            disk["name"] = orEmpty(disk, "disk");
-            machine["disks"].push_back(std::move(disk));
-        }
-    }
-    // By name, as there.
-    const auto add = [&](const char* list, const char* name, const char* figures) {
-        const Value entries = orEmpty(moment, list);
-        for (std::size_t place = 0; entries.is_array() && place < entries.size(); ++place) {
-            if (const auto which = text(entries[place], name)) {
-                machine[list][*which] = *figures != '\0' ? orEmpty(entries[place], figures) : entries[place];
-            }
-        }
-    };
-    add("gpus", "gpu", "");
-    add("network", "interface", "rates");
-    return machine;
-}
-
-/// The limits are those of today.
-Value sensorsOf(const Value& moment, const Value& listedNow)
-{
-    constexpr std::array<std::pair<const char*, const char*>, 3> lists = {
-        {{"temperatures", "temperature"}, {"fans", "fan"}, {"power", "power"}}};
-    Value all = Value::array();
-    for (const auto& [list, kind] : lists) {
-        const Value readings = orEmpty(moment, list);
-        for (std::size_t place = 0; readings.is_array() && place < readings.size(); ++place) {
-            const Value& reading = readings[place];
-            const std::string series = text(reading, "series").value_or("");
-            const std::string key = series.substr(series.find('/') + 1);
-            Value sensor{{"key", key}, {"name", text(reading, "name").value_or(key)}, {"kind", kind}};
-            for (std::size_t other = 0; listedNow.is_array() && other < listedNow.size(); ++other) {
-                if (text(listedNow[other], "key") == key) {
-                    sensor = listedNow[other];
-                }
-            }
-            sensor["value"] = orEmpty(reading, "value");
-            sensor["alarm"] = nullptr;
-            all.push_back(std::move(sensor));
-        }
-    }
-    return all;
-}
-
-Value interfacesOf(const Value& moment)
-{
-    Value all = Value::array();
-    const Value network = orEmpty(moment, "network");
-    for (std::size_t place = 0; network.is_array() && place < network.size(); ++place) {
-        const Value& each = network[place];
-        const Value rates = orEmpty(each, "rates");
-        const double span = amountOf(each, "until") - amountOf(each, "from");
-        Value one{{"interface", text(each, "interface").value_or("")}};
-        if (rates.is_object()) {
-            one.update({{"downloadRate", amountOf(rates, "received")}, {"uploadRate", amountOf(rates, "sent")}});
-        } else if (span > 0) {
-            one.update(
-                {{"downloadRate", amountOf(each, "received") / span}, {"uploadRate", amountOf(each, "sent") / span}});
-        }
-        all.push_back(std::move(one));
-    }
-    return all;
-}
-
-Value batteryOf(const Value& moment)
-{
-    Value batteries = Value::array();
-    const Value told = orEmpty(moment, "battery");
-    for (std::size_t place = 0; told.is_array() && place < told.size(); ++place) {
-        Value battery = told[place];
-        if (battery.is_object()) {
-            battery["sourceTime"] = orEmpty(battery, "since");
-            batteries.push_back(std::move(battery));
-        }
-    }
-    if (batteries.empty()) {
-        batteries.push_back(Value::object());
-    }
-    bool isTold = told.is_array() && !told.empty();
-    const Value others = orEmpty(moment, "others");
-    for (std::size_t place = 0; others.is_array() && place < others.size(); ++place) {
-        for (const auto& [series, figure] :
-            {std::pair("battery/charge", "percentage"), std::pair("battery/power", "power")}) {
-            if (text(others[place], "series") == series) {
-                batteries[0][figure] = orEmpty(others[place], "value");
-                isTold = true;
-            }
-        }
-    }
-    return isTold ? Value{{"batteries", std::move(batteries)}} : Value::object();
-}
-
-} // namespace
-
 Evidence evidenceOfMoment(const Value& moment, const Value& sensors)
 {
     Evidence evidence;
     evidence.isNow = false;
-    evidence.machine = machineOf(moment);
-    evidence.sensors = sensorsOf(moment, sensors);
-    evidence.interfaces = interfacesOf(moment);
-    evidence.battery = batteryOf(moment);
+    evidence.machine = machineOfMoment(moment);
+    evidence.sensors = sensorsOfMoment(moment, sensors);
+    evidence.interfaces = interfacesOfMoment(moment);
+    evidence.battery = batteryOfMoment(moment);
     const Value unknown = orEmpty(moment, "unknown");
     for (std::size_t place = 0; unknown.is_array() && place < unknown.size(); ++place) {
         if (text(unknown[place], "what") == "figures") {

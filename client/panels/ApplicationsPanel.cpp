@@ -4,6 +4,7 @@
 #include "client/panels/PastMoment.h"
 #include "client/screen/WallClock.h"
 #include "client/views/ApplicationRates.h"
+#include "client/views/MomentState.h"
 #include "wire/Methods.h"
 
 #include <algorithm>
@@ -37,26 +38,6 @@ struct RankedBy {
 };
 constexpr std::array<RankedBy, 5> rankings = {{{ApplicationFigure::Cpu, "cpu"}, {ApplicationFigure::Memory, "memory"},
     {ApplicationFigure::Disk, "disk"}, {ApplicationFigure::Network, "network"}, {ApplicationFigure::Energy, "energy"}}};
-
-/// moments.at's account of an application, over so many seconds, as a rate.
-ApplicationRate rateOfThen(const Value& entry, double seconds)
-{
-    const auto each = [&](const char* one, const char* other) -> std::optional<double> {
-        const auto first = number(entry, one);
-        const auto second = number(entry, other);
-        return first || second ? std::optional((first.value_or(0) + second.value_or(0)) / seconds) : std::nullopt;
-    };
-    constexpr double hundred = 100;
-    ApplicationRate rate{.group = entry,
-        .cpu = each("cpuUser", "cpuSystem"),
-        .energy = each(number(entry, "joules") ? "joules" : "energyScore", ""),
-        .memory = number(entry, "memory"),
-        .disk = each("diskRead", "diskWritten"),
-        .network = each("received", "sent"),
-        .processes = number(entry, "processesPeak")};
-    rate.cpu = rate.cpu ? std::optional(*rate.cpu * hundred) : std::nullopt;
-    return rate;
-}
 
 /// What applications use now, or have used over a time.
 class ApplicationsPanel final : public Panel {
@@ -177,16 +158,7 @@ private:
         if (!then) {
             return {};
         }
-        const Value* entries = find(*then, "applications");
-        const double seconds =
-            number(*then, "applicationsUntil").value_or(0) - number(*then, "applicationsFrom").value_or(0);
-        std::vector<ApplicationRate> rates;
-        for (const Value& entry : entries && entries->is_array() && seconds > 0 ? *entries : Value::array()) {
-            rates.push_back(rateOfThen(entry, seconds));
-        }
-        std::stable_sort(rates.begin(), rates.end(), [&](const ApplicationRate& a, const ApplicationRate& b) {
-            return figureOf(a, figure()).value_or(-1) > figureOf(b, figure()).value_or(-1);
-        });
+        const std::vector<ApplicationRate> rates = ratesOfMoment(*then, figure());
         return rates.empty() ? Lines{{{Style::Plain, "no application was recorded at that moment"}}}
                              : applicationRateLines(rates, figure(), view.columns);
     }

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/panels/Panels.h"
+#include "client/panels/PastMoment.h"
+#include "client/views/MomentState.h"
 #include "client/views/OverviewView.h"
 #include "wire/Methods.h"
 
@@ -30,8 +32,15 @@ public:
     std::string_view name() const override { return "overview"; }
     std::string_view title() const override { return "Overview"; }
 
-    std::vector<PanelQuestion> questions(const PanelView&) const override
+    std::vector<PanelQuestion> questions(const PanelView& view) const override
     {
+        if (view.moment) {
+            std::vector<PanelQuestion> questions = {{.name = "sensors",
+                .method = method::sensorsList,
+                .parameters = {{"passive", true}, {"limit", mostSensors}}}}; // for their limits
+            past_.addQuestion(questions, view);
+            return questions;
+        }
         const Value watching = {{"interval", overviewInterval}};
         return {{.name = "machine",
                     .method = method::machineWatch,
@@ -53,6 +62,9 @@ public:
 
     void take(const PanelAnswer& answer) override
     {
+        if (past_.take(answer)) {
+            return;
+        }
         if (!answer.result || !answer.result->is_object()) {
             return; // what a daemon does not tell is left out here; its own panel says why
         }
@@ -61,7 +73,7 @@ public:
         } else if (answer.name == "machine") {
             figures_.machine = *answer.result;
         } else if (answer.name == "applications") {
-            figures_.applications.take(*answer.result);
+            rates_.take(*answer.result);
         } else if (answer.name == "sensors") {
             figures_.sensors = *answer.result;
         } else if (answer.name == "battery") {
@@ -69,7 +81,17 @@ public:
         }
     }
 
-    Lines lines(const PanelView& view) override { return overviewLines(figures_, view.rows, view.columns); }
+    Lines lines(const PanelView& view) override
+    {
+        if (view.moment) {
+            return linesOfThen(view);
+        }
+        figures_.applications =
+            rates_.isKnown() ? rates_.ranked(ApplicationFigure::Cpu) : std::vector<ApplicationRate>();
+        return overviewLines(figures_, view.rows, view.columns);
+    }
+
+    bool showsPast() const override { return true; }
 
     KeyOutcome press(const Key& key, const PanelView&) override
     {
@@ -79,7 +101,24 @@ public:
     std::vector<PanelKey> keys() const override { return {{"Enter", "applications", "the panel of all applications"}}; }
 
 private:
+    Lines linesOfThen(const PanelView& view) const
+    {
+        const Value* then = past_.of(view);
+        if (!then) {
+            return past_.complaint().empty() ? Lines() : Lines{{{Style::Warning, past_.complaint()}}};
+        }
+        const Value* listed = find(figures_.sensors, "sensors");
+        const OverviewFigures figures{.machine = machineOfMoment(*then),
+            .sensors = {{"sensors", sensorsOfMoment(*then, listed ? *listed : Value())}},
+            .battery = batteryOfMoment(*then),
+            .applications = ratesOfMoment(*then, ApplicationFigure::Cpu)};
+        Lines lines = overviewLines(figures, view.rows, view.columns);
+        return lines.empty() ? Lines{{{Style::Plain, "nothing was recorded at that moment"}}} : lines;
+    }
+
     OverviewFigures figures_;
+    ApplicationRates rates_;
+    PastMoment past_;
 };
 
 } // namespace

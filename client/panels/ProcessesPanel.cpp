@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/Text.h"
 #include "client/panels/Panels.h"
+#include "client/panels/PastMoment.h"
 #include "client/panels/ProcessFilter.h"
 #include "client/panels/ProcessRows.h"
 #include "client/panels/RowCursor.h"
 #include "client/panels/TextEntry.h"
 #include "client/screen/Format.h"
+#include "client/views/MomentState.h"
 #include "client/views/ProcessView.h"
 #include "client/views/ProcessesView.h"
 #include "wire/Methods.h"
@@ -48,6 +50,7 @@ public:
     void take(const PanelAnswer& answer) override;
     Lines lines(const PanelView& view) override;
     KeyOutcome press(const Key& key, const PanelView& view) override;
+    bool showsPast() const override { return true; }
     bool takesText() const override { return entry_.has_value(); }
     std::vector<PanelKey> keys() const override;
     void open(const Value& argument) override;
@@ -59,6 +62,7 @@ private:
     std::size_t limit() const;
     void show(const PanelView& view);
     Lines detailLines(const PanelView& view) const;
+    Lines linesOfThen(const PanelView& view) const;
     void takeDetails(const PanelAnswer& answer);
     Line headline(const PanelView& view) const;
     const ShownProcess* chosen() const;
@@ -84,14 +88,19 @@ private:
     std::string complaint_;
     std::optional<SeenProcess> detailed_; ///< the one of which everything is shown, in place of the list
     Value details_;
+    PastMoment past_;
 };
 
 /// Lines above the first row: what is shown, unless there is no room for that, and the titles.
 int linesAbove(const PanelView& view, bool isTyping) { return view.rows >= lowPanel || isTyping ? 2 : 1; }
 
-std::vector<PanelQuestion> ProcessesPanel::questions(const PanelView&) const
+std::vector<PanelQuestion> ProcessesPanel::questions(const PanelView& view) const
 {
     std::vector<PanelQuestion> questions;
+    if (view.moment) {
+        past_.addQuestion(questions, view);
+        return questions;
+    }
     if (detailed_) {
         return {{.name = detailsQuestion,
             .method = method::processDetails,
@@ -169,6 +178,9 @@ void ProcessesPanel::takeDetails(const PanelAnswer& answer)
 
 void ProcessesPanel::take(const PanelAnswer& answer)
 {
+    if (past_.take(answer)) {
+        return;
+    }
     if (answer.name == detailsQuestion) {
         takeDetails(answer);
         return;
@@ -229,8 +241,27 @@ Lines ProcessesPanel::detailLines(const PanelView& view) const
     return lines;
 }
 
+/// Of a minute the largest are on record, with what is on record of them.
+Lines ProcessesPanel::linesOfThen(const PanelView& view) const
+{
+    const Value* then = past_.of(view);
+    if (!then) {
+        return past_.complaint().empty() ? Lines() : Lines{{{Style::Warning, past_.complaint()}}};
+    }
+    const Value processes = processesOfMoment(*then);
+    if (processes.at("processes").empty()) {
+        return {{{Style::Plain, "no process was recorded at that moment"}}};
+    }
+    Lines lines = {{{Style::Title, "the largest processes of that minute"}}};
+    appendLines(lines, processLines(processes, {"pid", "cpu", "footprint", "name"}, view.columns));
+    return lines;
+}
+
 Lines ProcessesPanel::lines(const PanelView& view)
 {
+    if (view.moment) {
+        return linesOfThen(view);
+    }
     if (detailed_) {
         return detailLines(view);
     }
@@ -284,6 +315,9 @@ void ProcessesPanel::pressInText(const Key& key)
 
 KeyOutcome ProcessesPanel::press(const Key& key, const PanelView& view)
 {
+    if (view.moment) {
+        return KeyOutcome::notTaken(); // what was cannot be acted upon
+    }
     if (detailed_) {
         return pressOnDetails(key);
     }

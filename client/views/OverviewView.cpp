@@ -297,7 +297,8 @@ Lines batteryGlance(const Value& answer)
     std::string words = fmt::format("{:.0f} %{}", *percent,
         isDraining                            ? ", on battery"
             : state == BatteryState::Charging ? ", charging"
-                                              : ", on AC power");
+            : integer(battery, "state")       ? ", on AC power"
+                                              : "");
     if (minutes && *minutes >= 0 && (isDraining || state == BatteryState::Charging)) {
         words += ", " + formatSpan(*minutes * 60) + (isDraining ? " left" : " to full");
     }
@@ -355,9 +356,9 @@ Lines overviewLines(const OverviewFigures& figures, int rows, int columns)
     if (parts.empty()) {
         return {};
     }
-    const auto applications = figures.applications.isKnown()
-        ? applicationRateLines(figures.applications.ranked(ApplicationFigure::Cpu), ApplicationFigure::Cpu, columns)
-        : Lines();
+    const auto applications = figures.applications.empty()
+        ? Lines()
+        : applicationRateLines(figures.applications, ApplicationFigure::Cpu, columns);
     const int forApplications = std::min(static_cast<int>(applications.size()), isLow ? 3 : 1 + rows / 3);
     dropLeast(parts, rows - forApplications);
     Lines lines;

@@ -5,14 +5,16 @@
 #include "client/screen/StyledText.h"
 #include "client/views/ApplicationRates.h"
 
+#include <vector>
+
 namespace meridal {
 
 /// What is known of the machine at a moment; null while it is not.
 struct OverviewFigures {
-    Value machine; ///< as machine.state
-    Value sensors; ///< as sensors.list
-    Value battery; ///< as battery.state
-    ApplicationRates applications;
+    Value machine;                             ///< as machine.state
+    Value sensors;                             ///< as sensors.list
+    Value battery;                             ///< as battery.state
+    std::vector<ApplicationRate> applications; ///< largest first, by processor time
 };
 
 /// The whole machine at a glance, in so many rows: processors, memory, pressure, disks, network, sensors, battery, and as many of the

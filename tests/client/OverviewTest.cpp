@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/panels/Panels.h"
+#include "client/views/MomentState.h"
 #include "client/views/OverviewView.h"
 #include "tests/client/ViewText.h"
 
@@ -30,12 +31,14 @@ OverviewFigures knownFigures()
             {"name":"rear","kind":"fan","unit":"rpm","value":100.0,"alarm":"low"}]})"),
         .battery = json(R"({"batteries":[{"percentage":18.0,"state":2,"time":95}]})"),
         .applications = {}};
+    ApplicationRates rates;
     for (const int time : {1700000000, 1700000002}) {
-        figures.applications.take({{"time", time}, {"since", 1600000000},
+        rates.take({{"time", time}, {"since", 1600000000},
             {"groups",
                 {{{"group", "exe:a"}, {"name", "a"}, {"kind", "application"}, {"cpuUser", time - 1700000000.0},
                     {"cpuSystem", 0.0}}}}});
     }
+    figures.applications = rates.ranked(ApplicationFigure::Cpu);
     return figures;
 }
 
@@ -94,6 +97,37 @@ TEST(OverviewPanel, KeepsWhatDidNotChange)
     EXPECT_THAT(text, HasSubstr("Memory "));
     EXPECT_THAT(text, HasSubstr("up 9 B/s"));
     EXPECT_THAT(text, Not(HasSubstr("Waiting")));
+}
+
+TEST(Overview, AMomentIsShownLikeThePresent)
+{
+    const Value moment = json(R"({"time":1700000000,"cpu":{"busy":50.0,"user":40.0,"system":10.0,"iowait":0.0},
+        "load":{"load1":1.5,"load5":1.0,"load15":0.5},"memory":{"used":600,"available":400},
+        "disks":[{"disk":"sda","busy":5.0,"readbytes":2048.0,"writtenbytes":0.0}],
+        "network":[{"interface":"eth0","rates":{"received":1024.0,"sent":512.0}}],
+        "temperatures":[{"series":"sensors/T1","name":"Core 0","unit":"°C","value":61.5}],
+        "battery":[{"key":"B","source":0,"since":1600000000}],"others":[{"series":"battery/charge","value":18.0}],
+        "applicationsFrom":1699999980,"applicationsUntil":1700000040,
+        "applications":[{"name":"b","kind":"application","cpuUser":6.0,"cpuSystem":0.0,"memory":2048},
+            {"name":"a","kind":"application","cpuUser":30.0,"cpuSystem":0.0,"memory":1024}],
+        "processes":[{"pid":7,"name":"x","cpu":30.0,"memory":1024}]})");
+    const std::string text = textOf(overviewLines({.machine = machineOfMoment(moment),
+                                                      .sensors = {{"sensors", sensorsOfMoment(moment, Value())}},
+                                                      .battery = batteryOfMoment(moment),
+                                                      .applications = ratesOfMoment(moment, ApplicationFigure::Cpu)},
+        21, 80));
+    for (const char* const words :
+        {"50.0 %", "1.50 1.00 0.50", "600 B", "sda", "eth0", "1.00 KiB/s", "61.5 °C", "18 %, on battery"}) {
+        EXPECT_THAT(text, HasSubstr(words));
+    }
+    EXPECT_LT(text.find("a   "), text.find("b   ")) << text;
+    EXPECT_EQ(
+        processesOfMoment(moment).at("processes"), json(R"([{"pid":7,"name":"x","cpu":50.0,"footprint":1024.0}])"));
+    for (const char* const any : {"null", "[]", R"({"cpu":1,"disks":[1],"applications":[1],"processes":[1]})"}) {
+        EXPECT_NO_THROW(machineOfMoment(json(any)));
+        EXPECT_NO_THROW(ratesOfMoment(json(any), ApplicationFigure::Cpu));
+        EXPECT_NO_THROW(processesOfMoment(json(any)));
+    }
 }
 
 } // namespace

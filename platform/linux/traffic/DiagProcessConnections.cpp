@@ -93,10 +93,10 @@ std::vector<ProcessSocket> DiagProcessConnections::socketsOf(std::int32_t pid, s
         }
     };
     for (const bool isIPv6 : {false, true}) {
-        for (const std::uint8_t protocol : {IPPROTO_TCP, IPPROTO_UDP}) {
+        for (const auto protocol : {IPPROTO_TCP, IPPROTO_UDP}) {
             if (!wanted.empty()) {
-                diag_.dump(
-                    protocol, isIPv6, protocol == IPPROTO_TCP ? SocketDiag::Counts::Yes : SocketDiag::Counts::No, take);
+                diag_.dump(static_cast<std::uint8_t>(protocol), isIPv6,
+                    protocol == IPPROTO_TCP ? SocketDiag::Counts::Yes : SocketDiag::Counts::No, take);
             }
         }
     }
