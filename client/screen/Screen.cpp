@@ -3,6 +3,7 @@
 
 #include "base/Text.h"
 #include "client/screen/Terminal.h"
+#include "client/screen/TerminalKind.h"
 #include "client/screen/Utf8.h"
 
 #include <curses.h>
@@ -83,7 +84,7 @@ std::unique_ptr<Screen> Screen::open(const ScreenOptions& options)
     if (MB_CUR_MAX == 1) {
         std::setlocale(LC_CTYPE, "C.UTF-8"); // or curses would take one character for several
     }
-    terminal = newterm(nullptr, stdout, stdin);
+    terminal = isKnownTerminalKind() ? newterm(nullptr, stdout, stdin) : nullptr;
     if (!terminal) {
         return nullptr;
     }
