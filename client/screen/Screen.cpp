@@ -23,6 +23,12 @@ enum Pair : short { MediumPair = 1, HighPair };
 
 constexpr int escapeDelay = 50; // ms that the rest of a key's sequence may take, also over a network
 
+#ifdef BUTTON5_PRESSED
+constexpr mmask_t wheelDown = BUTTON5_PRESSED;
+#else
+constexpr mmask_t wheelDown = 0; // older curses, such as Apple's, know four buttons
+#endif
+
 SCREEN* terminal = nullptr; // curses keeps one current terminal for the program
 
 /// Whether the terminal takes UTF-8. A bare environment says nothing of that, and hardly any terminal lacks it.
@@ -110,7 +116,7 @@ Screen::Screen(ScreenOptions options) : options_(options)
         init_pair(HighPair, isBlind ? COLOR_YELLOW : COLOR_RED, -1);
     }
     if (options_.hasMouse) {
-        mousemask(BUTTON1_PRESSED | BUTTON4_PRESSED | BUTTON5_PRESSED, nullptr);
+        mousemask(BUTTON1_PRESSED | BUTTON4_PRESSED | wheelDown, nullptr);
         mouseinterval(0); // no waiting for a second click
     }
 }
@@ -185,7 +191,7 @@ std::optional<Key> Screen::readKey()
         MEVENT event{};
         if (code == KEY_MOUSE && getmouse(&event) == OK) {
             const auto kind = (event.bstate & BUTTON4_PRESSED) != 0 ? Kind::WheelUp
-                : (event.bstate & BUTTON5_PRESSED) != 0             ? Kind::WheelDown
+                : (event.bstate & wheelDown) != 0                   ? Kind::WheelDown
                                                                     : Kind::Click;
             return Key{.kind = kind, .row = event.y, .column = event.x};
         }
