@@ -49,14 +49,7 @@ constexpr std::array<NamesQuestion, 4> namesQuestions = {{{"series", method::his
 /// As "history" calls them, and each figure of those that have several.
 std::vector<std::string> seriesNames(const Value& list)
 {
-    std::vector<OfferedSeries> offered;
-    for (const Value& each : list) {
-        offered.push_back({.series = text(each, "series").value_or(""),
-            .key = text(each, "key").value_or(""),
-            .name = text(each, "name").value_or(""),
-            .origin = text(each, "origin").value_or("")});
-    }
-    labelSeries(offered);
+    const std::vector<OfferedSeries> offered = offeredSeries(list);
     std::vector<std::string> names;
     for (std::size_t place = 0; place < offered.size(); ++place) {
         names.push_back(offered[place].label);

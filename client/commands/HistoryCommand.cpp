@@ -103,13 +103,7 @@ public:
     {
         askPages(session_, {.method = method::historySeries, .list = "series", .entry = "series"},
             [this](const Value& series, const Value&) {
-                for (const Value& each : series) {
-                    names_.push_back({.series = text(each, "series").value_or(""),
-                        .key = text(each, "key").value_or(""),
-                        .name = text(each, "name").value_or(""),
-                        .origin = text(each, "origin").value_or("")});
-                }
-                labelSeries(names_);
+                names_ = offeredSeries(series);
                 if (options_.names.empty()) {
                     list_ = std::make_unique<HistoryList>(session_, stretch_, resolution_, options_.json);
                     return list_->show(series, names_);

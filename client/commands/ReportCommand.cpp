@@ -160,14 +160,7 @@ private:
 
     void chooseCurves(const Value& series)
     {
-        std::vector<OfferedSeries> names;
-        for (const Value& each : series) {
-            names.push_back({.series = text(each, "series").value_or(""),
-                .key = text(each, "key").value_or(""),
-                .name = text(each, "name").value_or(""),
-                .origin = text(each, "origin").value_or("")});
-        }
-        labelSeries(names);
+        const std::vector<OfferedSeries> names = offeredSeries(series);
         addCurve(names, {"processors", busyOf, "CPU", &sources_.load});
         addCurve(names, {"memory", usedOf, "memory used", &sources_.load});
         addCurve(names, {"battery/charge", nullptr, "charge", &sources_.charge});

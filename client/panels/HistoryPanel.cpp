@@ -27,14 +27,7 @@ struct FigureRow {
 
 std::vector<FigureRow> figureRows(const Value& all)
 {
-    std::vector<OfferedSeries> names;
-    for (const Value& each : all) {
-        names.push_back({.series = text(each, "series").value_or(""),
-            .key = text(each, "key").value_or(""),
-            .name = text(each, "name").value_or(""),
-            .origin = text(each, "origin").value_or("")});
-    }
-    labelSeries(names);
+    const std::vector<OfferedSeries> names = offeredSeries(all);
     std::vector<FigureRow> rows;
     for (std::size_t place = 0; place < names.size(); ++place) {
         const std::string unit = printable(text(all[place], "unit").value_or(""));

@@ -54,4 +54,17 @@ void labelSeries(std::span<OfferedSeries> all)
     }
 }
 
+std::vector<OfferedSeries> offeredSeries(const Value& rows)
+{
+    std::vector<OfferedSeries> all;
+    for (const Value& row : rows) {
+        all.push_back({.series = text(row, "series").value_or(""),
+            .key = text(row, "key").value_or(""),
+            .name = text(row, "name").value_or(""),
+            .origin = text(row, "origin").value_or("")});
+    }
+    labelSeries(all);
+    return all;
+}
+
 } // namespace meridal

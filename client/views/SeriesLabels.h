@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "base/Value.h"
+
 #include <span>
 #include <string>
+#include <vector>
 
 namespace meridal {
 
@@ -18,5 +21,8 @@ struct OfferedSeries {
 /// Gives each series a label: where it belongs to and what it is. Of a chip only the driver's name is told where no other
 /// chip has it.
 void labelSeries(std::span<OfferedSeries> all);
+
+/// The rows of history.series, labelled, in their order.
+std::vector<OfferedSeries> offeredSeries(const Value& rows);
 
 } // namespace meridal
