@@ -67,8 +67,11 @@ void DiskService::addTo(MeridalHistory& methods, HistoryCatalogue& catalogue)
         method::disksList, [this](const Value& parameters, const Peer&, MeridalHistory::Reply reply) {
             list(parameters, std::move(reply));
         });
-    catalogue.add("disks", collector_.history(), [this] { return collector_.temperatureSeries(); });
-    catalogue.add("wear", collector_.history(), [this] { return collector_.wearSeries(); });
+    catalogue.add(
+        "disks", collector_.history(), [this] { return collector_.temperatureSeries(); },
+        &collector_.recordedTemperatures());
+    catalogue.add(
+        "wear", collector_.history(), [this] { return collector_.wearSeries(); }, &collector_.recordedWear());
 }
 
 void DiskService::list(const Value& parameters, std::function<void(Result<Value>)> reply)

@@ -136,9 +136,12 @@ double inSteps(double value, double step)
 
 void HistoryQuestions::addTo(MeridalHistory& history)
 {
-    history.addMethod(method::historySeries, [this](const Value& parameters) { return series(parameters); });
+    history.addAsyncMethod(method::historySeries, [this](const Value& parameters, const Peer&, Reply reply) {
+        catalogue_.whenComplete([this, parameters, reply = std::move(reply)] { reply(series(parameters)); });
+    });
     history.addAsyncMethod(method::historySamples, [this](const Value& parameters, const Peer& peer, Reply reply) {
-        samples(parameters, peer, std::move(reply));
+        catalogue_.whenComplete(
+            [this, parameters, peer, reply = std::move(reply)] { samples(parameters, peer, reply); });
     });
 }
 

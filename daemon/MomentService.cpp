@@ -191,8 +191,10 @@ void MomentService::setApplications(ReadApplications read, ViewerOf viewerOf)
 
 void MomentService::addTo(MeridalHistory& methods)
 {
-    methods.addAsyncMethod(method::momentsAt,
-        [this](const Value& parameters, const Peer& peer, Reply reply) { at(parameters, peer, std::move(reply)); });
+    methods.addAsyncMethod(method::momentsAt, [this](const Value& parameters, const Peer& peer, Reply reply) {
+        records_.catalogue.whenComplete(
+            [this, parameters, peer, reply = std::move(reply)] { at(parameters, peer, reply); });
+    });
 }
 
 void MomentService::at(const Value& given, const Peer& peer, Reply reply)

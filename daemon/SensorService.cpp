@@ -122,7 +122,8 @@ SensorsStatCollectorMac& SensorService::collector()
     if (!collector_) {
         collector_ = &make_();
         collector_->setRecording(isRecording_);
-        catalogue_.add("sensors", collector_->history(), [this] { return collector_->series(); });
+        catalogue_.add(
+            "sensors", collector_->history(), [this] { return collector_->series(); }, &collector_->recorded());
     }
     return *collector_;
 }

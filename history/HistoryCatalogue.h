@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "base/Runtime.h"
+
 #include <functional>
 #include <map>
 #include <string>
@@ -10,6 +12,7 @@
 namespace meridal {
 
 class HistoryRecorder;
+class RecordedSeries;
 
 /// One thing whose history clients can ask for.
 struct HistorySeries {
@@ -30,14 +33,18 @@ public:
     struct Entry {
         HistoryRecorder* recorder = nullptr;
         Describe describe;
+        RecordedSeries* earlier = nullptr; ///< the series of earlier runs that are described, too; null: none are
     };
 
     /// Offers a record under a name: lower-case letters, which name its series together with their keys. The
     /// recorder must outlive the catalogue's use.
-    void add(std::string name, HistoryRecorder& recorder, Describe describe)
+    void add(std::string name, HistoryRecorder& recorder, Describe describe, RecordedSeries* earlier = nullptr)
     {
-        entries_.insert_or_assign(std::move(name), Entry{&recorder, std::move(describe)});
+        entries_.insert_or_assign(std::move(name), Entry{&recorder, std::move(describe), earlier});
     }
+    /// Runs it once all that earlier runs recorded is described: at once but in the first moments after a start, in which
+    /// it would be missing. A file that cannot be read keeps nobody waiting.
+    void whenComplete(Task task) const;
     const std::map<std::string, Entry, std::less<>>& entries() const { return entries_; }
 
 private:

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "history/RecordedSeries.h"
 
-#include "base/Runtime.h"
 #include "base/Value.h"
 #include "database/HistoryDatabaseItem.h"
 #include "database/SeriesNames.h"
@@ -60,6 +59,7 @@ void RecordedSeries::load(HistoryDatabaseItem& file)
     if (std::exchange(isLoaded_, true)) {
         return;
     }
+    isLoading_ = true;
     file.declareTable(recordedSeriesTable());
     auto adopt = lifetime_.guard([this](std::optional<std::vector<HistorySeries>> stored) {
         isLoaded_ = stored.has_value(); // else it is tried again
@@ -67,6 +67,10 @@ void RecordedSeries::load(HistoryDatabaseItem& file)
             series.values = values_;
             const std::string key = series.key;
             known_.emplace(key, std::move(series)); // what this run has noted is newer
+        }
+        isLoading_ = false;
+        for (const Task& task : std::exchange(waiting_, {})) {
+            task();
         }
     });
     file.queryDatabaseAsync(

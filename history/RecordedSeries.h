@@ -2,18 +2,19 @@
 #pragma once
 
 #include "base/Lifetime.h"
+#include "base/Runtime.h"
 #include "history/HistoryCatalogue.h"
 
 #include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace meridal {
 
 class HistoryDatabaseItem;
-class Runtime;
 
 /// Which series of a collector have been recorded, kept in the table `recorded_series` of its history files: what a chip or
 /// a disk told stays listed and can be read while it is away, also after a restart, and people find its name beside its
@@ -28,6 +29,9 @@ public:
 
     /// Reads what earlier runs kept; takes effect later. Once that has worked, further calls do nothing.
     void load(HistoryDatabaseItem& file);
+    bool isLoading() const { return isLoading_; }
+    /// Runs it once what is being loaded has been read, or could not be.
+    void whenLoaded(Task task) { waiting_.push_back(std::move(task)); }
     using Files = std::vector<std::shared_ptr<HistoryDatabaseItem>>;
     /// Keeps that a series has samples, in each of the files that are not null; the first one is what load() reads, and
     /// nothing is kept without it. Cheap when nothing of it is new.
@@ -44,6 +48,8 @@ private:
     std::map<std::string, HistorySeries> known_; ///< by key
     std::map<std::string, double> renewAt_;      ///< by key: monotonic s; what has none is of an earlier run
     bool isLoaded_ = false;
+    bool isLoading_ = false;
+    std::vector<Task> waiting_; ///< for the end of loading
     Lifetime lifetime_;
 };
 

@@ -82,14 +82,15 @@ void BatteryRecord::tick()
 
 void BatteryRecord::addTo(HistoryCatalogue& catalogue)
 {
-    catalogue.add(recordName, history_, [this] {
+    const auto describe = [this] {
         std::vector<HistorySeries> series;
         for (const auto& entry : held_) {
             series.push_back(entry.second.series);
         }
         recorded_.addAbsent(series);
         return series;
-    });
+    };
+    catalogue.add(recordName, history_, describe, &recorded_);
 }
 
 } // namespace meridal

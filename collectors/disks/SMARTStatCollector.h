@@ -65,6 +65,8 @@ public:
     /// disks where that is due, without talking to any.
     std::vector<HistorySeries> temperatureSeries();
     std::vector<HistorySeries> wearSeries();
+    RecordedSeries& recordedTemperatures() { return recordedTemperatures_; }
+    RecordedSeries& recordedWear() { return recordedWear_; }
     HistoryRecorder& history() { return history_; }
 
     bool shouldUpdateStateForSequence(std::int64_t sequence) override;

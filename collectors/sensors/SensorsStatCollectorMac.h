@@ -107,6 +107,7 @@ public:
     SensorAlarm alarmOf(const Item& item) const;
     /// What history is offered: of all sensors, and of those that are away.
     std::vector<HistorySeries> series() const;
+    RecordedSeries& recorded() { return recorded_; }
 
     // Extremes
     /// Makes sure of the tables.

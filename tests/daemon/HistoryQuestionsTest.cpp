@@ -137,6 +137,27 @@ TEST_F(HistoryQuestionsTest, SeriesAreListedInPages)
     EXPECT_EQ(series[2].at("origin"), "chip-1");
 }
 
+/// A client that asks in the first moments, while the names of earlier runs are still being read, waits for them.
+TEST_F(HistoryQuestionsTest, WhatEarlierRunsRecordedIsListedFromTheFirstQuestionOn)
+{
+    record(1);
+    daemon.reset();
+    fit({}); // both are away now
+    daemon = std::make_unique<Daemon>(machine);
+    Value atOnce;
+    Value afterwards;
+    machine.runtime.mainQueue().post([&] {
+        atOnce = questions().series({{"collector", "sensors"}})->at("series");
+        daemon->catalogue.whenComplete([&] {
+            afterwards = questions().series({{"collector", "sensors"}})->at("series");
+        });
+    });
+    machine.runtime.runDue();
+    EXPECT_TRUE(atOnce.empty()) << "else nothing is waited for here";
+    ASSERT_EQ(afterwards.size(), 2U);
+    EXPECT_EQ(afterwards[1].at("series"), "sensors/TC1P");
+}
+
 TEST_F(HistoryQuestionsTest, NonsenseIsRefusedInWords)
 {
     const auto code = [this](const Value& question) {
