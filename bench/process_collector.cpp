@@ -8,6 +8,7 @@
 #include "base/Log.h"
 #include "base/NotificationCenter.h"
 #include "base/Value.h"
+#include "bench/SyntheticProcesses.h"
 #include "platform/linux/processes/ProcProcessSource.h"
 #include "tests/support/FakeHost.h"
 
@@ -55,50 +56,6 @@ void operator delete[](void* memory, std::size_t) noexcept { release(memory); }
 
 namespace meridal {
 namespace {
-
-/// A table of which a part works in every pass, as on a machine in use.
-class SyntheticSource final : public ProcessSource {
-public:
-    explicit SyntheticSource(std::size_t count, std::size_t everyBusy) : everyBusy_(everyBusy)
-    {
-        for (std::size_t index = 0; index < count; ++index) {
-            names_.push_back("process-" + std::to_string(index));
-        }
-        for (std::size_t index = 0; index < count; ++index) {
-            ProcessRecord& row = rows_.emplace_back();
-            row.pid = static_cast<std::int32_t>(index + 1);
-            row.parentPid = static_cast<std::int32_t>(index < 20 ? index : 1 + index % 20);
-            row.present = ProcessFields::All;
-            row.startIdentity = index;
-            row.name = names_[index];
-            row.physFootprint = index * 4096;
-            row.diskBytesRead = row.diskBytesWritten = 1;
-        }
-    }
-
-    std::span<const ProcessRecord> readProcesses(ProcessFields) override
-    {
-        ++pass_;
-        for (std::size_t index = 0; index < rows_.size(); index += everyBusy_) {
-            rows_[index].cpuTime += 1'000'000 * (1 + (index * 31 + pass_ * 17) % 101);
-            rows_[index].idleWakeups += pass_ % 7;
-            rows_[index].diskBytesRead += 4096 * (pass_ % 3);
-        }
-        return rows_;
-    }
-    double timeBase() const override { return 1e9; }
-    double cpuResolution() const override { return 0; }
-    std::size_t nameLimit() const override { return 16; }
-    std::optional<std::string> commandName(std::int32_t) override { return std::nullopt; }
-    std::optional<std::string> executablePath(std::int32_t, std::string_view) override { return std::nullopt; }
-    std::optional<std::string> bundleLocation(std::int32_t, const ProcessUnit&) override { return std::nullopt; }
-
-private:
-    std::size_t everyBusy_;
-    std::size_t pass_ = 0;
-    std::vector<std::string> names_;
-    std::vector<ProcessRecord> rows_;
-};
 
 /// Idle processes that make the real table as long as wanted.
 class Crowd {
@@ -151,7 +108,7 @@ struct Rig {
     }
     /// On a synthetic table.
     explicit Rig(const benchmark::State& state)
-        : Rig(std::make_unique<SyntheticSource>(
+        : Rig(std::make_unique<SyntheticProcesses>(
                   static_cast<std::size_t>(state.range(0)), static_cast<std::size_t>(state.range(1))),
             passesBefore)
     {

@@ -3,6 +3,7 @@
 // an invented table, of which every tenth process works, and over this machine's. To be compared: the second divided by the first.
 
 #include "base/NotificationCenter.h"
+#include "bench/SyntheticProcesses.h"
 #include "collectors/process/GroupAccumulator.h"
 #include "collectors/process/NetworkStatisticsStatCollector.h"
 #include "collectors/process/PacketStatCollector.h"
@@ -29,48 +30,6 @@ namespace meridal {
 namespace {
 
 constexpr std::size_t everyBusy = 10;
-
-class InventedSource final : public ProcessSource {
-public:
-    explicit InventedSource(std::size_t count)
-    {
-        for (std::size_t index = 0; index < count; ++index) {
-            names_.push_back("process-" + std::to_string(index));
-        }
-        for (std::size_t index = 0; index < count; ++index) {
-            ProcessRecord& row = rows_.emplace_back();
-            row.pid = static_cast<std::int32_t>(index + 1);
-            row.parentPid = static_cast<std::int32_t>(index < 20 ? index : 1 + index % 20);
-            row.present = ProcessFields::All;
-            row.startIdentity = index;
-            row.name = names_[index];
-            row.user = static_cast<std::uint32_t>(index % 7);
-            row.threads = 1;
-            row.physFootprint = row.residentSize = index * 4096;
-        }
-    }
-    std::span<const ProcessRecord> readProcesses(ProcessFields) override
-    {
-        ++pass_;
-        for (std::size_t index = 0; index < rows_.size(); index += everyBusy) {
-            rows_[index].cpuTime += 1'000'000 * (1 + (index * 31 + pass_ * 17) % 101);
-            rows_[index].idleWakeups += pass_ % 7;
-            rows_[index].diskBytesRead += 4096 * (pass_ % 3);
-        }
-        return rows_;
-    }
-    double timeBase() const override { return 1e9; }
-    double cpuResolution() const override { return 0; }
-    std::size_t nameLimit() const override { return 16; }
-    std::optional<std::string> commandName(std::int32_t) override { return std::nullopt; }
-    std::optional<std::string> executablePath(std::int32_t, std::string_view) override { return std::nullopt; }
-    std::optional<std::string> bundleLocation(std::int32_t, const ProcessUnit&) override { return std::nullopt; }
-
-private:
-    std::size_t pass_ = 0;
-    std::vector<std::string> names_;
-    std::vector<ProcessRecord> rows_;
-};
 
 struct InventedArguments final : ProcessInspection {
     std::optional<std::string> arguments(std::int32_t pid) override
@@ -164,7 +123,7 @@ void measure(benchmark::State& state, TableRig& rig)
 
 void invented(benchmark::State& state)
 {
-    TableRig rig(std::make_unique<InventedSource>(static_cast<std::size_t>(state.range(0))),
+    TableRig rig(std::make_unique<SyntheticProcesses>(static_cast<std::size_t>(state.range(0)), everyBusy),
         std::make_unique<InventedArguments>());
     measure(state, rig);
 }
