@@ -13,6 +13,28 @@ template class nlohmann::basic_json<>;
 
 namespace meridal {
 
+namespace {
+
+/// Of bytes: whether one has to be written in another way within a JSON text, or may be part of what is no UTF-8.
+constexpr std::array<bool, 256> needsCare = [] {
+    std::array<bool, 256> all{};
+    for (std::size_t byte = 0; byte < all.size(); ++byte) {
+        all[byte] = byte < 0x20 || byte >= 0x7F || byte == '"' || byte == '\\';
+    }
+    return all;
+}();
+
+bool isPlain(std::string_view text)
+{
+    bool care = false;
+    for (const char c : text) { // names are short: all of one is looked at sooner than where to stop
+        care |= needsCare[static_cast<unsigned char>(c)];
+    }
+    return !care;
+}
+
+} // namespace
+
 const Value* find(const Value& dictionary, std::string_view key)
 {
     if (!dictionary.is_object()) {
@@ -58,9 +80,7 @@ std::string serialise(const Value& value) { return value.dump(-1, ' ', false, Va
 
 void appendText(std::string& json, std::string_view text)
 {
-    const bool isPlain =
-        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c < '\x7F' && c != '"' && c != '\\'; });
-    if (!isPlain) {
+    if (!isPlain(text)) {
         json += serialise(Value(text));
         return;
     }

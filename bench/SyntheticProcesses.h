@@ -31,7 +31,7 @@ public:
             row.name = names_[index];
             row.user = static_cast<std::uint32_t>(index % 7);
             row.threads = 1;
-            row.physFootprint = row.residentSize = index * 4096;
+            row.physFootprint = row.residentSize = index * 7919 % count * 4096; // in no order
         }
     }
 

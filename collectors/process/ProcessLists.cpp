@@ -70,13 +70,16 @@ void ProcessStatCollector::appendList(std::string& json, const char* name, const
     const auto rows = ranking_.first(figure, limit);
     json.reserve(json.size() + rows.size() * usualEntry); // a list of everybody is not copied as it grows
     json += fmt::format(R"("{}":[)", name);
-    const char* separator = "";
     for (const ProcessRanking::Row* row : rows) {
-        json += std::exchange(separator, ",");
-        appendMember(json, R"({"key":)", row->item->key());
-        appendMember(json, R"(,"name":)", sharingNameForProcess(*row->item, view.grouped));
+        const fmt::format_int key(row->item->pid);
+        json += R"({"key":")";
+        json.append(key.data(), key.size());
+        appendMember(json, R"(","name":)", sharingNameForProcess(*row->item, view.grouped));
         appendFigures(json, *row);
-        json += '}';
+        json += "},";
+    }
+    if (!rows.empty()) {
+        json.pop_back();
     }
     json += "],";
 }
@@ -110,6 +113,10 @@ std::string ProcessStatCollector::powerProcesses(const ProcessView& view)
     appendList(json, "processes", view, 0, ranking_.knows(0) ? counts_.sharingProcessPowerCount : 0,
         [this](std::string& entry, const auto& row) {
             loadBundleLocation(*row.item);
+            if (row.totals[0] == 0 && !row.item->extras) { // most processes
+                entry += R"(,"score":"0.00","bundle":"")";
+                return;
+            }
             appendMember(entry, R"(,"score":)", fixed2(row.totals[0]));
             appendMember(entry, R"(,"bundle":)", row.item->knownExtras().bundleLocation);
         });

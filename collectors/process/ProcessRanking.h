@@ -36,6 +36,7 @@ public:
         ProcessStatCollectorItem* item = nullptr;
         std::array<double, 2> totals = {}; ///< by figure, in the order in which they were asked for; 0 while not known
         std::array<bool, 2> known = {};    ///< of anybody in the group
+        std::uint32_t place = 0;           ///< in the table: what decides between equals
     };
 
     /// Adds up one or two figures, which are of those who have ended both or neither.
@@ -47,22 +48,28 @@ public:
     std::span<const Row* const> first(std::size_t figure, std::int32_t limit);
 
 private:
-    /// What is compared, close together.
+    /// What is compared, close together: a figure, or when one that is idle was active last.
     struct Key {
-        double total = 0;
-        double lastActive = 0;
+        double value = 0;
         std::uint32_t place = 0;
         std::uint32_t row = 0;
     };
 
+    Row& addRow(ProcessStatCollectorItem& item);
+    void addKey(double value, std::uint32_t row);
+    void takeActive(std::size_t figure);
+    void takeIdle(std::size_t figure, std::size_t limit);
+    void takeFirst(std::size_t limit);
     void add(ProcessStatCollectorItem& item, const ProcessView& view);
     std::uint32_t rowOf(ProcessStatCollectorItem& item, const ProcessView& view);
 
     std::array<ProcessFigure, 2> figures_ = {};
     std::size_t figureCount_ = 0;
-    std::vector<Row> rows_;
+    std::vector<Row> rows_; ///< the first so many of them: refilled each time, and not made anew
+    std::size_t rowCount_ = 0;
     std::vector<std::uint32_t> rowByPlace_; ///< that an item counts for, where groups are shown
-    std::vector<Key> keys_;
+    std::vector<Key> keys_;                 ///< likewise
+    std::size_t keyCount_ = 0;
     std::vector<const Row*> first_;
 };
 
