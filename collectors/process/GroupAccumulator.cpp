@@ -53,30 +53,41 @@ void GroupAccumulator::update()
 
 // The table and the accounts side by side
 
-/// Both keep the order of first sight, so that one walk brings them together.
+/// Both keep the order of first sight, so that one walk brings them together. On most machines most passes find the same table,
+/// and then nothing is to be done.
 void GroupAccumulator::alignAccounts()
 {
-    std::swap(accounts_, previous_);
-    accounts_.clear();
-    accounts_.reserve(processes_.processCount());
-    auto known = previous_.cbegin();
-    for (const Item* item : processes_.processes()) {
-        const auto same =
-            std::find_if(known, previous_.cend(), [item](const Account& account) { return account.pid == item->pid; });
-        if (same == previous_.cend()) { // and all that are left are gone, or the rest of the table is new
-            accounts_.push_back(begunFor(*item));
-            continue;
+    isTableNew_ = std::exchange(tableNumber_, processes_.tableNumber()) != tableNumber_ || pass_ == 1;
+    if (!isTableNew_) {
+        return;
+    }
+    if (const std::size_t count = processes_.processCount(); count > accounts_.capacity()) {
+        accounts_.reserve(count + count / 8);
+    }
+    std::size_t kept = 0;
+    std::size_t known = 0; // of which those before are kept or gone
+    const auto departUpTo = [&](std::size_t end) {
+        for (; known < end; ++known) {
+            depart(accounts_[known]);
         }
-        std::for_each(known, same, [this](const Account& account) { depart(account); });
-        known = same + 1;
-        if (same->start == item->startIdentity) {
-            accounts_.push_back(*same);
-        } else {
-            depart(*same);
+    };
+    for (const Item* item : processes_.processes()) {
+        const auto same = std::find_if(accounts_.begin() + static_cast<std::ptrdiff_t>(known), accounts_.end(),
+            [item](const Account& account) { return account.pid == item->pid; });
+        departUpTo(static_cast<std::size_t>(same - accounts_.begin()));
+        if (known == accounts_.size()) { // all that were left are gone, and the rest of the table is new
+            accounts_.resize(kept);
             accounts_.push_back(begunFor(*item));
+            known = ++kept;
+        } else if (accounts_[known].start == item->startIdentity) {
+            accounts_[kept++] = accounts_[known++];
+        } else {
+            depart(accounts_[known++]);
+            accounts_[kept++] = begunFor(*item);
         }
     }
-    std::for_each(known, previous_.cend(), [this](const Account& account) { depart(account); });
+    departUpTo(accounts_.size());
+    accounts_.resize(kept);
 }
 
 GroupAccumulator::Account GroupAccumulator::begunFor(const Item& item) const
@@ -120,13 +131,31 @@ void GroupAccumulator::assignGroups()
     for (const Account& account : accounts_) { // room is made where nobody is left
         groups_.at(account.place).now.processes += account.age > 0 ? 1 : 0;
     }
-    for (Item* item : processes_.processes()) {
-        Account& account = accounts_[item->place];
-        if (item->root()) {
-            assignHead(*item, account);
+    const bool haveMoved = assignHeads();
+    if (isTableNew_ || haveMoved) {
+        assignMembers();
+    }
+}
+
+/// Where the table is the same, only those that are to be looked up again. Answers whether a head has another place now.
+bool GroupAccumulator::assignHeads()
+{
+    bool haveMoved = false;
+    const auto& items = processes_.processes();
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        Account& account = accounts_[i];
+        if (isTableNew_ ? items[i]->root() : account.name != 0 && isDue(account)) {
+            const std::uint32_t before = account.place;
+            assignHead(*items[i], account);
+            haveMoved = haveMoved || account.place != before;
         }
         account.age = account.age + 1 < circleEnd ? static_cast<std::uint8_t>(account.age + 1) : circleStart;
     }
+    return haveMoved;
+}
+
+void GroupAccumulator::assignMembers()
+{
     for (const Item* item : processes_.processes()) {
         Account& account = accounts_[item->place];
         const Item* head = item;
@@ -141,12 +170,16 @@ void GroupAccumulator::assignGroups()
     }
 }
 
+bool GroupAccumulator::isDue(const Account& account)
+{
+    return account.age == firstLook || account.age == secondLook
+        || (account.place == GroupTable::other && account.age == circleStart);
+}
+
 void GroupAccumulator::assignHead(Item& head, Account& account)
 {
     const std::size_t name = std::hash<std::string>{}(head.commandName);
-    const bool isDue = account.age == firstLook || account.age == secondLook
-        || (account.place == GroupTable::other && account.age == circleStart);
-    if (account.name == name && account.unit == head.unit.number && !isDue) {
+    if (account.name == name && account.unit == head.unit.number && !isDue(account)) {
         return;
     }
     account.name = name;
@@ -232,10 +265,10 @@ void GroupAccumulator::sumLevels()
     for (std::uint32_t place = 0; place < groups_.size(); ++place) {
         groups_.at(place).now.processes = 0;
     }
-    for (const Item* item : processes_.processes()) {
-        GroupLevels& now = groups_.at(accounts_[item->place].place).now;
-        now.residentBytes += item->counters.residentSize;
-        now.footprintBytes += static_cast<std::uint64_t>(item->figures.memoryFootprint.value_or(0));
+    for (const Account& account : accounts_) {
+        GroupLevels& now = groups_.at(account.place).now;
+        now.residentBytes += account.residentBytes;
+        now.footprintBytes += account.footprintBytes;
         ++now.processes;
     }
     groups_.notePeaks();

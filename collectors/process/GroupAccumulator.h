@@ -71,6 +71,8 @@ private:
         std::uint64_t read = 0;
         std::uint64_t written = 0;
         std::uint64_t wakeups = 0;
+
+        bool operator==(const Marks& other) const = default;
     };
     /// What is kept of a process in the table, one for each in its order.
     struct Account {
@@ -82,11 +84,13 @@ private:
         std::uint64_t childUser = 0;
         ProcessFields known = ProcessFields::None; ///< the groups of figures of which there is a mark
         std::uint32_t place = GroupTable::other;
-        std::size_t name = 0; ///< by which the place was found: a hash
+        std::size_t name = 0; ///< by which the place was found: a hash; 0: it heads none
         std::uint32_t unit = 0;
-        std::uint8_t age = 0; ///< passes; past the last of some it goes in a circle
-        bool ran = false;     ///< since the pass before
-        bool isFinal = false; ///< what it has used by its end is accounted
+        std::uint8_t age = 0;            ///< passes; past the last of some it goes in a circle
+        bool ran = false;                ///< since the pass before
+        bool isFinal = false;            ///< what it has used by its end is accounted
+        std::uint64_t residentBytes = 0; ///< in the latest pass, as is the next
+        std::uint64_t footprintBytes = 0;
         float minuteCpu = 0;  ///< s
         float minuteDisk = 0; ///< bytes
         float minuteNetwork = 0;
@@ -120,6 +124,9 @@ private:
     void forgetDeparted();
     // Who is in which group
     void assignGroups();
+    static bool isDue(const Account& account);
+    bool assignHeads();
+    void assignMembers();
     void assignHead(Item& head, Account& account);
     std::uint32_t place(const GroupName& group, bool hasProcesses, double used);
     std::uint32_t placeOf(const Item& item);
@@ -160,7 +167,8 @@ private:
     double interval_ = 0;
 
     std::vector<Account> accounts_; ///< by ProcessStatCollectorItem::place
-    std::vector<Account> previous_;
+    std::uint32_t tableNumber_ = 0; ///< of the collector's table with which the accounts were aligned
+    bool isTableNew_ = true;        ///< since then
     std::unordered_multimap<std::int32_t, Departed> departed_;                      ///< by pid
     std::unordered_map<std::int32_t, Inherited> inherited_;                         ///< by pid of the parent
     std::vector<Gone> gone_;                                                        ///< in this minute

@@ -44,8 +44,12 @@ void GroupAccumulator::addGrowth()
         Account& account = accounts_[item->place];
         const Marks growth = growthOf(account, item->counters);
         account.ran = growth.cpu > 0;
-        addToMinute(account, growth);
-        add(account.place, growth);
+        account.residentBytes = item->counters.residentSize;
+        account.footprintBytes = static_cast<std::uint64_t>(item->figures.memoryFootprint.value_or(0));
+        if (growth != Marks()) { // most processes do nothing
+            addToMinute(account, growth);
+            add(account.place, growth);
+        }
         if (!knowsEnded_) {
             add(account.place, growthOfChildren(account, item->counters));
         }
@@ -70,8 +74,9 @@ GroupAccumulator::Marks GroupAccumulator::growthOf(Account& account, const Proce
         marks.wakeups = counters.idleWakeups;
     }
     account.known |= fresh;
-    return growthSince(marks,
-        {counters.cpuTime, counters.cpuUser, counters.diskReadTotal, counters.diskWriteTotal, counters.idleWakeups});
+    const Marks now = {
+        counters.cpuTime, counters.cpuUser, counters.diskReadTotal, counters.diskWriteTotal, counters.idleWakeups};
+    return now == marks ? Marks() : growthSince(marks, now);
 }
 
 /// Of all its marks at once.

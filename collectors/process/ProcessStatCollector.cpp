@@ -94,6 +94,7 @@ ProcessChanges ProcessStatCollector::update()
         changes_.isRead = true;
         removeMissingProcesses();
         if (changes_.childrenChanged) {
+            ++tableNumber_;
             createHierarchy2();
         }
     }

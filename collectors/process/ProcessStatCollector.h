@@ -70,6 +70,8 @@ public:
     // The table, in order of first sight
     const std::vector<Item*>& processes() const { return processes_; }
     std::size_t processCount() const { return processes_.size(); }
+    /// Another one after each pass in which somebody came, went, runs another program or belongs elsewhere.
+    std::uint32_t tableNumber() const { return tableNumber_; }
     Item* processForPid(std::int32_t pid); ///< null when there is none
     const Item* processForPid(std::int32_t pid) const;
     /// Adds an item, which must not be there yet.
@@ -193,6 +195,7 @@ private:
     ProcessRanking ranking_;
     std::string shownName_;  ///< the latest that is not an item's own
     ProcessChanges changes_; ///< of the pass that runs
+    std::uint32_t tableNumber_ = 0;
     ProcessNameCache nameCache_;
     std::uint32_t updateMask_ = mask(RequestKey::Cpu);
     ProcessSharingCounts counts_;

@@ -167,6 +167,10 @@ void ProcessStatCollectorItem::updatePowerWithRusage(const ProcessRecord& record
 void ProcessStatCollectorItem::updatePowerUsageAverage(const ProcessPass& pass)
 {
     auto& scores = energy.scores;
+    if (scores.empty() && energy.power < scoreThatCounts) { // nearly all
+        figures.powerScore = energy.power ? std::optional(0.0) : figures.powerScore;
+        return;
+    }
     std::erase_if(scores, [&](const ProcessEnergy::Score& score) {
         return pass.scoreNumber - score.number >= averagedPasses || score.time < pass.monotonicTime - averagedSeconds;
     });

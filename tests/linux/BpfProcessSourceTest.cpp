@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fmt/format.h>
 #include <map>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -326,6 +327,45 @@ TEST_F(Choice, EveryWayTellsTheSameOfEveryProcessOfThisMachine)
         EXPECT_TRUE(before.contains(pid) || after.contains(pid) || !ProcFolder("/proc").exists(pid, "stat")) << process;
     }
     EXPECT_FALSE(bpf.contains(ended.pid())) << "a zombie";
+}
+
+std::uint64_t residentSizeOf(std::int32_t pid, ProcessSource& source)
+{
+    for (const ProcessRecord& row : source.readProcesses(ProcessFields::All)) {
+        if (row.pid == pid) {
+            return row.residentSize;
+        }
+    }
+    return 0;
+}
+
+/// Sleepers' pages are not summed up in every pass; what somebody else does to them is told all the same.
+TEST_F(Choice, PagesTakenFromASleeperAreToldWithinSixteenPasses)
+{
+    constexpr std::size_t size = 8 << 20;
+    const int file = ::memfd_create("pages", MFD_CLOEXEC);
+    ASSERT_EQ(::ftruncate(file, size), 0);
+    const Child sleeper([file](const Child::Pipes& pipes) {
+        void* pages = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        std::memset(pages, 1, size);
+        pipes.answer('!');
+        pipes.command();
+    });
+    ASSERT_TRUE(sleeper.answer());
+    const auto chosen = chooseProcessSource("/", limitations, {});
+    if (chosen->method() != "bpf") {
+        GTEST_SKIP() << why();
+    }
+    const std::uint64_t before = residentSizeOf(sleeper.pid(), *chosen);
+    EXPECT_GE(before, size);
+    EXPECT_EQ(residentSizeOf(sleeper.pid(), *chosen), before);
+    ASSERT_EQ(::ftruncate(file, 0), 0); // which takes the pages from whoever has mapped them
+    ::close(file);
+    std::uint64_t after = before;
+    for (int pass = 0; pass < 16; ++pass) {
+        after = residentSizeOf(sleeper.pid(), *chosen);
+    }
+    EXPECT_EQ(after, before - size);
 }
 
 } // namespace

@@ -10,6 +10,7 @@ enum {
     MAXIMUM_PROCESSORS = 8192, /* the most that a kernel can be built for */
     MAXIMUM_THREADS = 1 << 22, /* the most pids there are */
     ATTEMPTS = 4,
+    MEMORY_TURNS = 16, /* passes in which the pages of each process are summed up at least once */
 };
 
 /* By processor: how far its own variables lie from where per-CPU pointers point. Filled by find_offsets. */
@@ -234,8 +235,20 @@ static __always_inline void fill_counters(
     record->flags |= BPF_PROCESS_TORN;
 }
 
+/* A look at the variables of each processor, for each process, is the dearest part of a record. Who did not run since the record
+ * was filled holds what it held, but for pages that were taken from it, which may be told some passes later. */
+static __always_inline int holds_what_it_held(
+    const struct BpfProcess* record, const struct BpfProcess* before, const struct BpfPass* pass)
+{
+    return before->flags & BPF_PROCESS_HAS_MEMORY && before->pid == record->pid && before->start == record->start
+        && before->runTime == record->runTime && ((__u32)record->pid + pass->number) % MEMORY_TURNS != 0;
+}
+
+/* The record may hold what an earlier pass has filled in. */
 static __always_inline void fill_record(struct BpfProcess* record, struct task_struct* task, const struct BpfPass* pass)
 {
+    const struct BpfProcess before = {
+        .pid = record->pid, .flags = record->flags, .start = record->start, .runTime = record->runTime};
     struct signal_struct* group = task->signal;
     struct mm_struct* mm = task->mm;
     record->pid = task->tgid;
@@ -258,8 +271,16 @@ static __always_inline void fill_record(struct BpfProcess* record, struct task_s
         record->cgroups = (__u64)cgroups;
     }
     fill_counters(record, task, group);
+    const int wantsMemory =
+        pass->wantsMemory && !(task->flags & PF_KTHREAD); /* which may borrow a process's for a while */
+    if (wantsMemory) {
+        record->flags |= BPF_PROCESS_HAS_MEMORY;
+        if (holds_what_it_held(record, &before, pass)) {
+            return;
+        }
+    }
     record->filePages = record->anonymousPages = record->swappedPages = record->sharedPages = 0;
-    if (!pass->wantsMemory || task->flags & PF_KTHREAD) { /* which may borrow a process's memory for a while */
+    if (!wantsMemory) {
         return;
     }
     struct page_sum sum = {};

@@ -41,12 +41,14 @@ enum {
     BPF_PROCESS_HAS_IO = 4,   /* the kernel accounts storage traffic to processes */
     BPF_PROCESS_TORN = 8,     /* threads ended all the while: what is summed up over threads is not to be used */
     BPF_PROCESS_LEAVING = 16, /* each of its threads has begun to end, if not more */
+    BPF_PROCESS_HAS_MEMORY = 32, /* its pages were summed up, in this pass or in one of the last */
 };
 
 /** What a pass is asked for, and what it answers. */
 struct BpfPass {
     __u32 wantsMemory;
     __u32 processors; /* to sum up counters of; as many as the map of offsets holds */
+    __u32 number;     /* of the pass: whose pages are summed up although they sleep, in turn */
     __u32 processes;  /* out: how many there were; those beyond the end of the map of records are missing */
 };
 

@@ -13,7 +13,7 @@ namespace {
 /// Lets the programs of an object know where each processor keeps its variables.
 Result<void> findOffsets(const BpfObject& object)
 {
-    BpfPass pass{.wantsMemory = 0, .processors = possibleProcessors(), .processes = 0};
+    BpfPass pass{.wantsMemory = 0, .processors = possibleProcessors(), .number = 0, .processes = 0};
     const auto done = runBpfProgram(object.program("find_offsets"), pass);
     if (!done) {
         return Unexpected{done.error()};
@@ -62,7 +62,7 @@ Result<std::span<const BpfProcess>> BpfProcessWalk::read(bool wantsMemory)
 {
     constexpr int attempts = 4; // each with room for more than there were at the last
     for (int i = 0; i < attempts; ++i) {
-        BpfPass pass{.wantsMemory = wantsMemory, .processors = processors_, .processes = 0};
+        BpfPass pass{.wantsMemory = wantsMemory, .processors = processors_, .number = ++passes_, .processes = 0};
         if (const auto done = runBpfProgram(loaded_.object.program("walk"), pass); !done) {
             return Unexpected{done.error()};
         }
@@ -97,7 +97,7 @@ Result<std::unique_ptr<BpfProcessReader>> BpfProcessDump::load()
 Result<std::span<const BpfProcess>> BpfProcessDump::read(bool wantsMemory)
 {
     constexpr std::size_t piece = 256; // records; the kernel hands out some 32 KiB at a time
-    const BpfPass pass{.wantsMemory = wantsMemory, .processors = processors_, .processes = 0};
+    const BpfPass pass{.wantsMemory = wantsMemory, .processors = processors_, .number = 0, .processes = 0};
     const std::uint32_t only = 0;
     if (!writeBpfMap(object_.map("request"), &only, &pass)) {
         return bpfError("asking for processes", errno);

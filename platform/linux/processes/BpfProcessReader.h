@@ -39,6 +39,7 @@ private:
 
     Loaded loaded_;
     std::uint32_t processors_;
+    std::uint32_t passes_ = 0;
 };
 
 /// Through a file, some 200 processes a read. Linux 5.19 and later.
