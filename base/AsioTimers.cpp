@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/AsioTimers.h"
 
+#include "base/TimerGrid.h"
+
 #include <asio/post.hpp>
 
 #include <algorithm>
@@ -48,7 +50,9 @@ struct AsioTimers::Entry {
 AsioTimers::Handle AsioTimers::start(std::weak_ptr<Queue> queue, TimerSchedule schedule, Task task)
 {
     auto timer = std::make_shared<Entry>(std::move(queue), schedule, std::move(task));
-    const double deadline = steadySeconds() + sensible(schedule.first);
+    schedule.first = sensible(schedule.first);
+    schedule.interval = timer->interval;
+    const double deadline = firstFire(steadySeconds(), schedule);
     const std::lock_guard lock(mutex_);
     timer->id = ++lastId_;
     waiting_.emplace(timer->id, timer);

@@ -29,6 +29,9 @@ struct TimerSchedule {
     double first = 0;    ///< from now to the first fire
     double interval = 0; ///< between fires after that; 0 = fires once
     double leeway = 0;   ///< how much later a fire may come, so that several timers share one wake-up
+    /// The first fire is moved by up to a second, or half an interval if that is less, to where those of other such timers
+    /// are (base/TimerGrid.h). For what repeats and may come at any phase; intervals of whole steps stay together.
+    bool onGrid = false;
 };
 
 /// A running timer. Destroying it stops it; done on its own queue, the task does not run again. A task may destroy the

@@ -175,7 +175,8 @@ void BatteryService::noteLevels()
     }
     if (records_ && !recording_) {
         recording_ = context_.runtime.startTimer(context_.runtime.mainQueue(),
-            {.first = recordInterval, .interval = recordInterval, .leeway = recordInterval / 10}, [this] { record(); });
+            {.first = recordInterval, .interval = recordInterval, .leeway = recordInterval / 10, .onGrid = true},
+            [this] { record(); });
     }
 }
 

@@ -85,8 +85,8 @@ void MachineService::schedule()
         timer_.reset();
         return;
     }
-    timer_ = context_.runtime.startTimer(
-        context_.runtime.mainQueue(), {.first = wanted, .interval = wanted, .leeway = leeway * wanted}, [this] {
+    timer_ = context_.runtime.startTimer(context_.runtime.mainQueue(),
+        {.first = wanted, .interval = wanted, .leeway = leeway * wanted, .onGrid = true}, [this] {
             read();
             schedule();
         });

@@ -50,6 +50,8 @@ MeridalDaemon::MeridalDaemon(
     , server_(*this)
     , networkActions_(context)
     , processTimer_(context.runtime)
+    , networkTimer_(context.runtime)
+    , smartTimer_(context.runtime)
     , views_(context, processes)
     , usage_(*context.host.selfUsage, context.runtime.monotonicTime())
 {
@@ -89,11 +91,13 @@ void MeridalDaemon::start()
     prepareUptime();
     saveBootTime();
     log.info("Starting network");
+    networkTimer_.startTimerWithInterval(
+        networkInterval, [this] { updateNetwork(); }, true);
     updateNetwork();
     services_.machine.start();
     log.info("Starting processes");
     services_.applications.start();
-    processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
+    startProcessTimer();
     updateProcesses(); // so that the first client finds a table, and figures in the pass that its request causes
     log.info("Daemon started");
 }
@@ -150,6 +154,13 @@ bool MeridalDaemon::readFiguresOf(std::int64_t key)
     return isDue;
 }
 
+/// What repeats all the time shares its wake-ups, most of all with the other reading of every two seconds.
+void MeridalDaemon::startProcessTimer()
+{
+    processTimer_.startTimerWithInterval(
+        processInterval, [this] { update(); }, true);
+}
+
 void MeridalDaemon::restartProcessTimer(bool atOnce)
 {
     if (passesAtOnce_ >= mostPassesAtOnce) {
@@ -159,7 +170,7 @@ void MeridalDaemon::restartProcessTimer(bool atOnce)
     processTimer_.startTimerWithInterval(secondPassDelay, [this] {
         updateProcesses();
         passesAtOnce_ = 0;
-        processTimer_.startTimerWithInterval(processInterval, [this] { update(); });
+        startProcessTimer();
     });
     if (atOnce) {
         updateProcesses();
@@ -270,7 +281,6 @@ std::string MeridalDaemon::buildProcessList(RequestKey list, const ProcessView& 
 
 void MeridalDaemon::updateNetwork()
 {
-    context_.runtime.after(networkInterval, lifetime_.guard([this] { updateNetwork(); }));
     services_.network.update();
     services_.machine.networkWasRead();
 }
@@ -304,7 +314,9 @@ void MeridalDaemon::initializeSmart()
     if (!initializedSMART_) {
         initializedSMART_ = true;
         services_.disks.load();
-        scheduleSMART();
+        smartNeedsUpdate_ = !wantsSMART();
+        smartTimer_.startTimerWithInterval(
+            smartInterval, [this] { updateSMART(); }, true);
     }
 }
 
@@ -314,15 +326,9 @@ void MeridalDaemon::askDisks(Task answered)
     services_.disks.refresh(lifetime_.guard(std::move(answered)));
 }
 
-void MeridalDaemon::scheduleSMART()
-{
-    smartNeedsUpdate_ = !wantsSMART();
-    context_.runtime.after(smartInterval, lifetime_.guard([this] { updateSMART(); }));
-}
-
 void MeridalDaemon::updateSMART()
 {
-    scheduleSMART();
+    smartNeedsUpdate_ = !wantsSMART();
     if (!smartNeedsUpdate_) {
         services_.disks.update(lifetime_.guard([this] { sendSmartResults(); }));
     }

@@ -114,8 +114,8 @@ public:
 
 private:
     void start();
+    void startProcessTimer();
     void prepareCollectors();
-    void scheduleSMART();
     void sendSmartResults();
     void sendProcessLists();
     void sendNetworkList();
@@ -128,6 +128,8 @@ private:
     MRDXPCServer server_;
     NetworkActions networkActions_;
     ZAVDispatchTimer processTimer_;
+    ZAVDispatchTimer networkTimer_;
+    ZAVDispatchTimer smartTimer_;
     std::unique_ptr<DistributedNotifications::Observation> resetFansObservation_;
     std::unique_ptr<NotificationCenter::Observation> sourceObservation_;
 

@@ -121,7 +121,8 @@ void UptimeService::saveBootTime()
 {
     database_.saveBootTime([this](auto reply) { collector_.askForRecordedBoottime(std::move(reply)); });
     notes_ = context_.runtime.startTimer(context_.runtime.mainQueue(),
-        {.first = noteInterval, .interval = noteInterval, .leeway = noteLeeway}, [this] { database_.noteRunning(); });
+        {.first = noteInterval, .interval = noteInterval, .leeway = noteLeeway, .onGrid = true},
+        [this] { database_.noteRunning(); });
 }
 
 void UptimeService::boots(const Value& parameters, std::function<void(Result<Value>)> reply)

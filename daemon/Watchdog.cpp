@@ -8,8 +8,8 @@ namespace meridal {
 std::unique_ptr<Timer> startWatchdog(Runtime& runtime, double limit, Task tell)
 {
     const double interval = limit / 3;
-    return runtime.startTimer(
-        runtime.mainQueue(), {.first = interval, .interval = interval, .leeway = limit / 6}, std::move(tell));
+    return runtime.startTimer(runtime.mainQueue(),
+        {.first = interval, .interval = interval, .leeway = limit / 6, .onGrid = true}, std::move(tell));
 }
 
 } // namespace meridal

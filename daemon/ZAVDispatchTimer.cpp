@@ -5,11 +5,11 @@
 
 namespace meridal {
 
-void ZAVDispatchTimer::startTimerWithInterval(double interval, Task block)
+void ZAVDispatchTimer::startTimerWithInterval(double interval, Task block, bool onGrid)
 {
     constexpr double leeway = 0.2;
-    timer_ = runtime_.startTimer(
-        runtime_.mainQueue(), {.first = interval, .interval = interval, .leeway = leeway}, std::move(block));
+    timer_ = runtime_.startTimer(runtime_.mainQueue(),
+        {.first = interval, .interval = interval, .leeway = leeway, .onGrid = onGrid}, std::move(block));
 }
 
 } // namespace meridal

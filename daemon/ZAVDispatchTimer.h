@@ -13,8 +13,9 @@ class ZAVDispatchTimer {
 public:
     explicit ZAVDispatchTimer(Runtime& runtime) : runtime_(runtime) { }
 
-    /// Fires after one interval (s) and then every interval, until cancelled or started anew.
-    void startTimerWithInterval(double interval, Task block);
+    /// Fires after one interval (s) and then every interval, until cancelled or started anew. On the grid it fires first
+    /// when other timers do, up to half an interval earlier or later.
+    void startTimerWithInterval(double interval, Task block, bool onGrid = false);
 
     // Of the interface, and called by nothing here
     void cancelTimer() { timer_.reset(); }

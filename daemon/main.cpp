@@ -142,7 +142,8 @@ void redirectStandardError(const std::filesystem::path& file)
 }
 
 /// When free memory is returned, s: as often as batches of rows are written, and soon after each.
-constexpr TimerSchedule tidyTimes{.first = 35, .interval = HistoryRecorder::commitInterval, .leeway = 2};
+constexpr TimerSchedule tidyTimes{
+    .first = 35, .interval = HistoryRecorder::commitInterval, .leeway = 2, .onGrid = true};
 
 void logLimitations(Context& context)
 {

@@ -6,13 +6,14 @@
 
 namespace meridal {
 
-void ConnectionInbox::open(Wake wake)
+bool ConnectionInbox::open(Wake wake)
 {
     const std::lock_guard lock(mutex_);
     wake_ = std::move(wake);
-    if (!envelopes_.empty() || outcome_) {
+    if (outcome_) {
         wakeOnce();
     }
+    return !envelopes_.empty() && markNews();
 }
 
 void ConnectionInbox::awake()
@@ -21,12 +22,12 @@ void ConnectionInbox::awake()
     woken_ = false;
 }
 
-bool ConnectionInbox::put(EnvelopePtr envelope)
+ConnectionInbox::Put ConnectionInbox::put(EnvelopePtr envelope)
 {
     // The parameter outlives the lock: an envelope that gives way is destroyed outside it.
     const std::lock_guard lock(mutex_);
     if (closed_) {
-        return false;
+        return {};
     }
     const auto sameType = std::find_if(
         envelopes_.begin(), envelopes_.end(), [&](const EnvelopePtr& waiting) { return envelope->replaces(*waiting); });
@@ -36,8 +37,13 @@ bool ConnectionInbox::put(EnvelopePtr envelope)
     } else {
         envelopes_.push_back(std::move(envelope));
     }
-    wakeOnce();
-    return replaces;
+    return {.replaced = replaces, .isNews = markNews()};
+}
+
+void ConnectionInbox::collected()
+{
+    const std::lock_guard lock(mutex_);
+    hasNews_ = false;
 }
 
 void ConnectionInbox::put(JsonRpcOutcome outcome)
@@ -85,5 +91,7 @@ void ConnectionInbox::wakeOnce()
         wake_();
     }
 }
+
+bool ConnectionInbox::markNews() { return wake_ && !std::exchange(hasNews_, true); }
 
 } // namespace meridal

@@ -18,12 +18,19 @@ class ConnectionInbox {
 public:
     using Wake = std::function<void()>;
 
-    /// Things that arrive from now on (or arrived already) call `wake` once, until awake() says that it was heard. It is
-    /// called under the inbox's lock and never after close(), so what it refers to may die then.
-    void open(Wake wake);
+    struct Put {
+        bool replaced = false; ///< an unsent envelope gave way to this one, which has that one's place in the order
+        bool isNews = false;   ///< the connection is to be told; until collected() others that come are no news
+    };
+
+    /// An outcome that arrives from now on (or arrived already) calls `wake` once, until awake() says that it was heard.
+    /// It is called under the inbox's lock and never after close(), so what it refers to may die then. Answers whether
+    /// there is news already.
+    bool open(Wake wake);
     void awake();
-    /// Whether an unsent envelope gave way to this one. It keeps that one's place in the order.
-    bool put(EnvelopePtr envelope);
+    /// What calls for more than one wake-up of the connection's thread, envelopes to many, is the caller's to tell.
+    Put put(EnvelopePtr envelope);
+    void collected();
     void put(JsonRpcOutcome outcome);
     /// The one that has waited longest, or null.
     EnvelopePtr takeEnvelope();
@@ -33,10 +40,12 @@ public:
 
 private:
     void wakeOnce();
+    bool markNews();
 
     std::mutex mutex_;
     Wake wake_;
     bool woken_ = false;
+    bool hasNews_ = false; // of which the connection is being told
     bool closed_ = false;
     std::vector<EnvelopePtr> envelopes_; // at most one of a type, first come first
     std::optional<JsonRpcOutcome> outcome_;

@@ -70,6 +70,7 @@ UnixSocketConnection::UnixSocketConnection(Socket socket, ConnectionSurroundings
     : socket_(std::move(socket))
     , surroundings_(surroundings)
     , counters_(surroundings.counters)
+    , round_(surroundings.round)
     , peer_(readPeerCredentials(socket_->native_handle()))
     , output_([this] { return nextEnvelopeLine(); })
 {
@@ -80,13 +81,16 @@ void UnixSocketConnection::open()
 {
     asio::error_code error;
     socket_->non_blocking(true, error);
-    inbox_.open([weak = weak_from_this(), executor = socket_->get_executor()] {
+    const bool hasNews = inbox_.open([weak = weak_from_this(), executor = socket_->get_executor()] {
         asio::post(executor, [weak] {
             if (const auto self = weak.lock()) {
                 self->onWake();
             }
         });
     });
+    if (hasNews) {
+        round_->add(weak_from_this());
+    }
 }
 
 void UnixSocketConnection::start(std::shared_ptr<ExportedConnection> exported)
@@ -112,8 +116,20 @@ void UnixSocketConnection::close()
 
 void UnixSocketConnection::daemonResponse(const EnvelopePtr& envelope)
 {
-    if (inbox_.put(envelope)) {
+    const ConnectionInbox::Put put = inbox_.put(envelope);
+    if (put.replaced) {
         ++counters_->envelopesDropped;
+    }
+    if (put.isNews) {
+        round_->add(weak_from_this());
+    }
+}
+
+void UnixSocketConnection::deliver()
+{
+    if (socket_) {
+        inbox_.collected();
+        write();
     }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "daemon/transport/ConnectionInbox.h"
+#include "daemon/transport/EnvelopeRound.h"
 #include "daemon/transport/JsonRpcDispatcher.h"
 #include "daemon/transport/LongRequests.h"
 #include "daemon/transport/OutputQueue.h"
@@ -35,6 +36,7 @@ struct TransportCounters {
 struct ConnectionSurroundings {
     const JsonRpcDispatcher& dispatcher;
     std::shared_ptr<TransportCounters> counters;
+    std::shared_ptr<EnvelopeRound> round;
     /// A connection has ended and gave its descriptor back.
     std::function<void(const UnixSocketConnection&)> closed;
     /// Runs something on a second thread, then something on the listener's: for what would hold up the others.
@@ -61,6 +63,8 @@ public:
     void start(std::shared_ptr<ExportedConnection> exported);
     /// Tells the client why it is not served, and ends it.
     void turnAway(const char* why);
+    /// Writes the envelopes that have come.
+    void deliver();
     /// Ends it, with `ended` to the exported object. May be repeated.
     void close();
 
@@ -92,6 +96,7 @@ private:
     std::optional<Socket> socket_;
     ConnectionSurroundings& surroundings_;
     std::shared_ptr<TransportCounters> counters_;
+    std::shared_ptr<EnvelopeRound> round_;
     Peer peer_;
     std::shared_ptr<ExportedConnection> exported_; // until `ended`
     LineFramer framer_;

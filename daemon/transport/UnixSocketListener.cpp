@@ -93,7 +93,9 @@ private:
 class UnixSocketListener::Server {
 public:
     Server(ListenerDelegate& delegate, NamedMethods* namedMethods, Queue& mainQueue)
-        : delegate_(delegate), dispatcher_(namedMethods, mainQueue)
+        : delegate_(delegate)
+        , dispatcher_(namedMethods, mainQueue)
+        , round_(std::make_shared<EnvelopeRound>(mainQueue, io_))
     {
     }
     ~Server();
@@ -120,11 +122,12 @@ private:
     ListenerDelegate& delegate_;
     JsonRpcDispatcher dispatcher_;
     std::shared_ptr<TransportCounters> counters_ = std::make_shared<TransportCounters>();
-    ConnectionSurroundings surroundings_{dispatcher_, counters_,
+    asio::io_context io_{1};
+    std::shared_ptr<EnvelopeRound> round_;
+    ConnectionSurroundings surroundings_{dispatcher_, counters_, round_,
         [this](const UnixSocketConnection& connection) { connectionClosed(connection); },
         [this](std::function<void()> work, std::function<void()> after) { aside(std::move(work), std::move(after)); },
         std::make_shared<LongRequests>(), {}, 0, 0};
-    asio::io_context io_{1};
     asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
     Protocol::acceptor acceptor_{io_};
     asio::steady_timer restTimer_{io_};
@@ -139,6 +142,7 @@ private:
 
 UnixSocketListener::Server::~Server()
 {
+    round_->close();
     if (thread_.joinable()) {
         asio::post(io_, [this] { shutDown(); });
         thread_.join(); // which has waited for the second one's work

@@ -225,6 +225,26 @@ TEST_P(RuntimeConformance, TimerRepeatsUntilItDestroysItselfInItsTask)
     }
 }
 
+TEST_P(RuntimeConformance, TimersOfTheGridFireTogetherWheneverTheyStarted)
+{
+    constexpr double interval = 1.0 / 64; // s, whose multiples are exact
+    std::vector<std::unique_ptr<Timer>> timers;
+    const auto start = [&](char mark) {
+        timers.push_back(
+            runtime.startTimer(mainQueue, {.first = interval, .interval = interval, .onGrid = true}, [this, mark] {
+                order += mark;
+                if (mark == 'c' && order.size() >= 12) {
+                    runtime.stop();
+                }
+            }));
+    };
+    start('a');
+    runtime.after(3 * tick, [&] { start('b'); });
+    runtime.after(7 * tick, [&] { start('c'); });
+    serve();
+    EXPECT_TRUE(order.ends_with("abcabcabc")) << order;
+}
+
 TEST_P(RuntimeConformance, TimerWithoutIntervalFiresOnce)
 {
     const auto timer = runtime.startTimer(mainQueue, {.first = tick}, adding('a'));

@@ -2,6 +2,7 @@
 #include "tests/support/VirtualRuntime.h"
 
 #include "base/DeadlineTable.h"
+#include "base/TimerGrid.h"
 
 #include <algorithm>
 #include <cassert>
@@ -203,7 +204,7 @@ std::unique_ptr<Timer> VirtualRuntime::startTimer(Queue& queue, TimerSchedule sc
     auto state = std::make_shared<TimerState>();
     state->queue = static_cast<SerialQueue*>(&queue);
     state->schedule = schedule;
-    state->next = monotonic_ + std::max(schedule.first, 0.0);
+    state->next = firstFire(monotonic_, schedule);
     state->task = std::make_shared<Task>(std::move(task));
     arm(state);
     return std::make_unique<RunningTimer>(std::move(state));

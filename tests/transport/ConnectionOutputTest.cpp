@@ -46,14 +46,14 @@ TEST(LongRequests, LongRequestsHaveTheirTurns)
 TEST(ConnectionInbox, NewestOfATypeWinsAndKeepsItsPlace)
 {
     ConnectionInbox inbox;
-    EXPECT_FALSE(inbox.put(numbered("1", 1)));
-    EXPECT_FALSE(inbox.put(numbered("2", 1)));
-    EXPECT_TRUE(inbox.put(numbered("1", 2)));
-    EXPECT_FALSE(inbox.put(numbered("16", 1)));
-    EXPECT_TRUE(inbox.put(numbered("2", 2)));
+    EXPECT_FALSE(inbox.put(numbered("1", 1)).replaced);
+    EXPECT_FALSE(inbox.put(numbered("2", 1)).replaced);
+    EXPECT_TRUE(inbox.put(numbered("1", 2)).replaced);
+    EXPECT_FALSE(inbox.put(numbered("16", 1)).replaced);
+    EXPECT_TRUE(inbox.put(numbered("2", 2)).replaced);
     EXPECT_EQ(inbox.takeEnvelope()->dictionary(), (Dictionary{{"type", "1"}, {"number", 2}}));
     EXPECT_EQ(inbox.takeEnvelope()->dictionary(), (Dictionary{{"type", "2"}, {"number", 2}}));
-    EXPECT_FALSE(inbox.put(numbered("1", 3))) << "one that was taken is not replaced";
+    EXPECT_FALSE(inbox.put(numbered("1", 3)).replaced) << "one that was taken is not replaced";
     EXPECT_EQ(inbox.takeEnvelope()->type(), 16);
     EXPECT_EQ(inbox.takeEnvelope()->type(), 1);
     EXPECT_EQ(inbox.takeEnvelope(), nullptr);
@@ -85,24 +85,40 @@ TEST(ConnectionInbox, WakesOnceUntilHeardAndNeverAfterClosing)
 {
     ConnectionInbox inbox;
     int wakes = 0;
-    inbox.put(numbered("1", 1));
+    inbox.put(JsonRpcOutcome{});
     inbox.open([&] { ++wakes; });
     EXPECT_EQ(wakes, 1) << "for what came before";
-    inbox.put(numbered("1", 2));
     inbox.put(JsonRpcOutcome{});
     EXPECT_EQ(wakes, 1);
     inbox.awake();
     EXPECT_TRUE(inbox.takeOutcome());
     EXPECT_FALSE(inbox.takeOutcome());
-    inbox.put(numbered("1", 3));
+    inbox.put(JsonRpcOutcome{});
     EXPECT_EQ(wakes, 2);
     inbox.awake();
     inbox.close();
-    inbox.put(numbered("1", 4));
+    EXPECT_FALSE(inbox.put(numbered("1", 4)).isNews);
     inbox.put(JsonRpcOutcome{});
     EXPECT_EQ(wakes, 2);
     EXPECT_EQ(inbox.takeEnvelope(), nullptr);
     EXPECT_FALSE(inbox.takeOutcome());
+}
+
+TEST(ConnectionInbox, EnvelopesAreNewsUntilCollectedAndWakeNobody)
+{
+    ConnectionInbox inbox;
+    int wakes = 0;
+    EXPECT_FALSE(inbox.put(numbered("1", 1)).isNews) << "there is nobody to be told yet";
+    EXPECT_TRUE(inbox.open([&] { ++wakes; }));
+    EXPECT_FALSE(inbox.put(numbered("2", 1)).isNews);
+    inbox.put(JsonRpcOutcome{});
+    EXPECT_EQ(wakes, 1) << "for the outcome, which waits for no round";
+    inbox.awake();
+    while (inbox.takeEnvelope()) { }
+    EXPECT_FALSE(inbox.put(numbered("1", 2)).isNews) << "being told still";
+    inbox.collected();
+    EXPECT_TRUE(inbox.put(numbered("1", 3)).isNews);
+    EXPECT_EQ(wakes, 1);
 }
 
 TEST(OutputQueue, AnswersAndEnvelopesTakeTurnsInWholeLines)

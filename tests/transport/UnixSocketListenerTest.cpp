@@ -88,6 +88,73 @@ TEST_F(UnixSocketListenerTest, EnvelopesOfACallComeBeforeItsAnswer)
     }
 }
 
+/// A main queue in the midst of a turn, whose tasks run when told.
+class TurnQueue final : public Queue {
+public:
+    void post(Task task) override { tasks.push_back(std::move(task)); }
+    void runAndWait(const Task& task) override { task(); }
+    bool isCurrent() const override { return std::this_thread::get_id() == thread_; }
+    const std::string& label() const override { return label_; }
+    void endTurn()
+    {
+        for (const Task& task : std::exchange(tasks, {})) {
+            task();
+        }
+    }
+
+    std::vector<Task> tasks;
+
+private:
+    const std::thread::id thread_ = std::this_thread::get_id();
+    const std::string label_ = "main";
+};
+
+TEST_F(UnixSocketListenerTest, EnvelopesOfATurnAreWrittenTogetherAndHoldUpNoAnswer)
+{
+    TurnQueue turn;
+    listener = std::move(*UnixSocketListener::listen(path, *this, &named, turn));
+    std::vector<Client> clients;
+    for (std::size_t count = 0; count < 40; ++count) { // more than are written to at once
+        clients.emplace_back(path);
+        client(count);
+    }
+    const auto send = [&](int number) {
+        for (const char* type : {"1", "2"}) {
+            const EnvelopePtr list = envelope(type, number);
+            for (const Served& each : served) {
+                each.link->daemonResponse(list);
+            }
+        }
+    };
+    const auto expect = [](Client& reader, int number) {
+        for (const char* type : {"1", "2"}) {
+            const Value received = envelopeIn(reader.line().value_or("(ended)"));
+            EXPECT_EQ(received["type"], type);
+            EXPECT_EQ(received["number"], number);
+        }
+    };
+    send(1);
+    EXPECT_EQ(turn.tasks.size(), 1U) << "one for all";
+    EXPECT_EQ(listener->statistics().envelopesSent, 0U);
+    clients[7].send(existsRequest + "\n");
+    expect(clients[7], 1);
+    EXPECT_EQ(clients[7].line(), existsAnswer);
+    EXPECT_EQ(listener->statistics().envelopesSent, 2U) << "nobody else's";
+    send(2);
+    turn.endTurn();
+    for (Client& each : clients) {
+        expect(each, 2);
+    }
+    std::thread([&] { served[3].link->daemonResponse(envelope("4", 3)); }).join(); // not of the main queue's
+    EXPECT_EQ(envelopeIn(clients[3].line().value_or("(ended)"))["number"], 3);
+    EXPECT_TRUE(turn.tasks.empty());
+
+    send(4);
+    listener.reset();
+    turn.endTurn();
+    EXPECT_EQ(clients[0].line(), std::nullopt);
+}
+
 TEST_F(UnixSocketListenerTest, PipelinedRequestsAreServedInOrderOneAtATime)
 {
     std::atomic<int> serving{0};

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/kernel/DispatchRuntime.h"
 
+#include "base/TimerGrid.h"
+
 #import <Foundation/Foundation.h>
 #include <dispatch/dispatch.h>
 #include <mach/mach_time.h>
@@ -152,8 +154,10 @@ std::unique_ptr<Timer> DispatchRuntime::startTimer(Queue& queue, TimerSchedule s
     dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, native);
     if (source) {
         const std::uint64_t interval = schedule.interval > 0 ? nanoseconds(schedule.interval) : DISPATCH_TIME_FOREVER;
+        // The grid is that of the clock which the timer is armed on: the other one's moves against it with each sleep.
+        const double now = static_cast<double>(mach_absolute_time()) * machTick();
         const dispatch_time_t first =
-            dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(nanoseconds(schedule.first)));
+            dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(nanoseconds(firstFire(now, schedule) - now)));
         dispatch_source_set_timer(source, first, interval, nanoseconds(schedule.leeway));
         dispatch_source_set_event_handler(source, ^{ shared->fire(); });
         dispatch_resume(source);
