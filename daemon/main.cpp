@@ -141,8 +141,10 @@ void redirectStandardError(const std::filesystem::path& file)
     }
 }
 
-/// When free memory is returned, s: as often as batches of rows are written, and soon after each.
-constexpr TimerSchedule tidyTimes{.first = 35, .interval = HistoryRecorder::commitInterval, .leeway = 2};
+/// When free memory is returned, s: once the start is over, as often as batches of rows are written, and soon after each.
+constexpr TimerSchedule tidyTimes{.first = 5, .interval = HistoryRecorder::commitInterval, .leeway = 2};
+/// Likewise code, s: once the start is over, and now and then what rare questions have left.
+constexpr TimerSchedule releaseTimes{.first = 5, .interval = 600, .leeway = 2};
 
 void logLimitations(Context& context)
 {
@@ -289,6 +291,7 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     const auto limit = watchdogLimit();
     const auto watchdog = limit ? startWatchdog(runtime, *limit, notifyAlive) : nullptr;
     const auto tidying = runtime.startTimer(runtime.mainQueue(), tidyTimes, returnFreeMemory);
+    const auto releasing = runtime.startTimer(runtime.mainQueue(), releaseTimes, releaseCode);
     notifyReady();
     runtime.run();
     context.host.limitations->listen({});
