@@ -292,6 +292,7 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     const auto watchdog = limit ? startWatchdog(runtime, *limit, notifyAlive) : nullptr;
     const auto tidying = runtime.startTimer(runtime.mainQueue(), tidyTimes, returnFreeMemory);
     const auto releasing = runtime.startTimer(runtime.mainQueue(), releaseTimes, releaseCode);
+    releaseCode();
     notifyReady();
     runtime.run();
     context.host.limitations->listen({});
@@ -330,10 +331,12 @@ int runDaemon(const Options& options)
         }
     }
     reportCrashes(toJournal);
+    releaseCode();
     raiseDescriptorLimit();
     shareAllocator();
     const auto runtime = makeRuntime();
     const auto host = makeHost(*runtime, hostChoices(options, configuration.current()));
+    releaseCode(); // here and later: what one step of the start needed the next does not
     NotificationCenter notifications;
     Log log;
     if (toJournal) {
