@@ -53,30 +53,34 @@ void GroupAccumulator::update()
 
 // The table and the accounts side by side
 
-/// Both keep the order of first sight, so that one walk brings them together.
+/// Both keep the order of first sight, so that one walk brings them together: those who stay move up, and after the first
+/// who is new all are.
 void GroupAccumulator::alignAccounts()
 {
-    std::swap(accounts_, previous_);
-    accounts_.clear();
-    accounts_.reserve(processes_.processCount());
-    auto known = previous_.cbegin();
-    for (const Item* item : processes_.processes()) {
+    const std::vector<Item*>& items = processes_.processes();
+    auto known = accounts_.cbegin();
+    std::size_t aligned = 0;
+    for (; aligned < items.size(); ++aligned) {
+        const Item& item = *items[aligned];
         const auto same =
-            std::find_if(known, previous_.cend(), [item](const Account& account) { return account.pid == item->pid; });
-        if (same == previous_.cend()) { // and all that are left are gone, or the rest of the table is new
-            accounts_.push_back(begunFor(*item));
-            continue;
+            std::find_if(known, accounts_.cend(), [&item](const Account& account) { return account.pid == item.pid; });
+        if (same == accounts_.cend()) {
+            break;
         }
         std::for_each(known, same, [this](const Account& account) { depart(account); });
         known = same + 1;
-        if (same->start == item->startIdentity) {
-            accounts_.push_back(*same);
+        if (same->start == item.startIdentity) {
+            accounts_[aligned] = *same;
         } else {
             depart(*same);
-            accounts_.push_back(begunFor(*item));
+            accounts_[aligned] = begunFor(item);
         }
     }
-    std::for_each(known, previous_.cend(), [this](const Account& account) { depart(account); });
+    std::for_each(known, accounts_.cend(), [this](const Account& account) { depart(account); });
+    accounts_.resize(aligned);
+    accounts_.reserve(items.size());
+    std::for_each(items.begin() + static_cast<std::ptrdiff_t>(aligned), items.end(),
+        [this](const Item* item) { accounts_.push_back(begunFor(*item)); });
 }
 
 GroupAccumulator::Account GroupAccumulator::begunFor(const Item& item) const
