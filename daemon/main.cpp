@@ -141,9 +141,10 @@ void redirectStandardError(const std::filesystem::path& file)
     }
 }
 
-/// When free memory is returned, s: as often as batches of rows are written, and soon after each.
-constexpr TimerSchedule tidyTimes{
-    .first = 35, .interval = HistoryRecorder::commitInterval, .leeway = 2, .onGrid = true};
+/// When free memory is returned, s: once the start is over, as often as batches of rows are written, and soon after each.
+constexpr TimerSchedule tidyTimes{.first = 5, .interval = HistoryRecorder::commitInterval, .leeway = 2, .onGrid = true};
+/// Likewise code, s: once the start is over, and now and then what rare questions have left.
+constexpr TimerSchedule releaseTimes{.first = 5, .interval = 600, .leeway = 2, .onGrid = true};
 
 void logLimitations(Context& context)
 {
@@ -290,6 +291,8 @@ int serve(Context& context, const Options& options, ConfigurationFiles& files)
     const auto limit = watchdogLimit();
     const auto watchdog = limit ? startWatchdog(runtime, *limit, notifyAlive) : nullptr;
     const auto tidying = runtime.startTimer(runtime.mainQueue(), tidyTimes, returnFreeMemory);
+    const auto releasing = runtime.startTimer(runtime.mainQueue(), releaseTimes, releaseCode);
+    releaseCode();
     notifyReady();
     runtime.run();
     context.host.limitations->listen({});
@@ -328,10 +331,12 @@ int runDaemon(const Options& options)
         }
     }
     reportCrashes(toJournal);
+    releaseCode();
     raiseDescriptorLimit();
     shareAllocator();
     const auto runtime = makeRuntime();
     const auto host = makeHost(*runtime, hostChoices(options, configuration.current()));
+    releaseCode(); // here and later: what one step of the start needed the next does not
     NotificationCenter notifications;
     Log log;
     if (toJournal) {

@@ -4,6 +4,7 @@
 #include "base/AsioRuntime.h"
 #include "platform/Context.h"
 #include "platform/linux/LinuxHost.h"
+#include "platform/linux/kernel/ProgramPages.h"
 #include "platform/linux/kernel/StandardError.h"
 #include "wire/Version.h"
 
@@ -85,6 +86,8 @@ void reportCrashes(bool toJournal) { reportCrashes(versionText("meridald"), toJo
 void shareAllocator() { ::mallopt(M_ARENA_MAX, 1); }
 
 void returnFreeMemory() { ::malloc_trim(0); }
+
+void releaseCode() { releaseProgramPages(); }
 
 void notifyReady() { ::sd_notify(0, "READY=1"); }
 

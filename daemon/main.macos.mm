@@ -60,6 +60,8 @@ void shareAllocator() { } // this host's allocator shares by itself
 
 void returnFreeMemory() { malloc_zone_pressure_relief(nullptr, 0); }
 
+void releaseCode() { } // which here most programs share
+
 // launchd takes a program that checks in for its services as ready, and asks for nothing at the end or meanwhile.
 void notifyReady() { }
 

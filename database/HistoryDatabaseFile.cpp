@@ -152,6 +152,7 @@ bool HistoryDatabaseFile::prepareConnection()
         return false;
     }
     makeTables();
+    connection_.releaseMemory(); // the whole file may have been looked through, and hours may pass before it is written
     return connection_.failure() != SqlFailure::Damaged;
 }
 

@@ -53,41 +53,38 @@ void GroupAccumulator::update()
 
 // The table and the accounts side by side
 
-/// Both keep the order of first sight, so that one walk brings them together. On most machines most passes find the same table,
-/// and then nothing is to be done.
+/// Both keep the order of first sight, so that one walk brings them together: those who stay move up, and after the first
+/// who is new all are. On most machines most passes find the same table, and then nothing is to be done.
 void GroupAccumulator::alignAccounts()
 {
     isTableNew_ = std::exchange(tableNumber_, processes_.tableNumber()) != tableNumber_ || pass_ == 1;
     if (!isTableNew_) {
         return;
     }
-    if (const std::size_t count = processes_.processCount(); count > accounts_.capacity()) {
-        accounts_.reserve(count + count / 8);
-    }
-    std::size_t kept = 0;
-    std::size_t known = 0; // of which those before are kept or gone
-    const auto departUpTo = [&](std::size_t end) {
-        for (; known < end; ++known) {
-            depart(accounts_[known]);
+    const std::vector<Item*>& items = processes_.processes();
+    auto known = accounts_.cbegin();
+    std::size_t aligned = 0;
+    for (; aligned < items.size(); ++aligned) {
+        const Item& item = *items[aligned];
+        const auto same =
+            std::find_if(known, accounts_.cend(), [&item](const Account& account) { return account.pid == item.pid; });
+        if (same == accounts_.cend()) {
+            break;
         }
-    };
-    for (const Item* item : processes_.processes()) {
-        const auto same = std::find_if(accounts_.begin() + static_cast<std::ptrdiff_t>(known), accounts_.end(),
-            [item](const Account& account) { return account.pid == item->pid; });
-        departUpTo(static_cast<std::size_t>(same - accounts_.begin()));
-        if (known == accounts_.size()) { // all that were left are gone, and the rest of the table is new
-            accounts_.resize(kept);
-            accounts_.push_back(begunFor(*item));
-            known = ++kept;
-        } else if (accounts_[known].start == item->startIdentity) {
-            accounts_[kept++] = accounts_[known++];
+        std::for_each(known, same, [this](const Account& account) { depart(account); });
+        known = same + 1;
+        if (same->start == item.startIdentity) {
+            accounts_[aligned] = *same;
         } else {
-            depart(accounts_[known++]);
-            accounts_[kept++] = begunFor(*item);
+            depart(*same);
+            accounts_[aligned] = begunFor(item);
         }
     }
-    departUpTo(accounts_.size());
-    accounts_.resize(kept);
+    std::for_each(known, accounts_.cend(), [this](const Account& account) { depart(account); });
+    accounts_.resize(aligned);
+    accounts_.reserve(items.size());
+    std::for_each(items.begin() + static_cast<std::ptrdiff_t>(aligned), items.end(),
+        [this](const Item* item) { accounts_.push_back(begunFor(*item)); });
 }
 
 GroupAccumulator::Account GroupAccumulator::begunFor(const Item& item) const

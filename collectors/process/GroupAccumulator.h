@@ -166,12 +166,12 @@ private:
     double now_ = 0; ///< monotonic s, of the pass as is the next
     double interval_ = 0;
 
-    std::vector<Account> accounts_; ///< by ProcessStatCollectorItem::place
-    std::uint32_t tableNumber_ = 0; ///< of the collector's table with which the accounts were aligned
-    bool isTableNew_ = true;        ///< since then
-    std::unordered_multimap<std::int32_t, Departed> departed_;                      ///< by pid
-    std::unordered_map<std::int32_t, Inherited> inherited_;                         ///< by pid of the parent
-    std::vector<Gone> gone_;                                                        ///< in this minute
+    std::vector<Account> accounts_;                            ///< by ProcessStatCollectorItem::place
+    std::uint32_t tableNumber_ = 0;                            ///< of the table that the accounts were aligned with
+    bool isTableNew_ = true;                                   ///< since the pass before
+    std::unordered_multimap<std::int32_t, Departed> departed_; ///< by pid
+    std::unordered_map<std::int32_t, Inherited> inherited_;    ///< by pid of the parent
+    std::vector<Gone> gone_;                                   ///< in this minute
     std::map<std::pair<std::uint32_t, std::uint64_t>, GraphicsMark> graphicsMarks_; ///< by device and door
     std::optional<std::uint64_t> interruptNs_;
     std::optional<double> packageJoules_;

@@ -44,7 +44,8 @@ void forEachNetlinkMessage(const void* buffer, std::size_t size, const NetlinkSo
 }
 
 NetlinkSocket::NetlinkSocket(int protocol)
-    : socket_(mnl_socket_open2(protocol, SOCK_CLOEXEC)), buffer_(bufferBytes / sizeof(std::uint32_t))
+    : socket_(mnl_socket_open2(protocol, SOCK_CLOEXEC))
+    , buffer_(std::make_unique_for_overwrite<std::uint32_t[]>(bufferBytes / sizeof(std::uint32_t)))
 {
     if (!socket_) {
         error_ = errno;
@@ -84,7 +85,7 @@ NetlinkOutcome NetlinkSocket::readAnswer(std::uint32_t number, const Handler& ha
 {
     NetlinkOutcome outcome = NetlinkOutcome::Complete;
     for (bool finished = false; !finished;) {
-        const ssize_t size = mnl_socket_recvfrom(socket_, buffer_.data(), bufferBytes);
+        const ssize_t size = mnl_socket_recvfrom(socket_, buffer_.get(), bufferBytes);
         if (size < 0 && errno == EINTR) {
             continue;
         }
@@ -92,7 +93,7 @@ NetlinkOutcome NetlinkSocket::readAnswer(std::uint32_t number, const Handler& ha
             error_ = errno;
             return NetlinkOutcome::Failed;
         }
-        forEachNetlinkMessage(buffer_.data(), static_cast<std::size_t>(size), [&](const nlmsghdr& message) {
+        forEachNetlinkMessage(buffer_.get(), static_cast<std::size_t>(size), [&](const nlmsghdr& message) {
             if (message.nlmsg_seq != number || finished) {
                 return; // of an answer that was given up
             }
@@ -133,10 +134,10 @@ NetlinkNews NetlinkSocket::receiveNews(const Handler& handler)
     }
     NetlinkNews news = NetlinkNews::Nothing;
     for (int i = 0; i < mostReadsAtOnce; ++i) {
-        const ssize_t size = ::recv(mnl_socket_get_fd(socket_), buffer_.data(), bufferBytes, MSG_DONTWAIT);
+        const ssize_t size = ::recv(mnl_socket_get_fd(socket_), buffer_.get(), bufferBytes, MSG_DONTWAIT);
         if (size > 0) {
             news = news == NetlinkNews::Nothing ? NetlinkNews::Something : news;
-            forEachNetlinkMessage(buffer_.data(), static_cast<std::size_t>(size), handler);
+            forEachNetlinkMessage(buffer_.get(), static_cast<std::size_t>(size), handler);
         } else if (size < 0 && errno == ENOBUFS) {
             news = NetlinkNews::Lost;
         } else if (size == 0 || errno != EINTR) {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 #include <functional>
-#include <vector>
+#include <memory>
 
 struct mnl_socket;
 struct nlmsghdr;
@@ -52,7 +52,7 @@ private:
     mnl_socket* socket_ = nullptr;
     std::uint32_t lastNumber_ = 0;
     int error_ = 0;
-    std::vector<std::uint32_t> buffer_;
+    std::unique_ptr<std::uint32_t[]> buffer_; ///< not zeroed: answers are mostly short, and the rest takes no memory
 };
 
 /// Walks over the messages in a buffer, which may hold anything. Stops after the first one that does not fit.

@@ -14,7 +14,7 @@ namespace meridal {
 
 namespace {
 
-constexpr std::size_t firstBufferSize = 16 << 10; // a status file is about 1.5 KiB, more with many groups
+constexpr std::size_t firstBufferSize = 4 << 10; // a status file is about 1.5 KiB, more with many groups
 
 /// "PID/file", ended by a zero, on the stack.
 class ProcPath {

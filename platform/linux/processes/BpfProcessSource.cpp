@@ -8,6 +8,7 @@
 #include <iterator>
 #include <limits>
 #include <unistd.h>
+#include <utility>
 
 namespace meridal {
 
@@ -117,18 +118,20 @@ std::span<const ProcessRecord> BpfProcessSource::readRecords(ProcessFields wante
         limitations_->clear("process-source");
     }
     sortByPid(*processes);
-    std::swap(kept_, previous_);
-    kept_.clear();
+    const std::vector<Kept> previous = std::exchange(kept_, {}); // given back with the pass: there may be thousands
     rows_.clear();
     places_.clear();
+    kept_.reserve(order_.size());
+    rows_.reserve(order_.size());
+    places_.reserve(order_.size());
     longNames_ = 0;
     ++pass_;
-    auto known = previous_.cbegin();
+    auto known = previous.cbegin();
     for (const BpfProcess* process : order_) {
-        while (known != previous_.cend() && known->pid < process->pid) {
+        while (known != previous.cend() && known->pid < process->pid) {
             ++known;
         }
-        const bool seen = known != previous_.cend() && known->pid == process->pid;
+        const bool seen = known != previous.cend() && known->pid == process->pid;
         const bool isOnItsWayOut = process->flags & BPF_PROCESS_LEAVING && !(process->flags & BPF_PROCESS_ENDED);
         if (isOnItsWayOut && !(seen && known->start == process->start / tick_)) {
             continue; // its figures are whole at the next pass, if it is there: as a zombie
@@ -162,6 +165,7 @@ std::span<const ProcessRecord> BpfProcessSource::readFiles(ProcessFields wanted)
 void BpfProcessSource::sortByPid(std::span<const BpfProcess> processes)
 {
     order_.clear();
+    order_.reserve(processes.size());
     for (const BpfProcess& process : processes) {
         if (process.start < bornBefore_) {
             order_.push_back(&process);

@@ -107,7 +107,6 @@ private:
     std::vector<const BpfProcess*> order_; ///< ascending by pid, as rows_ and kept_
     std::vector<ProcessRecord> rows_;
     std::vector<Kept> kept_;
-    std::vector<Kept> previous_;
     std::vector<ProcessUnits::Place> places_; ///< by row, before the hidden ones join in
     ProcessUnits units_;
     std::unique_ptr<BpfEndedProcesses> ended_;       ///< null unless wanted and to be had

@@ -38,20 +38,21 @@ void ProcessUnits::fill(std::span<ProcessRecord> rows, std::span<const Place> pl
     if (std::exchange(generation_, units_->generation()) != units_->generation()) {
         members_.clear(); // another reader made room
     }
-    std::swap(members_, previous_);
-    members_.clear();
+    const std::vector<Member> previous =
+        std::exchange(members_, {}); // given back with the pass: there may be thousands
+    members_.reserve(rows.size());
     std::uint64_t newest = 0; // start of the youngest process
     for (const ProcessRecord& row : pass_ == 1 ? rows : std::span<ProcessRecord>()) {
         newest = std::max(newest, row.startIdentity);
     }
-    auto known = previous_.cbegin();
+    auto known = previous.cbegin();
     for (std::size_t i = 0; i < rows.size(); ++i) {
         ProcessRecord& row = rows[i];
         const Place place = i < places.size() ? places[i] : Place{};
-        while (known != previous_.cend() && known->pid < row.pid) {
+        while (known != previous.cend() && known->pid < row.pid) {
             ++known;
         }
-        const bool same = known != previous_.cend() && known->pid == row.pid && known->start == row.startIdentity;
+        const bool same = known != previous.cend() && known->pid == row.pid && known->start == row.startIdentity;
         members_.push_back(same ? *known : Member{.pid = row.pid, .start = row.startIdentity});
         Member& member = members_.back();
         if (!same || member.place != place || pass_ >= member.next) {

@@ -62,7 +62,6 @@ private:
     std::size_t mostUnits_;
     std::uint64_t generation_ = 0; ///< of units_, as members_ know it
     std::vector<Member> members_;  ///< ascending by pid
-    std::vector<Member> previous_;
 };
 
 } // namespace meridal

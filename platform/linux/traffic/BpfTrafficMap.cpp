@@ -38,7 +38,7 @@ BpfTrafficMap::BpfTrafficMap(int sums, int people) : map_(sums), people_(people)
 {
     const std::size_t keys = std::clamp(bufferSize / (processors_ * sizeof(BpfTraffic)), leastKeys, mostKeys);
     keys_.resize(keys);
-    values_.resize(keys * processors_);
+    values_ = std::make_unique_for_overwrite<BpfTraffic[]>(keys * processors_);
 }
 
 BpfTraffic BpfTrafficMap::sumOf(std::size_t place) const
@@ -104,7 +104,7 @@ void BpfTrafficMap::read(TrafficReading& into)
         attributes.batch.in_batch = isFirst ? 0 : bpfAddress(&position);
         attributes.batch.out_batch = bpfAddress(&position);
         attributes.batch.keys = bpfAddress(keys_.data());
-        attributes.batch.values = bpfAddress(values_.data());
+        attributes.batch.values = bpfAddress(values_.get());
         attributes.batch.count = static_cast<std::uint32_t>(keys_.size());
         result = bpfCall(BPF_MAP_LOOKUP_BATCH, attributes);
         isFirst = false;
@@ -123,7 +123,7 @@ void BpfTrafficMap::read(TrafficReading& into)
 /// Takes an entry out. It may have moved this very moment: what is taken out is looked at once more.
 void BpfTrafficMap::drop(std::uint64_t key, TrafficReading& into)
 {
-    const bool isTaken = takeFromBpfMap(map_, key, values_.data());
+    const bool isTaken = takeFromBpfMap(map_, key, values_.get());
     if (isTaken) {
         note(key, sumOf(0), into);
     }

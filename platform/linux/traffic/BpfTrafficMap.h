@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <unordered_set>
 #include <vector>
@@ -35,7 +36,7 @@ private:
     int people_;
     std::size_t processors_;
     std::vector<std::uint64_t> keys_;
-    std::vector<BpfTraffic> values_; ///< one per key and processor
+    std::unique_ptr<BpfTraffic[]> values_; ///< one per key and processor; not zeroed, as hardly any is ever used
     TrafficLedger ledger_{room};
     std::unordered_set<std::uint64_t> unowned_; ///< seen once without their owner
 };

@@ -83,7 +83,7 @@ std::optional<DiagSocket> socketFrom(const nlmsghdr& header, std::uint8_t protoc
 
 void SocketDiag::Closer::operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
 
-SocketDiag::SocketDiag() : buffer_(std::make_unique<std::array<char, 65'536>>()) { }
+SocketDiag::SocketDiag() : buffer_(std::make_unique_for_overwrite<std::array<char, 65'536>>()) { }
 
 SocketDiag::~SocketDiag() = default;
 
