@@ -143,8 +143,8 @@ void redirectStandardError(const std::filesystem::path& file)
 
 /// When free memory is returned, s: once the start is over, as often as batches of rows are written, and soon after each.
 constexpr TimerSchedule tidyTimes{.first = 5, .interval = HistoryRecorder::commitInterval, .leeway = 2, .onGrid = true};
-/// Likewise code, s: once the start is over, and now and then what rare questions have left.
-constexpr TimerSchedule releaseTimes{.first = 5, .interval = 600, .leeway = 2, .onGrid = true};
+/// And code, s: once, when the start is over. Later it would take somebody's breakpoints and probes away.
+constexpr TimerSchedule releaseTimes{.first = 5, .interval = 0, .leeway = 2, .onGrid = true};
 
 void logLimitations(Context& context)
 {
