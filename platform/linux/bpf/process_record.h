@@ -38,9 +38,9 @@ struct BpfProcess {
 enum {
     BPF_PROCESS_ENDED = 1, /* a zombie: not while any thread runs, even when the main one has ended */
     BPF_PROCESS_KERNEL_THREAD = 2,
-    BPF_PROCESS_HAS_IO = 4,   /* the kernel accounts storage traffic to processes */
-    BPF_PROCESS_TORN = 8,     /* threads ended all the while: what is summed up over threads is not to be used */
-    BPF_PROCESS_LEAVING = 16, /* each of its threads has begun to end, if not more */
+    BPF_PROCESS_HAS_IO = 4,      /* the kernel accounts storage traffic to processes */
+    BPF_PROCESS_TORN = 8,        /* threads ended all the while: what is summed up over threads is not to be used */
+    BPF_PROCESS_LEAVING = 16,    /* each of its threads has begun to end, if not more */
     BPF_PROCESS_HAS_MEMORY = 32, /* its pages were summed up, in this pass or in one of the last */
 };
 
