@@ -140,9 +140,17 @@ void SensorsStatCollectorMac::readAhead(const std::vector<std::string>& sources)
     const std::vector<SensorReading> said = source_.read(unread);
     for (std::size_t index = 0; index < unread.size(); ++index) {
         *readings[index] = said[index];
-        if (!said[index].failure.empty()) {
-            failures_.tell(unread[index], "A sensor cannot be read: " + said[index].failure);
-        }
+        noteFailure(unread[index], said[index].failure);
+    }
+}
+
+/// One that fails once is no news: chips of disks do while the machine wakes up.
+void SensorsStatCollectorMac::noteFailure(const std::string& source, const std::string& failure)
+{
+    if (failure.empty()) {
+        failing_.erase(source);
+    } else if (!failing_.insert(source).second) {
+        failures_.tell(source, "A sensor cannot be read: " + failure);
     }
 }
 

@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -195,6 +196,7 @@ private:
     SensorReading readingOf(const std::string& key);
     SensorReading readSource(const std::string& source);
     void readAhead(const std::vector<std::string>& sources);
+    void noteFailure(const std::string& source, const std::string& failure);
     void readAhead(const SensorItems& items);
     std::string sourceOf(const std::string& key) const;
     std::optional<double> fanFigure(const std::string& key) const;
@@ -245,7 +247,8 @@ private:
     ClientSensors clients_;
     SensorAlarms alarms_; ///< by what the host calls sensors
     RecordedSeries recorded_;
-    RareWarnings failures_; ///< of sensors, by what the host calls them
+    RareWarnings failures_;         ///< of sensors, by what the host calls them
+    std::set<std::string> failing_; ///< likewise: those whose latest reading failed
     std::optional<std::unordered_map<std::string, SensorReading>> readings_; ///< while a turn or a request lasts
     std::map<std::string, double>
         unproven_; ///< administrators' sensors without a value so far: since when, monotonic s

@@ -94,6 +94,11 @@ TEST_F(SensorsTest, AFailingSensorIsALineAnHourAndNoOtherIsHeldBack)
     const std::string failed = "A sensor cannot be read: chip-1 temp1: Input/output error";
     EXPECT_THAT(lines, ElementsAre(failed)) << "and none of one that rests";
     source().failures["TXAB"] = "chip-2 temp1: Input/output error";
+    machine.runtime.advance(6); // one reading, as when a machine wakes up
+    source().failures.erase("TXAB");
+    machine.runtime.advance(60);
+    EXPECT_THAT(lines, SizeIs(1)) << "a sensor that failed once";
+    source().failures["TXAB"] = "chip-2 temp1: Input/output error";
     machine.runtime.advance(10'000);
     EXPECT_THAT(lines, SizeIs(6)) << "three each";
     EXPECT_THAT(lines, testing::Contains(testing::StartsWith(failed + " (")));
