@@ -152,7 +152,7 @@ void MachineService::readUnlessNewerThan(double seconds)
         return;
     }
     read();
-    // The timer's next reading comes a whole interval after this one, or rates would be of milliseconds.
+    // The timer's next reading comes half an interval after this one or later, or rates would be of milliseconds.
     interval_ = 0;
     schedule();
 }

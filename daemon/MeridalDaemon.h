@@ -62,7 +62,7 @@ public:
     /// Before the first lists of a request: a pass, if what they show was not read of late because nobody wanted it. Bounded
     /// by that, however often clients ask. Answers whether there was one.
     bool readFiguresOf(std::int64_t key);
-    /// After a new request: a pass at once, unless there has just been one, another 0.6 s later, then every 2.0 s.
+    /// After a new request: a pass at once, unless there has just been one, another 0.6 s later, then, 1 to 3 s after that, every 2.0 s.
     void restartProcessTimer(bool atOnce = true);
     void updateProcesses();
     void updateNetwork();

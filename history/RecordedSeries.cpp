@@ -17,6 +17,8 @@ namespace {
 
 /// Seconds after which a row is written again: the file may have been started afresh.
 constexpr double renewal = 1000;
+/// s for which what earlier runs kept is waited for. A disk that does not answer holds up nobody for longer.
+constexpr double longestLoad = 5;
 
 bool isSame(const HistorySeries& first, const HistorySeries& second)
 {
@@ -60,6 +62,7 @@ void RecordedSeries::load(HistoryDatabaseItem& file)
         return;
     }
     isLoading_ = true;
+    runtime_.after(longestLoad, lifetime_.guard([this] { endWait(); }));
     file.declareTable(recordedSeriesTable());
     auto adopt = lifetime_.guard([this](std::optional<std::vector<HistorySeries>> stored) {
         isLoaded_ = stored.has_value(); // else it is tried again
@@ -68,15 +71,20 @@ void RecordedSeries::load(HistoryDatabaseItem& file)
             const std::string key = series.key;
             known_.emplace(key, std::move(series)); // what this run has noted is newer
         }
-        isLoading_ = false;
-        for (const Task& task : std::exchange(waiting_, {})) {
-            task();
-        }
+        endWait();
     });
     file.queryDatabaseAsync(
         [collector = collector_, adopt, &mainQueue = runtime_.mainQueue()](SQLiteConnection& database) {
             mainQueue.post([adopt, stored = read(database, collector)]() mutable { adopt(std::move(stored)); });
         });
+}
+
+void RecordedSeries::endWait()
+{
+    isLoading_ = false;
+    for (const Task& task : std::exchange(waiting_, {})) {
+        task();
+    }
 }
 
 void RecordedSeries::note(const Files& files, const HistorySeries& series)

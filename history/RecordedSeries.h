@@ -30,7 +30,7 @@ public:
     /// Reads what earlier runs kept; takes effect later. Once that has worked, further calls do nothing.
     void load(HistoryDatabaseItem& file);
     bool isLoading() const { return isLoading_; }
-    /// Runs it once what is being loaded has been read, or could not be.
+    /// Runs it once what is being loaded has been read, or could not be within some seconds.
     void whenLoaded(Task task) { waiting_.push_back(std::move(task)); }
     using Files = std::vector<std::shared_ptr<HistoryDatabaseItem>>;
     /// Keeps that a series has samples, in each of the files that are not null; the first one is what load() reads, and
@@ -42,6 +42,8 @@ public:
     static constexpr std::size_t most = 4096; ///< the newest are kept
 
 private:
+    void endWait();
+
     Runtime& runtime_;
     std::string collector_;
     std::vector<std::string> values_;

@@ -57,7 +57,8 @@ void GroupAccumulator::update()
 /// who is new all are. On most machines most passes find the same table, and then nothing is to be done.
 void GroupAccumulator::alignAccounts()
 {
-    isTableNew_ = std::exchange(tableNumber_, processes_.tableNumber()) != tableNumber_ || pass_ == 1;
+    const std::uint32_t before = std::exchange(tableNumber_, processes_.tableNumber());
+    isTableNew_ = before != tableNumber_ || pass_ == 1;
     if (!isTableNew_) {
         return;
     }
@@ -128,27 +129,26 @@ void GroupAccumulator::assignGroups()
     for (const Account& account : accounts_) { // room is made where nobody is left
         groups_.at(account.place).now.processes += account.age > 0 ? 1 : 0;
     }
-    const bool haveMoved = assignHeads();
-    if (isTableNew_ || haveMoved) {
+    haveMoved_ = false;
+    assignHeads();
+    if (isTableNew_ || haveMoved_) {
         assignMembers();
     }
 }
 
-/// Where the table is the same, only those that are to be looked up again. Answers whether a head has another place now.
-bool GroupAccumulator::assignHeads()
+/// Where the table is the same, only those that are to be looked up again.
+void GroupAccumulator::assignHeads()
 {
-    bool haveMoved = false;
     const auto& items = processes_.processes();
     for (std::size_t i = 0; i < items.size(); ++i) {
         Account& account = accounts_[i];
         if (isTableNew_ ? items[i]->root() : account.name != 0 && isDue(account)) {
             const std::uint32_t before = account.place;
             assignHead(*items[i], account);
-            haveMoved = haveMoved || account.place != before;
+            haveMoved_ = haveMoved_ || account.place != before;
         }
         account.age = account.age + 1 < circleEnd ? static_cast<std::uint8_t>(account.age + 1) : circleStart;
     }
-    return haveMoved;
 }
 
 void GroupAccumulator::assignMembers()
@@ -195,6 +195,7 @@ std::uint32_t GroupAccumulator::place(const GroupName& group, bool hasProcesses,
 {
     const std::uint32_t found = groups_.placeFor(group, hasProcesses, used);
     for (const auto& [from, to] : groups_.takeMoves()) {
+        haveMoved_ = true;
         for (Account& account : accounts_) {
             account.place = account.place == from ? to : account.place;
         }

@@ -125,7 +125,7 @@ private:
     // Who is in which group
     void assignGroups();
     static bool isDue(const Account& account);
-    bool assignHeads();
+    void assignHeads();
     void assignMembers();
     void assignHead(Item& head, Account& account);
     std::uint32_t place(const GroupName& group, bool hasProcesses, double used);
@@ -169,6 +169,7 @@ private:
     std::vector<Account> accounts_;                            ///< by ProcessStatCollectorItem::place
     std::uint32_t tableNumber_ = 0;                            ///< of the table that the accounts were aligned with
     bool isTableNew_ = true;                                   ///< since the pass before
+    bool haveMoved_ = false;                                   ///< in this pass: heads or groups, to other places
     std::unordered_multimap<std::int32_t, Departed> departed_; ///< by pid
     std::unordered_map<std::int32_t, Inherited> inherited_;    ///< by pid of the parent
     std::vector<Gone> gone_;                                   ///< in this minute

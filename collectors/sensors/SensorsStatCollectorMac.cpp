@@ -144,12 +144,14 @@ void SensorsStatCollectorMac::readAhead(const std::vector<std::string>& sources)
     }
 }
 
-/// One that fails once is no news: chips of disks do while the machine wakes up.
+/// One that fails for a moment is no news: chips of disks do while the machine wakes up.
 void SensorsStatCollectorMac::noteFailure(const std::string& source, const std::string& failure)
 {
+    constexpr double moment = 10; // s: longer than a reading is handed out again
+    const double now = context().runtime.monotonicTime();
     if (failure.empty()) {
-        failing_.erase(source);
-    } else if (!failing_.insert(source).second) {
+        failingSince_.erase(source);
+    } else if (now - failingSince_.try_emplace(source, now).first->second >= moment) {
         failures_.tell(source, "A sensor cannot be read: " + failure);
     }
 }

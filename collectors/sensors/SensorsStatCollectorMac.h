@@ -19,7 +19,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -247,8 +246,8 @@ private:
     ClientSensors clients_;
     SensorAlarms alarms_; ///< by what the host calls sensors
     RecordedSeries recorded_;
-    RareWarnings failures_;         ///< of sensors, by what the host calls them
-    std::set<std::string> failing_; ///< likewise: those whose latest reading failed
+    RareWarnings failures_;                      ///< of sensors, by what the host calls them
+    std::map<std::string, double> failingSince_; ///< likewise; monotonic s of the first failure since it was read
     std::optional<std::unordered_map<std::string, SensorReading>> readings_; ///< while a turn or a request lasts
     std::map<std::string, double>
         unproven_; ///< administrators' sensors without a value so far: since when, monotonic s

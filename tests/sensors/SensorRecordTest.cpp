@@ -97,7 +97,7 @@ TEST_F(SensorsTest, AFailingSensorIsALineAnHourAndNoOtherIsHeldBack)
     machine.runtime.advance(6); // one reading, as when a machine wakes up
     source().failures.erase("TXAB");
     machine.runtime.advance(60);
-    EXPECT_THAT(lines, SizeIs(1)) << "a sensor that failed once";
+    EXPECT_THAT(lines, SizeIs(1)) << "of one that failed for a moment";
     source().failures["TXAB"] = "chip-2 temp1: Input/output error";
     machine.runtime.advance(10'000);
     EXPECT_THAT(lines, SizeIs(6)) << "three each";

@@ -104,6 +104,7 @@ std::string lookForFault(BpfProcessSource& source, const std::filesystem::path& 
     folder.listPids(listed);
     ProcProcessSource plain(root, std::make_shared<Limitations>(), {.skipUnchanged = false, .only = witnesses(before)});
     const Rows proc = copyOf(plain.readProcesses(ProcessFields::All));
+    source.readProcesses(ProcessFields::Cpu); // after which nobody's pages are taken over from the pass before
     const Rows after = copyOf(source.readProcesses(ProcessFields::All));
     if (!source.problem().empty()) {
         return source.problem();
