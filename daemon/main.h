@@ -42,8 +42,8 @@ void shareAllocator();
 /// Gives the system back what the allocator holds for later: reading stored history at the start, and each batch of rows,
 /// leave more of it than the daemon itself takes. 0.1 ms.
 void returnFreeMemory();
-/// Unmaps code until it is used again: most of what the start or a rare question needed is not. About 1 ms with what it takes
-/// to map the rest again.
+/// Unmaps code until it is used again: most of what a step of the start needed is not. About 1 ms with what it takes to map
+/// the rest again. Not for later: breakpoints and probes go with the pages that they are written to.
 void releaseCode();
 /// Tells the service manager that clients are served from here on.
 void notifyReady();

@@ -43,7 +43,7 @@ public:
         entries_.insert_or_assign(std::move(name), Entry{&recorder, std::move(describe), earlier});
     }
     /// Runs it once all that earlier runs recorded is described: at once but in the first moments after a start, in which
-    /// it would be missing. A file that cannot be read keeps nobody waiting.
+    /// it would be missing. A file that does not answer keeps nobody waiting for more than some seconds.
     void whenComplete(Task task) const;
     const std::map<std::string, Entry, std::less<>>& entries() const { return entries_; }
 
