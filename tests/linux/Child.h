@@ -28,6 +28,11 @@ public:
             char byte = 0;
             return ::read(commands, &byte, 1) == 1 ? byte : '\0';
         }
+        bool hasCommand() const
+        {
+            pollfd state{commands, POLLIN, 0};
+            return ::poll(&state, 1, 0) == 1;
+        }
         template <typename T>
         void answer(const T& value) const
         {
