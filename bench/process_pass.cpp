@@ -4,6 +4,7 @@
 
 #include "platform/linux/processes/BpfProcessSource.h"
 #include "platform/linux/processes/ProcProcessSource.h"
+#include "platform/linux/processes/TaskStatistics.h"
 
 #include <benchmark/benchmark.h>
 
@@ -22,9 +23,16 @@ void measure(benchmark::State& state, ProcessSource& source, ProcessFields wante
     state.counters["processes"] = static_cast<double>(processes) / static_cast<double>(state.iterations());
 }
 
-void pass(benchmark::State& state, ProcessFields wanted, bool skipUnchanged)
+enum class Unchanged { Read, AskedByFile, AskedAtOnce };
+
+void pass(benchmark::State& state, ProcessFields wanted, Unchanged unchanged)
 {
-    ProcProcessSource source("/", std::make_shared<Limitations>(), {.skipUnchanged = skipUnchanged, .only = {}});
+    ProcProcessOptions options{.skipUnchanged = unchanged != Unchanged::Read};
+    if (std::shared_ptr<TaskStatistics> statistics =
+            unchanged == Unchanged::AskedAtOnce ? TaskStatistics::open() : nullptr) {
+        options.runTimes = [statistics](auto pids, auto& sums) { return statistics->read(pids, sums); };
+    }
+    ProcProcessSource source("/", std::make_shared<Limitations>(), options);
     for (int i = 0; i < 3; ++i) { // until the table and the stamps are there
         source.readProcesses(wanted);
     }
@@ -44,12 +52,15 @@ void bpfPass(benchmark::State& state, ProcessFields wanted, Result<std::unique_p
     measure(state, source, wanted);
 }
 
-BENCHMARK_CAPTURE(pass, AllFields, ProcessFields::All, true);
-BENCHMARK_CAPTURE(pass, AllFieldsReadPlainly, ProcessFields::All, false);
-BENCHMARK_CAPTURE(pass, CpuAndMemory, ProcessFields::Cpu | ProcessFields::Memory, true);
-BENCHMARK_CAPTURE(pass, CpuAndMemoryReadPlainly, ProcessFields::Cpu | ProcessFields::Memory, false);
-BENCHMARK_CAPTURE(pass, Cpu, ProcessFields::Cpu, true);
-BENCHMARK_CAPTURE(pass, CpuReadPlainly, ProcessFields::Cpu, false);
+BENCHMARK_CAPTURE(pass, AllFields, ProcessFields::All, Unchanged::AskedAtOnce);
+BENCHMARK_CAPTURE(pass, AllFieldsAskedByFile, ProcessFields::All, Unchanged::AskedByFile);
+BENCHMARK_CAPTURE(pass, AllFieldsReadPlainly, ProcessFields::All, Unchanged::Read);
+BENCHMARK_CAPTURE(pass, CpuAndMemory, ProcessFields::Cpu | ProcessFields::Memory, Unchanged::AskedAtOnce);
+BENCHMARK_CAPTURE(pass, CpuAndMemoryAskedByFile, ProcessFields::Cpu | ProcessFields::Memory, Unchanged::AskedByFile);
+BENCHMARK_CAPTURE(pass, CpuAndMemoryReadPlainly, ProcessFields::Cpu | ProcessFields::Memory, Unchanged::Read);
+BENCHMARK_CAPTURE(pass, Cpu, ProcessFields::Cpu, Unchanged::AskedAtOnce);
+BENCHMARK_CAPTURE(pass, CpuAskedByFile, ProcessFields::Cpu, Unchanged::AskedByFile);
+BENCHMARK_CAPTURE(pass, CpuReadPlainly, ProcessFields::Cpu, Unchanged::Read);
 
 Result<std::unique_ptr<BpfProcessReader>> walk() { return BpfProcessWalk::load(1024); }
 BENCHMARK_CAPTURE(bpfPass, WalkAllFields, ProcessFields::All, walk);

@@ -4,6 +4,7 @@
 #include "platform/linux/kernel/NetlinkSocket.h"
 #include "platform/linux/network/LinkMessages.h"
 #include "platform/linux/network/WirelessMessages.h"
+#include "platform/linux/processes/TaskStatistics.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -47,8 +48,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (const auto route = rtnl::parseRoute(message)) {
             require(route->index > 0);
         }
-        if (const auto family = nl80211::parseFamily(message)) {
+        if (const auto family = parseGenericFamily(message)) {
             require(family->identifier >= 16);
+        }
+        if (const auto sums = parseTaskStatistics(message)) {
+            require(message.nlmsg_len > sizeof *sums);
         }
         association.take(message);
     });

@@ -49,7 +49,7 @@ std::unique_ptr<ProcessSource> makeProcessSource(
     if (options.bpfProcesses && options.root == "/") {
         source = chooseProcessSource(options.root, limitations, options.processes);
     } else {
-        source = std::make_unique<ProcProcessSource>(options.root, limitations, options.processes);
+        source = makeProcProcessSource(options.root, limitations, options.processes);
     }
     if (source->method() != "proc") { // it knows of all threads, and asks no process for leave
         limitations->clear("wakeups");

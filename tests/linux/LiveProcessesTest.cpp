@@ -4,6 +4,7 @@
 #include "platform/linux/kernel/RootFolder.h"
 #include "platform/linux/processes/BpfProcessSource.h"
 #include "platform/linux/processes/ProcProcessSource.h"
+#include "platform/linux/processes/TaskStatistics.h"
 #include "tests/linux/Child.h"
 #include "tests/support/TemporaryTree.h"
 
@@ -18,6 +19,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
+#include <future>
 #include <random>
 #include <set>
 #include <sys/mman.h>
@@ -501,10 +503,23 @@ std::vector<std::string> childrenIn(ProcessSource& source)
     return lines;
 }
 
-TEST(LiveProcTable, RowsTakenOverEqualRowsRead)
+struct LiveProcTable : testing::TestWithParam<bool> { };
+
+INSTANTIATE_TEST_SUITE_P(RunTimes, LiveProcTable, testing::Bool(),
+    [](const auto& each) { return each.param ? "AskedAtOnce" : "AskedByFile"; });
+
+TEST_P(LiveProcTable, RowsTakenOverEqualRowsRead)
 {
     const auto limitations = std::make_shared<Limitations>();
-    ProcProcessSource source("/", limitations);
+    ProcProcessOptions options;
+    if (GetParam()) {
+        const std::shared_ptr<TaskStatistics> statistics = TaskStatistics::open();
+        if (!statistics) {
+            GTEST_SKIP() << "the kernel tells no statistics of tasks: it takes CAP_NET_ADMIN outside of all containers";
+        }
+        options.runTimes = [statistics](auto pids, auto& sums) { return statistics->read(pids, sums); };
+    }
+    ProcProcessSource source("/", limitations, options);
     constexpr int children = 24;
     constexpr int rounds = 40;
     ProcProcessSource plain("/", limitations, {.skipUnchanged = false, .only = {}});
@@ -535,6 +550,36 @@ TEST(LiveProcTable, RowsTakenOverEqualRowsRead)
         takenOver += source.takenOver();
     }
     EXPECT_GT(takenOver, static_cast<std::size_t>(children)) << "or nothing was compared";
+}
+
+TEST(LiveTaskStatistics, TellOfEachThreadAndOfNobodyGone)
+{
+    const auto statistics = TaskStatistics::open();
+    if (!statistics) {
+        GTEST_SKIP() << "the kernel tells no statistics of tasks: it takes CAP_NET_ADMIN outside of all containers";
+    }
+    Child gone([](const Child::Pipes&) {});
+    gone.reap();
+    std::vector<std::int32_t> pids(100, 1); // more than one question holds
+    pids[0] = gone.pid();
+    pids[99] = ::getpid();
+    std::vector<proc::Schedstat> sums;
+    ASSERT_TRUE(statistics->read(pids, sums));
+    const std::uint64_t before = sums[99].runTime;
+    std::promise<void> spun;
+    std::promise<void> looked;
+    std::thread other([&] {
+        spinFor(0.05);
+        spun.set_value();
+        looked.get_future().wait();
+    });
+    spun.get_future().wait();
+    EXPECT_TRUE(statistics->read(pids, sums));
+    looked.set_value();
+    other.join();
+    EXPECT_EQ(sums[0], proc::Schedstat{});
+    EXPECT_GT(sums[1].slices, 0U);
+    EXPECT_GE(sums[99].runTime, before + 40'000'000);
 }
 
 } // namespace

@@ -185,7 +185,7 @@ TEST(NetlinkMessages, ARouteThatLeadsNowhereIsNone)
     EXPECT_FALSE(rtnl::parseRoute(*hole));
 }
 
-TEST(NetlinkMessages, TheWirelessFamilyComesWithItsGroups)
+TEST(NetlinkMessages, AGenericFamilyComesWithItsGroups)
 {
     Message message = generic(CTRL_CMD_NEWFAMILY);
     message.put(CTRL_ATTR_FAMILY_ID, std::uint16_t{0x1c});
@@ -197,13 +197,13 @@ TEST(NetlinkMessages, TheWirelessFamilyComesWithItsGroups)
         message.end(group);
     }
     message.end(groups);
-    const auto family = nl80211::parseFamily(*message);
+    const auto family = parseGenericFamily(*message);
     ASSERT_TRUE(family);
     EXPECT_EQ(family->identifier, 0x1c);
     EXPECT_EQ(family->groups.at("mlme"), 6U);
     Message other = generic(CTRL_CMD_DELFAMILY);
     other.put(CTRL_ATTR_FAMILY_ID, std::uint16_t{0x1c});
-    EXPECT_FALSE(nl80211::parseFamily(*other));
+    EXPECT_FALSE(parseGenericFamily(*other));
 }
 
 /// What nl80211 answers about an interface, as a socket handed it over: NL80211_CMD_GET_INTERFACE, the dump of GET_SCAN and

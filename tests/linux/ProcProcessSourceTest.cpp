@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fmt/format.h>
+#include <map>
 #include <unistd.h>
 
 namespace meridal {
@@ -125,6 +127,44 @@ TEST_F(ProcTable, ThreadsRunnersAndNewcomersAreAlwaysRead)
             {.pid = pid, .userTicks = 7, .threads = pid == 20 ? 2 : 1, .schedstat = pid == 22 ? "0 0 0" : "1000 10 5"});
         EXPECT_EQ(row(pid)->cpuTime, 7 * tick) << pid;
     }
+}
+
+TEST_F(ProcTable, RunTimesOfAllThreadsInOneAnswerStandForTheFiles)
+{
+    std::map<int, proc::Schedstat> told{{20, {10, 0, 1}}, {21, {10, 0, 1}}};
+    bool works = true;
+    ProcProcessOptions options;
+    options.runTimes = [&](std::span<const std::int32_t> pids, std::vector<proc::Schedstat>& sums) {
+        sums.assign(pids.size(), {});
+        std::transform(pids.begin(), pids.end(), sums.begin(), [&](int pid) { return told[pid]; });
+        return works;
+    };
+    ProcProcessSource source(tree.root(), limitations, options);
+    const auto cpuTimes = [&] {
+        std::vector<std::uint64_t> ticks;
+        for (const ProcessRecord& each : source.readProcesses(ProcessFields::All)) {
+            ticks.push_back(each.cpuTime / tick);
+        }
+        return ticks;
+    };
+    const auto recordBoth = [&](int ticks) {
+        record({.pid = 20, .userTicks = ticks, .threads = 2});
+        record({.pid = 21, .userTicks = ticks});
+    };
+    recordBoth(1);
+    cpuTimes();
+    cpuTimes();
+    recordBoth(2);
+    EXPECT_EQ(cpuTimes(), (std::vector<std::uint64_t>{1, 1}));
+    told[20] = {12, 1, 2};
+    EXPECT_EQ(cpuTimes(), (std::vector<std::uint64_t>{2, 1}));
+    told[21] = {}; // its answer is missing
+    EXPECT_EQ(cpuTimes(), (std::vector<std::uint64_t>{2, 2}));
+    works = false;
+    recordBoth(3);
+    EXPECT_EQ(cpuTimes(), (std::vector<std::uint64_t>{3, 3})) << "its file tells otherwise than the answers did";
+    EXPECT_EQ(cpuTimes(), (std::vector<std::uint64_t>{3, 3}));
+    EXPECT_EQ(source.takenOver(), 1U) << "the one with one thread";
 }
 
 TEST_F(ProcTable, AKernelWithoutRunTimesEndsTheTakingOver)

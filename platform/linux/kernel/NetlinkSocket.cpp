@@ -117,6 +117,32 @@ NetlinkOutcome NetlinkSocket::readAnswer(std::uint32_t number, const Handler& ha
     return outcome;
 }
 
+bool NetlinkSocket::askEach(std::span<std::uint32_t> requests, const EachHandler& handler)
+{
+    const std::uint32_t first = lastNumber_ + 1;
+    forEachNetlinkMessage(requests.data(), requests.size_bytes(), [this](const nlmsghdr& request) {
+        const_cast<nlmsghdr&>(request).nlmsg_seq = ++lastNumber_; // the caller's memory, which is not const
+    });
+    if (!socket_ || mnl_socket_sendto(socket_, requests.data(), requests.size_bytes()) < 0) {
+        error_ = socket_ ? errno : error_;
+        return false;
+    }
+    for (std::uint32_t missing = lastNumber_ + 1 - first; missing > 0;) {
+        const ssize_t size = ::recv(mnl_socket_get_fd(socket_), buffer_.get(), bufferBytes, MSG_DONTWAIT);
+        if (size <= 0) {
+            error_ = errno;
+            return false;
+        }
+        forEachNetlinkMessage(buffer_.get(), static_cast<std::size_t>(size), [&](const nlmsghdr& message) {
+            if (const std::uint32_t index = message.nlmsg_seq - first; index <= lastNumber_ - first && missing > 0) {
+                handler(index, message);
+                --missing;
+            }
+        });
+    }
+    return true;
+}
+
 bool NetlinkSocket::join(unsigned group)
 {
     if (!socket_) {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 
 struct mnl_socket;
 struct nlmsghdr;
@@ -29,6 +31,7 @@ enum class NetlinkNews {
 class NetlinkSocket {
 public:
     using Handler = std::function<void(const nlmsghdr&)>;
+    using EachHandler = std::function<void(std::size_t, const nlmsghdr&)>;
 
     /// `protocol` is NETLINK_ROUTE, NETLINK_GENERIC and so on.
     explicit NetlinkSocket(int protocol);
@@ -39,6 +42,10 @@ public:
     bool isOpen() const { return socket_ != nullptr; }
     /// Sends a request, numbered here, and hands over every message of the answer.
     NetlinkOutcome ask(nlmsghdr& request, const Handler& handler);
+    /// Sends requests that the kernel answers at once, with one message each: in one piece, with one call. Hands over the
+    /// answers with the index of the request; a refusal is an answer. `requests` holds whole messages, numbered here. False
+    /// when it was not sent, or answers are missing.
+    bool askEach(std::span<std::uint32_t> requests, const EachHandler& handler);
     /// Listens to a multicast group from now on.
     bool join(unsigned group);
     /// Hands over what has been announced, without waiting; at most so many messages' worth of reads at once.

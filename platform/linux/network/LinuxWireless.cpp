@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/network/LinuxWireless.h"
 
+#include "platform/linux/kernel/GenericNetlink.h"
+
 #include <array>
-#include <libmnl/libmnl.h>
-#include <linux/genetlink.h>
 #include <linux/nl80211.h>
 #include <net/if.h>
 #include <optional>
@@ -16,17 +16,6 @@ constexpr double searchInterval = 30; // s
 constexpr double longestTrust = 30;   // s without an announcement
 
 using Request = std::array<char, 256>;
-
-nlmsghdr& makeRequest(Request& memory, std::uint16_t family, std::uint8_t command, std::uint16_t flags)
-{
-    nlmsghdr* request = mnl_nlmsg_put_header(memory.data());
-    request->nlmsg_type = family;
-    request->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
-    auto* header = static_cast<genlmsghdr*>(mnl_nlmsg_put_extra_header(request, sizeof(genlmsghdr)));
-    header->cmd = command;
-    header->version = 1;
-    return *request;
-}
 
 } // namespace
 
@@ -66,10 +55,8 @@ bool LinuxWireless::findFamily()
     }
     nextSearch_ = now + searchInterval;
     Request memory{};
-    nlmsghdr& request = makeRequest(memory, GENL_ID_CTRL, CTRL_CMD_GETFAMILY, 0);
-    mnl_attr_put_strz(&request, CTRL_ATTR_FAMILY_NAME, NL80211_GENL_NAME);
-    questions_.ask(request, [this](const nlmsghdr& message) {
-        if (const auto family = nl80211::parseFamily(message)) {
+    questions_.ask(beginFamilyRequest(memory.data(), NL80211_GENL_NAME), [this](const nlmsghdr& message) {
+        if (const auto family = parseGenericFamily(message)) {
             family_ = family->identifier;
             if (const auto group = family->groups.find(NL80211_MULTICAST_GROUP_MLME); group != family->groups.end()) {
                 news_.join(group->second);
@@ -84,7 +71,7 @@ nl80211::Association LinuxWireless::ask(std::uint32_t index, bool& complete)
     nl80211::Association association;
     const auto ask = [&](std::uint8_t command, std::uint16_t flags) {
         Request memory{};
-        nlmsghdr& request = makeRequest(memory, family_, command, flags);
+        nlmsghdr& request = beginGenericRequest(memory.data(), family_, command, flags);
         mnl_attr_put_u32(&request, NL80211_ATTR_IFINDEX, index);
         return questions_.ask(request, [&association](const nlmsghdr& message) { association.take(message); });
     };

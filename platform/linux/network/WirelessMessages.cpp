@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/network/WirelessMessages.h"
 
-#include "platform/linux/kernel/NetlinkAttributes.h"
+#include "platform/linux/kernel/GenericNetlink.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <array>
 #include <cstring>
-#include <libmnl/libmnl.h>
-#include <linux/genetlink.h>
 #include <linux/nl80211.h>
 #include <string_view>
 #include <utility>
@@ -19,17 +17,6 @@ namespace meridal::nl80211 {
 namespace {
 
 constexpr std::size_t longestName = 32; // bytes
-
-/// Visits the attributes; false when the message is too short or carries another command.
-template <typename Visit>
-bool visitCommand(const nlmsghdr& message, std::uint8_t command, Visit visit)
-{
-    if (mnl_nlmsg_get_payload_len(&message) < sizeof(genlmsghdr)
-        || static_cast<const genlmsghdr*>(mnl_nlmsg_get_payload(&message))->cmd != command) {
-        return false;
-    }
-    return forEachAttribute<genlmsghdr>(message, visit);
-}
 
 std::optional<std::string> addressIn(const nlattr& attribute)
 {
@@ -66,49 +53,19 @@ std::string nameInElements(std::string_view elements)
     return {};
 }
 
-/// One entry of CTRL_ATTR_MCAST_GROUPS.
-void takeGroup(Family& family, const nlattr& nest)
-{
-    std::string name;
-    std::optional<std::uint32_t> identifier;
-    forEachNested(nest, [&](const nlattr& attribute) {
-        if (mnl_attr_get_type(&attribute) == CTRL_ATTR_MCAST_GRP_NAME) {
-            name = netlinkText(attribute);
-        } else if (mnl_attr_get_type(&attribute) == CTRL_ATTR_MCAST_GRP_ID) {
-            identifier = netlinkInteger<std::uint32_t>(attribute);
-        }
-    });
-    if (identifier && !name.empty()) {
-        family.groups.insert_or_assign(std::move(name), *identifier);
-    }
-}
-
 } // namespace
-
-std::optional<Family> parseFamily(const nlmsghdr& message)
-{
-    Family family;
-    visitCommand(message, CTRL_CMD_NEWFAMILY, [&family](const nlattr& attribute) {
-        if (mnl_attr_get_type(&attribute) == CTRL_ATTR_FAMILY_ID) {
-            family.identifier = netlinkInteger<std::uint16_t>(attribute).value_or(0);
-        } else if (mnl_attr_get_type(&attribute) == CTRL_ATTR_MCAST_GROUPS) {
-            forEachNested(attribute, [&family](const nlattr& group) { takeGroup(family, group); });
-        }
-    });
-    return family.identifier >= NLMSG_MIN_TYPE ? std::optional(std::move(family)) : std::nullopt;
-}
 
 // Association
 
 void Association::take(const nlmsghdr& message)
 {
     takeInterface(message);
-    visitCommand(message, NL80211_CMD_NEW_SCAN_RESULTS, [this](const nlattr& attribute) {
+    forEachGenericAttribute(message, NL80211_CMD_NEW_SCAN_RESULTS, [this](const nlattr& attribute) {
         if (mnl_attr_get_type(&attribute) == NL80211_ATTR_BSS) {
             takeListed(attribute);
         }
     });
-    visitCommand(message, NL80211_CMD_NEW_STATION, [this](const nlattr& attribute) {
+    forEachGenericAttribute(message, NL80211_CMD_NEW_STATION, [this](const nlattr& attribute) {
         if (mnl_attr_get_type(&attribute) == NL80211_ATTR_MAC && !station_) {
             station_ = addressIn(attribute);
         }
@@ -117,15 +74,16 @@ void Association::take(const nlmsghdr& message)
 
 void Association::takeInterface(const nlmsghdr& message)
 {
-    const bool isInterface = visitCommand(message, NL80211_CMD_NEW_INTERFACE, [this](const nlattr& attribute) {
-        if (mnl_attr_get_type(&attribute) == NL80211_ATTR_SSID) {
-            ssid_ = networkName(bytesOf(attribute));
-        } else if (mnl_attr_get_type(&attribute) == NL80211_ATTR_IFTYPE) {
-            const auto type = netlinkInteger<std::uint32_t>(attribute);
-            isClient_ =
-                type == NL80211_IFTYPE_STATION || type == NL80211_IFTYPE_P2P_CLIENT || type == NL80211_IFTYPE_ADHOC;
-        }
-    });
+    const bool isInterface =
+        forEachGenericAttribute(message, NL80211_CMD_NEW_INTERFACE, [this](const nlattr& attribute) {
+            if (mnl_attr_get_type(&attribute) == NL80211_ATTR_SSID) {
+                ssid_ = networkName(bytesOf(attribute));
+            } else if (mnl_attr_get_type(&attribute) == NL80211_ATTR_IFTYPE) {
+                const auto type = netlinkInteger<std::uint32_t>(attribute);
+                isClient_ =
+                    type == NL80211_IFTYPE_STATION || type == NL80211_IFTYPE_P2P_CLIENT || type == NL80211_IFTYPE_ADHOC;
+            }
+        });
     isWireless_ = isWireless_ || isInterface;
 }
 

@@ -13,15 +13,6 @@ struct nlmsghdr;
 
 namespace meridal::nl80211 {
 
-/// A family of generic netlink, as the kernel's controller describes it. Numbers are given out at boot.
-struct Family {
-    std::uint16_t identifier = 0;
-    std::map<std::string, std::uint32_t> groups; ///< of announcements, by name
-};
-
-/// Absent when the message is another one, or lacks the number.
-std::optional<Family> parseFamily(const nlmsghdr& message);
-
 /// What the answers about one interface say of the network that it has joined. It takes them in any order and passes
 /// over other messages. The kernel knows the base station and its name best, in the list of what was found by scanning
 /// (NL80211_CMD_GET_SCAN): it marks the one that is in use, whoever joined it. The interface itself

@@ -48,6 +48,7 @@ std::span<const ProcessRecord> ProcProcessSource::readProcesses(ProcessFields wa
     rows_.clear();
     states_.clear();
     names_.clear();
+    askRunTimes();
 
     std::size_t known = 0;
     for (const std::int32_t pid : pids_) {
@@ -86,7 +87,7 @@ std::span<const ProcessRecord> ProcProcessSource::readProcesses(ProcessFields wa
 ProcProcessSource::Reading ProcProcessSource::readProcess(
     std::int32_t pid, const Process* prior, bool mayTakeOver, Process& process)
 {
-    const auto stamp = prior && shouldAskSchedstat(*prior) ? readStamp(*prior) : std::nullopt;
+    const auto stamp = prior && shouldAskRunTime(pid, prior->state) ? readStamp(*prior) : std::nullopt;
     const bool compared = stamp && prior->state.hasStamp;
     const bool ran = compared && (*stamp != prior->state.stamp || prior->state.running || stamp->slices == 0);
     const bool isDue = (pass_ + static_cast<std::uint32_t>(pid)) % passesBetweenFullReadings == 0;
@@ -110,18 +111,49 @@ ProcProcessSource::Reading ProcProcessSource::readProcess(
     return readGroups(wanted_, process);
 }
 
-bool ProcProcessSource::shouldAskSchedstat(const Process& prior) const
+bool ProcProcessSource::shouldAskRunTime(std::int32_t pid, const State& prior) const
 {
-    if (!options_.skipUnchanged || !schedstatWorks_ || !prior.state.oneThread) {
+    const bool canAsk = options_.runTimes || (schedstatWorks_ && prior.oneThread);
+    if (!options_.skipUnchanged || !canAsk) {
         return false;
     }
     // Two passes one after another: the first gives something to compare with.
-    return prior.state.changes < changesOfBusyProcess
-        || (pass_ + static_cast<std::uint32_t>(prior.record.pid)) % busyPeriod < 2;
+    return prior.changes < changesOfBusyProcess || (pass_ + static_cast<std::uint32_t>(pid)) % busyPeriod < 2;
+}
+
+void ProcProcessSource::askRunTimes()
+{
+    asked_.clear();
+    nextAsked_ = 0;
+    if (!options_.runTimes) {
+        return;
+    }
+    for (std::size_t i = 0; i < previousRows_.size(); ++i) {
+        if (shouldAskRunTime(previousRows_[i].pid, previousStates_[i])) {
+            asked_.push_back(previousRows_[i].pid);
+        }
+    }
+    if (!options_.runTimes(asked_, runTimes_)) {
+        options_.runTimes = nullptr;
+        asked_.clear();
+    }
+}
+
+/// Only once in a pass: a row that is read again is read in full.
+std::optional<proc::Schedstat> ProcProcessSource::runTimeOf(std::int32_t pid)
+{
+    while (nextAsked_ < asked_.size() && asked_[nextAsked_] < pid) {
+        ++nextAsked_;
+    }
+    const bool isThere = nextAsked_ < asked_.size() && asked_[nextAsked_] == pid;
+    return isThere ? std::optional(runTimes_[nextAsked_++]) : std::nullopt;
 }
 
 std::optional<proc::Schedstat> ProcProcessSource::readStamp(const Process& prior)
 {
+    if (options_.runTimes) {
+        return runTimeOf(prior.record.pid);
+    }
     const std::int32_t pid = prior.record.pid;
     std::string_view text;
     switch (folder_.read(pid, "schedstat", text)) {

@@ -10,27 +10,36 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace meridal {
 
+/// How long and how often processes ran, all threads of each, in the order of the pids; zeros of one that is gone. False when
+/// there is no telling.
+using RunTimesReader = std::function<bool(std::span<const std::int32_t> pids, std::vector<proc::Schedstat>& sums)>;
+
 struct ProcProcessOptions {
     bool skipUnchanged = true;               ///< take over the rows of processes that did not run since the last pass
     std::vector<std::int32_t> only = {};     ///< ascending pids; empty reads all there are
     std::shared_ptr<CgroupUnits> units = {}; ///< shared with other sources; null for a table of its own
+    RunTimesReader runTimes = {};            ///< of many processes at once, where the kernel tells; else file by file
 };
 
 /// The process table out of /proc: one listing, then per process the files that the wanted groups need: stat always
 /// and for Cpu, status for Memory and Wakeups, io for Disk.
 ///
 /// A process that did not run has the counters that it had, so its files need not be read again. Whether it ran is told
-/// by its schedstat file, which costs a sixth of the other three: run time in ns and times put on a processor. When
-/// both are as before, the row of the last pass is taken over. The rule's terms:
-/// - The process has one thread: the file tells of the main thread only. A process can gain a thread only by running.
-/// - Schedstat was read before the other files, and the process was not on a run queue while they were read. What it
-///   did after that shows in schedstat; the run time of a thread that is on a processor lags behind.
+/// by its run time in ns and the times it was put on a processor: in one question for all, see TaskStatistics, or by its
+/// schedstat file, which costs a sixth of the other three. When both are as before, the row of the last pass is taken
+/// over. The rule's terms:
+/// - The process has one thread where a file is asked, which tells of the main thread only. A process can gain a thread
+///   only by running.
+/// - They were read before the other files, and the process was not on a run queue while those were read. What it did
+///   after that shows; the run time of a thread that is on a processor lags behind.
 /// - Things that others do to a process (reclaim, swapping) move no counter of its own: each process is read anew every
 ///   16th pass, and when its parent ended, since it has another one then. So are nice values that others set.
 /// - A pid in use again cannot pass for its predecessor: times in ns would have to agree. A process that never ran yet
@@ -92,7 +101,9 @@ private:
 
     /// `prior` is what the last pass knows under that pid, null when nothing.
     Reading readProcess(std::int32_t pid, const Process* prior, bool mayTakeOver, Process& process);
-    bool shouldAskSchedstat(const Process& prior) const;
+    bool shouldAskRunTime(std::int32_t pid, const State& prior) const;
+    void askRunTimes();
+    std::optional<proc::Schedstat> runTimeOf(std::int32_t pid);
     std::optional<proc::Schedstat> readStamp(const Process& prior);
     Reading takeOver(const Process& prior, Process& process);
     Reading readStat(std::int32_t pid, Process& process);
@@ -117,6 +128,9 @@ private:
     bool ioDenied_ = false;  ///< and that was noted
     std::size_t takenOver_ = 0;
 
+    std::vector<std::int32_t> asked_;       ///< for their run times, ascending
+    std::vector<proc::Schedstat> runTimes_; ///< theirs
+    std::size_t nextAsked_ = 0;             ///< those before are behind the pass
     std::vector<std::int32_t> pids_;
     std::vector<ProcessRecord> rows_; ///< ascending by pid, as states_
     std::vector<State> states_;

@@ -3,6 +3,7 @@
 
 #include "platform/linux/kernel/ProcFolder.h"
 #include "platform/linux/processes/BpfProcessSource.h"
+#include "platform/linux/processes/TaskStatistics.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -171,6 +172,15 @@ std::unique_ptr<ProcessSource> chooseProcessSource(const std::filesystem::path& 
         }
     }
     limitations->set("process-source", "processes are read from /proc, one by one: " + why);
+    return makeProcProcessSource(root, std::move(limitations), std::move(options));
+}
+
+std::unique_ptr<ProcessSource> makeProcProcessSource(
+    const std::filesystem::path& root, std::shared_ptr<Limitations> limitations, ProcProcessOptions options)
+{
+    if (std::shared_ptr<TaskStatistics> statistics = root == "/" ? TaskStatistics::open() : nullptr) {
+        options.runTimes = [statistics](auto pids, auto& sums) { return statistics->read(pids, sums); };
+    }
     return std::make_unique<ProcProcessSource>(root, std::move(limitations), std::move(options));
 }
 

@@ -24,4 +24,8 @@ std::unique_ptr<ProcessSource> chooseProcessSource(const std::filesystem::path& 
     std::shared_ptr<Limitations> limitations, ProcProcessOptions options,
     const BpfProcessLoaders& loaders = bpfProcessLoaders());
 
+/// /proc, and what else the kernel answers about the processes of this machine.
+std::unique_ptr<ProcessSource> makeProcProcessSource(
+    const std::filesystem::path& root, std::shared_ptr<Limitations> limitations, ProcProcessOptions options);
+
 } // namespace meridal
