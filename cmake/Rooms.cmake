@@ -33,18 +33,45 @@ if(MERIDAL_SANITIZE)
   endif()
 endif()
 
+# What nothing refers to is left out of the programs. Where no pass goes through, code is compiled for size: it is read from
+# the disk and takes memory, and how fast it runs is not felt. A pass itself would take half as many instructions again.
+option(MERIDAL_COMPACT "Leave out what is not used, and compile for size where speed is not felt" OFF)
+add_library(meridal_small INTERFACE)
+if(MERIDAL_COMPACT)
+  target_compile_options(meridal_small INTERFACE -Os)
+  target_compile_options(meridal_options INTERFACE -ffunction-sections -fdata-sections)
+  target_link_options(meridal_options INTERFACE $<IF:$<BOOL:${APPLE}>,-Wl$<COMMA>-dead_strip,-Wl$<COMMA>--gc-sections>)
+endif()
+
 # The headers that nearly every source ends up including, parsed once a build and not once a source. Sources include what
 # they use all the same: tools/lint compiles every header alone. Not for two languages at once, so not on a Mac.
 if(NOT APPLE)
   file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/pch/common.cpp CONTENT "")
-  add_library(meridal_pch STATIC ${CMAKE_BINARY_DIR}/pch/common.cpp)
-  target_link_libraries(meridal_pch PRIVATE meridal_options meridal::json meridal::fmt meridal::threads)
-  target_precompile_headers(meridal_pch PRIVATE <nlohmann/json.hpp> <fmt/format.h> <algorithm> <filesystem> <functional>
-    <map> <memory> <optional> <string> <string_view> <variant> <vector>)
+  set(kinds pch)
+  if(MERIDAL_COMPACT)
+    list(APPEND kinds pch_small)
+  endif()
+  foreach(kind IN LISTS kinds)
+    add_library(meridal_${kind} STATIC ${CMAKE_BINARY_DIR}/pch/common.cpp)
+    target_link_libraries(meridal_${kind} PRIVATE meridal_options meridal::json meridal::fmt meridal::threads)
+    target_precompile_headers(meridal_${kind} PRIVATE <nlohmann/json.hpp> <fmt/format.h> <algorithm> <filesystem>
+      <functional> <map> <memory> <optional> <string> <string_view> <variant> <vector>)
+  endforeach()
+  if(TARGET meridal_pch_small)
+    target_link_libraries(meridal_pch_small PRIVATE meridal_small)
+  endif()
 endif()
-function(meridal_precompiled target)
-  if(TARGET meridal_pch)
-    target_precompile_headers(${target} REUSE_FROM meridal_pch)
+# What a target shares with all: the headers, and whether it is compiled for size.
+function(meridal_compiled target isSmall)
+  set(headers meridal_pch)
+  if(isSmall)
+    target_link_libraries(${target} PRIVATE meridal_small)
+    if(TARGET meridal_pch_small)
+      set(headers meridal_pch_small)
+    endif()
+  endif()
+  if(TARGET ${headers})
+    target_precompile_headers(${target} REUSE_FROM ${headers})
   endif()
 endfunction()
 
@@ -69,10 +96,10 @@ function(meridal_together target)
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
 endfunction()
 
-# meridal_room(FOLDER DEPENDS ... PRIVATE_DEPENDS ...): the library meridal_FOLDER, slashes as underscores. main.*
-# belongs to a program, not to the room.
+# meridal_room(FOLDER [SMALL] DEPENDS ... PRIVATE_DEPENDS ...): the library meridal_FOLDER, slashes as underscores. main.*
+# belongs to a program, not to the room. SMALL is for rooms that no pass goes through.
 function(meridal_room folder)
-  cmake_parse_arguments(room "" "" "DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  cmake_parse_arguments(room "SMALL" "" "DEPENDS;PRIVATE_DEPENDS" ${ARGN})
   string(REPLACE "/" "_" name meridal_${folder})
   set(patterns ${folder}/*.cpp ${folder}/*.mm)
   if(folder MATCHES "^(client|collectors|platform/(linux|macos))$") # these have rooms of their own
@@ -86,7 +113,7 @@ function(meridal_room folder)
   if(sources)
     add_library(${name} STATIC ${sources})
     target_link_libraries(${name} PUBLIC meridal_options ${room_DEPENDS} PRIVATE ${room_PRIVATE_DEPENDS})
-    meridal_precompiled(${name})
+    meridal_compiled(${name} ${room_SMALL})
     if(MERIDAL_UNITY)
       meridal_together(${name})
     endif()
@@ -101,5 +128,5 @@ function(meridal_program name)
   cmake_parse_arguments(program "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${program_SOURCES})
   target_link_libraries(${name} PRIVATE meridal_options ${program_DEPENDS})
-  meridal_precompiled(${name})
+  meridal_compiled(${name} TRUE)
 endfunction()
