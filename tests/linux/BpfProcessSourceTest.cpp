@@ -386,7 +386,8 @@ TEST_F(Choice, PagesTakenFromASleeperAreToldWithinSixteenPasses)
     for (int pass = 0; pass < 16; ++pass) {
         after = residentSizeOf(sleeper.pid(), *chosen);
     }
-    EXPECT_EQ(after, before - size);
+    const auto heldBack = 64.0 * static_cast<double>(::sysconf(_SC_PAGESIZE)); // by a thread, in kernels up to 6.1
+    EXPECT_NEAR(static_cast<double>(after), static_cast<double>(before - size), heldBack);
 }
 
 } // namespace
