@@ -224,15 +224,15 @@ void rebuildGroups(benchmark::State& state)
 }
 
 // Processes, and of how many one works in every pass.
-BENCHMARK(read)->ArgsProduct({{100, 1000, 5000}, {10}});
-BENCHMARK(pass)->ArgsProduct({{100, 1000, 5000}, {10}})->Args({1000, 1});
-BENCHMARK(passWithGroups)->ArgsProduct({{100, 1000, 5000}, {10}})->Args({1000, 1});
+BENCHMARK(read)->ArgsProduct({{100, 1000, 5000, 50000}, {10}});
+BENCHMARK(pass)->ArgsProduct({{100, 1000, 5000, 50000}, {10}})->Args({1000, 1});
+BENCHMARK(passWithGroups)->ArgsProduct({{100, 1000, 5000, 50000}, {10}})->Args({1000, 1});
 BENCHMARK(readOfThisMachine)->Arg(100)->Arg(1000)->Arg(5000);
 BENCHMARK(passOfThisMachine)->Arg(100)->Arg(1000)->Arg(5000);
-BENCHMARK(rebuildGroups)->ArgsProduct({{100, 1000, 5000}, {10}});
-BENCHMARK(energyRanking)->ArgsProduct({{5000}, {10}});
-BENCHMARK(energyList)->ArgsProduct({{5000}, {10}});
-BENCHMARK(fiveLists)->ArgsProduct({{100, 1000, 5000}, {10}, {0, 1}});
+BENCHMARK(rebuildGroups)->ArgsProduct({{100, 1000, 5000, 50000}, {10}});
+BENCHMARK(energyRanking)->ArgsProduct({{5000, 50000}, {10}});
+BENCHMARK(energyList)->ArgsProduct({{5000, 50000}, {10}});
+BENCHMARK(fiveLists)->ArgsProduct({{100, 1000, 5000, 50000}, {10}, {0, 1}});
 
 } // namespace
 } // namespace meridal

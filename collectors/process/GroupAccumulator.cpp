@@ -126,13 +126,23 @@ void GroupAccumulator::forgetDeparted()
 
 void GroupAccumulator::assignGroups()
 {
-    for (const Account& account : accounts_) { // room is made where nobody is left
-        groups_.at(account.place).now.processes += account.age > 0 ? 1 : 0;
+    if (isTableNew_) { // room is made where nobody is left
+        countProcesses();
     }
     haveMoved_ = false;
     assignHeads();
     if (isTableNew_ || haveMoved_) {
         assignMembers();
+    }
+}
+
+void GroupAccumulator::countProcesses()
+{
+    for (GroupTotals& group : groups_.all()) {
+        group.now.processes = 0;
+    }
+    for (const Account& account : accounts_) {
+        groups_.at(account.place).now.processes += account.age > 0 ? 1 : 0;
     }
 }
 
@@ -143,7 +153,7 @@ void GroupAccumulator::assignHeads()
     for (std::size_t i = 0; i < items.size(); ++i) {
         Account& account = accounts_[i];
         if (isTableNew_ ? items[i]->root() : account.name != 0 && isDue(account)) {
-            const std::uint32_t before = account.place;
+            const GroupPlace before = account.place;
             assignHead(*items[i], account);
             haveMoved_ = haveMoved_ || account.place != before;
         }
@@ -153,8 +163,10 @@ void GroupAccumulator::assignHeads()
 
 void GroupAccumulator::assignMembers()
 {
-    for (const Item* item : processes_.processes()) {
-        Account& account = accounts_[item->place];
+    const auto& items = processes_.processes();
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        const Item* item = items[i];
+        Account& account = accounts_[i];
         const Item* head = item;
         while (head->controller) {
             head = head->controller;
@@ -167,10 +179,18 @@ void GroupAccumulator::assignMembers()
     }
 }
 
-bool GroupAccumulator::isDue(const Account& account)
+/// Most processes of a table have been in it from the first pass on. What is to be done now and then is done for some of them in each
+/// pass, and not for all in one.
+bool GroupAccumulator::comesRound(const Account& account)
+{
+    constexpr int circle = circleEnd - circleStart;
+    return account.age >= circleStart && account.age - circleStart == account.pid % circle;
+}
+
+bool GroupAccumulator::isDue(const Account& account) const
 {
     return account.age == firstLook || account.age == secondLook
-        || (account.place == GroupTable::other && account.age == circleStart);
+        || (comesRound(account) && groups_.isOther(account.place));
 }
 
 void GroupAccumulator::assignHead(Item& head, Account& account)
@@ -186,25 +206,7 @@ void GroupAccumulator::assignHead(Item& head, Account& account)
         return;
     }
     const double used = timeBase_ > 0 ? static_cast<double>(head.counters.cpuTime) / timeBase_ : 0;
-    const std::uint32_t found = place(naming_.of(head), true, used);
-    account.place = found; // the accounts may have changed places meanwhile, but not themselves
-}
-
-/// Where room was made for it, accounts follow their groups.
-std::uint32_t GroupAccumulator::place(const GroupName& group, bool hasProcesses, double used)
-{
-    const std::uint32_t found = groups_.placeFor(group, hasProcesses, used);
-    for (const auto& [from, to] : groups_.takeMoves()) {
-        haveMoved_ = true;
-        for (Account& account : accounts_) {
-            account.place = account.place == from ? to : account.place;
-        }
-        for (auto& entry : departed_) {
-            std::uint32_t& of = entry.second.account.place;
-            of = of == from ? to : of;
-        }
-    }
-    return found;
+    account.place = groups_.placeFor(naming_.of(head), true, used);
 }
 
 GroupAccumulator::Account* GroupAccumulator::accountOf(std::int32_t pid, std::uint64_t start)
@@ -220,7 +222,7 @@ GroupAccumulator::Account* GroupAccumulator::accountOf(std::int32_t pid, std::ui
 }
 
 /// Of somebody who may have ended, and whom no pass may have met.
-std::uint32_t GroupAccumulator::placeOf(const Item& item)
+GroupPlace GroupAccumulator::placeOf(const Item& item)
 {
     const Item* at = &item;
     while (true) {
@@ -228,7 +230,7 @@ std::uint32_t GroupAccumulator::placeOf(const Item& item)
             return account->place;
         }
         if (!at->controller) {
-            return place(naming_.ofEnded(at->commandName, std::nullopt), false, 0);
+            return groups_.placeFor(naming_.ofEnded(at->commandName, std::nullopt), false, 0);
         }
         at = at->controller;
     }
@@ -260,14 +262,14 @@ void GroupAccumulator::addTraffic(const ProcessTable& table, std::uint64_t kerne
 
 void GroupAccumulator::sumLevels()
 {
-    for (std::uint32_t place = 0; place < groups_.size(); ++place) {
-        groups_.at(place).now.processes = 0;
+    for (GroupTotals& group : groups_.all()) {
+        group.now.processes = 0;
     }
     for (const Account& account : accounts_) {
         GroupLevels& now = groups_.at(account.place).now;
+        ++now.processes;
         now.residentBytes += account.residentBytes;
         now.footprintBytes += account.footprintBytes;
-        ++now.processes;
     }
     groups_.notePeaks();
 }

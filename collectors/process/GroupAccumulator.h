@@ -56,7 +56,7 @@ private:
     /// Passes in a process's life after which its group is looked up again: it may have changed its user or not been moved yet.
     static constexpr std::uint8_t firstLook = 2;
     static constexpr std::uint8_t secondLook = 4;
-    /// From here on ages go in a circle, at whose start those in "other" are given another chance.
+    /// From here on ages go in a circle, at one of which, another one for each pid, those in "other" are given another chance.
     static constexpr std::uint8_t circleStart = 64;
     static constexpr std::uint8_t circleEnd = 96;
     /// Passes for which somebody who has left the table is remembered: a zombie gives its last figures when it is waited for.
@@ -76,24 +76,25 @@ private:
     };
     /// What is kept of a process in the table, one for each in its order.
     struct Account {
+        // What every pass looks at stands in one line of a processor's cache, what moves with the process in the other.
         std::int32_t pid = 0;
         std::int32_t parent = 0;
         std::uint64_t start = 0;
+        GroupPlace place = GroupTable::other;
+        std::uint64_t residentBytes = 0; ///< in the latest pass, as is the next
+        std::uint64_t footprintBytes = 0;
+        std::size_t name = 0; ///< by which the place was found: a hash; 0: it heads none
+        std::uint32_t unit = 0;
+        std::uint8_t age = 0;                      ///< passes; past the last of some it goes in a circle
+        bool ran = false;                          ///< since the pass before
+        bool isFinal = false;                      ///< what it has used by its end is accounted
+        ProcessFields known = ProcessFields::None; ///< the groups of figures of which there is a mark
+        float minuteCpu = 0;                       ///< s
+        float minuteDisk = 0;                      ///< bytes
+        float minuteNetwork = 0;
         Marks marks;
         std::uint64_t childCpu = 0; ///< as accounted, with what children have used that were in the table
         std::uint64_t childUser = 0;
-        ProcessFields known = ProcessFields::None; ///< the groups of figures of which there is a mark
-        std::uint32_t place = GroupTable::other;
-        std::size_t name = 0; ///< by which the place was found: a hash; 0: it heads none
-        std::uint32_t unit = 0;
-        std::uint8_t age = 0;            ///< passes; past the last of some it goes in a circle
-        bool ran = false;                ///< since the pass before
-        bool isFinal = false;            ///< what it has used by its end is accounted
-        std::uint64_t residentBytes = 0; ///< in the latest pass, as is the next
-        std::uint64_t footprintBytes = 0;
-        float minuteCpu = 0;  ///< s
-        float minuteDisk = 0; ///< bytes
-        float minuteNetwork = 0;
     };
     struct Departed {
         Account account;
@@ -124,26 +125,28 @@ private:
     void forgetDeparted();
     // Who is in which group
     void assignGroups();
-    static bool isDue(const Account& account);
+    void countProcesses();
+    static bool comesRound(const Account& account);
+    bool isDue(const Account& account) const;
     void assignHeads();
     void assignMembers();
     void assignHead(Item& head, Account& account);
-    std::uint32_t place(const GroupName& group, bool hasProcesses, double used);
-    std::uint32_t placeOf(const Item& item);
+    GroupPlace placeOf(const Item& item);
     // Growth
     void addGrowth();
+    void addGrowthOf(std::uint32_t place);
     static std::uint64_t takeGrowth(std::uint64_t& mark, std::uint64_t now);
     static Marks growthSince(Marks& marks, const Marks& now);
     static Marks marksOf(const EndedRecord& record);
     Marks growthOf(Account& account, const ProcessCounters& counters) const;
     Marks growthOfChildren(Account& account, const ProcessCounters& counters);
-    void add(std::uint32_t place, const Marks& growth);
+    void add(const GroupPlace& place, const Marks& growth);
     void addToMinute(Account& account, const Marks& growth) const;
     void addEnded();
     Account* accountOf(const EndedRecord& record);
     void addFinal(Account& account, const EndedRecord& record);
     void addUnmet(const EndedRecord& record);
-    std::uint32_t placeOfUnmet(const EndedRecord& record);
+    GroupPlace placeOfUnmet(const EndedRecord& record);
     std::optional<std::size_t> headAmong(const EndedRecord& record, const Account* known, const Item* item) const;
     Account* accountOf(std::int32_t pid, std::uint64_t start);
     void addInterrupts();
@@ -169,7 +172,9 @@ private:
     std::vector<Account> accounts_;                            ///< by ProcessStatCollectorItem::place
     std::uint32_t tableNumber_ = 0;                            ///< of the table that the accounts were aligned with
     bool isTableNew_ = true;                                   ///< since the pass before
-    bool haveMoved_ = false;                                   ///< in this pass: heads or groups, to other places
+    std::uint32_t passNumber_ = 0;                             ///< the collector's, of the pass that was accounted last
+    std::vector<std::uint32_t> ranPlaces_;                     ///< of who ran by that
+    bool haveMoved_ = false;                                   ///< in this pass: heads, to other groups
     std::unordered_multimap<std::int32_t, Departed> departed_; ///< by pid
     std::unordered_map<std::int32_t, Inherited> inherited_;    ///< by pid of the parent
     std::vector<Gone> gone_;                                   ///< in this minute

@@ -25,8 +25,7 @@ std::vector<std::int32_t> GroupAccumulator::mayUseGraphics() const
     for (const Account& account : accounts_) {
         const bool isNew = account.age == 1;
         const bool isYoung = (account.age == firstLook || account.age == secondLook) && account.age < pass_;
-        const bool comesRound = account.age == circleStart && account.ran;
-        if ((isNew || isYoung || comesRound) && account.place != GroupTable::kernel) {
+        if ((isNew || isYoung || (account.ran && comesRound(account))) && account.place != GroupTable::kernel) {
             pids.push_back(account.pid);
         }
     }

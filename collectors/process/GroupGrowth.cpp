@@ -6,6 +6,7 @@
 #include "platform/host/Host.h"
 
 #include <algorithm>
+#include <numeric>
 #include <thread>
 #include <utility>
 
@@ -18,7 +19,7 @@ std::uint64_t GroupAccumulator::takeGrowth(std::uint64_t& mark, std::uint64_t no
     return now > mark ? now - std::exchange(mark, now) : 0;
 }
 
-void GroupAccumulator::add(std::uint32_t place, const Marks& growth)
+void GroupAccumulator::add(const GroupPlace& place, const Marks& growth)
 {
     GroupSums& sums = groups_.at(place).sums;
     const double units = timeBase_ > 0 ? 1 / timeBase_ : 0;
@@ -38,21 +39,45 @@ void GroupAccumulator::addToMinute(Account& account, const Marks& growth) const
     account.minuteDisk += static_cast<float>(growth.read + growth.written);
 }
 
+/// Most processes do nothing: only those are looked at of whom the pass told something new, as long as none was missed.
 void GroupAccumulator::addGrowth()
 {
-    for (const Item* item : processes_.processes()) {
-        Account& account = accounts_[item->place];
-        const Marks growth = growthOf(account, item->counters);
-        account.ran = growth.cpu > 0;
-        account.residentBytes = item->counters.residentSize;
-        account.footprintBytes = static_cast<std::uint64_t>(item->figures.memoryFootprint.value_or(0));
-        if (growth != Marks()) { // most processes do nothing
-            addToMinute(account, growth);
-            add(account.place, growth);
+    const bool knowsWhoMoved = !isTableNew_ && processes_.passNumber() == passNumber_ + 1;
+    passNumber_ = processes_.passNumber();
+    if (knowsWhoMoved) {
+        for (const std::uint32_t place : ranPlaces_) {
+            accounts_[place].ran = false;
         }
-        if (!knowsEnded_) {
-            add(account.place, growthOfChildren(account, item->counters));
+    }
+    ranPlaces_.clear();
+    if (knowsWhoMoved) {
+        for (const std::uint32_t place : processes_.movedPlaces()) {
+            addGrowthOf(place);
         }
+        return;
+    }
+    for (std::uint32_t place = 0; place < accounts_.size(); ++place) {
+        addGrowthOf(place);
+    }
+}
+
+void GroupAccumulator::addGrowthOf(std::uint32_t place)
+{
+    const Item& item = *processes_.processes()[place];
+    Account& account = accounts_[place];
+    const Marks growth = growthOf(account, item.counters);
+    account.ran = growth.cpu > 0;
+    if (account.ran) {
+        ranPlaces_.push_back(place);
+    }
+    account.residentBytes = item.counters.residentSize;
+    account.footprintBytes = static_cast<std::uint64_t>(item.figures.memoryFootprint.value_or(0));
+    if (growth != Marks()) {
+        addToMinute(account, growth);
+        add(account.place, growth);
+    }
+    if (!knowsEnded_) {
+        add(account.place, growthOfChildren(account, item.counters));
     }
 }
 
@@ -154,7 +179,7 @@ void GroupAccumulator::addFinal(Account& account, const EndedRecord& record)
 
 void GroupAccumulator::addUnmet(const EndedRecord& record)
 {
-    const std::uint32_t of = placeOfUnmet(record);
+    const GroupPlace of = placeOfUnmet(record);
     GroupSums& sums = groups_.at(of).sums;
     sums.processesStarted += record.processes;
     sums.processesEnded += record.processes;
@@ -163,7 +188,7 @@ void GroupAccumulator::addUnmet(const EndedRecord& record)
 }
 
 /// Where it would have stood if a pass had met it.
-std::uint32_t GroupAccumulator::placeOfUnmet(const EndedRecord& record)
+GroupPlace GroupAccumulator::placeOfUnmet(const EndedRecord& record)
 {
     if (record.isRest) {
         return GroupTable::other;
@@ -173,7 +198,7 @@ std::uint32_t GroupAccumulator::placeOfUnmet(const EndedRecord& record)
     }
     if (const auto unit = record.unit ? naming_.ofUnit(*record.unit, record.user) : std::nullopt) {
         const auto known = groups_.placeOf(unit->identity); // one that root heads has others' processes, too
-        return known ? *known : place(*unit, false, 0);
+        return known ? *known : groups_.placeFor(*unit, false, 0);
     }
     const Account* account = accountOf(record.known, record.knownStart);
     const Item* item = processes_.processForPid(record.known);
@@ -181,7 +206,7 @@ std::uint32_t GroupAccumulator::placeOfUnmet(const EndedRecord& record)
         item = nullptr;
     }
     if (const auto head = headAmong(record, account, item)) {
-        return place(naming_.ofEnded(record.names.at(*head), record.user), false, 0);
+        return groups_.placeFor(naming_.ofEnded(record.names.at(*head), record.user), false, 0);
     }
     return account->place;
 }
@@ -232,10 +257,8 @@ void GroupAccumulator::shareEnergy()
     if (!joules || !before || !(interval_ > 0) || !(*joules >= *before)) {
         return;
     }
-    double busy = 0;
-    for (std::uint32_t place = 0; place < groups_.size(); ++place) {
-        busy += groups_.passCpu(place);
-    }
+    const auto cpu = groups_.allPassCpu();
+    const double busy = std::accumulate(cpu.begin(), cpu.end(), 0.0);
     const double used = *joules - *before;
     const double power = used / interval_;
     leastPower_ = leastPower_ > 0 ? std::min(leastPower_, power) : power;
@@ -243,9 +266,9 @@ void GroupAccumulator::shareEnergy()
     const double idlePart = std::max(0.0, 1 - busy / (interval_ * processors));
     const double idle = busy > 0 ? std::min(leastPower_, power * idlePart) * interval_ : used;
     idleJoules_ = idleJoules_.value_or(0) + idle;
-    for (std::uint32_t place = 0; place < groups_.size() && busy > 0; ++place) {
-        auto& share = groups_.at(place).sums.joules;
-        share = share.value_or(0) + (used - idle) * groups_.passCpu(place) / busy;
+    for (std::size_t index = 0; index < cpu.size() && busy > 0; ++index) {
+        auto& share = groups_.all()[index].sums.joules;
+        share = share.value_or(0) + (used - idle) * cpu[index] / busy;
     }
 }
 

@@ -54,7 +54,7 @@ ProcessMinute GroupAccumulator::minuteOf(const Account& account, const Item& ite
 {
     ProcessMinute minute;
     minute.pid = account.pid;
-    minute.group = groups_.totals()[account.place].number;
+    minute.group = groups_.at(account.place).number;
     minute.cpuSeconds = static_cast<double>(account.minuteCpu);
     minute.memoryBytes = item.figures.memoryFootprint ? static_cast<std::uint64_t>(*item.figures.memoryFootprint)
                                                       : item.counters.residentSize;

@@ -2,7 +2,7 @@
 #include "collectors/process/GroupTable.h"
 
 #include <algorithm>
-#include <tuple>
+#include <utility>
 
 namespace meridal {
 
@@ -13,13 +13,13 @@ constexpr double bytesPerSecond = 1e8; ///< that count as much as one of CPU tim
 
 } // namespace
 
-GroupTable::GroupTable() : totals_(2), passCpu_(2), lastPresent_(2)
+GroupTable::GroupTable() : totals_(2), passCpu_(2), lastPresent_(2), brought_(2)
 {
-    totals_[other].kind = GroupKind::Other;
-    totals_[other].identity = totals_[other].name = "other";
-    totals_[kernel].number = kernel;
-    totals_[kernel].kind = GroupKind::Kernel;
-    totals_[kernel].identity = totals_[kernel].name = "kernel";
+    totals_[other.index].kind = GroupKind::Other;
+    totals_[other.index].identity = totals_[other.index].name = "other";
+    totals_[kernel.index].number = kernel.number;
+    totals_[kernel.index].kind = GroupKind::Kernel;
+    totals_[kernel.index].identity = totals_[kernel.index].name = "kernel";
 }
 
 double GroupTable::use(const GroupSums& sums)
@@ -34,82 +34,88 @@ std::string GroupTable::keyOf(const std::string& identity, const std::optional<s
     return identity + '\0' + (owner ? std::to_string(*owner) : std::string());
 }
 
-std::optional<std::uint32_t> GroupTable::placeOf(const std::string& identity) const
+std::optional<GroupPlace> GroupTable::placeOf(const std::string& identity) const
 {
     const auto found = std::find_if(totals_.begin() + 2, totals_.end(),
         [&identity](const GroupTotals& group) { return group.identity == identity; });
-    return found == totals_.end() ? std::nullopt : std::optional(static_cast<std::uint32_t>(found - totals_.begin()));
+    return found == totals_.end()
+        ? std::nullopt
+        : std::optional(GroupPlace{static_cast<std::uint32_t>(found - totals_.begin()), found->number});
 }
 
-std::uint32_t GroupTable::placeFor(const GroupName& group, bool hasProcesses, double used)
+GroupPlace GroupTable::placeFor(const GroupName& group, bool hasProcesses, double used)
 {
     const std::string key = keyOf(group.identity, group.owner);
-    if (const auto found = places_.find(key); found != places_.end()) {
-        std::uint32_t& present = totals_[found->second].now.processes;
-        present = std::max(present, hasProcesses ? 1U : 0U);
-        return found->second;
+    if (const auto found = indices_.find(key); found != indices_.end()) {
+        GroupTotals& known = totals_[found->second];
+        known.now.processes = std::max(known.now.processes, hasProcesses ? 1U : 0U);
+        return {found->second, known.number};
     }
-    if (totals_.size() >= mostGroups + 2) {
-        const auto least = leastPlace(used);
-        if (!least) {
-            return other;
-        }
-        fold(*least);
+    auto index = static_cast<std::uint32_t>(totals_.size());
+    if (index < mostGroups + 2) {
+        totals_.emplace_back();
+        passCpu_.push_back(0);
+        lastPresent_.push_back(0);
+        brought_.push_back(0);
+    } else if (const auto least = leastIndex(used)) {
+        index = *least;
+        fold(index);
+    } else {
+        return other;
     }
-    const auto place = static_cast<std::uint32_t>(totals_.size());
-    GroupTotals& made = totals_.emplace_back();
+    GroupTotals& made = totals_[index];
     made.number = ++lastNumber_;
     made.identity = group.identity;
     made.name = group.name;
     made.owner = group.owner;
     made.now.processes = hasProcesses ? 1 : 0; // until they are counted
-    passCpu_.push_back(0);
-    lastPresent_.push_back(now_);
-    places_.emplace(key, place);
-    return place;
+    lastPresent_[index] = now_;
+    brought_[index] = used;
+    indices_.emplace(key, index);
+    return {index, made.number};
 }
 
 /// Who has had no process for long goes first, then who has none, and last those that have used less than the newcomer.
-std::optional<std::uint32_t> GroupTable::leastPlace(double used) const
+GroupTable::Rank GroupTable::rankOf(std::uint32_t index) const
 {
-    const auto rank = [this](std::uint32_t place) {
-        const bool isPresent = totals_[place].now.processes > 0;
-        const int presence = isPresent ? 2 : now_ - lastPresent_[place] < longAbsent ? 1 : 0;
-        return std::tuple(presence, use(totals_[place].sums));
-    };
-    std::uint32_t least = kernel + 1;
-    for (std::uint32_t place = least + 1; place < totals_.size(); ++place) {
-        least = rank(place) < rank(least) ? place : least;
-    }
-    return rank(least) < std::tuple(2, used) ? std::optional(least) : std::nullopt;
+    const bool isPresent = totals_[index].now.processes > 0;
+    const int presence = isPresent ? 2 : now_ - lastPresent_[index] < longAbsent ? 1 : 0;
+    return {presence, std::max(use(totals_[index].sums), brought_[index])};
 }
 
-/// The last one takes its place.
-void GroupTable::fold(std::uint32_t place)
+/// Ranks only rise in a pass: of the many who have used little most need not be compared with everybody.
+std::optional<std::uint32_t> GroupTable::leastIndex(double used)
 {
-    totals_[other].sums += totals_[place].sums;
-    passCpu_[other] += passCpu_[place];
-    places_.erase(keyOf(totals_[place].identity, totals_[place].owner));
-    moves_.emplace_back(place, other);
-    const auto last = static_cast<std::uint32_t>(totals_.size() - 1);
-    if (place != last) {
-        totals_[place] = std::move(totals_[last]);
-        passCpu_[place] = passCpu_[last];
-        lastPresent_[place] = lastPresent_[last];
-        places_[keyOf(totals_[place].identity, totals_[place].owner)] = place;
-        moves_.emplace_back(last, place);
+    const Rank newcomer(2, used);
+    if (leastRank_ && *leastRank_ >= newcomer) {
+        return std::nullopt;
     }
-    totals_.pop_back();
-    passCpu_.pop_back();
-    lastPresent_.pop_back();
+    std::uint32_t least = kernel.index + 1;
+    leastRank_ = rankOf(least);
+    for (std::uint32_t index = least + 1; index < totals_.size(); ++index) {
+        if (const Rank rank = rankOf(index); rank < *leastRank_) {
+            least = index;
+            leastRank_ = rank;
+        }
+    }
+    return *leastRank_ < newcomer ? std::optional(least) : std::nullopt;
+}
+
+void GroupTable::fold(std::uint32_t index)
+{
+    totals_[other.index].sums += totals_[index].sums;
+    passCpu_[other.index] += std::exchange(passCpu_[index], 0);
+    indices_.erase(keyOf(totals_[index].identity, totals_[index].owner));
+    totals_[index] = {};
 }
 
 void GroupTable::beginPass(double monotonicTime)
 {
     now_ = monotonicTime;
+    leastRank_.reset();
     std::fill(passCpu_.begin(), passCpu_.end(), 0);
     for (GroupTotals& group : totals_) {
-        group.now = {};
+        group.now = {.processes = group.now.processes};
     }
 }
 

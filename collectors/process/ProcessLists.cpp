@@ -2,6 +2,7 @@
 // The lists that clients get of rankings. They are written as JSON at once: as dictionaries that are serialised
 // afterwards they would be the better part of a refresh.
 
+#include "base/Prefetch.h"
 #include "base/Text.h"
 #include "base/Value.h"
 #include "collectors/process/ProcessStatCollector.h"
@@ -70,7 +71,11 @@ void ProcessStatCollector::appendList(std::string& json, const char* name, const
     const auto rows = ranking_.first(figure, limit);
     json.reserve(json.size() + rows.size() * usualEntry); // a list of everybody is not copied as it grows
     json += fmt::format(R"("{}":[)", name);
-    for (const ProcessRanking::Row* row : rows) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const ProcessRanking::Row* row = rows[i];
+        if (i + prefetchDistance < rows.size()) {
+            prefetch(*rows[i + prefetchDistance]->item);
+        }
         const fmt::format_int key(row->item->pid);
         json += R"({"key":")";
         json.append(key.data(), key.size());

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collectors/process/ProcessRanking.h"
 
+#include "base/Prefetch.h"
 #include "collectors/process/ProcessStatCollectorItem.h"
 
 #include <algorithm>
@@ -28,8 +29,12 @@ void ProcessRanking::sum(const ProcessTable& table, const ProcessView& view, std
     if (view.grouped) {
         rowByPlace_.assign(table.processes.size() + table.ended.size(), noRow);
     }
-    for (ProcessStatCollectorItem* item : table.processes) {
-        add(*item, view);
+    for (std::size_t i = 0; i < table.processes.size(); ++i) {
+        if (i + prefetchDistance < table.processes.size()) {
+            prefetch(table.processes[i + prefetchDistance]->figures);
+            prefetch(table.processes[i + prefetchDistance]->place);
+        }
+        add(*table.processes[i], view);
     }
     if (figures_[0].ofEnded) {
         for (ProcessStatCollectorItem* item : table.ended) {

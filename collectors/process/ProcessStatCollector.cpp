@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "collectors/process/ProcessStatCollector.h"
 
+#include "base/Prefetch.h"
 #include "base/Text.h"
 #include "platform/Context.h"
 #include "platform/host/Host.h"
 #include "wire/RequestKey.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 namespace meridal {
@@ -92,7 +94,9 @@ ProcessChanges ProcessStatCollector::update()
     beginPass();
     if (fetchProcesses()) {
         changes_.isRead = true;
-        removeMissingProcesses();
+        if (met_ < processes_.size()) { // else it would be to look at everybody for nothing
+            removeMissingProcesses();
+        }
         if (changes_.childrenChanged) {
             ++tableNumber_;
             createHierarchy2();
@@ -153,6 +157,8 @@ bool ProcessStatCollector::fetchProcesses()
     }
     failedAt_.reset();
     invalidateProcesses();
+    movedPlaces_.clear();
+    met_ = 0;
     std::size_t cursor = 0;
     for (const ProcessRecord& record : records) {
         if (record.status == ProcessStatus::Zombie) {
@@ -160,11 +166,26 @@ bool ProcessStatCollector::fetchProcesses()
         }
         Item& item = itemForRecord(record, cursor);
         if (!item.exists) { // else listed twice, as a process that was moved in the kernel's list meanwhile may be
-            item.measure(record, pass_);
+            measure(item, record);
         }
     }
     noteGroupsRead();
     return true;
+}
+
+void ProcessStatCollector::measure(Item& item, const ProcessRecord& record)
+{
+    const auto countersOf = [](const Item& of) {
+        const ProcessCounters& at = of.counters;
+        return std::tuple(at.read, at.cpuTime, at.cpuUser, at.childCpuTime, at.residentSize, at.diskReadTotal,
+            at.diskWriteTotal, at.idleWakeups, of.figures.memoryFootprint);
+    };
+    const auto before = countersOf(item);
+    item.measure(record, pass_);
+    ++met_;
+    if (countersOf(item) != before) {
+        movedPlaces_.push_back(item.place);
+    }
 }
 
 /// The record's item, made or started afresh as needed. `cursor` walks the table along with the records, which come in
@@ -172,6 +193,9 @@ bool ProcessStatCollector::fetchProcesses()
 ProcessStatCollectorItem& ProcessStatCollector::itemForRecord(const ProcessRecord& record, std::size_t& cursor)
 {
     Item* item = nullptr;
+    if (cursor + prefetchDistance < processes_.size()) {
+        prefetch(*processes_[cursor + prefetchDistance]);
+    }
     if (cursor < processes_.size() && processes_[cursor]->pid == record.pid) {
         item = processes_[cursor++];
     } else {

@@ -72,6 +72,11 @@ public:
     std::size_t processCount() const { return processes_.size(); }
     /// Another one after each pass in which somebody came, went, runs another program or belongs elsewhere.
     std::uint32_t tableNumber() const { return tableNumber_; }
+    /// Of all passes, those included in which the table could not be read.
+    std::uint32_t passNumber() const { return pass_.number; }
+    /// Where those stand of whom the latest pass read other counters or levels than the one before. Of no meaning where that has
+    /// changed the table.
+    const std::vector<std::uint32_t>& movedPlaces() const { return movedPlaces_; }
     Item* processForPid(std::int32_t pid); ///< null when there is none
     const Item* processForPid(std::int32_t pid) const;
     /// Adds an item, which must not be there yet.
@@ -148,6 +153,7 @@ private:
     void numberScores();
     bool fetchProcesses();
     void noteGroupsRead();
+    void measure(Item& item, const ProcessRecord& record);
     Item& itemForRecord(const ProcessRecord& record, std::size_t& cursor);
     void introduce(Item& item, const ProcessRecord& record);
     std::optional<std::string> askFullName(std::int32_t pid, const std::string& shortName);
@@ -188,7 +194,9 @@ private:
     std::array<double, 4> readAt_{}; ///< monotonic s of the latest pass with each group of figures; 0 = never
     std::optional<double> failedAt_; ///< monotonic s of the latest pass, if it could not read the table
     std::unordered_map<std::int32_t, Item> byPid_;
-    std::vector<Item*> processes_;                          ///< the same in table order
+    std::vector<Item*> processes_; ///< the same in table order
+    std::vector<std::uint32_t> movedPlaces_;
+    std::size_t met_ = 0;                                   ///< of them, by the latest pass
     std::unordered_multimap<std::int32_t, Item> departed_;  ///< by pid, who ended since the pass before
     std::vector<Item*> ended_;                              ///< of those, who are in the lists of traffic
     std::unordered_map<std::uint32_t, const Item*> oldest_; ///< by number of the unit, without those that are shared

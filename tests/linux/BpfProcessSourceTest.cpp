@@ -4,6 +4,8 @@
 
 #include "platform/linux/processes/BpfProcessSource.h"
 #include "collectors/process/ProcessStatCollector.h"
+#include "platform/linux/kernel/BpfCalls.h"
+#include "platform/linux/kernel/BpfObject.h"
 #include "platform/linux/kernel/ProcFolder.h"
 #include "platform/linux/processes/ProcessSourceChoice.h"
 #include "tests/linux/Child.h"
@@ -17,6 +19,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <linux/bpf.h>
 #include <map>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -340,6 +343,24 @@ std::uint64_t residentSizeOf(std::int32_t pid, ProcessSource& source)
 }
 
 /// Sleepers' pages are not summed up in every pass; what somebody else does to them is told all the same.
+/// It is gone into when a daemon starts, which nobody can ask anything meanwhile: 200,000 steps take half a second.
+TEST(BpfPrograms, TheKernelHasFewStepsToCheck)
+{
+    for (const auto& [file, name] : {std::pair("process_walk", "walk"), std::pair("process_dump", "dump")}) {
+        const auto object = BpfObject::load(file);
+        if (!object) {
+            continue; // not here, which other tests tell
+        }
+        bpf_prog_info info{};
+        bpf_attr attributes{};
+        attributes.info.bpf_fd = static_cast<std::uint32_t>(object->program(name));
+        attributes.info.info_len = sizeof info;
+        attributes.info.info = bpfAddress(&info);
+        ASSERT_EQ(bpfCall(BPF_OBJ_GET_INFO_BY_FD, attributes), 0);
+        EXPECT_LT(info.verified_insns, 20'000U) << name; // 0 where the kernel does not tell
+    }
+}
+
 TEST_F(Choice, PagesTakenFromASleeperAreToldWithinSixteenPasses)
 {
     constexpr std::size_t size = 8 << 20;
@@ -365,7 +386,8 @@ TEST_F(Choice, PagesTakenFromASleeperAreToldWithinSixteenPasses)
     for (int pass = 0; pass < 16; ++pass) {
         after = residentSizeOf(sleeper.pid(), *chosen);
     }
-    EXPECT_EQ(after, before - size);
+    const auto heldBack = 64.0 * static_cast<double>(::sysconf(_SC_PAGESIZE)); // by a thread, in kernels up to 6.1
+    EXPECT_NEAR(static_cast<double>(after), static_cast<double>(before - size), heldBack);
 }
 
 } // namespace

@@ -20,6 +20,7 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <grp.h>
+#include <linux/btf.h>
 #include <linux/membarrier.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -228,9 +229,14 @@ TEST(PowercapEnergy, AddsUpPackagesAcrossTheirLimits)
 
 TEST(Interrupts, AreApartWhereTheKernelHasATypeForThem)
 {
+    btf_header header{}; // behind it 9 bytes of types, then the strings
+    header.hdr_len = sizeof header;
+    header.type_len = header.str_off = 9;
+    const std::string types =
+        std::string(reinterpret_cast<const char*>(&header), sizeof header) + std::string("\0irqtime\0", 9);
     const std::string padding(64 * 1024 - 4, 'x'); // the name lies across two readings
-    const TemporaryTree with{{"sys/kernel/btf/vmlinux", padding + std::string("\0irqtime\0rq", 11)}};
-    const TemporaryTree without{{"sys/kernel/btf/vmlinux", padding + std::string("\0irqtimes\0rq", 12)}};
+    const TemporaryTree with{{"sys/kernel/btf/vmlinux", types + padding + std::string("\0irqtime\0rq", 11)}};
+    const TemporaryTree without{{"sys/kernel/btf/vmlinux", types + padding + std::string("\0irqtimes\0rq", 12)}};
     EXPECT_TRUE(proc::countsInterruptsApart(with.root()));
     EXPECT_FALSE(proc::countsInterruptsApart(without.root()));
     EXPECT_TRUE(proc::countsInterruptsApart("/nowhere"));

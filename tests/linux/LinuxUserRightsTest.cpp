@@ -42,6 +42,11 @@ TEST(LinuxUserRights, FilesGoToTheReadersWhereThereAreSuchElseToWhoAdministers)
     }
     ASSERT_TRUE(LinuxUserRights(lookUp({{"meridal", 4002}}), 4005).shareWithReaders(path));
     EXPECT_EQ(groupOf(), 4005U) << "the group of the unit wins";
+    int questions = 0;
+    LinuxUserRights rights(
+        [&questions](const char*) { return ++questions == 1 ? std::nullopt : std::optional(4006U); });
+    ASSERT_TRUE(rights.shareWithReaders(path) && rights.shareWithReaders(path));
+    EXPECT_EQ(questions, 2) << "one for each name until one is found, not for each file";
     EXPECT_EQ(LinuxUserRights(lookUp({{"users", 100}})).shareWithReaders(path).error().code, ErrorCode::NotFound);
 }
 

@@ -280,6 +280,30 @@ TEST_F(Groups, GetWhatParentsTellWhereOnlyTheyDo)
     EXPECT_DOUBLE_EQ(cpu("exe:/usr/bin/make"), 6.5);
 }
 
+TEST_F(Groups, AccountWhatMovedInAPassThatTheyWereNotShown)
+{
+    program(10, 1, "make");
+    feed();
+    feed();
+    source().work(10, {.cpu = 3});
+    updateAfter(10);
+    feed(); // in which it did not move
+    EXPECT_DOUBLE_EQ(cpu("exe:/usr/bin/make"), 3);
+}
+
+TEST_F(Groups, KeepThoseWhoHaveUsedMostWhereThereAreTooMany)
+{
+    constexpr int programs = 600;
+    for (int i = 0; i < programs; ++i) {
+        program(100 + i, 1, fmt::format("p{}", i * 7 % programs));
+        row(100 + i).cpuTime = static_cast<std::uint64_t>(i * 7 % programs) * 1'000'000'000;
+    }
+    feed();
+    for (int used = programs - 500; used < programs; ++used) {
+        EXPECT_THAT(identities(), Contains(fmt::format("exe:/usr/bin/p{}", used)));
+    }
+}
+
 TEST_F(Groups, CloseTheirSumsWithinTheirBound)
 {
     feed();

@@ -153,7 +153,5 @@ enum {
 
 /* The kernel adds up what ended threads have read and written, and what children had when they were waited for, in one sum. Of
  * who has waited for any it is left out: a shell would have done what its commands did, and both would be counted. */
-static __always_inline int has_own_io(const struct signal_struct* group)
-{
-    return bpf_core_field_exists(group->ioac.read_bytes) && group->cmin_flt == 0 && group->cnvcsw == 0;
-}
+#define HAS_OWN_IO(group, READ)                                                                                        \
+    (bpf_core_field_exists((group)->ioac.read_bytes) && READ(group, cmin_flt) == 0 && READ(group, cnvcsw) == 0)

@@ -121,37 +121,43 @@ static __always_inline void note_place(const struct kernfs_node* folder, __u64 c
     bpf_map_update_elem(&places, &cgroup, place, BPF_NOEXIST);
 }
 
+/* Calls to copy from an address, a handful for each that ends: loads through a pointer that it knows have the verifier search the
+ * type data by name, each for some tenths of a millisecond. */
+#define READ(pointer, ...) BPF_CORE_READ(pointer, __VA_ARGS__)
+
 /* Of several threads that end at once more than one may find that it is the last. All of them note the same. */
 static __always_inline void note_leaving(const struct task_struct* task)
 {
-    const struct task_struct* leader = task->group_leader;
+    const struct task_struct* leader = READ(task, group_leader);
     const struct BpfEndedLimits* known = bpf_map_lookup_elem(&limits, &first);
     const __u32* now = bpf_map_lookup_elem(&period, &first);
     if (!known || known->metBefore == 0 || !now) {
         return;
     }
     struct BpfEndedKey key = {.period = *now};
-    key.flags = leader->flags & PF_KTHREAD ? BPF_ENDED_KERNEL_THREAD : 0;
-    key.flags |= leader->start_boottime < known->surelyMet ? BPF_ENDED_ITSELF : 0;
-    key.flags |= leader->start_boottime < known->beginning ? BPF_ENDED_AT_PASS : 0;
-    key.user = leader->real_cred->uid.val;
+    key.flags = READ(leader, flags) & PF_KTHREAD ? BPF_ENDED_KERNEL_THREAD : 0;
+    const __u64 start = READ(leader, start_boottime);
+    key.flags |= start < known->surelyMet ? BPF_ENDED_ITSELF : 0;
+    key.flags |= start < known->beginning ? BPF_ENDED_AT_PASS : 0;
+    key.user = READ(leader, real_cred, uid.val);
     if (bpf_core_field_exists(leader->cgroups)) {
-        const struct kernfs_node* folder = leader->cgroups->dfl_cgrp->kn;
-        key.cgroup = folder->id;
+        const struct kernfs_node* folder = READ(leader, cgroups, dfl_cgrp, kn);
+        key.cgroup = READ(folder, id);
         note_place(folder, key.cgroup);
     }
     const struct task_struct* ancestor = leader;
     for (int i = 0; i < BPF_ENDED_LEVELS; ++i) {
-        if (i == 0 ? key.flags & BPF_ENDED_ITSELF : ancestor->start_boottime < known->metBefore) {
-            key.known = ancestor->tgid;
-            key.knownStart = ancestor->start_boottime;
+        const __u64 began = READ(ancestor, start_boottime);
+        if (i == 0 ? key.flags & BPF_ENDED_ITSELF : began < known->metBefore) {
+            key.known = READ(ancestor, tgid);
+            key.knownStart = began;
             break;
         }
         if (i < BPF_ENDED_NAMES) {
             bpf_core_read(key.names[i], BPF_ENDED_NAME, &ancestor->comm);
             key.names[i][BPF_ENDED_NAME - 1] = 0;
         }
-        ancestor = ancestor->real_parent->group_leader;
+        ancestor = READ(ancestor, real_parent, group_leader);
     }
     const __u64 address = (__u64)leader;
     bpf_map_update_elem(&leaving, &address, &key, BPF_ANY);
@@ -160,7 +166,7 @@ static __always_inline void note_leaving(const struct task_struct* task)
 SEC("tp_btf/sched_process_exit") int note_exit(__u64* arguments)
 {
     const struct task_struct* task = (const struct task_struct*)arguments[0];
-    if (task->signal->live.counter == 0) {
+    if (READ(task, signal, live.counter) == 0) {
         note_leaving(task);
     }
     return 0;
@@ -168,19 +174,19 @@ SEC("tp_btf/sched_process_exit") int note_exit(__u64* arguments)
 
 static __always_inline void add_io(struct BpfEndedSums* sums, const struct task_io_accounting* own)
 {
-    __sync_fetch_and_add(&sums->readBytes, own->read_bytes);
-    __sync_fetch_and_add(&sums->writtenBytes, own->write_bytes);
-    __sync_fetch_and_add(&sums->cancelledBytes, own->cancelled_write_bytes);
+    __sync_fetch_and_add(&sums->readBytes, READ(own, read_bytes));
+    __sync_fetch_and_add(&sums->writtenBytes, READ(own, write_bytes));
+    __sync_fetch_and_add(&sums->cancelledBytes, READ(own, cancelled_write_bytes));
 }
 
 static __always_inline void add_sums(struct BpfEndedSums* sums, const struct task_struct* leader)
 {
-    const struct signal_struct* group = leader->signal;
-    __sync_fetch_and_add(&sums->runTime, group->sum_sched_runtime);
-    __sync_fetch_and_add(&sums->userTime, group->utime);
-    __sync_fetch_and_add(&sums->systemTime, group->stime);
-    __sync_fetch_and_add(&sums->voluntarySwitches, group->nvcsw);
-    if (has_own_io(group)) {
+    const struct signal_struct* group = READ(leader, signal);
+    __sync_fetch_and_add(&sums->runTime, READ(group, sum_sched_runtime));
+    __sync_fetch_and_add(&sums->userTime, READ(group, utime));
+    __sync_fetch_and_add(&sums->systemTime, READ(group, stime));
+    __sync_fetch_and_add(&sums->voluntarySwitches, READ(group, nvcsw));
+    if (HAS_OWN_IO(group, READ)) {
         add_io(sums, &group->ioac);
     } else if (bpf_core_field_exists(leader->ioac.read_bytes)) {
         add_io(sums, &leader->ioac);
@@ -195,18 +201,19 @@ static __always_inline void name_if_met(struct BpfEndedKey* key, const struct ta
     const struct BpfEndedLimits* known = bpf_map_lookup_elem(&limits, &first);
     const int was_there = key->flags & BPF_ENDED_AT_PASS;
     const __u32 waited = now - key->period;
+    const __u64 start = READ(leader, start_boottime);
     key->period = now;
     key->flags &= ~BPF_ENDED_AT_PASS;
-    if (!known || key->flags & BPF_ENDED_ITSELF || leader->start_boottime >= known->beginning) {
+    if (!known || key->flags & BPF_ENDED_ITSELF || start >= known->beginning) {
         return;
     }
     if (was_there && waited > BPF_ENDED_PATIENCE) {
         key->flags |= BPF_ENDED_ITSELF;
-        key->known = leader->tgid;
-        key->knownStart = leader->start_boottime;
+        key->known = READ(leader, tgid);
+        key->knownStart = start;
     } else {
-        key->own = leader->tgid;
-        key->ownStart = leader->start_boottime;
+        key->own = READ(leader, tgid);
+        key->ownStart = start;
     }
 }
 
@@ -249,7 +256,7 @@ static __always_inline void add_to_entry(const struct BpfEndedKey* key, const st
 SEC("tp_btf/sched_process_free") int add_ended(__u64* arguments)
 {
     const struct task_struct* task = (const struct task_struct*)arguments[0];
-    if (task->pid != task->tgid) {
+    if (READ(task, pid) != READ(task, tgid)) {
         return 0;
     }
     const __u64 address = (__u64)task;

@@ -198,7 +198,7 @@ static __always_inline void take_ended_threads(struct BpfProcess* record, struct
     record->systemTime = group->stime;
     record->voluntarySwitches = group->nvcsw;
     record->readBytes = record->writtenBytes = record->cancelledBytes = 0;
-    if (has_own_io(group)) {
+    if (HAS_OWN_IO(group, READ)) {
         record->readBytes = group->ioac.read_bytes;
         record->writtenBytes = group->ioac.write_bytes;
         record->cancelledBytes = group->ioac.cancelled_write_bytes;

@@ -2,17 +2,8 @@
 /* All processes in one call, into an array that the daemon has mapped. Linux 6.7 and later: the iterator over tasks that a
  * program can use by itself. */
 
-#include "platform/linux/bpf/kernel.h"
+#include "platform/linux/bpf/casts.h"
 
-extern void* bpf_rdonly_cast(const void* address, __u32 type) __ksym;
-
-/* Reads through it are plain loads, guarded by the kernel: several times faster than calls to copy from an address. And
- * loads through a pointer that the verifier knows better would have it search the type data by name at each of them: half
- * a second to load this program instead of some milliseconds. */
-#define TASK(address)                                                                                                  \
-    ((struct task_struct*)bpf_rdonly_cast((const void*)(address), bpf_core_type_id_kernel(struct task_struct)))
-#define MEMORY(address)                                                                                                \
-    ((struct mm_struct*)bpf_rdonly_cast((const void*)(address), bpf_core_type_id_kernel(struct mm_struct)))
 #define READ(pointer, member) ((pointer)->member)
 #include "platform/linux/bpf/process_fill.h"
 
@@ -31,9 +22,20 @@ struct {
     __type(value, struct BpfProcess);
 } records SEC(".maps");
 
+/* Checked by the kernel for itself, once, as it is not static: within the loop each way through it would be gone anew for each
+ * of the ways that lead there, half a second of them. Only numbers and memory may be handed over, so the address of the task lies
+ * in the record. */
+__attribute__((noinline)) int fill(struct BpfProcess* record, const struct BpfPass* pass)
+{
+    if (record && pass) {
+        fill_record(record, TASK(record->cgroups), pass);
+    }
+    return 0;
+}
+
 SEC("syscall") int walk(struct BpfPass* pass)
 {
-    const struct BpfPass wanted = *pass;
+    struct BpfPass wanted = *pass;
     __u32 count = 0;
     struct bpf_iter_task iterator;
     struct task_struct* task;
@@ -46,7 +48,8 @@ SEC("syscall") int walk(struct BpfPass* pass)
         const __u32 index = count++;
         struct BpfProcess* record = bpf_map_lookup_elem(&records, &index);
         if (record) {
-            fill_record(record, TASK(task), &wanted);
+            record->cgroups = (__u64)task;
+            fill(record, &wanted);
         }
     }
     bpf_iter_task_destroy(&iterator);

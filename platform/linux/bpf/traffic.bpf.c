@@ -2,6 +2,8 @@
 /* For Linux 6.3 and later, which tells of every call that sends or receives. */
 #define CLAIMED_BY_CALLS
 
+#include "platform/linux/bpf/casts.h"
+
 #include "platform/linux/bpf/traffic_sockets.h"
 
 SEC("tp_btf/sock_send_length") int note_sending(__u64* arguments)

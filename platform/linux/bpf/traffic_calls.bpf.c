@@ -2,6 +2,8 @@
 /* Traffic by process where no program may be attached to the control groups: the payload of each call that sends or receives
  * (Linux 6.3 and later). Headers, retransmissions and acknowledgements are not seen, nor what splice() and zero-copy
  * receiving move. */
+#include "platform/linux/bpf/casts.h"
+
 #include "platform/linux/bpf/traffic_count.h"
 
 static __always_inline void count_call(const struct sock* socket, int result, int direction)

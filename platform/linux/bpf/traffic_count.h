@@ -5,6 +5,11 @@
 #include "platform/linux/bpf/sockets.h"
 #include "platform/linux/bpf/traffic_record.h"
 
+/* Where the including program has no better way to look at a task. */
+#ifndef TASK
+#define TASK(task) (task)
+#endif
+
 /* By identity, see traffic_record.h. The daemon makes the entries that are no process's before it attaches anything, and takes
  * away those that stand still. */
 struct {
@@ -40,13 +45,14 @@ static __always_inline __u64 place_of(__u64 network)
 
 static __always_inline __u64 identity_of(const struct task_struct* task, __u64 place)
 {
-    const __u64 start = task->group_leader->start_boottime / BPF_TRAFFIC_TICK;
-    return start << BPF_TRAFFIC_START_SHIFT | place | ((__u64)task->tgid & BPF_TRAFFIC_PID_MASK);
+    const struct task_struct* own = TASK(task);
+    const __u64 start = own->group_leader->start_boottime / BPF_TRAFFIC_TICK;
+    return start << BPF_TRAFFIC_START_SHIFT | place | ((__u64)own->tgid & BPF_TRAFFIC_PID_MASK);
 }
 
 static __always_inline void describe(struct BpfTrafficOwner* owner, const struct task_struct* task)
 {
-    const struct task_struct* ancestor = task->group_leader;
+    const struct task_struct* ancestor = TASK(task)->group_leader;
 #pragma unroll
     for (int i = 0; i < BPF_TRAFFIC_NAME - 1; ++i) {
         owner->name[i] = ancestor->comm[i];

@@ -99,13 +99,14 @@ std::string LinuxUserRights::userName(std::uint32_t uid)
     return ::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == 0 && found ? found->pw_name : "";
 }
 
-std::optional<std::uint32_t> LinuxUserRights::readers() const
+std::optional<std::uint32_t> LinuxUserRights::readers()
 {
-    std::optional<std::uint32_t> gid = chosen_ ? chosen_ : groupNamed_(readersGroup);
+    const std::lock_guard lock(mutex_);
+    chosen_ = chosen_ ? chosen_ : groupNamed_(readersGroup);
     for (const char* name : administratorGroups) {
-        gid = gid ? gid : groupNamed_(name);
+        chosen_ = chosen_ ? chosen_ : groupNamed_(name);
     }
-    return gid;
+    return chosen_;
 }
 
 Result<void> LinuxUserRights::shareWithReaders(const std::string& path)

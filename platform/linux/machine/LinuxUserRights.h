@@ -4,6 +4,7 @@
 #include "platform/host/UserRights.h"
 
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -30,10 +31,11 @@ public:
     Result<void> shareWithReaders(const std::string& path) override;
 
 private:
-    std::optional<std::uint32_t> readers() const;
+    std::optional<std::uint32_t> readers();
 
     const Groups groupNamed_;
-    const std::optional<std::uint32_t> chosen_;
+    std::mutex mutex_;                    ///< of the next
+    std::optional<std::uint32_t> chosen_; ///< once found it stays: to look it up may take longer than to share a file
 };
 
 } // namespace meridal

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <linux/btf.h>
 #include <unistd.h>
 
 namespace meridal::proc {
@@ -29,9 +30,11 @@ bool countsInterruptsApart(const std::filesystem::path& root)
     constexpr auto name = "\0irqtime\0"sv; // among the strings of the type data
     constexpr std::size_t piece = 64 * 1024;
     std::ifstream types(root / "sys/kernel/btf/vmlinux", std::ios::binary);
-    if (!types) {
+    btf_header header{};
+    if (!types.read(reinterpret_cast<char*>(&header), sizeof header)) {
         return true;
     }
+    types.seekg(header.hdr_len + header.str_off); // to its end: the kernel's file has nothing behind them
     const std::boyer_moore_horspool_searcher wanted(name.begin(), name.end());
     std::string text;
     while (types) {
