@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <cstdint>
 #include <locale.h>
 #include <locale> // on macOS newlocale and uselocale come with it alone
 #include <wchar.h>
@@ -125,6 +126,15 @@ std::string fixed2(double value)
 {
     if (value == 0 || !std::isfinite(value)) { // the figure of most processes
         return "0.00";
+    }
+    // Digits of an integer are found much faster. Not where it may be that half a hundredth is left: that is for all digits.
+    constexpr double largest = 1e9;
+    const double hundredths = value * 100;
+    if (value > 0 && value < largest && std::abs(hundredths - std::nearbyint(hundredths)) < 0.4999) {
+        const auto whole = static_cast<std::uint64_t>(std::llrint(hundredths));
+        std::string text = fmt::to_string(whole / 100);
+        text += {'.', static_cast<char>('0' + whole / 10 % 10), static_cast<char>('0' + whole % 10)};
+        return text;
     }
     return fmt::format("{:.2f}", value);
 }

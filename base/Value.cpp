@@ -84,9 +84,8 @@ void appendText(std::string& json, std::string_view text)
         json += serialise(Value(text));
         return;
     }
-    json += '"';
-    json += text;
-    json += '"';
+    json.append(text.size() + 2, '"');
+    text.copy(json.data() + json.size() - 1 - text.size(), text.size());
 }
 
 void appendNumber(std::string& json, double number)

@@ -211,8 +211,8 @@ void energyRanking(benchmark::State& state)
     ProcessRanking ranking;
     measure(state, [&] {
         ranking.sum(rig.collector->table(), {}, {&ProcessFigure::power, 1});
-        for (const ProcessRanking::Row* row : ranking.first(0, unlimitedProcesses)) {
-            benchmark::DoNotOptimize(rig.collector->sharingNameForProcess(*row->item, false));
+        for (const ProcessRanking::Row& row : ranking.first(0, unlimitedProcesses)) {
+            benchmark::DoNotOptimize(rig.collector->sharingNameForProcess(*row.item, false));
         }
     });
 }

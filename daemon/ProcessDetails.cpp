@@ -198,7 +198,7 @@ Value ProcessDetails::of(
             details[name] = std::move(text);
         }
     };
-    put(details, "uid", item.user);
+    put(details, "uid", item.user());
     addText("user", texts_.user(item));
     addText("unit", texts_.unit(item));
     addText("state", std::string(nameOfState(item)));

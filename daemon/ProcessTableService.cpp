@@ -106,7 +106,7 @@ Value ProcessTableService::rowOf(const ProcessSelection::Row& row, const Process
             entry[name] = context_.host.processes->startTime(item.startIdentity);
             continue;
         case ProcessColumn::User:
-            put(entry, "uid", item.user);
+            put(entry, "uid", item.user());
             text = texts_.user(item);
             break;
         case ProcessColumn::Name:

@@ -195,7 +195,7 @@ bool GroupAccumulator::isDue(const Account& account) const
 
 void GroupAccumulator::assignHead(Item& head, Account& account)
 {
-    const std::size_t name = std::hash<std::string>{}(head.commandName);
+    const std::size_t name = std::hash<std::string_view>{}(head.commandName);
     if (account.name == name && account.unit == head.unit.number && !isDue(account)) {
         return;
     }
@@ -240,8 +240,8 @@ void GroupAccumulator::addTraffic(const ProcessTable& table, std::uint64_t kerne
 {
     for (const auto& items : {table.processes, table.ended}) {
         for (const Item* item : items) {
-            const double received = item->figures.networkDownload.value_or(0);
-            const double sent = item->figures.networkUpload.value_or(0);
+            const double received = item->activity().networkDownload.value_or(0);
+            const double sent = item->activity().networkUpload.value_or(0);
             if (!(received + sent > 0)) {
                 continue;
             }

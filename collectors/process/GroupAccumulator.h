@@ -138,8 +138,8 @@ private:
     static std::uint64_t takeGrowth(std::uint64_t& mark, std::uint64_t now);
     static Marks growthSince(Marks& marks, const Marks& now);
     static Marks marksOf(const EndedRecord& record);
-    Marks growthOf(Account& account, const ProcessCounters& counters) const;
-    Marks growthOfChildren(Account& account, const ProcessCounters& counters);
+    Marks growthOf(Account& account, const Item& item) const;
+    Marks growthOfChildren(Account& account, const ChildCounters& children);
     void add(const GroupPlace& place, const Marks& growth);
     void addToMinute(Account& account, const Marks& growth) const;
     void addEnded();

@@ -65,7 +65,7 @@ void GroupAccumulator::addGrowthOf(std::uint32_t place)
 {
     const Item& item = *processes_.processes()[place];
     Account& account = accounts_[place];
-    const Marks growth = growthOf(account, item.counters);
+    const Marks growth = growthOf(account, item);
     account.ran = growth.cpu > 0;
     if (account.ran) {
         ranPlaces_.push_back(place);
@@ -76,20 +76,21 @@ void GroupAccumulator::addGrowthOf(std::uint32_t place)
         addToMinute(account, growth);
         add(account.place, growth);
     }
-    if (!knowsEnded_) {
-        add(account.place, growthOfChildren(account, item.counters));
+    if (!knowsEnded_ && item.extras) { // else it has not waited for any
+        add(account.place, growthOfChildren(account, item.children()));
     }
 }
 
-GroupAccumulator::Marks GroupAccumulator::growthOf(Account& account, const ProcessCounters& counters) const
+GroupAccumulator::Marks GroupAccumulator::growthOf(Account& account, const Item& item) const
 {
+    const ProcessCounters& counters = item.counters;
     Marks& marks = account.marks;
-    const ProcessFields fresh = without(counters.read, account.known);
+    const ProcessFields fresh = without(item.read, account.known);
     if (has(fresh, ProcessFields::Cpu)) {
         marks.cpu = counters.cpuTime;
         marks.user = counters.cpuUser;
-        account.childCpu = counters.childCpuTime;
-        account.childUser = counters.childCpuUser;
+        account.childCpu = item.children().cpuTime;
+        account.childUser = item.children().cpuUser;
     }
     if (has(fresh, ProcessFields::Disk)) {
         marks.read = counters.diskReadTotal;
@@ -117,11 +118,11 @@ GroupAccumulator::Marks GroupAccumulator::growthSince(Marks& marks, const Marks&
 }
 
 /// Without what those of them that were in the table have been accounted for themselves.
-GroupAccumulator::Marks GroupAccumulator::growthOfChildren(Account& account, const ProcessCounters& counters)
+GroupAccumulator::Marks GroupAccumulator::growthOfChildren(Account& account, const ChildCounters& children)
 {
     Marks growth;
-    growth.cpu = takeGrowth(account.childCpu, counters.childCpuTime);
-    growth.user = takeGrowth(account.childUser, counters.childCpuUser);
+    growth.cpu = takeGrowth(account.childCpu, children.cpuTime);
+    growth.user = takeGrowth(account.childUser, children.cpuUser);
     if (const auto inherited = inherited_.find(account.pid); inherited != inherited_.end() && growth.cpu > 0) {
         Inherited& known = inherited->second;
         growth.cpu -= std::exchange(known.cpu, known.cpu - std::min(known.cpu, growth.cpu)) - known.cpu;

@@ -72,7 +72,7 @@ void GroupAccumulator::keepForMinute(const Account& account)
     }
     Gone gone{.minute = minuteOf(account, *item), .start = account.start};
     gone.minute.memoryBytes = 0;
-    gone.minute.name = item->name;
+    gone.minute.name = item->name();
     gone.minute.startTime = context_.host.processes->startTime(account.start);
     gone_.push_back(std::move(gone));
     if (gone_.size() > mostGone) {

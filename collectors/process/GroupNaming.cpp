@@ -67,7 +67,7 @@ GroupName GroupNaming::of(ProcessStatCollectorItem& head)
         return group;
     }
     const std::string program = programOf(head);
-    programs_.store(head.commandName, program);
+    programs_.store(std::string(head.commandName), program);
     group.identity = identityOfProgram(program, group.name);
     return group;
 }

@@ -36,7 +36,7 @@ constexpr std::array<ProcessColumnTraits, 22> allColumns = {{
     {ProcessColumn::Wakeups, "wakeups", false, true},
 }};
 
-std::optional<double> trafficRate(const std::optional<double>& bytes, const TableMoment& moment)
+std::optional<double> trafficRate(const OptionalDouble& bytes, const TableMoment& moment)
 {
     return bytes && moment.trafficSeconds > 0 ? std::optional(*bytes / moment.trafficSeconds) : std::nullopt;
 }
@@ -105,15 +105,15 @@ std::optional<double> figureOf(const ProcessStatCollectorItem& item, ProcessColu
     case ProcessColumn::Swap:
         return ofMemory(item, item.counters.swapped);
     case ProcessColumn::DiskRead:
-        return figures.diskRead;
+        return item.activity().diskRead;
     case ProcessColumn::DiskWritten:
-        return figures.diskWrite;
+        return item.activity().diskWrite;
     case ProcessColumn::Received:
-        return trafficRate(figures.networkDownload, moment);
+        return trafficRate(item.activity().networkDownload, moment);
     case ProcessColumn::Sent:
-        return trafficRate(figures.networkUpload, moment);
+        return trafficRate(item.activity().networkUpload, moment);
     case ProcessColumn::EnergyScore:
-        return figures.powerScore;
+        return item.activity().powerScore;
     case ProcessColumn::Wakeups:
         return figures.wakeups;
     default:

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <charconv>
 #include <limits>
 #include <string>
 #include <utility>
@@ -21,6 +22,9 @@ namespace {
 
 /// Bytes that most entries do not exceed.
 constexpr std::size_t usualEntry = 80;
+/// With their lengths, as what most entries end with.
+constexpr std::string_view endOfEntry = "},";
+constexpr std::string_view idleScore = R"(,"score":"0.00","bundle":"")";
 /// Processes that one question may have looked for beyond the table.
 constexpr int mostUnseen = 256;
 
@@ -35,6 +39,19 @@ void appendMember(std::string& json, std::string_view name, double number)
 {
     json += name;
     appendNumber(json, number);
+}
+
+/// The beginning of an entry. There may be thousands of them, and what is put together first is copied once.
+void appendKey(std::string& json, std::int32_t pid)
+{
+    constexpr std::string_view before = R"({"key":")";
+    constexpr std::string_view behind = R"(","name":)";
+    constexpr std::size_t mostDigits = 11;
+    std::array<char, before.size() + mostDigits + behind.size()> text{};
+    before.copy(text.data(), before.size());
+    char* end = std::to_chars(text.data() + before.size(), text.data() + before.size() + mostDigits, pid).ptr;
+    end += behind.copy(end, behind.size());
+    json.append(text.data(), end);
 }
 
 /// What comes behind the last list.
@@ -72,16 +89,14 @@ void ProcessStatCollector::appendList(std::string& json, const char* name, const
     json.reserve(json.size() + rows.size() * usualEntry); // a list of everybody is not copied as it grows
     json += fmt::format(R"("{}":[)", name);
     for (std::size_t i = 0; i < rows.size(); ++i) {
-        const ProcessRanking::Row* row = rows[i];
         if (i + prefetchDistance < rows.size()) {
-            prefetch(*rows[i + prefetchDistance]->item);
+            prefetch(*rows[i + prefetchDistance].item);
         }
-        const fmt::format_int key(row->item->pid);
-        json += R"({"key":")";
-        json.append(key.data(), key.size());
-        appendMember(json, R"(","name":)", sharingNameForProcess(*row->item, view.grouped));
-        appendFigures(json, *row);
-        json += "},";
+        const ProcessRanking::Row& row = rows[i];
+        appendKey(json, row.item->pid);
+        appendText(json, sharingNameForProcess(*row.item, view.grouped));
+        appendFigures(json, row);
+        json += endOfEntry;
     }
     if (!rows.empty()) {
         json.pop_back();
@@ -93,8 +108,9 @@ std::string ProcessStatCollector::cpuProcesses(const ProcessView& view)
 {
     ranking_.sum(table(), view, {&ProcessFigure::cpu, 1});
     std::string json = "{";
-    appendList(json, "processes", view, 0, counts_.sharingProcessCPUCount,
-        [](std::string& entry, const auto& row) { appendMember(entry, R"(,"c":)", fixed2(row.totals[0])); });
+    appendList(json, "processes", view, 0, counts_.sharingProcessCPUCount, [](std::string& entry, const auto& row) {
+        appendMember(entry, R"(,"c":)", fixed2(row.totals[0].value_or(0)));
+    });
     return closed(std::move(json), RequestKey::Cpu);
 }
 
@@ -102,11 +118,14 @@ std::string ProcessStatCollector::memoryProcesses(const ProcessView& view)
 {
     ranking_.sum(table(), view, std::array{ProcessFigure::memory, ProcessFigure::memoryFootprint});
     std::string json = "{";
-    appendList(json, "processes", view, 0, counts_.sharingProcessMemoryCount,
-        [](std::string& entry, const auto& row) { appendMember(entry, R"(,"m":)", fixed0(row.totals[0])); });
+    appendList(json, "processes", view, 0, counts_.sharingProcessMemoryCount, [](std::string& entry, const auto& row) {
+        appendMember(entry, R"(,"m":)", fixed0(row.totals[0].value_or(0)));
+    });
     if (rules_.listsFootprint) {
         appendList(json, "processes-footprint", view, 1, counts_.sharingProcessMemoryCount,
-            [](std::string& entry, const auto& row) { appendMember(entry, R"(,"m":)", fixed0(row.totals[1])); });
+            [](std::string& entry, const auto& row) {
+                appendMember(entry, R"(,"m":)", fixed0(row.totals[1].value_or(0)));
+            });
     }
     return closed(std::move(json), RequestKey::Memory);
 }
@@ -118,11 +137,11 @@ std::string ProcessStatCollector::powerProcesses(const ProcessView& view)
     appendList(json, "processes", view, 0, ranking_.knows(0) ? counts_.sharingProcessPowerCount : 0,
         [this](std::string& entry, const auto& row) {
             loadBundleLocation(*row.item);
-            if (row.totals[0] == 0 && !row.item->extras) { // most processes
-                entry += R"(,"score":"0.00","bundle":"")";
+            if (!(*row.totals[0] > 0) && row.item->knownExtras().bundleLocation.empty()) { // most processes
+                entry += idleScore;
                 return;
             }
-            appendMember(entry, R"(,"score":)", fixed2(row.totals[0]));
+            appendMember(entry, R"(,"score":)", fixed2(row.totals[0].value_or(0)));
             appendMember(entry, R"(,"bundle":)", row.item->knownExtras().bundleLocation);
         });
     return closed(std::move(json), RequestKey::Energy);
@@ -137,11 +156,11 @@ std::string ProcessStatCollector::appendPair(
         appendList(json, pair.names[list], view, list, limit, [&](std::string& entry, const auto& row) {
             for (const std::size_t figure : {0U, 1U}) {
                 if (figure == list || entries == PairEntries::BothFigures) {
-                    appendMember(entry, pair.members[figure], row.totals[figure]);
+                    appendMember(entry, pair.members[figure], row.totals[figure].value_or(0));
                 }
             }
             if (entries == PairEntries::FigureAndTime) {
-                appendMember(entry, R"(,"t":)", row.item->activity.*pair.figures[list].lastActive);
+                appendMember(entry, R"(,"t":)", row.item->activity().*pair.figures[list].lastActive);
             }
         });
     }
@@ -207,7 +226,7 @@ Value ProcessStatCollector::infoForPids(const Value& pids, const std::function<b
         }
         if (item) {
             loadName(*item);
-            result.push_back({{"name", item->name}, {"pid", number}});
+            result.push_back({{"name", item->name()}, {"pid", number}});
         } else if (const auto name = nameOfUnseen(*pid)) {
             result.push_back({{"name", *name}, {"pid", number}});
         }

@@ -34,43 +34,44 @@ public:
     /// A process, or the head of a group, with what it or all of the group use.
     struct Row {
         ProcessStatCollectorItem* item = nullptr;
-        std::array<double, 2> totals = {}; ///< by figure, in the order in which they were asked for; 0 while not known
-        std::array<bool, 2> known = {};    ///< of anybody in the group
-        std::uint32_t place = 0;           ///< in the table: what decides between equals
+        std::array<OptionalDouble, 2> totals = {}; ///< by figure, in the order in which they were asked for
     };
 
-    /// Adds up one or two figures, which are of those who have ended both or neither.
+    /// Adds up one or two figures, which are of those who have ended both or neither. The table stays until the last call of
+    /// the next ones.
     void sum(const ProcessTable& table, const ProcessView& view, std::span<const ProcessFigure> figures);
     /// Whether anybody's figure is known: where nobody's is, zeros would say that nobody does anything.
     bool knows(std::size_t figure) const;
     /// The first of those that were added up, by one of the figures: the largest first, then whoever was active last, those
     /// that are not known behind; equal ones in table order. Good until the next call.
-    std::span<const Row* const> first(std::size_t figure, std::int32_t limit);
+    std::span<const Row> first(std::size_t figure, std::int32_t limit);
 
 private:
+    using Item = ProcessStatCollectorItem;
     /// What is compared, close together: a figure, or when one that is idle was active last.
     struct Key {
         double value = 0;
-        std::uint32_t place = 0;
         std::uint32_t row = 0;
     };
 
-    Row& addRow(ProcessStatCollectorItem& item);
-    void addKey(double value, std::uint32_t row);
+    void add(const Item& item, const ProcessView& view);
+    std::uint32_t topOf(const Item& item, const ProcessView& view);
+    void keepRows();
+    Item& itemOf(std::uint32_t row) const;
     void takeActive(std::size_t figure);
     void takeIdle(std::size_t figure, std::size_t limit);
-    void takeFirst(std::size_t limit);
-    void add(ProcessStatCollectorItem& item, const ProcessView& view);
-    std::uint32_t rowOf(ProcessStatCollectorItem& item, const ProcessView& view);
+    void takeSorted(std::size_t limit);
+    void takeRow(std::uint32_t row);
 
+    ProcessTable table_;
     std::array<ProcessFigure, 2> figures_ = {};
     std::size_t figureCount_ = 0;
-    std::vector<Row> rows_; ///< the first so many of them: refilled each time, and not made anew
-    std::size_t rowCount_ = 0;
-    std::vector<std::uint32_t> rowByPlace_; ///< that an item counts for, where groups are shown
-    std::vector<Key> keys_;                 ///< likewise
-    std::size_t keyCount_ = 0;
-    std::vector<const Row*> first_;
+    /// Of each figure by row, so that nobody's item is looked at twice: no number while it is not known.
+    std::array<std::vector<double>, 2> totals_;
+    std::vector<std::uint32_t> places_; ///< of the rows in the table, ascending
+    std::vector<std::uint32_t> tops_;   ///< by place, whom an item counts for, where groups are shown
+    std::vector<Key> keys_;
+    std::vector<Row> first_;
 };
 
 } // namespace meridal

@@ -82,7 +82,7 @@ double ProcessStatCollector::timebaseFrequency() const { return std::max(0.0, co
 
 double ProcessStatCollector::energyScore(double cpuSeconds, double wakeups) const
 {
-    return wakeups * ProcessEnergy::scoreOfWakeup + cpuSeconds * 100 * pass_.scoreOfCpu;
+    return wakeups * ProcessScore::ofWakeup + cpuSeconds * 100 * pass_.scoreOfCpu;
 }
 
 ProcessChanges ProcessStatCollector::update()
@@ -177,7 +177,7 @@ void ProcessStatCollector::measure(Item& item, const ProcessRecord& record)
 {
     const auto countersOf = [](const Item& of) {
         const ProcessCounters& at = of.counters;
-        return std::tuple(at.read, at.cpuTime, at.cpuUser, at.childCpuTime, at.residentSize, at.diskReadTotal,
+        return std::tuple(of.read, at.cpuTime, at.cpuUser, of.children().cpuTime, at.residentSize, at.diskReadTotal,
             at.diskWriteTotal, at.idleWakeups, of.figures.memoryFootprint);
     };
     const auto before = countersOf(item);
@@ -206,7 +206,7 @@ ProcessStatCollectorItem& ProcessStatCollector::itemForRecord(const ProcessRecor
         introduce(*item, record);
     } else if (item->startIdentity != record.startIdentity && !item->exists) {
         introduce(*item, record);
-    } else if (item->commandName != record.name) {
+    } else if (std::string_view(item->commandName) != record.name) {
         nameProcess(*item, record); // it runs another program now
         changes_.childrenChanged = true;
     }
@@ -225,7 +225,7 @@ void ProcessStatCollector::introduce(Item& item, const ProcessRecord& record)
     item.parentPid = record.parentPid;
     item.isKernelThread = record.isKernelThread;
     nameProcess(item, record);
-    item.isLaunchd = record.pid == 1 || (!serviceManagerName_.empty() && item.name.starts_with(serviceManagerName_));
+    item.isLaunchd = record.pid == 1 || (!serviceManagerName_.empty() && item.name().starts_with(serviceManagerName_));
     changes_.childrenChanged = true;
     ++changes_.newProcesses;
 }
@@ -329,7 +329,7 @@ void ProcessStatCollector::loadName(Item& item)
     }
     item.loadedName = true;
     // The short name again: a cached name that stands in for it begins with it.
-    if (auto full = askFullName(item.pid, item.name.substr(0, context().host.processes->nameLimit()))) {
+    if (auto full = askFullName(item.pid, std::string(item.name().substr(0, context().host.processes->nameLimit())))) {
         item.setName(*std::move(full));
     }
 }
@@ -369,7 +369,7 @@ std::string_view ProcessStatCollector::sharingNameForProcess(Item& item, bool gr
         shownName_ = displayNameOf(item.knownExtras().safariURLS);
         return shownName_;
     }
-    return item.name;
+    return item.name();
 }
 
 void ProcessStatCollector::loadBundleLocation(Item& item)

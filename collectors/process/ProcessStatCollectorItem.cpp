@@ -16,9 +16,9 @@ constexpr double scoreThatCounts = 1.0;
 constexpr double averagedSeconds = 31;
 constexpr std::uint32_t averagedPasses = 30;
 
-inline void stamp(double& time, const std::optional<double>& figure, double wallTime)
+void stamp(double& time, const OptionalDouble& figure, double wallTime)
 {
-    if (figure > 0) {
+    if (*figure > 0) {
         time = wallTime;
     }
 }
@@ -31,10 +31,10 @@ struct Interval {
     double end = 0;        ///< likewise
 
     /// How fast a counter moved; what it reads now takes the place of what it read before.
-    std::optional<double> rateOf(std::uint64_t& counter, std::uint64_t now) const
+    OptionalDouble rateOf(std::uint64_t& counter, std::uint64_t now) const
     {
         const std::uint64_t before = std::exchange(counter, now);
-        return hasBegin ? ratePerSecond({identity, before, begin}, {identity, now, end}) : std::nullopt;
+        return hasBegin ? OptionalDouble(ratePerSecond({identity, before, begin}, {identity, now, end})) : std::nullopt;
     }
 };
 
@@ -42,12 +42,12 @@ struct Interval {
 inline std::optional<Interval> beginReading(
     ProcessState& state, ProcessFields group, double& readAt, const ProcessRecord& record, const ProcessPass& pass)
 {
-    const bool hasBegin = has(state.counters.read, group);
+    const bool hasBegin = has(state.read, group);
     if (!has(record.present & pass.wanted, group)
         || (hasBegin && pass.monotonicTime - readAt < pass.shortestInterval)) {
         return std::nullopt;
     }
-    state.counters.read |= group;
+    state.read = state.read | group;
     return Interval{state.startIdentity, hasBegin, std::exchange(readAt, pass.monotonicTime), pass.monotonicTime};
 }
 
@@ -57,7 +57,7 @@ std::string ProcessStatCollectorItem::key() const { return std::to_string(pid); 
 
 void ProcessStatCollectorItem::startAfresh(std::uint64_t identity, std::uint32_t pass)
 {
-    static_cast<ProcessState&>(*this) = {};
+    static_cast<ProcessState&>(*this) = ProcessState();
     startIdentity = identity;
     firstPass = pass;
 }
@@ -68,7 +68,16 @@ void ProcessStatCollectorItem::setName(std::string newName)
     isSafariWebContent = traits.safariWebContent;
     standsAlone = traits.standsAlone;
     startsCommands = traits.startsCommands;
-    name = std::move(newName);
+    if (newName != std::string_view(commandName)) {
+        makeExtras().name = std::move(newName);
+    } else if (extras) {
+        extras->name.clear();
+    }
+}
+
+std::string_view ProcessStatCollectorItem::name() const
+{
+    return extras && !extras->name.empty() ? std::string_view(extras->name) : commandName;
 }
 
 const ProcessExtras& ProcessStatCollectorItem::knownExtras() const
@@ -85,13 +94,21 @@ ProcessExtras& ProcessStatCollectorItem::makeExtras()
     return *extras;
 }
 
+ActiveProcess& ProcessStatCollectorItem::makeActive()
+{
+    if (!active) {
+        active = std::make_unique<ActiveProcess>(ActiveProcess{.activity = idleActivities[known], .scores = {}});
+    }
+    return *active;
+}
+
 void ProcessStatCollectorItem::measure(const ProcessRecord& record, const ProcessPass& pass)
 {
     exists = true;
     state = record.state;
     nice = record.nice;
     threads = record.threads;
-    user = record.user ? record.user : user;
+    uid = record.user.value_or(uid);
     updateMemoryWithTaskInfo(record, pass);
     updateCPUWithRusage(record, pass);
     updateIOWithRusage(record, pass);
@@ -107,7 +124,7 @@ void ProcessStatCollectorItem::updateMemoryWithTaskInfo(const ProcessRecord& rec
         figures.memory = figures.memoryFootprint = std::nullopt;
         return;
     }
-    counters.read |= ProcessFields::Memory;
+    read = read | ProcessFields::Memory;
     counters.residentSize = record.residentSize;
     counters.swapped = record.compressed;
     const std::uint64_t kept =
@@ -121,9 +138,11 @@ void ProcessStatCollectorItem::updateCPUWithRusage(const ProcessRecord& record, 
     if (const auto interval = beginReading(*this, ProcessFields::Cpu, counters.lastUpdateCPU, record, pass)) {
         const auto units = interval->rateOf(counters.cpuTime, record.cpuTime);
         counters.cpuUser = record.cpuUser;
-        counters.childCpuTime = record.childCpuTime;
-        counters.childCpuUser = record.childCpuUser;
-        figures.cpu = units && pass.timeBase > 0 ? std::optional(*units / pass.timeBase * 100) : std::nullopt;
+        if (extras || record.childCpuTime > 0) {
+            makeExtras().children = {record.childCpuTime, record.childCpuUser};
+        }
+        figures.cpu =
+            pass.timeBase > 0 ? OptionalDouble(*units / pass.timeBase * 100) : std::nullopt; // so unknown units, too
     }
 }
 
@@ -131,13 +150,25 @@ void ProcessStatCollectorItem::updateCPUWithRusage(const ProcessRecord& record, 
 void ProcessStatCollectorItem::updateIOWithRusage(const ProcessRecord& record, const ProcessPass& pass)
 {
     if (const auto interval = beginReading(*this, ProcessFields::Disk, counters.diskUpdateTime, record, pass)) {
-        const auto read = interval->rateOf(counters.diskReadTotal, record.diskBytesRead);
+        const auto bytesRead = interval->rateOf(counters.diskReadTotal, record.diskBytesRead);
         const auto written = interval->rateOf(counters.diskWriteTotal, record.diskBytesWritten);
-        stamp(activity.diskReadTime, read, pass.wallTime);
-        stamp(activity.diskWriteTime, written, pass.wallTime);
-        figures.diskRead = read;
-        figures.diskWrite = written;
+        setDisk(bytesRead, written, pass.wallTime);
     }
+}
+
+/// Most processes move nothing, and it takes a bit to say that it is known.
+void ProcessStatCollectorItem::setDisk(
+    const OptionalDouble& bytesRead, const OptionalDouble& bytesWritten, double wallTime)
+{
+    if (!active && bytesRead == bytesWritten && !(*bytesRead > 0)) {
+        setKnown(KnowsDisk, bytesRead.has_value());
+        return;
+    }
+    ProcessActivity& activity = makeActive().activity;
+    activity.diskRead = bytesRead;
+    activity.diskWrite = bytesWritten;
+    stamp(activity.diskReadTime, bytesRead, wallTime);
+    stamp(activity.diskWriteTime, bytesWritten, wallTime);
 }
 
 /// A pass that does not ask forgets the reading: the first one after a pause would otherwise put the wake-ups of the whole
@@ -145,54 +176,66 @@ void ProcessStatCollectorItem::updateIOWithRusage(const ProcessRecord& record, c
 void ProcessStatCollectorItem::updatePowerWithRusage(const ProcessRecord& record, const ProcessPass& pass)
 {
     if (!has(pass.wanted, ProcessFields::Wakeups)) {
-        if (has(counters.read, ProcessFields::Wakeups)) {
-            counters.read = without(counters.read, ProcessFields::Wakeups);
-            figures.powerScore.reset();
+        if (has(read, ProcessFields::Wakeups)) {
+            read = without(read, ProcessFields::Wakeups);
             figures.wakeups.reset();
-            energy = {};
+            forgetScores();
         }
         return;
     }
     if (const auto interval = beginReading(*this, ProcessFields::Wakeups, counters.wakeupsTime, record, pass)) {
-        const auto wakeups = interval->rateOf(counters.idleWakeups, record.idleWakeups);
-        figures.wakeups = wakeups;
-        const auto& cpu = figures.cpu;
-        energy.power = wakeups && cpu ? std::optional(*wakeups * ProcessEnergy::scoreOfWakeup + *cpu * pass.scoreOfCpu)
-                                      : std::nullopt;
-        updatePowerUsageAverage(pass);
+        figures.wakeups = interval->rateOf(counters.idleWakeups, record.idleWakeups);
+        // Not known where either is not.
+        updatePowerUsageAverage(*figures.wakeups * ProcessScore::ofWakeup + *figures.cpu * pass.scoreOfCpu, pass);
+    }
+}
+
+void ProcessStatCollectorItem::forgetScores()
+{
+    setKnown(KnowsScore, false);
+    if (active) {
+        active->activity.powerScore.reset();
+        active->scores.clear();
     }
 }
 
 /// The mean of the scores that count, of this pass and those of the last half minute. A score that is not known is none.
-void ProcessStatCollectorItem::updatePowerUsageAverage(const ProcessPass& pass)
+void ProcessStatCollectorItem::updatePowerUsageAverage(const OptionalDouble& power, const ProcessPass& pass)
 {
-    auto& scores = energy.scores;
-    if (scores.empty() && energy.power < scoreThatCounts) { // nearly all
-        figures.powerScore = energy.power ? std::optional(0.0) : figures.powerScore;
+    if (!active && !(*power >= scoreThatCounts)) { // nearly all
+        setKnown(KnowsScore, (known & KnowsScore) != 0 || power);
         return;
     }
-    std::erase_if(scores, [&](const ProcessEnergy::Score& score) {
+    auto& [activity, scores] = makeActive();
+    std::erase_if(scores, [&](const ProcessScore& score) {
         return pass.scoreNumber - score.number >= averagedPasses || score.time < pass.monotonicTime - averagedSeconds;
     });
-    if (!energy.power) {
+    if (!power) {
         return;
     }
-    if (*energy.power >= scoreThatCounts) {
-        scores.push_back({pass.monotonicTime, pass.scoreNumber, static_cast<float>(*energy.power)});
+    if (*power >= scoreThatCounts) {
+        scores.push_back({pass.monotonicTime, pass.scoreNumber, static_cast<float>(*power)});
     }
     double sum = 0;
-    for (const ProcessEnergy::Score& score : scores) {
+    for (const ProcessScore& score : scores) {
         sum += static_cast<double>(score.power);
     }
-    figures.powerScore = scores.empty() ? 0 : sum / static_cast<double>(scores.size());
+    activity.powerScore = scores.empty() ? 0 : sum / static_cast<double>(scores.size());
 }
 
-void ProcessStatCollectorItem::clearBandwidth() { figures.networkDownload = figures.networkUpload = 0; }
+void ProcessStatCollectorItem::clearBandwidth()
+{
+    setKnown(KnowsTraffic, true);
+    if (active) {
+        active->activity.networkDownload = active->activity.networkUpload = 0;
+    }
+}
 
 void ProcessStatCollectorItem::addTraffic(double downloadBytes, double uploadBytes)
 {
-    figures.networkDownload = figures.networkDownload.value_or(0) + downloadBytes;
-    figures.networkUpload = figures.networkUpload.value_or(0) + uploadBytes;
+    ProcessActivity& activity = makeActive().activity;
+    activity.networkDownload = activity.networkDownload.value_or(0) + downloadBytes;
+    activity.networkUpload = activity.networkUpload.value_or(0) + uploadBytes;
 }
 
 bool ProcessStatCollectorItem::processPacket(const PacketAttribution& packet)
@@ -213,8 +256,11 @@ bool ProcessStatCollectorItem::processPacket(const PacketAttribution& packet)
 
 void ProcessStatCollectorItem::updatePCapBandwidth(double wallTime)
 {
-    stamp(activity.networkDownloadTime, figures.networkDownload, wallTime);
-    stamp(activity.networkUploadTime, figures.networkUpload, wallTime);
+    if (active) {
+        ProcessActivity& activity = active->activity;
+        stamp(activity.networkDownloadTime, activity.networkDownload, wallTime);
+        stamp(activity.networkUploadTime, activity.networkUpload, wallTime);
+    }
 }
 
 } // namespace meridal

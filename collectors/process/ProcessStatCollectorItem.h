@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "base/ShortText.h"
 #include "collectors/process/PacketAttribution.h"
 #include "collectors/process/ProcessFigures.h"
 #include "platform/host/ProcessUnit.h"
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,12 +18,20 @@ namespace meridal {
 
 /// What few processes need, so out of the way.
 struct ProcessExtras {
+    std::string name; ///< that is shown, where the table's is not: it is cut, or no UTF-8
     /// See ProcessSource::bundleLocation(); valid UTF-8, empty when unknown or not asked for.
     std::string bundleLocation;
     /// The pages that web content shows. No interface of a system tells them of another program's process, so nothing
     /// sets them as yet; whoever learns of them does, and lists name the process by them.
     std::vector<std::string> safariURLS;
     std::vector<ProcessConnection> connections;
+    ChildCounters children;
+};
+
+/// Of those who ever did anything that is told by it.
+struct ActiveProcess {
+    ProcessActivity activity;
+    std::vector<ProcessScore> scores; ///< oldest first
 };
 
 /// Everything that ends with a process, and what follows from it.
@@ -31,28 +41,31 @@ struct ProcessState {
     std::int32_t parentPid = -1;     ///< as it was at first
     /// Who answers for it; -1 until computed. Stays, but for a process that is in a unit, where it may change.
     std::int32_t controllingPid = -1;
-    ProcessUnit unit = {};              ///< that it is in since the latest pass
-    RunState state = RunState::Unknown; ///< of the latest pass, as are the next two
+    std::uint32_t threads = 0;  ///< of the latest pass, as are state and nice
+    ProcessUnit unit = {};      ///< that it is in since the latest pass
+    std::uint32_t uid = noUser; ///< of the latest pass that read it
+    RunState state = RunState::Unknown;
     std::int8_t nice = 0;
-    std::uint32_t threads = 0;
-    std::optional<std::uint32_t> user; ///< of the latest pass that read it
-    bool exists : 1 = false;           ///< seen by the latest pass
-    bool loadedName : 1 = false;       ///< the name is final
-    bool loadedBundle : 1 = false;     ///< where its bundle is was asked for
-    bool isLaunchd : 1 = false;        ///< starts the services of the machine or of a session
+    bool exists : 1 = false;       ///< seen by the latest pass
+    bool loadedName : 1 = false;   ///< the name is final
+    bool loadedBundle : 1 = false; ///< where its bundle is was asked for
+    bool isLaunchd : 1 = false;    ///< starts the services of the machine or of a session
     bool isSafariWebContent : 1 = false;
     bool standsAlone : 1 = false;    ///< by its name, never grouped under another
     bool startsCommands : 1 = false; ///< by its name, what it starts is not part of it
     bool isKernelThread : 1 = false;
     bool temporary : 1 = false; ///< not in the table: it has ended, and stands in lists until the next pass
+    std::uint8_t known : 3 = 0; ///< bits of KnownActivity, while it never was active
+    ProcessFields read : 4 = ProcessFields::None; ///< the groups of counters of which there is a reading
     ProcessCounters counters;
     ProcessFigures figures;
-    ProcessActivity activity;
-    ProcessEnergy energy;
-    /// The name as the process table has it, by which a process that starts another program is told.
-    std::string commandName;
-    std::string name; ///< valid UTF-8, possibly cut or empty; given by setName()
+    std::unique_ptr<ActiveProcess> active;
     std::unique_ptr<ProcessExtras> extras;
+    /// The name as the process table has it, by which a process that starts another program is told.
+    ShortText commandName;
+
+    /// No user has this number: it is the system's "none".
+    static constexpr std::uint32_t noUser = std::numeric_limits<std::uint32_t>::max();
 };
 
 /// One process of the machine: who it is, what it used up to the latest pass, and where it stands in its group. There
@@ -73,9 +86,19 @@ public:
     std::string key() const; ///< the pid in decimal
     /// Forgets everything but the pid: the process behind it is another one from here on.
     void startAfresh(std::uint64_t identity, std::uint32_t pass);
+    std::optional<std::uint32_t> user() const { return uid == noUser ? std::nullopt : std::optional(uid); }
+    /// Valid UTF-8, possibly cut or empty. Good until the next pass or name.
+    std::string_view name() const;
+    /// Comes after the one of the table.
     void setName(std::string name);
     const ProcessExtras& knownExtras() const; ///< empty ones where it has none
     ProcessExtras& makeExtras();
+    ChildCounters children() const { return extras ? extras->children : ChildCounters(); }
+    const ProcessActivity& activity() const { return active ? active->activity : idleActivities[known]; }
+    OptionalDouble figure(const ProcessFigure& which) const
+    {
+        return which.value ? figures.*which.value : activity().*which.ofActivity;
+    }
 
     /// Takes a reading: counters become rates. One that is too close to the one before is left out, and the interval goes on.
     void measure(const ProcessRecord& record, const ProcessPass& pass);
@@ -94,7 +117,11 @@ private:
     void updateCPUWithRusage(const ProcessRecord& record, const ProcessPass& pass);
     void updateIOWithRusage(const ProcessRecord& record, const ProcessPass& pass);
     void updatePowerWithRusage(const ProcessRecord& record, const ProcessPass& pass);
-    void updatePowerUsageAverage(const ProcessPass& pass);
+    void updatePowerUsageAverage(const OptionalDouble& power, const ProcessPass& pass);
+    void forgetScores();
+    void setDisk(const OptionalDouble& bytesRead, const OptionalDouble& bytesWritten, double wallTime);
+    ActiveProcess& makeActive();
+    void setKnown(unsigned what, bool isKnown) { known = ((known & ~what) | (isKnown ? what : 0U)) & KnowsAll; }
 };
 
 } // namespace meridal

@@ -29,10 +29,10 @@ bool passesFilter(ProcessStatCollectorItem& item, const ProcessFilter& filter, P
         return false;
     }
     if (!filter.user.empty()
-        && (!item.user || (texts.user(item) != filter.user && std::to_string(*item.user) != filter.user))) {
+        && (!item.user() || (texts.user(item) != filter.user && std::to_string(*item.user()) != filter.user))) {
         return false;
     }
-    if (!filter.name.matches(item.name)) {
+    if (!filter.name.matches(item.name())) {
         return false;
     }
     if (!filter.unit.isEmpty() && !filter.unit.matches(texts.unit(item))) {
@@ -41,7 +41,7 @@ bool passesFilter(ProcessStatCollectorItem& item, const ProcessFilter& filter, P
     if (!filter.command.isEmpty() && !filter.command.matches(texts.command(item))) {
         return false;
     }
-    return filter.any.isEmpty() || filter.any.matches(item.name) || filter.any.matches(texts.command(item));
+    return filter.any.isEmpty() || filter.any.matches(item.name()) || filter.any.matches(texts.command(item));
 }
 
 /// Whether anything in it says who heads whose group, which takes a walk up from everybody.

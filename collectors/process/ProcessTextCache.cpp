@@ -44,7 +44,7 @@ std::string_view ProcessTextCache::command(const ProcessStatCollectorItem& item)
     const double believed = believedFor + item.pid % static_cast<int>(believedFor);
     const auto [entry, isNew] = commands_.try_emplace(item.pid);
     Command& command = entry->second;
-    if (isNew || command.startIdentity != item.startIdentity || command.program != item.commandName
+    if (isNew || command.startIdentity != item.startIdentity || command.program != std::string_view(item.commandName)
         || now - command.readAt > believed) {
         command.startIdentity = item.startIdentity;
         command.program = item.commandName;
@@ -64,7 +64,8 @@ std::string ProcessTextCache::unit(const ProcessStatCollectorItem& item)
 
 std::string ProcessTextCache::user(const ProcessStatCollectorItem& item)
 {
-    return item.user ? userName_(*item.user) : std::string();
+    const auto uid = item.user();
+    return uid ? userName_(*uid) : std::string();
 }
 
 void ProcessTextCache::forgetOld()

@@ -14,7 +14,7 @@
 namespace meridal {
 
 /// Groups of figures in a ProcessRecord. Identity and names are always filled.
-enum class ProcessFields : std::uint32_t {
+enum class ProcessFields : std::uint8_t {
     None = 0,
     Cpu = 1,
     Memory = 2,

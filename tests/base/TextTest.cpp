@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/Text.h"
 #include "base/JsonMeasure.h"
+#include "base/ShortText.h"
 #include "base/Value.h"
 
 #include <rapidcheck/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <fmt/format.h>
 #include <limits>
 
@@ -42,6 +44,35 @@ TEST(Text, WidthsAreThoseOfATerminalInAnyLocale)
     }
 }
 
+TEST(Text, HundredthsAreRoundedByAllDigits)
+{
+    EXPECT_TRUE(
+        rc::check("as the library does it, also close to half a hundredth", [](std::uint32_t whole, std::int8_t off) {
+            for (const double scale : {200.0, 1.0, 3e6}) {
+                double value = whole / scale;
+                for (int step = 0; step < std::abs(off); ++step) {
+                    value = std::nextafter(value, off > 0 ? 1e12 : -1e12);
+                }
+                RC_ASSERT(fixed2(value) == (value == 0 ? "0.00" : fmt::format("{:.2f}", value)));
+            }
+        }));
+}
+
+TEST(Text, ShortTextsAreWhatTheyWereMadeOf)
+{
+    ShortText kept;
+    EXPECT_EQ(std::string_view(kept), "");
+    for (const std::string text : {"fifteen bytes..", "a sixteenth byte", "", "more than a few bytes of text"}) {
+        kept = std::string_view(text);
+        EXPECT_EQ(std::string_view(kept), text);
+        ShortText moved(std::move(kept));
+        EXPECT_EQ(std::string_view(moved), text);
+        kept = std::move(moved);
+        kept = std::string_view(kept); // of itself
+        EXPECT_EQ(std::string_view(kept), text);
+    }
+}
+
 TEST(Text, FiguresAreFiniteAndLocaleFree)
 {
     EXPECT_EQ(fixed2(3.14159), "3.14");
@@ -49,6 +80,7 @@ TEST(Text, FiguresAreFiniteAndLocaleFree)
     EXPECT_EQ(fixed2(std::numeric_limits<double>::infinity()), "0.00");
     for (const double value : {0.0, 0.5, 1.5, 2.5, -1.5, 9007199254740991.0, 9007199254740992.0, 1e20}) {
         EXPECT_EQ(fixed0(value), fmt::format("{:.0f}", value)) << "also where digits are found a faster way";
+        EXPECT_EQ(fixed2(value), value == 0 ? "0.00" : fmt::format("{:.2f}", value));
     }
 }
 

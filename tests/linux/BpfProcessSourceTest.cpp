@@ -294,7 +294,7 @@ std::map<std::int32_t, std::string> tableOf(test::FakeMachine& machine, std::uni
     for (auto* item : collector.processes()) {
         table[item->pid] = fmt::format("{} child of {}, started at {}, {} threads of user {} at {}",
             collector.sharingNameForProcess(*item, false), item->parentPid, item->startIdentity, item->threads,
-            item->user.value_or(0), item->nice);
+            item->user().value_or(0), item->nice);
     }
     std::swap(machine.host.processes, source);
     return table;

@@ -370,7 +370,7 @@ TEST_P(AccountOf, WhatWaitsForASlowServerCountsOnce)
     server.go();
     ASSERT_TRUE(server.wait());
     pass();
-    EXPECT_GE(processes.processForPid(server.pid())->figures.networkDownload.value_or(0), 50'000);
+    EXPECT_GE(processes.processForPid(server.pid())->activity().networkDownload.value_or(0), 50'000);
     pass();
     pass();
     expectAccountedFor();
@@ -415,12 +415,12 @@ TEST_P(AccountOf, AProcessThatHasEndedStandsInTheListOfThatPass)
     ProcessRanking ranking;
     ranking.sum(processes.table(), {}, {&ProcessFigure::upload, 1});
     std::map<std::int32_t, const ProcessRanking::Row*> list;
-    for (const ProcessRanking::Row* row : ranking.first(0, unlimitedProcesses)) {
-        list[row->item->pid] = row;
+    for (const ProcessRanking::Row& row : ranking.first(0, unlimitedProcesses)) {
+        list[row.item->pid] = &row;
     }
     const auto* brief = list[shared->pid];
     ASSERT_TRUE(brief && list[knownPid]);
-    EXPECT_EQ(brief->item->name, "brief");
+    EXPECT_EQ(brief->item->name(), "brief");
     EXPECT_EQ(brief->totals[0], 100 * datagram);
     EXPECT_EQ(brief->item->parentPid, parent.pid());
     EXPECT_EQ(list[knownPid]->totals[0], 50 * datagram);
@@ -460,8 +460,8 @@ TEST_F(AccountTest, TheSumsCloseAndAgreeWithTheCapture)
         GTEST_SKIP() << "too busy a machine to capture";
     }
     for (const Worker* worker : {&uploader, &caller}) {
-        const double figure = processes.processForPid(worker->pid())->figures.networkUpload.value_or(0);
-        EXPECT_NEAR(figure, captured.processForPid(worker->pid())->figures.networkUpload.value_or(0), figure * 0.01);
+        const double figure = processes.processForPid(worker->pid())->activity().networkUpload.value_or(0);
+        EXPECT_NEAR(figure, captured.processForPid(worker->pid())->activity().networkUpload.value_or(0), figure * 0.01);
     }
 }
 
@@ -501,9 +501,9 @@ TEST_P(StackTest, PacketsCountOnceAndTunnelsAreTheKernels)
     const auto now = NetworkBed::carried(interfaces);
     const double carried = now.first - before.first + now.second - before.second;
     const auto expectAccount = [&](const TrafficAccount& total, ProcessStatCollector& table) {
-        EXPECT_NEAR(table.processForPid(uploader.pid())->figures.networkUpload.value_or(0), 4e6, 4e5);
-        EXPECT_NEAR(table.processForPid(downloader.pid())->figures.networkDownload.value_or(0), 3e6, 3e5);
-        EXPECT_NEAR(table.processForPid(caller.pid())->figures.networkUpload.value_or(0), 1.2e6, 1.2e5);
+        EXPECT_NEAR(table.processForPid(uploader.pid())->activity().networkUpload.value_or(0), 4e6, 4e5);
+        EXPECT_NEAR(table.processForPid(downloader.pid())->activity().networkDownload.value_or(0), 3e6, 3e5);
+        EXPECT_NEAR(table.processForPid(caller.pid())->activity().networkUpload.value_or(0), 1.2e6, 1.2e5);
         EXPECT_NEAR(total.processes.linkBytes + total.kernel.linkBytes, carried, carried * 0.02);
         EXPECT_NEAR(total.kernel.linkBytes, GetParam().isTunnel ? carried / 2 : 0, carried * 0.03);
         EXPECT_LT(total.unattributed.linkBytes, carried * 0.01);

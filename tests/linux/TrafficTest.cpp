@@ -61,12 +61,13 @@ TEST_F(TrafficTest, EveryProcessGetsWhatItSentAndReceivedAndTheSumsClose)
         if (!isWhole()) {
             GTEST_SKIP() << packets.statistics().dropped << " frames dropped: too busy a machine";
         }
-        expectTraffic(item(uploader).figures.networkUpload.value_or(0), 8 * megabyte, "TCP sent");
-        EXPECT_LT(item(uploader).figures.networkDownload.value_or(0), 0.5 * megabyte) << "nothing but acknowledgements";
-        expectTraffic(item(downloader).figures.networkDownload.value_or(0), 12 * megabyte, "TCP received");
-        expectTraffic(item(caller).figures.networkUpload.value_or(0), 2.4 * megabyte, "UDP sent");
-        expectTraffic(item(listener).figures.networkDownload.value_or(0), 2.4 * megabyte, "UDP received");
-        expectTraffic(item(large).figures.networkUpload.value_or(0), 2.4 * megabyte, "UDP in fragments");
+        expectTraffic(item(uploader).activity().networkUpload.value_or(0), 8 * megabyte, "TCP sent");
+        EXPECT_LT(item(uploader).activity().networkDownload.value_or(0), 0.5 * megabyte)
+            << "nothing but acknowledgements";
+        expectTraffic(item(downloader).activity().networkDownload.value_or(0), 12 * megabyte, "TCP received");
+        expectTraffic(item(caller).activity().networkUpload.value_or(0), 2.4 * megabyte, "UDP sent");
+        expectTraffic(item(listener).activity().networkDownload.value_or(0), 2.4 * megabyte, "UDP received");
+        expectTraffic(item(large).activity().networkUpload.value_or(0), 2.4 * megabyte, "UDP in fragments");
     }
     expectAccountedFor();
 }
@@ -88,10 +89,10 @@ TEST_F(TrafficTest, TrafficWithinTheMachineCountsOnceForEachEnd)
         sendBytes(socket.get(), 10'000'000);
     });
     finish({&client});
-    expectTraffic(item(client).figures.networkUpload.value_or(0), 10e6, "sent");
-    expectTraffic(item(server).figures.networkDownload.value_or(0), 10e6, "received");
-    EXPECT_LT(item(client).figures.networkDownload.value_or(0), 1e6);
-    EXPECT_LT(item(server).figures.networkUpload.value_or(0), 1e6);
+    expectTraffic(item(client).activity().networkUpload.value_or(0), 10e6, "sent");
+    expectTraffic(item(server).activity().networkDownload.value_or(0), 10e6, "received");
+    EXPECT_LT(item(client).activity().networkDownload.value_or(0), 1e6);
+    EXPECT_LT(item(server).activity().networkUpload.value_or(0), 1e6);
     expectAccountedFor();
 }
 
@@ -166,7 +167,7 @@ protected:
         processes.update();
         statistics.updateStats();
         const auto* item = processes.processForPid(worker.pid());
-        return item ? item->figures.networkUpload.value_or(0) : 0;
+        return item ? item->activity().networkUpload.value_or(0) : 0;
     }
 
     ProcessStatCollector processes{context};
@@ -214,7 +215,7 @@ TEST_F(CountersTest, AgreeWithTheCapture)
     }
     fold();
     expectTraffic(byCounters, 10e6, "by the counters");
-    EXPECT_NEAR(item(uploader).figures.networkUpload.value_or(0), byCounters, byCounters * 0.06);
+    EXPECT_NEAR(item(uploader).activity().networkUpload.value_or(0), byCounters, byCounters * 0.06);
 
     const std::vector<std::int32_t> pids = {uploader.pid()};
     const auto rows = host->processConnections->readConnections(pids);

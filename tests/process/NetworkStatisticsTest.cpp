@@ -43,7 +43,7 @@ TEST_F(NetworkStatisticsTest, RatesComeFromTheDifferenceOfTwoCounts)
     EXPECT_EQ(downloadAfter(2), 0) << "it was there before us: its first counts say nothing";
     rows()[0].bytesReceived = 21'000;
     EXPECT_EQ(downloadAfter(2), 10'000);
-    EXPECT_EQ(traffic(42)[1] + item(42).activity.networkUploadTime, 0);
+    EXPECT_EQ(traffic(42)[1] + item(42).activity().networkUploadTime, 0);
     rows()[0].bytesReceived = 5;
     EXPECT_EQ(downloadAfter(2), 0) << "the counter started over";
     statistics.setFigure(NetworkStatisticsStatCollector::Figure::Bytes);

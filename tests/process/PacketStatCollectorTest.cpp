@@ -34,8 +34,8 @@ TEST_F(PacketStatCollectorTest, FiguresAreTheBytesOfOneInterval)
     }
     packets.process();
     EXPECT_THAT(traffic(42), are({1500, 300}));
-    EXPECT_EQ(item(42).activity.networkDownloadTime, machine.runtime.wallTime());
-    EXPECT_EQ(item(43).activity.networkDownloadTime, 0);
+    EXPECT_EQ(item(42).activity().networkDownloadTime, machine.runtime.wallTime());
+    EXPECT_EQ(item(43).activity().networkDownloadTime, 0);
     EXPECT_EQ(packets.latest().unattributed.download, 150) << "no process, or one that came and went";
     packets.process();
     EXPECT_EQ(traffic(42)[0], 0);

@@ -53,19 +53,21 @@ protected:
     std::vector<double> figures(std::int32_t pid)
     {
         const ProcessStatCollectorItem& of = item(pid);
-        return {of.figures.cpu.value_or(absent), of.energy.power.value_or(absent), of.figures.diskRead.value_or(absent),
-            of.figures.diskWrite.value_or(absent)};
+        const auto& [cpu, wakeups] = std::pair(of.figures.cpu, of.figures.wakeups);
+        return {cpu.value_or(absent), cpu && wakeups ? collector().energyScore(*cpu / 100, *wakeups) : absent,
+            of.activity().diskRead.value_or(absent), of.activity().diskWrite.value_or(absent)};
     }
-    double powerScore(std::int32_t pid) { return item(pid).figures.powerScore.value_or(absent); }
+    double powerScore(std::int32_t pid) { return item(pid).activity().powerScore.value_or(absent); }
     /// Bytes received and sent.
     std::vector<double> traffic(std::int32_t pid)
     {
-        return {item(pid).figures.networkDownload.value_or(absent), item(pid).figures.networkUpload.value_or(absent)};
+        return {
+            item(pid).activity().networkDownload.value_or(absent), item(pid).activity().networkUpload.value_or(absent)};
     }
     static auto are(const std::vector<double>& wanted) { return testing::Pointwise(testing::DoubleEq(), wanted); }
 
     /// Everybody by one figure. Good until the next call.
-    std::span<const ProcessRanking::Row* const> ranked(const ProcessFigure& figure, const ProcessView& view = {})
+    std::span<const ProcessRanking::Row> ranked(const ProcessFigure& figure, const ProcessView& view = {})
     {
         ranking_.sum(collector().table(), view, {&figure, 1});
         return ranking_.first(0, unlimitedProcesses);

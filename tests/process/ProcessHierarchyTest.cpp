@@ -163,8 +163,8 @@ TEST_F(ProcessHierarchyTest, LongChainsTakeNoLongerThanAnythingElse)
         updateAfter(2);
         const auto rows = ranked(ProcessFigure::memory, {.grouped = true});
         ASSERT_EQ(rows.size(), 1U);
-        EXPECT_EQ(rows[0]->item->pid, first);
-        EXPECT_EQ(rows[0]->totals[0], length);
+        EXPECT_EQ(rows[0].item->pid, first);
+        EXPECT_EQ(rows[0].totals[0], length);
     }
 }
 
@@ -210,13 +210,13 @@ TEST_F(ProcessHierarchyTest, RankingsFollowTableViewAndFigureAlone)
                 std::sort(wanted.begin(), wanted.end());
                 ranking.sum(fresh.table(), view, std::array{ProcessFigure::cpu, ProcessFigure::memory});
                 std::vector<std::pair<double, std::uint32_t>> got;
-                for (const auto* row : ranking.first(1, unlimitedProcesses)) {
-                    got.emplace_back(-(row->known[1] ? row->totals[1] : absent), row->item->place);
+                for (const auto& row : ranking.first(1, unlimitedProcesses)) {
+                    got.emplace_back(-row.totals[1].value_or(absent), row.item->place);
                 }
                 RC_ASSERT(got == wanted);
                 const auto few = ranking.first(1, 3);
                 RC_ASSERT(few.size() == std::min<std::size_t>(3, wanted.size()));
-                const bool isSame = few.empty() || few.back()->item->place == wanted[few.size() - 1].second;
+                const bool isSame = few.empty() || few.back().item->place == wanted[few.size() - 1].second;
                 RC_ASSERT(isSame);
             }
         }));

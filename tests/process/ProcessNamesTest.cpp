@@ -49,7 +49,7 @@ TEST_F(ProcessNamesTest, ProgramsThatShareACutNameKeepTheirOwn)
     set(9, cut_, "/usr/libexec/a-desktop-portal");
     set(10, cut_);
     updateAfter(2);
-    EXPECT_EQ(item(8).name, "a-desktop-portal-gtk") << "the best guess until it is asked";
+    EXPECT_EQ(item(8).name(), "a-desktop-portal-gtk") << "the best guess until it is asked";
     EXPECT_EQ(shownName(8), "a-desktop-portal-gnome");
     EXPECT_EQ(shownName(9), cut_);
     EXPECT_EQ(shownName(10), "a-desktop-portal-gtk") << "may not be asked, so the guess stays";
@@ -63,8 +63,8 @@ TEST_F(ProcessNamesTest, AProcessThatStartsAnotherProgramHasItsName)
     set(10, "");
     update();
     EXPECT_EQ(shownName(8), "a-desktop-portal-gtk");
-    EXPECT_EQ(item(9).name, "tool") << "asked for at once";
-    EXPECT_TRUE(item(10).name.empty() && item(10).loadedName);
+    EXPECT_EQ(item(9).name(), "tool") << "asked for at once";
+    EXPECT_TRUE(item(10).name().empty() && item(10).loadedName);
     set(7, cut_, "/usr/libexec/a-desktop-portal-gnome");
     set(8, "short");
     updateAfter(2);

@@ -32,7 +32,7 @@ TEST_F(ProcessStatCollectorTest, SteppedWallClockMovesLabelsNotRates)
         pass(42, {.cpu = 1, .read = 2000});
         EXPECT_THAT(figures(42), are({50, 50, 1000, 0}));
         EXPECT_DOUBLE_EQ(powerScore(42), 50) << "half a minute is not measured on the wall";
-        EXPECT_EQ(item(42).activity.diskReadTime, machine.runtime.wallTime());
+        EXPECT_EQ(item(42).activity().diskReadTime, machine.runtime.wallTime());
     }
 }
 
@@ -80,7 +80,7 @@ TEST_F(ProcessStatCollectorTest, ReusedPidStartsAfresh)
     pass(42, {.cpu = 30});
     EXPECT_EQ(&item(42), before);
     EXPECT_THAT(figures(42), are({absent, absent, absent, absent}));
-    EXPECT_EQ(item(42).name, "other");
+    EXPECT_EQ(item(42).name(), "other");
     EXPECT_TRUE(item(42).root() && changes.childrenChanged);
     EXPECT_EQ(changes.newProcesses, 1u);
     pass(42, {.cpu = 1});
@@ -197,8 +197,8 @@ TEST_F(ProcessStatCollectorTest, OlderReleasesTakeCpuUnitsAsSecondsInTheScoreAnd
     EXPECT_THAT(figures(42), are({3 / 1e9 / 2 * 100, 150, 0, 0}));
     blind.update();
     const ProcessStatCollectorItem& unseen = *blind.processForPid(42);
-    EXPECT_FALSE(unseen.figures.cpu || unseen.energy.power);
-    EXPECT_EQ(unseen.figures.diskRead, 0);
+    EXPECT_FALSE(unseen.figures.cpu || *unseen.activity().powerScore > 0);
+    EXPECT_EQ(unseen.activity().diskRead, 0);
 }
 
 TEST_F(ProcessStatCollectorTest, ScoreAveragesWhatCountsOfTheLastHalfMinute)
@@ -254,15 +254,15 @@ TEST_F(ProcessStatCollectorTest, SurvivesThousandsThatComeAndGoAndReuse)
         std::set<std::int32_t> known;
         for (const auto* each : collector().processes()) {
             known.insert(each->pid);
-            for (const auto& figure : {each->figures.cpu, each->energy.power, each->figures.diskRead}) {
+            for (const auto& figure : {each->figures.cpu, each->activity().powerScore, each->activity().diskRead}) {
                 ASSERT_TRUE(!figure || (std::isfinite(*figure) && *figure >= 0));
             }
         }
         ASSERT_EQ(known, alive);
         ASSERT_EQ(collector().processCount(), alive.size());
         double total = 0;
-        for (const auto* each : ranked(ProcessFigure::memory, {.grouped = true})) {
-            total += each->totals[0];
+        for (const auto& each : ranked(ProcessFigure::memory, {.grouped = true})) {
+            total += *each.totals[0];
         }
         ASSERT_EQ(total, alive.size()) << "everybody is in one group";
     }

@@ -14,14 +14,14 @@ using testing::IsEmpty;
 
 /// Tells texts out of maps, and counts how often it was asked for command lines.
 struct ToldTexts final : ProcessTexts {
-    std::string name(ProcessStatCollectorItem& item, bool) override { return item.name; }
+    std::string name(ProcessStatCollectorItem& item, bool) override { return std::string(item.name()); }
     std::string_view command(const ProcessStatCollectorItem& item) override
     {
         ++commandsAsked;
         return commands[item.pid];
     }
     std::string unit(const ProcessStatCollectorItem& item) override { return units[item.pid]; }
-    std::string user(const ProcessStatCollectorItem& item) override { return item.user == 7U ? "anna" : "root"; }
+    std::string user(const ProcessStatCollectorItem& item) override { return item.user() == 7U ? "anna" : "root"; }
 
     std::map<std::int32_t, std::string> commands;
     std::map<std::int32_t, std::string> units;

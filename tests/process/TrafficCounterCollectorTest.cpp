@@ -52,9 +52,9 @@ protected:
     std::vector<std::pair<std::string, double>> uploads(const ProcessView& view = {})
     {
         std::vector<std::pair<std::string, double>> list;
-        for (const ProcessRanking::Row* row : ranked(ProcessFigure::upload, view)) {
-            if (row->totals[0] > 0) {
-                list.emplace_back(collector().sharingNameForProcess(*row->item, view.grouped), row->totals[0]);
+        for (const ProcessRanking::Row& row : ranked(ProcessFigure::upload, view)) {
+            if (*row.totals[0] > 0) {
+                list.emplace_back(collector().sharingNameForProcess(*row.item, view.grouped), *row.totals[0]);
             }
         }
         return list;
@@ -85,7 +85,7 @@ TEST_F(TrafficCounterCollectorTest, FiguresAreTheBytesOfOneIntervalAndTheSumsClo
     crossed(2000, 400);
     process();
     EXPECT_THAT(traffic(42), are({1500, 300}));
-    EXPECT_EQ(item(42).activity.networkDownloadTime, machine.runtime.wallTime());
+    EXPECT_EQ(item(42).activity().networkDownloadTime, machine.runtime.wallTime());
     EXPECT_EQ(counters.latest().unattributed.download, 80) << "of processes that found no room";
     EXPECT_EQ(counters.latest().kernel.download, 2000 - 1580);
     EXPECT_EQ(counters.latest().kernel.upload, 100);
