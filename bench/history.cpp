@@ -168,6 +168,65 @@ void secondsOfHistory(benchmark::State& state)
     controller.closeAll();
 }
 
+/// A row of each of twenty items more with its commit, or the newest page of one of them, in a long-term file that holds so many
+/// days, a row every five minutes.
+void longTermOf(benchmark::State& state)
+{
+    constexpr int items = 20;
+    constexpr double period = 300;
+    const test::TemporaryTree folder;
+    AsioRuntime runtime;
+    Host host;
+    NotificationCenter notifications;
+    Log log;
+    Context context{runtime, host, notifications, log, Paths{folder.root(), {}, {}}};
+    HistoryDatabaseController controller(context);
+    context.databases = &controller;
+    HistoryTables tables(context, traitsIn(context));
+    const auto file = tables.databaseForIndex(StorageIndex::LongTerm);
+    tables.declareTables(HistoryFile::LongTerm);
+    PeriodSample sample{.items = {}};
+    for (int item = 0; item < items; ++item) {
+        sample.items.push_back({keyOf(item), {.values = {0.5}, .valueCount = 1, .samples = 1}});
+    }
+    const auto insert = [&] {
+        sample.time = static_cast<double>(++sample.sampleID) * period;
+        tables.insertSample(sample, StorageIndex::LongTerm);
+    };
+    for (std::int64_t row = 0; row < state.range(1) * 288; ++row) {
+        insert();
+        if (row % 2000 == 0) {
+            file->commitSync();
+        }
+    }
+    file->commitSync();
+    HistoryPageQuestion question;
+    question.index = StorageIndex::LongTerm;
+    question.key = keyOf(7);
+    const std::string& table = tables.readPlan().tables.at(static_cast<std::size_t>(StorageIndex::LongTerm)).itemTable;
+    std::size_t rows = 0;
+    for (auto _ : state) {
+        if (state.range(0) != 0) {
+            insert();
+            file->commitSync();
+            continue;
+        }
+        file->queryDatabase([&](SQLiteConnection& database) {
+            const auto page = readPage(database, table, tables.readPlan(), question);
+            rows = page ? page->samples.rows.size() : 0;
+        });
+        file->commitSync(); // behind it in the queue
+    }
+    state.counters["rows"] = static_cast<double>(rows);
+    controller.closeAll();
+}
+
+BENCHMARK(longTermOf)
+    ->ArgNames({"write", "days"})
+    ->ArgsProduct({{0, 1}, {1, 365, 1825}})
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond)
+    ->Iterations(100);
 BENCHMARK(rowsByBareSQLite)->UseRealTime()->Unit(benchmark::kMillisecond)->Repetitions(5);
 BENCHMARK(rowsThroughTheCollector)->UseRealTime()->Unit(benchmark::kMillisecond)->Repetitions(5);
 BENCHMARK(secondsOfHistory)->ArgName("history")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
