@@ -32,7 +32,8 @@ class StoreObservation final : public PowerSources::Observation {
 public:
     explicit StoreObservation(std::function<void()> changed) : changed_(std::move(changed))
     {
-        SCDynamicStoreContext context = {.version = 0, .info = this};
+        SCDynamicStoreContext context = {
+            .version = 0, .info = this, .retain = nullptr, .release = nullptr, .copyDescription = nullptr};
         store_ = CFRef<SCDynamicStoreRef>(SCDynamicStoreCreate(
             kCFAllocatorDefault, sessionName().get(),
             [](SCDynamicStoreRef, CFArrayRef, void* self) { static_cast<StoreObservation*>(self)->changed_(); },

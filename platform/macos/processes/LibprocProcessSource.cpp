@@ -180,7 +180,7 @@ bool LibprocProcessSource::readProcess(
     std::int32_t pid, ProcessFields wanted, NameBytes& name, ProcessRecord& record) const
 {
     proc_taskallinfo info{};
-    if (proc_pidinfo(pid, PROC_PIDTASKALLINFO, 0, &info, sizeof(info)) < static_cast<int>(sizeof(info))) {
+    if (proc_pidinfo(pid, PROC_PIDTASKALLINFO, 0, &info, sizeof(info)) < taskAllInfoBytes) {
         return false; // it ended since the list was made
     }
     record.pid = pid;
@@ -226,8 +226,7 @@ ProcessFields LibprocProcessSource::alongWith(ProcessFields wanted) const
 std::optional<std::string> LibprocProcessSource::commandName(std::int32_t pid)
 {
     proc_bsdinfo info{};
-    if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof(info)) < static_cast<int>(sizeof(info))
-        || info.pbi_status == SZOMB) {
+    if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof(info)) < bsdInfoBytes || info.pbi_status == SZOMB) {
         return std::nullopt;
     }
     NameBytes name{};
