@@ -3,6 +3,7 @@
 #include "platform/macos/disks/MacAdapters.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/IORegistryObject.h"
+#include "platform/macos/kernel/SystemCallback.h"
 
 #include <dispatch/dispatch.h>
 
@@ -74,7 +75,7 @@ private:
     static void happened(void* self, io_iterator_t iterator)
     {
         drain(iterator);
-        static_cast<DiskObservation*>(self)->changed_();
+        runCallback(static_cast<DiskObservation*>(self)->changed_);
     }
 
     std::function<void()> changed_;

@@ -5,6 +5,7 @@
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/CFValue.h"
 #include "platform/macos/kernel/ServiceEntry.h"
+#include "platform/macos/kernel/SystemCallback.h"
 
 #include <IOKit/ps/IOPowerSources.h>
 #include <SystemConfiguration/SystemConfiguration.h>
@@ -36,7 +37,9 @@ public:
             .version = 0, .info = this, .retain = nullptr, .release = nullptr, .copyDescription = nullptr};
         store_ = CFRef<SCDynamicStoreRef>(SCDynamicStoreCreate(
             kCFAllocatorDefault, sessionName().get(),
-            [](SCDynamicStoreRef, CFArrayRef, void* self) { static_cast<StoreObservation*>(self)->changed_(); },
+            [](SCDynamicStoreRef, CFArrayRef, void* self) {
+                runCallback(static_cast<StoreObservation*>(self)->changed_);
+            },
             &context));
         if (!store_) {
             return;
