@@ -33,6 +33,7 @@ TEST(InstallationTest, AgreesWithWhatServiceManagersAreGiven)
     ASSERT_NE(file, std::string::npos);
     const std::string plist = packaged("macos/" + onMac.startCommand.substr(file + folder.size()));
     EXPECT_THAT(plist, HasSubstr("<string>org.meridal.daemon</string>"));
+    EXPECT_THAT(plist, HasSubstr("<string>" + onMac.paths.errorLog().string() + "</string>"));
 }
 
 TEST(InstallationTest, IsThatOfTheSystemBuiltFor)

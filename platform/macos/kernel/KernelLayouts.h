@@ -28,6 +28,13 @@ constexpr int taskAllInfoBytes = 232;
 constexpr int bsdInfoBytes = 136;
 static_assert(sizeof(proc_taskallinfo) >= taskAllInfoBytes && sizeof(proc_bsdinfo) >= bsdInfoBytes);
 
+// An entry of kern.proc.all: the kernel writes one behind the other, so here the size counts as well.
+static_assert(sizeof(kinfo_proc) == 648 && offsetof(kinfo_proc, kp_eproc) == 296);
+static_assert(offsetof(extern_proc, p_starttime) == 0 && offsetof(extern_proc, p_stat) == 36);
+static_assert(offsetof(extern_proc, p_pid) == 40 && offsetof(extern_proc, p_nice) == 242);
+static_assert(offsetof(extern_proc, p_comm) == 243 && sizeof(extern_proc::p_comm) == MAXCOMLEN + 1);
+static_assert(offsetof(kinfo_proc, kp_eproc.e_ppid) == 560 && offsetof(kinfo_proc, kp_eproc.e_ucred.cr_uid) == 420);
+
 static_assert(RUSAGE_INFO_V2 == 2 && RUSAGE_INFO_V3 == 3);
 static_assert(sizeof(rusage_info_v2) == 160 && sizeof(rusage_info_v3) == 232); // more comes as another version
 template <typename Usage>
