@@ -51,8 +51,8 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->selfUsage = makeMacSelfUsage(host->processes->timeBase());
     host->userRights = makeMacUserRights();
     host->powerMessages = makeMacPowerMessages(host->limitations);
-    host->powerSources = makeMacPowerSources();
-    host->disks = makeMacDisks();
+    host->powerSources = makeMacPowerSources(runtime);
+    host->disks = makeMacDisks(host->limitations);
     host->sensors = std::make_unique<MacSensorSource>(makeAppleSMCService(), makeHIDSensorServices(),
         host->machine->hasService("FakeSMC") ? SMCOrigin::Emulated : SMCOrigin::Own);
     host->peripherals = makeMacPeripheralBatteries();
