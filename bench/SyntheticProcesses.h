@@ -47,7 +47,7 @@ public:
     }
     double timeBase() const override { return 1e9; }
     double cpuResolution() const override { return 0; }
-    std::size_t nameLimit() const override { return 16; }
+    bool mayBeCut(std::size_t nameBytes) const override { return nameBytes == 16; }
     std::optional<std::string> commandName(std::int32_t) override { return std::nullopt; }
     std::optional<std::string> executablePath(std::int32_t, std::string_view) override { return std::nullopt; }
     std::optional<std::string> bundleLocation(std::int32_t, const ProcessUnit&) override { return std::nullopt; }

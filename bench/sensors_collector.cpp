@@ -33,6 +33,7 @@ public:
             keys[test::FakeSMCService::packed(names.back())] = number % 2 == 0;
         }
     }
+    bool hasCome() override { return true; }
     Handle findService(std::string_view) override { return 1; }
     void releaseService(Handle) override { }
     IOStatus openService(Handle, std::uint32_t, Handle& connection) override

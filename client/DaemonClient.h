@@ -15,9 +15,6 @@
 
 namespace meridal {
 
-/// Where an installed daemon listens.
-inline constexpr const char* defaultDaemonSocket = "/run/meridal/daemon.sock";
-
 /// A connection to the daemon over its Unix socket. Everything happens on the loop's thread; callbacks may call back in
 /// but not destroy the client.
 class DaemonClient {

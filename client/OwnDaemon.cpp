@@ -6,6 +6,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#if __has_include(<libproc.h>)
+#include <libproc.h>
+#endif
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -23,13 +26,37 @@ constexpr int patienceAtEnd = 10'000; // ms
 
 std::string words(int error) { return std::generic_category().message(error); }
 
-/// Beside this program, as in a folder of a build; else its name, to be looked for in PATH.
-std::string programPath()
+#if __has_include(<libproc.h>)
+
+std::filesystem::path ownPath()
+{
+    std::array<char, PROC_PIDPATHINFO_MAXSIZE> path;
+    const int length = proc_pidpath(getpid(), path.data(), path.size());
+    return std::string(path.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+}
+
+#else
+
+/// Where this program lies; empty when that cannot be told.
+std::filesystem::path ownPath()
 {
     std::error_code none;
-    const auto self = std::filesystem::read_symlink("/proc/self/exe", none);
-    const auto beside = self.parent_path() / "meridald";
-    return !none && std::filesystem::exists(beside, none) ? beside.string() : "meridald";
+    return std::filesystem::read_symlink("/proc/self/exe", none);
+}
+
+#endif
+
+/// Beside this program, as in a folder of a build, or where a Mac has it installed; else its name, to be looked for in PATH.
+std::string programPath()
+{
+    const auto folder = ownPath().parent_path();
+    for (const char* beside : {"meridald", "../libexec/meridald"}) {
+        std::error_code none;
+        if (!folder.empty() && std::filesystem::exists(folder / beside, none)) {
+            return folder / beside;
+        }
+    }
+    return "meridald";
 }
 
 } // namespace

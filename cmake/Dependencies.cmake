@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-# Every library from outside, under one name for all hosts. A cross-build for macOS takes the header-only ones from the
-# folder that the toolchain file offers and everything else from the SDK.
+# Every library from outside, under one name for all hosts. On macOS they are headers alone, which a cross-build takes from the
+# folder that the toolchain file offers, and what the system has: libraries of a package manager belong to a user there, and a
+# daemon that is root must not load what its user may write.
 
 find_package(Threads REQUIRED)
 add_library(meridal_threads INTERFACE)
@@ -16,9 +17,16 @@ target_compile_definitions(meridal_dep_asio INTERFACE
   ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_NO_TS_EXECUTORS ASIO_NO_TYPEID)
 target_compile_definitions(meridal_dep_spdlog INTERFACE SPDLOG_FMT_EXTERNAL)
 
-if(APPLE AND CMAKE_CROSSCOMPILING)
-  foreach(name json fmt spdlog asio cli11)
-    target_include_directories(meridal_dep_${name} SYSTEM INTERFACE ${MACOS_THIRD_PARTY_INCLUDE_DIR})
+if(APPLE)
+  set(names json fmt spdlog asio cli11)
+  set(headers nlohmann/json.hpp fmt/format.h spdlog/spdlog.h asio.hpp CLI/CLI.hpp)
+  foreach(name header IN ZIP_LISTS names headers)
+    if(CMAKE_CROSSCOMPILING)
+      set(folder_of_${name} ${MACOS_THIRD_PARTY_INCLUDE_DIR})
+    else()
+      find_path(folder_of_${name} ${header} REQUIRED)
+    endif()
+    target_include_directories(meridal_dep_${name} SYSTEM INTERFACE ${folder_of_${name}})
   endforeach()
   target_compile_definitions(meridal_dep_fmt INTERFACE FMT_HEADER_ONLY)
   target_compile_definitions(meridal_dep_spdlog INTERFACE FMT_HEADER_ONLY)

@@ -229,8 +229,11 @@ void MRDXPCServerConnection::sensors(Value configurations, ValueReply reply)
         const std::vector<double> values = daemon_.services().sensors.sensorValues(understood, powerDetail());
         Value readings = Value::array();
         for (std::size_t index = 0; index < values.size(); ++index) {
-            const Value* key = find(understood[index], "key");
-            readings.push_back({{"value", values[index]}, {"key", key ? *key : Value()}});
+            Value reading{{"value", values[index]}};
+            if (const Value* key = find(understood[index], "key"); key && !key->is_null()) {
+                reading["key"] = *key; // one that has none is told by its place
+            }
+            readings.push_back(std::move(reading));
         }
         reply(std::move(readings));
     });

@@ -119,7 +119,17 @@ void ZAVPowerManager::systemWillSleep(PowerMessages::Token token)
         context_.notifications.post("PowerNotifierSleep", this);
     } catch (const std::exception& error) {
         context_.log.error(fmt::format("before sleep: {}", error.what()));
+    } catch (...) {
+        awaitDelays(
+            number); // what is the host's own kind ends in its adapter, and the sleep is to be allowed all the same
+        throw;
     }
+    awaitDelays(number);
+}
+
+/// Ends the delay of the delegates themselves, and waits for those that they have asked for, but not for ever.
+void ZAVPowerManager::awaitDelays(std::uint64_t number)
+{
     endDelay(number);
     if (pending_) {
         patience_ = context_.runtime.startTimer(context_.runtime.mainQueue(), {.first = longestDelay}, [this] {

@@ -72,6 +72,7 @@ private:
     void systemHasPoweredOn();
     void beginSleep();
     void endSleep();
+    void awaitDelays(std::uint64_t number);
     void endDelay(std::uint64_t number);
     void allowPending();
     void tellDelegates(void (ZAVPowerManagerDelegate::*what)());

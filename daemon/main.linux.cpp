@@ -2,6 +2,7 @@
 #include "daemon/main.h"
 
 #include "base/AsioRuntime.h"
+#include "base/Installation.h"
 #include "platform/Context.h"
 #include "platform/linux/LinuxHost.h"
 #include "platform/linux/kernel/ProgramPages.h"
@@ -22,7 +23,7 @@ namespace meridal {
 namespace {
 
 /// A folder that the service manager made for us, or the usual one. The manager may pass several, divided by colons.
-std::filesystem::path folder(const char* variable, const char* usual)
+std::filesystem::path folder(const char* variable, const std::filesystem::path& usual)
 {
     const char* given = std::getenv(variable);
     if (!given || !*given) {
@@ -47,10 +48,11 @@ std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices& choices)
 
 Paths defaultPaths()
 {
-    return {.support = folder("STATE_DIRECTORY", "/var/lib/meridal"),
-        .logs = folder("LOGS_DIRECTORY", "/var/log/meridal"),
-        .run = folder("RUNTIME_DIRECTORY", "/run/meridal"),
-        .configuration = folder("CONFIGURATION_DIRECTORY", "/etc/meridal")};
+    const Paths& usual = installation().paths;
+    return {.support = folder("STATE_DIRECTORY", usual.support),
+        .logs = folder("LOGS_DIRECTORY", usual.logs),
+        .run = folder("RUNTIME_DIRECTORY", usual.run),
+        .configuration = folder("CONFIGURATION_DIRECTORY", usual.configuration)};
 }
 
 std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context&, ListenerDelegate&) { return {}; }

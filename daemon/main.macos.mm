@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/main.h"
 
+#include "base/Installation.h"
 #include "daemon/transport/XPCListener.h"
 #include "platform/Context.h"
 #include "platform/macos/MacHost.h"
@@ -25,13 +26,7 @@ std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<DispatchRuntime
 
 std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices&) { return makeMacHost(runtime); }
 
-Paths defaultPaths()
-{
-    return {.support = "/Library/Application Support/Meridal 6",
-        .logs = "/Library/Logs/Meridal/Daemon",
-        .run = "/var/run/meridal",
-        .configuration = "/etc/meridal"};
-}
+Paths defaultPaths() { return installation().paths; }
 
 std::vector<std::unique_ptr<Listener>> makeNativeListeners(Context& context, ListenerDelegate& delegate)
 {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "exporter/ExporterOptions.h"
 
+#include "base/Installation.h"
 #include "base/Text.h"
-#include "client/DaemonClient.h"
 #include "exporter/HttpServer.h"
 #include "wire/Version.h"
 
@@ -31,7 +31,7 @@ void printFiltered(std::ostream& stream, const std::string& text)
 std::variant<ExporterOptions, int> parseExporterOptions(int count, const char* const* argv)
 {
     ExporterOptions options;
-    options.socketPath = defaultDaemonSocket;
+    options.socketPath = installation().paths.socket();
     CLI::App app("Serves what meridald measures to Prometheus and its kin.", "meridal-exporter");
     app.add_option(
            "--listen", options.listen, "ADDRESS:PORT, with an IPv6 address in brackets, or unix:/PATH; may be repeated")
@@ -42,7 +42,7 @@ std::variant<ExporterOptions, int> parseExporterOptions(int count, const char* c
     app.add_option("--socket", options.socketPath, "The daemon's socket")
         ->envname("MERIDAL_SOCKET")
         ->type_name("PATH")
-        ->default_str(defaultDaemonSocket);
+        ->default_str(installation().paths.socket().string());
     app.add_option("--groups", options.metrics.groups, "Applications with figures of their own; 0: none have any")
         ->check(CLI::Range(std::size_t{0}, mostMetricGroups))
         ->type_name("N")

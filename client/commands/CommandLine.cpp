@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/commands/CommandLine.h"
 
+#include "base/Installation.h"
 #include "base/Text.h"
-#include "client/DaemonClient.h"
 #include "client/check/CheckReport.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Help.h"
@@ -68,7 +68,7 @@ void addGlobals(CLI::App& app, CommandLine& line)
     app.add_option("--socket", line.socketPath, "The daemon's socket")
         ->envname("MERIDAL_SOCKET")
         ->type_name("PATH")
-        ->default_str(defaultDaemonSocket);
+        ->default_str(installation().paths.socket().string());
     Syntax globals(app);
     globals.choice(
         "--color", line.colour, {"auto", "always", "never"}, "Whether to colour text; auto respects NO_COLOR");
@@ -254,7 +254,7 @@ Syntax Grammar::add(const std::string& name, const std::string& description, Com
 std::variant<CommandLine, int> parseCommandLine(int count, const char* const* argv)
 {
     CommandLine line;
-    line.socketPath = defaultDaemonSocket;
+    line.socketPath = installation().paths.socket();
     CLI::App app("The command line of meridald, the system monitor's daemon.", "meridalctl");
     arrangeHelp(app);
     addGlobals(app, line);

@@ -35,10 +35,10 @@ std::optional<double> startOf(pid_t pid)
 {
     constexpr double microsecond = 1e-6;
     proc_bsdinfo info{};
-    const int size = proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof(info));
-    return size == static_cast<int>(sizeof(info)) ? std::optional(
-               static_cast<double>(info.pbi_start_tvsec) + static_cast<double>(info.pbi_start_tvusec) * microsecond)
-                                                  : std::nullopt;
+    if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof(info)) <= 0) {
+        return std::nullopt; // it ended, or is another user's
+    }
+    return static_cast<double>(info.pbi_start_tvsec) + static_cast<double>(info.pbi_start_tvusec) * microsecond;
 }
 
 #else

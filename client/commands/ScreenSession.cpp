@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/commands/ScreenSession.h"
 
+#include "base/Installation.h"
 #include "base/Text.h"
 #include "client/commands/ProcessActions.h"
 #include "client/panels/Panels.h"
@@ -127,8 +128,8 @@ Lines ScreenSession::waitingLines() const
         columns);
     appendLines(lines,
         wrappedLines(Style::Plain,
-            "Start it with \"systemctl start meridald\", or leave with q and type "
-            "\"meridalctl screen --spawn\" for one of your own while you look.",
+            "Start it with \"" + installation().startCommand
+                + "\", or leave with q and type \"meridalctl screen --spawn\" for one of your own while you look.",
             0, columns));
     appendLines(lines, wrappedLines(Style::Faint, "This screen goes on as soon as there is one.", 0, columns));
     return lines;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "client/commands/Session.h"
 
+#include "base/Installation.h"
+
 #include <fmt/format.h>
 
 #include <csignal>
@@ -22,8 +24,8 @@ int Session::run(const Task& task)
             return;
         }
         fail(exitStatus::noDaemon,
-            fmt::format("no daemon at {} ({}); start it with \"meridald --root DIR\" or \"systemctl start meridald\"",
-                client_.socketPath(), outcome.error().message));
+            fmt::format("no daemon at {} ({}); start it with \"meridald --root DIR\" or \"{}\"", client_.socketPath(),
+                outcome.error().message, installation().startCommand));
     });
     loop_.run();
     return status_;

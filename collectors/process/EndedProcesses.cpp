@@ -73,7 +73,7 @@ void ProcessStatCollector::nameEnded(Item& item, const std::string& name)
 {
     item.commandName = name;
     std::string shown = validUtf8(name);
-    const bool mayBeCut = name.size() == context().host.processes->nameLimit();
+    const bool mayBeCut = context().host.processes->mayBeCut(name.size());
     item.setName(mayBeCut ? guessedName(std::move(shown)) : std::move(shown));
 }
 

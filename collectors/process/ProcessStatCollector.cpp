@@ -240,7 +240,7 @@ void ProcessStatCollector::nameProcess(Item& item, const ProcessRecord& record)
         item.loadedName = true;
         return;
     }
-    const bool mayBeCut = record.name.size() == context().host.processes->nameLimit();
+    const bool mayBeCut = context().host.processes->mayBeCut(record.name.size());
     if (mayBeCut) {
         // Programs share cut names ("desktop-portal-" is several), so a cached one only stands in until the process
         // itself is asked, before it is first shown.
@@ -311,14 +311,14 @@ std::optional<std::string> ProcessStatCollector::askFullName(std::int32_t pid, c
     const auto path = context().host.processes->executablePath(pid, shortName);
     auto full = path ? lastComponent(*path) : std::nullopt;
     if (full && !shortName.empty()) {
-        nameCache_.store(shortName, *full);
+        nameCache_.store(validUtf8(shortName), *full);
     }
     return full;
 }
 
 std::string ProcessStatCollector::nameForPid(std::int32_t pid, const std::string& defaultName)
 {
-    return askFullName(pid, defaultName).value_or(defaultName);
+    return askFullName(pid, defaultName).value_or(validUtf8(defaultName));
 }
 
 /// Makes a name that may be cut final.
@@ -328,8 +328,7 @@ void ProcessStatCollector::loadName(Item& item)
         return;
     }
     item.loadedName = true;
-    // The short name again: a cached name that stands in for it begins with it.
-    if (auto full = askFullName(item.pid, std::string(item.name().substr(0, context().host.processes->nameLimit())))) {
+    if (auto full = askFullName(item.pid, std::string(std::string_view(item.commandName)))) {
         item.setName(*std::move(full));
     }
 }
@@ -342,8 +341,8 @@ std::optional<std::string> ProcessStatCollector::nameOfUnseen(std::int32_t pid)
     if (!command) {
         return std::nullopt;
     }
-    const bool isFinal = !command->empty() && command->size() != source.nameLimit();
-    return isFinal ? validUtf8(*command) : nameForPid(pid, validUtf8(*command));
+    const bool isFinal = !command->empty() && !source.mayBeCut(command->size());
+    return isFinal ? validUtf8(*command) : nameForPid(pid, *command);
 }
 
 /// Of an application only the first process: what is started in an editor's terminal has a name of its own.

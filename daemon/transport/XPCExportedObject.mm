@@ -29,7 +29,9 @@ public:
         ++counters_->requests;
         const std::lock_guard lock(mutex_);
         if (connection_) {
-            call(static_cast<DaemonProtocol&>(*connection_));
+            @autoreleasepool {
+                call(static_cast<DaemonProtocol&>(*connection_));
+            }
         }
     }
 
@@ -54,7 +56,8 @@ public:
     }
 
     Value array(id object) { return argument(object, NSArray.class, Value::array()); }
-    Value dictionary(id object) { return argument(object, NSDictionary.class, Value::object()); }
+    /// Of any kind, or none.
+    Value anything(id object) { return object ? argument(object, NSObject.class, Value()) : Value(); }
     std::string text(id object) { return argument(object, NSString.class, "").get<std::string>(); }
 
     void countBadRequest() { ++counters_->badRequests; }
@@ -278,22 +281,22 @@ using meridal::Value;
 
 #pragma mark Fans
 
-- (void)setFanSet:(NSDictionary*)set
+- (void)setFanSet:(id)set
 {
-    _gate->pass([&](auto& daemon) { daemon.setFanSet(_gate->dictionary(set)); });
+    _gate->pass([&](auto& daemon) { daemon.setFanSet(_gate->anything(set)); });
 }
 
-- (void)setT2FanConfig:(NSDictionary*)config reply:(void (^)(NSDictionary*))reply
+- (void)setT2FanConfig:(id)config reply:(void (^)(NSDictionary*))reply
 {
     if ([self canReplyTo:reply]) {
         _gate->pass(
-            [&](auto& daemon) { daemon.setT2FanConfig(_gate->dictionary(config), meridal::dictionaryReply(reply)); });
+            [&](auto& daemon) { daemon.setT2FanConfig(_gate->anything(config), meridal::dictionaryReply(reply)); });
     }
 }
 
-- (void)setT2FanSet:(NSDictionary*)set
+- (void)setT2FanSet:(id)set
 {
-    _gate->pass([&](auto& daemon) { daemon.setT2FanSet(_gate->dictionary(set)); });
+    _gate->pass([&](auto& daemon) { daemon.setT2FanSet(_gate->anything(set)); });
 }
 
 - (void)stopT2Fans:(void (^)(NSDictionary*))reply

@@ -21,12 +21,10 @@
 
 namespace {
 
-/// For the methods whose arguments or replies hold collections of collections. A position that the system does not
-/// accept raises; the others are still worth having.
-void allowClasses(NSXPCInterface* interface, SEL selector, BOOL ofReply)
+/// For the first argument of a method or its reply. A position that the system does not accept raises; the others are still
+/// worth having.
+void allowClasses(NSSet<Class>* classes, NSXPCInterface* interface, SEL selector, BOOL ofReply)
 {
-    NSSet<Class>* classes =
-        [NSSet setWithObjects:NSDictionary.class, NSArray.class, NSString.class, NSNumber.class, nil];
     @try {
         [interface setClasses:classes forSelector:selector argumentIndex:0 ofReply:ofReply];
     } @catch (NSException*) {
@@ -36,12 +34,20 @@ void allowClasses(NSXPCInterface* interface, SEL selector, BOOL ofReply)
 NSXPCInterface* exportedInterface()
 {
     NSXPCInterface* interface = [NSXPCInterface interfaceWithProtocol:@protocol(DaemonProtocol)];
+    // Their arguments and replies hold collections of collections.
+    NSSet<Class>* classes =
+        [NSSet setWithObjects:NSDictionary.class, NSArray.class, NSString.class, NSNumber.class, nil];
     for (SEL selector : {
              @selector(sensors:reply:), @selector(supportedFans:reply:), @selector(supportedSensors:reply:),
                  @selector(armSensors:reply:)
          }) {
-        allowClasses(interface, selector, NO);
-        allowClasses(interface, selector, YES);
+        allowClasses(classes, interface, selector, NO);
+        allowClasses(classes, interface, selector, YES);
+    }
+    // Theirs are declared as any object, of which the decoder wants to be told what may come: all that a property list has.
+    classes = [classes setByAddingObjectsFromArray:@[ NSData.class, NSDate.class, NSNull.class ]];
+    for (SEL selector : { @selector(setFanSet:), @selector(setT2FanSet:), @selector(setT2FanConfig:reply:) }) {
+        allowClasses(classes, interface, selector, NO);
     }
     return interface;
 }

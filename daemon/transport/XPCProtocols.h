@@ -23,9 +23,9 @@
 - (void)refreshDHCP:(NSString*)interfaceName;
 - (void)toggleAirPortPower;
 - (void)setNetworkSet:(NSString*)identifier;
-- (void)setFanSet:(NSDictionary*)set;
-- (void)setT2FanConfig:(NSDictionary*)config reply:(void (^)(NSDictionary*))reply;
-- (void)setT2FanSet:(NSDictionary*)set;
+- (void)setFanSet:(id)set;
+- (void)setT2FanConfig:(id)config reply:(void (^)(NSDictionary*))reply;
+- (void)setT2FanSet:(id)set;
 - (void)stopT2Fans:(void (^)(NSDictionary*))reply;
 - (void)startT2Fans:(void (^)(NSDictionary*))reply;
 - (void)finalizeT2Fans:(void (^)(NSDictionary*))reply;

@@ -9,8 +9,9 @@
 
 namespace meridal {
 
-/// A value as property-list objects (NSNull for null). Numbers keep their kind; text that is not UTF-8 is replaced
-/// byte by byte. Nesting beyond maximumNesting becomes NSNull. Never nil.
+/// A value as property-list objects. Numbers keep their kind; text that is not UTF-8 is replaced byte by byte. What is null
+/// or nests beyond maximumNesting is left out of arrays and dictionaries: NSNull is in no list of classes that a connection
+/// decodes, and would cost the client the whole message. Such a value itself is NSNull. Never nil.
 id objectFromValue(const Value& value);
 
 /// The value of an object that a client sent. NSDictionary with string keys, NSArray, NSString, NSNumber and NSNull;

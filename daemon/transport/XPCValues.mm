@@ -27,7 +27,10 @@ NSArray* arrayFromValue(const Value& value, int depth)
 {
     NSMutableArray* array = [NSMutableArray arrayWithCapacity:value.size()];
     for (const Value& element : value) {
-        [array addObject:objectAtDepth(element, depth + 1)];
+        id object = objectAtDepth(element, depth + 1);
+        if (object != NSNull.null) {
+            [array addObject:object];
+        }
     }
     return array;
 }
@@ -36,7 +39,10 @@ NSDictionary* dictionaryFromValue(const Value& value, int depth)
 {
     NSMutableDictionary* dictionary = [NSMutableDictionary dictionaryWithCapacity:value.size()];
     for (const auto& entry : value.items()) {
-        dictionary[stringFromText(entry.key())] = objectAtDepth(entry.value(), depth + 1);
+        id object = objectAtDepth(entry.value(), depth + 1);
+        if (object != NSNull.null) {
+            dictionary[stringFromText(entry.key())] = object;
+        }
     }
     return dictionary;
 }

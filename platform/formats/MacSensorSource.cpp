@@ -6,7 +6,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 namespace meridal {
@@ -15,6 +17,9 @@ namespace {
 
 /// A fan's keys hold its number as one hexadecimal digit.
 constexpr std::size_t mostFans = 16;
+
+/// How often the event system is waited for before the SMC is taken to be alone.
+constexpr int mostLateLooks = 10;
 
 /// So that no service's name passes for a key of the SMC.
 constexpr std::string_view servicePrefix = "HID/";
@@ -47,9 +52,24 @@ SensorKind kindOfLetter(char letter)
 constexpr std::size_t mostKeys = 4096;
 constexpr std::size_t mostSensors = 512;
 
+/// Of the whole machine, from the mains, of the processor package, its cores and its graphics, of graphics cards and of the
+/// battery, as far as a machine has them.
+constexpr std::array powerKeys = {"PSTR", "PDTR", "PCPT", "PCPC", "PCPG", "PG0R", "PG1R", "PPBR"};
+
 /// What keys read whose sensor is not fitted lies outside, °C.
 constexpr float coldest = 0;
 constexpr float hottest = 130;
+
+/// What a key of a type with a fraction reads; absent for counters, flags and settings.
+std::optional<float> fractionOf(SensorSMCController& smc, SMCOrigin origin, const std::string& key)
+{
+    SMCKeyValue data;
+    smc.dataForKey(key, data);
+    const std::string_view type(data.dataType.data(), 4);
+    const bool isFraction = type.starts_with("sp") || type.starts_with("fp") || type == "flt ";
+    const float value = isFraction ? convertSMCData(data, origin) : 0;
+    return isFraction && !smc.lastReadFailed() && std::isfinite(value) ? std::optional(value) : std::nullopt;
+}
 
 bool looksLikeSensor(SensorSMCController& smc, SMCOrigin origin, const std::string& key)
 {
@@ -57,17 +77,8 @@ bool looksLikeSensor(SensorSMCController& smc, SMCOrigin origin, const std::stri
     if (key.empty() || letters.find(key.front()) == std::string_view::npos) {
         return false;
     }
-    SMCKeyValue data;
-    smc.dataForKey(key, data);
-    const std::string_view type(data.dataType.data(), 4);
-    if (!type.starts_with("sp") && !type.starts_with("fp") && type != "flt ") {
-        return false; // counters, flags and settings
-    }
-    const float value = convertSMCData(data, origin);
-    if (smc.lastReadFailed() || !std::isfinite(value) || value == 0) {
-        return false;
-    }
-    return key.front() != 'T' || (value > coldest && value < hottest);
+    const auto value = fractionOf(smc, origin, key);
+    return value && *value != 0 && (key.front() != 'T' || (*value > coldest && *value < hottest));
 }
 
 /// The keys of an SMC that are sensors by their looks: the first letter of temperatures, voltages, currents or powers, a
@@ -101,8 +112,13 @@ MacSensorSource::~MacSensorSource() { smc_.close(); }
 
 std::uint64_t MacSensorSource::generation()
 {
-    if (records_.empty()) {
-        look(arm_.sensors());
+    openSMC();
+    if (records_.empty() || (smc_.connection() != 0 && !hasLookedAtSMC_)) {
+        const std::vector<ARMSensor> services = arm_.sensors();
+        // Without an answer there is no telling whether the SMC is alone. One that never comes is not waited for.
+        if (!services_->isLate() || ++lateLooks_ > mostLateLooks) {
+            look(services);
+        }
     }
     return generation_;
 }
@@ -123,21 +139,50 @@ void MacSensorSource::look(const std::vector<ARMSensor>& services)
             records_.push_back(std::move(record));
         }
     }
-    if (before == 0) {
-        smc_.openIfNeeded();
-        if (records_.empty() && origin_ == SMCOrigin::Own) {
-            for (std::string& key : sensorKeysByLooks(smc_, origin_)) {
-                records_.push_back(recordOf(key, key, kindOfLetter(key.front())));
-            }
-        }
-        addFans();
+    openSMC();
+    if (smc_.connection() != 0 && (before == 0 || !hasLookedAtSMC_)) {
+        addKeys(records_.empty());
+        hasLookedAtSMC_ = addFans();
     }
     generation_ += records_.size() != before ? 1U : 0U;
 }
 
-void MacSensorSource::addFans()
+/// One that was not there is looked for again when its driver has come: asking for it costs a walk through the registry.
+void MacSensorSource::openSMC()
 {
-    const double count = readKey("FNum").value.value_or(0);
+    if (smc_.connection() == 0 && (driver_->hasCome() || isRefused_)) {
+        isRefused_ = smc_.open() == IOStatus::Error;
+    }
+}
+
+/// Alone, it is searched for sensors. Services tell of no power, and to search beside them would list temperatures twice.
+void MacSensorSource::addKeys(bool isAlone)
+{
+    if (origin_ != SMCOrigin::Own) {
+        return;
+    }
+    std::vector<std::string> found;
+    if (isAlone) {
+        found = sensorKeysByLooks(smc_, origin_);
+    } else {
+        std::copy_if(powerKeys.begin(), powerKeys.end(), std::back_inserter(found),
+            [&](const char* key) { return fractionOf(smc_, origin_, key).has_value(); }); // 0 on the battery, for one
+    }
+    for (const std::string& key : found) {
+        if (!withKey(records_, key)) {
+            records_.push_back(recordOf(key, key, kindOfLetter(key.front())));
+        }
+    }
+}
+
+/// Whether it is known by now how many there are: an SMC that is busy is asked again.
+bool MacSensorSource::addFans()
+{
+    const SensorReading number = readKey("FNum");
+    if (smc_.lastKeyIsUnknown() || (number.isThere && !number.value && smc_.lastReadFailed())) {
+        return false;
+    }
+    const double count = number.value.value_or(0);
     for (std::size_t fan = 0; fan < mostFans && static_cast<double>(fan) < count; ++fan) {
         const std::string prefix = fmt::format("F{:X}", fan);
         SensorRecord record = recordOf(prefix + "Ac", fmt::format("Fan {}", fan + 1), SensorKind::Fan);
@@ -148,10 +193,11 @@ void MacSensorSource::addFans()
             record.mayStandStill = true;
             record.isNameless = false;
         }
-        if (!record.label.empty()) {
+        if (!record.label.empty() && !withKey(records_, record.key)) {
             records_.push_back(std::move(record));
         }
     }
+    return true;
 }
 
 /// An emulated SMC keeps a fan's name among its bytes.
@@ -184,7 +230,7 @@ SensorReading MacSensorSource::readKey(const std::string& key)
 
 std::vector<SensorReading> MacSensorSource::read(std::span<const std::string> keys)
 {
-    smc_.openIfNeeded();
+    openSMC();
     std::optional<std::vector<ARMSensor>> services; // enumerated once for all
     std::vector<SensorReading> readings;
     for (const std::string& key : keys) {
@@ -194,7 +240,9 @@ std::vector<SensorReading> MacSensorSource::read(std::span<const std::string> ke
         }
         if (!services) {
             services = arm_.sensors();
-            look(*services);
+            if (!services_->isLate()) {
+                look(*services);
+            }
         }
         const auto found = std::find_if(services->begin(), services->end(), [&](const ARMSensor& service) {
             return std::string_view(key).substr(servicePrefix.size()) == service.key;

@@ -16,7 +16,7 @@
 namespace meridal {
 
 /// The sensors of a Mac: the services of the HID event system and averages over them, else the keys of the SMC that look
-/// like sensors; and the SMC's fans. Any key of the SMC can be read by its four characters. Main queue only.
+/// like sensors; with services, those of its power that are known by name; and the SMC's fans. Any key of the SMC can be read by its four characters. Main queue only.
 class MacSensorSource final : public SensorSource {
 public:
     MacSensorSource(std::unique_ptr<SMCService> driver, std::unique_ptr<SensorServices> services, SMCOrigin origin);
@@ -30,7 +30,9 @@ public:
 
 private:
     void look(const std::vector<ARMSensor>& services);
-    void addFans();
+    void openSMC();
+    void addKeys(bool isAlone);
+    bool addFans();
     std::string fanNameFromID(const std::string& prefix);
     SensorReading readKey(const std::string& key);
 
@@ -40,6 +42,9 @@ private:
     SensorSMCController smc_;
     SensorsARMController arm_;
     std::vector<SensorRecord> records_; ///< empty: nothing has been found so far
+    bool isRefused_ = false;            ///< by an SMC that is there
+    int lateLooks_ = 0;                 ///< at services that did not answer
+    bool hasLookedAtSMC_ = false;       ///< for what it has beside services
     std::uint64_t generation_ = 0;
 };
 

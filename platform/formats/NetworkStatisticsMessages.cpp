@@ -16,6 +16,7 @@ constexpr std::size_t sourceAt = 16;
 constexpr std::uint64_t requireSourceAdded = 0x200000;
 constexpr std::uint8_t protocolTcp = 6;
 constexpr std::uint8_t protocolUdp = 17;
+constexpr std::uint32_t providerQuic = 8; ///< of programs that bring QUIC themselves; described as TCP is
 
 /// A descriptor of one protocol inside a description.
 struct DescriptorLayout {
@@ -42,10 +43,11 @@ struct ReleaseLayout {
 
 const ReleaseLayout& layoutOfRelease(StatisticsFormat format)
 {
-    static constexpr std::array<ReleaseLayout, 6> layouts = {{
+    static constexpr std::array<ReleaseLayout, 7> layouts = {{
         {4, 20, 16, 0, 20, 24, 20, 20, 24, 132, 20, {124, 0}, {80, 0}},
         {4, 28, 16, 0, 20, 24, 20, 20, 24, 132, 20, {124, 0}, {80, 0}},
         {8, 56, 16, 20, 24, 28, 20, 32, 36, 144, 32, {124, 0}, {80, 0}},
+        {8, 56, 32, 16, 24, 32, 16, 32, 40, 144, 32, {100, 108}, {128, 56}},
         {8, 56, 32, 16, 24, 32, 16, 32, 40, 144, 32, {100, 108}, {128, 56}},
         {8, 56, 32, 16, 24, 32, 16, 32, 40, 144, 32, {116, 124}, {128, 56}},
         {8, 56, 32, 16, 24, 32, 16, 32, 40, 144, 32, {116, 124}, {128, 56}},
@@ -93,7 +95,8 @@ std::optional<SourceDescription> parseDescription(StatisticsFormat format, Messa
         return std::nullopt;
     }
     // A later release may append fields, but the ones that are read have to be there.
-    const DescriptorLayout& descriptor = description.protocol == protocolTcp ? layout.tcp : layout.udp;
+    const bool isAsTcp = description.protocol == protocolTcp || provider == providerQuic;
+    const DescriptorLayout& descriptor = isAsTcp ? layout.tcp : layout.udp;
     const MessageBytes data = message.subspan(layout.descriptionData);
     if (data.size() < std::max(descriptor.pid, descriptor.local) + 4) {
         return std::nullopt;
@@ -114,6 +117,7 @@ StatisticsFormat statisticsFormatOf(const SystemRelease& release)
     return isAtLeast(14, 0) ? Release14
         // 11 calls itself 10.16 to programs that were built for older systems
         : isAtLeast(10, 16) ? Release11
+        : isAtLeast(10, 15) ? Release10_15
         : isAtLeast(10, 13) ? Release10_13
         : isAtLeast(10, 12) ? Release10_12
         : isAtLeast(10, 11) ? Release10_11
@@ -123,9 +127,12 @@ StatisticsFormat statisticsFormatOf(const SystemRelease& release)
 std::span<const std::uint32_t> statisticsProviders(StatisticsFormat format)
 {
     static constexpr std::array<std::uint32_t, 2> old = {3, 2};
-    static constexpr std::array<std::uint32_t, 4> current = {
-        3, 2, 5, 4}; // TCP, then UDP; of programs, then the kernel's
-    return format < StatisticsFormat::Release10_12 ? std::span<const std::uint32_t>(old) : current;
+    // TCP, then UDP; of programs, then the kernel's
+    static constexpr std::array<std::uint32_t, 5> current = {3, 2, 5, 4, providerQuic};
+    if (format < StatisticsFormat::Release10_12) {
+        return old;
+    }
+    return std::span(current).first(format < StatisticsFormat::Release10_15 ? 4 : 5);
 }
 
 std::uint8_t protocolOfProvider(StatisticsFormat format, std::uint32_t provider)
@@ -133,9 +140,10 @@ std::uint8_t protocolOfProvider(StatisticsFormat format, std::uint32_t provider)
     if (format < StatisticsFormat::Release10_12) {
         return provider == 2 ? protocolTcp : provider == 3 ? protocolUdp : std::uint8_t{0};
     }
-    return provider == 2 || provider == 3 ? protocolTcp
-        : provider == 4 || provider == 5  ? protocolUdp
-                                          : std::uint8_t{0};
+    const bool isQuic = provider == providerQuic && format >= StatisticsFormat::Release10_15;
+    return provider == 2 || provider == 3          ? protocolTcp
+        : provider == 4 || provider == 5 || isQuic ? protocolUdp
+                                                   : std::uint8_t{0};
 }
 
 std::vector<std::uint8_t> encodeAddAllSources(StatisticsFormat format, std::uint32_t provider)

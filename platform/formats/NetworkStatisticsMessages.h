@@ -18,7 +18,8 @@ enum class StatisticsFormat : std::uint8_t {
     Release10_10,
     Release10_11,
     Release10_12,
-    Release10_13, ///< to 10.15
+    Release10_13, ///< and 10.14
+    Release10_15, ///< the same, with a provider of QUIC
     Release11,    ///< to 13
     Release14,    ///< and later
 };
@@ -39,7 +40,7 @@ enum class StatisticsType : std::uint32_t {
 
 /// Sources of one kind. The numbers changed their meaning: 2 was TCP and 3 UDP until 10.11.
 std::span<const std::uint32_t> statisticsProviders(StatisticsFormat format);
-/// What a provider counts: 6 TCP, 17 UDP; 0 for others.
+/// What a provider counts: 6 TCP, 17 UDP, of which QUIC is; 0 for others.
 std::uint8_t protocolOfProvider(StatisticsFormat format, std::uint32_t provider);
 
 /// Requests.

@@ -26,6 +26,8 @@ public:
 
     virtual ~SMCService() = default;
 
+    /// Whether the driver may have come since the last question: so at the first one, and after each match of its class.
+    virtual bool hasCome() = 0;
     /// The first service of a class ("AppleSMC"), to be given back with releaseService(); 0 when there is none.
     virtual Handle findService(std::string_view serviceClass) = 0;
     virtual void releaseService(Handle service) = 0;

@@ -155,15 +155,20 @@ SMCParamRecord SensorSMCController::request(SMCCommand command, const std::strin
 
 SensorSMCController::KeyInfo SensorSMCController::infoForKey(const std::string& key)
 {
+    lastKeyIsUnknown_ = false;
     if (const auto entry = keyCache_.find(key); entry != keyCache_.end()) {
         return entry->second;
     }
     SMCParamRecord input = request(SMCCommand::ReadKeyInfo, key);
     input.dataSize = sizeInKeyInfo;
     SMCParamRecord output;
-    processInput(input, output);
+    const IOStatus status = processInput(input, output);
     KeyInfo info{.type = typeText(output.dataType), .size = static_cast<int>(output.dataSize)};
-    if (keyCache_.size() < mostCachedKeys && key.size() <= longestCachedKey) {
+    // Only what the SMC says is remembered: one that is busy, as at the start, would take the key away for ever.
+    lastKeyIsUnknown_ = status != IOStatus::Success
+        || (output.result != static_cast<std::uint8_t>(SMCResult::Success)
+            && output.result != static_cast<std::uint8_t>(SMCResult::KeyNotFound));
+    if (!lastKeyIsUnknown_ && keyCache_.size() < mostCachedKeys && key.size() <= longestCachedKey) {
         keyCache_.emplace(key, info);
     }
     return info;

@@ -59,6 +59,8 @@ public:
 
     /// Whether the driver or the SMC failed at the latest read: its zeros are then no measurement.
     bool lastReadFailed() const { return lastReadFailed_; }
+    /// Whether it was not even learnt if there is such a key. It is asked again the next time.
+    bool lastKeyIsUnknown() const { return lastKeyIsUnknown_; }
 
     SMCService::Handle connection() const { return connection_; } ///< 0 while closed
     bool debug() const { return debug_; }                         ///< whether keys that are none are logged
@@ -84,6 +86,7 @@ private:
     SMCService::Handle connection_ = 0;
     bool debug_ = false;
     bool lastReadFailed_ = false;
+    bool lastKeyIsUnknown_ = false;
     KeyCache keyCache_;
 };
 

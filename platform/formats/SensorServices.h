@@ -30,6 +30,8 @@ public:
     virtual ~SensorServices() = default;
     /// Every matching service, in the system's order. Empty without such services.
     virtual std::vector<SensorServiceReading> read(const SensorServiceQuery& query) = 0;
+    /// Whether the system has not answered the latest reading in time: then an empty one means nothing.
+    virtual bool isLate() const { return false; }
 };
 
 } // namespace meridal

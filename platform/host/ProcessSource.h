@@ -85,7 +85,7 @@ struct ProcessRecord {
 };
 
 /// The process table of this host. Used on one queue at a time.
-/// macOS: proc_listallpids, proc_pidinfo, proc_pid_rusage, task_info. Linux: /proc.
+/// macOS: kern.proc.all, proc_pidinfo, proc_pid_rusage, task_info. Linux: /proc.
 class ProcessSource {
 public:
     virtual ~ProcessSource() = default;
@@ -109,8 +109,8 @@ public:
     virtual double cpuResolution() const = 0;
     /// When a process started, s since 1970; 0 when that cannot be told.
     virtual double startTime(std::uint64_t) const { return 0; }
-    /// Length in bytes at which the kernel may have cut a name: 16 on macOS, 15 on Linux.
-    virtual std::size_t nameLimit() const = 0;
+    /// Whether the kernel may have cut a name of so many bytes: one of 15 on Linux; on macOS of 16 (command names) and 31.
+    virtual bool mayBeCut(std::size_t nameBytes) const = 0;
 
     /// A path whose last component is the full name of the program that a process runs. `name` is what the table says.
     /// Raw bytes. Absent when the process is gone, has no such thing (kernel threads) or may not be asked.

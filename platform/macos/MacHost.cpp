@@ -46,13 +46,13 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->fileSystems = makeMacFileSystems();
     host->processes = makeLibprocProcessSource(host->machine->systemRelease(), *host->limitations);
     host->processVisibility = std::make_unique<OpenProcessTable>();
-    host->display = makeWindowServerDisplayInfo(*host->limitations);
+    host->display = makeWindowServerDisplayInfo(host->limitations);
     host->distributedNotifications = std::make_unique<DistributedCenter>(runtime);
     host->selfUsage = makeMacSelfUsage(host->processes->timeBase());
     host->userRights = makeMacUserRights();
     host->powerMessages = makeMacPowerMessages(host->limitations);
-    host->powerSources = makeMacPowerSources();
-    host->disks = makeMacDisks();
+    host->powerSources = makeMacPowerSources(runtime);
+    host->disks = makeMacDisks(host->limitations);
     host->sensors = std::make_unique<MacSensorSource>(makeAppleSMCService(), makeHIDSensorServices(),
         host->machine->hasService("FakeSMC") ? SMCOrigin::Emulated : SMCOrigin::Own);
     host->peripherals = makeMacPeripheralBatteries();

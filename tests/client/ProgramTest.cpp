@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "base/Installation.h"
 #include "client/screen/WallClock.h"
 #include "tests/client/FakeDaemon.h"
 #include "tests/support/TemporaryTree.h"
@@ -115,7 +116,7 @@ TEST_F(ProgramTest, WithoutADaemonOneLineSaysHowToStartIt)
         EXPECT_EQ(outcome.status, "2\n");
         EXPECT_EQ(outcome.out, "");
         EXPECT_THAT(outcome.err, StartsWith("meridalctl: no daemon at " + socket + " (No such file or directory); "));
-        EXPECT_THAT(outcome.err, HasSubstr("meridald --root DIR"));
+        EXPECT_THAT(outcome.err, HasSubstr("\"meridald --root DIR\" or \"" + installation().startCommand + "\""));
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1);
     }
 }

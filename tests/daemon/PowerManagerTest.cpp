@@ -49,11 +49,14 @@ protected:
     void powerManagerWillSleep() override
     {
         events.emplace_back("willSleep");
+        for (int i = 0; i < delays; ++i) {
+            ends.push_back(manager->delayAllowance());
+        }
         if (fails) {
             throw std::runtime_error("the disk is gone");
         }
-        for (int i = 0; i < delays; ++i) {
-            ends.push_back(manager->delayAllowance());
+        if (raises) {
+            throw Raised();
         }
     }
     void powerManagerDidWake() override { events.emplace_back("didWake"); }
@@ -66,7 +69,10 @@ protected:
     std::vector<std::string> lines;
     std::vector<std::unique_ptr<NotificationCenter::Observation>> observations;
     std::unique_ptr<ZAVPowerManager> manager;
+    /// Stands for what a system's libraries raise, which is no std::exception: an NSException on a Mac.
+    struct Raised { };
     bool fails = false;
+    bool raises = false;
     int delays = 0;
     std::vector<Task> ends;
 };
@@ -156,6 +162,20 @@ TEST_F(PowerManagerTest, OnlyTheTwoQuestionsAreAnswered)
     machine.runtime.sleepMachine(5);
     send(PowerMessage::SystemHasPoweredOn);
     EXPECT_DOUBLE_EQ(manager->sleepTotal(), 5);
+}
+
+TEST_F(PowerManagerTest, WhatTheSystemsLibrariesRaiseGoesThroughAndTheSleepIsAllowed)
+{
+    start();
+    raises = true;
+    EXPECT_THROW(send(PowerMessage::SystemWillSleep), Raised) << "its adapter knows the kind";
+    EXPECT_EQ(allowed().size(), 1U);
+    send(PowerMessage::SystemHasPoweredOn);
+    delays = 1;
+    EXPECT_THROW(send(PowerMessage::SystemWillSleep), Raised);
+    EXPECT_EQ(allowed().size(), 1U) << "somebody still writes";
+    machine.runtime.advance(10);
+    EXPECT_EQ(allowed().size(), 2U) << "and is not waited for for ever";
 }
 
 TEST_F(PowerManagerTest, ASlowDiskDelaysTheSleepButNotBeyondTheBound)

@@ -63,6 +63,19 @@ TEST_F(LibprocProcessSourceTest, CpuTimeAndMemoryFollowWhatTheProcessDoes)
     EXPECT_LT(seconds, 60);
 }
 
+TEST_F(LibprocProcessSourceTest, OtherUsersProcessesAreThereWhoeverAsks)
+{
+    const auto rows = source.readProcesses(ProcessFields::All);
+    const auto first = std::find_if(rows.begin(), rows.end(), [](const auto& row) { return row.pid == 1; });
+    ASSERT_NE(first, rows.end());
+    EXPECT_EQ(first->name, "launchd");
+    EXPECT_EQ(first->user, 0U);
+    EXPECT_GT(first->startIdentity, 1'600'000'000'000'000U);
+    EXPECT_EQ(first->present, getuid() == 0 ? ProcessFields::All : ProcessFields::None) << "refused, and not 0";
+    EXPECT_EQ(source.commandName(1), "launchd");
+    EXPECT_EQ(source.executablePath(1, "launchd"), "/sbin/launchd");
+}
+
 TEST_F(LibprocProcessSourceTest, FullNamesComeFromTheArgumentArea)
 {
     const auto path = source.executablePath(getpid(), "test_macos");

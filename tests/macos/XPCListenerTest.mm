@@ -87,10 +87,13 @@ TEST_F(XPCListenerTest, QuestionsAreAnsweredWithTheTypesOfTheInterface)
     [daemon() infoForPids:@[ @1, @99 ] reply:^(NSArray<NSDictionary*>* found) { processes = found; }];
     NSArray* const expected = @[ @{@"name" : @"someone", @"pid" : @1}, @{@"name" : @"someone", @"pid" : @99} ];
     EXPECT_TRUE([processes isEqual:expected]);
-    EXPECT_EQ(exported->calls(), (std::vector<std::string>{"version: []", "infoForPids:reply: [[1,99]]"}));
+    [daemon() setT2FanConfig:@[ @"any", @2 ] reply:^(NSDictionary*){}];
+    EXPECT_EQ(exported->calls(),
+        (std::vector<std::string>{
+            "version: []", "infoForPids:reply: [[1,99]]", "setT2FanConfig:reply: [[\"any\",2]]"}));
     EXPECT_TRUE(link->peer().known);
     EXPECT_EQ(link->peer().uid, getuid());
-    EXPECT_EQ(listener->statistics().requests, 2U);
+    EXPECT_EQ(listener->statistics().requests, 3U);
 }
 
 TEST_F(XPCListenerTest, EnvelopesReachTheClientNewestOfEachTypeAtLeast)

@@ -85,7 +85,7 @@ TEST(MacSensorSource, WithoutServicesKeysThatLookLikeSensors)
     const std::uint64_t none = mac.source->generation();
     EXPECT_THAT(mac.source->sensors(), testing::IsEmpty());
     EXPECT_EQ(mac.read("TC0P"), SensorReading());
-    mac.smc->present = true; // the driver has come
+    mac.smc->arrive();
     mac.smc->set("TC0P", "sp78", {0x29, 0x80});
     mac.smc->set("TCNT", "ui8 ", {5});
     mac.smc->setFloat("VC0C", 1.048F);
@@ -111,6 +111,50 @@ TEST(MacSensorSource, WithoutServicesKeysThatLookLikeSensors)
         odd.smc->setFloat("FNum", count);
         EXPECT_EQ(odd.keys().size(), count > 0 ? 16U : 0U) << count;
     }
+}
+
+TEST(MacSensorSource, AnSMCThatComesLateOrIsBusyIsLookedAtWhenItCan)
+{
+    const Mac mac;
+    mac.hid() = {{"pACC", 40.0}};
+    mac.smc->present = false;
+    mac.smc->setFloat("PSTR", 7.5F);
+    mac.smc->setFloat("PDTR", 0); // on battery
+    mac.smc->setFloat("TC0P", 40);
+    mac.smc->set("FNum", "ui8 ", {1});
+    ASSERT_THAT(mac.keys(), ElementsAre("HID/pACC", "HID/AS_PERF_AVG"));
+    for (int i = 0; i < 5; ++i) {
+        mac.source->generation();
+    }
+    EXPECT_EQ(mac.smc->finds, 1) << "it is not searched for again and again";
+
+    mac.smc->arrive();
+    mac.smc->isBusy = true;
+    EXPECT_THAT(mac.keys(), ElementsAre("HID/pACC", "HID/AS_PERF_AVG"));
+    EXPECT_EQ(mac.read("TC0P"), SensorReading());
+    mac.smc->isBusy = false;
+    const auto before = mac.source->generation();
+    EXPECT_THAT(mac.keys(), ElementsAre("HID/pACC", "HID/AS_PERF_AVG", "PSTR", "PDTR", "F0Ac"))
+        << "power, of which services tell nothing, and no other keys beside them";
+    EXPECT_EQ(mac.source->sensors()[2].kind, SensorKind::Power);
+    EXPECT_EQ(mac.read("TC0P"), (SensorReading{true, 40})) << "not remembered as one that is not there";
+    EXPECT_EQ(mac.read("PSTR"), (SensorReading{true, 7.5}));
+    EXPECT_EQ(mac.source->generation(), before);
+
+    const Mac slow;
+    slow.smc->setFloat("TC0P", 40);
+    slow.hid() = {{"pACC", 40.0}};
+    slow.services->late = true;
+    EXPECT_THAT(slow.keys(), testing::IsEmpty());
+    slow.services->late = false;
+    EXPECT_THAT(slow.keys(), ElementsAre("HID/pACC", "HID/AS_PERF_AVG")) << "no sensor twice";
+
+    const Mac refused;
+    refused.smc->openStatus = IOStatus::NotPrivileged;
+    refused.source->generation();
+    refused.smc->openStatus = IOStatus::Success;
+    refused.smc->set("FNum", "ui8 ", {1});
+    EXPECT_THAT(refused.keys(), ElementsAre("F0Ac")) << "it is there, so it is worth another try";
 }
 
 TEST(MacSensorSource, FansOfAnEmulatedSMCNameThemselves)

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace meridal::test {
 namespace {
 
@@ -42,7 +44,7 @@ TEST(NetworkStatisticsMessages, RequestsAreLaidOutAsEachKernelReadsThem)
     later.resize(56);
     EXPECT_EQ(encodeAddAllSources(Format::Release10_12, 5), later);
     later = joined({hex("0500000000000000 ea030000 38000000 0000200000000000"), Frame(8), hex("05000000"), Frame(20)});
-    for (const Format format : {Format::Release10_13, Format::Release11, Format::Release14}) {
+    for (const Format format : {Format::Release10_13, Format::Release10_15, Format::Release11, Format::Release14}) {
         EXPECT_EQ(encodeAddAllSources(format, 5), later);
     }
     Frame query;
@@ -55,8 +57,8 @@ TEST(NetworkStatisticsMessages, RequestsAreLaidOutAsEachKernelReadsThem)
 TEST(NetworkStatisticsMessages, FormatsAndProvidersFollowTheRelease)
 {
     const std::tuple<int, int, Format> releases[] = {{10, 9, Format::Release10_10}, {10, 11, Format::Release10_11},
-        {10, 12, Format::Release10_12}, {10, 15, Format::Release10_13}, {10, 16, Format::Release11},
-        {13, 6, Format::Release11}, {99, 0, Format::Release14}};
+        {10, 12, Format::Release10_12}, {10, 14, Format::Release10_13}, {10, 15, Format::Release10_15},
+        {10, 16, Format::Release11}, {13, 6, Format::Release11}, {99, 0, Format::Release14}};
     for (const auto& [major, minor, format] : releases) {
         EXPECT_EQ(statisticsFormatOf({major, minor, 0}), format) << major << "." << minor;
         std::set<std::uint8_t> protocols;
@@ -64,6 +66,8 @@ TEST(NetworkStatisticsMessages, FormatsAndProvidersFollowTheRelease)
             protocols.insert(protocolOfProvider(format, provider));
         }
         EXPECT_EQ(protocols, (std::set<std::uint8_t>{6, 17})) << "TCP and UDP on each";
+        const auto providers = statisticsProviders(format);
+        EXPECT_EQ(std::count(providers.begin(), providers.end(), 8U), format >= Format::Release10_15) << "QUIC";
     }
 }
 
@@ -86,8 +90,9 @@ TEST(NetworkStatisticsMessages, TheFieldsLieWhereTheKernelsStructuresHaveThem)
     constexpr Release releases[] = {// from 10.10 on
         {24, 20, 20, 132, 20, {2, 148, 26}, {3, 104, 26}}, {24, 20, 20, 132, 20, {2, 148, 26}, {3, 104, 26}},
         {28, 20, 32, 144, 32, {3, 160, 38}, {5, 116, 38}}, {32, 16, 32, 144, 32, {3, 140, 150}, {5, 168, 98}},
-        {32, 16, 32, 144, 32, {3, 156, 166}, {5, 168, 98}}, {32, 16, 32, 144, 32, {3, 156, 166}, {5, 168, 98}}};
-    for (int index = 0; index < 6; ++index) {
+        {32, 16, 32, 144, 32, {8, 140, 150}, {5, 168, 98}}, // QUIC's sources are described as TCP's are
+        {32, 16, 32, 144, 32, {3, 156, 166}, {5, 168, 98}}, {32, 16, 32, 144, 32, {8, 156, 166}, {5, 168, 98}}};
+    for (int index = 0; index < 7; ++index) {
         const auto format = static_cast<Format>(index);
         const Release& release = releases[index];
         const Frame id = little32(77);
@@ -151,7 +156,7 @@ protected:
 TEST_F(StatisticsSourcesTest, AConnectionComesCountsAndGoes)
 {
     sources.subscribe(now);
-    EXPECT_EQ(subscriptions, 4);
+    EXPECT_EQ(subscriptions, 5);
     add(77);
     now = 102;
     auto rows = sources.read();

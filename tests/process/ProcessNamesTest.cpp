@@ -27,7 +27,7 @@ protected:
 
 TEST_F(ProcessNamesTest, NameThatMayBeCutIsAskedForWhenShownAndOnce)
 {
-    ASSERT_EQ(cut_.size(), source().nameLimit());
+    ASSERT_TRUE(source().mayBeCut(cut_.size()));
     set(7, cut_, "/usr/libexec/a-desktop-portal-gtk");
     set(8, "short");
     update();
@@ -38,6 +38,14 @@ TEST_F(ProcessNamesTest, NameThatMayBeCutIsAskedForWhenShownAndOnce)
     EXPECT_EQ(shownName(8), "short");
     EXPECT_TRUE(item(7).loadedName);
     EXPECT_EQ(source().pathLookups, 1);
+
+    const std::string longName = "An Application's Helper (Render"; // where a host has names of two lengths
+    set(9, longName, "/Applications/X.app/An Application's Helper (Renderer)");
+    set(10, longName.substr(0, 30));
+    update();
+    EXPECT_EQ(shownName(9), "An Application's Helper (Renderer)");
+    EXPECT_EQ(shownName(10), longName.substr(0, 30)) << "whole, though longer than the short ones can be";
+    EXPECT_EQ(source().pathLookups, 2);
 }
 
 TEST_F(ProcessNamesTest, ProgramsThatShareACutNameKeepTheirOwn)

@@ -107,8 +107,8 @@ class SensorsTest(running.DaemonTest):
         self.assertEqual(client.call("supportedSensors:reply:", [configuration])["sensors"],
                          [{"type": 0, "config": configuration, "key": cpu["key"], "name": "mine", "value": 41.5,
                            "low": 10, "high": 90}])
-        self.assertEqual(client.call("sensors:reply:", [{"key": cpu["key"]}, {"key": "Txyz"}]),
-                         [{"key": cpu["key"], "value": 41.5}, {"key": "Txyz", "value": -1}])
+        self.assertEqual(client.call("sensors:reply:", [{"key": cpu["key"]}, {"key": "Txyz"}, {}]),
+                         [{"key": cpu["key"], "value": 41.5}, {"key": "Txyz", "value": -1}, {"value": -1}])
         client.close()
 
         self.write(folder, "temp1_input", "55000")

@@ -72,7 +72,7 @@ public:
     }
     double timeBase() const override { return base; }
     double cpuResolution() const override { return resolution; }
-    std::size_t nameLimit() const override { return 16; }
+    bool mayBeCut(std::size_t nameBytes) const override { return nameBytes == 16 || nameBytes == 31; }
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view) override
     {
         ++pathLookups;

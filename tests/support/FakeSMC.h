@@ -50,6 +50,9 @@ public:
             [&](const auto& record) { return record.command == static_cast<std::uint8_t>(command); });
     }
 
+    bool hasCome() override { return std::exchange(come, false); }
+    /// Its driver matches.
+    void arrive() { present = come = true; }
     Handle findService(std::string_view serviceClass) override
     {
         ++finds;
@@ -76,7 +79,7 @@ public:
         Handle connection, std::uint32_t selector, const SMCParamRecord& input, SMCParamRecord& output) override
     {
         sent.push_back(input);
-        if (connection == 0 || selector != 2) {
+        if (connection == 0 || selector != 2 || isBusy) {
             return IOStatus::Error;
         }
         const auto command = static_cast<SMCCommand>(input.command);
@@ -97,6 +100,8 @@ public:
     std::vector<std::pair<Handle, std::uint32_t>> scalarCalls;
     std::vector<Handle> closed;
     bool present = true;
+    bool come = true;    ///< since it was asked the last time
+    bool isBusy = false; ///< the driver fails to carry any command
     IOStatus openStatus = IOStatus::Success;
     IOStatus writeStatus = IOStatus::Success;
     std::uint32_t openedType = 0;
@@ -128,11 +133,13 @@ public:
     std::vector<SensorServiceReading> read(const SensorServiceQuery& query) override
     {
         asked.push_back(query);
-        return services[{query.usagePage, query.usage}];
+        return late ? std::vector<SensorServiceReading>() : services[{query.usagePage, query.usage}];
     }
+    bool isLate() const override { return late; }
 
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::vector<SensorServiceReading>> services;
     std::vector<SensorServiceQuery> asked;
+    bool late = false;
 };
 
 } // namespace meridal::test

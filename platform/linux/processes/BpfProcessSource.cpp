@@ -58,7 +58,7 @@ BpfProcessSource::BpfProcessSource(std::unique_ptr<BpfProcessReader> reader, con
 
 double BpfProcessSource::cpuResolution() const { return static_cast<double>(tick_) / 1e9; }
 
-std::size_t BpfProcessSource::nameLimit() const { return proc::nameLimit; }
+bool BpfProcessSource::mayBeCut(std::size_t nameBytes) const { return nameBytes == proc::nameLimit; }
 
 void BpfProcessSource::setHidden(std::vector<std::int32_t> pids)
 {
@@ -193,7 +193,7 @@ void BpfProcessSource::addRow(const BpfProcess& process, const Kept* last, Proce
         present |= process.flags & BPF_PROCESS_HAS_IO ? ProcessFields::Disk : ProcessFields::None;
     }
     const std::string_view name = nameOf(process);
-    const bool mayBeCut = (process.flags & BPF_PROCESS_KERNEL_THREAD) != 0 && name.size() == nameLimit();
+    const bool mayBeCut = (process.flags & BPF_PROCESS_KERNEL_THREAD) != 0 && name.size() == proc::nameLimit;
     const std::uint64_t anonymous = pagesOf(process.anonymousPages);
     const std::uint64_t shared = pagesOf(process.sharedPages);
     const std::uint64_t swapped = pagesOf(process.swappedPages);

@@ -38,7 +38,7 @@ public:
     bool interruptsApart() const override { return proc::countsInterruptsApart(root_); }
     double cpuResolution() const override; ///< a thread that runs is brought up to date once a tick
     double startTime(std::uint64_t startIdentity) const override { return proc::startTime(startIdentity); }
-    std::size_t nameLimit() const override;
+    bool mayBeCut(std::size_t nameBytes) const override;
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::string unitName(const ProcessUnit& unit) override { return units_.name(unit); }
     std::string unitIdentity(const ProcessUnit& unit) override { return units_.identity(unit); }

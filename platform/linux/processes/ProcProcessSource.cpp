@@ -381,7 +381,7 @@ ProcessFields ProcProcessSource::alongWith(ProcessFields wanted) const
 
 std::optional<std::string> ProcProcessSource::commandName(std::int32_t pid) { return proc::commandName(folder_, pid); }
 
-std::size_t ProcProcessSource::nameLimit() const { return proc::nameLimit; }
+bool ProcProcessSource::mayBeCut(std::size_t nameBytes) const { return nameBytes == proc::nameLimit; }
 
 std::optional<std::string> ProcProcessSource::usualPath(std::string_view name)
 {

@@ -60,7 +60,7 @@ public:
     bool interruptsApart() const override { return proc::countsInterruptsApart(root_); }
     double cpuResolution() const override { return 1.0 / static_cast<double>(ticksPerSecond_); }
     double startTime(std::uint64_t startIdentity) const override { return proc::startTime(startIdentity); }
-    std::size_t nameLimit() const override;
+    bool mayBeCut(std::size_t nameBytes) const override;
     std::string_view method() const override { return "proc"; }
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::string unitName(const ProcessUnit& unit) override { return units_.name(unit); }

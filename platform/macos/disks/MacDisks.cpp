@@ -3,10 +3,12 @@
 #include "platform/macos/disks/MacAdapters.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/IORegistryObject.h"
+#include "platform/macos/kernel/SystemCallback.h"
 
 #include <dispatch/dispatch.h>
 
 #include <array>
+#include <utility>
 
 namespace meridal {
 
@@ -74,7 +76,7 @@ private:
     static void happened(void* self, io_iterator_t iterator)
     {
         drain(iterator);
-        static_cast<DiskObservation*>(self)->changed_();
+        runCallback(static_cast<DiskObservation*>(self)->changed_);
     }
 
     std::function<void()> changed_;
@@ -84,11 +86,16 @@ private:
 
 class MacDisks final : public Disks {
 public:
+    explicit MacDisks(std::shared_ptr<Limitations> limitations) : limitations_(std::move(limitations)) { }
+
     std::vector<DiskRecord> disks() override;
     std::optional<std::int64_t> requests(const DiskRecord& disk) override;
     std::unique_ptr<SMARTDevice> device(const DiskRecord& disk) override;
     /// Block storage drivers that come and go, and media that come.
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
+
+private:
+    std::shared_ptr<Limitations> limitations_;
 };
 
 } // namespace
@@ -119,7 +126,7 @@ std::optional<std::int64_t> MacDisks::requests(const DiskRecord& disk)
 std::unique_ptr<SMARTDevice> MacDisks::device(const DiskRecord& disk)
 {
     IORegistryObject entry = IORegistryObject::atPath(disk.path);
-    return entry.native() == IO_OBJECT_NULL ? nullptr : makeMacSMARTDevice(std::move(entry), disk.kind);
+    return entry.native() == IO_OBJECT_NULL ? nullptr : makeMacSMARTDevice(std::move(entry), disk.kind, limitations_);
 }
 
 std::unique_ptr<Disks::Observation> MacDisks::observe(std::function<void()> changed)
@@ -127,6 +134,9 @@ std::unique_ptr<Disks::Observation> MacDisks::observe(std::function<void()> chan
     return std::make_unique<DiskObservation>(std::move(changed));
 }
 
-std::unique_ptr<Disks> makeMacDisks() { return std::make_unique<MacDisks>(); }
+std::unique_ptr<Disks> makeMacDisks(std::shared_ptr<Limitations> limitations)
+{
+    return std::make_unique<MacDisks>(std::move(limitations));
+}
 
 } // namespace meridal

@@ -49,13 +49,16 @@ std::optional<SMARTPage> readInto(Interface** interface, IOReturn (*Interface::*
 /// both: an open plug-in keeps others out.
 class MacSMARTDevice final : public SMARTDevice {
 public:
-    MacSMARTDevice(IORegistryObject service, SMARTKind kind) : service_(std::move(service)), kind_(kind) { }
+    MacSMARTDevice(IORegistryObject service, SMARTKind kind, std::shared_ptr<Limitations> limitations)
+        : service_(std::move(service)), kind_(kind), limitations_(std::move(limitations))
+    {
+    }
     ~MacSMARTDevice() override { MacSMARTDevice::close(); }
     MacSMARTDevice(const MacSMARTDevice&) = delete;
     MacSMARTDevice& operator=(const MacSMARTDevice&) = delete;
 
     /// From the power state that the disk's driver publishes: the disk itself is not asked.
-    DiskPower powerMode() override { return registryPower(service_, kind_); }
+    DiskPower powerMode() override;
     bool open() override;
     void close() override;
     bool isDenied() const override { return denied_; }
@@ -76,6 +79,7 @@ private:
 
     IORegistryObject service_;
     SMARTKind kind_;
+    std::shared_ptr<Limitations> limitations_;
     IOCFPlugInInterface** plugin_ = nullptr;
     bool denied_ = false;
     IOATASMARTInterface** ata_ = nullptr;
@@ -189,9 +193,21 @@ std::optional<SMARTPage> MacSMARTDevice::identifyController()
     return page;
 }
 
-std::unique_ptr<SMARTDevice> makeMacSMARTDevice(IORegistryObject service, SMARTKind kind)
+DiskPower MacSMARTDevice::powerMode()
 {
-    return std::make_unique<MacSMARTDevice>(std::move(service), kind);
+    const DiskPower power = registryPower(service_, kind_);
+    if (power == DiskPower::Asleep) {
+        limitations_->set("disk-sleep",
+            "a disk is taken to sleep, and not read, because its driver is two or more states below its highest: no "
+            "interface tells for certain");
+    }
+    return power;
+}
+
+std::unique_ptr<SMARTDevice> makeMacSMARTDevice(
+    IORegistryObject service, SMARTKind kind, std::shared_ptr<Limitations> limitations)
+{
+    return std::make_unique<MacSMARTDevice>(std::move(service), kind, std::move(limitations));
 }
 
 } // namespace meridal

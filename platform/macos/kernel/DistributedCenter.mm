@@ -26,7 +26,9 @@
 
 - (void)received:(NSNotification*)__unused notification
 {
-    _handler();
+    @autoreleasepool {
+        _handler();
+    }
 }
 
 @end

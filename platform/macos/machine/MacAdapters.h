@@ -42,7 +42,8 @@ std::unique_ptr<SelfUsage> makeMacSelfUsage(double timeBase);
 std::unique_ptr<UserRights> makeMacUserRights();
 
 /// The frame rate from the window server's performance data. A private interface, looked up by name, that answers only
-/// a process of a login session: a daemon outside of one gets nothing, which `limitations` then says.
-std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(Limitations& limitations);
+/// a process of a login session: a daemon outside of one gets nothing, which `limitations` then says. Asked on a thread of its
+/// own.
+std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(std::shared_ptr<Limitations> limitations);
 
 } // namespace meridal

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "base/ThreadedSlowWork.h"
+#include "platform/formats/AskedAside.h"
+#include "platform/macos/kernel/SystemCallback.h"
 #include "platform/macos/machine/MacAdapters.h"
 
 #include <CoreGraphics/CGBase.h>
@@ -6,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 
 namespace meridal {
 
@@ -33,21 +37,11 @@ const Functions& functions()
     return found;
 }
 
-class WindowServerDisplayInfo final : public DisplayInfo {
-public:
-    explicit WindowServerDisplayInfo(Limitations& limitations) : limitations_(limitations) { }
-    std::optional<double> frameRate() override;
-
-private:
-    Limitations& limitations_;
-};
-
-} // namespace
-
-std::optional<double> WindowServerDisplayInfo::frameRate()
+/// The window server answers from another process, when it has the time.
+std::optional<double> readFrameRate(Limitations& limitations)
 {
-    const auto refuse = [this](const char* reason) -> std::optional<double> {
-        limitations_.set("frame-rate", reason);
+    const auto refuse = [&limitations](const char* reason) -> std::optional<double> {
+        limitations.set("frame-rate", reason);
         return std::nullopt;
     };
     if (!functions().mainConnection || !functions().performanceData) {
@@ -65,13 +59,34 @@ std::optional<double> WindowServerDisplayInfo::frameRate()
     if (!(figures[0] >= 0 && figures[0] <= highestCredible)) {
         return refuse("the window server's performance data made no sense");
     }
-    limitations_.clear("frame-rate");
+    limitations.clear("frame-rate");
     return figures[0];
 }
 
-std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(Limitations& limitations)
+class WindowServerDisplayInfo final : public DisplayInfo {
+public:
+    WindowServerDisplayInfo(std::shared_ptr<Limitations> limitations, std::shared_ptr<SlowWork> work)
+        : rate_(
+            std::move(work),
+            [limitations = std::move(limitations)] {
+                std::optional<double> rate;
+                runCallback([&] { rate = readFrameRate(*limitations); });
+                return rate;
+            },
+            false)
+    {
+    }
+    std::optional<double> frameRate() override { return rate_.ask().value_or(std::nullopt); }
+
+private:
+    AskedAside<std::optional<double>> rate_;
+};
+
+} // namespace
+
+std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(std::shared_ptr<Limitations> limitations)
 {
-    return std::make_unique<WindowServerDisplayInfo>(limitations);
+    return std::make_unique<WindowServerDisplayInfo>(std::move(limitations), std::make_shared<ThreadedSlowWork>(1));
 }
 
 } // namespace meridal

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/network/MacAdapters.h"
 
+#include "base/ThreadedSlowWork.h"
+#include "platform/formats/AskedAside.h"
+
 #import <CoreWLAN/CoreWLAN.h>
 #include <utility>
 
@@ -10,20 +13,8 @@ namespace {
 
 CWInterface* defaultInterface() { return [[CWWiFiClient sharedWiFiClient] interface]; }
 
-class CoreWLanInterface final : public WirelessInterface {
-public:
-    explicit CoreWLanInterface(std::shared_ptr<Limitations> limitations) : limitations_(std::move(limitations)) { }
-
-    std::optional<WirelessIdentity> identity(const std::string& interfaceName) override;
-    Result<void> togglePower() override;
-
-private:
-    std::shared_ptr<Limitations> limitations_;
-};
-
-} // namespace
-
-std::optional<WirelessIdentity> CoreWLanInterface::identity(const std::string&)
+/// Each of these calls goes to another process and waits for it.
+std::optional<WirelessIdentity> readIdentity(Limitations& limitations)
 {
     @autoreleasepool {
         CWInterface* const interface = defaultInterface();
@@ -40,12 +31,31 @@ std::optional<WirelessIdentity> CoreWLanInterface::identity(const std::string&)
             identity.ssid = name.UTF8String;
         }
         if (interface.powerOn && interface.serviceActive && !identity.bssid) {
-            limitations_->set("wifi-identity",
+            limitations.set("wifi-identity",
                 "the system does not tell a daemon which Wi-Fi network this is; bandwidth is not divided by network");
         }
         return identity;
     }
 }
+
+class CoreWLanInterface final : public WirelessInterface {
+public:
+    CoreWLanInterface(std::shared_ptr<Limitations> limitations, std::shared_ptr<SlowWork> work)
+        : identity_(std::move(work), [limitations = std::move(limitations)] { return readIdentity(*limitations); })
+    {
+    }
+
+    std::optional<WirelessIdentity> identity(const std::string&) override
+    {
+        return identity_.ask().value_or(std::nullopt);
+    }
+    Result<void> togglePower() override;
+
+private:
+    AskedAside<std::optional<WirelessIdentity>> identity_;
+};
+
+} // namespace
 
 Result<void> CoreWLanInterface::togglePower()
 {
@@ -65,7 +75,7 @@ Result<void> CoreWLanInterface::togglePower()
 
 std::unique_ptr<WirelessInterface> makeCoreWLanInterface(std::shared_ptr<Limitations> limitations)
 {
-    return std::make_unique<CoreWLanInterface>(std::move(limitations));
+    return std::make_unique<CoreWLanInterface>(std::move(limitations), std::make_shared<ThreadedSlowWork>(1));
 }
 
 } // namespace meridal

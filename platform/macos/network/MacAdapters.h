@@ -11,7 +11,7 @@
 namespace meridal {
 
 /// The default Wi-Fi interface of CoreWLAN, whatever name is asked for. Newer systems withhold the network from a daemon,
-/// which no user can give the consent to know a location: then the identity is there and empty.
+/// which no user can give the consent to know a location: then the identity is there and empty. Asked on a thread of its own.
 std::unique_ptr<WirelessInterface> makeCoreWLanInterface(std::shared_ptr<Limitations> limitations);
 
 /// SystemConfiguration: configd is told to refresh an interface; a set becomes current in the system's preferences.

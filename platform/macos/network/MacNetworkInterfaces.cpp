@@ -100,7 +100,10 @@ void takeCounters(InterfaceRecord& record)
         CTL_NET, PF_LINK, NETLINK_GENERIC, IFMIB_IFDATA, static_cast<int>(record.index), IFDATA_GENERAL};
     ifmibdata entry{};
     std::size_t size = sizeof entry;
-    if (::sysctl(name.data(), name.size(), &entry, &size, nullptr, 0) != 0 || size < sizeof entry) {
+    // Up to the last counter that is read: a kernel that is older than the SDK may have a shorter record.
+    constexpr std::size_t needed =
+        offsetof(ifmibdata, ifmd_data) + offsetof(if_data64, ifi_iqdrops) + sizeof(u_int64_t);
+    if (::sysctl(name.data(), name.size(), &entry, &size, nullptr, 0) != 0 || size < needed) {
         return;
     }
     if (record.name != std::string_view(entry.ifmd_name, ::strnlen(entry.ifmd_name, sizeof entry.ifmd_name))) {
@@ -338,7 +341,9 @@ std::optional<PrimaryService> MacNetworkInterfaces::readPrimary(CFStringRef key,
     if (interface == reading_.interfaces.end()) {
         return std::nullopt;
     }
-    PrimaryService primary{.interfaceIndex = interface->index, .interfaceName = interface->name};
+    PrimaryService primary;
+    primary.interfaceIndex = interface->index;
+    primary.interfaceName = interface->name;
     const bool isIPv4 = family == InterfaceAddress::Family::IPv4;
     const auto router = textOf(stringIn(settings, isIPv4 ? kSCPropNetIPv4Router : kSCPropNetIPv6Router));
     InterfaceAddress address{.family = family};

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "platform/macos/kernel/SystemCallback.h"
 #include "platform/macos/power/MacAdapters.h"
 
 #include <IOKit/IOKitLib.h>
@@ -6,6 +7,8 @@
 #include <IOKit/pwr_mgt/IOPMLib.h>
 #include <dispatch/dispatch.h>
 
+#include <cstdint>
+#include <cstdio>
 #include <utility>
 
 namespace meridal {
@@ -64,8 +67,12 @@ private:
     static void received(void* self, io_service_t, natural_t type, void* argument)
     {
         const auto& receiver = *static_cast<Receiver*>(self);
-        receiver.handler_(
-            static_cast<PowerMessage>(type), static_cast<Token>(reinterpret_cast<std::intptr_t>(argument)));
+        const auto token = static_cast<Token>(reinterpret_cast<std::intptr_t>(argument));
+        // What the system's libraries raise below the handler ends the message and not the daemon.
+        const auto raised = runCatching([&] { receiver.handler_(static_cast<PowerMessage>(type), token); });
+        if (raised) {
+            std::fprintf(stderr, "a message of the power domain: %s\n", raised->c_str());
+        }
     }
 
     MacPowerMessages& owner_;

@@ -1,18 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/power/MacAdapters.h"
 
+#include "platform/formats/FollowedPowerSources.h"
 #include "platform/formats/PowerDictionaries.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/CFValue.h"
 #include "platform/macos/kernel/ServiceEntry.h"
+#include "platform/macos/kernel/SystemCallback.h"
 
 #include <IOKit/ps/IOPowerSources.h>
 #include <SystemConfiguration/SystemConfiguration.h>
 #include <dispatch/dispatch.h>
 
 #include <array>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace meridal {
 
@@ -27,16 +31,15 @@ CFRef<CFStringRef> sessionName()
         identifier ? identifier : CFSTR("org.meridal.daemon")));
 }
 
-/// One session with the dynamic store, on the main queue.
-class StoreObservation final : public PowerSources::Observation {
+/// A session with the dynamic store, on the main queue.
+class StoreSession {
 public:
-    explicit StoreObservation(std::function<void()> changed) : changed_(std::move(changed))
+    explicit StoreSession(FollowedPowerSources& followed) : followed_(followed)
     {
-        SCDynamicStoreContext context = {.version = 0, .info = this};
-        store_ = CFRef<SCDynamicStoreRef>(SCDynamicStoreCreate(
-            kCFAllocatorDefault, sessionName().get(),
-            [](SCDynamicStoreRef, CFArrayRef, void* self) { static_cast<StoreObservation*>(self)->changed_(); },
-            &context));
+        SCDynamicStoreContext context = {
+            .version = 0, .info = this, .retain = nullptr, .release = nullptr, .copyDescription = nullptr};
+        store_ = CFRef<SCDynamicStoreRef>(
+            SCDynamicStoreCreate(kCFAllocatorDefault, sessionName().get(), &StoreSession::changed, &context));
         if (!store_) {
             return;
         }
@@ -47,29 +50,32 @@ public:
         SCDynamicStoreSetDispatchQueue(store_.get(), dispatch_get_main_queue());
         SCDynamicStoreSetNotificationKeys(store_.get(), list.get(), nullptr);
     }
-    ~StoreObservation() override
+    ~StoreSession()
     {
         if (store_) {
             SCDynamicStoreSetDispatchQueue(store_.get(), nullptr);
         }
     }
-    StoreObservation(const StoreObservation&) = delete;
-    StoreObservation& operator=(const StoreObservation&) = delete;
+    StoreSession(const StoreSession&) = delete;
+    StoreSession& operator=(const StoreSession&) = delete;
 
 private:
-    std::function<void()> changed_;
+    static void changed(SCDynamicStoreRef, CFArrayRef keys, void* self)
+    {
+        runCallback([keys, self] {
+            std::vector<std::string> names;
+            for (CFIndex i = 0; keys && i < CFArrayGetCount(keys); ++i) {
+                names.push_back(textOf(CFArrayGetValueAtIndex(keys, i)).value_or(""));
+            }
+            static_cast<StoreSession*>(self)->followed_.changed(names);
+        });
+    }
+
+    FollowedPowerSources& followed_;
     CFRef<SCDynamicStoreRef> store_;
 };
 
-class MacPowerSources final : public PowerSources {
-public:
-    std::vector<PowerSourceRecord> sources() override;
-    std::unique_ptr<Observation> observe(std::function<void()> changed) override;
-};
-
-} // namespace
-
-std::vector<PowerSourceRecord> MacPowerSources::sources()
+std::vector<PowerSourceRecord> readPowerSources()
 {
     const CFRef<CFTypeRef> snapshot(IOPSCopyPowerSourcesInfo());
     if (!snapshot) {
@@ -87,11 +93,30 @@ std::vector<PowerSourceRecord> MacPowerSources::sources()
     return powerSourcesOf(descriptions, valueOf(ServiceEntry("AppleSmartBattery").properties().get()));
 }
 
+class MacPowerSources final : public PowerSources {
+public:
+    explicit MacPowerSources(Runtime& runtime) : followed_(runtime, readPowerSources) { }
+    std::vector<PowerSourceRecord> sources() override { return followed_.sources(); }
+    std::unique_ptr<Observation> observe(std::function<void()> changed) override;
+
+private:
+    FollowedPowerSources followed_;
+    std::optional<StoreSession> session_; ///< from the first one on who follows them
+};
+
+} // namespace
+
 std::unique_ptr<PowerSources::Observation> MacPowerSources::observe(std::function<void()> changed)
 {
-    return std::make_unique<StoreObservation>(std::move(changed));
+    if (!session_) {
+        session_.emplace(followed_);
+    }
+    return followed_.observe(std::move(changed));
 }
 
-std::unique_ptr<PowerSources> makeMacPowerSources() { return std::make_unique<MacPowerSources>(); }
+std::unique_ptr<PowerSources> makeMacPowerSources(Runtime& runtime)
+{
+    return std::make_unique<MacPowerSources>(runtime);
+}
 
 } // namespace meridal

@@ -11,8 +11,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <tuple>
 #include <type_traits>
@@ -40,17 +40,38 @@ void* findResponsiblePidFunction()
     return library ? dlsym(library, "responsibility_get_pid_responsible_for_pid") : nullptr;
 }
 
-/// The long name, which is the better one, or else the command name. A full field has no NUL.
-std::string_view copyName(const proc_bsdinfo& info, std::span<char, sizeof(info.pbi_name)> room)
+/// Room for one name of the table, which need not end in a NUL.
+using NameBytes = std::array<char, sizeof(proc_bsdinfo::pbi_name)>;
+/// Bytes at which the kernel cuts the two names. The last byte of the long one is always a NUL.
+constexpr std::size_t commandLimit = MAXCOMLEN;
+constexpr std::size_t longNameLimit = sizeof(proc_bsdinfo::pbi_name) - 1;
+
+template <std::size_t size>
+std::string_view copyName(const char (&field)[size], NameBytes& room)
 {
-    std::size_t length = strnlen(info.pbi_name, sizeof(info.pbi_name));
-    const char* field = info.pbi_name;
-    if (length == 0) {
-        length = strnlen(info.pbi_comm, sizeof(info.pbi_comm));
-        field = info.pbi_comm;
-    }
+    const std::size_t length = strnlen(field, std::min(size, room.size()));
     std::memcpy(room.data(), field, length);
     return {room.data(), length};
+}
+
+std::uint64_t startOf(const kinfo_proc& entry)
+{
+    const timeval& start = entry.kp_proc.p_starttime;
+    return static_cast<std::uint64_t>(start.tv_sec) * 1'000'000 + static_cast<std::uint64_t>(start.tv_usec);
+}
+
+/// What the kernel's table has, which everybody may read.
+void fillIdentity(const kinfo_proc& entry, NameBytes& name, ProcessRecord& record)
+{
+    record.pid = entry.kp_proc.p_pid;
+    record.parentPid = entry.kp_eproc.e_ppid;
+    record.status = entry.kp_proc.p_stat == SZOMB ? ProcessStatus::Zombie : ProcessStatus::Alive;
+    record.startIdentity = startOf(entry);
+    record.name = copyName(entry.kp_proc.p_comm, name);
+    record.isKernelThread = record.pid == 0; // kernel_task
+    record.state = entry.kp_proc.p_stat == SSTOP ? RunState::Stopped : RunState::Unknown;
+    record.nice = static_cast<std::int8_t>(entry.kp_proc.p_nice);
+    record.user = entry.kp_eproc.e_ucred.cr_uid;
 }
 
 RunState runStateOf(const proc_taskallinfo& info)
@@ -88,6 +109,14 @@ void fillMemory(const TaskMemory& memory, ProcessRecord& record)
     record.present |= ProcessFields::Memory;
 }
 
+/// Absent when it ended, or is the kernel.
+std::optional<std::string> pathOf(std::int32_t pid)
+{
+    std::array<char, PROC_PIDPATHINFO_MAXSIZE> path;
+    const int length = proc_pidpath(pid, path.data(), path.size());
+    return length > 0 ? std::optional(std::string(path.data(), static_cast<std::size_t>(length))) : std::nullopt;
+}
+
 class LibprocProcessSource final : public ProcessSource {
 public:
     LibprocProcessSource(SystemRelease release, Limitations& limitations);
@@ -98,27 +127,26 @@ public:
     double timeBase() const override { return timeBase_; }
     double cpuResolution() const override { return 0; }
     double startTime(std::uint64_t startIdentity) const override { return static_cast<double>(startIdentity) / 1e6; }
-    std::size_t nameLimit() const override { return 16; }
+    bool mayBeCut(std::size_t nameBytes) const override
+    {
+        return nameBytes == commandLimit || nameBytes == longNameLimit;
+    }
     std::optional<std::string> executablePath(std::int32_t pid, std::string_view name) override;
     std::optional<std::int32_t> responsiblePid(std::int32_t pid) override;
     std::optional<std::string> bundleLocation(std::int32_t pid, const ProcessUnit& unit) override;
 
 private:
     using ResponsiblePid = std::int32_t (*)(std::int32_t);
-    /// Room for one name of the table, which need not end in a NUL.
-    struct NameBytes {
-        char bytes[32];
-    };
 
-    std::span<const std::int32_t> listPids();
-    bool readProcess(std::int32_t pid, ProcessFields wanted, NameBytes& name, ProcessRecord& record) const;
+    std::span<const kinfo_proc> listProcesses();
+    bool readProcess(const kinfo_proc& entry, ProcessFields wanted, NameBytes& name, ProcessRecord& record) const;
     void readUsage(ProcessFields wanted, ProcessRecord& record) const;
 
     const bool hasUsageVersion3_; ///< from 10.12 on
     const double timeBase_;
     const ResponsiblePid responsiblePid_;
-    std::vector<std::int32_t> pids_;
-    std::vector<NameBytes> names_; // one a row, in the same order; the rows' names are views into it
+    std::vector<kinfo_proc> table_; ///< kept for its memory
+    std::vector<NameBytes> names_;  // one a row, in the same order; the rows' names are views into it
     std::vector<ProcessRecord> rows_;
 };
 
@@ -139,66 +167,64 @@ LibprocProcessSource::LibprocProcessSource(SystemRelease release, Limitations& l
 
 std::span<const ProcessRecord> LibprocProcessSource::readProcesses(ProcessFields wanted)
 {
-    const std::span<const std::int32_t> pids = listPids();
+    const std::span<const kinfo_proc> table = listProcesses();
     rows_.clear();
-    rows_.reserve(pids.size());
-    if (names_.size() < pids.size()) {
-        names_.resize(pids.size()); // before the pass: the rows hold views into it
+    rows_.reserve(table.size());
+    if (names_.size() < table.size()) {
+        names_.resize(table.size()); // before the pass: the rows hold views into it
     }
-    for (const std::int32_t pid : pids) {
+    for (const kinfo_proc& entry : table) {
         ProcessRecord record;
-        if (readProcess(pid, wanted, names_[rows_.size()], record)) {
+        if (readProcess(entry, wanted, names_[rows_.size()], record)) {
             rows_.push_back(record);
         }
     }
     return rows_;
 }
 
-std::span<const std::int32_t> LibprocProcessSource::listPids()
+/// The kernel's own table, and not a list of pids to ask for: an ordinary user is refused other users' processes one by one.
+std::span<const kinfo_proc> LibprocProcessSource::listProcesses()
 {
-    const int estimate = proc_listallpids(nullptr, 0); // the number of processes and 20 more
-    if (estimate <= 0) {
+    std::array<int, 3> name = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
+    std::size_t bytes = 0;
+    if (sysctl(name.data(), name.size(), nullptr, &bytes, nullptr, 0) != 0) {
         return {};
     }
-    pids_.resize(std::max(pids_.size(), static_cast<std::size_t>(estimate)));
-    // A full buffer may have cut the table: processes were born since the estimate.
-    constexpr std::size_t mostPids = std::numeric_limits<int>::max() / sizeof(std::int32_t) / 2;
-    while (true) {
-        const int written = proc_listallpids(pids_.data(), static_cast<int>(pids_.size() * sizeof(std::int32_t)));
-        if (written <= 0) {
+    table_.resize(std::max(table_.size(), bytes / sizeof(kinfo_proc) + 1)); // with some to spare
+    constexpr int mostAttempts = 8;
+    for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+        bytes = table_.size() * sizeof(kinfo_proc);
+        if (sysctl(name.data(), name.size(), table_.data(), &bytes, nullptr, 0) == 0) {
+            return std::span(table_).first(bytes / sizeof(kinfo_proc));
+        }
+        if (errno != ENOMEM) {
             return {};
         }
-        const auto count = std::min(pids_.size(), static_cast<std::size_t>(written));
-        if (count < pids_.size() || pids_.size() > mostPids) {
-            return std::span(pids_).first(count);
-        }
-        pids_.resize(pids_.size() * 2);
+        table_.resize(table_.size() * 2); // processes were born since the estimate
     }
+    return {};
 }
 
 bool LibprocProcessSource::readProcess(
-    std::int32_t pid, ProcessFields wanted, NameBytes& name, ProcessRecord& record) const
+    const kinfo_proc& entry, ProcessFields wanted, NameBytes& name, ProcessRecord& record) const
 {
-    proc_taskallinfo info{};
-    if (proc_pidinfo(pid, PROC_PIDTASKALLINFO, 0, &info, sizeof(info)) < static_cast<int>(sizeof(info))) {
-        return false; // it ended since the list was made
-    }
-    record.pid = pid;
-    record.parentPid = static_cast<std::int32_t>(info.pbsd.pbi_ppid);
-    record.status = info.pbsd.pbi_status == SZOMB ? ProcessStatus::Zombie : ProcessStatus::Alive;
-    record.startIdentity = info.pbsd.pbi_start_tvsec * 1'000'000 + info.pbsd.pbi_start_tvusec;
-    record.name = copyName(info.pbsd, name.bytes);
-    record.isKernelThread = pid == 0; // kernel_task
-    record.nice = static_cast<std::int8_t>(info.pbsd.pbi_nice);
-    record.user = info.pbsd.pbi_uid;
+    fillIdentity(entry, name, record);
     if (record.status == ProcessStatus::Zombie) {
         return true; // it has no task left to ask
+    }
+    proc_taskallinfo info{};
+    if (proc_pidinfo(record.pid, PROC_PIDTASKALLINFO, 0, &info, sizeof(info)) < taskAllInfoBytes) {
+        return errno
+            == EPERM; // another user's, of which there is no more to be had; else it ended since the list was made
+    }
+    if (info.pbsd.pbi_name[0] != '\0') {
+        record.name = copyName(info.pbsd.pbi_name, name); // the better one
     }
     record.state = runStateOf(info);
     record.threads = static_cast<std::uint32_t>(info.ptinfo.pti_threadnum);
     readUsage(wanted, record);
     if (has(wanted, ProcessFields::Memory)) {
-        if (const auto memory = readTaskMemory(pid)) {
+        if (const auto memory = readTaskMemory(record.pid)) {
             fillMemory(*memory, record);
         }
     }
@@ -225,20 +251,29 @@ ProcessFields LibprocProcessSource::alongWith(ProcessFields wanted) const
 
 std::optional<std::string> LibprocProcessSource::commandName(std::int32_t pid)
 {
-    proc_bsdinfo info{};
-    if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof(info)) < static_cast<int>(sizeof(info))
-        || info.pbi_status == SZOMB) {
+    std::array<int, 4> question = {CTL_KERN, KERN_PROC, KERN_PROC_PID, pid};
+    kinfo_proc entry{};
+    std::size_t bytes = sizeof(entry);
+    if (sysctl(question.data(), question.size(), &entry, &bytes, nullptr, 0) != 0 || bytes < sizeof(entry)
+        || entry.kp_proc.p_stat == SZOMB) {
         return std::nullopt;
     }
     NameBytes name{};
-    return std::string(copyName(info, name.bytes));
+    proc_bsdinfo info{};
+    if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof(info)) >= bsdInfoBytes && info.pbi_name[0] != '\0') {
+        return std::string(copyName(info.pbi_name, name));
+    }
+    return std::string(copyName(entry.kp_proc.p_comm, name));
 }
 
+/// As it was given to exec; else as the kernel knows it, which it also tells of other users' processes.
 std::optional<std::string> LibprocProcessSource::executablePath(std::int32_t pid, std::string_view)
 {
     const auto area = readArgumentArea(pid);
-    const auto path = executablePathOfProcArgs(area.text);
-    return path ? std::optional<std::string>(*path) : std::nullopt;
+    if (const auto path = executablePathOfProcArgs(area.text)) {
+        return std::string(*path);
+    }
+    return pathOf(pid);
 }
 
 std::optional<std::int32_t> LibprocProcessSource::responsiblePid(std::int32_t pid)
@@ -252,12 +287,8 @@ std::optional<std::int32_t> LibprocProcessSource::responsiblePid(std::int32_t pi
 
 std::optional<std::string> LibprocProcessSource::bundleLocation(std::int32_t pid, const ProcessUnit&)
 {
-    std::array<char, PROC_PIDPATHINFO_MAXSIZE> path;
-    const int length = proc_pidpath(pid, path.data(), path.size());
-    if (length <= 0) {
-        return std::nullopt; // it ended, or is the kernel
-    }
-    return std::string(applicationOfProgram({path.data(), static_cast<std::size_t>(length)}));
+    const auto path = pathOf(pid);
+    return path ? std::optional(std::string(applicationOfProgram(*path))) : std::nullopt;
 }
 
 std::unique_ptr<ProcessSource> makeLibprocProcessSource(const SystemRelease& release, Limitations& limitations)

@@ -65,10 +65,8 @@ std::optional<TaskMemory> readTaskMemory(std::int32_t pid)
         return std::nullopt;
     }
     // An older kernel fills less and lowers the count, which is in 32-bit words.
-    constexpr auto countWithFootprint = TASK_VM_INFO_REV1_COUNT;
-    static_assert(countWithFootprint == 38);
     return TaskMemory{
-        .physFootprint = count >= countWithFootprint ? info.phys_footprint : footprintFromParts(info),
+        .physFootprint = count >= TASK_VM_INFO_REV1_COUNT ? info.phys_footprint : footprintFromParts(info),
         .anonymous = info.internal,
         .purgeableVolatile = info.purgeable_volatile_pmap,
         .compressed = info.compressed,

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/sensors/MacAdapters.h"
 
+#include "platform/macos/kernel/IORegistryObject.h"
+
 #include <IOKit/IOKitLib.h>
+#include <dispatch/dispatch.h>
 #include <mach/mach.h>
 
 #include <cstddef>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 namespace meridal {
 
@@ -27,6 +31,12 @@ IOStatus statusOf(kern_return_t result) { return static_cast<IOStatus>(static_ca
 
 class AppleSMCService final : public SMCService {
 public:
+    AppleSMCService();
+    ~AppleSMCService() override;
+    AppleSMCService(const AppleSMCService&) = delete;
+    AppleSMCService& operator=(const AppleSMCService&) = delete;
+
+    bool hasCome() override { return std::exchange(hasCome_, !isTold_); }
     Handle findService(std::string_view serviceClass) override;
     void releaseService(Handle service) override;
     IOStatus openService(Handle service, std::uint32_t type, Handle& connection) override;
@@ -34,9 +44,45 @@ public:
     IOStatus callScalarMethod(Handle connection, std::uint32_t selector) override;
     IOStatus callStructMethod(
         Handle connection, std::uint32_t selector, const SMCParamRecord& input, SMCParamRecord& output) override;
+
+private:
+    static void matched(void* self, io_iterator_t iterator);
+
+    IONotificationPortRef port_ = IONotificationPortCreate(MACH_PORT_NULL);
+    IOObjectOwner iterator_; ///< of the services that matched; tells of the next one when it has been drained
+    bool isTold_ = false;    ///< of those that come; else each question is answered by yes
+    bool hasCome_ = true;
 };
 
 } // namespace
+
+AppleSMCService::AppleSMCService()
+{
+    CFMutableDictionaryRef matching = IOServiceMatching("AppleSMC"); // consumed
+    if (!port_ || !matching) {
+        return;
+    }
+    IONotificationPortSetDispatchQueue(port_, dispatch_get_main_queue());
+    if (IOServiceAddMatchingNotification(
+            port_, kIOFirstMatchNotification, matching, &AppleSMCService::matched, this, iterator_.receive())
+        == KERN_SUCCESS) {
+        isTold_ = true;
+        matched(this, iterator_.get());
+    }
+}
+
+AppleSMCService::~AppleSMCService()
+{
+    if (port_) {
+        IONotificationPortDestroy(port_);
+    }
+}
+
+void AppleSMCService::matched(void* self, io_iterator_t iterator)
+{
+    while (IOObjectOwner(IOIteratorNext(iterator))) { }
+    static_cast<AppleSMCService*>(self)->hasCome_ = true;
+}
 
 SMCService::Handle AppleSMCService::findService(std::string_view serviceClass)
 {

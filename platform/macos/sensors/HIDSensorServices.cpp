@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/sensors/MacAdapters.h"
 
+#include "base/ThreadedSlowWork.h"
+#include "platform/formats/AskedAside.h"
 #include "platform/macos/kernel/CFRef.h"
+#include "platform/macos/kernel/SystemCallback.h"
 
+#include <algorithm>
 #include <array>
+#include <utility>
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/hidsystem/IOHIDEventSystemClient.h>
@@ -64,31 +69,78 @@ SensorServiceReading readService(IOHIDServiceClientRef service, const SensorServ
     return reading;
 }
 
+/// A client of the event system that is kept for the services of one question. It is not scheduled on any loop or queue, so it
+/// may not hear of services that come: now and then it gives way to another. On one thread at a time.
+class EventClient {
+public:
+    explicit EventClient(const SensorServiceQuery& query) : query_(query) { }
+
+    std::vector<SensorServiceReading> read()
+    {
+        constexpr int mostReadings = 30; // a minute's
+        std::vector<SensorServiceReading> readings;
+        if (!client_ || readings_++ >= mostReadings) {
+            open();
+        }
+        const CFRef<CFArrayRef> services(client_ ? IOHIDEventSystemClientCopyServices(client_.get()) : nullptr);
+        const CFIndex count = services ? CFArrayGetCount(services.get()) : 0;
+        for (CFIndex i = 0; i < count; ++i) {
+            // Owned by the list. The reference types hide that constness is all they differ in.
+            const auto service =
+                static_cast<IOHIDServiceClientRef>(const_cast<void*>(CFArrayGetValueAtIndex(services.get(), i)));
+            readings.push_back(readService(service, query_));
+        }
+        return readings;
+    }
+
+private:
+    void open()
+    {
+        readings_ = 0;
+        client_ = CFRef<IOHIDEventSystemClientRef>(IOHIDEventSystemClientCreate(kCFAllocatorDefault));
+        const CFRef<CFDictionaryRef> matching = matchingOf(query_);
+        if (client_ && matching) {
+            IOHIDEventSystemClientSetMatching(client_.get(), matching.get());
+        } else {
+            client_ = {}; // one that matches all would ask keyboards and mice
+        }
+    }
+
+    SensorServiceQuery query_;
+    CFRef<IOHIDEventSystemClientRef> client_;
+    int readings_ = 0;
+};
+
+/// Each question has its client; all are asked on one thread beside the main one, as drivers may take their time.
 class HIDSensorServices final : public SensorServices {
 public:
     std::vector<SensorServiceReading> read(const SensorServiceQuery& query) override;
+    bool isLate() const override { return isLate_; }
+
+private:
+    using Readings = AskedAside<std::vector<SensorServiceReading>>;
+
+    std::shared_ptr<SlowWork> work_ = std::make_shared<ThreadedSlowWork>(1);
+    std::vector<std::pair<SensorServiceQuery, Readings>> asked_;
+    bool isLate_ = false;
 };
 
 } // namespace
 
 std::vector<SensorServiceReading> HIDSensorServices::read(const SensorServiceQuery& query)
 {
-    std::vector<SensorServiceReading> readings;
-    const CFRef<IOHIDEventSystemClientRef> client(IOHIDEventSystemClientCreate(kCFAllocatorDefault));
-    const CFRef<CFDictionaryRef> matching = matchingOf(query);
-    if (!client || !matching) {
-        return readings;
+    auto known = std::find_if(asked_.begin(), asked_.end(), [&](const auto& each) { return each.first == query; });
+    if (known == asked_.end()) {
+        const auto client = std::make_shared<EventClient>(query);
+        known = asked_.insert(asked_.end(), {query, Readings(work_, [client] {
+                                                 std::vector<SensorServiceReading> readings;
+                                                 runCallback([&] { readings = client->read(); });
+                                                 return readings;
+                                             })});
     }
-    IOHIDEventSystemClientSetMatching(client.get(), matching.get());
-    const CFRef<CFArrayRef> services(IOHIDEventSystemClientCopyServices(client.get()));
-    const CFIndex count = services ? CFArrayGetCount(services.get()) : 0;
-    for (CFIndex i = 0; i < count; ++i) {
-        // Owned by the list. The reference types hide that constness is all they differ in.
-        const auto service =
-            static_cast<IOHIDServiceClientRef>(const_cast<void*>(CFArrayGetValueAtIndex(services.get(), i)));
-        readings.push_back(readService(service, query));
-    }
-    return readings;
+    auto answer = known->second.ask();
+    isLate_ = !answer;
+    return std::move(answer).value_or(std::vector<SensorServiceReading>());
 }
 
 std::unique_ptr<SensorServices> makeHIDSensorServices() { return std::make_unique<HIDSensorServices>(); }

@@ -12,8 +12,8 @@ namespace meridal {
 /// for root.
 std::unique_ptr<SMCService> makeAppleSMCService();
 
-/// Sensors that drivers publish through the HID event system, as on Apple silicon. Each reading makes a client of its own
-/// and lets it go.
+/// Sensors that drivers publish through the HID event system, as on Apple silicon. One client is kept, on a thread of its own: a
+/// driver that hangs holds up nobody else.
 std::unique_ptr<SensorServices> makeHIDSensorServices();
 
 } // namespace meridal

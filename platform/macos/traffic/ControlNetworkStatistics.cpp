@@ -3,6 +3,7 @@
 
 #include "base/Runtime.h"
 #include "platform/formats/NetworkStatisticsSources.h"
+#include "platform/macos/kernel/OwnedDescriptor.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -44,6 +45,7 @@ public:
         }
     }
     int get() const { return number_; }
+    int handOn() { return std::exchange(number_, -1); }
 
 private:
     int number_;
@@ -90,10 +92,10 @@ class ControlCounting final : public NetworkStatistics::Counting {
 public:
     ControlCounting(Runtime& runtime, ControlSocket socket, StatisticsFormat format)
         : runtime_(runtime)
-        , socket_(std::move(socket))
+        , socket_(socket.get())
         , sources_(format, [this](std::span<const std::uint8_t> request) { write(request); })
     {
-        watch_ = runtime.watchReadable(socket_.get(), [this] { drain(); });
+        watch_ = watchOwned(socket.handOn(), [this] { drain(); });
         sources_.subscribe(runtime.monotonicTime());
     }
 
@@ -104,7 +106,7 @@ private:
     {
         // The kernel writes its answer while it takes the request, and drops it when there is no room: never let
         // answers pile up. A question about one source that could not be sent is asked again at the next reading.
-        ::send(socket_.get(), request.data(), request.size(), 0);
+        ::send(socket_, request.data(), request.size(), 0);
         drain();
     }
 
@@ -112,15 +114,15 @@ private:
     {
         std::array<std::uint8_t, 2048> bytes;
         ssize_t size = 0;
-        while ((size = ::recv(socket_.get(), bytes.data(), bytes.size(), 0)) > 0) {
+        while ((size = ::recv(socket_, bytes.data(), bytes.size(), 0)) > 0) {
             sources_.received({bytes.data(), static_cast<std::size_t>(size)}, runtime_.monotonicTime());
         }
     }
 
     Runtime& runtime_;
-    ControlSocket socket_;
+    int socket_; ///< the watch's
     StatisticsSources sources_;
-    std::unique_ptr<Watch> watch_; ///< before the socket goes
+    std::unique_ptr<Watch> watch_;
 };
 
 class ControlNetworkStatistics final : public NetworkStatistics {

@@ -6,12 +6,18 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace meridal {
 
 namespace {
+
+/// Up to the ends of a socket, which begin the record of either protocol; what follows may grow with the SDK.
+constexpr std::size_t socketBytes =
+    offsetof(socket_fdinfo, psi) + offsetof(socket_info, soi_proto) + sizeof(in_sockinfo);
+static_assert(offsetof(tcp_sockinfo, tcpsi_ini) == 0);
 
 /// Ports lie in the low half of an int, in network order.
 std::uint16_t portFrom(int field) { return ntohs(static_cast<std::uint16_t>(field)); }
@@ -20,7 +26,7 @@ std::uint16_t portFrom(int field) { return ntohs(static_cast<std::uint16_t>(fiel
 const in_sockinfo* readEnds(std::int32_t pid, std::int32_t descriptor, socket_fdinfo& socket)
 {
     const int size = proc_pidfdinfo(pid, descriptor, PROC_PIDFDSOCKETINFO, &socket, sizeof(socket));
-    if (size < static_cast<int>(sizeof(socket))) {
+    if (size < static_cast<int>(socketBytes)) {
         return nullptr;
     }
     if (socket.psi.soi_kind == SOCKINFO_TCP) {

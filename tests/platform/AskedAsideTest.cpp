@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/formats/AskedAside.h"
+
+#include "tests/support/HandWork.h"
+
+#include <gtest/gtest.h>
+
+namespace meridal {
+namespace {
+
+TEST(AskedAside, AQuestionThatHangsHoldsNobodyUpAndIsForgotten)
+{
+    const auto script = std::make_shared<test::HandWork::Script>();
+    int figure = 0;
+    AskedAside<int> aside(std::make_shared<test::HandWork>(script), [&figure] { return ++figure; });
+    EXPECT_EQ(aside.ask(), 1);
+    EXPECT_EQ(aside.ask(), 2);
+
+    script->hang = 0;
+    EXPECT_EQ(aside.ask(), 2) << "the one before";
+    const int waits = script->waits;
+    EXPECT_EQ(aside.ask(), std::nullopt) << "and no longer";
+    EXPECT_EQ(aside.ask(), std::nullopt);
+    EXPECT_EQ(script->posts, 3) << "it is not asked again beside itself";
+    EXPECT_EQ(script->waits, waits) << "nor waited for again";
+
+    script->hanging.front()(); // late
+    EXPECT_EQ(aside.ask(), 4);
+    EXPECT_EQ(aside.ask(), 5);
+}
+
+TEST(AskedAside, WhatIsAskedNowAndThenIsNeverAnsweredByTheLastTime)
+{
+    const auto script = std::make_shared<test::HandWork::Script>();
+    int figure = 0;
+    AskedAside<int> aside(
+        std::make_shared<test::HandWork>(script), [&figure] { return ++figure; }, false);
+    EXPECT_EQ(aside.ask(), 1);
+    script->hang = 0;
+    EXPECT_EQ(aside.ask(), std::nullopt);
+    script->hanging.front()();
+    script->hang = 0;
+    EXPECT_EQ(aside.ask(), std::nullopt) << "and not what has come for who asked before";
+    script->hanging.back()();
+    script->hang = -1;
+    EXPECT_EQ(aside.ask(), 4);
+}
+
+} // namespace
+} // namespace meridal
