@@ -3,6 +3,7 @@
 #include "base/JsonMeasure.h"
 #include "base/Value.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <cmath>
