@@ -122,6 +122,8 @@ void DispatchMainQueue::run()
             callForTask();
         }
     }
+    const CurrentQueue current(
+        this); // also of what the system calls on this thread by itself: its own ports and stores
     while (!isStopping()) {
         ground_->serve();
     }
