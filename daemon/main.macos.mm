@@ -22,7 +22,7 @@ constexpr rlim_t mostDescriptors = 10'240;
 
 } // namespace
 
-std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<DispatchRuntime>(); }
+std::unique_ptr<Runtime> makeRuntime() { return std::make_unique<DispatchRuntime>(makeRunLoopGround()); }
 
 std::unique_ptr<Host> makeHost(Runtime& runtime, const HostChoices&) { return makeMacHost(runtime); }
 

@@ -11,13 +11,13 @@ class Meridal < Formula
   depends_on "asio" => :build
   depends_on "cli11" => :build
   depends_on "cmake" => :build
+  depends_on "fmt" => :build
   depends_on "lowdown" => :build
   depends_on "ninja" => :build
   depends_on "nlohmann-json" => :build
-  depends_on "cpp-httplib"
-  depends_on "fmt"
+  depends_on "spdlog" => :build
+  depends_on "cpp-httplib" # of meridal-exporter alone: what is root loads nothing of Homebrew's
   depends_on macos: :ventura
-  depends_on "spdlog"
 
   def install
     system "cmake", "-S", ".", "-B", "build", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
@@ -30,11 +30,20 @@ class Meridal < Formula
     end
   end
 
-  # Nothing here removes /Library/Application Support/Meridal 6 and /Library/Logs/Meridal: what was recorded outlives the formula.
   service do
     run opt_libexec/"meridald"
     keep_alive true
+    process_type :interactive
     require_root true
+    error_log_path var/"log/meridald.log"
+  end
+
+  def caveats
+    <<~EOS
+      The daemon runs as root from a folder that whoever installed it may write. On a Mac of several
+      people install it as packaging/macos/README.md says. What was recorded outlives this formula:
+        /Library/Application Support/Meridal 6, /Library/Logs/Meridal
+    EOS
   end
 
   test do

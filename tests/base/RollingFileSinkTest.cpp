@@ -3,6 +3,7 @@
 
 #include "tests/support/TemporaryTree.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <sys/resource.h>

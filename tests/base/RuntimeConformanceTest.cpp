@@ -2,17 +2,22 @@
 #include "base/AsioRuntime.h"
 #include "base/Lifetime.h"
 #include "tests/support/VirtualRuntime.h"
+#ifdef MERIDAL_DISPATCH
+#include "tests/support/DispatchForTests.h"
+#endif
 
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace meridal {
@@ -27,11 +32,21 @@ struct Harness {
     virtual void announceReadable(int) { }
 };
 
-struct RealHarness final : Harness {
-    Runtime& runtime() override { return asio; }
+struct RealHarness : Harness {
     void raise(int signal) override { std::raise(signal); }
+};
+
+struct AsioHarness final : RealHarness {
+    Runtime& runtime() override { return asio; }
     AsioRuntime asio;
 };
+
+#ifdef MERIDAL_DISPATCH
+struct DispatchHarness final : RealHarness {
+    Runtime& runtime() override { return dispatch; }
+    DispatchRuntime dispatch{makeGroundForTests()};
+};
+#endif
 
 struct VirtualHarness final : Harness {
     Runtime& runtime() override { return clockwork; }
@@ -68,10 +83,19 @@ protected:
     Queue& mainQueue = runtime.mainQueue();
 };
 
-INSTANTIATE_TEST_SUITE_P(All, RuntimeConformance,
-    testing::Values(Kind{"Asio", [] { return std::make_unique<RealHarness>(); }},
-        Kind{"Virtual", [] { return std::make_unique<VirtualHarness>(); }}),
-    [](const auto& kind) { return kind.param.name; });
+std::vector<Kind> kinds()
+{
+    return {
+#ifdef MERIDAL_DISPATCH
+        {"Dispatch", [] { return std::make_unique<DispatchHarness>(); }},
+#endif
+        {"Asio", [] { return std::make_unique<AsioHarness>(); }},
+        {"Virtual", [] { return std::make_unique<VirtualHarness>(); }},
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, RuntimeConformance, testing::ValuesIn(kinds()), [](const auto& kind) { return kind.param.name; });
 
 TEST_P(RuntimeConformance, SlowQueuesRunInOrderAndReportToMain)
 {
@@ -227,22 +251,29 @@ TEST_P(RuntimeConformance, TimerRepeatsUntilItDestroysItselfInItsTask)
 
 TEST_P(RuntimeConformance, TimersOfTheGridFireTogetherWheneverTheyStarted)
 {
-    constexpr double interval = 1.0 / 64; // s, whose multiples are exact
+    constexpr double interval = 1.0 / 32; // s, whose multiples are exact
+    std::string round;                    // what fired of late, in any order
     std::vector<std::unique_ptr<Timer>> timers;
+    int rounds = 0;
+    const auto fire = [&](char mark) {
+        if (round.empty()) {
+            runtime.after(interval / 4, [&] {
+                std::sort(round.begin(), round.end());
+                order += std::exchange(round, "") + ' ';
+                ++rounds == 6 ? runtime.stop() : void();
+            });
+        }
+        round += mark;
+    };
     const auto start = [&](char mark) {
-        timers.push_back(
-            runtime.startTimer(mainQueue, {.first = interval, .interval = interval, .onGrid = true}, [this, mark] {
-                order += mark;
-                if (mark == 'c' && order.size() >= 12) {
-                    runtime.stop();
-                }
-            }));
+        timers.push_back(runtime.startTimer(
+            mainQueue, {.first = interval, .interval = interval, .onGrid = true}, [&, mark] { fire(mark); }));
     };
     start('a');
-    runtime.after(3 * tick, [&] { start('b'); });
-    runtime.after(7 * tick, [&] { start('c'); });
+    runtime.after(0.4 * interval, [&] { start('b'); });
+    runtime.after(1.7 * interval, [&] { start('c'); });
     serve();
-    EXPECT_TRUE(order.ends_with("abcabcabc")) << order;
+    EXPECT_TRUE(order.ends_with("abc abc abc ")) << order;
 }
 
 TEST_P(RuntimeConformance, TimerWithoutIntervalFiresOnce)
@@ -406,6 +437,55 @@ TEST_P(RuntimeConformance, StopEndsTheRunAfterTheTaskInProgress)
     EXPECT_EQ(order, "ab");
 }
 
+TEST_P(RuntimeConformance, WhatComesWhileTheRunEndsWaitsForTheNext)
+{
+    // Both come in one turn of the loop, if not in one wake-up.
+    std::vector<std::unique_ptr<Timer>> timers;
+    for (int i = 0; i < 2; ++i) {
+        timers.push_back(runtime.startTimer(mainQueue, {.first = tick, .leeway = 3 * tick}, [&] {
+            order += 'a';
+            runtime.stop();
+        }));
+        runtime.after(0, [&] {
+            order += 'b';
+            runtime.stop();
+        });
+    }
+    for (const char* const soFar : {"b", "bb", "bba", "bbaa"}) {
+        serve();
+        EXPECT_EQ(order, soFar);
+    }
+}
+
+TEST_P(RuntimeConformance, ADescriptorMayBeClosedAndItsNumberUsedAgainOnceItsWatchIsGone)
+{
+    const auto open = [](int like) {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(::pipe(ends.data()), 0);
+        EXPECT_TRUE(like < 0 || ends[0] == like) << "the test wants the lowest free number";
+        return ends;
+    };
+    std::array<int, 2> ends = open(-1);
+    for (int round = 0; round < 20; ++round) {
+        std::unique_ptr<Watch> watch = runtime.watchReadable(ends[0], [&] {
+            order += 'a';
+            watch.reset();
+            runtime.stop();
+        });
+        mainQueue.post([&] {
+            EXPECT_EQ(::write(ends[1], "x", 1), 1);
+            harness->announceReadable(ends[0]);
+        });
+        serve();
+        ::close(ends[0]);
+        ::close(ends[1]);
+        ends = open(ends[0]);
+    }
+    EXPECT_EQ(order, std::string(20, 'a'));
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
 TEST_P(RuntimeConformance, TasksThatNeverRanLetGoWithTheRuntime)
 {
     const auto held = std::make_shared<int>();
@@ -417,6 +497,18 @@ TEST_P(RuntimeConformance, TasksThatNeverRanLetGoWithTheRuntime)
     harness.reset();
     timer.reset(); // both may outlive the runtime
     watch.reset();
+    EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST_P(RuntimeConformance, TheEndLetsGoThoseWhoWaitForTheMainQueueAndDropsWhatIsBehindThem)
+{
+    const auto held = std::make_shared<int>();
+    const auto queue = runtime.makeSerialQueue("queue");
+    for (int i = 0; i < 3; ++i) {
+        queue->post([held, &main = mainQueue] { main.runAndWait([held] {}); });
+        runtime.postGlobal([held, queue] { queue->runAndWait([] {}); });
+    }
+    harness.reset(); // while they wait, or before
     EXPECT_EQ(held.use_count(), 1);
 }
 

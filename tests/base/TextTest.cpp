@@ -4,6 +4,7 @@
 #include "base/ShortText.h"
 #include "base/Value.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <cmath>

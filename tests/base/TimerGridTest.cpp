@@ -2,6 +2,7 @@
 #include "base/TimerGrid.h"
 #include "base/DeadlineTable.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <cmath>

@@ -5,6 +5,7 @@
 #include "client/screen/TextTable.h"
 #include "tests/client/ViewText.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <limits>

@@ -3,6 +3,7 @@
 
 #include "client/screen/WallClock.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <cstdlib>

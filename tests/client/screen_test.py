@@ -132,7 +132,7 @@ class ScreenTest(running.DaemonTest):
         terminal = Terminal(self.root, [os.path.join(running.BUILD, "meridalctl"), "--socket",
                                         os.path.join(self.root, "run", "daemon.sock")], NO_COLOR="1")
         self.terminals.append(terminal)
-        terminal.wait_for("systemctl start meridald")
+        terminal.wait_for("systemctl start meridald" if running.IS_LINUX else "launchctl")
         self.start().wait_ready()
         terminal.wait_for("Memory ")
 
@@ -164,6 +164,7 @@ class ScreenTest(running.DaemonTest):
         terminal.wait_for("e?[2J?]0;owned?v")
         self.assertNotIn("owned", terminal.tmux("display-message", "-p", "#{pane_title}"))
 
+    @running.on_linux  # start_time()
     def test_signals_the_chosen_process_after_a_question(self):
         self.start().wait_ready()
         child = self.sleeper("waiting")

@@ -38,7 +38,10 @@ TEST_F(StatCollectorTest, BaseOrderKeepsItemsAndAnOverrideSortsThem)
 {
     struct ByKey final : StatCollectorItem {
         using StatCollectorItem::StatCollectorItem;
-        std::weak_ordering sort(const StatCollectorItem& other) const override { return *key() <=> *other.key(); }
+        std::weak_ordering sort(const StatCollectorItem& other) const override
+        {
+            return key()->compare(*other.key()) <=> 0;
+        }
     };
     const auto sorted = [this](auto make) {
         RecordingCollector collector(machine);

@@ -5,6 +5,7 @@
 #include "daemon/MeridalHistory.h"
 #include "tests/daemon/DaemonFixture.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <tuple>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "base/Value.h"
 #include "daemon/ZAVPowerManager.h"
 #include "tests/support/FakeHost.h"
 

@@ -96,7 +96,7 @@ TEST_F(DatabaseTroubleTest, AFileOfAnotherUserIsRenamedAndReadWhereItCanBe)
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can make such a file";
     }
-    for (const mode_t mode : {0600U, 0644U}) {
+    for (const mode_t mode : {mode_t{0600}, mode_t{0644}}) {
         makeSoundFile();
         const pid_t child = ::fork();
         if (child == 0) { // an ordinary user, to whom the folder belongs

@@ -2,6 +2,8 @@
 #include "base/AsioRuntime.h"
 #include "tests/database/DatabaseFixture.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <thread>
 

@@ -27,6 +27,7 @@ def request(verb=LIST, disk=0, page=0, flags=0):
     return REQUEST.pack(MARK, verb, disk, page, flags, 0)
 
 
+@running.on_linux
 class DiskHelperTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()

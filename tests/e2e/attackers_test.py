@@ -87,6 +87,7 @@ class AttackersTest(running.DaemonTest):
         with open(victim, "rb") as file:
             self.assertEqual(file.read(), b"precious")
 
+    @running.on_linux
     def test_a_hostile_name_reaches_neither_the_terminal_nor_the_log(self):
         child = self.spawn(sys.executable, "-c", f"import ctypes\nctypes.CDLL(None).prctl(15, {EVIL!r}, 0, 0, 0)\n"
                            "print('up', flush=True)\nwhile True: pass")

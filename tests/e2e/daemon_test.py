@@ -80,6 +80,7 @@ class WholeDaemonTest(running.DaemonTest):
         self.assertEqual(self.start("/Applications/xCoDe.app/Contents").wait_ready().stop(), 0)
         self.assertFalse(os.path.exists(error_log))
 
+    @running.on_linux
     def test_a_socket_of_the_service_managers_loses_nobody_over_a_restart(self):
         path = os.path.join(self.root, "run", "daemon.sock")
         os.mkdir(os.path.dirname(path))
@@ -123,6 +124,7 @@ class WholeDaemonTest(running.DaemonTest):
             client.close()
         self.assertEqual(refused, [])
 
+    @running.on_linux
     def test_the_journal_gets_lines_with_levels_and_crashes_with_their_calls(self):
         self.write_configuration("[record]\nsensors = nope\n")
         daemon = self.start(service=True).wait_ready()
@@ -143,6 +145,7 @@ class WholeDaemonTest(running.DaemonTest):
         daemon.stop()
         self.assertIn("Daemon started", daemon.read_log(), "a stream in the journal's place gets no log")
 
+    @running.on_linux
     def test_a_service_manager_that_watches_hears_of_it(self):
         daemon = self.start(environment={"WATCHDOG_USEC": "300000"}).wait_ready()
         for _ in range(3):
@@ -193,9 +196,8 @@ class WholeDaemonTest(running.DaemonTest):
         self.assertIn("source in [traffic] was changed, which takes effect at the next start", daemon.read_log())
 
     def test_a_busy_process_and_its_name_of_any_bytes(self):
-        child = self.spawn(sys.executable, "-c", "import ctypes\n"
-                           "ctypes.CDLL(None).prctl(15, b'ev)il \\xff\\n\\x1b[2J', 0, 0, 0)\n"
-                           "print('up', flush=True)\nwhile True: pass")
+        rename = "import ctypes\nctypes.CDLL(None).prctl(15, b'ev)il \\xff\\n\\x1b[2J', 0, 0, 0)\n"  # elsewhere a file's name
+        child = self.spawn(sys.executable, "-c", (rename if running.IS_LINUX else "") + "print('up', flush=True)\nwhile True: pass")
         with self.serving() as (_, client):
             client.call("startRequestWithKey:interval:", 1, 1)
             key = str(child.pid)
@@ -207,8 +209,10 @@ class WholeDaemonTest(running.DaemonTest):
             self.assertLessEqual(len(rows), 20)
             shares = [float(row["c"]) for row in rows]
             self.assertEqual(shares, sorted(shares, reverse=True))
-            name = client.call("infoForPids:reply:", [child.pid, 2 ** 31 - 1])
-            self.assertEqual(name, [{"name": "ev)il \ufffd\n\x1b[2J", "pid": child.pid}])
+            (name,) = client.call("infoForPids:reply:", [child.pid, 2 ** 31 - 1])
+            self.assertEqual(name["pid"], child.pid)
+            if running.IS_LINUX:
+                self.assertEqual(name["name"], "ev)il \ufffd\n\x1b[2J")
 
     def test_memory_and_energy_of_a_known_child(self):
         child = self.spawn(sys.executable, "-c", "import time\n"

@@ -143,7 +143,7 @@ TEST(SampleRing, TakesMemoryAsItFillsAndNeverMoreThanItsSlots)
     for (std::uint64_t sampleID = 1; sampleID <= 2 * slots + 7; ++sampleID) {
         const auto time = static_cast<double>(sampleID);
         ring.push(sampleID, time, std::array{time, absentFigure, -time});
-        ASSERT_LE(ring.memory(), std::min(full, 320 + sampleID * 60)) << sampleID;
+        ASSERT_LE(ring.memory(), std::min<std::uint64_t>(full, 320 + sampleID * 60)) << sampleID;
         const auto held = static_cast<double>(std::min<std::uint64_t>(sampleID, slots));
         const SampleAverages averages = ring.averages({}); // of all that is held, wherever the circle begins
         ASSERT_EQ(averages.samples, static_cast<std::size_t>(held));

@@ -6,6 +6,7 @@
 #include "history/HistoryReader.h"
 #include "history/WallClockGuard.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <cmath>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/formats/PowerDictionaries.h"
+#include "base/Value.h"
 #include "platform/PeripheralNames.h"
 
 #include <gtest/gtest.h>

@@ -23,6 +23,7 @@ CHIP = {"name": "nct6775", "temp1_input": "41500", "temp1_label": "CPU", "temp1_
         "fan1_label": "Left", "fan1_min": "300", "in0_input": "1048", "power1_input": "12345678", "power1_label": "Package"}
 
 
+@running.on_linux
 class SensorsTest(running.DaemonTest):
     def setUp(self):
         super().setUp()

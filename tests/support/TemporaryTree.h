@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -35,7 +37,7 @@ public:
         if (!::mkdtemp(pattern.data())) {
             throw std::runtime_error("no temporary folder");
         }
-        root_ = pattern;
+        root_ = std::filesystem::canonical(pattern); // what others call it: /tmp is a link on some systems
     }
     ~TemporaryTree()
     {

@@ -23,9 +23,10 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs"))
 import example_client  # noqa: E402
 
-NOBODY = 65534  # an ordinary user
+NOBODY = pwd.getpwnam("nobody").pw_uid  # an ordinary user
 DEADLINE = 60  # s; met at once on a healthy machine, long enough for a sanitizer on a busy one
 SYSTEM_PYTHON = "/usr/bin/python3"  # has the system's packages
+IS_LINUX = sys.platform == "linux"
 PRELOAD = "libumockdev-preload.so.0"  # lets a process have devices of its own
 BUILD = None
 # Becomes a program as a service manager starts it: standard error is the journal's, and a socket (-1: none) is handed over.
@@ -39,6 +40,7 @@ if (descriptor := int(sys.argv[1])) >= 0:
 os.execve(sys.argv[2], sys.argv[2:], environment)
 """
 
+on_linux = unittest.skipUnless(IS_LINUX, "Linux alone has it")
 needs_root = unittest.skipUnless(os.geteuid() == 0, "needs root")
 needs_devices = unittest.skipUnless(os.environ.get("LD_PRELOAD") == PRELOAD, "no umockdev in this process")
 
@@ -133,7 +135,19 @@ class Daemon:
             group=pwd.getpwuid(user).pw_gid if user else None, extra_groups=[] if user else None)
 
     def wait_ready(self):
-        return self.wait_told(b"READY=1")
+        if IS_LINUX:
+            return self.wait_told(b"READY=1")
+        until(self.answers, "a daemon that answers")  # launchd is told nothing
+        return self
+
+    def answers(self):
+        if self.process.poll() is not None:
+            raise AssertionError("the daemon has ended")
+        try:
+            self.client().close()
+        except OSError:
+            return False
+        return True
 
     def wait_told(self, what):
         """Waits until the service manager has been told so."""
@@ -174,7 +188,8 @@ class DaemonTest(unittest.TestCase):
     """A folder of its own for daemons, which end with the test as its other children do."""
 
     def setUp(self):
-        self.root = tempfile.mkdtemp(prefix="meridal-test-")
+        # By its own name, as the daemon tells it, and short: the longest path of a socket is 103 bytes on a Mac.
+        self.root = os.path.realpath(tempfile.mkdtemp(prefix="meridal-test-", dir="/tmp"))
         os.chmod(self.root, 0o777)
         self.daemons = []
         self.children = []
@@ -262,5 +277,6 @@ def main():
     global BUILD
     is_folder = len(sys.argv) > 1 and os.path.isdir(sys.argv[1])
     BUILD = os.path.abspath(sys.argv.pop(1) if is_folder else os.environ["MERIDAL_BUILD_DIR"])
-    ctypes.CDLL(None).prctl(1, signal.SIGKILL, 0, 0, 0)  # our children's parent must not outlive ctest's timeout
+    if IS_LINUX:
+        ctypes.CDLL(None).prctl(1, signal.SIGKILL, 0, 0, 0)  # our children's parent must not outlive ctest's timeout
     unittest.main(verbosity=2)

@@ -4,6 +4,7 @@
 #include "tests/support/VirtualRuntime.h"
 #include "tests/transport/FakeDaemon.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <stdexcept>
