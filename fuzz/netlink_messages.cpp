@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Messages as a netlink socket may hand them over: what the parsers find lies within them and makes sense.
 
+#include "platform/linux/kernel/GenericNetlink.h"
 #include "platform/linux/kernel/NetlinkSocket.h"
 #include "platform/linux/network/LinkMessages.h"
 #include "platform/linux/network/WirelessMessages.h"

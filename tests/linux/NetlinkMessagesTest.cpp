@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/kernel/GenericNetlink.h"
 #include "platform/linux/kernel/NetlinkSocket.h"
 #include "platform/linux/network/LinkMessages.h"
 #include "platform/linux/network/WirelessMessages.h"

@@ -139,10 +139,10 @@ TEST_F(ProcTable, RunTimesOfAllThreadsInOneAnswerStandForTheFiles)
         std::transform(pids.begin(), pids.end(), sums.begin(), [&](int pid) { return told[pid]; });
         return works;
     };
-    ProcProcessSource source(tree.root(), limitations, options);
+    ProcProcessSource asking(tree.root(), limitations, options);
     const auto cpuTimes = [&] {
         std::vector<std::uint64_t> ticks;
-        for (const ProcessRecord& each : source.readProcesses(ProcessFields::All)) {
+        for (const ProcessRecord& each : asking.readProcesses(ProcessFields::All)) {
             ticks.push_back(each.cpuTime / tick);
         }
         return ticks;
@@ -164,7 +164,7 @@ TEST_F(ProcTable, RunTimesOfAllThreadsInOneAnswerStandForTheFiles)
     recordBoth(3);
     EXPECT_EQ(cpuTimes(), (std::vector<std::uint64_t>{3, 3})) << "its file tells otherwise than the answers did";
     EXPECT_EQ(cpuTimes(), (std::vector<std::uint64_t>{3, 3}));
-    EXPECT_EQ(source.takenOver(), 1U) << "the one with one thread";
+    EXPECT_EQ(asking.takenOver(), 1U) << "the one with one thread";
 }
 
 TEST_F(ProcTable, AKernelWithoutRunTimesEndsTheTakingOver)
