@@ -3,7 +3,6 @@
 
 #include "base/Runtime.h"
 #include "platform/formats/NetworkStatisticsSources.h"
-#include "platform/macos/kernel/OwnedDescriptor.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -32,7 +31,7 @@ static_assert(PF_SYSTEM == 32 && SYSPROTO_CONTROL == 2 && AF_SYS_CONTROL == 2 &&
 constexpr const char* controlName = "com.apple.network.statistics";
 constexpr int receiveBytes = 1 << 20; ///< what the control gives by itself holds few answers
 
-/// Owns the socket until it is handed on.
+/// Owns the socket.
 class ControlSocket {
 public:
     ControlSocket() : number_(::socket(PF_SYSTEM, SOCK_DGRAM, SYSPROTO_CONTROL)) { }
@@ -45,7 +44,6 @@ public:
         }
     }
     int get() const { return number_; }
-    int handOn() { return std::exchange(number_, -1); }
 
 private:
     int number_;
@@ -92,10 +90,10 @@ class ControlCounting final : public NetworkStatistics::Counting {
 public:
     ControlCounting(Runtime& runtime, ControlSocket socket, StatisticsFormat format)
         : runtime_(runtime)
-        , socket_(socket.get())
+        , socket_(std::move(socket))
         , sources_(format, [this](std::span<const std::uint8_t> request) { write(request); })
     {
-        watch_ = watchOwned(socket.handOn(), [this] { drain(); });
+        watch_ = runtime.watchReadable(socket_.get(), [this] { drain(); });
         sources_.subscribe(runtime.monotonicTime());
     }
 
@@ -106,7 +104,7 @@ private:
     {
         // The kernel writes its answer while it takes the request, and drops it when there is no room: never let
         // answers pile up. A question about one source that could not be sent is asked again at the next reading.
-        ::send(socket_, request.data(), request.size(), 0);
+        ::send(socket_.get(), request.data(), request.size(), 0);
         drain();
     }
 
@@ -114,13 +112,13 @@ private:
     {
         std::array<std::uint8_t, 2048> bytes;
         ssize_t size = 0;
-        while ((size = ::recv(socket_, bytes.data(), bytes.size(), 0)) > 0) {
+        while ((size = ::recv(socket_.get(), bytes.data(), bytes.size(), 0)) > 0) {
             sources_.received({bytes.data(), static_cast<std::size_t>(size)}, runtime_.monotonicTime());
         }
     }
 
     Runtime& runtime_;
-    int socket_; ///< the watch's
+    ControlSocket socket_;
     StatisticsSources sources_;
     std::unique_ptr<Watch> watch_;
 };
