@@ -32,7 +32,7 @@ public:
     {
         ShortText made;
         if (text.size() <= made.bytes_.size()) {
-            std::memcpy(made.bytes_.data(), text.data(), text.size());
+            text.copy(made.bytes_.data(), text.size());
             made.size_ = static_cast<std::uint8_t>(text.size());
         } else {
             const auto* const kept = new std::string(text);

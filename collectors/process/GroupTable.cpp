@@ -130,6 +130,7 @@ void GroupTable::notePeaks()
             lastPresent_[place] = now_;
         }
     }
+    leastRank_.reset(); // who has lost its last process ranks lower from here on
 }
 
 } // namespace meridal

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/traffic/SocketInodes.h"
 #include "platform/linux/kernel/Descriptor.h"
+#include "tests/support/TemporaryTree.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <vector>
 
 namespace meridal {
@@ -76,6 +79,31 @@ TEST(SocketInodes, FindsAnyOfManySocketsOfOneProcess)
     EXPECT_NE(owners.find(nobodys).state, SocketInodes::State::Found);
     open.descriptors.clear();
     ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+TEST(SocketInodes, NobodyIsPassedOverWhenOthersEnd)
+{
+    test::TemporaryTree tree{{"proc/50/stat", ""}, {"proc/60/stat", ""}};
+    constexpr std::uint64_t first = 1000;
+    for (int fd = 0; fd < 8000; ++fd) { // several searches' worth
+        tree.link(fmt::format("proc/40/fd/{}", fd), fmt::format("socket:[{}]", first + static_cast<std::uint64_t>(fd)));
+    }
+    SocketInodes inodes(tree.root());
+    const auto states = [&inodes] {
+        return std::array{inodes.find(first).state, inodes.find(first + 4000).state, inodes.find(first + 7999).state};
+    };
+    states();
+    inodes.search();
+    for (const char* ended : {"proc/60", "proc/50"}) {
+        tree.remove(ended);
+        inodes.search();
+        inodes.search();
+    }
+    for (int i = 0; i < 10; ++i) {
+        inodes.search();
+    }
+    using enum SocketInodes::State;
+    EXPECT_EQ(states(), (std::array{Found, Found, Found}));
 }
 
 } // namespace

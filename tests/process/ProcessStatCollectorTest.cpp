@@ -197,7 +197,7 @@ TEST_F(ProcessStatCollectorTest, OlderReleasesTakeCpuUnitsAsSecondsInTheScoreAnd
     EXPECT_THAT(figures(42), are({3 / 1e9 / 2 * 100, 150, 0, 0}));
     blind.update();
     const ProcessStatCollectorItem& unseen = *blind.processForPid(42);
-    EXPECT_FALSE(unseen.figures.cpu || *unseen.activity().powerScore > 0);
+    EXPECT_FALSE(unseen.figures.cpu || unseen.activity().powerScore);
     EXPECT_EQ(unseen.activity().diskRead, 0);
 }
 

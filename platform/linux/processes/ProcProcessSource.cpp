@@ -15,6 +15,7 @@ namespace {
 constexpr std::uint64_t passesBetweenFullReadings = 16;
 constexpr std::uint8_t changesOfBusyProcess = 4; // passes in a row
 constexpr std::uint64_t busyPeriod = 8;          // passes, at two of which a busy process is asked
+constexpr int mostUnanswered = 3;                // passes in a row, after which files are asked
 constexpr ProcessFields statusGroups = ProcessFields::Memory | ProcessFields::Wakeups;
 
 bool hasAny(ProcessFields set, ProcessFields any) { return (set & any) != ProcessFields::None; }
@@ -133,9 +134,13 @@ void ProcProcessSource::askRunTimes()
             asked_.push_back(previousRows_[i].pid);
         }
     }
-    if (!options_.runTimes(asked_, runTimes_)) {
+    if (options_.runTimes(asked_, runTimes_)) {
+        unanswered_ = 0;
+        return;
+    }
+    asked_.clear(); // all are read in full
+    if (++unanswered_ == mostUnanswered) {
         options_.runTimes = nullptr;
-        asked_.clear();
     }
 }
 

@@ -38,8 +38,9 @@ struct ProcProcessOptions {
 /// over. The rule's terms:
 /// - The process has one thread where a file is asked, which tells of the main thread only. A process can gain a thread
 ///   only by running.
-/// - They were read before the other files, and the process was not on a run queue while those were read. What it did
-///   after that shows; the run time of a thread that is on a processor lags behind.
+/// - They were read before the other files, and the main thread was not on a run queue while those were read. What it did
+///   after that shows; the run time of a thread that is on a processor lags behind, by a tick as a rule: what another
+///   thread has done within it is told with the next pass.
 /// - Things that others do to a process (reclaim, swapping) move no counter of its own: each process is read anew every
 ///   16th pass, and when its parent ended, since it has another one then. So are nice values that others set.
 /// - A pid in use again cannot pass for its predecessor: times in ns would have to agree. A process that never ran yet
@@ -131,6 +132,7 @@ private:
     std::vector<std::int32_t> asked_;       ///< for their run times, ascending
     std::vector<proc::Schedstat> runTimes_; ///< theirs
     std::size_t nextAsked_ = 0;             ///< those before are behind the pass
+    int unanswered_ = 0;                    ///< passes in a row
     std::vector<std::int32_t> pids_;
     std::vector<ProcessRecord> rows_; ///< ascending by pid, as states_
     std::vector<State> states_;

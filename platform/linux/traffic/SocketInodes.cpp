@@ -174,19 +174,21 @@ void SocketInodes::scanLikely(double time)
     }
 }
 
-/// Goes on with the walk over all processes, from where the last search stopped.
+/// Goes on with the walk over all processes, from the highest pid down, from where the last search stopped.
 void SocketInodes::walkOn(double time)
 {
     int budget = walkBudget;
     while (searching_ > 0 && budget > 0) {
-        if (walked_ >= pids_.size()) {
+        const auto beyond = std::lower_bound(pids_.begin(), pids_.end(), walkedTo_);
+        if (beyond == pids_.begin()) {
             endRound(time);
             return;
         }
-        if (!scan(pids_[pids_.size() - 1 - walked_], time, budget)) {
+        const std::int32_t pid = *std::prev(beyond);
+        if (!scan(pid, time, budget)) {
             return; // a large table; the walk waits here, or its end would call those absent that are in the rest of it
         }
-        ++walked_;
+        walkedTo_ = pid;
     }
 }
 
@@ -264,7 +266,7 @@ void SocketInodes::readLink(std::int32_t pid, Process& process, int fd, double t
 /// Whoever was wanted for a whole round of the walk is nobody's.
 void SocketInodes::endRound(double time)
 {
-    walked_ = 0;
+    walkedTo_ = allOfThem;
     if (std::exchange(isPassedOver_, false)) {
         return; // not everybody was looked through
     }

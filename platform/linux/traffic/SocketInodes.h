@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -95,9 +96,12 @@ private:
     std::vector<int> descriptors_;   ///< of the process being read; kept for its memory
     std::size_t searching_ = 0;      ///< wanted ones that are looked for
     std::size_t found_ = 0;          ///< by the current search
-    std::size_t walked_ = 0;         ///< processes that the current round of the walk has behind it
-    std::uint32_t round_ = 0;        ///< of those in which everybody was looked through
-    bool isPassedOver_ = false;      ///< somebody was, in this round: his large table was read a moment ago
+    /// The current round of the walk has this pid and those above behind it. No count of processes: those that end meanwhile
+    /// would have others passed over.
+    static constexpr std::int32_t allOfThem = std::numeric_limits<std::int32_t>::max();
+    std::int32_t walkedTo_ = allOfThem;
+    std::uint32_t round_ = 0;   ///< of those in which everybody was looked through
+    bool isPassedOver_ = false; ///< somebody was, in this round: his large table was read a moment ago
     double forgetAt_ = 0;
     std::size_t forgetAtSize_ = firstForgotten; ///< of owners_
 };
