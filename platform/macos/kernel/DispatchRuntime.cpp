@@ -24,7 +24,7 @@ struct DispatchRuntime::Core {
 
     std::shared_ptr<DispatchSerialQueue> make(std::string label, bool slow)
     {
-        auto queue = std::make_shared<DispatchSerialQueue>(ground, std::move(label));
+        auto queue = std::make_shared<DispatchSerialQueue>(ground, main, std::move(label));
         const std::lock_guard lock(mutex);
         std::erase_if(queues, [](const Made& made) { return made.queue.expired(); });
         queues.push_back({queue, slow});
