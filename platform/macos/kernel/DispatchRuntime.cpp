@@ -18,7 +18,7 @@ struct DispatchRuntime::Core {
         : ground(std::move(system)), main(std::make_shared<DispatchMainQueue>(ground)), signals(main)
     {
     }
-    ~Core() { close(); }
+    ~Core() { dispatch_release(global); }
     Core(const Core&) = delete;
     Core& operator=(const Core&) = delete;
 
@@ -52,7 +52,6 @@ struct DispatchRuntime::Core {
             queue->drain();
         }
         dispatch_group_wait(global, DISPATCH_TIME_FOREVER);
-        dispatch_release(global);
     }
 
     struct Made {
@@ -75,7 +74,8 @@ DispatchRuntime::DispatchRuntime(std::unique_ptr<DispatchGround> ground)
 {
 }
 
-DispatchRuntime::~DispatchRuntime() = default;
+/// While the core is still there to be asked: one of the libraries' unique_ptr is null before it deletes.
+DispatchRuntime::~DispatchRuntime() { core_->close(); }
 
 double DispatchRuntime::wallTime() const
 {
