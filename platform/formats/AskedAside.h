@@ -30,23 +30,26 @@ public:
     /// The answer, else the one before, once: who hangs is not to be believed for ever. Absent where there is neither.
     std::optional<Answer> ask()
     {
-        if (!slot_->isUnderWay()) {
+        const bool begins = !slot_->isUnderWay();
+        if (begins) {
             slot_->begin();
             work_->post([slot = slot_, question = question_] { slot->end(question()); });
             work_->wait([slot = slot_] { return !slot->isUnderWay(); }, patience);
         }
-        return slot_->take();
+        // The answer to a question that somebody else began may come at any moment, even now.
+        return begins || slot_->mayRepeat() ? slot_->take() : std::nullopt;
     }
 
 private:
     class Slot {
     public:
         explicit Slot(bool mayRepeat) : mostUses_(mayRepeat ? 2 : 1) { }
+        bool mayRepeat() const { return mostUses_ > 1; }
         void begin()
         {
             const std::lock_guard lock(mutex_);
             isUnderWay_ = true;
-            if (mostUses_ == 1) {
+            if (!mayRepeat()) {
                 answer_.reset(); // one that came too late for who had asked
             }
         }

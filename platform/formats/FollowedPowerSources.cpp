@@ -9,6 +9,19 @@ namespace meridal {
 
 namespace {
 
+/// Also when an observer throws: a reading that stayed for good would be every later one.
+class Telling {
+public:
+    explicit Telling(bool& flag) : flag_(flag), before_(std::exchange(flag, true)) { }
+    ~Telling() { flag_ = before_; }
+    Telling(const Telling&) = delete;
+    Telling& operator=(const Telling&) = delete;
+
+private:
+    bool& flag_;
+    const bool before_;
+};
+
 bool isBusyness(std::string_view key) { return key.starts_with("State:/IOKit/PowerManagement/SystemLoad"); }
 
 } // namespace
@@ -18,8 +31,9 @@ std::vector<PowerSourceRecord> FollowedPowerSources::sources()
     if (!isTelling_) {
         return read_();
     }
-    if (!std::exchange(hasReading_, true)) {
+    if (!hasReading_) {
         reading_ = read_();
+        hasReading_ = true; // once it has not thrown
     }
     return reading_;
 }
@@ -44,10 +58,9 @@ void FollowedPowerSources::changed(std::span<const std::string> keys)
 
 void FollowedPowerSources::tell()
 {
-    isTelling_ = true;
+    const Telling telling(isTelling_);
     hasReading_ = false;
     observers_.tell();
-    isTelling_ = false;
 }
 
 } // namespace meridal

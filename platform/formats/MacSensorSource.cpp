@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <iterator>
 #include <utility>
 
 namespace meridal {
@@ -20,6 +19,9 @@ constexpr std::size_t mostFans = 16;
 
 /// How often the event system is waited for before the SMC is taken to be alone.
 constexpr int mostLateLooks = 10;
+
+/// How often an SMC is looked at that refuses, or that leaves something without an answer.
+constexpr int mostSMCLooks = 30;
 
 /// So that no service's name passes for a key of the SMC.
 constexpr std::string_view servicePrefix = "HID/";
@@ -60,38 +62,32 @@ constexpr std::array powerKeys = {"PSTR", "PDTR", "PCPT", "PCPC", "PCPG", "PG0R"
 constexpr float coldest = 0;
 constexpr float hottest = 130;
 
-/// What a key of a type with a fraction reads; absent for counters, flags and settings.
-std::optional<float> fractionOf(SensorSMCController& smc, SMCOrigin origin, const std::string& key)
+/// Whether the SMC or its driver failed at the latest read, so that nothing is known of the key or of what it reads.
+bool isUnanswered(const SensorSMCController& smc, const SMCKeyValue& data)
 {
+    return smc.lastKeyIsUnknown() || (data.dataType[0] != '\0' && smc.lastReadFailed());
+}
+
+enum class Looks { Sensor, Other, Unanswered };
+
+/// A key with a type that has a fraction, unlike counters, flags and settings. `byLooks`: also a first letter of temperatures,
+/// voltages, currents or powers, and a reading other than 0.
+Looks looksOf(SensorSMCController& smc, const std::string& key, bool byLooks)
+{
+    constexpr std::string_view letters = "TVIP";
+    if (key.empty() || letters.find(key.front()) == std::string_view::npos) {
+        return Looks::Other;
+    }
     SMCKeyValue data;
     smc.dataForKey(key, data);
     const std::string_view type(data.dataType.data(), 4);
     const bool isFraction = type.starts_with("sp") || type.starts_with("fp") || type == "flt ";
-    const float value = isFraction ? convertSMCData(data, origin) : 0;
-    return isFraction && !smc.lastReadFailed() && std::isfinite(value) ? std::optional(value) : std::nullopt;
-}
-
-bool looksLikeSensor(SensorSMCController& smc, SMCOrigin origin, const std::string& key)
-{
-    constexpr std::string_view letters = "TVIP";
-    if (key.empty() || letters.find(key.front()) == std::string_view::npos) {
-        return false;
+    if (isUnanswered(smc, data)) {
+        return isFraction || smc.lastKeyIsUnknown() ? Looks::Unanswered : Looks::Other;
     }
-    const auto value = fractionOf(smc, origin, key);
-    return value && *value != 0 && (key.front() != 'T' || (*value > coldest && *value < hottest));
-}
-
-/// The keys of an SMC that are sensors by their looks: the first letter of temperatures, voltages, currents or powers, a
-/// type with a fraction, and a reading other than 0. Asks for every key there is, which takes a moment.
-std::vector<std::string> sensorKeysByLooks(SensorSMCController& smc, SMCOrigin origin)
-{
-    std::vector<std::string> sensors;
-    for (std::string& key : smc.keys(mostKeys)) {
-        if (sensors.size() < mostSensors && looksLikeSensor(smc, origin, key)) {
-            sensors.push_back(std::move(key));
-        }
-    }
-    return sensors;
+    const float value = isFraction ? convertSMCData(data, SMCOrigin::Own) : 0;
+    const bool isLikely = value != 0 && (key.front() != 'T' || (value > coldest && value < hottest));
+    return isFraction && std::isfinite(value) && (isLikely || !byLooks) ? Looks::Sensor : Looks::Other;
 }
 
 const SensorRecord* withKey(const std::vector<SensorRecord>& records, const std::string& key)
@@ -140,71 +136,109 @@ void MacSensorSource::look(const std::vector<ARMSensor>& services)
         }
     }
     openSMC();
-    if (smc_.connection() != 0 && (before == 0 || !hasLookedAtSMC_)) {
-        addKeys(records_.empty());
-        hasLookedAtSMC_ = addFans();
+    if (smc_.connection() != 0 && smcLooks_ < mostSMCLooks && (before == 0 || !hasLookedAtSMC_)) {
+        lookAtSMC();
     }
     generation_ += records_.size() != before ? 1U : 0U;
+}
+
+/// One that is busy is looked at again for what it did not answer, but one that never answers is not for ever.
+void MacSensorSource::lookAtSMC()
+{
+    const bool areKeysKnown = addKeys();
+    const bool areFansKnown = addFans();
+    hasLookedAtSMC_ = ++smcLooks_ >= mostSMCLooks || (areKeysKnown && areFansKnown);
+    if (records_.empty()) {
+        searchedAlone_.reset();
+    }
 }
 
 /// One that was not there is looked for again when its driver has come: asking for it costs a walk through the registry.
 void MacSensorSource::openSMC()
 {
-    if (smc_.connection() == 0 && (driver_->hasCome() || isRefused_)) {
-        isRefused_ = smc_.open() == IOStatus::Error;
+    if (smc_.connection() != 0) {
+        return;
+    }
+    if (driver_->hasCome()) {
+        triesLeft_ = mostSMCLooks;
+    }
+    if (triesLeft_ > 0) {
+        triesLeft_ = smc_.open() == IOStatus::Error ? triesLeft_ - 1 : 0;
     }
 }
 
-/// Alone, it is searched for sensors. Services tell of no power, and to search beside them would list temperatures twice.
-void MacSensorSource::addKeys(bool isAlone)
+/// Alone, it is searched for sensors. Services tell of no power, and to search beside them would list temperatures twice. A
+/// search asks for every key there is, which takes a moment. Whether it is known by now which there are.
+bool MacSensorSource::addKeys()
 {
     if (origin_ != SMCOrigin::Own) {
-        return;
+        return true;
     }
-    std::vector<std::string> found;
-    if (isAlone) {
-        found = sensorKeysByLooks(smc_, origin_);
-    } else {
-        std::copy_if(powerKeys.begin(), powerKeys.end(), std::back_inserter(found),
-            [&](const char* key) { return fractionOf(smc_, origin_, key).has_value(); }); // 0 on the battery, for one
+    const bool isAlone = std::none_of(
+        records_.begin(), records_.end(), [](const auto& record) { return record.key.starts_with(servicePrefix); });
+    if (searchedAlone_ != isAlone) {
+        undecided_ = isAlone ? smc_.keys(mostKeys) : std::vector<std::string>(powerKeys.begin(), powerKeys.end());
+        searchedAlone_ = isAlone && smc_.lastKeyIsUnknown() ? std::nullopt : std::optional(isAlone);
     }
-    for (const std::string& key : found) {
-        if (!withKey(records_, key)) {
+    for (const std::string& key : std::exchange(undecided_, {})) {
+        const Looks looks = looksOf(smc_, key, isAlone); // known by name, power may read 0: on the battery, for one
+        if (looks == Looks::Unanswered) {
+            undecided_.push_back(key);
+        } else if (looks == Looks::Sensor && records_.size() < mostSensors && !withKey(records_, key)) {
             records_.push_back(recordOf(key, key, kindOfLetter(key.front())));
         }
     }
+    return searchedAlone_ && undecided_.empty();
 }
 
-/// Whether it is known by now how many there are: an SMC that is busy is asked again.
+/// Whether it is known by now how many there are.
 bool MacSensorSource::addFans()
 {
-    const SensorReading number = readKey("FNum");
-    if (smc_.lastKeyIsUnknown() || (number.isThere && !number.value && smc_.lastReadFailed())) {
+    SMCKeyValue number;
+    smc_.dataForKey("FNum", number);
+    if (isUnanswered(smc_, number)) {
         return false;
     }
-    const double count = number.value.value_or(0);
-    for (std::size_t fan = 0; fan < mostFans && static_cast<double>(fan) < count; ++fan) {
-        const std::string prefix = fmt::format("F{:X}", fan);
-        SensorRecord record = recordOf(prefix + "Ac", fmt::format("Fan {}", fan + 1), SensorKind::Fan);
-        if (origin_ == SMCOrigin::Emulated) {
-            record.label = fanNameFromID(prefix);
-            record.limits.low = readKey(prefix + "Mn").value;
-            record.limits.high = readKey(prefix + "Mx").value;
-            record.mayStandStill = true;
-            record.isNameless = false;
+    const double count = smcDecimal(number, origin_); // below 0 without the key
+    bool areKnown = true;
+    for (std::size_t fan = 0; fan < mostFans && std::isfinite(count) && static_cast<double>(fan) < count; ++fan) {
+        areKnown = addFan(fan) && areKnown;
+    }
+    return areKnown;
+}
+
+bool MacSensorSource::addFan(std::size_t number)
+{
+    const std::string prefix = fmt::format("F{:X}", number);
+    SensorRecord record = recordOf(prefix + "Ac", fmt::format("Fan {}", number + 1), SensorKind::Fan);
+    if (withKey(records_, record.key)) {
+        return true;
+    }
+    if (origin_ == SMCOrigin::Emulated) {
+        const auto name = fanNameFromID(prefix);
+        if (!name) {
+            return false;
         }
-        if (!record.label.empty() && !withKey(records_, record.key)) {
-            records_.push_back(std::move(record));
-        }
+        record.label = *name;
+        record.limits.low = readKey(prefix + "Mn").value;
+        record.limits.high = readKey(prefix + "Mx").value;
+        record.mayStandStill = true;
+        record.isNameless = false;
+    }
+    if (!record.label.empty()) {
+        records_.push_back(std::move(record));
     }
     return true;
 }
 
-/// An emulated SMC keeps a fan's name among its bytes.
-std::string MacSensorSource::fanNameFromID(const std::string& prefix)
+/// An emulated SMC keeps a fan's name among its bytes. Absent while it does not answer.
+std::optional<std::string> MacSensorSource::fanNameFromID(const std::string& prefix)
 {
     SMCKeyValue data;
     smc_.dataForKey(prefix + "ID", data);
+    if (isUnanswered(smc_, data)) {
+        return std::nullopt;
+    }
     std::string name;
     for (std::size_t index = 0; index < data.bytes.size() && index < data.dataSize; ++index) {
         if (data.bytes[index] >= 33) {

@@ -31,9 +31,11 @@ public:
 private:
     void look(const std::vector<ARMSensor>& services);
     void openSMC();
-    void addKeys(bool isAlone);
+    void lookAtSMC();
+    bool addKeys();
     bool addFans();
-    std::string fanNameFromID(const std::string& prefix);
+    bool addFan(std::size_t number);
+    std::optional<std::string> fanNameFromID(const std::string& prefix);
     SensorReading readKey(const std::string& key);
 
     std::unique_ptr<SMCService> driver_;
@@ -41,10 +43,13 @@ private:
     const SMCOrigin origin_;
     SensorSMCController smc_;
     SensorsARMController arm_;
-    std::vector<SensorRecord> records_; ///< empty: nothing has been found so far
-    bool isRefused_ = false;            ///< by an SMC that is there
-    int lateLooks_ = 0;                 ///< at services that did not answer
-    bool hasLookedAtSMC_ = false;       ///< for what it has beside services
+    std::vector<SensorRecord> records_;  ///< empty: nothing has been found so far
+    int triesLeft_ = 0;                  ///< to open an SMC that is there
+    int lateLooks_ = 0;                  ///< at services that did not answer
+    int smcLooks_ = 0;                   ///< so far
+    bool hasLookedAtSMC_ = false;        ///< and knows what it has
+    std::optional<bool> searchedAlone_;  ///< how the keys to look at were found; absent: not to the last
+    std::vector<std::string> undecided_; ///< the keys of which it has not said what they are
     std::uint64_t generation_ = 0;
 };
 

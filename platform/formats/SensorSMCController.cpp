@@ -192,14 +192,17 @@ int SensorSMCController::readKey(const std::string& key, SMCKeyValue& value)
 std::vector<std::string> SensorSMCController::keys(std::size_t most)
 {
     std::vector<std::string> all;
+    lastKeyIsUnknown_ = false;
     for (std::uint32_t index = 0; index < most; ++index) {
         SMCParamRecord input;
         input.command = static_cast<std::uint8_t>(SMCCommand::ReadKeyAtIndex);
         input.data32 = index;
         SMCParamRecord output;
-        if (processInput(input, output) != IOStatus::Success
-            || output.result != static_cast<std::uint8_t>(SMCResult::Success)) {
-            break; // there are no more
+        const IOStatus status = processInput(input, output);
+        if (status != IOStatus::Success || output.result != static_cast<std::uint8_t>(SMCResult::Success)) {
+            lastKeyIsUnknown_ =
+                status != IOStatus::Success || output.result != static_cast<std::uint8_t>(SMCResult::BadIndex);
+            break; // there are no more, or it is busy
         }
         all.push_back(typeText(output.key));
     }

@@ -59,7 +59,8 @@ public:
 
     /// Whether the driver or the SMC failed at the latest read: its zeros are then no measurement.
     bool lastReadFailed() const { return lastReadFailed_; }
-    /// Whether it was not even learnt if there is such a key. It is asked again the next time.
+    /// Whether it was not even learnt if there is such a key. It is asked again the next time. After keys(): whether there
+    /// may be more of them.
     bool lastKeyIsUnknown() const { return lastKeyIsUnknown_; }
 
     SMCService::Handle connection() const { return connection_; } ///< 0 while closed

@@ -79,33 +79,6 @@ TEST(AsioRuntime, AnyThreadMayPostAndStartTimers)
     EXPECT_EQ(left, 0);
 }
 
-TEST(AsioRuntime, ASlowQueueThatHangsHoldsUpNeitherOthersNorTheEnd)
-{
-    struct Hang {
-        std::promise<void> reached;
-        std::promise<void> release;
-        std::promise<void> over;
-    };
-    const auto hang = std::make_shared<Hang>(); // what the task touches is its own
-    {
-        AsioRuntime runtime;
-        const auto stuck = runtime.makeSlowQueue("stuck");
-        stuck->post([hang, &main = runtime.mainQueue()] {
-            hang->reached.set_value();
-            hang->release.get_future().wait();
-            main.post([] { FAIL() << "nobody is there any more"; });
-            hang->over.set_value();
-        });
-        stuck->post([] { FAIL() << "it waited too long"; });
-        hang->reached.get_future().wait();
-        const auto other = runtime.makeSlowQueue("other");
-        other->post([&] { runtime.stop(); });
-        runtime.run();
-    }
-    hang->release.set_value();
-    hang->over.get_future().wait();
-}
-
 TEST(AsioRuntime, FiresThatABusyQueueMissesAreOne)
 {
     AsioRuntime runtime;

@@ -21,7 +21,16 @@ TEST(SystemCallback, WhatABodyLeavesBehindIsFreedAtOnce)
 {
     __weak NSMutableString* left = nil;
     __weak NSMutableString** const place = &left;
-    runCallback([place] { *place = [NSMutableString stringWithFormat:@"%d", 7]; });
+    bool wasThere = false;
+    runCallback([place, &wasThere] {
+        {
+            // Into the pool for certain: what a method returns may be released by its caller instead.
+            __autoreleasing NSMutableString* const made = [[NSMutableString alloc] initWithString:@"left"];
+            *place = made;
+        }
+        wasThere = *place != nil;
+    });
+    EXPECT_TRUE(wasThere) << "nothing but the pool held it";
     EXPECT_EQ(left, nil);
 }
 

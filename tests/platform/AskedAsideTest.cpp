@@ -29,6 +29,21 @@ TEST(AskedAside, AQuestionThatHangsHoldsNobodyUpAndIsForgotten)
     EXPECT_EQ(aside.ask(), 5);
 }
 
+TEST(AskedAside, NoAnswerIsNotTheAnswerThatThereIsNone)
+{
+    const auto script = std::make_shared<test::HandWork::Script>();
+    script->hang = 0;
+    std::optional<int> figure;
+    AskedAside<std::optional<int>> aside(std::make_shared<test::HandWork>(script), [&figure] { return figure; });
+    constexpr int unknown = -1;
+    EXPECT_EQ(aside.ask().value_or(unknown), unknown) << "late";
+    EXPECT_EQ(aside.ask().value_or(unknown), unknown) << "still";
+    script->hanging.front()();
+    EXPECT_EQ(aside.ask().value_or(unknown), std::nullopt) << "answered";
+    figure = 7;
+    EXPECT_EQ(aside.ask().value_or(unknown), 7);
+}
+
 TEST(AskedAside, WhatIsAskedNowAndThenIsNeverAnsweredByTheLastTime)
 {
     const auto script = std::make_shared<test::HandWork::Script>();

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 namespace meridal {
 namespace {
 
@@ -45,6 +47,28 @@ TEST(FollowedPowerSources, OneChangeIsOneReadingAndBusynessIsToldNowAndThen)
     first.reset();
     followed.changed({sources.data(), 1});
     EXPECT_EQ(told, 5);
+}
+
+TEST(FollowedPowerSources, AReadingOrAnObserverThatThrowsLeavesNoOldReading)
+{
+    VirtualRuntime runtime;
+    std::size_t readings = 0;
+    bool fails = false;
+    FollowedPowerSources followed(runtime, [&] {
+        ++readings;
+        return fails ? throw std::runtime_error("no answer") : std::vector<PowerSourceRecord>(readings);
+    });
+    const auto observer = followed.observe([&] {
+        fails = true;
+        EXPECT_THROW(followed.sources(), std::runtime_error);
+        fails = false;
+        EXPECT_EQ(followed.sources().size(), readings) << "and not what came of the failure";
+        throw std::runtime_error("observer");
+    });
+    const Keys sources = {"State:/IOKit/PowerSources"};
+    EXPECT_THROW(followed.changed(sources), std::runtime_error);
+    followed.sources();
+    EXPECT_EQ(followed.sources().size(), 4U) << "nobody is being told";
 }
 
 } // namespace

@@ -157,6 +157,50 @@ TEST(MacSensorSource, AnSMCThatComesLateOrIsBusyIsLookedAtWhenItCan)
     EXPECT_THAT(refused.keys(), ElementsAre("F0Ac")) << "it is there, so it is worth another try";
 }
 
+TEST(MacSensorSource, AnSMCThatIsBusyForAWhileHidesNothingAndIsNotAskedForEver)
+{
+    for (int busy = 0; busy < 50; ++busy) { // so that it ends amid each kind of question
+        for (const bool isAlone : {false, true}) {
+            const Mac mac;
+            mac.hid() =
+                isAlone ? std::vector<SensorServiceReading>() : std::vector<SensorServiceReading>{{"gas", 30.0}};
+            mac.smc->setFloat("PSTR", 7.5F);
+            mac.smc->setFloat("PDTR", 20);
+            mac.smc->setFloat("TC0P", 40);
+            mac.smc->set("FNum", "ui8 ", {1});
+            mac.smc->busyCalls = busy;
+            for (int look = 0; look < 20; ++look) {
+                mac.source->generation();
+            }
+            EXPECT_THAT(mac.keys(), testing::UnorderedElementsAre(isAlone ? "TC0P" : "HID/gas", "PSTR", "PDTR", "F0Ac"))
+                << busy << isAlone;
+        }
+    }
+    const auto isLeftAlone = [](const Mac& mac) {
+        const auto work = [&] { return mac.smc->sent.size() + static_cast<std::size_t>(mac.smc->finds); };
+        for (int look = 0; look < 40; ++look) {
+            mac.source->generation();
+        }
+        const std::size_t before = work();
+        mac.source->generation();
+        return work() == before;
+    };
+    const Mac failing;
+    failing.hid() = {{"gas", 30.0}};
+    failing.smc->set("FNum", "ui8 ", {1});
+    failing.smc->keys["FNum"].infoResult = 133;
+    EXPECT_TRUE(isLeftAlone(failing));
+    const Mac empty;
+    EXPECT_TRUE(isLeftAlone(empty)) << "no key is a sensor";
+    const Mac refusing;
+    refusing.smc->openStatus = IOStatus::NotPrivileged;
+    EXPECT_TRUE(isLeftAlone(refusing));
+    refusing.smc->openStatus = IOStatus::Success;
+    refusing.smc->set("FNum", "ui8 ", {1});
+    refusing.smc->arrive();
+    EXPECT_THAT(refusing.keys(), ElementsAre("F0Ac"));
+}
+
 TEST(MacSensorSource, FansOfAnEmulatedSMCNameThemselves)
 {
     const Mac mac(SMCOrigin::Emulated);

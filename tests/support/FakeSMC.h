@@ -79,7 +79,7 @@ public:
         Handle connection, std::uint32_t selector, const SMCParamRecord& input, SMCParamRecord& output) override
     {
         sent.push_back(input);
-        if (connection == 0 || selector != 2 || isBusy) {
+        if (connection == 0 || selector != 2 || isBusy || (busyCalls > 0 && busyCalls-- > 0)) {
             return IOStatus::Error;
         }
         const auto command = static_cast<SMCCommand>(input.command);
@@ -102,6 +102,7 @@ public:
     bool present = true;
     bool come = true;    ///< since it was asked the last time
     bool isBusy = false; ///< the driver fails to carry any command
+    int busyCalls = 0;   ///< or the next so many
     IOStatus openStatus = IOStatus::Success;
     IOStatus writeStatus = IOStatus::Success;
     std::uint32_t openedType = 0;

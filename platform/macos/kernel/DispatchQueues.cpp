@@ -31,11 +31,16 @@ DispatchMainQueue::DispatchMainQueue(std::shared_ptr<DispatchGround> ground)
 void DispatchMainQueue::post(Task task)
 {
     const std::lock_guard lock(mutex_);
-    if (closed_) {
-        return;
+    append(std::move(task));
+}
+
+/// With the mutex held, and so a task that is not wanted any more stays the caller's.
+void DispatchMainQueue::append(Task&& task)
+{
+    if (!closed_) {
+        tasks_.push_back(std::move(task));
+        callForTask();
     }
-    tasks_.push_back(std::move(task));
-    callForTask();
 }
 
 /// With the mutex held.
@@ -56,6 +61,7 @@ void DispatchMainQueue::runFirst()
         }
         task = std::move(tasks_.front());
         tasks_.pop_front();
+        kept_ -= kept_ > 0 ? 1U : 0U;
     }
     perform([&] {
         task();
@@ -78,11 +84,15 @@ void DispatchMainQueue::runAndWait(const Task& task)
 
 void DispatchMainQueue::fire(const std::shared_ptr<TaskSlot>& task)
 {
-    if (isStopping()) {
-        post([task] { task->run(); });
-    } else {
-        perform([&] { task->run(); });
+    {
+        const std::lock_guard lock(mutex_);
+        if (stopping_ || kept_ > 0) {
+            append([task] { task->run(); });
+            kept_ = tasks_.size(); // nor may another timer overtake this one
+            return;
+        }
     }
+    perform([&] { task->run(); });
 }
 
 void DispatchMainQueue::after(double seconds, Task task)
@@ -118,7 +128,8 @@ void DispatchMainQueue::run()
 {
     {
         const std::lock_guard lock(mutex_);
-        while (!stopping_ && calls_ < tasks_.size()) { // those that an earlier run left came to nothing
+        kept_ = tasks_.size();
+        while (!stopping_ && calls_ < kept_) { // those that an earlier run left came to nothing
             callForTask();
         }
     }
@@ -147,18 +158,27 @@ bool DispatchMainQueue::isStopping() const
     return stopping_;
 }
 
+bool DispatchMainQueue::mayFireNow() const
+{
+    const std::lock_guard lock(mutex_);
+    return !stopping_ && kept_ == 0;
+}
+
 void DispatchMainQueue::close()
 {
     std::deque<Task> last; // both go outside the lock: what the tasks hold may post
     std::map<std::uint64_t, Task> lastDelayed;
     const std::lock_guard lock(mutex_);
     closed_ = true;
+    kept_ = 0;
     last.swap(tasks_);
     lastDelayed.swap(delayed_);
 }
 
-DispatchSerialQueue::DispatchSerialQueue(std::shared_ptr<const DispatchGround> ground, std::string label)
+DispatchSerialQueue::DispatchSerialQueue(
+    std::shared_ptr<const DispatchGround> ground, std::shared_ptr<DispatchMainQueue> main, std::string label)
     : DispatchQueue(std::move(ground), std::move(label))
+    , main_(std::move(main))
     , queue_(dispatch_queue_create(this->label().c_str(), DISPATCH_QUEUE_SERIAL))
 {
 }

@@ -53,10 +53,13 @@ public:
     void after(double seconds, Task task);
     void run();
     void stop();
-    /// Whether run() is about to return. What is reported again may then be left for the next.
-    bool isStopping() const;
+    /// Whether fire() would run the task at once: not while run() is about to return, nor before the tasks that an earlier
+    /// run left. What is reported again may be left until then.
+    bool mayFireNow() const;
 
 private:
+    bool isStopping() const;
+    void append(Task&& task);
     void callForTask();
     void runFirst();
     void runDelayed(std::uint64_t id);
@@ -65,6 +68,7 @@ private:
     mutable std::mutex mutex_; ///< guards all below
     std::deque<Task> tasks_;
     std::size_t calls_ = 0; ///< to runFirst(), on their way
+    std::size_t kept_ = 0;  ///< of the tasks, the first so many: since before this run, or fired behind such
     std::map<std::uint64_t, Task> delayed_;
     std::uint64_t lastDelayed_ = 0;
     bool stopping_ = false;
@@ -74,7 +78,8 @@ private:
 /// A serial dispatch queue.
 class DispatchSerialQueue final : public DispatchQueue, public std::enable_shared_from_this<DispatchSerialQueue> {
 public:
-    DispatchSerialQueue(std::shared_ptr<const DispatchGround> ground, std::string label);
+    DispatchSerialQueue(
+        std::shared_ptr<const DispatchGround> ground, std::shared_ptr<DispatchMainQueue> main, std::string label);
     ~DispatchSerialQueue() override { dispatch_release(queue_); }
     DispatchSerialQueue(const DispatchSerialQueue&) = delete;
     DispatchSerialQueue& operator=(const DispatchSerialQueue&) = delete;
@@ -89,6 +94,7 @@ public:
     void drain();
 
 private:
+    const std::shared_ptr<DispatchMainQueue> main_; ///< where tasks post: it must be there as long as one of them runs
     const dispatch_queue_t queue_;
     std::atomic<bool> closed_ = false;
 };

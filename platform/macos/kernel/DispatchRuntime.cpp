@@ -18,13 +18,13 @@ struct DispatchRuntime::Core {
         : ground(std::move(system)), main(std::make_shared<DispatchMainQueue>(ground)), signals(main)
     {
     }
-    ~Core() { close(); }
+    ~Core() { dispatch_release(global); }
     Core(const Core&) = delete;
     Core& operator=(const Core&) = delete;
 
     std::shared_ptr<DispatchSerialQueue> make(std::string label, bool slow)
     {
-        auto queue = std::make_shared<DispatchSerialQueue>(ground, std::move(label));
+        auto queue = std::make_shared<DispatchSerialQueue>(ground, main, std::move(label));
         const std::lock_guard lock(mutex);
         std::erase_if(queues, [](const Made& made) { return made.queue.expired(); });
         queues.push_back({queue, slow});
@@ -52,7 +52,6 @@ struct DispatchRuntime::Core {
             queue->drain();
         }
         dispatch_group_wait(global, DISPATCH_TIME_FOREVER);
-        dispatch_release(global);
     }
 
     struct Made {
@@ -75,7 +74,8 @@ DispatchRuntime::DispatchRuntime(std::unique_ptr<DispatchGround> ground)
 {
 }
 
-DispatchRuntime::~DispatchRuntime() = default;
+/// While the core is still there to be asked: one of the libraries' unique_ptr is null before it deletes.
+DispatchRuntime::~DispatchRuntime() { core_->close(); }
 
 double DispatchRuntime::wallTime() const
 {

@@ -93,7 +93,7 @@ std::unique_ptr<Watch> makeDescriptorWatch(std::shared_ptr<DispatchMainQueue> qu
     auto source = std::make_unique<DispatchSource>(
         DISPATCH_SOURCE_TYPE_READ, static_cast<std::uintptr_t>(own >= 0 ? own : descriptor), std::move(queue),
         [target, slot] {
-            if (!target->isStopping()) { // it is reported again
+            if (target->mayFireNow()) { // else it is reported again
                 target->fire(slot);
             }
         },

@@ -45,9 +45,10 @@ public:
     {
     }
 
+    /// Late, it says nothing of the network. That there is no Wi-Fi interface would end the network's record.
     std::optional<WirelessIdentity> identity(const std::string&) override
     {
-        return identity_.ask().value_or(std::nullopt);
+        return identity_.ask().value_or(WirelessIdentity{});
     }
     Result<void> togglePower() override;
 

@@ -111,7 +111,8 @@ private:
     int readings_ = 0;
 };
 
-/// Each question has its client; all are asked on one thread beside the main one, as drivers may take their time.
+/// Each question has its client; all are asked on one thread beside the main one, as drivers may take their time. A thread for
+/// each would help little: one question, for temperatures, goes to most drivers.
 class HIDSensorServices final : public SensorServices {
 public:
     std::vector<SensorServiceReading> read(const SensorServiceQuery& query) override;

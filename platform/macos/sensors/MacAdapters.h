@@ -12,8 +12,8 @@ namespace meridal {
 /// for root.
 std::unique_ptr<SMCService> makeAppleSMCService();
 
-/// Sensors that drivers publish through the HID event system, as on Apple silicon. One client is kept, on a thread of its own: a
-/// driver that hangs holds up nobody else.
+/// Sensors that drivers publish through the HID event system, as on Apple silicon. A client is kept for each question, and one
+/// thread asks them all: a driver that hangs takes these sensors away until it answers, and holds up nothing else.
 std::unique_ptr<SensorServices> makeHIDSensorServices();
 
 } // namespace meridal
