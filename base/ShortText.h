@@ -35,8 +35,8 @@ public:
             text.copy(made.bytes_.data(), text.size());
             made.size_ = static_cast<std::uint8_t>(text.size());
         } else {
-            const auto* const kept = new std::string(text);
-            std::memcpy(made.bytes_.data(), &kept, sizeof kept);
+            const auto address = reinterpret_cast<std::uintptr_t>(new std::string(text));
+            std::memcpy(made.bytes_.data(), &address, sizeof address);
             made.size_ = elsewhere;
         }
         swap(made);
@@ -54,9 +54,9 @@ private:
 
     const std::string* longText() const
     {
-        const std::string* text = nullptr;
-        std::memcpy(&text, bytes_.data(), sizeof text);
-        return text;
+        std::uintptr_t address = 0;
+        std::memcpy(&address, bytes_.data(), sizeof address);
+        return reinterpret_cast<const std::string*>(address);
     }
     void swap(ShortText& other) noexcept
     {
