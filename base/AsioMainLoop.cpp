@@ -2,11 +2,11 @@
 #include "base/AsioMainLoop.h"
 
 #include "base/CurrentQueue.h"
+#include "base/PostAndWait.h"
 
 #include <asio/post.hpp>
 
 #include <cassert>
-#include <future>
 #include <memory>
 #include <utility>
 
@@ -43,14 +43,7 @@ void AsioMainLoop::runFirst()
 void AsioMainLoop::runAndWait(const Task& task)
 {
     assert(!isCurrent());
-    // A task that is dropped breaks the promise, which ends the wait as well.
-    auto promise = std::make_shared<std::promise<void>>();
-    const auto done = promise->get_future();
-    post([promise = std::move(promise), &task] {
-        task();
-        promise->set_value();
-    });
-    done.wait();
+    postAndWait(*this, task);
 }
 
 void AsioMainLoop::run()

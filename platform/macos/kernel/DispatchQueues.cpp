@@ -2,10 +2,10 @@
 #include "platform/macos/kernel/DispatchQueues.h"
 
 #include "base/CurrentQueue.h"
+#include "base/PostAndWait.h"
 #include "platform/macos/kernel/DispatchCalls.h"
 
 #include <cassert>
-#include <future>
 #include <utility>
 
 namespace meridal {
@@ -72,14 +72,7 @@ void DispatchMainQueue::runFirst()
 void DispatchMainQueue::runAndWait(const Task& task)
 {
     assert(!isCurrent());
-    // A task that is dropped breaks the promise, which ends the wait as well.
-    auto promise = std::make_shared<std::promise<void>>();
-    const auto done = promise->get_future();
-    post([promise = std::move(promise), &task] {
-        task();
-        promise->set_value();
-    });
-    done.wait();
+    postAndWait(*this, task);
 }
 
 void DispatchMainQueue::fire(const std::shared_ptr<TaskSlot>& task)
