@@ -17,7 +17,9 @@
 #include <sqlite3.h>
 
 #include <cstdlib>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace meridal {
 namespace {
@@ -99,28 +101,48 @@ void rowsByBareSQLite(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * samples * itemCount);
 }
 
+/// A folder with the databases of a daemon's record, written in the background.
+struct Record {
+    Record(HistoryFile kind, StorageIndex index)
+    {
+        context.databases = &controller;
+        tables.emplace(context, traitsIn(context));
+        file = tables->databaseForIndex(index);
+        tables->declareTables(kind);
+    }
+    ~Record() { controller.closeAll(); }
+    Record(const Record&) = delete;
+    Record& operator=(const Record&) = delete;
+
+    const test::TemporaryTree folder;
+    AsioRuntime runtime;
+    Host host;
+    NotificationCenter notifications;
+    Log log;
+    Context context{runtime, host, notifications, log, Paths{folder.root(), {}, {}}};
+    HistoryDatabaseController controller{context};
+    std::optional<HistoryTables> tables;
+    decltype(std::declval<HistoryTables&>().databaseForIndex(StorageIndex::Hour)) file;
+};
+
+PeriodSample sampleOf(int items)
+{
+    PeriodSample sample{.items = {}};
+    for (int item = 0; item < items; ++item) {
+        sample.items.push_back({keyOf(item), {.values = {0.5}, .valueCount = 1, .samples = 1}});
+    }
+    return sample;
+}
+
 /// The samples come as the recorder hands them over, the commit runs on the file's own queue meanwhile.
 void rowsThroughTheCollector(benchmark::State& state)
 {
-    PeriodSample sample{.items = {}};
-    for (int item = 0; item < itemCount; ++item) {
-        sample.items.push_back({keyOf(item), {.values = {0.5}, .valueCount = 1, .samples = 1}});
-    }
+    PeriodSample sample = sampleOf(itemCount);
     for (auto _ : state) {
         state.PauseTiming();
-        const test::TemporaryTree folder;
         {
-            AsioRuntime runtime;
-            Host host;
-            NotificationCenter notifications;
-            Log log;
-            Context context{runtime, host, notifications, log, Paths{folder.root(), {}, {}}};
-            HistoryDatabaseController controller(context);
-            context.databases = &controller;
-            HistoryTables tables(context, traitsIn(context));
-            const auto file = tables.databaseForIndex(StorageIndex::Hour);
-            tables.declareTables(HistoryFile::Short);
-            file->queryDatabase([](SQLiteConnection&) {}); // they are made
+            Record record(HistoryFile::Short, StorageIndex::Hour);
+            record.file->queryDatabase([](SQLiteConnection&) {}); // they are made
             state.ResumeTiming();
             for (int number = 1; number <= samples; ++number) {
                 sample.sampleID = static_cast<std::uint64_t>(number);
@@ -128,14 +150,13 @@ void rowsThroughTheCollector(benchmark::State& state)
                 for (PeriodSample::Item& item : sample.items) {
                     item.averages.values[0] = number * 0.5;
                 }
-                tables.insertSample(sample, StorageIndex::Hour);
+                record.tables->insertSample(sample, StorageIndex::Hour);
             }
-            file->commitSync();
+            record.file->commitSync();
             state.PauseTiming();
-            if (file->statistics().rowsWritten != static_cast<std::uint64_t>(samples) * (itemCount + 1)) {
+            if (record.file->statistics().rowsWritten != static_cast<std::uint64_t>(samples) * (itemCount + 1)) {
                 state.SkipWithError("rows are missing");
             }
-            controller.closeAll();
         }
         state.ResumeTiming();
     }
@@ -174,21 +195,10 @@ void longTermOf(benchmark::State& state)
 {
     constexpr int items = 20;
     constexpr double period = 300;
-    const test::TemporaryTree folder;
-    AsioRuntime runtime;
-    Host host;
-    NotificationCenter notifications;
-    Log log;
-    Context context{runtime, host, notifications, log, Paths{folder.root(), {}, {}}};
-    HistoryDatabaseController controller(context);
-    context.databases = &controller;
-    HistoryTables tables(context, traitsIn(context));
-    const auto file = tables.databaseForIndex(StorageIndex::LongTerm);
-    tables.declareTables(HistoryFile::LongTerm);
-    PeriodSample sample{.items = {}};
-    for (int item = 0; item < items; ++item) {
-        sample.items.push_back({keyOf(item), {.values = {0.5}, .valueCount = 1, .samples = 1}});
-    }
+    Record record(HistoryFile::LongTerm, StorageIndex::LongTerm);
+    HistoryTables& tables = *record.tables;
+    const auto& file = record.file;
+    PeriodSample sample = sampleOf(items);
     const auto insert = [&] {
         sample.time = static_cast<double>(++sample.sampleID) * period;
         tables.insertSample(sample, StorageIndex::LongTerm);
@@ -218,7 +228,6 @@ void longTermOf(benchmark::State& state)
         file->commitSync(); // behind it in the queue
     }
     state.counters["rows"] = static_cast<double>(rows);
-    controller.closeAll();
 }
 
 BENCHMARK(longTermOf)
