@@ -6,6 +6,8 @@
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/IOKitKeys.h>
 #include <IOKit/IOKitLib.h>
+#include <IOKit/hidsystem/IOHIDEventSystemClient.h>
+#include <IOKit/hidsystem/IOHIDServiceClient.h>
 #include <IOKit/storage/IOBlockStorageDriver.h>
 #include <IOKit/storage/ata/ATASMARTLib.h>
 #include <IOKit/storage/nvme/NVMeSMARTLibExternal.h>
@@ -20,6 +22,8 @@
 #include "tests/mac_adapters/system/include/IOKit/IOCFPlugIn.h"
 #include "tests/mac_adapters/system/include/IOKit/IOKitKeys.h"
 #include "tests/mac_adapters/system/include/IOKit/IOKitLib.h"
+#include "tests/mac_adapters/system/include/IOKit/hidsystem/IOHIDEventSystemClient.h"
+#include "tests/mac_adapters/system/include/IOKit/hidsystem/IOHIDServiceClient.h"
 #include "tests/mac_adapters/system/include/IOKit/storage/IOBlockStorageDriver.h"
 #include "tests/mac_adapters/system/include/IOKit/storage/ata/ATASMARTLib.h"
 #include "tests/mac_adapters/system/include/IOKit/storage/nvme/NVMeSMARTLibExternal.h"

@@ -29,7 +29,7 @@ void Ledger::closed(const std::string& what)
     }
 }
 
-std::vector<std::string> Ledger::open() const
+std::vector<std::string> Ledger::takeOpen()
 {
     const std::lock_guard lock(mutex_);
     std::vector<std::string> left;
@@ -38,6 +38,7 @@ std::vector<std::string> Ledger::open() const
             left.push_back(std::to_string(count) + " x " + what);
         }
     }
+    open_.clear();
     return left;
 }
 

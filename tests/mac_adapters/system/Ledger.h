@@ -20,8 +20,8 @@ public:
     /// A reference, a connection, a registration was given out; it was given back.
     void opened(const std::string& what);
     void closed(const std::string& what);
-    /// What is out, with how many of it there are.
-    std::vector<std::string> open() const;
+    /// What is out, with how many of it there are; forgets it.
+    std::vector<std::string> takeOpen();
 
     /// Counts a call; what it is to fail with, if it is.
     std::optional<int> call(const std::string& function);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "tests/mac_adapters/system/EventSystem.h"
 #include "tests/mac_adapters/system/Ledger.h"
 #include "tests/mac_adapters/system/Registry.h"
 
@@ -19,14 +20,16 @@ public:
     ~SimulatedMac()
     {
         registry.reset();
+        events.reset();
         ledger.reset();
-        EXPECT_EQ(ledger.open(), std::vector<std::string>()) << "was not given back";
+        EXPECT_EQ(ledger.takeOpen(), std::vector<std::string>()) << "was not given back";
     }
     SimulatedMac(const SimulatedMac&) = delete;
     SimulatedMac& operator=(const SimulatedMac&) = delete;
 
     Ledger& ledger = Ledger::current();
     Registry& registry = Registry::current();
+    EventSystem& events = EventSystem::current();
 };
 
 } // namespace meridal::test
