@@ -2,6 +2,7 @@
 // Holds what tests/mac_adapters declares of macOS against the real headers. There is nothing in it to run.
 #include <CoreFoundation/CFPlugInCOM.h>
 #include <CoreFoundation/CoreFoundation.h>
+#include <CoreGraphics/CGBase.h>
 #include <IOKit/IOBSD.h>
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/IOKitKeys.h>
@@ -10,12 +11,18 @@
 #include <IOKit/storage/ata/ATASMARTLib.h>
 #include <IOKit/storage/nvme/NVMeSMARTLibExternal.h>
 #include <dispatch/dispatch.h>
+#include <libproc.h>
 #include <mach/mach.h>
+#include <sys/proc.h>
+#include <sys/proc_info.h>
+#include <sys/resource.h>
+#include <sys/sysctl.h>
 
 #include <cstdint>
 
 #define MERIDAL_BESIDE_REAL_HEADERS
 #include "tests/mac_adapters/system/include/CoreFoundation/CoreFoundation.h"
+#include "tests/mac_adapters/system/include/CoreGraphics/CGBase.h"
 #include "tests/mac_adapters/system/include/IOKit/IOBSD.h"
 #include "tests/mac_adapters/system/include/IOKit/IOCFPlugIn.h"
 #include "tests/mac_adapters/system/include/IOKit/IOKitKeys.h"
@@ -23,4 +30,9 @@
 #include "tests/mac_adapters/system/include/IOKit/storage/IOBlockStorageDriver.h"
 #include "tests/mac_adapters/system/include/IOKit/storage/ata/ATASMARTLib.h"
 #include "tests/mac_adapters/system/include/IOKit/storage/nvme/NVMeSMARTLibExternal.h"
+#include "tests/mac_adapters/system/include/libproc.h"
 #include "tests/mac_adapters/system/include/mach/mach.h"
+#include "tests/mac_adapters/system/include/mach/task_info.h"
+#include "tests/mac_adapters/system/include/sys/proc_info.h"
+#include "tests/mac_adapters/system/include/sys/resource.h"
+#include "tests/mac_adapters/system/include/sys/sysctl.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "tests/mac_adapters/system/Kernel.h"
 #include "tests/mac_adapters/system/Ledger.h"
 #include "tests/mac_adapters/system/Registry.h"
 
@@ -19,6 +20,7 @@ public:
     ~SimulatedMac()
     {
         registry.reset();
+        kernel.reset();
         ledger.reset();
         EXPECT_EQ(ledger.open(), std::vector<std::string>()) << "was not given back";
     }
@@ -27,6 +29,7 @@ public:
 
     Ledger& ledger = Ledger::current();
     Registry& registry = Registry::current();
+    Kernel& kernel = Kernel::current();
 };
 
 } // namespace meridal::test
