@@ -13,10 +13,12 @@
 #include <dispatch/dispatch.h>
 #include <libproc.h>
 #include <mach/mach.h>
+#include <sys/mount.h>
 #include <sys/proc.h>
 #include <sys/proc_info.h>
 #include <sys/resource.h>
 #include <sys/sysctl.h>
+#include <sys/timex.h>
 
 #include <cstdint>
 
@@ -33,6 +35,8 @@
 #include "tests/mac_adapters/system/include/libproc.h"
 #include "tests/mac_adapters/system/include/mach/mach.h"
 #include "tests/mac_adapters/system/include/mach/task_info.h"
+#include "tests/mac_adapters/system/include/sys/mount.h"
 #include "tests/mac_adapters/system/include/sys/proc_info.h"
 #include "tests/mac_adapters/system/include/sys/resource.h"
 #include "tests/mac_adapters/system/include/sys/sysctl.h"
+#include "tests/mac_adapters/system/include/sys/timex.h"

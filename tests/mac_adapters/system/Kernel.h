@@ -3,7 +3,9 @@
 
 #include <libproc.h>
 #include <mach/mach.h>
+#include <sys/mount.h>
 #include <sys/sysctl.h>
+#include <sys/timex.h>
 
 #include <array>
 #include <cstddef>
@@ -54,9 +56,11 @@ public:
     std::function<void(const std::string& call)> meanwhile{};
     mach_msg_type_number_t memoryWords = TASK_VM_INFO_COUNT; ///< of a task's memory record that this kernel has
 
-    std::map<std::string, std::string> settings{};                   ///< of sysctlbyname, as bytes
-    std::vector<std::array<unsigned, 4>> processors{};               ///< ticks by CPU_STATE
-    vm_statistics64 pages{};                                         ///< of memory
+    std::map<std::string, std::string> settings{};     ///< of sysctlbyname, as bytes
+    std::vector<std::array<unsigned, 4>> processors{}; ///< ticks by CPU_STATE
+    vm_statistics64 pages{};                           ///< of memory
+    std::vector<struct statfs> mounts{};
+    ntptimeval clock{};                                              ///< with the state that the call answers, too
     std::map<std::string, std::map<std::string, void*>> libraries{}; ///< that can be opened, with their symbols
 
     std::size_t roomForTable = 0; ///< that the last reader of the table of processes had, bytes
