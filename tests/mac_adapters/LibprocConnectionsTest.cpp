@@ -99,6 +99,10 @@ TEST_F(MacConnectionsTest, AListThatGrowsOrShrinksIsReadAsItIs)
         const std::array<std::int32_t, 1> pids = {402};
         EXPECT_EQ(connections->readConnections(pids).size(), static_cast<std::size_t>(count));
     }
+    browser.sockets = {{4, socketOf(SOCKINFO_IN, "", 0, 4)}, {9, socketOf(SOCKINFO_IN, "", 0, 9)}};
+    EXPECT_EQ(rows({402}), "402:4>0 402:9>0 ");
+    browser.sockets.erase(4);
+    EXPECT_EQ(rows({402}), "402:9>0 ") << "where the other stood before";
     // Between the question how many and the list of them: the kernel's list ends where the room does.
     mac.kernel.meanwhile = [&](const std::string& call) {
         if (call == "proc_pidinfo 1, size") {

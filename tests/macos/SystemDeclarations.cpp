@@ -13,12 +13,16 @@
 #include <dispatch/dispatch.h>
 #include <libproc.h>
 #include <mach/mach.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/proc.h>
 #include <sys/proc_info.h>
 #include <sys/resource.h>
+#include <sys/sys_domain.h>
 #include <sys/sysctl.h>
 #include <sys/timex.h>
+
+#include <sys/kern_control.h> // wants <sys/ioctl.h> first
 
 #include <cstdint>
 
@@ -35,8 +39,10 @@
 #include "tests/mac_adapters/system/include/libproc.h"
 #include "tests/mac_adapters/system/include/mach/mach.h"
 #include "tests/mac_adapters/system/include/mach/task_info.h"
+#include "tests/mac_adapters/system/include/sys/kern_control.h"
 #include "tests/mac_adapters/system/include/sys/mount.h"
 #include "tests/mac_adapters/system/include/sys/proc_info.h"
 #include "tests/mac_adapters/system/include/sys/resource.h"
+#include "tests/mac_adapters/system/include/sys/sys_domain.h"
 #include "tests/mac_adapters/system/include/sys/sysctl.h"
 #include "tests/mac_adapters/system/include/sys/timex.h"

@@ -4,6 +4,7 @@
 #include "tests/mac_adapters/system/Kernel.h"
 #include "tests/mac_adapters/system/Ledger.h"
 #include "tests/mac_adapters/system/Registry.h"
+#include "tests/mac_adapters/system/StatisticsControl.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +22,7 @@ public:
     {
         registry.reset();
         kernel.reset();
+        statistics.reset();
         ledger.reset();
         EXPECT_EQ(ledger.open(), std::vector<std::string>()) << "was not given back";
     }
@@ -30,6 +32,7 @@ public:
     Ledger& ledger = Ledger::current();
     Registry& registry = Registry::current();
     Kernel& kernel = Kernel::current();
+    StatisticsControl& statistics = StatisticsControl::current();
 };
 
 } // namespace meridal::test
