@@ -2,6 +2,7 @@
 // Holds what tests/mac_adapters declares of macOS against the real headers. There is nothing in it to run.
 #include <CoreFoundation/CFPlugInCOM.h>
 #include <CoreFoundation/CoreFoundation.h>
+#include <CoreGraphics/CGBase.h>
 #include <IOKit/IOBSD.h>
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/IOKitKeys.h>
@@ -12,12 +13,24 @@
 #include <IOKit/storage/ata/ATASMARTLib.h>
 #include <IOKit/storage/nvme/NVMeSMARTLibExternal.h>
 #include <dispatch/dispatch.h>
+#include <libproc.h>
 #include <mach/mach.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/proc.h>
+#include <sys/proc_info.h>
+#include <sys/resource.h>
+#include <sys/sys_domain.h>
+#include <sys/sysctl.h>
+#include <sys/timex.h>
+
+#include <sys/kern_control.h> // wants <sys/ioctl.h> first
 
 #include <cstdint>
 
 #define MERIDAL_BESIDE_REAL_HEADERS
 #include "tests/mac_adapters/system/include/CoreFoundation/CoreFoundation.h"
+#include "tests/mac_adapters/system/include/CoreGraphics/CGBase.h"
 #include "tests/mac_adapters/system/include/IOKit/IOBSD.h"
 #include "tests/mac_adapters/system/include/IOKit/IOCFPlugIn.h"
 #include "tests/mac_adapters/system/include/IOKit/IOKitKeys.h"
@@ -27,4 +40,13 @@
 #include "tests/mac_adapters/system/include/IOKit/storage/IOBlockStorageDriver.h"
 #include "tests/mac_adapters/system/include/IOKit/storage/ata/ATASMARTLib.h"
 #include "tests/mac_adapters/system/include/IOKit/storage/nvme/NVMeSMARTLibExternal.h"
+#include "tests/mac_adapters/system/include/libproc.h"
 #include "tests/mac_adapters/system/include/mach/mach.h"
+#include "tests/mac_adapters/system/include/mach/task_info.h"
+#include "tests/mac_adapters/system/include/sys/kern_control.h"
+#include "tests/mac_adapters/system/include/sys/mount.h"
+#include "tests/mac_adapters/system/include/sys/proc_info.h"
+#include "tests/mac_adapters/system/include/sys/resource.h"
+#include "tests/mac_adapters/system/include/sys/sys_domain.h"
+#include "tests/mac_adapters/system/include/sys/sysctl.h"
+#include "tests/mac_adapters/system/include/sys/timex.h"

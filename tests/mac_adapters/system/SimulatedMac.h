@@ -2,8 +2,10 @@
 #pragma once
 
 #include "tests/mac_adapters/system/EventSystem.h"
+#include "tests/mac_adapters/system/Kernel.h"
 #include "tests/mac_adapters/system/Ledger.h"
 #include "tests/mac_adapters/system/Registry.h"
+#include "tests/mac_adapters/system/StatisticsControl.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +23,8 @@ public:
     {
         registry.reset();
         events.reset();
+        kernel.reset();
+        statistics.reset();
         ledger.reset();
         EXPECT_EQ(ledger.takeOpen(), std::vector<std::string>()) << "was not given back";
     }
@@ -30,6 +34,8 @@ public:
     Ledger& ledger = Ledger::current();
     Registry& registry = Registry::current();
     EventSystem& events = EventSystem::current();
+    Kernel& kernel = Kernel::current();
+    StatisticsControl& statistics = StatisticsControl::current();
 };
 
 } // namespace meridal::test
