@@ -2,7 +2,9 @@
 #pragma once
 
 #include "tests/mac_adapters/system/Ledger.h"
+#include "tests/mac_adapters/system/Power.h"
 #include "tests/mac_adapters/system/Registry.h"
+#include "tests/mac_adapters/system/SystemConfiguration.h"
 
 #include <gtest/gtest.h>
 
@@ -19,6 +21,8 @@ public:
     ~SimulatedMac()
     {
         registry.reset();
+        power.reset();
+        configuration.reset();
         ledger.reset();
         EXPECT_EQ(ledger.open(), std::vector<std::string>()) << "was not given back";
     }
@@ -27,6 +31,8 @@ public:
 
     Ledger& ledger = Ledger::current();
     Registry& registry = Registry::current();
+    Power& power = Power::current();
+    SystemConfiguration& configuration = SystemConfiguration::current();
 };
 
 } // namespace meridal::test
