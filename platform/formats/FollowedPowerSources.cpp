@@ -45,7 +45,7 @@ std::unique_ptr<PowerSources::Observation> FollowedPowerSources::observe(std::fu
 
 void FollowedPowerSources::changed(std::span<const std::string> keys)
 {
-    if (!std::all_of(keys.begin(), keys.end(), isBusyness)) {
+    if (keys.empty() || !std::all_of(keys.begin(), keys.end(), isBusyness)) {
         tell();
     } else if (!std::exchange(isDue_, true)) {
         runtime_.after(busyInterval, lifetime_.guard([this] {

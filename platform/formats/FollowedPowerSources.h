@@ -29,7 +29,7 @@ public:
     std::vector<PowerSourceRecord> sources() override;
     std::unique_ptr<Observation> observe(std::function<void()> changed) override;
 
-    /// These keys of the store have changed.
+    /// These keys of the store have changed; without any, all that was known of it is to be forgotten.
     void changed(std::span<const std::string> keys);
 
 private:

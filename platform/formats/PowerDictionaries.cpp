@@ -244,22 +244,27 @@ std::optional<Day> manufactureDate(const Dictionary& battery)
 // Its controller
 
 /// On Apple silicon "MaxCapacity" and "CurrentCapacity" are percent, and the real figures stand elsewhere: 100 of 4,500
-/// would look like a battery at 2 % of its health.
+/// would look like a battery at 2 % of its health. macOS 27 has them in "BatteryData" alone.
 BatteryControllerRecord controllerOf(const Value& battery)
 {
     const Value* found = find(battery, "BatteryData");
     static const Value none;
     const Value& data = found ? *found : none;
-    const auto told = positive(battery, "MaxCapacity");
     // No pack of a computer holds as little as 100 mAh.
-    const bool isPercentage = told && *told <= largestPercentage;
+    const auto charge = [](std::optional<double> figure) {
+        return figure && *figure > largestPercentage ? figure : std::nullopt;
+    };
+    const auto told = charge(number(battery, "MaxCapacity"));
     auto full = firstPositive(battery, {"AppleRawMaxCapacity", "NominalChargeCapacity"});
     if (!full) {
-        full = isPercentage ? positive(data, "NominalChargeCapacity") : told;
+        full = told ? told : positive(data, "NominalChargeCapacity");
+    }
+    if (!full) {
+        full = charge(number(data, "FullChargeCapacity"));
     }
     auto now = number(battery, "AppleRawCurrentCapacity");
-    if (!now && told && !isPercentage) {
-        now = number(battery, "CurrentCapacity");
+    if (!now) {
+        now = told ? number(battery, "CurrentCapacity") : number(data, "RemainingCapacity");
     }
     const auto design = positive(battery, "DesignCapacity");
     const auto voltage = positive(battery, "Voltage");

@@ -47,6 +47,8 @@ TEST(FollowedPowerSources, OneChangeIsOneReadingAndBusynessIsToldNowAndThen)
     first.reset();
     followed.changed({sources.data(), 1});
     EXPECT_EQ(told, 5);
+    followed.changed({});
+    EXPECT_EQ(told, 6) << "the store began anew";
 }
 
 TEST(FollowedPowerSources, AReadingOrAnObserverThatThrowsLeavesNoOldReading)

@@ -77,6 +77,24 @@ TEST(PowerDictionaries, CapacitiesAreMilliampereHoursOnEveryMac)
     expect({{"MaxCapacity", 100}, {"CurrentCapacity", 71}, {"Voltage", 11890},
                {"BatteryData", {{"DesignCapacity", 6075}, {"NominalChargeCapacity", 5900}}}},
         {.chargeFullMah = 5900, .chargeDesignMah = 6075, .voltageMv = 11890});
+    // As on a MacBook with macOS 27.
+    const Dictionary data{{"FullChargeCapacity", 5793}, {"NominalChargeCapacity", 5937}, {"DesignCapacity", 5760},
+        {"RemainingCapacity", 2994}, {"MaxCapacity", 100}, {"CurrentCapacity", 54}};
+    Dictionary newest{{"MaxCapacity", 100}, {"CurrentCapacity", 54}, {"Voltage", 12'000}, {"BatteryData", data}};
+    expect(newest,
+        {.chargeNowMah = 2994,
+            .chargeFullMah = 5937,
+            .chargeDesignMah = 5760,
+            .energyNowMwh = 35'928,
+            .voltageMv = 12'000});
+    newest["BatteryData"].erase("NominalChargeCapacity");
+    newest.erase("MaxCapacity");
+    EXPECT_EQ(controllerOf(newest).chargeFullMah, 5793);
+    newest["BatteryData"]["FullChargeCapacity"] = 100;
+    EXPECT_EQ(controllerOf(newest).chargeFullMah, std::nullopt);
+    newest.update({{"MaxCapacity", 4100}, {"CurrentCapacity", 2000}, {"AppleRawMaxCapacity", 4000}});
+    EXPECT_EQ(controllerOf(newest).chargeFullMah, 4000) << "what stood at the top before is still believed first";
+    EXPECT_EQ(controllerOf(newest).chargeNowMah, 2000);
     for (const Dictionary& nothing : {Dictionary{{"MaxCapacity", 100}, {"CurrentCapacity", 71}},
              {{"CurrentCapacity", 71}, {"CycleCount", -3}}, {{"BatteryData", 5}, {"DesignCapacity", 0}}}) {
         expect(nothing, {}); // a percentage is no charge

@@ -54,10 +54,10 @@ Result<void> MacNetworkConfiguration::setNetworkSet(const std::string& identifie
     const CFRef<SCPreferencesRef> preferences(
         SCPreferencesCreate(kCFAllocatorDefault, CFSTR("MeridalDaemon"), nullptr));
     const CFRef<CFStringRef> name = stringOf(identifier);
-    if (!preferences || !name) {
+    if (!preferences) {
         return systemFailure("the network preferences cannot be opened");
     }
-    const CFRef<SCNetworkSetRef> set(SCNetworkSetCopy(preferences.get(), name.get()));
+    const CFRef<SCNetworkSetRef> set(name ? SCNetworkSetCopy(preferences.get(), name.get()) : nullptr);
     if (!set) {
         return unexpected(ErrorCode::NotFound, "there is no such network set");
     }

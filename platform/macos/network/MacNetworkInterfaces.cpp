@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/network/MacAdapters.h"
 
-#include "platform/macos/kernel/CFRef.h"
+#include "platform/macos/network/NetworkHardware.h"
+#include "platform/macos/network/PrimaryServiceKey.h"
 
-#include <SystemConfiguration/SystemConfiguration.h>
-#include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <net/if_dl.h>
@@ -136,61 +135,6 @@ LinkState linkStateOf(int socket, const std::string& name, unsigned flags)
     return (flags & IFF_RUNNING) != 0 ? LinkState::Up : LinkState::Unknown;
 }
 
-InterfaceKind kindOfType(CFStringRef type)
-{
-    const std::array<std::pair<CFStringRef, InterfaceKind>, 8> kinds = {{{kSCNetworkInterfaceTypeEthernet,
-                                                                             InterfaceKind::Ethernet},
-        {kSCNetworkInterfaceTypeIEEE80211, InterfaceKind::WiFi}, {kSCNetworkInterfaceTypeWWAN, InterfaceKind::Cellular},
-        {kSCNetworkInterfaceTypeModem, InterfaceKind::Cellular},
-        {kSCNetworkInterfaceTypeBluetooth, InterfaceKind::Bluetooth},
-        {kSCNetworkInterfaceTypeBond, InterfaceKind::Bond}, {kSCNetworkInterfaceTypeVLAN, InterfaceKind::Vlan},
-        {kSCNetworkInterfaceTypePPP, InterfaceKind::Tunnel}}};
-    for (const auto& [name, kind] : kinds) {
-        if (type && CFEqual(type, name)) {
-            return kind;
-        }
-    }
-    return InterfaceKind::Other;
-}
-
-/// What the name tells of interfaces that are no hardware.
-InterfaceKind kindOfName(std::string_view name)
-{
-    constexpr std::array<std::pair<std::string_view, InterfaceKind>, 11> kinds = {
-        {{"lo", InterfaceKind::Loopback}, {"bridge", InterfaceKind::Bridge}, {"bond", InterfaceKind::Bond},
-            {"vlan", InterfaceKind::Vlan}, {"utun", InterfaceKind::Tunnel}, {"ipsec", InterfaceKind::Tunnel},
-            {"gif", InterfaceKind::Tunnel}, {"stf", InterfaceKind::Tunnel}, {"ppp", InterfaceKind::Tunnel},
-            {"feth", InterfaceKind::Virtual}, {"vmenet", InterfaceKind::Virtual}}};
-    const std::string_view stem = name.substr(0, name.find_first_of("0123456789"));
-    const auto* found =
-        std::find_if(kinds.begin(), kinds.end(), [&](const auto& entry) { return entry.first == stem; });
-    return found == kinds.end() ? InterfaceKind::Other : found->second;
-}
-
-/// "aa:bb:cc:dd:ee:ff"; absent for anything else.
-std::optional<HardwareAddress> parseAddress(const std::optional<std::string>& text)
-{
-    HardwareAddress address{};
-    if (!text || text->size() != 17) {
-        return std::nullopt;
-    }
-    for (std::size_t i = 0; i < address.size(); ++i) {
-        char* end = nullptr;
-        const std::string octet = text->substr(3 * i, 2);
-        address[i] = static_cast<std::uint8_t>(std::strtoul(octet.c_str(), &end, 16));
-        if (*end != '\0') {
-            return std::nullopt;
-        }
-    }
-    return address;
-}
-
-CFStringRef stringIn(CFDictionaryRef dictionary, CFStringRef key)
-{
-    const auto value = static_cast<CFTypeRef>(CFDictionaryGetValue(dictionary, key));
-    return value && CFGetTypeID(value) == CFStringGetTypeID() ? static_cast<CFStringRef>(value) : nullptr;
-}
-
 class Socket {
 public:
     Socket() : number_(::socket(AF_INET, SOCK_DGRAM, 0)) { }
@@ -210,38 +154,20 @@ private:
 
 class MacNetworkInterfaces final : public NetworkInterfaces {
 public:
-    MacNetworkInterfaces();
-
     const NetworkReading* read() override;
     const NetworkReading* latest() const override { return hasReading_ ? &reading_ : nullptr; }
 
 private:
-    /// What SystemConfiguration knows of a piece of hardware.
-    struct Hardware {
-        InterfaceKind kind = InterfaceKind::Other;
-        std::string displayName;
-        std::optional<HardwareAddress> permanentAddress;
-    };
-
     bool readInterfaces(std::map<std::string, InterfaceRecord>& interfaces);
-    void readHardware();
-    std::optional<PrimaryService> readPrimary() const;
-    std::optional<PrimaryService> readPrimary(CFStringRef key, InterfaceAddress::Family family) const;
-    void describe(InterfaceRecord& record) const;
 
-    CFRef<SCDynamicStoreRef> store_;
-    std::map<std::string, Hardware> hardware_; ///< by BSD name
-    std::string knownNames_;                   ///< the names for which the hardware was read
+    NetworkHardware hardware_;
+    std::string knownNames_; ///< the names for which the hardware was read
+    PrimaryServiceKey primary_;
     NetworkReading reading_;
     bool hasReading_ = false;
 };
 
 } // namespace
-
-MacNetworkInterfaces::MacNetworkInterfaces()
-    : store_(SCDynamicStoreCreate(kCFAllocatorDefault, CFSTR("MeridalDaemon-network"), nullptr, nullptr))
-{
-}
 
 const NetworkReading* MacNetworkInterfaces::read()
 {
@@ -254,17 +180,17 @@ const NetworkReading* MacNetworkInterfaces::read()
         names += name + ' ';
     }
     if (names != knownNames_) { // hardware changes with the names only, and asking for it is slow
-        readHardware();
+        hardware_.read();
         knownNames_ = std::move(names);
     }
     reading_.interfaces.clear();
     for (auto& [name, record] : interfaces) {
-        describe(record);
+        hardware_.describe(record);
         reading_.interfaces.push_back(std::move(record));
     }
     std::sort(reading_.interfaces.begin(), reading_.interfaces.end(),
         [](const InterfaceRecord& a, const InterfaceRecord& b) { return a.index < b.index; });
-    reading_.primary = readPrimary();
+    reading_.primary = primary_.read(reading_.interfaces);
     hasReading_ = true;
     return &reading_;
 }
@@ -293,66 +219,6 @@ bool MacNetworkInterfaces::readInterfaces(std::map<std::string, InterfaceRecord>
     }
     std::erase_if(interfaces, [](const auto& entry) { return entry.second.index == 0; }); // it went in between
     return !interfaces.empty();
-}
-
-void MacNetworkInterfaces::readHardware()
-{
-    hardware_.clear();
-    const CFRef<CFArrayRef> list(SCNetworkInterfaceCopyAll());
-    for (CFIndex i = 0; list && i < CFArrayGetCount(list.get()); ++i) {
-        const auto interface = static_cast<SCNetworkInterfaceRef>(CFArrayGetValueAtIndex(list.get(), i));
-        const auto name = textOf(SCNetworkInterfaceGetBSDName(interface));
-        if (name) {
-            hardware_[*name] = {.kind = kindOfType(SCNetworkInterfaceGetInterfaceType(interface)),
-                .displayName = textOf(SCNetworkInterfaceGetLocalizedDisplayName(interface)).value_or(""),
-                .permanentAddress = parseAddress(textOf(SCNetworkInterfaceGetHardwareAddressString(interface)))};
-        }
-    }
-}
-
-void MacNetworkInterfaces::describe(InterfaceRecord& record) const
-{
-    if (record.kind == InterfaceKind::Other) {
-        record.kind = kindOfName(record.name);
-    }
-    if (const auto known = hardware_.find(record.name); known != hardware_.end()) {
-        record.kind = known->second.kind == InterfaceKind::Other ? record.kind : known->second.kind;
-        record.displayName = known->second.displayName;
-        record.permanentAddress = known->second.permanentAddress;
-    }
-}
-
-std::optional<PrimaryService> MacNetworkInterfaces::readPrimary() const
-{
-    auto primary = readPrimary(CFSTR("State:/Network/Global/IPv4"), InterfaceAddress::Family::IPv4);
-    return primary ? primary : readPrimary(CFSTR("State:/Network/Global/IPv6"), InterfaceAddress::Family::IPv6);
-}
-
-std::optional<PrimaryService> MacNetworkInterfaces::readPrimary(CFStringRef key, InterfaceAddress::Family family) const
-{
-    const CFRef<CFPropertyListRef> value(store_ ? SCDynamicStoreCopyValue(store_.get(), key) : nullptr);
-    if (!value || CFGetTypeID(value.get()) != CFDictionaryGetTypeID()) {
-        return std::nullopt;
-    }
-    const auto settings = static_cast<CFDictionaryRef>(value.get());
-    const auto name = textOf(stringIn(settings, kSCDynamicStorePropNetPrimaryInterface));
-    const auto interface = std::find_if(reading_.interfaces.begin(), reading_.interfaces.end(),
-        [&](const InterfaceRecord& record) { return name && record.name == *name; });
-    if (interface == reading_.interfaces.end()) {
-        return std::nullopt;
-    }
-    PrimaryService primary;
-    primary.interfaceIndex = interface->index;
-    primary.interfaceName = interface->name;
-    const bool isIPv4 = family == InterfaceAddress::Family::IPv4;
-    const auto router = textOf(stringIn(settings, isIPv4 ? kSCPropNetIPv4Router : kSCPropNetIPv6Router));
-    InterfaceAddress address{.family = family};
-    if (router
-        && ::inet_pton(isIPv4 ? AF_INET : AF_INET6, router->substr(0, router->find('%')).c_str(), address.bytes.data())
-            == 1) {
-        primary.router = address;
-    }
-    return primary;
 }
 
 std::unique_ptr<NetworkInterfaces> makeMacNetworkInterfaces() { return std::make_unique<MacNetworkInterfaces>(); }

@@ -62,10 +62,6 @@ CFMutableDictionaryRef matchingOf(const char* key, CFTypeRef value)
 
 } // namespace
 
-struct IONotificationPort {
-    bool hasQueue = false;
-};
-
 extern "C" {
 
 kern_return_t IOObjectRelease(io_object_t object)
@@ -130,6 +126,9 @@ IONotificationPortRef IONotificationPortCreate(mach_port_t)
 
 void IONotificationPortDestroy(IONotificationPortRef port)
 {
+    if (port->registrations != 0) {
+        Ledger::misuse("a notification port ends before a registration that uses it");
+    }
     Registry::current().removeNotifications(port);
     Ledger::current().closed("notification port");
     delete port;

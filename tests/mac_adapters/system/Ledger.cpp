@@ -29,7 +29,7 @@ void Ledger::closed(const std::string& what)
     }
 }
 
-std::vector<std::string> Ledger::takeOpen()
+std::vector<std::string> Ledger::open() const
 {
     const std::lock_guard lock(mutex_);
     std::vector<std::string> left;
@@ -38,7 +38,6 @@ std::vector<std::string> Ledger::takeOpen()
             left.push_back(std::to_string(count) + " x " + what);
         }
     }
-    open_.clear();
     return left;
 }
 
@@ -96,12 +95,18 @@ void Ledger::deliver()
     }
 }
 
-void Ledger::reset()
+std::vector<std::string> Ledger::reset()
 {
+    {
+        const std::lock_guard lock(mutex_);
+        calls_.clear();
+        faults_.clear();
+        waiting_.clear();
+    }
+    auto left = open();
     const std::lock_guard lock(mutex_);
-    calls_.clear();
-    faults_.clear();
-    waiting_.clear();
+    open_.clear();
+    return left;
 }
 
 } // namespace meridal::test

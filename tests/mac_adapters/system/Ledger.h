@@ -20,8 +20,8 @@ public:
     /// A reference, a connection, a registration was given out; it was given back.
     void opened(const std::string& what);
     void closed(const std::string& what);
-    /// What is out, with how many of it there are; forgets it.
-    std::vector<std::string> takeOpen();
+    /// What is out, with how many of it there are.
+    std::vector<std::string> open() const;
 
     /// Counts a call; what it is to fail with, if it is.
     std::optional<int> call(const std::string& function);
@@ -38,8 +38,8 @@ public:
     /// Calls what waits, and what comes of it.
     void deliver();
 
-    /// Forgets faults, counts and calls that wait.
-    void reset();
+    /// Forgets everything: faults, counts, calls that wait. Answers what was out without these.
+    std::vector<std::string> reset();
 
 private:
     mutable std::mutex mutex_;

@@ -17,6 +17,12 @@
 #include <string_view>
 #include <vector>
 
+/// What the port's reference leads to.
+struct IONotificationPort {
+    bool hasQueue = false;
+    int registrations = 0; ///< for messages of the power domain
+};
+
 namespace meridal::test {
 
 /// A driver's user client, as IOConnectCallStructMethod has it: what it answers to a selector and a record.

@@ -4,8 +4,10 @@
 #include "tests/mac_adapters/system/EventSystem.h"
 #include "tests/mac_adapters/system/Kernel.h"
 #include "tests/mac_adapters/system/Ledger.h"
+#include "tests/mac_adapters/system/Power.h"
 #include "tests/mac_adapters/system/Registry.h"
 #include "tests/mac_adapters/system/StatisticsControl.h"
+#include "tests/mac_adapters/system/SystemConfiguration.h"
 
 #include <gtest/gtest.h>
 
@@ -25,8 +27,9 @@ public:
         events.reset();
         kernel.reset();
         statistics.reset();
-        ledger.reset();
-        EXPECT_EQ(ledger.takeOpen(), std::vector<std::string>()) << "was not given back";
+        power.reset();
+        configuration.reset();
+        EXPECT_EQ(ledger.reset(), std::vector<std::string>()) << "was not given back";
     }
     SimulatedMac(const SimulatedMac&) = delete;
     SimulatedMac& operator=(const SimulatedMac&) = delete;
@@ -36,6 +39,8 @@ public:
     EventSystem& events = EventSystem::current();
     Kernel& kernel = Kernel::current();
     StatisticsControl& statistics = StatisticsControl::current();
+    Power& power = Power::current();
+    SystemConfiguration& configuration = SystemConfiguration::current();
 };
 
 } // namespace meridal::test
