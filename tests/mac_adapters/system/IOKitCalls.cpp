@@ -163,6 +163,14 @@ kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef port, const
     return KERN_SUCCESS;
 }
 
+/// The nodes of the device tree are told by their last names here.
+io_registry_entry_t IORegistryEntryFromPath(mach_port_t, const io_string_t path)
+{
+    const std::string whole = path;
+    const std::string name = whole.substr(whole.rfind('/') + 1);
+    return Registry::current().has(name) ? entryFor(Registry::current().find(name)) : IO_OBJECT_NULL;
+}
+
 kern_return_t IORegistryEntryGetRegistryEntryID(io_registry_entry_t entry, std::uint64_t* identifier)
 {
     const auto node = nodeAt(entry);

@@ -60,6 +60,7 @@ public:
     std::vector<std::array<unsigned, 4>> processors{}; ///< ticks by CPU_STATE
     vm_statistics64 pages{};                           ///< of memory
     std::vector<struct statfs> mounts{};
+    std::map<std::string, std::vector<std::uint8_t>> links{};        ///< interfaces, with their hardware addresses
     ntptimeval clock{};                                              ///< with the state that the call answers, too
     std::map<std::string, std::map<std::string, void*>> libraries{}; ///< that can be opened, with their symbols
 

@@ -78,6 +78,12 @@ Registry::NodePtr Registry::find(std::string_view name) const
     return *found;
 }
 
+bool Registry::has(std::string_view name) const
+{
+    const auto all = withAllBelow(root_);
+    return std::any_of(all.begin(), all.end(), [name](const NodePtr& node) { return node->name == name; });
+}
+
 RegistryNode& Registry::at(std::string_view name) { return *find(name); }
 
 void Registry::plug(std::string_view text, std::string_view below)

@@ -71,6 +71,8 @@ public:
         bool isArmed = false; ///< since its iterator gave the last one
     };
 
+    bool has(std::string_view name) const;
+    NodePtr find(std::string_view name) const; ///< throws where there is none
     io_object_t open(Handle handle, const std::string& what);
     Handle* handleAt(io_object_t object);
     void close(io_object_t object, const std::string& what);
@@ -86,8 +88,6 @@ public:
 private:
     void tell(const std::string& event, const NodePtr& node);
     void publish(const NodePtr& node);
-    NodePtr find(std::string_view name) const;
-
     NodePtr root_ = std::make_shared<RegistryNode>();
     std::map<io_object_t, std::pair<Handle, std::string>> handles_;
     io_object_t lastHandle_ = 0x1003;

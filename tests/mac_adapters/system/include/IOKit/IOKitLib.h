@@ -51,6 +51,7 @@ void IONotificationPortSetDispatchQueue(IONotificationPortRef port, dispatch_que
 kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef port, const io_name_t event,
     CFDictionaryRef matching, IOServiceMatchingCallback callback, void* context, io_iterator_t* notification);
 
+io_registry_entry_t IORegistryEntryFromPath(mach_port_t port, const io_string_t path);
 kern_return_t IORegistryEntryGetRegistryEntryID(io_registry_entry_t entry, std::uint64_t* identifier);
 CFTypeRef IORegistryEntryCreateCFProperty(
     io_registry_entry_t entry, CFStringRef key, CFAllocatorRef allocator, IOOptionBits options);

@@ -9,8 +9,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#import <Foundation/Foundation.h>
-
 #include <ifaddrs.h>
 #include <net/if_dl.h>
 #include <sys/socket.h>
@@ -18,6 +16,7 @@
 #include <sys/time.h>
 
 #include <array>
+#include <charconv>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -26,11 +25,18 @@ namespace meridal {
 
 namespace {
 
+/// "12.6.1": the true one, as the kernel tells it whoever was built for macOS 11 or later.
 SystemRelease readRelease()
 {
-    const NSOperatingSystemVersion version = NSProcessInfo.processInfo.operatingSystemVersion;
-    return {static_cast<int>(version.majorVersion), static_cast<int>(version.minorVersion),
-        static_cast<int>(version.patchVersion)};
+    const std::string version = systemSettingText("kern.osproductversion").value_or("");
+    SystemRelease release;
+    const char* at = version.data();
+    const char* const end = at + version.size();
+    for (int* part : {&release.major, &release.minor, &release.bugfix}) {
+        at = std::from_chars(at, end, *part).ptr;
+        at += at != end && *at == '.' ? 1 : 0;
+    }
+    return release;
 }
 
 std::optional<double> asDouble(std::optional<std::uint64_t> figure)
@@ -196,10 +202,9 @@ std::string MacMachineInfo::systemName() const
 
 std::optional<double> MacMachineInfo::bootTime() const
 {
-    std::array<int, 2> name = {CTL_KERN, KERN_BOOTTIME};
     timeval booted{};
     std::size_t size = sizeof(booted);
-    if (sysctl(name.data(), name.size(), &booted, &size, nullptr, 0) != 0 || size != sizeof(booted)
+    if (sysctlbyname("kern.boottime", &booted, &size, nullptr, 0) != 0 || size != sizeof(booted)
         || booted.tv_sec == 0) {
         return std::nullopt;
     }
