@@ -60,8 +60,13 @@ TEST(MacMachineCounters, ProcessorsByTheirStatesAndTheMemoryOfEachAnswerIsGivenB
         .userNs = 100 * tickNs, .niceNs = 4 * tickNs, .systemNs = 20 * tickNs, .idleNs = 3000 * tickNs};
     EXPECT_EQ(reading->each[0].times, first);
     EXPECT_EQ(reading->each[1].number, 1);
-    EXPECT_EQ(reading->all.idleNs, 4'294'970'295U * tickNs) << "ticks have 32 bits, times do not";
+    EXPECT_EQ(reading->all.idleNs, 4'294'970'295U * tickNs);
     EXPECT_EQ(reading->all.niceNs, 5 * tickNs);
+    mac.kernel.processors[1] = {0, 0, 4, 1};
+    EXPECT_EQ(counters->processors()->each[1].times.idleNs, 4'294'967'300U * tickNs)
+        << "the kernel's count started again";
+    mac.kernel.processors[1] = {0, 0, 3, 1};
+    EXPECT_EQ(counters->processors()->each[1].times.idleNs, 4'294'967'299U * tickNs) << "it is estimated";
 
     mac.kernel.processors.pop_back();
     EXPECT_EQ(counters->processors()->each.size(), 1U);

@@ -18,6 +18,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <iterator>
+#include <vector>
 
 namespace meridal {
 
@@ -44,6 +46,28 @@ void add(ProcessorTimes& sum, const ProcessorTimes& one)
     sum.systemNs += one.systemNs;
     sum.idleNs += one.idleNs;
 }
+
+/// What a processor has spent in each state, in ticks. The kernel's counts have 32 bits and start again after 497 days.
+class LongTicks {
+public:
+    explicit LongTicks(const processor_cpu_load_info& load) : last_(load)
+    {
+        std::copy(std::begin(load.cpu_ticks), std::end(load.cpu_ticks), sums_.begin());
+    }
+    void follow(const processor_cpu_load_info& load)
+    {
+        for (std::size_t state = 0; state < sums_.size(); ++state) {
+            // Signed: a count that is estimated may go back by a tick, too.
+            sums_[state] += static_cast<std::int32_t>(load.cpu_ticks[state] - last_.cpu_ticks[state]);
+        }
+        last_ = load;
+    }
+    std::uint64_t in(int state) const { return static_cast<std::uint64_t>(sums_[static_cast<std::size_t>(state)]); }
+
+private:
+    processor_cpu_load_info last_;
+    std::array<std::int64_t, CPU_STATE_MAX> sums_{};
+};
 
 /// The kernel's word of how short memory is: 1, 2 or 4.
 std::optional<MemoryPressureLevel> pressureLevel()
@@ -76,6 +100,7 @@ private:
     /// The host's port, a reference each time it is asked for.
     const MachPort host_{mach_host_self()};
     const std::uint64_t tickNs_ = nsPerSecond / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
+    std::vector<LongTicks> ticks_; ///< by number
     ProcessorReading processors_;
     MemoryReading memory_;
     std::vector<BlockDeviceRecord> blockDevices_;
@@ -92,7 +117,12 @@ const ProcessorReading* MacMachineCounters::processors()
     const auto* loads = reinterpret_cast<const processor_cpu_load_info*>(array.words);
     processors_ = {};
     for (natural_t number = 0; number < count; ++number) {
-        const auto time = [&](int state) { return loads[number].cpu_ticks[state] * tickNs_; };
+        if (number < ticks_.size()) {
+            ticks_[number].follow(loads[number]);
+        } else {
+            ticks_.emplace_back(loads[number]);
+        }
+        const auto time = [&](int state) { return ticks_[number].in(state)*tickNs_; };
         ProcessorRecord& processor = processors_.each.emplace_back();
         processor.number = static_cast<int>(number);
         processor.times = {.userNs = time(CPU_STATE_USER),

@@ -54,6 +54,7 @@ MAC_CONSTANT(int, CPU_STATE_USER, 0);
 MAC_CONSTANT(int, CPU_STATE_SYSTEM, 1);
 MAC_CONSTANT(int, CPU_STATE_IDLE, 2);
 MAC_CONSTANT(int, CPU_STATE_NICE, 3);
+MAC_CONSTANT(int, CPU_STATE_MAX, 4);
 MAC_CONSTANT(int, HOST_VM_INFO64, 4);
 MAC_CONSTANT(unsigned, HOST_VM_INFO64_COUNT, 38);
 static_assert(sizeof(processor_cpu_load_info) == 16 && sizeof(vm_statistics64) == 152);
