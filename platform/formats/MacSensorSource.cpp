@@ -54,9 +54,33 @@ SensorKind kindOfLetter(char letter)
 constexpr std::size_t mostKeys = 4096;
 constexpr std::size_t mostSensors = 512;
 
-/// Of the whole machine, from the mains, of the processor package, its cores and its graphics, of graphics cards and of the
-/// battery, as far as a machine has them.
-constexpr std::array powerKeys = {"PSTR", "PDTR", "PCPT", "PCPC", "PCPG", "PG0R", "PG1R", "PPBR"};
+struct KnownKey {
+    std::string_view key;
+    const char* label;
+};
+
+/// What the event system does not tell of on Apple silicon, and each such Mac's SMC does as far as the machine has it. What they
+/// stand for is published with the Linux kernel's descriptions of these machines (hwmon-common.dtsi, hwmon-laptop.dtsi).
+constexpr std::array<KnownKey, 9> knownKeys = {
+    {{"PSTR", "Whole machine"}, {"PDTR", "Mains"}, {"PMVR", "3.8 V rail"}, {"PHPC", "Heat pipe"}, {"VD0R", "Mains"},
+        {"ID0R", "Mains"}, {"TH0x", "Flash storage"}, {"TW0P", "Wi-Fi and Bluetooth"}, {"TCHP", "Charge regulator"}}};
+
+std::vector<std::string> namesOfKnownKeys()
+{
+    std::vector<std::string> names;
+    for (const KnownKey& known : knownKeys) {
+        names.emplace_back(known.key);
+    }
+    return names;
+}
+
+/// A key by what it stands for, else by itself.
+std::string labelOf(const std::string& key)
+{
+    const auto* known =
+        std::find_if(knownKeys.begin(), knownKeys.end(), [&key](const KnownKey& each) { return each.key == key; });
+    return known != knownKeys.end() ? known->label : key;
+}
 
 /// What keys read whose sensor is not fitted lies outside, °C.
 constexpr float coldest = 0;
@@ -71,7 +95,7 @@ bool isUnanswered(const SensorSMCController& smc, const SMCKeyValue& data)
 enum class Looks { Sensor, Other, Unanswered };
 
 /// A key with a type that has a fraction, unlike counters, flags and settings. `byLooks`: also a first letter of temperatures,
-/// voltages, currents or powers, and a reading other than 0.
+/// voltages, currents or powers, and a reading other than 0. A temperature that cannot be is of no sensor in any case.
 Looks looksOf(SensorSMCController& smc, const std::string& key, bool byLooks)
 {
     constexpr std::string_view letters = "TVIP";
@@ -86,8 +110,8 @@ Looks looksOf(SensorSMCController& smc, const std::string& key, bool byLooks)
         return isFraction || smc.lastKeyIsUnknown() ? Looks::Unanswered : Looks::Other;
     }
     const float value = isFraction ? convertSMCData(data, SMCOrigin::Own) : 0;
-    const bool isLikely = value != 0 && (key.front() != 'T' || (value > coldest && value < hottest));
-    return isFraction && std::isfinite(value) && (isLikely || !byLooks) ? Looks::Sensor : Looks::Other;
+    const bool isLikely = key.front() == 'T' ? value > coldest && value < hottest : value != 0 || !byLooks;
+    return isFraction && std::isfinite(value) && isLikely ? Looks::Sensor : Looks::Other;
 }
 
 const SensorRecord* withKey(const std::vector<SensorRecord>& records, const std::string& key)
@@ -167,7 +191,7 @@ void MacSensorSource::openSMC()
     }
 }
 
-/// Alone, it is searched for sensors. Services tell of no power, and to search beside them would list temperatures twice. A
+/// Alone, it is searched for sensors. Beside services that would list temperatures twice: there only known keys count. A
 /// search asks for every key there is, which takes a moment. Whether it is known by now which there are.
 bool MacSensorSource::addKeys()
 {
@@ -177,15 +201,16 @@ bool MacSensorSource::addKeys()
     const bool isAlone = std::none_of(
         records_.begin(), records_.end(), [](const auto& record) { return record.key.starts_with(servicePrefix); });
     if (searchedAlone_ != isAlone) {
-        undecided_ = isAlone ? smc_.keys(mostKeys) : std::vector<std::string>(powerKeys.begin(), powerKeys.end());
+        undecided_ = isAlone ? smc_.keys(mostKeys) : namesOfKnownKeys();
         searchedAlone_ = isAlone && smc_.lastKeyIsUnknown() ? std::nullopt : std::optional(isAlone);
     }
     for (const std::string& key : std::exchange(undecided_, {})) {
-        const Looks looks = looksOf(smc_, key, isAlone); // known by name, power may read 0: on the battery, for one
+        const Looks looks =
+            looksOf(smc_, key, isAlone); // power that is known by name may read 0: on the battery, for one
         if (looks == Looks::Unanswered) {
             undecided_.push_back(key);
         } else if (looks == Looks::Sensor && records_.size() < mostSensors && !withKey(records_, key)) {
-            records_.push_back(recordOf(key, key, kindOfLetter(key.front())));
+            records_.push_back(recordOf(key, isAlone ? key : labelOf(key), kindOfLetter(key.front())));
         }
     }
     return searchedAlone_ && undecided_.empty();

@@ -16,7 +16,8 @@
 namespace meridal {
 
 /// The sensors of a Mac: the services of the HID event system and averages over them, else the keys of the SMC that look
-/// like sensors; with services, those of its power that are known by name; and the SMC's fans. Any key of the SMC can be read by its four characters. Main queue only.
+/// like sensors; with services, those of its keys that are known to stand for something else; and the SMC's fans. Any key of
+/// the SMC can be read by its four characters. Main queue only.
 class MacSensorSource final : public SensorSource {
 public:
     MacSensorSource(std::unique_ptr<SMCService> driver, std::unique_ptr<SensorServices> services, SMCOrigin origin);

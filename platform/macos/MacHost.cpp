@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/MacHost.h"
 
+#include "base/ThreadedSlowWork.h"
 #include "platform/formats/MacSensorSource.h"
 #include "platform/macos/disks/MacAdapters.h"
 #include "platform/macos/kernel/DistributedCenter.h"
@@ -53,7 +54,8 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->powerMessages = makeMacPowerMessages(host->limitations);
     host->powerSources = makeMacPowerSources(runtime);
     host->disks = makeMacDisks(host->limitations);
-    host->sensors = std::make_unique<MacSensorSource>(makeAppleSMCService(), makeHIDSensorServices(),
+    host->sensors = std::make_unique<MacSensorSource>(makeAppleSMCService(),
+        makeHIDSensorServices(std::make_shared<ThreadedSlowWork>(1)),
         host->machine->hasService("FakeSMC") ? SMCOrigin::Emulated : SMCOrigin::Own);
     host->peripherals = makeMacPeripheralBatteries();
     host->packetTap = makePktapPacketTap(runtime);

@@ -120,6 +120,8 @@ TEST(MacSensorSource, AnSMCThatComesLateOrIsBusyIsLookedAtWhenItCan)
     mac.smc->present = false;
     mac.smc->setFloat("PSTR", 7.5F);
     mac.smc->setFloat("PDTR", 0); // on battery
+    mac.smc->setFloat("TH0x", 31);
+    mac.smc->setFloat("TW0P", -127); // not fitted
     mac.smc->setFloat("TC0P", 40);
     mac.smc->set("FNum", "ui8 ", {1});
     ASSERT_THAT(mac.keys(), ElementsAre("HID/pACC", "HID/AS_PERF_AVG"));
@@ -134,9 +136,10 @@ TEST(MacSensorSource, AnSMCThatComesLateOrIsBusyIsLookedAtWhenItCan)
     EXPECT_EQ(mac.read("TC0P"), SensorReading());
     mac.smc->isBusy = false;
     const auto before = mac.source->generation();
-    EXPECT_THAT(mac.keys(), ElementsAre("HID/pACC", "HID/AS_PERF_AVG", "PSTR", "PDTR", "F0Ac"))
-        << "power, of which services tell nothing, and no other keys beside them";
+    EXPECT_THAT(mac.keys(), ElementsAre("HID/pACC", "HID/AS_PERF_AVG", "PSTR", "PDTR", "TH0x", "F0Ac"))
+        << "of what services tell nothing, and no other keys beside them";
     EXPECT_EQ(mac.source->sensors()[2].kind, SensorKind::Power);
+    EXPECT_EQ(mac.source->sensors()[2].label, "Whole machine");
     EXPECT_EQ(mac.read("TC0P"), (SensorReading{true, 40})) << "not remembered as one that is not there";
     EXPECT_EQ(mac.read("PSTR"), (SensorReading{true, 7.5}));
     EXPECT_EQ(mac.source->generation(), before);

@@ -6,6 +6,7 @@
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/CFValue.h"
 #include "platform/macos/kernel/IORegistryObject.h"
+#include "platform/macos/kernel/MachPort.h"
 #include "platform/macos/kernel/SystemSettings.h"
 
 #include <IOKit/IOBSD.h>
@@ -73,7 +74,7 @@ public:
 
 private:
     /// The host's port, a reference each time it is asked for.
-    const host_t host_ = mach_host_self();
+    const MachPort host_{mach_host_self()};
     const std::uint64_t tickNs_ = nsPerSecond / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
     ProcessorReading processors_;
     MemoryReading memory_;
@@ -84,7 +85,8 @@ const ProcessorReading* MacMachineCounters::processors()
 {
     natural_t count = 0;
     KernelArray array;
-    if (host_processor_info(host_, PROCESSOR_CPU_LOAD_INFO, &count, &array.words, &array.count) != KERN_SUCCESS) {
+    if (host_processor_info(host_.name(), PROCESSOR_CPU_LOAD_INFO, &count, &array.words, &array.count)
+        != KERN_SUCCESS) {
         return nullptr;
     }
     const auto* loads = reinterpret_cast<const processor_cpu_load_info*>(array.words);
@@ -114,7 +116,8 @@ const MemoryReading* MacMachineCounters::memory()
     mach_msg_type_number_t count = HOST_VM_INFO64_COUNT;
     const auto total = systemSettingInteger("hw.memsize");
     if (!total
-        || host_statistics64(host_, HOST_VM_INFO64, reinterpret_cast<host_info64_t>(&pages), &count) != KERN_SUCCESS) {
+        || host_statistics64(host_.name(), HOST_VM_INFO64, reinterpret_cast<host_info64_t>(&pages), &count)
+            != KERN_SUCCESS) {
         return nullptr;
     }
     const std::uint64_t pageSize = vm_kernel_page_size;

@@ -6,6 +6,7 @@
 #include "platform/macos/processes/ArgumentArea.h"
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -69,8 +70,10 @@ std::optional<std::uint64_t> LibprocInspection::countDescriptors(std::int32_t pi
     }
     descriptors_.resize(static_cast<std::size_t>(estimate) / sizeof(proc_fdinfo) + 1);
     const auto room = static_cast<int>(descriptors_.size() * sizeof(proc_fdinfo));
+    errno = 0; // 0 is the answer where it has none open, and where it has ended since
     const int written = proc_pidinfo(pid, PROC_PIDLISTFDS, 0, descriptors_.data(), room);
-    return written >= 0 ? std::optional(static_cast<std::uint64_t>(written) / sizeof(proc_fdinfo)) : std::nullopt;
+    const bool isAnswer = written > 0 || (written == 0 && errno == 0);
+    return isAnswer ? std::optional(static_cast<std::uint64_t>(written) / sizeof(proc_fdinfo)) : std::nullopt;
 }
 
 std::unique_ptr<ProcessInspection> makeLibprocInspection() { return std::make_unique<LibprocInspection>(); }

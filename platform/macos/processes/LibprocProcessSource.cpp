@@ -186,21 +186,22 @@ std::span<const ProcessRecord> LibprocProcessSource::readProcesses(ProcessFields
 std::span<const kinfo_proc> LibprocProcessSource::listProcesses()
 {
     std::array<int, 3> name = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
-    std::size_t bytes = 0;
-    if (sysctl(name.data(), name.size(), nullptr, &bytes, nullptr, 0) != 0) {
-        return {};
-    }
-    table_.resize(std::max(table_.size(), bytes / sizeof(kinfo_proc) + 1)); // with some to spare
     constexpr int mostAttempts = 8;
     for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+        std::size_t bytes = 0;
+        if (sysctl(name.data(), name.size(), nullptr, &bytes, nullptr, 0) != 0) {
+            return {};
+        }
+        // As many as the kernel says now, with some to spare, and not more each time: the error may have another cause.
+        const std::size_t toSpare = std::size_t{1} << attempt;
+        table_.resize(std::max(table_.size(), bytes / sizeof(kinfo_proc) + toSpare));
         bytes = table_.size() * sizeof(kinfo_proc);
         if (sysctl(name.data(), name.size(), table_.data(), &bytes, nullptr, 0) == 0) {
             return std::span(table_).first(bytes / sizeof(kinfo_proc));
         }
         if (errno != ENOMEM) {
             return {};
-        }
-        table_.resize(table_.size() * 2); // processes were born since the estimate
+        } // else processes were born since the estimate
     }
     return {};
 }

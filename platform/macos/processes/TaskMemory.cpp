@@ -2,6 +2,7 @@
 #include "platform/macos/processes/TaskMemory.h"
 
 #include "platform/macos/kernel/KernelLayouts.h"
+#include "platform/macos/kernel/MachPort.h"
 
 #include <mach/mach.h>
 
@@ -11,27 +12,6 @@
 namespace meridal {
 
 namespace {
-
-/// A right to a Mach port, given back when it goes out of scope: a right that is kept leaks for the life of the daemon.
-class MachPort {
-public:
-    MachPort() = default;
-    ~MachPort()
-    {
-        if (MACH_PORT_VALID(name_)) {
-            mach_port_deallocate(mach_task_self(), name_);
-        }
-    }
-    MachPort(const MachPort&) = delete;
-    MachPort& operator=(const MachPort&) = delete;
-
-    mach_port_t name() const { return name_; }
-    /// For a call that fills in the name. Once only.
-    mach_port_t* receive() { return &name_; }
-
-private:
-    mach_port_t name_ = MACH_PORT_NULL;
-};
 
 /// Whether the task still answers. Flavour 5 names the 64-bit basic record on Intel and the 32-bit one on arm64; both
 /// fit into 10 words, and neither is read: its sizes are not to be trusted on arm64.

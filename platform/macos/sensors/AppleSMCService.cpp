@@ -58,8 +58,8 @@ private:
 
 AppleSMCService::AppleSMCService()
 {
-    CFMutableDictionaryRef matching = IOServiceMatching("AppleSMC"); // consumed
-    if (!port_ || !matching) {
+    CFMutableDictionaryRef matching = port_ ? IOServiceMatching("AppleSMC") : nullptr; // consumed
+    if (!matching) {
         return;
     }
     IONotificationPortSetDispatchQueue(port_, dispatch_get_main_queue());

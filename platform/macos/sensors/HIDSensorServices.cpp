@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/sensors/MacAdapters.h"
 
-#include "base/ThreadedSlowWork.h"
+#include "base/SlowWork.h"
 #include "platform/formats/AskedAside.h"
 #include "platform/macos/kernel/CFRef.h"
 #include "platform/macos/kernel/SystemCallback.h"
@@ -20,6 +20,7 @@
 
 using IOHIDEventRef = struct __IOHIDEvent*;
 
+// NOLINTBEGIN(readability-identifier-naming): the system's own names
 extern "C" {
 /// A client that may ask services for events; to be released. Null when there is no event system.
 IOHIDEventSystemClientRef IOHIDEventSystemClientCreate(CFAllocatorRef allocator);
@@ -30,6 +31,7 @@ IOHIDEventRef IOHIDServiceClientCopyEvent(
     IOHIDServiceClientRef service, std::int64_t type, std::int32_t options, std::int64_t timestamp);
 double IOHIDEventGetFloatValue(IOHIDEventRef event, std::int32_t field);
 }
+// NOLINTEND(readability-identifier-naming)
 
 namespace meridal {
 
@@ -115,13 +117,15 @@ private:
 /// each would help little: one question, for temperatures, goes to most drivers.
 class HIDSensorServices final : public SensorServices {
 public:
+    explicit HIDSensorServices(std::shared_ptr<SlowWork> work) : work_(std::move(work)) { }
+
     std::vector<SensorServiceReading> read(const SensorServiceQuery& query) override;
     bool isLate() const override { return isLate_; }
 
 private:
     using Readings = AskedAside<std::vector<SensorServiceReading>>;
 
-    std::shared_ptr<SlowWork> work_ = std::make_shared<ThreadedSlowWork>(1);
+    std::shared_ptr<SlowWork> work_;
     std::vector<std::pair<SensorServiceQuery, Readings>> asked_;
     bool isLate_ = false;
 };
@@ -144,6 +148,9 @@ std::vector<SensorServiceReading> HIDSensorServices::read(const SensorServiceQue
     return std::move(answer).value_or(std::vector<SensorServiceReading>());
 }
 
-std::unique_ptr<SensorServices> makeHIDSensorServices() { return std::make_unique<HIDSensorServices>(); }
+std::unique_ptr<SensorServices> makeHIDSensorServices(std::shared_ptr<SlowWork> work)
+{
+    return std::make_unique<HIDSensorServices>(std::move(work));
+}
 
 } // namespace meridal

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "base/SlowWork.h"
 #include "platform/formats/SMCService.h"
 #include "platform/formats/SensorServices.h"
 
@@ -12,8 +13,9 @@ namespace meridal {
 /// for root.
 std::unique_ptr<SMCService> makeAppleSMCService();
 
-/// Sensors that drivers publish through the HID event system, as on Apple silicon. A client is kept for each question, and one
-/// thread asks them all: a driver that hangs takes these sensors away until it answers, and holds up nothing else.
-std::unique_ptr<SensorServices> makeHIDSensorServices();
+/// Sensors that drivers publish through the HID event system, as on Apple silicon. A client is kept for each question, and the
+/// work, which is to have one thread, asks them all: a driver that hangs takes these sensors away until it answers, and holds
+/// up nothing else.
+std::unique_ptr<SensorServices> makeHIDSensorServices(std::shared_ptr<SlowWork> work);
 
 } // namespace meridal

@@ -95,12 +95,18 @@ void Ledger::deliver()
     }
 }
 
-void Ledger::reset()
+std::vector<std::string> Ledger::reset()
 {
+    {
+        const std::lock_guard lock(mutex_);
+        calls_.clear();
+        faults_.clear();
+        waiting_.clear();
+    }
+    auto left = open();
     const std::lock_guard lock(mutex_);
-    calls_.clear();
-    faults_.clear();
-    waiting_.clear();
+    open_.clear();
+    return left;
 }
 
 } // namespace meridal::test

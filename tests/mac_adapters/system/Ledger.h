@@ -38,8 +38,8 @@ public:
     /// Calls what waits, and what comes of it.
     void deliver();
 
-    /// Forgets faults, counts and calls that wait.
-    void reset();
+    /// Forgets everything: faults, counts, calls that wait. Answers what was out without these.
+    std::vector<std::string> reset();
 
 private:
     mutable std::mutex mutex_;

@@ -6,6 +6,7 @@
 #include <IOKit/IOKitLib.h>
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 namespace meridal::test {
@@ -32,5 +33,8 @@ struct Power {
     };
     std::vector<Receiver> receivers{};
 };
+
+/// A call that is in no header, as the loader finds it; null without it.
+void* privatePowerCall(std::string_view symbol);
 
 } // namespace meridal::test

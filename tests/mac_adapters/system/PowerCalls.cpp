@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <IOKit/ps/IOPowerSources.h>
 #include <IOKit/pwr_mgt/IOPMLib.h>
-#include <dlfcn.h>
 
 #include "tests/mac_adapters/system/Ledger.h"
 #include "tests/mac_adapters/system/Objects.h"
@@ -134,11 +133,14 @@ IOReturn IOAllowPowerChange(io_connect_t rootDomain, std::intptr_t token)
     Power::current().allowed.push_back(token);
     return kIOReturnSuccess;
 }
+}
 
-/// The loader's, for what is looked up in all that is loaded.
-[[gnu::weak]] void* lookUpOnMac(void* /*library*/, const char* symbol)
+namespace meridal::test {
+
+void* privatePowerCall(std::string_view symbol)
 {
-    const bool isKnown = Power::current().hasCallForAccessories && symbol == std::string("IOPSCopyPowerSourcesByType");
+    const bool isKnown = Power::current().hasCallForAccessories && symbol == "IOPSCopyPowerSourcesByType";
     return isKnown ? reinterpret_cast<void*>(copyByType) : nullptr;
 }
-}
+
+} // namespace meridal::test

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "tests/mac_adapters/system/EventSystem.h"
+#include "tests/mac_adapters/system/Kernel.h"
 #include "tests/mac_adapters/system/Ledger.h"
 #include "tests/mac_adapters/system/Power.h"
 #include "tests/mac_adapters/system/Registry.h"
+#include "tests/mac_adapters/system/StatisticsControl.h"
 #include "tests/mac_adapters/system/SystemConfiguration.h"
 
 #include <gtest/gtest.h>
@@ -21,16 +24,21 @@ public:
     ~SimulatedMac()
     {
         registry.reset();
+        events.reset();
+        kernel.reset();
+        statistics.reset();
         power.reset();
         configuration.reset();
-        ledger.reset();
-        EXPECT_EQ(ledger.open(), std::vector<std::string>()) << "was not given back";
+        EXPECT_EQ(ledger.reset(), std::vector<std::string>()) << "was not given back";
     }
     SimulatedMac(const SimulatedMac&) = delete;
     SimulatedMac& operator=(const SimulatedMac&) = delete;
 
     Ledger& ledger = Ledger::current();
     Registry& registry = Registry::current();
+    EventSystem& events = EventSystem::current();
+    Kernel& kernel = Kernel::current();
+    StatisticsControl& statistics = StatisticsControl::current();
     Power& power = Power::current();
     SystemConfiguration& configuration = SystemConfiguration::current();
 };
