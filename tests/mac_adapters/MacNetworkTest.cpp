@@ -77,6 +77,7 @@ TEST_F(MacNetworkTest, HardwareIsWhatTheSystemSaysAndTheRestWhatItsNameSays)
     EXPECT_EQ(described("en4").permanentAddress, std::nullopt);
     EXPECT_EQ(described("utun3").kind, InterfaceKind::Tunnel);
     EXPECT_EQ(described("utunnel0").kind, InterfaceKind::Other);
+    EXPECT_EQ(described("").kind, InterfaceKind::Other) << "the modem is nobody's";
     EXPECT_EQ(described("lo0", InterfaceKind::Loopback).kind, InterfaceKind::Loopback);
 
     mac.configuration.interfaces.erase(mac.configuration.interfaces.begin());
@@ -99,7 +100,8 @@ TEST_F(MacNetworkTest, ThePrimaryServiceIsOneWhoseInterfaceIsThere)
     EXPECT_EQ(primary(key), "en0 fe80::1") << "the other's interface has gone";
     ofIPv4 = {{"PrimaryInterface", "utun3"}, {"Router", "10.8.0.1"}};
     EXPECT_EQ(primary(key), "utun3 10.8.0.1");
-    for (const Value& odd : {Value(), Value("10.8.0"), Value(5), Value("fe80::1")}) {
+    for (const Value& odd :
+        {Value(), Value::binary({'1', '.', '1', '.', '1', '.', '1'}), Value("10.8.0"), Value(5), Value("fe80::1")}) {
         ofIPv4["Router"] = odd;
         EXPECT_EQ(primary(key), "utun3 -") << odd;
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/network/MacAdapters.h"
 
+#include "platform/formats/InterfaceAddresses.h"
 #include "platform/macos/network/NetworkHardware.h"
 #include "platform/macos/network/PrimaryServiceKey.h"
 
@@ -18,12 +19,12 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -33,62 +34,27 @@ namespace meridal {
 
 namespace {
 
-/// Addresses lie at any alignment behind a sockaddr: copied out, whatever the length that the kernel gave them.
-template <typename Address>
-Address copyOf(const sockaddr* from)
-{
-    Address address{};
-    std::memcpy(&address, from, std::min<std::size_t>(sizeof address, from->sa_len));
-    return address;
-}
+// What platform/formats takes the bytes for.
+static_assert(AF_INET == 2 && AF_INET6 == 30 && IFT_LOOP == 0x18);
+static_assert(offsetof(sockaddr_in, sin_addr) == 4 && offsetof(sockaddr_in6, sin6_addr) == 8);
+static_assert(offsetof(sockaddr_dl, sdl_index) == 2 && offsetof(sockaddr_dl, sdl_type) == 4);
+static_assert(offsetof(sockaddr_dl, sdl_nlen) == 5 && offsetof(sockaddr_dl, sdl_alen) == 6);
+static_assert(offsetof(sockaddr_dl, sdl_data) == 8);
 
-/// Bits set in a netmask. The kernel cuts the zeros at its end off.
-std::uint8_t prefixLengthOf(const sockaddr* mask, std::size_t offset, std::size_t size)
+/// Those of an address, whatever the length that the kernel gave it.
+std::span<const std::uint8_t> bytesOf(const sockaddr* address)
 {
-    if (!mask || mask->sa_len <= offset) {
-        return 0;
-    }
-    const std::string_view bytes(
-        reinterpret_cast<const char*>(mask) + offset, std::min<std::size_t>(size, mask->sa_len - offset));
-    int bits = 0;
-    for (const char byte : bytes) {
-        bits += std::popcount(static_cast<unsigned char>(byte));
-    }
-    return static_cast<std::uint8_t>(bits);
-}
-
-void takeAddress(InterfaceRecord& record, const ifaddrs& entry)
-{
-    InterfaceAddress address;
-    if (entry.ifa_addr->sa_family == AF_INET) {
-        const auto internet = copyOf<sockaddr_in>(entry.ifa_addr);
-        std::memcpy(address.bytes.data(), &internet.sin_addr, 4);
-        address.prefixLength = prefixLengthOf(entry.ifa_netmask, offsetof(sockaddr_in, sin_addr), 4);
-    } else {
-        const auto internet = copyOf<sockaddr_in6>(entry.ifa_addr);
-        address.family = InterfaceAddress::Family::IPv6;
-        std::memcpy(address.bytes.data(), &internet.sin6_addr, 16);
-        address.prefixLength = prefixLengthOf(entry.ifa_netmask, offsetof(sockaddr_in6, sin6_addr), 16);
-        if (address.bytes[0] == 0xfe && (address.bytes[1] & 0xc0) == 0x80) {
-            address.bytes[2] = address.bytes[3] = 0; // where the kernel keeps the scope of a link-local one
-        }
-    }
-    record.addresses.push_back(address);
+    using Bytes = std::span<const std::uint8_t>;
+    return address ? Bytes(reinterpret_cast<const std::uint8_t*>(address), address->sa_len) : Bytes();
 }
 
 void takeLink(InterfaceRecord& record, const ifaddrs& entry)
 {
-    const auto* link = reinterpret_cast<const sockaddr_dl*>(entry.ifa_addr);
-    record.index = link->sdl_index;
+    const LinkAddress link = linkAddressOf(bytesOf(entry.ifa_addr));
+    record.index = link.index;
     record.enabled = (entry.ifa_flags & IFF_UP) != 0;
-    if (link->sdl_type == IFT_LOOP) {
-        record.kind = InterfaceKind::Loopback;
-    }
-    HardwareAddress address{};
-    if (link->sdl_alen == address.size()) {
-        std::memcpy(address.data(), LLADDR(link), address.size());
-        record.hardwareAddress = address;
-    }
+    record.kind = link.isLoopback ? InterfaceKind::Loopback : record.kind;
+    record.hardwareAddress = link.hardware;
 }
 
 /// The record of an interface in the MIB: the one place where an ordinary program gets whole 64-bit counters. It is
@@ -213,8 +179,8 @@ bool MacNetworkInterfaces::readInterfaces(std::map<std::string, InterfaceRecord>
             takeLink(record, *entry);
             takeCounters(record);
             record.link = linkStateOf(socket.number(), record.name, entry->ifa_flags);
-        } else if (entry->ifa_addr->sa_family == AF_INET || entry->ifa_addr->sa_family == AF_INET6) {
-            takeAddress(record, *entry);
+        } else if (const auto address = interfaceAddressOf(bytesOf(entry->ifa_addr), bytesOf(entry->ifa_netmask))) {
+            record.addresses.push_back(*address);
         }
     }
     std::erase_if(interfaces, [](const auto& entry) { return entry.second.index == 0; }); // it went in between

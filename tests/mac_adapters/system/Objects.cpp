@@ -320,6 +320,9 @@ void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, co
 
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key)
 {
+    if (objectAt(dictionary).kind != ObjectKind::Dictionary) {
+        Ledger::misuse("an entry is asked of what is no dictionary");
+    }
     return entryOf(dictionary, textIn(key));
 }
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary)
