@@ -257,10 +257,14 @@ BatteryControllerRecord controllerOf(const Value& battery)
     const auto told = charge(number(battery, "MaxCapacity"));
     auto full = firstPositive(battery, {"AppleRawMaxCapacity", "NominalChargeCapacity"});
     if (!full) {
-        full = told ? told : positive(data, "NominalChargeCapacity");
+        full = told;
     }
+    // From macOS 27 on. The full charge is what the raw maximum was called before: health must not leap with the system.
     if (!full) {
         full = charge(number(data, "FullChargeCapacity"));
+    }
+    if (!full) {
+        full = positive(data, "NominalChargeCapacity");
     }
     auto now = number(battery, "AppleRawCurrentCapacity");
     if (!now) {

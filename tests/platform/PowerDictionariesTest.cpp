@@ -83,14 +83,14 @@ TEST(PowerDictionaries, CapacitiesAreMilliampereHoursOnEveryMac)
     Dictionary newest{{"MaxCapacity", 100}, {"CurrentCapacity", 54}, {"Voltage", 12'000}, {"BatteryData", data}};
     expect(newest,
         {.chargeNowMah = 2994,
-            .chargeFullMah = 5937,
+            .chargeFullMah = 5793,
             .chargeDesignMah = 5760,
             .energyNowMwh = 35'928,
             .voltageMv = 12'000});
-    newest["BatteryData"].erase("NominalChargeCapacity");
     newest.erase("MaxCapacity");
-    EXPECT_EQ(controllerOf(newest).chargeFullMah, 5793);
     newest["BatteryData"]["FullChargeCapacity"] = 100;
+    EXPECT_EQ(controllerOf(newest).chargeFullMah, 5937);
+    newest["BatteryData"].erase("NominalChargeCapacity");
     EXPECT_EQ(controllerOf(newest).chargeFullMah, std::nullopt);
     newest.update({{"MaxCapacity", 4100}, {"CurrentCapacity", 2000}, {"AppleRawMaxCapacity", 4000}});
     EXPECT_EQ(controllerOf(newest).chargeFullMah, 4000) << "what stood at the top before is still believed first";
