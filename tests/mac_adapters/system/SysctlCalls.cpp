@@ -52,7 +52,7 @@ int giveTable(std::span<const int> filter, void* old, std::size_t* oldSize)
         return 0;
     }
     const std::size_t written = std::min(table.size(), *oldSize / sizeof(kinfo_proc));
-    std::memcpy(old, table.data(), written * sizeof(kinfo_proc));
+    std::copy_n(table.begin(), written, static_cast<kinfo_proc*>(old));
     *oldSize = written * sizeof(kinfo_proc);
     Kernel::current().answered("table");
     return written < table.size() ? refuseWith(ENOMEM) : 0;
