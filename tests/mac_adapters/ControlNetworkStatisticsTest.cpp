@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/traffic/MacAdapters.h"
-#include "tests/mac_adapters/system/SimulatedMac.h"
-#include "tests/mac_adapters/system/StatisticsControl.h"
+#include "simulated/mac/SimulatedMac.h"
+#include "simulated/mac/StatisticsControl.h"
 #include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>

@@ -4,8 +4,8 @@
 #include "platform/macos/kernel/CFValue.h"
 #include "platform/macos/kernel/IORegistryObject.h"
 #include "platform/macos/kernel/ServiceEntry.h"
-#include "tests/mac_adapters/system/Objects.h"
-#include "tests/mac_adapters/system/SimulatedMac.h"
+#include "simulated/mac/Objects.h"
+#include "simulated/mac/SimulatedMac.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/machine/MacAdapters.h"
-#include "tests/mac_adapters/system/SimulatedMac.h"
+#include "simulated/mac/SimulatedMac.h"
 
 #include <gtest/gtest.h>
 

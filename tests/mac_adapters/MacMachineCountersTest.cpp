@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/kernel/SystemSettings.h"
 #include "platform/macos/machine/MacAdapters.h"
-#include "tests/mac_adapters/system/SimulatedMac.h"
+#include "simulated/mac/SimulatedMac.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include "platform/macos/network/MacAdapters.h"
 #include "platform/macos/network/NetworkHardware.h"
 #include "platform/macos/network/PrimaryServiceKey.h"
-#include "tests/mac_adapters/system/SimulatedMac.h"
+#include "simulated/mac/SimulatedMac.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

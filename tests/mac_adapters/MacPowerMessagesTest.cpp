@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/power/MacAdapters.h"
-#include "tests/mac_adapters/system/Raised.h"
-#include "tests/mac_adapters/system/SimulatedMac.h"
+#include "simulated/mac/Raised.h"
+#include "simulated/mac/SimulatedMac.h"
 
 #include <gtest/gtest.h>
 

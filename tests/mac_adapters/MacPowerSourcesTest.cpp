@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/power/MacAdapters.h"
-#include "tests/mac_adapters/system/SimulatedMac.h"
+#include "simulated/mac/SimulatedMac.h"
 #include "tests/support/VirtualRuntime.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/formats/MacSensorSource.h"
 #include "platform/macos/sensors/MacAdapters.h"
-#include "tests/mac_adapters/system/SimulatedMac.h"
+#include "simulated/mac/SimulatedMac.h"
 #include "tests/support/FakeSMC.h"
 #include "tests/support/HandWork.h"
 
