@@ -23,20 +23,22 @@ bool SerialQueue::isCurrent() const { return CurrentQueue::get() == this; }
 
 void SerialQueue::post(Task task)
 {
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     if (!closed_) {
         line_.push_back({.task = std::move(task)});
-        schedule();
+        schedule(std::move(lock));
     }
 }
 
-/// Asks for a thread when there is work and nobody has it in hand. With the lock held.
-void SerialQueue::schedule()
+/// Asks for a thread when there is work and nobody has it in hand. Lets go of the lock first: a thread that wakes to find it
+/// taken would sleep and wake a second time.
+void SerialQueue::schedule(std::unique_lock<std::mutex> lock)
 {
     if (line_.empty() || served_ || scheduled_ || line_.front().caller != nullptr) {
         return;
     }
     scheduled_ = true;
+    lock.unlock();
     pool_->post([self = shared_from_this()] { self->serveOnPool(); });
 }
 
@@ -52,8 +54,8 @@ void SerialQueue::serveOnPool()
         runFirst(lock);
     }
     served_ = false;
-    schedule();
     turn_.notify_all();
+    schedule(std::move(lock));
 }
 
 void SerialQueue::runAndWait(const Task& task) noexcept
@@ -77,9 +79,9 @@ void SerialQueue::runAndWait(const Task& task) noexcept
             done = true;
         }
         served_ = false;
-        schedule();
         turn_.notify_all();
     }
+    schedule(std::move(lock));
 }
 
 void SerialQueue::close()

@@ -34,7 +34,7 @@ private:
         const void* caller = nullptr;
     };
 
-    void schedule();
+    void schedule(std::unique_lock<std::mutex> lock);
     void serveOnPool();
     void runFirst(std::unique_lock<std::mutex>& lock);
 

@@ -94,7 +94,8 @@ void appendNumber(std::string& json, double number)
         json += std::signbit(number) ? "-0.0" : "0.0";
     } else if (std::isfinite(number)) { // the digits that the library writes, without its serialiser
         std::array<char, 64> digits{};
-        json.append(digits.data(), nlohmann::detail::to_chars(digits.data(), digits.data() + digits.size(), number));
+        const char* end = nlohmann::detail::to_chars(digits.data(), digits.data() + digits.size(), number);
+        json.append(digits.data(), static_cast<std::size_t>(end - digits.data()));
     } else {
         json += "null";
     }

@@ -23,7 +23,7 @@ public:
     using Reply = std::function<void(Result<Value>)>;
 
     /// Recorder and views must outlive it, and it the method.
-    ApplicationHistory(Context& context, ApplicationRecorder& recorder, const ProcessViews& views)
+    ApplicationHistory(Context& context, ApplicationRecorder& recorder, ProcessViews& views)
         : context_(context), recorder_(recorder), views_(views)
     {
     }
@@ -39,7 +39,7 @@ public:
 private:
     Context& context_;
     ApplicationRecorder& recorder_;
-    const ProcessViews& views_;
+    ProcessViews& views_;
 };
 
 /// What a group of the record looks like to clients, without the members that say which it is.

@@ -46,7 +46,7 @@ public:
     ProcessStatCollector& processes() { return processes_; }
     ZAVPowerManager& power() { return power_; }
     const Services& services() { return services_; }
-    const ProcessViews& views() const { return views_; } ///< who may see what
+    ProcessViews& views() { return views_; } ///< who may see what
     NetworkActions& networkActions() { return networkActions_; }
     FrameRate& frameRate() { return frameRate_; }
     const PassStatistics& passStatistics() const { return passes_; }
@@ -80,7 +80,7 @@ public:
     // Envelopes
     /// The current list of the process collector, built once a pass for everybody who wants it so and may see the same.
     EnvelopePtr processList(RequestKey list, bool grouped, const Peer& peer);
-    ProcessViews::Viewer viewerOf(const Peer& peer) const { return views_.viewerOf(peer); }
+    ProcessViews::Viewer viewerOf(const Peer& peer) { return views_.viewerOf(peer); }
     /// Valid until the next pass.
     ProcessView viewOf(const ProcessViews::Viewer& viewer, bool grouped) { return views_.viewOf(viewer, grouped); }
     /// {"name", "pid"} of those among these processes that this client may see.

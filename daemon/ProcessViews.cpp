@@ -30,15 +30,15 @@ void ProcessViews::beginPass()
 {
     lists_.clear();
     visible_.clear();
-    const double now = context_.runtime.monotonicTime();
-    if (now >= checkAt_) {
-        checkAt_ = now + checkInterval;
-        restriction_ = context_.host.processVisibility->restriction();
-    }
+    isCheckDue_ = context_.runtime.monotonicTime() >= checkAt_;
 }
 
-ProcessViews::Viewer ProcessViews::viewerOf(const Peer& peer) const
+ProcessViews::Viewer ProcessViews::viewerOf(const Peer& peer)
 {
+    if (std::exchange(isCheckDue_, false)) {
+        checkAt_ = context_.runtime.monotonicTime() + checkInterval;
+        restriction_ = context_.host.processVisibility->restriction();
+    }
     if (!restriction_) {
         return std::nullopt;
     }

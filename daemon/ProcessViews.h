@@ -28,9 +28,11 @@ public:
 
     ProcessViews(Context& context, const ProcessStatCollector& processes) : context_(context), processes_(processes) { }
 
-    /// Forgets the lists, and now and then asks anew how the host restricts its users.
+    /// Forgets the lists.
     void beginPass();
-    Viewer viewerOf(const Peer& peer) const;
+    /// The first question in a pass now and then asks the host anew how it restricts its users: within a pass all are answered
+    /// by one rule, and while nobody looks there is no question.
+    Viewer viewerOf(const Peer& peer);
     /// What a viewer may see of the processes. Valid until the next pass.
     ProcessView viewOf(const Viewer& viewer, bool grouped) { return {.grouped = grouped, .shown = shownTo(viewer)}; }
     /// Whether a viewer may see this process, which need not be in the table.
@@ -54,6 +56,7 @@ private:
     const ProcessStatCollector& processes_;
     std::optional<ProcessRestriction> restriction_;
     double checkAt_ = 0;                    ///< monotonic s
+    bool isCheckDue_ = true;                ///< for the next question of this pass
     std::map<Viewer, Lists> lists_;         ///< of the current pass
     std::map<std::uint32_t, Pids> visible_; ///< by user; filled for all at once when one of them asks
 };

@@ -379,10 +379,10 @@ bool HistoryDatabaseFile::writeOnce(const StatementBatch& batch, Lost lost)
     std::uint64_t rows = 0;
     std::uint64_t failedStatements = 0;
     bool good = connection_.execute("BEGIN IMMEDIATE").has_value();
-    std::span<const SqlValue> args = batch.args();
     for (auto run = batch.runs().begin(); good && run != batch.runs().end(); ++run) {
-        const auto outcome = connection_.executeMany(run->text->sql(), args, run->argsPerStatement, run->statements);
-        args = args.subspan(run->statements * run->argsPerStatement);
+        StatementBatch::Arguments args(batch, *run);
+        const auto outcome =
+            connection_.executeMany(run->text->sql(), run->statements, [&args] { return args.next(); });
         rows += outcome.rows;
         failedStatements += outcome.failed;
         good = outcome.ended == SqlFailure::None;

@@ -116,7 +116,7 @@ void HistoryDatabaseItem::addItem(PendingStatement statement)
     addItem(std::make_shared<const StatementText>(statement.table, statement.format), statement.args);
 }
 
-void HistoryDatabaseItem::addItem(const std::shared_ptr<const StatementText>& text, std::span<SqlValue> args)
+void HistoryDatabaseItem::addItem(const std::shared_ptr<const StatementText>& text, std::span<const SqlValue> args)
 {
     bool full = false;
     {

@@ -75,8 +75,8 @@ public:
 
     /// Adds a statement to the next commit.
     void addItem(PendingStatement statement);
-    /// The same for statements that differ in nothing but their arguments, which are moved from.
-    void addItem(const std::shared_ptr<const StatementText>& text, std::span<SqlValue> args);
+    /// The same for statements that differ in nothing but their arguments.
+    void addItem(const std::shared_ptr<const StatementText>& text, std::span<const SqlValue> args);
     /// Writes everything added so far, later, in one transaction.
     void commit();
     /// Writes everything added so far and returns when that is done, or has failed. For start-up, shutdown and sleep.

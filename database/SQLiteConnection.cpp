@@ -363,15 +363,15 @@ Result<void> SQLiteConnection::execute(std::string_view sql, std::span<const Sql
 }
 
 SQLiteConnection::ManyOutcome SQLiteConnection::executeMany(
-    std::string_view sql, std::span<const SqlValue> args, std::size_t argsPerStatement, std::size_t statements)
+    std::string_view sql, std::size_t statements, const NextArguments& next)
 {
     ManyOutcome outcome;
-    std::size_t next = 0;
+    std::size_t done = 0;
     const auto ranAll = attempt([&] {
         Statement& statement = state_->statement(sql);
         sqlite3* handle = state_->database.get();
-        for (; next < statements; ++next) {
-            const StatementUse use(statement, args.subspan(next * argsPerStatement, argsPerStatement));
+        for (; done < statements; ++done) {
+            const StatementUse use(statement, next());
             const int code = statement.tryStep();
             if (code == SQLITE_DONE || code == SQLITE_ROW) {
                 outcome.rows += static_cast<std::uint64_t>(sqlite3_changes(handle));
@@ -386,7 +386,7 @@ SQLiteConnection::ManyOutcome SQLiteConnection::executeMany(
         }
     });
     if (!ranAll) { // it does not compile: a fault of the statement's, or of the whole file
-        outcome.failed += statements - next;
+        outcome.failed += statements - done;
         outcome.ended = failure_ == SqlFailure::Statement ? SqlFailure::None : failure_;
     }
     return outcome;

@@ -66,9 +66,10 @@ public:
 
     /// Runs one statement, with "?" for each argument; arguments that are missing are NULL.
     Result<void> execute(std::string_view sql, std::span<const SqlValue> args = {});
+    /// Gives the arguments of one statement after another; they stay until the next call.
+    using NextArguments = std::function<std::span<const SqlValue>()>;
     /// Runs one statement many times. A failure of the statement's own does not stop the rest.
-    ManyOutcome executeMany(
-        std::string_view sql, std::span<const SqlValue> args, std::size_t argsPerStatement, std::size_t statements);
+    ManyOutcome executeMany(std::string_view sql, std::size_t statements, const NextArguments& next);
     /// The rows of one statement as dictionaries: column → value.
     Result<std::vector<Dictionary>> rows(std::string_view sql, std::span<const SqlValue> args = {});
     /// The rows of one statement, one after another, columns in the statement's order.

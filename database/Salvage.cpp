@@ -149,7 +149,9 @@ private:
     void flush()
     {
         if (waitingRows_ > 0 && ended_ == SqlFailure::None) {
-            const auto outcome = into_.executeMany(insert_, waiting_, columnCount_, waitingRows_);
+            const auto outcome = into_.executeMany(insert_, waitingRows_, [this, rows = std::span(waiting_)]() mutable {
+                return std::exchange(rows, rows.subspan(columnCount_)).first(columnCount_);
+            });
             rows_ += outcome.rows;
             rowsFailed_ += outcome.failed;
             ended_ = outcome.ended;

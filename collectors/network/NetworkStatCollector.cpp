@@ -93,10 +93,19 @@ bool NetworkStatCollector::updateItems(const NetworkReading& reading)
 
 void NetworkStatCollector::refreshPrimarySettings(const NetworkReading& reading)
 {
-    if (!reading.primary || !primary_ || reading.primary->interfaceIndex != primary_->interfaceIndex) {
+    if (reading.primary != primary_) {
+        tellPrimary(reading.primary);
+    }
+    refreshWifi();
+}
+
+/// On one interface a change of name or router leaves what else is known of it, as its Wi-Fi network.
+void NetworkStatCollector::tellPrimary(const std::optional<PrimaryService>& primary)
+{
+    if (!primary || !primary_ || primary->interfaceIndex != primary_->interfaceIndex) {
         primarySettings_ = Dictionary::object();
     }
-    primary_ = reading.primary;
+    primary_ = primary;
     if (primary_) {
         primarySettings_["interface"] = validUtf8(primary_->interfaceName);
         primarySettings_.erase("router");
@@ -104,7 +113,6 @@ void NetworkStatCollector::refreshPrimarySettings(const NetworkReading& reading)
             primarySettings_["router"] = textOf(*primary_->router);
         }
     }
-    refreshWifi();
 }
 
 void NetworkStatCollector::refreshWifi()

@@ -78,6 +78,7 @@ protected:
 private:
     bool updateItems(const NetworkReading& reading);
     void refreshPrimarySettings(const NetworkReading& reading);
+    void tellPrimary(const std::optional<PrimaryService>& primary);
     void refreshWifi();
 
     HistoryDatabaseController& databases_;

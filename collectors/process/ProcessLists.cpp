@@ -51,7 +51,7 @@ void appendKey(std::string& json, std::int32_t pid)
     before.copy(text.data(), before.size());
     char* end = std::to_chars(text.data() + before.size(), text.data() + before.size() + mostDigits, pid).ptr;
     end += behind.copy(end, behind.size());
-    json.append(text.data(), end);
+    json.append(text.data(), static_cast<std::size_t>(end - text.data()));
 }
 
 /// What comes behind the last list.

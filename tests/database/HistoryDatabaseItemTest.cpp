@@ -62,6 +62,26 @@ TEST_F(HistoryDatabaseItemTest, ValuesKeepTheirKindAndMissingOnesAreNull)
     EXPECT_TRUE(rows[0].at("e").is_null());
 }
 
+TEST_F(HistoryDatabaseItemTest, RowsOfOneStatementKeepEachTheirValues)
+{
+    const auto item = openItem();
+    item->addItem({.table = "things", .format = "CREATE TABLE %@ (a, b)", .args = {}});
+    const auto text = std::make_shared<const StatementText>("things", "INSERT INTO %@ VALUES (?, ?)");
+    const std::vector<SqlValues> given = {{std::string("one"), std::int64_t{-1}},
+        {{}, std::string("text that is longer than what was there before it")}, {std::string("t\0o", 3), std::string()},
+        {2.5, std::string("short")}, {std::int64_t{1} << 62, {}}};
+    for (const SqlValues& row : given) {
+        item->addItem(text, row);
+    }
+    item->commitSync();
+    std::vector<SqlValues> stored;
+    item->queryDatabase([&](SQLiteConnection& database) {
+        static_cast<void>(database.forEachRow("SELECT * FROM things", {},
+            [&](std::span<const SqlValue> row) { stored.emplace_back(row.begin(), row.end()); }));
+    });
+    EXPECT_EQ(stored, given);
+}
+
 TEST_F(HistoryDatabaseItemTest, AColumnThatGoesLeavesKeptStatementsUsable)
 {
     const auto item = openItem();

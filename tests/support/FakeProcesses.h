@@ -135,7 +135,11 @@ private:
 /// Shows the processes to everybody, or to each user their own.
 class FakeProcessVisibility final : public ProcessVisibility {
 public:
-    std::optional<ProcessRestriction> restriction() override { return rule; }
+    std::optional<ProcessRestriction> restriction() override
+    {
+        ++rulesAsked;
+        return rule;
+    }
     std::optional<std::uint32_t> ownerOf(std::int32_t pid) override
     {
         ++asked;
@@ -145,6 +149,7 @@ public:
     std::optional<ProcessRestriction> rule;
     std::map<std::int32_t, std::uint32_t> owners;
     int asked = 0;
+    int rulesAsked = 0;
 };
 
 } // namespace meridal::test

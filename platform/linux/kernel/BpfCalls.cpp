@@ -107,6 +107,23 @@ bool writeBpfMap(int map, const void* key, const void* value)
 
 bool removeFromBpfMap(int map, const void* key) { return elementCall(BPF_MAP_DELETE_ELEM, map, key, nullptr); }
 
+void removeFromBpfMap(int map, std::span<const std::byte> keys, std::size_t keySize)
+{
+    if (keys.empty()) {
+        return;
+    }
+    bpf_attr attributes = emptyAttributes();
+    attributes.batch.keys = bpfAddress(keys.data());
+    attributes.batch.count = static_cast<std::uint32_t>(keys.size() / keySize);
+    attributes.batch.map_fd = static_cast<std::uint32_t>(map);
+    if (bpfCall(BPF_MAP_DELETE_BATCH, attributes) >= 0) {
+        return;
+    }
+    for (; !keys.empty(); keys = keys.subspan(keySize)) { // it ends at the first that is missing
+        removeFromBpfMap(map, keys.data());
+    }
+}
+
 std::uint32_t readBpfBatch(int map, BpfBatch& batch, void* keys, void* values, std::uint32_t room)
 {
     bpf_attr attributes = emptyAttributes();

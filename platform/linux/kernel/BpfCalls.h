@@ -46,6 +46,8 @@ Result<Descriptor> startBpfIterator(int link);
 bool readBpfMap(int map, const void* key, void* value);
 bool writeBpfMap(int map, const void* key, const void* value);
 bool removeFromBpfMap(int map, const void* key);
+/// Several of them, whose keys lie one after another, in one call. Those that are not there are nobody's loss.
+void removeFromBpfMap(int map, std::span<const std::byte> keys, std::size_t keySize);
 
 /// Elements of a hash map, as many as there is room for; taken out of it, or only looked at. `position`: where the last call
 /// ended, 0 at first. How many; 0 at the end of the map, or when it fails.

@@ -172,6 +172,7 @@ void BpfEndedProcesses::takeEnded()
     readBpfBatches(object_.map("ended"), {}, keys_, sums_);
     takePlaces(); // which are noted before their processes are counted
     const auto before = std::exchange(told_, {});
+    std::vector<BpfEndedKey> over;
     for (std::size_t i = 0; i < keys_.size(); ++i) {
         if (keys_[i].period == period_) {
             continue; // the next call's
@@ -182,7 +183,7 @@ void BpfEndedProcesses::takeEnded()
                 told_.emplace(keys_[i], sums);
             }
         } else {
-            removeFromBpfMap(object_.map("ended"), &keys_[i]);
+            over.push_back(keys_[i]);
             const auto told = before.find(keys_[i]);
             sums = told == before.end() ? sums : sums - told->second;
         }
@@ -190,6 +191,7 @@ void BpfEndedProcesses::takeEnded()
             records_.push_back(recordOf(keys_[i], sums));
         }
     }
+    removeFromBpfMap(object_.map("ended"), std::as_bytes(std::span(over)), sizeof(BpfEndedKey));
 }
 
 std::span<const EndedRecord> BpfEndedProcesses::take()
