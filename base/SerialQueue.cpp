@@ -38,8 +38,12 @@ void SerialQueue::schedule(std::unique_lock<std::mutex> lock)
         return;
     }
     scheduled_ = true;
+    const auto pool = pool_;
+    Task serve = [self = shared_from_this()] {
+        self->serveOnPool();
+    }; // whoever runs the task first may let go of the queue
     lock.unlock();
-    pool_->post([self = shared_from_this()] { self->serveOnPool(); });
+    pool->post(std::move(serve));
 }
 
 void SerialQueue::serveOnPool()

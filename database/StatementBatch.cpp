@@ -47,7 +47,19 @@ void StatementBatch::add(const std::shared_ptr<const StatementText>& text, std::
         runs_.push_back(
             {.text = text, .argsPerStatement = args.size(), .statements = 0, .firstArgument = packed_.size()});
     }
+    const std::size_t before = packed_.size();
+    try {
+        append(args);
+    } catch (...) {
+        packed_.resize(before); // so that no statement is half there
+        throw;
+    }
     ++runs_.back().statements;
+    ++size_;
+}
+
+void StatementBatch::append(std::span<const SqlValue> args)
+{
     for (const SqlValue& value : args) {
         packed_.push_back(static_cast<char>(value.index()));
         if (const auto* words = std::get_if<std::string>(&value)) {
@@ -59,7 +71,6 @@ void StatementBatch::add(const std::shared_ptr<const StatementText>& text, std::
             pack(packed_, *figure);
         }
     }
-    ++size_;
 }
 
 StatementBatch::Arguments::Arguments(const StatementBatch& batch, const Run& run)

@@ -24,7 +24,7 @@ private:
 };
 
 /// Statements in the order in which they were added, packed: rows of one statement that follow each other share its text, and
-/// an argument takes as many bytes as it has and one, where a value takes 40. Half a minute's rows wait here, of thousands of
+/// an argument takes a byte for its kind and those that it has (a text 8 more for its length), where a value takes 40. Half a minute's rows wait here, of thousands of
 /// figures, most of which are NULL or a number.
 class StatementBatch {
 public:
@@ -54,6 +54,8 @@ public:
 
 private:
     std::vector<Run> runs_;
+    void append(std::span<const SqlValue> args);
+
     std::vector<char> packed_; ///< of each argument its kind, and what it holds
     std::size_t size_ = 0;
 };
