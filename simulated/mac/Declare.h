@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-// The headers below system/include declare of macOS what platform/macos uses, so that its adapters are compiled and run where
+// The headers below include/ declare of macOS what platform/macos uses, so that its adapters are compiled and run where
 // there is no Mac. Where there is an SDK, SystemDeclarations.cpp reads the same lines behind the real headers: a function
 // declared otherwise does not compile there, and a constant of another value is refused.
 

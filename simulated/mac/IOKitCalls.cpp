@@ -75,6 +75,9 @@ io_object_t IOIteratorNext(io_iterator_t iterator)
     Ledger::current().call("IOIteratorNext");
     Registry& registry = Registry::current();
     Registry::Handle* handle = registry.handleAt(iterator);
+    if (iterator == IO_OBJECT_NULL) {
+        return IO_OBJECT_NULL;
+    }
     if (!handle || !handle->isIterator) {
         Ledger::misuse("IOIteratorNext of what is no iterator");
         return IO_OBJECT_NULL;
@@ -109,8 +112,8 @@ kern_return_t IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef matching
 {
     std::optional<int> fault;
     auto found = lookUp("IOServiceGetMatchingServices", matching, fault);
-    if (!fault) {
-        *existing = Registry::current().iterate(std::move(found));
+    if (!fault) { // none are told by no iterator
+        *existing = found.empty() ? IO_OBJECT_NULL : Registry::current().iterate(std::move(found));
     }
     return fault.value_or(KERN_SUCCESS);
 }

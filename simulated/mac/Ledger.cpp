@@ -99,6 +99,11 @@ std::vector<std::string> Ledger::reset()
 {
     {
         const std::lock_guard lock(mutex_);
+        for (const auto& [function, fault] : faults_) {
+            if (!calls_.contains(function)) {
+                misuse(function + " was to fail, and nobody called it");
+            }
+        }
         calls_.clear();
         faults_.clear();
         waiting_.clear();

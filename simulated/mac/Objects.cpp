@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <utility>
 
 namespace meridal::test {
 
@@ -315,6 +316,12 @@ CFMutableDictionaryRef CFDictionaryCreateMutable(
 
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value)
 {
+    for (auto& [known, before] : objectAt(dictionary).entries) {
+        if (CFEqual(known, key)) {
+            CFRelease(std::exchange(before, CFRetain(value)));
+            return;
+        }
+    }
     objectAt(dictionary).entries.emplace_back(CFRetain(key), CFRetain(value));
 }
 

@@ -86,7 +86,8 @@ int socket(int domain, int type, int protocol) noexcept
         return static_cast<int>(::syscall(SYS_socket, domain, type, protocol));
     }
     std::array<int, 2> pair{};
-    if (const auto fault = Ledger::current().call("socket"); fault || protocol != SYSPROTO_CONTROL) {
+    if (const auto fault = Ledger::current().call("socket");
+        fault || protocol != SYSPROTO_CONTROL || (type & SOCK_DGRAM) == 0) {
         return refuseWith(fault.value_or(EPROTONOSUPPORT));
     }
     StatisticsControl::current().open(); // a descriptor's number may be that of one that was closed

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Holds what tests/mac_adapters declares of macOS against the real headers. There is nothing in it to run.
+// Holds the functions and constants that simulated/mac declares of macOS against the real headers. There is nothing in it to run.
 #include <CoreFoundation/CFPlugInCOM.h>
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreGraphics/CGBase.h>

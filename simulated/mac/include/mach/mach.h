@@ -56,8 +56,11 @@ MAC_CONSTANT(int, CPU_STATE_IDLE, 2);
 MAC_CONSTANT(int, CPU_STATE_NICE, 3);
 MAC_CONSTANT(int, CPU_STATE_MAX, 4);
 MAC_CONSTANT(int, HOST_VM_INFO64, 4);
-MAC_CONSTANT(unsigned, HOST_VM_INFO64_COUNT, 38);
-static_assert(sizeof(processor_cpu_load_info) == 16 && sizeof(vm_statistics64) == 152);
+#ifndef MERIDAL_BESIDE_REAL_HEADERS
+inline constexpr unsigned HOST_VM_INFO64_COUNT = 38; // and as many as a later kernel may add
+#endif
+static_assert(HOST_VM_INFO64_COUNT >= 38 && sizeof(vm_statistics64) >= 152);
+static_assert(sizeof(processor_cpu_load_info) == 16);
 static_assert(offsetof(vm_statistics64, wire_count) == 12 && offsetof(vm_statistics64, purgeable_count) == 88);
 static_assert(offsetof(vm_statistics64, swapins) == 112 && offsetof(vm_statistics64, compressor_page_count) == 128);
 static_assert(offsetof(vm_statistics64, external_page_count) == 136);

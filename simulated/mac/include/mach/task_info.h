@@ -25,7 +25,10 @@ using task_flavor_t = unsigned;
 
 MAC_CONSTANT(unsigned, TASK_VM_INFO, 22);
 MAC_CONSTANT(unsigned, TASK_VM_INFO_PURGEABLE, 23);
-MAC_CONSTANT(unsigned, TASK_VM_INFO_COUNT, 87);
 MAC_CONSTANT(unsigned, TASK_VM_INFO_REV1_COUNT, 38);
 MAC_CONSTANT(unsigned, TASK_VM_INFO_REV0_COUNT, 36);
-static_assert(sizeof(task_vm_info) == 348);
+// It grows with the releases: 87 words up to macOS 12.2, 89 then, 93 in 15.
+#ifndef MERIDAL_BESIDE_REAL_HEADERS
+inline constexpr unsigned TASK_VM_INFO_COUNT = 87;
+#endif
+static_assert(TASK_VM_INFO_COUNT >= 87 && sizeof(task_vm_info) >= 348);
