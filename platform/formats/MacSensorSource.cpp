@@ -59,11 +59,13 @@ struct KnownKey {
     const char* label;
 };
 
-/// What the event system does not tell of on Apple silicon, and each such Mac's SMC does as far as the machine has it. What they
-/// stand for is published with the Linux kernel's descriptions of these machines (hwmon-common.dtsi, hwmon-laptop.dtsi).
-constexpr std::array<KnownKey, 9> knownKeys = {
-    {{"PSTR", "Whole machine"}, {"PDTR", "Mains"}, {"PMVR", "3.8 V rail"}, {"PHPC", "Heat pipe"}, {"VD0R", "Mains"},
-        {"ID0R", "Mains"}, {"TH0x", "Flash storage"}, {"TW0P", "Wi-Fi and Bluetooth"}, {"TCHP", "Charge regulator"}}};
+/// What the event system does not tell of and an SMC does, as far as the machine has it. What they stand for on Apple silicon is
+/// published with the Linux kernel's descriptions of these machines (hwmon-common.dtsi, hwmon-laptop.dtsi); those without a
+/// label are powers of an Intel Mac's processor package, its cores, its graphics, graphics cards and the battery.
+constexpr std::array<KnownKey, 15> knownKeys = {{{"PSTR", "Whole machine"}, {"PDTR", "Mains"}, {"PMVR", "3.8 V rail"},
+    {"PHPC", "Heat pipe"}, {"VD0R", "Mains"}, {"ID0R", "Mains"}, {"TH0x", "Flash storage"},
+    {"TW0P", "Wi-Fi and Bluetooth"}, {"TCHP", "Charge regulator"}, {"PCPT", nullptr}, {"PCPC", nullptr},
+    {"PCPG", nullptr}, {"PG0R", nullptr}, {"PG1R", nullptr}, {"PPBR", nullptr}}};
 
 std::vector<std::string> namesOfKnownKeys()
 {
@@ -79,7 +81,7 @@ std::string labelOf(const std::string& key)
 {
     const auto* known =
         std::find_if(knownKeys.begin(), knownKeys.end(), [&key](const KnownKey& each) { return each.key == key; });
-    return known != knownKeys.end() ? known->label : key;
+    return known != knownKeys.end() && known->label ? known->label : key;
 }
 
 /// What keys read whose sensor is not fitted lies outside, °C.
@@ -210,7 +212,7 @@ bool MacSensorSource::addKeys()
         if (looks == Looks::Unanswered) {
             undecided_.push_back(key);
         } else if (looks == Looks::Sensor && records_.size() < mostSensors && !withKey(records_, key)) {
-            records_.push_back(recordOf(key, isAlone ? key : labelOf(key), kindOfLetter(key.front())));
+            records_.push_back(recordOf(key, labelOf(key), kindOfLetter(key.front())));
         }
     }
     return searchedAlone_ && undecided_.empty();

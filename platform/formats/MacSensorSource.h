@@ -16,7 +16,7 @@
 namespace meridal {
 
 /// The sensors of a Mac: the services of the HID event system and averages over them, else the keys of the SMC that look
-/// like sensors; with services, those of its keys that are known to stand for something else; and the SMC's fans. Any key of
+/// like sensors; with services, those of its keys that are known to tell what services do not; and the SMC's fans. Any key of
 /// the SMC can be read by its four characters. Main queue only.
 class MacSensorSource final : public SensorSource {
 public:

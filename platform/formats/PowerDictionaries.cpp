@@ -27,17 +27,6 @@ std::optional<double> positive(const Value& dictionary, std::string_view key)
     return figure && *figure > 0 ? figure : std::nullopt;
 }
 
-/// The first entry above 0 of several.
-std::optional<double> firstPositive(const Value& dictionary, std::initializer_list<std::string_view> keys)
-{
-    for (const std::string_view key : keys) {
-        if (const auto figure = positive(dictionary, key)) {
-            return figure;
-        }
-    }
-    return std::nullopt;
-}
-
 std::optional<std::string> words(const Value& dictionary, std::string_view key)
 {
     const auto found = text(dictionary, key);
@@ -255,17 +244,12 @@ BatteryControllerRecord controllerOf(const Value& battery)
         return figure && *figure > largestPercentage ? figure : std::nullopt;
     };
     const auto told = charge(number(battery, "MaxCapacity"));
-    auto full = firstPositive(battery, {"AppleRawMaxCapacity", "NominalChargeCapacity"});
-    if (!full) {
-        full = told;
-    }
-    // From macOS 27 on. The full charge is what the raw maximum was called before: health must not leap with the system.
-    if (!full) {
-        full = charge(number(data, "FullChargeCapacity"));
-    }
-    if (!full) {
-        full = positive(data, "NominalChargeCapacity");
-    }
+    // The full charge is what the raw maximum is called from macOS 27 on: health must not leap with the system.
+    auto full = positive(battery, "AppleRawMaxCapacity");
+    full = full ? full : charge(number(data, "FullChargeCapacity"));
+    full = full ? full : positive(battery, "NominalChargeCapacity");
+    full = full ? full : told;
+    full = full ? full : positive(data, "NominalChargeCapacity");
     auto now = number(battery, "AppleRawCurrentCapacity");
     if (!now) {
         now = told ? number(battery, "CurrentCapacity") : number(data, "RemainingCapacity");

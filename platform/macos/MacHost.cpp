@@ -47,7 +47,7 @@ std::unique_ptr<Host> makeMacHost(Runtime& runtime)
     host->fileSystems = makeMacFileSystems();
     host->processes = makeLibprocProcessSource(host->machine->systemRelease(), *host->limitations);
     host->processVisibility = std::make_unique<OpenProcessTable>();
-    host->display = makeWindowServerDisplayInfo(host->limitations);
+    host->display = makeWindowServerDisplayInfo(host->limitations, std::make_shared<ThreadedSlowWork>(1));
     host->distributedNotifications = std::make_unique<DistributedCenter>(runtime);
     host->selfUsage = makeMacSelfUsage(host->processes->timeBase());
     host->userRights = makeMacUserRights();

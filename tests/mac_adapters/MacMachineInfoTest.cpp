@@ -97,6 +97,11 @@ TEST(MacMachineInfo, WhatAnIntelMacAndAVirtualOneSay)
     EXPECT_EQ(machine->processorPackages(), 1);
     EXPECT_EQ(machine->bootTime(), std::nullopt);
 
+    for (const char* odd : {"", "macOS", "-3", "99999999999"}) {
+        mac.kernel.set("kern.osproductversion", std::string(odd) + '\0');
+        EXPECT_EQ(makeMacMachineInfo()->systemRelease(), (SystemRelease{11, 0, 0})) << odd;
+    }
+
     mac.kernel.set("kern.hv_vmm_present", std::int32_t{1});
     for (const auto& [model, hypervisor] :
         {std::pair("VMware7,1", "vmware"), {"VirtualMac2,1", "apple"}, {"", "vm-other"}}) {

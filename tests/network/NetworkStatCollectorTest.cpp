@@ -76,6 +76,13 @@ TEST_F(NetworkStatCollectorTest, ThePrimaryInterfaceAndItsNetworkAreKnown)
     machine.wireless().joined["wlan0"] = {.bssid = "bb:bb:bb:bb:bb:bb", .ssid = "Work"};
     tick();
     EXPECT_EQ(collector().primaryNetworkChanges(), 1U);
+    const auto router = [this] { return collector().primarySettings().value("router", "none"); };
+    machine.network().now.primary->router = InterfaceAddress{.bytes = {192, 0, 2, 254}};
+    tick();
+    EXPECT_EQ(router(), "192.0.2.254") << "of the same interface";
+    machine.network().now.primary->router.reset();
+    tick();
+    EXPECT_EQ(router(), "none");
     changes = 0;
     machine.network().now.primary.reset();
     tick();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "base/SlowWork.h"
 #include "platform/host/ClockSource.h"
 #include "platform/host/DisplayInfo.h"
 #include "platform/host/FileSystems.h"
@@ -44,6 +45,7 @@ std::unique_ptr<UserRights> makeMacUserRights();
 /// The frame rate from the window server's performance data. A private interface, looked up by name, that answers only
 /// a process of a login session: a daemon outside of one gets nothing, which `limitations` then says. Asked on a thread of its
 /// own.
-std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(std::shared_ptr<Limitations> limitations);
+std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(
+    std::shared_ptr<Limitations> limitations, std::shared_ptr<SlowWork> work);
 
 } // namespace meridal

@@ -122,7 +122,7 @@ const ProcessorReading* MacMachineCounters::processors()
         } else {
             ticks_.emplace_back(loads[number]);
         }
-        const auto time = [&](int state) { return ticks_[number].in(state)*tickNs_; };
+        const auto time = [&](int state) { return tickNs_ * ticks_[number].in(state); };
         ProcessorRecord& processor = processors_.each.emplace_back();
         processor.number = static_cast<int>(number);
         processor.times = {.userNs = time(CPU_STATE_USER),

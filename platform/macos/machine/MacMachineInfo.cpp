@@ -29,6 +29,7 @@ namespace {
 SystemRelease readRelease()
 {
     const std::string version = systemSettingText("kern.osproductversion").value_or("");
+    constexpr SystemRelease oldest{.major = 11};
     SystemRelease release;
     const char* at = version.data();
     const char* const end = at + version.size();
@@ -36,7 +37,8 @@ SystemRelease readRelease()
         at = std::from_chars(at, end, *part).ptr;
         at += at != end && *at == '.' ? 1 : 0;
     }
-    return release;
+    return release.major < oldest.major ? oldest
+                                        : release; // what cannot be read is taken for the oldest that there can be
 }
 
 std::optional<double> asDouble(std::optional<std::uint64_t> figure)

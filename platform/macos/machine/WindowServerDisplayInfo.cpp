@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "base/ThreadedSlowWork.h"
+#include "base/SlowWork.h"
 #include "platform/formats/AskedAside.h"
 #include "platform/macos/kernel/SystemCallback.h"
 #include "platform/macos/machine/MacAdapters.h"
@@ -84,9 +84,10 @@ private:
 
 } // namespace
 
-std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(std::shared_ptr<Limitations> limitations)
+std::unique_ptr<DisplayInfo> makeWindowServerDisplayInfo(
+    std::shared_ptr<Limitations> limitations, std::shared_ptr<SlowWork> work)
 {
-    return std::make_unique<WindowServerDisplayInfo>(std::move(limitations), std::make_shared<ThreadedSlowWork>(1));
+    return std::make_unique<WindowServerDisplayInfo>(std::move(limitations), std::move(work));
 }
 
 } // namespace meridal

@@ -192,7 +192,7 @@ std::span<const kinfo_proc> LibprocProcessSource::listProcesses()
         if (sysctl(name.data(), name.size(), nullptr, &bytes, nullptr, 0) != 0) {
             return {};
         }
-        // As many as the kernel says now, with some to spare, and not more each time: the error may have another cause.
+        // As many as the kernel says now, and a few more each time, but no multiple: the error may have another cause.
         const std::size_t toSpare = std::size_t{1} << attempt;
         table_.resize(std::max(table_.size(), bytes / sizeof(kinfo_proc) + toSpare));
         bytes = table_.size() * sizeof(kinfo_proc);
