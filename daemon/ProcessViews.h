@@ -42,7 +42,7 @@ public:
     /// Of all viewers.
     void forgetList(RequestKey list);
 
-    /// s for which an answer of the host is believed.
+    /// s after an answer of the host in which passes do not ask again.
     static constexpr double checkInterval = 10;
 
 private:
