@@ -46,10 +46,10 @@ using NameBytes = std::array<char, sizeof(proc_bsdinfo::pbi_name)>;
 constexpr std::size_t commandLimit = MAXCOMLEN;
 constexpr std::size_t longNameLimit = sizeof(proc_bsdinfo::pbi_name) - 1;
 
-template <std::size_t size>
-std::string_view copyName(const char (&field)[size], NameBytes& room)
+template <std::size_t Size>
+std::string_view copyName(const char (&field)[Size], NameBytes& room)
 {
-    const std::size_t length = strnlen(field, std::min(size, room.size()));
+    const std::size_t length = strnlen(field, std::min(Size, room.size()));
     std::memcpy(room.data(), field, length);
     return {room.data(), length};
 }
