@@ -2,6 +2,7 @@
 #include "platform/macos/kernel/SystemSettings.h"
 #include "platform/macos/machine/MacAdapters.h"
 #include "simulated/mac/SimulatedMac.h"
+#include "tests/support/HandWork.h"
 
 #include <gtest/gtest.h>
 
