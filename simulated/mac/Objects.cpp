@@ -223,8 +223,6 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex 
     return meridal::validUtf8(text) == text ? stringObject(std::move(text)) : nullptr;
 }
 
-CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFStringEncoding) { return stringObject(text); }
-
 CFStringRef CFStringCreateWithFormat(CFAllocatorRef, CFDictionaryRef, CFStringRef format, ...)
 {
     std::string text = textIn(format);

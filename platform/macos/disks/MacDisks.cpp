@@ -17,9 +17,7 @@ namespace {
 /// {"IOPropertyMatch": {property: true}}; whoever is given it consumes it.
 CFDictionaryRef matchingTrue(std::string_view property)
 {
-    const CFRef<CFStringRef> name(
-        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(property.data()),
-            static_cast<CFIndex>(property.size()), kCFStringEncodingUTF8, 0));
+    const CFRef<CFStringRef> name = stringOf(property);
     if (!name) {
         return nullptr;
     }

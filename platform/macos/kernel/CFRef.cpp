@@ -31,6 +31,12 @@ std::string textOfData(CFDataRef data)
 
 } // namespace
 
+CFRef<CFStringRef> stringOf(std::string_view text)
+{
+    return CFRef<CFStringRef>(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+        static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
+}
+
 std::optional<std::string> textOf(CFTypeRef object)
 {
     if (!object) {

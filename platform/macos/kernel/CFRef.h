@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace meridal {
@@ -34,6 +35,9 @@ public:
 private:
     Ref object_ = nullptr;
 };
+
+/// A string of UTF-8; null for what is none.
+CFRef<CFStringRef> stringOf(std::string_view text);
 
 /// A string as UTF-8, or the bytes of a data object up to its first NUL, which is how the firmware's properties keep
 /// text. Absent for anything else, null included.

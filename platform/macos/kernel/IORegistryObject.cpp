@@ -11,16 +11,6 @@
 
 namespace meridal {
 
-namespace {
-
-CFRef<CFStringRef> stringOf(std::string_view text)
-{
-    return CFRef<CFStringRef>(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-        static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, 0));
-}
-
-} // namespace
-
 std::string IORegistryObject::path() const
 {
     std::uint64_t identifier = 0;

@@ -2,8 +2,7 @@
 #pragma once
 
 #include "platform/macos/kernel/CFRef.h"
-
-#include <IOKit/IOKitLib.h>
+#include "platform/macos/kernel/IORegistryObject.h"
 
 namespace meridal {
 
@@ -11,18 +10,15 @@ namespace meridal {
 class ServiceEntry {
 public:
     explicit ServiceEntry(const char* serviceClass);
-    ~ServiceEntry();
-    ServiceEntry(const ServiceEntry&) = delete;
-    ServiceEntry& operator=(const ServiceEntry&) = delete;
 
-    explicit operator bool() const { return entry_ != IO_OBJECT_NULL; }
-    /// A property by its key (ASCII); null where there is none.
+    explicit operator bool() const { return static_cast<bool>(entry_); }
+    /// A property by its key; null where there is none.
     CFRef<CFTypeRef> property(const char* key) const;
     /// All properties as they are now; null when there is no such service.
     CFRef<CFMutableDictionaryRef> properties() const;
 
 private:
-    io_service_t entry_ = IO_OBJECT_NULL;
+    IOObjectOwner entry_;
 };
 
 } // namespace meridal

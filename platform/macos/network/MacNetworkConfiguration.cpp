@@ -16,12 +16,6 @@ Unexpected systemFailure(const char* what)
         std::string(what) + ": " + SCErrorString(code));
 }
 
-CFRef<CFStringRef> stringOf(const std::string& text)
-{
-    return CFRef<CFStringRef>(CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-        static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
-}
-
 class MacNetworkConfiguration final : public NetworkConfiguration {
 public:
     Result<void> refreshLease(const std::string& interfaceName) override;

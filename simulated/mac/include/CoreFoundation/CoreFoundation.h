@@ -55,7 +55,6 @@ CFStringRef constantString(const char* text);
 #define CFSTR(text) constantString(text)
 #endif
 
-MAC_CONSTANT(CFStringEncoding, kCFStringEncodingASCII, 0x0600);
 MAC_CONSTANT(CFStringEncoding, kCFStringEncodingUTF8, 0x08000100);
 MAC_CONSTANT(CFNumberType, kCFNumberSInt64Type, 4);
 MAC_CONSTANT(CFNumberType, kCFNumberDoubleType, 13);
@@ -86,7 +85,6 @@ CFTypeID CFDictionaryGetTypeID();
 
 CFStringRef CFStringCreateWithBytes(
     CFAllocatorRef allocator, const UInt8* bytes, CFIndex size, CFStringEncoding encoding, Boolean isExternal);
-CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text, CFStringEncoding encoding);
 CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator, CFDictionaryRef options, CFStringRef format, ...);
 CFIndex CFStringGetLength(CFStringRef string);
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);
